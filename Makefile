@@ -1,0 +1,84 @@
+# The front door. `make help` lists what there is.
+
+JOBS ?= $(shell nproc)
+PREFIX ?= /usr/local
+SETUP ?= cmake/setup.sh
+# Each step of the compiler is news on a terminal, and noise in a log.
+NINJA_FLAGS = $(if $(MAKE_TERMOUT),,--quiet)
+SOURCE_FOLDERS = Pellor runtime platform testing linux cli tests examples fuzz bench
+SOURCES = $(shell find $(wildcard $(SOURCE_FOLDERS)) -name '*.h' -o -name '*.cpp')
+
+.DEFAULT_GOAL := help
+.PHONY: help setup run test asan tsan core format check-format check-sources tidy install clean
+
+help:
+	@echo 'make run            the program at work on the sample contacts (release build)'
+	@echo 'make test           build and run every test'
+	@echo 'make asan           the same under AddressSanitizer and UndefinedBehaviorSanitizer'
+	@echo 'make tsan           the same under ThreadSanitizer'
+	@echo 'make core           build the library alone, without the Linux platform'
+	@echo 'make format         format all sources;  make check-format  only tell which are not'
+	@echo 'make check-sources  check the directions of includes'
+	@echo 'make tidy           run clang-tidy'
+	@echo 'make install        install to PREFIX (default /usr/local)'
+	@echo 'make clean          remove build/'
+	@echo 'What is missing on the machine is installed first (SETUP=: to leave that out).'
+
+# $(call build,<preset>,<further options>)
+define build
+@echo '== build ($(1))'
+@mkdir -p build
+@cmake --preset $(1) $(2) >build/$(1).log 2>&1 || { cat build/$(1).log; exit 1; }
+@cmake --build build/$(1) --parallel $(JOBS) -- $(NINJA_FLAGS)
+endef
+
+# $(call test,<preset>)
+define test
+@echo '== test ($(1))'
+@ctest --preset $(1) --parallel $(JOBS)
+endef
+
+run:
+	@$(SETUP) build libraries
+	$(call build,release)
+	@examples/demo.sh build/release/cli/pellor
+
+test:
+	@$(SETUP) build libraries tests
+	$(call build,dev)
+	$(call test,dev)
+
+asan tsan:
+	@$(SETUP) build libraries tests sanitizers
+	$(call build,$@)
+	$(call test,$@)
+
+core:
+	@$(SETUP) build
+	$(call build,core)
+
+install:
+	@$(SETUP) build libraries
+	$(call build,release)
+	@cmake --install build/release --prefix $(PREFIX) >/dev/null
+	@echo 'installed to $(PREFIX)'
+
+format:
+	@$(SETUP) formatting
+	@clang-format-16 -i $(SOURCES)
+
+check-format:
+	@$(SETUP) formatting
+	@clang-format-16 --dry-run --Werror $(SOURCES)
+
+check-sources:
+	@cmake/check-sources.sh
+
+tidy:
+	@$(SETUP) build libraries tests sanitizers analysis
+	@mkdir -p build
+	@cmake --preset asan >build/asan.log 2>&1 || { cat build/asan.log; exit 1; }
+	@run-clang-tidy-16 -quiet -j $(JOBS) -p build/asan '$(CURDIR)/(Pellor|runtime|testing|linux|cli)/'
+
+clean:
+	@rm -rf build

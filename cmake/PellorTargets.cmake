@@ -1,0 +1,61 @@
+# How the targets of this project are made. Each folder lists its own files:
+#
+#   target_sources(pellor_runtime PRIVATE Value.cpp)                   what is compiled
+#   pellor_public_headers(pellor_runtime Value.h)                      what is installed
+
+find_package(Threads REQUIRED)
+
+# Our own warnings. Linked privately and for the build alone, so that nobody inherits them.
+add_library(pellor_warnings INTERFACE)
+if(PROJECT_IS_TOP_LEVEL)
+  target_compile_options(pellor_warnings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Wold-style-cast
+    -Woverloaded-virtual -Wcast-align -Wimplicit-fallthrough -Wextra-semi
+    # GCC 12 reports overlaps inside std::string that are none.
+    $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op -Wno-restrict>
+    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+    $<$<BOOL:${PELLOR_WARNINGS_AS_ERRORS}>:-Werror>)
+endif()
+
+# What every compiled target of ours has in common.
+function(pellor_compile_settings target)
+  target_compile_features(${target} PUBLIC cxx_std_20)
+  set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
+  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:pellor_warnings>)
+endfunction()
+
+# pellor_library(<target> <name>): a static library, known to users as pellor::<name>.
+function(pellor_library target name)
+  add_library(${target} STATIC)
+  add_library(pellor::${name} ALIAS ${target})
+  set_target_properties(${target} PROPERTIES EXPORT_NAME ${name} LINKER_LANGUAGE CXX POSITION_INDEPENDENT_CODE ON)
+  pellor_compile_settings(${target})
+  file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/bootstrap.cpp "")
+  target_sources(${target} PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/bootstrap.cpp)
+endfunction()
+
+# pellor_public_headers(<target> <header>...): headers of the current folder that users include, spelled
+# "<folder>/<header>" in the tree and after installation.
+function(pellor_public_headers target)
+  get_target_property(type ${target} TYPE)
+  if(type STREQUAL INTERFACE_LIBRARY)
+    set(scope INTERFACE)
+  else()
+    set(scope PUBLIC)
+  endif()
+  list(TRANSFORM ARGN PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
+  target_sources(${target} ${scope} FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${ARGN})
+endfunction()
+
+# pellor_program(<target> SOURCES <file>... LIBRARIES <library>...): a program of ours, with the root as include root.
+# Nothing is made while there are no sources.
+function(pellor_program target)
+  cmake_parse_arguments(program "" "" "SOURCES;LIBRARIES" ${ARGN})
+  if(NOT program_SOURCES)
+    return()
+  endif()
+  add_executable(${target} ${program_SOURCES})
+  pellor_compile_settings(${target})
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
+  target_link_libraries(${target} PRIVATE ${program_LIBRARIES})
+endfunction()

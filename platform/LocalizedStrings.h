@@ -1,0 +1,27 @@
+// The localised strings of bundles.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace pellor {
+
+/// Resources found by identifier. Any thread.
+class Bundle {
+ public:
+  virtual ~Bundle() = default;
+  virtual std::string identifier() const = 0;
+  /// The text under `key` in the user's language; `defaultValue` when there is none, and the key itself when that is empty.
+  virtual std::string localizedString(std::string_view key, std::string_view defaultValue) const = 0;
+};
+
+/// Any thread.
+class LocalizedStrings {
+ public:
+  virtual ~LocalizedStrings() = default;
+  /// The bundle with that identifier; null when there is none.
+  virtual std::shared_ptr<const Bundle> bundleWithIdentifier(std::string_view identifier) = 0;
+};
+
+}  // namespace pellor

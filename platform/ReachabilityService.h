@@ -1,0 +1,51 @@
+// The identity service: identifiers of addresses, and whether they can receive messages.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+namespace pellor {
+
+/// Whom a query reports to. Called on the main queue.
+class ReachabilityClient {
+ public:
+  virtual ~ReachabilityClient() = default;
+  /// The query went out. With priority no batch query starts until its destinations are answered.
+  virtual void queryDidStart(const std::set<std::string>& destinations, bool hasPriority) = 0;
+  /// Answers arrived: destination to status (0 unknown, 1 valid, 2 invalid).
+  virtual void queryDidAnswer(const std::map<std::string, std::int64_t>& statuses) = 0;
+};
+
+/// The conversions run on any thread and are pure; queries are made on the main queue.
+///
+/// Conversions are total and idempotent: every text that holds a digit has an identifier, text that is no number is its own
+/// normalised form, and the identifier of a normalised number is made of that same number. A raw address holds neither
+/// scheme.
+class ReachabilityService {
+ public:
+  virtual ~ReachabilityService() = default;
+
+  /// "tel:" followed by the number in normalised form; absent if the service cannot make one.
+  virtual std::optional<std::string> identifierForPhoneNumber(std::string_view number) = 0;
+  /// "mailto:" followed by the address in normalised form; absent if the service cannot make one.
+  virtual std::optional<std::string> identifierForEmailAddress(std::string_view address) = 0;
+  /// As `identifierForPhoneNumber`. With no country code the service applies its own default. `options` is passed on
+  /// unchanged; bit 1 asks for the form in which numbers are compared.
+  virtual std::optional<std::string> identifierForPhoneNumberWithOptions(std::string_view number,
+                                                                         std::optional<std::string> countryCode,
+                                                                         std::uint32_t options) = 0;
+  /// The raw address behind the scheme: the destination with every "tel:" and "mailto:" taken out.
+  virtual std::string rawAddressForDestination(std::string_view destination) = 0;
+
+  /// Asks for the status of destinations. Answers come later through the client, in one or several parts, or never. The
+  /// client is held weakly.
+  virtual void queryStatusForDestinations(const std::set<std::string>& destinations, std::string_view serviceName,
+                                          bool hasPriority, std::weak_ptr<ReachabilityClient> client) = 0;
+};
+
+}  // namespace pellor

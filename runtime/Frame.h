@@ -1,0 +1,39 @@
+// What the calling thread is doing: the running tasks and the scopes that it is inside of.
+#pragma once
+
+namespace pellor {
+
+class Process;
+class Queue;
+
+/// One entry of the calling thread's stack of contexts. Lives on the stack; the innermost one decides the current process.
+class Frame {
+ public:
+  /// A `read` is run for its caller and is not counted among the tasks of the process.
+  enum class Kind { scope, task, read };
+
+  /// `queue` null: a scope.
+  Frame(Process& process, const Queue* queue, Kind kind);
+  ~Frame();
+  Frame(const Frame&) = delete;
+  Frame& operator=(const Frame&) = delete;
+
+  Process& process() const { return _process; }
+
+  /// The calling thread's innermost frame; null outside of all.
+  static const Frame* innermost();
+  /// The queue of the thread's innermost task; null when no task is running on the thread.
+  static const Queue* innermostQueue();
+  /// Whether any task of `queue`, however deep, is running on the calling thread.
+  static bool isInside(const Queue& queue);
+  /// How many counted tasks of `process` are running on the calling thread.
+  static long taskCount(const Process& process);
+
+ private:
+  Process& _process;
+  const Queue* _queue;
+  Kind _kind;
+  const Frame* _outer;
+};
+
+}  // namespace pellor

@@ -1,0 +1,13 @@
+// Names of operations for the log.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace pellor {
+
+/// The unqualified name of the function that a compiler describes as `signature` (std::source_location::function_name),
+/// without template arguments; of a lambda, that of the function around it. Understands the spellings of GCC and clang.
+std::string functionName(std::string_view signature);
+
+}  // namespace pellor

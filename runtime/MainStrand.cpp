@@ -1,0 +1,181 @@
+#include "runtime/MainStrand.h"
+
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "runtime/Fatal.h"
+#include "runtime/Frame.h"
+#include "runtime/Process.h"
+#include "runtime/Scheduler.h"
+#include "runtime/WallClock.h"
+
+namespace pellor {
+
+MainStrand::MainStrand(Process& process, std::shared_ptr<Scheduler> scheduler)
+    : MainQueue(process, "main"), Strand(process, std::move(scheduler)), _ownerThread(std::this_thread::get_id()) {}
+
+bool MainStrand::isCurrent() const {
+  if (!isOwnerThread()) return false;
+  const Frame* innermost = Frame::innermost();
+  if (innermost && &innermost->process() != owner()) return false;
+  const Queue* queue = Frame::innermostQueue();
+  return !queue || queue == this;
+}
+
+void MainStrand::async(Task task) {
+  require(task != nullptr, "a task to queue");
+  WakeHandler handler;
+  bool asksForTurn = false;
+  {
+    const std::lock_guard lock(_mutex);
+    if (isClosed()) return;
+    process().taskQueued();
+    if (_tasks.empty()) handler = _wakeHandler;
+    _tasks.push_back(std::move(task));
+    ++_queuedCount;
+    asksForTurn = !std::exchange(_hasTurn, true);
+  }
+  wake(handler);
+  if (asksForTurn) scheduler().submitMain({shared_from_this(), this});
+}
+
+void MainStrand::wake(const WakeHandler& handler) {
+  _work.notify_one();
+  if (handler) (*handler)();
+}
+
+void MainStrand::nudge() {
+  {
+    const std::lock_guard lock(_mutex);
+    _isNudged = true;
+  }
+  _work.notify_one();
+}
+
+bool MainStrand::runNext() noexcept {
+  Task task;
+  bool asksForTurn = false;
+  {
+    const std::lock_guard lock(_mutex);
+    _hasTurn = false;
+    if (_tasks.empty()) return false;
+    task = std::move(_tasks.front());
+    _tasks.pop_front();
+    // The next turn is asked for before the task runs: the task may itself serve this queue.
+    asksForTurn = _hasTurn = !_tasks.empty();
+  }
+  if (asksForTurn) scheduler().submitMain({shared_from_this(), this});
+  runTask(*this, std::move(task));
+  process().taskEnded();
+  return true;
+}
+
+void MainStrand::run() {
+  process().requireMainQueue("MainQueue::run");
+  require(!std::exchange(_isInRun, true), "MainQueue::run to be called outside of itself");
+  while (!takeStop()) scheduler().serve(*this, std::numeric_limits<double>::infinity());
+  _isInRun = false;
+}
+
+void MainStrand::stop() {
+  {
+    const std::lock_guard lock(_mutex);
+    _isStopRequested = true;
+  }
+  nudge();
+}
+
+bool MainStrand::takeStop() {
+  const std::lock_guard lock(_mutex);
+  return std::exchange(_isStopRequested, false);
+}
+
+bool MainStrand::drain() {
+  process().requireMainQueue("MainQueue::drain");
+  fireDueTimers();
+  std::unique_lock lock(_mutex);
+  const std::uint64_t end = _queuedCount;
+  // Counted by number: a drain within one of the tasks takes tasks of this one.
+  while (!_tasks.empty() && _queuedCount - _tasks.size() < end) {
+    lock.unlock();
+    runNext();
+    lock.lock();
+  }
+  const auto deadline = _deadlines.earliest();
+  return !_tasks.empty() || (deadline && *deadline <= now());
+}
+
+void MainStrand::fireDueTimers() {
+  std::vector<TimerShot> due;
+  {
+    const std::lock_guard lock(_mutex);
+    if (!_deadlines.earliest()) return;
+    due = _deadlines.takeDue(now());
+  }
+  fireAll(due);
+}
+
+void MainStrand::runNextOrWait(double until) {
+  fireDueTimers();
+  if (!runNext()) waitForWork(until);
+}
+
+void MainStrand::waitForWork(double until) {
+  std::unique_lock lock(_mutex);
+  const double end = std::min(until, _deadlines.earliest().value_or(until));
+  const auto isAwaited = [this] { return !_tasks.empty() || _isNudged; };
+  if (std::isinf(end)) {
+    _work.wait(lock, isAwaited);
+  } else {
+    _work.wait_until(lock, wallClockTime(end), isAwaited);
+  }
+  _isNudged = false;
+}
+
+std::optional<double> MainStrand::nextDeadline() const {
+  const std::lock_guard lock(_mutex);
+  return _deadlines.earliest();
+}
+
+void MainStrand::setWakeHandler(std::function<void()> handler) {
+  WakeHandler replaced;  // destroyed outside the lock
+  WakeHandler called;
+  {
+    const std::lock_guard lock(_mutex);
+    replaced = std::exchange(_wakeHandler,
+                             handler ? std::make_shared<const std::function<void()>>(std::move(handler)) : nullptr);
+    if (!_tasks.empty()) called = _wakeHandler;
+  }
+  if (called) (*called)();
+}
+
+Deadline MainStrand::setDeadline(std::weak_ptr<TimerState> timer, std::uint64_t generation, double time) {
+  WakeHandler handler;
+  Deadline deadline;
+  {
+    const std::lock_guard lock(_mutex);
+    if (isClosed()) return {};
+    deadline = _deadlines.add({std::move(timer), generation, owner()}, time);
+    if (!_deadlines.isFirst(deadline)) return deadline;
+    handler = _wakeHandler;
+    _isNudged = true;
+  }
+  wake(handler);
+  return deadline;
+}
+
+void MainStrand::clearDeadline(Deadline deadline) {
+  const std::lock_guard lock(_mutex);
+  _deadlines.remove(deadline);
+}
+
+void MainStrand::close(std::vector<Task>& dropped) {
+  const std::lock_guard lock(_mutex);
+  markClosed();
+  dropped.insert(dropped.end(), std::move_iterator(_tasks.begin()), std::move_iterator(_tasks.end()));
+  _tasks.clear();
+  _deadlines.clear();
+}
+
+}  // namespace pellor

@@ -1,0 +1,68 @@
+// The main queue.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+#include "runtime/MainQueue.h"
+#include "runtime/Strand.h"
+
+namespace pellor {
+
+class MainStrand final : public MainQueue, public Strand {
+ public:
+  /// Belongs to the calling thread.
+  MainStrand(Process& process, std::shared_ptr<Scheduler> scheduler);
+
+  void async(Task task) override;
+  bool isCurrent() const override;
+  void run() override;
+  void stop() override;
+  bool drain() override;
+  std::optional<double> nextDeadline() const override;
+  void setWakeHandler(std::function<void()> handler) override;
+
+  bool runNext() noexcept override;
+  void close(std::vector<Task>& dropped) override;
+  Deadline setDeadline(std::weak_ptr<TimerState> timer, std::uint64_t generation, double time) override;
+  void clearDeadline(Deadline deadline) override;
+
+  /// Whether the calling thread is the one that made the process.
+  bool isOwnerThread() const { return std::this_thread::get_id() == _ownerThread; }
+  /// Queues the handlers of the timers that are due.
+  void fireDueTimers();
+  /// Runs a due timer or a task; without one waits for either, for a nudge or for `until`.
+  void runNextOrWait(double until);
+  /// Ends the wait that is under way, or the next one. Any thread.
+  void nudge();
+
+ private:
+  using WakeHandler = std::shared_ptr<const std::function<void()>>;
+
+  void wake(const WakeHandler& handler);
+  void waitForWork(double until);
+  bool takeStop();
+
+  const std::thread::id _ownerThread;
+  bool _isInRun = false;  // the owner thread's
+
+  mutable std::mutex _mutex;
+  std::condition_variable _work;
+  // Guarded by _mutex.
+  std::deque<Task> _tasks;
+  std::uint64_t _queuedCount = 0;  // tasks ever queued; the last in _tasks has this number
+  DeadlineList _deadlines;
+  WakeHandler _wakeHandler;
+  bool _hasTurn = false;
+  bool _isStopRequested = false;
+  bool _isNudged = false;
+};
+
+}  // namespace pellor

@@ -1,0 +1,32 @@
+#include "runtime/Queue.h"
+
+#include <utility>
+
+#include "runtime/ConcurrentStrand.h"
+#include "runtime/Process.h"
+#include "runtime/Scheduler.h"
+#include "runtime/SerialStrand.h"
+
+namespace pellor {
+
+namespace {
+
+template <class ConcreteQueue>
+std::shared_ptr<ConcreteQueue> makeQueue(std::string label) {
+  Process& process = Process::current();
+  auto queue = std::make_shared<ConcreteQueue>(process, process.scheduler().shared_from_this(), std::move(label));
+  process.queueMade(queue);
+  return queue;
+}
+
+}  // namespace
+
+Queue::Queue(Process& process, std::string label) : _process(process), _label(std::move(label)) {}
+
+std::shared_ptr<SerialQueue> SerialQueue::make(std::string label) { return makeQueue<SerialStrand>(std::move(label)); }
+
+std::shared_ptr<ConcurrentQueue> ConcurrentQueue::make(std::string label) {
+  return makeQueue<ConcurrentStrand>(std::move(label));
+}
+
+}  // namespace pellor

@@ -1,0 +1,74 @@
+// Queues of tasks: serial, concurrent, and what they have in common.
+//
+// Ordering: tasks of one serial queue run one at a time in the order in which they were queued, and each happens before
+// the next. On a concurrent queue adjacent reads may run side by side, a barrier runs alone, and no read overtakes a
+// barrier that was queued before it. Queues are strands on a small worker pool, never threads; in a simulation one seed
+// decides which ready task of which queue runs next.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace pellor {
+
+class Process;
+
+using Task = std::function<void()>;
+
+/// What every queue can do. A queue belongs to the process that made it; its tasks run with that process as the current
+/// one. Handles are shared; dropping the last one does not drop tasks that are queued.
+class Queue : public std::enable_shared_from_this<Queue> {
+ public:
+  virtual ~Queue() = default;
+  Queue(const Queue&) = delete;
+  Queue& operator=(const Queue&) = delete;
+
+  /// Queues `task` and returns; it never runs inside the call, on no thread, not even when the queue is empty. Any
+  /// thread. After the process has stopped the task is dropped unrun.
+  virtual void async(Task task) = 0;
+
+  /// Whether the caller runs on this queue: inside one of its tasks, and not inside a task of another queue within it.
+  virtual bool isCurrent() const = 0;
+
+  Process& process() const { return _process; }
+  const std::string& label() const { return _label; }
+
+ protected:
+  Queue(Process& process, std::string label);
+
+ private:
+  Process& _process;
+  std::string _label;
+};
+
+/// One task at a time, in order. The thread is given back after each task.
+class SerialQueue : public Queue {
+ public:
+  /// A queue of the current process.
+  static std::shared_ptr<SerialQueue> make(std::string label);
+
+ protected:
+  using Queue::Queue;
+};
+
+/// Readers side by side, writers alone. For state in memory: no task blocks on input or output.
+class ConcurrentQueue : public Queue {
+ public:
+  /// A queue of the current process.
+  static std::shared_ptr<ConcurrentQueue> make(std::string label);
+
+  /// Queues a task that runs alone: after all that was queued before it, before all that is queued after it. Such a
+  /// task takes no lock, waits on no queue and calls no platform service. Any thread.
+  virtual void asyncBarrier(Task task) = 0;
+
+  /// Runs `read` as a reader and returns after it. With nothing queued it runs on the calling thread at once; else the
+  /// caller itself runs the earlier tasks that nobody has started and waits only for those that run already, so it
+  /// needs no free worker. Fatal from a task of this same queue. Any other thread.
+  virtual void sync(const std::function<void()>& read) = 0;
+
+ protected:
+  using Queue::Queue;
+};
+
+}  // namespace pellor

@@ -1,0 +1,64 @@
+#include "runtime/SerialStrand.h"
+
+#include <iterator>
+#include <utility>
+
+#include "runtime/Fatal.h"
+#include "runtime/Frame.h"
+#include "runtime/Process.h"
+#include "runtime/Scheduler.h"
+
+namespace pellor {
+
+SerialStrand::SerialStrand(Process& process, std::shared_ptr<Scheduler> scheduler, std::string label)
+    : SerialQueue(process, std::move(label)), Strand(process, std::move(scheduler)) {}
+
+void SerialStrand::async(Task task) {
+  require(task != nullptr, "a task to queue");
+  {
+    const std::lock_guard lock(_mutex);
+    if (isClosed()) return;
+    process().taskQueued();
+    _tasks.push_back(std::move(task));
+    if (std::exchange(_hasTurn, true)) return;
+  }
+  scheduler().submit(asStrand(*this));
+}
+
+bool SerialStrand::isCurrent() const { return Frame::innermostQueue() == this; }
+
+bool SerialStrand::runNext() noexcept {
+  Task task = takeNext();
+  if (!task) return false;
+  runTask(*this, std::move(task));
+  finish();
+  process().taskEnded();
+  return true;
+}
+
+Task SerialStrand::takeNext() {
+  const std::lock_guard lock(_mutex);
+  // Closing may have emptied the queue after the turn was asked for.
+  if (_tasks.empty()) return nullptr;
+  Task task = std::move(_tasks.front());
+  _tasks.pop_front();
+  return task;
+}
+
+void SerialStrand::finish() {
+  {
+    const std::lock_guard lock(_mutex);
+    _hasTurn = !_tasks.empty();
+    if (!_hasTurn) return;
+  }
+  scheduler().submit(asStrand(*this));
+}
+
+void SerialStrand::close(std::vector<Task>& dropped) {
+  const std::lock_guard lock(_mutex);
+  markClosed();
+  dropped.insert(dropped.end(), std::move_iterator(_tasks.begin()), std::move_iterator(_tasks.end()));
+  _tasks.clear();
+}
+
+}  // namespace pellor

@@ -1,0 +1,143 @@
+#include "runtime/ThreadedScheduler.h"
+
+#include <algorithm>
+#include <cmath>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "runtime/Fatal.h"
+#include "runtime/MainStrand.h"
+#include "runtime/WallClock.h"
+
+namespace pellor {
+
+ThreadedScheduler::ThreadedScheduler()
+    : _maximumWorkers(std::clamp<std::size_t>(std::thread::hardware_concurrency(), 2, 4)) {}
+
+ThreadedScheduler::~ThreadedScheduler() { joinWorkers(); }
+
+double ThreadedScheduler::now() const { return wallClockNow(); }
+
+void ThreadedScheduler::attach(const std::shared_ptr<MainStrand>&) {
+  const Lock lock(_mutex);
+  ++_attached;
+}
+
+void ThreadedScheduler::detach(const Process& process) {
+  std::deque<std::shared_ptr<Strand>> forgotten;  // destroyed outside the lock
+  Lock lock(_mutex);
+  ++_detaching;
+  _ended.wait(lock, [&] { return !isServing(process); });
+  --_detaching;
+  const auto ownedByProcess = std::ranges::stable_partition(_ready, [&](auto& s) { return s->owner() != &process; });
+  std::ranges::move(ownedByProcess, std::back_inserter(forgotten));
+  _ready.erase(ownedByProcess.begin(), ownedByProcess.end());
+  _deadlines.removeAllOf(process);
+  const bool isLast = --_attached == 0;
+  lock.unlock();
+  if (isLast) joinWorkers();
+}
+
+bool ThreadedScheduler::isServing(const Process& process) const {
+  return std::ranges::any_of(_workers, [&](const Worker& worker) { return worker.served == &process; });
+}
+
+void ThreadedScheduler::joinWorkers() {
+  {
+    const Lock lock(_mutex);
+    _isStopping = true;
+  }
+  _work.notify_all();
+  _clock.notify_all();
+  for (Worker& worker : _workers) worker.thread.join();
+  const Lock lock(_mutex);
+  _workers.clear();
+  _isStopping = false;
+}
+
+void ThreadedScheduler::submit(std::shared_ptr<Strand> strand) {
+  const Lock lock(_mutex);
+  _ready.push_back(std::move(strand));
+  // Idle workers that were notified for earlier turns still count as idle until they wake.
+  if (_ready.size() <= _idleWorkers) return _work.notify_one();
+  if (_hasTimekeeper) _clock.notify_one();
+  const std::size_t waiting = _idleWorkers + (_hasTimekeeper ? 1 : 0);
+  if (_ready.size() > waiting && _workers.size() < _maximumWorkers) startWorker();
+}
+
+Deadline ThreadedScheduler::setDeadline(TimerShot shot, double time) {
+  const Lock lock(_mutex);
+  const Deadline deadline = _deadlines.add(std::move(shot), time);
+  if (!_deadlines.isFirst(deadline)) return deadline;
+  if (_hasTimekeeper) {
+    _clock.notify_one();
+  } else if (_idleWorkers > 0) {
+    _work.notify_one();
+  } else if (_workers.size() < _maximumWorkers) {
+    startWorker();
+  }
+  return deadline;
+}
+
+void ThreadedScheduler::clearDeadline(Deadline deadline) {
+  const Lock lock(_mutex);
+  _deadlines.remove(deadline);
+}
+
+void ThreadedScheduler::serve(MainStrand& mainQueue, double until) { mainQueue.runNextOrWait(until); }
+
+void ThreadedScheduler::startWorker() {
+  Worker& worker = _workers.emplace_back();
+  try {
+    worker.thread = std::thread([this, &worker] { work(worker); });
+  } catch (const std::system_error&) {
+    // The workers that run already take the turn when they come to it.
+    _workers.pop_back();
+    require(!_workers.empty(), "that the system can start a thread for the worker pool");
+  }
+}
+
+void ThreadedScheduler::work(Worker& worker) {
+  Lock lock(_mutex);
+  while (!_isStopping) {
+    if (!_ready.empty()) {
+      runReady(worker, lock);
+    } else if (!_hasTimekeeper && _deadlines.earliest()) {
+      keepTime(lock);
+    } else {
+      ++_idleWorkers;
+      _work.wait(lock);
+      --_idleWorkers;
+    }
+  }
+}
+
+void ThreadedScheduler::runReady(Worker& worker, Lock& lock) {
+  auto strand = std::move(_ready.front());
+  _ready.pop_front();
+  worker.served = strand->owner();
+  lock.unlock();
+  strand->runNext();
+  strand.reset();
+  lock.lock();
+  worker.served = nullptr;
+  if (_detaching > 0) _ended.notify_all();
+}
+
+void ThreadedScheduler::keepTime(Lock& lock) {
+  const double earliest = *_deadlines.earliest();
+  _hasTimekeeper = true;
+  if (std::isinf(earliest)) {
+    _clock.wait(lock);
+  } else if (earliest > now()) {
+    _clock.wait_until(lock, wallClockTime(earliest));
+  }
+  _hasTimekeeper = false;
+  const auto due = _deadlines.takeDue(now());
+  lock.unlock();
+  fireAll(due);
+  lock.lock();
+}
+
+}  // namespace pellor

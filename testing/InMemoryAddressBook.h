@@ -1,0 +1,165 @@
+// A contacts database in memory.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/AddressBookStore.h"
+#include "platform/ContactStore.h"
+#include "runtime/Process.h"
+#include "testing/SimulatedPhoneNumbers.h"
+#include "testing/SimulatedText.h"
+#include "testing/TestContact.h"
+
+namespace pellor {
+
+class InMemoryAddressBookStore;
+
+/// The one contacts database of a world. Contacts are named by their GUIDs. Each change raises the sequence number by
+/// one and is announced to every process: `addressBookChangedNotification` is posted by a task on its main queue. Any
+/// thread. Made with `std::make_shared`.
+///
+/// A name is found by its words: each word that is asked for begins a word of the contact's first or last name,
+/// nickname or organisation, whatever the case. A phone number is found in every spelling that `SimulatedPhoneNumbers`
+/// knows, an e-mail address in upper and lower case.
+class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressBook> {
+ public:
+  /// How many lookups all processes have made.
+  struct Lookups {
+    std::uint64_t byGUID = 0;
+    std::uint64_t byRecordID = 0;
+    std::uint64_t byName = 0;
+    std::uint64_t byDestination = 0;
+    std::uint64_t allPeople = 0;
+    friend bool operator==(const Lookups&, const Lookups&) = default;
+  };
+
+  explicit InMemoryAddressBook(
+      std::shared_ptr<SimulatedPhoneNumbers> phoneNumbers = std::make_shared<SimulatedPhoneNumbers>(),
+      std::shared_ptr<SimulatedPersonNames> personNames = std::make_shared<SimulatedPersonNames>());
+
+  /// The service of a process. Main queue.
+  std::shared_ptr<AddressBookStore> storeFor(Process& process);
+  /// The contact store of a process: a contact's identifier is the GUID. Its records belong to the process's shared
+  /// handle. Main queue.
+  std::shared_ptr<ContactStore> contactStoreFor(Process& process);
+
+  // Contacts
+
+  /// Adds a contact and gives its GUID. A GUID or record identifier that is given is one that no other contact has.
+  std::string add(TestContact contact);
+  /// Adds many, as one change; gives their GUIDs in the same order.
+  std::vector<std::string> addAll(std::vector<TestContact> contacts);
+  /// Changes a contact, its identifiers too if `edit` changes them.
+  void change(const std::string& guid, const std::function<void(TestContact&)>& edit);
+  void remove(const std::string& guid);
+  /// The contact with that GUID; absent when there is none.
+  std::optional<TestContact> contact(const std::string& guid) const;
+  /// Links contacts with one another; the first one stands for the set. Each leaves the set that it was in.
+  void link(const std::vector<std::string>& guids);
+  /// Takes a contact out of its set; the other ones stay linked.
+  void unlink(const std::string& guid);
+
+  // The database
+
+  /// Rebuilds the database: every contact gets another record identifier, in the opposite order.
+  void rebuild();
+  /// The database's identifier, at first "TestDatabase"; absent for handles that have no database. No change.
+  void setDatabaseUID(std::optional<std::string> uid);
+  /// At first 1, so that a process that has seen nothing yet differs.
+  std::int32_t sequenceNumber() const;
+  /// Whether `openPrivateAddressBook` fails.
+  void setOpenFails(bool fails);
+
+  // The user's settings. No change of the database. A contact's short name is its first name.
+
+  void setShortNameFormatEnabled(bool isEnabled);
+  void setShortNamePreferNicknames(bool prefersNicknames);
+
+  // Records
+
+  Lookups lookups() const;
+  /// How many private handles were opened.
+  std::uint64_t privateHandleCount() const;
+  void clearRecords();
+
+ private:
+  friend class InMemoryAddressBookHandle;
+  friend class InMemoryContactRecord;
+  friend class InMemoryAddressBookStore;
+
+  // A contact keeps its row for life, whatever becomes of its identifiers.
+  using Row = std::uint64_t;
+  using Rows = std::vector<Row>;
+  struct Stored {
+    TestContact contact;
+    MultiValue phones;
+    MultiValue emails;
+  };
+  using StoredRef = std::shared_ptr<const Stored>;
+
+  // Seen by handles. Each is atomic.
+  StoredRef storedContact(Row row) const;
+  std::optional<Row> rowWithGUID(std::string_view guid);
+  /// Not a lookup in the address book.
+  std::optional<Row> rowForContact(std::string_view identifier) const;
+  std::optional<Row> rowWithRecordID(std::int32_t recordID);
+  Rows rowsMatchingName(std::string_view name);
+  Rows rowsWithDestination(std::string_view destination);
+  Rows allRows();
+  /// The rows linked with this one, itself included, the one that stands for the set first; empty without links.
+  Rows linkedRows(Row row) const;
+  std::optional<std::string> databaseUID() const;
+  std::int32_t newEntryIdentifier();
+
+  // With the lock held
+  std::string insert(TestContact contact);
+  void store(Row row, TestContact contact);
+  void forget(Row row);
+  MultiValue multiValue(const std::vector<LabelledValue>& values, const MultiValue* before);
+  Row existingRow(const std::string& guid) const;
+  std::optional<Row> findGUID(std::string_view guid) const;
+  void leaveLinkSet(Row row);
+  bool standsForItsSet(Row row) const;
+  void didChange();
+  void updateIndexes();
+  std::string destinationKey(std::string_view destination);
+
+  std::shared_ptr<InMemoryAddressBookStore> serviceOf(Process& process);
+
+  const std::shared_ptr<SimulatedPhoneNumbers> _phoneNumbers;
+  const std::shared_ptr<SimulatedPersonNames> _personNames;
+
+  mutable std::mutex _mutex;  // guards everything below
+  std::map<Row, StoredRef> _contacts;
+  std::map<std::string, Row, std::less<>> _rowsByGUID;
+  std::map<std::int32_t, Row> _rowsByRecordID;
+  std::map<Row, std::shared_ptr<Rows>> _linkSets;  // shared by the members
+  Row _lastRow = 0;
+  std::int32_t _lastRecordID = 0;
+  std::int32_t _lastEntryIdentifier = -1;
+  std::int32_t _sequenceNumber = 1;
+  std::optional<std::string> _databaseUID = "TestDatabase";
+  bool _openFails = false;
+  bool _shortNameFormatEnabled = false;
+  bool _shortNamePreferNicknames = false;
+  Lookups _lookups;
+  std::uint64_t _privateHandleCount = 0;
+  std::vector<std::weak_ptr<InMemoryAddressBookStore>> _services;
+
+  // Indexes, as of a sequence number and a home country
+  std::int32_t _indexedSequenceNumber = 0;
+  std::string _indexedCountry;
+  std::map<std::string, Rows, std::less<>> _rowsByWord;
+  std::unordered_map<std::string, Rows> _rowsByDestination;
+};
+
+}  // namespace pellor

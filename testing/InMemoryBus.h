@@ -1,0 +1,53 @@
+// Cross-process notifications in memory.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/SystemNotifyBus.h"
+#include "runtime/Process.h"
+
+namespace pellor {
+
+/// The bus that connects the processes of a world. Deliveries are tasks on the main queue of the receiving process. An
+/// observer gets the posts that were made after its registration. Any thread. Made with `std::make_shared`.
+class InMemoryBus : public std::enable_shared_from_this<InMemoryBus> {
+ public:
+  /// The connection of a process, made on the first call. Main queue.
+  std::shared_ptr<SystemNotifyBus> busFor(Process& process);
+
+  /// Posts as a process outside the simulation would.
+  void post(std::string_view name);
+
+  /// Lets posts of others that are still to be delivered merge into one delivery, as a transport under load may do. Off
+  /// at first: each post of another process is one delivery.
+  void setCoalescesPostsOfOthers(bool coalesces);
+  /// Cuts a process off: what is on its way to it is lost, and what it posts waits.
+  void breakConnection(Process& process);
+  /// Connects it again: its waiting posts go out, its outstanding own posts are delivered, and for each name that it
+  /// observes one more delivery says that somebody may have posted.
+  void restoreConnection(Process& process);
+
+  /// How often the name was posted, by processes of the world and by `post`.
+  std::uint64_t postCount(std::string_view name) const;
+
+ private:
+  class Connection;
+
+  std::vector<std::shared_ptr<Connection>> connections();
+  std::shared_ptr<Connection> connectionOf(Process& process);
+  void postToAllBut(const Connection* poster, std::string_view name);
+
+  mutable std::mutex _mutex;  // guards everything below and the fields of all connections
+  std::vector<std::weak_ptr<Connection>> _connections;
+  std::uint64_t _lastEvent = 0;  // numbers posts and registrations in their order
+  bool _coalescesPostsOfOthers = false;
+  std::map<std::string, std::uint64_t, std::less<>> _postCounts;
+};
+
+}  // namespace pellor

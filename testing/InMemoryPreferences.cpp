@@ -1,0 +1,260 @@
+#include "testing/InMemoryPreferences.h"
+
+#include <utility>
+
+#include "testing/ProcessLink.h"
+
+namespace pellor {
+
+class InMemoryPreferences::Store : public PreferencesStore {
+ public:
+  Store(std::shared_ptr<InMemoryPreferences> shared, std::shared_ptr<ProcessLink> link)
+      : _shared(std::move(shared)), _link(std::move(link)), _process(_link->process()) {}
+
+  PreferenceAnswer<Value> copyValue(std::string_view key, std::string_view domain) override;
+  PreferenceAnswer<std::int64_t> integerValue(std::string_view key, std::string_view domain) override;
+  PreferenceAnswer<bool> booleanValue(std::string_view key, std::string_view domain) override;
+  void setValue(std::string_view key, std::optional<Value> value, std::string_view domain) override;
+  bool synchronize(std::string_view domain) override;
+  PutAside putAside(std::string_view key, std::string_view domain) override;
+  std::optional<Value> persistentValueForKey(std::string_view key, std::string_view domain) override;
+
+ private:
+  struct Pending {
+    std::optional<Value> value;
+    bool hasFailed = false;  // then reads give what is stored
+  };
+  struct Domain {
+    ContentRef seen;  // null until the first read
+    std::map<std::string, Pending, std::less<>> pending;
+  };
+
+  Domain& domainNamed(std::string_view name);
+  bool writeFailed(Domain& domain);
+  void commit(Domain& domain, std::string_view name);
+
+  const std::shared_ptr<InMemoryPreferences> _shared;
+  const std::shared_ptr<ProcessLink> _link;
+  const Process* const _process;
+  std::map<std::string, Domain, std::less<>> _domains;  // guarded by the shared mutex
+};
+
+InMemoryPreferences::Store::Domain& InMemoryPreferences::Store::domainNamed(std::string_view name) {
+  const auto found = _domains.find(name);
+  return found != _domains.end() ? found->second : _domains[std::string(name)];
+}
+
+PreferenceAnswer<Value> InMemoryPreferences::Store::copyValue(std::string_view key, std::string_view name) {
+  using Answer = PreferenceAnswer<Value>;
+  std::lock_guard lock(_shared->_mutex);
+  ++_shared->_readCount;
+  if (_shared->isUnreadable(name)) return Answer::unreadable();
+  Domain& domain = domainNamed(name);
+  if (!domain.seen) domain.seen = _shared->contentOf(name);
+  const auto pending = domain.pending.find(key);
+  if (pending != domain.pending.end() && !pending->second.hasFailed) {
+    return pending->second.value ? Answer::some(*pending->second.value) : Answer::none();
+  }
+  const auto stored = domain.seen->find(key);
+  return stored != domain.seen->end() ? Answer::some(stored->second) : Answer::none();
+}
+
+PreferenceAnswer<std::int64_t> InMemoryPreferences::Store::integerValue(std::string_view key, std::string_view domain) {
+  using Answer = PreferenceAnswer<std::int64_t>;
+  const auto answer = copyValue(key, domain);
+  if (!answer.isReadable()) return Answer::unreadable();
+  const auto integer = answer.value() ? answer.value()->integer() : std::nullopt;
+  return integer ? Answer::some(*integer) : Answer::none();
+}
+
+PreferenceAnswer<bool> InMemoryPreferences::Store::booleanValue(std::string_view key, std::string_view domain) {
+  using Answer = PreferenceAnswer<bool>;
+  const auto answer = copyValue(key, domain);
+  if (!answer.isReadable()) return Answer::unreadable();
+  const auto boolean = answer.value() ? answer.value()->boolean() : std::nullopt;
+  return boolean ? Answer::some(*boolean) : Answer::none();
+}
+
+void InMemoryPreferences::Store::setValue(std::string_view key, std::optional<Value> value, std::string_view domain) {
+  std::lock_guard lock(_shared->_mutex);
+  domainNamed(domain).pending.insert_or_assign(std::string(key), Pending{std::move(value)});
+}
+
+bool InMemoryPreferences::Store::synchronize(std::string_view name) {
+  std::lock_guard lock(_shared->_mutex);
+  Domain& domain = domainNamed(name);
+  if (_shared->isUnreadable(name)) {
+    domain.seen = nullptr;
+    return writeFailed(domain);
+  }
+  if (!domain.pending.empty() && _shared->takeWriteFault()) {
+    domain.seen = _shared->contentOf(name);
+    return writeFailed(domain);
+  }
+  if (!domain.pending.empty()) commit(domain, name);
+  domain.seen = _shared->contentOf(name);
+  return true;
+}
+
+bool InMemoryPreferences::Store::writeFailed(Domain& domain) {
+  if (!domain.pending.empty()) ++_shared->_failedWriteCount;
+  for (auto& [key, pending] : domain.pending) pending.hasFailed = true;
+  return false;
+}
+
+void InMemoryPreferences::Store::commit(Domain& domain, std::string_view name) {
+  Write write{_process, std::string(name), {}};
+  for (const auto& [key, pending] : domain.pending) {
+    _shared->put(key, pending.value, name);
+    write.keys.push_back(key);
+  }
+  _shared->_writes.push_back(std::move(write));
+  domain.pending.clear();
+}
+
+PutAside InMemoryPreferences::Store::putAside(std::string_view key, std::string_view domain) {
+  Process* process = _link->process();
+  const double now = process ? process->now() : 0;
+  std::lock_guard lock(_shared->_mutex);
+  PutAside result;
+  const auto good = _shared->_lastGood.find(Name(domain, key));
+  if (good != _shared->_lastGood.end()) result.lastGood = good->second;
+  const ContentRef content = _shared->contentOf(domain);
+  const auto stored = content->find(key);
+  if (stored == content->end() || _shared->_putAsideFails || _shared->isUnreadable(domain)) return result;
+  _shared->_putAside.push_back({std::string(key), std::string(domain), stored->second, now});
+  result.kept = true;
+  return result;
+}
+
+std::optional<Value> InMemoryPreferences::Store::persistentValueForKey(std::string_view key, std::string_view domain) {
+  std::lock_guard lock(_shared->_mutex);
+  const auto found = _shared->_persistentValues.find(Name(domain, key));
+  if (found == _shared->_persistentValues.end()) return std::nullopt;
+  return found->second;
+}
+
+std::shared_ptr<PreferencesStore> InMemoryPreferences::storeFor(Process& process) {
+  return std::make_shared<Store>(shared_from_this(), ProcessLink::of(process));
+}
+
+std::optional<Value> InMemoryPreferences::value(std::string_view key, std::string_view domain) const {
+  std::lock_guard lock(_mutex);
+  const ContentRef content = contentOf(domain);
+  const auto found = content->find(key);
+  if (found == content->end()) return std::nullopt;
+  return found->second;
+}
+
+void InMemoryPreferences::setValue(std::string_view key, std::optional<Value> value, std::string_view domain) {
+  std::lock_guard lock(_mutex);
+  put(key, value, domain);
+}
+
+void InMemoryPreferences::damage(std::string_view key, Value content, std::string_view domain) {
+  std::lock_guard lock(_mutex);
+  Content changed = *contentOf(domain);
+  changed.insert_or_assign(std::string(key), std::move(content));
+  _contents[std::string(domain)] = std::make_shared<const Content>(std::move(changed));
+}
+
+std::optional<Value> InMemoryPreferences::lastGoodValue(std::string_view key, std::string_view domain) const {
+  std::lock_guard lock(_mutex);
+  const auto found = _lastGood.find(Name(domain, key));
+  if (found == _lastGood.end()) return std::nullopt;
+  return found->second;
+}
+
+std::vector<InMemoryPreferences::PutAsideCopy> InMemoryPreferences::putAsideCopies() const {
+  std::lock_guard lock(_mutex);
+  return _putAside;
+}
+
+void InMemoryPreferences::setPersistentValue(std::string_view key, std::optional<Value> value,
+                                             std::string_view domain) {
+  std::lock_guard lock(_mutex);
+  _persistentValues.erase(Name(domain, key));
+  if (value) _persistentValues.emplace(Name(domain, key), *std::move(value));
+}
+
+void InMemoryPreferences::makeUnreadable(std::optional<std::string> domain) {
+  std::lock_guard lock(_mutex);
+  if (domain) {
+    _unreadableDomains.insert(*std::move(domain));
+  } else {
+    _allUnreadable = true;
+  }
+}
+
+void InMemoryPreferences::makeReadable() {
+  std::lock_guard lock(_mutex);
+  _allUnreadable = false;
+  _unreadableDomains.clear();
+}
+
+void InMemoryPreferences::failWrites(std::uint64_t times) {
+  std::lock_guard lock(_mutex);
+  _writesToFail = times;
+}
+
+void InMemoryPreferences::setPutAsideFails(bool fails) {
+  std::lock_guard lock(_mutex);
+  _putAsideFails = fails;
+}
+
+std::vector<InMemoryPreferences::Write> InMemoryPreferences::writes() const {
+  std::lock_guard lock(_mutex);
+  return _writes;
+}
+
+std::uint64_t InMemoryPreferences::writeCount() const {
+  std::lock_guard lock(_mutex);
+  return _writes.size();
+}
+
+std::uint64_t InMemoryPreferences::failedWriteCount() const {
+  std::lock_guard lock(_mutex);
+  return _failedWriteCount;
+}
+
+std::uint64_t InMemoryPreferences::readCount() const {
+  std::lock_guard lock(_mutex);
+  return _readCount;
+}
+
+void InMemoryPreferences::clearRecords() {
+  std::lock_guard lock(_mutex);
+  _writes.clear();
+  _failedWriteCount = 0;
+  _readCount = 0;
+}
+
+bool InMemoryPreferences::isUnreadable(std::string_view domain) const {
+  return _allUnreadable || _unreadableDomains.contains(domain);
+}
+
+bool InMemoryPreferences::takeWriteFault() {
+  if (_writesToFail == 0) return false;
+  if (_writesToFail != Always) --_writesToFail;
+  return true;
+}
+
+InMemoryPreferences::ContentRef InMemoryPreferences::contentOf(std::string_view domain) const {
+  static const ContentRef empty = std::make_shared<const Content>();
+  const auto found = _contents.find(domain);
+  return found != _contents.end() ? found->second : empty;
+}
+
+void InMemoryPreferences::put(std::string_view key, const std::optional<Value>& value, std::string_view domain) {
+  // Stores hold on to the content that they have seen, so a change makes a new one.
+  Content changed = *contentOf(domain);
+  if (value) {
+    changed.insert_or_assign(std::string(key), *value);
+    _lastGood.insert_or_assign(Name(domain, key), *value);
+  } else if (const auto found = changed.find(key); found != changed.end()) {
+    changed.erase(found);
+  }
+  _contents[std::string(domain)] = std::make_shared<const Content>(std::move(changed));
+}
+
+}  // namespace pellor

@@ -1,0 +1,109 @@
+// Preferences in memory, shared by simulated processes.
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/PreferencesStore.h"
+#include "runtime/Process.h"
+
+namespace pellor {
+
+/// What the stores of several processes have in common. Each process works on a store of its own (`storeFor`), which is
+/// strict: what others wrote shows only after the process's own `synchronize`, and what was not synchronised is lost
+/// with the process. Any thread. Made with `std::make_shared`.
+class InMemoryPreferences : public std::enable_shared_from_this<InMemoryPreferences> {
+ public:
+  /// One `synchronize` that wrote.
+  struct Write {
+    const Process* process = nullptr;  ///< for comparison only: the process may have ended
+    std::string domain;
+    std::vector<std::string> keys;  ///< set or removed, by name
+  };
+  struct PutAsideCopy {
+    std::string key;
+    std::string domain;
+    Value value;      ///< as `copyValue` gave it; bytes that do not decode are of kind data
+    double date = 0;  ///< when it was put aside, in seconds of absolute time
+  };
+
+  /// A process's view of the content.
+  std::shared_ptr<PreferencesStore> storeFor(Process& process);
+
+  // Content
+
+  /// What is stored: the last value that was synchronised; absent when there is none.
+  std::optional<Value> value(std::string_view key, std::string_view domain) const;
+  /// Stores a value at once, as a process outside the simulation would; absent removes it.
+  void setValue(std::string_view key, std::optional<Value> value, std::string_view domain);
+  /// Changes a stored value behind the store's back: the last good copy stays as it was. Give data for bytes that do
+  /// not decode, any other value for one of a wrong type.
+  void damage(std::string_view key, Value content, std::string_view domain);
+  /// The last value of the key that was written whole.
+  std::optional<Value> lastGoodValue(std::string_view key, std::string_view domain) const;
+  /// All copies that were put aside, oldest first.
+  std::vector<PutAsideCopy> putAsideCopies() const;
+  /// Sets one of the defaults that each process has of its own, in all processes alike; absent removes it.
+  void setPersistentValue(std::string_view key, std::optional<Value> value, std::string_view domain);
+
+  // Faults
+
+  static constexpr std::uint64_t Always = std::numeric_limits<std::uint64_t>::max();
+
+  /// Every read of the domain (absent: of all domains) answers that it cannot be read, and its `synchronize` fails and
+  /// writes nothing.
+  void makeUnreadable(std::optional<std::string> domain = std::nullopt);
+  /// Ends `makeUnreadable` for all domains.
+  void makeReadable();
+  /// Lets the next `times` synchronizations that have something to write fail.
+  void failWrites(std::uint64_t times = Always);
+  void allowWrites() { failWrites(0); }
+  /// Lets `putAside` keep no copy.
+  void setPutAsideFails(bool fails);
+
+  // Records
+
+  /// The synchronizations that wrote, oldest first.
+  std::vector<Write> writes() const;
+  std::uint64_t writeCount() const;
+  /// Synchronizations that had something to write and failed.
+  std::uint64_t failedWriteCount() const;
+  /// Values that were asked for, of all processes.
+  std::uint64_t readCount() const;
+  /// Forgets writes and counts.
+  void clearRecords();
+
+ private:
+  class Store;
+  using Content = std::map<std::string, Value, std::less<>>;
+  using ContentRef = std::shared_ptr<const Content>;
+  using Name = std::pair<std::string, std::string>;  // domain, key
+
+  bool isUnreadable(std::string_view domain) const;
+  bool takeWriteFault();
+  ContentRef contentOf(std::string_view domain) const;
+  void put(std::string_view key, const std::optional<Value>& value, std::string_view domain);
+
+  mutable std::mutex _mutex;  // guards everything below and the fields of all stores
+  std::map<std::string, ContentRef, std::less<>> _contents;
+  std::map<Name, Value> _lastGood;
+  std::map<Name, Value> _persistentValues;
+  std::vector<PutAsideCopy> _putAside;
+  bool _allUnreadable = false;
+  std::set<std::string, std::less<>> _unreadableDomains;
+  std::uint64_t _writesToFail = 0;
+  bool _putAsideFails = false;
+  std::vector<Write> _writes;
+  std::uint64_t _failedWriteCount = 0;
+  std::uint64_t _readCount = 0;
+};
+
+}  // namespace pellor

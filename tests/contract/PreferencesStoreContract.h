@@ -1,0 +1,211 @@
+// What every preferences store must do, written against the interface alone.
+//
+// A factory makes stores that share one content, and does to it what the world does:
+//
+//   struct MyStores {
+//     std::shared_ptr<PreferencesStore> open();                  // the store of one more process
+//     void damage(std::string_view key, std::string_view domain);  // the stored bytes no longer decode
+//     void makeUnreadable();
+//     void makeReadable();
+//     void failWrites(bool fail);                                // stays readable
+//   };
+//   INSTANTIATE_TYPED_TEST_SUITE_P(Mine, PreferencesStoreContract, MyStores);
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/PreferencesStore.h"
+
+namespace pellor {
+
+inline constexpr const char* ContractDomain = "org.tapnote.Contract";
+
+template <class Factory>
+class PreferencesStoreContract : public testing::Test {
+ protected:
+  static std::optional<Value> valueIn(PreferencesStore& store, std::string_view key) {
+    const auto answer = store.copyValue(key, ContractDomain);
+    EXPECT_TRUE(answer.isReadable()) << key;
+    return answer.value();
+  }
+
+  Factory _stores;
+};
+
+TYPED_TEST_SUITE_P(PreferencesStoreContract);
+
+TYPED_TEST_P(PreferencesStoreContract, ValuesKeepTheirKindAndContent) {
+  const Dictionary values = {
+      {"true", true},
+      {"false", false},
+      {"zero", 0},
+      {"one", 1},
+      {"least", std::numeric_limits<std::int64_t>::min()},
+      {"greatest", std::numeric_limits<std::int64_t>::max()},
+      {"real", 1.0},
+      {"fraction", -0.1},
+      {"text", "J\xC3\xBCrgen"},
+      {"no text", ""},
+      {"text with a zero", std::string("a\0b", 3)},
+      {"data", Data{0, 255, 1}},
+      {"no data", Data{}},
+      {"date", Date{700000000.5}},
+      {"date before 1970", Date{-2000000000}},
+      {"no elements", Array{}},
+      {"no entries", Dictionary{}},
+      {"list", Array{Dictionary{}, Dictionary{{"Name", "Ada"}, {"AllValues", Array{"1", 2, 3.0, true}}}}},
+  };
+  const auto writer = this->_stores.open();
+  for (const auto& [key, value] : values) writer->setValue(key, value, ContractDomain);
+  ASSERT_TRUE(writer->synchronize(ContractDomain));
+
+  for (const auto& store : {writer, this->_stores.open()}) {
+    for (const auto& [key, value] : values) {
+      const auto stored = this->valueIn(*store, key);
+      EXPECT_EQ(stored, std::optional(value)) << key;
+      EXPECT_EQ(store->integerValue(key, ContractDomain).value(), value.integer()) << key;
+      EXPECT_EQ(store->booleanValue(key, ContractDomain).value(), value.boolean()) << key;
+    }
+    EXPECT_EQ(this->valueIn(*store, "never set"), std::nullopt);
+  }
+}
+
+TYPED_TEST_P(PreferencesStoreContract, OthersSeeAChangeOnlyAfterBothSynchronized) {
+  const auto writer = this->_stores.open(), reader = this->_stores.open();
+  EXPECT_EQ(this->valueIn(*reader, "key"), std::nullopt);
+
+  writer->setValue("key", 1, ContractDomain);
+  writer->setValue("key", 2, ContractDomain);
+  EXPECT_EQ(this->valueIn(*writer, "key"), Value(2));
+  EXPECT_TRUE(reader->synchronize(ContractDomain));
+  EXPECT_EQ(this->valueIn(*reader, "key"), std::nullopt);
+
+  ASSERT_TRUE(writer->synchronize(ContractDomain));
+  EXPECT_EQ(this->valueIn(*reader, "key"), std::nullopt);
+  ASSERT_TRUE(reader->synchronize(ContractDomain));
+  EXPECT_EQ(this->valueIn(*reader, "key"), Value(2));
+  EXPECT_EQ(reader->copyValue("key", "another domain").value(), std::nullopt);
+
+  reader->setValue("key", std::nullopt, ContractDomain);
+  EXPECT_EQ(this->valueIn(*reader, "key"), std::nullopt);
+  ASSERT_TRUE(reader->synchronize(ContractDomain));
+  ASSERT_TRUE(writer->synchronize(ContractDomain));
+  EXPECT_EQ(this->valueIn(*writer, "key"), std::nullopt);
+}
+
+TYPED_TEST_P(PreferencesStoreContract, OneDomainIsWrittenByItself) {
+  const auto writer = this->_stores.open();
+  writer->setValue("key", 1, "first domain");
+  writer->setValue("key", 2, "second domain");
+  ASSERT_TRUE(writer->synchronize("first domain"));
+  const auto reader = this->_stores.open();
+  EXPECT_EQ(reader->copyValue("key", "first domain").value(), Value(1));
+  EXPECT_EQ(reader->copyValue("key", "second domain").value(), std::nullopt);
+  EXPECT_EQ(writer->copyValue("key", "second domain").value(), Value(2));
+}
+
+TYPED_TEST_P(PreferencesStoreContract, AFailedWriteWritesNothingAndIsMadeUpFor) {
+  const auto writer = this->_stores.open(), other = this->_stores.open();
+  writer->setValue("kept", "old", ContractDomain);
+  ASSERT_TRUE(writer->synchronize(ContractDomain));
+
+  this->_stores.failWrites(true);
+  writer->setValue("kept", "new", ContractDomain);
+  writer->setValue("further", 1, ContractDomain);
+  EXPECT_FALSE(writer->synchronize(ContractDomain));
+  EXPECT_EQ(this->valueIn(*writer, "kept"), Value("old"));
+  EXPECT_EQ(this->valueIn(*writer, "further"), std::nullopt);
+  EXPECT_FALSE(writer->synchronize(ContractDomain)) << "still unwritten";
+  EXPECT_TRUE(other->synchronize(ContractDomain)) << "nothing to write";
+  EXPECT_EQ(this->valueIn(*other, "kept"), Value("old"));
+
+  writer->setValue("further", 2, ContractDomain);
+  EXPECT_EQ(this->valueIn(*writer, "further"), Value(2)) << "set after the failure";
+  this->_stores.failWrites(false);
+  EXPECT_TRUE(writer->synchronize(ContractDomain));
+  ASSERT_TRUE(other->synchronize(ContractDomain));
+  EXPECT_EQ(this->valueIn(*other, "kept"), Value("new"));
+  EXPECT_EQ(this->valueIn(*other, "further"), Value(2));
+}
+
+TYPED_TEST_P(PreferencesStoreContract, UnreadableIsNotNone) {
+  const auto store = this->_stores.open();
+  store->setValue("key", 1, ContractDomain);
+  ASSERT_TRUE(store->synchronize(ContractDomain));
+
+  this->_stores.makeUnreadable();
+  const auto late = this->_stores.open();
+  EXPECT_FALSE(late->copyValue("key", ContractDomain).isReadable());
+  EXPECT_FALSE(store->synchronize(ContractDomain));
+  EXPECT_FALSE(store->copyValue("key", ContractDomain).isReadable());
+  EXPECT_FALSE(store->copyValue("never set", ContractDomain).isReadable());
+  EXPECT_FALSE(store->integerValue("key", ContractDomain).isReadable());
+  EXPECT_FALSE(store->booleanValue("key", ContractDomain).isReadable());
+  EXPECT_FALSE(store->putAside("key", ContractDomain).kept);
+  store->setValue("second", 2, ContractDomain);
+  EXPECT_FALSE(store->synchronize(ContractDomain));
+
+  this->_stores.makeReadable();
+  EXPECT_EQ(this->valueIn(*late, "key"), Value(1));
+  EXPECT_EQ(this->valueIn(*store, "key"), Value(1));
+  EXPECT_TRUE(store->synchronize(ContractDomain));
+  ASSERT_TRUE(late->synchronize(ContractDomain));
+  EXPECT_EQ(this->valueIn(*late, "second"), Value(2));
+}
+
+TYPED_TEST_P(PreferencesStoreContract, ADamagedValueIsGivenAsItIsAndPutAside) {
+  const Value good = Array{Dictionary{{"Name", "Ada"}}};
+  const auto store = this->_stores.open();
+  store->setValue("list", good, ContractDomain);
+  ASSERT_TRUE(store->synchronize(ContractDomain));
+  this->_stores.damage("list", ContractDomain);
+
+  ASSERT_TRUE(store->synchronize(ContractDomain));
+  const auto damaged = this->valueIn(*store, "list");
+  ASSERT_TRUE(damaged && damaged->data());
+  const PutAside aside = store->putAside("list", ContractDomain);
+  EXPECT_TRUE(aside.kept);
+  EXPECT_EQ(aside.lastGood, std::optional(good));
+  ASSERT_TRUE(store->synchronize(ContractDomain));
+  EXPECT_EQ(this->valueIn(*store, "list"), damaged) << "stays until it is written over";
+
+  store->setValue("list", Array{}, ContractDomain);
+  EXPECT_TRUE(store->synchronize(ContractDomain));
+  EXPECT_EQ(this->valueIn(*this->_stores.open(), "list"), Value(Array{}));
+  EXPECT_EQ(store->putAside("list", ContractDomain).lastGood, Value(Array{}));
+
+  const PutAside nothing = store->putAside("never set", ContractDomain);
+  EXPECT_FALSE(nothing.kept);
+  EXPECT_EQ(nothing.lastGood, std::nullopt);
+}
+
+TYPED_TEST_P(PreferencesStoreContract, SeveralThreadsMayCallAtOnce) {
+  constexpr int rounds = 50;
+  const auto store = this->_stores.open();
+  const auto write = [&store](const char* key) {
+    for (int round = 1; round <= rounds; ++round) {
+      store->setValue(key, round, ContractDomain);
+      EXPECT_TRUE(store->synchronize(ContractDomain));
+      EXPECT_EQ(store->integerValue(key, ContractDomain).value(), round);
+    }
+  };
+  std::vector<std::thread> threads;
+  for (const char* key : {"first", "second", "third"}) threads.emplace_back(write, key);
+  for (std::thread& thread : threads) thread.join();
+  const auto reader = this->_stores.open();
+  for (const char* key : {"first", "second", "third"}) EXPECT_EQ(this->valueIn(*reader, key), Value(rounds));
+}
+
+REGISTER_TYPED_TEST_SUITE_P(PreferencesStoreContract, ValuesKeepTheirKindAndContent,
+                            OthersSeeAChangeOnlyAfterBothSynchronized, OneDomainIsWrittenByItself,
+                            AFailedWriteWritesNothingAndIsMadeUpFor, UnreadableIsNotNone,
+                            ADamagedValueIsGivenAsItIsAndPutAside, SeveralThreadsMayCallAtOnce);
+
+}  // namespace pellor

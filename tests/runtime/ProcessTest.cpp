@@ -1,0 +1,282 @@
+#include "runtime/Process.h"
+
+#include <atomic>
+#include <latch>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "runtime/Timer.h"
+#include "tests/runtime/BothSchedulers.h"
+
+namespace pellor {
+namespace {
+
+struct Participant : SettleParticipant {
+  bool isSettled() const override { return settled; }
+  bool isWritten() const override { return written; }
+  void didSettle() override { ++settles; }
+
+  bool settled = true;
+  bool written = true;
+  int settles = 0;
+};
+
+class SettleTest : public BothSchedulers {
+ protected:
+  SettleTest() { process->addSettleParticipant(participant); }
+  ~SettleTest() override { process->removeSettleParticipant(participant); }
+
+  Participant participant;
+};
+INSTANTIATE_TEST_SUITE_P(Schedulers, SettleTest, bothSchedulers(), schedulerName);
+
+TEST_P(SettleTest, waitsForTasksThatQueueTasks) {
+  const auto serial = SerialQueue::make("serial");
+  const auto concurrent = ConcurrentQueue::make("concurrent");
+  int hops = 0;
+  std::function<void()> hop = [&] {
+    if (++hops == 90) return;
+    std::vector<Queue*> queues{serial.get(), concurrent.get(), &process->mainQueue()};
+    queues[static_cast<std::size_t>(hops) % 3]->async(hop);
+  };
+  serial->async(hop);
+  EXPECT_TRUE(settle());
+  EXPECT_EQ(hops, 90);
+  EXPECT_EQ(participant.settles, 1);
+}
+
+TEST_P(SettleTest, servesTimersWhileAParticipantIsNotSettled) {
+  participant.settled = false;
+  const auto pool = SerialQueue::make("pool");
+  std::shared_ptr<Timer> second;
+  const auto first = Timer::after(*pool, 0.001, [&] {
+    second = Timer::after(process->mainQueue(), 0.001, [&] { participant.settled = true; });
+  });
+  EXPECT_TRUE(settle());
+  EXPECT_TRUE(participant.settled);
+}
+
+TEST_P(SettleTest, tellsWhatWasNotReached) {
+  participant.written = false;
+  EXPECT_FALSE(settle());
+  participant.written = true;
+  participant.settled = false;
+  const double before = process->now();
+  EXPECT_FALSE(process->settle(0.003));
+  EXPECT_GE(process->now(), before + 0.003);
+  EXPECT_EQ(participant.settles, 2);
+}
+
+TEST_P(SettleTest, mayBeCalledFromATaskAndNested) {
+  const auto pool = SerialQueue::make("pool");
+  std::atomic<int> ran = 0;
+  const auto settleInside = [&](auto& self, int depth) -> void {
+    pool->async([&] { ++ran; });
+    process->mainQueue().async([&, depth] {
+      if (depth > 0) self(self, depth - 1);
+      ++ran;
+    });
+    EXPECT_TRUE(settle());
+  };
+  process->mainQueue().async([&] {
+    settleInside(settleInside, 3);
+    EXPECT_EQ(ran, 8);
+  });
+  EXPECT_TRUE(settle());
+  EXPECT_EQ(participant.settles, 5);
+}
+
+TEST(ThreadedSettleTest, isWokenByTheLastTaskOfThePool) {
+  Process process;
+  const auto queue = SerialQueue::make("pool");
+  for (int i = 0; i < 500; ++i) {
+    bool ran = false;
+    queue->async([&] { ran = true; });
+    ASSERT_TRUE(process.settle(longTime));
+    ASSERT_TRUE(ran);
+  }
+}
+
+TEST(ThreadedSettleTest, givesUpOnATaskThatDoesNotEnd) {
+  Process process;
+  std::latch release(1);
+  const auto queue = SerialQueue::make("pool");
+  queue->async([&] { release.wait(); });
+  EXPECT_FALSE(process.settle(0.001));
+  release.count_down();
+  EXPECT_TRUE(process.settle(longTime));
+}
+
+std::vector<std::string> history;
+
+template <int number>
+struct Numbered {
+  Numbered() { history.push_back("make " + std::to_string(number)); }
+  ~Numbered() {
+    history.push_back("destroy " + std::to_string(number));
+    EXPECT_EQ(&Process::current(), owner);
+  }
+  Process* owner = &Process::current();
+};
+
+struct NeedsOther {
+  NeedsOther() {
+    Process::current().local<Numbered<2>>();
+    history.push_back("make needy");
+  }
+  ~NeedsOther() {
+    // Another local object, made before this one, is still there; queues take nothing any more.
+    Process::current().local<Numbered<2>>();
+    queue->async([] { ADD_FAILURE() << "ran after the end"; });
+    queue->sync([] { history.push_back("destroy needy"); });
+    timer->fireAt(0);
+  }
+  std::shared_ptr<ConcurrentQueue> queue = ConcurrentQueue::make("needy");
+  std::shared_ptr<Timer> timer = Timer::make(Process::current().mainQueue(), [] { ADD_FAILURE() << "fired"; });
+  std::shared_ptr<Observation> observation =
+      Process::current().notificationCenter().addObserver("name", [](const Notification&) {});
+};
+
+TEST(LocalObjectsTest, oneOfEachForAProcessDestroyedInReverse) {
+  history.clear();
+  const auto world = std::make_shared<SimulatedScheduler>(1);
+  Process other(world, nullptr);
+  {
+    Process process(world, nullptr);
+    process.local<Numbered<1>>();
+    process.local<NeedsOther>();
+    process.local<Numbered<3>>();
+    EXPECT_EQ(&process.local<Numbered<1>>(), &process.local<Numbered<1>>());
+    EXPECT_NE(&process.local<Numbered<1>>(), &other.local<Numbered<1>>());
+    EXPECT_EQ(process.local<Numbered<1>>().owner, &process);
+  }
+  EXPECT_EQ(history, (std::vector<std::string>{"make 1", "make 2", "make needy", "make 3", "make 1", "destroy 3",
+                                               "destroy needy", "destroy 2", "destroy 1"}));
+}
+
+std::atomic<int> madeCount = 0;
+struct Counted {
+  Counted() { ++madeCount; }
+  int value = 5;
+};
+
+TEST(LocalObjectsTest, threadsThatAskAtOnceGetTheSame) {
+  madeCount = 0;
+  Process process;
+  std::latch start(4);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] {
+      start.arrive_and_wait();
+      EXPECT_EQ(process.local<Counted>().value, 5);
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(madeCount, 1);
+}
+
+TEST(CurrentProcessTest, isThatOfTheInnermostTaskOrScopeElseTheOnlyOne) {
+  EXPECT_FALSE(Process::hasCurrent());
+  const auto world = std::make_shared<SimulatedScheduler>(1);
+  Process first(world, nullptr);
+  EXPECT_EQ(&Process::current(), &first);
+  std::thread([&] { EXPECT_EQ(&Process::current(), &first); }).join();
+  Process second(world, nullptr);
+  EXPECT_FALSE(Process::hasCurrent());
+  const Process::Scope scope(first);
+  const auto queue = ConcurrentQueue::make("of the first");
+  {
+    const Process::Scope inner(second);
+    EXPECT_EQ(&Process::current(), &second);
+    queue->asyncBarrier([&] { EXPECT_EQ(&Process::current(), &first); });
+    queue->sync([&] { EXPECT_EQ(&Process::current(), &first); });
+    EXPECT_EQ(&Process::current(), &second);
+    second.mainQueue().async([&] { EXPECT_EQ(&Process::current(), &second); });
+  }
+  EXPECT_EQ(&Process::current(), &first);
+  world->runUntilQuiet();
+}
+
+class EndTest : public BothSchedulers {};
+INSTANTIATE_TEST_SUITE_P(Schedulers, EndTest, bothSchedulers(), schedulerName);
+
+TEST_P(EndTest, aNormalEndSettlesAndAnAbandonedProcessDropsItsTasks) {
+  std::atomic<int> ran = 0;
+  const auto queueEverywhere = [&] {
+    SerialQueue::make("serial")->async([&] { ++ran; });
+    ConcurrentQueue::make("concurrent")->asyncBarrier([&] { ++ran; });
+    process->mainQueue().async([&] { ++ran; });
+  };
+  queueEverywhere();
+  process.reset();
+  EXPECT_EQ(ran, 3);
+
+  ran = 0;
+  process = std::make_unique<Process>(makeScheduler(GetParam()), nullptr);
+  queueEverywhere();
+  process->abandon();
+  EXPECT_EQ(Process::hasCurrent(), false);
+  process.reset();
+  EXPECT_LE(ran, 2) << "a task of the main queue ran";  // the pool may have been faster
+}
+
+TEST_P(EndTest, handlesMayOutliveTheProcess) {
+  auto queue = SerialQueue::make("serial");
+  auto readers = ConcurrentQueue::make("concurrent");
+  auto onPool = Timer::after(*queue, 3600, [] {});
+  auto onMain = Timer::after(process->mainQueue(), 3600, [queue] {});
+  auto observation = process->notificationCenter().addObserver("name", [readers](const Notification&) {});
+  // The captures of dropped tasks queue further ones as they are destroyed.
+  std::shared_ptr<void> capture(nullptr, [queue](void*) { queue->async([] { ADD_FAILURE() << "ran"; }); });
+  process->mainQueue().async([capture = std::move(capture)] {});
+  process->abandon();
+  process.reset();
+  scheduler.reset();
+  onMain.reset();
+  observation.reset();
+  readers.reset();
+  queue->async([] { ADD_FAILURE() << "ran after the process"; });
+  queue.reset();
+  onPool.reset();
+}
+
+TEST(ThreadedEndTest, dropsWhatHasNotStartedAndWaitsForTheTaskInProgress) {
+  auto process = std::make_unique<Process>();
+  const auto queue = SerialQueue::make("pool");
+  std::latch started(1), ending(1);
+  std::atomic<bool> hasEnded = false;
+  queue->async([&] {
+    started.count_down();
+    ending.wait();
+    for (int i = 0; i < 100; ++i) std::this_thread::yield();  // gives an end that does not wait the time to show
+    hasEnded = true;
+  });
+  queue->async([] { ADD_FAILURE() << "ran after the process was abandoned"; });
+  // Destroyed unrun, once the end is under way.
+  std::shared_ptr<void> capture(nullptr, [&](void*) { ending.count_down(); });
+  process->mainQueue().async([capture = std::move(capture)] { ADD_FAILURE() << "ran"; });
+  started.wait();
+  process->abandon();
+  EXPECT_TRUE(hasEnded);
+}
+
+TEST(ProcessDeathTest, brokenContractsEndTheProgramWithOneLine) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  struct StandardErrorSink : LogSink {
+    void write(const LogEntry& entry) override { fprintf(stderr, "[log: %s]", entry.messageText().c_str()); }
+  };
+  EXPECT_DEATH(Process::current(), "pellor: fatal: expected a current process");
+  const auto world = std::make_shared<SimulatedScheduler>(1);
+  Process process(world, std::make_shared<StandardErrorSink>());
+  EXPECT_DEATH(std::thread([&] { process.requireMainQueue("edit"); }).join(),
+               "^pellor: fatal: expected edit to be called on the main queue\n"
+               ".log: pellor: fatal: expected edit to be called on the main queue.$");
+  EXPECT_DEATH((process.mainQueue().async([&] { process.abandon(); }), world->step()),
+               "expected a process to end outside of its tasks");
+  Process second(world, nullptr);
+  EXPECT_DEATH(Process::current(), "pellor: fatal: expected a current process");
+}
+
+}  // namespace
+}  // namespace pellor

@@ -1,0 +1,39 @@
+#include "runtime/Published.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+namespace pellor {
+namespace {
+
+struct Version {
+  int number;
+  std::vector<int> content;
+};
+
+// Under ThreadSanitizer this also proves that what was stored happened before it is read.
+TEST(PublishedTest, readersSeeWholeVersionsThatNeverGoBack) {
+  constexpr int last = 2000;
+  const auto make = [](int number) {
+    return std::make_shared<const Version>(Version{number, std::vector<int>(5, number)});
+  };
+  Published<Version> published(make(0));
+  std::vector<std::thread> readers;
+  for (int i = 0; i < 3; ++i) {
+    readers.emplace_back([&] {
+      for (int seen = 0; seen < last;) {
+        const auto version = published.load();
+        EXPECT_GE(version->number, seen);
+        EXPECT_EQ(version->content, std::vector<int>(5, version->number));
+        seen = version->number;
+      }
+    });
+  }
+  for (int number = 1; number <= last; ++number) published.store(make(number));
+  for (auto& reader : readers) reader.join();
+}
+
+}  // namespace
+}  // namespace pellor

@@ -1,0 +1,274 @@
+#include "runtime/Queue.h"
+
+#include <algorithm>
+#include <atomic>
+#include <latch>
+#include <random>
+#include <thread>
+#include <vector>
+
+#include "tests/runtime/BothSchedulers.h"
+
+namespace pellor {
+namespace {
+
+class QueueTest : public BothSchedulers {};
+INSTANTIATE_TEST_SUITE_P(Schedulers, QueueTest, bothSchedulers(), schedulerName);
+
+// The records are written without a lock: under ThreadSanitizer this also proves that a task happens before the next.
+TEST_P(QueueTest, serialTasksRunOneAtATimeInTheOrderInWhichTheyWereQueued) {
+  constexpr int count = 500;
+  std::vector<std::shared_ptr<SerialQueue>> queues;
+  std::vector<std::vector<int>> records(3);
+  for (int i = 0; i < 3; ++i) queues.push_back(SerialQueue::make("test"));
+  for (int i = 0; i < count; ++i) {
+    for (std::size_t q = 0; q < queues.size(); ++q) queues[q]->async([&records, q, i] { records[q].push_back(i); });
+  }
+  ASSERT_TRUE(settle());
+  for (const auto& record : records) {
+    ASSERT_EQ(record.size(), count);
+    EXPECT_TRUE(std::ranges::is_sorted(record));
+  }
+}
+
+TEST_P(QueueTest, tasksNeverRunInsideTheCallAndKnowWhereTheyRun) {
+  const auto serial = SerialQueue::make("serial");
+  const auto concurrent = ConcurrentQueue::make("concurrent");
+  const std::vector<Queue*> queues{serial.get(), concurrent.get(), &process->mainQueue()};
+  std::atomic<int> ran = 0;
+  const auto check = [&](const Queue* here) {
+    for (const Queue* queue : queues) EXPECT_EQ(queue->isCurrent(), queue == here) << queue->label();
+    EXPECT_EQ(&Process::current(), process.get());
+    ++ran;
+  };
+  for (Queue* queue : queues) {
+    thread_local bool isInsideCall = false;
+    isInsideCall = true;
+    queue->async([&check, queue] {
+      EXPECT_FALSE(isInsideCall);
+      check(queue);
+    });
+    isInsideCall = false;
+  }
+  concurrent->asyncBarrier([&] { check(concurrent.get()); });
+  ASSERT_TRUE(settle());
+  EXPECT_EQ(ran, 4);
+  EXPECT_TRUE(process->mainQueue().isCurrent());
+  EXPECT_FALSE(serial->isCurrent());
+}
+
+TEST_P(QueueTest, queuedTasksOutliveTheLastHandle) {
+  std::atomic<int> ran = 0;
+  SerialQueue::make("serial")->async([&] { ++ran; });
+  const auto concurrent = ConcurrentQueue::make("concurrent");
+  concurrent->asyncBarrier([&] { ++ran; });
+  concurrent->async([&] { ++ran; });
+  const_cast<std::shared_ptr<ConcurrentQueue>&>(concurrent).reset();
+  ASSERT_TRUE(settle());
+  EXPECT_EQ(ran, 3);
+}
+
+TEST_P(QueueTest, aTaskIsDestroyedOnItsQueueBeforeSettleReturns) {
+  const auto queue = SerialQueue::make("serial");
+  bool wasDestroyedOnQueue = false;
+  {
+    std::shared_ptr<void> capture(nullptr, [&](void*) { wasDestroyedOnQueue = queue->isCurrent(); });
+    queue->async([capture = std::move(capture)] {});
+  }
+  ASSERT_TRUE(settle());
+  EXPECT_TRUE(wasDestroyedOnQueue);
+}
+
+/// Queues a random mix of reads and barriers and checks in each task that what was queued around it keeps its distance.
+class Traffic {
+ public:
+  explicit Traffic(std::uint32_t seed) : _random(seed) {}
+
+  void queueOn(ConcurrentQueue& queue, int count) {
+    for (int i = 0; i < count; ++i) {
+      if (_random() % 3 == 0) {
+        queue.asyncBarrier([this, before = _queuedReads] { runBarrier(before); });
+        ++_queuedBarriers;
+      } else {
+        queue.async([this, barriers = _queuedBarriers] { runRead(barriers); });
+        ++_queuedReads;
+      }
+    }
+  }
+
+  void expectAllRan() const {
+    EXPECT_EQ(_readsDone, _queuedReads);
+    EXPECT_EQ(_barriersDone, _queuedBarriers);
+  }
+
+ private:
+  void runBarrier(int readsBefore) {
+    EXPECT_EQ(_running.fetch_add(1), 0) << "a barrier ran beside something";
+    EXPECT_EQ(_readsDone, readsBefore) << "a barrier and a read changed places";
+    ++_barriersDone;  // not atomic: a barrier is alone
+    --_running;
+  }
+  void runRead(int barriersBefore) {
+    ++_running;
+    EXPECT_EQ(_barriersDone, barriersBefore) << "a read and a barrier changed places";
+    ++_readsDone;
+    --_running;
+  }
+
+  std::minstd_rand _random;
+  int _queuedReads = 0;
+  int _queuedBarriers = 0;
+  int _barriersDone = 0;
+  std::atomic<int> _readsDone = 0;
+  std::atomic<int> _running = 0;
+};
+
+TEST_P(QueueTest, barriersRunAloneAndNothingOvertakesThem) {
+  for (std::uint32_t seed = 1; seed <= 20; ++seed) {
+    const auto queue = ConcurrentQueue::make("test");
+    Traffic traffic(seed);
+    traffic.queueOn(*queue, 100);
+    ASSERT_TRUE(settle());
+    traffic.expectAllRan();
+  }
+}
+
+TEST(QueueSimulationTest, barriersRunAloneUnderManySeeds) {
+  for (std::uint32_t seed = 1; seed <= 500; ++seed) {
+    Process process(std::make_shared<SimulatedScheduler>(seed), nullptr);
+    const auto first = ConcurrentQueue::make("first");
+    const auto second = ConcurrentQueue::make("second");
+    Traffic onFirst(seed), onSecond(seed + 1);
+    process.mainQueue().async([&] { onFirst.queueOn(*first, 20); });
+    onSecond.queueOn(*second, 20);
+    process.mainQueue().async([&] { second->sync([&] { onSecond.expectAllRan(); }); });
+    ASSERT_TRUE(process.settle(longTime));
+    onFirst.expectAllRan();
+  }
+}
+
+class ThreadedQueueTest : public testing::Test {
+ protected:
+  /// Occupies all workers until the returned latch is counted down.
+  std::shared_ptr<std::latch> blockWorkers() {
+    const int workers = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 2U, 4U));
+    auto release = std::make_shared<std::latch>(1);
+    std::latch blocked(workers);
+    for (int i = 0; i < workers; ++i) {
+      const auto queue = SerialQueue::make("blocker");
+      queue->async([&blocked, release] {
+        blocked.count_down();
+        release->wait();
+      });
+    }
+    blocked.wait();
+    return release;
+  }
+
+  Process process;
+};
+
+TEST_F(ThreadedQueueTest, adjacentReadsRunSideBySide) {
+  const auto queue = ConcurrentQueue::make("test");
+  std::latch both(2);
+  for (int i = 0; i < 2; ++i) queue->async([&] { both.arrive_and_wait(); });
+  EXPECT_TRUE(process.settle(longTime));
+}
+
+TEST_F(ThreadedQueueTest, aBlockedSerialQueueLeavesAWorkerToTheOthers) {
+  const auto first = SerialQueue::make("first");
+  const auto second = SerialQueue::make("second");
+  std::latch release(1);
+  first->async([&] { release.wait(); });
+  second->async([&] { release.count_down(); });
+  EXPECT_TRUE(process.settle(longTime));
+}
+
+TEST_F(ThreadedQueueTest, aSynchronousReadNeedsNoWorker) {
+  const auto release = blockWorkers();
+  const auto queue = ConcurrentQueue::make("test");
+  const auto caller = std::this_thread::get_id();
+  std::vector<int> order;
+  const auto note = [&](int number) {
+    EXPECT_EQ(std::this_thread::get_id(), caller);
+    EXPECT_TRUE(queue->isCurrent());
+    EXPECT_FALSE(process.mainQueue().isCurrent());
+    order.push_back(number);
+  };
+  queue->sync([&] { note(0); });
+  queue->asyncBarrier([&] { note(1); });
+  queue->async([&] { note(2); });
+  queue->asyncBarrier([&] { note(3); });
+  queue->sync([&] { note(4); });
+  EXPECT_EQ(order, (std::vector{0, 1, 2, 3, 4}));
+  EXPECT_TRUE(process.mainQueue().isCurrent());
+  release->count_down();
+  EXPECT_TRUE(process.settle(longTime));
+}
+
+TEST_F(ThreadedQueueTest, aSynchronousReadRunsBesideARunningReaderAndAfterARunningBarrier) {
+  const auto queue = ConcurrentQueue::make("test");
+  std::latch readerRuns(1), releaseReader(1), barrierRuns(1), releaseBarrier(1);
+  queue->async([&] {
+    readerRuns.count_down();
+    releaseReader.wait();
+  });
+  readerRuns.wait();
+  queue->sync([&] { releaseReader.count_down(); });  // hangs unless it runs beside the reader
+
+  bool isWritten = false;
+  queue->asyncBarrier([&] {
+    barrierRuns.count_down();
+    releaseBarrier.wait();
+    isWritten = true;
+  });
+  barrierRuns.wait();
+  std::thread other([&] { queue->sync([&] { EXPECT_TRUE(isWritten); }); });
+  releaseBarrier.count_down();
+  queue->sync([&] { EXPECT_TRUE(isWritten); });
+  other.join();
+}
+
+TEST_F(ThreadedQueueTest, everyThreadReadsItsOwnWrites) {
+  constexpr int threadCount = 4, rounds = 300;
+  const auto queue = ConcurrentQueue::make("test");
+  std::vector<int> counters(threadCount);
+  std::vector<std::thread> threads;
+  for (std::size_t t = 0; t < threadCount; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 1; i <= rounds; ++i) {
+        queue->asyncBarrier([&counters, t] { ++counters[t]; });
+        queue->async([&counters] { (void)counters.front(); });
+        queue->sync([&] { EXPECT_EQ(counters[t], i); });
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_TRUE(process.settle(longTime));
+  EXPECT_EQ(counters, std::vector<int>(threadCount, rounds));
+}
+
+using QueueDeathTest = QueueTest;
+INSTANTIATE_TEST_SUITE_P(Schedulers, QueueDeathTest, bothSchedulers(), schedulerName);
+
+TEST_P(QueueDeathTest, aSynchronousReadFromATaskOfTheSameQueueIsFatal) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto queue = ConcurrentQueue::make("outer");
+  const auto other = ConcurrentQueue::make("other");
+  const auto readAgain = [&] { queue->sync([] {}); };
+  const auto readThroughOther = [&] {
+    other->asyncBarrier(readAgain);
+    other->sync([] {});
+  };
+  const char* message = "pellor: fatal: expected a synchronous read from outside the tasks of queue outer";
+  EXPECT_DEATH((queue->asyncBarrier(readAgain), settle()), message);
+  EXPECT_DEATH(queue->sync(readAgain), message);
+  EXPECT_DEATH((queue->async([&] { other->sync(readAgain); }), settle()), message);
+  // With threads a worker may take the other queue's task, on which the nested read is no error.
+  if (!isThreaded()) {
+    EXPECT_DEATH(queue->sync([&] { readThroughOther(); }), message);
+  }
+}
+
+}  // namespace
+}  // namespace pellor

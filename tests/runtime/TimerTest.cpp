@@ -1,0 +1,181 @@
+#include "runtime/Timer.h"
+
+#include <atomic>
+#include <latch>
+#include <limits>
+#include <thread>
+#include <vector>
+
+#include "tests/runtime/BothSchedulers.h"
+
+namespace pellor {
+namespace {
+
+class TimerTest : public BothSchedulers {
+ protected:
+  std::vector<std::shared_ptr<Queue>> queues() {
+    return {SerialQueue::make("serial"), ConcurrentQueue::make("concurrent"), process->mainQueue().shared_from_this()};
+  }
+  void runUntilStopped() { process->mainQueue().run(); }
+};
+INSTANTIATE_TEST_SUITE_P(Schedulers, TimerTest, bothSchedulers(), schedulerName);
+
+TEST_P(TimerTest, firesOnceOnItsQueueNotBeforeItsTime) {
+  for (const auto& queue : queues()) {
+    std::atomic<int> fired = 0;
+    const double due = process->now() + 0.002;
+    std::shared_ptr<Timer> timer = Timer::make(*queue, [&] {
+      EXPECT_TRUE(queue->isCurrent());
+      EXPECT_GE(process->now(), due);
+      EXPECT_FALSE(timer->isValid());
+      ++fired;
+      process->mainQueue().stop();
+    });
+    EXPECT_FALSE(timer->isValid());
+    timer->fireAt(due);
+    EXPECT_TRUE(timer->isValid());
+    runUntilStopped();
+    EXPECT_TRUE(settle());
+    EXPECT_EQ(fired, 1) << queue->label();
+  }
+}
+
+TEST_P(TimerTest, aTimeThatHasPassedFiresWhenTheQueueIsFreeAndNeverInsideTheCall) {
+  const std::vector<double> times{0, process->now(), -std::numeric_limits<double>::infinity(),
+                                  std::numeric_limits<double>::quiet_NaN()};
+  for (const double time : times) {
+    int fired = 0;
+    process->mainQueue().async([&] { EXPECT_EQ(fired, 0); });
+    const auto timer = Timer::make(process->mainQueue(), [&] { ++fired; });
+    timer->fireAt(time);
+    EXPECT_EQ(fired, 0);
+    EXPECT_TRUE(timer->isValid());
+    EXPECT_TRUE(settle());  // the firing is a task: settle waits for it
+    EXPECT_EQ(fired, 1) << time;
+  }
+}
+
+TEST_P(TimerTest, aTimerThatIsSetIsNoOutstandingTask) {
+  const auto handles = queues();
+  std::vector<std::shared_ptr<Timer>> timers;
+  for (const auto& queue : handles) {
+    timers.push_back(Timer::after(*queue, 3600, [] { ADD_FAILURE() << "fired"; }));
+    timers.push_back(Timer::make(*queue, [] { ADD_FAILURE() << "fired"; }));
+    timers.back()->fireAt(std::numeric_limits<double>::infinity());
+  }
+  EXPECT_TRUE(settle());
+  for (const auto& timer : timers) EXPECT_TRUE(timer->isValid());
+}
+
+// A firing is queued at once because its time has passed; what ends it comes before the task runs.
+TEST_P(TimerTest, aFiringThatIsQueuedEndsWithTheTimer) {
+  std::vector<std::string> fired;
+  MainQueue& queue = process->mainQueue();
+  const auto cancelled = Timer::after(queue, -1, [&] { fired.push_back("cancelled"); });
+  auto dropped = Timer::after(queue, -1, [&] { fired.push_back("dropped"); });
+  const auto setAgain = Timer::after(queue, -1, [&] { fired.push_back("set again"); });
+  const auto setLater = Timer::after(queue, -1, [&] { fired.push_back("set later"); });
+  const auto setAfterCancel = Timer::make(queue, [&] { fired.push_back("set after cancel"); });
+  cancelled->cancel();
+  dropped.reset();
+  setAgain->fireAt(0);
+  setLater->fireAt(process->now() + 3600);
+  setAfterCancel->cancel();
+  setAfterCancel->fireAt(0);
+  EXPECT_FALSE(cancelled->isValid());
+  EXPECT_FALSE(setAfterCancel->isValid());
+  EXPECT_TRUE(settle());
+  EXPECT_EQ(fired, std::vector<std::string>{"set again"});
+  EXPECT_TRUE(setLater->isValid());
+}
+
+TEST_P(TimerTest, aHandlerMaySetItsTimerAgainAndCancelIt) {
+  int fired = 0;
+  std::shared_ptr<Timer> timer = Timer::make(process->mainQueue(), [&, capture = std::make_shared<int>(7)] {
+    if (++fired < 3) return timer->fireAt(process->now() + 0.001);
+    timer->cancel();
+    EXPECT_EQ(*capture, 7) << "the handler was destroyed while it ran";
+    process->mainQueue().stop();
+  });
+  timer->fireAt(process->now());
+  runUntilStopped();
+  EXPECT_EQ(fired, 3);
+}
+
+TEST_P(TimerTest, cancelDropsTheHandler) {
+  auto capture = std::make_shared<int>();
+  const std::weak_ptr<int> weak = capture;
+  const auto timer = Timer::make(process->mainQueue(), [held = std::move(capture)] {});
+  timer->cancel();
+  EXPECT_TRUE(weak.expired());
+}
+
+TEST_P(TimerTest, aNearerTimeComesFirstThoughItIsSetLater) {
+  for (const auto& queue : queues()) {
+    const auto far = Timer::after(*queue, 3600, [] { ADD_FAILURE() << "the far one fired"; });
+    const auto near = Timer::after(*queue, 0.001, [&] { process->mainQueue().stop(); });
+    runUntilStopped();
+    EXPECT_TRUE(far->isValid());
+  }
+}
+
+TEST(ThreadedTimerTest, cancelMayRaceWithTheFiring) {
+  Process process;
+  const auto queue = SerialQueue::make("test");
+  for (int i = 0; i < 200; ++i) {
+    std::atomic<bool> isCancelled = false;
+    const auto timer = Timer::make(*queue, [&] { EXPECT_FALSE(isCancelled); });
+    timer->fireAt(process.now() + (i % 4) * 1e-5);
+    queue->async([&] {
+      timer->cancel();
+      isCancelled = true;
+    });
+    ASSERT_TRUE(process.settle(longTime));
+  }
+  for (int i = 0; i < 200; ++i) {
+    const auto timer = Timer::make(*queue, [] {});
+    std::thread other([&] { timer->cancel(); });
+    timer->fireAt(process.now() + 1e-5);
+    other.join();
+    EXPECT_FALSE(timer->isValid());
+  }
+}
+
+// Each timer is set by a worker that is busy until it fires.
+TEST(ThreadedTimerTest, aBusyPoolStillKeepsTime) {
+  Process process;
+  const auto busy = SerialQueue::make("busy");
+  const auto other = SerialQueue::make("other");
+  std::shared_ptr<Timer> timer;
+  std::latch fired(1);
+  busy->async([&] {
+    timer = Timer::after(*other, 0.001, [&] { fired.count_down(); });
+    fired.wait();
+  });
+  EXPECT_TRUE(process.settle(longTime));
+}
+
+TEST(SimulatedTimerTest, firesAtExactlyItsTimeInTheOrderOfTime) {
+  const auto world = std::make_shared<SimulatedScheduler>(3);
+  Process process(world, nullptr);
+  const double start = process.now();
+  const auto pool = SerialQueue::make("pool");
+  std::vector<double> firings;
+  const auto note = [&] { firings.push_back(process.now() - start); };
+  std::vector<std::shared_ptr<Timer>> timers;
+  for (const double delay : {30.0, 0.25, 5.0, 0.5, 0.25}) {
+    Queue& queue = timers.size() % 2 ? static_cast<Queue&>(*pool) : process.mainQueue();
+    timers.push_back(Timer::after(queue, delay, note));
+  }
+  world->advance(0.125);
+  EXPECT_TRUE(firings.empty());
+  world->advance(0.375);
+  EXPECT_EQ(firings, (std::vector{0.25, 0.25, 0.5}));
+  EXPECT_EQ(process.now(), start + 0.5);
+  world->advance(100);
+  EXPECT_EQ(firings, (std::vector{0.25, 0.25, 0.5, 5.0, 30.0}));
+  EXPECT_EQ(process.now(), start + 100.5);
+}
+
+}  // namespace
+}  // namespace pellor

@@ -1,0 +1,98 @@
+#include "runtime/Value.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <vector>
+
+#include "runtime/KeyedCoder.h"
+
+namespace pellor {
+namespace {
+
+const Data bytes{0, 1, 255};
+
+TEST(ValueTest, isOfExactlyOneKindAndEqualOnlyWithinIt) {
+  const std::vector<Value> values{true, 1,           1.0, "1",        bytes,
+                                  Date{1}, Array{1}, Dictionary{{"1", 1}}};
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    const Value& value = values[i];
+    EXPECT_EQ(value.kind(), static_cast<Value::Kind>(i));
+    const std::vector<bool> present{value.boolean().has_value(), value.integer().has_value(),
+                                    value.real().has_value(),    value.string() != nullptr,
+                                    value.data() != nullptr,     value.date().has_value(),
+                                    value.array() != nullptr,    value.dictionary() != nullptr};
+    for (std::size_t j = 0; j < values.size(); ++j) {
+      EXPECT_EQ(present[j], i == j) << value.description();
+      EXPECT_EQ(value == values[j], i == j) << value.description() << " and " << values[j].description();
+    }
+  }
+}
+
+TEST(ValueTest, comparesContentsAndKnowsSharedOnes) {
+  const Value nested(Dictionary{{"a", Array{1, "x", bytes}}, {"b", Date{2}}});
+  const Value same(Dictionary{{"b", Date{2}}, {"a", Array{1, "x", bytes}}});
+  const Value different(Dictionary{{"a", Array{true, "x", bytes}}, {"b", Date{2}}});
+  EXPECT_EQ(nested, same);
+  EXPECT_NE(nested, different);
+  EXPECT_FALSE(nested.isSameObject(same));
+  EXPECT_TRUE(nested.isSameObject(Value(nested)));
+  EXPECT_FALSE(Value(1).isSameObject(Value(1)));
+  const Value notANumber(std::numeric_limits<double>::quiet_NaN());
+  EXPECT_EQ(notANumber, Value(notANumber)) << "a list that holds one would never equal its stored form";
+}
+
+TEST(ValueTest, describesItself) {
+  const Value value(Dictionary{{"a", Array{1, -2.5, true, "text"}}, {"d", bytes}, {"t", Date{700000000.5}}});
+  EXPECT_EQ(value.description(), "{a = (1, -2.5, true, text), d = <0001ff>, t = 700000000.5}");
+}
+
+TEST(ValueTest, stringsUnderKeys) {
+  const Dictionary dictionary{{"text", "x"}, {"number", 1}};
+  EXPECT_EQ(stringForKey(dictionary, "text"), "x");
+  EXPECT_EQ(stringForKey(dictionary, "number"), std::nullopt);
+  EXPECT_EQ(stringForKey(dictionary, "none"), std::nullopt);
+  EXPECT_EQ(*valueForKey(dictionary, "number"), Value(1));
+}
+
+TEST(KeyedArchiveTest, givesBackWhatWasEncoded) {
+  using enum CodedClass;
+  const std::vector<Value> objects{
+      "text",
+      1,
+      Dictionary{{"list", Array{true, 2.5, bytes, Date{3}}}},
+      Dictionary{{"$set", Array{"no set, only a name"}}},
+      Array{Dictionary{{"$$set", Array{}}}, Dictionary{{"$set", "x"}, {"more", 1}}, Dictionary{{"$settle", 1}}}};
+  for (const Value& object : objects) {
+    KeyedArchive archive;
+    archive.encodeObject("key", object);
+    const KeyedArchive copy(archive.content());
+    EXPECT_EQ(copy.decodeObject("key", {string, number, data, date, array, dictionary}), object)
+        << object.description();
+  }
+  KeyedArchive archive;
+  archive.encodeInteger("integer", -1);
+  archive.encodeSet("set", {"b", "a"});
+  archive.encodeSet("empty", {});
+  EXPECT_EQ(archive.decodeInteger("integer"), -1);
+  EXPECT_EQ(archive.decodeSet("set"), (std::set<std::string>{"a", "b"}));
+  EXPECT_EQ(archive.decodeSet("empty"), std::set<std::string>());
+}
+
+TEST(KeyedArchiveTest, whatIsNotAllowedOrMalformedReadsAsAbsent) {
+  using enum CodedClass;
+  KeyedArchive archive;
+  archive.encodeObject("deep", Dictionary{{"list", Array{1, "x"}}});
+  archive.encodeSet("set", {"a"});
+  EXPECT_EQ(archive.decodeObject("deep", {dictionary, array, number}), std::nullopt) << "a string, deep inside";
+  EXPECT_EQ(archive.decodeObject("deep", {array, number, string}), std::nullopt);
+  EXPECT_EQ(archive.decodeObject("set", {dictionary, array, string}), std::nullopt) << "a set is no dictionary";
+  EXPECT_EQ(archive.decodeObject("none", {string}), std::nullopt);
+  EXPECT_EQ(archive.decodeInteger("deep"), 0);
+  const KeyedArchive damaged(Dictionary{{"set", Dictionary{{"$set", Array{"a", 1}}}}, {"array", Array{"a"}}});
+  EXPECT_EQ(damaged.decodeSet("set"), std::nullopt);
+  EXPECT_EQ(damaged.decodeSet("array"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace pellor

@@ -1,0 +1,70 @@
+// The services in memory keep the contracts that every platform keeps.
+#include <gtest/gtest.h>
+
+#include <list>
+
+#include "tests/contract/PreferencesStoreContract.h"
+#include "tests/contract/SystemNotifyBusContract.h"
+#include "tests/testing/SimulatedProcess.h"
+
+namespace pellor {
+namespace {
+
+class SimulatedProcesses {
+ public:
+  SimulatedProcess& add() { return _processes.emplace_back(world, scheduler); }
+  SimulatedProcess& at(int number) {
+    while (_processes.size() <= static_cast<std::size_t>(number)) add();
+    return *std::next(_processes.begin(), number);
+  }
+
+  SimulatedWorld world;
+  std::shared_ptr<SimulatedScheduler> scheduler = std::make_shared<SimulatedScheduler>(1);
+
+ private:
+  std::list<SimulatedProcess> _processes;
+};
+
+class StoresInMemory {
+ public:
+  std::shared_ptr<PreferencesStore> open() { return _processes.add().platform.preferences; }
+  void damage(std::string_view key, std::string_view domain) { stored().damage(key, Data{0x9F}, domain); }
+  void makeUnreadable() { stored().makeUnreadable(); }
+  void makeReadable() { stored().makeReadable(); }
+  void failWrites(bool fail) { stored().failWrites(fail ? InMemoryPreferences::Always : 0); }
+
+ private:
+  InMemoryPreferences& stored() { return _processes.world.preferences(); }
+  SimulatedProcesses _processes;
+};
+
+template <bool CoalescesPostsOfOthers>
+class BusesInMemory {
+ public:
+  BusesInMemory() {
+    _processes.world.bus().setCoalescesPostsOfOthers(CoalescesPostsOfOthers);
+    _processes.at(2);
+  }
+  Process& process(int number) { return _processes.at(number).process; }
+  SystemNotifyBus& bus(int number) { return *_processes.at(number).platform.notifyBus; }
+  template <class Condition>
+  bool runUntil(Condition condition) {
+    return _processes.scheduler->runUntil(condition, 10);
+  }
+  void breakConnection(int number) {
+    _processes.world.bus().breakConnection(process(number));
+    _processes.world.bus().restoreConnection(process(number));
+  }
+
+ private:
+  SimulatedProcesses _processes;
+};
+
+using BothBusesInMemory = ::testing::Types<BusesInMemory<false>, BusesInMemory<true>>;
+
+}  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesStoreContract, StoresInMemory);
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, SystemNotifyBusContract, BothBusesInMemory);
+
+}  // namespace pellor
