@@ -44,8 +44,8 @@ void ConcurrentStrand::sync(const std::function<void()>& read) {
   finish(false, lock);
 }
 
-/// Takes a place behind what is queued and returns once it is the first that may start. Until then runs what stands before
-/// it and has not been started.
+/// Takes a place behind what is queued and returns once it is the first that may start. Until then runs what stands
+/// before it and has not been started.
 void ConcurrentStrand::waitForPlace(const void* waiter, Lock& lock) {
   _entries.push_back({.task = nullptr, .waiter = waiter});
   ++_waiters;

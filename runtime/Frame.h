@@ -6,7 +6,8 @@ namespace pellor {
 class Process;
 class Queue;
 
-/// One entry of the calling thread's stack of contexts. Lives on the stack; the innermost one decides the current process.
+/// One entry of the calling thread's stack of contexts. Lives on the stack; the innermost one decides the current
+/// process.
 class Frame {
  public:
   /// A `read` is run for its caller and is not counted among the tasks of the process.

@@ -112,8 +112,7 @@ std::int64_t KeyedArchive::decodeInteger(std::string_view key) const {
   return value ? value->integer().value_or(0) : 0;
 }
 
-std::optional<Value> KeyedArchive::decodeObject(std::string_view key,
-                                                std::initializer_list<CodedClass> allowed) const {
+std::optional<Value> KeyedArchive::decodeObject(std::string_view key, std::initializer_list<CodedClass> allowed) const {
   const Value* value = valueForKey(_content, key);
   return value ? unarchived(*value, allowed) : std::nullopt;
 }

@@ -13,7 +13,8 @@
 
 namespace pellor {
 
-/// The classes of coded objects. A decoder is told which ones it may make; anything else in the archive reads as absent.
+/// The classes of coded objects. A decoder is told which ones it may make; anything else in the archive reads as
+/// absent.
 enum class CodedClass { string, number, data, date, array, dictionary, set };
 
 /// Receives an object's fields by key. A field that is absent is not encoded.

@@ -25,7 +25,7 @@ struct LogSegment {
 struct LogEntry {
   std::string subsystem;
   std::string category;
-  std::string operation;  ///< the name of the operation that logs
+  std::string operation;   ///< the name of the operation that logs
   std::uint32_t line = 0;  ///< its source line
   std::vector<LogSegment> message;
 
@@ -44,7 +44,8 @@ class LogSink {
   virtual void write(const LogEntry& entry) = 0;
 };
 
-/// An argument of a log text, formatted at the call. An absent value prints as `(null)`, a set as `{a, b}` in its order.
+/// An argument of a log text, formatted at the call. An absent value prints as `(null)`, a set as `{a, b}` in its
+/// order.
 class LogArgument {
  public:
   LogArgument(std::string_view text) : _segment{std::string(text)} {}
@@ -74,8 +75,8 @@ inline LogArgument redactable(LogArgument argument) { return std::move(argument)
 class LogFormat {
  public:
   template <class Text>
-    requires std::convertible_to<Text, std::string_view>
-  LogFormat(const Text& text, std::source_location place = std::source_location::current())
+  requires std::convertible_to<Text, std::string_view> LogFormat(
+      const Text& text, std::source_location place = std::source_location::current())
       : _text(text), _place(place) {}
   std::string_view text() const { return _text; }
   /// The unqualified name of the operation that holds the call; of a lambda, the operation around it.

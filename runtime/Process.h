@@ -28,8 +28,8 @@ class SettleParticipant {
 };
 
 /// The root object of a program that uses the library: main queue, scheduler, clock, notification centre, log, and one
-/// object of any further type for the layers above (`local`). A program makes one at its start, on the thread that is to
-/// be the main thread, and destroys it last. Tests make several, which may share one simulated scheduler.
+/// object of any further type for the layers above (`local`). A program makes one at its start, on the thread that is
+/// to be the main thread, and destroys it last. Tests make several, which may share one simulated scheduler.
 ///
 /// A task, a timer and an object belong to the process that made them. The current process is that of the thread's
 /// innermost running task or `Scope`, else the only one there is; anything else is a fatal error.
@@ -70,8 +70,8 @@ class Process {
   void requireMainQueue(std::string_view operation) const;
 
   /// The one T of this process, default-constructed on first use under a one-time guard and destroyed with the process,
-  /// last made first, with the process as the current one. A T that is asked for after its destruction, by the destructor
-  /// of another, is made anew. Any thread.
+  /// last made first, with the process as the current one. A T that is asked for after its destruction, by the
+  /// destructor of another, is made anew. Any thread.
   template <class T>
   T& local() {
     static const std::size_t key = LocalObjects::newKey();
@@ -86,8 +86,8 @@ class Process {
   void addSettleParticipant(SettleParticipant& participant);
   void removeSettleParticipant(SettleParticipant& participant);
 
-  /// Ends at once, without settling: queued tasks are dropped unrun, as when the process is killed. Main thread, outside
-  /// of the tasks of this process. For tests.
+  /// Ends at once, without settling: queued tasks are dropped unrun, as when the process is killed. Main thread,
+  /// outside of the tasks of this process. For tests.
   void abandon();
 
   // For queues: tasks that are queued or running, of which `settle` waits for the last. Any thread.

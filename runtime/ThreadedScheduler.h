@@ -14,8 +14,8 @@
 namespace pellor {
 
 /// Workers are started when there is work for them, at least two, and end with the last process. One idle worker, the
-/// timekeeper, waits for the earliest deadline; the others wait for work alone. Nothing to do means no wake-up. Processes
-/// that share one are made and ended by one thread.
+/// timekeeper, waits for the earliest deadline; the others wait for work alone. Nothing to do means no wake-up.
+/// Processes that share one are made and ended by one thread.
 class ThreadedScheduler final : public Scheduler {
  public:
   ThreadedScheduler();

@@ -13,8 +13,8 @@ namespace pellor {
 
 class Strand;
 
-/// Each setting gets a generation; whatever a setting leaves behind (a place in the deadline list, a queued firing) does
-/// nothing once the generation has moved on.
+/// Each setting gets a generation; whatever a setting leaves behind (a place in the deadline list, a queued firing)
+/// does nothing once the generation has moved on.
 class TimerState : public std::enable_shared_from_this<TimerState> {
  public:
   /// `strand` is the same object as `queue`.

@@ -17,10 +17,10 @@ namespace pellor {
 ///     auto world = std::make_shared<SimulatedScheduler>(seed);
 ///     Process first(world, sink), second(world, sink);
 ///
-/// Whenever several queues of whatever process have a task ready, the seed chooses; the same seed and the same calls give
-/// the same run on every platform. Time begins at 700,000,000 s and moves only when no task is ready, to the next
-/// deadline. `Process::settle` and `MainQueue::run` drive the whole world, all its processes. One thread. Operations may
-/// be called from inside a task; then the task's own pool queue stands still meanwhile.
+/// Whenever several queues of whatever process have a task ready, the seed chooses; the same seed and the same calls
+/// give the same run on every platform. Time begins at 700,000,000 s and moves only when no task is ready, to the next
+/// deadline. `Process::settle` and `MainQueue::run` drive the whole world, all its processes. One thread. Operations
+/// may be called from inside a task; then the task's own pool queue stands still meanwhile.
 class SimulatedScheduler final : public Scheduler {
  public:
   static constexpr double startTime = 700'000'000;
@@ -37,7 +37,8 @@ class SimulatedScheduler final : public Scheduler {
   bool step();
   /// Runs tasks until none is ready, without moving time.
   void runUntilQuiet();
-  /// Runs what is ready, and what becomes due within the next `seconds` in the order of time, and moves time by as much.
+  /// Runs what is ready, and what becomes due within the next `seconds` in the order of time, and moves time by as
+  /// much.
   void advance(double seconds);
   /// Steps until `predicate` holds, for at most `limit` seconds of virtual time. Returns whether it holds.
   bool runUntil(const std::function<bool()>& predicate, double limit);

@@ -54,6 +54,8 @@ TEST_P(MainQueueTest, drainRunsTimersThatAreDue) {
   const auto later = Timer::make(queue, [&] { note("later"); });
   later->fireAt(due + 3600);
   EXPECT_EQ(queue.nextDeadline(), due + 3600);
+  later->fireAt(due + 7200);
+  EXPECT_EQ(queue.nextDeadline(), due + 7200);
   timer->fireAt(due);
   EXPECT_EQ(queue.nextDeadline(), due);
   if (isThreaded()) {
@@ -66,7 +68,7 @@ TEST_P(MainQueueTest, drainRunsTimersThatAreDue) {
   }
   EXPECT_FALSE(queue.drain());
   EXPECT_EQ(notes, std::vector<std::string>{"timer"});
-  EXPECT_EQ(queue.nextDeadline(), due + 3600);
+  EXPECT_EQ(queue.nextDeadline(), due + 7200);
   later->cancel();
   EXPECT_EQ(queue.nextDeadline(), std::nullopt);
 }

@@ -50,9 +50,8 @@ TEST_P(SettleTest, servesTimersWhileAParticipantIsNotSettled) {
   participant.settled = false;
   const auto pool = SerialQueue::make("pool");
   std::shared_ptr<Timer> second;
-  const auto first = Timer::after(*pool, 0.001, [&] {
-    second = Timer::after(process->mainQueue(), 0.001, [&] { participant.settled = true; });
-  });
+  const auto first = Timer::after(
+      *pool, 0.001, [&] { second = Timer::after(process->mainQueue(), 0.001, [&] { participant.settled = true; }); });
   EXPECT_TRUE(settle());
   EXPECT_TRUE(participant.settled);
 }
@@ -81,8 +80,9 @@ TEST_P(SettleTest, mayBeCalledFromATaskAndNested) {
   };
   process->mainQueue().async([&] {
     settleInside(settleInside, 3);
-    EXPECT_EQ(ran, 8);
+    EXPECT_EQ(ran, 9);
   });
+  process->mainQueue().async([&] { ++ran; });  // waits already when the first settle inside begins
   EXPECT_TRUE(settle());
   EXPECT_EQ(participant.settles, 5);
 }
@@ -95,6 +95,18 @@ TEST(ThreadedSettleTest, isWokenByTheLastTaskOfThePool) {
     queue->async([&] { ran = true; });
     ASSERT_TRUE(process.settle(longTime));
     ASSERT_TRUE(ran);
+  }
+}
+
+TEST(ThreadedSettleTest, isWokenThoughASettleInsideItHasReturned) {
+  Process process;
+  const auto queue = SerialQueue::make("pool");
+  for (int i = 0; i < 50; ++i) {
+    process.mainQueue().async([&] {
+      EXPECT_TRUE(process.settle(longTime));
+      queue->async([] {});
+    });
+    ASSERT_TRUE(process.settle(longTime));
   }
 }
 
@@ -128,9 +140,11 @@ struct NeedsOther {
   ~NeedsOther() {
     // Another local object, made before this one, is still there; queues take nothing any more.
     Process::current().local<Numbered<2>>();
+    Process::current().local<Numbered<3>>();  // destroyed before this one: made anew
     queue->async([] { ADD_FAILURE() << "ran after the end"; });
     queue->sync([] { history.push_back("destroy needy"); });
     timer->fireAt(0);
+    SerialQueue::make("made at the end")->async([] { ADD_FAILURE() << "ran after the end"; });
   }
   std::shared_ptr<ConcurrentQueue> queue = ConcurrentQueue::make("needy");
   std::shared_ptr<Timer> timer = Timer::make(Process::current().mainQueue(), [] { ADD_FAILURE() << "fired"; });
@@ -152,7 +166,8 @@ TEST(LocalObjectsTest, oneOfEachForAProcessDestroyedInReverse) {
     EXPECT_EQ(process.local<Numbered<1>>().owner, &process);
   }
   EXPECT_EQ(history, (std::vector<std::string>{"make 1", "make 2", "make needy", "make 3", "make 1", "destroy 3",
-                                               "destroy needy", "destroy 2", "destroy 1"}));
+                                               "make 3", "destroy needy", "destroy 3", "destroy 2", "destroy 1"}));
+  world->runUntilQuiet();
 }
 
 std::atomic<int> madeCount = 0;
@@ -241,11 +256,20 @@ TEST_P(EndTest, handlesMayOutliveTheProcess) {
   onPool.reset();
 }
 
+std::atomic<bool> hasEnded = false;
+struct UsedByTask {
+  ~UsedByTask() { EXPECT_TRUE(hasEnded) << "destroyed before the task that uses it ended"; }
+};
+
 TEST(ThreadedEndTest, dropsWhatHasNotStartedAndWaitsForTheTaskInProgress) {
-  auto process = std::make_unique<Process>();
+  const auto scheduler = std::make_shared<ThreadedScheduler>();
+  const Process other(scheduler, nullptr);  // keeps the workers from ending
+  auto process = std::make_unique<Process>(scheduler, nullptr);
+  const Process::Scope scope(*process);
+  hasEnded = false;
+  process->local<UsedByTask>();
   const auto queue = SerialQueue::make("pool");
   std::latch started(1), ending(1);
-  std::atomic<bool> hasEnded = false;
   queue->async([&] {
     started.count_down();
     ending.wait();

@@ -13,14 +13,12 @@ namespace {
 const Data bytes{0, 1, 255};
 
 TEST(ValueTest, isOfExactlyOneKindAndEqualOnlyWithinIt) {
-  const std::vector<Value> values{true, 1,           1.0, "1",        bytes,
-                                  Date{1}, Array{1}, Dictionary{{"1", 1}}};
+  const std::vector<Value> values{true, 1, 1.0, "1", bytes, Date{1}, Array{1}, Dictionary{{"1", 1}}};
   for (std::size_t i = 0; i < values.size(); ++i) {
     const Value& value = values[i];
     EXPECT_EQ(value.kind(), static_cast<Value::Kind>(i));
-    const std::vector<bool> present{value.boolean().has_value(), value.integer().has_value(),
-                                    value.real().has_value(),    value.string() != nullptr,
-                                    value.data() != nullptr,     value.date().has_value(),
+    const std::vector<bool> present{value.boolean().has_value(), value.integer().has_value(),  value.real().has_value(),
+                                    value.string() != nullptr,   value.data() != nullptr,      value.date().has_value(),
                                     value.array() != nullptr,    value.dictionary() != nullptr};
     for (std::size_t j = 0; j < values.size(); ++j) {
       EXPECT_EQ(present[j], i == j) << value.description();
@@ -58,9 +56,7 @@ TEST(ValueTest, stringsUnderKeys) {
 TEST(KeyedArchiveTest, givesBackWhatWasEncoded) {
   using enum CodedClass;
   const std::vector<Value> objects{
-      "text",
-      1,
-      Dictionary{{"list", Array{true, 2.5, bytes, Date{3}}}},
+      "text", 1, Dictionary{{"list", Array{true, 2.5, bytes, Date{3}}}},
       Dictionary{{"$set", Array{"no set, only a name"}}},
       Array{Dictionary{{"$$set", Array{}}}, Dictionary{{"$set", "x"}, {"more", 1}}, Dictionary{{"$settle", 1}}}};
   for (const Value& object : objects) {
