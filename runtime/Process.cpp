@@ -102,9 +102,13 @@ bool Process::State::settle(double limit) {
   const Scope scope(_process);
   const long outerAwaited = _awaitedOutstanding.exchange(ownTasks);
   const double until = scheduler->now() + limit;
-  while (!isAtRest(ownTasks) && scheduler->now() < until) scheduler->serve(*mainQueue, until);
+  // Asked once a turn: in the next moment another thread may bring news again.
+  bool isSettled = isAtRest(ownTasks);
+  while (!isSettled && scheduler->now() < until) {
+    scheduler->serve(*mainQueue, until);
+    isSettled = isAtRest(ownTasks);
+  }
   _awaitedOutstanding = outerAwaited;
-  const bool isSettled = isAtRest(ownTasks);
   for (SettleParticipant* participant : std::vector(participants)) participant->didSettle();
   return isSettled && std::ranges::all_of(participants, &SettleParticipant::isWritten);
 }

@@ -1,0 +1,29 @@
+// The library's own bundle, log channel and version.
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+#include "platform/LocalizedStrings.h"
+#include "runtime/Log.h"
+
+namespace pellor {
+
+/// The vendor's reverse-DNS prefix, and the identifiers that begin with it.
+inline constexpr std::string_view PLVendorPrefix = "org.tapnote";
+inline constexpr std::string_view PLBundleIdentifier = "org.tapnote.Pellor";
+inline constexpr std::string_view PLPersonMetadataQueueLabel = "org.tapnote.Pellor.PLPerson.metadata";
+
+inline constexpr std::string_view PellorVersionString = "@(#)PROGRAM:Pellor  PROJECT:Pellor-1\n";
+inline constexpr double PellorVersionNumber = 1.0;
+
+/// The bundle with the library's localised strings, looked up once a process; null when there is none. Any thread that
+/// has a current process.
+std::shared_ptr<const Bundle> PellorBundle();
+
+/// The channel of all log lines of the library: subsystem the bundle's identifier, category "main". One a process, made
+/// on first use, there until the process ends. Any thread that has a current process.
+const LogHandle&
+_PLGetLogSystem();  // NOLINT(bugprone-reserved-identifier): the name is given; no macro or header has it
+
+}  // namespace pellor

@@ -1,0 +1,56 @@
+// Runs a block on request, but not more often than it should.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "runtime/Queue.h"
+#include "runtime/Timer.h"
+
+namespace pellor {
+
+/// A block with a least distance between its runs. A request that comes later than `delay` after the last run starts
+/// the block at once; an earlier one is deferred by a timer of a full `delay`, and requests until then join it. So a
+/// burst of requests costs two runs, and the last request is always followed by one.
+class PLDelayedOperation : public std::enable_shared_from_this<PLDelayedOperation> {
+  struct Passkey {};
+
+ public:
+  /// `queue` is the queue of all requests and runs, a serial one unless the block may run beside itself; `delay` is in
+  /// seconds, 0 or more. The first request runs at once. The block is held until `invalidate`, and may hold its owner
+  /// only weakly if the owner holds this.
+  static std::shared_ptr<PLDelayedOperation> initWithQueueDelayBlock(std::shared_ptr<Queue> queue, double delay,
+                                                                     Task block);
+  PLDelayedOperation(Passkey, std::shared_ptr<Queue> queue, double delay, Task block);
+  PLDelayedOperation(const PLDelayedOperation&) = delete;
+  PLDelayedOperation& operator=(const PLDelayedOperation&) = delete;
+
+  /// Requests a run. The block never runs inside the call. On the queue; a call from anywhere else ends the program.
+  void execute();
+
+  /// Stops for good: a deferred run never happens, and a run that is queued already finds no block once the queue has
+  /// dropped it. Not to be asked to execute again. Any thread.
+  void invalidate();
+
+ private:
+  void _timerDidFire();
+  void _queue_executeBlock();
+  void _queue_updateLastExecution();
+
+  // Set before the object is shared. After `invalidate` the timer is a cancelled one, which can be set no more: taking
+  // the handle away would race with a request that sets it.
+  const std::shared_ptr<Queue> _queue;
+  const double _delay;  // seconds
+  std::shared_ptr<Timer> _timerSource;
+
+  // 1 while a deferred run waits for the timer. A timer that fires and a request that arms it may meet around a
+  // cancellation, so it only ever changes by compare-and-swap.
+  std::atomic<std::int32_t> _blockEnqueued{0};
+
+  // Used on the queue.
+  Task _block;                // null after invalidation
+  double _lastExecution = 0;  // absolute time at which the block was last started, or queued to start
+};
+
+}  // namespace pellor

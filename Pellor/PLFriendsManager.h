@@ -1,0 +1,385 @@
+// The friend list of one preferences domain: the product of this library.
+//
+//   1  Registry, settings and persistence   the domain, the stored list and titles, saving, other processes' edits
+//   2  Group layout and positions           the pages over the flat list, adding, moving and removing friends
+//   3  Indexes and lookup                   who owns a destination or a GUID
+//   4  Change log and notifications         what changed, gathered and reported
+//   5  Reachability                         the name of the messaging service
+//   6  Loading, refresh and clean-up        merging a stored list, following the contacts, duplicates
+//   7  Favorites import                     the first list of the default domain, and who may be added
+//
+// Threads: a manager is used on the main queue alone. Writes run on its save queue, the change log lives on its change-log
+// queue, and all notifications are posted on the main queue. Nothing here blocks on input or output but the loading of a
+// list.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "Pellor/PLChangeLog.h"
+#include "Pellor/PLDelayedOperation.h"
+#include "Pellor/PLFriendGroup.h"
+#include "Pellor/PLIdentifierMap.h"
+#include "Pellor/PLPerson.h"
+#include "Pellor/PLPersonSequence.h"
+#include "Pellor/PLSlotList.h"
+#include "Pellor/PLUtility.h"
+#include "platform/Platform.h"
+#include "runtime/Process.h"
+#include "runtime/Published.h"
+#include "runtime/Timer.h"
+
+namespace pellor {
+
+/// The default domain, to which the favorites import, the normalisation flag and the counters belong.
+inline constexpr std::string_view TapnoteDomain = "org.tapnote.TN";
+
+// In-process notifications, all posted on the main queue.
+/// Friends were added, updated, deleted or moved. Object: the manager. User info: the `PLChangeLog`.
+inline constexpr std::string_view PLFriendsManagerChangedNotification = "PLFriendsManagerChangedNotification";
+/// The number of groups changed. No object, no user info.
+inline constexpr std::string_view PLFriendsManagerGroupListChanged = "PLFriendsManagerGroupListChanged";
+
+// Cross-process names, used where the domain configures no others.
+inline constexpr std::string_view PLFriendsChangedExternallyNotification = "PLFriendsChangedExternallyNotification";
+inline constexpr std::string_view PLFriendGroupTitleChangedExternallyNotification =
+    "PLFriendGroupTitleChangedExternallyNotification";
+
+// Preference keys of a manager's domain.
+inline constexpr std::string_view PLFriendListKey = "FriendList";
+inline constexpr std::string_view PLGroupTitlesKey = "TNFriendGroupTitles";
+inline constexpr std::string_view PLDidNormalizeFriendListDestinationsKey = "DidNormalizeFriendListDestinations";
+inline constexpr std::string_view PLMaxGroupCountKey = "PLMaxGroupCount";
+inline constexpr std::string_view PLGroupSizeKey = "PLGroupSize";
+inline constexpr std::string_view PLEmptyTrailingGroupEnabledKey = "PLEmptyTrailingGroupEnabled";
+inline constexpr std::string_view PLFriendsChangedExternallyNotificationKey =
+    "PLFriendsChangedExternallyNotificationName";
+inline constexpr std::string_view PLFriendGroupTitleChangedExternallyNotificationKey =
+    "PLFriendGroupTitleChangedExternallyNotificationName";
+inline constexpr std::string_view PLDeduplicateFriendListEnabledKey = "PLDeduplicateFriendListEnabled";
+inline constexpr std::string_view PLRemoveDestinationlessFriendsEnabledKey = "PLRemoveDestinationlessFriendsEnabled";
+inline constexpr std::string_view PLRefreshAgainstContactsOnInitEnabledKey = "PLRefreshAgainstContactsOnInitEnabled";
+
+/// One ordered list of friends, laid out in pages of slots, shared by all processes of the user, kept in step with the
+/// contacts and reported on by change logs.
+///
+/// A manager whose store cannot be read has no groups and takes no friend; it asks again, with growing pauses, and then
+/// starts as if it had been made at that moment.
+class PLFriendsManager : public Object,
+                         public PLFriendGroupDelegate,
+                         public std::enable_shared_from_this<PLFriendsManager>,
+                         private SettleParticipant {
+  struct Passkey {};
+
+ public:
+  // --- 1  Registry, settings and persistence ---
+
+  /// The one manager of that domain in the current process, made on the first request and kept until the process ends.
+  static std::shared_ptr<PLFriendsManager> managerForDomain(const std::string& domain);
+
+  // Settings for managers that are made later, in practice in other processes or after a restart: each writes its key of
+  // `domain` and synchronises it; no live manager is touched. True when it is written. Main queue.
+  static bool setMaxGroupCountDomain(std::uint64_t count, const std::string& domain);
+  /// Slots per group, 1 to 65,536; others are stored as given, and read as the default of 12.
+  static bool setGroupSizeDomain(std::uint64_t size, const std::string& domain);
+  static bool setEnableEmptyTrailingGroupDomain(bool enable, const std::string& domain);
+  static bool setRefreshAgainstContactsOnInitEnabledDomain(bool enable, const std::string& domain);
+  static bool setFriendsChangedExternallyNotificationNameDomain(const std::string& name, const std::string& domain);
+  static bool setFriendGroupTitleChangedExternallyNotificationNameDomain(const std::string& name,
+                                                                         const std::string& domain);
+
+  /// A manager outside the registry. `domain` absent: TapnoteDomain. Reads the settings once, observes the contacts, the
+  /// persons and the two cross-process names, loads the list and the titles. The last reference may be dropped on any
+  /// thread: the manager ends on the main queue, its observers first.
+  static std::shared_ptr<PLFriendsManager> initWithDomain(const std::optional<std::string>& domain);
+  PLFriendsManager(Passkey, Process& process, std::string domain);
+  ~PLFriendsManager() override;
+
+  const std::string& domain() const { return _domain; }
+  /// Whether the store has answered, so that there is a list.
+  bool isLoaded() const { return _didCompleteInitialLoading; }
+  std::uint64_t groupSize() const { return _maxFriendsPerGroup; }
+  std::uint64_t maxGroupCount() const { return _maxFriendGroups; }
+
+  /// The groups in order: the live array, which changes with the next edit.
+  const std::vector<std::shared_ptr<PLFriendGroup>>& friendGroups() const { return _friendGroups; }
+
+  /// Loads the stored list again and reports what differs. Logs, posts the change notification if anything changed.
+  void reloadFriendList();
+
+  /// Asks for a write of the list and returns at once; the write happens on the save queue, where it costs nothing when
+  /// nothing changed. After it every process, but for this one, reloads. A write that fails is tried again.
+  void save();
+  /// Writes the titles of all groups as they are now and returns at once; ignored while the store has not answered. Posts
+  /// nothing, unless a write that failed or a removed group makes the titles go out with the list.
+  void saveFriendGroupTitles();
+  /// Tells other readers of the domain that stored destinations are in canonical form. Returns at once.
+  void markFriendListAsNormalized();
+
+  bool isRefreshAgainstContactsEnabled() const { return _refreshAgainstContactsEnabled; }
+  /// Whether the last load found differences.
+  bool didLastLoadHaveChanges() const { return _lastLoadHadChanges; }
+  void setLastLoadHadChanges(bool hadChanges) { _lastLoadHadChanges = hadChanges; }
+  /// The save that was requested last. Save queue.
+  const std::shared_ptr<PLDelayedOperation>& saveOperation() const { return _saveOperation; }
+  void setSaveOperation(std::shared_ptr<PLDelayedOperation> operation) { _saveOperation = std::move(operation); }
+  /// The log of changes that nobody was told of yet; absent when there are none. From barriers and reads of the
+  /// change-log queue.
+  const std::optional<PLChangeLog>& changeLog() const { return _changeLog; }
+  void setChangeLog(std::optional<PLChangeLog> log) { _changeLog = std::move(log); }
+
+  // --- 2  Group layout and positions ---
+
+  /// Whether one more friend fits somewhere, be it into a group that could still be made.
+  bool canAddFriend() const;
+  /// Puts the person into the lowest empty slot of the first group that is not full; false when every group is full, when
+  /// there is no group and for no person. Logs, records an addition, posts, saves.
+  bool addFriend(const std::shared_ptr<PLPerson>& person);
+  /// Whether the person occupies a slot; false for none.
+  bool isPersonFriend(const std::shared_ptr<PLPerson>& person) const;
+  /// The person's position within its group; `NotFound` for a person in no slot.
+  std::uint64_t positionOfFriendInGroup(const std::shared_ptr<PLPerson>& person) const;
+  /// The index of the person's group. 1, not `NotFound`, for a person in no slot: ask `isPersonFriend` first.
+  std::uint64_t groupIndexContainingFriend(const std::shared_ptr<PLPerson>& person) const;
+  /// Copies a group's slots, after `setFriends:` of the group, into the list, and saves if anything differs. Records and
+  /// posts no change; adds an empty trailing group where one is due. Ignored for a group that is not of this manager.
+  void syncFriendGroup(const std::shared_ptr<PLFriendGroup>& group);
+  /// Removes the empty groups but the last one, and saves if there were any.
+  void purgeEmptyFriendGroups();
+
+  // What groups report. Ignored for a group that is not of this manager.
+  void friendGroupDidSetFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
+                                         const std::shared_ptr<PLPerson>& person, std::uint64_t position) override;
+  void friendGroupDidRemoveFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
+                                            const std::shared_ptr<PLPerson>& person, std::uint64_t position) override;
+  /// Takes over the order of the group's slots, after `setFriends:` of the group, and reports each of `friends` as moved.
+  /// Requests no save: the next one writes the order. Whoever rearranges sends it.
+  void friendGroupDidMoveFriends(const std::shared_ptr<PLFriendGroup>& group,
+                                 const std::vector<std::shared_ptr<PLPerson>>& friends) override;
+
+  // --- 3  Indexes and lookup ---
+
+  /// The friend, or the person looked up before, that has one of these destinations; else a person made from them and the
+  /// contacts, who is found again from then on.
+  std::shared_ptr<PLPerson> personWithDestinations(const std::vector<std::string>& destinations);
+  /// The same by the GUID of a record.
+  std::shared_ptr<PLPerson> personWithABRecordGUID(const std::string& guid);
+  /// Whether a friend, not a merely looked-up person, has this GUID; false for none and for the empty one.
+  bool containsFriendWithABRecordGUID(const std::optional<std::string>& guid) const;
+  /// The first friend that is like the person; null when none is and for none.
+  std::shared_ptr<PLPerson> personLikePerson(const std::shared_ptr<PLPerson>& person) const;
+  /// Friends and looked-up persons, each once for every destination and GUID under which it is found, by that key.
+  std::vector<std::shared_ptr<PLPerson>> allPeople() const;
+
+  // --- 4  Change log and notifications ---
+
+  /// The logs of several change notifications as one. A later deletion wipes what came before it; an addition after a
+  /// deletion counts as what the later log says; else the sets are united. Any thread.
+  static PLChangeLog collapseChangeLogsIntoChangeLog(const std::vector<PLChangeLog>& logs);
+
+  // --- 5  Reachability ---
+
+  /// The name of the messaging service for reachability queries; absent while none is set.
+  const std::optional<std::string>& serviceName() const { return _serviceName; }
+
+  // --- 6  Loading, refresh and clean-up ---
+
+  /// Brings every friend in step with the contacts, if they changed since the last time or a load asked for it, cleans the
+  /// list up and posts the change notification; whether a refresh ran. Does nothing while refreshing is disabled.
+  bool refreshAgainstAddressBook();
+  /// Enables or disables refreshing; enabling it starts a refresh that is due.
+  void setRefreshAgainstContactsEnabled(bool enabled);
+
+  // --- 7  Favorites import ---
+
+  /// Whether a contact may be added: it is no friend yet and has a destination. The number of its destinations is taken
+  /// from `personValueCache`, and entered there when it is missing. False for a contact that is gone.
+  bool shouldAllowAddingContactWithContactStorePersonValueCache(const Contact& contact, ContactStore& contactStore,
+                                                                PersonValueCache& personValueCache) const;
+
+  // --- Invariants ---
+
+  /// What is wrong with the list; absent when it is sound: groups and list describe the same slots, groups know their
+  /// manager, the indexes find what the list holds. The list has to be at rest, every `setFriends:` of a group followed
+  /// by its report. Debug builds check the part that always holds after each operation.
+  std::optional<std::string> invariantViolation() const;
+
+ private:
+  // What a look at the stored list gave: the list, its last good copy in place of a damaged one, nothing, a damaged one
+  // without a good copy, or no answer.
+  enum class StoredList { loaded, recovered, none, damaged, unreadable };
+  struct TitlesVersion {
+    std::uint64_t edition;
+    Array titles;
+  };
+
+  // 1  Registry, settings and persistence
+  void _start();
+  bool _readSettings();
+  void _observe();
+  void _createEmptyFriendList();
+  void _loadAgain();
+  void _loadFriendList();
+  StoredList _copyStoredList(Array& elements);
+  StoredList _recoverStoredList(const Value& damaged, Array& elements);
+  void _startFirstList();
+  void _startListInPlaceOfDamaged();
+  void _finishLoad();
+  void _retryLoadLater();
+  void _save();
+  struct Write;
+  bool _takeUnsavedChanges(Write& write);
+  void _keepUnsavedChanges(const Write& write);
+  bool _perform(const Write& write);
+  void _retrySaveLater();
+  void _incrementExternalChangePostCount();
+  const std::string& _notificationForExternalListChange() const { return _friendsChangedExternallyNotificationName; }
+  void _friendsChangedExternally();
+  void _loadGroupTitles();
+  void _groupTitleChangedExternally();
+  void _loadGroupTitlesOfLaterLoad();
+  void _dropTitlesFrom(std::uint64_t index);
+  void _applyGroupTitles(const Array& titles);
+  void _saveTitles(const TitlesVersion& version);
+  bool _hasTitles() const;
+  Array _titles() const;
+  void _publishTitles();
+  void _titlesWereWritten(std::uint64_t edition);
+  void _tallySetValueForScalarKey(std::int64_t value, std::string_view key);
+  void _tallyLogFriendCount();
+  void _tallyLogFriendGroupCount();
+  void _publishList();
+  void _markLayoutChanged();
+  bool _hasUnsavedEdits() const;
+  bool isSettled() const override;
+  bool isWritten() const override;
+
+  // 2  Group layout and positions
+  void _addEmptyGroup();
+  bool _shouldAddEmptyGroup() const;
+  void _updateFriendGroups();
+  bool _canAddFriendGroup() const;
+  void _removeGroupAtIndex(std::uint64_t index);
+  void _postGroupListChangedNotification();
+  std::shared_ptr<PLPerson> _friendAtPosition(std::uint64_t index) const;
+  std::uint64_t _indexForPositionInGroup(std::uint64_t position, const PLFriendGroup& group) const;
+  std::uint64_t _firstEmptyPosition() const;
+  std::uint64_t _numberOfFriendsInList(const PLSlotList& list) const;
+  std::shared_ptr<PLFriendGroup> _makeGroup();
+  void _forgetGroupsFrom(std::uint64_t index);
+  std::optional<std::uint64_t> _indexOfGroup(const PLFriendGroup& group) const;
+  std::vector<Slot> _slotsOfGroup(std::uint64_t index) const;
+  std::shared_ptr<PLFriendGroup> _firstGroupWithRoom() const;
+
+  // 3  Indexes and lookup
+  void _storeSourcedPerson(const std::shared_ptr<PLPerson>& person);
+  void _addPersonToIdentifiersToPersonMap(const std::shared_ptr<PLPerson>& person);
+  void _removePersonFromIdentifiersToPersonMap(const PLPerson& person);
+  void _createAddressToPersonDictionary();
+
+  // 4  Change log and notifications
+  void _addEntryToChangeLogForPersonChangeType(const std::shared_ptr<PLPerson>& person, std::string_view changeType);
+  std::uint64_t _changeLogCount() const;
+  std::optional<PLChangeLog> _copyAndResetChangeLog();
+  bool _changeLogContainsFriendAdditionsOrUpdates() const;
+  void _postChangeNotificationIfNecessary();
+
+  // 6  Loading, refresh and clean-up
+  struct Merge;
+  void _personValuesChanged(const Notification& notification);
+  void _addressBookChanged(const Notification& notification);
+  void _updateFriends(const Array& stored);
+  void _mergeElement(Merge& merge, const Value& element, std::uint64_t index);
+  void _appendStoredFriend(Merge& merge, const Dictionary& stored, std::uint64_t index);
+  void _placeStoredFriend(Merge& merge, const Dictionary& stored, std::uint64_t index);
+  std::shared_ptr<PLPerson> _takeMovedFriend(Merge& merge, const Dictionary& stored, std::uint64_t index);
+  void _trimSlots(Merge& merge, std::uint64_t storedCount);
+  void _reportDisplaced(const Merge& merge);
+  void _cleanUpFriendListIfNecessary();
+  void _deduplicateFriendListIfNecessary();
+  void _removeDestinationlessFriendsIfNecessary();
+  void _removeFriendsAtIndices(const std::vector<std::uint64_t>& indices);
+  std::int32_t _lastKnownAddressBookSequenceNumber();
+  void _updateLastKnownAddressBookSequenceNumber(std::int32_t number);
+  bool _addressBookSequenceNumberDidChange();
+
+  // 7  Favorites import
+  std::optional<std::vector<std::shared_ptr<PLPerson>>> _curatedFriendList();
+  void _addCuratedFriends(const std::optional<std::vector<std::shared_ptr<PLPerson>>>& friends);
+  void _titleCuratedGroups();
+
+  void _checkInvariants() const;
+  std::optional<std::string> _indexViolation() const;
+
+  // Set when the manager is made, or once by its start; read on any queue.
+  Process& _process;
+  const std::string _domain;
+  std::shared_ptr<PreferencesSyncService> _preferencesSyncManager;
+  std::shared_ptr<SerialQueue> _saveQueue;
+  std::shared_ptr<ConcurrentQueue> _changeLogQueue;
+
+  // Main queue.
+  std::uint64_t _maxFriendGroups = 20;
+  std::uint64_t _maxFriendsPerGroup = 12;
+  bool _shouldAddEmptyTrailingGroup = true;
+  std::string _friendsChangedExternallyNotificationName;
+  std::string _friendGroupTitleChangedExternallyNotificationName;
+  bool _shouldDeduplicateFriendList = true;
+  bool _shouldRemoveDestinationlessFriends = false;
+  bool _refreshAgainstContactsEnabled = true;
+  std::optional<std::string> _serviceName;
+  PLSlotList _friendList;
+  std::vector<std::shared_ptr<PLFriendGroup>> _friendGroups;
+  std::unordered_map<const PLFriendGroup*, std::uint64_t> _groupIndexes;
+  mutable std::uint64_t _firstGroupThatMayHaveRoom = 0;
+  PLPersonSequence _sourcedPersons;
+  PLIdentifierMap _identifiersToPersonMap;
+  std::uint64_t _postCount = 0;
+  bool _needsAddressBookRefresh = false;
+  bool _didCompleteInitialLoading = false;
+  bool _lastLoadHadChanges = false;
+  std::shared_ptr<Timer> _addressBookRefreshTimer;
+  std::vector<std::shared_ptr<Observation>> _observations;
+  bool _observesBus = false;
+  std::shared_ptr<Timer> _loadRetryTimer;
+  double _loadRetryPause;
+  std::optional<Value> _damagedList;      // put aside already
+  std::optional<Value> _recoveredList;    // what is used in its place
+  std::optional<Array> _storedTitles;     // as last read or written by this process
+  std::uint64_t _titlesEdition = 0;       // of the titles that were last given to the save queue
+  std::uint64_t _writtenTitlesEdition = 0;
+  bool _titlesMoved = false;              // with a removed group, and not given to the save queue yet
+  std::uint64_t _publishedListVersion = 0;
+
+  // Written on the main queue, read by the save queue. The list is published before the flags are set.
+  Published<PLSlotSnapshot> _publishedList;
+  Published<TitlesVersion> _publishedTitles;
+  std::atomic<bool> _needsFriendListSync{false};     // set by edits, taken by a save, set again by one that failed
+  std::atomic<bool> _needsTitlesSync{false};         // the same, for titles that moved or could not be written
+  std::atomic<bool> _needsNormalizationMark{false};  // the same, for a mark that could not be written
+  std::atomic<bool> _storeIsUnreadable{false};       // nothing is written over what could not be read
+
+  // Save queue.
+  std::shared_ptr<PLDelayedOperation> _saveOperation;
+  std::shared_ptr<Timer> _saveRetryTimer;
+  double _saveRetryPause;
+  std::uint64_t _savedListVersion = 0;     // the list and the count of changed persons that the last save looked at
+  std::uint64_t _savedPersonChanges = 0;
+  std::uint64_t _savedTitlesEdition = 0;
+
+  // Written on the save queue, read by `settle`.
+  std::atomic<bool> _writeFailed{false};
+
+  // Change-log queue.
+  std::optional<PLChangeLog> _changeLog;
+};
+
+}  // namespace pellor

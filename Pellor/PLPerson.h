@@ -1,0 +1,269 @@
+// One friend.
+//
+//  1  Creation            from a stored form, destinations, a record or a favorite
+//  2  What a person is    name, destinations, identity
+//  3  Persisted forms     the dictionary of the friend list, the keyed archive
+//  4  Metadata            free-form entries, from any thread
+//  5  Address book        reconciliation with the linked record
+//  6  Contact values      what a record has to offer
+//
+// Threads: a person is used on the main queue of the process that made it, but for the metadata and the save flag (any
+// thread) and `dictionaryRepresentation` (any thread: the save queue calls it while the main queue edits).
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Pellor/PLDestination.h"
+#include "platform/AddressBookStore.h"
+#include "platform/FavoritesSource.h"
+#include "runtime/KeyedCoder.h"
+#include "runtime/Log.h"
+#include "runtime/Object.h"
+#include "runtime/Published.h"
+#include "runtime/Queue.h"
+#include "runtime/Value.h"
+
+namespace pellor {
+
+/// The stored form of a person in the friend list.
+using PersonDictionary = Dictionary;
+
+class RecordMatchDictionary;
+
+/// Posted on the main queue after a person changed in a way that asks to be saved. Object: the person, null when it is
+/// gone. No user info.
+inline constexpr std::string_view PLPersonValuesChangedNotification = "PLPersonValuesChangedNotification";
+/// Posted on the main queue when a person gave up its link to a record. Object: the person, null when it is gone. User
+/// info: a `Dictionary` with the former GUID under PLPersonUnlinkedABGUIDKey.
+inline constexpr std::string_view PLPersonUnlinkedFromAddressBookNotification =
+    "PLPersonUnlinkedFromAddressBookNotification";
+inline constexpr std::string_view PLPersonUnlinkedABGUIDKey = "UnlinkedABGUID";
+
+/// How often persons of a process were marked as needing a save: `process.local<PLUnsavedPersons>()`.
+///
+/// A save that reads the same number as the save before it need not look at any person. A mark first sets the person's
+/// flag and then counts (release); who reads the count (acquire) before it takes the flags finds the flag of every mark
+/// that was counted.
+struct PLUnsavedPersons {
+  std::atomic<std::uint64_t> changes{0};
+};
+
+class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
+  struct Passkey {};
+
+ public:
+  // --- 1  Creation ---
+
+  /// A person of whom nothing is known, linked with no record.
+  static std::shared_ptr<PLPerson> init();
+  /// The person that a stored form describes. The address book is not asked.
+  static std::shared_ptr<PLPerson> initWithDictionaryRepresentationAddressBook(const PersonDictionary& dictionary,
+                                                                               AddressBook* addressBook);
+  /// A person with these destinations as they are, reconciled with the address book; null: kept unlinked.
+  static std::shared_ptr<PLPerson> initWithDestinationsAddressBook(const std::vector<std::string>& destinations,
+                                                                   AddressBook* addressBook);
+  /// The person of a record. For a GUID that names no record it has this GUID and nothing else.
+  static std::shared_ptr<PLPerson> initWithABRecordGUIDAddressBook(const std::string& guid, AddressBook* addressBook);
+  /// The person behind a favorite: the one of its record or, when that is not there, one with the favorite's name and
+  /// value.
+  static std::shared_ptr<PLPerson> initWithFavoriteAddressBook(const FavoriteEntry& favorite, AddressBook* addressBook);
+  /// The person in a keyed archive.
+  static std::shared_ptr<PLPerson> initWithCoder(const KeyedDecoder& decoder);
+
+  explicit PLPerson(Passkey);
+  ~PLPerson() override;
+
+  /// This same person: there is one object for a friend.
+  std::shared_ptr<PLPerson> copy() { return shared_from_this(); }
+
+  // --- 2  What a person is ---
+
+  /// The name or, without one, the primary destination, a phone number in its short form. Absent without both.
+  std::optional<std::string> displayName() const;
+  /// Whether there is a name of at least one character.
+  bool hasName() const;
+  /// The first phone number or, without one, the first e-mail address; absent when there is none. Kept from the first
+  /// time that it is asked for until reconciliation changes the destinations.
+  std::optional<std::string> primaryDestination() const;
+  /// All destinations; null when they were never set. The set stays as it is when the person changes.
+  std::shared_ptr<const DestinationSet> allValues() const;
+  std::uint64_t allValuesCount() const;
+  /// The monogram.
+  std::optional<std::string> initials() const;
+  /// The unique identifier of the linked record. An empty one counts as absent wherever persons are compared.
+  std::optional<std::string> abRecordGUID() const;
+  /// The identifier of the database that the link belongs to.
+  std::optional<std::string> abDatabaseUID() const;
+  /// Always false.
+  bool hasUnreadMessages() const { return _hasUnreadMessages; }
+
+  /// The caller's preference for replies to this friend, which the library keeps and does not interpret.
+  std::optional<std::string> preferredReplyAs() const;
+  /// Marks the person and posts PLPersonValuesChangedNotification when the preference is another one than before.
+  void setPreferredReplyAs(std::optional<std::string> preferredReplyAs);
+
+  /// Whether `other` is the same friend: it has the same GUID, or shares a destination even if the GUIDs differ. False
+  /// for null.
+  bool isLikePerson(const std::shared_ptr<PLPerson>& other) const { return other && isLike(*other); }
+  bool isLike(const PLPerson& other) const;
+  /// Whether a stored form describes this person: it has the same GUID or, when neither has one, shares a destination.
+  bool isEqualToDictionaryRepresentation(const PersonDictionary& dictionary) const;
+
+  /// Class, address, display name and primary destination, for log lines. Private information.
+  std::string description() const;
+
+  // --- 3  Persisted forms ---
+
+  /// The form that the friend list stores. Any thread: it has what the last edit that ended published, and the metadata
+  /// of all writes queued before the call.
+  PersonDictionary dictionaryRepresentation() const;
+  /// Takes over a stored form and tells whether anything changed. What the form lacks, or holds as another type, is
+  /// cleared; an absent record identifier reads as 0. Posts nothing but a lost link.
+  bool updateFromDictionaryRepresentation(const PersonDictionary& dictionary);
+
+  static bool supportsSecureCoding() { return true; }
+  /// Archives the person. The reply preference is not part of it.
+  void encodeWithCoder(KeyedEncoder& encoder) const;
+
+  /// Whether the person changed since it was last taken for a save. Any thread.
+  ///
+  /// An edit publishes its data first and sets the flag second (release); a save takes the flag (acquire) before it
+  /// reads the data. Nothing but a save clears it. Reading a stored form does not either, even one with nothing to
+  /// correct: the flag may stand for an edit that no save has seen yet.
+  bool needsSave() const { return _needsSave.load(std::memory_order_acquire); }
+  /// Sets the flag. Any thread.
+  void setNeedsSave(bool needsSave);
+  /// Clears the flag and tells whether it was set: for a save, which sets it again if it fails. Any thread.
+  bool takeNeedsSave() { return _needsSave.exchange(false, std::memory_order_acquire); }
+
+  // --- 4  Metadata ---
+  // Any thread. Writes are queued, marks and notification included, and do nothing when the person is gone by then;
+  // every one counts as a change, even if it changes nothing. A read sees all writes that were queued before it. Fatal
+  // from a task of the metadata queue.
+
+  /// The queue of the metadata of all persons of the current process.
+  static ConcurrentQueue& sharedMetadataQueue();
+  /// The value under a key; absent when there is none.
+  std::optional<Value> metadataValueForKey(const std::string& key) const;
+  /// All entries, as they are now.
+  Dictionary metadata() const;
+  /// Sets one entry. An absent value is ignored: single entries cannot be removed.
+  void setMetadataValueForKey(std::optional<Value> value, const std::string& key);
+  /// Sets all entries of the dictionary, in place of those with the same keys.
+  void addMetadataEntriesFromDictionary(const Dictionary& dictionary);
+  void removeAllMetadataValues();
+
+  // --- 5  Address book ---
+
+  /// Brings the person in line with the address book: with the record that its GUID names, else with the record that
+  /// fits its name and destinations best; when there is none it is unlinked and keeps both. Marks the person and posts
+  /// PLPersonValuesChangedNotification when anything changed. Null: nothing happens.
+  void refreshWithAddressBook(AddressBook* addressBook);
+  /// The record that the GUID names; null when there is none, no GUID or no handle.
+  RecordRef copyABPersonWithAddressBook(AddressBook* addressBook) const;
+
+  // --- 6  Contact values ---
+
+  /// The name that the user's settings choose for a record: the nickname, the short or the composite name. Absent for
+  /// no record and when there is none.
+  static std::optional<std::string> preferredNameForPerson(const RecordRef& record);
+  /// The destinations of a record and of all records linked with it, in canonical form. Absent for no record.
+  static std::optional<DestinationSet> allValuesForPerson(const RecordRef& record);
+  /// Adds an entry to a multi-value property of the handle's view of a record and gives the entry's identifier. A
+  /// property of a single value is replaced, and the result is -1. Nothing is saved.
+  static std::int32_t addValueWithLabelToPersonProperty(const std::string& value, const std::string& label,
+                                                        const RecordRef& record, RecordProperty property);
+
+ private:
+  // What is persisted of a person, but for the metadata. One that was published is never changed again.
+  struct Record {
+    std::int32_t _abRecordID = InvalidRecordID;
+    std::optional<std::string> _abRecordGUID;
+    std::optional<std::string> _abDatabaseUID;
+    std::optional<std::string> _name;
+    std::shared_ptr<const DestinationSet> _allValues;
+    std::optional<std::string> _initials;
+    std::optional<std::string> _preferredReplyAs;
+  };
+  using TextField = std::optional<std::string> Record::*;
+
+  // How an operation reports that a field changes: before it does, with the person as the operation names it.
+  struct ChangeReport {
+    const PLPerson& person;
+    enum class Subject { description, guid } subject;
+    bool isWanted;
+    void operator()(const LogFormat& format, const LogArgument& oldValue, const LogArgument& newValue) const;
+  };
+  struct Reconciliation;
+
+  // Edits
+  static std::shared_ptr<PLPerson> _make();
+  Process& _process() const { return _metadataQueue.process(); }
+  Record& _draft();
+  void _publish();
+  bool _adopt(TextField field, const std::optional<std::string>& value, const ChangeReport& report,
+              const LogFormat& format);
+  bool _adoptInitials(const std::optional<std::string>& initials, const ChangeReport& report, const LogFormat& format);
+  bool _adoptAllValues(DestinationSet values, const ChangeReport& report, const LogFormat& format);
+  void _setABRecordGUID(std::optional<std::string> guid);
+  void _clearDerivedValues();
+  void _postChangeNotification();
+
+  // Persisted forms
+  bool _updateFromDictionaryRepresentationShouldLogUpdates(const PersonDictionary& dictionary, bool shouldLogUpdates);
+  bool _adoptMetadata(Dictionary metadata, const ChangeReport& report, const LogFormat& format);
+
+  // Metadata
+  Dictionary& _metadataDictionary() { return _metadata; }
+  const Dictionary& _metadataDictionary() const { return _metadata; }
+  void _writeMetadata(std::function<void(Dictionary&)> write);
+
+  // Address book
+  void _reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* addressBook, bool canPostChangeNotification,
+                                                           bool shouldLogUpdates);
+  std::optional<std::string> _refreshFromRecord(Reconciliation& reconciliation, const RecordRef& record);
+  RecordRef _searchRecord(const Reconciliation& reconciliation) const;
+  RecordRef _searchRecordByName(AddressBook& addressBook) const;
+  RecordRef _searchRecordByDestinations(AddressBook& addressBook) const;
+  std::optional<std::string> _adoptRecord(Reconciliation& reconciliation, const RecordRef& record);
+  std::optional<std::string> _unlink(Reconciliation& reconciliation);
+  static RecordMatchDictionary _recordMatchDictionaryFromCFArrayFollowLinksAddressBook(
+      const std::vector<RecordRef>& records, bool followLinks, AddressBook& addressBook);
+  float _allValuesMatchScore(const DestinationSet& candidate) const;
+  RecordRef _bestRecordMatchFromDictionaryAddressBook(const RecordMatchDictionary& candidates,
+                                                      AddressBook& addressBook) const;
+
+  // Contact values
+  static std::optional<std::vector<std::string>> _allPhoneValuesForRecord(const RecordRef& record);
+  static std::optional<std::vector<std::string>> _allEmailValuesForRecord(const RecordRef& record);
+  static std::optional<std::vector<std::string>> _allPhoneValuesInSet(const DestinationSet* destinations);
+  static std::optional<std::vector<std::string>> _allEmailValuesInSet(const DestinationSet* destinations);
+
+  // Of the process, looked up once: a task of the metadata queue must not wait for the guard of `Process::local`.
+  ConcurrentQueue& _metadataQueue;
+  PLUnsavedPersons& _unsavedPersons;
+
+  // Main queue. `_record` is the published record, or while an operation runs perhaps a draft of the next one.
+  std::shared_ptr<Record> _record;
+  bool _isDraft = true;
+  mutable std::optional<std::string> _primaryDestination;
+  std::optional<Value> _phoneNumberCount;   // a number that is archived, and that nothing computes
+  std::optional<Value> _emailAddressCount;  // the same
+  const bool _hasUnreadMessages = false;
+
+  // Any thread.
+  Published<Record> _published;
+  std::atomic<bool> _needsSave{false};
+
+  // Used in tasks of the metadata queue, and by creation before the person is shared.
+  Dictionary _metadata;
+};
+
+}  // namespace pellor

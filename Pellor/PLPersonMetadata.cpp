@@ -1,0 +1,61 @@
+// The metadata of persons: one concurrent queue for all of them, on which reads run side by side and writes alone.
+//
+// No task of that queue waits for it: a write hands its notification to the main queue, and takes no lock that a thread
+// may hold while it waits for a read.
+#include <utility>
+
+#include "Pellor/PLBundle.h"
+#include "Pellor/PLPerson.h"
+#include "runtime/Process.h"
+
+namespace pellor {
+namespace {
+
+struct PersonMetadataQueue {
+  const std::shared_ptr<ConcurrentQueue> queue = ConcurrentQueue::make(std::string(PLPersonMetadataQueueLabel));
+};
+
+}  // namespace
+
+ConcurrentQueue& PLPerson::sharedMetadataQueue() { return *Process::current().local<PersonMetadataQueue>().queue; }
+
+std::optional<Value> PLPerson::metadataValueForKey(const std::string& key) const {
+  std::optional<Value> value;
+  _metadataQueue.sync([&] {
+    if (const Value* found = valueForKey(_metadataDictionary(), key)) value = *found;
+  });
+  return value;
+}
+
+Dictionary PLPerson::metadata() const {
+  Dictionary entries;
+  _metadataQueue.sync([&] { entries = _metadataDictionary(); });
+  return entries;
+}
+
+void PLPerson::setMetadataValueForKey(std::optional<Value> value, const std::string& key) {
+  if (!value) return;
+  _writeMetadata([value = std::move(*value), key](Dictionary& entries) { entries.insert_or_assign(key, value); });
+}
+
+void PLPerson::addMetadataEntriesFromDictionary(const Dictionary& dictionary) {
+  _writeMetadata([added = dictionary](Dictionary& entries) {
+    for (const auto& [key, value] : added) entries.insert_or_assign(key, value);
+  });
+}
+
+void PLPerson::removeAllMetadataValues() {
+  _writeMetadata([](Dictionary& entries) { entries.clear(); });
+}
+
+void PLPerson::_writeMetadata(std::function<void(Dictionary&)> write) {
+  _metadataQueue.asyncBarrier([weak = weak_from_this(), write = std::move(write)] {
+    const auto self = weak.lock();
+    if (!self) return;
+    write(self->_metadataDictionary());
+    self->setNeedsSave(true);
+    self->_postChangeNotification();
+  });
+}
+
+}  // namespace pellor

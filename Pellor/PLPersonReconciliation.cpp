@@ -1,0 +1,155 @@
+// How a person is brought in line with the address book.
+#include <source_location>
+#include <utility>
+
+#include "Pellor/PLBundle.h"
+#include "Pellor/PLPerson.h"
+#include "Pellor/PLRecordMatch.h"
+#include "Pellor/PLUtility.h"
+#include "runtime/Process.h"
+
+namespace pellor {
+
+// What one reconciliation knows. Its steps log in its name, so they carry its place in the source.
+struct PLPerson::Reconciliation {
+  AddressBook& addressBook;
+  ChangeReport report;
+  std::source_location place;
+  bool changed = false;
+};
+
+void PLPerson::refreshWithAddressBook(AddressBook* addressBook) {
+  _reconcileCanPostChangeNotificationShouldLogUpdates(addressBook, true, true);
+}
+
+RecordRef PLPerson::copyABPersonWithAddressBook(AddressBook* addressBook) const {
+  const auto& guid = _record->_abRecordGUID;
+  if (!addressBook || !guid || guid->empty()) return nullptr;
+  return addressBook->copyPersonMatchingGUID(*guid);
+}
+
+void PLPerson::_reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* addressBook,
+                                                                   bool canPostChangeNotification,
+                                                                   bool shouldLogUpdates) {
+  if (!addressBook) return;
+  const Process::Scope scope(_process());
+  const ChangeReport report{*this, ChangeReport::Subject::guid, shouldLogUpdates};
+  Reconciliation reconciliation{*addressBook, report, std::source_location::current()};
+  const auto databaseUID = addressBook->databaseUID();
+  if (databaseUID && _record->_abDatabaseUID != databaseUID) {
+    _draft()._abDatabaseUID = databaseUID;
+    reconciliation.changed = true;
+  }
+  std::optional<std::string> initials;
+  if (const RecordRef linked = copyABPersonWithAddressBook(addressBook)) {
+    initials = _refreshFromRecord(reconciliation, linked);
+  } else if (const RecordRef found = _searchRecord(reconciliation)) {
+    initials = _adoptRecord(reconciliation, found);
+  } else {
+    initials = _unlink(reconciliation);
+  }
+  reconciliation.changed |= _adoptInitials(initials, report, "updating monogram for friend with GUID %@: [%@] -> [%@]");
+  _publish();
+  if (!reconciliation.changed) return;
+  setNeedsSave(true);
+  if (canPostChangeNotification) _postChangeNotification();
+}
+
+std::optional<std::string> PLPerson::_refreshFromRecord(Reconciliation& reconciliation, const RecordRef& record) {
+  const ChangeReport& report = reconciliation.report;
+  const std::source_location& place = reconciliation.place;
+  const std::int32_t recordID = record->recordID();
+  if (recordID != _record->_abRecordID) {
+    report(LogFormat("updating AB record ID for friend with GUID %@: %d -> %d", place), _record->_abRecordID, recordID);
+    _draft()._abRecordID = recordID;
+    reconciliation.changed = true;
+  }
+  reconciliation.changed |= _adopt(&Record::_name, preferredNameForPerson(record), report,
+                                   LogFormat("updating name for friend with GUID %@: [%@] -> [%@]", place));
+  if (_adoptAllValues(*allValuesForPerson(record), report,
+                      LogFormat("updated destinations for friend with GUID %@: %@ -> %@", place))) {
+    _clearDerivedValues();
+    reconciliation.changed = true;
+  }
+  return PLUtility::initialsForPerson(record);
+}
+
+RecordRef PLPerson::_searchRecord(const Reconciliation& reconciliation) const {
+  if (allValuesCount() == 0) return nullptr;
+  const LogHandle& log = _PLGetLogSystem();
+  const std::source_location& place = reconciliation.place;
+  if (hasName()) {
+    log.log(LogFormat("friend needs a full AB lookup, searching with name: %@", place), redactable(_record->_name));
+    if (auto found = _searchRecordByName(reconciliation.addressBook)) {
+      log.log(LogFormat("found a best match using name (recordID = %d)", place), found->recordID());
+      return found;
+    }
+  }
+  log.log(LogFormat("unable to find matching record using name, searching with destinations: %@", place),
+          redactable(*_record->_allValues));
+  auto found = _searchRecordByDestinations(reconciliation.addressBook);
+  if (found) log.log(LogFormat("found a best match using destinations (recordID = %d)", place), found->recordID());
+  return found;
+}
+
+RecordRef PLPerson::_searchRecordByName(AddressBook& addressBook) const {
+  const auto records = addressBook.copyPeopleMatchingName(*_record->_name);
+  if (!records) return nullptr;
+  return _bestRecordMatchFromDictionaryAddressBook(
+      _recordMatchDictionaryFromCFArrayFollowLinksAddressBook(*records, true, addressBook), addressBook);
+}
+
+RecordRef PLPerson::_searchRecordByDestinations(AddressBook& addressBook) const {
+  RecordMatchDictionary candidates;
+  for (const std::string& destination : *_record->_allValues) {
+    const auto records = addressBook.orderedPeopleForDestination(destination);
+    if (!records) continue;
+    candidates.addEntries(_recordMatchDictionaryFromCFArrayFollowLinksAddressBook(*records, false, addressBook));
+  }
+  return _bestRecordMatchFromDictionaryAddressBook(candidates, addressBook);
+}
+
+std::optional<std::string> PLPerson::_adoptRecord(Reconciliation& reconciliation, const RecordRef& record) {
+  const std::shared_ptr<const Record> before = std::make_shared<Record>(*_record);
+  Record& draft = _draft();
+  draft._abRecordID = record->recordID();
+  _setABRecordGUID(record->recordGUID());
+  draft._name = preferredNameForPerson(record);
+  DestinationSet values = *allValuesForPerson(record);
+  const bool isOtherSet = !before->_allValues || *before->_allValues != values;
+  if (isOtherSet) draft._allValues = std::make_shared<DestinationSet>(std::move(values));
+  _clearDerivedValues();
+  // A record that says what the person says already is no change: two processes would tell each other of it for ever.
+  reconciliation.changed |= isOtherSet || before->_abRecordID != draft._abRecordID ||
+                            before->_abRecordGUID != draft._abRecordGUID || before->_name != draft._name;
+  return PLUtility::initialsForPerson(record);
+}
+
+std::optional<std::string> PLPerson::_unlink(Reconciliation& reconciliation) {
+  _PLGetLogSystem().log(LogFormat("unable to find matching record using name or destinations", reconciliation.place));
+  // A person without a record keeps a GUID that names none: it may be one of a database that is not there yet.
+  if (_record->_abRecordID != InvalidRecordID) {
+    _draft()._abRecordID = InvalidRecordID;
+    _setABRecordGUID(std::nullopt);
+    reconciliation.changed = true;
+  }
+  return PLUtility::initialForString(_record->_name);
+}
+
+RecordMatchDictionary PLPerson::_recordMatchDictionaryFromCFArrayFollowLinksAddressBook(
+    const std::vector<RecordRef>& records, bool followLinks, AddressBook& addressBook) {
+  return recordMatchDictionary(records, followLinks, addressBook);
+}
+
+float PLPerson::_allValuesMatchScore(const DestinationSet& candidate) const {
+  return matchScore(candidate, _record->_allValues ? *_record->_allValues : DestinationSet());
+}
+
+RecordRef PLPerson::_bestRecordMatchFromDictionaryAddressBook(const RecordMatchDictionary& candidates,
+                                                              AddressBook& addressBook) const {
+  const std::int32_t best =
+      bestRecordMatch(candidates, [this](const DestinationSet& candidate) { return _allValuesMatchScore(candidate); });
+  return best == InvalidRecordID ? nullptr : addressBook.personForRecordID(best);
+}
+
+}  // namespace pellor

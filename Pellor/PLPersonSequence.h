@@ -1,0 +1,43 @@
+// Persons in the order in which they came, found by what identifies them.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "Pellor/PLPersonIndex.h"
+
+namespace pellor {
+
+/// Holds persons strongly, in the order of their arrival: the sourced persons, and those that a merge displaced. A person
+/// may stand in it several times. No operation walks the sequence but `forEach`. Main queue.
+class PLPersonSequence {
+ public:
+  void append(std::shared_ptr<PLPerson> person);
+  bool contains(const PLPerson* person) const { return _places.contains(person); }
+  /// Takes out the earliest entry of the person; false when there is none.
+  bool remove(const PLPerson* person);
+  bool isEmpty() const { return _inOrder.empty(); }
+
+  /// The earliest member that `person` is like; null when it is like none.
+  std::shared_ptr<PLPerson> firstLike(const PLPerson& person) const;
+  /// The earliest member that the stored form describes; null when it describes none.
+  std::shared_ptr<PLPerson> firstDescribedBy(const Dictionary& stored) const;
+
+  template <class Visit>
+  void forEach(Visit&& visit) const {
+    for (const auto& [place, person] : _inOrder) visit(person);
+  }
+
+ private:
+  std::shared_ptr<PLPerson> earliest(const std::vector<PLPerson*>& candidates, const auto& fits) const;
+
+  std::uint64_t _nextPlace = 0;
+  std::map<std::uint64_t, std::shared_ptr<PLPerson>> _inOrder;
+  std::unordered_map<const PLPerson*, std::vector<std::uint64_t>> _places;  // ascending
+  PLPersonIndex _index;
+};
+
+}  // namespace pellor

@@ -1,0 +1,27 @@
+# Installation: libraries, public headers under <includedir>/pellor, the program, and the package for find_package(pellor).
+include(CMakePackageConfigHelpers)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/pellor)
+set(libraries pellor_runtime pellor_platform pellor pellor_testing)
+if(PELLOR_LINUX)
+  list(APPEND libraries pellor_linux)
+endif()
+
+foreach(library IN LISTS libraries)
+  install(TARGETS ${library} EXPORT pellorTargets
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/pellor)
+endforeach()
+install(EXPORT pellorTargets NAMESPACE pellor:: DESTINATION ${package_dir})
+
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/pellorConfig.cmake.in ${PROJECT_BINARY_DIR}/pellorConfig.cmake
+  INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/pellorConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/pellorConfig.cmake ${PROJECT_BINARY_DIR}/pellorConfigVersion.cmake
+  DESTINATION ${package_dir})
+if(PELLOR_LINUX)
+  install(FILES ${CMAKE_CURRENT_LIST_DIR}/PellorLinuxLibraries.cmake DESTINATION ${package_dir})
+endif()
+if(TARGET pellor_cli)
+  install(TARGETS pellor_cli RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()

@@ -1,0 +1,268 @@
+#include "Pellor/PLFriendGroup.h"
+
+#include "Pellor/PLPerson.h"
+#include "tests/pellor/OneProcess.h"
+
+namespace pellor {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// Writes down what a group reports.
+class Reports : public PLFriendGroupDelegate {
+ public:
+  void friendGroupDidSetFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
+                                         const std::shared_ptr<PLPerson>& person, std::uint64_t position) override {
+    if (onReport) onReport();
+    add("set", group, person, position);
+  }
+  void friendGroupDidRemoveFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
+                                            const std::shared_ptr<PLPerson>& person, std::uint64_t position) override {
+    if (onReport) onReport();
+    add("removed", group, person, position);
+  }
+  void friendGroupDidMoveFriends(const std::shared_ptr<PLFriendGroup>&,
+                                 const std::vector<std::shared_ptr<PLPerson>>&) override {
+    reports.emplace_back("moved");
+  }
+
+  std::vector<std::string> reports;
+  std::function<void()> onReport;
+
+ private:
+  void add(const std::string& what, const std::shared_ptr<PLFriendGroup>& group,
+           const std::shared_ptr<PLPerson>& person, std::uint64_t position) {
+    const std::string slot = group->friendAtPosition(position) ? "occupied" : "empty";
+    reports.push_back(what + " " + (person ? *person->displayName() : "nobody") + " at " + std::to_string(position) +
+                      ", now " + slot);
+  }
+};
+
+class FriendGroup : public OneProcess {
+ protected:
+  static std::shared_ptr<PLPerson> named(const std::string& name) {
+    return PLPerson::initWithDictionaryRepresentationAddressBook({{"Name", name}}, nullptr);
+  }
+  static std::shared_ptr<PLPerson> reachableBy(const std::string& destination) {
+    return PLPerson::initWithDestinationsAddressBook({destination}, nullptr);
+  }
+  std::vector<std::string> takeReports() { return std::exchange(delegate->reports, {}); }
+
+  std::shared_ptr<Reports> delegate = std::make_shared<Reports>();
+  std::uint32_t error = 77;
+  const std::shared_ptr<PLPerson> ann = named("Ann");
+  const std::shared_ptr<PLPerson> bob = named("Bob");
+  const std::shared_ptr<PLPerson> cid = named("Cid");
+};
+
+TEST_F(FriendGroup, FillsFromTheLowestEmptySlotUntilItIsFull) {
+  const auto group = PLFriendGroup::initWithDelegateGroupSize(delegate, 2);
+  const auto& live = group->friends();
+  group->addFriend(ann, error);
+  EXPECT_EQ(error, PLFriendGroupErrorNone);
+  group->addFriend(bob, error);
+  EXPECT_TRUE(group->isFull());
+  EXPECT_THAT(live, ElementsAre(ann, bob)) << "the live array";
+  EXPECT_EQ(group->positionOfFriend(bob), 1U);
+  EXPECT_EQ(group->positionOfFriend(cid), NotFound);
+  EXPECT_THAT(takeReports(), ElementsAre("set Ann at 0, now occupied", "set Bob at 1, now occupied"));
+  EXPECT_THAT(takeLog(),
+              ElementsAre("setting [Ann] in friend list at position 0", "setting [Bob] in friend list at position 1"));
+
+  group->addFriend(cid, error);
+  EXPECT_EQ(error, PLFriendGroupErrorCapacityReached);
+  EXPECT_THAT(takeLog(), ElementsAre("unable to add friend: capacity reached"));
+  EXPECT_THAT(takeReports(), IsEmpty());
+
+  group->removeFriendAtPosition(0);
+  EXPECT_EQ(group->count(), 1U);
+  group->addFriend(cid, error);
+  EXPECT_THAT(live, ElementsAre(cid, bob));
+}
+
+TEST_F(FriendGroup, SetsReplacesAndEmptiesSlots) {
+  const auto group = PLFriendGroup::initWithDelegateGroupSize(delegate, 3);
+  group->setFriendAtPosition(ann, 1, error);
+  group->setFriendAtPosition(bob, 1, error);
+  EXPECT_THAT(takeReports(), ElementsAre("set Ann at 1, now occupied", "set Bob at 1, now occupied"))
+      << "no word of who was there";
+  EXPECT_FALSE(group->containsFriend(ann));
+  EXPECT_EQ(group->count(), 1U);
+  takeLog();
+
+  group->setFriendAtPosition(cid, 3, error);
+  EXPECT_EQ(error, PLFriendGroupErrorOutOfRange);
+  group->setFriendAtPosition(nullptr, static_cast<std::uint64_t>(NotFound), error);
+  EXPECT_EQ(error, PLFriendGroupErrorOutOfRange);
+  EXPECT_THAT(takeReports(), IsEmpty());
+  EXPECT_THAT(takeLog(), ElementsAre("unable to add friend at position 3: out of range",
+                                     "unable to add friend at position 9223372036854775807: out of range"));
+
+  group->setFriendAtPosition(nullptr, 1, error);
+  EXPECT_EQ(error, PLFriendGroupErrorNone);
+  EXPECT_THAT(takeReports(), ElementsAre("removed nobody at 1, now empty"));
+  group->setFriendAtPosition(nullptr, 1, error);
+  EXPECT_THAT(takeReports(), ElementsAre("removed nobody at 1, now empty")) << "also of an empty slot";
+  EXPECT_EQ(group->count(), 0U);
+}
+
+TEST_F(FriendGroup, RemovesWhoIsThere) {
+  const auto group = PLFriendGroup::initWithDelegateGroupSize(delegate, 3);
+  group->setFriends({EmptySlot, ann, EmptySlot});
+  group->removeFriendAtPosition(1);
+  EXPECT_THAT(takeReports(), ElementsAre("removed Ann at 1, now empty"));
+  for (const std::uint64_t position : {std::uint64_t{1}, std::uint64_t{3}, static_cast<std::uint64_t>(NotFound)}) {
+    EXPECT_EQ(group->friendAtPosition(position), nullptr);
+    group->removeFriendAtPosition(position);
+  }
+  EXPECT_THAT(takeReports(), IsEmpty());
+  EXPECT_THAT(takeLog(),
+              ElementsAre("Removing friend [Ann] from position 1 in friend group", "Position 1 is already empty",
+                          "Position 3 is already empty", "Position 9223372036854775807 is already empty"));
+}
+
+TEST_F(FriendGroup, CountsStayTrueThroughEveryEdit) {
+  const auto group = PLFriendGroup::initWithGroupSize(4);
+  const auto& content = group->friends();
+  std::uint32_t state = 12345;
+  const auto next = [&state](std::uint32_t end) { return (state = state * 1664525 + 1013904223) / 65536 % end; };
+  for (int step = 0; step < 1000; ++step) {
+    SCOPED_TRACE(step);
+    const std::uint64_t position = next(4);
+    const auto lowestEmpty = static_cast<std::uint64_t>(std::ranges::find(content, EmptySlot) - content.begin());
+    switch (next(5)) {
+      case 0:
+        group->addFriend(cid, error);
+        ASSERT_EQ(error == PLFriendGroupErrorNone, lowestEmpty < 4);
+        ASSERT_TRUE(lowestEmpty == 4 || content[lowestEmpty] == cid);
+        break;
+      case 1:
+        group->removeFriendAtPosition(position);
+        break;
+      case 4:
+        group->setFriends({EmptySlot, ann, next(2) == 0 ? EmptySlot : bob, ann});
+        break;
+      default:
+        group->setFriendAtPosition(next(4) == 0 ? nullptr : ann, position, error);
+    }
+    const auto occupied = 4 - std::ranges::count(content, EmptySlot);
+    ASSERT_EQ(group->count(), static_cast<std::uint64_t>(occupied));
+    ASSERT_EQ(group->isFull(), occupied == 4);
+  }
+}
+
+TEST_F(FriendGroup, WithoutSlotsIsFull) {
+  const auto group = PLFriendGroup::initWithGroupSize(0);
+  EXPECT_TRUE(group->isFull());
+  group->addFriend(ann, error);
+  EXPECT_EQ(error, PLFriendGroupErrorCapacityReached);
+  EXPECT_EQ(group->displayNameForGroupWithSeparator(", "), std::nullopt);
+  EXPECT_EQ(PLFriendGroup::init()->friends().size(), 10U);
+}
+
+TEST_F(FriendGroup, TakesItsOwnArrayBack) {
+  const auto group = PLFriendGroup::initWithGroupSize(3);
+  group->setFriends({ann, EmptySlot, bob});
+  group->setFriends(group->friends());
+  EXPECT_THAT(group->friends(), ElementsAre(ann, EmptySlot, bob));
+  EXPECT_EQ(group->count(), 2U);
+  EXPECT_THAT(takeLog(), IsEmpty());
+  group->setFriends({ann});
+  EXPECT_DEATH(group->friendAtPosition(2), "as many entries");
+}
+
+TEST_F(FriendGroup, SurvivesWhatItsDelegateDoes) {
+  auto group = PLFriendGroup::initWithDelegateGroupSize(delegate, 2);
+  auto person = named("Dan");
+  group->setFriendAtPosition(person, 0, error);
+  takeReports();
+  PLFriendGroup* const raw = group.get();
+  std::weak_ptr<PLFriendGroup> weakGroup = group;
+  const std::weak_ptr<PLPerson> weakPerson = person;
+  delegate->onReport = [&] {
+    group.reset();
+    person.reset();
+    ASSERT_FALSE(weakGroup.expired());
+  };
+  raw->removeFriendAtPosition(0);
+  EXPECT_THAT(takeReports(), ElementsAre("removed Dan at 0, now empty"));
+  EXPECT_TRUE(weakGroup.expired() && weakPerson.expired());
+
+  group = PLFriendGroup::initWithDelegateGroupSize(delegate, 2);
+  weakGroup = group;
+  error = 77;
+  group.get()->setFriendAtPosition(ann, 1, error);
+  EXPECT_EQ(group, nullptr);
+  EXPECT_EQ(error, PLFriendGroupErrorNone);
+  EXPECT_THAT(takeReports(), ElementsAre("set Ann at 1, now occupied"));
+}
+
+TEST_F(FriendGroup, HoldsItsDelegateWeakly) {
+  const auto group = PLFriendGroup::initWithDelegateGroupSize(delegate, 2);
+  delegate.reset();
+  EXPECT_EQ(group->delegate(), nullptr);
+  group->addFriend(ann, error);
+  EXPECT_EQ(error, PLFriendGroupErrorNone);
+}
+
+TEST_F(FriendGroup, AnnouncesNewTitles) {
+  Posts posts(process, PLFriendGroupTitleChangedNotification);
+  const auto group = PLFriendGroup::init();
+  const auto postsAfter = [&](std::optional<std::string> title) {
+    const auto before = posts.count();
+    group->setTitle(std::move(title));
+    EXPECT_EQ(posts.count(), before) << "not inside the call";
+    settle();
+    return posts.count() - before;
+  };
+  EXPECT_EQ(postsAfter(std::nullopt), 0U);
+  EXPECT_EQ(postsAfter("Family"), 1U);
+  EXPECT_EQ(posts.all().back().object, group);
+  EXPECT_EQ(postsAfter("Family"), 0U);
+  EXPECT_EQ(postsAfter(""), 1U);
+  EXPECT_EQ(postsAfter(std::nullopt), 1U);
+
+  auto gone = PLFriendGroup::init();
+  gone->setTitle("Gone");
+  gone.reset();
+  settle();
+  EXPECT_EQ(posts.all().back().object, nullptr);
+}
+
+TEST_F(FriendGroup, IsCalledByItsTitleElseByItsFriends) {
+  const auto group = PLFriendGroup::initWithGroupSize(6);
+  const auto name = [&] { return group->displayNameForGroupWithSeparator(", "); };
+  EXPECT_EQ(name(), std::nullopt);
+  group->setFriends(
+      {reachableBy("bob@example.org"), EmptySlot, ann, reachableBy("+49301234567"), cid, PLPerson::init()});
+  EXPECT_EQ(name(), "Ann, Cid, bob, 0301234567");
+  group->setTitle("");
+  EXPECT_EQ(name(), "Ann, Cid, bob, 0301234567");
+  group->setTitle("Family");
+  EXPECT_EQ(name(), "Family");
+}
+
+TEST_F(FriendGroup, FriendsWithoutNameAreShownByWhatTheyHave) {
+  const auto archived = [](const std::string& primaryDestination) {
+    return PLPerson::initWithCoder(KeyedArchive({{"pd", primaryDestination}}));
+  };
+  const auto group = PLFriendGroup::initWithGroupSize(4);
+  group->setFriends({archived("bridge"), archived("mailto:"), archived("eve@a@b"), archived("@home")});
+  EXPECT_EQ(group->displayNameForGroupWithSeparator("/"), "bridge/mailto:/eve/");
+}
+
+#ifndef NDEBUG
+TEST_F(FriendGroup, BelongsToTheMainQueue) {
+  const auto group = PLFriendGroup::init();
+  const auto queue = SerialQueue::make("elsewhere");
+  const auto useElsewhere = [&] {
+    queue->async([&] { group->count(); });
+    settle();
+  };
+  EXPECT_DEATH(useElsewhere(), "PLFriendGroup::count");
+}
+#endif
+
+}  // namespace
+}  // namespace pellor

@@ -1,0 +1,290 @@
+// What an edit changes, tells and asks for, and in which order.
+#include <algorithm>
+
+#include "tests/pellor/ManagerWorld.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::MatchesRegex;
+
+class ManagerEditTest : public ManagerTest {
+ protected:
+  ManagerEditTest() {
+    setGroups(3, 2);
+    contacts({"Ann", "Bob", "Cy", "Dan", "Eve", "Fay"});
+  }
+
+  std::unique_ptr<ManagerProcess> launchWith(const std::string& list) {
+    store(list);
+    auto process = launch();
+    rest();
+    process->takeEvents();
+    world.preferences().clearRecords();
+    return process;
+  }
+
+  /// What the process did, in order. The save runs beside the rest; `hasSaved` tells that it ran, once.
+  std::vector<std::string> eventsOf(ManagerProcess& process, bool hasSaved = true) {
+    rest();
+    auto events = process.takeEvents();
+    EXPECT_EQ(std::erase(events, "friend list saved"), hasSaved ? 1U : 0U);
+    EXPECT_EQ(world.preferences().writeCount(), hasSaved ? 1U : 0U);
+    world.preferences().clearRecords();
+    return events;
+  }
+
+  static const std::string posting(int count) {
+    return "posting PLFriendsManagerChangedNotification with " + std::to_string(count) + " changelog " +
+           (count == 1 ? "entry" : "entries");
+  }
+};
+
+TEST_F(ManagerEditTest, AddingFillsTheFirstGroupWithRoomAndKeepsAnEmptyOneBehind) {
+  auto a = launchWith("-,-");
+  EXPECT_TRUE(a->add("Ann"));
+  EXPECT_EQ(a->list(), "Ann,-|-,-");
+  EXPECT_THAT(eventsOf(*a),
+              ElementsAre("setting [Ann] in friend list at position 0", "groups changed", posting(1), "changed Ann+"));
+  EXPECT_EQ(stored(2), "Ann,-|-,-");
+
+  a->set(a->person("Bob"), 1, 1);
+  a->add("Cy");
+  EXPECT_EQ(a->list(), "Ann,Cy|-,Bob|-,-");
+  EXPECT_THAT(eventsOf(*a),
+              ElementsAre("setting [Bob] in friend list at position 1", "setting [Cy] in friend list at position 1",
+                          "groups changed", posting(2), "changed Bob+ Cy+"));
+  for (const char* name : {"Dan", "Eve", "Fay"}) EXPECT_TRUE(a->add(name));
+  EXPECT_EQ(a->list(), "Ann,Cy|Dan,Bob|Eve,Fay") << "no group behind the last one that may be";
+  EXPECT_FALSE(a->run([&] { return a->manager().canAddFriend(); }));
+  eventsOf(*a);
+  EXPECT_FALSE(a->add("Ann"));
+  EXPECT_FALSE(a->run([&] { return a->manager().addFriend(nullptr); }));
+  EXPECT_THAT(eventsOf(*a, false), IsEmpty());
+  EXPECT_EQ(world.counters().value("org.tapnote.tn.friendList.size"), 6);
+  EXPECT_EQ(world.counters().value("org.tapnote.tn.friendGroups.count"), 2);
+}
+
+TEST_F(ManagerEditTest, TheTwentiethGroupIsTheLast) {
+  setGroups(20, 1);
+  std::vector<std::string> names;
+  for (int number = 0; number < 21; ++number) names.push_back("Friend" + std::to_string(number));
+  contacts(names);
+  auto a = launchWith("-");
+  for (int number = 0; number < 20; ++number) EXPECT_TRUE(a->add(names[static_cast<std::size_t>(number)]));
+  EXPECT_EQ(a->manager().friendGroups().size(), 20U);
+  EXPECT_FALSE(a->add(names[20]));
+}
+
+TEST_F(ManagerEditTest, WithoutTrailingGroupsAFullListStaysFull) {
+  setSetting(PLEmptyTrailingGroupEnabledKey, false);
+  auto a = launchWith("Ann,-");
+  EXPECT_TRUE(a->add("Bob"));
+  EXPECT_FALSE(a->add("Cy"));
+  EXPECT_TRUE(a->run([&] { return a->manager().canAddFriend(); })) << "a group could still be made";
+  EXPECT_EQ(a->list(), "Ann,Bob");
+}
+
+TEST_F(ManagerEditTest, SettingOverAFriendReportsTheNewOneAlone) {
+  auto a = launchWith("Ann,Bob");
+  a->set(a->person("Cy"), 0, 0);
+  EXPECT_THAT(eventsOf(*a), ElementsAre("setting [Cy] in friend list at position 0", posting(1), "changed Cy+"));
+  EXPECT_EQ(stored(2), "Cy,Bob|-,-");
+}
+
+TEST_F(ManagerEditTest, RemovingTellsOfTheFriendAndOfTheGroupThatEmptied) {
+  auto a = launchWith("Ann,Bob|Cy,-|Dan,-");
+  a->remove(0, 1);
+  EXPECT_THAT(eventsOf(*a),
+              ElementsAre("Removing friend [Bob] from position 1 in friend group", posting(1), "changed Bob-"));
+  a->remove(1, 0);
+  EXPECT_EQ(a->list(), "Ann,-|Dan,-");
+  EXPECT_THAT(eventsOf(*a), ElementsAre("Removing friend [Cy] from position 0 in friend group", "groups changed",
+                                        posting(1), "changed Cy-"));
+  EXPECT_EQ(stored(2), "Ann,-|Dan,-");
+  a->remove(1, 1);
+  EXPECT_THAT(eventsOf(*a, false), ElementsAre("Position 1 is already empty"));
+  EXPECT_EQ(world.counters().value("org.tapnote.tn.friendList.size"), 2);
+  EXPECT_EQ(world.counters().value("org.tapnote.tn.friendGroups.count"), 1);
+}
+
+TEST_F(ManagerEditTest, AGroupThatEmptiesVanishesButForASingleOne) {
+  const struct {
+    const char* before;
+    int groups;
+    std::uint64_t group;
+    const char* after;
+  } rows[] = {
+      {"Ann,-|Bob,-", 3, 0, "Bob,-|-,-"},
+      {"Ann,-|Bob,-|Cy,-", 3, 1, "Ann,-|Cy,-"},
+      {"Ann,-|Bob,-|Cy,-", 3, 2, "Ann,-|Bob,-"},
+      {"Ann,-|-,-|Bob,-", 3, 0, "-,-|Bob,-"},
+      {"Ann,-", 2, 0, "-,-"},
+      {"Ann,-", 1, 0, "-,-"},
+  };
+  for (const auto& row : rows) {
+    setGroups(static_cast<std::uint64_t>(row.groups), 2);
+    auto a = launchWith(row.before);
+    a->remove(row.group, 0);
+    EXPECT_EQ(a->list(), row.after) << row.before;
+    rest();
+    EXPECT_EQ(stored(2), row.after) << row.before;
+    a->kill();
+  }
+}
+
+TEST_F(ManagerEditTest, WithoutTrailingGroupsTheLastGroupVanishesToo) {
+  setSetting(PLEmptyTrailingGroupEnabledKey, false);
+  auto a = launchWith("Ann,-");
+  a->remove(0, 0);
+  EXPECT_EQ(a->list(), "");
+  EXPECT_TRUE(a->run([&] { return a->manager().canAddFriend(); }));
+  EXPECT_FALSE(a->add("Bob"));
+  rest();
+  EXPECT_EQ(world.counters().value("org.tapnote.tn.friendGroups.count"), -1);
+  EXPECT_EQ(storedValue(PLFriendListKey), Value(Array{}));
+  a->run([&] { a->manager().reloadFriendList(); });
+  EXPECT_EQ(a->list(), "-,-");
+  EXPECT_TRUE(a->add("Bob"));
+}
+
+TEST_F(ManagerEditTest, RemovingTakesTheGroupThatReported) {
+  // The same person in two groups: the second group goes, not the first that the person is found in.
+  auto a = launchWith("Ann,Bob");
+  const auto ann = a->friendAt(0, 0);
+  a->set(ann, 1, 1);
+  a->set(a->person("Cy"), 2, 0);
+  a->remove(1, 1);
+  EXPECT_EQ(a->list(), "Ann,Bob|Cy,-");
+  EXPECT_TRUE(a->run([&] { return a->manager().isPersonFriend(ann); }));
+}
+
+TEST_F(ManagerEditTest, AnEmptySlotThatIsSetRemovesNoGroupAndTellsNobody) {
+  auto a = launchWith("Ann,-|Bob,-|-,-");
+  a->set(nullptr, 0, 0);
+  EXPECT_EQ(a->list(), "-,-|Bob,-|-,-");
+  EXPECT_THAT(eventsOf(*a), ElementsAre("setting empty slot in friend list at position 0"));
+  EXPECT_EQ(stored(2), "-,-|Bob,-|-,-");
+
+  a->run([&] { a->manager().purgeEmptyFriendGroups(); });
+  EXPECT_EQ(a->list(), "Bob,-|-,-") << "the last group is spared";
+  EXPECT_THAT(eventsOf(*a), ElementsAre("groups changed"));
+  EXPECT_EQ(stored(2), "Bob,-|-,-");
+  a->run([&] { a->manager().purgeEmptyFriendGroups(); });
+  EXPECT_THAT(eventsOf(*a, false), IsEmpty());
+}
+
+TEST_F(ManagerEditTest, AMoveIsReportedAndWaitsForTheNextSave) {
+  world.pairedDevice().setCompletedInitialSync(true);
+  auto a = launchWith("Ann,Bob");
+  auto group = a->group(0);
+  a->run([&] {
+    group->setFriends({a->friendAt(0, 1), a->friendAt(0, 0)});
+    a->manager().friendGroupDidMoveFriends(group, {group->friendAtPosition(0), group->friendAtPosition(1)});
+  });
+  EXPECT_EQ(a->list(), "Bob,Ann|-,-");
+  world.pairedDevice().clearPushes();
+  EXPECT_THAT(eventsOf(*a, false), ElementsAre(posting(2), "changed Bob> Ann>"));
+  EXPECT_EQ(stored(2), "Ann,Bob|-,-");
+  a->run([&] { a->manager().save(); });
+  EXPECT_THAT(eventsOf(*a), IsEmpty());
+  EXPECT_EQ(stored(2), "Bob,Ann|-,-");
+  EXPECT_EQ(world.pairedDevice().pushes().size(), 1U);
+}
+
+TEST_F(ManagerEditTest, SynchronisingAGroupLogsWhoWentWhereAndPostsNothing) {
+  auto a = launchWith("Ann,-|Bob,-");
+  a->run([&] {
+    auto ann = a->friendAt(0, 0);
+    auto bob = a->friendAt(1, 0);
+    a->group(0)->setFriends({nullptr, ann});
+    a->group(1)->setFriends({bob, nullptr});
+    a->manager().syncFriendGroup(a->group(0));
+    a->manager().syncFriendGroup(a->group(1));
+  });
+  EXPECT_EQ(a->list(), "-,Ann|Bob,-|-,-");
+  EXPECT_THAT(eventsOf(*a), ElementsAre(MatchesRegex("<PLPerson: .*Ann.*> was moved to position 1 in group 0")));
+  EXPECT_EQ(stored(2), "-,Ann|Bob,-|-,-");
+  a->run([&] { a->manager().syncFriendGroup(a->group(0)); });
+  EXPECT_THAT(eventsOf(*a, false), IsEmpty());
+
+  // A friend in the last group calls for one more group, an emptied one stays.
+  auto b = launchWith("Ann,-|-,-");
+  b->run([&] {
+    b->group(1)->setFriends({b->friendAt(0, 0), nullptr});
+    b->group(0)->setFriends({nullptr, nullptr});
+    b->manager().syncFriendGroup(b->group(0));
+    b->manager().syncFriendGroup(b->group(1));
+  });
+  EXPECT_EQ(b->list(), "-,-|Ann,-|-,-");
+  EXPECT_EQ(b->person("Ann"), b->friendAt(1, 0));
+}
+
+TEST_F(ManagerEditTest, AGroupThatTheManagerNoLongerHoldsReportsToNobody) {
+  auto a = launchWith("Ann,-|Bob,-");
+  const auto gone = a->group(0);
+  const auto ann = a->friendAt(0, 0);
+  a->remove(0, 0);
+  eventsOf(*a);
+  EXPECT_EQ(gone->delegate(), nullptr);
+  a->run([&] {
+    std::uint32_t error = PLFriendGroupErrorNone;
+    gone->setFriendAtPosition(ann, 1, error);
+    a->manager().syncFriendGroup(gone);
+    a->manager().friendGroupDidSetFriendAtPosition(gone, ann, 0);
+    a->manager().friendGroupDidRemoveFriendAtPosition(gone, ann, 0);
+    a->manager().friendGroupDidMoveFriends(gone, {ann});
+    a->manager().friendGroupDidSetFriendAtPosition(a->group(0), ann, 2);
+  });
+  EXPECT_EQ(a->list(), "Bob,-|-,-");
+  EXPECT_THAT(eventsOf(*a, false), ElementsAre("setting [Ann] in friend list at position 1"));
+}
+
+TEST_F(ManagerEditTest, ObserversMayEdit) {
+  auto a = launchWith("Ann,-|Bob,-");
+  std::shared_ptr<Observation> observation;
+  a->run([&] {
+    observation = a->process().notificationCenter().addObserver(
+        std::string(PLFriendsManagerChangedNotification), [&](const Notification& notification) {
+          EXPECT_EQ(notification.objectAs<PLFriendsManager>(), a->sharedManager());
+          if (a->manager().friendGroups().size() > 2) a->group(0)->removeFriendAtPosition(0);
+        });
+  });
+  a->add("Cy");
+  rest();
+  EXPECT_EQ(a->list(), "-,Cy|Bob,-|-,-");
+  EXPECT_EQ(stored(2), "-,Cy|Bob,-|-,-");
+  EXPECT_THAT(a->takeNotifications(), ElementsAre("changed Cy+", "changed Ann-"));
+}
+
+TEST_F(ManagerEditTest, PositionsOfFriendsAndOfStrangers) {
+  setGroups(20, 12);
+  auto a = launchWith("-,-,-,-,-,-,-,-,-,-,-,-|-,Ann");
+  const auto ann = a->friendAt(1, 1);
+  const auto bob = a->person("Bob");
+  a->run([&] {
+    EXPECT_EQ(a->manager().positionOfFriendInGroup(ann), 1U);
+    EXPECT_EQ(a->manager().groupIndexContainingFriend(ann), 1U);
+    for (const auto& stranger : {bob, std::shared_ptr<PLPerson>()}) {
+      EXPECT_FALSE(a->manager().isPersonFriend(stranger));
+      EXPECT_EQ(a->manager().positionOfFriendInGroup(stranger), 9223372036854775807U);
+      EXPECT_EQ(a->manager().groupIndexContainingFriend(stranger), 1U);
+    }
+    a->group(0)->removeFriendAtPosition(0);
+  });
+  // Groups of three: single precision puts no one on the wrong page.
+  setGroups(20000, 3);
+  std::string list = "-";
+  for (int slot = 1; slot < 59999; ++slot) list += ",-";
+  auto b = launchWith(list + ",Ann");
+  b->run([&] {
+    const auto last = b->manager().personWithABRecordGUID(guidOf("Ann"));
+    EXPECT_EQ(b->manager().groupIndexContainingFriend(last), 19999U);
+    EXPECT_EQ(b->manager().positionOfFriendInGroup(last), 2U);
+  });
+}
+
+}  // namespace
+}  // namespace pellor

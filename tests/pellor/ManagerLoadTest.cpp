@@ -1,0 +1,485 @@
+// How a manager comes by its list: settings, the first run, stored lists, stores that do not answer.
+#include "tests/pellor/ManagerWorld.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class ManagerLoadTest : public ManagerTest {};
+
+TEST_F(ManagerLoadTest, TheFirstRunOfTheDefaultDomainMarksTheListAndCounts) {
+  auto a = makeProcess();
+  a->run([&] { EXPECT_EQ(PLFriendsManager::initWithDomain(std::nullopt)->domain(), "org.tapnote.TN"); });
+  rest();
+  world.preferences().setValue(PLFriendListKey, std::nullopt, std::string(TapnoteDomain));
+  world.preferences().setValue(PLDidNormalizeFriendListDestinationsKey, std::nullopt, std::string(TapnoteDomain));
+  a->takeEvents();
+
+  a->start();
+  EXPECT_TRUE(a->manager().isLoaded());
+  EXPECT_EQ(a->logged("friend list does not yet exist, starting with an empty list"), 1U);
+  EXPECT_EQ(a->logged("no phone favorites found to import to Tapnote friends"), 1U);
+  rest();
+  EXPECT_EQ(a->list(), "-,-,-,-,-,-,-,-,-,-,-,-");
+  EXPECT_EQ(stored(), "-,-,-,-,-,-,-,-,-,-,-,-");
+  EXPECT_EQ(storedValue(PLDidNormalizeFriendListDestinationsKey), Value(true));
+  EXPECT_EQ(world.counters().value("org.tapnote.tn.friendList.size"), 0);
+  EXPECT_EQ(world.counters().value("org.tapnote.tn.friendGroups.count"), 0);
+}
+
+TEST_F(ManagerLoadTest, TheFirstRunOfAnotherDomainIsEmpty) {
+  contacts({"Ann"});
+  world.favorites().setEntries({{"Ann", mailOf("Ann"), 1}});
+  auto a = launch(OtherDomain);
+  rest();
+  EXPECT_EQ(stored(0, OtherDomain), "-,-,-,-,-,-,-,-,-,-,-,-");
+  EXPECT_EQ(storedValue(PLDidNormalizeFriendListDestinationsKey, OtherDomain), std::nullopt);
+  EXPECT_EQ(storedValue(PLGroupTitlesKey, OtherDomain), std::nullopt);
+  a->add("Ann");
+  rest();
+  EXPECT_THAT(world.counters().values(), IsEmpty());
+}
+
+TEST_F(ManagerLoadTest, SettingsHaveLopsidedDefaults) {
+  // Of Bob's two places the second goes, Cy loses all addresses and stays, and a group is kept behind the last friend.
+  store("Ann#,Bob#,Bob#,Cy,-,-,-,-,-,-,-,-");
+  auto list = *storedValue(PLFriendListKey)->array();
+  auto cy = *list[3].dictionary();
+  cy.erase("AllValues");
+  list[3] = cy;
+  world.preferences().setValue(PLFriendListKey, list, std::string(TapnoteDomain));
+  const std::string empty = "-,-,-,-,-,-,-,-,-,-,-,-";
+  const struct {
+    std::string_view key;
+    std::optional<Value> value;
+    std::string expected;
+  } rows[] = {
+      {"none", std::nullopt, "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-|" + empty},
+      {PLEmptyTrailingGroupEnabledKey, false, "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-"},
+      {PLEmptyTrailingGroupEnabledKey, 0, "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-|" + empty},
+      {PLDeduplicateFriendListEnabledKey, false, "Ann,Bob,Bob,Cy,-,-,-,-,-,-,-,-|" + empty},
+      {PLDeduplicateFriendListEnabledKey, "no", "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-|" + empty},
+      {PLRemoveDestinationlessFriendsEnabledKey, true, "Ann,Bob,-,-,-,-,-,-,-,-,-,-|" + empty},
+      {PLRemoveDestinationlessFriendsEnabledKey, 1, "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-|" + empty},
+      {PLMaxGroupCountKey, 1, "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-"},
+      {PLMaxGroupCountKey, "1", "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-|" + empty},
+      {PLGroupSizeKey, 4, "Ann,Bob,-,Cy|-,-,-,-"},
+  };
+  for (const auto& row : rows) {
+    setSetting(row.key, row.value.value_or(true));
+    auto a = launch();
+    EXPECT_EQ(a->list(), row.expected) << row.key;
+    EXPECT_TRUE(a->manager().isRefreshAgainstContactsEnabled());
+    a->kill();
+    world.preferences().setValue(row.key, std::nullopt, std::string(TapnoteDomain));
+  }
+  setSetting(PLRefreshAgainstContactsOnInitEnabledKey, false);
+  EXPECT_FALSE(launch()->manager().isRefreshAgainstContactsEnabled());
+}
+
+TEST_F(ManagerLoadTest, AGroupSizeOutOfRangeIsReadAsTheDefault) {
+  const struct {
+    std::int64_t stored;
+    std::uint64_t used;
+  } rows[] = {{-1, 12}, {0, 12}, {1, 1}, {65536, 65536}, {65537, 12}};
+  for (const auto& row : rows) {
+    setSetting(PLGroupSizeKey, row.stored, OtherDomain);
+    auto a = launch(OtherDomain);
+    EXPECT_EQ(a->manager().groupSize(), row.used);
+    EXPECT_EQ(a->group(0)->groupSize(), row.used);
+    a->run([&] { a->manager().reloadFriendList(); });
+    EXPECT_EQ(a->logged("group size"), row.stored == static_cast<std::int64_t>(row.used) ? 0U : 1U) << row.stored;
+    a->kill();
+  }
+}
+
+TEST_F(ManagerLoadTest, SettingsAreWrittenForManagersThatComeLater) {
+  auto a = makeProcess();
+  a->run([&] {
+    auto now = PLFriendsManager::managerForDomain(OtherDomain);
+    EXPECT_TRUE(PLFriendsManager::setMaxGroupCountDomain(3, OtherDomain));
+    EXPECT_TRUE(PLFriendsManager::setGroupSizeDomain(2, OtherDomain));
+    EXPECT_TRUE(PLFriendsManager::setEnableEmptyTrailingGroupDomain(false, OtherDomain));
+    EXPECT_TRUE(PLFriendsManager::setRefreshAgainstContactsOnInitEnabledDomain(false, OtherDomain));
+    EXPECT_TRUE(PLFriendsManager::setFriendsChangedExternallyNotificationNameDomain("list", OtherDomain));
+    EXPECT_TRUE(PLFriendsManager::setFriendGroupTitleChangedExternallyNotificationNameDomain("titles", OtherDomain));
+    EXPECT_EQ(now->maxGroupCount(), 20U);
+    EXPECT_EQ(now->groupSize(), 12U);
+    EXPECT_TRUE(now->isRefreshAgainstContactsEnabled());
+    EXPECT_EQ(PLFriendsManager::managerForDomain(OtherDomain), now);
+    EXPECT_NE(PLFriendsManager::managerForDomain(std::string(TapnoteDomain)), now);
+  });
+  rest();
+  auto b = launch(OtherDomain);
+  EXPECT_EQ(b->manager().maxGroupCount(), 3U);
+  EXPECT_EQ(b->manager().groupSize(), 2U);
+  EXPECT_FALSE(b->manager().isRefreshAgainstContactsEnabled());
+  rest();
+  b->add("Ann");
+  b->add("Bob");
+  EXPECT_FALSE(b->add("Cy")) << "no group is added behind a full one";
+  rest();
+  EXPECT_EQ(world.bus().postCount("list"), 1U);
+  storeTitles({"Family"}, OtherDomain);
+  world.bus().post("titles");
+  rest();
+  EXPECT_EQ(b->titles(), "Family");
+}
+
+TEST_F(ManagerLoadTest, AnEmptyOrWrongNameSettingIsNone) {
+  setSetting(PLFriendsChangedExternallyNotificationKey, "");
+  setSetting(PLFriendGroupTitleChangedExternallyNotificationKey, 7);
+  auto a = launch();
+  rest();
+  EXPECT_EQ(world.bus().postCount(PLFriendsChangedExternallyNotification), 1U);
+  storeTitles({"Family"});
+  world.bus().post(PLFriendGroupTitleChangedExternallyNotification);
+  rest();
+  EXPECT_EQ(a->titles(), "Family");
+}
+
+TEST_F(ManagerLoadTest, LoadsTellWhatChanged) {
+  setGroups(4, 2);
+  store("Ann,Bob|-,-");
+  auto a = launch();
+  EXPECT_EQ(a->list(), "Ann,Bob|-,-");
+  EXPECT_TRUE(a->manager().didLastLoadHaveChanges());
+  rest();
+  EXPECT_EQ(a->logged("loaded friend list for the first time"), 1U);
+  EXPECT_EQ(a->logged("friend list has"), 0U);
+  EXPECT_THAT(a->takeNotifications(), ElementsAre("groups changed", "groups changed", "changed Ann+ Bob+"));
+
+  a->run([&] { a->manager().reloadFriendList(); });
+  rest();
+  EXPECT_FALSE(a->manager().didLastLoadHaveChanges());
+  EXPECT_THAT(a->takeEvents(),
+              ElementsAre("a friend list reload was requested", "loaded friend list", "friend list has no changes"));
+
+  store("Ann,Cy|-,-");
+  const auto ann = a->friendAt(0, 0);
+  postListChanged();
+  rest();
+  EXPECT_TRUE(a->manager().didLastLoadHaveChanges());
+  EXPECT_EQ(a->logged("friend list has changes"), 1U);
+  EXPECT_THAT(a->takeNotifications(), ElementsAre("changed Cy+ Bob-"));
+  EXPECT_EQ(a->list(), "Ann,Cy|-,-");
+  EXPECT_EQ(a->friendAt(0, 0), ann);
+}
+
+TEST_F(ManagerLoadTest, GroupsComeAndGoWithTheStoredList) {
+  const std::string list36 = "Ann,-,-,-,-,-,-,-,-,-,-,-|-,-,-,-,-,-,-,-,-,-,-,-|Bob,-,-,-,-,-,-,-,-,-,-,-";
+  const std::string list30 = "Ann,-,-,-,-,-,-,-,-,-,-,-|Bob,-,-,-,-,-,-,-,-,-,-,-|Cy,-,-,-,-,-";
+  const std::string empty = "|-,-,-,-,-,-,-,-,-,-,-,-";
+  const struct {
+    std::string stored;
+    bool trailing;
+    std::string expected;
+  } rows[] = {
+      {list36, true, list36 + empty},
+      {list36, false, list36},
+      {"-", true, empty.substr(1)},
+      // Someone in an unfinished third group completes it, nobody does not.
+      {list30, false, list30 + ",-,-,-,-,-,-"},
+      {list30, true, list30 + ",-,-,-,-,-,-" + empty},
+      {"Ann,-,-,-,-,-,-,-,-,-,-,-|Bob,-,-,-,-,-,-,-,-,-,-,-|-,-,-,-,-,-", false,
+       "Ann,-,-,-,-,-,-,-,-,-,-,-|Bob,-,-,-,-,-,-,-,-,-,-,-"},
+  };
+  for (const auto& row : rows) {
+    store(row.stored);
+    setSetting(PLEmptyTrailingGroupEnabledKey, row.trailing);
+    auto a = launch();
+    EXPECT_EQ(a->list(), row.expected);
+    a->kill();
+  }
+}
+
+TEST_F(ManagerLoadTest, OnlyVanishedAndTrailingGroupsAreAnnounced) {
+  setGroups(3, 1);
+  store("Ann|Bob|Cy");
+  auto a = launch();
+  rest();
+  a->takeEvents();
+  const struct {
+    std::string stored;
+    std::vector<std::string> expected;
+  } rows[] = {{"Ann", {"groups changed", "changed Bob- Cy-"}},  // from three groups to one, then the trailing one
+              {"Ann|Bob", {"groups changed", "changed Bob+"}},  // the trailing one of before takes Bob; a new one
+              {"Ann|Bob|Cy", {"changed Cy+"}},                  // the last one has no other behind it
+              {"Ann|Bob", {"groups changed", "changed Cy-"}},
+              {"Ann|-", {"groups changed", "changed Bob-"}}};
+  for (const auto& row : rows) {
+    store(row.stored);
+    postListChanged();
+    rest();
+    EXPECT_EQ(a->takeNotifications(), row.expected) << row.stored;
+  }
+}
+
+TEST_F(ManagerLoadTest, AListOfManySlotsKeepsThemAll) {
+  std::string text = "Ann";
+  for (int slot = 1; slot < 9999; ++slot) text += slot == 1000 ? ",Bob" : ",-";
+  store(text + ",Cy");
+  auto a = launch();
+  EXPECT_EQ(a->manager().friendGroups().size(), 20U);
+  rest();
+  EXPECT_TRUE(a->run([&] { return a->manager().isPersonFriend(a->manager().personWithDestinations({mailOf("Cy")})); }));
+  a->add("Dan");
+  rest();
+  EXPECT_EQ(storedValue(PLFriendListKey)->array()->size(), 10008U) << "834 groups";
+  EXPECT_EQ(stored().substr(0, 8), "Ann,?,-,");
+  EXPECT_EQ(stored().substr(stored().size() - 20), "-,Cy,-,-,-,-,-,-,-,-");
+}
+
+TEST_F(ManagerLoadTest, SlotsBehindTheLastGroupComeToLight) {
+  setGroups(2, 2);
+  store("Ann,-|Bob,-|Cy,-|Dan,-");
+  auto a = launch();
+  EXPECT_EQ(a->list(), "Ann,-|Bob,-");
+  a->remove(0, 0);
+  EXPECT_EQ(a->list(), "Bob,-");
+  a->add("Eve");
+  EXPECT_EQ(a->list(), "Bob,eve@example.org|Cy,-");
+  rest();
+  EXPECT_EQ(stored(2), "Bob,?|Cy,-|Dan,-");
+}
+
+// --- Stores that do not answer ---
+
+TEST_F(ManagerLoadTest, AManagerWhoseStoreDoesNotAnswerStartsLater) {
+  contacts({"Ann"});
+  world.favorites().setEntries({{"Ann", mailOf("Ann"), 1}});
+  world.preferences().makeUnreadable();
+  auto a = launch();
+  EXPECT_FALSE(a->manager().isLoaded());
+  EXPECT_EQ(a->list(), "");
+  EXPECT_FALSE(a->manager().canAddFriend());
+  EXPECT_FALSE(a->add("Ann"));
+  a->run([&] {
+    a->manager().save();
+    a->manager().saveFriendGroupTitles();
+    a->manager().markFriendListAsNormalized();
+    a->manager().purgeEmptyFriendGroups();
+    a->manager().reloadFriendList();
+    EXPECT_FALSE(a->manager().refreshAgainstAddressBook());
+  });
+  advance(100);
+  EXPECT_EQ(world.preferences().writeCount(), 0U);
+
+  setGroups(2, 2);
+  store("Bob,-");
+  storeTitles({"Family"});
+  world.preferences().makeReadable();
+  world.bus().post(PLFriendGroupTitleChangedExternallyNotification);
+  postListChanged();
+  rest();
+  EXPECT_TRUE(a->manager().isLoaded());
+  EXPECT_EQ(a->list(), "Bob,-|-,-") << "laid out by the settings that could be read now, and no favorites";
+  EXPECT_EQ(a->titles(), "Family|-");
+  EXPECT_EQ(stored(2), "Bob,-");
+  EXPECT_EQ(storedTitles(), "Family");
+  EXPECT_EQ(a->logged("loaded friend list for the first time"), 1U);
+}
+
+TEST_F(ManagerLoadTest, AFirstRunWaitsForTheStore) {
+  contacts({"Ann"});
+  world.favorites().setEntries({{"Ann", mailOf("Ann"), 1}});
+  setGroups(2, 2);
+  world.preferences().makeUnreadable();
+  auto a = launch();
+  advance(1);
+  world.preferences().makeReadable();
+  rest();
+  EXPECT_EQ(a->list(), "Ann,-|-,-");
+  EXPECT_EQ(a->titles(), "Favorites|-");
+  EXPECT_EQ(stored(2), "Ann,-|-,-");
+}
+
+TEST_F(ManagerLoadTest, APostStartsAManagerThatHasItsSettingsAlone) {
+  setGroups(2, 2);
+  storeTitles({"Family"});
+  world.preferences().damage(PLFriendListKey, "no list", std::string(TapnoteDomain));
+  world.preferences().setPutAsideFails(true);
+  auto a = launch();
+  EXPECT_FALSE(a->manager().isLoaded());
+  auto form = storedForm("Ann");
+  form.erase("AllValues");
+  world.preferences().setValue(PLFriendListKey, Array{form}, std::string(TapnoteDomain));
+  postListChanged();
+  scheduler->runUntilQuiet();
+  EXPECT_EQ(a->list(), "Ann,-|-,-");
+  EXPECT_EQ(a->titles(), "Family|-");
+}
+
+TEST_F(ManagerLoadTest, AReloadFromAStoreThatDoesNotAnswerKeepsTheList) {
+  setGroups(3, 2);
+  store("Ann,-|Bob,-");
+  auto a = launch();
+  rest();
+  a->setTitle(0, "Family");
+  world.preferences().makeUnreadable();
+  world.preferences().clearRecords();
+  postListChanged();
+  scheduler->runUntilQuiet();
+  EXPECT_EQ(a->list(), "Ann,-|Bob,-|-,-");
+
+  a->add("Cy");
+  a->run([&] {
+    a->friendAt(1, 0)->setMetadataValueForKey(Value("blue"), "color");
+    a->manager().saveFriendGroupTitles();
+  });
+  EXPECT_FALSE(a->run([&] { return a->process().settle(200); })) << "not everything is written";
+  EXPECT_EQ(stored(2), "Ann,-|Bob,-");
+  EXPECT_EQ(world.bus().postCount(PLFriendsChangedExternallyNotification), 1U) << "that of this test alone";
+
+  world.preferences().makeReadable();
+  EXPECT_TRUE(a->run([&] { return a->process().settle(200); }));
+  EXPECT_EQ(a->list(), "Ann,cy@example.org|Bob,-|-,-");
+  EXPECT_EQ(stored(2), "Ann,?|Bob,-|-,-");
+  EXPECT_EQ(storedTitles(), "Family|-|-");
+  auto b = launch();
+  EXPECT_EQ(b->friendAt(1, 0)->metadataValueForKey("color"), Value("blue"));
+}
+
+TEST_F(ManagerLoadTest, AReloadThatWasOwedTakesWhatOthersWrote) {
+  setGroups(3, 2);
+  store("Ann,-");
+  auto a = launch();
+  rest();
+  world.preferences().makeUnreadable();
+  store("Bob,-");
+  postListChanged();
+  advance(5);
+  world.preferences().makeReadable();
+  rest();
+  EXPECT_EQ(a->list(), "Bob,-|-,-");
+  EXPECT_EQ(stored(2), "Bob,-");
+}
+
+TEST_F(ManagerLoadTest, ARetryThatIsNoLongerNeededDoesNotReload) {
+  setGroups(3, 2);
+  store("Ann,-");
+  auto a = launch();
+  rest();
+  world.preferences().makeUnreadable();
+  postListChanged();
+  advance(10);
+  world.preferences().makeReadable();
+  postListChanged();
+  scheduler->runUntilQuiet();
+  a->takeEvents();
+  rest();
+  EXPECT_EQ(a->logged("loaded friend list"), 0U);
+}
+
+TEST_F(ManagerLoadTest, AListThatVanishedIsWrittenBack) {
+  setGroups(3, 2);
+  store("Ann,-");
+  auto a = launch();
+  rest();
+  a->setTitle(0, "Family");
+  a->run([&] { a->manager().saveFriendGroupTitles(); });
+  rest();
+  for (const auto key : {PLFriendListKey, PLGroupTitlesKey, PLGroupSizeKey}) {
+    world.preferences().setValue(key, std::nullopt, std::string(TapnoteDomain));
+  }
+  postListChanged();
+  rest();
+  EXPECT_EQ(a->list(), "Ann,-|-,-");
+  EXPECT_EQ(stored(2), "Ann,-|-,-");
+  EXPECT_EQ(storedTitles(), "Family|-");
+}
+
+// --- Damaged lists ---
+
+struct Damage {
+  const char* name;
+  Value content;
+};
+
+class DamagedListTest : public ManagerTest, public ::testing::WithParamInterface<Damage> {
+ protected:
+  void damage() { world.preferences().damage(PLFriendListKey, GetParam().content, std::string(TapnoteDomain)); }
+  std::size_t putAside() { return world.preferences().putAsideCopies().size(); }
+};
+
+TEST_P(DamagedListTest, WithoutAGoodCopyTheListStartsEmpty) {
+  contacts({"Ann"});
+  world.favorites().setEntries({{"Ann", mailOf("Ann"), 1}});
+  setGroups(3, 2);
+  damage();
+  auto a = launch();
+  rest();
+  EXPECT_EQ(a->list(), "-,-");
+  EXPECT_EQ(stored(2), "-,-");
+  EXPECT_EQ(a->titles(), "-");
+  EXPECT_EQ(a->logged("damaged"), 1U);
+  ASSERT_EQ(putAside(), 1U);
+  EXPECT_EQ(world.preferences().putAsideCopies()[0].value, GetParam().content);
+}
+
+TEST_P(DamagedListTest, ItsLastGoodCopyTakesItsPlace) {
+  setGroups(3, 2);
+  store("Ann,Bob");
+  damage();
+  auto a = launch();
+  rest();
+  EXPECT_EQ(a->list(), "Ann,Bob|-,-");
+  EXPECT_EQ(stored(2), "Ann,Bob|-,-");
+  EXPECT_EQ(a->logged("damaged"), 1U);
+  EXPECT_EQ(putAside(), 1U);
+}
+
+TEST_P(DamagedListTest, ARunningManagerPutsItRightOnce) {
+  setGroups(3, 2);
+  store("Ann,Bob");
+  auto a = launch();
+  rest();
+  damage();
+  world.preferences().failWrites();
+  postListChanged();
+  advance(1);
+  postListChanged();
+  advance(1);
+  EXPECT_EQ(a->list(), "Ann,Bob|-,-");
+  EXPECT_EQ(a->logged("damaged"), 1U);
+  EXPECT_EQ(putAside(), 1U);
+  world.preferences().allowWrites();
+  rest();
+  EXPECT_EQ(stored(2), "Ann,Bob|-,-");
+
+  // The same damage once more is another one: the list has changed since.
+  a->add("Cy");
+  rest();
+  damage();
+  postListChanged();
+  rest();
+  EXPECT_EQ(a->list(), "Ann,Bob|cy@example.org,-|-,-");
+  EXPECT_EQ(stored(2), "Ann,Bob|?,-|-,-");
+  EXPECT_EQ(putAside(), 2U);
+}
+
+TEST_P(DamagedListTest, WhatCannotBeKeptIsNotWrittenOver) {
+  setGroups(3, 2);
+  store("Ann,Bob");
+  damage();
+  world.preferences().setPutAsideFails(true);
+  auto a = launch();
+  a->run([&] { a->manager().saveFriendGroupTitles(); });
+  advance(100);
+  EXPECT_FALSE(a->manager().isLoaded());
+  EXPECT_EQ(world.preferences().writeCount(), 0U);
+  world.preferences().setPutAsideFails(false);
+  rest();
+  EXPECT_EQ(a->list(), "Ann,Bob|-,-");
+  EXPECT_EQ(stored(2), "Ann,Bob|-,-");
+}
+
+INSTANTIATE_TEST_SUITE_P(All, DamagedListTest,
+                         ::testing::Values(Damage{"Bytes", Data{0x9f, 0x01}}, Damage{"Dictionary", Dictionary{}},
+                                           Damage{"Text", "Ann"}),
+                         [](const auto& damage) { return damage.param.name; });
+
+}  // namespace
+}  // namespace pellor

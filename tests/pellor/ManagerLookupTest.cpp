@@ -1,0 +1,178 @@
+// Who owns an address or a GUID, and who may be added.
+#include "tests/pellor/ManagerWorld.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::ElementsAre;
+
+class ManagerLookupTest : public ManagerTest {
+ protected:
+  ManagerLookupTest() { setGroups(3, 2); }
+
+  std::shared_ptr<PLPerson> lookUp(ManagerProcess& process, const std::vector<std::string>& destinations) {
+    return process.run([&] { return process.manager().personWithDestinations(destinations); });
+  }
+  std::shared_ptr<PLPerson> lookUpGUID(ManagerProcess& process, const std::string& guid) {
+    return process.run([&] { return process.manager().personWithABRecordGUID(guid); });
+  }
+  bool contains(ManagerProcess& process, const std::optional<std::string>& guid) {
+    return process.run([&] { return process.manager().containsFriendWithABRecordGUID(guid); });
+  }
+  std::vector<std::string> everybody(ManagerProcess& process) {
+    return process.run([&] {
+      std::vector<std::string> names;
+      for (const auto& person : process.manager().allPeople()) names.push_back(person->displayName().value_or("?"));
+      return names;
+    });
+  }
+  void contactWith(const std::string& name, const std::vector<std::string>& mails,
+                   const std::vector<std::string>& phones = {}) {
+    auto contact = contactNamed(name);
+    contact.emails.clear();
+    for (const auto& mail : mails) contact.emails.push_back({"home", mail});
+    for (const auto& phone : phones) contact.phones.push_back({"mobile", phone});
+    world.addressBook().add(contact);
+  }
+};
+
+TEST_F(ManagerLookupTest, OnePersonForEachWayOfWritingOneDestination) {
+  contactWith("Ann", {"ann@example.org"}, {"0151 2345678"});
+  auto a = launch();
+  const auto ann = lookUp(*a, {"+49 151 2345678"});
+  EXPECT_EQ(ann->displayName(), "Ann");
+  world.addressBook().clearRecords();
+  EXPECT_EQ(lookUp(*a, {"tel:+491512345678"}), ann);
+  EXPECT_EQ(lookUp(*a, {"0151/2345678"}), ann);
+  EXPECT_EQ(lookUp(*a, {"mailto:ann@example.org"}), ann);
+  EXPECT_EQ(lookUpGUID(*a, "guid-Ann"), ann);
+  EXPECT_EQ(world.addressBook().lookups(), InMemoryAddressBook::Lookups{}) << "known people cost no lookup";
+
+  EXPECT_TRUE(a->add(ann));
+  EXPECT_EQ(lookUp(*a, {"+49 151 2345678"}), ann);
+  EXPECT_THAT(everybody(*a), ElementsAre("Ann", "Ann", "Ann"));
+}
+
+TEST_F(ManagerLookupTest, AStrangerIsMadeOnce) {
+  auto a = launch();
+  const auto stranger = lookUp(*a, {"x@example.org", "y@example.org"});
+  EXPECT_EQ(lookUp(*a, {"y@example.org"}), stranger);
+  EXPECT_EQ(lookUp(*a, {"z@example.org", "x@example.org"}), stranger);
+  EXPECT_NE(lookUp(*a, {"z@example.org"}), stranger);
+  const auto unknown = lookUpGUID(*a, "guid-Nobody");
+  EXPECT_EQ(unknown->abRecordGUID(), "guid-Nobody");
+  EXPECT_EQ(lookUpGUID(*a, "guid-Nobody"), unknown);
+  EXPECT_EQ(lookUpGUID(*a, "")->allValuesCount(), 0U);
+}
+
+TEST_F(ManagerLookupTest, OfSeveralMatchesTheFirstKeyWins) {
+  contactWith("Ann", {"zz@example.org"});
+  contactWith("Bob", {"aa@example.org"});
+  auto a = launch();
+  const auto ann = lookUpGUID(*a, "guid-Ann");
+  const auto bob = lookUpGUID(*a, "guid-Bob");
+  EXPECT_EQ(lookUp(*a, {"zz@example.org", "aa@example.org"}), bob);
+  EXPECT_EQ(lookUp(*a, {"zz@example.org", "mm@example.org"}), ann);
+  EXPECT_THAT(everybody(*a), ElementsAre("Bob", "Ann", "Bob", "Ann"));
+}
+
+TEST_F(ManagerLookupTest, ASharedKeyGoesToTheLaterOneAndAfterALoadToTheLookedUpOne) {
+  contactWith("Ann", {"ann@example.org", "both@example.org"});
+  contactWith("Bob", {"bob@example.org", "both@example.org"});
+  auto a = launch();
+  const auto bob = lookUpGUID(*a, "guid-Bob");
+  EXPECT_EQ(lookUp(*a, {"both@example.org"}), bob);
+  const auto ann = lookUpGUID(*a, "guid-Ann");
+  EXPECT_EQ(lookUp(*a, {"both@example.org"}), ann);
+  a->add(ann);
+  rest();
+  EXPECT_EQ(lookUp(*a, {"both@example.org"}), ann);
+  a->run([&] { a->manager().reloadFriendList(); });
+  EXPECT_EQ(lookUp(*a, {"both@example.org"}), bob);
+
+  // With a friend go all keys, also those that somebody else has, until the next load.
+  a->remove(0, 0);
+  rest();
+  EXPECT_NE(lookUp(*a, {"both@example.org"}), bob);
+  EXPECT_EQ(lookUp(*a, {"bob@example.org"}), bob);
+}
+
+TEST_F(ManagerLookupTest, OnlyAFriendContainsAGUID) {
+  contactWith("Ann", {"ann@example.org"});
+  auto a = launch();
+  const auto ann = lookUpGUID(*a, "guid-Ann");
+  EXPECT_FALSE(contains(*a, "guid-Ann"));
+  a->add(ann);
+  EXPECT_TRUE(contains(*a, "guid-Ann"));
+  EXPECT_FALSE(contains(*a, ""));
+  EXPECT_FALSE(contains(*a, std::nullopt));
+  a->remove(0, 0);
+  EXPECT_FALSE(contains(*a, "guid-Ann"));
+}
+
+TEST_F(ManagerLookupTest, TheFirstFriendThatIsLikeAPerson) {
+  contactWith("Ann", {"ann@example.org", "both@example.org"});
+  contactWith("Bob", {"bob@example.org", "both@example.org"});
+  auto a = launch();
+  const auto ann = lookUpGUID(*a, "guid-Ann");
+  const auto bob = lookUpGUID(*a, "guid-Bob");
+  const auto like = [&](const std::shared_ptr<PLPerson>& person) {
+    return a->run([&] { return a->manager().personLikePerson(person); });
+  };
+  EXPECT_EQ(like(ann), nullptr);
+  a->add(bob);
+  EXPECT_EQ(like(ann), bob) << "another GUID does not rule it out";
+  a->set(ann, 0, 1);
+  EXPECT_EQ(like(ann), bob);
+  a->remove(0, 0);
+  EXPECT_EQ(like(bob), ann);
+  EXPECT_EQ(like(nullptr), nullptr);
+}
+
+// --- Who may be added ---
+
+TEST_F(ManagerLookupTest, AContactMayBeAddedOnceAndOnlyWithDestinations) {
+  contactWith("Ann", {"ann@example.org"});
+  contactWith("Bob", {});
+  contactWith("Cy", {"cy@example.org"}, {"0151 2345678"});
+  auto a = launch();
+  a->add("Ann");
+  PersonValueCache cache;
+  const auto recordID = [&](const std::string& name) { return world.addressBook().contact(guidOf(name))->recordID; };
+  const auto mayAdd = [&](const std::string& name) {
+    return a->run([&] {
+      return a->manager().shouldAllowAddingContactWithContactStorePersonValueCache(
+          {guidOf(name)}, *platformOf(a->process()).contacts, cache);
+    });
+  };
+  EXPECT_FALSE(mayAdd("Ann"));
+  EXPECT_TRUE(cache.empty()) << "a friend's destinations are not counted";
+  EXPECT_FALSE(mayAdd("Bob"));
+  EXPECT_TRUE(mayAdd("Cy"));
+  EXPECT_FALSE(mayAdd("Nobody"));
+  EXPECT_EQ(cache, (PersonValueCache{{recordID("Bob"), 0}, {recordID("Cy"), 2}}));
+  cache[recordID("Bob")] = 5;
+  EXPECT_TRUE(mayAdd("Bob")) << "the cache answers";
+
+  PersonValueCache other;
+  const auto allows = [&](const std::string& name, bool asksManager, bool asksContacts) {
+    return a->run([&] {
+      bool allowed = false;
+      platformOf(a->process()).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
+        allowed = PLUtility::shouldAllowAddingFriendWithRecordIDWithFriendListManagerAddressBookPersonValueCache(
+            recordID(name), asksManager ? &a->manager() : nullptr, asksContacts ? &addressBook : nullptr, other);
+      });
+      return allowed;
+    });
+  };
+  EXPECT_FALSE(allows("Ann", true, true));
+  EXPECT_TRUE(other.empty());
+  EXPECT_TRUE(allows("Ann", false, true));
+  EXPECT_FALSE(allows("Bob", true, true));
+  EXPECT_TRUE(allows("Bob", false, false));
+  EXPECT_TRUE(allows("Cy", true, true));
+  EXPECT_EQ(other, (PersonValueCache{{recordID("Ann"), 1}, {recordID("Bob"), 0}, {recordID("Cy"), 2}}));
+}
+
+}  // namespace
+}  // namespace pellor

@@ -1,0 +1,235 @@
+// The list follows the contacts, and is cleaned up.
+#include <algorithm>
+
+#include "tests/pellor/ManagerWorld.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+constexpr std::string_view Refreshing = "refreshing friends against address book";
+
+class ManagerRefreshTest : public ManagerTest {
+ protected:
+  ManagerRefreshTest() {
+    setGroups(4, 2);
+    contacts({"Ann", "Bob", "Cy"});
+  }
+
+  std::unique_ptr<ManagerProcess> launchWith(const std::string& list) {
+    store(list);
+    auto process = launch();
+    rest();
+    process->takeEvents();
+    world.preferences().clearRecords();
+    world.addressBook().clearRecords();
+    return process;
+  }
+  void rename(const std::string& name, const std::string& to) {
+    world.addressBook().change(guidOf(name), [&](TestContact& contact) { contact.first = to; });
+  }
+  std::optional<Value> storedSequenceNumber() { return storedValue("ABSequenceNumber"); }
+};
+
+TEST_F(ManagerRefreshTest, ABurstOfChangesIsOneRefreshAndALaterChangeAnother) {
+  auto a = launchWith("Ann#,Bob#");
+  rename("Ann", "Anna");
+  advance(0.1);
+  rename("Bob", "Rob");
+  advance(0.09);
+  EXPECT_EQ(a->logged("received "), 2U);
+  EXPECT_EQ(a->logged(Refreshing), 0U);
+  advance(0.02);
+  EXPECT_EQ(a->logged(Refreshing), 1U);
+  EXPECT_EQ(a->list(), "Anna,Rob|-,-");
+  EXPECT_EQ(world.addressBook().lookups().byGUID, 2U) << "one lookup a friend";
+  advance(0.09);
+  rename("Ann", "Annie");
+  advance(0.19);
+  EXPECT_EQ(a->logged(Refreshing), 1U);
+  advance(0.02);
+  EXPECT_EQ(a->logged(Refreshing), 2U);
+  rest();
+  EXPECT_EQ(stored(2), "Annie,Rob|-,-");
+  EXPECT_EQ(storedSequenceNumber(), Value(world.addressBook().sequenceNumber()));
+}
+
+TEST_F(ManagerRefreshTest, RefreshedFriendsAreToldOfTogether) {
+  world.pairedDevice().setCompletedInitialSync(true);
+  auto a = launchWith("Ann#,Bob#");
+  world.pairedDevice().clearPushes();
+  rename("Ann", "Anna");
+  rename("Bob", "Rob");
+  rename("Cy", "Cyrus");
+  rest();
+  EXPECT_THAT(a->takeNotifications(), ElementsAre("changed Anna~ Rob~"));
+  const auto writes = world.preferences().writes();
+  EXPECT_EQ(std::ranges::count(writes, std::vector<std::string>{"FriendList"}, &InMemoryPreferences::Write::keys), 1);
+  EXPECT_THAT(world.pairedDevice().pushes(), IsEmpty());
+}
+
+TEST_F(ManagerRefreshTest, ARefreshIsDueByNumberByNotificationAndAfterANewFriend) {
+  auto a = launchWith("Ann#,Bob#");
+  const auto refresh = [&] { return a->run([&] { return a->manager().refreshAgainstAddressBook(); }); };
+  EXPECT_FALSE(refresh());
+  setSetting("ABSequenceNumber", 99);
+  EXPECT_TRUE(refresh());
+  EXPECT_EQ(storedSequenceNumber(), Value(world.addressBook().sequenceNumber()));
+  EXPECT_FALSE(refresh());
+  rest();
+  a->takeEvents();
+  a->run([&] { a->manager().reloadFriendList(); });
+  EXPECT_EQ(a->logged(Refreshing), 0U) << "a load that brings nothing new";
+  store("Ann#,Bob#|Cy#");
+  a->run([&] { a->manager().reloadFriendList(); });
+  EXPECT_EQ(a->logged(Refreshing), 1U);
+}
+
+TEST_F(ManagerRefreshTest, WhileRefreshingIsDisabledLoadsCleanUpThemselves) {
+  auto a = launchWith("Ann#,Bob#");
+  a->run([&] { a->manager().setRefreshAgainstContactsEnabled(false); });
+  const auto number = storedSequenceNumber();
+  rename("Ann", "Anna");
+  rest();
+  EXPECT_EQ(a->list(), "Ann,Bob|-,-");
+  EXPECT_EQ(storedSequenceNumber(), number);
+  EXPECT_FALSE(a->run([&] { return a->manager().refreshAgainstAddressBook(); }));
+  a->takeEvents();
+  store("Ann#,Ann#");
+  a->run([&] { a->manager().reloadFriendList(); });
+  EXPECT_EQ(a->list(), "Ann,-|-,-");
+  rest();
+  EXPECT_EQ(a->logged(Refreshing), 0U);
+  EXPECT_THAT(a->takeNotifications(), ElementsAre("groups changed", "changed Ann~ Ann+- Bob-"));
+
+  a->run([&] { a->manager().setRefreshAgainstContactsEnabled(true); });
+  EXPECT_EQ(a->logged(Refreshing), 1U) << "at once";
+  EXPECT_EQ(a->list(), "Anna,-|-,-");
+  setSetting("ABSequenceNumber", 99);
+  a->run([&] { a->manager().setRefreshAgainstContactsEnabled(true); });
+  EXPECT_EQ(a->logged(Refreshing), 1U) << "nothing was enabled";
+}
+
+TEST_F(ManagerRefreshTest, OfTwoWithOneRecordTheLowerSlotStays) {
+  world.pairedDevice().setCompletedInitialSync(true);
+  store("-,Ann#|Dan,Eve|Ann#,Dan");
+  auto a = launch();
+  EXPECT_EQ(a->list(), "-,Ann|Dan,Eve|-,Dan|-,-") << "who has no GUID is nobody's duplicate";
+  EXPECT_EQ(a->logged("deduplicating friend [Ann] [ABGUID=guid-Ann] at index 4 as it is already present in the set of "
+                      "friend ABGUIDs analyzed so far: {guid-Ann}"),
+            1U);
+  rest();
+  EXPECT_EQ(stored(2), "-,Ann|Dan,Eve|-,Dan|-,-");
+  EXPECT_EQ(world.pairedDevice().pushes().size(), 1U);
+}
+
+TEST_F(ManagerRefreshTest, ARefreshThatMakesTwoFriendsOneTakesTheLaterOneOut) {
+  auto a = launchWith("Ann#,Bob#");
+  const auto ann = a->friendAt(0, 0);
+  const auto bob = a->friendAt(0, 1);
+  world.addressBook().change("guid-Ann", [](TestContact& contact) {
+    contact.emails.push_back({"work", mailOf("Bob")});
+  });
+  world.addressBook().remove("guid-Bob");
+  rest();
+  EXPECT_EQ(a->friendAt(0, 0), ann);
+  EXPECT_EQ(a->list(), "Ann,-|-,-");
+  EXPECT_EQ(stored(2), "Ann,-|-,-");
+  ASSERT_NE(bob->abRecordGUID(), "guid-Bob");
+  EXPECT_THAT(a->takeNotifications(), ElementsAre("changed Ann~- Ann~"));
+}
+
+TEST_F(ManagerRefreshTest, FriendsWithoutDestinationsGoOnlyWhereThatIsAskedFor) {
+  const auto lose = [this] {
+    world.addressBook().change("guid-Bob", [](TestContact& contact) { contact.emails.clear(); });
+  };
+  auto a = launchWith("-,Bob#|Ann#,-|Cy#,-");
+  lose();
+  rest();
+  EXPECT_EQ(a->list(), "-,Bob|Ann,-|Cy,-|-,-");
+  setSetting(PLRemoveDestinationlessFriendsEnabledKey, true);
+  auto b = launch();
+  EXPECT_EQ(b->logged("culling friend [Bob] [ABGUID=guid-Bob] since its destination set has become empty"), 1U);
+  rest();
+  EXPECT_EQ(b->list(), "Ann,-|Cy,-|-,-");
+  EXPECT_EQ(a->list(), "Ann,-|Cy,-|-,-");
+}
+
+// The slots that were named are emptied, whatever vanishes on the way.
+TEST_F(ManagerRefreshTest, CleaningUpEmptiesTheSlotsThatWereNamed) {
+  setGroups(9, 2);
+  const struct {
+    const char* before;
+    const char* after;
+  } rows[] = {
+      {"Ann#,-|Ann#,-|Bob#,Ann#|Cy#,-", "Ann,-|Bob,-|Cy,-|-,-"},
+      {"Ann#,Bob#|Ann#,Bob#|Ann#,Bob#|Cy#,Ann#", "Ann,Bob|Cy,-|-,-"},
+      {"-,Ann#|Cy#,-|-,Cy#|Ann#,Cy#|Bob#,Ann#", "-,Ann|Cy,-|Bob,-|-,-"},
+      {"Ann#,Ann#|-,-|Ann#,-", "Ann,-|-,-|-,-"},
+  };
+  for (const auto& row : rows) {
+    store(row.before);
+    auto a = launch();
+    EXPECT_EQ(a->list(), row.after);
+    rest();
+    EXPECT_EQ(stored(2), row.after);
+    a->kill();
+  }
+}
+
+TEST_F(ManagerRefreshTest, OnePersonInTwoSlotsLosesTheSecond) {
+  auto a = launchWith("Ann#,Bob#");
+  const auto ann = a->friendAt(0, 0);
+  a->set(ann, 1, 1);
+  a->set(a->person("Cy"), 1, 0);
+  rest();
+  a->run([&] { a->manager().reloadFriendList(); });
+  EXPECT_EQ(a->friendAt(0, 0), ann);
+  EXPECT_EQ(a->list(), "Ann,Bob|Cy,-|-,-");
+  rest();
+  EXPECT_EQ(stored(2), "Ann,Bob|Cy,-|-,-");
+}
+
+TEST_F(ManagerRefreshTest, AFriendBehindTheLastGroupIsOnlyReported) {
+  setGroups(1, 2);
+  auto a = launchWith("Ann#,Bob#|Ann#,-");
+  EXPECT_EQ(a->list(), "Ann,Bob");
+  const auto writes = world.preferences().writeCount();
+  postListChanged();
+  rest();
+  EXPECT_EQ(world.preferences().writeCount(), writes) << "nothing was emptied, so nothing is written";
+  EXPECT_THAT(a->takeNotifications(), ElementsAre("changed Ann-"));
+  a->run([&] { a->friendAt(0, 1)->setPreferredReplyAs("home"); });
+  rest();
+  EXPECT_EQ(stored(2), "Ann,Bob|Ann,-");
+}
+
+TEST_F(ManagerRefreshTest, ProcessesThatReloadEachOthersListComeToRest) {
+  std::vector<std::unique_ptr<ManagerProcess>> processes;
+  for (int number = 0; number < 3; ++number) processes.push_back(launch());
+  rest();
+  processes[0]->add("Ann");
+  processes[0]->add("Dan");
+  rest();
+  const std::uint64_t posts = world.bus().postCount(PLFriendsChangedExternallyNotification);
+  processes[1]->add("Bob");
+  rest();
+  EXPECT_EQ(world.bus().postCount(PLFriendsChangedExternallyNotification), posts + 1);
+  world.addressBook().remove("guid-Ann");
+  rest();
+  world.addressBook().add(contactNamed("Ann"));
+  rest();
+  world.addressBook().rebuild();
+  rest();
+  world.preferences().clearRecords();
+  postListChanged();
+  rest();
+  EXPECT_EQ(world.preferences().writeCount(), 0U);
+  for (const auto& process : processes) EXPECT_EQ(process->list(), "Ann,dan@example.org|Bob,-|-,-");
+}
+
+}  // namespace
+}  // namespace pellor

@@ -1,0 +1,383 @@
+// What is written, when, and who is told; stores that fail; the end of a manager.
+#include <algorithm>
+#include <atomic>
+#include <functional>
+
+#include "testing/LogCollector.h"
+#include "tests/pellor/ManagerWorld.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::Ge;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+const std::string Posted = std::string(PLFriendsChangedExternallyNotification);
+
+class ManagerSaveTest : public ManagerTest {
+ protected:
+  ManagerSaveTest() {
+    setGroups(3, 2);
+    contacts({"Ann", "Bob", "Cy", "Dan"});
+  }
+
+  std::unique_ptr<ManagerProcess> launchWith(const std::string& list) {
+    store(list);
+    auto process = launch();
+    rest();
+    forget();
+    process->takeEvents();
+    return process;
+  }
+  void forget() {
+    world.preferences().clearRecords();
+    world.pairedDevice().clearPushes();
+    postsBefore = world.bus().postCount(Posted);
+  }
+  std::uint64_t posts() { return world.bus().postCount(Posted) - postsBefore; }
+  std::vector<std::set<std::string>> pushes() {
+    std::vector<std::set<std::string>> keys;
+    for (const auto& push : world.pairedDevice().pushes()) keys.push_back(push.keys);
+    return keys;
+  }
+
+  std::uint64_t postsBefore = 0;
+  const std::set<std::string> listKey{"FriendList"};
+};
+
+TEST_F(ManagerSaveTest, AListIsStoredSlotBySlot) {
+  setGroups(20, 12);
+  auto a = launchWith("Ann");
+  a->set(a->person("Bob"), 1, 1);
+  rest();
+  const Array list = *storedValue(PLFriendListKey)->array();
+  EXPECT_EQ(list.size(), 36U) << "two groups with someone, and the one behind";
+  for (std::size_t slot = 0; slot < list.size(); ++slot) {
+    const bool isTaken = slot == 0 || slot == 13;
+    EXPECT_EQ(list[slot] == Value(Dictionary{}), !isTaken) << slot;
+    if (isTaken) {
+      EXPECT_EQ(list[slot], a->friendAt(slot / 12, slot % 12)->dictionaryRepresentation());
+    }
+  }
+}
+
+TEST_F(ManagerSaveTest, OnlyChangesOfSlotsArePushedAndOnlyAfterTheInitialSync) {
+  auto a = launchWith("Ann,-");
+  a->add("Bob");
+  rest();
+  EXPECT_THAT(pushes(), IsEmpty());
+
+  world.pairedDevice().setCompletedInitialSync(true);
+  a->run([&] { a->friendAt(0, 0)->setPreferredReplyAs("home"); });
+  rest();
+  EXPECT_EQ(a->logged("friend list saved"), 2U);
+  a->run([&] { a->friendAt(0, 0)->setMetadataValueForKey(Value(1), "rank"); });
+  rest();
+  EXPECT_EQ(a->logged("friend list saved"), 3U);
+  EXPECT_EQ(posts(), 3U);
+  EXPECT_THAT(pushes(), IsEmpty());
+  const Dictionary ann = *(*storedValue(PLFriendListKey)->array())[0].dictionary();
+  EXPECT_EQ(ann.at("ReplyAs"), Value("home"));
+  EXPECT_EQ(ann.at("Metadata"), Value(Dictionary{{"rank", 1}}));
+
+  a->remove(0, 1);
+  rest();
+  EXPECT_THAT(pushes(), ElementsAre(listKey));
+  a->run([&] { a->manager().save(); });
+  a->run([&] { a->manager().saveFriendGroupTitles(); });
+  a->run([&] { a->manager().markFriendListAsNormalized(); });
+  rest();
+  EXPECT_THAT(pushes(), ElementsAre(listKey, std::set<std::string>{"TNFriendGroupTitles"},
+                                    std::set<std::string>{"DidNormalizeFriendListDestinations"}));
+  EXPECT_EQ(posts(), 4U) << "neither titles nor the mark are posted, nor a save that had nothing to write";
+  EXPECT_EQ(a->logged("friend list saved"), 4U);
+}
+
+TEST_F(ManagerSaveTest, ABurstOfChangedPersonsIsOneWrite) {
+  auto a = launchWith("Ann,Bob|Cy,Dan");
+  a->run([&] {
+    for (const auto& group : a->manager().friendGroups()) {
+      for (const auto& person : group->friends()) {
+        if (person) person->setPreferredReplyAs("home");
+      }
+    }
+  });
+  rest();
+  EXPECT_EQ(world.preferences().writeCount(), 1U);
+  EXPECT_EQ(posts(), 1U);
+  const auto notifications = a->takeNotifications();
+  EXPECT_EQ(std::ranges::count(notifications, "changed Ann~ Bob~ Cy~ Dan~"), 1);
+}
+
+TEST_F(ManagerSaveTest, AChangedStrangerIsReportedAndNotSaved) {
+  auto a = launchWith("Ann,-");
+  const auto bob = a->person("Bob");
+  a->run([&] { bob->setPreferredReplyAs("home"); });
+  rest();
+  EXPECT_THAT(a->takeNotifications(), ElementsAre("changed Bob~"));
+  EXPECT_EQ(world.preferences().writeCount(), 0U);
+}
+
+TEST_F(ManagerSaveTest, WhoSavesDoesNotReloadAndAllOthersDo) {
+  for (const bool coalesces : {false, true}) {
+    world.bus().setCoalescesPostsOfOthers(coalesces);
+    auto a = launchWith("Ann,-");
+    auto b = launch();
+    std::shared_ptr<PLFriendsManager> second = a->run([&] { return PLFriendsManager::initWithDomain(a->domain()); });
+    rest();
+    a->takeEvents();
+    b->takeEvents();
+    for (const char* name : {"Bob", "Cy"}) {
+      a->add(name);
+      rest();
+    }
+    EXPECT_EQ(a->logged("Handling external friends-changed event."), 2U) << "the second manager of the same process";
+    EXPECT_EQ(b->logged("Handling external friends-changed event."), 2U);
+    EXPECT_EQ(b->list(), "Ann,Bob|Cy,-|-,-");
+    EXPECT_EQ(second->friendGroups()[1]->friends().front()->displayName(), "Cy");
+
+    a->takeEvents();
+    a->run([&] { second->friendGroups()[1]->removeFriendAtPosition(0); });
+    b->run([&] { b->friendAt(0, 0)->setPreferredReplyAs("home"); });
+    rest();
+    EXPECT_THAT(a->logged("Handling external friends-changed event."), Ge(2U)) << "the own post hides no other's";
+    EXPECT_EQ(a->list(), b->list());
+    a->run([&] { second.reset(); });
+    b->kill();
+    a->kill();
+  }
+}
+
+TEST_F(ManagerSaveTest, AConnectionThatBreaksHidesNoPost) {
+  auto a = launchWith("Ann,-");
+  auto b = launch();
+  rest();
+  a->add("Bob");
+  world.bus().breakConnection(a->process());
+  rest();
+  b->add("Cy");
+  rest();
+  world.bus().restoreConnection(a->process());
+  rest();
+  EXPECT_EQ(a->list(), b->list());
+  EXPECT_EQ(stored(2), a->list());
+  a->takeEvents();
+  b->run([&] { b->manager().reloadFriendList(); });
+  b->add("Dan");
+  rest();
+  EXPECT_EQ(a->logged("Handling external friends-changed event."), 1U);
+}
+
+TEST_F(ManagerSaveTest, AWriteThatFailsIsTriedAgainWithGrowingPauses) {
+  world.pairedDevice().setCompletedInitialSync(true);
+  auto a = launchWith("Ann,-");
+  world.preferences().failWrites();
+  a->add("Bob");
+  a->run([&] { a->friendAt(0, 0)->setPreferredReplyAs("home"); });
+  std::vector<double> attempts;
+  const double begin = scheduler->now();
+  for (std::uint64_t known = 0; scheduler->now() < begin + 600; scheduler->step()) {
+    if (world.preferences().failedWriteCount() > known) attempts.push_back(scheduler->now());
+    known = world.preferences().failedWriteCount();
+  }
+  ASSERT_THAT(attempts, SizeIs(Ge(6U)));
+  EXPECT_LT(attempts.back() - begin, 600.5);
+  const double longest = attempts.back() - attempts[attempts.size() - 2];
+  for (std::size_t index = 2; index < attempts.size(); ++index) {
+    const double pause = attempts[index] - attempts[index - 1];
+    const double before = attempts[index - 1] - attempts[index - 2];
+    EXPECT_TRUE(pause > before || pause == longest) << before << " then " << pause;
+  }
+  EXPECT_EQ(a->logged("friend list saved"), 0U);
+  EXPECT_EQ(posts(), 0U);
+  EXPECT_THAT(pushes(), IsEmpty());
+  EXPECT_EQ(stored(2), "Ann,-|-,-");
+
+  // The next request does not wait for the pause to end, and takes along what waits.
+  world.preferences().allowWrites();
+  a->run([&] { a->manager().save(); });
+  scheduler->runUntilQuiet();
+  EXPECT_EQ(stored(2), "Ann,Bob|-,-");
+  EXPECT_EQ((*storedValue(PLFriendListKey)->array())[0].dictionary()->at("ReplyAs"), Value("home"));
+  EXPECT_EQ(a->logged("friend list saved"), 1U);
+  rest();
+  EXPECT_EQ(posts(), 1U);
+  EXPECT_THAT(pushes(), ElementsAre(listKey));
+  EXPECT_EQ(world.preferences().writeCount(), 1U);
+}
+
+TEST_F(ManagerSaveTest, EveryKindOfWriteIsTriedAgain) {
+  auto a = launchWith("Ann,-");
+  world.preferences().setValue(PLDidNormalizeFriendListDestinationsKey, std::nullopt, a->domain());
+  world.preferences().failWrites(3);
+  a->setTitle(0, "Family");
+  a->run([&] {
+    a->manager().saveFriendGroupTitles();
+    a->manager().markFriendListAsNormalized();
+    EXPECT_TRUE(a->process().settle(100));
+  });
+  EXPECT_EQ(storedTitles(), "Family|-");
+  EXPECT_EQ(storedValue(PLDidNormalizeFriendListDestinationsKey), Value(true));
+
+  world.preferences().failWrites();
+  a->setTitle(0, "Work");
+  a->run([&] {
+    a->manager().saveFriendGroupTitles();
+    EXPECT_FALSE(a->process().settle(1));
+    a->manager().save();
+    EXPECT_FALSE(a->process().settle(1));
+  });
+  world.preferences().allowWrites();
+  a->run([&] { EXPECT_TRUE(a->process().settle(100)); });
+  EXPECT_EQ(storedTitles(), "Work|-");
+}
+
+TEST_F(ManagerSaveTest, AnEditBetweenFailuresIsWrittenWithWhatFailed) {
+  auto a = launchWith("Ann,-");
+  auto b = launch();
+  rest();
+  world.preferences().failWrites(4);
+  for (const char* name : {"Bob", "Cy", "Dan"}) {
+    a->add(name);
+    scheduler->runUntilQuiet();
+  }
+  a->remove(0, 0);
+  rest();
+  EXPECT_EQ(stored(2), "-,Bob|Cy,Dan|-,-");
+  EXPECT_EQ(b->list(), "-,Bob|Cy,Dan|-,-");
+}
+
+// --- With real threads ---
+
+/// A store that stops in the middle of a write until it is let go on.
+class SlowStore : public PreferencesStore {
+ public:
+  explicit SlowStore(std::shared_ptr<PreferencesStore> store) : _store(std::move(store)) {}
+
+  PreferenceAnswer<Value> copyValue(std::string_view key, std::string_view domain) override {
+    return _store->copyValue(key, domain);
+  }
+  PreferenceAnswer<std::int64_t> integerValue(std::string_view key, std::string_view domain) override {
+    return _store->integerValue(key, domain);
+  }
+  PreferenceAnswer<bool> booleanValue(std::string_view key, std::string_view domain) override {
+    return _store->booleanValue(key, domain);
+  }
+  void setValue(std::string_view key, std::optional<Value> value, std::string_view domain) override {
+    _store->setValue(key, std::move(value), domain);
+    if (key != PLFriendListKey || !stopsAtList.exchange(false)) return;
+    hasStopped = true;
+    hasStopped.notify_all();
+    mayGoOn.wait(false);
+  }
+  bool synchronize(std::string_view domain) override { return _store->synchronize(domain); }
+  PutAside putAside(std::string_view key, std::string_view domain) override { return _store->putAside(key, domain); }
+  std::optional<Value> persistentValueForKey(std::string_view key, std::string_view domain) override {
+    return _store->persistentValueForKey(key, domain);
+  }
+
+  std::atomic<bool> stopsAtList{false};
+  std::atomic<bool> hasStopped{false};
+  std::atomic<bool> mayGoOn{false};
+
+ private:
+  const std::shared_ptr<PreferencesStore> _store;
+};
+
+TEST(ManagerThreadsTest, AnEditDuringARunningSaveIsNotLost) {
+  for (const std::uint64_t failures : {0U, 1U}) {
+    SimulatedWorld world;
+    Process process;
+    auto platform = world.makePlatform(process);
+    auto store = std::make_shared<SlowStore>(platform.preferences);
+    platform.preferences = store;
+    installPlatform(process, std::move(platform));
+    auto manager = PLFriendsManager::managerForDomain(OtherDomain);
+    ASSERT_TRUE(process.settle(60));
+    const auto ann = manager->personWithDestinations({mailOf("Ann")});
+    store->stopsAtList = true;
+    manager->addFriend(ann);
+    while (!store->hasStopped) process.mainQueue().drain();
+    world.preferences().failWrites(failures);
+    manager->addFriend(manager->personWithDestinations({mailOf("Bob")}));
+    ann->setPreferredReplyAs("home");
+    ann->setMetadataValueForKey(Value("blue"), "color");
+    store->mayGoOn = true;
+    store->mayGoOn.notify_all();
+    ASSERT_TRUE(process.settle(60));
+    const Array list = *world.preferences().value(PLFriendListKey, OtherDomain)->array();
+    EXPECT_EQ(list[0], ann->dictionaryRepresentation());
+    EXPECT_EQ(list[0].dictionary()->at("Metadata"), Value(Dictionary{{"color", "blue"}}));
+    EXPECT_EQ(list[1].dictionary()->at("AllValues"), Value(Array{mailOf("Bob")}));
+  }
+}
+
+TEST(ManagerThreadsTest, SavesRunBesideEdits) {
+  SimulatedWorld world;
+  Process process;
+  installPlatform(process, world.makePlatform(process));
+  auto manager = PLFriendsManager::managerForDomain(OtherDomain);
+  for (int round = 0; round < 300; ++round) {
+    const auto person = manager->personWithDestinations({mailOf("Friend" + std::to_string(round))});
+    manager->addFriend(person);
+    person->setMetadataValueForKey(Value(round), "round");
+    person->setPreferredReplyAs(std::to_string(round));
+    if (round % 3 == 0) manager->friendGroups().front()->removeFriendAtPosition(0);
+    if (round % 7 == 0) manager->friendGroups().back()->setTitle(std::to_string(round));
+    if (round % 7 == 1) manager->saveFriendGroupTitles();
+    process.mainQueue().drain();
+  }
+  ASSERT_TRUE(process.settle(60));
+  EXPECT_EQ(manager->invariantViolation(), std::nullopt);
+  const Array list = *world.preferences().value(PLFriendListKey, OtherDomain)->array();
+  std::size_t index = 0;
+  for (const auto& group : manager->friendGroups()) {
+    for (const auto& person : group->friends()) {
+      EXPECT_EQ(list.at(index++), Value(person ? person->dictionaryRepresentation() : Dictionary{}));
+    }
+  }
+}
+
+TEST(ManagerThreadsTest, TheLastReferenceMayDropOnAWorker) {
+  SimulatedWorld world;
+  auto log = std::make_shared<LogCollector>();
+  Process process(log);
+  installPlatform(process, world.makePlatform(process));
+  auto manager = PLFriendsManager::initWithDomain(OtherDomain);
+  const std::weak_ptr<PLFriendsManager> weak = manager;
+  ASSERT_TRUE(process.settle(60));
+  const auto group = manager->friendGroups().front();
+  log->clear();
+  auto worker = SerialQueue::make("worker");
+  worker->async([held = std::move(manager)]() mutable { held.reset(); });
+  // The world ends the program if the manager takes its observers back elsewhere than on the main queue.
+  world.bus().post(PLFriendsChangedExternallyNotification);
+  world.addressBook().add(contactNamed("Ann"));
+  ASSERT_TRUE(process.settle(60));
+  EXPECT_TRUE(weak.expired());
+  EXPECT_EQ(group->delegate(), nullptr);
+  log->clear();
+  world.bus().post(PLFriendsChangedExternallyNotification);
+  world.addressBook().add(contactNamed("Bob"));
+  ASSERT_TRUE(process.settle(60));
+  EXPECT_THAT(log->messages(), IsEmpty());
+}
+
+TEST(ManagerThreadsTest, ManagersEndWithTheirProcess) {
+  SimulatedWorld world;
+  auto process = std::make_unique<Process>();
+  installPlatform(*process, world.makePlatform(*process));
+  auto manager = PLFriendsManager::managerForDomain(OtherDomain);
+  const std::weak_ptr<PLFriendsManager> weak = manager;
+  manager->addFriend(manager->personWithDestinations({mailOf("Ann")}));
+  manager.reset();
+  process.reset();
+  EXPECT_TRUE(weak.expired());
+  EXPECT_NE(textOf(*world.preferences().value(PLFriendListKey, OtherDomain), 0).find('?'), std::string::npos)
+      << "a normal end settles";
+}
+
+}  // namespace
+}  // namespace pellor

@@ -1,0 +1,164 @@
+// Titles stay with their pages.
+#include "tests/pellor/ManagerWorld.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::ElementsAre;
+
+class ManagerTitlesTest : public ManagerTest {
+ protected:
+  ManagerTitlesTest() { setGroups(4, 2); }
+
+  std::unique_ptr<ManagerProcess> launchWith(const std::string& list, const std::vector<std::string>& titles) {
+    store(list);
+    storeTitles(titles);
+    auto process = launch();
+    rest();
+    return process;
+  }
+};
+
+TEST_F(ManagerTitlesTest, StoredTitlesGoToTheGroupsThatAreThere) {
+  auto a = launchWith("Ann,-|Bob,-", {"Family"});
+  EXPECT_EQ(a->titles(), "Family|-|-");
+  storeTitles({"Friends", "Work", "Chess", "Choir", "Club"});
+  world.bus().post(PLFriendGroupTitleChangedExternallyNotification);
+  rest();
+  EXPECT_EQ(a->logged("Handling external group-title-changed event."), 1U);
+  EXPECT_EQ(a->titles(), "Friends|Work|Chess");
+  storeTitles({"Home"});
+  world.bus().post(PLFriendGroupTitleChangedExternallyNotification);
+  rest();
+  EXPECT_EQ(a->titles(), "Home|Work|Chess");
+  world.preferences().setValue(PLGroupTitlesKey, Array{7, "Office"}, a->domain());
+  world.bus().post(PLFriendGroupTitleChangedExternallyNotification);
+  rest();
+  EXPECT_EQ(a->titles(), "Home|Office|Chess");
+  world.preferences().setValue(PLGroupTitlesKey, "no titles", a->domain());
+  world.bus().post(PLFriendGroupTitleChangedExternallyNotification);
+  rest();
+  EXPECT_EQ(a->titles(), "Home|Office|Chess");
+}
+
+TEST_F(ManagerTitlesTest, SavingTakesTheTitlesAsTheyAreAtTheCall) {
+  auto a = launchWith("Ann,-|Bob,-", {});
+  world.preferences().clearRecords();
+  a->setTitle(1, "Work");
+  a->run([&] { a->manager().saveFriendGroupTitles(); });
+  a->setTitle(0, "Later");
+  rest();
+  EXPECT_EQ(storedTitles(), "-|Work|-");
+  ASSERT_EQ(world.preferences().writeCount(), 1U);
+  EXPECT_THAT(world.preferences().writes()[0].keys, ElementsAre("TNFriendGroupTitles"));
+}
+
+TEST_F(ManagerTitlesTest, ARemovedPageTakesItsTitleAlongInEveryProcess) {
+  world.pairedDevice().setCompletedInitialSync(true);
+  auto a = launchWith("Ann,-|Bob,-|Cy,-", {"Family", "Work", "Chess", "Choir"});
+  auto b = launch();
+  rest();
+  world.preferences().clearRecords();
+  world.pairedDevice().clearPushes();
+  a->remove(0, 0);
+  EXPECT_EQ(a->titles(), "Work|Chess|Choir");
+  rest();
+  EXPECT_EQ(stored(2), "Bob,-|Cy,-|-,-");
+  EXPECT_EQ(storedTitles(), "Work|Chess|Choir");
+  ASSERT_EQ(world.preferences().writeCount(), 1U);
+  EXPECT_THAT(world.preferences().writes()[0].keys, ElementsAre("FriendList", "TNFriendGroupTitles"));
+  ASSERT_EQ(world.pairedDevice().pushes().size(), 1U);
+  EXPECT_EQ(world.pairedDevice().pushes()[0].keys, (std::set<std::string>{"FriendList", "TNFriendGroupTitles"}));
+  EXPECT_EQ(b->titles(), "Work|Chess|Choir");
+
+  // A process that only hears of it passes the titles on rightly when it removes the next page.
+  b->remove(0, 0);
+  rest();
+  EXPECT_EQ(storedTitles(), "Chess|Choir");
+  EXPECT_EQ(a->titles(), "Chess|Choir");
+  auto c = launch();
+  EXPECT_EQ(c->list(), "Cy,-|-,-");
+  EXPECT_EQ(c->titles(), "Chess|Choir");
+}
+
+TEST_F(ManagerTitlesTest, APageAddedBehindARemovedOneHasNoTitle) {
+  auto a = launchWith("Ann,-|Bob,-|Cy,-|Dan,-", {"Family", "Work", "Chess", "Choir"});
+  auto b = launch();
+  rest();
+  a->remove(1, 0);
+  a->set(a->person("Eve"), 2, 1);
+  rest();
+  EXPECT_EQ(b->titles(), "Family|Chess|Choir|-");
+  EXPECT_EQ(a->titles(), "Family|Chess|Choir|-");
+}
+
+TEST_F(ManagerTitlesTest, APurgeTakesTitlesAlong) {
+  auto a = launchWith("-,-|Ann,-|-,-|Bob,-", {"One", "Two", "Three", "Four"});
+  a->run([&] { a->manager().purgeEmptyFriendGroups(); });
+  rest();
+  EXPECT_EQ(a->titles(), "Two|Four");
+  EXPECT_EQ(storedTitles(), "Two|Four");
+}
+
+TEST_F(ManagerTitlesTest, WithoutTitlesNoneAreWritten) {
+  auto a = launchWith("Ann,-|Bob,-", {});
+  world.preferences().setValue(PLGroupTitlesKey, std::nullopt, a->domain());
+  a->remove(0, 0);
+  rest();
+  EXPECT_EQ(storedTitles(), "none");
+}
+
+TEST_F(ManagerTitlesTest, ACleanUpOfTheFirstLoadTakesTitlesAlong) {
+  // Ann stands in two groups: the second one goes before anybody has seen it.
+  auto a = launchWith("Ann#,-|Ann#,-|Bob#,-", {"Family", "Twins", "Work"});
+  EXPECT_EQ(a->list(), "Ann,-|Bob,-|-,-");
+  EXPECT_EQ(a->titles(), "Family|Work|-");
+  EXPECT_EQ(storedTitles(), "Family|Work|-");
+}
+
+TEST_F(ManagerTitlesTest, ACleanUpOfAReloadTakesTitlesAlong) {
+  auto a = launchWith("Ann#,-|Bob#,-|Cy#,-", {"Family", "Work", "Chess"});
+  store("Ann#,-|Ann#,-|Cy#,-");
+  storeTitles({"Home", "Twins", "Choir"});
+  postListChanged();
+  rest();
+  EXPECT_EQ(a->list(), "Ann,-|Cy,-|-,-");
+  EXPECT_EQ(a->titles(), "Home|Choir|-");
+  EXPECT_EQ(storedTitles(), "Home|Choir|-");
+}
+
+TEST_F(ManagerTitlesTest, TitlesThatCouldNotBeWrittenFollowTheirPages) {
+  auto a = launchWith("Ann,-|Bob,-|Cy,-", {});
+  world.preferences().failWrites(3);
+  a->setTitle(1, "Work");
+  a->run([&] { a->manager().saveFriendGroupTitles(); });
+  scheduler->runUntilQuiet();
+  a->remove(0, 0);
+  rest();
+  EXPECT_EQ(stored(2), "Bob,-|Cy,-|-,-");
+  EXPECT_EQ(storedTitles(), "Work|-|-");
+}
+
+// Whatever runs first on the save queue, older titles never follow newer ones, and a list never has other titles.
+TEST_F(ManagerTitlesTest, OlderTitlesDoNotOverwriteNewerOnes) {
+  for (std::uint64_t seed = 0; seed < 200; ++seed) {
+    scheduler = std::make_shared<SimulatedScheduler>(seed);
+    auto a = launchWith("Ann,-|Bob,-|Cy,-", {"Family", "Work", "Chess", ""});
+    a->add("Dan");
+    for (std::uint64_t steps = seed % 4; steps > 0; --steps) scheduler->step();
+    a->run([&] { a->manager().saveFriendGroupTitles(); });
+    a->remove(1, 0);
+    a->run([&] { a->manager().saveFriendGroupTitles(); });
+    for (std::size_t writes = world.preferences().writeCount(); scheduler->step();) {
+      if (world.preferences().writeCount() == writes) continue;
+      writes = world.preferences().writeCount();
+      EXPECT_EQ(storedTitles(), stored(2).find("Bob") != std::string::npos ? "Family|Work|Chess|-" : "Family|Chess|-")
+          << seed;
+    }
+    EXPECT_EQ(storedTitles(), "Family|Chess|-") << seed;
+    a->kill();
+  }
+}
+
+}  // namespace
+}  // namespace pellor

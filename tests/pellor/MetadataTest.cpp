@@ -1,0 +1,149 @@
+#include <atomic>
+#include <thread>
+#include <utility>
+
+#include "Pellor/PLPerson.h"
+#include "tests/pellor/OneProcess.h"
+
+namespace pellor {
+namespace {
+
+using testing::ElementsAre;
+using testing::Pair;
+
+using Metadata = OneProcess;
+
+TEST_F(Metadata, ReadsSeeTheWritesBeforeThem) {
+  const auto person = PLPerson::init();
+  person->setMetadataValueForKey("red", "color");
+  EXPECT_EQ(person->metadataValueForKey("color"), Value("red"));
+  const Dictionary before = person->metadata();
+  Dictionary more{{"color", "blue"}, {"size", 3}};
+  person->addMetadataEntriesFromDictionary(more);
+  more.clear();
+  EXPECT_THAT(person->metadata(), ElementsAre(Pair("color", Value("blue")), Pair("size", Value(3))));
+  EXPECT_THAT(before, ElementsAre(Pair("color", Value("red")))) << "a copy";
+  person->removeAllMetadataValues();
+  EXPECT_EQ(person->metadataValueForKey("color"), std::nullopt);
+  EXPECT_FALSE(person->dictionaryRepresentation().contains("Metadata"));
+}
+
+TEST_F(Metadata, EveryWriteIsAChange) {
+  Posts posts(process, PLPersonValuesChangedNotification);
+  const auto person = PLPerson::init();
+  const auto changed = [&](const std::function<void()>& write) {
+    const auto before = posts.count();
+    write();
+    EXPECT_EQ(posts.count(), before) << "not inside the call";
+    settle();
+    return person->takeNeedsSave() && posts.count() == before + 1 && posts.all().back().object == person;
+  };
+  EXPECT_TRUE(changed([&] { person->removeAllMetadataValues(); })) << "of an empty store";
+  EXPECT_TRUE(changed([&] { person->setMetadataValueForKey(1, "k"); }));
+  EXPECT_TRUE(changed([&] { person->setMetadataValueForKey(1, "k"); })) << "an equal value";
+  EXPECT_TRUE(changed([&] { person->addMetadataEntriesFromDictionary({}); })) << "nothing";
+  EXPECT_FALSE(changed([&] { person->setMetadataValueForKey(std::nullopt, "k"); })) << "no value is no write";
+  EXPECT_EQ(person->metadata().size(), 1U);
+}
+
+TEST_F(Metadata, WritesDoNotKeepThePerson) {
+  Posts posts(process, PLPersonValuesChangedNotification);
+  auto person = PLPerson::init();
+  const std::weak_ptr<PLPerson> weak = person;
+  person->setMetadataValueForKey(1, "k");
+  person.reset();
+  EXPECT_TRUE(weak.expired());
+  settle();
+  EXPECT_EQ(posts.count(), 0U);
+  EXPECT_EQ(process.local<PLUnsavedPersons>().changes, 0U);
+}
+
+TEST_F(Metadata, AStoredFormReplacesItWithoutAsking) {
+  Posts posts(process, PLPersonValuesChangedNotification);
+  const auto person = PLPerson::initWithDictionaryRepresentationAddressBook(
+      {{"AllValues", Array{}}, {"Metadata", Dictionary{{"a", 1}, {"b", 2}}}}, nullptr);
+  EXPECT_EQ(person->metadata().size(), 2U) << "also of a person that was just made";
+  person->setMetadataValueForKey(3, "c");
+  EXPECT_TRUE(person->updateFromDictionaryRepresentation({{"Metadata", Dictionary{{"b", true}}}}));
+  EXPECT_THAT(person->metadata(), ElementsAre(Pair("b", Value(true)))) << "after the write that was queued before";
+  EXPECT_TRUE(person->takeNeedsSave());
+  settle();
+  EXPECT_EQ(posts.count(), 1U) << "of the one write";
+  EXPECT_FALSE(person->needsSave());
+  EXPECT_FALSE(person->updateFromDictionaryRepresentation({{"Metadata", Dictionary{{"b", true}}}}));
+  EXPECT_TRUE(person->updateFromDictionaryRepresentation({{"Metadata", Dictionary{{"b", 1}}}})) << "1 is not true";
+}
+
+// With real threads: what a save reads while the main thread edits.
+
+class PersonOnThreads : public testing::Test {
+ protected:
+  PersonOnThreads() { installPlatform(process, world.makePlatform(process)); }
+
+  SimulatedWorld world;
+  Process process;
+  std::shared_ptr<SerialQueue> saveQueue = SerialQueue::make("save");
+};
+
+TEST_F(PersonOnThreads, ASaveSeesWholeEdits) {
+  const auto person = PLPerson::init();
+  constexpr int readings = 300;
+  std::atomic<int> done = 0;
+  std::atomic<int> torn = 0;
+  for (int reading = 0; reading < readings; ++reading) {
+    saveQueue->async([&] {
+      const auto form = person->dictionaryRepresentation();
+      if (stringForKey(form, "Name") != stringForKey(form, "ReplyAs")) ++torn;
+      ++done;
+    });
+  }
+  for (int edit = 0; done < readings; ++edit) {
+    const std::string text = edit % 2 == 0 ? "even" : "odd";
+    person->updateFromDictionaryRepresentation(
+        {{"Name", text}, {"ReplyAs", text}, {"Metadata", Dictionary{{text, 1}}}});
+  }
+  EXPECT_EQ(torn, 0);
+}
+
+TEST_F(PersonOnThreads, EveryEditIsSavedOrStillMarked) {
+  const auto person = PLPerson::init();
+  const auto& changes = process.local<PLUnsavedPersons>().changes;
+  std::atomic<int> saved = 0;
+  std::atomic<int> passes = 0;
+  std::atomic<bool> isEditing = true;
+  saveQueue->async([&] {
+    for (std::uint64_t seen = 0; isEditing; ++passes) {
+      const std::uint64_t count = changes.load(std::memory_order_acquire);
+      if (std::exchange(seen, count) == count || !person->takeNeedsSave()) continue;
+      saved = std::stoi(stringForKey(person->dictionaryRepresentation(), "ReplyAs").value_or("0"));
+    }
+  });
+  for (int edit = 1; edit <= 1000; ++edit) {
+    person->setPreferredReplyAs(std::to_string(edit));
+    // The pass that runs now may have looked already; the next one has not.
+    for (const int before = passes; passes < before + 2;) std::this_thread::yield();
+    EXPECT_EQ(saved, edit);
+  }
+  isEditing = false;
+  EXPECT_TRUE(process.settle(60));
+}
+
+TEST_F(PersonOnThreads, MetadataIsWrittenFromAnyThread) {
+  const auto person = PLPerson::init();
+  constexpr int writes = 200;
+  std::vector<std::thread> writers;
+  for (const std::string name : {"a", "b", "c"}) {
+    writers.emplace_back([&person, name] {
+      for (int write = 1; write <= writes; ++write) {
+        person->setMetadataValueForKey(write, name);
+        EXPECT_EQ(person->metadataValueForKey(name), Value(write));
+      }
+    });
+  }
+  for (auto& writer : writers) writer.join();
+  EXPECT_EQ(person->metadata(), (Dictionary{{"a", writes}, {"b", writes}, {"c", writes}}));
+  EXPECT_TRUE(process.settle(60));
+}
+
+}  // namespace
+}  // namespace pellor

@@ -1,0 +1,352 @@
+#include "Pellor/PLPerson.h"
+
+#include "Pellor/PLPersonIdentityChanges.h"
+#include "tests/pellor/OneProcess.h"
+
+namespace pellor {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class Person : public OneProcess {
+ protected:
+  std::shared_ptr<PLPerson> fromForm(const PersonDictionary& form) {
+    return PLPerson::initWithDictionaryRepresentationAddressBook(form, nullptr);
+  }
+  std::shared_ptr<PLPerson> reachableBy(const std::vector<std::string>& destinations) {
+    return PLPerson::initWithDestinationsAddressBook(destinations, nullptr);
+  }
+
+  const PersonDictionary fullForm{{"ABRecordID", 7},
+                                  {"ABRecordGUID", "guid-7"},
+                                  {"ABDatabaseUID", "db"},
+                                  {"Name", "Ann Bee"},
+                                  {"AllValues", Array{"+49301234567", "ann@example.org"}},
+                                  {"ReplyAs", "me@example.org"},
+                                  {"Monogram", "AB"},
+                                  {"Metadata", Dictionary{{"color", "red"}}}};
+  const PersonDictionary emptyForm{{"ABRecordID", 0}, {"AllValues", Array{}}, {"Monogram", ""}};
+};
+
+TEST_F(Person, NewOneKnowsNothing) {
+  const auto person = PLPerson::init();
+  EXPECT_EQ(person->dictionaryRepresentation(), (Dictionary{{"ABRecordID", -1}, {"Monogram", ""}}));
+  EXPECT_EQ(person->allValues(), nullptr);
+  EXPECT_EQ(person->displayName(), std::nullopt);
+  EXPECT_FALSE(person->needsSave());
+  EXPECT_EQ(person->copy(), person);
+}
+
+TEST_F(Person, StoredFormIsWrittenAsItWasRead) {
+  const auto person = fromForm(fullForm);
+  EXPECT_EQ(person->dictionaryRepresentation(), fullForm);
+  EXPECT_FALSE(person->updateFromDictionaryRepresentation(fullForm));
+  EXPECT_FALSE(person->needsSave());
+  EXPECT_THAT(log->messages(), IsEmpty());
+}
+
+TEST_F(Person, WhatAFormLacksOrMistypesIsCleared) {
+  const PersonDictionary mistyped{{"ABRecordID", "7"}, {"ABRecordGUID", 7},  {"ABDatabaseUID", true},
+                                  {"Name", 1.5},       {"AllValues", "x@y"}, {"ReplyAs", Array{}},
+                                  {"Monogram", 3},     {"Metadata", Array{}}};
+  for (const PersonDictionary& form : {PersonDictionary(), mistyped}) {
+    const auto person = fromForm(fullForm);
+    EXPECT_TRUE(person->updateFromDictionaryRepresentation(form));
+    EXPECT_EQ(person->dictionaryRepresentation(), emptyForm) << "the record identifier is 0, not -1";
+    EXPECT_FALSE(person->updateFromDictionaryRepresentation(form));
+  }
+}
+
+TEST_F(Person, UpdatesSayWhatChangesBeforeItDoes) {
+  const auto person = fromForm(fullForm);
+  PersonDictionary form = fullForm;
+  form.insert_or_assign("ABRecordID", 8);
+  form.insert_or_assign("ABRecordGUID", "guid-8");
+  form.erase("ABDatabaseUID");
+  form.insert_or_assign("Name", "Cid");
+  form.insert_or_assign("AllValues", Array{"cid@example.org"});
+  form.insert_or_assign("ReplyAs", "you@example.org");
+  form.insert_or_assign("Monogram", "C");
+  form.erase("Metadata");
+  const std::string before = person->description();
+  EXPECT_TRUE(person->updateFromDictionaryRepresentation(form));
+  const std::string after = person->description();
+  const std::string due = " is being marked as updated due to ";
+  EXPECT_THAT(takeLog(),
+              ElementsAre(before + due + "abRecordGUID: guid-7 -> guid-8", before + due + "abDatabaseUID: db -> (null)",
+                          before + due + "name: 'Ann Bee' -> 'Cid'",
+                          after + due + "allValues: {+49301234567, ann@example.org} -> {cid@example.org}",
+                          after + due + "_preferredReplyAs: 'me@example.org' -> 'you@example.org'",
+                          after + due + "initials: [AB] -> [C]", after + due + "metadata: {color = red} -> {}"));
+  EXPECT_THAT(after, HasSubstr(" [Cid]:+49301234567>")) << "the primary destination is kept";
+  EXPECT_FALSE(person->needsSave());
+}
+
+TEST_F(Person, LinesHideWhoTheyAreAbout) {
+  const auto person = fromForm(fullForm);
+  person->updateFromDictionaryRepresentation({{"Name", "Cid"}});
+  person->setPreferredReplyAs("you@example.org");
+  for (const LogEntry& line : log->entries()) {
+    for (const std::string secret : {"Ann", "Cid", "+49", "example.org", "color", "AB]"}) {
+      EXPECT_EQ(line.text(LogEntry::Private::hidden).find(secret), std::string::npos) << line.text();
+    }
+  }
+  EXPECT_EQ(log->entries().front().operation, "_updateFromDictionaryRepresentationShouldLogUpdates");
+}
+
+TEST_F(Person, DestinationsThatNeedCorrectionAskToBeSaved) {
+  const struct {
+    Array stored;
+    bool needsSave;
+  } cases[] = {
+      {{"030 1234567"}, true},     {{"+49301234567", "Ann"}, true},
+      {{"+49301234567", 5}, true}, {{"+49301234567", "+49301234567"}, false},
+      {{"+49301234567"}, false},
+  };
+  for (const auto& one : cases) {
+    const auto person = fromForm({{"AllValues", one.stored}});
+    EXPECT_THAT(*person->allValues(), ElementsAre("+49301234567"));
+    EXPECT_EQ(person->needsSave(), one.needsSave) << Value(one.stored).description();
+  }
+}
+
+TEST_F(Person, OnlyASaveClearsTheFlag) {
+  const auto& changes = process.local<PLUnsavedPersons>().changes;
+  const auto person = fromForm(fullForm);
+  person->setPreferredReplyAs("you@example.org");
+  EXPECT_EQ(changes, 1U);
+  person->updateFromDictionaryRepresentation({{"AllValues", Array{"clean@example.org"}}});
+  EXPECT_TRUE(person->needsSave()) << "an edit that no save has seen yet";
+  EXPECT_TRUE(person->takeNeedsSave());
+  EXPECT_FALSE(person->takeNeedsSave());
+  EXPECT_EQ(changes, 1U);
+}
+
+TEST_F(Person, MonogramIsDerivedOnlyWhenItIsMissing) {
+  EXPECT_EQ(fromForm({{"Name", "ann"}})->initials(), "A");
+  EXPECT_EQ(fromForm({{"Name", "ann"}, {"Monogram", "XY"}})->initials(), "XY");
+  EXPECT_EQ(fromForm({{"Name", "ann"}, {"Monogram", ""}})->initials(), std::nullopt);
+  EXPECT_EQ(fromForm({{"Name", "3M"}})->initials(), std::nullopt);
+  const auto person = fromForm({{"Name", "ann"}});
+  EXPECT_TRUE(person->updateFromDictionaryRepresentation({{"Name", "bob"}})) << "derived from the new name";
+  EXPECT_EQ(person->initials(), "B");
+}
+
+TEST_F(Person, LosingALinkIsAnnounced) {
+  Posts posts(process, PLPersonUnlinkedFromAddressBookNotification);
+  auto person = fromForm({{"ABRecordGUID", "old"}, {"ABRecordID", 1}});
+  person->updateFromDictionaryRepresentation({{"ABRecordGUID", "new"}, {"ABRecordID", 1}});
+  EXPECT_EQ(posts.count(), 0U) << "later, on the main queue";
+  settle();
+  ASSERT_EQ(posts.count(), 1U);
+  EXPECT_EQ(posts.all()[0].object, person);
+  ASSERT_NE(posts.all()[0].userInfoAs<Dictionary>(), nullptr);
+  EXPECT_EQ(*posts.all()[0].userInfoAs<Dictionary>(), (Dictionary{{"UnlinkedABGUID", "old"}}));
+
+  person->updateFromDictionaryRepresentation({{"ABRecordGUID", ""}});
+  settle();
+  EXPECT_EQ(posts.count(), 2U);
+  person->updateFromDictionaryRepresentation({});
+  settle();
+  EXPECT_EQ(posts.count(), 2U) << "from an empty one to none nothing is lost";
+  EXPECT_EQ(person->abRecordGUID(), std::nullopt);
+}
+
+TEST_F(Person, NotificationsDoNotKeepTheirSender) {
+  Posts posts(process, PLPersonValuesChangedNotification);
+  auto person = PLPerson::init();
+  person->setPreferredReplyAs("me@example.org");
+  person.reset();
+  settle();
+  ASSERT_EQ(posts.count(), 1U);
+  EXPECT_EQ(posts.all()[0].object, nullptr);
+}
+
+TEST_F(Person, ReplyPreferenceIsAnEdit) {
+  Posts posts(process, PLPersonValuesChangedNotification);
+  const auto person = fromForm(fullForm);
+  person->setPreferredReplyAs("me@example.org");
+  settle();
+  EXPECT_FALSE(person->needsSave());
+  person->setPreferredReplyAs(std::nullopt);
+  settle();
+  EXPECT_TRUE(person->needsSave());
+  EXPECT_EQ(posts.count(), 1U);
+  EXPECT_THAT(takeLog(),
+              ElementsAre("updating preferredReplyAs for [Ann Bee] (GUID guid-7): me@example.org -> (null)"));
+  EXPECT_FALSE(person->dictionaryRepresentation().contains("ReplyAs"));
+}
+
+TEST_F(Person, AStoredFormIsSomebodysByGUIDAndWithoutOneByDestination) {
+  const struct {
+    std::optional<std::string> guid;
+    Array values;
+    PersonDictionary form;
+    bool isEqual;
+  } cases[] = {
+      {"g", {"a@x"}, {{"ABRecordGUID", "g"}}, true},
+      {"g", {"a@x"}, {{"ABRecordGUID", "h"}, {"AllValues", Array{"a@x"}}}, false},
+      {"g", {"a@x"}, {{"AllValues", Array{"a@x"}}}, false},
+      {std::nullopt, {"a@x"}, {{"ABRecordGUID", "g"}, {"AllValues", Array{"a@x"}}}, false},
+      {std::nullopt, {"a@x", "b@x"}, {{"AllValues", Array{7, "c@x", "b@x"}}}, true},
+      {std::nullopt, {"a@x"}, {{"AllValues", Array{"c@x"}}}, false},
+      {std::nullopt, {}, {{"AllValues", Array{}}}, false},
+      {std::nullopt, {}, {}, false},
+      // An empty GUID counts as absent.
+      {"", {"a@x"}, {{"ABRecordGUID", ""}, {"AllValues", Array{"b@x"}}}, false},
+      {"", {"a@x"}, {{"AllValues", Array{"a@x"}}}, true},
+      {std::nullopt, {"a@x"}, {{"ABRecordGUID", ""}, {"AllValues", Array{"a@x"}}}, true},
+      {"g", {"a@x"}, {{"ABRecordGUID", ""}, {"AllValues", Array{"a@x"}}}, false},
+  };
+  int index = 0;
+  for (const auto& one : cases) {
+    PersonDictionary form{{"AllValues", one.values}};
+    if (one.guid) form.emplace("ABRecordGUID", *one.guid);
+    EXPECT_EQ(fromForm(form)->isEqualToDictionaryRepresentation(one.form), one.isEqual) << "case " << index;
+    ++index;
+  }
+  EXPECT_FALSE(PLPerson::init()->isEqualToDictionaryRepresentation({{"AllValues", Array{"a@x"}}}));
+}
+
+TEST_F(Person, PersonsAreAlikeByGUIDOrByDestination) {
+  const auto person = [&](std::string guid, const Array& values) {
+    return fromForm({{"ABRecordGUID", std::move(guid)}, {"AllValues", values}});
+  };
+  EXPECT_TRUE(person("g", {})->isLikePerson(person("g", {})));
+  EXPECT_TRUE(person("g", {"a@x", "b@x"})->isLikePerson(person("h", {"b@x", "c@x"}))) << "GUIDs do not rule it out";
+  EXPECT_FALSE(person("g", {"a@x"})->isLikePerson(person("h", {"b@x"})));
+  EXPECT_FALSE(person("", {"a@x"})->isLikePerson(person("", {"b@x"}))) << "strangers are nobody's duplicates";
+  EXPECT_FALSE(person("", {})->isLikePerson(person("", {})));
+  EXPECT_FALSE(person("g", {"a@x"})->isLikePerson(nullptr));
+  EXPECT_FALSE(PLPerson::init()->isLikePerson(PLPerson::init()));
+}
+
+TEST_F(Person, IsShownByNameElseByNumberElseByAddress) {
+  EXPECT_EQ(fromForm(fullForm)->displayName(), "Ann Bee");
+  EXPECT_EQ(reachableBy({"ann@example.org", "+49301234567"})->displayName(), "0301234567");
+  EXPECT_EQ(reachableBy({"b@example.org", "a@example.org"})->displayName(), "a@example.org");
+  EXPECT_EQ(reachableBy({"neither"})->displayName(), std::nullopt);
+  EXPECT_EQ(fromForm({{"Name", ""}, {"AllValues", Array{"a@x"}}})->displayName(), "a@x");
+  EXPECT_THAT(*reachableBy({"030 1234567", "Ann"})->allValues(), ElementsAre("030 1234567", "Ann")) << "as given";
+}
+
+TEST_F(Person, PrimaryDestinationStaysWhatItWasWhenFirstAskedFor) {
+  const auto asked = reachableBy({"a@x"});
+  const auto notAsked = reachableBy({"a@x"});
+  EXPECT_EQ(asked->primaryDestination(), "a@x");
+  for (const auto& person : {asked, notAsked})
+    person->updateFromDictionaryRepresentation({{"AllValues", Array{"b@x"}}});
+  EXPECT_EQ(asked->primaryDestination(), "a@x");
+  // The update's own log lines asked, before and after the change of the destinations.
+  EXPECT_EQ(notAsked->primaryDestination(), "a@x");
+}
+
+TEST_F(Person, FavoriteIsTheContactOrWhatItSays) {
+  const std::string ann = world.addressBook().add({.first = "Ann", .emails = {{"home", "ann@example.org"}}});
+  const FavoriteEntry favorite{"Annie", "030 1234567", record(ann)->recordID()};
+  const auto person = PLPerson::initWithFavoriteAddressBook(favorite, book());
+  EXPECT_EQ(person->dictionaryRepresentation(), (Dictionary{{"ABRecordID", favorite.abRecordID},
+                                                            {"ABRecordGUID", ann},
+                                                            {"ABDatabaseUID", "TestDatabase"},
+                                                            {"Name", "Ann"},
+                                                            {"AllValues", Array{"ann@example.org"}},
+                                                            {"Monogram", "A"}}));
+  world.addressBook().remove(ann);
+  EXPECT_EQ(
+      PLPerson::initWithFavoriteAddressBook(favorite, book())->dictionaryRepresentation(),
+      (Dictionary{{"ABRecordID", -1}, {"Name", "Annie"}, {"AllValues", Array{"+49301234567"}}, {"Monogram", ""}}));
+}
+
+TEST_F(Person, ArchiveKeepsAllButTheReplyPreference) {
+  const Dictionary content{{"pd", "a@x"},     {"i", "AB"},  {"pnc", 2},
+                           {"eac", 1.5},      {"abid", -1}, {"abguid", "g"},
+                           {"abdbuid", "db"}, {"n", "Ann"}, {"m", Dictionary{{"born", Date{5}}}}};
+  KeyedArchive archive(content);
+  archive.encodeSet("av", {"a@x", "b@x"});
+  const auto person = PLPerson::initWithCoder(archive);
+  EXPECT_EQ(person->primaryDestination(), "a@x");
+  EXPECT_EQ(person->dictionaryRepresentation(), (Dictionary{{"ABRecordID", -1},
+                                                            {"ABRecordGUID", "g"},
+                                                            {"ABDatabaseUID", "db"},
+                                                            {"Name", "Ann"},
+                                                            {"AllValues", Array{"a@x", "b@x"}},
+                                                            {"Monogram", "AB"},
+                                                            {"Metadata", Dictionary{{"born", Date{5}}}}}));
+  person->setPreferredReplyAs("me@x");
+  KeyedArchive again;
+  person->encodeWithCoder(again);
+  EXPECT_EQ(again.content(), archive.content());
+  const auto copy = PLPerson::initWithCoder(again);
+  EXPECT_EQ(copy->preferredReplyAs(), std::nullopt);
+  EXPECT_FALSE(copy->needsSave());
+}
+
+TEST_F(Person, ArchiveMayLackEverythingAndHoldAnything) {
+  const Dictionary nobody{{"ABRecordID", 0}, {"Monogram", ""}};
+  EXPECT_EQ(PLPerson::initWithCoder(KeyedArchive())->dictionaryRepresentation(), nobody) << "0, not -1";
+  const KeyedArchive mistyped(
+      {{"pd", 1}, {"i", true}, {"pnc", "2"}, {"abguid", 1}, {"n", Array{}}, {"av", "a@x"}, {"m", 3}});
+  EXPECT_EQ(PLPerson::initWithCoder(mistyped)->dictionaryRepresentation(), nobody);
+  const KeyedArchive wide({{"abid", (std::int64_t{5} << 32) + 7}});
+  EXPECT_EQ(PLPerson::initWithCoder(wide)->dictionaryRepresentation().at("ABRecordID"), Value(7));
+}
+
+struct IdentityLog : PLPersonIdentityObserver {
+  explicit IdentityLog(Process& process) : changes(process.local<PLPersonIdentityChanges>()) {
+    changes.addObserver(*this);
+  }
+  ~IdentityLog() override { changes.removeObserver(*this); }
+  void personIdentityDidChange(PLPerson& person) override {
+    identities.push_back(person.abRecordGUID().value_or("-") + " " + std::to_string(person.allValuesCount()));
+    if (onChange) onChange();
+  }
+  PLPersonIdentityChanges& changes;
+  std::vector<std::string> identities;
+  std::function<void()> onChange;
+};
+
+TEST_F(Person, IndexesHearOfNewIdentities) {
+  IdentityLog heard(process);
+  const auto person = fromForm(fullForm);
+  EXPECT_THAT(heard.identities, IsEmpty()) << "nobody can have filed a new person";
+  person->setPreferredReplyAs("you@x");
+  PersonDictionary form = fullForm;
+  form.insert_or_assign("Name", "Cid");
+  person->updateFromDictionaryRepresentation(form);
+  EXPECT_THAT(heard.identities, IsEmpty()) << "a name identifies nobody";
+  form.insert_or_assign("AllValues", Array{"c@x"});
+  form.insert_or_assign("ABRecordGUID", "other");
+  person->updateFromDictionaryRepresentation(form);
+  EXPECT_THAT(heard.identities, ElementsAre("other 1")) << "once an operation, at its end";
+}
+
+TEST_F(Person, RemovedIdentityObserverIsNotCalledAnyMore) {
+  IdentityLog first(process);
+  auto second = std::make_unique<IdentityLog>(process);
+  first.onChange = [&] { second.reset(); };
+  const auto person = PLPerson::init();
+  person->updateFromDictionaryRepresentation(fullForm);
+  EXPECT_EQ(first.identities.size(), 1U);
+}
+
+TEST_F(Person, BelongsToTheProcessThatMadeIt) {
+  Process second(scheduler, log);
+  installPlatform(second, world.makePlatform(second));
+  std::shared_ptr<PLPerson> theirs;
+  {
+    const Process::Scope scope(second);
+    theirs = reachableBy({"+49301234567"});
+  }
+  Posts here(process, PLPersonValuesChangedNotification);
+  Posts there(second, PLPersonValuesChangedNotification);
+  theirs->setMetadataValueForKey(1, "k");
+  EXPECT_EQ(theirs->displayName(), "0301234567");
+  settle();
+  EXPECT_EQ(here.count(), 0U);
+  EXPECT_EQ(there.count(), 1U);
+}
+
+}  // namespace
+}  // namespace pellor

@@ -1,0 +1,220 @@
+#include "Pellor/PLPerson.h"
+#include "tests/pellor/OneProcess.h"
+
+namespace pellor {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class Reconciliation : public OneProcess {
+ protected:
+  InMemoryAddressBook& contacts() { return world.addressBook(); }
+  std::int32_t recordID(const std::string& guid) { return record(guid)->recordID(); }
+  std::shared_ptr<PLPerson> personOf(const std::string& guid) {
+    return PLPerson::initWithABRecordGUIDAddressBook(guid, book());
+  }
+  /// What the stored form of a person in line with its contact is.
+  PersonDictionary formOf(const std::string& guid, const std::string& name, Array values, const std::string& monogram) {
+    return {{"ABRecordID", recordID(guid)}, {"ABRecordGUID", guid}, {"ABDatabaseUID", "TestDatabase"}, {"Name", name},
+            {"AllValues", values},          {"Monogram", monogram}};
+  }
+  /// Refreshes, and tells whether the person was marked and announced as changed, which go together.
+  bool refreshChanges(const std::shared_ptr<PLPerson>& person) {
+    const auto posted = changes.count();
+    person->takeNeedsSave();
+    person->refreshWithAddressBook(book());
+    settle();
+    EXPECT_EQ(person->needsSave(), changes.count() == posted + 1);
+    return person->needsSave();
+  }
+
+  Posts changes{process, PLPersonValuesChangedNotification};
+  Posts unlinks{process, PLPersonUnlinkedFromAddressBookNotification};
+};
+
+TEST_F(Reconciliation, ALinkedFriendFollowsItsRecord) {
+  const std::string ann = contacts().add({.guid = "ann", .first = "Ann", .emails = {{"home", "ann@example.org"}}});
+  const auto person = personOf(ann);
+  EXPECT_EQ(person->dictionaryRepresentation(), formOf(ann, "Ann", {"ann@example.org"}, "A"));
+  EXPECT_TRUE(person->needsSave());
+  EXPECT_THAT(takeLog(), IsEmpty()) << "made silently";
+  EXPECT_EQ(person->primaryDestination(), "ann@example.org");
+  EXPECT_FALSE(refreshChanges(person)) << "nothing is new";
+  EXPECT_THAT(takeLog(), IsEmpty());
+
+  contacts().change(ann, [](TestContact& contact) { contact.first = "Anna"; });
+  EXPECT_TRUE(refreshChanges(person));
+  EXPECT_THAT(takeLog(), ElementsAre("updating name for friend with GUID ann: [Ann] -> [Anna]"));
+
+  contacts().change(ann, [](TestContact& contact) {
+    contact.last = "Bee";
+    contact.recordID = 99;
+    contact.phones = {{"home", "030 1234567"}};
+  });
+  EXPECT_TRUE(refreshChanges(person));
+  EXPECT_THAT(takeLog(), ElementsAre("updating AB record ID for friend with GUID ann: 1 -> 99",
+                                     "updating name for friend with GUID ann: [Anna] -> [Anna Bee]",
+                                     "updated destinations for friend with GUID ann: {ann@example.org} -> "
+                                     "{+49301234567, ann@example.org}",
+                                     "updating monogram for friend with GUID ann: [A] -> [AB]"));
+  EXPECT_EQ(person->primaryDestination(), "+49301234567") << "chosen again";
+  EXPECT_EQ(unlinks.count(), 0U);
+}
+
+TEST_F(Reconciliation, AnotherDatabaseIsAChangeWithoutALine) {
+  const auto person = personOf(contacts().add({.first = "Ann"}));
+  contacts().setDatabaseUID("Other");
+  EXPECT_TRUE(refreshChanges(person));
+  EXPECT_EQ(person->abDatabaseUID(), "Other");
+  contacts().setDatabaseUID(std::nullopt);
+  EXPECT_FALSE(refreshChanges(person));
+  EXPECT_EQ(person->abDatabaseUID(), "Other");
+  EXPECT_THAT(takeLog(), IsEmpty());
+}
+
+TEST_F(Reconciliation, ALostRecordIsFoundAgainByName) {
+  const std::string old = contacts().add({.guid = "old", .first = "Ann", .last = "Bee", .emails = {{"", "a@x.org"}}});
+  const auto person = personOf(old);
+  person->setPreferredReplyAs("me@x.org");
+  settle();
+  contacts().remove(old);
+  const std::string namesake = contacts().add({.guid = "namesake", .first = "Ann", .last = "Bee"});
+  const std::string again =
+      contacts().add({.guid = "again", .first = "Ann", .last = "Bee", .emails = {{"", "a@x.org"}, {"", "b@x.org"}}});
+  takeLog();
+  EXPECT_TRUE(refreshChanges(person));
+  EXPECT_THAT(takeLog(),
+              ElementsAre("friend needs a full AB lookup, searching with name: Ann Bee",
+                          "found a best match using name (recordID = " + std::to_string(recordID(again)) + ")"));
+  PersonDictionary form = formOf(again, "Ann Bee", {"a@x.org", "b@x.org"}, "AB");
+  form.emplace("ReplyAs", "me@x.org");
+  EXPECT_EQ(person->dictionaryRepresentation(), form);
+  ASSERT_EQ(unlinks.count(), 1U);
+  EXPECT_EQ(*unlinks.all()[0].userInfoAs<Dictionary>(), (Dictionary{{"UnlinkedABGUID", "old"}}));
+  EXPECT_EQ(log->entries().size(), 0U);
+}
+
+TEST_F(Reconciliation, AFriendWithoutANameIsSearchedByDestination) {
+  const std::string small = contacts().add({.guid = "small", .first = "S", .emails = {{"", "a@x.org"}}});
+  const std::string large =
+      contacts().add({.guid = "large", .first = "L", .phones = {{"", "030 1234567"}}, .emails = {{"", "A@x.org"}}});
+  const auto person = PLPerson::initWithDestinationsAddressBook({"a@x.org", "+49301234567"}, book());
+  EXPECT_THAT(takeLog(),
+              ElementsAre("unable to find matching record using name, searching with destinations: "
+                          "{+49301234567, a@x.org}",
+                          "found a best match using destinations (recordID = " + std::to_string(recordID(large)) + ")"))
+      << "of equal scores the one that was found first: by the number";
+  EXPECT_EQ(person->abRecordGUID(), large);
+  settle();
+  EXPECT_EQ(changes.count() + unlinks.count(), 0U);
+}
+
+TEST_F(Reconciliation, LinesOfTheStepsCarryTheNameOfTheWhole) {
+  PLPerson::initWithDestinationsAddressBook({"a@x.org"}, book());
+  for (const LogEntry& line : log->entries()) {
+    EXPECT_EQ(line.operation, "_reconcileCanPostChangeNotificationShouldLogUpdates");
+    EXPECT_EQ(line.text(LogEntry::Private::hidden).find("a@x.org"), std::string::npos);
+  }
+  EXPECT_EQ(log->entries().size(), 2U);
+}
+
+TEST_F(Reconciliation, WithoutAMatchTheLinkGoesAndTheRestStays) {
+  const std::string ann = contacts().add({.guid = "ann", .first = "Ann", .last = "Bee", .emails = {{"", "a@x.org"}}});
+  const auto person = personOf(ann);
+  contacts().remove(ann);
+  takeLog();
+  EXPECT_TRUE(refreshChanges(person));
+  EXPECT_THAT(takeLog(),
+              ElementsAre("friend needs a full AB lookup, searching with name: Ann Bee",
+                          "unable to find matching record using name, searching with destinations: {a@x.org}",
+                          "unable to find matching record using name or destinations",
+                          "updating monogram for friend with GUID (null): [AB] -> [A]"));
+  EXPECT_EQ(person->dictionaryRepresentation(), (Dictionary{{"ABRecordID", -1},
+                                                            {"ABDatabaseUID", "TestDatabase"},
+                                                            {"Name", "Ann Bee"},
+                                                            {"AllValues", Array{"a@x.org"}},
+                                                            {"Monogram", "A"}}));
+  EXPECT_EQ(unlinks.count(), 1U);
+  EXPECT_FALSE(refreshChanges(person)) << "it comes to rest";
+  EXPECT_EQ(log->count("unable to find matching record using name or destinations"), 1U) << "and says so each time";
+}
+
+TEST_F(Reconciliation, AFriendWithoutDestinationsIsNotSearchedFor) {
+  contacts().add({.first = "Ann"});
+  const auto person =
+      PLPerson::initWithDictionaryRepresentationAddressBook({{"ABRecordID", 7}, {"Name", "Ann"}}, book());
+  const auto lookups = contacts().lookups();
+  EXPECT_TRUE(refreshChanges(person)) << "the record identifier was taken for a valid one";
+  EXPECT_EQ(contacts().lookups(), lookups);
+  EXPECT_THAT(takeLog(), ElementsAre("unable to find matching record using name or destinations"));
+}
+
+TEST_F(Reconciliation, AnUnknownGUIDIsKept) {
+  const auto person = personOf("nobody");
+  EXPECT_EQ(person->abRecordGUID(), "nobody");
+  EXPECT_EQ(person->dictionaryRepresentation().at("ABRecordID"), Value(-1));
+  EXPECT_EQ(person->copyABPersonWithAddressBook(book()), nullptr);
+  const std::string guid = contacts().add({.guid = "nobody", .first = "Ann"});
+  EXPECT_TRUE(refreshChanges(person)) << "it may turn up";
+  EXPECT_EQ(person->displayName(), "Ann");
+  EXPECT_NE(person->copyABPersonWithAddressBook(book()), nullptr);
+  EXPECT_EQ(person->copyABPersonWithAddressBook(nullptr), nullptr);
+}
+
+TEST_F(Reconciliation, WithoutAnAddressBookNothingHappens) {
+  const auto person = PLPerson::initWithDestinationsAddressBook({"a@x.org"}, nullptr);
+  person->refreshWithAddressBook(nullptr);
+  settle();
+  EXPECT_FALSE(person->needsSave());
+  EXPECT_EQ(changes.count(), 0U);
+  EXPECT_THAT(takeLog(), IsEmpty());
+}
+
+/// A handle of a database whose records have no GUIDs: a friend is found by destination each time.
+class NamelessRecord : public ContactRecord {
+ public:
+  std::int32_t recordID() const override { return 5; }
+  std::string recordGUID() const override { return ""; }
+  std::int32_t linkID() const override { return InvalidRecordID; }
+  std::vector<RecordRef> allLinkedPeople() override { return {}; }
+  RecordRef preferredLinkedPersonForName() override { return nullptr; }
+  std::optional<std::string> recordValue(RecordProperty) const override { return std::nullopt; }
+  bool isPersonKind() const override { return true; }
+  std::optional<std::string> compositeName() const override { return std::nullopt; }
+  std::optional<std::string> shortName() const override { return std::nullopt; }
+  std::optional<std::string> nickname() const override { return std::nullopt; }
+  std::optional<std::vector<std::string>> phoneValues() const override { return std::nullopt; }
+  std::optional<std::vector<std::string>> emailValues() const override { return std::vector<std::string>{"a@x.org"}; }
+  std::optional<MultiValue> copyMultiValue(RecordProperty) const override { return std::nullopt; }
+  void setRecordValue(RecordProperty, RecordValue) override {}
+};
+
+class NamelessBook : public AddressBook {
+ public:
+  std::optional<std::string> databaseUID() override { return std::nullopt; }
+  std::int32_t sequenceNumber() override { return 1; }
+  RecordRef copyPersonMatchingGUID(std::string_view) override { return nullptr; }
+  RecordRef personForRecordID(std::int32_t) override { return _record; }
+  std::optional<std::vector<RecordRef>> copyPeopleMatchingName(std::string_view) override { return std::nullopt; }
+  std::optional<std::vector<RecordRef>> orderedPeopleForDestination(std::string_view) override {
+    return std::vector{_record};
+  }
+  std::vector<RecordRef> allPeople() override { return {_record}; }
+
+ private:
+  RecordRef _record = std::make_shared<NamelessRecord>();
+};
+
+TEST_F(Reconciliation, AdoptingWhatThePersonSaysAlreadyIsNoChange) {
+  NamelessBook nameless;
+  const auto person = PLPerson::initWithDestinationsAddressBook({"a@x.org"}, &nameless);
+  EXPECT_TRUE(person->takeNeedsSave());
+  person->refreshWithAddressBook(&nameless);
+  settle();
+  EXPECT_FALSE(person->needsSave());
+  EXPECT_EQ(changes.count() + unlinks.count(), 0U);
+}
+
+}  // namespace
+}  // namespace pellor
