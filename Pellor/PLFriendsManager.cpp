@@ -7,6 +7,7 @@
 #include "Pellor/PLBundle.h"
 #include "Pellor/PLDestination.h"
 #include "Pellor/PLMainQueueCheck.h"
+#include "Pellor/PLPersonIdentityChanges.h"
 #include "runtime/Fatal.h"
 
 namespace pellor {
@@ -48,8 +49,16 @@ std::string filledIn(std::string format, std::uint64_t number) {
   return place == std::string::npos ? format : format.replace(place, 2, std::to_string(number));
 }
 
-// Every manager that is made once a domain, in the order of the domains.
+// Every manager that is made once a domain, in the order of the domains. What managers and their friends use until they
+// end is made before it, so that it outlives them.
 struct ManagerRegistry {
+  ManagerRegistry() {
+    Process& process = Process::current();
+    _PLGetLogSystem();
+    process.local<PLPersonIdentityChanges>();
+    process.local<PLUnsavedPersons>();
+    PLPerson::sharedMetadataQueue();
+  }
   std::map<std::string, std::shared_ptr<PLFriendsManager>> managers;
 };
 
@@ -154,10 +163,10 @@ void PLFriendsManager::_observe() {
                                              [weak](const Notification& notification) {
                                                if (auto self = weak.lock()) self->_addressBookChanged(notification);
                                              }));
-  _observations.push_back(center.addObserver(std::string(PLPersonValuesChangedNotification),
-                                             [weak](const Notification& notification) {
-                                               if (auto self = weak.lock()) self->_personValuesChanged(notification);
-                                             }));
+  _observations.push_back(
+      center.addObserver(std::string(PLPersonValuesChangedNotification), [weak](const Notification& notification) {
+        if (auto self = weak.lock()) self->_personValuesChanged(notification);
+      }));
 }
 
 // Everything after the settings waits for a store that answers: a manager that took defaults for settings which it
@@ -194,10 +203,10 @@ class SettingsReader {
   SettingsReader(PreferencesStore& preferences, const std::string& domain)
       : _preferences(preferences), _domain(domain) {}
 
-  std::optional<std::int64_t> integer(std::string_view key) {
-    return noted(_preferences.integerValue(key, _domain));
+  std::optional<std::int64_t> integer(std::string_view key) { return noted(_preferences.integerValue(key, _domain)); }
+  bool boolean(std::string_view key, bool absent) {
+    return noted(_preferences.booleanValue(key, _domain)).value_or(absent);
   }
-  bool boolean(std::string_view key, bool absent) { return noted(_preferences.booleanValue(key, _domain)).value_or(absent); }
   std::string name(std::string_view key, std::string_view absent) {
     auto value = noted(_preferences.copyValue(key, _domain));
     const std::string* text = value ? value->string() : nullptr;
@@ -227,8 +236,8 @@ bool PLFriendsManager::_readSettings() {
   _shouldAddEmptyTrailingGroup = settings.boolean(PLEmptyTrailingGroupEnabledKey, true);
   _friendsChangedExternallyNotificationName =
       settings.name(PLFriendsChangedExternallyNotificationKey, PLFriendsChangedExternallyNotification);
-  _friendGroupTitleChangedExternallyNotificationName = settings.name(
-      PLFriendGroupTitleChangedExternallyNotificationKey, PLFriendGroupTitleChangedExternallyNotification);
+  _friendGroupTitleChangedExternallyNotificationName = settings.name(PLFriendGroupTitleChangedExternallyNotificationKey,
+                                                                     PLFriendGroupTitleChangedExternallyNotification);
   _shouldDeduplicateFriendList = settings.boolean(PLDeduplicateFriendListEnabledKey, true);
   // The one boolean that is off when absent: removing friends has to be asked for.
   _shouldRemoveDestinationlessFriends = settings.boolean(PLRemoveDestinationlessFriendsEnabledKey, false);
@@ -388,6 +397,7 @@ struct PLFriendsManager::Write {
   std::vector<std::shared_ptr<PLPerson>> persons;  // whose own changes it takes along
   std::shared_ptr<const PLSlotSnapshot> list;
   std::shared_ptr<const TitlesVersion> titles;
+  std::uint64_t mergeCount = 0;
 
   bool writesList() const { return layoutChanged || titlesChanged || !persons.empty(); }
 };
@@ -415,14 +425,18 @@ void PLFriendsManager::_save() {
   if (!write.writesList()) return;
   _PLGetLogSystem().log("friend list saved");
   std::weak_ptr<PLFriendsManager> weak = weak_from_this();
-  _process.mainQueue().async([weak, titlesEdition = write.titlesChanged ? write.titles->edition : 0] {
-    auto self = weak.lock();
-    if (!self) return;
-    self->_titlesWereWritten(titlesEdition);
-    self->_damagedList.reset();
-    self->_incrementExternalChangePostCount();
-    platformOf(self->_process).notifyBus->post(self->_notificationForExternalListChange());
-  });
+  _process.mainQueue().async(
+      [weak, titlesEdition = write.titlesChanged ? write.titles->edition : 0, mergeCount = write.mergeCount] {
+        auto self = weak.lock();
+        if (!self) return;
+        self->_titlesWereWritten(titlesEdition);
+        self->_damagedList.reset();
+        self->_incrementExternalChangePostCount();
+        platformOf(self->_process).notifyBus->post(self->_notificationForExternalListChange());
+        // Another process's list was merged while this write was under way and went over it: everybody takes what was
+        // written, this process too.
+        if (mergeCount != self->_mergeCount) self->_loadFriendList();
+      });
 }
 
 // Each flag is taken before what it stands for is read: a change that comes in between is written now, and once more by
@@ -432,6 +446,7 @@ bool PLFriendsManager::_takeUnsavedChanges(Write& write) {
   write.titlesChanged = _needsTitlesSync.exchange(false, std::memory_order_acquire);
   write.marksNormalized = _needsNormalizationMark.exchange(false, std::memory_order_acquire);
   const std::uint64_t changes = _process.local<PLUnsavedPersons>().changes.load(std::memory_order_acquire);
+  write.mergeCount = _mergeCount.load(std::memory_order_acquire);
   write.list = _publishedList.load();
   write.titles = _publishedTitles.load();
   // Nobody in the list has changed since the last save looked: bursts of requests look once.
@@ -515,8 +530,8 @@ void PLFriendsManager::_loadGroupTitles() {
   if (titles) _applyGroupTitles(*titles);
 }
 
-// Titles move with their pages when another process removes a page. They are taken from the store when it has others than
-// this process knows of, and not while this process has titles of its own on the way there.
+// Titles move with their pages when another process removes a page. They are taken from the store when it has others
+// than this process knows of, and not while this process has titles of its own on the way there.
 void PLFriendsManager::_loadGroupTitlesOfLaterLoad() {
   if (_titlesMoved || _writtenTitlesEdition < _titlesEdition) return;
   const auto answer = preferencesOf(_process).copyValue(PLGroupTitlesKey, _domain);
@@ -622,7 +637,8 @@ void PLFriendsManager::_publishList() {
   _publishedList.store(std::make_shared<const PLSlotSnapshot>(_friendList.snapshot()));
 }
 
-// The data first, the flags second, the titles' flag before the list's: a save that sees a flag sees what it stands for.
+// The data first, the flags second, the titles' flag before the list's: a save that sees a flag sees what it stands
+// for.
 void PLFriendsManager::_markLayoutChanged() {
   _publishList();
   if (_titlesMoved) {
@@ -868,8 +884,7 @@ std::uint64_t PLFriendsManager::groupIndexContainingFriend(const std::shared_ptr
   checkMainQueue(_process, "groupIndexContainingFriend");
   const auto index = person ? _friendList.indexOf(person.get()) : std::nullopt;
   if (!index) return 1;
-  return static_cast<std::uint64_t>(
-      std::floor(static_cast<float>(*index) / static_cast<float>(_maxFriendsPerGroup)));
+  return static_cast<std::uint64_t>(std::floor(static_cast<float>(*index) / static_cast<float>(_maxFriendsPerGroup)));
 }
 
 // Of a group that this manager does not hold the index lies beyond every list.
@@ -915,8 +930,7 @@ void PLFriendsManager::_storeSourcedPerson(const std::shared_ptr<PLPerson>& pers
 
 std::shared_ptr<PLPerson> PLFriendsManager::personWithDestinations(const std::vector<std::string>& destinations) {
   checkMainQueue(_process, "personWithDestinations");
-  const DestinationSet canonical =
-      plSanitizedDestinationSet(DestinationSet(destinations.begin(), destinations.end()));
+  const DestinationSet canonical = plSanitizedDestinationSet(DestinationSet(destinations.begin(), destinations.end()));
   if (auto known = _identifiersToPersonMap.firstPersonFor(canonical)) return known;
   std::shared_ptr<PLPerson> person;
   platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
@@ -930,9 +944,8 @@ std::shared_ptr<PLPerson> PLFriendsManager::personWithABRecordGUID(const std::st
   checkMainQueue(_process, "personWithABRecordGUID");
   if (auto known = _identifiersToPersonMap.personFor(guid)) return known;
   std::shared_ptr<PLPerson> person;
-  platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
-    person = PLPerson::initWithABRecordGUIDAddressBook(guid, &addressBook);
-  });
+  platformOf(_process).addressBook->performWithAddressBook(
+      [&](AddressBook& addressBook) { person = PLPerson::initWithABRecordGUIDAddressBook(guid, &addressBook); });
   if (person) _storeSourcedPerson(person);
   return person;
 }
@@ -1001,8 +1014,7 @@ void PLFriendsManager::_postChangeNotificationIfNecessary() {
       _PLGetLogSystem().log("posting %@ with %u changelog %@", PLFriendsManagerChangedNotification, log->count(),
                             log->count() == 1 ? "entry" : "entries");
     }
-    self->_process.notificationCenter().post(
-        {std::string(PLFriendsManagerChangedNotification), self, std::move(*log)});
+    self->_process.notificationCenter().post({std::string(PLFriendsManagerChangedNotification), self, std::move(*log)});
     self->_tallyLogFriendCount();
   });
 }
@@ -1094,6 +1106,8 @@ void PLFriendsManager::_updateFriends(const Array& stored) {
     for (std::uint64_t index = 0; index < stored.size(); ++index) _mergeElement(merge, stored[index], index);
     _trimSlots(merge, stored.size());
     _reportDisplaced(merge);
+    _publishList();
+    _mergeCount.fetch_add(1, std::memory_order_release);
     save();
   });
   _needsAddressBookRefresh = _changeLogContainsFriendAdditionsOrUpdates();
@@ -1251,9 +1265,8 @@ std::optional<std::vector<std::shared_ptr<PLPerson>>> PLFriendsManager::_curated
       require(newFriend != nullptr, "newFriend");
       const auto guid = newFriend->abRecordGUID();
       if (guid && !guid->empty() && !imported.insert(*guid).second) {
-        _PLGetLogSystem().log(
-            "not importing phone favorite [%@ | %@] with record GUID %@; person was already imported",
-            redactable(entry.displayName), redactable(entry.value), guid);
+        _PLGetLogSystem().log("not importing phone favorite [%@ | %@] with record GUID %@; person was already imported",
+                              redactable(entry.displayName), redactable(entry.value), guid);
         continue;
       }
       friends.push_back(newFriend);
@@ -1321,7 +1334,8 @@ std::optional<std::string> PLFriendsManager::_indexViolation() const {
       return "every group reporting to its manager";
     }
   }
-  if (_friendList.count() < saturatingProduct(_friendGroups.size(), _maxFriendsPerGroup)) return "slots for every group";
+  if (_friendList.count() < saturatingProduct(_friendGroups.size(), _maxFriendsPerGroup))
+    return "slots for every group";
   std::uint64_t occupied = 0;
   for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
     const Slot& person = _friendList.at(index);

@@ -8,9 +8,9 @@
 //   6  Loading, refresh and clean-up        merging a stored list, following the contacts, duplicates
 //   7  Favorites import                     the first list of the default domain, and who may be added
 //
-// Threads: a manager is used on the main queue alone. Writes run on its save queue, the change log lives on its change-log
-// queue, and all notifications are posted on the main queue. Nothing here blocks on input or output but the loading of a
-// list.
+// Threads: a manager is used on the main queue alone. Writes run on its save queue, the change log lives on its
+// change-log queue, and all notifications are posted on the main queue. Nothing here blocks on input or output but the
+// loading of a list.
 #pragma once
 
 #include <atomic>
@@ -85,8 +85,8 @@ class PLFriendsManager : public Object,
   /// The one manager of that domain in the current process, made on the first request and kept until the process ends.
   static std::shared_ptr<PLFriendsManager> managerForDomain(const std::string& domain);
 
-  // Settings for managers that are made later, in practice in other processes or after a restart: each writes its key of
-  // `domain` and synchronises it; no live manager is touched. True when it is written. Main queue.
+  // Settings for managers that are made later, in practice in other processes or after a restart: each writes its key
+  // of `domain` and synchronises it; no live manager is touched. True when it is written. Main queue.
   static bool setMaxGroupCountDomain(std::uint64_t count, const std::string& domain);
   /// Slots per group, 1 to 65,536; others are stored as given, and read as the default of 12.
   static bool setGroupSizeDomain(std::uint64_t size, const std::string& domain);
@@ -96,9 +96,9 @@ class PLFriendsManager : public Object,
   static bool setFriendGroupTitleChangedExternallyNotificationNameDomain(const std::string& name,
                                                                          const std::string& domain);
 
-  /// A manager outside the registry. `domain` absent: TapnoteDomain. Reads the settings once, observes the contacts, the
-  /// persons and the two cross-process names, loads the list and the titles. The last reference may be dropped on any
-  /// thread: the manager ends on the main queue, its observers first.
+  /// A manager outside the registry. `domain` absent: TapnoteDomain. Reads the settings once, observes the contacts,
+  /// the persons and the two cross-process names, loads the list and the titles. The last reference may be dropped on
+  /// any thread: the manager ends on the main queue, its observers first.
   static std::shared_ptr<PLFriendsManager> initWithDomain(const std::optional<std::string>& domain);
   PLFriendsManager(Passkey, Process& process, std::string domain);
   ~PLFriendsManager() override;
@@ -118,8 +118,8 @@ class PLFriendsManager : public Object,
   /// Asks for a write of the list and returns at once; the write happens on the save queue, where it costs nothing when
   /// nothing changed. After it every process, but for this one, reloads. A write that fails is tried again.
   void save();
-  /// Writes the titles of all groups as they are now and returns at once; ignored while the store has not answered. Posts
-  /// nothing, unless a write that failed or a removed group makes the titles go out with the list.
+  /// Writes the titles of all groups as they are now and returns at once; ignored while the store has not answered.
+  /// Posts nothing, unless a write that failed or a removed group makes the titles go out with the list.
   void saveFriendGroupTitles();
   /// Tells other readers of the domain that stored destinations are in canonical form. Returns at once.
   void markFriendListAsNormalized();
@@ -140,8 +140,8 @@ class PLFriendsManager : public Object,
 
   /// Whether one more friend fits somewhere, be it into a group that could still be made.
   bool canAddFriend() const;
-  /// Puts the person into the lowest empty slot of the first group that is not full; false when every group is full, when
-  /// there is no group and for no person. Logs, records an addition, posts, saves.
+  /// Puts the person into the lowest empty slot of the first group that is not full; false when every group is full,
+  /// when there is no group and for no person. Logs, records an addition, posts, saves.
   bool addFriend(const std::shared_ptr<PLPerson>& person);
   /// Whether the person occupies a slot; false for none.
   bool isPersonFriend(const std::shared_ptr<PLPerson>& person) const;
@@ -149,8 +149,9 @@ class PLFriendsManager : public Object,
   std::uint64_t positionOfFriendInGroup(const std::shared_ptr<PLPerson>& person) const;
   /// The index of the person's group. 1, not `NotFound`, for a person in no slot: ask `isPersonFriend` first.
   std::uint64_t groupIndexContainingFriend(const std::shared_ptr<PLPerson>& person) const;
-  /// Copies a group's slots, after `setFriends:` of the group, into the list, and saves if anything differs. Records and
-  /// posts no change; adds an empty trailing group where one is due. Ignored for a group that is not of this manager.
+  /// Copies a group's slots, after `setFriends:` of the group, into the list, and saves if anything differs. Records
+  /// and posts no change; adds an empty trailing group where one is due. Ignored for a group that is not of this
+  /// manager.
   void syncFriendGroup(const std::shared_ptr<PLFriendGroup>& group);
   /// Removes the empty groups but the last one, and saves if there were any.
   void purgeEmptyFriendGroups();
@@ -160,15 +161,15 @@ class PLFriendsManager : public Object,
                                          const std::shared_ptr<PLPerson>& person, std::uint64_t position) override;
   void friendGroupDidRemoveFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
                                             const std::shared_ptr<PLPerson>& person, std::uint64_t position) override;
-  /// Takes over the order of the group's slots, after `setFriends:` of the group, and reports each of `friends` as moved.
-  /// Requests no save: the next one writes the order. Whoever rearranges sends it.
+  /// Takes over the order of the group's slots, after `setFriends:` of the group, and reports each of `friends` as
+  /// moved. Requests no save: the next one writes the order. Whoever rearranges sends it.
   void friendGroupDidMoveFriends(const std::shared_ptr<PLFriendGroup>& group,
                                  const std::vector<std::shared_ptr<PLPerson>>& friends) override;
 
   // --- 3  Indexes and lookup ---
 
-  /// The friend, or the person looked up before, that has one of these destinations; else a person made from them and the
-  /// contacts, who is found again from then on.
+  /// The friend, or the person looked up before, that has one of these destinations; else a person made from them and
+  /// the contacts, who is found again from then on.
   std::shared_ptr<PLPerson> personWithDestinations(const std::vector<std::string>& destinations);
   /// The same by the GUID of a record.
   std::shared_ptr<PLPerson> personWithABRecordGUID(const std::string& guid);
@@ -192,8 +193,8 @@ class PLFriendsManager : public Object,
 
   // --- 6  Loading, refresh and clean-up ---
 
-  /// Brings every friend in step with the contacts, if they changed since the last time or a load asked for it, cleans the
-  /// list up and posts the change notification; whether a refresh ran. Does nothing while refreshing is disabled.
+  /// Brings every friend in step with the contacts, if they changed since the last time or a load asked for it, cleans
+  /// the list up and posts the change notification; whether a refresh ran. Does nothing while refreshing is disabled.
   bool refreshAgainstAddressBook();
   /// Enables or disables refreshing; enabling it starts a refresh that is due.
   void setRefreshAgainstContactsEnabled(bool enabled);
@@ -351,12 +352,12 @@ class PLFriendsManager : public Object,
   bool _observesBus = false;
   std::shared_ptr<Timer> _loadRetryTimer;
   double _loadRetryPause;
-  std::optional<Value> _damagedList;      // put aside already
-  std::optional<Value> _recoveredList;    // what is used in its place
-  std::optional<Array> _storedTitles;     // as last read or written by this process
-  std::uint64_t _titlesEdition = 0;       // of the titles that were last given to the save queue
+  std::optional<Value> _damagedList;    // put aside already
+  std::optional<Value> _recoveredList;  // what is used in its place
+  std::optional<Array> _storedTitles;   // as last read or written by this process
+  std::uint64_t _titlesEdition = 0;     // of the titles that were last given to the save queue
   std::uint64_t _writtenTitlesEdition = 0;
-  bool _titlesMoved = false;              // with a removed group, and not given to the save queue yet
+  bool _titlesMoved = false;  // with a removed group, and not given to the save queue yet
   std::uint64_t _publishedListVersion = 0;
 
   // Written on the main queue, read by the save queue. The list is published before the flags are set.
@@ -365,13 +366,14 @@ class PLFriendsManager : public Object,
   std::atomic<bool> _needsFriendListSync{false};     // set by edits, taken by a save, set again by one that failed
   std::atomic<bool> _needsTitlesSync{false};         // the same, for titles that moved or could not be written
   std::atomic<bool> _needsNormalizationMark{false};  // the same, for a mark that could not be written
+  std::atomic<std::uint64_t> _mergeCount{0};         // how many stored lists the published list has taken in
   std::atomic<bool> _storeIsUnreadable{false};       // nothing is written over what could not be read
 
   // Save queue.
   std::shared_ptr<PLDelayedOperation> _saveOperation;
   std::shared_ptr<Timer> _saveRetryTimer;
   double _saveRetryPause;
-  std::uint64_t _savedListVersion = 0;     // the list and the count of changed persons that the last save looked at
+  std::uint64_t _savedListVersion = 0;  // the list and the count of changed persons that the last save looked at
   std::uint64_t _savedPersonChanges = 0;
   std::uint64_t _savedTitlesEdition = 0;
 
