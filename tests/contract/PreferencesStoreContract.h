@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -203,9 +204,28 @@ TYPED_TEST_P(PreferencesStoreContract, SeveralThreadsMayCallAtOnce) {
   for (const char* key : {"first", "second", "third"}) EXPECT_EQ(this->valueIn(*reader, key), Value(rounds));
 }
 
+TYPED_TEST_P(PreferencesStoreContract, AValueThatIsSetDuringAWriteIsNotLost) {
+  const auto store = this->_stores.open();
+  std::atomic<bool> isDone = false;
+  std::thread writer([&] {
+    while (!isDone) EXPECT_TRUE(store->synchronize(ContractDomain));
+  });
+  for (int round = 1; round <= 500; ++round) {
+    store->setValue("key", round, ContractDomain);
+    for (int look = 0; look < 20; ++look) {
+      EXPECT_EQ(store->integerValue("key", ContractDomain).value(), round);
+    }
+  }
+  isDone = true;
+  writer.join();
+  EXPECT_TRUE(store->synchronize(ContractDomain));
+  EXPECT_EQ(this->valueIn(*this->_stores.open(), "key"), Value(500));
+}
+
 REGISTER_TYPED_TEST_SUITE_P(PreferencesStoreContract, ValuesKeepTheirKindAndContent,
                             OthersSeeAChangeOnlyAfterBothSynchronized, OneDomainIsWrittenByItself,
                             AFailedWriteWritesNothingAndIsMadeUpFor, UnreadableIsNotNone,
-                            ADamagedValueIsGivenAsItIsAndPutAside, SeveralThreadsMayCallAtOnce);
+                            ADamagedValueIsGivenAsItIsAndPutAside, SeveralThreadsMayCallAtOnce,
+                            AValueThatIsSetDuringAWriteIsNotLost);
 
 }  // namespace pellor

@@ -1,0 +1,26 @@
+// Property-list values as CBOR (RFC 8949), over libcbor.
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <span>
+
+#include "runtime/Value.h"
+
+namespace pellor {
+
+/// How deep arrays and dictionaries may be nested. Deeper values are neither written nor read.
+inline constexpr std::size_t CBORMaximumDepth = 128;
+/// How many bytes one value may take. Longer values are neither written nor read.
+inline constexpr std::size_t CBORMaximumSize = std::size_t{256} << 20;
+
+/// The value as one CBOR item, absent when it exceeds a limit. Booleans, integers and reals stay distinct; a real takes
+/// eight bytes always. A date is tag 1 over seconds since 1970, so it is kept to a quarter of a microsecond. Any
+/// thread.
+std::optional<Data> encodeCBOR(const Value& value);
+
+/// The value that the bytes hold; absent unless they are exactly one item of the kinds that `encodeCBOR` writes, within
+/// the limits. Reals and dates are read in any precision. Any thread.
+std::optional<Value> decodeCBOR(std::span<const std::uint8_t> bytes);
+
+}  // namespace pellor

@@ -1,0 +1,35 @@
+// The text of a vCard, as far as it has to be looked at before and after the parser.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace pellor {
+
+/// Why the text cannot be a card: empty, a zero byte, no BEGIN:VCARD or no END:VCARD; empty when it can.
+std::string problemOfCardText(std::string_view text);
+
+/// How many cards follow one another; a card inside another one is not counted.
+std::size_t cardCount(std::string_view text);
+
+/// The text as UTF-8 without a byte order mark. Lines that are no UTF-8 are taken for Latin-1 and lose their CHARSET.
+std::string asUtf8Card(std::string_view text);
+
+/// Whether the first property of that name has a comma that is part of a value and separates none.
+bool hasEscapedComma(std::string_view text, std::string_view property);
+
+/// Whether the bytes are valid UTF-8.
+bool isUtf8(std::string_view bytes);
+
+/// Without control characters (each run of them is a blank) and without blanks at the ends.
+std::string cleanCardText(std::string_view text);
+
+/// ASCII letters in lower case.
+std::string lowerCased(std::string_view text);
+
+/// The parts between any of the separators, cleaned; empty ones left out.
+std::vector<std::string> splitCardText(std::string_view text, std::string_view separators);
+
+}  // namespace pellor

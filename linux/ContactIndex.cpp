@@ -1,0 +1,308 @@
+#include "linux/ContactIndex.h"
+
+#include <algorithm>
+#include <random>
+#include <stdexcept>
+
+#include "linux/ContactIndexCards.h"
+#include "linux/ContactIndexUpdate.h"
+#include "linux/DestinationKey.h"
+#include "linux/NameSearchKey.h"
+
+namespace pellor {
+
+namespace {
+
+std::string randomUID() {
+  constexpr std::string_view digits = "0123456789ABCDEF";
+  std::random_device random;
+  std::string uid;
+  for (int index = 0; index < 32; ++index) {
+    if (index == 8 || index == 12 || index == 16 || index == 20) uid += '-';
+    uid += digits[random() % digits.size()];
+  }
+  return uid;
+}
+
+// Never zero, which is what a program that remembers no number has.
+std::int64_t raiseSequence(SQLiteStatements& statements) {
+  statements.use("UPDATE counter SET sequence = sequence % 2147483647 + 1")->run();
+  return statements.database().integer("SELECT sequence FROM counter");
+}
+
+std::map<std::string, FileSignature> signaturesOf(const std::filesystem::path& folder,
+                                                  const std::set<std::string>& names) {
+  std::map<std::string, FileSignature> present;
+  for (const std::string& name : names) {
+    if (const auto signature = contactFileSignature(folder, name)) present.emplace(name, *signature);
+  }
+  return present;
+}
+
+}  // namespace
+
+ContactIndex::ContactIndex(ContactIndexOptions options, LogHandle log)
+    : _options(std::move(options)), _log(std::move(log)) {
+  _options.contactsFolder = normalisedFolder(_options.contactsFolder);
+}
+
+ContactIndex::~ContactIndex() = default;
+
+void ContactIndex::open(IndexCheck check) {
+  _statements.reset();
+  OpenedContactIndex opened = openContactIndex(_options.dataFolder, check);
+  _statements = std::move(opened.statements);
+  _isInMemory = opened.isInMemory;
+  for (const std::string& remark : opened.remarks) _log.log("%@", remark);
+  try {
+    findFolder();
+  } catch (...) {
+    _statements.reset();
+    throw;
+  }
+}
+
+void ContactIndex::findFolder() {
+  const std::string path = _options.contactsFolder.string();
+  const auto find = [&] {
+    const auto row = _statements->use("SELECT folder FROM folders WHERE path=?");
+    row->bind(1, path);
+    _folder = row->step() ? row->integer(0) : 0;
+    return _folder != 0;
+  };
+  if (find()) return;
+  SQLiteTransaction transaction(_statements->database(), SQLiteTransaction::Kind::write);
+  const std::int64_t sequence = raiseSequence(*_statements);
+  const std::string uid = randomUID();
+  const std::string form = derivation();
+  _statements->use("INSERT OR IGNORE INTO folders (path, uid, sequence, derivation) VALUES (?, ?, ?, ?)")
+      ->bind(1, path)
+      .bind(2, uid)
+      .bind(3, sequence)
+      .bind(4, form)
+      .run();
+  transaction.commit();
+  find();
+}
+
+std::string ContactIndex::derivation() const { return nameKeyVersion() + " " + _options.canonicalForm(); }
+
+// The index holds nothing that is not in the folder but the record identifiers: it is made anew in place of a damaged
+// one, and friends stay linked by their GUIDs.
+void ContactIndex::recover() {
+  open(IndexCheck::thorough);
+  updateOnce(FolderChange::all());
+  if (_readers > 0) _statements->database().execute("BEGIN");
+}
+
+void ContactIndex::reportFailure(const std::string& reason) {
+  if (!_hasFailed) _log.log("the contact index cannot be used, it will be tried again: %@", reason);
+  _hasFailed = true;
+}
+
+bool ContactIndex::attempt(const std::function<void()>& work) {
+  try {
+    try {
+      work();
+    } catch (const SQLiteError& error) {
+      if (error.code() != SQLITE_CORRUPT && error.code() != SQLITE_NOTADB) throw;
+      recover();
+      work();
+    }
+  } catch (const std::exception& error) {
+    reportFailure(error.what());
+    return false;
+  }
+  if (_hasFailed) _log.log("the contact index can be used again");
+  _hasFailed = false;
+  return true;
+}
+
+void ContactIndex::setFolderError(std::optional<std::string> error) {
+  if (error == _folderError) return;
+  _folderError = std::move(error);
+  const std::string folder = _options.contactsFolder.string();
+  _log.log("%@", _folderError.value_or("the contacts folder " + folder + " can be read again"));
+}
+
+bool ContactIndex::update(const FolderChange& change) {
+  _mustRetry = false;
+  return attempt([&] { updateOnce(change); }) && !_mustRetry;
+}
+
+void ContactIndex::updateOnce(const FolderChange& change) {
+  // Another process may have put the file aside and made a new one.
+  const bool isStale = !_statements || (!_isInMemory && _statements->database().hasMoved());
+  if (isStale) open(IndexCheck::quick);
+  if (isStale && !change.everything) return updateOnce(FolderChange::all());
+  try {
+    const bool mayBeCurrent = change.everything && change.names.empty();
+    if (!mayBeCurrent || !isCurrent(present(change))) apply(change);
+  } catch (const ContactFolderError& error) {
+    // What was known of the folder stays: one that is unmounted, or replaced as a whole, must cost no friend its
+    // contact. A missing folder is waited for by whoever watches its place.
+    setFolderError(error.what());
+    _mustRetry = !error.isMissing();
+  }
+}
+
+std::map<std::string, FileSignature> ContactIndex::present(const FolderChange& change) {
+  if (!change.everything) return signaturesOf(_options.contactsFolder, change.names);
+  auto files = listContactFiles(_options.contactsFolder);
+  setFolderError(std::nullopt);
+  return files;
+}
+
+bool ContactIndex::hasCurrentForm() {
+  const auto row = _statements->use("SELECT derivation FROM folders WHERE folder=?");
+  row->bind(1, _folder);
+  return row->step() && row->text(0) == derivation();
+}
+
+bool ContactIndex::isCurrent(const std::map<std::string, FileSignature>& files) {
+  const bool areKnown = std::all_of(files.begin(), files.end(), [](const auto& file) { return file.second.isKnown(); });
+  return areKnown && hasCurrentForm() && files == indexedSignatures(*_statements, _folder);
+}
+
+void ContactIndex::apply(const FolderChange& change) {
+  SQLiteTransaction transaction(_statements->database(), SQLiteTransaction::Kind::write);
+  ContactIndexUpdate update(*_statements, _folder, _options);
+  // The folder is looked at with the lock held: whoever had it before may have done the work.
+  update.bringInStep(present(change), change);
+  if (!hasCurrentForm()) {
+    update.deriveAll();
+    const std::string form = derivation();
+    _statements->use("UPDATE folders SET derivation=? WHERE folder=?")->bind(1, form).bind(2, _folder).run();
+  }
+  if (update.hasChanged()) {
+    const std::int64_t sequence = raiseSequence(*_statements);
+    _statements->use("UPDATE folders SET sequence=? WHERE folder=?")->bind(1, sequence).bind(2, _folder).run();
+  }
+  transaction.commit();
+  _filesRead += update.filesRead();
+  for (const ContactIndexUpdate::Line& line : update.lines())
+    _log.log("contact file %@ %@", redactable(line.file), redactable(line.text));
+}
+
+void ContactIndex::beginReading() {
+  if (_readers++ > 0) return;
+  attempt([this] { database().execute("BEGIN"); });
+}
+
+void ContactIndex::endReading() {
+  if (--_readers > 0) return;
+  try {
+    database().execute("COMMIT");
+  } catch (const std::exception&) {
+    // The transaction did not begin, or ended with a failure that has been reported.
+  }
+}
+
+const SQLiteDatabase& ContactIndex::database() const {
+  if (!_statements) throw std::runtime_error("no index is open");
+  return _statements->database();
+}
+
+std::string ContactIndex::databaseUID() {
+  std::string uid;
+  attempt([&] {
+    database();
+    const auto row = _statements->use("SELECT uid FROM folders WHERE folder=?");
+    row->bind(1, _folder);
+    uid = row->step() ? row->text(0) : std::string();
+  });
+  return uid;
+}
+
+std::int32_t ContactIndex::sequenceNumber() {
+  std::int32_t number = 0;
+  attempt([&] {
+    database();
+    const auto row = _statements->use("SELECT sequence FROM folders WHERE folder=?");
+    row->bind(1, _folder);
+    number = row->step() ? static_cast<std::int32_t>(row->integer(0)) : 0;
+  });
+  return number;
+}
+
+namespace {
+
+IndexedContact contactOfRow(const SQLiteStatement& row) {
+  IndexedContact contact;
+  contact.recordID = static_cast<std::int32_t>(row.integer(0));
+  contact.guid = row.text(1);
+  contact.linkID = static_cast<std::int32_t>(row.integer(2));
+  contact.card = cardOfRow(row, 3);
+  return contact;
+}
+
+std::string contactQuery(std::string_view condition) {
+  return "SELECT id, guid, link, " + std::string(CardColumns) + " FROM cards WHERE folder=? AND " +
+         std::string(condition);
+}
+
+}  // namespace
+
+std::optional<IndexedContact> ContactIndex::contact(std::string_view query, const Binding& bind) {
+  std::optional<IndexedContact> found;
+  attempt([&] {
+    database();
+    const auto row = _statements->use(query);
+    bind(row->bind(1, _folder));
+    if (row->step()) found = contactOfRow(*row.operator->());
+  });
+  return found;
+}
+
+std::optional<IndexedContact> ContactIndex::contactWithID(std::int32_t recordID) {
+  static const std::string query = contactQuery("id=?");
+  return contact(query, [&](SQLiteStatement& row) { row.bind(2, std::int64_t{recordID}); });
+}
+
+std::optional<IndexedContact> ContactIndex::contactWithGUID(std::string_view guid) {
+  static const std::string query = contactQuery("guid=?");
+  return contact(query, [&](SQLiteStatement& row) { row.bind(2, guid); });
+}
+
+std::vector<std::int32_t> ContactIndex::recordIDs(std::string_view query, const Binding& bind) {
+  std::vector<std::int32_t> found;
+  attempt([&] {
+    found.clear();
+    database();
+    const auto row = _statements->use(query);
+    bind(row->bind(1, _folder));
+    while (row->step()) found.push_back(static_cast<std::int32_t>(row->integer(0)));
+  });
+  return found;
+}
+
+std::vector<std::int32_t> ContactIndex::allRecordIDs() {
+  return recordIDs("SELECT id FROM cards WHERE folder=? AND id IS NOT NULL ORDER BY id", [](SQLiteStatement&) {});
+}
+
+// A cross join is one that SQLite leaves in its order; else it may go through all cards of the folder.
+std::vector<std::int32_t> ContactIndex::recordIDsMatchingName(std::string_view name) {
+  const std::string key = nameSearchKey(name);
+  if (key.empty()) return {};
+  return recordIDs("SELECT id FROM names CROSS JOIN cards USING (card) WHERE folder=? AND name=? ORDER BY id",
+                   [&](SQLiteStatement& row) { row.bind(2, key); });
+}
+
+std::vector<std::int32_t> ContactIndex::recordIDsForDestination(std::string_view destination) {
+  const std::string key = destinationKey(_options.canonicalDestination(destination));
+  return recordIDs(
+      "SELECT id FROM destinations CROSS JOIN cards USING (card) WHERE folder=? AND destination=? ORDER BY id",
+      [&](SQLiteStatement& row) { row.bind(2, key); });
+}
+
+std::vector<std::int32_t> ContactIndex::recordIDsOfLinkedSet(std::int32_t linkID) {
+  return recordIDs("SELECT id FROM cards WHERE folder=? AND link=? ORDER BY id",
+                   [&](SQLiteStatement& row) { row.bind(2, std::int64_t{linkID}); });
+}
+
+std::vector<std::int32_t> ContactIndex::favoriteRecordIDs() {
+  return recordIDs("SELECT id FROM cards WHERE folder=? AND favorite=1 AND id IS NOT NULL ORDER BY id",
+                   [](SQLiteStatement&) {});
+}
+
+}  // namespace pellor

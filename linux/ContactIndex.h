@@ -1,0 +1,102 @@
+// The index of the contacts folder: what is in it, without reading it again.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "linux/ContactFolder.h"
+#include "linux/ContactIndexFile.h"
+#include "linux/ContactIndexOptions.h"
+#include "linux/EVCardContact.h"
+#include "linux/FolderChange.h"
+#include "runtime/Log.h"
+
+namespace pellor {
+
+/// One contact as it is indexed.
+struct IndexedContact {
+  std::int32_t recordID = 0;
+  std::string guid;
+  std::int32_t linkID = -1;  ///< the lowest record identifier of the linked set; -1 when it is linked with none
+  ContactCard card;          ///< without its UID
+};
+
+/// Kept in `contacts-index.sqlite` of the data folder and shared by all processes that use it. Record identifiers
+/// belong to GUIDs and are never given to another one. The GUID is the card's UID, else the file's name; of several
+/// files with one UID the first by name has it and the others go by their names. A file that cannot be used is named on
+/// the log once for each of its states; what was good of it before stays. One thread at a time; crosses no fork.
+/// Nothing throws.
+class ContactIndex {
+ public:
+  /// Does nothing yet: the first update opens the index. Without one there are no contacts.
+  ContactIndex(ContactIndexOptions options, LogHandle log);
+  ~ContactIndex();
+
+  /// Brings the index in step with the folder, in one transaction; files are read only if their signature is another
+  /// one or `change` names them. Raises the sequence number once if a contact really changed. A folder that is missing
+  /// or cannot be read leaves the index as it is. Not while reading. False when it has to be tried again.
+  bool update(const FolderChange& change);
+
+  /// Why the folder could not be read at the last update; absent when it could. One sentence for the user.
+  const std::optional<std::string>& folderError() const { return _folderError; }
+  /// How many files were read so far, for those who want to know what an update cost.
+  std::size_t filesRead() const { return _filesRead; }
+
+  /// What is read between these two comes from one state of the index, whatever other processes do. May be nested.
+  void beginReading();
+  void endReading();
+  bool isReading() const { return _readers > 0; }
+
+  /// Made at random once for each contacts folder.
+  std::string databaseUID();
+  /// Positive; another one after each change, also after the index was made anew and for another folder.
+  std::int32_t sequenceNumber();
+
+  std::optional<IndexedContact> contactWithID(std::int32_t recordID);
+  std::optional<IndexedContact> contactWithGUID(std::string_view guid);
+  // All of these ascending.
+  std::vector<std::int32_t> allRecordIDs();
+  std::vector<std::int32_t> recordIDsMatchingName(std::string_view name);
+  std::vector<std::int32_t> recordIDsForDestination(std::string_view destination);
+  std::vector<std::int32_t> recordIDsOfLinkedSet(std::int32_t linkID);
+  std::vector<std::int32_t> favoriteRecordIDs();
+
+ private:
+  using Binding = std::function<void(SQLiteStatement&)>;
+
+  void open(IndexCheck check);
+  void findFolder();
+  void recover();
+  bool attempt(const std::function<void()>& work);
+  void reportFailure(const std::string& reason);
+  void updateOnce(const FolderChange& change);
+  void apply(const FolderChange& change);
+  std::map<std::string, FileSignature> present(const FolderChange& change);
+  void setFolderError(std::optional<std::string> error);
+  bool isCurrent(const std::map<std::string, FileSignature>& files);
+  bool hasCurrentForm();
+  std::string derivation() const;
+  const SQLiteDatabase& database() const;
+  std::optional<IndexedContact> contact(std::string_view query, const Binding& bind);
+  std::vector<std::int32_t> recordIDs(std::string_view query, const Binding& bind);
+
+  ContactIndexOptions _options;
+  LogHandle _log;
+  std::unique_ptr<SQLiteStatements> _statements;
+  bool _isInMemory = false;
+  std::int64_t _folder = 0;
+  int _readers = 0;
+  bool _hasFailed = false;
+  bool _mustRetry = false;
+  std::optional<std::string> _folderError;
+  std::size_t _filesRead = 0;
+};
+
+}  // namespace pellor

@@ -1,0 +1,171 @@
+#include "linux/ContactIndexFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <array>
+#include <chrono>
+#include <ctime>
+#include <optional>
+#include <random>
+#include <stdexcept>
+#include <system_error>
+
+#include "linux/PrivateFiles.h"
+
+namespace pellor {
+
+namespace {
+
+constexpr const char* FileName = "contacts-index.sqlite";
+constexpr double BusySeconds = 30;
+constexpr std::int64_t LayoutVersion = 1;
+constexpr std::int32_t HighestFirstSequence = 1 << 30;
+
+// `claim` is what a card would be called if no other file had the same: its UID, else its file's name. `problem` is why
+// the file cannot be used as it is now; the last good content stays.
+constexpr std::array Tables = {
+    "CREATE TABLE counter (sequence INTEGER NOT NULL)",
+    "CREATE TABLE folders (folder INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, uid TEXT NOT NULL,"
+    " sequence INTEGER NOT NULL, derivation TEXT NOT NULL)",
+    "CREATE TABLE identities (id INTEGER PRIMARY KEY AUTOINCREMENT, folder INTEGER NOT NULL, guid TEXT NOT NULL,"
+    " UNIQUE (folder, guid))",
+    "CREATE TABLE cards (card INTEGER PRIMARY KEY, folder INTEGER NOT NULL, file TEXT NOT NULL,"
+    " inode INTEGER, size INTEGER, modified INTEGER, changed INTEGER, hash INTEGER, problem TEXT,"
+    " claim TEXT, guid TEXT, id INTEGER, link INTEGER NOT NULL DEFAULT -1, kind INTEGER, given TEXT, family TEXT,"
+    " additional TEXT, prefix TEXT, suffix TEXT, formatted TEXT, nickname TEXT, organization TEXT, note TEXT,"
+    " derived INTEGER, phones TEXT, emails TEXT, favorite INTEGER, place INTEGER, links TEXT, antilinks TEXT,"
+    " UNIQUE (folder, file))",
+    "CREATE INDEX cards_by_id ON cards (folder, id)",
+    "CREATE INDEX cards_by_guid ON cards (folder, guid)",
+    "CREATE INDEX cards_by_claim ON cards (folder, claim, file)",
+    "CREATE INDEX cards_by_link ON cards (folder, link, id)",
+    "CREATE INDEX cards_with_links ON cards (folder) WHERE links<>'' OR antilinks<>''",
+    "CREATE TABLE destinations (destination TEXT NOT NULL, card INTEGER NOT NULL REFERENCES cards ON DELETE CASCADE,"
+    " PRIMARY KEY (destination, card)) WITHOUT ROWID",
+    "CREATE INDEX destinations_by_card ON destinations (card)",
+    "CREATE TABLE names (name TEXT NOT NULL, card INTEGER NOT NULL REFERENCES cards ON DELETE CASCADE,"
+    " PRIMARY KEY (name, card)) WITHOUT ROWID",
+    "CREATE INDEX names_by_card ON names (card)",
+};
+
+/// Why a file is put aside.
+class UnusableIndex : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Programs remember the sequence number of their last look: a new index must not count through the old one's numbers.
+void setFirstSequence(const SQLiteDatabase& database) {
+  std::random_device random;
+  std::uniform_int_distribution<std::int32_t> numbers(1, HighestFirstSequence);
+  SQLiteStatement statement = database.prepare("INSERT INTO counter VALUES (?)");
+  statement.bind(1, std::int64_t{numbers(random)}).run();
+}
+
+void makeTables(const SQLiteDatabase& database) {
+  SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
+  for (const char* table : Tables) database.execute(table);
+  setFirstSequence(database);
+  database.execute("PRAGMA user_version=" + std::to_string(LayoutVersion));
+  transaction.commit();
+}
+
+bool isSound(const SQLiteDatabase& database) {
+  SQLiteStatement statement = database.prepare("PRAGMA quick_check(1)");
+  return statement.step() && statement.text(0) == "ok";
+}
+
+void prepareDatabase(const SQLiteDatabase& database, IndexCheck check) {
+  const std::int64_t version = database.integer("PRAGMA user_version");
+  const bool isEmpty = database.integer("SELECT count(*) FROM sqlite_schema") == 0;
+  if (!isEmpty && version != LayoutVersion) throw UnusableIndex("is of an unknown layout");
+  if (check == IndexCheck::thorough && !isSound(database)) throw UnusableIndex("is damaged");
+  database.execute("PRAGMA synchronous=FULL");
+  database.execute("PRAGMA foreign_keys=ON");
+  if (isEmpty) makeTables(database);
+}
+
+SQLiteDatabase openFile(const std::filesystem::path& file, IndexCheck check) {
+  try {
+    SQLiteDatabase database(file, SQLiteDatabase::Access::readWrite, BusySeconds);
+    database.execute("PRAGMA journal_mode=WAL");
+    prepareDatabase(database, check);
+    return database;
+  } catch (const SQLiteError& error) {
+    if (error.code() == SQLITE_CORRUPT || error.code() == SQLITE_NOTADB) throw UnusableIndex("is damaged");
+    throw;
+  }
+}
+
+std::string dateForFileName() {
+  const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+  std::tm parts{};
+  gmtime_r(&now, &parts);
+  std::array<char, 32> text{};
+  std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%SZ", &parts);
+  return text.data();
+}
+
+/// The log of the file goes with it: a new file must not find it.
+std::filesystem::path putAside(const std::filesystem::path& file) {
+  std::filesystem::path aside = file;
+  aside += ".damaged-" + dateForFileName();
+  for (int number = 2; std::filesystem::exists(aside); ++number) {
+    aside = file;
+    aside += ".damaged-" + dateForFileName() + "-" + std::to_string(number);
+  }
+  for (const char* part : {"-wal", "-shm", ""}) {
+    std::error_code missing;
+    std::filesystem::rename(file.string() + part, aside.string() + part, missing);
+  }
+  return aside;
+}
+
+/// Holds other processes off while one makes or replaces the file.
+FileDescriptor lockFolder(const std::filesystem::path& folder) {
+  FileDescriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (descriptor) flock(descriptor.get(), LOCK_EX);
+  return descriptor;
+}
+
+void makePrivateFile(const std::filesystem::path& file) {
+  const FileDescriptor descriptor(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  if (!descriptor) throw std::runtime_error(systemError("cannot open", file));
+}
+
+OpenedContactIndex openInFolder(const std::filesystem::path& folder, IndexCheck check) {
+  if (const auto error = createPrivateFolder(folder)) throw std::runtime_error(*error);
+  const FileDescriptor lock = lockFolder(folder);
+  const std::filesystem::path file = folder / FileName;
+  OpenedContactIndex opened;
+  makePrivateFile(file);
+  try {
+    opened.statements = std::make_unique<SQLiteStatements>(openFile(file, check));
+  } catch (const UnusableIndex& problem) {
+    const std::filesystem::path aside = putAside(file);
+    opened.remarks.push_back("the contact index " + file.string() + " " + problem.what() + "; it was put aside as " +
+                             aside.filename().string() + " and is made anew");
+    makePrivateFile(file);
+    opened.statements = std::make_unique<SQLiteStatements>(openFile(file, IndexCheck::quick));
+  }
+  return opened;
+}
+
+}  // namespace
+
+OpenedContactIndex openContactIndex(const std::filesystem::path& dataFolder, IndexCheck check) {
+  OpenedContactIndex inMemory;
+  try {
+    return openInFolder(dataFolder, check);
+  } catch (const std::exception& problem) {
+    inMemory.remarks.push_back("no contact index can be kept in " + dataFolder.string() + " (" + problem.what() +
+                               "); it is made in memory");
+  }
+  SQLiteDatabase database = SQLiteDatabase::inMemory();
+  prepareDatabase(database, IndexCheck::quick);
+  inMemory.statements = std::make_unique<SQLiteStatements>(std::move(database));
+  inMemory.isInMemory = true;
+  return inMemory;
+}
+
+}  // namespace pellor

@@ -1,0 +1,72 @@
+// One batch of changes to the contact index.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "linux/ContactIndex.h"
+
+namespace pellor {
+
+/// The signatures that the index has of a folder's files, by name.
+std::map<std::string, FileSignature> indexedSignatures(SQLiteStatements& statements, std::int64_t folder);
+
+/// Everything here happens inside a transaction of the caller's, which holds off all other writers: so a state of the
+/// folder that was read earlier never replaces one that was read later.
+class ContactIndexUpdate {
+ public:
+  /// A line for the log, to be written when the transaction is committed.
+  struct Line {
+    std::string file;
+    std::string text;
+  };
+
+  ContactIndexUpdate(SQLiteStatements& statements, std::int64_t folder, const ContactIndexOptions& options)
+      : _statements(statements), _folder(folder), _options(options) {}
+
+  /// Makes the index agree with these files: `present` are all that there are, or those of `change` if it names some.
+  void bringInStep(const std::map<std::string, FileSignature>& present, const FolderChange& change);
+  /// Makes names and destinations of all contacts anew.
+  void deriveAll();
+
+  /// Whether a contact came, went or changed.
+  bool hasChanged() const { return _hasChanged; }
+  std::size_t filesRead() const { return _filesRead; }
+  const std::vector<Line>& lines() const { return _lines; }
+
+ private:
+  struct Stored;
+
+  std::map<std::string, FileSignature> indexed(const FolderChange& change);
+  void removeFile(const std::string& file);
+  void readFile(const std::string& file);
+  Stored storedFile(const std::string& file);
+  void storeProblem(const std::string& file, const Stored& stored, const ContactFileContent& content);
+  void storeSignature(const std::string& file, const FileSignature& signature);
+  void storeCard(const std::string& file, const Stored& stored, const ContactFileContent& content, CardReading reading);
+  void addFile(const std::string& file);
+  void touch(const std::string& claim);
+  void finish();
+  void settleClaim(const std::string& claim);
+  std::int64_t identityOf(const std::string& guid);
+  void derive(std::int64_t card);
+  void addDestination(std::int64_t card, const std::string& value);
+  void addName(std::int64_t card, const std::string& name);
+  void settleLinks();
+  std::int32_t recordNamed(const std::string& name);
+  std::vector<std::int32_t> recordsNamed(const std::vector<std::string>& names);
+
+  SQLiteStatements& _statements;
+  const std::int64_t _folder;
+  const ContactIndexOptions& _options;
+  std::vector<std::string> _claims;  ///< whose files may have a new order; as met, so that identifiers follow the files
+  std::set<std::string> _knownClaims;
+  std::set<std::int64_t> _changedCards;  ///< whose names and destinations are out of date
+  bool _hasChanged = false;
+  std::size_t _filesRead = 0;
+  std::vector<Line> _lines;
+};
+
+}  // namespace pellor

@@ -1,0 +1,186 @@
+#include "linux/FavoritesFile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <algorithm>
+#include <fstream>
+#include <utility>
+
+#include "linux/CardText.h"
+#include "linux/ContactFolder.h"
+#include "linux/PrivateFiles.h"
+#include "linux/VdirHandle.h"
+
+namespace pellor {
+
+namespace {
+
+using Line = FavoritesFile::Line;
+
+constexpr const char* Heading = "# GUID\tnumber or address\tname\n";
+
+std::string nextField(std::string_view& text) {
+  const std::size_t end = std::min(text.find('\t'), text.size());
+  std::string field = cleanCardText(text.substr(0, end));
+  text.remove_prefix(std::min(end + 1, text.size()));
+  return field;
+}
+
+Line lineOf(std::string_view text) {
+  Line line;
+  for (std::string* field : {&line.guid, &line.value, &line.name}) *field = nextField(text);
+  return line;
+}
+
+// The fields are cleaned of the tabs and line ends that would make another line of them.
+std::string textOf(const Line& line) {
+  return cleanCardText(line.guid) + "\t" + cleanCardText(line.value) + "\t" + cleanCardText(line.name) + "\n";
+}
+
+bool isComment(const std::string& text) {
+  return text.starts_with('#') || cleanCardText(text).empty() || !isUtf8(text);
+}
+
+std::string firstOf(const std::optional<std::vector<std::string>>& values) {
+  return values ? values->front() : std::string();
+}
+
+std::string mainValue(const ContactRecord& person) {
+  const std::string phone = firstOf(person.phoneValues());
+  return phone.empty() ? firstOf(person.emailValues()) : phone;
+}
+
+Line lineFor(const ContactRecord& person) {
+  return {person.recordGUID(), mainValue(person), person.compositeName().value_or(std::string())};
+}
+
+/// The lock is on the folder: the file itself is replaced by each edit.
+FileDescriptor lockFolder(const std::filesystem::path& folder) {
+  FileDescriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (descriptor) flock(descriptor.get(), LOCK_EX);
+  return descriptor;
+}
+
+}  // namespace
+
+/// The file with its comments, each before the line that it stands above.
+struct FavoritesFile::Content {
+  struct Entry {
+    std::string comments;
+    Line line;
+  };
+  std::string heading;  ///< of a new file
+  std::vector<Entry> entries;
+  std::string closingComments;
+
+  std::vector<Line> lines() const {
+    std::vector<Line> result;
+    result.reserve(entries.size());
+    for (const Entry& entry : entries) result.push_back(entry.line);
+    return result;
+  }
+
+  /// Takes these lines; comments go where their lines went, those of lines that are gone go with them.
+  void setLines(std::vector<Line> lines) {
+    std::vector<Entry> former = std::exchange(entries, {});
+    for (Line& line : lines) {
+      const auto same =
+          std::find_if(former.begin(), former.end(), [&](const Entry& entry) { return entry.line == line; });
+      entries.push_back({same == former.end() ? std::string() : same->comments, std::move(line)});
+      if (same != former.end()) former.erase(same);
+    }
+  }
+};
+
+FavoritesFile::FavoritesFile(std::shared_ptr<VdirAddressBook> addressBook)
+    : _addressBook(std::move(addressBook)),
+      _file(_addressBook->contactsFolder() / FavoritesFileName),
+      _log(_addressBook->log()) {}
+
+void FavoritesFile::report(const std::string& problem) {
+  if (!problem.empty() && problem != _reportedProblem) _log.log("%@", problem);
+  _reportedProblem = problem;
+}
+
+std::optional<FavoritesFile::Content> FavoritesFile::read() {
+  Content content;
+  std::error_code error;
+  const auto status = std::filesystem::status(_file, error);
+  if (status.type() == std::filesystem::file_type::not_found) {
+    for (Line& line : markedFavorites()) content.entries.push_back({{}, std::move(line)});
+    content.heading = Heading;
+    return content;
+  }
+  std::ifstream stream(_file);
+  std::string text;
+  std::string comments;
+  while (std::getline(stream, text)) {
+    if (isComment(text)) {
+      comments += text + "\n";
+    } else {
+      content.entries.push_back({std::exchange(comments, {}), lineOf(text)});
+    }
+  }
+  content.closingComments = comments;
+  const bool isWhole = stream.eof() && status.type() == std::filesystem::file_type::regular;
+  report(isWhole ? "" : "the favorites file " + _file.string() + " cannot be read");
+  return isWhole ? std::optional(std::move(content)) : std::nullopt;
+}
+
+std::vector<Line> FavoritesFile::markedFavorites() {
+  std::vector<Line> lines;
+  _addressBook->performWithAddressBook([&](AddressBook&) {
+    for (const RecordRef& person : _addressBook->sharedHandle().markedFavorites()) lines.push_back(lineFor(*person));
+  });
+  return lines;
+}
+
+FavoriteEntry FavoritesFile::entry(AddressBook& addressBook, const Line& line) {
+  FavoriteEntry result{line.name, line.value, InvalidRecordID};
+  RecordRef person = line.guid.empty() ? nullptr : addressBook.copyPersonMatchingGUID(line.guid);
+  if (!person && !line.value.empty()) {
+    if (const auto people = addressBook.orderedPeopleForDestination(line.value)) person = people->front();
+  }
+  if (!person) return result;
+  const Line known = lineFor(*person);
+  result.abRecordID = person->recordID();
+  if (result.displayName.empty()) result.displayName = known.name;
+  if (result.value.empty()) result.value = known.value;
+  return result;
+}
+
+std::vector<FavoriteEntry> FavoritesFile::favoriteEntries() {
+  std::vector<FavoriteEntry> entries;
+  _addressBook->performWithAddressBook([&](AddressBook& addressBook) {
+    for (const Line& line : lines().value_or(std::vector<Line>())) entries.push_back(entry(addressBook, line));
+  });
+  return entries;
+}
+
+std::optional<std::vector<Line>> FavoritesFile::lines() {
+  const auto content = read();
+  if (!content) return std::nullopt;
+  return content->lines();
+}
+
+FavoritesFile::Outcome FavoritesFile::edit(const Edit& change) {
+  const FileDescriptor lock = lockFolder(_file.parent_path());
+  auto content = read();
+  if (!content) return Outcome::failed;
+  std::vector<Line> lines = content->lines();
+  if (!change(lines)) return Outcome::refused;
+  content->setLines(std::move(lines));
+  return write(*content) ? Outcome::done : Outcome::failed;
+}
+
+bool FavoritesFile::write(const Content& content) {
+  std::string text = content.heading;
+  for (const Content::Entry& entry : content.entries) text += entry.comments + textOf(entry.line);
+  text += content.closingComments;
+  const auto error = replacePrivateFile(_file, text);
+  report(error.value_or(std::string()));
+  return !error;
+}
+
+}  // namespace pellor

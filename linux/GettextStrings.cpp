@@ -1,0 +1,166 @@
+#include "linux/GettextStrings.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <utility>
+
+namespace pellor {
+namespace {
+
+namespace fs = std::filesystem;
+
+using Messages = std::map<std::string, std::string, std::less<>>;
+
+constexpr std::string_view Identifier = "org.tapnote.Pellor";
+constexpr const char* CatalogFile = "LC_MESSAGES/pellor.mo";
+
+const Messages& englishMessages() {
+  static const Messages messages = {
+      {"FAVORITES", "Favorites"},
+      {"NUMBERED_FAVORITES_FORMAT_STRING", "Favorites %u"},
+  };
+  return messages;
+}
+
+/// A compiled catalog: a header of 32-bit words, and two tables of (length, offset), of the keys and of the texts.
+class CatalogReader {
+ public:
+  /// The content has to outlive the reader.
+  explicit CatalogReader(std::string_view content) : _content(content) {}
+
+  std::optional<Messages> messages() {
+    constexpr std::uint32_t magic = 0x950412de;
+    const std::uint32_t found = rawWord(0).value_or(0);
+    _isSwapped = found == swapped(magic);
+    if (found != magic && !_isSwapped) return std::nullopt;
+    const auto count = word(8), keys = word(12), texts = word(16);
+    if (!count || !keys || !texts) return std::nullopt;
+    Messages messages;
+    for (std::uint64_t index = 0; index < *count; ++index) {
+      const auto key = string(*keys + index * 8), text = string(*texts + index * 8);
+      if (!key || !text) return std::nullopt;
+      if (!key->empty() && !text->empty()) messages.emplace(*key, *text);
+    }
+    return messages;
+  }
+
+ private:
+  static std::uint32_t swapped(std::uint32_t word) {
+    return word << 24 | (word & 0xFF00) << 8 | (word >> 8 & 0xFF00) | word >> 24;
+  }
+
+  std::optional<std::uint32_t> rawWord(std::uint64_t offset) const {
+    std::uint32_t word = 0;
+    if (offset + sizeof word > _content.size()) return std::nullopt;
+    std::memcpy(&word, _content.data() + offset, sizeof word);
+    return word;
+  }
+
+  std::optional<std::uint32_t> word(std::uint64_t offset) const {
+    const auto raw = rawWord(offset);
+    return raw && _isSwapped ? swapped(*raw) : raw;
+  }
+
+  std::optional<std::string_view> string(std::uint64_t entry) const {
+    const auto length = word(entry), offset = word(entry + 4);
+    if (!length || !offset || std::uint64_t{*offset} + *length > _content.size()) return std::nullopt;
+    return _content.substr(*offset, *length);
+  }
+
+  std::string_view _content;
+  bool _isSwapped = false;
+};
+
+class MessageBundle final : public Bundle {
+ public:
+  explicit MessageBundle(Messages messages) : _messages(std::move(messages)) {}
+
+  std::string identifier() const override { return std::string(Identifier); }
+
+  std::string localizedString(std::string_view key, std::string_view defaultValue) const override {
+    for (const Messages* messages : {&_messages, &englishMessages()}) {
+      const auto found = messages->find(key);
+      if (found != messages->end()) return found->second;
+    }
+    return std::string(defaultValue.empty() ? key : defaultValue);
+  }
+
+ private:
+  Messages _messages;
+};
+
+// "de_AT.UTF-8@euro" is looked for as "de_AT" and as "de".
+std::vector<std::string> catalogNames(std::string_view locale) {
+  const std::string name(locale.substr(0, locale.find_first_of(".@")));
+  const std::string language = name.substr(0, name.find('_'));
+  if (language.find('/') != std::string::npos) return {};
+  return {name, language};
+}
+
+std::string localeOf(const Environment& environment) {
+  for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    std::string locale = environment(variable).value_or("");
+    if (!locale.empty()) return locale;
+  }
+  return "C";
+}
+
+std::vector<std::string> languagesOf(const Environment& environment) {
+  const std::string locale = localeOf(environment);
+  // As everywhere, "C" is a wish for plain English, whatever LANGUAGE says.
+  if (locale == "C" || locale == "POSIX") return {};
+  std::string list = environment("LANGUAGE").value_or("");
+  if (list.empty()) list = locale;
+  std::vector<std::string> languages;
+  for (std::size_t start = 0; start <= list.size();) {
+    const std::size_t end = std::min(list.find(':', start), list.size());
+    if (end > start) languages.push_back(list.substr(start, end - start));
+    start = end + 1;
+  }
+  return languages;
+}
+
+Messages messagesFor(const std::vector<std::string>& languages, const std::vector<fs::path>& folders) {
+  for (const std::string& language : languages) {
+    if (language == "en" || language.starts_with("en_")) return {};
+    for (const std::string& name : catalogNames(language)) {
+      for (const fs::path& folder : folders) {
+        if (auto messages = readMessageCatalog(folder / name / CatalogFile)) return *std::move(messages);
+      }
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+std::optional<Messages> readMessageCatalog(const fs::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  const std::string content{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+  return CatalogReader(content).messages();
+}
+
+GettextStrings::GettextStrings(const std::vector<fs::path>& folders, const Environment& environment)
+    : _bundle(std::make_shared<MessageBundle>(messagesFor(languagesOf(environment), folders))) {}
+
+std::shared_ptr<const Bundle> GettextStrings::bundleWithIdentifier(std::string_view identifier) {
+  return identifier == Identifier ? _bundle : nullptr;
+}
+
+std::vector<fs::path> GettextStrings::catalogFolders() {
+  std::vector<fs::path> folders;
+  std::error_code error;
+  fs::path above = fs::read_symlink("/proc/self/exe", error).parent_path();
+  constexpr int levels = 4;
+  for (int level = 0; level < levels && above.has_relative_path(); ++level) {
+    folders.push_back(above / "share/locale");
+    above = above.parent_path();
+  }
+  folders.emplace_back(PELLOR_LOCALE_FOLDER);
+  return folders;
+}
+
+}  // namespace pellor

@@ -1,0 +1,41 @@
+// Localised strings from gettext catalogs.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "linux/UserFolders.h"
+#include "platform/LocalizedStrings.h"
+
+namespace pellor {
+
+/// The messages of one compiled catalog (.mo), in UTF-8: key to text. Absent when the file is missing or damaged. The
+/// system's own reader shows a language only where a system locale of it was generated; this one needs the file alone.
+std::optional<std::map<std::string, std::string, std::less<>>> readMessageCatalog(const std::filesystem::path& file);
+
+/// The one bundle org.tapnote.Pellor, read when it is made. Without a catalog of the user's language its texts are
+/// English.
+class GettextStrings final : public LocalizedStrings {
+ public:
+  /// The user's languages are those of LANGUAGE, in its order, else of the first of LC_ALL, LC_MESSAGES and LANG that
+  /// is set; "C" and "POSIX" are English. Of `folders` the first with a catalog <language>/LC_MESSAGES/pellor.mo
+  /// serves.
+  explicit GettextStrings(const std::vector<std::filesystem::path>& folders = catalogFolders(),
+                          const Environment& environment = processEnvironment);
+
+  std::shared_ptr<const Bundle> bundleWithIdentifier(std::string_view identifier) override;
+
+  /// Where catalogs are looked for: share/locale in the folders above the program, so that it is found in the build
+  /// tree and wherever the program was installed, then the folder in which this library was installed.
+  static std::vector<std::filesystem::path> catalogFolders();
+
+ private:
+  std::shared_ptr<const Bundle> _bundle;
+};
+
+}  // namespace pellor

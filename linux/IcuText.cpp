@@ -1,0 +1,162 @@
+#include "linux/IcuText.h"
+
+#include <unicode/brkiter.h>
+#include <unicode/locid.h>
+#include <unicode/uchar.h>
+#include <unicode/unistr.h>
+#include <unicode/uscript.h>
+#include <unicode/utf8.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace pellor {
+namespace {
+
+constexpr UChar32 PictureSelector = 0xFE0F;
+
+icu::UnicodeString unicode(std::string_view text) {
+  return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())));
+}
+
+/// Calls `visit` for each character until it returns true; whether it did.
+template <class Visit>
+bool anyCharacter(std::string_view text, Visit visit) {
+  const auto length = static_cast<std::int32_t>(text.size());
+  for (std::int32_t at = 0; at < length;) {
+    UChar32 character = 0;
+    U8_NEXT_OR_FFFD(reinterpret_cast<const std::uint8_t*>(text.data()), at, length, character);
+    if (visit(character)) return true;
+  }
+  return false;
+}
+
+UScriptCode scriptOf(UChar32 character) {
+  UErrorCode status = U_ZERO_ERROR;
+  return uscript_getScript(character, &status);
+}
+
+bool isAbbreviated(UScriptCode script) {
+  static constexpr std::array abbreviated = {USCRIPT_LATIN, USCRIPT_GREEK, USCRIPT_CYRILLIC, USCRIPT_ARMENIAN};
+  return std::find(abbreviated.begin(), abbreviated.end(), script) != abbreviated.end();
+}
+
+std::unique_ptr<icu::BreakIterator> clustersOf(const icu::UnicodeString& text) {
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<icu::BreakIterator> iterator(
+      icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+  if (iterator) iterator->setText(text);
+  return iterator;
+}
+
+struct Initial {
+  std::string text;           ///< empty when the name holds no letter
+  bool isAbbreviated = true;  ///< whether the script of that letter abbreviates names
+};
+
+std::int32_t indexOfFirstLetter(const icu::UnicodeString& name) {
+  for (std::int32_t at = 0; at < name.length(); at = name.moveIndex32(at, 1)) {
+    if (u_isalpha(name.char32At(at))) return at;
+  }
+  return name.length();
+}
+
+Initial initialOf(const std::optional<std::string>& part) {
+  if (!part) return {};
+  const icu::UnicodeString name = unicode(*part);
+  const std::int32_t start = indexOfFirstLetter(name);
+  if (start == name.length()) return {};
+  const auto clusters = clustersOf(name);
+  const std::int32_t end = clusters ? clusters->following(start) : name.moveIndex32(start, 1);
+  Initial initial;
+  name.tempSubStringBetween(start, end).toUTF8String(initial.text);
+  initial.isAbbreviated = isAbbreviated(scriptOf(name.char32At(start)));
+  return initial;
+}
+
+std::size_t widthOfCharacter(UChar32 character) {
+  const auto category = u_charType(character);
+  const bool takesNone = category == U_NON_SPACING_MARK || category == U_ENCLOSING_MARK || category == U_CONTROL_CHAR ||
+                         category == U_FORMAT_CHAR || category == U_LINE_SEPARATOR || category == U_PARAGRAPH_SEPARATOR;
+  if (takesNone) return 0;
+  const auto width = u_getIntPropertyValue(character, UCHAR_EAST_ASIAN_WIDTH);
+  const bool isWide = width == U_EA_FULLWIDTH || width == U_EA_WIDE;
+  return isWide || u_hasBinaryProperty(character, UCHAR_EMOJI_PRESENTATION) ? 2 : 1;
+}
+
+std::size_t widthOfCluster(const icu::UnicodeString& text, std::int32_t start, std::int32_t end) {
+  std::size_t width = 0;
+  std::size_t spacingMarks = 0;  // vowel signs of Indic scripts, to which terminals give a column of their own
+  for (std::int32_t at = start; at < end; at = text.moveIndex32(at, 1)) {
+    const UChar32 character = text.char32At(at);
+    width = std::max(width, character == PictureSelector ? 2 : widthOfCharacter(character));
+    if (at > start && u_charType(character) == U_COMBINING_SPACING_MARK) ++spacingMarks;
+  }
+  return width + spacingMarks;
+}
+
+}  // namespace
+
+IcuText::IcuText(LocaleSource locale) : _locale(std::move(locale)) {}
+
+bool IcuText::containsDecimalDigit(std::string_view text) {
+  return anyCharacter(text, [](UChar32 character) { return u_isdigit(character) != 0; });
+}
+
+bool IcuText::isLetterOrMark(char16_t unit) { return (U_GET_GC_MASK(unit) & (U_GC_L_MASK | U_GC_M_MASK)) != 0; }
+
+std::string IcuText::uppercase(std::string_view text) {
+  std::string upper;
+  unicode(text).toUpper(icu::Locale::createCanonical(_locale().c_str())).toUTF8String(upper);
+  return upper;
+}
+
+std::string IcuText::abbreviatedName(const std::optional<std::string>& givenName,
+                                     const std::optional<std::string>& familyName) {
+  const Initial given = initialOf(givenName);
+  const Initial family = initialOf(familyName);
+  if (!given.isAbbreviated || !family.isAbbreviated) return {};
+  return writesSurnameFirst(_locale()) ? family.text + given.text : given.text + family.text;
+}
+
+bool containsNonLatinCharacters(std::string_view text) {
+  return anyCharacter(text, [](UChar32 character) {
+    if (!u_isalpha(character)) return false;
+    const UScriptCode script = scriptOf(character);
+    return script != USCRIPT_LATIN && script != USCRIPT_COMMON && script != USCRIPT_INHERITED;
+  });
+}
+
+bool containsEmojiCharacters(std::string_view text) {
+  return anyCharacter(text, [](UChar32 character) {
+    constexpr UChar32 copyright = 0xA9, registered = 0xAE, trademark = 0x2122;
+    if (character == copyright || character == registered || character == trademark) return false;
+    return character == PictureSelector || u_hasBinaryProperty(character, UCHAR_EMOJI_PRESENTATION) ||
+           u_hasBinaryProperty(character, UCHAR_EXTENDED_PICTOGRAPHIC);
+  });
+}
+
+bool writesSurnameFirst(const std::string& locale) {
+  static constexpr std::array<std::string_view, 6> languages = {"hu", "ja", "ko", "vi", "yue", "zh"};
+  const icu::Locale canonical = icu::Locale::createCanonical(locale.c_str());
+  return std::ranges::count(languages, std::string_view(canonical.getLanguage())) > 0;
+}
+
+std::size_t displayWidth(std::string_view text) {
+  const icu::UnicodeString content = unicode(text);
+  const auto clusters = clustersOf(content);
+  if (!clusters) return static_cast<std::size_t>(content.countChar32());
+  std::size_t width = 0;
+  std::int32_t start = clusters->first();
+  for (std::int32_t end = clusters->next(); end != icu::BreakIterator::DONE; end = clusters->next()) {
+    width += widthOfCluster(content, start, end);
+    start = end;
+  }
+  return width;
+}
+
+}  // namespace pellor

@@ -1,0 +1,66 @@
+#include "linux/IdentityService.h"
+
+#include <utility>
+
+namespace pellor {
+namespace {
+
+constexpr std::string_view PhoneScheme = "tel:";
+constexpr std::string_view EmailScheme = "mailto:";
+
+bool removeEvery(std::string& text, std::string_view scheme) {
+  bool found = false;
+  for (std::size_t at = text.find(scheme); at != std::string::npos; at = text.find(scheme)) {
+    text.erase(at, scheme.size());
+    found = true;
+  }
+  return found;
+}
+
+std::string withoutSchemes(std::string_view destination) {
+  std::string text(destination);
+  while (removeEvery(text, PhoneScheme) || removeEvery(text, EmailScheme)) {
+  }
+  return text;
+}
+
+// Only a form that is its own normalised form is taken. Else a number would change each time it is written, and two
+// processes would rewrite each other's list for ever.
+std::string normalizedNumber(const std::string& text, std::string_view region) {
+  const std::optional<std::string> number = internationalPhoneNumber(text, region);
+  if (!number || *number == text) return text;
+  return internationalPhoneNumber(*number, region) == number ? *number : text;
+}
+
+std::string identifier(std::string_view scheme, std::string_view address) {
+  return std::string(scheme).append(address);
+}
+
+}  // namespace
+
+IdentityService::IdentityService(RegionSource region) : _region(std::move(region)) {}
+
+std::optional<std::string> IdentityService::identifierForPhoneNumber(std::string_view number) {
+  return identifier(PhoneScheme, normalizedNumber(withoutSchemes(number), _region()));
+}
+
+std::optional<std::string> IdentityService::identifierForEmailAddress(std::string_view address) {
+  return identifier(EmailScheme, withoutSchemes(address));
+}
+
+std::optional<std::string> IdentityService::identifierForPhoneNumberWithOptions(std::string_view number,
+                                                                                std::optional<std::string> countryCode,
+                                                                                std::uint32_t /*options*/) {
+  const std::string region = countryCode ? *std::move(countryCode) : _region();
+  return identifier(PhoneScheme, normalizedNumber(withoutSchemes(number), region));
+}
+
+std::string IdentityService::rawAddressForDestination(std::string_view destination) {
+  return withoutSchemes(destination);
+}
+
+void IdentityService::queryStatusForDestinations(const std::set<std::string>& /*destinations*/,
+                                                 std::string_view /*serviceName*/, bool /*hasPriority*/,
+                                                 std::weak_ptr<ReachabilityClient> /*client*/) {}
+
+}  // namespace pellor

@@ -1,0 +1,81 @@
+#include "linux/LinuxPlatform.h"
+
+#include "linux/GettextStrings.h"
+#include "linux/IcuText.h"
+#include "linux/IdentityService.h"
+#include "linux/LibPhoneNumber.h"
+#include "linux/NettleDigest.h"
+#include "linux/NotifyFolder.h"
+#include "linux/PrometheusCounters.h"
+#include "linux/UnpairedDevice.h"
+#include "linux/VdirContactStore.h"
+
+namespace pellor {
+namespace {
+
+constexpr const char* LogSubsystem = "org.tapnote.Pellor";
+
+LogHandle logOf(Process& process, const char* category) { return {LogSubsystem, category, process.logSink()}; }
+
+std::shared_ptr<SQLitePreferences> makePreferences(Process& process, const UserFolders& folders) {
+  return std::make_shared<SQLitePreferences>(folders.data, folders.config / "defaults.json",
+                                             logOf(process, "preferences"));
+}
+
+RegionSource regionSource(const std::shared_ptr<StoreRegion>& region) {
+  return [region] { return region->region(); };
+}
+
+// The spelling under which the library stores destinations, so that a friend's number finds its contact.
+std::function<std::string(std::string_view)> canonicalDestinations(const std::shared_ptr<StoreRegion>& region) {
+  return [identities = std::make_shared<IdentityService>(regionSource(region))](std::string_view destination) {
+    const bool isAddress = destination.find('@') != std::string_view::npos;
+    const auto identifier = isAddress ? std::nullopt : identities->identifierForPhoneNumber(destination);
+    return identities->rawAddressForDestination(identifier.value_or(std::string(destination)));
+  };
+}
+
+std::shared_ptr<VdirAddressBook> makeAddressBook(Process& process, const LinuxPlatformOptions& options,
+                                                 const std::shared_ptr<StoreRegion>& region) {
+  VdirAddressBookOptions result;
+  result.index.contactsFolder = options.contactsFolder.value_or(options.folders.data / "contacts");
+  result.index.dataFolder = options.folders.data;
+  result.index.canonicalDestination = canonicalDestinations(region);
+  result.index.canonicalForm = regionSource(region);
+  result.index.progress = options.indexProgress;
+  result.surnameFirst = [region] { return writesSurnameFirst(region->locale()); };
+  return VdirAddressBook::make(process, std::move(result));
+}
+
+}  // namespace
+
+LinuxPlatform::LinuxPlatform(Process& process, const LinuxPlatformOptions& options)
+    : _dataFolder(options.folders.data),
+      _preferences(makePreferences(process, options.folders)),
+      _region(std::make_shared<StoreRegion>(_preferences, proposedRegion(options.region))),
+      _addressBook(makeAddressBook(process, options, _region)),
+      _favorites(std::make_shared<FavoritesFile>(_addressBook)) {
+  installPlatform(process, assemble(process, options.folders));
+}
+
+Platform LinuxPlatform::assemble(Process& process, const UserFolders& folders) {
+  const auto text = std::make_shared<IcuText>([region = _region] { return region->locale(); });
+  Platform platform;
+  platform.addressBook = _addressBook;
+  platform.preferences = _preferences;
+  platform.preferencesSync = std::make_shared<UnpairedDevice>();
+  platform.reachability = std::make_shared<IdentityService>(regionSource(_region));
+  platform.phoneNumbers = std::make_shared<LibPhoneNumber>(regionSource(_region));
+  platform.personNames = text;
+  platform.notifyBus = NotifyFolder::make(process, folders, logOf(process, "bus"));
+  platform.counters =
+      std::make_shared<PrometheusCounters>(process, folders.data / "counters.prom", logOf(process, "counters"));
+  platform.favorites = _favorites;
+  platform.contacts = std::make_shared<VdirContactStore>(_addressBook);
+  platform.text = text;
+  platform.digests = std::make_shared<NettleDigest>();
+  platform.strings = std::make_shared<GettextStrings>();
+  return platform;
+}
+
+}  // namespace pellor

@@ -1,0 +1,60 @@
+// The Linux platform: all adapters, put together for one process.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "linux/FavoritesFile.h"
+#include "linux/SQLitePreferences.h"
+#include "linux/StoreRegion.h"
+#include "linux/UserFolders.h"
+#include "linux/VdirAddressBook.h"
+#include "platform/Platform.h"
+#include "runtime/Process.h"
+
+namespace pellor {
+
+struct LinuxPlatformOptions {
+  UserFolders folders = UserFolders::find();
+  /// The folder of vCard files; absent: `contacts` in the data folder.
+  std::optional<std::filesystem::path> contactsFolder;
+  /// The region of a store that has none yet (see isRegion); absent: that of the user's locale.
+  std::optional<std::string> region;
+  /// Called on the main queue while contacts are read for the index, with how many of how many are done. May be empty.
+  std::function<void(std::size_t done, std::size_t total)> indexProgress;
+};
+
+/// Makes the adapters and installs them as the platform of a process; adds what a program needs of them beyond the
+/// platform interfaces. The log goes to the process's sink.
+///
+/// The store is opened, and a new one is given its region, when it is made; the contacts are read at their first use.
+/// The adapters live as long as the process; this object may go earlier. Main queue.
+class LinuxPlatform {
+ public:
+  explicit LinuxPlatform(Process& process, const LinuxPlatformOptions& options = {});
+
+  /// By which national numbers are read: the store's, whatever the options said.
+  std::string region() const { return _region->region(); }
+  std::string locale() const { return _region->locale(); }
+
+  SQLitePreferences& preferences() const { return *_preferences; }
+  FavoritesFile& favorites() const { return *_favorites; }
+  VdirAddressBook& addressBook() const { return *_addressBook; }
+  const std::filesystem::path& dataFolder() const { return _dataFolder; }
+  const std::filesystem::path& contactsFolder() const { return _addressBook->contactsFolder(); }
+
+ private:
+  Platform assemble(Process& process, const UserFolders& folders);
+
+  const std::filesystem::path _dataFolder;
+  const std::shared_ptr<SQLitePreferences> _preferences;
+  const std::shared_ptr<StoreRegion> _region;
+  std::shared_ptr<VdirAddressBook> _addressBook;
+  std::shared_ptr<FavoritesFile> _favorites;
+};
+
+}  // namespace pellor

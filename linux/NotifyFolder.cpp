@@ -1,0 +1,229 @@
+#include "linux/NotifyFolder.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <random>
+#include <utility>
+
+#include "linux/FolderWatch.h"
+#include "linux/PrivateFiles.h"
+
+namespace pellor {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr double FirstRetrySeconds = 0.25;
+constexpr double LongestRetrySeconds = 60;
+
+// A new counter begins anywhere: if all began at zero, one that was deleted and made again could come to stand where a
+// listener saw the old one.
+std::uint64_t anyNumber() {
+  std::random_device source;
+  return (std::uint64_t{source()} << 32) | source();
+}
+
+std::optional<std::uint64_t> readCount(int file) {
+  std::uint64_t count = 0;
+  struct stat found {};
+  const bool isWhole = ::fstat(file, &found) == 0 && found.st_size == sizeof count &&
+                       ::pread(file, &count, sizeof count, 0) == sizeof count;
+  return isWhole ? std::optional(count) : std::nullopt;
+}
+
+std::optional<std::uint64_t> readCount(const fs::path& path) {
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  return file ? readCount(file.get()) : std::nullopt;
+}
+
+bool writeCount(int file, std::uint64_t count) {
+  // In this order a short file is whole at once.
+  return ::pwrite(file, &count, sizeof count, 0) == sizeof count && ::ftruncate(file, sizeof count) == 0;
+}
+
+bool lockWhole(int file) {
+  while (::flock(file, LOCK_EX) != 0) {
+    if (errno != EINTR) return false;
+  }
+  return true;
+}
+
+bool isDeleted(int file) {
+  struct stat found {};
+  return ::fstat(file, &found) == 0 && found.st_nlink == 0;
+}
+
+/// The counter's file, open and locked; none with errno set when that is impossible.
+FileDescriptor lockedCounter(const fs::path& path) {
+  // A file that was deleted before the lock was granted is nobody's counter any more.
+  constexpr int attempts = 100;
+  for (int attempt = 0; attempt < attempts; ++attempt) {
+    FileDescriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR));
+    if (!file && errno == ENOENT && !createPrivateFolder(path.parent_path())) continue;
+    if (!file || !lockWhole(file.get())) return {};
+    if (!isDeleted(file.get())) return file;
+  }
+  errno = ENOENT;
+  return {};
+}
+
+}  // namespace
+
+std::shared_ptr<NotifyFolder> NotifyFolder::make(Process& process, fs::path folder, LogHandle log) {
+  return std::make_shared<NotifyFolder>(Passkey{}, process, std::move(folder), std::move(log));
+}
+
+std::shared_ptr<NotifyFolder> NotifyFolder::make(Process& process, const UserFolders& folders, LogHandle log) {
+  const fs::path folder = folders.notify();
+  if (!folders.runtime) log.log("no private runtime folder (XDG_RUNTIME_DIR), notifications go by %@", folder.string());
+  return make(process, folder, std::move(log));
+}
+
+NotifyFolder::NotifyFolder(Passkey, Process& process, fs::path folder, LogHandle log)
+    : _process(process), _folder(std::move(folder)), _log(std::move(log)), _retryPause(FirstRetrySeconds) {}
+
+NotifyFolder::~NotifyFolder() = default;
+
+void NotifyFolder::addObserver(const void* observer, std::function<void()> callback, std::string_view name) {
+  _process.requireMainQueue("NotifyFolder::addObserver");
+  removeObserver(observer, name);
+  startWatching();
+  const auto [channel, isNew] = _channels.try_emplace(std::string(name));
+  if (isNew) channel->second.seen = readCount(fileOf(channel->first));
+  channel->second.registrations.push_back(
+      {observer, _nextSerial++, std::make_shared<const std::function<void()>>(std::move(callback))});
+}
+
+void NotifyFolder::removeObserver(const void* observer, std::string_view name) {
+  _process.requireMainQueue("NotifyFolder::removeObserver");
+  const auto channel = _channels.find(name);
+  if (channel == _channels.end()) return;
+  auto& registrations = channel->second.registrations;
+  std::erase_if(registrations, [&](const Registration& known) { return known.observer == observer; });
+  if (registrations.empty()) _channels.erase(channel);
+}
+
+void NotifyFolder::post(std::string_view name) {
+  _process.requireMainQueue("NotifyFolder::post");
+  const std::string posted(name);
+  if (!count(posted)) {
+    _unposted.insert(posted);
+    retryLater();
+  }
+  if (_channels.contains(name)) deliverSoon(posted);
+}
+
+/// Raises the counter of a name; whether that was possible.
+bool NotifyFolder::count(const std::string& name) {
+  const FileDescriptor file = lockedCounter(fileOf(name));
+  Count before;
+  if (file) before = readCount(file.get());
+  const std::uint64_t after = before ? *before + 1 : anyNumber();
+  const bool isCounted = file && writeCount(file.get(), after);
+  note(_sending, isCounted ? std::nullopt : std::optional(systemError("cannot count a post in", _folder)));
+  const auto channel = _channels.find(name);
+  if (!isCounted || channel == _channels.end()) return isCounted;
+  // Posts of others that the watch has not reported yet would be covered by the new count.
+  if (std::exchange(channel->second.seen, after) != before) deliverSoon(name);
+  return true;
+}
+
+void NotifyFolder::retryLater() {
+  if (_retryTimer && _retryTimer->isValid()) return;
+  _retryTimer = Timer::after(_process.mainQueue(), _retryPause, [weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->retry();
+  });
+  _retryPause = std::min(_retryPause * 2, LongestRetrySeconds);
+}
+
+void NotifyFolder::retry() {
+  if (!isThere()) makeFolder();
+  std::erase_if(_unposted, [this](const std::string& name) { return count(name); });
+  if (_unposted.empty() && isThere()) {
+    _retryPause = FirstRetrySeconds;
+  } else {
+    retryLater();
+  }
+}
+
+void NotifyFolder::deliverSoon(const std::string& name) {
+  _process.mainQueue().async([weak = weak_from_this(), name, endSerial = _nextSerial] {
+    if (const auto self = weak.lock()) self->deliver(name, endSerial);
+  });
+}
+
+/// Calls the registrations that were made before `endSerial` and still stand when their turn comes.
+void NotifyFolder::deliver(const std::string& name, std::uint64_t endSerial) {
+  for (std::uint64_t nextSerial = 0; nextSerial < endSerial;) {
+    const auto channel = _channels.find(name);
+    if (channel == _channels.end()) return;
+    const auto& registrations = channel->second.registrations;
+    const auto next =
+        std::ranges::find_if(registrations, [&](const Registration& known) { return known.serial >= nextSerial; });
+    if (next == registrations.end() || next->serial >= endSerial) return;
+    nextSerial = next->serial + 1;
+    const auto callback = next->callback;
+    (*callback)();
+  }
+}
+
+void NotifyFolder::startWatching() {
+  if (_watch) return;
+  makeFolder();
+  const auto concerns = [](std::string_view) { return true; };
+  // The last reference to the bus must not drop on the watching thread: the tasks take one, the watch does not.
+  const auto handler = [&queue = _process.mainQueue(), weak = weak_from_this()](const FolderChange& change,
+                                                                                const std::string& problem) {
+    queue.async([weak, mayHaveMissed = change.everything, problem] {
+      if (const auto self = weak.lock()) self->folderChanged(mayHaveMissed, problem);
+    });
+  };
+  _watch = std::make_unique<FolderWatch>(_folder, concerns, handler);
+}
+
+void NotifyFolder::folderChanged(bool mayHaveMissed, const std::string& problem) {
+  if (!problem.empty()) note(_receiving, problem);
+  // Once it is there again the watch reports that posts may have been missed.
+  if (mayHaveMissed && !isThere()) return makeFolder();
+  if (problem.empty()) note(_receiving, std::nullopt);
+  check(mayHaveMissed ? Delivery::always : Delivery::whenCounted);
+}
+
+bool NotifyFolder::isThere() const {
+  std::error_code ignored;
+  return fs::is_directory(_folder, ignored);
+}
+
+void NotifyFolder::makeFolder() {
+  const std::optional<std::string> error = createPrivateFolder(_folder);
+  note(_receiving, error);
+  if (error) retryLater();
+}
+
+/// Delivers the names whose counters have moved, or all of them after posts may have been missed.
+void NotifyFolder::check(Delivery delivery) {
+  std::vector<std::string> posted;
+  for (auto& [name, channel] : _channels) {
+    const Count count = readCount(fileOf(name));
+    if (std::exchange(channel.seen, count) != count || delivery == Delivery::always) posted.push_back(name);
+  }
+  for (const std::string& name : posted) deliver(name, _nextSerial);
+}
+
+void NotifyFolder::note(Direction& direction, const std::optional<std::string>& error) {
+  if (std::exchange(direction.isFaulty, error.has_value()) == error.has_value()) return;
+  if (error) {
+    _log.log("notifications cannot be %@: %@", direction.operation, *error);
+  } else {
+    _log.log("notifications can be %@ again", direction.operation);
+  }
+}
+
+fs::path NotifyFolder::fileOf(const std::string& name) const { return _folder / fileNameOf(name); }
+
+}  // namespace pellor

@@ -1,0 +1,96 @@
+// Notifications between the user's processes: counter files in a folder, watched by inotify.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "linux/UserFolders.h"
+#include "platform/SystemNotifyBus.h"
+#include "runtime/Log.h"
+#include "runtime/Process.h"
+#include "runtime/Timer.h"
+
+namespace pellor {
+
+class FolderWatch;
+
+/// Each name has a file that counts its posts. A post raises the counter under a file lock; a process sees that others
+/// posted when a counter is not where it knows it to be. So a burst of posts may wake a listener once, and nothing is
+/// lost by it. Own deliveries do not go through the folder.
+///
+/// A post that cannot be counted (no space, no permission) is delivered to this process, kept for the others, logged
+/// once and tried again with a growing pause. A folder that vanishes is made again; then each observed name gets a
+/// delivery.
+///
+/// Main queue. Destroyed on it too, at the latest with the process.
+class NotifyFolder final : public SystemNotifyBus, public std::enable_shared_from_this<NotifyFolder> {
+  struct Passkey {};
+
+ public:
+  /// A bus of `process` in the given folder, which is made at the first use (0700).
+  static std::shared_ptr<NotifyFolder> make(Process& process, std::filesystem::path folder, LogHandle log);
+  /// In the user's notify folder; logs a warning when the user has no runtime folder, since processes that have one
+  /// will not be heard then.
+  static std::shared_ptr<NotifyFolder> make(Process& process, const UserFolders& folders, LogHandle log);
+
+  NotifyFolder(Passkey, Process& process, std::filesystem::path folder, LogHandle log);
+  ~NotifyFolder() override;
+
+  /// A second registration of the same observer for the same name takes the place of the first.
+  void addObserver(const void* observer, std::function<void()> callback, std::string_view name) override;
+  void removeObserver(const void* observer, std::string_view name) override;
+  void post(std::string_view name) override;
+
+ private:
+  using Count = std::optional<std::uint64_t>;  ///< absent: no file, or a damaged one
+
+  struct Registration {
+    const void* observer;
+    std::uint64_t serial;
+    std::shared_ptr<const std::function<void()>> callback;
+  };
+  struct Channel {
+    Count seen;  ///< up to which all posts were delivered or are queued for delivery
+    std::vector<Registration> registrations;
+  };
+  enum class Delivery { whenCounted, always };
+  struct Direction {
+    const char* operation;
+    bool isFaulty = false;
+  };
+
+  void startWatching();
+  void folderChanged(bool mayHaveMissed, const std::string& problem);
+  bool isThere() const;
+  void makeFolder();
+  void check(Delivery delivery);
+  void deliverSoon(const std::string& name);
+  void deliver(const std::string& name, std::uint64_t endSerial);
+  bool count(const std::string& name);
+  void retry();
+  void retryLater();
+  void note(Direction& direction, const std::optional<std::string>& error);
+  std::filesystem::path fileOf(const std::string& name) const;
+
+  Process& _process;
+  const std::filesystem::path _folder;
+  const LogHandle _log;
+  std::map<std::string, Channel, std::less<>> _channels;  ///< the observed names
+  std::uint64_t _nextSerial = 0;
+  std::set<std::string, std::less<>> _unposted;
+  std::shared_ptr<Timer> _retryTimer;
+  double _retryPause;
+  Direction _sending{"sent"};
+  Direction _receiving{"received"};
+  std::unique_ptr<FolderWatch> _watch;
+};
+
+}  // namespace pellor

@@ -1,0 +1,179 @@
+#include "linux/PreferencesDatabase.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <thread>
+
+#include "linux/PrivateFiles.h"
+
+namespace pellor {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr double BusySeconds = 5;
+constexpr std::int64_t SchemaVersion = 1;
+
+/// Held while the file is made, opened and laid out. SQLite's own locks do not cover the change to write-ahead logging
+/// when several processes start at once.
+class FolderLock {
+ public:
+  explicit FolderLock(const fs::path& folder)
+      : _descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (!_descriptor) throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot open the folder", folder));
+    // Tried for a while only: a holder that was stopped in the middle must not stop everybody else.
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(BusySeconds);
+    while (::flock(_descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
+      if (errno != EWOULDBLOCK && errno != EINTR) throw SQLiteError(SQLITE_IOERR, systemError("cannot lock", folder));
+      if (std::chrono::steady_clock::now() > end) throw SQLiteError(SQLITE_BUSY, folder.string() + " is locked");
+      std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+  }
+
+ private:
+  FileDescriptor _descriptor;
+};
+
+fs::path besideFile(const fs::path& file, const char* suffix) { return file.string() + suffix; }
+
+// Made without opening it: a close would drop the locks that another connection of this process holds on the file.
+// SQLite gives its other files the same mode.
+void makeFile(const fs::path& file) {
+  if (::mknod(file.c_str(), S_IFREG | S_IRUSR | S_IWUSR, 0) == 0 || errno == EEXIST) return;
+  throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot make", file));
+}
+
+void closeToOthers(const fs::path& file) {
+  struct stat found {};
+  if (::stat(file.c_str(), &found) != 0 || !S_ISREG(found.st_mode) || (found.st_mode & 077) == 0) return;
+  // Fails for another user's file, which stays as that user wants it.
+  ::chmod(file.c_str(), S_IRUSR | S_IWUSR);
+}
+
+bool lacksPermission(const SQLiteError& error) {
+  return error.code() == SQLITE_CANTOPEN || error.code() == SQLITE_READONLY;
+}
+
+void requireVersion(const SQLiteDatabase& database) {
+  const std::int64_t version = database.integer("PRAGMA user_version");
+  if (version == SchemaVersion) return;
+  throw SQLiteError(SQLITE_NOTADB, version > SchemaVersion
+                                       ? "the store was made by a later version (" + std::to_string(version) + ")"
+                                       : "the file is no store of this program");
+}
+
+}  // namespace
+
+fs::path PreferencesDatabase::fileIn(const fs::path& folder) { return folder / "preferences.sqlite"; }
+
+PreferencesDatabase::PreferencesDatabase(const fs::path& folder, bool forWriting) {
+  if (forWriting) openForWriting(folder);
+  if (!_isWritable) openForReading(fileIn(folder));
+}
+
+void PreferencesDatabase::openForWriting(const fs::path& folder) {
+  const fs::path file = fileIn(folder);
+  if (auto error = createPrivateFolder(folder)) throw SQLiteError(SQLITE_CANTOPEN, *error);
+  const FolderLock lock(folder);
+  std::error_code ignored;
+  if (!fs::exists(file, ignored)) makeFile(file);
+  for (const char* suffix : {"", "-wal", "-shm"}) closeToOthers(besideFile(file, suffix));
+  _database = std::make_unique<SQLiteDatabase>(file, SQLiteDatabase::Access::readWrite, BusySeconds);
+  if (_database->isReadOnly()) return;
+  try {
+    prepareForWriting();
+    _isWritable = true;
+  } catch (const SQLiteError& error) {
+    // The file may be written but not its folder, where the log would have to be.
+    if (!lacksPermission(error)) throw;
+  }
+}
+
+void PreferencesDatabase::prepareForWriting() {
+  _database->execute("PRAGMA synchronous = FULL");
+  _database->execute("PRAGMA cell_size_check = ON");
+  const bool isNew =
+      _database->integer("PRAGMA user_version") == 0 && _database->integer("SELECT count(*) FROM sqlite_master") == 0;
+  if (!isNew) requireVersion(*_database);
+  _database->execute("PRAGMA journal_mode = WAL");
+  if (!isNew) return;
+  SQLiteTransaction transaction(*_database, SQLiteTransaction::Kind::write);
+  for (const char* table : {"preferences", "last_good"}) {
+    _database->execute("CREATE TABLE " + std::string(table) +
+                       " (domain TEXT NOT NULL, key TEXT NOT NULL, value BLOB NOT NULL, PRIMARY KEY (domain, key))"
+                       " WITHOUT ROWID");
+  }
+  _database->execute("PRAGMA user_version = " + std::to_string(SchemaVersion));
+  transaction.commit();
+}
+
+void PreferencesDatabase::openForReading(const fs::path& file) {
+  _database = std::make_unique<SQLiteDatabase>(file, SQLiteDatabase::Access::readOnly, BusySeconds);
+  try {
+    requireVersion(*_database);
+    return;
+  } catch (const SQLiteError& error) {
+    // Reading beside writers needs two more files. Where they cannot be made nobody writes either, and the file by
+    // itself is complete, unless a log with commits that are not in it yet was left beside it.
+    std::error_code ignored;
+    const auto logSize = fs::file_size(besideFile(file, "-wal"), ignored);
+    const bool isComplete = ignored || logSize == 0;
+    if (!lacksPermission(error) || !isComplete) throw;
+  }
+  _database = std::make_unique<SQLiteDatabase>(file, SQLiteDatabase::Access::frozen, BusySeconds);
+  _isFrozen = true;
+  requireVersion(*_database);
+}
+
+SQLiteTransaction PreferencesDatabase::transaction(SQLiteTransaction::Kind kind) const {
+  if (kind == SQLiteTransaction::Kind::write && !_isWritable) {
+    throw SQLiteError(SQLITE_READONLY, "the store is read-only");
+  }
+  return {*_database, kind};
+}
+
+std::optional<Data> PreferencesDatabase::value(std::string_view key, std::string_view domain) const {
+  return query("SELECT value FROM preferences WHERE domain = ?1 AND key = ?2", key, domain);
+}
+
+std::optional<Data> PreferencesDatabase::lastGoodValue(std::string_view key, std::string_view domain) const {
+  return query("SELECT value FROM last_good WHERE domain = ?1 AND key = ?2", key, domain);
+}
+
+std::optional<Data> PreferencesDatabase::query(std::string_view text, std::string_view key,
+                                               std::string_view domain) const {
+  SQLiteStatement statement = _database->prepare(text);
+  statement.bind(1, domain).bind(2, key);
+  if (!statement.step()) return std::nullopt;
+  const std::span<const std::uint8_t> bytes = statement.bytes(0);
+  return Data(bytes.begin(), bytes.end());
+}
+
+void PreferencesDatabase::write(std::string_view key, std::string_view domain,
+                                std::span<const std::uint8_t> value) const {
+  // An update to the same bytes would still be a commit to the disk, and news to every other process.
+  constexpr std::string_view rest =
+      " VALUES (?1, ?2, ?3) ON CONFLICT DO UPDATE SET value = excluded.value WHERE value IS NOT excluded.value";
+  change(std::string("INSERT INTO preferences").append(rest), key, domain, value);
+  change(std::string("INSERT INTO last_good").append(rest), key, domain, value);
+}
+
+void PreferencesDatabase::remove(std::string_view key, std::string_view domain) const {
+  change("DELETE FROM preferences WHERE domain = ?1 AND key = ?2", key, domain, std::nullopt);
+  change("DELETE FROM last_good WHERE domain = ?1 AND key = ?2", key, domain, std::nullopt);
+}
+
+void PreferencesDatabase::change(std::string_view text, std::string_view key, std::string_view domain,
+                                 std::optional<std::span<const std::uint8_t>> value) const {
+  SQLiteStatement statement = _database->prepare(text);
+  statement.bind(1, domain).bind(2, key);
+  if (value) statement.bind(3, *value);
+  statement.run();
+}
+
+}  // namespace pellor

@@ -1,0 +1,54 @@
+// Files and folders for their owner alone.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace pellor {
+
+/// Closes what it holds.
+class FileDescriptor {
+ public:
+  FileDescriptor() = default;
+  explicit FileDescriptor(int descriptor) : _descriptor(descriptor) {}
+  ~FileDescriptor() { close(); }
+  FileDescriptor(FileDescriptor&& other) noexcept : _descriptor(other.release()) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept;
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+
+  int get() const { return _descriptor; }
+  explicit operator bool() const { return _descriptor >= 0; }
+  int release();
+  void close();
+
+ private:
+  int _descriptor = -1;
+};
+
+/// "<what> <path>: <the system's text for errno>".
+std::string systemError(std::string_view what, const std::filesystem::path& path);
+
+/// Makes the folder and the missing ones above it with mode 0700; those that are there keep theirs. Absent when the
+/// folder is there afterwards, else the error. Any thread.
+std::optional<std::string> createPrivateFolder(const std::filesystem::path& folder);
+
+/// Replaces the file by one with this content and mode 0600, so that a reader sees the old content or the new one,
+/// whole. Absent on success, else the error. Survives the end of the process, not of the system. Any thread.
+std::optional<std::string> replacePrivateFile(const std::filesystem::path& file, std::string_view content);
+
+/// A file name made of the text, another one for every text: what is no letter, digit, ".", "-" or "_" of ASCII becomes
+/// "%" and two digits, and a name that would be too long ends in a digest. Never empty, never beginning with a dot.
+std::string fileNameOf(std::string_view text);
+
+/// What became of an attempt to make a new file.
+enum class FileCreation { created, exists, failed };
+
+/// Makes a file of mode 0600 that was not there before. When it is `created` its content is on the disk. Nothing is
+/// left behind after a failure. Any thread.
+FileCreation createPrivateFile(const std::filesystem::path& file, std::span<const std::uint8_t> content);
+
+}  // namespace pellor

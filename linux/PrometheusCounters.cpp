@@ -1,0 +1,67 @@
+#include "linux/PrometheusCounters.h"
+
+#include <prometheus/gauge.h>
+#include <prometheus/registry.h>
+#include <prometheus/text_serializer.h>
+
+#include <utility>
+
+#include "linux/PrivateFiles.h"
+
+namespace pellor {
+
+std::string metricNameOf(std::string_view key) {
+  std::string name;
+  for (const char character : key) {
+    const bool isLetter = (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
+    const bool isDigit = character >= '0' && character <= '9';
+    if (isDigit && name.empty()) name += '_';
+    name += isLetter || isDigit ? character : '_';
+  }
+  return name.empty() ? "_" : name;
+}
+
+PrometheusCounters::PrometheusCounters(Process& process, std::filesystem::path file, LogHandle log)
+    : _process(process),
+      _file(std::move(file)),
+      _log(std::move(log)),
+      _registry(std::make_unique<prometheus::Registry>()) {
+  _process.addSettleParticipant(*this);
+}
+
+PrometheusCounters::~PrometheusCounters() { _process.removeSettleParticipant(*this); }
+
+void PrometheusCounters::setValueForScalarKey(std::string_view key, std::int64_t value) {
+  _process.requireMainQueue("PrometheusCounters::setValueForScalarKey");
+  const bool isNew = !_gauges.contains(key);
+  prometheus::Gauge& gauge = gaugeFor(key);
+  const auto number = static_cast<double>(value);
+  if (!isNew && gauge.Value() == number) return;
+  gauge.Set(number);
+  _hasChanged = true;
+}
+
+prometheus::Gauge& PrometheusCounters::gaugeFor(std::string_view key) {
+  const auto known = _gauges.find(key);
+  if (known != _gauges.end()) return *known->second;
+  // Adding the same metric again gives the one that is there.
+  auto& family = prometheus::BuildGauge().Name(metricNameOf(key)).Help(std::string(key)).Register(*_registry);
+  prometheus::Gauge& gauge = family.Add({});
+  _gauges.emplace(key, &gauge);
+  return gauge;
+}
+
+void PrometheusCounters::didSettle() {
+  if (!_hasChanged) return;
+  std::optional<std::string> error = createPrivateFolder(_file.parent_path());
+  if (!error) error = replacePrivateFile(_file, prometheus::TextSerializer().Serialize(_registry->Collect()));
+  _hasChanged = error.has_value();
+  if (std::exchange(_hasFailed, error.has_value()) == error.has_value()) return;
+  if (error) {
+    _log.log("counters cannot be written: %@", *error);
+  } else {
+    _log.log("counters can be written again");
+  }
+}
+
+}  // namespace pellor

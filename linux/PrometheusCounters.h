@@ -1,0 +1,54 @@
+// Counters as a text file in the Prometheus exposition format.
+#pragma once
+
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/AnalyticsCounters.h"
+#include "runtime/Log.h"
+#include "runtime/Process.h"
+
+namespace prometheus {
+class Gauge;
+class Registry;
+}  // namespace prometheus
+
+namespace pellor {
+
+/// Writes the file at the end of each settle of the process in which a value changed. A write that fails is logged once
+/// and tried again at the next settle; counters never make a settle fail. Main queue; destroyed on it too, at the
+/// latest with the process.
+class PrometheusCounters final : public AnalyticsCounters, public SettleParticipant {
+ public:
+  /// `file` is replaced as a whole, for the owner alone; its folder is made when it is missing.
+  PrometheusCounters(Process& process, std::filesystem::path file, LogHandle log);
+  ~PrometheusCounters() override;
+  PrometheusCounters(const PrometheusCounters&) = delete;
+  PrometheusCounters& operator=(const PrometheusCounters&) = delete;
+
+  void setValueForScalarKey(std::string_view key, std::int64_t value) override;
+
+  bool isSettled() const override { return true; }
+  bool isWritten() const override { return true; }
+  void didSettle() override;
+
+ private:
+  prometheus::Gauge& gaugeFor(std::string_view key);
+
+  Process& _process;
+  const std::filesystem::path _file;
+  const LogHandle _log;
+  const std::unique_ptr<prometheus::Registry> _registry;
+  std::map<std::string, prometheus::Gauge*, std::less<>> _gauges;  ///< by key; owned by the registry
+  bool _hasChanged = false;
+  bool _hasFailed = false;
+};
+
+/// The key with everything that may not stand in a metric name as "_": "org.tapnote.tn.friendList.size" is
+/// "org_tapnote_tn_friendList_size". Keys that differ in such characters alone share a metric.
+std::string metricNameOf(std::string_view key);
+
+}  // namespace pellor

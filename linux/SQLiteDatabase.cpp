@@ -1,0 +1,135 @@
+#include "linux/SQLiteDatabase.h"
+
+namespace pellor {
+namespace {
+
+// In a file URI these three would end the path or begin an escape.
+std::string uriOf(const std::filesystem::path& file, SQLiteDatabase::Access access) {
+  std::string uri = "file:";
+  for (const char character : std::filesystem::absolute(file).string()) {
+    if (character == '%') {
+      uri += "%25";
+    } else if (character == '?') {
+      uri += "%3f";
+    } else if (character == '#') {
+      uri += "%23";
+    } else {
+      uri += character;
+    }
+  }
+  return access == SQLiteDatabase::Access::frozen ? uri + "?immutable=1" : uri;
+}
+
+}  // namespace
+
+SQLiteStatement::SQLiteStatement(sqlite3* database, std::string_view text) : _database(database) {
+  sqlite3_stmt* statement = nullptr;
+  const int code = sqlite3_prepare_v2(database, text.data(), static_cast<int>(text.size()), &statement, nullptr);
+  _statement.reset(statement);
+  check(code);
+}
+
+void SQLiteStatement::check(int code) const {
+  if (code != SQLITE_OK) throw SQLiteError(code, sqlite3_errmsg(_database));
+}
+
+SQLiteStatement& SQLiteStatement::bind(int parameter, std::string_view text) {
+  // A null pointer would bind NULL in place of an empty text.
+  const char* content = text.data() ? text.data() : "";
+  check(sqlite3_bind_text64(_statement.get(), parameter, content, text.size(), SQLITE_STATIC, SQLITE_UTF8));
+  return *this;
+}
+
+SQLiteStatement& SQLiteStatement::bind(int parameter, std::span<const std::uint8_t> bytes) {
+  const void* content = bytes.data() ? static_cast<const void*>(bytes.data()) : "";
+  check(sqlite3_bind_blob64(_statement.get(), parameter, content, bytes.size(), SQLITE_STATIC));
+  return *this;
+}
+
+SQLiteStatement& SQLiteStatement::bind(int parameter, std::int64_t integer) {
+  check(sqlite3_bind_int64(_statement.get(), parameter, integer));
+  return *this;
+}
+
+bool SQLiteStatement::step() {
+  const int code = sqlite3_step(_statement.get());
+  if (code == SQLITE_ROW) return true;
+  if (code != SQLITE_DONE) check(code);
+  return false;
+}
+
+void SQLiteStatement::reset() {
+  // What it returns is the error of the last step, which has been reported.
+  sqlite3_reset(_statement.get());
+  sqlite3_clear_bindings(_statement.get());
+}
+
+void SQLiteStatement::run() {
+  while (step()) {
+  }
+}
+
+std::int64_t SQLiteStatement::integer(int column) const { return sqlite3_column_int64(_statement.get(), column); }
+
+std::string SQLiteStatement::text(int column) const {
+  const std::span<const std::uint8_t> content = bytes(column);
+  return {content.begin(), content.end()};
+}
+
+std::span<const std::uint8_t> SQLiteStatement::bytes(int column) const {
+  const void* content = sqlite3_column_blob(_statement.get(), column);
+  const int length = sqlite3_column_bytes(_statement.get(), column);
+  return {static_cast<const std::uint8_t*>(content), static_cast<std::size_t>(length)};
+}
+
+SQLiteDatabase::SQLiteDatabase(const std::filesystem::path& file, Access access, double busySeconds) {
+  const int mode = access == Access::readWrite ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
+  open(uriOf(file, access).c_str(), mode | SQLITE_OPEN_URI);
+  sqlite3_busy_timeout(_database.get(), static_cast<int>(busySeconds * 1000));
+}
+
+SQLiteDatabase SQLiteDatabase::inMemory() {
+  SQLiteDatabase database;
+  database.open(":memory:", SQLITE_OPEN_READWRITE);
+  return database;
+}
+
+void SQLiteDatabase::open(const char* name, int flags) {
+  sqlite3* database = nullptr;
+  const int code = sqlite3_open_v2(name, &database, flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE, nullptr);
+  _database.reset(database);
+  if (code != SQLITE_OK) throw SQLiteError(code, database ? sqlite3_errmsg(database) : sqlite3_errstr(code));
+}
+
+std::int64_t SQLiteDatabase::integer(std::string_view query) const {
+  SQLiteStatement statement = prepare(query);
+  return statement.step() ? statement.integer(0) : 0;
+}
+
+bool SQLiteDatabase::isReadOnly() const { return sqlite3_db_readonly(_database.get(), "main") != 0; }
+
+bool SQLiteDatabase::hasMoved() const {
+  int moved = 0;
+  sqlite3_file_control(_database.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+  return moved != 0;
+}
+
+SQLiteTransaction::SQLiteTransaction(const SQLiteDatabase& database, Kind kind) : _database(database) {
+  _database.execute(kind == Kind::write ? "BEGIN IMMEDIATE" : "BEGIN");
+}
+
+SQLiteTransaction::~SQLiteTransaction() {
+  if (!_isOpen) return;
+  try {
+    _database.execute("ROLLBACK");
+  } catch (const SQLiteError&) {
+    // Some failures have rolled it back already.
+  }
+}
+
+void SQLiteTransaction::commit() {
+  _database.execute("COMMIT");
+  _isOpen = false;
+}
+
+}  // namespace pellor

@@ -1,0 +1,97 @@
+// The address book over a vdir: a folder of vCard files, one contact each.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "linux/ContactIndexOptions.h"
+#include "linux/FolderChange.h"
+#include "platform/AddressBookStore.h"
+#include "runtime/Process.h"
+#include "runtime/Timer.h"
+
+namespace pellor {
+
+class ContactIndex;
+class FolderWatch;
+class VdirHandle;
+
+/// Posted on the main queue after contacts changed, whichever process noticed it first. No object.
+inline constexpr const char* AddressBookChangedNotification = "AddressBookChangedNotification";
+/// Posted on the main queue after the favorites file of the contacts folder changed. No object.
+inline constexpr const char* FavoritesFileChangedNotification = "FavoritesFileChangedNotification";
+
+struct VdirAddressBookOptions {
+  ContactIndexOptions index;
+  /// Whether the user's locale writes surnames first; empty: it does not.
+  std::function<bool()> surnameFirst;
+  bool shortNameFormatEnabled = false;
+  bool shortNamePreferNicknames = false;
+};
+
+/// Costs nothing until it is used. The first use watches the folder and brings the index in step with it; from then on
+/// changes are noticed while the main queue is served. Main queue, but for the text tests.
+class VdirAddressBook final : public AddressBookStore, public std::enable_shared_from_this<VdirAddressBook> {
+  class Passkey {};
+
+ public:
+  static std::shared_ptr<VdirAddressBook> make(Process& process, VdirAddressBookOptions options);
+  VdirAddressBook(Passkey, Process& process, VdirAddressBookOptions options);
+  ~VdirAddressBook() override;
+
+  /// What is read inside comes from one state of the contacts, whatever other processes do meanwhile.
+  void performWithAddressBook(const std::function<void(AddressBook&)>& work) override;
+  std::shared_ptr<AddressBook> openPrivateAddressBook() override;
+  std::string addressBookChangedNotification() const override { return AddressBookChangedNotification; }
+  bool shortNameFormatEnabled() const override { return _shortNameFormatEnabled; }
+  bool shortNamePreferNicknames() const override { return _shortNamePreferNicknames; }
+  std::uint32_t propertyType(RecordProperty property) const override;
+  std::int32_t addMultiValueEntry(MultiValue& multiValue, std::string value, std::string label) const override;
+  bool containsNonLatinCharacters(std::string_view text) const override;
+  bool containsEmojiCharacters(std::string_view text) const override;
+
+  /// Why there are no contacts, in one sentence for the user; absent when the folder can be read.
+  std::optional<std::string> folderError();
+  const std::filesystem::path& contactsFolder() const { return _contactsFolder; }
+  const LogHandle& log() const { return _log; }
+  /// The shared handle, for the other adapters of the same folder. To be used inside `performWithAddressBook`.
+  VdirHandle& sharedHandle() { return *_shared; }
+
+ private:
+  /// What the watch's thread hands over.
+  struct Inbox;
+
+  void start();
+  std::unique_ptr<FolderWatch> makeWatch();
+  void takeInbox();
+  void resumeInbox();
+  void takeWatchProblem(const std::string& problem);
+  void update(const FolderChange& change);
+  void tryAgainLater();
+  void announce();
+  void post(const char* notification);
+
+  Process& _process;
+  const LogHandle _log;
+  const std::filesystem::path _contactsFolder;
+  const bool _shortNameFormatEnabled;
+  const bool _shortNamePreferNicknames;
+  const std::shared_ptr<ContactIndex> _index;
+  const std::shared_ptr<VdirHandle> _shared;
+  const std::shared_ptr<Inbox> _inbox;
+  std::string _watchProblem;
+  FolderChange _unfinished;  ///< what could not be brought into the index yet
+  std::shared_ptr<Timer> _retry;
+  double _retryPause = 0;
+  std::int32_t _announcedSequence = 0;
+  mutable std::int32_t _lastEntryIdentifier = 0;
+  /// Set at the first use; the last to be made and the first to go.
+  std::unique_ptr<FolderWatch> _watch;
+};
+
+}  // namespace pellor

@@ -1,0 +1,109 @@
+#include "linux/VdirHandle.h"
+
+#include <algorithm>
+#include <set>
+#include <tuple>
+
+#include "linux/NameSearchKey.h"
+#include "linux/VdirContactRecord.h"
+
+namespace pellor {
+
+namespace {
+
+constexpr std::size_t FewRecords = 64;
+
+bool standsForItsSet(const ContactRecord& record) {
+  return record.linkID() == InvalidRecordID || record.linkID() == record.recordID();
+}
+
+std::optional<std::vector<RecordRef>> unlessEmpty(std::vector<RecordRef> records) {
+  if (records.empty()) return std::nullopt;
+  return records;
+}
+
+}  // namespace
+
+VdirHandle::VdirHandle(std::shared_ptr<ContactIndex> index, std::function<bool()> surnameFirst)
+    : _index(std::move(index)), _surnameFirst(std::move(surnameFirst)) {}
+
+std::optional<std::string> VdirHandle::databaseUID() {
+  std::string uid = _index->databaseUID();
+  if (uid.empty()) return std::nullopt;
+  return uid;
+}
+
+std::int32_t VdirHandle::sequenceNumber() { return _index->sequenceNumber(); }
+
+RecordRef VdirHandle::record(std::optional<IndexedContact> contact) {
+  if (!contact) return nullptr;
+  std::weak_ptr<VdirContactRecord>& held = _records[contact->recordID];
+  if (const auto record = held.lock()) {
+    record->refresh(std::move(*contact));
+    return record;
+  }
+  const auto record = std::make_shared<VdirContactRecord>(weak_from_this(), std::move(*contact));
+  held = record;
+  forgetUnusedRecords();
+  return record;
+}
+
+void VdirHandle::forgetUnusedRecords() {
+  if (_records.size() <= _recordsWorthForgetting) return;
+  std::erase_if(_records, [](const auto& entry) { return entry.second.expired(); });
+  _recordsWorthForgetting = 2 * _records.size() + FewRecords;
+}
+
+std::vector<RecordRef> VdirHandle::records(const std::vector<std::int32_t>& recordIDs) {
+  std::vector<RecordRef> found;
+  for (const std::int32_t recordID : recordIDs) {
+    if (RecordRef person = personForRecordID(recordID)) found.push_back(std::move(person));
+  }
+  return found;
+}
+
+std::vector<RecordRef> VdirHandle::linkedSet(std::int32_t linkID) {
+  return records(_index->recordIDsOfLinkedSet(linkID));
+}
+
+RecordRef VdirHandle::copyPersonMatchingGUID(std::string_view guid) { return record(_index->contactWithGUID(guid)); }
+
+RecordRef VdirHandle::personForRecordID(std::int32_t recordID) { return record(_index->contactWithID(recordID)); }
+
+std::optional<std::vector<RecordRef>> VdirHandle::copyPeopleMatchingName(std::string_view name) {
+  return unlessEmpty(records(_index->recordIDsMatchingName(name)));
+}
+
+std::optional<std::vector<RecordRef>> VdirHandle::orderedPeopleForDestination(std::string_view destination) {
+  std::vector<RecordRef> people = records(_index->recordIDsForDestination(destination));
+  std::stable_partition(people.begin(), people.end(), [](const RecordRef& person) { return standsForItsSet(*person); });
+  return unlessEmpty(std::move(people));
+}
+
+std::vector<RecordRef> VdirHandle::allPeople() { return records(_index->allRecordIDs()); }
+
+std::vector<RecordRef> VdirHandle::markedFavorites() {
+  struct Favorite {
+    bool hasNoPlace;
+    int place;
+    std::string name;
+    RecordRef person;
+  };
+  std::vector<Favorite> favorites;
+  for (const RecordRef& person : records(_index->favoriteRecordIDs())) {
+    const int place = static_cast<const VdirContactRecord&>(*person).card().favoriteOrder;
+    favorites.push_back({place == 0, place, nameSortKey(person->compositeName().value_or("")), person});
+  }
+  std::stable_sort(favorites.begin(), favorites.end(), [](const Favorite& one, const Favorite& other) {
+    return std::tie(one.hasNoPlace, one.place, one.name) < std::tie(other.hasNoPlace, other.place, other.name);
+  });
+  std::vector<RecordRef> people;
+  std::set<std::int32_t> linkedSets;
+  for (const Favorite& favorite : favorites) {
+    const std::int32_t set = favorite.person->linkID();
+    if (set == InvalidRecordID || linkedSets.insert(set).second) people.push_back(favorite.person);
+  }
+  return people;
+}
+
+}  // namespace pellor

@@ -1,0 +1,56 @@
+// A handle to the address book of a contacts folder, and its records.
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "linux/ContactIndex.h"
+#include "platform/AddressBookStore.h"
+
+namespace pellor {
+
+class VdirContactRecord;
+
+/// Reads through the index. Main queue. Made with `std::make_shared`.
+class VdirHandle final : public AddressBook, public std::enable_shared_from_this<VdirHandle> {
+ public:
+  /// `surnameFirst` says whether the locale writes surnames first.
+  VdirHandle(std::shared_ptr<ContactIndex> index, std::function<bool()> surnameFirst);
+
+  /// A handle to the same address book with records of its own.
+  std::shared_ptr<VdirHandle> another() const { return std::make_shared<VdirHandle>(_index, _surnameFirst); }
+
+  std::optional<std::string> databaseUID() override;
+  std::int32_t sequenceNumber() override;
+  RecordRef copyPersonMatchingGUID(std::string_view guid) override;
+  RecordRef personForRecordID(std::int32_t recordID) override;
+  std::optional<std::vector<RecordRef>> copyPeopleMatchingName(std::string_view name) override;
+  std::optional<std::vector<RecordRef>> orderedPeopleForDestination(std::string_view destination) override;
+  std::vector<RecordRef> allPeople() override;
+
+  /// The records that the user marked as favorites in their cards, one for each person: those with a place of their own
+  /// by it, then the others by name.
+  std::vector<RecordRef> markedFavorites();
+
+ private:
+  friend class VdirContactRecord;
+
+  RecordRef record(std::optional<IndexedContact> contact);
+  std::vector<RecordRef> records(const std::vector<std::int32_t>& recordIDs);
+  std::vector<RecordRef> linkedSet(std::int32_t linkID);
+  bool writesSurnameFirst() const { return _surnameFirst && _surnameFirst(); }
+  void forgetUnusedRecords();
+
+  const std::shared_ptr<ContactIndex> _index;
+  const std::function<bool()> _surnameFirst;
+  std::map<std::int32_t, std::weak_ptr<VdirContactRecord>> _records;
+  std::size_t _recordsWorthForgetting = 0;
+};
+
+}  // namespace pellor

@@ -1,0 +1,364 @@
+#include "linux/ContactIndex.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <set>
+
+#include "tests/linux/ChildProcess.h"
+#include "tests/linux/ContactsFixture.h"
+
+namespace pellor {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using IDs = std::vector<std::int32_t>;
+
+struct ContactIndexTest : testing::Test, ContactsFixture {
+  std::string nameOf(ContactIndex& index, std::string_view guid) {
+    const auto contact = index.contactWithGUID(guid);
+    return contact ? contact->card.formattedName.value_or("") : "(none)";
+  }
+};
+
+TEST_F(ContactIndexTest, KeepsRecordIdentifiersAndReadsNothingTwice) {
+  put("a.vcf", card("anna", "Anna"));
+  put("b.vcf", card("", "Boris"));
+  put("c.txt", card("no", "Notes"));
+  put(".d.vcf", card("no", "Draft"));
+  auto index = openIndex();
+  EXPECT_EQ(identitiesIn(*index), (std::vector<std::string>{"anna=1", "b.vcf=2"}));
+  EXPECT_EQ(index->filesRead(), 2U);
+  const std::int32_t sequence = index->sequenceNumber();
+  const std::string uid = index->databaseUID();
+  EXPECT_EQ(modeOf(data), 0700U);
+  EXPECT_EQ(modeOf(data / "contacts-index.sqlite"), 0600U);
+
+  index = openIndex();
+  EXPECT_EQ(index->filesRead(), 0U);
+  EXPECT_EQ(index->sequenceNumber(), sequence);
+  EXPECT_EQ(index->databaseUID(), uid);
+
+  // What happens while nobody runs is found at the next start. A file may move; its UID says who it is.
+  remove("a.vcf");
+  put("z.vcf", card("anna", "Anna"));
+  remove("b.vcf");
+  put("c.vcf", card("", "Clara"));
+  index = openIndex();
+  EXPECT_EQ(identitiesIn(*index), (std::vector<std::string>{"anna=1", "c.vcf=3"}));
+  EXPECT_NE(index->sequenceNumber(), sequence);
+
+  // A contact that comes back is who it was; its identifier was given to nobody else.
+  put("b.vcf", card("", "Boris"));
+  index = openIndex();
+  EXPECT_EQ(identitiesIn(*index), (std::vector<std::string>{"anna=1", "b.vcf=2", "c.vcf=3"}));
+}
+
+TEST_F(ContactIndexTest, RaisesTheSequenceOnceForABatchThatChangedSomething) {
+  put("a.vcf", card("anna", "Anna"));
+  put("b.vcf", card("boris", "Boris"));
+  const auto index = openIndex();
+  const std::int32_t before = index->sequenceNumber();
+
+  put("a.vcf", card("anna", "Anna"));  // another file with the same content
+  EXPECT_TRUE(index->update(FolderChange::all()));
+  EXPECT_TRUE(index->update({false, {"a.vcf", "b.vcf", "gone.vcf"}}));
+  EXPECT_EQ(index->sequenceNumber(), before);
+
+  put("a.vcf", card("anna", "Anne"));
+  remove("b.vcf");
+  EXPECT_TRUE(index->update({false, {"a.vcf", "b.vcf"}}));
+  EXPECT_EQ(index->sequenceNumber(), before + 1);
+  EXPECT_EQ(nameOf(*index, "anna"), "Anne");
+  EXPECT_EQ(nameOf(*index, "boris"), "(none)");
+}
+
+TEST_F(ContactIndexTest, NoticesAChangeThatLeavesSizeAndTimeAlone) {
+  put("a.vcf", card("anna", "Anna"));
+  const auto index = openIndex();
+  put("a.vcf", card("anna", "Ayna"));
+  std::filesystem::last_write_time(contacts / "a.vcf", std::filesystem::file_time_type::clock::now());
+  index->update(FolderChange::all());
+  EXPECT_EQ(nameOf(*index, "anna"), "Ayna");
+  // Written twice within one tick of the clock.
+  writeFile(contacts / "a.vcf", card("anna", "Azna"));
+  const auto time = std::filesystem::last_write_time(contacts / "a.vcf");
+  index->update(FolderChange::all());
+  writeFile(contacts / "a.vcf", card("anna", "Aana"));
+  std::filesystem::last_write_time(contacts / "a.vcf", time);
+  index->update(FolderChange::all());
+  EXPECT_EQ(nameOf(*index, "anna"), "Aana");
+}
+
+TEST_F(ContactIndexTest, ABrokenFileCostsOnlyItselfAndIsNamedOnce) {
+  put("a.vcf", card("anna", "Anna"));
+  put("b.vcf", "BEGIN:VCARD\nFN:half of a ca");
+  put("c.vcf", std::string(static_cast<std::size_t>(ContactFileSizeLimit) + 1, 'x'));
+  std::filesystem::create_directory(contacts / "d.vcf");
+  ASSERT_EQ(::mkfifo((contacts / "e.vcf").c_str(), 0600), 0);
+  std::filesystem::create_symlink("nowhere", contacts / "f.vcf");
+  put("g\xFF.vcf", card("", "Strange"));
+  auto index = openIndex();
+  EXPECT_THAT(identitiesIn(*index), ElementsAre("anna=1"));
+  EXPECT_THAT(log->takeMessages(),
+              ElementsAre(HasSubstr("b.vcf is ignored: the file holds no END"),
+                          HasSubstr("c.vcf is ignored: it is too"), HasSubstr("d.vcf is ignored: it is no regular"),
+                          HasSubstr("e.vcf is ignored: it is no regular"), HasSubstr("its name is no UTF-8")));
+  const std::int32_t sequence = index->sequenceNumber();
+  index->update(FolderChange::all());
+  index = openIndex();
+  EXPECT_EQ(index->filesRead(), 0U);
+  EXPECT_THAT(log->takeMessages(), IsEmpty());
+  EXPECT_EQ(index->sequenceNumber(), sequence);
+
+  put("b.vcf", card("boris", "Boris"));
+  index->update(FolderChange::all());
+  EXPECT_EQ(nameOf(*index, "boris"), "Boris");
+}
+
+// An editor writes in place, and somebody looks just then.
+TEST_F(ContactIndexTest, HalfAWrittenFileDoesNotCostTheContact) {
+  put("a.vcf", card("anna", "Anna"));
+  const auto index = openIndex();
+  const std::int32_t sequence = index->sequenceNumber();
+  for (const char* half : {"", "BEGIN:VCARD\nUID:anna\nFN:An"}) {
+    writeFile(contacts / "a.vcf", half);
+    index->update(FolderChange::all());
+    EXPECT_EQ(nameOf(*index, "anna"), "Anna");
+    EXPECT_EQ(index->sequenceNumber(), sequence);
+  }
+  writeFile(contacts / "a.vcf", card("anna", "Anne"));
+  index->update(FolderChange::all());
+  EXPECT_EQ(nameOf(*index, "anna"), "Anne");
+}
+
+TEST_F(ContactIndexTest, OneUidInTwoFilesIsTheFirstOnes) {
+  put("m.vcf", card("same", "Middle"));
+  const auto index = openIndex();
+  const std::int32_t id = index->contactWithGUID("same")->recordID;
+  put("z.vcf", card("same", "Last"));
+  index->update(FolderChange::all());
+  EXPECT_EQ(nameOf(*index, "same"), "Middle");
+  EXPECT_EQ(nameOf(*index, "z.vcf"), "Last");
+  EXPECT_TRUE(log->contains("z.vcf repeats the UID of m.vcf"));
+
+  put("a.vcf", card("same", "First"));
+  index->update(FolderChange::all());
+  EXPECT_EQ(nameOf(*index, "same"), "First");
+  EXPECT_EQ(index->contactWithGUID("same")->recordID, id);
+  EXPECT_EQ(nameOf(*index, "m.vcf"), "Middle");
+
+  remove("a.vcf");
+  remove("m.vcf");
+  index->update(FolderChange::all());
+  EXPECT_EQ(identitiesIn(*index), std::vector<std::string>{"same=" + std::to_string(id)});
+  EXPECT_EQ(nameOf(*index, "same"), "Last");
+}
+
+TEST_F(ContactIndexTest, FindsByNameAndDestinationHoweverTheyAreWritten) {
+  put("a.vcf", card("anna", "Anna Nováková", "NICKNAME:Anča\nTEL:030 23125 001\nEMAIL:Anna@Example.org\n"));
+  put("b.vcf", card("boris", "Boris", "TEL:+49 (30) 23125-001\nTEL:tel:+493023125002\n"));
+  put("c.vcf", card("", "Club", "KIND:org\nTEL:+44 20 7946 0003\n"));
+  const auto index = openIndex();
+  EXPECT_EQ(index->recordIDsForDestination("+493023125001"), (IDs{1, 2}));
+  EXPECT_EQ(index->recordIDsForDestination("030/23125002"), IDs{2});
+  EXPECT_EQ(index->recordIDsForDestination("anna@EXAMPLE.org"), IDs{1});
+  EXPECT_EQ(index->recordIDsForDestination("nobody@example.org"), IDs{});
+  EXPECT_EQ(index->recordIDsMatchingName("novakova ANNA"), IDs{1});
+  EXPECT_EQ(index->recordIDsMatchingName("anca"), IDs{1});
+  EXPECT_EQ(index->recordIDsMatchingName("anna"), IDs{});
+  EXPECT_EQ(index->recordIDsMatchingName("club"), IDs{3});
+  EXPECT_EQ(index->recordIDsMatchingName(""), IDs{});
+
+  put("a.vcf", card("anna", "Anna Neu", "TEL:030 23125 009\n"));
+  index->update(FolderChange::all());
+  EXPECT_EQ(index->recordIDsForDestination("+493023125001"), IDs{2});
+  EXPECT_EQ(index->recordIDsForDestination("+493023125009"), IDs{1});
+  EXPECT_EQ(index->recordIDsMatchingName("anna novakova"), IDs{});
+}
+
+TEST_F(ContactIndexTest, MakesTheStoredDestinationsAnewForAnotherRegion) {
+  put("a.vcf", card("anna", "Anna", "TEL:020 7946 0001\n"));
+  openIndex();
+  region = "GB";
+  auto index = openIndex();
+  EXPECT_EQ(index->recordIDsForDestination("+442079460001"), IDs{1});
+  EXPECT_EQ(index->filesRead(), 0U);
+}
+
+TEST_F(ContactIndexTest, LinksByTheNamesThatCardsGive) {
+  put("a.vcf", card("anna", "Anna"));
+  put("b.vcf", card("urn:uuid:b", "Anna at work", "X-FOLKS-CONTACTS-IDS:eds:book:anna\n"));
+  put("c.vcf", card("", "Anna at sea", "X-FOLKS-CONTACTS-IDS:b,missing\n"));
+  put("d.vcf", card("twin", "Anna's twin", "X-FOLKS-CONTACTS-IDS:anna\nX-FOLKS-ANTI-LINKS:c.vcf\n"));
+  const auto index = openIndex();
+  const auto links = [&] {
+    IDs result;
+    for (const std::int32_t id : index->allRecordIDs()) result.push_back(index->contactWithID(id)->linkID);
+    return result;
+  };
+  // The refusal keeps either the twin or the one at sea out; links count in the order of the records.
+  EXPECT_EQ(links(), (IDs{1, 1, -1, 1}));
+  EXPECT_EQ(index->recordIDsOfLinkedSet(1), (IDs{1, 2, 4}));
+  remove("d.vcf");
+  index->update(FolderChange::all());
+  EXPECT_EQ(links(), (IDs{1, 1, 1}));
+  put("b.vcf", card("urn:uuid:b", "Anna at work"));
+  index->update(FolderChange::all());
+  EXPECT_EQ(links(), (IDs{-1, 2, 2}));
+}
+
+TEST_F(ContactIndexTest, KeepsTheContactsOfAFolderThatCannotBeReadOrIsGone) {
+  put("a.vcf", card("anna", "Anna"));
+  const auto index = openIndex();
+  const std::int32_t sequence = index->sequenceNumber();
+  EXPECT_EQ(index->folderError(), std::nullopt);
+  const std::filesystem::path away = folder / "away";
+  std::filesystem::rename(contacts, away);
+  // A loop of links: there is something, and nobody can read it.
+  std::filesystem::create_symlink(contacts, contacts);
+  EXPECT_FALSE(index->update(FolderChange::all()));
+  EXPECT_THAT(index->folderError().value_or(""), HasSubstr("cannot be read"));
+  EXPECT_EQ(index->sequenceNumber(), sequence);
+  EXPECT_EQ(nameOf(*index, "anna"), "Anna");
+
+  std::filesystem::remove(contacts);
+  EXPECT_TRUE(index->update(FolderChange::all()));
+  EXPECT_TRUE(index->update(FolderChange::all()));
+  EXPECT_THAT(index->folderError().value_or(""), HasSubstr("does not exist"));
+  EXPECT_EQ(index->sequenceNumber(), sequence);
+  EXPECT_EQ(nameOf(*index, "anna"), "Anna");
+  EXPECT_EQ(log->count("does not exist"), 1U);
+
+  std::filesystem::rename(away, contacts);
+  index->update(FolderChange::all());
+  EXPECT_EQ(index->folderError(), std::nullopt);
+  EXPECT_EQ(identitiesIn(*index), std::vector<std::string>{"anna=1"});
+}
+
+TEST_F(ContactIndexTest, FoldersShareAnIndexAndNoNumbers) {
+  put("a.vcf", card("anna", "Anna"));
+  const auto index = openIndex();
+  const std::filesystem::path first = contacts;
+  contacts = folder / "other";
+  std::filesystem::create_directory(contacts);
+  put("a.vcf", card("anna", "Another Anna"));
+  const auto other = openIndex();
+  EXPECT_NE(other->databaseUID(), index->databaseUID());
+  EXPECT_NE(other->sequenceNumber(), index->sequenceNumber());
+  EXPECT_EQ(identitiesIn(*other), std::vector<std::string>{"anna=2"});
+  contacts = first / "";
+  EXPECT_EQ(openIndex()->databaseUID(), index->databaseUID());
+}
+
+TEST_F(ContactIndexTest, ADamagedIndexIsPutAsideAndMadeAnew) {
+  put("a.vcf", card("anna", "Anna"));
+  const std::filesystem::path file = data / "contacts-index.sqlite";
+  const std::int32_t sequence = openIndex()->sequenceNumber();
+  const char* const kinds[] = {"no database at all", "cut off", "another layout"};
+  for (const char* kind : kinds) {
+    if (kind == kinds[0]) writeFile(file, std::string(5000, 'x'));
+    if (kind == kinds[1]) std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
+    if (kind == kinds[2]) SQLiteDatabase(file, SQLiteDatabase::Access::readWrite, 1).execute("PRAGMA user_version=99");
+    log->clear();
+    const auto index = openIndex();
+    EXPECT_EQ(nameOf(*index, "anna"), "Anna") << kind;
+    EXPECT_NE(index->sequenceNumber(), sequence) << kind;
+    EXPECT_EQ(log->count("it was put aside as"), 1U) << kind;
+  }
+  std::set<std::string> kept;
+  for (const auto& entry : std::filesystem::directory_iterator(data)) kept.insert(entry.path().filename().string());
+  kept.erase("contacts-index.sqlite");
+  EXPECT_THAT(kept, SizeIs(3));
+}
+
+TEST_F(ContactIndexTest, DamageInTheMiddleIsMetWhileReading) {
+  for (int number = 0; number < 300; ++number)
+    put(std::to_string(number) + ".vcf", card("u" + std::to_string(number), "Name " + std::to_string(number)));
+  openIndex();
+  const std::filesystem::path file = data / "contacts-index.sqlite";
+  std::string content = contentOf(file);
+  for (std::size_t page = 4096 * 3; page + 4096 <= content.size(); page += 4096) content.replace(page, 2048, 2048, 'x');
+  writeFile(file, content);
+  const auto index = openIndex();
+  index->beginReading();
+  for (int number = 0; number < 300; ++number)
+    EXPECT_EQ(nameOf(*index, "u" + std::to_string(number)), "Name " + std::to_string(number));
+  index->endReading();
+  EXPECT_EQ(index->allRecordIDs().size(), 300U);
+  EXPECT_EQ(log->count("it was put aside as"), 1U);
+}
+
+TEST_F(ContactIndexTest, WhereNoFileCanBeWrittenItIsMadeInMemory) {
+  put("a.vcf", card("anna", "Anna"));
+  writeFile(folder / "file", "");
+  data = folder / "file" / "below";
+  const auto index = openIndex();
+  EXPECT_EQ(nameOf(*index, "anna"), "Anna");
+  put("a.vcf", card("anna", "Anne"));
+  index->update(FolderChange::all());
+  EXPECT_EQ(nameOf(*index, "anna"), "Anne");
+  EXPECT_EQ(log->count("made in memory"), 1U);
+}
+
+TEST_F(ContactIndexTest, WhatIsReadTogetherBelongsTogether) {
+  put("a.vcf", card("anna", "Anna"));
+  const auto reader = openIndex();
+  const auto writer = openIndex();
+  const std::int32_t sequence = reader->sequenceNumber();
+  reader->beginReading();
+  EXPECT_EQ(nameOf(*reader, "anna"), "Anna");
+  put("a.vcf", card("anna", "Anne"));
+  writer->update(FolderChange::all());
+  EXPECT_EQ(nameOf(*reader, "anna"), "Anna");
+  EXPECT_EQ(reader->sequenceNumber(), sequence);
+  reader->endReading();
+  EXPECT_EQ(nameOf(*reader, "anna"), "Anne");
+  EXPECT_EQ(reader->sequenceNumber(), writer->sequenceNumber());
+}
+
+TEST_F(ContactIndexTest, SaysHowFarItIs) {
+  for (int number = 0; number < 250; ++number) put(std::to_string(number) + ".vcf", card("", "A"));
+  auto counted = options();
+  std::vector<std::pair<std::size_t, std::size_t>> told;
+  counted.progress = [&](std::size_t done, std::size_t total) { told.emplace_back(done, total); };
+  ContactIndex index(counted, handle());
+  index.update(FolderChange::all());
+  using Told = std::pair<std::size_t, std::size_t>;
+  EXPECT_THAT(told, ElementsAre(Told(100, 250), Told(200, 250), Told(250, 250)));
+  index.update(FolderChange::all());
+  EXPECT_EQ(told.size(), 3U);
+}
+
+// Each process changes files of its own and looks at all of them; in the end all have seen one and the same thing.
+TEST_F(ContactIndexTest, ProcessesThatIndexAtOnceAgree) {
+  constexpr int processes = 4;
+  constexpr int rounds = 25;
+  std::vector<std::unique_ptr<ChildProcess>> children;
+  for (int process = 0; process < processes; ++process) {
+    children.push_back(std::make_unique<ChildProcess>([this, process](const ChildProcess::Report&) {
+      const std::string own = "p" + std::to_string(process);
+      const auto index = openIndex();
+      for (int round = 0; round < rounds; ++round) {
+        const std::filesystem::path draft = folder / own;
+        writeFile(draft, card(own, "Round " + std::to_string(round)));
+        std::filesystem::rename(draft, contacts / (own + ".vcf"));
+        if (!index->update(round % 2 ? FolderChange::all() : FolderChange{false, {own + ".vcf"}})) return 1;
+        if (nameOf(*index, own) != "Round " + std::to_string(round)) return 2;
+      }
+      return log->messages().empty() ? 0 : 3;
+    }));
+  }
+  for (const auto& child : children) EXPECT_EQ(child->exitCode(), 0);
+  const auto index = openIndex();
+  EXPECT_THAT(index->allRecordIDs(), ElementsAre(1, 2, 3, 4));
+  for (int process = 0; process < processes; ++process)
+    EXPECT_EQ(nameOf(*index, "p" + std::to_string(process)), "Round " + std::to_string(rounds - 1));
+}
+
+}  // namespace
+}  // namespace pellor

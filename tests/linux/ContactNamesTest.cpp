@@ -1,0 +1,96 @@
+#include "linux/ContactNames.h"
+
+#include <gtest/gtest.h>
+
+#include "linux/ContactLinks.h"
+#include "linux/NameSearchKey.h"
+
+namespace pellor {
+namespace {
+
+TEST(NameSearchKey, FindsANameHoweverItIsWritten) {
+  const struct {
+    const char* one;
+    const char* other;
+    bool areSame;
+  } cases[] = {
+      {"Jörg Müller", "müller JORG", true},
+      {"Müller, Jörg", "Jörg Müller", true},
+      {"Anne-Marie O'Neill", "oneill anne marie", false},
+      {"Anne-Marie O'Neill", "o neill marie anne", true},
+      {"Straße", "STRASSE", true},
+      {"Ångström", "A\u030Angstro\u0308m", true},
+      {"ΑΘΗΝΆ", "αθηνα", true},
+      {"Ёлка", "елка", true},
+      {"أحمد", "احمد", true},
+      {"山田 太郎", "太郎 山田", true},
+      {"Anna 🌻", "anna", false},
+      {"Anna", "Anna Novak", false},
+      {"Anna Anna", "Anna", false},
+      {"Jan", "Jon", false},
+      {"कवि", "कव", false},
+  };
+  for (const auto& each : cases)
+    EXPECT_EQ(nameSearchKey(each.one) == nameSearchKey(each.other), each.areSame) << each.one << " / " << each.other;
+  EXPECT_EQ(nameSearchKey(" -,. "), "");
+}
+
+ContactCard named(const char* given, const char* family, const char* formatted) {
+  ContactCard card;
+  if (*given) card.givenName = given;
+  if (*family) card.familyName = family;
+  if (*formatted) card.formattedName = formatted;
+  return card;
+}
+
+TEST(ContactNames, WritesTheFullNameAsTheLocaleDoes) {
+  const struct {
+    ContactCard card;
+    const char* givenFirst;
+    const char* surnameFirst;
+  } cases[] = {
+      {named("Anna", "Novak", "Frau Novak"), "Anna Novak", "Novak Anna"},
+      {named("太郎", "山田", "山田 太郎"), "山田 太郎", "山田太郎"},
+      {named("Taro", "山田", ""), "Taro 山田", "山田 Taro"},
+      {named("", "Novak", "A. Novak"), "Novak", "Novak"},
+      {named("", "", "The cook"), "The cook", "The cook"},
+  };
+  for (const auto& each : cases) {
+    EXPECT_EQ(compositeName(each.card, false), each.givenFirst);
+    EXPECT_EQ(compositeName(each.card, true), each.surnameFirst);
+  }
+  ContactCard full = named("Anna", "Novak", "");
+  full.namePrefix = "Dr.";
+  full.additionalNames = "Maria";
+  full.nameSuffix = "MSc";
+  EXPECT_EQ(compositeName(full, false), "Dr. Anna Maria Novak MSc");
+  EXPECT_EQ(compositeName(full, true), "Novak Anna Maria");
+  ContactCard organization;
+  organization.kind = CardKind::organization;
+  organization.organization = "Club";
+  organization.givenName = "Anna";
+  EXPECT_EQ(compositeName(organization, false), "Club");
+  EXPECT_EQ(compositeName(ContactCard(), false), std::nullopt);
+}
+
+using Sets = std::map<std::int32_t, std::int32_t>;
+
+TEST(ContactLinks, MakesSetsThatKeepRefusals) {
+  const struct {
+    const char* what;
+    std::vector<LinkStatement> statements;
+    Sets expected;
+  } cases[] = {
+      {"one way is enough", {{7, {3}, {}}}, {{3, 3}, {7, 3}}},
+      {"from record to record", {{4, {2}, {}}, {9, {4}, {}}}, {{2, 2}, {4, 2}, {9, 2}}},
+      {"two sets grown together", {{1, {2}, {}}, {3, {4}, {}}, {4, {2}, {}}}, {{1, 1}, {2, 1}, {3, 1}, {4, 1}}},
+      {"nothing about itself", {{5, {5}, {}}}, {}},
+      {"a refusal wins over a link", {{1, {2}, {}}, {2, {1}, {1}}}, {}},
+      {"also over a link by way of another", {{1, {2}, {}}, {2, {3}, {}}, {3, {}, {1}}}, {{1, 1}, {2, 1}}},
+      {"a refusal of strangers costs nothing", {{1, {2}, {8}}, {8, {9}, {}}}, {{1, 1}, {2, 1}, {8, 8}, {9, 8}}},
+  };
+  for (const auto& each : cases) EXPECT_EQ(linkedSets(each.statements), each.expected) << each.what;
+}
+
+}  // namespace
+}  // namespace pellor

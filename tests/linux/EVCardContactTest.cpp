@@ -1,0 +1,156 @@
+#include "linux/EVCardContact.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "linux/CardText.h"
+
+namespace pellor {
+namespace {
+
+std::string card(const std::string& lines) { return "BEGIN:VCARD\r\n" + lines + "END:VCARD\r\n"; }
+
+/// A card in one line, for tables.
+std::string described(const ContactCard& contact) {
+  std::string text;
+  const auto add = [&](const char* name, const std::optional<std::string>& value) {
+    if (value) text += std::string(text.empty() ? "" : " ") + name + "=" + *value;
+  };
+  add("uid", contact.uid);
+  add("given", contact.givenName);
+  add("family", contact.familyName);
+  add("more", contact.additionalNames);
+  add("prefix", contact.namePrefix);
+  add("suffix", contact.nameSuffix);
+  add("fn", contact.formattedName);
+  add("nick", contact.nickname);
+  add("org", contact.organization);
+  for (const CardValue& phone : contact.phones) add(("tel[" + phone.label + "]").c_str(), phone.value);
+  for (const CardValue& email : contact.emails) add(("mail[" + email.label + "]").c_str(), email.value);
+  for (const std::string& link : contact.links) add("link", link);
+  for (const std::string& link : contact.antiLinks) add("never", link);
+  if (contact.isFavorite) add("favorite", std::to_string(contact.favoriteOrder));
+  if (contact.kind != CardKind::person) add("kind", contact.kind == CardKind::organization ? "org" : "other");
+  return text;
+}
+
+TEST(EVCardContact, ReadsWhatCardsInTheWildLookLike) {
+  const struct {
+    const char* what;
+    std::string text;
+    std::string expected;
+  } cases[] = {
+      {"version 3", card("VERSION:3.0\r\nUID:u1\r\nN:Novak;Anna;Maria,Eva;Dr.;MSc\r\nFN:Dr. Anna Novak\r\n"),
+       "uid=u1 given=Anna family=Novak more=Maria Eva prefix=Dr. suffix=MSc fn=Dr. Anna Novak"},
+      {"line ends of another system, names in lower case", "begin:vcard\nn:Novak;Anna\nfn:Anna Novak\nend:vcard\n",
+       "given=Anna family=Novak fn=Anna Novak"},
+      {"version 2.1 with quoted-printable, another character set and bare types",
+       card("VERSION:2.1\r\nN;CHARSET=ISO-8859-1;ENCODING=QUOTED-PRINTABLE:M=FCller;J=F6rg\r\n"
+            "TEL;HOME;VOICE:+49 30 23125 001\r\nNOTE;ENCODING=QUOTED-PRINTABLE:one=\r\ntwo\r\n"),
+       "given=Jörg family=Müller tel[home]=+49 30 23125 001"},
+      {"raw bytes of the character set that the property names",
+       card("VERSION:2.1\r\nN;CHARSET=ISO-8859-1:M\xFCller;J\xF6rg\r\n"), "given=Jörg family=Müller"},
+      {"raw bytes of no named character set", card("N:M\xFCller;Zo\xEB\r\n"), "given=Zoë family=Müller"},
+      {"a byte order mark and folded lines",
+       "\xEF\xBB\xBF" + card("FN:Anna\r\n  Novak\r\nEMAIL;TYPE=WORK:anna@exa\r\n mple.org\r\n"),
+       "given=Anna family=Novak fn=Anna Novak mail[work]=anna@example.org"},
+      {"version 4 without N", card("VERSION:4.0\r\nFN:Anna Maria Novak\r\n"),
+       "given=Anna Maria family=Novak fn=Anna Maria Novak"},
+      {"version 4 with one name", card("VERSION:4.0\r\nFN:Anna\r\n"), "given=Anna fn=Anna"},
+      {"a number as URI with an extension",
+       card("VERSION:4.0\r\nFN:A\r\nTEL;VALUE=uri;TYPE=\"voice,cell\":tel:+44-20-7946-0001;ext=5\r\n"),
+       "given=A fn=A tel[cell]=+44-20-7946-0001;ext=5"},
+      {"a TEL that is no telephone", card("FN:A\r\nTEL;VALUE=uri:sip:a@example.org\r\n"), "given=A fn=A"},
+      {"addresses in URI form and without a value",
+       card("FN:A\r\nEMAIL:MAILTO:a@example.org\r\nEMAIL:\r\nEMAIL;TYPE=INTERNET,PREF:  b@example.org \r\n"),
+       "given=A fn=A mail[]=a@example.org mail[]=b@example.org"},
+      {"several nicknames", card("FN:A\r\nNICKNAME:Bee,Cee\r\n"), "given=A fn=A nick=Bee"},
+      {"a nickname with a comma", card("FN:A\r\nNICKNAME:Bee\\, t\r\n he first\r\n"),
+       "given=A fn=A nick=Bee, the first"},
+      {"a UID with semicolons", card("FN:A\r\nUID:one;two;three\r\n"), "uid=one;two;three given=A fn=A"},
+      {"an organisation by its kind", card("VERSION:4.0\r\nKIND:ORG\r\nFN:Club\r\nN:;;;;\r\n"), "fn=Club kind=org"},
+      {"an organisation by its name alone", card("FN:Club\r\nN:;;;;\r\nORG:Club;Music\r\n"),
+       "fn=Club org=Club kind=org"},
+      {"an organisation without any name", card("ORG:Club\r\n"), "org=Club kind=org"},
+      {"a person at an organisation without N", card("FN:Anna Novak\r\nORG:Club\r\n"),
+       "given=Anna family=Novak fn=Anna Novak org=Club"},
+      {"a person named like nobody at an organisation", card("N:Novak;;;;\r\nORG:Novak\r\n"), "family=Novak org=Novak"},
+      {"a group of contacts", card("KIND:group\r\nFN:Friends\r\n"), "fn=Friends kind=other"},
+      {"a flag", card("FN:A\r\nX-FOLKS-FAVOURITE:TRUE\r\n"), "given=A fn=A favorite=0"},
+      {"a mark with a place", card("FN:A\r\nX-QTPROJECT-FAVORITE:true;3\r\nX-FOLKS-FAVOURITE:true\r\n"),
+       "given=A fn=A favorite=3"},
+      {"marks that say no", card("FN:A\r\nX-QTPROJECT-FAVORITE:false;3\r\nX-FOLKS-FAVOURITE:false\r\n"),
+       "given=A fn=A"},
+      {"a mark with a place that is none", card("FN:A\r\nX-QTPROJECT-FAVORITE:true;many\r\n"),
+       "given=A fn=A favorite=0"},
+      {"links",
+       card("FN:A\r\nX-FOLKS-CONTACTS-IDS:a,b;c\r\nX-FOLKS-CONTACTS-IDS:d\r\nX-FOLKS-ANTI-LINKS:e\r\n"
+            "RELATED:f\r\n"),
+       "given=A fn=A link=a link=b link=c link=d never=e"},
+      {"only the first card", card("FN:A\r\n") + card("FN:B\r\nTEL:1\r\n"), "given=A fn=A"},
+      {"properties without value, colon or sense", card("FN;X=:\r\nN:\r\nTEL;TYPE=HOME\r\n:::;\r\nTEL:1\r\nFN:A\r\n"),
+       "given=A fn=A tel[]=1"},
+      {"control characters",
+       card("FN:A\x01"
+            "B\\nC\r\n"),
+       "given=A B family=C fn=A B C"},
+      {"no name at all", card("TEL:+44 20 7946 0002\r\n"), "tel[]=+44 20 7946 0002"},
+  };
+  for (const auto& each : cases) {
+    const CardReading reading = readContactCard(each.text);
+    ASSERT_TRUE(reading.card) << each.what << ": " << reading.problem;
+    EXPECT_EQ(described(*reading.card), each.expected) << each.what;
+  }
+}
+
+TEST(EVCardContact, RefusesWhatIsNoCardOrHalfOfOne) {
+  const std::string whole = card("FN:A\r\n");
+  const std::string texts[] = {"",
+                               "\n\n",
+                               "A letter\n",
+                               "BEGIN:VCARD\nFN:A\n",
+                               "FN:A\nEND:VCARD\n",
+                               "END:VCARD\nBEGIN:VCARD\n",
+                               whole + '\0',
+                               std::string("\xFF\xFE"
+                                           "B\0E\0",
+                                           6)};
+  for (const std::string& text : texts) {
+    const CardReading reading = readContactCard(text);
+    EXPECT_FALSE(reading.card) << text;
+    EXPECT_FALSE(reading.problem.empty()) << text;
+  }
+}
+
+// Whatever a file holds, the strings that leave the parser have to be good for JSON, SQLite and a terminal.
+TEST(EVCardContact, GivesUtf8WhateverItReads) {
+  for (int byte = 1; byte < 256; ++byte) {
+    const std::string odd(1, static_cast<char>(byte));
+    const CardReading reading =
+        readContactCard(card("UID:" + odd + "u\r\nFN:a" + odd + "b\r\nN:" + odd + ";" + odd + odd + "\r\nTEL:1" + odd));
+    if (!reading.card) continue;
+    EXPECT_TRUE(isUtf8(described(*reading.card))) << byte;
+  }
+}
+
+TEST(EVCardContact, KeepsTheParsersWarningsOffStandardError) {
+  testing::internal::CaptureStderr();
+  const CardReading reading = readContactCard(card("FN:A\r\nNOTE;ENCODING=zzz:hello\r\n") + card("FN:B\r\n"));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  ASSERT_EQ(reading.remarks.size(), 2U);
+  EXPECT_NE(reading.remarks[0].find("zzz"), std::string::npos);
+}
+
+TEST(CardText, KnowsUtf8) {
+  const char* good[] = {"", "a", "\xC3\xA9", "\xE2\x82\xAC", "\xF0\x9F\x8C\xBB", "\xEF\xBF\xBF", "\xF4\x8F\xBF\xBF"};
+  const char* bad[] = {"\x80",         "\xC3",         "\xC0\xAF",         "\xE0\x9F\xBF",
+                       "\xED\xA0\x80", "\xE2\x82\x61", "\xF4\x90\x80\x80", "\xF0\x8F\xBF\xBF",
+                       "\xFF"};
+  for (const char* text : good) EXPECT_TRUE(isUtf8(text)) << testing::PrintToString(text);
+  for (const char* text : bad) EXPECT_FALSE(isUtf8(text)) << testing::PrintToString(text);
+}
+
+}  // namespace
+}  // namespace pellor

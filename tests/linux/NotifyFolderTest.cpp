@@ -1,0 +1,229 @@
+#include "linux/NotifyFolder.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <semaphore>
+#include <string>
+#include <vector>
+
+#include "testing/LogCollector.h"
+#include "tests/contract/SystemNotifyBusContract.h"
+#include "tests/linux/ChildProcess.h"
+#include "tests/linux/TemporaryFolder.h"
+
+namespace pellor {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Processes of this thread, each with a bus in one folder, served in turn.
+class Buses {
+ public:
+  explicit Buses(int count = 3) {
+    for (int number = 0; number < count; ++number) {
+      Member& member = *_members.emplace_back(std::make_unique<Member>());
+      member.process.mainQueue().setWakeHandler([this] { _work.release(); });
+      member.bus = NotifyFolder::make(member.process, folder(), LogHandle("test", "bus", _log));
+    }
+  }
+
+  fs::path folder() const { return _temporary / "runtime/notify"; }
+  LogCollector& log() { return *_log; }
+  Process& process(int number) { return _members[static_cast<std::size_t>(number)]->process; }
+  SystemNotifyBus& bus(int number) { return *_members[static_cast<std::size_t>(number)]->bus; }
+  void breakConnection(int /*number*/) { fs::remove_all(folder().parent_path()); }
+
+  template <class Condition>
+  bool runUntil(Condition condition) {
+    // Only a failing test waits that long.
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (std::chrono::steady_clock::now() < end) {
+      bool isMore = false;
+      for (const auto& member : _members) {
+        const Process::Scope scope(member->process);
+        isMore = member->process.mainQueue().drain() || isMore;
+      }
+      if (condition()) return true;
+      if (!isMore) waitForWork(end);
+    }
+    return false;
+  }
+
+ private:
+  struct Member {
+    Process process;
+    std::shared_ptr<NotifyFolder> bus;
+    ~Member() {
+      process.mainQueue().setWakeHandler(nullptr);
+      const Process::Scope scope(process);
+      bus.reset();
+    }
+  };
+
+  /// Until a main queue has something to do or a timer of one is due.
+  void waitForWork(std::chrono::steady_clock::time_point end) {
+    double wait = std::chrono::duration<double>(end - std::chrono::steady_clock::now()).count();
+    for (const auto& member : _members) {
+      const auto deadline = member->process.mainQueue().nextDeadline();
+      if (deadline) wait = std::min(wait, *deadline - member->process.now());
+    }
+    (void)_work.try_acquire_for(std::chrono::duration<double>(wait));
+  }
+
+  TemporaryFolder _temporary;
+  std::shared_ptr<LogCollector> _log = std::make_shared<LogCollector>();
+  std::counting_semaphore<> _work{0};
+  std::vector<std::unique_ptr<Member>> _members;
+};
+
+INSTANTIATE_TYPED_TEST_SUITE_P(NotifyFolder, SystemNotifyBusContract, Buses);
+
+class NotifyFolderTest : public testing::Test {
+ protected:
+  void observe(int number, const std::string& name, int& deliveries) {
+    const Process::Scope scope(_buses.process(number));
+    _buses.bus(number).addObserver(
+        &deliveries, [&deliveries] { ++deliveries; }, name);
+  }
+  void post(int number, const std::string& name) {
+    const Process::Scope scope(_buses.process(number));
+    _buses.bus(number).post(name);
+  }
+  bool runUntilDelivered(const int& deliveries, int count) {
+    return _buses.runUntil([&] { return deliveries >= count; });
+  }
+
+  Buses _buses{2};
+};
+
+TEST_F(NotifyFolderTest, NamesAreFilesOfTheOwnerAlone) {
+  int deliveries = 0;
+  observe(0, "a name/with everything\n", deliveries);
+  post(1, "a name/with everything\n");
+  EXPECT_TRUE(runUntilDelivered(deliveries, 1));
+  EXPECT_EQ(modeOf(_buses.folder()), 0700u);
+  const std::vector<fs::directory_entry> files(fs::directory_iterator(_buses.folder()), {});
+  ASSERT_EQ(files.size(), 1u);
+  EXPECT_EQ(modeOf(files.front().path()), 0600u);
+  EXPECT_EQ(files.front().file_size(), 8u);
+}
+
+TEST_F(NotifyFolderTest, DamagedAndDeletedCountersHideNoPost) {
+  int deliveries = 0;
+  observe(0, "name", deliveries);
+  const fs::path counter = _buses.folder() / "name";
+  const std::string last(8, '\xFF');
+  for (const std::string& content : {std::string("abc"), std::string(), std::string(20, 'x'), last}) {
+    const int before = deliveries;
+    writeFile(counter, content);
+    post(1, "name");
+    EXPECT_TRUE(runUntilDelivered(deliveries, before + 1)) << content.size();
+    EXPECT_EQ(fs::file_size(counter), 8u);
+  }
+  // Made again, a counter must not come to stand where the old one stood.
+  for (int round = 0; round < 20; ++round) {
+    const int before = deliveries;
+    fs::remove(counter);
+    post(1, "name");
+    EXPECT_TRUE(runUntilDelivered(deliveries, before + 1)) << round;
+  }
+}
+
+TEST_F(NotifyFolderTest, APostThatCannotBeCountedIsDeliveredHereAndSentLater) {
+  int own = 0, others = 0;
+  observe(0, "name", own);
+  observe(1, "name", others);
+  const fs::path counter = _buses.folder() / "name";
+  fs::create_directory(counter);
+  post(0, "name");
+  post(0, "name");
+  EXPECT_TRUE(runUntilDelivered(own, 2));
+  EXPECT_EQ(_buses.log().count("cannot be sent"), 1u);
+  const int before = others;
+  fs::remove(counter);
+  EXPECT_TRUE(_buses.runUntil([&] { return _buses.log().contains("can be sent again") && others > before; }));
+  EXPECT_EQ(own, 2);
+}
+
+TEST_F(NotifyFolderTest, AFolderThatCannotBeMadeIsReportedOnceAndTriedAgain) {
+  int deliveries = 0;
+  writeFile(_buses.folder().parent_path(), "in the way");
+  observe(0, "name", deliveries);
+  EXPECT_EQ(_buses.log().count("cannot be received"), 1u);
+  post(0, "name");
+  EXPECT_TRUE(runUntilDelivered(deliveries, 1));
+  fs::remove(_buses.folder().parent_path());
+  EXPECT_TRUE(_buses.runUntil([&] { return _buses.log().contains("can be received again"); }));
+  const int before = deliveries;
+  post(1, "name");
+  EXPECT_TRUE(runUntilDelivered(deliveries, before + 1));
+}
+
+TEST(NotifyFolderFallbackTest, AMissingRuntimeFolderIsReportedOnce) {
+  const TemporaryFolder temporary;
+  const auto log = std::make_shared<LogCollector>();
+  UserFolders folders;
+  folders.state = temporary / "state";
+  Process process;
+  const auto bus = NotifyFolder::make(process, folders, LogHandle("test", "bus", log));
+  bus->post("name");
+  EXPECT_EQ(log->messages().size(), 1u);
+  EXPECT_EQ(modeOf(temporary / "state/notify"), 0700u);
+  EXPECT_EQ(fs::file_size(temporary / "state/notify/name"), 8u);
+}
+
+std::uint64_t countIn(const fs::path& file) {
+  std::uint64_t count = 0;
+  const std::string content = contentOf(file);
+  if (content.size() == sizeof count) std::memcpy(&count, content.data(), sizeof count);
+  return count;
+}
+
+// Before any other process object of this program exists: the posters are forked.
+TEST(NotifyFolderProcessesTest, NoPostOfSeveralProcessesIsLost) {
+  constexpr int posters = 3, posts = 2000;
+  const TemporaryFolder folder;
+  const auto poster = [&folder](const ChildProcess::Report& report) {
+    Process process;
+    const auto bus = NotifyFolder::make(process, folder.path(), LogHandle("test", "bus", nullptr));
+    int deliveries = 0;
+    bus->addObserver(
+        &deliveries, [&deliveries] { ++deliveries; }, "name");
+    for (int post = 0; post < posts; ++post) {
+      bus->post("name");
+      process.mainQueue().drain();
+    }
+    report.send(posts);
+    const bool isSettled = process.settle(30);
+    return isSettled && deliveries >= posts ? 0 : 1;
+  };
+  {
+    Process process;
+    NotifyFolder::make(process, folder.path(), LogHandle("test", "bus", nullptr))->post("name");
+  }
+  const std::uint64_t start = countIn(folder / "name");
+  std::vector<std::unique_ptr<ChildProcess>> children;
+  for (int number = 0; number < posters; ++number) children.push_back(std::make_unique<ChildProcess>(poster));
+
+  Process listener;
+  const auto bus = NotifyFolder::make(listener, folder.path(), LogHandle("test", "bus", nullptr));
+  std::uint64_t heard = 0;
+  const auto hear = [&] {
+    heard = countIn(folder / "name");
+    if (heard == start + posters * posts) listener.mainQueue().stop();
+  };
+  bus->addObserver(&heard, hear, "name");
+  const auto giveUp = Timer::after(listener.mainQueue(), 60, [&listener] { listener.mainQueue().stop(); });
+  listener.mainQueue().async(hear);
+  listener.mainQueue().run();
+  EXPECT_EQ(heard, start + posters * posts) << "the listener is woken by the last post";
+  for (const auto& child : children) EXPECT_EQ(child->exitCode(), 0);
+}
+
+}  // namespace
+}  // namespace pellor

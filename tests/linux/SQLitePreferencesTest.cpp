@@ -1,0 +1,386 @@
+#include "linux/SQLitePreferences.h"
+
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "linux/CBORValue.h"
+#include "linux/SQLiteDatabase.h"
+#include "testing/LogCollector.h"
+#include "tests/contract/PreferencesStoreContract.h"
+#include "tests/linux/ChildProcess.h"
+#include "tests/linux/TemporaryFolder.h"
+
+namespace pellor {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* Domain = "org.tapnote.TN";
+constexpr const char* FileName = "preferences.sqlite";
+
+std::shared_ptr<SQLitePreferences> openIn(const fs::path& folder, std::shared_ptr<LogSink> sink = nullptr,
+                                          SQLitePreferences::Access access = SQLitePreferences::Access::readWrite) {
+  return std::make_shared<SQLitePreferences>(folder, folder / "defaults.json",
+                                             LogHandle("org.tapnote.Pellor", "preferences", std::move(sink)), access);
+}
+
+/// A connection that knows nothing of preferences.
+void executeIn(const fs::path& folder, std::string_view statement) {
+  SQLiteDatabase(folder / FileName, SQLiteDatabase::Access::readWrite, 5).execute(statement);
+}
+
+class SQLiteStores {
+ public:
+  std::shared_ptr<PreferencesStore> open() { return openIn(_folder.path()); }
+
+  void damage(std::string_view key, std::string_view domain) {
+    SQLiteDatabase database(_folder / FileName, SQLiteDatabase::Access::readWrite, 5);
+    SQLiteStatement statement = database.prepare(
+        "UPDATE preferences SET value = substr(value, 1, length(value) - 1) WHERE domain = ?1 AND key = ?2");
+    statement.bind(1, domain).bind(2, key).run();
+  }
+  void makeUnreadable() {
+    fs::rename(_folder / FileName, _folder / "elsewhere");
+    fs::create_directory(_folder / FileName);
+  }
+  void makeReadable() {
+    fs::remove(_folder / FileName);
+    fs::rename(_folder / "elsewhere", _folder / FileName);
+  }
+  void failWrites(bool fail) {
+    executeIn(_folder.path(),
+              fail ? "CREATE TRIGGER full BEFORE INSERT ON last_good BEGIN SELECT RAISE(ABORT, 'full'); END"
+                   : "DROP TRIGGER full");
+  }
+
+ private:
+  TemporaryFolder _folder;
+};
+
+INSTANTIATE_TYPED_TEST_SUITE_P(SQLite, PreferencesStoreContract, SQLiteStores);
+
+class SQLitePreferencesTest : public testing::Test {
+ protected:
+  fs::path folder() const { return _temporary / "store"; }
+  fs::path file() const { return folder() / FileName; }
+  std::shared_ptr<SQLitePreferences> open(SQLitePreferences::Access access = SQLitePreferences::Access::readWrite) {
+    return openIn(folder(), _log, access);
+  }
+  /// As a restored backup or a failing disk would.
+  void replaceFile(const std::string& content) {
+    for (const char* suffix : {"", "-wal", "-shm"}) fs::remove(file().string() + suffix);
+    writeFile(file(), content);
+  }
+  /// A closed store that holds one value.
+  void makeStore(const Value& value = "stored") {
+    const auto store = open();
+    store->setValue("key", value, Domain);
+    ASSERT_TRUE(store->synchronize(Domain));
+  }
+
+  const TemporaryFolder _temporary;
+  const std::shared_ptr<LogCollector> _log = std::make_shared<LogCollector>();
+};
+
+TEST_F(SQLitePreferencesTest, EverythingIsForTheOwnerAlone) {
+  makeStore();
+  fs::permissions(file(), fs::perms{0644});
+  const auto store = open();
+  EXPECT_EQ(store->copyValue("key", Domain).value(), Value("stored"));
+  EXPECT_EQ(modeOf(folder()), 0700u);
+  for (const char* suffix : {"", "-wal", "-shm"}) EXPECT_EQ(modeOf(file().string() + suffix), 0600u) << suffix;
+  EXPECT_TRUE(store->isWritable());
+  EXPECT_EQ(store->lastError(), "");
+}
+
+TEST_F(SQLitePreferencesTest, AnUnchangedValueStaysTheSameObjectAndIsNoNews) {
+  makeStore(Array{1, 2, 3});
+  const auto reader = open(), writer = open();
+  const Value before = reader->copyValue("key", Domain).value().value();
+  const SQLiteDatabase observer(file(), SQLiteDatabase::Access::readWrite, 5);
+  const std::int64_t version = observer.integer("PRAGMA data_version");
+  writer->setValue("key", Array{1, 2, 3}, Domain);
+  ASSERT_TRUE(writer->synchronize(Domain));
+  EXPECT_EQ(observer.integer("PRAGMA data_version"), version) << "nothing was committed";
+
+  writer->setValue("another", 1, Domain);
+  ASSERT_TRUE(writer->synchronize(Domain));
+  ASSERT_TRUE(reader->synchronize(Domain));
+  EXPECT_EQ(reader->copyValue("another", Domain).value(), Value(1));
+  EXPECT_TRUE(reader->copyValue("key", Domain).value()->isSameObject(before));
+}
+
+TEST_F(SQLitePreferencesTest, AnyTextMayBeAKeyOrADomain) {
+  const std::vector<std::string> names = {"", "'; DROP TABLE preferences; --", std::string("a\0b", 3), "a", "\xFF/.."};
+  const auto store = open();
+  for (const std::string& name : names) {
+    store->setValue(name, name, name);
+    ASSERT_TRUE(store->synchronize(name));
+  }
+  const auto reader = open();
+  for (const std::string& name : names) EXPECT_EQ(reader->copyValue(name, name).value(), Value(name));
+  EXPECT_TRUE(reader->putAside("\xFF/..", "\xFF/..").kept);
+}
+
+TEST_F(SQLitePreferencesTest, WhatIsTooDeepIsNeverDroppedSilently) {
+  Value deep = 1;
+  for (std::size_t depth = 0; depth <= CBORMaximumDepth; ++depth) deep = Array{deep};
+  const auto store = open();
+  store->setValue("key", deep, Domain);
+  EXPECT_FALSE(store->synchronize(Domain));
+  EXPECT_NE(store->lastError().find("key"), std::string::npos);
+  store->setValue("key", 1, Domain);
+  EXPECT_TRUE(store->synchronize(Domain));
+}
+
+TEST_F(SQLitePreferencesTest, CopiesThatWerePutAsideAreUniqueAndPrivate) {
+  makeStore();
+  const auto store = open();
+  const Data first = {0xFF, 1}, second = {0xFF, 2};
+  for (const Data& bytes : {first, second, second}) {
+    SQLiteDatabase database(file(), SQLiteDatabase::Access::readWrite, 5);
+    database.prepare("UPDATE preferences SET value = ?1").bind(1, bytes).run();
+    const PutAside aside = store->putAside("key", Domain);
+    EXPECT_TRUE(aside.kept);
+    EXPECT_EQ(aside.lastGood, Value("stored"));
+  }
+  std::set<std::string> contents;
+  for (const auto& entry : fs::directory_iterator(folder() / "aside")) {
+    const std::string name = entry.path().filename().string();
+    EXPECT_TRUE(name.starts_with("key-org.tapnote.TN-2") && name.ends_with(".cbor")) << name;
+    EXPECT_EQ(modeOf(entry.path()), 0600u);
+    EXPECT_TRUE(contents.insert(contentOf(entry.path())).second);
+  }
+  EXPECT_EQ(contents, (std::set<std::string>{{first.begin(), first.end()}, {second.begin(), second.end()}}));
+  EXPECT_EQ(modeOf(folder() / "aside"), 0700u);
+
+  fs::remove_all(folder() / "aside");
+  writeFile(folder() / "aside", "in the way");
+  EXPECT_FALSE(store->putAside("key", Domain).kept);
+}
+
+// Damage
+
+TEST_F(SQLitePreferencesTest, WhatCannotBeReadIsNeverWritten) {
+  std::string list(200'000, 'x');
+  makeStore(list);
+  const std::string whole = contentOf(file());
+  std::string torn = whole;
+  torn.replace(2 * 4096, torn.size() - 4 * 4096, torn.size() - 4 * 4096, '\xA5');
+  std::string headless = whole;
+  headless.replace(0, 4096, 4096, '\0');
+  const std::vector<std::pair<const char*, std::string>> damages = {
+      {"text in its place", "this is no database, but it is long enough to look like one"},
+      {"cut in half", whole.substr(0, whole.size() / 2)},
+      {"pages overwritten", torn},
+      {"first page empty", headless},
+  };
+  const auto store = open();
+  for (const auto& [what, content] : damages) {
+    _log->clear();
+    replaceFile(content);
+    EXPECT_FALSE(store->synchronize(Domain)) << what;
+    EXPECT_FALSE(store->copyValue("key", Domain).isReadable()) << what;
+    store->setValue("key", "new", Domain);
+    EXPECT_FALSE(store->synchronize(Domain)) << what;
+    EXPECT_FALSE(store->copyValue("key", Domain).isReadable()) << what;
+    EXPECT_FALSE(open()->copyValue("key", Domain).isReadable()) << what;
+    EXPECT_EQ(contentOf(file()), content) << what;
+    EXPECT_NE(store->lastError(), "") << what;
+
+    replaceFile(whole);
+    EXPECT_EQ(store->copyValue("key", Domain).value(), Value(list)) << what;
+    EXPECT_TRUE(store->synchronize(Domain)) << what;
+    EXPECT_EQ(store->lastError(), "") << what;
+    EXPECT_EQ(_log->count("cannot be read"), 2u) << what << ", by each store";
+    EXPECT_EQ(_log->count("cannot be written"), 1u) << what;
+    EXPECT_EQ(_log->count("can be read again"), 1u) << what;
+    EXPECT_EQ(_log->count("can be written again"), 1u) << what;
+  }
+}
+
+TEST_F(SQLitePreferencesTest, StoresOfLaterVersionsAndOtherProgramsAreLeftAlone) {
+  for (const char* change : {"PRAGMA user_version = 99", "PRAGMA user_version = 0"}) {
+    fs::remove_all(folder());
+    makeStore();
+    executeIn(folder(), change);
+    const std::string before = contentOf(file());
+    const auto store = open();
+    EXPECT_FALSE(store->copyValue("key", Domain).isReadable()) << change;
+    store->setValue("key", 1, Domain);
+    EXPECT_FALSE(store->synchronize(Domain)) << change;
+    EXPECT_FALSE(store->isWritable());
+    EXPECT_EQ(contentOf(file()), before) << change;
+  }
+  fs::remove_all(folder());
+  writeFile(_temporary / "store", "a file in the folder's place");
+  EXPECT_FALSE(open()->copyValue("key", Domain).isReadable());
+}
+
+TEST_F(SQLitePreferencesTest, ADeletedStoreIsMadeAgainAndWhatWasSetIsWritten) {
+  makeStore();
+  const auto store = open();
+  EXPECT_EQ(store->copyValue("key", Domain).value(), Value("stored"));
+  fs::remove(file());
+  store->setValue("second", 2, Domain);
+  ASSERT_TRUE(store->synchronize(Domain));
+  const auto reader = open();
+  EXPECT_EQ(reader->copyValue("second", Domain).value(), Value(2));
+  EXPECT_EQ(store->copyValue("key", Domain).value(), std::nullopt) << "none is what is stored";
+}
+
+// Reading alone
+
+TEST_F(SQLitePreferencesTest, AReadOnlyStoreIsReadAndFailsToWrite) {
+  using Access = SQLitePreferences::Access;
+  EXPECT_FALSE(open(Access::readOnly)->copyValue("key", Domain).isReadable());
+  EXPECT_FALSE(fs::exists(folder())) << "nothing is made";
+  makeStore();
+  const auto reader = open(Access::readOnly);
+  EXPECT_EQ(reader->copyValue("key", Domain).value(), Value("stored"));
+  EXPECT_FALSE(reader->isWritable());
+  EXPECT_TRUE(reader->synchronize(Domain));
+  reader->setValue("key", "changed", Domain);
+  EXPECT_FALSE(reader->synchronize(Domain));
+  EXPECT_FALSE(reader->insertIfAbsent({{"new", 1}}, Domain));
+  EXPECT_NE(reader->lastError().find("read-only"), std::string::npos) << reader->lastError();
+
+  const auto writer = open();
+  writer->setValue("other", 1, Domain);
+  ASSERT_TRUE(writer->synchronize(Domain));
+  EXPECT_FALSE(reader->synchronize(Domain));
+  EXPECT_EQ(reader->copyValue("other", Domain).value(), Value(1)) << "it still follows";
+  EXPECT_EQ(reader->copyValue("key", Domain).value(), Value("stored"));
+}
+
+/// Ends the child with the number of the first line that does not hold.
+#define REQUIRE_IN_CHILD(holds) \
+  if (!(holds)) return __LINE__ % 90 + 1
+
+TEST_F(SQLitePreferencesTest, AUserWithoutWritePermissionReadsWhatIsThere) {
+  makeStore();
+  fs::permissions(_temporary.path(), fs::perms{0755});
+  fs::permissions(file(), fs::perms{0444});
+  fs::permissions(folder(), fs::perms{0555});
+  std::array<int, 2> changed{};
+  ASSERT_EQ(::pipe(changed.data()), 0);
+  ChildProcess child([&](const ChildProcess::Report& report) {
+    constexpr unsigned nobody = 65534;
+    if (::getuid() == 0) REQUIRE_IN_CHILD(::setgroups(0, nullptr) == 0 && ::setuid(nobody) == 0);
+    const auto store = openIn(folder());
+    REQUIRE_IN_CHILD(store->copyValue("key", Domain).value() == Value("stored"));
+    REQUIRE_IN_CHILD(!store->isWritable());
+    REQUIRE_IN_CHILD(store->synchronize(Domain));
+    report.send(0);
+    char go = 0;
+    REQUIRE_IN_CHILD(::read(changed[0], &go, 1) == 1);
+    REQUIRE_IN_CHILD(store->synchronize(Domain));
+    REQUIRE_IN_CHILD(store->copyValue("key", Domain).value() == Value(2));
+    store->setValue("key", 3, Domain);
+    REQUIRE_IN_CHILD(!store->synchronize(Domain));
+    REQUIRE_IN_CHILD(store->copyValue("key", Domain).value() == Value(2));
+    return 0;
+  });
+  ASSERT_TRUE(child.receive());
+  // A user who may write changes it; the number 2 is one byte in the file.
+  fs::permissions(folder(), fs::perms{0755});
+  fs::permissions(file(), fs::perms{0644});
+  executeIn(folder(), "UPDATE preferences SET value = x'02'");
+  ASSERT_EQ(::write(changed[1], "g", 1), 1);
+  EXPECT_EQ(child.exitCode(), 0);
+  fs::permissions(folder(), fs::perms{0700});
+}
+
+// Several processes
+
+TEST_F(SQLitePreferencesTest, WhatWasSynchronizedSurvivesAKill) {
+  ChildProcess writer([this](const ChildProcess::Report& report) {
+    const auto store = openIn(folder());
+    for (std::int64_t round = 1;; ++round) {
+      store->setValue("first", round, Domain);
+      store->setValue("second", Array{round, std::string(5000, 'x')}, Domain);
+      REQUIRE_IN_CHILD(store->synchronize(Domain));
+      report.send(round);
+    }
+  });
+  std::int64_t confirmed = 0;
+  for (int count = 0; count < 100; ++count) confirmed = writer.receive().value_or(-1);
+  writer.kill();
+  while (const auto sent = writer.receive()) confirmed = *sent;
+  ASSERT_GE(confirmed, 100);
+
+  const auto store = open();
+  const auto first = store->integerValue("first", Domain).value();
+  ASSERT_TRUE(first);
+  EXPECT_GE(*first, confirmed);
+  const auto second = store->copyValue("second", Domain).value();
+  ASSERT_TRUE(second && second->array());
+  EXPECT_EQ(second->array()->front(), Value(*first)) << "both or neither";
+}
+
+TEST_F(SQLitePreferencesTest, WritersThatStartAtOnceDoNotLoseEachOthersValues) {
+  constexpr int writers = 4, rounds = 25;
+  std::vector<std::unique_ptr<ChildProcess>> children;
+  for (int number = 0; number < writers; ++number) {
+    children.push_back(std::make_unique<ChildProcess>([this, number](const ChildProcess::Report&) {
+      const auto store = openIn(folder());
+      for (int round = 1; round <= rounds; ++round) {
+        store->setValue("key " + std::to_string(number), round, Domain);
+        REQUIRE_IN_CHILD(store->synchronize(Domain));
+      }
+      return 0;
+    }));
+  }
+  for (const auto& child : children) EXPECT_EQ(child->exitCode(), 0);
+  const auto store = open();
+  for (int number = 0; number < writers; ++number) {
+    EXPECT_EQ(store->integerValue("key " + std::to_string(number), Domain).value(), rounds);
+  }
+}
+
+TEST_F(SQLitePreferencesTest, InsertingIfAbsentLetsTheFirstDecide) {
+  const auto first = open(), second = open();
+  EXPECT_EQ(second->copyValue("Region", Domain).value(), std::nullopt);
+  EXPECT_TRUE(first->insertIfAbsent({{"Region", "DE"}}, Domain));
+  EXPECT_TRUE(second->insertIfAbsent({{"Region", "FR"}, {"Locale", "fr_FR"}}, Domain));
+  EXPECT_EQ(second->copyValue("Region", Domain).value(), Value("DE"));
+  EXPECT_EQ(second->copyValue("Locale", Domain).value(), Value("fr_FR"));
+}
+
+// Defaults
+
+TEST_F(SQLitePreferencesTest, DefaultsComeFromTheJSONFile) {
+  const auto store = open();
+  EXPECT_EQ(store->persistentValueForKey("flag", Domain), std::nullopt);
+  fs::create_directory(folder());
+  const fs::path defaults = folder() / "defaults.json";
+  writeFile(defaults, R"({"org.tapnote.TN": {"flag": true, "whole": 3, "real": 3.0, "none": null, "text": "a",
+                          "big": 18446744073709551615, "list": [1, null, {"k": false}]}, "other": 5})");
+  EXPECT_EQ(store->persistentValueForKey("flag", Domain), Value(true));
+  EXPECT_EQ(store->persistentValueForKey("whole", Domain), Value(3));
+  EXPECT_EQ(store->persistentValueForKey("real", Domain), Value(3.0));
+  EXPECT_EQ(store->persistentValueForKey("none", Domain), std::nullopt);
+  EXPECT_EQ(store->persistentValueForKey("text", Domain), Value("a"));
+  EXPECT_EQ(store->persistentValueForKey("big", Domain), Value(18446744073709551615.0));
+  EXPECT_EQ(store->persistentValueForKey("list", Domain), Value(Array{1, Dictionary{{"k", false}}}));
+  EXPECT_EQ(store->persistentValueForKey("flag", "other"), std::nullopt);
+  EXPECT_EQ(store->copyValue("flag", Domain).value(), std::nullopt) << "not shared";
+
+  for (const char* damaged : {"{\"org.tapnote.TN\": {\"flag\": true}", "[]", "\"\xFF\""}) {
+    _log->clear();
+    writeFile(defaults, damaged);
+    EXPECT_EQ(store->persistentValueForKey("flag", Domain), std::nullopt) << damaged;
+    EXPECT_EQ(store->persistentValueForKey("flag", Domain), std::nullopt) << damaged;
+    EXPECT_EQ(_log->messages().size(), 1u) << damaged;
+  }
+}
+
+}  // namespace
+}  // namespace pellor

@@ -1,0 +1,267 @@
+#include "linux/VdirAddressBook.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "linux/VdirContactStore.h"
+#include "linux/VdirHandle.h"
+#include "tests/linux/ContactsFixture.h"
+
+namespace pellor {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// One program that uses the contacts folder.
+class Program {
+ public:
+  explicit Program(ContactsFixture& fixture, VdirAddressBookOptions options = {}) : process(fixture.log) {
+    options.index = fixture.options();
+    const Process::Scope scope(process);
+    store = VdirAddressBook::make(process, std::move(options));
+    const auto count = [this](const Notification& notification) {
+      ++posts[notification.name];
+      process.mainQueue().stop();
+    };
+    for (const char* name : {AddressBookChangedNotification, FavoritesFileChangedNotification})
+      _observations.push_back(process.notificationCenter().addObserver(name, count));
+  }
+  // The store's watch ends before the process does.
+  ~Program() { store.reset(); }
+
+  template <class Work>
+  void with(Work work) {
+    const Process::Scope scope(process);
+    store->performWithAddressBook([&](AddressBook& book) { work(book); });
+  }
+  std::string nameOf(const std::string& guid) {
+    std::string name = "(none)";
+    with([&](AddressBook& book) {
+      if (const auto person = book.copyPersonMatchingGUID(guid)) name = person->compositeName().value_or("(no name)");
+    });
+    return name;
+  }
+  std::int32_t sequence() {
+    std::int32_t number = 0;
+    with([&](AddressBook& book) { number = book.sequenceNumber(); });
+    return number;
+  }
+
+  /// Serves the main queue until that holds, looking again after each notification.
+  template <class Condition>
+  bool waitUntil(Condition condition) {
+    const Process::Scope scope(process);
+    bool isLate = false;
+    const auto limit = Timer::after(process.mainQueue(), 30, [&] {
+      isLate = true;
+      process.mainQueue().stop();
+    });
+    while (!isLate && !condition()) process.mainQueue().run();
+    return !isLate;
+  }
+
+  Process process;
+  std::shared_ptr<VdirAddressBook> store;
+  std::map<std::string, int> posts;
+
+ private:
+  std::vector<std::shared_ptr<Observation>> _observations;
+};
+
+struct VdirAddressBookTest : testing::Test, ContactsFixture {};
+
+TEST_F(VdirAddressBookTest, TellsOfEachChangeOfTheFolder) {
+  put("a.vcf", card("anna", "Anna"));
+  Program program(*this);
+  EXPECT_EQ(program.nameOf("anna"), "Anna");
+  const std::int32_t before = program.sequence();
+
+  put("a.vcf", card("anna", "Anne"));
+  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "Anne"; }));
+  EXPECT_NE(program.sequence(), before);
+  EXPECT_EQ(program.posts[AddressBookChangedNotification], 1);
+
+  put("b.vcf", card("boris", "Boris"));
+  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("boris") == "Boris"; }));
+  std::filesystem::rename(contacts / "b.vcf", contacts / "c.vcf");
+  remove("a.vcf");
+  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "(none)"; }));
+  EXPECT_EQ(program.nameOf("boris"), "Boris");
+}
+
+// What changes nothing is not announced. A last change shows that what came before it has been looked at.
+TEST_F(VdirAddressBookTest, SaysNothingOfWhatIsNoChange) {
+  put("a.vcf", card("anna", "Anna"));
+  Program program(*this);
+  program.sequence();
+  put("a.vcf", card("anna", "Anna"));
+  put("broken.vcf", "nothing");
+  put("note.txt", "nothing");
+  put("favorites", "anna\n");
+  EXPECT_TRUE(program.waitUntil([&] { return program.posts[FavoritesFileChangedNotification] > 0; }));
+  EXPECT_EQ(program.posts[AddressBookChangedNotification], 0);
+  EXPECT_EQ(log->count("broken.vcf"), 1U);
+}
+
+TEST_F(VdirAddressBookTest, EveryProgramHearsOfAChangeOnceWhicheverIndexedIt) {
+  put("a.vcf", card("anna", "Anna"));
+  Program one(*this);
+  Program other(*this);
+  const std::int32_t before = one.sequence();
+  EXPECT_EQ(other.sequence(), before);
+  put("a.vcf", card("anna", "Anne"));
+  // The second finds the work done.
+  EXPECT_TRUE(one.waitUntil([&] { return one.posts[AddressBookChangedNotification] > 0; }));
+  EXPECT_TRUE(other.waitUntil([&] { return other.posts[AddressBookChangedNotification] > 0; }));
+  EXPECT_EQ(one.sequence(), before + 1);
+  EXPECT_EQ(other.sequence(), before + 1);
+  EXPECT_EQ(other.nameOf("anna"), "Anne");
+}
+
+TEST_F(VdirAddressBookTest, AFolderMayComeLaterAndGo) {
+  std::filesystem::remove(contacts);
+  Program program(*this);
+  EXPECT_EQ(program.nameOf("anna"), "(none)");
+  EXPECT_THAT(program.store->folderError().value_or(""), HasSubstr("does not exist"));
+
+  std::filesystem::create_directory(folder / "new");
+  writeFile(folder / "new" / "a.vcf", card("anna", "Anna"));
+  std::filesystem::rename(folder / "new", contacts);
+  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "Anna"; }));
+  EXPECT_EQ(program.store->folderError(), std::nullopt);
+
+  // A folder that is taken away as a whole takes no contact along; the one that takes its place decides.
+  std::filesystem::rename(contacts, folder / "away");
+  {
+    Program later(*this);
+    EXPECT_EQ(later.nameOf("anna"), "Anna");
+    EXPECT_THAT(later.store->folderError().value_or(""), HasSubstr("does not exist"));
+  }
+  std::filesystem::create_directory(folder / "new");
+  writeFile(folder / "new" / "b.vcf", card("bob", "Bob"));
+  std::filesystem::rename(folder / "new", contacts);
+  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("bob") == "Bob"; }));
+  EXPECT_EQ(program.nameOf("anna"), "(none)");
+}
+
+TEST_F(VdirAddressBookTest, AFolderThatCannotBeReadIsTriedAgain) {
+  const std::filesystem::path away = folder / "away";
+  std::filesystem::rename(contacts, away);
+  std::filesystem::create_symlink(contacts, contacts);
+  Program program(*this);
+  EXPECT_EQ(program.nameOf("anna"), "(none)");
+  EXPECT_THAT(program.store->folderError().value_or(""), HasSubstr("cannot be read"));
+  std::filesystem::remove(contacts);
+  writeFile(away / "a.vcf", card("anna", "Anna"));
+  std::filesystem::rename(away, contacts);
+  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "Anna"; }));
+  EXPECT_EQ(program.store->folderError(), std::nullopt);
+}
+
+TEST_F(VdirAddressBookTest, CostsNothingUntilItIsUsed) {
+  put("a.vcf", card("anna", "Anna"));
+  { Program program(*this); }
+  EXPECT_FALSE(std::filesystem::exists(data));
+}
+
+// The rest of a piece of work must not see half of a change, even if it serves the main queue.
+TEST_F(VdirAddressBookTest, AChangeWaitsForTheEndOfTheWorkInProgress) {
+  put("a.vcf", card("anna", "Anna"));
+  Program program(*this);
+  program.with([&](AddressBook&) {
+    put("a.vcf", card("anna", "Anne"));
+    // Another contact, noticed after it: by then the first event is in the queue.
+    put("favorites", "anna\n");
+    while (program.process.mainQueue().drain()) {
+    }
+    program.with([&](AddressBook& again) { EXPECT_EQ(again.copyPersonMatchingGUID("anna")->compositeName(), "Anna"); });
+  });
+  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "Anne"; }));
+}
+
+TEST_F(VdirAddressBookTest, RecordsAreOneObjectForEachHandle) {
+  put("a.vcf", card("anna", "Anna Novak", "TEL;TYPE=cell:+493023125001\nNICKNAME:Ann\n"));
+  Program program(*this);
+  program.with([&](AddressBook& book) {
+    const RecordRef anna = book.copyPersonMatchingGUID("anna");
+    EXPECT_EQ(book.personForRecordID(anna->recordID()), anna);
+    EXPECT_EQ(book.copyPeopleMatchingName("ANN")->front(), anna);
+    EXPECT_EQ(book.orderedPeopleForDestination("03023125001")->front(), anna);
+    EXPECT_EQ(book.allPeople(), std::vector<RecordRef>{anna});
+    EXPECT_EQ(anna->allLinkedPeople(), std::vector<RecordRef>{anna});
+    EXPECT_EQ(anna->shortName(), "Anna");
+    EXPECT_EQ(anna->emailValues(), std::nullopt);
+    EXPECT_EQ(book.copyPersonMatchingGUID("nobody"), nullptr);
+    EXPECT_EQ(book.personForRecordID(InvalidRecordID), nullptr);
+    EXPECT_EQ(book.copyPeopleMatchingName("nobody"), std::nullopt);
+    EXPECT_EQ(book.orderedPeopleForDestination("030"), std::nullopt);
+    const auto own = program.store->openPrivateAddressBook();
+    EXPECT_EQ(own->databaseUID(), book.databaseUID());
+    EXPECT_NE(own->copyPersonMatchingGUID("anna"), anna);
+  });
+  EXPECT_EQ(VdirContactStore(program.store).personFromContact({"anna"})->recordGUID(), "anna");
+  EXPECT_EQ(VdirContactStore(program.store).personFromContact({"nobody"}), nullptr);
+}
+
+TEST_F(VdirAddressBookTest, WhatIsSetOnARecordStaysInTheHandle) {
+  put("a.vcf", card("anna", "Anna Novak", "TEL;TYPE=cell:+493023125001\n"));
+  Program program(*this);
+  const auto book = program.store->openPrivateAddressBook();
+  const RecordRef anna = book->copyPersonMatchingGUID("anna");
+  MultiValue phones = anna->copyMultiValue(RecordProperty::phone).value();
+  const std::int32_t added = program.store->addMultiValueEntry(phones, "+493023125002", "work");
+  phones.entries.pop_back();
+  EXPECT_GT(program.store->addMultiValueEntry(phones, "+493023125003", "home"), added);
+  anna->setRecordValue(RecordProperty::phone, phones);
+  anna->setRecordValue(RecordProperty::nickname, std::string("Ann"));
+  // The record is asked for again, and its file has changed meanwhile.
+  put("a.vcf", card("anna", "Anne Novak"));
+  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "Anne Novak"; }));
+  EXPECT_EQ(book->copyPersonMatchingGUID("anna"), anna);
+  EXPECT_EQ(anna->nickname(), "Ann");
+  EXPECT_THAT(anna->phoneValues().value(), ElementsAre("+493023125001", "+493023125003"));
+  program.with(
+      [](AddressBook& shared) { EXPECT_EQ(shared.copyPersonMatchingGUID("anna")->phoneValues(), std::nullopt); });
+}
+
+TEST_F(VdirAddressBookTest, ALinkedSetHasOneThatStandsForItAndOneThatNamesIt) {
+  put("a.vcf", card("a", "", "TEL:+493023125001\nX-FOLKS-CONTACTS-IDS:c\n"));
+  put("b.vcf", card("b", "Boris", "TEL:+493023125001\n"));
+  put("c.vcf", card("c", "Clara", "TEL:+493023125001\n"));
+  Program program(*this);
+  program.with([](AddressBook& book) {
+    const RecordRef a = book.copyPersonMatchingGUID("a");
+    const RecordRef b = book.copyPersonMatchingGUID("b");
+    const RecordRef c = book.copyPersonMatchingGUID("c");
+    EXPECT_EQ(c->linkID(), a->recordID());
+    EXPECT_EQ(b->linkID(), InvalidRecordID);
+    EXPECT_EQ(c->allLinkedPeople(), (std::vector<RecordRef>{a, c}));
+    EXPECT_EQ(a->preferredLinkedPersonForName(), c);
+    EXPECT_EQ(book.orderedPeopleForDestination("03023125001"), (std::vector<RecordRef>{a, b, c}));
+  });
+  put("a.vcf", card("a", "", "TEL:+493023125001\n"));
+  program.waitUntil([&] { return program.posts[AddressBookChangedNotification] > 0; });
+  program.with(
+      [](AddressBook& book) { EXPECT_EQ(book.copyPersonMatchingGUID("a")->preferredLinkedPersonForName(), nullptr); });
+}
+
+TEST_F(VdirAddressBookTest, OrganisationsAreNoPersons) {
+  put("a.vcf", card("a", "Anna Novak", "ORG:Club\n"));
+  put("b.vcf", card("b", "Club", "ORG:Club\nN:;;;;\n"));
+  VdirAddressBookOptions options;
+  options.surnameFirst = [] { return true; };
+  Program program(*this, std::move(options));
+  program.with([](AddressBook& book) {
+    const RecordRef person = book.copyPersonMatchingGUID("a");
+    const RecordRef club = book.copyPersonMatchingGUID("b");
+    EXPECT_TRUE(person->isPersonKind());
+    EXPECT_FALSE(club->isPersonKind());
+    EXPECT_NE(person->recordValue(RecordProperty::kind), club->recordValue(RecordProperty::kind));
+    EXPECT_EQ(club->compositeName(), "Club");
+    EXPECT_EQ(club->shortName(), std::nullopt);
+  });
+}
+
+}  // namespace
+}  // namespace pellor
