@@ -1,0 +1,47 @@
+// What the user asked for.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "cli/CommandError.h"
+#include "cli/Session.h"
+
+namespace CLI {
+class App;
+}
+
+namespace pellor::cli {
+
+/// Does the work of a command. Throws CommandError when that fails.
+using Command = std::function<void(Session&)>;
+
+/// A command and the options that it came with.
+struct CommandLine {
+  CommonOptions options;
+  Command command;
+};
+
+/// What the arguments ask for: a command, or a text to print (help, version), after which the program ends with
+/// success. Throws UsageError.
+struct ParsedArguments {
+  std::optional<std::string> text;
+  CommandLine line;
+};
+ParsedArguments parseArguments(int count, const char* const* arguments);
+
+// Each adds a group of commands; the one that is given on the command line becomes `chosen`.
+void addListCommands(CLI::App& program, Command& chosen);       // list, find
+void addEditCommands(CLI::App& program, Command& chosen);       // add, remove, move
+void addPageCommands(CLI::App& program, Command& chosen);       // title, purge
+void addFriendCommands(CLI::App& program, Command& chosen);     // reply-as, meta
+void addContactCommands(CLI::App& program, Command& chosen);    // contacts, allow, refresh
+void addFavoritesCommands(CLI::App& program, Command& chosen);  // favorites
+void addSettingsCommands(CLI::App& program, Command& chosen);   // settings
+void addWatchCommand(CLI::App& program, Command& chosen);       // watch
+
+/// The command when none is given: list.
+Command defaultCommand();
+
+}  // namespace pellor::cli

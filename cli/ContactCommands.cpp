@@ -1,0 +1,167 @@
+// contacts, allow, refresh
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/ChangeReport.h"
+#include "cli/CommandLine.h"
+#include "cli/ContactSearch.h"
+#include "cli/JsonForms.h"
+#include "cli/Output.h"
+#include "linux/IcuText.h"
+
+namespace pellor::cli {
+namespace {
+
+constexpr std::size_t WidestColumn = 28;
+
+/// A contact and whether it is a friend.
+struct Listed {
+  ContactEntry contact;
+  bool isFriend = false;
+};
+
+std::vector<Listed> listedContacts(Session& session, const std::optional<std::string>& pattern) {
+  const PLFriendsManager& manager = session.manager();
+  std::set<std::string> friendGuids;
+  for (const FriendAt& found : allFriends(manager)) friendGuids.insert(found.person->abRecordGUID().value_or(""));
+  const auto isFriend = [&](const std::string& guid) { return friendGuids.contains(guid); };
+  std::vector<Listed> listed;
+  for (ContactEntry& contact : contactsMatching(session, pattern)) {
+    const bool known = isFriend(contact.guid) || std::ranges::any_of(contact.linkedGuids, isFriend);
+    listed.push_back({std::move(contact), known});
+  }
+  return listed;
+}
+
+std::string firstDestination(const ContactEntry& contact) {
+  return contact.destinations.empty() ? "(unreachable)" : printable(contact.destinations.front());
+}
+
+std::string contactsText(const std::vector<Listed>& contacts) {
+  std::size_t nameWidth = 0;
+  std::size_t destinationWidth = 0;
+  for (const Listed& listed : contacts) {
+    nameWidth = std::max(nameWidth, displayWidth(nameOf(listed.contact)));
+    destinationWidth = std::max(destinationWidth, displayWidth(firstDestination(listed.contact)));
+  }
+  std::string text;
+  for (const auto& [contact, isFriend] : contacts) {
+    text += std::string(isFriend ? "* " : "  ") + fitted(nameOf(contact), std::min(nameWidth, WidestColumn)) + "  " +
+            fitted(firstDestination(contact), std::min(destinationWidth, WidestColumn)) + "  " +
+            printable(contact.guid) + "\n";
+  }
+  return text;
+}
+
+Json contactsJson(Session& session, const std::vector<Listed>& contacts) {
+  Json list = Json::array();
+  for (const auto& [contact, isFriend] : contacts) list.push_back(jsonOf(contact, isFriend));
+  return {{"folder", session.platform().contactsFolder().string()}, {"contacts", list}};
+}
+
+void contacts(Session& session, const std::optional<std::string>& pattern) {
+  session.requireContacts();
+  const std::vector<Listed> listed = listedContacts(session, pattern);
+  session.answer([&] { return contactsText(listed); }, [&] { return contactsJson(session, listed); });
+}
+
+bool isAllowed(Session& session, const ContactEntry& contact) {
+  PersonValueCache counts;
+  return session.manager().shouldAllowAddingContactWithContactStorePersonValueCache(
+      {contact.guid}, *platformOf(session.process()).contacts, counts);
+}
+
+void answerRefusal(Session& session, const ContactEntry& contact, const char* reason, bool isFriend) {
+  session.answer([] { return std::string(); },
+                 [&] {
+                   return Json{{"allowed", false}, {"reason", reason}, {"contact", jsonOf(contact, isFriend)}};
+                 });
+}
+
+void allow(Session& session, const std::string& who) {
+  session.requireContacts();
+  const auto contact = contactNamed(session, who);
+  if (!contact) throw CommandError("no contact is called \"" + who + "\"");
+  const auto known = friendThatIs(session.manager(), *contact);
+  if (known) {
+    answerRefusal(session, *contact, "isFriend", true);
+    throw CommandError(nameOf(*contact) + " is a friend already (" + textOf(known->place) + ")");
+  }
+  if (!isAllowed(session, *contact)) {
+    answerRefusal(session, *contact, "noDestination", false);
+    throw CommandError(nameOf(*contact) + " has neither a number nor an address");
+  }
+  session.answer([&] { return nameOf(*contact) + " may be added\n"; },
+                 [&] {
+                   return Json{{"allowed", true}, {"reason", nullptr}, {"contact", jsonOf(*contact, false)}};
+                 });
+}
+
+// The first log of a list that was just loaded has every friend as added.
+void takeChanges(const PLChangeLog& log, ChangeReport& report, bool isFirst, std::vector<Change>& changes) {
+  for (Change& change : report.changesOf(log)) {
+    if (!isFirst || change.kind != "added") changes.push_back(std::move(change));
+  }
+}
+
+std::vector<Change> refreshedFriends(Session& session) {
+  std::vector<PLChangeLog> logs;
+  const auto observation = session.process().notificationCenter().addObserver(
+      std::string(PLFriendsManagerChangedNotification), [&](const Notification& notification) {
+        if (const auto* log = notification.userInfoAs<PLChangeLog>()) logs.push_back(*log);
+      });
+  PLFriendsManager& manager = session.manager();
+  ChangeReport report(manager);
+  manager.refreshAgainstAddressBook();
+  session.commit();
+  std::vector<Change> changes;
+  for (std::size_t index = 0; index < logs.size(); ++index) takeChanges(logs[index], report, index == 0, changes);
+  return changes;
+}
+
+std::string refreshText(const std::vector<Change>& changes) {
+  if (changes.empty()) return "the friends are in step with the contacts\n";
+  std::string text;
+  for (const Change& change : changes) text += textOf(change) + "\n";
+  return text;
+}
+
+Json refreshJson(const std::vector<Change>& changes) {
+  Json list = Json::array();
+  for (const Change& change : changes) list.push_back(jsonOf(change));
+  Json object;
+  object["changes"] = std::move(list);
+  return object;
+}
+
+void refresh(Session& session) {
+  session.requireContacts();
+  session.requireWritableStore();
+  const std::vector<Change> changes = refreshedFriends(session);
+  session.answer([&] { return refreshText(changes); }, [&] { return refreshJson(changes); });
+}
+
+}  // namespace
+
+void addContactCommands(CLI::App& program, Command& chosen) {
+  auto* list = program.add_subcommand("contacts", "List the contacts with their GUIDs; friends are marked with *");
+  const auto pattern = std::make_shared<std::optional<std::string>>();
+  list->add_option("PATTERN", *pattern, "A part of the name, number, address or GUID");
+  list->callback([&chosen, pattern] { chosen = [pattern](Session& session) { contacts(session, *pattern); }; });
+
+  auto* check = program.add_subcommand("allow", "Tell whether a contact may be added, and why not");
+  const auto who = std::make_shared<std::string>();
+  check->add_option("WHO", *who, "The contact")->required();
+  check->callback([&chosen, who] { chosen = [who](Session& session) { allow(session, *who); }; });
+
+  program.add_subcommand("refresh", "Bring the friends in step with the contacts and show what changed")
+      ->callback([&chosen] { chosen = refresh; });
+}
+
+}  // namespace pellor::cli

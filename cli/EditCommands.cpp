@@ -1,0 +1,195 @@
+// add, remove, move
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "cli/CommandLine.h"
+#include "cli/ContactSearch.h"
+#include "cli/FriendSearch.h"
+#include "cli/JsonForms.h"
+#include "cli/NameMatch.h"
+
+namespace pellor::cli {
+namespace {
+
+using Persons = std::vector<std::shared_ptr<PLPerson>>;
+
+CommandError isFriendAlready(const FriendAt& known) {
+  return CommandError(nameOf(*known.person) + " is a friend already (" + textOf(known.place) + ")");
+}
+
+std::shared_ptr<PLPerson> personOf(PLFriendsManager& manager, const ContactEntry& contact) {
+  if (const auto known = friendThatIs(manager, contact)) throw isFriendAlready(*known);
+  if (contact.reachableBy == 0) throw CommandError(nameOf(contact) + " has neither a number nor an address");
+  return manager.personWithABRecordGUID(contact.guid);
+}
+
+std::shared_ptr<PLPerson> personToAdd(Session& session, const std::string& who) {
+  PLFriendsManager& manager = session.manager();
+  if (const auto contact = contactNamed(session, who)) return personOf(manager, *contact);
+  if (isPlainDestination(who)) {
+    const auto known = friendsWithDestination(manager, who);
+    if (!known.empty()) throw isFriendAlready(known.front());
+    return manager.personWithDestinations({who});
+  }
+  session.requireContacts();
+  throw CommandError("no contact is called \"" + who + "\", and it is neither a number nor an address");
+}
+
+Persons personsToAdd(Session& session, const std::vector<std::string>& who) {
+  Persons persons;
+  for (const std::string& name : who) {
+    const auto person = personToAdd(session, name);
+    if (std::ranges::find(persons, person) != persons.end()) throw UsageError(nameOf(*person) + " is named twice");
+    persons.push_back(person);
+  }
+  return persons;
+}
+
+// Pages that would still be made are counted only where empty pages are made by themselves.
+std::uint64_t freeSlots(Session& session) {
+  const PLFriendsManager& manager = session.manager();
+  std::uint64_t count = 0;
+  for (const auto& page : manager.friendGroups()) count += page->groupSize() - page->count();
+  const auto makesPages =
+      session.platform().preferences().booleanValue(PLEmptyTrailingGroupEnabledKey, manager.domain());
+  const std::uint64_t pages = manager.friendGroups().size();
+  if (!makesPages.value().value_or(true) || pages >= manager.maxGroupCount()) return count;
+  // Enough for any number of arguments, whatever the limit is.
+  return count + std::min<std::uint64_t>(manager.maxGroupCount() - pages, 1U << 20) * manager.groupSize();
+}
+
+void requireRoom(Session& session, std::size_t wanted) {
+  if (freeSlots(session) < wanted) throw CommandError("there is no room: every slot of every page is taken");
+}
+
+std::vector<FriendAt> placesOf(const PLFriendsManager& manager, const Persons& persons) {
+  std::vector<FriendAt> found;
+  for (const FriendAt& candidate : allFriends(manager)) {
+    if (std::ranges::find(persons, candidate.person) != persons.end()) found.push_back(candidate);
+  }
+  return found;
+}
+
+std::string eachText(const std::vector<FriendAt>& friends, const std::string& what) {
+  std::string text;
+  for (const FriendAt& each : friends) text += what + " " + nameOf(*each.person) + " (" + textOf(each.place) + ")\n";
+  return text;
+}
+
+Json eachJson(const std::vector<FriendAt>& friends, const std::string& what) {
+  Json result = Json::array();
+  for (const FriendAt& each : friends) result.push_back(jsonOf(each));
+  Json object;
+  object[what] = std::move(result);
+  return object;
+}
+
+void answerEach(Session& session, const std::vector<FriendAt>& friends, const std::string& what) {
+  session.answer([&] { return eachText(friends, what); }, [&] { return eachJson(friends, what); });
+}
+
+void add(Session& session, const std::vector<std::string>& who) {
+  session.requireWritableStore();
+  PLFriendsManager& manager = session.manager();
+  const Persons persons = personsToAdd(session, who);
+  requireRoom(session, persons.size());
+  for (const auto& person : persons) {
+    if (!manager.addFriend(person)) throw CommandError("there is no room for " + nameOf(*person));
+  }
+  session.commit();
+  answerEach(session, placesOf(manager, persons), "added");
+}
+
+void remove(Session& session, const std::vector<std::string>& who) {
+  session.requireWritableStore();
+  const std::vector<FriendAt> friends = friendsNamed(session.manager(), who);
+  // Pages that become empty vanish on the way; the friends hold theirs.
+  for (const FriendAt& each : friends) each.page->removeFriendAtPosition(each.place.slot);
+  session.commit();
+  answerEach(session, friends, "removed");
+}
+
+struct Move {
+  FriendAt from;
+  std::shared_ptr<PLFriendGroup> page;
+  Place to;
+
+  bool staysOnPage() const { return page == from.page; }
+  std::shared_ptr<PLPerson> displaced() const { return page->friendAtPosition(to.slot); }
+};
+
+void putIntoSlot(PLFriendGroup& page, std::uint64_t slot, const std::shared_ptr<PLPerson>& person) {
+  Persons content = page.friends();
+  content[slot] = person;
+  page.setFriends(std::move(content));
+}
+
+// A taken slot swaps. Each person is reported once, whatever the number of pages.
+void perform(PLFriendsManager& manager, const Move& move) {
+  const auto displaced = move.displaced();
+  Persons moved = {move.from.person};
+  if (displaced) moved.push_back(displaced);
+  putIntoSlot(*move.from.page, move.from.place.slot, displaced);
+  putIntoSlot(*move.page, move.to.slot, move.from.person);
+  if (!move.staysOnPage()) manager.friendGroupDidMoveFriends(move.from.page, {});
+  manager.friendGroupDidMoveFriends(move.page, moved);
+  // The last page may have got its first friend: this adds the empty page behind it.
+  manager.syncFriendGroup(move.page);
+  manager.save();
+}
+
+Place targetIn(const PLFriendsManager& manager, const std::string& text) {
+  const auto place = placeIn(text);
+  if (!place) throw UsageError("\"" + text + "\" is no place such as 2:5");
+  if (place->slot < pageAt(manager, place->page)->groupSize()) return *place;
+  throw CommandError("there is no slot " + text + ": a page has " + std::to_string(manager.groupSize()));
+}
+
+std::vector<FriendAt> movedFriends(const Move& move, const std::shared_ptr<PLPerson>& displaced) {
+  std::vector<FriendAt> result = {{move.to, move.page, move.from.person}};
+  if (displaced) result.push_back({move.from.place, move.from.page, displaced});
+  return result;
+}
+
+void move(Session& session, const std::string& who, const std::string& target) {
+  session.requireWritableStore();
+  PLFriendsManager& manager = session.manager();
+  const Place to = targetIn(manager, target);
+  const FriendAt from = friendNamed(manager, who);
+  if (from.place == to) return answerEach(session, {}, "moved");
+  const Move wanted{from, pageAt(manager, to.page), to};
+  const auto displaced = wanted.displaced();
+  perform(manager, wanted);
+  session.commit();
+  answerEach(session, movedFriends(wanted, displaced), "moved");
+}
+
+void addManyCommand(CLI::App& program, Command& chosen, const char* name, const char* text, const char* whoText,
+                    void (*run)(Session&, const std::vector<std::string>&)) {
+  auto* command = program.add_subcommand(name, text);
+  const auto who = std::make_shared<std::vector<std::string>>();
+  command->add_option("WHO", *who, whoText)->required()->expected(1, -1);
+  command->callback([&chosen, who, run] { chosen = [who, run](Session& session) { run(session, *who); }; });
+}
+
+}  // namespace
+
+void addEditCommands(CLI::App& program, Command& chosen) {
+  addManyCommand(program, chosen, "add", "Add friends, each into the first free slot; all or none",
+                 "Contacts by GUID, name, number or address, or a number or an address of nobody's", add);
+  addManyCommand(program, chosen, "remove", "Remove friends; all or none", "Friends", remove);
+  auto* command = program.add_subcommand("move", "Move a friend to another slot; a taken slot swaps");
+  const auto who = std::make_shared<std::string>();
+  const auto target = std::make_shared<std::string>();
+  command->add_option("WHO", *who, "The friend")->required();
+  command->add_option("PAGE:SLOT", *target, "The slot")->required();
+  command->callback(
+      [&chosen, who, target] { chosen = [who, target](Session& session) { move(session, *who, *target); }; });
+}
+
+}  // namespace pellor::cli

@@ -1,0 +1,175 @@
+// favorites
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/CommandLine.h"
+#include "cli/ContactSearch.h"
+#include "cli/JsonForms.h"
+#include "cli/NameMatch.h"
+#include "cli/Output.h"
+
+namespace pellor::cli {
+namespace {
+
+using Lines = std::vector<FavoritesFile::Line>;
+
+std::string fileName(Session& session) {
+  return "the favorites file in " + session.platform().contactsFolder().string();
+}
+
+Lines linesOf(Session& session) {
+  session.requireContacts();
+  const auto lines = session.platform().favorites().lines();
+  if (!lines) throw CommandError(fileName(session) + " cannot be read");
+  return *lines;
+}
+
+std::string nameOf(const FavoritesFile::Line& line) {
+  return printable(!line.name.empty() ? line.name : !line.value.empty() ? line.value : line.guid);
+}
+
+std::string favoritesText(const Lines& lines) {
+  std::string text;
+  std::size_t number = 0;
+  for (const auto& line : lines) {
+    text += std::to_string(++number) + " " + nameOf(line);
+    text += (line.value.empty() || line.name.empty() ? "" : " " + printable(line.value)) + "\n";
+  }
+  return text;
+}
+
+Json textOrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
+
+Json favoritesJson(const Lines& lines) {
+  Json list = Json::array();
+  for (const auto& line : lines) {
+    list.push_back(
+        {{"guid", textOrNull(line.guid)}, {"name", textOrNull(line.name)}, {"value", textOrNull(line.value)}});
+  }
+  Json object;
+  object["favorites"] = std::move(list);
+  return object;
+}
+
+void list(Session& session) {
+  const Lines lines = linesOf(session);
+  session.answer([&] { return favoritesText(lines); }, [&] { return favoritesJson(lines); });
+}
+
+void edit(Session& session, const FavoritesFile::Edit& change, const std::string& refusal) {
+  switch (session.platform().favorites().edit(change)) {
+    case FavoritesFile::Outcome::done:
+      return list(session);
+    case FavoritesFile::Outcome::refused:
+      throw CommandError(refusal);
+    case FavoritesFile::Outcome::failed:
+      break;
+  }
+  throw CommandError("nothing was saved: " + fileName(session) + " cannot be written");
+}
+
+FavoritesFile::Line lineFor(Session& session, const std::string& who) {
+  if (const auto contact = contactNamed(session, who)) {
+    return {contact->guid, contact->destinations.empty() ? "" : contact->destinations.front(),
+            contact->name.value_or("")};
+  }
+  if (isPlainDestination(who)) return {"", who, ""};
+  throw CommandError("no contact is called \"" + who + "\", and it is neither a number nor an address");
+}
+
+bool areSame(const FavoritesFile::Line& left, const FavoritesFile::Line& right) {
+  if (!left.guid.empty() || !right.guid.empty()) return left.guid == right.guid;
+  return destinationKey(left.value) == destinationKey(right.value);
+}
+
+void add(Session& session, const std::string& who) {
+  session.requireContacts();
+  const FavoritesFile::Line added = lineFor(session, who);
+  const auto change = [&](Lines& lines) {
+    if (std::ranges::any_of(lines, [&](const auto& line) { return areSame(line, added); })) return false;
+    lines.push_back(added);
+    return true;
+  };
+  edit(session, change, nameOf(added) + " is a favorite already");
+}
+
+std::size_t indexIn(const std::string& number, std::size_t count) {
+  const std::uint64_t index = pageIn(number);
+  if (index < count) return index;
+  throw CommandError("there is no favorite " + number + ": there are " + std::to_string(count));
+}
+
+// By number, else as a contact, else by the name in the file.
+std::size_t indexOf(Session& session, const Lines& lines, const std::string& who) {
+  const bool isNumber = !who.empty() && std::ranges::all_of(who, [](char c) { return c >= '0' && c <= '9'; });
+  if (isNumber && who.size() < 4) return indexIn(who, lines.size());
+  const auto contact = contactNamed(session, who);
+  const auto key = destinationKey(who);
+  const NameMatch name(who);
+  const auto isNamed = [&](const FavoritesFile::Line& line) {
+    if (contact && line.guid == contact->guid) return true;
+    return (key && destinationKey(line.value) == key) || name.isWhole(line.name);
+  };
+  const auto found = std::ranges::find_if(lines, isNamed);
+  if (found == lines.end()) throw CommandError("no favorite is called \"" + who + "\"");
+  return static_cast<std::size_t>(found - lines.begin());
+}
+
+void remove(Session& session, const std::string& who) {
+  const FavoritesFile::Line removed = [&] {
+    const Lines lines = linesOf(session);
+    return lines[indexOf(session, lines, who)];
+  }();
+  const auto change = [&](Lines& lines) { return std::erase(lines, removed) > 0; };
+  edit(session, change, "no favorite is called \"" + who + "\" any more");
+}
+
+void move(Session& session, const std::string& from, const std::string& to) {
+  const std::size_t count = linesOf(session).size();
+  const std::size_t source = indexIn(from, count);
+  const std::size_t target = indexIn(to, count);
+  const auto change = [&](Lines& lines) {
+    if (std::max(source, target) >= lines.size()) return false;
+    FavoritesFile::Line moved = std::move(lines[source]);
+    lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(source));
+    lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(target), std::move(moved));
+    return true;
+  };
+  edit(session, change, "the favorites have changed meanwhile");
+}
+
+void addWhoCommand(CLI::App& favorites, Command& chosen, const char* name, const char* text,
+                   void (*run)(Session&, const std::string&)) {
+  auto* command = favorites.add_subcommand(name, text);
+  const auto who = std::make_shared<std::string>();
+  command->add_option("WHO", *who, "A contact, a number or an address")->required();
+  command->callback([&chosen, who, run] { chosen = [who, run](Session& session) { run(session, *who); }; });
+}
+
+}  // namespace
+
+void addFavoritesCommands(CLI::App& program, Command& chosen) {
+  auto* favorites = program.add_subcommand("favorites", "Show or edit the favorites, of which a first list is made");
+  favorites->require_subcommand(0, 1);
+  favorites->add_subcommand("list", "Show the favorites in their order");
+  addWhoCommand(*favorites, chosen, "add", "Add a favorite at the end", add);
+  addWhoCommand(*favorites, chosen, "remove", "Remove a favorite, by name or by number", remove);
+  auto* command = favorites->add_subcommand("move", "Move a favorite to another place");
+  const auto from = std::make_shared<std::string>();
+  const auto to = std::make_shared<std::string>();
+  command->add_option("N", *from, "The number of the favorite")->required();
+  command->add_option("M", *to, "The number that it gets")->required();
+  command->callback([&chosen, from, to] { chosen = [from, to](Session& session) { move(session, *from, *to); }; });
+  // Runs after the callbacks of the commands below it.
+  favorites->callback([&chosen] {
+    if (!chosen) chosen = list;
+  });
+}
+
+}  // namespace pellor::cli

@@ -1,0 +1,100 @@
+// reply-as, meta
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "cli/CommandLine.h"
+#include "cli/FriendSearch.h"
+#include "cli/JsonForms.h"
+#include "cli/Output.h"
+
+namespace pellor::cli {
+namespace {
+
+struct ReplyAsArguments {
+  std::string who;
+  std::optional<std::string> address;
+  bool clears = false;
+};
+
+void replyAs(Session& session, const ReplyAsArguments& arguments) {
+  const bool changes = arguments.address || arguments.clears;
+  if (changes) session.requireWritableStore();
+  const FriendAt found = friendNamed(session.manager(), arguments.who);
+  if (changes) {
+    found.person->setPreferredReplyAs(arguments.address);
+    session.commit();
+  }
+  const auto address = found.person->preferredReplyAs();
+  session.answer([&] { return (address ? printable(*address) : std::string("(none)")) + "\n"; },
+                 [&] { return jsonOf(found); });
+}
+
+struct MetaArguments {
+  std::string who;
+  std::optional<std::string> key;
+  std::optional<std::string> value;
+  bool clears = false;
+};
+
+std::string entriesText(const Dictionary& entries) {
+  std::string text;
+  for (const auto& [key, value] : entries) text += printable(key + " = " + value.description()) + "\n";
+  return text;
+}
+
+void changeMetadata(Session& session, PLPerson& person, const MetaArguments& arguments) {
+  if (arguments.clears) person.removeAllMetadataValues();
+  if (arguments.value) person.setMetadataValueForKey(Value(*arguments.value), *arguments.key);
+  session.commit();
+}
+
+void answerMetadata(Session& session, const FriendAt& found, const MetaArguments& arguments) {
+  const bool asksForOne = arguments.key && !arguments.value;
+  const auto value = asksForOne ? found.person->metadataValueForKey(*arguments.key) : std::nullopt;
+  if (asksForOne && !value) {
+    throw CommandError(nameOf(*found.person) + " has no metadata under \"" + *arguments.key + "\"");
+  }
+  session.answer([&] { return value ? printable(value->description()) + "\n" : entriesText(found.person->metadata()); },
+                 [&] { return jsonOf(found); });
+}
+
+void meta(Session& session, const MetaArguments& arguments) {
+  if (arguments.clears && arguments.key) throw UsageError("--clear removes all metadata and takes no KEY");
+  const bool changes = arguments.value || arguments.clears;
+  if (changes) session.requireWritableStore();
+  const FriendAt found = friendNamed(session.manager(), arguments.who);
+  if (changes) changeMetadata(session, *found.person, arguments);
+  answerMetadata(session, found, arguments);
+}
+
+void addReplyAs(CLI::App& program, Command& chosen) {
+  auto* command = program.add_subcommand("reply-as", "Show or set the address that replies to a friend come from");
+  const auto arguments = std::make_shared<ReplyAsArguments>();
+  command->add_option("WHO", arguments->who, "The friend")->required();
+  auto* address = command->add_option("ADDRESS", arguments->address, "The address");
+  command->add_flag("--clear", arguments->clears, "Take the address away")->excludes(address);
+  command->callback([&chosen, arguments] { chosen = [arguments](Session& session) { replyAs(session, *arguments); }; });
+}
+
+void addMeta(CLI::App& program, Command& chosen) {
+  auto* command = program.add_subcommand("meta", "Show or set a friend's metadata");
+  const auto arguments = std::make_shared<MetaArguments>();
+  command->add_option("WHO", arguments->who, "The friend")->required();
+  command->add_option("KEY", arguments->key, "The key; without one all entries are shown");
+  command->add_option("VALUE", arguments->value, "The value, a text");
+  command->add_flag("--clear", arguments->clears, "Remove all entries");
+  command->callback([&chosen, arguments] { chosen = [arguments](Session& session) { meta(session, *arguments); }; });
+}
+
+}  // namespace
+
+void addFriendCommands(CLI::App& program, Command& chosen) {
+  addReplyAs(program, chosen);
+  addMeta(program, chosen);
+}
+
+}  // namespace pellor::cli

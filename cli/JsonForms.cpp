@@ -1,0 +1,105 @@
+#include "cli/JsonForms.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+namespace pellor::cli {
+namespace {
+
+constexpr double SecondsFrom1970To2001 = 978307200;
+
+std::string base64(const Data& data) {
+  constexpr std::string_view letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string text;
+  for (std::size_t index = 0; index < data.size(); index += 3) {
+    const std::size_t count = std::min<std::size_t>(3, data.size() - index);
+    std::uint32_t bits = 0;
+    for (std::size_t byte = 0; byte < 3; ++byte) bits = bits << 8 | (byte < count ? data[index + byte] : 0U);
+    for (std::size_t letter = 0; letter < 4; ++letter) {
+      text += letter <= count ? letters[bits >> (18 - 6 * letter) & 0x3F] : '=';
+    }
+  }
+  return text;
+}
+
+std::string utc(const Date& date) {
+  const double seconds = std::floor(date.seconds + SecondsFrom1970To2001);
+  // A time that no calendar has is given as it is stored.
+  if (!(std::abs(seconds) < 1e11)) return std::to_string(date.seconds);
+  const auto time = static_cast<std::time_t>(seconds);
+  std::tm parts{};
+  std::array<char, 32> text{};
+  ::gmtime_r(&time, &parts);
+  std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts);
+  return text.data();
+}
+
+Json jsonOfEach(const Array& values) {
+  Json result = Json::array();
+  for (const Value& value : values) result.push_back(jsonOf(value));
+  return result;
+}
+
+Json jsonOfEach(const Dictionary& values) {
+  Json result = Json::object();
+  for (const auto& [key, value] : values) result[key] = jsonOf(value);
+  return result;
+}
+
+}  // namespace
+
+Json jsonOf(const std::optional<std::string>& text) { return text ? Json(*text) : Json(nullptr); }
+
+Json jsonOf(const Place& place) { return {{"page", place.page}, {"slot", place.slot}}; }
+
+Json jsonOf(const Value& value) {
+  switch (value.kind()) {
+    case Value::Kind::boolean:
+      return *value.boolean();
+    case Value::Kind::integer:
+      return *value.integer();
+    case Value::Kind::real:
+      return *value.real();
+    case Value::Kind::string:
+      return *value.string();
+    case Value::Kind::data:
+      return base64(*value.data());
+    case Value::Kind::date:
+      return utc(*value.date());
+    case Value::Kind::array:
+      return jsonOfEach(*value.array());
+    case Value::Kind::dictionary:
+      return jsonOfEach(*value.dictionary());
+  }
+  return nullptr;
+}
+
+Json jsonOf(const PLPerson& person) {
+  const auto values = person.allValues();
+  return {{"guid", jsonOf(person.abRecordGUID())},
+          {"name", jsonOf(person.hasName() ? person.displayName() : std::nullopt)},
+          {"monogram", jsonOf(person.initials())},
+          {"primaryDestination", jsonOf(person.primaryDestination())},
+          {"destinations", values ? Json(*values) : Json::array()},
+          {"replyAs", jsonOf(person.preferredReplyAs())},
+          {"metadata", jsonOfEach(person.metadata())}};
+}
+
+Json jsonOf(const FriendAt& found) {
+  Json result = jsonOf(found.place);
+  result["friend"] = jsonOf(*found.person);
+  return result;
+}
+
+Json jsonOf(const ContactEntry& contact, bool isFriend) {
+  return {{"guid", contact.guid},
+          {"name", jsonOf(contact.name)},
+          {"destinations", contact.destinations},
+          {"linkedGuids", contact.linkedGuids},
+          {"isFriend", isFriend}};
+}
+
+}  // namespace pellor::cli

@@ -1,0 +1,23 @@
+// The objects of which answers in JSON are made. docs/json.md describes them.
+#pragma once
+
+#include <string>
+
+#include "Pellor/PLPerson.h"
+#include "cli/ContactSearch.h"
+#include "cli/FriendSearch.h"
+#include "cli/Session.h"
+#include "runtime/Value.h"
+
+namespace pellor::cli {
+
+Json jsonOf(const std::optional<std::string>& text);
+Json jsonOf(const Place& place);
+/// A date is its time in UTC, data are base64; the other kinds are what they are.
+Json jsonOf(const Value& value);
+Json jsonOf(const PLPerson& person);
+/// The friend with its place.
+Json jsonOf(const FriendAt& found);
+Json jsonOf(const ContactEntry& contact, bool isFriend);
+
+}  // namespace pellor::cli

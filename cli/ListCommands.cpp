@@ -1,0 +1,96 @@
+// list, find
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "cli/CommandLine.h"
+#include "cli/ContactSearch.h"
+#include "cli/FriendSearch.h"
+#include "cli/JsonForms.h"
+#include "cli/NameMatch.h"
+#include "cli/Output.h"
+#include "cli/PageGrid.h"
+
+namespace pellor::cli {
+namespace {
+
+Json slotsJson(const PLFriendGroup& page) {
+  Json content = Json::array();
+  for (std::uint64_t slot = 0; slot < page.groupSize(); ++slot) {
+    const auto person = page.friendAtPosition(slot);
+    content.push_back(person ? jsonOf(*person) : Json(nullptr));
+  }
+  return content;
+}
+
+Json listJson(const PLFriendsManager& manager) {
+  Json pages = Json::array();
+  for (const auto& page : manager.friendGroups()) {
+    const std::string title = page->title().value_or("");
+    pages.push_back({{"title", title.empty() ? Json(nullptr) : Json(title)}, {"slots", slotsJson(*page)}});
+  }
+  return {{"domain", manager.domain()}, {"pageSize", manager.groupSize()}, {"pages", pages}};
+}
+
+void list(Session& session) {
+  const PLFriendsManager& manager = session.manager();
+  // What the contacts changed since the last time belongs to the answer.
+  session.settle();
+  session.answer([&] { return pagesText(manager.friendGroups(), outputWidth()); }, [&] { return listJson(manager); });
+}
+
+struct Owners {
+  std::vector<FriendAt> friends;
+  std::vector<ContactEntry> contacts;  // that are no friends
+};
+
+Owners ownersOf(Session& session, const std::string& destination) {
+  const PLFriendsManager& manager = session.manager();
+  Owners owners{friendsWithDestination(manager, destination), contactsWithDestination(session, destination)};
+  std::erase_if(owners.contacts, [&](const auto& contact) { return friendThatIs(manager, contact).has_value(); });
+  return owners;
+}
+
+std::string ownersText(const Owners& owners) {
+  std::string text;
+  for (const FriendAt& found : owners.friends) {
+    text += nameOf(*found.person) + " (friend, " + textOf(found.place) + ")\n";
+  }
+  for (const ContactEntry& contact : owners.contacts) {
+    text += nameOf(contact) + " (contact, " + printable(contact.guid) + ")\n";
+  }
+  return text;
+}
+
+Json ownersJson(const Owners& owners) {
+  Json friends = Json::array();
+  for (const FriendAt& found : owners.friends) friends.push_back(jsonOf(found));
+  Json contacts = Json::array();
+  for (const ContactEntry& contact : owners.contacts) contacts.push_back(jsonOf(contact, false));
+  return {{"friends", friends}, {"contacts", contacts}};
+}
+
+void find(Session& session, const std::string& destination) {
+  if (!destinationKey(destination)) throw UsageError("\"" + destination + "\" is neither a number nor an address");
+  const Owners owners = ownersOf(session, destination);
+  if (owners.friends.empty() && owners.contacts.empty()) throw CommandError("nobody has " + destination);
+  session.answer([&] { return ownersText(owners); }, [&] { return ownersJson(owners); });
+}
+
+}  // namespace
+
+Command defaultCommand() { return list; }
+
+void addListCommands(CLI::App& program, Command& chosen) {
+  program.add_subcommand("list", "Show the pages")->callback([&chosen] { chosen = list; });
+  auto* command = program.add_subcommand("find", "Tell which friends and contacts have a number or an address");
+  const auto destination = std::make_shared<std::string>();
+  command->add_option("DESTINATION", *destination, "A number or an address, in any spelling")->required();
+  command->callback(
+      [&chosen, destination] { chosen = [destination](Session& session) { find(session, *destination); }; });
+}
+
+}  // namespace pellor::cli

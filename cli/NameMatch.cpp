@@ -1,0 +1,68 @@
+#include "cli/NameMatch.h"
+
+#include <algorithm>
+
+#include "Pellor/PLDestination.h"
+#include "linux/LibPhoneNumber.h"
+#include "linux/NameSearchKey.h"
+#include "platform/Platform.h"
+#include "runtime/Process.h"
+
+namespace pellor::cli {
+namespace {
+
+constexpr std::ptrdiff_t FewestDigits = 3;
+
+std::string upperCase(const std::string& text) { return platformOf(Process::current()).text->uppercase(text); }
+
+bool isEmailAddress(std::string_view text) {
+  const auto at = text.rfind('@');
+  return at != std::string_view::npos && at > 0 && at + 1 < text.size() && text.find(' ') == std::string_view::npos;
+}
+
+bool isDigit(char character) { return character >= '0' && character <= '9'; }
+
+// As people write them: "911", "+49 (30) 123-45".
+bool isWrittenNumber(std::string_view text) {
+  constexpr std::string_view signs = "+-()/. \t";
+  return std::ranges::count_if(text, isDigit) >= FewestDigits &&
+         std::ranges::all_of(text, [&](char c) { return isDigit(c) || signs.find(c) != std::string_view::npos; });
+}
+
+}  // namespace
+
+NameMatch::NameMatch(const std::string& typed) : _key(nameSearchKey(typed)), _upperCase(upperCase(typed)) {}
+
+bool NameMatch::isWhole(const std::optional<std::string>& name) const {
+  return name && (_key.empty() ? upperCase(*name) == _upperCase : nameSearchKey(*name) == _key);
+}
+
+bool NameMatch::isBeginning(const std::optional<std::string>& name) const {
+  if (!name) return false;
+  const std::string text = upperCase(*name);
+  for (auto place = text.find(_upperCase); place != std::string::npos; place = text.find(_upperCase, place + 1)) {
+    if (place == 0 || text[place - 1] == ' ') return true;
+  }
+  return false;
+}
+
+bool NameMatch::isPart(const std::optional<std::string>& name) const {
+  return name && upperCase(*name).find(_upperCase) != std::string::npos;
+}
+
+std::optional<std::string> destinationKey(std::string_view text) {
+  const auto type = plMessageDestinationType(text);
+  if (type == PLMessageDestinationTypeUnknown) return std::nullopt;
+  const auto canonical = plMessageCanonicalRawAddress(text);
+  // The case of an address may matter to its server; for finding it does not.
+  return canonical && type == PLMessageDestinationTypeEmail ? upperCase(*canonical) : canonical;
+}
+
+bool isPlainDestination(std::string_view text) {
+  const std::string address = plMessageRawAddress(text);
+  if (isEmailAddress(address) || isWrittenNumber(address)) return true;
+  const std::string region = platformOf(Process::current()).phoneNumbers->homeCountryCode();
+  return internationalPhoneNumber(address, region).has_value();
+}
+
+}  // namespace pellor::cli

@@ -1,0 +1,46 @@
+// Standard output and standard error of the program.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace pellor::cli {
+
+/// What became of an attempt to write.
+enum class Written { whole, readerGone, failed };
+
+/// Writes all of it to standard output. `failed` leaves the reason in errno.
+Written writeOutput(std::string_view text);
+
+/// Writes "pellor: <text>" as one line to standard error.
+void writeError(std::string_view text);
+
+/// The text with its control characters as spaces: names come from other people's cards and go to a terminal.
+std::string printable(std::string_view text);
+
+/// The width of the terminal behind standard output; 80 when it is none.
+std::size_t outputWidth();
+
+/// The text in exactly `width` columns, filled with spaces or cut with "…".
+std::string fitted(std::string_view text, std::size_t width);
+
+/// One line on the terminal behind standard error that tells how far a long work is. Nothing where standard error is no
+/// terminal. The line is gone after the object.
+class ProgressLine {
+ public:
+  explicit ProgressLine(std::string what);
+  ~ProgressLine();
+  ProgressLine(const ProgressLine&) = delete;
+  ProgressLine& operator=(const ProgressLine&) = delete;
+
+  void show(std::size_t done, std::size_t total);
+  void remove();
+
+ private:
+  const std::string _what;
+  const bool _hasTerminal;
+  bool _isShown = false;
+};
+
+}  // namespace pellor::cli

@@ -1,0 +1,123 @@
+#include "cli/PageGrid.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "cli/FriendSearch.h"
+#include "cli/Output.h"
+#include "linux/IcuText.h"
+
+namespace pellor::cli {
+namespace {
+
+constexpr std::size_t NarrowestMonogram = 2;
+constexpr std::size_t NarrowestText = 10;
+constexpr std::size_t AmpleText = 19;  // gives three columns on a terminal of 80
+constexpr std::size_t Gap = 2;
+
+struct Cell {
+  std::string number;
+  std::string monogram;
+  std::string name;
+  std::string destination;
+};
+
+/// In columns.
+struct Widths {
+  std::size_t number = 0;
+  std::size_t monogram = 0;
+  std::size_t text = 0;
+
+  std::size_t prefix() const { return number + 1 + monogram + 1; }
+  std::size_t cell() const { return prefix() + text; }
+};
+
+Cell cellOf(const PLFriendGroup& page, std::uint64_t slot) {
+  Cell cell{std::to_string(slot + 1), {}, "(empty)", {}};
+  const auto person = page.friendAtPosition(slot);
+  if (!person) return cell;
+  cell.monogram = printable(person->initials().value_or(""));
+  cell.name = nameOf(*person);
+  if (person->hasName()) cell.destination = shownDestination(*person);
+  return cell;
+}
+
+std::vector<Cell> cellsOf(const PLFriendGroup& page) {
+  std::vector<Cell> cells;
+  for (std::uint64_t slot = 0; slot < page.groupSize(); ++slot) cells.push_back(cellOf(page, slot));
+  return cells;
+}
+
+void widen(Widths& widths, const Cell& cell) {
+  widths.number = std::max(widths.number, cell.number.size());
+  widths.monogram = std::max(widths.monogram, displayWidth(cell.monogram));
+  widths.text = std::max({widths.text, displayWidth(cell.name), displayWidth(cell.destination)});
+}
+
+// As many columns as leave each text ample room; what is over goes to the texts that need it.
+std::size_t columnsIn(std::size_t width, Widths& widths) {
+  const std::size_t needed = widths.text;
+  widths.text = std::min(needed, AmpleText);
+  const std::size_t columns = std::max<std::size_t>(1, (width + Gap) / (widths.cell() + Gap));
+  const std::size_t room = (width + Gap) / columns - Gap;
+  widths.text = room > widths.prefix() ? std::min(needed, room - widths.prefix()) : 1;
+  return columns;
+}
+
+std::string firstLine(const Cell& cell, const Widths& widths) {
+  return std::string(widths.number - cell.number.size(), ' ') + cell.number + " " +
+         fitted(cell.monogram, widths.monogram) + " " + fitted(cell.name, widths.text);
+}
+
+std::string secondLine(const Cell& cell, const Widths& widths) {
+  return std::string(widths.prefix(), ' ') + fitted(cell.destination, widths.text);
+}
+
+std::string withoutTrailingSpaces(std::string line) {
+  line.erase(line.find_last_not_of(' ') + 1);
+  return line;
+}
+
+std::string rowText(const std::vector<Cell>& cells, std::size_t begin, std::size_t end, const Widths& widths) {
+  std::string first;
+  std::string second;
+  for (std::size_t index = begin; index < end; ++index) {
+    const std::string gap(index == begin ? 0 : Gap, ' ');
+    first += gap + firstLine(cells[index], widths);
+    second += gap + secondLine(cells[index], widths);
+  }
+  second = withoutTrailingSpaces(second);
+  return withoutTrailingSpaces(first) + "\n" + (second.empty() ? "" : second + "\n");
+}
+
+std::string gridText(const std::vector<Cell>& cells, std::size_t columns, const Widths& widths) {
+  std::string text;
+  for (std::size_t begin = 0; begin < cells.size(); begin += columns) {
+    text += rowText(cells, begin, std::min(begin + columns, cells.size()), widths);
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string pageHeading(const PLFriendGroup& page, std::uint64_t pageIndex) {
+  const std::string title = printable(page.title().value_or(""));
+  return "Page " + std::to_string(pageIndex + 1) + (title.empty() ? "" : ": " + title) + "\n";
+}
+
+std::string pagesText(const std::vector<std::shared_ptr<PLFriendGroup>>& pages, std::size_t width) {
+  std::vector<std::vector<Cell>> grids;
+  Widths widths{0, NarrowestMonogram, NarrowestText};
+  for (const auto& page : pages) {
+    grids.push_back(cellsOf(*page));
+    for (const Cell& cell : grids.back()) widen(widths, cell);
+  }
+  const std::size_t columns = columnsIn(width, widths);
+  std::string text;
+  for (std::size_t index = 0; index < pages.size(); ++index) {
+    text += (index == 0 ? "" : "\n") + pageHeading(*pages[index], index) + gridText(grids[index], columns, widths);
+  }
+  return text;
+}
+
+}  // namespace pellor::cli

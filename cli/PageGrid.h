@@ -1,0 +1,22 @@
+// Pages of friends as grids of text.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Pellor/PLFriendGroup.h"
+
+namespace pellor::cli {
+
+/// For each page the heading, then the slots in rows: number, monogram and name, below it the first number or address;
+/// empty slots as "(empty)". As many columns as fit into `width`, the same on all pages; texts that are too long end
+/// in "…".
+std::string pagesText(const std::vector<std::shared_ptr<PLFriendGroup>>& pages, std::size_t width);
+
+/// A page's number and title.
+std::string pageHeading(const PLFriendGroup& page, std::uint64_t pageIndex);
+
+}  // namespace pellor::cli

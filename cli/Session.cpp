@@ -1,0 +1,110 @@
+#include "cli/Session.h"
+
+#include <nlohmann/json.hpp>
+#include <system_error>
+#include <utility>
+
+#include "cli/CommandError.h"
+#include "linux/StandardErrorLog.h"
+
+namespace pellor::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+// In seconds. After each pause a store that fails is noticed; the limit is for one that is slow.
+constexpr double SettlePause = 0.2;
+constexpr double SettleLimit = 30;
+
+// It is the user's own terminal: names and numbers are shown.
+std::shared_ptr<LogSink> logSink(const CommonOptions& options) {
+  if (!options.verbose) return nullptr;
+  return std::make_shared<StandardErrorLog>(StandardErrorLog::Verbosity::verbose, LogEntry::Private::shown);
+}
+
+LinuxPlatformOptions platformOptions(const CommonOptions& options, ProgressLine& progress) {
+  LinuxPlatformOptions result;
+  if (options.dataFolder) result.folders.data = fs::absolute(*options.dataFolder);
+  if (options.contactsFolder) result.contactsFolder = fs::absolute(*options.contactsFolder);
+  result.region = options.region;
+  result.indexProgress = [&progress](std::size_t done, std::size_t total) { progress.show(done, total); };
+  return result;
+}
+
+}  // namespace
+
+Session::Session(const CommonOptions& options)
+    : _options(options),
+      _progress("reading contacts"),
+      _process(logSink(_options)),
+      _platform(std::in_place, _process, platformOptions(_options, _progress)) {
+  const std::string stored = _platform->region();
+  if (!_options.region || *_options.region == stored) return;
+  throw UsageError("the store is kept in region " + stored + ", not " + *_options.region +
+                   "; \"pellor settings region " + *_options.region + "\" changes it");
+}
+
+Session::~Session() {
+  const bool isWritten = !_isDropped && settle();
+  _progress.remove();
+  _manager.reset();
+  _platform.reset();
+  // Its end would otherwise go on trying, and perhaps write what the user was told is not saved.
+  if (!isWritten) _process.abandon();
+}
+
+PLFriendsManager& Session::manager() {
+  if (_manager) return *_manager;
+  _manager = PLFriendsManager::managerForDomain(_options.domain);
+  // Another process may hold the store for a moment.
+  if (!_manager->isLoaded()) settle();
+  _progress.remove();
+  if (!_manager->isLoaded()) throw CommandError("the friend list cannot be read: " + storeProblem());
+  return *_manager;
+}
+
+void Session::withAddressBook(const std::function<void(AddressBook&)>& work) {
+  platformOf(_process).addressBook->performWithAddressBook(work);
+  _progress.remove();
+}
+
+void Session::requireContacts() {
+  std::error_code ignored;
+  const fs::path& folder = _platform->contactsFolder();
+  if (fs::is_directory(folder, ignored)) return;
+  throw CommandError("there is no contacts folder " + folder.string() +
+                     ": put vCard files there, or name another folder with --contacts");
+}
+
+void Session::requireWritableStore() {
+  if (_platform->preferences().isWritable()) return;
+  throw CommandError("nothing was changed: " + storeProblem());
+}
+
+void Session::commit() {
+  if (settle()) return;
+  throw CommandError("nothing was saved: " + storeProblem());
+}
+
+bool Session::settle() {
+  const double end = _process.now() + SettleLimit;
+  while (_process.now() < end) {
+    if (_process.settle(SettlePause)) return true;
+    if (!_platform->preferences().lastError().empty()) return false;
+  }
+  return false;
+}
+
+std::string Session::storeProblem() {
+  const std::string error = _platform->preferences().lastError();
+  const std::string store = "the store in " + _platform->dataFolder().string();
+  return store + (error.empty() ? " cannot be written" : ": " + error);
+}
+
+void Session::answer(const std::function<std::string()>& text, const std::function<Json()>& json) {
+  _answer = _options.json ? textOf(json()) + "\n" : text();
+}
+
+std::string textOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
+
+}  // namespace pellor::cli

@@ -1,0 +1,81 @@
+// One run of the program: the process, its platform, the friend list, and the answer to the user.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+
+#include "Pellor/PLFriendsManager.h"
+#include "cli/Output.h"
+#include "linux/LinuxPlatform.h"
+#include "runtime/Process.h"
+
+namespace pellor::cli {
+
+using Json = nlohmann::ordered_json;
+
+/// The options that every command has.
+struct CommonOptions {
+  std::optional<std::filesystem::path> contactsFolder;
+  std::optional<std::filesystem::path> dataFolder;
+  std::string domain{TapnoteDomain};
+  std::optional<std::string> region;
+  bool json = false;
+  bool verbose = false;
+};
+
+/// Used on the main thread alone. What fails throws CommandError.
+class Session {
+ public:
+  /// Opens the store; throws when it belongs to another region than the one asked for.
+  explicit Session(const CommonOptions& options);
+  /// Writes what is still to be written, unless it was dropped.
+  ~Session();
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  const CommonOptions& options() const { return _options; }
+  Process& process() { return _process; }
+  LinuxPlatform& platform() { return *_platform; }
+
+  /// The friend list, loaded at the first call. Throws when the store cannot be read.
+  PLFriendsManager& manager();
+  /// Runs `work` with the address book; where there is no contacts folder it is an empty one.
+  void withAddressBook(const std::function<void(AddressBook&)>& work);
+
+  /// Throws when there is no contacts folder.
+  void requireContacts();
+  /// Throws when nothing can be written to the store: called by commands that change something before they do.
+  void requireWritableStore();
+  /// Returns when all changes are on the disk. Throws when that does not work.
+  void commit();
+  /// Drops every change that is not saved yet: a command that fails changes nothing.
+  void drop() { _isDropped = true; }
+  /// Runs what is queued for a while, so that the list is at rest; whether it is, with everything written.
+  bool settle();
+
+  /// What is wrong with the store, for the user.
+  std::string storeProblem();
+
+  /// Sets the answer: the text, or with --json the object. Printed by the program after the command.
+  void answer(const std::function<std::string()>& text, const std::function<Json()>& json);
+  const std::string& answer() const { return _answer; }
+
+ private:
+  const CommonOptions _options;
+  ProgressLine _progress;
+  Process _process;
+  std::optional<LinuxPlatform> _platform;
+  std::shared_ptr<PLFriendsManager> _manager;
+  bool _isDropped = false;
+  std::string _answer;
+};
+
+/// A JSON text on one line. Text that is no UTF-8 is repaired.
+std::string textOf(const Json& json);
+
+}  // namespace pellor::cli

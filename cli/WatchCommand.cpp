@@ -1,0 +1,96 @@
+// watch
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cli/ChangeReport.h"
+#include "cli/CommandLine.h"
+#include "cli/FriendSearch.h"
+#include "cli/Interruption.h"
+#include "cli/JsonForms.h"
+#include "cli/Output.h"
+
+namespace pellor::cli {
+namespace {
+
+/// Prints what is posted, as it is posted.
+class Watch {
+ public:
+  explicit Watch(Session& session) : _session(session), _report(session.manager()) {
+    for (const auto& page : session.manager().friendGroups()) _titles[page.get()] = page->title().value_or("");
+    NotificationCenter& center = session.process().notificationCenter();
+    _observations = {center.addObserver(std::string(PLFriendsManagerChangedNotification),
+                                        [this](const Notification& notification) { changed(notification); }),
+                     center.addObserver(std::string(PLFriendGroupTitleChangedNotification),
+                                        [this](const Notification& notification) { titleChanged(notification); })};
+  }
+
+  bool couldPrintAll() const { return _couldPrintAll; }
+
+ private:
+  void changed(const Notification& notification) {
+    const auto* log = notification.userInfoAs<PLChangeLog>();
+    if (!log) return;
+    for (const Change& change : _report.changesOf(*log)) {
+      print(_session.options().json ? textOf(jsonOf(change)) : textOf(change));
+    }
+  }
+
+  void titleChanged(const Notification& notification) {
+    const auto page = notification.objectAs<PLFriendGroup>();
+    const auto& pages = _session.manager().friendGroups();
+    const auto found = std::ranges::find(pages, page);
+    if (!page || found == pages.end()) return;
+    const std::string title = page->title().value_or("");
+    // To the user a title that was absent and is empty now is none as before.
+    if (std::exchange(_titles[page.get()], title) == title) return;
+    const auto index = static_cast<std::uint64_t>(found - pages.begin());
+    const Json json = {{"change", "titled"}, {"page", index}, {"title", title.empty() ? Json(nullptr) : Json(title)}};
+    print(_session.options().json
+              ? textOf(json)
+              : "titled " + std::to_string(index + 1) + " " + (title.empty() ? "(none)" : printable(title)));
+  }
+
+  // Each line by itself, so that who reads a pipe sees it at once.
+  void print(const std::string& line) {
+    if (!_couldPrintAll) return;
+    const Written written = writeOutput(line + "\n");
+    if (written == Written::whole) return;
+    _couldPrintAll = written == Written::readerGone;
+    _session.process().mainQueue().stop();
+  }
+
+  Session& _session;
+  ChangeReport _report;
+  std::vector<std::shared_ptr<Observation>> _observations;
+  std::map<const PLFriendGroup*, std::string> _titles;  ///< as the user knows them
+  bool _couldPrintAll = true;
+};
+
+void watch(Session& session) {
+  session.manager();
+  session.settle();
+  const Watch watch(session);
+  const Interruption interruption([&session] { session.process().mainQueue().stop(); });
+  writeError("watching");
+  session.process().mainQueue().run();
+  if (!watch.couldPrintAll()) throw CommandError("the output could not be written");
+}
+
+}  // namespace
+
+void addWatchCommand(CLI::App& program, Command& chosen) {
+  program.add_subcommand("watch", "Print changes of the list as they happen, until interrupted")->callback([&chosen] {
+    // Before the process starts its threads.
+    Interruption::blockSignals();
+    chosen = watch;
+  });
+}
+
+}  // namespace pellor::cli

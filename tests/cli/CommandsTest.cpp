@@ -1,0 +1,215 @@
+// What the commands answer, and how they exit.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "tests/cli/Program.h"
+
+namespace pellor {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using Arguments = std::vector<std::string>;
+
+/// One command of a story: its exit code, and what its output (exit code 0) or its one line of error has to contain.
+struct Step {
+  Arguments arguments;
+  int exitCode;
+  std::string contains;
+};
+
+bool isOneLine(const std::string& text) { return std::ranges::count(text, '\n') == 1 && text.ends_with('\n'); }
+
+void tell(const Home& home, const std::vector<Step>& story) {
+  for (const Step& step : story) {
+    const ProgramResult result = pellor(home, step.arguments);
+    SCOPED_TRACE(testing::PrintToString(step.arguments) + result.errors);
+    EXPECT_EQ(result.exitCode, step.exitCode);
+    EXPECT_THAT(step.exitCode == 0 ? result.output : result.errors, HasSubstr(step.contains));
+    if (step.exitCode == 0) {
+      EXPECT_THAT(result.errors, IsEmpty());
+    } else {
+      EXPECT_TRUE(isOneLine(result.errors)) << result.errors;
+      EXPECT_THAT(result.output, IsEmpty());
+    }
+  }
+}
+
+void addPeople(const Home& home) {
+  home.addContact("ann", "Ann Lee",
+                  "N:Lee;Ann;;;\nTEL:+49 30 1234567\nEMAIL:Ann@example.org\nX-FOLKS-FAVOURITE:true\n");
+  home.addContact("anna", "Anna Berg", "N:Berg;Anna;;;\nTEL:030 7654321\n");
+  home.addContact("zoe", "Zoë Marsh", "N:Marsh;Zoë;;;\nEMAIL:zoe@example.org\n");
+  home.addContact("zoework", "Z. Marsh", "N:Marsh;Z.;;;\nTEL:030 7654399\nX-FOLKS-CONTACTS-IDS:zoe\n");
+  home.addContact("nobody", "No Body", "N:Body;No;;;\n");
+}
+
+TEST(Commands, AddRemoveAndMove) {
+  const Home home;
+  addPeople(home);
+  tell(home, {
+                 {{}, 0, "Page 1: Favorites\n 1 AL Ann Lee"},
+                 {{"list"}, 0, "2    (empty)"},
+                 {{"add", "anna"}, 0, "added Anna Berg (1:2)"},
+                 {{"add", "ANNA BERG"}, 1, "Anna Berg is a friend already (1:2)"},
+                 {{"add", "+49 30 765 43 21"}, 1, "Anna Berg is a friend already (1:2)"},
+                 {{"add", "zoe marsh", "0151-23456789"}, 0, "added Zoë Marsh (1:3)\nadded 01512 3456789 (1:4)\n"},
+                 {{"add", "zoework"}, 1, "Zoë Marsh is a friend already (1:3)"},
+                 {{"add", "+4915123456789"}, 1, "is a friend already (1:4)"},
+                 {{"add", "No Body"}, 1, "No Body has neither a number nor an address"},
+                 {{"add", "Nobody Atall"}, 1, "no contact is called \"Nobody Atall\""},
+                 // All or none.
+                 {{"add", "030 1112233", "No Body"}, 1, "No Body"},
+                 {{"find", "030 1112233"}, 1, "nobody has 030 1112233"},
+                 {{"add", "030 1112233", "+49301112233"}, 2, "is named twice"},
+                 {{"move", "1:1", "1:5"}, 0, "moved Ann Lee (1:5)"},
+                 {{"move", "Ann@EXAMPLE.org", "1:2"}, 0, "moved Ann Lee (1:2)\nmoved Anna Berg (1:5)"},
+                 {{"move", "anna", "1:5"}, 0, ""},
+                 {{"list"}, 0, "Page 2\n"},
+                 {{"move", "zoe", "2:12"}, 0, "moved Zoë Marsh (2:12)"},
+                 {{"list"}, 0, "Page 3\n"},
+                 {{"move", "zoe", "3:13"}, 1, "there is no slot 3:13"},
+                 {{"move", "zoe", "9:1"}, 1, "there is no page 9: the last one is page 3"},
+                 {{"move", "1:1", "1:2"}, 1, "slot 1:1 is empty"},
+                 {{"remove", "Ann"}, 1, "\"Ann\" fits several: Ann Lee (1:2), Anna Berg (1:5)"},
+                 {{"remove", "stranger"}, 1, "no friend is called \"stranger\""},
+                 {{"remove", "anna", "stranger"}, 1, "stranger"},
+                 {{"remove", "anna", "1:5"}, 2, "Anna Berg is named twice"},
+                 {{"remove", "ann lee", "0151 234 56789"}, 0, "removed Ann Lee (1:2)\nremoved 01512 3456789 (1:4)\n"},
+                 {{"list"}, 0, " 5 AB Anna Berg"},
+             });
+}
+
+TEST(Commands, WhatBelongsToPagesAndFriends) {
+  const Home home;
+  addPeople(home);
+  tell(home, {
+                 {{"add", "anna"}, 0, "(1:2)"},
+                 {{"move", "anna", "2:1"}, 0, "(2:1)"},
+                 {{"title", "2", "Family"}, 0, "Page 2: Family"},
+                 {{"title", "1"}, 0, "Page 1: Favorites"},
+                 {{"title", "1", ""}, 0, "Page 1\n"},
+                 {{"title", "7"}, 1, "there is no page 7"},
+                 {{"reply-as", "anna"}, 0, "(none)"},
+                 {{"reply-as", "anna", "me@example.org"}, 0, "me@example.org"},
+                 {{"reply-as", "anna", "--clear"}, 0, "(none)"},
+                 {{"meta", "anna", "colour", "blue"}, 0, "colour = blue"},
+                 {{"meta", "anna", "colour"}, 0, "blue\n"},
+                 {{"meta", "anna", "size"}, 1, "no metadata under \"size\""},
+                 {{"meta", "anna", "--clear"}, 0, ""},
+                 {{"meta", "anna", "colour"}, 1, "no metadata"},
+                 {{"move", "ann lee", "2:2"}, 0, "(2:2)"},
+                 {{"purge"}, 0, "removed 1 empty page\n"},
+                 {{"list"}, 0, "Page 1: Family\n 1 AB Anna Berg"},
+                 {{"find", "+49307654321"}, 0, "Anna Berg (friend, 1:1)\n"},
+                 {{"find", "mailto:zoe@example.org"}, 0, "Zoë Marsh (contact, "},
+             });
+}
+
+TEST(Commands, ContactsFavoritesAndSettings) {
+  const Home home;
+  addPeople(home);
+  tell(home, {
+                 {{"--region", "de", "settings", "region"}, 0, "DE\n"},
+                 {{"--region", "FR", "list"}, 2, "pellor settings region FR"},
+                 {{"contacts"}, 0, "* Ann Lee"},
+                 {{"contacts", "MARSH"}, 0, "  Z. Marsh"},
+                 {{"allow", "anna"}, 0, "Anna Berg may be added"},
+                 {{"allow", "ann lee"}, 1, "Ann Lee is a friend already (1:1)"},
+                 {{"allow", "nobody"}, 1, "neither a number nor an address"},
+                 {{"allow", "stranger"}, 1, "no contact is called"},
+                 {{"refresh"}, 0, "in step"},
+                 {{"favorites"}, 0, "1 Ann Lee +49 30 1234567\n"},
+                 {{"favorites", "add", "zoe"}, 0, "2 Zoë Marsh"},
+                 {{"favorites", "add", "zoe"}, 1, "is a favorite already"},
+                 {{"favorites", "move", "2", "1"}, 0, "1 Zoë Marsh"},
+                 {{"favorites", "remove", "3"}, 1, "there is no favorite 3"},
+                 {{"favorites", "remove", "ann lee"}, 0, "1 Zoë Marsh"},
+                 {{"settings"}, 0, "page-size           12 (default)"},
+                 {{"settings", "page-size", "1"}, 0, "1\n"},
+                 {{"settings", "max-pages", "2"}, 0, "2\n"},
+                 {{"settings", "page-size"}, 0, "1\n"},
+                 {{"add", "anna"}, 0, "(2:1)"},
+                 {{"add", "zoe marsh"}, 1, "there is no room"},
+                 {{"settings", "region", "us"}, 0, "US\n"},
+                 {{"find", "+49307654321"}, 1, "nobody has"},
+             });
+}
+
+TEST(Commands, WrongUsage) {
+  const Home home;
+  tell(home, {
+                 {{"dance"}, 2, "dance"},
+                 {{"--json", "list", "everything"}, 2, "everything"},
+                 {{"add"}, 2, "WHO is required"},
+                 {{"move", "ann"}, 2, "PAGE:SLOT is required"},
+                 {{"move", "ann", "first"}, 2, "\"first\" is no place such as 2:5"},
+                 {{"move", "ann", "0:1"}, 2, "numbered from 1"},
+                 {{"move", "99999999999:1", "1:1"}, 2, "numbered from 1"},
+                 {{"remove", ""}, 2, "WHO is empty"},
+                 {{"title", "two"}, 2, "\"two\""},
+                 {{"find", "nothing"}, 2, "neither a number nor an address"},
+                 {{"reply-as", "ann", "a@b", "--clear"}, 2, "--clear"},
+                 {{"meta", "ann", "key", "--clear"}, 2, "--clear"},
+                 {{"settings", "colour", "blue"}, 2, "there is no setting \"colour\""},
+                 {{"settings", "page-size", "0"}, 2, "from 1 to 65536"},
+                 {{"settings", "trailing-page", "perhaps"}, 2, "neither true nor false"},
+                 {{"--region", "Germany"}, 2, "is no region"},
+                 {{"--contacts", ""}, 2, "--contacts"},
+                 {{"--data"}, 2, "--data"},
+             });
+}
+
+// Everything that is a number in an answer counts something; a record's number would be one too many.
+void expectNoRecordNumbers(const nlohmann::json& json, const std::string& member) {
+  static const std::set<std::string> counts = {"page", "slot", "pageSize", "removedPages", "value"};
+  EXPECT_TRUE(!json.is_number() || counts.contains(member)) << member;
+  if (!json.is_structured()) return;
+  for (const auto& [key, value] : json.items()) expectNoRecordNumbers(value, json.is_array() ? member : key);
+}
+
+TEST(Commands, AnswerInJson) {
+  const Home home;
+  addPeople(home);
+  const std::vector<std::pair<Arguments, const char*>> cases = {
+      {{}, "/pages/0/slots/0/destinations/1"},
+      {{"add", "anna"}, "/added/0/friend/guid"},
+      {{"move", "anna", "1:1"}, "/moved/1/slot"},
+      {{"find", "+49307654399"}, "/contacts/0/linkedGuids/0"},
+      {{"title", "1", "Family"}, "/title"},
+      {{"purge"}, "/removedPages"},
+      {{"reply-as", "anna", "me@example.org"}, "/friend/replyAs"},
+      {{"meta", "anna", "colour", "blue"}, "/friend/metadata/colour"},
+      {{"contacts"}, "/contacts/3/isFriend"},
+      {{"allow", "zoe"}, "/contact/guid"},
+      {{"favorites", "add", "anna"}, "/favorites/1/name"},
+      {{"settings", "page-size", "6"}, "/settings/page-size/value"},
+      {{"refresh"}, "/changes"},
+      {{"remove", "anna"}, "/removed/0/page"},
+  };
+  for (const auto& [arguments, pointer] : cases) {
+    Arguments command = arguments;
+    command.emplace_back("--json");
+    const ProgramResult result = pellor(home, command);
+    SCOPED_TRACE(testing::PrintToString(command) + result.output + result.errors);
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_TRUE(isOneLine(result.output));
+    const auto json = nlohmann::json::parse(result.output, nullptr, false);
+    EXPECT_TRUE(json.contains(nlohmann::json::json_pointer(pointer))) << pointer;
+    expectNoRecordNumbers(json, "");
+  }
+  const ProgramResult refused = pellor(home, {"--json", "allow", "nobody"});
+  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_EQ(nlohmann::json::parse(refused.output)["reason"], "noDestination");
+  EXPECT_TRUE(isOneLine(refused.errors));
+}
+
+}  // namespace
+}  // namespace pellor

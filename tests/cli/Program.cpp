@@ -1,0 +1,181 @@
+#include "tests/cli/Program.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <utility>
+
+namespace pellor {
+namespace {
+
+// After which a program that says nothing hangs, in milliseconds.
+constexpr int HangsAfter = 60'000;
+
+struct Pipe {
+  FileDescriptor readEnd;
+  FileDescriptor writeEnd;
+};
+
+Pipe makePipe() {
+  std::array<int, 2> ends{-1, -1};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) ADD_FAILURE() << "no pipe";
+  return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+}
+
+std::vector<char*> pointers(std::vector<std::string>& texts) {
+  std::vector<char*> result;
+  for (std::string& text : texts) result.push_back(text.data());
+  result.push_back(nullptr);
+  return result;
+}
+
+// In the child the descriptors are 0, 1 and 2; signals are as in a fresh login.
+pid_t spawn(std::vector<std::string> command, std::vector<std::string> environment, std::array<int, 3> descriptors) {
+  posix_spawn_file_actions_t actions;
+  posix_spawnattr_t attributes;
+  ::posix_spawn_file_actions_init(&actions);
+  ::posix_spawnattr_init(&attributes);
+  for (int target = 0; target < 3; ++target) {
+    ::posix_spawn_file_actions_adddup2(&actions, descriptors[static_cast<std::size_t>(target)], target);
+  }
+  sigset_t none;
+  sigset_t defaults;
+  ::sigemptyset(&none);
+  ::sigemptyset(&defaults);
+  ::sigaddset(&defaults, SIGPIPE);
+  ::posix_spawnattr_setsigmask(&attributes, &none);
+  ::posix_spawnattr_setsigdefault(&attributes, &defaults);
+  ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  pid_t id = 0;
+  const int error = ::posix_spawnp(&id, command.front().c_str(), &actions, &attributes, pointers(command).data(),
+                                   pointers(environment).data());
+  EXPECT_EQ(error, 0) << "cannot start " << command.front();
+  ::posix_spawnattr_destroy(&attributes);
+  ::posix_spawn_file_actions_destroy(&actions);
+  return error == 0 ? id : 0;
+}
+
+}  // namespace
+
+Home::Home() {
+  for (const char* name : {"data/pellor/contacts", "config", "state", "run"}) {
+    std::filesystem::create_directories(_folder / name);
+  }
+  std::filesystem::permissions(_folder / "run", std::filesystem::perms::owner_all);
+}
+
+void Home::addContact(const std::string& guid, const std::string& name, const std::string& lines) const {
+  const auto part = _folder / (guid + ".part");
+  writeFile(part, "BEGIN:VCARD\nVERSION:3.0\nUID:" + guid + "\nFN:" + name + "\n" + lines + "END:VCARD\n");
+  std::filesystem::rename(part, contactsFolder() / (guid + ".vcf"));
+}
+
+std::vector<std::string> Home::environment() const {
+  const auto folder = [this](const char* name) { return (_folder / name).string(); };
+  std::vector<std::string> result = {"PATH=/usr/bin:/bin",
+                                     "HOME=" + folder(""),
+                                     "XDG_DATA_HOME=" + folder("data"),
+                                     "XDG_CONFIG_HOME=" + folder("config"),
+                                     "XDG_STATE_HOME=" + folder("state"),
+                                     "XDG_RUNTIME_DIR=" + folder("run"),
+                                     "LC_ALL=de_DE.UTF-8",
+                                     "LANGUAGE=en"};
+  // Of the sanitizers, and what puts names into their reports.
+  for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
+    if (const char* value = ::getenv(name)) result.push_back(std::string(name) + "=" + value);
+  }
+  return result;
+}
+
+Program::Program(const Home& home, const std::vector<std::string>& command, Redirection redirection) {
+  // A program that has ended too early fails the test where its answer is missing.
+  std::signal(SIGPIPE, SIG_IGN);
+  Pipe input = makePipe();
+  Pipe output = makePipe();
+  Pipe errors = makePipe();
+  const auto chosen = [](int redirected, const Pipe& pipe) {
+    return redirected < 0 ? pipe.writeEnd.get() : redirected;
+  };
+  _id = spawn(command, home.environment(),
+              {input.readEnd.get(), chosen(redirection.output, output), chosen(redirection.errors, errors)});
+  _input = std::move(input.writeEnd);
+  _output.descriptor = std::move(output.readEnd);
+  _errors.descriptor = std::move(errors.readEnd);
+}
+
+Program::~Program() {
+  if (_id == 0) return;
+  sendSignal(SIGKILL);
+  ::waitpid(_id, nullptr, 0);
+}
+
+std::string Program::readLine() { return lineOf(_output); }
+
+std::string Program::readErrorLine() { return lineOf(_errors); }
+
+void Program::write(const std::string& text) const {
+  static_cast<void>(!::write(_input.get(), text.data(), text.size()));
+}
+
+void Program::sendSignal(int signal) const {
+  if (_id > 0) ::kill(_id, signal);
+}
+
+ProgramResult Program::finish() {
+  _input.close();
+  ProgramResult result;
+  while (_output.descriptor && readMore(_output)) {
+  }
+  while (readMore(_errors)) {
+  }
+  int status = 0;
+  ::waitpid(std::exchange(_id, 0), &status, 0);
+  result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  result.output = std::move(_output.unread);
+  result.errors = std::move(_errors.unread);
+  return result;
+}
+
+// Both streams are short enough for the pipe to hold one while the other is read.
+bool Program::readMore(Stream& stream) {
+  pollfd awaited{stream.descriptor.get(), POLLIN, 0};
+  if (::poll(&awaited, 1, HangsAfter) != 1) {
+    ADD_FAILURE() << "the program hangs";
+    return false;
+  }
+  std::array<char, 4096> buffer;
+  const ssize_t count = ::read(stream.descriptor.get(), buffer.data(), buffer.size());
+  if (count <= 0) return false;
+  stream.unread.append(buffer.data(), static_cast<std::size_t>(count));
+  return true;
+}
+
+std::string Program::lineOf(Stream& stream) {
+  auto end = stream.unread.find('\n');
+  while (end == std::string::npos && readMore(stream)) end = stream.unread.find('\n');
+  if (end == std::string::npos) {
+    ADD_FAILURE() << "the program has ended after: " << stream.unread;
+    return {};
+  }
+  std::string line = stream.unread.substr(0, end);
+  stream.unread.erase(0, end + 1);
+  return line;
+}
+
+std::vector<std::string> pellorCommand(const std::vector<std::string>& arguments) {
+  std::vector<std::string> command = {PELLOR_PROGRAM};
+  command.insert(command.end(), arguments.begin(), arguments.end());
+  return command;
+}
+
+ProgramResult pellor(const Home& home, const std::vector<std::string>& arguments) {
+  return Program(home, pellorCommand(arguments)).finish();
+}
+
+}  // namespace pellor

@@ -1,0 +1,147 @@
+// What the program says where the store, the contacts or the output cannot be used.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/cli/Program.h"
+
+namespace pellor {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// Runs `pellor` as somebody who is no administrator, so that permissions count.
+class UnprivilegedUser {
+ public:
+  explicit UnprivilegedUser(const Home& home) : _home(home), _program((home / "pellor").string()) {
+    fs::copy_file(PELLOR_PROGRAM, _program);
+    open(home / "");
+    for (const auto& entry : fs::recursive_directory_iterator(home / "")) open(entry.path());
+  }
+  ~UnprivilegedUser() {
+    for (const auto& entry : fs::recursive_directory_iterator(_home / "")) {
+      fs::permissions(entry.path(), fs::perms::owner_write, fs::perm_options::add);
+    }
+  }
+
+  ProgramResult run(const std::vector<std::string>& arguments) const {
+    std::vector<std::string> command;
+    if (::geteuid() == 0) command = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
+    command.push_back(_program);
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return Program(_home, command).finish();
+  }
+
+  /// Everybody may read, nobody may write.
+  static void open(const fs::path& path) {
+    constexpr auto read = fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read;
+    constexpr auto search = fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
+    fs::permissions(path, read | search);
+  }
+
+ private:
+  const Home& _home;
+  const std::string _program;
+};
+
+TEST(StoreTrouble, AStoreThatMayNotBeWrittenIsShownAndNotChanged) {
+  const Home home;
+  home.addContact("ann", "Ann Lee", "TEL:+49301234567\n");
+  ASSERT_EQ(pellor(home, {"add", "ann"}).exitCode, 0);
+  const UnprivilegedUser user(home);
+  const ProgramResult list = user.run({"list"});
+  EXPECT_EQ(list.exitCode, 0) << list.errors;
+  EXPECT_THAT(list.output, HasSubstr("Ann Lee"));
+  const std::vector<std::vector<std::string>> changes = {
+      {"add", "0301112233"},
+      {"remove", "ann"},
+      {"move", "ann", "1:3"},
+      {"title", "1", "Family"},
+      {"purge"},
+      {"reply-as", "ann", "a@b.c"},
+      {"meta", "ann", "a", "b"},
+      {"settings", "page-size", "3"},
+      {"refresh"},
+      {"favorites", "add", "ann"},
+  };
+  for (const auto& change : changes) {
+    const ProgramResult result = user.run(change);
+    EXPECT_EQ(result.exitCode, 1) << change.front();
+    EXPECT_THAT(result.errors, testing::StartsWith("pellor: nothing was ")) << change.front();
+    EXPECT_THAT(result.output, IsEmpty());
+  }
+  EXPECT_EQ(user.run({"list"}).output, list.output);
+}
+
+TEST(StoreTrouble, AStoreThatCannotBeReadIsNotTakenForAnEmptyOneNorWrittenOver) {
+  struct Case {
+    const char* what;
+    std::function<void(const Home&)> damage;
+  };
+  const std::vector<Case> cases = {
+      {"garbage", [](const Home& home) { writeFile(home.storeFile(), std::string(8192, '\xA7')); }},
+      {"a folder in place of the file", [](const Home& home) { fs::create_directory(home.storeFile()); }},
+      {"a file in place of the folder",
+       [](const Home& home) {
+         fs::remove_all(home.dataFolder());
+         writeFile(home.dataFolder(), "mine");
+       }},
+  };
+  for (const Case& each : cases) {
+    SCOPED_TRACE(each.what);
+    const Home home;
+    each.damage(home);
+    const auto content = [&] { return fs::is_regular_file(home.storeFile()) ? contentOf(home.storeFile()) : ""; };
+    const std::string before = content();
+    for (const std::vector<std::string>& command :
+         {std::vector<std::string>{"list"}, {"--json"}, {"add", "0301112233"}, {"watch"}, {"settings"}}) {
+      const ProgramResult result = pellor(home, command);
+      EXPECT_EQ(result.exitCode, 1) << command.front();
+      EXPECT_THAT(result.output, IsEmpty());
+      EXPECT_THAT(result.errors, HasSubstr(home.dataFolder().string()));
+    }
+    EXPECT_EQ(content(), before);
+  }
+}
+
+TEST(StoreTrouble, WithoutContactsTheFriendsAreStillThere) {
+  const Home home;
+  home.addContact("ann", "Ann Lee", "TEL:+49301234567\n");
+  ASSERT_EQ(pellor(home, {"add", "ann"}).exitCode, 0);
+  fs::remove_all(home.contactsFolder());
+  EXPECT_THAT(pellor(home, {"list"}).output, HasSubstr("Ann Lee"));
+  EXPECT_THAT(pellor(home, {"add", "0301112233"}).output, HasSubstr("(1:2)"));
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{"contacts"}, {"add", "Bert"}, {"allow", "ann"}, {"refresh"}, {"favorites"}}) {
+    const ProgramResult result = pellor(home, command);
+    EXPECT_EQ(result.exitCode, 1) << command.front();
+    EXPECT_THAT(result.errors, HasSubstr("no contacts folder " + home.contactsFolder().string())) << command.front();
+  }
+}
+
+TEST(StoreTrouble, AnAnswerThatIsLostIsNoSuccess) {
+  const Home home;
+  const FileDescriptor full(::open("/dev/full", O_WRONLY | O_CLOEXEC));
+  const ProgramResult result = Program(home, pellorCommand({"list"}), {.output = full.get()}).finish();
+  EXPECT_EQ(result.exitCode, 1);
+  EXPECT_THAT(result.errors, HasSubstr("the output could not be written"));
+
+  Program unread(home, pellorCommand({"--help"}));
+  unread.closeOutput();
+  const ProgramResult quiet = unread.finish();
+  EXPECT_THAT(quiet.exitCode, testing::AnyOf(0, 1)) << "the end of the reader may come too late";
+  EXPECT_THAT(quiet.errors, IsEmpty());
+}
+
+}  // namespace
+}  // namespace pellor
