@@ -35,8 +35,8 @@ PLChangeLog mergedChangeLogs(const std::vector<PLChangeLog>& logs) {
     for (const auto& [person, types] : log.entries()) {
       const PLChangeLog::ChangeTypes* earlier = merged.typesFor(person.get());
       const bool wasDeleted = earlier && earlier->contains(PLFriendsManagerPersonDeleted);
-      const bool wipesEarlier = wasDeleted ? types.contains(PLFriendsManagerPersonAdded)
-                                           : types.contains(PLFriendsManagerPersonDeleted);
+      const bool wipesEarlier =
+          wasDeleted ? types.contains(PLFriendsManagerPersonAdded) : types.contains(PLFriendsManagerPersonDeleted);
       PLChangeLog::ChangeTypes result = types;
       if (earlier && !wipesEarlier) result.insert(earlier->begin(), earlier->end());
       merged.set(person, std::move(result));

@@ -20,8 +20,8 @@ inline constexpr std::string_view PLFriendsManagerPersonUpdated = "PLFriendsMana
 inline constexpr std::string_view PLFriendsManagerPersonDeleted = "PLFriendsManagerPersonDeleted";
 inline constexpr std::string_view PLFriendsManagerPersonMoved = "PLFriendsManagerPersonMoved";
 
-/// A dictionary from persons, by identity, to sets of change types that are never empty, in the order in which the persons
-/// were entered. A value: copies share nothing but the persons. Not shared between threads.
+/// A dictionary from persons, by identity, to sets of change types that are never empty, in the order in which the
+/// persons were entered. A value: copies share nothing but the persons. Not shared between threads.
 class PLChangeLog {
  public:
   using ChangeTypes = std::set<std::string, std::less<>>;
@@ -47,8 +47,8 @@ class PLChangeLog {
   std::unordered_map<const PLPerson*, std::size_t> _places;
 };
 
-/// The logs merged in their order. A later deletion wipes what came before it; an addition after a deletion counts as what
-/// the later log says; in every other case the sets are united.
+/// The logs merged in their order. A later deletion wipes what came before it; an addition after a deletion counts as
+/// what the later log says; in every other case the sets are united.
 PLChangeLog mergedChangeLogs(const std::vector<PLChangeLog>& logs);
 
 }  // namespace pellor

@@ -13,8 +13,8 @@ namespace pellor {
 
 class PLPerson;
 
-/// A person is entered under the canonical form of each of its destinations and under its GUID, when that is not empty. A
-/// key has one person: the later entry replaces the earlier one. Holds its persons strongly. Main queue.
+/// A person is entered under the canonical form of each of its destinations and under its GUID, when that is not empty.
+/// A key has one person: the later entry replaces the earlier one. Holds its persons strongly. Main queue.
 class PLIdentifierMap {
  public:
   void add(const std::shared_ptr<PLPerson>& person);

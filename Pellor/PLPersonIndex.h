@@ -21,8 +21,8 @@ class PLPerson;
 /// changes by itself. Holds no person: whoever enters one removes it before it goes. Main queue.
 ///
 /// The two questions that the library asks of a collection, "who is like this person" and "whom does this stored form
-/// describe", are answered by candidates: every person that fits is among them, and the caller, who knows the order that
-/// decides, asks the person itself. An empty GUID identifies nobody.
+/// describe", are answered by candidates: every person that fits is among them, and the caller, who knows the order
+/// that decides, asks the person itself. An empty GUID identifies nobody.
 class PLPersonIndex : private PLPersonIdentityObserver {
  public:
   PLPersonIndex();
@@ -36,7 +36,8 @@ class PLPersonIndex : private PLPersonIdentityObserver {
 
   /// The persons that may be like `person` (`isLikePerson:`), each once, in no order that means anything.
   std::vector<PLPerson*> candidatesLike(const PLPerson& person) const;
-  /// The persons that `stored` may describe (`isEqualToDictionaryRepresentation:`), each once, in no order that means anything.
+  /// The persons that `stored` may describe (`isEqualToDictionaryRepresentation:`), each once, in no order that means
+  /// anything.
   std::vector<PLPerson*> candidatesFor(const Dictionary& stored) const;
 
  private:

@@ -39,9 +39,8 @@ std::shared_ptr<PLPerson> PLPersonSequence::firstLike(const PLPerson& person) co
 }
 
 std::shared_ptr<PLPerson> PLPersonSequence::firstDescribedBy(const Dictionary& stored) const {
-  return earliest(_index.candidatesFor(stored), [&](const PLPerson& candidate) {
-    return candidate.isEqualToDictionaryRepresentation(stored);
-  });
+  return earliest(_index.candidatesFor(stored),
+                  [&](const PLPerson& candidate) { return candidate.isEqualToDictionaryRepresentation(stored); });
 }
 
 }  // namespace pellor

@@ -11,8 +11,8 @@
 
 namespace pellor {
 
-/// Holds persons strongly, in the order of their arrival: the sourced persons, and those that a merge displaced. A person
-/// may stand in it several times. No operation walks the sequence but `forEach`. Main queue.
+/// Holds persons strongly, in the order of their arrival: the sourced persons, and those that a merge displaced. A
+/// person may stand in it several times. No operation walks the sequence but `forEach`. Main queue.
 class PLPersonSequence {
  public:
   void append(std::shared_ptr<PLPerson> person);

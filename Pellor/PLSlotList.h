@@ -34,9 +34,9 @@ class PLSlotSnapshot {
   unsigned _height = 0;
 };
 
-/// A list of slots, each of which holds a person or `EmptySlot`. Reading and writing one slot, finding a person's slot and
-/// finding the lowest empty slot cost next to nothing more in a longer list; taking a version costs nothing, and an edit
-/// after that copies the few nodes on the way to its slot. Main queue.
+/// A list of slots, each of which holds a person or `EmptySlot`. Reading and writing one slot, finding a person's slot
+/// and finding the lowest empty slot cost next to nothing more in a longer list; taking a version costs nothing, and an
+/// edit after that copies the few nodes on the way to its slot. Main queue.
 class PLSlotList {
  public:
   PLSlotList();

@@ -66,6 +66,7 @@ bool containsPattern(const ContactEntry& contact, const NameMatch& pattern) {
 
 void sortByName(std::vector<ContactEntry>& contacts) {
   std::vector<std::pair<std::string, ContactEntry>> keyed;
+  keyed.reserve(contacts.size());
   for (ContactEntry& contact : contacts) {
     keyed.emplace_back(nameSortKey(contact.name.value_or("")), std::move(contact));
   }
@@ -112,6 +113,7 @@ std::optional<ContactEntry> contactNamed(Session& session, const std::string& wh
   if (found.empty()) return std::nullopt;
   if (found.size() == 1) return found.front();
   std::vector<std::string> candidates;
+  candidates.reserve(found.size());
   for (const ContactEntry& contact : found) candidates.push_back(nameOf(contact) + " (" + contact.guid + ")");
   throw AmbiguousError(who, candidates);
 }

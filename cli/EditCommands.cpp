@@ -102,6 +102,10 @@ void add(Session& session, const std::vector<std::string>& who) {
     if (!manager.addFriend(person)) throw CommandError("there is no room for " + nameOf(*person));
   }
   session.commit();
+  for (const auto& person : persons) {
+    if (!manager.isPersonFriend(person))
+      throw CommandError("another program's edit went over that of " + nameOf(*person));
+  }
   answerEach(session, placesOf(manager, persons), "added");
 }
 

@@ -35,6 +35,7 @@ FriendAt friendAt(const PLFriendsManager& manager, const Place& place) {
 FriendAt onlyOne(const std::string& who, const std::vector<FriendAt>& found) {
   if (found.size() == 1) return found.front();
   std::vector<std::string> candidates;
+  candidates.reserve(found.size());
   for (const FriendAt& candidate : found) {
     candidates.push_back(nameOf(*candidate.person) + " (" + textOf(candidate.place) + ")");
   }

@@ -83,7 +83,9 @@ void Session::requireWritableStore() {
 
 void Session::commit() {
   if (settle()) return;
-  throw CommandError("nothing was saved: " + storeProblem());
+  // Without an error of the store others kept this process from coming to rest.
+  const bool hasFailed = !_platform->preferences().lastError().empty();
+  throw CommandError((hasFailed ? "nothing was saved: " : "perhaps nothing was saved: ") + storeProblem());
 }
 
 bool Session::settle() {
@@ -98,7 +100,7 @@ bool Session::settle() {
 std::string Session::storeProblem() {
   const std::string error = _platform->preferences().lastError();
   const std::string store = "the store in " + _platform->dataFolder().string();
-  return store + (error.empty() ? " cannot be written" : ": " + error);
+  return store + (error.empty() ? " is busy" : ": " + error);
 }
 
 void Session::answer(const std::function<std::string()>& text, const std::function<Json()>& json) {

@@ -97,8 +97,8 @@ class AddressBook {
   virtual RecordRef personForRecordID(std::int32_t recordID) = 0;
   /// The records whose name matches, by record identifier; absent when there are none.
   virtual std::optional<std::vector<RecordRef>> copyPeopleMatchingName(std::string_view name) = 0;
-  /// The records that hold that phone number or e-mail address, however it is written, in one fixed order: the preferred
-  /// record of each linked set first, then by record identifier; absent when there are none.
+  /// The records that hold that phone number or e-mail address, however it is written, in one fixed order: the
+  /// preferred record of each linked set first, then by record identifier; absent when there are none.
   virtual std::optional<std::vector<RecordRef>> orderedPeopleForDestination(std::string_view destination) = 0;
   /// All records, by record identifier.
   virtual std::vector<RecordRef> allPeople() = 0;

@@ -12,7 +12,8 @@ class Bundle {
  public:
   virtual ~Bundle() = default;
   virtual std::string identifier() const = 0;
-  /// The text under `key` in the user's language; `defaultValue` when there is none, and the key itself when that is empty.
+  /// The text under `key` in the user's language; `defaultValue` when there is none, and the key itself when that is
+  /// empty.
   virtual std::string localizedString(std::string_view key, std::string_view defaultValue) const = 0;
 };
 

@@ -10,8 +10,8 @@ namespace pellor {
 class PersonNameFormatter {
  public:
   virtual ~PersonNameFormatter() = default;
-  /// The initials of a name in the order in which the locale writes names. Without fallbacks: empty when the name cannot be
-  /// abbreviated. Absent and empty parts count as missing.
+  /// The initials of a name in the order in which the locale writes names. Without fallbacks: empty when the name
+  /// cannot be abbreviated. Absent and empty parts count as missing.
   virtual std::string abbreviatedName(const std::optional<std::string>& givenName,
                                       const std::optional<std::string>& familyName) = 0;
 };

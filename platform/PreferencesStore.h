@@ -31,8 +31,8 @@ class PreferenceAnswer {
 
 /// What became of a value that was put aside.
 struct PutAside {
-  bool kept = false;               ///< a dated copy of the damaged value exists; only then may it be written over
-  std::optional<Value> lastGood;   ///< the store's last good copy of the key; absent when there is none
+  bool kept = false;              ///< a dated copy of the damaged value exists; only then may it be written over
+  std::optional<Value> lastGood;  ///< the store's last good copy of the key; absent when there is none
 };
 
 /// The store. May be called from the main thread and save queues at once; each call is atomic. A process sees its own
@@ -42,27 +42,30 @@ class PreferencesStore {
  public:
   virtual ~PreferencesStore() = default;
 
-  /// The stored value, none, or the answer that the store cannot be read. A stored value whose bytes do not decode reads
-  /// as a value of kind data that holds those bytes.
+  /// The stored value, none, or the answer that the store cannot be read. A stored value whose bytes do not decode
+  /// reads as a value of kind data that holds those bytes.
   virtual PreferenceAnswer<Value> copyValue(std::string_view key, std::string_view domain) = 0;
   /// The value when it is an integer; none for a value of another kind.
   virtual PreferenceAnswer<std::int64_t> integerValue(std::string_view key, std::string_view domain) = 0;
   /// The value when it is a boolean; none for a value of another kind.
   virtual PreferenceAnswer<bool> booleanValue(std::string_view key, std::string_view domain) = 0;
 
-  /// Keeps the value for the next `synchronize`, in place of one that was kept for the same key; absent removes the key.
+  /// Keeps the value for the next `synchronize`, in place of one that was kept for the same key; absent removes the
+  /// key.
   virtual void setValue(std::string_view key, std::optional<Value> value, std::string_view domain) = 0;
 
   /// Writes what was set for the domain, all of it or nothing, and reads again what other processes wrote. True when
-  /// nothing remains unwritten and the domain could be read. After a failure what was set stays to be written by the next
-  /// call, and `copyValue` gives what is stored. True means that it survives the end of the process and of the system.
+  /// nothing remains unwritten and the domain could be read. After a failure what was set stays to be written by the
+  /// next call, and `copyValue` gives what is stored. True means that it survives the end of the process and of the
+  /// system.
   virtual bool synchronize(std::string_view domain) = 0;
 
-  /// Puts a damaged value aside: makes a dated copy of its bytes beside the store and gives the last value of the key that
-  /// was written whole. The value itself stays until it is written over.
+  /// Puts a damaged value aside: makes a dated copy of its bytes beside the store and gives the last value of the key
+  /// that was written whole. The value itself stays until it is written over.
   virtual PutAside putAside(std::string_view key, std::string_view domain) = 0;
 
-  /// One value of the process's own defaults for a domain, which are not shared and not synchronised; absent when unset.
+  /// One value of the process's own defaults for a domain, which are not shared and not synchronised; absent when
+  /// unset.
   virtual std::optional<Value> persistentValueForKey(std::string_view key, std::string_view domain) = 0;
 };
 

@@ -23,9 +23,9 @@ class ReachabilityClient {
 
 /// The conversions run on any thread and are pure; queries are made on the main queue.
 ///
-/// Conversions are total and idempotent: every text that holds a digit has an identifier, text that is no number is its own
-/// normalised form, and the identifier of a normalised number is made of that same number. A raw address holds neither
-/// scheme.
+/// Conversions are total and idempotent: every text that holds a digit has an identifier, text that is no number is its
+/// own normalised form, and the identifier of a normalised number is made of that same number. A raw address holds
+/// neither scheme.
 class ReachabilityService {
  public:
   virtual ~ReachabilityService() = default;

@@ -75,8 +75,8 @@ inline LogArgument redactable(LogArgument argument) { return std::move(argument)
 class LogFormat {
  public:
   template <class Text>
-  requires std::convertible_to<Text, std::string_view> LogFormat(
-      const Text& text, std::source_location place = std::source_location::current())
+    requires std::convertible_to<Text, std::string_view>
+  LogFormat(const Text& text, std::source_location place = std::source_location::current())
       : _text(text), _place(place) {}
   std::string_view text() const { return _text; }
   /// The unqualified name of the operation that holds the call; of a lambda, the operation around it.

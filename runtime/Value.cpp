@@ -57,7 +57,10 @@ std::string describe(const std::shared_ptr<const Data>& value) {
 }
 std::string describe(const std::shared_ptr<const Array>& value) {
   std::string text;
-  for (const Value& element : *value) text.append(text.empty() ? "" : ", ").append(element.description());
+  std::string_view separator;
+  for (const Value& element : *value) {
+    text.append(std::exchange(separator, ", ")).append(element.description());
+  }
   return "(" + text + ")";
 }
 std::string describe(const std::shared_ptr<const Dictionary>& value) {

@@ -37,7 +37,8 @@ class Value {
   template <std::same_as<bool> B>
   Value(B value) : _content(value) {}
   template <std::integral I>
-  requires(!std::same_as<I, bool>) Value(I value) : _content(static_cast<std::int64_t>(value)) {}
+    requires(!std::same_as<I, bool>)
+  Value(I value) : _content(static_cast<std::int64_t>(value)) {}
   Value(double value) : _content(value) {}
   Value(std::string value);
   Value(std::string_view value);

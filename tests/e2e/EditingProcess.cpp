@@ -20,7 +20,7 @@ namespace pellor {
 namespace {
 
 constexpr double SettleLimit = 60;
-constexpr int Contacts = 60;
+constexpr std::uint64_t Contacts = 60;
 constexpr std::uint64_t EditsPerPause = 8;  // on average
 
 class EditingProcess {

@@ -240,21 +240,6 @@ TEST_F(ContactIndexTest, KeepsTheContactsOfAFolderThatCannotBeReadOrIsGone) {
   EXPECT_EQ(identitiesIn(*index), std::vector<std::string>{"anna=1"});
 }
 
-TEST_F(ContactIndexTest, FoldersShareAnIndexAndNoNumbers) {
-  put("a.vcf", card("anna", "Anna"));
-  const auto index = openIndex();
-  const std::filesystem::path first = contacts;
-  contacts = folder / "other";
-  std::filesystem::create_directory(contacts);
-  put("a.vcf", card("anna", "Another Anna"));
-  const auto other = openIndex();
-  EXPECT_NE(other->databaseUID(), index->databaseUID());
-  EXPECT_NE(other->sequenceNumber(), index->sequenceNumber());
-  EXPECT_EQ(identitiesIn(*other), std::vector<std::string>{"anna=2"});
-  contacts = first / "";
-  EXPECT_EQ(openIndex()->databaseUID(), index->databaseUID());
-}
-
 TEST_F(ContactIndexTest, ADamagedIndexIsPutAsideAndMadeAnew) {
   put("a.vcf", card("anna", "Anna"));
   const std::filesystem::path file = data / "contacts-index.sqlite";
@@ -293,18 +278,6 @@ TEST_F(ContactIndexTest, DamageInTheMiddleIsMetWhileReading) {
   EXPECT_EQ(log->count("it was put aside as"), 1U);
 }
 
-TEST_F(ContactIndexTest, WhereNoFileCanBeWrittenItIsMadeInMemory) {
-  put("a.vcf", card("anna", "Anna"));
-  writeFile(folder / "file", "");
-  data = folder / "file" / "below";
-  const auto index = openIndex();
-  EXPECT_EQ(nameOf(*index, "anna"), "Anna");
-  put("a.vcf", card("anna", "Anne"));
-  index->update(FolderChange::all());
-  EXPECT_EQ(nameOf(*index, "anna"), "Anne");
-  EXPECT_EQ(log->count("made in memory"), 1U);
-}
-
 TEST_F(ContactIndexTest, WhatIsReadTogetherBelongsTogether) {
   put("a.vcf", card("anna", "Anna"));
   const auto reader = openIndex();
@@ -319,19 +292,6 @@ TEST_F(ContactIndexTest, WhatIsReadTogetherBelongsTogether) {
   reader->endReading();
   EXPECT_EQ(nameOf(*reader, "anna"), "Anne");
   EXPECT_EQ(reader->sequenceNumber(), writer->sequenceNumber());
-}
-
-TEST_F(ContactIndexTest, SaysHowFarItIs) {
-  for (int number = 0; number < 250; ++number) put(std::to_string(number) + ".vcf", card("", "A"));
-  auto counted = options();
-  std::vector<std::pair<std::size_t, std::size_t>> told;
-  counted.progress = [&](std::size_t done, std::size_t total) { told.emplace_back(done, total); };
-  ContactIndex index(counted, handle());
-  index.update(FolderChange::all());
-  using Told = std::pair<std::size_t, std::size_t>;
-  EXPECT_THAT(told, ElementsAre(Told(100, 250), Told(200, 250), Told(250, 250)));
-  index.update(FolderChange::all());
-  EXPECT_EQ(told.size(), 3U);
 }
 
 // Each process changes files of its own and looks at all of them; in the end all have seen one and the same thing.

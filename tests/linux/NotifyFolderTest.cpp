@@ -164,19 +164,6 @@ TEST_F(NotifyFolderTest, AFolderThatCannotBeMadeIsReportedOnceAndTriedAgain) {
   EXPECT_TRUE(runUntilDelivered(deliveries, before + 1));
 }
 
-TEST(NotifyFolderFallbackTest, AMissingRuntimeFolderIsReportedOnce) {
-  const TemporaryFolder temporary;
-  const auto log = std::make_shared<LogCollector>();
-  UserFolders folders;
-  folders.state = temporary / "state";
-  Process process;
-  const auto bus = NotifyFolder::make(process, folders, LogHandle("test", "bus", log));
-  bus->post("name");
-  EXPECT_EQ(log->messages().size(), 1u);
-  EXPECT_EQ(modeOf(temporary / "state/notify"), 0700u);
-  EXPECT_EQ(fs::file_size(temporary / "state/notify/name"), 8u);
-}
-
 std::uint64_t countIn(const fs::path& file) {
   std::uint64_t count = 0;
   const std::string content = contentOf(file);

@@ -1,10 +1,7 @@
 #include "linux/SQLitePreferences.h"
 
-#include <grp.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <array>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -98,35 +95,6 @@ TEST_F(SQLitePreferencesTest, EverythingIsForTheOwnerAlone) {
   for (const char* suffix : {"", "-wal", "-shm"}) EXPECT_EQ(modeOf(file().string() + suffix), 0600u) << suffix;
   EXPECT_TRUE(store->isWritable());
   EXPECT_EQ(store->lastError(), "");
-}
-
-TEST_F(SQLitePreferencesTest, AnUnchangedValueStaysTheSameObjectAndIsNoNews) {
-  makeStore(Array{1, 2, 3});
-  const auto reader = open(), writer = open();
-  const Value before = reader->copyValue("key", Domain).value().value();
-  const SQLiteDatabase observer(file(), SQLiteDatabase::Access::readWrite, 5);
-  const std::int64_t version = observer.integer("PRAGMA data_version");
-  writer->setValue("key", Array{1, 2, 3}, Domain);
-  ASSERT_TRUE(writer->synchronize(Domain));
-  EXPECT_EQ(observer.integer("PRAGMA data_version"), version) << "nothing was committed";
-
-  writer->setValue("another", 1, Domain);
-  ASSERT_TRUE(writer->synchronize(Domain));
-  ASSERT_TRUE(reader->synchronize(Domain));
-  EXPECT_EQ(reader->copyValue("another", Domain).value(), Value(1));
-  EXPECT_TRUE(reader->copyValue("key", Domain).value()->isSameObject(before));
-}
-
-TEST_F(SQLitePreferencesTest, AnyTextMayBeAKeyOrADomain) {
-  const std::vector<std::string> names = {"", "'; DROP TABLE preferences; --", std::string("a\0b", 3), "a", "\xFF/.."};
-  const auto store = open();
-  for (const std::string& name : names) {
-    store->setValue(name, name, name);
-    ASSERT_TRUE(store->synchronize(name));
-  }
-  const auto reader = open();
-  for (const std::string& name : names) EXPECT_EQ(reader->copyValue(name, name).value(), Value(name));
-  EXPECT_TRUE(reader->putAside("\xFF/..", "\xFF/..").kept);
 }
 
 TEST_F(SQLitePreferencesTest, WhatIsTooDeepIsNeverDroppedSilently) {
@@ -264,40 +232,6 @@ TEST_F(SQLitePreferencesTest, AReadOnlyStoreIsReadAndFailsToWrite) {
 #define REQUIRE_IN_CHILD(holds) \
   if (!(holds)) return __LINE__ % 90 + 1
 
-TEST_F(SQLitePreferencesTest, AUserWithoutWritePermissionReadsWhatIsThere) {
-  makeStore();
-  fs::permissions(_temporary.path(), fs::perms{0755});
-  fs::permissions(file(), fs::perms{0444});
-  fs::permissions(folder(), fs::perms{0555});
-  std::array<int, 2> changed{};
-  ASSERT_EQ(::pipe(changed.data()), 0);
-  ChildProcess child([&](const ChildProcess::Report& report) {
-    constexpr unsigned nobody = 65534;
-    if (::getuid() == 0) REQUIRE_IN_CHILD(::setgroups(0, nullptr) == 0 && ::setuid(nobody) == 0);
-    const auto store = openIn(folder());
-    REQUIRE_IN_CHILD(store->copyValue("key", Domain).value() == Value("stored"));
-    REQUIRE_IN_CHILD(!store->isWritable());
-    REQUIRE_IN_CHILD(store->synchronize(Domain));
-    report.send(0);
-    char go = 0;
-    REQUIRE_IN_CHILD(::read(changed[0], &go, 1) == 1);
-    REQUIRE_IN_CHILD(store->synchronize(Domain));
-    REQUIRE_IN_CHILD(store->copyValue("key", Domain).value() == Value(2));
-    store->setValue("key", 3, Domain);
-    REQUIRE_IN_CHILD(!store->synchronize(Domain));
-    REQUIRE_IN_CHILD(store->copyValue("key", Domain).value() == Value(2));
-    return 0;
-  });
-  ASSERT_TRUE(child.receive());
-  // A user who may write changes it; the number 2 is one byte in the file.
-  fs::permissions(folder(), fs::perms{0755});
-  fs::permissions(file(), fs::perms{0644});
-  executeIn(folder(), "UPDATE preferences SET value = x'02'");
-  ASSERT_EQ(::write(changed[1], "g", 1), 1);
-  EXPECT_EQ(child.exitCode(), 0);
-  fs::permissions(folder(), fs::perms{0700});
-}
-
 // Several processes
 
 TEST_F(SQLitePreferencesTest, WhatWasSynchronizedSurvivesAKill) {
@@ -323,6 +257,34 @@ TEST_F(SQLitePreferencesTest, WhatWasSynchronizedSurvivesAKill) {
   const auto second = store->copyValue("second", Domain).value();
   ASSERT_TRUE(second && second->array());
   EXPECT_EQ(second->array()->front(), Value(*first)) << "both or neither";
+}
+
+// Defaults
+
+TEST_F(SQLitePreferencesTest, DefaultsComeFromTheJSONFile) {
+  const auto store = open();
+  EXPECT_EQ(store->persistentValueForKey("flag", Domain), std::nullopt);
+  fs::create_directory(folder());
+  const fs::path defaults = folder() / "defaults.json";
+  writeFile(defaults, R"({"org.tapnote.TN": {"flag": true, "whole": 3, "real": 3.0, "none": null, "text": "a",
+                          "big": 18446744073709551615, "list": [1, null, {"k": false}]}, "other": 5})");
+  EXPECT_EQ(store->persistentValueForKey("flag", Domain), Value(true));
+  EXPECT_EQ(store->persistentValueForKey("whole", Domain), Value(3));
+  EXPECT_EQ(store->persistentValueForKey("real", Domain), Value(3.0));
+  EXPECT_EQ(store->persistentValueForKey("none", Domain), std::nullopt);
+  EXPECT_EQ(store->persistentValueForKey("text", Domain), Value("a"));
+  EXPECT_EQ(store->persistentValueForKey("big", Domain), Value(18446744073709551615.0));
+  EXPECT_EQ(store->persistentValueForKey("list", Domain), Value(Array{1, Dictionary{{"k", false}}}));
+  EXPECT_EQ(store->persistentValueForKey("flag", "other"), std::nullopt);
+  EXPECT_EQ(store->copyValue("flag", Domain).value(), std::nullopt) << "not shared";
+
+  for (const char* damaged : {"{\"org.tapnote.TN\": {\"flag\": true}", "[]", "\"\xFF\""}) {
+    _log->clear();
+    writeFile(defaults, damaged);
+    EXPECT_EQ(store->persistentValueForKey("flag", Domain), std::nullopt) << damaged;
+    EXPECT_EQ(store->persistentValueForKey("flag", Domain), std::nullopt) << damaged;
+    EXPECT_EQ(_log->messages().size(), 1u) << damaged;
+  }
 }
 
 TEST_F(SQLitePreferencesTest, WritersThatStartAtOnceDoNotLoseEachOthersValues) {
@@ -352,34 +314,6 @@ TEST_F(SQLitePreferencesTest, InsertingIfAbsentLetsTheFirstDecide) {
   EXPECT_TRUE(second->insertIfAbsent({{"Region", "FR"}, {"Locale", "fr_FR"}}, Domain));
   EXPECT_EQ(second->copyValue("Region", Domain).value(), Value("DE"));
   EXPECT_EQ(second->copyValue("Locale", Domain).value(), Value("fr_FR"));
-}
-
-// Defaults
-
-TEST_F(SQLitePreferencesTest, DefaultsComeFromTheJSONFile) {
-  const auto store = open();
-  EXPECT_EQ(store->persistentValueForKey("flag", Domain), std::nullopt);
-  fs::create_directory(folder());
-  const fs::path defaults = folder() / "defaults.json";
-  writeFile(defaults, R"({"org.tapnote.TN": {"flag": true, "whole": 3, "real": 3.0, "none": null, "text": "a",
-                          "big": 18446744073709551615, "list": [1, null, {"k": false}]}, "other": 5})");
-  EXPECT_EQ(store->persistentValueForKey("flag", Domain), Value(true));
-  EXPECT_EQ(store->persistentValueForKey("whole", Domain), Value(3));
-  EXPECT_EQ(store->persistentValueForKey("real", Domain), Value(3.0));
-  EXPECT_EQ(store->persistentValueForKey("none", Domain), std::nullopt);
-  EXPECT_EQ(store->persistentValueForKey("text", Domain), Value("a"));
-  EXPECT_EQ(store->persistentValueForKey("big", Domain), Value(18446744073709551615.0));
-  EXPECT_EQ(store->persistentValueForKey("list", Domain), Value(Array{1, Dictionary{{"k", false}}}));
-  EXPECT_EQ(store->persistentValueForKey("flag", "other"), std::nullopt);
-  EXPECT_EQ(store->copyValue("flag", Domain).value(), std::nullopt) << "not shared";
-
-  for (const char* damaged : {"{\"org.tapnote.TN\": {\"flag\": true}", "[]", "\"\xFF\""}) {
-    _log->clear();
-    writeFile(defaults, damaged);
-    EXPECT_EQ(store->persistentValueForKey("flag", Domain), std::nullopt) << damaged;
-    EXPECT_EQ(store->persistentValueForKey("flag", Domain), std::nullopt) << damaged;
-    EXPECT_EQ(_log->messages().size(), 1u) << damaged;
-  }
 }
 
 }  // namespace

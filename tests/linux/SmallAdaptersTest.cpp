@@ -4,16 +4,13 @@
 
 #include <filesystem>
 #include <map>
-#include <set>
 #include <string>
 
 #include "linux/GettextStrings.h"
 #include "linux/NettleDigest.h"
-#include "linux/PrivateFiles.h"
 #include "linux/PrometheusCounters.h"
 #include "linux/StandardErrorLog.h"
 #include "linux/UserFolders.h"
-#include "testing/LogCollector.h"
 #include "tests/linux/TemporaryFolder.h"
 
 namespace pellor {
@@ -75,25 +72,6 @@ TEST(GettextStringsTest, TheUsersLanguagesAreTriedInTheirOrder) {
   EXPECT_EQ(numberedTitle(nowhere), "Favorites %u");
 }
 
-TEST(GettextStringsTest, UnknownKeysGiveTheDefaultOrThemselves) {
-  GettextStrings strings;
-  EXPECT_EQ(strings.bundleWithIdentifier("org.tapnote.Other"), nullptr);
-  const auto bundle = strings.bundleWithIdentifier("org.tapnote.Pellor");
-  EXPECT_EQ(bundle->identifier(), "org.tapnote.Pellor");
-  EXPECT_EQ(bundle->localizedString("UNKNOWN", "default"), "default");
-  EXPECT_EQ(bundle->localizedString("UNKNOWN", ""), "UNKNOWN");
-}
-
-TEST(GettextStringsTest, EveryCatalogNumbersItsTitleOnce) {
-  for (const char* language : {"de", "es", "fr", "ja"}) {
-    GettextStrings strings(GettextStrings::catalogFolders(), environmentOf({{"LANG", language}}));
-    const std::string title = numberedTitle(strings);
-    EXPECT_NE(title, "Favorites %u") << language << " is missing";
-    EXPECT_EQ(std::count(title.begin(), title.end(), '%'), 1) << title;
-    EXPECT_NE(title.find("%u"), std::string::npos) << title;
-  }
-}
-
 TEST(GettextStringsTest, DamagedCatalogsAreNoCatalogs) {
   const TemporaryFolder folder;
   std::string content;
@@ -145,22 +123,6 @@ TEST(PrometheusCountersTest, ChangedValuesAreWrittenOnceASettle) {
   EXPECT_FALSE(fs::exists(file)) << "nothing changed";
 }
 
-TEST(PrometheusCountersTest, AFailureIsReportedOnceAndMadeUpFor) {
-  const TemporaryFolder folder;
-  writeFile(folder / "metrics", "in the way");
-  const auto log = std::make_shared<LogCollector>();
-  Process process;
-  PrometheusCounters counters(process, folder / "metrics/pellor.prom", LogHandle("test", "counters", log));
-  counters.setValueForScalarKey("key", 1);
-  EXPECT_TRUE(process.settle(5));
-  EXPECT_TRUE(process.settle(5));
-  EXPECT_EQ(log->messages().size(), 1u);
-  fs::remove(folder / "metrics");
-  EXPECT_TRUE(process.settle(5));
-  EXPECT_EQ(log->messages().size(), 2u);
-  EXPECT_NE(contentOf(folder / "metrics/pellor.prom").find("key 1"), std::string::npos);
-}
-
 // Log
 
 TEST(StandardErrorLogTest, LinesGoToStandardErrorWhenAskedFor) {
@@ -183,7 +145,7 @@ TEST(StandardErrorLogTest, LinesGoToStandardErrorWhenAskedFor) {
   EXPECT_NE(shown(open).find("\"renamed [Ada?[2J?Lovelace] in 3\"\n"), std::string::npos);
 }
 
-// Folders and files
+// Folders
 
 TEST(UserFoldersTest, VariablesCountOnlyWhenTheyAreAbsolute) {
   const TemporaryFolder runtime;
@@ -207,48 +169,6 @@ TEST(UserFoldersTest, VariablesCountOnlyWhenTheyAreAbsolute) {
   fs::permissions(runtime.path(), fs::perms{0755});
   EXPECT_EQ(UserFolders::find(environment).runtime, std::nullopt) << "open to others";
   EXPECT_TRUE(UserFolders::find(environmentOf({})).data.is_absolute()) << "without HOME";
-}
-
-TEST(PrivateFilesTest, FoldersAreMadeForTheirOwnerAlone) {
-  const TemporaryFolder folder;
-  fs::permissions(folder.path(), fs::perms{0755});
-  EXPECT_EQ(createPrivateFolder(folder / "a/b/c/"), std::nullopt);
-  EXPECT_EQ(createPrivateFolder(folder / "a/b"), std::nullopt);
-  for (const char* made : {"a", "a/b", "a/b/c"}) EXPECT_EQ(modeOf(folder / made), 0700u);
-  EXPECT_EQ(modeOf(folder.path()), 0755u) << "was there before";
-
-  writeFile(folder / "file", "in the way");
-  const auto error = createPrivateFolder(folder / "file/below");
-  ASSERT_TRUE(error);
-  EXPECT_NE(error->find((folder / "file").string()), std::string::npos) << *error;
-}
-
-TEST(PrivateFilesTest, AFileIsReplacedAsAWholeAndMadeOnce) {
-  const TemporaryFolder folder;
-  const Data bytes = {1, 2, 3};
-  EXPECT_EQ(createPrivateFile(folder / "new", bytes), FileCreation::created);
-  EXPECT_EQ(createPrivateFile(folder / "new", Data{}), FileCreation::exists);
-  EXPECT_EQ(contentOf(folder / "new"), "\1\2\3");
-  EXPECT_EQ(createPrivateFile(folder / "missing/new", bytes), FileCreation::failed);
-  EXPECT_EQ(replacePrivateFile(folder / "new", "other"), std::nullopt);
-  EXPECT_EQ(contentOf(folder / "new"), "other");
-  EXPECT_EQ(modeOf(folder / "new"), 0600u);
-  EXPECT_TRUE(replacePrivateFile(folder / "missing/new", "text"));
-}
-
-TEST(PrivateFilesTest, EveryTextHasAFileNameOfItsOwn) {
-  const std::string text(1000, 'x');
-  const std::vector<std::string> texts = {"",  ".",  "..", ".hidden",  "a/b", "a%2fb",   "a b", "A B",
-                                          "%", "%%", "\n", "\xC3\xBC", "a",   "a.b-c_d", text,  text + "y"};
-  std::set<std::string> names;
-  for (const std::string& original : texts) {
-    const std::string name = fileNameOf(original);
-    EXPECT_TRUE(names.insert(name).second) << original;
-    EXPECT_LT(name.size(), 150u);
-    EXPECT_FALSE(name.empty() || name.front() == '.') << name;
-    EXPECT_EQ(name.find_first_of("/\n "), std::string::npos) << name;
-  }
-  EXPECT_EQ(fileNameOf("org.tapnote.TN"), "org.tapnote.TN");
 }
 
 }  // namespace

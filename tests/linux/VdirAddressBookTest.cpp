@@ -3,8 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "linux/VdirContactStore.h"
-#include "linux/VdirHandle.h"
 #include "tests/linux/ContactsFixture.h"
 
 namespace pellor {
@@ -90,20 +88,6 @@ TEST_F(VdirAddressBookTest, TellsOfEachChangeOfTheFolder) {
   EXPECT_EQ(program.nameOf("boris"), "Boris");
 }
 
-// What changes nothing is not announced. A last change shows that what came before it has been looked at.
-TEST_F(VdirAddressBookTest, SaysNothingOfWhatIsNoChange) {
-  put("a.vcf", card("anna", "Anna"));
-  Program program(*this);
-  program.sequence();
-  put("a.vcf", card("anna", "Anna"));
-  put("broken.vcf", "nothing");
-  put("note.txt", "nothing");
-  put("favorites", "anna\n");
-  EXPECT_TRUE(program.waitUntil([&] { return program.posts[FavoritesFileChangedNotification] > 0; }));
-  EXPECT_EQ(program.posts[AddressBookChangedNotification], 0);
-  EXPECT_EQ(log->count("broken.vcf"), 1U);
-}
-
 TEST_F(VdirAddressBookTest, EveryProgramHearsOfAChangeOnceWhicheverIndexedIt) {
   put("a.vcf", card("anna", "Anna"));
   Program one(*this);
@@ -117,6 +101,42 @@ TEST_F(VdirAddressBookTest, EveryProgramHearsOfAChangeOnceWhicheverIndexedIt) {
   EXPECT_EQ(one.sequence(), before + 1);
   EXPECT_EQ(other.sequence(), before + 1);
   EXPECT_EQ(other.nameOf("anna"), "Anne");
+}
+
+// The rest of a piece of work must not see half of a change, even if it serves the main queue.
+TEST_F(VdirAddressBookTest, AChangeWaitsForTheEndOfTheWorkInProgress) {
+  put("a.vcf", card("anna", "Anna"));
+  Program program(*this);
+  program.with([&](AddressBook&) {
+    put("a.vcf", card("anna", "Anne"));
+    // Another contact, noticed after it: by then the first event is in the queue.
+    put("favorites", "anna\n");
+    while (program.process.mainQueue().drain()) {
+    }
+    program.with([&](AddressBook& again) { EXPECT_EQ(again.copyPersonMatchingGUID("anna")->compositeName(), "Anna"); });
+  });
+  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "Anne"; }));
+}
+
+TEST_F(VdirAddressBookTest, WhatIsSetOnARecordStaysInTheHandle) {
+  put("a.vcf", card("anna", "Anna Novak", "TEL;TYPE=cell:+493023125001\n"));
+  Program program(*this);
+  const auto book = program.store->openPrivateAddressBook();
+  const RecordRef anna = book->copyPersonMatchingGUID("anna");
+  MultiValue phones = anna->copyMultiValue(RecordProperty::phone).value();
+  const std::int32_t added = program.store->addMultiValueEntry(phones, "+493023125002", "work");
+  phones.entries.pop_back();
+  EXPECT_GT(program.store->addMultiValueEntry(phones, "+493023125003", "home"), added);
+  anna->setRecordValue(RecordProperty::phone, phones);
+  anna->setRecordValue(RecordProperty::nickname, std::string("Ann"));
+  // The record is asked for again, and its file has changed meanwhile.
+  put("a.vcf", card("anna", "Anne Novak"));
+  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "Anne Novak"; }));
+  EXPECT_EQ(book->copyPersonMatchingGUID("anna"), anna);
+  EXPECT_EQ(anna->nickname(), "Ann");
+  EXPECT_THAT(anna->phoneValues().value(), ElementsAre("+493023125001", "+493023125003"));
+  program.with(
+      [](AddressBook& shared) { EXPECT_EQ(shared.copyPersonMatchingGUID("anna")->phoneValues(), std::nullopt); });
 }
 
 TEST_F(VdirAddressBookTest, AFolderMayComeLaterAndGo) {
@@ -145,86 +165,6 @@ TEST_F(VdirAddressBookTest, AFolderMayComeLaterAndGo) {
   EXPECT_EQ(program.nameOf("anna"), "(none)");
 }
 
-TEST_F(VdirAddressBookTest, AFolderThatCannotBeReadIsTriedAgain) {
-  const std::filesystem::path away = folder / "away";
-  std::filesystem::rename(contacts, away);
-  std::filesystem::create_symlink(contacts, contacts);
-  Program program(*this);
-  EXPECT_EQ(program.nameOf("anna"), "(none)");
-  EXPECT_THAT(program.store->folderError().value_or(""), HasSubstr("cannot be read"));
-  std::filesystem::remove(contacts);
-  writeFile(away / "a.vcf", card("anna", "Anna"));
-  std::filesystem::rename(away, contacts);
-  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "Anna"; }));
-  EXPECT_EQ(program.store->folderError(), std::nullopt);
-}
-
-TEST_F(VdirAddressBookTest, CostsNothingUntilItIsUsed) {
-  put("a.vcf", card("anna", "Anna"));
-  { Program program(*this); }
-  EXPECT_FALSE(std::filesystem::exists(data));
-}
-
-// The rest of a piece of work must not see half of a change, even if it serves the main queue.
-TEST_F(VdirAddressBookTest, AChangeWaitsForTheEndOfTheWorkInProgress) {
-  put("a.vcf", card("anna", "Anna"));
-  Program program(*this);
-  program.with([&](AddressBook&) {
-    put("a.vcf", card("anna", "Anne"));
-    // Another contact, noticed after it: by then the first event is in the queue.
-    put("favorites", "anna\n");
-    while (program.process.mainQueue().drain()) {
-    }
-    program.with([&](AddressBook& again) { EXPECT_EQ(again.copyPersonMatchingGUID("anna")->compositeName(), "Anna"); });
-  });
-  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "Anne"; }));
-}
-
-TEST_F(VdirAddressBookTest, RecordsAreOneObjectForEachHandle) {
-  put("a.vcf", card("anna", "Anna Novak", "TEL;TYPE=cell:+493023125001\nNICKNAME:Ann\n"));
-  Program program(*this);
-  program.with([&](AddressBook& book) {
-    const RecordRef anna = book.copyPersonMatchingGUID("anna");
-    EXPECT_EQ(book.personForRecordID(anna->recordID()), anna);
-    EXPECT_EQ(book.copyPeopleMatchingName("ANN")->front(), anna);
-    EXPECT_EQ(book.orderedPeopleForDestination("03023125001")->front(), anna);
-    EXPECT_EQ(book.allPeople(), std::vector<RecordRef>{anna});
-    EXPECT_EQ(anna->allLinkedPeople(), std::vector<RecordRef>{anna});
-    EXPECT_EQ(anna->shortName(), "Anna");
-    EXPECT_EQ(anna->emailValues(), std::nullopt);
-    EXPECT_EQ(book.copyPersonMatchingGUID("nobody"), nullptr);
-    EXPECT_EQ(book.personForRecordID(InvalidRecordID), nullptr);
-    EXPECT_EQ(book.copyPeopleMatchingName("nobody"), std::nullopt);
-    EXPECT_EQ(book.orderedPeopleForDestination("030"), std::nullopt);
-    const auto own = program.store->openPrivateAddressBook();
-    EXPECT_EQ(own->databaseUID(), book.databaseUID());
-    EXPECT_NE(own->copyPersonMatchingGUID("anna"), anna);
-  });
-  EXPECT_EQ(VdirContactStore(program.store).personFromContact({"anna"})->recordGUID(), "anna");
-  EXPECT_EQ(VdirContactStore(program.store).personFromContact({"nobody"}), nullptr);
-}
-
-TEST_F(VdirAddressBookTest, WhatIsSetOnARecordStaysInTheHandle) {
-  put("a.vcf", card("anna", "Anna Novak", "TEL;TYPE=cell:+493023125001\n"));
-  Program program(*this);
-  const auto book = program.store->openPrivateAddressBook();
-  const RecordRef anna = book->copyPersonMatchingGUID("anna");
-  MultiValue phones = anna->copyMultiValue(RecordProperty::phone).value();
-  const std::int32_t added = program.store->addMultiValueEntry(phones, "+493023125002", "work");
-  phones.entries.pop_back();
-  EXPECT_GT(program.store->addMultiValueEntry(phones, "+493023125003", "home"), added);
-  anna->setRecordValue(RecordProperty::phone, phones);
-  anna->setRecordValue(RecordProperty::nickname, std::string("Ann"));
-  // The record is asked for again, and its file has changed meanwhile.
-  put("a.vcf", card("anna", "Anne Novak"));
-  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "Anne Novak"; }));
-  EXPECT_EQ(book->copyPersonMatchingGUID("anna"), anna);
-  EXPECT_EQ(anna->nickname(), "Ann");
-  EXPECT_THAT(anna->phoneValues().value(), ElementsAre("+493023125001", "+493023125003"));
-  program.with(
-      [](AddressBook& shared) { EXPECT_EQ(shared.copyPersonMatchingGUID("anna")->phoneValues(), std::nullopt); });
-}
-
 TEST_F(VdirAddressBookTest, ALinkedSetHasOneThatStandsForItAndOneThatNamesIt) {
   put("a.vcf", card("a", "", "TEL:+493023125001\nX-FOLKS-CONTACTS-IDS:c\n"));
   put("b.vcf", card("b", "Boris", "TEL:+493023125001\n"));
@@ -244,23 +184,6 @@ TEST_F(VdirAddressBookTest, ALinkedSetHasOneThatStandsForItAndOneThatNamesIt) {
   program.waitUntil([&] { return program.posts[AddressBookChangedNotification] > 0; });
   program.with(
       [](AddressBook& book) { EXPECT_EQ(book.copyPersonMatchingGUID("a")->preferredLinkedPersonForName(), nullptr); });
-}
-
-TEST_F(VdirAddressBookTest, OrganisationsAreNoPersons) {
-  put("a.vcf", card("a", "Anna Novak", "ORG:Club\n"));
-  put("b.vcf", card("b", "Club", "ORG:Club\nN:;;;;\n"));
-  VdirAddressBookOptions options;
-  options.surnameFirst = [] { return true; };
-  Program program(*this, std::move(options));
-  program.with([](AddressBook& book) {
-    const RecordRef person = book.copyPersonMatchingGUID("a");
-    const RecordRef club = book.copyPersonMatchingGUID("b");
-    EXPECT_TRUE(person->isPersonKind());
-    EXPECT_FALSE(club->isPersonKind());
-    EXPECT_NE(person->recordValue(RecordProperty::kind), club->recordValue(RecordProperty::kind));
-    EXPECT_EQ(club->compositeName(), "Club");
-    EXPECT_EQ(club->shortName(), std::nullopt);
-  });
 }
 
 }  // namespace

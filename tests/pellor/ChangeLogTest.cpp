@@ -49,14 +49,6 @@ TEST_F(ChangeLogTest, LogsAreMergedByPrecedence) {
             "cy@example.org- ann@example.org+ bob@example.org>");
 }
 
-TEST_F(ChangeLogTest, TheFirstLoadIsPostedToo) {
-  store("Ann#,-");
-  auto a = launch();
-  rest();
-  EXPECT_EQ(a->logged("posting PLFriendsManagerChangedNotification with 1 changelog entry"), 1U);
-  EXPECT_THAT(a->takeNotifications(), ElementsAre("groups changed", "groups changed", "changed Ann+"));
-}
-
 TEST_F(ChangeLogTest, WhatHappensToOnePersonIsOneEntryAndEachPostStartsAnew) {
   contacts({"Ann"});
   auto a = launch();

@@ -6,7 +6,6 @@ namespace pellor {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 class DelayedOperation : public OneProcess {
  protected:
@@ -86,39 +85,6 @@ TEST_F(DelayedOperation, InvalidatedOneRunsNoMore) {
   passUntil(100);
   EXPECT_TRUE(block.expired());
   EXPECT_THAT(runs, ElementsAre(0));
-}
-
-TEST_F(DelayedOperation, ARunThatIsQueuedFindsTheBlockUnlessItIsDropped) {
-  make(5);
-  queue->async([this] {
-    operation->execute();
-    operation->invalidate();
-  });
-  settle();
-  EXPECT_THAT(runs, ElementsAre(0)) << "queued before the block was dropped";
-
-  make(5);
-  queue->async([this] {
-    operation->invalidate();
-    operation->execute();
-  });
-  settle();
-  EXPECT_THAT(runs, ElementsAre(0));
-}
-
-TEST_F(DelayedOperation, GoesWithItsOwner) {
-  make(5);
-  requestAt({0, 1}, 2);
-  operation.reset();
-  const std::weak_ptr<int> block = std::exchange(token, nullptr);
-  EXPECT_TRUE(block.expired());
-  passUntil(100);
-  EXPECT_THAT(runs, ElementsAre(0));
-}
-
-TEST_F(DelayedOperation, RequestsBelongOnTheQueue) {
-  make(5);
-  EXPECT_DEATH(operation->execute(), "on the operation's queue");
 }
 
 }  // namespace

@@ -66,26 +66,5 @@ TEST_F(Destination, SetsKeepOneCanonicalFormOfEach) {
   EXPECT_THAT(plSanitizedDestinationSet(DestinationSet{"Ann", "nobody"}), testing::IsEmpty());
 }
 
-/// A service that has no identifier for any number.
-class SpeechlessService : public SimulatedIdentityService {
- public:
-  using SimulatedIdentityService::SimulatedIdentityService;
-  std::optional<std::string> identifierForPhoneNumberWithOptions(std::string_view, std::optional<std::string>,
-                                                                 std::uint32_t) override {
-    return std::nullopt;
-  }
-};
-
-TEST_F(Destination, SetsCannotBeMadeWithoutIdentifiersOfNumbers) {
-  Process second(scheduler, log);
-  Platform secondPlatform = world.makePlatform(second);
-  secondPlatform.reachability = std::make_shared<SpeechlessService>(std::make_shared<SimulatedPhoneNumbers>());
-  installPlatform(second, secondPlatform);
-  const Process::Scope scope(second);
-  EXPECT_EQ(plMessageCanonicalRawAddress("030 1234567"), std::nullopt);
-  EXPECT_EQ(plMessageCanonicalRawAddress("b@example.org"), "b@example.org");
-  EXPECT_DEATH(plSanitizedDestinationSet(DestinationSet{"030 1234567"}), "identifier for every phone number");
-}
-
 }  // namespace
 }  // namespace pellor

@@ -5,7 +5,6 @@ namespace pellor {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class FavoritesImportTest : public ManagerTest {
  protected:
@@ -49,12 +48,6 @@ TEST_F(FavoritesImportTest, FavoritesBecomeFriendsInTheirOrder) {
               ElementsAre("groups changed", "groups changed", "groups changed", "title changed", "changed Gone~"));
 }
 
-TEST_F(FavoritesImportTest, WhoHasNoRecordIsNobodysDuplicate) {
-  setGroups(4, 3);
-  auto a = import({"Gone", "Gone"});
-  EXPECT_EQ(a->list(), "Gone,Gone,-|-,-,-");
-}
-
 TEST_F(FavoritesImportTest, NoMoreThanTheListHoldsAreImported) {
   setGroups(4, 10);
   auto a = import(manyContacts(45));
@@ -62,16 +55,6 @@ TEST_F(FavoritesImportTest, NoMoreThanTheListHoldsAreImported) {
   EXPECT_EQ(a->manager().friendGroups().size(), 4U);
   EXPECT_EQ(a->friendAt(3, 9)->displayName(), "F39");
   EXPECT_EQ(a->titles(), "Favorites|Favorites 2|Favorites 3|Favorites 4");
-}
-
-TEST_F(FavoritesImportTest, TheLastGroupIsPaddedAndTheEmptyOneUntitled) {
-  setGroups(4, 10);
-  auto a = import(manyContacts(13));
-  EXPECT_EQ(a->manager().friendGroups().size(), 3U);
-  EXPECT_EQ(a->group(1)->count(), 3U);
-  EXPECT_EQ(a->titles(), "Favorites|Favorites 2|-");
-  rest();
-  EXPECT_EQ(storedValue(PLFriendListKey)->array()->size(), 30U);
 }
 
 TEST_F(FavoritesImportTest, WithoutRoomOrFavoritesNothingIsImportedOrTitled) {
@@ -93,13 +76,6 @@ TEST_F(FavoritesImportTest, HugeLimitsDoNotWrap) {
   setSetting(PLGroupSizeKey, 3);
   auto a = import(manyContacts(5));
   EXPECT_EQ(a->list(), "F0,F1,F2|F3,F4,-|-,-,-");
-}
-
-TEST_F(FavoritesImportTest, AStoredListKeepsFavoritesOut) {
-  setGroups(4, 3);
-  store("-");
-  auto a = import(manyContacts(2));
-  EXPECT_EQ(a->list(), "-,-,-");
 }
 
 }  // namespace

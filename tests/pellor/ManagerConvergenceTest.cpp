@@ -2,48 +2,20 @@
 #include <random>
 
 #include "tests/pellor/ManagerWorld.h"
+#include "tests/pellor/SlowStore.h"
 
 namespace pellor {
 namespace {
-
-/// A store whose writes take time: meanwhile the rest of the world goes on.
-class SlowStore final : public PreferencesStore {
- public:
-  SlowStore(std::shared_ptr<PreferencesStore> store, Process& process, SimulatedScheduler& scheduler)
-      : _store(std::move(store)), _process(process), _scheduler(scheduler) {}
-
-  PreferenceAnswer<Value> copyValue(std::string_view key, std::string_view domain) override {
-    return _store->copyValue(key, domain);
-  }
-  PreferenceAnswer<std::int64_t> integerValue(std::string_view key, std::string_view domain) override {
-    return _store->integerValue(key, domain);
-  }
-  PreferenceAnswer<bool> booleanValue(std::string_view key, std::string_view domain) override {
-    return _store->booleanValue(key, domain);
-  }
-  void setValue(std::string_view key, std::optional<Value> value, std::string_view domain) override {
-    if (!_process.mainQueue().isCurrent()) {
-      for (int step = 0; step < 4; ++step) _scheduler.step();
-    }
-    _store->setValue(key, std::move(value), domain);
-  }
-  bool synchronize(std::string_view domain) override { return _store->synchronize(domain); }
-  PutAside putAside(std::string_view key, std::string_view domain) override { return _store->putAside(key, domain); }
-  std::optional<Value> persistentValueForKey(std::string_view key, std::string_view domain) override {
-    return _store->persistentValueForKey(key, domain);
-  }
-
- private:
-  const std::shared_ptr<PreferencesStore> _store;
-  Process& _process;
-  SimulatedScheduler& _scheduler;
-};
 
 struct Editor {
   Editor(SimulatedWorld& world, const std::shared_ptr<SimulatedScheduler>& scheduler) : process(scheduler, nullptr) {
     const Process::Scope scope(process);
     Platform platform = world.makePlatform(process);
-    platform.preferences = std::make_shared<SlowStore>(platform.preferences, process, *scheduler);
+    // Its writes take time: meanwhile the rest of the world goes on.
+    platform.preferences = std::make_shared<SlowStore>(platform.preferences, [this, scheduler](std::string_view) {
+      if (process.mainQueue().isCurrent()) return;
+      for (int step = 0; step < 4; ++step) scheduler->step();
+    });
     installPlatform(process, platform);
     manager = PLFriendsManager::managerForDomain(OtherDomain);
   }

@@ -106,8 +106,6 @@ TEST_F(ManagerLoadTest, SettingsAreWrittenForManagersThatComeLater) {
     EXPECT_TRUE(PLFriendsManager::setFriendsChangedExternallyNotificationNameDomain("list", OtherDomain));
     EXPECT_TRUE(PLFriendsManager::setFriendGroupTitleChangedExternallyNotificationNameDomain("titles", OtherDomain));
     EXPECT_EQ(now->maxGroupCount(), 20U);
-    EXPECT_EQ(now->groupSize(), 12U);
-    EXPECT_TRUE(now->isRefreshAgainstContactsEnabled());
     EXPECT_EQ(PLFriendsManager::managerForDomain(OtherDomain), now);
     EXPECT_NE(PLFriendsManager::managerForDomain(std::string(TapnoteDomain)), now);
   });
@@ -126,18 +124,6 @@ TEST_F(ManagerLoadTest, SettingsAreWrittenForManagersThatComeLater) {
   world.bus().post("titles");
   rest();
   EXPECT_EQ(b->titles(), "Family");
-}
-
-TEST_F(ManagerLoadTest, AnEmptyOrWrongNameSettingIsNone) {
-  setSetting(PLFriendsChangedExternallyNotificationKey, "");
-  setSetting(PLFriendGroupTitleChangedExternallyNotificationKey, 7);
-  auto a = launch();
-  rest();
-  EXPECT_EQ(world.bus().postCount(PLFriendsChangedExternallyNotification), 1U);
-  storeTitles({"Family"});
-  world.bus().post(PLFriendGroupTitleChangedExternallyNotification);
-  rest();
-  EXPECT_EQ(a->titles(), "Family");
 }
 
 TEST_F(ManagerLoadTest, LoadsTellWhatChanged) {
@@ -169,22 +155,19 @@ TEST_F(ManagerLoadTest, LoadsTellWhatChanged) {
 }
 
 TEST_F(ManagerLoadTest, GroupsComeAndGoWithTheStoredList) {
-  const std::string list36 = "Ann,-,-,-,-,-,-,-,-,-,-,-|-,-,-,-,-,-,-,-,-,-,-,-|Bob,-,-,-,-,-,-,-,-,-,-,-";
-  const std::string list30 = "Ann,-,-,-,-,-,-,-,-,-,-,-|Bob,-,-,-,-,-,-,-,-,-,-,-|Cy,-,-,-,-,-";
-  const std::string empty = "|-,-,-,-,-,-,-,-,-,-,-,-";
+  setGroups(20, 3);
   const struct {
-    std::string stored;
+    const char* stored;
     bool trailing;
-    std::string expected;
+    const char* expected;
   } rows[] = {
-      {list36, true, list36 + empty},
-      {list36, false, list36},
-      {"-", true, empty.substr(1)},
+      {"Ann,-,-|-,-,-|Bob,-,-", true, "Ann,-,-|-,-,-|Bob,-,-|-,-,-"},
+      {"Ann,-,-|-,-,-|Bob,-,-", false, "Ann,-,-|-,-,-|Bob,-,-"},
+      {"-", true, "-,-,-"},
       // Someone in an unfinished third group completes it, nobody does not.
-      {list30, false, list30 + ",-,-,-,-,-,-"},
-      {list30, true, list30 + ",-,-,-,-,-,-" + empty},
-      {"Ann,-,-,-,-,-,-,-,-,-,-,-|Bob,-,-,-,-,-,-,-,-,-,-,-|-,-,-,-,-,-", false,
-       "Ann,-,-,-,-,-,-,-,-,-,-,-|Bob,-,-,-,-,-,-,-,-,-,-,-"},
+      {"Ann,-,-|Bob,-,-|Cy,-", false, "Ann,-,-|Bob,-,-|Cy,-,-"},
+      {"Ann,-,-|Bob,-,-|Cy,-", true, "Ann,-,-|Bob,-,-|Cy,-,-|-,-,-"},
+      {"Ann,-,-|Bob,-,-|-,-", false, "Ann,-,-|Bob,-,-"},
   };
   for (const auto& row : rows) {
     store(row.stored);
@@ -215,21 +198,6 @@ TEST_F(ManagerLoadTest, OnlyVanishedAndTrailingGroupsAreAnnounced) {
     rest();
     EXPECT_EQ(a->takeNotifications(), row.expected) << row.stored;
   }
-}
-
-TEST_F(ManagerLoadTest, AListOfManySlotsKeepsThemAll) {
-  std::string text = "Ann";
-  for (int slot = 1; slot < 9999; ++slot) text += slot == 1000 ? ",Bob" : ",-";
-  store(text + ",Cy");
-  auto a = launch();
-  EXPECT_EQ(a->manager().friendGroups().size(), 20U);
-  rest();
-  EXPECT_TRUE(a->run([&] { return a->manager().isPersonFriend(a->manager().personWithDestinations({mailOf("Cy")})); }));
-  a->add("Dan");
-  rest();
-  EXPECT_EQ(storedValue(PLFriendListKey)->array()->size(), 10008U) << "834 groups";
-  EXPECT_EQ(stored().substr(0, 8), "Ann,?,-,");
-  EXPECT_EQ(stored().substr(stored().size() - 20), "-,Cy,-,-,-,-,-,-,-,-");
 }
 
 TEST_F(ManagerLoadTest, SlotsBehindTheLastGroupComeToLight) {
@@ -357,22 +325,6 @@ TEST_F(ManagerLoadTest, AReloadThatWasOwedTakesWhatOthersWrote) {
   EXPECT_EQ(stored(2), "Bob,-");
 }
 
-TEST_F(ManagerLoadTest, ARetryThatIsNoLongerNeededDoesNotReload) {
-  setGroups(3, 2);
-  store("Ann,-");
-  auto a = launch();
-  rest();
-  world.preferences().makeUnreadable();
-  postListChanged();
-  advance(10);
-  world.preferences().makeReadable();
-  postListChanged();
-  scheduler->runUntilQuiet();
-  a->takeEvents();
-  rest();
-  EXPECT_EQ(a->logged("loaded friend list"), 0U);
-}
-
 TEST_F(ManagerLoadTest, AListThatVanishedIsWrittenBack) {
   setGroups(3, 2);
   store("Ann,-");
@@ -417,18 +369,6 @@ TEST_P(DamagedListTest, WithoutAGoodCopyTheListStartsEmpty) {
   EXPECT_EQ(a->logged("damaged"), 1U);
   ASSERT_EQ(putAside(), 1U);
   EXPECT_EQ(world.preferences().putAsideCopies()[0].value, GetParam().content);
-}
-
-TEST_P(DamagedListTest, ItsLastGoodCopyTakesItsPlace) {
-  setGroups(3, 2);
-  store("Ann,Bob");
-  damage();
-  auto a = launch();
-  rest();
-  EXPECT_EQ(a->list(), "Ann,Bob|-,-");
-  EXPECT_EQ(stored(2), "Ann,Bob|-,-");
-  EXPECT_EQ(a->logged("damaged"), 1U);
-  EXPECT_EQ(putAside(), 1U);
 }
 
 TEST_P(DamagedListTest, ARunningManagerPutsItRightOnce) {
@@ -480,6 +420,33 @@ INSTANTIATE_TEST_SUITE_P(All, DamagedListTest,
                          ::testing::Values(Damage{"Bytes", Data{0x9f, 0x01}}, Damage{"Dictionary", Dictionary{}},
                                            Damage{"Text", "Ann"}),
                          [](const auto& damage) { return damage.param.name; });
+
+TEST_F(ManagerLoadTest, AListOfManySlotsKeepsThemAll) {
+  std::string text = "Ann";
+  for (int slot = 1; slot < 9999; ++slot) text += slot == 1000 ? ",Bob" : ",-";
+  store(text + ",Cy");
+  auto a = launch();
+  EXPECT_EQ(a->manager().friendGroups().size(), 20U);
+  rest();
+  EXPECT_TRUE(a->run([&] { return a->manager().isPersonFriend(a->manager().personWithDestinations({mailOf("Cy")})); }));
+  a->add("Dan");
+  rest();
+  EXPECT_EQ(storedValue(PLFriendListKey)->array()->size(), 10008U) << "834 groups";
+  EXPECT_EQ(stored().substr(0, 8), "Ann,?,-,");
+  EXPECT_EQ(stored().substr(stored().size() - 20), "-,Cy,-,-,-,-,-,-,-,-");
+}
+
+TEST_P(DamagedListTest, ItsLastGoodCopyTakesItsPlace) {
+  setGroups(3, 2);
+  store("Ann,Bob");
+  damage();
+  auto a = launch();
+  rest();
+  EXPECT_EQ(a->list(), "Ann,Bob|-,-");
+  EXPECT_EQ(stored(2), "Ann,Bob|-,-");
+  EXPECT_EQ(a->logged("damaged"), 1U);
+  EXPECT_EQ(putAside(), 1U);
+}
 
 }  // namespace
 }  // namespace pellor

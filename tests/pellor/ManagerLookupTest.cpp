@@ -16,9 +16,6 @@ class ManagerLookupTest : public ManagerTest {
   std::shared_ptr<PLPerson> lookUpGUID(ManagerProcess& process, const std::string& guid) {
     return process.run([&] { return process.manager().personWithABRecordGUID(guid); });
   }
-  bool contains(ManagerProcess& process, const std::optional<std::string>& guid) {
-    return process.run([&] { return process.manager().containsFriendWithABRecordGUID(guid); });
-  }
   std::vector<std::string> everybody(ManagerProcess& process) {
     return process.run([&] {
       std::vector<std::string> names;
@@ -65,17 +62,6 @@ TEST_F(ManagerLookupTest, AStrangerIsMadeOnce) {
   EXPECT_EQ(lookUpGUID(*a, "")->allValuesCount(), 0U);
 }
 
-TEST_F(ManagerLookupTest, OfSeveralMatchesTheFirstKeyWins) {
-  contactWith("Ann", {"zz@example.org"});
-  contactWith("Bob", {"aa@example.org"});
-  auto a = launch();
-  const auto ann = lookUpGUID(*a, "guid-Ann");
-  const auto bob = lookUpGUID(*a, "guid-Bob");
-  EXPECT_EQ(lookUp(*a, {"zz@example.org", "aa@example.org"}), bob);
-  EXPECT_EQ(lookUp(*a, {"zz@example.org", "mm@example.org"}), ann);
-  EXPECT_THAT(everybody(*a), ElementsAre("Bob", "Ann", "Bob", "Ann"));
-}
-
 TEST_F(ManagerLookupTest, ASharedKeyGoesToTheLaterOneAndAfterALoadToTheLookedUpOne) {
   contactWith("Ann", {"ann@example.org", "both@example.org"});
   contactWith("Bob", {"bob@example.org", "both@example.org"});
@@ -95,38 +81,6 @@ TEST_F(ManagerLookupTest, ASharedKeyGoesToTheLaterOneAndAfterALoadToTheLookedUpO
   rest();
   EXPECT_NE(lookUp(*a, {"both@example.org"}), bob);
   EXPECT_EQ(lookUp(*a, {"bob@example.org"}), bob);
-}
-
-TEST_F(ManagerLookupTest, OnlyAFriendContainsAGUID) {
-  contactWith("Ann", {"ann@example.org"});
-  auto a = launch();
-  const auto ann = lookUpGUID(*a, "guid-Ann");
-  EXPECT_FALSE(contains(*a, "guid-Ann"));
-  a->add(ann);
-  EXPECT_TRUE(contains(*a, "guid-Ann"));
-  EXPECT_FALSE(contains(*a, ""));
-  EXPECT_FALSE(contains(*a, std::nullopt));
-  a->remove(0, 0);
-  EXPECT_FALSE(contains(*a, "guid-Ann"));
-}
-
-TEST_F(ManagerLookupTest, TheFirstFriendThatIsLikeAPerson) {
-  contactWith("Ann", {"ann@example.org", "both@example.org"});
-  contactWith("Bob", {"bob@example.org", "both@example.org"});
-  auto a = launch();
-  const auto ann = lookUpGUID(*a, "guid-Ann");
-  const auto bob = lookUpGUID(*a, "guid-Bob");
-  const auto like = [&](const std::shared_ptr<PLPerson>& person) {
-    return a->run([&] { return a->manager().personLikePerson(person); });
-  };
-  EXPECT_EQ(like(ann), nullptr);
-  a->add(bob);
-  EXPECT_EQ(like(ann), bob) << "another GUID does not rule it out";
-  a->set(ann, 0, 1);
-  EXPECT_EQ(like(ann), bob);
-  a->remove(0, 0);
-  EXPECT_EQ(like(bob), ann);
-  EXPECT_EQ(like(nullptr), nullptr);
 }
 
 // --- Who may be added ---
@@ -172,6 +126,17 @@ TEST_F(ManagerLookupTest, AContactMayBeAddedOnceAndOnlyWithDestinations) {
   EXPECT_TRUE(allows("Bob", false, false));
   EXPECT_TRUE(allows("Cy", true, true));
   EXPECT_EQ(other, (PersonValueCache{{recordID("Ann"), 1}, {recordID("Bob"), 0}, {recordID("Cy"), 2}}));
+}
+
+TEST_F(ManagerLookupTest, OfSeveralMatchesTheFirstKeyWins) {
+  contactWith("Ann", {"zz@example.org"});
+  contactWith("Bob", {"aa@example.org"});
+  auto a = launch();
+  const auto ann = lookUpGUID(*a, "guid-Ann");
+  const auto bob = lookUpGUID(*a, "guid-Bob");
+  EXPECT_EQ(lookUp(*a, {"zz@example.org", "aa@example.org"}), bob);
+  EXPECT_EQ(lookUp(*a, {"zz@example.org", "mm@example.org"}), ann);
+  EXPECT_THAT(everybody(*a), ElementsAre("Bob", "Ann", "Bob", "Ann"));
 }
 
 }  // namespace

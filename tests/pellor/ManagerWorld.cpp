@@ -235,6 +235,16 @@ std::unique_ptr<ManagerProcess> ManagerTest::launch(const std::string& domain) {
   return process;
 }
 
+std::unique_ptr<ManagerProcess> ManagerTest::launchWith(const std::string& list) {
+  store(list);
+  auto process = launch();
+  rest();
+  process->takeEvents();
+  world.preferences().clearRecords();
+  world.addressBook().clearRecords();
+  return process;
+}
+
 void ManagerTest::rest() {
   while (scheduler->step()) {
   }

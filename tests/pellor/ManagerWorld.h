@@ -104,6 +104,8 @@ class ManagerTest : public ::testing::Test {
 
   /// One more process with its manager.
   std::unique_ptr<ManagerProcess> launch(const std::string& domain = std::string(TapnoteDomain));
+  /// The same from that stored list, at rest; what it did until then is forgotten.
+  std::unique_ptr<ManagerProcess> launchWith(const std::string& list);
   /// One more process without a manager.
   std::unique_ptr<ManagerProcess> makeProcess(const std::string& domain = std::string(TapnoteDomain));
   /// Runs everything, until nothing is left to do and no timer is set.

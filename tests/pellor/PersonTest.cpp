@@ -1,6 +1,5 @@
 #include "Pellor/PLPerson.h"
 
-#include "Pellor/PLPersonIdentityChanges.h"
 #include "tests/pellor/OneProcess.h"
 
 namespace pellor {
@@ -15,9 +14,6 @@ class Person : public OneProcess {
   std::shared_ptr<PLPerson> fromForm(const PersonDictionary& form) {
     return PLPerson::initWithDictionaryRepresentationAddressBook(form, nullptr);
   }
-  std::shared_ptr<PLPerson> reachableBy(const std::vector<std::string>& destinations) {
-    return PLPerson::initWithDestinationsAddressBook(destinations, nullptr);
-  }
 
   const PersonDictionary fullForm{{"ABRecordID", 7},
                                   {"ABRecordGUID", "guid-7"},
@@ -29,15 +25,6 @@ class Person : public OneProcess {
                                   {"Metadata", Dictionary{{"color", "red"}}}};
   const PersonDictionary emptyForm{{"ABRecordID", 0}, {"AllValues", Array{}}, {"Monogram", ""}};
 };
-
-TEST_F(Person, NewOneKnowsNothing) {
-  const auto person = PLPerson::init();
-  EXPECT_EQ(person->dictionaryRepresentation(), (Dictionary{{"ABRecordID", -1}, {"Monogram", ""}}));
-  EXPECT_EQ(person->allValues(), nullptr);
-  EXPECT_EQ(person->displayName(), std::nullopt);
-  EXPECT_FALSE(person->needsSave());
-  EXPECT_EQ(person->copy(), person);
-}
 
 TEST_F(Person, StoredFormIsWrittenAsItWasRead) {
   const auto person = fromForm(fullForm);
@@ -96,22 +83,6 @@ TEST_F(Person, LinesHideWhoTheyAreAbout) {
   EXPECT_EQ(log->entries().front().operation, "_updateFromDictionaryRepresentationShouldLogUpdates");
 }
 
-TEST_F(Person, DestinationsThatNeedCorrectionAskToBeSaved) {
-  const struct {
-    Array stored;
-    bool needsSave;
-  } cases[] = {
-      {{"030 1234567"}, true},     {{"+49301234567", "Ann"}, true},
-      {{"+49301234567", 5}, true}, {{"+49301234567", "+49301234567"}, false},
-      {{"+49301234567"}, false},
-  };
-  for (const auto& one : cases) {
-    const auto person = fromForm({{"AllValues", one.stored}});
-    EXPECT_THAT(*person->allValues(), ElementsAre("+49301234567"));
-    EXPECT_EQ(person->needsSave(), one.needsSave) << Value(one.stored).description();
-  }
-}
-
 TEST_F(Person, OnlyASaveClearsTheFlag) {
   const auto& changes = process.local<PLUnsavedPersons>().changes;
   const auto person = fromForm(fullForm);
@@ -152,16 +123,6 @@ TEST_F(Person, LosingALinkIsAnnounced) {
   settle();
   EXPECT_EQ(posts.count(), 2U) << "from an empty one to none nothing is lost";
   EXPECT_EQ(person->abRecordGUID(), std::nullopt);
-}
-
-TEST_F(Person, NotificationsDoNotKeepTheirSender) {
-  Posts posts(process, PLPersonValuesChangedNotification);
-  auto person = PLPerson::init();
-  person->setPreferredReplyAs("me@example.org");
-  person.reset();
-  settle();
-  ASSERT_EQ(posts.count(), 1U);
-  EXPECT_EQ(posts.all()[0].object, nullptr);
 }
 
 TEST_F(Person, ReplyPreferenceIsAnEdit) {
@@ -223,42 +184,6 @@ TEST_F(Person, PersonsAreAlikeByGUIDOrByDestination) {
   EXPECT_FALSE(PLPerson::init()->isLikePerson(PLPerson::init()));
 }
 
-TEST_F(Person, IsShownByNameElseByNumberElseByAddress) {
-  EXPECT_EQ(fromForm(fullForm)->displayName(), "Ann Bee");
-  EXPECT_EQ(reachableBy({"ann@example.org", "+49301234567"})->displayName(), "0301234567");
-  EXPECT_EQ(reachableBy({"b@example.org", "a@example.org"})->displayName(), "a@example.org");
-  EXPECT_EQ(reachableBy({"neither"})->displayName(), std::nullopt);
-  EXPECT_EQ(fromForm({{"Name", ""}, {"AllValues", Array{"a@x"}}})->displayName(), "a@x");
-  EXPECT_THAT(*reachableBy({"030 1234567", "Ann"})->allValues(), ElementsAre("030 1234567", "Ann")) << "as given";
-}
-
-TEST_F(Person, PrimaryDestinationStaysWhatItWasWhenFirstAskedFor) {
-  const auto asked = reachableBy({"a@x"});
-  const auto notAsked = reachableBy({"a@x"});
-  EXPECT_EQ(asked->primaryDestination(), "a@x");
-  for (const auto& person : {asked, notAsked})
-    person->updateFromDictionaryRepresentation({{"AllValues", Array{"b@x"}}});
-  EXPECT_EQ(asked->primaryDestination(), "a@x");
-  // The update's own log lines asked, before and after the change of the destinations.
-  EXPECT_EQ(notAsked->primaryDestination(), "a@x");
-}
-
-TEST_F(Person, FavoriteIsTheContactOrWhatItSays) {
-  const std::string ann = world.addressBook().add({.first = "Ann", .emails = {{"home", "ann@example.org"}}});
-  const FavoriteEntry favorite{"Annie", "030 1234567", record(ann)->recordID()};
-  const auto person = PLPerson::initWithFavoriteAddressBook(favorite, book());
-  EXPECT_EQ(person->dictionaryRepresentation(), (Dictionary{{"ABRecordID", favorite.abRecordID},
-                                                            {"ABRecordGUID", ann},
-                                                            {"ABDatabaseUID", "TestDatabase"},
-                                                            {"Name", "Ann"},
-                                                            {"AllValues", Array{"ann@example.org"}},
-                                                            {"Monogram", "A"}}));
-  world.addressBook().remove(ann);
-  EXPECT_EQ(
-      PLPerson::initWithFavoriteAddressBook(favorite, book())->dictionaryRepresentation(),
-      (Dictionary{{"ABRecordID", -1}, {"Name", "Annie"}, {"AllValues", Array{"+49301234567"}}, {"Monogram", ""}}));
-}
-
 TEST_F(Person, ArchiveKeepsAllButTheReplyPreference) {
   const Dictionary content{{"pd", "a@x"},     {"i", "AB"},  {"pnc", 2},
                            {"eac", 1.5},      {"abid", -1}, {"abguid", "g"},
@@ -293,59 +218,36 @@ TEST_F(Person, ArchiveMayLackEverythingAndHoldAnything) {
   EXPECT_EQ(PLPerson::initWithCoder(wide)->dictionaryRepresentation().at("ABRecordID"), Value(7));
 }
 
-struct IdentityLog : PLPersonIdentityObserver {
-  explicit IdentityLog(Process& process) : changes(process.local<PLPersonIdentityChanges>()) {
-    changes.addObserver(*this);
-  }
-  ~IdentityLog() override { changes.removeObserver(*this); }
-  void personIdentityDidChange(PLPerson& person) override {
-    identities.push_back(person.abRecordGUID().value_or("-") + " " + std::to_string(person.allValuesCount()));
-    if (onChange) onChange();
-  }
-  PLPersonIdentityChanges& changes;
-  std::vector<std::string> identities;
-  std::function<void()> onChange;
-};
-
-TEST_F(Person, IndexesHearOfNewIdentities) {
-  IdentityLog heard(process);
-  const auto person = fromForm(fullForm);
-  EXPECT_THAT(heard.identities, IsEmpty()) << "nobody can have filed a new person";
-  person->setPreferredReplyAs("you@x");
-  PersonDictionary form = fullForm;
-  form.insert_or_assign("Name", "Cid");
-  person->updateFromDictionaryRepresentation(form);
-  EXPECT_THAT(heard.identities, IsEmpty()) << "a name identifies nobody";
-  form.insert_or_assign("AllValues", Array{"c@x"});
-  form.insert_or_assign("ABRecordGUID", "other");
-  person->updateFromDictionaryRepresentation(form);
-  EXPECT_THAT(heard.identities, ElementsAre("other 1")) << "once an operation, at its end";
+TEST_F(Person, FavoriteIsTheContactOrWhatItSays) {
+  const std::string ann = world.addressBook().add({.first = "Ann", .emails = {{"home", "ann@example.org"}}});
+  const FavoriteEntry favorite{"Annie", "030 1234567", record(ann)->recordID()};
+  const auto person = PLPerson::initWithFavoriteAddressBook(favorite, book());
+  EXPECT_EQ(person->dictionaryRepresentation(), (Dictionary{{"ABRecordID", favorite.abRecordID},
+                                                            {"ABRecordGUID", ann},
+                                                            {"ABDatabaseUID", "TestDatabase"},
+                                                            {"Name", "Ann"},
+                                                            {"AllValues", Array{"ann@example.org"}},
+                                                            {"Monogram", "A"}}));
+  world.addressBook().remove(ann);
+  EXPECT_EQ(
+      PLPerson::initWithFavoriteAddressBook(favorite, book())->dictionaryRepresentation(),
+      (Dictionary{{"ABRecordID", -1}, {"Name", "Annie"}, {"AllValues", Array{"+49301234567"}}, {"Monogram", ""}}));
 }
 
-TEST_F(Person, RemovedIdentityObserverIsNotCalledAnyMore) {
-  IdentityLog first(process);
-  auto second = std::make_unique<IdentityLog>(process);
-  first.onChange = [&] { second.reset(); };
-  const auto person = PLPerson::init();
-  person->updateFromDictionaryRepresentation(fullForm);
-  EXPECT_EQ(first.identities.size(), 1U);
-}
-
-TEST_F(Person, BelongsToTheProcessThatMadeIt) {
-  Process second(scheduler, log);
-  installPlatform(second, world.makePlatform(second));
-  std::shared_ptr<PLPerson> theirs;
-  {
-    const Process::Scope scope(second);
-    theirs = reachableBy({"+49301234567"});
+TEST_F(Person, DestinationsThatNeedCorrectionAskToBeSaved) {
+  const struct {
+    Array stored;
+    bool needsSave;
+  } cases[] = {
+      {{"030 1234567"}, true},     {{"+49301234567", "Ann"}, true},
+      {{"+49301234567", 5}, true}, {{"+49301234567", "+49301234567"}, false},
+      {{"+49301234567"}, false},
+  };
+  for (const auto& one : cases) {
+    const auto person = fromForm({{"AllValues", one.stored}});
+    EXPECT_THAT(*person->allValues(), ElementsAre("+49301234567"));
+    EXPECT_EQ(person->needsSave(), one.needsSave) << Value(one.stored).description();
   }
-  Posts here(process, PLPersonValuesChangedNotification);
-  Posts there(second, PLPersonValuesChangedNotification);
-  theirs->setMetadataValueForKey(1, "k");
-  EXPECT_EQ(theirs->displayName(), "0301234567");
-  settle();
-  EXPECT_EQ(here.count(), 0U);
-  EXPECT_EQ(there.count(), 1U);
 }
 
 }  // namespace

@@ -110,15 +110,6 @@ TEST_F(Reconciliation, AFriendWithoutANameIsSearchedByDestination) {
   EXPECT_EQ(changes.count() + unlinks.count(), 0U);
 }
 
-TEST_F(Reconciliation, LinesOfTheStepsCarryTheNameOfTheWhole) {
-  PLPerson::initWithDestinationsAddressBook({"a@x.org"}, book());
-  for (const LogEntry& line : log->entries()) {
-    EXPECT_EQ(line.operation, "_reconcileCanPostChangeNotificationShouldLogUpdates");
-    EXPECT_EQ(line.text(LogEntry::Private::hidden).find("a@x.org"), std::string::npos);
-  }
-  EXPECT_EQ(log->entries().size(), 2U);
-}
-
 TEST_F(Reconciliation, WithoutAMatchTheLinkGoesAndTheRestStays) {
   const std::string ann = contacts().add({.guid = "ann", .first = "Ann", .last = "Bee", .emails = {{"", "a@x.org"}}});
   const auto person = personOf(ann);
@@ -160,60 +151,6 @@ TEST_F(Reconciliation, AnUnknownGUIDIsKept) {
   EXPECT_EQ(person->displayName(), "Ann");
   EXPECT_NE(person->copyABPersonWithAddressBook(book()), nullptr);
   EXPECT_EQ(person->copyABPersonWithAddressBook(nullptr), nullptr);
-}
-
-TEST_F(Reconciliation, WithoutAnAddressBookNothingHappens) {
-  const auto person = PLPerson::initWithDestinationsAddressBook({"a@x.org"}, nullptr);
-  person->refreshWithAddressBook(nullptr);
-  settle();
-  EXPECT_FALSE(person->needsSave());
-  EXPECT_EQ(changes.count(), 0U);
-  EXPECT_THAT(takeLog(), IsEmpty());
-}
-
-/// A handle of a database whose records have no GUIDs: a friend is found by destination each time.
-class NamelessRecord : public ContactRecord {
- public:
-  std::int32_t recordID() const override { return 5; }
-  std::string recordGUID() const override { return ""; }
-  std::int32_t linkID() const override { return InvalidRecordID; }
-  std::vector<RecordRef> allLinkedPeople() override { return {}; }
-  RecordRef preferredLinkedPersonForName() override { return nullptr; }
-  std::optional<std::string> recordValue(RecordProperty) const override { return std::nullopt; }
-  bool isPersonKind() const override { return true; }
-  std::optional<std::string> compositeName() const override { return std::nullopt; }
-  std::optional<std::string> shortName() const override { return std::nullopt; }
-  std::optional<std::string> nickname() const override { return std::nullopt; }
-  std::optional<std::vector<std::string>> phoneValues() const override { return std::nullopt; }
-  std::optional<std::vector<std::string>> emailValues() const override { return std::vector<std::string>{"a@x.org"}; }
-  std::optional<MultiValue> copyMultiValue(RecordProperty) const override { return std::nullopt; }
-  void setRecordValue(RecordProperty, RecordValue) override {}
-};
-
-class NamelessBook : public AddressBook {
- public:
-  std::optional<std::string> databaseUID() override { return std::nullopt; }
-  std::int32_t sequenceNumber() override { return 1; }
-  RecordRef copyPersonMatchingGUID(std::string_view) override { return nullptr; }
-  RecordRef personForRecordID(std::int32_t) override { return _record; }
-  std::optional<std::vector<RecordRef>> copyPeopleMatchingName(std::string_view) override { return std::nullopt; }
-  std::optional<std::vector<RecordRef>> orderedPeopleForDestination(std::string_view) override {
-    return std::vector{_record};
-  }
-  std::vector<RecordRef> allPeople() override { return {_record}; }
-
- private:
-  RecordRef _record = std::make_shared<NamelessRecord>();
-};
-
-TEST_F(Reconciliation, AdoptingWhatThePersonSaysAlreadyIsNoChange) {
-  NamelessBook nameless;
-  const auto person = PLPerson::initWithDestinationsAddressBook({"a@x.org"}, &nameless);
-  EXPECT_TRUE(person->takeNeedsSave());
-  person->refreshWithAddressBook(&nameless);
-  settle();
-  EXPECT_FALSE(person->needsSave());
-  EXPECT_EQ(changes.count() + unlinks.count(), 0U);
 }
 
 }  // namespace

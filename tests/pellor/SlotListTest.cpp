@@ -5,7 +5,6 @@
 #include <random>
 
 #include "Pellor/PLPerson.h"
-#include "Pellor/PLPersonSequence.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {
@@ -105,24 +104,6 @@ TEST_F(SlotListTest, FriendsAreFoundByWhatTheyAreNow) {
   list.remove(3, 2);
   EXPECT_EQ(list.firstDescribedBy(storedForm("Cy"), 0), std::nullopt);
   EXPECT_EQ(list.firstLike(*ann), nullptr);
-}
-
-TEST_F(SlotListTest, ASequenceKeepsTheOrderOfArrival) {
-  PLPersonSequence sequence;
-  const auto ann = person("Ann");
-  const auto twin = person("Ann");
-  const auto bob = person("Bob#");
-  for (const auto& member : {bob, ann, twin, ann}) sequence.append(member);
-  EXPECT_EQ(sequence.firstDescribedBy(storedForm("Ann")), ann);
-  EXPECT_TRUE(sequence.remove(ann.get()));
-  EXPECT_EQ(sequence.firstDescribedBy(storedForm("Ann")), twin) << "the first entry went, the last one is later";
-  EXPECT_TRUE(sequence.remove(twin.get()));
-  EXPECT_EQ(sequence.firstLike(*twin), ann);
-  EXPECT_TRUE(sequence.remove(ann.get()));
-  EXPECT_FALSE(sequence.remove(ann.get()));
-  EXPECT_EQ(sequence.firstLike(*twin), nullptr);
-  EXPECT_FALSE(sequence.isEmpty());
-  EXPECT_TRUE(sequence.contains(bob.get()));
 }
 
 }  // namespace

@@ -17,8 +17,6 @@ struct Collector : LogSink {
 
 class LogTest : public testing::Test {
  protected:
-  std::string messageOf(const LogEntry& entry) { return entry.messageText(); }
-
   std::shared_ptr<Collector> sink = std::make_shared<Collector>();
   LogHandle handle{"org.example", "main", sink};
 };
@@ -41,23 +39,6 @@ TEST_F(LogTest, hidesWhatIsPrivateFromOthers) {
   EXPECT_EQ(entry.text(), "TestBody (" + std::to_string(line) + ") \"renamed 7 to [Ada %@]\"");
   EXPECT_EQ(entry.messageText(LogEntry::Private::hidden), "renamed 7 to [<private>]");
 }
-
-struct Logger {
-  template <class T>
-  std::vector<T> inTemplate(const LogHandle& handle, T) {
-    [&handle](auto...) { [&] { handle.log("x"); }(); }(1);
-    return {};
-  }
-  explicit Logger(const LogHandle& handle) { handle.log("x"); }
-};
-
-TEST_F(LogTest, namesTheOperationAroundALambda) {
-  Logger(handle).inTemplate(handle, 3);
-  EXPECT_EQ(sink->entries.at(0).operation, "Logger");
-  EXPECT_EQ(sink->entries.at(1).operation, "inTemplate");
-}
-
-TEST_F(LogTest, withoutASinkLinesGoNowhere) { LogHandle("s", "c", nullptr).log("%@", 1); }
 
 TEST(FunctionNameTest, understandsTheSpellingsOfBothCompilers) {
   const std::vector<std::pair<std::string, std::vector<std::string>>> table{

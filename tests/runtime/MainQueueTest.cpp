@@ -1,7 +1,6 @@
 #include "runtime/MainQueue.h"
 
 #include <atomic>
-#include <latch>
 #include <string>
 #include <thread>
 #include <vector>
@@ -134,33 +133,6 @@ TEST(ThreadedMainQueueTest, anEventLoopOfAnyKindCanDriveIt) {
   }
   poster.join();
   queue.setWakeHandler(nullptr);
-}
-
-TEST(ThreadedMainQueueTest, stopComesFromAnyThread) {
-  Process process;
-  for (int i = 0; i < 100; ++i) {
-    std::thread other([&] { process.mainQueue().stop(); });
-    process.mainQueue().run();
-    other.join();
-  }
-}
-
-TEST(MainQueueCurrencyTest, isCurrentOnItsThreadOutsideOfForeignTasksAndScopes) {
-  const auto world = std::make_shared<SimulatedScheduler>(1);
-  Process first(world, nullptr), second(world, nullptr);
-  const auto isCurrent = [&] { return std::pair(first.mainQueue().isCurrent(), second.mainQueue().isCurrent()); };
-  EXPECT_EQ(isCurrent(), std::pair(true, true));
-  {
-    const Process::Scope scope(second);
-    EXPECT_EQ(isCurrent(), std::pair(false, true));
-  }
-  std::thread([&] { EXPECT_EQ(isCurrent(), std::pair(false, false)); }).join();
-  first.mainQueue().async([&] {
-    EXPECT_EQ(isCurrent(), std::pair(true, false));
-    const Process::Scope scope(second);
-    EXPECT_EQ(isCurrent(), std::pair(false, false)) << "a scope does not leave the task";
-  });
-  world->runUntilQuiet();
 }
 
 TEST(MainQueueDeathTest, isUsedOnItsOwnThreadAndNotNested) {

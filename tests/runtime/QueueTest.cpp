@@ -69,17 +69,6 @@ TEST_P(QueueTest, queuedTasksOutliveTheLastHandle) {
   EXPECT_EQ(ran, 3);
 }
 
-TEST_P(QueueTest, aTaskIsDestroyedOnItsQueueBeforeSettleReturns) {
-  const auto queue = SerialQueue::make("serial");
-  bool wasDestroyedOnQueue = false;
-  {
-    std::shared_ptr<void> capture(nullptr, [&](void*) { wasDestroyedOnQueue = queue->isCurrent(); });
-    queue->async([capture = std::move(capture)] {});
-  }
-  ASSERT_TRUE(settle());
-  EXPECT_TRUE(wasDestroyedOnQueue);
-}
-
 /// Queues a random mix of reads and barriers and checks in each task that what was queued around it keeps its distance.
 class Traffic {
  public:

@@ -42,15 +42,8 @@ TEST(ValueTest, comparesContentsAndKnowsSharedOnes) {
 
 TEST(ValueTest, describesItself) {
   const Value value(Dictionary{{"a", Array{1, -2.5, true, "text"}}, {"d", bytes}, {"t", Date{700000000.5}}});
+  EXPECT_EQ(Value(Array{"", "a"}).description(), "(, a)");
   EXPECT_EQ(value.description(), "{a = (1, -2.5, true, text), d = <0001ff>, t = 700000000.5}");
-}
-
-TEST(ValueTest, stringsUnderKeys) {
-  const Dictionary dictionary{{"text", "x"}, {"number", 1}};
-  EXPECT_EQ(stringForKey(dictionary, "text"), "x");
-  EXPECT_EQ(stringForKey(dictionary, "number"), std::nullopt);
-  EXPECT_EQ(stringForKey(dictionary, "none"), std::nullopt);
-  EXPECT_EQ(*valueForKey(dictionary, "number"), Value(1));
 }
 
 TEST(KeyedArchiveTest, givesBackWhatWasEncoded) {
