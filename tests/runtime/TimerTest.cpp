@@ -32,8 +32,9 @@ TEST_P(TimerTest, firesOnceOnItsQueueNotBeforeItsTime) {
       process->mainQueue().stop();
     });
     EXPECT_FALSE(timer->isValid());
-    timer->fireAt(due);
+    timer->fireAt(due + 3600);
     EXPECT_TRUE(timer->isValid());
+    timer->fireAt(due);
     runUntilStopped();
     EXPECT_TRUE(settle());
     EXPECT_EQ(fired, 1) << queue->label();
