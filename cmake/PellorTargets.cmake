@@ -46,12 +46,8 @@ function(pellor_public_headers target)
 endfunction()
 
 # pellor_program(<target> SOURCES <file>... LIBRARIES <library>...): a program of ours, with the root as include root.
-# Nothing is made while there are no sources.
 function(pellor_program target)
   cmake_parse_arguments(program "" "" "SOURCES;LIBRARIES" ${ARGN})
-  if(NOT program_SOURCES)
-    return()
-  endif()
   add_executable(${target} ${program_SOURCES})
   pellor_compile_settings(${target})
   # Optimising what header-only libraries bring takes the compiler longer than all else, and tests gain nothing by it.
