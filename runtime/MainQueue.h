@@ -19,6 +19,10 @@ class MainQueue : public Queue {
   /// Whether the calling thread is the one that made the process and no task of another queue is running on it.
   bool isCurrent() const override = 0;
 
+  /// Queues `task` once `delay` seconds from now have passed. The queue holds it until then: it cannot be cancelled,
+  /// and is dropped unrun with the process. `Process::settle` does not wait for it. On this queue.
+  virtual void asyncAfter(double delay, Task task) = 0;
+
   /// Serves tasks and timers until `stop()`. May not be nested.
   virtual void run() = 0;
 

@@ -40,6 +40,15 @@ void MainStrand::async(Task task) {
   if (asksForTurn) scheduler().submitMain({shared_from_this(), this});
 }
 
+void MainStrand::asyncAfter(double delay, Task task) {
+  process().requireMainQueue("MainQueue::asyncAfter");
+  const auto place = _delayed.emplace(_delayed.end());
+  *place = Timer::after(*this, delay, [this, place, task = std::move(task)] {
+    task();
+    _delayed.erase(place);
+  });
+}
+
 void MainStrand::wake(const WakeHandler& handler) {
   _work.notify_one();
   if (handler) (*handler)();
@@ -173,6 +182,11 @@ void MainStrand::clearDeadline(Deadline deadline) {
 void MainStrand::close(std::vector<Task>& dropped) {
   const std::lock_guard lock(_mutex);
   markClosed();
+  // A delayed task is destroyed like one that was queued, outside of the lock.
+  for (auto& timer : std::exchange(_delayed, {})) {
+    process().taskQueued();
+    dropped.emplace_back([timer = std::move(timer)] {});
+  }
   dropped.insert(dropped.end(), std::move_iterator(_tasks.begin()), std::move_iterator(_tasks.end()));
   _tasks.clear();
   _deadlines.clear();

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -13,6 +14,7 @@
 
 #include "runtime/MainQueue.h"
 #include "runtime/Strand.h"
+#include "runtime/Timer.h"
 
 namespace pellor {
 
@@ -23,6 +25,7 @@ class MainStrand final : public MainQueue, public Strand {
 
   void async(Task task) override;
   bool isCurrent() const override;
+  void asyncAfter(double delay, Task task) override;
   void run() override;
   void stop() override;
   bool drain() override;
@@ -51,7 +54,9 @@ class MainStrand final : public MainQueue, public Strand {
   bool takeStop();
 
   const std::thread::id _ownerThread;
-  bool _isInRun = false;  // the owner thread's
+  // The owner thread's.
+  bool _isInRun = false;
+  std::list<std::shared_ptr<Timer>> _delayed;  // each until it has fired
 
   mutable std::mutex _mutex;
   std::condition_variable _work;
