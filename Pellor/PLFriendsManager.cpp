@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <limits>
 
 #include "Pellor/PLBundle.h"
 #include "Pellor/PLDestination.h"
+#include "Pellor/PLDestinationStatus.h"
 #include "Pellor/PLMainQueueCheck.h"
 #include "Pellor/PLPersonIdentityChanges.h"
+#include "Pellor/PLPosting.h"
 #include "runtime/Fatal.h"
 
 namespace pellor {
@@ -26,6 +29,8 @@ constexpr std::uint64_t kDefaultGroupCount = 20;
 
 constexpr double kSaveDelay = 0.1;
 constexpr double kAddressBookRefreshDelay = 0.2;
+constexpr double kDefaultAnswerDelay = 5.0;
+constexpr double kRelayQueryTimeout = 30.0;
 // A store that fails is asked again after pauses that double from the first to the longest of these, in seconds.
 constexpr double kFirstRetryPause = 0.1;
 constexpr double kLongestRetryPause = 60;
@@ -1021,6 +1026,210 @@ void PLFriendsManager::_postChangeNotificationIfNecessary() {
 
 PLChangeLog PLFriendsManager::collapseChangeLogsIntoChangeLog(const std::vector<PLChangeLog>& logs) {
   return mergedChangeLogs(logs);
+}
+
+// --- 5  Reachability -----------------------------------------------------------------------------------------------
+
+namespace {
+
+// Whether statuses are checked in this process, decided once.
+struct DestinationStatusCheck {
+  std::optional<bool> isSkipped;
+};
+
+bool isTrue(const std::optional<Value>& value) {
+  if (!value) return false;
+  return value->boolean().value_or(value->integer().value_or(0) != 0);
+}
+
+std::string joined(const DestinationSet& destinations) {
+  std::string text;
+  for (const std::string& destination : destinations) text += (text.empty() ? "" : ", ") + destination;
+  return text;
+}
+
+DestinationStatuses allValid(const DestinationSet& destinations) {
+  DestinationStatuses statuses;
+  for (const std::string& destination : destinations) statuses.emplace(destination, DestinationStatus::valid);
+  return statuses;
+}
+
+Dictionary numbersOf(const DestinationStatuses& statuses) {
+  Dictionary numbers;
+  for (const auto& [destination, status] : statuses) {
+    numbers.insert_or_assign(destination, static_cast<std::int64_t>(status));
+  }
+  return numbers;
+}
+
+}  // namespace
+
+void PLFriendsManager::setServiceName(std::optional<std::string> serviceName) {
+  checkMainQueue(_process, "setServiceName");
+  if (serviceName == _serviceName) return;
+  _serviceName = std::move(serviceName);
+  _PLGetLogSystem().log("setting service name for reachability queries to %@", _serviceName);
+}
+
+DestinationSet PLFriendsManager::_destinations() const {
+  DestinationSet identifiers;
+  for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
+    const auto person = _friendAtPosition(index);
+    const auto values = person ? person->allValues() : nullptr;
+    if (!values) continue;
+    for (const std::string& value : *values) {
+      if (auto identifier = plMessageRelayIdentifier(value)) identifiers.insert(*std::move(identifier));
+    }
+  }
+  return identifiers;
+}
+
+void PLFriendsManager::refreshDestinationStatuses() {
+  checkMainQueue(_process, "refreshDestinationStatuses");
+  if (!_highPriorityDestinations.empty()) {
+    _PLGetLogSystem().log("not starting batch query because high priority query is in progress for [ %@ ]",
+                          redactable(joined(_highPriorityDestinations)));
+    _pendingDestinations = _destinations();
+    return;
+  }
+  if (_startQuery(_destinations(), false)) return;
+  // The answer is about the friends that there are when it comes.
+  _process.mainQueue().asyncAfter(kDefaultAnswerDelay, [self = shared_from_this()] {
+    const DestinationStatuses statuses = allValid(self->_destinations());
+    _PLGetLogSystem().log("faking Relay status update");
+    self->idStatusUpdatedForDestinations(statuses);
+  });
+}
+
+void PLFriendsManager::_queryDestinations(const DestinationSet& destinations) {
+  if (_startQuery(destinations, true)) return;
+  _process.mainQueue().asyncAfter(kDefaultAnswerDelay, [self = shared_from_this(), destinations] {
+    _PLGetLogSystem().log("faking Relay status update for [ %@ ]", redactable(joined(destinations)));
+    self->idStatusUpdatedForDestinations(allValid(destinations));
+  });
+}
+
+// False when the service answers no queries.
+bool PLFriendsManager::_startQuery(const DestinationSet& destinations, bool hasPriority) {
+  const std::shared_ptr<ReachabilityClient> client(shared_from_this(), this);
+  return platformOf(_process).reachability->queryStatusForDestinations(destinations, _serviceName, hasPriority, client);
+}
+
+void PLFriendsManager::queryDidStart(const DestinationSet& destinations, bool hasPriority) {
+  checkMainQueue(_process, "queryDidStart");
+  if (hasPriority) _highPriorityDestinations.insert(destinations.begin(), destinations.end());
+  _startRelayQueryTimeoutTimer();
+}
+
+void PLFriendsManager::queryDidAnswer(const DestinationStatuses& statuses) { idStatusUpdatedForDestinations(statuses); }
+
+DestinationStatus PLFriendsManager::_compareStatusToStatus(DestinationStatus left, DestinationStatus right) {
+  return betterDestinationStatus(left, right);
+}
+
+DestinationStatus PLFriendsManager::_cachedStatus(const std::string& destination) const {
+  const auto known = _cachedStatuses.find(destination);
+  return known == _cachedStatuses.end() ? DestinationStatus::unspecified : known->second;
+}
+
+DestinationStatus PLFriendsManager::statusForPersonRequery(const std::shared_ptr<PLPerson>& person, bool requery) {
+  checkMainQueue(_process, "statusForPersonRequery");
+  if (_shouldBypassDestinationStatusCheck()) return DestinationStatus::valid;
+  const auto values = person ? person->allValues() : nullptr;
+  if (!values || values->empty()) return DestinationStatus::invalid;
+  auto best = DestinationStatus::unspecified;
+  for (const std::string& value : *values) best = _compareStatusToStatus(best, _cachedStatus(value));
+  if (requery) {
+    _queryDestinations(*values);
+    if (best == DestinationStatus::unspecified) best = DestinationStatus::unknown;
+  }
+  _PLGetLogSystem().log("%@ has cached best status of: %@", redactable(person->description()),
+                        destinationStatusName(best));
+  return best;
+}
+
+DestinationSet PLFriendsManager::reachableDestinationsForPerson(const std::shared_ptr<PLPerson>& person) const {
+  checkMainQueue(_process, "reachableDestinationsForPerson");
+  DestinationSet reachable;
+  const auto values = person ? person->allValues() : nullptr;
+  if (!values) return reachable;
+  std::ranges::copy_if(*values, std::inserter(reachable, reachable.end()),
+                       [this](const std::string& value) { return _cachedStatus(value) == DestinationStatus::valid; });
+  return reachable;
+}
+
+void PLFriendsManager::idStatusUpdatedForDestinations(const std::optional<DestinationStatuses>& statuses) {
+  checkMainQueue(_process, "idStatusUpdatedForDestinations");
+  if (!statuses) return;
+  _stopRelayQueryTimeoutTimer();
+  DestinationStatuses updated;
+  for (const auto& [destination, status] : *statuses) {
+    // What has no canonical form is no friend's destination either.
+    if (auto canonical = plMessageCanonicalRawAddress(destination)) updated.insert_or_assign(*canonical, status);
+  }
+  _PLGetLogSystem().log("Relay statusues updated: %@", redactable(Value(numbersOf(*statuses))));
+  for (const auto& [destination, status] : updated) _cachedStatuses.insert_or_assign(destination, status);
+  postOnMainQueue(
+      _process, PLFriendsManagerDestinationStatusUpdatedNotification, weak_from_this(),
+      Dictionary{{std::string(PLFriendsManagerDestinationStatusUpdatedDestinationsKey), numbersOf(updated)}});
+  if (_highPriorityDestinations.empty()) {
+    _tallySetValueForScalarKey(_numberOfUnreachableFriends(), prefixed(".tn.unreachableFriends.count"));
+  }
+  // By the names that were asked for, not by the canonical ones.
+  for (const auto& [destination, status] : *statuses) _highPriorityDestinations.erase(destination);
+  _dropPendingDestinations();
+}
+
+// The batch query that was held back is not made up for: whoever wants it asks again.
+void PLFriendsManager::_dropPendingDestinations() {
+  if (_highPriorityDestinations.empty()) _pendingDestinations.reset();
+}
+
+bool PLFriendsManager::_isReachable(const PLPerson& person) const {
+  const auto values = person.allValues();
+  return values && std::ranges::any_of(*values, [this](const std::string& value) {
+           return _cachedStatus(value) == DestinationStatus::valid;
+         });
+}
+
+// While nothing at all is known to be valid, nobody counts: that says more of the service than of the friends.
+std::int64_t PLFriendsManager::_numberOfUnreachableFriends() const {
+  const bool isAnyValid = std::ranges::any_of(
+      _cachedStatuses, [](const auto& cached) { return cached.second == DestinationStatus::valid; });
+  if (!isAnyValid) return 0;
+  std::int64_t count = 0;
+  for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
+    const auto person = _friendAtPosition(index);
+    if (person && !_isReachable(*person)) ++count;
+  }
+  return count;
+}
+
+void PLFriendsManager::_startRelayQueryTimeoutTimer() {
+  if (_relayQueryTimeoutTimer) return;
+  _relayQueryTimeoutTimer = Timer::after(_process.mainQueue(), kRelayQueryTimeout, [weak = weak_from_this()] {
+    if (auto self = weak.lock()) self->_relayQueryTimeoutTimerFired();
+  });
+}
+
+void PLFriendsManager::_stopRelayQueryTimeoutTimer() { _relayQueryTimeoutTimer = nullptr; }
+
+void PLFriendsManager::_relayQueryTimeoutTimerFired() {
+  _relayQueryTimeoutTimer = nullptr;
+  _PLGetLogSystem().log("Relay Query took too long to respond, clearing request queues");
+  // A batch that waits for no priority query is none of this timer's.
+  if (_highPriorityDestinations.empty()) return;
+  _highPriorityDestinations.clear();
+  _dropPendingDestinations();
+}
+
+bool PLFriendsManager::_shouldBypassDestinationStatusCheck() const {
+  if (!_serviceName) return true;
+  auto& check = _process.local<DestinationStatusCheck>();
+  if (!check.isSkipped) {
+    check.isSkipped = isTrue(preferencesOf(_process).persistentValueForKey(PLSkipHasSatelliteCheckKey, _domain));
+  }
+  return *check.isSkipped;
 }
 
 // --- 6  Loading, refresh and clean-up ------------------------------------------------------------------------------

@@ -4,7 +4,7 @@
 //   2  Group layout and positions           the pages over the flat list, adding, moving and removing friends
 //   3  Indexes and lookup                   who owns a destination or a GUID
 //   4  Change log and notifications         what changed, gathered and reported
-//   5  Reachability                         the name of the messaging service
+//   5  Reachability                         which destinations of friends can receive messages, as far as is known
 //   6  Loading, refresh and clean-up        merging a stored list, following the contacts, duplicates
 //   7  Favorites import                     the first list of the default domain, and who may be added
 //
@@ -26,6 +26,7 @@
 
 #include "Pellor/PLChangeLog.h"
 #include "Pellor/PLDelayedOperation.h"
+#include "Pellor/PLDestination.h"
 #include "Pellor/PLFriendGroup.h"
 #include "Pellor/PLIdentifierMap.h"
 #include "Pellor/PLPerson.h"
@@ -33,6 +34,7 @@
 #include "Pellor/PLSlotList.h"
 #include "Pellor/PLUtility.h"
 #include "platform/Platform.h"
+#include "platform/ReachabilityService.h"
 #include "runtime/Process.h"
 #include "runtime/Published.h"
 #include "runtime/Timer.h"
@@ -47,6 +49,12 @@ inline constexpr std::string_view TapnoteDomain = "org.tapnote.TN";
 inline constexpr std::string_view PLFriendsManagerChangedNotification = "PLFriendsManagerChangedNotification";
 /// The number of groups changed. No object, no user info.
 inline constexpr std::string_view PLFriendsManagerGroupListChanged = "PLFriendsManagerGroupListChanged";
+/// Statuses of destinations arrived. Object: the manager, null when it is gone. User info: a `Dictionary` that holds,
+/// under the key below, a dictionary from canonical destinations to the numbers of their `DestinationStatus`.
+inline constexpr std::string_view PLFriendsManagerDestinationStatusUpdatedNotification =
+    "PLFriendsManagerDestinationStatusUpdatedNotification";
+inline constexpr std::string_view PLFriendsManagerDestinationStatusUpdatedDestinationsKey =
+    "PLFriendsManagerDestinationStatusUpdatedDestinationsKey";
 
 // Cross-process names, used where the domain configures no others.
 inline constexpr std::string_view PLFriendsChangedExternallyNotification = "PLFriendsChangedExternallyNotification";
@@ -67,6 +75,8 @@ inline constexpr std::string_view PLFriendGroupTitleChangedExternallyNotificatio
 inline constexpr std::string_view PLDeduplicateFriendListEnabledKey = "PLDeduplicateFriendListEnabled";
 inline constexpr std::string_view PLRemoveDestinationlessFriendsEnabledKey = "PLRemoveDestinationlessFriendsEnabled";
 inline constexpr std::string_view PLRefreshAgainstContactsOnInitEnabledKey = "PLRefreshAgainstContactsOnInitEnabled";
+/// A boolean of the process's own defaults for the domain, which are not shared.
+inline constexpr std::string_view PLSkipHasSatelliteCheckKey = "TNSkipHasSatelliteCheck";
 
 /// One ordered list of friends, laid out in pages of slots, shared by all processes of the user, kept in step with the
 /// contacts and reported on by change logs.
@@ -76,7 +86,8 @@ inline constexpr std::string_view PLRefreshAgainstContactsOnInitEnabledKey = "PL
 class PLFriendsManager : public Object,
                          public PLFriendGroupDelegate,
                          public std::enable_shared_from_this<PLFriendsManager>,
-                         private SettleParticipant {
+                         private SettleParticipant,
+                         private ReachabilityClient {
   struct Passkey {};
 
  public:
@@ -188,8 +199,37 @@ class PLFriendsManager : public Object,
 
   // --- 5  Reachability ---
 
+  // Main queue. A service that answers no queries is stood in for: five seconds after a query every destination that
+  // was asked for counts as valid. A real service may answer in parts; one that says nothing for 30 seconds is given
+  // up.
+
   /// The name of the messaging service for reachability queries; absent while none is set.
   const std::optional<std::string>& serviceName() const { return _serviceName; }
+  /// Sets the name; absent, as at first: no status is checked and every friend counts as reachable. Asks for nothing.
+  void setServiceName(std::optional<std::string> serviceName);
+
+  /// Asks for the statuses of all friends' destinations and returns at once. While destinations of a
+  /// `statusForPersonRequery` wait for their answer nothing is asked, now or later: ask again after it. Posts
+  /// PLFriendsManagerDestinationStatusUpdatedNotification with each answer.
+  void refreshDestinationStatuses();
+
+  /// The best status of the person's destinations, as far as it is known: valid, unknown, invalid, unspecified, from
+  /// best to worst. Invalid for a person without destinations and for none; valid for everybody while statuses are not
+  /// checked: without a service name, and in processes that skip the check. With `requery` the statuses are asked for
+  /// again, before batches, unspecified becomes unknown, and the answer is posted as
+  /// PLFriendsManagerDestinationStatusUpdatedNotification.
+  ///
+  /// The first manager of a process that has a service name and is asked decides for all: the check is skipped if the
+  /// process's own defaults for its domain have true under PLSkipHasSatelliteCheckKey.
+  DestinationStatus statusForPersonRequery(const std::shared_ptr<PLPerson>& person, bool requery);
+
+  /// The person's destinations that are known to be valid, whether or not statuses are checked; empty for none.
+  DestinationSet reachableDestinationsForPerson(const std::shared_ptr<PLPerson>& person) const;
+
+  /// Takes over statuses by destination, in any spelling; the others stay as they were. Absent: nothing happens. Posts
+  /// PLFriendsManagerDestinationStatusUpdatedNotification, and counts the friends of whom no destination is valid, zero
+  /// while nothing at all is known to be valid.
+  void idStatusUpdatedForDestinations(const std::optional<DestinationStatuses>& statuses);
 
   // --- 6  Loading, refresh and clean-up ---
 
@@ -293,6 +333,22 @@ class PLFriendsManager : public Object,
   bool _changeLogContainsFriendAdditionsOrUpdates() const;
   void _postChangeNotificationIfNecessary();
 
+  // 5  Reachability
+  DestinationSet _destinations() const;
+  static DestinationStatus _compareStatusToStatus(DestinationStatus left, DestinationStatus right);
+  DestinationStatus _cachedStatus(const std::string& destination) const;
+  bool _shouldBypassDestinationStatusCheck() const;
+  bool _startQuery(const DestinationSet& destinations, bool hasPriority);
+  void _queryDestinations(const DestinationSet& destinations);
+  void queryDidStart(const DestinationSet& destinations, bool hasPriority) override;
+  void queryDidAnswer(const DestinationStatuses& statuses) override;
+  bool _isReachable(const PLPerson& person) const;
+  std::int64_t _numberOfUnreachableFriends() const;
+  void _dropPendingDestinations();
+  void _startRelayQueryTimeoutTimer();
+  void _stopRelayQueryTimeoutTimer();
+  void _relayQueryTimeoutTimerFired();
+
   // 6  Loading, refresh and clean-up
   struct Merge;
   void _personValuesChanged(const Notification& notification);
@@ -336,7 +392,6 @@ class PLFriendsManager : public Object,
   bool _shouldDeduplicateFriendList = true;
   bool _shouldRemoveDestinationlessFriends = false;
   bool _refreshAgainstContactsEnabled = true;
-  std::optional<std::string> _serviceName;
   PLSlotList _friendList;
   std::vector<std::shared_ptr<PLFriendGroup>> _friendGroups;
   std::unordered_map<const PLFriendGroup*, std::uint64_t> _groupIndexes;
@@ -359,6 +414,11 @@ class PLFriendsManager : public Object,
   std::uint64_t _writtenTitlesEdition = 0;
   bool _titlesMoved = false;  // with a removed group, and not given to the save queue yet
   std::uint64_t _publishedListVersion = 0;
+  std::optional<std::string> _serviceName;
+  DestinationSet _highPriorityDestinations;                            // while there are any, no batch query starts
+  std::optional<DestinationSet> _pendingDestinations;                  // of the batch query that did not start
+  std::unordered_map<std::string, DestinationStatus> _cachedStatuses;  // by canonical destination
+  std::shared_ptr<Timer> _relayQueryTimeoutTimer;
 
   // Written on the main queue, read by the save queue. The list is published before the flags are set.
   Published<PLSlotSnapshot> _publishedList;

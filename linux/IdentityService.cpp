@@ -59,8 +59,10 @@ std::string IdentityService::rawAddressForDestination(std::string_view destinati
   return withoutSchemes(destination);
 }
 
-void IdentityService::queryStatusForDestinations(const std::set<std::string>& /*destinations*/,
-                                                 std::string_view /*serviceName*/, bool /*hasPriority*/,
-                                                 std::weak_ptr<ReachabilityClient> /*client*/) {}
+bool IdentityService::queryStatusForDestinations(const std::set<std::string>& /*destinations*/,
+                                                 const std::optional<std::string>& /*serviceName*/,
+                                                 bool /*hasPriority*/, std::weak_ptr<ReachabilityClient> /*client*/) {
+  return false;
+}
 
 }  // namespace pellor

@@ -25,10 +25,10 @@ class IdentityService final : public ReachabilityService {
   /// Schemes are taken out until none is left, also where taking one out made another.
   std::string rawAddressForDestination(std::string_view destination) override;
 
-  /// Tells the client nothing: no query goes out, so none starts and none is answered. The asker then falls back on its
-  /// own default answer.
-  void queryStatusForDestinations(const std::set<std::string>& destinations, std::string_view serviceName,
-                                  bool hasPriority, std::weak_ptr<ReachabilityClient> client) override;
+  /// False: there is nobody to ask.
+  bool queryStatusForDestinations(const std::set<std::string>& destinations,
+                                  const std::optional<std::string>& serviceName, bool hasPriority,
+                                  std::weak_ptr<ReachabilityClient> client) override;
 
  private:
   RegionSource _region;

@@ -11,14 +11,26 @@
 
 namespace pellor {
 
+/// The reachability of one destination.
+enum class DestinationStatus : std::int64_t {
+  unspecified = -1,  ///< nothing is known of the destination
+  unknown = 0,       ///< the service could not tell
+  valid = 1,         ///< it can receive messages
+  invalid = 2,       ///< it cannot receive messages
+};
+
+/// Statuses by destination.
+using DestinationStatuses = std::map<std::string, DestinationStatus>;
+
 /// Whom a query reports to. Called on the main queue.
 class ReachabilityClient {
  public:
   virtual ~ReachabilityClient() = default;
-  /// The query went out. With priority no batch query starts until its destinations are answered.
+  /// The query went out: inside the call that asks or later, before any answer. With priority no batch query starts
+  /// until its destinations are answered.
   virtual void queryDidStart(const std::set<std::string>& destinations, bool hasPriority) = 0;
-  /// Answers arrived: destination to status (0 unknown, 1 valid, 2 invalid).
-  virtual void queryDidAnswer(const std::map<std::string, std::int64_t>& statuses) = 0;
+  /// An answer arrived, or a part of it: statuses by the destinations as they were asked for.
+  virtual void queryDidAnswer(const DestinationStatuses& statuses) = 0;
 };
 
 /// The conversions run on any thread and are pure; queries are made on the main queue.
@@ -42,10 +54,12 @@ class ReachabilityService {
   /// The raw address behind the scheme: the destination with every "tel:" and "mailto:" taken out.
   virtual std::string rawAddressForDestination(std::string_view destination) = 0;
 
-  /// Asks for the status of destinations. Answers come later through the client, in one or several parts, or never. The
-  /// client is held weakly.
-  virtual void queryStatusForDestinations(const std::set<std::string>& destinations, std::string_view serviceName,
-                                          bool hasPriority, std::weak_ptr<ReachabilityClient> client) = 0;
+  /// Asks a messaging service, absent while none is set, for the status of destinations. Answers come later through the
+  /// client, which is held weakly, in one or several parts, or never; never inside the call. False from a service that
+  /// answers no queries: the client is told nothing, and the asker gives its own default answer.
+  [[nodiscard]] virtual bool queryStatusForDestinations(const std::set<std::string>& destinations,
+                                                        const std::optional<std::string>& serviceName, bool hasPriority,
+                                                        std::weak_ptr<ReachabilityClient> client) = 0;
 };
 
 }  // namespace pellor

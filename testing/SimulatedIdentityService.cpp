@@ -38,12 +38,44 @@ std::string SimulatedIdentityService::rawAddressForDestination(std::string_view 
   return withoutSchemes(destination);
 }
 
-void SimulatedIdentityService::queryStatusForDestinations(const std::set<std::string>& destinations,
-                                                          std::string_view serviceName, bool hasPriority,
-                                                          std::weak_ptr<ReachabilityClient> client) {
-  if (Process::hasCurrent()) Process::current().requireMainQueue("ReachabilityService::queryStatusForDestinations");
+void SimulatedIdentityService::setScript(Script script) {
   std::lock_guard lock(_mutex);
-  _queries.push_back({destinations, std::string(serviceName), hasPriority, std::move(client)});
+  _script = std::move(script);
+}
+
+SimulatedIdentityService::Script SimulatedIdentityService::answering(DestinationStatus status, double delay) {
+  return [status, delay](const Query& query) -> std::vector<AnswerPart> {
+    AnswerPart part{delay, {}};
+    for (const std::string& destination : query.destinations) part.statuses.emplace(destination, status);
+    return {part};
+  };
+}
+
+SimulatedIdentityService::Script SimulatedIdentityService::silence() {
+  return [](const Query&) { return std::vector<AnswerPart>(); };
+}
+
+SimulatedIdentityService::Script SimulatedIdentityService::record(const Query& query) {
+  std::lock_guard lock(_mutex);
+  _queries.push_back(query);
+  return _script;
+}
+
+bool SimulatedIdentityService::queryStatusForDestinations(const std::set<std::string>& destinations,
+                                                          const std::optional<std::string>& serviceName,
+                                                          bool hasPriority, std::weak_ptr<ReachabilityClient> client) {
+  Process& process = Process::current();
+  process.requireMainQueue("ReachabilityService::queryStatusForDestinations");
+  const Query query{destinations, serviceName, hasPriority, client};
+  const Script script = record(query);
+  if (!script) return false;
+  if (const auto asker = client.lock()) asker->queryDidStart(destinations, hasPriority);
+  for (AnswerPart& part : script(query)) {
+    process.mainQueue().asyncAfter(part.delay, [client, statuses = std::move(part.statuses)] {
+      if (const auto asker = client.lock()) asker->queryDidAnswer(statuses);
+    });
+  }
+  return true;
 }
 
 }  // namespace pellor

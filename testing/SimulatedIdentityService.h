@@ -1,8 +1,10 @@
 // An identity service without a network.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -13,17 +15,31 @@
 namespace pellor {
 
 /// Makes identifiers by the rules of `SimulatedPhoneNumbers`, of e-mail addresses in lower case. It keeps the queries
-/// and answers none: a test that wants an answer gives it to the query's client on the main queue. Any thread.
+/// of all processes, and answers them as its script says. Any thread.
 class SimulatedIdentityService : public ReachabilityService {
  public:
   struct Query {
     std::set<std::string> destinations;
-    std::string serviceName;
+    std::optional<std::string> serviceName;
     bool hasPriority = false;
     std::weak_ptr<ReachabilityClient> client;
   };
+  /// What the service says of a query, and how many seconds of the process's time after it.
+  struct AnswerPart {
+    double delay = 0;
+    DestinationStatuses statuses;
+  };
+  /// The answer to a query, in one part or several; none: silence.
+  using Script = std::function<std::vector<AnswerPart>(const Query&)>;
 
   explicit SimulatedIdentityService(std::shared_ptr<SimulatedPhoneNumbers> phoneNumbers);
+
+  /// Answers queries from now on by that script; null, as at first: it is a service that answers no queries.
+  void setScript(Script script);
+  /// The script that says the same of every destination.
+  static Script answering(DestinationStatus status, double delay);
+  /// The script that lets queries go out and says nothing.
+  static Script silence();
 
   /// All queries of all processes, oldest first.
   std::vector<Query> queries() const;
@@ -35,13 +51,18 @@ class SimulatedIdentityService : public ReachabilityService {
                                                                  std::optional<std::string> countryCode,
                                                                  std::uint32_t options) override;
   std::string rawAddressForDestination(std::string_view destination) override;
-  void queryStatusForDestinations(const std::set<std::string>& destinations, std::string_view serviceName,
-                                  bool hasPriority, std::weak_ptr<ReachabilityClient> client) override;
+  bool queryStatusForDestinations(const std::set<std::string>& destinations,
+                                  const std::optional<std::string>& serviceName, bool hasPriority,
+                                  std::weak_ptr<ReachabilityClient> client) override;
 
  private:
   const std::shared_ptr<SimulatedPhoneNumbers> _phoneNumbers;
+  Script record(const Query& query);
+
   mutable std::mutex _mutex;
+  // Guarded by _mutex.
   std::vector<Query> _queries;
+  Script _script;
 };
 
 }  // namespace pellor

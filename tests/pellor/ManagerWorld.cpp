@@ -90,6 +90,15 @@ std::string textOf(const PLChangeLog& log) {
   return joined(entries, " ");
 }
 
+namespace {
+
+std::string statusesText(const Dictionary& userInfo) {
+  const Value* statuses = valueForKey(userInfo, PLFriendsManagerDestinationStatusUpdatedDestinationsKey);
+  return statuses ? statuses->description() : "(null)";
+}
+
+}  // namespace
+
 // --- ManagerProcess ---
 
 struct ManagerProcess::Events : LogSink {
@@ -122,7 +131,11 @@ ManagerProcess::ManagerProcess(SimulatedWorld& world, const std::shared_ptr<Sche
                    center.addObserver(std::string(PLFriendsManagerGroupListChanged),
                                       [note](const Notification&) { note("groups changed"); }),
                    center.addObserver(std::string(PLFriendGroupTitleChangedNotification),
-                                      [note](const Notification&) { note("title changed"); })};
+                                      [note](const Notification&) { note("title changed"); }),
+                   center.addObserver(std::string(PLFriendsManagerDestinationStatusUpdatedNotification),
+                                      [note](const Notification& notification) {
+                                        note("statuses " + statusesText(*notification.userInfoAs<Dictionary>()));
+                                      })};
 }
 
 ManagerProcess::~ManagerProcess() {
@@ -135,8 +148,12 @@ ManagerProcess& ManagerProcess::start() {
   return *this;
 }
 
-void ManagerProcess::kill() {
+void ManagerProcess::releaseManager() {
   run([this] { _manager.reset(); });
+}
+
+void ManagerProcess::kill() {
+  releaseManager();
   _process->abandon();
 }
 

@@ -51,6 +51,7 @@ class ManagerProcess {
   ManagerProcess& start();
   PLFriendsManager& manager() { return *_manager; }
   const std::shared_ptr<PLFriendsManager>& sharedManager() const { return _manager; }
+  void releaseManager();
   /// Ends the process on the spot: what is queued is lost.
   void kill();
 
@@ -80,8 +81,8 @@ class ManagerProcess {
   /// The titles of the groups: "Family|-|Work".
   std::string titles();
 
-  /// Log lines, and notifications as "changed Ann+", "groups changed" and "title changed", oldest first; they are
-  /// forgotten.
+  /// Log lines, and notifications as "changed Ann+", "groups changed", "title changed" and "statuses {…}", oldest
+  /// first; they are forgotten.
   std::vector<std::string> takeEvents();
   /// The same without log lines.
   std::vector<std::string> takeNotifications();

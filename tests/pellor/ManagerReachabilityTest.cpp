@@ -1,0 +1,260 @@
+// Whether friends can receive messages.
+#include "Pellor/PLDestinationStatus.h"
+#include "tests/pellor/ManagerWorld.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using enum DestinationStatus;
+
+constexpr std::string_view TimedOut = "Relay Query took too long to respond, clearing request queues";
+constexpr std::string_view HeldBack = "not starting batch query because high priority query is in progress for ";
+constexpr std::string_view UnreachableCount = "org.tapnote.tn.unreachableFriends.count";
+const std::string Phone = "+491512345678";
+
+TEST(DestinationStatusTest, UnknownBeatsInvalidAndElseTheLargerButForValidNumberWins) {
+  const struct {
+    DestinationStatus left, right, better;
+  } cases[] = {{invalid, unknown, unknown},
+               {unspecified, invalid, invalid},
+               {invalid, valid, valid},
+               {unknown, valid, valid},
+               {unspecified, unspecified, unspecified},
+               {unspecified, unknown, unknown},
+               {unspecified, valid, valid},
+               {invalid, invalid, invalid}};
+  for (const auto& [left, right, better] : cases) {
+    EXPECT_EQ(betterDestinationStatus(left, right), better) << destinationStatusName(left);
+    EXPECT_EQ(betterDestinationStatus(right, left), better) << destinationStatusName(right);
+  }
+}
+
+class ManagerReachabilityTest : public ManagerTest {
+ protected:
+  void SetUp() override {
+    setGroups(4, 2);
+    a = launchWith("Ann,Bob");
+    setServiceName(*a, "Notes");
+    a->takeEvents();
+  }
+
+  static void setServiceName(ManagerProcess& process, std::optional<std::string> name) {
+    process.run([&] { process.manager().setServiceName(std::move(name)); });
+  }
+  static DestinationStatus status(ManagerProcess& process, const std::shared_ptr<PLPerson>& person,
+                                  bool requery = false) {
+    return process.run([&] { return process.manager().statusForPersonRequery(person, requery); });
+  }
+  DestinationStatus status(std::uint64_t position, bool requery = false) {
+    return status(*a, a->friendAt(0, position), requery);
+  }
+  DestinationSet reachable(std::uint64_t position) {
+    return a->run([&] { return a->manager().reachableDestinationsForPerson(a->friendAt(0, position)); });
+  }
+  void update(std::optional<DestinationStatuses> statuses) {
+    a->run([&] { a->manager().idStatusUpdatedForDestinations(std::move(statuses)); });
+  }
+  void refresh() {
+    a->run([&] { a->manager().refreshDestinationStatuses(); });
+  }
+  std::optional<std::int64_t> unreachable() { return world.counters().value(UnreachableCount); }
+  /// The friend with a number and an address, in a slot of its own.
+  std::shared_ptr<PLPerson> addCy() {
+    return a->run([&] {
+      auto person = a->manager().personWithDestinations({"0151 2345678", "cy@example.org"});
+      a->manager().addFriend(person);
+      return person;
+    });
+  }
+  /// A service that answers by the script, in place of none.
+  void answer(SimulatedIdentityService::Script script) { world.identityService().setScript(std::move(script)); }
+  std::vector<SimulatedIdentityService::Query> queries() { return world.identityService().queries(); }
+
+  std::unique_ptr<ManagerProcess> a;
+};
+
+TEST_F(ManagerReachabilityTest, AnUncachedFriendIsUnknownOnARequeryAndValidFiveSecondsLater) {
+  EXPECT_EQ(status(0), unspecified);
+  EXPECT_EQ(status(0, true), unknown);
+  EXPECT_EQ(status(0), unspecified) << "what was not answered is not kept";
+  advance(4.9);
+  const std::string ann = a->friendAt(0, 0)->description();
+  EXPECT_THAT(a->takeEvents(),
+              ElementsAre(ann + " has cached best status of: unspecified", ann + " has cached best status of: unknown",
+                          ann + " has cached best status of: unspecified"));
+  advance(0.2);
+  EXPECT_THAT(a->takeEvents(),
+              ElementsAre("faking Relay status update for [ ann@example.org ]",
+                          "Relay statusues updated: {ann@example.org = 1}", "statuses {ann@example.org = 1}"));
+  EXPECT_EQ(status(0, true), valid);
+  EXPECT_EQ(status(1), unspecified);
+  EXPECT_THAT(reachable(0), ElementsAre("ann@example.org"));
+  EXPECT_THAT(reachable(1), IsEmpty());
+}
+
+TEST_F(ManagerReachabilityTest, ABatchIsAboutTheFriendsThatThereAreWhenItIsAnsweredAndCachesCanonicalForms) {
+  refresh();
+  advance(4);
+  a->remove(0, 1);
+  const auto cy = addCy();
+  advance(0.9);
+  a->takeEvents();
+  advance(0.2);
+  EXPECT_THAT(a->takeEvents(),
+              ElementsAre("faking Relay status update",
+                          "Relay statusues updated: {mailto:ann@example.org = 1, mailto:cy@example.org = 1, tel:" +
+                              Phone + " = 1}",
+                          "statuses {" + Phone + " = 1, ann@example.org = 1, cy@example.org = 1}"));
+  EXPECT_EQ(status(*a, cy), valid);
+}
+
+TEST_F(ManagerReachabilityTest, WithoutAServiceNameEverybodyIsReachableButTheCacheIsStillAsked) {
+  setServiceName(*a, "Notes");
+  setServiceName(*a, std::nullopt);
+  setServiceName(*a, std::nullopt);
+  EXPECT_THAT(a->takeEvents(), ElementsAre("setting service name for reachability queries to (null)"));
+  update({{{"ann@example.org", invalid}}});
+  EXPECT_EQ(status(0, true), valid);
+  EXPECT_EQ(status(*a, nullptr), valid);
+  EXPECT_THAT(reachable(0), IsEmpty());
+  EXPECT_EQ(a->logged("cached best status"), 0U);
+  setServiceName(*a, "Notes");
+  EXPECT_EQ(a->logged("setting service name for reachability queries to Notes"), 1U);
+  EXPECT_EQ(status(0), invalid);
+  EXPECT_THAT(queries(), IsEmpty());
+}
+
+TEST_F(ManagerReachabilityTest, WhoHasNoDestinationIsInvalidAndNotAskedFor) {
+  const auto nobody = a->run([] { return PLPerson::init(); });
+  a->takeEvents();
+  for (const auto& person : {nobody, std::shared_ptr<PLPerson>()}) {
+    EXPECT_EQ(status(*a, person, true), invalid);
+    EXPECT_THAT(a->run([&] { return a->manager().reachableDestinationsForPerson(person); }), IsEmpty());
+  }
+  rest();
+  EXPECT_THAT(a->takeEvents(), IsEmpty());
+}
+
+TEST_F(ManagerReachabilityTest, UnreachableFriendsAreCountedOnceAnybodyIsKnownToBeReachable) {
+  const auto cy = addCy();
+  a->set(a->run([] { return PLPerson::init(); }), 1, 1);
+  rest();
+  a->takeEvents();
+  update(std::nullopt);
+  EXPECT_EQ(unreachable(), std::nullopt);
+  update({{{"ann@example.org", invalid}, {"bob@example.org", unknown}}});
+  EXPECT_EQ(unreachable(), 0);
+  update({{{"tel:0151 2345678", valid}, {"mailto:bob@example.org", invalid}}});
+  EXPECT_EQ(unreachable(), 3) << "Ann, Bob and the friend without any destination";
+  EXPECT_EQ(status(*a, cy), valid) << "one valid destination is enough";
+  EXPECT_THAT(a->run([&] { return a->manager().reachableDestinationsForPerson(cy); }), ElementsAre(Phone));
+  update({{{Phone, invalid}}});
+  EXPECT_EQ(unreachable(), 0) << "again nothing is valid";
+  EXPECT_EQ(a->run([&] { return a->manager().statusForPersonRequery(cy, false); }), invalid);
+  rest();
+  EXPECT_THAT(a->takeNotifications(),
+              ElementsAre("statuses {ann@example.org = 2, bob@example.org = 0}",
+                          "statuses {" + Phone + " = 1, bob@example.org = 2}", "statuses {" + Phone + " = 2}"));
+}
+
+TEST_F(ManagerReachabilityTest, ARealServiceIsAskedInPlaceOfTheDefaultAnswer) {
+  answer(SimulatedIdentityService::answering(invalid, 1));
+  EXPECT_EQ(status(0, true), unknown);
+  rest();
+  refresh();
+  rest();
+  ASSERT_EQ(queries().size(), 2U);
+  EXPECT_THAT(queries()[0].destinations, ElementsAre("ann@example.org")) << "as the friend has it";
+  EXPECT_TRUE(queries()[0].hasPriority);
+  EXPECT_EQ(queries()[0].serviceName, "Notes");
+  EXPECT_THAT(queries()[1].destinations, ElementsAre("mailto:ann@example.org", "mailto:bob@example.org"));
+  EXPECT_FALSE(queries()[1].hasPriority);
+  EXPECT_EQ(a->logged("faking"), 0U);
+  EXPECT_EQ(a->logged(TimedOut), 0U) << "an answer stops the timer";
+  EXPECT_EQ(status(1), invalid);
+}
+
+TEST_F(ManagerReachabilityTest, NoBatchStartsWhileAPriorityQueryWaitsForAnyOfItsDestinations) {
+  const auto cy = addCy();
+  rest();
+  answer([](const auto&) -> std::vector<SimulatedIdentityService::AnswerPart> {
+    return {{1, {{"cy@example.org", valid}}}, {3, {{"tel:" + Phone, valid}}}, {10, {{Phone, valid}}}};
+  });
+  status(*a, cy, true);
+  a->takeEvents();
+  refresh();
+  EXPECT_THAT(a->takeEvents(), ElementsAre(std::string(HeldBack) + "[ " + Phone + ", cy@example.org ]"));
+  advance(5);
+  EXPECT_EQ(status(*a, cy), valid);
+  refresh();
+  EXPECT_EQ(a->logged(std::string(HeldBack) + "[ " + Phone + " ]"), 1U) << "answers count by the name that was asked";
+  EXPECT_EQ(unreachable(), std::nullopt) << "not counted while an answer is due";
+  advance(10);
+  EXPECT_EQ(queries().size(), 1U) << "what was held back is not made up for";
+  refresh();
+  EXPECT_EQ(queries().size(), 2U);
+  advance(2);
+  EXPECT_EQ(unreachable(), 2);
+}
+
+TEST_F(ManagerReachabilityTest, SilenceEndsThirtySecondsAfterTheFirstQuery) {
+  answer(SimulatedIdentityService::silence());
+  update({{{"ann@example.org", invalid}}});
+  refresh();
+  advance(29.9);
+  status(0, true);
+  EXPECT_EQ(a->logged(TimedOut), 0U);
+  refresh();
+  EXPECT_EQ(a->logged(HeldBack), 1U);
+  advance(0.2);
+  EXPECT_EQ(a->logged(TimedOut), 1U) << "a running timer is not put off";
+  EXPECT_EQ(status(0), invalid) << "what was known stays";
+  refresh();
+  EXPECT_EQ(queries().size(), 3U) << "batches start again";
+  status(0, true);
+  update({{{"bob@example.org", valid}}});
+  advance(60);
+  EXPECT_EQ(a->logged(TimedOut), 1U) << "any answer stops the timer, also one to something else";
+  refresh();
+  EXPECT_EQ(a->logged(HeldBack), 2U);
+}
+
+TEST_F(ManagerReachabilityTest, TheFirstManagerThatIsAskedDecidesForItsProcess) {
+  world.preferences().setPersistentValue("TNSkipHasSatelliteCheck", true, OtherDomain);
+  auto b = launch();
+  auto c = launch();
+  const auto other = [](ManagerProcess& process) {
+    return process.run([] { return PLFriendsManager::managerForDomain(OtherDomain); });
+  };
+  const auto statusOfStranger = [](ManagerProcess& process, const std::shared_ptr<PLFriendsManager>& manager) {
+    return process.run([&] {
+      manager->setServiceName("Notes");
+      return manager->statusForPersonRequery(manager->personWithDestinations({"dee@example.org"}), false);
+    });
+  };
+  EXPECT_EQ(statusOfStranger(*b, other(*b)), valid);
+  EXPECT_EQ(statusOfStranger(*b, b->sharedManager()), valid);
+  EXPECT_EQ(statusOfStranger(*c, c->sharedManager()), unspecified);
+  EXPECT_EQ(statusOfStranger(*c, other(*c)), unspecified);
+}
+
+TEST_F(ManagerReachabilityTest, AQueryHoldsItsManagerAndEndsWithTheProcess) {
+  std::weak_ptr<PLFriendsManager> weak = a->sharedManager();
+  refresh();
+  a->releaseManager();
+  advance(4.9);
+  EXPECT_FALSE(weak.expired());
+  advance(0.2);
+  EXPECT_EQ(a->logged("faking Relay status update"), 1U);
+  EXPECT_TRUE(weak.expired());
+  auto b = launch();
+  weak = b->sharedManager();
+  b->run([&] { b->manager().refreshDestinationStatuses(); });
+  b->kill();
+  EXPECT_TRUE(weak.expired());
+}
+
+}  // namespace
+}  // namespace pellor
