@@ -38,6 +38,9 @@ void addCommonOptions(CLI::App& program, CommonOptions& options) {
           },
           "The region of a new store, such as DE, by which numbers are read")
       ->type_name("XX");
+  program.add_option("--service", options.service, "The messaging service that tells who is reachable")
+      ->type_name("NAME")
+      ->check([](const std::string& name) { return name.empty() ? std::string("is empty") : std::string(); });
   program.add_flag("--json", options.json, "Answer in JSON (docs/json.md)");
   program.add_flag("--verbose", options.verbose, "Write the log to standard error, names and numbers included");
 }
@@ -50,6 +53,7 @@ void addCommands(CLI::App& program, Command& chosen) {
   addContactCommands(program, chosen);
   addFavoritesCommands(program, chosen);
   addSettingsCommands(program, chosen);
+  addStatusCommand(program, chosen);
   addWatchCommand(program, chosen);
 }
 

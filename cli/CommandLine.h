@@ -39,6 +39,7 @@ void addFriendCommands(CLI::App& program, Command& chosen);     // reply-as, met
 void addContactCommands(CLI::App& program, Command& chosen);    // contacts, allow, refresh
 void addFavoritesCommands(CLI::App& program, Command& chosen);  // favorites
 void addSettingsCommands(CLI::App& program, Command& chosen);   // settings
+void addStatusCommand(CLI::App& program, Command& chosen);      // status
 void addWatchCommand(CLI::App& program, Command& chosen);       // watch
 
 /// The command when none is given: list.

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Pellor/PLDestinationStatus.h"
 #include "cli/CommandLine.h"
 #include "cli/ContactSearch.h"
 #include "cli/FriendSearch.h"
@@ -13,33 +14,44 @@
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
 #include "cli/PageGrid.h"
+#include "cli/StatusText.h"
 
 namespace pellor::cli {
 namespace {
 
-Json slotsJson(const PLFriendGroup& page) {
+Json slotJson(PLFriendsManager& manager, const std::shared_ptr<PLPerson>& person) {
+  if (!person) return nullptr;
+  Json json = jsonOf(*person);
+  json["status"] = destinationStatusName(manager.statusForPersonRequery(person, false));
+  return json;
+}
+
+Json slotsJson(PLFriendsManager& manager, const PLFriendGroup& page) {
   Json content = Json::array();
   for (std::uint64_t slot = 0; slot < page.groupSize(); ++slot) {
-    const auto person = page.friendAtPosition(slot);
-    content.push_back(person ? jsonOf(*person) : Json(nullptr));
+    content.push_back(slotJson(manager, page.friendAtPosition(slot)));
   }
   return content;
 }
 
-Json listJson(const PLFriendsManager& manager) {
+Json listJson(PLFriendsManager& manager) {
   Json pages = Json::array();
   for (const auto& page : manager.friendGroups()) {
     const std::string title = page->title().value_or("");
-    pages.push_back({{"title", title.empty() ? Json(nullptr) : Json(title)}, {"slots", slotsJson(*page)}});
+    pages.push_back({{"title", title.empty() ? Json(nullptr) : Json(title)}, {"slots", slotsJson(manager, *page)}});
   }
   return {{"domain", manager.domain()}, {"pageSize", manager.groupSize()}, {"pages", pages}};
 }
 
 void list(Session& session) {
-  const PLFriendsManager& manager = session.manager();
+  PLFriendsManager& manager = session.manager();
   // What the contacts changed since the last time belongs to the answer.
   session.settle();
-  session.answer([&] { return pagesText(manager.friendGroups(), outputWidth()); }, [&] { return listJson(manager); });
+  const auto mark = [&manager](const std::shared_ptr<PLPerson>& person) {
+    return statusMark(manager.statusForPersonRequery(person, false));
+  };
+  session.answer([&] { return pagesText(manager.friendGroups(), mark, outputWidth()); },
+                 [&] { return listJson(manager); });
 }
 
 struct Owners {
@@ -85,7 +97,8 @@ void find(Session& session, const std::string& destination) {
 Command defaultCommand() { return list; }
 
 void addListCommands(CLI::App& program, Command& chosen) {
-  program.add_subcommand("list", "Show the pages")->callback([&chosen] { chosen = list; });
+  program.add_subcommand("list", "Show the pages; + before a friend who is reachable, - who is not, ? not known")
+      ->callback([&chosen] { chosen = list; });
   auto* command = program.add_subcommand("find", "Tell which friends and contacts have a number or an address");
   const auto destination = std::make_shared<std::string>();
   command->add_option("DESTINATION", *destination, "A number or an address, in any spelling")->required();

@@ -12,11 +12,12 @@ namespace {
 
 constexpr std::size_t NarrowestMonogram = 2;
 constexpr std::size_t NarrowestText = 10;
-constexpr std::size_t AmpleText = 19;  // gives three columns on a terminal of 80
+constexpr std::size_t AmpleText = 17;  // gives three columns on a terminal of 80
 constexpr std::size_t Gap = 2;
 
 struct Cell {
   std::string number;
+  std::string mark;
   std::string monogram;
   std::string name;
   std::string destination;
@@ -28,23 +29,24 @@ struct Widths {
   std::size_t monogram = 0;
   std::size_t text = 0;
 
-  std::size_t prefix() const { return number + 1 + monogram + 1; }
+  std::size_t prefix() const { return number + 1 + 1 + 1 + monogram + 1; }
   std::size_t cell() const { return prefix() + text; }
 };
 
-Cell cellOf(const PLFriendGroup& page, std::uint64_t slot) {
-  Cell cell{std::to_string(slot + 1), {}, "(empty)", {}};
+Cell cellOf(const PLFriendGroup& page, std::uint64_t slot, const FriendMark& mark) {
+  Cell cell{std::to_string(slot + 1), " ", {}, "(empty)", {}};
   const auto person = page.friendAtPosition(slot);
   if (!person) return cell;
+  cell.mark = mark(person);
   cell.monogram = printable(person->initials().value_or(""));
   cell.name = nameOf(*person);
   if (person->hasName()) cell.destination = shownDestination(*person);
   return cell;
 }
 
-std::vector<Cell> cellsOf(const PLFriendGroup& page) {
+std::vector<Cell> cellsOf(const PLFriendGroup& page, const FriendMark& mark) {
   std::vector<Cell> cells;
-  for (std::uint64_t slot = 0; slot < page.groupSize(); ++slot) cells.push_back(cellOf(page, slot));
+  for (std::uint64_t slot = 0; slot < page.groupSize(); ++slot) cells.push_back(cellOf(page, slot, mark));
   return cells;
 }
 
@@ -65,7 +67,7 @@ std::size_t columnsIn(std::size_t width, Widths& widths) {
 }
 
 std::string firstLine(const Cell& cell, const Widths& widths) {
-  return std::string(widths.number - cell.number.size(), ' ') + cell.number + " " +
+  return std::string(widths.number - cell.number.size(), ' ') + cell.number + " " + cell.mark + " " +
          fitted(cell.monogram, widths.monogram) + " " + fitted(cell.name, widths.text);
 }
 
@@ -105,11 +107,12 @@ std::string pageHeading(const PLFriendGroup& page, std::uint64_t pageIndex) {
   return "Page " + std::to_string(pageIndex + 1) + (title.empty() ? "" : ": " + title) + "\n";
 }
 
-std::string pagesText(const std::vector<std::shared_ptr<PLFriendGroup>>& pages, std::size_t width) {
+std::string pagesText(const std::vector<std::shared_ptr<PLFriendGroup>>& pages, const FriendMark& mark,
+                      std::size_t width) {
   std::vector<std::vector<Cell>> grids;
   Widths widths{0, NarrowestMonogram, NarrowestText};
   for (const auto& page : pages) {
-    grids.push_back(cellsOf(*page));
+    grids.push_back(cellsOf(*page, mark));
     for (const Cell& cell : grids.back()) widen(widths, cell);
   }
   const std::size_t columns = columnsIn(width, widths);

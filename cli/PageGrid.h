@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,10 +12,14 @@
 
 namespace pellor::cli {
 
-/// For each page the heading, then the slots in rows: number, monogram and name, below it the first number or address;
-/// empty slots as "(empty)". As many columns as fit into `width`, the same on all pages; texts that are too long end
-/// in "…".
-std::string pagesText(const std::vector<std::shared_ptr<PLFriendGroup>>& pages, std::size_t width);
+/// A mark of one column for a friend.
+using FriendMark = std::function<std::string(const std::shared_ptr<PLPerson>&)>;
+
+/// For each page the heading, then the slots in rows: number, mark, monogram and name, below it the first number or
+/// address; empty slots as "(empty)". As many columns as fit into `width`, the same on all pages; texts that are too
+/// long end in "…".
+std::string pagesText(const std::vector<std::shared_ptr<PLFriendGroup>>& pages, const FriendMark& mark,
+                      std::size_t width);
 
 /// A page's number and title.
 std::string pageHeading(const PLFriendGroup& page, std::uint64_t pageIndex);

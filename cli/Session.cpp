@@ -60,6 +60,7 @@ PLFriendsManager& Session::manager() {
   if (!_manager->isLoaded()) settle();
   _progress.remove();
   if (!_manager->isLoaded()) throw CommandError("the friend list cannot be read: " + storeProblem());
+  _manager->setServiceName(_options.service);
   return *_manager;
 }
 

@@ -24,6 +24,7 @@ struct CommonOptions {
   std::optional<std::filesystem::path> dataFolder;
   std::string domain{TapnoteDomain};
   std::optional<std::string> region;
+  std::optional<std::string> service;
   bool json = false;
   bool verbose = false;
 };
