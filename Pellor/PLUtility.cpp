@@ -29,6 +29,8 @@ std::optional<std::pair<char16_t, std::string>> firstUnit(const std::string& tex
     if ((byte & 0xC0) != 0x80) return std::nullopt;
     unit = (unit << 6) | (byte & 0x3FU);
   }
+  // A shorter character in more bytes than it takes is no valid text either.
+  if (unit < (length == 2 ? 0x80U : 0x800U)) return std::nullopt;
   return std::pair(static_cast<char16_t>(unit), text.substr(0, length));
 }
 

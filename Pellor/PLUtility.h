@@ -28,12 +28,14 @@ class PLUtility {
   /// Whether the record is linked with others. False for no record.
   static bool personHasLinkages(const RecordRef& record);
 
-  /// The initials of a person, in upper case, from the linked record whose name is to be shown. Absent for no record,
-  /// for an organisation, when no linked record has a name, and for a name that cannot be abbreviated.
+  /// The initials of a person, in the upper case of the user's locale, from the linked record whose name is to be
+  /// shown. Absent for no record, for an organisation, when no linked record has a name, and for a name that cannot be
+  /// abbreviated.
   static std::optional<std::string> initialsForPerson(const RecordRef& record);
 
-  /// The first letter of a Latin text, in upper case. Absent for an absent or empty text, one that holds letters of
-  /// other scripts or any emoji, and one that begins with something else than a letter.
+  /// The first letter of a Latin text in the upper case of the user's locale, which may be longer ("ß" gives "SS"). A
+  /// combining mark counts as a letter, a character beyond U+FFFF does not. Absent for an absent or empty text, one
+  /// that holds letters of other scripts or any emoji, and one that begins with something else than a letter.
   static std::optional<std::string> initialForString(const std::optional<std::string>& text);
 
   /// Whether the text holds neither letters of other scripts than Latin nor emoji. True for an absent text.

@@ -24,6 +24,11 @@ TEST_F(Utility, InitialsComeFromTheNameThatIsShown) {
   const std::string works = contacts.add(
       {.kind = TestContact::Kind::organization, .first = "Ada", .last = "Works", .organization = "Ada Works"});
   EXPECT_EQ(PLUtility::initialsForPerson(record(works)), std::nullopt) << "an organisation";
+
+  world.text().setTurkish(true);
+  const std::string ilker = contacts.add({.first = "ilker", .last = "ışık"});
+  EXPECT_EQ(PLUtility::initialsForPerson(record(ilker)), "İI");
+  EXPECT_EQ(PLUtility::initialForString("ilker"), "İ");
 }
 
 TEST_F(Utility, InitialIsTheFirstLetterOfALatinText) {
@@ -34,6 +39,7 @@ TEST_F(Utility, InitialIsTheFirstLetterOfALatinText) {
       {"ann", "A"},
       {"éric", "É"},
       {"ß", "SS"},
+      {"e\u0301ric", "E"},
       {"\u0301a", "\u0301"},  // a mark counts as a letter
       {"3M", std::nullopt},
       {"-ann", std::nullopt},
@@ -43,6 +49,8 @@ TEST_F(Utility, InitialIsTheFirstLetterOfALatinText) {
       {"Жан", std::nullopt},
       {"Ann Жан", std::nullopt},
       {"\xC3", std::nullopt},
+      {"\xC1\x81", std::nullopt},  // no other spelling of "A"
+      {"\xE0\x81\x81", std::nullopt},
       {"\xFF", std::nullopt},
       {"", std::nullopt},
       {std::nullopt, std::nullopt},
@@ -58,13 +66,29 @@ TEST_F(Utility, HashesAreTheDigestInBase64) {
   EXPECT_EQ(hash("abc"), "qZk+NkcGgWq6PiVxeFDCbJzQ2J0=");
 }
 
-TEST_F(Utility, LinesNameTheLibrary) {
+TEST_F(Utility, NumbersAreShortForTheHomeCountry) {
+  const char* cases[][2] = {
+      {"+49 (30) 123-4567", "0301234567"},
+      {"030 1234567", "0301234567"},
+      {"+33 1 23456789", "+33 123456789"},
+      {"ring Ann", "ring Ann"},
+      {"", ""},
+  };
+  for (const auto& [number, shown] : cases) EXPECT_EQ(PLUtility::compressPhoneNumberString(number), shown);
+  world.phoneNumbers().setHomeCountry("FR");
+  EXPECT_EQ(PLUtility::compressPhoneNumberString("+33 1 23456789"), "0123456789");
+}
+
+TEST_F(Utility, LinesNameTheLibraryEvenWithoutItsBundle) {
+  world.strings().setHasBundle(false);
   _PLGetLogSystem().log("hello %@", redactable("Ann"));
   const auto line = log->entries().at(0);
   EXPECT_EQ(line.subsystem, "org.tapnote.Pellor");
   EXPECT_EQ(line.category, "main");
   EXPECT_THAT(line.text(LogEntry::Private::hidden), testing::HasSubstr("TestBody ("));
   EXPECT_THAT(line.text(LogEntry::Private::hidden), testing::HasSubstr("\"hello <private>\""));
+  world.strings().setHasBundle(true);
+  EXPECT_EQ(PellorBundle(), nullptr) << "looked up once";
 }
 
 }  // namespace
