@@ -17,9 +17,9 @@ class PLDelayedOperation : public std::enable_shared_from_this<PLDelayedOperatio
   struct Passkey {};
 
  public:
-  /// `queue` is the queue of all requests and runs, a serial one unless the block may run beside itself; `delay` is in
-  /// seconds, 0 or more. The first request runs at once. The block is held until `invalidate`, and may hold its owner
-  /// only weakly if the owner holds this.
+  /// `queue` is the queue of all requests and runs, one that runs a task at a time; `delay` is in seconds, 0 or more.
+  /// The first request runs at once. The block is held until `invalidate`, and may hold its owner only weakly if the
+  /// owner holds this. With the last reference a deferred run ends, a queued one still happens. Any thread.
   static std::shared_ptr<PLDelayedOperation> initWithQueueDelayBlock(std::shared_ptr<Queue> queue, double delay,
                                                                      Task block);
   PLDelayedOperation(Passkey, std::shared_ptr<Queue> queue, double delay, Task block);
@@ -29,8 +29,8 @@ class PLDelayedOperation : public std::enable_shared_from_this<PLDelayedOperatio
   /// Requests a run. The block never runs inside the call. On the queue; a call from anywhere else ends the program.
   void execute();
 
-  /// Stops for good: a deferred run never happens, and a run that is queued already finds no block once the queue has
-  /// dropped it. Not to be asked to execute again. Any thread.
+  /// Stops for good and drops the block on the queue: a deferred run never happens, one that was queued before still
+  /// does. Not to be asked to execute again. Any thread.
   void invalidate();
 
  private:

@@ -87,5 +87,21 @@ TEST_F(DelayedOperation, InvalidatedOneRunsNoMore) {
   EXPECT_THAT(runs, ElementsAre(0));
 }
 
+TEST_F(DelayedOperation, ARunThatWasQueuedBeforeTheInvalidationKeepsItsBlock) {
+  make(5);
+  queue->async([this] {
+    operation->execute();
+    operation->execute();
+    operation->invalidate();
+  });
+  passUntil(100);
+  EXPECT_THAT(runs, ElementsAre(0)) << "the deferred one never runs";
+}
+
+TEST_F(DelayedOperation, RequestsComeOnTheQueue) {
+  make(5);
+  EXPECT_DEATH(operation->execute(), "expected PLDelayedOperation::execute to be called on the operation's queue");
+}
+
 }  // namespace
 }  // namespace pellor
