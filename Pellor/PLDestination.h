@@ -43,7 +43,8 @@ bool plMessageIsRawAddress(std::string_view destination);
 /// Absent for a text of unknown type and when the service cannot make one.
 std::optional<std::string> plMessageRelayIdentifier(std::string_view destination);
 
-/// The destination itself when it is a raw address, else what the identity service finds behind the scheme.
+/// The destination itself when it is a raw address, else what the identity service finds behind the scheme;
+/// a text of unknown type is its own.
 std::string plMessageRawAddress(std::string_view destination);
 
 /// The one spelling under which a destination is stored and compared. Phone numbers take the identity service's

@@ -66,5 +66,29 @@ TEST_F(Destination, SetsKeepOneCanonicalFormOfEach) {
   EXPECT_THAT(plSanitizedDestinationSet(DestinationSet{"Ann", "nobody"}), testing::IsEmpty());
 }
 
+/// Has no identifier for any number.
+struct UnableService : SimulatedIdentityService {
+  using SimulatedIdentityService::SimulatedIdentityService;
+  std::optional<std::string> identifierForPhoneNumber(std::string_view) override { return std::nullopt; }
+  std::optional<std::string> identifierForPhoneNumberWithOptions(std::string_view, std::optional<std::string> country,
+                                                                 std::uint32_t options) override {
+    EXPECT_EQ(country, std::nullopt);
+    EXPECT_EQ(options, 1U);
+    return std::nullopt;
+  }
+};
+
+TEST(DestinationWithoutIdentifier, IsAbsentAndNoMemberOfASet) {
+  SimulatedWorld world;
+  Process process(std::make_shared<SimulatedScheduler>(1), nullptr);
+  Platform platform = world.makePlatform(process);
+  platform.reachability = std::make_shared<UnableService>(std::make_shared<SimulatedPhoneNumbers>());
+  installPlatform(process, platform);
+  EXPECT_EQ(plMessageRelayIdentifier("030 1234567"), std::nullopt);
+  EXPECT_EQ(plMessageCanonicalRawAddress("030 1234567"), std::nullopt);
+  EXPECT_EQ(plMessageCanonicalRawAddress("b@example.org"), "b@example.org");
+  EXPECT_DEATH(plSanitizedDestinationSet(DestinationSet{"030 1234567"}), "an identifier for every phone number");
+}
+
 }  // namespace
 }  // namespace pellor
