@@ -21,8 +21,9 @@ inline constexpr double PellorVersionNumber = 1.0;
 /// has a current process.
 std::shared_ptr<const Bundle> PellorBundle();
 
-/// The channel of all log lines of the library: subsystem the bundle's identifier, category "main". One a process, made
-/// on first use, there until the process ends. Any thread that has a current process.
+/// The channel of all log lines of the library: subsystem the bundle's identifier (also where there is no bundle, so
+/// that every line names its origin), category "main". One a process, made on first use, there until the process ends.
+/// Any thread that has a current process.
 const LogHandle&
 _PLGetLogSystem();  // NOLINT(bugprone-reserved-identifier): the name is given; no macro or header has it
 

@@ -170,13 +170,14 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   RecordRef copyABPersonWithAddressBook(AddressBook* addressBook) const;
 
   // --- 6  Contact values ---
+  // Main queue, as all use of records.
 
   /// The name that the user's settings choose for a record: the nickname, the short or the composite name. Absent for
   /// no record and when there is none.
   static std::optional<std::string> preferredNameForPerson(const RecordRef& record);
   /// The destinations of a record and of all records linked with it, in canonical form. Absent for no record.
   static std::optional<DestinationSet> allValuesForPerson(const RecordRef& record);
-  /// Adds an entry to a multi-value property of the handle's view of a record and gives the entry's identifier. A
+  /// Adds an entry to a multi-value property of the handle's view of a record, not null, and gives its identifier. A
   /// property of a single value is replaced, and the result is -1. Nothing is saved.
   static std::int32_t addValueWithLabelToPersonProperty(const std::string& value, const std::string& label,
                                                         const RecordRef& record, RecordProperty property);
