@@ -3,6 +3,11 @@
 #include "platform/Platform.h"
 
 namespace pellor {
+
+// The library itself reads neither, so nothing else keeps them in the program.
+[[gnu::used]] const char PellorVersionString[] = "@(#)PROGRAM:Pellor  PROJECT:Pellor-1\n";
+[[gnu::used]] const double PellorVersionNumber = 1.0;
+
 namespace {
 
 struct LibraryBundle {

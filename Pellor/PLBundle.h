@@ -14,8 +14,10 @@ inline constexpr std::string_view PLVendorPrefix = "org.tapnote";
 inline constexpr std::string_view PLBundleIdentifier = "org.tapnote.Pellor";
 inline constexpr std::string_view PLPersonMetadataQueueLabel = "org.tapnote.Pellor.PLPerson.metadata";
 
-inline constexpr std::string_view PellorVersionString = "@(#)PROGRAM:Pellor  PROJECT:Pellor-1\n";
-inline constexpr double PellorVersionNumber = 1.0;
+/// The version, as symbols of the built library. The text stands in every program that is linked with it, behind the
+/// mark "@(#)" by which tools find it.
+extern const char PellorVersionString[];
+extern const double PellorVersionNumber;
 
 /// The bundle with the library's localised strings, looked up once a process; null when there is none. Any thread that
 /// has a current process.
