@@ -1319,7 +1319,8 @@ void PLFriendsManager::_updateFriends(const Array& stored) {
     _mergeCount.fetch_add(1, std::memory_order_release);
     save();
   });
-  _needsAddressBookRefresh = _changeLogContainsFriendAdditionsOrUpdates();
+  // A refresh that is due already, perhaps for as long as refreshing is disabled, stays due.
+  if (_changeLogContainsFriendAdditionsOrUpdates()) _needsAddressBookRefresh = true;
 }
 
 // An element that is no dictionary is an empty slot.

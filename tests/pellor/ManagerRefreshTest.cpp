@@ -86,6 +86,15 @@ TEST_F(ManagerRefreshTest, WhileRefreshingIsDisabledLoadsCleanUpThemselves) {
   EXPECT_EQ(a->logged(Refreshing), 1U) << "nothing was enabled";
 }
 
+TEST_F(ManagerRefreshTest, ARefreshThatALoadAskedForStaysDueUntilItRuns) {
+  setSetting(PLRefreshAgainstContactsOnInitEnabledKey, false);
+  setSetting("ABSequenceNumber", world.addressBook().sequenceNumber());
+  auto a = launchWith("Ann#,Bob#");
+  a->run([&] { a->manager().reloadFriendList(); });
+  a->run([&] { a->manager().setRefreshAgainstContactsEnabled(true); });
+  EXPECT_EQ(a->logged(Refreshing), 1U);
+}
+
 TEST_F(ManagerRefreshTest, OfTwoWithOneRecordTheLowerSlotStays) {
   world.pairedDevice().setCompletedInitialSync(true);
   store("-,Ann#|Dan,Eve|Ann#,Dan");
