@@ -1280,14 +1280,17 @@ void PLFriendsManager::setRefreshAgainstContactsEnabled(bool enabled) {
   if (enabled) refreshAgainstAddressBook();
 }
 
-std::int32_t PLFriendsManager::_lastKnownAddressBookSequenceNumber() {
+// Absent when the store cannot be read: then nobody knows whether the contacts changed, and nothing is written.
+std::optional<std::int32_t> PLFriendsManager::_lastKnownAddressBookSequenceNumber() {
   preferencesOf(_process).synchronize(_domain);
   const auto answer = preferencesOf(_process).integerValue(kAddressBookSequenceNumberKey, _domain);
+  if (!answer.isReadable()) return std::nullopt;
   return static_cast<std::int32_t>(answer.value().value_or(0));
 }
 
 void PLFriendsManager::_updateLastKnownAddressBookSequenceNumber(std::int32_t number) {
-  if (_lastKnownAddressBookSequenceNumber() == number) return;
+  const auto known = _lastKnownAddressBookSequenceNumber();
+  if (!known || *known == number) return;
   preferencesOf(_process).setValue(kAddressBookSequenceNumberKey, number, _domain);
   preferencesOf(_process).synchronize(_domain);
 }
@@ -1295,7 +1298,8 @@ void PLFriendsManager::_updateLastKnownAddressBookSequenceNumber(std::int32_t nu
 bool PLFriendsManager::_addressBookSequenceNumberDidChange() {
   bool didChange = false;
   platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
-    didChange = _lastKnownAddressBookSequenceNumber() != addressBook.sequenceNumber();
+    const auto known = _lastKnownAddressBookSequenceNumber();
+    didChange = known && *known != addressBook.sequenceNumber();
   });
   return didChange;
 }

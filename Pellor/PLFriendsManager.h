@@ -364,7 +364,7 @@ class PLFriendsManager : public Object,
   void _deduplicateFriendListIfNecessary();
   void _removeDestinationlessFriendsIfNecessary();
   void _removeFriendsAtIndices(const std::vector<std::uint64_t>& indices);
-  std::int32_t _lastKnownAddressBookSequenceNumber();
+  std::optional<std::int32_t> _lastKnownAddressBookSequenceNumber();
   void _updateLastKnownAddressBookSequenceNumber(std::int32_t number);
   bool _addressBookSequenceNumberDidChange();
 
