@@ -69,7 +69,9 @@ TEST_F(ChangeLogTest, WhatHappensToOnePersonIsOneEntryAndEachPostStartsAnew) {
   EXPECT_THAT(posted, ElementsAre(testing::ResultOf([](const auto& log) { return textOf(log); }, "Ann+-"),
                                   testing::ResultOf([](const auto& log) { return textOf(log); }, "Ann~")));
   a->add("Ann");
+  a->add("Bob");
   rest();
+  EXPECT_EQ(a->logged("posting PLFriendsManagerChangedNotification with 2 changelog entries"), 1U);
   EXPECT_EQ(textOf(posted.front()), "Ann+-") << "a log that was posted stays as it is";
 }
 

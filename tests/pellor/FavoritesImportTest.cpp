@@ -30,22 +30,22 @@ TEST_F(FavoritesImportTest, FavoritesBecomeFriendsInTheirOrder) {
   setGroups(4, 3);
   contacts({"Ann", "Bob", "Cy"});
   world.addressBook().link({"guid-Ann", "guid-Cy"});
-  auto a = import({"Bob", "Ann", "Gone", "Bob"});
-  EXPECT_EQ(a->logged("processing 4 phone favorites for Tapnote friend import"), 1U);
+  auto a = import({"Bob", "Ann", "Gone", "Gone", "Bob"});
+  EXPECT_EQ(a->logged("processing 5 phone favorites for Tapnote friend import"), 1U);
   EXPECT_EQ(a->logged("imported phone favorite [Bob | bob@example.org] with record ID 2 and GUID guid-Bob"), 1U);
-  EXPECT_EQ(a->logged("imported phone favorite [Gone | gone@example.org] with record ID -1 and GUID (null)"), 1U);
+  EXPECT_EQ(a->logged("imported phone favorite [Gone | gone@example.org] with record ID -1 and GUID (null)"), 2U);
   EXPECT_EQ(a->logged("not importing phone favorite [Bob | bob@example.org] with record GUID guid-Bob; person was "
                       "already imported"),
             1U);
-  EXPECT_EQ(a->logged("phone favorites import complete with 3 Tapnote friends"), 1U);
-  EXPECT_EQ(a->list(), "Bob,Ann,Gone|-,-,-");
+  EXPECT_EQ(a->logged("phone favorites import complete with 4 Tapnote friends"), 1U);
+  EXPECT_EQ(a->list(), "Bob,Ann,Gone|Gone,-,-|-,-,-");
   rest();
-  EXPECT_EQ(stored(3), "Bob,Ann,Gone|-,-,-");
-  EXPECT_EQ(a->titles(), "Favorites|-");
-  EXPECT_EQ(storedTitles(), "Favorites|-");
+  EXPECT_EQ(stored(3), "Bob,Ann,Gone|Gone,-,-|-,-,-");
+  EXPECT_EQ(a->titles(), "Favorites|Favorites 2|-");
+  EXPECT_EQ(storedTitles(), "Favorites|Favorites 2|-");
   // Nobody was added: that is how the list began. Who has no record learns to which database that applies.
-  EXPECT_THAT(a->takeNotifications(),
-              ElementsAre("groups changed", "groups changed", "groups changed", "title changed", "changed Gone~"));
+  EXPECT_THAT(a->takeNotifications(), ElementsAre("groups changed", "groups changed", "groups changed", "title changed",
+                                                  "title changed", "changed Gone~ Gone~"));
 }
 
 TEST_F(FavoritesImportTest, NoMoreThanTheListHoldsAreImported) {

@@ -176,11 +176,12 @@ TEST_F(ManagerRefreshTest, AFriendBehindTheLastGroupIsOnlyReported) {
   EXPECT_EQ(stored(2), "Ann,Bob|Ann,-");
 }
 
-TEST_F(ManagerRefreshTest, OnePersonInTwoSlotsLosesTheSecond) {
+TEST_F(ManagerRefreshTest, OnePersonInManySlotsKeepsTheFirst) {
   auto a = launchWith("Ann#,Bob#");
   const auto ann = a->friendAt(0, 0);
   a->set(ann, 1, 1);
-  a->set(a->person("Cy"), 1, 0);
+  a->set(a->person("Cy"), 2, 0);
+  a->set(ann, 2, 1);
   rest();
   a->run([&] { a->manager().reloadFriendList(); });
   EXPECT_EQ(a->friendAt(0, 0), ann);
