@@ -21,7 +21,7 @@ inline constexpr std::string_view PLFriendsManagerPersonDeleted = "PLFriendsMana
 inline constexpr std::string_view PLFriendsManagerPersonMoved = "PLFriendsManagerPersonMoved";
 
 /// A dictionary from persons, by identity, to sets of change types that are never empty, in the order in which the
-/// persons were entered. A value: copies share nothing but the persons. Not shared between threads.
+/// persons, never null, were entered. A value: copies share nothing but the persons. Not shared between threads.
 class PLChangeLog {
  public:
   using ChangeTypes = std::set<std::string, std::less<>>;
@@ -34,6 +34,7 @@ class PLChangeLog {
 
   /// The person's set; null when the person is not in the log. Lives until the next change of the log.
   const ChangeTypes* typesFor(const PLPerson* person) const;
+  /// The live entries, until the next change of the log.
   const std::vector<Entry>& entries() const { return _entries; }
   std::uint64_t count() const { return _entries.size(); }
   bool isEmpty() const { return _entries.empty(); }
@@ -48,7 +49,7 @@ class PLChangeLog {
 };
 
 /// The logs merged in their order. A later deletion wipes what came before it; an addition after a deletion counts as
-/// what the later log says; in every other case the sets are united.
+/// what the later log says; in every other case the sets are united. Any thread.
 PLChangeLog mergedChangeLogs(const std::vector<PLChangeLog>& logs);
 
 }  // namespace pellor

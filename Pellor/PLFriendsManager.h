@@ -9,8 +9,8 @@
 //   7  Favorites import                     the first list of the default domain, and who may be added
 //
 // Threads: a manager is used on the main queue alone. Writes run on its save queue, the change log lives on its
-// change-log queue, and all notifications are posted on the main queue. Nothing here blocks on input or output but the
-// loading of a list.
+// change-log queue, and all notifications are posted on the main queue. Nothing here blocks on input or output but what
+// has to read the store or the contacts: loading, refreshing, importing, and looking up somebody unknown.
 #pragma once
 
 #include <atomic>
@@ -179,10 +179,14 @@ class PLFriendsManager : public Object,
 
   // --- 3  Indexes and lookup ---
 
-  /// The friend, or the person looked up before, that has one of these destinations; else a person made from them and
-  /// the contacts, who is found again from then on.
+  // Nothing here changes the list or posts.
+
+  /// The friend, or the person looked up before, that has one of these destinations, however they are written; of
+  /// several the one whose key comes first. Else a person made from them and the contacts, whom the manager keeps and
+  /// finds again from then on. Never null; a new person each time when none of them is a number or an address.
   std::shared_ptr<PLPerson> personWithDestinations(const std::vector<std::string>& destinations);
-  /// The same by the GUID of a record.
+  /// The same by the GUID of a record. For one that names no record the person has this GUID and nothing else; for the
+  /// empty one it is a new person each time.
   std::shared_ptr<PLPerson> personWithABRecordGUID(const std::string& guid);
   /// Whether a friend, not a merely looked-up person, has this GUID; false for none and for the empty one.
   bool containsFriendWithABRecordGUID(const std::optional<std::string>& guid) const;
@@ -194,7 +198,7 @@ class PLFriendsManager : public Object,
   // --- 4  Change log and notifications ---
 
   /// The logs of several change notifications as one. A later deletion wipes what came before it; an addition after a
-  /// deletion counts as what the later log says; else the sets are united. Any thread.
+  /// deletion counts as what the later log says; else the sets are united. Without logs an empty one. Any thread.
   static PLChangeLog collapseChangeLogsIntoChangeLog(const std::vector<PLChangeLog>& logs);
 
   // --- 5  Reachability ---
@@ -233,16 +237,17 @@ class PLFriendsManager : public Object,
 
   // --- 6  Loading, refresh and clean-up ---
 
-  /// Brings every friend in step with the contacts, if they changed since the last time or a load asked for it, cleans
-  /// the list up and posts the change notification; whether a refresh ran. Does nothing while refreshing is disabled.
+  /// Brings every friend in step with the contacts, if they changed since the last time or a load asked for it, takes
+  /// out who is there twice, saves, and posts the change notification; whether a refresh ran. Does nothing, and leaves
+  /// a refresh due, while refreshing is disabled and before there is a list.
   bool refreshAgainstAddressBook();
-  /// Enables or disables refreshing; enabling it starts a refresh that is due.
+  /// Enables or disables refreshing in this manager, until it ends; enabling it starts a refresh that is due.
   void setRefreshAgainstContactsEnabled(bool enabled);
 
   // --- 7  Favorites import ---
 
   /// Whether a contact may be added: it is no friend yet and has a destination. The number of its destinations is taken
-  /// from `personValueCache`, and entered there when it is missing. False for a contact that is gone.
+  /// from `personValueCache`, and entered there when it is missing. False for a contact that is gone. Posts nothing.
   bool shouldAllowAddingContactWithContactStorePersonValueCache(const Contact& contact, ContactStore& contactStore,
                                                                 PersonValueCache& personValueCache) const;
 

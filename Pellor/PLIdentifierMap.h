@@ -17,6 +17,7 @@ class PLPerson;
 /// A key has one person: the later entry replaces the earlier one. Holds its persons strongly. Main queue.
 class PLIdentifierMap {
  public:
+  /// Enters the person, never null, under the keys that it has now.
   void add(const std::shared_ptr<PLPerson>& person);
   /// Drops the keys that the person has now, whomever they name.
   void remove(const PLPerson& person);

@@ -135,8 +135,8 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// Whether the person changed since it was last taken for a save. Any thread.
   ///
   /// An edit publishes its data first and sets the flag second (release); a save takes the flag (acquire) before it
-  /// reads the data. Nothing but a save clears it. Reading a stored form does not either, even one with nothing to
-  /// correct: the flag may stand for an edit that no save has seen yet.
+  /// reads the data. Nothing else clears it, but for a load that finds a looked-up person stored as it is. Reading a
+  /// stored form does not, even one with nothing to correct: the flag may stand for an edit that no save has seen yet.
   bool needsSave() const { return _needsSave.load(std::memory_order_acquire); }
   /// Sets the flag. Any thread.
   void setNeedsSave(bool needsSave);

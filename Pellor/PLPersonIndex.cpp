@@ -43,12 +43,6 @@ void PLPersonIndex::remove(PLPerson& person) {
   _keys.erase(known);
 }
 
-void PLPersonIndex::clear() {
-  _byGUID.clear();
-  _byDestination.clear();
-  _keys.clear();
-}
-
 void PLPersonIndex::personIdentityDidChange(PLPerson& person) {
   auto known = _keys.find(&person);
   if (known == _keys.end()) return;

@@ -30,9 +30,10 @@ class PLPersonIndex : private PLPersonIdentityObserver {
   PLPersonIndex(const PLPersonIndex&) = delete;
   PLPersonIndex& operator=(const PLPersonIndex&) = delete;
 
+  /// Enters a person; one that is entered already stays as it is.
   void add(PLPerson& person);
+  /// Takes a person out; nothing happens for one that is not entered.
   void remove(PLPerson& person);
-  void clear();
 
   /// The persons that may be like `person` (`isLikePerson:`), each once, in no order that means anything.
   std::vector<PLPerson*> candidatesLike(const PLPerson& person) const;

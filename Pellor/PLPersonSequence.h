@@ -15,17 +15,18 @@ namespace pellor {
 /// person may stand in it several times. No operation walks the sequence but `forEach`. Main queue.
 class PLPersonSequence {
  public:
+  /// Enters a person, never null, at the end.
   void append(std::shared_ptr<PLPerson> person);
   bool contains(const PLPerson* person) const { return _places.contains(person); }
   /// Takes out the earliest entry of the person; false when there is none.
   bool remove(const PLPerson* person);
-  bool isEmpty() const { return _inOrder.empty(); }
 
   /// The earliest member that `person` is like; null when it is like none.
   std::shared_ptr<PLPerson> firstLike(const PLPerson& person) const;
   /// The earliest member that the stored form describes; null when it describes none.
   std::shared_ptr<PLPerson> firstDescribedBy(const Dictionary& stored) const;
 
+  /// Calls `visit` with each entry, in order. It must not change the sequence.
   template <class Visit>
   void forEach(Visit&& visit) const {
     for (const auto& [place, person] : _inOrder) visit(person);
