@@ -100,6 +100,18 @@ TEST_F(ManagerMergeTest, TheDisplacedAreLogged) {
   EXPECT_EQ(a->logged("[Bob] [ABGUID=guid-Bob] was displaced and removed"), 1U);
 }
 
+TEST_F(ManagerMergeTest, WithoutADatabaseBehindTheSharedHandleAMergeOpensItsOwn) {
+  auto a = launch();
+  receive("Ann,-,-");
+  EXPECT_EQ(world.addressBook().privateHandleCount(), 0U);
+  world.addressBook().setDatabaseUID(std::nullopt);
+  receive("Ann,Bob,-");
+  EXPECT_EQ(world.addressBook().privateHandleCount(), 1U);
+  world.addressBook().setOpenFails(true);
+  receive("Ann,Bob,Cy");
+  EXPECT_EQ(a->list(), "Ann,Bob,Cy|-,-,-");
+}
+
 TEST_F(ManagerMergeTest, OfSeveralWhoFitTheFirstIsTaken) {
   const auto sharing = [](const std::string& name) {
     auto form = storedForm(name);
@@ -119,6 +131,10 @@ TEST_F(ManagerMergeTest, OfSeveralWhoFitTheFirstIsTaken) {
   EXPECT_EQ(a->friendAt(0, 0), ann);
   EXPECT_EQ(a->list(), "Cy,-,-|-,Bob,-|-,-,-");
   EXPECT_THAT(a->takeNotifications(), ElementsAre("groups changed", "changed Cy~>"));
+  // Who still has a slot goes before who was displaced.
+  const auto bob = a->friendAt(1, 1);
+  receive(Array{Dictionary{}, form, Dictionary{}});
+  EXPECT_EQ(a->friendAt(0, 1), bob);
 }
 
 TEST_F(ManagerMergeTest, AFriendWithoutDestinationsIsOnlyLeftOutBehindTheEnd) {
@@ -205,7 +221,6 @@ TEST_F(ManagerMergeTest, AnUpdateKeepsTheObject) {
   form.insert_or_assign("Name", "Anna");
   form.insert_or_assign("ReplyAs", "home");
   form.insert_or_assign("Metadata", Dictionary{{"color", "blue"}});
-  a->takeEvents();
   receive(listWith(form));
   EXPECT_EQ(a->friendAt(0, 0), ann);
   EXPECT_EQ(ann->preferredReplyAs(), "home");

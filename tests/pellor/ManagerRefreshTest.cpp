@@ -52,7 +52,11 @@ TEST_F(ManagerRefreshTest, ARefreshIsDueByNumberByNotificationAndAfterANewFriend
   EXPECT_TRUE(refresh());
   EXPECT_EQ(storedSequenceNumber(), Value(world.addressBook().sequenceNumber()));
   EXPECT_FALSE(refresh());
+  rename("Ann", "Anna");
+  advance(0.1);
+  setSetting("ABSequenceNumber", world.addressBook().sequenceNumber());  // another process was first
   rest();
+  EXPECT_EQ(a->list(), "Anna,Bob|-,-");
   a->takeEvents();
   a->run([&] { a->manager().reloadFriendList(); });
   EXPECT_EQ(a->logged(Refreshing), 0U) << "a load that brings nothing new";
@@ -97,7 +101,13 @@ TEST_F(ManagerRefreshTest, ARefreshThatALoadAskedForStaysDueUntilItRuns) {
 
 TEST_F(ManagerRefreshTest, OfTwoWithOneRecordTheLowerSlotStays) {
   world.pairedDevice().setCompletedInitialSync(true);
-  store("-,Ann#|Dan,Eve|Ann#,Dan");
+  Array list = storedList("-,Ann#|Dan,Eve|Ann#,Dan");
+  for (std::size_t index = 2; index < 4; ++index) {
+    auto form = *list[index].dictionary();
+    form.insert_or_assign("ABRecordGUID", "");
+    list[index] = form;
+  }
+  setSetting(PLFriendListKey, list);
   auto a = launch();
   EXPECT_EQ(a->list(), "-,Ann|Dan,Eve|-,Dan|-,-") << "who has no GUID is nobody's duplicate";
   EXPECT_EQ(a->logged("deduplicating friend [Ann] [ABGUID=guid-Ann] at index 4 as it is already present in the set of "
