@@ -156,7 +156,8 @@ PLFriendsManager::~PLFriendsManager() {
   if (_observesBus) {
     SystemNotifyBus& bus = *platformOf(_process).notifyBus;
     bus.removeObserver(this, _friendsChangedExternallyNotificationName);
-    bus.removeObserver(this, _friendGroupTitleChangedExternallyNotificationName);
+    bus.removeObserver(&_friendGroupTitleChangedExternallyNotificationName,
+                       _friendGroupTitleChangedExternallyNotificationName);
   }
   _process.removeSettleParticipant(*this);
 }
@@ -192,7 +193,9 @@ void PLFriendsManager::_start() {
     };
     bus.addObserver(this, whenPosted(&PLFriendsManager::_friendsChangedExternally),
                     _friendsChangedExternallyNotificationName);
-    bus.addObserver(this, whenPosted(&PLFriendsManager::_groupTitleChangedExternally),
+    // Another observer, so that both are called when the domain gives both the same name.
+    bus.addObserver(&_friendGroupTitleChangedExternallyNotificationName,
+                    whenPosted(&PLFriendsManager::_groupTitleChangedExternally),
                     _friendGroupTitleChangedExternallyNotificationName);
     _observesBus = true;
   }

@@ -118,6 +118,23 @@ TEST_F(ManagerSaveTest, WhoSavesDoesNotReloadAndAllOthersDo) {
   }
 }
 
+TEST_F(ManagerSaveTest, NamesOfTheDomainMayBeTheSameButNotEmpty) {
+  const std::pair<Value, std::string> rows[] = {{"", Posted}, {7, Posted}, {"changed", "changed"}};
+  for (const auto& [setting, name] : rows) {
+    setSetting(PLFriendsChangedExternallyNotificationKey, setting);
+    setSetting(PLFriendGroupTitleChangedExternallyNotificationKey, setting);
+    auto a = launchWith("Ann,-");
+    a->add("Bob");
+    EXPECT_TRUE(a->run([&] { return a->process().settle(10); })) << name;
+    EXPECT_EQ(a->logged("Handling external friends-changed event."), 0U) << name;
+    store("Cy,-");
+    world.bus().post(name);
+    rest();
+    EXPECT_EQ(a->list(), "Cy,-|-,-") << name;
+    a->kill();
+  }
+}
+
 TEST_F(ManagerSaveTest, AConnectionThatBreaksHidesNoPost) {
   auto a = launchWith("Ann,-");
   auto b = launch();
