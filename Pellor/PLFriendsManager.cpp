@@ -528,7 +528,9 @@ void PLFriendsManager::_friendsChangedExternally() {
 
 void PLFriendsManager::_groupTitleChangedExternally() {
   _PLGetLogSystem().log("Handling external group-title-changed event.");
-  _loadGroupTitles();
+  // Titles of this process that are on the way to the store are not given up for what it has until then.
+  _titleLoadIsDue = _hasTitlesUnderWay();
+  if (!_titleLoadIsDue) _loadGroupTitles();
 }
 
 void PLFriendsManager::_loadGroupTitles() {
@@ -541,7 +543,7 @@ void PLFriendsManager::_loadGroupTitles() {
 // Titles move with their pages when another process removes a page. They are taken from the store when it has others
 // than this process knows of, and not while this process has titles of its own on the way there.
 void PLFriendsManager::_loadGroupTitlesOfLaterLoad() {
-  if (_titlesMoved || _writtenTitlesEdition < _titlesEdition) return;
+  if (_hasTitlesUnderWay()) return;
   const auto answer = preferencesOf(_process).copyValue(PLGroupTitlesKey, _domain);
   const Array* titles = answer.value() ? answer.value()->array() : nullptr;
   if (!titles || _storedTitles == *titles) return;
@@ -581,8 +583,13 @@ void PLFriendsManager::_publishTitles() {
   _publishedTitles.store(std::make_shared<const TitlesVersion>(++_titlesEdition, *_storedTitles));
 }
 
+bool PLFriendsManager::_hasTitlesUnderWay() const { return _titlesMoved || _writtenTitlesEdition < _titlesEdition; }
+
 void PLFriendsManager::_titlesWereWritten(std::uint64_t edition) {
   _writtenTitlesEdition = std::max(_writtenTitlesEdition, edition);
+  if (!_titleLoadIsDue || _hasTitlesUnderWay()) return;
+  _titleLoadIsDue = false;
+  _loadGroupTitles();
 }
 
 void PLFriendsManager::saveFriendGroupTitles() {

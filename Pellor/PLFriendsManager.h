@@ -296,6 +296,7 @@ class PLFriendsManager : public Object,
   void _applyGroupTitles(const Array& titles);
   void _saveTitles(const TitlesVersion& version);
   bool _hasTitles() const;
+  bool _hasTitlesUnderWay() const;
   Array _titles() const;
   void _publishTitles();
   void _titlesWereWritten(std::uint64_t edition);
@@ -417,7 +418,8 @@ class PLFriendsManager : public Object,
   std::optional<Array> _storedTitles;   // as last read or written by this process
   std::uint64_t _titlesEdition = 0;     // of the titles that were last given to the save queue
   std::uint64_t _writtenTitlesEdition = 0;
-  bool _titlesMoved = false;  // with a removed group, and not given to the save queue yet
+  bool _titlesMoved = false;     // with a removed group, and not given to the save queue yet
+  bool _titleLoadIsDue = false;  // others changed titles while own ones were under way
   std::uint64_t _publishedListVersion = 0;
   std::optional<std::string> _serviceName;
   DestinationSet _highPriorityDestinations;                            // while there are any, no batch query starts

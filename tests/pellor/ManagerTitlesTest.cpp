@@ -95,15 +95,20 @@ TEST_F(ManagerTitlesTest, ACleanUpOfAReloadTakesTitlesAlong) {
 }
 
 TEST_F(ManagerTitlesTest, TitlesThatCouldNotBeWrittenFollowTheirPages) {
-  auto a = launchWith("Ann,-|Bob,-|Cy,-", {});
+  auto a = launchWith("Ann,-|Bob,-|Cy,-", {"Family"});
   world.preferences().failWrites(3);
-  a->setTitle(1, "Work");
+  a->setTitle(0, "Home");
+  a->setTitle(2, "Work");
   a->run([&] { a->manager().saveFriendGroupTitles(); });
+  world.bus().post(PLFriendGroupTitleChangedExternallyNotification);
   scheduler->runUntilQuiet();
-  a->remove(0, 0);
+  a->remove(1, 0);
+  while (storedTitles() != "Home|Work|-") ASSERT_TRUE(scheduler->step());
+  EXPECT_EQ(stored(2), "Ann,-|Cy,-|-,-");
+  // What others wrote after that is what they had posted.
+  storeTitles({"Friends"});
   rest();
-  EXPECT_EQ(stored(2), "Bob,-|Cy,-|-,-");
-  EXPECT_EQ(storedTitles(), "Work|-|-");
+  EXPECT_EQ(a->titles(), "Friends|Work|-");
 }
 
 // Whatever runs first on the save queue, older titles never follow newer ones, and a list never has other titles.
