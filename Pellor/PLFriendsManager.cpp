@@ -797,9 +797,10 @@ void PLFriendsManager::syncFriendGroup(const std::shared_ptr<PLFriendGroup>& gro
                           position, *groupIndex);
   }
   _firstGroupThatMayHaveRoom = std::min(_firstGroupThatMayHaveRoom, *groupIndex);
+  // Before the save, which takes the new group's slots along.
+  if (_shouldAddEmptyGroup()) _addEmptyGroup();
   if (differs) _markLayoutChanged();
   if (_needsFriendListSync) save();
-  if (_shouldAddEmptyGroup()) _addEmptyGroup();
   _checkInvariants();
 }
 

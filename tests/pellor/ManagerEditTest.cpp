@@ -177,13 +177,16 @@ TEST_F(ManagerEditTest, SynchronisingAGroupLogsWhoWentWhereAndPostsNothing) {
   // A friend in the last group calls for one more group, an emptied one stays.
   auto b = launchWith("Ann,-|-,-");
   b->run([&] {
-    b->group(1)->setFriends({b->friendAt(0, 0), nullptr});
+    const auto ann = b->friendAt(0, 0);
     b->group(0)->setFriends({nullptr, nullptr});
     b->manager().syncFriendGroup(b->group(0));
+    b->group(1)->setFriends({ann, nullptr});
     b->manager().syncFriendGroup(b->group(1));
   });
   EXPECT_EQ(b->list(), "-,-|Ann,-|-,-");
   EXPECT_EQ(b->person("Ann"), b->friendAt(1, 0));
+  rest();
+  EXPECT_EQ(stored(2), b->list());
 }
 
 TEST_F(ManagerEditTest, AGroupThatTheManagerNoLongerHoldsReportsToNobody) {
