@@ -61,7 +61,7 @@ class PreferencesStore {
   virtual bool synchronize(std::string_view domain) = 0;
 
   /// Puts a damaged value aside: makes a dated copy of its bytes beside the store and gives the last value of the key
-  /// that was written whole. The value itself stays until it is written over.
+  /// that was written whole, none after its removal. The value itself stays until it is written over.
   virtual PutAside putAside(std::string_view key, std::string_view domain) = 0;
 
   /// One value of the process's own defaults for a domain, which are not shared and not synchronised; absent when

@@ -251,8 +251,9 @@ void InMemoryPreferences::put(std::string_view key, const std::optional<Value>& 
   if (value) {
     changed.insert_or_assign(std::string(key), *value);
     _lastGood.insert_or_assign(Name(domain, key), *value);
-  } else if (const auto found = changed.find(key); found != changed.end()) {
-    changed.erase(found);
+  } else {
+    changed.erase(std::string(key));
+    _lastGood.erase(Name(domain, key));
   }
   _contents[std::string(domain)] = std::make_shared<const Content>(std::move(changed));
 }

@@ -47,7 +47,7 @@ class InMemoryPreferences : public std::enable_shared_from_this<InMemoryPreferen
   /// Changes a stored value behind the store's back: the last good copy stays as it was. Give data for bytes that do
   /// not decode, any other value for one of a wrong type.
   void damage(std::string_view key, Value content, std::string_view domain);
-  /// The last value of the key that was written whole.
+  /// The last value of the key that was written whole; absent when the key was removed since.
   std::optional<Value> lastGoodValue(std::string_view key, std::string_view domain) const;
   /// All copies that were put aside, oldest first.
   std::vector<PutAsideCopy> putAsideCopies() const;

@@ -181,6 +181,9 @@ TYPED_TEST_P(PreferencesStoreContract, ADamagedValueIsGivenAsItIsAndPutAside) {
   EXPECT_TRUE(store->synchronize(ContractDomain));
   EXPECT_EQ(this->valueIn(*this->_stores.open(), "list"), Value(Array{}));
   EXPECT_EQ(store->putAside("list", ContractDomain).lastGood, Value(Array{}));
+  store->setValue("list", std::nullopt, ContractDomain);
+  EXPECT_TRUE(store->synchronize(ContractDomain));
+  EXPECT_EQ(store->putAside("list", ContractDomain).lastGood, std::nullopt);
 
   const PutAside nothing = store->putAside("never set", ContractDomain);
   EXPECT_FALSE(nothing.kept);
