@@ -81,6 +81,14 @@ TEST_F(FriendGroup, FillsFromTheLowestEmptySlotUntilItIsFull) {
   EXPECT_THAT(live, ElementsAre(cid, bob));
 }
 
+TEST_F(FriendGroup, WithoutSlotsIsAlwaysFull) {
+  EXPECT_EQ(PLFriendGroup::init()->groupSize(), 10U);
+  const auto group = PLFriendGroup::initWithGroupSize(0);
+  EXPECT_TRUE(group->isFull());
+  group->addFriend(ann, error);
+  EXPECT_EQ(error, PLFriendGroupErrorCapacityReached);
+}
+
 TEST_F(FriendGroup, SetsReplacesAndEmptiesSlots) {
   const auto group = PLFriendGroup::initWithDelegateGroupSize(delegate, 3);
   group->setFriendAtPosition(ann, 1, error);
@@ -160,6 +168,9 @@ TEST_F(FriendGroup, AnnouncesNewTitles) {
   EXPECT_EQ(postsAfter("Family"), 0U);
   EXPECT_EQ(postsAfter(""), 1U);
   EXPECT_EQ(postsAfter(std::nullopt), 1U);
+  PLFriendGroup::init()->setTitle("Gone");
+  settle();
+  EXPECT_EQ(posts.all().back().object, nullptr);
 }
 
 TEST_F(FriendGroup, IsCalledByItsTitleElseByItsFriends) {
@@ -167,10 +178,10 @@ TEST_F(FriendGroup, IsCalledByItsTitleElseByItsFriends) {
   const auto name = [&] { return group->displayNameForGroupWithSeparator(", "); };
   EXPECT_EQ(name(), std::nullopt);
   group->setFriends(
-      {reachableBy("bob@example.org"), EmptySlot, ann, reachableBy("+49301234567"), cid, PLPerson::init()});
-  EXPECT_EQ(name(), "Ann, Cid, bob, 0301234567");
+      {reachableBy("+49301234567"), EmptySlot, ann, reachableBy("bob@home@example.org"), cid, PLPerson::init()});
+  EXPECT_EQ(name(), "Ann, Cid, 0301234567, bob");
   group->setTitle("");
-  EXPECT_EQ(name(), "Ann, Cid, bob, 0301234567");
+  EXPECT_EQ(name(), "Ann, Cid, 0301234567, bob");
   group->setTitle("Family");
   EXPECT_EQ(name(), "Family");
 }

@@ -242,16 +242,5 @@ TEST_F(ManagerEditTest, PositionsOfFriendsAndOfStrangers) {
   });
 }
 
-TEST_F(ManagerEditTest, TheTwentiethGroupIsTheLast) {
-  setGroups(20, 1);
-  std::vector<std::string> names;
-  for (int number = 0; number < 21; ++number) names.push_back("Friend" + std::to_string(number));
-  contacts(names);
-  auto a = launchWith("-");
-  for (int number = 0; number < 20; ++number) EXPECT_TRUE(a->add(names[static_cast<std::size_t>(number)]));
-  EXPECT_EQ(a->manager().friendGroups().size(), 20U);
-  EXPECT_FALSE(a->add(names[20]));
-}
-
 }  // namespace
 }  // namespace pellor

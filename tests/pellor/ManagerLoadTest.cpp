@@ -174,6 +174,13 @@ TEST_F(ManagerLoadTest, GroupsComeAndGoWithTheStoredList) {
     setSetting(PLEmptyTrailingGroupEnabledKey, row.trailing);
     auto a = launch();
     EXPECT_EQ(a->list(), row.expected);
+    a->add("Dan");
+    rest();
+    const std::string edited = a->list();
+    postListChanged();
+    rest();
+    EXPECT_EQ(a->list(), edited);
+    EXPECT_EQ(launch()->list(), edited);
     a->kill();
   }
 }
@@ -210,6 +217,10 @@ TEST_F(ManagerLoadTest, SlotsBehindTheLastGroupComeToLight) {
   a->add("Eve");
   EXPECT_EQ(a->list(), "Bob,eve@example.org|Cy,-");
   rest();
+  EXPECT_EQ(stored(2), "Bob,?|Cy,-|Dan,-");
+  postListChanged();
+  rest();
+  EXPECT_EQ(a->list(), "Bob,eve@example.org|Cy,-");
   EXPECT_EQ(stored(2), "Bob,?|Cy,-|Dan,-");
 }
 

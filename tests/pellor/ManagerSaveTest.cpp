@@ -304,20 +304,5 @@ TEST(ManagerThreadsTest, TheLastReferenceMayDropOnAWorker) {
   EXPECT_THAT(log->messages(), IsEmpty());
 }
 
-TEST_F(ManagerSaveTest, AnEditBetweenFailuresIsWrittenWithWhatFailed) {
-  auto a = launchWith("Ann,-");
-  auto b = launch();
-  rest();
-  world.preferences().failWrites(4);
-  for (const char* name : {"Bob", "Cy", "Dan"}) {
-    a->add(name);
-    scheduler->runUntilQuiet();
-  }
-  a->remove(0, 0);
-  rest();
-  EXPECT_EQ(stored(2), "-,Bob|Cy,Dan|-,-");
-  EXPECT_EQ(b->list(), "-,Bob|Cy,Dan|-,-");
-}
-
 }  // namespace
 }  // namespace pellor
