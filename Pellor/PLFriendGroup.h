@@ -43,7 +43,8 @@ class PLFriendGroupDelegate {
 };
 
 /// A fixed number of slots, numbered from 0, each with a friend or `EmptySlot`; a title; and a position that the user
-/// interface remembers. A group saves nothing: its delegate does. Main queue; elsewhere fatal in debug builds.
+/// interface remembers. A group saves nothing and posts nothing but titles: its delegate does. Main queue; elsewhere
+/// fatal in debug builds.
 class PLFriendGroup : public Object, public std::enable_shared_from_this<PLFriendGroup> {
   struct Passkey {};
 
@@ -67,6 +68,7 @@ class PLFriendGroup : public Object, public std::enable_shared_from_this<PLFrien
   bool containsFriend(const std::shared_ptr<PLPerson>& person) const;
   /// How many slots hold a friend.
   std::uint64_t count() const;
+  /// Whether no slot is empty.
   bool isFull() const;
   /// How many slots there are.
   std::uint64_t groupSize() const { return _groupSize; }
@@ -79,8 +81,8 @@ class PLFriendGroup : public Object, public std::enable_shared_from_this<PLFrien
 
   // --- Changes, reported to the delegate ---
 
-  /// Puts a friend into the lowest empty slot. `error` becomes PLFriendGroupErrorNone or, when nothing was changed,
-  /// PLFriendGroupErrorCapacityReached.
+  /// Puts a friend into the lowest empty slot; null leaves that slot empty, and is reported. `error` becomes
+  /// PLFriendGroupErrorNone or, when nothing was changed, PLFriendGroupErrorCapacityReached.
   void addFriend(const std::shared_ptr<PLPerson>& person, std::uint32_t& error);
   /// Puts a friend into a slot in place of what is there, or empties the slot when `person` is null. `error` becomes
   /// PLFriendGroupErrorNone or, when nothing was changed, PLFriendGroupErrorOutOfRange.
@@ -94,14 +96,16 @@ class PLFriendGroup : public Object, public std::enable_shared_from_this<PLFrien
   /// later read of a missing slot ends the program.
   void setFriends(std::vector<std::shared_ptr<PLPerson>> friends);
 
+  /// Absent when there is none.
   std::optional<std::string> title() const;
   /// Posts PLFriendGroupTitleChangedNotification when the title is another one than before; absent takes it away.
   void setTitle(std::optional<std::string> title);
   std::uint64_t selectedPosition() const;
-  /// Any number: it is kept, not checked.
+  /// Any number, 0 at first: it is kept, not checked.
   void setSelectedPosition(std::uint64_t position);
   /// Null when there is none any more.
   std::shared_ptr<PLFriendGroupDelegate> delegate() const;
+  /// Held weakly. Without one changes are reported to nobody.
   void setDelegate(std::weak_ptr<PLFriendGroupDelegate> delegate);
 
  private:

@@ -97,19 +97,24 @@ class PLFriendsManager : public Object,
   static std::shared_ptr<PLFriendsManager> managerForDomain(const std::string& domain);
 
   // Settings for managers that are made later, in practice in other processes or after a restart: each writes its key
-  // of `domain` and synchronises it; no live manager is touched. True when it is written. Main queue.
+  // of `domain` and synchronises it; no live manager is touched and nothing is posted. True when it is written.
+  // Main queue.
+  /// How many groups a list may have: taken as it stands, 20 when absent.
   static bool setMaxGroupCountDomain(std::uint64_t count, const std::string& domain);
   /// Slots per group, 1 to 65,536; others are stored as given, and read as the default of 12.
   static bool setGroupSizeDomain(std::uint64_t size, const std::string& domain);
+  /// Whether an empty group is kept behind the last one that holds a friend.
   static bool setEnableEmptyTrailingGroupDomain(bool enable, const std::string& domain);
+  /// Whether managers begin with refreshing enabled.
   static bool setRefreshAgainstContactsOnInitEnabledDomain(bool enable, const std::string& domain);
+  /// The cross-process names, which may be the same; the empty one is read as the built-in name.
   static bool setFriendsChangedExternallyNotificationNameDomain(const std::string& name, const std::string& domain);
   static bool setFriendGroupTitleChangedExternallyNotificationNameDomain(const std::string& name,
                                                                          const std::string& domain);
 
   /// A manager outside the registry. `domain` absent: TapnoteDomain. Reads the settings once, observes the contacts,
-  /// the persons and the two cross-process names, loads the list and the titles. The last reference may be dropped on
-  /// any thread: the manager ends on the main queue, its observers first.
+  /// the persons and the two cross-process names, loads the list and the titles, posts what that changed. The last
+  /// reference may be dropped on any thread: the manager ends on the main queue, its observers first.
   static std::shared_ptr<PLFriendsManager> initWithDomain(const std::optional<std::string>& domain);
   PLFriendsManager(Passkey, Process& process, std::string domain);
   ~PLFriendsManager() override;
@@ -117,24 +122,30 @@ class PLFriendsManager : public Object,
   const std::string& domain() const { return _domain; }
   /// Whether the store has answered, so that there is a list.
   bool isLoaded() const { return _didCompleteInitialLoading; }
+  /// How many slots each group has, and how many groups there may be.
   std::uint64_t groupSize() const { return _maxFriendsPerGroup; }
   std::uint64_t maxGroupCount() const { return _maxFriendGroups; }
 
   /// The groups in order: the live array, which changes with the next edit.
   const std::vector<std::shared_ptr<PLFriendGroup>>& friendGroups() const { return _friendGroups; }
 
-  /// Loads the stored list again and reports what differs. Logs, posts the change notification if anything changed.
+  /// Loads the stored list again. Logs; posts the change notification if friends changed, and
+  /// PLFriendsManagerGroupListChanged if groups vanished or an empty one was added. A store that cannot be read changes
+  /// nothing: it is asked again.
   void reloadFriendList();
 
   /// Asks for a write of the list and returns at once; the write happens on the save queue, where it costs nothing when
-  /// nothing changed. After it every process, but for this one, reloads. A write that fails is tried again.
+  /// nothing changed. After it the list-changed name is posted to all processes, and every manager but this one
+  /// reloads. A write that fails is tried again.
   void save();
   /// Writes the titles of all groups as they are now and returns at once; ignored while the store has not answered.
   /// Posts nothing, unless a write that failed or a removed group makes the titles go out with the list.
   void saveFriendGroupTitles();
-  /// Tells other readers of the domain that stored destinations are in canonical form. Returns at once.
+  /// Tells other readers of the domain that stored destinations are in canonical form. Returns at once, posts nothing;
+  /// a write that fails is tried again.
   void markFriendListAsNormalized();
 
+  /// Whether refreshing is enabled, see `setRefreshAgainstContactsEnabled`.
   bool isRefreshAgainstContactsEnabled() const { return _refreshAgainstContactsEnabled; }
   /// Whether the last load found differences.
   bool didLastLoadHaveChanges() const { return _lastLoadHadChanges; }
@@ -161,15 +172,20 @@ class PLFriendsManager : public Object,
   /// The index of the person's group. 1, not `NotFound`, for a person in no slot: ask `isPersonFriend` first.
   std::uint64_t groupIndexContainingFriend(const std::shared_ptr<PLPerson>& person) const;
   /// Copies a group's slots, after `setFriends:` of the group, into the list, and saves if anything differs. Records
-  /// and posts no change; adds an empty trailing group where one is due. Ignored for a group that is not of this
-  /// manager.
+  /// and posts no change; adds an empty trailing group where one is due, and posts that. Ignored for a group that is
+  /// not of this manager. Until it is called the manager does not look at what the group was given.
   void syncFriendGroup(const std::shared_ptr<PLFriendGroup>& group);
-  /// Removes the empty groups but the last one, and saves if there were any.
+  /// Removes the empty groups but the last one. If there were any, posts PLFriendsManagerGroupListChanged for each, and
+  /// saves.
   void purgeEmptyFriendGroups();
 
-  // What groups report. Ignored for a group that is not of this manager.
+  // What groups report: each is taken over into the list and the change log, and the change notification is posted.
+  // Ignored for a group that is not of this manager and for a position that it does not have.
+  /// Adds an empty trailing group where one is due. Saves.
   void friendGroupDidSetFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
                                          const std::shared_ptr<PLPerson>& person, std::uint64_t position) override;
+  /// A group that held nobody else is removed with its slots, unless there may be one group alone. For a null person
+  /// only the slot is emptied: no group is removed, nothing is recorded or posted. Saves.
   void friendGroupDidRemoveFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
                                             const std::shared_ptr<PLPerson>& person, std::uint64_t position) override;
   /// Takes over the order of the group's slots, after `setFriends:` of the group, and reports each of `friends` as

@@ -3,7 +3,8 @@
 // Ordering: tasks of one serial queue run one at a time in the order in which they were queued, and each happens before
 // the next. On a concurrent queue adjacent reads may run side by side, a barrier runs alone, and no read overtakes a
 // barrier that was queued before it. Queues are strands on a small worker pool, never threads; in a simulation one seed
-// decides which ready task of which queue runs next.
+// decides which ready task of which queue runs next. No queue has priority over another: a save that
+// blocks keeps one worker of at least two.
 #pragma once
 
 #include <functional>
