@@ -55,8 +55,8 @@ TEST(Commands, AddRemoveAndMove) {
   const Home home;
   addPeople(home);
   tell(home, {
-                 {{}, 0, "Page 1: Favorites\n 1 AL Ann Lee"},
-                 {{"list"}, 0, "2    (empty)"},
+                 {{}, 0, "Page 1: Favorites\n 1 + AL Ann Lee"},
+                 {{"list"}, 0, "2      (empty)"},
                  {{"add", "anna"}, 0, "added Anna Berg (1:2)"},
                  {{"add", "ANNA BERG"}, 1, "Anna Berg is a friend already (1:2)"},
                  {{"add", "+49 30 765 43 21"}, 1, "Anna Berg is a friend already (1:2)"},
@@ -83,7 +83,7 @@ TEST(Commands, AddRemoveAndMove) {
                  {{"remove", "anna", "stranger"}, 1, "stranger"},
                  {{"remove", "anna", "1:5"}, 2, "Anna Berg is named twice"},
                  {{"remove", "ann lee", "0151 234 56789"}, 0, "removed Ann Lee (1:2)\nremoved 01512 3456789 (1:4)\n"},
-                 {{"list"}, 0, " 5 AB Anna Berg"},
+                 {{"list"}, 0, " 5 + AB Anna Berg"},
              });
 }
 
@@ -107,10 +107,30 @@ TEST(Commands, WhatBelongsToPagesAndFriends) {
                  {{"meta", "anna", "colour"}, 1, "no metadata"},
                  {{"move", "ann lee", "2:2"}, 0, "(2:2)"},
                  {{"purge"}, 0, "removed 1 empty page\n"},
-                 {{"list"}, 0, "Page 1: Family\n 1 AB Anna Berg"},
+                 {{"list"}, 0, "Page 1: Family\n 1 + AB Anna Berg"},
                  {{"find", "+49307654321"}, 0, "Anna Berg (friend, 1:1)\n"},
                  {{"find", "mailto:zoe@example.org"}, 0, "Zoë Marsh (contact, "},
              });
+}
+
+// The platform answers no queries, so the library's own answer comes, after its five seconds.
+TEST(Commands, WhoIsReachable) {
+  const Home home;
+  addPeople(home);
+  const std::string everybody = "not checked, so everybody counts as reachable: ";
+  tell(home,
+       {
+           {{"add", "anna"}, 0, "(1:2)"},
+           {{"status"}, 0, everybody + "no messaging service is named (--service)\n+ Ann Lee (1:1): reachable\n"},
+           {{"status", "anna", "--requery"}, 0, everybody},
+           {{"status", "--service", "Notes"}, 0, "? Ann Lee (1:1): not asked yet\n? Anna Berg (1:2): not asked yet\n"},
+           {{"list", "--service", "Notes"}, 0, " 1 ? AL Ann Lee"},
+           {{"status", "anna", "1:1", "--service", "Notes", "--requery"},
+            0,
+            "+ Anna Berg (1:2): reachable at 030 7654321\n+ Ann Lee (1:1): reachable at "},
+           {{"status", "stranger"}, 1, "no friend is called \"stranger\""},
+           {{"status", "--service", ""}, 2, "--service"},
+       });
 }
 
 TEST(Commands, ContactsFavoritesAndSettings) {
@@ -179,7 +199,8 @@ TEST(Commands, AnswerInJson) {
   const Home home;
   addPeople(home);
   const std::vector<std::pair<Arguments, const char*>> cases = {
-      {{}, "/pages/0/slots/0/destinations/1"},
+      {{}, "/pages/0/slots/0/status"},
+      {{"status", "--service", "Notes", "--requery"}, "/friends/0/reachableDestinations/1"},
       {{"add", "anna"}, "/added/0/friend/guid"},
       {{"move", "anna", "1:1"}, "/moved/1/slot"},
       {{"find", "+49307654399"}, "/contacts/0/linkedGuids/0"},
