@@ -199,7 +199,6 @@ void PLFriendsManager::_start() {
                     _friendGroupTitleChangedExternallyNotificationName);
     _observesBus = true;
   }
-  _createEmptyFriendList();
   _loadFriendList();
 }
 
@@ -281,13 +280,11 @@ void PLFriendsManager::_loadFriendList() {
   const StoredList found = _copyStoredList(elements);
   if (found == StoredList::unreadable) {
     _storeIsUnreadable = true;
-    if (!_didCompleteInitialLoading) {
-      _friendList.clear();
-      _forgetGroupsFrom(0);
-    }
     _retryLoadLater();
     return;
   }
+  // Not before the store has answered: until then there are no groups to tell of.
+  if (!_didCompleteInitialLoading) _createEmptyFriendList();
   const bool couldNotBeRead = _storeIsUnreadable.exchange(false);
   _loadRetryPause = kFirstRetryPause;
   _loadRetryTimer = nullptr;

@@ -421,6 +421,7 @@ TEST_P(DamagedListTest, WhatCannotBeKeptIsNotWrittenOver) {
   a->run([&] { a->manager().saveFriendGroupTitles(); });
   advance(100);
   EXPECT_FALSE(a->manager().isLoaded());
+  EXPECT_THAT(a->takeNotifications(), IsEmpty());
   EXPECT_EQ(world.preferences().writeCount(), 0U);
   world.preferences().setPutAsideFails(false);
   rest();
