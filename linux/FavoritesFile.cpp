@@ -150,10 +150,23 @@ FavoriteEntry FavoritesFile::entry(AddressBook& addressBook, const Line& line) {
   return result;
 }
 
+// Such as a contact that is gone, or a name written where the GUID belongs.
+void FavoritesFile::reportUnreachable(const Line& line) {
+  _log.log("favorite %@ is left out: it has no contact, no number and no address",
+           redactable(line.name.empty() ? line.guid : line.name));
+}
+
 std::vector<FavoriteEntry> FavoritesFile::favoriteEntries() {
   std::vector<FavoriteEntry> entries;
   _addressBook->performWithAddressBook([&](AddressBook& addressBook) {
-    for (const Line& line : lines().value_or(std::vector<Line>())) entries.push_back(entry(addressBook, line));
+    for (const Line& line : lines().value_or(std::vector<Line>())) {
+      FavoriteEntry found = entry(addressBook, line);
+      if (found.abRecordID == InvalidRecordID && found.value.empty()) {
+        reportUnreachable(line);
+      } else {
+        entries.push_back(std::move(found));
+      }
+    }
   });
   return entries;
 }

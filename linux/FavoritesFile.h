@@ -39,7 +39,8 @@ class FavoritesFile final : public FavoritesSource {
   explicit FavoritesFile(std::shared_ptr<VdirAddressBook> addressBook);
 
   /// A favorite belongs to the contact with its GUID, else to the first one that has its value. Name and value that are
-  /// unknown are the contact's. A file that cannot be read gives none and is named on the log, once.
+  /// unknown are the contact's. One with neither contact nor value is left out, and the log says so. A file that cannot
+  /// be read gives none and is named on the log, once.
   std::vector<FavoriteEntry> favoriteEntries() override;
 
   /// The favorites as they would be written; absent when the file cannot be read.
@@ -59,6 +60,7 @@ class FavoritesFile final : public FavoritesSource {
   FavoriteEntry entry(AddressBook& addressBook, const Line& line);
   bool write(const Content& content);
   void report(const std::string& problem);
+  void reportUnreachable(const Line& line);
 
   const std::shared_ptr<VdirAddressBook> _addressBook;
   const std::filesystem::path _file;

@@ -11,7 +11,7 @@ namespace pellor {
 
 struct FavoriteEntry {
   std::string displayName;
-  std::string value;                          ///< the phone number or e-mail address that the favorite dials or mails
+  std::string value;  ///< the phone number or e-mail address that it dials or mails; empty only with a record
   std::int32_t abRecordID = InvalidRecordID;  ///< the record of the contact; InvalidRecordID when there is none
   friend bool operator==(const FavoriteEntry&, const FavoriteEntry&) = default;
 };
