@@ -9,6 +9,7 @@
 //
 // Threads: a person is used on the main queue of the process that made it, but for the metadata and the save flag (any
 // thread) and `dictionaryRepresentation` (any thread: the save queue calls it while the main queue edits).
+// Notifications: an operation that posts one says so.
 #pragma once
 
 #include <atomic>
@@ -60,21 +61,26 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
 
  public:
   // --- 1  Creation ---
+  // A person belongs to the current process. Creation announces no change; what it takes from an address book marks the
+  // person as needing a save.
 
   /// A person of whom nothing is known, linked with no record.
   static std::shared_ptr<PLPerson> init();
-  /// The person that a stored form describes. The address book is not asked.
+  /// The person that a stored form describes, read as by `updateFromDictionaryRepresentation`. The address book is not
+  /// asked.
   static std::shared_ptr<PLPerson> initWithDictionaryRepresentationAddressBook(const PersonDictionary& dictionary,
                                                                                AddressBook* addressBook);
   /// A person with these destinations as they are, reconciled with the address book; null: kept unlinked.
   static std::shared_ptr<PLPerson> initWithDestinationsAddressBook(const std::vector<std::string>& destinations,
                                                                    AddressBook* addressBook);
-  /// The person of a record. For a GUID that names no record it has this GUID and nothing else.
+  /// The person of a record. For a GUID that names no record, and with a null handle, it has this GUID and neither name
+  /// nor destinations.
   static std::shared_ptr<PLPerson> initWithABRecordGUIDAddressBook(const std::string& guid, AddressBook* addressBook);
-  /// The person behind a favorite: the one of its record or, when that is not there, one with the favorite's name and
-  /// value.
+  /// The person behind a favorite: the one of its record or, when that is not there or the handle is null, one with the
+  /// favorite's name and value.
   static std::shared_ptr<PLPerson> initWithFavoriteAddressBook(const FavoriteEntry& favorite, AddressBook* addressBook);
-  /// The person in a keyed archive.
+  /// The person in a keyed archive. What the archive lacks, or holds as another type, is absent; the record identifier
+  /// is 0 then. Marks nothing.
   static std::shared_ptr<PLPerson> initWithCoder(const KeyedDecoder& decoder);
 
   explicit PLPerson(Passkey);
@@ -90,23 +96,26 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// Whether there is a name of at least one character.
   bool hasName() const;
   /// The first phone number or, without one, the first e-mail address; absent when there is none. Kept from the first
-  /// time that it is asked for until reconciliation changes the destinations.
+  /// time that it is asked for until reconciliation changes the destinations or finds another record.
   std::optional<std::string> primaryDestination() const;
   /// All destinations; null when they were never set. The set stays as it is when the person changes.
   std::shared_ptr<const DestinationSet> allValues() const;
+  /// The number of destinations, 0 when they were never set.
   std::uint64_t allValuesCount() const;
-  /// The monogram.
+  /// The monogram; absent or empty when there is none.
   std::optional<std::string> initials() const;
-  /// The unique identifier of the linked record. An empty one counts as absent wherever persons are compared.
+  /// The unique identifier of the linked record; absent without a link. An empty one counts as absent wherever persons
+  /// are compared: strangers are nobody's duplicates.
   std::optional<std::string> abRecordGUID() const;
-  /// The identifier of the database that the link belongs to.
+  /// The identifier of the database that the link belongs to; absent when no database was asked yet.
   std::optional<std::string> abDatabaseUID() const;
   /// Always false.
   bool hasUnreadMessages() const { return _hasUnreadMessages; }
 
   /// The caller's preference for replies to this friend, which the library keeps and does not interpret.
   std::optional<std::string> preferredReplyAs() const;
-  /// Marks the person and posts PLPersonValuesChangedNotification when the preference is another one than before.
+  /// Absent: none is preferred. Marks the person and posts PLPersonValuesChangedNotification when the preference is
+  /// another one than before.
   void setPreferredReplyAs(std::optional<std::string> preferredReplyAs);
 
   /// Whether `other` is the same friend: it has the same GUID, or shares a destination even if the GUIDs differ. False
@@ -116,20 +125,24 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// Whether a stored form describes this person: it has the same GUID or, when neither has one, shares a destination.
   bool isEqualToDictionaryRepresentation(const PersonDictionary& dictionary) const;
 
-  /// Class, address, display name and primary destination, for log lines. Private information.
+  /// Class, address, display name and primary destination, for log lines; what is absent reads "(null)". Private
+  /// information.
   std::string description() const;
 
   // --- 3  Persisted forms ---
 
-  /// The form that the friend list stores. Any thread: it has what the last edit that ended published, and the metadata
-  /// of all writes queued before the call.
+  /// The form that the friend list stores, without what is absent, but for the monogram, which is empty then. Any
+  /// thread: it has what the last edit that ended published, and the metadata of all writes queued before the call.
   PersonDictionary dictionaryRepresentation() const;
   /// Takes over a stored form and tells whether anything changed. What the form lacks, or holds as another type, is
-  /// cleared; an absent record identifier reads as 0. Posts nothing but a lost link.
+  /// cleared; an absent record identifier reads as 0, an absent monogram is made from the name. Destinations that are
+  /// other ones now and had to be corrected mark the person. Posts PLPersonUnlinkedFromAddressBookNotification when a
+  /// GUID is replaced or cleared, and nothing else.
   bool updateFromDictionaryRepresentation(const PersonDictionary& dictionary);
 
+  /// Always true: of an archive only the classes that a key allows are read.
   static bool supportsSecureCoding() { return true; }
-  /// Archives the person. The reply preference is not part of it.
+  /// Archives the person, without what is absent. The reply preference is not part of it.
   void encodeWithCoder(KeyedEncoder& encoder) const;
 
   /// Whether the person changed since it was last taken for a save. Any thread.
@@ -138,15 +151,16 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// reads the data. Nothing else clears it, but for a load that finds a looked-up person stored as it is. Reading a
   /// stored form does not, even one with nothing to correct: the flag may stand for an edit that no save has seen yet.
   bool needsSave() const { return _needsSave.load(std::memory_order_acquire); }
-  /// Sets the flag. Any thread.
+  /// Sets or clears the flag. Any thread.
   void setNeedsSave(bool needsSave);
   /// Clears the flag and tells whether it was set: for a save, which sets it again if it fails. Any thread.
   bool takeNeedsSave() { return _needsSave.exchange(false, std::memory_order_acquire); }
 
   // --- 4  Metadata ---
-  // Any thread. Writes are queued, marks and notification included, and do nothing when the person is gone by then;
-  // every one counts as a change, even if it changes nothing. A read sees all writes that were queued before it. Fatal
-  // from a task of the metadata queue.
+  // Any thread. A write is queued: it changes the metadata, marks the person and posts
+  // PLPersonValuesChangedNotification, or does nothing when the person is gone by then. Every one counts as a change,
+  // even if it changes nothing. A read sees all writes that were queued before it. Reads are fatal from a task of the
+  // metadata queue.
 
   /// The queue of the metadata of all persons of the current process.
   static ConcurrentQueue& sharedMetadataQueue();
@@ -158,15 +172,20 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   void setMetadataValueForKey(std::optional<Value> value, const std::string& key);
   /// Sets all entries of the dictionary, in place of those with the same keys.
   void addMetadataEntriesFromDictionary(const Dictionary& dictionary);
+  /// Removes all entries.
   void removeAllMetadataValues();
 
   // --- 5  Address book ---
 
   /// Brings the person in line with the address book: with the record that its GUID names, else with the record that
-  /// fits its name and destinations best; when there is none it is unlinked and keeps both. Marks the person and posts
-  /// PLPersonValuesChangedNotification when anything changed. Null: nothing happens.
+  /// fits its name and destinations best; when there is none it is unlinked and keeps both. Null: nothing happens.
+  ///
+  /// Posts PLPersonUnlinkedFromAddressBookNotification when the GUID is replaced or cleared. When anything changed,
+  /// marks the person and posts PLPersonValuesChangedNotification. A record found again that says what the person says
+  /// already changes nothing: two processes would tell each other of it for ever.
   void refreshWithAddressBook(AddressBook* addressBook);
-  /// The record that the GUID names; null when there is none, no GUID or no handle.
+  /// The record that the GUID names, to be used while the handle is open; null when there is none, no GUID or no
+  /// handle.
   RecordRef copyABPersonWithAddressBook(AddressBook* addressBook) const;
 
   // --- 6  Contact values ---

@@ -1,4 +1,4 @@
-// How well address-book records fit a set of destinations.
+// How well address-book records fit a set of destinations. Any thread, but for what reads records: main queue.
 #pragma once
 
 #include <cstdint>
@@ -32,7 +32,7 @@ class RecordMatchDictionary {
 
 /// The records of an array under their identifiers, each with the destinations of all records that it is linked with;
 /// the first of equal identifiers counts and null elements are skipped. With `followLinks` the record that stands for a
-/// set of linked records takes the place of its members.
+/// set of linked records takes the place of its members; one that is not there leaves them out. Main queue.
 RecordMatchDictionary recordMatchDictionary(std::span<const RecordRef> records, bool followLinks,
                                             AddressBook& addressBook);
 
