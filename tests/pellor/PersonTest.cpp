@@ -6,8 +6,8 @@ namespace pellor {
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::MatchesRegex;
 
 class Person : public OneProcess {
  protected:
@@ -67,7 +67,8 @@ TEST_F(Person, UpdatesSayWhatChangesBeforeItDoes) {
                           after + due + "allValues: {+49301234567, ann@example.org} -> {cid@example.org}",
                           after + due + "_preferredReplyAs: 'me@example.org' -> 'you@example.org'",
                           after + due + "initials: [AB] -> [C]", after + due + "metadata: {color = red} -> {}"));
-  EXPECT_THAT(after, HasSubstr(" [Cid]:+49301234567>")) << "the primary destination is kept";
+  EXPECT_THAT(after, MatchesRegex("<PLPerson: 0x[0-9a-f]+ \\[Cid\\]:\\+49301234567>"))
+      << "the primary destination is kept";
   EXPECT_FALSE(person->needsSave());
 }
 
@@ -105,9 +106,22 @@ TEST_F(Person, MonogramIsDerivedOnlyWhenItIsMissing) {
   EXPECT_EQ(person->initials(), "B");
 }
 
+TEST_F(Person, ANumberComesBeforeAnAddressAndStaysTheFirst) {
+  const auto person = PLPerson::initWithDestinationsAddressBook({"+ann@example.org", "030 1234567"}, nullptr);
+  KeyedArchive unasked;
+  person->encodeWithCoder(unasked);
+  EXPECT_FALSE(unasked.content().contains("pd"));
+  EXPECT_EQ(person->primaryDestination(), "030 1234567") << "as it was given";
+  EXPECT_EQ(person->displayName(), "0301234567");
+  person->updateFromDictionaryRepresentation({{"Name", ""}, {"AllValues", Array{"+ann@example.org"}}});
+  EXPECT_EQ(person->primaryDestination(), "030 1234567");
+  EXPECT_EQ(fromForm(person->dictionaryRepresentation())->displayName(), "+ann@example.org");
+  EXPECT_EQ(PLPerson::init()->displayName(), std::nullopt);
+}
+
 TEST_F(Person, LosingALinkIsAnnounced) {
   Posts posts(process, PLPersonUnlinkedFromAddressBookNotification);
-  auto person = fromForm({{"ABRecordGUID", "old"}, {"ABRecordID", 1}});
+  const auto person = fromForm({{"ABRecordGUID", "old"}, {"ABRecordID", 1}});
   person->updateFromDictionaryRepresentation({{"ABRecordGUID", "new"}, {"ABRecordID", 1}});
   EXPECT_EQ(posts.count(), 0U) << "later, on the main queue";
   settle();
@@ -123,6 +137,11 @@ TEST_F(Person, LosingALinkIsAnnounced) {
   settle();
   EXPECT_EQ(posts.count(), 2U) << "from an empty one to none nothing is lost";
   EXPECT_EQ(person->abRecordGUID(), std::nullopt);
+
+  fromForm({{"ABRecordGUID", "other"}})->updateFromDictionaryRepresentation({});
+  settle();
+  ASSERT_EQ(posts.count(), 3U) << "also of a person that is gone";
+  EXPECT_EQ(posts.all()[2].object, nullptr);
 }
 
 TEST_F(Person, ReplyPreferenceIsAnEdit) {
@@ -246,7 +265,9 @@ TEST_F(Person, DestinationsThatNeedCorrectionAskToBeSaved) {
   for (const auto& one : cases) {
     const auto person = fromForm({{"AllValues", one.stored}});
     EXPECT_THAT(*person->allValues(), ElementsAre("+49301234567"));
-    EXPECT_EQ(person->needsSave(), one.needsSave) << Value(one.stored).description();
+    EXPECT_EQ(person->takeNeedsSave(), one.needsSave) << Value(one.stored).description();
+    person->updateFromDictionaryRepresentation({{"AllValues", one.stored}});
+    EXPECT_FALSE(person->needsSave()) << "they were corrected already";
   }
 }
 

@@ -4,8 +4,11 @@
 namespace pellor {
 namespace {
 
+using testing::Each;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 class Reconciliation : public OneProcess {
  protected:
@@ -26,6 +29,11 @@ class Reconciliation : public OneProcess {
     person->refreshWithAddressBook(book());
     settle();
     EXPECT_EQ(person->needsSave(), changes.count() == posted + 1);
+    for (const LogEntry& line : log->entries()) {
+      EXPECT_EQ(line.operation, "_reconcileCanPostChangeNotificationShouldLogUpdates");
+      const std::string shared = line.text(LogEntry::Private::hidden);
+      for (const char* secret : {"Ann", "@", "+49", "[A"}) EXPECT_THAT(shared, Not(HasSubstr(secret)));
+    }
     return person->needsSave();
   }
 
@@ -62,6 +70,25 @@ TEST_F(Reconciliation, ALinkedFriendFollowsItsRecord) {
   EXPECT_EQ(unlinks.count(), 0U);
 }
 
+TEST_F(Reconciliation, OtherDestinationsDropWhatWasMadeOfTheFormer) {
+  const std::string ann = contacts().add({.guid = "ann", .first = "Ann", .emails = {{"home", "a@x.org"}}});
+  const auto isKept = [&](const DestinationSet& destinations) {
+    KeyedArchive archive({{"pd", "a@x.org"}, {"pnc", 1}, {"eac", 2}, {"abguid", "ann"}});
+    archive.encodeSet("av", destinations);
+    const auto person = PLPerson::initWithCoder(archive);
+    person->refreshWithAddressBook(book());
+    KeyedArchive after;
+    person->encodeWithCoder(after);
+    std::vector<bool> kept;
+    for (const char* key : {"pd", "pnc", "eac"}) kept.push_back(after.content().contains(key));
+    return kept;
+  };
+  EXPECT_THAT(isKept({"a@x.org"}), Each(true));
+  EXPECT_THAT(isKept({"b@x.org"}), Each(false));
+  contacts().change(ann, [](TestContact& contact) { contact.guid = "anna"; });
+  EXPECT_THAT(isKept({"a@x.org"}), Each(false)) << "another record, even with the same ones";
+}
+
 TEST_F(Reconciliation, AnotherDatabaseIsAChangeWithoutALine) {
   const auto person = personOf(contacts().add({.first = "Ann"}));
   contacts().setDatabaseUID("Other");
@@ -92,7 +119,6 @@ TEST_F(Reconciliation, ALostRecordIsFoundAgainByName) {
   EXPECT_EQ(person->dictionaryRepresentation(), form);
   ASSERT_EQ(unlinks.count(), 1U);
   EXPECT_EQ(*unlinks.all()[0].userInfoAs<Dictionary>(), (Dictionary{{"UnlinkedABGUID", "old"}}));
-  EXPECT_EQ(log->entries().size(), 0U);
 }
 
 TEST_F(Reconciliation, AFriendWithoutANameIsSearchedByDestination) {
@@ -110,11 +136,28 @@ TEST_F(Reconciliation, AFriendWithoutANameIsSearchedByDestination) {
   EXPECT_EQ(changes.count() + unlinks.count(), 0U);
 }
 
+TEST_F(Reconciliation, ANameLeadsToWhoStandsForTheSetADestinationToItsHolder) {
+  contacts().link({contacts().add({.guid = "head", .first = "Ann", .emails = {{"", "ann@x.org"}}}),
+                   contacts().add({.guid = "member", .first = "Zoe", .emails = {{"", "zoe@x.org"}}})});
+  const auto found = [&](const PersonDictionary& form) {
+    const auto person = PLPerson::initWithDictionaryRepresentationAddressBook(form, nullptr);
+    person->refreshWithAddressBook(book());
+    return person->abRecordGUID();
+  };
+  EXPECT_EQ(found({{"Name", "Zoe"}, {"AllValues", Array{"zoe@x.org"}}}), "head");
+  EXPECT_EQ(found({{"AllValues", Array{"zoe@x.org"}}}), "member");
+}
+
 TEST_F(Reconciliation, WithoutAMatchTheLinkGoesAndTheRestStays) {
   const std::string ann = contacts().add({.guid = "ann", .first = "Ann", .last = "Bee", .emails = {{"", "a@x.org"}}});
   const auto person = personOf(ann);
   contacts().remove(ann);
   takeLog();
+  const auto observation = process.notificationCenter().addObserver(
+      std::string(PLPersonUnlinkedFromAddressBookNotification), [&](const Notification&) {
+        EXPECT_EQ(changes.count(), 0U) << "told before the change that it is part of";
+        EXPECT_EQ(person->abRecordGUID(), std::nullopt) << "and when that is complete";
+      });
   EXPECT_TRUE(refreshChanges(person));
   EXPECT_THAT(takeLog(),
               ElementsAre("friend needs a full AB lookup, searching with name: Ann Bee",
