@@ -14,47 +14,57 @@ ConcurrentStrand::ConcurrentStrand(Process& process, std::shared_ptr<Scheduler> 
 
 bool ConcurrentStrand::isCurrent() const { return Frame::innermostQueue() == this; }
 
+/// Who runs on the queue may look without the lock: no barrier begins or ends beside a read, nor beside another
+/// barrier.
+bool ConcurrentStrand::isCurrentAlone() const { return isCurrent() && _isBarrierRunning; }
+
 void ConcurrentStrand::async(Task task) { append({.task = std::move(task)}); }
 
 void ConcurrentStrand::asyncBarrier(Task task) { append({.task = std::move(task), .isBarrier = true}); }
 
 void ConcurrentStrand::append(Entry entry) {
   require(entry.task != nullptr, "a task to queue");
-  Lock lock(_mutex);
-  if (isClosed()) {
-    lock.unlock();  // before the captures of the dropped task are destroyed
-    return;
+  HandOn next;
+  {
+    const MutexLock lock(_mutex);
+    if (isClosed()) return;
+    process().taskQueued();
+    _entries.push_back(std::move(entry));
+    next = takeHandOn();
   }
-  process().taskQueued();
-  _entries.push_back(std::move(entry));
-  handOn(lock);
+  handOn(next);
 }
 
 void ConcurrentStrand::sync(const std::function<void()>& read) {
   if (Frame::isInside(*this)) fatal("a synchronous read from outside the tasks of queue " + label());
-  Lock lock(_mutex);
-  if (!_entries.empty() || _isBarrierRunning) waitForPlace(&read, lock);
-  ++_readers;
-  handOn(lock);
+  HandOn next;
+  {
+    const MutexLock lock(_mutex);
+    if (!_entries.empty() || _isBarrierRunning) waitForPlace(&read);
+    ++_readers;
+    next = takeHandOn();
+  }
+  handOn(next);
   {
     const Frame frame(process(), this, Frame::Kind::read);
     read();
   }
-  lock.lock();
-  finish(false, lock);
+  finish(false);
 }
 
 /// Takes a place behind what is queued and returns once it is the first that may start. Until then runs what stands
 /// before it and has not been started.
-void ConcurrentStrand::waitForPlace(const void* waiter, Lock& lock) {
+void ConcurrentStrand::waitForPlace(const void* waiter) {
   _entries.push_back({.task = nullptr, .waiter = waiter});
   ++_waiters;
   while (_entries.front().waiter != waiter || !canStartFirst()) {
     if (_entries.front().waiter || !canStartFirst()) {
-      _changed.wait(lock);
+      _changed.wait(_mutex);
     } else {
-      run(startFirst(), lock);
-      lock.lock();
+      Entry entry = startFirst();
+      const HandOn next = takeHandOn();
+      const MutexUnlock released(_mutex);
+      run(std::move(entry), next);
     }
   }
   --_waiters;
@@ -65,7 +75,7 @@ bool ConcurrentStrand::canStartFirst() const {
   return !_isBarrierRunning && (_readers == 0 || !_entries.front().isBarrier);
 }
 
-bool ConcurrentStrand::needsTurn() {
+bool ConcurrentStrand::needsTurn() const {
   return !_hasTurn && !_entries.empty() && !_entries.front().waiter && canStartFirst();
 }
 
@@ -81,50 +91,64 @@ ConcurrentStrand::Entry ConcurrentStrand::startFirst() {
 }
 
 bool ConcurrentStrand::runNext() noexcept {
-  Lock lock(_mutex);
-  _hasTurn = false;
-  // A waiter may have taken what the turn was asked for.
-  if (_entries.empty() || _entries.front().waiter || !canStartFirst()) return false;
-  run(startFirst(), lock);
+  Entry entry;
+  HandOn next;
+  {
+    const MutexLock lock(_mutex);
+    _hasTurn = false;
+    // A waiter may have taken what the turn was asked for.
+    if (_entries.empty() || _entries.front().waiter || !canStartFirst()) return false;
+    entry = startFirst();
+    next = takeHandOn();
+  }
+  run(std::move(entry), next);
   return true;
 }
 
-/// Comes with the lock held, goes without it.
-void ConcurrentStrand::run(Entry entry, Lock& lock) {
-  handOn(lock);
+void ConcurrentStrand::run(Entry entry, HandOn before) {
+  handOn(before);
   runTask(*this, std::move(entry.task));
-  lock.lock();
-  finish(entry.isBarrier, lock);
+  finish(entry.isBarrier);
   process().taskEnded();
 }
 
-void ConcurrentStrand::finish(bool isBarrier, Lock& lock) {
-  if (isBarrier) {
-    _isBarrierRunning = false;
-  } else {
-    --_readers;
+void ConcurrentStrand::finish(bool isBarrier) {
+  HandOn next;
+  {
+    const MutexLock lock(_mutex);
+    if (isBarrier) {
+      _isBarrierRunning = false;
+    } else {
+      --_readers;
+    }
+    next = takeHandOn();
   }
-  handOn(lock);
+  handOn(next);
 }
 
-/// After a change of what may start: wakes the waiters, asks for a turn, and releases the lock.
-void ConcurrentStrand::handOn(Lock& lock) {
-  const bool wakesWaiters = _waiters > 0;
-  const bool asksForTurn = needsTurn();
-  if (asksForTurn) _hasTurn = true;
-  lock.unlock();
-  if (wakesWaiters) _changed.notify_all();
-  if (asksForTurn) scheduler().submit(asStrand(*this));
+ConcurrentStrand::HandOn ConcurrentStrand::takeHandOn() {
+  const HandOn next{.wakesWaiters = _waiters > 0, .asksForTurn = needsTurn()};
+  if (next.asksForTurn) _hasTurn = true;
+  return next;
+}
+
+void ConcurrentStrand::handOn(HandOn handOn) {
+  if (handOn.wakesWaiters) _changed.notifyAll();
+  if (handOn.asksForTurn) scheduler().submit(asStrand(*this));
 }
 
 void ConcurrentStrand::close(std::vector<Task>& dropped) {
-  Lock lock(_mutex);
-  markClosed();
-  for (Entry& entry : _entries) {
-    if (entry.task) dropped.push_back(std::move(entry.task));
+  HandOn next;
+  {
+    const MutexLock lock(_mutex);
+    markClosed();
+    for (Entry& entry : _entries) {
+      if (entry.task) dropped.push_back(std::move(entry.task));
+    }
+    std::erase_if(_entries, [](const Entry& entry) { return !entry.waiter; });
+    next = takeHandOn();
   }
-  std::erase_if(_entries, [](const Entry& entry) { return !entry.waiter; });
-  handOn(lock);
+  handOn(next);
 }
 
 }  // namespace pellor

@@ -1,12 +1,10 @@
 // The concurrent queue.
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -33,25 +31,30 @@ class ConcurrentStrand final : public ConcurrentQueue, public Strand {
     bool isBarrier = false;
     const void* waiter = nullptr;
   };
-  using Lock = std::unique_lock<std::mutex>;
+  /// What a change of what may start asks for, to be done without the lock.
+  struct HandOn {
+    bool wakesWaiters = false;
+    bool asksForTurn = false;
+  };
 
+  bool isCurrentAlone() const override PELLOR_UNCHECKED;
   void append(Entry entry);
-  bool canStartFirst() const;
-  bool needsTurn();
-  Entry startFirst();
-  void run(Entry entry, Lock& lock);
-  void handOn(Lock& lock);
-  void finish(bool isBarrier, Lock& lock);
-  void waitForPlace(const void* waiter, Lock& lock);
+  bool canStartFirst() const PELLOR_REQUIRES(_mutex);
+  bool needsTurn() const PELLOR_REQUIRES(_mutex);
+  Entry startFirst() PELLOR_REQUIRES(_mutex);
+  HandOn takeHandOn() PELLOR_REQUIRES(_mutex);
+  void waitForPlace(const void* waiter) PELLOR_REQUIRES(_mutex);
+  void handOn(HandOn handOn) PELLOR_EXCLUDES(_mutex);
+  void run(Entry entry, HandOn before) PELLOR_EXCLUDES(_mutex);
+  void finish(bool isBarrier) PELLOR_EXCLUDES(_mutex);
 
-  std::mutex _mutex;
-  std::condition_variable _changed;
-  // Guarded by _mutex.
-  std::deque<Entry> _entries;  // what has not started
-  std::size_t _readers = 0;    // what is running
-  bool _isBarrierRunning = false;
-  bool _hasTurn = false;
-  std::size_t _waiters = 0;  // threads in `sync` that look at the entries
+  Mutex _mutex;
+  Condition _changed;
+  std::deque<Entry> _entries PELLOR_GUARDED_BY(_mutex);  // what has not started
+  std::size_t _readers PELLOR_GUARDED_BY(_mutex) = 0;    // what is running
+  bool _isBarrierRunning PELLOR_GUARDED_BY(_mutex) = false;
+  bool _hasTurn PELLOR_GUARDED_BY(_mutex) = false;
+  std::size_t _waiters PELLOR_GUARDED_BY(_mutex) = 0;  // threads in `sync` that look at the entries
 };
 
 }  // namespace pellor

@@ -8,14 +8,14 @@
 namespace pellor {
 
 std::size_t LocalObjects::newKey() {
-  static std::atomic<std::size_t> count = 0;
+  static std::atomic<std::size_t> count = 0;  // counted by the first use of a type, on any thread
   const std::size_t key = count++;
   require(key < maximumCount, "no more types of process-local objects than there is room for");
   return key;
 }
 
 void* LocalObjects::make(std::size_t key, Make newObject) {
-  const std::lock_guard lock(_making);
+  const MutexLock lock(_making);
   if (void* made = find(key)) return made;
   require(std::ranges::find(_beingMade, key) == _beingMade.end(), "a process-local object that does not need itself");
   _beingMade.push_back(key);
@@ -28,7 +28,7 @@ void* LocalObjects::make(std::size_t key, Make newObject) {
 }
 
 void LocalObjects::destroyAll() {
-  const std::lock_guard lock(_making);
+  const MutexLock lock(_making);
   while (!_made.empty()) {
     // The object can be found until its destructor has run: what it owns may ask for it.
     Made last = std::move(_made.back());

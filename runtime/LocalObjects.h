@@ -5,8 +5,9 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <vector>
+
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -32,11 +33,10 @@ class LocalObjects {
   };
   static constexpr std::size_t maximumCount = 256;
 
-  std::array<std::atomic<void*>, maximumCount> _objects{};
-  std::recursive_mutex _making;
-  // Guarded by _making.
-  std::vector<std::size_t> _beingMade;
-  std::vector<Made> _made;
+  std::array<std::atomic<void*>, maximumCount> _objects{};  // written with the lock, read on any thread
+  RecursiveMutex _making;
+  std::vector<std::size_t> _beingMade PELLOR_GUARDED_BY(_making);
+  std::vector<Made> _made PELLOR_GUARDED_BY(_making);
 };
 
 }  // namespace pellor

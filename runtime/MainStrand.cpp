@@ -28,7 +28,7 @@ void MainStrand::async(Task task) {
   WakeHandler handler;
   bool asksForTurn = false;
   {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     if (isClosed()) return;
     process().taskQueued();
     if (_tasks.empty()) handler = _wakeHandler;
@@ -50,23 +50,23 @@ void MainStrand::asyncAfter(double delay, Task task) {
 }
 
 void MainStrand::wake(const WakeHandler& handler) {
-  _work.notify_one();
+  _work.notifyOne();
   if (handler) (*handler)();
 }
 
 void MainStrand::nudge() {
   {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     _isNudged = true;
   }
-  _work.notify_one();
+  _work.notifyOne();
 }
 
 bool MainStrand::runNext() noexcept {
   Task task;
   bool asksForTurn = false;
   {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     _hasTurn = false;
     if (_tasks.empty()) return false;
     task = std::move(_tasks.front());
@@ -89,27 +89,26 @@ void MainStrand::run() {
 
 void MainStrand::stop() {
   {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     _isStopRequested = true;
   }
   nudge();
 }
 
 bool MainStrand::takeStop() {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return std::exchange(_isStopRequested, false);
 }
 
 bool MainStrand::drain() {
   process().requireMainQueue("MainQueue::drain");
   fireDueTimers();
-  std::unique_lock lock(_mutex);
+  const MutexLock lock(_mutex);
   const std::uint64_t end = _queuedCount;
   // Counted by number: a drain within one of the tasks takes tasks of this one.
   while (!_tasks.empty() && _queuedCount - _tasks.size() < end) {
-    lock.unlock();
+    const MutexUnlock released(_mutex);
     runNext();
-    lock.lock();
   }
   const auto deadline = _deadlines.earliest();
   return !_tasks.empty() || (deadline && *deadline <= now());
@@ -118,7 +117,7 @@ bool MainStrand::drain() {
 void MainStrand::fireDueTimers() {
   std::vector<TimerShot> due;
   {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     if (!_deadlines.earliest()) return;
     due = _deadlines.takeDue(now());
   }
@@ -131,19 +130,20 @@ void MainStrand::runNextOrWait(double until) {
 }
 
 void MainStrand::waitForWork(double until) {
-  std::unique_lock lock(_mutex);
+  const MutexLock lock(_mutex);
   const double end = std::min(until, _deadlines.earliest().value_or(until));
-  const auto isAwaited = [this] { return !_tasks.empty() || _isNudged; };
   if (std::isinf(end)) {
-    _work.wait(lock, isAwaited);
+    while (!hasWork()) _work.wait(_mutex);
   } else {
-    _work.wait_until(lock, wallClockTime(end), isAwaited);
+    const auto latest = wallClockTime(end);
+    while (!hasWork() && _work.waitUntil(_mutex, latest)) {
+    }
   }
   _isNudged = false;
 }
 
 std::optional<double> MainStrand::nextDeadline() const {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _deadlines.earliest();
 }
 
@@ -151,7 +151,7 @@ void MainStrand::setWakeHandler(std::function<void()> handler) {
   WakeHandler replaced;  // destroyed outside the lock
   WakeHandler called;
   {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     replaced = std::exchange(_wakeHandler,
                              handler ? std::make_shared<const std::function<void()>>(std::move(handler)) : nullptr);
     if (!_tasks.empty()) called = _wakeHandler;
@@ -163,7 +163,7 @@ Deadline MainStrand::setDeadline(std::weak_ptr<TimerState> timer, std::uint64_t 
   WakeHandler handler;
   Deadline deadline;
   {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     if (isClosed()) return {};
     deadline = _deadlines.add({std::move(timer), generation, owner()}, time);
     if (!_deadlines.isFirst(deadline)) return deadline;
@@ -175,12 +175,12 @@ Deadline MainStrand::setDeadline(std::weak_ptr<TimerState> timer, std::uint64_t 
 }
 
 void MainStrand::clearDeadline(Deadline deadline) {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _deadlines.remove(deadline);
 }
 
 void MainStrand::close(std::vector<Task>& dropped) {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   markClosed();
   // A delayed task is destroyed like one that was queued, outside of the lock.
   for (auto& timer : std::exchange(_delayed, {})) {

@@ -1,13 +1,11 @@
 // The main queue.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -51,6 +49,7 @@ class MainStrand final : public MainQueue, public Strand {
 
   void wake(const WakeHandler& handler);
   void waitForWork(double until);
+  bool hasWork() const PELLOR_REQUIRES(_mutex) { return !_tasks.empty() || _isNudged; }
   bool takeStop();
 
   const std::thread::id _ownerThread;
@@ -58,16 +57,15 @@ class MainStrand final : public MainQueue, public Strand {
   bool _isInRun = false;
   std::list<std::shared_ptr<Timer>> _delayed;  // each until it has fired
 
-  mutable std::mutex _mutex;
-  std::condition_variable _work;
-  // Guarded by _mutex.
-  std::deque<Task> _tasks;
-  std::uint64_t _queuedCount = 0;  // tasks ever queued; the last in _tasks has this number
-  DeadlineList _deadlines;
-  WakeHandler _wakeHandler;
-  bool _hasTurn = false;
-  bool _isStopRequested = false;
-  bool _isNudged = false;
+  mutable Mutex _mutex;
+  Condition _work;
+  std::deque<Task> _tasks PELLOR_GUARDED_BY(_mutex);
+  std::uint64_t _queuedCount PELLOR_GUARDED_BY(_mutex) = 0;  // tasks ever queued; the last in _tasks has this number
+  DeadlineList _deadlines PELLOR_GUARDED_BY(_mutex);
+  WakeHandler _wakeHandler PELLOR_GUARDED_BY(_mutex);
+  bool _hasTurn PELLOR_GUARDED_BY(_mutex) = false;
+  bool _isStopRequested PELLOR_GUARDED_BY(_mutex) = false;
+  bool _isNudged PELLOR_GUARDED_BY(_mutex) = false;
 };
 
 }  // namespace pellor

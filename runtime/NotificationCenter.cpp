@@ -2,12 +2,12 @@
 
 #include <atomic>
 #include <map>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "runtime/Fatal.h"
 #include "runtime/Process.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -26,7 +26,7 @@ class NotificationCenter::Registry : public std::enable_shared_from_this<Registr
     const std::string name;
     const std::optional<std::weak_ptr<Object>> sender;
     const Callback callback;
-    std::atomic<bool> hasEnded = false;
+    std::atomic<bool> hasEnded = false;  // set once, by the end of the registration on any thread
 
     bool accepts(const Notification& notification) const;
   };
@@ -37,8 +37,8 @@ class NotificationCenter::Registry : public std::enable_shared_from_this<Registr
   void remove(const std::shared_ptr<Entry>& entry);
 
   Process& _process;
-  mutable std::mutex _mutex;  // registrations end on any thread
-  std::map<std::string, Entries> _entries;
+  mutable Mutex _mutex;  // registrations end on any thread
+  std::map<std::string, Entries> _entries PELLOR_GUARDED_BY(_mutex);
 };
 
 class NotificationCenter::Registry::Registration final : public Observation {
@@ -70,20 +70,20 @@ std::shared_ptr<Observation> NotificationCenter::Registry::observe(std::string n
   require(callback != nullptr, "an observer with a callback");
   auto entry = std::make_shared<Entry>(std::move(name), std::move(sender), std::move(callback));
   {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     _entries[entry->name].push_back(entry);
   }
   return std::make_shared<Registration>(weak_from_this(), std::move(entry));
 }
 
 NotificationCenter::Registry::Entries NotificationCenter::Registry::entriesFor(const std::string& name) const {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   const auto found = _entries.find(name);
   return found == _entries.end() ? Entries() : found->second;
 }
 
 void NotificationCenter::Registry::remove(const std::shared_ptr<Entry>& entry) {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   const auto found = _entries.find(entry->name);
   std::erase(found->second, entry);
   if (found->second.empty()) _entries.erase(found);

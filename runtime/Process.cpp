@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -22,12 +21,12 @@ constexpr double settleLimitAtEnd = 5;
 class LiveProcesses {
  public:
   void add(Process& process) {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     _processes.push_back(&process);
     publishOnly();
   }
   void remove(Process& process) {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     std::erase(_processes, &process);
     publishOnly();
   }
@@ -35,11 +34,13 @@ class LiveProcesses {
   Process* only() const { return _only.load(std::memory_order_acquire); }
 
  private:
-  void publishOnly() { _only.store(_processes.size() == 1 ? _processes.front() : nullptr, std::memory_order_release); }
+  void publishOnly() PELLOR_REQUIRES(_mutex) {
+    _only.store(_processes.size() == 1 ? _processes.front() : nullptr, std::memory_order_release);
+  }
 
-  std::mutex _mutex;
-  std::vector<Process*> _processes;
-  std::atomic<Process*> _only = nullptr;
+  Mutex _mutex;
+  std::vector<Process*> _processes PELLOR_GUARDED_BY(_mutex);
+  std::atomic<Process*> _only = nullptr;  // written with the lock, read on any thread
 };
 
 LiveProcesses& liveProcesses() {
@@ -74,7 +75,7 @@ class Process::State {
   const std::shared_ptr<LogSink> sink;
   const std::shared_ptr<MainStrand> mainQueue;
   NotificationCenter notificationCenter;
-  std::atomic<long> outstanding = 0;
+  std::atomic<long> outstanding = 0;             // counted by whoever queues or ends a task, on any thread
   std::vector<SettleParticipant*> participants;  // main queue
   bool isClosed = false;                         // main thread
 
@@ -85,11 +86,10 @@ class Process::State {
   std::vector<Task> closeQueues();
 
   Process& _process;
-  std::atomic<long> _awaitedOutstanding = notSettling;
-  std::mutex _mutex;
-  // Guarded by _mutex.
-  std::vector<std::weak_ptr<Strand>> _queues;
-  bool _hasClosedQueues = false;
+  std::atomic<long> _awaitedOutstanding = notSettling;  // written by `settle`, read by whoever ends a task
+  Mutex _mutex;
+  std::vector<std::weak_ptr<Strand>> _queues PELLOR_GUARDED_BY(_mutex);
+  bool _hasClosedQueues PELLOR_GUARDED_BY(_mutex) = false;
 };
 
 bool Process::State::isAtRest(long ownTasks) const {
@@ -119,7 +119,7 @@ void Process::State::taskEnded() {
 }
 
 void Process::State::queueMade(const std::shared_ptr<Strand>& queue) {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   std::erase_if(_queues, [](const auto& known) { return known.expired(); });
   _queues.push_back(queue);
   std::vector<Task> none;
@@ -127,7 +127,7 @@ void Process::State::queueMade(const std::shared_ptr<Strand>& queue) {
 }
 
 std::vector<Task> Process::State::closeQueues() {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _hasClosedQueues = true;
   std::vector<Task> dropped;
   for (const auto& known : _queues) {

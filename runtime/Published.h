@@ -5,6 +5,8 @@
 #include <memory>
 #include <utility>
 
+#include "runtime/ThreadSafety.h"
+
 namespace pellor {
 
 /// Holds the latest published version of a T. `store` happens before every `load` that returns what it stored. Both may
@@ -19,39 +21,34 @@ class Published {
   Published& operator=(const Published&) = delete;
 
   std::shared_ptr<const T> load() const {
-    Hold hold(_busy);
+    const MutexLock lock(_busy);
     return _value;
   }
 
   void store(std::shared_ptr<const T> value) {
-    Hold hold(_busy);
-    // The previous version is destroyed by the caller's `value`, after the hold has ended.
+    // The previous version is destroyed by the caller's `value`, after the lock.
+    const MutexLock lock(_busy);
     _value.swap(value);
-    hold.end();
   }
 
  private:
-  class Hold {
+  /// Held for the copy of one pointer.
+  class Flag {
    public:
-    explicit Hold(std::atomic_flag& flag) : _flag(&flag) {
-      while (_flag->test_and_set(std::memory_order_acquire)) _flag->wait(true, std::memory_order_relaxed);
+    void lock() {
+      while (_flag.test_and_set(std::memory_order_acquire)) _flag.wait(true, std::memory_order_relaxed);
     }
-    ~Hold() { end(); }
-    Hold(const Hold&) = delete;
-    Hold& operator=(const Hold&) = delete;
-    void end() {
-      if (!_flag) return;
-      _flag->clear(std::memory_order_release);
-      _flag->notify_one();
-      _flag = nullptr;
+    void unlock() {
+      _flag.clear(std::memory_order_release);
+      _flag.notify_one();
     }
 
    private:
-    std::atomic_flag* _flag;
+    std::atomic_flag _flag;  // set and cleared by whoever loads or stores, on any thread
   };
 
-  mutable std::atomic_flag _busy;
-  std::shared_ptr<const T> _value;
+  mutable AnnotatedMutex<Flag> _busy;
+  std::shared_ptr<const T> _value PELLOR_GUARDED_BY(_busy);
 };
 
 }  // namespace pellor

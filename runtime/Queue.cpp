@@ -3,6 +3,8 @@
 #include <utility>
 
 #include "runtime/ConcurrentStrand.h"
+#include "runtime/Fatal.h"
+#include "runtime/FunctionName.h"
 #include "runtime/Process.h"
 #include "runtime/Scheduler.h"
 #include "runtime/SerialStrand.h"
@@ -19,9 +21,21 @@ std::shared_ptr<ConcreteQueue> makeQueue(std::string label) {
   return queue;
 }
 
+[[noreturn]] void fatalElsewhere(const std::source_location& caller, const Queue& queue) {
+  fatal(functionName(caller.function_name()) + " to be called on queue " + queue.label());
+}
+
 }  // namespace
 
 Queue::Queue(Process& process, std::string label) : _process(process), _label(std::move(label)) {}
+
+void Queue::requireCurrent(std::source_location caller) const {
+  if (!isCurrentAlone()) fatalElsewhere(caller, *this);
+}
+
+void ConcurrentQueue::requireReader(std::source_location caller) const {
+  if (!isCurrent()) fatalElsewhere(caller, *this);
+}
 
 std::shared_ptr<SerialQueue> SerialQueue::make(std::string label) { return makeQueue<SerialStrand>(std::move(label)); }
 

@@ -9,7 +9,10 @@
 
 #include <functional>
 #include <memory>
+#include <source_location>
 #include <string>
+
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -19,7 +22,9 @@ using Task = std::function<void()>;
 
 /// What every queue can do. A queue belongs to the process that made it; its tasks run with that process as the current
 /// one. Handles are shared; dropping the last one does not drop tasks that are queued.
-class Queue : public std::enable_shared_from_this<Queue> {
+///
+/// A queue can guard members (PELLOR_GUARDED_BY): then they are used in its tasks alone.
+class PELLOR_CAPABILITY("queue") Queue : public std::enable_shared_from_this<Queue> {
  public:
   virtual ~Queue() = default;
   Queue(const Queue&) = delete;
@@ -32,11 +37,18 @@ class Queue : public std::enable_shared_from_this<Queue> {
   /// Whether the caller runs on this queue: inside one of its tasks, and not inside a task of another queue within it.
   virtual bool isCurrent() const = 0;
 
+  /// Ends the program, in every build, unless the caller runs on this queue and nothing else does meanwhile: on a
+  /// concurrent queue, unless it is a barrier. What the queue guards may be read and written from here on.
+  void requireCurrent(std::source_location caller = std::source_location::current()) const PELLOR_ASSERTS();
+
   Process& process() const { return _process; }
   const std::string& label() const { return _label; }
 
  protected:
   Queue(Process& process, std::string label);
+
+  /// Whether the caller runs on this queue and no other task of it runs beside.
+  virtual bool isCurrentAlone() const { return isCurrent(); }
 
  private:
   Process& _process;
@@ -66,7 +78,11 @@ class ConcurrentQueue : public Queue {
   /// Runs `read` as a reader and returns after it. With nothing queued it runs on the calling thread at once; else the
   /// caller itself runs the earlier tasks that nobody has started and waits only for those that run already, so it
   /// needs no free worker. Fatal from a task of this same queue. Any other thread.
-  virtual void sync(const std::function<void()>& read) = 0;
+  virtual void sync(const std::function<void()>& read) PELLOR_EXCLUDES(this) = 0;
+
+  /// Ends the program, in every build, unless the caller runs on this queue. What the queue guards may be read from
+  /// here on.
+  void requireReader(std::source_location caller = std::source_location::current()) const PELLOR_ASSERTS_READER();
 
  protected:
   using Queue::Queue;

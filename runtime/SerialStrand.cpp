@@ -16,7 +16,7 @@ SerialStrand::SerialStrand(Process& process, std::shared_ptr<Scheduler> schedule
 void SerialStrand::async(Task task) {
   require(task != nullptr, "a task to queue");
   {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     if (isClosed()) return;
     process().taskQueued();
     _tasks.push_back(std::move(task));
@@ -37,7 +37,7 @@ bool SerialStrand::runNext() noexcept {
 }
 
 Task SerialStrand::takeNext() {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   // Closing may have emptied the queue after the turn was asked for.
   if (_tasks.empty()) return nullptr;
   Task task = std::move(_tasks.front());
@@ -47,7 +47,7 @@ Task SerialStrand::takeNext() {
 
 void SerialStrand::finish() {
   {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     _hasTurn = !_tasks.empty();
     if (!_hasTurn) return;
   }
@@ -55,7 +55,7 @@ void SerialStrand::finish() {
 }
 
 void SerialStrand::close(std::vector<Task>& dropped) {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   markClosed();
   dropped.insert(dropped.end(), std::move_iterator(_tasks.begin()), std::move_iterator(_tasks.end()));
   _tasks.clear();

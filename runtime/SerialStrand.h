@@ -3,7 +3,6 @@
 
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -24,10 +23,9 @@ class SerialStrand final : public SerialQueue, public Strand {
   Task takeNext();
   void finish();
 
-  std::mutex _mutex;
-  // Guarded by _mutex.
-  std::deque<Task> _tasks;
-  bool _hasTurn = false;  // from the submission to the end of the task
+  Mutex _mutex;
+  std::deque<Task> _tasks PELLOR_GUARDED_BY(_mutex);
+  bool _hasTurn PELLOR_GUARDED_BY(_mutex) = false;  // from the submission to the end of the task
 };
 
 }  // namespace pellor

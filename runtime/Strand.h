@@ -46,7 +46,7 @@ class Strand {
     return {queue.shared_from_this(), static_cast<Strand*>(&queue)};
   }
 
-  /// Whether tasks and deadlines are refused. Set by `close`, with the lock that guards the tasks.
+  /// Whether tasks and deadlines are refused.
   bool isClosed() const { return _isClosed.load(std::memory_order_relaxed); }
   void markClosed() { _isClosed.store(true, std::memory_order_relaxed); }
 
@@ -56,7 +56,7 @@ class Strand {
  private:
   const Process* _owner;
   std::shared_ptr<Scheduler> _scheduler;
-  std::atomic<bool> _isClosed = false;
+  std::atomic<bool> _isClosed = false;  // set once, by `close`, with the lock that guards the tasks; read on any thread
 };
 
 }  // namespace pellor

@@ -20,15 +20,15 @@ ThreadedScheduler::~ThreadedScheduler() { joinWorkers(); }
 double ThreadedScheduler::now() const { return wallClockNow(); }
 
 void ThreadedScheduler::attach(const std::shared_ptr<MainStrand>&) {
-  const Lock lock(_mutex);
+  const MutexLock lock(_mutex);
   ++_attached;
 }
 
 void ThreadedScheduler::detach(const Process& process) {
   std::deque<std::shared_ptr<Strand>> forgotten;  // destroyed outside the lock
-  Lock lock(_mutex);
+  MutexLock lock(_mutex);
   ++_detaching;
-  _ended.wait(lock, [&] { return !isServing(process); });
+  while (isServing(process)) _ended.wait(_mutex);
   --_detaching;
   const auto ownedByProcess = std::ranges::stable_partition(_ready, [&](auto& s) { return s->owner() != &process; });
   std::ranges::move(ownedByProcess, std::back_inserter(forgotten));
@@ -44,36 +44,37 @@ bool ThreadedScheduler::isServing(const Process& process) const {
 }
 
 void ThreadedScheduler::joinWorkers() {
+  std::list<Worker> ending;
   {
-    const Lock lock(_mutex);
+    const MutexLock lock(_mutex);
     _isStopping = true;
+    ending.swap(_workers);
   }
-  _work.notify_all();
-  _clock.notify_all();
-  for (Worker& worker : _workers) worker.thread.join();
-  const Lock lock(_mutex);
-  _workers.clear();
+  _work.notifyAll();
+  _clock.notifyAll();
+  for (Worker& worker : ending) worker.thread.join();
+  const MutexLock lock(_mutex);
   _isStopping = false;
 }
 
 void ThreadedScheduler::submit(std::shared_ptr<Strand> strand) {
-  const Lock lock(_mutex);
+  const MutexLock lock(_mutex);
   _ready.push_back(std::move(strand));
   // Idle workers that were notified for earlier turns still count as idle until they wake.
-  if (_ready.size() <= _idleWorkers) return _work.notify_one();
-  if (_hasTimekeeper) _clock.notify_one();
+  if (_ready.size() <= _idleWorkers) return _work.notifyOne();
+  if (_hasTimekeeper) _clock.notifyOne();
   const std::size_t waiting = _idleWorkers + (_hasTimekeeper ? 1 : 0);
   if (_ready.size() > waiting && _workers.size() < _maximumWorkers) startWorker();
 }
 
 Deadline ThreadedScheduler::setDeadline(TimerShot shot, double time) {
-  const Lock lock(_mutex);
+  const MutexLock lock(_mutex);
   const Deadline deadline = _deadlines.add(std::move(shot), time);
   if (!_deadlines.isFirst(deadline)) return deadline;
   if (_hasTimekeeper) {
-    _clock.notify_one();
+    _clock.notifyOne();
   } else if (_idleWorkers > 0) {
-    _work.notify_one();
+    _work.notifyOne();
   } else if (_workers.size() < _maximumWorkers) {
     startWorker();
   }
@@ -81,7 +82,7 @@ Deadline ThreadedScheduler::setDeadline(TimerShot shot, double time) {
 }
 
 void ThreadedScheduler::clearDeadline(Deadline deadline) {
-  const Lock lock(_mutex);
+  const MutexLock lock(_mutex);
   _deadlines.remove(deadline);
 }
 
@@ -99,45 +100,45 @@ void ThreadedScheduler::startWorker() {
 }
 
 void ThreadedScheduler::work(Worker& worker) {
-  Lock lock(_mutex);
+  const MutexLock lock(_mutex);
   while (!_isStopping) {
     if (!_ready.empty()) {
-      runReady(worker, lock);
+      runReady(worker);
     } else if (!_hasTimekeeper && _deadlines.earliest()) {
-      keepTime(lock);
+      keepTime();
     } else {
       ++_idleWorkers;
-      _work.wait(lock);
+      _work.wait(_mutex);
       --_idleWorkers;
     }
   }
 }
 
-void ThreadedScheduler::runReady(Worker& worker, Lock& lock) {
+void ThreadedScheduler::runReady(Worker& worker) {
   auto strand = std::move(_ready.front());
   _ready.pop_front();
   worker.served = strand->owner();
-  lock.unlock();
-  strand->runNext();
-  strand.reset();
-  lock.lock();
+  {
+    const MutexUnlock released(_mutex);
+    strand->runNext();
+    strand.reset();
+  }
   worker.served = nullptr;
-  if (_detaching > 0) _ended.notify_all();
+  if (_detaching > 0) _ended.notifyAll();
 }
 
-void ThreadedScheduler::keepTime(Lock& lock) {
+void ThreadedScheduler::keepTime() {
   const double earliest = *_deadlines.earliest();
   _hasTimekeeper = true;
   if (std::isinf(earliest)) {
-    _clock.wait(lock);
+    _clock.wait(_mutex);
   } else if (earliest > now()) {
-    _clock.wait_until(lock, wallClockTime(earliest));
+    _clock.waitUntil(_mutex, wallClockTime(earliest));
   }
   _hasTimekeeper = false;
   const auto due = _deadlines.takeDue(now());
-  lock.unlock();
+  const MutexUnlock released(_mutex);
   fireAll(due);
-  lock.lock();
 }
 
 }  // namespace pellor

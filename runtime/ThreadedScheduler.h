@@ -1,12 +1,10 @@
 // The scheduler of programs: a small worker pool and the system's clock.
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 #include "runtime/Scheduler.h"
@@ -34,32 +32,30 @@ class ThreadedScheduler final : public Scheduler {
  private:
   struct Worker {
     std::thread thread;
-    const Process* served = nullptr;
+    const Process* served = nullptr;  // guarded by the scheduler's lock
   };
-  using Lock = std::unique_lock<std::mutex>;
 
-  void startWorker();
+  void startWorker() PELLOR_REQUIRES(_mutex);
   void work(Worker& worker);
-  void runReady(Worker& worker, Lock& lock);
-  void keepTime(Lock& lock);
-  bool isServing(const Process& process) const;
+  void runReady(Worker& worker) PELLOR_REQUIRES(_mutex);
+  void keepTime() PELLOR_REQUIRES(_mutex);
+  bool isServing(const Process& process) const PELLOR_REQUIRES(_mutex);
   void joinWorkers();
 
   const std::size_t _maximumWorkers;
 
-  std::mutex _mutex;
-  std::condition_variable _work;   // wakes idle workers
-  std::condition_variable _clock;  // wakes the timekeeper
-  std::condition_variable _ended;  // tells `detach` that a turn has ended
-  // Guarded by _mutex.
-  std::deque<std::shared_ptr<Strand>> _ready;
-  DeadlineList _deadlines;
-  std::list<Worker> _workers;
-  std::size_t _idleWorkers = 0;  // without the timekeeper
-  bool _hasTimekeeper = false;
-  bool _isStopping = false;
-  std::size_t _attached = 0;
-  std::size_t _detaching = 0;
+  Mutex _mutex;
+  Condition _work;   // wakes idle workers
+  Condition _clock;  // wakes the timekeeper
+  Condition _ended;  // tells `detach` that a turn has ended
+  std::deque<std::shared_ptr<Strand>> _ready PELLOR_GUARDED_BY(_mutex);
+  DeadlineList _deadlines PELLOR_GUARDED_BY(_mutex);
+  std::list<Worker> _workers PELLOR_GUARDED_BY(_mutex);
+  std::size_t _idleWorkers PELLOR_GUARDED_BY(_mutex) = 0;  // without the timekeeper
+  bool _hasTimekeeper PELLOR_GUARDED_BY(_mutex) = false;
+  bool _isStopping PELLOR_GUARDED_BY(_mutex) = false;
+  std::size_t _attached PELLOR_GUARDED_BY(_mutex) = 0;
+  std::size_t _detaching PELLOR_GUARDED_BY(_mutex) = 0;
 };
 
 }  // namespace pellor

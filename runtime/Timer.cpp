@@ -12,7 +12,7 @@ TimerState::TimerState(std::shared_ptr<Queue> queue, Strand& strand, Task handle
     : _queue(std::move(queue)), _strand(strand), _handler(std::make_shared<const Task>(std::move(handler))) {}
 
 std::optional<TimerState::Setting> TimerState::beginSetting() {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   if (!_handler) return std::nullopt;
   _isPending = true;
   return Setting{++_generation, std::exchange(_deadline, std::nullopt)};
@@ -30,7 +30,7 @@ void TimerState::fireAt(double time) {
 void TimerState::arm(std::uint64_t generation, double time) {
   const Deadline deadline = _strand.setDeadline(weak_from_this(), generation, time);
   {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     if (_generation == generation) {
       _deadline = deadline;
       return;
@@ -43,7 +43,7 @@ void TimerState::arm(std::uint64_t generation, double time) {
 double TimerState::now() const { return _strand.now(); }
 
 bool TimerState::isValid() const {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _isPending;
 }
 
@@ -52,7 +52,7 @@ void TimerState::cancel() {
   std::shared_ptr<const Task> handler;
   std::optional<Deadline> deadline;
   {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     ++_generation;
     _isPending = false;
     handler = std::move(_handler);
@@ -63,7 +63,7 @@ void TimerState::cancel() {
 
 void TimerState::becomeDue(std::uint64_t generation) {
   {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     if (generation != _generation) return;
     _deadline.reset();
   }
@@ -73,7 +73,7 @@ void TimerState::becomeDue(std::uint64_t generation) {
 void TimerState::fire(std::uint64_t generation) {
   std::shared_ptr<const Task> handler;
   {
-    const std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     if (generation != _generation) return;
     _isPending = false;
     handler = _handler;

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 
 #include "runtime/DeadlineList.h"
@@ -39,12 +38,12 @@ class TimerState : public std::enable_shared_from_this<TimerState> {
   const std::shared_ptr<Queue> _queue;
   Strand& _strand;
 
-  mutable std::mutex _mutex;
-  // Guarded by _mutex, which is never held while anything else is called.
-  std::shared_ptr<const Task> _handler;  // null after cancel
-  std::uint64_t _generation = 0;
-  bool _isPending = false;
-  std::optional<Deadline> _deadline;
+  // Never held while anything else is called.
+  mutable Mutex _mutex;
+  std::shared_ptr<const Task> _handler PELLOR_GUARDED_BY(_mutex);  // null after cancel
+  std::uint64_t _generation PELLOR_GUARDED_BY(_mutex) = 0;
+  bool _isPending PELLOR_GUARDED_BY(_mutex) = false;
+  std::optional<Deadline> _deadline PELLOR_GUARDED_BY(_mutex);
 };
 
 }  // namespace pellor

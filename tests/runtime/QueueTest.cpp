@@ -271,5 +271,21 @@ TEST_P(QueueDeathTest, aSynchronousReadFromATaskOfTheSameQueueIsFatal) {
   }
 }
 
+TEST_P(QueueDeathTest, whatAQueueGuardsIsUsedInItsTasksAlone) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto serial = SerialQueue::make("serial");
+  const auto concurrent = ConcurrentQueue::make("concurrent");
+  serial->async([&] { serial->requireCurrent(); });
+  concurrent->asyncBarrier([&] { concurrent->requireCurrent(), concurrent->requireReader(); });
+  concurrent->sync([&] { concurrent->requireReader(); });
+  settle();
+  const auto write = [&] { concurrent->requireCurrent(); };
+  EXPECT_DEATH((serial->async(write), settle()), "expected .* to be called on queue concurrent");
+  EXPECT_DEATH((concurrent->asyncBarrier([&] { serial->requireCurrent(); }), settle()), "on queue serial");
+  EXPECT_DEATH(concurrent->sync(write), "on queue concurrent") << "a read is no barrier";
+  EXPECT_DEATH((concurrent->async(write), settle()), "on queue concurrent") << "a read is no barrier";
+  EXPECT_DEATH(concurrent->requireReader(), "on queue concurrent");
+}
+
 }  // namespace
 }  // namespace pellor
