@@ -2,7 +2,6 @@
 
 #include <cmath>
 
-#include "runtime/Fatal.h"
 #include "runtime/Process.h"
 
 namespace pellor {
@@ -27,7 +26,7 @@ std::shared_ptr<PLDelayedOperation> PLDelayedOperation::initWithQueueDelayBlock(
 }
 
 void PLDelayedOperation::execute() {
-  require(_queue->isCurrent(), "PLDelayedOperation::execute to be called on the operation's queue");
+  _queue->requireCurrent();
   const double dueTime = _lastExecution + _delay;
   const double now = _queue->process().now();
   if (now > dueTime) {
@@ -50,10 +49,14 @@ void PLDelayedOperation::_timerDidFire() {
 void PLDelayedOperation::invalidate() {
   _timerSource->cancel();
   // On the queue, so that a run that is under way there finishes with its block.
-  _queue->async([self = shared_from_this()] { self->_block = nullptr; });
+  _queue->async([self = shared_from_this()] {
+    self->_queue->requireCurrent();
+    self->_block = nullptr;
+  });
 }
 
 void PLDelayedOperation::_queue_executeBlock() {
+  _queue->requireCurrent();
   _queue_updateLastExecution();
   if (_block) _block();
 }

@@ -36,7 +36,7 @@ class PLDelayedOperation : public std::enable_shared_from_this<PLDelayedOperatio
  private:
   void _timerDidFire();
   void _queue_executeBlock();
-  void _queue_updateLastExecution();
+  void _queue_updateLastExecution() PELLOR_REQUIRES(*_queue);
 
   // Set before the object is shared. After `invalidate` the timer is a cancelled one, which can be set no more: taking
   // the handle away would race with a request that sets it.
@@ -45,12 +45,12 @@ class PLDelayedOperation : public std::enable_shared_from_this<PLDelayedOperatio
   std::shared_ptr<Timer> _timerSource;
 
   // 1 while a deferred run waits for the timer. A timer that fires and a request that arms it may meet around a
-  // cancellation, so it only ever changes by compare-and-swap.
+  // cancellation, so it only ever changes by compare-and-swap. Written on the queue.
   std::atomic<std::int32_t> _blockEnqueued{0};
 
-  // Used on the queue.
-  Task _block;                // null after invalidation
-  double _lastExecution = 0;  // absolute time at which the block was last started, or queued to start
+  Task _block PELLOR_GUARDED_BY(*_queue);  // null after invalidation
+  // The absolute time at which the block was last started, or queued to start.
+  double _lastExecution PELLOR_GUARDED_BY(*_queue) = 0;
 };
 
 }  // namespace pellor

@@ -385,6 +385,7 @@ void PLFriendsManager::save() {
   checkMainQueue(_process, "save");
   _publishList();
   _saveQueue->async([self = shared_from_this()] {
+    self->_saveQueue->requireCurrent();
     if (self->_saveOperation) self->_saveOperation->invalidate();
     std::weak_ptr<PLFriendsManager> weak = self;
     self->setSaveOperation(PLDelayedOperation::initWithQueueDelayBlock(self->_saveQueue, kSaveDelay, [weak] {
@@ -408,7 +409,7 @@ struct PLFriendsManager::Write {
 };
 
 void PLFriendsManager::_save() {
-  require(_saveQueue->isCurrent(), "_save on the save queue");
+  _saveQueue->requireCurrent();
   // The flags stay set: they go out after the store has been read again.
   if (_storeIsUnreadable) {
     _writeFailed = true;
@@ -598,6 +599,7 @@ void PLFriendsManager::saveFriendGroupTitles() {
 }
 
 void PLFriendsManager::_saveTitles(const TitlesVersion& version) {
+  _saveQueue->requireCurrent();
   if (_storeIsUnreadable) _needsTitlesSync.store(true, std::memory_order_release);
   // Titles that moved with a removed group go out with the list that they belong to, and none after newer ones.
   if (_needsTitlesSync) return _save();
@@ -621,6 +623,7 @@ void PLFriendsManager::_saveTitles(const TitlesVersion& version) {
 void PLFriendsManager::markFriendListAsNormalized() {
   checkMainQueue(_process, "markFriendListAsNormalized");
   _saveQueue->async([self = shared_from_this()] {
+    self->_saveQueue->requireCurrent();
     Write write;
     write.marksNormalized = true;
     if (!self->_storeIsUnreadable && self->_perform(write)) return;
@@ -988,6 +991,7 @@ void PLFriendsManager::_addEntryToChangeLogForPersonChangeType(const std::shared
   _changeLogQueue->asyncBarrier([weak = weak_from_this(), person, changeType] {
     auto self = weak.lock();
     if (!self) return;
+    self->_changeLogQueue->requireCurrent();
     if (!self->_changeLog) self->_changeLog.emplace();
     self->_changeLog->add(person, changeType);
   });
@@ -995,23 +999,33 @@ void PLFriendsManager::_addEntryToChangeLogForPersonChangeType(const std::shared
 
 std::uint64_t PLFriendsManager::_changeLogCount() const {
   std::uint64_t count = 0;
-  _changeLogQueue->sync([&] { count = _changeLog ? _changeLog->count() : 0; });
+  _changeLogQueue->sync([&] {
+    _changeLogQueue->requireReader();
+    count = _changeLog ? _changeLog->count() : 0;
+  });
   return count;
 }
 
 bool PLFriendsManager::_changeLogContainsFriendAdditionsOrUpdates() const {
   bool contains = false;
-  _changeLogQueue->sync([&] { contains = _changeLog && _changeLog->containsAdditionsOrUpdates(); });
+  _changeLogQueue->sync([&] {
+    _changeLogQueue->requireReader();
+    contains = _changeLog && _changeLog->containsAdditionsOrUpdates();
+  });
   return contains;
 }
 
 std::optional<PLChangeLog> PLFriendsManager::_copyAndResetChangeLog() {
   std::optional<PLChangeLog> drained;
   _changeLogQueue->sync([&] {
+    _changeLogQueue->requireReader();
     if (!_changeLog || _changeLog->isEmpty()) return;
     drained = _changeLog;
     _changeLogQueue->asyncBarrier([weak = weak_from_this()] {
-      if (auto self = weak.lock()) self->setChangeLog(std::nullopt);
+      const auto self = weak.lock();
+      if (!self) return;
+      self->_changeLogQueue->requireCurrent();
+      self->setChangeLog(std::nullopt);
     });
   });
   return drained;

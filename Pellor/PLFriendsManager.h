@@ -151,12 +151,16 @@ class PLFriendsManager : public Object,
   bool didLastLoadHaveChanges() const { return _lastLoadHadChanges; }
   void setLastLoadHadChanges(bool hadChanges) { _lastLoadHadChanges = hadChanges; }
   /// The save that was requested last. Save queue.
-  const std::shared_ptr<PLDelayedOperation>& saveOperation() const { return _saveOperation; }
-  void setSaveOperation(std::shared_ptr<PLDelayedOperation> operation) { _saveOperation = std::move(operation); }
+  const std::shared_ptr<PLDelayedOperation>& saveOperation() const PELLOR_REQUIRES(*_saveQueue) {
+    return _saveOperation;
+  }
+  void setSaveOperation(std::shared_ptr<PLDelayedOperation> operation) PELLOR_REQUIRES(*_saveQueue) {
+    _saveOperation = std::move(operation);
+  }
   /// The log of changes that nobody was told of yet; absent when there are none. From barriers and reads of the
   /// change-log queue.
-  const std::optional<PLChangeLog>& changeLog() const { return _changeLog; }
-  void setChangeLog(std::optional<PLChangeLog> log) { _changeLog = std::move(log); }
+  const std::optional<PLChangeLog>& changeLog() const PELLOR_REQUIRES_READER(*_changeLogQueue) { return _changeLog; }
+  void setChangeLog(std::optional<PLChangeLog> log) PELLOR_REQUIRES(*_changeLogQueue) { _changeLog = std::move(log); }
 
   // --- 2  Group layout and positions ---
 
@@ -298,10 +302,10 @@ class PLFriendsManager : public Object,
   void _retryLoadLater();
   void _save();
   struct Write;
-  bool _takeUnsavedChanges(Write& write);
-  void _keepUnsavedChanges(const Write& write);
-  bool _perform(const Write& write);
-  void _retrySaveLater();
+  bool _takeUnsavedChanges(Write& write) PELLOR_REQUIRES(*_saveQueue);
+  void _keepUnsavedChanges(const Write& write) PELLOR_REQUIRES(*_saveQueue);
+  bool _perform(const Write& write) PELLOR_REQUIRES(*_saveQueue);
+  void _retrySaveLater() PELLOR_REQUIRES(*_saveQueue);
   void _incrementExternalChangePostCount();
   const std::string& _notificationForExternalListChange() const { return _friendsChangedExternallyNotificationName; }
   void _friendsChangedExternally();
@@ -398,14 +402,15 @@ class PLFriendsManager : public Object,
   void _checkInvariants() const;
   std::optional<std::string> _indexViolation() const;
 
-  // Set when the manager is made, or once by its start; read on any queue.
+  // Set when the manager is made; read on any queue.
   Process& _process;
   const std::string _domain;
-  std::shared_ptr<PreferencesSyncService> _preferencesSyncManager;
-  std::shared_ptr<SerialQueue> _saveQueue;
-  std::shared_ptr<ConcurrentQueue> _changeLogQueue;
+  const std::shared_ptr<PreferencesSyncService> _preferencesSyncManager;
+  const std::shared_ptr<SerialQueue> _saveQueue;
+  const std::shared_ptr<ConcurrentQueue> _changeLogQueue;
 
-  // Main queue.
+  // All from here to the next heading belongs to the main queue, as do the operations without an annotation: their
+  // public callers tell by `checkMainQueue`.
   std::uint64_t _maxFriendGroups = 20;
   std::uint64_t _maxFriendsPerGroup = 12;
   bool _shouldAddEmptyTrailingGroup = true;
@@ -443,7 +448,8 @@ class PLFriendsManager : public Object,
   std::unordered_map<std::string, DestinationStatus> _cachedStatuses;  // by canonical destination
   std::shared_ptr<Timer> _relayQueryTimeoutTimer;
 
-  // Written on the main queue, read by the save queue. The list is published before the flags are set.
+  // Written on the main queue, the flags also by saves; read by the save queue. The list is published before the flags
+  // are set.
   Published<PLSlotSnapshot> _publishedList;
   Published<TitlesVersion> _publishedTitles;
   std::atomic<bool> _needsFriendListSync{false};     // set by edits, taken by a save, set again by one that failed
@@ -453,18 +459,17 @@ class PLFriendsManager : public Object,
   std::atomic<bool> _storeIsUnreadable{false};       // nothing is written over what could not be read
 
   // Save queue.
-  std::shared_ptr<PLDelayedOperation> _saveOperation;
-  std::shared_ptr<Timer> _saveRetryTimer;
-  double _saveRetryPause;
-  std::uint64_t _savedListVersion = 0;  // the list and the count of changed persons that the last save looked at
-  std::uint64_t _savedPersonChanges = 0;
-  std::uint64_t _savedTitlesEdition = 0;
-
-  // Written on the save queue, read by `settle`.
-  std::atomic<bool> _writeFailed{false};
+  std::shared_ptr<PLDelayedOperation> _saveOperation PELLOR_GUARDED_BY(*_saveQueue);
+  std::shared_ptr<Timer> _saveRetryTimer PELLOR_GUARDED_BY(*_saveQueue);
+  double _saveRetryPause PELLOR_GUARDED_BY(*_saveQueue);
+  // The list and the count of changed persons that the last save looked at.
+  std::uint64_t _savedListVersion PELLOR_GUARDED_BY(*_saveQueue) = 0;
+  std::uint64_t _savedPersonChanges PELLOR_GUARDED_BY(*_saveQueue) = 0;
+  std::uint64_t _savedTitlesEdition PELLOR_GUARDED_BY(*_saveQueue) = 0;
+  std::atomic<bool> _writeFailed{false};  // written on the save queue, read by `settle`
 
   // Change-log queue.
-  std::optional<PLChangeLog> _changeLog;
+  std::optional<PLChangeLog> _changeLog PELLOR_GUARDED_BY(*_changeLogQueue);
 };
 
 }  // namespace pellor

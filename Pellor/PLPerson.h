@@ -53,7 +53,7 @@ inline constexpr std::string_view PLPersonUnlinkedABGUIDKey = "UnlinkedABGUID";
 /// flag and then counts (release); who reads the count (acquire) before it takes the flags finds the flag of every mark
 /// that was counted.
 struct PLUnsavedPersons {
-  std::atomic<std::uint64_t> changes{0};
+  std::atomic<std::uint64_t> changes{0};  // counted by whoever sets a flag: main, metadata and save queues
 };
 
 class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
@@ -241,8 +241,10 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   bool _adoptMetadata(Dictionary metadata, const ChangeReport& report, const LogFormat& format);
 
   // Metadata
-  Dictionary& _metadataDictionary() { return _metadata; }
-  const Dictionary& _metadataDictionary() const { return _metadata; }
+  Dictionary& _metadataDictionary() PELLOR_REQUIRES(_metadataQueue) { return _metadata; }
+  const Dictionary& _metadataDictionary() const PELLOR_REQUIRES_READER(_metadataQueue) { return _metadata; }
+  // Of a person that nobody else knows yet.
+  void _createMetadata(Dictionary entries) PELLOR_UNCHECKED { _metadata = std::move(entries); }
   void _writeMetadata(std::function<void(Dictionary&)> write);
 
   // Address book
@@ -279,11 +281,10 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   const bool _hasUnreadMessages = false;
 
   // Any thread.
-  Published<Record> _published;
-  std::atomic<bool> _needsSave{false};
+  Published<Record> _published;         // written on the main queue
+  std::atomic<bool> _needsSave{false};  // set by edits, on the main queue and in the metadata queue; taken by saves
 
-  // Used in tasks of the metadata queue, and by creation before the person is shared.
-  Dictionary _metadata;
+  Dictionary _metadata PELLOR_GUARDED_BY(_metadataQueue);
 };
 
 }  // namespace pellor

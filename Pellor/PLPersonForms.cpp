@@ -124,12 +124,16 @@ bool PLPerson::_updateFromDictionaryRepresentationShouldLogUpdates(const PersonD
 bool PLPerson::_adoptMetadata(Dictionary metadata, const ChangeReport& report, const LogFormat& format) {
   std::optional<Dictionary> replaced;
   _metadataQueue.sync([&] {
-    if (_metadataDictionary() != metadata) replaced = _metadataDictionary();
+    _metadataQueue.requireReader();
+    if (_metadata != metadata) replaced = _metadata;
   });
   if (!replaced) return false;
   report(format, redactable(Value(std::move(*replaced))), redactable(Value(metadata)));
   _metadataQueue.asyncBarrier([weak = weak_from_this(), metadata = std::move(metadata)] {
-    if (auto self = weak.lock()) self->_metadataDictionary() = metadata;
+    const auto self = weak.lock();
+    if (!self) return;
+    self->_metadataQueue.requireCurrent();
+    self->_metadataDictionary() = metadata;
   });
   return true;
 }
@@ -162,7 +166,7 @@ std::shared_ptr<PLPerson> PLPerson::initWithCoder(const KeyedDecoder& decoder) {
   draft._abDatabaseUID = decodedText(decoder, "abdbuid");
   draft._name = decodedText(decoder, "n");
   if (auto values = decoder.decodeSet("av")) draft._allValues = std::make_shared<DestinationSet>(std::move(*values));
-  person->_metadataDictionary() = decodedMetadata(decoder);
+  person->_createMetadata(decodedMetadata(decoder));
   person->_publish();
   return person;
 }

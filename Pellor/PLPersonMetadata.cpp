@@ -22,6 +22,7 @@ ConcurrentQueue& PLPerson::sharedMetadataQueue() { return *Process::current().lo
 std::optional<Value> PLPerson::metadataValueForKey(const std::string& key) const {
   std::optional<Value> value;
   _metadataQueue.sync([&] {
+    _metadataQueue.requireReader();
     if (const Value* found = valueForKey(_metadataDictionary(), key)) value = *found;
   });
   return value;
@@ -29,7 +30,10 @@ std::optional<Value> PLPerson::metadataValueForKey(const std::string& key) const
 
 Dictionary PLPerson::metadata() const {
   Dictionary entries;
-  _metadataQueue.sync([&] { entries = _metadataDictionary(); });
+  _metadataQueue.sync([&] {
+    _metadataQueue.requireReader();
+    entries = _metadataDictionary();
+  });
   return entries;
 }
 
@@ -52,6 +56,7 @@ void PLPerson::_writeMetadata(std::function<void(Dictionary&)> write) {
   _metadataQueue.asyncBarrier([weak = weak_from_this(), write = std::move(write)] {
     const auto self = weak.lock();
     if (!self) return;
+    self->_metadataQueue.requireCurrent();
     write(self->_metadataDictionary());
     self->setNeedsSave(true);
     self->_postChangeNotification();
