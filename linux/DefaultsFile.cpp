@@ -59,7 +59,7 @@ std::optional<Value> valueOf(const Json& json) {
 DefaultsFile::DefaultsFile(std::filesystem::path file, LogHandle log) : _file(std::move(file)), _log(std::move(log)) {}
 
 std::optional<Value> DefaultsFile::value(std::string_view key, std::string_view domain) {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   readIfChanged();
   const Value* settings = valueForKey(_domains, domain);
   if (!settings || !settings->dictionary()) return std::nullopt;

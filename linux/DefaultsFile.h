@@ -2,11 +2,11 @@
 #pragma once
 
 #include <filesystem>
-#include <mutex>
 #include <optional>
 #include <string_view>
 
 #include "runtime/Log.h"
+#include "runtime/ThreadSafety.h"
 #include "runtime/Value.h"
 
 namespace pellor {
@@ -25,7 +25,7 @@ class DefaultsFile {
   std::optional<Value> value(std::string_view key, std::string_view domain);
 
  private:
-  void readIfChanged();
+  void readIfChanged() PELLOR_REQUIRES(_mutex);
 
   /// What tells one content of the file from the next.
   struct Stamp {
@@ -37,10 +37,9 @@ class DefaultsFile {
 
   const std::filesystem::path _file;
   const LogHandle _log;
-  std::mutex _mutex;
-  // Guarded by _mutex.
-  std::optional<Stamp> _stamp;
-  Dictionary _domains;
+  Mutex _mutex;
+  std::optional<Stamp> _stamp PELLOR_GUARDED_BY(_mutex);
+  Dictionary _domains PELLOR_GUARDED_BY(_mutex);
 };
 
 }  // namespace pellor

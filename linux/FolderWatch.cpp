@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "linux/PrivateFiles.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -78,6 +79,7 @@ class FolderWatch::Watcher {
 
  private:
   void serve() {
+    _role.isThisThread();
     pthread_setname_np(pthread_self(), "pellor-watch");
     if (!_problem.empty()) _handler({}, _problem);
     while (waitForEvents()) {
@@ -94,7 +96,7 @@ class FolderWatch::Watcher {
   }
 
   /// False when the watch is to end.
-  bool waitForEvents() {
+  bool waitForEvents() PELLOR_REQUIRES(_role) {
     std::array<pollfd, 2> files{pollfd{_stop.get(), POLLIN, 0}, pollfd{_inotify.get(), POLLIN, 0}};
     const int timeout = _problem.empty() ? NoTimeout : nextPause();
     while (poll(files.data(), files.size(), timeout) < 0 && errno == EINTR) {
@@ -102,13 +104,13 @@ class FolderWatch::Watcher {
     return (files[0].revents & POLLIN) == 0;
   }
 
-  int nextPause() {
+  int nextPause() PELLOR_REQUIRES(_role) {
     const int pause = _pause;
     _pause = std::min(_pause * 2, LongestPause);
     return pause;
   }
 
-  void readEvents(FolderChange& change) {
+  void readEvents(FolderChange& change) PELLOR_REQUIRES(_role) {
     alignas(inotify_event) std::array<char, std::size_t{64} * 1024> buffer;
     const ssize_t size = read(_inotify.get(), buffer.data(), buffer.size());
     bool mustWatchAgain = false;
@@ -127,7 +129,7 @@ class FolderWatch::Watcher {
   }
 
   /// Whether the watches have to be set again.
-  bool take(const inotify_event& event, const char* name, FolderChange& change) {
+  bool take(const inotify_event& event, const char* name, FolderChange& change) PELLOR_REQUIRES(_role) {
     if (event.mask & IN_Q_OVERFLOW) {
       change.everything = true;
       return true;
@@ -142,7 +144,7 @@ class FolderWatch::Watcher {
 
   /// Sets the watches for what is there now: the folder, or the nearest folder above it in which the next one of its
   /// path is awaited.
-  void watch() {
+  void watch() PELLOR_REQUIRES(_role) {
     dropWatches();
     _problem.clear();
     if (!_inotify) _inotify = FileDescriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
@@ -156,7 +158,7 @@ class FolderWatch::Watcher {
   }
 
   /// True when there is nothing more to do: the folder is watched, or watching is impossible.
-  bool watchFolder() {
+  bool watchFolder() PELLOR_REQUIRES(_role) {
     _folderWatch = inotify_add_watch(_inotify.get(), _folder.c_str(), FolderEvents);
     if (_folderWatch == NoWatch) {
       if (meansMissing(errno)) return false;
@@ -169,7 +171,7 @@ class FolderWatch::Watcher {
     return true;
   }
 
-  bool watchAncestor() {
+  bool watchAncestor() PELLOR_REQUIRES(_role) {
     const int former = _ancestorWatch;
     std::filesystem::path path = _folder;
     do {
@@ -186,7 +188,7 @@ class FolderWatch::Watcher {
     return true;
   }
 
-  void dropWatches() {
+  void dropWatches() PELLOR_REQUIRES(_role) {
     for (int* watch : {&_folderWatch, &_ancestorWatch}) {
       // Fails where the system dropped it already.
       if (*watch != NoWatch) inotify_rm_watch(_inotify.get(), *watch);
@@ -194,19 +196,19 @@ class FolderWatch::Watcher {
     }
   }
 
-  void fail() { _problem = std::system_category().message(errno); }
+  void fail() PELLOR_REQUIRES(_role) { _problem = std::system_category().message(errno); }
 
   const std::filesystem::path _folder;
   const std::function<bool(std::string_view)> _concerns;
   const Handler _handler;
   const FileDescriptor _stop;
-  // Of the thread alone, once it runs.
-  FileDescriptor _inotify;
-  int _folderWatch = NoWatch;
-  int _ancestorWatch = NoWatch;
-  std::string _awaited;
-  std::string _problem;
-  int _pause = FirstPause;
+  ThreadRole _role;
+  FileDescriptor _inotify PELLOR_GUARDED_BY(_role);
+  int _folderWatch PELLOR_GUARDED_BY(_role) = NoWatch;
+  int _ancestorWatch PELLOR_GUARDED_BY(_role) = NoWatch;
+  std::string _awaited PELLOR_GUARDED_BY(_role);
+  std::string _problem PELLOR_GUARDED_BY(_role);
+  int _pause PELLOR_GUARDED_BY(_role) = FirstPause;
   std::thread _thread;
 };
 

@@ -56,12 +56,6 @@ bool isDamage(const SQLiteError& error) {
 
 }  // namespace
 
-/// Something that does not work at the moment, or does.
-struct SQLitePreferences::Fault {
-  const char* operation;
-  std::string error;
-};
-
 /// Makes values of stored bytes, without decoding those that are known.
 class SQLitePreferences::ValueReader {
  public:
@@ -94,18 +88,13 @@ class SQLitePreferences::ValueReader {
 };
 
 SQLitePreferences::SQLitePreferences(fs::path folder, fs::path defaultsFile, LogHandle log, Access access)
-    : _folder(std::move(folder)),
-      _access(access),
-      _log(std::move(log)),
-      _defaults(std::move(defaultsFile), _log),
-      _readFault(std::make_unique<Fault>(Fault{"read", {}})),
-      _writeFault(std::make_unique<Fault>(Fault{"written", {}})) {}
+    : _folder(std::move(folder)), _access(access), _log(std::move(log)), _defaults(std::move(defaultsFile), _log) {}
 
 SQLitePreferences::~SQLitePreferences() = default;
 
 PreferenceAnswer<Value> SQLitePreferences::copyValue(std::string_view key, std::string_view domain) {
   if (const auto answer = answerFromMemory(key, domain)) return *answer;
-  const std::lock_guard lock(_connectionMutex);
+  const MutexLock lock(_connectionMutex);
   // Another thread may have read the domain meanwhile; then this renews nothing.
   if (!renew(domain)) return PreferenceAnswer<Value>::unreadable();
   return answerFromMemory(key, domain).value_or(PreferenceAnswer<Value>::unreadable());
@@ -126,13 +115,13 @@ PreferenceAnswer<bool> SQLitePreferences::booleanValue(std::string_view key, std
 }
 
 void SQLitePreferences::setValue(std::string_view key, std::optional<Value> value, std::string_view domain) {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   Pending pending{std::move(value), ++_lastSerial};
   domainNamed(domain).pending.insert_or_assign(std::string(key), std::move(pending));
 }
 
 bool SQLitePreferences::synchronize(std::string_view domain) {
-  const std::lock_guard lock(_connectionMutex);
+  const MutexLock lock(_connectionMutex);
   const PendingValues values = copyOfDomain(domain).pending;
   if (values.empty()) return renew(domain);
   if (write(domain, values)) return true;
@@ -142,7 +131,7 @@ bool SQLitePreferences::synchronize(std::string_view domain) {
 }
 
 bool SQLitePreferences::insertIfAbsent(const Dictionary& values, std::string_view domain) {
-  const std::lock_guard lock(_connectionMutex);
+  const MutexLock lock(_connectionMutex);
   try {
     const PreferencesDatabase& store = database();
     SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::write);
@@ -150,9 +139,9 @@ bool SQLitePreferences::insertIfAbsent(const Dictionary& values, std::string_vie
       if (!store.value(key, domain)) store.write(key, domain, encoded(key, value));
     }
     transaction.commit();
-    ends(*_writeFault);
+    ends(Fault::write);
   } catch (const SQLiteError& error) {
-    begins(*_writeFault, error.what());
+    begins(Fault::write, error.what());
     closeAfter(error);
     return false;
   }
@@ -162,14 +151,14 @@ bool SQLitePreferences::insertIfAbsent(const Dictionary& values, std::string_vie
 }
 
 PutAside SQLitePreferences::putAside(std::string_view key, std::string_view domain) {
-  const std::lock_guard lock(_connectionMutex);
+  const MutexLock lock(_connectionMutex);
   PutAside result;
   try {
     const PreferencesDatabase& store = database();
     if (const auto lastGood = store.lastGoodValue(key, domain)) result.lastGood = decodeCBOR(*lastGood);
     if (const auto bytes = store.value(key, domain)) result.kept = keepAside(key, domain, *bytes);
   } catch (const SQLiteError& error) {
-    begins(*_readFault, error.what());
+    begins(Fault::read, error.what());
     closeAfter(error);
   }
   return result;
@@ -180,26 +169,29 @@ std::optional<Value> SQLitePreferences::persistentValueForKey(std::string_view k
 }
 
 bool SQLitePreferences::isWritable() {
-  const std::lock_guard lock(_connectionMutex);
+  const MutexLock lock(_connectionMutex);
   try {
     return database().isWritable();
   } catch (const SQLiteError& error) {
-    begins(*_readFault, error.what());
+    begins(Fault::read, error.what());
     closeAfter(error);
     return false;
   }
 }
 
 std::string SQLitePreferences::lastError() const {
-  const std::lock_guard lock(_mutex);
-  return _writeFault->error.empty() ? _readFault->error : _writeFault->error;
+  const MutexLock lock(_mutex);
+  for (const Fault fault : {Fault::write, Fault::read}) {
+    if (const auto found = _errors.find(fault); found != _errors.end()) return found->second;
+  }
+  return {};
 }
 
 // The state in memory
 
 std::optional<PreferenceAnswer<Value>> SQLitePreferences::answerFromMemory(std::string_view key,
                                                                            std::string_view domain) const {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   const auto found = _domains.find(domain);
   if (found == _domains.end()) return std::nullopt;
   const auto answer = [](const std::optional<Value>& value) {
@@ -217,19 +209,19 @@ SQLitePreferences::Domain& SQLitePreferences::domainNamed(std::string_view domai
 }
 
 SQLitePreferences::Domain SQLitePreferences::copyOfDomain(std::string_view domain) const {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   const auto found = _domains.find(domain);
   return found == _domains.end() ? Domain{} : found->second;
 }
 
 void SQLitePreferences::install(std::string_view domain, std::shared_ptr<const Snapshot> snapshot) {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   // The old snapshot goes with `snapshot`, after the lock.
   domainNamed(domain).snapshot.swap(snapshot);
 }
 
 void SQLitePreferences::removeWritten(std::string_view domain, const PendingValues& written) {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   PendingValues& pending = domainNamed(domain).pending;
   for (const auto& [key, value] : written) {
     const auto found = pending.find(key);
@@ -238,7 +230,7 @@ void SQLitePreferences::removeWritten(std::string_view domain, const PendingValu
 }
 
 void SQLitePreferences::markFailed(std::string_view domain, const PendingValues& failed) {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   PendingValues& pending = domainNamed(domain).pending;
   for (const auto& [key, value] : failed) {
     const auto found = pending.find(key);
@@ -246,20 +238,22 @@ void SQLitePreferences::markFailed(std::string_view domain, const PendingValues&
   }
 }
 
-void SQLitePreferences::begins(Fault& fault, const std::string& error) {
+const char* SQLitePreferences::participleOf(Fault fault) { return fault == Fault::read ? "read" : "written"; }
+
+void SQLitePreferences::begins(Fault fault, const std::string& error) {
   {
-    const std::lock_guard lock(_mutex);
-    if (!std::exchange(fault.error, error).empty()) return;
+    const MutexLock lock(_mutex);
+    if (!_errors.insert_or_assign(fault, error).second) return;
   }
-  _log.log("preferences in %@ cannot be %@: %@", _folder.string(), fault.operation, error);
+  _log.log("preferences in %@ cannot be %@: %@", _folder.string(), participleOf(fault), error);
 }
 
-void SQLitePreferences::ends(Fault& fault) {
+void SQLitePreferences::ends(Fault fault) {
   {
-    const std::lock_guard lock(_mutex);
-    if (std::exchange(fault.error, {}).empty()) return;
+    const MutexLock lock(_mutex);
+    if (_errors.erase(fault) == 0) return;
   }
-  _log.log("preferences in %@ can be %@ again", _folder.string(), fault.operation);
+  _log.log("preferences in %@ can be %@ again", _folder.string(), participleOf(fault));
 }
 
 // The connection
@@ -279,10 +273,10 @@ void SQLitePreferences::closeAfter(const SQLiteError& error) {
 bool SQLitePreferences::renew(std::string_view domain) {
   try {
     readIfChanged(domain);
-    ends(*_readFault);
+    ends(Fault::read);
     return true;
   } catch (const SQLiteError& error) {
-    begins(*_readFault, error.what());
+    begins(Fault::read, error.what());
     closeAfter(error);
     install(domain, nullptr);
     return false;
@@ -326,14 +320,14 @@ bool SQLitePreferences::write(std::string_view domain, const PendingValues& valu
     transaction.commit();
     install(domain, std::move(snapshot));
   } catch (const SQLiteError& error) {
-    begins(*_writeFault, error.what());
+    begins(Fault::write, error.what());
     _dataVersions.erase(std::string(domain));
     closeAfter(error);
     return false;
   }
   removeWritten(domain, values);
-  ends(*_readFault);
-  ends(*_writeFault);
+  ends(Fault::read);
+  ends(Fault::write);
   return true;
 }
 

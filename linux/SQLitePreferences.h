@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,6 +11,7 @@
 #include "linux/DefaultsFile.h"
 #include "platform/PreferencesStore.h"
 #include "runtime/Log.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -73,8 +73,9 @@ class SQLitePreferences final : public PreferencesStore {
     std::shared_ptr<const Snapshot> snapshot;  ///< null: not read, or it could not be read the last time
   };
 
-  struct Fault;
   class ValueReader;
+  /// What does not work at the moment.
+  enum class Fault { read, write };
 
   // Of the state in memory.
   std::optional<PreferenceAnswer<Value>> answerFromMemory(std::string_view key, std::string_view domain) const;
@@ -82,17 +83,18 @@ class SQLitePreferences final : public PreferencesStore {
   void install(std::string_view domain, std::shared_ptr<const Snapshot> snapshot);
   void removeWritten(std::string_view domain, const PendingValues& written);
   void markFailed(std::string_view domain, const PendingValues& failed);
-  Domain& domainNamed(std::string_view domain);
-  void begins(Fault& fault, const std::string& error);
-  void ends(Fault& fault);
+  Domain& domainNamed(std::string_view domain) PELLOR_REQUIRES(_mutex);
+  static const char* participleOf(Fault fault);
+  void begins(Fault fault, const std::string& error);
+  void ends(Fault fault);
 
   // With the connection held.
-  const PreferencesDatabase& database();
-  bool renew(std::string_view domain);
-  bool write(std::string_view domain, const PendingValues& values);
-  void readIfChanged(std::string_view domain);
-  std::shared_ptr<const Snapshot> read(std::string_view domain, ValueReader& reader);
-  void closeAfter(const SQLiteError& error);
+  const PreferencesDatabase& database() PELLOR_REQUIRES(_connectionMutex);
+  bool renew(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
+  bool write(std::string_view domain, const PendingValues& values) PELLOR_REQUIRES(_connectionMutex);
+  void readIfChanged(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
+  std::shared_ptr<const Snapshot> read(std::string_view domain, ValueReader& reader) PELLOR_REQUIRES(_connectionMutex);
+  void closeAfter(const SQLiteError& error) PELLOR_REQUIRES(_connectionMutex);
   bool keepAside(std::string_view key, std::string_view domain, const Data& bytes) const;
 
   const std::filesystem::path _folder;
@@ -101,16 +103,16 @@ class SQLitePreferences final : public PreferencesStore {
   DefaultsFile _defaults;
 
   // Taken first, for as long as the file is worked on.
-  std::mutex _connectionMutex;
-  std::unique_ptr<PreferencesDatabase> _database;
-  std::map<std::string, std::int64_t, std::less<>> _dataVersions;  ///< of the snapshots, while the connection lasts
+  Mutex _connectionMutex;
+  std::unique_ptr<PreferencesDatabase> _database PELLOR_GUARDED_BY(_connectionMutex);
+  /// Of the snapshots, while the connection lasts.
+  std::map<std::string, std::int64_t, std::less<>> _dataVersions PELLOR_GUARDED_BY(_connectionMutex);
 
   // Taken last, for moments.
-  mutable std::mutex _mutex;
-  std::map<std::string, Domain, std::less<>> _domains;
-  std::uint64_t _lastSerial = 0;
-  std::unique_ptr<Fault> _readFault;
-  std::unique_ptr<Fault> _writeFault;
+  mutable Mutex _mutex;
+  std::map<std::string, Domain, std::less<>> _domains PELLOR_GUARDED_BY(_mutex);
+  std::uint64_t _lastSerial PELLOR_GUARDED_BY(_mutex) = 0;
+  std::map<Fault, std::string> _errors PELLOR_GUARDED_BY(_mutex);  ///< of the faults that last
 };
 
 }  // namespace pellor

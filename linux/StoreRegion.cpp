@@ -77,7 +77,7 @@ bool StoreRegion::change(SQLitePreferences& store, const RegionAndLocale& region
 }
 
 RegionAndLocale StoreRegion::current() {
-  const std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   if (!_settled) _settled = readOrWrite();
   return _settled.value_or(_proposal);
 }

@@ -2,13 +2,13 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "linux/SQLitePreferences.h"
 #include "linux/UserFolders.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -49,8 +49,8 @@ class StoreRegion {
 
   const std::shared_ptr<SQLitePreferences> _store;
   const RegionAndLocale _proposal;
-  std::mutex _mutex;
-  std::optional<RegionAndLocale> _settled;  ///< guarded by _mutex
+  Mutex _mutex;
+  std::optional<RegionAndLocale> _settled PELLOR_GUARDED_BY(_mutex);
 };
 
 }  // namespace pellor

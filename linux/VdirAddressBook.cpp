@@ -1,7 +1,6 @@
 #include "linux/VdirAddressBook.h"
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 
 #include "linux/ContactFolder.h"
@@ -9,6 +8,7 @@
 #include "linux/FolderWatch.h"
 #include "linux/IcuText.h"
 #include "linux/VdirHandle.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -35,12 +35,11 @@ class ReadingScope {
 }  // namespace
 
 struct VdirAddressBook::Inbox {
-  std::mutex mutex;
-  // Guarded by mutex.
-  FolderChange change;
-  std::string problem;
-  bool isTaskQueued = false;
-  bool isPutOff = false;
+  Mutex mutex;
+  FolderChange change PELLOR_GUARDED_BY(mutex);
+  std::string problem PELLOR_GUARDED_BY(mutex);
+  bool isTaskQueued PELLOR_GUARDED_BY(mutex) = false;
+  bool isPutOff PELLOR_GUARDED_BY(mutex) = false;
 };
 
 std::shared_ptr<VdirAddressBook> VdirAddressBook::make(Process& process, VdirAddressBookOptions options) {
@@ -72,7 +71,7 @@ std::unique_ptr<FolderWatch> VdirAddressBook::makeWatch() {
   auto notice = [inbox = _inbox, queue, store = weak_from_this()](const FolderChange& change,
                                                                   const std::string& problem) {
     {
-      const std::lock_guard lock(inbox->mutex);
+      const MutexLock lock(inbox->mutex);
       inbox->change.merge(change);
       inbox->problem = problem;
       if (std::exchange(inbox->isTaskQueued, true)) return;
@@ -88,7 +87,7 @@ void VdirAddressBook::takeInbox() {
   FolderChange change;
   std::string problem;
   {
-    const std::lock_guard lock(_inbox->mutex);
+    const MutexLock lock(_inbox->mutex);
     // The task runs inside somebody's `performWithAddressBook`, whose end asks for it again.
     _inbox->isPutOff = _index->isReading();
     if (_inbox->isPutOff) return;
@@ -156,7 +155,7 @@ void VdirAddressBook::performWithAddressBook(const std::function<void(AddressBoo
 
 void VdirAddressBook::resumeInbox() {
   {
-    const std::lock_guard lock(_inbox->mutex);
+    const MutexLock lock(_inbox->mutex);
     if (!_inbox->isPutOff) return;
     _inbox->isPutOff = false;
   }
