@@ -11,12 +11,12 @@ SimulatedIdentityService::SimulatedIdentityService(std::shared_ptr<SimulatedPhon
     : _phoneNumbers(std::move(phoneNumbers)) {}
 
 std::vector<SimulatedIdentityService::Query> SimulatedIdentityService::queries() const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _queries;
 }
 
 void SimulatedIdentityService::clearQueries() {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _queries.clear();
 }
 
@@ -39,7 +39,7 @@ std::string SimulatedIdentityService::rawAddressForDestination(std::string_view 
 }
 
 void SimulatedIdentityService::setScript(Script script) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _script = std::move(script);
 }
 
@@ -56,7 +56,7 @@ SimulatedIdentityService::Script SimulatedIdentityService::silence() {
 }
 
 SimulatedIdentityService::Script SimulatedIdentityService::record(const Query& query) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _queries.push_back(query);
   return _script;
 }

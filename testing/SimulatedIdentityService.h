@@ -3,13 +3,13 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "platform/ReachabilityService.h"
+#include "runtime/ThreadSafety.h"
 #include "testing/SimulatedPhoneNumbers.h"
 
 namespace pellor {
@@ -59,10 +59,9 @@ class SimulatedIdentityService : public ReachabilityService {
   const std::shared_ptr<SimulatedPhoneNumbers> _phoneNumbers;
   Script record(const Query& query);
 
-  mutable std::mutex _mutex;
-  // Guarded by _mutex.
-  std::vector<Query> _queries;
-  Script _script;
+  mutable Mutex _mutex;
+  std::vector<Query> _queries PELLOR_GUARDED_BY(_mutex);
+  Script _script PELLOR_GUARDED_BY(_mutex);
 };
 
 }  // namespace pellor
