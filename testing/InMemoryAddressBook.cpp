@@ -52,7 +52,7 @@ std::shared_ptr<AddressBookStore> InMemoryAddressBook::storeFor(Process& process
 std::shared_ptr<ContactStore> InMemoryAddressBook::contactStoreFor(Process& process) { return serviceOf(process); }
 
 std::shared_ptr<InMemoryAddressBookStore> InMemoryAddressBook::serviceOf(Process& process) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   std::erase_if(_services, [](const auto& weak) { return weak.expired(); });
   for (const auto& weak : _services) {
     auto service = weak.lock();
@@ -66,14 +66,14 @@ std::shared_ptr<InMemoryAddressBookStore> InMemoryAddressBook::serviceOf(Process
 // Contacts
 
 std::string InMemoryAddressBook::add(TestContact contact) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   std::string guid = insert(std::move(contact));
   didChange();
   return guid;
 }
 
 std::vector<std::string> InMemoryAddressBook::addAll(std::vector<TestContact> contacts) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   std::vector<std::string> guids;
   for (TestContact& contact : contacts) guids.push_back(insert(std::move(contact)));
   didChange();
@@ -81,18 +81,19 @@ std::vector<std::string> InMemoryAddressBook::addAll(std::vector<TestContact> co
 }
 
 void InMemoryAddressBook::change(const std::string& guid, const std::function<void(TestContact&)>& edit) {
-  std::unique_lock lock(_mutex);
+  const MutexLock lock(_mutex);
   const Row row = existingRow(guid);
   TestContact contact = _contacts.at(row)->contact;
-  lock.unlock();
-  edit(contact);
-  lock.lock();
+  {
+    const MutexUnlock released(_mutex);
+    edit(contact);
+  }
   store(row, std::move(contact));
   didChange();
 }
 
 void InMemoryAddressBook::remove(const std::string& guid) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   const Row row = existingRow(guid);
   leaveLinkSet(row);
   forget(row);
@@ -101,14 +102,14 @@ void InMemoryAddressBook::remove(const std::string& guid) {
 }
 
 std::optional<TestContact> InMemoryAddressBook::contact(const std::string& guid) const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   const auto row = _rowsByGUID.find(guid);
   if (row == _rowsByGUID.end()) return std::nullopt;
   return _contacts.at(row->second)->contact;
 }
 
 void InMemoryAddressBook::link(const std::vector<std::string>& guids) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   require(guids.size() >= 2, "at least two contacts to link");
   auto set = std::make_shared<Rows>();
   for (const std::string& guid : guids) {
@@ -121,7 +122,7 @@ void InMemoryAddressBook::link(const std::vector<std::string>& guids) {
 }
 
 void InMemoryAddressBook::unlink(const std::string& guid) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   leaveLinkSet(existingRow(guid));
   didChange();
 }
@@ -189,7 +190,7 @@ InMemoryAddressBook::Row InMemoryAddressBook::existingRow(const std::string& gui
 // The database
 
 void InMemoryAddressBook::rebuild() {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   const std::map<std::int32_t, Row> rowsBefore = _rowsByRecordID;
   for (auto entry = rowsBefore.rbegin(); entry != rowsBefore.rend(); ++entry) {
     TestContact contact = _contacts.at(entry->second)->contact;
@@ -200,27 +201,27 @@ void InMemoryAddressBook::rebuild() {
 }
 
 void InMemoryAddressBook::setDatabaseUID(std::optional<std::string> uid) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _databaseUID = std::move(uid);
 }
 
 std::int32_t InMemoryAddressBook::sequenceNumber() const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _sequenceNumber;
 }
 
 void InMemoryAddressBook::setOpenFails(bool fails) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _openFails = fails;
 }
 
 void InMemoryAddressBook::setShortNameFormatEnabled(bool isEnabled) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _shortNameFormatEnabled = isEnabled;
 }
 
 void InMemoryAddressBook::setShortNamePreferNicknames(bool prefersNicknames) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _shortNamePreferNicknames = prefersNicknames;
 }
 
@@ -232,17 +233,17 @@ void InMemoryAddressBook::didChange() {
 }
 
 InMemoryAddressBook::Lookups InMemoryAddressBook::lookups() const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _lookups;
 }
 
 std::uint64_t InMemoryAddressBook::privateHandleCount() const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _privateHandleCount;
 }
 
 void InMemoryAddressBook::clearRecords() {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _lookups = {};
   _privateHandleCount = 0;
 }
@@ -250,19 +251,19 @@ void InMemoryAddressBook::clearRecords() {
 // What handles see
 
 InMemoryAddressBook::StoredRef InMemoryAddressBook::storedContact(Row row) const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   const auto found = _contacts.find(row);
   return found != _contacts.end() ? found->second : nullptr;
 }
 
 std::optional<InMemoryAddressBook::Row> InMemoryAddressBook::rowWithGUID(std::string_view guid) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   ++_lookups.byGUID;
   return findGUID(guid);
 }
 
 std::optional<InMemoryAddressBook::Row> InMemoryAddressBook::rowForContact(std::string_view identifier) const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return findGUID(identifier);
 }
 
@@ -273,7 +274,7 @@ std::optional<InMemoryAddressBook::Row> InMemoryAddressBook::findGUID(std::strin
 }
 
 std::optional<InMemoryAddressBook::Row> InMemoryAddressBook::rowWithRecordID(std::int32_t recordID) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   ++_lookups.byRecordID;
   const auto found = _rowsByRecordID.find(recordID);
   if (found == _rowsByRecordID.end()) return std::nullopt;
@@ -281,7 +282,7 @@ std::optional<InMemoryAddressBook::Row> InMemoryAddressBook::rowWithRecordID(std
 }
 
 InMemoryAddressBook::Rows InMemoryAddressBook::rowsMatchingName(std::string_view name) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   ++_lookups.byName;
   const std::vector<std::string> asked = wordsOf(name);
   if (asked.empty()) return {};
@@ -303,13 +304,13 @@ InMemoryAddressBook::Rows InMemoryAddressBook::rowsMatchingName(std::string_view
 }
 
 InMemoryAddressBook::Rows InMemoryAddressBook::rowsWithDestination(std::string_view destination) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   ++_lookups.byDestination;
   updateIndexes();
   const auto found = _rowsByDestination.find(destinationKey(destination));
   if (found == _rowsByDestination.end()) return {};
   Rows rows = found->second;
-  std::sort(rows.begin(), rows.end(), [this](Row left, Row right) {
+  std::sort(rows.begin(), rows.end(), [this](Row left, Row right) PELLOR_REQUIRES(_mutex) {
     const bool leftStands = standsForItsSet(left);
     const bool rightStands = standsForItsSet(right);
     if (leftStands != rightStands) return leftStands;
@@ -319,7 +320,7 @@ InMemoryAddressBook::Rows InMemoryAddressBook::rowsWithDestination(std::string_v
 }
 
 InMemoryAddressBook::Rows InMemoryAddressBook::allRows() {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   ++_lookups.allPeople;
   Rows rows;
   for (const auto& [recordID, row] : _rowsByRecordID) rows.push_back(row);
@@ -327,18 +328,18 @@ InMemoryAddressBook::Rows InMemoryAddressBook::allRows() {
 }
 
 InMemoryAddressBook::Rows InMemoryAddressBook::linkedRows(Row row) const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   const auto found = _linkSets.find(row);
   return found != _linkSets.end() ? *found->second : Rows();
 }
 
 std::optional<std::string> InMemoryAddressBook::databaseUID() const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _databaseUID;
 }
 
 std::int32_t InMemoryAddressBook::newEntryIdentifier() {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return ++_lastEntryIdentifier;
 }
 

@@ -5,7 +5,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,6 +14,7 @@
 #include "platform/AddressBookStore.h"
 #include "platform/ContactStore.h"
 #include "runtime/Process.h"
+#include "runtime/ThreadSafety.h"
 #include "testing/SimulatedPhoneNumbers.h"
 #include "testing/SimulatedText.h"
 #include "testing/TestContact.h"
@@ -121,45 +121,45 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   std::int32_t newEntryIdentifier();
 
   // With the lock held
-  std::string insert(TestContact contact);
-  void store(Row row, TestContact contact);
-  void forget(Row row);
-  MultiValue multiValue(const std::vector<LabelledValue>& values, const MultiValue* before);
-  Row existingRow(const std::string& guid) const;
-  std::optional<Row> findGUID(std::string_view guid) const;
-  void leaveLinkSet(Row row);
-  bool standsForItsSet(Row row) const;
-  void didChange();
-  void updateIndexes();
-  std::string destinationKey(std::string_view destination);
+  std::string insert(TestContact contact) PELLOR_REQUIRES(_mutex);
+  void store(Row row, TestContact contact) PELLOR_REQUIRES(_mutex);
+  void forget(Row row) PELLOR_REQUIRES(_mutex);
+  MultiValue multiValue(const std::vector<LabelledValue>& values, const MultiValue* before) PELLOR_REQUIRES(_mutex);
+  Row existingRow(const std::string& guid) const PELLOR_REQUIRES(_mutex);
+  std::optional<Row> findGUID(std::string_view guid) const PELLOR_REQUIRES(_mutex);
+  void leaveLinkSet(Row row) PELLOR_REQUIRES(_mutex);
+  bool standsForItsSet(Row row) const PELLOR_REQUIRES(_mutex);
+  void didChange() PELLOR_REQUIRES(_mutex);
+  void updateIndexes() PELLOR_REQUIRES(_mutex);
+  std::string destinationKey(std::string_view destination) PELLOR_REQUIRES(_mutex);
 
   std::shared_ptr<InMemoryAddressBookStore> serviceOf(Process& process);
 
   const std::shared_ptr<SimulatedPhoneNumbers> _phoneNumbers;
   const std::shared_ptr<SimulatedPersonNames> _personNames;
 
-  mutable std::mutex _mutex;  // guards everything below
-  std::map<Row, StoredRef> _contacts;
-  std::map<std::string, Row, std::less<>> _rowsByGUID;
-  std::map<std::int32_t, Row> _rowsByRecordID;
-  std::map<Row, std::shared_ptr<Rows>> _linkSets;  // shared by the members
-  Row _lastRow = 0;
-  std::int32_t _lastRecordID = 0;
-  std::int32_t _lastEntryIdentifier = -1;
-  std::int32_t _sequenceNumber = 1;
-  std::optional<std::string> _databaseUID = "TestDatabase";
-  bool _openFails = false;
-  bool _shortNameFormatEnabled = false;
-  bool _shortNamePreferNicknames = false;
-  Lookups _lookups;
-  std::uint64_t _privateHandleCount = 0;
-  std::vector<std::weak_ptr<InMemoryAddressBookStore>> _services;
+  mutable Mutex _mutex;
+  std::map<Row, StoredRef> _contacts PELLOR_GUARDED_BY(_mutex);
+  std::map<std::string, Row, std::less<>> _rowsByGUID PELLOR_GUARDED_BY(_mutex);
+  std::map<std::int32_t, Row> _rowsByRecordID PELLOR_GUARDED_BY(_mutex);
+  std::map<Row, std::shared_ptr<Rows>> _linkSets PELLOR_GUARDED_BY(_mutex);  // shared by the members
+  Row _lastRow PELLOR_GUARDED_BY(_mutex) = 0;
+  std::int32_t _lastRecordID PELLOR_GUARDED_BY(_mutex) = 0;
+  std::int32_t _lastEntryIdentifier PELLOR_GUARDED_BY(_mutex) = -1;
+  std::int32_t _sequenceNumber PELLOR_GUARDED_BY(_mutex) = 1;
+  std::optional<std::string> _databaseUID PELLOR_GUARDED_BY(_mutex) = "TestDatabase";
+  bool _openFails PELLOR_GUARDED_BY(_mutex) = false;
+  bool _shortNameFormatEnabled PELLOR_GUARDED_BY(_mutex) = false;
+  bool _shortNamePreferNicknames PELLOR_GUARDED_BY(_mutex) = false;
+  Lookups _lookups PELLOR_GUARDED_BY(_mutex);
+  std::uint64_t _privateHandleCount PELLOR_GUARDED_BY(_mutex) = 0;
+  std::vector<std::weak_ptr<InMemoryAddressBookStore>> _services PELLOR_GUARDED_BY(_mutex);
 
   // Indexes, as of a sequence number and a home country
-  std::int32_t _indexedSequenceNumber = 0;
-  std::string _indexedCountry;
-  std::map<std::string, Rows, std::less<>> _rowsByWord;
-  std::unordered_map<std::string, Rows> _rowsByDestination;
+  std::int32_t _indexedSequenceNumber PELLOR_GUARDED_BY(_mutex) = 0;
+  std::string _indexedCountry PELLOR_GUARDED_BY(_mutex);
+  std::map<std::string, Rows, std::less<>> _rowsByWord PELLOR_GUARDED_BY(_mutex);
+  std::unordered_map<std::string, Rows> _rowsByDestination PELLOR_GUARDED_BY(_mutex);
 };
 
 }  // namespace pellor

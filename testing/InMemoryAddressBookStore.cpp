@@ -1,7 +1,6 @@
 #include "testing/InMemoryAddressBookStore.h"
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 
 #include "testing/Characters.h"
@@ -102,7 +101,7 @@ void InMemoryAddressBookStore::performWithAddressBook(const std::function<void(A
 std::shared_ptr<AddressBook> InMemoryAddressBookStore::openPrivateAddressBook() {
   _link->requireMainQueue("AddressBookStore::openPrivateAddressBook");
   {
-    std::lock_guard lock(_database->_mutex);
+    const MutexLock lock(_database->_mutex);
     if (_database->_openFails) return nullptr;
     ++_database->_privateHandleCount;
   }
@@ -112,12 +111,12 @@ std::shared_ptr<AddressBook> InMemoryAddressBookStore::openPrivateAddressBook() 
 std::string InMemoryAddressBookStore::addressBookChangedNotification() const { return ChangedNotification; }
 
 bool InMemoryAddressBookStore::shortNameFormatEnabled() const {
-  std::lock_guard lock(_database->_mutex);
+  const MutexLock lock(_database->_mutex);
   return _database->_shortNameFormatEnabled;
 }
 
 bool InMemoryAddressBookStore::shortNamePreferNicknames() const {
-  std::lock_guard lock(_database->_mutex);
+  const MutexLock lock(_database->_mutex);
   return _database->_shortNamePreferNicknames;
 }
 

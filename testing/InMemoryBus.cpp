@@ -21,7 +21,7 @@ class InMemoryBus::Connection : public SystemNotifyBus, public std::enable_share
 
   const std::shared_ptr<ProcessLink>& link() const { return _link; }
 
-  // With the bus locked
+  // With the bus locked, by the bus
   void postOfOther(std::string_view name, std::uint64_t event);
   void disconnect();
   void connectAgain();
@@ -40,10 +40,9 @@ class InMemoryBus::Connection : public SystemNotifyBus, public std::enable_share
   };
   using PostRef = std::shared_ptr<Post>;
 
-  // With the bus locked
-  bool observes(std::string_view name) const;
-  void scheduleOwn();
-  void schedule(std::string_view name, std::uint64_t event);
+  bool observes(std::string_view name) const PELLOR_REQUIRES(_bus->_mutex);
+  void scheduleOwn() PELLOR_REQUIRES(_bus->_mutex);
+  void schedule(std::string_view name, std::uint64_t event) PELLOR_REQUIRES(_bus->_mutex);
 
   void deliverOwn(std::uint64_t connectionNumber);
   void deliver(const PostRef& post, std::uint64_t connectionNumber);
@@ -53,19 +52,20 @@ class InMemoryBus::Connection : public SystemNotifyBus, public std::enable_share
   const std::shared_ptr<InMemoryBus> _bus;
   const std::shared_ptr<ProcessLink> _link;
 
-  // Guarded by the bus
-  std::vector<Registration> _registrations;
-  bool _isConnected = true;
-  std::uint64_t _connectionNumber = 0;                       // deliveries of an earlier connection are lost
-  std::deque<Post> _outstanding;                             // own posts of observed names that were not delivered yet
-  std::vector<std::string> _unsent;                          // names posted while the connection was broken
-  std::map<std::string, PostRef, std::less<>> _undelivered;  // the latest post of others, while it is on its way
+  std::vector<Registration> _registrations PELLOR_GUARDED_BY(_bus->_mutex);
+  bool _isConnected PELLOR_GUARDED_BY(_bus->_mutex) = true;
+  std::uint64_t _connectionNumber PELLOR_GUARDED_BY(_bus->_mutex) = 0;  // deliveries of an earlier connection are lost
+  std::deque<Post> _outstanding
+      PELLOR_GUARDED_BY(_bus->_mutex);  // own posts of observed names that were not delivered yet
+  std::vector<std::string> _unsent PELLOR_GUARDED_BY(_bus->_mutex);  // names posted while the connection was broken
+  // The latest post of others, while it is on its way.
+  std::map<std::string, PostRef, std::less<>> _undelivered PELLOR_GUARDED_BY(_bus->_mutex);
 };
 
 void InMemoryBus::Connection::addObserver(const void* observer, std::function<void()> callback, std::string_view name) {
   _link->requireMainQueue("SystemNotifyBus::addObserver");
   auto shared = std::make_shared<const std::function<void()>>(std::move(callback));
-  std::lock_guard lock(_bus->_mutex);
+  const MutexLock lock(_bus->_mutex);
   const auto known = std::find_if(_registrations.begin(), _registrations.end(), [&](const Registration& registration) {
     return registration.observer == observer && registration.name == name;
   });
@@ -79,7 +79,7 @@ void InMemoryBus::Connection::addObserver(const void* observer, std::function<vo
 void InMemoryBus::Connection::removeObserver(const void* observer, std::string_view name) {
   _link->requireMainQueue("SystemNotifyBus::removeObserver");
   std::vector<Registration> removed;  // destroyed after the lock: callbacks may own anything
-  std::lock_guard lock(_bus->_mutex);
+  const MutexLock lock(_bus->_mutex);
   const auto first = std::stable_partition(
       _registrations.begin(), _registrations.end(),
       [&](const Registration& registration) { return registration.observer != observer || registration.name != name; });
@@ -89,7 +89,7 @@ void InMemoryBus::Connection::removeObserver(const void* observer, std::string_v
 
 void InMemoryBus::Connection::post(std::string_view name) {
   _link->requireMainQueue("SystemNotifyBus::post");
-  std::lock_guard lock(_bus->_mutex);
+  const MutexLock lock(_bus->_mutex);
   ++_bus->_postCounts[std::string(name)];
   if (observes(name)) {
     _outstanding.push_back({std::string(name), ++_bus->_lastEvent});
@@ -103,6 +103,7 @@ void InMemoryBus::Connection::post(std::string_view name) {
 }
 
 void InMemoryBus::Connection::postOfOther(std::string_view name, std::uint64_t event) {
+  _bus->_mutex.isHeld();
   if (!_isConnected || !observes(name)) return;
   const auto underWay = _undelivered.find(name);
   if (_bus->_coalescesPostsOfOthers && underWay != _undelivered.end()) {
@@ -113,12 +114,14 @@ void InMemoryBus::Connection::postOfOther(std::string_view name, std::uint64_t e
 }
 
 void InMemoryBus::Connection::disconnect() {
+  _bus->_mutex.isHeld();
   _isConnected = false;
   ++_connectionNumber;
   _undelivered.clear();
 }
 
 void InMemoryBus::Connection::connectAgain() {
+  _bus->_mutex.isHeld();
   if (_isConnected) return;
   _isConnected = true;
   for (const std::string& name : std::exchange(_unsent, {})) _bus->postToAllBut(this, name);
@@ -148,7 +151,7 @@ void InMemoryBus::Connection::schedule(std::string_view name, std::uint64_t even
 }
 
 void InMemoryBus::Connection::deliverOwn(std::uint64_t connectionNumber) {
-  std::unique_lock lock(_bus->_mutex);
+  MutexLock lock(_bus->_mutex);
   if (connectionNumber != _connectionNumber) return;
   const Post post = _outstanding.front();
   _outstanding.pop_front();
@@ -157,7 +160,7 @@ void InMemoryBus::Connection::deliverOwn(std::uint64_t connectionNumber) {
 }
 
 void InMemoryBus::Connection::deliver(const PostRef& post, std::uint64_t connectionNumber) {
-  std::unique_lock lock(_bus->_mutex);
+  MutexLock lock(_bus->_mutex);
   if (connectionNumber != _connectionNumber) return;
   const auto latest = _undelivered.find(post->name);
   if (latest != _undelivered.end() && latest->second == post) _undelivered.erase(latest);
@@ -168,7 +171,7 @@ void InMemoryBus::Connection::deliver(const PostRef& post, std::uint64_t connect
 void InMemoryBus::Connection::callObservers(const Post& post) {
   std::vector<std::uint64_t> receivers;
   {
-    std::lock_guard lock(_bus->_mutex);
+    const MutexLock lock(_bus->_mutex);
     for (const Registration& registration : _registrations) {
       if (registration.name == post.name && registration.event < post.event) receivers.push_back(registration.event);
     }
@@ -180,7 +183,7 @@ void InMemoryBus::Connection::callObservers(const Post& post) {
 
 InMemoryBus::Connection::Callback InMemoryBus::Connection::callbackOf(std::uint64_t registrationEvent) {
   // An observer that ran before may have removed this one.
-  std::lock_guard lock(_bus->_mutex);
+  const MutexLock lock(_bus->_mutex);
   for (const Registration& registration : _registrations) {
     if (registration.event == registrationEvent) return registration.callback;
   }
@@ -188,7 +191,7 @@ InMemoryBus::Connection::Callback InMemoryBus::Connection::callbackOf(std::uint6
 }
 
 std::shared_ptr<SystemNotifyBus> InMemoryBus::busFor(Process& process) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   if (auto known = connectionOf(process)) return known;
   auto connection = std::make_shared<Connection>(shared_from_this(), ProcessLink::of(process));
   std::erase_if(_connections, [](const auto& weak) { return weak.expired(); });
@@ -197,28 +200,28 @@ std::shared_ptr<SystemNotifyBus> InMemoryBus::busFor(Process& process) {
 }
 
 void InMemoryBus::post(std::string_view name) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   ++_postCounts[std::string(name)];
   postToAllBut(nullptr, name);
 }
 
 void InMemoryBus::setCoalescesPostsOfOthers(bool coalesces) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _coalescesPostsOfOthers = coalesces;
 }
 
 void InMemoryBus::breakConnection(Process& process) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   if (const auto connection = connectionOf(process)) connection->disconnect();
 }
 
 void InMemoryBus::restoreConnection(Process& process) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   if (const auto connection = connectionOf(process)) connection->connectAgain();
 }
 
 std::uint64_t InMemoryBus::postCount(std::string_view name) const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   const auto found = _postCounts.find(name);
   return found != _postCounts.end() ? found->second : 0;
 }

@@ -4,13 +4,13 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "platform/SystemNotifyBus.h"
 #include "runtime/Process.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -39,15 +39,15 @@ class InMemoryBus : public std::enable_shared_from_this<InMemoryBus> {
  private:
   class Connection;
 
-  std::vector<std::shared_ptr<Connection>> connections();
-  std::shared_ptr<Connection> connectionOf(Process& process);
-  void postToAllBut(const Connection* poster, std::string_view name);
+  std::vector<std::shared_ptr<Connection>> connections() PELLOR_REQUIRES(_mutex);
+  std::shared_ptr<Connection> connectionOf(Process& process) PELLOR_REQUIRES(_mutex);
+  void postToAllBut(const Connection* poster, std::string_view name) PELLOR_REQUIRES(_mutex);
 
-  mutable std::mutex _mutex;  // guards everything below and the fields of all connections
-  std::vector<std::weak_ptr<Connection>> _connections;
-  std::uint64_t _lastEvent = 0;  // numbers posts and registrations in their order
-  bool _coalescesPostsOfOthers = false;
-  std::map<std::string, std::uint64_t, std::less<>> _postCounts;
+  mutable Mutex _mutex;  // guards the fields of all connections, too
+  std::vector<std::weak_ptr<Connection>> _connections PELLOR_GUARDED_BY(_mutex);
+  std::uint64_t _lastEvent PELLOR_GUARDED_BY(_mutex) = 0;  // numbers posts and registrations in their order
+  bool _coalescesPostsOfOthers PELLOR_GUARDED_BY(_mutex) = false;
+  std::map<std::string, std::uint64_t, std::less<>> _postCounts PELLOR_GUARDED_BY(_mutex);
 };
 
 }  // namespace pellor

@@ -29,14 +29,14 @@ class InMemoryPreferences::Store : public PreferencesStore {
     std::map<std::string, Pending, std::less<>> pending;
   };
 
-  Domain& domainNamed(std::string_view name);
-  bool writeFailed(Domain& domain);
-  void commit(Domain& domain, std::string_view name);
+  Domain& domainNamed(std::string_view name) PELLOR_REQUIRES(_shared->_mutex);
+  bool writeFailed(Domain& domain) PELLOR_REQUIRES(_shared->_mutex);
+  void commit(Domain& domain, std::string_view name) PELLOR_REQUIRES(_shared->_mutex);
 
   const std::shared_ptr<InMemoryPreferences> _shared;
   const std::shared_ptr<ProcessLink> _link;
   const Process* const _process;
-  std::map<std::string, Domain, std::less<>> _domains;  // guarded by the shared mutex
+  std::map<std::string, Domain, std::less<>> _domains PELLOR_GUARDED_BY(_shared->_mutex);
 };
 
 InMemoryPreferences::Store::Domain& InMemoryPreferences::Store::domainNamed(std::string_view name) {
@@ -46,7 +46,7 @@ InMemoryPreferences::Store::Domain& InMemoryPreferences::Store::domainNamed(std:
 
 PreferenceAnswer<Value> InMemoryPreferences::Store::copyValue(std::string_view key, std::string_view name) {
   using Answer = PreferenceAnswer<Value>;
-  std::lock_guard lock(_shared->_mutex);
+  const MutexLock lock(_shared->_mutex);
   ++_shared->_readCount;
   if (_shared->isUnreadable(name)) return Answer::unreadable();
   Domain& domain = domainNamed(name);
@@ -76,12 +76,12 @@ PreferenceAnswer<bool> InMemoryPreferences::Store::booleanValue(std::string_view
 }
 
 void InMemoryPreferences::Store::setValue(std::string_view key, std::optional<Value> value, std::string_view domain) {
-  std::lock_guard lock(_shared->_mutex);
+  const MutexLock lock(_shared->_mutex);
   domainNamed(domain).pending.insert_or_assign(std::string(key), Pending{std::move(value)});
 }
 
 bool InMemoryPreferences::Store::synchronize(std::string_view name) {
-  std::lock_guard lock(_shared->_mutex);
+  const MutexLock lock(_shared->_mutex);
   Domain& domain = domainNamed(name);
   if (_shared->isUnreadable(name)) {
     domain.seen = nullptr;
@@ -115,7 +115,7 @@ void InMemoryPreferences::Store::commit(Domain& domain, std::string_view name) {
 PutAside InMemoryPreferences::Store::putAside(std::string_view key, std::string_view domain) {
   Process* process = _link->process();
   const double now = process ? process->now() : 0;
-  std::lock_guard lock(_shared->_mutex);
+  const MutexLock lock(_shared->_mutex);
   PutAside result;
   const auto good = _shared->_lastGood.find(Name(domain, key));
   if (good != _shared->_lastGood.end()) result.lastGood = good->second;
@@ -128,7 +128,7 @@ PutAside InMemoryPreferences::Store::putAside(std::string_view key, std::string_
 }
 
 std::optional<Value> InMemoryPreferences::Store::persistentValueForKey(std::string_view key, std::string_view domain) {
-  std::lock_guard lock(_shared->_mutex);
+  const MutexLock lock(_shared->_mutex);
   const auto found = _shared->_persistentValues.find(Name(domain, key));
   if (found == _shared->_persistentValues.end()) return std::nullopt;
   return found->second;
@@ -139,7 +139,7 @@ std::shared_ptr<PreferencesStore> InMemoryPreferences::storeFor(Process& process
 }
 
 std::optional<Value> InMemoryPreferences::value(std::string_view key, std::string_view domain) const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   const ContentRef content = contentOf(domain);
   const auto found = content->find(key);
   if (found == content->end()) return std::nullopt;
@@ -147,38 +147,38 @@ std::optional<Value> InMemoryPreferences::value(std::string_view key, std::strin
 }
 
 void InMemoryPreferences::setValue(std::string_view key, std::optional<Value> value, std::string_view domain) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   put(key, value, domain);
 }
 
 void InMemoryPreferences::damage(std::string_view key, Value content, std::string_view domain) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   Content changed = *contentOf(domain);
   changed.insert_or_assign(std::string(key), std::move(content));
   _contents[std::string(domain)] = std::make_shared<const Content>(std::move(changed));
 }
 
 std::optional<Value> InMemoryPreferences::lastGoodValue(std::string_view key, std::string_view domain) const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   const auto found = _lastGood.find(Name(domain, key));
   if (found == _lastGood.end()) return std::nullopt;
   return found->second;
 }
 
 std::vector<InMemoryPreferences::PutAsideCopy> InMemoryPreferences::putAsideCopies() const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _putAside;
 }
 
 void InMemoryPreferences::setPersistentValue(std::string_view key, std::optional<Value> value,
                                              std::string_view domain) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _persistentValues.erase(Name(domain, key));
   if (value) _persistentValues.emplace(Name(domain, key), *std::move(value));
 }
 
 void InMemoryPreferences::makeUnreadable(std::optional<std::string> domain) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   if (domain) {
     _unreadableDomains.insert(*std::move(domain));
   } else {
@@ -187,43 +187,43 @@ void InMemoryPreferences::makeUnreadable(std::optional<std::string> domain) {
 }
 
 void InMemoryPreferences::makeReadable() {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _allUnreadable = false;
   _unreadableDomains.clear();
 }
 
 void InMemoryPreferences::failWrites(std::uint64_t times) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _writesToFail = times;
 }
 
 void InMemoryPreferences::setPutAsideFails(bool fails) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _putAsideFails = fails;
 }
 
 std::vector<InMemoryPreferences::Write> InMemoryPreferences::writes() const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _writes;
 }
 
 std::uint64_t InMemoryPreferences::writeCount() const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _writes.size();
 }
 
 std::uint64_t InMemoryPreferences::failedWriteCount() const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _failedWriteCount;
 }
 
 std::uint64_t InMemoryPreferences::readCount() const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _readCount;
 }
 
 void InMemoryPreferences::clearRecords() {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _writes.clear();
   _failedWriteCount = 0;
   _readCount = 0;

@@ -5,7 +5,6 @@
 #include <limits>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -14,6 +13,7 @@
 
 #include "platform/PreferencesStore.h"
 #include "runtime/Process.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -87,23 +87,23 @@ class InMemoryPreferences : public std::enable_shared_from_this<InMemoryPreferen
   using ContentRef = std::shared_ptr<const Content>;
   using Name = std::pair<std::string, std::string>;  // domain, key
 
-  bool isUnreadable(std::string_view domain) const;
-  bool takeWriteFault();
-  ContentRef contentOf(std::string_view domain) const;
-  void put(std::string_view key, const std::optional<Value>& value, std::string_view domain);
+  bool isUnreadable(std::string_view domain) const PELLOR_REQUIRES(_mutex);
+  bool takeWriteFault() PELLOR_REQUIRES(_mutex);
+  ContentRef contentOf(std::string_view domain) const PELLOR_REQUIRES(_mutex);
+  void put(std::string_view key, const std::optional<Value>& value, std::string_view domain) PELLOR_REQUIRES(_mutex);
 
-  mutable std::mutex _mutex;  // guards everything below and the fields of all stores
-  std::map<std::string, ContentRef, std::less<>> _contents;
-  std::map<Name, Value> _lastGood;
-  std::map<Name, Value> _persistentValues;
-  std::vector<PutAsideCopy> _putAside;
-  bool _allUnreadable = false;
-  std::set<std::string, std::less<>> _unreadableDomains;
-  std::uint64_t _writesToFail = 0;
-  bool _putAsideFails = false;
-  std::vector<Write> _writes;
-  std::uint64_t _failedWriteCount = 0;
-  std::uint64_t _readCount = 0;
+  mutable Mutex _mutex;  // guards the fields of all stores, too
+  std::map<std::string, ContentRef, std::less<>> _contents PELLOR_GUARDED_BY(_mutex);
+  std::map<Name, Value> _lastGood PELLOR_GUARDED_BY(_mutex);
+  std::map<Name, Value> _persistentValues PELLOR_GUARDED_BY(_mutex);
+  std::vector<PutAsideCopy> _putAside PELLOR_GUARDED_BY(_mutex);
+  bool _allUnreadable PELLOR_GUARDED_BY(_mutex) = false;
+  std::set<std::string, std::less<>> _unreadableDomains PELLOR_GUARDED_BY(_mutex);
+  std::uint64_t _writesToFail PELLOR_GUARDED_BY(_mutex) = 0;
+  bool _putAsideFails PELLOR_GUARDED_BY(_mutex) = false;
+  std::vector<Write> _writes PELLOR_GUARDED_BY(_mutex);
+  std::uint64_t _failedWriteCount PELLOR_GUARDED_BY(_mutex) = 0;
+  std::uint64_t _readCount PELLOR_GUARDED_BY(_mutex) = 0;
 };
 
 }  // namespace pellor

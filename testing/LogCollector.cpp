@@ -19,25 +19,25 @@ bool holds(const LogEntry& entry, std::string_view text) { return entry.messageT
 }  // namespace
 
 void LogCollector::write(const LogEntry& entry) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _entries.push_back(entry);
 }
 
 std::vector<LogEntry> LogCollector::entries() const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _entries;
 }
 
 std::vector<std::string> LogCollector::messages() const { return messagesOf(entries()); }
 
 std::size_t LogCollector::count(std::string_view text) const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return static_cast<std::size_t>(
       std::count_if(_entries.begin(), _entries.end(), [&](const LogEntry& entry) { return holds(entry, text); }));
 }
 
 std::optional<LogEntry> LogCollector::find(std::string_view text) const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   const auto found =
       std::find_if(_entries.begin(), _entries.end(), [&](const LogEntry& entry) { return holds(entry, text); });
   if (found == _entries.end()) return std::nullopt;
@@ -45,14 +45,14 @@ std::optional<LogEntry> LogCollector::find(std::string_view text) const {
 }
 
 std::vector<std::string> LogCollector::takeMessages() {
-  std::unique_lock lock(_mutex);
+  MutexLock lock(_mutex);
   const std::vector<LogEntry> taken = std::exchange(_entries, {});
   lock.unlock();
   return messagesOf(taken);
 }
 
 void LogCollector::clear() {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _entries.clear();
 }
 

@@ -2,13 +2,13 @@
 #pragma once
 
 #include <cstddef>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "runtime/Log.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -31,8 +31,8 @@ class LogCollector : public LogSink {
   void clear();
 
  private:
-  mutable std::mutex _mutex;
-  std::vector<LogEntry> _entries;
+  mutable Mutex _mutex;
+  std::vector<LogEntry> _entries PELLOR_GUARDED_BY(_mutex);
 };
 
 }  // namespace pellor

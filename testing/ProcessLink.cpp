@@ -23,7 +23,7 @@ std::shared_ptr<ProcessLink> ProcessLink::of(Process& process) {
 
 void ProcessLink::async(Task task) {
   // The lock is held so that the process cannot end in between.
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   if (_process) _process->mainQueue().async(std::move(task));
 }
 
@@ -34,12 +34,12 @@ void ProcessLink::requireMainQueue(std::string_view operation) const {
 }
 
 Process* ProcessLink::process() const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _process;
 }
 
 void ProcessLink::end() {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _process = nullptr;
 }
 

@@ -2,10 +2,10 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string_view>
 
 #include "runtime/Process.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -30,8 +30,8 @@ class ProcessLink {
   void end();
 
  private:
-  mutable std::mutex _mutex;
-  Process* _process;
+  mutable Mutex _mutex;
+  Process* _process PELLOR_GUARDED_BY(_mutex);
 };
 
 }  // namespace pellor

@@ -8,22 +8,22 @@ RecordingSyncService::RecordingSyncService(std::shared_ptr<const InMemoryPrefere
     : _preferences(std::move(preferences)) {}
 
 void RecordingSyncService::setCompletedInitialSync(bool hasCompleted) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _hasCompletedInitialSync = hasCompleted;
 }
 
 std::vector<RecordingSyncService::Push> RecordingSyncService::pushes() const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _pushes;
 }
 
 void RecordingSyncService::clearPushes() {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _pushes.clear();
 }
 
 bool RecordingSyncService::hasCompletedInitialSync() {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _hasCompletedInitialSync;
 }
 
@@ -32,7 +32,7 @@ void RecordingSyncService::synchronizeDomainKeys(std::string_view domain, const 
   for (const std::string& key : keys) {
     if (auto value = _preferences->value(key, domain)) push.values.emplace(key, *std::move(value));
   }
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _pushes.push_back(std::move(push));
 }
 

@@ -3,7 +3,6 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -11,6 +10,7 @@
 #include <vector>
 
 #include "platform/PreferencesSyncService.h"
+#include "runtime/ThreadSafety.h"
 #include "testing/InMemoryPreferences.h"
 
 namespace pellor {
@@ -37,9 +37,9 @@ class RecordingSyncService : public PreferencesSyncService {
 
  private:
   const std::shared_ptr<const InMemoryPreferences> _preferences;
-  mutable std::mutex _mutex;
-  bool _hasCompletedInitialSync = false;
-  std::vector<Push> _pushes;
+  mutable Mutex _mutex;
+  bool _hasCompletedInitialSync PELLOR_GUARDED_BY(_mutex) = false;
+  std::vector<Push> _pushes PELLOR_GUARDED_BY(_mutex);
 };
 
 }  // namespace pellor

@@ -89,7 +89,7 @@ const std::string& numberOf(const ParsedPhoneNumber& number) {
 
 void SimulatedPhoneNumbers::setHomeCountry(std::string code) {
   require(countryWithCode(code) != nullptr, "a home country that the simulation knows");
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _homeCountry = std::move(code);
 }
 
@@ -98,7 +98,7 @@ std::string SimulatedPhoneNumbers::normalised(std::string_view text, const std::
 }
 
 std::string SimulatedPhoneNumbers::homeCountryCode() {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _homeCountry;
 }
 

@@ -1,10 +1,10 @@
 // Phone numbers for a simulation, by a few simple rules.
 #pragma once
 
-#include <mutex>
 #include <optional>
 
 #include "platform/PhoneNumberFormatter.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -29,8 +29,8 @@ class SimulatedPhoneNumbers : public PhoneNumberFormatter {
                                 std::uint32_t options) override;
 
  private:
-  std::mutex _mutex;
-  std::string _homeCountry = "DE";
+  Mutex _mutex;
+  std::string _homeCountry PELLOR_GUARDED_BY(_mutex) = "DE";
 };
 
 }  // namespace pellor

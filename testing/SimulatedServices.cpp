@@ -19,33 +19,33 @@ void requireMainQueue(std::string_view operation) {
 // Favorites
 
 void InMemoryFavorites::setEntries(std::vector<FavoriteEntry> entries) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _entries = std::move(entries);
 }
 
 std::vector<FavoriteEntry> InMemoryFavorites::favoriteEntries() {
   requireMainQueue("FavoritesSource::favoriteEntries");
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _entries;
 }
 
 // Counters
 
 std::optional<std::int64_t> RecordingCounters::value(std::string_view key) const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   const auto found = _values.find(key);
   if (found == _values.end()) return std::nullopt;
   return found->second;
 }
 
 std::map<std::string, std::int64_t, std::less<>> RecordingCounters::values() const {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _values;
 }
 
 void RecordingCounters::setValueForScalarKey(std::string_view key, std::int64_t value) {
   requireMainQueue("AnalyticsCounters::setValueForScalarKey");
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _values.insert_or_assign(std::string(key), value);
 }
 
@@ -56,29 +56,29 @@ class InMemoryStrings::Strings : public Bundle {
   std::string identifier() const override { return "org.tapnote.Pellor"; }
 
   std::string localizedString(std::string_view key, std::string_view defaultValue) const override {
-    std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     const auto found = _texts.find(key);
     if (found != _texts.end()) return found->second;
     return std::string(defaultValue.empty() ? key : defaultValue);
   }
 
   void setText(const std::string& key, std::optional<std::string> text) {
-    std::lock_guard lock(_mutex);
+    const MutexLock lock(_mutex);
     _texts.erase(key);
     if (text) _texts.emplace(key, *std::move(text));
   }
 
  private:
-  mutable std::mutex _mutex;
-  std::map<std::string, std::string, std::less<>> _texts = {{"FAVORITES", "Favorites"},
-                                                            {"NUMBERED_FAVORITES_FORMAT_STRING", "Favorites %u"}};
+  mutable Mutex _mutex;
+  std::map<std::string, std::string, std::less<>> _texts PELLOR_GUARDED_BY(_mutex) = {
+      {"FAVORITES", "Favorites"}, {"NUMBERED_FAVORITES_FORMAT_STRING", "Favorites %u"}};
 };
 
 InMemoryStrings::InMemoryStrings() : _strings(std::make_shared<Strings>()) {}
 InMemoryStrings::~InMemoryStrings() = default;
 
 void InMemoryStrings::setHasBundle(bool hasBundle) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   _hasBundle = hasBundle;
 }
 
@@ -87,7 +87,7 @@ void InMemoryStrings::setText(const std::string& key, std::optional<std::string>
 }
 
 std::shared_ptr<const Bundle> InMemoryStrings::bundleWithIdentifier(std::string_view identifier) {
-  std::lock_guard lock(_mutex);
+  const MutexLock lock(_mutex);
   return _hasBundle && identifier == _strings->identifier() ? _strings : nullptr;
 }
 

@@ -3,7 +3,6 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,6 +12,7 @@
 #include "platform/DigestService.h"
 #include "platform/FavoritesSource.h"
 #include "platform/LocalizedStrings.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -23,8 +23,8 @@ class InMemoryFavorites : public FavoritesSource {
   std::vector<FavoriteEntry> favoriteEntries() override;
 
  private:
-  std::mutex _mutex;
-  std::vector<FavoriteEntry> _entries;
+  Mutex _mutex;
+  std::vector<FavoriteEntry> _entries PELLOR_GUARDED_BY(_mutex);
 };
 
 /// Counters that can be read, those of all processes together. Any thread.
@@ -37,8 +37,8 @@ class RecordingCounters : public AnalyticsCounters {
   void setValueForScalarKey(std::string_view key, std::int64_t value) override;
 
  private:
-  mutable std::mutex _mutex;
-  std::map<std::string, std::int64_t, std::less<>> _values;
+  mutable Mutex _mutex;
+  std::map<std::string, std::int64_t, std::less<>> _values PELLOR_GUARDED_BY(_mutex);
 };
 
 /// The strings of one bundle, "org.tapnote.Pellor". At first "FAVORITES" is "Favorites" and
@@ -58,8 +58,8 @@ class InMemoryStrings : public LocalizedStrings {
  private:
   class Strings;
   const std::shared_ptr<Strings> _strings;
-  std::mutex _mutex;
-  bool _hasBundle = true;
+  Mutex _mutex;
+  bool _hasBundle PELLOR_GUARDED_BY(_mutex) = true;
 };
 
 /// Digests without a library behind them.

@@ -20,7 +20,7 @@ class SimulatedText : public TextService {
   std::string uppercase(std::string_view text) override;
 
  private:
-  std::atomic<bool> _isTurkish = false;
+  std::atomic<bool> _isTurkish = false;  // written by the test, on any thread
 };
 
 /// The first letter of each part. A part that begins with no letter, or with one of a script without initials such as
@@ -38,7 +38,7 @@ class SimulatedPersonNames : public PersonNameFormatter {
                                       const std::optional<std::string>& familyName) const;
 
  private:
-  std::atomic<bool> _familyNameFirst = false;
+  std::atomic<bool> _familyNameFirst = false;  // written by the test, on any thread
 };
 
 }  // namespace pellor
