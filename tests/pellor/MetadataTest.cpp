@@ -128,22 +128,5 @@ TEST_F(PersonOnThreads, EveryEditIsSavedOrStillMarked) {
   EXPECT_TRUE(process.settle(60));
 }
 
-TEST_F(PersonOnThreads, MetadataIsWrittenFromAnyThread) {
-  const auto person = PLPerson::init();
-  constexpr int writes = 200;
-  std::vector<std::thread> writers;
-  for (const std::string name : {"a", "b", "c"}) {
-    writers.emplace_back([&person, name] {
-      for (int write = 1; write <= writes; ++write) {
-        person->setMetadataValueForKey(write, name);
-        EXPECT_EQ(person->metadataValueForKey(name), Value(write));
-      }
-    });
-  }
-  for (auto& writer : writers) writer.join();
-  EXPECT_EQ(person->metadata(), (Dictionary{{"a", writes}, {"b", writes}, {"c", writes}}));
-  EXPECT_TRUE(process.settle(60));
-}
-
 }  // namespace
 }  // namespace pellor
