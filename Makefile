@@ -9,13 +9,14 @@ SOURCE_FOLDERS = Pellor runtime platform testing linux cli tests examples fuzz b
 SOURCES = $(shell find $(wildcard $(SOURCE_FOLDERS)) -name '*.h' -o -name '*.cpp')
 
 .DEFAULT_GOAL := help
-.PHONY: help setup run test asan tsan core format check-format check-sources tidy install clean
+.PHONY: help setup run test asan tsan thread-safety core format check-format check-sources tidy install clean
 
 help:
 	@echo 'make run            the program at work on the sample contacts (release build)'
 	@echo 'make test           build and run every test'
 	@echo 'make asan           the same under AddressSanitizer and UndefinedBehaviorSanitizer'
 	@echo 'make tsan           the same under ThreadSanitizer'
+	@echo 'make thread-safety  let clang check which lock or queue guards what'
 	@echo 'make core           build the library alone, without the Linux platform'
 	@echo 'make format         format all sources;  make check-format  only tell which are not'
 	@echo 'make check-sources  check the directions of includes'
@@ -52,6 +53,10 @@ asan tsan:
 	@$(SETUP) build libraries tests sanitizers
 	$(call build,$@)
 	$(call test,$@)
+
+thread-safety:
+	@$(SETUP) build libraries tests sanitizers
+	$(call build,$@)
 
 core:
 	@$(SETUP) build
