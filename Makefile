@@ -9,7 +9,7 @@ SOURCE_FOLDERS = Pellor runtime platform testing linux cli tests examples fuzz b
 SOURCES = $(shell find $(wildcard $(SOURCE_FOLDERS)) -name '*.h' -o -name '*.cpp')
 
 .DEFAULT_GOAL := help
-.PHONY: help setup run test asan tsan thread-safety core format check-format check-sources tidy install clean
+.PHONY: help setup run test asan tsan thread-safety coverage core format check-format check-sources tidy install clean
 
 help:
 	@echo 'make run            the program at work on the sample contacts (release build)'
@@ -17,6 +17,7 @@ help:
 	@echo 'make asan           the same under AddressSanitizer and UndefinedBehaviorSanitizer'
 	@echo 'make tsan           the same under ThreadSanitizer'
 	@echo 'make thread-safety  let clang check which lock or queue guards what'
+	@echo 'make coverage       which lines and branches of Pellor/ the tests reach; fails below 97 and 90 percent'
 	@echo 'make core           build the library alone, without the Linux platform'
 	@echo 'make format         format all sources;  make check-format  only tell which are not'
 	@echo 'make check-sources  check the directions of includes'
@@ -57,6 +58,17 @@ asan tsan:
 thread-safety:
 	@$(SETUP) build libraries tests sanitizers
 	$(call build,$@)
+
+# Without counts of earlier runs, and without what is left of sources that are gone.
+coverage:
+	@$(SETUP) build tests coverage
+	$(call build,$@)
+	@find build/coverage -name '*.gcda' -delete
+	@for notes in $$(find build/coverage -name '*.gcno'); do test -e "$${notes%.gcno}.o" || rm "$$notes"; done
+	@echo '== test (coverage)'
+	@PELLOR_SEEDS=20 build/coverage/tests/pellor/pellor_tests --gtest_brief=1
+	@gcovr --root . --filter Pellor/ --gcov-executable gcov-12 --exclude-throw-branches -j $(JOBS) build/coverage \
+	  --txt --print-summary --html-details build/coverage/report.html --fail-under-line 97 --fail-under-branch 90
 
 core:
 	@$(SETUP) build
