@@ -100,7 +100,7 @@ TEST_F(DelayedOperation, ARunThatWasQueuedBeforeTheInvalidationKeepsItsBlock) {
 
 TEST_F(DelayedOperation, RequestsComeOnTheQueue) {
   make(5);
-  EXPECT_DEATH(operation->execute(), "expected PLDelayedOperation::execute to be called on the operation's queue");
+  EXPECT_DEATH(operation->execute(), "expected execute to be called on queue operation");
 }
 
 }  // namespace
