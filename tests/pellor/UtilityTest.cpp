@@ -38,6 +38,7 @@ TEST_F(Utility, InitialIsTheFirstLetterOfALatinText) {
   } cases[] = {
       {"ann", "A"},
       {"éric", "É"},
+      {"ạnn", "Ạ"},
       {"ß", "SS"},
       {"e\u0301ric", "E"},
       {"\u0301a", "\u0301"},  // a mark counts as a letter
@@ -51,6 +52,7 @@ TEST_F(Utility, InitialIsTheFirstLetterOfALatinText) {
       {"\xC3", std::nullopt},
       {"\xC1\x81", std::nullopt},  // no other spelling of "A"
       {"\xE0\x81\x81", std::nullopt},
+      {"\xC3(", std::nullopt},
       {"\xFF", std::nullopt},
       {"", std::nullopt},
       {std::nullopt, std::nullopt},
