@@ -226,21 +226,5 @@ TEST_F(ManagerEditTest, ObserversMayEdit) {
   EXPECT_THAT(a->takeNotifications(), ElementsAre("changed Cy+", "changed Ann-"));
 }
 
-TEST_F(ManagerEditTest, PositionsOfFriendsAndOfStrangers) {
-  setGroups(20, 12);
-  auto a = launchWith("-,-,-,-,-,-,-,-,-,-,-,-|-,Ann");
-  const auto ann = a->friendAt(1, 1);
-  const auto bob = a->person("Bob");
-  a->run([&] {
-    EXPECT_EQ(a->manager().positionOfFriendInGroup(ann), 1U);
-    EXPECT_EQ(a->manager().groupIndexContainingFriend(ann), 1U);
-    for (const auto& stranger : {bob, std::shared_ptr<PLPerson>()}) {
-      EXPECT_FALSE(a->manager().isPersonFriend(stranger));
-      EXPECT_EQ(a->manager().positionOfFriendInGroup(stranger), 9223372036854775807U);
-      EXPECT_EQ(a->manager().groupIndexContainingFriend(stranger), 1U);
-    }
-  });
-}
-
 }  // namespace
 }  // namespace pellor

@@ -200,29 +200,5 @@ TEST_F(ManagerRefreshTest, OnePersonInManySlotsKeepsTheFirst) {
   EXPECT_EQ(stored(2), "Ann,Bob|Cy,-|-,-");
 }
 
-TEST_F(ManagerRefreshTest, ProcessesThatReloadEachOthersListComeToRest) {
-  std::vector<std::unique_ptr<ManagerProcess>> processes;
-  for (int number = 0; number < 3; ++number) processes.push_back(launch());
-  rest();
-  processes[0]->add("Ann");
-  processes[0]->add("Dan");
-  rest();
-  const std::uint64_t posts = world.bus().postCount(PLFriendsChangedExternallyNotification);
-  processes[1]->add("Bob");
-  rest();
-  EXPECT_EQ(world.bus().postCount(PLFriendsChangedExternallyNotification), posts + 1);
-  world.addressBook().remove("guid-Ann");
-  rest();
-  world.addressBook().add(contactNamed("Ann"));
-  rest();
-  world.addressBook().rebuild();
-  rest();
-  world.preferences().clearRecords();
-  postListChanged();
-  rest();
-  EXPECT_EQ(world.preferences().writeCount(), 0U);
-  for (const auto& process : processes) EXPECT_EQ(process->list(), "Ann,dan@example.org|Bob,-|-,-");
-}
-
 }  // namespace
 }  // namespace pellor
