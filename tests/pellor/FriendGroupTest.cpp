@@ -97,6 +97,7 @@ TEST_F(FriendGroup, SetsReplacesAndEmptiesSlots) {
       << "no word of who was there";
   EXPECT_FALSE(group->containsFriend(ann));
   EXPECT_EQ(group->count(), 1U);
+  EXPECT_EQ(group->friendAtPosition(3), nullptr);
   takeLog();
 
   group->setFriendAtPosition(cid, 3, error);

@@ -383,6 +383,21 @@ TEST_P(DamagedListTest, WithoutAGoodCopyTheListStartsEmpty) {
   EXPECT_EQ(world.preferences().putAsideCopies()[0].value, GetParam().content);
 }
 
+TEST_P(DamagedListTest, WhatWasAddedToTheListInItsPlaceStays) {
+  setGroups(3, 2);
+  damage();
+  world.preferences().failWrites();
+  auto a = launch();
+  a->add("Ann");
+  postListChanged();
+  advance(1);
+  EXPECT_EQ(a->list(), "ann@example.org,-|-,-");
+  world.preferences().allowWrites();
+  rest();
+  EXPECT_EQ(a->list(), "ann@example.org,-|-,-");
+  EXPECT_EQ(stored(2), "?,-|-,-");
+}
+
 TEST_P(DamagedListTest, ARunningManagerPutsItRightOnce) {
   setGroups(3, 2);
   store("Ann,Bob");
