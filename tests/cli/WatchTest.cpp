@@ -63,7 +63,7 @@ TEST(Watch, WhatAnAddReportedSurvivesEveryKill) {
   watch.finish();
   const std::string list = pellor(home, {"list"}).output;
   EXPECT_THAT(list, testing::HasSubstr(" 1 + AL Ann Lee"));
-  EXPECT_THAT(list, testing::HasSubstr(" 2    030 1112233"));
+  EXPECT_THAT(list, testing::HasSubstr(" 2 +    030 1112233"));
   EXPECT_EQ(pellor(home, {"list"}).output, list);
 }
 
