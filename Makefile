@@ -59,11 +59,15 @@ thread-safety:
 	@$(SETUP) build libraries tests sanitizers
 	$(call build,$@)
 
+# The build itself counts: it asks the test program for its tests.
+drop_counts = @test ! -d build/coverage || find build/coverage -name '*.gcda' -delete
+
 # Without counts of earlier runs, and without what is left of sources that are gone.
 coverage:
 	@$(SETUP) build tests coverage
+	$(drop_counts)
 	$(call build,$@)
-	@find build/coverage -name '*.gcda' -delete
+	$(drop_counts)
 	@for notes in $$(find build/coverage -name '*.gcno'); do test -e "$${notes%.gcno}.o" || rm "$$notes"; done
 	@echo '== test (coverage)'
 	@PELLOR_SEEDS=20 build/coverage/tests/pellor/pellor_tests --gtest_brief=1
