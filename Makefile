@@ -56,7 +56,7 @@ asan tsan:
 	$(call test,$@)
 
 thread-safety:
-	@$(SETUP) build libraries tests sanitizers
+	@$(SETUP) build libraries sanitizers
 	$(call build,$@)
 
 # The build itself counts: it asks the test program for its tests.
