@@ -1281,17 +1281,27 @@ bool PLFriendsManager::refreshAgainstAddressBook() {
   if (!_didCompleteInitialLoading) return false;
   const bool isDue = _needsAddressBookRefresh || _addressBookSequenceNumberDidChange();
   if (!isDue || !_refreshAgainstContactsEnabled) return false;
-  _PLGetLogSystem().log("refreshing friends against address book");
-  platformOf(_process).addressBook->performWithAddressBook([this](AddressBook& addressBook) {
-    for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
-      if (auto person = _friendAtPosition(index)) person->refreshWithAddressBook(&addressBook);
-    }
-    _updateLastKnownAddressBookSequenceNumber(addressBook.sequenceNumber());
-  });
+  bool didRefresh = false;
+  platformOf(_process).addressBook->performWithAddressBook(
+      [&](AddressBook& addressBook) { didRefresh = addressBook.isReadable() && _refreshFriends(addressBook); });
+  if (!didRefresh) return false;
   _cleanUpFriendListIfNecessary();
   _postChangeNotificationIfNecessary();
   _needsAddressBookRefresh = false;
   _checkInvariants();
+  return true;
+}
+
+// Whether all of them could be looked up. The number is taken over only then, so that a refresh that was cut short
+// stays due.
+bool PLFriendsManager::_refreshFriends(AddressBook& addressBook) {
+  _PLGetLogSystem().log("refreshing friends against address book");
+  for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
+    if (auto person = _friendAtPosition(index)) person->refreshWithAddressBook(&addressBook);
+  }
+  const std::int32_t number = addressBook.sequenceNumber();
+  if (!addressBook.isReadable()) return false;
+  _updateLastKnownAddressBookSequenceNumber(number);
   return true;
 }
 
@@ -1321,7 +1331,8 @@ bool PLFriendsManager::_addressBookSequenceNumberDidChange() {
   bool didChange = false;
   platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
     const auto known = _lastKnownAddressBookSequenceNumber();
-    didChange = known && *known != addressBook.sequenceNumber();
+    const std::int32_t number = addressBook.sequenceNumber();
+    didChange = known && *known != number && addressBook.isReadable();
   });
   return didChange;
 }

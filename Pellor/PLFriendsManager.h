@@ -259,7 +259,8 @@ class PLFriendsManager : public Object,
 
   /// Brings every friend in step with the contacts, if they changed since the last time or a load asked for it, takes
   /// out who is there twice, saves, and posts the change notification; whether a refresh ran. Does nothing, and leaves
-  /// a refresh due, while refreshing is disabled and before there is a list.
+  /// a refresh due, while refreshing is disabled, before there is a list and while the contacts cannot be read. One
+  /// that cannot read them to its end stays due as well, and counts as none.
   bool refreshAgainstAddressBook();
   /// Enables or disables refreshing in this manager, until it ends; enabling it starts a refresh that is due.
   void setRefreshAgainstContactsEnabled(bool enabled);
@@ -391,6 +392,7 @@ class PLFriendsManager : public Object,
   void _removeDestinationlessFriendsIfNecessary();
   void _removeFriendsAtIndices(const std::vector<std::uint64_t>& indices);
   std::optional<std::int32_t> _lastKnownAddressBookSequenceNumber();
+  bool _refreshFriends(AddressBook& addressBook);
   void _updateLastKnownAddressBookSequenceNumber(std::int32_t number);
   bool _addressBookSequenceNumberDidChange();
 

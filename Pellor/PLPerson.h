@@ -178,7 +178,8 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   // --- 5  Address book ---
 
   /// Brings the person in line with the address book: with the record that its GUID names, else with the record that
-  /// fits its name and destinations best; when there is none it is unlinked and keeps both. Null: nothing happens.
+  /// fits its name and destinations best; when there is none it is unlinked and keeps both. Null: nothing happens. A
+  /// person who is not found because the contacts cannot be read stays as it is.
   ///
   /// Posts PLPersonUnlinkedFromAddressBookNotification when the GUID is replaced or cleared. When anything changed,
   /// marks the person and posts PLPersonValuesChangedNotification. A record found again that says what the person says

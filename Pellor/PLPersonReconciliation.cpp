@@ -45,8 +45,11 @@ void PLPerson::_reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* 
     initials = _refreshFromRecord(reconciliation, linked);
   } else if (const RecordRef found = _searchRecord(reconciliation)) {
     initials = _adoptRecord(reconciliation, found);
-  } else {
+  } else if (addressBook->isReadable()) {
     initials = _unlink(reconciliation);
+  } else {
+    // Nothing was found because nothing could be read: that is no reason to give a link up.
+    initials = _record->_initials;
   }
   reconciliation.changed |= _adoptInitials(initials, report, "updating monogram for friend with GUID %@: [%@] -> [%@]");
   _publish();

@@ -74,12 +74,11 @@ void ContactIndex::findFolder() {
   SQLiteTransaction transaction(_statements->database(), SQLiteTransaction::Kind::write);
   const std::int64_t sequence = raiseSequence(*_statements);
   const std::string uid = randomUID();
-  const std::string form = derivation();
-  _statements->use("INSERT OR IGNORE INTO folders (path, uid, sequence, derivation) VALUES (?, ?, ?, ?)")
+  // Without a form: nothing is known of the folder yet, which is not the same as a folder without contacts.
+  _statements->use("INSERT OR IGNORE INTO folders (path, uid, sequence, derivation) VALUES (?, ?, ?, '')")
       ->bind(1, path)
       .bind(2, uid)
       .bind(3, sequence)
-      .bind(4, form)
       .run();
   transaction.commit();
   find();
@@ -96,11 +95,12 @@ void ContactIndex::recover() {
 }
 
 void ContactIndex::reportFailure(const std::string& reason) {
-  if (!_hasFailed) _log.log("the contact index cannot be used, it will be tried again: %@", reason);
-  _hasFailed = true;
+  if (!_failure) _log.log("the contact index cannot be used, it will be tried again: %@", reason);
+  _failure = reason;
 }
 
 bool ContactIndex::attempt(const std::function<void()>& work) {
+  if (_hasFailedWhileReading) return false;
   try {
     try {
       work();
@@ -111,10 +111,9 @@ bool ContactIndex::attempt(const std::function<void()>& work) {
     }
   } catch (const std::exception& error) {
     reportFailure(error.what());
+    _hasFailedWhileReading = _readers > 0;
     return false;
   }
-  if (_hasFailed) _log.log("the contact index can be used again");
-  _hasFailed = false;
   return true;
 }
 
@@ -127,14 +126,17 @@ void ContactIndex::setFolderError(std::optional<std::string> error) {
 
 bool ContactIndex::update(const FolderChange& change) {
   _mustRetry = false;
-  return attempt([&] { updateOnce(change); }) && !_mustRetry;
+  if (!attempt([&] { updateOnce(change); })) return false;
+  if (_failure) _log.log("the contact index can be used again");
+  _failure.reset();
+  return !_mustRetry;
 }
 
 void ContactIndex::updateOnce(const FolderChange& change) {
   // Another process may have put the file aside and made a new one.
   const bool isStale = !_statements || (!_isInMemory && _statements->database().hasMoved());
   if (isStale) open(IndexCheck::quick);
-  if (isStale && !change.everything) return updateOnce(FolderChange::all());
+  if (!change.everything && (isStale || indexedForm().empty())) return updateOnce(FolderChange::all());
   try {
     const bool mayBeCurrent = change.everything && change.names.empty();
     if (!mayBeCurrent || !isCurrent(present(change))) apply(change);
@@ -153,15 +155,16 @@ std::map<std::string, FileSignature> ContactIndex::present(const FolderChange& c
   return files;
 }
 
-bool ContactIndex::hasCurrentForm() {
+// Empty before the folder was read for the first time.
+std::string ContactIndex::indexedForm() {
   const auto row = _statements->use("SELECT derivation FROM folders WHERE folder=?");
   row->bind(1, _folder);
-  return row->step() && row->text(0) == derivation();
+  return row->step() ? row->text(0) : std::string();
 }
 
 bool ContactIndex::isCurrent(const std::map<std::string, FileSignature>& files) {
   const bool areKnown = std::all_of(files.begin(), files.end(), [](const auto& file) { return file.second.isKnown(); });
-  return areKnown && hasCurrentForm() && files == indexedSignatures(*_statements, _folder);
+  return areKnown && indexedForm() == derivation() && files == indexedSignatures(*_statements, _folder);
 }
 
 void ContactIndex::apply(const FolderChange& change) {
@@ -169,9 +172,8 @@ void ContactIndex::apply(const FolderChange& change) {
   ContactIndexUpdate update(*_statements, _folder, _options);
   // The folder is looked at with the lock held: whoever had it before may have done the work.
   update.bringInStep(present(change), change);
-  if (!hasCurrentForm()) {
-    update.deriveAll();
-    const std::string form = derivation();
+  if (const std::string form = derivation(); indexedForm() != form) {
+    update.deriveOthers();
     _statements->use("UPDATE folders SET derivation=? WHERE folder=?")->bind(1, form).bind(2, _folder).run();
   }
   if (update.hasChanged()) {
@@ -191,6 +193,7 @@ void ContactIndex::beginReading() {
 
 void ContactIndex::endReading() {
   if (--_readers > 0) return;
+  _hasFailedWhileReading = false;
   try {
     database().execute("COMMIT");
   } catch (const std::exception&) {
@@ -201,6 +204,15 @@ void ContactIndex::endReading() {
 const SQLiteDatabase& ContactIndex::database() const {
   if (!_statements) throw std::runtime_error("no index is open");
   return _statements->database();
+}
+
+bool ContactIndex::isReadable() {
+  std::string form;
+  attempt([&] {
+    database();
+    form = indexedForm();
+  });
+  return !form.empty();
 }
 
 std::string ContactIndex::databaseUID() {

@@ -44,6 +44,8 @@ class ContactIndex {
   /// or cannot be read leaves the index as it is. Not while reading. False when it has to be tried again.
   bool update(const FolderChange& change);
 
+  /// Why the index could not be used; absent again after an update that went well.
+  const std::optional<std::string>& failure() const { return _failure; }
   /// Why the folder could not be read at the last update; absent when it could. One sentence for the user.
   const std::optional<std::string>& folderError() const { return _folderError; }
   /// How many files were read so far, for those who want to know what an update cost.
@@ -53,6 +55,12 @@ class ContactIndex {
   void beginReading();
   void endReading();
   bool isReading() const { return _readers > 0; }
+
+  /// Whether the index can be read and has been in step with the folder once. After a failure inside `beginReading` and
+  /// `endReading` nothing more is read until the end, so that what was read is of one piece.
+  bool isReadable();
+  /// Whether there was such a failure. Inside these two.
+  bool hasFailedWhileReading() const { return _hasFailedWhileReading; }
 
   /// Made at random once for each contacts folder.
   std::string databaseUID();
@@ -81,7 +89,7 @@ class ContactIndex {
   std::map<std::string, FileSignature> present(const FolderChange& change);
   void setFolderError(std::optional<std::string> error);
   bool isCurrent(const std::map<std::string, FileSignature>& files);
-  bool hasCurrentForm();
+  std::string indexedForm();
   std::string derivation() const;
   const SQLiteDatabase& database() const;
   std::optional<IndexedContact> contact(std::string_view query, const Binding& bind);
@@ -93,7 +101,8 @@ class ContactIndex {
   bool _isInMemory = false;
   std::int64_t _folder = 0;
   int _readers = 0;
-  bool _hasFailed = false;
+  std::optional<std::string> _failure;
+  bool _hasFailedWhileReading = false;
   bool _mustRetry = false;
   std::optional<std::string> _folderError;
   std::size_t _filesRead = 0;

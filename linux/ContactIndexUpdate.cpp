@@ -197,14 +197,16 @@ std::int64_t ContactIndexUpdate::identityOf(const std::string& guid) {
   return statement->integer(0);
 }
 
-void ContactIndexUpdate::deriveAll() {
+void ContactIndexUpdate::deriveOthers() {
   std::vector<std::int64_t> cards;
   {
     const auto row = _statements.use("SELECT card FROM cards WHERE folder=? AND id IS NOT NULL");
     row->bind(1, _folder);
     while (row->step()) cards.push_back(row->integer(0));
   }
-  for (const std::int64_t card : cards) derive(card);
+  for (const std::int64_t card : cards) {
+    if (!_changedCards.contains(card)) derive(card);
+  }
 }
 
 void ContactIndexUpdate::derive(std::int64_t card) {

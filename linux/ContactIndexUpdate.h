@@ -28,8 +28,8 @@ class ContactIndexUpdate {
 
   /// Makes the index agree with these files: `present` are all that there are, or those of `change` if it names some.
   void bringInStep(const std::map<std::string, FileSignature>& present, const FolderChange& change);
-  /// Makes names and destinations of all contacts anew.
-  void deriveAll();
+  /// Makes names and destinations anew of all contacts that have not changed in this update.
+  void deriveOthers();
 
   /// Whether a contact came, went or changed.
   bool hasChanged() const { return _hasChanged; }

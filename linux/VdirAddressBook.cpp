@@ -63,8 +63,11 @@ void VdirAddressBook::start() {
   if (_watch) return;
   _watch = makeWatch();
   update(FolderChange::all());
-  _announcedSequence = _index->sequenceNumber();
+  _announcedSequence = readableSequence();
 }
+
+// Zero while the contacts cannot be read, so that the number that follows is announced.
+std::int32_t VdirAddressBook::readableSequence() { return _index->isReadable() ? _index->sequenceNumber() : 0; }
 
 std::unique_ptr<FolderWatch> VdirAddressBook::makeWatch() {
   const auto queue = _process.mainQueue().shared_from_this();
@@ -116,7 +119,6 @@ void VdirAddressBook::update(const FolderChange& change) {
   _unfinished.merge(change);
   if (!_index->update(_unfinished)) return tryAgainLater();
   _unfinished = {};
-  _retryPause = 0;
 }
 
 void VdirAddressBook::tryAgainLater() {
@@ -133,7 +135,7 @@ void VdirAddressBook::tryAgainLater() {
 
 // The number tells of changes that another process brought into the index first, too.
 void VdirAddressBook::announce() {
-  const std::int32_t sequence = _index->sequenceNumber();
+  const std::int32_t sequence = readableSequence();
   if (sequence == 0 || sequence == _announcedSequence) return;
   _announcedSequence = sequence;
   post(AddressBookChangedNotification);
@@ -149,8 +151,21 @@ void VdirAddressBook::performWithAddressBook(const std::function<void(AddressBoo
   {
     const ReadingScope scope(*_index);
     work(*_shared);
+    takeOutcomeOfReading();
   }
   if (!_index->isReading()) resumeInbox();
+}
+
+// Whoever met the failure concluded nothing, and is told when the contacts can be read again. An update that goes well
+// does not end the growth of the pauses alone: the look that follows it may fail again.
+void VdirAddressBook::takeOutcomeOfReading() {
+  if (_index->hasFailedWhileReading()) {
+    _announcedSequence = 0;
+    _unfinished.merge(FolderChange::all());
+    tryAgainLater();
+  } else if (_unfinished.isEmpty()) {
+    _retryPause = 0;
+  }
 }
 
 void VdirAddressBook::resumeInbox() {
@@ -173,6 +188,12 @@ std::shared_ptr<AddressBook> VdirAddressBook::openPrivateAddressBook() {
 
 std::optional<std::string> VdirAddressBook::folderError() {
   start();
+  return _index->folderError();
+}
+
+std::optional<std::string> VdirAddressBook::readError() {
+  start();
+  if (_index->failure() || _index->isReadable()) return _index->failure();
   return _index->folderError();
 }
 

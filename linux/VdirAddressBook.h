@@ -57,6 +57,9 @@ class VdirAddressBook final : public AddressBookStore, public std::enable_shared
 
   /// Why there are no contacts, in one sentence for the user; absent when the folder can be read.
   std::optional<std::string> folderError();
+  /// Why lookups find nothing or may have missed something; absent when the contacts can be read, if only as they were
+  /// when the folder was read last.
+  std::optional<std::string> readError();
   const std::filesystem::path& contactsFolder() const { return _contactsFolder; }
   const LogHandle& log() const { return _log; }
   /// The shared handle, for the other adapters of the same folder. To be used inside `performWithAddressBook`.
@@ -73,6 +76,8 @@ class VdirAddressBook final : public AddressBookStore, public std::enable_shared
   void takeWatchProblem(const std::string& problem);
   void update(const FolderChange& change);
   void tryAgainLater();
+  void takeOutcomeOfReading();
+  std::int32_t readableSequence();
   void announce();
   void post(const char* notification);
 

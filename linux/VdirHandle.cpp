@@ -27,6 +27,8 @@ std::optional<std::vector<RecordRef>> unlessEmpty(std::vector<RecordRef> records
 VdirHandle::VdirHandle(std::shared_ptr<ContactIndex> index, std::function<bool()> surnameFirst)
     : _index(std::move(index)), _surnameFirst(std::move(surnameFirst)) {}
 
+bool VdirHandle::isReadable() { return _index->isReadable(); }
+
 std::optional<std::string> VdirHandle::databaseUID() {
   std::string uid = _index->databaseUID();
   if (uid.empty()) return std::nullopt;

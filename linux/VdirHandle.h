@@ -26,6 +26,7 @@ class VdirHandle final : public AddressBook, public std::enable_shared_from_this
   /// A handle to the same address book with records of its own.
   std::shared_ptr<VdirHandle> another() const { return std::make_shared<VdirHandle>(_index, _surnameFirst); }
 
+  bool isReadable() override;
   std::optional<std::string> databaseUID() override;
   std::int32_t sequenceNumber() override;
   RecordRef copyPersonMatchingGUID(std::string_view guid) override;

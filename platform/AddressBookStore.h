@@ -86,6 +86,10 @@ class AddressBook {
  public:
   virtual ~AddressBook() = default;
 
+  /// Whether the contacts can be read. Once a lookup has failed this is false until the `performWithAddressBook` around
+  /// it ends. While it is false lookups find nothing and the sequence number says nothing: nothing is to be concluded
+  /// from either. When the contacts can be read again the change notification is posted.
+  virtual bool isReadable() = 0;
   /// The database's unique identifier; absent when the handle has no database.
   virtual std::optional<std::string> databaseUID() = 0;
   /// A number that changes with every change to the database, whichever process made it or noticed it.
@@ -114,7 +118,8 @@ class AddressBookStore {
   virtual void performWithAddressBook(const std::function<void(AddressBook&)>& work) = 0;
   /// A handle of the caller's own, closed with its last reference; null when it cannot be opened.
   virtual std::shared_ptr<AddressBook> openPrivateAddressBook() = 0;
-  /// The name of the in-process notification that is posted on the main queue after the database changed.
+  /// The name of the in-process notification that is posted on the main queue after the database changed, and when it
+  /// can be read after it could not.
   virtual std::string addressBookChangedNotification() const = 0;
 
   /// Whether the user turned short names on.

@@ -210,6 +210,12 @@ std::int32_t InMemoryAddressBook::sequenceNumber() const {
   return _sequenceNumber;
 }
 
+void InMemoryAddressBook::setReadable(bool isReadable) {
+  const MutexLock lock(_mutex);
+  _isReadable = isReadable;
+  announce();
+}
+
 void InMemoryAddressBook::setOpenFails(bool fails) {
   const MutexLock lock(_mutex);
   _openFails = fails;
@@ -227,6 +233,10 @@ void InMemoryAddressBook::setShortNamePreferNicknames(bool prefersNicknames) {
 
 void InMemoryAddressBook::didChange() {
   ++_sequenceNumber;
+  announce();
+}
+
+void InMemoryAddressBook::announce() {
   for (const auto& weak : _services) {
     if (const auto service = weak.lock()) service->announceChange();
   }
@@ -336,6 +346,11 @@ InMemoryAddressBook::Rows InMemoryAddressBook::linkedRows(Row row) const {
 std::optional<std::string> InMemoryAddressBook::databaseUID() const {
   const MutexLock lock(_mutex);
   return _databaseUID;
+}
+
+bool InMemoryAddressBook::isReadable() const {
+  const MutexLock lock(_mutex);
+  return _isReadable;
 }
 
 std::int32_t InMemoryAddressBook::newEntryIdentifier() {

@@ -76,6 +76,9 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   void setDatabaseUID(std::optional<std::string> uid);
   /// At first 1, so that a process that has seen nothing yet differs.
   std::int32_t sequenceNumber() const;
+  /// Whether the contacts can be read, at first true. While they cannot, handles find nothing and give the number 0.
+  /// Each call is announced as a change is.
+  void setReadable(bool isReadable);
   /// Whether `openPrivateAddressBook` fails.
   void setOpenFails(bool fails);
 
@@ -118,6 +121,7 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   /// The rows linked with this one, itself included, the one that stands for the set first; empty without links.
   Rows linkedRows(Row row) const;
   std::optional<std::string> databaseUID() const;
+  bool isReadable() const;
   std::int32_t newEntryIdentifier();
 
   // With the lock held
@@ -130,6 +134,7 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   void leaveLinkSet(Row row) PELLOR_REQUIRES(_mutex);
   bool standsForItsSet(Row row) const PELLOR_REQUIRES(_mutex);
   void didChange() PELLOR_REQUIRES(_mutex);
+  void announce() PELLOR_REQUIRES(_mutex);
   void updateIndexes() PELLOR_REQUIRES(_mutex);
   std::string destinationKey(std::string_view destination) PELLOR_REQUIRES(_mutex);
 
@@ -148,6 +153,7 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   std::int32_t _lastEntryIdentifier PELLOR_GUARDED_BY(_mutex) = -1;
   std::int32_t _sequenceNumber PELLOR_GUARDED_BY(_mutex) = 1;
   std::optional<std::string> _databaseUID PELLOR_GUARDED_BY(_mutex) = "TestDatabase";
+  bool _isReadable PELLOR_GUARDED_BY(_mutex) = true;
   bool _openFails PELLOR_GUARDED_BY(_mutex) = false;
   bool _shortNameFormatEnabled PELLOR_GUARDED_BY(_mutex) = false;
   bool _shortNamePreferNicknames PELLOR_GUARDED_BY(_mutex) = false;

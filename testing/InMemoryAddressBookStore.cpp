@@ -18,6 +18,11 @@ InMemoryAddressBookHandle::InMemoryAddressBookHandle(std::shared_ptr<InMemoryAdd
                                                      std::shared_ptr<ProcessLink> link)
     : _database(std::move(database)), _link(std::move(link)) {}
 
+bool InMemoryAddressBookHandle::isReadable() {
+  requireMainQueue("AddressBook::isReadable");
+  return _database->isReadable();
+}
+
 std::optional<std::string> InMemoryAddressBookHandle::databaseUID() {
   requireMainQueue("AddressBook::databaseUID");
   return _database->databaseUID();
@@ -25,7 +30,7 @@ std::optional<std::string> InMemoryAddressBookHandle::databaseUID() {
 
 std::int32_t InMemoryAddressBookHandle::sequenceNumber() {
   requireMainQueue("AddressBook::sequenceNumber");
-  return _database->sequenceNumber();
+  return _database->isReadable() ? _database->sequenceNumber() : 0;
 }
 
 RecordRef InMemoryAddressBookHandle::copyPersonMatchingGUID(std::string_view guid) {
@@ -72,13 +77,16 @@ std::shared_ptr<InMemoryContactRecord> InMemoryAddressBookHandle::record(Row row
 
 std::vector<RecordRef> InMemoryAddressBookHandle::records(const InMemoryAddressBook::Rows& rows) {
   std::vector<RecordRef> result;
+  if (!_database->isReadable()) return result;
   for (const Row row : rows) {
     if (auto found = record(row)) result.push_back(std::move(found));
   }
   return result;
 }
 
-RecordRef InMemoryAddressBookHandle::recordOrNull(std::optional<Row> row) { return row ? record(*row) : nullptr; }
+RecordRef InMemoryAddressBookHandle::recordOrNull(std::optional<Row> row) {
+  return row && _database->isReadable() ? record(*row) : nullptr;
+}
 
 InMemoryAddressBookStore::InMemoryAddressBookStore(std::shared_ptr<InMemoryAddressBook> database, Process& process)
     : _database(std::move(database)),

@@ -22,6 +22,7 @@ class InMemoryAddressBookHandle : public AddressBook, public std::enable_shared_
  public:
   InMemoryAddressBookHandle(std::shared_ptr<InMemoryAddressBook> database, std::shared_ptr<ProcessLink> link);
 
+  bool isReadable() override;
   std::optional<std::string> databaseUID() override;
   std::int32_t sequenceNumber() override;
   RecordRef copyPersonMatchingGUID(std::string_view guid) override;

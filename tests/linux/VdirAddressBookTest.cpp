@@ -144,6 +144,7 @@ TEST_F(VdirAddressBookTest, AFolderMayComeLaterAndGo) {
   Program program(*this);
   EXPECT_EQ(program.nameOf("anna"), "(none)");
   EXPECT_THAT(program.store->folderError().value_or(""), HasSubstr("does not exist"));
+  program.with([](AddressBook& book) { EXPECT_FALSE(book.isReadable()) << "nothing was ever known of the folder"; });
 
   std::filesystem::create_directory(folder / "new");
   writeFile(folder / "new" / "a.vcf", card("anna", "Anna"));
@@ -155,6 +156,7 @@ TEST_F(VdirAddressBookTest, AFolderMayComeLaterAndGo) {
   std::filesystem::rename(contacts, folder / "away");
   {
     Program later(*this);
+    later.with([](AddressBook& book) { EXPECT_TRUE(book.isReadable()); });
     EXPECT_EQ(later.nameOf("anna"), "Anna");
     EXPECT_THAT(later.store->folderError().value_or(""), HasSubstr("does not exist"));
   }
@@ -163,6 +165,39 @@ TEST_F(VdirAddressBookTest, AFolderMayComeLaterAndGo) {
   std::filesystem::rename(folder / "new", contacts);
   EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("bob") == "Bob"; }));
   EXPECT_EQ(program.nameOf("anna"), "(none)");
+}
+
+TEST_F(VdirAddressBookTest, WhatCannotBeReadIsNotEmptyAndIsToldOfWhenItCan) {
+  put("a.vcf", card("anna", "Anna"));
+  openIndex();
+  const auto execute = [this](const char* statement) {
+    SQLiteDatabase(data / "contacts-index.sqlite", SQLiteDatabase::Access::readWrite, 10).execute(statement);
+  };
+  const auto isReadable = [](Program& program) {
+    bool answer = false;
+    program.with([&](AddressBook& book) { answer = book.isReadable(); });
+    return answer;
+  };
+  execute("DELETE FROM folders");
+  execute("CREATE TRIGGER full BEFORE INSERT ON folders BEGIN SELECT RAISE(ABORT, 'full'); END");
+  Program program(*this);
+  EXPECT_FALSE(isReadable(program));
+  EXPECT_EQ(program.nameOf("anna"), "(none)");
+  execute("DROP TRIGGER full");
+  EXPECT_TRUE(program.waitUntil([&] { return program.posts[AddressBookChangedNotification] == 1; }));
+  EXPECT_EQ(program.nameOf("anna"), "Anna");
+
+  execute("ALTER TABLE cards RENAME TO lost");
+  program.with([&](AddressBook& book) {
+    EXPECT_EQ(book.copyPersonMatchingGUID("anna"), nullptr);
+    execute("ALTER TABLE lost RENAME TO cards");
+    EXPECT_EQ(book.copyPersonMatchingGUID("anna"), nullptr) << "what is read is of one piece";
+    EXPECT_FALSE(book.isReadable());
+  });
+  EXPECT_TRUE(isReadable(program));
+  EXPECT_TRUE(program.waitUntil([&] { return program.posts[AddressBookChangedNotification] == 2; }));
+  EXPECT_EQ(log->count("the contact index cannot be used"), 2U);
+  EXPECT_EQ(log->count("the contact index can be used again"), 2U);
 }
 
 TEST_F(VdirAddressBookTest, ALinkedSetHasOneThatStandsForItAndOneThatNamesIt) {

@@ -99,6 +99,23 @@ TEST_F(ManagerRefreshTest, ARefreshThatALoadAskedForStaysDueUntilItRuns) {
   EXPECT_EQ(a->logged(Refreshing), 1U);
 }
 
+TEST_F(ManagerRefreshTest, WhileTheContactsCannotBeReadNobodyIsUnlinked) {
+  world.addressBook().setReadable(false);
+  auto a = launchWith("Ann#,Bob#|Bob#,-");
+  EXPECT_EQ(a->list(), "Ann,Bob|-,-") << "cleaned up all the same";
+  const auto number = storedSequenceNumber();
+  rename("Ann", "Anna");
+  rest();
+  EXPECT_FALSE(a->run([&] { return a->manager().refreshAgainstAddressBook(); }));
+  EXPECT_EQ(a->logged(Refreshing), 0U);
+  EXPECT_EQ(storedSequenceNumber(), number);
+  EXPECT_EQ(a->friendAt(0, 0)->abRecordGUID(), "guid-Ann");
+  world.addressBook().setReadable(true);
+  rest();
+  EXPECT_EQ(a->list(), "Anna,Bob|-,-");
+  EXPECT_EQ(storedSequenceNumber(), Value(world.addressBook().sequenceNumber()));
+}
+
 TEST_F(ManagerRefreshTest, OfTwoWithOneRecordTheLowerSlotStays) {
   world.pairedDevice().setCompletedInitialSync(true);
   Array list = storedList("-,Ann#|Dan,Eve|Ann#,Dan");
