@@ -108,7 +108,9 @@ std::optional<FavoritesFile::Content> FavoritesFile::read() {
   std::error_code error;
   const auto status = std::filesystem::status(_file, error);
   if (status.type() == std::filesystem::file_type::not_found) {
-    for (Line& line : markedFavorites()) content.entries.push_back({{}, std::move(line)});
+    auto marked = markedFavorites();
+    if (!marked) return std::nullopt;
+    for (Line& line : *marked) content.entries.push_back({{}, std::move(line)});
     content.heading = Heading;
     return content;
   }
@@ -128,10 +130,13 @@ std::optional<FavoritesFile::Content> FavoritesFile::read() {
   return isWhole ? std::optional(std::move(content)) : std::nullopt;
 }
 
-std::vector<Line> FavoritesFile::markedFavorites() {
-  std::vector<Line> lines;
-  _addressBook->performWithAddressBook([&](AddressBook&) {
-    for (const RecordRef& person : _addressBook->sharedHandle().markedFavorites()) lines.push_back(lineFor(*person));
+// Absent when the contacts cannot be read: a file that is written then would hide the marks for ever.
+std::optional<std::vector<Line>> FavoritesFile::markedFavorites() {
+  std::optional<std::vector<Line>> lines;
+  _addressBook->performWithAddressBook([&](AddressBook& addressBook) {
+    std::vector<Line> marked;
+    for (const RecordRef& person : _addressBook->sharedHandle().markedFavorites()) marked.push_back(lineFor(*person));
+    if (addressBook.isReadable()) lines = std::move(marked);
   });
   return lines;
 }

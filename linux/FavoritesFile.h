@@ -56,7 +56,7 @@ class FavoritesFile final : public FavoritesSource {
   struct Content;
 
   std::optional<Content> read();
-  std::vector<Line> markedFavorites();
+  std::optional<std::vector<Line>> markedFavorites();
   FavoriteEntry entry(AddressBook& addressBook, const Line& line);
   bool write(const Content& content);
   void report(const std::string& problem);

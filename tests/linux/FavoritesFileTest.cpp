@@ -60,12 +60,16 @@ TEST_F(FavoritesFileTest, WithoutAFileTheMarksCount) {
   favorites = std::make_unique<FavoritesFile>(store);
   EXPECT_THAT(entries(), ElementsAre("First|+493023125006|f", "Second|+493023125005|e", "Élan|+493023125004|d",
                                      "Zoe|+493023125003|c"));
-  // The first edit must not lose them.
-  EXPECT_EQ(favorites->edit([](Lines& lines) {
+  // The first edit must not lose them, even where they cannot be read.
+  const auto addAnna = [](Lines& lines) {
     lines.push_back({"anna", "", ""});
     return true;
-  }),
-            Outcome::done);
+  };
+  const SQLiteDatabase index(data / "contacts-index.sqlite", SQLiteDatabase::Access::readWrite, 10);
+  index.execute("ALTER TABLE cards RENAME TO lost");
+  EXPECT_EQ(favorites->edit(addAnna), Outcome::failed);
+  index.execute("ALTER TABLE lost RENAME TO cards");
+  EXPECT_EQ(favorites->edit(addAnna), Outcome::done);
   EXPECT_EQ(entries().size(), 5U);
   EXPECT_EQ(contentOf(contacts / "favorites").substr(0, 8), "# GUID\tn");
   EXPECT_EQ(modeOf(contacts / "favorites"), 0600U);
