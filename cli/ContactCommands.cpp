@@ -144,6 +144,7 @@ void refresh(Session& session) {
   session.requireContacts();
   session.requireWritableStore();
   const std::vector<Change> changes = refreshedFriends(session);
+  session.requireContacts();  // the refresh may have met the first failure
   session.answer([&] { return refreshText(changes); }, [&] { return refreshJson(changes); });
 }
 

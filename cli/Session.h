@@ -48,7 +48,7 @@ class Session {
   /// Runs `work` with the address book; where there is no contacts folder it is an empty one.
   void withAddressBook(const std::function<void(AddressBook&)>& work);
 
-  /// Throws when there is no contacts folder.
+  /// Throws when there is no contacts folder, or nobody can tell what is in it.
   void requireContacts();
   /// Throws when nothing can be written to the store: called by commands that change something before they do.
   void requireWritableStore();

@@ -11,14 +11,17 @@
 #include <string>
 #include <vector>
 
+#include "linux/SQLiteDatabase.h"
 #include "tests/cli/Program.h"
 
 namespace pellor {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 /// Runs `pellor` as somebody who is no administrator, so that permissions count.
 class UnprivilegedUser {
@@ -126,6 +129,47 @@ TEST(StoreTrouble, WithoutContactsTheFriendsAreStillThere) {
     const ProgramResult result = pellor(home, command);
     EXPECT_EQ(result.exitCode, 1) << command.front();
     EXPECT_THAT(result.errors, HasSubstr("no contacts folder " + home.contactsFolder().string())) << command.front();
+  }
+}
+
+TEST(StoreTrouble, ContactsThatCannotBeReadUnlinkNobody) {
+  struct Case {
+    const char* what;
+    std::vector<const char*> damage;
+    const char* repair;
+  };
+  const std::vector<Case> cases = {
+      {"no place for the folder",
+       {"DELETE FROM folders", "CREATE TRIGGER full BEFORE INSERT ON folders BEGIN SELECT RAISE(ABORT, 'full'); END"},
+       "DROP TRIGGER full"},
+      {"no place for the cards",
+       {"DELETE FROM folders", "DELETE FROM cards",
+        "CREATE TRIGGER full BEFORE INSERT ON cards BEGIN SELECT RAISE(ABORT, 'full'); END"},
+       "DROP TRIGGER full"},
+      {"fails at the first look", {"ALTER TABLE cards RENAME TO lost"}, "ALTER TABLE lost RENAME TO cards"},
+      {"fails on the way",
+       {"DELETE FROM cards WHERE guid='bob'", "UPDATE folders SET sequence=sequence+1",
+        "ALTER TABLE names RENAME TO lost"},
+       "ALTER TABLE lost RENAME TO names"},
+  };
+  for (const Case& each : cases) {
+    SCOPED_TRACE(each.what);
+    const Home home;
+    const auto changeIndex = [&](const std::vector<const char*>& statements) {
+      const fs::path file = home.dataFolder() / "contacts-index.sqlite";
+      const SQLiteDatabase database(file, SQLiteDatabase::Access::readWrite, 10);
+      for (const char* statement : statements) database.execute(statement);
+    };
+    home.addContact("ann", "Ann Lee", "TEL:+49301234567\n");
+    home.addContact("bob", "Bob Lee", "TEL:+49301112233\n");
+    for (const char* name : {"ann", "bob"}) ASSERT_EQ(pellor(home, {"add", name}).exitCode, 0);
+    fs::remove(home.contactsFolder() / "bob.vcf");
+    changeIndex(each.damage);
+    const std::string broken = pellor(home, {"list", "--json"}).output;
+    EXPECT_THAT(broken, AllOf(HasSubstr("\"ann\""), HasSubstr("\"bob\"")));
+    EXPECT_THAT(pellor(home, {"refresh"}).errors, HasSubstr("cannot be read: "));
+    changeIndex({each.repair});
+    EXPECT_THAT(pellor(home, {"list", "--json"}).output, AllOf(HasSubstr("\"ann\""), Not(HasSubstr("\"bob\""))));
   }
 }
 
