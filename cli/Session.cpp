@@ -72,9 +72,10 @@ void Session::withAddressBook(const std::function<void(AddressBook&)>& work) {
 void Session::requireContacts() {
   std::error_code ignored;
   const fs::path& folder = _platform->contactsFolder();
-  if (!fs::is_directory(folder, ignored))
+  if (!fs::is_directory(folder, ignored)) {
     throw CommandError("there is no contacts folder " + folder.string() +
                        ": put vCard files there, or name another folder with --contacts");
+  }
   const auto error = _platform->addressBook().readError();
   _progress.remove();
   if (error) throw CommandError("the contacts in " + folder.string() + " cannot be read: " + *error);
