@@ -132,7 +132,7 @@ void PreferencesDatabase::openForReading(const fs::path& file) {
 
 SQLiteTransaction PreferencesDatabase::transaction(SQLiteTransaction::Kind kind) const {
   if (kind == SQLiteTransaction::Kind::write && !_isWritable) {
-    throw SQLiteError(SQLITE_READONLY, "the store is read-only");
+    throw SQLiteError(SQLITE_READONLY, ReadOnlyError);
   }
   return {*_database, kind};
 }

@@ -24,6 +24,9 @@ class PreferencesDatabase {
 
   static std::filesystem::path fileIn(const std::filesystem::path& folder);
 
+  /// What writers of a store are told that may only be read.
+  static constexpr const char* ReadOnlyError =
+      "the store is read-only: neither its files nor their folder may be written";
   bool isWritable() const { return _isWritable; }
   /// Whether it still shows what is stored. Not when the file was deleted or replaced, and, opened where nothing can be
   /// written beside it, never: then it has to be opened anew to see changes.

@@ -171,7 +171,9 @@ std::optional<Value> SQLitePreferences::persistentValueForKey(std::string_view k
 bool SQLitePreferences::isWritable() {
   const MutexLock lock(_connectionMutex);
   try {
-    return database().isWritable();
+    if (database().isWritable()) return true;
+    begins(Fault::write, PreferencesDatabase::ReadOnlyError);
+    return false;
   } catch (const SQLiteError& error) {
     begins(Fault::read, error.what());
     closeAfter(error);

@@ -48,7 +48,7 @@ class SQLitePreferences final : public PreferencesStore {
   /// one decides. True when every key is stored afterwards.
   bool insertIfAbsent(const Dictionary& values, std::string_view domain);
 
-  /// Whether the store is open and may be written.
+  /// Whether the store is open and may be written; if not, `lastError` says why.
   bool isWritable();
   /// What went wrong last and has not worked since, for the user; empty when all is well.
   std::string lastError() const;
