@@ -20,20 +20,7 @@ class MainQueueTest : public BothSchedulers {
 };
 INSTANTIATE_TEST_SUITE_P(Schedulers, MainQueueTest, bothSchedulers(), schedulerName);
 
-TEST_P(MainQueueTest, drainRunsWhatWasQueuedAtItsEntry) {
-  EXPECT_FALSE(queue.drain());
-  queue.async([&] {
-    note("a");
-    queue.async([&] { note("c"); });
-  });
-  queue.async([&] { note("b"); });
-  EXPECT_TRUE(queue.drain());
-  EXPECT_EQ(notes, (std::vector<std::string>{"a", "b"}));
-  EXPECT_FALSE(queue.drain());
-  EXPECT_EQ(notes.back(), "c");
-}
-
-TEST_P(MainQueueTest, drainMayBeNested) {
+TEST_P(MainQueueTest, drainRunsWhatWasQueuedAtItsEntryAndMayBeNested) {
   queue.async([&] {
     note("outer");
     queue.async([&] { note("queued by outer"); });
@@ -52,12 +39,9 @@ TEST_P(MainQueueTest, drainRunsTimersThatAreDue) {
   const auto timer = Timer::make(queue, [&] { note("timer"); });
   const auto later = Timer::make(queue, [&] { note("later"); });
   later->fireAt(due + 3600);
-  EXPECT_EQ(queue.nextDeadline(), due + 3600);
   later->fireAt(due + 7200);
-  EXPECT_EQ(queue.nextDeadline(), due + 7200);
-  timer->fireAt(due + 1800);
-  EXPECT_EQ(queue.nextDeadline(), due + 1800);
   timer->fireAt(due);
+  EXPECT_EQ(queue.nextDeadline(), due);
   if (isThreaded()) {
     while (process->now() < due) std::this_thread::yield();
   } else {

@@ -70,14 +70,5 @@ TEST_F(NotificationCenterTest, registrationsEndOnAnyThread) {
   }
 }
 
-TEST(NotificationCenterDeathTest, isUsedOnTheMainQueueAlone) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  Process process(std::make_shared<SimulatedScheduler>(1), nullptr);
-  const auto post = [&] { process.notificationCenter().post({.name = "n", .object = nullptr, .userInfo = {}}); };
-  EXPECT_DEATH(std::thread(post).join(), "expected NotificationCenter::post to be called on the main queue");
-  const auto queue = SerialQueue::make("pool");
-  EXPECT_DEATH((queue->async(post), process.settle(1)), "expected NotificationCenter::post");
-}
-
 }  // namespace
 }  // namespace pellor

@@ -31,21 +31,6 @@ class SettleTest : public BothSchedulers {
 };
 INSTANTIATE_TEST_SUITE_P(Schedulers, SettleTest, bothSchedulers(), schedulerName);
 
-TEST_P(SettleTest, waitsForTasksThatQueueTasks) {
-  const auto serial = SerialQueue::make("serial");
-  const auto concurrent = ConcurrentQueue::make("concurrent");
-  int hops = 0;
-  std::function<void()> hop = [&] {
-    if (++hops == 90) return;
-    std::vector<Queue*> queues{serial.get(), concurrent.get(), &process->mainQueue()};
-    queues[static_cast<std::size_t>(hops) % 3]->async(hop);
-  };
-  serial->async(hop);
-  EXPECT_TRUE(settle());
-  EXPECT_EQ(hops, 90);
-  EXPECT_EQ(participant.settles, 1);
-}
-
 TEST_P(SettleTest, servesTimersWhileAParticipantIsNotSettled) {
   participant.settled = false;
   const auto pool = SerialQueue::make("pool");
@@ -87,17 +72,6 @@ TEST_P(SettleTest, mayBeCalledFromATaskAndNested) {
   EXPECT_EQ(participant.settles, 5);
 }
 
-TEST(ThreadedSettleTest, isWokenByTheLastTaskOfThePool) {
-  Process process;
-  const auto queue = SerialQueue::make("pool");
-  for (int i = 0; i < 500; ++i) {
-    bool ran = false;
-    queue->async([&] { ran = true; });
-    ASSERT_TRUE(process.settle(longTime));
-    ASSERT_TRUE(ran);
-  }
-}
-
 TEST(ThreadedSettleTest, isWokenThoughASettleInsideItHasReturned) {
   Process process;
   const auto queue = SerialQueue::make("pool");
@@ -108,16 +82,6 @@ TEST(ThreadedSettleTest, isWokenThoughASettleInsideItHasReturned) {
     });
     ASSERT_TRUE(process.settle(longTime));
   }
-}
-
-TEST(ThreadedSettleTest, givesUpOnATaskThatDoesNotEnd) {
-  Process process;
-  std::latch release(1);
-  const auto queue = SerialQueue::make("pool");
-  queue->async([&] { release.wait(); });
-  EXPECT_FALSE(process.settle(0.001));
-  release.count_down();
-  EXPECT_TRUE(process.settle(longTime));
 }
 
 std::vector<std::string> history;
@@ -260,9 +224,10 @@ TEST(ProcessDeathTest, brokenContractsEndTheProgramWithOneLine) {
   EXPECT_DEATH(Process::current(), "pellor: fatal: expected a current process");
   const auto world = std::make_shared<SimulatedScheduler>(1);
   Process process(world, std::make_shared<StandardErrorSink>());
-  EXPECT_DEATH(std::thread([&] { process.requireMainQueue("edit"); }).join(),
-               "^pellor: fatal: expected edit to be called on the main queue\n"
-               ".log: pellor: fatal: expected edit to be called on the main queue.$");
+  EXPECT_DEATH(
+      std::thread([&] { process.notificationCenter().post({.name = "n", .object = {}, .userInfo = {}}); }).join(),
+      "^pellor: fatal: expected NotificationCenter::post to be called on the main queue\n"
+      ".log: pellor: fatal: expected NotificationCenter::post to be called on the main queue.$");
   EXPECT_DEATH((process.mainQueue().async([&] { process.abandon(); }), world->step()),
                "expected a process to end outside of its tasks");
   Process second(world, nullptr);

@@ -148,27 +148,5 @@ TEST(ThreadedTimerTest, aBusyPoolStillKeepsTime) {
   EXPECT_TRUE(process.settle(longTime));
 }
 
-TEST(SimulatedTimerTest, firesAtExactlyItsTimeInTheOrderOfTime) {
-  const auto world = std::make_shared<SimulatedScheduler>(3);
-  Process process(world, nullptr);
-  const double start = process.now();
-  const auto pool = SerialQueue::make("pool");
-  std::vector<double> firings;
-  const auto note = [&] { firings.push_back(process.now() - start); };
-  std::vector<std::shared_ptr<Timer>> timers;
-  for (const double delay : {30.0, 0.25, 5.0, 0.5, 0.25}) {
-    Queue& queue = timers.size() % 2 ? static_cast<Queue&>(*pool) : process.mainQueue();
-    timers.push_back(Timer::after(queue, delay, note));
-  }
-  world->advance(0.125);
-  EXPECT_TRUE(firings.empty());
-  world->advance(0.375);
-  EXPECT_EQ(firings, (std::vector{0.25, 0.25, 0.5}));
-  EXPECT_EQ(process.now(), start + 0.5);
-  world->advance(100);
-  EXPECT_EQ(firings, (std::vector{0.25, 0.25, 0.5, 5.0, 30.0}));
-  EXPECT_EQ(process.now(), start + 100.5);
-}
-
 }  // namespace
 }  // namespace pellor
