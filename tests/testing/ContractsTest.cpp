@@ -3,12 +3,21 @@
 
 #include <list>
 
+#include "testing/SimulatedScheduler.h"
+#include "testing/SimulatedWorld.h"
 #include "tests/contract/PreferencesStoreContract.h"
 #include "tests/contract/SystemNotifyBusContract.h"
-#include "tests/testing/SimulatedProcess.h"
 
 namespace pellor {
 namespace {
+
+struct SimulatedProcess {
+  SimulatedProcess(SimulatedWorld& world, const std::shared_ptr<Scheduler>& scheduler)
+      : process(scheduler, nullptr), platform(world.makePlatform(process)) {}
+
+  Process process;
+  Platform platform;
+};
 
 class SimulatedProcesses {
  public:
