@@ -44,7 +44,7 @@ class EditingProcess {
 
   void readCommands() {
     std::string line;
-    while (std::getline(std::cin, line) && line != EndCommand) {
+    while (std::getline(std::cin, line)) {
       if (line == EditCommand) _process.mainQueue().async([this] { editNext(); });
       if (line == ReportCommand) _process.mainQueue().async([this] { report(); });
     }
@@ -67,9 +67,8 @@ class EditingProcess {
 
   void edit() {
     const auto kind = below(10);
-    if (kind < 4) return add();
-    if (kind < 6) return remove();
-    if (kind < 9) return rearrange();
+    if (kind < 5) return add();
+    if (kind < 9) return remove();
     _manager->purgeEmptyFriendGroups();
   }
 
@@ -81,31 +80,9 @@ class EditingProcess {
     if (!_manager->personLikePerson(person)) _manager->addFriend(person);
   }
 
-  std::shared_ptr<PLFriendGroup> anyPage() { return _manager->friendGroups()[below(_manager->friendGroups().size())]; }
-
-  void remove() { anyPage()->removeFriendAtPosition(below(_manager->groupSize())); }
-
-  // Two slots of one page or of two swap what they hold.
-  void rearrange() {
-    const auto first = anyPage();
-    const auto second = anyPage();
-    const auto from = below(_manager->groupSize());
-    const auto to = below(_manager->groupSize());
-    const auto moved = first->friendAtPosition(from);
-    const auto displaced = second->friendAtPosition(to);
-    if (!moved) return;
-    put(*first, from, displaced);
-    put(*second, to, moved);
-    if (first != second) _manager->friendGroupDidMoveFriends(first, {});
-    _manager->friendGroupDidMoveFriends(second, {moved});
-    _manager->syncFriendGroup(second);
-    _manager->save();
-  }
-
-  static void put(PLFriendGroup& page, std::uint64_t slot, const std::shared_ptr<PLPerson>& person) {
-    auto content = page.friends();
-    content[slot] = person;
-    page.setFriends(std::move(content));
+  void remove() {
+    const auto page = _manager->friendGroups()[below(_manager->friendGroups().size())];
+    page->removeFriendAtPosition(below(_manager->groupSize()));
   }
 
   void report() {

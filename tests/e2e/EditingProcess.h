@@ -5,9 +5,8 @@
 
 namespace pellor {
 
-// What it is told, one a line:
+// What it is told, one a line, until it is told no more:
 inline constexpr const char* EditCommand = "edit";      ///< do the edits, then say "edited"
 inline constexpr const char* ReportCommand = "report";  ///< come to rest, then say the list on one line
-inline constexpr const char* EndCommand = "end";        ///< end
 
 }  // namespace pellor
