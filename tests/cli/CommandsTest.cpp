@@ -168,7 +168,6 @@ TEST(Commands, WrongUsage) {
   tell(home, {
                  {{"dance"}, 2, "dance"},
                  {{"--json", "list", "everything"}, 2, "everything"},
-                 {{"add"}, 2, "WHO is required"},
                  {{"move", "ann"}, 2, "PAGE:SLOT is required"},
                  {{"move", "ann", "first"}, 2, "\"first\" is no place such as 2:5"},
                  {{"move", "ann", "0:1"}, 2, "numbered from 1"},
@@ -183,7 +182,6 @@ TEST(Commands, WrongUsage) {
                  {{"settings", "trailing-page", "perhaps"}, 2, "neither true nor false"},
                  {{"--region", "Germany"}, 2, "is no region"},
                  {{"--contacts", ""}, 2, "--contacts"},
-                 {{"--data"}, 2, "--data"},
              });
 }
 

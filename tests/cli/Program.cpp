@@ -3,10 +3,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <utility>
@@ -38,28 +38,17 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 
 // In the child the descriptors are 0, 1 and 2; signals are as in a fresh login.
 pid_t spawn(std::vector<std::string> command, std::vector<std::string> environment, std::array<int, 3> descriptors) {
-  posix_spawn_file_actions_t actions;
-  posix_spawnattr_t attributes;
-  ::posix_spawn_file_actions_init(&actions);
-  ::posix_spawnattr_init(&attributes);
-  for (int target = 0; target < 3; ++target) {
-    ::posix_spawn_file_actions_adddup2(&actions, descriptors[static_cast<std::size_t>(target)], target);
-  }
+  const std::vector<char*> arguments = pointers(command), variables = pointers(environment);
+  const pid_t id = ::fork();
+  EXPECT_GE(id, 0) << "cannot start " << command.front();
+  if (id != 0) return std::max(id, 0);
+  for (int target = 0; target < 3; ++target) ::dup2(descriptors[static_cast<std::size_t>(target)], target);
   sigset_t none;
-  sigset_t defaults;
   ::sigemptyset(&none);
-  ::sigemptyset(&defaults);
-  ::sigaddset(&defaults, SIGPIPE);
-  ::posix_spawnattr_setsigmask(&attributes, &none);
-  ::posix_spawnattr_setsigdefault(&attributes, &defaults);
-  ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  pid_t id = 0;
-  const int error = ::posix_spawnp(&id, command.front().c_str(), &actions, &attributes, pointers(command).data(),
-                                   pointers(environment).data());
-  EXPECT_EQ(error, 0) << "cannot start " << command.front();
-  ::posix_spawnattr_destroy(&attributes);
-  ::posix_spawn_file_actions_destroy(&actions);
-  return error == 0 ? id : 0;
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  std::signal(SIGPIPE, SIG_DFL);
+  ::execvpe(arguments.front(), arguments.data(), variables.data());
+  ::_exit(127);
 }
 
 }  // namespace
