@@ -105,10 +105,12 @@ TEST_P(TimerTest, aHandlerMaySetItsTimerAgainAndCancelIt) {
 
 TEST_P(TimerTest, aNearerTimeComesFirstThoughItIsSetLater) {
   for (const auto& queue : queues()) {
-    const auto far = Timer::after(*queue, 3600, [] { ADD_FAILURE() << "the far one fired"; });
-    const auto near = Timer::after(*queue, 0.001, [&] { process->mainQueue().stop(); });
-    runUntilStopped();
-    EXPECT_TRUE(far->isValid());
+    for (const auto& other : queues()) {
+      const auto far = Timer::after(*queue, 3600, [] { ADD_FAILURE() << "the far one fired"; });
+      const auto near = Timer::after(*other, 0.001, [&] { process->mainQueue().stop(); });
+      runUntilStopped();
+      EXPECT_TRUE(far->isValid());
+    }
   }
 }
 
