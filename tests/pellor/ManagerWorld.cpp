@@ -7,15 +7,15 @@
 namespace pellor {
 namespace {
 
-std::string lowerCase(std::string text) {
-  std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
-
 std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
   std::string result;
   for (const std::string& text : texts) result.append(result.empty() ? "" : separator).append(text);
   return result;
+}
+
+std::string titlesAsText(std::vector<std::string> titles) {
+  std::ranges::replace(titles, std::string(), "-");
+  return joined(titles, "|");
 }
 
 std::string slotsAsText(const std::vector<std::string>& slots, std::uint64_t groupSize) {
@@ -29,7 +29,10 @@ std::string slotsAsText(const std::vector<std::string>& slots, std::uint64_t gro
 
 }  // namespace
 
-std::string mailOf(const std::string& name) { return lowerCase(name) + "@example.org"; }
+std::string mailOf(std::string name) {
+  for (char& letter : name) letter = static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+  return name + "@example.org";
+}
 
 std::string guidOf(const std::string& name) { return "guid-" + name; }
 
@@ -90,15 +93,6 @@ std::string textOf(const PLChangeLog& log) {
   return joined(entries, " ");
 }
 
-namespace {
-
-std::string statusesText(const Dictionary& userInfo) {
-  const Value* statuses = valueForKey(userInfo, PLFriendsManagerDestinationStatusUpdatedDestinationsKey);
-  return statuses ? statuses->description() : "(null)";
-}
-
-}  // namespace
-
 // --- ManagerProcess ---
 
 struct ManagerProcess::Events : LogSink {
@@ -134,7 +128,8 @@ ManagerProcess::ManagerProcess(SimulatedWorld& world, const std::shared_ptr<Sche
                                       [note](const Notification&) { note("title changed"); }),
                    center.addObserver(std::string(PLFriendsManagerDestinationStatusUpdatedNotification),
                                       [note](const Notification& notification) {
-                                        note("statuses " + statusesText(*notification.userInfoAs<Dictionary>()));
+                                        const auto& info = *notification.userInfoAs<Dictionary>();
+                                        note("statuses " + info.begin()->second.description());
                                       })};
 }
 
@@ -198,37 +193,25 @@ std::shared_ptr<PLPerson> ManagerProcess::friendAt(std::uint64_t groupIndex, std
 std::string ManagerProcess::list() {
   return run([this] {
     EXPECT_EQ(_manager->invariantViolation(), std::nullopt);
-    std::vector<std::string> groups;
+    std::vector<std::string> slots;
     for (const auto& group : _manager->friendGroups()) {
-      std::vector<std::string> slots;
       for (const auto& person : group->friends()) slots.push_back(person ? person->displayName().value_or("?") : "-");
-      groups.push_back(joined(slots, ","));
     }
-    return joined(groups, "|");
+    return slotsAsText(slots, _manager->groupSize());
   });
 }
 
 std::string ManagerProcess::titles() {
   std::vector<std::string> titles;
-  for (const auto& group : _manager->friendGroups()) {
-    const std::string title = group->title().value_or("");
-    titles.push_back(title.empty() ? "-" : title);
-  }
-  return joined(titles, "|");
+  for (const auto& group : _manager->friendGroups()) titles.push_back(group->title().value_or(""));
+  return titlesAsText(titles);
 }
 
-std::vector<std::string> ManagerProcess::takeEvents() {
-  const std::lock_guard lock(_events->mutex);
-  std::vector<std::string> texts;
-  for (auto& event : std::exchange(_events->events, {})) texts.push_back(std::move(event.text));
-  return texts;
-}
-
-std::vector<std::string> ManagerProcess::takeNotifications() {
+std::vector<std::string> ManagerProcess::takeEvents(bool withLogLines) {
   const std::lock_guard lock(_events->mutex);
   std::vector<std::string> texts;
   for (auto& event : std::exchange(_events->events, {})) {
-    if (!event.isLogLine) texts.push_back(std::move(event.text));
+    if (withLogLines || !event.isLogLine) texts.push_back(std::move(event.text));
   }
   return texts;
 }
@@ -295,8 +278,8 @@ std::string ManagerTest::storedTitles(const std::string& domain) {
   const auto stored = world.preferences().value(PLGroupTitlesKey, domain);
   if (!stored || !stored->array()) return "none";
   std::vector<std::string> titles;
-  for (const Value& title : *stored->array()) titles.push_back(title.string()->empty() ? "-" : *title.string());
-  return joined(titles, "|");
+  for (const Value& title : *stored->array()) titles.push_back(*title.string());
+  return titlesAsText(titles);
 }
 
 }  // namespace pellor

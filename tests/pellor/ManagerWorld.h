@@ -21,7 +21,7 @@ namespace pellor {
 
 inline const std::string OtherDomain = "org.tapnote.Other";
 
-std::string mailOf(const std::string& name);
+std::string mailOf(std::string name);
 std::string guidOf(const std::string& name);
 
 /// A contact of that name with the one address that goes with it.
@@ -83,9 +83,9 @@ class ManagerProcess {
 
   /// Log lines, and notifications as "changed Ann+", "groups changed", "title changed" and "statuses {…}", oldest
   /// first; they are forgotten.
-  std::vector<std::string> takeEvents();
+  std::vector<std::string> takeEvents(bool withLogLines = true);
   /// The same without log lines.
-  std::vector<std::string> takeNotifications();
+  std::vector<std::string> takeNotifications() { return takeEvents(false); }
   /// How many log lines since the last taking hold `text`.
   std::size_t logged(std::string_view text) const;
 
