@@ -51,9 +51,7 @@ TEST_F(ChangeLogTest, LogsAreMergedByPrecedence) {
 
 TEST_F(ChangeLogTest, WhatHappensToOnePersonIsOneEntryAndEachPostStartsAnew) {
   contacts({"Ann"});
-  auto a = launch();
-  rest();
-  a->takeEvents();
+  auto a = launchWith("-,-");
   std::vector<PLChangeLog> posted;
   const auto observation = a->run([&] {
     return a->process().notificationCenter().addObserver(

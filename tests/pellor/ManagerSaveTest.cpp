@@ -107,13 +107,6 @@ TEST_F(ManagerSaveTest, WhoSavesDoesNotReloadAndAllOthersDo) {
     EXPECT_EQ(b->logged("Handling external friends-changed event."), 2U);
     EXPECT_EQ(b->list(), "Ann,Bob|Cy,-|-,-");
     EXPECT_EQ(second->friendGroups()[1]->friends().front()->displayName(), "Cy");
-
-    a->takeEvents();
-    a->run([&] { second->friendGroups()[1]->removeFriendAtPosition(0); });
-    b->run([&] { b->friendAt(0, 0)->setPreferredReplyAs("home"); });
-    rest();
-    EXPECT_THAT(a->logged("Handling external friends-changed event."), Ge(2U)) << "the own post hides no other's";
-    EXPECT_EQ(a->list(), b->list());
     a->run([&] { second.reset(); });
     b->kill();
     a->kill();
@@ -163,19 +156,17 @@ TEST_F(ManagerSaveTest, AWriteThatFailsIsTriedAgainWithGrowingPauses) {
   world.preferences().failWrites();
   a->add("Bob");
   a->run([&] { a->friendAt(0, 0)->setPreferredReplyAs("home"); });
-  std::vector<double> attempts;
+  std::vector<double> pauses;
   const double begin = scheduler->now();
+  double last = begin;
   for (std::uint64_t known = 0; scheduler->now() < begin + 600; scheduler->step()) {
-    if (world.preferences().failedWriteCount() > known) attempts.push_back(scheduler->now());
+    const double now = scheduler->now();
+    if (world.preferences().failedWriteCount() > known) pauses.push_back(now - std::exchange(last, now));
     known = world.preferences().failedWriteCount();
   }
-  ASSERT_THAT(attempts, SizeIs(Ge(6U)));
-  EXPECT_LT(attempts.back() - begin, 600.5);
-  const double longest = attempts.back() - attempts[attempts.size() - 2];
-  for (std::size_t index = 2; index < attempts.size(); ++index) {
-    const double pause = attempts[index] - attempts[index - 1];
-    const double before = attempts[index - 1] - attempts[index - 2];
-    EXPECT_TRUE(pause > before || pause == longest) << before << " then " << pause;
+  ASSERT_THAT(pauses, SizeIs(Ge(6U)));
+  for (std::size_t index = 2; index < pauses.size(); ++index) {
+    EXPECT_TRUE(pauses[index] > pauses[index - 1] || pauses[index] == pauses.back()) << pauses[index];
   }
   EXPECT_EQ(a->logged("friend list saved"), 0U);
   EXPECT_EQ(posts(), 0U);
@@ -207,18 +198,6 @@ TEST_F(ManagerSaveTest, EveryKindOfWriteIsTriedAgain) {
   });
   EXPECT_EQ(storedTitles(), "Family|-");
   EXPECT_EQ(storedValue(PLDidNormalizeFriendListDestinationsKey), Value(true));
-
-  world.preferences().failWrites();
-  a->setTitle(0, "Work");
-  a->run([&] {
-    a->manager().saveFriendGroupTitles();
-    EXPECT_FALSE(a->process().settle(1));
-    a->manager().save();
-    EXPECT_FALSE(a->process().settle(1));
-  });
-  world.preferences().allowWrites();
-  a->run([&] { EXPECT_TRUE(a->process().settle(100)); });
-  EXPECT_EQ(storedTitles(), "Work|-");
 }
 
 // --- With real threads ---

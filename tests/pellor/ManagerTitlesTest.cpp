@@ -11,11 +11,8 @@ class ManagerTitlesTest : public ManagerTest {
   ManagerTitlesTest() { setGroups(4, 2); }
 
   std::unique_ptr<ManagerProcess> launchWith(const std::string& list, const std::vector<std::string>& titles) {
-    store(list);
     storeTitles(titles);
-    auto process = launch();
-    rest();
-    return process;
+    return ManagerTest::launchWith(list);
   }
 };
 
@@ -37,7 +34,6 @@ TEST_F(ManagerTitlesTest, StoredTitlesGoToTheGroupsThatAreThere) {
 
 TEST_F(ManagerTitlesTest, SavingTakesTheTitlesAsTheyAreAtTheCall) {
   auto a = launchWith("Ann,-|Bob,-", {});
-  world.preferences().clearRecords();
   a->setTitle(1, "Work");
   a->run([&] { a->manager().saveFriendGroupTitles(); });
   a->setTitle(0, "Later");
@@ -75,16 +71,13 @@ TEST_F(ManagerTitlesTest, ARemovedPageTakesItsTitleAlongInEveryProcess) {
   EXPECT_EQ(c->titles(), "Chess|Choir");
 }
 
-TEST_F(ManagerTitlesTest, ACleanUpOfTheFirstLoadTakesTitlesAlong) {
+TEST_F(ManagerTitlesTest, ACleanUpOfALoadTakesTitlesAlong) {
   // Ann stands in two groups: the second one goes before anybody has seen it.
   auto a = launchWith("Ann#,-|Ann#,-|Bob#,-", {"Family", "Twins", "Work"});
   EXPECT_EQ(a->list(), "Ann,-|Bob,-|-,-");
   EXPECT_EQ(a->titles(), "Family|Work|-");
   EXPECT_EQ(storedTitles(), "Family|Work|-");
-}
 
-TEST_F(ManagerTitlesTest, ACleanUpOfAReloadTakesTitlesAlong) {
-  auto a = launchWith("Ann#,-|Bob#,-|Cy#,-", {"Family", "Work", "Chess"});
   store("Ann#,-|Ann#,-|Cy#,-");
   storeTitles({"Home", "Twins", "Choir"});
   postListChanged();
