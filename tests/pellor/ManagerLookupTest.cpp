@@ -83,24 +83,6 @@ TEST_F(ManagerLookupTest, ASharedKeyGoesToTheLaterOneAndAfterALoadToTheLookedUpO
   EXPECT_EQ(lookUp(*a, {"bob@example.org"}), bob);
 }
 
-TEST_F(ManagerLookupTest, WhoIsAFriendTheListSaysEvenIfALookedUpPersonHasTheGUID) {
-  contactWith("Ann", {"ann@example.org"});
-  auto a = launch();
-  const auto lookedUp = lookUpGUID(*a, "guid-Ann");
-  const auto isFriend = [&](const std::optional<std::string>& guid) {
-    return a->run([&] { return a->manager().containsFriendWithABRecordGUID(guid); });
-  };
-  EXPECT_FALSE(isFriend("guid-Ann"));
-  // Behind the end of the list a stored friend is made anew.
-  store("-,-|Ann#,-");
-  a->run([&] { a->manager().reloadFriendList(); });
-  EXPECT_EQ(lookUpGUID(*a, "guid-Ann"), lookedUp);
-  EXPECT_NE(a->friendAt(1, 0), lookedUp);
-  EXPECT_TRUE(isFriend("guid-Ann"));
-  EXPECT_FALSE(isFriend(""));
-  EXPECT_FALSE(isFriend(std::nullopt));
-}
-
 // --- Who may be added ---
 
 TEST_F(ManagerLookupTest, AContactMayBeAddedOnceAndOnlyWithDestinations) {
@@ -119,31 +101,26 @@ TEST_F(ManagerLookupTest, AContactMayBeAddedOnceAndOnlyWithDestinations) {
   };
   EXPECT_FALSE(mayAdd("Ann"));
   EXPECT_TRUE(cache.empty()) << "a friend's destinations are not counted";
-  EXPECT_FALSE(mayAdd("Bob"));
-  EXPECT_TRUE(mayAdd("Cy"));
-  EXPECT_FALSE(mayAdd("Nobody"));
+  for (const char* name : {"Bob", "Cy", "Nobody"}) EXPECT_EQ(mayAdd(name), name == std::string("Cy")) << name;
   EXPECT_EQ(cache, (PersonValueCache{{recordID("Bob"), 0}, {recordID("Cy"), 2}}));
   cache[recordID("Bob")] = 5;
   EXPECT_TRUE(mayAdd("Bob")) << "the cache answers";
 
   PersonValueCache other;
-  const auto allows = [&](const std::string& name, bool asksManager, bool asksContacts) {
-    return a->run([&] {
-      bool allowed = false;
-      platformOf(a->process()).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
-        allowed = PLUtility::shouldAllowAddingFriendWithRecordIDWithFriendListManagerAddressBookPersonValueCache(
-            recordID(name), asksManager ? &a->manager() : nullptr, asksContacts ? &addressBook : nullptr, other);
-      });
-      return allowed;
-    });
+  const auto check = [&](AddressBook& addressBook) {
+    const auto allows = [&](const std::string& name, bool asksManager, bool asksContacts) {
+      return PLUtility::shouldAllowAddingFriendWithRecordIDWithFriendListManagerAddressBookPersonValueCache(
+          recordID(name), asksManager ? &a->manager() : nullptr, asksContacts ? &addressBook : nullptr, other);
+    };
+    EXPECT_FALSE(allows("Ann", true, true));
+    EXPECT_TRUE(other.empty());
+    EXPECT_TRUE(allows("Ann", false, true));
+    EXPECT_FALSE(allows("Bob", true, true));
+    EXPECT_TRUE(allows("Bob", false, false));
+    EXPECT_TRUE(allows("Cy", true, true));
+    EXPECT_EQ(other, (PersonValueCache{{recordID("Ann"), 1}, {recordID("Bob"), 0}, {recordID("Cy"), 2}}));
   };
-  EXPECT_FALSE(allows("Ann", true, true));
-  EXPECT_TRUE(other.empty());
-  EXPECT_TRUE(allows("Ann", false, true));
-  EXPECT_FALSE(allows("Bob", true, true));
-  EXPECT_TRUE(allows("Bob", false, false));
-  EXPECT_TRUE(allows("Cy", true, true));
-  EXPECT_EQ(other, (PersonValueCache{{recordID("Ann"), 1}, {recordID("Bob"), 0}, {recordID("Cy"), 2}}));
+  a->run([&] { platformOf(a->process()).addressBook->performWithAddressBook(check); });
 }
 
 TEST_F(ManagerLookupTest, OfSeveralMatchesTheFirstKeyWins) {

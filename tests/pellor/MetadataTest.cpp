@@ -13,21 +13,6 @@ using testing::Pair;
 
 using Metadata = OneProcess;
 
-TEST_F(Metadata, ReadsSeeTheWritesBeforeThem) {
-  const auto person = PLPerson::init();
-  person->setMetadataValueForKey("red", "color");
-  EXPECT_EQ(person->metadataValueForKey("color"), Value("red"));
-  const Dictionary before = person->metadata();
-  Dictionary more{{"color", "blue"}, {"size", 3}};
-  person->addMetadataEntriesFromDictionary(more);
-  more.clear();
-  EXPECT_THAT(person->metadata(), ElementsAre(Pair("color", Value("blue")), Pair("size", Value(3))));
-  EXPECT_THAT(before, ElementsAre(Pair("color", Value("red")))) << "a copy";
-  person->removeAllMetadataValues();
-  EXPECT_EQ(person->metadataValueForKey("color"), std::nullopt);
-  EXPECT_FALSE(person->dictionaryRepresentation().contains("Metadata"));
-}
-
 TEST_F(Metadata, EveryWriteIsAChange) {
   Posts posts(process, PLPersonValuesChangedNotification);
   const auto person = PLPerson::init();
