@@ -18,12 +18,6 @@ class FavoritesImportTest : public ManagerTest {
     world.favorites().setEntries(entries);
     return launch();
   }
-  std::vector<std::string> manyContacts(int count) {
-    std::vector<std::string> names;
-    for (int number = 0; number < count; ++number) names.push_back("F" + std::to_string(number));
-    contacts(names);
-    return names;
-  }
 };
 
 TEST_F(FavoritesImportTest, FavoritesBecomeFriendsInTheirOrder) {
@@ -49,33 +43,27 @@ TEST_F(FavoritesImportTest, FavoritesBecomeFriendsInTheirOrder) {
 }
 
 TEST_F(FavoritesImportTest, NoMoreThanTheListHoldsAreImported) {
-  setGroups(4, 10);
-  auto a = import(manyContacts(45));
-  EXPECT_EQ(a->logged("phone favorites import complete with 40 Tapnote friends"), 1U);
-  EXPECT_EQ(a->manager().friendGroups().size(), 4U);
-  EXPECT_EQ(a->friendAt(3, 9)->displayName(), "F39");
-  EXPECT_EQ(a->titles(), "Favorites|Favorites 2|Favorites 3|Favorites 4");
-}
-
-TEST_F(FavoritesImportTest, WithoutRoomOrFavoritesNothingIsImportedOrTitled) {
-  setGroups(0, 3);
-  auto a = import(manyContacts(2));
-  EXPECT_EQ(a->list(), "-,-,-");
-  EXPECT_EQ(a->titles(), "-");
-  a->kill();
-
-  setGroups(4, 3);
-  auto b = import({});
-  EXPECT_EQ(b->titles(), "-");
-  rest();
-  EXPECT_EQ(storedTitles(), "none");
-}
-
-TEST_F(FavoritesImportTest, HugeLimitsDoNotWrap) {
-  setSetting(PLMaxGroupCountKey, -1);
-  setSetting(PLGroupSizeKey, 3);
-  auto a = import(manyContacts(5));
-  EXPECT_EQ(a->list(), "F0,F1,F2|F3,F4,-|-,-,-");
+  const std::vector<std::string> names{"F0", "F1", "F2", "F3", "F4"};
+  contacts(names);
+  const struct {
+    std::int64_t groups, size;
+    std::size_t favorites;
+    const char *list, *titles;
+  } rows[] = {
+      {2, 2, 5, "F0,F1|F2,F3", "Favorites|Favorites 2"},
+      {0, 3, 2, "-,-,-", "-"},
+      {4, 3, 0, "-,-,-", "-"},
+      // Products of huge limits do not wrap.
+      {-1, 3, 5, "F0,F1,F2|F3,F4,-|-,-,-", "Favorites|Favorites 2|-"},
+  };
+  for (const auto& row : rows) {
+    setSetting(PLMaxGroupCountKey, row.groups);
+    setSetting(PLGroupSizeKey, row.size);
+    auto a = import({names.begin(), names.begin() + static_cast<std::ptrdiff_t>(row.favorites)});
+    EXPECT_EQ(a->list(), row.list);
+    EXPECT_EQ(a->titles(), row.titles);
+    a->kill();
+  }
 }
 
 }  // namespace

@@ -14,12 +14,10 @@ class Reports : public PLFriendGroupDelegate {
  public:
   void friendGroupDidSetFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
                                          const std::shared_ptr<PLPerson>& person, std::uint64_t position) override {
-    if (onReport) onReport();
     add("set", group, person, position);
   }
   void friendGroupDidRemoveFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
                                             const std::shared_ptr<PLPerson>& person, std::uint64_t position) override {
-    if (onReport) onReport();
     add("removed", group, person, position);
   }
   void friendGroupDidMoveFriends(const std::shared_ptr<PLFriendGroup>&,
@@ -33,6 +31,7 @@ class Reports : public PLFriendGroupDelegate {
  private:
   void add(const std::string& what, const std::shared_ptr<PLFriendGroup>& group,
            const std::shared_ptr<PLPerson>& person, std::uint64_t position) {
+    if (onReport) onReport();
     const std::string slot = group->friendAtPosition(position) ? "occupied" : "empty";
     reports.push_back(what + " " + (person ? *person->displayName() : "nobody") + " at " + std::to_string(position) +
                       ", now " + slot);

@@ -180,12 +180,11 @@ TEST_F(Person, AStoredFormIsSomebodysByGUIDAndWithoutOneByDestination) {
       {std::nullopt, {"a@x"}, {{"ABRecordGUID", ""}, {"AllValues", Array{"a@x"}}}, true},
       {"g", {"a@x"}, {{"ABRecordGUID", ""}, {"AllValues", Array{"a@x"}}}, false},
   };
-  int index = 0;
   for (const auto& one : cases) {
     PersonDictionary form{{"AllValues", one.values}};
     if (one.guid) form.emplace("ABRecordGUID", *one.guid);
-    EXPECT_EQ(fromForm(form)->isEqualToDictionaryRepresentation(one.form), one.isEqual) << "case " << index;
-    ++index;
+    EXPECT_EQ(fromForm(form)->isEqualToDictionaryRepresentation(one.form), one.isEqual)
+        << Value(form).description() << " and " << Value(one.form).description();
   }
   EXPECT_FALSE(PLPerson::init()->isEqualToDictionaryRepresentation({{"AllValues", Array{"a@x"}}}));
 }
