@@ -38,7 +38,10 @@ class ChildProcess {
     ::close(_pipe[1]);
   }
   ~ChildProcess() {
-    if (_id > 0) kill();
+    if (_id > 0) {
+      ::kill(_id, SIGKILL);
+      exitCode();
+    }
     ::close(_pipe[0]);
   }
   ChildProcess(const ChildProcess&) = delete;
@@ -49,11 +52,6 @@ class ChildProcess {
     std::int64_t number = 0;
     if (::read(_pipe[0], &number, sizeof number) != sizeof number) return std::nullopt;
     return number;
-  }
-
-  void kill() {
-    ::kill(_id, SIGKILL);
-    exitCode();
   }
 
   /// Waits for the end; below zero when a signal ended it.
