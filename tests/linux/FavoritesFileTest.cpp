@@ -21,6 +21,15 @@ struct FavoritesFileTest : testing::Test, ContactsFixture {
     favorites = std::make_unique<FavoritesFile>(store);
   }
 
+  static bool addAnna(Lines& lines) {
+    lines.push_back({"anna", "", ""});
+    return true;
+  }
+  static bool clear(Lines& lines) {
+    lines.clear();
+    return true;
+  }
+
   /// "name|value|GUID of the record" of each entry.
   std::vector<std::string> entries() {
     std::vector<std::string> result;
@@ -61,10 +70,6 @@ TEST_F(FavoritesFileTest, WithoutAFileTheMarksCount) {
   EXPECT_THAT(entries(), ElementsAre("First|+493023125006|f", "Second|+493023125005|e", "Élan|+493023125004|d",
                                      "Zoe|+493023125003|c"));
   // The first edit must not lose them, even where they cannot be read.
-  const auto addAnna = [](Lines& lines) {
-    lines.push_back({"anna", "", ""});
-    return true;
-  };
   const SQLiteDatabase index(data / "contacts-index.sqlite", SQLiteDatabase::Access::readWrite, 10);
   index.execute("ALTER TABLE cards RENAME TO lost");
   EXPECT_EQ(favorites->edit(addAnna), Outcome::failed);
@@ -86,19 +91,11 @@ TEST_F(FavoritesFileTest, EditsKeepCommentsWithTheirLines) {
   EXPECT_EQ(contentOf(contacts / "favorites"),
             "\n# friends\nboris\t\t\n# family\nanna\t\tMum\n\tx@example.org\tA B C\n# end\n");
   const std::string before = contentOf(contacts / "favorites");
-  EXPECT_EQ(favorites->edit([](Lines& lines) {
-    lines.clear();
-    return false;
-  }),
-            Outcome::refused);
+  EXPECT_EQ(favorites->edit([](Lines& lines) { return !clear(lines); }), Outcome::refused);
   EXPECT_EQ(contentOf(contacts / "favorites"), before);
   // The last one removed is no reason to go back to the marks.
   put("c.vcf", card("c", "Zoe", "X-FOLKS-FAVOURITE:true\n"));
-  EXPECT_EQ(favorites->edit([](Lines& lines) {
-    lines.clear();
-    return true;
-  }),
-            Outcome::done);
+  EXPECT_EQ(favorites->edit(clear), Outcome::done);
   EXPECT_THAT(entries(), ElementsAre());
 }
 
@@ -110,11 +107,7 @@ TEST_F(FavoritesFileTest, AFileThatCannotBeReadIsLeftAlone) {
   EXPECT_EQ(log->count("cannot be read"), 1U);
   std::filesystem::remove(contacts / "favorites");
   std::filesystem::remove_all(contacts);
-  EXPECT_EQ(favorites->edit([](Lines& lines) {
-    lines.push_back({"anna", "", ""});
-    return true;
-  }),
-            Outcome::failed);
+  EXPECT_EQ(favorites->edit(addAnna), Outcome::failed);
 }
 
 }  // namespace

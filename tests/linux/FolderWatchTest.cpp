@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <utility>
 
 #include "tests/linux/TemporaryFolder.h"
 
@@ -22,23 +24,13 @@ class FolderWatchTest : public testing::Test {
     });
   }
 
-  /// Waits until the watch has told of all that.
-  bool tells(const FolderChange& expected) {
+  /// Waits until the watch has told of all that, and gives everything that it told since the last call.
+  FolderChange toldOf(const FolderChange& expected) {
     std::unique_lock lock(_mutex);
-    const bool arrived = _arrived.wait_for(lock, std::chrono::seconds(30), [&] {
-      return (_change.everything || !expected.everything) &&
-             std::includes(_change.names.begin(), _change.names.end(), expected.names.begin(), expected.names.end());
-    });
-    return arrived;
-  }
-
-  void forget() {
-    const std::lock_guard lock(_mutex);
-    _change = {};
-  }
-  FolderChange toldSoFar() {
-    const std::lock_guard lock(_mutex);
-    return _change;
+    EXPECT_TRUE(_arrived.wait_for(lock, std::chrono::seconds(30), [&] {
+      return (_change.everything || !expected.everything) && std::ranges::includes(_change.names, expected.names);
+    }));
+    return std::exchange(_change, {});
   }
 
   TemporaryFolder folder;
@@ -58,13 +50,12 @@ TEST_F(FolderWatchTest, TellsOfFilesThatConcernItsOwner) {
   writeFile(watched / "written.vcf", "x");
   writeFile(folder / "draft", "x");
   std::filesystem::rename(folder / "draft", watched / "moved.vcf");
-  EXPECT_TRUE(tells({false, {"written.vcf", "moved.vcf"}}));
-  EXPECT_EQ(toldSoFar().names.size(), 2U);
-  EXPECT_FALSE(toldSoFar().everything);
-  forget();
+  const FolderChange told = toldOf({false, {"written.vcf", "moved.vcf"}});
+  EXPECT_EQ(told.names.size(), 2U);
+  EXPECT_FALSE(told.everything);
   std::filesystem::remove(watched / "written.vcf");
   std::filesystem::rename(watched / "moved.vcf", folder / "gone");
-  EXPECT_TRUE(tells({false, {"written.vcf", "moved.vcf"}}));
+  toldOf({false, {"written.vcf", "moved.vcf"}});
 }
 
 TEST_F(FolderWatchTest, WaitsForAFolderThatIsNotThere) {
@@ -72,10 +63,9 @@ TEST_F(FolderWatchTest, WaitsForAFolderThatIsNotThere) {
   std::filesystem::create_directory(folder / "unrelated");
   std::filesystem::create_directories(watched);
   writeFile(watched / "a.vcf", "x");
-  EXPECT_TRUE(tells(FolderChange::all()));
-  forget();
+  toldOf(FolderChange::all());
   writeFile(watched / "b.vcf", "x");
-  EXPECT_TRUE(tells({false, {"b.vcf"}}));
+  toldOf({false, {"b.vcf"}});
 
   // Each way to lose the folder, and its return.
   const std::function<void()> losses[] = {
@@ -84,15 +74,12 @@ TEST_F(FolderWatchTest, WaitsForAFolderThatIsNotThere) {
       [&] { std::filesystem::remove_all(folder / "a"); },
   };
   for (const auto& lose : losses) {
-    forget();
     lose();
-    EXPECT_TRUE(tells(FolderChange::all()));
-    forget();
+    toldOf(FolderChange::all());
     std::filesystem::create_directories(watched);
-    EXPECT_TRUE(tells(FolderChange::all()));
-    forget();
+    toldOf(FolderChange::all());
     writeFile(watched / "c.vcf", "x");
-    EXPECT_TRUE(tells({false, {"c.vcf"}}));
+    toldOf({false, {"c.vcf"}});
   }
 }
 

@@ -24,8 +24,8 @@ namespace fs = std::filesystem;
 /// Processes of this thread, each with a bus in one folder, served in turn.
 class Buses {
  public:
-  explicit Buses(int count = 3) {
-    for (int number = 0; number < count; ++number) {
+  Buses() {
+    while (_members.size() < 3) {
       Member& member = *_members.emplace_back(std::make_unique<Member>());
       member.process.mainQueue().setWakeHandler([this] { _work.release(); });
       member.bus = NotifyFolder::make(member.process, folder(), LogHandle("test", "bus", _log));
@@ -83,22 +83,14 @@ class Buses {
 
 INSTANTIATE_TYPED_TEST_SUITE_P(NotifyFolder, SystemNotifyBusContract, Buses);
 
-class NotifyFolderTest : public testing::Test {
+class NotifyFolderTest : public SystemNotifyBusContract<Buses> {
  protected:
   void observe(int number, const std::string& name, int& deliveries) {
-    const Process::Scope scope(_buses.process(number));
-    _buses.bus(number).addObserver(
-        &deliveries, [&deliveries] { ++deliveries; }, name);
-  }
-  void post(int number, const std::string& name) {
-    const Process::Scope scope(_buses.process(number));
-    _buses.bus(number).post(name);
+    SystemNotifyBusContract::observe(number, &deliveries, name, [&deliveries] { ++deliveries; });
   }
   bool runUntilDelivered(const int& deliveries, int count) {
     return _buses.runUntil([&] { return deliveries >= count; });
   }
-
-  Buses _buses{2};
 };
 
 TEST_F(NotifyFolderTest, NamesAreFilesOfTheOwnerAlone) {
