@@ -28,7 +28,8 @@ TEST_F(Metadata, EveryWriteIsAChange) {
   EXPECT_TRUE(changed([&] { person->setMetadataValueForKey(1, "k"); })) << "an equal value";
   EXPECT_TRUE(changed([&] { person->addMetadataEntriesFromDictionary({}); })) << "nothing";
   EXPECT_FALSE(changed([&] { person->setMetadataValueForKey(std::nullopt, "k"); })) << "no value is no write";
-  EXPECT_EQ(person->metadata().size(), 1U);
+  EXPECT_EQ(person->metadata(), (Dictionary{{"k", 1}}));
+  EXPECT_EQ(person->metadataValueForKey("other"), std::nullopt);
 }
 
 TEST_F(Metadata, WritesDoNotKeepThePerson) {
