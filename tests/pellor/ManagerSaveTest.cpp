@@ -189,11 +189,14 @@ TEST_F(ManagerSaveTest, AWriteThatFailsIsTriedAgainWithGrowingPauses) {
 TEST_F(ManagerSaveTest, EveryKindOfWriteIsTriedAgain) {
   auto a = launchWith("Ann,-");
   world.preferences().setValue(PLDidNormalizeFriendListDestinationsKey, std::nullopt, a->domain());
-  world.preferences().failWrites(3);
+  world.preferences().failWrites();
   a->setTitle(0, "Family");
   a->run([&] {
     a->manager().saveFriendGroupTitles();
+    EXPECT_FALSE(a->process().settle(0.1));
     a->manager().markFriendListAsNormalized();
+    EXPECT_FALSE(a->process().settle(1));
+    world.preferences().allowWrites();
     EXPECT_TRUE(a->process().settle(100));
   });
   EXPECT_EQ(storedTitles(), "Family|-");
