@@ -215,6 +215,21 @@ TEST_F(ManagerLoadTest, SlotsBehindTheLastGroupComeToLight) {
   EXPECT_EQ(stored(2), "Bob,?|Cy,-|Dan,-");
 }
 
+TEST_F(ManagerLoadTest, AListOfManySlotsKeepsThemAll) {
+  std::string text = "Ann";
+  for (int slot = 1; slot < 9999; ++slot) text += slot == 1000 ? ",Bob" : ",-";
+  store(text + ",Cy");
+  auto a = launch();
+  EXPECT_EQ(a->manager().friendGroups().size(), 20U);
+  rest();
+  EXPECT_TRUE(a->run([&] { return a->manager().isPersonFriend(a->manager().personWithDestinations({mailOf("Cy")})); }));
+  a->add("Dan");
+  rest();
+  EXPECT_EQ(storedValue(PLFriendListKey)->array()->size(), 10008U) << "834 groups";
+  EXPECT_EQ(stored().substr(0, 8), "Ann,?,-,");
+  EXPECT_EQ(stored().substr(stored().size() - 20), "-,Cy,-,-,-,-,-,-,-,-");
+}
+
 // --- Stores that do not answer ---
 
 TEST_F(ManagerLoadTest, AManagerWhoseStoreDoesNotAnswerStartsLater) {

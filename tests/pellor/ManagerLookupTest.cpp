@@ -83,6 +83,24 @@ TEST_F(ManagerLookupTest, ASharedKeyGoesToTheLaterOneAndAfterALoadToTheLookedUpO
   EXPECT_EQ(lookUp(*a, {"bob@example.org"}), bob);
 }
 
+TEST_F(ManagerLookupTest, WhoIsAFriendTheListSaysEvenIfALookedUpPersonHasTheGUID) {
+  contactWith("Ann", {"ann@example.org"});
+  auto a = launch();
+  const auto lookedUp = lookUpGUID(*a, "guid-Ann");
+  const auto isFriend = [&](const std::optional<std::string>& guid) {
+    return a->run([&] { return a->manager().containsFriendWithABRecordGUID(guid); });
+  };
+  EXPECT_FALSE(isFriend("guid-Ann"));
+  // Behind the end of the list a stored friend is made anew.
+  store("-,-|Ann#,-");
+  a->run([&] { a->manager().reloadFriendList(); });
+  EXPECT_EQ(lookUpGUID(*a, "guid-Ann"), lookedUp);
+  EXPECT_NE(a->friendAt(1, 0), lookedUp);
+  EXPECT_TRUE(isFriend("guid-Ann"));
+  EXPECT_FALSE(isFriend(""));
+  EXPECT_FALSE(isFriend(std::nullopt));
+}
+
 // --- Who may be added ---
 
 TEST_F(ManagerLookupTest, AContactMayBeAddedOnceAndOnlyWithDestinations) {

@@ -294,6 +294,7 @@ class Simulation {
         // Questions
         {2, &Simulation::lookUp},
         {1, &Simulation::checkAnswers},
+        {1, &Simulation::checkWhoMayBeAdded},
     };
     const Process::Scope scope(editor.process());
     std::uint64_t place = 0;
@@ -604,6 +605,17 @@ class Simulation {
       EXPECT_EQ(manager.personLikePerson(stranger), nullptr);
     }
     EXPECT_FALSE(manager.containsFriendWithABRecordGUID(std::nullopt) || manager.containsFriendWithABRecordGUID(""));
+  }
+
+  void checkWhoMayBeAdded(Member& editor) {
+    PersonValueCache cache;
+    ContactStore& contacts = *platformOf(editor.process()).contacts;
+    for (const auto& [address, guid] : _guids) {
+      EXPECT_NE(editor.manager->shouldAllowAddingContactWithContactStorePersonValueCache({guid}, contacts, cache),
+                editor.manager->containsFriendWithABRecordGUID(guid))
+          << address;
+    }
+    EXPECT_FALSE(editor.manager->shouldAllowAddingContactWithContactStorePersonValueCache({"gone"}, contacts, cache));
   }
 
   // --- Processes that end ---
