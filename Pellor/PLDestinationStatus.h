@@ -2,8 +2,11 @@
 #pragma once
 
 #include <string>
+#include <unordered_map>
 
+#include "Pellor/PLDestination.h"
 #include "platform/ReachabilityService.h"
+#include "runtime/Value.h"
 
 namespace pellor {
 
@@ -13,5 +16,29 @@ DestinationStatus betterDestinationStatus(DestinationStatus left, DestinationSta
 
 /// "unspecified", "unknown", "valid" or "invalid"; a number that stands for none of them as it is. Any thread.
 std::string destinationStatusName(DestinationStatus status);
+
+/// The statuses as numbers, for lines of the log and notifications. Any thread.
+Dictionary destinationStatusNumbers(const DestinationStatuses& statuses);
+
+/// What is known of destinations, by their canonical forms. Other forms are unknown to it. Main queue.
+class PLDestinationStatusCache {
+ public:
+  /// Takes these statuses over; those of other destinations stay as they were.
+  void update(const DestinationStatuses& statuses);
+
+  /// Unspecified for a destination that no update has named.
+  DestinationStatus status(const std::string& destination) const;
+  /// Whether any destination at all is valid.
+  bool hasValid() const;
+  /// Those of `destinations` that are valid.
+  DestinationSet validAmong(const DestinationSet& destinations) const;
+  /// Whether any of `destinations` is valid.
+  bool hasValidAmong(const DestinationSet& destinations) const;
+
+ private:
+  bool isValid(const std::string& destination) const { return status(destination) == DestinationStatus::valid; }
+
+  std::unordered_map<std::string, DestinationStatus> _statuses;
+};
 
 }  // namespace pellor

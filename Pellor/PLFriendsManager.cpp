@@ -2,12 +2,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 #include <limits>
 
 #include "Pellor/PLBundle.h"
 #include "Pellor/PLDestination.h"
-#include "Pellor/PLDestinationStatus.h"
 #include "Pellor/PLMainQueueCheck.h"
 #include "Pellor/PLPersonIdentityChanges.h"
 #include "Pellor/PLPosting.h"
@@ -1076,14 +1074,6 @@ DestinationStatuses allValid(const DestinationSet& destinations) {
   return statuses;
 }
 
-Dictionary numbersOf(const DestinationStatuses& statuses) {
-  Dictionary numbers;
-  for (const auto& [destination, status] : statuses) {
-    numbers.insert_or_assign(destination, static_cast<std::int64_t>(status));
-  }
-  return numbers;
-}
-
 }  // namespace
 
 void PLFriendsManager::setServiceName(std::optional<std::string> serviceName) {
@@ -1149,18 +1139,13 @@ DestinationStatus PLFriendsManager::_compareStatusToStatus(DestinationStatus lef
   return betterDestinationStatus(left, right);
 }
 
-DestinationStatus PLFriendsManager::_cachedStatus(const std::string& destination) const {
-  const auto known = _cachedStatuses.find(destination);
-  return known == _cachedStatuses.end() ? DestinationStatus::unspecified : known->second;
-}
-
 DestinationStatus PLFriendsManager::statusForPersonRequery(const std::shared_ptr<PLPerson>& person, bool requery) {
   checkMainQueue(_process, "statusForPersonRequery");
   if (_shouldBypassDestinationStatusCheck()) return DestinationStatus::valid;
   const auto values = person ? person->allValues() : nullptr;
   if (!values || values->empty()) return DestinationStatus::invalid;
   auto best = DestinationStatus::unspecified;
-  for (const std::string& value : *values) best = _compareStatusToStatus(best, _cachedStatus(value));
+  for (const std::string& value : *values) best = _compareStatusToStatus(best, _cachedStatuses.status(value));
   if (requery) {
     _queryDestinations(*values);
     if (best == DestinationStatus::unspecified) best = DestinationStatus::unknown;
@@ -1172,12 +1157,8 @@ DestinationStatus PLFriendsManager::statusForPersonRequery(const std::shared_ptr
 
 DestinationSet PLFriendsManager::reachableDestinationsForPerson(const std::shared_ptr<PLPerson>& person) const {
   checkMainQueue(_process, "reachableDestinationsForPerson");
-  DestinationSet reachable;
   const auto values = person ? person->allValues() : nullptr;
-  if (!values) return reachable;
-  std::ranges::copy_if(*values, std::inserter(reachable, reachable.end()),
-                       [this](const std::string& value) { return _cachedStatus(value) == DestinationStatus::valid; });
-  return reachable;
+  return values ? _cachedStatuses.validAmong(*values) : DestinationSet{};
 }
 
 void PLFriendsManager::idStatusUpdatedForDestinations(const std::optional<DestinationStatuses>& statuses) {
@@ -1189,11 +1170,11 @@ void PLFriendsManager::idStatusUpdatedForDestinations(const std::optional<Destin
     // What has no canonical form is no friend's destination either.
     if (auto canonical = plMessageCanonicalRawAddress(destination)) updated.insert_or_assign(*canonical, status);
   }
-  _PLGetLogSystem().log("Relay statusues updated: %@", redactable(Value(numbersOf(*statuses))));
-  for (const auto& [destination, status] : updated) _cachedStatuses.insert_or_assign(destination, status);
-  postOnMainQueue(
-      _process, PLFriendsManagerDestinationStatusUpdatedNotification, weak_from_this(),
-      Dictionary{{std::string(PLFriendsManagerDestinationStatusUpdatedDestinationsKey), numbersOf(updated)}});
+  _PLGetLogSystem().log("Relay statusues updated: %@", redactable(Value(destinationStatusNumbers(*statuses))));
+  _cachedStatuses.update(updated);
+  postOnMainQueue(_process, PLFriendsManagerDestinationStatusUpdatedNotification, weak_from_this(),
+                  Dictionary{{std::string(PLFriendsManagerDestinationStatusUpdatedDestinationsKey),
+                              destinationStatusNumbers(updated)}});
   if (_highPriorityDestinations.empty()) {
     _tallySetValueForScalarKey(_numberOfUnreachableFriends(), prefixed(".tn.unreachableFriends.count"));
   }
@@ -1207,22 +1188,14 @@ void PLFriendsManager::_dropPendingDestinations() {
   if (_highPriorityDestinations.empty()) _pendingDestinations.reset();
 }
 
-bool PLFriendsManager::_isReachable(const PLPerson& person) const {
-  const auto values = person.allValues();
-  return values && std::ranges::any_of(*values, [this](const std::string& value) {
-           return _cachedStatus(value) == DestinationStatus::valid;
-         });
-}
-
 // While nothing at all is known to be valid, nobody counts: that says more of the service than of the friends.
 std::int64_t PLFriendsManager::_numberOfUnreachableFriends() const {
-  const bool isAnyValid = std::ranges::any_of(
-      _cachedStatuses, [](const auto& cached) { return cached.second == DestinationStatus::valid; });
-  if (!isAnyValid) return 0;
+  if (!_cachedStatuses.hasValid()) return 0;
   std::int64_t count = 0;
   for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
     const auto person = _friendAtPosition(index);
-    if (person && !_isReachable(*person)) ++count;
+    const auto values = person ? person->allValues() : nullptr;
+    if (person && !(values && _cachedStatuses.hasValidAmong(*values))) ++count;
   }
   return count;
 }

@@ -27,6 +27,7 @@
 #include "Pellor/PLChangeLog.h"
 #include "Pellor/PLDelayedOperation.h"
 #include "Pellor/PLDestination.h"
+#include "Pellor/PLDestinationStatus.h"
 #include "Pellor/PLFriendGroup.h"
 #include "Pellor/PLIdentifierMap.h"
 #include "Pellor/PLPerson.h"
@@ -363,13 +364,11 @@ class PLFriendsManager : public Object,
   // 5  Reachability
   DestinationSet _destinations() const;
   static DestinationStatus _compareStatusToStatus(DestinationStatus left, DestinationStatus right);
-  DestinationStatus _cachedStatus(const std::string& destination) const;
   bool _shouldBypassDestinationStatusCheck() const;
   bool _startQuery(const DestinationSet& destinations, bool hasPriority);
   void _queryDestinations(const DestinationSet& destinations);
   void queryDidStart(const DestinationSet& destinations, bool hasPriority) override;
   void queryDidAnswer(const DestinationStatuses& statuses) override;
-  bool _isReachable(const PLPerson& person) const;
   std::int64_t _numberOfUnreachableFriends() const;
   void _dropPendingDestinations();
   void _startRelayQueryTimeoutTimer();
@@ -445,9 +444,9 @@ class PLFriendsManager : public Object,
   bool _titleLoadIsDue = false;  // others changed titles while own ones were under way
   std::uint64_t _publishedListVersion = 0;
   std::optional<std::string> _serviceName;
-  DestinationSet _highPriorityDestinations;                            // while there are any, no batch query starts
-  std::optional<DestinationSet> _pendingDestinations;                  // of the batch query that did not start
-  std::unordered_map<std::string, DestinationStatus> _cachedStatuses;  // by canonical destination
+  DestinationSet _highPriorityDestinations;            // while there are any, no batch query starts
+  std::optional<DestinationSet> _pendingDestinations;  // of the batch query that did not start
+  PLDestinationStatusCache _cachedStatuses;
   std::shared_ptr<Timer> _relayQueryTimeoutTimer;
 
   // Written on the main queue, the flags also by saves; read by the save queue. The list is published before the flags
