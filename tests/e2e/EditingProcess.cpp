@@ -67,8 +67,9 @@ class EditingProcess {
 
   void edit() {
     const auto kind = below(10);
-    if (kind < 5) return add();
-    if (kind < 9) return remove();
+    if (kind < 4) return add();
+    if (kind < 6) return remove();
+    if (kind < 9) return rearrange();
     _manager->purgeEmptyFriendGroups();
   }
 
@@ -80,9 +81,18 @@ class EditingProcess {
     if (!_manager->personLikePerson(person)) _manager->addFriend(person);
   }
 
-  void remove() {
-    const auto page = _manager->friendGroups()[below(_manager->friendGroups().size())];
-    page->removeFriendAtPosition(below(_manager->groupSize()));
+  std::shared_ptr<PLFriendGroup> anyPage() { return _manager->friendGroups()[below(_manager->friendGroups().size())]; }
+
+  void remove() { anyPage()->removeFriendAtPosition(below(_manager->groupSize())); }
+
+  void rearrange() {
+    const auto page = anyPage();
+    auto content = page->friends();
+    std::ranges::reverse(content);
+    page->setFriends(content);
+    std::erase(content, EmptySlot);
+    _manager->friendGroupDidMoveFriends(page, content);
+    _manager->save();
   }
 
   void report() {
