@@ -55,8 +55,8 @@ class InMemoryBus::Connection : public SystemNotifyBus, public std::enable_share
   std::vector<Registration> _registrations PELLOR_GUARDED_BY(_bus->_mutex);
   bool _isConnected PELLOR_GUARDED_BY(_bus->_mutex) = true;
   std::uint64_t _connectionNumber PELLOR_GUARDED_BY(_bus->_mutex) = 0;  // deliveries of an earlier connection are lost
-  std::deque<Post> _outstanding
-      PELLOR_GUARDED_BY(_bus->_mutex);  // own posts of observed names that were not delivered yet
+  // Own posts of observed names that were not delivered yet.
+  std::deque<Post> _outstanding PELLOR_GUARDED_BY(_bus->_mutex);
   std::vector<std::string> _unsent PELLOR_GUARDED_BY(_bus->_mutex);  // names posted while the connection was broken
   // The latest post of others, while it is on its way.
   std::map<std::string, PostRef, std::less<>> _undelivered PELLOR_GUARDED_BY(_bus->_mutex);
