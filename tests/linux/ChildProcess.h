@@ -38,10 +38,7 @@ class ChildProcess {
     ::close(_pipe[1]);
   }
   ~ChildProcess() {
-    if (_id > 0) {
-      ::kill(_id, SIGKILL);
-      exitCode();
-    }
+    if (_id > 0) kill();
     ::close(_pipe[0]);
   }
   ChildProcess(const ChildProcess&) = delete;
@@ -52,6 +49,11 @@ class ChildProcess {
     std::int64_t number = 0;
     if (::read(_pipe[0], &number, sizeof number) != sizeof number) return std::nullopt;
     return number;
+  }
+
+  void kill() {
+    ::kill(_id, SIGKILL);
+    exitCode();
   }
 
   /// Waits for the end; below zero when a signal ended it.

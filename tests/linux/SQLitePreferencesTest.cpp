@@ -230,6 +230,36 @@ TEST_F(SQLitePreferencesTest, AReadOnlyStoreIsReadAndFailsToWrite) {
 
 // Several processes
 
+TEST_F(SQLitePreferencesTest, WhatWasSynchronizedSurvivesAKillWholeAndNotInPart) {
+  ChildProcess writer([this](const ChildProcess::Report& report) {
+    const auto store = openIn(folder());
+    for (std::int64_t round = 1;; ++round) {
+      store->setValue("first", round, Domain);
+      store->setValue("second", Array{round, std::string(5000, 'x')}, Domain);
+      if (!store->synchronize(Domain)) return 1;
+      report.send(round);
+    }
+  });
+  std::int64_t confirmed = 0;
+  for (int count = 0; count < 100; ++count) confirmed = writer.receive().value_or(-1);
+  writer.kill();
+  while (const auto sent = writer.receive()) confirmed = *sent;
+  ASSERT_GE(confirmed, 100);
+  const auto store = open();
+  const auto first = store->integerValue("first", Domain).value();
+  ASSERT_TRUE(first);
+  EXPECT_GE(*first, confirmed);
+  EXPECT_EQ(store->copyValue("second", Domain).value(), Value(Array{*first, std::string(5000, 'x')}));
+}
+
+TEST_F(SQLitePreferencesTest, InsertingIfAbsentLetsTheFirstDecide) {
+  const auto first = open(), second = open();
+  EXPECT_TRUE(first->insertIfAbsent({{"Region", "DE"}}, Domain));
+  EXPECT_TRUE(second->insertIfAbsent({{"Region", "FR"}, {"Locale", "fr_FR"}}, Domain));
+  EXPECT_EQ(second->copyValue("Region", Domain).value(), Value("DE"));
+  EXPECT_EQ(second->copyValue("Locale", Domain).value(), Value("fr_FR"));
+}
+
 TEST_F(SQLitePreferencesTest, WritersThatStartAtOnceDoNotLoseEachOthersValues) {
   constexpr int writers = 4, rounds = 25;
   std::vector<std::unique_ptr<ChildProcess>> children;
