@@ -2,11 +2,31 @@
 
 #include <charconv>
 #include <cmath>
+#include <mutex>
 #include <utility>
 
 #include "runtime/Fatal.h"
+#include "runtime/LongArray.h"
 
 namespace pellor {
+
+/// A long array, and its elements for those who want all of them.
+struct Value::Elements {
+  explicit Elements(LongArray content) : array(std::move(content)) {}
+
+  const Array& made() const {
+    std::call_once(_once, [this] { _made = array.elements(); });
+    return _made;
+  }
+
+  friend bool operator==(const Elements& left, const Elements& right) { return left.array == right.array; }
+
+  const LongArray array;
+
+ private:
+  mutable std::once_flag _once;
+  mutable Array _made;  // written once, before it is read
+};
 
 namespace {
 
@@ -63,6 +83,10 @@ std::string describe(const std::shared_ptr<const Array>& value) {
   }
   return "(" + text + ")";
 }
+template <class Elements>
+std::string describe(const std::shared_ptr<const Elements>& longArray) {
+  return Value(longArray->made()).description();
+}
 std::string describe(const std::shared_ptr<const Dictionary>& value) {
   std::string text;
   for (const auto& [key, element] : *value) {
@@ -78,7 +102,10 @@ Value::Value(std::string_view value) : Value(std::string(value)) {}
 Value::Value(const char* value) : Value(std::string(present(value))) {}
 Value::Value(Data value) : _content(std::make_shared<const Data>(std::move(value))) {}
 Value::Value(Array value) : _content(std::make_shared<const Array>(std::move(value))) {}
+Value::Value(LongArray value) : _content(std::make_shared<const Elements>(std::move(value))) {}
 Value::Value(Dictionary value) : _content(std::make_shared<const Dictionary>(std::move(value))) {}
+
+Value::Kind Value::kind() const noexcept { return longArray() ? Kind::array : static_cast<Kind>(_content.index()); }
 
 std::optional<bool> Value::boolean() const noexcept { return plain<bool>(_content); }
 std::optional<std::int64_t> Value::integer() const noexcept { return plain<std::int64_t>(_content); }
@@ -86,7 +113,14 @@ std::optional<double> Value::real() const noexcept { return plain<double>(_conte
 std::optional<Date> Value::date() const noexcept { return plain<Date>(_content); }
 const std::string* Value::string() const noexcept { return shared<std::string>(_content); }
 const Data* Value::data() const noexcept { return shared<Data>(_content); }
-const Array* Value::array() const noexcept { return shared<Array>(_content); }
+const Array* Value::array() const {
+  const auto* elements = shared<Elements>(_content);
+  return elements ? &elements->made() : shared<Array>(_content);
+}
+const LongArray* Value::longArray() const noexcept {
+  const auto* elements = shared<Elements>(_content);
+  return elements ? &elements->array : nullptr;
+}
 const Dictionary* Value::dictionary() const noexcept { return shared<Dictionary>(_content); }
 
 bool Value::isSameObject(const Value& other) const noexcept {
@@ -96,7 +130,7 @@ bool Value::isSameObject(const Value& other) const noexcept {
     case Kind::data:
       return data() == other.data();
     case Kind::array:
-      return array() == other.array();
+      return longArray() ? longArray() == other.longArray() : !other.longArray() && array() == other.array();
     case Kind::dictionary:
       return dictionary() == other.dictionary();
     default:
@@ -110,6 +144,7 @@ std::string Value::description() const {
 
 bool operator==(const Value& left, const Value& right) {
   if (left.kind() != right.kind()) return false;
+  if (left._content.index() != right._content.index()) return *left.array() == *right.array();
   return std::visit(
       [&](const auto& content) {
         return areEqual(content, *std::get_if<std::remove_cvref_t<decltype(content)>>(&right._content));

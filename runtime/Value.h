@@ -13,6 +13,7 @@
 
 namespace pellor {
 
+class LongArray;
 class Value;
 
 using Data = std::vector<std::uint8_t>;
@@ -46,9 +47,11 @@ class Value {
   Value(Data value);
   Value(Date value) : _content(value) {}
   Value(Array value);
+  /// An array as well: it equals the array of the same elements.
+  Value(LongArray value);
   Value(Dictionary value);
 
-  Kind kind() const noexcept { return static_cast<Kind>(_content.index()); }
+  Kind kind() const noexcept;
 
   // Each gives the content when the value is of that kind, else nothing. No kind converts into another.
   std::optional<bool> boolean() const noexcept;
@@ -57,7 +60,10 @@ class Value {
   std::optional<Date> date() const noexcept;
   const std::string* string() const noexcept;
   const Data* data() const noexcept;
-  const Array* array() const noexcept;
+  /// The elements of a long array are made at the first call, and then kept by the value.
+  const Array* array() const;
+  /// The same without making an element, if the array is a long one; null for any other.
+  const LongArray* longArray() const noexcept;
   const Dictionary* dictionary() const noexcept;
 
   /// Whether both share one content object: then they are equal without looking inside.
@@ -69,9 +75,11 @@ class Value {
   friend bool operator==(const Value& left, const Value& right);
 
  private:
-  // In the order of Kind.
+  struct Elements;
+
+  // In the order of Kind, and the other way to be an array.
   std::variant<bool, std::int64_t, double, std::shared_ptr<const std::string>, std::shared_ptr<const Data>, Date,
-               std::shared_ptr<const Array>, std::shared_ptr<const Dictionary>>
+               std::shared_ptr<const Array>, std::shared_ptr<const Dictionary>, std::shared_ptr<const Elements>>
       _content;
 };
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "runtime/KeyedCoder.h"
+#include "runtime/LongArray.h"
 
 namespace pellor {
 namespace {
@@ -25,6 +26,35 @@ TEST(ValueTest, isOfExactlyOneKindAndEqualOnlyWithinIt) {
       EXPECT_EQ(value == values[j], i == j) << value.description() << " and " << values[j].description();
     }
   }
+}
+
+TEST(ValueTest, aLongArrayEqualsTheArrayOfItsElements) {
+  Array numbers;
+  for (int number = 0; number < 70; ++number) numbers.emplace_back(number);
+  const LongArray first{numbers};
+  EXPECT_EQ(Value(first), Value(numbers));
+  EXPECT_EQ(Value(first).description(), Value(numbers).description());
+
+  std::vector<ArrayRun::Element> elements;
+  for (std::size_t index = 0; index < LongArray::RunSize; ++index) elements.emplace_back(first.runs()[1], index);
+  elements[3] = Value(Dictionary{{"a", Array{"x", 1, "y"}}, {"b", 2}, {"c", "text"}});
+  auto runs = first.runs();
+  runs[1] = ArrayRun::make(elements);
+  const Value second = LongArray(runs);
+  EXPECT_NE(Value(first), second);
+  numbers[LongArray::RunSize + 3] = *elements[3].value;
+  EXPECT_EQ(second, Value(numbers));
+
+  DictionaryView view;
+  EXPECT_FALSE(runs[1]->show(2, view));
+  ASSERT_TRUE(runs[1]->show(3, view));
+  std::string seen;
+  for (const EntryView& entry : view) {
+    seen.append(entry.key).append(":").append(entry.text).append(std::to_string(entry.integer));
+    for (const auto text : entry.texts) seen.append(text);
+    seen += entry.hasOnlyTexts ? ";" : "...;";
+  }
+  EXPECT_EQ(seen, "a:0xy...;b:2;c:text0;");
 }
 
 TEST(ValueTest, comparesContentsAndKnowsSharedOnes) {
