@@ -1,0 +1,76 @@
+// What is persisted of a person, but for the metadata, in one piece of memory.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "Pellor/PLDestination.h"
+#include "platform/AddressBookStore.h"
+
+namespace pellor {
+
+/// An immutable record. Copies share its memory; a change makes another record. Texts are seen in place: they live as
+/// long as any copy of the record. Any thread.
+class PLPersonRecord {
+ public:
+  enum Text : std::size_t { guid, databaseUID, name, initials, preferredReplyAs };
+  static constexpr std::size_t TextCount = 5;
+
+  /// What a record is made of.
+  struct Content {
+    std::int32_t recordID = InvalidRecordID;
+    std::array<std::optional<std::string_view>, TextCount> texts;
+    /// In their order, each once; absent when they were never set.
+    std::optional<std::span<const std::string_view>> destinations;
+  };
+
+  /// Nothing is known.
+  PLPersonRecord() : PLPersonRecord(Content()) {}
+  explicit PLPersonRecord(const Content& content);
+
+  std::int32_t recordID() const { return header().recordID; }
+  std::optional<std::string_view> text(Text which) const;
+  /// The GUID; empty also when there is none: both identify nobody.
+  std::string_view identifyingGUID() const { return text(guid).value_or(std::string_view()); }
+
+  /// Whether the destinations were ever set, be it to none.
+  bool hasDestinations() const { return header().hasDestinations; }
+  std::size_t destinationCount() const { return header().destinationCount; }
+  /// In their order.
+  std::string_view destination(std::size_t index) const { return part(TextCount + index); }
+  bool containsDestination(std::string_view destination) const;
+  bool sharesDestination(const PLPersonRecord& other) const;
+  /// The destinations as a set of their own; null when they were never set.
+  std::shared_ptr<const DestinationSet> destinations() const;
+
+  /// Whether both have the same GUID and the same destinations.
+  bool hasIdentityOf(const PLPersonRecord& other) const;
+  friend bool operator==(const PLPersonRecord& left, const PLPersonRecord& right);
+
+  PLPersonRecord withRecordID(std::int32_t recordID) const;
+  PLPersonRecord with(Text which, std::optional<std::string_view> text) const;
+  PLPersonRecord withDestinations(const DestinationSet& destinations) const;
+
+ private:
+  // At the front of the memory. Behind it lie the ends of the texts and the destinations, then their bytes.
+  struct Header {
+    std::int32_t recordID;
+    std::uint32_t destinationCount;
+    std::array<bool, TextCount> hasText;
+    bool hasDestinations;
+  };
+
+  const Header& header() const;
+  std::string_view part(std::size_t index) const;
+  // `destinations` is the room for what the content shows.
+  Content content(std::vector<std::string_view>& destinations) const;
+
+  std::shared_ptr<const char[]> _memory;
+};
+
+}  // namespace pellor
