@@ -59,7 +59,7 @@ struct ManagerRegistry {
     Process& process = Process::current();
     _PLGetLogSystem();
     process.local<PLPersonIdentityChanges>();
-    process.local<PLUnsavedPersons>();
+    process.local<PLPersonChanges>();
     PLPerson::sharedMetadataQueue();
   }
   std::map<std::string, std::shared_ptr<PLFriendsManager>> managers;
@@ -449,7 +449,7 @@ bool PLFriendsManager::_takeUnsavedChanges(Write& write) {
   write.layoutChanged = _needsFriendListSync.exchange(false, std::memory_order_acquire);
   write.titlesChanged = _needsTitlesSync.exchange(false, std::memory_order_acquire);
   write.marksNormalized = _needsNormalizationMark.exchange(false, std::memory_order_acquire);
-  const std::uint64_t changes = _process.local<PLUnsavedPersons>().changes.load(std::memory_order_acquire);
+  const std::uint64_t changes = _process.local<PLPersonChanges>().marks.load(std::memory_order_acquire);
   write.mergeCount = _mergeCount.load(std::memory_order_acquire);
   write.list = _publishedList.load();
   write.titles = _publishedTitles.load();

@@ -451,8 +451,8 @@ class PLFriendsManager : public Object,
 
   // Written on the main queue, the flags also by saves; read by the save queue. The list is published before the flags
   // are set.
-  Published<PLSlotSnapshot> _publishedList;
-  Published<TitlesVersion> _publishedTitles;
+  Published<std::shared_ptr<const PLSlotSnapshot>> _publishedList;
+  Published<std::shared_ptr<const TitlesVersion>> _publishedTitles;
   std::atomic<bool> _needsFriendListSync{false};     // set by edits, taken by a save, set again by one that failed
   std::atomic<bool> _needsTitlesSync{false};         // the same, for titles that moved or could not be written
   std::atomic<bool> _needsNormalizationMark{false};  // the same, for a mark that could not be written

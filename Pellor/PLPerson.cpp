@@ -13,20 +13,14 @@
 namespace pellor {
 namespace {
 
-bool isBlank(const std::optional<std::string>& text) { return !text || text->empty(); }
+bool isBlank(const std::optional<std::string_view>& text) { return !text || text->empty(); }
 
-bool isSameSet(const std::shared_ptr<const DestinationSet>& left, const std::shared_ptr<const DestinationSet>& right) {
-  if (left == right) return true;
-  return left && right && *left == *right;
+std::optional<std::string> owned(std::optional<std::string_view> text) {
+  return text ? std::optional<std::string>(*text) : std::nullopt;
 }
 
-bool sharesMember(const DestinationSet& left, const DestinationSet& right) {
-  const DestinationSet& smaller = left.size() < right.size() ? left : right;
-  const DestinationSet& larger = left.size() < right.size() ? right : left;
-  return std::ranges::any_of(smaller, [&](const std::string& value) { return larger.contains(value); });
-}
-
-LogArgument destinationsArgument(const std::shared_ptr<const DestinationSet>& destinations) {
+LogArgument destinationsArgument(const PLPersonRecord& record) {
+  const auto destinations = record.destinations();
   return destinations ? LogArgument(*destinations) : LogArgument(std::optional<std::string>());
 }
 
@@ -35,9 +29,7 @@ LogArgument destinationsArgument(const std::shared_ptr<const DestinationSet>& de
 // --- Creation ---
 
 PLPerson::PLPerson(Passkey)
-    : _metadataQueue(sharedMetadataQueue()),
-      _unsavedPersons(_metadataQueue.process().local<PLUnsavedPersons>()),
-      _record(std::make_shared<Record>()) {}
+    : _metadataQueue(sharedMetadataQueue()), _changes(_metadataQueue.process().local<PLPersonChanges>()) {}
 
 PLPerson::~PLPerson() = default;
 
@@ -52,15 +44,14 @@ std::shared_ptr<PLPerson> PLPerson::init() {
 
 std::shared_ptr<PLPerson> PLPerson::initWithDictionaryRepresentationAddressBook(const PersonDictionary& dictionary,
                                                                                 AddressBook*) {
-  auto person = _make();
-  person->_updateFromDictionaryRepresentationShouldLogUpdates(dictionary, false);
-  return person;
+  PLPersonForm form(dictionary);
+  return initWithForm(form);
 }
 
 std::shared_ptr<PLPerson> PLPerson::initWithDestinationsAddressBook(const std::vector<std::string>& destinations,
                                                                     AddressBook* addressBook) {
   auto person = _make();
-  person->_draft()._allValues = std::make_shared<DestinationSet>(destinations.begin(), destinations.end());
+  person->_record = person->_record.withDestinations({destinations.begin(), destinations.end()});
   person->_reconcileCanPostChangeNotificationShouldLogUpdates(addressBook, false, false);
   person->_publish();
   return person;
@@ -68,7 +59,7 @@ std::shared_ptr<PLPerson> PLPerson::initWithDestinationsAddressBook(const std::v
 
 std::shared_ptr<PLPerson> PLPerson::initWithABRecordGUIDAddressBook(const std::string& guid, AddressBook* addressBook) {
   auto person = _make();
-  person->_draft()._abRecordGUID = guid;
+  person->_record = person->_record.with(PLPersonRecord::guid, guid);
   person->_reconcileCanPostChangeNotificationShouldLogUpdates(addressBook, false, false);
   person->_publish();
   return person;
@@ -77,18 +68,17 @@ std::shared_ptr<PLPerson> PLPerson::initWithABRecordGUIDAddressBook(const std::s
 std::shared_ptr<PLPerson> PLPerson::initWithFavoriteAddressBook(const FavoriteEntry& favorite,
                                                                 AddressBook* addressBook) {
   auto person = _make();
-  Record& draft = person->_draft();
   const RecordRef record = addressBook ? addressBook->personForRecordID(favorite.abRecordID) : nullptr;
   if (record) {
-    draft._abRecordID = favorite.abRecordID;
-    draft._abRecordGUID = record->recordGUID();
-    draft._abDatabaseUID = addressBook->databaseUID();
+    person->_record = person->_record.withRecordID(favorite.abRecordID)
+                          .with(PLPersonRecord::guid, record->recordGUID())
+                          .with(PLPersonRecord::databaseUID, addressBook->databaseUID());
     person->_reconcileCanPostChangeNotificationShouldLogUpdates(addressBook, false, false);
   } else {
     auto destination = plMessageCanonicalRawAddress(favorite.value);
     require(destination.has_value(), "an identity service that has an identifier for every phone number");
-    draft._name = favorite.displayName;
-    draft._allValues = std::make_shared<DestinationSet>(DestinationSet{std::move(*destination)});
+    person->_record =
+        person->_record.with(PLPersonRecord::name, favorite.displayName).withDestinations({std::move(*destination)});
   }
   person->_publish();
   return person;
@@ -97,66 +87,74 @@ std::shared_ptr<PLPerson> PLPerson::initWithFavoriteAddressBook(const FavoriteEn
 // --- What a person is ---
 
 std::optional<std::string> PLPerson::displayName() const {
-  if (hasName()) return _record->_name;
+  if (hasName()) return _text(PLPersonRecord::name);
   auto destination = primaryDestination();
   const Process::Scope scope(_process());
   if (!destination || plMessageDestinationType(*destination) != PLMessageDestinationTypePhoneNumber) return destination;
   return PLUtility::compressPhoneNumberString(*destination);
 }
 
-bool PLPerson::hasName() const { return !isBlank(_record->_name); }
+bool PLPerson::hasName() const { return !isBlank(_record.text(PLPersonRecord::name)); }
 
 std::optional<std::string> PLPerson::primaryDestination() const {
-  if (_primaryDestination) return _primaryDestination;
+  if (_kept && _kept->primaryDestination) return _kept->primaryDestination;
   const Process::Scope scope(_process());
+  const auto destinations = allValues();
   for (const auto& valuesInSet : {_allPhoneValuesInSet, _allEmailValuesInSet}) {
-    const auto values = valuesInSet(_record->_allValues.get());
+    const auto values = valuesInSet(destinations.get());
     if (!values || values->empty()) continue;
-    _primaryDestination = values->front();
-    break;
+    return _keep().primaryDestination = values->front();
   }
-  return _primaryDestination;
+  return std::nullopt;
 }
 
-std::shared_ptr<const DestinationSet> PLPerson::allValues() const { return _record->_allValues; }
+PLPerson::Kept& PLPerson::_keep() const {
+  if (!_kept) _kept = std::make_unique<Kept>();
+  return *_kept;
+}
 
-std::uint64_t PLPerson::allValuesCount() const { return _record->_allValues ? _record->_allValues->size() : 0; }
+std::shared_ptr<const DestinationSet> PLPerson::allValues() const { return _record.destinations(); }
 
-std::optional<std::string> PLPerson::initials() const { return _record->_initials; }
+std::uint64_t PLPerson::allValuesCount() const { return _record.destinationCount(); }
 
-std::optional<std::string> PLPerson::abRecordGUID() const { return _record->_abRecordGUID; }
+std::optional<std::string> PLPerson::_text(PLPersonRecord::Text which) const { return owned(_record.text(which)); }
 
-std::optional<std::string> PLPerson::abDatabaseUID() const { return _record->_abDatabaseUID; }
+std::optional<std::string> PLPerson::initials() const { return _text(PLPersonRecord::initials); }
 
-std::optional<std::string> PLPerson::preferredReplyAs() const { return _record->_preferredReplyAs; }
+std::optional<std::string> PLPerson::abRecordGUID() const { return _text(PLPersonRecord::guid); }
+
+std::optional<std::string> PLPerson::abDatabaseUID() const { return _text(PLPersonRecord::databaseUID); }
+
+std::optional<std::string> PLPerson::preferredReplyAs() const { return _text(PLPersonRecord::preferredReplyAs); }
 
 void PLPerson::setPreferredReplyAs(std::optional<std::string> preferredReplyAs) {
-  if (_record->_preferredReplyAs == preferredReplyAs) return;
+  if (this->preferredReplyAs() == preferredReplyAs) return;
   const Process::Scope scope(_process());
-  _PLGetLogSystem().log("updating preferredReplyAs for [%@] (GUID %@): %@ -> %@", redactable(_record->_name),
-                        _record->_abRecordGUID, redactable(_record->_preferredReplyAs), redactable(preferredReplyAs));
-  _draft()._preferredReplyAs = std::move(preferredReplyAs);
+  _PLGetLogSystem().log("updating preferredReplyAs for [%@] (GUID %@): %@ -> %@",
+                        redactable(_text(PLPersonRecord::name)), abRecordGUID(), redactable(this->preferredReplyAs()),
+                        redactable(preferredReplyAs));
+  _record = _record.with(PLPersonRecord::preferredReplyAs, preferredReplyAs);
   _publish();
   setNeedsSave(true);
   _postChangeNotification();
 }
 
 bool PLPerson::isLike(const PLPerson& other) const {
-  const Record& mine = *_record;
-  const Record& theirs = *other._record;
-  if (!isBlank(mine._abRecordGUID) && mine._abRecordGUID == theirs._abRecordGUID) return true;
-  return mine._allValues && theirs._allValues && sharesMember(*mine._allValues, *theirs._allValues);
+  const std::string_view guid = _record.identifyingGUID();
+  if (!guid.empty() && guid == other._record.identifyingGUID()) return true;
+  return _record.sharesDestination(other._record);
 }
 
 bool PLPerson::isEqualToDictionaryRepresentation(const PersonDictionary& dictionary) const {
-  const auto storedGUID = stringForKey(dictionary, "ABRecordGUID");
-  if (isBlank(storedGUID) != isBlank(_record->_abRecordGUID)) return false;
-  if (!isBlank(storedGUID)) return storedGUID == _record->_abRecordGUID;
-  const Value* stored = valueForKey(dictionary, "AllValues");
-  if (!stored || !stored->array() || !_record->_allValues) return false;
-  return std::ranges::any_of(*stored->array(), [&](const Value& value) {
-    return value.string() && _record->_allValues->contains(*value.string());
-  });
+  return isEqualToForm(PLPersonForm(dictionary));
+}
+
+bool PLPerson::isEqualToForm(const PLPersonForm& form) const {
+  const std::string_view stored = form.identifyingGUID();
+  const std::string_view mine = _record.identifyingGUID();
+  if (!stored.empty() || !mine.empty()) return stored == mine;
+  return std::ranges::any_of(form.storedDestinations(),
+                             [&](std::string_view text) { return _record.containsDestination(text); });
 }
 
 std::string PLPerson::description() const {
@@ -168,85 +166,82 @@ std::string PLPerson::description() const {
 
 // --- Edits ---
 //
-// An operation changes a draft, which the other operations of the main queue see at once, and publishes it at its end,
-// so that the save queue sees all of the operation or nothing.
+// An operation changes the record, which the other operations of the main queue see at once, and publishes it at its
+// end, so that the save queue sees all of the operation or nothing.
 
-PLPerson::Record& PLPerson::_draft() {
-  if (!_isDraft) _record = std::make_shared<Record>(*_record);
-  _isDraft = true;
-  return *_record;
-}
-
+// Who knows the person by its identifiers is told before, while the published record still has the old ones, and after.
 void PLPerson::_publish() {
-  if (!_isDraft) return;
-  _isDraft = false;
-  const auto previous = _published.load();
+  if (_wasPublished && _record.isSameObject(record())) return;
+  if (!_wasPublished) {
+    _wasPublished = true;
+    _published.store(_record);
+    return;
+  }
+  const bool isOtherIdentity = !_record.hasIdentityOf(record());
+  auto& identities = _process().local<PLPersonIdentityChanges>();
+  if (isOtherIdentity) identities.announceWillChange(*this);
+  _lastChange.begin();
   _published.store(_record);
-  if (!previous) return;
-  if (previous->_abRecordGUID == _record->_abRecordGUID && isSameSet(previous->_allValues, _record->_allValues)) return;
-  _process().local<PLPersonIdentityChanges>().announce(*this);
+  _lastChange.end(_changes);
+  if (isOtherIdentity) identities.announceDidChange(*this);
 }
 
 void PLPerson::setNeedsSave(bool needsSave) {
   _needsSave.store(needsSave, std::memory_order_release);
   // Counted after it can be seen: a save that reads the new count finds the flag.
-  if (needsSave) _unsavedPersons.changes.fetch_add(1, std::memory_order_release);
+  if (needsSave) _changes.marks.fetch_add(1, std::memory_order_release);
 }
 
 void PLPerson::ChangeReport::operator()(const LogFormat& format, const LogArgument& oldValue,
                                         const LogArgument& newValue) const {
   if (!isWanted) return;
-  const auto name = subject == Subject::guid ? LogArgument(person._record->_abRecordGUID)
-                                             : redactable(LogArgument(person.description()));
+  const auto name =
+      subject == Subject::guid ? LogArgument(person.abRecordGUID()) : redactable(LogArgument(person.description()));
   _PLGetLogSystem().log(format, name, oldValue, newValue);
 }
 
-bool PLPerson::_adopt(TextField field, const std::optional<std::string>& value, const ChangeReport& report,
+bool PLPerson::_adopt(PLPersonRecord::Text which, std::optional<std::string_view> text, const ChangeReport& report,
                       const LogFormat& format) {
-  const auto& current = (*_record).*field;
-  if (current == value) return false;
-  const bool isIdentifier = field == &Record::_abRecordGUID || field == &Record::_abDatabaseUID;
+  if (_record.text(which) == text) return false;
+  const bool isIdentifier = which == PLPersonRecord::guid || which == PLPersonRecord::databaseUID;
   if (isIdentifier) {
-    report(format, current, value);
+    report(format, _text(which), owned(text));
   } else {
-    report(format, redactable(current), redactable(value));
+    report(format, redactable(_text(which)), redactable(owned(text)));
   }
-  if (field == &Record::_abRecordGUID) {
-    _setABRecordGUID(value);
+  if (which == PLPersonRecord::guid) {
+    _setABRecordGUID(text);
   } else {
-    _draft().*field = value;
+    _record = _record.with(which, text);
   }
   return true;
 }
 
-bool PLPerson::_adoptInitials(const std::optional<std::string>& initials, const ChangeReport& report,
+bool PLPerson::_adoptInitials(std::optional<std::string_view> initials, const ChangeReport& report,
                               const LogFormat& format) {
   // A stored form writes no initials as empty ones: that is no difference.
-  if (isBlank(initials) && isBlank(_record->_initials)) return false;
-  return _adopt(&Record::_initials, initials, report, format);
+  if (isBlank(initials) && isBlank(_record.text(PLPersonRecord::initials))) return false;
+  return _adopt(PLPersonRecord::initials, initials, report, format);
 }
 
-bool PLPerson::_adoptAllValues(DestinationSet values, const ChangeReport& report, const LogFormat& format) {
-  if (_record->_allValues && *_record->_allValues == values) return false;
-  report(format, redactable(destinationsArgument(_record->_allValues)), redactable(values));
-  _draft()._allValues = std::make_shared<DestinationSet>(std::move(values));
+bool PLPerson::_adoptAllValues(const DestinationSet& values, const ChangeReport& report, const LogFormat& format) {
+  PLPersonRecord changed = _record.withDestinations(values);
+  if (_record.hasIdentityOf(changed)) return false;
+  report(format, redactable(destinationsArgument(_record)), redactable(values));
+  _record = std::move(changed);
   return true;
 }
 
-void PLPerson::_setABRecordGUID(std::optional<std::string> guid) {
-  const auto& current = _record->_abRecordGUID;
-  if (current && *current != guid.value_or("")) {
+void PLPerson::_setABRecordGUID(std::optional<std::string_view> guid) {
+  const auto current = _record.text(PLPersonRecord::guid);
+  if (current && *current != guid.value_or(std::string_view())) {
     Dictionary userInfo{{std::string(PLPersonUnlinkedABGUIDKey), *current}};
     postOnMainQueue(_process(), PLPersonUnlinkedFromAddressBookNotification, weak_from_this(), std::move(userInfo));
   }
-  _draft()._abRecordGUID = std::move(guid);
+  _record = _record.with(PLPersonRecord::guid, guid);
 }
 
-void PLPerson::_clearDerivedValues() {
-  _primaryDestination.reset();
-  _phoneNumberCount.reset();
-  _emailAddressCount.reset();
-}
+void PLPerson::_clearDerivedValues() { _kept.reset(); }
 
 void PLPerson::_postChangeNotification() {
   postOnMainQueue(_process(), PLPersonValuesChangedNotification, weak_from_this());

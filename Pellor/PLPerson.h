@@ -22,6 +22,9 @@
 #include <vector>
 
 #include "Pellor/PLDestination.h"
+#include "Pellor/PLPersonChanges.h"
+#include "Pellor/PLPersonForm.h"
+#include "Pellor/PLPersonRecord.h"
 #include "platform/AddressBookStore.h"
 #include "platform/FavoritesSource.h"
 #include "runtime/KeyedCoder.h"
@@ -33,9 +36,6 @@
 
 namespace pellor {
 
-/// The stored form of a person in the friend list.
-using PersonDictionary = Dictionary;
-
 class RecordMatchDictionary;
 
 /// Posted on the main queue after a person changed in a way that asks to be saved. Object: the person, null when it is
@@ -46,15 +46,6 @@ inline constexpr std::string_view PLPersonValuesChangedNotification = "PLPersonV
 inline constexpr std::string_view PLPersonUnlinkedFromAddressBookNotification =
     "PLPersonUnlinkedFromAddressBookNotification";
 inline constexpr std::string_view PLPersonUnlinkedABGUIDKey = "UnlinkedABGUID";
-
-/// How often persons of a process were marked as needing a save: `process.local<PLUnsavedPersons>()`.
-///
-/// A save that reads the same number as the save before it need not look at any person. A mark first sets the person's
-/// flag and then counts (release); who reads the count (acquire) before it takes the flags finds the flag of every mark
-/// that was counted.
-struct PLUnsavedPersons {
-  std::atomic<std::uint64_t> changes{0};  // counted by whoever sets a flag: main, metadata and save queues
-};
 
 class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   struct Passkey {};
@@ -70,6 +61,8 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// asked.
   static std::shared_ptr<PLPerson> initWithDictionaryRepresentationAddressBook(const PersonDictionary& dictionary,
                                                                                AddressBook* addressBook);
+  /// The same for a form that was read already.
+  static std::shared_ptr<PLPerson> initWithForm(PLPersonForm& form);
   /// A person with these destinations as they are, reconciled with the address book; null: kept unlinked.
   static std::shared_ptr<PLPerson> initWithDestinationsAddressBook(const std::vector<std::string>& destinations,
                                                                    AddressBook* addressBook);
@@ -98,7 +91,7 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// The first phone number or, without one, the first e-mail address; absent when there is none. Kept from the first
   /// time that it is asked for until reconciliation changes the destinations or finds another record.
   std::optional<std::string> primaryDestination() const;
-  /// All destinations; null when they were never set. The set stays as it is when the person changes.
+  /// All destinations, as a set of the caller's; null when they were never set.
   std::shared_ptr<const DestinationSet> allValues() const;
   /// The number of destinations, 0 when they were never set.
   std::uint64_t allValuesCount() const;
@@ -118,12 +111,19 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// another one than before.
   void setPreferredReplyAs(std::optional<std::string> preferredReplyAs);
 
+  /// What is persisted of the person but for the metadata, as the last operation left it. It shows the texts in place,
+  /// until the next edit.
+  const PLPersonRecord& record() const { return _published.own(); }
+  /// The number of the last change of what is persisted, see PLPersonChanges. Any thread.
+  std::uint64_t lastChange() const { return _lastChange.number(); }
+
   /// Whether `other` is the same friend: it has the same GUID, or shares a destination even if the GUIDs differ. False
   /// for null.
   bool isLikePerson(const std::shared_ptr<PLPerson>& other) const { return other && isLike(*other); }
   bool isLike(const PLPerson& other) const;
   /// Whether a stored form describes this person: it has the same GUID or, when neither has one, shares a destination.
   bool isEqualToDictionaryRepresentation(const PersonDictionary& dictionary) const;
+  bool isEqualToForm(const PLPersonForm& form) const;
 
   /// Class, address, display name and primary destination, for log lines; what is absent reads "(null)". Private
   /// information.
@@ -139,6 +139,8 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// other ones now and had to be corrected mark the person. Posts PLPersonUnlinkedFromAddressBookNotification when a
   /// GUID is replaced or cleared, and nothing else.
   bool updateFromDictionaryRepresentation(const PersonDictionary& dictionary);
+  /// The same for a form that was read already.
+  bool updateFromForm(PLPersonForm& form);
 
   /// Always true: of an archive only the classes that a key allows are read.
   static bool supportsSecureCoding() { return true; }
@@ -203,18 +205,6 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
                                                         const RecordRef& record, RecordProperty property);
 
  private:
-  // What is persisted of a person, but for the metadata. One that was published is never changed again.
-  struct Record {
-    std::int32_t _abRecordID = InvalidRecordID;
-    std::optional<std::string> _abRecordGUID;
-    std::optional<std::string> _abDatabaseUID;
-    std::optional<std::string> _name;
-    std::shared_ptr<const DestinationSet> _allValues;
-    std::optional<std::string> _initials;
-    std::optional<std::string> _preferredReplyAs;
-  };
-  using TextField = std::optional<std::string> Record::*;
-
   // How an operation reports that a field changes: before it does, with the person as the operation names it.
   struct ChangeReport {
     const PLPerson& person;
@@ -227,25 +217,25 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   // Edits
   static std::shared_ptr<PLPerson> _make();
   Process& _process() const { return _metadataQueue.process(); }
-  Record& _draft();
+  std::optional<std::string> _text(PLPersonRecord::Text which) const;
   void _publish();
-  bool _adopt(TextField field, const std::optional<std::string>& value, const ChangeReport& report,
+  bool _adopt(PLPersonRecord::Text which, std::optional<std::string_view> text, const ChangeReport& report,
               const LogFormat& format);
-  bool _adoptInitials(const std::optional<std::string>& initials, const ChangeReport& report, const LogFormat& format);
-  bool _adoptAllValues(DestinationSet values, const ChangeReport& report, const LogFormat& format);
-  void _setABRecordGUID(std::optional<std::string> guid);
+  bool _adoptInitials(std::optional<std::string_view> initials, const ChangeReport& report, const LogFormat& format);
+  bool _adoptAllValues(const DestinationSet& values, const ChangeReport& report, const LogFormat& format);
+  void _setABRecordGUID(std::optional<std::string_view> guid);
   void _clearDerivedValues();
   void _postChangeNotification();
 
   // Persisted forms
-  bool _updateFromDictionaryRepresentationShouldLogUpdates(const PersonDictionary& dictionary, bool shouldLogUpdates);
-  bool _adoptMetadata(Dictionary metadata, const ChangeReport& report, const LogFormat& format);
+  bool _updateFromDictionaryRepresentationShouldLogUpdates(PLPersonForm& form, bool shouldLogUpdates);
+  bool _adoptMetadata(const Dictionary& metadata, const ChangeReport& report, const LogFormat& format);
 
-  // Metadata
-  Dictionary& _metadataDictionary() PELLOR_REQUIRES(_metadataQueue) { return _metadata; }
-  const Dictionary& _metadataDictionary() const PELLOR_REQUIRES_READER(_metadataQueue) { return _metadata; }
+  // Metadata. None takes no memory.
+  const Dictionary& _metadataDictionary() const PELLOR_REQUIRES_READER(_metadataQueue);
+  void _setMetadataDictionary(Dictionary entries) PELLOR_REQUIRES(_metadataQueue);
   // Of a person that nobody else knows yet.
-  void _createMetadata(Dictionary entries) PELLOR_UNCHECKED { _metadata = std::move(entries); }
+  void _createMetadata(const Dictionary& entries) PELLOR_UNCHECKED;
   void _writeMetadata(std::function<void(Dictionary&)> write);
 
   // Address book
@@ -271,21 +261,27 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
 
   // Of the process, looked up once: a task of the metadata queue must not wait for the guard of `Process::local`.
   ConcurrentQueue& _metadataQueue;
-  PLUnsavedPersons& _unsavedPersons;
+  PLPersonChanges& _changes;
 
-  // Main queue. `_record` is the published record, or while an operation runs perhaps a draft of the next one.
-  std::shared_ptr<Record> _record;
-  bool _isDraft = true;
-  mutable std::optional<std::string> _primaryDestination;
-  std::optional<Value> _phoneNumberCount;   // a number that is archived, and that nothing computes
-  std::optional<Value> _emailAddressCount;  // the same
+  // Main queue. What was asked for, or archived, and is kept.
+  struct Kept {
+    std::optional<std::string> primaryDestination;
+    std::optional<Value> phoneNumberCount;   // a number that is archived, and that nothing computes
+    std::optional<Value> emailAddressCount;  // the same
+  };
+  Kept& _keep() const;
+  mutable std::unique_ptr<Kept> _kept;  // null while nothing is kept
+  // Main queue. The published record, or while an operation runs perhaps the next one.
+  PLPersonRecord _record;
   const bool _hasUnreadMessages = false;
+  bool _wasPublished = false;
 
   // Any thread.
-  Published<Record> _published;         // written on the main queue
   std::atomic<bool> _needsSave{false};  // set by edits, on the main queue and in the metadata queue; taken by saves
+  PLChangeNumber _lastChange;
+  Published<PLPersonRecord> _published;  // written on the main queue
 
-  Dictionary _metadata PELLOR_GUARDED_BY(_metadataQueue);
+  std::unique_ptr<const Dictionary> _metadata PELLOR_GUARDED_BY(_metadataQueue);
 };
 
 }  // namespace pellor

@@ -11,6 +11,8 @@ class PLPerson;
 class PLPersonIdentityObserver {
  public:
   virtual ~PLPersonIdentityObserver() = default;
+  /// The person's record still shows the old identity. It must not edit persons either.
+  virtual void personIdentityWillChange(PLPerson& person) = 0;
   /// The person shows the new identity already. Called inside the operation that changed it, so it must not edit
   /// persons.
   virtual void personIdentityDidChange(PLPerson& person) = 0;
@@ -25,10 +27,13 @@ class PLPersonIdentityChanges {
   /// The observer is never called again, not even by an announcement that is under way.
   void removeObserver(PLPersonIdentityObserver& observer);
 
-  /// Tells all observers, in the order of their registration.
-  void announce(PLPerson& person);
+  /// Tell all observers, in the order of their registration.
+  void announceWillChange(PLPerson& person);
+  void announceDidChange(PLPerson& person);
 
  private:
+  void announce(PLPerson& person, void (PLPersonIdentityObserver::*change)(PLPerson&));
+
   std::vector<PLPersonIdentityObserver*> _observers;
 };
 

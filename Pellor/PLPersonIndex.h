@@ -49,6 +49,7 @@ class PLPersonIndex : private PLPersonIdentityObserver {
     std::shared_ptr<const DestinationSet> destinations;
   };
 
+  void personIdentityWillChange(PLPerson&) override {}
   void personIdentityDidChange(PLPerson& person) override;
   void enter(PLPerson& person);
   void leave(PLPerson& person, const Keys& keys);

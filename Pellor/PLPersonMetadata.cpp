@@ -52,12 +52,29 @@ void PLPerson::removeAllMetadataValues() {
   _writeMetadata([](Dictionary& entries) { entries.clear(); });
 }
 
+const Dictionary& PLPerson::_metadataDictionary() const {
+  static const Dictionary none;
+  return _metadata ? *_metadata : none;
+}
+
+void PLPerson::_setMetadataDictionary(Dictionary entries) {
+  _lastChange.begin();
+  _metadata = entries.empty() ? nullptr : std::make_unique<const Dictionary>(std::move(entries));
+  _lastChange.end(_changes);
+}
+
+void PLPerson::_createMetadata(const Dictionary& entries) {
+  if (!entries.empty()) _metadata = std::make_unique<const Dictionary>(entries);
+}
+
 void PLPerson::_writeMetadata(std::function<void(Dictionary&)> write) {
   _metadataQueue.asyncBarrier([weak = weak_from_this(), write = std::move(write)] {
     const auto self = weak.lock();
     if (!self) return;
     self->_metadataQueue.requireCurrent();
-    write(self->_metadataDictionary());
+    Dictionary entries = self->_metadataDictionary();
+    write(entries);
+    self->_setMetadataDictionary(std::move(entries));
     self->setNeedsSave(true);
     self->_postChangeNotification();
   });

@@ -23,9 +23,9 @@ void PLPerson::refreshWithAddressBook(AddressBook* addressBook) {
 }
 
 RecordRef PLPerson::copyABPersonWithAddressBook(AddressBook* addressBook) const {
-  const auto& guid = _record->_abRecordGUID;
-  if (!addressBook || !guid || guid->empty()) return nullptr;
-  return addressBook->copyPersonMatchingGUID(*guid);
+  const std::string_view guid = _record.identifyingGUID();
+  if (!addressBook || guid.empty()) return nullptr;
+  return addressBook->copyPersonMatchingGUID(std::string(guid));
 }
 
 void PLPerson::_reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* addressBook,
@@ -36,8 +36,8 @@ void PLPerson::_reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* 
   const ChangeReport report{*this, ChangeReport::Subject::guid, shouldLogUpdates};
   Reconciliation reconciliation{*addressBook, report, std::source_location::current()};
   const auto databaseUID = addressBook->databaseUID();
-  if (databaseUID && _record->_abDatabaseUID != databaseUID) {
-    _draft()._abDatabaseUID = databaseUID;
+  if (databaseUID && _record.text(PLPersonRecord::databaseUID) != databaseUID) {
+    _record = _record.with(PLPersonRecord::databaseUID, databaseUID);
     reconciliation.changed = true;
   }
   std::optional<std::string> initials;
@@ -49,7 +49,7 @@ void PLPerson::_reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* 
     initials = _unlink(reconciliation);
   } else {
     // Nothing was found because nothing could be read: that is no reason to give a link up.
-    initials = _record->_initials;
+    initials = this->initials();
   }
   reconciliation.changed |= _adoptInitials(initials, report, "updating monogram for friend with GUID %@: [%@] -> [%@]");
   _publish();
@@ -62,12 +62,12 @@ std::optional<std::string> PLPerson::_refreshFromRecord(Reconciliation& reconcil
   const ChangeReport& report = reconciliation.report;
   const std::source_location& place = reconciliation.place;
   const std::int32_t recordID = record->recordID();
-  if (recordID != _record->_abRecordID) {
-    report(LogFormat("updating AB record ID for friend with GUID %@: %d -> %d", place), _record->_abRecordID, recordID);
-    _draft()._abRecordID = recordID;
+  if (recordID != _record.recordID()) {
+    report(LogFormat("updating AB record ID for friend with GUID %@: %d -> %d", place), _record.recordID(), recordID);
+    _record = _record.withRecordID(recordID);
     reconciliation.changed = true;
   }
-  reconciliation.changed |= _adopt(&Record::_name, preferredNameForPerson(record), report,
+  reconciliation.changed |= _adopt(PLPersonRecord::name, preferredNameForPerson(record), report,
                                    LogFormat("updating name for friend with GUID %@: [%@] -> [%@]", place));
   if (_adoptAllValues(*allValuesForPerson(record), report,
                       LogFormat("updated destinations for friend with GUID %@: %@ -> %@", place))) {
@@ -82,21 +82,22 @@ RecordRef PLPerson::_searchRecord(const Reconciliation& reconciliation) const {
   const LogHandle& log = _PLGetLogSystem();
   const std::source_location& place = reconciliation.place;
   if (hasName()) {
-    log.log(LogFormat("friend needs a full AB lookup, searching with name: %@", place), redactable(_record->_name));
+    log.log(LogFormat("friend needs a full AB lookup, searching with name: %@", place),
+            redactable(_text(PLPersonRecord::name)));
     if (auto found = _searchRecordByName(reconciliation.addressBook)) {
       log.log(LogFormat("found a best match using name (recordID = %d)", place), found->recordID());
       return found;
     }
   }
   log.log(LogFormat("unable to find matching record using name, searching with destinations: %@", place),
-          redactable(*_record->_allValues));
+          redactable(*allValues()));
   auto found = _searchRecordByDestinations(reconciliation.addressBook);
   if (found) log.log(LogFormat("found a best match using destinations (recordID = %d)", place), found->recordID());
   return found;
 }
 
 RecordRef PLPerson::_searchRecordByName(AddressBook& addressBook) const {
-  const auto records = addressBook.copyPeopleMatchingName(*_record->_name);
+  const auto records = addressBook.copyPeopleMatchingName(*_text(PLPersonRecord::name));
   if (!records) return nullptr;
   return _bestRecordMatchFromDictionaryAddressBook(
       _recordMatchDictionaryFromCFArrayFollowLinksAddressBook(*records, true, addressBook), addressBook);
@@ -104,7 +105,8 @@ RecordRef PLPerson::_searchRecordByName(AddressBook& addressBook) const {
 
 RecordRef PLPerson::_searchRecordByDestinations(AddressBook& addressBook) const {
   RecordMatchDictionary candidates;
-  for (const std::string& destination : *_record->_allValues) {
+  const auto destinations = allValues();
+  for (const std::string& destination : *destinations) {
     const auto records = addressBook.orderedPeopleForDestination(destination);
     if (!records) continue;
     candidates.addEntries(_recordMatchDictionaryFromCFArrayFollowLinksAddressBook(*records, false, addressBook));
@@ -113,30 +115,30 @@ RecordRef PLPerson::_searchRecordByDestinations(AddressBook& addressBook) const 
 }
 
 std::optional<std::string> PLPerson::_adoptRecord(Reconciliation& reconciliation, const RecordRef& record) {
-  const std::shared_ptr<const Record> before = std::make_shared<Record>(*_record);
-  Record& draft = _draft();
-  draft._abRecordID = record->recordID();
+  const PLPersonRecord before = _record;
   _setABRecordGUID(record->recordGUID());
-  draft._name = preferredNameForPerson(record);
-  DestinationSet values = *allValuesForPerson(record);
-  const bool isOtherSet = !before->_allValues || *before->_allValues != values;
-  if (isOtherSet) draft._allValues = std::make_shared<DestinationSet>(std::move(values));
+  _record = _record.withRecordID(record->recordID())
+                .with(PLPersonRecord::name, preferredNameForPerson(record))
+                .withDestinations(*allValuesForPerson(record));
   _clearDerivedValues();
   // A record that says what the person says already is no change: two processes would tell each other of it for ever.
-  reconciliation.changed |= isOtherSet || before->_abRecordID != draft._abRecordID ||
-                            before->_abRecordGUID != draft._abRecordGUID || before->_name != draft._name;
+  if (_record == before) {
+    _record = before;
+  } else {
+    reconciliation.changed = true;
+  }
   return PLUtility::initialsForPerson(record);
 }
 
 std::optional<std::string> PLPerson::_unlink(Reconciliation& reconciliation) {
   _PLGetLogSystem().log(LogFormat("unable to find matching record using name or destinations", reconciliation.place));
   // A person without a record keeps a GUID that names none: it may be one of a database that is not there yet.
-  if (_record->_abRecordID != InvalidRecordID) {
-    _draft()._abRecordID = InvalidRecordID;
+  if (_record.recordID() != InvalidRecordID) {
+    _record = _record.withRecordID(InvalidRecordID);
     _setABRecordGUID(std::nullopt);
     reconciliation.changed = true;
   }
-  return PLUtility::initialForString(_record->_name);
+  return PLUtility::initialForString(_text(PLPersonRecord::name));
 }
 
 RecordMatchDictionary PLPerson::_recordMatchDictionaryFromCFArrayFollowLinksAddressBook(
@@ -145,7 +147,8 @@ RecordMatchDictionary PLPerson::_recordMatchDictionaryFromCFArrayFollowLinksAddr
 }
 
 float PLPerson::_allValuesMatchScore(const DestinationSet& candidate) const {
-  return matchScore(candidate, _record->_allValues ? *_record->_allValues : DestinationSet());
+  const auto own = allValues();
+  return matchScore(candidate, own ? *own : DestinationSet());
 }
 
 RecordRef PLPerson::_bestRecordMatchFromDictionaryAddressBook(const RecordMatchDictionary& candidates,

@@ -48,6 +48,8 @@ class PLPersonRecord {
   /// The destinations as a set of their own; null when they were never set.
   std::shared_ptr<const DestinationSet> destinations() const;
 
+  /// Whether both share their memory: then they are equal without looking.
+  bool isSameObject(const PLPersonRecord& other) const { return _memory == other._memory; }
   /// Whether both have the same GUID and the same destinations.
   bool hasIdentityOf(const PLPersonRecord& other) const;
   friend bool operator==(const PLPersonRecord& left, const PLPersonRecord& right);

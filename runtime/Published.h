@@ -1,38 +1,42 @@
-// An immutable object that one thread replaces and others read.
+// A value that one thread replaces and others read.
 #pragma once
 
 #include <atomic>
-#include <memory>
 #include <utility>
 
 #include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
-/// Holds the latest published version of a T. `store` happens before every `load` that returns what it stored. Both may
-/// be called from any thread; neither waits for more than the copy of one pointer, so a writer never waits for a
-/// reader's work. (The standard library's atomic shared pointer is reported as a race by ThreadSanitizer.)
+/// Holds the latest published version of a value that is cheap to copy: a pointer to something immutable, or a handle.
+/// `store` happens before every `load` that returns what it stored. Both may be called from any thread; neither waits
+/// for more than one copy, so a writer never waits for a reader's work. (The standard library's atomic shared pointer
+/// is reported as a race by ThreadSanitizer.)
 template <class T>
 class Published {
  public:
   Published() = default;
-  explicit Published(std::shared_ptr<const T> value) : _value(std::move(value)) {}
+  explicit Published(T value) : _value(std::move(value)) {}
   Published(const Published&) = delete;
   Published& operator=(const Published&) = delete;
 
-  std::shared_ptr<const T> load() const {
+  T load() const {
     const MutexLock lock(_busy);
     return _value;
   }
 
-  void store(std::shared_ptr<const T> value) {
+  void store(T value) {
+    using std::swap;
     // The previous version is destroyed by the caller's `value`, after the lock.
     const MutexLock lock(_busy);
-    _value.swap(value);
+    swap(_value, value);
   }
 
+  /// The present version, without a copy: for the one thread that stores, until it stores again.
+  const T& own() const PELLOR_UNCHECKED { return _value; }
+
  private:
-  /// Held for the copy of one pointer.
+  /// Held for one copy.
   class Flag {
    public:
     void lock() {
@@ -48,7 +52,7 @@ class Published {
   };
 
   mutable AnnotatedMutex<Flag> _busy;
-  std::shared_ptr<const T> _value PELLOR_GUARDED_BY(_busy);
+  T _value PELLOR_GUARDED_BY(_busy){};
 };
 
 }  // namespace pellor

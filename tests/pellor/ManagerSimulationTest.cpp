@@ -117,7 +117,10 @@ class Member {
 
 std::string address(std::uint64_t number) { return "p" + std::to_string(number) + "@example.org"; }
 /// Numbers come before addresses.
-std::string addressOf(const PLPerson& person) { return *person.allValues()->rbegin(); }
+std::string addressOf(const PLPerson& person) {
+  const PLPersonRecord& record = person.record();
+  return std::string(record.destination(record.destinationCount() - 1));
+}
 
 class Simulation {
  public:
@@ -516,7 +519,8 @@ class Simulation {
     const auto status = editor.manager->statusForPersonRequery(person, true);
     EXPECT_EQ(status, known == DestinationStatus::unspecified ? DestinationStatus::unknown : known);
     if (!editor.manager->serviceName()) return;
-    editor.dueDestinations.insert(person->allValues()->begin(), person->allValues()->end());
+    const auto destinations = person->allValues();
+    editor.dueDestinations.insert(destinations->begin(), destinations->end());
   }
 
   /// A service that answers in parts may have this wait for one.
@@ -539,7 +543,8 @@ class Simulation {
     for (const auto& person : member.manager->allPeople()) {
       auto best = DestinationStatus::unspecified;
       DestinationSet reachable;
-      for (const auto& destination : *person->allValues()) {
+      const auto destinations = person->allValues();
+      for (const auto& destination : *destinations) {
         const auto known = member.statuses.find(destination);
         if (known == member.statuses.end()) continue;
         best = betterDestinationStatus(best, known->second);

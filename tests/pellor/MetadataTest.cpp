@@ -41,7 +41,7 @@ TEST_F(Metadata, WritesDoNotKeepThePerson) {
   EXPECT_TRUE(weak.expired());
   settle();
   EXPECT_EQ(posts.count(), 0U);
-  EXPECT_EQ(process.local<PLUnsavedPersons>().changes, 0U);
+  EXPECT_EQ(process.local<PLPersonChanges>().marks, 0U);
 }
 
 TEST_F(Metadata, AStoredFormReplacesItWithoutAsking) {
@@ -93,7 +93,7 @@ TEST_F(PersonOnThreads, ASaveSeesWholeEdits) {
 
 TEST_F(PersonOnThreads, EveryEditIsSavedOrStillMarked) {
   const auto person = PLPerson::init();
-  const auto& changes = process.local<PLUnsavedPersons>().changes;
+  const auto& changes = process.local<PLPersonChanges>().marks;
   std::atomic<int> saved = 0;
   std::atomic<int> passes = 0;
   std::atomic<bool> isEditing = true;

@@ -85,7 +85,7 @@ TEST_F(Person, LinesHideWhoTheyAreAbout) {
 }
 
 TEST_F(Person, OnlyASaveClearsTheFlag) {
-  const auto& changes = process.local<PLUnsavedPersons>().changes;
+  const auto& changes = process.local<PLPersonChanges>().marks;
   const auto person = fromForm(fullForm);
   person->setPreferredReplyAs("you@example.org");
   EXPECT_EQ(changes, 1U);

@@ -14,7 +14,7 @@ using Version = std::vector<int>;  // its number, several times
 TEST(PublishedTest, readersSeeWholeVersionsThatNeverGoBack) {
   constexpr int last = 2000;
   const auto make = [](int number) { return std::make_shared<const Version>(5, number); };
-  Published<Version> published(make(0));
+  Published<std::shared_ptr<const Version>> published(make(0));
   std::vector<std::thread> readers;
   for (int i = 0; i < 3; ++i) {
     readers.emplace_back([&] {
