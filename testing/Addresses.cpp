@@ -20,7 +20,7 @@ std::string withoutSchemes(std::string_view text) {
   return rest;
 }
 
-std::string lowerCased(std::string_view text) {
+std::string lowerCasedAddress(std::string_view text) {
   std::string result(text);
   for (char& c : result) {
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c + ('a' - 'A'));

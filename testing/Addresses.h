@@ -9,6 +9,6 @@ namespace pellor {
 /// The text with every "tel:" and "mailto:" taken out, also those that come together when another one goes.
 std::string withoutSchemes(std::string_view text);
 /// Lower case, letters A to Z alone.
-std::string lowerCased(std::string_view text);
+std::string lowerCasedAddress(std::string_view text);
 
 }  // namespace pellor

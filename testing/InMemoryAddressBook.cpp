@@ -382,7 +382,7 @@ void InMemoryAddressBook::updateIndexes() {
 
 std::string InMemoryAddressBook::destinationKey(std::string_view destination) {
   const std::string raw = withoutSchemes(destination);
-  return raw.find('@') != std::string::npos ? lowerCased(raw) : _phoneNumbers->normalised(raw);
+  return raw.find('@') != std::string::npos ? lowerCasedAddress(raw) : _phoneNumbers->normalised(raw);
 }
 
 }  // namespace pellor

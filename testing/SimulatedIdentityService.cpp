@@ -26,7 +26,7 @@ std::optional<std::string> SimulatedIdentityService::identifierForPhoneNumber(st
 
 std::optional<std::string> SimulatedIdentityService::identifierForEmailAddress(std::string_view address) {
   // A scheme in capitals shows only in lower case, and an address holds none.
-  return "mailto:" + withoutSchemes(lowerCased(withoutSchemes(address)));
+  return "mailto:" + withoutSchemes(lowerCasedAddress(withoutSchemes(address)));
 }
 
 std::optional<std::string> SimulatedIdentityService::identifierForPhoneNumberWithOptions(
