@@ -9,7 +9,7 @@ SOURCE_FOLDERS = Pellor runtime platform testing linux cli tests examples fuzz b
 SOURCES = $(shell find $(wildcard $(SOURCE_FOLDERS)) -name '*.h' -o -name '*.cpp')
 
 .DEFAULT_GOAL := help
-.PHONY: help setup run test asan tsan thread-safety coverage core format check-format check-sources tidy install clean
+.PHONY: help setup run test asan tsan thread-safety coverage core bench bench-table format check-format check-sources tidy install clean
 
 help:
 	@echo 'make run            the program at work on the sample contacts (release build)'
@@ -18,6 +18,8 @@ help:
 	@echo 'make tsan           the same under ThreadSanitizer'
 	@echo 'make thread-safety  let clang check which lock or queue guards what'
 	@echo 'make coverage       which lines and branches of Pellor/ the tests reach; fails below 97 and 90 percent'
+	@echo 'make bench          measure, each thing beside its yardstick (BENCH_QUICK=1, BENCH_ROWS=text: less of it)'
+	@echo 'make bench-table    the same, all of it, into docs/performance.md'
 	@echo 'make core           build the library alone, without the Linux platform'
 	@echo 'make format         format all sources;  make check-format  only tell which are not'
 	@echo 'make check-sources  check the directions of includes'
@@ -46,7 +48,7 @@ run:
 	@examples/demo.sh build/release/cli/pellor
 
 test:
-	@$(SETUP) build libraries tests
+	@$(SETUP) build libraries tests bench
 	$(call build,dev)
 	$(call test,dev)
 
@@ -77,6 +79,18 @@ coverage:
 core:
 	@$(SETUP) build
 	$(call build,core)
+
+BENCH_ROWS ?=
+
+bench:
+	@$(SETUP) build libraries bench
+	$(call build,release,-DPELLOR_BENCH=ON)
+	@bench/table.py build/release/bench --rows '$(BENCH_ROWS)'
+
+bench-table:
+	@$(SETUP) build libraries bench
+	$(call build,release,-DPELLOR_BENCH=ON)
+	@bench/table.py build/release/bench --markdown docs/performance.md
 
 install:
 	@$(SETUP) build libraries

@@ -25,6 +25,7 @@ may_include Pellor platform runtime
 may_include testing platform runtime
 may_include linux platform runtime
 may_include cli Pellor linux testing platform runtime
+may_include bench Pellor linux testing platform runtime
 
 for folder in runtime platform Pellor; do
   report "$folder/ uses the standard library alone" \

@@ -1,0 +1,165 @@
+// One edit: a friend is put into an empty slot in the middle of the list.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <optional>
+#include <sstream>
+#include <string>
+
+#include "bench/BusNames.h"
+#include "bench/ChildProgram.h"
+#include "bench/Friends.h"
+#include "bench/Kept.h"
+#include "bench/Stopwatch.h"
+#include "bench/StoredList.h"
+#include "linux/NotifyFolder.h"
+#include "linux/SQLiteDatabase.h"
+#include "runtime/Fatal.h"
+
+namespace pellor::bench {
+namespace {
+
+constexpr std::uint64_t Slot = 5;
+
+/// A process that edits the list.
+class EditedList {
+ public:
+  explicit EditedList(std::size_t size) : _stored(size), _process(_stored.folders()) {
+    const auto scope = _process.enter();
+    _process.load();
+    _process.settle();
+  }
+
+  ListProcess& process() { return _process; }
+  const StoredList& stored() const { return _stored; }
+
+  /// Empties a slot of a page in the middle, and comes to rest.
+  void makeRoom() {
+    page().removeFriendAtPosition(Slot);
+    _process.settle();
+  }
+
+  std::shared_ptr<PLPerson> newPerson() {
+    const Person person = personAt(FirstNewPerson + _added++);
+    return _process.manager().personWithDestinations({person.phones.front(), person.addresses.front()});
+  }
+
+  void put(const std::shared_ptr<PLPerson>& person) {
+    std::uint32_t error = 0;
+    page().setFriendAtPosition(person, Slot, error);
+    require(error == PLFriendGroupErrorNone, "a slot in the middle");
+  }
+
+ private:
+  static constexpr std::size_t FirstNewPerson = 1'000'000;
+
+  PLFriendGroup& page() {
+    const auto& pages = _process.manager().friendGroups();
+    return *pages[pages.size() / 2];
+  }
+
+  const StoredList _stored;
+  ListProcess _process;
+  std::size_t _added = 0;
+};
+
+EditedList& listFor(const benchmark::State& state) {
+  return kept<EditedList>(static_cast<std::size_t>(state.range(0)));
+}
+
+void editToDisk(benchmark::State& state) {
+  EditedList& list = listFor(state);
+  const auto scope = list.process().enter();
+  for (auto _ : state) {
+    list.makeRoom();
+    const auto person = list.newPerson();
+    time(state, [&] {
+      list.put(person);
+      list.process().settle();
+    });
+  }
+}
+BENCHMARK(editToDisk)->Arg(240)->Iterations(50)->UseManualTime();
+BENCHMARK(editToDisk)->Arg(24'000)->Iterations(5)->UseManualTime();
+BENCHMARK(editToDisk)->Arg(240'000)->Iterations(2)->UseManualTime();
+
+/// Another process of the same user that reports what it is told of.
+class Listener {
+ public:
+  explicit Listener(std::size_t size)
+      : _program({benchProgram("bench_listener"), "changes", kept<EditedList>(size).stored().home().string()}) {
+    require(_program.readLine() == "ready", "a listener that is ready");
+  }
+
+  /// Waits until it was told of a list with that many friends, and gives when that was.
+  Stopwatch::Clock::time_point whenToldOf(std::uint64_t friends) {
+    std::int64_t time = 0;
+    std::uint64_t count = 0;
+    while (count != friends) std::istringstream(_program.readLine()) >> time >> count;
+    return Stopwatch::Clock::time_point(Stopwatch::Clock::duration(time));
+  }
+
+ private:
+  ChildProgram _program;
+};
+
+void editToNotification(benchmark::State& state) {
+  EditedList& list = listFor(state);
+  auto& listener = kept<Listener>(static_cast<std::size_t>(state.range(0)));
+  const auto scope = list.process().enter();
+  const std::uint64_t friends = list.process().numberOfFriends();
+  for (auto _ : state) {
+    list.makeRoom();
+    listener.whenToldOf(friends - 1);
+    const auto person = list.newPerson();
+    const auto begin = Stopwatch::Clock::now();
+    list.put(person);
+    list.process().settle();
+    const std::chrono::duration<double> duration = listener.whenToldOf(friends) - begin;
+    state.SetIterationTime(duration.count());
+  }
+}
+BENCHMARK(editToNotification)->Arg(240)->Iterations(50)->UseManualTime();
+BENCHMARK(editToNotification)->Arg(24'000)->Iterations(3)->UseManualTime();
+BENCHMARK(editToNotification)->Arg(240'000)->Iterations(1)->UseManualTime();
+
+// The yardstick of both: one row that reaches the disk.
+void commitOneRow(benchmark::State& state) {
+  const WorkFolder folder;
+  const auto file = folder.path() / "row.sqlite";
+  ::close(::creat(file.c_str(), 0600));
+  const SQLiteDatabase database(file, SQLiteDatabase::Access::readWrite, 5);
+  database.execute("PRAGMA synchronous = FULL");
+  database.execute("PRAGMA journal_mode = WAL");
+  database.execute("CREATE TABLE rows (key INTEGER PRIMARY KEY, value BLOB NOT NULL)");
+  SQLiteStatement statement = database.prepare("REPLACE INTO rows VALUES (1, ?1)");
+  std::string value(200, 'x');
+  for (auto _ : state) {
+    ++value.front();
+    statement.bind(1, value).run();
+    statement.reset();
+  }
+}
+BENCHMARK(commitOneRow)->Iterations(100)->UseRealTime();
+
+// And half of this, the way of a message to the other process.
+void busRoundTrip(benchmark::State& state) {
+  const WorkFolder home;
+  Process process;
+  const Process::Scope scope(process);
+  ChildProgram other({benchProgram("bench_listener"), "echo", home.path().string()});
+  require(other.readLine() == "ready", "a listener that is ready");
+  const auto bus = NotifyFolder::make(process, foldersOf(home.path()), LogHandle("bench", "bus", nullptr));
+  bus->addObserver(
+      &process, [&process] { process.mainQueue().stop(); }, Pong);
+  for (auto _ : state) {
+    bus->post(Ping);
+    process.mainQueue().run();
+  }
+}
+BENCHMARK(busRoundTrip)->Iterations(200)->UseRealTime();
+
+}  // namespace
+}  // namespace pellor::bench

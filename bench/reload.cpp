@@ -1,0 +1,171 @@
+// Loading a list again: unchanged, changed in one place, and rearranged by another process.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <numeric>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "bench/Friends.h"
+#include "bench/Kept.h"
+#include "bench/Stopwatch.h"
+#include "bench/StoredList.h"
+#include "linux/SQLiteDatabase.h"
+
+namespace pellor::bench {
+namespace {
+
+/// A process with a loaded list, whose store another process writes.
+class SharedList {
+ public:
+  explicit SharedList(std::size_t size) : _stored(size), _elements(storedList(0, size)), _process(_stored.folders()) {
+    const auto scope = _process.enter();
+    _process.load();
+    _process.settle();
+  }
+
+  const Array& elements() const { return _elements; }
+  ListProcess& process() { return _process; }
+  std::filesystem::path storeFile() const { return _stored.folders().data / "preferences.sqlite"; }
+
+  /// Lets the other process write a list and this one take it over: the state in which a benchmark begins.
+  void become(const Array& elements) {
+    const auto scope = _process.enter();
+    _stored.write(PLFriendListKey, elements);
+    reload();
+    _process.settle();
+  }
+
+  /// Lets the other process write a list, and times how this one takes it over.
+  void timeReload(benchmark::State& state, const Array& elements) {
+    const auto scope = _process.enter();
+    _stored.write(PLFriendListKey, elements);
+    const std::uint64_t before = _process.notifications();
+    time(state, [this] { reload(); });
+    state.counters["notifications"] = static_cast<double>(_process.notifications() - before);
+    _process.settle();
+  }
+
+  void reload() {
+    _process.manager().reloadFriendList();
+    _process.drain();
+  }
+
+ private:
+  StoredList _stored;
+  const Array _elements;
+  ListProcess _process;
+};
+
+SharedList& listFor(const benchmark::State& state) {
+  return kept<SharedList>(static_cast<std::size_t>(state.range(0)));
+}
+
+/// The store as another connection sees it.
+class StoreWatch {
+ public:
+  explicit StoreWatch(const SharedList& list)
+      : _database(list.storeFile(), SQLiteDatabase::Access::readOnly, 5),
+        _query(_database.prepare("PRAGMA data_version")) {}
+
+  /// Another number after each commit.
+  std::int64_t dataVersion() {
+    _query.step();
+    const std::int64_t version = _query.integer(0);
+    _query.reset();
+    return version;
+  }
+
+ private:
+  SQLiteDatabase _database;
+  SQLiteStatement _query;
+};
+
+void reloadUnchanged(benchmark::State& state) {
+  SharedList& list = listFor(state);
+  list.become(list.elements());
+  StoreWatch watch(list);
+  const auto scope = list.process().enter();
+  const std::uint64_t notifications = list.process().notifications();
+  const std::int64_t version = watch.dataVersion();
+  for (auto _ : state) list.reload();
+  list.process().settle();
+  state.counters["notifications"] = static_cast<double>(list.process().notifications() - notifications);
+  state.counters["writes"] = static_cast<double>(watch.dataVersion() - version);
+}
+BENCHMARK(reloadUnchanged)->Arg(240)->Iterations(200);
+BENCHMARK(reloadUnchanged)->Arg(24'000)->Iterations(3);
+BENCHMARK(reloadUnchanged)->Arg(240'000)->Iterations(3);
+
+// The yardstick: the question that has to be asked.
+void dataVersion(benchmark::State& state) {
+  StoreWatch watch(listFor(state));
+  for (auto _ : state) benchmark::DoNotOptimize(watch.dataVersion());
+}
+BENCHMARK(dataVersion)->Arg(240)->Iterations(20'000);
+BENCHMARK(dataVersion)->Arg(24'000)->Iterations(20'000);
+BENCHMARK(dataVersion)->Arg(240'000)->Iterations(20'000);
+
+Value renamed(const Value& element, std::uint64_t edition) {
+  Dictionary form = *element.dictionary();
+  form.insert_or_assign("Name", "Édith Neuland-" + std::to_string(edition));
+  return form;
+}
+
+void reloadOneChanged(benchmark::State& state) {
+  SharedList& list = listFor(state);
+  list.become(list.elements());
+  Array elements = list.elements();
+  static std::uint64_t edition = 0;
+  for (auto _ : state) {
+    Value& middle = elements[elements.size() / 2];
+    middle = renamed(middle, ++edition);
+    list.timeReload(state, elements);
+  }
+}
+BENCHMARK(reloadOneChanged)->Arg(240)->Iterations(20)->UseManualTime();
+BENCHMARK(reloadOneChanged)->Arg(24'000)->Iterations(2)->UseManualTime();
+BENCHMARK(reloadOneChanged)->Arg(240'000)->Iterations(1)->UseManualTime();
+
+void reloadReversed(benchmark::State& state) {
+  SharedList& list = listFor(state);
+  list.become(list.elements());
+  Array now = list.elements();
+  Array next(now.rbegin(), now.rend());
+  for (auto _ : state) {
+    now.swap(next);
+    list.timeReload(state, now);
+  }
+}
+BENCHMARK(reloadReversed)->Arg(240)->Iterations(20)->UseManualTime();
+BENCHMARK(reloadReversed)->Arg(24'000)->Iterations(1)->UseManualTime();
+BENCHMARK(reloadReversed)->Arg(240'000)->Iterations(1)->UseManualTime();
+
+// A tenth of the list goes, as many others come, and all are in another order.
+Array shuffledWithNewPeople(const Array& elements) {
+  std::vector<std::size_t> numbers(elements.size());
+  std::iota(numbers.begin(), numbers.end(), elements.size() / 10);
+  std::ranges::shuffle(numbers, std::mt19937_64(elements.size()));
+  Array result;
+  for (const std::size_t number : numbers) result.emplace_back(storedForm(personAt(number), number));
+  return result;
+}
+
+void reloadShuffled(benchmark::State& state) {
+  SharedList& list = listFor(state);
+  list.become(list.elements());
+  Array now = list.elements();
+  Array next = shuffledWithNewPeople(now);
+  for (auto _ : state) {
+    now.swap(next);
+    list.timeReload(state, now);
+  }
+}
+BENCHMARK(reloadShuffled)->Arg(240)->Iterations(20)->UseManualTime();
+BENCHMARK(reloadShuffled)->Arg(24'000)->Iterations(1)->UseManualTime();
+BENCHMARK(reloadShuffled)->Arg(240'000)->Iterations(1)->UseManualTime();
+
+}  // namespace
+}  // namespace pellor::bench
