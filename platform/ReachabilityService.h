@@ -54,6 +54,16 @@ class ReachabilityService {
   /// The raw address behind the scheme: the destination with every "tel:" and "mailto:" taken out.
   virtual std::string rawAddressForDestination(std::string_view destination) = 0;
 
+  /// The raw address of the identifier of a number that holds no scheme, in the form in which numbers are compared;
+  /// absent if the service has no identifier for it. The library asks for every destination that it reads: a service
+  /// for which the conversion takes long answers from memory what it has answered before.
+  virtual std::optional<std::string> comparableNumber(std::string_view number) {
+    constexpr std::uint32_t comparable = 1;
+    const auto identifier = identifierForPhoneNumberWithOptions(number, std::nullopt, comparable);
+    if (!identifier) return std::nullopt;
+    return rawAddressForDestination(*identifier);
+  }
+
   /// Asks a messaging service, absent while none is set, for the status of destinations. Answers come later through the
   /// client, which is held weakly, in one or several parts, or never; never inside the call. False from a service that
   /// answers no queries: the client is told nothing, and the asker gives its own default answer.

@@ -38,6 +38,18 @@ TEST_F(Destination, KindsAreToldByWhatTheTextHoldsAnywhere) {
   }
 }
 
+TEST_F(Destination, KindsAreToldByACharacterWhereverItStands) {
+  for (std::size_t size = 1; size <= 20; ++size) {
+    for (std::size_t at = 0; at < size; ++at) {
+      // "A" and ";" are the characters behind "@" and ":".
+      std::string text(size, at % 2 ? 'A' : ';');
+      EXPECT_EQ(plMessageDestinationType(text), PLMessageDestinationTypeUnknown) << text;
+      EXPECT_EQ(plMessageDestinationType(text.replace(at, 1, "@")), PLMessageDestinationTypeEmail) << text;
+      EXPECT_EQ(plMessageDestinationType(text.replace(at, 1, "tel:")), PLMessageDestinationTypePhoneNumber) << text;
+    }
+  }
+}
+
 TEST_F(Destination, IsConvertedBetweenItsForms) {
   const struct {
     std::string text;
