@@ -24,12 +24,8 @@ std::string withoutSchemes(std::string_view destination) {
   return text;
 }
 
-// Only a form that is its own normalised form is taken. Else a number would change each time it is written, and two
-// processes would rewrite each other's list for ever.
 std::string normalizedNumber(const std::string& text, std::string_view region) {
-  const std::optional<std::string> number = internationalPhoneNumber(text, region);
-  if (!number || *number == text) return text;
-  return internationalPhoneNumber(*number, region) == number ? *number : text;
+  return internationalPhoneNumber(text, region).value_or(text);
 }
 
 std::string identifier(std::string_view scheme, std::string_view address) {

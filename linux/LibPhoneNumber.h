@@ -1,6 +1,7 @@
 // Phone numbers by libphonenumber: parsing, one fixed spelling, display.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -18,8 +19,17 @@ bool isPhoneNumberRegion(std::string_view region);
 
 /// The number in the text as E.164, an extension following as ";ext=5": "+49301234567;ext=5". National numbers are read
 /// as numbers of `region`. Absent when the text holds no number that could be dialled from everywhere: "911", local
-/// numbers without an area code, too short or too long ones. Any thread; pure.
+/// numbers without an area code, too short or too long ones; and when the form would be read as another number, so that
+/// a form is always its own form. Any thread; pure.
 std::optional<std::string> internationalPhoneNumber(std::string_view text, std::string_view region);
+
+/// How often this program has called libphonenumber: while it is 0 the library, whose start takes milliseconds, was not
+/// started. Any thread.
+std::uint64_t phoneLibraryCalls();
+
+/// Which libphonenumber this is: another text when another one was installed. Empty when that cannot be told. Does not
+/// start the library. Any thread.
+std::string phoneLibraryVersion();
 
 class LibPhoneNumber final : public PhoneNumberFormatter {
  public:
