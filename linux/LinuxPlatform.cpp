@@ -52,7 +52,8 @@ std::shared_ptr<VdirAddressBook> makeAddressBook(Process& process, const LinuxPl
 LinuxPlatform::LinuxPlatform(Process& process, const LinuxPlatformOptions& options)
     : _dataFolder(options.folders.data),
       _preferences(makePreferences(process, options.folders)),
-      _region(std::make_shared<StoreRegion>(_preferences, proposedRegion(options.region))),
+      _region(
+          std::make_shared<StoreRegion>(_preferences, [region = options.region] { return proposedRegion(region); })),
       _addressBook(makeAddressBook(process, options, _region)),
       _favorites(std::make_shared<FavoritesFile>(_addressBook)) {
   installPlatform(process, assemble(process, options.folders));

@@ -41,9 +41,9 @@ Dictionary dictionaryOf(const RegionAndLocale& chosen) {
   return {{std::string(RegionKey), chosen.region}, {std::string(LocaleKey), chosen.locale}};
 }
 
-std::string textOr(const PreferenceAnswer<Value>& answer, const std::string& fallback) {
+std::string textOf(const PreferenceAnswer<Value>& answer) {
   const std::string* text = answer.value() ? answer.value()->string() : nullptr;
-  return text && !text->empty() ? *text : fallback;
+  return text ? *text : "";
 }
 
 }  // namespace
@@ -62,7 +62,7 @@ bool isRegion(std::string_view text) {
   return text.size() == 2 && isUpper(text[0]) && isUpper(text[1]) && isPhoneNumberRegion(text);
 }
 
-StoreRegion::StoreRegion(std::shared_ptr<SQLitePreferences> store, RegionAndLocale proposal)
+StoreRegion::StoreRegion(std::shared_ptr<SQLitePreferences> store, Proposal proposal)
     : _store(std::move(store)), _proposal(std::move(proposal)) {
   current();
 }
@@ -76,10 +76,17 @@ bool StoreRegion::change(SQLitePreferences& store, const RegionAndLocale& region
   return store.synchronize(Domain);
 }
 
-RegionAndLocale StoreRegion::current() {
+const RegionAndLocale& StoreRegion::current() {
+  const RegionAndLocale* known = _known.load(std::memory_order_acquire);
+  return known ? *known : settledOrProposed();
+}
+
+const RegionAndLocale& StoreRegion::settledOrProposed() {
   const MutexLock lock(_mutex);
   if (!_settled) _settled = readOrWrite();
-  return _settled.value_or(_proposal);
+  if (!_settled) return proposed();
+  _known.store(&*_settled, std::memory_order_release);
+  return *_settled;
 }
 
 std::optional<RegionAndLocale> StoreRegion::readOrWrite() {
@@ -87,12 +94,20 @@ std::optional<RegionAndLocale> StoreRegion::readOrWrite() {
   if (!region.isReadable()) return std::nullopt;
   if (!region.value()) {
     // Of two processes that start at once one writes. A store that may not be written goes with the proposal.
-    _store->insertIfAbsent(dictionaryOf(_proposal), Domain);
+    _store->insertIfAbsent(dictionaryOf(proposed()), Domain);
     region = _store->copyValue(RegionKey, Domain);
   }
   const auto locale = _store->copyValue(LocaleKey, Domain);
   if (!region.isReadable() || !locale.isReadable()) return std::nullopt;
-  return RegionAndLocale{textOr(region, _proposal.region), textOr(locale, _proposal.locale)};
+  RegionAndLocale stored{textOf(region), textOf(locale)};
+  if (stored.region.empty()) stored.region = proposed().region;
+  if (stored.locale.empty()) stored.locale = proposed().locale;
+  return stored;
+}
+
+const RegionAndLocale& StoreRegion::proposed() {
+  if (!_proposed) _proposed = _proposal();
+  return *_proposed;
 }
 
 }  // namespace pellor

@@ -1,6 +1,8 @@
 // The region and locale of a store.
 #pragma once
 
+#include <atomic>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -33,7 +35,10 @@ bool isRegion(std::string_view text);
 /// other one uses what is there. Stays the same for the life of the object; any thread.
 class StoreRegion {
  public:
-  StoreRegion(std::shared_ptr<SQLitePreferences> store, RegionAndLocale proposal);
+  /// What this process would choose. Asked at most once, and only where the store does not say.
+  using Proposal = std::function<RegionAndLocale()>;
+
+  StoreRegion(std::shared_ptr<SQLitePreferences> store, Proposal proposal);
 
   /// While the store cannot be read these give the proposal and ask the store again each time.
   std::string region();
@@ -44,13 +49,17 @@ class StoreRegion {
   static bool change(SQLitePreferences& store, const RegionAndLocale& regionAndLocale);
 
  private:
-  RegionAndLocale current();
-  std::optional<RegionAndLocale> readOrWrite();
+  const RegionAndLocale& current();
+  const RegionAndLocale& settledOrProposed();
+  std::optional<RegionAndLocale> readOrWrite() PELLOR_REQUIRES(_mutex);
+  const RegionAndLocale& proposed() PELLOR_REQUIRES(_mutex);
 
   const std::shared_ptr<SQLitePreferences> _store;
-  const RegionAndLocale _proposal;
+  const Proposal _proposal;
+  std::atomic<const RegionAndLocale*> _known = nullptr;  // `_settled`, once it is; written with the lock
   Mutex _mutex;
-  std::optional<RegionAndLocale> _settled PELLOR_GUARDED_BY(_mutex);
+  std::optional<RegionAndLocale> _settled PELLOR_GUARDED_BY(_mutex);   ///< what the store says
+  std::optional<RegionAndLocale> _proposed PELLOR_GUARDED_BY(_mutex);  ///< stays the same
 };
 
 }  // namespace pellor

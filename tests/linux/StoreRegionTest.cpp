@@ -17,6 +17,10 @@ std::shared_ptr<SQLitePreferences> openIn(const std::filesystem::path& folder) {
   return std::make_shared<SQLitePreferences>(folder, folder / "defaults.json", LogHandle("test", "store", nullptr));
 }
 
+StoreRegion::Proposal proposing(std::string region, std::string locale) {
+  return [proposal = RegionAndLocale{std::move(region), std::move(locale)}] { return proposal; };
+}
+
 TEST(StoreRegionTest, TheProposalComesFromTheOptionAndTheEnvironment) {
   struct Case {
     std::optional<std::string> region;
@@ -47,20 +51,20 @@ TEST(StoreRegionTest, TheProposalComesFromTheOptionAndTheEnvironment) {
 
 TEST(StoreRegionTest, TheFirstProcessDecidesUntilItIsChanged) {
   const TemporaryFolder folder;
-  StoreRegion first(openIn(folder / "store"), {"DE", "de_DE"});
-  StoreRegion second(openIn(folder / "store"), {"US", "en_US"});
+  StoreRegion first(openIn(folder / "store"), proposing("DE", "de_DE"));
+  StoreRegion second(openIn(folder / "store"), proposing("US", "en_US"));
   EXPECT_EQ(second.region(), "DE");
   EXPECT_EQ(second.locale(), "de_DE");
 
   ASSERT_TRUE(StoreRegion::change(*openIn(folder / "store"), {"FR", "fr_FR"}));
   EXPECT_EQ(first.region(), "DE") << "the same as long as it lives";
-  EXPECT_EQ(StoreRegion(openIn(folder / "store"), {"DE", "de_DE"}).locale(), "fr_FR");
+  EXPECT_EQ(StoreRegion(openIn(folder / "store"), proposing("DE", "de_DE")).locale(), "fr_FR");
 }
 
 TEST(StoreRegionTest, AnUnreadableStoreIsAskedAgain) {
   const TemporaryFolder folder;
   writeFile(folder / "store", "in the way");
-  StoreRegion region(openIn(folder / "store"), {"DE", "de_DE"});
+  StoreRegion region(openIn(folder / "store"), proposing("DE", "de_DE"));
   EXPECT_EQ(region.region(), "DE");
   std::filesystem::remove(folder / "store");
   ASSERT_TRUE(StoreRegion::change(*openIn(folder / "store"), {"FR", "fr_FR"}));
@@ -73,7 +77,7 @@ TEST(StoreRegionTest, ProcessesThatStartAtOnceAgree) {
   std::vector<std::unique_ptr<ChildProcess>> children;
   for (const std::string& proposal : proposals) {
     children.push_back(std::make_unique<ChildProcess>([&](const ChildProcess::Report& report) {
-      StoreRegion region(openIn(folder / "store"), {proposal, "en_" + proposal});
+      StoreRegion region(openIn(folder / "store"), proposing(proposal, "en_" + proposal));
       report.send(std::find(proposals.begin(), proposals.end(), region.region()) - proposals.begin());
       return region.locale() == "en_" + region.region() ? 0 : 1;
     }));
