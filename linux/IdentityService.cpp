@@ -1,5 +1,6 @@
 #include "linux/IdentityService.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace pellor {
@@ -24,8 +25,9 @@ std::string withoutSchemes(std::string_view destination) {
   return text;
 }
 
-std::string normalizedNumber(const std::string& text, std::string_view region) {
-  return internationalPhoneNumber(text, region).value_or(text);
+// Of a number without schemes.
+std::string workedOut(std::string_view number, std::string_view region) {
+  return internationalPhoneNumber(number, region).value_or(std::string(number));
 }
 
 std::string identifier(std::string_view scheme, std::string_view address) {
@@ -34,10 +36,11 @@ std::string identifier(std::string_view scheme, std::string_view address) {
 
 }  // namespace
 
-IdentityService::IdentityService(RegionSource region) : _region(std::move(region)) {}
+IdentityService::IdentityService(RegionSource region, std::optional<CanonicalFormFolder> folder)
+    : _region(std::move(region)), _folder(std::move(folder)) {}
 
 std::optional<std::string> IdentityService::identifierForPhoneNumber(std::string_view number) {
-  return identifier(PhoneScheme, normalizedNumber(withoutSchemes(number), _region()));
+  return identifier(PhoneScheme, normalizedNumber(withoutSchemes(number)));
 }
 
 std::optional<std::string> IdentityService::identifierForEmailAddress(std::string_view address) {
@@ -47,8 +50,17 @@ std::optional<std::string> IdentityService::identifierForEmailAddress(std::strin
 std::optional<std::string> IdentityService::identifierForPhoneNumberWithOptions(std::string_view number,
                                                                                 std::optional<std::string> countryCode,
                                                                                 std::uint32_t /*options*/) {
-  const std::string region = countryCode ? *std::move(countryCode) : _region();
-  return identifier(PhoneScheme, normalizedNumber(withoutSchemes(number), region));
+  if (!countryCode) return identifierForPhoneNumber(number);
+  return identifier(PhoneScheme, workedOut(withoutSchemes(number), *countryCode));
+}
+
+std::optional<std::string> IdentityService::comparableNumber(std::string_view number) {
+  CanonicalFormStore& known = forms();
+  if (const auto form = known.find(number)) return std::string(*form);
+  const std::string text = withoutSchemes(number);
+  std::string form = workedOut(text, known.region());
+  known.add(text, form);
+  return form;
 }
 
 std::string IdentityService::rawAddressForDestination(std::string_view destination) {
@@ -59,6 +71,28 @@ bool IdentityService::queryStatusForDestinations(const std::set<std::string>& /*
                                                  const std::optional<std::string>& /*serviceName*/,
                                                  bool /*hasPriority*/, std::weak_ptr<ReachabilityClient> /*client*/) {
   return false;
+}
+
+std::string IdentityService::normalizedNumber(std::string_view number) {
+  const CanonicalFormStore& known = forms();
+  if (const auto form = known.find(number)) return std::string(*form);
+  return workedOut(number, known.region());
+}
+
+CanonicalFormStore& IdentityService::forms() {
+  const std::string region = _region();
+  CanonicalFormStore* const last = _forms.load(std::memory_order_acquire);
+  return last && last->region() == region ? *last : formsOf(region);
+}
+
+CanonicalFormStore& IdentityService::formsOf(const std::string& region) {
+  const MutexLock lock(_mutex);
+  auto found = std::ranges::find(_stores, region, [](const auto& store) -> const auto& { return store->region(); });
+  if (found == _stores.end()) {
+    found = _stores.insert(found, CanonicalFormStore::open(region, _folder));
+  }
+  _forms.store(found->get(), std::memory_order_release);
+  return **found;
 }
 
 }  // namespace pellor

@@ -1,8 +1,17 @@
 // Identifiers of numbers and addresses, without a server behind them.
 #pragma once
 
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "linux/CanonicalFormStore.h"
 #include "linux/LibPhoneNumber.h"
 #include "platform/ReachabilityService.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -11,9 +20,12 @@ namespace pellor {
 ///
 /// A number that can be dialled from everywhere becomes its international form with the extension, every other text is
 /// its own normalised form. E-mail addresses are taken as they are: their case may matter to the mail server.
+///
+/// What `comparableNumber` gave is remembered, for each region, and with a folder for later processes as well. The
+/// other conversions look there too but add nothing: through them come the numbers of whole address books.
 class IdentityService final : public ReachabilityService {
  public:
-  explicit IdentityService(RegionSource region);
+  explicit IdentityService(RegionSource region, std::optional<CanonicalFormFolder> folder = std::nullopt);
 
   std::optional<std::string> identifierForPhoneNumber(std::string_view number) override;
   std::optional<std::string> identifierForEmailAddress(std::string_view address) override;
@@ -22,6 +34,7 @@ class IdentityService final : public ReachabilityService {
   std::optional<std::string> identifierForPhoneNumberWithOptions(std::string_view number,
                                                                  std::optional<std::string> countryCode,
                                                                  std::uint32_t options) override;
+  std::optional<std::string> comparableNumber(std::string_view number) override;
   /// Schemes are taken out until none is left, also where taking one out made another.
   std::string rawAddressForDestination(std::string_view destination) override;
 
@@ -31,7 +44,15 @@ class IdentityService final : public ReachabilityService {
                                   std::weak_ptr<ReachabilityClient> client) override;
 
  private:
-  RegionSource _region;
+  CanonicalFormStore& forms();
+  CanonicalFormStore& formsOf(const std::string& region);
+  std::string normalizedNumber(std::string_view number);
+
+  const RegionSource _region;
+  const std::optional<CanonicalFormFolder> _folder;
+  std::atomic<CanonicalFormStore*> _forms = nullptr;  // of the region asked for last; written with the lock
+  Mutex _mutex;
+  std::vector<std::shared_ptr<CanonicalFormStore>> _stores PELLOR_GUARDED_BY(_mutex);  ///< one a region
 };
 
 }  // namespace pellor

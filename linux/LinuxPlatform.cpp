@@ -2,13 +2,13 @@
 
 #include "linux/GettextStrings.h"
 #include "linux/IcuText.h"
-#include "linux/IdentityService.h"
 #include "linux/LibPhoneNumber.h"
 #include "linux/NettleDigest.h"
 #include "linux/NotifyFolder.h"
 #include "linux/PrometheusCounters.h"
 #include "linux/UnpairedDevice.h"
 #include "linux/VdirContactStore.h"
+#include "runtime/Queue.h"
 
 namespace pellor {
 namespace {
@@ -26,9 +26,20 @@ RegionSource regionSource(const std::shared_ptr<StoreRegion>& region) {
   return [region] { return region->region(); };
 }
 
+// What is new while a list is loaded is written together, when the main queue is done with the load.
+std::shared_ptr<IdentityService> makeIdentities(Process& process, const UserFolders& folders,
+                                                const std::shared_ptr<StoreRegion>& region) {
+  const Process::Scope scope(process);
+  auto later = [&process, queue = SerialQueue::make("org.tapnote.Pellor.canonicalForms")](Task task) {
+    process.mainQueue().async([queue, task = std::move(task)] { queue->async(task); });
+  };
+  return std::make_shared<IdentityService>(
+      regionSource(region), CanonicalFormFolder{folders.data, logOf(process, "numbers"), std::move(later)});
+}
+
 // The spelling under which the library stores destinations, so that a friend's number finds its contact.
-std::function<std::string(std::string_view)> canonicalDestinations(const std::shared_ptr<StoreRegion>& region) {
-  return [identities = std::make_shared<IdentityService>(regionSource(region))](std::string_view destination) {
+std::function<std::string(std::string_view)> canonicalDestinations(const std::shared_ptr<IdentityService>& identities) {
+  return [identities](std::string_view destination) {
     const bool isAddress = destination.find('@') != std::string_view::npos;
     const auto identifier = isAddress ? std::nullopt : identities->identifierForPhoneNumber(destination);
     return identities->rawAddressForDestination(identifier.value_or(std::string(destination)));
@@ -36,11 +47,12 @@ std::function<std::string(std::string_view)> canonicalDestinations(const std::sh
 }
 
 std::shared_ptr<VdirAddressBook> makeAddressBook(Process& process, const LinuxPlatformOptions& options,
-                                                 const std::shared_ptr<StoreRegion>& region) {
+                                                 const std::shared_ptr<StoreRegion>& region,
+                                                 const std::shared_ptr<IdentityService>& identities) {
   VdirAddressBookOptions result;
   result.index.contactsFolder = options.contactsFolder.value_or(options.folders.data / "contacts");
   result.index.dataFolder = options.folders.data;
-  result.index.canonicalDestination = canonicalDestinations(region);
+  result.index.canonicalDestination = canonicalDestinations(identities);
   result.index.canonicalForm = regionSource(region);
   result.index.progress = options.indexProgress;
   result.surnameFirst = [region] { return writesSurnameFirst(region->locale()); };
@@ -54,7 +66,8 @@ LinuxPlatform::LinuxPlatform(Process& process, const LinuxPlatformOptions& optio
       _preferences(makePreferences(process, options.folders)),
       _region(
           std::make_shared<StoreRegion>(_preferences, [region = options.region] { return proposedRegion(region); })),
-      _addressBook(makeAddressBook(process, options, _region)),
+      _identities(makeIdentities(process, options.folders, _region)),
+      _addressBook(makeAddressBook(process, options, _region, _identities)),
       _favorites(std::make_shared<FavoritesFile>(_addressBook)) {
   installPlatform(process, assemble(process, options.folders));
 }
@@ -65,7 +78,7 @@ Platform LinuxPlatform::assemble(Process& process, const UserFolders& folders) {
   platform.addressBook = _addressBook;
   platform.preferences = _preferences;
   platform.preferencesSync = std::make_shared<UnpairedDevice>();
-  platform.reachability = std::make_shared<IdentityService>(regionSource(_region));
+  platform.reachability = _identities;
   platform.phoneNumbers = std::make_shared<LibPhoneNumber>(regionSource(_region));
   platform.personNames = text;
   platform.notifyBus = NotifyFolder::make(process, folders, logOf(process, "bus"));

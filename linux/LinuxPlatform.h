@@ -9,6 +9,7 @@
 #include <string>
 
 #include "linux/FavoritesFile.h"
+#include "linux/IdentityService.h"
 #include "linux/SQLitePreferences.h"
 #include "linux/StoreRegion.h"
 #include "linux/UserFolders.h"
@@ -53,6 +54,7 @@ class LinuxPlatform {
   const std::filesystem::path _dataFolder;
   const std::shared_ptr<SQLitePreferences> _preferences;
   const std::shared_ptr<StoreRegion> _region;
+  const std::shared_ptr<IdentityService> _identities;
   std::shared_ptr<VdirAddressBook> _addressBook;
   std::shared_ptr<FavoritesFile> _favorites;
 };
