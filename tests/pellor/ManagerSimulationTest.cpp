@@ -1,16 +1,11 @@
 // Whole worlds under many seeds: three processes that share a list come to rest with the same list, whatever runs
 // first.
 //
-// A failure prints the command that runs its world alone. PELLOR_SEEDS=<count> sets how many worlds all tests run in
-// all.
+// PELLOR_SEEDS=<count> sets how many worlds all tests run in all.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <numeric>
@@ -23,45 +18,15 @@
 #include "Pellor/PLFriendsManager.h"
 #include "testing/SimulatedScheduler.h"
 #include "testing/SimulatedWorld.h"
+#include "tests/pellor/SeededTest.h"
 #include "tests/pellor/SlowStore.h"
-
-// Null where no sanitizer is linked in.
-extern "C" void __sanitizer_set_death_callback(void (*)())
-    __attribute__((weak));  // NOLINT(bugprone-reserved-identifier)
 
 namespace pellor {
 namespace {
 
-// Each of the two kinds of worlds is split into as many tests, for ctest to run side by side.
-constexpr std::uint64_t testCount = 20;
-const bool isSanitized = __sanitizer_set_death_callback != nullptr;
-const std::uint64_t defaultSeedCount = isSanitized ? 600 : 6'000;
 constexpr std::size_t processCount = 3;
 constexpr std::uint64_t addressCount = 8;
 const std::string OtherDomain = "org.tapnote.Other";
-
-std::optional<std::uint64_t> numberInEnvironment(const char* name) {
-  const char* text = std::getenv(name);
-  if (!text) return std::nullopt;
-  return std::strtoull(text, nullptr, 10);
-}
-
-/// The command that runs the present world alone.
-std::string replayCommand;
-
-void printReplayCommand() { std::fprintf(stderr, "%s\n", replayCommand.c_str()); }
-
-void printReplayCommandOfSignal(int number) {
-  printReplayCommand();
-  std::signal(number, SIG_DFL);
-}
-
-/// A world that ends the program, by a broken contract or invariant, prints its command as well.
-void printReplayCommandAtDeath() {
-  std::signal(SIGABRT, printReplayCommandOfSignal);
-  if (isSanitized) return __sanitizer_set_death_callback(printReplayCommand);
-  std::signal(SIGSEGV, printReplayCommandOfSignal);
-}
 
 /// What is known of a friend, by its one address.
 struct Known {
@@ -749,41 +714,24 @@ class Simulation {
   bool _wasLookedUp = false;
 };
 
-class ManagerSimulationTest : public ::testing::TestWithParam<std::uint64_t> {
+class ManagerSimulationTest : public SeededTest {
  protected:
+  // There are two kinds of worlds.
   template <class Run>
-  void forEachSeed(Run&& run) {
-    printReplayCommandAtDeath();
-    const auto only = numberInEnvironment("PELLOR_SEED");
-    const std::uint64_t inAll = numberInEnvironment("PELLOR_SEEDS").value_or(defaultSeedCount);
-    const std::uint64_t count = (inAll + 2 * testCount - 1) / (2 * testCount);
-    const std::uint64_t first = only.value_or(GetParam() * count);
-    const std::uint64_t end = only ? first + 1 : first + count;
-    for (std::uint64_t seed = first; seed < end && !HasFailure(); ++seed) {
-      setReplayCommand(seed);
-      SCOPED_TRACE(replayCommand);
-      run(Simulation(seed));
-    }
-  }
-
- private:
-  static void setReplayCommand(std::uint64_t seed) {
-    const auto program = std::filesystem::read_symlink("/proc/self/exe");
-    const auto& test = *::testing::UnitTest::GetInstance()->current_test_info();
-    replayCommand = "PELLOR_SEED=" + std::to_string(seed) + " " + program.string() +
-                    " --gtest_filter=" + test.test_suite_name() + "." + test.name();
+  void forEachWorld(Run&& run) {
+    forEachSeed((seedCount(6'000, 600) + 1) / 2, [&](std::uint64_t seed) { run(Simulation(seed)); });
   }
 };
 
 TEST_P(ManagerSimulationTest, NoEditOfTheOneWhoEditsIsLost) {
-  forEachSeed([](Simulation&& simulation) { simulation.runWithOneEditorAtATime(); });
+  forEachWorld([](Simulation&& simulation) { simulation.runWithOneEditorAtATime(); });
 }
 
 TEST_P(ManagerSimulationTest, AllWhoEditAtOnceComeToTheSame) {
-  forEachSeed([](Simulation&& simulation) { simulation.runWithAllEditing(); });
+  forEachWorld([](Simulation&& simulation) { simulation.runWithAllEditing(); });
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, ManagerSimulationTest, ::testing::Range(std::uint64_t{0}, testCount));
+INSTANTIATE_TEST_SUITE_P(Seeds, ManagerSimulationTest, ::testing::Range(std::uint64_t{0}, SeededTest::partCount));
 
 }  // namespace
 }  // namespace pellor

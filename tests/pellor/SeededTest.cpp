@@ -1,0 +1,68 @@
+#include "tests/pellor/SeededTest.h"
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <string>
+
+// Null where no sanitizer is linked in.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
+extern "C" void __sanitizer_set_death_callback(void (*)()) __attribute__((weak));
+
+namespace pellor {
+namespace {
+
+const bool isSanitized = __sanitizer_set_death_callback != nullptr;
+
+std::optional<std::uint64_t> numberInEnvironment(const char* name) {
+  const char* text = std::getenv(name);
+  if (!text) return std::nullopt;
+  return std::strtoull(text, nullptr, 10);
+}
+
+/// The command that runs the present seed alone.
+std::string replayCommand;
+
+void printReplayCommand() { std::fprintf(stderr, "%s\n", replayCommand.c_str()); }
+
+void printReplayCommandOfSignal(int number) {
+  printReplayCommand();
+  std::signal(number, SIG_DFL);
+}
+
+/// A seed that ends the program, by a broken contract or invariant, prints its command as well.
+void printReplayCommandAtDeath() {
+  std::signal(SIGABRT, printReplayCommandOfSignal);
+  if (isSanitized) return __sanitizer_set_death_callback(printReplayCommand);
+  std::signal(SIGSEGV, printReplayCommandOfSignal);
+}
+
+void setReplayCommand(std::uint64_t seed) {
+  const auto program = std::filesystem::read_symlink("/proc/self/exe");
+  const auto& test = *::testing::UnitTest::GetInstance()->current_test_info();
+  replayCommand = "PELLOR_SEED=" + std::to_string(seed) + " " + program.string() +
+                  " --gtest_filter=" + test.test_suite_name() + "." + test.name();
+}
+
+}  // namespace
+
+std::uint64_t SeededTest::seedCount(std::uint64_t usual, std::uint64_t sanitized) {
+  return numberInEnvironment("PELLOR_SEEDS").value_or(isSanitized ? sanitized : usual);
+}
+
+void SeededTest::forEachSeed(std::uint64_t count, const std::function<void(std::uint64_t)>& run) {
+  printReplayCommandAtDeath();
+  const auto only = numberInEnvironment("PELLOR_SEED");
+  const std::uint64_t ownCount = (count + partCount - 1) / partCount;
+  const std::uint64_t first = only.value_or(GetParam() * ownCount);
+  const std::uint64_t end = only ? first + 1 : first + ownCount;
+  for (std::uint64_t seed = first; seed < end && !HasFailure(); ++seed) {
+    setReplayCommand(seed);
+    SCOPED_TRACE(replayCommand);
+    run(seed);
+  }
+}
+
+}  // namespace pellor

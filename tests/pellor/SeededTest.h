@@ -1,0 +1,24 @@
+// Tests that run over many seeds, split into parts for ctest to run side by side. A failure prints the command that
+// runs its seed alone.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <functional>
+
+namespace pellor {
+
+/// Instantiate with `::testing::Range(std::uint64_t{0}, SeededTest::partCount)`.
+class SeededTest : public ::testing::TestWithParam<std::uint64_t> {
+ public:
+  static constexpr std::uint64_t partCount = 20;
+
+ protected:
+  /// How many seeds: PELLOR_SEEDS in the environment, else `usual`, or `sanitized` where a sanitizer is linked in.
+  static std::uint64_t seedCount(std::uint64_t usual, std::uint64_t sanitized);
+  /// Runs this part's seeds of `count` in all, or the one of PELLOR_SEED, until one fails.
+  void forEachSeed(std::uint64_t count, const std::function<void(std::uint64_t)>& run);
+};
+
+}  // namespace pellor
