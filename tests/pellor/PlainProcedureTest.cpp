@@ -1,0 +1,352 @@
+// The manager against the written procedures done plainly, over generated lives of a list: the same objects in the same
+// slots, the same lines, notifications, answers and stored lists.
+//
+// PELLOR_SEEDS=<count> sets how many lives are compared; each loads some six lists.
+#include <algorithm>
+#include <random>
+
+#include "testing/SimulatedScheduler.h"
+#include "testing/SimulatedWorld.h"
+#include "tests/pellor/ManagerWorld.h"
+#include "tests/pellor/OneProcess.h"
+#include "tests/pellor/PlainProcedure.h"
+#include "tests/pellor/SeededTest.h"
+
+namespace pellor {
+namespace {
+
+constexpr std::uint64_t longestList = 60;
+/// What the fields of stored forms can hold, beside GUID and destinations.
+const std::map<std::string, Array> fieldValues{
+    {"ABRecordID", {0, 1, 2}},          {"ABDatabaseUID", {"Database"}},
+    {"Name", {"", "Ann", "Bob", "cy"}}, {"ReplyAs", {"me"}},
+    {"Monogram", {"", "A", "B"}},       {"Metadata", {Dictionary{{"key", 0}}, Dictionary{{"key", 1}}}}};
+const Array wrongValues{7, "text", Array{}, true, 1.5, Data{1}};
+
+/// A process with its log.
+struct Side {
+  explicit Side(SimulatedWorld& world, const std::shared_ptr<Scheduler>& scheduler) : process(scheduler, log) {
+    installPlatform(process, world.makePlatform(process));
+  }
+  /// The lines since the last time, without addresses.
+  std::vector<std::string> takeLines() {
+    auto lines = log->takeMessages();
+    for (std::string& line : lines) {
+      if (line.starts_with("<PLPerson: ")) line.erase(11, line.find(' ', 11) - 10);
+    }
+    return lines;
+  }
+
+  std::shared_ptr<LogCollector> log = std::make_shared<LogCollector>();
+  Process process;
+};
+
+/// A manager and the plain procedure in processes of their own, that live through the same.
+class Life {
+ public:
+  explicit Life(std::uint64_t seed) : _random(seed) {
+    put(PLRefreshAgainstContactsOnInitEnabledKey, false);
+    put(PLGroupSizeKey, _settings.groupSize);
+    put(PLMaxGroupCountKey, _settings.maxGroupCount);
+    put(PLEmptyTrailingGroupEnabledKey, _settings.addsTrailingGroup);
+    put(PLDeduplicateFriendListEnabledKey, _settings.removesDuplicates);
+    put(PLRemoveDestinationlessFriendsEnabledKey, _settings.removesUnreachable);
+    _world.pairedDevice().setCompletedInitialSync(true);
+    for (const char* number : {"0", "1", "2"}) {
+      TestContact contact = contactNamed(number);
+      contact.emails.front().value = anyDestination();
+      _world.addressBook().add(contact);
+    }
+    _scheduler->runUntilQuiet();
+    store(anyList());
+    both([&] { _manager = PLFriendsManager::initWithDomain(std::nullopt); }, [&] { _plain.load(); });
+  }
+
+  void run() {
+    check();
+    for (auto steps = 4 + below(12); steps > 0 && !::testing::Test::HasFailure(); --steps) {
+      chance(2) ? reload() : edit();
+      check();
+      if (chance(2)) rest();
+    }
+    rest();
+    for (const Value& step : _story) {
+      if (::testing::Test::HasFailure()) std::cerr << step.description() << '\n';
+    }
+  }
+
+ private:
+  /// A person of the manager and the one in its place. Nobody: empty slots.
+  using Twins = std::pair<Slot, Slot>;
+
+  /// The same in both processes.
+  void both(const auto& inManager, const auto& inPlain) {
+    {
+      const Process::Scope scope(_fast.process);
+      inManager();
+    }
+    const Process::Scope scope(_slow.process);
+    inPlain();
+  }
+  std::uint64_t below(std::uint64_t limit) { return _random() % limit; }
+  bool chance(std::uint64_t oneIn) { return below(oneIn) == 0; }
+  template <class T>
+  T anyOf(const std::vector<T>& choices) {
+    return choices[below(choices.size())];
+  }
+  void put(std::string_view key, Value value) { _world.preferences().setValue(key, std::move(value), TapnoteDomain); }
+
+  // --- Stored lists ---
+
+  std::string anyGUID() { return chance(20) ? "" : guidOf(std::to_string(below(_poolSize))); }
+  std::string anyDestination() {
+    const std::string number = std::to_string(below(_poolSize));
+    switch (below(10)) {
+      case 0:
+        return "mailto:p" + number + "@example.org";
+      case 1:
+        return "0151 1000" + number;
+      case 2:
+        return "+491511000" + number;
+      case 3:
+        return "nobody";
+      default:
+        return "p" + number + "@example.org";
+    }
+  }
+  Value orWrong(Value value) { return chance(40) ? anyOf(wrongValues) : value; }
+
+  Dictionary anyForm() {
+    Array destinations;
+    for (auto left = below(4); left > 0; --left) destinations.push_back(orWrong(anyDestination()));
+    Dictionary form;
+    if (!chance(10)) form.emplace("AllValues", orWrong(destinations));
+    if (!chance(3)) form.emplace("ABRecordGUID", orWrong(anyGUID()));
+    for (const auto& [key, values] : fieldValues) {
+      if (!chance(3)) form.emplace(key, orWrong(anyOf(values)));
+    }
+    return form;
+  }
+  Value anyElement() { return orWrong(chance(3) ? Dictionary() : anyForm()); }
+  Array anyList() {
+    Array list;
+    for (auto left = below(1 + below(longestList + 1)); left > 0; --left) list.push_back(anyElement());
+    return list;
+  }
+
+  /// A new one, one that is there already, or a person that is known here as a process that knows the same writes it.
+  Value anyElementLike(const Array& list) {
+    if (chance(2)) return anyElement();
+    return list.empty() || chance(2) ? anyTwins().second->dictionaryRepresentation() : anyOf(list);
+  }
+
+  /// What another process could have made of a stored list.
+  void change(Array& list) {
+    const auto from = static_cast<std::ptrdiff_t>(below(list.size() + 1));
+    const auto to = static_cast<std::ptrdiff_t>(below(list.size() + 1));
+    const auto first = list.begin() + std::min(from, to);
+    const auto last = list.begin() + std::max(from, to);
+    switch (below(6)) {
+      case 0:
+        return std::reverse(first, last);
+      case 1:
+        return std::shuffle(first, last, _random);
+      case 2:
+        return std::generate(first, last, [this] { return anyElement(); });
+      case 3:
+        list.erase(first, last);
+        return;
+      case 4:
+        for (auto left = 1 + below(8); left > 0; --left) list.insert(list.begin() + from, anyElementLike(list));
+        return;
+      default:
+        for (Value& element : list) {
+          if (!element.dictionary() || element.dictionary()->empty() || chance(3)) continue;
+          Dictionary form = *element.dictionary();
+          for (const auto& [key, value] : anyForm()) {
+            if (chance(3)) form.insert_or_assign(key, value);
+          }
+          element = form;
+        }
+    }
+  }
+
+  void store(const Array& list) {
+    _story.emplace_back(list);
+    put(PLFriendListKey, list);
+    _plain.stored = list;
+  }
+
+  void reload() {
+    Array list = chance(8) ? anyList() : _plain.stored;
+    for (auto changes = below(4); changes > 0; --changes) change(list);
+    list.resize(std::min<std::size_t>(list.size(), longestList), Dictionary());
+    store(list);
+    both([&] { _manager->reloadFriendList(); }, [&] { _plain.reload(); });
+  }
+
+  // --- Edits ---
+
+  Twins lookUp() {
+    const std::string guid = anyGUID();
+    const std::vector<std::string> destinations{anyDestination(), anyDestination()};
+    const bool byGUID = chance(2);
+    const auto find = [&](auto& list) {
+      return byGUID ? list.personWithABRecordGUID(guid) : list.personWithDestinations(destinations);
+    };
+    Twins found;
+    both([&] { found.first = find(*_manager); }, [&] { found.second = find(_plain); });
+    EXPECT_TRUE(areTwins(found.first, found.second));
+    return found;
+  }
+  Twins anyTwins() { return _twins.empty() || chance(3) ? lookUp() : anyOf(_twins); }
+
+  void edit() {
+    const auto operation = below(8);
+    _story.emplace_back(operation);
+    const Twins twins = anyTwins();
+    const auto& groups = _manager->friendGroups();
+    const std::uint64_t group = groups.empty() ? 0 : below(groups.size());
+    const std::uint64_t position = below(_settings.groupSize);
+    if (operation == 0) {
+      both([&] { _manager->addFriend(twins.first); }, [&] { _plain.addFriend(twins.second); });
+    } else if (operation == 1) {
+      const std::string reply = anyOf<std::string>({"me", "you"});
+      both([&] { twins.first->setPreferredReplyAs(reply); }, [&] { twins.second->setPreferredReplyAs(reply); });
+    } else if (operation == 2) {
+      both([&] { _manager->purgeEmptyFriendGroups(); }, [&] { _plain.purge(); });
+    } else if (operation == 3) {
+      both([&] { _manager->save(); }, [&] { _plain.save(); });
+    } else if (groups.empty()) {
+      return;
+    } else if (operation == 4) {
+      const auto& [person, twin] = chance(4) ? Twins() : twins;
+      std::uint32_t error = PLFriendGroupErrorNone;
+      both([&] { groups[group]->setFriendAtPosition(person, position, error); },
+           [&] { _plain.setFriend(twin, group, position); });
+    } else if (operation == 5) {
+      both([&] { groups[group]->removeFriendAtPosition(position); }, [&] { _plain.removeFriend(group, position); });
+    } else {
+      rearrange(group, position, twins);
+    }
+  }
+
+  /// A group is given friends, and reports them in one of two ways, or not at all before the list is read again.
+  void rearrange(std::uint64_t index, std::uint64_t position, const Twins& twins) {
+    const auto group = _manager->friendGroups()[index];
+    auto friends = group->friends();
+    auto& plainFriends = _plain.groups[index]->friends;
+    const std::uint64_t other = below(friends.size());
+    std::swap(friends[position], friends[other]);
+    std::swap(plainFriends[position], plainFriends[other]);
+    if (chance(2)) std::tie(friends[other], plainFriends[other]) = chance(2) ? Twins() : twins;
+    group->setFriends(friends);
+    const auto way = below(3);
+    if (way == 0) both([&] { _manager->syncFriendGroup(group); }, [&] { _plain.syncGroup(index); });
+    if (way == 1) {
+      both([&] { _manager->friendGroupDidMoveFriends(group, {twins.first}); },
+           [&] { _plain.moveFriends(index, {twins.second}); });
+    }
+    if (way == 2) reload();
+  }
+
+  // --- What must be the same ---
+
+  /// A new person of the one is the new person of the other.
+  bool areTwins(const Slot& person, const Slot& plain) {
+    if (!person || !plain) return !person && !plain;
+    const auto [twin, isNew] = _plainOf.try_emplace(person.get(), plain.get());
+    if (isNew) _twins.emplace_back(person, plain);
+    return twin->second == plain.get() && _ofPlain.try_emplace(plain.get(), person.get()).first->second == person.get();
+  }
+  void expectTwins(const std::vector<Slot>& persons, const std::vector<Slot>& plain) {
+    EXPECT_TRUE(
+        std::ranges::equal(persons, plain, [this](const auto& one, const auto& two) { return areTwins(one, two); }));
+  }
+
+  void check() {
+    const Process::Scope scope(_fast.process);
+    const auto& groups = _manager->friendGroups();
+    ASSERT_EQ(groups.size(), _plain.groups.size());
+    for (std::size_t index = 0; index < groups.size(); ++index) {
+      expectTwins(groups[index]->friends(), _plain.groups[index]->friends);
+      const auto* plain = _plain.groups[index].get();
+      EXPECT_EQ(_groups.try_emplace(groups[index], _plain.groups[index]).first->second.get(), plain);
+    }
+    expectTwins(_manager->allPeople(), _plain.allPeople());
+    EXPECT_EQ(_fast.takeLines(), _slow.takeLines());
+    EXPECT_EQ(_manager->invariantViolation(), std::nullopt);
+    if (!_twins.empty()) checkAnswers(anyOf(_twins));
+  }
+
+  void checkAnswers(const Twins& twins) {
+    const auto& [person, plain] = twins;
+    const auto place = static_cast<std::uint64_t>(std::ranges::find(_plain.list, plain) - _plain.list.begin());
+    const bool isFriend = place < _plain.list.size();
+    EXPECT_EQ(_manager->isPersonFriend(person), isFriend);
+    EXPECT_EQ(_manager->positionOfFriendInGroup(person), isFriend ? place % _settings.groupSize : NotFound);
+    EXPECT_EQ(_manager->groupIndexContainingFriend(person), isFriend ? place / _settings.groupSize : 1);
+    const auto guid = plain->abRecordGUID();
+    Slot like;
+    bool isTaken = false;
+    for (const Slot& other : _plain.list) {
+      if (!like && other && other->isLike(*plain)) like = other;
+      isTaken = isTaken || (other && !guid.value_or("").empty() && other->abRecordGUID() == guid);
+    }
+    EXPECT_TRUE(areTwins(_manager->personLikePerson(person), like));
+    EXPECT_EQ(_manager->containsFriendWithABRecordGUID(guid), isTaken);
+  }
+
+  void rest() {
+    while (_scheduler->step()) {
+    }
+    both([] {}, [&] { _plain.rest(); });
+    auto lines = _fast.takeLines();
+    auto plainLines = _slow.takeLines();
+    // The save queue runs beside the main queue.
+    const std::string saved = "friend list saved";
+    EXPECT_EQ(std::erase(lines, saved), std::erase(plainLines, saved));
+    EXPECT_EQ(lines, plainLines);
+    EXPECT_EQ(_world.preferences().value(PLFriendListKey, TapnoteDomain), Value(_plain.stored));
+    EXPECT_EQ(_world.preferences().writeCount(), _plain.writes);
+    EXPECT_EQ(_world.pairedDevice().pushes().size(), _plain.pushes);
+    EXPECT_EQ(_groupListChanges.count(), _plain.groupListChanges);
+    ASSERT_EQ(_changes.count(), _plain.notifications.size());
+    for (std::size_t index = 0; index < _changes.count(); ++index) {
+      EXPECT_TRUE(std::ranges::equal(_changes.all()[index].userInfoAs<PLChangeLog>()->entries(),
+                                     _plain.notifications[index].entries(), [this](const auto& one, const auto& two) {
+                                       return areTwins(one.first, two.first) && one.second == two.second;
+                                     }));
+    }
+  }
+
+  std::mt19937_64 _random;
+  const PlainProcedure::Settings _settings{1 + below(12), 1 + below(chance(2) ? 4 : 20), !chance(4), !chance(4),
+                                           chance(3)};
+  const std::uint64_t _poolSize = chance(3) ? 1000 : 3 + below(longestList);  // few: many are the same somehow
+  Array _story;  // the lists that were stored and the numbers of the edits
+  SimulatedWorld _world;
+  std::shared_ptr<SimulatedScheduler> _scheduler = std::make_shared<SimulatedScheduler>(1);
+  Side _fast{_world, _scheduler}, _slow{_world, _scheduler};
+  const Posts _changes{_fast.process, PLFriendsManagerChangedNotification};
+  const Posts _groupListChanges{_fast.process, PLFriendsManagerGroupListChanged};
+  std::shared_ptr<PLFriendsManager> _manager;
+  PlainProcedure _plain{_slow.process, _settings};
+  const std::shared_ptr<Observation> _valueChanges = _slow.process.notificationCenter().addObserver(
+      std::string(PLPersonValuesChangedNotification),
+      [this](const Notification& notification) { _plain.personValuesChanged(notification.objectAs<PLPerson>()); });
+  std::vector<Twins> _twins;  // in the order in which they came up
+  std::map<const PLPerson*, const PLPerson*> _plainOf, _ofPlain;
+  std::map<std::shared_ptr<PLFriendGroup>, std::shared_ptr<PlainProcedure::Group>> _groups;
+};
+
+class PlainProcedureTest : public SeededTest {};
+
+TEST_P(PlainProcedureTest, TheManagerComesToTheSame) {
+  forEachSeed(seedCount(3'300, 330), [](std::uint64_t seed) { Life(seed).run(); });
+}
+
+INSTANTIATE_TEST_SUITE_P(Seeds, PlainProcedureTest, ::testing::Range(std::uint64_t{0}, SeededTest::partCount));
+
+}  // namespace
+}  // namespace pellor
