@@ -66,6 +66,13 @@ TEST(PhoneNumberTest, TextThatIsNoNumberIsItsOwnForm) {
     EXPECT_EQ(canonical(service, text), text);
     EXPECT_EQ(service.identifierForPhoneNumber(text), std::string("tel:") + text);
   }
+  // The forms of these, such as +5215987982536, would be read as other numbers.
+  using Case = std::pair<const char*, const char*>;
+  for (const auto& [region, text] :
+       {Case("MX", "115987982536"), Case("CN", "0128715358421"), Case("DE", "0008924644")}) {
+    IdentityService home(in(region));
+    EXPECT_EQ(canonical(home, text), text);
+  }
   EXPECT_EQ(canonical(service, "tel:tel:5"), "5");
   EXPECT_EQ(canonical(service, "x tel:5"), "x 5");
 }
