@@ -14,19 +14,28 @@ class Frame {
   enum class Kind { scope, task, read };
 
   /// `queue` null: a scope.
-  Frame(Process& process, const Queue* queue, Kind kind);
-  ~Frame();
+  Frame(Process& process, const Queue* queue, Kind kind)
+      : _process(process), _queue(queue), _kind(kind), _outer(_current) {
+    _current = this;
+  }
+  ~Frame() { _current = _outer; }
   Frame(const Frame&) = delete;
   Frame& operator=(const Frame&) = delete;
 
   Process& process() const { return _process; }
 
   /// The calling thread's innermost frame; null outside of all.
-  static const Frame* innermost();
+  static const Frame* innermost() { return _current; }
   /// The queue of the thread's innermost task; null when no task is running on the thread.
-  static const Queue* innermostQueue();
+  static const Queue* innermostQueue() {
+    const Frame* frame = _current;
+    while (frame && frame->_kind == Kind::scope) frame = frame->_outer;
+    return frame ? frame->_queue : nullptr;
+  }
   /// Whether any task of `queue`, however deep, is running on the calling thread.
   static bool isInside(const Queue& queue);
+  /// What tells the calling thread from all others that live.
+  static const void* thread() { return &_current; }
   /// How many counted tasks of `process` are running on the calling thread.
   static long taskCount(const Process& process);
 
@@ -35,6 +44,9 @@ class Frame {
   const Queue* _queue;
   Kind _kind;
   const Frame* _outer;
+
+  // Here, not in the source file: every operation of the library asks on which queue it is.
+  static constinit inline thread_local const Frame* _current = nullptr;
 };
 
 }  // namespace pellor

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "runtime/Fatal.h"
-#include "runtime/Frame.h"
 #include "runtime/Process.h"
 #include "runtime/Scheduler.h"
 #include "runtime/WallClock.h"
@@ -13,7 +12,7 @@
 namespace pellor {
 
 MainStrand::MainStrand(Process& process, std::shared_ptr<Scheduler> scheduler)
-    : MainQueue(process, "main"), Strand(process, std::move(scheduler)), _ownerThread(std::this_thread::get_id()) {}
+    : MainQueue(process, "main"), Strand(process, std::move(scheduler)) {}
 
 bool MainStrand::isCurrent() const {
   if (!isOwnerThread()) return false;

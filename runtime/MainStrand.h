@@ -7,9 +7,9 @@
 #include <list>
 #include <memory>
 #include <optional>
-#include <thread>
 #include <vector>
 
+#include "runtime/Frame.h"
 #include "runtime/MainQueue.h"
 #include "runtime/Strand.h"
 #include "runtime/Timer.h"
@@ -36,7 +36,7 @@ class MainStrand final : public MainQueue, public Strand {
   void clearDeadline(Deadline deadline) override;
 
   /// Whether the calling thread is the one that made the process.
-  bool isOwnerThread() const { return std::this_thread::get_id() == _ownerThread; }
+  bool isOwnerThread() const { return Frame::thread() == _ownerThread; }
   /// Queues the handlers of the timers that are due.
   void fireDueTimers();
   /// Runs a due timer or a task; without one waits for either, for a nudge or for `until`.
@@ -52,7 +52,7 @@ class MainStrand final : public MainQueue, public Strand {
   bool hasWork() const PELLOR_REQUIRES(_mutex) { return !_tasks.empty() || _isNudged; }
   bool takeStop();
 
-  const std::thread::id _ownerThread;
+  const void* const _ownerThread = Frame::thread();
   // The owner thread's.
   bool _isInRun = false;
   std::list<std::shared_ptr<Timer>> _delayed;  // each until it has fired
