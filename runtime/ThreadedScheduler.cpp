@@ -73,12 +73,18 @@ Deadline ThreadedScheduler::setDeadline(TimerShot shot, double time) {
   if (!_deadlines.isFirst(deadline)) return deadline;
   if (_hasTimekeeper) {
     _clock.notifyOne();
-  } else if (_idleWorkers > 0) {
+  } else {
+    callTimekeeper();
+  }
+  return deadline;
+}
+
+void ThreadedScheduler::callTimekeeper() {
+  if (_idleWorkers > 0) {
     _work.notifyOne();
   } else if (_workers.size() < _maximumWorkers) {
     startWorker();
   }
-  return deadline;
 }
 
 void ThreadedScheduler::clearDeadline(Deadline deadline) {
@@ -102,6 +108,7 @@ void ThreadedScheduler::startWorker() {
 void ThreadedScheduler::work(Worker& worker) {
   const MutexLock lock(_mutex);
   while (!_isStopping) {
+    if (!_hasTimekeeper && fireDue()) continue;
     if (!_ready.empty()) {
       runReady(worker);
     } else if (!_hasTimekeeper && _deadlines.earliest()) {
@@ -117,6 +124,8 @@ void ThreadedScheduler::work(Worker& worker) {
 void ThreadedScheduler::runReady(Worker& worker) {
   auto strand = std::move(_ready.front());
   _ready.pop_front();
+  // The turn may take longer than the deadlines allow.
+  if (!_hasTimekeeper && _deadlines.earliest()) callTimekeeper();
   worker.served = strand->owner();
   {
     const MutexUnlock released(_mutex);
@@ -136,9 +145,16 @@ void ThreadedScheduler::keepTime() {
     _clock.waitUntil(_mutex, wallClockTime(earliest));
   }
   _hasTimekeeper = false;
+}
+
+/// Whether anything was due; then the lock was given up meanwhile.
+bool ThreadedScheduler::fireDue() {
+  if (!_deadlines.earliest()) return false;
   const auto due = _deadlines.takeDue(now());
+  if (due.empty()) return false;
   const MutexUnlock released(_mutex);
   fireAll(due);
+  return true;
 }
 
 }  // namespace pellor

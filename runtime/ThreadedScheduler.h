@@ -38,7 +38,9 @@ class ThreadedScheduler final : public Scheduler {
   void startWorker() PELLOR_REQUIRES(_mutex);
   void work(Worker& worker);
   void runReady(Worker& worker) PELLOR_REQUIRES(_mutex);
+  void callTimekeeper() PELLOR_REQUIRES(_mutex);
   void keepTime() PELLOR_REQUIRES(_mutex);
+  bool fireDue() PELLOR_REQUIRES(_mutex);
   bool isServing(const Process& process) const PELLOR_REQUIRES(_mutex);
   void joinWorkers();
 

@@ -136,13 +136,17 @@ TEST(ThreadedTimerTest, cancelMayRaceWithTheFiring) {
   }
 }
 
-// Each timer is set by a worker that is busy until it fires.
+// Each timer fires while a worker waits for it: the only one, which was to keep time, and then the one that set it.
 TEST(ThreadedTimerTest, aBusyPoolStillKeepsTime) {
   Process process;
   const auto busy = SerialQueue::make("busy");
   const auto other = SerialQueue::make("other");
-  std::shared_ptr<Timer> timer;
-  std::latch fired(1);
+  other->async([] {});
+  ASSERT_TRUE(process.settle(longTime));
+  std::latch firedFirst(1), fired(1);
+  auto timer = Timer::after(*other, 0.01, [&] { firedFirst.count_down(); });
+  busy->async([&] { firedFirst.wait(); });
+  ASSERT_TRUE(process.settle(longTime));
   busy->async([&] {
     timer = Timer::after(*other, 0.001, [&] { fired.count_down(); });
     fired.wait();
