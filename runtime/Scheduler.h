@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
 #include "runtime/DeadlineList.h"
 #include "runtime/Strand.h"
@@ -31,7 +32,10 @@ class Scheduler : public std::enable_shared_from_this<Scheduler> {
 
   /// Gives a pool queue one turn, at a time of the scheduler's choice.
   virtual void submit(std::shared_ptr<Strand> strand) = 0;
-  /// The same for a main queue, whose turns only its own thread can take.
+  /// The same at the end of a turn, as the last thing that `Strand::runNext` asks for: the thread that took that turn
+  /// looks for the next one anyway, so that nobody need be woken.
+  virtual void submitAgain(std::shared_ptr<Strand> strand) { submit(std::move(strand)); }
+  /// The same as `submit` for a main queue, whose turns only its own thread can take.
   virtual void submitMain(std::shared_ptr<MainStrand> mainQueue) = 0;
 
   /// Keeps the deadlines of timers on pool queues. A timer that is due is fired even when all queues are busy.

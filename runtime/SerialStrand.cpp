@@ -51,7 +51,7 @@ void SerialStrand::finish() {
     _hasTurn = !_tasks.empty();
     if (!_hasTurn) return;
   }
-  scheduler().submit(asStrand(*this));
+  scheduler().submitAgain(asStrand(*this));
 }
 
 void SerialStrand::close(std::vector<Task>& dropped) {

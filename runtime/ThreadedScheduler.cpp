@@ -58,13 +58,28 @@ void ThreadedScheduler::joinWorkers() {
 }
 
 void ThreadedScheduler::submit(std::shared_ptr<Strand> strand) {
+  Condition* sleeper = nullptr;
+  {
+    const MutexLock lock(_mutex);
+    _ready.push_back(std::move(strand));
+    sleeper = sleeperForLastTurn();
+  }
+  // Without the lock, which the worker needs as soon as it wakes.
+  if (sleeper) sleeper->notifyOne();
+}
+
+void ThreadedScheduler::submitAgain(std::shared_ptr<Strand> strand) {
   const MutexLock lock(_mutex);
   _ready.push_back(std::move(strand));
+}
+
+/// Where the worker sleeps that is to take the turn that was added last, if one does; else a new one may be started.
+Condition* ThreadedScheduler::sleeperForLastTurn() {
   // Idle workers that were notified for earlier turns still count as idle until they wake.
-  if (_ready.size() <= _idleWorkers) return _work.notifyOne();
-  if (_hasTimekeeper) _clock.notifyOne();
+  if (_ready.size() <= _idleWorkers) return &_work;
   const std::size_t waiting = _idleWorkers + (_hasTimekeeper ? 1 : 0);
   if (_ready.size() > waiting && _workers.size() < _maximumWorkers) startWorker();
+  return _hasTimekeeper ? &_clock : nullptr;
 }
 
 Deadline ThreadedScheduler::setDeadline(TimerShot shot, double time) {

@@ -23,6 +23,7 @@ class ThreadedScheduler final : public Scheduler {
   void attach(const std::shared_ptr<MainStrand>& mainQueue) override;
   void detach(const Process& process) override;
   void submit(std::shared_ptr<Strand> strand) override;
+  void submitAgain(std::shared_ptr<Strand> strand) override;
   /// Nothing to do: the main queue wakes its own thread.
   void submitMain(std::shared_ptr<MainStrand>) override {}
   Deadline setDeadline(TimerShot shot, double time) override;
@@ -35,6 +36,7 @@ class ThreadedScheduler final : public Scheduler {
     const Process* served = nullptr;  // guarded by the scheduler's lock
   };
 
+  Condition* sleeperForLastTurn() PELLOR_REQUIRES(_mutex);
   void startWorker() PELLOR_REQUIRES(_mutex);
   void work(Worker& worker);
   void runReady(Worker& worker) PELLOR_REQUIRES(_mutex);
