@@ -35,21 +35,25 @@ void ConcurrentStrand::append(Entry entry) {
   handOn(next);
 }
 
-void ConcurrentStrand::sync(const std::function<void()>& read) {
+void ConcurrentStrand::syncRead(const std::function<void()>& read) {
   if (Frame::isInside(*this)) fatal("a synchronous read from outside the tasks of queue " + label());
-  HandOn next;
-  {
-    const MutexLock lock(_mutex);
-    if (!_entries.empty() || _isBarrierRunning) waitForPlace(&read);
-    ++_readers;
-    next = takeHandOn();
-  }
-  handOn(next);
+  if (!_gate.tryEnter()) enterInTurn(&read);
   {
     const Frame frame(process(), this, Frame::Kind::read);
     read();
   }
-  finish(false);
+  finish(false, TurnAfter::askedFor);
+}
+
+void ConcurrentStrand::enterInTurn(const void* waiter) {
+  HandOn next;
+  {
+    const MutexLock lock(_mutex);
+    if (!isIdle()) waitForPlace(waiter);
+    _gate.enter();
+    next = takeHandOn();
+  }
+  handOn(next);
 }
 
 /// Takes a place behind what is queued and returns once it is the first that may start. Until then runs what stands
@@ -64,7 +68,7 @@ void ConcurrentStrand::waitForPlace(const void* waiter) {
       Entry entry = startFirst();
       const HandOn next = takeHandOn();
       const MutexUnlock released(_mutex);
-      run(std::move(entry), next);
+      run(std::move(entry), next, TurnAfter::askedFor);
     }
   }
   --_waiters;
@@ -72,7 +76,7 @@ void ConcurrentStrand::waitForPlace(const void* waiter) {
 }
 
 bool ConcurrentStrand::canStartFirst() const {
-  return !_isBarrierRunning && (_readers == 0 || !_entries.front().isBarrier);
+  return !_isBarrierRunning && (!_entries.front().isBarrier || _gate.isEmpty());
 }
 
 bool ConcurrentStrand::needsTurn() const {
@@ -85,7 +89,7 @@ ConcurrentStrand::Entry ConcurrentStrand::startFirst() {
   if (entry.isBarrier) {
     _isBarrierRunning = true;
   } else {
-    ++_readers;
+    _gate.enter();
   }
   return entry;
 }
@@ -101,40 +105,42 @@ bool ConcurrentStrand::runNext() noexcept {
     entry = startFirst();
     next = takeHandOn();
   }
-  run(std::move(entry), next);
+  run(std::move(entry), next, TurnAfter::inThisThread);
   return true;
 }
 
-void ConcurrentStrand::run(Entry entry, HandOn before) {
+void ConcurrentStrand::run(Entry entry, HandOn before, TurnAfter turn) {
   handOn(before);
   runTask(*this, std::move(entry.task));
-  finish(entry.isBarrier);
+  finish(entry.isBarrier, turn);
   process().taskEnded();
 }
 
-void ConcurrentStrand::finish(bool isBarrier) {
+void ConcurrentStrand::finish(bool isBarrier, TurnAfter turn) {
+  // A reader for whose end nobody waits needs no lock.
+  if (!isBarrier && !_gate.leave()) return;
   HandOn next;
   {
     const MutexLock lock(_mutex);
-    if (isBarrier) {
-      _isBarrierRunning = false;
-    } else {
-      --_readers;
-    }
+    if (isBarrier) _isBarrierRunning = false;
     next = takeHandOn();
   }
-  handOn(next);
+  handOn(next, turn);
 }
 
+/// Called in each hold of the lock that changed something, as its last step.
 ConcurrentStrand::HandOn ConcurrentStrand::takeHandOn() {
+  // Before the look at what may start: a reader who leaves later sees it and looks again.
+  isIdle() ? _gate.open() : _gate.shut();
   const HandOn next{.wakesWaiters = _waiters > 0, .asksForTurn = needsTurn()};
   if (next.asksForTurn) _hasTurn = true;
   return next;
 }
 
-void ConcurrentStrand::handOn(HandOn handOn) {
+void ConcurrentStrand::handOn(HandOn handOn, TurnAfter turn) {
   if (handOn.wakesWaiters) _changed.notifyAll();
-  if (handOn.asksForTurn) scheduler().submit(asStrand(*this));
+  if (!handOn.asksForTurn) return;
+  turn == TurnAfter::inThisThread ? scheduler().submitAgain(asStrand(*this)) : scheduler().submit(asStrand(*this));
 }
 
 void ConcurrentStrand::close(std::vector<Task>& dropped) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "runtime/ReadGate.h"
 #include "runtime/Strand.h"
 
 namespace pellor {
@@ -20,7 +21,6 @@ class ConcurrentStrand final : public ConcurrentQueue, public Strand {
 
   void async(Task task) override;
   void asyncBarrier(Task task) override;
-  void sync(const std::function<void()>& read) override;
   bool isCurrent() const override;
   bool runNext() noexcept override;
   void close(std::vector<Task>& dropped) override;
@@ -37,21 +37,28 @@ class ConcurrentStrand final : public ConcurrentQueue, public Strand {
     bool asksForTurn = false;
   };
 
+  /// Where the next turn is taken: by the worker whose turn ends with the call, or by another one.
+  enum class TurnAfter { inThisThread, askedFor };
+
+  void syncRead(const std::function<void()>& read) override;
   bool isCurrentAlone() const override PELLOR_UNCHECKED;
   void append(Entry entry);
+  /// Whether nothing waits and no barrier runs.
+  bool isIdle() const PELLOR_REQUIRES(_mutex) { return _entries.empty() && !_isBarrierRunning; }
   bool canStartFirst() const PELLOR_REQUIRES(_mutex);
   bool needsTurn() const PELLOR_REQUIRES(_mutex);
   Entry startFirst() PELLOR_REQUIRES(_mutex);
   HandOn takeHandOn() PELLOR_REQUIRES(_mutex);
+  void enterInTurn(const void* waiter) PELLOR_EXCLUDES(_mutex);
   void waitForPlace(const void* waiter) PELLOR_REQUIRES(_mutex);
-  void handOn(HandOn handOn) PELLOR_EXCLUDES(_mutex);
-  void run(Entry entry, HandOn before) PELLOR_EXCLUDES(_mutex);
-  void finish(bool isBarrier) PELLOR_EXCLUDES(_mutex);
+  void handOn(HandOn handOn, TurnAfter turn = TurnAfter::askedFor) PELLOR_EXCLUDES(_mutex);
+  void run(Entry entry, HandOn before, TurnAfter turn) PELLOR_EXCLUDES(_mutex);
+  void finish(bool isBarrier, TurnAfter turn) PELLOR_EXCLUDES(_mutex);
 
+  ReadGate _gate;  // shut while there are entries or a barrier runs
   Mutex _mutex;
   Condition _changed;
   std::deque<Entry> _entries PELLOR_GUARDED_BY(_mutex);  // what has not started
-  std::size_t _readers PELLOR_GUARDED_BY(_mutex) = 0;    // what is running
   bool _isBarrierRunning PELLOR_GUARDED_BY(_mutex) = false;
   bool _hasTurn PELLOR_GUARDED_BY(_mutex) = false;
   std::size_t _waiters PELLOR_GUARDED_BY(_mutex) = 0;  // threads in `sync` that look at the entries

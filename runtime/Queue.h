@@ -7,6 +7,7 @@
 // blocks keeps one worker of at least two.
 #pragma once
 
+#include <concepts>
 #include <functional>
 #include <memory>
 #include <source_location>
@@ -78,7 +79,11 @@ class ConcurrentQueue : public Queue {
   /// Runs `read` as a reader and returns after it. With nothing queued it runs on the calling thread at once; else the
   /// caller itself runs the earlier tasks that nobody has started and waits only for those that run already, so it
   /// needs no free worker. Fatal from a task of this same queue. Any other thread.
-  virtual void sync(const std::function<void()>& read) PELLOR_EXCLUDES(this) = 0;
+  template <std::invocable Read>
+  void sync(const Read& read) PELLOR_EXCLUDES(this) {
+    // By reference, which a std::function holds without memory of its own.
+    syncRead(std::cref(read));
+  }
 
   /// Ends the program, in every build, unless the caller runs on this queue. What the queue guards may be read from
   /// here on.
@@ -86,6 +91,9 @@ class ConcurrentQueue : public Queue {
 
  protected:
   using Queue::Queue;
+
+ private:
+  virtual void syncRead(const std::function<void()>& read) = 0;
 };
 
 }  // namespace pellor

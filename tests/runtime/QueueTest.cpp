@@ -58,8 +58,8 @@ TEST_P(QueueTest, tasksNeverRunInsideTheCallAndKnowWhereTheyRun) {
   EXPECT_FALSE(serial->isCurrent());
 }
 
-/// Queues a random mix of reads and barriers, reads now and then at once, and checks in each task that what was queued
-/// around it keeps its distance.
+/// Queues a random mix of reads and barriers, reads now and then at once, with a barrier queued meanwhile, and checks
+/// in each task that what was queued around it keeps its distance.
 class Traffic {
  public:
   explicit Traffic(std::uint32_t seed) : _random(seed) {}
@@ -67,13 +67,16 @@ class Traffic {
   void queueOn(ConcurrentQueue& queue, int count) {
     for (int i = 0; i < count; ++i) {
       const auto kind = _random() % 8;
-      const auto read = [this, barriers = _queuedBarriers] { runRead(barriers); };
+      const int barriers = _queuedBarriers;
       if (kind < 3) {
-        queue.asyncBarrier([this, before = _queuedReads] { runBarrier(before); });
-        ++_queuedBarriers;
+        queueBarrierOn(queue);
+        continue;
+      }
+      ++_queuedReads;
+      if (kind == 3) {
+        queue.sync([&] { runRead(barriers, [&] { queueBarrierOn(queue); }); });
       } else {
-        kind == 3 ? queue.sync(read) : queue.async(read);
-        ++_queuedReads;
+        queue.async([this, barriers] { runRead(barriers); });
       }
     }
   }
@@ -84,16 +87,22 @@ class Traffic {
   }
 
  private:
+  void queueBarrierOn(ConcurrentQueue& queue) {
+    queue.asyncBarrier([this, before = _queuedReads] { runBarrier(before); });
+    ++_queuedBarriers;
+  }
   void runBarrier(int readsBefore) {
     EXPECT_EQ(_running.fetch_add(1), 0) << "a barrier ran beside something";
     EXPECT_EQ(_readsDone, readsBefore) << "a barrier and a read changed places";
     ++_barriersDone;  // not atomic: a barrier is alone
     --_running;
   }
-  void runRead(int barriersBefore) {
+  void runRead(
+      int barriersBefore, const Task& meanwhile = [] {}) {
     ++_running;
     EXPECT_EQ(_barriersDone, barriersBefore) << "a read and a barrier changed places";
     ++_readsDone;
+    meanwhile();
     --_running;
   }
 
