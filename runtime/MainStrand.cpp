@@ -25,18 +25,18 @@ bool MainStrand::isCurrent() const {
 void MainStrand::async(Task task) {
   require(task != nullptr, "a task to queue");
   WakeHandler handler;
-  bool asksForTurn = false;
   {
     const MutexLock lock(_mutex);
     if (isClosed()) return;
     process().taskQueued();
-    if (_tasks.empty()) handler = _wakeHandler;
     _tasks.push_back(std::move(task));
     ++_queuedCount;
-    asksForTurn = !std::exchange(_hasTurn, true);
+    // While there are tasks its thread does not wait.
+    if (std::exchange(_hasTurn, true)) return;
+    handler = _wakeHandler;
   }
   wake(handler);
-  if (asksForTurn) scheduler().submitMain({shared_from_this(), this});
+  scheduler().submitMain(*this);
 }
 
 void MainStrand::asyncAfter(double delay, Task task) {
@@ -61,19 +61,35 @@ void MainStrand::nudge() {
   _work.notifyOne();
 }
 
-bool MainStrand::runNext() noexcept {
-  Task task;
-  bool asksForTurn = false;
-  {
-    const MutexLock lock(_mutex);
-    _hasTurn = false;
-    if (_tasks.empty()) return false;
-    task = std::move(_tasks.front());
-    _tasks.pop_front();
-    // The next turn is asked for before the task runs: the task may itself serve this queue.
-    asksForTurn = _hasTurn = !_tasks.empty();
-  }
-  if (asksForTurn) scheduler().submitMain({shared_from_this(), this});
+bool MainStrand::runNext() noexcept { return runTaken(takeFirst()); }
+
+Task MainStrand::takeFirst() {
+  Task task = takeFromBatch();
+  if (!_batch.empty()) return task;
+  const MutexLock lock(_mutex);
+  return refillBatch(std::move(task));
+}
+
+Task MainStrand::takeFromBatch() {
+  if (_batch.empty()) return nullptr;
+  Task task = std::move(_batch.front());
+  _batch.pop_front();
+  return task;
+}
+
+/// Takes all that is queued into the empty batch. Returns `task`, or the first of those in place of none.
+Task MainStrand::refillBatch(Task task) {
+  _batch.swap(_tasks);
+  if (!task) task = takeFromBatch();
+  _hasTurn = !_batch.empty();
+  return task;
+}
+
+bool MainStrand::runTaken(Task task) noexcept {
+  if (!task) return false;
+  ++_begunCount;
+  // The next turn is asked for before the task runs: the task may itself serve this queue.
+  if (!_batch.empty()) scheduler().submitMain(*this);
   runTask(*this, std::move(task));
   process().taskEnded();
   return true;
@@ -87,49 +103,56 @@ void MainStrand::run() {
 }
 
 void MainStrand::stop() {
-  {
-    const MutexLock lock(_mutex);
-    _isStopRequested = true;
-  }
+  _isStopRequested = true;
   nudge();
 }
 
-bool MainStrand::takeStop() {
-  const MutexLock lock(_mutex);
-  return std::exchange(_isStopRequested, false);
-}
+bool MainStrand::takeStop() { return _isStopRequested && _isStopRequested.exchange(false); }
 
 bool MainStrand::drain() {
   process().requireMainQueue("MainQueue::drain");
   fireDueTimers();
-  const MutexLock lock(_mutex);
-  const std::uint64_t end = _queuedCount;
+  const std::uint64_t end = queuedCount();
   // Counted by number: a drain within one of the tasks takes tasks of this one.
-  while (!_tasks.empty() && _queuedCount - _tasks.size() < end) {
-    const MutexUnlock released(_mutex);
-    runNext();
+  while (_begunCount < end && runNext()) {
   }
+  const MutexLock lock(_mutex);
   const auto deadline = _deadlines.earliest();
-  return !_tasks.empty() || (deadline && *deadline <= now());
+  return _hasTurn || (deadline && *deadline <= now());
 }
 
 void MainStrand::fireDueTimers() {
   std::vector<TimerShot> due;
   {
     const MutexLock lock(_mutex);
+    _lookedCount = _queuedCount;
     if (!_deadlines.earliest()) return;
     due = _deadlines.takeDue(now());
   }
   fireAll(due);
 }
 
-void MainStrand::runNextOrWait(double until) {
-  fireDueTimers();
-  if (!runNext()) waitForWork(until);
+std::uint64_t MainStrand::queuedCount() const {
+  const MutexLock lock(_mutex);
+  return _queuedCount;
 }
 
-void MainStrand::waitForWork(double until) {
+void MainStrand::runNextOrWait(double until) {
+  // Once a round, not once a task: what was queued before the timers were looked at comes before their handlers anyway.
+  if (_begunCount >= _lookedCount) fireDueTimers();
+  runTaken(waitForFirst(until));
+}
+
+/// The first task once there is one; none after a nudge, a timer's time or `until`.
+Task MainStrand::waitForFirst(double until) {
+  if (!_batch.empty()) return takeFirst();
   const MutexLock lock(_mutex);
+  if (_tasks.empty() && !waitForWork(until)) return nullptr;
+  return refillBatch(nullptr);
+}
+
+/// Whether it was a task that ended the wait.
+bool MainStrand::waitForWork(double until) {
   const double end = std::min(until, _deadlines.earliest().value_or(until));
   if (std::isinf(end)) {
     while (!hasWork()) _work.wait(_mutex);
@@ -138,7 +161,7 @@ void MainStrand::waitForWork(double until) {
     while (!hasWork() && _work.waitUntil(_mutex, latest)) {
     }
   }
-  _isNudged = false;
+  return !std::exchange(_isNudged, false) && !_tasks.empty();
 }
 
 std::optional<double> MainStrand::nextDeadline() const {
@@ -153,7 +176,7 @@ void MainStrand::setWakeHandler(std::function<void()> handler) {
     const MutexLock lock(_mutex);
     replaced = std::exchange(_wakeHandler,
                              handler ? std::make_shared<const std::function<void()>>(std::move(handler)) : nullptr);
-    if (!_tasks.empty()) called = _wakeHandler;
+    if (_hasTurn) called = _wakeHandler;
   }
   if (called) (*called)();
 }
@@ -186,8 +209,11 @@ void MainStrand::close(std::vector<Task>& dropped) {
     process().taskQueued();
     dropped.emplace_back([timer = std::move(timer)] {});
   }
-  dropped.insert(dropped.end(), std::move_iterator(_tasks.begin()), std::move_iterator(_tasks.end()));
-  _tasks.clear();
+  for (auto* tasks : {&_batch, &_tasks}) {
+    dropped.insert(dropped.end(), std::move_iterator(tasks->begin()), std::move_iterator(tasks->end()));
+    tasks->clear();
+  }
+  _hasTurn = false;
   _deadlines.clear();
 }
 

@@ -1,6 +1,7 @@
 // The main queue.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -48,23 +49,32 @@ class MainStrand final : public MainQueue, public Strand {
   using WakeHandler = std::shared_ptr<const std::function<void()>>;
 
   void wake(const WakeHandler& handler);
-  void waitForWork(double until);
+  Task takeFirst() PELLOR_EXCLUDES(_mutex);
+  Task waitForFirst(double until) PELLOR_EXCLUDES(_mutex);
+  bool waitForWork(double until) PELLOR_REQUIRES(_mutex);
+  Task takeFromBatch();
+  Task refillBatch(Task task) PELLOR_REQUIRES(_mutex);
+  bool runTaken(Task task) noexcept PELLOR_EXCLUDES(_mutex);
   bool hasWork() const PELLOR_REQUIRES(_mutex) { return !_tasks.empty() || _isNudged; }
   bool takeStop();
+  std::uint64_t queuedCount() const;
 
   const void* const _ownerThread = Frame::thread();
   // The owner thread's.
   bool _isInRun = false;
+  std::deque<Task> _batch;         // taken out of _tasks all at once, so that a burst of posts meets the lock once
+  std::uint64_t _begunCount = 0;   // tasks ever begun; the next one has the number after it
+  std::uint64_t _lookedCount = 0;  // tasks that were queued when the timers were last looked at
   std::list<std::shared_ptr<Timer>> _delayed;  // each until it has fired
 
+  std::atomic<bool> _isStopRequested = false;  // set on any thread, cleared by the owner
   mutable Mutex _mutex;
   Condition _work;
   std::deque<Task> _tasks PELLOR_GUARDED_BY(_mutex);
   std::uint64_t _queuedCount PELLOR_GUARDED_BY(_mutex) = 0;  // tasks ever queued; the last in _tasks has this number
   DeadlineList _deadlines PELLOR_GUARDED_BY(_mutex);
   WakeHandler _wakeHandler PELLOR_GUARDED_BY(_mutex);
-  bool _hasTurn PELLOR_GUARDED_BY(_mutex) = false;
-  bool _isStopRequested PELLOR_GUARDED_BY(_mutex) = false;
+  bool _hasTurn PELLOR_GUARDED_BY(_mutex) = false;  // whether a task waits, here or in the batch
   bool _isNudged PELLOR_GUARDED_BY(_mutex) = false;
 };
 

@@ -36,7 +36,7 @@ class Scheduler : public std::enable_shared_from_this<Scheduler> {
   /// looks for the next one anyway, so that nobody need be woken.
   virtual void submitAgain(std::shared_ptr<Strand> strand) { submit(std::move(strand)); }
   /// The same as `submit` for a main queue, whose turns only its own thread can take.
-  virtual void submitMain(std::shared_ptr<MainStrand> mainQueue) = 0;
+  virtual void submitMain(MainStrand& mainQueue) = 0;
 
   /// Keeps the deadlines of timers on pool queues. A timer that is due is fired even when all queues are busy.
   virtual Deadline setDeadline(TimerShot shot, double time) = 0;

@@ -21,7 +21,7 @@ void Strand::clearDeadline(Deadline deadline) { _scheduler->clearDeadline(deadli
 
 double Strand::now() const { return _scheduler->now(); }
 
-void Strand::runTask(const Queue& queue, Task task) {
+void Strand::runTask(const Queue& queue, Task&& task) {
   const Frame frame(queue.process(), &queue, Frame::Kind::task);
   task();
   // Inside the frame: what the captures do as they are destroyed is still part of the task.

@@ -51,7 +51,7 @@ class Strand {
   void markClosed() { _isClosed.store(true, std::memory_order_relaxed); }
 
   /// Runs a task and destroys it, with its queue and process as the current ones.
-  static void runTask(const Queue& queue, Task task);
+  static void runTask(const Queue& queue, Task&& task);
 
  private:
   const Process* _owner;

@@ -25,7 +25,7 @@ class ThreadedScheduler final : public Scheduler {
   void submit(std::shared_ptr<Strand> strand) override;
   void submitAgain(std::shared_ptr<Strand> strand) override;
   /// Nothing to do: the main queue wakes its own thread.
-  void submitMain(std::shared_ptr<MainStrand>) override {}
+  void submitMain(MainStrand&) override {}
   Deadline setDeadline(TimerShot shot, double time) override;
   void clearDeadline(Deadline deadline) override;
   void serve(MainStrand& mainQueue, double until) override;

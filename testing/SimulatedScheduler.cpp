@@ -58,7 +58,7 @@ void SimulatedScheduler::submit(std::shared_ptr<Strand> strand) {
   _ready.push_back(std::move(strand));
 }
 
-void SimulatedScheduler::submitMain(std::shared_ptr<MainStrand> mainQueue) { submit(std::move(mainQueue)); }
+void SimulatedScheduler::submitMain(MainStrand& mainQueue) { submit({mainQueue.shared_from_this(), &mainQueue}); }
 
 Deadline SimulatedScheduler::setDeadline(TimerShot shot, double time) {
   requireOwnThread();

@@ -47,7 +47,7 @@ class SimulatedScheduler final : public Scheduler {
   void attach(const std::shared_ptr<MainStrand>& mainQueue) override;
   void detach(const Process& process) override;
   void submit(std::shared_ptr<Strand> strand) override;
-  void submitMain(std::shared_ptr<MainStrand> mainQueue) override;
+  void submitMain(MainStrand& mainQueue) override;
   Deadline setDeadline(TimerShot shot, double time) override;
   void clearDeadline(Deadline deadline) override;
   void serve(MainStrand& mainQueue, double until) override;

@@ -64,11 +64,11 @@ TEST_P(MainQueueTest, theWakeHandlerTellsOfWorkForAnEmptyQueueAndOfEarlierTimers
     queue.nextDeadline();  // takes the lock that must not be held
   });
   EXPECT_EQ(wakes, 0);
-  queue.async([] {});
+  queue.async([&] { queue.async([] {}); });
   EXPECT_EQ(wakes, 1);
   queue.async([] {});
-  EXPECT_EQ(wakes, 1) << "woken for a queue that was not empty";
   queue.drain();
+  EXPECT_EQ(wakes, 1) << "woken for a queue that was not empty";
   const auto first = Timer::after(queue, 100, [] {});
   EXPECT_EQ(wakes, 2);
   const auto later = Timer::after(queue, 200, [] {});
@@ -91,10 +91,11 @@ TEST_P(MainQueueTest, runServesUntilStopped) {
     queue.stop();
     queue.async([&] { note("after stop"); });
   });
+  queue.async([&] { note("before stop"); });
   queue.run();
   EXPECT_EQ(notes, std::vector<std::string>{"task"});
   EXPECT_TRUE(settle());
-  EXPECT_EQ(notes.back(), "after stop");
+  EXPECT_EQ(notes, (std::vector<std::string>{"task", "before stop", "after stop"}));
 }
 
 TEST(ThreadedMainQueueTest, anEventLoopOfAnyKindCanDriveIt) {
