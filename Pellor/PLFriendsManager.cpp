@@ -143,6 +143,7 @@ PLFriendsManager::PLFriendsManager(Passkey, Process& process, std::string domain
       _preferencesSyncManager(platformOf(process).preferencesSync),
       _saveQueue(SerialQueue::make(prefixed(".Pellor.PLFriendsManager.Save"))),
       _changeLogQueue(ConcurrentQueue::make(prefixed(".Pellor.PLFriendsManager.ChangeLog"))),
+      _identifiersToPersonMap(_friendList.people()),
       _loadRetryPause(kFirstRetryPause),
       _saveRetryPause(kFirstRetryPause) {
   _publishedList.store(std::make_shared<const PLSlotSnapshot>(_friendList.snapshot()));
@@ -281,6 +282,7 @@ void PLFriendsManager::_loadFriendList() {
     _retryLoadLater();
     return;
   }
+  _identifiersToPersonMap.beginRebuild();
   // Not before the store has answered: until then there are no groups to tell of.
   if (!_didCompleteInitialLoading) _createEmptyFriendList();
   const bool couldNotBeRead = _storeIsUnreadable.exchange(false);
@@ -930,11 +932,7 @@ void PLFriendsManager::_removePersonFromIdentifiersToPersonMap(const PLPerson& p
 
 // Sourced persons come last, so that they win a key that they share with a friend.
 void PLFriendsManager::_createAddressToPersonDictionary() {
-  _identifiersToPersonMap.clear();
-  for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
-    if (auto person = _friendAtPosition(index)) _addPersonToIdentifiersToPersonMap(person);
-  }
-  _sourcedPersons.forEach([this](const auto& person) { _addPersonToIdentifiersToPersonMap(person); });
+  _identifiersToPersonMap.rebuild(_sourcedPersons);
 }
 
 void PLFriendsManager::_storeSourcedPerson(const std::shared_ptr<PLPerson>& person) {
@@ -967,8 +965,7 @@ std::shared_ptr<PLPerson> PLFriendsManager::personWithABRecordGUID(const std::st
 // The list itself is asked: in the identifier map a looked-up person may stand in a friend's place.
 bool PLFriendsManager::containsFriendWithABRecordGUID(const std::optional<std::string>& guid) const {
   checkMainQueue(_process, "containsFriendWithABRecordGUID");
-  if (!guid || guid->empty()) return false;
-  return _friendList.firstDescribedBy({{"ABRecordGUID", *guid}}, 0).has_value();
+  return guid && _friendList.people().containsGUID(*guid);
 }
 
 std::shared_ptr<PLPerson> PLFriendsManager::personLikePerson(const std::shared_ptr<PLPerson>& person) const {
@@ -1388,11 +1385,12 @@ void PLFriendsManager::_placeStoredFriend(Merge& merge, const Dictionary& stored
 std::shared_ptr<PLPerson> PLFriendsManager::_takeMovedFriend(Merge& merge, const Dictionary& stored,
                                                              std::uint64_t index) {
   std::shared_ptr<PLPerson> moved;
-  if (const auto later = _friendList.firstDescribedBy(stored, index + 1)) {
+  const PLPersonForm form(stored);
+  if (const auto later = _friendList.firstDescribedBy(form, index + 1)) {
     moved = _friendList.at(*later);
     _friendList.set(*later, EmptySlot);
   } else {
-    moved = merge.displaced.firstDescribedBy(stored);
+    moved = merge.displaced.firstDescribedBy(form);
     if (moved) merge.displaced.remove(moved.get());
   }
   _addEntryToChangeLogForPersonChangeType(moved, PLFriendsManagerPersonMoved);

@@ -7,14 +7,14 @@ namespace pellor {
 
 class PLPerson;
 
-/// Told of persons whose GUID or set of destinations is another one now.
+/// Told of persons whose GUID or set of destinations becomes another one. Called inside the operation that changes it,
+/// so an observer must not edit persons.
 class PLPersonIdentityObserver {
  public:
   virtual ~PLPersonIdentityObserver() = default;
-  /// The person's record still shows the old identity. It must not edit persons either.
+  /// The person still shows the old identity.
   virtual void personIdentityWillChange(PLPerson& person) = 0;
-  /// The person shows the new identity already. Called inside the operation that changed it, so it must not edit
-  /// persons.
+  /// The person shows the new identity. Follows each `personIdentityWillChange`, with nothing in between.
   virtual void personIdentityDidChange(PLPerson& person) = 0;
 };
 
@@ -22,18 +22,16 @@ class PLPersonIdentityObserver {
 /// through this, whoever edits a person. New persons are not announced: nobody can have filed them yet. Main queue.
 class PLPersonIdentityChanges {
  public:
-  /// The observer is not owned; it removes itself before it goes.
+  /// The observer is not owned; it removes itself before it goes. Not while an announcement is under way.
   void addObserver(PLPersonIdentityObserver& observer);
-  /// The observer is never called again, not even by an announcement that is under way.
+  /// The observer is never called again.
   void removeObserver(PLPersonIdentityObserver& observer);
 
-  /// Tell all observers, in the order of their registration.
+  // Tell all observers, in the order of their registration.
   void announceWillChange(PLPerson& person);
   void announceDidChange(PLPerson& person);
 
  private:
-  void announce(PLPerson& person, void (PLPersonIdentityObserver::*change)(PLPerson&));
-
   std::vector<PLPersonIdentityObserver*> _observers;
 };
 

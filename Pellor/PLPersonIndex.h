@@ -1,28 +1,36 @@
-// Finds persons by what identifies them: their GUID and their destinations.
+// Finds persons, and the places in which they stand, by what identifies them.
 #pragma once
 
 #include <cstdint>
-#include <map>
-#include <memory>
 #include <optional>
-#include <string>
-#include <unordered_map>
-#include <vector>
+#include <string_view>
 
-#include "Pellor/PLDestination.h"
+#include "Pellor/PLPersonForm.h"
 #include "Pellor/PLPersonIdentityChanges.h"
-#include "runtime/Value.h"
+#include "Pellor/PLPersonKeyTable.h"
+#include "Pellor/PLPersonKeys.h"
+#include "Pellor/PLPersonPlaces.h"
 
 namespace pellor {
 
-class PLPerson;
+/// Told before an index answers otherwise for the identifiers that a person has at that moment: before the person
+/// enters or leaves a place, before it gives up identifiers, and before those that it has taken on are entered.
+class PLPersonIndexObserver {
+ public:
+  virtual ~PLPersonIndexObserver() = default;
+  /// Must neither edit persons nor change the index.
+  virtual void answersWillChange(PLPerson& person) = 0;
+};
 
-/// An index over some persons by their GUID and by each of their destinations as they stand. It follows the persons'
-/// changes by itself. Holds no person: whoever enters one removes it before it goes. Main queue.
+/// An index over the persons that stand in the places of a list, some of them in several: by the very person, by the
+/// GUID and by each destination, as they stand. It follows the persons' changes by itself. Main queue.
 ///
-/// The two questions that the library asks of a collection, "who is like this person" and "whom does this stored form
-/// describe", are answered by candidates: every person that fits is among them, and the caller, who knows the order
-/// that decides, asks the person itself. An empty GUID identifies nobody.
+/// It has three tables: the places of each person, the persons of each GUID, the persons of each destination. Together
+/// they take some 75 bytes for a person with a GUID and two or three destinations, because they copy no identifier:
+/// the persons' own are compared. Holds no person: whoever enters one takes it out before it goes.
+///
+/// An empty GUID identifies nobody. Visits are in no order that means anything and may come to a person several times;
+/// the caller, who knows the order that decides, compares places. They must not edit persons or the index.
 class PLPersonIndex : private PLPersonIdentityObserver {
  public:
   PLPersonIndex();
@@ -30,34 +38,56 @@ class PLPersonIndex : private PLPersonIdentityObserver {
   PLPersonIndex(const PLPersonIndex&) = delete;
   PLPersonIndex& operator=(const PLPersonIndex&) = delete;
 
-  /// Enters a person; one that is entered already stays as it is.
-  void add(PLPerson& person);
-  /// Takes a person out; nothing happens for one that is not entered.
-  void remove(PLPerson& person);
+  /// One observer at most, not owned; null for none.
+  void setObserver(PLPersonIndexObserver* observer) { _observer = observer; }
 
-  /// The persons that may be like `person` (`isLikePerson:`), each once, in no order that means anything.
-  std::vector<PLPerson*> candidatesLike(const PLPerson& person) const;
-  /// The persons that `stored` may describe (`isEqualToDictionaryRepresentation:`), each once, in no order that means
-  /// anything.
-  std::vector<PLPerson*> candidatesFor(const Dictionary& stored) const;
+  // Places: effects and limits are those of PLPersonPlaces.
+  void enter(PLPerson& person, std::uint64_t place);
+  void leave(PLPerson& person, std::uint64_t place);
+  void moveDown(std::uint64_t first, std::uint64_t count) { _places.moveDown(first, count); }
+  const PLPersonPlaces& places() const { return _places; }
+  /// Makes room for so many persons in all, with the destinations that a person usually has.
+  void reserve(std::size_t personCount);
+
+  /// How many GUIDs several persons share.
+  std::size_t sharedGUIDCount() const { return _byGUID.sharedCount(); }
+  /// How many persons have no destination.
+  std::size_t destinationlessPersonCount() const { return _destinationlessPersonCount; }
+
+  /// Whether there is a person with that GUID.
+  bool containsGUID(std::string_view guid) const { return !guid.empty() && _byGUID.contains(guid); }
+  template <class Visit>
+  void forEachWithGUID(std::string_view guid, const Visit& visit) const {
+    if (!guid.empty()) _byGUID.forEach(guid, visit);
+  }
+  template <class Visit>
+  void forEachWithDestination(std::string_view destination, const Visit& visit) const {
+    _byDestination.forEach(destination, visit);
+  }
+
+  /// The lowest place of a person that is like `person` (`isLikePerson:`); absent when there is none.
+  std::optional<std::uint64_t> firstLike(const PLPerson& person) const;
+  /// The lowest place, not below `from`, of a person whom the stored form describes
+  /// (`isEqualToDictionaryRepresentation:`); absent when there is none.
+  std::optional<std::uint64_t> firstDescribedBy(const PLPersonForm& stored, std::uint64_t from = 0) const;
 
  private:
-  using Postings = std::unordered_map<std::string, std::vector<PLPerson*>>;
-  // What a person was entered under: by the time it is told to have changed, the person knows only the new keys.
-  struct Keys {
-    std::optional<std::string> guid;
-    std::shared_ptr<const DestinationSet> destinations;
-  };
+  class Lowest;
 
-  void personIdentityWillChange(PLPerson&) override {}
+  void personIdentityWillChange(PLPerson& person) override;
   void personIdentityDidChange(PLPerson& person) override;
-  void enter(PLPerson& person);
-  void leave(PLPerson& person, const Keys& keys);
+  void tellObserver(PLPerson& person) {
+    if (_observer) _observer->answersWillChange(person);
+  }
+  void addIdentifiers(PLPerson& person);
+  void removeIdentifiers(PLPerson& person);
 
   PLPersonIdentityChanges& _changes;
-  Postings _byGUID;
-  Postings _byDestination;
-  std::unordered_map<PLPerson*, Keys> _keys;
+  PLPersonIndexObserver* _observer = nullptr;
+  PLPersonPlaces _places;
+  PLPersonKeyTable<hasGUID> _byGUID;
+  PLPersonKeyTable<hasDestination> _byDestination;
+  std::size_t _destinationlessPersonCount = 0;
 };
 
 }  // namespace pellor

@@ -4,8 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <unordered_map>
-#include <vector>
+#include <optional>
 
 #include "Pellor/PLPersonIndex.h"
 
@@ -17,14 +16,16 @@ class PLPersonSequence {
  public:
   /// Enters a person, never null, at the end.
   void append(std::shared_ptr<PLPerson> person);
-  bool contains(const PLPerson* person) const { return _places.contains(person); }
+  bool contains(const PLPerson* person) const { return _index.places().contains(person); }
   /// Takes out the earliest entry of the person; false when there is none.
   bool remove(const PLPerson* person);
 
   /// The earliest member that `person` is like; null when it is like none.
-  std::shared_ptr<PLPerson> firstLike(const PLPerson& person) const;
+  std::shared_ptr<PLPerson> firstLike(const PLPerson& person) const { return memberAt(_index.firstLike(person)); }
   /// The earliest member that the stored form describes; null when it describes none.
-  std::shared_ptr<PLPerson> firstDescribedBy(const Dictionary& stored) const;
+  std::shared_ptr<PLPerson> firstDescribedBy(const PLPersonForm& stored) const {
+    return memberAt(_index.firstDescribedBy(stored));
+  }
 
   /// Calls `visit` with each entry, in order. It must not change the sequence.
   template <class Visit>
@@ -33,11 +34,12 @@ class PLPersonSequence {
   }
 
  private:
-  std::shared_ptr<PLPerson> earliest(const std::vector<PLPerson*>& candidates, const auto& fits) const;
+  std::shared_ptr<PLPerson> memberAt(std::optional<std::uint64_t> place) const {
+    return place ? _inOrder.at(*place) : nullptr;
+  }
 
   std::uint64_t _nextPlace = 0;
   std::map<std::uint64_t, std::shared_ptr<PLPerson>> _inOrder;
-  std::unordered_map<const PLPerson*, std::vector<std::uint64_t>> _places;  // ascending
   PLPersonIndex _index;
 };
 

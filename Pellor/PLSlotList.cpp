@@ -3,8 +3,12 @@
 #include <algorithm>
 
 #include "Pellor/PLPerson.h"
+#include "runtime/LongArray.h"
 
 namespace pellor {
+
+// A leaf of the list becomes a run of the stored array.
+static_assert(PLSlotSnapshot::LeafSize == LongArray::RunSize);
 
 namespace detail {
 
@@ -24,6 +28,8 @@ using Node = detail::SlotNode;
 
 constexpr unsigned kBits = 5;
 constexpr std::uint64_t kFanOut = 1U << kBits;
+static_assert(kFanOut == PLSlotSnapshot::LeafSize);
+constexpr unsigned kGreatestHeight = 64 / kBits;
 
 // How many slots a full tree of that height has.
 std::uint64_t extent(unsigned height) { return kFanOut << (kBits * height); }
@@ -38,64 +44,133 @@ void visitNode(const Node& node, unsigned height, const std::function<void(const
   for (const auto& child : node.children) visitNode(*child, height - 1, visit);
 }
 
+const Node& leafOf(const Node& root, unsigned height, std::uint64_t index) {
+  const Node* node = &root;
+  for (; height > 0; --height) node = node->children[childIndex(index, height)].get();
+  return *node;
+}
+
+std::uint64_t occupiedIn(const std::vector<Slot>& content) {
+  return content.size() - static_cast<std::uint64_t>(std::ranges::count(content, EmptySlot));
+}
+
+// Two trees side by side. The lower one stands for the first child of what it would have to be to be as high.
+class Difference {
+ public:
+  explicit Difference(const std::function<void(std::uint64_t)>& visit) : _visit(visit) {}
+
+  void visit(const Node& node, unsigned height, const Node* other, unsigned otherHeight,
+             std::uint64_t firstLeaf) const {
+    for (; other && otherHeight > height; --otherHeight) {
+      other = other->children.empty() ? nullptr : other->children.front().get();
+    }
+    if (&node == other) return;
+    if (height == 0) return _visit(firstLeaf);
+    const std::uint64_t width = extent(height - 1) / kFanOut;
+    for (std::size_t index = 0; index < node.children.size(); ++index) {
+      const Node* counterpart = counterpartOfChild(index, height, other, otherHeight);
+      visit(*node.children[index], height - 1, counterpart, counterpart == other ? otherHeight : height - 1,
+            firstLeaf + index * width);
+    }
+  }
+
+ private:
+  static const Node* counterpartOfChild(std::size_t index, unsigned height, const Node* other, unsigned otherHeight) {
+    if (!other) return nullptr;
+    if (otherHeight < height) return index == 0 ? other : nullptr;
+    return index < other->children.size() ? other->children[index].get() : nullptr;
+  }
+
+  const std::function<void(std::uint64_t)>& _visit;
+};
+
 }  // namespace
 
 void PLSlotSnapshot::forEach(const std::function<void(const Slot&)>& visit) const {
   if (_root) visitNode(*_root, _height, visit);
 }
 
-PLSlotList::PLSlotList() : _root(std::make_shared<Node>()) {}
+std::span<const Slot> PLSlotSnapshot::leaf(std::uint64_t index) const {
+  return leafOf(*_root, _height, index * LeafSize).content;
+}
+
+void PLSlotSnapshot::forEachDifferingLeaf(const PLSlotSnapshot& other,
+                                          const std::function<void(std::uint64_t)>& visit) const {
+  if (_count > 0) Difference(visit).visit(*_root, _height, other._root.get(), other._height, 0);
+}
+
+// The nodes from the root to a leaf, all of them writable.
+struct PLSlotList::Path {
+  void count(bool was, bool is) const {
+    if (was != is) addOccupied(is ? 1 : std::uint64_t(0) - 1);
+  }
+  // The number wraps where slots were emptied.
+  void addOccupied(std::uint64_t number) const {
+    for (unsigned level = 0; level < length; ++level) nodes[level]->occupied += number;
+  }
+  Node& leaf() const { return *nodes[length - 1]; }
+
+  std::array<Node*, kGreatestHeight + 1> nodes;
+  unsigned length = 0;
+};
+
+PLSlotList::PLSlotList() : _root(makeNode(0)) {}
 
 std::uint64_t PLSlotList::occupiedCount() const { return _root->occupied; }
 
 const Slot& PLSlotList::at(std::uint64_t index) const {
-  const Node* node = _root.get();
-  for (unsigned height = _height; height > 0; --height) node = node->children[childIndex(index, height)].get();
-  return node->content[index & (kFanOut - 1)];
+  return leafOf(*_root, _height, index).content[index & (kFanOut - 1)];
 }
 
 void PLSlotList::set(std::uint64_t index, Slot slot) {
-  const Slot previous = at(index);
+  const Slot& previous = at(index);
   if (previous == slot) return;
-  leave(previous, index);
-  enter(slot, index);
+  if (previous != EmptySlot) _people.leave(*previous, index);
+  if (slot != EmptySlot) _people.enter(*slot, index);
   setInTree(index, std::move(slot));
 }
 
 void PLSlotList::append(Slot slot) {
   if (_count == extent(_height)) {
-    auto root = std::make_shared<Node>();
-    root->edition = _edition;
+    auto root = makeNode(_height + 1);
     root->occupied = _root->occupied;
     root->children.push_back(std::move(_root));
     _root = std::move(root);
     ++_height;
   }
-  enter(slot, _count);
+  if (slot != EmptySlot) _people.enter(*slot, _count);
   setInTree(_count++, std::move(slot));
 }
 
-// Writes a slot or the one just behind the last, making the nodes on the way to it as they are needed.
+// Writes a slot or the one just behind the last.
 void PLSlotList::setInTree(std::uint64_t index, Slot slot) {
   ++_version;
-  std::vector<Node*> path{&writable(_root)};
-  for (unsigned height = _height; height > 0; --height) {
-    auto& children = path.back()->children;
-    const std::uint64_t child = childIndex(index, height);
-    if (child == children.size()) {
-      children.push_back(std::make_shared<Node>());
-      children.back()->edition = _edition;
-    }
-    path.push_back(&writable(children[child]));
-  }
-  auto& content = path.back()->content;
+  const Path path = writablePath(index);
+  auto& content = path.leaf().content;
   const std::uint64_t place = index & (kFanOut - 1);
   if (place == content.size()) content.push_back(EmptySlot);
-  const bool was = content[place] != EmptySlot;
-  const bool is = slot != EmptySlot;
-  content[place] = std::move(slot);
-  if (was == is) return;
-  for (Node* node : path) is ? ++node->occupied : --node->occupied;
+  path.count(content[place] != EmptySlot, slot != EmptySlot);
+  content[place].swap(slot);
+}
+
+// Makes the nodes on the way to the slot just behind the last as they are needed.
+PLSlotList::Path PLSlotList::writablePath(std::uint64_t index) {
+  Path path;
+  path.nodes[path.length++] = &writable(_root);
+  for (unsigned height = _height; height > 0; --height) {
+    auto& children = path.leaf().children;
+    const std::uint64_t child = childIndex(index, height);
+    if (child == children.size()) children.push_back(makeNode(height - 1));
+    path.nodes[path.length++] = &writable(children[child]);
+  }
+  return path;
+}
+
+std::shared_ptr<PLSlotList::Node> PLSlotList::makeNode(unsigned height) const {
+  auto node = std::make_shared<Node>();
+  node->edition = _edition;
+  if (height == 0) node->content.reserve(kFanOut);
+  return node;
 }
 
 PLSlotList::Node& PLSlotList::writable(std::shared_ptr<Node>& node) {
@@ -109,53 +184,64 @@ PLSlotList::Node& PLSlotList::writable(std::shared_ptr<Node>& node) {
 void PLSlotList::remove(std::uint64_t first, std::uint64_t count) {
   if (first >= _count || count == 0) return;
   const std::uint64_t removed = std::min(count, _count - first);
-  for (std::uint64_t index = first; index + removed < _count; ++index) set(index, Slot(at(index + removed)));
-  truncate(_count - removed);
-}
-
-void PLSlotList::truncate(std::uint64_t count) {
-  while (_count > count) {
-    const std::uint64_t last = _count - 1;
-    set(last, EmptySlot);
-    Node* node = &writable(_root);
-    std::vector<Node*> path{node};
-    for (unsigned height = _height; height > 0; --height) {
-      node = &writable(node->children[childIndex(last, height)]);
-      path.push_back(node);
-    }
-    path.back()->content.pop_back();
-    // An emptied node goes with its last slot, so that the next append finds the place that it expects.
-    for (std::size_t level = path.size() - 1; level > 0; --level) {
-      if (!path[level]->content.empty() || !path[level]->children.empty()) break;
-      path[level - 1]->children.pop_back();
-    }
-    --_count;
-    ++_version;
+  const std::uint64_t kept = _count - removed;
+  ++_version;
+  for (std::uint64_t index = first; index < first + removed; ++index) {
+    if (const Slot& slot = at(index); slot != EmptySlot) _people.leave(*slot, index);
+  }
+  if (first < kept) {
+    _people.moveDown(first + removed, removed);
+    moveDownInTree(first, removed, kept);
+  }
+  _count = kept;
+  if (kept == 0) {
+    _root = makeNode(_height = 0);
+  } else {
+    cut(_root, _height, kept);
   }
 }
 
-void PLSlotList::enter(const Slot& slot, std::uint64_t index) {
-  if (slot == EmptySlot) return;
-  auto& indexes = _indexes[slot.get()];
-  if (indexes.empty()) _people.add(*slot);
-  indexes.insert(std::ranges::lower_bound(indexes, index), index);
+// Puts into each slot from `first` to `end` what is in the slot that is `by` further on, a leaf at a time; leaves that
+// stay as they are are not copied.
+void PLSlotList::moveDownInTree(std::uint64_t first, std::uint64_t by, std::uint64_t end) {
+  std::vector<Slot> moved;
+  moved.reserve(kFanOut);
+  for (std::uint64_t next = first; next < end; next += moved.size()) {
+    moved.clear();
+    const std::uint64_t place = next & (kFanOut - 1);
+    const std::uint64_t stop = std::min(end, next - place + kFanOut);
+    for (std::uint64_t index = next; index < stop;) {
+      const auto& source = leafOf(*_root, _height, index + by).content;
+      const std::uint64_t from = (index + by) & (kFanOut - 1);
+      const std::uint64_t count = std::min(kFanOut - from, stop - index);
+      moved.insert(moved.end(), source.begin() + static_cast<std::ptrdiff_t>(from),
+                   source.begin() + static_cast<std::ptrdiff_t>(from + count));
+      index += count;
+    }
+    const auto& current = leafOf(*_root, _height, next).content;
+    if (std::equal(moved.begin(), moved.end(), current.begin() + static_cast<std::ptrdiff_t>(place))) continue;
+    const Path path = writablePath(next);
+    auto& content = path.leaf().content;
+    const std::uint64_t before = occupiedIn(content);
+    std::ranges::swap_ranges(moved, std::span(content).subspan(place, moved.size()));
+    path.addOccupied(occupiedIn(content) - before);
+  }
 }
 
-void PLSlotList::leave(const Slot& slot, std::uint64_t index) {
-  if (slot == EmptySlot) return;
-  auto known = _indexes.find(slot.get());
-  std::erase(known->second, index);
-  if (!known->second.empty()) return;
-  _people.remove(*slot);
-  _indexes.erase(known);
-}
-
-std::optional<std::uint64_t> PLSlotList::indexOf(const PLPerson* person, std::uint64_t from) const {
-  auto known = _indexes.find(person);
-  if (known == _indexes.end()) return std::nullopt;
-  auto index = std::ranges::lower_bound(known->second, from);
-  if (index == known->second.end()) return std::nullopt;
-  return *index;
+// Keeps the first slots of a tree, at least one and at most as many as it has.
+void PLSlotList::cut(std::shared_ptr<Node>& node, unsigned height, std::uint64_t count) {
+  Node& kept = writable(node);
+  if (height == 0) {
+    kept.content.resize(count);
+    kept.occupied = occupiedIn(kept.content);
+    return;
+  }
+  const std::uint64_t width = extent(height - 1);
+  const std::uint64_t childCount = (count + width - 1) / width;
+  kept.children.resize(childCount);
+  cut(kept.children.back(), height - 1, count - (childCount - 1) * width);
+  kept.occupied = 0;
+  for (const auto& child : kept.children) kept.occupied += child->occupied;
 }
 
 std::optional<std::uint64_t> PLSlotList::firstEmptyIndex() const {
@@ -175,21 +261,8 @@ std::optional<std::uint64_t> PLSlotList::firstEmptyIndex() const {
 }
 
 std::shared_ptr<PLPerson> PLSlotList::firstLike(const PLPerson& person) const {
-  std::optional<std::uint64_t> best;
-  for (const PLPerson* candidate : _people.candidatesLike(person)) {
-    auto index = indexOf(candidate);
-    if (index && (!best || *index < *best) && candidate->isLike(person)) best = index;
-  }
-  return best ? at(*best) : nullptr;
-}
-
-std::optional<std::uint64_t> PLSlotList::firstDescribedBy(const Dictionary& stored, std::uint64_t from) const {
-  std::optional<std::uint64_t> best;
-  for (const PLPerson* candidate : _people.candidatesFor(stored)) {
-    auto index = indexOf(candidate, from);
-    if (index && (!best || *index < *best) && candidate->isEqualToDictionaryRepresentation(stored)) best = index;
-  }
-  return best;
+  const auto index = _people.firstLike(person);
+  return index ? at(*index) : nullptr;
 }
 
 PLSlotSnapshot PLSlotList::snapshot() {

@@ -1,11 +1,12 @@
 // The flat list of slots, of which the save queue can read a version while the main queue edits the next.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
-#include <unordered_map>
+#include <span>
 #include <vector>
 
 #include "Pellor/PLPersonIndex.h"
@@ -18,13 +19,25 @@ struct SlotNode;
 }
 
 /// One version of the list: immutable, readable on any thread, and sharing all that later versions did not change.
+///
+/// The slots lie in leaves of `LeafSize`, of which the last may be shorter. A leaf that did not change from one version
+/// to another is the same object in both.
 class PLSlotSnapshot {
  public:
+  static constexpr std::size_t LeafSize = 32;
+
   std::uint64_t count() const { return _count; }
   /// Grows with every edit of the list.
   std::uint64_t version() const { return _version; }
   /// Calls `visit` with each slot, in order.
   void forEach(const std::function<void(const Slot&)>& visit) const;
+
+  std::uint64_t leafCount() const { return (_count + LeafSize - 1) / LeafSize; }
+  /// The slots of a leaf below `leafCount()`, which live as long as any snapshot that shares them.
+  std::span<const Slot> leaf(std::uint64_t index) const;
+  /// Calls `visit` with the index of each leaf of this version, in order, that is not the same object as the one at its
+  /// place in `other`. Costs as much as there are such leaves, not as the list is long.
+  void forEachDifferingLeaf(const PLSlotSnapshot& other, const std::function<void(std::uint64_t)>& visit) const;
 
  private:
   friend class PLSlotList;
@@ -37,6 +50,8 @@ class PLSlotSnapshot {
 /// A list of slots, each of which holds a person or `EmptySlot`. Reading and writing one slot, finding a person's slot
 /// and finding the lowest empty slot cost next to nothing more in a longer list; taking a version costs nothing, and an
 /// edit after that copies the few nodes on the way to its slot. Main queue.
+///
+/// It is a tree of nodes with up to 32 slots or children each, and an index over the persons in the slots.
 class PLSlotList {
  public:
   PLSlotList();
@@ -54,35 +69,48 @@ class PLSlotList {
   /// Takes out `count` slots from `first` on, as far as there are any; later slots move down.
   void remove(std::uint64_t first, std::uint64_t count);
   void clear() { remove(0, _count); }
+  /// Makes the index ready for so many persons in all, so that entering them needs no growth.
+  void reserve(std::size_t personCount) { _people.reserve(personCount); }
+
+  /// The persons in the slots, by what identifies them; their places are the slots.
+  const PLPersonIndex& people() const { return _people; }
+  PLPersonIndex& people() { return _people; }
 
   /// The lowest slot at or above `from` that holds this very person; absent when there is none.
-  std::optional<std::uint64_t> indexOf(const PLPerson* person, std::uint64_t from = 0) const;
+  std::optional<std::uint64_t> indexOf(const PLPerson* person, std::uint64_t from = 0) const {
+    return _people.places().lowest(person, from);
+  }
+  /// The highest slot that holds this very person; absent when there is none.
+  std::optional<std::uint64_t> lastIndexOf(const PLPerson* person) const { return _people.places().highest(person); }
   /// The lowest empty slot; absent when there is none.
   std::optional<std::uint64_t> firstEmptyIndex() const;
   /// The friend in the lowest slot that is like `person`; null when none is.
   std::shared_ptr<PLPerson> firstLike(const PLPerson& person) const;
   /// The lowest slot at or above `from` whose friend the stored form describes; absent when there is none.
-  std::optional<std::uint64_t> firstDescribedBy(const Dictionary& stored, std::uint64_t from) const;
+  std::optional<std::uint64_t> firstDescribedBy(const PLPersonForm& stored, std::uint64_t from) const {
+    return _people.firstDescribedBy(stored, from);
+  }
 
   /// The list as it is now. Later edits do not show in it.
   PLSlotSnapshot snapshot();
 
  private:
   using Node = detail::SlotNode;
+  struct Path;
 
   void setInTree(std::uint64_t index, Slot slot);
-  void truncate(std::uint64_t count);
+  void moveDownInTree(std::uint64_t first, std::uint64_t by, std::uint64_t end);
+  void cut(std::shared_ptr<Node>& node, unsigned height, std::uint64_t count);
+  Path writablePath(std::uint64_t index);
+  std::shared_ptr<Node> makeNode(unsigned height) const;
   Node& writable(std::shared_ptr<Node>& node);
-  void enter(const Slot& slot, std::uint64_t index);
-  void leave(const Slot& slot, std::uint64_t index);
 
+  // Nodes that carry the present edition are in no snapshot and are changed in place; others are copied first.
+  std::uint64_t _edition = 0;
   std::shared_ptr<Node> _root;
   std::uint64_t _count = 0;
   std::uint64_t _version = 0;
   unsigned _height = 0;  // of the tree: a leaf has height 0
-  // Nodes that carry the present edition are in no snapshot and are changed in place; others are copied first.
-  std::uint64_t _edition = 0;
-  std::unordered_map<const PLPerson*, std::vector<std::uint64_t>> _indexes;  // ascending
   PLPersonIndex _people;
 };
 

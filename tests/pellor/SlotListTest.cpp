@@ -1,9 +1,11 @@
-// The slot list and its versions, checked against a plain vector.
+// The slot list, its versions, its index and the identifier map, checked against plain vectors and maps.
 #include "Pellor/PLSlotList.h"
 
 #include <algorithm>
+#include <map>
 #include <random>
 
+#include "Pellor/PLIdentifierMap.h"
 #include "Pellor/PLPerson.h"
 #include "tests/pellor/ManagerWorld.h"
 
@@ -35,6 +37,23 @@ void expectSame(const PLSlotList& list, const std::vector<Slot>& model) {
   const auto firstEmpty = static_cast<std::uint64_t>(std::ranges::find(model, EmptySlot) - model.begin());
   ASSERT_EQ(list.firstEmptyIndex().value_or(model.size()), firstEmpty);
   for (std::uint64_t index = 0; index < model.size(); ++index) ASSERT_EQ(list.at(index), model[index]);
+}
+
+std::vector<std::uint64_t> differingLeaves(const PLSlotSnapshot& later, const PLSlotSnapshot& earlier) {
+  std::vector<std::uint64_t> leaves;
+  later.forEachDifferingLeaf(earlier, [&](std::uint64_t leaf) { leaves.push_back(leaf); });
+  return leaves;
+}
+
+// The leaves that are not named are there in both, with the same slots.
+void expectDifference(const PLSlotSnapshot& later, const PLSlotSnapshot& earlier) {
+  const auto differing = differingLeaves(later, earlier);
+  ASSERT_TRUE(std::ranges::is_sorted(differing));
+  for (std::uint64_t leaf = 0; leaf < later.leafCount(); ++leaf) {
+    if (std::ranges::binary_search(differing, leaf)) continue;
+    ASSERT_LT(leaf, earlier.leafCount());
+    ASSERT_TRUE(std::ranges::equal(later.leaf(leaf), earlier.leaf(leaf)));
+  }
 }
 
 TEST_F(SlotListTest, RandomEditsGiveWhatAVectorGivesAndVersionsStay) {
@@ -81,30 +100,213 @@ TEST_F(SlotListTest, RandomEditsGiveWhatAVectorGivesAndVersionsStay) {
     if (edit % 500 == 499) list.clear(), model.clear();
   }
   for (const auto& [snapshot, content] : versions) EXPECT_EQ(contentOf(snapshot), content);
+  for (std::size_t later = 1; later < versions.size(); ++later) {
+    expectDifference(versions[later].first, versions[later - 1].first);
+  }
+}
+
+TEST_F(SlotListTest, AnEditMakesOneLeafAnotherOne) {
+  const auto ann = person("Ann");
+  PLSlotList list;
+  for (int count = 0; count < 3000; ++count) list.append(EmptySlot);
+  for (const std::uint64_t index : {0U, 31U, 32U, 1024U, 2999U}) {
+    const auto before = list.snapshot();
+    list.set(index, ann);
+    EXPECT_EQ(differingLeaves(list.snapshot(), before), std::vector{index / PLSlotSnapshot::LeafSize});
+  }
+  const auto before = list.snapshot();
+  list.remove(2000, 12);
+  EXPECT_EQ(differingLeaves(list.snapshot(), before), (std::vector<std::uint64_t>{93})) << "where a friend moved";
 }
 
 TEST_F(SlotListTest, FriendsAreFoundByWhatTheyAreNow) {
   PLSlotList list;
+  const auto described = [&](const std::string& name, std::uint64_t from) {
+    const Dictionary form = storedForm(name);
+    return list.firstDescribedBy(PLPersonForm(form), from);
+  };
   const auto ann = person("Ann");
   for (const Slot& slot : {EmptySlot, person("Bob#"), ann, person("Ann"), ann}) list.append(slot);
-  EXPECT_EQ(list.firstDescribedBy(storedForm("Ann"), 0), 2U);
-  EXPECT_EQ(list.firstDescribedBy(storedForm("Ann"), 3), 3U);
-  EXPECT_EQ(list.firstDescribedBy(storedForm("Ann"), 4), 4U);
-  EXPECT_EQ(list.firstDescribedBy(storedForm("Ann"), 5), std::nullopt);
-  EXPECT_EQ(list.firstDescribedBy(storedForm("Ann#"), 0), std::nullopt) << "a GUID on one side alone";
-  EXPECT_EQ(list.firstDescribedBy(storedForm("Bob#"), 0), 1U);
+  EXPECT_EQ(described("Ann", 0), 2U);
+  EXPECT_EQ(described("Ann", 3), 3U);
+  EXPECT_EQ(described("Ann", 4), 4U);
+  EXPECT_EQ(described("Ann", 5), std::nullopt);
+  EXPECT_EQ(described("Ann#", 0), std::nullopt) << "a GUID on one side alone";
+  EXPECT_EQ(described("Bob#", 0), 1U);
   EXPECT_EQ(list.firstLike(*person("Ann#")), ann) << "who shares a destination";
   auto form = storedForm("Cy");
   form.insert_or_assign("ABRecordGUID", "");
   ann->updateFromDictionaryRepresentation(form);
-  EXPECT_EQ(list.firstDescribedBy(storedForm("Ann"), 0), 3U);
-  EXPECT_EQ(list.firstDescribedBy(storedForm("Cy"), 0), 2U) << "an empty GUID is none";
+  EXPECT_EQ(described("Ann", 0), 3U);
+  EXPECT_EQ(described("Cy", 0), 2U) << "an empty GUID is none";
   list.set(2, EmptySlot);
-  EXPECT_EQ(list.firstDescribedBy(storedForm("Cy"), 0), 4U);
+  EXPECT_EQ(described("Cy", 0), 4U);
   list.remove(3, 2);
-  EXPECT_EQ(list.firstDescribedBy(storedForm("Cy"), 0), std::nullopt);
+  EXPECT_EQ(described("Cy", 0), std::nullopt);
   EXPECT_EQ(list.firstLike(*ann), nullptr);
 }
+
+// What the index and the identifier map have to answer, by walking.
+struct Walk {
+  std::vector<Slot> slots;
+  std::vector<Slot> sourced;
+  std::map<std::string, std::shared_ptr<PLPerson>> byKey;
+
+  static void forEachKey(const PLPerson& person, const auto& visit) {
+    const auto destinations = person.allValues();
+    for (const std::string& value : destinations ? *destinations : DestinationSet()) {
+      visit(*plMessageCanonicalRawAddress(value));
+    }
+    if (const auto guid = person.abRecordGUID(); guid && !guid->empty()) visit(*guid);
+  }
+  void add(const Slot& person) {
+    if (person) forEachKey(*person, [&](const std::string& key) { byKey[key] = person; });
+  }
+  void remove(const Slot& person) {
+    forEachKey(*person, [&](const std::string& key) { byKey.erase(key); });
+  }
+  void rebuild() {
+    byKey.clear();
+    for (const Slot& slot : slots) add(slot);
+    for (const Slot& person : sourced) add(person);
+  }
+  std::optional<std::uint64_t> first(std::uint64_t from, const auto& fits) const {
+    for (; from < slots.size(); ++from) {
+      if (slots[from] && fits(*slots[from])) return from;
+    }
+    return std::nullopt;
+  }
+};
+
+class IndexTest : public SlotListTest, public ::testing::WithParamInterface<std::pair<std::size_t, std::size_t>> {
+ protected:
+  IndexTest() {
+    for (std::size_t number = 0; number < GetParam().first; ++number) {
+      // Every eighth has destinations as somebody typed them.
+      const auto typed = textIn(form(), "AllValues", "mailto:");
+      people.push_back(number % 8 != 0 ? PLPerson::initWithDictionaryRepresentationAddressBook(form(), nullptr)
+                                       : PLPerson::initWithDestinationsAddressBook(typed, nullptr));
+    }
+  }
+
+  std::string identifier(const std::string& kind) {
+    return kind + std::to_string(random() % GetParam().second) + "@example.org";
+  }
+  // GUIDs and destinations now and then have one text.
+  Dictionary form() {
+    Array values;
+    for (auto count = random() % 4; count > 0; --count) values.emplace_back(identifier("d"));
+    Dictionary form{{"AllValues", std::move(values)}};
+    const auto kind = random() % 8;
+    if (kind > 2) form.emplace("ABRecordGUID", kind == 3 ? "" : identifier(kind == 4 ? "d" : "g"));
+    return form;
+  }
+  static std::vector<std::string> textIn(const Dictionary& form, const std::string& key, const std::string& before) {
+    std::vector<std::string> texts;
+    for (const Value& value : *form.at(key).array()) texts.push_back(before + *value.string());
+    return texts;
+  }
+
+  // One change of the list or of a person.
+  void edit(bool isLoading) {
+    // What a load brings in is in canonical form.
+    auto number = random() % people.size();
+    if (isLoading && number % 8 == 0) number = 1;
+    const Slot person = random() % 4 == 0 ? EmptySlot : people[number];
+    const std::uint64_t index = walk.slots.empty() ? 0 : random() % walk.slots.size();
+    const auto kind = random() % 16;
+    if (walk.slots.size() < GetParam().first || kind < 2) {
+      list.append(person);
+      walk.slots.push_back(person);
+    } else if (kind == 2) {
+      const auto count = static_cast<std::ptrdiff_t>(std::min<std::size_t>(random() % 12, walk.slots.size() - index));
+      list.remove(index, static_cast<std::uint64_t>(count));
+      const auto first = walk.slots.begin() + static_cast<std::ptrdiff_t>(index);
+      walk.slots.erase(first, first + count);
+    } else if (kind < 6) {
+      people[random() % people.size()]->updateFromDictionaryRepresentation(form());
+    } else {
+      list.set(index, walk.slots[index] = person);
+    }
+  }
+
+  void changeMap() {
+    const auto& person = people[random() % people.size()];
+    switch (random() % 3) {
+      case 0:
+        map.remove(*person);
+        return walk.remove(person);
+      case 1:
+        sourced.append(person);
+        walk.sourced.push_back(person);
+        map.add(person);
+        return walk.add(person);
+      default:
+        map.beginRebuild();
+        for (auto edits = random() % 20; edits > 0; --edits) edit(true);
+        map.rebuild(sourced);
+        walk.rebuild();
+    }
+  }
+
+  void check() {
+    const Dictionary sought = form();
+    const std::uint64_t from = random() % 3 == 0 ? random() % (walk.slots.size() + 1) : 0;
+    const auto described = walk.first(from, [&](auto& who) { return who.isEqualToDictionaryRepresentation(sought); });
+    ASSERT_EQ(list.firstDescribedBy(PLPersonForm(sought), from), described);
+    const auto& person = people[random() % people.size()];
+    const auto like = walk.first(0, [&](const PLPerson& who) { return who.isLike(*person); });
+    ASSERT_EQ(list.firstLike(*person), like ? walk.slots[*like] : nullptr);
+    ASSERT_EQ(list.indexOf(person.get(), from), walk.first(from, [&](auto& who) { return &who == person.get(); }));
+    const auto last = std::find(walk.slots.rbegin(), walk.slots.rend(), person);
+    ASSERT_EQ(list.lastIndexOf(person.get()).value_or(-1), static_cast<std::uint64_t>(walk.slots.rend() - last - 1));
+    checkCounts();
+    const std::string key = identifier(random() % 2 == 0 ? "d" : "g");
+    const auto known = walk.byKey.find(key);
+    ASSERT_EQ(map.personFor(key), known == walk.byKey.end() ? nullptr : known->second) << key;
+    std::vector<std::shared_ptr<PLPerson>> all;
+    for (const auto& [name, named] : walk.byKey) all.push_back(named);
+    ASSERT_EQ(map.allPersons(), all);
+  }
+
+  void checkCounts() {
+    std::map<PLPerson*, std::size_t> places;
+    std::map<std::string, std::size_t> guids;
+    for (const Slot& slot : walk.slots) {
+      if (!slot || ++places[slot.get()] > 1) continue;
+      if (const std::string guid = slot->abRecordGUID().value_or(""); !guid.empty()) ++guids[guid];
+    }
+    const auto isSeveral = [](const auto& entry) { return entry.second > 1; };
+    const auto count = [](auto number) { return static_cast<std::size_t>(number); };
+    ASSERT_EQ(list.people().sharedGUIDCount(), count(std::ranges::count_if(guids, isSeveral)));
+    ASSERT_EQ(list.people().places().repeatedPersonCount(), count(std::ranges::count_if(places, isSeveral)));
+    ASSERT_EQ(list.people().destinationlessPersonCount(),
+              count(std::ranges::count_if(places, [](auto& entry) { return entry.first->allValuesCount() == 0; })));
+  }
+
+  std::mt19937 random{11};
+  std::vector<std::shared_ptr<PLPerson>> people;
+  PLSlotList list;
+  PLPersonSequence sourced;
+  PLIdentifierMap map{list.people()};
+  Walk walk;
+};
+
+TEST_P(IndexTest, AnswersWhatAWalkGives) {
+  for (int round = 0; round < 3000 && !HasFatalFailure(); ++round) {
+    random() % 8 == 0 ? changeMap() : edit(false);
+    if (round % 100 == 0) list.reserve(people.size());
+    check();
+    if (round % 1000 == 999) {
+      list.clear();
+      walk.slots.clear();
+    }
+  }
+}
+
+// Persons, and identifiers of each kind: everybody shares them, few do, and tables that grow.
+INSTANTIATE_TEST_SUITE_P(Sharing, IndexTest,
+                         ::testing::Values(std::pair(6, 3), std::pair(12, 24), std::pair(150, 600)));
 
 }  // namespace
 }  // namespace pellor

@@ -1,0 +1,131 @@
+// A compact hash table of addresses, each with a number: what the indexes over persons are made of.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+namespace pellor {
+
+/// Entries are pairs of an address, which is not 0, and a number of 32 bits. `HashOf` makes an entry's hash of the two,
+/// so that the table can grow without asking anybody; what the entries mean is the owner's business, who also
+/// recognises the one that it looks for. Equal entries may be entered several times.
+///
+/// Entries lie in buckets of one cache line, five in each. An entry whose bucket is full goes into the next one that
+/// has room, and every full bucket on the way counts that it was passed: a search ends at the first bucket that nothing
+/// passed. Removal takes the counts back, so that no trace of an entry remains. The buckets are in the order of the
+/// hashes, and growing walks through old and new ones side by side.
+template <class HashOf>
+class PLBucketTable {
+  static constexpr unsigned kPlaces = 5;
+  struct alignas(64) Bucket {
+    std::array<std::uintptr_t, kPlaces> addresses{};  // 0 where there is room
+    std::array<std::uint32_t, kPlaces> numbers{};
+    std::uint32_t passed = 0;
+  };
+
+ public:
+  /// Where an entry lies, until the next insertion or removal; false when it was not found.
+  class Cursor {
+   public:
+    Cursor() = default;
+    explicit operator bool() const { return _bucket != nullptr; }
+    std::uintptr_t address() const { return _bucket->addresses[_place]; }
+    std::uint32_t number() const { return _bucket->numbers[_place]; }
+    /// What the entry becomes; its hash must stay the same.
+    void assign(std::uintptr_t address, std::uint32_t number) const {
+      _bucket->addresses[_place] = address;
+      _bucket->numbers[_place] = number;
+    }
+
+   private:
+    friend class PLBucketTable;
+    Cursor(Bucket& bucket, unsigned place) : _bucket(&bucket), _place(place) {}
+    Bucket* _bucket = nullptr;
+    unsigned _place = 0;
+  };
+
+  std::size_t size() const { return _size; }
+
+  /// Makes room for so many entries in all, so that entering them needs no growth.
+  void reserve(std::size_t count) {
+    if (count > capacity()) resize(count * 8 / (kPlaces * 7) + 1);
+  }
+
+  /// The first entry under the hash for which `matches(address, number)` is true.
+  template <class Matches>
+  Cursor find(std::uint32_t hash, const Matches& matches) const {
+    std::size_t index = home(hash);
+    for (std::size_t step = 0; step < _bucketCount; ++step, index = following(index)) {
+      Bucket& bucket = _buckets[index];
+      for (unsigned place = 0; place < kPlaces; ++place) {
+        if (bucket.addresses[place] != 0 && matches(bucket.addresses[place], bucket.numbers[place])) {
+          return {bucket, place};
+        }
+      }
+      if (bucket.passed == 0) break;
+    }
+    return {};
+  }
+
+  void insert(std::uintptr_t address, std::uint32_t number) {
+    if (_size == capacity()) resize(_bucketCount + _bucketCount / 2 + 1);
+    put(address, number);
+    ++_size;
+  }
+
+  void erase(const Cursor& cursor) {
+    Bucket* const last = cursor._bucket;
+    std::size_t index = home(HashOf()(cursor.address(), cursor.number()));
+    for (; &_buckets[index] != last; index = following(index)) --_buckets[index].passed;
+    last->addresses[cursor._place] = 0;
+    --_size;
+  }
+
+  /// Calls `visit` with a cursor to each entry, in no order that means anything. It must not insert or erase.
+  template <class Visit>
+  void forEach(const Visit& visit) const {
+    for (std::size_t index = 0; index < _bucketCount; ++index) {
+      for (unsigned place = 0; place < kPlaces; ++place) {
+        if (_buckets[index].addresses[place] != 0) visit(Cursor(_buckets[index], place));
+      }
+    }
+  }
+
+ private:
+  // There is always room in one of eight places: searches stay short, and an insertion finds its place.
+  std::size_t capacity() const { return _bucketCount * kPlaces * 7 / 8; }
+  std::size_t home(std::uint32_t hash) const {
+    return static_cast<std::size_t>((std::uint64_t{hash} * _bucketCount) >> 32);
+  }
+  std::size_t following(std::size_t index) const { return index + 1 == _bucketCount ? 0 : index + 1; }
+
+  void put(std::uintptr_t address, std::uint32_t number) {
+    for (std::size_t index = home(HashOf()(address, number));; index = following(index)) {
+      Bucket& bucket = _buckets[index];
+      for (unsigned place = 0; place < kPlaces; ++place) {
+        if (bucket.addresses[place] != 0) continue;
+        bucket.addresses[place] = address;
+        bucket.numbers[place] = number;
+        return;
+      }
+      ++bucket.passed;
+    }
+  }
+
+  void resize(std::size_t bucketCount) {
+    PLBucketTable larger;
+    larger._buckets = std::make_unique<Bucket[]>(bucketCount);
+    larger._bucketCount = bucketCount;
+    forEach([&](const Cursor& entry) { larger.put(entry.address(), entry.number()); });
+    _buckets = std::move(larger._buckets);
+    _bucketCount = bucketCount;
+  }
+
+  std::unique_ptr<Bucket[]> _buckets;
+  std::size_t _bucketCount = 0;
+  std::size_t _size = 0;
+};
+
+}  // namespace pellor
