@@ -88,9 +88,7 @@ void PLIdentifierMap::answersWillChange(PLPerson& person) {
 
 PLPerson* PLIdentifierMap::lastFriendUnder(std::string_view identifier) const {
   Last last(_friends.places());
-  const auto visit = [&](PLPerson& person) { last(person); };
-  _friends.forEachWithGUID(identifier, visit);
-  _friends.forEachWithDestination(identifier, visit);
+  _friends.forEachWithIdentifier(identifier, [&](PLPerson& person) { last(person); });
   return last.person();
 }
 

@@ -1,5 +1,6 @@
 #include "Pellor/PLPersonIndex.h"
 
+#include <cstddef>
 #include <cstring>
 #include <random>
 
@@ -9,24 +10,46 @@
 namespace pellor {
 namespace {
 
+constexpr std::size_t kWord = sizeof(std::uint64_t);
+
+std::uint64_t wordAt(const char* text) {
+  std::uint64_t word = 0;
+  std::memcpy(&word, text, kWord);
+  return word;
+}
+
+// A text that is shorter than a word.
+std::uint64_t shortWord(std::string_view text) {
+  std::uint64_t word = 0;
+  for (const char c : text) word = (word << 8U) | static_cast<unsigned char>(c);
+  return word;
+}
+
 std::uint64_t mixed(std::uint64_t hash, std::uint64_t word) {
   hash = (hash ^ word) * 0x9FB21C651E98DF25U;
-  return hash ^ (hash >> 32);
+  return hash ^ (hash >> 32U);
 }
 
 }  // namespace
 
+// Two words at a time, which do not wait for each other; the last ones overlap with those before.
 std::uint32_t identifierHash(std::string_view identifier) {
-  static const std::uint64_t seed = (std::uint64_t{std::random_device()()} << 32) | std::random_device()();
-  std::uint64_t hash = seed ^ identifier.size();
-  std::uint64_t word = 0;
-  for (; identifier.size() >= sizeof word; identifier.remove_prefix(sizeof word)) {
-    std::memcpy(&word, identifier.data(), sizeof word);
-    hash = mixed(hash, word);
+  static const std::uint64_t seed = (std::uint64_t{std::random_device()()} << 32U) | std::random_device()();
+  std::uint64_t even = seed ^ identifier.size();
+  std::uint64_t odd = ~seed;
+  const char* text = identifier.data();
+  const char* const end = text + identifier.size();
+  for (; end - text > std::ptrdiff_t{2 * kWord}; text += 2 * kWord) {
+    even = mixed(even, wordAt(text));
+    odd = mixed(odd, wordAt(text + kWord));
   }
-  word = 0;
-  if (!identifier.empty()) std::memcpy(&word, identifier.data(), identifier.size());
-  return static_cast<std::uint32_t>(mixed(mixed(hash, word), seed) >> 32);
+  if (identifier.size() < kWord) {
+    even = mixed(even, shortWord(identifier));
+  } else {
+    even = mixed(even, wordAt(end - text < std::ptrdiff_t{kWord} ? end - 2 * kWord : text));
+    odd = mixed(odd, wordAt(end - kWord));
+  }
+  return static_cast<std::uint32_t>(mixed(even, (odd << 32U) | (odd >> 32U)) >> 32U);
 }
 
 PLPersonIndex::PLPersonIndex() : _changes(Process::current().local<PLPersonIdentityChanges>()) {

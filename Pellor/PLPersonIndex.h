@@ -55,14 +55,21 @@ class PLPersonIndex : private PLPersonIdentityObserver {
   std::size_t destinationlessPersonCount() const { return _destinationlessPersonCount; }
 
   /// Whether there is a person with that GUID.
-  bool containsGUID(std::string_view guid) const { return !guid.empty() && _byGUID.contains(guid); }
+  bool containsGUID(std::string_view guid) const { return _byGUID.contains(guid); }
   template <class Visit>
   void forEachWithGUID(std::string_view guid, const Visit& visit) const {
-    if (!guid.empty()) _byGUID.forEach(guid, visit);
+    _byGUID.forEach(guid, identifierHash(guid), visit);
   }
   template <class Visit>
   void forEachWithDestination(std::string_view destination, const Visit& visit) const {
-    _byDestination.forEach(destination, visit);
+    _byDestination.forEach(destination, identifierHash(destination), visit);
+  }
+  /// Calls `visit` for persons that have it as their GUID, then for those with such a destination.
+  template <class Visit>
+  void forEachWithIdentifier(std::string_view identifier, const Visit& visit) const {
+    const std::uint32_t hash = identifierHash(identifier);
+    _byGUID.forEach(identifier, hash, visit);
+    _byDestination.forEach(identifier, hash, visit);
   }
 
   /// The lowest place of a person that is like `person` (`isLikePerson:`); absent when there is none.

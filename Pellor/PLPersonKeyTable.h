@@ -50,11 +50,11 @@ class PLPersonKeyTable {
   bool contains(std::string_view identifier) const {
     return static_cast<bool>(find(identifier, identifierHash(identifier)));
   }
-  /// Calls `visit` with each person that has the identifier, in no order that means anything. It must not change
-  /// persons or the table.
+  /// Calls `visit` with each person that has the identifier, which has that hash, in no order that means anything. It
+  /// must not change persons or the table.
   template <class Visit>
-  void forEach(std::string_view identifier, const Visit& visit) const {
-    const auto known = find(identifier, identifierHash(identifier));
+  void forEach(std::string_view identifier, std::uint32_t hash, const Visit& visit) const {
+    const auto known = find(identifier, hash);
     if (!known) return;
     if (!isList(known.address())) return visit(personAt(known.address()));
     for (PLPerson* person : _lists[known.address() >> 1]) visit(*person);
