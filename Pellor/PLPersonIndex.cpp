@@ -1,5 +1,7 @@
 #include "Pellor/PLPersonIndex.h"
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstring>
 #include <random>
@@ -65,6 +67,7 @@ void PLPersonIndex::reserve(std::size_t personCount) {
 }
 
 void PLPersonIndex::enter(PLPerson& person, std::uint64_t place) {
+  _places.prefetch(person);
   tellObserver(person);
   if (_places.enter(person, place)) addIdentifiers(person);
 }
@@ -87,9 +90,22 @@ void PLPersonIndex::personIdentityDidChange(PLPerson& person) {
 }
 
 void PLPersonIndex::addIdentifiers(PLPerson& person) {
-  visitGUID(person, [&](std::string_view guid) { _byGUID.add(guid, person); });
-  forEachDestination(person, [&](std::string_view destination) { _byDestination.add(destination, person); });
-  if (person.record().destinationCount() == 0) ++_destinationlessPersonCount;
+  const PLPersonRecord& record = person.record();
+  const std::string_view guid = record.identifyingGUID();
+  const std::uint32_t guidHash = identifierHash(guid);
+  _byGUID.prefetch(guidHash);
+  std::array<std::uint32_t, 4> hashes{};
+  const std::size_t count = record.destinationCount();
+  for (std::size_t index = 0; index < std::min(count, hashes.size()); ++index) {
+    hashes[index] = identifierHash(record.destination(index));
+    _byDestination.prefetch(hashes[index]);
+  }
+  if (!guid.empty()) _byGUID.add(guid, guidHash, person);
+  for (std::size_t index = 0; index < count; ++index) {
+    const std::string_view destination = record.destination(index);
+    _byDestination.add(destination, index < hashes.size() ? hashes[index] : identifierHash(destination), person);
+  }
+  if (count == 0) ++_destinationlessPersonCount;
 }
 
 void PLPersonIndex::removeIdentifiers(PLPerson& person) {

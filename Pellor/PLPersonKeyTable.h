@@ -25,8 +25,7 @@ template <bool (*HasIdentifier)(const PLPerson&, std::string_view)>
 class PLPersonKeyTable {
  public:
   /// The person must not be entered under the identifier yet.
-  void add(std::string_view identifier, PLPerson& person) {
-    const std::uint32_t hash = identifierHash(identifier);
+  void add(std::string_view identifier, std::uint32_t hash, PLPerson& person) {
     const auto known = find(identifier, hash);
     if (!known) return _table.insert(addressOf(person), hash);
     if (!isList(known.address())) known.assign(makeList(personAt(known.address())), hash);
@@ -60,6 +59,7 @@ class PLPersonKeyTable {
     for (PLPerson* person : _lists[known.address() >> 1]) visit(*person);
   }
 
+  void prefetch(std::uint32_t hash) const { _table.prefetch(hash); }
   void reserve(std::size_t count) { _table.reserve(count); }
   /// How many identifiers several persons share.
   std::size_t sharedCount() const { return _lists.size() - _unusedLists.size(); }

@@ -26,6 +26,9 @@ class PLPersonPlaces {
   void moveDown(std::uint64_t first, std::uint64_t count);
   void reserve(std::size_t personCount) { _table.reserve(personCount); }
 
+  void prefetch(const PLPerson& person) const {
+    _table.prefetch(HashOf()(reinterpret_cast<std::uintptr_t>(&person), 0));
+  }
   bool contains(const PLPerson* person) const { return static_cast<bool>(find(person)); }
   /// The person's lowest place that is not below `from`; absent when there is none.
   std::optional<std::uint64_t> lowest(const PLPerson* person, std::uint64_t from = 0) const;
