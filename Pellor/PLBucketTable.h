@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -109,8 +110,13 @@ class PLBucketTable {
   void put(std::uintptr_t address, std::uint32_t number) {
     for (std::size_t index = home(HashOf()(address, number));; index = following(index)) {
       Bucket& bucket = _buckets[index];
+      // Which place is free cannot be foreseen: looking at all of them is faster than guessing wrong.
+      unsigned room = 0;
       for (unsigned place = 0; place < kPlaces; ++place) {
-        if (bucket.addresses[place] != 0) continue;
+        room |= static_cast<unsigned>(bucket.addresses[place] == 0) << place;
+      }
+      if (room != 0) {
+        const auto place = static_cast<unsigned>(std::countr_zero(room));
         bucket.addresses[place] = address;
         bucket.numbers[place] = number;
         return;
