@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 
@@ -14,10 +15,18 @@ inline constexpr std::size_t CBORMaximumDepth = 128;
 /// How many bytes one value may take. Longer values are neither written nor read.
 inline constexpr std::size_t CBORMaximumSize = std::size_t{256} << 20;
 
+/// How dates are written: this tag over seconds since 1970, where ours count from 2001.
+inline constexpr std::uint64_t CBORDateTag = 1;
+inline constexpr double SecondsFrom1970To2001 = 978307200;
+
 /// The value as one CBOR item, absent when it exceeds a limit. Booleans, integers and reals stay distinct; a real takes
 /// eight bytes always. A date is tag 1 over seconds since 1970, so it is kept to a quarter of a microsecond. Any
 /// thread.
 std::optional<Data> encodeCBOR(const Value& value);
+
+/// The same behind what `bytes` hold already, for a value with `depth` arrays and dictionaries around it. False when a
+/// limit is exceeded.
+bool appendCBOR(const Value& value, std::size_t depth, Data& bytes);
 
 /// The value that the bytes hold; absent unless they are exactly one item of the kinds that `encodeCBOR` writes, within
 /// the limits. Reals and dates are read in any precision. Any thread.

@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "linux/EncodedRun.h"
 
 namespace pellor {
 namespace {
@@ -56,10 +59,12 @@ TEST(CBORValueTest, OnlyOneWholeItemDecodes) {
   ASSERT_EQ(decodeCBOR(whole), sample());
   for (std::size_t length = 0; length < whole.size(); ++length) {
     EXPECT_EQ(decodeCBOR(std::span(whole).first(length)), std::nullopt) << "truncated to " << length;
+    EXPECT_EQ(EncodedRun::decode(std::span(whole).first(length)), nullptr) << "truncated to " << length;
   }
   Data longer = whole;
   longer.push_back(0);
   EXPECT_EQ(decodeCBOR(longer), std::nullopt);
+  EXPECT_EQ(EncodedRun::decode(longer), nullptr);
 }
 
 TEST(CBORValueTest, WhatIsNotOursDoesNotDecode) {
@@ -83,7 +88,48 @@ TEST(CBORValueTest, WhatIsNotOursDoesNotDecode) {
       {"map of 2^64 - 1 entries", {0xbb, 255, 255, 255, 255, 255, 255, 255, 255}},
       {"text of 2^63 bytes", {0x7b, 0x80, 0, 0, 0, 0, 0, 0, 0, 'a'}},
   };
-  for (const auto& [what, bytes] : inputs) EXPECT_EQ(decodeCBOR(bytes), std::nullopt) << what;
+  for (const auto& [what, bytes] : inputs) {
+    EXPECT_EQ(decodeCBOR(bytes), std::nullopt) << what;
+    Data run = {0x81};
+    run.insert(run.end(), bytes.begin(), bytes.end());
+    EXPECT_EQ(EncodedRun::decode(run), nullptr) << what;
+  }
+}
+
+bool shows(const DictionaryView& view, const Dictionary& dictionary) {
+  DictionaryView expected;
+  expected.assign(dictionary);
+  return std::ranges::equal(view, expected, [](const EntryView& left, const EntryView& right) {
+    using Kind = Value::Kind;
+    return left.key == right.key && left.kind == right.kind &&
+           (left.kind != Kind::integer || left.integer == right.integer) &&
+           (left.kind != Kind::string || left.text == right.text) && left.texts == right.texts &&
+           left.hasOnlyTexts == right.hasOnlyTexts && left.value == right.value;
+  });
+}
+
+TEST(CBORValueTest, ARunGivesAndShowsTheElementsThatItsBytesHold) {
+  Array elements = *sample().array();
+  elements.push_back(Dictionary{{"mixed", Array{"a", 1, Array{"b"}, "c"}}, {"next", -5}});
+  elements.push_back("no dictionary");
+  const Data bytes = *encodeCBOR(elements);
+  const auto made = EncodedRun::encode(*ArrayRun::make({elements.begin(), elements.end()}));
+  const auto copied = EncodedRun::encode(*ArrayRun::make({{made, 0}, {made, 1}, elements[2], {made, 3}}));
+  DictionaryView view;
+  for (const auto& run : {EncodedRun::decode(bytes), made, copied}) {
+    ASSERT_EQ(run->size(), elements.size());
+    EXPECT_TRUE(std::ranges::equal(run->bytes(), bytes));
+    for (std::size_t index = 0; index < elements.size(); ++index) {
+      EXPECT_EQ(run->at(index), elements[index]);
+      const Dictionary* dictionary = elements[index].dictionary();
+      EXPECT_EQ(run->show(index, view), dictionary != nullptr);
+      EXPECT_TRUE(shows(view, dictionary ? *dictionary : Dictionary{})) << index;
+    }
+  }
+  const auto foreign = EncodedRun::decode(Data{0x81, 0xa2, 0x61, 'b', 1, 0x61, 'a', 2});
+  ASSERT_TRUE(foreign && foreign->show(0, view));
+  EXPECT_TRUE(shows(view, {{"a", 2}, {"b", 1}})) << "by key, whatever the order of the bytes";
+  for (const Data& none : {Data{0x80}, *encodeCBOR(Array(33, Dictionary{}))}) EXPECT_FALSE(EncodedRun::decode(none));
 }
 
 TEST(CBORValueTest, DepthIsLimitedBothWays) {
@@ -98,7 +144,9 @@ TEST(CBORValueTest, DepthIsLimitedBothWays) {
 
   bytes.insert(bytes.begin(), 0x81);
   EXPECT_EQ(encodeCBOR(Array{nested}), std::nullopt);
+  EXPECT_EQ(EncodedRun::encode(*ArrayRun::make({nested})), nullptr);
   EXPECT_EQ(decodeCBOR(bytes), std::nullopt);
+  EXPECT_EQ(EncodedRun::decode(bytes), nullptr);
   EXPECT_EQ(decodeCBOR(Data(1'000'000, 0x81)), std::nullopt);
   EXPECT_EQ(decodeCBOR(Data(1'000'000, 0xc1)), std::nullopt);
 }
