@@ -17,7 +17,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr double BusySeconds = 5;
-constexpr std::int64_t SchemaVersion = 1;
+constexpr std::int64_t SchemaVersion = 2;
+// The one before it had no rows for runs.
+constexpr std::int64_t VersionWithoutRuns = 1;
 
 /// Held while the file is made, opened and laid out. SQLite's own locks do not cover the change to write-ahead logging
 /// when several processes start at once.
@@ -59,12 +61,32 @@ bool lacksPermission(const SQLiteError& error) {
   return error.code() == SQLITE_CANTOPEN || error.code() == SQLITE_READONLY;
 }
 
-void requireVersion(const SQLiteDatabase& database) {
-  const std::int64_t version = database.integer("PRAGMA user_version");
-  if (version == SchemaVersion) return;
+void requireVersion(std::int64_t version) {
+  if (version == SchemaVersion || version == VersionWithoutRuns) return;
   throw SQLiteError(SQLITE_NOTADB, version > SchemaVersion
                                        ? "the store was made by a later version (" + std::to_string(version) + ")"
                                        : "the file is no store of this program");
+}
+
+void makeValues(const SQLiteDatabase& database) {
+  for (const char* table : {"preferences", "last_good"}) {
+    database.execute("CREATE TABLE " + std::string(table) +
+                     " (domain TEXT NOT NULL, key TEXT NOT NULL, value BLOB NOT NULL, PRIMARY KEY (domain, key))"
+                     " WITHOUT ROWID");
+  }
+}
+
+// A run's id is made of its list and its number there.
+void makeRuns(const SQLiteDatabase& database) {
+  for (const char* change :
+       {"ALTER TABLE preferences ADD COLUMN list INTEGER", "ALTER TABLE preferences ADD COLUMN count INTEGER",
+        "ALTER TABLE preferences ADD COLUMN revision INTEGER",
+        "CREATE TABLE runs (id INTEGER PRIMARY KEY, list INTEGER NOT NULL, revision INTEGER NOT NULL,"
+        " value BLOB NOT NULL)",
+        "CREATE INDEX runs_by_revision ON runs (list, revision)",
+        "CREATE TABLE last_good_runs (id INTEGER PRIMARY KEY, value BLOB NOT NULL)"}) {
+    database.execute(change);
+  }
 }
 
 }  // namespace
@@ -83,8 +105,8 @@ void PreferencesDatabase::openForWriting(const fs::path& folder) {
   std::error_code ignored;
   if (!fs::exists(file, ignored)) makeFile(file);
   for (const char* suffix : {"", "-wal", "-shm"}) closeToOthers(besideFile(file, suffix));
-  _database = std::make_unique<SQLiteDatabase>(file, SQLiteDatabase::Access::readWrite, BusySeconds);
-  if (_database->isReadOnly()) return;
+  open(file, SQLiteDatabase::Access::readWrite);
+  if (_statements->database().isReadOnly()) return;
   try {
     prepareForWriting();
     _isWritable = true;
@@ -94,28 +116,30 @@ void PreferencesDatabase::openForWriting(const fs::path& folder) {
   }
 }
 
+void PreferencesDatabase::open(const fs::path& file, SQLiteDatabase::Access access) {
+  _statements = std::make_unique<SQLiteStatements>(SQLiteDatabase(file, access, BusySeconds));
+}
+
 void PreferencesDatabase::prepareForWriting() {
-  _database->execute("PRAGMA synchronous = FULL");
-  _database->execute("PRAGMA cell_size_check = ON");
-  const bool isNew =
-      _database->integer("PRAGMA user_version") == 0 && _database->integer("SELECT count(*) FROM sqlite_master") == 0;
-  if (!isNew) requireVersion(*_database);
-  _database->execute("PRAGMA journal_mode = WAL");
-  if (!isNew) return;
-  SQLiteTransaction transaction(*_database, SQLiteTransaction::Kind::write);
-  for (const char* table : {"preferences", "last_good"}) {
-    _database->execute("CREATE TABLE " + std::string(table) +
-                       " (domain TEXT NOT NULL, key TEXT NOT NULL, value BLOB NOT NULL, PRIMARY KEY (domain, key))"
-                       " WITHOUT ROWID");
-  }
-  _database->execute("PRAGMA user_version = " + std::to_string(SchemaVersion));
+  const SQLiteDatabase& database = _statements->database();
+  database.execute("PRAGMA synchronous = FULL");
+  database.execute("PRAGMA cell_size_check = ON");
+  const std::int64_t found = version();
+  const bool isNew = found == 0 && database.integer("SELECT count(*) FROM sqlite_master") == 0;
+  if (!isNew) requireVersion(found);
+  database.execute("PRAGMA journal_mode = WAL");
+  if (found == SchemaVersion) return;
+  SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
+  if (isNew) makeValues(database);
+  makeRuns(database);
+  database.execute("PRAGMA user_version = " + std::to_string(SchemaVersion));
   transaction.commit();
 }
 
 void PreferencesDatabase::openForReading(const fs::path& file) {
-  _database = std::make_unique<SQLiteDatabase>(file, SQLiteDatabase::Access::readOnly, BusySeconds);
+  open(file, SQLiteDatabase::Access::readOnly);
   try {
-    requireVersion(*_database);
+    requireVersion(version());
     return;
   } catch (const SQLiteError& error) {
     // Reading beside writers needs two more files. Where they cannot be made nobody writes either, and the file by
@@ -125,55 +149,88 @@ void PreferencesDatabase::openForReading(const fs::path& file) {
     const bool isComplete = ignored || logSize == 0;
     if (!lacksPermission(error) || !isComplete) throw;
   }
-  _database = std::make_unique<SQLiteDatabase>(file, SQLiteDatabase::Access::frozen, BusySeconds);
+  open(file, SQLiteDatabase::Access::frozen);
   _isFrozen = true;
-  requireVersion(*_database);
+  requireVersion(version());
 }
+
+std::int64_t PreferencesDatabase::version() const { return _statements->integer("PRAGMA user_version"); }
 
 SQLiteTransaction PreferencesDatabase::transaction(SQLiteTransaction::Kind kind) const {
   if (kind == SQLiteTransaction::Kind::write && !_isWritable) {
     throw SQLiteError(SQLITE_READONLY, ReadOnlyError);
   }
-  return {*_database, kind};
+  return {_statements->database(), kind};
 }
 
-std::optional<Data> PreferencesDatabase::value(std::string_view key, std::string_view domain) const {
-  return query("SELECT value FROM preferences WHERE domain = ?1 AND key = ?2", key, domain);
+// A store that may only be read stays as an earlier version laid it out, until a writer comes.
+std::string PreferencesDatabase::textForValues(std::string_view condition) const {
+  const char* runs = !_isWritable && version() == VersionWithoutRuns ? "0, 0, 0" : "list, count, revision";
+  return std::string("SELECT key, value, ")
+      .append(runs)
+      .append(" FROM preferences WHERE domain = ?1")
+      .append(condition);
+}
+
+// Bytes beside a list are newer than it: an earlier version that was still running wrote them.
+StoredValue PreferencesDatabase::valueIn(const SQLiteStatement& statement) {
+  StoredValue value{statement.bytes(1), std::nullopt};
+  const StoredRuns runs{statement.integer(2), statement.integer(3), statement.integer(4)};
+  if (value.bytes.empty() && runs.list != 0) value.runs = runs;
+  return value;
 }
 
 std::optional<Data> PreferencesDatabase::lastGoodValue(std::string_view key, std::string_view domain) const {
-  return query("SELECT value FROM last_good WHERE domain = ?1 AND key = ?2", key, domain);
-}
-
-std::optional<Data> PreferencesDatabase::query(std::string_view text, std::string_view key,
-                                               std::string_view domain) const {
-  SQLiteStatement statement = _database->prepare(text);
-  statement.bind(1, domain).bind(2, key);
-  if (!statement.step()) return std::nullopt;
-  const std::span<const std::uint8_t> bytes = statement.bytes(0);
+  const SQLiteStatements::Use statement =
+      _statements->use("SELECT value FROM last_good WHERE domain = ?1 AND key = ?2");
+  statement->bind(1, domain).bind(2, key);
+  if (!statement->step()) return std::nullopt;
+  const std::span<const std::uint8_t> bytes = statement->bytes(0);
   return Data(bytes.begin(), bytes.end());
 }
 
 void PreferencesDatabase::write(std::string_view key, std::string_view domain,
                                 std::span<const std::uint8_t> value) const {
+  removeRuns(key, domain);
   // An update to the same bytes would still be a commit to the disk, and news to every other process.
-  constexpr std::string_view rest =
-      " VALUES (?1, ?2, ?3) ON CONFLICT DO UPDATE SET value = excluded.value WHERE value IS NOT excluded.value";
-  change(std::string("INSERT INTO preferences").append(rest), key, domain, value);
-  change(std::string("INSERT INTO last_good").append(rest), key, domain, value);
+  change(
+      "INSERT INTO preferences (domain, key, value) VALUES (?1, ?2, ?3) ON CONFLICT DO UPDATE"
+      " SET value = excluded.value, list = NULL, count = NULL, revision = NULL WHERE value IS NOT excluded.value",
+      key, domain, value);
+  change(
+      "INSERT INTO last_good VALUES (?1, ?2, ?3) ON CONFLICT DO UPDATE"
+      " SET value = excluded.value WHERE value IS NOT excluded.value",
+      key, domain, value);
+}
+
+void PreferencesDatabase::write(std::string_view key, std::string_view domain, const StoredRuns& runs) const {
+  const SQLiteStatements::Use statement = _statements->use(
+      "INSERT INTO preferences VALUES (?1, ?2, x'', ?3, ?4, ?5) ON CONFLICT DO UPDATE"
+      " SET value = excluded.value, list = excluded.list, count = excluded.count, revision = excluded.revision");
+  statement->bind(1, domain).bind(2, key).bind(3, runs.list).bind(4, runs.count).bind(5, runs.revision).run();
 }
 
 void PreferencesDatabase::remove(std::string_view key, std::string_view domain) const {
+  removeRuns(key, domain);
   change("DELETE FROM preferences WHERE domain = ?1 AND key = ?2", key, domain, std::nullopt);
   change("DELETE FROM last_good WHERE domain = ?1 AND key = ?2", key, domain, std::nullopt);
 }
 
+void PreferencesDatabase::removeRuns(std::string_view key, std::string_view domain) const {
+  const std::string rows =
+      "SELECT id FROM runs WHERE list = (SELECT list FROM preferences WHERE domain = ?1 AND key = ?2)";
+  for (const char* table : {"last_good_runs", "runs"}) {
+    change(std::string("DELETE FROM ").append(table).append(" WHERE id IN (").append(rows).append(")"), key, domain,
+           std::nullopt);
+  }
+}
+
 void PreferencesDatabase::change(std::string_view text, std::string_view key, std::string_view domain,
                                  std::optional<std::span<const std::uint8_t>> value) const {
-  SQLiteStatement statement = _database->prepare(text);
-  statement.bind(1, domain).bind(2, key);
-  if (value) statement.bind(3, *value);
-  statement.run();
+  const SQLiteStatements::Use statement = _statements->use(text);
+  statement->bind(1, domain).bind(2, key);
+  if (value) statement->bind(3, *value);
+  statement->run();
 }
 
 }  // namespace pellor

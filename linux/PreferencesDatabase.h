@@ -8,13 +8,26 @@
 #include <string>
 #include <string_view>
 
-#include "linux/SQLiteDatabase.h"
+#include "linux/SQLiteStatements.h"
 #include "runtime/Value.h"
 
 namespace pellor {
 
-/// Two tables of (domain, key, value) with values as bytes: the values, and the last one of each key that was written
-/// whole. One thread at a time. Operations throw SQLiteError.
+/// Stands in place of a value's bytes where the value is a long array, whose runs are rows of their own.
+struct StoredRuns {
+  std::int64_t list = 0;   ///< a number that no list had before, so that the rows of another are not taken for its own
+  std::int64_t count = 0;  ///< of elements
+  std::int64_t revision = 0;  ///< when `count` changed last; rows may be newer
+};
+
+/// A value's bytes, or where its runs are instead.
+struct StoredValue {
+  std::span<const std::uint8_t> bytes;  ///< valid until the visit ends
+  std::optional<StoredRuns> runs;
+};
+
+/// Values as bytes by domain and key, and the last one of each key that was written whole. The runs of long arrays are
+/// two more tables of the same kind (see StoredList). One thread at a time. Operations throw SQLiteError.
 class PreferencesDatabase {
  public:
   /// Opens `folder`/preferences.sqlite. With `forWriting` a missing folder or file is made (0700, 0600); what may not
@@ -30,38 +43,51 @@ class PreferencesDatabase {
   bool isWritable() const { return _isWritable; }
   /// Whether it still shows what is stored. Not when the file was deleted or replaced, and, opened where nothing can be
   /// written beside it, never: then it has to be opened anew to see changes.
-  bool isCurrent() const { return !_isFrozen && !_database->hasMoved(); }
+  bool isCurrent() const { return !_isFrozen && !_statements->database().hasMoved(); }
 
   /// Changes whenever another connection has committed.
-  std::int64_t dataVersion() const { return _database->integer("PRAGMA data_version"); }
+  std::int64_t dataVersion() const { return _statements->integer("PRAGMA data_version"); }
 
   /// Ends with the object unless it is committed. A write one throws when the store is read-only.
   SQLiteTransaction transaction(SQLiteTransaction::Kind kind) const;
 
-  /// Calls `visit(key, bytes)` for each value of the domain, by key.
+  /// Calls `visit(key, value)` for each StoredValue of the domain, by key.
   template <class Visit>
   void visitValues(std::string_view domain, Visit visit) const {
-    SQLiteStatement statement = _database->prepare("SELECT key, value FROM preferences WHERE domain = ?1");
-    statement.bind(1, domain);
-    while (statement.step()) visit(statement.text(0), statement.bytes(1));
+    const SQLiteStatements::Use statement = _statements->use(textForValues(""));
+    statement->bind(1, domain);
+    while (statement->step()) visit(statement->text(0), valueIn(*statement));
   }
-
-  std::optional<Data> value(std::string_view key, std::string_view domain) const;
+  /// Calls `visit(value)` if there is one.
+  template <class Visit>
+  void visitValue(std::string_view key, std::string_view domain, Visit visit) const {
+    const SQLiteStatements::Use statement = _statements->use(textForValues(" AND key = ?2"));
+    statement->bind(1, domain).bind(2, key);
+    if (statement->step()) visit(valueIn(*statement));
+  }
   std::optional<Data> lastGoodValue(std::string_view key, std::string_view domain) const;
-  /// Writes the value and its last good copy. Nothing is written when both are there already.
+  /// Writes the value and its last good copy, in place of runs as well. Nothing is written when both are there already.
   void write(std::string_view key, std::string_view domain, std::span<const std::uint8_t> value) const;
-  /// Removes both.
+  /// Writes where the runs are, for a key without a value or with the same list.
+  void write(std::string_view key, std::string_view domain, const StoredRuns& runs) const;
+  /// Removes both, with all runs.
   void remove(std::string_view key, std::string_view domain) const;
+
+  SQLiteStatements& statements() const { return *_statements; }
 
  private:
   void openForWriting(const std::filesystem::path& folder);
   void openForReading(const std::filesystem::path& file);
+  void open(const std::filesystem::path& file, SQLiteDatabase::Access access);
   void prepareForWriting();
-  std::optional<Data> query(std::string_view text, std::string_view key, std::string_view domain) const;
+  std::int64_t version() const;
+  std::string textForValues(std::string_view condition) const;
+  static StoredValue valueIn(const SQLiteStatement& statement);
+  void removeRuns(std::string_view key, std::string_view domain) const;
   void change(std::string_view text, std::string_view key, std::string_view domain,
               std::optional<std::span<const std::uint8_t>> value) const;
 
-  std::unique_ptr<SQLiteDatabase> _database;
+  std::unique_ptr<SQLiteStatements> _statements;
   bool _isWritable = false;
   bool _isFrozen = false;
 };

@@ -10,6 +10,8 @@
 #include "linux/CBORValue.h"
 #include "linux/PreferencesDatabase.h"
 #include "linux/PrivateFiles.h"
+#include "linux/StoredList.h"
+#include "runtime/LongArray.h"
 
 namespace pellor {
 namespace {
@@ -41,10 +43,21 @@ bool isKeptAlready(const fs::path& folder, const std::string& prefix, const Data
   return false;
 }
 
-Data encoded(std::string_view key, const Value& value) {
-  std::optional<Data> bytes = encodeCBOR(value);
-  if (!bytes) throw SQLiteError(SQLITE_TOOBIG, std::string(key) + " is nested too deeply or too long to be stored");
-  return *std::move(bytes);
+bool isDictionary(const Value& value) { return value.kind() == Value::Kind::dictionary; }
+
+bool isListOfDictionaries(const Value& value) {
+  const Array* array = value.array();
+  return array && !array->empty() && std::ranges::all_of(*array, isDictionary);
+}
+
+Data bytesOf(const PreferencesDatabase& store, const StoredValue& value) {
+  return value.runs ? bytesOfList(store, *value.runs) : Data(value.bytes.begin(), value.bytes.end());
+}
+
+template <class Values>
+auto* find(const Values& values, const std::string& key) {
+  const auto found = values.find(key);
+  return found == values.end() ? nullptr : &found->second;
 }
 
 bool isDamage(const SQLiteError& error) {
@@ -56,35 +69,24 @@ bool isDamage(const SQLiteError& error) {
 
 }  // namespace
 
-/// Makes values of stored bytes, without decoding those that are known.
-class SQLitePreferences::ValueReader {
- public:
-  explicit ValueReader(std::shared_ptr<const Snapshot> previous) : _previous(std::move(previous)) {}
-
-  /// A value that is being written, with its bytes.
-  void know(const std::string& key, Value value, Data bytes) {
-    _written.insert_or_assign(key, Stored{std::move(value), std::make_shared<const Data>(std::move(bytes))});
+/// A value to be stored, as a list in rows or as bytes.
+struct EncodedValue {
+  EncodedValue(std::string_view key, const Value& stored) : value(stored) {
+    const LongArray* longArray = value.longArray();
+    if (longArray && longArray->size() > 0) {
+      list = EncodedList::encode(*longArray);
+    } else if (isListOfDictionaries(value)) {
+      list = EncodedList::encode(LongArray(*value.array()));
+    } else {
+      bytes = encodeCBOR(value);
+    }
+    if (list || bytes) return;
+    throw SQLiteError(SQLITE_TOOBIG, std::string(key) + " is nested too deeply or too long to be stored");
   }
 
-  const Data& bytesOf(const std::string& key) const { return *_written.at(key).bytes; }
-
-  Stored read(const std::string& key, std::span<const std::uint8_t> bytes) const {
-    if (const Stored* known = find(_previous.get(), key, bytes)) return *known;
-    if (const Stored* known = find(&_written, key, bytes)) return *known;
-    const auto kept = std::make_shared<const Data>(bytes.begin(), bytes.end());
-    return {decodeCBOR(bytes).value_or(Value(*kept)), kept};
-  }
-
- private:
-  static const Stored* find(const Snapshot* values, const std::string& key, std::span<const std::uint8_t> bytes) {
-    if (!values) return nullptr;
-    const auto found = values->find(key);
-    if (found == values->end() || !std::ranges::equal(*found->second.bytes, bytes)) return nullptr;
-    return &found->second;
-  }
-
-  std::shared_ptr<const Snapshot> _previous;
-  Snapshot _written;
+  Value value;
+  std::optional<EncodedList> list;
+  std::optional<Data> bytes;
 };
 
 SQLitePreferences::SQLitePreferences(fs::path folder, fs::path defaultsFile, LogHandle log, Access access)
@@ -122,7 +124,7 @@ void SQLitePreferences::setValue(std::string_view key, std::optional<Value> valu
 
 bool SQLitePreferences::synchronize(std::string_view domain) {
   const MutexLock lock(_connectionMutex);
-  const PendingValues values = copyOfDomain(domain).pending;
+  const PendingValues values = copyOfPending(domain);
   if (values.empty()) return renew(domain);
   if (write(domain, values)) return true;
   markFailed(domain, values);
@@ -136,7 +138,9 @@ bool SQLitePreferences::insertIfAbsent(const Dictionary& values, std::string_vie
     const PreferencesDatabase& store = database();
     SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::write);
     for (const auto& [key, value] : values) {
-      if (!store.value(key, domain)) store.write(key, domain, encoded(key, value));
+      bool isThere = false;
+      store.visitValue(key, domain, [&](const StoredValue&) { isThere = true; });
+      if (!isThere) writeValue(store, key, domain, EncodedValue(key, value), nullptr);
     }
     transaction.commit();
     ends(Fault::write);
@@ -155,8 +159,12 @@ PutAside SQLitePreferences::putAside(std::string_view key, std::string_view doma
   PutAside result;
   try {
     const PreferencesDatabase& store = database();
+    const SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::read);
     if (const auto lastGood = store.lastGoodValue(key, domain)) result.lastGood = decodeCBOR(*lastGood);
-    if (const auto bytes = store.value(key, domain)) result.kept = keepAside(key, domain, *bytes);
+    store.visitValue(key, domain, [&](const StoredValue& value) {
+      if (value.runs) result.lastGood = lastGoodList(store, *value.runs);
+      result.kept = keepAside(key, domain, bytesOf(store, value));
+    });
   } catch (const SQLiteError& error) {
     begins(Fault::read, error.what());
     closeAfter(error);
@@ -210,10 +218,16 @@ SQLitePreferences::Domain& SQLitePreferences::domainNamed(std::string_view domai
   return _domains.try_emplace(std::string(domain)).first->second;
 }
 
-SQLitePreferences::Domain SQLitePreferences::copyOfDomain(std::string_view domain) const {
+SQLitePreferences::PendingValues SQLitePreferences::copyOfPending(std::string_view domain) const {
   const MutexLock lock(_mutex);
   const auto found = _domains.find(domain);
-  return found == _domains.end() ? Domain{} : found->second;
+  return found == _domains.end() ? PendingValues{} : found->second.pending;
+}
+
+std::shared_ptr<const SQLitePreferences::Snapshot> SQLitePreferences::snapshotOf(std::string_view domain) const {
+  const MutexLock lock(_mutex);
+  const auto found = _domains.find(domain);
+  return found == _domains.end() ? nullptr : found->second.snapshot;
 }
 
 void SQLitePreferences::install(std::string_view domain, std::shared_ptr<const Snapshot> snapshot) {
@@ -287,38 +301,63 @@ bool SQLitePreferences::renew(std::string_view domain) {
 
 void SQLitePreferences::readIfChanged(std::string_view domain) {
   const PreferencesDatabase& store = database();
+  // No transaction for a look: when the version is that of the snapshot, the snapshot was what is stored at that
+  // moment.
+  if (isUpToDate(domain)) return;
   const SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::read);
-  const auto previous = copyOfDomain(domain).snapshot;
-  const auto version = _dataVersions.find(domain);
-  const bool isKnown = previous && version != _dataVersions.end() && version->second == store.dataVersion();
-  if (isKnown) return;
-  ValueReader reader(previous);
-  install(domain, read(domain, reader));
+  install(domain, read(domain));
 }
 
-std::shared_ptr<const SQLitePreferences::Snapshot> SQLitePreferences::read(std::string_view domain,
-                                                                           ValueReader& reader) {
+bool SQLitePreferences::isUpToDate(std::string_view domain) {
+  const auto version = _dataVersions.find(domain);
+  return version != _dataVersions.end() && snapshotOf(domain) && version->second == _database->dataVersion();
+}
+
+std::shared_ptr<const SQLitePreferences::Snapshot> SQLitePreferences::read(std::string_view domain) {
+  const auto previous = snapshotOf(domain);
+  const bool isSameConnection = _dataVersions.contains(domain);
   auto snapshot = std::make_shared<Snapshot>();
-  _dataVersions.insert_or_assign(std::string(domain), _database->dataVersion());
-  _database->visitValues(domain, [&](const std::string& key, std::span<const std::uint8_t> bytes) {
-    snapshot->emplace(key, reader.read(key, bytes));
+  const PreferencesDatabase& store = *_database;
+  store.visitValues(domain, [&](const std::string& key, const StoredValue& value) {
+    snapshot->emplace(key, readValue(store, value, previous ? find(*previous, key) : nullptr, isSameConnection));
   });
+  _dataVersions.insert_or_assign(std::string(domain), store.dataVersion());
   return snapshot;
+}
+
+SQLitePreferences::Stored SQLitePreferences::readValue(const PreferencesDatabase& store, const StoredValue& value,
+                                                       const Stored* previous, bool isSameConnection) {
+  if (value.runs) {
+    const auto known = previous ? previous->list : nullptr;
+    const bool isFollowed = isSameConnection && known && known->rows.list == value.runs->list;
+    const auto list = isFollowed ? readNewerRows(store, *value.runs, known) : readList(store, *value.runs, known.get());
+    if (list) return {list->value, nullptr, list};
+    return {Value(bytesOfList(store, *value.runs)), nullptr, nullptr};
+  }
+  if (previous && previous->bytes && std::ranges::equal(*previous->bytes, value.bytes)) return *previous;
+  const auto bytes = std::make_shared<const Data>(value.bytes.begin(), value.bytes.end());
+  return {decodeCBOR(*bytes).value_or(Value(*bytes)), bytes, nullptr};
 }
 
 bool SQLitePreferences::write(std::string_view domain, const PendingValues& values) {
   try {
-    ValueReader reader(copyOfDomain(domain).snapshot);
+    std::map<std::string, EncodedValue> encoded;
     for (const auto& [key, pending] : values) {
-      if (pending.value) reader.know(key, *pending.value, encoded(key, *pending.value));
+      if (pending.value) encoded.try_emplace(key, key, *pending.value);
     }
     const PreferencesDatabase& store = database();
     SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::write);
+    // A domain that cannot be read is not written either. Which rows change is told by what is stored now.
+    auto snapshot = std::make_shared<Snapshot>(*(isUpToDate(domain) ? snapshotOf(domain) : read(domain)));
     for (const auto& [key, pending] : values) {
-      pending.value ? store.write(key, domain, reader.bytesOf(key)) : store.remove(key, domain);
+      if (pending.value) {
+        Stored stored = writeValue(store, key, domain, std::move(encoded.at(key)), find(*snapshot, key));
+        snapshot->insert_or_assign(key, std::move(stored));
+      } else {
+        store.remove(key, domain);
+        snapshot->erase(key);
+      }
     }
-    // A domain that cannot be read is not written either.
-    auto snapshot = read(domain, reader);
     transaction.commit();
     install(domain, std::move(snapshot));
   } catch (const SQLiteError& error) {
@@ -331,6 +370,17 @@ bool SQLitePreferences::write(std::string_view domain, const PendingValues& valu
   ends(Fault::read);
   ends(Fault::write);
   return true;
+}
+
+SQLitePreferences::Stored SQLitePreferences::writeValue(const PreferencesDatabase& store, std::string_view key,
+                                                        std::string_view domain, EncodedValue value,
+                                                        const Stored* stored) {
+  if (value.bytes) {
+    store.write(key, domain, *value.bytes);
+    return {value.value, std::make_shared<const Data>(*std::move(value.bytes)), nullptr};
+  }
+  const auto list = writeList(store, key, domain, *std::move(value.list), stored ? stored->list : nullptr);
+  return {list->value, nullptr, list};
 }
 
 bool SQLitePreferences::keepAside(std::string_view key, std::string_view domain, const Data& bytes) const {

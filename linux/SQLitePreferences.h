@@ -17,11 +17,19 @@ namespace pellor {
 
 class PreferencesDatabase;
 class SQLiteError;
+struct EncodedValue;
+struct StoredList;
+struct StoredValue;
 
 /// One connection, opened at the first use and again after a failure; values that were read or set are answered from
 /// memory, without waiting for a write that is under way. A folder or file that cannot be opened or read, that is
 /// damaged or that a later version made is never changed: the answer is "unreadable", and each further call tries
 /// again. A store without write permission is read, and `synchronize` fails while something is set.
+///
+/// A long array, and an array of nothing but dictionaries, is kept in rows of LongArray::RunSize elements:
+/// `synchronize` writes the rows that changed and reads those that others changed. It reads as a long array, of which
+/// the runs that did not change are the same objects as before, also those that were set in place of equal ones. When a
+/// row is damaged the value is data that holds the bytes of all rows, one after the other.
 ///
 /// A failure is logged once when it begins and once when it ends. Any thread. Does not cross a fork.
 class SQLitePreferences final : public PreferencesStore {
@@ -61,10 +69,11 @@ class SQLitePreferences final : public PreferencesStore {
   };
   using PendingValues = std::map<std::string, Pending, std::less<>>;
 
-  /// A stored value with its bytes, by which the next reading tells whether it changed.
+  /// A stored value with what tells the next reading whether it changed: its bytes, or the list that it is.
   struct Stored {
     Value value;
     std::shared_ptr<const Data> bytes;
+    std::shared_ptr<const StoredList> list;
   };
   using Snapshot = std::map<std::string, Stored, std::less<>>;
 
@@ -73,13 +82,13 @@ class SQLitePreferences final : public PreferencesStore {
     std::shared_ptr<const Snapshot> snapshot;  ///< null: not read, or it could not be read the last time
   };
 
-  class ValueReader;
   /// What does not work at the moment.
   enum class Fault { read, write };
 
   // Of the state in memory.
   std::optional<PreferenceAnswer<Value>> answerFromMemory(std::string_view key, std::string_view domain) const;
-  Domain copyOfDomain(std::string_view domain) const;
+  PendingValues copyOfPending(std::string_view domain) const;
+  std::shared_ptr<const Snapshot> snapshotOf(std::string_view domain) const;
   void install(std::string_view domain, std::shared_ptr<const Snapshot> snapshot);
   void removeWritten(std::string_view domain, const PendingValues& written);
   void markFailed(std::string_view domain, const PendingValues& failed);
@@ -93,7 +102,12 @@ class SQLitePreferences final : public PreferencesStore {
   bool renew(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
   bool write(std::string_view domain, const PendingValues& values) PELLOR_REQUIRES(_connectionMutex);
   void readIfChanged(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
-  std::shared_ptr<const Snapshot> read(std::string_view domain, ValueReader& reader) PELLOR_REQUIRES(_connectionMutex);
+  bool isUpToDate(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
+  std::shared_ptr<const Snapshot> read(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
+  static Stored readValue(const PreferencesDatabase& store, const StoredValue& value, const Stored* previous,
+                          bool isSameConnection);
+  static Stored writeValue(const PreferencesDatabase& store, std::string_view key, std::string_view domain,
+                           EncodedValue value, const Stored* stored);
   void closeAfter(const SQLiteError& error) PELLOR_REQUIRES(_connectionMutex);
   bool keepAside(std::string_view key, std::string_view domain, const Data& bytes) const;
 

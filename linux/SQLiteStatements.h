@@ -1,6 +1,7 @@
 // Prepared statements that are used again.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
@@ -24,6 +25,7 @@ class SQLiteStatements {
     Use(const Use&) = delete;
     Use& operator=(const Use&) = delete;
     SQLiteStatement* operator->() const { return &_statement; }
+    SQLiteStatement& operator*() const { return _statement; }
 
    private:
     SQLiteStatement& _statement;
@@ -34,6 +36,12 @@ class SQLiteStatements {
     auto found = _statements.find(text);
     if (found == _statements.end()) found = _statements.emplace(text, _database.prepare(text)).first;
     return Use(found->second);
+  }
+
+  /// The first column of the query's first row.
+  std::int64_t integer(std::string_view query) {
+    const Use statement = use(query);
+    return statement->step() ? statement->integer(0) : 0;
   }
 
   const SQLiteDatabase& database() const { return _database; }

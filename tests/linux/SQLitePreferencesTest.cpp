@@ -4,11 +4,13 @@
 
 #include <filesystem>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
 #include "linux/CBORValue.h"
 #include "linux/SQLiteDatabase.h"
+#include "runtime/LongArray.h"
 #include "testing/LogCollector.h"
 #include "tests/contract/PreferencesStoreContract.h"
 #include "tests/linux/ChildProcess.h"
@@ -39,9 +41,17 @@ class SQLiteStores {
 
   void damage(std::string_view key, std::string_view domain) {
     SQLiteDatabase database(_folder / FileName, SQLiteDatabase::Access::readWrite, 5);
-    SQLiteStatement statement = database.prepare(
-        "UPDATE preferences SET value = substr(value, 1, length(value) - 1) WHERE domain = ?1 AND key = ?2");
-    statement.bind(1, domain).bind(2, key).run();
+    constexpr std::string_view cut = " SET value = substr(value, 1, length(value) - 1)",
+                               mine = "domain = ?1 AND key = ?2";
+    const std::string value =
+        std::string("UPDATE preferences").append(cut).append(" WHERE list IS NULL AND ").append(mine);
+    const std::string rows = std::string("UPDATE runs")
+                                 .append(cut)
+                                 .append(", revision = revision + 1 WHERE list = ")
+                                 .append("(SELECT list FROM preferences WHERE ")
+                                 .append(mine)
+                                 .append(")");
+    for (const std::string& statement : {value, rows}) database.prepare(statement).bind(1, domain).bind(2, key).run();
   }
   void makeUnreadable() {
     fs::rename(_folder / FileName, _folder / "elsewhere");
@@ -62,6 +72,25 @@ class SQLiteStores {
 };
 
 INSTANTIATE_TYPED_TEST_SUITE_P(SQLite, PreferencesStoreContract, SQLiteStores);
+
+Value person(std::int64_t number) { return Dictionary{{"ABRecordID", number}, {"AllValues", Array{"+4930123456"}}}; }
+
+Array persons(std::size_t count) {
+  Array list;
+  for (std::size_t number = 0; number < count; ++number) list.push_back(person(static_cast<std::int64_t>(number)));
+  return list;
+}
+
+/// A next version of the list, as somebody makes it who shares what stays.
+Value withElement(const LongArray& list, std::size_t index, const Value& value) {
+  auto runs = list.runs();
+  auto& run = runs[index / LongArray::RunSize];
+  std::vector<ArrayRun::Element> elements;
+  for (std::size_t place = 0; place < run->size(); ++place) elements.emplace_back(run, place);
+  elements[index % LongArray::RunSize] = value;
+  run = ArrayRun::make(std::move(elements));
+  return LongArray(std::move(runs));
+}
 
 class SQLitePreferencesTest : public testing::Test {
  protected:
@@ -204,6 +233,107 @@ TEST_F(SQLitePreferencesTest, ADeletedStoreIsMadeAgainAndWhatWasSetIsWritten) {
   EXPECT_EQ(store->copyValue("key", Domain).value(), std::nullopt) << "none is what is stored";
 }
 
+// Long arrays
+
+TEST_F(SQLitePreferencesTest, AnEditWritesAndReadsOneRowAndTheOtherRunsStayTheObjectsThatTheyWere) {
+  makeStore(persons(240));
+  const auto writer = open(), reader = open();
+  const auto valueIn = [](const auto& store) { return *store->copyValue("key", Domain).value(); };
+  const auto runsIn = [&](const auto& store) { return valueIn(store).longArray()->runs(); };
+  const auto read = runsIn(reader), written = runsIn(writer);
+  writer->setValue("key", withElement(*valueIn(writer).longArray(), 70, Dictionary{}), Domain);
+  ASSERT_TRUE(writer->synchronize(Domain));
+  // A row that has no newer revision is not read again.
+  executeIn(folder(), "UPDATE runs SET value = x'FF' WHERE id % 16777216 = 5");
+  ASSERT_TRUE(reader->synchronize(Domain));
+  for (std::size_t number = 0; number < 8; ++number) {
+    EXPECT_EQ(runsIn(reader)[number] == read[number], number != 2) << number;
+    EXPECT_EQ(runsIn(writer)[number] == written[number], number != 2) << number;
+  }
+  EXPECT_EQ(runsIn(reader)[2]->at(6), Value(Dictionary{}));
+  const SQLiteDatabase database(file(), SQLiteDatabase::Access::readWrite, 5);
+  EXPECT_EQ(database.integer("SELECT count(*) FROM runs WHERE revision = 2"), 1);
+
+  writer->setValue("key", Array(*valueIn(reader).array()), Domain);
+  ASSERT_TRUE(writer->synchronize(Domain));
+  EXPECT_EQ(database.integer("SELECT max(revision) FROM runs"), 2) << "equal values are no change";
+
+  EXPECT_EQ(valueIn(open()).kind(), Value::Kind::data) << "one row is damaged";
+  EXPECT_EQ(open()->putAside("key", Domain).lastGood, valueIn(reader));
+}
+
+TEST_F(SQLitePreferencesTest, WhoeverWroteLastWinsWholeWhateverItWasBasedOn) {
+  std::mt19937 random(7);
+  const auto below = [&](std::size_t limit) {
+    return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random);
+  };
+  std::shared_ptr<SQLitePreferences> stores[] = {open(), open()};
+  for (int round = 0; round < 400; ++round) {
+    const std::size_t turn = below(2), action = below(20);
+    auto &store = stores[turn], &other = stores[1 - turn];
+    std::optional<Value> value = store->copyValue("key", Domain).value();
+    if (action == 0) {
+      value = std::nullopt;
+    } else if (action == 1) {
+      value = round;
+    } else if (action < 6 || !value || !value->longArray()) {
+      value = persons(below(130));
+    } else {
+      for (auto edits = below(4); edits > 0; --edits) {
+        value = withElement(*value->longArray(), below(value->longArray()->size()), person(round));
+      }
+    }
+    store->setValue("key", value, Domain);
+    ASSERT_TRUE(store->synchronize(Domain));
+    ASSERT_EQ(store->copyValue("key", Domain).value(), value) << round;
+    if (below(10) == 0) other = open();
+    if (below(2) == 0) continue;
+    ASSERT_TRUE(other->synchronize(Domain));
+    ASSERT_EQ(other->copyValue("key", Domain).value(), value) << round;
+    ASSERT_EQ(open()->putAside("key", Domain).lastGood, value) << round;
+  }
+}
+
+TEST_F(SQLitePreferencesTest, AStoreOfAnEarlierVersionIsReadAndItsListsAreKeptInRowsOnceTheyAreWritten) {
+  fs::create_directory(folder());
+  writeFile(file(), "");
+  executeIn(folder(), "PRAGMA journal_mode = WAL");
+  const Data earlier = *encodeCBOR(persons(40));
+  for (const char* table : {"preferences", "last_good"}) {
+    executeIn(folder(), std::string("CREATE TABLE ") + table +
+                            " (domain TEXT NOT NULL, key TEXT NOT NULL, value BLOB NOT NULL, PRIMARY KEY (domain, key))"
+                            " WITHOUT ROWID");
+    const SQLiteDatabase database(file(), SQLiteDatabase::Access::readWrite, 5);
+    database.prepare(std::string("INSERT INTO ") + table + " VALUES (?1, 'key', ?2)")
+        .bind(1, Domain)
+        .bind(2, earlier)
+        .run();
+  }
+  executeIn(folder(), "PRAGMA user_version = 1");
+  const auto reader = open(SQLitePreferences::Access::readOnly);
+  EXPECT_EQ(reader->copyValue("key", Domain).value(), Value(persons(40)));
+  const auto writer = open();
+  EXPECT_EQ(writer->copyValue("key", Domain).value(), Value(persons(40)));
+  for (const std::size_t count : {40u, 41u}) {
+    writer->setValue("key", persons(count), Domain);
+    ASSERT_TRUE(writer->synchronize(Domain));
+    ASSERT_TRUE(reader->synchronize(Domain));
+    EXPECT_EQ(reader->copyValue("key", Domain).value(), Value(persons(count)));
+    EXPECT_TRUE(writer->copyValue("key", Domain).value()->longArray());
+    EXPECT_EQ(open()->putAside("key", Domain).lastGood, Value(persons(count)));
+  }
+  // A program of the earlier version may have been running all the while.
+  const SQLiteDatabase database(file(), SQLiteDatabase::Access::readWrite, 5);
+  database.prepare("UPDATE preferences SET value = ?1").bind(1, earlier).run();
+  for (const std::size_t count : {40u, 39u}) {
+    ASSERT_TRUE(reader->synchronize(Domain));
+    EXPECT_EQ(reader->copyValue("key", Domain).value(), Value(persons(count)));
+    writer->setValue("key", persons(39), Domain);
+    ASSERT_TRUE(writer->synchronize(Domain));
+  }
+  EXPECT_EQ(database.integer("SELECT count(*) FROM runs"), 2);
+}
+
 // Reading alone
 
 TEST_F(SQLitePreferencesTest, AReadOnlyStoreIsReadAndFailsToWrite) {
@@ -236,6 +366,7 @@ TEST_F(SQLitePreferencesTest, WhatWasSynchronizedSurvivesAKillWholeAndNotInPart)
     for (std::int64_t round = 1;; ++round) {
       store->setValue("first", round, Domain);
       store->setValue("second", Array{round, std::string(5000, 'x')}, Domain);
+      store->setValue("third", Array(static_cast<std::size_t>(round % 100) + 1, person(round)), Domain);
       if (!store->synchronize(Domain)) return 1;
       report.send(round);
     }
@@ -250,6 +381,8 @@ TEST_F(SQLitePreferencesTest, WhatWasSynchronizedSurvivesAKillWholeAndNotInPart)
   ASSERT_TRUE(first);
   EXPECT_GE(*first, confirmed);
   EXPECT_EQ(store->copyValue("second", Domain).value(), Value(Array{*first, std::string(5000, 'x')}));
+  EXPECT_EQ(store->copyValue("third", Domain).value(),
+            Value(Array(static_cast<std::size_t>(*first % 100) + 1, person(*first))));
 }
 
 TEST_F(SQLitePreferencesTest, InsertingIfAbsentLetsTheFirstDecide) {

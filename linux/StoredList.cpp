@@ -1,0 +1,185 @@
+#include "linux/StoredList.h"
+
+#include <algorithm>
+#include <random>
+#include <typeinfo>
+#include <utility>
+
+#include "linux/EncodedRun.h"
+
+namespace pellor {
+namespace {
+
+using Runs = std::vector<std::shared_ptr<const ArrayRun>>;
+
+// A row's id is made of its list and its number there.
+constexpr int NumberBits = 24;
+constexpr std::int64_t HighestNumber = (std::int64_t{1} << NumberBits) - 1;
+constexpr std::int64_t HighestList = (std::int64_t{1} << (62 - NumberBits)) - 1;
+
+constexpr const char* AllRows = "SELECT id, value, revision FROM runs WHERE id BETWEEN ?1 AND ?2 ORDER BY id";
+constexpr const char* AllLastGoodRows = "SELECT id, value FROM last_good_runs WHERE id BETWEEN ?1 AND ?2 ORDER BY id";
+constexpr const char* NewerRows =
+    "SELECT id, value, revision FROM runs INDEXED BY runs_by_revision WHERE list = ?1 AND revision > ?2";
+
+std::int64_t idOf(std::int64_t list, std::size_t number) {
+  return (list << NumberBits) + static_cast<std::int64_t>(number);
+}
+
+std::size_t numberIn(const SQLiteStatement& row) { return static_cast<std::size_t>(row.integer(0) & HighestNumber); }
+
+template <class Visit>
+void visitAll(const PreferencesDatabase& store, const char* text, const StoredRuns& rows, Visit visit) {
+  const SQLiteStatements::Use statement = store.statements().use(text);
+  statement->bind(1, idOf(rows.list, 0)).bind(2, idOf(rows.list, HighestNumber));
+  while (statement->step()) visit(*statement);
+}
+
+std::span<const std::uint8_t> bytesOf(const ArrayRun& run) { return static_cast<const EncodedRun&>(run).bytes(); }
+
+bool holds(const ArrayRun& run, std::span<const std::uint8_t> bytes) { return std::ranges::equal(bytesOf(run), bytes); }
+
+bool areSame(const std::shared_ptr<const ArrayRun>& one, const std::shared_ptr<const ArrayRun>& other) {
+  return one == other || holds(*one, bytesOf(*other));
+}
+
+const Runs& runsOf(const StoredList* list) {
+  static const Runs none;
+  return list ? list->value.longArray()->runs() : none;
+}
+
+std::size_t runCount(const StoredRuns& rows) {
+  return (static_cast<std::size_t>(rows.count) + LongArray::RunSize - 1) / LongArray::RunSize;
+}
+
+// Whether the runs make an array of that many elements.
+bool areWhole(const Runs& runs, const StoredRuns& rows) {
+  if (rows.count < 1 || runs.size() != runCount(rows)) return false;
+  auto left = static_cast<std::size_t>(rows.count);
+  for (const auto& run : runs) {
+    if (!run || run->size() != std::min(left, LongArray::RunSize)) return false;
+    left -= run->size();
+  }
+  return true;
+}
+
+std::shared_ptr<const StoredList> listOf(Runs runs, const StoredRuns& rows, std::int64_t revision) {
+  if (!areWhole(runs, rows)) return nullptr;
+  return std::make_shared<const StoredList>(StoredList{rows, revision, LongArray(std::move(runs))});
+}
+
+std::int64_t newListNumber() {
+  std::random_device random;
+  return std::uniform_int_distribution<std::int64_t>(1, HighestList)(random);
+}
+
+void writeRow(const PreferencesDatabase& store, std::int64_t id, const StoredRuns& rows, const ArrayRun& run) {
+  constexpr const char* row =
+      "INSERT INTO runs VALUES (?1, ?2, ?3, ?4) ON CONFLICT DO UPDATE"
+      " SET revision = excluded.revision, value = excluded.value";
+  constexpr const char* lastGood =
+      "INSERT INTO last_good_runs VALUES (?1, ?2) ON CONFLICT DO UPDATE SET value = excluded.value";
+  const auto bytes = bytesOf(run);
+  store.statements().use(row)->bind(1, id).bind(2, rows.list).bind(3, rows.revision).bind(4, bytes).run();
+  store.statements().use(lastGood)->bind(1, id).bind(2, bytes).run();
+}
+
+void removeRowsFrom(const PreferencesDatabase& store, std::int64_t list, std::size_t first) {
+  for (const char* text :
+       {"DELETE FROM runs WHERE id BETWEEN ?1 AND ?2", "DELETE FROM last_good_runs WHERE id BETWEEN ?1 AND ?2"}) {
+    store.statements().use(text)->bind(1, idOf(list, first)).bind(2, idOf(list, HighestNumber)).run();
+  }
+}
+
+}  // namespace
+
+std::shared_ptr<const StoredList> readList(const PreferencesDatabase& store, const StoredRuns& rows,
+                                           const StoredList* previous) {
+  const Runs& known = runsOf(previous);
+  Runs runs;
+  std::int64_t revision = rows.revision;
+  visitAll(store, AllRows, rows, [&](const SQLiteStatement& row) {
+    const std::size_t number = runs.size();
+    const bool isInOrder = numberIn(row) == number;
+    const bool isKnown = number < known.size() && holds(*known[number], row.bytes(1));
+    runs.push_back(!isInOrder ? nullptr : isKnown ? known[number] : EncodedRun::decode(row.bytes(1)));
+    revision = std::max(revision, row.integer(2));
+  });
+  return listOf(std::move(runs), rows, revision);
+}
+
+std::shared_ptr<const StoredList> readNewerRows(const PreferencesDatabase& store, const StoredRuns& rows,
+                                                const std::shared_ptr<const StoredList>& previous) {
+  std::vector<std::pair<std::size_t, std::shared_ptr<const ArrayRun>>> newer;
+  std::int64_t revision = std::max(rows.revision, previous->revision);
+  {
+    const SQLiteStatements::Use row = store.statements().use(NewerRows);
+    row->bind(1, rows.list).bind(2, previous->revision);
+    while (row->step()) {
+      newer.emplace_back(numberIn(*row), EncodedRun::decode(row->bytes(1)));
+      revision = std::max(revision, row->integer(2));
+    }
+  }
+  if (revision == previous->revision) return previous;
+  Runs runs = runsOf(previous.get());
+  if (runCount(rows) > runs.size() + newer.size()) return nullptr;
+  runs.resize(runCount(rows));
+  for (auto& [number, run] : newer) {
+    if (number < runs.size()) runs[number] = std::move(run);
+  }
+  return listOf(std::move(runs), rows, revision);
+}
+
+std::optional<Value> lastGoodList(const PreferencesDatabase& store, const StoredRuns& rows) {
+  Runs runs;
+  visitAll(store, AllLastGoodRows, rows,
+           [&](const SQLiteStatement& row) { runs.push_back(EncodedRun::decode(row.bytes(1))); });
+  if (!areWhole(runs, rows)) return std::nullopt;
+  return LongArray(std::move(runs));
+}
+
+Data bytesOfList(const PreferencesDatabase& store, const StoredRuns& rows) {
+  Data all;
+  visitAll(store, AllRows, rows, [&](const SQLiteStatement& row) {
+    const std::span<const std::uint8_t> bytes = row.bytes(1);
+    all.insert(all.end(), bytes.begin(), bytes.end());
+  });
+  return all;
+}
+
+std::optional<EncodedList> EncodedList::encode(const LongArray& array) {
+  EncodedList list{array.runs(), array.size()};
+  for (auto& pointer : list.runs) {
+    const ArrayRun& run = *pointer;
+    if (typeid(run) == typeid(EncodedRun)) continue;
+    pointer = EncodedRun::encode(run);
+    if (!pointer) return std::nullopt;
+  }
+  return list;
+}
+
+std::shared_ptr<const StoredList> writeList(const PreferencesDatabase& store, std::string_view key,
+                                            std::string_view domain, EncodedList list,
+                                            const std::shared_ptr<const StoredList>& stored) {
+  if (!stored) store.remove(key, domain);
+  const Runs& old = runsOf(stored.get());
+  const StoredRuns rows{stored ? stored->rows.list : newListNumber(), static_cast<std::int64_t>(list.count),
+                        stored ? stored->revision + 1 : 1};
+  const bool isOfOtherLength = !stored || stored->rows.count != rows.count;
+  bool isChanged = isOfOtherLength;
+  for (std::size_t number = 0; number < list.runs.size(); ++number) {
+    auto& run = list.runs[number];
+    if (number < old.size() && areSame(old[number], run)) {
+      run = old[number];
+    } else {
+      writeRow(store, idOf(rows.list, number), rows, *run);
+      isChanged = true;
+    }
+  }
+  if (!isChanged) return stored;
+  if (old.size() > list.runs.size()) removeRowsFrom(store, rows.list, list.runs.size());
+  if (isOfOtherLength) store.write(key, domain, rows);
+  return std::make_shared<const StoredList>(StoredList{rows, rows.revision, LongArray(std::move(list.runs))});
+}
+
+}  // namespace pellor
