@@ -141,6 +141,7 @@ void PLFriendGroup::removeFriendAtPosition(std::uint64_t position) {
 
 void PLFriendGroup::setFriends(std::vector<std::shared_ptr<PLPerson>> friends) {
   _checkQueue("PLFriendGroup::setFriends");
+  ++_process.local<PLUnreportedAssignments>().count;
   _friendsManager = std::move(friends);
   const auto emptyCount = std::ranges::count(_friendsManager, EmptySlot);
   _occupiedCount = _friendsManager.size() - static_cast<std::uint64_t>(emptyCount);

@@ -42,6 +42,12 @@ class PLFriendGroupDelegate {
                                          const std::vector<std::shared_ptr<PLPerson>>& friends) = 0;
 };
 
+/// How often the groups of a process were given friends without a report: `process.local<PLUnreportedAssignments>()`.
+/// Main queue.
+struct PLUnreportedAssignments {
+  std::uint64_t count = 0;
+};
+
 /// A fixed number of slots, numbered from 0, each with a friend or `EmptySlot`; a title; and a position that the user
 /// interface remembers. A group saves nothing and posts nothing but titles: its delegate does. Main queue; elsewhere
 /// fatal in debug builds.

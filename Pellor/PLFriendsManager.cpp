@@ -275,7 +275,7 @@ void PLFriendsManager::_loadAgain() { _didCompleteInitialLoading ? _loadFriendLi
 
 void PLFriendsManager::_loadFriendList() {
   preferencesOf(_process).synchronize(_domain);
-  Array elements;
+  LongArray elements;
   const StoredList found = _copyStoredList(elements);
   if (found == StoredList::unreadable) {
     _storeIsUnreadable = true;
@@ -311,19 +311,29 @@ void PLFriendsManager::_loadFriendList() {
   _finishLoad();
 }
 
-PLFriendsManager::StoredList PLFriendsManager::_copyStoredList(Array& elements) {
+namespace {
+
+std::optional<LongArray> longArrayIn(const Value& value) {
+  if (const LongArray* array = value.longArray()) return *array;
+  const Array* array = value.array();
+  return array ? std::optional<LongArray>(*array) : std::nullopt;
+}
+
+}  // namespace
+
+PLFriendsManager::StoredList PLFriendsManager::_copyStoredList(LongArray& elements) {
   const auto answer = preferencesOf(_process).copyValue(PLFriendListKey, _domain);
   if (!answer.isReadable()) return StoredList::unreadable;
-  const Array* array = answer.value() ? answer.value()->array() : nullptr;
+  auto array = answer.value() ? longArrayIn(*answer.value()) : std::nullopt;
   if (answer.value() && !array) return _recoverStoredList(*answer.value(), elements);
   _damagedList.reset();
   if (!array) return StoredList::none;
-  elements = *array;
+  elements = *std::move(array);
   return StoredList::loaded;
 }
 
 // A list that is none is kept in a dated copy before anything may take its place.
-PLFriendsManager::StoredList PLFriendsManager::_recoverStoredList(const Value& damaged, Array& elements) {
+PLFriendsManager::StoredList PLFriendsManager::_recoverStoredList(const Value& damaged, LongArray& elements) {
   if (_damagedList != damaged) {
     const PutAside aside = preferencesOf(_process).putAside(PLFriendListKey, _domain);
     if (!aside.kept) return StoredList::unreadable;
@@ -332,9 +342,9 @@ PLFriendsManager::StoredList PLFriendsManager::_recoverStoredList(const Value& d
     _PLGetLogSystem().log("stored friend list is damaged and was put aside, %@",
                           aside.lastGood ? "using its last good copy" : "there is no good copy of it");
   }
-  const Array* lastGood = _recoveredList ? _recoveredList->array() : nullptr;
+  auto lastGood = _recoveredList ? longArrayIn(*_recoveredList) : std::nullopt;
   if (!lastGood) return StoredList::damaged;
-  elements = *lastGood;
+  elements = *std::move(lastGood);
   return StoredList::recovered;
 }
 
@@ -404,6 +414,7 @@ struct PLFriendsManager::Write {
   std::shared_ptr<const PLSlotSnapshot> list;
   std::shared_ptr<const TitlesVersion> titles;
   std::uint64_t mergeCount = 0;
+  std::uint64_t changes = 0;  // of persons, counted before the list was looked at
 
   bool writesList() const { return layoutChanged || titlesChanged || !persons.empty(); }
 };
@@ -451,20 +462,29 @@ bool PLFriendsManager::_takeUnsavedChanges(Write& write) {
   write.layoutChanged = _needsFriendListSync.exchange(false, std::memory_order_acquire);
   write.titlesChanged = _needsTitlesSync.exchange(false, std::memory_order_acquire);
   write.marksNormalized = _needsNormalizationMark.exchange(false, std::memory_order_acquire);
-  const std::uint64_t changes = _process.local<PLPersonChanges>().marks.load(std::memory_order_acquire);
+  write.changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
   write.mergeCount = _mergeCount.load(std::memory_order_acquire);
   write.list = _publishedList.load();
   write.titles = _publishedTitles.load();
-  // Nobody in the list has changed since the last save looked: bursts of requests look once.
-  const bool mayHaveChanged = changes != _savedPersonChanges || write.list->version() != _savedListVersion;
-  if (mayHaveChanged || write.layoutChanged || write.titlesChanged) {
-    write.list->forEach([&](const Slot& person) {
-      if (person != EmptySlot && person->takeNeedsSave()) write.persons.push_back(person);
-    });
-    _savedPersonChanges = changes;
-    _savedListVersion = write.list->version();
-  }
+  _takeUnsavedPersons(write);
   return write.writesList() || write.marksNormalized;
+}
+
+// Nobody has been marked since the last save looked: then only who came into the list since may carry a flag. So bursts
+// of requests look once.
+void PLFriendsManager::_takeUnsavedPersons(Write& write) {
+  const auto takeFlag = [&](const Slot& person) {
+    if (person != EmptySlot && person->needsSave() && person->takeNeedsSave()) write.persons.push_back(person);
+  };
+  const std::uint64_t marks = _process.local<PLPersonChanges>().marks.load(std::memory_order_acquire);
+  if (marks == _savedMarks && _savedList) {
+    write.list->forEachDifferingLeaf(
+        *_savedList, [&](std::uint64_t index) { std::ranges::for_each(write.list->leaf(index), takeFlag); });
+  } else {
+    write.list->forEach(takeFlag);
+  }
+  _savedMarks = marks;
+  _savedList = write.list;
 }
 
 void PLFriendsManager::_keepUnsavedChanges(const Write& write) {
@@ -478,13 +498,12 @@ void PLFriendsManager::_keepUnsavedChanges(const Write& write) {
 bool PLFriendsManager::_perform(const Write& write) {
   PreferencesStore& preferences = preferencesOf(_process);
   std::set<std::string> pushed;
+  std::shared_ptr<PLStoredVersion> written;
   if (write.writesList()) {
-    Array elements;
-    elements.reserve(write.list->count());
-    write.list->forEach([&](const Slot& person) {
-      elements.emplace_back(person == EmptySlot ? Dictionary{} : person->dictionaryRepresentation());
-    });
-    preferences.setValue(PLFriendListKey, std::move(elements), _domain);
+    const auto known = _storedVersion.load();
+    written = std::make_shared<PLStoredVersion>(
+        PLStoredVersion::made(known ? *known : PLStoredVersion(), *write.list, write.changes));
+    preferences.setValue(PLFriendListKey, written->array(), _domain);
     // A write that only persons' own changes caused is not pushed to the paired device.
     if (write.layoutChanged || write.titlesChanged) pushed.emplace(PLFriendListKey);
   }
@@ -497,10 +516,18 @@ bool PLFriendsManager::_perform(const Write& write) {
     pushed.emplace(PLDidNormalizeFriendListDestinationsKey);
   }
   if (!preferences.synchronize(_domain)) return false;
+  if (written) _knowWritten(std::move(written));
   if (!pushed.empty() && _preferencesSyncManager->hasCompletedInitialSync()) {
     _preferencesSyncManager->synchronizeDomainKeys(_domain, pushed);
   }
   return true;
+}
+
+// The store keeps the list in a form of its own, which the next save builds on.
+void PLFriendsManager::_knowWritten(std::shared_ptr<PLStoredVersion> written) {
+  const auto stored = preferencesOf(_process).copyValue(PLFriendListKey, _domain).value();
+  written->takeOver(stored && stored->longArray() ? *stored->longArray() : LongArray());
+  _storedVersion.store(std::move(written));
 }
 
 void PLFriendsManager::_retrySaveLater() {
@@ -721,21 +748,50 @@ void PLFriendsManager::_addEmptyGroup() {
   _groupIndexes.emplace(group.get(), index);
   _friendGroups.push_back(group);
   while (_friendList.count() < (index + 1) * _maxFriendsPerGroup) _friendList.append(EmptySlot);
-  group->setFriends(_slotsOfGroup(index));
+  _showSlots(index);
   _postGroupListChangedNotification();
+}
+
+// Of what groups are given only this is known to be what the list has.
+void PLFriendsManager::_showSlots(std::uint64_t groupIndex) {
+  const std::uint64_t& assignments = _process.local<PLUnreportedAssignments>().count;
+  const bool wasLaidOut = assignments == _laidOutAssignments;
+  _friendGroups[groupIndex]->setFriends(_slotsOfGroup(groupIndex));
+  if (wasLaidOut) _laidOutAssignments = assignments;
+  _firstGroupThatMayHaveRoom = std::min(_firstGroupThatMayHaveRoom, groupIndex);
+}
+
+// A group shows its slots as long as they are the same and nobody gave it others without a report.
+void PLFriendsManager::_showChangedSlots(std::uint64_t firstNewGroup) {
+  const std::uint64_t& assignments = _process.local<PLUnreportedAssignments>().count;
+  const PLSlotSnapshot slots = _friendList.snapshot();
+  std::vector<bool> isDue(_friendGroups.size(), assignments != _laidOutAssignments);
+  std::fill(isDue.begin() + static_cast<std::ptrdiff_t>(firstNewGroup), isDue.end(), true);
+  slots.forEachDifferingLeaf(_laidOutList, [&](std::uint64_t leaf) {
+    const std::uint64_t last = ((leaf + 1) * PLSlotSnapshot::LeafSize - 1) / _maxFriendsPerGroup;
+    for (auto index = leaf * PLSlotSnapshot::LeafSize / _maxFriendsPerGroup; index <= last && index < isDue.size();
+         ++index) {
+      isDue[index] = true;
+    }
+  });
+  for (std::uint64_t index = 0; index < isDue.size(); ++index) {
+    if (isDue[index]) _showSlots(index);
+  }
+  _laidOutList = slots;
+  _laidOutAssignments = assignments;
 }
 
 void PLFriendsManager::_updateFriendGroups() {
   const std::uint64_t wanted = std::min(_friendList.count() / _maxFriendsPerGroup, _maxFriendGroups);
   const bool removesGroups = _friendGroups.size() > wanted;
   _forgetGroupsFrom(wanted);
+  const std::uint64_t firstNewGroup = _friendGroups.size();
   while (_friendGroups.size() < wanted) {
     auto group = _makeGroup();
     _groupIndexes.emplace(group.get(), _friendGroups.size());
     _friendGroups.push_back(std::move(group));
   }
-  for (std::uint64_t index = 0; index < wanted; ++index) _friendGroups[index]->setFriends(_slotsOfGroup(index));
-  _firstGroupThatMayHaveRoom = 0;
+  _showChangedSlots(firstNewGroup);
   // Groups that were only appended are not announced.
   if (_shouldAddEmptyGroup()) {
     _addEmptyGroup();
@@ -931,9 +987,7 @@ void PLFriendsManager::_removePersonFromIdentifiersToPersonMap(const PLPerson& p
 }
 
 // Sourced persons come last, so that they win a key that they share with a friend.
-void PLFriendsManager::_createAddressToPersonDictionary() {
-  _identifiersToPersonMap.rebuild(_sourcedPersons);
-}
+void PLFriendsManager::_createAddressToPersonDictionary() { _identifiersToPersonMap.rebuild(_sourcedPersons); }
 
 void PLFriendsManager::_storeSourcedPerson(const std::shared_ptr<PLPerson>& person) {
   if (!_sourcedPersons.contains(person.get())) _sourcedPersons.append(person);
@@ -1311,18 +1365,25 @@ bool PLFriendsManager::_addressBookSequenceNumberDidChange() {
 struct PLFriendsManager::Merge {
   AddressBook* addressBook;
   PLPersonSequence displaced;
+  PLPersonForm form;                      // of the element being merged
+  std::function<Value()> element;         // that element, made for the caller
+  std::set<std::uint64_t> emptiedLeaves;  // whose friends moved further up
+  std::vector<PLStoredVersion::Run> runs;
 };
 
-void PLFriendsManager::_updateFriends(const Array& stored) {
+void PLFriendsManager::_updateFriends(const LongArray& stored) {
   AddressBookStore& store = *platformOf(_process).addressBook;
   store.performWithAddressBook([&](AddressBook& shared) {
     // A shared handle without a database cannot name the records that stored friends belong to.
     const auto ownHandle = shared.databaseUID() ? nullptr : store.openPrivateAddressBook();
-    Merge merge{ownHandle ? ownHandle.get() : &shared, {}};
-    for (std::uint64_t index = 0; index < stored.size(); ++index) _mergeElement(merge, stored[index], index);
+    Merge merge{ownHandle ? ownHandle.get() : &shared, {}, {}, {}, {}, {}};
+    const std::uint64_t changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
+    _mergeRuns(merge, stored, changes);
     _trimSlots(merge, stored.size());
     _reportDisplaced(merge);
     _publishList();
+    _storedVersion.store(
+        std::make_shared<const PLStoredVersion>(stored, std::move(merge.runs), *_publishedList.own(), changes));
     _mergeCount.fetch_add(1, std::memory_order_release);
     save();
   });
@@ -1330,67 +1391,105 @@ void PLFriendsManager::_updateFriends(const Array& stored) {
   if (_changeLogContainsFriendAdditionsOrUpdates()) _needsAddressBookRefresh = true;
 }
 
-// An element that is no dictionary is an empty slot.
-void PLFriendsManager::_mergeElement(Merge& merge, const Value& element, std::uint64_t index) {
-  static const Dictionary kEmptySlotForm;
-  const Dictionary& stored = element.dictionary() ? *element.dictionary() : kEmptySlotForm;
-  if (index >= _friendList.count()) {
-    _appendStoredFriend(merge, stored, index);
-  } else if (stored.empty()) {
-    if (auto displaced = _friendAtPosition(index)) merge.displaced.append(std::move(displaced));
-    _friendList.set(index, EmptySlot);
-  } else {
-    _placeStoredFriend(merge, stored, index);
+// A run that is merged already is passed over.
+void PLFriendsManager::_mergeRuns(Merge& merge, const LongArray& stored, std::uint64_t changes) {
+  const auto known = _storedVersion.load();
+  const PLSlotSnapshot slots = _friendList.snapshot();
+  const PLStoredVersion nothing;
+  const PLStoredVersion::Unchanged isUnchanged(known ? *known : nothing, stored, slots, changes);
+  _friendList.reserve(stored.size());
+  merge.runs.reserve(stored.runs().size());
+  for (std::size_t index = 0; index < stored.runs().size(); ++index) {
+    using Run = PLStoredVersion::Run;
+    const bool isAtRest = (isUnchanged(index) && !merge.emptiedLeaves.contains(index)) ||
+                          _mergeRun(merge, *stored.runs()[index], index * LongArray::RunSize);
+    merge.runs.push_back(isAtRest ? Run::atRest : Run::other);
   }
 }
 
+namespace {
+
+// Whether the form, which the person took over, describes it and is what would be stored of it: a friend who is found
+// by nothing is taken for another one at each load.
+bool isAtRest(const PLPerson& person, PLPersonForm& form) { return form.isAsWritten() && person.isEqualToForm(form); }
+
+}  // namespace
+
+// Like the operations below: whether merging the same again would change nothing.
+bool PLFriendsManager::_mergeRun(Merge& merge, const ArrayRun& run, std::uint64_t first) {
+  bool isAtRest = true;
+  for (std::size_t place = 0; place < run.size(); ++place) {
+    // An element that is no dictionary is an empty slot.
+    const bool isDictionary = run.show(place, merge.form.entries());
+    merge.form.read();
+    merge.element = [&run, place] { return run.at(place); };
+    isAtRest = _mergeElement(merge, first + place) && isDictionary && isAtRest;
+  }
+  return isAtRest;
+}
+
+bool PLFriendsManager::_mergeElement(Merge& merge, std::uint64_t index) {
+  if (index >= _friendList.count()) return _appendStoredFriend(merge, index);
+  if (!merge.form.isEmpty()) return _placeStoredFriend(merge, index);
+  if (auto displaced = _friendAtPosition(index)) merge.displaced.append(std::move(displaced));
+  _friendList.set(index, EmptySlot);
+  return true;
+}
+
 // Only behind the end of the list a stored friend without destinations is left out.
-void PLFriendsManager::_appendStoredFriend(Merge& merge, const Dictionary& stored, std::uint64_t index) {
-  const Value* values = valueForKey(stored, "AllValues");
-  if (!values || !values->array() || values->array()->empty()) return;
-  auto person = PLPerson::initWithDictionaryRepresentationAddressBook(stored, merge.addressBook);
+bool PLFriendsManager::_appendStoredFriend(Merge& merge, std::uint64_t index) {
+  if (!merge.form.hasStoredDestinations()) return merge.form.isEmpty();
+  auto person = PLPerson::initWithForm(merge.form);
   while (_friendList.count() <= index) _addEmptyGroup();
   _friendList.set(index, person);
   _sourcedPersons.remove(person.get());
   _addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonAdded);
+  return isAtRest(*person, merge.form);
 }
 
-void PLFriendsManager::_placeStoredFriend(Merge& merge, const Dictionary& stored, std::uint64_t index) {
+bool PLFriendsManager::_placeStoredFriend(Merge& merge, std::uint64_t index) {
   const Slot current = _friendList.at(index);
-  auto known = current && current->isEqualToDictionaryRepresentation(stored) ? current : nullptr;
+  auto known = current && current->isEqualToForm(merge.form) ? current : nullptr;
   if (!known) {
-    known = _takeMovedFriend(merge, stored, index);
+    known = _takeMovedFriend(merge, index);
     if (current) merge.displaced.append(current);
     if (known) _friendList.set(index, known);
   }
   if (known) {
-    if (known->updateFromDictionaryRepresentation(stored)) {
+    if (known->updateFromForm(merge.form)) {
       _addEntryToChangeLogForPersonChangeType(known, PLFriendsManagerPersonUpdated);
     }
-    return;
+    return isAtRest(*known, merge.form);
   }
-  auto person = PLPerson::initWithDictionaryRepresentationAddressBook(stored, merge.addressBook);
+  const auto stored = PLPerson::initWithForm(merge.form);
   // A caller may hold the person that it looked up: that very object becomes the friend, as it is.
-  if (auto sourced = _sourcedPersons.firstLike(*person)) {
-    _sourcedPersons.remove(sourced.get());
-    person = std::move(sourced);
-    // Its making marked it. What is stored already is not written again: that could overwrite a later edit elsewhere.
-    if (person->takeNeedsSave() && person->dictionaryRepresentation() != stored) person->setNeedsSave(true);
-  }
+  const auto sourced = _takeSourcedPerson(merge, *stored);
+  const auto& person = sourced ? sourced : stored;
   _friendList.set(index, person);
   _addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonAdded);
+  return !sourced && isAtRest(*stored, merge.form);
+}
+
+// Its making marked it. What is stored already is not written again: that could overwrite a later edit elsewhere.
+std::shared_ptr<PLPerson> PLFriendsManager::_takeSourcedPerson(const Merge& merge, const PLPerson& stored) {
+  auto sourced = _sourcedPersons.firstLike(stored);
+  if (!sourced) return nullptr;
+  _sourcedPersons.remove(sourced.get());
+  if (sourced->takeNeedsSave() && Value(sourced->dictionaryRepresentation()) != merge.element()) {
+    sourced->setNeedsSave(true);
+  }
+  return sourced;
 }
 
 // The friend that the stored form describes, from a later slot, which is emptied, or from among the displaced.
-std::shared_ptr<PLPerson> PLFriendsManager::_takeMovedFriend(Merge& merge, const Dictionary& stored,
-                                                             std::uint64_t index) {
+std::shared_ptr<PLPerson> PLFriendsManager::_takeMovedFriend(Merge& merge, std::uint64_t index) {
   std::shared_ptr<PLPerson> moved;
-  const PLPersonForm form(stored);
-  if (const auto later = _friendList.firstDescribedBy(form, index + 1)) {
+  if (const auto later = _friendList.firstDescribedBy(merge.form, index + 1)) {
     moved = _friendList.at(*later);
     _friendList.set(*later, EmptySlot);
+    merge.emptiedLeaves.insert(*later / LongArray::RunSize);
   } else {
-    moved = merge.displaced.firstDescribedBy(form);
+    moved = merge.displaced.firstDescribedBy(merge.form);
     if (moved) merge.displaced.remove(moved.get());
   }
   _addEntryToChangeLogForPersonChangeType(moved, PLFriendsManagerPersonMoved);
@@ -1421,7 +1520,9 @@ void PLFriendsManager::_cleanUpFriendListIfNecessary() {
 }
 
 void PLFriendsManager::_deduplicateFriendListIfNecessary() {
-  if (!_shouldDeduplicateFriendList) return;
+  const bool mayHaveRepeated =
+      _friendList.people().sharedGUIDCount() != 0 || _friendList.people().places().repeatedPersonCount() != 0;
+  if (!_shouldDeduplicateFriendList || !mayHaveRepeated) return;
   std::set<std::string> seen;
   std::vector<std::uint64_t> repeated;
   for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
@@ -1438,7 +1539,7 @@ void PLFriendsManager::_deduplicateFriendListIfNecessary() {
 }
 
 void PLFriendsManager::_removeDestinationlessFriendsIfNecessary() {
-  if (!_shouldRemoveDestinationlessFriends) return;
+  if (!_shouldRemoveDestinationlessFriends || _friendList.people().destinationlessPersonCount() == 0) return;
   std::vector<std::uint64_t> unreachable;
   for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
     const auto person = _friendAtPosition(index);

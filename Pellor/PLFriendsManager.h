@@ -33,6 +33,7 @@
 #include "Pellor/PLPerson.h"
 #include "Pellor/PLPersonSequence.h"
 #include "Pellor/PLSlotList.h"
+#include "Pellor/PLStoredVersion.h"
 #include "Pellor/PLUtility.h"
 #include "platform/Platform.h"
 #include "platform/ReachabilityService.h"
@@ -296,8 +297,8 @@ class PLFriendsManager : public Object,
   void _createEmptyFriendList();
   void _loadAgain();
   void _loadFriendList();
-  StoredList _copyStoredList(Array& elements);
-  StoredList _recoverStoredList(const Value& damaged, Array& elements);
+  StoredList _copyStoredList(LongArray& elements);
+  StoredList _recoverStoredList(const Value& damaged, LongArray& elements);
   void _startFirstList();
   void _startListInPlaceOfDamaged();
   void _finishLoad();
@@ -306,7 +307,9 @@ class PLFriendsManager : public Object,
   struct Write;
   bool _takeUnsavedChanges(Write& write) PELLOR_REQUIRES(*_saveQueue);
   void _keepUnsavedChanges(const Write& write) PELLOR_REQUIRES(*_saveQueue);
+  void _takeUnsavedPersons(Write& write) PELLOR_REQUIRES(*_saveQueue);
   bool _perform(const Write& write) PELLOR_REQUIRES(*_saveQueue);
+  void _knowWritten(std::shared_ptr<PLStoredVersion> written) PELLOR_REQUIRES(*_saveQueue);
   void _retrySaveLater() PELLOR_REQUIRES(*_saveQueue);
   void _incrementExternalChangePostCount();
   const std::string& _notificationForExternalListChange() const { return _friendsChangedExternallyNotificationName; }
@@ -335,6 +338,8 @@ class PLFriendsManager : public Object,
   void _addEmptyGroup();
   bool _shouldAddEmptyGroup() const;
   void _updateFriendGroups();
+  void _showSlots(std::uint64_t groupIndex);
+  void _showChangedSlots(std::uint64_t firstNewGroup);
   bool _canAddFriendGroup() const;
   void _removeGroupAtIndex(std::uint64_t index);
   void _postGroupListChangedNotification();
@@ -379,11 +384,14 @@ class PLFriendsManager : public Object,
   struct Merge;
   void _personValuesChanged(const Notification& notification);
   void _addressBookChanged(const Notification& notification);
-  void _updateFriends(const Array& stored);
-  void _mergeElement(Merge& merge, const Value& element, std::uint64_t index);
-  void _appendStoredFriend(Merge& merge, const Dictionary& stored, std::uint64_t index);
-  void _placeStoredFriend(Merge& merge, const Dictionary& stored, std::uint64_t index);
-  std::shared_ptr<PLPerson> _takeMovedFriend(Merge& merge, const Dictionary& stored, std::uint64_t index);
+  void _updateFriends(const LongArray& stored);
+  void _mergeRuns(Merge& merge, const LongArray& stored, std::uint64_t changes);
+  bool _mergeRun(Merge& merge, const ArrayRun& run, std::uint64_t first);
+  bool _mergeElement(Merge& merge, std::uint64_t index);
+  bool _appendStoredFriend(Merge& merge, std::uint64_t index);
+  bool _placeStoredFriend(Merge& merge, std::uint64_t index);
+  std::shared_ptr<PLPerson> _takeMovedFriend(Merge& merge, std::uint64_t index);
+  std::shared_ptr<PLPerson> _takeSourcedPerson(const Merge& merge, const PLPerson& stored);
   void _trimSlots(Merge& merge, std::uint64_t storedCount);
   void _reportDisplaced(const Merge& merge);
   void _cleanUpFriendListIfNecessary();
@@ -443,6 +451,8 @@ class PLFriendsManager : public Object,
   bool _titlesMoved = false;     // with a removed group, and not given to the save queue yet
   bool _titleLoadIsDue = false;  // others changed titles while own ones were under way
   std::uint64_t _publishedListVersion = 0;
+  PLSlotSnapshot _laidOutList;            // which the groups show, but for what was given to them since
+  std::uint64_t _laidOutAssignments = 0;  // of friends to groups, those of the layout included
   std::optional<std::string> _serviceName;
   DestinationSet _highPriorityDestinations;            // while there are any, no batch query starts
   std::optional<DestinationSet> _pendingDestinations;  // of the batch query that did not start
@@ -453,6 +463,8 @@ class PLFriendsManager : public Object,
   // are set.
   Published<std::shared_ptr<const PLSlotSnapshot>> _publishedList;
   Published<std::shared_ptr<const TitlesVersion>> _publishedTitles;
+  // What loads and saves know of the stored list.
+  Published<std::shared_ptr<const PLStoredVersion>> _storedVersion;
   std::atomic<bool> _needsFriendListSync{false};     // set by edits, taken by a save, set again by one that failed
   std::atomic<bool> _needsTitlesSync{false};         // the same, for titles that moved or could not be written
   std::atomic<bool> _needsNormalizationMark{false};  // the same, for a mark that could not be written
@@ -464,8 +476,8 @@ class PLFriendsManager : public Object,
   std::shared_ptr<Timer> _saveRetryTimer PELLOR_GUARDED_BY(*_saveQueue);
   double _saveRetryPause PELLOR_GUARDED_BY(*_saveQueue);
   // The list and the count of changed persons that the last save looked at.
-  std::uint64_t _savedListVersion PELLOR_GUARDED_BY(*_saveQueue) = 0;
-  std::uint64_t _savedPersonChanges PELLOR_GUARDED_BY(*_saveQueue) = 0;
+  std::shared_ptr<const PLSlotSnapshot> _savedList PELLOR_GUARDED_BY(*_saveQueue);
+  std::uint64_t _savedMarks PELLOR_GUARDED_BY(*_saveQueue) = 0;
   std::uint64_t _savedTitlesEdition PELLOR_GUARDED_BY(*_saveQueue) = 0;
   std::atomic<bool> _writeFailed{false};  // written on the save queue, read by `settle`
 

@@ -116,9 +116,11 @@ bool EncodedRun::putInOrder() {
   return findElements();
 }
 
-std::shared_ptr<const EncodedRun> EncodedRun::encode(const ArrayRun& run) {
+std::shared_ptr<const EncodedRun> EncodedRun::encode(const std::shared_ptr<const ArrayRun>& original) {
+  const ArrayRun& run = *original;
   if (run.size() < 1 || run.size() > LongArray::RunSize) return nullptr;
   const auto encoded = std::make_shared<EncodedRun>(Passkey{});
+  encoded->_madeOf = original;
   encoded->_size = run.size();
   Data& bytes = encoded->_bytes;
   bytes.resize(LongestHead);

@@ -19,11 +19,12 @@ class EncodedRun final : public ArrayRun {
   static std::shared_ptr<const EncodedRun> decode(std::span<const std::uint8_t> bytes);
   /// The elements of another run. Those that are encoded already are copied as they are. Null unless they are one to
   /// RunSize and the array that holds them keeps the limits of `encodeCBOR`.
-  static std::shared_ptr<const EncodedRun> encode(const ArrayRun& run);
+  static std::shared_ptr<const EncodedRun> encode(const std::shared_ptr<const ArrayRun>& run);
 
   std::size_t size() const override { return _size; }
   Value at(std::size_t index) const override;
   bool show(std::size_t index, DictionaryView& view) const override;
+  bool isCopyOf(const ArrayRun& other) const override { return this == &other || _madeOf.lock().get() == &other; }
 
   std::span<const std::uint8_t> bytes() const { return _bytes; }
 
@@ -40,6 +41,7 @@ class EncodedRun final : public ArrayRun {
   std::span<const std::uint8_t> element(std::size_t index) const;
 
   Data _bytes;
+  std::weak_ptr<const ArrayRun> _madeOf;
   std::size_t _size = 0;
   /// Where the elements begin, and where the last one ends.
   std::array<std::uint32_t, LongArray::RunSize + 1> _offsets{};

@@ -152,7 +152,7 @@ std::optional<EncodedList> EncodedList::encode(const LongArray& array) {
   for (auto& pointer : list.runs) {
     const ArrayRun& run = *pointer;
     if (typeid(run) == typeid(EncodedRun)) continue;
-    pointer = EncodedRun::encode(run);
+    pointer = EncodedRun::encode(pointer);
     if (!pointer) return std::nullopt;
   }
   return list;

@@ -33,6 +33,10 @@ class ArrayRun {
   };
   virtual Origin origin(std::size_t index) const { return {nullptr, index}; }
 
+  /// Whether this run is `other`, or was made of it by whoever keeps it, so that it has the same elements. False does
+  /// not mean that it has not.
+  virtual bool isCopyOf(const ArrayRun& other) const { return this == &other; }
+
   /// One element of a new run: a value, or an element of another run, which is neither made nor copied.
   struct Element {
     Element(Value made) : value(std::move(made)) {}

@@ -113,8 +113,8 @@ TEST(CBORValueTest, ARunGivesAndShowsTheElementsThatItsBytesHold) {
   elements.push_back(Dictionary{{"mixed", Array{"a", 1, Array{"b"}, "c"}}, {"next", -5}});
   elements.push_back("no dictionary");
   const Data bytes = *encodeCBOR(elements);
-  const auto made = EncodedRun::encode(*ArrayRun::make({elements.begin(), elements.end()}));
-  const auto copied = EncodedRun::encode(*ArrayRun::make({{made, 0}, {made, 1}, elements[2], {made, 3}}));
+  const auto made = EncodedRun::encode(ArrayRun::make({elements.begin(), elements.end()}));
+  const auto copied = EncodedRun::encode(ArrayRun::make({{made, 0}, {made, 1}, elements[2], {made, 3}}));
   DictionaryView view;
   for (const auto& run : {EncodedRun::decode(bytes), made, copied}) {
     ASSERT_EQ(run->size(), elements.size());
@@ -144,7 +144,7 @@ TEST(CBORValueTest, DepthIsLimitedBothWays) {
 
   bytes.insert(bytes.begin(), 0x81);
   EXPECT_EQ(encodeCBOR(Array{nested}), std::nullopt);
-  EXPECT_EQ(EncodedRun::encode(*ArrayRun::make({nested})), nullptr);
+  EXPECT_EQ(EncodedRun::encode(ArrayRun::make({nested})), nullptr);
   EXPECT_EQ(decodeCBOR(bytes), std::nullopt);
   EXPECT_EQ(EncodedRun::decode(bytes), nullptr);
   EXPECT_EQ(decodeCBOR(Data(1'000'000, 0x81)), std::nullopt);

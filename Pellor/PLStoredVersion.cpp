@@ -1,0 +1,86 @@
+#include "Pellor/PLStoredVersion.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Pellor/PLPerson.h"
+
+namespace pellor {
+
+static_assert(PLSlotSnapshot::LeafSize == LongArray::RunSize);
+
+PLStoredVersion::PLStoredVersion(LongArray array, std::vector<Run> runs, PLSlotSnapshot slots, std::uint64_t changes)
+    : _array(std::move(array)), _runs(std::move(runs)), _slots(std::move(slots)), _changes(changes) {}
+
+PLStoredVersion PLStoredVersion::made(const PLStoredVersion& known, PLSlotSnapshot slots, std::uint64_t changes) {
+  const std::vector<bool> differs = known.differingLeaves(slots);
+  std::vector<std::shared_ptr<const ArrayRun>> runs;
+  std::vector<Run> states;
+  runs.reserve(differs.size());
+  states.reserve(differs.size());
+  for (std::size_t index = 0; index < differs.size(); ++index) {
+    const auto leaf = slots.leaf(index);
+    const bool isKnown = !differs[index] && index < known._runs.size() && known._runs[index] != Run::other &&
+                         known._array.runs()[index]->size() == leaf.size() &&
+                         (changes == known._changes || known.holdsFor(leaf));
+    runs.push_back(isKnown ? known._array.runs()[index] : known.makeRun(leaf, index));
+    states.push_back(isKnown ? known._runs[index] : Run::written);
+  }
+  return {LongArray(std::move(runs)), std::move(states), std::move(slots), changes};
+}
+
+// By the numbers of the changes a person is asked for; those that are not its own are no matter.
+bool PLStoredVersion::holdsFor(const Slot& slot) const { return slot == EmptySlot || slot->lastChange() <= _changes; }
+
+bool PLStoredVersion::holdsFor(std::span<const Slot> leaf) const {
+  return std::ranges::all_of(leaf, [this](const Slot& slot) { return holdsFor(slot); });
+}
+
+std::shared_ptr<const ArrayRun> PLStoredVersion::makeRun(std::span<const Slot> leaf, std::size_t index) const {
+  static const Value emptySlot{Dictionary{}};
+  const auto run = index < _runs.size() && _runs[index] != Run::other ? _array.runs()[index] : nullptr;
+  const auto before = run && index < _slots.leafCount() ? _slots.leaf(index) : std::span<const Slot>();
+  std::vector<ArrayRun::Element> elements;
+  elements.reserve(leaf.size());
+  for (std::size_t place = 0; place < leaf.size(); ++place) {
+    const Slot& slot = leaf[place];
+    const bool isKnown = place < before.size() && place < run->size() && before[place] == slot && holdsFor(slot);
+    if (isKnown) {
+      elements.emplace_back(run, place);
+    } else {
+      elements.emplace_back(slot == EmptySlot ? emptySlot : Value(slot->dictionaryRepresentation()));
+    }
+  }
+  return ArrayRun::make(std::move(elements));
+}
+
+std::vector<bool> PLStoredVersion::differingLeaves(const PLSlotSnapshot& slots) const {
+  std::vector<bool> differs(slots.leafCount());
+  slots.forEachDifferingLeaf(_slots, [&](std::uint64_t index) { differs[index] = true; });
+  return differs;
+}
+
+void PLStoredVersion::takeOver(const LongArray& stored) {
+  auto runs = _array.runs();
+  for (std::size_t index = 0; index < runs.size(); ++index) {
+    const bool isThere = index < stored.runs().size() && stored.runs()[index]->isCopyOf(*runs[index]);
+    if (isThere) {
+      runs[index] = stored.runs()[index];
+    } else {
+      _runs[index] = Run::other;
+    }
+  }
+  _array = LongArray(std::move(runs));
+}
+
+PLStoredVersion::Unchanged::Unchanged(const PLStoredVersion& known, const LongArray& array, const PLSlotSnapshot& slots,
+                                      std::uint64_t changes)
+    : _known(known), _array(array), _changes(changes), _differs(known.differingLeaves(slots)) {}
+
+bool PLStoredVersion::Unchanged::operator()(std::size_t index) const {
+  return index < _differs.size() && !_differs[index] && index < _known._runs.size() &&
+         _known._runs[index] == Run::atRest && _known._array.runs()[index] == _array.runs()[index] &&
+         (_changes == _known._changes || _known.holdsFor(_known._slots.leaf(index)));
+}
+
+}  // namespace pellor

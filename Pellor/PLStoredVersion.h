@@ -1,0 +1,69 @@
+// What a process knows of the list in the store, so that neither a save nor a load has to look at all of it.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "Pellor/PLSlotList.h"
+#include "runtime/LongArray.h"
+
+namespace pellor {
+
+/// One version of the stored list, and beside it the version of the slots that it was written from or that it was
+/// merged into. Immutable once it is shared; any thread.
+///
+/// A leaf of the slots and a run of the array have the same size, and what is known is known of a whole run. It holds
+/// for persons as they were when so many changes were counted (PLPersonChanges::changes): a person with a later change
+/// is another one.
+class PLStoredVersion {
+ public:
+  enum class Run : std::uint8_t {
+    other,    ///< some element is not what the person in its slot would be stored as
+    written,  ///< each element is the stored form of the person in its slot
+    atRest,   ///< and to merge it again would change nothing
+  };
+
+  /// Nothing is known.
+  PLStoredVersion() = default;
+  /// What a merge of `array` into the list found: `slots` is the list after it, `changes` the count before it.
+  PLStoredVersion(LongArray array, std::vector<Run> runs, PLSlotSnapshot slots, std::uint64_t changes);
+
+  /// The list to be written for `slots`: runs of which `known` has what would be written are taken over from there, and
+  /// within the others every element of which that holds; only the rest is made. `changes` was counted before.
+  static PLStoredVersion made(const PLStoredVersion& known, PLSlotSnapshot slots, std::uint64_t changes);
+
+  /// After `array` was written: has `stored`, as the store has it now, in place of the runs that were made, as far as
+  /// the store made them from these. Of others nothing is known then.
+  void takeOver(const LongArray& stored);
+
+  const LongArray& array() const { return _array; }
+
+  /// Tells of a merge of another version which of its runs it may pass over, being where it was when it began.
+  class Unchanged {
+   public:
+    Unchanged(const PLStoredVersion& known, const LongArray& array, const PLSlotSnapshot& slots, std::uint64_t changes);
+    /// Whether merging the run of that index would change nothing.
+    bool operator()(std::size_t index) const;
+
+   private:
+    const PLStoredVersion& _known;
+    const LongArray& _array;
+    const std::uint64_t _changes;
+    std::vector<bool> _differs;
+  };
+
+ private:
+  bool holdsFor(std::span<const Slot> leaf) const;
+  bool holdsFor(const Slot& slot) const;
+  std::shared_ptr<const ArrayRun> makeRun(std::span<const Slot> leaf, std::size_t index) const;
+  std::vector<bool> differingLeaves(const PLSlotSnapshot& slots) const;
+
+  LongArray _array;
+  std::vector<Run> _runs;
+  PLSlotSnapshot _slots;
+  std::uint64_t _changes = 0;
+};
+
+}  // namespace pellor
