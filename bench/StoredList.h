@@ -66,7 +66,7 @@ class StoredList {
   const std::size_t _size;
   const WorkFolder _home;
   const UserFolders _folders = foldersOf(_home.path());
-  SQLitePreferences _store;
+  std::optional<SQLitePreferences> _writer;
 };
 
 }  // namespace pellor::bench
