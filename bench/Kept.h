@@ -13,13 +13,13 @@ namespace detail {
 inline std::vector<std::function<void()>> keptThings;
 }
 
-/// The T of that size, constructed from it at the first call.
-template <class T>
-T& kept(std::size_t size) {
+/// The T of that size, constructed from it and `more` at the first call.
+template <class T, class... More>
+T& kept(std::size_t size, More&... more) {
   static std::map<std::size_t, std::unique_ptr<T>> things;
   auto& thing = things[size];
   if (!thing) {
-    thing = std::make_unique<T>(size);
+    thing = std::make_unique<T>(size, more...);
     detail::keptThings.push_back([&thing] { thing.reset(); });
   }
   return *thing;

@@ -5,6 +5,7 @@
 
 #include "bench/Friends.h"
 #include "runtime/Fatal.h"
+#include "runtime/LongArray.h"
 #include "testing/InMemoryAddressBook.h"
 
 namespace pellor::bench {
@@ -65,7 +66,7 @@ std::uint64_t ListProcess::numberOfFriends() const {
 StoredList::StoredList(std::size_t size) : _size(size) {
   write(PLMaxGroupCountKey, size / GroupSize + 1);
   write(PLRefreshAgainstContactsOnInitEnabledKey, false);
-  write(PLFriendListKey, storedList(0, size));
+  write(PLFriendListKey, LongArray(storedList(0, size)));
   _writer.reset();
   // What a first process adds to the store is there for the ones that are measured.
   ListProcess first(_folders);

@@ -13,11 +13,12 @@
 #include "bench/Stopwatch.h"
 #include "bench/StoredList.h"
 #include "linux/SQLiteDatabase.h"
+#include "runtime/LongArray.h"
 
 namespace pellor::bench {
 namespace {
 
-/// A process with a loaded list, whose store another process writes.
+/// A process with a loaded list, whose store other processes write without telling it.
 class SharedList {
  public:
   explicit SharedList(std::size_t size) : _stored(size), _elements(storedList(0, size)), _process(_stored.folders()) {
@@ -30,18 +31,29 @@ class SharedList {
   ListProcess& process() { return _process; }
   std::filesystem::path storeFile() const { return _stored.folders().data / "preferences.sqlite"; }
 
-  /// Lets the other process write a list and this one take it over: the state in which a benchmark begins.
+  /// Lets another process write a list.
+  void write(const Array& elements) { _stored.write(PLFriendListKey, LongArray(elements)); }
+
+  /// Lets another process change the friend in the middle of the list.
+  void changeOneFriend() {
+    ListProcess& editor = kept<Editor>(_stored.size(), _stored).process;
+    const auto scope = editor.enter();
+    editor.manager().reloadFriendList();
+    const auto& pages = editor.manager().friendGroups();
+    pages[pages.size() / 2]->friendAtPosition(5)->setPreferredReplyAs("edition " + std::to_string(++_edition));
+    editor.settle();
+  }
+
+  /// Lets another process write a list and this one take it over: the state in which a benchmark begins.
   void become(const Array& elements) {
     const auto scope = _process.enter();
-    _stored.write(PLFriendListKey, elements);
+    write(elements);
     reload();
     _process.settle();
   }
 
-  /// Lets the other process write a list, and times how this one takes it over.
-  void timeReload(benchmark::State& state, const Array& elements) {
+  void timeReload(benchmark::State& state) {
     const auto scope = _process.enter();
-    _stored.write(PLFriendListKey, elements);
     const std::uint64_t before = _process.notifications();
     time(state, [this] { reload(); });
     state.counters["notifications"] = static_cast<double>(_process.notifications() - before);
@@ -54,9 +66,22 @@ class SharedList {
   }
 
  private:
+  /// A process that posts its changes under a name that nobody listens to.
+  struct Editor {
+    explicit Editor(std::size_t, StoredList& stored) : process(stored.folders()) {
+      const auto scope = process.enter();
+      stored.write(PLFriendsChangedExternallyNotificationKey, "org.tapnote.bench.nobody");
+      process.load();
+      stored.write(PLFriendsChangedExternallyNotificationKey, std::string(PLFriendsChangedExternallyNotification));
+      process.settle();
+    }
+    ListProcess process;
+  };
+
   StoredList _stored;
   const Array _elements;
   ListProcess _process;
+  std::uint64_t _edition = 0;
 };
 
 SharedList& listFor(const benchmark::State& state) {
@@ -108,21 +133,12 @@ BENCHMARK(dataVersion)->Arg(240)->Iterations(20'000);
 BENCHMARK(dataVersion)->Arg(24'000)->Iterations(20'000);
 BENCHMARK(dataVersion)->Arg(240'000)->Iterations(20'000);
 
-Value renamed(const Value& element, std::uint64_t edition) {
-  Dictionary form = *element.dictionary();
-  form.insert_or_assign("Name", "Édith Neuland-" + std::to_string(edition));
-  return form;
-}
-
 void reloadOneChanged(benchmark::State& state) {
   SharedList& list = listFor(state);
   list.become(list.elements());
-  Array elements = list.elements();
-  static std::uint64_t edition = 0;
   for (auto _ : state) {
-    Value& middle = elements[elements.size() / 2];
-    middle = renamed(middle, ++edition);
-    list.timeReload(state, elements);
+    list.changeOneFriend();
+    list.timeReload(state);
   }
 }
 BENCHMARK(reloadOneChanged)->Arg(240)->Iterations(20)->UseManualTime();
@@ -136,7 +152,8 @@ void reloadReversed(benchmark::State& state) {
   Array next(now.rbegin(), now.rend());
   for (auto _ : state) {
     now.swap(next);
-    list.timeReload(state, now);
+    list.write(now);
+    list.timeReload(state);
   }
 }
 BENCHMARK(reloadReversed)->Arg(240)->Iterations(20)->UseManualTime();
@@ -160,7 +177,8 @@ void reloadShuffled(benchmark::State& state) {
   Array next = shuffledWithNewPeople(now);
   for (auto _ : state) {
     now.swap(next);
-    list.timeReload(state, now);
+    list.write(now);
+    list.timeReload(state);
   }
 }
 BENCHMARK(reloadShuffled)->Arg(240)->Iterations(20)->UseManualTime();

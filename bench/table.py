@@ -71,7 +71,8 @@ MS = 1e6
 ROWS = [
     Row("load a stored list", "bench_list", "load/{}", every(ratio(3)), [(1, "plainDecode/{}")], exponent=1.25),
     Row("load: numbers parsed", "bench_list", "load/{}", every(absolute(0)), counter="parses", unit="count"),
-    Row("load: calls for the phone library", "bench_list", "load/{}", every(absolute(0)), counter="starts", unit="count"),
+    Row("load: calls for the phone library", "bench_list", "load/{}", every(absolute(0)), counter="starts",
+        unit="count"),
     Row("reload, nothing changed: to the query", "bench_list", "reloadUnchanged/{}", {240: ratio(10)},
         [(1, "dataVersion/{}")]),
     Row("reload, nothing changed: to the load", "bench_list", "reloadUnchanged/{}", {240_000: ratio(0.02)}, LOAD),
@@ -207,6 +208,28 @@ def yardstick_of(row, size, values):
     return sum(factor * value for factor, value in parts)
 
 
+def shown_bar(row, kind, limit):
+    return {"": "-", "ratio": f"{limit} x", "value": amount(limit or 0, row.unit)}[kind]
+
+
+def verdict(kind, limit, value, quotient):
+    """Whether the bar holds; absent without one, and when its yardstick was not measured."""
+    measured = {"": None, "ratio": quotient, "value": value}[kind]
+    if measured is None:
+        return "-"
+    return "yes" if measured <= limit else "NO"
+
+
+def growth(row, size, value, before):
+    """The exponent from the size before to this one."""
+    if not before or row.unit == "count" or value <= 0 or before[1] <= 0:
+        return "-"
+    exponent = math.log(value / before[1]) / math.log(size / before[0])
+    if not row.exponent:
+        return f"{exponent:.2f}"
+    return f"{exponent:.2f} (bar {row.exponent}{'' if exponent <= row.exponent else ': NO'})"
+
+
 def lines_of(row, values):
     before = None
     for size in row.sizes:
@@ -215,18 +238,12 @@ def lines_of(row, values):
         if value is None:
             continue
         yardstick = yardstick_of(row, size, values)
-        kind, limit = row.bars.get(size, ("", None))
         quotient = value / yardstick if yardstick else None
-        bar = {"": "-", "ratio": f"{limit} x", "value": amount(limit or 0, row.unit)}[kind]
-        holds = {"": None, "ratio": quotient is not None and quotient <= (limit or 0), "value": value <= (limit or 0)}[kind]
-        growth = math.log(value / before[1]) / math.log(size / before[0]) if before and value > 0 and before[1] > 0 else None
-        grows_well = growth is None or not row.exponent or growth <= row.exponent
+        kind, limit = row.bars.get(size, ("", None))
         yield [row.title, f"{size:,}" if size else "-", amount(value, row.unit),
-               amount(yardstick, row.unit) if yardstick else "-", f"{quotient:.3g}" if quotient else "-", bar,
-               "-" if holds is None else "yes" if holds else "NO",
-               "-" if growth is None or row.unit == "count" else
-               f"{growth:.2f}" + (f" (bar {row.exponent}{'' if grows_well else ': NO'})" if row.exponent else "")]
-        before = (size, value) if size else None
+               amount(yardstick, row.unit) if yardstick else "-", f"{quotient:.3g}" if quotient else "-",
+               shown_bar(row, kind, limit), verdict(kind, limit, value, quotient), growth(row, size, value, before)]
+        before = (size, value)
 
 
 HEADINGS = ["what", "friends", "median", "yardstick", "ratio", "bar", "holds", "growth"]
