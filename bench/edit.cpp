@@ -85,40 +85,46 @@ BENCHMARK(editToDisk)->Arg(240)->Iterations(50)->UseManualTime();
 BENCHMARK(editToDisk)->Arg(24'000)->Iterations(5)->UseManualTime();
 BENCHMARK(editToDisk)->Arg(240'000)->Iterations(2)->UseManualTime();
 
-/// Another process of the same user that reports what it is told of.
-class Listener {
+/// A list of its own, and another process of its user that reports what it is told of.
+class NotifiedList {
  public:
-  explicit Listener(std::size_t size)
-      : _program({benchProgram("bench_listener"), "changes", kept<EditedList>(size).stored().home().string()}) {
-    require(_program.readLine() == "ready", "a listener that is ready");
+  explicit NotifiedList(std::size_t size)
+      : _list(size), _listener({benchProgram("bench_listener"), "changes", _list.stored().home().string()}) {
+    require(_listener.readLine() == "ready", "a listener that is ready");
   }
 
-  /// Waits until it was told of a list with that many friends, and gives when that was.
-  Stopwatch::Clock::time_point whenToldOf(std::uint64_t friends) {
-    std::int64_t time = 0;
-    std::uint64_t count = 0;
-    while (count != friends) std::istringstream(_program.readLine()) >> time >> count;
-    return Stopwatch::Clock::time_point(Stopwatch::Clock::duration(time));
+  EditedList& list() { return _list; }
+
+  /// Does the edit, and waits until the listener was told of a list with that many friends. Gives how long that took.
+  template <class Edit>
+  std::chrono::duration<double> timeUntilToldOf(std::uint64_t friends, Edit edit) {
+    const auto begin = Stopwatch::Clock::now();
+    edit();
+    _list.process().settle();
+    return whenToldOf(friends) - begin;
   }
 
  private:
-  ChildProgram _program;
+  Stopwatch::Clock::time_point whenToldOf(std::uint64_t friends) {
+    std::int64_t time = 0;
+    std::uint64_t count = 0;
+    while (count != friends) std::istringstream(_listener.readLine()) >> time >> count;
+    return Stopwatch::Clock::time_point(Stopwatch::Clock::duration(time));
+  }
+
+  EditedList _list;
+  ChildProgram _listener;
 };
 
 void editToNotification(benchmark::State& state) {
-  EditedList& list = listFor(state);
-  auto& listener = kept<Listener>(static_cast<std::size_t>(state.range(0)));
+  auto& notified = kept<NotifiedList>(static_cast<std::size_t>(state.range(0)));
+  EditedList& list = notified.list();
   const auto scope = list.process().enter();
   const std::uint64_t friends = list.process().numberOfFriends();
   for (auto _ : state) {
-    list.makeRoom();
-    listener.whenToldOf(friends - 1);
+    notified.timeUntilToldOf(friends - 1, [&list] { list.makeRoom(); });
     const auto person = list.newPerson();
-    const auto begin = Stopwatch::Clock::now();
-    list.put(person);
-    list.process().settle();
-    const std::chrono::duration<double> duration = listener.whenToldOf(friends) - begin;
-    state.SetIterationTime(duration.count());
+    state.SetIterationTime(notified.timeUntilToldOf(friends, [&] { list.put(person); }).count());
   }
 }
 BENCHMARK(editToNotification)->Arg(240)->Iterations(50)->UseManualTime();

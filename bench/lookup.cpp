@@ -28,7 +28,8 @@ struct AskedList {
       for (const auto& person : page->friends()) {
         if (!person) continue;
         persons.push_back(person);
-        for (const std::string& destination : *person->allValues()) destinations.push_back({destination});
+        const auto values = person->allValues();
+        for (const std::string& destination : *values) destinations.push_back({destination});
       }
     }
     std::ranges::shuffle(persons, random);
