@@ -5,8 +5,8 @@ usage: table.py FOLDER [--markdown FILE] [--rows TEXT] [--load FILE]
 
 FOLDER holds the programs. --rows runs and prints only the rows whose title has TEXT in it. --markdown also writes the
 table into FILE, between its two marks. --load prints the results of an earlier run, which each run leaves in
-FOLDER/results.json. BENCH_QUICK=1: three rounds in place of seven, and no list of 240,000. BENCH_IDLE_SECONDS: how long
-the idle process is watched. The exit code says whether the programs ran, never how fast.
+FOLDER/results.json. BENCH_QUICK=1: three rounds in place of seven, and no list of 240,000. BENCH_ROUNDS: another number
+of rounds. BENCH_IDLE_SECONDS: how long the idle process is watched. The exit code says whether the programs ran, never how fast.
 """
 
 import argparse
@@ -23,7 +23,7 @@ from dataclasses import dataclass, field
 from pathlib import Path
 
 QUICK = os.environ.get("BENCH_QUICK") == "1"
-ROUNDS = 3 if QUICK else 7
+ROUNDS = int(os.environ.get("BENCH_ROUNDS", 3 if QUICK else 7))
 SIZES = (240, 24_000) if QUICK else (240, 24_000, 240_000)
 ALL_SIZES = (240, 24_000, 240_000)
 
