@@ -65,10 +65,12 @@ void ContactIndex::open(IndexCheck check) {
 void ContactIndex::findFolder() {
   const std::string path = _options.contactsFolder.string();
   const auto find = [&] {
-    const auto row = _statements->use("SELECT folder FROM folders WHERE path=?");
+    const auto row = _statements->use("SELECT folder, uid FROM folders WHERE path=?");
     row->bind(1, path);
-    _folder = row->step() ? row->integer(0) : 0;
-    return _folder != 0;
+    const bool isKnown = row->step();
+    _folder = isKnown ? row->integer(0) : 0;
+    _uid = isKnown ? row->text(1) : std::string();
+    return isKnown;
   };
   if (find()) return;
   SQLiteTransaction transaction(_statements->database(), SQLiteTransaction::Kind::write);
@@ -179,6 +181,7 @@ void ContactIndex::apply(const FolderChange& change) {
   if (update.hasChanged()) {
     const std::int64_t sequence = raiseSequence(*_statements);
     _statements->use("UPDATE folders SET sequence=? WHERE folder=?")->bind(1, sequence).bind(2, _folder).run();
+    update.stampChanges(sequence);
   }
   transaction.commit();
   _filesRead += update.filesRead();
@@ -219,9 +222,7 @@ std::string ContactIndex::databaseUID() {
   std::string uid;
   attempt([&] {
     database();
-    const auto row = _statements->use("SELECT uid FROM folders WHERE folder=?");
-    row->bind(1, _folder);
-    uid = row->step() ? row->text(0) : std::string();
+    uid = _uid;
   });
   return uid;
 }
@@ -248,9 +249,32 @@ IndexedContact contactOfRow(const SQLiteStatement& row) {
   return contact;
 }
 
-std::string contactQuery(std::string_view condition) {
-  return "SELECT id, guid, link, " + std::string(CardColumns) + " FROM cards WHERE folder=? AND " +
-         std::string(condition);
+std::string contactQuery(std::string_view source, std::string_view condition) {
+  return "SELECT cards.id, guid, link, " + std::string(CardColumns) + " FROM " + std::string(source) +
+         " WHERE folder=? AND " + std::string(condition);
+}
+
+bool isControl(char character) { return static_cast<unsigned char>(character) < 0x20; }
+
+// Texts with control characters, which no card has, are left out.
+std::string jsonOfTexts(std::span<const std::string_view> texts) {
+  std::string json = "[";
+  for (const std::string_view text : texts) {
+    if (std::any_of(text.begin(), text.end(), isControl)) continue;
+    json += json.size() > 1 ? ",\"" : "\"";
+    for (const char character : text) {
+      if (character == '"' || character == '\\') json += '\\';
+      json += character;
+    }
+    json += '"';
+  }
+  return json += ']';
+}
+
+std::string jsonOfNumbers(std::span<const std::int32_t> numbers) {
+  std::string json = "[";
+  for (const std::int32_t number : numbers) json += (json.size() > 1 ? "," : "") + std::to_string(number);
+  return json += ']';
 }
 
 }  // namespace
@@ -267,13 +291,52 @@ std::optional<IndexedContact> ContactIndex::contact(std::string_view query, cons
 }
 
 std::optional<IndexedContact> ContactIndex::contactWithID(std::int32_t recordID) {
-  static const std::string query = contactQuery("id=?");
+  static const std::string query = contactQuery("cards", "id=?");
   return contact(query, [&](SQLiteStatement& row) { row.bind(2, std::int64_t{recordID}); });
 }
 
 std::optional<IndexedContact> ContactIndex::contactWithGUID(std::string_view guid) {
-  static const std::string query = contactQuery("guid=?");
+  static const std::string query = contactQuery("cards", "guid=?");
   return contact(query, [&](SQLiteStatement& row) { row.bind(2, guid); });
+}
+
+// The list that is asked for goes in as one parameter: one statement, whatever its length.
+std::vector<IndexedContact> ContactIndex::contacts(std::string_view query, const std::string& asked) {
+  std::vector<IndexedContact> found;
+  attempt([&] {
+    found.clear();
+    database();
+    const auto row = _statements->use(query);
+    row->bind(1, asked).bind(2, _folder);
+    while (row->step()) found.push_back(contactOfRow(*row.operator->()));
+  });
+  return found;
+}
+
+std::vector<IndexedContact> ContactIndex::contactsWithGUIDs(std::span<const std::string_view> guids) {
+  static const std::string query = contactQuery("json_each(?) AS asked CROSS JOIN cards", "guid=asked.value");
+  return contacts(query, jsonOfTexts(guids));
+}
+
+std::vector<IndexedContact> ContactIndex::contactsOfLinkedSets(std::span<const std::int32_t> linkIDs) {
+  static const std::string query =
+      contactQuery("json_each(?) AS asked CROSS JOIN cards", "link=asked.value ORDER BY link, cards.id");
+  return contacts(query, jsonOfNumbers(linkIDs));
+}
+
+std::optional<std::vector<std::string>> ContactIndex::guidsChangedSince(std::int32_t sequence, std::size_t limit) {
+  // Numbers begin anew some day, and with a new index.
+  if (sequence < 1 || sequence > sequenceNumber()) return std::nullopt;
+  std::vector<std::string> guids;
+  const bool couldRead = attempt([&] {
+    guids.clear();
+    const auto row = _statements->use("SELECT guid FROM identities WHERE folder=? AND sequence>? LIMIT ?");
+    row->bind(1, _folder).bind(2, std::int64_t{sequence}).bind(3, static_cast<std::int64_t>(limit) + 1);
+    while (row->step()) guids.push_back(row->text(0));
+  });
+  if (!couldRead || guids.size() > limit) return std::nullopt;
+  std::sort(guids.begin(), guids.end());
+  return guids;
 }
 
 std::vector<std::int32_t> ContactIndex::recordIDs(std::string_view query, const Binding& bind) {

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -76,6 +77,15 @@ class ContactIndex {
   std::vector<std::int32_t> recordIDsOfLinkedSet(std::int32_t linkID);
   std::vector<std::int32_t> favoriteRecordIDs();
 
+  // Many at once, by one query; those that are there, in any order.
+  std::vector<IndexedContact> contactsWithGUIDs(std::span<const std::string_view> guids);
+  /// Each set ascending.
+  std::vector<IndexedContact> contactsOfLinkedSets(std::span<const std::int32_t> linkIDs);
+
+  /// The GUIDs, ascending, of the contacts that came, went or changed after that sequence number of this folder, and of
+  /// those that were or are linked with one of them. Absent when this cannot be told, and for more than `limit`.
+  std::optional<std::vector<std::string>> guidsChangedSince(std::int32_t sequence, std::size_t limit);
+
  private:
   using Binding = std::function<void(SQLiteStatement&)>;
 
@@ -93,6 +103,7 @@ class ContactIndex {
   std::string derivation() const;
   const SQLiteDatabase& database() const;
   std::optional<IndexedContact> contact(std::string_view query, const Binding& bind);
+  std::vector<IndexedContact> contacts(std::string_view query, const std::string& asked);
   std::vector<std::int32_t> recordIDs(std::string_view query, const Binding& bind);
 
   ContactIndexOptions _options;
@@ -100,6 +111,7 @@ class ContactIndex {
   std::unique_ptr<SQLiteStatements> _statements;
   bool _isInMemory = false;
   std::int64_t _folder = 0;
+  std::string _uid;
   int _readers = 0;
   std::optional<std::string> _failure;
   bool _hasFailedWhileReading = false;

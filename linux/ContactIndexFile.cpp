@@ -19,17 +19,19 @@ namespace {
 
 constexpr const char* FileName = "contacts-index.sqlite";
 constexpr double BusySeconds = 30;
-constexpr std::int64_t LayoutVersion = 1;
+constexpr std::int64_t LayoutVersion = 2;
 constexpr std::int32_t HighestFirstSequence = 1 << 30;
 
 // `claim` is what a card would be called if no other file had the same: its UID, else its file's name. `problem` is why
-// the file cannot be used as it is now; the last good content stays.
+// the file cannot be used as it is now; the last good content stays. The sequence of an identity is that of the last
+// change of its record or of one that it is or was linked with; identities stay when their records go.
 constexpr std::array Tables = {
     "CREATE TABLE counter (sequence INTEGER NOT NULL)",
     "CREATE TABLE folders (folder INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, uid TEXT NOT NULL,"
     " sequence INTEGER NOT NULL, derivation TEXT NOT NULL)",
     "CREATE TABLE identities (id INTEGER PRIMARY KEY AUTOINCREMENT, folder INTEGER NOT NULL, guid TEXT NOT NULL,"
-    " UNIQUE (folder, guid))",
+    " sequence INTEGER NOT NULL DEFAULT 0, UNIQUE (folder, guid))",
+    "CREATE INDEX identities_by_sequence ON identities (folder, sequence)",
     "CREATE TABLE cards (card INTEGER PRIMARY KEY, folder INTEGER NOT NULL, file TEXT NOT NULL,"
     " inode INTEGER, size INTEGER, modified INTEGER, changed INTEGER, hash INTEGER, problem TEXT,"
     " claim TEXT, guid TEXT, id INTEGER, link INTEGER NOT NULL DEFAULT -1, kind INTEGER, given TEXT, family TEXT,"

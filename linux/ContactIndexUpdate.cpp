@@ -21,6 +21,8 @@ void bindSignature(SQLiteStatement& statement, int parameter, const FileSignatur
     statement.bind(parameter++, part);
 }
 
+std::int32_t recordIn(const SQLiteStatement& row, int column) { return static_cast<std::int32_t>(row.integer(column)); }
+
 FileSignature signatureOfRow(const SQLiteStatement& row, int column) {
   return {row.integer(column), row.integer(column + 1), row.integer(column + 2), row.integer(column + 3)};
 }
@@ -36,11 +38,11 @@ std::map<std::string, FileSignature> indexedSignatures(SQLiteStatements& stateme
 }
 
 struct ContactIndexUpdate::Stored {
-  bool exists = false;
-  bool hasCard = false;
+  std::int32_t record = 0;  // none without a card
   std::int64_t hash = 0;
   std::string problem;
   std::string claim;
+  bool hasCard() const { return record != 0; }
 };
 
 std::map<std::string, FileSignature> ContactIndexUpdate::indexed(const FolderChange& change) {
@@ -74,16 +76,17 @@ void ContactIndexUpdate::bringInStep(const std::map<std::string, FileSignature>&
 }
 
 ContactIndexUpdate::Stored ContactIndexUpdate::storedFile(const std::string& file) {
-  const auto row = _statements.use("SELECT id IS NOT NULL, hash, problem, claim FROM cards WHERE folder=? AND file=?");
+  const auto row = _statements.use("SELECT id, hash, problem, claim FROM cards WHERE folder=? AND file=?");
   row->bind(1, _folder).bind(2, file);
   if (!row->step()) return {};
-  return {true, row->integer(0) != 0, row->integer(1), row->text(2), row->text(3)};
+  return {recordIn(*row.operator->(), 0), row->integer(1), row->text(2), row->text(3)};
 }
 
 void ContactIndexUpdate::removeFile(const std::string& file) {
   const Stored stored = storedFile(file);
-  if (stored.hasCard) {
+  if (stored.hasCard()) {
     touch(stored.claim);
+    markChanged(stored.record);
     _hasChanged = true;
   }
   const auto statement = _statements.use("DELETE FROM cards WHERE folder=? AND file=?");
@@ -96,7 +99,7 @@ void ContactIndexUpdate::readFile(const std::string& file) {
   if (content.isMissing) return removeFile(file);
   const Stored stored = storedFile(file);
   if (!content.text) return storeProblem(file, stored, content);
-  if (stored.hasCard && stored.hash == contentHash(*content.text)) return storeSignature(file, content.signature);
+  if (stored.hasCard() && stored.hash == contentHash(*content.text)) return storeSignature(file, content.signature);
   CardReading reading = readContactCard(*content.text);
   content.problem = reading.problem;
   if (!reading.card) return storeProblem(file, stored, content);
@@ -112,7 +115,7 @@ void ContactIndexUpdate::addFile(const std::string& file) {
 // away for a moment would cost a friend its link.
 void ContactIndexUpdate::storeProblem(const std::string& file, const Stored& stored,
                                       const ContactFileContent& content) {
-  const std::string kept = stored.hasCard ? "; its last good content is used" : "";
+  const std::string kept = stored.hasCard() ? "; its last good content is used" : "";
   if (content.problem != stored.problem) _lines.push_back({file, "is ignored: " + content.problem + kept});
   addFile(file);
   const auto statement =
@@ -143,7 +146,10 @@ void ContactIndexUpdate::storeCard(const std::string& file, const Stored& stored
     statement->bind(next, _folder).bind(next + 1, file).run();
   }
   touch(claim);
-  if (stored.hasCard) touch(stored.claim);
+  if (stored.hasCard()) {
+    touch(stored.claim);
+    markChanged(stored.record);
+  }
   const auto row = _statements.use("SELECT card FROM cards WHERE folder=? AND file=?");
   row->bind(1, _folder).bind(2, file).step();
   _changedCards.insert(row->integer(0));
@@ -153,6 +159,18 @@ void ContactIndexUpdate::storeCard(const std::string& file, const Stored& stored
 
 void ContactIndexUpdate::touch(const std::string& claim) {
   if (_knownClaims.insert(claim).second) _claims.push_back(claim);
+}
+
+void ContactIndexUpdate::stampChanges(std::int64_t sequence) {
+  for (const std::int32_t record : _changedRecords) {
+    const auto statement = _statements.use("UPDATE identities SET sequence=? WHERE id=?");
+    statement->bind(1, sequence).bind(2, std::int64_t{record}).run();
+  }
+}
+
+void ContactIndexUpdate::markChanged(std::int32_t record) {
+  if (_changedRecords.empty()) _formerLinks = storedLinks();
+  _changedRecords.insert(record);
 }
 
 void ContactIndexUpdate::finish() {
@@ -166,12 +184,14 @@ void ContactIndexUpdate::settleClaim(const std::string& claim) {
     std::int64_t card;
     std::string file;
     std::string guid;
+    std::int32_t record;
   };
   std::vector<Claimant> claimants;
   {
-    const auto row = _statements.use("SELECT card, file, guid FROM cards WHERE folder=? AND claim=? ORDER BY file");
+    const auto row = _statements.use("SELECT card, file, guid, id FROM cards WHERE folder=? AND claim=? ORDER BY file");
     row->bind(1, _folder).bind(2, claim);
-    while (row->step()) claimants.push_back({row->integer(0), row->text(1), row->text(2)});
+    while (row->step())
+      claimants.push_back({row->integer(0), row->text(1), row->text(2), recordIn(*row.operator->(), 3)});
   }
   for (const Claimant& claimant : claimants) {
     const std::string& first = claimants.front().file;
@@ -180,21 +200,23 @@ void ContactIndexUpdate::settleClaim(const std::string& claim) {
     if (guid == claimant.guid) continue;
     if (claimant.file != first)
       _lines.push_back({claimant.file, "repeats the UID of " + first + " and gets its name for one"});
-    const std::int64_t identity = identityOf(guid);
+    const std::int32_t identity = identityOf(guid);
+    markChanged(identity);
+    if (claimant.record != 0) markChanged(claimant.record);
     const auto statement = _statements.use("UPDATE cards SET guid=?, id=? WHERE card=?");
-    statement->bind(1, guid).bind(2, identity).bind(3, claimant.card).run();
+    statement->bind(1, guid).bind(2, std::int64_t{identity}).bind(3, claimant.card).run();
   }
 }
 
-std::int64_t ContactIndexUpdate::identityOf(const std::string& guid) {
+std::int32_t ContactIndexUpdate::identityOf(const std::string& guid) {
   {
     const auto row = _statements.use("SELECT id FROM identities WHERE folder=? AND guid=?");
     row->bind(1, _folder).bind(2, guid);
-    if (row->step()) return row->integer(0);
+    if (row->step()) return recordIn(*row.operator->(), 0);
   }
   const auto statement = _statements.use("INSERT INTO identities (folder, guid) VALUES (?, ?) RETURNING id");
   statement->bind(1, _folder).bind(2, guid).step();
-  return statement->integer(0);
+  return recordIn(*statement.operator->(), 0);
 }
 
 void ContactIndexUpdate::deriveOthers() {
@@ -243,7 +265,7 @@ std::int32_t ContactIndexUpdate::recordNamed(const std::string& name) {
   for (const std::string& guid : {name, tail, "urn:uuid:" + tail}) {
     const auto row = _statements.use("SELECT id FROM cards WHERE folder=? AND guid=?");
     row->bind(1, _folder).bind(2, guid);
-    if (row->step()) return static_cast<std::int32_t>(row->integer(0));
+    if (row->step()) return recordIn(*row.operator->(), 0);
   }
   return InvalidRecordID;
 }
@@ -257,6 +279,14 @@ std::vector<std::int32_t> ContactIndexUpdate::recordsNamed(const std::vector<std
   return records;
 }
 
+std::map<std::int32_t, std::int32_t> ContactIndexUpdate::storedLinks() {
+  std::map<std::int32_t, std::int32_t> links;
+  const auto row = _statements.use("SELECT id, link FROM cards WHERE folder=? AND link>-1");
+  row->bind(1, _folder);
+  while (row->step()) links.emplace(recordIn(*row.operator->(), 0), recordIn(*row.operator->(), 1));
+  return links;
+}
+
 void ContactIndexUpdate::settleLinks() {
   _statements.use("UPDATE cards SET link=-1 WHERE folder=? AND link>-1")->bind(1, _folder).run();
   std::vector<LinkStatement> said;
@@ -265,10 +295,12 @@ void ContactIndexUpdate::settleLinks() {
         _statements.use("SELECT id, links, antilinks FROM cards WHERE folder=? AND (links<>'' OR antilinks<>'')");
     row->bind(1, _folder);
     while (row->step())
-      said.push_back({static_cast<std::int32_t>(row->integer(0)), recordsNamed(namesOfColumn(row->text(1))),
+      said.push_back({recordIn(*row.operator->(), 0), recordsNamed(namesOfColumn(row->text(1))),
                       recordsNamed(namesOfColumn(row->text(2)))});
   }
-  for (const auto& [record, set] : linkedSets(said)) {
+  const std::map<std::int32_t, std::int32_t> links = linkedSets(said);
+  _changedRecords = affectedRecords(_changedRecords, _formerLinks, links);
+  for (const auto& [record, set] : links) {
     const auto statement = _statements.use("UPDATE cards SET link=? WHERE folder=? AND id=?");
     statement->bind(1, std::int64_t{set}).bind(2, _folder).bind(3, std::int64_t{record}).run();
   }

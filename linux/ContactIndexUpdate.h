@@ -33,6 +33,8 @@ class ContactIndexUpdate {
 
   /// Whether a contact came, went or changed.
   bool hasChanged() const { return _hasChanged; }
+  /// Notes the number under which these changes, and those of linked records, are asked for later.
+  void stampChanges(std::int64_t sequence);
   std::size_t filesRead() const { return _filesRead; }
   const std::vector<Line>& lines() const { return _lines; }
 
@@ -48,13 +50,15 @@ class ContactIndexUpdate {
   void storeCard(const std::string& file, const Stored& stored, const ContactFileContent& content, CardReading reading);
   void addFile(const std::string& file);
   void touch(const std::string& claim);
+  void markChanged(std::int32_t record);
   void finish();
   void settleClaim(const std::string& claim);
-  std::int64_t identityOf(const std::string& guid);
+  std::int32_t identityOf(const std::string& guid);
   void derive(std::int64_t card);
   void addDestination(std::int64_t card, const std::string& value);
   void addName(std::int64_t card, const std::string& name);
   void settleLinks();
+  std::map<std::int32_t, std::int32_t> storedLinks();
   std::int32_t recordNamed(const std::string& name);
   std::vector<std::int32_t> recordsNamed(const std::vector<std::string>& names);
 
@@ -64,6 +68,8 @@ class ContactIndexUpdate {
   std::vector<std::string> _claims;  ///< whose files may have a new order; as met, so that identifiers follow the files
   std::set<std::string> _knownClaims;
   std::set<std::int64_t> _changedCards;  ///< whose names and destinations are out of date
+  std::set<std::int32_t> _changedRecords;
+  std::map<std::int32_t, std::int32_t> _formerLinks;  ///< as they were before the first of the changed records
   bool _hasChanged = false;
   std::size_t _filesRead = 0;
   std::vector<Line> _lines;

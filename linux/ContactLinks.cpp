@@ -1,7 +1,6 @@
 #include "linux/ContactLinks.h"
 
 #include <algorithm>
-#include <set>
 #include <utility>
 
 namespace pellor {
@@ -67,6 +66,32 @@ std::map<std::int32_t, std::int32_t> linkedSets(const std::vector<LinkStatement>
   for (const auto& [one, other] : links) sets.link(one, other);
   sets.dropSingles();
   return sets.result();
+}
+
+namespace {
+
+// All members of those sets of `sets` that have a changed member, or one that `others` has elsewhere.
+void addAffected(std::set<std::int32_t>& affected, const std::set<std::int32_t>& changed,
+                 const std::map<std::int32_t, std::int32_t>& sets, const std::map<std::int32_t, std::int32_t>& others) {
+  std::set<std::int32_t> affectedSets;
+  for (const auto& [record, set] : sets) {
+    const auto other = others.find(record);
+    if (other == others.end() || other->second != set || changed.contains(record)) affectedSets.insert(set);
+  }
+  for (const auto& [record, set] : sets) {
+    if (affectedSets.contains(set)) affected.insert(record);
+  }
+}
+
+}  // namespace
+
+std::set<std::int32_t> affectedRecords(const std::set<std::int32_t>& changed,
+                                       const std::map<std::int32_t, std::int32_t>& formerSets,
+                                       const std::map<std::int32_t, std::int32_t>& sets) {
+  std::set<std::int32_t> affected = changed;
+  addAffected(affected, changed, formerSets, sets);
+  addAffected(affected, changed, sets, formerSets);
+  return affected;
 }
 
 }  // namespace pellor

@@ -119,6 +119,7 @@ std::optional<MultiValue> VdirContactRecord::copyMultiValue(RecordProperty prope
 
 void VdirContactRecord::setRecordValue(RecordProperty property, RecordValue value) {
   _isEdited = true;
+  if (const auto handle = _handle.lock()) handle->_hasEditedRecords = true;
   if (auto* values = std::get_if<MultiValue>(&value)) {
     if (property == RecordProperty::phone) _phones = std::move(*values);
     if (property == RecordProperty::email) _emails = std::move(*values);

@@ -65,10 +65,16 @@ std::vector<RecordRef> VdirHandle::records(const std::vector<std::int32_t>& reco
 }
 
 std::vector<RecordRef> VdirHandle::linkedSet(std::int32_t linkID) {
+  if (const auto known = _bulk.linkedSets.find(linkID); known != _bulk.linkedSets.end()) return known->second;
   return records(_index->recordIDsOfLinkedSet(linkID));
 }
 
-RecordRef VdirHandle::copyPersonMatchingGUID(std::string_view guid) { return record(_index->contactWithGUID(guid)); }
+RecordRef VdirHandle::copyPersonMatchingGUID(std::string_view guid) {
+  if (!_bulk.byGUID.empty()) {
+    if (const auto known = _bulk.byGUID.find(std::string(guid)); known != _bulk.byGUID.end()) return known->second;
+  }
+  return record(_index->contactWithGUID(guid));
+}
 
 RecordRef VdirHandle::personForRecordID(std::int32_t recordID) { return record(_index->contactWithID(recordID)); }
 
@@ -83,6 +89,37 @@ std::optional<std::vector<RecordRef>> VdirHandle::orderedPeopleForDestination(st
 }
 
 std::vector<RecordRef> VdirHandle::allPeople() { return records(_index->allRecordIDs()); }
+
+VdirHandle::Bulk VdirHandle::readInBulk(std::span<const std::string_view> guids) {
+  Bulk bulk;
+  std::vector<std::int32_t> sets;
+  for (IndexedContact& contact : _index->contactsWithGUIDs(guids)) {
+    const std::int32_t set = contact.linkID;
+    if (set != InvalidRecordID && bulk.linkedSets.try_emplace(set).second) sets.push_back(set);
+    std::string guid = contact.guid;
+    bulk.byGUID.emplace(std::move(guid), record(std::move(contact)));
+  }
+  if (sets.empty()) return bulk;
+  for (IndexedContact& contact : _index->contactsOfLinkedSets(sets)) {
+    std::vector<RecordRef>& people = bulk.linkedSets[contact.linkID];
+    people.push_back(record(std::move(contact)));
+  }
+  // A record without those that it is linked with would look like one that lost them.
+  if (_index->hasFailedWhileReading()) return {};
+  return bulk;
+}
+
+void VdirHandle::withPeopleMatchingGUIDs(std::span<const std::string_view> guids, const std::function<void()>& work) {
+  _bulk = readInBulk(guids);
+  work();
+  _bulk = {};
+}
+
+std::optional<std::vector<std::string>> VdirHandle::guidsOfPeopleChangedSince(std::int32_t sequenceNumber,
+                                                                              std::size_t limit) {
+  if (_hasEditedRecords) return std::nullopt;
+  return _index->guidsChangedSince(sequenceNumber, limit);
+}
 
 std::vector<RecordRef> VdirHandle::markedFavorites() {
   struct Favorite {

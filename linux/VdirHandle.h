@@ -6,8 +6,10 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "linux/ContactIndex.h"
@@ -34,6 +36,9 @@ class VdirHandle final : public AddressBook, public std::enable_shared_from_this
   std::optional<std::vector<RecordRef>> copyPeopleMatchingName(std::string_view name) override;
   std::optional<std::vector<RecordRef>> orderedPeopleForDestination(std::string_view destination) override;
   std::vector<RecordRef> allPeople() override;
+  void withPeopleMatchingGUIDs(std::span<const std::string_view> guids, const std::function<void()>& work) override;
+  std::optional<std::vector<std::string>> guidsOfPeopleChangedSince(std::int32_t sequenceNumber,
+                                                                    std::size_t limit) override;
 
   /// The records that the user marked as favorites in their cards, one for each person: those with a place of their own
   /// by it, then the others by name.
@@ -42,6 +47,13 @@ class VdirHandle final : public AddressBook, public std::enable_shared_from_this
  private:
   friend class VdirContactRecord;
 
+  /// What was read at once, for as long as it is used.
+  struct Bulk {
+    std::unordered_map<std::string, RecordRef> byGUID;
+    std::unordered_map<std::int32_t, std::vector<RecordRef>> linkedSets;
+  };
+
+  Bulk readInBulk(std::span<const std::string_view> guids);
   RecordRef record(std::optional<IndexedContact> contact);
   std::vector<RecordRef> records(const std::vector<std::int32_t>& recordIDs);
   std::vector<RecordRef> linkedSet(std::int32_t linkID);
@@ -52,6 +64,8 @@ class VdirHandle final : public AddressBook, public std::enable_shared_from_this
   const std::function<bool()> _surnameFirst;
   std::map<std::int32_t, std::weak_ptr<VdirContactRecord>> _records;
   std::size_t _recordsWorthForgetting = 0;
+  Bulk _bulk;
+  bool _hasEditedRecords = false;
 };
 
 }  // namespace pellor

@@ -1,10 +1,12 @@
 // The contacts database.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -65,6 +67,7 @@ class ContactRecord {
   /// Whether the record is a person, as opposed to an organisation.
   virtual bool isPersonKind() const = 0;
   /// The full name in the order that the user's locale writes names, or the organisation's; absent when there is none.
+  /// Stays the same while the record does: the locale is that of the process's start.
   virtual std::optional<std::string> compositeName() const = 0;
   /// The short form of the name, as the user set it; absent when there is none.
   virtual std::optional<std::string> shortName() const = 0;
@@ -106,6 +109,17 @@ class AddressBook {
   virtual std::optional<std::vector<RecordRef>> orderedPeopleForDestination(std::string_view destination) = 0;
   /// All records, by record identifier.
   virtual std::vector<RecordRef> allPeople() = 0;
+
+  /// Runs `work` before it returns, once the records with these GUIDs and all that are linked with them have been read
+  /// at once: inside, `copyPersonMatchingGUID` with one of these GUIDs and the links of what it gives ask the database
+  /// no more. Not to be nested.
+  virtual void withPeopleMatchingGUIDs(std::span<const std::string_view> guids, const std::function<void()>& work) = 0;
+  /// The GUIDs, ascending, of the records that may be other ones than when the database had that sequence number: they
+  /// came, went or changed, or a record that they are or were linked with did. Absent when this cannot be told, as
+  /// when values were set on this handle, and when there are more than `limit`: whoever asks has to look at the
+  /// records.
+  virtual std::optional<std::vector<std::string>> guidsOfPeopleChangedSince(std::int32_t sequenceNumber,
+                                                                            std::size_t limit) = 0;
 };
 
 /// The address book service. Main queue, but for the text tests, which run on any thread.

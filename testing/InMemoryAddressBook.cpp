@@ -95,6 +95,7 @@ void InMemoryAddressBook::change(const std::string& guid, const std::function<vo
 void InMemoryAddressBook::remove(const std::string& guid) {
   const MutexLock lock(_mutex);
   const Row row = existingRow(guid);
+  touch(row);
   leaveLinkSet(row);
   forget(row);
   _contacts.erase(row);
@@ -118,6 +119,7 @@ void InMemoryAddressBook::link(const std::vector<std::string>& guids) {
     set->push_back(row);
   }
   for (const Row row : *set) _linkSets[row] = set;
+  touch(set->front());
   didChange();
 }
 
@@ -130,6 +132,7 @@ void InMemoryAddressBook::unlink(const std::string& guid) {
 void InMemoryAddressBook::leaveLinkSet(Row row) {
   const auto found = _linkSets.find(row);
   if (found == _linkSets.end()) return;
+  touch(row);
   const std::shared_ptr<Rows> set = found->second;
   _linkSets.erase(found);
   std::erase(*set, row);
@@ -147,7 +150,10 @@ std::string InMemoryAddressBook::insert(TestContact contact) {
 void InMemoryAddressBook::store(Row row, TestContact contact) {
   const auto found = _contacts.find(row);
   const StoredRef before = found != _contacts.end() ? found->second : nullptr;
-  if (before) forget(row);
+  if (before) {
+    touch(row);
+    forget(row);
+  }
   require(!contact.guid.empty(), "a contact with a GUID");
   require(contact.recordID != InvalidRecordID, "a contact with a record identifier");
   require(_rowsByGUID.emplace(contact.guid, row).second, "a GUID that no other contact has");
@@ -158,6 +164,7 @@ void InMemoryAddressBook::store(Row row, TestContact contact) {
   stored->emails = multiValue(contact.emails, before ? &before->emails : nullptr);
   stored->contact = std::move(contact);
   _contacts[row] = std::move(stored);
+  touch(row);
 }
 
 void InMemoryAddressBook::forget(Row row) {
@@ -231,8 +238,18 @@ void InMemoryAddressBook::setShortNamePreferNicknames(bool prefersNicknames) {
   _shortNamePreferNicknames = prefersNicknames;
 }
 
+// With the contacts that it is linked with.
+void InMemoryAddressBook::touch(Row row) {
+  _touched.insert(_contacts.at(row)->contact.guid);
+  const auto linked = _linkSets.find(row);
+  if (linked == _linkSets.end()) return;
+  for (const Row other : *linked->second) _touched.insert(_contacts.at(other)->contact.guid);
+}
+
 void InMemoryAddressBook::didChange() {
   ++_sequenceNumber;
+  for (const std::string& guid : _touched) _lastChanges[guid] = _sequenceNumber;
+  _touched.clear();
   announce();
 }
 
@@ -341,6 +358,30 @@ InMemoryAddressBook::Rows InMemoryAddressBook::linkedRows(Row row) const {
   const MutexLock lock(_mutex);
   const auto found = _linkSets.find(row);
   return found != _linkSets.end() ? *found->second : Rows();
+}
+
+std::map<std::string, InMemoryAddressBook::Row, std::less<>> InMemoryAddressBook::rowsWithGUIDs(
+    std::span<const std::string_view> guids) {
+  const MutexLock lock(_mutex);
+  if (!guids.empty()) ++_lookups.inBulk;
+  _lookups.readInBulk += guids.size();
+  std::map<std::string, Row, std::less<>> rows;
+  for (const std::string_view guid : guids) {
+    if (const auto row = findGUID(guid)) rows.emplace(std::string(guid), *row);
+  }
+  return rows;
+}
+
+std::optional<std::vector<std::string>> InMemoryAddressBook::guidsChangedSince(std::int32_t sequenceNumber,
+                                                                               std::size_t limit) const {
+  const MutexLock lock(_mutex);
+  if (sequenceNumber < 1 || sequenceNumber > _sequenceNumber) return std::nullopt;
+  std::vector<std::string> guids;
+  for (const auto& [guid, lastChange] : _lastChanges) {
+    if (lastChange > sequenceNumber) guids.push_back(guid);
+  }
+  if (guids.size() > limit) return std::nullopt;
+  return guids;
 }
 
 std::optional<std::string> InMemoryAddressBook::databaseUID() const {

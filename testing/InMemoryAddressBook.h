@@ -6,6 +6,8 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -39,6 +41,8 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
     std::uint64_t byName = 0;
     std::uint64_t byDestination = 0;
     std::uint64_t allPeople = 0;
+    std::uint64_t inBulk = 0;      ///< by many GUIDs at once
+    std::uint64_t readInBulk = 0;  ///< by how many in all
     friend bool operator==(const Lookups&, const Lookups&) = default;
   };
 
@@ -120,6 +124,10 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   Rows allRows();
   /// The rows linked with this one, itself included, the one that stands for the set first; empty without links.
   Rows linkedRows(Row row) const;
+  /// As one lookup. By GUID.
+  std::map<std::string, Row, std::less<>> rowsWithGUIDs(std::span<const std::string_view> guids);
+  /// Absent for a number that is no earlier one, and for more than `limit`.
+  std::optional<std::vector<std::string>> guidsChangedSince(std::int32_t sequenceNumber, std::size_t limit) const;
   std::optional<std::string> databaseUID() const;
   bool isReadable() const;
   std::int32_t newEntryIdentifier();
@@ -133,6 +141,7 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   std::optional<Row> findGUID(std::string_view guid) const PELLOR_REQUIRES(_mutex);
   void leaveLinkSet(Row row) PELLOR_REQUIRES(_mutex);
   bool standsForItsSet(Row row) const PELLOR_REQUIRES(_mutex);
+  void touch(Row row) PELLOR_REQUIRES(_mutex);
   void didChange() PELLOR_REQUIRES(_mutex);
   void announce() PELLOR_REQUIRES(_mutex);
   void updateIndexes() PELLOR_REQUIRES(_mutex);
@@ -152,6 +161,8 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   std::int32_t _lastRecordID PELLOR_GUARDED_BY(_mutex) = 0;
   std::int32_t _lastEntryIdentifier PELLOR_GUARDED_BY(_mutex) = -1;
   std::int32_t _sequenceNumber PELLOR_GUARDED_BY(_mutex) = 1;
+  std::set<std::string> _touched PELLOR_GUARDED_BY(_mutex);                    // GUIDs, by the change under way
+  std::map<std::string, std::int32_t> _lastChanges PELLOR_GUARDED_BY(_mutex);  // by GUID, also of removed contacts
   std::optional<std::string> _databaseUID PELLOR_GUARDED_BY(_mutex) = "TestDatabase";
   bool _isReadable PELLOR_GUARDED_BY(_mutex) = true;
   bool _openFails PELLOR_GUARDED_BY(_mutex) = false;

@@ -35,7 +35,8 @@ std::int32_t InMemoryAddressBookHandle::sequenceNumber() {
 
 RecordRef InMemoryAddressBookHandle::copyPersonMatchingGUID(std::string_view guid) {
   requireMainQueue("AddressBook::copyPersonMatchingGUID");
-  return recordOrNull(_database->rowWithGUID(guid));
+  const auto known = _rowsReadInBulk.find(guid);
+  return recordOrNull(known != _rowsReadInBulk.end() ? known->second : _database->rowWithGUID(guid));
 }
 
 RecordRef InMemoryAddressBookHandle::personForRecordID(std::int32_t recordID) {
@@ -59,6 +60,21 @@ std::optional<std::vector<RecordRef>> InMemoryAddressBookHandle::orderedPeopleFo
 std::vector<RecordRef> InMemoryAddressBookHandle::allPeople() {
   requireMainQueue("AddressBook::allPeople");
   return records(_database->allRows());
+}
+
+void InMemoryAddressBookHandle::withPeopleMatchingGUIDs(std::span<const std::string_view> guids,
+                                                        const std::function<void()>& work) {
+  requireMainQueue("AddressBook::withPeopleMatchingGUIDs");
+  _rowsReadInBulk = _database->rowsWithGUIDs(guids);
+  work();
+  _rowsReadInBulk.clear();
+}
+
+std::optional<std::vector<std::string>> InMemoryAddressBookHandle::guidsOfPeopleChangedSince(
+    std::int32_t sequenceNumber, std::size_t limit) {
+  requireMainQueue("AddressBook::guidsOfPeopleChangedSince");
+  if (!_database->isReadable() || !_changedRecords.empty()) return std::nullopt;
+  return _database->guidsChangedSince(sequenceNumber, limit);
 }
 
 RecordRef InMemoryAddressBookHandle::personForContact(std::string_view identifier) {

@@ -1,8 +1,11 @@
 // A process's side of the contacts database in memory.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -30,6 +33,9 @@ class InMemoryAddressBookHandle : public AddressBook, public std::enable_shared_
   std::optional<std::vector<RecordRef>> copyPeopleMatchingName(std::string_view name) override;
   std::optional<std::vector<RecordRef>> orderedPeopleForDestination(std::string_view destination) override;
   std::vector<RecordRef> allPeople() override;
+  void withPeopleMatchingGUIDs(std::span<const std::string_view> guids, const std::function<void()>& work) override;
+  std::optional<std::vector<std::string>> guidsOfPeopleChangedSince(std::int32_t sequenceNumber,
+                                                                    std::size_t limit) override;
 
   RecordRef personForContact(std::string_view identifier);
 
@@ -48,6 +54,7 @@ class InMemoryAddressBookHandle : public AddressBook, public std::enable_shared_
   const std::shared_ptr<ProcessLink> _link;
   std::map<Row, std::weak_ptr<InMemoryContactRecord>> _records;
   std::map<Row, std::shared_ptr<InMemoryContactRecord>> _changedRecords;
+  std::map<std::string, Row, std::less<>> _rowsReadInBulk;
 };
 
 /// The address book service of a process and its contact store.

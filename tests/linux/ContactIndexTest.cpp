@@ -77,6 +77,41 @@ TEST_F(ContactIndexTest, RaisesTheSequenceOnceForABatchThatChangedSomething) {
   EXPECT_EQ(nameOf(*index, "boris"), "(none)");
 }
 
+TEST_F(ContactIndexTest, TellsWhichContactsChangedAndWhichAreLinkedWithThem) {
+  const auto linkedTo = [](const std::string& uid) { return "X-FOLKS-CONTACTS-IDS:" + uid + "\n"; };
+  for (const char* uid : {"a", "b", "c", "d", "e"}) put(uid + std::string(".vcf"), card(uid, uid));
+  put("b.vcf", card("b", "b", linkedTo("a")));
+  const auto index = openIndex();
+  using GUIDs = std::vector<std::string>;
+  const struct {
+    const char* what;
+    std::function<void()> change;
+    GUIDs changed;
+  } rows[] = {
+      {"nothing", [] {}, {}},
+      {"an unlinked contact", [&] { put("e.vcf", card("e", "E")); }, {"e"}},
+      {"a linked one", [&] { put("a.vcf", card("a", "A")); }, {"a", "b"}},
+      {"one more link", [&] { put("c.vcf", card("c", "c", linkedTo("b"))); }, {"a", "b", "c"}},
+      {"a link that ends", [&] { put("b.vcf", card("b", "b")); }, {"a", "b", "c"}},
+      {"a linked one that goes", [&] { remove("c.vcf"); }, {"b", "c"}},
+      {"a new one", [&] { put("f.vcf", card("f", "f")); }, {"f"}},
+      {"another UID", [&] { put("f.vcf", card("g", "f")); }, {"f", "g"}},
+      {"a UID that passes to another file", [&] { put("0.vcf", card("d", "D")); }, {"d", "d.vcf"}},
+      {"and back", [&] { remove("0.vcf"); }, {"d", "d.vcf"}},
+  };
+  for (const auto& row : rows) {
+    const std::int32_t before = index->sequenceNumber();
+    row.change();
+    index->update(FolderChange::all());
+    EXPECT_EQ(index->guidsChangedSince(before, 9), row.changed) << row.what;
+  }
+  const std::int32_t now = index->sequenceNumber();
+  EXPECT_EQ(openIndex()->guidsChangedSince(now, 0), GUIDs());
+  EXPECT_EQ(index->guidsChangedSince(now - 1, 1), std::nullopt) << "more than were asked for";
+  EXPECT_EQ(index->guidsChangedSince(now + 1, 9), std::nullopt) << "the number of another index";
+  EXPECT_EQ(index->guidsChangedSince(0, 9), std::nullopt);
+}
+
 TEST_F(ContactIndexTest, NoticesAChangeThatLeavesSizeAndTimeAlone) {
   put("a.vcf", card("anna", "Anna"));
   const auto index = openIndex();

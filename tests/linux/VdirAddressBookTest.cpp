@@ -134,9 +134,36 @@ TEST_F(VdirAddressBookTest, WhatIsSetOnARecordStaysInTheHandle) {
   EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "Anne Novak"; }));
   EXPECT_EQ(book->copyPersonMatchingGUID("anna"), anna);
   EXPECT_EQ(anna->nickname(), "Ann");
+  EXPECT_EQ(book->guidsOfPeopleChangedSince(program.sequence(), 9), std::nullopt)
+      << "its values are not the database's";
   EXPECT_THAT(anna->phoneValues().value(), ElementsAre("+493023125001", "+493023125003"));
   program.with(
       [](AddressBook& shared) { EXPECT_EQ(shared.copyPersonMatchingGUID("anna")->phoneValues(), std::nullopt); });
+}
+
+TEST_F(VdirAddressBookTest, WhatIsReadInBulkIsNotLookedUpAgain) {
+  put("a.vcf", card("a", "", "X-FOLKS-CONTACTS-IDS:c\n"));
+  put("c.vcf", card("c", "Clara"));
+  put("q\"\\.vcf", card("", "Quentin"));
+  Program program(*this);
+  program.sequence();
+  const auto book = program.store->openPrivateAddressBook();
+  const auto execute = [this](const char* statement) {
+    SQLiteDatabase(data / "contacts-index.sqlite", SQLiteDatabase::Access::readWrite, 10).execute(statement);
+  };
+  const std::vector<std::string_view> guids{"a", "q\"\\.vcf", "nobody", "no\nname"};
+  book->withPeopleMatchingGUIDs(guids, [&] {
+    execute("ALTER TABLE cards RENAME TO lost");
+    const RecordRef a = book->copyPersonMatchingGUID("a");
+    ASSERT_NE(a, nullptr);
+    EXPECT_EQ(a->allLinkedPeople().size(), 2U);
+    EXPECT_EQ(a->preferredLinkedPersonForName()->compositeName(), "Clara");
+    EXPECT_EQ(book->copyPersonMatchingGUID("q\"\\.vcf")->compositeName(), "Quentin");
+    execute("ALTER TABLE lost RENAME TO cards");
+    EXPECT_EQ(book->copyPersonMatchingGUID("c")->compositeName(), "Clara") << "the others are found as ever";
+  });
+  execute("ALTER TABLE cards RENAME TO lost");
+  EXPECT_EQ(book->copyPersonMatchingGUID("a"), nullptr);
 }
 
 TEST_F(VdirAddressBookTest, AFolderMayComeLaterAndGo) {
