@@ -27,6 +27,8 @@ constexpr std::uint64_t kDefaultGroupCount = 20;
 
 constexpr double kSaveDelay = 0.1;
 constexpr double kAddressBookRefreshDelay = 0.2;
+// How many friends' records are in memory at once during a refresh.
+constexpr std::size_t kFriendsReadAtOnce = 1000;
 constexpr double kDefaultAnswerDelay = 5.0;
 constexpr double kRelayQueryTimeout = 30.0;
 // A store that fails is asked again after pauses that double from the first to the longest of these, in seconds.
@@ -1316,17 +1318,45 @@ bool PLFriendsManager::refreshAgainstAddressBook() {
   return true;
 }
 
-// Whether all of them could be looked up. The number is taken over only then, so that a refresh that was cut short
-// stays due.
+// A friend whom another look would change nothing of is passed over. Whether all could be looked up. The number is
+// taken over only then, so that a refresh that was cut short stays due.
 bool PLFriendsManager::_refreshFriends(AddressBook& addressBook) {
   _PLGetLogSystem().log("refreshing friends against address book");
-  for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
-    if (auto person = _friendAtPosition(index)) person->refreshWithAddressBook(&addressBook);
+  _reconciledFriends.begin(*platformOf(_process).addressBook, addressBook, _friendList.count());
+  const std::vector<std::uint64_t> indices = _indicesOfFriendsToRefresh();
+  for (std::size_t first = 0; first < indices.size(); first += kFriendsReadAtOnce) {
+    const std::size_t count = std::min(kFriendsReadAtOnce, indices.size() - first);
+    _refreshFriendsAtIndices(std::span(indices).subspan(first, count), addressBook);
   }
   const std::int32_t number = addressBook.sequenceNumber();
-  if (!addressBook.isReadable()) return false;
-  _updateLastKnownAddressBookSequenceNumber(number);
-  return true;
+  const bool isComplete = addressBook.isReadable();
+  _reconciledFriends.end(isComplete);
+  if (isComplete) _updateLastKnownAddressBookSequenceNumber(number);
+  return isComplete;
+}
+
+std::vector<std::uint64_t> PLFriendsManager::_indicesOfFriendsToRefresh() const {
+  std::vector<std::uint64_t> indices;
+  for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
+    const auto person = _friendAtPosition(index);
+    if (person && !_reconciledFriends.isInStep(index, *person)) indices.push_back(index);
+  }
+  return indices;
+}
+
+void PLFriendsManager::_refreshFriendsAtIndices(std::span<const std::uint64_t> indices, AddressBook& addressBook) {
+  std::vector<std::string_view> guids;
+  for (const std::uint64_t index : indices) {
+    const std::string_view guid = _friendAtPosition(index)->record().identifyingGUID();
+    if (!guid.empty()) guids.push_back(guid);
+  }
+  addressBook.withPeopleMatchingGUIDs(guids, [&] {
+    for (const std::uint64_t index : indices) {
+      const auto person = _friendAtPosition(index);
+      person->refreshWithAddressBook(&addressBook);
+      _reconciledFriends.note(index, *person);
+    }
+  });
 }
 
 void PLFriendsManager::setRefreshAgainstContactsEnabled(bool enabled) {

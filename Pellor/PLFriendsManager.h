@@ -19,6 +19,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -32,6 +33,7 @@
 #include "Pellor/PLIdentifierMap.h"
 #include "Pellor/PLPerson.h"
 #include "Pellor/PLPersonSequence.h"
+#include "Pellor/PLReconciledFriends.h"
 #include "Pellor/PLSlotList.h"
 #include "Pellor/PLStoredVersion.h"
 #include "Pellor/PLUtility.h"
@@ -400,6 +402,8 @@ class PLFriendsManager : public Object,
   void _removeFriendsAtIndices(const std::vector<std::uint64_t>& indices);
   std::optional<std::int32_t> _lastKnownAddressBookSequenceNumber();
   bool _refreshFriends(AddressBook& addressBook);
+  std::vector<std::uint64_t> _indicesOfFriendsToRefresh() const;
+  void _refreshFriendsAtIndices(std::span<const std::uint64_t> indices, AddressBook& addressBook);
   void _updateLastKnownAddressBookSequenceNumber(std::int32_t number);
   bool _addressBookSequenceNumberDidChange();
 
@@ -436,6 +440,7 @@ class PLFriendsManager : public Object,
   PLIdentifierMap _identifiersToPersonMap;
   std::uint64_t _postCount = 0;
   bool _needsAddressBookRefresh = false;
+  PLReconciledFriends _reconciledFriends;
   bool _didCompleteInitialLoading = false;
   bool _lastLoadHadChanges = false;
   std::shared_ptr<Timer> _addressBookRefreshTimer;

@@ -18,6 +18,11 @@ class ManagerRefreshTest : public ManagerTest {
   void rename(const std::string& name, const std::string& to) {
     world.addressBook().change(guidOf(name), [&](TestContact& contact) { contact.first = to; });
   }
+  InMemoryAddressBook::Lookups takeLookups() {
+    const auto lookups = world.addressBook().lookups();
+    world.addressBook().clearRecords();
+    return lookups;
+  }
   std::optional<Value> storedSequenceNumber() { return storedValue("ABSequenceNumber"); }
 };
 
@@ -32,7 +37,7 @@ TEST_F(ManagerRefreshTest, ABurstOfChangesIsOneRefreshAndALaterChangeAnother) {
   advance(0.02);
   EXPECT_EQ(a->logged(Refreshing), 1U);
   EXPECT_EQ(a->list(), "Anna,Rob|-,-");
-  EXPECT_EQ(world.addressBook().lookups().byGUID, 2U) << "one lookup a friend";
+  EXPECT_EQ(takeLookups(), (InMemoryAddressBook::Lookups{.inBulk = 1, .readInBulk = 2})) << "one for all friends";
   advance(0.09);
   rename("Ann", "Annie");
   advance(0.19);
@@ -42,6 +47,66 @@ TEST_F(ManagerRefreshTest, ABurstOfChangesIsOneRefreshAndALaterChangeAnother) {
   rest();
   EXPECT_EQ(stored(2), "Annie,Rob|-,-");
   EXPECT_EQ(storedSequenceNumber(), Value(world.addressBook().sequenceNumber()));
+}
+
+TEST_F(ManagerRefreshTest, ARecordIsReadAgainOnlyIfItOrItsFriendMayHaveChanged) {
+  contacts({"Dan", "Eve", "Fay"});
+  InMemoryAddressBook& book = world.addressBook();
+  const auto link = [&](const char* name, const char* other) { book.link({guidOf(name), guidOf(other)}); };
+  link("Bob", "Eve");
+  auto a = launchWith("Ann#,Bob#|Cy#,-");
+  const struct {
+    const char* what;
+    std::function<void()> change;
+    unsigned recordsRead;
+    const char* list;
+  } rows[] = {
+      {"nothing", [] {}, 0, "Ann,Bob|Cy,-|-,-"},
+      {"a stranger's record", [&] { rename("Dan", "Daniel"); }, 0, "Ann,Bob|Cy,-|-,-"},
+      {"a friend's record", [&] { rename("Ann", "Anna"); }, 1, "Anna,Bob|Cy,-|-,-"},
+      {"who lends the name", [&] { link("Eve", "Bob"); }, 1, "Anna,Eve|Cy,-|-,-"},
+      {"a linked record", [&] { rename("Eve", "Eva"); }, 1, "Anna,Eva|Cy,-|-,-"},
+      {"another link", [&] { link("Dan", "Cy"); }, 1, "Anna,Eva|Daniel,-|-,-"},
+      {"a linked record that goes", [&] { book.remove(guidOf("Dan")); }, 1, "Anna,Eva|Cy,-|-,-"},
+      {"a link that ends", [&] { book.unlink(guidOf("Eve")); }, 1, "Anna,Bob|Cy,-|-,-"},
+      {"a setting", [&] { book.setShortNamePreferNicknames(true); }, 3, "Anna,Bob|Cy,-|-,-"},
+      {"a friend", [&] { a->friendAt(0, 0)->setPreferredReplyAs("home"); }, 1, "Anna,Bob|Cy,-|-,-"},
+      {"a slot",
+       [&] {
+         a->set(a->friendAt(1, 0), 1, 1);
+         a->remove(1, 0);
+       },
+       1, "Anna,Bob|-,Cy|-,-"},
+      {"who is a friend", [&] { a->set(a->person("Eve"), 1, 0); }, 1, "Anna,Bob|Eva,Cy|-,-"},
+      {"the database", [&] { book.setDatabaseUID("Other"); }, 4, "Anna,Bob|Eva,Cy|-,-"},
+      {"the numbers", [&] { book.rebuild(); }, 4, "Anna,Bob|Eva,Cy|-,-"},
+  };
+  for (const auto& row : rows) {
+    a->run([&] { row.change(); });
+    rename("Fay", row.what);
+    rest();
+    EXPECT_EQ(a->list(), row.list) << row.what;
+    const auto lookups = takeLookups();
+    EXPECT_EQ(lookups.readInBulk, row.recordsRead) << row.what;
+    EXPECT_EQ(lookups.inBulk, row.recordsRead > 0 ? 1U : 0U) << row.what;
+  }
+  setSetting("ABSequenceNumber", 0);
+  a->kill();
+  auto restarted = launch();
+  EXPECT_EQ(takeLookups(), (InMemoryAddressBook::Lookups{.inBulk = 1, .readInBulk = 4}));
+}
+
+TEST_F(ManagerRefreshTest, WhoHasNoRecordIsSearchedAndLogsEachTime) {
+  auto a = launchWith("Ann#,Dan|Bob#,-");
+  for (std::size_t round = 0; round < 2; ++round) {
+    rename("Cy", "Cy" + std::to_string(round));
+    rest();
+    EXPECT_EQ(takeLookups(), (InMemoryAddressBook::Lookups{.byName = 1, .byDestination = 1}));
+    EXPECT_EQ(a->logged("unable to find matching record using name or destinations"), round + 1);
+  }
+  world.addressBook().remove(guidOf("Bob"));
+  rest();
+  EXPECT_EQ(a->friendAt(1, 0)->abRecordGUID(), std::nullopt);
 }
 
 TEST_F(ManagerRefreshTest, ARefreshIsDueByNumberByNotificationAndAfterANewFriend) {
