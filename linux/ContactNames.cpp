@@ -12,6 +12,8 @@ enum class Order { givenFirst, surnameFirst, surnameFirstUnspaced };
 
 // The first character speaks for the text.
 bool isEastAsian(const std::string& text) {
+  const bool beginsInASCII = !text.empty() && static_cast<unsigned char>(text.front()) < 0x80;
+  if (beginsInASCII) return false;
   const icu::UnicodeString unicode = icu::UnicodeString::fromUTF8(text);
   UErrorCode error = U_ZERO_ERROR;
   const UScriptCode script = uscript_getScript(unicode.char32At(0), &error);

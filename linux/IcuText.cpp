@@ -65,8 +65,25 @@ std::int32_t indexOfFirstLetter(const icu::UnicodeString& name) {
   return name.length();
 }
 
+bool isASCII(char character) { return static_cast<unsigned char>(character) < 0x80; }
+
+bool isASCIILetter(char character) {
+  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
+}
+
+// The first letter of most names, told without the library: one that nothing but ASCII stands before and right after.
+std::string asciiInitialOf(std::string_view name) {
+  for (std::size_t at = 0; at < name.size() && isASCII(name[at]); ++at) {
+    if (!isASCIILetter(name[at])) continue;
+    const bool standsAlone = at + 1 == name.size() || isASCII(name[at + 1]);
+    return standsAlone ? std::string(1, name[at]) : std::string();
+  }
+  return {};
+}
+
 Initial initialOf(const std::optional<std::string>& part) {
   if (!part) return {};
+  if (std::string initial = asciiInitialOf(*part); !initial.empty()) return {std::move(initial)};
   const icu::UnicodeString name = unicode(*part);
   const std::int32_t start = indexOfFirstLetter(name);
   if (start == name.length()) return {};
@@ -110,6 +127,14 @@ bool IcuText::containsDecimalDigit(std::string_view text) {
 bool IcuText::isLetterOrMark(char16_t unit) { return (U_GET_GC_MASK(unit) & (U_GC_L_MASK | U_GC_M_MASK)) != 0; }
 
 std::string IcuText::uppercase(std::string_view text) {
+  // Of ASCII letters the locale has a say in "i" alone.
+  const auto isPlain = [](char character) { return isASCII(character) && character != 'i'; };
+  if (std::all_of(text.begin(), text.end(), isPlain)) {
+    std::string plain(text);
+    for (char& character : plain)
+      character = static_cast<char>(character - (character >= 'a' && character <= 'z' ? 32 : 0));
+    return plain;
+  }
   std::string upper;
   unicode(text).toUpper(icu::Locale::createCanonical(_locale().c_str())).toUTF8String(upper);
   return upper;
@@ -142,8 +167,15 @@ bool containsEmojiCharacters(std::string_view text) {
 
 bool writesSurnameFirst(const std::string& locale) {
   static constexpr std::array<std::string_view, 6> languages = {"hu", "ja", "ko", "vi", "yue", "zh"};
-  const icu::Locale canonical = icu::Locale::createCanonical(locale.c_str());
-  return std::ranges::count(languages, std::string_view(canonical.getLanguage())) > 0;
+  // Asked for with each name, and always for the store's one locale.
+  thread_local std::string lastLocale;
+  thread_local bool lastAnswer = false;
+  if (locale.empty() || locale != lastLocale) {
+    const icu::Locale canonical = icu::Locale::createCanonical(locale.c_str());
+    lastAnswer = std::ranges::count(languages, std::string_view(canonical.getLanguage())) > 0;
+    lastLocale = locale;
+  }
+  return lastAnswer;
 }
 
 std::size_t displayWidth(std::string_view text) {
