@@ -1,30 +1,117 @@
 #include "Pellor/PLChangeLog.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
+
+#include "Pellor/PLPersonPlaces.h"
 
 namespace pellor {
+namespace {
 
-PLChangeLog::Entry& PLChangeLog::entryFor(const std::shared_ptr<PLPerson>& person) {
-  auto [place, isNew] = _places.try_emplace(person.get(), _entries.size());
-  if (isNew) _entries.emplace_back(person, ChangeTypes{});
-  return _entries[place->second];
+constexpr std::array kKinds{PLFriendsManagerPersonAdded, PLFriendsManagerPersonDeleted, PLFriendsManagerPersonMoved,
+                            PLFriendsManagerPersonUpdated};
+
+struct Names {
+  std::array<std::string_view, kKinds.size()> names;
+  std::size_t count = 0;
+};
+
+// The names of every set of kinds, by its bits.
+constexpr auto kNamesOfSets = [] {
+  std::array<Names, 1U << kKinds.size()> sets;
+  for (std::size_t bits = 0; bits < sets.size(); ++bits) {
+    for (std::size_t kind = 0; kind < kKinds.size(); ++kind) {
+      if (bits >> kind & 1U) sets[bits].names[sets[bits].count++] = kKinds[kind];
+    }
+  }
+  return sets;
+}();
+
+std::uint8_t bitOf(std::string_view changeType) {
+  const auto kind = std::ranges::find(kKinds, changeType);
+  return kind == kKinds.end() ? std::uint8_t{0} : static_cast<std::uint8_t>(1U << (kind - kKinds.begin()));
+}
+
+}  // namespace
+
+void PLChangeTypes::insert(std::string_view changeType) { _kinds |= bitOf(changeType); }
+
+bool PLChangeTypes::contains(std::string_view changeType) const { return (_kinds & bitOf(changeType)) != 0; }
+
+const std::string_view* PLChangeTypes::begin() const { return kNamesOfSets[_kinds].names.data(); }
+
+const std::string_view* PLChangeTypes::end() const { return begin() + kNamesOfSets[_kinds].count; }
+
+struct PLChangeLog::Content {
+  Content() = default;
+  Content(const Content& other) : entries(other.entries) {
+    places.reserve(entries.size());
+    for (std::size_t place = 0; place < entries.size(); ++place) places.enter(*entries[place].first, place);
+  }
+
+  std::vector<Entry> entries;
+  PLPersonPlaces places;
+  /// Whether several logs may have it; then it is not changed any more. Set while others look at their log.
+  std::atomic<bool> isShared{false};
+};
+
+PLChangeLog::PLChangeLog() = default;
+PLChangeLog::PLChangeLog(PLChangeLog&& other) noexcept = default;
+PLChangeLog& PLChangeLog::operator=(PLChangeLog&& other) noexcept = default;
+PLChangeLog::~PLChangeLog() = default;
+
+PLChangeLog::PLChangeLog(const PLChangeLog& other) : _content(other._content) {
+  if (_content) _content->isShared = true;
+}
+
+PLChangeLog& PLChangeLog::operator=(const PLChangeLog& other) {
+  if (this != &other) *this = PLChangeLog(other);
+  return *this;
+}
+
+PLChangeLog::Content& PLChangeLog::ownContent() {
+  if (!_content) {
+    _content = std::make_shared<Content>();
+  } else if (_content->isShared) {
+    _content = std::make_shared<Content>(*_content);
+  }
+  return *_content;
+}
+
+PLChangeTypes& PLChangeLog::typesOf(const std::shared_ptr<PLPerson>& person) {
+  Content& content = ownContent();
+  if (const auto place = content.places.lowest(person.get())) return content.entries[*place].second;
+  content.places.enter(*person, content.entries.size());
+  return content.entries.emplace_back(person, PLChangeTypes{}).second;
 }
 
 void PLChangeLog::add(const std::shared_ptr<PLPerson>& person, std::string_view changeType) {
-  entryFor(person).second.emplace(changeType);
+  typesOf(person).insert(changeType);
 }
 
-void PLChangeLog::set(const std::shared_ptr<PLPerson>& person, ChangeTypes types) {
-  entryFor(person).second = std::move(types);
+void PLChangeLog::add(PLChangeLog later) {
+  if (isEmpty()) {
+    *this = std::move(later);
+    return;
+  }
+  for (const auto& [person, types] : later.entries()) typesOf(person).insert(types);
 }
 
-const PLChangeLog::ChangeTypes* PLChangeLog::typesFor(const PLPerson* person) const {
-  auto place = _places.find(person);
-  return place == _places.end() ? nullptr : &_entries[place->second].second;
+void PLChangeLog::set(const std::shared_ptr<PLPerson>& person, PLChangeTypes types) { typesOf(person) = types; }
+
+const PLChangeTypes* PLChangeLog::typesFor(const PLPerson* person) const {
+  const auto place = _content ? _content->places.lowest(person) : std::nullopt;
+  return place ? &_content->entries[*place].second : nullptr;
+}
+
+const std::vector<PLChangeLog::Entry>& PLChangeLog::entries() const {
+  static const std::vector<Entry> none;
+  return _content ? _content->entries : none;
 }
 
 bool PLChangeLog::containsAdditionsOrUpdates() const {
-  return std::ranges::any_of(_entries, [](const Entry& entry) {
+  return std::ranges::any_of(entries(), [](const Entry& entry) {
     return entry.second.contains(PLFriendsManagerPersonAdded) || entry.second.contains(PLFriendsManagerPersonUpdated);
   });
 }
@@ -33,13 +120,13 @@ PLChangeLog mergedChangeLogs(const std::vector<PLChangeLog>& logs) {
   PLChangeLog merged;
   for (const PLChangeLog& log : logs) {
     for (const auto& [person, types] : log.entries()) {
-      const PLChangeLog::ChangeTypes* earlier = merged.typesFor(person.get());
+      const PLChangeTypes* earlier = merged.typesFor(person.get());
       const bool wasDeleted = earlier && earlier->contains(PLFriendsManagerPersonDeleted);
       const bool wipesEarlier =
           wasDeleted ? types.contains(PLFriendsManagerPersonAdded) : types.contains(PLFriendsManagerPersonDeleted);
-      PLChangeLog::ChangeTypes result = types;
-      if (earlier && !wipesEarlier) result.insert(earlier->begin(), earlier->end());
-      merged.set(person, std::move(result));
+      PLChangeTypes result = types;
+      if (earlier && !wipesEarlier) result.insert(*earlier);
+      merged.set(person, result);
     }
   }
   return merged;

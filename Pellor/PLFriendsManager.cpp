@@ -996,9 +996,19 @@ void PLFriendsManager::_storeSourcedPerson(const std::shared_ptr<PLPerson>& pers
   _addPersonToIdentifiersToPersonMap(person);
 }
 
+std::shared_ptr<PLPerson> PLFriendsManager::_personUnder(const std::string& destination) const {
+  if (plMessageDestinationType(destination) == PLMessageDestinationTypeUnknown) return nullptr;
+  const auto canonical = plMessageCanonicalRawAddress(destination);
+  return canonical ? _identifiersToPersonMap.personFor(*canonical) : nullptr;
+}
+
 std::shared_ptr<PLPerson> PLFriendsManager::personWithDestinations(const std::vector<std::string>& destinations) {
   checkMainQueue(_process, "personWithDestinations");
-  const DestinationSet canonical = plSanitizedDestinationSet(DestinationSet(destinations.begin(), destinations.end()));
+  // For one destination, as most callers have, no sets are made.
+  if (destinations.size() == 1) {
+    if (auto known = _personUnder(destinations.front())) return known;
+  }
+  const DestinationSet canonical = plSanitizedDestinationSet(std::span(destinations));
   if (auto known = _identifiersToPersonMap.firstPersonFor(canonical)) return known;
   std::shared_ptr<PLPerson> person;
   platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
@@ -1039,12 +1049,19 @@ std::vector<std::shared_ptr<PLPerson>> PLFriendsManager::allPeople() const {
 void PLFriendsManager::_addEntryToChangeLogForPersonChangeType(const std::shared_ptr<PLPerson>& person,
                                                                std::string_view changeType) {
   if (!person) return;
-  _changeLogQueue->asyncBarrier([weak = weak_from_this(), person, changeType] {
+  PLChangeLog changes;
+  changes.add(person, changeType);
+  _addToChangeLog(std::move(changes));
+}
+
+void PLFriendsManager::_addToChangeLog(PLChangeLog changes) {
+  if (changes.isEmpty()) return;
+  _changeLogQueue->asyncBarrier([weak = weak_from_this(), changes = std::move(changes)] {
     auto self = weak.lock();
     if (!self) return;
     self->_changeLogQueue->requireCurrent();
     if (!self->_changeLog) self->_changeLog.emplace();
-    self->_changeLog->add(person, changeType);
+    self->_changeLog->add(changes);
   });
 }
 
@@ -1397,7 +1414,9 @@ struct PLFriendsManager::Merge {
   PLPersonSequence displaced;
   PLPersonForm form;                      // of the element being merged
   std::function<Value()> element;         // that element, made for the caller
+  PLChangeLog changes;                    // which go into the change log together
   std::set<std::uint64_t> emptiedLeaves;  // whose friends moved further up
+  bool findsFriends = false;              // whether there were any friends before
   std::vector<PLStoredVersion::Run> runs;
 };
 
@@ -1406,11 +1425,12 @@ void PLFriendsManager::_updateFriends(const LongArray& stored) {
   store.performWithAddressBook([&](AddressBook& shared) {
     // A shared handle without a database cannot name the records that stored friends belong to.
     const auto ownHandle = shared.databaseUID() ? nullptr : store.openPrivateAddressBook();
-    Merge merge{ownHandle ? ownHandle.get() : &shared, {}, {}, {}, {}, {}};
+    Merge merge{ownHandle ? ownHandle.get() : &shared, {}, {}, {}, {}, {}, _friendList.occupiedCount() != 0, {}};
     const std::uint64_t changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
     _mergeRuns(merge, stored, changes);
     _trimSlots(merge, stored.size());
     _reportDisplaced(merge);
+    _addToChangeLog(std::move(merge.changes));
     _publishList();
     _storedVersion.store(
         std::make_shared<const PLStoredVersion>(stored, std::move(merge.runs), *_publishedList.own(), changes));
@@ -1473,7 +1493,7 @@ bool PLFriendsManager::_appendStoredFriend(Merge& merge, std::uint64_t index) {
   while (_friendList.count() <= index) _addEmptyGroup();
   _friendList.set(index, person);
   _sourcedPersons.remove(person.get());
-  _addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonAdded);
+  merge.changes.add(person, PLFriendsManagerPersonAdded);
   return isAtRest(*person, merge.form);
 }
 
@@ -1487,7 +1507,7 @@ bool PLFriendsManager::_placeStoredFriend(Merge& merge, std::uint64_t index) {
   }
   if (known) {
     if (known->updateFromForm(merge.form)) {
-      _addEntryToChangeLogForPersonChangeType(known, PLFriendsManagerPersonUpdated);
+      merge.changes.add(known, PLFriendsManagerPersonUpdated);
     }
     return isAtRest(*known, merge.form);
   }
@@ -1496,7 +1516,7 @@ bool PLFriendsManager::_placeStoredFriend(Merge& merge, std::uint64_t index) {
   const auto sourced = _takeSourcedPerson(merge, *stored);
   const auto& person = sourced ? sourced : stored;
   _friendList.set(index, person);
-  _addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonAdded);
+  merge.changes.add(person, PLFriendsManagerPersonAdded);
   return !sourced && isAtRest(*stored, merge.form);
 }
 
@@ -1514,6 +1534,7 @@ std::shared_ptr<PLPerson> PLFriendsManager::_takeSourcedPerson(const Merge& merg
 // The friend that the stored form describes, from a later slot, which is emptied, or from among the displaced.
 std::shared_ptr<PLPerson> PLFriendsManager::_takeMovedFriend(Merge& merge, std::uint64_t index) {
   std::shared_ptr<PLPerson> moved;
+  if (!merge.findsFriends) return moved;
   if (const auto later = _friendList.firstDescribedBy(merge.form, index + 1)) {
     moved = _friendList.at(*later);
     _friendList.set(*later, EmptySlot);
@@ -1522,7 +1543,7 @@ std::shared_ptr<PLPerson> PLFriendsManager::_takeMovedFriend(Merge& merge, std::
     moved = merge.displaced.firstDescribedBy(merge.form);
     if (moved) merge.displaced.remove(moved.get());
   }
-  _addEntryToChangeLogForPersonChangeType(moved, PLFriendsManagerPersonMoved);
+  if (moved) merge.changes.add(moved, PLFriendsManagerPersonMoved);
   return moved;
 }
 
@@ -1535,11 +1556,11 @@ void PLFriendsManager::_trimSlots(Merge& merge, std::uint64_t storedCount) {
   if (_friendList.count() > kept) _friendList.remove(kept, _friendList.count() - kept);
 }
 
-void PLFriendsManager::_reportDisplaced(const Merge& merge) {
-  merge.displaced.forEach([this](const std::shared_ptr<PLPerson>& person) {
+void PLFriendsManager::_reportDisplaced(Merge& merge) {
+  merge.displaced.forEach([&merge](const std::shared_ptr<PLPerson>& person) {
     _PLGetLogSystem().log("[%@] [ABGUID=%@] was displaced and removed", redactable(person->displayName()),
                           person->abRecordGUID());
-    _addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonDeleted);
+    merge.changes.add(person, PLFriendsManagerPersonDeleted);
   });
 }
 

@@ -356,6 +356,7 @@ class PLFriendsManager : public Object,
   std::shared_ptr<PLFriendGroup> _firstGroupWithRoom() const;
 
   // 3  Indexes and lookup
+  std::shared_ptr<PLPerson> _personUnder(const std::string& destination) const;
   void _storeSourcedPerson(const std::shared_ptr<PLPerson>& person);
   void _addPersonToIdentifiersToPersonMap(const std::shared_ptr<PLPerson>& person);
   void _removePersonFromIdentifiersToPersonMap(const PLPerson& person);
@@ -363,6 +364,7 @@ class PLFriendsManager : public Object,
 
   // 4  Change log and notifications
   void _addEntryToChangeLogForPersonChangeType(const std::shared_ptr<PLPerson>& person, std::string_view changeType);
+  void _addToChangeLog(PLChangeLog changes);
   std::uint64_t _changeLogCount() const;
   std::optional<PLChangeLog> _copyAndResetChangeLog();
   bool _changeLogContainsFriendAdditionsOrUpdates() const;
@@ -395,7 +397,7 @@ class PLFriendsManager : public Object,
   std::shared_ptr<PLPerson> _takeMovedFriend(Merge& merge, std::uint64_t index);
   std::shared_ptr<PLPerson> _takeSourcedPerson(const Merge& merge, const PLPerson& stored);
   void _trimSlots(Merge& merge, std::uint64_t storedCount);
-  void _reportDisplaced(const Merge& merge);
+  void _reportDisplaced(Merge& merge);
   void _cleanUpFriendListIfNecessary();
   void _deduplicateFriendListIfNecessary();
   void _removeDestinationlessFriendsIfNecessary();

@@ -9,24 +9,24 @@ namespace pellor {
 
 static_assert(PLSlotSnapshot::LeafSize == LongArray::RunSize);
 
-PLStoredVersion::PLStoredVersion(LongArray array, std::vector<Run> runs, PLSlotSnapshot slots, std::uint64_t changes)
-    : _array(std::move(array)), _runs(std::move(runs)), _slots(std::move(slots)), _changes(changes) {}
+PLStoredVersion::PLStoredVersion(LongArray array, std::vector<Run> runs, PLSlotSnapshot list, std::uint64_t changes)
+    : _array(std::move(array)), _runs(std::move(runs)), _slots(std::move(list)), _changes(changes) {}
 
-PLStoredVersion PLStoredVersion::made(const PLStoredVersion& known, PLSlotSnapshot slots, std::uint64_t changes) {
-  const std::vector<bool> differs = known.differingLeaves(slots);
+PLStoredVersion PLStoredVersion::made(const PLStoredVersion& known, PLSlotSnapshot list, std::uint64_t changes) {
+  const std::vector<bool> differs = known.differingLeaves(list);
   std::vector<std::shared_ptr<const ArrayRun>> runs;
   std::vector<Run> states;
   runs.reserve(differs.size());
   states.reserve(differs.size());
   for (std::size_t index = 0; index < differs.size(); ++index) {
-    const auto leaf = slots.leaf(index);
+    const auto leaf = list.leaf(index);
     const bool isKnown = !differs[index] && index < known._runs.size() && known._runs[index] != Run::other &&
                          known._array.runs()[index]->size() == leaf.size() &&
                          (changes == known._changes || known.holdsFor(leaf));
     runs.push_back(isKnown ? known._array.runs()[index] : known.makeRun(leaf, index));
     states.push_back(isKnown ? known._runs[index] : Run::written);
   }
-  return {LongArray(std::move(runs)), std::move(states), std::move(slots), changes};
+  return {LongArray(std::move(runs)), std::move(states), std::move(list), changes};
 }
 
 // By the numbers of the changes a person is asked for; those that are not its own are no matter.
@@ -54,9 +54,9 @@ std::shared_ptr<const ArrayRun> PLStoredVersion::makeRun(std::span<const Slot> l
   return ArrayRun::make(std::move(elements));
 }
 
-std::vector<bool> PLStoredVersion::differingLeaves(const PLSlotSnapshot& slots) const {
-  std::vector<bool> differs(slots.leafCount());
-  slots.forEachDifferingLeaf(_slots, [&](std::uint64_t index) { differs[index] = true; });
+std::vector<bool> PLStoredVersion::differingLeaves(const PLSlotSnapshot& list) const {
+  std::vector<bool> differs(list.leafCount());
+  list.forEachDifferingLeaf(_slots, [&](std::uint64_t index) { differs[index] = true; });
   return differs;
 }
 
@@ -73,9 +73,9 @@ void PLStoredVersion::takeOver(const LongArray& stored) {
   _array = LongArray(std::move(runs));
 }
 
-PLStoredVersion::Unchanged::Unchanged(const PLStoredVersion& known, const LongArray& array, const PLSlotSnapshot& slots,
+PLStoredVersion::Unchanged::Unchanged(const PLStoredVersion& known, const LongArray& array, const PLSlotSnapshot& list,
                                       std::uint64_t changes)
-    : _known(known), _array(array), _changes(changes), _differs(known.differingLeaves(slots)) {}
+    : _known(known), _array(array), _changes(changes), _differs(known.differingLeaves(list)) {}
 
 bool PLStoredVersion::Unchanged::operator()(std::size_t index) const {
   return index < _differs.size() && !_differs[index] && index < _known._runs.size() &&

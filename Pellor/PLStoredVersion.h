@@ -27,12 +27,12 @@ class PLStoredVersion {
 
   /// Nothing is known.
   PLStoredVersion() = default;
-  /// What a merge of `array` into the list found: `slots` is the list after it, `changes` the count before it.
-  PLStoredVersion(LongArray array, std::vector<Run> runs, PLSlotSnapshot slots, std::uint64_t changes);
+  /// What a merge of `array` into the list found: `list` is the list after it, `changes` the count before it.
+  PLStoredVersion(LongArray array, std::vector<Run> runs, PLSlotSnapshot list, std::uint64_t changes);
 
-  /// The list to be written for `slots`: runs of which `known` has what would be written are taken over from there, and
+  /// The list to be written for `list`: runs of which `known` has what would be written are taken over from there, and
   /// within the others every element of which that holds; only the rest is made. `changes` was counted before.
-  static PLStoredVersion made(const PLStoredVersion& known, PLSlotSnapshot slots, std::uint64_t changes);
+  static PLStoredVersion made(const PLStoredVersion& known, PLSlotSnapshot list, std::uint64_t changes);
 
   /// After `array` was written: has `stored`, as the store has it now, in place of the runs that were made, as far as
   /// the store made them from these. Of others nothing is known then.
@@ -43,7 +43,7 @@ class PLStoredVersion {
   /// Tells of a merge of another version which of its runs it may pass over, being where it was when it began.
   class Unchanged {
    public:
-    Unchanged(const PLStoredVersion& known, const LongArray& array, const PLSlotSnapshot& slots, std::uint64_t changes);
+    Unchanged(const PLStoredVersion& known, const LongArray& array, const PLSlotSnapshot& list, std::uint64_t changes);
     /// Whether merging the run of that index would change nothing.
     bool operator()(std::size_t index) const;
 
@@ -58,7 +58,7 @@ class PLStoredVersion {
   bool holdsFor(std::span<const Slot> leaf) const;
   bool holdsFor(const Slot& slot) const;
   std::shared_ptr<const ArrayRun> makeRun(std::span<const Slot> leaf, std::size_t index) const;
-  std::vector<bool> differingLeaves(const PLSlotSnapshot& slots) const;
+  std::vector<bool> differingLeaves(const PLSlotSnapshot& list) const;
 
   LongArray _array;
   std::vector<Run> _runs;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <utility>
+#include <vector>
 
 #include "linux/LibPhoneNumber.h"
 #include "linux/PrivateFiles.h"
@@ -88,21 +89,23 @@ void CanonicalFormStore::read() {
   const std::string content = readAt(file, 0, *size);
   if (!content.starts_with(_firstLine)) return;
   std::string_view rest = std::string_view(content).substr(_firstLine.size());
-  _forms.reserve(static_cast<std::size_t>(std::ranges::count(rest, '\n')));
+  std::vector<std::pair<std::string_view, std::string_view>> forms;
+  forms.reserve(static_cast<std::size_t>(std::ranges::count(rest, '\n')));
   // What does not end in a line end is being written or was torn.
   for (auto end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {
-    readLine(rest.substr(0, end));
+    if (const auto form = readLine(rest.substr(0, end))) forms.push_back(*form);
     rest.remove_prefix(end + 1);
   }
+  _forms.add(forms);
 }
 
-void CanonicalFormStore::readLine(std::string_view line) {
-  if (line.size() <= checkSize + 1) return;
+std::optional<std::pair<std::string_view, std::string_view>> CanonicalFormStore::readLine(std::string_view line) {
+  if (line.size() <= checkSize + 1) return std::nullopt;
   const std::string_view fields = line.substr(0, line.size() - checkSize - 1);
   const auto check = checkOf(fields);
-  if (line.substr(fields.size() + 1) != std::string_view(check.data(), check.size())) return;
+  if (line.substr(fields.size() + 1) != std::string_view(check.data(), check.size())) return std::nullopt;
   const std::size_t end = fields.find(separator);
-  _forms.add(fields.substr(0, end), end == std::string_view::npos ? fields : fields.substr(end + 1));
+  return std::pair{fields.substr(0, end), end == std::string_view::npos ? fields : fields.substr(end + 1)};
 }
 
 void CanonicalFormStore::add(std::string_view text, std::string_view form) {

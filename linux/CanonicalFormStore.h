@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "linux/CanonicalForms.h"
 #include "runtime/Log.h"
@@ -51,7 +52,7 @@ class CanonicalFormStore : public std::enable_shared_from_this<CanonicalFormStor
 
  private:
   void read();
-  void readLine(std::string_view line);
+  static std::optional<std::pair<std::string_view, std::string_view>> readLine(std::string_view line);
   void writeUnwritten();
   std::string takeUnwritten();
   bool append(const std::string& lines) const;

@@ -96,8 +96,12 @@ std::optional<std::string_view> CanonicalForms::find(std::string_view text) cons
   return formAt(head);
 }
 
+bool CanonicalForms::isKept(std::string_view text, std::string_view form) {
+  return !text.empty() && !form.empty() && std::max(text.size(), form.size()) <= longestText;
+}
+
 bool CanonicalForms::add(std::string_view text, std::string_view form) {
-  if (text.empty() || form.empty() || std::max(text.size(), form.size()) > longestText) return false;
+  if (!isKept(text, form)) return false;
   const MutexLock lock(_mutex);
   makeRoomFor(2);
   if (!insert(text, form)) return false;
@@ -105,9 +109,14 @@ bool CanonicalForms::add(std::string_view text, std::string_view form) {
   return true;
 }
 
-void CanonicalForms::reserve(std::size_t count) {
+void CanonicalForms::add(std::span<const std::pair<std::string_view, std::string_view>> textsAndForms) {
   const MutexLock lock(_mutex);
-  makeRoomFor(count);
+  makeRoomFor(textsAndForms.size());
+  for (const auto& [text, form] : textsAndForms) {
+    if (!isKept(text, form)) continue;
+    makeRoomFor(2);
+    if (insert(text, form) && form != text) insert(form, form);
+  }
 }
 
 std::size_t CanonicalForms::size() const {

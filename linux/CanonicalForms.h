@@ -13,7 +13,9 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "runtime/ThreadSafety.h"
@@ -37,8 +39,8 @@ class CanonicalForms {
   /// when one of them is too long, and after 32 MB of texts. Any thread.
   bool add(std::string_view text, std::string_view form);
 
-  /// Makes room for that many texts at once. Any thread.
-  void reserve(std::size_t count);
+  /// Keeps many at once. Any thread.
+  void add(std::span<const std::pair<std::string_view, std::string_view>> textsAndForms);
 
   /// How many texts have a form here. Any thread.
   std::size_t size() const;
@@ -54,6 +56,7 @@ class CanonicalForms {
 
   const char* at(std::uint32_t place) const;
   const char* headOf(std::string_view text, const Table& table, std::uint64_t hash) const;
+  static bool isKept(std::string_view text, std::string_view form);
   bool insert(std::string_view text, std::string_view form) PELLOR_REQUIRES(_mutex);
   std::uint32_t write(std::string_view text, std::string_view form) PELLOR_REQUIRES(_mutex);
   void makeRoomFor(std::size_t count) PELLOR_REQUIRES(_mutex);
