@@ -12,20 +12,23 @@
 
 namespace pellor::bench {
 
-/// Times hits in a memo of the canonical forms of some numbers, each given as a string of its own.
-inline void timeMemoHits(benchmark::State& state) {
-  constexpr std::size_t count = 240;
-  std::vector<std::string> texts;
+/// Some numbers in canonical form.
+inline std::vector<std::string> canonicalNumbers() {
+  std::vector<std::string> numbers;
+  for (std::size_t number = 0; number < 240; ++number) numbers.push_back(personAt(number).phones.front());
+  return numbers;
+}
+
+/// Hits in a memo of their forms.
+inline void memoHit(benchmark::State& state) {
+  const std::vector<std::string> numbers = canonicalNumbers();
   std::unordered_map<std::string, std::string> memo;
-  for (std::size_t number = 0; number < count; ++number) {
-    texts.push_back(personAt(number).phones.front());
-    memo.emplace(texts.back(), texts.back());
-  }
+  for (const std::string& number : numbers) memo.emplace(number, number);
   std::size_t next = 0;
   for (auto _ : state) {
-    std::string form = memo.find(texts[next])->second;
+    std::string form = memo.find(numbers[next])->second;
     benchmark::DoNotOptimize(form);
-    if (++next == count) next = 0;
+    if (++next == numbers.size()) next = 0;
   }
 }
 
