@@ -1415,7 +1415,7 @@ struct PLFriendsManager::Merge {
   PLPersonForm form;                      // of the element being merged
   std::function<Value()> element;         // that element, made for the caller
   PLChangeLog changes;                    // which go into the change log together
-  std::set<std::uint64_t> emptiedLeaves;  // whose friends moved further up
+  std::set<std::uint64_t> changedLeaves;  // whose friends moved further up or changed there
   bool findsFriends = false;              // whether there were any friends before
   std::vector<PLStoredVersion::Run> runs;
 };
@@ -1451,7 +1451,7 @@ void PLFriendsManager::_mergeRuns(Merge& merge, const LongArray& stored, std::ui
   merge.runs.reserve(stored.runs().size());
   for (std::size_t index = 0; index < stored.runs().size(); ++index) {
     using Run = PLStoredVersion::Run;
-    const bool isAtRest = (isUnchanged(index) && !merge.emptiedLeaves.contains(index)) ||
+    const bool isAtRest = (isUnchanged(index) && !merge.changedLeaves.contains(index)) ||
                           _mergeRun(merge, *stored.runs()[index], index * LongArray::RunSize);
     merge.runs.push_back(isAtRest ? Run::atRest : Run::other);
   }
@@ -1508,6 +1508,7 @@ bool PLFriendsManager::_placeStoredFriend(Merge& merge, std::uint64_t index) {
   if (known) {
     if (known->updateFromForm(merge.form)) {
       merge.changes.add(known, PLFriendsManagerPersonUpdated);
+      _markLaterSlots(merge, *known, index);
     }
     return isAtRest(*known, merge.form);
   }
@@ -1518,6 +1519,14 @@ bool PLFriendsManager::_placeStoredFriend(Merge& merge, std::uint64_t index) {
   _friendList.set(index, person);
   merge.changes.add(person, PLFriendsManagerPersonAdded);
   return !sourced && isAtRest(*stored, merge.form);
+}
+
+// A friend may be in several slots: the forms in the later ones met another one when they were merged last.
+void PLFriendsManager::_markLaterSlots(Merge& merge, const PLPerson& person, std::uint64_t index) {
+  while (const auto later = _friendList.indexOf(&person, index + 1)) {
+    merge.changedLeaves.insert(*later / LongArray::RunSize);
+    index = *later;
+  }
 }
 
 // Its making marked it. What is stored already is not written again: that could overwrite a later edit elsewhere.
@@ -1538,7 +1547,7 @@ std::shared_ptr<PLPerson> PLFriendsManager::_takeMovedFriend(Merge& merge, std::
   if (const auto later = _friendList.firstDescribedBy(merge.form, index + 1)) {
     moved = _friendList.at(*later);
     _friendList.set(*later, EmptySlot);
-    merge.emptiedLeaves.insert(*later / LongArray::RunSize);
+    merge.changedLeaves.insert(*later / LongArray::RunSize);
   } else {
     moved = merge.displaced.firstDescribedBy(merge.form);
     if (moved) merge.displaced.remove(moved.get());

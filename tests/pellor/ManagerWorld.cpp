@@ -67,6 +67,16 @@ Array storedList(const std::string& text) {
   return list;
 }
 
+LongArray storedAfter(const std::optional<Value>& before, const Array& list) {
+  const LongArray* const known = before ? before->longArray() : nullptr;
+  auto runs = LongArray(list).runs();
+  for (std::size_t index = 0; known && index < std::min(runs.size(), known->runs().size()); ++index) {
+    const auto& run = known->runs()[index];
+    if (LongArray({run}) == LongArray({runs[index]})) runs[index] = run;
+  }
+  return LongArray(std::move(runs));
+}
+
 std::string textOf(const Value& list, std::uint64_t groupSize) {
   if (!list.array()) return "no list";
   std::vector<std::string> slots;

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "Pellor/PLFriendsManager.h"
+#include "runtime/LongArray.h"
 #include "testing/SimulatedScheduler.h"
 #include "testing/SimulatedWorld.h"
 
@@ -32,6 +33,8 @@ TestContact contactNamed(const std::string& name);
 Dictionary storedForm(const std::string& name);
 /// A stored list, of "Ann,-,Bob|-,-,-".
 Array storedList(const std::string& text);
+/// The list as a store has it that had `before` there: runs of the same elements are the same objects.
+LongArray storedAfter(const std::optional<Value>& before, const Array& list);
 /// A stored list as text; with `groupSize` 0 without groups. A friend without a name is "?".
 std::string textOf(const Value& list, std::uint64_t groupSize);
 /// "Ann+ Bob->": the persons of a log with what happened to them: + added, ~ updated, - deleted, > moved.

@@ -173,7 +173,7 @@ class Life {
 
   void store(const Array& list) {
     _story.emplace_back(list);
-    put(PLFriendListKey, list);
+    put(PLFriendListKey, storedAfter(_world.preferences().value(PLFriendListKey, TapnoteDomain), list));
     _plain.stored = list;
   }
 
