@@ -416,7 +416,7 @@ struct PLFriendsManager::Write {
   std::shared_ptr<const PLSlotSnapshot> list;
   std::shared_ptr<const TitlesVersion> titles;
   std::uint64_t mergeCount = 0;
-  std::uint64_t changes = 0;  // of persons, counted before the list was looked at
+  std::uint64_t changes = 0;  // of persons, counted before any of them was looked at and after its flag was taken
 
   bool writesList() const { return layoutChanged || titlesChanged || !persons.empty(); }
 };
@@ -464,11 +464,13 @@ bool PLFriendsManager::_takeUnsavedChanges(Write& write) {
   write.layoutChanged = _needsFriendListSync.exchange(false, std::memory_order_acquire);
   write.titlesChanged = _needsTitlesSync.exchange(false, std::memory_order_acquire);
   write.marksNormalized = _needsNormalizationMark.exchange(false, std::memory_order_acquire);
-  write.changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
   write.mergeCount = _mergeCount.load(std::memory_order_acquire);
   write.list = _publishedList.load();
   write.titles = _publishedTitles.load();
   _takeUnsavedPersons(write);
+  // After the flags of the persons: what they stand for is counted then, and no stored form of before passes for
+  // theirs.
+  write.changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
   return write.writesList() || write.marksNormalized;
 }
 

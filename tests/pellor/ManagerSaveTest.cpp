@@ -237,6 +237,30 @@ TEST(ManagerThreadsTest, AnEditDuringARunningSaveIsNotLost) {
   }
 }
 
+// A save takes the flags one after the other, the first friend's before the last one's.
+TEST(ManagerThreadsTest, AnEditWhileASaveTakesTheFlagsIsNotLost) {
+  constexpr std::size_t groupCount = 200, groupSize = 50;
+  SimulatedWorld world;
+  Process process(std::make_shared<LogCollector>());
+  installPlatform(process, world.makePlatform(process));
+  PLFriendsManager::setMaxGroupCountDomain(groupCount, OtherDomain);
+  PLFriendsManager::setGroupSizeDomain(groupSize, OtherDomain);
+  PLFriendsManager::setRefreshAgainstContactsOnInitEnabledDomain(false, OtherDomain);
+  Array list;
+  while (list.size() < groupCount * groupSize) list.emplace_back(storedForm("Friend" + std::to_string(list.size())));
+  world.preferences().setValue(PLFriendListKey, LongArray(list), OtherDomain);
+  const auto manager = PLFriendsManager::managerForDomain(OtherDomain);
+  ASSERT_TRUE(process.settle(60));
+  const auto first = manager->friendGroups().front()->friendAtPosition(0);
+  const auto last = manager->friendGroups().back()->friendAtPosition(groupSize - 1);
+  first->setNeedsSave(true);
+  manager->save();
+  while (first->needsSave()) process.mainQueue().drain();
+  last->setPreferredReplyAs("home");
+  ASSERT_TRUE(process.settle(60));
+  EXPECT_EQ(world.preferences().value(PLFriendListKey, OtherDomain)->array()->back(), last->dictionaryRepresentation());
+}
+
 // All that may happen at once, above all for ThreadSanitizer. Of two managers one reloads its list all the time: what
 // is stored takes the place of an edit that is not. The other one loses nothing.
 TEST(ManagerThreadsTest, EditsMetadataSavesReloadsAndLookupsGoTogether) {
