@@ -1,0 +1,168 @@
+// What must not grow with the list: how many elements a load looks at and a save makes, and how often somebody is told.
+#include <ranges>
+
+#include "Pellor/PLStoredVersion.h"
+#include "testing/LogCollector.h"
+#include "tests/pellor/ManagerWorld.h"
+#include "tests/pellor/OneProcess.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::ElementsAre;
+
+class CountingService : public SimulatedIdentityService {
+ public:
+  using SimulatedIdentityService::SimulatedIdentityService;
+  std::optional<std::string> comparableNumber(std::string_view number) override {
+    ++count;
+    return SimulatedIdentityService::comparableNumber(number);
+  }
+  std::size_t count = 0;
+};
+
+/// A run of a store's own.
+class CountingRun : public ArrayRun {
+ public:
+  CountingRun(std::shared_ptr<const ArrayRun> run, std::size_t& shown) : _run(std::move(run)), _shown(shown) {}
+  std::size_t size() const override { return _run->size(); }
+  Value at(std::size_t index) const override { return _run->at(index); }
+  bool show(std::size_t index, DictionaryView& view) const override {
+    ++_shown;
+    return _run->show(index, view);
+  }
+
+ private:
+  const std::shared_ptr<const ArrayRun> _run;
+  std::size_t& _shown;
+};
+
+class ManagerCountsTest : public ManagerTest {
+ protected:
+  static constexpr std::size_t friendCount = 2'400, groupSize = 12, run = LongArray::RunSize;
+
+  ManagerCountsTest() {
+    setGroups(friendCount / groupSize, groupSize);
+    setSetting(PLRefreshAgainstContactsOnInitEnabledKey, false);
+    Array list;
+    for (std::size_t index = 0; index < friendCount; ++index) {
+      list.emplace_back(storedForm("Friend" + std::to_string(index)));
+      setEntry(list.back(), "AllValues", Array{"+" + std::to_string(491510000000 + index)});
+    }
+    store(list);
+    auto platform = world.makePlatform(process);
+    platform.reachability = service;
+    installPlatform(process, platform);
+  }
+
+  static void setEntry(Value& element, const std::string& key, Value value) {
+    Dictionary form = *element.dictionary();
+    form.insert_or_assign(key, std::move(value));
+    element = std::move(form);
+  }
+  LongArray stored() { return *storedValue(PLFriendListKey)->longArray(); }
+  /// Stores a list as another process would.
+  void store(const Array& list) {
+    const auto before = storedValue(PLFriendListKey);
+    auto runs = storedAfter(before, list).runs();
+    for (std::size_t index = 0; index < runs.size(); ++index) {
+      if (!before || runs[index] != stored().runs()[index]) {
+        runs[index] = std::make_shared<CountingRun>(runs[index], shownCount);
+      }
+    }
+    world.preferences().setValue(PLFriendListKey, LongArray(std::move(runs)), TapnoteDomain);
+  }
+
+  /// What it costs until all is at rest: elements shown, canonical forms asked for, notifications, writes; and in what
+  /// was written, runs that are others than before and elements that were made for them.
+  std::vector<std::size_t> costOf(const auto& work) {
+    const auto counts = [this] {
+      return std::vector{shownCount, service->count, changes.count(), std::size_t{world.preferences().writeCount()}};
+    };
+    auto cost = counts();
+    const LongArray before = stored();
+    {
+      const Process::Scope scope(process);
+      work();
+    }
+    rest();
+    std::ranges::transform(counts(), cost, cost.begin(), std::minus<>());
+    cost.resize(6);
+    const LongArray after = stored();
+    for (std::size_t index = 0; cost[3] != 0 && index < before.runs().size(); ++index) {
+      const auto& written = after.runs()[index];
+      if (written == before.runs()[index]) continue;
+      ++cost[4];
+      for (std::size_t place = 0; place < written->size(); ++place) cost[5] += written->origin(place).run == nullptr;
+    }
+    return cost;
+  }
+  std::vector<Slot> slots() {
+    std::vector<Slot> slots;
+    for (const auto& group : manager->friendGroups()) std::ranges::copy(group->friends(), std::back_inserter(slots));
+    return slots;
+  }
+
+  std::size_t shownCount = 0;
+  Process process{scheduler, std::make_shared<LogCollector>()};
+  const std::shared_ptr<CountingService> service =
+      std::make_shared<CountingService>(std::make_shared<SimulatedPhoneNumbers>());
+  std::shared_ptr<PLFriendsManager> manager;
+  const Posts changes{process, PLFriendsManagerChangedNotification};
+};
+
+TEST_F(ManagerCountsTest, WhatDidNotChangeIsNeitherReadNorWritten) {
+  const auto nothing = ElementsAre(0, 0, 0, 0, 0, 0);
+  const auto reload = [&] { manager->reloadFriendList(); };
+  EXPECT_THAT(costOf([&] { manager = PLFriendsManager::initWithDomain(std::nullopt); }),
+              ElementsAre(friendCount, friendCount, 1, 0, 0, 0));
+  EXPECT_THAT(costOf(reload), nothing);
+
+  Array list = stored().elements();
+  setEntry(list[1'200], "ReplyAs", "home");
+  store(list);
+  EXPECT_THAT(costOf([&] { postListChanged(); }), ElementsAre(run, run, 1, 0, 0, 0));
+  EXPECT_EQ(slots()[1'200]->preferredReplyAs(), "home");
+  EXPECT_THAT(costOf(reload), ElementsAre(run, run, 0, 0, 0, 0)) << "a friend that a load changed is looked at again";
+  EXPECT_THAT(costOf(reload), nothing);
+
+  EXPECT_THAT(costOf([&] { slots()[1'000]->setPreferredReplyAs("work"); }), ElementsAre(0, 0, 1, 1, 1, 1));
+  EXPECT_EQ(stored().at(1'000), Value(slots()[1'000]->dictionaryRepresentation()));
+  EXPECT_THAT(costOf(reload), ElementsAre(run - 1, run, 0, 0, 0, 0)) << "so is what this process wrote itself";
+  EXPECT_THAT(costOf(reload), nothing);
+
+  EXPECT_THAT(costOf([&] {
+                for (const auto& person : slots() | std::views::take(run + 1)) {
+                  person->setPreferredReplyAs("home");
+                  manager->save();
+                }
+              }),
+              ElementsAre(0, 0, 1, 1, 2, run + 1));
+
+  const auto before = slots();
+  list = stored().elements();
+  std::ranges::reverse(list);
+  store(list);
+  EXPECT_THAT(costOf([&] { postListChanged(); }), ElementsAre(friendCount, friendCount, 1, 0, 0, 0));
+  EXPECT_TRUE(std::ranges::equal(slots(), std::views::reverse(before)));
+  EXPECT_THAT(costOf(reload), nothing);
+}
+
+using StoredVersion = OneProcess;
+
+TEST_F(StoredVersion, KnowsOfNoRunThatTheStoreHasFromSomebodyElse) {
+  PLSlotList list;
+  while (list.count() < 3 * LongArray::RunSize) list.append(PLPerson::init());
+  auto version = PLStoredVersion::made({}, list.snapshot(), 0);
+  const auto written = version.array().runs();
+  const LongArray others = storedAfter(std::nullopt, version.array().elements());
+  version.takeOver(LongArray({written[0], others.runs()[1]}));
+  const auto next = PLStoredVersion::made(version, list.snapshot(), 0).array().runs();
+  EXPECT_EQ(next[0], written[0]);
+  EXPECT_NE(next[1], others.runs()[1]);
+  EXPECT_NE(next[1], written[1]);
+  EXPECT_NE(next[2], written[2]) << "nor of one that it has lost";
+}
+
+}  // namespace
+}  // namespace pellor
