@@ -75,8 +75,12 @@ std::size_t outputWidth() {
 }
 
 std::string fitted(std::string_view text, std::size_t width) {
-  std::string result = displayWidth(text) <= width ? std::string(text) : cut(text, width);
-  const std::size_t taken = displayWidth(result);
+  std::string result(text);
+  std::size_t taken = displayWidth(result);
+  if (taken > width) {
+    result = cut(text, width);
+    taken = displayWidth(result);
+  }
   if (taken < width) result.append(width - taken, ' ');
   return result;
 }

@@ -45,12 +45,18 @@ bool isAbbreviated(UScriptCode script) {
   return std::find(abbreviated.begin(), abbreviated.end(), script) != abbreviated.end();
 }
 
-std::unique_ptr<icu::BreakIterator> clustersOf(const icu::UnicodeString& text) {
+std::unique_ptr<icu::BreakIterator> makeClusters() {
   UErrorCode status = U_ZERO_ERROR;
-  std::unique_ptr<icu::BreakIterator> iterator(
+  return std::unique_ptr<icu::BreakIterator>(
       icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-  if (iterator) iterator->setText(text);
-  return iterator;
+}
+
+// Making an iterator takes much longer than what is asked of it here. Valid until the thread's next call; null when
+// there is none.
+icu::BreakIterator* clustersOf(const icu::UnicodeString& text) {
+  static thread_local const std::unique_ptr<icu::BreakIterator> clusters = makeClusters();
+  if (clusters) clusters->setText(text);
+  return clusters.get();
 }
 
 struct Initial {
@@ -87,12 +93,30 @@ Initial initialOf(const std::optional<std::string>& part) {
   const icu::UnicodeString name = unicode(*part);
   const std::int32_t start = indexOfFirstLetter(name);
   if (start == name.length()) return {};
-  const auto clusters = clustersOf(name);
+  icu::BreakIterator* const clusters = clustersOf(name);
   const std::int32_t end = clusters ? clusters->following(start) : name.moveIndex32(start, 1);
   Initial initial;
   name.tempSubStringBetween(start, end).toUTF8String(initial.text);
   initial.isAbbreviated = isAbbreviated(scriptOf(name.char32At(start)));
   return initial;
+}
+
+// The letters and signs of Western languages, none of which joins another one to a cluster.
+bool isPlain(UChar32 character) {
+  constexpr UChar32 softHyphen = 0xAD, firstMark = 0x300;
+  return (character >= ' ' && character <= '~') ||
+         (character >= 0xA0 && character < firstMark && character != softHyphen);
+}
+
+/// The width of a text of plain characters, one column each; absent for any other text.
+std::optional<std::size_t> plainWidth(std::string_view text) {
+  std::size_t width = 0;
+  const auto isOther = [&width](UChar32 character) {
+    ++width;
+    return !isPlain(character);
+  };
+  if (anyCharacter(text, isOther)) return std::nullopt;
+  return width;
 }
 
 std::size_t widthOfCharacter(UChar32 character) {
@@ -179,8 +203,9 @@ bool writesSurnameFirst(const std::string& locale) {
 }
 
 std::size_t displayWidth(std::string_view text) {
+  if (const auto width = plainWidth(text)) return *width;
   const icu::UnicodeString content = unicode(text);
-  const auto clusters = clustersOf(content);
+  icu::BreakIterator* const clusters = clustersOf(content);
   if (!clusters) return static_cast<std::size_t>(content.countChar32());
   std::size_t width = 0;
   std::int32_t start = clusters->first();
