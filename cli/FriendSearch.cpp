@@ -5,10 +5,10 @@
 #include <set>
 
 #include "Pellor/PLDestination.h"
-#include "Pellor/PLUtility.h"
 #include "cli/CommandError.h"
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
+#include "cli/ShownNumbers.h"
 
 namespace pellor::cli {
 namespace {
@@ -105,7 +105,7 @@ std::string shownDestination(const PLPerson& person) {
 
 std::string shownDestination(const std::string& destination) {
   const bool isNumber = plMessageDestinationType(destination) == PLMessageDestinationTypePhoneNumber;
-  return printable(isNumber ? PLUtility::compressPhoneNumberString(destination) : destination);
+  return printable(isNumber ? Process::current().local<ShownNumbers>().shown(destination) : destination);
 }
 
 }  // namespace pellor::cli

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "cli/CommandError.h"
+#include "cli/ShownNumbers.h"
 #include "linux/StandardErrorLog.h"
 
 namespace pellor::cli {
@@ -39,6 +40,8 @@ Session::Session(const CommonOptions& options)
       _process(logSink(_options)),
       _platform(std::in_place, _process, platformOptions(_options, _progress)) {
   const std::string stored = _platform->region();
+  const Process::Scope scope(_process);
+  _process.local<ShownNumbers>().keepIn(_platform->dataFolder(), stored);
   if (!_options.region || *_options.region == stored) return;
   throw UsageError("the store is kept in region " + stored + ", not " + *_options.region +
                    "; \"pellor settings region " + *_options.region + "\" changes it");

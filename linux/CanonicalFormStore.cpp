@@ -18,9 +18,9 @@ namespace {
 constexpr char separator = '\t';
 constexpr std::size_t checkSize = 4;
 
-std::string firstLineFor(std::string_view region) {
+std::string firstLineFor(std::string_view name, std::string_view region) {
   // The number goes up when this library makes other forms of what the phone library says.
-  return "canonical forms 1 " + std::string(region) + " " + phoneLibraryVersion() + "\n";
+  return std::string(name) + " 1 " + std::string(region) + " " + phoneLibraryVersion() + "\n";
 }
 
 std::array<char, checkSize> checkOf(std::string_view fields) {
@@ -77,8 +77,8 @@ std::shared_ptr<CanonicalFormStore> CanonicalFormStore::open(std::string region,
 CanonicalFormStore::CanonicalFormStore(Passkey, std::string region, std::optional<CanonicalFormFolder> folder)
     : _region(std::move(region)),
       _folder(std::move(folder)),
-      _file(_folder ? _folder->folder / ("canonical-forms-" + fileNameOf(_region)) : ""),
-      _firstLine(_folder ? firstLineFor(_region) : "") {
+      _file(_folder ? _folder->folder / (_folder->name + "-" + fileNameOf(_region)) : ""),
+      _firstLine(_folder ? firstLineFor(_folder->name, _region) : "") {
   if (_folder) read();
 }
 
@@ -130,7 +130,7 @@ void CanonicalFormStore::writeUnwritten() {
   if (append(lines)) return;
   const auto error = replacePrivateFile(_file, _firstLine + lines);
   if (!error) return;
-  _folder->log.log("canonical forms are not kept: %@", *error);
+  _folder->log.log("%@ are not kept: %@", _folder->name, *error);
   const MutexLock lock(_mutex);
   _hasFailed = true;
 }

@@ -22,6 +22,8 @@ struct CanonicalFormFolder {
   LogHandle log;
   /// Runs a task later, on a thread that may wait for a disk. What has not run when the process ends is lost work.
   std::function<void(Task)> later;
+  /// Of the file, before the region: forms of another kind are kept under another name.
+  std::string name = "canonical-forms";
 };
 
 /// The forms that one phone library makes in one region. They are a memory of what can be worked out again, so nothing

@@ -145,7 +145,7 @@ TEST_F(KeptFormsTest, AreDoneWithoutWhereNothingCanBeWritten) {
   const auto service = startIn(folder / "missing");
   EXPECT_EQ(service->comparableNumber("030 1234567"), "+49301234567");
   EXPECT_EQ(service->comparableNumber("030 1234568"), "+49301234568");
-  EXPECT_THAT(log->messages(), testing::ElementsAre(testing::StartsWith("canonical forms are not kept: ")));
+  EXPECT_THAT(log->messages(), testing::ElementsAre(testing::StartsWith("canonical-forms are not kept: ")));
   EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
