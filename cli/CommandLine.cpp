@@ -45,7 +45,7 @@ void addCommonOptions(CLI::App& program, CommonOptions& options) {
   program.add_flag("--verbose", options.verbose, "Write the log to standard error, names and numbers included");
 }
 
-void addCommands(CLI::App& program, Command& chosen) {
+void addCommands(CLI::App& program, Command& chosen, CommonOptions& options) {
   addListCommands(program, chosen);
   addEditCommands(program, chosen);
   addPageCommands(program, chosen);
@@ -54,7 +54,7 @@ void addCommands(CLI::App& program, Command& chosen) {
   addFavoritesCommands(program, chosen);
   addSettingsCommands(program, chosen);
   addStatusCommand(program, chosen);
-  addWatchCommand(program, chosen);
+  addWatchCommand(program, chosen, options);
 }
 
 std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
@@ -81,7 +81,7 @@ ParsedArguments parseArguments(int count, const char* const* arguments) {
       "The options that \"pellor --help\" lists go with every command; without one the list is shown.\n"
       "Exit codes: 0 done, 1 failed, 2 wrong usage.");
   addCommonOptions(program, parsed.line.options);
-  addCommands(program, parsed.line.command);
+  addCommands(program, parsed.line.command, parsed.line.options);
   try {
     program.parse(count, arguments);
   } catch (const CLI::ParseError& error) {

@@ -32,15 +32,15 @@ struct ParsedArguments {
 ParsedArguments parseArguments(int count, const char* const* arguments);
 
 // Each adds a group of commands; the one that is given on the command line becomes `chosen`.
-void addListCommands(CLI::App& program, Command& chosen);       // list, find
-void addEditCommands(CLI::App& program, Command& chosen);       // add, remove, move
-void addPageCommands(CLI::App& program, Command& chosen);       // title, purge
-void addFriendCommands(CLI::App& program, Command& chosen);     // reply-as, meta
-void addContactCommands(CLI::App& program, Command& chosen);    // contacts, allow, refresh
-void addFavoritesCommands(CLI::App& program, Command& chosen);  // favorites
-void addSettingsCommands(CLI::App& program, Command& chosen);   // settings
-void addStatusCommand(CLI::App& program, Command& chosen);      // status
-void addWatchCommand(CLI::App& program, Command& chosen);       // watch
+void addListCommands(CLI::App& program, Command& chosen);                          // list, find
+void addEditCommands(CLI::App& program, Command& chosen);                          // add, remove, move
+void addPageCommands(CLI::App& program, Command& chosen);                          // title, purge
+void addFriendCommands(CLI::App& program, Command& chosen);                        // reply-as, meta
+void addContactCommands(CLI::App& program, Command& chosen);                       // contacts, allow, refresh
+void addFavoritesCommands(CLI::App& program, Command& chosen);                     // favorites
+void addSettingsCommands(CLI::App& program, Command& chosen);                      // settings
+void addStatusCommand(CLI::App& program, Command& chosen);                         // status
+void addWatchCommand(CLI::App& program, Command& chosen, CommonOptions& options);  // watch
 
 /// The command when none is given: list.
 Command defaultCommand();

@@ -28,6 +28,7 @@ LinuxPlatformOptions platformOptions(const CommonOptions& options, ProgressLine&
   if (options.dataFolder) result.folders.data = fs::absolute(*options.dataFolder);
   if (options.contactsFolder) result.contactsFolder = fs::absolute(*options.contactsFolder);
   result.region = options.region;
+  result.noticesChanges = options.noticesChanges;
   result.indexProgress = [&progress](std::size_t done, std::size_t total) { progress.show(done, total); };
   return result;
 }

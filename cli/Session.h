@@ -27,6 +27,7 @@ struct CommonOptions {
   std::optional<std::string> service;
   bool json = false;
   bool verbose = false;
+  bool noticesChanges = false;  ///< of a command that goes on until it is interrupted
 };
 
 /// Used on the main thread alone. What fails throws CommandError.

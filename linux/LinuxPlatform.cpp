@@ -55,6 +55,7 @@ std::shared_ptr<VdirAddressBook> makeAddressBook(Process& process, const LinuxPl
   result.index.canonicalDestination = canonicalDestinations(identities);
   result.index.canonicalForm = regionSource(region);
   result.index.progress = options.indexProgress;
+  result.noticesChanges = options.noticesChanges;
   result.surnameFirst = [region] { return writesSurnameFirst(region->locale()); };
   return VdirAddressBook::make(process, std::move(result));
 }
@@ -69,10 +70,12 @@ LinuxPlatform::LinuxPlatform(Process& process, const LinuxPlatformOptions& optio
       _identities(makeIdentities(process, options.folders, _region)),
       _addressBook(makeAddressBook(process, options, _region, _identities)),
       _favorites(std::make_shared<FavoritesFile>(_addressBook)) {
-  installPlatform(process, assemble(process, options.folders));
+  installPlatform(process, assemble(process, options));
 }
 
-Platform LinuxPlatform::assemble(Process& process, const UserFolders& folders) {
+Platform LinuxPlatform::assemble(Process& process, const LinuxPlatformOptions& options) {
+  const UserFolders& folders = options.folders;
+  const auto hearing = options.noticesChanges ? NotifyFolder::Hearing::always : NotifyFolder::Hearing::whenSettling;
   const auto text = std::make_shared<IcuText>([region = _region] { return region->locale(); });
   Platform platform;
   platform.addressBook = _addressBook;
@@ -81,7 +84,7 @@ Platform LinuxPlatform::assemble(Process& process, const UserFolders& folders) {
   platform.reachability = _identities;
   platform.phoneNumbers = std::make_shared<LibPhoneNumber>(regionSource(_region));
   platform.personNames = text;
-  platform.notifyBus = NotifyFolder::make(process, folders, logOf(process, "bus"));
+  platform.notifyBus = NotifyFolder::make(process, folders, logOf(process, "bus"), hearing);
   platform.counters =
       std::make_shared<PrometheusCounters>(process, folders.data / "counters.prom", logOf(process, "counters"));
   platform.favorites = _favorites;

@@ -27,6 +27,9 @@ struct LinuxPlatformOptions {
   std::optional<std::string> region;
   /// Called on the main queue while contacts are read for the index, with how many of how many are done. May be empty.
   std::function<void(std::size_t done, std::size_t total)> indexProgress;
+  /// Whether changes that come from outside are noticed at any time; else those of the list while the process settles,
+  /// and those of the contacts by the next process. For a program that ends at once.
+  bool noticesChanges = true;
 };
 
 /// Makes the adapters and installs them as the platform of a process; adds what a program needs of them beyond the
@@ -49,7 +52,7 @@ class LinuxPlatform {
   const std::filesystem::path& contactsFolder() const { return _addressBook->contactsFolder(); }
 
  private:
-  Platform assemble(Process& process, const UserFolders& folders);
+  Platform assemble(Process& process, const LinuxPlatformOptions& options);
 
   const std::filesystem::path _dataFolder;
   const std::shared_ptr<SQLitePreferences> _preferences;

@@ -74,25 +74,34 @@ FileDescriptor lockedCounter(const fs::path& path) {
 
 }  // namespace
 
-std::shared_ptr<NotifyFolder> NotifyFolder::make(Process& process, fs::path folder, LogHandle log) {
-  return std::make_shared<NotifyFolder>(Passkey{}, process, std::move(folder), std::move(log));
+std::shared_ptr<NotifyFolder> NotifyFolder::make(Process& process, fs::path folder, LogHandle log, Hearing hearing) {
+  return std::make_shared<NotifyFolder>(Passkey{}, process, std::move(folder), std::move(log), hearing);
 }
 
-std::shared_ptr<NotifyFolder> NotifyFolder::make(Process& process, const UserFolders& folders, LogHandle log) {
+std::shared_ptr<NotifyFolder> NotifyFolder::make(Process& process, const UserFolders& folders, LogHandle log,
+                                                 Hearing hearing) {
   const fs::path folder = folders.notify();
   if (!folders.runtime) log.log("no private runtime folder (XDG_RUNTIME_DIR), notifications go by %@", folder.string());
-  return make(process, folder, std::move(log));
+  return make(process, folder, std::move(log), hearing);
 }
 
-NotifyFolder::NotifyFolder(Passkey, Process& process, fs::path folder, LogHandle log)
-    : _process(process), _folder(std::move(folder)), _log(std::move(log)), _retryPause(FirstRetrySeconds) {}
+NotifyFolder::NotifyFolder(Passkey, Process& process, fs::path folder, LogHandle log, Hearing hearing)
+    : _process(process),
+      _folder(std::move(folder)),
+      _log(std::move(log)),
+      _hearing(hearing),
+      _retryPause(FirstRetrySeconds) {
+  if (_hearing == Hearing::whenSettling) _process.addSettleParticipant(*this);
+}
 
-NotifyFolder::~NotifyFolder() = default;
+NotifyFolder::~NotifyFolder() {
+  if (_hearing == Hearing::whenSettling) _process.removeSettleParticipant(*this);
+}
 
 void NotifyFolder::addObserver(const void* observer, std::function<void()> callback, std::string_view name) {
   _process.requireMainQueue("NotifyFolder::addObserver");
   removeObserver(observer, name);
-  startWatching();
+  if (_hearing == Hearing::always) startWatching();
   const auto [channel, isNew] = _channels.try_emplace(std::string(name));
   if (isNew) channel->second.seen = readCount(fileOf(channel->first));
   channel->second.registrations.push_back(
@@ -149,6 +158,16 @@ void NotifyFolder::retry() {
   } else {
     retryLater();
   }
+}
+
+// Asked once a turn while the process settles; the counters are taken note of by a task, like what a watch reports.
+bool NotifyFolder::isSettled() const {
+  const auto hasMoved = [this](const auto& entry) { return readCount(fileOf(entry.first)) != entry.second.seen; };
+  if (std::ranges::none_of(_channels, hasMoved)) return true;
+  _process.mainQueue().async([weak = weak_from_this()] {
+    if (const auto self = weak.lock()) std::const_pointer_cast<NotifyFolder>(self)->check(Delivery::whenCounted);
+  });
+  return false;
 }
 
 void NotifyFolder::deliverSoon(const std::string& name) {

@@ -30,24 +30,38 @@ class FolderWatch;
 /// once and tried again with a growing pause. A folder that vanishes is made again; then each observed name gets a
 /// delivery.
 ///
+/// A program that ends at once need not watch: it hears of posts while it settles. The system lets a process that
+/// watched a folder wait for tens of milliseconds at its end.
+///
 /// Main queue. Destroyed on it too, at the latest with the process.
-class NotifyFolder final : public SystemNotifyBus, public std::enable_shared_from_this<NotifyFolder> {
+class NotifyFolder final : public SystemNotifyBus,
+                           public SettleParticipant,
+                           public std::enable_shared_from_this<NotifyFolder> {
   struct Passkey {};
 
  public:
+  /// When posts of other processes are heard.
+  enum class Hearing { always, whenSettling };
+
   /// A bus of `process` in the given folder, which is made at the first use (0700).
-  static std::shared_ptr<NotifyFolder> make(Process& process, std::filesystem::path folder, LogHandle log);
+  static std::shared_ptr<NotifyFolder> make(Process& process, std::filesystem::path folder, LogHandle log,
+                                            Hearing hearing = Hearing::always);
   /// In the user's notify folder; logs a warning when the user has no runtime folder, since processes that have one
   /// will not be heard then.
-  static std::shared_ptr<NotifyFolder> make(Process& process, const UserFolders& folders, LogHandle log);
+  static std::shared_ptr<NotifyFolder> make(Process& process, const UserFolders& folders, LogHandle log,
+                                            Hearing hearing = Hearing::always);
 
-  NotifyFolder(Passkey, Process& process, std::filesystem::path folder, LogHandle log);
+  NotifyFolder(Passkey, Process& process, std::filesystem::path folder, LogHandle log, Hearing hearing);
   ~NotifyFolder() override;
 
   /// A second registration of the same observer for the same name takes the place of the first.
   void addObserver(const void* observer, std::function<void()> callback, std::string_view name) override;
   void removeObserver(const void* observer, std::string_view name) override;
   void post(std::string_view name) override;
+
+  /// Whether no post of another process waits to be heard. Asks the folder when it is not watched.
+  bool isSettled() const override;
+  bool isWritten() const override { return true; }
 
  private:
   using Count = std::optional<std::uint64_t>;  ///< absent: no file, or a damaged one
@@ -83,6 +97,7 @@ class NotifyFolder final : public SystemNotifyBus, public std::enable_shared_fro
   Process& _process;
   const std::filesystem::path _folder;
   const LogHandle _log;
+  const Hearing _hearing;
   std::map<std::string, Channel, std::less<>> _channels;  ///< the observed names
   std::uint64_t _nextSerial = 0;
   std::set<std::string, std::less<>> _unposted;

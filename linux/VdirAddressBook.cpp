@@ -52,6 +52,7 @@ VdirAddressBook::VdirAddressBook(Passkey, Process& process, VdirAddressBookOptio
       _contactsFolder(normalisedFolder(options.index.contactsFolder)),
       _shortNameFormatEnabled(options.shortNameFormatEnabled),
       _shortNamePreferNicknames(options.shortNamePreferNicknames),
+      _noticesChanges(options.noticesChanges),
       _index(std::make_shared<ContactIndex>(std::move(options.index), _log)),
       _shared(std::make_shared<VdirHandle>(_index, std::move(options.surnameFirst))),
       _inbox(std::make_shared<Inbox>()) {}
@@ -60,8 +61,8 @@ VdirAddressBook::~VdirAddressBook() = default;
 
 // The watch comes first, so that no change falls between the look at the folder and the watch.
 void VdirAddressBook::start() {
-  if (_watch) return;
-  _watch = makeWatch();
+  if (std::exchange(_isStarted, true)) return;
+  if (_noticesChanges) _watch = makeWatch();
   update(FolderChange::all());
   _announcedSequence = readableSequence();
 }

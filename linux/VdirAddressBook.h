@@ -32,10 +32,14 @@ struct VdirAddressBookOptions {
   std::function<bool()> surnameFirst;
   bool shortNameFormatEnabled = false;
   bool shortNamePreferNicknames = false;
+  /// Whether changes are noticed after the first use. A program that ends at once does without: the system lets a
+  /// process that watched a folder wait for tens of milliseconds at its end.
+  bool noticesChanges = true;
 };
 
 /// Costs nothing until it is used. The first use watches the folder and brings the index in step with it; from then on
-/// changes are noticed while the main queue is served. Main queue, but for the text tests.
+/// changes are noticed while the main queue is served, unless the options say otherwise. Main queue, but for the text
+/// tests.
 class VdirAddressBook final : public AddressBookStore, public std::enable_shared_from_this<VdirAddressBook> {
   class Passkey {};
 
@@ -86,6 +90,7 @@ class VdirAddressBook final : public AddressBookStore, public std::enable_shared
   const std::filesystem::path _contactsFolder;
   const bool _shortNameFormatEnabled;
   const bool _shortNamePreferNicknames;
+  const bool _noticesChanges;
   const std::shared_ptr<ContactIndex> _index;
   const std::shared_ptr<VdirHandle> _shared;
   const std::shared_ptr<Inbox> _inbox;
@@ -95,7 +100,8 @@ class VdirAddressBook final : public AddressBookStore, public std::enable_shared
   double _retryPause = 0;
   std::int32_t _announcedSequence = 0;
   mutable std::int32_t _lastEntryIdentifier = 0;
-  /// Set at the first use; the last to be made and the first to go.
+  bool _isStarted = false;
+  /// Set at the first use, if changes are noticed; the last to be made and the first to go.
   std::unique_ptr<FolderWatch> _watch;
 };
 

@@ -163,6 +163,28 @@ std::uint64_t countIn(const fs::path& file) {
   return count;
 }
 
+TEST(NotifyFolderSettlingTest, PostsAreHeardBeforeTheProcessIsAtRest) {
+  const TemporaryFolder folder;
+  const LogHandle log("test", "bus", nullptr);
+  Process poster, listener;
+  const Process::Scope scope(listener);
+  const auto bus = NotifyFolder::make(listener, folder.path(), log, NotifyFolder::Hearing::whenSettling);
+  int heard = 0;
+  bus->addObserver(
+      &heard, [&heard] { ++heard; }, "name");
+  EXPECT_TRUE(listener.settle(30));
+  EXPECT_EQ(heard, 0);
+  {
+    const Process::Scope other(poster);
+    NotifyFolder::make(poster, folder.path(), log)->post("name");
+  }
+  EXPECT_TRUE(listener.settle(30));
+  EXPECT_EQ(heard, 1);
+  bus->post("name");
+  EXPECT_TRUE(listener.settle(30));
+  EXPECT_EQ(heard, 2) << "an own post is delivered once";
+}
+
 // Before any other process object of this program exists: the posters are forked.
 TEST(NotifyFolderProcessesTest, NoPostOfSeveralProcessesIsLost) {
   constexpr int posters = 3, posts = 2000;
