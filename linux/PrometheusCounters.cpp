@@ -4,11 +4,31 @@
 #include <prometheus/registry.h>
 #include <prometheus/text_serializer.h>
 
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <optional>
 #include <utility>
 
 #include "linux/PrivateFiles.h"
 
 namespace pellor {
+namespace {
+
+bool holds(const std::filesystem::path& file, std::string_view text) {
+  std::ifstream stream(file, std::ios::binary);
+  return stream && std::equal(std::istreambuf_iterator<char>(stream), {}, text.begin(), text.end());
+}
+
+/// Why the text could not be written; absent when it is there. The counters of a program are mostly those of its last
+/// run, and to replace a file takes long: what it takes the place of is brought to the disk.
+std::optional<std::string> write(const std::filesystem::path& file, std::string_view text) {
+  if (holds(file, text)) return std::nullopt;
+  if (auto error = createPrivateFolder(file.parent_path())) return error;
+  return replacePrivateFile(file, text);
+}
+
+}  // namespace
 
 std::string metricNameOf(std::string_view key) {
   std::string name;
@@ -53,8 +73,7 @@ prometheus::Gauge& PrometheusCounters::gaugeFor(std::string_view key) {
 
 void PrometheusCounters::didSettle() {
   if (!_hasChanged) return;
-  std::optional<std::string> error = createPrivateFolder(_file.parent_path());
-  if (!error) error = replacePrivateFile(_file, prometheus::TextSerializer().Serialize(_registry->Collect()));
+  const std::optional<std::string> error = write(_file, prometheus::TextSerializer().Serialize(_registry->Collect()));
   _hasChanged = error.has_value();
   if (std::exchange(_hasFailed, error.has_value()) == error.has_value()) return;
   if (error) {

@@ -18,9 +18,9 @@ class Registry;
 
 namespace pellor {
 
-/// Writes the file at the end of each settle of the process in which a value changed. A write that fails is logged once
-/// and tried again at the next settle; counters never make a settle fail. Main queue; destroyed on it too, at the
-/// latest with the process.
+/// Writes the file at the end of each settle of the process in which a value changed, unless it says the same. A write
+/// that fails is logged once and tried again at the next settle; counters never make a settle fail. Main queue;
+/// destroyed on it too, at the latest with the process.
 class PrometheusCounters final : public AnalyticsCounters, public SettleParticipant {
  public:
   /// `file` is replaced as a whole, for the owner alone; its folder is made when it is missing.
