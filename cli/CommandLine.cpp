@@ -46,7 +46,7 @@ void addCommonOptions(CLI::App& program, CommonOptions& options) {
 }
 
 void addCommands(CLI::App& program, Command& chosen, CommonOptions& options) {
-  addListCommands(program, chosen);
+  addListCommands(program, chosen, options);
   addEditCommands(program, chosen);
   addPageCommands(program, chosen);
   addFriendCommands(program, chosen);
@@ -54,7 +54,7 @@ void addCommands(CLI::App& program, Command& chosen, CommonOptions& options) {
   addFavoritesCommands(program, chosen);
   addSettingsCommands(program, chosen);
   addStatusCommand(program, chosen);
-  addWatchCommand(program, chosen, options);
+  addWatchCommand(program, chosen);
 }
 
 std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
@@ -87,7 +87,7 @@ ParsedArguments parseArguments(int count, const char* const* arguments) {
   } catch (const CLI::ParseError& error) {
     return answered(program, error);
   }
-  if (!parsed.line.command) parsed.line.command = defaultCommand();
+  if (!parsed.line.command) chooseList(parsed.line.command, parsed.line.options);
   return parsed;
 }
 

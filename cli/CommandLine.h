@@ -32,7 +32,7 @@ struct ParsedArguments {
 ParsedArguments parseArguments(int count, const char* const* arguments);
 
 // Each adds a group of commands; the one that is given on the command line becomes `chosen`.
-void addListCommands(CLI::App& program, Command& chosen);                          // list, find
+void addListCommands(CLI::App& program, Command& chosen, CommonOptions& options);  // list, find
 void addEditCommands(CLI::App& program, Command& chosen);                          // add, remove, move
 void addPageCommands(CLI::App& program, Command& chosen);                          // title, purge
 void addFriendCommands(CLI::App& program, Command& chosen);                        // reply-as, meta
@@ -40,9 +40,9 @@ void addContactCommands(CLI::App& program, Command& chosen);                    
 void addFavoritesCommands(CLI::App& program, Command& chosen);                     // favorites
 void addSettingsCommands(CLI::App& program, Command& chosen);                      // settings
 void addStatusCommand(CLI::App& program, Command& chosen);                         // status
-void addWatchCommand(CLI::App& program, Command& chosen, CommonOptions& options);  // watch
+void addWatchCommand(CLI::App& program, Command& chosen);                          // watch
 
-/// The command when none is given: list.
-Command defaultCommand();
+/// Chooses the command that is taken when none is given: list.
+void chooseList(Command& chosen, CommonOptions& options);
 
 }  // namespace pellor::cli

@@ -94,11 +94,14 @@ void find(Session& session, const std::string& destination) {
 
 }  // namespace
 
-Command defaultCommand() { return list; }
+void chooseList(Command& chosen, CommonOptions& options) {
+  chosen = list;
+  options.noticesChanges = false;
+}
 
-void addListCommands(CLI::App& program, Command& chosen) {
+void addListCommands(CLI::App& program, Command& chosen, CommonOptions& options) {
   program.add_subcommand("list", "Show the pages; + before a friend who is reachable, - who is not, ? not known")
-      ->callback([&chosen] { chosen = list; });
+      ->callback([&chosen, &options] { chooseList(chosen, options); });
   auto* command = program.add_subcommand("find", "Tell which friends and contacts have a number or an address");
   const auto destination = std::make_shared<std::string>();
   command->add_option("DESTINATION", *destination, "A number or an address, in any spelling")->required();

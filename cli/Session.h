@@ -27,7 +27,7 @@ struct CommonOptions {
   std::optional<std::string> service;
   bool json = false;
   bool verbose = false;
-  bool noticesChanges = false;  ///< of a command that goes on until it is interrupted
+  bool noticesChanges = true;  ///< while it runs; false for a command that only reads
 };
 
 /// Used on the main thread alone. What fails throws CommandError.

@@ -85,12 +85,10 @@ void watch(Session& session) {
 
 }  // namespace
 
-void addWatchCommand(CLI::App& program, Command& chosen, CommonOptions& options) {
-  auto* command = program.add_subcommand("watch", "Print changes of the list as they happen, until interrupted");
-  command->callback([&chosen, &options] {
+void addWatchCommand(CLI::App& program, Command& chosen) {
+  program.add_subcommand("watch", "Print changes of the list as they happen, until interrupted")->callback([&chosen] {
     // Before the process starts its threads.
     Interruption::blockSignals();
-    options.noticesChanges = true;
     chosen = watch;
   });
 }
