@@ -180,7 +180,7 @@ void PLPerson::_publish() {
   const bool isOtherIdentity = !_record.hasIdentityOf(record());
   auto& identities = _process().local<PLPersonIdentityChanges>();
   if (isOtherIdentity) identities.announceWillChange(*this);
-  _lastChange.begin();
+  _lastChange.begin(_changes);
   _published.store(_record);
   _lastChange.end(_changes);
   if (isOtherIdentity) identities.announceDidChange(*this);

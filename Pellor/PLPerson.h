@@ -233,6 +233,7 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
 
   // Metadata. None takes no memory.
   const Dictionary& _metadataDictionary() const PELLOR_REQUIRES_READER(_metadataQueue);
+  // Ends a change that began when it was queued.
   void _setMetadataDictionary(Dictionary entries) PELLOR_REQUIRES(_metadataQueue);
   // Of a person that nobody else knows yet.
   void _createMetadata(const Dictionary& entries) PELLOR_UNCHECKED;

@@ -30,8 +30,12 @@ class PLChangeNumber {
     return state >= kOneChange ? Changing : state;
   }
 
-  /// Before what is persisted becomes something else.
-  void begin() { _state.fetch_add(kOneChange, std::memory_order_acq_rel); }
+  /// Before what is persisted becomes something else; a change that is queued begins when it is queued. Who reads the
+  /// new count finds the change under way.
+  void begin(PLPersonChanges& changes) {
+    _state.fetch_add(kOneChange, std::memory_order_acq_rel);
+    changes.changes.fetch_add(1, std::memory_order_acq_rel);
+  }
   /// After it has. Counted while it still reads as under way: who reads the new count never finds the old number.
   void end(PLPersonChanges& changes) {
     const std::uint64_t number = 1 + changes.changes.fetch_add(1, std::memory_order_acq_rel);
@@ -44,7 +48,7 @@ class PLChangeNumber {
   }
 
  private:
-  static constexpr std::uint64_t kOneChange = std::uint64_t{1} << 48U;
+  static constexpr std::uint64_t kOneChange = std::uint64_t{1} << 40U;
 
   // How many changes are under way, and below that the number of the last one that ended.
   std::atomic<std::uint64_t> _state{0};  // changed by whoever changes the person

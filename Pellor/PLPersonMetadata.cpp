@@ -58,7 +58,6 @@ const Dictionary& PLPerson::_metadataDictionary() const {
 }
 
 void PLPerson::_setMetadataDictionary(Dictionary entries) {
-  _lastChange.begin();
   _metadata = entries.empty() ? nullptr : std::make_unique<const Dictionary>(std::move(entries));
   _lastChange.end(_changes);
 }
@@ -68,6 +67,7 @@ void PLPerson::_createMetadata(const Dictionary& entries) {
 }
 
 void PLPerson::_writeMetadata(std::function<void(Dictionary&)> write) {
+  _lastChange.begin(_changes);
   _metadataQueue.asyncBarrier([weak = weak_from_this(), write = std::move(write)] {
     const auto self = weak.lock();
     if (!self) return;

@@ -58,6 +58,9 @@ TEST_F(Metadata, AStoredFormReplacesItWithoutAsking) {
   EXPECT_FALSE(person->needsSave());
   EXPECT_FALSE(person->updateFromDictionaryRepresentation({{"Metadata", Dictionary{{"b", true}}}}));
   EXPECT_TRUE(person->updateFromDictionaryRepresentation({{"Metadata", Dictionary{{"b", 1}}}})) << "1 is not true";
+  EXPECT_EQ(person->lastChange(), PLChangeNumber::Changing) << "queued: no copy that was made before holds";
+  settle();
+  EXPECT_LT(person->lastChange(), PLChangeNumber::Changing);
 }
 
 // With real threads: what a save reads while the main thread edits.
