@@ -75,6 +75,9 @@ class SQLiteDatabase {
   /// The first column of the first row.
   std::int64_t integer(std::string_view query) const;
 
+  /// Gives back the memory in which pages of the file are kept, up to 2 MB: the system keeps them as well.
+  void releaseMemory() const { sqlite3_db_release_memory(_database.get()); }
+
   bool isReadOnly() const;
   /// Whether the file was deleted or replaced since it was opened.
   bool hasMoved() const;

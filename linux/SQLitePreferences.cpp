@@ -331,6 +331,8 @@ SQLitePreferences::Stored SQLitePreferences::readValue(const PreferencesDatabase
     const auto known = previous ? previous->list : nullptr;
     const bool isFollowed = isSameConnection && known && known->rows.list == value.runs->list;
     const auto list = isFollowed ? readNewerRows(store, *value.runs, known) : readList(store, *value.runs, known.get());
+    // All rows were read, and will not be again.
+    if (!isFollowed) store.statements().database().releaseMemory();
     if (list) return {list->value, nullptr, list};
     return {Value(bytesOfList(store, *value.runs)), nullptr, nullptr};
   }
