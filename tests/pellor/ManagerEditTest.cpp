@@ -189,6 +189,20 @@ TEST_F(ManagerEditTest, SynchronisingAGroupLogsWhoWentWhereAndPostsNothing) {
   EXPECT_EQ(stored(2), b->list());
 }
 
+// Also when meanwhile a new group came, whose slots the manager gave it, far from those of the other.
+TEST_F(ManagerEditTest, AGroupThatWasGivenFriendsWithoutAReportShowsTheListAgainAfterALoad) {
+  setGroups(3, 64);
+  auto a = launchWith("Ann");
+  const auto ann = a->friendAt(0, 0);
+  a->run([&] {
+    a->group(0)->setFriends(std::vector<Slot>(64, EmptySlot));
+    a->set(a->person("Bob"), 1, 63);
+    ASSERT_EQ(a->manager().friendGroups().size(), 3U);
+    a->manager().reloadFriendList();
+  });
+  EXPECT_EQ(a->friendAt(0, 0), ann);
+}
+
 TEST_F(ManagerEditTest, AGroupThatTheManagerNoLongerHoldsReportsToNobody) {
   auto a = launchWith("Ann,-|Bob,-");
   const auto gone = a->group(0);
