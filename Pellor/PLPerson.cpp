@@ -59,7 +59,7 @@ std::shared_ptr<PLPerson> PLPerson::initWithDestinationsAddressBook(const std::v
 
 std::shared_ptr<PLPerson> PLPerson::initWithABRecordGUIDAddressBook(const std::string& guid, AddressBook* addressBook) {
   auto person = _make();
-  person->_record = person->_record.with(PLPersonRecord::guid, guid);
+  person->_record = person->_record.with(PLPersonRecord::_abRecordGUID, guid);
   person->_reconcileCanPostChangeNotificationShouldLogUpdates(addressBook, false, false);
   person->_publish();
   return person;
@@ -71,14 +71,14 @@ std::shared_ptr<PLPerson> PLPerson::initWithFavoriteAddressBook(const FavoriteEn
   const RecordRef record = addressBook ? addressBook->personForRecordID(favorite.abRecordID) : nullptr;
   if (record) {
     person->_record = person->_record.withRecordID(favorite.abRecordID)
-                          .with(PLPersonRecord::guid, record->recordGUID())
-                          .with(PLPersonRecord::databaseUID, addressBook->databaseUID());
+                          .with(PLPersonRecord::_abRecordGUID, record->recordGUID())
+                          .with(PLPersonRecord::_abDatabaseUID, addressBook->databaseUID());
     person->_reconcileCanPostChangeNotificationShouldLogUpdates(addressBook, false, false);
   } else {
     auto destination = plMessageCanonicalRawAddress(favorite.value);
     require(destination.has_value(), "an identity service that has an identifier for every phone number");
     person->_record =
-        person->_record.with(PLPersonRecord::name, favorite.displayName).withDestinations({std::move(*destination)});
+        person->_record.with(PLPersonRecord::_name, favorite.displayName).withDestinations({std::move(*destination)});
   }
   person->_publish();
   return person;
@@ -87,23 +87,23 @@ std::shared_ptr<PLPerson> PLPerson::initWithFavoriteAddressBook(const FavoriteEn
 // --- What a person is ---
 
 std::optional<std::string> PLPerson::displayName() const {
-  if (hasName()) return _text(PLPersonRecord::name);
+  if (hasName()) return _text(PLPersonRecord::_name);
   auto destination = primaryDestination();
   const Process::Scope scope(_process());
   if (!destination || plMessageDestinationType(*destination) != PLMessageDestinationTypePhoneNumber) return destination;
   return PLUtility::compressPhoneNumberString(*destination);
 }
 
-bool PLPerson::hasName() const { return !isBlank(_record.text(PLPersonRecord::name)); }
+bool PLPerson::hasName() const { return !isBlank(_record.text(PLPersonRecord::_name)); }
 
 std::optional<std::string> PLPerson::primaryDestination() const {
-  if (_kept && _kept->primaryDestination) return _kept->primaryDestination;
+  if (_kept && _kept->_primaryDestination) return _kept->_primaryDestination;
   const Process::Scope scope(_process());
   const auto destinations = allValues();
   for (const auto& valuesInSet : {_allPhoneValuesInSet, _allEmailValuesInSet}) {
     const auto values = valuesInSet(destinations.get());
     if (!values || values->empty()) continue;
-    return _keep().primaryDestination = values->front();
+    return _keep()._primaryDestination = values->front();
   }
   return std::nullopt;
 }
@@ -119,21 +119,21 @@ std::uint64_t PLPerson::allValuesCount() const { return _record.destinationCount
 
 std::optional<std::string> PLPerson::_text(PLPersonRecord::Text which) const { return owned(_record.text(which)); }
 
-std::optional<std::string> PLPerson::initials() const { return _text(PLPersonRecord::initials); }
+std::optional<std::string> PLPerson::initials() const { return _text(PLPersonRecord::_initials); }
 
-std::optional<std::string> PLPerson::abRecordGUID() const { return _text(PLPersonRecord::guid); }
+std::optional<std::string> PLPerson::abRecordGUID() const { return _text(PLPersonRecord::_abRecordGUID); }
 
-std::optional<std::string> PLPerson::abDatabaseUID() const { return _text(PLPersonRecord::databaseUID); }
+std::optional<std::string> PLPerson::abDatabaseUID() const { return _text(PLPersonRecord::_abDatabaseUID); }
 
-std::optional<std::string> PLPerson::preferredReplyAs() const { return _text(PLPersonRecord::preferredReplyAs); }
+std::optional<std::string> PLPerson::preferredReplyAs() const { return _text(PLPersonRecord::_preferredReplyAs); }
 
 void PLPerson::setPreferredReplyAs(std::optional<std::string> preferredReplyAs) {
   if (this->preferredReplyAs() == preferredReplyAs) return;
   const Process::Scope scope(_process());
   _PLGetLogSystem().log("updating preferredReplyAs for [%@] (GUID %@): %@ -> %@",
-                        redactable(_text(PLPersonRecord::name)), abRecordGUID(), redactable(this->preferredReplyAs()),
+                        redactable(_text(PLPersonRecord::_name)), abRecordGUID(), redactable(this->preferredReplyAs()),
                         redactable(preferredReplyAs));
-  _record = _record.with(PLPersonRecord::preferredReplyAs, preferredReplyAs);
+  _record = _record.with(PLPersonRecord::_preferredReplyAs, preferredReplyAs);
   _publish();
   setNeedsSave(true);
   _postChangeNotification();
@@ -203,13 +203,13 @@ void PLPerson::ChangeReport::operator()(const LogFormat& format, const LogArgume
 bool PLPerson::_adopt(PLPersonRecord::Text which, std::optional<std::string_view> text, const ChangeReport& report,
                       const LogFormat& format) {
   if (_record.text(which) == text) return false;
-  const bool isIdentifier = which == PLPersonRecord::guid || which == PLPersonRecord::databaseUID;
+  const bool isIdentifier = which == PLPersonRecord::_abRecordGUID || which == PLPersonRecord::_abDatabaseUID;
   if (isIdentifier) {
     report(format, _text(which), owned(text));
   } else {
     report(format, redactable(_text(which)), redactable(owned(text)));
   }
-  if (which == PLPersonRecord::guid) {
+  if (which == PLPersonRecord::_abRecordGUID) {
     _setABRecordGUID(text);
   } else {
     _record = _record.with(which, text);
@@ -220,8 +220,8 @@ bool PLPerson::_adopt(PLPersonRecord::Text which, std::optional<std::string_view
 bool PLPerson::_adoptInitials(std::optional<std::string_view> initials, const ChangeReport& report,
                               const LogFormat& format) {
   // A stored form writes no initials as empty ones: that is no difference.
-  if (isBlank(initials) && isBlank(_record.text(PLPersonRecord::initials))) return false;
-  return _adopt(PLPersonRecord::initials, initials, report, format);
+  if (isBlank(initials) && isBlank(_record.text(PLPersonRecord::_initials))) return false;
+  return _adopt(PLPersonRecord::_initials, initials, report, format);
 }
 
 bool PLPerson::_adoptAllValues(const DestinationSet& values, const ChangeReport& report, const LogFormat& format) {
@@ -233,12 +233,12 @@ bool PLPerson::_adoptAllValues(const DestinationSet& values, const ChangeReport&
 }
 
 void PLPerson::_setABRecordGUID(std::optional<std::string_view> guid) {
-  const auto current = _record.text(PLPersonRecord::guid);
+  const auto current = _record.text(PLPersonRecord::_abRecordGUID);
   if (current && *current != guid.value_or(std::string_view())) {
     Dictionary userInfo{{std::string(PLPersonUnlinkedABGUIDKey), *current}};
     postOnMainQueue(_process(), PLPersonUnlinkedFromAddressBookNotification, weak_from_this(), std::move(userInfo));
   }
-  _record = _record.with(PLPersonRecord::guid, guid);
+  _record = _record.with(PLPersonRecord::_abRecordGUID, guid);
 }
 
 void PLPerson::_clearDerivedValues() { _kept.reset(); }

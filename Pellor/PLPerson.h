@@ -266,9 +266,9 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
 
   // Main queue. What was asked for, or archived, and is kept.
   struct Kept {
-    std::optional<std::string> primaryDestination;
-    std::optional<Value> phoneNumberCount;   // a number that is archived, and that nothing computes
-    std::optional<Value> emailAddressCount;  // the same
+    std::optional<std::string> _primaryDestination;
+    std::optional<Value> _phoneNumberCount;   // a number that is archived, and that nothing computes
+    std::optional<Value> _emailAddressCount;  // the same
   };
   Kept& _keep() const;
   mutable std::unique_ptr<Kept> _kept;  // null while nothing is kept

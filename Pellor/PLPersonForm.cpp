@@ -12,11 +12,11 @@ namespace pellor {
 namespace {
 
 constexpr std::array<std::pair<std::string_view, PLPersonRecord::Text>, PLPersonRecord::TextCount> kTexts{
-    {{PLPersonRecordGUIDKey, PLPersonRecord::guid},
-     {PLPersonDatabaseUIDKey, PLPersonRecord::databaseUID},
-     {PLPersonNameKey, PLPersonRecord::name},
-     {PLPersonReplyAsKey, PLPersonRecord::preferredReplyAs},
-     {PLPersonMonogramKey, PLPersonRecord::initials}}};
+    {{PLPersonRecordGUIDKey, PLPersonRecord::_abRecordGUID},
+     {PLPersonDatabaseUIDKey, PLPersonRecord::_abDatabaseUID},
+     {PLPersonNameKey, PLPersonRecord::_name},
+     {PLPersonReplyAsKey, PLPersonRecord::_preferredReplyAs},
+     {PLPersonMonogramKey, PLPersonRecord::_initials}}};
 
 const Dictionary kNoMetadata;
 
@@ -31,7 +31,7 @@ PLPersonForm::PLPersonForm(const PersonDictionary& dictionary) {
 
 void PLPersonForm::read() {
   _content = {};
-  _content.recordID = 0;
+  _content._abRecordID = 0;
   _hasContent = _hasMonogram = _hasRecordID = false;
   _isOfKnownEntries = true;
   _allValues = nullptr;
@@ -41,7 +41,7 @@ void PLPersonForm::read() {
     if (text != kTexts.end() && entry.kind == Value::Kind::string) {
       _content.texts[text->second] = entry.text;
     } else if (entry.key == PLPersonRecordIDKey && entry.kind == Value::Kind::integer) {
-      _content.recordID = static_cast<std::int32_t>(entry.integer);
+      _content._abRecordID = static_cast<std::int32_t>(entry.integer);
       _hasRecordID = isRecordID(entry.integer);
     } else if (entry.key == PLPersonAllValuesKey && entry.kind == Value::Kind::array) {
       _allValues = &entry;
@@ -51,11 +51,11 @@ void PLPersonForm::read() {
       _isOfKnownEntries = false;
     }
   }
-  _hasMonogram = _content.texts[PLPersonRecord::initials].has_value();
+  _hasMonogram = _content.texts[PLPersonRecord::_initials].has_value();
 }
 
 std::string_view PLPersonForm::identifyingGUID() const {
-  return _content.texts[PLPersonRecord::guid].value_or(std::string_view());
+  return _content.texts[PLPersonRecord::_abRecordGUID].value_or(std::string_view());
 }
 
 std::span<const std::string_view> PLPersonForm::storedDestinations() const {
@@ -76,9 +76,9 @@ const PLPersonRecord::Content& PLPersonForm::content() {
 void PLPersonForm::makeContent() {
   _hasContent = true;
   _made.clear();
-  auto& initials = _content.texts[PLPersonRecord::initials];
+  auto& initials = _content.texts[PLPersonRecord::_initials];
   if (!_hasMonogram) {
-    const auto name = _content.texts[PLPersonRecord::name];
+    const auto name = _content.texts[PLPersonRecord::_name];
     const auto made = PLUtility::initialForString(name ? std::optional<std::string>(*name) : std::nullopt);
     if (made) initials = _made.emplace_back(*made);
   }

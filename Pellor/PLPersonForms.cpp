@@ -33,9 +33,9 @@ PersonDictionary PLPerson::dictionaryRepresentation() const {
     if (const auto text = record.text(which)) put(dictionary, key, *text);
   };
   put(dictionary, PLPersonRecordIDKey, record.recordID());
-  putIfSet(PLPersonRecordGUIDKey, PLPersonRecord::guid);
-  putIfSet(PLPersonDatabaseUIDKey, PLPersonRecord::databaseUID);
-  putIfSet(PLPersonNameKey, PLPersonRecord::name);
+  putIfSet(PLPersonRecordGUIDKey, PLPersonRecord::_abRecordGUID);
+  putIfSet(PLPersonDatabaseUIDKey, PLPersonRecord::_abDatabaseUID);
+  putIfSet(PLPersonNameKey, PLPersonRecord::_name);
   if (record.hasDestinations()) {
     Array values;
     for (std::size_t index = 0; index < record.destinationCount(); ++index) {
@@ -43,8 +43,8 @@ PersonDictionary PLPerson::dictionaryRepresentation() const {
     }
     put(dictionary, PLPersonAllValuesKey, std::move(values));
   }
-  putIfSet(PLPersonReplyAsKey, PLPersonRecord::preferredReplyAs);
-  put(dictionary, PLPersonMonogramKey, record.text(PLPersonRecord::initials).value_or(""));
+  putIfSet(PLPersonReplyAsKey, PLPersonRecord::_preferredReplyAs);
+  put(dictionary, PLPersonMonogramKey, record.text(PLPersonRecord::_initials).value_or(""));
   if (Dictionary entries = metadata(); !entries.empty()) put(dictionary, PLPersonMetadataKey, std::move(entries));
   return dictionary;
 }
@@ -72,21 +72,21 @@ bool PLPerson::_updateFromDictionaryRepresentationShouldLogUpdates(PLPersonForm&
   const ChangeReport report{*this, ChangeReport::Subject::description, shouldLogUpdates};
   const PLPersonRecord::Content& content = form.content();
   const auto stored = [&](PLPersonRecord::Text which) { return content.texts[which]; };
-  bool changed = content.recordID != _record.recordID();
-  if (changed) _record = _record.withRecordID(content.recordID);
-  changed |= _adopt(PLPersonRecord::guid, stored(PLPersonRecord::guid), report,
+  bool changed = content._abRecordID != _record.recordID();
+  if (changed) _record = _record.withRecordID(content._abRecordID);
+  changed |= _adopt(PLPersonRecord::_abRecordGUID, stored(PLPersonRecord::_abRecordGUID), report,
                     "%@ is being marked as updated due to abRecordGUID: %@ -> %@");
-  changed |= _adopt(PLPersonRecord::databaseUID, stored(PLPersonRecord::databaseUID), report,
+  changed |= _adopt(PLPersonRecord::_abDatabaseUID, stored(PLPersonRecord::_abDatabaseUID), report,
                     "%@ is being marked as updated due to abDatabaseUID: %@ -> %@");
-  changed |= _adopt(PLPersonRecord::name, stored(PLPersonRecord::name), report,
+  changed |= _adopt(PLPersonRecord::_name, stored(PLPersonRecord::_name), report,
                     "%@ is being marked as updated due to name: '%@' -> '%@'");
   // The primary destination is kept, whatever the destinations are now: the user has seen the friend under it.
   const bool isOtherSet = _adoptAllValues({content.destinations->begin(), content.destinations->end()}, report,
                                           "%@ is being marked as updated due to allValues: %@ -> %@");
   changed |= isOtherSet;
-  changed |= _adopt(PLPersonRecord::preferredReplyAs, stored(PLPersonRecord::preferredReplyAs), report,
+  changed |= _adopt(PLPersonRecord::_preferredReplyAs, stored(PLPersonRecord::_preferredReplyAs), report,
                     "%@ is being marked as updated due to _preferredReplyAs: '%@' -> '%@'");
-  changed |= _adoptInitials(stored(PLPersonRecord::initials), report,
+  changed |= _adoptInitials(stored(PLPersonRecord::_initials), report,
                             "%@ is being marked as updated due to initials: [%@] -> [%@]");
   changed |= _adoptMetadata(form.metadata(), report, "%@ is being marked as updated due to metadata: %@ -> %@");
   _publish();
@@ -117,14 +117,14 @@ void PLPerson::encodeWithCoder(KeyedEncoder& encoder) const {
   const auto encodeText = [&](std::string_view key, const std::optional<std::string>& text) {
     if (text) encoder.encodeObject(key, *text);
   };
-  if (_kept) encodeText("pd", _kept->primaryDestination);
+  if (_kept) encodeText("pd", _kept->_primaryDestination);
   encodeText("i", initials());
-  if (_kept && _kept->phoneNumberCount) encoder.encodeObject("pnc", *_kept->phoneNumberCount);
-  if (_kept && _kept->emailAddressCount) encoder.encodeObject("eac", *_kept->emailAddressCount);
+  if (_kept && _kept->_phoneNumberCount) encoder.encodeObject("pnc", *_kept->_phoneNumberCount);
+  if (_kept && _kept->_emailAddressCount) encoder.encodeObject("eac", *_kept->_emailAddressCount);
   encoder.encodeInteger("abid", _record.recordID());
   encodeText("abguid", abRecordGUID());
   encodeText("abdbuid", abDatabaseUID());
-  encodeText("n", _text(PLPersonRecord::name));
+  encodeText("n", _text(PLPersonRecord::_name));
   if (const auto values = allValues()) encoder.encodeSet("av", *values);
   encoder.encodeObject("m", metadata());
 }
@@ -135,10 +135,10 @@ std::shared_ptr<PLPerson> PLPerson::initWithCoder(const KeyedDecoder& decoder) {
                      decoder.decodeObject("eac", {CodedClass::number})};
   person->_record = PLPersonRecord()
                         .withRecordID(static_cast<std::int32_t>(decoder.decodeInteger("abid")))
-                        .with(PLPersonRecord::initials, decodedText(decoder, "i"))
-                        .with(PLPersonRecord::guid, decodedText(decoder, "abguid"))
-                        .with(PLPersonRecord::databaseUID, decodedText(decoder, "abdbuid"))
-                        .with(PLPersonRecord::name, decodedText(decoder, "n"));
+                        .with(PLPersonRecord::_initials, decodedText(decoder, "i"))
+                        .with(PLPersonRecord::_abRecordGUID, decodedText(decoder, "abguid"))
+                        .with(PLPersonRecord::_abDatabaseUID, decodedText(decoder, "abdbuid"))
+                        .with(PLPersonRecord::_name, decodedText(decoder, "n"));
   if (const auto values = decoder.decodeSet("av")) person->_record = person->_record.withDestinations(*values);
   person->_createMetadata(decodedMetadata(decoder));
   person->_publish();

@@ -36,8 +36,8 @@ void PLPerson::_reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* 
   const ChangeReport report{*this, ChangeReport::Subject::guid, shouldLogUpdates};
   Reconciliation reconciliation{*addressBook, report, std::source_location::current()};
   const auto databaseUID = addressBook->databaseUID();
-  if (databaseUID && _record.text(PLPersonRecord::databaseUID) != databaseUID) {
-    _record = _record.with(PLPersonRecord::databaseUID, databaseUID);
+  if (databaseUID && _record.text(PLPersonRecord::_abDatabaseUID) != databaseUID) {
+    _record = _record.with(PLPersonRecord::_abDatabaseUID, databaseUID);
     reconciliation.changed = true;
   }
   std::optional<std::string> initials;
@@ -67,7 +67,7 @@ std::optional<std::string> PLPerson::_refreshFromRecord(Reconciliation& reconcil
     _record = _record.withRecordID(recordID);
     reconciliation.changed = true;
   }
-  reconciliation.changed |= _adopt(PLPersonRecord::name, preferredNameForPerson(record), report,
+  reconciliation.changed |= _adopt(PLPersonRecord::_name, preferredNameForPerson(record), report,
                                    LogFormat("updating name for friend with GUID %@: [%@] -> [%@]", place));
   if (_adoptAllValues(*allValuesForPerson(record), report,
                       LogFormat("updated destinations for friend with GUID %@: %@ -> %@", place))) {
@@ -83,7 +83,7 @@ RecordRef PLPerson::_searchRecord(const Reconciliation& reconciliation) const {
   const std::source_location& place = reconciliation.place;
   if (hasName()) {
     log.log(LogFormat("friend needs a full AB lookup, searching with name: %@", place),
-            redactable(_text(PLPersonRecord::name)));
+            redactable(_text(PLPersonRecord::_name)));
     if (auto found = _searchRecordByName(reconciliation.addressBook)) {
       log.log(LogFormat("found a best match using name (recordID = %d)", place), found->recordID());
       return found;
@@ -97,7 +97,7 @@ RecordRef PLPerson::_searchRecord(const Reconciliation& reconciliation) const {
 }
 
 RecordRef PLPerson::_searchRecordByName(AddressBook& addressBook) const {
-  const auto records = addressBook.copyPeopleMatchingName(*_text(PLPersonRecord::name));
+  const auto records = addressBook.copyPeopleMatchingName(*_text(PLPersonRecord::_name));
   if (!records) return nullptr;
   return _bestRecordMatchFromDictionaryAddressBook(
       _recordMatchDictionaryFromCFArrayFollowLinksAddressBook(*records, true, addressBook), addressBook);
@@ -118,7 +118,7 @@ std::optional<std::string> PLPerson::_adoptRecord(Reconciliation& reconciliation
   const PLPersonRecord before = _record;
   _setABRecordGUID(record->recordGUID());
   _record = _record.withRecordID(record->recordID())
-                .with(PLPersonRecord::name, preferredNameForPerson(record))
+                .with(PLPersonRecord::_name, preferredNameForPerson(record))
                 .withDestinations(*allValuesForPerson(record));
   _clearDerivedValues();
   // A record that says what the person says already is no change: two processes would tell each other of it for ever.
@@ -138,7 +138,7 @@ std::optional<std::string> PLPerson::_unlink(Reconciliation& reconciliation) {
     _setABRecordGUID(std::nullopt);
     reconciliation.changed = true;
   }
-  return PLUtility::initialForString(_text(PLPersonRecord::name));
+  return PLUtility::initialForString(_text(PLPersonRecord::_name));
 }
 
 RecordMatchDictionary PLPerson::_recordMatchDictionaryFromCFArrayFollowLinksAddressBook(

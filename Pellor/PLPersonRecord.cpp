@@ -29,7 +29,8 @@ PLPersonRecord::PLPersonRecord(const Content& content) {
   require(bytes <= std::numeric_limits<End>::max(), "a person of less than four gigabytes");
   // The memory of an array of characters is aligned for every type of that size.
   const auto memory = std::make_shared_for_overwrite<char[]>(front + bytes);
-  auto* header = new (memory.get()) Header{content.recordID, static_cast<std::uint32_t>(destinationCount), {}, false};
+  auto* header =
+      new (memory.get()) Header{content._abRecordID, static_cast<std::uint32_t>(destinationCount), {}, false};
   char* const first = memory.get() + front;
   char* next = first;
   char* end = memory.get() + sizeof(Header);
@@ -90,7 +91,7 @@ std::shared_ptr<const DestinationSet> PLPersonRecord::destinations() const {
 }
 
 bool PLPersonRecord::hasIdentityOf(const PLPersonRecord& other) const {
-  if (text(guid) != other.text(guid) || hasDestinations() != other.hasDestinations() ||
+  if (text(_abRecordGUID) != other.text(_abRecordGUID) || hasDestinations() != other.hasDestinations() ||
       destinationCount() != other.destinationCount()) {
     return false;
   }
@@ -112,7 +113,7 @@ bool operator==(const PLPersonRecord& left, const PLPersonRecord& right) {
 
 PLPersonRecord::Content PLPersonRecord::content(std::vector<std::string_view>& destinations) const {
   Content content;
-  content.recordID = recordID();
+  content._abRecordID = recordID();
   for (std::size_t which = 0; which < TextCount; ++which) content.texts[which] = text(static_cast<Text>(which));
   if (!hasDestinations()) return content;
   for (std::size_t index = 0; index < destinationCount(); ++index) destinations.push_back(destination(index));
@@ -123,7 +124,7 @@ PLPersonRecord::Content PLPersonRecord::content(std::vector<std::string_view>& d
 PLPersonRecord PLPersonRecord::withRecordID(std::int32_t recordID) const {
   std::vector<std::string_view> destinations;
   Content changed = content(destinations);
-  changed.recordID = recordID;
+  changed._abRecordID = recordID;
   return PLPersonRecord(changed);
 }
 

@@ -18,12 +18,12 @@ namespace pellor {
 /// long as any copy of the record. Any thread.
 class PLPersonRecord {
  public:
-  enum Text : std::size_t { guid, databaseUID, name, initials, preferredReplyAs };
+  enum Text : std::size_t { _abRecordGUID, _abDatabaseUID, _name, _initials, _preferredReplyAs };
   static constexpr std::size_t TextCount = 5;
 
   /// What a record is made of.
   struct Content {
-    std::int32_t recordID = InvalidRecordID;
+    std::int32_t _abRecordID = InvalidRecordID;
     std::array<std::optional<std::string_view>, TextCount> texts;
     /// In their order, each once; absent when they were never set.
     std::optional<std::span<const std::string_view>> destinations;
@@ -33,10 +33,10 @@ class PLPersonRecord {
   PLPersonRecord() : PLPersonRecord(Content()) {}
   explicit PLPersonRecord(const Content& content);
 
-  std::int32_t recordID() const { return header().recordID; }
+  std::int32_t recordID() const { return header()._abRecordID; }
   std::optional<std::string_view> text(Text which) const;
   /// The GUID; empty also when there is none: both identify nobody.
-  std::string_view identifyingGUID() const { return text(guid).value_or(std::string_view()); }
+  std::string_view identifyingGUID() const { return text(_abRecordGUID).value_or(std::string_view()); }
 
   /// Whether the destinations were ever set, be it to none.
   bool hasDestinations() const { return header().hasDestinations; }
@@ -61,7 +61,7 @@ class PLPersonRecord {
  private:
   // At the front of the memory. Behind it lie the ends of the texts and the destinations, then their bytes.
   struct Header {
-    std::int32_t recordID;
+    std::int32_t _abRecordID;
     std::uint32_t destinationCount;
     std::array<bool, TextCount> hasText;
     bool hasDestinations;
