@@ -48,17 +48,17 @@ run:
 	@examples/demo.sh build/release/cli/pellor
 
 test:
-	@$(SETUP) build libraries tests bench
+	@$(SETUP) build libraries services tests servers bench
 	$(call build,dev)
 	$(call test,dev)
 
 asan tsan:
-	@$(SETUP) build libraries tests sanitizers
+	@$(SETUP) build libraries services tests servers sanitizers
 	$(call build,$@)
 	$(call test,$@)
 
 thread-safety:
-	@$(SETUP) build libraries sanitizers
+	@$(SETUP) build libraries services sanitizers
 	$(call build,$@)
 
 # The build itself counts: it asks the test program for its tests.
@@ -110,7 +110,7 @@ check-sources:
 	@cmake/check-sources.sh
 
 tidy:
-	@$(SETUP) build libraries tests sanitizers analysis
+	@$(SETUP) build libraries services tests servers sanitizers analysis
 	@mkdir -p build
 	@cmake --preset asan >build/asan.log 2>&1 || { cat build/asan.log; exit 1; }
 	@run-clang-tidy-16 -quiet -j $(JOBS) -p build/asan '$(CURDIR)/(Pellor|runtime|testing|linux|cli)/'

@@ -6,6 +6,9 @@ set(libraries pellor_runtime pellor_platform pellor pellor_testing)
 if(PELLOR_LINUX)
   list(APPEND libraries pellor_linux)
 endif()
+foreach(adapter IN LISTS PELLOR_BUILT_ADAPTERS)
+  list(APPEND libraries pellor_${adapter})
+endforeach()
 
 foreach(library IN LISTS libraries)
   install(TARGETS ${library} EXPORT pellorTargets

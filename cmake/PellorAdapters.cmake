@@ -1,0 +1,26 @@
+# Adapters for services that a user may have: each an option, a library of its own, built where its libraries are found.
+#
+#   pellor_adapter(SDBUS sdbus "the session bus" libsystemd)
+#
+# makes the option PELLOR_SDBUS (AUTO: built if its pkg-config modules are found; ON: they have to be; OFF), finds them as
+# PkgConfig::PELLOR_SDBUS_PACKAGES, and adds linux/sdbus, which makes the library pellor_sdbus. PELLOR_BUILT_ADAPTERS lists
+# the folders of those that are built.
+set(PELLOR_ADAPTERS AUTO CACHE STRING "Which adapters are built unless their own options say: AUTO, ON, OFF")
+set(PELLOR_BUILT_ADAPTERS "")
+
+macro(pellor_adapter NAME folder description)
+  set(PELLOR_${NAME} ${PELLOR_ADAPTERS} CACHE STRING "Build the adapter for ${description}: AUTO, ON, OFF")
+  set_property(CACHE PELLOR_${NAME} PROPERTY STRINGS AUTO ON OFF)
+  set(PELLOR_${NAME}_PACKAGES_FOUND FALSE)
+  if(PELLOR_${NAME} STREQUAL "AUTO")
+    pkg_check_modules(PELLOR_${NAME}_PACKAGES QUIET IMPORTED_TARGET ${ARGN})
+  elseif(PELLOR_${NAME})
+    pkg_check_modules(PELLOR_${NAME}_PACKAGES REQUIRED IMPORTED_TARGET ${ARGN})
+  endif()
+  if(PELLOR_${NAME} AND PELLOR_${NAME}_PACKAGES_FOUND)
+    list(APPEND PELLOR_BUILT_ADAPTERS ${folder})
+    add_subdirectory(linux/${folder})
+  else()
+    message(STATUS "Without the adapter for ${description}")
+  endif()
+endmacro()
