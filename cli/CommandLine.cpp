@@ -2,47 +2,90 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cctype>
 #include <memory>
 
-#include "linux/StoreRegion.h"
+#include "linux/UserFolders.h"
 
 namespace pellor::cli {
 namespace {
 
 constexpr const char* Version = "pellor " PELLOR_VERSION;
 
-void upperCase(std::string& text) {
-  std::ranges::transform(text, text.begin(),
-                         [](char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; });
+using Settings = std::vector<std::pair<std::string_view, std::string>>;
+
+std::string flagOf(const ConfigurationKey& key) {
+  std::string flag = "--" + std::string(key.name);
+  std::ranges::replace(flag, '.', '-');
+  return flag;
 }
 
-void addCommonOptions(CLI::App& program, CommonOptions& options) {
-  program.set_version_flag("--version", Version, "Print the version");
-  const auto path = [&program](const char* name, std::optional<std::filesystem::path>& target, const char* text) {
-    program
-        .add_option_function<std::string>(
-            name, [&target](const std::string& value) { target = value; }, text)
-        ->type_name("DIR")
-        ->check([](const std::string& value) { return value.empty() ? std::string("is empty") : std::string(); });
+std::string typeNameOf(const ConfigurationKey& key) {
+  std::string choices(key.choices);
+  std::ranges::replace(choices, ' ', '|');
+  switch (key.kind) {
+    case ConfigurationKind::choice:
+      return choices;
+    case ConfigurationKind::path:
+      return "PATH";
+    case ConfigurationKind::count:
+    case ConfigurationKind::seconds:
+      return "N";
+    case ConfigurationKind::flag:
+      return "true|false";
+    case ConfigurationKind::region:
+      return "XX";
+    case ConfigurationKind::text:
+      break;
+  }
+  return "TEXT";
+}
+
+std::string meaningOf(const ConfigurationKey& key) {
+  std::string meaning(key.meaning);
+  meaning.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(meaning.front())));
+  if (!key.unset.empty()) meaning += " (default: " + std::string(key.unset) + ")";
+  return meaning;
+}
+
+// Values are looked at when they are met, so that a wrong one is a wrong argument whatever the file says.
+void addConfigurationOption(CLI::App& program, const ConfigurationKey& key, Settings& settings) {
+  const auto take = [&key, &settings](const std::string& text) {
+    try {
+      Configuration().set(key.name, text);
+    } catch (const ConfigurationError& error) {
+      throw CLI::ValidationError("--" + std::string(error.what()));
+    }
+    settings.emplace_back(key.name, text);
   };
-  path("--contacts", options.contactsFolder, "The folder of vCard files (default: \"contacts\" in the data folder)");
-  path("--data", options.dataFolder, "The data folder (default: $XDG_DATA_HOME/pellor)");
-  program.add_option("--domain", options.domain, "The preferences domain of the friend list")->capture_default_str();
-  program
-      .add_option_function<std::string>(
-          "--region",
-          [&options](std::string region) {
-            upperCase(region);
-            if (!isRegion(region)) throw CLI::ValidationError("--region", "\"" + region + "\" is no region such as DE");
-            options.region = region;
-          },
-          "The region of a new store, such as DE, by which numbers are read")
-      ->type_name("XX");
-  program.add_option("--service", options.service, "The messaging service that tells who is reachable")
-      ->type_name("NAME")
-      ->check([](const std::string& name) { return name.empty() ? std::string("is empty") : std::string(); });
+  program.add_option_function<std::string>(flagOf(key), take, meaningOf(key))
+      ->type_name(typeNameOf(key))
+      ->group("Configuration");
+}
+
+void addCommonOptions(CLI::App& program, CommonOptions& options, Settings& settings, std::string& file) {
+  program.set_version_flag("--version", Version, "Print the version");
   program.add_flag("--json", options.json, "Answer in JSON (docs/json.md)");
   program.add_flag("--verbose", options.verbose, "Write the log to standard error, names and numbers included");
+  program.add_option("--config", file, "The configuration (default: $XDG_CONFIG_HOME/pellor/config.toml)")
+      ->type_name("FILE")
+      ->check([](const std::string& path) {
+        std::error_code ignored;
+        return std::filesystem::exists(path, ignored) ? std::string() : "there is no file " + path;
+      });
+  for (const ConfigurationKey& key : configurationKeys()) addConfigurationOption(program, key, settings);
+}
+
+Configuration configurationOf(const std::string& file, const Settings& settings) {
+  const std::filesystem::path path =
+      file.empty() ? Configuration::fileIn(UserFolders::find().config) : std::filesystem::path(file);
+  try {
+    Configuration configuration = Configuration::read(path);
+    for (const auto& [name, text] : settings) configuration.set(name, text);
+    return configuration;
+  } catch (const ConfigurationError& error) {
+    throw UsageError(error.what());
+  }
 }
 
 void addCommands(CLI::App& program, Command& chosen, CommonOptions& options) {
@@ -80,13 +123,16 @@ ParsedArguments parseArguments(int count, const char* const* arguments) {
       "WHO is a name, a number or address in any spelling, a GUID, or PAGE:SLOT. Numbers count from 1.\n"
       "The options that \"pellor --help\" lists go with every command; without one the list is shown.\n"
       "Exit codes: 0 done, 1 failed, 2 wrong usage.");
-  addCommonOptions(program, parsed.line.options);
+  std::string file;
+  Settings settings;
+  addCommonOptions(program, parsed.line.options, settings, file);
   addCommands(program, parsed.line.command, parsed.line.options);
   try {
     program.parse(count, arguments);
   } catch (const CLI::ParseError& error) {
     return answered(program, error);
   }
+  parsed.line.options.configuration = configurationOf(file, settings);
   if (!parsed.line.command) chooseList(parsed.line.command, parsed.line.options);
   return parsed;
 }

@@ -25,7 +25,7 @@ void answerTitle(Session& session, const PLFriendGroup& page, std::uint64_t inde
 // Other processes read the titles again when they hear this name. It is posted when there is something new to read.
 void announceTitles(Session& session) {
   const auto configured = session.platform().preferences().copyValue(PLFriendGroupTitleChangedExternallyNotificationKey,
-                                                                     session.options().domain);
+                                                                     session.options().domain());
   const std::string* name = configured.value() ? configured.value()->string() : nullptr;
   const bool isNamed = name && !name->empty();
   platformOf(session.process())

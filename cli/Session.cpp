@@ -25,9 +25,10 @@ std::shared_ptr<LogSink> logSink(const CommonOptions& options) {
 
 LinuxPlatformOptions platformOptions(const CommonOptions& options, ProgressLine& progress) {
   LinuxPlatformOptions result;
-  if (options.dataFolder) result.folders.data = fs::absolute(*options.dataFolder);
-  if (options.contactsFolder) result.contactsFolder = fs::absolute(*options.contactsFolder);
-  result.region = options.region;
+  const Configuration& configuration = options.configuration;
+  if (const auto folder = configuration.path("data")) result.folders.data = *folder;
+  result.contactsFolder = configuration.path("contacts");
+  result.region = configuration.text("region");
   result.noticesChanges = options.noticesChanges;
   result.indexProgress = [&progress](std::size_t done, std::size_t total) { progress.show(done, total); };
   return result;
@@ -43,9 +44,10 @@ Session::Session(const CommonOptions& options)
   const std::string stored = _platform->region();
   const Process::Scope scope(_process);
   _process.local<ShownNumbers>().keepIn(_platform->dataFolder(), stored);
-  if (!_options.region || *_options.region == stored) return;
-  throw UsageError("the store is kept in region " + stored + ", not " + *_options.region +
-                   "; \"pellor settings region " + *_options.region + "\" changes it");
+  const auto asked = _options.configuration.text("region");
+  if (!asked || *asked == stored) return;
+  throw UsageError("the store is kept in region " + stored + ", not " + *asked + "; \"pellor settings region " +
+                   *asked + "\" changes it");
 }
 
 Session::~Session() {
@@ -59,12 +61,12 @@ Session::~Session() {
 
 PLFriendsManager& Session::manager() {
   if (_manager) return *_manager;
-  _manager = PLFriendsManager::managerForDomain(_options.domain);
+  _manager = PLFriendsManager::managerForDomain(_options.domain());
   // Another process may hold the store for a moment.
   if (!_manager->isLoaded()) settle();
   _progress.remove();
   if (!_manager->isLoaded()) throw CommandError("the friend list cannot be read: " + storeProblem());
-  _manager->setServiceName(_options.service);
+  _manager->setServiceName(_options.configuration.text("service"));
   return *_manager;
 }
 

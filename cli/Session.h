@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <nlohmann/json_fwd.hpp>
@@ -11,6 +10,7 @@
 
 #include "Pellor/PLFriendsManager.h"
 #include "cli/Output.h"
+#include "linux/Configuration.h"
 #include "linux/LinuxPlatform.h"
 #include "runtime/Process.h"
 
@@ -20,14 +20,12 @@ using Json = nlohmann::ordered_json;
 
 /// The options that every command has.
 struct CommonOptions {
-  std::optional<std::filesystem::path> contactsFolder;
-  std::optional<std::filesystem::path> dataFolder;
-  std::string domain{TapnoteDomain};
-  std::optional<std::string> region;
-  std::optional<std::string> service;
+  Configuration configuration;
   bool json = false;
   bool verbose = false;
   bool noticesChanges = true;  ///< while it runs; false for a command that only reads
+
+  std::string domain() const { return *configuration.text("domain"); }
 };
 
 /// Used on the main thread alone. What fails throws CommandError.

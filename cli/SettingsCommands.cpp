@@ -97,7 +97,7 @@ Value valueIn(std::string_view text, SettingKind kind) {
 }
 
 Current currentOf(Session& session, const Setting& setting) {
-  const auto answer = session.platform().preferences().copyValue(setting.key, session.options().domain);
+  const auto answer = session.platform().preferences().copyValue(setting.key, session.options().domain());
   if (!answer.isReadable()) throw CommandError("the settings cannot be read: " + session.storeProblem());
   if (answer.value() && isOfKind(*answer.value(), setting.kind)) return {*answer.value(), false};
   return {valueIn(setting.unset, setting.kind), true};
@@ -134,7 +134,7 @@ Json allJson(Session& session, const std::string& region) {
     const Current current = currentOf(session, setting);
     settings[std::string(setting.name)] = Json{{"value", jsonOf(current.value)}, {"isDefault", current.isDefault}};
   }
-  return {{"domain", session.options().domain}, {"region", region}, {"settings", settings}};
+  return {{"domain", session.options().domain()}, {"region", region}, {"settings", settings}};
 }
 
 void showAll(Session& session) {
@@ -148,7 +148,7 @@ void showOne(Session& session, const std::string& name, const std::string& regio
 
 // Two settings have no operation of their own.
 bool write(Session& session, const Setting& setting, const Value& value) {
-  const std::string& domain = session.options().domain;
+  const std::string domain = session.options().domain();
   if (setting.key == PLMaxGroupCountKey) {
     return PLFriendsManager::setMaxGroupCountDomain(static_cast<std::uint64_t>(*value.integer()), domain);
   }

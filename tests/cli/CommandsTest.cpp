@@ -180,8 +180,24 @@ TEST(Commands, WrongUsage) {
                  {{"settings", "colour", "blue"}, 2, "there is no setting \"colour\""},
                  {{"settings", "page-size", "0"}, 2, "from 1 to 65536"},
                  {{"settings", "trailing-page", "perhaps"}, 2, "neither true nor false"},
-                 {{"--region", "Germany"}, 2, "is no region"},
+                 {{"--region", "Germany"}, 2, "--region has to be a region such as DE"},
                  {{"--contacts", ""}, 2, "--contacts"},
+             });
+}
+
+TEST(Commands, TheConfigurationHoldsWhereNoArgumentSaysElse) {
+  const Home home;
+  const auto file = home / "config/pellor/config.toml";
+  std::filesystem::create_directories(file.parent_path());
+  writeFile(file, "domain = 'org.example.file'\n");
+  EXPECT_NE(pellor(home, {"--json", "settings"}).output.find("\"org.example.file\""), std::string::npos);
+  EXPECT_NE(pellor(home, {"--json", "settings", "--domain", "org.example.flag"}).output.find("\"org.example.flag\""),
+            std::string::npos);
+  writeFile(file, "domain = 12\n");
+  tell(home, {
+                 {{"settings"}, 2, file.string() + ":1: domain has to be a text"},
+                 {{"settings", "--config", (home / "none.toml").string()}, 2, "there is no file"},
+                 {{"settings", "--config", "/dev/null"}, 2, "/dev/null cannot be read"},
              });
 }
 

@@ -1,0 +1,72 @@
+#include "linux/Configuration.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/linux/TemporaryFolder.h"
+
+namespace pellor {
+namespace {
+
+std::string errorOf(const std::function<void()>& work) {
+  try {
+    work();
+  } catch (const ConfigurationError& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+class ConfigurationTest : public testing::Test {
+ protected:
+  Configuration read(const std::string& content) {
+    writeFile(_file, content);
+    return Configuration::read(_file);
+  }
+
+  const TemporaryFolder _folder;
+  const std::filesystem::path _file = Configuration::fileIn(_folder.path());
+};
+
+TEST_F(ConfigurationTest, ArgumentsHoldBeforeTheFileAndTheFileBeforeDefaults) {
+  const Configuration unset = Configuration::read(_file);
+  EXPECT_EQ(unset.text("domain"), "org.tapnote.TN");
+  EXPECT_EQ(unset.path("contacts"), std::nullopt);
+  EXPECT_FALSE(unset.choosesServices());
+
+  Configuration configuration =
+      read("# mine\ndomain = 'org.example'\ncontacts = 'cards'\nregion = 'de'\nbus = 'session'\n");
+  EXPECT_EQ(configuration.text("domain"), "org.example");
+  EXPECT_EQ(configuration.path("contacts"), _folder / "cards") << "beside the file";
+  EXPECT_EQ(configuration.text("region"), "DE");
+  EXPECT_TRUE(configuration.isSet("bus"));
+  EXPECT_TRUE(configuration.choosesServices());
+
+  configuration.set("bus", "folder");
+  configuration.set("contacts", "cards");
+  EXPECT_EQ(configuration.path("contacts"), std::filesystem::current_path() / "cards");
+  EXPECT_FALSE(configuration.choosesServices());
+}
+
+TEST_F(ConfigurationTest, WhatMakesNoSenseIsNamedWithItsPlace) {
+  const std::string file = _file.string();
+  const std::pair<const char*, std::string> cases[] = {
+      {"domain = ", file + ":1: "},
+      {"\ncolour = 'red'", file + ":2: there is no key \"colour\" (pellor doctor lists the keys)"},
+      {"[bus]\nkind = 'session'", file + ":2: there is no key \"bus.kind\" (pellor doctor lists the keys)"},
+      {"bus = 'pigeon'", file + ":1: bus has to be one of folder, session, postgresql"},
+      {"bus = 'folder session'", file + ":1: bus has to be one of folder, session, postgresql"},
+      {"bus = true", file + ":1: bus has to be one of folder, session, postgresql"},
+      {"domain = ''", file + ":1: domain has to be a text that is not empty"},
+      {"region = 'ZZ'", file + ":1: region has to be a region such as DE"},
+  };
+  for (const auto& [content, expected] : cases)
+    EXPECT_THAT(errorOf([&, text = content] { read(text); }), testing::StartsWith(expected)) << content;
+
+  std::filesystem::remove(_file);
+  std::filesystem::create_directory(_file);
+  EXPECT_EQ(errorOf([&] { Configuration::read(_file); }), "the configuration " + file + " cannot be read");
+}
+
+}  // namespace
+}  // namespace pellor
