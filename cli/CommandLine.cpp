@@ -88,8 +88,9 @@ Configuration configurationOf(const std::string& file, const Settings& settings)
   }
 }
 
-void addCommands(CLI::App& program, Command& chosen, CommonOptions& options) {
-  addListCommands(program, chosen, options);
+void addCommands(CLI::App& program, CommandLine& line) {
+  Command& chosen = line.command;
+  addListCommands(program, chosen, line.options);
   addEditCommands(program, chosen);
   addPageCommands(program, chosen);
   addFriendCommands(program, chosen);
@@ -98,6 +99,7 @@ void addCommands(CLI::App& program, Command& chosen, CommonOptions& options) {
   addSettingsCommands(program, chosen);
   addStatusCommand(program, chosen);
   addWatchCommand(program, chosen);
+  addDoctorCommand(program, line);
 }
 
 std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
@@ -126,7 +128,7 @@ ParsedArguments parseArguments(int count, const char* const* arguments) {
   std::string file;
   Settings settings;
   addCommonOptions(program, parsed.line.options, settings, file);
-  addCommands(program, parsed.line.command, parsed.line.options);
+  addCommands(program, parsed.line);
   try {
     program.parse(count, arguments);
   } catch (const CLI::ParseError& error) {

@@ -17,10 +17,20 @@ namespace pellor::cli {
 /// Does the work of a command. Throws CommandError when that fails.
 using Command = std::function<void(Session&)>;
 
+/// Which program a command runs in: `pellor` links the embedded platform alone, `pellor-services` the user's services
+/// too.
+enum class Services {
+  ifChosen,  ///< the one that has what the configuration chooses
+  ifThere,   ///< the one with services, where there is one
+  needed     ///< the one with services
+};
+
 /// A command and the options that it came with.
 struct CommandLine {
   CommonOptions options;
   Command command;
+  Services services = Services::ifChosen;
+  bool opensStore = true;  ///< false: the command looks at the configuration alone
 };
 
 /// What the arguments ask for: a command, or a text to print (help, version), after which the program ends with
@@ -41,6 +51,7 @@ void addFavoritesCommands(CLI::App& program, Command& chosen);                  
 void addSettingsCommands(CLI::App& program, Command& chosen);                      // settings
 void addStatusCommand(CLI::App& program, Command& chosen);                         // status
 void addWatchCommand(CLI::App& program, Command& chosen);                          // watch
+void addDoctorCommand(CLI::App& program, CommandLine& line);                       // doctor
 
 /// Chooses the command that is taken when none is given: list.
 void chooseList(Command& chosen, CommonOptions& options);

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "cli/CommandError.h"
+#include "cli/Services.h"
 #include "cli/ShownNumbers.h"
 #include "linux/StandardErrorLog.h"
 
@@ -19,16 +20,12 @@ constexpr double SettleLimit = 30;
 
 // It is the user's own terminal: names and numbers are shown.
 std::shared_ptr<LogSink> logSink(const CommonOptions& options) {
-  if (!options.verbose) return nullptr;
+  if (!options.verbose) return logSinkFor(options.configuration);
   return std::make_shared<StandardErrorLog>(StandardErrorLog::Verbosity::verbose, LogEntry::Private::shown);
 }
 
 LinuxPlatformOptions platformOptions(const CommonOptions& options, ProgressLine& progress) {
-  LinuxPlatformOptions result;
-  const Configuration& configuration = options.configuration;
-  if (const auto folder = configuration.path("data")) result.folders.data = *folder;
-  result.contactsFolder = configuration.path("contacts");
-  result.region = configuration.text("region");
+  LinuxPlatformOptions result = platformOptionsFor(options.configuration);
   result.noticesChanges = options.noticesChanges;
   result.indexProgress = [&progress](std::size_t done, std::size_t total) { progress.show(done, total); };
   return result;
@@ -37,10 +34,10 @@ LinuxPlatformOptions platformOptions(const CommonOptions& options, ProgressLine&
 }  // namespace
 
 Session::Session(const CommonOptions& options)
-    : _options(options),
-      _progress("reading contacts"),
-      _process(logSink(_options)),
-      _platform(std::in_place, _process, platformOptions(_options, _progress)) {
+    : _options(options), _progress("reading contacts"), _process(logSink(_options)) {}
+
+void Session::open() {
+  _platform.emplace(_process, platformOptions(_options, _progress));
   const std::string stored = _platform->region();
   const Process::Scope scope(_process);
   _process.local<ShownNumbers>().keepIn(_platform->dataFolder(), stored);

@@ -31,8 +31,10 @@ struct CommonOptions {
 /// Used on the main thread alone. What fails throws CommandError.
 class Session {
  public:
-  /// Opens the store; throws when it belongs to another region than the one asked for.
   explicit Session(const CommonOptions& options);
+  /// Makes the platform and opens the store; throws when it belongs to another region than the one asked for. Before
+  /// anything else, but for commands that only look at the configuration.
+  void open();
   /// Writes what is still to be written, unless it was dropped.
   ~Session();
   Session(const Session&) = delete;

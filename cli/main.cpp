@@ -9,6 +9,7 @@
 
 #include "cli/CommandLine.h"
 #include "cli/Output.h"
+#include "cli/Services.h"
 
 namespace pellor::cli {
 namespace {
@@ -33,6 +34,7 @@ ExitCode run(const CommandLine& line) {
   {
     Session session(line.options);
     try {
+      if (line.opensStore) session.open();
       line.command(session);
     } catch (const CommandError& error) {
       failure = error;
@@ -46,9 +48,10 @@ ExitCode run(const CommandLine& line) {
   return failure->exitCode();
 }
 
-ExitCode program(int count, const char* const* arguments) {
+ExitCode program(int count, char** arguments) {
   try {
     const ParsedArguments parsed = parseArguments(count, arguments);
+    if (!parsed.text) chooseProgram(parsed.line, arguments);
     return parsed.text ? print(*parsed.text) : run(parsed.line);
   } catch (const CommandError& error) {
     writeError(error.what());

@@ -33,8 +33,8 @@ constexpr std::array Keys = {
     ConfigurationKey{"paired-device", Kind::choice, "none", "none mqtt", "how changes get to the paired device"},
 };
 
-// The keys that choose a part; the embedded platform's is each one's default.
-constexpr std::array Parts = {"address-book", "store", "bus", "log", "reachability", "paired-device"};
+constexpr std::array<std::string_view, 6> Parts = {"address-book", "store",        "bus",
+                                                   "log",          "reachability", "paired-device"};
 
 constexpr int LargestCount = 65535;
 constexpr double LongestTime = 3600;
@@ -179,6 +179,8 @@ std::optional<std::string> contentOf(const fs::path& file) {
 }  // namespace
 
 std::span<const ConfigurationKey> configurationKeys() { return Keys; }
+
+std::span<const std::string_view> configurationParts() { return Parts; }
 
 Configuration Configuration::read(const fs::path& file) {
   Configuration configuration;

@@ -41,6 +41,9 @@ struct ConfigurationKey {
 /// All keys, in the order in which they are shown.
 std::span<const ConfigurationKey> configurationKeys();
 
+/// The keys that choose a part of the platform, each with the embedded one as its default; in the same order.
+std::span<const std::string_view> configurationParts();
+
 /// What holds for each key: what the program's arguments say, else the file, else the key's own default. A plain value.
 class Configuration {
  public:

@@ -62,6 +62,14 @@ std::shared_ptr<VdirAddressBook> makeAddressBook(Process& process, const LinuxPl
 
 }  // namespace
 
+LinuxPlatformOptions embeddedOptions(const Configuration& configuration) {
+  LinuxPlatformOptions options;
+  if (const auto folder = configuration.path("data")) options.folders.data = *folder;
+  options.contactsFolder = configuration.path("contacts");
+  options.region = configuration.text("region");
+  return options;
+}
+
 LinuxPlatform::LinuxPlatform(Process& process, const LinuxPlatformOptions& options)
     : _dataFolder(options.folders.data),
       _preferences(makePreferences(process, options.folders)),

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "linux/Configuration.h"
 #include "linux/FavoritesFile.h"
 #include "linux/IdentityService.h"
 #include "linux/SQLitePreferences.h"
@@ -31,6 +32,9 @@ struct LinuxPlatformOptions {
   /// and those of the contacts by the next process. For a program that ends at once.
   bool noticesChanges = true;
 };
+
+/// What a configuration says of the embedded platform.
+LinuxPlatformOptions embeddedOptions(const Configuration& configuration);
 
 /// Makes the adapters and installs them as the platform of a process; adds what a program needs of them beyond the
 /// platform interfaces. The log goes to the process's sink.

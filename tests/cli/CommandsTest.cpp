@@ -201,6 +201,29 @@ TEST(Commands, TheConfigurationHoldsWhereNoArgumentSaysElse) {
              });
 }
 
+TEST(Commands, TheDoctorTellsWhatFailsAndMakesNothing) {
+  const Home home;
+  const auto expect = [&home](const Arguments& arguments, const char* output, const char* error) {
+    const ProgramResult result = pellor(home, arguments);
+    EXPECT_EQ(result.exitCode, *error == 0 ? 0 : 1);
+    EXPECT_THAT(result.output, HasSubstr(output));
+    EXPECT_THAT(result.errors, HasSubstr(error));
+  };
+  std::filesystem::remove_all(home.dataFolder());
+  writeFile(home / "file", "");
+  expect({"doctor"}, "-> put vCard files there", "address-book fails: ");
+  expect({"doctor", "--data", (home / "file/none").string()}, "store          sqlite      fails", "does not exist");
+  expect({"doctor", "--keys", "--region", "de"}, "region                    DE  #", "");
+  EXPECT_FALSE(std::filesystem::exists(home.dataFolder()));
+
+  std::filesystem::create_directories(home.contactsFolder());
+  addPeople(home);
+  ASSERT_EQ(pellor(home, {"list"}).exitCode, 0);
+  expect({"doctor"}, "contacts: 5 cards\n", "");
+  writeFile(home.storeFile(), "no database");
+  expect({"doctor"}, "-> put a backup in its place", "store fails: ");
+}
+
 // Everything that is a number in an answer counts something; a record's number would be one too many.
 void expectNoRecordNumbers(const nlohmann::json& json, const std::string& member) {
   static const std::set<std::string> counts = {"page", "slot", "pageSize", "removedPages", "value"};

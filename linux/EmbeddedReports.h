@@ -1,0 +1,26 @@
+// How the parts of the embedded platform are, without using or making anything.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string_view>
+
+#include "linux/Configuration.h"
+#include "linux/ServiceReport.h"
+#include "linux/UserFolders.h"
+
+namespace pellor {
+
+/// Of the folder of vCards. One that is missing fails.
+ServiceReport reportOnContactsFolder(const std::filesystem::path& contactsFolder);
+
+/// Of the store in the data folder. One that nobody has made yet works if it can be made.
+ServiceReport reportOnStoreFile(const UserFolders& folders);
+
+/// Of the folder through which programs hear of each other.
+ServiceReport reportOnNotifyFolder(const UserFolders& folders);
+
+/// Of what the configuration chooses for that part; absent where it is a service of the user's own.
+std::optional<ServiceReport> reportOnEmbedded(std::string_view part, const Configuration& configuration);
+
+}  // namespace pellor
