@@ -7,6 +7,8 @@
 # the folders of those that are built.
 set(PELLOR_ADAPTERS AUTO CACHE STRING "Which adapters are built unless their own options say: AUTO, ON, OFF")
 set(PELLOR_BUILT_ADAPTERS "")
+# What a user of the installed libraries has to find: lines for the package.
+set(PELLOR_ADAPTER_REQUIREMENTS "")
 
 macro(pellor_adapter NAME folder description)
   set(PELLOR_${NAME} ${PELLOR_ADAPTERS} CACHE STRING "Build the adapter for ${description}: AUTO, ON, OFF")
@@ -19,6 +21,8 @@ macro(pellor_adapter NAME folder description)
   endif()
   if(PELLOR_${NAME} AND PELLOR_${NAME}_PACKAGES_FOUND)
     list(APPEND PELLOR_BUILT_ADAPTERS ${folder})
+    string(APPEND PELLOR_ADAPTER_REQUIREMENTS
+      "pkg_check_modules(PELLOR_${NAME}_PACKAGES REQUIRED IMPORTED_TARGET ${ARGN})\n")
     add_subdirectory(linux/${folder})
   else()
     message(STATUS "Without the adapter for ${description}")
