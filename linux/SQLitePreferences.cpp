@@ -90,44 +90,31 @@ struct EncodedValue {
 };
 
 SQLitePreferences::SQLitePreferences(fs::path folder, fs::path defaultsFile, LogHandle log, Access access)
-    : _folder(std::move(folder)), _access(access), _log(std::move(log)), _defaults(std::move(defaultsFile), _log) {}
+    : _folder(std::move(folder)),
+      _access(access),
+      _memory(_folder.string(), log),
+      _defaults(std::move(defaultsFile), std::move(log)) {}
 
 SQLitePreferences::~SQLitePreferences() = default;
 
 PreferenceAnswer<Value> SQLitePreferences::copyValue(std::string_view key, std::string_view domain) {
-  if (const auto answer = answerFromMemory(key, domain)) return *answer;
+  if (const auto answer = _memory.answer(key, domain)) return *answer;
   const MutexLock lock(_connectionMutex);
   // Another thread may have read the domain meanwhile; then this renews nothing.
   if (!renew(domain)) return PreferenceAnswer<Value>::unreadable();
-  return answerFromMemory(key, domain).value_or(PreferenceAnswer<Value>::unreadable());
-}
-
-PreferenceAnswer<std::int64_t> SQLitePreferences::integerValue(std::string_view key, std::string_view domain) {
-  const PreferenceAnswer<Value> answer = copyValue(key, domain);
-  if (!answer.isReadable()) return PreferenceAnswer<std::int64_t>::unreadable();
-  const auto integer = answer.value() ? answer.value()->integer() : std::nullopt;
-  return integer ? PreferenceAnswer<std::int64_t>::some(*integer) : PreferenceAnswer<std::int64_t>::none();
-}
-
-PreferenceAnswer<bool> SQLitePreferences::booleanValue(std::string_view key, std::string_view domain) {
-  const PreferenceAnswer<Value> answer = copyValue(key, domain);
-  if (!answer.isReadable()) return PreferenceAnswer<bool>::unreadable();
-  const auto boolean = answer.value() ? answer.value()->boolean() : std::nullopt;
-  return boolean ? PreferenceAnswer<bool>::some(*boolean) : PreferenceAnswer<bool>::none();
+  return _memory.answer(key, domain).value_or(PreferenceAnswer<Value>::unreadable());
 }
 
 void SQLitePreferences::setValue(std::string_view key, std::optional<Value> value, std::string_view domain) {
-  const MutexLock lock(_mutex);
-  Pending pending{std::move(value), ++_lastSerial};
-  domainNamed(domain).pending.insert_or_assign(std::string(key), std::move(pending));
+  _memory.keep(key, std::move(value), domain);
 }
 
 bool SQLitePreferences::synchronize(std::string_view domain) {
   const MutexLock lock(_connectionMutex);
-  const PendingValues values = copyOfPending(domain);
+  const PendingValues values = _memory.copyOfPending(domain);
   if (values.empty()) return renew(domain);
   if (write(domain, values)) return true;
-  markFailed(domain, values);
+  _memory.markFailed(domain, values);
   renew(domain);
   return false;
 }
@@ -143,9 +130,9 @@ bool SQLitePreferences::insertIfAbsent(const Dictionary& values, std::string_vie
       if (!isThere) writeValue(store, key, domain, EncodedValue(key, value), nullptr);
     }
     transaction.commit();
-    ends(Fault::write);
+    _memory.ends(Fault::write);
   } catch (const SQLiteError& error) {
-    begins(Fault::write, error.what());
+    _memory.begins(Fault::write, error.what());
     closeAfter(error);
     return false;
   }
@@ -166,7 +153,7 @@ PutAside SQLitePreferences::putAside(std::string_view key, std::string_view doma
       result.kept = keepAside(key, domain, bytesOf(store, value));
     });
   } catch (const SQLiteError& error) {
-    begins(Fault::read, error.what());
+    _memory.begins(Fault::read, error.what());
     closeAfter(error);
   }
   return result;
@@ -180,97 +167,16 @@ bool SQLitePreferences::isWritable() {
   const MutexLock lock(_connectionMutex);
   try {
     if (database().isWritable()) return true;
-    begins(Fault::write, PreferencesDatabase::ReadOnlyError);
+    _memory.begins(Fault::write, PreferencesDatabase::ReadOnlyError);
     return false;
   } catch (const SQLiteError& error) {
-    begins(Fault::read, error.what());
+    _memory.begins(Fault::read, error.what());
     closeAfter(error);
     return false;
   }
 }
 
-std::string SQLitePreferences::lastError() const {
-  const MutexLock lock(_mutex);
-  for (const Fault fault : {Fault::write, Fault::read}) {
-    if (const auto found = _errors.find(fault); found != _errors.end()) return found->second;
-  }
-  return {};
-}
-
-// The state in memory
-
-std::optional<PreferenceAnswer<Value>> SQLitePreferences::answerFromMemory(std::string_view key,
-                                                                           std::string_view domain) const {
-  const MutexLock lock(_mutex);
-  const auto found = _domains.find(domain);
-  if (found == _domains.end()) return std::nullopt;
-  const auto answer = [](const std::optional<Value>& value) {
-    return value ? PreferenceAnswer<Value>::some(*value) : PreferenceAnswer<Value>::none();
-  };
-  const auto pending = found->second.pending.find(key);
-  if (pending != found->second.pending.end() && !pending->second.hasFailed) return answer(pending->second.value);
-  if (!found->second.snapshot) return std::nullopt;
-  const auto stored = found->second.snapshot->find(key);
-  return answer(stored == found->second.snapshot->end() ? std::nullopt : std::optional(stored->second.value));
-}
-
-SQLitePreferences::Domain& SQLitePreferences::domainNamed(std::string_view domain) {
-  return _domains.try_emplace(std::string(domain)).first->second;
-}
-
-SQLitePreferences::PendingValues SQLitePreferences::copyOfPending(std::string_view domain) const {
-  const MutexLock lock(_mutex);
-  const auto found = _domains.find(domain);
-  return found == _domains.end() ? PendingValues{} : found->second.pending;
-}
-
-std::shared_ptr<const SQLitePreferences::Snapshot> SQLitePreferences::snapshotOf(std::string_view domain) const {
-  const MutexLock lock(_mutex);
-  const auto found = _domains.find(domain);
-  return found == _domains.end() ? nullptr : found->second.snapshot;
-}
-
-void SQLitePreferences::install(std::string_view domain, std::shared_ptr<const Snapshot> snapshot) {
-  const MutexLock lock(_mutex);
-  // The old snapshot goes with `snapshot`, after the lock.
-  domainNamed(domain).snapshot.swap(snapshot);
-}
-
-void SQLitePreferences::removeWritten(std::string_view domain, const PendingValues& written) {
-  const MutexLock lock(_mutex);
-  PendingValues& pending = domainNamed(domain).pending;
-  for (const auto& [key, value] : written) {
-    const auto found = pending.find(key);
-    if (found != pending.end() && found->second.serial == value.serial) pending.erase(found);
-  }
-}
-
-void SQLitePreferences::markFailed(std::string_view domain, const PendingValues& failed) {
-  const MutexLock lock(_mutex);
-  PendingValues& pending = domainNamed(domain).pending;
-  for (const auto& [key, value] : failed) {
-    const auto found = pending.find(key);
-    if (found != pending.end() && found->second.serial == value.serial) found->second.hasFailed = true;
-  }
-}
-
-const char* SQLitePreferences::participleOf(Fault fault) { return fault == Fault::read ? "read" : "written"; }
-
-void SQLitePreferences::begins(Fault fault, const std::string& error) {
-  {
-    const MutexLock lock(_mutex);
-    if (!_errors.insert_or_assign(fault, error).second) return;
-  }
-  _log.log("preferences in %@ cannot be %@: %@", _folder.string(), participleOf(fault), error);
-}
-
-void SQLitePreferences::ends(Fault fault) {
-  {
-    const MutexLock lock(_mutex);
-    if (_errors.erase(fault) == 0) return;
-  }
-  _log.log("preferences in %@ can be %@ again", _folder.string(), participleOf(fault));
-}
+std::string SQLitePreferences::lastError() const { return _memory.lastError(); }
 
 // The connection
 
@@ -289,12 +195,12 @@ void SQLitePreferences::closeAfter(const SQLiteError& error) {
 bool SQLitePreferences::renew(std::string_view domain) {
   try {
     readIfChanged(domain);
-    ends(Fault::read);
+    _memory.ends(Fault::read);
     return true;
   } catch (const SQLiteError& error) {
-    begins(Fault::read, error.what());
+    _memory.begins(Fault::read, error.what());
     closeAfter(error);
-    install(domain, nullptr);
+    _memory.install(domain, nullptr);
     return false;
   }
 }
@@ -305,16 +211,16 @@ void SQLitePreferences::readIfChanged(std::string_view domain) {
   // moment.
   if (isUpToDate(domain)) return;
   const SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::read);
-  install(domain, read(domain));
+  _memory.install(domain, read(domain));
 }
 
 bool SQLitePreferences::isUpToDate(std::string_view domain) {
   const auto version = _dataVersions.find(domain);
-  return version != _dataVersions.end() && snapshotOf(domain) && version->second == _database->dataVersion();
+  return version != _dataVersions.end() && _memory.snapshotOf(domain) && version->second == _database->dataVersion();
 }
 
 std::shared_ptr<const SQLitePreferences::Snapshot> SQLitePreferences::read(std::string_view domain) {
-  const auto previous = snapshotOf(domain);
+  const auto previous = _memory.snapshotOf(domain);
   const bool isSameConnection = _dataVersions.contains(domain);
   auto snapshot = std::make_shared<Snapshot>();
   const PreferencesDatabase& store = *_database;
@@ -350,7 +256,7 @@ bool SQLitePreferences::write(std::string_view domain, const PendingValues& valu
     const PreferencesDatabase& store = database();
     SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::write);
     // A domain that cannot be read is not written either. Which rows change is told by what is stored now.
-    auto snapshot = std::make_shared<Snapshot>(*(isUpToDate(domain) ? snapshotOf(domain) : read(domain)));
+    auto snapshot = std::make_shared<Snapshot>(*(isUpToDate(domain) ? _memory.snapshotOf(domain) : read(domain)));
     for (const auto& [key, pending] : values) {
       if (pending.value) {
         Stored stored = writeValue(store, key, domain, std::move(encoded.at(key)), find(*snapshot, key));
@@ -361,16 +267,16 @@ bool SQLitePreferences::write(std::string_view domain, const PendingValues& valu
       }
     }
     transaction.commit();
-    install(domain, std::move(snapshot));
+    _memory.install(domain, std::move(snapshot));
   } catch (const SQLiteError& error) {
-    begins(Fault::write, error.what());
+    _memory.begins(Fault::write, error.what());
     _dataVersions.erase(std::string(domain));
     closeAfter(error);
     return false;
   }
-  removeWritten(domain, values);
-  ends(Fault::read);
-  ends(Fault::write);
+  _memory.removeWritten(domain, values);
+  _memory.ends(Fault::read);
+  _memory.ends(Fault::write);
   return true;
 }
 

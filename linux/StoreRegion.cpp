@@ -62,7 +62,7 @@ bool isRegion(std::string_view text) {
   return text.size() == 2 && isUpper(text[0]) && isUpper(text[1]) && isPhoneNumberRegion(text);
 }
 
-StoreRegion::StoreRegion(std::shared_ptr<SQLitePreferences> store, Proposal proposal)
+StoreRegion::StoreRegion(std::shared_ptr<SharedPreferences> store, Proposal proposal)
     : _store(std::move(store)), _proposal(std::move(proposal)) {
   current();
 }
@@ -71,7 +71,7 @@ std::string StoreRegion::region() { return current().region; }
 
 std::string StoreRegion::locale() { return current().locale; }
 
-bool StoreRegion::change(SQLitePreferences& store, const RegionAndLocale& regionAndLocale) {
+bool StoreRegion::change(PreferencesStore& store, const RegionAndLocale& regionAndLocale) {
   for (const auto& [key, value] : dictionaryOf(regionAndLocale)) store.setValue(key, value, Domain);
   return store.synchronize(Domain);
 }

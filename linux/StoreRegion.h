@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "linux/SQLitePreferences.h"
+#include "linux/SharedPreferences.h"
 #include "linux/UserFolders.h"
 #include "runtime/ThreadSafety.h"
 
@@ -38,7 +38,7 @@ class StoreRegion {
   /// What this process would choose. Asked at most once, and only where the store does not say.
   using Proposal = std::function<RegionAndLocale()>;
 
-  StoreRegion(std::shared_ptr<SQLitePreferences> store, Proposal proposal);
+  StoreRegion(std::shared_ptr<SharedPreferences> store, Proposal proposal);
 
   /// While the store cannot be read these give the proposal and ask the store again each time.
   std::string region();
@@ -46,7 +46,7 @@ class StoreRegion {
 
   /// Writes another region and locale for all processes that start from now on; true when they are on the disk. This
   /// object keeps its own. The list is rewritten in the new canonical forms as the processes save.
-  static bool change(SQLitePreferences& store, const RegionAndLocale& regionAndLocale);
+  static bool change(PreferencesStore& store, const RegionAndLocale& regionAndLocale);
 
  private:
   const RegionAndLocale& current();
@@ -54,7 +54,7 @@ class StoreRegion {
   std::optional<RegionAndLocale> readOrWrite() PELLOR_REQUIRES(_mutex);
   const RegionAndLocale& proposed() PELLOR_REQUIRES(_mutex);
 
-  const std::shared_ptr<SQLitePreferences> _store;
+  const std::shared_ptr<SharedPreferences> _store;
   const Proposal _proposal;
   std::atomic<const RegionAndLocale*> _known = nullptr;  // `_settled`, once it is; written with the lock
   Mutex _mutex;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "linux/SQLitePreferences.h"
 #include "tests/linux/ChildProcess.h"
 #include "tests/linux/TemporaryFolder.h"
 

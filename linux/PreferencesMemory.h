@@ -1,0 +1,81 @@
+// What a preferences store knows without asking: values that were set, values that were read, and what does not work.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/PreferencesStore.h"
+#include "runtime/Log.h"
+#include "runtime/ThreadSafety.h"
+
+namespace pellor {
+
+struct StoredList;
+
+/// The half of a store that lies in memory, the same whatever keeps the values. Any thread; nothing waits here.
+class PreferencesMemory {
+ public:
+  struct Pending {
+    std::optional<Value> value;  ///< absent: the key is to be removed
+    std::uint64_t serial = 0;    ///< tells it from a value that was set later
+    bool hasFailed = false;      ///< a write failed, so readers are given what is stored
+  };
+  using PendingValues = std::map<std::string, Pending, std::less<>>;
+
+  /// A stored value with what tells the next reading whether it changed: its bytes, or the list that it is.
+  struct Stored {
+    Value value;
+    std::shared_ptr<const Data> bytes;
+    std::shared_ptr<const StoredList> list;
+  };
+  using Snapshot = std::map<std::string, Stored, std::less<>>;
+
+  /// What does not work at the moment.
+  enum class Fault { read, write };
+
+  /// `place` says in the log where the preferences are.
+  PreferencesMemory(std::string place, LogHandle log);
+
+  /// Absent when the domain has to be read first.
+  std::optional<PreferenceAnswer<Value>> answer(std::string_view key, std::string_view domain) const;
+
+  // What was set and is not written yet.
+  void keep(std::string_view key, std::optional<Value> value, std::string_view domain);
+  PendingValues copyOfPending(std::string_view domain) const;
+  /// Forgets what was written, but not what was set meanwhile.
+  void removeWritten(std::string_view domain, const PendingValues& written);
+  /// From now on `answer` gives what is stored instead.
+  void markFailed(std::string_view domain, const PendingValues& failed);
+
+  // What is stored, as it was read or written last. Null: not read, or it could not be read the last time.
+  std::shared_ptr<const Snapshot> snapshotOf(std::string_view domain) const;
+  void install(std::string_view domain, std::shared_ptr<const Snapshot> snapshot);
+
+  /// Each is logged when it changes something.
+  void begins(Fault fault, const std::string& error);
+  void ends(Fault fault);
+  /// Of the faults that last, first of those of writing; empty when all is well.
+  std::string lastError() const;
+
+ private:
+  struct Domain {
+    PendingValues pending;
+    std::shared_ptr<const Snapshot> snapshot;
+  };
+
+  Domain& domainNamed(std::string_view domain) PELLOR_REQUIRES(_mutex);
+  static const char* participleOf(Fault fault);
+
+  const std::string _place;
+  const LogHandle _log;
+  mutable Mutex _mutex;
+  std::map<std::string, Domain, std::less<>> _domains PELLOR_GUARDED_BY(_mutex);
+  std::uint64_t _lastSerial PELLOR_GUARDED_BY(_mutex) = 0;
+  std::map<Fault, std::string> _errors PELLOR_GUARDED_BY(_mutex);  ///< of the faults that last
+};
+
+}  // namespace pellor
