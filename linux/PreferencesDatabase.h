@@ -9,16 +9,10 @@
 #include <string_view>
 
 #include "linux/SQLiteStatements.h"
+#include "linux/StoredRuns.h"
 #include "runtime/Value.h"
 
 namespace pellor {
-
-/// Stands in place of a value's bytes where the value is a long array, whose runs are rows of their own.
-struct StoredRuns {
-  std::int64_t list = 0;   ///< a number that no list had before, so that the rows of another are not taken for its own
-  std::int64_t count = 0;  ///< of elements
-  std::int64_t revision = 0;  ///< when `count` changed last; rows may be newer
-};
 
 /// A value's bytes, or where its runs are instead.
 struct StoredValue {

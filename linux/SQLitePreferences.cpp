@@ -43,13 +43,6 @@ bool isKeptAlready(const fs::path& folder, const std::string& prefix, const Data
   return false;
 }
 
-bool isDictionary(const Value& value) { return value.kind() == Value::Kind::dictionary; }
-
-bool isListOfDictionaries(const Value& value) {
-  const Array* array = value.array();
-  return array && !array->empty() && std::ranges::all_of(*array, isDictionary);
-}
-
 Data bytesOf(const PreferencesDatabase& store, const StoredValue& value) {
   return value.runs ? bytesOfList(store, *value.runs) : Data(value.bytes.begin(), value.bytes.end());
 }
@@ -60,6 +53,11 @@ auto* find(const Values& values, const std::string& key) {
   return found == values.end() ? nullptr : &found->second;
 }
 
+EncodedValue encoded(std::string_view key, const Value& value) {
+  if (auto result = EncodedValue::encode(value)) return *std::move(result);
+  throw SQLiteError(SQLITE_TOOBIG, EncodedValue::errorFor(key));
+}
+
 bool isDamage(const SQLiteError& error) {
   // What another try on the same connection could not cure.
   const int code = error.code();
@@ -68,26 +66,6 @@ bool isDamage(const SQLiteError& error) {
 }
 
 }  // namespace
-
-/// A value to be stored, as a list in rows or as bytes.
-struct EncodedValue {
-  EncodedValue(std::string_view key, const Value& stored) : value(stored) {
-    const LongArray* longArray = value.longArray();
-    if (longArray && longArray->size() > 0) {
-      list = EncodedList::encode(*longArray);
-    } else if (isListOfDictionaries(value)) {
-      list = EncodedList::encode(LongArray(*value.array()));
-    } else {
-      bytes = encodeCBOR(value);
-    }
-    if (list || bytes) return;
-    throw SQLiteError(SQLITE_TOOBIG, std::string(key) + " is nested too deeply or too long to be stored");
-  }
-
-  Value value;
-  std::optional<EncodedList> list;
-  std::optional<Data> bytes;
-};
 
 SQLitePreferences::SQLitePreferences(fs::path folder, fs::path defaultsFile, LogHandle log, Access access)
     : _folder(std::move(folder)),
@@ -127,7 +105,7 @@ bool SQLitePreferences::insertIfAbsent(const Dictionary& values, std::string_vie
     for (const auto& [key, value] : values) {
       bool isThere = false;
       store.visitValue(key, domain, [&](const StoredValue&) { isThere = true; });
-      if (!isThere) writeValue(store, key, domain, EncodedValue(key, value), nullptr);
+      if (!isThere) writeValue(store, key, domain, encoded(key, value), nullptr);
     }
     transaction.commit();
     _memory.ends(Fault::write);
@@ -249,9 +227,9 @@ SQLitePreferences::Stored SQLitePreferences::readValue(const PreferencesDatabase
 
 bool SQLitePreferences::write(std::string_view domain, const PendingValues& values) {
   try {
-    std::map<std::string, EncodedValue> encoded;
+    std::map<std::string, EncodedValue> changes;
     for (const auto& [key, pending] : values) {
-      if (pending.value) encoded.try_emplace(key, key, *pending.value);
+      if (pending.value) changes.try_emplace(key, encoded(key, *pending.value));
     }
     const PreferencesDatabase& store = database();
     SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::write);
@@ -259,7 +237,7 @@ bool SQLitePreferences::write(std::string_view domain, const PendingValues& valu
     auto snapshot = std::make_shared<Snapshot>(*(isUpToDate(domain) ? _memory.snapshotOf(domain) : read(domain)));
     for (const auto& [key, pending] : values) {
       if (pending.value) {
-        Stored stored = writeValue(store, key, domain, std::move(encoded.at(key)), find(*snapshot, key));
+        Stored stored = writeValue(store, key, domain, std::move(changes.at(key)), find(*snapshot, key));
         snapshot->insert_or_assign(key, std::move(stored));
       } else {
         store.remove(key, domain);

@@ -1,8 +1,6 @@
 #include "linux/StoredList.h"
 
 #include <algorithm>
-#include <random>
-#include <typeinfo>
 #include <utility>
 
 #include "linux/EncodedRun.h"
@@ -10,12 +8,10 @@
 namespace pellor {
 namespace {
 
-using Runs = std::vector<std::shared_ptr<const ArrayRun>>;
-
 // A row's id is made of its list and its number there.
 constexpr int NumberBits = 24;
 constexpr std::int64_t HighestNumber = (std::int64_t{1} << NumberBits) - 1;
-constexpr std::int64_t HighestList = (std::int64_t{1} << (62 - NumberBits)) - 1;
+static_assert(HighestListNumber <= (std::int64_t{1} << (62 - NumberBits)) - 1);
 
 constexpr const char* AllRows = "SELECT id, value, revision FROM runs WHERE id BETWEEN ?1 AND ?2 ORDER BY id";
 constexpr const char* AllLastGoodRows = "SELECT id, value FROM last_good_runs WHERE id BETWEEN ?1 AND ?2 ORDER BY id";
@@ -33,44 +29,6 @@ void visitAll(const PreferencesDatabase& store, const char* text, const StoredRu
   const SQLiteStatements::Use statement = store.statements().use(text);
   statement->bind(1, idOf(rows.list, 0)).bind(2, idOf(rows.list, HighestNumber));
   while (statement->step()) visit(*statement);
-}
-
-std::span<const std::uint8_t> bytesOf(const ArrayRun& run) { return static_cast<const EncodedRun&>(run).bytes(); }
-
-bool holds(const ArrayRun& run, std::span<const std::uint8_t> bytes) { return std::ranges::equal(bytesOf(run), bytes); }
-
-bool areSame(const std::shared_ptr<const ArrayRun>& one, const std::shared_ptr<const ArrayRun>& other) {
-  return one == other || holds(*one, bytesOf(*other));
-}
-
-const Runs& runsOf(const StoredList* list) {
-  static const Runs none;
-  return list ? list->value.longArray()->runs() : none;
-}
-
-std::size_t runCount(const StoredRuns& rows) {
-  return (static_cast<std::size_t>(rows.count) + LongArray::RunSize - 1) / LongArray::RunSize;
-}
-
-// Whether the runs make an array of that many elements.
-bool areWhole(const Runs& runs, const StoredRuns& rows) {
-  if (rows.count < 1 || runs.size() != runCount(rows)) return false;
-  auto left = static_cast<std::size_t>(rows.count);
-  for (const auto& run : runs) {
-    if (!run || run->size() != std::min(left, LongArray::RunSize)) return false;
-    left -= run->size();
-  }
-  return true;
-}
-
-std::shared_ptr<const StoredList> listOf(Runs runs, const StoredRuns& rows, std::int64_t revision) {
-  if (!areWhole(runs, rows)) return nullptr;
-  return std::make_shared<const StoredList>(StoredList{rows, revision, LongArray(std::move(runs))});
-}
-
-std::int64_t newListNumber() {
-  std::random_device random;
-  return std::uniform_int_distribution<std::int64_t>(1, HighestList)(random);
 }
 
 void writeRow(const PreferencesDatabase& store, std::int64_t id, const StoredRuns& rows, const ArrayRun& run) {
@@ -145,17 +103,6 @@ Data bytesOfList(const PreferencesDatabase& store, const StoredRuns& rows) {
     all.insert(all.end(), bytes.begin(), bytes.end());
   });
   return all;
-}
-
-std::optional<EncodedList> EncodedList::encode(const LongArray& array) {
-  EncodedList list{array.runs(), array.size()};
-  for (auto& pointer : list.runs) {
-    const ArrayRun& run = *pointer;
-    if (typeid(run) == typeid(EncodedRun)) continue;
-    pointer = EncodedRun::encode(pointer);
-    if (!pointer) return std::nullopt;
-  }
-  return list;
 }
 
 std::shared_ptr<const StoredList> writeList(const PreferencesDatabase& store, std::string_view key,
