@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <random>
 #include <utility>
+#include <vector>
 
 #include "linux/FolderWatch.h"
 #include "linux/PrivateFiles.h"
@@ -102,19 +103,15 @@ void NotifyFolder::addObserver(const void* observer, std::function<void()> callb
   _process.requireMainQueue("NotifyFolder::addObserver");
   removeObserver(observer, name);
   if (_hearing == Hearing::always) startWatching();
-  const auto [channel, isNew] = _channels.try_emplace(std::string(name));
-  if (isNew) channel->second.seen = readCount(fileOf(channel->first));
-  channel->second.registrations.push_back(
-      {observer, _nextSerial++, std::make_shared<const std::function<void()>>(std::move(callback))});
+  const auto [seen, isNew] = _seen.try_emplace(std::string(name));
+  if (isNew) seen->second = readCount(fileOf(seen->first));
+  _observers.add(observer, std::move(callback), name);
 }
 
 void NotifyFolder::removeObserver(const void* observer, std::string_view name) {
   _process.requireMainQueue("NotifyFolder::removeObserver");
-  const auto channel = _channels.find(name);
-  if (channel == _channels.end()) return;
-  auto& registrations = channel->second.registrations;
-  std::erase_if(registrations, [&](const Registration& known) { return known.observer == observer; });
-  if (registrations.empty()) _channels.erase(channel);
+  _observers.remove(observer, name);
+  if (const auto seen = _seen.find(name); seen != _seen.end() && !_observers.isObserved(name)) _seen.erase(seen);
 }
 
 void NotifyFolder::post(std::string_view name) {
@@ -124,7 +121,7 @@ void NotifyFolder::post(std::string_view name) {
     _unposted.insert(posted);
     retryLater();
   }
-  if (_channels.contains(name)) deliverSoon(posted);
+  if (_observers.isObserved(name)) deliverSoon(posted);
 }
 
 /// Raises the counter of a name; whether that was possible.
@@ -135,10 +132,10 @@ bool NotifyFolder::count(const std::string& name) {
   const std::uint64_t after = before ? *before + 1 : anyNumber();
   const bool isCounted = file && writeCount(file.get(), after);
   note(_sending, isCounted ? std::nullopt : std::optional(systemError("cannot count a post in", _folder)));
-  const auto channel = _channels.find(name);
-  if (!isCounted || channel == _channels.end()) return isCounted;
+  const auto seen = _seen.find(name);
+  if (!isCounted || seen == _seen.end()) return isCounted;
   // Posts of others that the watch has not reported yet would be covered by the new count.
-  if (std::exchange(channel->second.seen, after) != before) deliverSoon(name);
+  if (std::exchange(seen->second, after) != before) deliverSoon(name);
   return true;
 }
 
@@ -162,8 +159,8 @@ void NotifyFolder::retry() {
 
 // Asked once a turn while the process settles; the counters are taken note of by a task, like what a watch reports.
 bool NotifyFolder::isSettled() const {
-  const auto hasMoved = [this](const auto& entry) { return readCount(fileOf(entry.first)) != entry.second.seen; };
-  if (std::ranges::none_of(_channels, hasMoved)) return true;
+  const auto hasMoved = [this](const auto& entry) { return readCount(fileOf(entry.first)) != entry.second; };
+  if (std::ranges::none_of(_seen, hasMoved)) return true;
   _process.mainQueue().async([weak = weak_from_this()] {
     if (const auto self = weak.lock()) std::const_pointer_cast<NotifyFolder>(self)->check(Delivery::whenCounted);
   });
@@ -171,24 +168,9 @@ bool NotifyFolder::isSettled() const {
 }
 
 void NotifyFolder::deliverSoon(const std::string& name) {
-  _process.mainQueue().async([weak = weak_from_this(), name, endSerial = _nextSerial] {
-    if (const auto self = weak.lock()) self->deliver(name, endSerial);
+  _process.mainQueue().async([weak = weak_from_this(), name, endSerial = _observers.nextSerial()] {
+    if (const auto self = weak.lock()) self->_observers.deliver(name, endSerial);
   });
-}
-
-/// Calls the registrations that were made before `endSerial` and still stand when their turn comes.
-void NotifyFolder::deliver(const std::string& name, std::uint64_t endSerial) {
-  for (std::uint64_t nextSerial = 0; nextSerial < endSerial;) {
-    const auto channel = _channels.find(name);
-    if (channel == _channels.end()) return;
-    const auto& registrations = channel->second.registrations;
-    const auto next =
-        std::ranges::find_if(registrations, [&](const Registration& known) { return known.serial >= nextSerial; });
-    if (next == registrations.end() || next->serial >= endSerial) return;
-    nextSerial = next->serial + 1;
-    const auto callback = next->callback;
-    (*callback)();
-  }
 }
 
 void NotifyFolder::startWatching() {
@@ -227,11 +209,11 @@ void NotifyFolder::makeFolder() {
 /// Delivers the names whose counters have moved, or all of them after posts may have been missed.
 void NotifyFolder::check(Delivery delivery) {
   std::vector<std::string> posted;
-  for (auto& [name, channel] : _channels) {
+  for (auto& [name, seen] : _seen) {
     const Count count = readCount(fileOf(name));
-    if (std::exchange(channel.seen, count) != count || delivery == Delivery::always) posted.push_back(name);
+    if (std::exchange(seen, count) != count || delivery == Delivery::always) posted.push_back(name);
   }
-  for (const std::string& name : posted) deliver(name, _nextSerial);
+  for (const std::string& name : posted) _observers.deliver(name, _observers.nextSerial());
 }
 
 void NotifyFolder::note(Direction& direction, const std::optional<std::string>& error) {

@@ -10,8 +10,8 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "linux/NotifyObservers.h"
 #include "linux/UserFolders.h"
 #include "platform/SystemNotifyBus.h"
 #include "runtime/Log.h"
@@ -66,15 +66,6 @@ class NotifyFolder final : public SystemNotifyBus,
  private:
   using Count = std::optional<std::uint64_t>;  ///< absent: no file, or a damaged one
 
-  struct Registration {
-    const void* observer;
-    std::uint64_t serial;
-    std::shared_ptr<const std::function<void()>> callback;
-  };
-  struct Channel {
-    Count seen;  ///< up to which all posts were delivered or are queued for delivery
-    std::vector<Registration> registrations;
-  };
   enum class Delivery { whenCounted, always };
   struct Direction {
     const char* operation;
@@ -87,7 +78,6 @@ class NotifyFolder final : public SystemNotifyBus,
   void makeFolder();
   void check(Delivery delivery);
   void deliverSoon(const std::string& name);
-  void deliver(const std::string& name, std::uint64_t endSerial);
   bool count(const std::string& name);
   void retry();
   void retryLater();
@@ -98,8 +88,9 @@ class NotifyFolder final : public SystemNotifyBus,
   const std::filesystem::path _folder;
   const LogHandle _log;
   const Hearing _hearing;
-  std::map<std::string, Channel, std::less<>> _channels;  ///< the observed names
-  std::uint64_t _nextSerial = 0;
+  NotifyObservers _observers;
+  /// Of each observed name, up to which all posts were delivered or are queued for delivery.
+  std::map<std::string, Count, std::less<>> _seen;
   std::set<std::string, std::less<>> _unposted;
   std::shared_ptr<Timer> _retryTimer;
   double _retryPause;
