@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -15,6 +14,7 @@
 #include <system_error>
 #include <thread>
 
+#include "linux/BlockedSignals.h"
 #include "linux/PrivateFiles.h"
 #include "runtime/ThreadSafety.h"
 
@@ -36,22 +36,6 @@ constexpr int NoWatch = -1;
 
 // Whatever stands in the way is on the path, where its going can be awaited.
 bool meansMissing(int error) { return error == ENOENT || error == ENOTDIR || error == EACCES || error == ELOOP; }
-
-/// Signals are the business of the program's own threads.
-class BlockedSignals {
- public:
-  BlockedSignals() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &_previous);
-  }
-  ~BlockedSignals() { pthread_sigmask(SIG_SETMASK, &_previous, nullptr); }
-  BlockedSignals(const BlockedSignals&) = delete;
-  BlockedSignals& operator=(const BlockedSignals&) = delete;
-
- private:
-  sigset_t _previous{};
-};
 
 }  // namespace
 
