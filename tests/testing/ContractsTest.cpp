@@ -3,9 +3,11 @@
 
 #include <list>
 
+#include "testing/Addresses.h"
 #include "testing/SimulatedScheduler.h"
 #include "testing/SimulatedWorld.h"
 #include "tests/contract/PreferencesStoreContract.h"
+#include "tests/contract/ReachabilityServiceContract.h"
 #include "tests/contract/SystemNotifyBusContract.h"
 
 namespace pellor {
@@ -69,11 +71,55 @@ class BusesInMemory {
   SimulatedProcesses _processes;
 };
 
+struct SimulatedConversions {
+  static std::vector<std::string> regions() { return {"DE", "US", "ES"}; }
+  static std::shared_ptr<ReachabilityService> make(const std::string& region) {
+    const auto numbers = std::make_shared<SimulatedPhoneNumbers>();
+    numbers->setHomeCountry(region);
+    return std::make_shared<SimulatedIdentityService>(numbers);
+  }
+};
+
+/// Knows who is reachable by a script, and answers in two parts.
+class SimulatedQueries {
+ public:
+  SimulatedQueries() {
+    service().setScript([this](const SimulatedIdentityService::Query& query) {
+      std::vector<SimulatedIdentityService::AnswerPart> parts = {{1, {}}, {2, {}}};
+      for (const std::string& destination : query.destinations) {
+        parts[parts[0].statuses.size() % 2].statuses.emplace(destination, statusOf(destination));
+      }
+      return parts;
+    });
+  }
+  Process& process() { return _processes.at(0).process; }
+  SimulatedIdentityService& service() { return _processes.world.identityService(); }
+  template <class Condition>
+  bool runUntil(Condition condition) {
+    return _processes.scheduler->runUntil(condition, 10);
+  }
+
+ private:
+  DestinationStatus statusOf(const std::string& destination) {
+    const std::string raw = lowerCasedAddress(service().rawAddressForDestination(destination));
+    const bool isKnown = raw == "ada@example.org" || service().comparableNumber(raw) == "+49301234567";
+    return isKnown ? DestinationStatus::valid : DestinationStatus::invalid;
+  }
+  SimulatedProcesses _processes;
+};
+
 using BothBusesInMemory = ::testing::Types<BusesInMemory<false>, BusesInMemory<true>>;
 
 }  // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesStoreContract, StoresInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, SystemNotifyBusContract, BothBusesInMemory);
+INSTANTIATE_TYPED_TEST_SUITE_P(Simulated, ReachabilityConversionsContract, SimulatedConversions);
+INSTANTIATE_TYPED_TEST_SUITE_P(Simulated, ReachabilityQueriesContract, SimulatedQueries);
+
+TEST(SimulatedIdentityServiceTest, WithoutAScriptTakesNoQueries) {
+  SimulatedProcesses processes;
+  expectNoQueries(processes.at(0).process, processes.world.identityService());
+}
 
 }  // namespace pellor
