@@ -183,4 +183,14 @@ std::vector<std::string> splitCardText(std::string_view text, std::string_view s
   }
 }
 
+// FNV-1a with 64 bits.
+std::int64_t contentHash(std::string_view text) {
+  std::uint64_t hash = 0xcbf29ce484222325U;
+  for (const char c : text) {
+    hash ^= static_cast<unsigned char>(c);
+    hash *= 0x100000001b3U;
+  }
+  return static_cast<std::int64_t>(hash);
+}
+
 }  // namespace pellor

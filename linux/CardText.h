@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,5 +32,8 @@ std::string lowerCased(std::string_view text);
 
 /// The parts between any of the separators, cleaned; empty ones left out.
 std::vector<std::string> splitCardText(std::string_view text, std::string_view separators);
+
+/// A hash that is the same in every program and on every machine.
+std::int64_t contentHash(std::string_view text);
 
 }  // namespace pellor

@@ -9,8 +9,10 @@
 #include <ctime>
 #include <memory>
 #include <system_error>
+#include <utility>
 
 #include "linux/CardText.h"
+#include "linux/FolderWatch.h"
 #include "linux/PrivateFiles.h"
 
 namespace pellor {
@@ -24,16 +26,21 @@ std::string errorText(int error) { return std::generic_category().message(error)
 
 std::int64_t nanoseconds(const timespec& time) { return std::int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec; }
 
-FileSignature signatureOf(const struct stat& status) {
-  return {static_cast<std::int64_t>(status.st_ino), static_cast<std::int64_t>(status.st_size),
-          nanoseconds(status.st_mtim), nanoseconds(status.st_ctim)};
+CardSignature signatureOf(const struct stat& status) {
+  return {{static_cast<std::int64_t>(status.st_ino), static_cast<std::int64_t>(status.st_size),
+           nanoseconds(status.st_mtim), nanoseconds(status.st_ctim)}};
 }
 
-bool changedJustNow(const FileSignature& signature) {
+bool changedJustNow(const struct stat& status) {
   timespec now{};
   clock_gettime(CLOCK_REALTIME, &now);
-  const std::int64_t age = nanoseconds(now) - signature.modified;
+  const std::int64_t age = nanoseconds(now) - nanoseconds(status.st_mtim);
   return age >= 0 && age < ClockTick;
+}
+
+CardSourceError unreadableFolder(const std::filesystem::path& folder) {
+  return {"the contacts folder " + folder.string() + " cannot be read: " + errorText(errno),
+          CardSourceError::Remedy::tryAgain};
 }
 
 using Directory = std::unique_ptr<DIR, int (*)(DIR*)>;
@@ -41,21 +48,19 @@ using Directory = std::unique_ptr<DIR, int (*)(DIR*)>;
 Directory openFolder(const std::filesystem::path& folder) {
   Directory directory(opendir(folder.c_str()), closedir);
   if (directory) return directory;
-  const int error = errno;
-  const bool isMissing = error == ENOENT || error == ENOTDIR;
-  throw ContactFolderError(isMissing
-                               ? "the contacts folder " + folder.string() + " does not exist"
-                               : "the contacts folder " + folder.string() + " cannot be read: " + errorText(error),
-                           isMissing);
+  if (errno == ENOENT || errno == ENOTDIR)
+    throw CardSourceError("the contacts folder " + folder.string() + " does not exist",
+                          CardSourceError::Remedy::toldOf);
+  throw unreadableFolder(folder);
 }
 
-ContactFileContent unusable(ContactFileContent content, std::string problem) {
+CardContent unusable(CardContent content, std::string problem) {
   content.problem = std::move(problem);
   return content;
 }
 
-ContactFileContent unreadable(int error) {
-  ContactFileContent content;
+CardContent unreadable(int error) {
+  CardContent content;
   content.problem = "it cannot be read: " + errorText(error);
   content.isMissing = error == ENOENT;
   return content;
@@ -85,54 +90,68 @@ bool isContactFileName(std::string_view name) {
   return name.size() > 4 && name.front() != '.' && lowerCased(name.substr(name.size() - 4)) == ".vcf";
 }
 
-std::map<std::string, FileSignature> listContactFiles(const std::filesystem::path& folder) {
-  const Directory directory = openFolder(folder);
-  std::map<std::string, FileSignature> files;
+std::map<std::string, CardSignature> ContactFolder::list() {
+  const Directory directory = openFolder(_path);
+  std::map<std::string, CardSignature> files;
   errno = 0;
   while (const dirent* entry = readdir(directory.get())) {
     if (isContactFileName(entry->d_name)) {
-      if (const auto signature = contactFileSignature(folder, entry->d_name)) files.emplace(entry->d_name, *signature);
+      if (const auto known = signature(entry->d_name)) files.emplace(entry->d_name, *known);
     }
     errno = 0;
   }
   if (errno == 0) return files;
   // Half a listing would read as contacts that are gone.
-  throw ContactFolderError("the contacts folder " + folder.string() + " cannot be read: " + errorText(errno), false);
+  throw unreadableFolder(_path);
 }
 
-std::optional<FileSignature> contactFileSignature(const std::filesystem::path& folder, const std::string& name) {
+std::optional<CardSignature> ContactFolder::signature(const std::string& card) {
   struct stat status {};
-  if (stat((folder / name).c_str(), &status) == 0) return signatureOf(status);
+  if (stat((_path / card).c_str(), &status) == 0) return signatureOf(status);
   if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
-  return FileSignature();
+  return CardSignature();
 }
 
-ContactFileContent readContactFile(const std::filesystem::path& folder, const std::string& name) {
-  const FileDescriptor file(open((folder / name).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+CardContent ContactFolder::read(const std::string& card) {
+  const FileDescriptor file(open((_path / card).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
   if (!file || fstat(file.get(), &status) != 0) return unreadable(errno);
-  ContactFileContent content;
+  CardContent content;
   content.signature = signatureOf(status);
   if (!S_ISREG(status.st_mode)) return unusable(content, "it is no regular file");
-  if (!isUtf8(name)) return unusable(content, "its name is no UTF-8");
+  if (!isUtf8(card)) return unusable(content, "its name is no UTF-8");
   if (status.st_size > ContactFileSizeLimit) return unusable(content, "it is too large for a card");
   std::string text(static_cast<std::size_t>(status.st_size), '\0');
   const ssize_t size = readFully(file.get(), text);
   if (size < 0) return unreadable(errno);
   text.resize(static_cast<std::size_t>(size));
   content.text = std::move(text);
-  if (changedJustNow(content.signature)) content.signature = {};
+  if (changedJustNow(status)) content.signature = {};
   return content;
 }
 
-// FNV-1a with 64 bits.
-std::int64_t contentHash(std::string_view text) {
-  std::uint64_t hash = 0xcbf29ce484222325U;
-  for (const char c : text) {
-    hash ^= static_cast<unsigned char>(c);
-    hash *= 0x100000001b3U;
-  }
-  return static_cast<std::int64_t>(hash);
+namespace {
+
+bool concernsContacts(std::string_view name) { return isContactFileName(name) || name == FavoritesFileName; }
+
+class ContactFolderWatch final : public CardWatch {
+ public:
+  ContactFolderWatch(const std::filesystem::path& folder, std::function<void(const CardNews&)> handler)
+      : _watch(folder, concernsContacts,
+               [handler = std::move(handler)](const FolderChange& change, const std::string& problem) {
+                 CardNews news{change, false, problem};
+                 news.favoritesChanged = news.change.names.erase(std::string(FavoritesFileName)) > 0;
+                 handler(news);
+               }) {}
+
+ private:
+  FolderWatch _watch;
+};
+
+}  // namespace
+
+std::unique_ptr<CardWatch> ContactFolder::watch(std::function<void(const CardNews&)> handler) {
+  return std::make_unique<ContactFolderWatch>(_path, std::move(handler));
 }
 
 }  // namespace pellor

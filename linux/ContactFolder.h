@@ -3,11 +3,14 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
+#include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <string_view>
+
+#include "linux/CardSource.h"
 
 namespace pellor {
 
@@ -17,52 +20,34 @@ inline constexpr std::int64_t ContactFileSizeLimit = std::int64_t{8} * 1024 * 10
 /// The file in the contacts folder that lists the favorites.
 inline constexpr std::string_view FavoritesFileName = "favorites";
 
-/// What tells without reading whether a file may have changed. All zero when nothing can be told: the file has to be
-/// read again.
-struct FileSignature {
-  std::int64_t inode = 0;
-  std::int64_t size = 0;
-  std::int64_t modified = 0;  ///< nanoseconds since 1970
-  std::int64_t changed = 0;   ///< of name, owner or mode too
-  bool isKnown() const { return inode != 0; }
-  friend bool operator==(const FileSignature&, const FileSignature&) = default;
-};
-
-/// Why the folder gives no files.
-class ContactFolderError : public std::runtime_error {
- public:
-  ContactFolderError(const std::string& message, bool isMissing) : std::runtime_error(message), _isMissing(isMissing) {}
-  /// Whether there is no such folder, as opposed to one that cannot be read.
-  bool isMissing() const { return _isMissing; }
-
- private:
-  bool _isMissing;
-};
-
 /// The folder's path from the root on, without a slash at its end: one spelling for one folder.
 std::filesystem::path normalisedFolder(const std::filesystem::path& folder);
 
 /// Whether the name is that of a contact's file: it ends with ".vcf" and is not hidden.
 bool isContactFileName(std::string_view name);
 
-/// The contact files of the folder by name, without reading them. Throws ContactFolderError.
-std::map<std::string, FileSignature> listContactFiles(const std::filesystem::path& folder);
+/// The cards are the folder's files, by their names. A card's marks are inode, size, time of the last change of its
+/// content and of its name, owner or mode.
+class ContactFolder final : public CardSource {
+ public:
+  explicit ContactFolder(const std::filesystem::path& path) : _path(normalisedFolder(path)) {}
 
-/// The signature of one file; absent when there is no such file, unknown when it cannot be reached.
-std::optional<FileSignature> contactFileSignature(const std::filesystem::path& folder, const std::string& name);
+  const std::filesystem::path& path() const { return _path; }
 
-struct ContactFileContent {
-  FileSignature signature;          ///< from before the content was read
-  std::optional<std::string> text;  ///< absent when it cannot be read
-  std::string problem;              ///< why it cannot
-  bool isMissing = false;           ///< whether there is no such file any more
+  std::string name() const override { return _path.string(); }
+  std::string title() const override { return "the contacts folder " + _path.string(); }
+  std::string cardTitle() const override { return "contact file"; }
+  std::string databaseUID() const override { return {}; }
+  std::map<std::string, CardSignature> list() override;
+  std::optional<CardSignature> signature(const std::string& card) override;
+  /// At most ContactFileSizeLimit bytes. Waits for no pipe or device: only regular files are read. A file that cannot
+  /// be read, or that was changed a moment ago, gets an unknown signature.
+  CardContent read(const std::string& card) override;
+  /// Tells of the favorites file too. A folder that is missing is waited for.
+  std::unique_ptr<CardWatch> watch(std::function<void(const CardNews&)> handler) override;
+
+ private:
+  const std::filesystem::path _path;
 };
-
-/// Reads one file, at most ContactFileSizeLimit bytes. Waits for no pipe or device: only regular files are read. A file
-/// that cannot be read, or that was changed a moment ago, gets an unknown signature.
-ContactFileContent readContactFile(const std::filesystem::path& folder, const std::string& name);
-
-/// A hash that is the same in every program and on every machine.
-std::int64_t contentHash(std::string_view text);
 
 }  // namespace pellor

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <random>
 #include <stdexcept>
+#include <utility>
 
 #include "linux/ContactIndexCards.h"
 #include "linux/ContactIndexUpdate.h"
@@ -30,21 +31,18 @@ std::int64_t raiseSequence(SQLiteStatements& statements) {
   return statements.database().integer("SELECT sequence FROM counter");
 }
 
-std::map<std::string, FileSignature> signaturesOf(const std::filesystem::path& folder,
-                                                  const std::set<std::string>& names) {
-  std::map<std::string, FileSignature> present;
+std::map<std::string, CardSignature> signaturesOf(CardSource& source, const std::set<std::string>& names) {
+  std::map<std::string, CardSignature> present;
   for (const std::string& name : names) {
-    if (const auto signature = contactFileSignature(folder, name)) present.emplace(name, *signature);
+    if (const auto signature = source.signature(name)) present.emplace(name, *signature);
   }
   return present;
 }
 
 }  // namespace
 
-ContactIndex::ContactIndex(ContactIndexOptions options, LogHandle log)
-    : _options(std::move(options)), _log(std::move(log)) {
-  _options.contactsFolder = normalisedFolder(_options.contactsFolder);
-}
+ContactIndex::ContactIndex(ContactIndexOptions options, std::shared_ptr<CardSource> source, LogHandle log)
+    : _options(std::move(options)), _source(std::move(source)), _log(std::move(log)) {}
 
 ContactIndex::~ContactIndex() = default;
 
@@ -63,7 +61,7 @@ void ContactIndex::open(IndexCheck check) {
 }
 
 void ContactIndex::findFolder() {
-  const std::string path = _options.contactsFolder.string();
+  const std::string path = _source->name();
   const auto find = [&] {
     const auto row = _statements->use("SELECT folder, uid FROM folders WHERE path=?");
     row->bind(1, path);
@@ -75,8 +73,9 @@ void ContactIndex::findFolder() {
   if (find()) return;
   SQLiteTransaction transaction(_statements->database(), SQLiteTransaction::Kind::write);
   const std::int64_t sequence = raiseSequence(*_statements);
-  const std::string uid = randomUID();
-  // Without a form: nothing is known of the folder yet, which is not the same as a folder without contacts.
+  const std::string known = _source->databaseUID();
+  const std::string uid = known.empty() ? randomUID() : known;
+  // Without a form: nothing is known of the source yet, which is not the same as one without contacts.
   _statements->use("INSERT OR IGNORE INTO folders (path, uid, sequence, derivation) VALUES (?, ?, ?, '')")
       ->bind(1, path)
       .bind(2, uid)
@@ -88,7 +87,7 @@ void ContactIndex::findFolder() {
 
 std::string ContactIndex::derivation() const { return nameKeyVersion() + " " + _options.canonicalForm(); }
 
-// The index holds nothing that is not in the folder but the record identifiers: it is made anew in place of a damaged
+// The index holds nothing that is not in the source but the record identifiers: it is made anew in place of a damaged
 // one, and friends stay linked by their GUIDs.
 void ContactIndex::recover() {
   open(IndexCheck::thorough);
@@ -119,11 +118,19 @@ bool ContactIndex::attempt(const std::function<void()>& work) {
   return true;
 }
 
-void ContactIndex::setFolderError(std::optional<std::string> error) {
-  if (error == _folderError) return;
-  _folderError = std::move(error);
-  const std::string folder = _options.contactsFolder.string();
-  _log.log("%@", _folderError.value_or("the contacts folder " + folder + " can be read again"));
+// What was known of the source stays: a folder that is unmounted or replaced as a whole, or a service that is away,
+// must cost no friend its contact. A missing one is waited for by whoever watches its place.
+void ContactIndex::takeSourceError(const CardSourceError& error) {
+  _mustRetry = error.remedy() == CardSourceError::Remedy::tryAgain;
+  if (_sourceError == error.what()) return;
+  _sourceError = error.what();
+  _isSourceErrorOnLog = error.remedy() != CardSourceError::Remedy::soonToldOf;
+  if (_isSourceErrorOnLog) _log.log("%@", *_sourceError);
+}
+
+void ContactIndex::takeSourceAnswer() {
+  _sourceError.reset();
+  if (std::exchange(_isSourceErrorOnLog, false)) _log.log("%@ can be read again", _source->title());
 }
 
 bool ContactIndex::update(const FolderChange& change) {
@@ -142,37 +149,40 @@ void ContactIndex::updateOnce(const FolderChange& change) {
   try {
     const bool mayBeCurrent = change.everything && change.names.empty();
     if (!mayBeCurrent || !isCurrent(present(change))) apply(change);
-  } catch (const ContactFolderError& error) {
-    // What was known of the folder stays: one that is unmounted, or replaced as a whole, must cost no friend its
-    // contact. A missing folder is waited for by whoever watches its place.
-    setFolderError(error.what());
-    _mustRetry = !error.isMissing();
+  } catch (const CardSourceError& error) {
+    takeSourceError(error);
   }
 }
 
-std::map<std::string, FileSignature> ContactIndex::present(const FolderChange& change) {
-  if (!change.everything) return signaturesOf(_options.contactsFolder, change.names);
-  auto files = listContactFiles(_options.contactsFolder);
-  setFolderError(std::nullopt);
-  return files;
+std::map<std::string, CardSignature> ContactIndex::present(const FolderChange& change) {
+  if (!change.everything) return signaturesOf(*_source, change.names);
+  auto cards = _source->list();
+  takeSourceAnswer();
+  return cards;
 }
 
-// Empty before the folder was read for the first time.
+// Empty before the source was read for the first time.
 std::string ContactIndex::indexedForm() {
   const auto row = _statements->use("SELECT derivation FROM folders WHERE folder=?");
   row->bind(1, _folder);
   return row->step() ? row->text(0) : std::string();
 }
 
-bool ContactIndex::isCurrent(const std::map<std::string, FileSignature>& files) {
-  const bool areKnown = std::all_of(files.begin(), files.end(), [](const auto& file) { return file.second.isKnown(); });
-  return areKnown && indexedForm() == derivation() && files == indexedSignatures(*_statements, _folder);
+bool ContactIndex::isCurrent(const std::map<std::string, CardSignature>& cards) {
+  const bool areKnown = std::all_of(cards.begin(), cards.end(), [](const auto& card) { return card.second.isKnown(); });
+  return areKnown && _uid == currentUID() && indexedForm() == derivation() &&
+         cards == indexedSignatures(*_statements, _folder);
+}
+
+std::string ContactIndex::currentUID() const {
+  const std::string known = _source->databaseUID();
+  return known.empty() ? _uid : known;
 }
 
 void ContactIndex::apply(const FolderChange& change) {
   SQLiteTransaction transaction(_statements->database(), SQLiteTransaction::Kind::write);
-  ContactIndexUpdate update(*_statements, _folder, _options);
-  // The folder is looked at with the lock held: whoever had it before may have done the work.
+  ContactIndexUpdate update(*_statements, _folder, _options, *_source);
+  // The source is looked at with the lock held: whoever had it before may have done the work.
   update.bringInStep(present(change), change);
   if (const std::string form = derivation(); indexedForm() != form) {
     update.deriveOthers();
@@ -183,10 +193,13 @@ void ContactIndex::apply(const FolderChange& change) {
     _statements->use("UPDATE folders SET sequence=? WHERE folder=?")->bind(1, sequence).bind(2, _folder).run();
     update.stampChanges(sequence);
   }
+  const std::string uid = currentUID();
+  if (uid != _uid) _statements->use("UPDATE folders SET uid=? WHERE folder=?")->bind(1, uid).bind(2, _folder).run();
   transaction.commit();
-  _filesRead += update.filesRead();
+  _uid = uid;
+  _cardsRead += update.cardsRead();
   for (const ContactIndexUpdate::Line& line : update.lines())
-    _log.log("contact file %@ %@", redactable(line.file), redactable(line.text));
+    _log.log("%@ %@ %@", _source->cardTitle(), redactable(line.card), redactable(line.text));
 }
 
 void ContactIndex::beginReading() {

@@ -1,4 +1,4 @@
-// The index of the contacts folder: what is in it, without reading it again.
+// The index of the contacts: what their source holds, without reading it again.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "linux/ContactFolder.h"
+#include "linux/CardSource.h"
 #include "linux/ContactIndexFile.h"
 #include "linux/ContactIndexOptions.h"
 #include "linux/EVCardContact.h"
@@ -30,42 +30,42 @@ struct IndexedContact {
 };
 
 /// Kept in `contacts-index.sqlite` of the data folder and shared by all processes that use it. Record identifiers
-/// belong to GUIDs and are never given to another one. The GUID is the card's UID, else the file's name; of several
-/// files with one UID the first by name has it and the others go by their names. A file that cannot be used is named on
-/// the log once for each of its states; what was good of it before stays. One thread at a time; crosses no fork.
-/// Nothing throws.
+/// belong to GUIDs and are never given to another one. The GUID is the card's UID, else its name in the source; of
+/// several cards with one UID the first by name has it and the others go by their names. A card that cannot be used is
+/// named on the log once for each of its states; what was good of it before stays. One thread at a time; crosses no
+/// fork. Nothing throws.
 class ContactIndex {
  public:
   /// Does nothing yet: the first update opens the index. Without one there are no contacts.
-  ContactIndex(ContactIndexOptions options, LogHandle log);
+  ContactIndex(ContactIndexOptions options, std::shared_ptr<CardSource> source, LogHandle log);
   ~ContactIndex();
 
-  /// Brings the index in step with the folder, in one transaction; files are read only if their signature is another
-  /// one or `change` names them. Raises the sequence number once if a contact really changed. A folder that is missing
-  /// or cannot be read leaves the index as it is. Not while reading. False when it has to be tried again.
+  /// Brings the index in step with the source, in one transaction; cards are read only if their signature is another
+  /// one or `change` names them. Raises the sequence number once if a contact really changed. A source that gives no
+  /// cards leaves the index as it is. Not while reading. False when it has to be tried again.
   bool update(const FolderChange& change);
 
   /// Why the index could not be used; absent again after an update that went well.
   const std::optional<std::string>& failure() const { return _failure; }
-  /// Why the folder could not be read at the last update; absent when it could. One sentence for the user.
-  const std::optional<std::string>& folderError() const { return _folderError; }
-  /// How many files were read so far, for those who want to know what an update cost.
-  std::size_t filesRead() const { return _filesRead; }
+  /// Why the source gave no cards at the last update; absent when it did. One sentence for the user.
+  const std::optional<std::string>& sourceError() const { return _sourceError; }
+  /// How many cards were read so far, for those who want to know what an update cost.
+  std::size_t cardsRead() const { return _cardsRead; }
 
   /// What is read between these two comes from one state of the index, whatever other processes do. May be nested.
   void beginReading();
   void endReading();
   bool isReading() const { return _readers > 0; }
 
-  /// Whether the index can be read and has been in step with the folder once. After a failure inside `beginReading` and
+  /// Whether the index can be read and has been in step with the source once. After a failure inside `beginReading` and
   /// `endReading` nothing more is read until the end, so that what was read is of one piece.
   bool isReadable();
   /// Whether there was such a failure. Inside these two.
   bool hasFailedWhileReading() const { return _hasFailedWhileReading; }
 
-  /// Made at random once for each contacts folder.
+  /// The source's own, else one that was made at random once for each source.
   std::string databaseUID();
-  /// Positive; another one after each change, also after the index was made anew and for another folder.
+  /// Positive; another one after each change, also after the index was made anew and for another source.
   std::int32_t sequenceNumber();
 
   std::optional<IndexedContact> contactWithID(std::int32_t recordID);
@@ -82,7 +82,7 @@ class ContactIndex {
   /// Each set ascending.
   std::vector<IndexedContact> contactsOfLinkedSets(std::span<const std::int32_t> linkIDs);
 
-  /// The GUIDs, ascending, of the contacts that came, went or changed after that sequence number of this folder, and of
+  /// The GUIDs, ascending, of the contacts that came, went or changed after that sequence number of this source, and of
   /// those that were or are linked with one of them. Absent when this cannot be told, and for more than `limit`.
   std::optional<std::vector<std::string>> guidsChangedSince(std::int32_t sequence, std::size_t limit);
 
@@ -96,9 +96,11 @@ class ContactIndex {
   void reportFailure(const std::string& reason);
   void updateOnce(const FolderChange& change);
   void apply(const FolderChange& change);
-  std::map<std::string, FileSignature> present(const FolderChange& change);
-  void setFolderError(std::optional<std::string> error);
-  bool isCurrent(const std::map<std::string, FileSignature>& files);
+  std::map<std::string, CardSignature> present(const FolderChange& change);
+  void takeSourceError(const CardSourceError& error);
+  void takeSourceAnswer();
+  bool isCurrent(const std::map<std::string, CardSignature>& cards);
+  std::string currentUID() const;
   std::string indexedForm();
   std::string derivation() const;
   const SQLiteDatabase& database() const;
@@ -106,7 +108,8 @@ class ContactIndex {
   std::vector<IndexedContact> contacts(std::string_view query, const std::string& asked);
   std::vector<std::int32_t> recordIDs(std::string_view query, const Binding& bind);
 
-  ContactIndexOptions _options;
+  const ContactIndexOptions _options;
+  const std::shared_ptr<CardSource> _source;
   LogHandle _log;
   std::unique_ptr<SQLiteStatements> _statements;
   bool _isInMemory = false;
@@ -116,8 +119,9 @@ class ContactIndex {
   std::optional<std::string> _failure;
   bool _hasFailedWhileReading = false;
   bool _mustRetry = false;
-  std::optional<std::string> _folderError;
-  std::size_t _filesRead = 0;
+  std::optional<std::string> _sourceError;
+  bool _isSourceErrorOnLog = false;
+  std::size_t _cardsRead = 0;
 };
 
 }  // namespace pellor

@@ -1,4 +1,4 @@
-// What the index of a contacts folder is made with.
+// What the index of contacts is made with.
 #pragma once
 
 #include <cstddef>
@@ -11,13 +11,12 @@ namespace pellor {
 
 /// All have to be set but `progress`.
 struct ContactIndexOptions {
-  std::filesystem::path contactsFolder;
   std::filesystem::path dataFolder;
   /// The form in which two spellings of one phone number or e-mail address are equal.
   std::function<std::string(std::string_view)> canonicalDestination;
   /// Names what that form depends on, such as the region: when it is another one the stored forms are made anew.
   std::function<std::string()> canonicalForm;
-  /// Called while files are read, with how many of how many are done: every hundredth and the last one.
+  /// Called while cards are read, with how many of how many are done: every hundredth and the last one.
   std::function<void(std::size_t done, std::size_t total)> progress;
 };
 

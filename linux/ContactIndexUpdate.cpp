@@ -16,21 +16,20 @@ namespace {
 
 constexpr std::size_t ProgressStep = 100;
 
-void bindSignature(SQLiteStatement& statement, int parameter, const FileSignature& signature) {
-  for (const std::int64_t part : {signature.inode, signature.size, signature.modified, signature.changed})
-    statement.bind(parameter++, part);
+void bindSignature(SQLiteStatement& statement, int parameter, const CardSignature& signature) {
+  for (const std::int64_t mark : signature.marks) statement.bind(parameter++, mark);
 }
 
 std::int32_t recordIn(const SQLiteStatement& row, int column) { return static_cast<std::int32_t>(row.integer(column)); }
 
-FileSignature signatureOfRow(const SQLiteStatement& row, int column) {
-  return {row.integer(column), row.integer(column + 1), row.integer(column + 2), row.integer(column + 3)};
+CardSignature signatureOfRow(const SQLiteStatement& row, int column) {
+  return {{row.integer(column), row.integer(column + 1), row.integer(column + 2), row.integer(column + 3)}};
 }
 
 }  // namespace
 
-std::map<std::string, FileSignature> indexedSignatures(SQLiteStatements& statements, std::int64_t folder) {
-  std::map<std::string, FileSignature> signatures;
+std::map<std::string, CardSignature> indexedSignatures(SQLiteStatements& statements, std::int64_t folder) {
+  std::map<std::string, CardSignature> signatures;
   const auto row = statements.use("SELECT file, inode, size, modified, changed FROM cards WHERE folder=?");
   row->bind(1, folder);
   while (row->step()) signatures.emplace(row->text(0), signatureOfRow(*row.operator->(), 1));
@@ -45,9 +44,9 @@ struct ContactIndexUpdate::Stored {
   bool hasCard() const { return record != 0; }
 };
 
-std::map<std::string, FileSignature> ContactIndexUpdate::indexed(const FolderChange& change) {
+std::map<std::string, CardSignature> ContactIndexUpdate::indexed(const FolderChange& change) {
   if (change.everything) return indexedSignatures(_statements, _folder);
-  std::map<std::string, FileSignature> signatures;
+  std::map<std::string, CardSignature> signatures;
   for (const std::string& file : change.names) {
     const auto row = _statements.use("SELECT inode, size, modified, changed FROM cards WHERE folder=? AND file=?");
     row->bind(1, _folder).bind(2, file);
@@ -56,8 +55,8 @@ std::map<std::string, FileSignature> ContactIndexUpdate::indexed(const FolderCha
   return signatures;
 }
 
-void ContactIndexUpdate::bringInStep(const std::map<std::string, FileSignature>& present, const FolderChange& change) {
-  const std::map<std::string, FileSignature> known = indexed(change);
+void ContactIndexUpdate::bringInStep(const std::map<std::string, CardSignature>& present, const FolderChange& change) {
+  const std::map<std::string, CardSignature> known = indexed(change);
   for (const auto& [file, signature] : known) {
     if (!present.contains(file)) removeFile(file);
   }
@@ -94,8 +93,8 @@ void ContactIndexUpdate::removeFile(const std::string& file) {
 }
 
 void ContactIndexUpdate::readFile(const std::string& file) {
-  ContactFileContent content = readContactFile(_options.contactsFolder, file);
-  ++_filesRead;
+  CardContent content = _source.read(file);
+  ++_cardsRead;
   if (content.isMissing) return removeFile(file);
   const Stored stored = storedFile(file);
   if (!content.text) return storeProblem(file, stored, content);
@@ -113,8 +112,7 @@ void ContactIndexUpdate::addFile(const std::string& file) {
 
 // What was good of the file stays: half a card is seen whenever somebody is just writing it, and a contact that goes
 // away for a moment would cost a friend its link.
-void ContactIndexUpdate::storeProblem(const std::string& file, const Stored& stored,
-                                      const ContactFileContent& content) {
+void ContactIndexUpdate::storeProblem(const std::string& file, const Stored& stored, const CardContent& content) {
   const std::string kept = stored.hasCard() ? "; its last good content is used" : "";
   if (content.problem != stored.problem) _lines.push_back({file, "is ignored: " + content.problem + kept});
   addFile(file);
@@ -124,14 +122,14 @@ void ContactIndexUpdate::storeProblem(const std::string& file, const Stored& sto
   statement->bind(5, content.problem).bind(6, _folder).bind(7, file).run();
 }
 
-void ContactIndexUpdate::storeSignature(const std::string& file, const FileSignature& signature) {
+void ContactIndexUpdate::storeSignature(const std::string& file, const CardSignature& signature) {
   const auto statement = _statements.use(
       "UPDATE cards SET inode=?, size=?, modified=?, changed=?, problem=NULL WHERE folder=? AND file=?");
   bindSignature(*statement.operator->(), 1, signature);
   statement->bind(5, _folder).bind(6, file).run();
 }
 
-void ContactIndexUpdate::storeCard(const std::string& file, const Stored& stored, const ContactFileContent& content,
+void ContactIndexUpdate::storeCard(const std::string& file, const Stored& stored, const CardContent& content,
                                    CardReading reading) {
   addFile(file);
   storeSignature(file, content.signature);

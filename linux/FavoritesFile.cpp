@@ -9,8 +9,8 @@
 
 #include "linux/CardText.h"
 #include "linux/ContactFolder.h"
+#include "linux/IndexedAddressBookHandle.h"
 #include "linux/PrivateFiles.h"
-#include "linux/VdirHandle.h"
 
 namespace pellor {
 
@@ -93,10 +93,9 @@ struct FavoritesFile::Content {
   }
 };
 
-FavoritesFile::FavoritesFile(std::shared_ptr<VdirAddressBook> addressBook)
-    : _addressBook(std::move(addressBook)),
-      _file(_addressBook->contactsFolder() / FavoritesFileName),
-      _log(_addressBook->log()) {}
+FavoritesFile::FavoritesFile(std::shared_ptr<IndexedAddressBook> addressBook,
+                             const std::filesystem::path& contactsFolder)
+    : _addressBook(std::move(addressBook)), _file(contactsFolder / FavoritesFileName), _log(_addressBook->log()) {}
 
 void FavoritesFile::report(const std::string& problem) {
   if (!problem.empty() && problem != _reportedProblem) _log.log("%@", problem);

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "linux/VdirAddressBook.h"
+#include "linux/IndexedAddressBook.h"
 #include "platform/FavoritesSource.h"
 
 namespace pellor {
@@ -36,7 +36,7 @@ class FavoritesFile final : public FavoritesSource {
   /// Changes the list. False leaves the file as it is.
   using Edit = std::function<bool(std::vector<Line>& lines)>;
 
-  explicit FavoritesFile(std::shared_ptr<VdirAddressBook> addressBook);
+  FavoritesFile(std::shared_ptr<IndexedAddressBook> addressBook, const std::filesystem::path& contactsFolder);
 
   /// A favorite belongs to the contact with its GUID, else to the first one that has its value. Name and value that are
   /// unknown are the contact's. One with neither contact nor value is left out, and the log says so. A file that cannot
@@ -62,7 +62,7 @@ class FavoritesFile final : public FavoritesSource {
   void report(const std::string& problem);
   void reportUnreachable(const Line& line);
 
-  const std::shared_ptr<VdirAddressBook> _addressBook;
+  const std::shared_ptr<IndexedAddressBook> _addressBook;
   const std::filesystem::path _file;
   const LogHandle _log;
   std::string _reportedProblem;

@@ -1,13 +1,14 @@
 #include "linux/LinuxPlatform.h"
 
+#include "linux/ContactFolder.h"
 #include "linux/GettextStrings.h"
 #include "linux/IcuText.h"
+#include "linux/IndexedContactStore.h"
 #include "linux/LibPhoneNumber.h"
 #include "linux/NettleDigest.h"
 #include "linux/NotifyFolder.h"
 #include "linux/PrometheusCounters.h"
 #include "linux/UnpairedDevice.h"
-#include "linux/VdirContactStore.h"
 #include "runtime/Queue.h"
 
 namespace pellor {
@@ -46,18 +47,18 @@ std::function<std::string(std::string_view)> canonicalDestinations(const std::sh
   };
 }
 
-std::shared_ptr<VdirAddressBook> makeAddressBook(Process& process, const LinuxPlatformOptions& options,
-                                                 const std::shared_ptr<StoreRegion>& region,
-                                                 const std::shared_ptr<IdentityService>& identities) {
-  VdirAddressBookOptions result;
-  result.index.contactsFolder = options.contactsFolder.value_or(options.folders.data / "contacts");
+std::shared_ptr<IndexedAddressBook> makeAddressBook(Process& process, const std::filesystem::path& contactsFolder,
+                                                    const LinuxPlatformOptions& options,
+                                                    const std::shared_ptr<StoreRegion>& region,
+                                                    const std::shared_ptr<IdentityService>& identities) {
+  IndexedAddressBookOptions result;
   result.index.dataFolder = options.folders.data;
   result.index.canonicalDestination = canonicalDestinations(identities);
   result.index.canonicalForm = regionSource(region);
   result.index.progress = options.indexProgress;
   result.noticesChanges = options.noticesChanges;
   result.surnameFirst = [region] { return writesSurnameFirst(region->locale()); };
-  return VdirAddressBook::make(process, std::move(result));
+  return IndexedAddressBook::make(process, std::make_shared<ContactFolder>(contactsFolder), std::move(result));
 }
 
 }  // namespace
@@ -72,12 +73,13 @@ LinuxPlatformOptions embeddedOptions(const Configuration& configuration) {
 
 LinuxPlatform::LinuxPlatform(Process& process, const LinuxPlatformOptions& options)
     : _dataFolder(options.folders.data),
+      _contactsFolder(normalisedFolder(options.contactsFolder.value_or(options.folders.data / "contacts"))),
       _preferences(makePreferences(process, options.folders)),
       _region(
           std::make_shared<StoreRegion>(_preferences, [region = options.region] { return proposedRegion(region); })),
       _identities(makeIdentities(process, options.folders, _region)),
-      _addressBook(makeAddressBook(process, options, _region, _identities)),
-      _favorites(std::make_shared<FavoritesFile>(_addressBook)) {
+      _addressBook(makeAddressBook(process, _contactsFolder, options, _region, _identities)),
+      _favorites(std::make_shared<FavoritesFile>(_addressBook, _contactsFolder)) {
   installPlatform(process, assemble(process, options));
 }
 
@@ -96,7 +98,7 @@ Platform LinuxPlatform::assemble(Process& process, const LinuxPlatformOptions& o
   platform.counters =
       std::make_shared<PrometheusCounters>(process, folders.data / "counters.prom", logOf(process, "counters"));
   platform.favorites = _favorites;
-  platform.contacts = std::make_shared<VdirContactStore>(_addressBook);
+  platform.contacts = std::make_shared<IndexedContactStore>(_addressBook);
   platform.text = text;
   platform.digests = std::make_shared<NettleDigest>();
   platform.strings = std::make_shared<GettextStrings>();

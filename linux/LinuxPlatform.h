@@ -11,10 +11,10 @@
 #include "linux/Configuration.h"
 #include "linux/FavoritesFile.h"
 #include "linux/IdentityService.h"
+#include "linux/IndexedAddressBook.h"
 #include "linux/SQLitePreferences.h"
 #include "linux/StoreRegion.h"
 #include "linux/UserFolders.h"
-#include "linux/VdirAddressBook.h"
 #include "platform/Platform.h"
 #include "runtime/Process.h"
 
@@ -51,18 +51,19 @@ class LinuxPlatform {
 
   SQLitePreferences& preferences() const { return *_preferences; }
   FavoritesFile& favorites() const { return *_favorites; }
-  VdirAddressBook& addressBook() const { return *_addressBook; }
+  IndexedAddressBook& addressBook() const { return *_addressBook; }
   const std::filesystem::path& dataFolder() const { return _dataFolder; }
-  const std::filesystem::path& contactsFolder() const { return _addressBook->contactsFolder(); }
+  const std::filesystem::path& contactsFolder() const { return _contactsFolder; }
 
  private:
   Platform assemble(Process& process, const LinuxPlatformOptions& options);
 
   const std::filesystem::path _dataFolder;
+  const std::filesystem::path _contactsFolder;
   const std::shared_ptr<SQLitePreferences> _preferences;
   const std::shared_ptr<StoreRegion> _region;
   const std::shared_ptr<IdentityService> _identities;
-  std::shared_ptr<VdirAddressBook> _addressBook;
+  std::shared_ptr<IndexedAddressBook> _addressBook;
   std::shared_ptr<FavoritesFile> _favorites;
 };
 

@@ -32,14 +32,14 @@ TEST_F(ContactIndexTest, KeepsRecordIdentifiersAndReadsNothingTwice) {
   put(".d.vcf", card("no", "Draft"));
   auto index = openIndex();
   EXPECT_EQ(identitiesIn(*index), (std::vector<std::string>{"anna=1", "b.vcf=2"}));
-  EXPECT_EQ(index->filesRead(), 2U);
+  EXPECT_EQ(index->cardsRead(), 2U);
   const std::int32_t sequence = index->sequenceNumber();
   const std::string uid = index->databaseUID();
   EXPECT_EQ(modeOf(data), 0700U);
   EXPECT_EQ(modeOf(data / "contacts-index.sqlite"), 0600U);
 
   index = openIndex();
-  EXPECT_EQ(index->filesRead(), 0U);
+  EXPECT_EQ(index->cardsRead(), 0U);
   EXPECT_EQ(index->sequenceNumber(), sequence);
   EXPECT_EQ(index->databaseUID(), uid);
 
@@ -146,7 +146,7 @@ TEST_F(ContactIndexTest, ABrokenFileCostsOnlyItselfAndIsNamedOnce) {
   const std::int32_t sequence = index->sequenceNumber();
   index->update(FolderChange::all());
   index = openIndex();
-  EXPECT_EQ(index->filesRead(), 0U);
+  EXPECT_EQ(index->cardsRead(), 0U);
   EXPECT_THAT(log->takeMessages(), IsEmpty());
   EXPECT_EQ(index->sequenceNumber(), sequence);
 
@@ -222,7 +222,7 @@ TEST_F(ContactIndexTest, MakesTheStoredDestinationsAnewForAnotherRegion) {
   region = "GB";
   auto index = openIndex();
   EXPECT_EQ(index->recordIDsForDestination("+442079460001"), IDs{1});
-  EXPECT_EQ(index->filesRead(), 0U);
+  EXPECT_EQ(index->cardsRead(), 0U);
 }
 
 TEST_F(ContactIndexTest, LinksByTheNamesThatCardsGive) {
@@ -251,27 +251,27 @@ TEST_F(ContactIndexTest, KeepsTheContactsOfAFolderThatCannotBeReadOrIsGone) {
   put("a.vcf", card("anna", "Anna"));
   const auto index = openIndex();
   const std::int32_t sequence = index->sequenceNumber();
-  EXPECT_EQ(index->folderError(), std::nullopt);
+  EXPECT_EQ(index->sourceError(), std::nullopt);
   const std::filesystem::path away = folder / "away";
   std::filesystem::rename(contacts, away);
   // A loop of links: there is something, and nobody can read it.
   std::filesystem::create_symlink(contacts, contacts);
   EXPECT_FALSE(index->update(FolderChange::all()));
-  EXPECT_THAT(index->folderError().value_or(""), HasSubstr("cannot be read"));
+  EXPECT_THAT(index->sourceError().value_or(""), HasSubstr("cannot be read"));
   EXPECT_EQ(index->sequenceNumber(), sequence);
   EXPECT_EQ(nameOf(*index, "anna"), "Anna");
 
   std::filesystem::remove(contacts);
   EXPECT_TRUE(index->update(FolderChange::all()));
   EXPECT_TRUE(index->update(FolderChange::all()));
-  EXPECT_THAT(index->folderError().value_or(""), HasSubstr("does not exist"));
+  EXPECT_THAT(index->sourceError().value_or(""), HasSubstr("does not exist"));
   EXPECT_EQ(index->sequenceNumber(), sequence);
   EXPECT_EQ(nameOf(*index, "anna"), "Anna");
   EXPECT_EQ(log->count("does not exist"), 1U);
 
   std::filesystem::rename(away, contacts);
   index->update(FolderChange::all());
-  EXPECT_EQ(index->folderError(), std::nullopt);
+  EXPECT_EQ(index->sourceError(), std::nullopt);
   EXPECT_EQ(identitiesIn(*index), std::vector<std::string>{"anna=1"});
 }
 

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "linux/ContactFolder.h"
 #include "linux/ContactIndex.h"
 #include "linux/IdentityService.h"
 #include "testing/LogCollector.h"
@@ -40,7 +41,6 @@ struct ContactsFixture {
 
   ContactIndexOptions options() {
     ContactIndexOptions options;
-    options.contactsFolder = contacts;
     options.dataFolder = data;
     options.canonicalForm = [this] { return region; };
     options.canonicalDestination = [this](std::string_view destination) {
@@ -50,9 +50,10 @@ struct ContactsFixture {
     };
     return options;
   }
+  std::shared_ptr<ContactFolder> source() const { return std::make_shared<ContactFolder>(contacts); }
   LogHandle handle() const { return {"org.tapnote.Pellor", "contacts", log}; }
   std::unique_ptr<ContactIndex> openIndex() {
-    auto index = std::make_unique<ContactIndex>(options(), handle());
+    auto index = std::make_unique<ContactIndex>(options(), source(), handle());
     index->update(FolderChange::all());
     return index;
   }

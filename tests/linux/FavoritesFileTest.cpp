@@ -17,8 +17,8 @@ struct FavoritesFileTest : testing::Test, ContactsFixture {
   FavoritesFileTest() : process(log) {
     put("anna.vcf", card("anna", "Anna", "TEL:+493023125001\nEMAIL:anna@example.org\n"));
     put("boris.vcf", card("boris", "Boris", "EMAIL:boris@example.org\n"));
-    store = VdirAddressBook::make(process, {options(), {}, false, false});
-    favorites = std::make_unique<FavoritesFile>(store);
+    store = IndexedAddressBook::make(process, source(), {options(), {}, false, false});
+    favorites = std::make_unique<FavoritesFile>(store, contacts);
   }
 
   static bool addAnna(Lines& lines) {
@@ -43,7 +43,7 @@ struct FavoritesFileTest : testing::Test, ContactsFixture {
   }
 
   Process process;
-  std::shared_ptr<VdirAddressBook> store;
+  std::shared_ptr<IndexedAddressBook> store;
   std::unique_ptr<FavoritesFile> favorites;
 };
 
@@ -65,8 +65,8 @@ TEST_F(FavoritesFileTest, WithoutAFileTheMarksCount) {
   put("e.vcf", card("e", "Second", "X-QTPROJECT-FAVORITE:true;2\nTEL:+493023125005\n"));
   put("f.vcf", card("f", "First", "X-QTPROJECT-FAVORITE:true;1\nTEL:+493023125006\n"));
   put("g.vcf", card("g", "First too", "X-FOLKS-FAVOURITE:true\nX-FOLKS-CONTACTS-IDS:f\n"));
-  store = VdirAddressBook::make(process, {options(), {}, false, false});
-  favorites = std::make_unique<FavoritesFile>(store);
+  store = IndexedAddressBook::make(process, source(), {options(), {}, false, false});
+  favorites = std::make_unique<FavoritesFile>(store, contacts);
   EXPECT_THAT(entries(), ElementsAre("First|+493023125006|f", "Second|+493023125005|e", "Élan|+493023125004|d",
                                      "Zoe|+493023125003|c"));
   // The first edit must not lose them, even where they cannot be read.

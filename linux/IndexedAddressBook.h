@@ -1,16 +1,15 @@
-// The address book over a vdir: a folder of vCard files, one contact each.
+// The address book over an index of cards, wherever these come from.
 #pragma once
 
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
+#include "linux/CardSource.h"
 #include "linux/ContactIndexOptions.h"
-#include "linux/FolderChange.h"
 #include "platform/AddressBookStore.h"
 #include "runtime/Process.h"
 #include "runtime/Timer.h"
@@ -18,15 +17,14 @@
 namespace pellor {
 
 class ContactIndex;
-class FolderWatch;
-class VdirHandle;
+class IndexedAddressBookHandle;
 
 /// Posted on the main queue after contacts changed, whichever process noticed it first. No object.
 inline constexpr const char* AddressBookChangedNotification = "AddressBookChangedNotification";
-/// Posted on the main queue after the favorites file of the contacts folder changed. No object.
-inline constexpr const char* FavoritesFileChangedNotification = "FavoritesFileChangedNotification";
+/// Posted on the main queue after the favorites that are kept beside the contacts changed. No object.
+inline constexpr const char* FavoritesChangedNotification = "FavoritesChangedNotification";
 
-struct VdirAddressBookOptions {
+struct IndexedAddressBookOptions {
   ContactIndexOptions index;
   /// Whether the user's locale writes surnames first; empty: it does not.
   std::function<bool()> surnameFirst;
@@ -37,16 +35,18 @@ struct VdirAddressBookOptions {
   bool noticesChanges = true;
 };
 
-/// Costs nothing until it is used. The first use watches the folder and brings the index in step with it; from then on
+/// Costs nothing until it is used. The first use watches the source and brings the index in step with it; from then on
 /// changes are noticed while the main queue is served, unless the options say otherwise. Main queue, but for the text
 /// tests.
-class VdirAddressBook final : public AddressBookStore, public std::enable_shared_from_this<VdirAddressBook> {
+class IndexedAddressBook final : public AddressBookStore, public std::enable_shared_from_this<IndexedAddressBook> {
   class Passkey {};
 
  public:
-  static std::shared_ptr<VdirAddressBook> make(Process& process, VdirAddressBookOptions options);
-  VdirAddressBook(Passkey, Process& process, VdirAddressBookOptions options);
-  ~VdirAddressBook() override;
+  /// The source is this address book's alone.
+  static std::shared_ptr<IndexedAddressBook> make(Process& process, std::shared_ptr<CardSource> source,
+                                                  IndexedAddressBookOptions options);
+  IndexedAddressBook(Passkey, Process& process, std::shared_ptr<CardSource> source, IndexedAddressBookOptions options);
+  ~IndexedAddressBook() override;
 
   /// What is read inside comes from one state of the contacts, whatever other processes do meanwhile.
   void performWithAddressBook(const std::function<void(AddressBook&)>& work) override;
@@ -59,22 +59,21 @@ class VdirAddressBook final : public AddressBookStore, public std::enable_shared
   bool containsNonLatinCharacters(std::string_view text) const override;
   bool containsEmojiCharacters(std::string_view text) const override;
 
-  /// Why there are no contacts, in one sentence for the user; absent when the folder can be read.
-  std::optional<std::string> folderError();
+  /// Why there are no contacts, in one sentence for the user; absent when the source gives them.
+  std::optional<std::string> sourceError();
   /// Why lookups find nothing or may have missed something; absent when the contacts can be read, if only as they were
-  /// when the folder was read last.
+  /// when the source gave them last.
   std::optional<std::string> readError();
-  const std::filesystem::path& contactsFolder() const { return _contactsFolder; }
   const LogHandle& log() const { return _log; }
-  /// The shared handle, for the other adapters of the same folder. To be used inside `performWithAddressBook`.
-  VdirHandle& sharedHandle() { return *_shared; }
+  /// The shared handle, for the other adapters of the same contacts. To be used inside `performWithAddressBook`.
+  IndexedAddressBookHandle& sharedHandle() { return *_shared; }
 
  private:
   /// What the watch's thread hands over.
   struct Inbox;
 
   void start();
-  std::unique_ptr<FolderWatch> makeWatch();
+  std::unique_ptr<CardWatch> makeWatch();
   void takeInbox();
   void resumeInbox();
   void takeWatchProblem(const std::string& problem);
@@ -87,12 +86,12 @@ class VdirAddressBook final : public AddressBookStore, public std::enable_shared
 
   Process& _process;
   const LogHandle _log;
-  const std::filesystem::path _contactsFolder;
+  const std::shared_ptr<CardSource> _source;
   const bool _shortNameFormatEnabled;
   const bool _shortNamePreferNicknames;
   const bool _noticesChanges;
   const std::shared_ptr<ContactIndex> _index;
-  const std::shared_ptr<VdirHandle> _shared;
+  const std::shared_ptr<IndexedAddressBookHandle> _shared;
   const std::shared_ptr<Inbox> _inbox;
   std::string _watchProblem;
   FolderChange _unfinished;  ///< what could not be brought into the index yet
@@ -102,7 +101,7 @@ class VdirAddressBook final : public AddressBookStore, public std::enable_shared
   mutable std::int32_t _lastEntryIdentifier = 0;
   bool _isStarted = false;
   /// Set at the first use, if changes are noticed; the last to be made and the first to go.
-  std::unique_ptr<FolderWatch> _watch;
+  std::unique_ptr<CardWatch> _watch;
 };
 
 }  // namespace pellor

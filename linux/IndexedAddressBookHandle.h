@@ -1,4 +1,4 @@
-// A handle to the address book of a contacts folder, and its records.
+// A handle to an indexed address book, and its records.
 #pragma once
 
 #include <cstddef>
@@ -17,16 +17,19 @@
 
 namespace pellor {
 
-class VdirContactRecord;
+class IndexedContactRecord;
 
 /// Reads through the index. Main queue. Made with `std::make_shared`.
-class VdirHandle final : public AddressBook, public std::enable_shared_from_this<VdirHandle> {
+class IndexedAddressBookHandle final : public AddressBook,
+                                       public std::enable_shared_from_this<IndexedAddressBookHandle> {
  public:
   /// `surnameFirst` says whether the locale writes surnames first.
-  VdirHandle(std::shared_ptr<ContactIndex> index, std::function<bool()> surnameFirst);
+  IndexedAddressBookHandle(std::shared_ptr<ContactIndex> index, std::function<bool()> surnameFirst);
 
   /// A handle to the same address book with records of its own.
-  std::shared_ptr<VdirHandle> another() const { return std::make_shared<VdirHandle>(_index, _surnameFirst); }
+  std::shared_ptr<IndexedAddressBookHandle> another() const {
+    return std::make_shared<IndexedAddressBookHandle>(_index, _surnameFirst);
+  }
 
   bool isReadable() override;
   std::optional<std::string> databaseUID() override;
@@ -45,7 +48,7 @@ class VdirHandle final : public AddressBook, public std::enable_shared_from_this
   std::vector<RecordRef> markedFavorites();
 
  private:
-  friend class VdirContactRecord;
+  friend class IndexedContactRecord;
 
   /// What was read at once, for as long as it is used.
   struct Bulk {
@@ -62,7 +65,7 @@ class VdirHandle final : public AddressBook, public std::enable_shared_from_this
 
   const std::shared_ptr<ContactIndex> _index;
   const std::function<bool()> _surnameFirst;
-  std::map<std::int32_t, std::weak_ptr<VdirContactRecord>> _records;
+  std::map<std::int32_t, std::weak_ptr<IndexedContactRecord>> _records;
   std::size_t _recordsWorthForgetting = 0;
   Bulk _bulk;
   bool _hasEditedRecords = false;

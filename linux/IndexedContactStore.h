@@ -1,17 +1,18 @@
-// The contact picker over a contacts folder.
+// The contact picker over an indexed address book.
 #pragma once
 
 #include <memory>
 
-#include "linux/VdirAddressBook.h"
+#include "linux/IndexedAddressBook.h"
 #include "platform/ContactStore.h"
 
 namespace pellor {
 
 /// A contact's identifier is the GUID of its record. Records are those of the process's shared handle.
-class VdirContactStore final : public ContactStore {
+class IndexedContactStore final : public ContactStore {
  public:
-  explicit VdirContactStore(std::shared_ptr<VdirAddressBook> addressBook) : _addressBook(std::move(addressBook)) {}
+  explicit IndexedContactStore(std::shared_ptr<IndexedAddressBook> addressBook)
+      : _addressBook(std::move(addressBook)) {}
 
   RecordRef personFromContact(const Contact& contact) override {
     RecordRef person;
@@ -21,7 +22,7 @@ class VdirContactStore final : public ContactStore {
   }
 
  private:
-  const std::shared_ptr<VdirAddressBook> _addressBook;
+  const std::shared_ptr<IndexedAddressBook> _addressBook;
 };
 
 }  // namespace pellor

@@ -1,11 +1,11 @@
-#include "linux/VdirHandle.h"
+#include "linux/IndexedAddressBookHandle.h"
 
 #include <algorithm>
 #include <set>
 #include <tuple>
 
+#include "linux/IndexedContactRecord.h"
 #include "linux/NameSearchKey.h"
-#include "linux/VdirContactRecord.h"
 
 namespace pellor {
 
@@ -24,39 +24,40 @@ std::optional<std::vector<RecordRef>> unlessEmpty(std::vector<RecordRef> records
 
 }  // namespace
 
-VdirHandle::VdirHandle(std::shared_ptr<ContactIndex> index, std::function<bool()> surnameFirst)
+IndexedAddressBookHandle::IndexedAddressBookHandle(std::shared_ptr<ContactIndex> index,
+                                                   std::function<bool()> surnameFirst)
     : _index(std::move(index)), _surnameFirst(std::move(surnameFirst)) {}
 
-bool VdirHandle::isReadable() { return _index->isReadable(); }
+bool IndexedAddressBookHandle::isReadable() { return _index->isReadable(); }
 
-std::optional<std::string> VdirHandle::databaseUID() {
+std::optional<std::string> IndexedAddressBookHandle::databaseUID() {
   std::string uid = _index->databaseUID();
   if (uid.empty()) return std::nullopt;
   return uid;
 }
 
-std::int32_t VdirHandle::sequenceNumber() { return _index->sequenceNumber(); }
+std::int32_t IndexedAddressBookHandle::sequenceNumber() { return _index->sequenceNumber(); }
 
-RecordRef VdirHandle::record(std::optional<IndexedContact> contact) {
+RecordRef IndexedAddressBookHandle::record(std::optional<IndexedContact> contact) {
   if (!contact) return nullptr;
-  std::weak_ptr<VdirContactRecord>& held = _records[contact->recordID];
+  std::weak_ptr<IndexedContactRecord>& held = _records[contact->recordID];
   if (const auto record = held.lock()) {
     record->refresh(std::move(*contact));
     return record;
   }
-  const auto record = std::make_shared<VdirContactRecord>(weak_from_this(), std::move(*contact));
+  const auto record = std::make_shared<IndexedContactRecord>(weak_from_this(), std::move(*contact));
   held = record;
   forgetUnusedRecords();
   return record;
 }
 
-void VdirHandle::forgetUnusedRecords() {
+void IndexedAddressBookHandle::forgetUnusedRecords() {
   if (_records.size() <= _recordsWorthForgetting) return;
   std::erase_if(_records, [](const auto& entry) { return entry.second.expired(); });
   _recordsWorthForgetting = 2 * _records.size() + FewRecords;
 }
 
-std::vector<RecordRef> VdirHandle::records(const std::vector<std::int32_t>& recordIDs) {
+std::vector<RecordRef> IndexedAddressBookHandle::records(const std::vector<std::int32_t>& recordIDs) {
   std::vector<RecordRef> found;
   for (const std::int32_t recordID : recordIDs) {
     if (RecordRef person = personForRecordID(recordID)) found.push_back(std::move(person));
@@ -64,33 +65,36 @@ std::vector<RecordRef> VdirHandle::records(const std::vector<std::int32_t>& reco
   return found;
 }
 
-std::vector<RecordRef> VdirHandle::linkedSet(std::int32_t linkID) {
+std::vector<RecordRef> IndexedAddressBookHandle::linkedSet(std::int32_t linkID) {
   if (const auto known = _bulk.linkedSets.find(linkID); known != _bulk.linkedSets.end()) return known->second;
   return records(_index->recordIDsOfLinkedSet(linkID));
 }
 
-RecordRef VdirHandle::copyPersonMatchingGUID(std::string_view guid) {
+RecordRef IndexedAddressBookHandle::copyPersonMatchingGUID(std::string_view guid) {
   if (!_bulk.byGUID.empty()) {
     if (const auto known = _bulk.byGUID.find(std::string(guid)); known != _bulk.byGUID.end()) return known->second;
   }
   return record(_index->contactWithGUID(guid));
 }
 
-RecordRef VdirHandle::personForRecordID(std::int32_t recordID) { return record(_index->contactWithID(recordID)); }
+RecordRef IndexedAddressBookHandle::personForRecordID(std::int32_t recordID) {
+  return record(_index->contactWithID(recordID));
+}
 
-std::optional<std::vector<RecordRef>> VdirHandle::copyPeopleMatchingName(std::string_view name) {
+std::optional<std::vector<RecordRef>> IndexedAddressBookHandle::copyPeopleMatchingName(std::string_view name) {
   return unlessEmpty(records(_index->recordIDsMatchingName(name)));
 }
 
-std::optional<std::vector<RecordRef>> VdirHandle::orderedPeopleForDestination(std::string_view destination) {
+std::optional<std::vector<RecordRef>> IndexedAddressBookHandle::orderedPeopleForDestination(
+    std::string_view destination) {
   std::vector<RecordRef> people = records(_index->recordIDsForDestination(destination));
   std::stable_partition(people.begin(), people.end(), [](const RecordRef& person) { return standsForItsSet(*person); });
   return unlessEmpty(std::move(people));
 }
 
-std::vector<RecordRef> VdirHandle::allPeople() { return records(_index->allRecordIDs()); }
+std::vector<RecordRef> IndexedAddressBookHandle::allPeople() { return records(_index->allRecordIDs()); }
 
-VdirHandle::Bulk VdirHandle::readInBulk(std::span<const std::string_view> guids) {
+IndexedAddressBookHandle::Bulk IndexedAddressBookHandle::readInBulk(std::span<const std::string_view> guids) {
   Bulk bulk;
   std::vector<std::int32_t> sets;
   for (IndexedContact& contact : _index->contactsWithGUIDs(guids)) {
@@ -109,19 +113,20 @@ VdirHandle::Bulk VdirHandle::readInBulk(std::span<const std::string_view> guids)
   return bulk;
 }
 
-void VdirHandle::withPeopleMatchingGUIDs(std::span<const std::string_view> guids, const std::function<void()>& work) {
+void IndexedAddressBookHandle::withPeopleMatchingGUIDs(std::span<const std::string_view> guids,
+                                                       const std::function<void()>& work) {
   _bulk = readInBulk(guids);
   work();
   _bulk = {};
 }
 
-std::optional<std::vector<std::string>> VdirHandle::guidsOfPeopleChangedSince(std::int32_t sequenceNumber,
-                                                                              std::size_t limit) {
+std::optional<std::vector<std::string>> IndexedAddressBookHandle::guidsOfPeopleChangedSince(std::int32_t sequenceNumber,
+                                                                                            std::size_t limit) {
   if (_hasEditedRecords) return std::nullopt;
   return _index->guidsChangedSince(sequenceNumber, limit);
 }
 
-std::vector<RecordRef> VdirHandle::markedFavorites() {
+std::vector<RecordRef> IndexedAddressBookHandle::markedFavorites() {
   struct Favorite {
     bool hasNoPlace;
     int place;
@@ -130,7 +135,7 @@ std::vector<RecordRef> VdirHandle::markedFavorites() {
   };
   std::vector<Favorite> favorites;
   for (const RecordRef& person : records(_index->favoriteRecordIDs())) {
-    const int place = static_cast<const VdirContactRecord&>(*person).card().favoriteOrder;
+    const int place = static_cast<const IndexedContactRecord&>(*person).card().favoriteOrder;
     favorites.push_back({place == 0, place, nameSortKey(person->compositeName().value_or("")), person});
   }
   std::stable_sort(favorites.begin(), favorites.end(), [](const Favorite& one, const Favorite& other) {

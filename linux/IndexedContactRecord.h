@@ -1,4 +1,4 @@
-// One record of a contacts folder.
+// One record of an indexed address book.
 #pragma once
 
 #include <memory>
@@ -11,12 +11,12 @@
 
 namespace pellor {
 
-class VdirHandle;
+class IndexedAddressBookHandle;
 
 /// The values are those of the last time when the handle was asked for the record.
-class VdirContactRecord final : public ContactRecord, public std::enable_shared_from_this<VdirContactRecord> {
+class IndexedContactRecord final : public ContactRecord, public std::enable_shared_from_this<IndexedContactRecord> {
  public:
-  VdirContactRecord(std::weak_ptr<VdirHandle> handle, IndexedContact contact);
+  IndexedContactRecord(std::weak_ptr<IndexedAddressBookHandle> handle, IndexedContact contact);
 
   /// Takes the values that the index has now; those that were set on this handle stay.
   void refresh(IndexedContact contact);
@@ -41,7 +41,7 @@ class VdirContactRecord final : public ContactRecord, public std::enable_shared_
  private:
   void takeMultiValues();
 
-  const std::weak_ptr<VdirHandle> _handle;
+  const std::weak_ptr<IndexedAddressBookHandle> _handle;
   IndexedContact _contact;
   MultiValue _phones;
   MultiValue _emails;

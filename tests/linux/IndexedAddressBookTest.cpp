@@ -1,4 +1,4 @@
-#include "linux/VdirAddressBook.h"
+#include "linux/IndexedAddressBook.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,15 +14,15 @@ using testing::HasSubstr;
 /// One program that uses the contacts folder.
 class Program {
  public:
-  explicit Program(ContactsFixture& fixture, VdirAddressBookOptions options = {}) : process(fixture.log) {
+  explicit Program(ContactsFixture& fixture, IndexedAddressBookOptions options = {}) : process(fixture.log) {
     options.index = fixture.options();
     const Process::Scope scope(process);
-    store = VdirAddressBook::make(process, std::move(options));
+    store = IndexedAddressBook::make(process, fixture.source(), std::move(options));
     const auto count = [this](const Notification& notification) {
       ++posts[notification.name];
       process.mainQueue().stop();
     };
-    for (const char* name : {AddressBookChangedNotification, FavoritesFileChangedNotification})
+    for (const char* name : {AddressBookChangedNotification, FavoritesChangedNotification})
       _observations.push_back(process.notificationCenter().addObserver(name, count));
   }
   // The store's watch ends before the process does.
@@ -60,16 +60,16 @@ class Program {
   }
 
   Process process;
-  std::shared_ptr<VdirAddressBook> store;
+  std::shared_ptr<IndexedAddressBook> store;
   std::map<std::string, int> posts;
 
  private:
   std::vector<std::shared_ptr<Observation>> _observations;
 };
 
-struct VdirAddressBookTest : testing::Test, ContactsFixture {};
+struct IndexedAddressBookTest : testing::Test, ContactsFixture {};
 
-TEST_F(VdirAddressBookTest, TellsOfEachChangeOfTheFolder) {
+TEST_F(IndexedAddressBookTest, TellsOfEachChangeOfTheFolder) {
   put("a.vcf", card("anna", "Anna"));
   Program program(*this);
   EXPECT_EQ(program.nameOf("anna"), "Anna");
@@ -88,7 +88,7 @@ TEST_F(VdirAddressBookTest, TellsOfEachChangeOfTheFolder) {
   EXPECT_EQ(program.nameOf("boris"), "Boris");
 }
 
-TEST_F(VdirAddressBookTest, EveryProgramHearsOfAChangeOnceWhicheverIndexedIt) {
+TEST_F(IndexedAddressBookTest, EveryProgramHearsOfAChangeOnceWhicheverIndexedIt) {
   put("a.vcf", card("anna", "Anna"));
   Program one(*this);
   Program other(*this);
@@ -104,7 +104,7 @@ TEST_F(VdirAddressBookTest, EveryProgramHearsOfAChangeOnceWhicheverIndexedIt) {
 }
 
 // The rest of a piece of work must not see half of a change, even if it serves the main queue.
-TEST_F(VdirAddressBookTest, AChangeWaitsForTheEndOfTheWorkInProgress) {
+TEST_F(IndexedAddressBookTest, AChangeWaitsForTheEndOfTheWorkInProgress) {
   put("a.vcf", card("anna", "Anna"));
   Program program(*this);
   program.with([&](AddressBook&) {
@@ -118,7 +118,7 @@ TEST_F(VdirAddressBookTest, AChangeWaitsForTheEndOfTheWorkInProgress) {
   EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "Anne"; }));
 }
 
-TEST_F(VdirAddressBookTest, WhatIsSetOnARecordStaysInTheHandle) {
+TEST_F(IndexedAddressBookTest, WhatIsSetOnARecordStaysInTheHandle) {
   put("a.vcf", card("anna", "Anna Novak", "TEL;TYPE=cell:+493023125001\n"));
   Program program(*this);
   const auto book = program.store->openPrivateAddressBook();
@@ -141,7 +141,7 @@ TEST_F(VdirAddressBookTest, WhatIsSetOnARecordStaysInTheHandle) {
       [](AddressBook& shared) { EXPECT_EQ(shared.copyPersonMatchingGUID("anna")->phoneValues(), std::nullopt); });
 }
 
-TEST_F(VdirAddressBookTest, WhatIsReadInBulkIsNotLookedUpAgain) {
+TEST_F(IndexedAddressBookTest, WhatIsReadInBulkIsNotLookedUpAgain) {
   put("a.vcf", card("a", "", "X-FOLKS-CONTACTS-IDS:c\n"));
   put("c.vcf", card("c", "Clara"));
   put("q\"\\.vcf", card("", "Quentin"));
@@ -166,18 +166,18 @@ TEST_F(VdirAddressBookTest, WhatIsReadInBulkIsNotLookedUpAgain) {
   EXPECT_EQ(book->copyPersonMatchingGUID("a"), nullptr);
 }
 
-TEST_F(VdirAddressBookTest, AFolderMayComeLaterAndGo) {
+TEST_F(IndexedAddressBookTest, AFolderMayComeLaterAndGo) {
   std::filesystem::remove(contacts);
   Program program(*this);
   EXPECT_EQ(program.nameOf("anna"), "(none)");
-  EXPECT_THAT(program.store->folderError().value_or(""), HasSubstr("does not exist"));
+  EXPECT_THAT(program.store->sourceError().value_or(""), HasSubstr("does not exist"));
   program.with([](AddressBook& book) { EXPECT_FALSE(book.isReadable()) << "nothing was ever known of the folder"; });
 
   std::filesystem::create_directory(folder / "new");
   writeFile(folder / "new" / "a.vcf", card("anna", "Anna"));
   std::filesystem::rename(folder / "new", contacts);
   EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "Anna"; }));
-  EXPECT_EQ(program.store->folderError(), std::nullopt);
+  EXPECT_EQ(program.store->sourceError(), std::nullopt);
 
   // A folder that is taken away as a whole takes no contact along; the one that takes its place decides.
   std::filesystem::rename(contacts, folder / "away");
@@ -185,7 +185,7 @@ TEST_F(VdirAddressBookTest, AFolderMayComeLaterAndGo) {
     Program later(*this);
     later.with([](AddressBook& book) { EXPECT_TRUE(book.isReadable()); });
     EXPECT_EQ(later.nameOf("anna"), "Anna");
-    EXPECT_THAT(later.store->folderError().value_or(""), HasSubstr("does not exist"));
+    EXPECT_THAT(later.store->sourceError().value_or(""), HasSubstr("does not exist"));
   }
   std::filesystem::create_directory(folder / "new");
   writeFile(folder / "new" / "b.vcf", card("bob", "Bob"));
@@ -194,7 +194,7 @@ TEST_F(VdirAddressBookTest, AFolderMayComeLaterAndGo) {
   EXPECT_EQ(program.nameOf("anna"), "(none)");
 }
 
-TEST_F(VdirAddressBookTest, WhatCannotBeReadIsNotEmptyAndIsToldOfWhenItCan) {
+TEST_F(IndexedAddressBookTest, WhatCannotBeReadIsNotEmptyAndIsToldOfWhenItCan) {
   put("a.vcf", card("anna", "Anna"));
   openIndex();
   const auto execute = [this](const char* statement) {
@@ -227,7 +227,7 @@ TEST_F(VdirAddressBookTest, WhatCannotBeReadIsNotEmptyAndIsToldOfWhenItCan) {
   EXPECT_EQ(log->count("the contact index can be used again"), 2U);
 }
 
-TEST_F(VdirAddressBookTest, ALinkedSetHasOneThatStandsForItAndOneThatNamesIt) {
+TEST_F(IndexedAddressBookTest, ALinkedSetHasOneThatStandsForItAndOneThatNamesIt) {
   put("a.vcf", card("a", "", "TEL:+493023125001\nX-FOLKS-CONTACTS-IDS:c\n"));
   put("b.vcf", card("b", "Boris", "TEL:+493023125001\n"));
   put("c.vcf", card("c", "Clara", "TEL:+493023125001\n"));

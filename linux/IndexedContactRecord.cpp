@@ -1,9 +1,9 @@
-#include "linux/VdirContactRecord.h"
+#include "linux/IndexedContactRecord.h"
 
 #include <algorithm>
 
 #include "linux/ContactNames.h"
-#include "linux/VdirHandle.h"
+#include "linux/IndexedAddressBookHandle.h"
 
 namespace pellor {
 
@@ -59,23 +59,23 @@ auto textField(Card& card, RecordProperty property) -> decltype(&card.givenName)
 
 }  // namespace
 
-VdirContactRecord::VdirContactRecord(std::weak_ptr<VdirHandle> handle, IndexedContact contact)
+IndexedContactRecord::IndexedContactRecord(std::weak_ptr<IndexedAddressBookHandle> handle, IndexedContact contact)
     : _handle(std::move(handle)), _contact(std::move(contact)) {
   takeMultiValues();
 }
 
-void VdirContactRecord::refresh(IndexedContact contact) {
+void IndexedContactRecord::refresh(IndexedContact contact) {
   if (_isEdited) std::swap(contact.card, _contact.card);
   _contact = std::move(contact);
   if (!_isEdited) takeMultiValues();
 }
 
-void VdirContactRecord::takeMultiValues() {
+void IndexedContactRecord::takeMultiValues() {
   _phones = multiValue(_contact.card.phones);
   _emails = multiValue(_contact.card.emails);
 }
 
-std::vector<RecordRef> VdirContactRecord::allLinkedPeople() {
+std::vector<RecordRef> IndexedContactRecord::allLinkedPeople() {
   const RecordRef self = shared_from_this();
   const auto handle = _handle.lock();
   if (!handle || linkID() == InvalidRecordID) return {self};
@@ -85,39 +85,39 @@ std::vector<RecordRef> VdirContactRecord::allLinkedPeople() {
   return people;
 }
 
-RecordRef VdirContactRecord::preferredLinkedPersonForName() {
+RecordRef IndexedContactRecord::preferredLinkedPersonForName() {
   for (const RecordRef& person : allLinkedPeople()) {
     if (person->compositeName()) return person;
   }
   return nullptr;
 }
 
-std::optional<std::string> VdirContactRecord::recordValue(RecordProperty property) const {
+std::optional<std::string> IndexedContactRecord::recordValue(RecordProperty property) const {
   if (property == RecordProperty::kind) return kindText(_contact.card.kind);
   const auto* field = textField(_contact.card, property);
   return field ? *field : std::nullopt;
 }
 
-std::optional<std::string> VdirContactRecord::compositeName() const {
+std::optional<std::string> IndexedContactRecord::compositeName() const {
   const auto handle = _handle.lock();
   return pellor::compositeName(_contact.card, handle && handle->writesSurnameFirst());
 }
 
-std::optional<std::string> VdirContactRecord::shortName() const {
+std::optional<std::string> IndexedContactRecord::shortName() const {
   return isPersonKind() ? _contact.card.givenName : std::nullopt;
 }
 
-std::optional<std::vector<std::string>> VdirContactRecord::phoneValues() const { return valuesOf(_phones); }
+std::optional<std::vector<std::string>> IndexedContactRecord::phoneValues() const { return valuesOf(_phones); }
 
-std::optional<std::vector<std::string>> VdirContactRecord::emailValues() const { return valuesOf(_emails); }
+std::optional<std::vector<std::string>> IndexedContactRecord::emailValues() const { return valuesOf(_emails); }
 
-std::optional<MultiValue> VdirContactRecord::copyMultiValue(RecordProperty property) const {
+std::optional<MultiValue> IndexedContactRecord::copyMultiValue(RecordProperty property) const {
   if (property == RecordProperty::phone && !_phones.entries.empty()) return _phones;
   if (property == RecordProperty::email && !_emails.entries.empty()) return _emails;
   return std::nullopt;
 }
 
-void VdirContactRecord::setRecordValue(RecordProperty property, RecordValue value) {
+void IndexedContactRecord::setRecordValue(RecordProperty property, RecordValue value) {
   _isEdited = true;
   if (const auto handle = _handle.lock()) handle->_hasEditedRecords = true;
   if (auto* values = std::get_if<MultiValue>(&value)) {
