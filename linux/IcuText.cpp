@@ -119,6 +119,15 @@ std::optional<std::size_t> plainWidth(std::string_view text) {
   return width;
 }
 
+// Of a locale such as "de_DE", whose language stands there. For any other the library is asked, which then loads the
+// names that all languages ever had.
+std::string languageOf(const std::string& locale) {
+  const auto isLower = [](char character) { return character >= 'a' && character <= 'z'; };
+  const std::string language = locale.substr(0, locale.find('_'));
+  if (language.size() == 2 && std::ranges::all_of(language, isLower)) return language;
+  return icu::Locale::createCanonical(locale.c_str()).getLanguage();
+}
+
 std::size_t widthOfCharacter(UChar32 character) {
   const auto category = u_charType(character);
   const bool takesNone = category == U_NON_SPACING_MARK || category == U_ENCLOSING_MARK || category == U_CONTROL_CHAR ||
@@ -160,7 +169,7 @@ std::string IcuText::uppercase(std::string_view text) {
     return plain;
   }
   std::string upper;
-  unicode(text).toUpper(icu::Locale::createCanonical(_locale().c_str())).toUTF8String(upper);
+  unicode(text).toUpper(icu::Locale(_locale().c_str())).toUTF8String(upper);
   return upper;
 }
 
@@ -195,8 +204,7 @@ bool writesSurnameFirst(const std::string& locale) {
   thread_local std::string lastLocale;
   thread_local bool lastAnswer = false;
   if (locale.empty() || locale != lastLocale) {
-    const icu::Locale canonical = icu::Locale::createCanonical(locale.c_str());
-    lastAnswer = std::ranges::count(languages, std::string_view(canonical.getLanguage())) > 0;
+    lastAnswer = std::ranges::count(languages, languageOf(locale)) > 0;
     lastLocale = locale;
   }
   return lastAnswer;

@@ -49,6 +49,7 @@ TEST(IcuTextTest, InitialsFollowTheLocaleAndTheScript) {
       {"hu_HU", "B\xC3\xA9la", "Bart\xC3\xB3k", "BB"},
       {"hu_HU", "Ada", "Lovelace", "LA"},
       {"ja_JP", "Ada", "Lovelace", "LA"},
+      {"cmn_TW", "Ada", "Lovelace", "LA"},
       {"zh_Hant_TW", "Ada", "Lovelace", "LA"},
       {"vi", "Ada", "Lovelace", "LA"},
       {"en_US", "Ada", std::nullopt, "A"},
