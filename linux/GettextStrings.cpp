@@ -143,11 +143,15 @@ std::optional<Messages> readMessageCatalog(const fs::path& file) {
   return CatalogReader(content).messages();
 }
 
-GettextStrings::GettextStrings(const std::vector<fs::path>& folders, const Environment& environment)
-    : _bundle(std::make_shared<MessageBundle>(messagesFor(languagesOf(environment), folders))) {}
+GettextStrings::GettextStrings(CatalogFolders folders, Environment environment)
+    : _folders(std::move(folders)), _environment(std::move(environment)) {}
 
+// Few programs show one of these texts: the catalog of the others is not looked for.
 std::shared_ptr<const Bundle> GettextStrings::bundleWithIdentifier(std::string_view identifier) {
-  return identifier == Identifier ? _bundle : nullptr;
+  if (identifier != Identifier) return nullptr;
+  const MutexLock lock(_mutex);
+  if (!_bundle) _bundle = std::make_shared<MessageBundle>(messagesFor(languagesOf(_environment), _folders()));
+  return _bundle;
 }
 
 std::vector<fs::path> GettextStrings::catalogFolders() {

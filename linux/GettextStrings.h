@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -11,6 +12,7 @@
 
 #include "linux/UserFolders.h"
 #include "platform/LocalizedStrings.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
@@ -18,15 +20,16 @@ namespace pellor {
 /// system's own reader shows a language only where a system locale of it was generated; this one needs the file alone.
 std::optional<std::map<std::string, std::string, std::less<>>> readMessageCatalog(const std::filesystem::path& file);
 
-/// The one bundle org.tapnote.Pellor, read when it is made. Without a catalog of the user's language its texts are
-/// English.
+/// The one bundle org.tapnote.Pellor, read when it is first asked for. Without a catalog of the user's language its
+/// texts are English.
 class GettextStrings final : public LocalizedStrings {
  public:
+  using CatalogFolders = std::function<std::vector<std::filesystem::path>()>;
+
   /// The user's languages are those of LANGUAGE, in its order, else of the first of LC_ALL, LC_MESSAGES and LANG that
   /// is set; "C" and "POSIX" are English. Of `folders` the first with a catalog <language>/LC_MESSAGES/pellor.mo
   /// serves.
-  explicit GettextStrings(const std::vector<std::filesystem::path>& folders = catalogFolders(),
-                          const Environment& environment = processEnvironment);
+  explicit GettextStrings(CatalogFolders folders = catalogFolders, Environment environment = processEnvironment);
 
   std::shared_ptr<const Bundle> bundleWithIdentifier(std::string_view identifier) override;
 
@@ -35,7 +38,10 @@ class GettextStrings final : public LocalizedStrings {
   static std::vector<std::filesystem::path> catalogFolders();
 
  private:
-  std::shared_ptr<const Bundle> _bundle;
+  const CatalogFolders _folders;
+  const Environment _environment;
+  Mutex _mutex;
+  std::shared_ptr<const Bundle> _bundle PELLOR_GUARDED_BY(_mutex);
 };
 
 }  // namespace pellor

@@ -55,10 +55,10 @@ TEST(GettextStringsTest, TheUsersLanguagesAreTriedInTheirOrder) {
       {{}, "Favorites %u"},
   };
   for (const Case& test : cases) {
-    GettextStrings strings(GettextStrings::catalogFolders(), environmentOf(test.variables));
+    GettextStrings strings(GettextStrings::catalogFolders, environmentOf(test.variables));
     EXPECT_EQ(numberedTitle(strings), test.title);
   }
-  GettextStrings nowhere({"/nowhere"}, environmentOf({{"LANG", "de"}}));
+  GettextStrings nowhere([] { return std::vector<fs::path>{"/nowhere"}; }, environmentOf({{"LANG", "de"}}));
   EXPECT_EQ(numberedTitle(nowhere), "Favorites %u");
 }
 
