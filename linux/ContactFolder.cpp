@@ -43,6 +43,14 @@ CardSourceError unreadableFolder(const std::filesystem::path& folder) {
           CardSourceError::Remedy::tryAgain};
 }
 
+// Of a path that begins at an open folder.
+std::optional<CardSignature> signatureAt(int folder, const char* path) {
+  struct stat status {};
+  if (::fstatat(folder, path, &status, 0) == 0) return signatureOf(status);
+  if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
+  return CardSignature();
+}
+
 using Directory = std::unique_ptr<DIR, int (*)(DIR*)>;
 
 Directory openFolder(const std::filesystem::path& folder) {
@@ -96,7 +104,8 @@ std::map<std::string, CardSignature> ContactFolder::list() {
   errno = 0;
   while (const dirent* entry = readdir(directory.get())) {
     if (isContactFileName(entry->d_name)) {
-      if (const auto known = signature(entry->d_name)) files.emplace(entry->d_name, *known);
+      const auto known = signatureAt(::dirfd(directory.get()), entry->d_name);
+      if (known) files.emplace(entry->d_name, *known);
     }
     errno = 0;
   }
@@ -106,10 +115,7 @@ std::map<std::string, CardSignature> ContactFolder::list() {
 }
 
 std::optional<CardSignature> ContactFolder::signature(const std::string& card) {
-  struct stat status {};
-  if (stat((_path / card).c_str(), &status) == 0) return signatureOf(status);
-  if (errno == ENOENT || errno == ENOTDIR) return std::nullopt;
-  return CardSignature();
+  return signatureAt(AT_FDCWD, (_path / card).c_str());
 }
 
 CardContent ContactFolder::read(const std::string& card) {
