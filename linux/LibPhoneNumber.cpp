@@ -124,10 +124,13 @@ std::string descriptionOf(const char* file) {
 
 std::uint64_t phoneLibraryCalls() { return callCount.load(std::memory_order_relaxed); }
 
-std::string phoneLibraryVersion() {
-  Dl_info library{};
-  if (::dladdr(reinterpret_cast<const void*>(&PhoneNumberUtil::GetInstance), &library) == 0) return "";
-  return descriptionOf(library.dli_fname);
+const std::string& phoneLibraryVersion() {
+  static const std::string version = [] {
+    Dl_info library{};
+    const bool isKnown = ::dladdr(reinterpret_cast<const void*>(&PhoneNumberUtil::GetInstance), &library) != 0;
+    return isKnown ? descriptionOf(library.dli_fname) : std::string();
+  }();
+  return version;
 }
 
 bool isPhoneNumberRegion(std::string_view region) {

@@ -27,9 +27,9 @@ std::optional<std::string> internationalPhoneNumber(std::string_view text, std::
 /// started. Any thread.
 std::uint64_t phoneLibraryCalls();
 
-/// Which libphonenumber this is: another text when another one was installed. Empty when that cannot be told. Does not
-/// start the library. Any thread.
-std::string phoneLibraryVersion();
+/// Which libphonenumber this program has: another text when another one was installed before its start. Empty when that
+/// cannot be told. Does not start the library. Any thread.
+const std::string& phoneLibraryVersion();
 
 class LibPhoneNumber final : public PhoneNumberFormatter {
  public:
