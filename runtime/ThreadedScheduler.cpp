@@ -12,8 +12,19 @@
 
 namespace pellor {
 
-ThreadedScheduler::ThreadedScheduler()
-    : _maximumWorkers(std::clamp<std::size_t>(std::thread::hardware_concurrency(), 2, 4)) {}
+namespace {
+
+constexpr std::size_t leastWorkers = 2;
+constexpr std::size_t mostWorkers = 4;
+
+// The system is asked how many processors there are, which reads a file, when that makes a difference.
+bool mayStart(std::size_t workers) {
+  if (workers <= leastWorkers) return true;
+  static const std::size_t processors = std::thread::hardware_concurrency();
+  return workers <= std::min(processors, mostWorkers);
+}
+
+}  // namespace
 
 ThreadedScheduler::~ThreadedScheduler() { joinWorkers(); }
 
@@ -78,7 +89,7 @@ Condition* ThreadedScheduler::sleeperForLastTurn() {
   // Idle workers that were notified for earlier turns still count as idle until they wake.
   if (_ready.size() <= _idleWorkers) return &_work;
   const std::size_t waiting = _idleWorkers + (_hasTimekeeper ? 1 : 0);
-  if (_ready.size() > waiting && _workers.size() < _maximumWorkers) startWorker();
+  if (_ready.size() > waiting && mayStart(_workers.size() + 1)) startWorker();
   return _hasTimekeeper ? &_clock : nullptr;
 }
 
@@ -97,7 +108,7 @@ Deadline ThreadedScheduler::setDeadline(TimerShot shot, double time) {
 void ThreadedScheduler::callTimekeeper() {
   if (_idleWorkers > 0) {
     _work.notifyOne();
-  } else if (_workers.size() < _maximumWorkers) {
+  } else if (mayStart(_workers.size() + 1)) {
     startWorker();
   }
 }

@@ -16,7 +16,6 @@ namespace pellor {
 /// Processes that share one are made and ended by one thread.
 class ThreadedScheduler final : public Scheduler {
  public:
-  ThreadedScheduler();
   ~ThreadedScheduler() override;
 
   double now() const override;
@@ -45,8 +44,6 @@ class ThreadedScheduler final : public Scheduler {
   bool fireDue() PELLOR_REQUIRES(_mutex);
   bool isServing(const Process& process) const PELLOR_REQUIRES(_mutex);
   void joinWorkers();
-
-  const std::size_t _maximumWorkers;
 
   Mutex _mutex;
   Condition _work;   // wakes idle workers
