@@ -82,6 +82,8 @@ void deriveNameParts(ContactCard& card) {
 CardKind kindOf(const Properties& properties, const ContactCard& card) {
   const std::string kind = lowerCased(firstText(properties, "KIND").value_or(std::string()));
   if (kind == "org" || kind == "organization") return CardKind::organization;
+  // How one address book marks a list of addresses.
+  if (lowerCased(firstText(properties, "X-EVOLUTION-LIST").value_or(std::string())) == "true") return CardKind::other;
   if (kind == "group" || kind == "location" || kind == "application" || kind == "device") return CardKind::other;
   const bool hasNameParts = card.familyName || card.givenName;
   const bool hasPersonsName = card.formattedName && card.formattedName != card.organization;

@@ -10,6 +10,7 @@
 #include "linux/CardText.h"
 #include "linux/ContactFolder.h"
 #include "linux/IndexedAddressBookHandle.h"
+#include "linux/MarkedFavorites.h"
 #include "linux/PrivateFiles.h"
 
 namespace pellor {
@@ -42,17 +43,9 @@ bool isComment(const std::string& text) {
   return text.starts_with('#') || cleanCardText(text).empty() || !isUtf8(text);
 }
 
-std::string firstOf(const std::optional<std::vector<std::string>>& values) {
-  return values ? values->front() : std::string();
-}
-
-std::string mainValue(const ContactRecord& person) {
-  const std::string phone = firstOf(person.phoneValues());
-  return phone.empty() ? firstOf(person.emailValues()) : phone;
-}
-
 Line lineFor(const ContactRecord& person) {
-  return {person.recordGUID(), mainValue(person), person.compositeName().value_or(std::string())};
+  FavoriteEntry entry = favoriteOf(person);
+  return {person.recordGUID(), std::move(entry.value), std::move(entry.displayName)};
 }
 
 /// The lock is on the folder: the file itself is replaced by each edit.
