@@ -6,6 +6,8 @@
 #include "testing/Addresses.h"
 #include "testing/SimulatedScheduler.h"
 #include "testing/SimulatedWorld.h"
+#include "tests/contract/AddressBookStoreContract.h"
+#include "tests/contract/FavoritesSourceContract.h"
 #include "tests/contract/PreferencesStoreContract.h"
 #include "tests/contract/ReachabilityServiceContract.h"
 #include "tests/contract/SystemNotifyBusContract.h"
@@ -110,8 +112,47 @@ class SimulatedQueries {
 
 using BothBusesInMemory = ::testing::Types<BusesInMemory<false>, BusesInMemory<true>>;
 
+class ContactsInMemory {
+ public:
+  Process& process() { return one().process; }
+  AddressBookStore& store() { return *one().platform.addressBook; }
+  FavoritesSource& favorites() { return *one().platform.favorites; }
+  std::string add(const TestContact& contact) { return book().add(contact); }
+  void change(const std::string& guid, TestContact contact) {
+    book().change(guid, [&](TestContact& stored) {
+      contact.guid = guid;
+      contact.recordID = stored.recordID;
+      stored = contact;
+    });
+  }
+  void remove(const std::string& guid) { book().remove(guid); }
+  void link(const std::string& guid, const std::string& other) { book().link({guid, other}); }
+  void breakReading() { book().setReadable(false); }
+  void restoreReading() { book().setReadable(true); }
+  void setFavorites(const std::vector<std::string>& guids) {
+    std::vector<FavoriteEntry> entries;
+    for (const std::string& guid : guids) {
+      const TestContact contact = book().contact(guid).value();
+      const auto& values = contact.phones.empty() ? contact.emails : contact.phones;
+      entries.push_back({contact.first.value(), values.front().value, contact.recordID});
+    }
+    _processes.world.favorites().setEntries(std::move(entries));
+  }
+  template <class Condition>
+  bool runUntil(Condition condition) {
+    return _processes.scheduler->runUntil(condition, 10);
+  }
+
+ private:
+  SimulatedProcess& one() { return _processes.at(0); }
+  InMemoryAddressBook& book() { return _processes.world.addressBook(); }
+  SimulatedProcesses _processes;
+};
+
 }  // namespace
 
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, AddressBookStoreContract, ContactsInMemory);
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, FavoritesSourceContract, ContactsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesStoreContract, StoresInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, SystemNotifyBusContract, BothBusesInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(Simulated, ReachabilityConversionsContract, SimulatedConversions);
