@@ -1,0 +1,133 @@
+// Evolution Data Server on a session bus of the tests' own.
+#pragma once
+
+#include <libebook/libebook.h>
+#include <signal.h>
+#include <stdlib.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "linux/eds/EDSConnection.h"
+#include "tests/linux/TemporaryFolder.h"
+#include "tests/services/Server.h"
+
+namespace pellor {
+
+/// One for the whole test program, since GLib knows one session bus: to be made before GLib is used. The bus starts the
+/// service when it is asked for. What is done to the contacts here is done by another client than the tested one.
+class EDSService {
+ public:
+  static EDSService& shared() {
+    static EDSService service;
+    return service;
+  }
+
+  /// Gives the UIDs.
+  std::vector<std::string> add(const std::vector<std::string>& cards) {
+    GSList *contacts = nullptr, *uids = nullptr;
+    for (const std::string& card : cards) contacts = g_slist_prepend(contacts, e_contact_new_from_vcard(card.c_str()));
+    contacts = g_slist_reverse(contacts);
+    e_book_client_add_contacts_sync(client(), contacts, 0, &uids, nullptr, failure());
+    std::vector<std::string> result;
+    for (const GSList* uid = uids; uid; uid = uid->next) result.emplace_back(static_cast<const char*>(uid->data));
+    g_slist_free_full(contacts, g_object_unref);
+    g_slist_free_full(uids, g_free);
+    requireSuccess();
+    return result;
+  }
+  void change(const std::string& card) {
+    const GObjectOwner<EContact> contact(e_contact_new_from_vcard(card.c_str()));
+    e_book_client_modify_contact_sync(client(), contact.get(), 0, nullptr, failure());
+    requireSuccess();
+  }
+  void remove(const std::string& uid) {
+    e_book_client_remove_contact_by_uid_sync(client(), uid.c_str(), 0, nullptr, failure());
+    requireSuccess();
+  }
+  void removeAll() {
+    GSList* uids = nullptr;
+    e_book_client_get_contacts_uids_sync(client(), "", &uids, nullptr, failure());
+    requireSuccess();
+    if (uids) e_book_client_remove_contacts_sync(client(), uids, 0, nullptr, failure());
+    g_slist_free_full(uids, g_free);
+    requireSuccess();
+  }
+
+  /// Ends the service as a crash would. It starts again when it is asked for.
+  void kill() {
+    _client.reset();
+    const GObjectOwner<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, failure()));
+    GVariant* answer = g_dbus_connection_call_sync(bus.get(), "org.freedesktop.DBus", "/", "org.freedesktop.DBus",
+                                                   "GetConnectionUnixProcessID",
+                                                   g_variant_new("(s)", "org.gnome.evolution.dataserver.AddressBook10"),
+                                                   nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, failure());
+    requireSuccess();
+    guint32 id = 0;
+    g_variant_get(answer, "(u)", &id);
+    g_variant_unref(answer);
+    ::kill(static_cast<pid_t>(id), SIGKILL);
+  }
+
+ private:
+  EDSService() {
+    for (const auto& [name, path] : folders()) {
+      std::filesystem::create_directory(path);
+      std::filesystem::permissions(path, std::filesystem::perms::owner_all);
+      ::setenv(name, path.c_str(), 1);
+    }
+    ::setenv("GSETTINGS_BACKEND", "memory", 1);
+    ::setenv("GIO_USE_VFS", "local", 1);
+    for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY"}) ::unsetenv(name);
+    const std::filesystem::path socket = _folder / "bus";
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + socket.string()).c_str(), 1);
+    _bus.emplace(Server::Options{{"dbus-daemon", "--session", "--nofork", "--nopidfile",
+                                  "--address=unix:path=" + socket.string()},
+                                 {},
+                                 _folder / "bus.log",
+                                 {}},
+                 [&] { return isListening(socket); });
+  }
+  ~EDSService() {
+    // GLib would end the program with its bus.
+    const GObjectOwner<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
+    if (bus) g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
+  }
+
+  std::map<const char*, std::filesystem::path> folders() const {
+    return {{"HOME", _folder.path()},
+            {"XDG_DATA_HOME", _folder / "data"},
+            {"XDG_CONFIG_HOME", _folder / "config"},
+            {"XDG_CACHE_HOME", _folder / "cache"},
+            {"XDG_RUNTIME_DIR", _folder / "run"}};
+  }
+
+  EBookClient* client() {
+    if (_client) return _client.get();
+    const GObjectOwner<ESourceRegistry> registry(e_source_registry_new_sync(nullptr, failure()));
+    requireSuccess();
+    const GObjectOwner<ESource> source(e_source_registry_ref_default_address_book(registry.get()));
+    _client.reset(
+        E_BOOK_CLIENT(e_book_client_connect_sync(source.get(), static_cast<guint32>(-1), nullptr, failure())));
+    requireSuccess();
+    return _client.get();
+  }
+
+  GError** failure() { return &_error; }
+  void requireSuccess() {
+    if (!_error) return;
+    const std::string problem = _error->message;
+    g_clear_error(&_error);
+    throw std::runtime_error("the address book service: " + problem);
+  }
+
+  const TemporaryFolder _folder;
+  std::optional<Server> _bus;
+  GObjectOwner<EBookClient> _client;
+  GError* _error = nullptr;
+};
+
+}  // namespace pellor
