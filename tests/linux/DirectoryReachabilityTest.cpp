@@ -109,17 +109,7 @@ struct LinuxConversions {
   static std::shared_ptr<ReachabilityService> make(const std::string& region) { return conversions(region); }
 };
 
-struct ForwardedConversions {
-  static std::vector<std::string> regions() { return {"DE"}; }
-  std::shared_ptr<ReachabilityService> make(const std::string& region) {
-    return std::make_shared<DirectoryReachability>(process, conversions(region), std::make_unique<HeldDirectory>(),
-                                                   LogHandle("test", "reach", nullptr));
-  }
-  Process process;
-};
-
 INSTANTIATE_TYPED_TEST_SUITE_P(Identity, ReachabilityConversionsContract, LinuxConversions);
-INSTANTIATE_TYPED_TEST_SUITE_P(Directory, ReachabilityConversionsContract, ForwardedConversions);
 INSTANTIATE_TYPED_TEST_SUITE_P(Directory, ReachabilityQueriesContract, Queries);
 
 TEST(IdentityServiceTest, TakesNoQueries) {
