@@ -3,6 +3,7 @@
 
 #include <pthread.h>
 #include <signal.h>
+#include <time.h>
 
 namespace pellor {
 
@@ -20,6 +21,39 @@ class BlockedSignals {
 
  private:
   sigset_t _previous{};
+};
+
+/// While it lives, what is sent to somebody who has gone raises no signal in the calling thread. For libraries that do
+/// not see to that themselves.
+class BlockedBrokenPipe {
+ public:
+  BlockedBrokenPipe() {
+    sigset_t pending, previous;
+    sigpending(&pending);
+    _wasPending = sigismember(&pending, SIGPIPE) == 1;
+    const sigset_t set = brokenPipe();
+    pthread_sigmask(SIG_BLOCK, &set, &previous);
+    _wasBlocked = sigismember(&previous, SIGPIPE) == 1;
+  }
+  ~BlockedBrokenPipe() {
+    const sigset_t set = brokenPipe();
+    const timespec atOnce{};
+    if (!_wasPending) sigtimedwait(&set, nullptr, &atOnce);
+    if (!_wasBlocked) pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+  }
+  BlockedBrokenPipe(const BlockedBrokenPipe&) = delete;
+  BlockedBrokenPipe& operator=(const BlockedBrokenPipe&) = delete;
+
+ private:
+  static sigset_t brokenPipe() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGPIPE);
+    return set;
+  }
+
+  bool _wasPending = false;
+  bool _wasBlocked = false;
 };
 
 }  // namespace pellor

@@ -1,0 +1,50 @@
+// The contract's factories of services that ask a directory.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "linux/DirectoryReachability.h"
+#include "linux/IdentityService.h"
+#include "runtime/Process.h"
+#include "tests/contract/ReachabilityServiceContract.h"
+#include "tests/linux/RealTime.h"
+
+namespace pellor {
+
+inline std::shared_ptr<ReachabilityService> conversionsIn(const std::string& region) {
+  return std::make_shared<IdentityService>([region] { return region; });
+}
+
+/// `Directory` is made of options that lead nowhere.
+template <class Directory>
+struct DirectoryConversions {
+  static std::vector<std::string> regions() { return {"DE"}; }
+  std::shared_ptr<ReachabilityService> make(const std::string& region) {
+    const LogHandle log("test", "reach", nullptr);
+    return std::make_shared<DirectoryReachability>(process, conversionsIn(region), Directory::make(), log);
+  }
+  Process process;
+};
+
+/// `World` is a server with what gives a directory that asks it.
+template <class World>
+class DirectoryQueries {
+ public:
+  Process& process() { return _process; }
+  ReachabilityService& service() { return _service; }
+  template <class Condition>
+  bool runUntil(Condition condition) {
+    return _time.runUntil(condition);
+  }
+
+ private:
+  Process _process;
+  RealTime _time{_process};
+  World _world;
+  DirectoryReachability _service{_process, conversionsIn("DE"), _world.directory(),
+                                 LogHandle("test", "reach", nullptr)};
+};
+
+}  // namespace pellor
