@@ -1,0 +1,270 @@
+// Who is reachable, asked of an LDAP directory.
+#include "linux/ldap/LdapDirectory.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "linux/PrivateFiles.h"
+#include "linux/ldap/LdapFilter.h"
+#include "testing/LogCollector.h"
+#include "tests/services/Certificate.h"
+#include "tests/services/DirectoryFactories.h"
+#include "tests/services/Server.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+using enum DestinationStatus;
+
+TEST(LdapFilterTest, EscapesAsPublished) {
+  const std::pair<std::string, const char*> cases[] = {
+      {"Parens R Us (for all your parenthetical needs)", R"(Parens R Us \28for all your parenthetical needs\29)"},
+      {"*", R"(\2a)"},
+      {R"(C:\MyFile)", R"(C:\5cMyFile)"},
+      {std::string("\0\0\0\4", 4), R"(\00\00\00\04)"},
+      {"Lu\xC4\x8Di\xC4\x87", R"(Lu\c4\8di\c4\87)"},
+      {"+49301234567", "+49301234567"},
+  };
+  for (const auto& [value, escaped] : cases) EXPECT_EQ(escapedFilterValue(value), escaped);
+  EXPECT_EQ(filterOfAny({{"mail", "a*"}, {"mobile", "5"}}, ""), R"((|(mail=a\2a)(mobile=5)))");
+  EXPECT_EQ(filterOfAny({{"mail", "a"}}, "(objectClass=person)"), "(&(objectClass=person)(|(mail=a)))");
+}
+
+/// A server with people, and the options to ask it with.
+class LdapWorld {
+ public:
+  explicit LdapWorld(const std::string& settings = "") {
+    std::filesystem::create_directory(_folder / "db");
+    writeFile(_folder / "slapd.conf",
+              "include /etc/ldap/schema/core.schema\ninclude /etc/ldap/schema/cosine.schema\n"
+              "include /etc/ldap/schema/inetorgperson.schema\nmodulepath /usr/lib/ldap\nmoduleload back_mdb\n" +
+                  settings + "\ndatabase mdb\nsuffix dc=example\nrootdn cn=admin,dc=example\nrootpw right\ndirectory " +
+                  (_folder / "db").string() + "\n");
+    load();
+    start();
+    options.url = "ldap://127.0.0.1:" + std::to_string(_port);
+    options.base = "ou=people,dc=example";
+  }
+
+  void start() {
+    Server::Options server;
+    server.command = {
+        "slapd", "-d", "0", "-f", _folder / "slapd.conf", "-h", "ldap://127.0.0.1:" + std::to_string(_port)};
+    server.output = _folder / "slapd.log";
+    _server.emplace(server, [this] { return isListening(_port); });
+  }
+  void kill() { _server.reset(); }
+
+  std::unique_ptr<LdapDirectory> directory() const {
+    return std::make_unique<LdapDirectory>(options, conversionsIn("DE"), LogHandle("test", "ldap", log));
+  }
+  DestinationDirectory::Answer lookUp(const std::set<std::string>& identifiers) const {
+    return directory()->lookUp(identifiers);
+  }
+
+  LdapDirectoryOptions options;
+  std::shared_ptr<LogCollector> log = std::make_shared<LogCollector>();
+
+ protected:
+  const TemporaryFolder& folder() const { return _folder; }
+
+ private:
+  void load() {
+    const std::string people = ",ou=people,dc=example\nobjectClass: inetOrgPerson\nsn: x\n";
+    writeFile(_folder / "people.ldif",
+              "dn: dc=example\nobjectClass: domain\n\ndn: ou=people,dc=example\nobjectClass: organizationalUnit\n\n"
+              "dn: cn=Ada" +
+                  people +
+                  "mail: Ada@Example.org\ntelephoneNumber: +49 30 123-4567\n\n"
+                  "dn: cn=Bert" +
+                  people +
+                  "mail: b1@example.org\nmail: b2@example.org\nmobile: 9-1 1\n\n"
+                  "dn: cn=Carl" +
+                  people +
+                  "mail: twice@example.org\nemployeeType: staff\n\n"
+                  "dn: cn=Cleo" +
+                  people +
+                  "mail: twice@example.org\nmail: c@example.org\n\n"
+                  "dn: cn=Carla" +
+                  people +
+                  "mail: twice@example.org\n\n"
+                  "dn: ou=elsewhere,dc=example\nobjectClass: referral\nobjectClass: extensibleObject\n"
+                  "ref: ldap://127.0.0.1:1/ou=elsewhere,dc=example\n");
+    Server::Options tool;
+    tool.command = {"slapadd", "-f", _folder / "slapd.conf", "-l", _folder / "people.ldif"};
+    tool.output = _folder / "slapadd.log";
+    runTool(tool);
+  }
+
+  TemporaryFolder _folder;
+  const int _port = freePort();
+  std::optional<Server> _server;
+};
+
+struct IdleLdapDirectory {
+  static std::unique_ptr<DestinationDirectory> make() {
+    return std::make_unique<LdapDirectory>(LdapDirectoryOptions(), conversionsIn("DE"),
+                                           LogHandle("test", "ldap", nullptr));
+  }
+};
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Ldap, ReachabilityConversionsContract, DirectoryConversions<IdleLdapDirectory>);
+INSTANTIATE_TYPED_TEST_SUITE_P(Ldap, ReachabilityQueriesContract, DirectoryQueries<LdapWorld>);
+
+struct LdapDirectoryTest : testing::Test, LdapWorld {
+  const std::string ada = "tel:+49301234567", bob = "mailto:bob@example.org";
+};
+
+TEST_F(LdapDirectoryTest, FindsWhatIsWrittenInAnotherWayAndTellsInvalidOnlyOfAWholeSearch) {
+  EXPECT_EQ(
+      lookUp({ada, "mailto:ADA@example.org", "mailto:b2@example.org", "tel:911", bob, "tel:+4930123456"}).statuses,
+      (DestinationStatuses{{ada, valid},
+                           {"mailto:ADA@example.org", valid},
+                           {"mailto:b2@example.org", valid},
+                           {"tel:911", valid},
+                           {bob, invalid},
+                           {"tel:+4930123456", invalid}}));
+  options.condition = "(employeeType=staff)";
+  EXPECT_EQ(lookUp({ada, "mailto:twice@example.org"}).statuses,
+            (DestinationStatuses{{ada, invalid}, {"mailto:twice@example.org", valid}}));
+  options.condition = "";
+  options.phoneAttributes = {"mobile"};
+  EXPECT_EQ(lookUp({ada, "tel:911"}).statuses, (DestinationStatuses{{ada, invalid}, {"tel:911", valid}}));
+  options.phoneAttributes = {"telephoneNumber"};
+  options.base = "dc=example";
+  const auto answer = lookUp({ada, bob});
+  EXPECT_EQ(answer.problem, "");
+  EXPECT_EQ(answer.statuses, (DestinationStatuses{{ada, valid}})) << "another server may know more";
+  for (const char* identifier : {"tel:+49301234567;ext=5", "mailto:\xC3\x84@example.org", "mailto:Ada", "tel:"}) {
+    EXPECT_FALSE(directory()->couldKnow(identifier)) << identifier;
+  }
+}
+
+TEST_F(LdapDirectoryTest, OneThatWasAwayIsAskedAgainAtOnce) {
+  const auto kept = directory();
+  EXPECT_EQ(kept->lookUp({ada}).statuses, (DestinationStatuses{{ada, valid}}));
+  kill();
+  EXPECT_THAT(kept->lookUp({ada}).problem, HasSubstr("Can't contact"));
+  EXPECT_FALSE(kept->state().answers);
+  start();
+  EXPECT_EQ(kept->lookUp({ada}).statuses, (DestinationStatuses{{ada, valid}}));
+  kill();
+  start();
+  const auto answer = kept->lookUp({ada, bob});
+  EXPECT_EQ(answer.problem, "") << "a connection that was closed meanwhile is no problem";
+  EXPECT_EQ(answer.statuses, (DestinationStatuses{{ada, valid}, {bob, invalid}}));
+  kill();
+  start();
+  const auto state = kept->state();
+  EXPECT_TRUE(state.answers);
+  EXPECT_THAT(state.text, StartsWith("LDAP version 3"));
+}
+
+TEST_F(LdapDirectoryTest, OptionsThatCannotBeUsedAreProblems) {
+  const LdapDirectoryOptions good = options;
+  options.bindName = "cn=admin,dc=example";
+  options.passwordFile = folder() / "password";
+  writeFile(options.passwordFile, "right\n");
+  const auto loggedIn = directory();
+  EXPECT_EQ(loggedIn->lookUp({ada}).statuses, (DestinationStatuses{{ada, valid}}));
+  EXPECT_THAT(log->messages(), ElementsAre(HasSubstr("chmod 600")));
+
+  const auto problem = [this] {
+    const std::string said = lookUp({ada}).problem;
+    EXPECT_EQ(directory()->state().text, said);
+    return said;
+  };
+  replacePrivateFile(options.passwordFile, "wrong");
+  EXPECT_THAT(problem(), HasSubstr("refuses the name or the password"));
+  replacePrivateFile(options.passwordFile, "");
+  EXPECT_THAT(problem(), HasSubstr("nothing in the first line"));
+  options = good;
+  options.base = "ou=nobody,dc=example";
+  EXPECT_THAT(problem(), HasSubstr("base"));
+  for (const char* url : {"ldap://ldap.example.org", "ldap://127.example.org:389"}) {
+    options.url = url;
+    EXPECT_THAT(problem(), HasSubstr("ldaps:"));
+  }
+  for (const std::string url : {"http://127.0.0.1", "ldaps://127.0.0.1 ldap://127.0.0.1", ""}) {
+    options.url = url;
+    EXPECT_THAT(problem(), HasSubstr("URL"));
+  }
+  options = good;
+  options.condition = "(unbalanced";
+  EXPECT_THAT(lookUp({ada}).problem, HasSubstr("filter"));
+  options.certificates = folder() / "missing";
+  EXPECT_THAT(problem(), HasSubstr("trusted certificates"));
+}
+
+TEST(LdapLimitsTest, WhatIsCutOffIsAskedForInSmallerParts) {
+  const LdapWorld world("sizelimit 2");
+  const auto answer = world.lookUp({"mailto:ada@example.org", "mailto:b1@example.org", "mailto:b2@example.org",
+                                    "mailto:c@example.org", "mailto:twice@example.org", "mailto:bob@example.org"});
+  EXPECT_EQ(answer.problem, "");
+  EXPECT_EQ(answer.statuses, (DestinationStatuses{{"mailto:ada@example.org", valid},
+                                                  {"mailto:b1@example.org", valid},
+                                                  {"mailto:b2@example.org", valid},
+                                                  {"mailto:c@example.org", valid},
+                                                  {"mailto:twice@example.org", valid},
+                                                  {"mailto:bob@example.org", invalid}}));
+}
+
+TEST(LdapEncryptionTest, OnlyACertificateThatIsTrustedIsTalkedTo) {
+  const TemporaryFolder folder;
+  const Certificate certificate(folder);
+  LdapWorld world("TLSCertificateFile " + certificate.certificate.string() + "\nTLSCertificateKeyFile " +
+                  certificate.key.string() + "\nsecurity ssf=1");
+  EXPECT_THAT(world.lookUp({"tel:911"}).problem, HasSubstr("encrypted connection"));
+  world.options.startsTls = true;
+  EXPECT_THAT(world.lookUp({"tel:911"}).problem, HasSubstr("not trusted"));
+  world.options.certificates = certificate.certificate;
+  const auto answer = world.lookUp({"tel:911"});
+  EXPECT_EQ(answer.statuses, (DestinationStatuses{{"tel:911", valid}})) << answer.problem;
+}
+
+TEST(LdapSilenceTest, OneThatHangsIsWaitedForAsLongAsIsAllowedOrUntilItIsCancelled) {
+  // Takes connections and says nothing.
+  const FileDescriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  auto* const generic = reinterpret_cast<sockaddr*>(&address);
+  ASSERT_TRUE(::bind(listener.get(), generic, length) == 0 && ::listen(listener.get(), 10) == 0 &&
+              ::getsockname(listener.get(), generic, &length) == 0);
+  LdapDirectoryOptions options;
+  options.url = "ldap://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+  options.limit = std::chrono::milliseconds(50);
+  const LogHandle log("test", "ldap", nullptr);
+  const auto silent = std::make_unique<LdapDirectory>(options, conversionsIn("DE"), log);
+  EXPECT_THAT(silent->lookUp({"tel:911"}).problem, HasSubstr("in time"));
+  EXPECT_FALSE(silent->state().answers);
+
+  options.limit = std::chrono::hours(1);
+  LdapDirectory held(options, conversionsIn("DE"), log);
+  for (int connection = 0; connection < 2; ++connection) FileDescriptor(::accept(listener.get(), nullptr, nullptr));
+  FileDescriptor connection;  // stays open: its end would end the search as well
+  const std::jthread canceller([&] {
+    connection = FileDescriptor(::accept(listener.get(), nullptr, nullptr));
+    char byte = 0;
+    EXPECT_EQ(::recv(connection.get(), &byte, 1, 0), 1) << "it is being asked";
+    held.cancel();
+  });
+  EXPECT_FALSE(held.lookUp({"tel:911"}).problem.empty());
+  EXPECT_FALSE(held.lookUp({"tel:911"}).problem.empty());
+}
+
+}  // namespace
+}  // namespace pellor
