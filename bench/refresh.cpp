@@ -78,7 +78,7 @@ class RefreshedList {
     options.region = "DE";
     _platform.emplace(_process, options);
     const std::string domain = "org.tapnote.bench." + std::to_string(size);
-    SQLitePreferences& store = _platform->preferences();
+    PreferencesStore& store = _platform->preferences();
     store.setValue(PLMaxGroupCountKey, size / 12 + 1, domain);
     store.setValue(PLFriendListKey, storedList(0, size), domain);
     require(store.synchronize(domain), "a store that can be written");

@@ -62,7 +62,8 @@ std::string contactsText(const std::vector<Listed>& contacts) {
 Json contactsJson(Session& session, const std::vector<Listed>& contacts) {
   Json list = Json::array();
   for (const auto& [contact, isFriend] : contacts) list.push_back(jsonOf(contact, isFriend));
-  return {{"folder", session.platform().contactsFolder().string()}, {"contacts", list}};
+  const auto& folder = session.platform().contactsFolder();
+  return {{"folder", folder ? Json(folder->string()) : Json(nullptr)}, {"contacts", list}};
 }
 
 void contacts(Session& session, const std::optional<std::string>& pattern) {

@@ -20,12 +20,32 @@ namespace {
 using Lines = std::vector<FavoritesFile::Line>;
 
 std::string fileName(Session& session) {
-  return "the favorites file in " + session.platform().contactsFolder().string();
+  return "the favorites file in " + session.platform().contactsFolder()->string();
+}
+
+FavoritesFile& fileOf(Session& session) {
+  session.requireContacts();
+  if (FavoritesFile* file = session.platform().favoritesFile()) return *file;
+  throw CommandError("the favorites are those that are marked in the address book: mark them there");
+}
+
+// Marks are shown as the lines that a file would have.
+Lines markedLines(Session& session) {
+  Lines lines;
+  session.withAddressBook([&](AddressBook& addressBook) {
+    for (const FavoriteEntry& entry : platformOf(session.process()).favorites->favoriteEntries()) {
+      const RecordRef person = addressBook.personForRecordID(entry.abRecordID);
+      lines.push_back({person ? person->recordGUID() : "", entry.value, entry.displayName});
+    }
+  });
+  return lines;
 }
 
 Lines linesOf(Session& session) {
   session.requireContacts();
-  const auto lines = session.platform().favorites().lines();
+  FavoritesFile* file = session.platform().favoritesFile();
+  if (!file) return markedLines(session);
+  const auto lines = file->lines();
   if (!lines) throw CommandError(fileName(session) + " cannot be read");
   return *lines;
 }
@@ -63,7 +83,7 @@ void list(Session& session) {
 }
 
 void edit(Session& session, const FavoritesFile::Edit& change, const std::string& refusal) {
-  switch (session.platform().favorites().edit(change)) {
+  switch (fileOf(session).edit(change)) {
     case FavoritesFile::Outcome::done:
       return list(session);
     case FavoritesFile::Outcome::refused:
@@ -89,7 +109,7 @@ bool areSame(const FavoritesFile::Line& left, const FavoritesFile::Line& right) 
 }
 
 void add(Session& session, const std::string& who) {
-  session.requireContacts();
+  fileOf(session);
   const FavoritesFile::Line added = lineFor(session, who);
   const auto change = [&](Lines& lines) {
     if (std::ranges::any_of(lines, [&](const auto& line) { return areSame(line, added); })) return false;

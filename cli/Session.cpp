@@ -73,15 +73,16 @@ void Session::withAddressBook(const std::function<void(AddressBook&)>& work) {
 }
 
 void Session::requireContacts() {
+  const auto& folder = _platform->contactsFolder();
   std::error_code ignored;
-  const fs::path& folder = _platform->contactsFolder();
-  if (!fs::is_directory(folder, ignored)) {
-    throw CommandError("there is no contacts folder " + folder.string() +
+  if (folder && !fs::is_directory(*folder, ignored)) {
+    throw CommandError("there is no contacts folder " + folder->string() +
                        ": put vCard files there, or name another folder with --contacts");
   }
   const auto error = _platform->addressBook().readError();
   _progress.remove();
-  if (error) throw CommandError("the contacts in " + folder.string() + " cannot be read: " + *error);
+  const std::string contacts = folder ? "the contacts in " + folder->string() : "the contacts";
+  if (error) throw CommandError(contacts + " cannot be read: " + *error);
 }
 
 void Session::requireWritableStore() {
@@ -107,7 +108,8 @@ bool Session::settle() {
 
 std::string Session::storeProblem() {
   const std::string error = _platform->preferences().lastError();
-  const std::string store = "the store in " + _platform->dataFolder().string();
+  const bool isFile = _options.configuration.text("store") == "sqlite";
+  const std::string store = "the store in " + (isFile ? _platform->dataFolder().string() : std::string("PostgreSQL"));
   return store + (error.empty() ? " is busy" : ": " + error);
 }
 

@@ -167,7 +167,7 @@ bool write(Session& session, const Setting& setting, const Value& value) {
   if (setting.key == PLFriendGroupTitleChangedExternallyNotificationKey) {
     return PLFriendsManager::setFriendGroupTitleChangedExternallyNotificationNameDomain(*value.string(), domain);
   }
-  SQLitePreferences& preferences = session.platform().preferences();
+  PreferencesStore& preferences = session.platform().preferences();
   preferences.setValue(setting.key, value, domain);
   return preferences.synchronize(domain);
 }

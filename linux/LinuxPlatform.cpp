@@ -5,9 +5,11 @@
 #include "linux/IcuText.h"
 #include "linux/IndexedContactStore.h"
 #include "linux/LibPhoneNumber.h"
+#include "linux/MarkedFavorites.h"
 #include "linux/NettleDigest.h"
 #include "linux/NotifyFolder.h"
 #include "linux/PrometheusCounters.h"
+#include "linux/SQLitePreferences.h"
 #include "linux/UnpairedDevice.h"
 #include "runtime/Queue.h"
 
@@ -18,9 +20,31 @@ constexpr const char* LogSubsystem = "org.tapnote.Pellor";
 
 LogHandle logOf(Process& process, const char* category) { return {LogSubsystem, category, process.logSink()}; }
 
-std::shared_ptr<SQLitePreferences> makePreferences(Process& process, const UserFolders& folders) {
-  return std::make_shared<SQLitePreferences>(folders.data, folders.config / "defaults.json",
+std::shared_ptr<SharedPreferences> makePreferences(Process& process, const LinuxPlatformOptions& options) {
+  if (options.parts.preferences) return options.parts.preferences(process);
+  return std::make_shared<SQLitePreferences>(options.folders.data, options.folders.config / "defaults.json",
                                              logOf(process, "preferences"));
+}
+
+std::optional<std::filesystem::path> contactsFolderOf(const LinuxPlatformOptions& options) {
+  if (options.parts.cards) return std::nullopt;
+  return normalisedFolder(options.contactsFolder.value_or(options.folders.data / "contacts"));
+}
+
+std::shared_ptr<CardSource> makeCards(Process& process, const LinuxPlatformOptions& options) {
+  if (const auto folder = contactsFolderOf(options)) return std::make_shared<ContactFolder>(*folder);
+  return options.parts.cards(process);
+}
+
+std::shared_ptr<FavoritesFile> makeFavoritesFile(const std::shared_ptr<IndexedAddressBook>& addressBook,
+                                                 const std::optional<std::filesystem::path>& contactsFolder) {
+  return contactsFolder ? std::make_shared<FavoritesFile>(addressBook, *contactsFolder) : nullptr;
+}
+
+std::shared_ptr<SystemNotifyBus> makeNotifyBus(Process& process, const LinuxPlatformOptions& options) {
+  const auto hearing = options.noticesChanges ? NotifyFolder::Hearing::always : NotifyFolder::Hearing::whenSettling;
+  auto embedded = NotifyFolder::make(process, options.folders, logOf(process, "bus"), hearing);
+  return options.parts.notifyBus ? options.parts.notifyBus(process, std::move(embedded)) : embedded;
 }
 
 RegionSource regionSource(const std::shared_ptr<StoreRegion>& region) {
@@ -47,8 +71,7 @@ std::function<std::string(std::string_view)> canonicalDestinations(const std::sh
   };
 }
 
-std::shared_ptr<IndexedAddressBook> makeAddressBook(Process& process, const std::filesystem::path& contactsFolder,
-                                                    const LinuxPlatformOptions& options,
+std::shared_ptr<IndexedAddressBook> makeAddressBook(Process& process, const LinuxPlatformOptions& options,
                                                     const std::shared_ptr<StoreRegion>& region,
                                                     const std::shared_ptr<IdentityService>& identities) {
   IndexedAddressBookOptions result;
@@ -58,7 +81,7 @@ std::shared_ptr<IndexedAddressBook> makeAddressBook(Process& process, const std:
   result.index.progress = options.indexProgress;
   result.noticesChanges = options.noticesChanges;
   result.surnameFirst = [region] { return writesSurnameFirst(region->locale()); };
-  return IndexedAddressBook::make(process, std::make_shared<ContactFolder>(contactsFolder), std::move(result));
+  return IndexedAddressBook::make(process, makeCards(process, options), std::move(result));
 }
 
 }  // namespace
@@ -73,31 +96,36 @@ LinuxPlatformOptions embeddedOptions(const Configuration& configuration) {
 
 LinuxPlatform::LinuxPlatform(Process& process, const LinuxPlatformOptions& options)
     : _dataFolder(options.folders.data),
-      _contactsFolder(normalisedFolder(options.contactsFolder.value_or(options.folders.data / "contacts"))),
-      _preferences(makePreferences(process, options.folders)),
+      _contactsFolder(contactsFolderOf(options)),
+      _preferences(makePreferences(process, options)),
       _region(
           std::make_shared<StoreRegion>(_preferences, [region = options.region] { return proposedRegion(region); })),
       _identities(makeIdentities(process, options.folders, _region)),
-      _addressBook(makeAddressBook(process, _contactsFolder, options, _region, _identities)),
-      _favorites(std::make_shared<FavoritesFile>(_addressBook, _contactsFolder)) {
+      _addressBook(makeAddressBook(process, options, _region, _identities)),
+      _favoritesFile(makeFavoritesFile(_addressBook, _contactsFolder)) {
   installPlatform(process, assemble(process, options));
 }
 
+std::shared_ptr<FavoritesSource> LinuxPlatform::favoritesSource(Process& process) const {
+  if (_favoritesFile) return _favoritesFile;
+  return MarkedFavorites::make(process, _addressBook);
+}
+
 Platform LinuxPlatform::assemble(Process& process, const LinuxPlatformOptions& options) {
-  const UserFolders& folders = options.folders;
-  const auto hearing = options.noticesChanges ? NotifyFolder::Hearing::always : NotifyFolder::Hearing::whenSettling;
+  const LinuxParts& parts = options.parts;
   const auto text = std::make_shared<IcuText>([region = _region] { return region->locale(); });
   Platform platform;
   platform.addressBook = _addressBook;
   platform.preferences = _preferences;
-  platform.preferencesSync = std::make_shared<UnpairedDevice>();
-  platform.reachability = _identities;
+  platform.notifyBus = makeNotifyBus(process, options);
+  platform.reachability = parts.reachability ? parts.reachability(process, _identities) : _identities;
+  platform.preferencesSync =
+      parts.preferencesSync ? parts.preferencesSync(process, _preferences) : std::make_shared<UnpairedDevice>();
   platform.phoneNumbers = std::make_shared<LibPhoneNumber>(regionSource(_region));
   platform.personNames = text;
-  platform.notifyBus = NotifyFolder::make(process, folders, logOf(process, "bus"), hearing);
   platform.counters =
-      std::make_shared<PrometheusCounters>(process, folders.data / "counters.prom", logOf(process, "counters"));
-  platform.favorites = _favorites;
+      std::make_shared<PrometheusCounters>(process, _dataFolder / "counters.prom", logOf(process, "counters"));
+  platform.favorites = favoritesSource(process);
   platform.contacts = std::make_shared<IndexedContactStore>(_addressBook);
   platform.text = text;
   platform.digests = std::make_shared<NettleDigest>();

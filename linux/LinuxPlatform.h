@@ -12,13 +12,30 @@
 #include "linux/FavoritesFile.h"
 #include "linux/IdentityService.h"
 #include "linux/IndexedAddressBook.h"
-#include "linux/SQLitePreferences.h"
+#include "linux/NotifyFolder.h"
+#include "linux/SharedPreferences.h"
 #include "linux/StoreRegion.h"
 #include "linux/UserFolders.h"
 #include "platform/Platform.h"
 #include "runtime/Process.h"
 
 namespace pellor {
+
+/// Makers of parts that take the place of embedded ones. An empty one leaves the embedded part. Each is called once,
+/// while the platform is made, in this order; what is made lives as long as the process.
+struct LinuxParts {
+  std::function<std::shared_ptr<SharedPreferences>(Process&)> preferences;
+  /// Contacts that do not come from a folder bring their favorites along: those that are marked in the contacts.
+  std::function<std::shared_ptr<CardSource>(Process&)> cards;
+  /// `embedded` may serve the part or be dropped; it costs nothing until it is used.
+  std::function<std::shared_ptr<SystemNotifyBus>(Process&, std::shared_ptr<NotifyFolder> embedded)> notifyBus;
+  /// The conversions stay the embedded ones.
+  std::function<std::shared_ptr<ReachabilityService>(Process&, std::shared_ptr<ReachabilityService> conversions)>
+      reachability;
+  /// What is pushed is read from `preferences`.
+  std::function<std::shared_ptr<PreferencesSyncService>(Process&, std::shared_ptr<PreferencesStore> preferences)>
+      preferencesSync;
+};
 
 struct LinuxPlatformOptions {
   UserFolders folders = UserFolders::find();
@@ -31,6 +48,7 @@ struct LinuxPlatformOptions {
   /// Whether changes that come from outside are noticed at any time; else those of the list while the process settles,
   /// and those of the contacts by the next process. For a program that ends at once.
   bool noticesChanges = true;
+  LinuxParts parts;
 };
 
 /// What a configuration says of the embedded platform.
@@ -49,22 +67,25 @@ class LinuxPlatform {
   std::string region() const { return _region->region(); }
   std::string locale() const { return _region->locale(); }
 
-  SQLitePreferences& preferences() const { return *_preferences; }
-  FavoritesFile& favorites() const { return *_favorites; }
+  SharedPreferences& preferences() const { return *_preferences; }
+  /// Null when the contacts do not come from a folder: then the favorites are those that are marked in the contacts.
+  FavoritesFile* favoritesFile() const { return _favoritesFile.get(); }
   IndexedAddressBook& addressBook() const { return *_addressBook; }
   const std::filesystem::path& dataFolder() const { return _dataFolder; }
-  const std::filesystem::path& contactsFolder() const { return _contactsFolder; }
+  /// Absent when the contacts do not come from a folder.
+  const std::optional<std::filesystem::path>& contactsFolder() const { return _contactsFolder; }
 
  private:
   Platform assemble(Process& process, const LinuxPlatformOptions& options);
+  std::shared_ptr<FavoritesSource> favoritesSource(Process& process) const;
 
   const std::filesystem::path _dataFolder;
-  const std::filesystem::path _contactsFolder;
-  const std::shared_ptr<SQLitePreferences> _preferences;
+  const std::optional<std::filesystem::path> _contactsFolder;
+  const std::shared_ptr<SharedPreferences> _preferences;
   const std::shared_ptr<StoreRegion> _region;
   const std::shared_ptr<IdentityService> _identities;
-  std::shared_ptr<IndexedAddressBook> _addressBook;
-  std::shared_ptr<FavoritesFile> _favorites;
+  const std::shared_ptr<IndexedAddressBook> _addressBook;
+  const std::shared_ptr<FavoritesFile> _favoritesFile;
 };
 
 }  // namespace pellor
