@@ -2,18 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <memory>
-#include <semaphore>
 #include <string>
 #include <vector>
 
 #include "testing/LogCollector.h"
 #include "tests/contract/SystemNotifyBusContract.h"
 #include "tests/linux/ChildProcess.h"
+#include "tests/linux/ServedProcesses.h"
 #include "tests/linux/TemporaryFolder.h"
 
 namespace pellor {
@@ -21,64 +19,30 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Processes of this thread, each with a bus in one folder, served in turn.
+/// Processes of this thread, each with a bus in one folder.
 class Buses {
  public:
   Buses() {
-    while (_members.size() < 3) {
-      Member& member = *_members.emplace_back(std::make_unique<Member>());
-      member.process.mainQueue().setWakeHandler([this] { _work.release(); });
-      member.bus = NotifyFolder::make(member.process, folder(), LogHandle("test", "bus", _log));
-    }
+    while (_buses.size() < 3)
+      _buses.push_back(
+          NotifyFolder::make(process(static_cast<int>(_buses.size())), folder(), LogHandle("test", "bus", _log)));
   }
 
   fs::path folder() const { return _temporary / "runtime/notify"; }
   LogCollector& log() { return *_log; }
-  Process& process(int number) { return _members[static_cast<std::size_t>(number)]->process; }
-  SystemNotifyBus& bus(int number) { return *_members[static_cast<std::size_t>(number)]->bus; }
+  Process& process(int number) { return _processes.at(number); }
+  SystemNotifyBus& bus(int number) { return *_buses[static_cast<std::size_t>(number)]; }
   void breakConnection(int /*number*/) { fs::remove_all(folder().parent_path()); }
-
   template <class Condition>
   bool runUntil(Condition condition) {
-    // Only a failing test waits that long.
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (std::chrono::steady_clock::now() < end) {
-      bool isMore = false;
-      for (const auto& member : _members) {
-        const Process::Scope scope(member->process);
-        isMore = member->process.mainQueue().drain() || isMore;
-      }
-      if (condition()) return true;
-      if (!isMore) waitForWork(end);
-    }
-    return false;
+    return _processes.runUntil(condition);
   }
 
  private:
-  struct Member {
-    Process process;
-    std::shared_ptr<NotifyFolder> bus;
-    ~Member() {
-      process.mainQueue().setWakeHandler(nullptr);
-      const Process::Scope scope(process);
-      bus.reset();
-    }
-  };
-
-  /// Until a main queue has something to do or a timer of one is due.
-  void waitForWork(std::chrono::steady_clock::time_point end) {
-    double wait = std::chrono::duration<double>(end - std::chrono::steady_clock::now()).count();
-    for (const auto& member : _members) {
-      const auto deadline = member->process.mainQueue().nextDeadline();
-      if (deadline) wait = std::min(wait, *deadline - member->process.now());
-    }
-    (void)_work.try_acquire_for(std::chrono::duration<double>(wait));
-  }
-
   TemporaryFolder _temporary;
   std::shared_ptr<LogCollector> _log = std::make_shared<LogCollector>();
-  std::counting_semaphore<> _work{0};
-  std::vector<std::unique_ptr<Member>> _members;
+  ServedProcesses _processes;
+  std::vector<std::shared_ptr<NotifyFolder>> _buses;
 };
 
 INSTANTIATE_TYPED_TEST_SUITE_P(NotifyFolder, SystemNotifyBusContract, Buses);
