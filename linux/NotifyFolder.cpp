@@ -121,7 +121,12 @@ void NotifyFolder::post(std::string_view name) {
     _unposted.insert(posted);
     retryLater();
   }
-  if (_observers.isObserved(name)) deliverSoon(posted);
+  if (isObserved(name)) deliverSoon(posted);
+}
+
+void NotifyFolder::othersMayHavePosted(std::string_view name) {
+  _process.requireMainQueue("NotifyFolder::othersMayHavePosted");
+  if (isObserved(name)) deliverSoon(std::string(name));
 }
 
 /// Raises the counter of a name; whether that was possible.

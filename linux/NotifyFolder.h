@@ -59,6 +59,13 @@ class NotifyFolder final : public SystemNotifyBus,
   void removeObserver(const void* observer, std::string_view name) override;
   void post(std::string_view name) override;
 
+  Hearing hearing() const { return _hearing; }
+  /// Whether the name has an observer.
+  bool isObserved(std::string_view name) const { return _observers.isObserved(name); }
+  /// Tells the observers of the name, as a post of another process does: for a bus that hears of posts in a further
+  /// way.
+  void othersMayHavePosted(std::string_view name);
+
   /// Whether no post of another process waits to be heard. Asks the folder when it is not watched.
   bool isSettled() const override;
   bool isWritten() const override { return true; }

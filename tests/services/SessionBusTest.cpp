@@ -1,0 +1,228 @@
+#include "linux/sdbus/SessionBus.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "testing/LogCollector.h"
+#include "tests/contract/SystemNotifyBusContract.h"
+#include "tests/linux/ServedProcesses.h"
+#include "tests/linux/TemporaryFolder.h"
+#include "tests/services/Server.h"
+
+namespace pellor {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A bus daemon at a path.
+class BusDaemon {
+ public:
+  explicit BusDaemon(fs::path folder) : _folder(std::move(folder)) {
+    writeFile(_folder / "bus.conf",
+              "<!DOCTYPE busconfig PUBLIC '-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN' "
+              "'http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd'>"
+              "<busconfig><type>session</type><listen>" +
+                  address() +
+                  "</listen><auth>EXTERNAL</auth><policy context='default'><allow send_destination='*'/>"
+                  "<allow eavesdrop='true'/><allow own='*'/></policy></busconfig>");
+  }
+
+  std::string address() const { return "unix:path=" + (_folder / "bus").string(); }
+  void start() {
+    _server.emplace(Server::Options{{"dbus-daemon", "--nofork", "--config-file=" + (_folder / "bus.conf").string()},
+                                    {},
+                                    _folder / "bus.log",
+                                    ""},
+                    [this] { return isListening(_folder / "bus"); });
+  }
+  Server& server() { return *_server; }
+
+ private:
+  const fs::path _folder;
+  std::optional<Server> _server;
+};
+
+/// What the processes of a test have in common.
+enum class Common { busAndFolder, busAlone, folderAlone };
+
+/// Three processes. In a mixture the second one has no bus, and the folder in common with the others.
+template <Common common>
+class Buses {
+ public:
+  Buses() {
+    daemon.start();
+    for (int number = 0; number < 3; ++number) {
+      const bool hasBus = common != Common::folderAlone || number != 1;
+      const fs::path folder = common == Common::busAlone ? std::to_string(number) : "common";
+      _buses.push_back(make(number, temporary / folder.string(), {hasBus ? daemon.address() : NoBus, Patience}));
+    }
+  }
+
+  Process& process(int number) { return _processes.at(number); }
+  SystemNotifyBus& bus(int number) { return *_buses[static_cast<std::size_t>(number)]; }
+  std::shared_ptr<SessionBus> make(int number, const fs::path& folder, SessionBusOptions options,
+                                   NotifyFolder::Hearing hearing = NotifyFolder::Hearing::always) {
+    const LogHandle log("test", "bus", logs);
+    return std::make_shared<SessionBus>(process(number), NotifyFolder::make(process(number), folder, log, hearing), log,
+                                        std::move(options));
+  }
+  void breakConnection(int /*number*/) {
+    daemon.server().kill();
+    daemon.start();
+  }
+  template <class Condition>
+  bool runUntil(Condition condition) {
+    return _processes.runUntil(condition);
+  }
+
+  static constexpr const char* NoBus = "unix:path=/nonexistent";
+  static constexpr auto Patience = std::chrono::minutes(1);
+  TemporaryFolder temporary;
+  BusDaemon daemon{temporary.path()};
+  std::shared_ptr<LogCollector> logs = std::make_shared<LogCollector>();
+
+ private:
+  ServedProcesses _processes;
+  std::vector<std::shared_ptr<SessionBus>> _buses;
+};
+
+using Mixtures = ::testing::Types<Buses<Common::busAndFolder>, Buses<Common::busAlone>, Buses<Common::folderAlone>>;
+INSTANTIATE_TYPED_TEST_SUITE_P(SessionBus, SystemNotifyBusContract, Mixtures);
+
+constexpr const char* Away = "the session bus is away";
+constexpr const char* There = "the session bus is there";
+
+class SessionBusTest : public SystemNotifyBusContract<Buses<Common::busAlone>> {
+ protected:
+  void observe(int number, const std::string& name, int& deliveries) {
+    SystemNotifyBusContract::observe(number, &deliveries, name, [&deliveries] { ++deliveries; });
+  }
+  template <class Condition>
+  bool runUntil(Condition condition) {
+    return _buses.runUntil(condition);
+  }
+  std::size_t logged(const char* text) { return _buses.logs->count(text); }
+};
+
+TEST_F(SessionBusTest, ABusThatIsKilledAmidPostsIsReportedOnceAndWhatWasPostedMeanwhileIsHeard) {
+  int own = 0, others = 0, quiet = 0, posted = 0;
+  observe(0, "name", own);
+  observe(1, "name", others);
+  observe(1, "never posted", quiet);
+  const auto postMany = [&] {
+    for (int round = 0; round < 200; ++round, ++posted) post(0, "name");
+  };
+  postMany();
+  _buses.daemon.server().kill();
+  postMany();
+  EXPECT_TRUE(runUntil([&] { return own == posted; }));
+  EXPECT_EQ(quiet, 0);
+  _buses.daemon.start();
+  EXPECT_TRUE(runUntil([&] { return own == posted + 1 && quiet == 1; })) << "somebody may have posted";
+  EXPECT_EQ(logged(Away), 2u) << "of the two that are connected";
+  EXPECT_EQ(logged(There), 2u);
+  const int before = others;
+  post(0, "name");
+  ++posted;
+  EXPECT_TRUE(runUntil([&] { return own == posted + 1 && others > before; }));
+}
+
+TEST_F(SessionBusTest, WhatCouldNotBeSentGoesOutOnceTheBusIsThere) {
+  const fs::path place = _buses.temporary / "place";
+  const auto poster = _buses.make(0, _buses.temporary / "poster", {"unix:path=" + place.string(), _buses.Patience});
+  poster->post("name");
+  EXPECT_TRUE(_buses.process(0).settle(30)) << "a bus that is away is not waited for";
+  EXPECT_EQ(logged(Away), 1u);
+  int heard = 0;
+  observe(1, "name", heard);
+  fs::create_symlink(_buses.temporary / "bus", place);
+  EXPECT_TRUE(runUntil([&] { return heard == 1; }));
+}
+
+TEST_F(SessionBusTest, ABusThatHangsHoldsNobodyUp) {
+  const auto hasty =
+      _buses.make(0, _buses.temporary / "hasty", {_buses.daemon.address(), std::chrono::milliseconds(1)});
+  _buses.daemon.server().sendSignal(SIGSTOP);
+  int heard = 0;
+  hasty->addObserver(
+      &heard, [&] { ++heard; }, "name");
+  hasty->post("name");
+  EXPECT_TRUE(_buses.process(0).settle(30));
+  EXPECT_EQ(heard, 1);
+  EXPECT_EQ(logged(Away), 1u);
+  EXPECT_EQ(SessionBus::report({_buses.daemon.address(), std::chrono::milliseconds(1)}).state,
+            ServiceReport::State::fails);
+  _buses.daemon.server().sendSignal(SIGCONT);
+  const ServiceReport report = SessionBus::report({_buses.daemon.address(), _buses.Patience});
+  EXPECT_EQ(report.state, ServiceReport::State::works) << report.detail;
+}
+
+TEST_F(SessionBusTest, AShortProgramIsNotSettledBeforeItsPostsAreOnTheBus) {
+  int heard = 0;
+  observe(1, "name/with 'everything'\\\n\xFF", heard);
+  {
+    Process shortLived;
+    const Process::Scope scope(shortLived);
+    const LogHandle log("test", "bus", _buses.logs);
+    SessionBus bus(shortLived,
+                   NotifyFolder::make(shortLived, _buses.temporary / "short", log, NotifyFolder::Hearing::whenSettling),
+                   log, {_buses.daemon.address(), _buses.Patience});
+    bus.post("name/with 'everything'\\\n\xFF");
+    EXPECT_TRUE(shortLived.settle(30));
+  }
+  EXPECT_TRUE(runUntil([&] { return heard == 1; }));
+}
+
+TEST_F(SessionBusTest, TheSignalIsThatOfTheInterface) {
+  int heard = 0;
+  observe(0, "org.tapnote.changed", heard);
+  const auto send = [&](const std::string& argument) {
+    runTool({{"dbus-send", "--bus=" + _buses.daemon.address(), "--type=signal", "/org/tapnote/Pellor/Notify1",
+              "org.tapnote.Pellor.Notify1.Posted", argument},
+             {},
+             _buses.temporary / "dbus-send.log",
+             ""});
+  };
+  send("int32:1");
+  send("string:org.tapnote");
+  send("string:org.tapnote.changed");
+  EXPECT_TRUE(runUntil([&] { return heard >= 1; }));
+  flush(0);
+  EXPECT_EQ(heard, 1);
+}
+
+TEST_F(SessionBusTest, WithoutABusTheFolderServesAloneAndTheLogSaysSoOnce) {
+  const auto alone = _buses.make(0, _buses.temporary / "alone", {_buses.NoBus, _buses.Patience});
+  int heard = 0;
+  alone->addObserver(
+      &heard, [&] { ++heard; }, "name");
+  alone->post("name");
+  EXPECT_TRUE(_buses.process(0).settle(30));
+  EXPECT_EQ(heard, 1);
+  EXPECT_EQ(logged(Away), 1u);
+  EXPECT_EQ(SessionBus::report({_buses.NoBus, _buses.Patience}).state, ServiceReport::State::fails);
+}
+
+TEST(SessionBusAddressTest, IsThatOfTheVariableElseTheSocketOfTheLogin) {
+  const auto addressWith = [](const char* variable, const char* folder) {
+    return SessionBusOptions::addressOfUser([=](const char* name) -> std::optional<std::string> {
+      const char* value = std::string_view(name) == "XDG_RUNTIME_DIR" ? folder : variable;
+      return value ? std::optional<std::string>(value) : std::nullopt;
+    });
+  };
+  EXPECT_EQ(addressWith("unix:path=/a", "/run/user/1"), "unix:path=/a");
+  EXPECT_EQ(addressWith("", "/run/user/1,=\xC3\xA4"), "unix:path=/run/user/1%2c%3d%c3%a4/bus");
+  EXPECT_EQ(addressWith(nullptr, nullptr), "unix:path=/run/user/" + std::to_string(::getuid()) + "/bus");
+}
+
+}  // namespace
+}  // namespace pellor
