@@ -59,6 +59,20 @@ icu::BreakIterator* clustersOf(const icu::UnicodeString& text) {
   return clusters.get();
 }
 
+// Whether nothing joins the character to another one that stands alone: most letters and signs of all scripts.
+bool standsAlone(UChar32 character) {
+  return u_getIntPropertyValue(character, UCHAR_GRAPHEME_CLUSTER_BREAK) == U_GCB_OTHER;
+}
+
+// Of the cluster that begins there, mostly told without an iterator.
+std::int32_t endOfCluster(const icu::UnicodeString& text, std::int32_t start) {
+  const std::int32_t next = text.moveIndex32(start, 1);
+  const bool isLast = next == text.length();
+  if (standsAlone(text.char32At(start)) && (isLast || standsAlone(text.char32At(next)))) return next;
+  icu::BreakIterator* const clusters = clustersOf(text);
+  return clusters ? clusters->following(start) : next;
+}
+
 struct Initial {
   std::string text;           ///< empty when the name holds no letter
   bool isAbbreviated = true;  ///< whether the script of that letter abbreviates names
@@ -93,8 +107,7 @@ Initial initialOf(const std::optional<std::string>& part) {
   const icu::UnicodeString name = unicode(*part);
   const std::int32_t start = indexOfFirstLetter(name);
   if (start == name.length()) return {};
-  icu::BreakIterator* const clusters = clustersOf(name);
-  const std::int32_t end = clusters ? clusters->following(start) : name.moveIndex32(start, 1);
+  const std::int32_t end = endOfCluster(name, start);
   Initial initial;
   name.tempSubStringBetween(start, end).toUTF8String(initial.text);
   initial.isAbbreviated = isAbbreviated(scriptOf(name.char32At(start)));
@@ -106,17 +119,6 @@ bool isPlain(UChar32 character) {
   constexpr UChar32 softHyphen = 0xAD, firstMark = 0x300;
   return (character >= ' ' && character <= '~') ||
          (character >= 0xA0 && character < firstMark && character != softHyphen);
-}
-
-/// The width of a text of plain characters, one column each; absent for any other text.
-std::optional<std::size_t> plainWidth(std::string_view text) {
-  std::size_t width = 0;
-  const auto isOther = [&width](UChar32 character) {
-    ++width;
-    return !isPlain(character);
-  };
-  if (anyCharacter(text, isOther)) return std::nullopt;
-  return width;
 }
 
 // Of a locale such as "de_DE", whose language stands there. For any other the library is asked, which then loads the
@@ -136,6 +138,18 @@ std::size_t widthOfCharacter(UChar32 character) {
   const auto width = u_getIntPropertyValue(character, UCHAR_EAST_ASIAN_WIDTH);
   const bool isWide = width == U_EA_FULLWIDTH || width == U_EA_WIDE;
   return isWide || u_hasBinaryProperty(character, UCHAR_EMOJI_PRESENTATION) ? 2 : 1;
+}
+
+/// The width of a text whose characters all stand alone; absent for any other text.
+std::optional<std::size_t> widthOfLoneCharacters(std::string_view text) {
+  std::size_t width = 0;
+  const auto joins = [&width](UChar32 character) {
+    const bool plain = isPlain(character);
+    width += plain ? 1 : widthOfCharacter(character);
+    return !plain && !standsAlone(character);
+  };
+  if (anyCharacter(text, joins)) return std::nullopt;
+  return width;
 }
 
 std::size_t widthOfCluster(const icu::UnicodeString& text, std::int32_t start, std::int32_t end) {
@@ -211,7 +225,7 @@ bool writesSurnameFirst(const std::string& locale) {
 }
 
 std::size_t displayWidth(std::string_view text) {
-  if (const auto width = plainWidth(text)) return *width;
+  if (const auto width = widthOfLoneCharacters(text)) return *width;
   const icu::UnicodeString content = unicode(text);
   icu::BreakIterator* const clusters = clustersOf(content);
   if (!clusters) return static_cast<std::size_t>(content.countChar32());
