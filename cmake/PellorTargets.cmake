@@ -29,6 +29,9 @@ function(pellor_library target name)
   add_library(${target} STATIC)
   add_library(pellor::${name} ALIAS ${target})
   set_target_properties(${target} PROPERTIES EXPORT_NAME ${name} POSITION_INDEPENDENT_CODE ON)
+  # Nobody puts functions of their own in place of single ones of ours: they may be inlined in each other, also in code
+  # that can become part of a shared object.
+  target_compile_options(${target} PRIVATE $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-fno-semantic-interposition>)
   pellor_compile_settings(${target})
 endfunction()
 
