@@ -74,6 +74,21 @@ class PLBucketTable {
     }
     return {};
   }
+  /// The first entry with the number under the hash for which `matches(address)` is true.
+  template <class Matches>
+  Cursor findNumber(std::uint32_t hash, std::uint32_t number, const Matches& matches) const {
+    std::size_t index = home(hash);
+    for (std::size_t step = 0; step < _bucketCount; ++step, index = following(index)) {
+      Bucket& bucket = _buckets[index];
+      for (unsigned place = 0; place < kPlaces; ++place) {
+        if (bucket.numbers[place] == number && bucket.addresses[place] != 0 && matches(bucket.addresses[place])) {
+          return {bucket, place};
+        }
+      }
+      if (bucket.passed == 0) break;
+    }
+    return {};
+  }
 
   void insert(std::uintptr_t address, std::uint32_t number) {
     if (_size == capacity()) resize(_bucketCount + _bucketCount / 2 + 1);

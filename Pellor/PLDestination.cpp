@@ -135,6 +135,16 @@ std::optional<std::string> plMessageCanonicalRawAddress(std::string_view destina
   return canonicalRawAddress(destination, kindOf(destination));
 }
 
+std::optional<std::string_view> plSanitizedDestination(std::string_view destination, std::string& room) {
+  const Kind kind = kindOf(destination);
+  if (kind.type == PLMessageDestinationTypeUnknown) return std::nullopt;
+  if (kind.type == PLMessageDestinationTypeEmail && isRawAddress(kind)) return destination;
+  auto canonical = canonicalRawAddress(destination, kind);
+  if (!canonical) return std::nullopt;
+  room = *std::move(canonical);
+  return room;
+}
+
 DestinationSet plSanitizedDestinationSet(std::span<const Value> values) {
   DestinationSet sanitized;
   for (const Value& value : values) {

@@ -52,6 +52,10 @@ std::string plMessageRawAddress(std::string_view destination);
 /// the service has no identifier for.
 std::optional<std::string> plMessageCanonicalRawAddress(std::string_view destination);
 
+/// The canonical raw form of a phone number or an e-mail address, seen in `destination` where that is its own form at
+/// first sight, else in `room`. Absent for a text of unknown type, and for a phone number without one.
+std::optional<std::string_view> plSanitizedDestination(std::string_view destination, std::string& room);
+
 /// The canonical raw forms of the members that are phone numbers or e-mail addresses. Equal forms merge; members that
 /// are no strings or of unknown type are left out; the result may be empty. The identity service must have an
 /// identifier for every phone number: a missing one ends the program.

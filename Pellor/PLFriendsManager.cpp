@@ -999,8 +999,8 @@ void PLFriendsManager::_storeSourcedPerson(const std::shared_ptr<PLPerson>& pers
 }
 
 std::shared_ptr<PLPerson> PLFriendsManager::_personUnder(const std::string& destination) const {
-  if (plMessageDestinationType(destination) == PLMessageDestinationTypeUnknown) return nullptr;
-  const auto canonical = plMessageCanonicalRawAddress(destination);
+  std::string room;
+  const auto canonical = plSanitizedDestination(destination, room);
   return canonical ? _identifiersToPersonMap.personFor(*canonical) : nullptr;
 }
 

@@ -68,6 +68,7 @@ class PLPersonIndex : private PLPersonIdentityObserver {
   template <class Visit>
   void forEachWithIdentifier(std::string_view identifier, const Visit& visit) const {
     const std::uint32_t hash = identifierHash(identifier);
+    _byDestination.prefetch(hash);
     _byGUID.forEach(identifier, hash, visit);
     _byDestination.forEach(identifier, hash, visit);
   }

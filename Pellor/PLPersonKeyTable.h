@@ -78,8 +78,7 @@ class PLPersonKeyTable {
   List& listAt(std::uintptr_t address) { return _lists[address >> 1]; }
 
   typename Table::Cursor find(std::string_view identifier, std::uint32_t hash) const {
-    return _table.find(hash, [&](std::uintptr_t address, std::uint32_t number) {
-      if (number != hash) return false;
+    return _table.findNumber(hash, hash, [&](std::uintptr_t address) {
       return HasIdentifier(isList(address) ? *_lists[address >> 1].front() : personAt(address), identifier);
     });
   }

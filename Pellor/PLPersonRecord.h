@@ -36,7 +36,7 @@ class PLPersonRecord {
   std::int32_t recordID() const { return header()._abRecordID; }
   std::optional<std::string_view> text(Text which) const;
   /// The GUID; empty also when there is none: both identify nobody.
-  std::string_view identifyingGUID() const { return text(_abRecordGUID).value_or(std::string_view()); }
+  std::string_view identifyingGUID() const { return part(_abRecordGUID); }
 
   /// Whether the destinations were ever set, be it to none.
   bool hasDestinations() const { return header().hasDestinations; }
