@@ -80,7 +80,7 @@ std::string IdentityService::normalizedNumber(std::string_view number) {
 }
 
 CanonicalFormStore& IdentityService::forms() {
-  const std::string region = _region();
+  const std::string& region = _region();
   CanonicalFormStore* const last = _forms.load(std::memory_order_acquire);
   return last && last->region() == region ? *last : formsOf(region);
 }

@@ -6,13 +6,26 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 
 #include "platform/PhoneNumberFormatter.h"
 
 namespace pellor {
 
-/// Gives the region of the store, two upper-case letters. Called on any thread.
-using RegionSource = std::function<std::string()>;
+/// Gives the region of the store, two upper-case letters, for each number anew. Called on any thread.
+class RegionSource {
+ public:
+  /// `source` gives a reference, to a text that stays as long as the source.
+  template <class Source>
+    requires std::is_same_v<std::invoke_result_t<Source&>, const std::string&>
+  RegionSource(Source source) : _source(std::move(source)) {}
+
+  const std::string& operator()() const { return _source(); }
+
+ private:
+  std::function<const std::string&()> _source;
+};
 
 /// Whether numbers of that region ("DE") can be read. Any thread.
 bool isPhoneNumberRegion(std::string_view region);

@@ -48,7 +48,7 @@ std::shared_ptr<SystemNotifyBus> makeNotifyBus(Process& process, const LinuxPlat
 }
 
 RegionSource regionSource(const std::shared_ptr<StoreRegion>& region) {
-  return [region] { return region->region(); };
+  return [region]() -> const std::string& { return region->region(); };
 }
 
 // What is new while a list is loaded is written together, when the main queue is done with the load.

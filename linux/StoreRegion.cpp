@@ -67,9 +67,9 @@ StoreRegion::StoreRegion(std::shared_ptr<SharedPreferences> store, Proposal prop
   current();
 }
 
-std::string StoreRegion::region() { return current().region; }
+const std::string& StoreRegion::region() { return current().region; }
 
-std::string StoreRegion::locale() { return current().locale; }
+const std::string& StoreRegion::locale() { return current().locale; }
 
 bool StoreRegion::change(PreferencesStore& store, const RegionAndLocale& regionAndLocale) {
   for (const auto& [key, value] : dictionaryOf(regionAndLocale)) store.setValue(key, value, Domain);

@@ -40,9 +40,9 @@ class StoreRegion {
 
   StoreRegion(std::shared_ptr<SharedPreferences> store, Proposal proposal);
 
-  /// While the store cannot be read these give the proposal and ask the store again each time.
-  std::string region();
-  std::string locale();
+  /// While the store cannot be read these give the proposal and ask the store again each time. The texts stay.
+  const std::string& region();
+  const std::string& locale();
 
   /// Writes another region and locale for all processes that start from now on; true when they are on the disk. This
   /// object keeps its own. The list is rewritten in the new canonical forms as the processes save.

@@ -52,7 +52,7 @@ struct KeptFormsTest : testing::Test {
 
   std::unique_ptr<IdentityService> startIn(const std::filesystem::path& place) const {
     return std::make_unique<IdentityService>(
-        [this] { return region; },
+        [this]() -> const std::string& { return region; },
         CanonicalFormFolder{place, LogHandle("test", "numbers", log), [](const Task& task) { task(); }});
   }
   /// Has those numbers converted by a new process; how often it called the phone library.

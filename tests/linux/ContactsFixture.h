@@ -44,7 +44,7 @@ struct ContactsFixture {
     options.dataFolder = data;
     options.canonicalForm = [this] { return region; };
     options.canonicalDestination = [this](std::string_view destination) {
-      IdentityService service([this] { return region; });
+      IdentityService service([this]() -> const std::string& { return region; });
       if (destination.find('@') != std::string_view::npos) return std::string(destination);
       return service.rawAddressForDestination(service.identifierForPhoneNumber(destination).value_or(""));
     };

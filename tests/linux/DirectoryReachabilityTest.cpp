@@ -27,7 +27,7 @@ using enum DestinationStatus;
 using Identifiers = std::set<std::string>;
 
 std::shared_ptr<ReachabilityService> conversions(const std::string& region = "DE") {
-  return std::make_shared<IdentityService>([region] { return region; });
+  return std::make_shared<IdentityService>([region]() -> const std::string& { return region; });
 }
 
 /// A directory that answers when it is let to.

@@ -12,7 +12,7 @@ namespace pellor {
 namespace {
 
 RegionSource in(std::string region) {
-  return [region] { return region; };
+  return [region]() -> const std::string& { return region; };
 }
 
 TEST(PhoneNumberTest, SpellingsOfOneNumberHaveOneCanonicalForm) {

@@ -14,7 +14,7 @@
 namespace pellor {
 
 inline std::shared_ptr<ReachabilityService> conversionsIn(const std::string& region) {
-  return std::make_shared<IdentityService>([region] { return region; });
+  return std::make_shared<IdentityService>([region]() -> const std::string& { return region; });
 }
 
 /// `Directory` is made of options that lead nowhere.
