@@ -34,11 +34,11 @@ const char* nameOf(State state) {
   return "unused";
 }
 
-std::vector<PartReport> examine(const Configuration& configuration) {
+std::vector<PartReport> examine(Process& process, const Configuration& configuration) {
   std::vector<PartReport> reports;
   for (const std::string_view part : configurationParts()) {
     const std::string chosen = *configuration.text(part);
-    reports.push_back({std::string(part), chosen, reportOn(part, configuration)});
+    reports.push_back({std::string(part), chosen, reportOn(process, part, configuration)});
   }
   return reports;
 }
@@ -66,7 +66,7 @@ Json jsonOf(const std::vector<PartReport>& reports) {
 }
 
 void doctor(Session& session) {
-  const auto reports = examine(session.options().configuration);
+  const auto reports = examine(session.process(), session.options().configuration);
   const auto text = [&] {
     std::string all;
     for (const PartReport& part : reports) all += textOf(part);

@@ -48,7 +48,7 @@ LinuxPlatformOptions platformOptionsFor(const Configuration& configuration) { re
 
 std::shared_ptr<LogSink> logSinkFor(const Configuration&) { return nullptr; }
 
-ServiceReport reportOn(std::string_view part, const Configuration& configuration) {
+ServiceReport reportOn(Process&, std::string_view part, const Configuration& configuration) {
   if (const auto report = reportOnEmbedded(part, configuration)) return *report;
   return ServiceReport::failing("this program has no adapter for it",
                                 "build Pellor with its adapters, or choose another one");

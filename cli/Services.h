@@ -25,7 +25,7 @@ LinuxPlatformOptions platformOptionsFor(const Configuration& configuration);
 /// Where the log goes; null: nowhere.
 std::shared_ptr<LogSink> logSinkFor(const Configuration& configuration);
 
-/// How a part (see configurationParts) is.
-ServiceReport reportOn(std::string_view part, const Configuration& configuration);
+/// How a part (see configurationParts) is. In a process without a platform.
+ServiceReport reportOn(Process& process, std::string_view part, const Configuration& configuration);
 
 }  // namespace pellor::cli

@@ -26,11 +26,34 @@ constexpr std::array Keys = {
     ConfigurationKey{"service", Kind::text, "", "", "the messaging service that tells who is reachable"},
     ConfigurationKey{"address-book", Kind::choice, "vdir", "vdir eds", "where the contacts are"},
     ConfigurationKey{"store", Kind::choice, "sqlite", "sqlite postgresql", "where the list is kept"},
-    ConfigurationKey{"bus", Kind::choice, "folder", "folder session postgresql", "how programs hear of each other"},
+    ConfigurationKey{"bus", Kind::choice, "folder", "folder session postgresql",
+                     "how programs hear of each other; unset, with store = \"postgresql\": by that too"},
     ConfigurationKey{"log", Kind::choice, "none", "none journal", "where the log goes"},
     ConfigurationKey{"reachability", Kind::choice, "none", "none matrix ldap",
                      "who tells whether somebody is reachable"},
     ConfigurationKey{"paired-device", Kind::choice, "none", "none mqtt", "how changes get to the paired device"},
+    ConfigurationKey{"eds.source", Kind::text, "", "", "the UID of the address book; unset: the default one"},
+    ConfigurationKey{"eds.wait", Kind::seconds, "2", "", "how long the first look at the contacts waits for an answer"},
+    ConfigurationKey{"postgresql.connection", Kind::text, "", "", "\"host=... dbname=... user=...\", or a URI"},
+    ConfigurationKey{"session-bus.address", Kind::text, "", "", "the address of the bus; unset: the user's own"},
+    ConfigurationKey{"journal.debug", Kind::flag, "false", "",
+                     "whether names and numbers go there too, as debug entries"},
+    ConfigurationKey{"matrix.url", Kind::text, "", "", "the identity service: https://id.example.org"},
+    ConfigurationKey{"matrix.token-file", Kind::path, "", "", "a file with the access token of your account there"},
+    ConfigurationKey{"matrix.ca-file", Kind::path, "", "", "authorities to trust in place of the system's, in PEM"},
+    ConfigurationKey{"matrix.plain-http", Kind::flag, "false", "", "whether to speak http to other machines"},
+    ConfigurationKey{"matrix.plain-addresses", Kind::flag, "false", "",
+                     "whether to send addresses that are not hashed"},
+    ConfigurationKey{"ldap.url", Kind::text, "", "", "the directory: ldaps://ldap.example.org"},
+    ConfigurationKey{"ldap.base", Kind::text, "", "", "where people are: ou=people,dc=example,dc=org"},
+    ConfigurationKey{"ldap.bind-name", Kind::text, "", "", "as whom to log in; unset: as nobody"},
+    ConfigurationKey{"ldap.password-file", Kind::path, "", "", "a file with the password of that name"},
+    ConfigurationKey{"ldap.start-tls", Kind::flag, "false", "", "whether a connection of ldap: is to be encrypted"},
+    ConfigurationKey{"ldap.plain", Kind::flag, "false", "", "whether to speak ldap: to other machines without that"},
+    ConfigurationKey{"ldap.ca-file", Kind::path, "", "", "authorities to trust in place of the system's, in PEM"},
+    ConfigurationKey{"ldap.condition", Kind::text, "", "", "what else entries have to meet: (objectClass=person)"},
+    ConfigurationKey{"ldap.email-attributes", Kind::text, "mail", "", "where addresses are, separated by spaces"},
+    ConfigurationKey{"ldap.phone-attributes", Kind::text, "telephoneNumber mobile", "", "the same for numbers"},
 };
 
 constexpr std::array<std::string_view, 6> Parts = {"address-book", "store",        "bus",
@@ -220,6 +243,8 @@ bool Configuration::isSet(std::string_view name) const { return _values.contains
 std::optional<std::string> Configuration::text(std::string_view name) const {
   const ConfigurationKey& key = knownKey(name);
   if (const auto set = _values.find(key.name); set != _values.end()) return set->second;
+  // Programs of other machines are heard by nothing else.
+  if (key.name == "bus" && text("store") == "postgresql") return "postgresql";
   if (key.unset.empty()) return std::nullopt;
   return std::string(key.unset);
 }
@@ -238,8 +263,10 @@ double Configuration::seconds(std::string_view name) const {
 
 bool Configuration::flag(std::string_view name) const { return text(name) == "true"; }
 
+bool Configuration::choosesService(std::string_view part) const { return text(part) != knownKey(part).unset; }
+
 bool Configuration::choosesServices() const {
-  return std::ranges::any_of(Parts, [this](std::string_view part) { return text(part) != knownKey(part).unset; });
+  return std::ranges::any_of(Parts, [this](std::string_view part) { return choosesService(part); });
 }
 
 }  // namespace pellor

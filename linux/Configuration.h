@@ -70,7 +70,8 @@ class Configuration {
   double seconds(std::string_view name) const;
   bool flag(std::string_view name) const;
 
-  /// Whether a part is chosen that is not one of the embedded platform's.
+  /// Whether another one than the embedded platform's is chosen for that one of configurationParts, or for any.
+  bool choosesService(std::string_view part) const;
   bool choosesServices() const;
 
  private:

@@ -47,7 +47,8 @@ std::string readErrorOf(const UserFolders& folders) {
 ServiceReport reportOnContactsFolder(const fs::path& contactsFolder) {
   const std::string folder = normalisedFolder(contactsFolder).string();
   try {
-    return ServiceReport::working(folder + ": " + counted(ContactFolder(contactsFolder).list().size(), "card", "cards"));
+    return ServiceReport::working(folder + ": " +
+                                  counted(ContactFolder(contactsFolder).list().size(), "card", "cards"));
   } catch (const CardSourceError& error) {
     return ServiceReport::failing(error.what(), error.remedy() == CardSourceError::Remedy::toldOf
                                                     ? "put vCard files there, or name another folder (contacts)"

@@ -47,6 +47,11 @@ std::shared_ptr<SystemNotifyBus> makeNotifyBus(Process& process, const LinuxPlat
   return options.parts.notifyBus ? options.parts.notifyBus(process, std::move(embedded)) : embedded;
 }
 
+std::shared_ptr<PreferencesSyncService> makePreferencesSync(Process& process, const LinuxPlatformOptions& options) {
+  if (!options.parts.preferencesSync) return std::make_shared<UnpairedDevice>();
+  return options.parts.preferencesSync(process, makePreferences(process, options));
+}
+
 RegionSource regionSource(const std::shared_ptr<StoreRegion>& region) {
   return [region]() -> const std::string& { return region->region(); };
 }
@@ -119,8 +124,7 @@ Platform LinuxPlatform::assemble(Process& process, const LinuxPlatformOptions& o
   platform.preferences = _preferences;
   platform.notifyBus = makeNotifyBus(process, options);
   platform.reachability = parts.reachability ? parts.reachability(process, _identities) : _identities;
-  platform.preferencesSync =
-      parts.preferencesSync ? parts.preferencesSync(process, _preferences) : std::make_shared<UnpairedDevice>();
+  platform.preferencesSync = makePreferencesSync(process, options);
   platform.phoneNumbers = std::make_shared<LibPhoneNumber>(regionSource(_region));
   platform.personNames = text;
   platform.counters =

@@ -32,8 +32,8 @@ struct LinuxParts {
   /// The conversions stay the embedded ones.
   std::function<std::shared_ptr<ReachabilityService>(Process&, std::shared_ptr<ReachabilityService> conversions)>
       reachability;
-  /// What is pushed is read from `preferences`.
-  std::function<std::shared_ptr<PreferencesSyncService>(Process&, std::shared_ptr<PreferencesStore> preferences)>
+  /// `store` is the process's store opened once more, for this part alone.
+  std::function<std::shared_ptr<PreferencesSyncService>(Process&, std::shared_ptr<PreferencesStore> store)>
       preferencesSync;
 };
 

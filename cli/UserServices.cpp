@@ -1,0 +1,32 @@
+// `pellor-services`: with the adapters for the user's own services.
+
+#include "linux/services/UserServices.h"
+
+#include "cli/CommandError.h"
+#include "cli/Services.h"
+
+namespace pellor::cli {
+
+void chooseProgram(const CommandLine&, char**) {}
+
+LinuxPlatformOptions platformOptionsFor(const Configuration& configuration) {
+  try {
+    return servicesOptions(configuration);
+  } catch (const ConfigurationError& error) {
+    throw UsageError(error.what());
+  }
+}
+
+std::shared_ptr<LogSink> logSinkFor(const Configuration& configuration) {
+  try {
+    return logSinkOf(configuration, nullptr);
+  } catch (const ConfigurationError& error) {
+    throw UsageError(error.what());
+  }
+}
+
+ServiceReport reportOn(Process& process, std::string_view part, const Configuration& configuration) {
+  return reportOnPart(process, part, configuration);
+}
+
+}  // namespace pellor::cli

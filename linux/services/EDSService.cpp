@@ -1,0 +1,29 @@
+// address-book = "eds"
+
+#include "linux/eds/EDSContacts.h"
+#include "linux/services/BuiltAdapters.h"
+
+namespace pellor {
+namespace {
+
+constexpr double ReportWait = 5;
+
+EDSContactsOptions optionsOf(const Configuration& configuration) {
+  return {configuration.text("eds.source"), configuration.seconds("eds.wait")};
+}
+
+void choose(const Configuration& configuration, LinuxPlatformOptions& options) {
+  options.parts.cards = [contacts = optionsOf(configuration)](Process&) {
+    return std::make_shared<EDSContacts>(contacts);
+  };
+}
+
+ServiceReport report(Process&, const Configuration& configuration) {
+  return EDSContacts(optionsOf(configuration)).report(ReportWait);
+}
+
+}  // namespace
+
+ServiceAdapters edsAdapters() { return {{"address-book", "eds", choose, report, {}}}; }
+
+}  // namespace pellor

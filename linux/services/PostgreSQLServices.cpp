@@ -1,0 +1,54 @@
+// store = "postgresql", bus = "postgresql"
+
+#include "linux/postgresql/PostgreSQLBus.h"
+#include "linux/postgresql/PostgreSQLPreferences.h"
+#include "linux/postgresql/PostgreSQLService.h"
+#include "linux/services/BuiltAdapters.h"
+
+namespace pellor {
+namespace {
+
+/// The connection that the parts of a process share.
+struct SharedConnection {
+  std::shared_ptr<PostgreSQLService> service;
+};
+
+PostgreSQLOptions optionsOf(const Configuration& configuration) {
+  PostgreSQLOptions options;
+  options.connection = requiredText(configuration, "postgresql.connection", "postgresql");
+  return options;
+}
+
+std::shared_ptr<PostgreSQLService> serviceOf(Process& process, const PostgreSQLOptions& options) {
+  auto& shared = process.local<SharedConnection>();
+  if (!shared.service)
+    shared.service = std::make_shared<PostgreSQLService>(process, options, serviceLog(process, "postgresql"));
+  return shared.service;
+}
+
+void chooseStore(const Configuration& configuration, LinuxPlatformOptions& options) {
+  const auto defaultsFile = options.folders.config / "defaults.json";
+  options.parts.preferences = [postgresql = optionsOf(configuration), defaultsFile](Process& process) {
+    return std::make_shared<PostgreSQLPreferences>(serviceOf(process, postgresql), defaultsFile,
+                                                   serviceLog(process, "preferences"));
+  };
+}
+
+void chooseBus(const Configuration& configuration, LinuxPlatformOptions& options) {
+  options.parts.notifyBus = [postgresql = optionsOf(configuration)](Process& process,
+                                                                    const std::shared_ptr<NotifyFolder>&) {
+    return PostgreSQLBus::make(process, serviceOf(process, postgresql));
+  };
+}
+
+ServiceReport report(Process& process, const Configuration& configuration) {
+  return serviceOf(process, optionsOf(configuration))->report();
+}
+
+}  // namespace
+
+ServiceAdapters postgresqlAdapters() {
+  return {{"store", "postgresql", chooseStore, report, {}}, {"bus", "postgresql", chooseBus, report, {}}};
+}
+
+}  // namespace pellor
