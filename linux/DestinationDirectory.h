@@ -11,7 +11,7 @@
 namespace pellor {
 
 /// Asked by one thread, one question at a time; only `cancel` and `name` may be called beside. Calls block until the
-/// directory has answered, or it is clear that it does not: at most 12 seconds.
+/// directory has answered, or it is clear that it does not: about 12 seconds at most.
 class DestinationDirectory {
  public:
   struct Answer {

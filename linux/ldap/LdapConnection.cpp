@@ -87,6 +87,7 @@ int LdapConnection::bind(const std::string& name, const std::string& password, T
 LdapConnection::Result LdapConnection::search(const Search& search, Time end) {
   Result result;
   std::vector<char*> attributes;
+  attributes.reserve(search.attributes.size() + 1);
   for (const std::string& attribute : search.attributes) attributes.push_back(const_cast<char*>(attribute.c_str()));
   attributes.push_back(nullptr);
   const auto whole = duration_cast<std::chrono::seconds>(timeUntil(end)).count();

@@ -111,6 +111,7 @@ class LdapDirectory::Searches {
   Answer lookUp(const std::set<std::string>& identifiers) {
     const BlockedBrokenPipe quiet;
     std::vector<Wanted> wanted;
+    wanted.reserve(identifiers.size());
     for (const std::string& identifier : identifiers) wanted.push_back(wantedOf(identifier));
     const bool wasOpen = _connection != nullptr;
     Answer answer = searchAll(wanted);

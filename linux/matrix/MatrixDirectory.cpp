@@ -43,7 +43,7 @@ std::string textIn(const Json& object, const char* name) {
 }
 
 milliseconds millisecondsIn(const Json& object, const char* name) {
-  constexpr std::uint64_t longest = 24 * 60 * 60 * 1000;
+  constexpr std::uint64_t longest = 86'400'000;
   const auto found = object.find(name);
   if (found == object.end() || !found->is_number_unsigned()) return milliseconds(0);
   return milliseconds(std::min(found->get<std::uint64_t>(), longest));
