@@ -15,7 +15,7 @@
 #include "runtime/ThreadSafety.h"
 #include "testing/LogCollector.h"
 #include "tests/contract/ReachabilityServiceContract.h"
-#include "tests/linux/RealTime.h"
+#include "tests/linux/ServedProcesses.h"
 
 namespace pellor {
 namespace {
@@ -82,25 +82,24 @@ class HeldDirectory final : public DestinationDirectory {
 /// The service with such a directory, at a time of its own.
 class Queries {
  public:
-  Process& process() { return _process; }
+  Process& process() { return _processes.at(0); }
   DirectoryReachability& service() { return *_service; }
   HeldDirectory& directory() { return *_directory; }
   LogCollector& log() { return *_log; }
   template <class Condition>
   bool runUntil(Condition condition) {
-    return _time.runUntil(condition);
+    return _processes.runUntil(condition);
   }
   void advance(std::chrono::milliseconds time) { _now = _now.load() + time; }
   void end() { _service.reset(); }
 
  private:
-  Process _process;
-  RealTime _time{_process};
+  ServedProcesses _processes;
   std::shared_ptr<LogCollector> _log = std::make_shared<LogCollector>();
   std::atomic<std::chrono::milliseconds> _now{};
   HeldDirectory* _directory = new HeldDirectory;
   std::unique_ptr<DirectoryReachability> _service = std::make_unique<DirectoryReachability>(
-      _process, conversions(), std::unique_ptr<DestinationDirectory>(_directory), LogHandle("test", "reach", _log),
+      process(), conversions(), std::unique_ptr<DestinationDirectory>(_directory), LogHandle("test", "reach", _log),
       [this] { return std::chrono::steady_clock::time_point(_now.load()); });
 };
 

@@ -9,7 +9,7 @@
 #include "linux/IdentityService.h"
 #include "runtime/Process.h"
 #include "tests/contract/ReachabilityServiceContract.h"
-#include "tests/linux/RealTime.h"
+#include "tests/linux/ServedProcesses.h"
 
 namespace pellor {
 
@@ -32,18 +32,17 @@ struct DirectoryConversions {
 template <class World>
 class DirectoryQueries {
  public:
-  Process& process() { return _process; }
+  Process& process() { return _processes.at(0); }
   ReachabilityService& service() { return _service; }
   template <class Condition>
   bool runUntil(Condition condition) {
-    return _time.runUntil(condition);
+    return _processes.runUntil(condition);
   }
 
  private:
-  Process _process;
-  RealTime _time{_process};
+  ServedProcesses _processes;
   World _world;
-  DirectoryReachability _service{_process, conversionsIn("DE"), _world.directory(),
+  DirectoryReachability _service{process(), conversionsIn("DE"), _world.directory(),
                                  LogHandle("test", "reach", nullptr)};
 };
 
