@@ -81,7 +81,8 @@ bool PLPerson::_updateFromDictionaryRepresentationShouldLogUpdates(PLPersonForm&
   changed |= _adopt(PLPersonRecord::_name, stored(PLPersonRecord::_name), report,
                     "%@ is being marked as updated due to name: '%@' -> '%@'");
   // The primary destination is kept, whatever the destinations are now: the user has seen the friend under it.
-  const bool isOtherSet = _adoptAllValues({content.destinations->begin(), content.destinations->end()}, report,
+  const bool isOtherSet = !_record.hasDestinations(*content.destinations) &&
+                          _adoptAllValues({content.destinations->begin(), content.destinations->end()}, report,
                                           "%@ is being marked as updated due to allValues: %@ -> %@");
   changed |= isOtherSet;
   changed |= _adopt(PLPersonRecord::_preferredReplyAs, stored(PLPersonRecord::_preferredReplyAs), report,

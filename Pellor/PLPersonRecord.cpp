@@ -21,6 +21,12 @@ std::size_t byteCount(const PLPersonRecord::Content& content) {
 
 }  // namespace
 
+// All share one: every person begins with it.
+PLPersonRecord::PLPersonRecord() {
+  static const PLPersonRecord nothing{Content()};
+  _memory = nothing._memory;
+}
+
 PLPersonRecord::PLPersonRecord(const Content& content) {
   static_assert(alignof(Header) == alignof(End) && sizeof(Header) % alignof(End) == 0);
   const std::size_t destinationCount = content.destinations ? content.destinations->size() : 0;
@@ -88,6 +94,14 @@ std::shared_ptr<const DestinationSet> PLPersonRecord::destinations() const {
     destinations->emplace_hint(destinations->end(), destination(index));
   }
   return destinations;
+}
+
+bool PLPersonRecord::hasDestinations(std::span<const std::string_view> destinations) const {
+  if (!hasDestinations() || destinationCount() != destinations.size()) return false;
+  for (std::size_t index = 0; index < destinations.size(); ++index) {
+    if (destination(index) != destinations[index]) return false;
+  }
+  return true;
 }
 
 bool PLPersonRecord::hasIdentityOf(const PLPersonRecord& other) const {

@@ -30,7 +30,7 @@ class PLPersonRecord {
   };
 
   /// Nothing is known.
-  PLPersonRecord() : PLPersonRecord(Content()) {}
+  PLPersonRecord();
   explicit PLPersonRecord(const Content& content);
 
   std::int32_t recordID() const { return header()._abRecordID; }
@@ -50,6 +50,8 @@ class PLPersonRecord {
 
   /// Whether both share their memory: then they are equal without looking.
   bool isSameObject(const PLPersonRecord& other) const { return _memory == other._memory; }
+  /// Whether it has these destinations, in this order, and they were set.
+  bool hasDestinations(std::span<const std::string_view> destinations) const;
   /// Whether both have the same GUID and the same destinations.
   bool hasIdentityOf(const PLPersonRecord& other) const;
   friend bool operator==(const PLPersonRecord& left, const PLPersonRecord& right);
