@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <optional>
 
 #include "Pellor/PLPersonPlaces.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 namespace {
@@ -45,13 +47,21 @@ const std::string_view* PLChangeTypes::end() const { return begin() + kNamesOfSe
 
 struct PLChangeLog::Content {
   Content() = default;
-  Content(const Content& other) : entries(other.entries) {
-    places.reserve(entries.size());
-    for (std::size_t place = 0; place < entries.size(); ++place) places.enter(*entries[place].first, place);
+  Content(const Content& other) : entries(other.entries) {}
+
+  std::optional<std::uint64_t> placeOf(const PLPerson* person) {
+    const MutexLock lock(mutex);
+    if (placeCount == 0) places.reserve(entries.size());
+    for (; placeCount < entries.size(); ++placeCount) places.enter(*entries[placeCount].first, placeCount);
+    return places.lowest(person);
   }
 
   std::vector<Entry> entries;
-  PLPersonPlaces places;
+  // The first search finds places for the entries that came since the last one: most logs are only read from front to
+  // end. Logs that share their content may be searched at once.
+  Mutex mutex;
+  PLPersonPlaces places PELLOR_GUARDED_BY(mutex);
+  std::size_t placeCount PELLOR_GUARDED_BY(mutex) = 0;
   /// Whether several logs may have it; then it is not changed any more. Set while others look at their log.
   std::atomic<bool> isShared{false};
 };
@@ -81,13 +91,18 @@ PLChangeLog::Content& PLChangeLog::ownContent() {
 
 PLChangeTypes& PLChangeLog::typesOf(const std::shared_ptr<PLPerson>& person) {
   Content& content = ownContent();
-  if (const auto place = content.places.lowest(person.get())) return content.entries[*place].second;
-  content.places.enter(*person, content.entries.size());
+  if (const auto place = content.placeOf(person.get())) return content.entries[*place].second;
   return content.entries.emplace_back(person, PLChangeTypes{}).second;
 }
 
 void PLChangeLog::add(const std::shared_ptr<PLPerson>& person, std::string_view changeType) {
   typesOf(person).insert(changeType);
+}
+
+void PLChangeLog::addLast(const std::shared_ptr<PLPerson>& person, std::string_view changeType) {
+  auto& entries = ownContent().entries;
+  if (entries.empty() || entries.back().first != person) entries.emplace_back(person, PLChangeTypes{});
+  entries.back().second.insert(changeType);
 }
 
 void PLChangeLog::add(PLChangeLog later) {
@@ -101,7 +116,7 @@ void PLChangeLog::add(PLChangeLog later) {
 void PLChangeLog::set(const std::shared_ptr<PLPerson>& person, PLChangeTypes types) { typesOf(person) = types; }
 
 const PLChangeTypes* PLChangeLog::typesFor(const PLPerson* person) const {
-  const auto place = _content ? _content->places.lowest(person) : std::nullopt;
+  const auto place = _content ? _content->placeOf(person) : std::nullopt;
   return place ? &_content->entries[*place].second : nullptr;
 }
 

@@ -51,6 +51,8 @@ class PLChangeLog {
 
   /// Adds one type to the person's set.
   void add(const std::shared_ptr<PLPerson>& person, std::string_view changeType);
+  /// The same for a person who is not in the log, or has its last entry: costs no search.
+  void addLast(const std::shared_ptr<PLPerson>& person, std::string_view changeType);
   /// Adds all entries of a later log, in their order.
   void add(PLChangeLog later);
   /// Puts `types` in place of the person's set.
