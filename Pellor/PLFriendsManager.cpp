@@ -9,6 +9,7 @@
 #include "Pellor/PLMainQueueCheck.h"
 #include "Pellor/PLPersonIdentityChanges.h"
 #include "Pellor/PLPosting.h"
+#include "Pellor/PLSlotRearrangement.h"
 #include "runtime/Fatal.h"
 
 namespace pellor {
@@ -1412,13 +1413,32 @@ bool PLFriendsManager::_addressBookSequenceNumberDidChange() {
 
 // What one merge of a stored list needs.
 struct PLFriendsManager::Merge {
-  AddressBook* addressBook;
-  PLPersonSequence displaced;
-  PLPersonForm form;                      // of the element being merged
-  std::function<Value()> element;         // that element, made for the caller
-  PLChangeLog changes;                    // which go into the change log together
-  std::set<std::uint64_t> changedLeaves;  // whose friends moved further up or changed there
-  bool findsFriends = false;              // whether there were any friends before
+  Merge(AddressBook* handle, PLSlotList& list, std::uint64_t slotCount, bool hasSourcedPersons)
+      : addressBook(handle),
+        findsFriends(list.occupiedCount() != 0),
+        changesOnce(!hasSourcedPersons && list.people().places().repeatedPersonCount() == 0),
+        slots(list, slotCount),
+        changedLeaves(slotCount / PLSlotSnapshot::LeafSize + 1) {}
+
+  // Somebody who stands in several slots, or was looked up and became a friend, may change several times. Everybody
+  // else does once, in one slot.
+  void note(const std::shared_ptr<PLPerson>& person, std::string_view changeType) {
+    changesOnce ? changes.addLast(person, changeType) : changes.add(person, changeType);
+  }
+  void markLeafOf(std::uint64_t index) {
+    if (const std::uint64_t leaf = index / PLSlotSnapshot::LeafSize; leaf < changedLeaves.size()) {
+      changedLeaves[leaf] = true;
+    }
+  }
+
+  AddressBook* const addressBook;
+  const bool findsFriends;  // whether there were any friends before
+  const bool changesOnce;   // whether nobody has two entries in the change log
+  PLSlotRearrangement slots;
+  PLPersonForm form;                // of the element being merged
+  std::function<Value()> element;   // that element, made for the caller
+  PLChangeLog changes;              // which go into the change log together
+  std::vector<bool> changedLeaves;  // whether friends moved further up or changed there
   std::vector<PLStoredVersion::Run> runs;
 };
 
@@ -1427,7 +1447,8 @@ void PLFriendsManager::_updateFriends(const LongArray& stored) {
   store.performWithAddressBook([&](AddressBook& shared) {
     // A shared handle without a database cannot name the records that stored friends belong to.
     const auto ownHandle = shared.databaseUID() ? nullptr : store.openPrivateAddressBook();
-    Merge merge{ownHandle ? ownHandle.get() : &shared, {}, {}, {}, {}, {}, _friendList.occupiedCount() != 0, {}};
+    Merge merge(ownHandle ? ownHandle.get() : &shared, _friendList, stored.size() + _maxFriendsPerGroup,
+                !_sourcedPersons.isEmpty());
     const std::uint64_t changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
     _mergeRuns(merge, stored, changes);
     _trimSlots(merge, stored.size());
@@ -1453,7 +1474,7 @@ void PLFriendsManager::_mergeRuns(Merge& merge, const LongArray& stored, std::ui
   merge.runs.reserve(stored.runs().size());
   for (std::size_t index = 0; index < stored.runs().size(); ++index) {
     using Run = PLStoredVersion::Run;
-    const bool isAtRest = (isUnchanged(index) && !merge.changedLeaves.contains(index)) ||
+    const bool isAtRest = (isUnchanged(index) && !merge.changedLeaves[index]) ||
                           _mergeRun(merge, *stored.runs()[index], index * LongArray::RunSize);
     merge.runs.push_back(isAtRest ? Run::atRest : Run::other);
   }
@@ -1483,8 +1504,7 @@ bool PLFriendsManager::_mergeRun(Merge& merge, const ArrayRun& run, std::uint64_
 bool PLFriendsManager::_mergeElement(Merge& merge, std::uint64_t index) {
   if (index >= _friendList.count()) return _appendStoredFriend(merge, index);
   if (!merge.form.isEmpty()) return _placeStoredFriend(merge, index);
-  if (auto displaced = _friendAtPosition(index)) merge.displaced.append(std::move(displaced));
-  _friendList.set(index, EmptySlot);
+  merge.slots.displace(index);
   return true;
 }
 
@@ -1493,9 +1513,8 @@ bool PLFriendsManager::_appendStoredFriend(Merge& merge, std::uint64_t index) {
   if (!merge.form.hasStoredDestinations()) return merge.form.isEmpty();
   auto person = PLPerson::initWithForm(merge.form);
   while (_friendList.count() <= index) _addEmptyGroup();
-  _friendList.set(index, person);
-  _sourcedPersons.remove(person.get());
-  merge.changes.add(person, PLFriendsManagerPersonAdded);
+  merge.slots.put(index, person);
+  merge.note(person, PLFriendsManagerPersonAdded);
   return isAtRest(*person, merge.form);
 }
 
@@ -1503,13 +1522,11 @@ bool PLFriendsManager::_placeStoredFriend(Merge& merge, std::uint64_t index) {
   const Slot current = _friendList.at(index);
   auto known = current && current->isEqualToForm(merge.form) ? current : nullptr;
   if (!known) {
-    known = _takeMovedFriend(merge, index);
-    if (current) merge.displaced.append(current);
-    if (known) _friendList.set(index, known);
+    known = _bringMovedFriend(merge, index);
   }
   if (known) {
     if (known->updateFromForm(merge.form)) {
-      merge.changes.add(known, PLFriendsManagerPersonUpdated);
+      merge.note(known, PLFriendsManagerPersonUpdated);
       _markLaterSlots(merge, *known, index);
     }
     return isAtRest(*known, merge.form);
@@ -1518,15 +1535,15 @@ bool PLFriendsManager::_placeStoredFriend(Merge& merge, std::uint64_t index) {
   // A caller may hold the person that it looked up: that very object becomes the friend, as it is.
   const auto sourced = _takeSourcedPerson(merge, *stored);
   const auto& person = sourced ? sourced : stored;
-  _friendList.set(index, person);
-  merge.changes.add(person, PLFriendsManagerPersonAdded);
+  merge.slots.put(index, person);
+  merge.note(person, PLFriendsManagerPersonAdded);
   return !sourced && isAtRest(*stored, merge.form);
 }
 
 // A friend may be in several slots: the forms in the later ones met another one when they were merged last.
 void PLFriendsManager::_markLaterSlots(Merge& merge, const PLPerson& person, std::uint64_t index) {
   while (const auto later = _friendList.indexOf(&person, index + 1)) {
-    merge.changedLeaves.insert(*later / LongArray::RunSize);
+    merge.markLeafOf(*later);
     index = *later;
   }
 }
@@ -1543,35 +1560,27 @@ std::shared_ptr<PLPerson> PLFriendsManager::_takeSourcedPerson(const Merge& merg
 }
 
 // The friend that the stored form describes, from a later slot, which is emptied, or from among the displaced.
-std::shared_ptr<PLPerson> PLFriendsManager::_takeMovedFriend(Merge& merge, std::uint64_t index) {
-  std::shared_ptr<PLPerson> moved;
-  if (!merge.findsFriends) return moved;
-  if (const auto later = _friendList.firstDescribedBy(merge.form, index + 1)) {
-    moved = _friendList.at(*later);
-    _friendList.set(*later, EmptySlot);
-    merge.changedLeaves.insert(*later / LongArray::RunSize);
-  } else {
-    moved = merge.displaced.firstDescribedBy(merge.form);
-    if (moved) merge.displaced.remove(moved.get());
-  }
-  if (moved) merge.changes.add(moved, PLFriendsManagerPersonMoved);
+std::shared_ptr<PLPerson> PLFriendsManager::_bringMovedFriend(Merge& merge, std::uint64_t index) {
+  if (!merge.findsFriends) return nullptr;
+  const auto [moved, from] = merge.slots.bring(merge.form, index);
+  if (moved == EmptySlot) return nullptr;
+  if (from) merge.markLeafOf(*from);
+  merge.note(moved, PLFriendsManagerPersonMoved);
   return moved;
 }
 
 void PLFriendsManager::_trimSlots(Merge& merge, std::uint64_t storedCount) {
   const float groups = std::ceil(static_cast<float>(storedCount) / static_cast<float>(_maxFriendsPerGroup));
   const std::uint64_t kept = static_cast<std::uint64_t>(groups) * _maxFriendsPerGroup;
-  for (std::uint64_t index = kept; index < _friendList.count(); ++index) {
-    if (auto person = _friendAtPosition(index)) merge.displaced.append(std::move(person));
-  }
+  for (std::uint64_t index = kept; index < _friendList.count(); ++index) merge.slots.displace(index);
   if (_friendList.count() > kept) _friendList.remove(kept, _friendList.count() - kept);
 }
 
 void PLFriendsManager::_reportDisplaced(Merge& merge) {
-  merge.displaced.forEach([&merge](const std::shared_ptr<PLPerson>& person) {
+  merge.slots.forEachDisplaced([&merge](const std::shared_ptr<PLPerson>& person) {
     _PLGetLogSystem().log("[%@] [ABGUID=%@] was displaced and removed", redactable(person->displayName()),
                           person->abRecordGUID());
-    merge.changes.add(person, PLFriendsManagerPersonDeleted);
+    merge.note(person, PLFriendsManagerPersonDeleted);
   });
 }
 

@@ -395,7 +395,7 @@ class PLFriendsManager : public Object,
   bool _appendStoredFriend(Merge& merge, std::uint64_t index);
   bool _placeStoredFriend(Merge& merge, std::uint64_t index);
   void _markLaterSlots(Merge& merge, const PLPerson& person, std::uint64_t index);
-  std::shared_ptr<PLPerson> _takeMovedFriend(Merge& merge, std::uint64_t index);
+  std::shared_ptr<PLPerson> _bringMovedFriend(Merge& merge, std::uint64_t index);
   std::shared_ptr<PLPerson> _takeSourcedPerson(const Merge& merge, const PLPerson& stored);
   void _trimSlots(Merge& merge, std::uint64_t storedCount);
   void _reportDisplaced(Merge& merge);

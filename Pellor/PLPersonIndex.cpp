@@ -69,7 +69,29 @@ void PLPersonIndex::reserve(std::size_t personCount) {
 void PLPersonIndex::enter(PLPerson& person, std::uint64_t place) {
   _places.prefetch(person);
   tellObserver(person);
-  if (_places.enter(person, place)) addIdentifiers(person);
+  if (_places.enter(person, place)) addIdentifiers(person, prefetchIdentifiers(person));
+}
+
+void PLPersonIndex::enter(std::span<const Entry> entries) {
+  std::array<Hashes, 32> hashes;
+  while (!entries.empty()) {
+    const auto next = entries.first(std::min(entries.size(), hashes.size()));
+    for (std::size_t index = 0; index < next.size(); ++index) {
+      _places.prefetch(*next[index].person);
+      hashes[index] = prefetchIdentifiers(*next[index].person);
+    }
+    for (std::size_t index = 0; index < next.size(); ++index) {
+      PLPerson& person = *next[index].person;
+      tellObserver(person);
+      if (_places.enter(person, next[index].place)) addIdentifiers(person, hashes[index]);
+    }
+    entries = entries.subspan(next.size());
+  }
+}
+
+void PLPersonIndex::move(PLPerson& person, std::uint64_t from, std::uint64_t to) {
+  tellObserver(person);
+  _places.move(person, from, to);
 }
 
 void PLPersonIndex::leave(PLPerson& person, std::uint64_t place) {
@@ -86,24 +108,29 @@ void PLPersonIndex::personIdentityWillChange(PLPerson& person) {
 void PLPersonIndex::personIdentityDidChange(PLPerson& person) {
   if (!_places.contains(&person)) return;
   tellObserver(person);
-  addIdentifiers(person);
+  addIdentifiers(person, prefetchIdentifiers(person));
 }
 
-void PLPersonIndex::addIdentifiers(PLPerson& person) {
+PLPersonIndex::Hashes PLPersonIndex::prefetchIdentifiers(const PLPerson& person) const {
   const PLPersonRecord& record = person.record();
-  const std::string_view guid = record.identifyingGUID();
-  const std::uint32_t guidHash = identifierHash(guid);
-  _byGUID.prefetch(guidHash);
-  std::array<std::uint32_t, 4> hashes{};
-  const std::size_t count = record.destinationCount();
-  for (std::size_t index = 0; index < std::min(count, hashes.size()); ++index) {
-    hashes[index] = identifierHash(record.destination(index));
-    _byDestination.prefetch(hashes[index]);
+  Hashes hashes;
+  hashes.guid = identifierHash(record.identifyingGUID());
+  _byGUID.prefetch(hashes.guid);
+  for (std::size_t index = 0; index < std::min(record.destinationCount(), hashes.destinations.size()); ++index) {
+    hashes.destinations[index] = identifierHash(record.destination(index));
+    _byDestination.prefetch(hashes.destinations[index]);
   }
-  if (!guid.empty()) _byGUID.add(guid, guidHash, person);
+  return hashes;
+}
+
+void PLPersonIndex::addIdentifiers(PLPerson& person, const Hashes& hashes) {
+  const PLPersonRecord& record = person.record();
+  if (const std::string_view guid = record.identifyingGUID(); !guid.empty()) _byGUID.add(guid, hashes.guid, person);
+  const std::size_t count = record.destinationCount();
   for (std::size_t index = 0; index < count; ++index) {
     const std::string_view destination = record.destination(index);
-    _byDestination.add(destination, index < hashes.size() ? hashes[index] : identifierHash(destination), person);
+    const bool isHashed = index < hashes.destinations.size();
+    _byDestination.add(destination, isHashed ? hashes.destinations[index] : identifierHash(destination), person);
   }
   if (count == 0) ++_destinationlessPersonCount;
 }

@@ -10,11 +10,15 @@ namespace {
 
 constexpr std::uint32_t Several = std::numeric_limits<std::uint32_t>::max();
 
+std::uint32_t numberOf(std::uint64_t place) {
+  require(place < Several, "fewer than four thousand million places");
+  return static_cast<std::uint32_t>(place);
+}
+
 }  // namespace
 
 bool PLPersonPlaces::enter(PLPerson& person, std::uint64_t place) {
-  require(place < Several, "fewer than four thousand million places");
-  const auto number = static_cast<std::uint32_t>(place);
+  const std::uint32_t number = numberOf(place);
   const auto known = find(&person);
   if (!known) {
     _table.insert(reinterpret_cast<std::uintptr_t>(&person), number);
@@ -40,6 +44,14 @@ bool PLPersonPlaces::leave(const PLPerson& person, std::uint64_t place) {
   known.assign(known.address(), places.front());
   _several.erase(several);
   return false;
+}
+
+void PLPersonPlaces::move(const PLPerson& person, std::uint64_t from, std::uint64_t to) {
+  const auto known = find(&person);
+  if (known.number() != Several) return known.assign(known.address(), numberOf(to));
+  auto& places = _several.at(&person);
+  places.erase(std::ranges::lower_bound(places, numberOf(from)));
+  places.insert(std::ranges::lower_bound(places, numberOf(to)), numberOf(to));
 }
 
 void PLPersonPlaces::moveDown(std::uint64_t first, std::uint64_t count) {

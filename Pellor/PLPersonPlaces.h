@@ -22,6 +22,8 @@ class PLPersonPlaces {
   bool enter(PLPerson& person, std::uint64_t place);
   /// Takes the person out of a place in which it is; true when it has no other.
   bool leave(const PLPerson& person, std::uint64_t place);
+  /// Takes the person out of a place in which it is and puts it into one in which it is not.
+  void move(const PLPerson& person, std::uint64_t from, std::uint64_t to);
   /// Moves who is in the places from `first` on down by `count`; nobody may be in the `count` places before.
   void moveDown(std::uint64_t first, std::uint64_t count);
   void reserve(std::size_t personCount) { _table.reserve(personCount); }

@@ -10,21 +10,20 @@
 
 namespace pellor {
 
-/// Holds persons strongly, in the order of their arrival: the sourced persons, and those that a merge displaced. A
-/// person may stand in it several times. No operation walks the sequence but `forEach`. Main queue.
+/// Holds persons strongly, in the order of their arrival: the sourced persons. A person may stand in it several times.
+/// No operation walks the sequence but `forEach`. Main queue.
 class PLPersonSequence {
  public:
   /// Enters a person, never null, at the end.
   void append(std::shared_ptr<PLPerson> person);
+  bool isEmpty() const { return _inOrder.empty(); }
   bool contains(const PLPerson* person) const { return _index.places().contains(person); }
   /// Takes out the earliest entry of the person; false when there is none.
   bool remove(const PLPerson* person);
 
   /// The earliest member that `person` is like; null when it is like none.
-  std::shared_ptr<PLPerson> firstLike(const PLPerson& person) const { return memberAt(_index.firstLike(person)); }
-  /// The earliest member that the stored form describes; null when it describes none.
-  std::shared_ptr<PLPerson> firstDescribedBy(const PLPersonForm& stored) const {
-    return memberAt(_index.firstDescribedBy(stored));
+  std::shared_ptr<PLPerson> firstLike(const PLPerson& person) const {
+    return _inOrder.empty() ? nullptr : memberAt(_index.firstLike(person));
   }
 
   /// Calls `visit` with each entry, in order. It must not change the sequence.

@@ -142,8 +142,8 @@ void PLSlotList::append(Slot slot) {
   setInTree(_count++, std::move(slot));
 }
 
-// Writes a slot or the one just behind the last.
-void PLSlotList::setInTree(std::uint64_t index, Slot slot) {
+// Writes a slot or the one just behind the last. What the slot held before.
+Slot PLSlotList::setInTree(std::uint64_t index, Slot slot) {
   ++_version;
   const Path path = writablePath(index);
   auto& content = path.leaf().content;
@@ -151,6 +151,7 @@ void PLSlotList::setInTree(std::uint64_t index, Slot slot) {
   if (place == content.size()) content.push_back(EmptySlot);
   path.count(content[place] != EmptySlot, slot != EmptySlot);
   content[place].swap(slot);
+  return slot;
 }
 
 // Makes the nodes on the way to the slot just behind the last as they are needed.

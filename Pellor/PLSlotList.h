@@ -95,10 +95,11 @@ class PLSlotList {
   PLSlotSnapshot snapshot();
 
  private:
+  friend class PLSlotRearrangement;
   using Node = detail::SlotNode;
   struct Path;
 
-  void setInTree(std::uint64_t index, Slot slot);
+  Slot setInTree(std::uint64_t index, Slot slot);
   void moveDownInTree(std::uint64_t first, std::uint64_t by, std::uint64_t end);
   void cut(std::shared_ptr<Node>& node, unsigned height, std::uint64_t count);
   Path writablePath(std::uint64_t index);
