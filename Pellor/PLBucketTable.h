@@ -1,6 +1,7 @@
 // A compact hash table of addresses, each with a number: what the indexes over persons are made of.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -51,7 +52,7 @@ class PLBucketTable {
 
   /// Makes room for so many entries in all, so that entering them needs no growth.
   void reserve(std::size_t count) {
-    if (count > capacity()) resize(count * 8 / (kPlaces * 7) + 1);
+    if (count > capacity()) resize(std::max(count * 8 / (kPlaces * 7) + 1, grownBucketCount()));
   }
 
   /// Has the memory where such an entry belongs brought near, so that what is done meanwhile need not be waited for.
@@ -91,7 +92,7 @@ class PLBucketTable {
   }
 
   void insert(std::uintptr_t address, std::uint32_t number) {
-    if (_size == capacity()) resize(_bucketCount + _bucketCount / 2 + 1);
+    if (_size == capacity()) resize(grownBucketCount());
     put(address, number);
     ++_size;
   }
@@ -117,6 +118,7 @@ class PLBucketTable {
  private:
   // There is always room in one of eight places: searches stay short, and an insertion finds its place.
   std::size_t capacity() const { return _bucketCount * kPlaces * 7 / 8; }
+  std::size_t grownBucketCount() const { return _bucketCount + _bucketCount / 2 + 1; }
   std::size_t home(std::uint32_t hash) const {
     return static_cast<std::size_t>((std::uint64_t{hash} * _bucketCount) >> 32);
   }

@@ -1470,7 +1470,6 @@ void PLFriendsManager::_mergeRuns(Merge& merge, const LongArray& stored, std::ui
   const PLSlotSnapshot slots = _friendList.snapshot();
   const PLStoredVersion nothing;
   const PLStoredVersion::Unchanged isUnchanged(known ? *known : nothing, stored, slots, changes);
-  _friendList.reserve(stored.size());
   merge.runs.reserve(stored.runs().size());
   for (std::size_t index = 0; index < stored.runs().size(); ++index) {
     using Run = PLStoredVersion::Run;
@@ -1534,9 +1533,12 @@ bool PLFriendsManager::_placeStoredFriend(Merge& merge, std::uint64_t index) {
   const auto stored = PLPerson::initWithForm(merge.form);
   // A caller may hold the person that it looked up: that very object becomes the friend, as it is.
   const auto sourced = _takeSourcedPerson(merge, *stored);
-  const auto& person = sourced ? sourced : stored;
-  merge.slots.put(index, person);
-  merge.note(person, PLFriendsManagerPersonAdded);
+  if (sourced) {
+    _friendList.set(index, sourced);
+  } else {
+    merge.slots.put(index, stored);
+  }
+  merge.note(sourced ? sourced : stored, PLFriendsManagerPersonAdded);
   return !sourced && isAtRest(*stored, merge.form);
 }
 

@@ -60,32 +60,24 @@ PLPersonIndex::PLPersonIndex() : _changes(Process::current().local<PLPersonIdent
 
 PLPersonIndex::~PLPersonIndex() { _changes.removeObserver(*this); }
 
-void PLPersonIndex::reserve(std::size_t personCount) {
-  _places.reserve(personCount);
-  _byGUID.reserve(personCount);
-  _byDestination.reserve(personCount * 2);
-}
-
 void PLPersonIndex::enter(PLPerson& person, std::uint64_t place) {
   _places.prefetch(person);
   tellObserver(person);
-  if (_places.enter(person, place)) addIdentifiers(person, prefetchIdentifiers(person));
+  if (_places.enter(person, place)) addIdentifiers(person);
 }
 
-void PLPersonIndex::enter(std::span<const Entry> entries) {
-  std::array<Hashes, 32> hashes;
-  while (!entries.empty()) {
-    const auto next = entries.first(std::min(entries.size(), hashes.size()));
-    for (std::size_t index = 0; index < next.size(); ++index) {
-      _places.prefetch(*next[index].person);
-      hashes[index] = prefetchIdentifiers(*next[index].person);
-    }
-    for (std::size_t index = 0; index < next.size(); ++index) {
-      PLPerson& person = *next[index].person;
-      tellObserver(person);
-      if (_places.enter(person, next[index].place)) addIdentifiers(person, hashes[index]);
-    }
-    entries = entries.subspan(next.size());
+void PLPersonIndex::enter(const PLPersonNewcomers& newcomers) {
+  for (const PLHashedPerson& entry : newcomers._places) tellObserver(*entry.person);
+  _destinationlessPersonCount += newcomers._destinationlessCount;
+  _places.reserve(_places.personCount() + newcomers._places.size());
+  for (const PLHashedPerson& entry : inTableOrder(newcomers._places)) _places.enter(*entry.person, entry.number);
+  _byGUID.reserve(_byGUID.count() + newcomers._guids.size());
+  for (const PLHashedPerson& entry : inTableOrder(newcomers._guids)) {
+    _byGUID.add([&] { return entry.person->record().identifyingGUID(); }, entry.hash, *entry.person);
+  }
+  _byDestination.reserve(_byDestination.count() + newcomers._destinations.size());
+  for (const PLHashedPerson& entry : inTableOrder(newcomers._destinations)) {
+    _byDestination.add([&] { return entry.person->record().destination(entry.number); }, entry.hash, *entry.person);
   }
 }
 
@@ -108,29 +100,24 @@ void PLPersonIndex::personIdentityWillChange(PLPerson& person) {
 void PLPersonIndex::personIdentityDidChange(PLPerson& person) {
   if (!_places.contains(&person)) return;
   tellObserver(person);
-  addIdentifiers(person, prefetchIdentifiers(person));
+  addIdentifiers(person);
 }
 
-PLPersonIndex::Hashes PLPersonIndex::prefetchIdentifiers(const PLPerson& person) const {
+void PLPersonIndex::addIdentifiers(PLPerson& person) {
   const PLPersonRecord& record = person.record();
-  Hashes hashes;
-  hashes.guid = identifierHash(record.identifyingGUID());
-  _byGUID.prefetch(hashes.guid);
-  for (std::size_t index = 0; index < std::min(record.destinationCount(), hashes.destinations.size()); ++index) {
-    hashes.destinations[index] = identifierHash(record.destination(index));
-    _byDestination.prefetch(hashes.destinations[index]);
-  }
-  return hashes;
-}
-
-void PLPersonIndex::addIdentifiers(PLPerson& person, const Hashes& hashes) {
-  const PLPersonRecord& record = person.record();
-  if (const std::string_view guid = record.identifyingGUID(); !guid.empty()) _byGUID.add(guid, hashes.guid, person);
+  const std::string_view guid = record.identifyingGUID();
+  const std::uint32_t guidHash = identifierHash(guid);
+  _byGUID.prefetch(guidHash);
+  std::array<std::uint32_t, 4> hashes{};
   const std::size_t count = record.destinationCount();
+  for (std::size_t index = 0; index < std::min(count, hashes.size()); ++index) {
+    hashes[index] = identifierHash(record.destination(index));
+    _byDestination.prefetch(hashes[index]);
+  }
+  if (!guid.empty()) _byGUID.add(guid, guidHash, person);
   for (std::size_t index = 0; index < count; ++index) {
     const std::string_view destination = record.destination(index);
-    const bool isHashed = index < hashes.destinations.size();
-    _byDestination.add(destination, isHashed ? hashes.destinations[index] : identifierHash(destination), person);
+    _byDestination.add(destination, index < hashes.size() ? hashes[index] : identifierHash(destination), person);
   }
   if (count == 0) ++_destinationlessPersonCount;
 }

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "Pellor/PLBucketTable.h"
@@ -26,6 +27,12 @@ class PLPersonKeyTable {
  public:
   /// The person must not be entered under the identifier yet.
   void add(std::string_view identifier, std::uint32_t hash, PLPerson& person) {
+    add([=] { return identifier; }, hash, person);
+  }
+  /// The same with an identifier that is asked for only when the hash is known already.
+  template <class Identifier>
+    requires std::is_invocable_v<Identifier>
+  void add(const Identifier& identifier, std::uint32_t hash, PLPerson& person) {
     const auto known = find(identifier, hash);
     if (!known) return _table.insert(addressOf(person), hash);
     if (!isList(known.address())) known.assign(makeList(personAt(known.address())), hash);
@@ -60,6 +67,8 @@ class PLPersonKeyTable {
   }
 
   void prefetch(std::uint32_t hash) const { _table.prefetch(hash); }
+  /// How many identifiers there are.
+  std::size_t count() const { return _table.size(); }
   void reserve(std::size_t count) { _table.reserve(count); }
   /// How many identifiers several persons share.
   std::size_t sharedCount() const { return _lists.size() - _unusedLists.size(); }
@@ -78,8 +87,13 @@ class PLPersonKeyTable {
   List& listAt(std::uintptr_t address) { return _lists[address >> 1]; }
 
   typename Table::Cursor find(std::string_view identifier, std::uint32_t hash) const {
+    return find([=] { return identifier; }, hash);
+  }
+  template <class Identifier>
+    requires std::is_invocable_v<Identifier>
+  typename Table::Cursor find(const Identifier& identifier, std::uint32_t hash) const {
     return _table.findNumber(hash, hash, [&](std::uintptr_t address) {
-      return HasIdentifier(isList(address) ? *_lists[address >> 1].front() : personAt(address), identifier);
+      return HasIdentifier(isList(address) ? *_lists[address >> 1].front() : personAt(address), identifier());
     });
   }
 

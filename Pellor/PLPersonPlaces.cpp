@@ -10,12 +10,12 @@ namespace {
 
 constexpr std::uint32_t Several = std::numeric_limits<std::uint32_t>::max();
 
-std::uint32_t numberOf(std::uint64_t place) {
+}  // namespace
+
+std::uint32_t PLPersonPlaces::numberOf(std::uint64_t place) {
   require(place < Several, "fewer than four thousand million places");
   return static_cast<std::uint32_t>(place);
 }
-
-}  // namespace
 
 bool PLPersonPlaces::enter(PLPerson& person, std::uint64_t place) {
   const std::uint32_t number = numberOf(place);

@@ -28,14 +28,18 @@ class PLPersonPlaces {
   void moveDown(std::uint64_t first, std::uint64_t count);
   void reserve(std::size_t personCount) { _table.reserve(personCount); }
 
-  void prefetch(const PLPerson& person) const {
-    _table.prefetch(HashOf()(reinterpret_cast<std::uintptr_t>(&person), 0));
-  }
+  /// The number of a place.
+  static std::uint32_t numberOf(std::uint64_t place);
+  static std::uint32_t hashOf(const PLPerson& person) { return HashOf()(reinterpret_cast<std::uintptr_t>(&person), 0); }
+
+  void prefetch(const PLPerson& person) const { _table.prefetch(hashOf(person)); }
   bool contains(const PLPerson* person) const { return static_cast<bool>(find(person)); }
   /// The person's lowest place that is not below `from`; absent when there is none.
   std::optional<std::uint64_t> lowest(const PLPerson* person, std::uint64_t from = 0) const;
   /// The person's highest place; absent when there is none.
   std::optional<std::uint64_t> highest(const PLPerson* person) const;
+  /// How many persons are in any place.
+  std::size_t personCount() const { return _table.size(); }
   /// How many persons are in several places.
   std::size_t repeatedPersonCount() const { return _several.size(); }
   /// Calls `visit` with each person once, in no order that means anything.

@@ -69,8 +69,6 @@ class PLSlotList {
   /// Takes out `count` slots from `first` on, as far as there are any; later slots move down.
   void remove(std::uint64_t first, std::uint64_t count);
   void clear() { remove(0, _count); }
-  /// Makes the index ready for so many persons in all, so that entering them needs no growth.
-  void reserve(std::size_t personCount) { _people.reserve(personCount); }
 
   /// The persons in the slots, by what identifies them; their places are the slots.
   const PLPersonIndex& people() const { return _people; }

@@ -4,28 +4,20 @@
 #include <utility>
 
 namespace pellor {
-namespace {
-
-// As many as the index enters at once.
-constexpr std::size_t kNewcomersAtOnce = 32;
-
-}  // namespace
 
 PLSlotRearrangement::PLSlotRearrangement(PLSlotList& list, std::uint64_t slotCount)
-    : _list(list), _firstPlaceBehind(std::max(list.count(), slotCount)) {
-  _newcomers.reserve(kNewcomersAtOnce);
-}
+    : _list(list), _firstPlaceBehind(std::max(list.count(), slotCount)) {}
 
 PLSlotRearrangement::~PLSlotRearrangement() {
-  enterNewcomers();
   for (std::size_t number = 0; number < _displaced.size(); ++number) {
     if (_displaced[number] != EmptySlot) _list._people.leave(*_displaced[number], _firstPlaceBehind + number);
   }
+  enterNewcomers();
 }
 
 void PLSlotRearrangement::displace(std::uint64_t index) {
   if (_list.at(index) == EmptySlot) return;
-  if (!_newcomers.empty() && index <= _newcomers.back().place) enterNewcomers();
+  if (!_newcomers.isEmpty() && index <= _newcomers.lastPlace()) enterNewcomers();
   Slot person = _list.setInTree(index, EmptySlot);
   _list._people.move(*person, index, _firstPlaceBehind + _displaced.size());
   _displaced.push_back(std::move(person));
@@ -44,16 +36,15 @@ PLSlotRearrangement::Moved PLSlotRearrangement::bring(const PLPersonForm& form, 
   return {_list.at(index), wasDisplaced ? std::nullopt : from};
 }
 
+// Nobody asks for them before the end: only later slots are searched.
 void PLSlotRearrangement::put(std::uint64_t index, const std::shared_ptr<PLPerson>& person) {
   _list.setInTree(index, person);
-  _newcomers.push_back({person.get(), index});
-  if (_newcomers.size() == kNewcomersAtOnce) enterNewcomers();
+  _newcomers.add(*person, index);
 }
 
-// Nobody asks for them earlier: only later slots are searched.
 void PLSlotRearrangement::enterNewcomers() {
   _list._people.enter(_newcomers);
-  _newcomers.clear();
+  _newcomers = {};
 }
 
 }  // namespace pellor

@@ -37,7 +37,7 @@ class PLSlotRearrangement {
   /// first one, else the first one displaced. What it gives lives until the next call.
   Moved bring(const PLPersonForm& form, std::uint64_t index);
 
-  /// Puts a person, who has no slot yet or keeps it, into an empty slot.
+  /// Puts a new person, whom nobody else has, into an empty slot. It must not change while this lives.
   void put(std::uint64_t index, const std::shared_ptr<PLPerson>& person);
 
   /// Calls `visit` with each of the displaced, in their order.
@@ -54,7 +54,7 @@ class PLSlotRearrangement {
   PLSlotList& _list;
   const std::uint64_t _firstPlaceBehind;
   std::vector<Slot> _displaced;  // empty where one was brought back; they stand behind the list, in this order
-  std::vector<PLPersonIndex::Entry> _newcomers;  // who are to be entered into the index
+  PLPersonNewcomers _newcomers;  // who are to be entered into the index
 };
 
 }  // namespace pellor
