@@ -1435,7 +1435,8 @@ struct PLFriendsManager::Merge {
   const bool findsFriends;  // whether there were any friends before
   const bool changesOnce;   // whether nobody has two entries in the change log
   PLSlotRearrangement slots;
-  PLPersonForm form;                // of the element being merged
+  std::vector<PLPersonForm> forms;  // of the run being merged
+  PLPersonForm* form = nullptr;     // of the element being merged
   std::function<Value()> element;   // that element, made for the caller
   PLChangeLog changes;              // which go into the change log together
   std::vector<bool> changedLeaves;  // whether friends moved further up or changed there
@@ -1489,48 +1490,62 @@ bool isAtRest(const PLPerson& person, PLPersonForm& form) { return form.isAsWrit
 
 // Like the operations below: whether merging the same again would change nothing.
 bool PLFriendsManager::_mergeRun(Merge& merge, const ArrayRun& run, std::uint64_t first) {
-  bool isAtRest = true;
+  bool isAtRest = _showRun(merge, run);
   for (std::size_t place = 0; place < run.size(); ++place) {
-    // An element that is no dictionary is an empty slot.
-    const bool isDictionary = run.show(place, merge.form.entries());
-    merge.form.read();
+    merge.form = &merge.forms[place];
     merge.element = [&run, place] { return run.at(place); };
-    isAtRest = _mergeElement(merge, first + place) && isDictionary && isAtRest;
+    isAtRest = _mergeElement(merge, first + place) && isAtRest;
   }
   return isAtRest;
 }
 
+// False when an element is no dictionary and so an empty slot.
+bool PLFriendsManager::_showRun(Merge& merge, const ArrayRun& run) {
+  if (merge.forms.empty()) merge.forms = std::vector<PLPersonForm>(LongArray::RunSize);
+  bool areDictionaries = true;
+  std::vector<std::string_view> guids;
+  guids.reserve(run.size());
+  for (std::size_t place = 0; place < run.size(); ++place) {
+    PLPersonForm& form = merge.forms[place];
+    areDictionaries = run.show(place, form.entries()) && areDictionaries;
+    form.read();
+    if (!form.identifyingGUID().empty()) guids.push_back(form.identifyingGUID());
+  }
+  if (merge.findsFriends) _friendList.people().prefetch(guids);
+  return areDictionaries;
+}
+
 bool PLFriendsManager::_mergeElement(Merge& merge, std::uint64_t index) {
   if (index >= _friendList.count()) return _appendStoredFriend(merge, index);
-  if (!merge.form.isEmpty()) return _placeStoredFriend(merge, index);
+  if (!merge.form->isEmpty()) return _placeStoredFriend(merge, index);
   merge.slots.displace(index);
   return true;
 }
 
 // Only behind the end of the list a stored friend without destinations is left out.
 bool PLFriendsManager::_appendStoredFriend(Merge& merge, std::uint64_t index) {
-  if (!merge.form.hasStoredDestinations()) return merge.form.isEmpty();
-  auto person = PLPerson::initWithForm(merge.form);
+  if (!merge.form->hasStoredDestinations()) return merge.form->isEmpty();
+  auto person = PLPerson::initWithForm(*merge.form);
   while (_friendList.count() <= index) _addEmptyGroup();
   merge.slots.put(index, person);
   merge.note(person, PLFriendsManagerPersonAdded);
-  return isAtRest(*person, merge.form);
+  return isAtRest(*person, *merge.form);
 }
 
 bool PLFriendsManager::_placeStoredFriend(Merge& merge, std::uint64_t index) {
   const Slot current = _friendList.at(index);
-  auto known = current && current->isEqualToForm(merge.form) ? current : nullptr;
+  auto known = current && current->isEqualToForm(*merge.form) ? current : nullptr;
   if (!known) {
     known = _bringMovedFriend(merge, index);
   }
   if (known) {
-    if (known->updateFromForm(merge.form)) {
+    if (known->updateFromForm(*merge.form)) {
       merge.note(known, PLFriendsManagerPersonUpdated);
       _markLaterSlots(merge, *known, index);
     }
-    return isAtRest(*known, merge.form);
+    return isAtRest(*known, *merge.form);
   }
-  const auto stored = PLPerson::initWithForm(merge.form);
+  const auto stored = PLPerson::initWithForm(*merge.form);
   // A caller may hold the person that it looked up: that very object becomes the friend, as it is.
   const auto sourced = _takeSourcedPerson(merge, *stored);
   if (sourced) {
@@ -1539,7 +1554,7 @@ bool PLFriendsManager::_placeStoredFriend(Merge& merge, std::uint64_t index) {
     merge.slots.put(index, stored);
   }
   merge.note(sourced ? sourced : stored, PLFriendsManagerPersonAdded);
-  return !sourced && isAtRest(*stored, merge.form);
+  return !sourced && isAtRest(*stored, *merge.form);
 }
 
 // A friend may be in several slots: the forms in the later ones met another one when they were merged last.
@@ -1564,7 +1579,7 @@ std::shared_ptr<PLPerson> PLFriendsManager::_takeSourcedPerson(const Merge& merg
 // The friend that the stored form describes, from a later slot, which is emptied, or from among the displaced.
 std::shared_ptr<PLPerson> PLFriendsManager::_bringMovedFriend(Merge& merge, std::uint64_t index) {
   if (!merge.findsFriends) return nullptr;
-  const auto [moved, from] = merge.slots.bring(merge.form, index);
+  const auto [moved, from] = merge.slots.bring(*merge.form, index);
   if (moved == EmptySlot) return nullptr;
   if (from) merge.markLeafOf(*from);
   merge.note(moved, PLFriendsManagerPersonMoved);

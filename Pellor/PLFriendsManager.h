@@ -391,6 +391,7 @@ class PLFriendsManager : public Object,
   void _updateFriends(const LongArray& stored);
   void _mergeRuns(Merge& merge, const LongArray& stored, std::uint64_t changes);
   bool _mergeRun(Merge& merge, const ArrayRun& run, std::uint64_t first);
+  bool _showRun(Merge& merge, const ArrayRun& run);
   bool _mergeElement(Merge& merge, std::uint64_t index);
   bool _appendStoredFriend(Merge& merge, std::uint64_t index);
   bool _placeStoredFriend(Merge& merge, std::uint64_t index);

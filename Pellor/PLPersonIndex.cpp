@@ -166,4 +166,24 @@ std::optional<std::uint64_t> PLPersonIndex::firstDescribedBy(const PLPersonForm&
   return lowest.place();
 }
 
+// Each step needs what the one before it asked for.
+void PLPersonIndex::prefetch(std::span<const std::string_view> guids) const {
+  std::vector<std::uint32_t> hashes;
+  hashes.reserve(guids.size());
+  for (const std::string_view guid : guids) {
+    hashes.push_back(identifierHash(guid));
+    _byGUID.prefetch(hashes.back());
+  }
+  std::vector<const PLPerson*> persons;
+  persons.reserve(guids.size());
+  for (const std::uint32_t hash : hashes) {
+    const PLPerson* const person = _byGUID.candidate(hash);
+    if (!person) continue;
+    persons.push_back(person);
+    person->prefetch();
+    _places.prefetch(*person);
+  }
+  for (const PLPerson* person : persons) person->record().prefetch();
+}
+
 }  // namespace pellor

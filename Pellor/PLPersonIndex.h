@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string_view>
 
 #include "Pellor/PLPersonForm.h"
@@ -80,6 +81,9 @@ class PLPersonIndex : private PLPersonIdentityObserver {
   /// The lowest place, not below `from`, of a person whom the stored form describes
   /// (`isEqualToDictionaryRepresentation:`); absent when there is none.
   std::optional<std::uint64_t> firstDescribedBy(const PLPersonForm& stored, std::uint64_t from = 0) const;
+  /// Has the memory brought near that searches for persons with these GUIDs will look at, so that they do not wait for
+  /// it one after the other.
+  void prefetch(std::span<const std::string_view> guids) const;
 
  private:
   class Lowest;

@@ -67,6 +67,12 @@ class PLPersonKeyTable {
   }
 
   void prefetch(std::uint32_t hash) const { _table.prefetch(hash); }
+  /// Somebody with an identifier of that hash, which need not be the one that is meant; null when there is nobody.
+  const PLPerson* candidate(std::uint32_t hash) const {
+    const auto known = _table.find(hash, [=](std::uintptr_t, std::uint32_t number) { return number == hash; });
+    if (!known) return nullptr;
+    return isList(known.address()) ? _lists[known.address() >> 1].front() : &personAt(known.address());
+  }
   /// How many identifiers there are.
   std::size_t count() const { return _table.size(); }
   void reserve(std::size_t count) { _table.reserve(count); }

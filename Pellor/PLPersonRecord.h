@@ -20,6 +20,7 @@ class PLPersonRecord {
  public:
   enum Text : std::size_t { _abRecordGUID, _abDatabaseUID, _name, _initials, _preferredReplyAs };
   static constexpr std::size_t TextCount = 5;
+  static constexpr std::size_t CacheLine = 64;
 
   /// What a record is made of.
   struct Content {
@@ -47,6 +48,12 @@ class PLPersonRecord {
   bool sharesDestination(const PLPersonRecord& other) const;
   /// The destinations as a set of their own; null when they were never set.
   std::shared_ptr<const DestinationSet> destinations() const;
+
+  /// Has its memory brought near, as much as most records have.
+  void prefetch() const {
+    __builtin_prefetch(_memory.get());
+    __builtin_prefetch(_memory.get() + CacheLine);
+  }
 
   /// Whether both share their memory: then they are equal without looking.
   bool isSameObject(const PLPersonRecord& other) const { return _memory == other._memory; }
