@@ -69,11 +69,16 @@ bool PLPersonForm::hasStoredDestinations() const {
 const Dictionary& PLPersonForm::metadata() const { return _metadata ? *_metadata : kNoMetadata; }
 
 const PLPersonRecord::Content& PLPersonForm::content() {
-  if (!_hasContent) makeContent();
+  if (!_hasContent) makeContent(false);
   return _content;
 }
 
-void PLPersonForm::makeContent() {
+const PLPersonRecord::Content& PLPersonForm::contentFor(const PLPersonRecord& record) {
+  if (!_hasContent) makeContent(record.areCanonical() && record.hasDestinations(storedDestinations()));
+  return _content;
+}
+
+void PLPersonForm::makeContent(bool areCanonical) {
   _hasContent = true;
   _made.clear();
   auto& initials = _content.texts[PLPersonRecord::_initials];
@@ -83,10 +88,14 @@ void PLPersonForm::makeContent() {
     if (made) initials = _made.emplace_back(*made);
   }
   if (initials && initials->empty()) initials.reset();
-  takeDestinations();
+  const auto stored = storedDestinations();
+  _destinations.assign(stored.begin(), stored.end());
+  if (!areCanonical) canonicalizeDestinations();
+  _content.destinations = _destinations;
+  _content.areCanonical = true;
 }
 
-void PLPersonForm::takeDestinations() {
+void PLPersonForm::canonicalizeDestinations() {
   _destinations.clear();
   for (const std::string_view stored : storedDestinations()) {
     if (plMessageDestinationType(stored) == PLMessageDestinationTypeUnknown) continue;
@@ -99,7 +108,6 @@ void PLPersonForm::takeDestinations() {
     const auto repeated = std::ranges::unique(_destinations);
     _destinations.erase(repeated.begin(), repeated.end());
   }
-  _content.destinations = _destinations;
 }
 
 bool PLPersonForm::isCorrected() {

@@ -55,6 +55,8 @@ class PLPersonForm {
   /// What a person takes over: the destinations in canonical form, the monogram made from the name when none is
   /// stored. An empty monogram is absent.
   const PLPersonRecord::Content& content();
+  /// The same for a person who may have most of it: destinations that it has in canonical form are not worked on again.
+  const PLPersonRecord::Content& contentFor(const PLPersonRecord& record);
   /// Whether the stored destinations, as a set, are others than those of `content`.
   bool isCorrected();
   /// The stored metadata; empty when there are none.
@@ -63,8 +65,8 @@ class PLPersonForm {
   bool isAsWritten();
 
  private:
-  void makeContent();
-  void takeDestinations();
+  void makeContent(bool areCanonical);
+  void canonicalizeDestinations();
 
   DictionaryView _entries;
   const EntryView* _allValues = nullptr;

@@ -70,7 +70,7 @@ bool PLPerson::updateFromForm(PLPersonForm& form) {
 bool PLPerson::_updateFromDictionaryRepresentationShouldLogUpdates(PLPersonForm& form, bool shouldLogUpdates) {
   const Process::Scope scope(_process());
   const ChangeReport report{*this, ChangeReport::Subject::description, shouldLogUpdates};
-  const PLPersonRecord::Content& content = form.content();
+  const PLPersonRecord::Content& content = form.contentFor(_record);
   const auto stored = [&](PLPersonRecord::Text which) { return content.texts[which]; };
   bool changed = content._abRecordID != _record.recordID();
   if (changed) _record = _record.withRecordID(content._abRecordID);

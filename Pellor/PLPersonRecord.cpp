@@ -35,8 +35,8 @@ PLPersonRecord::PLPersonRecord(const Content& content) {
   require(bytes <= std::numeric_limits<End>::max(), "a person of less than four gigabytes");
   // The memory of an array of characters is aligned for every type of that size.
   const auto memory = std::make_shared_for_overwrite<char[]>(front + bytes);
-  auto* header =
-      new (memory.get()) Header{content._abRecordID, static_cast<std::uint32_t>(destinationCount), {}, false};
+  auto* header = new (memory.get())
+      Header{content._abRecordID, static_cast<std::uint32_t>(destinationCount), {}, false, content.areCanonical};
   char* const first = memory.get() + front;
   char* next = first;
   char* end = memory.get() + sizeof(Header);
@@ -128,6 +128,7 @@ bool operator==(const PLPersonRecord& left, const PLPersonRecord& right) {
 PLPersonRecord::Content PLPersonRecord::content(std::vector<std::string_view>& destinations) const {
   Content content;
   content._abRecordID = recordID();
+  content.areCanonical = areCanonical();
   for (std::size_t which = 0; which < TextCount; ++which) content.texts[which] = text(static_cast<Text>(which));
   if (!hasDestinations()) return content;
   for (std::size_t index = 0; index < destinationCount(); ++index) destinations.push_back(destination(index));
@@ -154,6 +155,7 @@ PLPersonRecord PLPersonRecord::withDestinations(const DestinationSet& destinatio
   const std::vector<std::string_view> taken(destinations.begin(), destinations.end());
   Content changed = content(ignored);
   changed.destinations = taken;
+  changed.areCanonical = false;
   return PLPersonRecord(changed);
 }
 

@@ -28,6 +28,8 @@ class PLPersonRecord {
     std::array<std::optional<std::string_view>, TextCount> texts;
     /// In their order, each once; absent when they were never set.
     std::optional<std::span<const std::string_view>> destinations;
+    /// Whether it is known that each destination is its own canonical form.
+    bool areCanonical = false;
   };
 
   /// Nothing is known.
@@ -57,6 +59,8 @@ class PLPersonRecord {
 
   /// Whether both share their memory: then they are equal without looking.
   bool isSameObject(const PLPersonRecord& other) const { return _memory == other._memory; }
+  /// Whether it is known that each destination is its own canonical form.
+  bool areCanonical() const { return header().areCanonical; }
   /// Whether it has these destinations, in this order, and they were set.
   bool hasDestinations(std::span<const std::string_view> destinations) const;
   /// Whether both have the same GUID and the same destinations.
@@ -74,6 +78,7 @@ class PLPersonRecord {
     std::uint32_t destinationCount;
     std::array<bool, TextCount> hasText;
     bool hasDestinations;
+    bool areCanonical;
   };
 
   const Header& header() const;
