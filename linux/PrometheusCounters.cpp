@@ -15,6 +15,9 @@
 namespace pellor {
 namespace {
 
+// An edit that a settle waits for must not wait for counters each time.
+constexpr double PauseSeconds = 1;
+
 bool holds(const std::filesystem::path& file, std::string_view text) {
   std::ifstream stream(file, std::ios::binary);
   return stream && std::equal(std::istreambuf_iterator<char>(stream), {}, text.begin(), text.end());
@@ -49,7 +52,10 @@ PrometheusCounters::PrometheusCounters(Process& process, std::filesystem::path f
   _process.addSettleParticipant(*this);
 }
 
-PrometheusCounters::~PrometheusCounters() { _process.removeSettleParticipant(*this); }
+PrometheusCounters::~PrometheusCounters() {
+  _process.removeSettleParticipant(*this);
+  if (_hasChanged) writeChanges();
+}
 
 void PrometheusCounters::setValueForScalarKey(std::string_view key, std::int64_t value) {
   _process.requireMainQueue("PrometheusCounters::setValueForScalarKey");
@@ -72,7 +78,14 @@ prometheus::Gauge& PrometheusCounters::gaugeFor(std::string_view key) {
 }
 
 void PrometheusCounters::didSettle() {
-  if (!_hasChanged) return;
+  if (!_hasChanged || (_writeTimer && _writeTimer->isValid())) return;
+  const double pause = _lastWrite + PauseSeconds - _process.now();
+  if (pause <= 0) return writeChanges();
+  _writeTimer = Timer::after(_process.mainQueue(), pause, [this] { writeChanges(); });
+}
+
+void PrometheusCounters::writeChanges() {
+  _lastWrite = _process.now();
   const std::optional<std::string> error = write(_file, prometheus::TextSerializer().Serialize(_registry->Collect()));
   _hasChanged = error.has_value();
   if (std::exchange(_hasFailed, error.has_value()) == error.has_value()) return;

@@ -10,6 +10,7 @@
 #include "platform/AnalyticsCounters.h"
 #include "runtime/Log.h"
 #include "runtime/Process.h"
+#include "runtime/Timer.h"
 
 namespace prometheus {
 class Gauge;
@@ -18,9 +19,10 @@ class Registry;
 
 namespace pellor {
 
-/// Writes the file at the end of each settle of the process in which a value changed, unless it says the same. A write
-/// that fails is logged once and tried again at the next settle; counters never make a settle fail. Main queue;
-/// destroyed on it too, at the latest with the process.
+/// Writes the file at the end of a settle of the process in which a value changed, unless it says the same, and at most
+/// once a second: what a settle leaves is written a second after the last write, or with the end of the object. A write
+/// that fails is logged once and tried again in the same way; counters never make a settle fail. Main queue; destroyed
+/// on it too, at the latest with the process.
 class PrometheusCounters final : public AnalyticsCounters, public SettleParticipant {
  public:
   /// `file` is replaced as a whole, for the owner alone; its folder is made when it is missing.
@@ -37,12 +39,15 @@ class PrometheusCounters final : public AnalyticsCounters, public SettleParticip
 
  private:
   prometheus::Gauge& gaugeFor(std::string_view key);
+  void writeChanges();
 
   Process& _process;
   const std::filesystem::path _file;
   const LogHandle _log;
   const std::unique_ptr<prometheus::Registry> _registry;
   std::map<std::string, prometheus::Gauge*, std::less<>> _gauges;  ///< by key; owned by the registry
+  double _lastWrite = 0;                                           ///< in the time of the process
+  std::shared_ptr<Timer> _writeTimer;                              ///< for what came too soon after the last write
   bool _hasChanged = false;
   bool _hasFailed = false;
 };

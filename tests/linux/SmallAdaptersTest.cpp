@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "linux/GettextStrings.h"
@@ -11,6 +12,7 @@
 #include "linux/PrometheusCounters.h"
 #include "linux/StandardErrorLog.h"
 #include "linux/UserFolders.h"
+#include "testing/SimulatedScheduler.h"
 #include "tests/linux/TemporaryFolder.h"
 
 namespace pellor {
@@ -88,17 +90,18 @@ TEST(GettextStringsTest, DamagedCatalogsAreNoCatalogs) {
 
 // Counters
 
-TEST(PrometheusCountersTest, ChangedValuesAreWrittenOnceASettle) {
+TEST(PrometheusCountersTest, ChangedValuesAreWrittenAtASettleAndOnceASecond) {
   const TemporaryFolder folder;
   const fs::path file = folder / "metrics/pellor.prom";
-  Process process;
-  PrometheusCounters counters(process, file, LogHandle("test", "counters", nullptr));
+  const auto world = std::make_shared<SimulatedScheduler>(1);
+  Process process(world, nullptr);
+  std::optional<PrometheusCounters> counters(std::in_place, process, file, LogHandle("test", "counters", nullptr));
   EXPECT_TRUE(process.settle(5));
   EXPECT_FALSE(fs::exists(file)) << "nothing was counted";
 
-  counters.setValueForScalarKey("org.tapnote.tn.friendList.size", 4);
-  counters.setValueForScalarKey("org.tapnote.tn.friendList.size", 5);
-  counters.setValueForScalarKey("7.groups-count", 0);
+  counters->setValueForScalarKey("org.tapnote.tn.friendList.size", 4);
+  counters->setValueForScalarKey("org.tapnote.tn.friendList.size", 5);
+  counters->setValueForScalarKey("7.groups-count", 0);
   EXPECT_TRUE(process.settle(5));
   const std::string content = contentOf(file);
   EXPECT_NE(content.find("\norg_tapnote_tn_friendList_size 5"), std::string::npos) << content;
@@ -107,10 +110,21 @@ TEST(PrometheusCountersTest, ChangedValuesAreWrittenOnceASettle) {
   EXPECT_EQ(modeOf(file.parent_path()), 0700u);
   EXPECT_EQ(std::distance(fs::directory_iterator(file.parent_path()), {}), 1) << "no drafts are left";
 
+  counters->setValueForScalarKey("7.groups-count", 1);
+  EXPECT_TRUE(process.settle(5));
+  EXPECT_EQ(contentOf(file), content) << "too soon";
+  world->advance(1);
+  EXPECT_NE(contentOf(file).find("\n_7_groups_count 1"), std::string::npos) << "but not forgotten";
+
   fs::remove(file);
-  counters.setValueForScalarKey("org.tapnote.tn.friendList.size", 5);
+  counters->setValueForScalarKey("7.groups-count", 1);
+  world->advance(1);
   EXPECT_TRUE(process.settle(5));
   EXPECT_FALSE(fs::exists(file)) << "nothing changed";
+
+  counters->setValueForScalarKey("7.groups-count", 2);
+  counters.reset();
+  EXPECT_NE(contentOf(file).find("\n_7_groups_count 2"), std::string::npos) << "without a settle";
 }
 
 // Log
