@@ -17,6 +17,8 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr double BusySeconds = 5;
+// So that the row of a run, of 5 to 8 kB, fits into a page: else each write of it takes other pages than the last one.
+constexpr int PageSize = 8192;
 constexpr std::int64_t SchemaVersion = 2;
 // The one before it had no rows for runs.
 constexpr std::int64_t VersionWithoutRuns = 1;
@@ -126,7 +128,11 @@ void PreferencesDatabase::prepareForWriting() {
   database.execute("PRAGMA cell_size_check = ON");
   const std::int64_t found = version();
   const bool isNew = found == 0 && database.integer("SELECT count(*) FROM sqlite_master") == 0;
-  if (!isNew) requireVersion(found);
+  if (isNew) {
+    database.execute("PRAGMA page_size = " + std::to_string(PageSize));
+  } else {
+    requireVersion(found);
+  }
   database.execute("PRAGMA journal_mode = WAL");
   if (found == SchemaVersion) return;
   SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
@@ -160,7 +166,7 @@ SQLiteTransaction PreferencesDatabase::transaction(SQLiteTransaction::Kind kind)
   if (kind == SQLiteTransaction::Kind::write && !_isWritable) {
     throw SQLiteError(SQLITE_READONLY, ReadOnlyError);
   }
-  return {_statements->database(), kind};
+  return {[&statements = *_statements](std::string_view text) { statements.use(text)->run(); }, kind};
 }
 
 // A store that may only be read stays as an earlier version laid it out, until a writer comes.

@@ -1,5 +1,7 @@
 #include "linux/SQLiteDatabase.h"
 
+#include <utility>
+
 namespace pellor {
 namespace {
 
@@ -114,21 +116,24 @@ bool SQLiteDatabase::hasMoved() const {
   return moved != 0;
 }
 
-SQLiteTransaction::SQLiteTransaction(const SQLiteDatabase& database, Kind kind) : _database(database) {
-  _database.execute(kind == Kind::write ? "BEGIN IMMEDIATE" : "BEGIN");
+SQLiteTransaction::SQLiteTransaction(const SQLiteDatabase& database, Kind kind)
+    : SQLiteTransaction([&database](std::string_view text) { database.execute(text); }, kind) {}
+
+SQLiteTransaction::SQLiteTransaction(Execute execute, Kind kind) : _execute(std::move(execute)) {
+  _execute(kind == Kind::write ? "BEGIN IMMEDIATE" : "BEGIN");
 }
 
 SQLiteTransaction::~SQLiteTransaction() {
   if (!_isOpen) return;
   try {
-    _database.execute("ROLLBACK");
+    _execute("ROLLBACK");
   } catch (const SQLiteError&) {
     // Some failures have rolled it back already.
   }
 }
 
 void SQLiteTransaction::commit() {
-  _database.execute("COMMIT");
+  _execute("COMMIT");
   _isOpen = false;
 }
 

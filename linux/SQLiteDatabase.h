@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -96,14 +97,17 @@ class SQLiteDatabase {
 class SQLiteTransaction {
  public:
   enum class Kind { read, write };
+  /// Runs one of a transaction's own statements.
+  using Execute = std::function<void(std::string_view)>;
   SQLiteTransaction(const SQLiteDatabase& database, Kind kind);
+  SQLiteTransaction(Execute execute, Kind kind);
   ~SQLiteTransaction();
   SQLiteTransaction(const SQLiteTransaction&) = delete;
   SQLiteTransaction& operator=(const SQLiteTransaction&) = delete;
   void commit();
 
  private:
-  const SQLiteDatabase& _database;
+  const Execute _execute;
   bool _isOpen = true;
 };
 
