@@ -17,6 +17,14 @@ constexpr std::uint64_t DefaultGroupSize = 10;
 constexpr std::string_view CompleteArray = "as many entries from setFriends as the group has slots";
 
 // What stands for a friend without a name: the part of an e-mail address before the "@", or the number.
+// To show a number as a name takes longer than all the rest of an edit. Being asked for its name makes a person keep
+// its primary destination, whoever listens.
+std::optional<std::string> loggedName(const PLPerson& person) {
+  if (_PLGetLogSystem().isHeard()) return person.displayName();
+  if (!person.hasName()) person.primaryDestination();
+  return std::nullopt;
+}
+
 std::string shortDestination(const std::string& displayName) {
   if (plMessageDestinationType(displayName) != PLMessageDestinationTypeEmail) return displayName;
   return displayName.substr(0, displayName.find('@'));
@@ -113,7 +121,7 @@ void PLFriendGroup::setFriendAtPosition(std::shared_ptr<PLPerson> person, std::u
   // The delegate may drop the group while it is told.
   const auto self = shared_from_this();
   if (person) {
-    _PLGetLogSystem().log("setting [%@] in friend list at position %tu", redactable(person->displayName()), position);
+    _PLGetLogSystem().log("setting [%@] in friend list at position %tu", redactable(loggedName(*person)), position);
     _storeInSlot(person, position);
     if (auto delegate = _delegate.lock()) delegate->friendGroupDidSetFriendAtPosition(self, person, position);
   } else {
@@ -132,7 +140,7 @@ void PLFriendGroup::removeFriendAtPosition(std::uint64_t position) {
   const auto self = shared_from_this();
   if (!removed) return _PLGetLogSystem().log("Position %lu is already empty", position);
   _storeInSlot(EmptySlot, position);
-  _PLGetLogSystem().log("Removing friend [%@] from position %lu in friend group", redactable(removed->displayName()),
+  _PLGetLogSystem().log("Removing friend [%@] from position %lu in friend group", redactable(loggedName(*removed)),
                         position);
   if (auto delegate = _delegate.lock()) delegate->friendGroupDidRemoveFriendAtPosition(self, removed, position);
 }

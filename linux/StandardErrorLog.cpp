@@ -34,8 +34,10 @@ void StandardErrorLog::setVerbosity(Verbosity verbosity) {
   _logger->set_level(verbosity == Verbosity::verbose ? spdlog::level::info : spdlog::level::off);
 }
 
+bool StandardErrorLog::isHeard() const { return _logger->should_log(spdlog::level::info); }
+
 void StandardErrorLog::write(const LogEntry& entry) {
-  if (!_logger->should_log(spdlog::level::info)) return;
+  if (!isHeard()) return;
   _logger->log(spdlog::level::info, printable(entry.subsystem + ":" + entry.category + " " + entry.text(_privacy)));
 }
 

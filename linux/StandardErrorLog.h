@@ -24,6 +24,7 @@ class StandardErrorLog final : public LogSink {
   /// Any thread; entries that are being written at that moment go either way.
   void setVerbosity(Verbosity verbosity);
   void write(const LogEntry& entry) override;
+  bool isHeard() const override;
 
  private:
   const std::unique_ptr<spdlog::logger> _logger;

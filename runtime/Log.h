@@ -42,6 +42,8 @@ class LogSink {
  public:
   virtual ~LogSink() = default;
   virtual void write(const LogEntry& entry) = 0;
+  /// Whether anybody reads the lines that come now; if not, none is put together. Any thread.
+  virtual bool isHeard() const { return true; }
 };
 
 /// An argument of a log text, formatted at the call. An absent value prints as `(null)`, a set as `{a, b}` in its
@@ -97,8 +99,10 @@ class LogHandle {
   /// Writes one line. There are as many arguments as placeholders in the text.
   template <class... Arguments>
   void log(LogFormat format, const Arguments&... arguments) const {
-    if (_sink) write(format, {LogArgument(arguments)...});
+    if (isHeard()) write(format, {LogArgument(arguments)...});
   }
+  /// Whether lines go somewhere: what takes long to work out need not be, for a line that nobody reads.
+  bool isHeard() const { return _sink && _sink->isHeard(); }
 
   const std::string& subsystem() const { return _subsystem; }
   const std::string& category() const { return _category; }

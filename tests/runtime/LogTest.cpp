@@ -12,6 +12,8 @@ namespace {
 
 struct Collector : LogSink {
   void write(const LogEntry& entry) override { entries.push_back(entry); }
+  bool isHeard() const override { return hears; }
+  bool hears = true;
   std::vector<LogEntry> entries;
 };
 
@@ -23,6 +25,9 @@ class LogTest : public testing::Test {
 
 TEST_F(LogTest, fillsThePlaceholdersInOrder) {
   handle.log("plain");
+  sink->hears = false;
+  handle.log("to nobody");
+  sink->hears = true;
   handle.log("100% of %@, %d of %lu and %tu: %u%%", std::optional<std::string>("all"), -3, 4UL, 5, 6U);
   handle.log("%@%@", std::optional<std::string>(), std::set<std::string>{"b", "a"});
   handle.log("[%@] [%@]", Value(Array{1, "x", Dictionary{{"k", true}, {"l", 1.5}}}), std::set<std::string>());
