@@ -1059,7 +1059,7 @@ void PLFriendsManager::_addEntryToChangeLogForPersonChangeType(const std::shared
 
 void PLFriendsManager::_addToChangeLog(PLChangeLog changes) {
   if (changes.isEmpty()) return;
-  _changeLogQueue->asyncBarrier([weak = weak_from_this(), changes = std::move(changes)] {
+  _changeLogQueue->briefBarrier([weak = weak_from_this(), changes = std::move(changes)] {
     auto self = weak.lock();
     if (!self) return;
     self->_changeLogQueue->requireCurrent();
@@ -1092,7 +1092,7 @@ std::optional<PLChangeLog> PLFriendsManager::_copyAndResetChangeLog() {
     _changeLogQueue->requireReader();
     if (!_changeLog || _changeLog->isEmpty()) return;
     drained = _changeLog;
-    _changeLogQueue->asyncBarrier([weak = weak_from_this()] {
+    _changeLogQueue->briefBarrier([weak = weak_from_this()] {
       const auto self = weak.lock();
       if (!self) return;
       self->_changeLogQueue->requireCurrent();

@@ -22,6 +22,10 @@ void ConcurrentStrand::async(Task task) { append({.task = std::move(task)}); }
 
 void ConcurrentStrand::asyncBarrier(Task task) { append({.task = std::move(task), .isBarrier = true}); }
 
+void ConcurrentStrand::briefBarrier(Task task) {
+  append({.task = std::move(task), .isBarrier = true, .isBrief = true});
+}
+
 void ConcurrentStrand::append(Entry entry) {
   require(entry.task != nullptr, "a task to queue");
   HandOn next;
@@ -30,9 +34,9 @@ void ConcurrentStrand::append(Entry entry) {
     if (isClosed()) return;
     process().taskQueued();
     _entries.push_back(std::move(entry));
-    next = takeHandOn();
+    next = takeHandOnOrBriefTask();
   }
-  handOn(next);
+  handOn(std::move(next));
 }
 
 void ConcurrentStrand::syncRead(const std::function<void()>& read) {
@@ -53,7 +57,7 @@ void ConcurrentStrand::enterInTurn(const void* waiter) {
     _gate.enter();
     next = takeHandOn();
   }
-  handOn(next);
+  handOn(std::move(next));
 }
 
 /// Takes a place behind what is queued and returns once it is the first that may start. Until then runs what stands
@@ -66,9 +70,9 @@ void ConcurrentStrand::waitForPlace(const void* waiter) {
       _changed.wait(_mutex);
     } else {
       Entry entry = startFirst();
-      const HandOn next = takeHandOn();
+      HandOn next = takeHandOn();
       const MutexUnlock released(_mutex);
-      run(std::move(entry), next, TurnAfter::askedFor);
+      run(std::move(entry), std::move(next), TurnAfter::askedFor);
     }
   }
   --_waiters;
@@ -105,12 +109,12 @@ bool ConcurrentStrand::runNext() noexcept {
     entry = startFirst();
     next = takeHandOn();
   }
-  run(std::move(entry), next, TurnAfter::inThisThread);
+  run(std::move(entry), std::move(next), TurnAfter::inThisThread);
   return true;
 }
 
 void ConcurrentStrand::run(Entry entry, HandOn before, TurnAfter turn) {
-  handOn(before);
+  handOn(std::move(before));
   runTask(*this, std::move(entry.task));
   finish(entry.isBarrier, turn);
   process().taskEnded();
@@ -123,9 +127,10 @@ void ConcurrentStrand::finish(bool isBarrier, TurnAfter turn) {
   {
     const MutexLock lock(_mutex);
     if (isBarrier) _isBarrierRunning = false;
-    next = takeHandOn();
+    // One brief task at most: a barrier may be such a task itself, whose caller has other things to do.
+    next = isBarrier ? takeHandOn() : takeHandOnOrBriefTask();
   }
-  handOn(next, turn);
+  handOn(std::move(next), turn);
 }
 
 /// Called in each hold of the lock that changed something, as its last step.
@@ -137,8 +142,18 @@ ConcurrentStrand::HandOn ConcurrentStrand::takeHandOn() {
   return next;
 }
 
+/// The same, but starts a brief task for the caller in place of asking for a turn.
+ConcurrentStrand::HandOn ConcurrentStrand::takeHandOnOrBriefTask() {
+  Entry brief;
+  if (needsTurn() && _entries.front().isBrief && scheduler().lendsTurns()) brief = startFirst();
+  HandOn next = takeHandOn();
+  next.brief = std::move(brief);
+  return next;
+}
+
 void ConcurrentStrand::handOn(HandOn handOn, TurnAfter turn) {
   if (handOn.wakesWaiters) _changed.notifyAll();
+  if (handOn.brief.task) return run(std::move(handOn.brief), {}, turn);
   if (!handOn.asksForTurn) return;
   turn == TurnAfter::inThisThread ? scheduler().submitAgain(asStrand(*this)) : scheduler().submit(asStrand(*this));
 }
@@ -154,7 +169,7 @@ void ConcurrentStrand::close(std::vector<Task>& dropped) {
     std::erase_if(_entries, [](const Entry& entry) { return !entry.waiter; });
     next = takeHandOn();
   }
-  handOn(next);
+  handOn(std::move(next));
 }
 
 }  // namespace pellor

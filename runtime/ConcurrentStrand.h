@@ -21,6 +21,7 @@ class ConcurrentStrand final : public ConcurrentQueue, public Strand {
 
   void async(Task task) override;
   void asyncBarrier(Task task) override;
+  void briefBarrier(Task task) override;
   bool isCurrent() const override;
   bool runNext() noexcept override;
   void close(std::vector<Task>& dropped) override;
@@ -29,12 +30,14 @@ class ConcurrentStrand final : public ConcurrentQueue, public Strand {
   struct Entry {
     Task task;  ///< null: the place of a synchronous read, which its own thread takes
     bool isBarrier = false;
+    bool isBrief = false;
     const void* waiter = nullptr;
   };
   /// What a change of what may start asks for, to be done without the lock.
   struct HandOn {
     bool wakesWaiters = false;
     bool asksForTurn = false;
+    Entry brief = {};  ///< has been started, for the caller to run
   };
 
   /// Where the next turn is taken: by the worker whose turn ends with the call, or by another one.
@@ -49,6 +52,7 @@ class ConcurrentStrand final : public ConcurrentQueue, public Strand {
   bool needsTurn() const PELLOR_REQUIRES(_mutex);
   Entry startFirst() PELLOR_REQUIRES(_mutex);
   HandOn takeHandOn() PELLOR_REQUIRES(_mutex);
+  HandOn takeHandOnOrBriefTask() PELLOR_REQUIRES(_mutex);
   void enterInTurn(const void* waiter) PELLOR_EXCLUDES(_mutex);
   void waitForPlace(const void* waiter) PELLOR_REQUIRES(_mutex);
   void handOn(HandOn handOn, TurnAfter turn = TurnAfter::askedFor) PELLOR_EXCLUDES(_mutex);
