@@ -148,6 +148,7 @@ PLFriendsManager::PLFriendsManager(Passkey, Process& process, std::string domain
       _changeLogQueue(ConcurrentQueue::make(prefixed(".Pellor.PLFriendsManager.ChangeLog"))),
       _identifiersToPersonMap(_friendList.people()),
       _loadRetryPause(kFirstRetryPause),
+      _touchedLeaves(process.local<PLPersonChanges>()),
       _saveRetryPause(kFirstRetryPause) {
   _publishedList.store(std::make_shared<const PLSlotSnapshot>(_friendList.snapshot()));
   _process.addSettleParticipant(*this);
@@ -397,6 +398,24 @@ void PLFriendsManager::_retryLoadLater() {
 void PLFriendsManager::save() {
   checkMainQueue(_process, "save");
   _publishList();
+  if (_mayHaveUnsavedChanges()) return _requestSave();
+  // No thread is woken for nothing. What is marked behind this request, without one of its own, goes out with it.
+  if (std::exchange(_saveIsDue, true)) return;
+  _process.mainQueue().async([self = shared_from_this()] {
+    self->_saveIsDue = false;
+    if (self->_mayHaveUnsavedChanges()) self->_requestSave();
+  });
+}
+
+// Whoever comes into the list with a flag comes by an edit, or is marked again as it comes. Asked last whether a save
+// is under way: it has taken the flags, and may set them again.
+bool PLFriendsManager::_mayHaveUnsavedChanges() const {
+  const bool isMarked = _needsFriendListSync || _needsTitlesSync || _needsNormalizationMark ||
+                        _savedMarks != _process.local<PLPersonChanges>().marks;
+  return isMarked || _isSaving || _writeFailed || _storeIsUnreadable;
+}
+
+void PLFriendsManager::_requestSave() {
   _saveQueue->async([self = shared_from_this()] {
     self->_saveQueue->requireCurrent();
     if (self->_saveOperation) self->_saveOperation->invalidate();
@@ -417,13 +436,21 @@ struct PLFriendsManager::Write {
   std::shared_ptr<const PLSlotSnapshot> list;
   std::shared_ptr<const TitlesVersion> titles;
   std::uint64_t mergeCount = 0;
-  std::uint64_t changes = 0;  // of persons, counted before any of them was looked at and after its flag was taken
+  std::uint64_t elsewhere = 0;  // touches of persons, counted before any flag was taken
+  std::uint64_t changes = 0;    // of persons, counted before any of them was looked at and after its flag was taken
+  bool knowsTouched = false;    // whether all of these are in leaves that were gathered
 
   bool writesList() const { return layoutChanged || titlesChanged || !persons.empty(); }
 };
 
 void PLFriendsManager::_save() {
   _saveQueue->requireCurrent();
+  _isSaving = true;
+  _writeUnsavedChanges();
+  _isSaving = false;
+}
+
+void PLFriendsManager::_writeUnsavedChanges() {
   // The flags stay set: they go out after the store has been read again.
   if (_storeIsUnreadable) {
     _writeFailed = true;
@@ -431,6 +458,7 @@ void PLFriendsManager::_save() {
   }
   Write write;
   if (!_takeUnsavedChanges(write)) {
+    if (!write.knowsTouched || _touchedLeaves.isLong()) _touchedLeaves.beginAt(write.changes, write.elsewhere);
     _writeFailed = false;
     return;
   }
@@ -443,6 +471,7 @@ void PLFriendsManager::_save() {
   _saveRetryPause = kFirstRetryPause;
   if (write.titlesChanged) _savedTitlesEdition = write.titles->edition;
   if (!write.writesList()) return;
+  _touchedLeaves.beginAt(write.changes, write.elsewhere);
   _PLGetLogSystem().log("friend list saved");
   std::weak_ptr<PLFriendsManager> weak = weak_from_this();
   _process.mainQueue().async(
@@ -462,34 +491,45 @@ void PLFriendsManager::_save() {
 // Each flag is taken before what it stands for is read: a change that comes in between is written now, and once more by
 // the save that it asks for, rather than never. False when there is nothing to write.
 bool PLFriendsManager::_takeUnsavedChanges(Write& write) {
-  write.layoutChanged = _needsFriendListSync.exchange(false, std::memory_order_acquire);
-  write.titlesChanged = _needsTitlesSync.exchange(false, std::memory_order_acquire);
-  write.marksNormalized = _needsNormalizationMark.exchange(false, std::memory_order_acquire);
+  write.layoutChanged = _needsFriendListSync.exchange(false, std::memory_order_acq_rel);
+  write.titlesChanged = _needsTitlesSync.exchange(false, std::memory_order_acq_rel);
+  write.marksNormalized = _needsNormalizationMark.exchange(false, std::memory_order_acq_rel);
   write.mergeCount = _mergeCount.load(std::memory_order_acquire);
+  _touchedLeaves.gather();
   write.list = _publishedList.load();
   write.titles = _publishedTitles.load();
   _takeUnsavedPersons(write);
   // After the flags of the persons: what they stand for is counted then, and no stored form of before passes for
   // theirs.
   write.changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
+  write.knowsTouched = _touchedLeaves.isComplete();
   return write.writesList() || write.marksNormalized;
 }
 
-// Nobody has been marked since the last save looked: then only who came into the list since may carry a flag. So bursts
-// of requests look once.
+// When it is known who was marked since the last save looked, only they and who came into the list since may carry a
+// flag.
 void PLFriendsManager::_takeUnsavedPersons(Write& write) {
   const auto takeFlag = [&](const Slot& person) {
     if (person != EmptySlot && person->needsSave() && person->takeNeedsSave()) write.persons.push_back(person);
   };
-  const std::uint64_t marks = _process.local<PLPersonChanges>().marks.load(std::memory_order_acquire);
-  if (marks == _savedMarks && _savedList) {
-    write.list->forEachDifferingLeaf(
-        *_savedList, [&](std::uint64_t index) { std::ranges::for_each(write.list->leaf(index), takeFlag); });
+  const PLPersonChanges& changes = _process.local<PLPersonChanges>();
+  write.elsewhere = changes.touches.countElsewhere();
+  const std::uint64_t marks = changes.marks.load(std::memory_order_acquire);
+  if (_savedList && (marks == _savedMarks || _touchedLeaves.isComplete())) {
+    _visitTouchedSlots(*write.list, takeFlag);
   } else {
     write.list->forEach(takeFlag);
   }
   _savedMarks = marks;
   _savedList = write.list;
+}
+
+void PLFriendsManager::_visitTouchedSlots(const PLSlotSnapshot& list, const std::function<void(const Slot&)>& visit) {
+  const auto visitLeaf = [&](std::uint64_t index) {
+    if (index < list.leafCount()) std::ranges::for_each(list.leaf(index), visit);
+  };
+  list.forEachDifferingLeaf(*_savedList, visitLeaf);
+  std::ranges::for_each(_touchedLeaves.leaves(), visitLeaf);
 }
 
 void PLFriendsManager::_keepUnsavedChanges(const Write& write) {
@@ -506,8 +546,9 @@ bool PLFriendsManager::_perform(const Write& write) {
   std::shared_ptr<PLStoredVersion> written;
   if (write.writesList()) {
     const auto known = _storedVersion.load();
+    const auto* touched = known && write.knowsTouched ? _touchedLeaves.since(known->changes()) : nullptr;
     written = std::make_shared<PLStoredVersion>(
-        PLStoredVersion::made(known ? *known : PLStoredVersion(), *write.list, write.changes));
+        PLStoredVersion::made(known ? *known : PLStoredVersion(), *write.list, write.changes, touched));
     preferences.setValue(PLFriendListKey, written->array(), _domain);
     // A write that only persons' own changes caused is not pushed to the paired device.
     if (write.layoutChanged || write.titlesChanged) pushed.emplace(PLFriendListKey);
@@ -679,6 +720,7 @@ void PLFriendsManager::_tallyLogFriendGroupCount() {
 }
 
 void PLFriendsManager::_publishList() {
+  _touchedLeaves.name(_friendList);
   if (_publishedListVersion == _friendList.version()) return;
   _publishedListVersion = _friendList.version();
   _publishedList.store(std::make_shared<const PLSlotSnapshot>(_friendList.snapshot()));

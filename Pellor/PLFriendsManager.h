@@ -36,6 +36,7 @@
 #include "Pellor/PLReconciledFriends.h"
 #include "Pellor/PLSlotList.h"
 #include "Pellor/PLStoredVersion.h"
+#include "Pellor/PLTouchedLeaves.h"
 #include "Pellor/PLUtility.h"
 #include "platform/Platform.h"
 #include "platform/ReachabilityService.h"
@@ -305,11 +306,16 @@ class PLFriendsManager : public Object,
   void _startListInPlaceOfDamaged();
   void _finishLoad();
   void _retryLoadLater();
+  void _requestSave();
+  bool _mayHaveUnsavedChanges() const;
   void _save();
   struct Write;
+  void _writeUnsavedChanges() PELLOR_REQUIRES(*_saveQueue);
   bool _takeUnsavedChanges(Write& write) PELLOR_REQUIRES(*_saveQueue);
   void _keepUnsavedChanges(const Write& write) PELLOR_REQUIRES(*_saveQueue);
   void _takeUnsavedPersons(Write& write) PELLOR_REQUIRES(*_saveQueue);
+  void _visitTouchedSlots(const PLSlotSnapshot& list, const std::function<void(const Slot&)>& visit)
+      PELLOR_REQUIRES(*_saveQueue);
   bool _perform(const Write& write) PELLOR_REQUIRES(*_saveQueue);
   void _knowWritten(std::shared_ptr<PLStoredVersion> written) PELLOR_REQUIRES(*_saveQueue);
   void _retrySaveLater() PELLOR_REQUIRES(*_saveQueue);
@@ -460,6 +466,7 @@ class PLFriendsManager : public Object,
   bool _titlesMoved = false;     // with a removed group, and not given to the save queue yet
   bool _titleLoadIsDue = false;  // others changed titles while own ones were under way
   std::uint64_t _publishedListVersion = 0;
+  bool _saveIsDue = false;                // was asked for when there was nothing to write, and may find something yet
   PLSlotSnapshot _laidOutList;            // which the groups show, but for what was given to them since
   std::uint64_t _laidOutAssignments = 0;  // of friends to groups, those of the layout included
   std::optional<std::string> _serviceName;
@@ -472,6 +479,7 @@ class PLFriendsManager : public Object,
   // are set.
   Published<std::shared_ptr<const PLSlotSnapshot>> _publishedList;
   Published<std::shared_ptr<const TitlesVersion>> _publishedTitles;
+  PLTouchedLeaves _touchedLeaves;  // named on the main queue, gathered by saves
   // What loads and saves know of the stored list.
   Published<std::shared_ptr<const PLStoredVersion>> _storedVersion;
   std::atomic<bool> _needsFriendListSync{false};     // set by edits, taken by a save, set again by one that failed
@@ -479,14 +487,15 @@ class PLFriendsManager : public Object,
   std::atomic<bool> _needsNormalizationMark{false};  // the same, for a mark that could not be written
   std::atomic<std::uint64_t> _mergeCount{0};         // how many stored lists the published list has taken in
   std::atomic<bool> _storeIsUnreadable{false};       // nothing is written over what could not be read
+  // Written by saves, read on the main queue: whether one looks or writes, and how many marks the last one knew of.
+  std::atomic<bool> _isSaving{false};
+  std::atomic<std::uint64_t> _savedMarks{0};
 
   // Save queue.
   std::shared_ptr<PLDelayedOperation> _saveOperation PELLOR_GUARDED_BY(*_saveQueue);
   std::shared_ptr<Timer> _saveRetryTimer PELLOR_GUARDED_BY(*_saveQueue);
   double _saveRetryPause PELLOR_GUARDED_BY(*_saveQueue);
-  // The list and the count of changed persons that the last save looked at.
-  std::shared_ptr<const PLSlotSnapshot> _savedList PELLOR_GUARDED_BY(*_saveQueue);
-  std::uint64_t _savedMarks PELLOR_GUARDED_BY(*_saveQueue) = 0;
+  std::shared_ptr<const PLSlotSnapshot> _savedList PELLOR_GUARDED_BY(*_saveQueue);  // that the last save looked at
   std::uint64_t _savedTitlesEdition PELLOR_GUARDED_BY(*_saveQueue) = 0;
   std::atomic<bool> _writeFailed{false};  // written on the save queue, read by `settle`
 

@@ -180,6 +180,7 @@ void PLPerson::_publish() {
   const bool isOtherIdentity = !_record.hasIdentityOf(record());
   auto& identities = _process().local<PLPersonIdentityChanges>();
   if (isOtherIdentity) identities.announceWillChange(*this);
+  _changes.touches.note(*this);
   _lastChange.begin(_changes);
   _published.store(_record);
   _lastChange.end(_changes);
@@ -188,8 +189,14 @@ void PLPerson::_publish() {
 
 void PLPerson::setNeedsSave(bool needsSave) {
   _needsSave.store(needsSave, std::memory_order_release);
+  if (!needsSave) return;
+  if (_process().mainQueue().isCurrent()) {
+    _changes.touches.note(*this);
+  } else {
+    _changes.touches.noteElsewhere();
+  }
   // Counted after it can be seen: a save that reads the new count finds the flag.
-  if (needsSave) _changes.marks.fetch_add(1, std::memory_order_release);
+  _changes.marks.fetch_add(1, std::memory_order_release);
 }
 
 void PLPerson::ChangeReport::operator()(const LogFormat& format, const LogArgument& oldValue,

@@ -1,11 +1,50 @@
 // How a save finds out which persons changed since the last one.
 #pragma once
 
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 
 namespace pellor {
+
+class PLPerson;
+
+/// Who was touched lately, that is, changed or marked as needing a save. A change is a touch before it is counted, and
+/// one more after it has ended where another thread may look meanwhile; a mark is a touch after the flag is set. So who
+/// finds both counts as they were knows of every change that was counted before, and of every flag.
+class PLTouches {
+ public:
+  /// A touch on the main queue. The person is remembered, not kept.
+  void note(const PLPerson& person) {
+    const std::uint64_t count = _count.load(std::memory_order_relaxed);
+    _persons[count % _persons.size()] = &person;
+    _count.store(count + 1, std::memory_order_release);
+  }
+  /// A touch anywhere else, of somebody. Any thread.
+  void noteElsewhere() { _countElsewhere.fetch_add(1, std::memory_order_acq_rel); }
+
+  /// How many there were on the main queue, and elsewhere. Any thread.
+  std::uint64_t count() const { return _count.load(std::memory_order_acquire); }
+  std::uint64_t countElsewhere() const { return _countElsewhere.load(std::memory_order_acquire); }
+
+  /// Calls `visit` with each person noted after the first `seen` ones, some of whom may be gone; false when they are
+  /// not all remembered. Main queue.
+  template <class Visit>
+  bool visitSince(std::uint64_t seen, Visit visit) const {
+    const std::uint64_t end = count();
+    if (end - seen > _persons.size()) return false;
+    for (; seen < end; ++seen) visit(_persons[seen % _persons.size()]);
+    return true;
+  }
+
+ private:
+  static constexpr std::size_t kRemembered = 256;
+  std::array<const PLPerson*, kRemembered> _persons{};  // main queue
+  std::atomic<std::uint64_t> _count{0};                 // counted on the main queue
+  std::atomic<std::uint64_t> _countElsewhere{0};        // counted by whoever touches a person elsewhere
+};
 
 /// The counts of one process: `process.local<PLPersonChanges>()`. Any thread.
 struct PLPersonChanges {
@@ -15,6 +54,7 @@ struct PLPersonChanges {
   std::atomic<std::uint64_t> marks{0};  // counted by whoever sets a flag: main, metadata and save queues
   /// How often what is persisted of persons became something else, marked or not.
   std::atomic<std::uint64_t> changes{0};  // counted by whoever changed something: main and metadata queues
+  PLTouches touches;
 };
 
 /// The number of a person's last change among all changes of the process. Whoever keeps something that was made of the

@@ -104,6 +104,7 @@ bool PLPerson::_adoptMetadata(const Dictionary& metadata, const ChangeReport& re
   });
   if (!replaced) return false;
   report(format, redactable(Value(std::move(*replaced))), redactable(Value(metadata)));
+  _changes.touches.noteElsewhere();
   _lastChange.begin(_changes);
   _metadataQueue.asyncBarrier([weak = weak_from_this(), metadata] {
     const auto self = weak.lock();

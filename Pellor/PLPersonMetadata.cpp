@@ -60,6 +60,7 @@ const Dictionary& PLPerson::_metadataDictionary() const {
 void PLPerson::_setMetadataDictionary(Dictionary entries) {
   _metadata = entries.empty() ? nullptr : std::make_unique<const Dictionary>(std::move(entries));
   _lastChange.end(_changes);
+  _changes.touches.noteElsewhere();
 }
 
 void PLPerson::_createMetadata(const Dictionary& entries) {
@@ -67,6 +68,7 @@ void PLPerson::_createMetadata(const Dictionary& entries) {
 }
 
 void PLPerson::_writeMetadata(std::function<void(Dictionary&)> write) {
+  _changes.touches.noteElsewhere();
   _lastChange.begin(_changes);
   _metadataQueue.asyncBarrier([weak = weak_from_this(), write = std::move(write)] {
     const auto self = weak.lock();

@@ -12,18 +12,31 @@ static_assert(PLSlotSnapshot::LeafSize == LongArray::RunSize);
 PLStoredVersion::PLStoredVersion(LongArray array, std::vector<Run> runs, PLSlotSnapshot list, std::uint64_t changes)
     : _array(std::move(array)), _runs(std::move(runs)), _slots(std::move(list)), _changes(changes) {}
 
-PLStoredVersion PLStoredVersion::made(const PLStoredVersion& known, PLSlotSnapshot list, std::uint64_t changes) {
+namespace {
+
+// Of a list or array of that many elements: to ask the leaves and runs themselves costs more than all the rest.
+std::size_t sizeOfPart(std::size_t count, std::size_t index) {
+  return std::min(LongArray::RunSize, count - index * LongArray::RunSize);
+}
+
+}  // namespace
+
+PLStoredVersion PLStoredVersion::made(const PLStoredVersion& known, PLSlotSnapshot list, std::uint64_t changes,
+                                      const std::vector<std::uint64_t>* touched) {
   const std::vector<bool> differs = known.differingLeaves(list);
+  std::vector<bool> mayHaveChanged(differs.size(), !touched && changes != known._changes);
+  for (std::size_t next = 0; touched && next < touched->size(); ++next) {
+    if ((*touched)[next] < mayHaveChanged.size()) mayHaveChanged[(*touched)[next]] = true;
+  }
   std::vector<std::shared_ptr<const ArrayRun>> runs;
   std::vector<Run> states;
   runs.reserve(differs.size());
   states.reserve(differs.size());
   for (std::size_t index = 0; index < differs.size(); ++index) {
-    const auto leaf = list.leaf(index);
     const bool isKnown = !differs[index] && index < known._runs.size() && known._runs[index] != Run::other &&
-                         known._array.runs()[index]->size() == leaf.size() &&
-                         (changes == known._changes || known.holdsFor(leaf));
-    runs.push_back(isKnown ? known._array.runs()[index] : known.makeRun(leaf, index));
+                         sizeOfPart(known._array.size(), index) == sizeOfPart(list.count(), index) &&
+                         (!mayHaveChanged[index] || known.holdsFor(list.leaf(index)));
+    runs.push_back(isKnown ? known._array.runs()[index] : known.makeRun(list.leaf(index), index));
     states.push_back(isKnown ? known._runs[index] : Run::written);
   }
   return {LongArray(std::move(runs)), std::move(states), std::move(list), changes};

@@ -32,13 +32,17 @@ class PLStoredVersion {
 
   /// The list to be written for `list`: runs of which `known` has what would be written are taken over from there, and
   /// within the others every element of which that holds; only the rest is made. `changes` was counted before.
-  static PLStoredVersion made(const PLStoredVersion& known, PLSlotSnapshot list, std::uint64_t changes);
+  /// `touched`, if not null, are the only leaves in which persons changed since `known` and up to that count.
+  static PLStoredVersion made(const PLStoredVersion& known, PLSlotSnapshot list, std::uint64_t changes,
+                              const std::vector<std::uint64_t>* touched = nullptr);
 
   /// After `array` was written: has `stored`, as the store has it now, in place of the runs that were made, as far as
   /// the store made them from these. Of others nothing is known then.
   void takeOver(const LongArray& stored);
 
   const LongArray& array() const { return _array; }
+  /// How many changes of persons had been counted.
+  std::uint64_t changes() const { return _changes; }
 
   /// Tells of a merge of another version which of its runs it may pass over, being where it was when it began.
   class Unchanged {

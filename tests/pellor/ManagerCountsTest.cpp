@@ -2,6 +2,7 @@
 #include <ranges>
 
 #include "Pellor/PLStoredVersion.h"
+#include "Pellor/PLTouchedLeaves.h"
 #include "testing/LogCollector.h"
 #include "tests/pellor/ManagerWorld.h"
 #include "tests/pellor/OneProcess.h"
@@ -10,6 +11,9 @@ namespace pellor {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Optional;
+using ::testing::UnorderedElementsAre;
 
 class CountingService : public SimulatedIdentityService {
  public:
@@ -162,6 +166,45 @@ TEST_F(StoredVersion, KnowsOfNoRunThatTheStoreHasFromSomebodyElse) {
   EXPECT_NE(next[1], others.runs()[1]);
   EXPECT_NE(next[1], written[1]);
   EXPECT_NE(next[2], written[2]) << "nor of one that it has lost";
+}
+
+using TouchedLeaves = OneProcess;
+
+TEST_F(TouchedLeaves, AreNamedOrAllOfThem) {
+  const auto& changes = process.local<PLPersonChanges>();
+  PLSlotList list;
+  while (list.count() < 40 * LongArray::RunSize) list.append(PLPerson::init());
+  list.set(0, list.at(list.count() - 1));
+  PLTouchedLeaves touched(changes);
+  // Looks at all, or at what is named in place of all.
+  const auto look = [&] {
+    touched.gather();
+    const std::uint64_t elsewhere = changes.touches.countElsewhere(), count = changes.changes;
+    const bool isComplete = touched.isComplete();
+    const auto leaves = isComplete ? std::optional(touched.leaves()) : std::nullopt;
+    touched.beginAt(count, elsewhere);
+    EXPECT_EQ(touched.since(count - 1) == nullptr, count != 0) << "not known of earlier changes";
+    return leaves;
+  };
+  const auto all = std::nullopt;
+  EXPECT_EQ(look(), all) << "nothing was named yet";
+  EXPECT_THAT(look(), Optional(IsEmpty()));
+  list.at(33)->setNeedsSave(true);
+  EXPECT_EQ(look(), all) << "marked, not named yet";
+  touched.name(list);
+  list.at(0)->setPreferredReplyAs("home");
+  PLPerson::init()->setNeedsSave(true);
+  touched.name(list);
+  EXPECT_THAT(look(), Optional(UnorderedElementsAre(1, 0, 39, 0, 39))) << "changed, then marked, in two leaves";
+  list.at(0)->setMetadataValueForKey(1, "rank");
+  touched.name(list);
+  EXPECT_EQ(look(), all) << "changed on another queue";
+  settle();
+  EXPECT_EQ(look(), all) << "the change that was queued has ended";
+  for (std::uint64_t slot = 0; slot < 300; ++slot) list.at(slot)->setNeedsSave(true);
+  touched.name(list);
+  EXPECT_EQ(look(), all) << "too many to remember";
+  EXPECT_THAT(look(), Optional(IsEmpty()));
 }
 
 }  // namespace

@@ -90,6 +90,20 @@ TEST_F(ManagerSaveTest, ABurstOfChangedPersonsIsOneWrite) {
   EXPECT_EQ(std::ranges::count(notifications, "changed Ann~ Bob~ Cy~ Dan~"), 1);
 }
 
+TEST_F(ManagerSaveTest, ASaveThatHadNothingToWriteTakesAlongWhatIsMarkedAfterIt) {
+  auto a = launchWith("Ann,Bob");
+  a->run([&] {
+    a->manager().save();
+    const auto group = a->manager().friendGroups()[0];
+    auto friends = group->friends();
+    std::ranges::reverse(friends);
+    group->setFriends(friends);
+    a->manager().friendGroupDidMoveFriends(group, friends);
+  });
+  rest();
+  EXPECT_EQ(posts(), 1U);
+}
+
 TEST_F(ManagerSaveTest, WhoSavesDoesNotReloadAndAllOthersDo) {
   for (const bool coalesces : {false, true}) {
     world.bus().setCoalescesPostsOfOthers(coalesces);
