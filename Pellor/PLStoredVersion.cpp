@@ -88,12 +88,20 @@ void PLStoredVersion::takeOver(const LongArray& stored) {
 
 PLStoredVersion::Unchanged::Unchanged(const PLStoredVersion& known, const LongArray& array, const PLSlotSnapshot& list,
                                       std::uint64_t changes)
-    : _known(known), _array(array), _changes(changes), _differs(known.differingLeaves(list)) {}
+    : _known(known), _array(array), _list(list), _changes(changes), _differs(known.differingLeaves(list)) {}
 
 bool PLStoredVersion::Unchanged::operator()(std::size_t index) const {
-  return index < _differs.size() && !_differs[index] && index < _known._runs.size() &&
-         _known._runs[index] == Run::atRest && _known._array.runs()[index] == _array.runs()[index] &&
+  return index < _differs.size() && index < _known._runs.size() && _known._runs[index] == Run::atRest &&
+         _known._array.runs()[index] == _array.runs()[index] && (!_differs[index] || holdsTheSame(index)) &&
          (_changes == _known._changes || _known.holdsFor(_known._slots.leaf(index)));
+}
+
+// The last leaf is another one after each load that put an empty group behind it.
+bool PLStoredVersion::Unchanged::holdsTheSame(std::size_t index) const {
+  if (index >= _known._slots.leafCount()) return false;
+  const auto known = _known._slots.leaf(index), present = _list.leaf(index);
+  const std::size_t size = _array.runs()[index]->size();
+  return std::min(known.size(), present.size()) >= size && std::ranges::equal(known.first(size), present.first(size));
 }
 
 }  // namespace pellor

@@ -52,8 +52,11 @@ class PLStoredVersion {
     bool operator()(std::size_t index) const;
 
    private:
+    bool holdsTheSame(std::size_t index) const;
+
     const PLStoredVersion& _known;
     const LongArray& _array;
+    const PLSlotSnapshot& _list;
     const std::uint64_t _changes;
     std::vector<bool> _differs;
   };
