@@ -77,6 +77,7 @@ TEST(EVCardContact, ReadsWhatCardsInTheWildLookLike) {
       {"a person at an organisation without N", card("FN:Anna Novak\r\nORG:Club\r\n"),
        "given=Anna family=Novak fn=Anna Novak org=Club"},
       {"a person named like nobody at an organisation", card("N:Novak;;;;\r\nORG:Novak\r\n"), "family=Novak org=Novak"},
+      {"a list of addresses", card("X-EVOLUTION-LIST:TRUE\r\nFN:Friends\r\n"), "fn=Friends kind=other"},
       {"a group of contacts", card("KIND:group\r\nFN:Friends\r\n"), "fn=Friends kind=other"},
       {"a flag", card("FN:A\r\nX-FOLKS-FAVOURITE:TRUE\r\n"), "given=A fn=A favorite=0"},
       {"a mark with a place", card("FN:A\r\nX-QTPROJECT-FAVORITE:true;3\r\nX-FOLKS-FAVOURITE:true\r\n"),

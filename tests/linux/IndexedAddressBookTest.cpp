@@ -141,6 +141,23 @@ TEST_F(IndexedAddressBookTest, AnIndexThatCannotBeMadeIsToldOfWhenItCan) {
   EXPECT_EQ(log->count("the contact index can be used again"), 1U);
 }
 
+TEST_F(IndexedAddressBookTest, FavoritesThatAreMarkedAreToldOfOnlyWhenTheyAreOtherOnes) {
+  Program program(*this);
+  const auto favorites = MarkedFavorites::make(program.process, program.store);
+  program.sequence();
+  const auto change = [&](const std::string& marks) {
+    const int before = program.posts[AddressBookChangedNotification];
+    put("a.vcf", card("anna", "Anna", marks));
+    EXPECT_TRUE(program.waitUntil([&] { return program.posts[AddressBookChangedNotification] > before; }));
+    return program.posts[FavoritesChangedNotification];
+  };
+  EXPECT_EQ(change("X-FOLKS-FAVOURITE:true\n"), 0) << "nobody has asked for them";
+  EXPECT_EQ(favorites->favoriteEntries().size(), 1U);
+  EXPECT_EQ(change("X-FOLKS-FAVOURITE:true\nNOTE:no matter\n"), 0);
+  EXPECT_EQ(change(""), 1);
+  EXPECT_EQ(change("NOTE:still none\n"), 1);
+}
+
 class ContactsInAFolder final : public CardContacts {
  public:
   ~ContactsInAFolder() override { end(); }

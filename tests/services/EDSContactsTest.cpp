@@ -3,6 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Pellor/PLFriendsManager.h"
+#include "platform/Platform.h"
+#include "testing/SimulatedWorld.h"
 #include "tests/contract/AddressBookStoreContract.h"
 #include "tests/contract/FavoritesSourceContract.h"
 #include "tests/linux/CardContacts.h"
@@ -29,6 +32,98 @@ class ContactsInEDS final : public CardContacts {
 
   EDSService& _service = EDSService::shared();
 };
+
+using testing::HasSubstr;
+
+struct EDSContactsTest : testing::Test, ContactsFixture {
+  EDSContactsTest() { service.removeAll(); }
+
+  static std::shared_ptr<EDSContacts> contactsOf(EDSContactsOptions options = {}) {
+    return std::make_shared<EDSContacts>(std::move(options));
+  }
+  std::string addPerson(const std::string& name) { return service.add({card("", name)}).front(); }
+  std::size_t saidAway() const { return log->count("of Evolution Data Server does not answer"); }
+  std::size_t saidBack() const { return log->count("of Evolution Data Server can be read again"); }
+
+  EDSService& service = EDSService::shared();
+};
+
+TEST_F(EDSContactsTest, AServiceThatIsKilledIsConnectedToAgainAndNothingIsMissed) {
+  const std::string anna = addPerson("Anna"), boris = addPerson("Boris");
+  AddressBookProgram program(log, contactsOf(), options());
+  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf(boris) == "Boris"; }));
+  for (std::size_t round = 1; round <= 2; ++round) {
+    const std::string name = "Anne " + std::to_string(round);
+    service.kill();
+    EXPECT_TRUE(program.waitUntil([&] { return saidAway() == round; }));
+    EXPECT_EQ(program.nameOf(boris), "Boris");
+    service.change(card(anna, name));
+    const std::string added = addPerson("Clara");
+    EXPECT_TRUE(program.waitUntil([&] { return program.nameOf(added) == "Clara"; }));
+    service.remove(added);
+    EXPECT_TRUE(program.waitUntil([&] { return program.nameOf(added) == "(none)"; }));
+    EXPECT_EQ(program.nameOf(anna), name);
+    EXPECT_EQ(saidAway(), round);
+    EXPECT_EQ(saidBack(), round);
+  }
+}
+
+TEST_F(EDSContactsTest, WithoutTheServiceTheContactsAreWhatTheyWere) {
+  const std::string anna = addPerson("Anna");
+  AddressBookProgram(log, contactsOf({{}, 60}), options()).nameOf(anna);
+  service.setInstalled(false);
+  const auto source = contactsOf();
+  AddressBookProgram later(log, source, options());
+  EXPECT_EQ(later.nameOf(anna), "Anna") << "at once";
+  EXPECT_TRUE(later.isReadable());
+  ContactIndexOptions another = options();
+  another.dataFolder = folder / "another";
+  AddressBookProgram first(log, contactsOf(), another);
+  EXPECT_FALSE(first.isReadable()) << "nobody has ever seen these contacts";
+  EXPECT_TRUE(
+      later.waitUntil([&] { return later.store->sourceError().value_or("").find("does not") != std::string::npos; }));
+  EXPECT_THAT(first.store->readError().value_or(""), HasSubstr("of Evolution Data Server"));
+  EXPECT_TRUE(first.waitUntil([&] { return saidAway() == 2; })) << "once by each";
+  EXPECT_EQ(source->report(0).state, ServiceReport::State::fails);
+  EXPECT_THAT(contactsOf({"no-such-source", 0})->report(60).detail, HasSubstr("no such source"));
+
+  service.setInstalled(true);
+  EXPECT_TRUE(first.waitUntil([&] { return first.posts[AddressBookChangedNotification] > 0; }));
+  EXPECT_EQ(first.nameOf(anna), "Anna");
+  EXPECT_TRUE(later.waitUntil([&] { return saidBack() == 2; }));
+  EXPECT_EQ(later.posts[AddressBookChangedNotification], 0) << "they are the same";
+  EXPECT_EQ(saidAway(), 2U);
+  EXPECT_THAT(source->report(60).detail, HasSubstr("source system-address-book: 1 contacts"));
+  later.with([](AddressBook& book) { EXPECT_EQ(book.databaseUID(), "system-address-book"); });
+}
+
+TEST_F(EDSContactsTest, ARefreshOfManyFriendsAsksTheServiceNothing) {
+  constexpr std::size_t people = 10'000, friends = 240;
+  std::vector<std::string> cards;
+  for (std::size_t number = 0; number < people; ++number)
+    cards.push_back(card("", "Name " + std::to_string(number), "EMAIL:p" + std::to_string(number) + "@example.org\n"));
+  const std::vector<std::string> guids = service.add(cards);
+  const auto source = contactsOf({{}, 60});
+  AddressBookProgram program(log, source, options());
+  const Process::Scope scope(program.process);
+  SimulatedWorld world;
+  Platform platform = world.makePlatform(program.process);
+  platform.addressBook = program.store;
+  installPlatform(program.process, std::move(platform));
+  const auto manager = PLFriendsManager::managerForDomain("org.tapnote.EDS");
+  manager->setRefreshAgainstContactsEnabled(true);
+  program.with([&](AddressBook& book) {
+    for (std::size_t number = 0; number < friends; ++number)
+      manager->addFriend(PLPerson::initWithABRecordGUIDAddressBook(guids[number], &book));
+  });
+  const auto last = manager->friendGroups().back()->friends().back();
+  ASSERT_EQ(last->displayName(), "Name 239");
+  const std::size_t before = source->calls();
+  service.change(card(guids[friends - 1], "Anna"));
+  EXPECT_TRUE(program.waitUntil([&] { return last->displayName() == "Anna"; }));
+  EXPECT_LE(source->calls() - before, 3U);
+  EXPECT_TRUE(program.process.settle(60));
+}
 
 }  // namespace
 

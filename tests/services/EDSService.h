@@ -60,19 +60,28 @@ class EDSService {
   /// Ends the service as a crash would. It starts again when it is asked for.
   void kill() {
     _client.reset();
-    const GObjectOwner<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, failure()));
-    GVariant* answer = g_dbus_connection_call_sync(bus.get(), "org.freedesktop.DBus", "/", "org.freedesktop.DBus",
-                                                   "GetConnectionUnixProcessID",
-                                                   g_variant_new("(s)", "org.gnome.evolution.dataserver.AddressBook10"),
-                                                   nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, failure());
-    requireSuccess();
+    GVariant* answer = callBus("GetConnectionUnixProcessID", g_variant_new("(s)", AddressBookName));
     guint32 id = 0;
     g_variant_get(answer, "(u)", &id);
     g_variant_unref(answer);
     ::kill(static_cast<pid_t>(id), SIGKILL);
   }
+  /// Takes the service away, or gives it back.
+  void setInstalled(bool isInstalled) {
+    const std::filesystem::path file = _folder / "services" / (std::string(AddressBookName) + ".service");
+    if (isInstalled) {
+      std::filesystem::create_symlink("/usr/share/dbus-1/services" / file.filename(), file);
+    } else {
+      std::filesystem::remove(file);
+    }
+    g_variant_unref(callBus("ReloadConfig", nullptr));
+    if (!isInstalled) kill();
+  }
 
  private:
+  static constexpr const char* AddressBookName = "org.gnome.evolution.dataserver.AddressBook10";
+  static constexpr const char* SourcesName = "org.gnome.evolution.dataserver.Sources5";
+
   EDSService() {
     for (const auto& [name, path] : folders()) {
       std::filesystem::create_directory(path);
@@ -82,14 +91,21 @@ class EDSService {
     ::setenv("GSETTINGS_BACKEND", "memory", 1);
     ::setenv("GIO_USE_VFS", "local", 1);
     for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY"}) ::unsetenv(name);
-    const std::filesystem::path socket = _folder / "bus";
+    const std::filesystem::path socket = _folder / "bus", configuration = _folder / "bus.conf";
     ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + socket.string()).c_str(), 1);
-    _bus.emplace(Server::Options{{"dbus-daemon", "--session", "--nofork", "--nopidfile",
-                                  "--address=unix:path=" + socket.string()},
-                                 {},
-                                 _folder / "bus.log",
-                                 {}},
-                 [&] { return isListening(socket); });
+    std::filesystem::create_directory(_folder / "services");
+    for (const char* name : {AddressBookName, SourcesName}) {
+      const std::string file = std::string(name) + ".service";
+      std::filesystem::create_symlink("/usr/share/dbus-1/services/" + file, _folder / "services" / file);
+    }
+    writeFile(configuration, "<busconfig><type>session</type><listen>unix:path=" + socket.string() +
+                                 "</listen><servicedir>" + (_folder / "services").string() +
+                                 "</servicedir><policy context='default'><allow send_destination='*' "
+                                 "eavesdrop='true'/><allow eavesdrop='true'/>"
+                                 "<allow own='*'/></policy></busconfig>");
+    const Server::Options options{
+        {"dbus-daemon", "--nofork", "--nopidfile", "--config-file=" + configuration.string()}, {}, _folder / "log", {}};
+    _bus.emplace(options, [&] { return isListening(socket); });
   }
   ~EDSService() {
     // GLib would end the program with its bus.
@@ -103,6 +119,16 @@ class EDSService {
             {"XDG_CONFIG_HOME", _folder / "config"},
             {"XDG_CACHE_HOME", _folder / "cache"},
             {"XDG_RUNTIME_DIR", _folder / "run"}};
+  }
+
+  GVariant* callBus(const char* method, GVariant* arguments) {
+    const GObjectOwner<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, failure()));
+    requireSuccess();
+    GVariant* answer =
+        g_dbus_connection_call_sync(bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                    method, arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, failure());
+    requireSuccess();
+    return answer;
   }
 
   EBookClient* client() {
