@@ -13,6 +13,8 @@ constexpr const char* AllContacts = R"((contains "x-evolution-any-field" ""))";
 // For changes that are not followed by the end of a batch.
 constexpr guint LongestBatch = 200;
 
+constexpr const char* BusHasEnded = "does not answer (the session bus has ended)";
+
 /// An error of GLib.
 class Failure {
  public:
@@ -47,13 +49,30 @@ EDSMirror::Trouble troubleOf(const GError* error) {
 
 void Failure::raise() const { throw EDSError(troubleOf(_error)); }
 
-// The program outlives its bus.
-void surviveTheBus(GCancellable* cancellable) {
+// The library's own connection, which the whole program shares. The program outlives it. It has to be made by a thread
+// that goes on serving its context: left to the library, that is a short-lived one, in which the end of the bus is told
+// to nobody, and the dead connection is kept for ever.
+GObjectOwner<GDBusConnection> sharedBus(GCancellable* cancellable) {
   Failure failure;
-  const GObjectOwner<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, failure.out()));
+  GObjectOwner<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, failure.out()));
   if (!bus) failure.raise();
   g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
-  if (g_dbus_connection_is_closed(bus.get())) throw EDSError({"does not answer (the session bus has ended)", {}});
+  if (g_dbus_connection_is_closed(bus.get())) throw EDSError({BusHasEnded, {}});
+  return bus;
+}
+
+// The shared connection tells of its end in the thread of whoever made it first.
+GObjectOwner<GDBusConnection> ownBus(GCancellable* cancellable) {
+  Failure failure;
+  gchar* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable, failure.out());
+  if (!address) failure.raise();
+  const auto flags = static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                       G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+  GObjectOwner<GDBusConnection> bus(
+      g_dbus_connection_new_for_address_sync(address, flags, nullptr, cancellable, failure.out()));
+  g_free(address);
+  if (!bus) failure.raise();
+  return bus;
 }
 
 GObjectOwner<ESource> findSource(const std::optional<std::string>& uid, GCancellable* cancellable) {
@@ -81,19 +100,32 @@ std::string textOf(gpointer contact) {
 }  // namespace
 
 EDSConnection::EDSConnection(EDSMirror& mirror, const std::optional<std::string>& source, GCancellable* cancellable)
-    : _mirror(mirror) {
+    : _mirror(mirror), _bus(ownBus(cancellable)), _sharedBus(sharedBus(cancellable)) {
+  watchBus();
   connect(source, cancellable);
   openView(cancellable);
+  if (g_dbus_connection_is_closed(_bus.get())) lose(BusHasEnded);
 }
 
 EDSConnection::~EDSConnection() {
   if (_timer) g_source_destroy(_timer);
   if (_view) g_signal_handlers_disconnect_by_data(_view.get(), this);
   if (_client) g_signal_handlers_disconnect_by_data(_client.get(), this);
+  g_signal_handlers_disconnect_by_data(_bus.get(), this);
+}
+
+void EDSConnection::watchBus() {
+  const auto hasEnded = [](GDBusConnection*, gboolean, GError*, gpointer self) {
+    static_cast<EDSConnection*>(self)->lose(BusHasEnded);
+  };
+  g_signal_connect(_bus.get(), "closed", G_CALLBACK(+hasEnded), this);
+}
+
+void EDSConnection::lose(const char* problem) {
+  if (!_trouble) _trouble = EDSMirror::Trouble{problem, {}};
 }
 
 void EDSConnection::connect(const std::optional<std::string>& uid, GCancellable* cancellable) {
-  surviveTheBus(cancellable);
   _mirror.countCall();
   const GObjectOwner<ESource> source = findSource(uid, cancellable);
   _sourceUID = e_source_get_uid(source.get());
@@ -103,7 +135,7 @@ void EDSConnection::connect(const std::optional<std::string>& uid, GCancellable*
   if (!client) failure.raise();
   _client.reset(E_BOOK_CLIENT(client));
   const auto hasDied = [](EClient*, gpointer self) {
-    static_cast<EDSConnection*>(self)->_trouble = EDSMirror::Trouble{"does not answer (it has ended)", {}};
+    static_cast<EDSConnection*>(self)->lose("does not answer (it has ended)");
   };
   g_signal_connect(client, "backend-died", G_CALLBACK(+hasDied), this);
 }

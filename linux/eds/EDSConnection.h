@@ -33,6 +33,8 @@ class EDSConnection {
   const std::optional<EDSMirror::Trouble>& trouble() const { return _trouble; }
 
  private:
+  void watchBus();
+  void lose(const char* problem);
   void connect(const std::optional<std::string>& source, GCancellable* cancellable);
   void openView(GCancellable* cancellable);
   void take(const GSList* contacts);
@@ -42,6 +44,8 @@ class EDSConnection {
   void publish();
 
   EDSMirror& _mirror;
+  const GObjectOwner<GDBusConnection> _bus;
+  const GObjectOwner<GDBusConnection> _sharedBus;
   GObjectOwner<EBookClient> _client;
   GObjectOwner<EBookClientView> _view;
   std::string _sourceUID;

@@ -68,6 +68,20 @@ TEST_F(EDSContactsTest, AServiceThatIsKilledIsConnectedToAgainAndNothingIsMissed
   }
 }
 
+TEST_F(EDSContactsTest, ABusThatEndsIsConnectedToAgain) {
+  const std::string anna = addPerson("Anna");
+  AddressBookProgram program(log, contactsOf({{}, 60}), options());
+  EXPECT_EQ(program.nameOf(anna), "Anna");
+  service.stopBus();
+  EXPECT_TRUE(program.waitUntil([&] { return saidAway() == 1; }));
+  EXPECT_EQ(program.nameOf(anna), "Anna");
+  service.startBus();
+  service.change(card(anna, "Anne"));
+  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf(anna) == "Anne"; }));
+  EXPECT_EQ(saidAway(), 1U);
+  EXPECT_EQ(saidBack(), 1U);
+}
+
 TEST_F(EDSContactsTest, WithoutTheServiceTheContactsAreWhatTheyWere) {
   const std::string anna = addPerson("Anna");
   AddressBookProgram(log, contactsOf({{}, 60}), options()).nameOf(anna);

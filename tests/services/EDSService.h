@@ -7,7 +7,6 @@
 
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -66,6 +65,33 @@ class EDSService {
     g_variant_unref(answer);
     ::kill(static_cast<pid_t>(id), SIGKILL);
   }
+  /// Ends the session bus, and the service with it.
+  void stopBus() {
+    _client.reset();
+    bool hasEnded = false;
+    const auto note = [](GDBusConnection*, gboolean, GError*, gpointer flag) { *static_cast<bool*>(flag) = true; };
+    const auto handler = g_signal_connect(_shared.get(), "closed", G_CALLBACK(+note), &hasEnded);
+    _bus.reset();
+    while (!hasEnded) g_main_context_iteration(nullptr, TRUE);
+    g_signal_handler_disconnect(_shared.get(), handler);
+    _shared.reset();
+  }
+  /// Once everybody has noticed that it had ended.
+  void startBus() {
+    const std::filesystem::path socket = _folder / "bus";
+    std::filesystem::remove(socket);
+    const std::string configuration = "--config-file=" + (_folder / "bus.conf").string();
+    _bus = std::make_unique<Server>(
+        Server::Options{{"dbus-daemon", "--nofork", "--nopidfile", configuration}, {}, _folder / "log", {}},
+        [&] { return isListening(socket); });
+    // GLib gives out the old connection for as long as somebody holds it, if only a task that waits.
+    do {
+      while (g_main_context_iteration(nullptr, FALSE)) continue;
+      _shared.reset(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, failure()));
+      requireSuccess();
+    } while (g_dbus_connection_is_closed(_shared.get()));
+    g_dbus_connection_set_exit_on_close(_shared.get(), FALSE);
+  }
   /// Takes the service away, or gives it back.
   void setInstalled(bool isInstalled) {
     const std::filesystem::path file = _folder / "services" / (std::string(AddressBookName) + ".service");
@@ -91,26 +117,19 @@ class EDSService {
     ::setenv("GSETTINGS_BACKEND", "memory", 1);
     ::setenv("GIO_USE_VFS", "local", 1);
     for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY"}) ::unsetenv(name);
-    const std::filesystem::path socket = _folder / "bus", configuration = _folder / "bus.conf";
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + socket.string()).c_str(), 1);
+    const std::string socket = _folder / "bus";
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + socket).c_str(), 1);
     std::filesystem::create_directory(_folder / "services");
     for (const char* name : {AddressBookName, SourcesName}) {
       const std::string file = std::string(name) + ".service";
       std::filesystem::create_symlink("/usr/share/dbus-1/services/" + file, _folder / "services" / file);
     }
-    writeFile(configuration, "<busconfig><type>session</type><listen>unix:path=" + socket.string() +
-                                 "</listen><servicedir>" + (_folder / "services").string() +
-                                 "</servicedir><policy context='default'><allow send_destination='*' "
-                                 "eavesdrop='true'/><allow eavesdrop='true'/>"
-                                 "<allow own='*'/></policy></busconfig>");
-    const Server::Options options{
-        {"dbus-daemon", "--nofork", "--nopidfile", "--config-file=" + configuration.string()}, {}, _folder / "log", {}};
-    _bus.emplace(options, [&] { return isListening(socket); });
-  }
-  ~EDSService() {
-    // GLib would end the program with its bus.
-    const GObjectOwner<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr));
-    if (bus) g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
+    writeFile(_folder / "bus.conf", "<busconfig><type>session</type><listen>unix:path=" + socket +
+                                        "</listen><servicedir>" + (_folder / "services").string() +
+                                        "</servicedir><policy context='default'><allow send_destination='*' "
+                                        "eavesdrop='true'/><allow eavesdrop='true'/>"
+                                        "<allow own='*'/></policy></busconfig>");
+    startBus();
   }
 
   std::map<const char*, std::filesystem::path> folders() const {
@@ -122,11 +141,9 @@ class EDSService {
   }
 
   GVariant* callBus(const char* method, GVariant* arguments) {
-    const GObjectOwner<GDBusConnection> bus(g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, failure()));
-    requireSuccess();
-    GVariant* answer =
-        g_dbus_connection_call_sync(bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                                    method, arguments, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr, failure());
+    GVariant* answer = g_dbus_connection_call_sync(_shared.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                   "org.freedesktop.DBus", method, arguments, nullptr,
+                                                   G_DBUS_CALL_FLAGS_NONE, -1, nullptr, failure());
     requireSuccess();
     return answer;
   }
@@ -151,7 +168,8 @@ class EDSService {
   }
 
   const TemporaryFolder _folder;
-  std::optional<Server> _bus;
+  std::unique_ptr<Server> _bus;
+  GObjectOwner<GDBusConnection> _shared;
   GObjectOwner<EBookClient> _client;
   GError* _error = nullptr;
 };
