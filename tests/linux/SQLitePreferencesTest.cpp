@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -72,25 +71,6 @@ class SQLiteStores {
 };
 
 INSTANTIATE_TYPED_TEST_SUITE_P(SQLite, PreferencesStoreContract, SQLiteStores);
-
-Value person(std::int64_t number) { return Dictionary{{"ABRecordID", number}, {"AllValues", Array{"+4930123456"}}}; }
-
-Array persons(std::size_t count) {
-  Array list;
-  for (std::size_t number = 0; number < count; ++number) list.push_back(person(static_cast<std::int64_t>(number)));
-  return list;
-}
-
-/// A next version of the list, as somebody makes it who shares what stays.
-Value withElement(const LongArray& list, std::size_t index, const Value& value) {
-  auto runs = list.runs();
-  auto& run = runs[index / LongArray::RunSize];
-  std::vector<ArrayRun::Element> elements;
-  for (std::size_t place = 0; place < run->size(); ++place) elements.emplace_back(run, place);
-  elements[index % LongArray::RunSize] = value;
-  run = ArrayRun::make(std::move(elements));
-  return LongArray(std::move(runs));
-}
 
 class SQLitePreferencesTest : public testing::Test {
  protected:
@@ -260,38 +240,6 @@ TEST_F(SQLitePreferencesTest, AnEditWritesAndReadsOneRowAndTheOtherRunsStayTheOb
 
   EXPECT_EQ(valueIn(open()).kind(), Value::Kind::data) << "one row is damaged";
   EXPECT_EQ(open()->putAside("key", Domain).lastGood, valueIn(reader));
-}
-
-TEST_F(SQLitePreferencesTest, WhoeverWroteLastWinsWholeWhateverItWasBasedOn) {
-  std::mt19937 random(7);
-  const auto below = [&](std::size_t limit) {
-    return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random);
-  };
-  std::shared_ptr<SQLitePreferences> stores[] = {open(), open()};
-  for (int round = 0; round < 400; ++round) {
-    const std::size_t turn = below(2), action = below(20);
-    auto &store = stores[turn], &other = stores[1 - turn];
-    std::optional<Value> value = store->copyValue("key", Domain).value();
-    if (action == 0) {
-      value = std::nullopt;
-    } else if (action == 1) {
-      value = round;
-    } else if (action < 6 || !value || !value->longArray()) {
-      value = persons(below(130));
-    } else {
-      for (auto edits = below(4); edits > 0; --edits) {
-        value = withElement(*value->longArray(), below(value->longArray()->size()), person(round));
-      }
-    }
-    store->setValue("key", value, Domain);
-    ASSERT_TRUE(store->synchronize(Domain));
-    ASSERT_EQ(store->copyValue("key", Domain).value(), value) << round;
-    if (below(10) == 0) other = open();
-    if (below(2) == 0) continue;
-    ASSERT_TRUE(other->synchronize(Domain));
-    ASSERT_EQ(other->copyValue("key", Domain).value(), value) << round;
-    ASSERT_EQ(open()->putAside("key", Domain).lastGood, value) << round;
-  }
 }
 
 TEST_F(SQLitePreferencesTest, AStoreOfAnEarlierVersionIsReadAndItsListsAreKeptInRowsOnceTheyAreWritten) {
