@@ -29,6 +29,7 @@ class Server {
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
+  pid_t id() const { return _id; }
   bool isRunning();
   void sendSignal(int signal) const;
   /// Ends it as a crash would, and waits for that.

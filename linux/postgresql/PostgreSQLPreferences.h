@@ -1,0 +1,58 @@
+// Preferences shared by the user's machines, in a PostgreSQL database.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "linux/DefaultsFile.h"
+#include "linux/SharedPreferences.h"
+#include "linux/postgresql/PostgreSQLService.h"
+#include "runtime/Log.h"
+
+namespace pellor {
+
+/// Values that were read or set are answered from memory, without waiting. What has to ask the server waits for at most
+/// the limits of the service's options, and not at all while the server is known to be away: then the answer is
+/// "unreadable", or not synchronized. A writing that was given up in this way may still succeed, and then counts.
+///
+/// Each `synchronize` that has something to write is one transaction, which holds up other writers of the domain, and
+/// which notifies them of what it changed as it is committed. A process reads ahead what others have written, so that a
+/// `synchronize` that follows has little to wait for. After the connection was lost everything is read again.
+///
+/// Values are kept as in the SQLite store: a long array, and an array of nothing but dictionaries, in rows of
+/// LongArray::RunSize elements, of which only those are written and read that changed (see SQLitePreferences).
+///
+/// A failure is logged once when it begins and once when it ends; that the server is away is the service's business.
+/// Any thread.
+class PostgreSQLPreferences final : public SharedPreferences {
+ public:
+  /// `defaultsFile` is the JSON file behind `persistentValueForKey` (see DefaultsFile).
+  PostgreSQLPreferences(std::shared_ptr<PostgreSQLService> service, std::filesystem::path defaultsFile, LogHandle log);
+  ~PostgreSQLPreferences() override;
+
+  PreferenceAnswer<Value> copyValue(std::string_view key, std::string_view domain) override;
+  void setValue(std::string_view key, std::optional<Value> value, std::string_view domain) override;
+  /// A value that cannot be encoded (see CBORMaximumDepth, CBORMaximumSize) makes it fail.
+  bool synchronize(std::string_view domain) override;
+  /// The copy is a row of the table `pellor.aside`, with its time. The same bytes are kept once.
+  PutAside putAside(std::string_view key, std::string_view domain) override;
+  std::optional<Value> persistentValueForKey(std::string_view key, std::string_view domain) override;
+
+  bool insertIfAbsent(const Dictionary& values, std::string_view domain) override;
+  bool isWritable() override;
+  std::string lastError() const override;
+
+ private:
+  class Core;
+
+  bool renew(std::string_view domain);
+
+  const std::shared_ptr<PostgreSQLService> _service;
+  const std::shared_ptr<Core> _core;
+  DefaultsFile _defaults;
+};
+
+}  // namespace pellor

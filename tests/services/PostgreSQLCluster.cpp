@@ -1,0 +1,102 @@
+#include "tests/services/PostgreSQLCluster.h"
+
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <iterator>
+
+namespace pellor {
+namespace {
+
+constexpr const char* ServerUser = "postgres";
+constexpr PostgreSQLConnection::Limits PatientLimits{60, 60};
+constexpr int NeverStopped = -1;
+
+// The server does not run as root, so the folder has to be its user's.
+void giveToServer(const std::filesystem::path& folder) {
+  const passwd* user = ::geteuid() == 0 ? ::getpwnam(ServerUser) : nullptr;
+  if (user && ::chown(folder.c_str(), user->pw_uid, user->pw_gid) != 0) ADD_FAILURE() << "cannot give " << folder;
+}
+
+std::vector<pid_t> childrenOf(pid_t parent) {
+  const std::string id = std::to_string(parent);
+  std::ifstream file("/proc/" + id + "/task/" + id + "/children");
+  return {std::istream_iterator<pid_t>(file), {}};
+}
+
+bool isGone(pid_t process) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/stat");
+  std::string id, name, state;
+  return !(file >> id >> name >> state) || state == "Z";
+}
+
+}  // namespace
+
+Server::Options PostgreSQLCluster::tool(const std::string& name, std::vector<std::string> arguments) const {
+  arguments.insert(arguments.begin(), _programs.empty() ? name : _programs + "/" + name);
+  return {std::move(arguments), {"LC_ALL=C"}, folder() / (name + ".log"), ServerUser};
+}
+
+PostgreSQLCluster::PostgreSQLCluster() {
+  giveToServer(folder());
+  std::string programs = runTool({{"pg_config", "--bindir"}, {}, folder() / "pg_config.log", ""});
+  programs.pop_back();
+  _programs = programs;
+  const std::string data = folder() / "data";
+  runTool(tool("initdb", {"-D", data, "-A", "trust", "-U", "pellor", "-E", "UTF8", "--no-sync"}));
+  writeFile(folder() / "data/pg_hba.conf", "local all locked scram-sha-256\nlocal all all trust\n");
+  start();
+}
+
+PostgreSQLCluster::~PostgreSQLCluster() {
+  // At once, but so that it leaves nothing behind.
+  if (_server) _server->sendSignal(SIGQUIT);
+  if (_server) _server->stop();
+}
+
+void PostgreSQLCluster::start() {
+  const std::string sockets = folder();
+  const auto isReady = [this] {
+    try {
+      run("postgres", {{"SELECT 1"}});
+      return true;
+    } catch (const PostgreSQLError&) {
+      return false;
+    }
+  };
+  _server = std::make_unique<Server>(
+      tool("postgres", {"-D", folder() / "data", "-k", sockets, "-h", "", "-c", "fsync=off", "-c",
+                        "dynamic_shared_memory_type=mmap", "-c", "shared_buffers=16MB", "-c", "max_connections=100"}),
+      isReady);
+}
+
+void PostgreSQLCluster::kill() {
+  const std::vector<pid_t> children = childrenOf(_server->id());
+  _server->kill();
+  // It does not start again before they have left its memory.
+  for (const pid_t child : children) ::kill(child, SIGKILL);
+  for (const pid_t child : children) EXPECT_TRUE(comesTrue([child] { return isGone(child); }));
+}
+
+std::string PostgreSQLCluster::connection(const std::string& database, const std::string& user) const {
+  return "host=" + folder().string() + " dbname=" + database + " user=" + user;
+}
+
+std::string PostgreSQLCluster::makeDatabase() {
+  const std::string name = "test" + std::to_string(++_databases);
+  run("postgres", {{"CREATE DATABASE " + name}});
+  return name;
+}
+
+std::vector<PostgreSQLRows> PostgreSQLCluster::run(const std::string& database, const PostgreSQLBatch& batch) const {
+  return PostgreSQLConnection(connection(database), PatientLimits, NeverStopped).run(batch);
+}
+
+std::int64_t PostgreSQLCluster::integer(const std::string& database, const std::string& query) const {
+  return run(database, {{query}})[0].integer(0, 0);
+}
+
+}  // namespace pellor
