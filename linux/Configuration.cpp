@@ -54,6 +54,9 @@ constexpr std::array Keys = {
     ConfigurationKey{"ldap.condition", Kind::text, "", "", "what else entries have to meet: (objectClass=person)"},
     ConfigurationKey{"ldap.email-attributes", Kind::text, "mail", "", "where addresses are, separated by spaces"},
     ConfigurationKey{"ldap.phone-attributes", Kind::text, "telephoneNumber mobile", "", "the same for numbers"},
+    ConfigurationKey{"mqtt.host", Kind::text, "localhost", "",
+                     "the broker, by a name that its certificate is valid for"},
+    ConfigurationKey{"mqtt.port", Kind::count, "8883", "", "the broker's port for TLS"},
 };
 
 constexpr std::array<std::string_view, 6> Parts = {"address-book", "store",        "bus",

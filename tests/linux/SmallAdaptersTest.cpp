@@ -11,8 +11,10 @@
 #include "linux/NettleDigest.h"
 #include "linux/PrometheusCounters.h"
 #include "linux/StandardErrorLog.h"
+#include "linux/UnpairedDevice.h"
 #include "linux/UserFolders.h"
 #include "testing/SimulatedScheduler.h"
+#include "tests/contract/PreferencesSyncServiceContract.h"
 #include "tests/linux/TemporaryFolder.h"
 
 namespace pellor {
@@ -175,5 +177,20 @@ TEST(UserFoldersTest, VariablesCountOnlyWhenTheyAreAbsolute) {
   EXPECT_TRUE(UserFolders::find(environmentOf({})).data.is_absolute()) << "without HOME";
 }
 
+// Paired device
+
+struct NoDevice {
+  static constexpr bool CanPair = false;
+  PreferencesSyncService& service() { return unpaired; }
+  void store(const std::string&, const std::optional<Value>&) {}
+  void completeInitialSync() {}
+  std::optional<Value> arrived(const std::string&) { return std::nullopt; }
+
+  UnpairedDevice unpaired;
+};
+
 }  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Unpaired, PreferencesSyncServiceContract, NoDevice);
+
 }  // namespace pellor

@@ -9,6 +9,7 @@
 #include "tests/contract/AddressBookStoreContract.h"
 #include "tests/contract/FavoritesSourceContract.h"
 #include "tests/contract/PreferencesStoreContract.h"
+#include "tests/contract/PreferencesSyncServiceContract.h"
 #include "tests/contract/ReachabilityServiceContract.h"
 #include "tests/contract/SystemNotifyBusContract.h"
 
@@ -110,6 +111,28 @@ class SimulatedQueries {
   SimulatedProcesses _processes;
 };
 
+class RecordedDevice {
+ public:
+  static constexpr bool CanPair = true;
+  PreferencesSyncService& service() { return _world.pairedDevice(); }
+  void store(const std::string& key, std::optional<Value> value) {
+    _world.preferences().setValue(key, std::move(value), ContractSyncDomain);
+  }
+  void completeInitialSync() { _world.pairedDevice().setCompletedInitialSync(true); }
+  std::optional<Value> arrived(const std::string& key) {
+    std::optional<Value> value;
+    for (const auto& push : _world.pairedDevice().pushes()) {
+      if (!push.keys.contains(key)) continue;
+      const auto pushed = push.values.find(key);
+      value = pushed == push.values.end() ? std::nullopt : std::optional(pushed->second);
+    }
+    return value;
+  }
+
+ private:
+  SimulatedWorld _world;
+};
+
 using BothBusesInMemory = ::testing::Types<BusesInMemory<false>, BusesInMemory<true>>;
 
 class ContactsInMemory {
@@ -154,6 +177,7 @@ class ContactsInMemory {
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, AddressBookStoreContract, ContactsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, FavoritesSourceContract, ContactsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesStoreContract, StoresInMemory);
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesSyncServiceContract, RecordedDevice);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, SystemNotifyBusContract, BothBusesInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(Simulated, ReachabilityConversionsContract, SimulatedConversions);
 INSTANTIATE_TYPED_TEST_SUITE_P(Simulated, ReachabilityQueriesContract, SimulatedQueries);

@@ -1,0 +1,123 @@
+// The receiving side of a pairing.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "linux/mosquitto/DevicePairing.h"
+#include "linux/mosquitto/FileLock.h"
+#include "linux/mosquitto/MQTTConnection.h"
+#include "linux/mosquitto/PushState.h"
+#include "platform/PreferencesStore.h"
+#include "platform/SystemNotifyBus.h"
+#include "runtime/Process.h"
+
+namespace pellor {
+
+struct DeviceReceiverOptions {
+  MQTTOptions broker;
+  std::filesystem::path folder;  ///< the device folder (see DevicePairing)
+  /// Where the values go. Only this object sets values in it.
+  std::shared_ptr<PreferencesStore> preferences;
+  /// Where the users of those values listen.
+  std::shared_ptr<SystemNotifyBus> notifyBus;
+  /// The names to be posted, in this order, after those keys of a domain were written. Called on the connection's
+  /// thread, when they are.
+  std::function<std::vector<std::string>(const std::string& domain, const std::set<std::string>& keys)> changeNames;
+  /// Whether also a much smaller list takes the place of one that did not come from the paired device.
+  bool acceptsSmaller = false;
+  /// Called on the main queue with what happened, one line for the user: stored, refused, away, back. May be empty.
+  std::function<void(const std::string& text)> tell;
+};
+
+/// Takes what PairedDevice sends on the paired device: writes the values of one generation in one synchronise a domain,
+/// posts the change names, and acknowledges the generation.
+///
+/// Taken is only what the paired device has sealed for this one, in a generation later than the last one that was
+/// stored here, with the very values of its manifest. So strangers, a revoked device, a tampered value and an old
+/// message that is sent again change nothing. Until all values of a manifest have arrived nothing of it is written.
+///
+/// A key that no value from the paired device was ever stored under may hold a list that the other device does not
+/// know. Such a list of friends (an array with dictionaries that are not empty) is protected: a generation that would
+/// leave fewer than half as many of them, or none, is refused as a whole. That is said on the log and in the
+/// acknowledgement, and remembered for `IncomingFile`. It ends with a later generation that is large enough, or with
+/// `acceptsSmaller`.
+///
+/// One process receives for a device at a time.
+class DeviceReceiver final : private MQTTConnection::Client {
+  struct Passkey {};
+
+ public:
+  /// Main queue, as is the end of the object. Throws DeviceError when another process receives already.
+  static std::shared_ptr<DeviceReceiver> make(Process& process, DeviceReceiverOptions options, LogHandle log);
+  DeviceReceiver(Passkey, Process& process, DeviceReceiverOptions options, LogHandle log, FileLock lock);
+  ~DeviceReceiver() override;
+
+ private:
+  struct Pairing {
+    std::string peer;
+    SyncTopics fromPeer;
+    SyncTopics toPeer;
+    SealingKeys keys;
+  };
+  struct Received {
+    std::uint64_t generation = 0;
+    Data digest;
+    std::optional<Value> value;
+  };
+  struct NextManifest {
+    std::uint64_t generation = 0;
+    Manifest keys;
+  };
+  using DomainValues = std::map<std::string, std::map<std::string, std::optional<Value>>>;
+
+  void work() override;
+  void connected() override;
+  void disconnected() override;
+  void arrived(const std::string& topic, std::span<const std::uint8_t> payload) override;
+  void subscribed() override {}
+  void delivered(bool) override {}
+
+  std::optional<Pairing> pairing() const;
+  void startPairing();
+  void listen(const std::optional<Pairing>& pairing);
+  void takeKey(std::uint64_t generation, const Data& content);
+  void takeManifest(const Pairing& pairing, std::uint64_t generation, const Data& content);
+  std::optional<DomainValues> changesOfManifest() const;
+  void store(const Pairing& pairing);
+  bool findRefusal(const DomainValues& changes, std::string& refusal) const;
+  void refuse(const Pairing& pairing, const std::string& reason);
+  bool write(const DomainValues& changes);
+  bool remember();
+  void acknowledge(const Pairing& pairing);
+  void post(const DomainValues& changes);
+  void ignore(const char* what);
+  void tell(std::string text);
+
+  Process& _process;
+  const DeviceReceiverOptions _options;
+  const LogHandle _log;
+  const FileLock _lock;
+  const DevicePairing _pairing;
+  const IncomingFile _file;
+  const std::shared_ptr<std::function<void(const std::string&)>> _tell;  ///< emptied when the object ends
+
+  // Of the connection's thread.
+  std::optional<std::string> _fingerprint;  ///< of the pairing that all that follows belongs to
+  IncomingState _state;
+  std::map<DomainKey, Received> _received;
+  std::optional<NextManifest> _next;  ///< not stored yet
+  std::chrono::milliseconds _pause;
+  bool _storeFails = false;
+  bool _isAway = false;
+  std::string _listensTo;
+  MQTTConnection _connection;  ///< last: its thread ends first
+};
+
+}  // namespace pellor

@@ -1,0 +1,113 @@
+// Two devices with one broker between them, in one process of the test's thread.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "linux/NotifyFolder.h"
+#include "linux/SQLitePreferences.h"
+#include "linux/mosquitto/DeviceReceiver.h"
+#include "linux/mosquitto/PairedDevice.h"
+#include "runtime/Process.h"
+#include "testing/LogCollector.h"
+#include "tests/linux/RealTime.h"
+#include "tests/linux/TemporaryFolder.h"
+#include "tests/services/Broker.h"
+
+namespace pellor {
+
+inline constexpr const char* SyncDomain = "org.tapnote.TN";
+inline constexpr const char* ChangeName = "list changed";
+
+/// A device with a certificate and a store.
+class Device {
+ public:
+  Device(const Authority& authority, const std::string& name) { authority.issue(pairing, name); }
+
+  std::shared_ptr<PreferencesStore> openStore() const;
+  void store(const std::string& key, std::optional<Value> value, const std::string& domain = SyncDomain) const;
+  /// As another process reads it.
+  std::optional<Value> stored(const std::string& key, const std::string& domain = SyncDomain) const;
+
+  const TemporaryFolder folder;
+  const DevicePairing pairing{folder / "device"};
+};
+
+/// A client of the broker that says and hears what it likes to.
+class RawClient final : private MQTTConnection::Client {
+ public:
+  /// Hears what is sent to `device`.
+  RawClient(Process& process, const Broker& broker, const Device& device);
+  ~RawClient() override { _heard.reset(); }
+  /// For the broker, as soon as it is connected. Before the first `runUntil`.
+  void publish(const std::string& topic, Data payload) { _published.emplace_back(topic, std::move(payload)); }
+  void start() { _connection.start(); }
+
+  /// Whether all that was published is with the broker, or refused.
+  bool isDone() const { return *_isDone; }
+  bool isAway() const { return !_connection.problem().empty(); }
+  /// By topic, latest last.
+  const std::vector<std::pair<std::string, Data>>& heard() const { return *_heard; }
+
+ private:
+  void work() override { _connection.setWanted(true); }
+  void connected() override;
+  void disconnected() override {
+    tell([] {});
+  }
+  void arrived(const std::string& topic, std::span<const std::uint8_t> payload) override;
+  void subscribed() override;
+  void delivered(bool isAccepted) override;
+  void tell(Task task) { _process.mainQueue().async(std::move(task)); }
+
+  Process& _process;
+  const std::string _topic;
+  std::vector<std::pair<std::string, Data>> _published;
+  std::shared_ptr<bool> _isDone = std::make_shared<bool>(false);
+  std::shared_ptr<std::vector<std::pair<std::string, Data>>> _heard =
+      std::make_shared<std::vector<std::pair<std::string, Data>>>();
+  MQTTConnection _connection;
+};
+
+/// The laptop sends, the phone receives. Neither runs at first, and they are not paired.
+class PairedDevices {
+ public:
+  PairedDevices();
+  ~PairedDevices();
+
+  void pair() const;
+  void startSending();
+  void startReceiving(bool acceptsSmaller = false);
+  /// Stores values on the laptop and pushes their keys, as a save does.
+  void save(const Dictionary& values);
+
+  template <class Condition>
+  bool runUntil(Condition condition) {
+    const Process::Scope scope(process);
+    return _time.runUntil(condition);
+  }
+  bool runUntilInStep();
+  bool runUntilTold(const std::string& text);
+  bool hasTold(const std::string& text) const;
+
+  std::shared_ptr<LogCollector> log = std::make_shared<LogCollector>();
+  Broker broker{{"laptop", "phone", "tablet"}};
+  Device laptop{broker.authority(), "laptop"};
+  Device phone{broker.authority(), "phone"};
+  Process process{log};
+  std::shared_ptr<NotifyFolder> bus;
+  int posts = 0;
+  std::map<std::string, std::set<std::string>> keys{{SyncDomain, {"list", "titles"}}};  ///< of the initial sync
+  std::shared_ptr<PairedDevice> sender;
+  std::shared_ptr<DeviceReceiver> receiver;
+  std::vector<std::string> told;
+
+ private:
+  RealTime _time{process};
+};
+
+}  // namespace pellor
