@@ -99,6 +99,7 @@ void addCommands(CLI::App& program, CommandLine& line) {
   addSettingsCommands(program, chosen);
   addStatusCommand(program, chosen);
   addWatchCommand(program, chosen);
+  addDeviceCommands(program, chosen);
   addDoctorCommand(program, line);
 }
 

@@ -1,0 +1,229 @@
+#include "cli/DeviceActions.h"
+
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "cli/CommandError.h"
+#include "cli/Interruption.h"
+#include "cli/JsonForms.h"
+#include "cli/Output.h"
+#include "cli/SyncedKeys.h"
+#include "linux/mosquitto/DevicePairing.h"
+#include "linux/mosquitto/DeviceReceiver.h"
+#include "linux/mosquitto/PairedDevice.h"
+#include "platform/Platform.h"
+#include "runtime/Timer.h"
+
+namespace pellor::cli {
+namespace {
+
+// In seconds.
+constexpr double LongestAnswer = 5;
+
+DevicePairing pairingOf(Session& session) { return DevicePairing(session.platform().dataFolder() / "device"); }
+
+LogHandle logOf(Session& session) { return {"org.tapnote.Pellor", "device", session.process().logSink()}; }
+
+bool sends(Session& session) { return session.options().configuration.text("paired-device") == "mqtt"; }
+
+template <class Work>
+void translated(Work work) {
+  try {
+    work();
+  } catch (const DeviceError& error) {
+    throw CommandError(error.what());
+  }
+}
+
+// pair
+
+void prepare(const DevicePairing& pairing, const DevicePairArguments& arguments) {
+  if (!arguments.name.empty()) pairing.requestCertificate(arguments.name);
+  if (!arguments.certificate.empty()) pairing.importCertificate(arguments.certificate, arguments.ca, arguments.key);
+  if (!arguments.invitation.empty()) pairing.pair(arguments.invitation);
+}
+
+std::string textOf(const DevicePairing& pairing, const std::string& request) {
+  std::string text = "device: " + *pairing.name() + "\n";
+  if (!request.empty()) text += "request to be signed by the broker's authority: " + request + "\n";
+  if (!pairing.hasCertificate()) text += "then: pellor device pair --certificate FILE --ca FILE\n";
+  text += "invitation for the other device: " + pairing.invitation() + "\n";
+  const auto peer = pairing.peer();
+  if (!peer) return text;
+  return text + "paired with: " + *peer + "\nfingerprint, the same on both: " + *pairing.fingerprint() + "\n";
+}
+
+Json jsonOf(const DevicePairing& pairing, const std::string& request) {
+  return {{"device", cli::jsonOf(pairing.name())},      {"request", request.empty() ? Json(nullptr) : Json(request)},
+          {"hasCertificate", pairing.hasCertificate()}, {"invitation", pairing.invitation()},
+          {"peer", cli::jsonOf(pairing.peer())},        {"fingerprint", cli::jsonOf(pairing.fingerprint())}};
+}
+
+// status, revoke
+
+/// A connection of this command's own.
+class Asking {
+ public:
+  Asking(Session& session, bool isSending) : _process(session.process()) {
+    PairedDeviceOptions options;
+    options.broker = MQTTOptions::from(session.options().configuration);
+    options.folder = pairingOf(session).folder();
+    if (isSending) options.keys = {{session.options().domain(), syncedKeys()}};
+    // Nobody else in this process sets values.
+    options.preferences = platformOf(_process).preferences;
+    options.alwaysConnects = isSending;
+    options.statusChanged = [this] { _process.mainQueue().stop(); };
+    _device = PairedDevice::make(_process, std::move(options), logOf(session));
+  }
+
+  PairedDeviceStatus status() const { return _device->status(); }
+
+  /// Runs until `isDone` of the status, or the broker is away, or for a few seconds.
+  template <class Condition>
+  void runUntil(Condition isDone) {
+    bool isOver = false;
+    const auto limit = Timer::after(_process.mainQueue(), LongestAnswer, [&] {
+      isOver = true;
+      _process.mainQueue().stop();
+    });
+    while (!isOver && _device->status().problem.empty() && !isDone(_device->status())) _process.mainQueue().run();
+  }
+
+ private:
+  Process& _process;
+  std::shared_ptr<PairedDevice> _device;
+};
+
+struct DeviceStatus {
+  bool isSending;
+  PairedDeviceStatus sent;
+  IncomingState received;
+};
+
+std::string textOf(const std::optional<RefusedGeneration>& refused, const std::string& by) {
+  if (!refused) return "";
+  return "generation " + std::to_string(refused->generation) + " was refused by " + by + ": " + refused->reason +
+         "\n-> pellor device serve --accept-smaller, there, takes it all the same\n";
+}
+
+std::string nameOf(bool isCompleted) { return isCompleted ? "completed" : "not completed"; }
+
+std::string sendingText(const DeviceStatus& status) {
+  const PairedDeviceStatus& sent = status.sent;
+  if (!status.isSending && sent.generation == 0) return "sending: no (paired-device is not mqtt)\n";
+  std::string text = "sent: generation " + std::to_string(sent.generation) + "\nacknowledged: generation " +
+                     std::to_string(sent.acknowledged) + (sent.isUpToDate ? "" : " (as far as is known)") +
+                     "\ninitial sync: " + nameOf(sent.hasCompletedInitialSync) + "\n";
+  for (const DomainKey& key : sent.due) text += "to be sent: " + printable(key.second) + "\n";
+  return text + textOf(sent.refused, "the paired device");
+}
+
+std::string textOf(const DeviceStatus& status) {
+  if (!status.sent.peer) return "no device is paired\n";
+  std::string text = "device: " + status.sent.name.value_or("(none)") + "\npaired with: " + *status.sent.peer + "\n";
+  if (!status.sent.problem.empty()) text += "the broker is away: " + printable(status.sent.problem) + "\n";
+  text += sendingText(status);
+  if (status.received.generation > 0) {
+    text += "received: generation " + std::to_string(status.received.generation) + "\n";
+  }
+  return text + textOf(status.received.refused, "this device");
+}
+
+Json jsonOf(const std::optional<RefusedGeneration>& refused) {
+  if (!refused) return nullptr;
+  return {{"generation", refused->generation}, {"reason", refused->reason}};
+}
+
+Json jsonOf(const DeviceStatus& status) {
+  Json due = Json::array();
+  for (const auto& [domain, key] : status.sent.due) due.push_back({{"domain", domain}, {"key", key}});
+  return {{"device", cli::jsonOf(status.sent.name)},
+          {"peer", cli::jsonOf(status.sent.peer)},
+          {"brokerProblem", status.sent.problem.empty() ? Json(nullptr) : Json(status.sent.problem)},
+          {"sending",
+           {{"isChosen", status.isSending},
+            {"generation", status.sent.generation},
+            {"acknowledged", status.sent.acknowledged},
+            {"isUpToDate", status.sent.isUpToDate},
+            {"hasCompletedInitialSync", status.sent.hasCompletedInitialSync},
+            {"refused", jsonOf(status.sent.refused)},
+            {"due", due}}},
+          {"receiving",
+           {{"generation", status.received.generation},
+            {"hasCompletedInitialSync", status.received.generation > 0},
+            {"refused", jsonOf(status.received.refused)}}}};
+}
+
+DeviceReceiverOptions receiverOptions(Session& session, const DeviceServeArguments& arguments) {
+  const Platform& platform = platformOf(session.process());
+  DeviceReceiverOptions options;
+  options.broker = MQTTOptions::from(session.options().configuration);
+  options.folder = pairingOf(session).folder();
+  options.preferences = platform.preferences;
+  options.notifyBus = platform.notifyBus;
+  options.changeNames = [preferences = platform.preferences](const std::string& domain,
+                                                             const std::set<std::string>& keys) {
+    return changeNames(*preferences, domain, keys);
+  };
+  options.acceptsSmaller = arguments.acceptsSmaller;
+  return options;
+}
+
+}  // namespace
+
+void pairDevice(Session& session, const DevicePairArguments& arguments) {
+  translated([&] {
+    const DevicePairing pairing = pairingOf(session);
+    prepare(pairing, arguments);
+    const std::string request = arguments.name.empty() ? "" : (pairing.folder() / "request.pem").string();
+    pairing.invitation();
+    session.answer([&] { return textOf(pairing, request); }, [&] { return jsonOf(pairing, request); });
+  });
+}
+
+void serveDevice(Session& session, const DeviceServeArguments& arguments) {
+  translated([&] {
+    if (!pairingOf(session).peer()) throw CommandError("no device is paired (pellor device pair)");
+    MainQueue& mainQueue = session.process().mainQueue();
+    bool couldPrintAll = true;
+    DeviceReceiverOptions options = receiverOptions(session, arguments);
+    options.tell = [&](const std::string& text) {
+      const std::string line = session.options().json ? textOf(Json{{"event", text}}) : printable(text);
+      couldPrintAll = couldPrintAll && writeOutput(line + "\n") != Written::failed;
+    };
+    const auto receiver = DeviceReceiver::make(session.process(), std::move(options), logOf(session));
+    const Interruption interruption([&] { mainQueue.stop(); });
+    writeError("serving");
+    mainQueue.run();
+    if (!couldPrintAll) throw CommandError("the output could not be written");
+  });
+}
+
+void showDeviceStatus(Session& session) {
+  DeviceStatus status{sends(session), {}, IncomingFile(pairingOf(session).folder()).read()};
+  Asking asking(session, status.isSending);
+  if (status.isSending && asking.status().peer) {
+    asking.runUntil([](const PairedDeviceStatus& sent) { return sent.isUpToDate && sent.due.empty(); });
+  }
+  status.sent = asking.status();
+  session.answer([&] { return textOf(status); }, [&] { return jsonOf(status); });
+}
+
+void revokeDevice(Session& session) {
+  translated([&] {
+    const DevicePairing pairing = pairingOf(session);
+    const std::string peer = pairing.peer().value_or("");
+    pairing.revoke();
+    Asking asking(session, false);
+    const OutgoingFile file(pairing.folder());
+    asking.runUntil([&](const PairedDeviceStatus&) { return file.read().emptied.empty(); });
+    const bool isEmptied = file.read().emptied.empty();
+    const std::string rest = "; the broker still has what was sent to it, until it can be reached";
+    session.answer([&] { return "revoked " + peer + (isEmptied ? "" : rest) + "\n"; },
+                   [&] {
+                     return Json{{"revoked", peer}, {"isEmptied", isEmptied}};
+                   });
+  });
+}
+
+}  // namespace pellor::cli

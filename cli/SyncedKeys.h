@@ -1,0 +1,20 @@
+// What of a domain goes to the paired device.
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/PreferencesStore.h"
+
+namespace pellor::cli {
+
+/// The keys that the friend list is made of: what the initial sync brings to a paired device.
+std::set<std::string> syncedKeys();
+
+/// The names to be posted, in this order, after keys of a domain were written by somebody who is no manager, so that
+/// all managers of the domain read them: the pages first, then their titles. Any thread.
+std::vector<std::string> changeNames(PreferencesStore& preferences, const std::string& domain,
+                                     const std::set<std::string>& keys);
+
+}  // namespace pellor::cli
