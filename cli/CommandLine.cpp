@@ -99,7 +99,7 @@ void addCommands(CLI::App& program, CommandLine& line) {
   addSettingsCommands(program, chosen);
   addStatusCommand(program, chosen);
   addWatchCommand(program, chosen);
-  addDeviceCommands(program, chosen);
+  addDeviceCommands(program, line);
   addDoctorCommand(program, line);
 }
 

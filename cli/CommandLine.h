@@ -51,7 +51,7 @@ void addFavoritesCommands(CLI::App& program, Command& chosen);                  
 void addSettingsCommands(CLI::App& program, Command& chosen);                      // settings
 void addStatusCommand(CLI::App& program, Command& chosen);                         // status
 void addWatchCommand(CLI::App& program, Command& chosen);                          // watch
-void addDeviceCommands(CLI::App& program, Command& chosen);                        // device
+void addDeviceCommands(CLI::App& program, CommandLine& line);                      // device
 void addDoctorCommand(CLI::App& program, CommandLine& line);                       // doctor
 
 /// Chooses the command that is taken when none is given: list.

@@ -47,9 +47,11 @@ void addServe(CLI::App& device, Command& chosen) {
 
 }  // namespace
 
-void addDeviceCommands(CLI::App& program, Command& chosen) {
+void addDeviceCommands(CLI::App& program, CommandLine& line) {
+  Command& chosen = line.command;
   auto* device = program.add_subcommand("device", "Keep the list of another device in step with this one");
   device->require_subcommand(1);
+  device->callback([&line] { line.services = Services::needed; });
   addPair(*device, chosen);
   addServe(*device, chosen);
   device->add_subcommand("status", "Tell what was sent, what has arrived, and what is still to be sent")

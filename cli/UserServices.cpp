@@ -4,6 +4,7 @@
 
 #include "cli/CommandError.h"
 #include "cli/Services.h"
+#include "cli/SyncedKeys.h"
 
 namespace pellor::cli {
 
@@ -11,7 +12,7 @@ void chooseProgram(const CommandLine&, char**) {}
 
 LinuxPlatformOptions platformOptionsFor(const Configuration& configuration) {
   try {
-    return servicesOptions(configuration);
+    return servicesOptions(configuration, {{*configuration.text("domain"), syncedKeys()}});
   } catch (const ConfigurationError& error) {
     throw UsageError(error.what());
   }

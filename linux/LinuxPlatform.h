@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 
 #include "linux/Configuration.h"
@@ -48,6 +50,9 @@ struct LinuxPlatformOptions {
   /// Whether changes that come from outside are noticed at any time; else those of the list while the process settles,
   /// and those of the contacts by the next process. For a program that ends at once.
   bool noticesChanges = true;
+  /// What a paired device is given from the start, by domain: the keys that the list is made of. Read by makers of
+  /// parts.
+  std::map<std::string, std::set<std::string>> syncedKeys;
   LinuxParts parts;
 };
 

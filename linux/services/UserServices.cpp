@@ -39,8 +39,10 @@ LogHandle serviceLog(Process& process, const char* category) {
   return {"org.tapnote.Pellor", category, process.logSink()};
 }
 
-LinuxPlatformOptions servicesOptions(const Configuration& configuration) {
+LinuxPlatformOptions servicesOptions(const Configuration& configuration,
+                                     std::map<std::string, std::set<std::string>> syncedKeys) {
   LinuxPlatformOptions options = embeddedOptions(configuration);
+  options.syncedKeys = std::move(syncedKeys);
   const ServiceAdapters adapters = builtAdapters();
   for (const std::string_view part : configurationParts()) {
     if (!configuration.choosesService(part)) continue;

@@ -1,13 +1,16 @@
 // The platform as the user's configuration chooses it.
 //
 //   pellor::Process process(pellor::logSinkOf(configuration, nullptr));
-//   pellor::LinuxPlatform platform(process, pellor::servicesOptions(configuration));
+//   pellor::LinuxPlatform platform(process, pellor::servicesOptions(configuration, keys));
 //
 // Links every adapter that was built. A program that needs few of them, or starts often, links these alone and fills in
 // LinuxParts itself.
 #pragma once
 
+#include <map>
 #include <memory>
+#include <set>
+#include <string>
 #include <string_view>
 
 #include "linux/Configuration.h"
@@ -17,9 +20,11 @@
 
 namespace pellor {
 
-/// Throws ConfigurationError for a choice whose adapter was not built, or that lacks a key which it needs. Nothing is
-/// connected yet.
-LinuxPlatformOptions servicesOptions(const Configuration& configuration);
+/// `syncedKeys` are those that a paired device is given, by domain: for a friend list PLFriendListKey, PLGroupTitlesKey
+/// and PLDidNormalizeFriendListDestinationsKey. Nothing is connected yet. Throws ConfigurationError for a choice whose
+/// adapter was not built, or that lacks a key which it needs.
+LinuxPlatformOptions servicesOptions(const Configuration& configuration,
+                                     std::map<std::string, std::set<std::string>> syncedKeys);
 
 /// Where the log goes. `fallback`, which may be null, takes lines where nothing is chosen and while what is chosen is
 /// not there.

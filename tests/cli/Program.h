@@ -7,6 +7,7 @@
 #include <map>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "linux/PrivateFiles.h"
@@ -28,9 +29,12 @@ class Home {
   void addContact(const std::string& guid, const std::string& name, const std::string& lines) const;
 
   std::vector<std::string> environment() const;
+  /// Adds "NAME=value" to the environment.
+  void setVariable(std::string variable) { _variables.push_back(std::move(variable)); }
 
  private:
   const TemporaryFolder _folder;
+  std::vector<std::string> _variables;
 };
 
 /// What a program that has ended left.

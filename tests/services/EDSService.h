@@ -25,6 +25,9 @@ class EDSService {
     return service;
   }
 
+  /// Of the session bus.
+  std::string address() const { return "unix:path=" + (_folder / "bus").string(); }
+
   /// Gives the UIDs.
   std::vector<std::string> add(const std::vector<std::string>& cards) {
     GSList *contacts = nullptr, *uids = nullptr;
@@ -117,14 +120,13 @@ class EDSService {
     ::setenv("GSETTINGS_BACKEND", "memory", 1);
     ::setenv("GIO_USE_VFS", "local", 1);
     for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY"}) ::unsetenv(name);
-    const std::string socket = _folder / "bus";
-    ::setenv("DBUS_SESSION_BUS_ADDRESS", ("unix:path=" + socket).c_str(), 1);
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", address().c_str(), 1);
     std::filesystem::create_directory(_folder / "services");
     for (const char* name : {AddressBookName, SourcesName}) {
       const std::string file = std::string(name) + ".service";
       std::filesystem::create_symlink("/usr/share/dbus-1/services/" + file, _folder / "services" / file);
     }
-    writeFile(_folder / "bus.conf", "<busconfig><type>session</type><listen>unix:path=" + socket +
+    writeFile(_folder / "bus.conf", "<busconfig><type>session</type><listen>" + address() +
                                         "</listen><servicedir>" + (_folder / "services").string() +
                                         "</servicedir><policy context='default'><allow send_destination='*' "
                                         "eavesdrop='true'/><allow eavesdrop='true'/>"
