@@ -127,7 +127,8 @@ void PostgreSQLBus::heardPost(int sender, const std::string& payload) {
 void PostgreSQLBus::heardListWritten(int sender) {
   _awaited[sender] = Timer::after(_process.mainQueue(), _postLimit, [weak = weak_from_this(), sender] {
     const auto self = weak.lock();
-    if (!self || self->_awaited.erase(sender) == 0) return;
+    if (!self) return;
+    self->_awaited.erase(sender);
     self->deliverAll(self->_observers.nextSerial());
   });
 }

@@ -39,9 +39,12 @@ PostgreSQLError::Problem problemOf(std::string_view state) {
   return {"the server refuses (" + std::string(state) + ")", "ask its administrator"};
 }
 
-std::string trimmed(std::string text) {
-  const std::size_t end = text.find_last_not_of(" \n");
-  text.resize(end == std::string::npos ? 0 : end + 1);
+// The library's texts have several lines, which are indented.
+std::string oneLine(std::string text) {
+  for (std::size_t end = 0; (end = text.find_first_of("\n\t", end)) != std::string::npos;) {
+    const std::size_t next = std::min(text.find_first_not_of("\n\t ", end), text.size());
+    text.replace(end, next - end, next == text.size() ? "" : " ");
+  }
   return text;
 }
 
@@ -60,7 +63,7 @@ PostgreSQLError connectError(const pg_conn* connection) {
   const std::string state = stateIn(text);
   text.resize(std::min(text.find("\nLOCATION:"), text.size()));
   const PostgreSQLError::Problem unreached = {"it cannot be reached", "see that the server runs; check host and port"};
-  return {PostgreSQLError::Kind::away, state.empty() ? unreached : problemOf(state), trimmed(std::move(text))};
+  return {PostgreSQLError::Kind::away, state.empty() ? unreached : problemOf(state), oneLine(std::move(text))};
 }
 
 PostgreSQLError errorOf(const pg_result* result) {
@@ -243,7 +246,7 @@ std::string PostgreSQLConnection::serverVersion() const {
 }
 
 void PostgreSQLConnection::throwLost() const {
-  throw lost("the connection broke", trimmed(PQerrorMessage(_connection.get())));
+  throw lost("the connection broke", oneLine(PQerrorMessage(_connection.get())));
 }
 
 }  // namespace pellor

@@ -70,7 +70,14 @@ void PostgreSQLLink::perform(Job job) {
   while (!request->isDone) {
     if (_changed.waitUntil(_mutex, end) || request->isDone) continue;
     std::erase(_requests, request);
-    throw PostgreSQLError(PostgreSQLError::Kind::away, {"it did not answer in time", "try again"});
+    const PostgreSQLError late(PostgreSQLError::Kind::away,
+                               {"it did not answer in time", "see that the server runs and can be reached"});
+    // Nobody else has to wait for the first connection.
+    if (_state == State::starting) {
+      _state = State::away;
+      _error = late;
+    }
+    throw late;
   }
   if (request->error) throw *request->error;
 }
@@ -91,11 +98,6 @@ void PostgreSQLLink::addListener(const std::shared_ptr<PostgreSQLListener>& list
 bool PostgreSQLLink::isConnected() const {
   const MutexLock lock(_mutex);
   return _state == State::connected;
-}
-
-bool PostgreSQLLink::isAway() const {
-  const MutexLock lock(_mutex);
-  return _state == State::away;
 }
 
 std::uint64_t PostgreSQLLink::connectionCount() const {
@@ -147,7 +149,7 @@ void PostgreSQLLink::connect() {
       _options.connection, PostgreSQLConnection::Limits{_options.connectLimit, _options.answerLimit}, _stop.get());
   setUp();
   PostgreSQLSchema::ensure(*_connection);
-  if (isAway()) _log.log("PostgreSQL can be used again");
+  if (std::exchange(_isSaidToBeAway, false)) _log.log("PostgreSQL can be used again");
   {
     const MutexLock lock(_mutex);
     _state = State::connected;
@@ -239,7 +241,9 @@ void PostgreSQLLink::waitForWork() {
 
 void PostgreSQLLink::goAway(const PostgreSQLError& error) {
   const auto& [what, advice] = error.problem();
-  if (!isAway()) _log.log("PostgreSQL cannot be used: %@; %@: %@", what, advice, redactable(error.detail()));
+  if (!std::exchange(_isSaidToBeAway, true)) {
+    _log.log("PostgreSQL cannot be used: %@; %@: %@", what, advice, redactable(error.detail()));
+  }
   {
     const MutexLock lock(_mutex);
     _state = State::away;

@@ -79,7 +79,6 @@ class PostgreSQLLink {
   // Of the thread.
   void serve();
   bool isStopped() const;
-  bool isAway() const;
   void connect() PELLOR_REQUIRES(_role);
   void setUp() PELLOR_REQUIRES(_role);
   void work() PELLOR_REQUIRES(_role);
@@ -110,6 +109,7 @@ class PostgreSQLLink {
   ThreadRole _role;
   std::unique_ptr<PostgreSQLConnection> _connection PELLOR_GUARDED_BY(_role);
   double _pause PELLOR_GUARDED_BY(_role);
+  bool _isSaidToBeAway PELLOR_GUARDED_BY(_role) = false;
   std::thread _thread;
 };
 

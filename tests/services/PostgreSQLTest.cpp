@@ -330,7 +330,11 @@ TEST(PostgreSQLFailureTest, WhoeverDoesNotWaitForTheServerIsToldSoAndTheWriteCou
   Process process;
   PostgreSQLOptions options = patient("host=" + folder.path().string() + " user=pellor dbname=" + database);
   options.mainQueueLimit = 0.01;
-  const Client hasty(process, options), other(process, patient(cluster().connection(database)));
+  const Client other(process, patient(cluster().connection(database)));
+  detour.block(true);
+  const Client hasty(process, options);
+  EXPECT_FALSE(hasty.store->synchronize(Domain)) << "while it connects";
+  detour.block(false);
   EXPECT_TRUE(hasty.becomesConnected());
   detour.block(true);
   EXPECT_FALSE(hasty.save("key", 1));
