@@ -144,8 +144,9 @@ ServiceReport EDSContacts::report(double wait) {
     return ServiceReport::failing(service + " " + trouble->problem + details,
                                   "see that evolution-data-server is installed and that there is a session bus");
   }
-  return ServiceReport::working(service + ", source " + _mirror->sourceUID() + ": " +
-                                std::to_string(_mirror->contactCount()) + " contacts");
+  const std::size_t count = _mirror->contactCount();
+  return ServiceReport::working(service + ", source " + _mirror->sourceUID() + ": " + std::to_string(count) +
+                                (count == 1 ? " contact" : " contacts"));
 }
 
 std::string EDSContacts::version() {

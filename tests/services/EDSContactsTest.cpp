@@ -107,7 +107,7 @@ TEST_F(EDSContactsTest, WithoutTheServiceTheContactsAreWhatTheyWere) {
   EXPECT_TRUE(later.waitUntil([&] { return saidBack() == 2; }));
   EXPECT_EQ(later.posts[AddressBookChangedNotification], 0) << "they are the same";
   EXPECT_EQ(saidAway(), 2U);
-  EXPECT_THAT(source->report(60).detail, HasSubstr("source system-address-book: 1 contacts"));
+  EXPECT_THAT(source->report(60).detail, HasSubstr("source system-address-book: 1 contact"));
   later.with([](AddressBook& book) { EXPECT_EQ(book.databaseUID(), "system-address-book"); });
 }
 
