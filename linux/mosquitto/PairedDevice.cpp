@@ -129,6 +129,9 @@ void PairedDevice::work() {
   _needsConnection = hasToSend || hasToHear || (_needsConnection && pairing);
   _connection.setWanted(_needsConnection);
   if (!hasToSend) endBusy();
+  // Also after what other processes did.
+  const std::array told = {state.generation, state.acknowledged, std::uint64_t{state.due.size()}};
+  if (std::exchange(_told, told) != told) tellStatus();
   if (!_connection.isConnected()) return;
   listen(pairing);
   // Not before it is known what the device has.

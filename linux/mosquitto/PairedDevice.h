@@ -1,6 +1,7 @@
 // Pushes preferences to the paired device, over MQTT.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -141,6 +142,7 @@ class PairedDevice final : public PreferencesSyncService, private SettleParticip
   std::string _listensTo;  ///< the topic that is subscribed
   std::chrono::milliseconds _pause;
   bool _needsConnection = false;
+  std::array<std::uint64_t, 3> _told{};  ///< generation, acknowledged, how many keys are due
   bool _storeFails = false;
   bool _isRefused = false;
   MQTTConnection _connection;  ///< last: its thread ends first
