@@ -14,7 +14,7 @@
 #include "linux/mosquitto/PairedDevice.h"
 #include "runtime/Process.h"
 #include "testing/LogCollector.h"
-#include "tests/linux/RealTime.h"
+#include "tests/linux/ServedProcesses.h"
 #include "tests/linux/TemporaryFolder.h"
 #include "tests/services/Broker.h"
 
@@ -73,8 +73,24 @@ class RawClient final : private MQTTConnection::Client {
   MQTTConnection _connection;
 };
 
+/// A line of it is an event for which a test may wait.
+class WakingLog final : public LogCollector {
+ public:
+  explicit WakingLog(Process& process) : _process(process) {}
+  void write(const LogEntry& entry) override {
+    LogCollector::write(entry);
+    _process.mainQueue().async([] {});
+  }
+
+ private:
+  Process& _process;
+};
+
 /// The laptop sends, the phone receives. Neither runs at first, and they are not paired.
 class PairedDevices {
+  // First, so that they end after their adapters.
+  ServedProcesses _processes;
+
  public:
   PairedDevices();
   ~PairedDevices();
@@ -87,27 +103,23 @@ class PairedDevices {
 
   template <class Condition>
   bool runUntil(Condition condition) {
-    const Process::Scope scope(process);
-    return _time.runUntil(condition);
+    return _processes.runUntil(condition);
   }
   bool runUntilInStep();
   bool runUntilTold(const std::string& text);
   bool hasTold(const std::string& text) const;
 
-  std::shared_ptr<LogCollector> log = std::make_shared<LogCollector>();
   Broker broker{{"laptop", "phone", "tablet"}};
   Device laptop{broker.authority(), "laptop"};
   Device phone{broker.authority(), "phone"};
-  Process process{log};
+  Process& process = _processes.at(0);
+  std::shared_ptr<LogCollector> log = std::make_shared<WakingLog>(process);
   std::shared_ptr<NotifyFolder> bus;
   int posts = 0;
   std::map<std::string, std::set<std::string>> keys{{SyncDomain, {"list", "titles"}}};  ///< of the initial sync
   std::shared_ptr<PairedDevice> sender;
   std::shared_ptr<DeviceReceiver> receiver;
   std::vector<std::string> told;
-
- private:
-  RealTime _time{process};
 };
 
 }  // namespace pellor
