@@ -2,6 +2,7 @@
 
 #include "linux/services/UserServices.h"
 
+#include "Pellor/PLFriendsManager.h"
 #include "cli/CommandError.h"
 #include "cli/Services.h"
 #include "cli/SyncedKeys.h"
@@ -12,7 +13,8 @@ void chooseProgram(const CommandLine&, char**) {}
 
 LinuxPlatformOptions platformOptionsFor(const Configuration& configuration) {
   try {
-    return servicesOptions(configuration, {{*configuration.text("domain"), syncedKeys()}});
+    return servicesOptions(configuration, {{{*configuration.text("domain"), syncedKeys()}},
+                                           std::string(PLRefreshAgainstContactsOnInitEnabledKey)});
   } catch (const ConfigurationError& error) {
     throw UsageError(error.what());
   }

@@ -23,7 +23,8 @@ constexpr std::array Keys = {
     ConfigurationKey{"data", Kind::path, "", "", "the data folder; unset: $XDG_DATA_HOME/pellor"},
     ConfigurationKey{"domain", Kind::text, "org.tapnote.TN", "", "the preferences domain of the friend list"},
     ConfigurationKey{"region", Kind::region, "", "", "the region of a new store, by which numbers are read"},
-    ConfigurationKey{"service", Kind::text, "", "", "the messaging service that tells who is reachable"},
+    ConfigurationKey{"service", Kind::text, "", "",
+                     "the messaging service whose users are reachable; unset: what reachability chooses"},
     ConfigurationKey{"address-book", Kind::choice, "vdir", "vdir eds", "where the contacts are"},
     ConfigurationKey{"store", Kind::choice, "sqlite", "sqlite postgresql", "where the list is kept"},
     ConfigurationKey{"bus", Kind::choice, "folder", "folder session postgresql",
@@ -248,6 +249,8 @@ std::optional<std::string> Configuration::text(std::string_view name) const {
   if (const auto set = _values.find(key.name); set != _values.end()) return set->second;
   // Programs of other machines are heard by nothing else.
   if (key.name == "bus" && text("store") == "postgresql") return "postgresql";
+  // Without the name of a service nobody is checked.
+  if (key.name == "service" && choosesService("reachability")) return text("reachability");
   if (key.unset.empty()) return std::nullopt;
   return std::string(key.unset);
 }

@@ -39,6 +39,14 @@ struct LinuxParts {
       preferencesSync;
 };
 
+/// Keys of the friend list in the preferences that parts have to know, though not the list itself.
+struct ListKeys {
+  /// By domain, what the list is made of: a paired device is given it from the start.
+  std::map<std::string, std::set<std::string>> synced;
+  /// The setting whether the list is kept in step with the contacts: one of several machines does so.
+  std::string followsContacts;
+};
+
 struct LinuxPlatformOptions {
   UserFolders folders = UserFolders::find();
   /// The folder of vCard files; absent: `contacts` in the data folder.
@@ -50,9 +58,7 @@ struct LinuxPlatformOptions {
   /// Whether changes that come from outside are noticed at any time; else those of the list while the process settles,
   /// and those of the contacts by the next process. For a program that ends at once.
   bool noticesChanges = true;
-  /// What a paired device is given from the start, by domain: the keys that the list is made of. Read by makers of
-  /// parts.
-  std::map<std::string, std::set<std::string>> syncedKeys;
+  ListKeys listKeys;
   LinuxParts parts;
 };
 

@@ -13,7 +13,7 @@ void choose(const Configuration& configuration, LinuxPlatformOptions& options) {
   PairedDeviceOptions device;
   device.broker = MQTTOptions::from(configuration);
   device.folder = deviceFolder(options.folders);
-  device.keys = options.syncedKeys;
+  device.keys = options.listKeys.synced;
   options.parts.preferencesSync = [device](Process& process, std::shared_ptr<PreferencesStore> store) {
     PairedDeviceOptions made = device;
     made.preferences = std::move(store);

@@ -1,5 +1,6 @@
 // store = "postgresql", bus = "postgresql"
 
+#include "linux/MachinePreferences.h"
 #include "linux/postgresql/PostgreSQLBus.h"
 #include "linux/postgresql/PostgreSQLPreferences.h"
 #include "linux/postgresql/PostgreSQLService.h"
@@ -27,10 +28,12 @@ std::shared_ptr<PostgreSQLService> serviceOf(Process& process, const PostgreSQLO
 }
 
 void chooseStore(const Configuration& configuration, LinuxPlatformOptions& options) {
-  const auto defaultsFile = options.folders.config / "defaults.json";
-  options.parts.preferences = [postgresql = optionsOf(configuration), defaultsFile](Process& process) {
-    return std::make_shared<PostgreSQLPreferences>(serviceOf(process, postgresql), defaultsFile,
-                                                   serviceLog(process, "preferences"));
+  options.parts.preferences = [postgresql = optionsOf(configuration), folders = options.folders,
+                               followsContacts = options.listKeys.followsContacts](Process& process) {
+    auto store = std::make_shared<PostgreSQLPreferences>(
+        serviceOf(process, postgresql), folders.config / "defaults.json", serviceLog(process, "preferences"));
+    return std::make_shared<MachinePreferences>(std::move(store), MachinePreferences::machineName(folders.data),
+                                                followsContacts);
   };
 }
 

@@ -39,10 +39,9 @@ LogHandle serviceLog(Process& process, const char* category) {
   return {"org.tapnote.Pellor", category, process.logSink()};
 }
 
-LinuxPlatformOptions servicesOptions(const Configuration& configuration,
-                                     std::map<std::string, std::set<std::string>> syncedKeys) {
+LinuxPlatformOptions servicesOptions(const Configuration& configuration, ListKeys keys) {
   LinuxPlatformOptions options = embeddedOptions(configuration);
-  options.syncedKeys = std::move(syncedKeys);
+  options.listKeys = std::move(keys);
   const ServiceAdapters adapters = builtAdapters();
   for (const std::string_view part : configurationParts()) {
     if (!configuration.choosesService(part)) continue;

@@ -7,10 +7,7 @@
 // LinuxParts itself.
 #pragma once
 
-#include <map>
 #include <memory>
-#include <set>
-#include <string>
 #include <string_view>
 
 #include "linux/Configuration.h"
@@ -20,11 +17,10 @@
 
 namespace pellor {
 
-/// `syncedKeys` are those that a paired device is given, by domain: for a friend list PLFriendListKey, PLGroupTitlesKey
-/// and PLDidNormalizeFriendListDestinationsKey. Nothing is connected yet. Throws ConfigurationError for a choice whose
-/// adapter was not built, or that lacks a key which it needs.
-LinuxPlatformOptions servicesOptions(const Configuration& configuration,
-                                     std::map<std::string, std::set<std::string>> syncedKeys);
+/// `keys` are those of the library: PLFriendListKey, PLGroupTitlesKey and PLDidNormalizeFriendListDestinationsKey of each
+/// domain, and PLRefreshAgainstContactsOnInitEnabledKey. Nothing is connected yet. Throws ConfigurationError for a
+/// choice whose adapter was not built, or that lacks a key which it needs.
+LinuxPlatformOptions servicesOptions(const Configuration& configuration, ListKeys keys);
 
 /// Where the log goes. `fallback`, which may be null, takes lines where nothing is chosen and while what is chosen is
 /// not there.

@@ -46,6 +46,12 @@ TEST_F(ConfigurationTest, ArgumentsHoldBeforeTheFileAndTheFileBeforeDefaults) {
   configuration.set("contacts", "cards");
   EXPECT_EQ(configuration.path("contacts"), std::filesystem::current_path() / "cards");
   EXPECT_FALSE(configuration.choosesServices());
+
+  EXPECT_EQ(unset.text("service"), std::nullopt);
+  const Configuration others = read("store = 'postgresql'\nreachability = 'ldap'\n[eds]\nwait = 0.5\n");
+  EXPECT_EQ(others.text("bus"), "postgresql") << "the store's, unless the user says otherwise";
+  EXPECT_EQ(others.text("service"), "ldap");
+  EXPECT_EQ(others.seconds("eds.wait"), 0.5);
 }
 
 TEST_F(ConfigurationTest, WhatMakesNoSenseIsNamedWithItsPlace) {
