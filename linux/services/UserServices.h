@@ -17,8 +17,8 @@
 
 namespace pellor {
 
-/// `keys` are those of the library: PLFriendListKey, PLGroupTitlesKey and PLDidNormalizeFriendListDestinationsKey of each
-/// domain, and PLRefreshAgainstContactsOnInitEnabledKey. Nothing is connected yet. Throws ConfigurationError for a
+/// `keys` are those of the library: PLFriendListKey, PLGroupTitlesKey and PLDidNormalizeFriendListDestinationsKey of
+/// each domain, and PLRefreshAgainstContactsOnInitEnabledKey. Nothing is connected yet. Throws ConfigurationError for a
 /// choice whose adapter was not built, or that lacks a key which it needs.
 LinuxPlatformOptions servicesOptions(const Configuration& configuration, ListKeys keys);
 

@@ -126,8 +126,8 @@ class EDSService {
       const std::string file = std::string(name) + ".service";
       std::filesystem::create_symlink("/usr/share/dbus-1/services/" + file, _folder / "services" / file);
     }
-    writeFile(_folder / "bus.conf", "<busconfig><type>session</type><listen>" + address() +
-                                        "</listen><servicedir>" + (_folder / "services").string() +
+    writeFile(_folder / "bus.conf", "<busconfig><type>session</type><listen>" + address() + "</listen><servicedir>" +
+                                        (_folder / "services").string() +
                                         "</servicedir><policy context='default'><allow send_destination='*' "
                                         "eavesdrop='true'/><allow eavesdrop='true'/>"
                                         "<allow own='*'/></policy></busconfig>");
