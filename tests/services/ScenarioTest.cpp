@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <stdlib.h>
 
 #include <algorithm>
 #include <map>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "tests/cli/Program.h"
+#include "tests/services/EDSSanitizers.h"
 #include "tests/services/EDSService.h"
 #include "tests/services/PostgreSQLCluster.h"
 
@@ -58,9 +60,21 @@ class InPostgreSQL : public Setting {
   const std::string _connection;
 };
 
+void tellOfSanitizers(Home& home) {
+  const std::pair<std::string, const char*> reports[] = {{"TSAN_OPTIONS", __tsan_default_suppressions()},
+                                                         {"LSAN_OPTIONS", __lsan_default_suppressions()}};
+  for (const auto& [variable, suppressions] : reports) {
+    const auto file = home / variable;
+    writeFile(file, suppressions);
+    const char* options = ::getenv(variable.c_str());
+    home.setVariable(variable + "=" + (options ? options + std::string(":") : "") + "suppressions=" + file.string());
+  }
+}
+
 class InEDS : public Setting {
  public:
   InEDS() {
+    tellOfSanitizers(home());
     EDSService::shared().removeAll();
     home().setVariable("DBUS_SESSION_BUS_ADDRESS=" + EDSService::shared().address());
   }
