@@ -66,7 +66,9 @@ LogArgument::LogArgument(const std::set<std::string>& texts) {
   _segment.text = "{" + _segment.text + "}";
 }
 
-std::string LogFormat::operation() const { return functionName(_place.function_name()); }
+std::string LogFormat::operation() const {
+  return _operation.empty() ? functionName(_place.function_name()) : std::string(_operation);
+}
 
 LogHandle::LogHandle(std::string subsystem, std::string category, std::shared_ptr<LogSink> sink)
     : _subsystem(std::move(subsystem)), _category(std::move(category)), _sink(std::move(sink)) {}

@@ -80,6 +80,12 @@ class LogFormat {
     requires std::convertible_to<Text, std::string_view>
   LogFormat(const Text& text, std::source_location place = std::source_location::current())
       : _text(text), _place(place) {}
+  /// The same call as that of the operation of that name, of which the calling function is a step of its own.
+  LogFormat as(std::string_view operation) const {
+    LogFormat format = *this;
+    format._operation = operation;
+    return format;
+  }
   std::string_view text() const { return _text; }
   /// The unqualified name of the operation that holds the call; of a lambda, the operation around it.
   std::string operation() const;
@@ -88,6 +94,7 @@ class LogFormat {
  private:
   std::string_view _text;
   std::source_location _place;
+  std::string_view _operation;  // empty: the one at the place
 };
 
 /// A channel of the log, named by subsystem and category. Any thread.

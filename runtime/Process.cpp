@@ -16,6 +16,7 @@ namespace pellor {
 namespace {
 
 constexpr double settleLimitAtEnd = 5;
+constexpr double settleLimitWhenOvertaken = 25;
 
 /// The processes of the program that have not ended. A program has one; tests have more.
 class LiveProcesses {
@@ -66,6 +67,7 @@ class Process::State {
   }
 
   bool settle(double limit);
+  bool isWritten() const { return std::ranges::all_of(participants, &SettleParticipant::isWritten); }
   void requireEnd() const;
   void close(LocalObjects& locals);
   void taskEnded();
@@ -83,6 +85,7 @@ class Process::State {
   static constexpr long notSettling = -1;
 
   bool isAtRest(long ownTasks) const;
+  bool comesToRest(long ownTasks);
   std::vector<Task> closeQueues();
 
   Process& _process;
@@ -96,6 +99,13 @@ bool Process::State::isAtRest(long ownTasks) const {
   return outstanding == ownTasks && std::ranges::all_of(participants, &SettleParticipant::isSettled);
 }
 
+// What was marked without a request for a save is asked for first.
+bool Process::State::comesToRest(long ownTasks) {
+  if (outstanding != ownTasks) return false;
+  for (SettleParticipant* participant : std::vector(participants)) participant->prepareToSettle();
+  return isAtRest(ownTasks);
+}
+
 bool Process::State::settle(double limit) {
   // The tasks that the caller is inside of cannot end before it returns.
   const long ownTasks = Frame::taskCount(_process);
@@ -103,14 +113,15 @@ bool Process::State::settle(double limit) {
   const long outerAwaited = _awaitedOutstanding.exchange(ownTasks);
   const double until = scheduler->now() + limit;
   // Asked once a turn: in the next moment another thread may bring news again.
-  bool isSettled = isAtRest(ownTasks);
+  bool isSettled = comesToRest(ownTasks);
   while (!isSettled && scheduler->now() < until) {
     scheduler->serve(*mainQueue, until);
-    isSettled = isAtRest(ownTasks);
+    isSettled = comesToRest(ownTasks);
   }
   _awaitedOutstanding = outerAwaited;
+  const bool result = isSettled && isWritten();
   for (SettleParticipant* participant : std::vector(participants)) participant->didSettle();
-  return isSettled && std::ranges::all_of(participants, &SettleParticipant::isWritten);
+  return result;
 }
 
 void Process::State::taskEnded() {
@@ -167,7 +178,8 @@ Process::Process(std::shared_ptr<Scheduler> scheduler, std::shared_ptr<LogSink> 
 Process::~Process() {
   if (_state->isClosed) return;
   _state->requireEnd();
-  _state->settle(settleLimitAtEnd);
+  // What could not be written is given up soon; what other processes kept from being written, later.
+  if (!_state->settle(settleLimitAtEnd) && _state->isWritten()) _state->settle(settleLimitWhenOvertaken);
   _state->close(_locals);
 }
 

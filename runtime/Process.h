@@ -23,6 +23,9 @@ class SettleParticipant {
   virtual bool isSettled() const = 0;
   /// Whether every change that was made is written.
   virtual bool isWritten() const = 0;
+  /// Called when a settle begins, and each time that nothing is queued: asks for what is due and was not asked for. May
+  /// queue tasks.
+  virtual void prepareToSettle() {}
   /// Called once at the end of each settle, before it returns. Must not queue tasks.
   virtual void didSettle() {}
 };
@@ -39,7 +42,8 @@ class Process {
   explicit Process(std::shared_ptr<LogSink> sink = nullptr);
   /// A process on a given scheduler, which may serve several.
   Process(std::shared_ptr<Scheduler> scheduler, std::shared_ptr<LogSink> sink);
-  /// Settles (for at most 5 seconds), stops and joins. What is still queued then is dropped unrun.
+  /// Settles (for at most 5 seconds, or 30 while other processes keep changing what it has to write), stops and joins.
+  /// What is still queued then is dropped unrun.
   ~Process();
   Process(const Process&) = delete;
   Process& operator=(const Process&) = delete;

@@ -1,6 +1,7 @@
 // Where queues get their turns and time comes from.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <utility>
 
@@ -23,6 +24,9 @@ class Scheduler : public std::enable_shared_from_this<Scheduler> {
 
   /// Absolute wall-clock time in seconds since 2001-01-01T00:00:00Z.
   virtual double now() const = 0;
+
+  /// A number of 64 random bits: for names that nobody else has and pauses that nobody else makes. Any thread.
+  virtual std::uint64_t randomNumber() = 0;
 
   /// Begins to serve a process. On its main thread.
   virtual void attach(const std::shared_ptr<MainStrand>& mainQueue) = 0;

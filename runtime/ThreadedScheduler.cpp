@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <random>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -29,6 +30,11 @@ bool mayStart(std::size_t workers) {
 ThreadedScheduler::~ThreadedScheduler() { joinWorkers(); }
 
 double ThreadedScheduler::now() const { return wallClockNow(); }
+
+std::uint64_t ThreadedScheduler::randomNumber() {
+  std::random_device source;
+  return (std::uint64_t{source()} << 32U) | source();
+}
 
 void ThreadedScheduler::attach(const std::shared_ptr<MainStrand>&) {
   const MutexLock lock(_mutex);

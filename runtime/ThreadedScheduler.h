@@ -19,6 +19,7 @@ class ThreadedScheduler final : public Scheduler {
   ~ThreadedScheduler() override;
 
   double now() const override;
+  std::uint64_t randomNumber() override;
   void attach(const std::shared_ptr<MainStrand>& mainQueue) override;
   void detach(const Process& process) override;
   void submit(std::shared_ptr<Strand> strand) override;

@@ -11,7 +11,7 @@
 namespace pellor {
 
 SimulatedScheduler::SimulatedScheduler(std::uint64_t seed, std::uint64_t stepLimit)
-    : _seed(seed), _stepLimit(stepLimit), _random(seed) {}
+    : _seed(seed), _stepLimit(stepLimit), _random(seed), _randomForTasks(~seed) {}
 
 SimulatedScheduler::~SimulatedScheduler() = default;
 
@@ -114,13 +114,21 @@ void SimulatedScheduler::countStep() {
   }
 }
 
+namespace {
+
 /// SplitMix64: the same sequence with every standard library.
-std::uint64_t SimulatedScheduler::nextRandom() {
-  std::uint64_t mixed = (_random += 0x9e3779b97f4a7c15U);
+std::uint64_t nextAfter(std::uint64_t& state) {
+  std::uint64_t mixed = (state += 0x9e3779b97f4a7c15U);
   mixed = (mixed ^ (mixed >> 30)) * 0xbf58476d1ce4e5b9U;
   mixed = (mixed ^ (mixed >> 27)) * 0x94d049bb133111ebU;
   return mixed ^ (mixed >> 31);
 }
+
+}  // namespace
+
+std::uint64_t SimulatedScheduler::nextRandom() { return nextAfter(_random); }
+
+std::uint64_t SimulatedScheduler::randomNumber() { return nextAfter(_randomForTasks); }
 
 void SimulatedScheduler::requireOwnThread() const {
   if (std::this_thread::get_id() != _thread) {

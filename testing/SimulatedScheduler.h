@@ -44,6 +44,8 @@ class SimulatedScheduler final : public Scheduler {
   bool runUntil(const std::function<bool()>& predicate, double limit);
 
   double now() const override { return _now; }
+  /// Of the seed as well, but not of the numbers that choose what runs next: asking changes no order.
+  std::uint64_t randomNumber() override;
   void attach(const std::shared_ptr<MainStrand>& mainQueue) override;
   void detach(const Process& process) override;
   void submit(std::shared_ptr<Strand> strand) override;
@@ -64,6 +66,7 @@ class SimulatedScheduler final : public Scheduler {
   const std::uint64_t _stepLimit;
   const std::thread::id _thread = std::this_thread::get_id();
   std::uint64_t _random;
+  std::uint64_t _randomForTasks;
   std::uint64_t _steps = 0;
   double _now = startTime;
   std::vector<std::shared_ptr<Strand>> _ready;
