@@ -1296,6 +1296,8 @@ void PLFriendsManager::idStatusUpdatedForDestinations(const std::optional<Destin
   // By the names that were asked for, not by the canonical ones.
   for (const auto& [destination, status] : *statuses) _highPriorityDestinations.erase(destination);
   _dropPendingDestinations();
+  // A service that answers in parts may say no more after any of them.
+  if (!_highPriorityDestinations.empty()) _startRelayQueryTimeoutTimer();
 }
 
 // The batch query that was held back is not made up for: whoever wants it asks again.

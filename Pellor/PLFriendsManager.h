@@ -229,8 +229,8 @@ class PLFriendsManager : public Object,
   // --- 5  Reachability ---
 
   // Main queue. A service that answers no queries is stood in for: five seconds after a query every destination that
-  // was asked for counts as valid. A real service may answer in parts; one that says nothing for 30 seconds is given
-  // up.
+  // was asked for counts as valid. A real service may answer in parts; one that says nothing for 30 seconds, be it
+  // after a part, is given up.
 
   /// The name of the messaging service for reachability queries; absent while none is set.
   const std::optional<std::string>& serviceName() const { return _serviceName; }

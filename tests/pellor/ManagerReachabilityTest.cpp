@@ -213,12 +213,34 @@ TEST_F(ManagerReachabilityTest, SilenceEndsThirtySecondsAfterTheFirstQuery) {
   EXPECT_EQ(status(0), invalid) << "what was known stays";
   refresh();
   EXPECT_EQ(queries().size(), 3U) << "batches start again";
-  status(0, true);
-  update({{{"bob@example.org", valid}}});
   advance(60);
-  EXPECT_EQ(a->logged(TimedOut), 1U) << "any answer stops the timer, also one to something else";
+  EXPECT_EQ(a->logged(TimedOut), 2U) << "a batch that is not answered is given up as well";
+}
+
+TEST_F(ManagerReachabilityTest, AServiceThatAnswersInPartsAndThenNoMoreIsGivenUpAfterItsLastAnswer) {
+  const auto cy = addCy();
+  rest();
+  answer([](const auto& query) -> std::vector<SimulatedIdentityService::AnswerPart> {
+    if (query.hasPriority) return {{20, {{"cy@example.org", valid}}}};
+    return {};
+  });
+  status(*a, cy, true);
+  refresh();
+  advance(49.9);
+  EXPECT_EQ(a->logged(TimedOut), 0U) << "the time-out began anew with the answer";
+  EXPECT_EQ(status(*a, cy), valid);
   refresh();
   EXPECT_EQ(a->logged(HeldBack), 2U);
+  update({{{"bob@example.org", invalid}}});
+  advance(29.9);
+  EXPECT_EQ(a->logged(TimedOut), 0U) << "and with one to something else";
+  advance(0.2);
+  EXPECT_EQ(a->logged(TimedOut), 1U);
+  refresh();
+  EXPECT_EQ(queries().size(), 2U) << "batches start again";
+  update({{{"bob@example.org", valid}}});
+  advance(60);
+  EXPECT_EQ(a->logged(TimedOut), 1U) << "with no priority destination left an answer stops the time-out";
 }
 
 TEST_F(ManagerReachabilityTest, TheFirstManagerThatIsAskedDecidesForItsProcess) {
