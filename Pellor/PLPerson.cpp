@@ -226,7 +226,7 @@ bool PLPerson::_adopt(PLPersonRecord::Text which, std::optional<std::string_view
 
 bool PLPerson::_adoptInitials(std::optional<std::string_view> initials, const ChangeReport& report,
                               const LogFormat& format) {
-  // A stored form writes no initials as empty ones: that is no difference.
+  // A stored form writes no initials as empty ones, so that between these there is no difference.
   if (isBlank(initials) && isBlank(_record.text(PLPersonRecord::_initials))) return false;
   return _adopt(PLPersonRecord::_initials, initials, report, format);
 }

@@ -142,9 +142,10 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// thread: it has what the last edit that ended published, and the metadata of all writes queued before the call.
   PersonDictionary dictionaryRepresentation() const;
   /// Takes over a stored form and tells whether anything changed. What the form lacks, or holds as another type, is
-  /// cleared; an absent record identifier reads as 0, an absent monogram is made from the name. Destinations that are
-  /// other ones now and had to be corrected mark the person. Posts PLPersonUnlinkedFromAddressBookNotification when a
-  /// GUID is replaced or cleared, and nothing else.
+  /// cleared; an absent record identifier reads as 0, an absent monogram is made from the name. An empty monogram
+  /// empties a set one, and leaves an absent one absent. Destinations that are other ones now and had to be corrected
+  /// mark the person. Posts PLPersonUnlinkedFromAddressBookNotification when a GUID is replaced or cleared, and nothing
+  /// else.
   bool updateFromDictionaryRepresentation(const PersonDictionary& dictionary);
   /// The same for a form that was read already.
   bool updateFromForm(PLPersonForm& form);

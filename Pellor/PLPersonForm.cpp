@@ -81,13 +81,11 @@ const PLPersonRecord::Content& PLPersonForm::contentFor(const PLPersonRecord& re
 void PLPersonForm::makeContent(bool areCanonical) {
   _hasContent = true;
   _made.clear();
-  auto& initials = _content.texts[PLPersonRecord::_initials];
   if (!_hasMonogram) {
     const auto name = _content.texts[PLPersonRecord::_name];
     const auto made = PLUtility::initialForString(name ? std::optional<std::string>(*name) : std::nullopt);
-    if (made) initials = _made.emplace_back(*made);
+    if (made) _content.texts[PLPersonRecord::_initials] = _made.emplace_back(*made);
   }
-  if (initials && initials->empty()) initials.reset();
   const auto stored = storedDestinations();
   _destinations.assign(stored.begin(), stored.end());
   if (!areCanonical) canonicalizeDestinations();

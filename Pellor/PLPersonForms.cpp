@@ -51,7 +51,10 @@ PersonDictionary PLPerson::dictionaryRepresentation() const {
 
 std::shared_ptr<PLPerson> PLPerson::initWithForm(PLPersonForm& form) {
   auto person = _make();
-  person->_record = PLPersonRecord(form.content());
+  PLPersonRecord::Content content = form.content();
+  auto& initials = content.texts[PLPersonRecord::_initials];
+  if (initials && initials->empty()) initials.reset();
+  person->_record = PLPersonRecord(content);
   person->_createMetadata(form.metadata());
   person->_publish();
   if (form.isCorrected()) person->setNeedsSave(true);

@@ -106,6 +106,53 @@ TEST_F(Person, MonogramIsDerivedOnlyWhenItIsMissing) {
   EXPECT_EQ(person->initials(), "B");
 }
 
+TEST_F(Person, AnEmptyMonogramTakesThePlaceOfASetOneAndOfNothingElse) {
+  const struct {
+    std::optional<std::string> before;
+    PersonDictionary form;
+    std::optional<std::string> after;
+    const char* change;  // as it is logged; null when nothing changes
+  } rows[] = {
+      {"A", {{"Monogram", ""}}, "", "[A] -> []"},
+      {"A", {{"Name", "ann"}, {"Monogram", ""}}, "", "[A] -> []"},
+      {"A", {{"Monogram", "A"}}, "A", nullptr},
+      {"A", {}, std::nullopt, "[A] -> [(null)]"},
+      {"A", {{"Name", "3M"}}, std::nullopt, "[A] -> [(null)]"},
+      {"", {{"Monogram", ""}}, "", nullptr},
+      {"", {}, "", nullptr},
+      {"", {{"Name", "bob"}}, "B", "[] -> [B]"},
+      {std::nullopt, {{"Monogram", ""}}, std::nullopt, nullptr},
+      {std::nullopt, {{"Name", "ann"}, {"Monogram", ""}}, std::nullopt, nullptr},
+      {std::nullopt, {{"Monogram", "C"}}, "C", "[(null)] -> [C]"},
+  };
+  for (const auto& [before, form, after, change] : rows) {
+    const auto person = fromForm({{"Monogram", before.value_or("").empty() ? "" : *before}});
+    // Only a set monogram can become an empty one.
+    if (before == "") {
+      person->updateFromDictionaryRepresentation({{"Monogram", "A"}});
+      person->updateFromDictionaryRepresentation({{"Monogram", ""}});
+    }
+    ASSERT_EQ(person->initials(), before);
+    takeLog();
+    person->updateFromDictionaryRepresentation(form);
+    EXPECT_EQ(person->initials(), after) << Value(form).description();
+    const auto lines = takeLog();
+    const auto isOfInitials = [](const std::string& line) { return line.find("initials: ") != std::string::npos; };
+    const auto line = std::ranges::find_if(lines, isOfInitials);
+    ASSERT_EQ(line == lines.end(), change == nullptr) << Value(form).description();
+    if (change) {
+      EXPECT_TRUE(line->ends_with(std::string("due to initials: ") + change)) << *line;
+    }
+
+    EXPECT_EQ(person->dictionaryRepresentation().at("Monogram"), Value(after.value_or("")));
+    EXPECT_FALSE(person->updateFromDictionaryRepresentation(person->dictionaryRepresentation())) << "comes to rest";
+    KeyedArchive archive;
+    person->encodeWithCoder(archive);
+    EXPECT_EQ(archive.content().contains("i"), after.has_value());
+    EXPECT_EQ(PLPerson::initWithCoder(archive)->initials(), after);
+  }
+}
+
 TEST_F(Person, ANumberComesBeforeAnAddressAndStaysTheFirst) {
   const auto person = PLPerson::initWithDestinationsAddressBook({"+ann@example.org", "030 1234567"}, nullptr);
   KeyedArchive unasked;
