@@ -1358,8 +1358,10 @@ void PLFriendsManager::_addressBookChanged(const Notification& notification) {
   _PLGetLogSystem().log("received %@", notification.name);
   _process.mainQueue().async([weak = weak_from_this()] {
     auto self = weak.lock();
-    if (!self || (self->_addressBookRefreshTimer && self->_addressBookRefreshTimer->isValid())) return;
+    if (!self) return;
+    // Also while the timer is set: a refresh may have run since.
     self->_needsAddressBookRefresh = true;
+    if (self->_addressBookRefreshTimer && self->_addressBookRefreshTimer->isValid()) return;
     self->_addressBookRefreshTimer = Timer::after(self->_process.mainQueue(), kAddressBookRefreshDelay, [weak] {
       if (auto manager = weak.lock()) manager->refreshAgainstAddressBook();
     });
@@ -1386,24 +1388,25 @@ bool PLFriendsManager::refreshAgainstAddressBook() {
 // taken over only then, so that a refresh that was cut short stays due.
 bool PLFriendsManager::_refreshFriends(AddressBook& addressBook) {
   _PLGetLogSystem().log("refreshing friends against address book");
+  // Read before the records: what another process changes meanwhile is due after this refresh.
+  const std::int32_t number = addressBook.sequenceNumber();
   _reconciledFriends.begin(*platformOf(_process).addressBook, addressBook, _friendList.count());
   const std::vector<std::uint64_t> indices = _indicesOfFriendsToRefresh();
   for (std::size_t first = 0; first < indices.size(); first += kFriendsReadAtOnce) {
     const std::size_t count = std::min(kFriendsReadAtOnce, indices.size() - first);
     _refreshFriendsAtIndices(std::span(indices).subspan(first, count), addressBook);
   }
-  const std::int32_t number = addressBook.sequenceNumber();
   const bool isComplete = addressBook.isReadable();
   _reconciledFriends.end(isComplete);
   if (isComplete) _updateLastKnownAddressBookSequenceNumber(number);
   return isComplete;
 }
 
-std::vector<std::uint64_t> PLFriendsManager::_indicesOfFriendsToRefresh() const {
+std::vector<std::uint64_t> PLFriendsManager::_indicesOfFriendsToRefresh() {
   std::vector<std::uint64_t> indices;
   for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
     const auto person = _friendAtPosition(index);
-    if (person && !_reconciledFriends.isInStep(index, *person)) indices.push_back(index);
+    if (person && !_reconciledFriends.passOver(index, *person)) indices.push_back(index);
   }
   return indices;
 }

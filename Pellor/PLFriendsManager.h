@@ -412,7 +412,7 @@ class PLFriendsManager : public Object,
   void _removeFriendsAtIndices(const std::vector<std::uint64_t>& indices);
   std::optional<std::int32_t> _lastKnownAddressBookSequenceNumber();
   bool _refreshFriends(AddressBook& addressBook);
-  std::vector<std::uint64_t> _indicesOfFriendsToRefresh() const;
+  std::vector<std::uint64_t> _indicesOfFriendsToRefresh();
   void _refreshFriendsAtIndices(std::span<const std::uint64_t> indices, AddressBook& addressBook);
   void _updateLastKnownAddressBookSequenceNumber(std::int32_t number);
   bool _addressBookSequenceNumberDidChange();

@@ -9,25 +9,37 @@ namespace pellor {
 void PLReconciledFriends::begin(const AddressBookStore& store, AddressBook& addressBook, std::uint64_t slotCount) {
   Contacts contacts{addressBook.databaseUID(), store.shortNameFormatEnabled(), store.shortNamePreferNicknames()};
   const bool isSame = contacts.databaseUID && contacts == _contacts;
+  // Read before everything else: what another process changes meanwhile counts as changed the next time.
+  const std::int32_t sequenceNumber = addressBook.sequenceNumber();
   auto changed = isSame ? addressBook.guidsOfPeopleChangedSince(_sequenceNumber, slotCount) : std::nullopt;
   if (!changed) _records.clear();
   _records.resize(slotCount, PLPersonRecord());
+  _isNoted.assign(slotCount, false);
   _changedGUIDs = std::move(changed).value_or(std::vector<std::string>());
   _contacts = std::move(contacts);
-  // Read before the records: what changes meanwhile counts as changed the next time.
-  _sequenceNumber = addressBook.sequenceNumber();
+  _sequenceNumber = sequenceNumber;
 }
 
-bool PLReconciledFriends::isInStep(std::uint64_t index, const PLPerson& person) const {
+bool PLReconciledFriends::passOver(std::uint64_t index, const PLPerson& person) {
   const PLPersonRecord& record = person.record();
   const bool isLinked = record.recordID() != InvalidRecordID && !record.identifyingGUID().empty();
   if (!isLinked || !_records[index].isSameObject(record)) return false;
-  return !std::ranges::binary_search(_changedGUIDs, record.identifyingGUID(), std::less<>());
+  if (std::ranges::binary_search(_changedGUIDs, record.identifyingGUID(), std::less<>())) return false;
+  _isNoted[index] = true;
+  return true;
+}
+
+void PLReconciledFriends::note(std::uint64_t index, const PLPerson& person) {
+  _records[index] = person.record();
+  _isNoted[index] = true;
 }
 
 void PLReconciledFriends::end(bool isComplete) {
   _changedGUIDs = {};
   if (!isComplete) _records.clear();
+  for (std::size_t index = 0; index < _records.size(); ++index) {
+    if (!_isNoted[index]) _records[index] = PLPersonRecord();
+  }
 }
 
 }  // namespace pellor

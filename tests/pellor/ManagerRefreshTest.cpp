@@ -1,4 +1,5 @@
 // The list follows the contacts, and is cleaned up.
+#include "tests/pellor/ChangingContacts.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {
@@ -94,6 +95,62 @@ TEST_F(ManagerRefreshTest, ARecordIsReadAgainOnlyIfItOrItsFriendMayHaveChanged) 
   a->kill();
   auto restarted = launch();
   EXPECT_EQ(takeLookups(), (InMemoryAddressBook::Lookups{.inBulk = 1, .readInBulk = 4}));
+}
+
+TEST_F(ManagerRefreshTest, WhoWasOutOfTheListDuringARefreshIsLookedUpByTheNext) {
+  auto a = launchWith("Ann#,Bob#|Cy#,-");
+  const auto ann = a->friendAt(0, 0);
+  a->remove(0, 0);
+  world.addressBook().change(guidOf("Ann"), [](TestContact& contact) {
+    contact.first = "Anna";
+    contact.emails.front().value = "anna@example.org";
+  });
+  rest();
+  a->set(ann, 0, 0);
+  rest();
+  rename("Bob", "Rob");
+  rest();
+  EXPECT_EQ(a->list(), "Anna,Rob|Cy,-|-,-");
+  EXPECT_EQ(stored(2), "Anna,Rob|Cy,-|-,-");
+  EXPECT_EQ(*ann->allValues(), DestinationSet{"anna@example.org"});
+}
+
+// Another process may write the contacts at any time, also while the timer of an earlier change is set.
+TEST_F(ManagerRefreshTest, WhatChangesWhileARefreshRunsIsDueAfterIt) {
+  store("Ann#,Bob#");
+  for (const double pause : {0.0, 0.1}) {
+    for (unsigned question = 1;; ++question) {
+      const std::string name = (pause > 0 ? "Ada" : "Ann") + std::to_string(question);
+      unsigned left = 0;
+      Process process(scheduler, nullptr);
+      const Process::Scope scope(process);
+      Platform platform = world.makePlatform(process);
+      platform.addressBook = std::make_shared<ChangingContacts>(world.addressBook(), process, [&] {
+        if (left > 0 && --left == 0) rename("Ann", name);
+      });
+      installPlatform(process, std::move(platform));
+      auto manager = PLFriendsManager::initWithDomain(std::nullopt);
+      rest();
+      rename("Bob", "Bob" + name);
+      advance(pause);
+      left = question;
+      EXPECT_TRUE(manager->refreshAgainstAddressBook());
+      if (std::exchange(left, 0) > 0) break;
+      rest();
+      EXPECT_EQ(stored(2), name + ",Bob" + name + "|-,-") << "before question " << question;
+    }
+  }
+}
+
+TEST_F(ManagerRefreshTest, AChangeAfterARefreshIsDueThoughTheTimerIsSetAlready) {
+  auto a = launchWith("Ann#,Bob#");
+  rename("Ann", "Anna");
+  advance(0.1);
+  EXPECT_TRUE(a->run([&] { return a->manager().refreshAgainstAddressBook(); }));
+  rename("Bob", "Rob");
+  setSetting("ABSequenceNumber", world.addressBook().sequenceNumber());  // another process was first
+  rest();
+  EXPECT_EQ(a->list(), "Anna,Rob|-,-");
 }
 
 TEST_F(ManagerRefreshTest, WhoHasNoRecordIsSearchedAndLogsEachTime) {
