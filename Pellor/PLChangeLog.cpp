@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "Pellor/PLPersonPlaces.h"
+#include "Pellor/PLSkipChecks.h"
 #include "runtime/ThreadSafety.h"
 
 namespace pellor {
@@ -100,7 +101,12 @@ void PLChangeLog::add(const std::shared_ptr<PLPerson>& person, std::string_view 
 }
 
 void PLChangeLog::addLast(const std::shared_ptr<PLPerson>& person, std::string_view changeType) {
-  auto& entries = ownContent().entries;
+  Content& content = ownContent();
+  auto& entries = content.entries;
+  checkSkip("the last entry of the change log, or none, to be the person's", [&] {
+    const auto place = content.placeOf(person.get());
+    return !place || *place == entries.size() - 1;
+  });
   if (entries.empty() || entries.back().first != person) entries.emplace_back(person, PLChangeTypes{});
   entries.back().second.insert(changeType);
 }

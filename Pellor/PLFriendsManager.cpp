@@ -9,6 +9,7 @@
 #include "Pellor/PLMainQueueCheck.h"
 #include "Pellor/PLPersonIdentityChanges.h"
 #include "Pellor/PLPosting.h"
+#include "Pellor/PLSkipChecks.h"
 #include "Pellor/PLSlotRearrangement.h"
 #include "runtime/Fatal.h"
 
@@ -826,6 +827,19 @@ void PLFriendsManager::_showChangedSlots(std::uint64_t firstNewGroup) {
   }
   _laidOutList = slots;
   _laidOutAssignments = assignments;
+  checkSkip("groups that are not laid out again to show their slots", [this] { return _doGroupsShowTheirSlots(); });
+}
+
+bool PLFriendsManager::_doGroupsShowTheirSlots() const {
+  for (std::uint64_t index = 0; index < _friendGroups.size(); ++index) {
+    if (_friendGroups[index]->friends() != _slotsOfGroup(index)) return false;
+  }
+  return true;
+}
+
+bool PLFriendsManager::_arePassedOverGroupsFull() const {
+  const std::uint64_t count = std::min<std::uint64_t>(_firstGroupThatMayHaveRoom, _friendGroups.size());
+  return std::ranges::all_of(std::span(_friendGroups).first(count), [](const auto& group) { return group->isFull(); });
 }
 
 void PLFriendsManager::_updateFriendGroups() {
@@ -964,6 +978,7 @@ void PLFriendsManager::friendGroupDidMoveFriends(const std::shared_ptr<PLFriendG
 
 // Full groups are passed over once: a later look starts where the last one found room, or where room has come since.
 std::shared_ptr<PLFriendGroup> PLFriendsManager::_firstGroupWithRoom() const {
+  checkSkip("groups that are passed over to have no room", [this] { return _arePassedOverGroupsFull(); });
   while (_firstGroupThatMayHaveRoom < _friendGroups.size()) {
     const auto& group = _friendGroups[_firstGroupThatMayHaveRoom];
     if (!group->isFull()) return group;
@@ -1391,7 +1406,7 @@ bool PLFriendsManager::_refreshFriends(AddressBook& addressBook) {
   // Read before the records: what another process changes meanwhile is due after this refresh.
   const std::int32_t number = addressBook.sequenceNumber();
   _reconciledFriends.begin(*platformOf(_process).addressBook, addressBook, _friendList.count());
-  const std::vector<std::uint64_t> indices = _indicesOfFriendsToRefresh();
+  const std::vector<std::uint64_t> indices = _indicesOfFriendsToRefresh(addressBook);
   for (std::size_t first = 0; first < indices.size(); first += kFriendsReadAtOnce) {
     const std::size_t count = std::min(kFriendsReadAtOnce, indices.size() - first);
     _refreshFriendsAtIndices(std::span(indices).subspan(first, count), addressBook);
@@ -1402,11 +1417,11 @@ bool PLFriendsManager::_refreshFriends(AddressBook& addressBook) {
   return isComplete;
 }
 
-std::vector<std::uint64_t> PLFriendsManager::_indicesOfFriendsToRefresh() {
+std::vector<std::uint64_t> PLFriendsManager::_indicesOfFriendsToRefresh(AddressBook& addressBook) {
   std::vector<std::uint64_t> indices;
   for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
     const auto person = _friendAtPosition(index);
-    if (person && !_reconciledFriends.passOver(index, *person)) indices.push_back(index);
+    if (person && !_reconciledFriends.passOver(index, *person, addressBook)) indices.push_back(index);
   }
   return indices;
 }
@@ -1521,7 +1536,7 @@ void PLFriendsManager::_mergeRuns(Merge& merge, const LongArray& stored, std::ui
   merge.runs.reserve(stored.runs().size());
   for (std::size_t index = 0; index < stored.runs().size(); ++index) {
     using Run = PLStoredVersion::Run;
-    const bool isAtRest = (isUnchanged(index) && !merge.changedLeaves[index]) ||
+    const bool isAtRest = (!merge.changedLeaves[index] && isUnchanged(index)) ||
                           _mergeRun(merge, *stored.runs()[index], index * LongArray::RunSize);
     merge.runs.push_back(isAtRest ? Run::atRest : Run::other);
   }
@@ -1657,7 +1672,7 @@ void PLFriendsManager::_cleanUpFriendListIfNecessary() {
 void PLFriendsManager::_deduplicateFriendListIfNecessary() {
   const bool mayHaveRepeated =
       _friendList.people().sharedGUIDCount() != 0 || _friendList.people().places().repeatedPersonCount() != 0;
-  if (!_shouldDeduplicateFriendList || !mayHaveRepeated) return;
+  if (!_shouldDeduplicateFriendList || !(mayHaveRepeated || areSkipsChecked())) return;
   std::set<std::string> seen;
   std::vector<std::uint64_t> repeated;
   for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
@@ -1670,11 +1685,13 @@ void PLFriendsManager::_deduplicateFriendListIfNecessary() {
         "analyzed so far: %@",
         redactable(person->displayName()), guid, index, seen);
   }
+  require(mayHaveRepeated || repeated.empty(), "nobody twice in a list that is not deduplicated");
   _removeFriendsAtIndices(repeated);
 }
 
 void PLFriendsManager::_removeDestinationlessFriendsIfNecessary() {
-  if (!_shouldRemoveDestinationlessFriends || _friendList.people().destinationlessPersonCount() == 0) return;
+  const bool mayHaveUnreachable = _friendList.people().destinationlessPersonCount() != 0;
+  if (!_shouldRemoveDestinationlessFriends || !(mayHaveUnreachable || areSkipsChecked())) return;
   std::vector<std::uint64_t> unreachable;
   for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
     const auto person = _friendAtPosition(index);
@@ -1683,6 +1700,7 @@ void PLFriendsManager::_removeDestinationlessFriendsIfNecessary() {
     _PLGetLogSystem().log("culling friend [%@] [ABGUID=%@] since its destination set has become empty",
                           redactable(person->displayName()), person->abRecordGUID());
   }
+  require(mayHaveUnreachable || unreachable.empty(), "destinations of everybody in a list that is not culled");
   _removeFriendsAtIndices(unreachable);
 }
 
@@ -1805,12 +1823,8 @@ std::optional<std::string> PLFriendsManager::_indexViolation() const {
 
 std::optional<std::string> PLFriendsManager::invariantViolation() const {
   if (auto violation = _indexViolation()) return violation;
-  for (std::uint64_t index = 0; index < _friendGroups.size(); ++index) {
-    if (_friendGroups[index]->friends() != _slotsOfGroup(index)) return "group and list with the same slots";
-  }
-  for (std::uint64_t index = 0; index < std::min(_firstGroupThatMayHaveRoom, _friendGroups.size()); ++index) {
-    if (!_friendGroups[index]->isFull()) return "no room in the groups passed over";
-  }
+  if (!_doGroupsShowTheirSlots()) return "group and list with the same slots";
+  if (!_arePassedOverGroupsFull()) return "no room in the groups passed over";
   return std::nullopt;
 }
 

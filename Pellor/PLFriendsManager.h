@@ -348,6 +348,8 @@ class PLFriendsManager : public Object,
   void _updateFriendGroups();
   void _showSlots(std::uint64_t groupIndex);
   void _showChangedSlots(std::uint64_t firstNewGroup);
+  bool _doGroupsShowTheirSlots() const;
+  bool _arePassedOverGroupsFull() const;
   bool _canAddFriendGroup() const;
   void _removeGroupAtIndex(std::uint64_t index);
   void _postGroupListChangedNotification();
@@ -412,7 +414,7 @@ class PLFriendsManager : public Object,
   void _removeFriendsAtIndices(const std::vector<std::uint64_t>& indices);
   std::optional<std::int32_t> _lastKnownAddressBookSequenceNumber();
   bool _refreshFriends(AddressBook& addressBook);
-  std::vector<std::uint64_t> _indicesOfFriendsToRefresh();
+  std::vector<std::uint64_t> _indicesOfFriendsToRefresh(AddressBook& addressBook);
   void _refreshFriendsAtIndices(std::span<const std::uint64_t> indices, AddressBook& addressBook);
   void _updateLastKnownAddressBookSequenceNumber(std::int32_t number);
   bool _addressBookSequenceNumberDidChange();

@@ -5,6 +5,7 @@
 #include <functional>
 #include <utility>
 
+#include "Pellor/PLSkipChecks.h"
 #include "Pellor/PLUtility.h"
 #include "runtime/Fatal.h"
 
@@ -88,7 +89,14 @@ void PLPersonForm::makeContent(bool areCanonical) {
   }
   const auto stored = storedDestinations();
   _destinations.assign(stored.begin(), stored.end());
-  if (!areCanonical) canonicalizeDestinations();
+  if (!areCanonical) {
+    canonicalizeDestinations();
+  } else {
+    checkSkip("destinations that a person has to be in canonical form", [&] {
+      canonicalizeDestinations();
+      return std::ranges::equal(_destinations, stored);
+    });
+  }
   _content.destinations = _destinations;
   _content.areCanonical = true;
 }

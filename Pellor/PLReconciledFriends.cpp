@@ -4,7 +4,25 @@
 #include <functional>
 #include <utility>
 
+#include "Pellor/PLSkipChecks.h"
+#include "Pellor/PLUtility.h"
+
 namespace pellor {
+namespace {
+
+// For the check of what is skipped. While the contacts cannot be read there is nothing to compare.
+bool isInStep(const PLPersonRecord& known, AddressBook& addressBook) {
+  const RecordRef record = addressBook.copyPersonMatchingGUID(known.identifyingGUID());
+  if (!addressBook.isReadable()) return true;
+  if (!record || record->recordID() != known.recordID()) return false;
+  const std::string initials = PLUtility::initialsForPerson(record).value_or("");
+  return addressBook.databaseUID() == known.text(PLPersonRecord::_abDatabaseUID) &&
+         PLPerson::preferredNameForPerson(record) == known.text(PLPersonRecord::_name) &&
+         initials == known.text(PLPersonRecord::_initials).value_or("") && known.destinations() &&
+         *PLPerson::allValuesForPerson(record) == *known.destinations();
+}
+
+}  // namespace
 
 void PLReconciledFriends::begin(const AddressBookStore& store, AddressBook& addressBook, std::uint64_t slotCount) {
   Contacts contacts{addressBook.databaseUID(), store.shortNameFormatEnabled(), store.shortNamePreferNicknames()};
@@ -20,11 +38,12 @@ void PLReconciledFriends::begin(const AddressBookStore& store, AddressBook& addr
   _sequenceNumber = sequenceNumber;
 }
 
-bool PLReconciledFriends::passOver(std::uint64_t index, const PLPerson& person) {
+bool PLReconciledFriends::passOver(std::uint64_t index, const PLPerson& person, AddressBook& addressBook) {
   const PLPersonRecord& record = person.record();
   const bool isLinked = record.recordID() != InvalidRecordID && !record.identifyingGUID().empty();
   if (!isLinked || !_records[index].isSameObject(record)) return false;
   if (std::ranges::binary_search(_changedGUIDs, record.identifyingGUID(), std::less<>())) return false;
+  checkSkip("a friend whom a refresh passes over to be in step", [&] { return isInStep(record, addressBook); });
   _isNoted[index] = true;
   return true;
 }

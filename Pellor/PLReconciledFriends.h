@@ -24,7 +24,7 @@ class PLReconciledFriends {
   void begin(const AddressBookStore& store, AddressBook& addressBook, std::uint64_t slotCount);
   /// Comes to the friend in a slot, and tells whether reconciling it would change nothing and log nothing. Of a friend
   /// who is passed over so the note stays; of one who is not, `note` follows.
-  bool passOver(std::uint64_t index, const PLPerson& person);
+  bool passOver(std::uint64_t index, const PLPerson& person, AddressBook& addressBook);
   /// Notes that the friend in a slot was reconciled just now.
   void note(std::uint64_t index, const PLPerson& person);
   /// Ends a refresh, and forgets the slots that it did not come to. One that could not look everybody up leaves nobody

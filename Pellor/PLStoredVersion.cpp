@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Pellor/PLPerson.h"
+#include "Pellor/PLSkipChecks.h"
 
 namespace pellor {
 
@@ -17,6 +18,30 @@ namespace {
 // Of a list or array of that many elements: to ask the leaves and runs themselves costs more than all the rest.
 std::size_t sizeOfPart(std::size_t count, std::size_t index) {
   return std::min(LongArray::RunSize, count - index * LongArray::RunSize);
+}
+
+const Value& emptyElement() {
+  static const Value element{Dictionary{}};
+  return element;
+}
+
+Value elementFor(const Slot& slot) {
+  return slot == EmptySlot ? emptyElement() : Value(slot->dictionaryRepresentation());
+}
+
+// For the checks of what is skipped.
+bool isStoredForm(const ArrayRun& run, std::span<const Slot> leaf) {
+  if (run.size() != leaf.size()) return false;
+  for (std::size_t place = 0; place < leaf.size(); ++place) {
+    if (run.at(place) != elementFor(leaf[place])) return false;
+  }
+  return true;
+}
+
+bool isMerged(const Value& element, const Slot& slot) {
+  if (!element.dictionary()) return false;
+  if (slot == EmptySlot || element.dictionary()->empty()) return slot == EmptySlot && element.dictionary()->empty();
+  return slot->isEqualToDictionaryRepresentation(*element.dictionary()) && elementFor(slot) == element;
 }
 
 }  // namespace
@@ -38,6 +63,8 @@ PLStoredVersion PLStoredVersion::made(const PLStoredVersion& known, PLSlotSnapsh
                          (!mayHaveChanged[index] || known.holdsFor(list.leaf(index)));
     runs.push_back(isKnown ? known._array.runs()[index] : known.makeRun(list.leaf(index), index));
     states.push_back(isKnown ? known._runs[index] : Run::written);
+    checkSkip("elements that a save takes over to be what would be stored",
+              [&] { return isStoredForm(*runs.back(), list.leaf(index)); });
   }
   return {LongArray(std::move(runs)), std::move(states), std::move(list), changes};
 }
@@ -50,7 +77,6 @@ bool PLStoredVersion::holdsFor(std::span<const Slot> leaf) const {
 }
 
 std::shared_ptr<const ArrayRun> PLStoredVersion::makeRun(std::span<const Slot> leaf, std::size_t index) const {
-  static const Value emptySlot{Dictionary{}};
   const auto run = index < _runs.size() && _runs[index] != Run::other ? _array.runs()[index] : nullptr;
   const auto before = run && index < _slots.leafCount() ? _slots.leaf(index) : std::span<const Slot>();
   std::vector<ArrayRun::Element> elements;
@@ -61,7 +87,7 @@ std::shared_ptr<const ArrayRun> PLStoredVersion::makeRun(std::span<const Slot> l
     if (isKnown) {
       elements.emplace_back(run, place);
     } else {
-      elements.emplace_back(slot == EmptySlot ? emptySlot : Value(slot->dictionaryRepresentation()));
+      elements.emplace_back(elementFor(slot));
     }
   }
   return ArrayRun::make(std::move(elements));
@@ -91,9 +117,22 @@ PLStoredVersion::Unchanged::Unchanged(const PLStoredVersion& known, const LongAr
     : _known(known), _array(array), _list(list), _changes(changes), _differs(known.differingLeaves(list)) {}
 
 bool PLStoredVersion::Unchanged::operator()(std::size_t index) const {
-  return index < _differs.size() && index < _known._runs.size() && _known._runs[index] == Run::atRest &&
-         _known._array.runs()[index] == _array.runs()[index] && (!_differs[index] || holdsTheSame(index)) &&
-         (_changes == _known._changes || _known.holdsFor(_known._slots.leaf(index)));
+  const bool isUnchanged = index < _differs.size() && index < _known._runs.size() &&
+                           _known._runs[index] == Run::atRest && _known._array.runs()[index] == _array.runs()[index] &&
+                           (!_differs[index] || holdsTheSame(index)) &&
+                           (_changes == _known._changes || _known.holdsFor(_known._slots.leaf(index)));
+  if (isUnchanged) checkSkip("a run that a load passes over to be merged", [&] { return isMergedRun(index); });
+  return isUnchanged;
+}
+
+// Elements behind the end of the list are passed over if they are empty slots.
+bool PLStoredVersion::Unchanged::isMergedRun(std::size_t index) const {
+  const auto leaf = index < _list.leafCount() ? _list.leaf(index) : std::span<const Slot>();
+  const ArrayRun& run = *_array.runs()[index];
+  for (std::size_t place = 0; place < run.size(); ++place) {
+    if (!isMerged(run.at(place), place < leaf.size() ? leaf[place] : EmptySlot)) return false;
+  }
+  return true;
 }
 
 // The last leaf is another one after each load that put an empty group behind it.

@@ -48,11 +48,13 @@ class PLStoredVersion {
   class Unchanged {
    public:
     Unchanged(const PLStoredVersion& known, const LongArray& array, const PLSlotSnapshot& list, std::uint64_t changes);
-    /// Whether merging the run of that index would change nothing.
+    /// Whether merging the run of that index would change nothing, provided that the merge has neither moved nor
+    /// changed anybody there.
     bool operator()(std::size_t index) const;
 
    private:
     bool holdsTheSame(std::size_t index) const;
+    bool isMergedRun(std::size_t index) const;
 
     const PLStoredVersion& _known;
     const LongArray& _array;

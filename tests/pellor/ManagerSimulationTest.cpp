@@ -16,6 +16,7 @@
 
 #include "Pellor/PLDestinationStatus.h"
 #include "Pellor/PLFriendsManager.h"
+#include "Pellor/PLSkipChecks.h"
 #include "testing/SimulatedScheduler.h"
 #include "testing/SimulatedWorld.h"
 #include "tests/pellor/SeededTest.h"
@@ -50,6 +51,7 @@ class Member {
   Member(SimulatedWorld& world, const std::shared_ptr<Scheduler>& scheduler, const std::function<void()>& duringWrites)
       : _process(scheduler, nullptr) {
     const Process::Scope scope(_process);
+    _process.local<PLSkipChecks>().switchOn();
     Platform platform = world.makePlatform(_process);
     platform.preferences = std::make_shared<SlowStore>(platform.preferences, [this, duringWrites](std::string_view) {
       if (!_process.mainQueue().isCurrent()) duringWrites();

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <random>
 
+#include "Pellor/PLSkipChecks.h"
 #include "testing/SimulatedScheduler.h"
 #include "testing/SimulatedWorld.h"
 #include "tests/pellor/ManagerWorld.h"
@@ -27,6 +28,7 @@ const Array wrongValues{7, "text", Array{}, true, 1.5, Data{1}};
 struct Side {
   explicit Side(SimulatedWorld& world, const std::shared_ptr<Scheduler>& scheduler) : process(scheduler, log) {
     installPlatform(process, world.makePlatform(process));
+    process.local<PLSkipChecks>().switchOn();
   }
   /// The lines since the last time, without addresses.
   std::vector<std::string> takeLines() {

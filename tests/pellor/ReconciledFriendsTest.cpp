@@ -26,7 +26,7 @@ class ReconciledFriendsTest : public OneProcess {
     contacts.performWithAddressBook([&](AddressBook& addressBook) {
       reconciled.begin(contacts, addressBook, slots.size());
       for (std::uint64_t index = 0; index < slots.size(); ++index) {
-        if (!slots[index] || reconciled.passOver(index, *slots[index])) continue;
+        if (!slots[index] || reconciled.passOver(index, *slots[index], addressBook)) continue;
         indices.push_back(index);
         slots[index]->refreshWithAddressBook(&addressBook);
         reconciled.note(index, *slots[index]);
