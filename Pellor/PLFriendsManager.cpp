@@ -517,20 +517,12 @@ void PLFriendsManager::_takeUnsavedPersons(Write& write) {
   write.elsewhere = changes.touches.countElsewhere();
   const std::uint64_t marks = changes.marks.load(std::memory_order_acquire);
   if (_savedList && (marks == _savedMarks || _touchedLeaves.isComplete())) {
-    _visitTouchedSlots(*write.list, takeFlag);
+    _touchedLeaves.visit(*write.list, *_savedList, takeFlag);
   } else {
     write.list->forEach(takeFlag);
   }
   _savedMarks = marks;
   _savedList = write.list;
-}
-
-void PLFriendsManager::_visitTouchedSlots(const PLSlotSnapshot& list, const std::function<void(const Slot&)>& visit) {
-  const auto visitLeaf = [&](std::uint64_t index) {
-    if (index < list.leafCount()) std::ranges::for_each(list.leaf(index), visit);
-  };
-  list.forEachDifferingLeaf(*_savedList, visitLeaf);
-  std::ranges::for_each(_touchedLeaves.leaves(), visitLeaf);
 }
 
 void PLFriendsManager::_keepUnsavedChanges(const Write& write) {

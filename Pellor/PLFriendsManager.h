@@ -314,8 +314,6 @@ class PLFriendsManager : public Object,
   bool _takeUnsavedChanges(Write& write) PELLOR_REQUIRES(*_saveQueue);
   void _keepUnsavedChanges(const Write& write) PELLOR_REQUIRES(*_saveQueue);
   void _takeUnsavedPersons(Write& write) PELLOR_REQUIRES(*_saveQueue);
-  void _visitTouchedSlots(const PLSlotSnapshot& list, const std::function<void(const Slot&)>& visit)
-      PELLOR_REQUIRES(*_saveQueue);
   bool _perform(const Write& write) PELLOR_REQUIRES(*_saveQueue);
   void _knowWritten(std::shared_ptr<PLStoredVersion> written) PELLOR_REQUIRES(*_saveQueue);
   void _retrySaveLater() PELLOR_REQUIRES(*_saveQueue);

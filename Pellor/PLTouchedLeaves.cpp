@@ -1,8 +1,21 @@
 #include "Pellor/PLTouchedLeaves.h"
 
+#include <algorithm>
 #include <utility>
 
+#include "Pellor/PLPerson.h"
+#include "Pellor/PLSkipChecks.h"
+
 namespace pellor {
+namespace {
+
+bool isAnybodyMarked(const PLSlotSnapshot& list) {
+  bool isMarked = false;
+  list.forEach([&](const Slot& slot) { isMarked = isMarked || (slot != EmptySlot && slot->needsSave()); });
+  return isMarked;
+}
+
+}  // namespace
 
 void PLTouchedLeaves::name(const PLSlotList& list) {
   const std::uint64_t count = _changes.touches.count();
@@ -30,6 +43,16 @@ void PLTouchedLeaves::gather() {
 
 bool PLTouchedLeaves::isComplete() const {
   return _hasAll && _gatheredCount == _changes.touches.count() && _elsewhere == _changes.touches.countElsewhere();
+}
+
+void PLTouchedLeaves::visit(const PLSlotSnapshot& list, const PLSlotSnapshot& before,
+                            const std::function<void(const Slot&)>& visit) const {
+  const auto visitLeaf = [&](std::uint64_t index) {
+    if (index < list.leafCount()) std::ranges::for_each(list.leaf(index), visit);
+  };
+  list.forEachDifferingLeaf(before, visitLeaf);
+  std::ranges::for_each(_leaves, visitLeaf);
+  checkSkip("nobody marked in the leaves that a save does not look at", [&] { return !isAnybodyMarked(list); });
 }
 
 void PLTouchedLeaves::beginAt(std::uint64_t changes, std::uint64_t elsewhere) {

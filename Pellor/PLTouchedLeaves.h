@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "Pellor/PLPersonChanges.h"
@@ -33,6 +34,11 @@ class PLTouchedLeaves {
   const std::vector<std::uint64_t>* since(std::uint64_t changes) const { return changes < _since ? nullptr : &_leaves; }
   /// The leaves gathered since the last call of `beginAt`.
   const std::vector<std::uint64_t>& leaves() const { return _leaves; }
+  /// Calls `visit` with each slot of the list in which somebody may stand who carries a flag, for it to be taken, if
+  /// nobody in `before` carried one when the leaves gathered since the last call of `beginAt` began: the slots of these
+  /// leaves, and of those that are not the same in `before`.
+  void visit(const PLSlotSnapshot& list, const PLSlotSnapshot& before,
+             const std::function<void(const Slot&)>& visit) const;
   /// Forgets the leaves: from here on those are gathered of whom a change after the first `changes` may be.
   /// `elsewhere` was counted before `changes`.
   void beginAt(std::uint64_t changes, std::uint64_t elsewhere);

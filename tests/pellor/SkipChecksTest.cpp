@@ -4,6 +4,7 @@
 #include "Pellor/PLChangeLog.h"
 #include "Pellor/PLReconciledFriends.h"
 #include "Pellor/PLStoredVersion.h"
+#include "Pellor/PLTouchedLeaves.h"
 #include "tests/pellor/OneProcess.h"
 
 namespace pellor {
@@ -60,6 +61,13 @@ TEST_F(SkipChecks, NoticeARunThatIsNotMerged) {
   for (const Array& elements : wrong) expectNoticed([&] { isUnchanged(elements); }, "expected a run that a load");
   process.local<PLSkipChecks>().switchOn();
   isUnchanged({whole[0], whole[1], Dictionary{}});
+}
+
+TEST_F(SkipChecks, NoticeWhoIsMarkedWhereNoSaveLooks) {
+  const PLTouchedLeaves touched(changes);
+  const PLSlotSnapshot slots = list.snapshot();
+  ann->setNeedsSave(true);
+  expectNoticed([&] { touched.visit(slots, slots, [](const Slot&) {}); }, "expected nobody marked");
 }
 
 TEST_F(SkipChecks, NoticeAFriendWhoIsNotInStep) {
