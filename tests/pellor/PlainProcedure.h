@@ -13,6 +13,7 @@
 
 #include "Pellor/PLBundle.h"
 #include "Pellor/PLFriendsManager.h"
+#include "runtime/Timer.h"
 
 namespace pellor {
 
@@ -26,10 +27,11 @@ class PlainProcedure {
   };
   struct Settings {
     std::uint64_t groupSize, maxGroupCount;
-    bool addsTrailingGroup, removesDuplicates, removesUnreachable;
+    bool addsTrailingGroup, removesDuplicates, removesUnreachable, refreshes;
   };
 
-  PlainProcedure(Process& process, const Settings& settings) : _process(process), _settings(settings) {
+  PlainProcedure(Process& process, const Settings& settings)
+      : _process(process), _settings(settings), _refreshes(settings.refreshes) {
     addEmptyGroup();
   }
 
@@ -38,6 +40,7 @@ class PlainProcedure {
   Array stored;
   std::vector<PLChangeLog> notifications;
   std::size_t groupListChanges = 0, writes = 0, pushes = 0;
+  std::int32_t sequenceNumber = 0;  // as it is stored
 
   // --- Loading and saving ---
 
@@ -52,10 +55,10 @@ class PlainProcedure {
     layOut();
     if (_didLoad) log("friend list has%@ changes", _changes.isEmpty() ? " no" : "");
     _didLoad = true;
-    if (_settings.removesDuplicates) removeDuplicates();
-    if (_settings.removesUnreachable) removeUnreachable();
-    save();
-    postChanges();
+    if (!refresh()) {
+      cleanUp();
+      postChanges();
+    }
     makeIdentifierMap();
   }
 
@@ -73,6 +76,43 @@ class PlainProcedure {
     ++writes;
     if (std::exchange(_needsSync, false)) ++pushes;
     log("friend list saved");
+  }
+
+  // --- Contacts ---
+
+  void addressBookChanged(const std::string& name) {
+    log("received %@", name);
+    _process.mainQueue().async([this] {
+      _needsRefresh = true;
+      if (_refreshTimer && _refreshTimer->isValid()) return;
+      _refreshTimer = Timer::after(_process.mainQueue(), 0.2, [this] { refresh(); });
+    });
+  }
+
+  bool refresh() {
+    bool didRefresh = false;
+    platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
+      const bool isDue = _needsRefresh || sequenceNumber != addressBook.sequenceNumber();
+      if (!isDue || !_refreshes || !addressBook.isReadable()) return;
+      log("refreshing friends against address book");
+      for (const Slot& person : list) {
+        if (person) person->refreshWithAddressBook(&addressBook);
+      }
+      if (sequenceNumber != addressBook.sequenceNumber()) ++writes;
+      sequenceNumber = addressBook.sequenceNumber();
+      didRefresh = true;
+    });
+    if (!didRefresh) return false;
+    cleanUp();
+    postChanges();
+    _needsRefresh = false;
+    return true;
+  }
+
+  void setRefreshes(bool refreshes) {
+    if (refreshes == _refreshes) return;
+    _refreshes = refreshes;
+    if (refreshes) refresh();
   }
 
   // --- Edits ---
@@ -231,6 +271,7 @@ class PlainProcedure {
       _changes.add(person, PLFriendsManagerPersonDeleted);
     }
     save();
+    if (_changes.containsAdditionsOrUpdates()) _needsRefresh = true;
   }
 
   // Only behind the end of the list a friend without destinations is left out.
@@ -287,6 +328,12 @@ class PlainProcedure {
   }
 
   // --- Clean-up ---
+
+  void cleanUp() {
+    if (_settings.removesDuplicates) removeDuplicates();
+    if (_settings.removesUnreachable) removeUnreachable();
+    save();
+  }
 
   void removeDuplicates() {
     std::set<std::string> seen;
@@ -374,7 +421,8 @@ class PlainProcedure {
   Slots _sourced;
   std::map<std::string, Slot> _map;
   PLChangeLog _changes;
-  bool _didLoad = false, _needsSync = false, _saveIsRequested = false;
+  std::shared_ptr<Timer> _refreshTimer;
+  bool _refreshes, _didLoad = false, _needsSync = false, _needsRefresh = false, _saveIsRequested = false;
 };
 
 }  // namespace pellor

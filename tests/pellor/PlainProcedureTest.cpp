@@ -1,5 +1,6 @@
 // The manager against the written procedures done plainly, over generated lives of a list: the same objects in the same
-// slots, the same lines, notifications, answers and stored lists.
+// slots, the same lines, notifications, answers and stored lists, while other processes store lists and the contacts
+// change.
 //
 // PELLOR_SEEDS=<count> sets how many lives are compared; each loads some six lists.
 #include <algorithm>
@@ -17,6 +18,7 @@ namespace pellor {
 namespace {
 
 constexpr std::uint64_t longestList = 60;
+constexpr std::uint64_t contactCount = 12;
 /// What the fields of stored forms can hold, beside GUID and destinations.
 const std::map<std::string, Array> fieldValues{
     {"ABRecordID", {0, 1, 2}},          {"ABDatabaseUID", {"Database"}},
@@ -47,27 +49,31 @@ struct Side {
 class Life {
  public:
   explicit Life(std::uint64_t seed) : _random(seed) {
-    put(PLRefreshAgainstContactsOnInitEnabledKey, false);
+    put(PLRefreshAgainstContactsOnInitEnabledKey, _settings.refreshes);
     put(PLGroupSizeKey, _settings.groupSize);
     put(PLMaxGroupCountKey, _settings.maxGroupCount);
     put(PLEmptyTrailingGroupEnabledKey, _settings.addsTrailingGroup);
     put(PLDeduplicateFriendListEnabledKey, _settings.removesDuplicates);
     put(PLRemoveDestinationlessFriendsEnabledKey, _settings.removesUnreachable);
     _world.pairedDevice().setCompletedInitialSync(true);
-    for (const char* number : {"0", "1", "2"}) {
-      TestContact contact = contactNamed(number);
-      contact.emails.front().value = anyDestination();
-      _world.addressBook().add(contact);
-    }
+    for (const char* number : {"0", "1", "2"}) addContact(number);
     _scheduler->runUntilQuiet();
     store(anyList());
     both([&] { _manager = PLFriendsManager::initWithDomain(std::nullopt); }, [&] { _plain.load(); });
+    _contactChanges = _slow.process.notificationCenter().addObserver(
+        platformOf(_slow.process).addressBook->addressBookChangedNotification(),
+        [this](const Notification& notification) { _plain.addressBookChanged(notification.name); });
   }
 
   void run() {
     check();
     for (auto steps = 4 + below(12); steps > 0 && !::testing::Test::HasFailure(); --steps) {
-      chance(2) ? reload() : edit();
+      if (chance(3)) {
+        changeContacts();
+      } else {
+        chance(2) ? reload() : edit();
+      }
+      if (chance(3)) runUntilQuiet();
       check();
       if (chance(2)) rest();
     }
@@ -97,6 +103,69 @@ class Life {
     return choices[below(choices.size())];
   }
   void put(std::string_view key, Value value) { _world.preferences().setValue(key, std::move(value), TapnoteDomain); }
+
+  // --- Contacts ---
+
+  /// Friends may be linked with them, and find them by their destinations.
+  std::string anyContactNumber() { return std::to_string(below(std::min(_poolSize, contactCount))); }
+  std::vector<LabelledValue> anyValues() {
+    std::vector<LabelledValue> values;
+    for (auto left = below(3); left > 0; --left) values.push_back({"", anyDestination()});
+    return values;
+  }
+  void addContact(const std::string& number) {
+    TestContact contact = contactNamed(number);
+    contact.first = anyOf<std::string>({"Ann", "Bob", "cy"});
+    contact.emails = {{"", anyDestination()}};
+    if (chance(2)) contact.phones = anyValues();
+    _world.addressBook().add(contact);
+  }
+  void edit(TestContact& contact) {
+    switch (below(4)) {
+      case 0:
+        contact.first = chance(4) ? std::nullopt : std::optional(anyOf<std::string>({"Ann", "Bob", "Dee"}));
+        return;
+      case 1:
+        contact.emails = anyValues();
+        return;
+      case 2:
+        contact.phones = anyValues();
+        return;
+      default:
+        contact.nickname = anyOf<std::string>({"Nick", "Ann"});
+    }
+  }
+
+  /// They come, change, link and vanish, and the database is rebuilt.
+  void changeContacts() {
+    for (auto left = 1 + below(4); left > 0; --left) changeContact();
+  }
+  void changeContact() {
+    InMemoryAddressBook& book = _world.addressBook();
+    const auto operation = below(12);
+    const std::string number = anyContactNumber(), other = anyContactNumber();
+    const std::string guid = guidOf(number), otherGUID = guidOf(other);
+    _story.emplace_back("contacts: " + std::to_string(operation) + " " + number + " " + other);
+    if (operation == 0) {
+      book.rebuild();
+    } else if (operation == 1) {
+      book.setDatabaseUID(anyOf<std::optional<std::string>>({"TestDatabase", "Other", std::nullopt}));
+    } else if (operation == 2) {
+      chance(2) ? book.setShortNamePreferNicknames(chance(2)) : book.setShortNameFormatEnabled(chance(2));
+    } else if (operation == 3) {
+      book.setReadable(!chance(3));
+    } else if (!book.contact(guid)) {
+      addContact(number);
+    } else if (operation < 6) {
+      book.remove(guid);
+    } else if (operation == 6) {
+      book.unlink(guid);
+    } else if (operation == 7 && guid != otherGUID && book.contact(otherGUID)) {
+      book.link({guid, otherGUID});
+    } else {
+      book.change(guid, [this](TestContact& contact) { edit(contact); });
+    }
+  }
 
   // --- Stored lists ---
 
@@ -204,7 +273,7 @@ class Life {
   Twins anyTwins() { return _twins.empty() || chance(3) ? lookUp() : anyOf(_twins); }
 
   void edit() {
-    const auto operation = below(8);
+    const auto operation = below(12);
     _story.emplace_back(operation);
     const Twins twins = anyTwins();
     const auto& groups = _manager->friendGroups();
@@ -219,18 +288,40 @@ class Life {
       both([&] { _manager->purgeEmptyFriendGroups(); }, [&] { _plain.purge(); });
     } else if (operation == 3) {
       both([&] { _manager->save(); }, [&] { _plain.save(); });
+    } else if (operation == 8) {
+      both([&] { _manager->refreshAgainstAddressBook(); }, [&] { _plain.refresh(); });
+    } else if (operation == 9) {
+      const bool refreshes = !chance(4);
+      both([&] { _manager->setRefreshAgainstContactsEnabled(refreshes); }, [&] { _plain.setRefreshes(refreshes); });
     } else if (groups.empty()) {
       return;
+    } else if (operation >= 10) {
+      takeOutOrPutBack(group, position);
     } else if (operation == 4) {
-      const auto& [person, twin] = chance(4) ? Twins() : twins;
-      std::uint32_t error = PLFriendGroupErrorNone;
-      both([&] { groups[group]->setFriendAtPosition(person, position, error); },
-           [&] { _plain.setFriend(twin, group, position); });
+      setFriend(chance(4) ? Twins() : twins, group, position);
     } else if (operation == 5) {
       both([&] { groups[group]->removeFriendAtPosition(position); }, [&] { _plain.removeFriend(group, position); });
     } else {
       rearrange(group, position, twins);
     }
+  }
+
+  /// A friend leaves its slot and comes back to it some time later.
+  void takeOutOrPutBack(std::uint64_t group, std::uint64_t position) {
+    if (!_takenOut) {
+      const Twins twins{_manager->friendGroups()[group]->friendAtPosition(position),
+                        _plain.groups[group]->friends[position]};
+      if (twins.first) _takenOut = {twins, group, position};
+      if (twins.first) setFriend({}, group, position);
+    } else if (_takenOut->group < _manager->friendGroups().size()) {
+      setFriend(_takenOut->twins, _takenOut->group, _takenOut->position);
+      _takenOut.reset();
+    }
+  }
+  void setFriend(const Twins& twins, std::uint64_t group, std::uint64_t position) {
+    std::uint32_t error = PLFriendGroupErrorNone;
+    both([&] { _manager->friendGroups()[group]->setFriendAtPosition(twins.first, position, error); },
+         [&] { _plain.setFriend(twins.second, group, position); });
   }
 
   /// A group is given friends, and reports them in one of two ways, or not at all before the list is read again.
@@ -276,7 +367,7 @@ class Life {
       EXPECT_EQ(_groups.try_emplace(groups[index], _plain.groups[index]).first->second.get(), plain);
     }
     expectTwins(_manager->allPeople(), _plain.allPeople());
-    EXPECT_EQ(_fast.takeLines(), _slow.takeLines());
+    expectSameLines();
     EXPECT_EQ(_manager->invariantViolation(), std::nullopt);
     if (!_twins.empty()) checkAnswers(anyOf(_twins));
   }
@@ -299,17 +390,28 @@ class Life {
     EXPECT_EQ(_manager->containsFriendWithABRecordGUID(guid), isTaken);
   }
 
-  void rest() {
-    while (_scheduler->step()) {
-    }
-    both([] {}, [&] { _plain.rest(); });
+  void expectSameLines() {
     auto lines = _fast.takeLines();
     auto plainLines = _slow.takeLines();
     // The save queue runs beside the main queue.
     const std::string saved = "friend list saved";
     EXPECT_EQ(std::erase(lines, saved), std::erase(plainLines, saved));
     EXPECT_EQ(lines, plainLines);
+  }
+
+  /// Without moving time.
+  void runUntilQuiet() {
+    _scheduler->runUntilQuiet();
+    both([] {}, [&] { _plain.rest(); });
+  }
+
+  void rest() {
+    do {
+      runUntilQuiet();
+    } while (_scheduler->step());
+    expectSameLines();
     EXPECT_EQ(_world.preferences().value(PLFriendListKey, TapnoteDomain), Value(_plain.stored));
+    EXPECT_EQ(_world.preferences().value("ABSequenceNumber", TapnoteDomain).value_or(0), Value(_plain.sequenceNumber));
     EXPECT_EQ(_world.preferences().writeCount(), _plain.writes);
     EXPECT_EQ(_world.pairedDevice().pushes().size(), _plain.pushes);
     EXPECT_EQ(_groupListChanges.count(), _plain.groupListChanges);
@@ -323,8 +425,8 @@ class Life {
   }
 
   std::mt19937_64 _random;
-  const PlainProcedure::Settings _settings{1 + below(12), 1 + below(chance(2) ? 4 : 20), !chance(4), !chance(4),
-                                           chance(3)};
+  const PlainProcedure::Settings _settings{
+      1 + below(12), 1 + below(chance(2) ? 4 : 20), !chance(4), !chance(4), chance(3), !chance(4)};
   const std::uint64_t _poolSize = chance(3) ? 1000 : 3 + below(longestList);  // few: many are the same somehow
   Array _story;  // the lists that were stored and the numbers of the edits
   SimulatedWorld _world;
@@ -337,6 +439,12 @@ class Life {
   const std::shared_ptr<Observation> _valueChanges = _slow.process.notificationCenter().addObserver(
       std::string(PLPersonValuesChangedNotification),
       [this](const Notification& notification) { _plain.personValuesChanged(notification.objectAs<PLPerson>()); });
+  std::shared_ptr<Observation> _contactChanges;
+  struct TakenOut {
+    Twins twins;
+    std::uint64_t group, position;
+  };
+  std::optional<TakenOut> _takenOut;
   std::vector<Twins> _twins;  // in the order in which they came up
   std::map<const PLPerson*, const PLPerson*> _plainOf, _ofPlain;
   std::map<std::shared_ptr<PLFriendGroup>, std::shared_ptr<PlainProcedure::Group>> _groups;
