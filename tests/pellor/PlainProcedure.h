@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -14,6 +13,7 @@
 #include "Pellor/PLBundle.h"
 #include "Pellor/PLFriendsManager.h"
 #include "runtime/Timer.h"
+#include "tests/pellor/PlainIdentifierMap.h"
 
 namespace pellor {
 
@@ -59,7 +59,10 @@ class PlainProcedure {
       cleanUp();
       postChanges();
     }
-    makeIdentifierMap();
+    // Who was looked up comes last, and so wins a key that it shares with a friend.
+    _map.clear();
+    _map.enter(list);
+    _map.enter(_sourced);
   }
 
   void save() { _saveIsRequested = true; }
@@ -110,9 +113,8 @@ class PlainProcedure {
   }
 
   void setRefreshes(bool refreshes) {
-    if (refreshes == _refreshes) return;
-    _refreshes = refreshes;
-    if (refreshes) refresh();
+    const bool wereRefreshing = std::exchange(_refreshes, refreshes);
+    if (refreshes && !wereRefreshing) refresh();
   }
 
   // --- Edits ---
@@ -147,7 +149,7 @@ class PlainProcedure {
     list[group * _settings.groupSize + position] = EmptySlot;
     _needsSync = true;
     _changes.add(person, PLFriendsManagerPersonDeleted);
-    for (const std::string& key : keysOf(*person)) _map.erase(key);
+    _map.erase(*person);
     if (groups[group]->count() == 0 && _settings.maxGroupCount >= 2) removeGroup(group);
     postChanges();
     save();
@@ -192,25 +194,19 @@ class PlainProcedure {
 
   Slot personWithDestinations(const std::vector<std::string>& destinations) {
     const DestinationSet wanted = plSanitizedDestinationSet(destinations);
-    for (const auto& [key, person] : _map) {
-      if (wanted.contains(key)) return person;
-    }
+    if (const Slot known = _map.firstOf([&](const std::string& key) { return wanted.contains(key); })) return known;
     return source([&](AddressBook& addressBook) {
       return PLPerson::initWithDestinationsAddressBook({wanted.begin(), wanted.end()}, &addressBook);
     });
   }
 
   Slot personWithABRecordGUID(const std::string& guid) {
-    if (const auto known = _map.find(guid); known != _map.end()) return known->second;
+    if (const Slot known = _map.firstOf([&](const std::string& key) { return key == guid; })) return known;
     return source(
         [&](AddressBook& addressBook) { return PLPerson::initWithABRecordGUIDAddressBook(guid, &addressBook); });
   }
 
-  Slots allPeople() const {
-    Slots people;
-    for (const auto& [key, person] : _map) people.push_back(person);
-    return people;
-  }
+  Slots allPeople() const { return _map.persons(); }
 
  private:
   // --- Layout ---
@@ -371,35 +367,10 @@ class PlainProcedure {
     }
   }
 
-  // --- Identifiers ---
-
-  static std::vector<std::string> keysOf(const PLPerson& person) {
-    std::vector<std::string> keys;
-    if (const auto values = person.allValues()) {
-      for (const std::string& value : *values) keys.push_back(*plMessageCanonicalRawAddress(value));
-    }
-    if (const auto guid = person.abRecordGUID(); !guid.value_or("").empty()) keys.push_back(*guid);
-    return keys;
-  }
-
-  void enter(const Slots& persons) {
-    for (const Slot& person : persons) {
-      if (!person) continue;
-      for (const std::string& key : keysOf(*person)) _map[key] = person;
-    }
-  }
-
-  // Who was looked up comes last, and so wins a key that it shares with a friend.
-  void makeIdentifierMap() {
-    _map.clear();
-    enter(list);
-    enter(_sourced);
-  }
-
   Slot source(const auto& make) {
     platformOf(_process).addressBook->performWithAddressBook(
         [&](AddressBook& addressBook) { _sourced.push_back(make(addressBook)); });
-    enter({_sourced.back()});
+    _map.enter({_sourced.back()});
     return _sourced.back();
   }
 
@@ -419,7 +390,7 @@ class PlainProcedure {
   Process& _process;
   const Settings _settings;
   Slots _sourced;
-  std::map<std::string, Slot> _map;
+  PlainIdentifierMap _map;
   PLChangeLog _changes;
   std::shared_ptr<Timer> _refreshTimer;
   bool _refreshes, _didLoad = false, _needsSync = false, _needsRefresh = false, _saveIsRequested = false;

@@ -4,11 +4,11 @@
 //
 // PELLOR_SEEDS=<count> sets how many lives are compared; each loads some six lists.
 #include <algorithm>
-#include <random>
 
 #include "Pellor/PLSkipChecks.h"
 #include "testing/SimulatedScheduler.h"
 #include "testing/SimulatedWorld.h"
+#include "tests/pellor/GeneratedData.h"
 #include "tests/pellor/ManagerWorld.h"
 #include "tests/pellor/OneProcess.h"
 #include "tests/pellor/PlainProcedure.h"
@@ -16,15 +16,6 @@
 
 namespace pellor {
 namespace {
-
-constexpr std::uint64_t longestList = 60;
-constexpr std::uint64_t contactCount = 12;
-/// What the fields of stored forms can hold, beside GUID and destinations.
-const std::map<std::string, Array> fieldValues{
-    {"ABRecordID", {0, 1, 2}},          {"ABDatabaseUID", {"Database"}},
-    {"Name", {"", "Ann", "Bob", "cy"}}, {"ReplyAs", {"me"}},
-    {"Monogram", {"", "A", "B"}},       {"Metadata", {Dictionary{{"key", 0}}, Dictionary{{"key", 1}}}}};
-const Array wrongValues{7, "text", Array{}, true, 1.5, Data{1}};
 
 /// A process with its log.
 struct Side {
@@ -46,9 +37,9 @@ struct Side {
 };
 
 /// A manager and the plain procedure in processes of their own, that live through the same.
-class Life {
+class Life : private GeneratedData {
  public:
-  explicit Life(std::uint64_t seed) : _random(seed) {
+  explicit Life(std::uint64_t seed) : GeneratedData(seed) {
     put(PLRefreshAgainstContactsOnInitEnabledKey, _settings.refreshes);
     put(PLGroupSizeKey, _settings.groupSize);
     put(PLMaxGroupCountKey, _settings.maxGroupCount);
@@ -56,7 +47,7 @@ class Life {
     put(PLDeduplicateFriendListEnabledKey, _settings.removesDuplicates);
     put(PLRemoveDestinationlessFriendsEnabledKey, _settings.removesUnreachable);
     _world.pairedDevice().setCompletedInitialSync(true);
-    for (const char* number : {"0", "1", "2"}) addContact(number);
+    for (const char* number : {"0", "1", "2"}) addContact(_world.addressBook(), number);
     _scheduler->runUntilQuiet();
     store(anyList());
     both([&] { _manager = PLFriendsManager::initWithDomain(std::nullopt); }, [&] { _plain.load(); });
@@ -69,7 +60,7 @@ class Life {
     check();
     for (auto steps = 4 + below(12); steps > 0 && !::testing::Test::HasFailure(); --steps) {
       if (chance(3)) {
-        changeContacts();
+        _story.emplace_back(changeContacts(_world.addressBook()));
       } else {
         chance(2) ? reload() : edit();
       }
@@ -96,114 +87,9 @@ class Life {
     const Process::Scope scope(_slow.process);
     inPlain();
   }
-  std::uint64_t below(std::uint64_t limit) { return _random() % limit; }
-  bool chance(std::uint64_t oneIn) { return below(oneIn) == 0; }
-  template <class T>
-  T anyOf(const std::vector<T>& choices) {
-    return choices[below(choices.size())];
-  }
   void put(std::string_view key, Value value) { _world.preferences().setValue(key, std::move(value), TapnoteDomain); }
 
-  // --- Contacts ---
-
-  /// Friends may be linked with them, and find them by their destinations.
-  std::string anyContactNumber() { return std::to_string(below(std::min(_poolSize, contactCount))); }
-  std::vector<LabelledValue> anyValues() {
-    std::vector<LabelledValue> values;
-    for (auto left = below(3); left > 0; --left) values.push_back({"", anyDestination()});
-    return values;
-  }
-  void addContact(const std::string& number) {
-    TestContact contact = contactNamed(number);
-    contact.first = anyOf<std::string>({"Ann", "Bob", "cy"});
-    contact.emails = {{"", anyDestination()}};
-    if (chance(2)) contact.phones = anyValues();
-    _world.addressBook().add(contact);
-  }
-  void edit(TestContact& contact) {
-    switch (below(4)) {
-      case 0:
-        contact.first = chance(4) ? std::nullopt : std::optional(anyOf<std::string>({"Ann", "Bob", "Dee"}));
-        return;
-      case 1:
-        contact.emails = anyValues();
-        return;
-      case 2:
-        contact.phones = anyValues();
-        return;
-      default:
-        contact.nickname = anyOf<std::string>({"Nick", "Ann"});
-    }
-  }
-
-  /// They come, change, link and vanish, and the database is rebuilt.
-  void changeContacts() {
-    for (auto left = 1 + below(4); left > 0; --left) changeContact();
-  }
-  void changeContact() {
-    InMemoryAddressBook& book = _world.addressBook();
-    const auto operation = below(12);
-    const std::string number = anyContactNumber(), other = anyContactNumber();
-    const std::string guid = guidOf(number), otherGUID = guidOf(other);
-    _story.emplace_back("contacts: " + std::to_string(operation) + " " + number + " " + other);
-    if (operation == 0) {
-      book.rebuild();
-    } else if (operation == 1) {
-      book.setDatabaseUID(anyOf<std::optional<std::string>>({"TestDatabase", "Other", std::nullopt}));
-    } else if (operation == 2) {
-      chance(2) ? book.setShortNamePreferNicknames(chance(2)) : book.setShortNameFormatEnabled(chance(2));
-    } else if (operation == 3) {
-      book.setReadable(!chance(3));
-    } else if (!book.contact(guid)) {
-      addContact(number);
-    } else if (operation < 6) {
-      book.remove(guid);
-    } else if (operation == 6) {
-      book.unlink(guid);
-    } else if (operation == 7 && guid != otherGUID && book.contact(otherGUID)) {
-      book.link({guid, otherGUID});
-    } else {
-      book.change(guid, [this](TestContact& contact) { edit(contact); });
-    }
-  }
-
   // --- Stored lists ---
-
-  std::string anyGUID() { return chance(20) ? "" : guidOf(std::to_string(below(_poolSize))); }
-  std::string anyDestination() {
-    const std::string number = std::to_string(below(_poolSize));
-    switch (below(10)) {
-      case 0:
-        return "mailto:p" + number + "@example.org";
-      case 1:
-        return "0151 1000" + number;
-      case 2:
-        return "+491511000" + number;
-      case 3:
-        return "nobody";
-      default:
-        return "p" + number + "@example.org";
-    }
-  }
-  Value orWrong(Value value) { return chance(40) ? anyOf(wrongValues) : value; }
-
-  Dictionary anyForm() {
-    Array destinations;
-    for (auto left = below(4); left > 0; --left) destinations.push_back(orWrong(anyDestination()));
-    Dictionary form;
-    if (!chance(10)) form.emplace("AllValues", orWrong(destinations));
-    if (!chance(3)) form.emplace("ABRecordGUID", orWrong(anyGUID()));
-    for (const auto& [key, values] : fieldValues) {
-      if (!chance(3)) form.emplace(key, orWrong(anyOf(values)));
-    }
-    return form;
-  }
-  Value anyElement() { return orWrong(chance(3) ? Dictionary() : anyForm()); }
-  Array anyList() {
-    Array list;
-    for (auto left = below(1 + below(longestList + 1)); left > 0; --left) list.push_back(anyElement());
-    return list;
-  }
 
   /// A new one, one that is there already, or a person that is known here as a process that knows the same writes it.
   Value anyElementLike(const Array& list) {
@@ -221,7 +107,7 @@ class Life {
       case 0:
         return std::reverse(first, last);
       case 1:
-        return std::shuffle(first, last, _random);
+        return std::shuffle(first, last, random);
       case 2:
         return std::generate(first, last, [this] { return anyElement(); });
       case 3:
@@ -270,7 +156,19 @@ class Life {
     EXPECT_TRUE(areTwins(found.first, found.second));
     return found;
   }
-  Twins anyTwins() { return _twins.empty() || chance(3) ? lookUp() : anyOf(_twins); }
+  /// A person who was made of destinations as somebody typed them, and whom nobody looked up.
+  Twins makeTwins() {
+    const std::vector<std::string> destinations{anyDestination(), anyDestination()};
+    const auto make = [&] { return PLPerson::initWithDestinationsAddressBook(destinations, nullptr); };
+    Twins made;
+    both([&] { made.first = make(); }, [&] { made.second = make(); });
+    EXPECT_TRUE(areTwins(made.first, made.second));
+    return made;
+  }
+  Twins anyTwins() {
+    if (chance(12)) return makeTwins();
+    return _twins.empty() || chance(3) ? lookUp() : anyOf(_twins);
+  }
 
   void edit() {
     const auto operation = below(12);
@@ -424,10 +322,8 @@ class Life {
     }
   }
 
-  std::mt19937_64 _random;
   const PlainProcedure::Settings _settings{
       1 + below(12), 1 + below(chance(2) ? 4 : 20), !chance(4), !chance(4), chance(3), !chance(4)};
-  const std::uint64_t _poolSize = chance(3) ? 1000 : 3 + below(longestList);  // few: many are the same somehow
   Array _story;  // the lists that were stored and the numbers of the edits
   SimulatedWorld _world;
   std::shared_ptr<SimulatedScheduler> _scheduler = std::make_shared<SimulatedScheduler>(1);
