@@ -79,9 +79,10 @@ Json jsonOf(const Value& value) {
 
 Json jsonOf(const PLPerson& person) {
   const auto values = person.allValues();
+  const auto initials = person.initials();
   return {{"guid", jsonOf(person.abRecordGUID())},
           {"name", jsonOf(person.hasName() ? person.displayName() : std::nullopt)},
-          {"monogram", jsonOf(person.initials())},
+          {"monogram", jsonOf(initials && !initials->empty() ? initials : std::nullopt)},
           {"primaryDestination", jsonOf(person.primaryDestination())},
           {"destinations", values ? Json(*values) : Json::array()},
           {"replyAs", jsonOf(person.preferredReplyAs())},
