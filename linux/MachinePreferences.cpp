@@ -2,9 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <fstream>
 #include <utility>
+#include <vector>
 
 #include "linux/NettleDigest.h"
 
@@ -52,6 +54,33 @@ PreferenceAnswer<Value> MachinePreferences::copyValue(std::string_view key, std:
   auto answer = _store->copyValue(key, domain);
   if (key != _followsContacts || !answer.isReadable() || isFollower(domain)) return answer;
   return PreferenceAnswer<Value>::some(false);
+}
+
+PreferenceAnswer<VersionedPreferences> MachinePreferences::read(std::span<const std::string> keys,
+                                                                std::string_view domain) {
+  if (std::ranges::find(keys, _followsContacts) == keys.end()) return _store->read(keys, domain);
+  std::vector<std::string> asked(keys.begin(), keys.end());
+  asked.emplace_back(FollowerKey);
+  auto answer = _store->read(asked, domain);
+  const auto isUndecided = [&] { return answer.isReadable() && !answer.value()->at(FollowerKey).value; };
+  if (isUndecided() && _store->insertIfAbsent({{FollowerKey, _machine}}, domain)) answer = _store->read(asked, domain);
+  if (!answer.isReadable()) return answer;
+  VersionedPreferences found = *answer.value();
+  if (found.at(FollowerKey).value != Value(_machine)) found.at(_followsContacts).value = false;
+  if (std::ranges::find(keys, FollowerKey) == keys.end()) found.erase(FollowerKey);
+  return PreferenceAnswer<VersionedPreferences>::some(std::move(found));
+}
+
+PreferenceWriteAnswer MachinePreferences::write(const PreferenceChanges& changes, PreferenceWriteID id,
+                                                std::string_view domain) {
+  const auto setting = changes.find(_followsContacts);
+  const bool isToFollow = setting != changes.end() && setting->second.value && setting->second.value->boolean() == true;
+  if (!isToFollow || changes.contains(FollowerKey)) return _store->write(changes, id, domain);
+  PreferenceChanges withFollower = changes;
+  withFollower[FollowerKey] = {PreferenceChange::Kind::set, _machine, std::nullopt};
+  PreferenceWriteAnswer answer = _store->write(withFollower, id, domain);
+  answer.written.erase(FollowerKey);
+  return answer;
 }
 
 void MachinePreferences::setValue(std::string_view key, std::optional<Value> value, std::string_view domain) {

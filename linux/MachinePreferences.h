@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -16,8 +17,8 @@ namespace pellor {
 /// numbers of records and their databases, and often the contacts themselves, are a machine's own.
 ///
 /// So the setting that says whether contacts are followed reads as false on all machines but that one. To set it on
-/// another one, to true, makes that one follow from then on, in programs that start later. Everything else is the
-/// store's. Any thread.
+/// another one, to true, makes that one follow from then on, in programs that start later. Versions are those of the
+/// setting as it is stored. Everything else is the store's. Any thread.
 class MachinePreferences final : public SharedPreferences {
  public:
   /// `machine` is a name that no other machine of the store has; `followsContacts` the key of the setting.
@@ -29,6 +30,8 @@ class MachinePreferences final : public SharedPreferences {
   PreferenceAnswer<Value> copyValue(std::string_view key, std::string_view domain) override;
   void setValue(std::string_view key, std::optional<Value> value, std::string_view domain) override;
   bool synchronize(std::string_view domain) override { return _store->synchronize(domain); }
+  PreferenceAnswer<VersionedPreferences> read(std::span<const std::string> keys, std::string_view domain) override;
+  PreferenceWriteAnswer write(const PreferenceChanges& changes, PreferenceWriteID id, std::string_view domain) override;
   PutAside putAside(std::string_view key, std::string_view domain) override { return _store->putAside(key, domain); }
   std::optional<Value> persistentValueForKey(std::string_view key, std::string_view domain) override {
     return _store->persistentValueForKey(key, domain);

@@ -19,9 +19,6 @@ namespace fs = std::filesystem;
 constexpr double BusySeconds = 5;
 // So that the row of a run, of 5 to 8 kB, fits into a page: else each write of it takes other pages than the last one.
 constexpr int PageSize = 8192;
-constexpr std::int64_t SchemaVersion = 2;
-// The one before it had no rows for runs.
-constexpr std::int64_t VersionWithoutRuns = 1;
 
 /// Held while the file is made, opened and laid out. SQLite's own locks do not cover the change to write-ahead logging
 /// when several processes start at once.
@@ -59,36 +56,27 @@ void closeToOthers(const fs::path& file) {
   ::chmod(file.c_str(), S_IRUSR | S_IWUSR);
 }
 
+// Of a file, and of no copy of it: a copy goes on from earlier versions than others know, and their counts would be
+// given a second time. Where the system does not know when a file was made, its number has to do.
+std::string identityOf(const fs::path& file) {
+  struct statx found {};
+  if (::statx(AT_FDCWD, file.c_str(), 0, STATX_INO | STATX_BTIME, &found) != 0) return "";
+  const bool isDated = (found.stx_mask & STATX_BTIME) != 0;
+  std::string identity = std::to_string(found.stx_ino);
+  if (isDated) identity += " " + std::to_string(found.stx_btime.tv_sec) + "." + std::to_string(found.stx_btime.tv_nsec);
+  return identity;
+}
+
 bool lacksPermission(const SQLiteError& error) {
   return error.code() == SQLITE_CANTOPEN || error.code() == SQLITE_READONLY;
 }
 
-void requireVersion(std::int64_t version) {
-  if (version == SchemaVersion || version == VersionWithoutRuns) return;
-  throw SQLiteError(SQLITE_NOTADB, version > SchemaVersion
-                                       ? "the store was made by a later version (" + std::to_string(version) + ")"
-                                       : "the file is no store of this program");
+std::uint64_t unsignedIn(const SQLiteStatement& statement, int column) {
+  return static_cast<std::uint64_t>(statement.integer(column));
 }
 
-void makeValues(const SQLiteDatabase& database) {
-  for (const char* table : {"preferences", "last_good"}) {
-    database.execute("CREATE TABLE " + std::string(table) +
-                     " (domain TEXT NOT NULL, key TEXT NOT NULL, value BLOB NOT NULL, PRIMARY KEY (domain, key))"
-                     " WITHOUT ROWID");
-  }
-}
-
-// A run's id is made of its list and its number there.
-void makeRuns(const SQLiteDatabase& database) {
-  for (const char* change :
-       {"ALTER TABLE preferences ADD COLUMN list INTEGER", "ALTER TABLE preferences ADD COLUMN count INTEGER",
-        "ALTER TABLE preferences ADD COLUMN revision INTEGER",
-        "CREATE TABLE runs (id INTEGER PRIMARY KEY, list INTEGER NOT NULL, revision INTEGER NOT NULL,"
-        " value BLOB NOT NULL)",
-        "CREATE INDEX runs_by_revision ON runs (list, revision)",
-        "CREATE TABLE last_good_runs (id INTEGER PRIMARY KEY, value BLOB NOT NULL)"}) {
-    database.execute(change);
-  }
+PreferenceWriteID writeIn(const SQLiteStatement& statement, int column) {
+  return {unsignedIn(statement, column), unsignedIn(statement, column + 1)};
 }
 
 }  // namespace
@@ -110,7 +98,7 @@ void PreferencesDatabase::openForWriting(const fs::path& folder) {
   open(file, SQLiteDatabase::Access::readWrite);
   if (_statements->database().isReadOnly()) return;
   try {
-    prepareForWriting();
+    prepareForWriting(identityOf(file));
     _isWritable = true;
   } catch (const SQLiteError& error) {
     // The file may be written but not its folder, where the log would have to be.
@@ -122,30 +110,33 @@ void PreferencesDatabase::open(const fs::path& file, SQLiteDatabase::Access acce
   _statements = std::make_unique<SQLiteStatements>(SQLiteDatabase(file, access, BusySeconds));
 }
 
-void PreferencesDatabase::prepareForWriting() {
+void PreferencesDatabase::prepareForWriting(const std::string& identity) {
   const SQLiteDatabase& database = _statements->database();
   database.execute("PRAGMA synchronous = FULL");
   database.execute("PRAGMA cell_size_check = ON");
   const std::int64_t found = version();
   const bool isNew = found == 0 && database.integer("SELECT count(*) FROM sqlite_master") == 0;
-  if (isNew) {
-    database.execute("PRAGMA page_size = " + std::to_string(PageSize));
-  } else {
-    requireVersion(found);
-  }
+  if (isNew) database.execute("PRAGMA page_size = " + std::to_string(PageSize));
+  const PreferencesLayout* layout = isNew ? nullptr : &PreferencesLayout::withNumber(found);
   database.execute("PRAGMA journal_mode = WAL");
-  if (found == SchemaVersion) return;
-  SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
-  if (isNew) makeValues(database);
-  makeRuns(database);
-  database.execute("PRAGMA user_version = " + std::to_string(SchemaVersion));
-  transaction.commit();
+  const bool isPresent = layout && layout->hasVersions;
+  if (!isPresent || storedIdentity() != identity) {
+    SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
+    if (!layout) {
+      PreferencesLayout::make(database);
+    } else if (!isPresent) {
+      PreferencesLayout::migrate(database, *layout);
+    }
+    PreferencesLayout::nameStore(database, identity);
+    transaction.commit();
+  }
+  _number = storedNumber();
 }
 
 void PreferencesDatabase::openForReading(const fs::path& file) {
   open(file, SQLiteDatabase::Access::readOnly);
   try {
-    requireVersion(version());
+    layout();
     return;
   } catch (const SQLiteError& error) {
     // Reading beside writers needs two more files. Where they cannot be made nobody writes either, and the file by
@@ -157,10 +148,29 @@ void PreferencesDatabase::openForReading(const fs::path& file) {
   }
   open(file, SQLiteDatabase::Access::frozen);
   _isFrozen = true;
-  requireVersion(version());
+  layout();
 }
 
 std::int64_t PreferencesDatabase::version() const { return _statements->integer("PRAGMA user_version"); }
+
+// A store that may only be read stays as an earlier version laid it out, until a writer comes.
+const PreferencesLayout& PreferencesDatabase::layout() const {
+  return _isWritable ? PreferencesLayout::present() : PreferencesLayout::withNumber(version());
+}
+
+std::uint64_t PreferencesDatabase::number() const {
+  if (_isWritable) return _number;
+  return layout().hasVersions ? storedNumber() : 0;
+}
+
+std::uint64_t PreferencesDatabase::storedNumber() const {
+  return static_cast<std::uint64_t>(_statements->integer("SELECT number FROM store"));
+}
+
+std::string PreferencesDatabase::storedIdentity() const {
+  const SQLiteStatements::Use statement = _statements->use("SELECT file FROM store");
+  return statement->step() ? statement->text(0) : std::string();
+}
 
 SQLiteTransaction PreferencesDatabase::transaction(SQLiteTransaction::Kind kind) const {
   if (kind == SQLiteTransaction::Kind::write && !_isWritable) {
@@ -169,74 +179,119 @@ SQLiteTransaction PreferencesDatabase::transaction(SQLiteTransaction::Kind kind)
   return {[&statements = *_statements](std::string_view text) { statements.use(text)->run(); }, kind};
 }
 
-// A store that may only be read stays as an earlier version laid it out, until a writer comes.
 std::string PreferencesDatabase::textForValues(std::string_view condition) const {
-  const char* runs = !_isWritable && version() == VersionWithoutRuns ? "0, 0, 0" : "list, count, revision";
+  const PreferencesLayout& present = layout();
+  const char* more = present.hasVersions ? "list, count, revision, writer, write"
+                     : present.hasRuns   ? "list, count, revision, 0, 0"
+                                         : "0, 0, 0, 0, 0";
   return std::string("SELECT key, value, ")
-      .append(runs)
-      .append(" FROM preferences WHERE domain = ?1")
+      .append(more)
+      .append(" FROM ")
+      .append(present.values)
+      .append(" WHERE domain = ?1")
       .append(condition);
 }
 
-// Bytes beside a list are newer than it: an earlier version that was still running wrote them.
-StoredValue PreferencesDatabase::valueIn(const SQLiteStatement& statement) {
-  StoredValue value{statement.bytes(1), std::nullopt};
+// Bytes beside a list are newer than it: a program from before there were rows for runs, still running, wrote them.
+StoredValue PreferencesDatabase::valueIn(const SQLiteStatement& statement, std::uint64_t store) {
+  StoredValue value{statement.bytes(1), std::nullopt, {store, unsignedIn(statement, 4), writeIn(statement, 5)}};
   const StoredRuns runs{statement.integer(2), statement.integer(3), statement.integer(4)};
   if (value.bytes.empty() && runs.list != 0) value.runs = runs;
   return value;
 }
 
+PreferenceVersion PreferencesDatabase::versionOf(const StoredValue& value) const {
+  if (!layout().hasVersions) return {};
+  if (!value.runs) return value.version;
+  const SQLiteStatements::Use row = _statements->use(
+      "SELECT revision, writer, write FROM stored_runs INDEXED BY runs_by_revision WHERE list = ?1"
+      " ORDER BY revision DESC LIMIT 1");
+  row->bind(1, value.runs->list);
+  if (!row->step() || unsignedIn(*row, 0) <= value.version.count) return value.version;
+  return {value.version.store, unsignedIn(*row, 0), writeIn(*row, 1)};
+}
+
+PreferenceVersion PreferencesDatabase::versionAfter(const PreferenceVersion* stored, PreferenceWriteID id) const {
+  const std::uint64_t last =
+      stored ? stored->count : static_cast<std::uint64_t>(_statements->integer("SELECT highest_removed FROM store"));
+  return {_number, last + 1, id};
+}
+
 std::optional<Data> PreferencesDatabase::lastGoodValue(std::string_view key, std::string_view domain) const {
-  const SQLiteStatements::Use statement =
-      _statements->use("SELECT value FROM last_good WHERE domain = ?1 AND key = ?2");
+  const SQLiteStatements::Use statement = _statements->use(
+      std::string("SELECT value FROM ").append(layout().lastGood).append(" WHERE domain = ?1 AND key = ?2"));
   statement->bind(1, domain).bind(2, key);
   if (!statement->step()) return std::nullopt;
   const std::span<const std::uint8_t> bytes = statement->bytes(0);
   return Data(bytes.begin(), bytes.end());
 }
 
-void PreferencesDatabase::write(std::string_view key, std::string_view domain,
-                                std::span<const std::uint8_t> value) const {
+void PreferencesDatabase::write(std::string_view key, std::string_view domain, std::span<const std::uint8_t> value,
+                                const PreferenceVersion& version) const {
   removeRuns(key, domain);
-  // An update to the same bytes would still be a commit to the disk, and news to every other process.
-  change(
-      "INSERT INTO preferences (domain, key, value) VALUES (?1, ?2, ?3) ON CONFLICT DO UPDATE"
-      " SET value = excluded.value, list = NULL, count = NULL, revision = NULL WHERE value IS NOT excluded.value",
-      key, domain, value);
-  change(
-      "INSERT INTO last_good VALUES (?1, ?2, ?3) ON CONFLICT DO UPDATE"
-      " SET value = excluded.value WHERE value IS NOT excluded.value",
-      key, domain, value);
+  {
+    const SQLiteStatements::Use statement = _statements->use(
+        "INSERT INTO stored_values (domain, key, value, revision, writer, write) VALUES (?1, ?2, ?3, ?4, ?5, ?6)"
+        " ON CONFLICT DO UPDATE SET value = excluded.value, list = NULL, count = NULL, revision = excluded.revision,"
+        " writer = excluded.writer, write = excluded.write");
+    statement->bind(1, domain).bind(2, key).bind(3, value);
+    bindVersion(*statement, 4, version);
+    statement->run();
+  }
+  writeLastGood(key, domain, value);
 }
 
-void PreferencesDatabase::write(std::string_view key, std::string_view domain, const StoredRuns& runs) const {
+// An update to the same bytes would still be a commit to the disk, and news to every other process.
+void PreferencesDatabase::writeLastGood(std::string_view key, std::string_view domain,
+                                        std::span<const std::uint8_t> value) const {
   const SQLiteStatements::Use statement = _statements->use(
-      "INSERT INTO preferences VALUES (?1, ?2, x'', ?3, ?4, ?5) ON CONFLICT DO UPDATE"
-      " SET value = excluded.value, list = excluded.list, count = excluded.count, revision = excluded.revision");
-  statement->bind(1, domain).bind(2, key).bind(3, runs.list).bind(4, runs.count).bind(5, runs.revision).run();
+      "INSERT INTO good_values VALUES (?1, ?2, ?3) ON CONFLICT DO UPDATE"
+      " SET value = excluded.value WHERE value IS NOT excluded.value");
+  statement->bind(1, domain).bind(2, key).bind(3, value).run();
 }
 
-void PreferencesDatabase::remove(std::string_view key, std::string_view domain) const {
+void PreferencesDatabase::write(std::string_view key, std::string_view domain, const StoredRuns& runs,
+                                const PreferenceVersion& version) const {
+  const SQLiteStatements::Use statement = _statements->use(
+      "INSERT INTO stored_values (domain, key, value, list, count, revision, writer, write)"
+      " VALUES (?1, ?2, x'', ?3, ?4, ?5, ?6, ?7) ON CONFLICT DO UPDATE"
+      " SET value = excluded.value, list = excluded.list, count = excluded.count, revision = excluded.revision,"
+      " writer = excluded.writer, write = excluded.write");
+  statement->bind(1, domain).bind(2, key).bind(3, runs.list).bind(4, runs.count);
+  bindVersion(*statement, 5, version);
+  statement->run();
+}
+
+void PreferencesDatabase::bindVersion(SQLiteStatement& statement, int parameter, const PreferenceVersion& version) {
+  // As the signed integers of the same bits.
+  statement.bind(parameter, static_cast<std::int64_t>(version.count))
+      .bind(parameter + 1, static_cast<std::int64_t>(version.write.writer))
+      .bind(parameter + 2, static_cast<std::int64_t>(version.write.number));
+}
+
+void PreferencesDatabase::clear(std::string_view key, std::string_view domain) const {
   removeRuns(key, domain);
-  change("DELETE FROM preferences WHERE domain = ?1 AND key = ?2", key, domain, std::nullopt);
-  change("DELETE FROM last_good WHERE domain = ?1 AND key = ?2", key, domain, std::nullopt);
+  for (const char* text : {"DELETE FROM stored_values WHERE domain = ?1 AND key = ?2",
+                           "DELETE FROM good_values WHERE domain = ?1 AND key = ?2"}) {
+    _statements->use(text)->bind(1, domain).bind(2, key).run();
+  }
+}
+
+void PreferencesDatabase::remove(std::string_view key, std::string_view domain,
+                                 const PreferenceVersion& version) const {
+  clear(key, domain);
+  constexpr const char* raise = "UPDATE store SET highest_removed = ?1 WHERE highest_removed < ?1";
+  _statements->use(raise)->bind(1, static_cast<std::int64_t>(version.count)).run();
 }
 
 void PreferencesDatabase::removeRuns(std::string_view key, std::string_view domain) const {
   const std::string rows =
-      "SELECT id FROM runs WHERE list = (SELECT list FROM preferences WHERE domain = ?1 AND key = ?2)";
-  for (const char* table : {"last_good_runs", "runs"}) {
-    change(std::string("DELETE FROM ").append(table).append(" WHERE id IN (").append(rows).append(")"), key, domain,
-           std::nullopt);
+      "SELECT id FROM stored_runs WHERE list = (SELECT list FROM stored_values WHERE domain = ?1 AND key = ?2)";
+  for (const char* table : {"good_runs", "stored_runs"}) {
+    const std::string text =
+        std::string("DELETE FROM ").append(table).append(" WHERE id IN (").append(rows).append(")");
+    _statements->use(text)->bind(1, domain).bind(2, key).run();
   }
-}
-
-void PreferencesDatabase::change(std::string_view text, std::string_view key, std::string_view domain,
-                                 std::optional<std::span<const std::uint8_t>> value) const {
-  const SQLiteStatements::Use statement = _statements->use(text);
-  statement->bind(1, domain).bind(2, key);
-  if (value) statement->bind(3, *value);
-  statement->run();
 }
 
 }  // namespace pellor

@@ -8,8 +8,10 @@
 #include <string>
 #include <string_view>
 
+#include "linux/PreferencesLayout.h"
 #include "linux/SQLiteStatements.h"
 #include "linux/StoredRuns.h"
+#include "platform/PreferencesStore.h"
 #include "runtime/Value.h"
 
 namespace pellor {
@@ -18,6 +20,7 @@ namespace pellor {
 struct StoredValue {
   std::span<const std::uint8_t> bytes;  ///< valid until the visit ends
   std::optional<StoredRuns> runs;
+  PreferenceVersion version;  ///< of runs, when `runs` changed last; rows may be newer (see `versionOf`)
 };
 
 /// Values as bytes by domain and key, and the last one of each key that was written whole. The runs of long arrays are
@@ -39,6 +42,11 @@ class PreferencesDatabase {
   /// written beside it, never: then it has to be opened anew to see changes.
   bool isCurrent() const { return !_isFrozen && !_statements->database().hasMoved(); }
 
+  /// The layout of the file; of one that may only be read, at this moment. Then it throws for a later version's.
+  const PreferencesLayout& layout() const;
+  /// The store's number in versions; 0 where an earlier layout has none.
+  std::uint64_t number() const;
+
   /// Changes whenever another connection has committed.
   std::int64_t dataVersion() const { return _statements->integer("PRAGMA data_version"); }
 
@@ -48,42 +56,57 @@ class PreferencesDatabase {
   /// Calls `visit(key, value)` for each StoredValue of the domain, by key.
   template <class Visit>
   void visitValues(std::string_view domain, Visit visit) const {
+    const std::uint64_t store = number();
     const SQLiteStatements::Use statement = _statements->use(textForValues(""));
     statement->bind(1, domain);
-    while (statement->step()) visit(statement->text(0), valueIn(*statement));
+    while (statement->step()) visit(statement->text(0), valueIn(*statement, store));
   }
   /// Calls `visit(value)` if there is one.
   template <class Visit>
   void visitValue(std::string_view key, std::string_view domain, Visit visit) const {
+    const std::uint64_t store = number();
     const SQLiteStatements::Use statement = _statements->use(textForValues(" AND key = ?2"));
     statement->bind(1, domain).bind(2, key);
-    if (statement->step()) visit(valueIn(*statement));
+    if (statement->step()) visit(valueIn(*statement, store));
   }
+  /// The version of a value: of one with runs, also that of its newest row. Without a count where an earlier layout has
+  /// none.
+  PreferenceVersion versionOf(const StoredValue& value) const;
+  /// The version that write `id` makes of a key with version `stored`, or of one without a value.
+  PreferenceVersion versionAfter(const PreferenceVersion* stored, PreferenceWriteID id) const;
   std::optional<Data> lastGoodValue(std::string_view key, std::string_view domain) const;
-  /// Writes the value and its last good copy, in place of runs as well. Nothing is written when both are there already.
-  void write(std::string_view key, std::string_view domain, std::span<const std::uint8_t> value) const;
+  /// Writes the value and its last good copy, in place of runs as well.
+  void write(std::string_view key, std::string_view domain, std::span<const std::uint8_t> value,
+             const PreferenceVersion& version) const;
+  void writeLastGood(std::string_view key, std::string_view domain, std::span<const std::uint8_t> value) const;
   /// Writes where the runs are, for a key without a value or with the same list.
-  void write(std::string_view key, std::string_view domain, const StoredRuns& runs) const;
-  /// Removes both, with all runs.
-  void remove(std::string_view key, std::string_view domain) const;
+  void write(std::string_view key, std::string_view domain, const StoredRuns& runs,
+             const PreferenceVersion& version) const;
+  /// Removes both, with all runs, before another value of the key is written.
+  void clear(std::string_view key, std::string_view domain) const;
+  /// The same where no other value follows. Later versions of the key will have larger counts than this one.
+  void remove(std::string_view key, std::string_view domain, const PreferenceVersion& version) const;
 
   SQLiteStatements& statements() const { return *_statements; }
+  /// Binds count, writer and number of the write to that parameter and the next two.
+  static void bindVersion(SQLiteStatement& statement, int parameter, const PreferenceVersion& version);
 
  private:
   void openForWriting(const std::filesystem::path& folder);
   void openForReading(const std::filesystem::path& file);
   void open(const std::filesystem::path& file, SQLiteDatabase::Access access);
-  void prepareForWriting();
+  void prepareForWriting(const std::string& identity);
   std::int64_t version() const;
+  std::uint64_t storedNumber() const;
+  std::string storedIdentity() const;
   std::string textForValues(std::string_view condition) const;
-  static StoredValue valueIn(const SQLiteStatement& statement);
+  static StoredValue valueIn(const SQLiteStatement& statement, std::uint64_t store);
   void removeRuns(std::string_view key, std::string_view domain) const;
-  void change(std::string_view text, std::string_view key, std::string_view domain,
-              std::optional<std::span<const std::uint8_t>> value) const;
 
   std::unique_ptr<SQLiteStatements> _statements;
   bool _isWritable = false;
   bool _isFrozen = false;
+  std::uint64_t _number = 0;  ///< while it may be written
 };
 
 }  // namespace pellor

@@ -15,7 +15,7 @@ std::optional<PreferenceAnswer<Value>> PreferencesMemory::answer(std::string_vie
     return value ? PreferenceAnswer<Value>::some(*value) : PreferenceAnswer<Value>::none();
   };
   const auto pending = found->second.pending.find(key);
-  if (pending != found->second.pending.end() && !pending->second.hasFailed) return given(pending->second.value);
+  if (pending != found->second.pending.end()) return given(pending->second.value);
   if (!found->second.snapshot) return std::nullopt;
   const auto stored = found->second.snapshot->find(key);
   return given(stored == found->second.snapshot->end() ? std::nullopt : std::optional(stored->second.value));
@@ -49,21 +49,25 @@ void PreferencesMemory::install(std::string_view domain, std::shared_ptr<const S
   domainNamed(domain).snapshot.swap(snapshot);
 }
 
-void PreferencesMemory::removeWritten(std::string_view domain, const PendingValues& written) {
+void PreferencesMemory::installKeys(std::string_view domain, std::span<const std::string> keys,
+                                    const Snapshot& stored) {
   const MutexLock lock(_mutex);
-  PendingValues& pending = domainNamed(domain).pending;
-  for (const auto& [key, value] : written) {
-    const auto found = pending.find(key);
-    if (found != pending.end() && found->second.serial == value.serial) pending.erase(found);
+  auto& snapshot = domainNamed(domain).snapshot;
+  if (!snapshot) return;
+  auto changed = std::make_shared<Snapshot>(*snapshot);
+  for (const std::string& key : keys) {
+    changed->erase(key);
+    if (const auto found = stored.find(key); found != stored.end()) changed->insert(*found);
   }
+  snapshot = std::move(changed);
 }
 
-void PreferencesMemory::markFailed(std::string_view domain, const PendingValues& failed) {
+void PreferencesMemory::removePending(std::string_view domain, const PendingValues& values) {
   const MutexLock lock(_mutex);
   PendingValues& pending = domainNamed(domain).pending;
-  for (const auto& [key, value] : failed) {
+  for (const auto& [key, value] : values) {
     const auto found = pending.find(key);
-    if (found != pending.end() && found->second.serial == value.serial) found->second.hasFailed = true;
+    if (found != pending.end() && found->second.serial == value.serial) pending.erase(found);
   }
 }
 

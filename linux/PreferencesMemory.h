@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -22,7 +23,6 @@ class PreferencesMemory {
   struct Pending {
     std::optional<Value> value;  ///< absent: the key is to be removed
     std::uint64_t serial = 0;    ///< tells it from a value that was set later
-    bool hasFailed = false;      ///< a write failed, so readers are given what is stored
   };
   using PendingValues = std::map<std::string, Pending, std::less<>>;
 
@@ -31,6 +31,7 @@ class PreferencesMemory {
     Value value;
     std::shared_ptr<const Data> bytes;
     std::shared_ptr<const StoredList> list;
+    PreferenceVersion version{};
   };
   using Snapshot = std::map<std::string, Stored, std::less<>>;
 
@@ -46,14 +47,14 @@ class PreferencesMemory {
   // What was set and is not written yet.
   void keep(std::string_view key, std::optional<Value> value, std::string_view domain);
   PendingValues copyOfPending(std::string_view domain) const;
-  /// Forgets what was written, but not what was set meanwhile.
-  void removeWritten(std::string_view domain, const PendingValues& written);
-  /// From now on `answer` gives what is stored instead.
-  void markFailed(std::string_view domain, const PendingValues& failed);
+  /// Forgets what was written or could not be written, but not what was set meanwhile.
+  void removePending(std::string_view domain, const PendingValues& values);
 
   // What is stored, as it was read or written last. Null: not read, or it could not be read the last time.
   std::shared_ptr<const Snapshot> snapshotOf(std::string_view domain) const;
   void install(std::string_view domain, std::shared_ptr<const Snapshot> snapshot);
+  /// Of these keys alone; nothing when the domain has no snapshot. Keys that are not in `stored` are removed.
+  void installKeys(std::string_view domain, std::span<const std::string> keys, const Snapshot& stored);
 
   /// Each is logged when it changes something.
   void begins(Fault fault, const std::string& error);

@@ -1,47 +1,19 @@
 #include "linux/SQLitePreferences.h"
 
 #include <algorithm>
-#include <chrono>
-#include <ctime>
-#include <fstream>
-#include <iterator>
+#include <random>
 #include <utility>
 
+#include "linux/AsideFolder.h"
 #include "linux/CBORValue.h"
 #include "linux/PreferencesDatabase.h"
-#include "linux/PrivateFiles.h"
 #include "linux/StoredList.h"
-#include "runtime/LongArray.h"
+#include "runtime/Fatal.h"
 
 namespace pellor {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string utcTime() {
-  const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-  std::tm parts{};
-  ::gmtime_r(&now, &parts);
-  char text[sizeof "20010101T000000Z"];
-  std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &parts);
-  return text;
-}
-
-bool holdsExactly(const fs::path& file, const Data& bytes) {
-  std::error_code error;
-  if (fs::file_size(file, error) != bytes.size() || error) return false;
-  std::ifstream stream(file, std::ios::binary);
-  return std::equal(bytes.begin(), bytes.end(), std::istreambuf_iterator<char>(stream), {},
-                    [](std::uint8_t kept, char read) { return kept == static_cast<std::uint8_t>(read); });
-}
-
-bool isKeptAlready(const fs::path& folder, const std::string& prefix, const Data& bytes) {
-  std::error_code error;
-  for (const auto& entry : fs::directory_iterator(folder, error)) {
-    if (entry.path().filename().string().starts_with(prefix) && holdsExactly(entry.path(), bytes)) return true;
-  }
-  return false;
-}
 
 Data bytesOf(const PreferencesDatabase& store, const StoredValue& value) {
   return value.runs ? bytesOfList(store, *value.runs) : Data(value.bytes.begin(), value.bytes.end());
@@ -53,9 +25,28 @@ auto* find(const Values& values, const std::string& key) {
   return found == values.end() ? nullptr : &found->second;
 }
 
-EncodedValue encoded(std::string_view key, const Value& value) {
-  if (auto result = EncodedValue::encode(value)) return *std::move(result);
-  throw SQLiteError(SQLITE_TOOBIG, EncodedValue::errorFor(key));
+std::map<std::string, EncodedValue, std::less<>> encoded(const PreferenceChanges& changes) {
+  std::map<std::string, EncodedValue, std::less<>> values;
+  for (const auto& [key, change] : changes) {
+    require((change.kind == PreferenceChange::Kind::set) == change.value.has_value(),
+            "a change has a value to be set, and no other change has one");
+    if (!change.value) continue;
+    auto value = EncodedValue::encode(*change.value);
+    if (!value) throw SQLiteError(SQLITE_TOOBIG, EncodedValue::errorFor(key));
+    values.emplace(key, *std::move(value));
+  }
+  return values;
+}
+
+// Of a commit that failed in one of these ways nothing is stored. After other errors the last bytes of it may have
+// reached the disk, and count when the log is read anew.
+bool isKnownToHaveFailed(const SQLiteError& commit) {
+  return commit.code() == SQLITE_BUSY || commit.code() == SQLITE_FULL;
+}
+
+std::uint64_t randomNumber() {
+  std::random_device random;
+  return std::uniform_int_distribution<std::uint64_t>(1)(random);
 }
 
 bool isDamage(const SQLiteError& error) {
@@ -67,11 +58,20 @@ bool isDamage(const SQLiteError& error) {
 
 }  // namespace
 
+/// Changes that are stored together.
+struct SQLitePreferences::Batch {
+  const PreferenceChanges& changes;
+  PreferenceWriteID id;
+  EqualValues equalValues = EqualValues::areLeft;
+  bool isForAbsentKeys = false;  ///< keys with a value keep it
+};
+
 SQLitePreferences::SQLitePreferences(fs::path folder, fs::path defaultsFile, LogHandle log, Access access)
     : _folder(std::move(folder)),
       _access(access),
       _memory(_folder.string(), log),
-      _defaults(std::move(defaultsFile), std::move(log)) {}
+      _defaults(std::move(defaultsFile), std::move(log)),
+      _ownNumber(randomNumber()) {}
 
 SQLitePreferences::~SQLitePreferences() = default;
 
@@ -88,35 +88,53 @@ void SQLitePreferences::setValue(std::string_view key, std::optional<Value> valu
 }
 
 bool SQLitePreferences::synchronize(std::string_view domain) {
+  using Kind = PreferenceChange::Kind;
   const MutexLock lock(_connectionMutex);
   const PendingValues values = _memory.copyOfPending(domain);
   if (values.empty()) return renew(domain);
-  if (write(domain, values)) return true;
-  _memory.markFailed(domain, values);
-  renew(domain);
-  return false;
+  PreferenceChanges changes;
+  for (const auto& [key, pending] : values) {
+    changes.emplace(key, PreferenceChange{pending.value ? Kind::set : Kind::remove, pending.value, std::nullopt});
+  }
+  const bool isWritten = store(domain, {changes, {}}) == PreferenceWriteOutcome::written;
+  if (isWritten) _memory.install(domain, knownOf(domain).snapshot);
+  _memory.removePending(domain, values);
+  if (!isWritten) renew(domain);
+  return isWritten;
+}
+
+PreferenceAnswer<VersionedPreferences> SQLitePreferences::read(std::span<const std::string> keys,
+                                                               std::string_view domain) {
+  using Answer = PreferenceAnswer<VersionedPreferences>;
+  const MutexLock lock(_connectionMutex);
+  if (!look(domain)) return Answer::unreadable();
+  const Known& known = knownOf(domain);
+  VersionedPreferences found;
+  for (const std::string& key : keys) found.insert_or_assign(key, known.preference(key));
+  return Answer::some(std::move(found));
+}
+
+PreferenceWriteAnswer SQLitePreferences::write(const PreferenceChanges& changes, PreferenceWriteID id,
+                                               std::string_view domain) {
+  const MutexLock lock(_connectionMutex);
+  PreferenceWriteAnswer answer{store(domain, {changes, id, EqualValues::areWritten}), {}};
+  if (answer.outcome != PreferenceWriteOutcome::written) return answer;
+  const Known& known = knownOf(domain);
+  for (const auto& [key, change] : changes) {
+    if (change.kind != PreferenceChange::Kind::keep) answer.written.emplace(key, known.preference(key));
+  }
+  show(domain, answer.written);
+  return answer;
 }
 
 bool SQLitePreferences::insertIfAbsent(const Dictionary& values, std::string_view domain) {
   const MutexLock lock(_connectionMutex);
-  try {
-    const PreferencesDatabase& store = database();
-    SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::write);
-    for (const auto& [key, value] : values) {
-      bool isThere = false;
-      store.visitValue(key, domain, [&](const StoredValue&) { isThere = true; });
-      if (!isThere) writeValue(store, key, domain, encoded(key, value), nullptr);
-    }
-    transaction.commit();
-    _memory.ends(Fault::write);
-  } catch (const SQLiteError& error) {
-    _memory.begins(Fault::write, error.what());
-    closeAfter(error);
-    return false;
+  PreferenceChanges changes;
+  for (const auto& [key, value] : values) {
+    changes.emplace(key, PreferenceChange{PreferenceChange::Kind::set, value, std::nullopt});
   }
-  // The data version does not change by an own commit.
-  _dataVersions.erase(std::string(domain));
-  return renew(domain);
+  const Batch batch{changes, {}, EqualValues::areLeft, true};
+  return store(domain, batch) == PreferenceWriteOutcome::written && renew(domain);
 }
 
 PutAside SQLitePreferences::putAside(std::string_view key, std::string_view domain) {
@@ -128,7 +146,7 @@ PutAside SQLitePreferences::putAside(std::string_view key, std::string_view doma
     if (const auto lastGood = store.lastGoodValue(key, domain)) result.lastGood = decodeCBOR(*lastGood);
     store.visitValue(key, domain, [&](const StoredValue& value) {
       if (value.runs) result.lastGood = lastGoodList(store, *value.runs);
-      result.kept = keepAside(key, domain, bytesOf(store, value));
+      result.kept = keepAside(_folder / "aside", key, domain, bytesOf(store, value));
     });
   } catch (const SQLiteError& error) {
     _memory.begins(Fault::read, error.what());
@@ -161,7 +179,7 @@ std::string SQLitePreferences::lastError() const { return _memory.lastError(); }
 const PreferencesDatabase& SQLitePreferences::database() {
   if (_database && _database->isCurrent()) return *_database;
   _database.reset();
-  _dataVersions.clear();
+  for (auto& [domain, known] : _known) known.dataVersion.reset();
   _database = std::make_unique<PreferencesDatabase>(_folder, _access == Access::readWrite);
   return *_database;
 }
@@ -170,43 +188,72 @@ void SQLitePreferences::closeAfter(const SQLiteError& error) {
   if (isDamage(error)) _database.reset();
 }
 
+SQLitePreferences::Known& SQLitePreferences::knownOf(std::string_view domain) {
+  return _known.try_emplace(std::string(domain)).first->second;
+}
+
+VersionedPreference SQLitePreferences::Known::preference(const std::string& key) const {
+  const Stored* stored = find(*snapshot, key);
+  if (!stored) return {std::nullopt, {number, 0, {}}};
+  return {stored->value, stored->version};
+}
+
 bool SQLitePreferences::renew(std::string_view domain) {
+  const bool isRead = look(domain);
+  _memory.install(domain, isRead ? knownOf(domain).snapshot : nullptr);
+  return isRead;
+}
+
+bool SQLitePreferences::look(std::string_view domain) {
   try {
-    readIfChanged(domain);
+    const PreferencesDatabase& store = database();
+    // No transaction for a look: when the version is that of the snapshot, the snapshot was what is stored at that
+    // moment.
+    if (!isUpToDate(knownOf(domain))) {
+      const SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::read);
+      present(domain);
+    }
     _memory.ends(Fault::read);
     return true;
   } catch (const SQLiteError& error) {
     _memory.begins(Fault::read, error.what());
     closeAfter(error);
-    _memory.install(domain, nullptr);
     return false;
   }
 }
 
-void SQLitePreferences::readIfChanged(std::string_view domain) {
-  const PreferencesDatabase& store = database();
-  // No transaction for a look: when the version is that of the snapshot, the snapshot was what is stored at that
-  // moment.
-  if (isUpToDate(domain)) return;
-  const SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::read);
-  _memory.install(domain, read(domain));
+bool SQLitePreferences::isUpToDate(const Known& known) const {
+  return known.dataVersion && *known.dataVersion == _database->dataVersion();
 }
 
-bool SQLitePreferences::isUpToDate(std::string_view domain) {
-  const auto version = _dataVersions.find(domain);
-  return version != _dataVersions.end() && _memory.snapshotOf(domain) && version->second == _database->dataVersion();
-}
-
-std::shared_ptr<const SQLitePreferences::Snapshot> SQLitePreferences::read(std::string_view domain) {
-  const auto previous = _memory.snapshotOf(domain);
-  const bool isSameConnection = _dataVersions.contains(domain);
-  auto snapshot = std::make_shared<Snapshot>();
+const SQLitePreferences::Known& SQLitePreferences::present(std::string_view domain) {
   const PreferencesDatabase& store = *_database;
+  Known& known = knownOf(domain);
+  if (isUpToDate(known)) return known;
+  const bool isSameConnection = known.dataVersion.has_value();
+  auto snapshot = std::make_shared<Snapshot>();
   store.visitValues(domain, [&](const std::string& key, const StoredValue& value) {
-    snapshot->emplace(key, readValue(store, value, previous ? find(*previous, key) : nullptr, isSameConnection));
+    const Stored* previous = known.snapshot ? find(*known.snapshot, key) : nullptr;
+    Stored stored = readValue(store, value, previous, isSameConnection);
+    stored.version = store.versionOf(value);
+    snapshot->emplace(key, std::move(stored));
   });
-  _dataVersions.insert_or_assign(std::string(domain), store.dataVersion());
-  return snapshot;
+  if (const std::uint64_t number = store.number(); number != 0) {
+    known = {std::move(snapshot), store.dataVersion(), number};
+  } else {
+    countVersions(*snapshot, known);
+    known = {std::move(snapshot), store.dataVersion(), _ownNumber};
+  }
+  return known;
+}
+
+// Of a store that was laid out before there were versions, and that may only be read.
+void SQLitePreferences::countVersions(Snapshot& snapshot, const Known& known) {
+  for (auto& [key, stored] : snapshot) {
+    const Stored* previous = known.snapshot && known.number == _ownNumber ? find(*known.snapshot, key) : nullptr;
+    const bool isSame = previous && previous->value == stored.value;
+    stored.version = {_ownNumber, isSame ? previous->version.count : ++_ownCount, {}};
+  }
 }
 
 SQLitePreferences::Stored SQLitePreferences::readValue(const PreferencesDatabase& store, const StoredValue& value,
@@ -225,63 +272,85 @@ SQLitePreferences::Stored SQLitePreferences::readValue(const PreferencesDatabase
   return {decodeCBOR(*bytes).value_or(Value(*bytes)), bytes, nullptr};
 }
 
-bool SQLitePreferences::write(std::string_view domain, const PendingValues& values) {
+PreferenceWriteOutcome SQLitePreferences::store(std::string_view domain, const Batch& batch) {
+  bool isCommitting = false;
   try {
-    std::map<std::string, EncodedValue> changes;
-    for (const auto& [key, pending] : values) {
-      if (pending.value) changes.try_emplace(key, encoded(key, *pending.value));
-    }
-    const PreferencesDatabase& store = database();
-    SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::write);
+    EncodedValues values = encoded(batch.changes);
+    const PreferencesDatabase& database = this->database();
+    SQLiteTransaction transaction = database.transaction(SQLiteTransaction::Kind::write);
     // A domain that cannot be read is not written either. Which rows change is told by what is stored now.
-    auto snapshot = std::make_shared<Snapshot>(*(isUpToDate(domain) ? _memory.snapshotOf(domain) : read(domain)));
-    for (const auto& [key, pending] : values) {
-      if (pending.value) {
-        Stored stored = writeValue(store, key, domain, std::move(changes.at(key)), find(*snapshot, key));
-        snapshot->insert_or_assign(key, std::move(stored));
-      } else {
-        store.remove(key, domain);
-        snapshot->erase(key);
-      }
-    }
+    const Known& known = present(domain);
+    if (isOvertaken(batch.changes, known)) return PreferenceWriteOutcome::overtaken;
+    auto snapshot = change(domain, batch, std::move(values), *known.snapshot);
+    isCommitting = true;
     transaction.commit();
-    _memory.install(domain, std::move(snapshot));
+    knownOf(domain).snapshot = std::move(snapshot);
   } catch (const SQLiteError& error) {
     _memory.begins(Fault::write, error.what());
-    _dataVersions.erase(std::string(domain));
+    knownOf(domain).dataVersion.reset();
     closeAfter(error);
-    return false;
+    return isCommitting && !isKnownToHaveFailed(error) ? PreferenceWriteOutcome::unknown
+                                                       : PreferenceWriteOutcome::failed;
   }
-  _memory.removeWritten(domain, values);
   _memory.ends(Fault::read);
   _memory.ends(Fault::write);
-  return true;
+  return PreferenceWriteOutcome::written;
+}
+
+bool SQLitePreferences::isOvertaken(const PreferenceChanges& changes, const Known& known) {
+  return std::ranges::any_of(changes, [&](const auto& entry) {
+    const auto& [key, change] = entry;
+    return change.madeFrom && *change.madeFrom != known.preference(key).version;
+  });
+}
+
+std::shared_ptr<const SQLitePreferences::Snapshot> SQLitePreferences::change(std::string_view domain,
+                                                                             const Batch& batch, EncodedValues values,
+                                                                             const Snapshot& stored) const {
+  const PreferencesDatabase& store = *_database;
+  auto snapshot = std::make_shared<Snapshot>(stored);
+  for (const auto& [key, change] : batch.changes) {
+    const Stored* before = find(stored, key);
+    if (change.kind == PreferenceChange::Kind::remove) {
+      store.remove(key, domain, before ? before->version : PreferenceVersion{});
+      snapshot->erase(key);
+    } else if (change.kind == PreferenceChange::Kind::set && !(before && batch.isForAbsentKeys)) {
+      const auto version = store.versionAfter(before ? &before->version : nullptr, batch.id);
+      snapshot->insert_or_assign(
+          key, writeValue(store, key, domain, std::move(values.at(key)), before, version, batch.equalValues));
+    }
+  }
+  return snapshot;
 }
 
 SQLitePreferences::Stored SQLitePreferences::writeValue(const PreferencesDatabase& store, std::string_view key,
                                                         std::string_view domain, EncodedValue value,
-                                                        const Stored* stored) {
+                                                        const Stored* stored, const PreferenceVersion& version,
+                                                        EqualValues equal) {
   if (value.bytes) {
-    store.write(key, domain, *value.bytes);
-    return {value.value, std::make_shared<const Data>(*std::move(value.bytes)), nullptr};
+    if (equal == EqualValues::areLeft && stored && stored->bytes && *stored->bytes == *value.bytes) {
+      store.writeLastGood(key, domain, *value.bytes);
+      return *stored;
+    }
+    store.write(key, domain, *value.bytes, version);
+    return {value.value, std::make_shared<const Data>(*std::move(value.bytes)), nullptr, version};
   }
-  const auto list = writeList(store, key, domain, *std::move(value.list), stored ? stored->list : nullptr);
-  return {list->value, nullptr, list};
+  const auto before = stored ? stored->list : nullptr;
+  const auto list = writeList(store, key, domain, *std::move(value.list), before, version, equal);
+  return {list->value, nullptr, list, list == before ? stored->version : version};
 }
 
-bool SQLitePreferences::keepAside(std::string_view key, std::string_view domain, const Data& bytes) const {
-  const fs::path folder = _folder / "aside";
-  const std::string prefix = fileNameOf(key) + "-" + fileNameOf(domain) + "-";
-  if (isKeptAlready(folder, prefix, bytes)) return true;
-  if (createPrivateFolder(folder)) return false;
-  const std::string name = prefix + utcTime();
-  constexpr int attempts = 1000;
-  for (int attempt = 1; attempt <= attempts; ++attempt) {
-    const std::string suffix = attempt == 1 ? "" : "-" + std::to_string(attempt);
-    const FileCreation creation = createPrivateFile(folder / (name + suffix + ".cbor"), bytes);
-    if (creation != FileCreation::exists) return creation == FileCreation::created;
+// What others wrote under other keys waits for the next `synchronize`.
+void SQLitePreferences::show(std::string_view domain, const VersionedPreferences& written) {
+  const auto shown = _memory.snapshotOf(domain);
+  if (!shown) return;
+  const Snapshot& stored = *knownOf(domain).snapshot;
+  auto snapshot = std::make_shared<Snapshot>(*shown);
+  for (const auto& [key, preference] : written) {
+    snapshot->erase(key);
+    if (const Stored* value = find(stored, key)) snapshot->emplace(key, *value);
   }
-  return false;
+  _memory.install(domain, std::move(snapshot));
 }
 
 }  // namespace pellor

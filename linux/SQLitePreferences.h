@@ -18,6 +18,7 @@ namespace pellor {
 
 class PreferencesDatabase;
 class SQLiteError;
+enum class EqualValues;
 struct EncodedValue;
 struct StoredList;
 struct StoredValue;
@@ -25,7 +26,12 @@ struct StoredValue;
 /// One connection, opened at the first use and again after a failure; values that were read or set are answered from
 /// memory, without waiting for a write that is under way. A folder or file that cannot be opened or read, that is
 /// damaged or that a later version made is never changed: the answer is "unreadable", and each further call tries
-/// again. A store without write permission is read, and `synchronize` fails while something is set.
+/// again. A store without write permission is read, and writing to it fails.
+///
+/// A versioned write is one transaction, which waits up to 5 seconds for those of others. Its outcome is unknown only
+/// when the disk failed at the commit itself; a full disk is a failure. A store that is made anew, also as a copy of
+/// another file, has a number of its own. A `synchronize` leaves a value that is equal to the stored one as it is, with
+/// its version. To read what has not changed costs some microseconds.
 ///
 /// A long array, and an array of nothing but dictionaries, is kept in rows of LongArray::RunSize elements:
 /// `synchronize` writes the rows that changed and reads those that others changed. It reads as a long array, of which
@@ -47,6 +53,8 @@ class SQLitePreferences final : public SharedPreferences {
   void setValue(std::string_view key, std::optional<Value> value, std::string_view domain) override;
   /// A value that cannot be encoded (see CBORMaximumDepth, CBORMaximumSize) makes it fail.
   bool synchronize(std::string_view domain) override;
+  PreferenceAnswer<VersionedPreferences> read(std::span<const std::string> keys, std::string_view domain) override;
+  PreferenceWriteAnswer write(const PreferenceChanges& changes, PreferenceWriteID id, std::string_view domain) override;
   /// The copy is `aside`/<key>-<domain>-<UTC time>.cbor, on the disk when this returns. The same bytes are kept once.
   PutAside putAside(std::string_view key, std::string_view domain) override;
   std::optional<Value> persistentValueForKey(std::string_view key, std::string_view domain) override;
@@ -61,30 +69,54 @@ class SQLitePreferences final : public SharedPreferences {
   using Snapshot = PreferencesMemory::Snapshot;
   using Stored = PreferencesMemory::Stored;
 
+  using EncodedValues = std::map<std::string, EncodedValue, std::less<>>;
+
+  /// What is stored in a domain, as it was read or written last over the connection.
+  struct Known {
+    std::shared_ptr<const Snapshot> snapshot;
+    std::optional<std::int64_t> dataVersion;  ///< of the snapshot; absent when it has to be read again
+    std::uint64_t number = 0;                 ///< the store's
+    VersionedPreference preference(const std::string& key) const;
+  };
+
+  struct Batch;
+
   // With the connection held.
   const PreferencesDatabase& database() PELLOR_REQUIRES(_connectionMutex);
+  Known& knownOf(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
+  bool isUpToDate(const Known& known) const PELLOR_REQUIRES(_connectionMutex);
+  /// Reads what is stored, unless it is known, and shows it to callers.
   bool renew(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
-  bool write(std::string_view domain, const PendingValues& values) PELLOR_REQUIRES(_connectionMutex);
-  void readIfChanged(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
-  bool isUpToDate(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
-  std::shared_ptr<const Snapshot> read(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
+  /// The same without showing it.
+  bool look(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
+  /// What is stored at the moment of the open transaction.
+  const Known& present(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
+  void countVersions(Snapshot& snapshot, const Known& known) PELLOR_REQUIRES(_connectionMutex);
   static Stored readValue(const PreferencesDatabase& store, const StoredValue& value, const Stored* previous,
                           bool isSameConnection);
+
+  PreferenceWriteOutcome store(std::string_view domain, const Batch& batch) PELLOR_REQUIRES(_connectionMutex);
+  static bool isOvertaken(const PreferenceChanges& changes, const Known& known);
+  std::shared_ptr<const Snapshot> change(std::string_view domain, const Batch& batch, EncodedValues values,
+                                         const Snapshot& stored) const PELLOR_REQUIRES(_connectionMutex);
   static Stored writeValue(const PreferencesDatabase& store, std::string_view key, std::string_view domain,
-                           EncodedValue value, const Stored* stored);
+                           EncodedValue value, const Stored* stored, const PreferenceVersion& version,
+                           EqualValues equal);
+  void show(std::string_view domain, const VersionedPreferences& written) PELLOR_REQUIRES(_connectionMutex);
   void closeAfter(const SQLiteError& error) PELLOR_REQUIRES(_connectionMutex);
-  bool keepAside(std::string_view key, std::string_view domain, const Data& bytes) const;
 
   const std::filesystem::path _folder;
   const Access _access;
   PreferencesMemory _memory;
   DefaultsFile _defaults;
+  // Of versions that the store does not give, because it was laid out before there were any.
+  const std::uint64_t _ownNumber;
 
   // Held as long as the file is worked on.
   Mutex _connectionMutex;
   std::unique_ptr<PreferencesDatabase> _database PELLOR_GUARDED_BY(_connectionMutex);
-  /// Of the snapshots, while the connection lasts.
-  std::map<std::string, std::int64_t, std::less<>> _dataVersions PELLOR_GUARDED_BY(_connectionMutex);
+  std::map<std::string, Known, std::less<>> _known PELLOR_GUARDED_BY(_connectionMutex);
+  std::uint64_t _ownCount PELLOR_GUARDED_BY(_connectionMutex) = 0;
 };
 
 }  // namespace pellor

@@ -30,10 +30,18 @@ std::optional<Value> lastGoodList(const PreferencesDatabase& store, const Stored
 /// The bytes of all rows, one after the other: when they are whole, a CBOR sequence of arrays.
 Data bytesOfList(const PreferencesDatabase& store, const StoredRuns& rows);
 
+/// What becomes of a value that is stored already.
+enum class EqualValues {
+  areLeft,     ///< nothing is written, and it keeps its version
+  areWritten,  ///< as a new version
+};
+
 /// Writes the rows that differ from `stored`, which is what the key has in the open transaction. When it is null, all
-/// of them, in place of whatever the key has.
+/// of them, in place of whatever the key has. Gives `stored` where an equal list was left; else the list of that
+/// version.
 std::shared_ptr<const StoredList> writeList(const PreferencesDatabase& store, std::string_view key,
                                             std::string_view domain, EncodedList list,
-                                            const std::shared_ptr<const StoredList>& stored);
+                                            const std::shared_ptr<const StoredList>& stored,
+                                            const PreferenceVersion& version, EqualValues equal);
 
 }  // namespace pellor

@@ -1,7 +1,6 @@
 #include "testing/InMemoryBus.h"
 
 #include <algorithm>
-#include <deque>
 #include <functional>
 #include <set>
 #include <utility>
@@ -41,10 +40,10 @@ class InMemoryBus::Connection : public SystemNotifyBus, public std::enable_share
   using PostRef = std::shared_ptr<Post>;
 
   bool observes(std::string_view name) const PELLOR_REQUIRES(_bus->_mutex);
-  void scheduleOwn() PELLOR_REQUIRES(_bus->_mutex);
+  bool scheduleOwn(const PostRef& post) PELLOR_REQUIRES(_bus->_mutex);
   void schedule(std::string_view name, std::uint64_t event) PELLOR_REQUIRES(_bus->_mutex);
 
-  void deliverOwn(std::uint64_t connectionNumber);
+  void deliverOwn(const PostRef& post, std::uint64_t connectionNumber);
   void deliver(const PostRef& post, std::uint64_t connectionNumber);
   void callObservers(const Post& post);
   Callback callbackOf(std::uint64_t registrationEvent);
@@ -56,7 +55,7 @@ class InMemoryBus::Connection : public SystemNotifyBus, public std::enable_share
   bool _isConnected PELLOR_GUARDED_BY(_bus->_mutex) = true;
   std::uint64_t _connectionNumber PELLOR_GUARDED_BY(_bus->_mutex) = 0;  // deliveries of an earlier connection are lost
   // Own posts of observed names that were not delivered yet.
-  std::deque<Post> _outstanding PELLOR_GUARDED_BY(_bus->_mutex);
+  std::vector<PostRef> _outstanding PELLOR_GUARDED_BY(_bus->_mutex);
   std::vector<std::string> _unsent PELLOR_GUARDED_BY(_bus->_mutex);  // names posted while the connection was broken
   // The latest post of others, while it is on its way.
   std::map<std::string, PostRef, std::less<>> _undelivered PELLOR_GUARDED_BY(_bus->_mutex);
@@ -92,8 +91,8 @@ void InMemoryBus::Connection::post(std::string_view name) {
   const MutexLock lock(_bus->_mutex);
   ++_bus->_postCounts[std::string(name)];
   if (observes(name)) {
-    _outstanding.push_back({std::string(name), ++_bus->_lastEvent});
-    if (_isConnected) scheduleOwn();
+    const auto post = std::make_shared<Post>(Post{std::string(name), ++_bus->_lastEvent});
+    if (!_isConnected || scheduleOwn(post)) _outstanding.push_back(post);
   }
   if (_isConnected) {
     _bus->postToAllBut(this, name);
@@ -125,7 +124,7 @@ void InMemoryBus::Connection::connectAgain() {
   if (_isConnected) return;
   _isConnected = true;
   for (const std::string& name : std::exchange(_unsent, {})) _bus->postToAllBut(this, name);
-  for (std::size_t i = 0; i < _outstanding.size(); ++i) scheduleOwn();
+  std::erase_if(_outstanding, [this](const PostRef& post) { return !scheduleOwn(post); });
   std::set<std::string> names;
   for (const Registration& registration : _registrations) names.insert(registration.name);
   for (const std::string& name : names) schedule(name, ++_bus->_lastEvent);
@@ -136,27 +135,26 @@ bool InMemoryBus::Connection::observes(std::string_view name) const {
                      [&](const Registration& registration) { return registration.name == name; });
 }
 
-void InMemoryBus::Connection::scheduleOwn() {
-  _link->async([weak = weak_from_this(), number = _connectionNumber] {
-    if (const auto connection = weak.lock()) connection->deliverOwn(number);
+bool InMemoryBus::Connection::scheduleOwn(const PostRef& post) {
+  return _bus->transmit(_link, [weak = weak_from_this(), post, number = _connectionNumber] {
+    if (const auto connection = weak.lock()) connection->deliverOwn(post, number);
   });
 }
 
 void InMemoryBus::Connection::schedule(std::string_view name, std::uint64_t event) {
   const auto post = std::make_shared<Post>(Post{std::string(name), event});
-  _undelivered.insert_or_assign(post->name, post);
-  _link->async([weak = weak_from_this(), post, number = _connectionNumber] {
+  const bool isUnderWay = _bus->transmit(_link, [weak = weak_from_this(), post, number = _connectionNumber] {
     if (const auto connection = weak.lock()) connection->deliver(post, number);
   });
+  if (isUnderWay) _undelivered.insert_or_assign(post->name, post);
 }
 
-void InMemoryBus::Connection::deliverOwn(std::uint64_t connectionNumber) {
+void InMemoryBus::Connection::deliverOwn(const PostRef& post, std::uint64_t connectionNumber) {
   MutexLock lock(_bus->_mutex);
   if (connectionNumber != _connectionNumber) return;
-  const Post post = _outstanding.front();
-  _outstanding.pop_front();
+  std::erase(_outstanding, post);
   lock.unlock();
-  callObservers(post);
+  callObservers(*post);
 }
 
 void InMemoryBus::Connection::deliver(const PostRef& post, std::uint64_t connectionNumber) {
@@ -220,6 +218,18 @@ void InMemoryBus::restoreConnection(Process& process) {
   if (const auto connection = connectionOf(process)) connection->connectAgain();
 }
 
+void InMemoryBus::disturb(Fault fault, std::uint64_t times) {
+  const MutexLock lock(_mutex);
+  _fault = fault;
+  _deliveriesToDisturb = times;
+}
+
+void InMemoryBus::endDisturbance() {
+  const MutexLock lock(_mutex);
+  _deliveriesToDisturb = 0;
+  for (auto& [link, delivery] : std::exchange(_late, {})) link->async(std::move(delivery));
+}
+
 std::uint64_t InMemoryBus::postCount(std::string_view name) const {
   const MutexLock lock(_mutex);
   const auto found = _postCounts.find(name);
@@ -246,6 +256,16 @@ void InMemoryBus::postToAllBut(const Connection* poster, std::string_view name) 
   for (const auto& connection : connections()) {
     if (connection.get() != poster) connection->postOfOther(name, event);
   }
+}
+
+bool InMemoryBus::transmit(const std::shared_ptr<ProcessLink>& link, const Task& delivery) {
+  const bool isDisturbed = _deliveriesToDisturb > 0;
+  if (isDisturbed) --_deliveriesToDisturb;
+  if (isDisturbed && _fault == Fault::late) _late.emplace_back(link, delivery);
+  if (isDisturbed && _fault != Fault::doubled) return false;
+  link->async(delivery);
+  if (isDisturbed) link->async(delivery);
+  return true;
 }
 
 }  // namespace pellor

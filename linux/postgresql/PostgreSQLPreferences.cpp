@@ -1,12 +1,15 @@
 #include "linux/postgresql/PostgreSQLPreferences.h"
 
+#include <atomic>
 #include <set>
 #include <utility>
+#include <vector>
 
 #include "linux/PreferencesMemory.h"
 #include "linux/PrivateFiles.h"
 #include "linux/postgresql/PostgreSQLLink.h"
 #include "linux/postgresql/PostgreSQLTables.h"
+#include "runtime/Fatal.h"
 #include "runtime/ThreadSafety.h"
 
 namespace pellor {
@@ -14,59 +17,119 @@ namespace {
 
 using Fault = PreferencesMemory::Fault;
 
-PostgreSQLTables::Changes encoded(const PreferencesMemory::PendingValues& values) {
-  PostgreSQLTables::Changes changes;
-  for (const auto& [key, pending] : values) {
-    std::optional<EncodedValue> value;
-    if (pending.value) {
-      value = EncodedValue::encode(*pending.value);
-      if (!value)
-        throw PostgreSQLError(PostgreSQLError::Kind::refused, {EncodedValue::errorFor(key), "make it smaller"});
-    }
-    changes.emplace(key, std::move(value));
-  }
-  return changes;
+EncodedValue encoded(std::string_view key, const Value& value) {
+  if (auto result = EncodedValue::encode(value)) return *std::move(result);
+  throw PostgreSQLError(PostgreSQLError::Kind::refused, {EncodedValue::errorFor(key), "make it smaller"});
 }
+
+PostgreSQLWriting writingOf(const PreferencesMemory::PendingValues& values) {
+  PostgreSQLWriting writing;
+  for (const auto& [key, pending] : values) {
+    auto& value = writing.changes[key];
+    if (pending.value) value = encoded(key, *pending.value);
+  }
+  return writing;
+}
+
+PostgreSQLWriting writingOf(const Dictionary& values) {
+  PostgreSQLWriting writing{PostgreSQLWriting::Which::absent};
+  for (const auto& [key, value] : values) writing.changes.emplace(key, encoded(key, value));
+  return writing;
+}
+
+PostgreSQLWriting writingOf(const PreferenceChanges& changes, PreferenceWriteID id) {
+  PostgreSQLWriting writing{PostgreSQLWriting::Which::all, id};
+  for (const auto& [key, change] : changes) {
+    if (change.madeFrom) writing.madeFrom.emplace(key, *change.madeFrom);
+    if (change.kind == PreferenceChange::Kind::keep) continue;
+    auto& value = writing.changes[key];
+    if (change.value) value = encoded(key, *change.value);
+  }
+  return writing;
+}
+
+/// Whether a writing goes out or its caller stops waiting for it: whichever comes first. Any thread.
+class Commitment {
+ public:
+  /// For the writer, before it sends what cannot be taken back. False: nobody waits any more, so it must not.
+  bool begin() { return decide(State::begun); }
+  /// For the caller. False: it may be written, or may have been.
+  bool preclude() { return decide(State::precluded); }
+
+ private:
+  enum class State { open, begun, precluded };
+
+  bool decide(State state) {
+    State expected = State::open;
+    return _state.compare_exchange_strong(expected, state);
+  }
+
+  std::atomic<State> _state = State::open;
+};
 
 }  // namespace
 
 /// What is done on the service's thread, and what lies in memory. Jobs keep it, also those that nobody waits for.
 class PostgreSQLPreferences::Core final : public PostgreSQLListener, public std::enable_shared_from_this<Core> {
  public:
-  enum class Outcome { done, refused, away };
+  enum class Outcome {
+    done,
+    refused,  ///< nothing was written
+    away,     ///< nothing was written, and will not be
+    unknown,  ///< it may have been written, or may still be
+  };
 
   explicit Core(LogHandle log) : memory("PostgreSQL", std::move(log)) {}
 
   /// Does the work on the service's thread and waits for it.
   template <class Work>
   Outcome perform(PostgreSQLLink& link, Fault fault, Work work) {
+    const auto commitment = std::make_shared<Commitment>();
     try {
-      link.perform([self = shared_from_this(), fault, work = std::move(work)](PostgreSQLConnection& connection) {
-        self->attempt(fault, connection, work);
-      });
+      link.perform(
+          [self = shared_from_this(), fault, commitment, work = std::move(work)](PostgreSQLConnection& connection) {
+            self->attempt(fault, [&] { work(*self, connection, *commitment); });
+          });
       return Outcome::done;
     } catch (const PostgreSQLError& error) {
-      return error.kind() == PostgreSQLError::Kind::away ? Outcome::away : Outcome::refused;
+      if (error.kind() == PostgreSQLError::Kind::refused) return Outcome::refused;
+      return commitment->preclude() ? Outcome::away : Outcome::unknown;
     }
   }
 
-  void read(PostgreSQLConnection& connection, const std::string& domain) {
+  /// What is read is shown by `memory` when it is installed there.
+  PostgreSQLDomain read(PostgreSQLConnection& connection, const std::string& domain) {
     _role.isThisThread();
-    memory.install(domain, _tables.read(connection, domain));
+    return _tables.read(connection, domain);
   }
 
-  void synchronize(PostgreSQLConnection& connection, const std::string& domain) {
+  void synchronize(PostgreSQLConnection& connection, const std::string& domain, Commitment& commitment) {
+    _role.isThisThread();
     const auto values = memory.copyOfPending(domain);
-    if (values.empty()) return read(connection, domain);
-    write(connection, domain, encoded(values), PostgreSQLTables::Which::all);
-    memory.removeWritten(domain, values);
+    if (values.empty()) return memory.install(domain, read(connection, domain).values);
+    if (!writes(connection, domain, writingOf(values), commitment)) return;
+    memory.removePending(domain, values);
   }
 
-  void write(PostgreSQLConnection& connection, const std::string& domain, PostgreSQLTables::Changes changes,
-             PostgreSQLTables::Which which) {
+  void insertIfAbsent(PostgreSQLConnection& connection, const std::string& domain, const Dictionary& values,
+                      Commitment& commitment) {
+    writes(connection, domain, writingOf(values), commitment);
+  }
+
+  PreferenceWriteAnswer write(PostgreSQLConnection& connection, const std::string& domain,
+                              const PreferenceChanges& changes, PreferenceWriteID id, Commitment& commitment) {
     _role.isThisThread();
-    memory.install(domain, _tables.write(connection, domain, std::move(changes), which));
-    memory.ends(Fault::read);
+    PostgreSQLWriting writing = writingOf(changes, id);
+    writing.mayCommit = [&] { return commitment.begin(); };
+    switch (_tables.write(connection, domain, std::move(writing))) {
+      case PostgreSQLTables::Outcome::overtaken:
+        return {PreferenceWriteOutcome::overtaken, {}};
+      case PostgreSQLTables::Outcome::notCommitted:
+        return {PreferenceWriteOutcome::failed, {}};
+      case PostgreSQLTables::Outcome::written:
+        return {PreferenceWriteOutcome::written, showWritten(domain, changes)};
+    }
+    return {};
   }
 
   PutAside putAside(PostgreSQLConnection& connection, const std::string& key, const std::string& domain) {
@@ -103,15 +166,42 @@ class PostgreSQLPreferences::Core final : public PostgreSQLListener, public std:
 
  private:
   template <class Work>
-  void attempt(Fault fault, PostgreSQLConnection& connection, const Work& work) {
+  void attempt(Fault fault, const Work& work) {
     try {
-      work(*this, connection);
+      work();
       memory.ends(fault);
     } catch (const PostgreSQLError& error) {
       // That the server is away is said by the service.
       if (error.kind() == PostgreSQLError::Kind::refused) memory.begins(fault, error.what());
       throw;
     }
+  }
+
+  /// Everything that is stored then is shown. False when nobody waits for it any more.
+  bool writes(PostgreSQLConnection& connection, const std::string& domain, PostgreSQLWriting writing,
+              Commitment& commitment) {
+    _role.isThisThread();
+    writing.mayCommit = [&] { return commitment.begin(); };
+    const auto outcome = _tables.write(connection, domain, std::move(writing));
+    if (outcome != PostgreSQLTables::Outcome::written) return false;
+    memory.install(domain, _tables.known(domain).values);
+    memory.ends(Fault::read);
+    return true;
+  }
+
+  /// What others wrote under other keys is not shown before the domain is synchronized.
+  VersionedPreferences showWritten(const std::string& domain, const PreferenceChanges& changes) {
+    _role.isThisThread();
+    const PostgreSQLDomain& stored = _tables.known(domain);
+    VersionedPreferences written;
+    std::vector<std::string> keys;
+    for (const auto& [key, change] : changes) {
+      if (change.kind == PreferenceChange::Kind::keep) continue;
+      written.emplace(key, stored.preference(key));
+      keys.push_back(key);
+    }
+    memory.installKeys(domain, keys, *stored.values);
+    return written;
   }
 
   /// What is read is shown once the domain is synchronized.
@@ -153,7 +243,9 @@ void PostgreSQLPreferences::setValue(std::string_view key, std::optional<Value> 
 bool PostgreSQLPreferences::renew(std::string_view domain) {
   const auto outcome =
       _core->perform(_service->link(), Fault::read,
-                     [name = std::string(domain)](Core& core, auto& connection) { core.read(connection, name); });
+                     [name = std::string(domain)](Core& core, PostgreSQLConnection& connection, Commitment&) {
+                       core.memory.install(name, core.read(connection, name).values);
+                     });
   if (outcome == Core::Outcome::done) return true;
   _core->memory.install(domain, nullptr);
   return false;
@@ -164,9 +256,11 @@ bool PostgreSQLPreferences::synchronize(std::string_view domain) {
   if (values.empty()) return renew(domain);
   const auto outcome = _core->perform(
       _service->link(), Fault::write,
-      [name = std::string(domain)](Core& core, auto& connection) { core.synchronize(connection, name); });
+      [name = std::string(domain)](Core& core, PostgreSQLConnection& connection, Commitment& commitment) {
+        core.synchronize(connection, name, commitment);
+      });
   if (outcome == Core::Outcome::done) return true;
-  _core->memory.markFailed(domain, values);
+  _core->memory.removePending(domain, values);
   if (outcome == Core::Outcome::refused) {
     renew(domain);
   } else {
@@ -175,11 +269,45 @@ bool PostgreSQLPreferences::synchronize(std::string_view domain) {
   return false;
 }
 
+PreferenceAnswer<VersionedPreferences> PostgreSQLPreferences::read(std::span<const std::string> keys,
+                                                                   std::string_view domain) {
+  // Kept by the job: it may go on when nobody waits any more.
+  const auto found = std::make_shared<VersionedPreferences>();
+  const auto look = [found, asked = std::vector(keys.begin(), keys.end()), name = std::string(domain)](
+                        Core& core, PostgreSQLConnection& connection, Commitment&) {
+    const PostgreSQLDomain stored = core.read(connection, name);
+    for (const std::string& key : asked) found->insert_or_assign(key, stored.preference(key));
+  };
+  if (_core->perform(_service->link(), Fault::read, look) != Core::Outcome::done)
+    return PreferenceAnswer<VersionedPreferences>::unreadable();
+  return PreferenceAnswer<VersionedPreferences>::some(std::move(*found));
+}
+
+PreferenceWriteAnswer PostgreSQLPreferences::write(const PreferenceChanges& changes, PreferenceWriteID id,
+                                                   std::string_view domain) {
+  for (const auto& [key, change] : changes) {
+    require((change.kind == PreferenceChange::Kind::set) == change.value.has_value(),
+            "a value in a set, and only there");
+  }
+  const auto answer = std::make_shared<PreferenceWriteAnswer>();
+  const auto write = [answer, changes, id, name = std::string(domain)](Core& core, PostgreSQLConnection& connection,
+                                                                       Commitment& commitment) {
+    *answer = core.write(connection, name, changes, id, commitment);
+  };
+  switch (_core->perform(_service->link(), Fault::write, write)) {
+    case Core::Outcome::done:
+      return std::move(*answer);
+    case Core::Outcome::unknown:
+      return {PreferenceWriteOutcome::unknown, {}};
+    default:
+      return {PreferenceWriteOutcome::failed, {}};
+  }
+}
+
 bool PostgreSQLPreferences::insertIfAbsent(const Dictionary& values, std::string_view domain) {
-  const auto insert = [values, name = std::string(domain)](Core& core, PostgreSQLConnection& connection) {
-    PreferencesMemory::PendingValues pending;
-    for (const auto& [key, value] : values) pending[key].value = value;
-    core.write(connection, name, encoded(pending), PostgreSQLTables::Which::absent);
+  const auto insert = [values, name = std::string(domain)](Core& core, PostgreSQLConnection& connection,
+                                                           Commitment& commitment) {
+    core.insertIfAbsent(connection, name, values, commitment);
   };
   return _core->perform(_service->link(), Fault::write, insert) == Core::Outcome::done;
 }
@@ -187,7 +315,8 @@ bool PostgreSQLPreferences::insertIfAbsent(const Dictionary& values, std::string
 PutAside PostgreSQLPreferences::putAside(std::string_view key, std::string_view domain) {
   // Kept by the job: it may go on when nobody waits any more.
   const auto result = std::make_shared<PutAside>();
-  const auto put = [result, keyCopy = std::string(key), name = std::string(domain)](Core& core, auto& connection) {
+  const auto put = [result, keyCopy = std::string(key), name = std::string(domain)](
+                       Core& core, PostgreSQLConnection& connection, Commitment&) {
     *result = core.putAside(connection, keyCopy, name);
   };
   if (_core->perform(_service->link(), Fault::read, put) != Core::Outcome::done) return {};
@@ -200,7 +329,7 @@ std::optional<Value> PostgreSQLPreferences::persistentValueForKey(std::string_vi
 
 bool PostgreSQLPreferences::isWritable() {
   const auto mayWrite = std::make_shared<bool>(false);
-  const auto ask = [mayWrite](Core& core, PostgreSQLConnection& connection) {
+  const auto ask = [mayWrite](Core& core, PostgreSQLConnection& connection, Commitment&) {
     *mayWrite = PostgreSQLTables::mayWrite(connection);
     if (!*mayWrite) core.memory.begins(Fault::write, "the role may only read the tables, or the server only be read");
   };

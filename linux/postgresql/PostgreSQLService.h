@@ -35,9 +35,10 @@ struct PostgreSQLOptions {
 /// once when it is there again; meanwhile the thread tries to restore it. A server that says nothing, as behind a
 /// network that drops everything, is noticed by the limits above.
 ///
-/// The tables are in the schema `pellor`, which is made at the first connection if the role may. A schema that a later
-/// version made is not touched; it is as if the server were away. One database is for one user: whoever may use the
-/// schema sees all that is in it.
+/// The tables are in the schema `pellor`, which is made at the first connection if the role may. One that an earlier
+/// version made is brought up to date then, if the role owns it; programs of that version fail from then on. A schema
+/// that a later version made is not touched; it is as if the server were away, also where the role may not bring it up
+/// to date. One database is for one user: whoever may use the schema sees all that is in it.
 class PostgreSQLService {
  public:
   /// `process` has to outlive the object. The connection string is not logged.
@@ -52,7 +53,7 @@ class PostgreSQLService {
   /// Why not, for the user; empty while it is there and while the first attempt lasts. May name the server and the
   /// role. Any thread, without waiting.
   std::string error() const;
-  /// "PostgreSQL 15.3, schema version 1", or why it cannot be used and what to do. Waits for the end of the first
+  /// "PostgreSQL 15.3, schema version 2", or why it cannot be used and what to do. Waits for the end of the first
   /// attempt to connect, as the first call of the preferences does. Any thread.
   ServiceReport report() const;
 

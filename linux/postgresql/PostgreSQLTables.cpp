@@ -1,159 +1,30 @@
 #include "linux/postgresql/PostgreSQLTables.h"
 
 #include <algorithm>
-#include <array>
-#include <span>
 #include <utility>
 
 #include "linux/CBORValue.h"
 #include "linux/EncodedRun.h"
-#include "linux/PrivateFiles.h"
-#include "linux/postgresql/PostgreSQLLink.h"
+#include "linux/postgresql/PostgreSQLDomainReader.h"
 #include "linux/postgresql/PostgreSQLSchema.h"
 
 namespace pellor {
 namespace {
 
-using Stored = PostgreSQLTables::Stored;
-using Snapshot = PostgreSQLTables::Snapshot;
-
-// As a revision: below that of any row.
-constexpr std::int64_t Everything = PostgreSQLTables::Everything;
+constexpr std::int64_t Everything = PostgreSQLDomain::Everything;
 
 constexpr const char* BeginReading = "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY";
 // What follows a lock has to see what its last holder committed.
 constexpr const char* BeginWriting = "BEGIN ISOLATION LEVEL READ COMMITTED READ WRITE";
 constexpr const char* Place =
-    "SELECT (SELECT coalesce(max(version), 0) FROM pellor.version),"
+    "SELECT (SELECT coalesce(max(version), 0) FROM pellor.version), (SELECT max(store) FROM pellor.version),"
     " coalesce((SELECT revision FROM pellor.domains WHERE domain = $1), 0)";
-constexpr const char* LockedPlace =
-    "SELECT (SELECT coalesce(max(version), 0) FROM pellor.version), revision"
-    " FROM pellor.domains WHERE domain = $1 FOR UPDATE";
+// It takes hold of the table before the version is asked for: a later version of this program, which brings the schema
+// up to date, waits for it, or it finds that version's.
 constexpr const char* EnsurePlace = "INSERT INTO pellor.domains VALUES ($1, 0) ON CONFLICT DO NOTHING";
-constexpr const char* NewerValues =
-    "SELECT key, revision, list, count, CASE WHEN revision > $2 THEN value END"
-    " FROM pellor.preferences WHERE domain = $1";
-constexpr const char* NewerRuns =
-    "SELECT r.list, r.number, r.value FROM pellor.preferences p JOIN pellor.runs r ON r.list = p.list"
-    " WHERE p.domain = $1 AND r.revision > $2";
-
-PostgreSQLBatch newer(std::string_view domain, std::int64_t since) {
-  return {{NewerValues, {domain, since}}, {NewerRuns, {domain, since}}};
-}
-
-template <class Values, class Key>
-auto* find(const Values& values, const Key& key) {
-  const auto found = values.find(key);
-  return found == values.end() ? nullptr : &found->second;
-}
-
-/// Makes a domain of what was known of it and what is newer.
-class DomainReader {
- public:
-  DomainReader(std::int64_t since, std::int64_t revision, std::span<const PostgreSQLRows> newer,
-               const Snapshot* previous)
-      : _since(since), _revision(revision), _values(newer[0]), _runs(newer[1]), _previous(previous) {
-    for (int row = 0; row < _runs.count(); ++row) _rowsOfLists[_runs.integer(row, 0)].push_back(row);
-    for (auto& [list, rows] : _rowsOfLists)
-      std::ranges::sort(rows, {}, [this](int row) { return _runs.integer(row, 1); });
-  }
-
-  /// Null when what is known does not go with what is stored, so that everything has to be read.
-  std::shared_ptr<const Snapshot> snapshot() const {
-    auto snapshot = std::make_shared<Snapshot>();
-    for (int row = 0; row < _values.count(); ++row) {
-      const std::string key(_values.text(row, 0));
-      const Stored* previous = _previous ? find(*_previous, key) : nullptr;
-      auto stored = _values.isNull(row, 2) ? valueIn(row, previous) : listIn(row, previous);
-      if (!stored) return nullptr;
-      snapshot->emplace(key, *std::move(stored));
-    }
-    return snapshot;
-  }
-
- private:
-  bool isNewer(int row) const { return _values.integer(row, 1) > _since; }
-
-  std::optional<Stored> valueIn(int row, const Stored* previous) const {
-    const bool wasValue = previous && previous->bytes;
-    if (!isNewer(row)) return wasValue ? std::optional(*previous) : std::nullopt;
-    const auto stored = _values.bytes(row, 4);
-    if (wasValue && std::ranges::equal(*previous->bytes, stored)) return *previous;
-    const auto bytes = std::make_shared<const Data>(stored.begin(), stored.end());
-    return Stored{decodeCBOR(*bytes).value_or(Value(*bytes)), bytes, nullptr};
-  }
-
-  std::optional<Stored> listIn(int row, const Stored* previous) const {
-    const StoredRuns rows{_values.integer(row, 2), _values.integer(row, 3), _values.integer(row, 1)};
-    const auto known = previous ? previous->list : nullptr;
-    const bool isFollowed = _since != Everything && known && known->rows.list == rows.list;
-    if (!isFollowed && !isNewer(row)) return std::nullopt;
-    const std::vector<int>* newRows = find(_rowsOfLists, rows.list);
-    if (isFollowed && !newRows && known->rows.count == rows.count) return *previous;
-    auto list = listOf(runsWith(newRows, rows, runsOf(known.get()), isFollowed), rows, _revision);
-    if (list) return Stored{list->value, nullptr, list};
-    if (_since != Everything) return std::nullopt;
-    return Stored{Value(bytesOf(newRows)), nullptr, nullptr};
-  }
-
-  Runs runsWith(const std::vector<int>* newRows, const StoredRuns& rows, const Runs& known, bool isFollowed) const {
-    Runs runs = isFollowed ? known : Runs();
-    // No more of them than there can be, whatever the count says.
-    if (rows.count < 1 || runCount(rows) > runs.size() + (newRows ? newRows->size() : 0)) return {};
-    runs.resize(runCount(rows));
-    for (const int row : newRows ? *newRows : std::vector<int>()) {
-      const auto number = static_cast<std::size_t>(_runs.integer(row, 1));
-      const auto bytes = _runs.bytes(row, 2);
-      const bool isKnown = number < known.size() && holds(*known[number], bytes);
-      if (number < runs.size()) runs[number] = isKnown ? known[number] : EncodedRun::decode(bytes);
-    }
-    return runs;
-  }
-
-  Data bytesOf(const std::vector<int>* rows) const {
-    Data all;
-    for (const int row : rows ? *rows : std::vector<int>()) {
-      const auto bytes = _runs.bytes(row, 2);
-      all.insert(all.end(), bytes.begin(), bytes.end());
-    }
-    return all;
-  }
-
-  const std::int64_t _since;
-  const std::int64_t _revision;
-  const PostgreSQLRows& _values;
-  const PostgreSQLRows& _runs;
-  const Snapshot* const _previous;
-  std::map<std::int64_t, std::vector<int>> _rowsOfLists;
-};
-
-constexpr std::array<const char*, 2> RemoveRuns = {
-    "DELETE FROM pellor.last_good_runs WHERE list ="
-    " (SELECT list FROM pellor.preferences WHERE domain = $1 AND key = $2)",
-    "DELETE FROM pellor.runs WHERE list = (SELECT list FROM pellor.preferences WHERE domain = $1 AND key = $2)"};
-constexpr std::array<const char*, 2> RemoveValue = {"DELETE FROM pellor.preferences WHERE domain = $1 AND key = $2",
-                                                    "DELETE FROM pellor.last_good WHERE domain = $1 AND key = $2"};
-constexpr std::array<const char*, 2> RemoveLastRows = {
-    "DELETE FROM pellor.last_good_runs WHERE list = $1 AND number >= $2",
-    "DELETE FROM pellor.runs WHERE list = $1 AND number >= $2"};
-constexpr const char* PutValue =
-    "INSERT INTO pellor.preferences (domain, key, value, revision) VALUES ($1, $2, $3, $4)"
-    " ON CONFLICT (domain, key) DO UPDATE SET value = excluded.value, revision = excluded.revision, list = NULL,"
-    " count = NULL";
-constexpr const char* PutLastGood =
-    "INSERT INTO pellor.last_good (domain, key, value) VALUES ($1, $2, $3)"
-    " ON CONFLICT (domain, key) DO UPDATE SET value = excluded.value";
-constexpr const char* PutList =
-    "INSERT INTO pellor.preferences (domain, key, value, revision, list, count) VALUES ($1, $2, '', $3, $4, $5)"
-    " ON CONFLICT (domain, key) DO UPDATE SET value = excluded.value, revision = excluded.revision,"
-    " list = excluded.list, count = excluded.count";
-constexpr const char* PutRun =
-    "INSERT INTO pellor.runs (list, number, value, revision) VALUES ($1, $2, $3, $4)"
-    " ON CONFLICT (list, number) DO UPDATE SET value = excluded.value, revision = excluded.revision";
-constexpr const char* PutLastGoodRun =
-    "INSERT INTO pellor.last_good_runs (list, number, value) VALUES ($1, $2, $3)"
-    " ON CONFLICT (list, number) DO UPDATE SET value = excluded.value";
-
+constexpr const char* LockedPlace =
+    "SELECT (SELECT coalesce(max(version), 0) FROM pellor.version), (SELECT max(store) FROM pellor.version), revision"
+    " FROM pellor.domains WHERE domain = $1 FOR UPDATE";
 constexpr const char* LastGoodRuns =
     "SELECT p.count, g.value FROM pellor.preferences p JOIN pellor.last_good_runs g ON g.list = p.list"
     " WHERE p.domain = $1 AND p.key = $2 ORDER BY g.number";
@@ -170,87 +41,21 @@ constexpr const char* MayWrite =
     " AND has_table_privilege(name, 'UPDATE') AND has_table_privilege(name, 'DELETE')) FROM unnest(ARRAY["
     "'pellor.domains', 'pellor.preferences', 'pellor.last_good', 'pellor.runs', 'pellor.last_good_runs']) AS name";
 
-/// Collects the statements that make a domain what it is to be.
-class DomainWriter {
- public:
-  DomainWriter(std::string_view domain, std::int64_t revision) : _domain(domain), _revision(revision) {}
+bool isOvertaken(const PostgreSQLDomain& stored, const PostgreSQLWriting& writing) {
+  return std::ranges::any_of(writing.madeFrom,
+                             [&](const auto& made) { return stored.preference(made.first).version != made.second; });
+}
 
-  Stored put(std::string_view key, EncodedValue value, const Stored* stored) {
-    return value.list ? putList(key, std::move(value), stored) : putValue(key, std::move(value), stored);
-  }
-
-  void remove(std::string_view key) {
-    for (const char* text : RemoveRuns) add(text, {_domain, key});
-    for (const char* text : RemoveValue) add(text, {_domain, key});
-  }
-
-  /// The statements, with those that make the change known; none when nothing changes. Valid as long as what was put.
-  PostgreSQLBatch batch() && {
-    if (_batch.empty()) return {};
-    add("UPDATE pellor.domains SET revision = $2 WHERE domain = $1", {_domain, _revision});
-    const std::string payload =
-        std::string(_writesList ? PostgreSQLLink::ListWritten : PostgreSQLLink::ValuesWritten) + fileNameOf(_domain);
-    add("SELECT pg_notify($1, $2)", {PostgreSQLLink::DataChannel, std::string_view(payload)});
-    return std::move(_batch);
-  }
-
- private:
-  void add(const char* text, std::vector<PostgreSQLParameter> parameters) {
-    _batch.push_back({text, std::move(parameters)});
-  }
-
-  Stored putValue(std::string_view key, EncodedValue value, const Stored* stored) {
-    if (stored && stored->bytes && *stored->bytes == *value.bytes) return *stored;
-    const auto bytes = std::make_shared<const Data>(*std::move(value.bytes));
-    // It may have been a list.
-    if (stored && !stored->bytes) {
-      for (const char* text : RemoveRuns) add(text, {_domain, key});
+void collect(PostgreSQLDomainWriter& writer, const PostgreSQLDomain& stored, PostgreSQLWriting& writing) {
+  for (auto& [key, value] : writing.changes) {
+    if (writing.which == PostgreSQLWriting::Which::absent && stored.values->contains(key)) continue;
+    if (value) {
+      writer.put(key, *std::move(value));
+    } else {
+      writer.remove(key);
     }
-    add(PutValue, {_domain, key, std::span(*bytes), _revision});
-    add(PutLastGood, {_domain, key, std::span(*bytes)});
-    return {value.value, bytes, nullptr};
   }
-
-  Stored putList(std::string_view key, EncodedValue value, const Stored* stored) {
-    const auto known = stored ? stored->list : nullptr;
-    if (stored && !known) remove(key);
-    const StoredRuns rows{known ? known->rows.list : newListNumber(), static_cast<std::int64_t>(value.list->count),
-                          _revision};
-    const bool isOfOtherLength = !known || known->rows.count != rows.count;
-    const Runs& old = runsOf(known.get());
-    Runs& runs = value.list->runs;
-    const std::size_t before = _batch.size();
-    for (std::size_t number = 0; number < runs.size(); ++number) {
-      if (number < old.size() && areSame(old[number], runs[number])) {
-        runs[number] = old[number];
-      } else {
-        putRun(rows.list, number, *runs[number]);
-      }
-    }
-    if (isOfOtherLength) putLength(key, rows, old.size());
-    if (known && _batch.size() == before) return *stored;
-    _writesList = true;
-    auto list = std::make_shared<const StoredList>(StoredList{rows, _revision, LongArray(std::move(runs))});
-    return {list->value, nullptr, list};
-  }
-
-  void putRun(std::int64_t list, std::size_t number, const ArrayRun& run) {
-    const auto place = static_cast<std::int64_t>(number);
-    add(PutRun, {list, place, bytesOf(run), _revision});
-    add(PutLastGoodRun, {list, place, bytesOf(run)});
-  }
-
-  void putLength(std::string_view key, const StoredRuns& rows, std::size_t formerRows) {
-    add(PutList, {_domain, key, rows.revision, rows.list, rows.count});
-    if (formerRows <= runCount(rows)) return;
-    for (const char* text : RemoveLastRows) add(text, {rows.list, static_cast<std::int64_t>(runCount(rows))});
-  }
-
-  const std::string_view _domain;
-  const std::int64_t _revision;
-  PostgreSQLBatch _batch;
-  bool _writesList = false;
-};
+}
 
 }  // namespace
 
@@ -264,20 +69,22 @@ std::vector<std::string> PostgreSQLTables::domains() const {
   return domains;
 }
 
-PostgreSQLTables::Known& PostgreSQLTables::knownOf(std::string_view domain) {
+PostgreSQLDomain& PostgreSQLTables::knownOf(std::string_view domain) {
   return _known.try_emplace(std::string(domain)).first->second;
 }
 
 /// `begin` ends with the statement that gives the place.
-void PostgreSQLTables::refresh(PostgreSQLConnection& connection, std::string_view domain, Known& known,
+void PostgreSQLTables::refresh(PostgreSQLConnection& connection, std::string_view domain, PostgreSQLDomain& known,
                                const PostgreSQLBatch& begin, const PostgreSQLBatch& end) {
   for (const std::int64_t since : {known.revision, Everything}) {
     PostgreSQLBatch batch = begin;
-    for (const PostgreSQLBatch& part : {newer(domain, since), end}) batch.insert(batch.end(), part.begin(), part.end());
+    for (const PostgreSQLBatch& part : {PostgreSQLDomainReader::statements(domain, since), end})
+      batch.insert(batch.end(), part.begin(), part.end());
     const auto rows = connection.run(batch);
     const PostgreSQLRows& place = rows[begin.size() - 1];
     PostgreSQLSchema::requireVersion(place.integer(0, 0));
-    if (update(known, since, place.integer(0, 1), std::span(rows).subspan(begin.size(), 2))) return;
+    const auto newer = std::span(rows).subspan(begin.size(), PostgreSQLDomainReader::StatementCount);
+    if (update(known, since, place, newer)) return;
     connection.rollBack();
   }
   throw PostgreSQLError(PostgreSQLError::Kind::refused,
@@ -285,48 +92,46 @@ void PostgreSQLTables::refresh(PostgreSQLConnection& connection, std::string_vie
 }
 
 /// False when everything has to be read.
-bool PostgreSQLTables::update(Known& known, std::int64_t since, std::int64_t revision,
+bool PostgreSQLTables::update(PostgreSQLDomain& known, std::int64_t since, const PostgreSQLRows& place,
                               std::span<const PostgreSQLRows> newer) {
+  const auto store = static_cast<std::uint64_t>(place.integer(0, 1));
+  const std::int64_t revision = place.integer(0, 2);
+  const bool isSameStore = since == Everything || store == known.store;
+  // Somebody put another store or an earlier state in place.
+  if (!isSameStore || revision < since) return false;
   if (since != Everything && revision == since) return true;
-  // Somebody put an earlier state in place.
-  if (revision < since) return false;
-  auto snapshot = DomainReader(since, revision, newer, known.snapshot.get()).snapshot();
-  if (!snapshot) return false;
-  known = {revision, std::move(snapshot)};
+  auto values = PostgreSQLDomainReader(store, since, revision, newer, known.values.get()).snapshot();
+  if (!values) return false;
+  known = {store, revision, std::move(values)};
   return true;
 }
 
-std::shared_ptr<const Snapshot> PostgreSQLTables::read(PostgreSQLConnection& connection, std::string_view domain) {
-  Known& known = knownOf(domain);
+PostgreSQLDomain PostgreSQLTables::read(PostgreSQLConnection& connection, std::string_view domain) {
+  PostgreSQLDomain& known = knownOf(domain);
   refresh(connection, domain, known, {{BeginReading}, {Place, {domain}}}, {{"COMMIT"}});
-  return known.snapshot;
+  return known;
 }
 
-std::shared_ptr<const Snapshot> PostgreSQLTables::write(PostgreSQLConnection& connection, std::string_view domain,
-                                                        Changes changes, Which which) {
-  Known& known = knownOf(domain);
+PostgreSQLTables::Outcome PostgreSQLTables::write(PostgreSQLConnection& connection, std::string_view domain,
+                                                  PostgreSQLWriting writing) {
+  PostgreSQLDomain& known = knownOf(domain);
   refresh(connection, domain, known, {{BeginWriting}, {EnsurePlace, {domain}}, {LockedPlace, {domain}}}, {});
-  auto snapshot = std::make_shared<Snapshot>(*known.snapshot);
-  DomainWriter writer(domain, known.revision + 1);
-  for (auto& [key, value] : changes) {
-    const Stored* stored = find(*snapshot, key);
-    if (stored && which == Which::absent) continue;
-    if (value) {
-      snapshot->insert_or_assign(key, writer.put(key, *std::move(value), stored));
-    } else if (stored) {
-      writer.remove(key);
-      snapshot->erase(key);
-    }
-  }
-  PostgreSQLBatch batch = std::move(writer).batch();
-  if (batch.empty()) {
+  if (isOvertaken(known, writing)) {
     connection.rollBack();
-    return known.snapshot;
+    return Outcome::overtaken;
+  }
+  PostgreSQLDomainWriter writer(domain, known, writing);
+  collect(writer, known, writing);
+  PostgreSQLBatch batch = writer.takeStatements();
+  const bool commits = !batch.empty() && writing.mayCommit();
+  if (!commits) {
+    connection.rollBack();
+    return batch.empty() ? Outcome::written : Outcome::notCommitted;
   }
   batch.push_back({"COMMIT"});
   connection.run(batch);
-  known = {known.revision + 1, std::move(snapshot)};
-  return known.snapshot;
+  known = writer.changed();
+  return Outcome::written;
 }
 
 std::optional<Value> PostgreSQLTables::lastGood(PostgreSQLConnection& connection, std::string_view key,

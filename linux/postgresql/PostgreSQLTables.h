@@ -3,17 +3,16 @@
 
 #include <cstdint>
 #include <map>
-#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "linux/PreferencesMemory.h"
-#include "linux/StoredRuns.h"
 #include "linux/postgresql/PostgreSQLConnection.h"
-#include "platform/PreferencesStore.h"
+#include "linux/postgresql/PostgreSQLDomain.h"
+#include "linux/postgresql/PostgreSQLDomainWriter.h"
+#include "runtime/Value.h"
 
 namespace pellor {
 
@@ -21,22 +20,19 @@ namespace pellor {
 /// is read. One thread. Operations throw PostgreSQLError.
 class PostgreSQLTables {
  public:
-  using Stored = PreferencesMemory::Stored;
-  using Snapshot = PreferencesMemory::Snapshot;
-  /// By key; absent: to be removed.
-  using Changes = std::map<std::string, std::optional<EncodedValue>, std::less<>>;
-  enum class Which { all, absent };
-  /// Stands for a revision when nothing is known.
-  static constexpr std::int64_t Everything = -1;
-
   /// Everything is to be read again, by another connection. What turns out to be the same stays the same objects.
   void forgetRevisions();
   std::vector<std::string> domains() const;
 
-  std::shared_ptr<const Snapshot> read(PostgreSQLConnection& connection, std::string_view domain);
-  /// Writes all changes, or those of keys that have no value, in one transaction, and what others wrote comes with it.
-  std::shared_ptr<const Snapshot> write(PostgreSQLConnection& connection, std::string_view domain, Changes changes,
-                                        Which which);
+  PostgreSQLDomain read(PostgreSQLConnection& connection, std::string_view domain);
+
+  enum class Outcome { written, overtaken, notCommitted };
+  /// Writes all of it in one transaction, which holds up other writers of the domain; what they wrote before comes with
+  /// it. `domain` then gives what is stored. Changes nothing when a key has another version than it is made from, and
+  /// when it may not commit.
+  Outcome write(PostgreSQLConnection& connection, std::string_view domain, PostgreSQLWriting writing);
+  /// As it was read or written last.
+  const PostgreSQLDomain& known(std::string_view domain) { return knownOf(domain); }
 
   static std::optional<Value> lastGood(PostgreSQLConnection& connection, std::string_view key, std::string_view domain);
   /// Whether there is a value, which has a copy then.
@@ -44,17 +40,13 @@ class PostgreSQLTables {
   static bool mayWrite(PostgreSQLConnection& connection);
 
  private:
-  struct Known {
-    std::int64_t revision = Everything;
-    std::shared_ptr<const Snapshot> snapshot;
-  };
-
-  Known& knownOf(std::string_view domain);
-  static void refresh(PostgreSQLConnection& connection, std::string_view domain, Known& known,
+  PostgreSQLDomain& knownOf(std::string_view domain);
+  static void refresh(PostgreSQLConnection& connection, std::string_view domain, PostgreSQLDomain& known,
                       const PostgreSQLBatch& begin, const PostgreSQLBatch& end);
-  static bool update(Known& known, std::int64_t since, std::int64_t revision, std::span<const PostgreSQLRows> newer);
+  static bool update(PostgreSQLDomain& known, std::int64_t since, const PostgreSQLRows& place,
+                     std::span<const PostgreSQLRows> newer);
 
-  std::map<std::string, Known, std::less<>> _known;
+  std::map<std::string, PostgreSQLDomain, std::less<>> _known;
 };
 
 }  // namespace pellor

@@ -95,6 +95,13 @@ std::vector<PostgreSQLRows> PostgreSQLCluster::run(const std::string& database, 
   return PostgreSQLConnection(connection(database), PatientLimits, NeverStopped).run(batch);
 }
 
+void PostgreSQLCluster::load(const std::string& database, const std::filesystem::path& file) const {
+  runTool({{_programs + "/psql", "-q", "-v", "ON_ERROR_STOP=1", "-f", file, connection(database)},
+           {"LC_ALL=C"},
+           folder() / "psql.log",
+           ""});
+}
+
 std::int64_t PostgreSQLCluster::integer(const std::string& database, const std::string& query) const {
   return run(database, {{query}})[0].integer(0, 0);
 }

@@ -18,6 +18,8 @@ namespace pellor {
 /// Reached by a Unix socket in its folder. Everybody is let in without a password but the role `locked`.
 class PostgreSQLCluster {
  public:
+  static constexpr const char* SocketName = ".s.PGSQL.5432";
+
   PostgreSQLCluster();
   ~PostgreSQLCluster();
 
@@ -30,6 +32,9 @@ class PostgreSQLCluster {
   /// As an administrator.
   std::vector<PostgreSQLRows> run(const std::string& database, const PostgreSQLBatch& batch) const;
   std::int64_t integer(const std::string& database, const std::string& query) const;
+
+  /// Runs the statements of a file with psql.
+  void load(const std::string& database, const std::filesystem::path& file) const;
 
   void start();
   /// Ends all of its processes as a crash would.

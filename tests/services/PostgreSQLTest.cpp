@@ -9,92 +9,27 @@
 #include <thread>
 #include <vector>
 
+#include "linux/MachinePreferences.h"
 #include "linux/StoreRegion.h"
 #include "linux/postgresql/PostgreSQLBus.h"
-#include "testing/LogCollector.h"
+#include "tests/contract/PreferencesProcessesContract.h"
 #include "tests/contract/PreferencesStoreContract.h"
+#include "tests/contract/PreferencesVersionsContract.h"
 #include "tests/contract/SystemNotifyBusContract.h"
 #include "tests/linux/ServedProcesses.h"
 #include "tests/services/Detour.h"
-#include "tests/services/PostgreSQLCluster.h"
+#include "tests/services/PostgreSQLClient.h"
 
 namespace pellor {
 namespace {
 
-constexpr const char* Domain = "org.tapnote.TN";
-constexpr const char* SocketName = ".s.PGSQL.5432";
-
-/// One for all tests of the program, each of which has a database of its own.
-PostgreSQLCluster& cluster() {
-  static PostgreSQLCluster shared;
-  return shared;
-}
-
-/// Limits that no slow machine reaches.
-PostgreSQLOptions patient(const std::string& connection) {
-  PostgreSQLOptions options;
-  options.connection = connection;
-  options.mainQueueLimit = options.limit = options.connectLimit = options.answerLimit = 60;
-  options.firstPause = options.longestPause = 0.01;
-  return options;
-}
-
-/// A process of another machine, as far as the server can tell.
-struct Client {
-  Client(Process& process, PostgreSQLOptions options)
-      : service(std::make_shared<PostgreSQLService>(process, std::move(options), LogHandle("test", "service", log))),
-        store(std::make_shared<PostgreSQLPreferences>(service, "/nonexistent/defaults.json",
-                                                      LogHandle("test", "preferences", log))) {}
-  bool becomesConnected() const {
-    return comesTrue([this] { return service->isConnected(); });
-  }
-  bool save(std::string_view key, const std::optional<Value>& value) const {
-    store->setValue(key, value, Domain);
-    return store->synchronize(Domain);
-  }
-  std::optional<Value> value(std::string_view key) const { return store->copyValue(key, Domain).value(); }
-
-  std::shared_ptr<LogCollector> log = std::make_shared<LogCollector>();
-  std::shared_ptr<PostgreSQLService> service;
-  std::shared_ptr<PostgreSQLPreferences> store;
-};
+constexpr const char* Domain = Client::Domain;
 
 // The contracts
 
-class PostgreSQLStores {
- public:
-  std::shared_ptr<PreferencesStore> open() { return _clients.emplace_back(_process, patient(connection())).store; }
-
-  void damage(std::string_view key, std::string_view domain) {
-    const std::string next = "(SELECT revision + 1 FROM pellor.domains WHERE domain = $1)";
-    const std::string cut = "SET value = substr(value, 1, length(value) - 1), revision = " + next;
-    run({{"UPDATE pellor.preferences " + cut + " WHERE list IS NULL AND domain = $1 AND key = $2", {domain, key}},
-         {"UPDATE pellor.runs " + cut +
-              " WHERE list = (SELECT list FROM pellor.preferences WHERE domain = $1 AND key = $2)",
-          {domain, key}},
-         {"UPDATE pellor.domains SET revision = revision + 1 WHERE domain = $1", {domain}}});
-  }
-  void makeUnreadable() { run({{"UPDATE pellor.version SET version = 99"}}); }
-  void makeReadable() {
-    run({{"UPDATE pellor.version SET version = 1"}});
-    for (const Client& client : _clients) EXPECT_TRUE(client.becomesConnected());
-  }
-  void failWrites(bool fail) {
-    if (!fail) return run({{"DROP TRIGGER refused ON pellor.last_good"}});
-    run({{"CREATE FUNCTION refuse() RETURNS trigger LANGUAGE plpgsql AS $$BEGIN RAISE 'full'; END$$"},
-         {"CREATE TRIGGER refused BEFORE INSERT ON pellor.last_good EXECUTE FUNCTION refuse()"}});
-  }
-
- private:
-  std::string connection() const { return cluster().connection(_database); }
-  void run(const PostgreSQLBatch& batch) { cluster().run(_database, batch); }
-
-  const std::string _database = cluster().makeDatabase();
-  Process _process;
-  std::list<Client> _clients;
-};
-
 INSTANTIATE_TYPED_TEST_SUITE_P(PostgreSQL, PreferencesStoreContract, PostgreSQLStores);
+INSTANTIATE_TYPED_TEST_SUITE_P(PostgreSQL, PreferencesVersionsContract, PostgreSQLStores);
+INSTANTIATE_TYPED_TEST_SUITE_P(PostgreSQL, PreferencesProcessesContract, PostgreSQLStores);
 
 class PostgreSQLBuses {
  public:
@@ -166,7 +101,7 @@ TEST_F(PostgreSQLTest, AnEditWritesAndReadsOneRowAndTheOtherRunsStayTheObjectsTh
   EXPECT_EQ(runsIn(reader)[2]->at(6), Value(Dictionary{}));
   EXPECT_EQ(integer("SELECT count(*) FROM pellor.runs WHERE revision = 2"), 1);
   ASSERT_TRUE(writer.save("key", Array(*reader.value("key")->array())));
-  EXPECT_EQ(integer("SELECT revision FROM pellor.domains"), 2) << "equal values are no change";
+  EXPECT_EQ(integer("SELECT count(*) FROM pellor.runs WHERE revision > 2"), 0) << "equal values change no row";
 
   Client& late = open();
   EXPECT_EQ(late.value("key")->kind(), Value::Kind::data) << "one row is damaged";
@@ -191,6 +126,32 @@ TEST_F(PostgreSQLTest, MachinesThatStartAtOnceMakeOneSchemaAndAgreeOnTheRegion) 
   EXPECT_EQ(integer("SELECT count(*) FROM pellor.preferences"), 2);
 }
 
+// Of several machines one follows its contacts
+
+TEST_F(PostgreSQLTest, ASettingOfTheMachineReadsTheSameByVersionAsWithout) {
+  const auto machine = [this](const char* name) {
+    return std::make_shared<MachinePreferences>(open().store, name, "follows");
+  };
+  const std::vector<std::string> keys = {"follows", "other"};
+  const auto read = [&](MachinePreferences& store) { return *store.read(keys, Domain).value(); };
+  const auto first = machine("first"), second = machine("second");
+  EXPECT_EQ(read(*first).at("follows").value, std::nullopt) << "it is the first to ask";
+  const auto hidden = read(*second).at("follows");
+  EXPECT_EQ(hidden.value, Value(false));
+  EXPECT_EQ(hidden.version, read(*first).at("follows").version);
+  EXPECT_EQ(read(*second).size(), keys.size());
+
+  const auto answer = second->write({{"follows", setTo(true, hidden.version)}, {"other", setTo(1)}}, {1, 2}, Domain);
+  EXPECT_EQ(answer.outcome, PreferenceWriteOutcome::written);
+  EXPECT_EQ(answer.written.size(), keys.size());
+  EXPECT_TRUE(isSame(read(*second).at("follows"), answer.written.at("follows")));
+  EXPECT_EQ(read(*first).at("follows").value, Value(false));
+  for (const auto& store : {first, second}) {
+    EXPECT_TRUE(store->synchronize(Domain));
+    EXPECT_EQ(store->copyValue("follows", Domain).value(), read(*store).at("follows").value);
+  }
+}
+
 // Who may not use it is told why, and changes nothing
 
 TEST_F(PostgreSQLTest, WhatStandsInTheWayIsSaidWithWhatToDo) {
@@ -203,6 +164,8 @@ TEST_F(PostgreSQLTest, WhatStandsInTheWayIsSaidWithWhatToDo) {
     EXPECT_FALSE(client.store->copyValue("key", Domain).isReadable());
     EXPECT_FALSE(client.save("key", 1));
     EXPECT_FALSE(client.store->insertIfAbsent({{"key", 1}}, Domain));
+    EXPECT_FALSE(client.store->read(std::vector<std::string>{"key"}, Domain).isReadable());
+    EXPECT_EQ(client.store->write({{"key", setTo(1)}}, {1, 1}, Domain).outcome, PreferenceWriteOutcome::failed);
     EXPECT_FALSE(client.store->isWritable());
     EXPECT_NE(client.store->lastError().find(reason), std::string::npos) << client.store->lastError();
     EXPECT_EQ(client.log->count("cannot be used"), 1u);
@@ -225,11 +188,15 @@ TEST_F(PostgreSQLTest, WhatStandsInTheWayIsSaidWithWhatToDo) {
   EXPECT_EQ(integer("SELECT count(*) FROM pellor.preferences"), 1);
 
   // As the administrator mends it.
-  run({{"UPDATE pellor.version SET version = 1"}});
+  run({{"UPDATE pellor.version SET version = 2"}});
   run({{"GRANT USAGE ON SCHEMA pellor TO stranger"}, {"GRANT SELECT ON ALL TABLES IN SCHEMA pellor TO stranger"}});
   ASSERT_TRUE(stranger.becomesConnected());
   EXPECT_EQ(stranger.value("key"), Value("stored"));
-  EXPECT_FALSE(stranger.store->synchronize(Domain)) << "what was set is still to be written";
+  EXPECT_FALSE(stranger.save("key", "changed"));
+  const auto found = stranger.store->read(std::vector<std::string>{"key"}, Domain).value()->at("key");
+  EXPECT_EQ(stranger.store->write({{"key", setTo("changed", found.version)}}, {1, 1}, Domain).outcome,
+            PreferenceWriteOutcome::failed);
+  EXPECT_EQ(stranger.value("key"), Value("stored"));
   EXPECT_FALSE(stranger.store->isWritable());
   EXPECT_NE(stranger.store->lastError().find("only"), std::string::npos) << stranger.store->lastError();
   EXPECT_EQ(stranger.log->count("can be used again"), 1u);
@@ -246,6 +213,9 @@ TEST_F(PostgreSQLHearingTest, AListThatIsWrittenIsHeardOfAlsoWhenItsWriterEndsBe
   const Client writer(_buses.process(2), patient(_buses.connectionOf(2)));
   ASSERT_TRUE(writer.save("key", persons(2)));
   EXPECT_TRUE(_buses.runUntil([&] { return heard.size() == 1 && others.size() == 1; }));
+  const auto answer = writer.store->write({{"key", setTo(persons(3))}}, {1, 1}, Domain);
+  EXPECT_EQ(answer.outcome, PreferenceWriteOutcome::written);
+  EXPECT_TRUE(_buses.runUntil([&] { return heard.size() == 2 && others.size() == 2; }));
 
   // An edit is there for whoever hears of it.
   const Client reader(_buses.process(0), patient(_buses.connectionOf(0)));
@@ -323,33 +293,10 @@ TEST(PostgreSQLFailureTest, AServerThatIsKilledAmidEditsLosesNoneThatWasSaved) {
   }
 }
 
-TEST(PostgreSQLFailureTest, WhoeverDoesNotWaitForTheServerIsToldSoAndTheWriteCountsOnceItIsDone) {
-  const std::string database = cluster().makeDatabase();
-  const TemporaryFolder folder;
-  Detour detour(folder / SocketName, cluster().folder() / SocketName);
-  Process process;
-  PostgreSQLOptions options = patient("host=" + folder.path().string() + " user=pellor dbname=" + database);
-  options.mainQueueLimit = 0.01;
-  const Client other(process, patient(cluster().connection(database)));
-  detour.block(true);
-  const Client hasty(process, options);
-  EXPECT_FALSE(hasty.store->synchronize(Domain)) << "while it connects";
-  detour.block(false);
-  EXPECT_TRUE(hasty.becomesConnected());
-  detour.block(true);
-  EXPECT_FALSE(hasty.save("key", 1));
-  EXPECT_FALSE(hasty.store->copyValue("key", Domain).isReadable());
-  detour.block(false);
-  EXPECT_TRUE(comesTrue([&] { return other.store->synchronize(Domain) && other.value("key") == Value(1); }));
-  EXPECT_TRUE(comesTrue([&] { return hasty.store->synchronize(Domain); }));
-  EXPECT_EQ(hasty.value("key"), Value(1));
-  EXPECT_EQ(hasty.log->messages(), std::vector<std::string>()) << "nothing was wrong";
-}
-
 TEST(PostgreSQLFailureTest, APartitionIsNoticedAndHealsByItself) {
   const std::string database = cluster().makeDatabase();
   const TemporaryFolder folder;
-  Detour detour(folder / SocketName, cluster().folder() / SocketName);
+  Detour detour(folder / PostgreSQLCluster::SocketName, cluster().folder() / PostgreSQLCluster::SocketName);
   Process process;
   PostgreSQLOptions options = patient("host=" + folder.path().string() + " user=pellor dbname=" + database);
   options.answerLimit = options.connectLimit = 3;
@@ -375,7 +322,7 @@ TEST(PostgreSQLFailureTest, APartitionIsNoticedAndHealsByItself) {
   EXPECT_TRUE(cutOff.store->synchronize(Domain));
   EXPECT_EQ(cutOff.value("list"), Value(persons(41)));
   EXPECT_TRUE(other.store->synchronize(Domain));
-  EXPECT_EQ(other.value("mine"), Value(1));
+  EXPECT_EQ(other.value("mine"), std::nullopt) << "a write that failed does not go over newer ones later";
   EXPECT_EQ(cutOff.log->messages().size(), 2u) << "away and back";
 }
 

@@ -10,6 +10,8 @@
 #include "tests/contract/FavoritesSourceContract.h"
 #include "tests/contract/PreferencesStoreContract.h"
 #include "tests/contract/PreferencesSyncServiceContract.h"
+#include "tests/contract/PreferencesUntoldContract.h"
+#include "tests/contract/PreferencesVersionsContract.h"
 #include "tests/contract/ReachabilityServiceContract.h"
 #include "tests/contract/SystemNotifyBusContract.h"
 
@@ -46,6 +48,17 @@ class StoresInMemory {
   void makeUnreadable() { stored().makeUnreadable(); }
   void makeReadable() { stored().makeReadable(); }
   void failWrites(bool fail) { stored().failWrites(fail ? InMemoryPreferences::Always : 0); }
+  static std::vector<UntoldWrite> untoldWrites() {
+    return {UntoldWrite::stored, UntoldWrite::lost, UntoldWrite::delayed};
+  }
+  void leaveUntold(UntoldWrite way) {
+    using Untold = InMemoryPreferences::Untold;
+    const auto fate = way == UntoldWrite::stored ? Untold::stored
+                      : way == UntoldWrite::lost ? Untold::lost
+                                                 : Untold::delayed;
+    stored().leaveUntold(fate, 1);
+  }
+  void deliver() { stored().storeDelayedWrites(); }
 
  private:
   InMemoryPreferences& stored() { return _processes.world.preferences(); }
@@ -177,6 +190,8 @@ class ContactsInMemory {
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, AddressBookStoreContract, ContactsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, FavoritesSourceContract, ContactsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesStoreContract, StoresInMemory);
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesUntoldContract, StoresInMemory);
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesVersionsContract, StoresInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesSyncServiceContract, RecordedDevice);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, SystemNotifyBusContract, BothBusesInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(Simulated, ReachabilityConversionsContract, SimulatedConversions);

@@ -1,0 +1,58 @@
+#include "linux/AsideFolder.h"
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+#include "linux/PrivateFiles.h"
+
+namespace pellor {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string utcTime() {
+  const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+  std::tm parts{};
+  ::gmtime_r(&now, &parts);
+  char text[sizeof "20010101T000000Z"];
+  std::strftime(text, sizeof text, "%Y%m%dT%H%M%SZ", &parts);
+  return text;
+}
+
+bool holdsExactly(const fs::path& file, const Data& bytes) {
+  std::error_code error;
+  if (fs::file_size(file, error) != bytes.size() || error) return false;
+  std::ifstream stream(file, std::ios::binary);
+  return std::equal(bytes.begin(), bytes.end(), std::istreambuf_iterator<char>(stream), {},
+                    [](std::uint8_t kept, char read) { return kept == static_cast<std::uint8_t>(read); });
+}
+
+bool isKeptAlready(const fs::path& folder, const std::string& prefix, const Data& bytes) {
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(folder, error)) {
+    if (entry.path().filename().string().starts_with(prefix) && holdsExactly(entry.path(), bytes)) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+bool keepAside(const fs::path& folder, std::string_view key, std::string_view domain, const Data& bytes) {
+  const std::string prefix = fileNameOf(key) + "-" + fileNameOf(domain) + "-";
+  if (isKeptAlready(folder, prefix, bytes)) return true;
+  if (createPrivateFolder(folder)) return false;
+  const std::string name = prefix + utcTime();
+  constexpr int attempts = 1000;
+  for (int attempt = 1; attempt <= attempts; ++attempt) {
+    const std::string suffix = attempt == 1 ? "" : "-" + std::to_string(attempt);
+    const FileCreation creation = createPrivateFile(folder / (name + suffix + ".cbor"), bytes);
+    if (creation != FileCreation::exists) return creation == FileCreation::created;
+  }
+  return false;
+}
+
+}  // namespace pellor

@@ -1,0 +1,84 @@
+// What the suites about versioned reads and writes have in common.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/PreferencesStore.h"
+#include "tests/contract/PreferencesStoreContract.h"
+
+namespace pellor {
+
+inline PreferenceChange setTo(Value value, std::optional<PreferenceVersion> madeFrom = std::nullopt) {
+  return {PreferenceChange::Kind::set, std::move(value), madeFrom};
+}
+inline PreferenceChange removed(std::optional<PreferenceVersion> madeFrom = std::nullopt) {
+  return {PreferenceChange::Kind::remove, std::nullopt, madeFrom};
+}
+inline PreferenceChange kept(std::optional<PreferenceVersion> madeFrom = std::nullopt) {
+  return {PreferenceChange::Kind::keep, std::nullopt, madeFrom};
+}
+
+inline bool isSame(const VersionedPreference& left, const VersionedPreference& right) {
+  return left.value == right.value && left.version == right.version;
+}
+
+/// One caller of a store, in the domain of the contract. It counts its writes.
+class VersionedWriter {
+ public:
+  VersionedWriter(std::shared_ptr<PreferencesStore> store, std::uint64_t writer)
+      : _store(std::move(store)), _id{writer, 0} {}
+
+  PreferencesStore& store() const { return *_store; }
+  /// Names the last write.
+  PreferenceWriteID id() const { return _id; }
+
+  /// Absent when the store cannot be read.
+  std::optional<VersionedPreferences> readIfPossible(const std::vector<std::string>& keys) const {
+    return _store->read(keys, ContractDomain).value();
+  }
+  VersionedPreference read(const std::string& key) const {
+    const auto found = readIfPossible({key});
+    EXPECT_TRUE(found && found->size() == 1 && found->contains(key)) << key;
+    return found ? found->at(key) : VersionedPreference{};
+  }
+  PreferenceWriteAnswer write(const PreferenceChanges& changes) {
+    ++_id.number;
+    return _store->write(changes, _id, ContractDomain);
+  }
+  /// Expects that it is written, and gives what is stored then.
+  VersionedPreference store(const std::string& key, const PreferenceChange& change) {
+    const auto answer = write({{key, change}});
+    EXPECT_EQ(answer.outcome, PreferenceWriteOutcome::written) << key;
+    return answer.written.contains(key) ? answer.written.at(key) : VersionedPreference{};
+  }
+
+  /// One more under both keys, tried until it is written; what is stored then. Absent when the store failed.
+  std::optional<std::int64_t> countUp(const std::string& key, const std::string& second) {
+    for (;;) {
+      const auto found = readIfPossible({key, second});
+      if (!found) return std::nullopt;
+      const auto numberOf = [](const VersionedPreference& stored) {
+        return stored.value ? stored.value->integer().value_or(-1) : 0;
+      };
+      const std::int64_t number = numberOf(found->at(key));
+      if (numberOf(found->at(second)) != number) return std::nullopt;
+      const auto answer = write(
+          {{key, setTo(number + 1, found->at(key).version)}, {second, setTo(number + 1, found->at(second).version)}});
+      if (answer.outcome == PreferenceWriteOutcome::written) return number + 1;
+      if (answer.outcome != PreferenceWriteOutcome::overtaken) return std::nullopt;
+    }
+  }
+
+ private:
+  const std::shared_ptr<PreferencesStore> _store;
+  PreferenceWriteID _id;
+};
+
+}  // namespace pellor

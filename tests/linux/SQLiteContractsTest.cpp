@@ -1,0 +1,140 @@
+// What every store must do, done by SQLite; and what it does on a disk that fails.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "linux/CBORValue.h"
+#include "tests/contract/PreferencesProcessesContract.h"
+#include "tests/contract/PreferencesStoreContract.h"
+#include "tests/contract/PreferencesUntoldContract.h"
+#include "tests/contract/PreferencesVersionsContract.h"
+#include "tests/linux/FaultyDisk.h"
+#include "tests/linux/SQLiteStores.h"
+
+namespace pellor {
+namespace {
+
+using Outcome = PreferenceWriteOutcome;
+
+/// Where a commit ends in the middle.
+class SQLiteStoresOnAFaultyDisk : public SQLiteStores {
+ public:
+  // As long as another connection is open the log is not read anew, and what was not forced to the disk is passed over.
+  static std::vector<UntoldWrite> untoldWrites() { return {UntoldWrite::lost}; }
+  void leaveUntold(UntoldWrite) { disk.fail(FaultyDisk::Fault::unsure, 1); }
+  void deliver() {}
+
+  FaultyDisk disk;
+};
+
+INSTANTIATE_TYPED_TEST_SUITE_P(SQLite, PreferencesStoreContract, SQLiteStores);
+INSTANTIATE_TYPED_TEST_SUITE_P(SQLite, PreferencesVersionsContract, SQLiteStores);
+INSTANTIATE_TYPED_TEST_SUITE_P(SQLite, PreferencesProcessesContract, SQLiteStores);
+INSTANTIATE_TYPED_TEST_SUITE_P(SQLite, PreferencesUntoldContract, SQLiteStoresOnAFaultyDisk);
+
+class SQLiteFaultsTest : public testing::Test {
+ protected:
+  static constexpr int Always = 1'000'000;
+  VersionedWriter open() { return VersionedWriter(_stores.open(), ++_writers); }
+
+  SQLiteStoresOnAFaultyDisk _stores;
+
+ private:
+  std::uint64_t _writers = 70;
+};
+
+TEST_F(SQLiteFaultsTest, AFullDiskFailsTheCommitAndNothingOfItIsStoredOrTriedAgain) {
+  auto writer = open(), other = open();
+  const auto list = writer.store("list", setTo(persons(70)));
+  const auto title = writer.store("title", setTo("old"));
+  const PreferenceChanges changes = {{"list", setTo(persons(71), list.version)},
+                                     {"title", setTo("new", title.version)}};
+  // The first write to the log, and the last one of several.
+  for (const int roomFor : {0, 2}) {
+    SCOPED_TRACE(roomFor);
+    _stores.disk.fail(FaultyDisk::Fault::full, Always, roomFor);
+    EXPECT_EQ(writer.write(changes).outcome, Outcome::failed);
+    writer.store().setValue("title", "dropped", ContractDomain);
+    EXPECT_FALSE(writer.store().synchronize(ContractDomain));
+    for (const auto& each : {writer, other}) {
+      EXPECT_TRUE(isSame(each.read("list"), list));
+      EXPECT_TRUE(isSame(each.read("title"), title));
+    }
+    _stores.disk.fail(FaultyDisk::Fault::none, 0);
+    EXPECT_TRUE(writer.store().synchronize(ContractDomain));
+    EXPECT_TRUE(isSame(open().read("title"), title));
+  }
+  EXPECT_EQ(writer.write(changes).outcome, Outcome::written);
+  EXPECT_EQ(other.read("list").value, Value(persons(71)));
+}
+
+// Without another connection the log is read anew, and a commit counts that is whole in it.
+TEST_F(SQLiteFaultsTest, AnUnsureCommitMayBeStoredAndIsKnownByItsName) {
+  VersionedWriter writer = open();
+  const auto list = writer.store("list", setTo(persons(70)));
+  writer.store("title", setTo("old"));
+  ASSERT_TRUE(writer.store().synchronize(ContractDomain));
+  _stores.disk.fail(FaultyDisk::Fault::unsure, Always);
+  const auto answer = writer.write({{"list", setTo(persons(71), list.version)}, {"title", setTo("new")}});
+  EXPECT_EQ(answer.outcome, Outcome::unknown);
+  EXPECT_TRUE(answer.written.empty());
+  EXPECT_EQ(writer.store().copyValue("title", ContractDomain).value(), Value("old")) << "until it is known";
+
+  _stores.disk.fail(FaultyDisk::Fault::none, 0);
+  EXPECT_EQ(writer.read("list").version.write, writer.id());
+  EXPECT_EQ(writer.read("list").value, Value(persons(71)));
+  EXPECT_EQ(writer.read("title").value, Value("new")) << "whole";
+  EXPECT_EQ(writer.write({{"list", setTo(persons(72), list.version)}}).outcome, Outcome::overtaken);
+}
+
+TEST_F(SQLiteFaultsTest, AStoreThatMayOnlyBeReadFailsVersionedWritesAndFollows) {
+  const TemporaryFolder folder;
+  VersionedWriter writer(openIn(folder.path()), 1);
+  const auto stored = writer.store("key", setTo(1));
+  VersionedWriter reader(openIn(folder.path(), nullptr, SQLitePreferences::Access::readOnly), 2);
+  EXPECT_TRUE(isSame(reader.read("key"), stored));
+  EXPECT_EQ(reader.write({{"key", setTo(2, stored.version)}}).outcome, Outcome::failed);
+  const auto next = writer.store("key", setTo(3, stored.version));
+  EXPECT_TRUE(isSame(reader.read("key"), next));
+}
+
+TEST_F(SQLiteFaultsTest, AValueThatCannotBeEncodedFailsAndLeavesTheOthers) {
+  Value deep = 1;
+  for (std::size_t depth = 0; depth <= CBORMaximumDepth; ++depth) deep = Array{deep};
+  auto writer = open();
+  const auto stored = writer.store("key", setTo("stored"));
+  EXPECT_EQ(writer.write({{"deep", setTo(deep)}, {"key", setTo("new")}}).outcome, Outcome::failed);
+  EXPECT_TRUE(isSame(writer.read("key"), stored));
+  EXPECT_EQ(writer.read("deep").value, std::nullopt);
+}
+
+TEST_F(SQLiteFaultsTest, AStoreThatIsMadeAnewHasAnotherNumberAlsoWhenItIsACopy) {
+  const TemporaryFolder folder, elsewhere;
+  VersionedWriter writer(openIn(folder.path()), 1);
+  const auto stored = writer.store("key", setTo(1));
+  executeIn(folder.path(), "VACUUM INTO '" + (elsewhere / SQLiteStoreFile).string() + "'");
+  for (std::optional<PreferenceVersion> known; int opened : {1, 2}) {
+    const auto copy = VersionedWriter(openIn(elsewhere.path()), 2).read("key");
+    EXPECT_EQ(copy.value, Value(1));
+    EXPECT_NE(copy.version.store, stored.version.store);
+    EXPECT_EQ(copy.version, known.value_or(copy.version)) << opened;
+    known = copy.version;
+  }
+  EXPECT_TRUE(isSame(VersionedWriter(openIn(folder.path()), 3).read("key"), stored)) << "the original";
+
+  for (const char* suffix : {"", "-wal", "-shm"}) {
+    std::filesystem::remove((folder / SQLiteStoreFile).string() + suffix);
+  }
+  EXPECT_EQ(writer.write({{"key", setTo(2, stored.version)}}).outcome, Outcome::overtaken);
+  const auto none = writer.read("key");
+  EXPECT_NE(none.version.store, stored.version.store);
+  const auto made = writer.store("key", setTo(1, none.version));
+  EXPECT_NE(made.version, stored.version);
+}
+
+}  // namespace
+}  // namespace pellor

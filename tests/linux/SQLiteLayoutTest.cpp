@@ -1,0 +1,200 @@
+// Stores that earlier versions laid out, and programs of earlier versions that still run.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "linux/CBORValue.h"
+#include "tests/contract/VersionedWriter.h"
+#include "tests/linux/SQLiteStores.h"
+
+namespace pellor {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+
+constexpr const char* Domain = "org.tapnote.TN";
+constexpr const char* ListKey = "FriendList";
+constexpr const char* TitlesKey = "TNFriendGroupTitles";
+
+/// A copy of what version 0.1 wrote.
+class EarlierStore {
+ public:
+  EarlierStore() {
+    fs::copy(fs::path(PELLOR_TEST_DATA) / "0.1/sqlite/data", _folder / "data", fs::copy_options::recursive);
+    fs::permissions(_folder / "data" / SQLiteStoreFile, fs::perms::owner_read | fs::perms::owner_write);
+  }
+  fs::path folder() const { return _folder / "data"; }
+  static json list() { return json::parse(contentOf(fs::path(PELLOR_TEST_DATA) / "0.1/sqlite/list.json")); }
+  std::shared_ptr<SQLitePreferences> open(
+      SQLitePreferences::Access access = SQLitePreferences::Access::readWrite) const {
+    return openIn(folder(), nullptr, access);
+  }
+
+ private:
+  const TemporaryFolder _folder;
+};
+
+VersionedPreferences readFrom(PreferencesStore& store) {
+  const auto found = store.read(std::vector<std::string>{ListKey, TitlesKey}, Domain);
+  EXPECT_TRUE(found.isReadable());
+  return found.value().value_or(VersionedPreferences{});
+}
+
+json jsonOf(const Value& value) {
+  if (const auto* text = value.string()) return *text;
+  json result;
+  if (const Array* array = value.array()) {
+    result = json::array();
+    for (const Value& element : *array) result.push_back(jsonOf(element));
+  } else if (const Dictionary* dictionary = value.dictionary()) {
+    result = json::object();
+    for (const auto& [key, element] : *dictionary) result[key] = jsonOf(element);
+  }
+  return result;
+}
+
+/// What `pellor list` showed of a slot.
+json shownOf(const json& stored) {
+  if (stored.empty()) return nullptr;
+  const auto textOf = [&](const char* key) {
+    return stored.contains(key) && stored[key] != "" ? stored[key] : json(nullptr);
+  };
+  return {{"guid", textOf("ABRecordGUID")}, {"name", textOf("Name")},
+          {"monogram", textOf("Monogram")}, {"destinations", stored.value("AllValues", std::set<std::string>{})},
+          {"replyAs", textOf("ReplyAs")},   {"metadata", stored.value("Metadata", json::object())}};
+}
+
+void expectTheEarlierList(const VersionedPreferences& found) {
+  ASSERT_TRUE(found.at(ListKey).value && found.at(ListKey).value->array());
+  const json stored = jsonOf(*found.at(ListKey).value), titles = jsonOf(found.at(TitlesKey).value.value_or(Array{}));
+  std::size_t index = 0, page = 0;
+  const json pages = EarlierStore::list()["pages"];
+  for (const json& each : pages) {
+    EXPECT_EQ(page < titles.size() ? titles[page] : json(""), each["title"].is_null() ? json("") : each["title"])
+        << page;
+    for (json slot : each["slots"]) {
+      for (const char* derived : {"primaryDestination", "status"}) {
+        if (slot.is_object()) slot.erase(derived);
+      }
+      EXPECT_EQ(index < stored.size() ? shownOf(stored[index]) : json(nullptr), slot) << index;
+      ++index;
+    }
+    ++page;
+  }
+  EXPECT_GE(index, stored.size());
+}
+
+TEST(SQLiteLayout, AStoreOfVersion01IsReadAndMigratedAsItIs) {
+  const EarlierStore earlier;
+  const auto reader = earlier.open(SQLitePreferences::Access::readOnly);
+  const auto before = readFrom(*reader);
+  expectTheEarlierList(before);
+  EXPECT_EQ(reader->write({{TitlesKey, setTo("new")}}, {1, 1}, Domain).outcome, PreferenceWriteOutcome::failed);
+  executeIn(earlier.folder(), "UPDATE preferences SET value = x'80' WHERE key = 'TNFriendGroupTitles'");
+  const auto changed = readFrom(*reader);
+  EXPECT_NE(changed.at(TitlesKey).version, before.at(TitlesKey).version);
+  EXPECT_EQ(changed.at(ListKey).version, before.at(ListKey).version);
+
+  const EarlierStore another;
+  const auto follower = another.open(SQLitePreferences::Access::readOnly);
+  readFrom(*follower);
+  const auto writer = another.open();
+  const auto migrated = readFrom(*writer);
+  expectTheEarlierList(migrated);
+  EXPECT_EQ(writer->putAside(ListKey, Domain).lastGood, migrated.at(ListKey).value);
+  EXPECT_EQ(writer->integerValue("PLGroupSize", Domain).value(), 4);
+  const auto followed = readFrom(*follower);
+  for (const char* key : {ListKey, TitlesKey}) {
+    EXPECT_NE(migrated.at(key).version.store, 0U);
+    EXPECT_GT(migrated.at(key).version.count, 0U);
+    EXPECT_EQ(migrated.at(key).version.write, PreferenceWriteID{});
+    EXPECT_TRUE(isSame(followed.at(key), migrated.at(key)));
+    EXPECT_TRUE(isSame(readFrom(*another.open()).at(key), migrated.at(key)));
+  }
+  const Value edited = withElement(*migrated.at(ListKey).value->longArray(), 1, person(1));
+  const auto answer = writer->write({{ListKey, setTo(edited, migrated.at(ListKey).version)}}, {1, 1}, Domain);
+  EXPECT_EQ(answer.outcome, PreferenceWriteOutcome::written);
+  EXPECT_EQ(readFrom(*follower).at(ListKey).value, edited);
+}
+
+TEST(SQLiteLayout, AProgramOfVersion01ThatStillRunsFailsAtItsNextWriteAndHarmsNothing) {
+  const EarlierStore earlier;
+  const SQLiteDatabase running(earlier.folder() / SQLiteStoreFile, SQLiteDatabase::Access::readWrite, 5);
+  // As that version writes a value, a run of a list, and the last good copies of both.
+  const char* const texts[] = {
+      "INSERT INTO preferences (domain, key, value) VALUES ('d', 'k', x'00') ON CONFLICT DO UPDATE"
+      " SET value = excluded.value, list = NULL, count = NULL, revision = NULL WHERE value IS NOT excluded.value",
+      "INSERT INTO runs SELECT id, list, revision + 1, x'00' FROM runs WHERE true ON CONFLICT DO UPDATE"
+      " SET revision = excluded.revision, value = excluded.value",
+      "INSERT INTO last_good VALUES ('d', 'k', x'00')", "INSERT INTO last_good_runs VALUES (1, x'00')",
+      "DELETE FROM preferences"};
+  std::vector<SQLiteStatement> statements;
+  for (const char* text : texts) statements.push_back(running.prepare(text));
+  running.execute("BEGIN");
+  EXPECT_EQ(running.integer("SELECT count(*) FROM runs"), 1);
+  running.execute("COMMIT");
+
+  const auto writer = earlier.open();
+  const auto migrated = readFrom(*writer);
+  for (SQLiteStatement& statement : statements) EXPECT_THROW(statement.run(), SQLiteError);
+  EXPECT_EQ(running.integer("PRAGMA user_version"), 3) << "so another one does not start";
+  for (const auto& [key, preference] : migrated) EXPECT_TRUE(isSame(readFrom(*earlier.open()).at(key), preference));
+  expectTheEarlierList(readFrom(*writer));
+}
+
+TEST(SQLiteLayout, AStoreWithoutRowsForRunsIsReadAndItsListsAreKeptInRowsOnceTheyAreWritten) {
+  const TemporaryFolder folder;
+  writeFile(folder / SQLiteStoreFile, "");
+  executeIn(folder.path(), "PRAGMA journal_mode = WAL");
+  const Data earlier = *encodeCBOR(persons(40));
+  for (const char* table : {"preferences", "last_good"}) {
+    executeIn(folder.path(),
+              std::string("CREATE TABLE ") + table +
+                  " (domain TEXT NOT NULL, key TEXT NOT NULL, value BLOB NOT NULL, PRIMARY KEY (domain, key))"
+                  " WITHOUT ROWID");
+    const SQLiteDatabase database(folder / SQLiteStoreFile, SQLiteDatabase::Access::readWrite, 5);
+    database.prepare(std::string("INSERT INTO ") + table + " VALUES (?1, 'key', ?2)")
+        .bind(1, Domain)
+        .bind(2, earlier)
+        .run();
+  }
+  executeIn(folder.path(), "PRAGMA user_version = 1");
+  const auto reader = openIn(folder.path(), nullptr, SQLitePreferences::Access::readOnly);
+  EXPECT_EQ(reader->copyValue("key", Domain).value(), Value(persons(40)));
+  const auto writer = openIn(folder.path());
+  EXPECT_EQ(writer->copyValue("key", Domain).value(), Value(persons(40)));
+  for (const std::size_t count : {40u, 41u, 39u}) {
+    writer->setValue("key", persons(count), Domain);
+    ASSERT_TRUE(writer->synchronize(Domain));
+    ASSERT_TRUE(reader->synchronize(Domain));
+    EXPECT_EQ(reader->copyValue("key", Domain).value(), Value(persons(count)));
+    EXPECT_TRUE(writer->copyValue("key", Domain).value()->longArray());
+    EXPECT_EQ(openIn(folder.path())->putAside("key", Domain).lastGood, Value(persons(count)));
+  }
+}
+
+// A program from before there were rows for runs wrote a value beside the list of version 0.1.
+TEST(SQLiteLayout, BytesBesideAListAreNewerThanIt) {
+  const EarlierStore earlier;
+  const SQLiteDatabase database(earlier.folder() / SQLiteStoreFile, SQLiteDatabase::Access::readWrite, 5);
+  database.prepare("UPDATE preferences SET value = ?1 WHERE key = ?2")
+      .bind(1, *encodeCBOR(persons(3)))
+      .bind(2, ListKey)
+      .run();
+  const auto writer = earlier.open();
+  const auto migrated = readFrom(*writer).at(ListKey);
+  EXPECT_EQ(migrated.value, Value(persons(3)));
+  const auto answer = writer->write({{ListKey, setTo(persons(40), migrated.version)}}, {1, 1}, Domain);
+  EXPECT_EQ(answer.outcome, PreferenceWriteOutcome::written);
+  EXPECT_EQ(readFrom(*earlier.open()).at(ListKey).value, Value(persons(40)));
+  EXPECT_EQ(database.integer("SELECT count(*) FROM stored_runs"), 2) << "rows of nobody's are gone";
+}
+
+}  // namespace
+}  // namespace pellor
