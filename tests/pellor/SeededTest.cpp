@@ -48,8 +48,8 @@ void setReplayCommand(std::uint64_t seed) {
 
 }  // namespace
 
-std::uint64_t SeededTest::seedCount(std::uint64_t usual, std::uint64_t sanitized) {
-  return numberInEnvironment("PELLOR_SEEDS").value_or(isSanitized ? sanitized : usual);
+std::uint64_t SeededTest::countOf(const char* variable, std::uint64_t usual, std::uint64_t sanitized) {
+  return numberInEnvironment(variable).value_or(isSanitized ? sanitized : usual);
 }
 
 void SeededTest::forEachSeed(std::uint64_t count, const std::function<void(std::uint64_t)>& run) {

@@ -16,7 +16,11 @@ class SeededTest : public ::testing::TestWithParam<std::uint64_t> {
 
  protected:
   /// How many seeds: PELLOR_SEEDS in the environment, else `usual`, or `sanitized` where a sanitizer is linked in.
-  static std::uint64_t seedCount(std::uint64_t usual, std::uint64_t sanitized);
+  static std::uint64_t seedCount(std::uint64_t usual, std::uint64_t sanitized) {
+    return countOf("PELLOR_SEEDS", usual, sanitized);
+  }
+  /// The same of another variable.
+  static std::uint64_t countOf(const char* variable, std::uint64_t usual, std::uint64_t sanitized);
   /// Runs this part's seeds of `count` in all, or the one of PELLOR_SEED, until one fails.
   void forEachSeed(std::uint64_t count, const std::function<void(std::uint64_t)>& run);
 };
