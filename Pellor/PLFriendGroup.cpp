@@ -166,6 +166,7 @@ void PLFriendGroup::setTitle(std::optional<std::string> title) {
   _checkQueue("PLFriendGroup::setTitle");
   if (_title == title) return;
   _title = std::move(title);
+  ++_process.local<PLTitleAssignments>().count;
   postOnMainQueue(_process, PLFriendGroupTitleChangedNotification, weak_from_this());
 }
 

@@ -48,6 +48,12 @@ struct PLUnreportedAssignments {
   std::uint64_t count = 0;
 };
 
+/// How often groups of a process were given another title, by whomever: `process.local<PLTitleAssignments>()`. Main
+/// queue.
+struct PLTitleAssignments {
+  std::uint64_t count = 0;
+};
+
 /// A fixed number of slots, numbered from 0, each with a friend or `EmptySlot`; a title; and a position that the user
 /// interface remembers. A group saves nothing and posts nothing but titles: its delegate does. Main queue; elsewhere
 /// fatal in debug builds.

@@ -12,6 +12,7 @@
 #include "Pellor/PLSkipChecks.h"
 #include "Pellor/PLSlotRearrangement.h"
 #include "runtime/Fatal.h"
+#include "runtime/Scheduler.h"
 
 namespace pellor {
 namespace {
@@ -22,12 +23,6 @@ constexpr bool kChecksInvariants = true;
 constexpr bool kChecksInvariants = false;
 #endif
 
-constexpr std::string_view kAddressBookSequenceNumberKey = "ABSequenceNumber";
-constexpr std::int64_t kLargestGroupSize = 65536;
-constexpr std::uint64_t kDefaultGroupSize = 12;
-constexpr std::uint64_t kDefaultGroupCount = 20;
-
-constexpr double kSaveDelay = 0.1;
 constexpr double kAddressBookRefreshDelay = 0.2;
 // How many friends' records are in memory at once during a refresh.
 constexpr std::size_t kFriendsReadAtOnce = 1000;
@@ -36,6 +31,12 @@ constexpr double kRelayQueryTimeout = 30.0;
 // A store that fails is asked again after pauses that double from the first to the longest of these, in seconds.
 constexpr double kFirstRetryPause = 0.1;
 constexpr double kLongestRetryPause = 60;
+// An edit that was overtaken is made again at once and then, while others keep writing, after random pauses of up to as
+// much, which double from the first to the longest of these.
+constexpr double kFirstOvertakenPause = 0.005;
+constexpr double kLongestOvertakenPause = 0.25;
+// A bus that has not brought an own post back for so long is taken for gone.
+constexpr double kEchoLimit = 2;
 
 std::uint64_t saturatingProduct(std::uint64_t left, std::uint64_t right) {
   if (right != 0 && left > std::numeric_limits<std::uint64_t>::max() / right) {
@@ -144,14 +145,11 @@ std::shared_ptr<PLFriendsManager> PLFriendsManager::initWithDomain(const std::op
 PLFriendsManager::PLFriendsManager(Passkey, Process& process, std::string domain)
     : _process(process),
       _domain(std::move(domain)),
-      _preferencesSyncManager(platformOf(process).preferencesSync),
-      _saveQueue(SerialQueue::make(prefixed(".Pellor.PLFriendsManager.Save"))),
+      _writer(PLListWriter::make(process, _domain)),
       _changeLogQueue(ConcurrentQueue::make(prefixed(".Pellor.PLFriendsManager.ChangeLog"))),
       _identifiersToPersonMap(_friendList.people()),
-      _loadRetryPause(kFirstRetryPause),
-      _touchedLeaves(process.local<PLPersonChanges>()),
-      _saveRetryPause(kFirstRetryPause) {
-  _publishedList.store(std::make_shared<const PLSlotSnapshot>(_friendList.snapshot()));
+      _takeover(process, _friendList, _sourcedPersons, [this] { _addEmptyGroup(); }),
+      _loadRetryPause(kFirstRetryPause) {
   _process.addSettleParticipant(*this);
 }
 
@@ -160,14 +158,15 @@ PLFriendsManager::~PLFriendsManager() {
   if (_observesBus) {
     SystemNotifyBus& bus = *platformOf(_process).notifyBus;
     bus.removeObserver(this, _friendsChangedExternallyNotificationName);
-    bus.removeObserver(&_friendGroupTitleChangedExternallyNotificationName,
-                       _friendGroupTitleChangedExternallyNotificationName);
+    if (!_hasOneExternalName())
+      bus.removeObserver(&_titlePostCount, _friendGroupTitleChangedExternallyNotificationName);
   }
   _process.removeSettleParticipant(*this);
 }
 
 void PLFriendsManager::_observe() {
   std::weak_ptr<PLFriendsManager> weak = weak_from_this();
+  _writer->setClient(std::shared_ptr<PLListWriterClient>(shared_from_this(), this));
   NotificationCenter& center = _process.notificationCenter();
   _observations.push_back(center.addObserver(platformOf(_process).addressBook->addressBookChangedNotification(),
                                              [weak](const Notification& notification) {
@@ -197,10 +196,11 @@ void PLFriendsManager::_start() {
     };
     bus.addObserver(this, whenPosted(&PLFriendsManager::_friendsChangedExternally),
                     _friendsChangedExternallyNotificationName);
-    // Another observer, so that both are called when the domain gives both the same name.
-    bus.addObserver(&_friendGroupTitleChangedExternallyNotificationName,
-                    whenPosted(&PLFriendsManager::_groupTitleChangedExternally),
-                    _friendGroupTitleChangedExternallyNotificationName);
+    // Under one name a post is of either.
+    if (!_hasOneExternalName()) {
+      bus.addObserver(&_titlePostCount, whenPosted(&PLFriendsManager::_groupTitleChangedExternally),
+                      _friendGroupTitleChangedExternallyNotificationName);
+    }
     _observesBus = true;
   }
   _loadFriendList();
@@ -243,7 +243,7 @@ bool PLFriendsManager::_readSettings() {
   SettingsReader settings(preferencesOf(_process), _domain);
   const auto groupCount = settings.integer(PLMaxGroupCountKey);
   const auto groupSize = settings.integer(PLGroupSizeKey);
-  _maxFriendGroups = groupCount ? static_cast<std::uint64_t>(*groupCount) : kDefaultGroupCount;
+  _maxFriendGroups = groupCount ? static_cast<std::uint64_t>(*groupCount) : PLDefaultMaxGroupCount;
   _shouldAddEmptyTrailingGroup = settings.boolean(PLEmptyTrailingGroupEnabledKey, true);
   _friendsChangedExternallyNotificationName =
       settings.name(PLFriendsChangedExternallyNotificationKey, PLFriendsChangedExternallyNotification);
@@ -252,13 +252,15 @@ bool PLFriendsManager::_readSettings() {
   _shouldDeduplicateFriendList = settings.boolean(PLDeduplicateFriendListEnabledKey, true);
   // The one boolean that is off when absent: removing friends has to be asked for.
   _shouldRemoveDestinationlessFriends = settings.boolean(PLRemoveDestinationlessFriendsEnabledKey, false);
-  _refreshAgainstContactsEnabled = settings.boolean(PLRefreshAgainstContactsOnInitEnabledKey, true);
+  const bool isRefreshEnabled = settings.boolean(PLRefreshAgainstContactsOnInitEnabledKey, true);
   if (!settings.couldReadAll()) return false;
-  const bool isUsable = groupSize && *groupSize >= 1 && *groupSize <= kLargestGroupSize;
-  _maxFriendsPerGroup = isUsable ? static_cast<std::uint64_t>(*groupSize) : kDefaultGroupSize;
+  // A caller who has said already whether friends are refreshed is not overruled.
+  if (!std::exchange(_refreshSettingIsReplaced, false)) _refreshAgainstContactsEnabled = isRefreshEnabled;
+  const bool isUsable = groupSize && *groupSize >= 1 && *groupSize <= PLLargestGroupSize;
+  _maxFriendsPerGroup = isUsable ? static_cast<std::uint64_t>(*groupSize) : PLDefaultGroupSize;
   if (groupSize && !isUsable) {
-    _PLGetLogSystem().log("group size %d is not between 1 and %d, using %lu", *groupSize, kLargestGroupSize,
-                          kDefaultGroupSize);
+    _PLGetLogSystem().log("group size %d is not between 1 and %d, using %lu", *groupSize, PLLargestGroupSize,
+                          PLDefaultGroupSize);
   }
   return true;
 }
@@ -279,40 +281,35 @@ void PLFriendsManager::reloadFriendList() {
 void PLFriendsManager::_loadAgain() { _didCompleteInitialLoading ? _loadFriendList() : _start(); }
 
 void PLFriendsManager::_loadFriendList() {
-  preferencesOf(_process).synchronize(_domain);
-  LongArray elements;
-  const StoredList found = _copyStoredList(elements);
+  PLStoredList stored;
+  const StoredList found = _readStoredList(stored);
   if (found == StoredList::unreadable) {
     _storeIsUnreadable = true;
+    _writer->awaitLoad();
     _retryLoadLater();
     return;
   }
+  const auto turn = _writer->beginLoad(stored.listVersion, stored.titlesVersion);
+  if (turn == PLListWriter::Turn::later) return;
   _identifiersToPersonMap.beginRebuild();
   // Not before the store has answered: until then there are no groups to tell of.
   if (!_didCompleteInitialLoading) _createEmptyFriendList();
-  const bool couldNotBeRead = _storeIsUnreadable.exchange(false);
+  _storeIsUnreadable = false;
   _loadRetryPause = kFirstRetryPause;
   _loadRetryTimer = nullptr;
-  switch (found) {
-    case StoredList::loaded:
-    case StoredList::recovered:
-      // Edits that waited for the store are not given up for what it has.
-      if (couldNotBeRead && _hasUnsavedEdits()) break;
-      _PLGetLogSystem().log("loaded friend list%@", _didCompleteInitialLoading ? "" : " for the first time");
-      _updateFriends(elements);
-      break;
-    case StoredList::none:
-      // The titles are likely to be gone as well.
-      _titlesMoved = _didCompleteInitialLoading && _hasTitles();
-      _didCompleteInitialLoading ? _markLayoutChanged() : _startFirstList();
-      break;
-    default:
-      _didCompleteInitialLoading ? _markLayoutChanged() : _startListInPlaceOfDamaged();
-      break;
+  if (found == StoredList::loaded || found == StoredList::recovered) {
+    _PLGetLogSystem().log("loaded friend list%@", _didCompleteInitialLoading ? "" : " for the first time");
+    // What came out of the store damaged goes back whole.
+    turn == PLListWriter::Turn::now ? _takeOver(stored) : _updateFriendGroups();
+    if (found == StoredList::recovered) _markLayoutChanged();
+  } else {
+    if (!_didCompleteInitialLoading) {
+      found == StoredList::none ? _startFirstList() : _startListInPlaceOfDamaged();
+    }
+    _updateFriendGroups();
+    if (turn == PLListWriter::Turn::now) _beginOnEmptyStore(stored);
   }
-  // What came out of the store damaged, or not at all, goes back whole; and edits that waited for the store go out.
-  if (found == StoredList::recovered) _markLayoutChanged();
-  if (found != StoredList::loaded || couldNotBeRead) save();
+  save();
   _finishLoad();
 }
 
@@ -326,57 +323,86 @@ std::optional<LongArray> longArrayIn(const Value& value) {
 
 }  // namespace
 
-PLFriendsManager::StoredList PLFriendsManager::_copyStoredList(LongArray& elements) {
-  const auto answer = preferencesOf(_process).copyValue(PLFriendListKey, _domain);
+PLFriendsManager::StoredList PLFriendsManager::_readStoredList(PLStoredList& stored) {
+  static const std::vector<std::string> keys = {std::string(PLFriendListKey), std::string(PLGroupTitlesKey)};
+  const auto answer = preferencesOf(_process).read(keys, _domain);
   if (!answer.isReadable()) return StoredList::unreadable;
-  auto array = answer.value() ? longArrayIn(*answer.value()) : std::nullopt;
-  if (answer.value() && !array) return _recoverStoredList(*answer.value(), elements);
+  const VersionedPreference &list = answer.value()->at(keys[0]), &titles = answer.value()->at(keys[1]);
+  stored.listVersion = list.version;
+  stored.titlesVersion = titles.version;
+  if (titles.value && titles.value->array()) stored.titles = *titles.value->array();
+  auto array = list.value ? longArrayIn(*list.value) : std::nullopt;
+  if (list.value && !array) return _recoverStoredList(*list.value, stored);
   _damagedList.reset();
   if (!array) return StoredList::none;
-  elements = *std::move(array);
+  stored.list = *std::move(array);
   return StoredList::loaded;
 }
 
 // A list that is none is kept in a dated copy before anything may take its place.
-PLFriendsManager::StoredList PLFriendsManager::_recoverStoredList(const Value& damaged, LongArray& elements) {
+PLFriendsManager::StoredList PLFriendsManager::_recoverStoredList(const Value& damaged, PLStoredList& stored) {
   if (_damagedList != damaged) {
     const PutAside aside = preferencesOf(_process).putAside(PLFriendListKey, _domain);
     if (!aside.kept) return StoredList::unreadable;
     _damagedList = damaged;
     _recoveredList = aside.lastGood;
-    _PLGetLogSystem().log("stored friend list is damaged and was put aside, %@",
+    _PLGetLogSystem().log(LogFormat("stored friend list is damaged and was put aside, %@").as("_loadFriendList"),
                           aside.lastGood ? "using its last good copy" : "there is no good copy of it");
   }
   auto lastGood = _recoveredList ? longArrayIn(*_recoveredList) : std::nullopt;
   if (!lastGood) return StoredList::damaged;
-  elements = *std::move(lastGood);
+  stored.list = *std::move(lastGood);
   return StoredList::recovered;
 }
 
 void PLFriendsManager::_startFirstList() {
-  _PLGetLogSystem().log("friend list does not yet exist, starting with an empty list");
+  _PLGetLogSystem().log(LogFormat("friend list does not yet exist, starting with an empty list").as("_loadFriendList"));
   _createEmptyFriendList();
   if (_domain == TapnoteDomain) {
     markFriendListAsNormalized();
     _addCuratedFriends(_curatedFriendList());
   }
-  _markLayoutChanged();
 }
 
-void PLFriendsManager::_startListInPlaceOfDamaged() {
-  _createEmptyFriendList();
-  _markLayoutChanged();
+void PLFriendsManager::_startListInPlaceOfDamaged() { _createEmptyFriendList(); }
+
+// What is stored, with the own edits that are not on top of it, becomes the list.
+void PLFriendsManager::_takeOver(const PLStoredList& stored) {
+  _publishList();
+  const auto merged = _mergeOwnEdits(stored);
+  _updateFriends(stored, merged ? &*merged : nullptr);
+  _updateFriendGroups();
+  _takeOverTitles(stored, merged ? &*merged : nullptr);
+  _newBase->pages = _pageNumbersOfTheirs(merged ? &*merged : nullptr);
+  // Marked before the writer goes on, so that all of it goes out at once.
+  _writer->clearMarks();
+  if (merged && merged->differsInLayout) _markLayoutChanged();
+  const auto base = std::exchange(_newBase, nullptr);
+  if (merged && merged->differsInTitles) _writer->markTitles(_titlesAfter(*base));
+  _writer->takeOver(base, _friendList, _pageNumbers());
+}
+
+// There is no list in the store, or none that can be read: the live one is written there, with its titles where there
+// are none.
+void PLFriendsManager::_beginOnEmptyStore(const PLStoredList& stored) {
+  auto base = std::make_shared<PLStoredBase>();
+  base->listVersion = stored.listVersion;
+  base->titles = stored.titles;
+  base->titlesVersion = stored.titlesVersion;
+  base->pages = _pageNumbers();
+  const bool hasOwnTitles = stored.titles.empty() && _hasTitles();
+  if (!stored.titles.empty()) _takeOverTitles(stored, nullptr);
+  _publishList();
+  _writer->markLayout(hasOwnTitles ? std::optional(_titlesAfter(*base)) : std::nullopt);
+  _titlesMoved = false;
+  _writer->takeOver(std::move(base), _friendList, _pageNumbers());
 }
 
 void PLFriendsManager::_finishLoad() {
-  _updateFriendGroups();
   _lastLoadHadChanges = _changeLogCount() != 0;
   if (_didCompleteInitialLoading) {
-    _PLGetLogSystem().log("friend list has%@ changes", _lastLoadHadChanges ? "" : " no");
-    _loadGroupTitlesOfLaterLoad();
-  } else {
-    // Before the clean-up, which takes the titles along when it removes groups.
-    _loadGroupTitles();
+    _PLGetLogSystem().log(LogFormat("friend list has%@ changes").as("_loadFriendList"),
+                          _lastLoadHadChanges ? "" : " no");
   }
   _didCompleteInitialLoading = true;
   if (!refreshAgainstAddressBook()) {
@@ -399,236 +425,163 @@ void PLFriendsManager::_retryLoadLater() {
 void PLFriendsManager::save() {
   checkMainQueue(_process, "save");
   _publishList();
-  if (_mayHaveUnsavedChanges()) return _requestSave();
-  // No thread is woken for nothing. What is marked behind this request, without one of its own, goes out with it.
-  if (std::exchange(_saveIsDue, true)) return;
-  _process.mainQueue().async([self = shared_from_this()] {
-    self->_saveIsDue = false;
-    if (self->_mayHaveUnsavedChanges()) self->_requestSave();
+  _writer->save();
+}
+
+const std::shared_ptr<PLDelayedOperation>& PLFriendsManager::saveOperation() const PELLOR_UNCHECKED {
+  _writer->saveQueue()->requireCurrent();
+  return _writer->saveOperation();
+}
+
+void PLFriendsManager::setSaveOperation(std::shared_ptr<PLDelayedOperation> operation) PELLOR_UNCHECKED {
+  _writer->saveQueue()->requireCurrent();
+  _writer->setSaveOperation(std::move(operation));
+}
+
+void PLFriendsManager::listWasWritten(const PLAcceptedWrite& write) {
+  _overtakenCount = 0;
+  if (write.base) {
+    _takeover.forgetRemovalsUntil(write.listVersion);
+    _writer->touchedLeaves().forgetUntil(write.base->list->changes());
+  }
+  if (write.sequenceNumber == _ownSequenceNumber) _ownSequenceNumber.reset();
+  if (write.hasList) _damagedList.reset();
+  if (write.hasTitles) _noteStoredTitles(write);
+  // One post tells of both: a load of the list reads the titles.
+  if (write.hasList) {
+    _postExternally(_notificationForExternalListChange());
+  } else if (write.hasTitles) {
+    _postExternally(_friendGroupTitleChangedExternallyNotificationName);
+  }
+}
+
+void PLFriendsManager::listWasOvertaken() {
+  if (_overtakenCount++ == 0) return loadIsDue();
+  const double doubled = kFirstOvertakenPause * std::pow(2, std::min<std::uint64_t>(_overtakenCount - 2, 10));
+  const double longest = std::min(doubled, kLongestOvertakenPause);
+  const double part = static_cast<double>(_process.scheduler().randomNumber() >> 11U) * 0x1p-53;
+  _overtakenTimer = Timer::after(_process.mainQueue(), longest * part, [weak = weak_from_this()] {
+    if (auto self = weak.lock()) self->loadIsDue();
   });
 }
 
-// Whoever comes into the list with a flag comes by an edit, or is marked again as it comes. Asked last whether a save
-// is under way: it has taken the flags, and may set them again.
-bool PLFriendsManager::_mayHaveUnsavedChanges() const {
-  const bool isMarked = _needsFriendListSync || _needsTitlesSync || _needsNormalizationMark ||
-                        _savedMarks != _process.local<PLPersonChanges>().marks;
-  return isMarked || _isSaving || _writeFailed || _storeIsUnreadable;
-}
-
-void PLFriendsManager::_requestSave() {
-  _saveQueue->async([self = shared_from_this()] {
-    self->_saveQueue->requireCurrent();
-    if (self->_saveOperation) self->_saveOperation->invalidate();
-    std::weak_ptr<PLFriendsManager> weak = self;
-    self->setSaveOperation(PLDelayedOperation::initWithQueueDelayBlock(self->_saveQueue, kSaveDelay, [weak] {
-      if (auto manager = weak.lock()) manager->_save();
-    }));
-    self->_saveOperation->execute();
-  });
-}
-
-// What one save writes: the flags that it took, and the list as it was after they were taken.
-struct PLFriendsManager::Write {
-  bool layoutChanged = false;
-  bool titlesChanged = false;
-  bool marksNormalized = false;
-  std::vector<std::shared_ptr<PLPerson>> persons;  // whose own changes it takes along
-  std::shared_ptr<const PLSlotSnapshot> list;
-  std::shared_ptr<const TitlesVersion> titles;
-  std::uint64_t mergeCount = 0;
-  std::uint64_t elsewhere = 0;  // touches of persons, counted before any flag was taken
-  std::uint64_t changes = 0;    // of persons, counted before any of them was looked at and after its flag was taken
-  bool knowsTouched = false;    // whether all of these are in leaves that were gathered
-
-  bool writesList() const { return layoutChanged || titlesChanged || !persons.empty(); }
-};
-
-void PLFriendsManager::_save() {
-  _saveQueue->requireCurrent();
-  _isSaving = true;
-  _writeUnsavedChanges();
-  _isSaving = false;
-}
-
-void PLFriendsManager::_writeUnsavedChanges() {
-  // The flags stay set: they go out after the store has been read again.
-  if (_storeIsUnreadable) {
-    _writeFailed = true;
-    return;
-  }
-  Write write;
-  if (!_takeUnsavedChanges(write)) {
-    if (!write.knowsTouched || _touchedLeaves.isLong()) _touchedLeaves.beginAt(write.changes, write.elsewhere);
-    _writeFailed = false;
-    return;
-  }
-  if (!_perform(write)) {
-    _keepUnsavedChanges(write);
-    _retrySaveLater();
-    return;
-  }
-  _writeFailed = false;
-  _saveRetryPause = kFirstRetryPause;
-  if (write.titlesChanged) _savedTitlesEdition = write.titles->edition;
-  if (!write.writesList()) return;
-  _touchedLeaves.beginAt(write.changes, write.elsewhere);
-  _PLGetLogSystem().log("friend list saved");
-  std::weak_ptr<PLFriendsManager> weak = weak_from_this();
-  _process.mainQueue().async(
-      [weak, titlesEdition = write.titlesChanged ? write.titles->edition : 0, mergeCount = write.mergeCount] {
-        auto self = weak.lock();
-        if (!self) return;
-        self->_titlesWereWritten(titlesEdition);
-        self->_damagedList.reset();
-        self->_incrementExternalChangePostCount();
-        platformOf(self->_process).notifyBus->post(self->_notificationForExternalListChange());
-        // Another process's list was merged while this write was under way and went over it: everybody takes what was
-        // written, this process too.
-        if (mergeCount != self->_mergeCount) self->_loadFriendList();
-      });
-}
-
-// Each flag is taken before what it stands for is read: a change that comes in between is written now, and once more by
-// the save that it asks for, rather than never. False when there is nothing to write.
-bool PLFriendsManager::_takeUnsavedChanges(Write& write) {
-  write.layoutChanged = _needsFriendListSync.exchange(false, std::memory_order_acq_rel);
-  write.titlesChanged = _needsTitlesSync.exchange(false, std::memory_order_acq_rel);
-  write.marksNormalized = _needsNormalizationMark.exchange(false, std::memory_order_acq_rel);
-  write.mergeCount = _mergeCount.load(std::memory_order_acquire);
-  _touchedLeaves.gather();
-  write.list = _publishedList.load();
-  write.titles = _publishedTitles.load();
-  _takeUnsavedPersons(write);
-  // After the flags of the persons: what they stand for is counted then, and no stored form of before passes for
-  // theirs.
-  write.changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
-  write.knowsTouched = _touchedLeaves.isComplete();
-  return write.writesList() || write.marksNormalized;
-}
-
-// When it is known who was marked since the last save looked, only they and who came into the list since may carry a
-// flag.
-void PLFriendsManager::_takeUnsavedPersons(Write& write) {
-  const auto takeFlag = [&](const Slot& person) {
-    if (person != EmptySlot && person->needsSave() && person->takeNeedsSave()) write.persons.push_back(person);
-  };
-  const PLPersonChanges& changes = _process.local<PLPersonChanges>();
-  write.elsewhere = changes.touches.countElsewhere();
-  const std::uint64_t marks = changes.marks.load(std::memory_order_acquire);
-  if (_savedList && (marks == _savedMarks || _touchedLeaves.isComplete())) {
-    _touchedLeaves.visit(*write.list, *_savedList, takeFlag);
-  } else {
-    write.list->forEach(takeFlag);
-  }
-  _savedMarks = marks;
-  _savedList = write.list;
-}
-
-void PLFriendsManager::_keepUnsavedChanges(const Write& write) {
-  _writeFailed = true;
-  for (const auto& person : write.persons) person->setNeedsSave(true);
-  if (write.layoutChanged) _needsFriendListSync.store(true, std::memory_order_release);
-  if (write.titlesChanged) _needsTitlesSync.store(true, std::memory_order_release);
-  if (write.marksNormalized) _needsNormalizationMark.store(true, std::memory_order_release);
-}
-
-bool PLFriendsManager::_perform(const Write& write) {
-  PreferencesStore& preferences = preferencesOf(_process);
-  std::set<std::string> pushed;
-  std::shared_ptr<PLStoredVersion> written;
-  if (write.writesList()) {
-    const auto known = _storedVersion.load();
-    const auto* touched = known && write.knowsTouched ? _touchedLeaves.since(known->changes()) : nullptr;
-    written = std::make_shared<PLStoredVersion>(
-        PLStoredVersion::made(known ? *known : PLStoredVersion(), *write.list, write.changes, touched));
-    preferences.setValue(PLFriendListKey, written->array(), _domain);
-    // A write that only persons' own changes caused is not pushed to the paired device.
-    if (write.layoutChanged || write.titlesChanged) pushed.emplace(PLFriendListKey);
-  }
-  if (write.titlesChanged) {
-    preferences.setValue(PLGroupTitlesKey, write.titles->titles, _domain);
-    pushed.emplace(PLGroupTitlesKey);
-  }
-  if (write.marksNormalized) {
-    preferences.setValue(PLDidNormalizeFriendListDestinationsKey, true, _domain);
-    pushed.emplace(PLDidNormalizeFriendListDestinationsKey);
-  }
-  if (!preferences.synchronize(_domain)) return false;
-  if (written) _knowWritten(std::move(written));
-  if (!pushed.empty() && _preferencesSyncManager->hasCompletedInitialSync()) {
-    _preferencesSyncManager->synchronizeDomainKeys(_domain, pushed);
-  }
-  return true;
-}
-
-// The store keeps the list in a form of its own, which the next save builds on.
-void PLFriendsManager::_knowWritten(std::shared_ptr<PLStoredVersion> written) {
-  const auto stored = preferencesOf(_process).copyValue(PLFriendListKey, _domain).value();
-  written->takeOver(stored && stored->longArray() ? *stored->longArray() : LongArray());
-  _storedVersion.store(std::move(written));
-}
-
-void PLFriendsManager::_retrySaveLater() {
-  std::weak_ptr<PLFriendsManager> weak = weak_from_this();
-  _saveRetryTimer = Timer::after(*_saveQueue, _saveRetryPause, [weak] {
-    if (auto self = weak.lock()) self->_save();
-  });
-  _saveRetryPause = longerPause(_saveRetryPause);
-}
-
-void PLFriendsManager::_incrementExternalChangePostCount() { ++_postCount; }
-
-// The bus delivers each own post once, so that the count pairs posts with echoes.
-void PLFriendsManager::_friendsChangedExternally() {
-  if (_postCount > 0) {
-    --_postCount;
-    return;
-  }
-  _PLGetLogSystem().log("Handling external friends-changed event.");
+void PLFriendsManager::loadIsDue() {
+  if (!_writer->awaitsLoad()) return _loadIfOther();
   _loadAgain();
   _checkInvariants();
 }
 
+bool PLFriendsManager::_hasOneExternalName() const {
+  return _friendsChangedExternallyNotificationName == _friendGroupTitleChangedExternallyNotificationName;
+}
+
+void PLFriendsManager::_incrementExternalChangePostCount() { ++_postCount; }
+
+void PLFriendsManager::_postExternally(const std::string& name) {
+  if (name == _notificationForExternalListChange()) {
+    _incrementExternalChangePostCount();
+  } else {
+    ++_titlePostCount;
+  }
+  _lastPost = _process.now();
+  platformOf(_process).notifyBus->post(name);
+}
+
+// The bus delivers each own post once, so that the counts pair posts with echoes.
+void PLFriendsManager::_friendsChangedExternally() {
+  if (_postCount > 0) {
+    --_postCount;
+    return _loadIfOther();
+  }
+  _PLGetLogSystem().log("Handling external friends-changed event.");
+  _loadAgain();
+  if (_hasOneExternalName()) _groupTitleChangedExternally();
+  _checkInvariants();
+}
+
+// After an echo: a delivery of somebody else's may have been taken for it, or be lost. What is stored tells.
+void PLFriendsManager::_loadIfOther() {
+  PLStoredList stored;
+  const auto base = _writer->base();
+  if (!base || _readStoredList(stored) == StoredList::unreadable) return;
+  if (stored.listVersion != base->listVersion) {
+    _loadAgain();
+  } else if (stored.titlesVersion != base->titlesVersion) {
+    _loadGroupTitles();
+  }
+  _checkInvariants();
+}
+
 void PLFriendsManager::_groupTitleChangedExternally() {
+  if (!_hasOneExternalName() && _titlePostCount > 0) {
+    --_titlePostCount;
+    return _loadIfOther();
+  }
   _PLGetLogSystem().log("Handling external group-title-changed event.");
-  // Titles of this process that are on the way to the store are not given up for what it has until then.
-  _titleLoadIsDue = _hasTitlesUnderWay();
-  if (!_titleLoadIsDue) _loadGroupTitles();
+  if (_didCompleteInitialLoading) _loadGroupTitles();
 }
 
+// Titles are by the pages of the list that is stored: where that is another one than the baseline it is loaded with
+// them.
 void PLFriendsManager::_loadGroupTitles() {
-  preferencesOf(_process).synchronize(_domain);
-  const auto answer = preferencesOf(_process).copyValue(PLGroupTitlesKey, _domain);
-  const Array* titles = answer.value() ? answer.value()->array() : nullptr;
-  if (titles) _applyGroupTitles(*titles);
+  PLStoredList stored;
+  const auto base = _writer->base();
+  const StoredList found = _readStoredList(stored);
+  if (!base || found == StoredList::unreadable) return;
+  if (stored.listVersion != base->listVersion) return _loadFriendList();
+  if (_writer->beginLoad(stored.listVersion, stored.titlesVersion) != PLListWriter::Turn::now) return;
+  _writer->acceptIfWritten(stored);
+  const PLPageOrigins pages = _pagesInBase(*base);
+  const auto groups = _friendGroups;
+  for (std::size_t index = 0; index < groups.size(); ++index) {
+    const auto page = pages.empty() ? std::optional<std::uint64_t>(index) : pages[index];
+    if (page) _takeOverTitle(index, stored.titles, *page);
+  }
+  auto renamed = std::make_shared<PLStoredBase>(*_writer->base());
+  renamed->titles = stored.titles;
+  renamed->titlesVersion = stored.titlesVersion;
+  if (_writer->needsTitlesSync()) _writer->markTitles(_titlesAfter(*renamed));
+  _publishList();
+  _writer->takeOver(std::move(renamed), _friendList, _pageNumbers());
+  _writer->save();
 }
 
-// Titles move with their pages when another process removes a page. They are taken from the store when it has others
-// than this process knows of, and not while this process has titles of its own on the way there.
-void PLFriendsManager::_loadGroupTitlesOfLaterLoad() {
-  if (_hasTitlesUnderWay()) return;
-  const auto answer = preferencesOf(_process).copyValue(PLGroupTitlesKey, _domain);
-  const Array* titles = answer.value() ? answer.value()->array() : nullptr;
-  if (!titles || _storedTitles == *titles) return;
-  _dropTitlesFrom(titles->size());
-  _applyGroupTitles(*titles);
+// A title that was set here and is not stored stays; else it is the stored one, where there is one.
+void PLFriendsManager::_takeOverTitle(std::uint64_t groupIndex, const Array& titles, std::uint64_t page) {
+  const std::string* title = page < titles.size() ? titles[page].string() : nullptr;
+  if (!title) return;
+  const bool isSetHere = _isTitleSetHere(groupIndex);
+  _pages[groupIndex].storedTitle = *title;
+  if (!isSetHere) _friendGroups[groupIndex]->setTitle(*title);
+}
+
+// After a load of the list. Titles that were set here are among those of a merge.
+void PLFriendsManager::_takeOverTitles(const PLStoredList& stored, const PLMergeResult* merged) {
+  const Array& titles = merged ? merged->titles : stored.titles;
+  if (_didCompleteInitialLoading) _dropTitlesFrom(titles.size());
+  const auto groups = _friendGroups;
+  for (std::size_t index = 0; index < groups.size(); ++index) {
+    const std::string* title = index < titles.size() ? titles[index].string() : nullptr;
+    // All that a page of ours was called is among those of a merge: what a group had besides was of a page that has
+    // gone, or stands elsewhere.
+    if (title || merged) groups[index]->setTitle(title ? std::optional(*title) : std::nullopt);
+    const auto origin = merged && index < merged->theirPages.size() ? merged->theirPages[index] : std::optional(index);
+    const std::string* known = origin && *origin < stored.titles.size() ? stored.titles[*origin].string() : nullptr;
+    if (known) {
+      _pages[index].storedTitle = *known;
+    } else {
+      _pages[index].storedTitle = title ? std::optional<std::string>() : groups[index]->title();
+    }
+  }
 }
 
 // A group at the place of a page that went further up gives up the title that it had from there.
 void PLFriendsManager::_dropTitlesFrom(std::uint64_t index) {
-  if (!_storedTitles) return;
-  for (; index < std::min(_friendGroups.size(), _storedTitles->size()); ++index) {
-    const std::string* known = (*_storedTitles)[index].string();
+  const auto base = _writer->base();
+  if (!base) return;
+  for (; index < std::min(_friendGroups.size(), base->titles.size()); ++index) {
+    const std::string* known = base->titles[index].string();
     if (known && _friendGroups[index]->title() == *known) _friendGroups[index]->setTitle(std::nullopt);
-  }
-}
-
-void PLFriendsManager::_applyGroupTitles(const Array& titles) {
-  _storedTitles = titles;
-  const auto groups = _friendGroups;
-  for (std::size_t index = 0; index < std::min(groups.size(), titles.size()); ++index) {
-    if (const std::string* title = titles[index].string()) groups[index]->setTitle(*title);
   }
 }
 
@@ -636,66 +589,57 @@ bool PLFriendsManager::_hasTitles() const {
   return std::ranges::any_of(_friendGroups, [](const auto& group) { return !group->title().value_or("").empty(); });
 }
 
-Array PLFriendsManager::_titles() const {
+bool PLFriendsManager::_isTitleSetHere(std::uint64_t groupIndex) const {
+  return _friendGroups[groupIndex]->title().value_or("") != _pages[groupIndex].storedTitle.value_or("");
+}
+
+// Whether a title was set since the last time that this was asked, and is not stored.
+bool PLFriendsManager::_hasNewTitles() {
+  const std::uint64_t assignments = _process.local<PLTitleAssignments>().count;
+  if (std::exchange(_seenTitleAssignments, assignments) == assignments) return false;
+  for (std::uint64_t index = 0; index < _friendGroups.size(); ++index) {
+    if (_isTitleSetHere(index)) return true;
+  }
+  return false;
+}
+
+// The titles as they are to be stored, beyond the groups those of `base`.
+Array PLFriendsManager::_titlesAfter(const PLStoredBase& base) const {
   Array titles;
   for (const auto& group : _friendGroups) titles.emplace_back(group->title().value_or(""));
+  const std::size_t shown = base.pages ? base.pages->size() : 0;
+  for (std::size_t page = shown; page < base.titles.size(); ++page) {
+    const bool isOfBase = titles.size() == _friendGroups.size() + (page - shown);
+    if (isOfBase) titles.push_back(base.titles[page]);
+  }
   return titles;
 }
 
-void PLFriendsManager::_publishTitles() {
-  _storedTitles = _titles();
-  _publishedTitles.store(std::make_shared<const TitlesVersion>(++_titlesEdition, *_storedTitles));
-}
-
-bool PLFriendsManager::_hasTitlesUnderWay() const { return _titlesMoved || _writtenTitlesEdition < _titlesEdition; }
-
-void PLFriendsManager::_titlesWereWritten(std::uint64_t edition) {
-  _writtenTitlesEdition = std::max(_writtenTitlesEdition, edition);
-  if (!_titleLoadIsDue || _hasTitlesUnderWay()) return;
-  _titleLoadIsDue = false;
-  _loadGroupTitles();
+void PLFriendsManager::_noteStoredTitles(const PLAcceptedWrite& write) {
+  std::unordered_map<std::uint64_t, const std::string*> titles;
+  for (std::size_t index = 0; index < std::min(write.pages->size(), write.base->titles.size()); ++index) {
+    titles.emplace((*write.pages)[index], write.base->titles[index].string());
+  }
+  for (Page& page : _pages) {
+    const auto title = titles.find(page.number);
+    if (title != titles.end() && title->second) page.storedTitle = *title->second;
+  }
 }
 
 void PLFriendsManager::saveFriendGroupTitles() {
   checkMainQueue(_process, "saveFriendGroupTitles");
+  const auto base = _writer->base();
   // Before the list has been read there are no groups to name.
-  if (!_didCompleteInitialLoading && _storeIsUnreadable) return;
-  _publishTitles();
-  _saveQueue->async([self = shared_from_this(), version = _publishedTitles.load()] { self->_saveTitles(*version); });
-}
-
-void PLFriendsManager::_saveTitles(const TitlesVersion& version) {
-  _saveQueue->requireCurrent();
-  if (_storeIsUnreadable) _needsTitlesSync.store(true, std::memory_order_release);
-  // Titles that moved with a removed group go out with the list that they belong to, and none after newer ones.
-  if (_needsTitlesSync) return _save();
-  if (version.edition < _savedTitlesEdition) return;
-  PreferencesStore& preferences = preferencesOf(_process);
-  preferences.setValue(PLGroupTitlesKey, version.titles, _domain);
-  if (!preferences.synchronize(_domain)) {
-    _needsTitlesSync.store(true, std::memory_order_release);
-    _writeFailed = true;
-    return _retrySaveLater();
-  }
-  if (_preferencesSyncManager->hasCompletedInitialSync()) {
-    _preferencesSyncManager->synchronizeDomainKeys(_domain, {std::string(PLGroupTitlesKey)});
-  }
-  _savedTitlesEdition = version.edition;
-  _process.mainQueue().async([weak = weak_from_this(), edition = version.edition] {
-    if (auto self = weak.lock()) self->_titlesWereWritten(edition);
-  });
+  if (!base) return;
+  _publishList();
+  _writer->markTitles(_titlesAfter(*base));
+  _writer->save();
 }
 
 void PLFriendsManager::markFriendListAsNormalized() {
   checkMainQueue(_process, "markFriendListAsNormalized");
-  _saveQueue->async([self = shared_from_this()] {
-    self->_saveQueue->requireCurrent();
-    Write write;
-    write.marksNormalized = true;
-    if (!self->_storeIsUnreadable && self->_perform(write)) return;
-    self->_keepUnsavedChanges(write);
-    self->_retrySaveLater();
-  });
+  _writer->markNormalized();
+  _writer->save();
 }
 
 void PLFriendsManager::_tallySetValueForScalarKey(std::int64_t value, std::string_view key) {
@@ -712,42 +656,116 @@ void PLFriendsManager::_tallyLogFriendGroupCount() {
   _tallySetValueForScalarKey(static_cast<std::int64_t>(_friendGroups.size()) - 1, prefixed(".tn.friendGroups.count"));
 }
 
-void PLFriendsManager::_publishList() {
-  _touchedLeaves.name(_friendList);
-  if (_publishedListVersion == _friendList.version()) return;
-  _publishedListVersion = _friendList.version();
-  _publishedList.store(std::make_shared<const PLSlotSnapshot>(_friendList.snapshot()));
-}
+void PLFriendsManager::_publishList() { _writer->publish(_friendList, _pageNumbers()); }
 
-// The data first, the flags second, the titles' flag before the list's: a save that sees a flag sees what it stands
-// for.
 void PLFriendsManager::_markLayoutChanged() {
   _publishList();
-  if (_titlesMoved) {
-    _publishTitles();
-    _titlesMoved = false;
-    _needsTitlesSync.store(true, std::memory_order_release);
-  }
-  _needsFriendListSync.store(true, std::memory_order_release);
+  const auto base = _writer->base();
+  _writer->markLayout(_titlesMoved && base ? std::optional(_titlesAfter(*base)) : std::nullopt);
+  _titlesMoved = false;
 }
 
-bool PLFriendsManager::_hasUnsavedEdits() const {
-  if (_needsFriendListSync) return true;
-  for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
-    if (_friendList.at(index) != EmptySlot && _friendList.at(index)->needsSave()) return true;
-  }
-  return false;
+// Absent when there are none: then what is stored becomes the list as it is.
+std::optional<PLMergeResult> PLFriendsManager::_mergeOwnEdits(const PLStoredList& stored) {
+  if (!_writer->base()) return std::nullopt;
+  _writer->acceptIfWritten(stored);
+  std::shared_ptr<const PLStoredBase> base = _writer->base();
+  const bool isOtherStore = base->listVersion.store != stored.listVersion.store;
+  // A list of another store does not come from the baseline: nobody counts as removed there.
+  if (isOtherStore) base = std::make_shared<const PLStoredBase>();
+  // Behind the edits of metadata that are queued.
+  PLPerson::sharedMetadataQueue().sync([] {});
+  if (!isOtherStore && !_writer->isMarked() && _ownPages(*base).titleEdits.empty()) return std::nullopt;
+  PLMergeResult merged = _takeover.merge(*base, stored, _ownPages(*base), _writer->touchedLeaves());
+  _additionWasRefused = _additionWasRefused || !merged.leftOut.empty();
+  _needsAddressBookRefresh = _needsAddressBookRefresh || merged.needsRefresh;
+  return merged;
 }
 
-bool PLFriendsManager::isSettled() const { return _didCompleteInitialLoading && !_writeFailed && _postCount == 0; }
+PLOwnPages PLFriendsManager::_ownPages(const PLStoredBase& base) const {
+  PLOwnPages pages;
+  pages.pagesInBase = _pagesInBase(base);
+  pages.groupCount = _friendGroups.size();
+  pages.groupSize = _maxFriendsPerGroup;
+  pages.maxGroupCount = _maxFriendGroups;
+  for (std::uint64_t index = 0; index < _friendGroups.size(); ++index) {
+    if (_isTitleSetHere(index)) pages.titleEdits.emplace(index, _friendGroups[index]->title().value_or(""));
+  }
+  return pages;
+}
 
-bool PLFriendsManager::isWritten() const { return !_writeFailed; }
+// Groups that were appended are the pages behind those of the baseline.
+PLPageOrigins PLFriendsManager::_pagesInBase(const PLStoredBase& base) const {
+  if (base.pages && base.pages == _publishedPages) return {};
+  std::unordered_map<std::uint64_t, std::uint64_t> known;
+  for (std::uint64_t page = 0; base.pages && page < base.pages->size(); ++page)
+    known.emplace((*base.pages)[page], page);
+  PLPageOrigins origins;
+  for (const Page& page : _pages) {
+    const auto found = known.find(page.number);
+    origins.push_back(found == known.end() ? std::nullopt : std::optional(found->second));
+  }
+  auto appended = origins.size();
+  while (appended > 0 && !origins[appended - 1]) --appended;
+  for (std::uint64_t next = known.size(); appended < origins.size(); ++appended) origins[appended] = next++;
+  return origins;
+}
+
+PLPageNumbers PLFriendsManager::_pageNumbers() {
+  if (_publishedPages) return _publishedPages;
+  auto numbers = std::make_shared<std::vector<std::uint64_t>>();
+  numbers->reserve(_pages.size());
+  for (const Page& page : _pages) numbers->push_back(page.number);
+  return _publishedPages = std::move(numbers);
+}
+
+// The numbers of the groups that show the pages of what was loaded; those that no group shows get some of their own.
+PLPageNumbers PLFriendsManager::_pageNumbersOfTheirs(const PLMergeResult* merged) {
+  if (!merged || merged->theirPages.empty()) return _pageNumbers();
+  std::vector<std::uint64_t> numbers;
+  for (std::uint64_t index = 0; index < std::min(_pages.size(), merged->theirPages.size()); ++index) {
+    const auto page = merged->theirPages[index];
+    if (!page) continue;
+    while (numbers.size() <= *page) numbers.push_back(++_lastPageNumber);
+    numbers[*page] = _pages[index].number;
+  }
+  return std::make_shared<const std::vector<std::uint64_t>>(std::move(numbers));
+}
+
+bool PLFriendsManager::isSettled() const {
+  return _didCompleteInitialLoading && _postCount == 0 && _titlePostCount == 0 && !_writer->isMarked() &&
+         !_writer->isSaving() && !_writer->hasFailed();
+}
+
+bool PLFriendsManager::isWritten() const {
+  const bool isUnreadable = _storeIsUnreadable && !_didCompleteInitialLoading;
+  return !_writer->hasFailed() && !isUnreadable && !_additionWasRefused;
+}
+
+// Edits that asked for no save are saved now.
+void PLFriendsManager::prepareToSettle() {
+  _awaitEchoes();
+  if (!_didCompleteInitialLoading || _writer->hasFailed() || _writer->awaitsLoad()) return;
+  if (_hasNewTitles()) _writer->markTitles(_titlesAfter(*_writer->base()));
+  if (_writer->isMarked() && !_writer->isSaving()) save();
+}
+
+void PLFriendsManager::didSettle() { _additionWasRefused = false; }
+
+// An echo that does not come is given up, so that nobody waits for a bus that is gone.
+void PLFriendsManager::_awaitEchoes() {
+  const bool isWaiting = _postCount > 0 || _titlePostCount > 0;
+  if (!isWaiting || (_echoTimer && _echoTimer->isValid())) return;
+  const double pause = std::max(0.0, _lastPost + kEchoLimit - _process.now());
+  _echoTimer = Timer::after(_process.mainQueue(), pause, [weak = weak_from_this()] {
+    const auto self = weak.lock();
+    if (!self || self->_process.now() < self->_lastPost + kEchoLimit) return;
+    self->_postCount = 0;
+    self->_titlePostCount = 0;
+  });
+}
 
 // --- 2  Group layout and positions ---------------------------------------------------------------------------------
-
-std::shared_ptr<PLFriendGroup> PLFriendsManager::_makeGroup() {
-  return PLFriendGroup::initWithDelegateGroupSize(shared_from_this(), _maxFriendsPerGroup);
-}
 
 // Takes the groups from `index` on out of the manager, which is then no longer their delegate. Their slots stay.
 void PLFriendsManager::_forgetGroupsFrom(std::uint64_t index) {
@@ -756,7 +774,17 @@ void PLFriendsManager::_forgetGroupsFrom(std::uint64_t index) {
     _friendGroups.back()->setDelegate({});
     _groupIndexes.erase(_friendGroups.back().get());
     _friendGroups.pop_back();
+    _pages.pop_back();
+    _publishedPages = nullptr;
   }
+}
+
+void PLFriendsManager::_appendGroup() {
+  auto group = PLFriendGroup::initWithDelegateGroupSize(shared_from_this(), _maxFriendsPerGroup);
+  _groupIndexes.emplace(group.get(), _friendGroups.size());
+  _friendGroups.push_back(std::move(group));
+  _pages.push_back({++_lastPageNumber, std::nullopt});
+  _publishedPages = nullptr;
 }
 
 std::optional<std::uint64_t> PLFriendsManager::_indexOfGroup(const PLFriendGroup& group) const {
@@ -784,9 +812,7 @@ bool PLFriendsManager::_shouldAddEmptyGroup() const {
 // The new group shows the slots that the list has at its place already: friends that no group showed come to light.
 void PLFriendsManager::_addEmptyGroup() {
   const std::uint64_t index = _friendGroups.size();
-  auto group = _makeGroup();
-  _groupIndexes.emplace(group.get(), index);
-  _friendGroups.push_back(group);
+  _appendGroup();
   while (_friendList.count() < (index + 1) * _maxFriendsPerGroup) _friendList.append(EmptySlot);
   _showSlots(index);
   _postGroupListChangedNotification();
@@ -839,11 +865,7 @@ void PLFriendsManager::_updateFriendGroups() {
   const bool removesGroups = _friendGroups.size() > wanted;
   _forgetGroupsFrom(wanted);
   const std::uint64_t firstNewGroup = _friendGroups.size();
-  while (_friendGroups.size() < wanted) {
-    auto group = _makeGroup();
-    _groupIndexes.emplace(group.get(), _friendGroups.size());
-    _friendGroups.push_back(std::move(group));
-  }
+  while (_friendGroups.size() < wanted) _appendGroup();
   _showChangedSlots(firstNewGroup);
   // Groups that were only appended are not announced.
   if (_shouldAddEmptyGroup()) {
@@ -860,6 +882,8 @@ void PLFriendsManager::_removeGroupAtIndex(std::uint64_t index) {
   removed->setDelegate({});
   _groupIndexes.erase(removed.get());
   _friendGroups.erase(_friendGroups.begin() + static_cast<std::ptrdiff_t>(index));
+  _pages.erase(_pages.begin() + static_cast<std::ptrdiff_t>(index));
+  _publishedPages = nullptr;
   for (std::uint64_t later = index; later < _friendGroups.size(); ++later) {
     _groupIndexes[_friendGroups[later].get()] = later;
   }
@@ -909,7 +933,7 @@ void PLFriendsManager::syncFriendGroup(const std::shared_ptr<PLFriendGroup>& gro
   // Before the save, which takes the new group's slots along.
   if (_shouldAddEmptyGroup()) _addEmptyGroup();
   if (differs) _markLayoutChanged();
-  if (_needsFriendListSync) save();
+  if (_writer->needsFriendListSync()) save();
   _checkInvariants();
 }
 
@@ -1435,6 +1459,7 @@ void PLFriendsManager::_refreshFriendsAtIndices(std::span<const std::uint64_t> i
 
 void PLFriendsManager::setRefreshAgainstContactsEnabled(bool enabled) {
   checkMainQueue(_process, "setRefreshAgainstContactsEnabled");
+  _refreshSettingIsReplaced = _refreshSettingIsReplaced || !_didCompleteInitialLoading;
   if (enabled == _refreshAgainstContactsEnabled) return;
   _refreshAgainstContactsEnabled = enabled;
   if (enabled) refreshAgainstAddressBook();
@@ -1442,17 +1467,19 @@ void PLFriendsManager::setRefreshAgainstContactsEnabled(bool enabled) {
 
 // Absent when the store cannot be read: then nobody knows whether the contacts changed, and nothing is written.
 std::optional<std::int32_t> PLFriendsManager::_lastKnownAddressBookSequenceNumber() {
+  if (_ownSequenceNumber) return _ownSequenceNumber;
   preferencesOf(_process).synchronize(_domain);
-  const auto answer = preferencesOf(_process).integerValue(kAddressBookSequenceNumberKey, _domain);
+  const auto answer = preferencesOf(_process).integerValue(PLAddressBookSequenceNumberKey, _domain);
   if (!answer.isReadable()) return std::nullopt;
   return static_cast<std::int32_t>(answer.value().value_or(0));
 }
 
+// It goes out with the list that the refresh changed: stored before it, others would take the list for refreshed.
 void PLFriendsManager::_updateLastKnownAddressBookSequenceNumber(std::int32_t number) {
   const auto known = _lastKnownAddressBookSequenceNumber();
   if (!known || *known == number) return;
-  preferencesOf(_process).setValue(kAddressBookSequenceNumberKey, number, _domain);
-  preferencesOf(_process).synchronize(_domain);
+  _ownSequenceNumber = number;
+  _writer->keepSequenceNumber(number);
 }
 
 bool PLFriendsManager::_addressBookSequenceNumberDidChange() {
@@ -1465,194 +1492,21 @@ bool PLFriendsManager::_addressBookSequenceNumberDidChange() {
   return didChange;
 }
 
-// What one merge of a stored list needs.
-struct PLFriendsManager::Merge {
-  Merge(AddressBook* handle, PLSlotList& list, std::uint64_t slotCount, bool hasSourcedPersons)
-      : addressBook(handle),
-        findsFriends(list.occupiedCount() != 0),
-        changesOnce(!hasSourcedPersons && list.people().places().repeatedPersonCount() == 0),
-        slots(list, slotCount),
-        changedLeaves(slotCount / PLSlotSnapshot::LeafSize + 1) {}
-
-  // Somebody who stands in several slots, or was looked up and became a friend, may change several times. Everybody
-  // else does once, in one slot.
-  void note(const std::shared_ptr<PLPerson>& person, std::string_view changeType) {
-    changesOnce ? changes.addLast(person, changeType) : changes.add(person, changeType);
-  }
-  void markLeafOf(std::uint64_t index) {
-    if (const std::uint64_t leaf = index / PLSlotSnapshot::LeafSize; leaf < changedLeaves.size()) {
-      changedLeaves[leaf] = true;
-    }
-  }
-
-  AddressBook* const addressBook;
-  const bool findsFriends;  // whether there were any friends before
-  const bool changesOnce;   // whether nobody has two entries in the change log
-  PLSlotRearrangement slots;
-  std::vector<PLPersonForm> forms;  // of the run being merged
-  PLPersonForm* form = nullptr;     // of the element being merged
-  std::function<Value()> element;   // that element, made for the caller
-  PLChangeLog changes;              // which go into the change log together
-  std::vector<bool> changedLeaves;  // whether friends moved further up or changed there
-  std::vector<PLStoredVersion::Run> runs;
-};
-
-void PLFriendsManager::_updateFriends(const LongArray& stored) {
+void PLFriendsManager::_updateFriends(const PLStoredList& stored, const PLMergeResult* merged) {
   AddressBookStore& store = *platformOf(_process).addressBook;
+  const auto known = _writer->base();
+  static const PLStoredBase nothing;
   store.performWithAddressBook([&](AddressBook& shared) {
     // A shared handle without a database cannot name the records that stored friends belong to.
     const auto ownHandle = shared.databaseUID() ? nullptr : store.openPrivateAddressBook();
-    Merge merge(ownHandle ? ownHandle.get() : &shared, _friendList, stored.size() + _maxFriendsPerGroup,
-                !_sourcedPersons.isEmpty());
-    const std::uint64_t changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
-    _mergeRuns(merge, stored, changes);
-    _trimSlots(merge, stored.size());
-    _reportDisplaced(merge);
-    _addToChangeLog(std::move(merge.changes));
-    _publishList();
-    _storedVersion.store(
-        std::make_shared<const PLStoredVersion>(stored, std::move(merge.runs), *_publishedList.own(), changes));
-    _mergeCount.fetch_add(1, std::memory_order_release);
+    auto result = _takeover._updateFriends(stored, merged, known ? *known : nothing,
+                                           ownHandle ? ownHandle.get() : &shared, _maxFriendsPerGroup);
+    _addToChangeLog(std::move(result.changes));
+    _newBase = std::move(result.base);
     save();
   });
   // A refresh that is due already, perhaps for as long as refreshing is disabled, stays due.
   if (_changeLogContainsFriendAdditionsOrUpdates()) _needsAddressBookRefresh = true;
-}
-
-// A run that is merged already is passed over.
-void PLFriendsManager::_mergeRuns(Merge& merge, const LongArray& stored, std::uint64_t changes) {
-  const auto known = _storedVersion.load();
-  const PLSlotSnapshot slots = _friendList.snapshot();
-  const PLStoredVersion nothing;
-  const PLStoredVersion::Unchanged isUnchanged(known ? *known : nothing, stored, slots, changes);
-  merge.runs.reserve(stored.runs().size());
-  for (std::size_t index = 0; index < stored.runs().size(); ++index) {
-    using Run = PLStoredVersion::Run;
-    const bool isAtRest = (!merge.changedLeaves[index] && isUnchanged(index)) ||
-                          _mergeRun(merge, *stored.runs()[index], index * LongArray::RunSize);
-    merge.runs.push_back(isAtRest ? Run::atRest : Run::other);
-  }
-}
-
-namespace {
-
-// Whether the form, which the person took over, describes it and is what would be stored of it: a friend who is found
-// by nothing is taken for another one at each load.
-bool isAtRest(const PLPerson& person, PLPersonForm& form) { return form.isAsWritten() && person.isEqualToForm(form); }
-
-}  // namespace
-
-// Like the operations below: whether merging the same again would change nothing.
-bool PLFriendsManager::_mergeRun(Merge& merge, const ArrayRun& run, std::uint64_t first) {
-  bool isAtRest = _showRun(merge, run);
-  for (std::size_t place = 0; place < run.size(); ++place) {
-    merge.form = &merge.forms[place];
-    merge.element = [&run, place] { return run.at(place); };
-    isAtRest = _mergeElement(merge, first + place) && isAtRest;
-  }
-  return isAtRest;
-}
-
-// False when an element is no dictionary and so an empty slot.
-bool PLFriendsManager::_showRun(Merge& merge, const ArrayRun& run) {
-  if (merge.forms.empty()) merge.forms = std::vector<PLPersonForm>(LongArray::RunSize);
-  bool areDictionaries = true;
-  std::vector<std::string_view> guids;
-  guids.reserve(run.size());
-  for (std::size_t place = 0; place < run.size(); ++place) {
-    PLPersonForm& form = merge.forms[place];
-    areDictionaries = run.show(place, form.entries()) && areDictionaries;
-    form.read();
-    if (!form.identifyingGUID().empty()) guids.push_back(form.identifyingGUID());
-  }
-  if (merge.findsFriends) _friendList.people().prefetch(guids);
-  return areDictionaries;
-}
-
-bool PLFriendsManager::_mergeElement(Merge& merge, std::uint64_t index) {
-  if (index >= _friendList.count()) return _appendStoredFriend(merge, index);
-  if (!merge.form->isEmpty()) return _placeStoredFriend(merge, index);
-  merge.slots.displace(index);
-  return true;
-}
-
-// Only behind the end of the list a stored friend without destinations is left out.
-bool PLFriendsManager::_appendStoredFriend(Merge& merge, std::uint64_t index) {
-  if (!merge.form->hasStoredDestinations()) return merge.form->isEmpty();
-  auto person = PLPerson::initWithForm(*merge.form);
-  while (_friendList.count() <= index) _addEmptyGroup();
-  merge.slots.put(index, person);
-  merge.note(person, PLFriendsManagerPersonAdded);
-  return isAtRest(*person, *merge.form);
-}
-
-bool PLFriendsManager::_placeStoredFriend(Merge& merge, std::uint64_t index) {
-  const Slot current = _friendList.at(index);
-  auto known = current && current->isEqualToForm(*merge.form) ? current : nullptr;
-  if (!known) {
-    known = _bringMovedFriend(merge, index);
-  }
-  if (known) {
-    if (known->updateFromForm(*merge.form)) {
-      merge.note(known, PLFriendsManagerPersonUpdated);
-      _markLaterSlots(merge, *known, index);
-    }
-    return isAtRest(*known, *merge.form);
-  }
-  const auto stored = PLPerson::initWithForm(*merge.form);
-  // A caller may hold the person that it looked up: that very object becomes the friend, as it is.
-  const auto sourced = _takeSourcedPerson(merge, *stored);
-  if (sourced) {
-    _friendList.set(index, sourced);
-  } else {
-    merge.slots.put(index, stored);
-  }
-  merge.note(sourced ? sourced : stored, PLFriendsManagerPersonAdded);
-  return !sourced && isAtRest(*stored, *merge.form);
-}
-
-// A friend may be in several slots: the forms in the later ones met another one when they were merged last.
-void PLFriendsManager::_markLaterSlots(Merge& merge, const PLPerson& person, std::uint64_t index) {
-  while (const auto later = _friendList.indexOf(&person, index + 1)) {
-    merge.markLeafOf(*later);
-    index = *later;
-  }
-}
-
-// Its making marked it. What is stored already is not written again: that could overwrite a later edit elsewhere.
-std::shared_ptr<PLPerson> PLFriendsManager::_takeSourcedPerson(const Merge& merge, const PLPerson& stored) {
-  auto sourced = _sourcedPersons.firstLike(stored);
-  if (!sourced) return nullptr;
-  _sourcedPersons.remove(sourced.get());
-  if (sourced->takeNeedsSave() && Value(sourced->dictionaryRepresentation()) != merge.element()) {
-    sourced->setNeedsSave(true);
-  }
-  return sourced;
-}
-
-// The friend that the stored form describes, from a later slot, which is emptied, or from among the displaced.
-std::shared_ptr<PLPerson> PLFriendsManager::_bringMovedFriend(Merge& merge, std::uint64_t index) {
-  if (!merge.findsFriends) return nullptr;
-  const auto [moved, from] = merge.slots.bring(*merge.form, index);
-  if (moved == EmptySlot) return nullptr;
-  if (from) merge.markLeafOf(*from);
-  merge.note(moved, PLFriendsManagerPersonMoved);
-  return moved;
-}
-
-void PLFriendsManager::_trimSlots(Merge& merge, std::uint64_t storedCount) {
-  const float groups = std::ceil(static_cast<float>(storedCount) / static_cast<float>(_maxFriendsPerGroup));
-  const std::uint64_t kept = static_cast<std::uint64_t>(groups) * _maxFriendsPerGroup;
-  for (std::uint64_t index = kept; index < _friendList.count(); ++index) merge.slots.displace(index);
-  if (_friendList.count() > kept) _friendList.remove(kept, _friendList.count() - kept);
-}
-
-void PLFriendsManager::_reportDisplaced(Merge& merge) {
-  merge.slots.forEachDisplaced([&merge](const std::shared_ptr<PLPerson>& person) {
-    _PLGetLogSystem().log("[%@] [ABGUID=%@] was displaced and removed", redactable(person->displayName()),
-                          person->abRecordGUID());
-    merge.note(person, PLFriendsManagerPersonDeleted);
-  });
 }
 
 void PLFriendsManager::_cleanUpFriendListIfNecessary() {
@@ -1707,6 +1561,7 @@ void PLFriendsManager::_removeFriendsAtIndices(const std::vector<std::uint64_t>&
     const std::uint64_t groupIndex = index / _maxFriendsPerGroup;
     if (groupIndex >= _friendGroups.size()) continue;
     const auto group = _friendGroups[groupIndex];
+    _takeover.noteAutomaticRemoval(person);
     group->removeFriendAtPosition(index % _maxFriendsPerGroup);
     if (!_indexOfGroup(*group)) vanished += _maxFriendsPerGroup;
   }
@@ -1792,6 +1647,7 @@ void PLFriendsManager::_checkInvariants() const {
 // The part that holds even while a group waits to be synchronised.
 std::optional<std::string> PLFriendsManager::_indexViolation() const {
   if (_groupIndexes.size() != _friendGroups.size()) return "one index entry per group";
+  if (_pages.size() != _friendGroups.size()) return "one page per group";
   for (std::uint64_t index = 0; index < _friendGroups.size(); ++index) {
     if (_indexOfGroup(*_friendGroups[index]) != index) return "every group known by its place";
     if (_friendGroups[index]->delegate().get() != static_cast<const PLFriendGroupDelegate*>(this)) {

@@ -30,58 +30,21 @@
 #include "Pellor/PLDestination.h"
 #include "Pellor/PLDestinationStatus.h"
 #include "Pellor/PLFriendGroup.h"
+#include "Pellor/PLFriendsManagerKeys.h"
 #include "Pellor/PLIdentifierMap.h"
+#include "Pellor/PLListTakeover.h"
+#include "Pellor/PLListWriter.h"
 #include "Pellor/PLPerson.h"
 #include "Pellor/PLPersonSequence.h"
 #include "Pellor/PLReconciledFriends.h"
 #include "Pellor/PLSlotList.h"
-#include "Pellor/PLStoredVersion.h"
-#include "Pellor/PLTouchedLeaves.h"
 #include "Pellor/PLUtility.h"
 #include "platform/Platform.h"
 #include "platform/ReachabilityService.h"
 #include "runtime/Process.h"
-#include "runtime/Published.h"
 #include "runtime/Timer.h"
 
 namespace pellor {
-
-/// The default domain, to which the favorites import, the normalisation flag and the counters belong.
-inline constexpr std::string_view TapnoteDomain = "org.tapnote.TN";
-
-// In-process notifications, all posted on the main queue.
-/// Friends were added, updated, deleted or moved. Object: the manager. User info: the `PLChangeLog`.
-inline constexpr std::string_view PLFriendsManagerChangedNotification = "PLFriendsManagerChangedNotification";
-/// The number of groups changed. No object, no user info.
-inline constexpr std::string_view PLFriendsManagerGroupListChanged = "PLFriendsManagerGroupListChanged";
-/// Statuses of destinations arrived. Object: the manager, null when it is gone. User info: a `Dictionary` that holds,
-/// under the key below, a dictionary from canonical destinations to the numbers of their `DestinationStatus`.
-inline constexpr std::string_view PLFriendsManagerDestinationStatusUpdatedNotification =
-    "PLFriendsManagerDestinationStatusUpdatedNotification";
-inline constexpr std::string_view PLFriendsManagerDestinationStatusUpdatedDestinationsKey =
-    "PLFriendsManagerDestinationStatusUpdatedDestinationsKey";
-
-// Cross-process names, used where the domain configures no others.
-inline constexpr std::string_view PLFriendsChangedExternallyNotification = "PLFriendsChangedExternallyNotification";
-inline constexpr std::string_view PLFriendGroupTitleChangedExternallyNotification =
-    "PLFriendGroupTitleChangedExternallyNotification";
-
-// Preference keys of a manager's domain.
-inline constexpr std::string_view PLFriendListKey = "FriendList";
-inline constexpr std::string_view PLGroupTitlesKey = "TNFriendGroupTitles";
-inline constexpr std::string_view PLDidNormalizeFriendListDestinationsKey = "DidNormalizeFriendListDestinations";
-inline constexpr std::string_view PLMaxGroupCountKey = "PLMaxGroupCount";
-inline constexpr std::string_view PLGroupSizeKey = "PLGroupSize";
-inline constexpr std::string_view PLEmptyTrailingGroupEnabledKey = "PLEmptyTrailingGroupEnabled";
-inline constexpr std::string_view PLFriendsChangedExternallyNotificationKey =
-    "PLFriendsChangedExternallyNotificationName";
-inline constexpr std::string_view PLFriendGroupTitleChangedExternallyNotificationKey =
-    "PLFriendGroupTitleChangedExternallyNotificationName";
-inline constexpr std::string_view PLDeduplicateFriendListEnabledKey = "PLDeduplicateFriendListEnabled";
-inline constexpr std::string_view PLRemoveDestinationlessFriendsEnabledKey = "PLRemoveDestinationlessFriendsEnabled";
-inline constexpr std::string_view PLRefreshAgainstContactsOnInitEnabledKey = "PLRefreshAgainstContactsOnInitEnabled";
-/// A boolean of the process's own defaults for the domain, which are not shared.
-inline constexpr std::string_view PLSkipHasSatelliteCheckKey = "TNSkipHasSatelliteCheck";
 
 /// One ordered list of friends, laid out in pages of slots, shared by all processes of the user, kept in step with the
 /// contacts and reported on by change logs.
@@ -92,6 +55,7 @@ class PLFriendsManager : public Object,
                          public PLFriendGroupDelegate,
                          public std::enable_shared_from_this<PLFriendsManager>,
                          private SettleParticipant,
+                         private PLListWriterClient,
                          private ReachabilityClient {
   struct Passkey {};
 
@@ -141,10 +105,13 @@ class PLFriendsManager : public Object,
 
   /// Asks for a write of the list and returns at once; the write happens on the save queue, where it costs nothing when
   /// nothing changed. After it the list-changed name is posted to all processes, and every manager but this one
-  /// reloads. A write that fails is tried again.
+  /// reloads. A write that fails is tried again. When another process wrote first, the edits that are not stored are
+  /// merged with what it wrote, and then written: that happens on the main queue, which an application has to serve for
+  /// its edits to be stored while others edit.
   void save();
   /// Writes the titles of all groups as they are now and returns at once; ignored while the store has not answered.
-  /// Posts nothing, unless a write that failed or a removed group makes the titles go out with the list.
+  /// After it the title-changed name is posted to all processes, or the list-changed name if the list goes out with
+  /// them. A title that was set counts as an edit, also without this call, which `Process::settle` makes up for.
   void saveFriendGroupTitles();
   /// Tells other readers of the domain that stored destinations are in canonical form. Returns at once, posts nothing;
   /// a write that fails is tried again.
@@ -156,12 +123,8 @@ class PLFriendsManager : public Object,
   bool didLastLoadHaveChanges() const { return _lastLoadHadChanges; }
   void setLastLoadHadChanges(bool hadChanges) { _lastLoadHadChanges = hadChanges; }
   /// The save that was requested last. Save queue.
-  const std::shared_ptr<PLDelayedOperation>& saveOperation() const PELLOR_REQUIRES(*_saveQueue) {
-    return _saveOperation;
-  }
-  void setSaveOperation(std::shared_ptr<PLDelayedOperation> operation) PELLOR_REQUIRES(*_saveQueue) {
-    _saveOperation = std::move(operation);
-  }
+  const std::shared_ptr<PLDelayedOperation>& saveOperation() const;
+  void setSaveOperation(std::shared_ptr<PLDelayedOperation> operation);
   /// The log of changes that nobody was told of yet; absent when there are none. From barriers and reads of the
   /// change-log queue.
   const std::optional<PLChangeLog>& changeLog() const PELLOR_REQUIRES_READER(*_changeLogQueue) { return _changeLog; }
@@ -267,7 +230,8 @@ class PLFriendsManager : public Object,
   /// a refresh due, while refreshing is disabled, before there is a list and while the contacts cannot be read. One
   /// that cannot read them to its end stays due as well, and counts as none.
   bool refreshAgainstAddressBook();
-  /// Enables or disables refreshing in this manager, until it ends; enabling it starts a refresh that is due.
+  /// Enables or disables refreshing in this manager, until it ends; enabling it starts a refresh that is due. Before
+  /// the store has answered it takes the place of the setting.
   void setRefreshAgainstContactsEnabled(bool enabled);
 
   // --- 7  Favorites import ---
@@ -288,9 +252,10 @@ class PLFriendsManager : public Object,
   // What a look at the stored list gave: the list, its last good copy in place of a damaged one, nothing, a damaged one
   // without a good copy, or no answer.
   enum class StoredList { loaded, recovered, none, damaged, unreadable };
-  struct TitlesVersion {
-    std::uint64_t edition;
-    Array titles;
+  // A group, by a number that no other group gets, with the title that the store is known to have for its page.
+  struct Page {
+    std::uint64_t number;
+    std::optional<std::string> storedTitle;
   };
 
   // 1  Registry, settings and persistence
@@ -300,45 +265,48 @@ class PLFriendsManager : public Object,
   void _createEmptyFriendList();
   void _loadAgain();
   void _loadFriendList();
-  StoredList _copyStoredList(LongArray& elements);
-  StoredList _recoverStoredList(const Value& damaged, LongArray& elements);
+  StoredList _readStoredList(PLStoredList& stored);
+  StoredList _recoverStoredList(const Value& damaged, PLStoredList& stored);
   void _startFirstList();
   void _startListInPlaceOfDamaged();
+  void _takeOver(const PLStoredList& stored);
+  void _beginOnEmptyStore(const PLStoredList& stored);
   void _finishLoad();
   void _retryLoadLater();
-  void _requestSave();
-  bool _mayHaveUnsavedChanges() const;
-  void _save();
-  struct Write;
-  void _writeUnsavedChanges() PELLOR_REQUIRES(*_saveQueue);
-  bool _takeUnsavedChanges(Write& write) PELLOR_REQUIRES(*_saveQueue);
-  void _keepUnsavedChanges(const Write& write) PELLOR_REQUIRES(*_saveQueue);
-  void _takeUnsavedPersons(Write& write) PELLOR_REQUIRES(*_saveQueue);
-  bool _perform(const Write& write) PELLOR_REQUIRES(*_saveQueue);
-  void _knowWritten(std::shared_ptr<PLStoredVersion> written) PELLOR_REQUIRES(*_saveQueue);
-  void _retrySaveLater() PELLOR_REQUIRES(*_saveQueue);
+  void listWasWritten(const PLAcceptedWrite& write) override;
+  void listWasOvertaken() override;
+  void loadIsDue() override;
   void _incrementExternalChangePostCount();
+  void _postExternally(const std::string& name);
   const std::string& _notificationForExternalListChange() const { return _friendsChangedExternallyNotificationName; }
   void _friendsChangedExternally();
+  void _loadIfOther();
+  bool _hasOneExternalName() const;
+  void _awaitEchoes();
   void _loadGroupTitles();
   void _groupTitleChangedExternally();
-  void _loadGroupTitlesOfLaterLoad();
+  void _takeOverTitles(const PLStoredList& stored, const PLMergeResult* merged);
   void _dropTitlesFrom(std::uint64_t index);
-  void _applyGroupTitles(const Array& titles);
-  void _saveTitles(const TitlesVersion& version);
   bool _hasTitles() const;
-  bool _hasTitlesUnderWay() const;
-  Array _titles() const;
-  void _publishTitles();
-  void _titlesWereWritten(std::uint64_t edition);
+  bool _isTitleSetHere(std::uint64_t groupIndex) const;
+  bool _hasNewTitles();
+  Array _titlesAfter(const PLStoredBase& base) const;
+  void _takeOverTitle(std::uint64_t groupIndex, const Array& titles, std::uint64_t page);
+  void _noteStoredTitles(const PLAcceptedWrite& write);
   void _tallySetValueForScalarKey(std::int64_t value, std::string_view key);
   void _tallyLogFriendCount();
   void _tallyLogFriendGroupCount();
   void _publishList();
   void _markLayoutChanged();
-  bool _hasUnsavedEdits() const;
+  std::optional<PLMergeResult> _mergeOwnEdits(const PLStoredList& stored);
+  PLOwnPages _ownPages(const PLStoredBase& base) const;
+  PLPageOrigins _pagesInBase(const PLStoredBase& base) const;
+  PLPageNumbers _pageNumbers();
+  PLPageNumbers _pageNumbersOfTheirs(const PLMergeResult* merged);
   bool isSettled() const override;
   bool isWritten() const override;
+  void prepareToSettle() override;
+  void didSettle() override;
 
   // 2  Group layout and positions
   void _addEmptyGroup();
@@ -355,7 +323,7 @@ class PLFriendsManager : public Object,
   std::uint64_t _indexForPositionInGroup(std::uint64_t position, const PLFriendGroup& group) const;
   std::uint64_t _firstEmptyPosition() const;
   std::uint64_t _numberOfFriendsInList(const PLSlotList& list) const;
-  std::shared_ptr<PLFriendGroup> _makeGroup();
+  void _appendGroup();
   void _forgetGroupsFrom(std::uint64_t index);
   std::optional<std::uint64_t> _indexOfGroup(const PLFriendGroup& group) const;
   std::vector<Slot> _slotsOfGroup(std::uint64_t index) const;
@@ -391,21 +359,9 @@ class PLFriendsManager : public Object,
   void _relayQueryTimeoutTimerFired();
 
   // 6  Loading, refresh and clean-up
-  struct Merge;
   void _personValuesChanged(const Notification& notification);
   void _addressBookChanged(const Notification& notification);
-  void _updateFriends(const LongArray& stored);
-  void _mergeRuns(Merge& merge, const LongArray& stored, std::uint64_t changes);
-  bool _mergeRun(Merge& merge, const ArrayRun& run, std::uint64_t first);
-  bool _showRun(Merge& merge, const ArrayRun& run);
-  bool _mergeElement(Merge& merge, std::uint64_t index);
-  bool _appendStoredFriend(Merge& merge, std::uint64_t index);
-  bool _placeStoredFriend(Merge& merge, std::uint64_t index);
-  void _markLaterSlots(Merge& merge, const PLPerson& person, std::uint64_t index);
-  std::shared_ptr<PLPerson> _bringMovedFriend(Merge& merge, std::uint64_t index);
-  std::shared_ptr<PLPerson> _takeSourcedPerson(const Merge& merge, const PLPerson& stored);
-  void _trimSlots(Merge& merge, std::uint64_t storedCount);
-  void _reportDisplaced(Merge& merge);
+  void _updateFriends(const PLStoredList& stored, const PLMergeResult* merged);
   void _cleanUpFriendListIfNecessary();
   void _deduplicateFriendListIfNecessary();
   void _removeDestinationlessFriendsIfNecessary();
@@ -428,8 +384,7 @@ class PLFriendsManager : public Object,
   // Set when the manager is made; read on any queue.
   Process& _process;
   const std::string _domain;
-  const std::shared_ptr<PreferencesSyncService> _preferencesSyncManager;
-  const std::shared_ptr<SerialQueue> _saveQueue;
+  const std::shared_ptr<PLListWriter> _writer;
   const std::shared_ptr<ConcurrentQueue> _changeLogQueue;
 
   // All from here to the next heading belongs to the main queue, as do the operations without an annotation: their
@@ -442,13 +397,21 @@ class PLFriendsManager : public Object,
   bool _shouldDeduplicateFriendList = true;
   bool _shouldRemoveDestinationlessFriends = false;
   bool _refreshAgainstContactsEnabled = true;
+  bool _refreshSettingIsReplaced = false;  // by a caller, before the store had answered
   PLSlotList _friendList;
   std::vector<std::shared_ptr<PLFriendGroup>> _friendGroups;
   std::unordered_map<const PLFriendGroup*, std::uint64_t> _groupIndexes;
+  std::vector<Page> _pages;       // of the groups, in their order
+  PLPageNumbers _publishedPages;  // null when groups came or went since
+  std::uint64_t _lastPageNumber = 0;
   mutable std::uint64_t _firstGroupThatMayHaveRoom = 0;
   PLPersonSequence _sourcedPersons;
   PLIdentifierMap _identifiersToPersonMap;
-  std::uint64_t _postCount = 0;
+  PLListTakeover _takeover;
+  std::uint64_t _postCount = 0;       // own posts of the list's name that have not come back
+  std::uint64_t _titlePostCount = 0;  // of the titles' name, where it is another one
+  double _lastPost = 0;               // when, in seconds of absolute time
+  std::shared_ptr<Timer> _echoTimer;
   bool _needsAddressBookRefresh = false;
   PLReconciledFriends _reconciledFriends;
   bool _didCompleteInitialLoading = false;
@@ -460,44 +423,21 @@ class PLFriendsManager : public Object,
   double _loadRetryPause;
   std::optional<Value> _damagedList;    // put aside already
   std::optional<Value> _recoveredList;  // what is used in its place
-  std::optional<Array> _storedTitles;   // as last read or written by this process
-  std::uint64_t _titlesEdition = 0;     // of the titles that were last given to the save queue
-  std::uint64_t _writtenTitlesEdition = 0;
-  bool _titlesMoved = false;     // with a removed group, and not given to the save queue yet
-  bool _titleLoadIsDue = false;  // others changed titles while own ones were under way
-  std::uint64_t _publishedListVersion = 0;
-  bool _saveIsDue = false;                // was asked for when there was nothing to write, and may find something yet
-  PLSlotSnapshot _laidOutList;            // which the groups show, but for what was given to them since
-  std::uint64_t _laidOutAssignments = 0;  // of friends to groups, those of the layout included
+  bool _storeIsUnreadable = false;
+  bool _titlesMoved = false;                // with a removed group, and not marked yet
+  std::uint64_t _seenTitleAssignments = 0;  // up to which it is known which titles were set here
+  std::shared_ptr<PLStoredBase> _newBase;   // that a load will build on once the groups are laid out
+  std::uint64_t _overtakenCount = 0;        // how often since a write was accepted
+  std::shared_ptr<Timer> _overtakenTimer;
+  bool _additionWasRefused = false;                // there was no room for it among others' edits
+  std::optional<std::int32_t> _ownSequenceNumber;  // that is not stored yet
+  PLSlotSnapshot _laidOutList;                     // which the groups show, but for what was given to them since
+  std::uint64_t _laidOutAssignments = 0;           // of friends to groups, those of the layout included
   std::optional<std::string> _serviceName;
   DestinationSet _highPriorityDestinations;            // while there are any, no batch query starts
   std::optional<DestinationSet> _pendingDestinations;  // of the batch query that did not start
   PLDestinationStatusCache _cachedStatuses;
   std::shared_ptr<Timer> _relayQueryTimeoutTimer;
-
-  // Written on the main queue, the flags also by saves; read by the save queue. The list is published before the flags
-  // are set.
-  Published<std::shared_ptr<const PLSlotSnapshot>> _publishedList;
-  Published<std::shared_ptr<const TitlesVersion>> _publishedTitles;
-  PLTouchedLeaves _touchedLeaves;  // named on the main queue, gathered by saves
-  // What loads and saves know of the stored list.
-  Published<std::shared_ptr<const PLStoredVersion>> _storedVersion;
-  std::atomic<bool> _needsFriendListSync{false};     // set by edits, taken by a save, set again by one that failed
-  std::atomic<bool> _needsTitlesSync{false};         // the same, for titles that moved or could not be written
-  std::atomic<bool> _needsNormalizationMark{false};  // the same, for a mark that could not be written
-  std::atomic<std::uint64_t> _mergeCount{0};         // how many stored lists the published list has taken in
-  std::atomic<bool> _storeIsUnreadable{false};       // nothing is written over what could not be read
-  // Written by saves, read on the main queue: whether one looks or writes, and how many marks the last one knew of.
-  std::atomic<bool> _isSaving{false};
-  std::atomic<std::uint64_t> _savedMarks{0};
-
-  // Save queue.
-  std::shared_ptr<PLDelayedOperation> _saveOperation PELLOR_GUARDED_BY(*_saveQueue);
-  std::shared_ptr<Timer> _saveRetryTimer PELLOR_GUARDED_BY(*_saveQueue);
-  double _saveRetryPause PELLOR_GUARDED_BY(*_saveQueue);
-  std::shared_ptr<const PLSlotSnapshot> _savedList PELLOR_GUARDED_BY(*_saveQueue);  // that the last save looked at
-  std::uint64_t _savedTitlesEdition PELLOR_GUARDED_BY(*_saveQueue) = 0;
-  std::atomic<bool> _writeFailed{false};  // written on the save queue, read by `settle`
 
   // Change-log queue.
   std::optional<PLChangeLog> _changeLog PELLOR_GUARDED_BY(*_changeLogQueue);

@@ -149,6 +149,9 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   bool updateFromDictionaryRepresentation(const PersonDictionary& dictionary);
   /// The same for a form that was read already.
   bool updateFromForm(PLPersonForm& form);
+  /// For a person that was looked up and turns out to be the friend of a stored form: takes over the stored reply
+  /// preference and the stored metadata that it has not. Marks, logs and posts nothing.
+  void adoptPreferencesFromForm(PLPersonForm& form);
 
   /// Always true: of an archive only the classes that a key allows are read.
   static bool supportsSecureCoding() { return true; }

@@ -131,4 +131,16 @@ bool PLPersonForm::isAsWritten() {
          std::ranges::equal(storedDestinations(), _destinations) && !(_metadata && _metadata->empty());
 }
 
+PersonDictionary PLPersonForm::written() {
+  const PLPersonRecord::Content& form = content();
+  PersonDictionary dictionary{{std::string(PLPersonRecordIDKey), form._abRecordID},
+                              {std::string(PLPersonAllValuesKey), Array(_destinations.begin(), _destinations.end())}};
+  for (const auto& [key, text] : kTexts) {
+    if (form.texts[text]) dictionary.emplace(key, *form.texts[text]);
+  }
+  dictionary.emplace(PLPersonMonogramKey, "");
+  if (!metadata().empty()) dictionary.emplace(PLPersonMetadataKey, metadata());
+  return dictionary;
+}
+
 }  // namespace pellor

@@ -63,6 +63,8 @@ class PLPersonForm {
   const Dictionary& metadata() const;
   /// Whether a person that took all of it over stores this very form.
   bool isAsWritten();
+  /// The form that a person that took all of it over stores.
+  PersonDictionary written();
 
  private:
   void makeContent(bool areCanonical);

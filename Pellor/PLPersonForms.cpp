@@ -1,5 +1,8 @@
 // The persisted forms of a person: the dictionary of the friend list and the keyed archive.
 #include <algorithm>
+#include <map>
+#include <optional>
+#include <string>
 #include <utility>
 
 #include "Pellor/PLBundle.h"
@@ -98,7 +101,25 @@ bool PLPerson::_updateFromDictionaryRepresentationShouldLogUpdates(PLPersonForm&
   return changed;
 }
 
-// On behalf of a stored state, not of a caller's edit: so it neither marks nor announces the person.
+namespace {
+
+// What makes `entries` of `known`: absent values are of keys to be removed.
+std::map<std::string, std::optional<Value>> differingEntries(const Dictionary& known, const Dictionary& entries) {
+  std::map<std::string, std::optional<Value>> differing;
+  for (const auto& [key, value] : entries) {
+    const Value* present = valueForKey(known, key);
+    if (!present || *present != value) differing.emplace(key, value);
+  }
+  for (const auto& [key, value] : known) {
+    if (!valueForKey(entries, key)) differing.emplace(key, std::nullopt);
+  }
+  return differing;
+}
+
+}  // namespace
+
+// On behalf of a stored state, not of a caller's edit: so it neither marks nor announces the person. An edit that was
+// queued meanwhile keeps its entries.
 bool PLPerson::_adoptMetadata(const Dictionary& metadata, const ChangeReport& report, const LogFormat& format) {
   std::optional<Dictionary> replaced;
   _metadataQueue.sync([&] {
@@ -106,16 +127,36 @@ bool PLPerson::_adoptMetadata(const Dictionary& metadata, const ChangeReport& re
     if (_metadataDictionary() != metadata) replaced = _metadataDictionary();
   });
   if (!replaced) return false;
+  auto differing = differingEntries(*replaced, metadata);
   report(format, redactable(Value(std::move(*replaced))), redactable(Value(metadata)));
   _changes.touches.noteElsewhere();
   _lastChange.begin(_changes);
-  _metadataQueue.asyncBarrier([weak = weak_from_this(), metadata] {
+  _metadataQueue.asyncBarrier([weak = weak_from_this(), differing = std::move(differing)] {
     const auto self = weak.lock();
     if (!self) return;
     self->_metadataQueue.requireCurrent();
-    self->_setMetadataDictionary(metadata);
+    Dictionary entries = self->_metadataDictionary();
+    for (const auto& [key, value] : differing) {
+      entries.erase(key);
+      if (value) entries.emplace(key, *value);
+    }
+    self->_setMetadataDictionary(std::move(entries));
   });
   return true;
+}
+
+void PLPerson::adoptPreferencesFromForm(PLPersonForm& form) {
+  const Process::Scope scope(_process());
+  const ChangeReport report{*this, ChangeReport::Subject::description, false};
+  const auto& replyAs = form.contentFor(_record).texts[PLPersonRecord::_preferredReplyAs];
+  if (replyAs) {
+    _adopt(PLPersonRecord::_preferredReplyAs, replyAs, report,
+           "%@ is being marked as updated due to _preferredReplyAs: '%@' -> '%@'");
+  }
+  Dictionary entries = metadata();
+  entries.insert(form.metadata().begin(), form.metadata().end());
+  _adoptMetadata(entries, report, "%@ is being marked as updated due to metadata: %@ -> %@");
+  _publish();
 }
 
 void PLPerson::encodeWithCoder(KeyedEncoder& encoder) const {

@@ -11,7 +11,20 @@ namespace pellor {
 static_assert(PLSlotSnapshot::LeafSize == LongArray::RunSize);
 
 PLStoredVersion::PLStoredVersion(LongArray array, std::vector<Run> runs, PLSlotSnapshot list, std::uint64_t changes)
-    : _array(std::move(array)), _runs(std::move(runs)), _slots(std::move(list)), _changes(changes) {}
+    : PLStoredVersion(std::move(array), std::move(runs), std::move(list), changes, {}) {}
+
+PLStoredVersion::PLStoredVersion(LongArray array, std::vector<Run> runs, PLSlotSnapshot list, std::uint64_t changes,
+                                 std::map<std::uint64_t, std::vector<Slot>> displaced)
+    : _array(std::move(array)),
+      _runs(std::move(runs)),
+      _slots(std::move(list)),
+      _displaced(std::move(displaced)),
+      _changes(changes) {}
+
+std::span<const Slot> PLStoredVersion::leaf(std::uint64_t index) const {
+  if (const auto displaced = _displaced.find(index); displaced != _displaced.end()) return displaced->second;
+  return index < _slots.leafCount() ? _slots.leaf(index) : std::span<const Slot>();
+}
 
 namespace {
 
@@ -78,7 +91,7 @@ bool PLStoredVersion::holdsFor(std::span<const Slot> leaf) const {
 
 std::shared_ptr<const ArrayRun> PLStoredVersion::makeRun(std::span<const Slot> leaf, std::size_t index) const {
   const auto run = index < _runs.size() && _runs[index] != Run::other ? _array.runs()[index] : nullptr;
-  const auto before = run && index < _slots.leafCount() ? _slots.leaf(index) : std::span<const Slot>();
+  const auto before = run ? this->leaf(index) : std::span<const Slot>();
   std::vector<ArrayRun::Element> elements;
   elements.reserve(leaf.size());
   for (std::size_t place = 0; place < leaf.size(); ++place) {
@@ -96,6 +109,9 @@ std::shared_ptr<const ArrayRun> PLStoredVersion::makeRun(std::span<const Slot> l
 std::vector<bool> PLStoredVersion::differingLeaves(const PLSlotSnapshot& list) const {
   std::vector<bool> differs(list.leafCount());
   list.forEachDifferingLeaf(_slots, [&](std::uint64_t index) { differs[index] = true; });
+  for (const auto& [index, persons] : _displaced) {
+    if (index < differs.size()) differs[index] = true;
+  }
   return differs;
 }
 
@@ -120,7 +136,7 @@ bool PLStoredVersion::Unchanged::operator()(std::size_t index) const {
   const bool isUnchanged = index < _differs.size() && index < _known._runs.size() &&
                            _known._runs[index] == Run::atRest && _known._array.runs()[index] == _array.runs()[index] &&
                            (!_differs[index] || holdsTheSame(index)) &&
-                           (_changes == _known._changes || _known.holdsFor(_known._slots.leaf(index)));
+                           (_changes == _known._changes || _known.holdsFor(_known.leaf(index)));
   if (isUnchanged) checkSkip("a run that a load passes over to be merged", [&] { return isMergedRun(index); });
   return isUnchanged;
 }
@@ -137,8 +153,7 @@ bool PLStoredVersion::Unchanged::isMergedRun(std::size_t index) const {
 
 // The last leaf is another one after each load that put an empty group behind it.
 bool PLStoredVersion::Unchanged::holdsTheSame(std::size_t index) const {
-  if (index >= _known._slots.leafCount()) return false;
-  const auto known = _known._slots.leaf(index), present = _list.leaf(index);
+  const auto known = _known.leaf(index), present = _list.leaf(index);
   const std::size_t size = _array.runs()[index]->size();
   return std::min(known.size(), present.size()) >= size && std::ranges::equal(known.first(size), present.first(size));
 }

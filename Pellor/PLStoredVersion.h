@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <span>
 #include <vector>
@@ -29,6 +30,10 @@ class PLStoredVersion {
   PLStoredVersion() = default;
   /// What a merge of `array` into the list found: `list` is the list after it, `changes` the count before it.
   PLStoredVersion(LongArray array, std::vector<Run> runs, PLSlotSnapshot list, std::uint64_t changes);
+  /// The same of a list into which edits of this process were merged on the way: in the leaves that `displaced` names
+  /// the elements of `array` have these persons, null for a friend whom the merged list has not.
+  PLStoredVersion(LongArray array, std::vector<Run> runs, PLSlotSnapshot list, std::uint64_t changes,
+                  std::map<std::uint64_t, std::vector<Slot>> displaced);
 
   /// The list to be written for `list`: runs of which `known` has what would be written are taken over from there, and
   /// within the others every element of which that holds; only the rest is made. `changes` was counted before.
@@ -43,6 +48,12 @@ class PLStoredVersion {
   const LongArray& array() const { return _array; }
   /// How many changes of persons had been counted.
   std::uint64_t changes() const { return _changes; }
+
+  /// How many leaves there are, and the persons of one of them: who stands for which element.
+  std::uint64_t leafCount() const { return array().runs().size(); }
+  std::span<const Slot> leaf(std::uint64_t index) const;
+  /// Which leaves of `list` are not known to have the persons that they have here, in place.
+  std::vector<bool> differingLeaves(const PLSlotSnapshot& list) const;
 
   /// Tells of a merge of another version which of its runs it may pass over, being where it was when it began.
   class Unchanged {
@@ -67,11 +78,11 @@ class PLStoredVersion {
   bool holdsFor(std::span<const Slot> leaf) const;
   bool holdsFor(const Slot& slot) const;
   std::shared_ptr<const ArrayRun> makeRun(std::span<const Slot> leaf, std::size_t index) const;
-  std::vector<bool> differingLeaves(const PLSlotSnapshot& list) const;
 
   LongArray _array;
   std::vector<Run> _runs;
   PLSlotSnapshot _slots;
+  std::map<std::uint64_t, std::vector<Slot>> _displaced;  // in place of leaves of the slots
   std::uint64_t _changes = 0;
 };
 

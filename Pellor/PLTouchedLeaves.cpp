@@ -27,10 +27,35 @@ void PLTouchedLeaves::name(const PLSlotList& list) {
     }
   });
   _seen = count;
+  remember(leaves, areKnown);
   const MutexLock lock(_mutex);
   _named.insert(_named.end(), leaves.begin(), leaves.end());
   _namedCount = count;
   _namesAll = _namesAll && areKnown;
+}
+
+void PLTouchedLeaves::remember(const std::vector<std::uint64_t>& leaves, bool areKnown) {
+  const std::uint64_t changes = _changes.changes.load(std::memory_order_acquire);
+  if (!areKnown || _history.size() + leaves.size() > kLongHistory) {
+    _history.clear();
+    _historyBegin = changes;
+    return;
+  }
+  for (const std::uint64_t leaf : leaves) _history.emplace_back(changes, leaf);
+}
+
+std::optional<std::vector<std::uint64_t>> PLTouchedLeaves::changedSince(std::uint64_t changes,
+                                                                        std::uint64_t elsewhere) const {
+  if (changes < _historyBegin || elsewhere != _changes.touches.countElsewhere()) return std::nullopt;
+  std::vector<std::uint64_t> leaves;
+  for (const auto& [count, leaf] : _history) {
+    if (count > changes) leaves.push_back(leaf);
+  }
+  return leaves;
+}
+
+void PLTouchedLeaves::forgetUntil(std::uint64_t changes) {
+  while (!_history.empty() && _history.front().first <= changes) _history.pop_front();
 }
 
 void PLTouchedLeaves::gather() {

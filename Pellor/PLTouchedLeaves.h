@@ -2,7 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <functional>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "Pellor/PLPersonChanges.h"
@@ -23,6 +26,12 @@ class PLTouchedLeaves {
 
   /// Names the leaves of all who were touched since the last time. Main queue, before the list is published.
   void name(const PLSlotList& list);
+  /// The leaves in which persons may have changed after the first `changes` (PLPersonChanges::changes), as the list was
+  /// when it was named last; absent when that is not known of all. `elsewhere` was counted before `changes`. Main
+  /// queue.
+  std::optional<std::vector<std::uint64_t>> changedSince(std::uint64_t changes, std::uint64_t elsewhere) const;
+  /// Nobody asks for changes among the first `changes` any more. Main queue.
+  void forgetUntil(std::uint64_t changes);
 
   // Save queue.
   /// Gathers what was named. Before the list is read.
@@ -47,9 +56,16 @@ class PLTouchedLeaves {
 
  private:
   static constexpr std::size_t kLong = 256;
+  static constexpr std::size_t kLongHistory = 4096;
+
+  void remember(const std::vector<std::uint64_t>& leaves, bool areKnown);
 
   const PLPersonChanges& _changes;
-  std::uint64_t _seen = 0;  // main queue
+
+  // Main queue.
+  std::uint64_t _seen = 0;
+  std::deque<std::pair<std::uint64_t, std::uint64_t>> _history;  // the changes counted at a naming, and a leaf
+  std::uint64_t _historyBegin = 0;                               // of no earlier changes all leaves are known
 
   Mutex _mutex;  // held for moments
   std::vector<std::uint64_t> _named PELLOR_GUARDED_BY(_mutex);

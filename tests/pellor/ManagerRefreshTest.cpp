@@ -172,6 +172,8 @@ TEST_F(ManagerRefreshTest, ARefreshIsDueByNumberByNotificationAndAfterANewFriend
   EXPECT_FALSE(refresh());
   setSetting("ABSequenceNumber", 99);
   EXPECT_TRUE(refresh());
+  EXPECT_FALSE(refresh()) << "the number is on its way to the store";
+  scheduler->runUntilQuiet();
   EXPECT_EQ(storedSequenceNumber(), Value(world.addressBook().sequenceNumber()));
   EXPECT_FALSE(refresh());
   rename("Ann", "Anna");
@@ -210,6 +212,21 @@ TEST_F(ManagerRefreshTest, WhileRefreshingIsDisabledLoadsCleanUpThemselves) {
   setSetting("ABSequenceNumber", 99);
   a->run([&] { a->manager().setRefreshAgainstContactsEnabled(true); });
   EXPECT_EQ(a->logged(Refreshing), 1U) << "nothing was enabled";
+}
+
+TEST_F(ManagerRefreshTest, WhetherFriendsAreRefreshedMayBeSaidBeforeTheStoreAnswers) {
+  for (const bool setting : {false, true}) {
+    store("Ann#,-");
+    setSetting(PLRefreshAgainstContactsOnInitEnabledKey, setting);
+    world.preferences().makeUnreadable();
+    auto a = launch();
+    a->run([&] { a->manager().setRefreshAgainstContactsEnabled(!setting); });
+    world.preferences().makeReadable();
+    rest();
+    EXPECT_TRUE(a->manager().isLoaded());
+    EXPECT_EQ(a->manager().isRefreshAgainstContactsEnabled(), !setting);
+    a->kill();
+  }
 }
 
 TEST_F(ManagerRefreshTest, ARefreshThatALoadAskedForStaysDueUntilItRuns) {

@@ -68,8 +68,8 @@ TEST_F(ManagerSaveTest, OnlyChangesOfSlotsArePushedAndOnlyAfterTheInitialSync) {
   a->run([&] { a->manager().saveFriendGroupTitles(); });
   a->run([&] { a->manager().markFriendListAsNormalized(); });
   rest();
-  EXPECT_THAT(pushes(), ElementsAre(listKey, std::set<std::string>{"TNFriendGroupTitles"},
-                                    std::set<std::string>{"DidNormalizeFriendListDestinations"}));
+  EXPECT_THAT(pushes(),
+              ElementsAre(listKey, std::set<std::string>{"TNFriendGroupTitles", "DidNormalizeFriendListDestinations"}));
   EXPECT_EQ(posts(), 4U) << "neither titles nor the mark are posted, nor a save that had nothing to write";
   EXPECT_EQ(a->logged("friend list saved"), 4U);
 }

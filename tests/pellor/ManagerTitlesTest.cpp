@@ -43,6 +43,19 @@ TEST_F(ManagerTitlesTest, SavingTakesTheTitlesAsTheyAreAtTheCall) {
   EXPECT_THAT(world.preferences().writes()[0].keys, ElementsAre("TNFriendGroupTitles"));
 }
 
+TEST_F(ManagerTitlesTest, ATitleGoesWithThePageThatAnotherProcessRemoved) {
+  auto a = launchWith("Ann,-|Bob,Cy", {});
+  auto b = launch();
+  rest();
+  a->setTitle(0, "Family");
+  b->remove(0, 0);
+  rest();
+  EXPECT_EQ(a->list(), "Bob,Cy|-,-");
+  EXPECT_EQ(a->titles(), "-|-");
+  EXPECT_TRUE(a->process().settle(10));
+  EXPECT_EQ(b->titles(), "-|-");
+}
+
 TEST_F(ManagerTitlesTest, ARemovedPageTakesItsTitleAlongInEveryProcess) {
   world.pairedDevice().setCompletedInitialSync(true);
   auto a = launchWith("Ann,-|Bob,-|Cy,-", {"Family", "Work", "Chess", "Choir"});

@@ -1,5 +1,6 @@
 #include "Pellor/PLPerson.h"
 
+#include "Pellor/PLPersonForm.h"
 #include "tests/pellor/OneProcess.h"
 
 namespace pellor {
@@ -32,6 +33,18 @@ TEST_F(Person, StoredFormIsWrittenAsItWasRead) {
   EXPECT_FALSE(person->updateFromDictionaryRepresentation(fullForm));
   EXPECT_FALSE(person->needsSave());
   EXPECT_THAT(log->messages(), IsEmpty());
+}
+
+TEST_F(Person, AFormTellsHowThePersonMadeOfItWouldBeWritten) {
+  PersonDictionary unusual = fullForm;
+  unusual.insert_or_assign("AllValues", Array{"ann@example.org", "030 1234567", 7, "+49301234567", "nothing"});
+  unusual.insert_or_assign("Metadata", Dictionary{});
+  unusual.insert_or_assign("Later", "unknown");
+  unusual.erase("Monogram");
+  const PersonDictionary mistyped{{"ABRecordID", "7"}, {"Name", 1.5}, {"AllValues", "x@y"}, {"Monogram", ""}};
+  for (const PersonDictionary& form : {fullForm, unusual, mistyped, PersonDictionary()}) {
+    EXPECT_EQ(PLPersonForm(form).written(), fromForm(form)->dictionaryRepresentation());
+  }
 }
 
 TEST_F(Person, WhatAFormLacksOrMistypesIsCleared) {

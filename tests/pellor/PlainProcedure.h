@@ -70,13 +70,16 @@ class PlainProcedure {
   /// What the save queue does, once the main queue has run.
   void rest() {
     const auto isUnsaved = [](const Slot& person) { return person && person->needsSave(); };
-    if (!std::exchange(_saveIsRequested, false) || (!_needsSync && std::ranges::none_of(list, isUnsaved))) return;
+    if (!std::exchange(_saveIsRequested, false)) return;
+    const bool writesNumber = std::exchange(_numberIsDue, false);
+    const bool writesList = _needsSync || std::ranges::any_of(list, isUnsaved);
+    if (writesNumber || writesList) ++writes;
+    if (!writesList) return;
     stored.clear();
     for (const Slot& person : list) {
       stored.emplace_back(person ? person->dictionaryRepresentation() : Dictionary());
       if (person) person->setNeedsSave(false);
     }
-    ++writes;
     if (std::exchange(_needsSync, false)) ++pushes;
     log("friend list saved");
   }
@@ -101,7 +104,7 @@ class PlainProcedure {
       for (const Slot& person : list) {
         if (person) person->refreshWithAddressBook(&addressBook);
       }
-      if (sequenceNumber != addressBook.sequenceNumber()) ++writes;
+      _numberIsDue = _numberIsDue || sequenceNumber != addressBook.sequenceNumber();
       sequenceNumber = addressBook.sequenceNumber();
       didRefresh = true;
     });
@@ -312,14 +315,17 @@ class PlainProcedure {
     return moved;
   }
 
-  // Who was looked up becomes the friend, unchanged; what its making marked is not written if it is stored already.
+  // A looked-up person becomes the friend, with the stored preferences that it has not; it is written if that is not
+  // what is stored.
   Slot newFriend(const Dictionary& form) {
     Slot person = PLPerson::initWithDictionaryRepresentationAddressBook(form, nullptr);
     const auto sourced = std::ranges::find_if(_sourced, [&](const Slot& other) { return person->isLike(*other); });
     if (sourced == _sourced.end()) return person;
     person = *sourced;
     _sourced.erase(sourced);
-    if (person->dictionaryRepresentation() == form) person->setNeedsSave(false);
+    PLPersonForm shown(form);
+    person->adoptPreferencesFromForm(shown);
+    person->setNeedsSave(person->dictionaryRepresentation() != form);
     return person;
   }
 
@@ -394,6 +400,7 @@ class PlainProcedure {
   PLChangeLog _changes;
   std::shared_ptr<Timer> _refreshTimer;
   bool _refreshes, _didLoad = false, _needsSync = false, _needsRefresh = false, _saveIsRequested = false;
+  bool _numberIsDue = false;  // it goes out with the next write
 };
 
 }  // namespace pellor

@@ -134,10 +134,15 @@ class Life : private GeneratedData {
     _plain.stored = list;
   }
 
+  /// Another process writes when nothing is to be written here: else it would be merged with.
   void reload() {
+    both([&] { _manager->save(); }, [&] { _plain.save(); });
+    runUntilQuiet();
     Array list = chance(8) ? anyList() : _plain.stored;
     for (auto changes = below(4); changes > 0; --changes) change(list);
     list.resize(std::min<std::size_t>(list.size(), longestList), Dictionary());
+    // Processes write whole pages: friends behind the end of a shorter list would stay, known to this process alone.
+    while (list.size() % _settings.groupSize != 0) list.emplace_back(Dictionary());
     store(list);
     both([&] { _manager->reloadFriendList(); }, [&] { _plain.reload(); });
   }

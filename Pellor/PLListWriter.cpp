@@ -1,0 +1,432 @@
+#include "Pellor/PLListWriter.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Pellor/PLBundle.h"
+#include "Pellor/PLFriendsManagerKeys.h"
+#include "Pellor/PLPerson.h"
+#include "platform/Platform.h"
+#include "runtime/Scheduler.h"
+
+namespace pellor {
+namespace {
+
+constexpr double kSaveDelay = 0.1;
+// A store that fails is asked again after pauses that double from the first to the longest of these, in seconds.
+constexpr double kFirstRetryPause = 0.1;
+constexpr double kLongestRetryPause = 60;
+// More writes whose outcome nobody knows are not remembered: merged once more, what such a one wrote stays as it is.
+constexpr std::size_t kMostUnknownWrites = 16;
+
+}  // namespace
+
+// What one save writes: the marks that it took, and what was published after they were taken.
+struct PLListWriter::Write {
+  PreferenceWriteID id;
+  bool layoutChanged = false;
+  bool titlesChanged = false;
+  bool marksNormalized = false;
+  std::optional<std::int32_t> sequenceNumber;
+  std::vector<std::shared_ptr<PLPerson>> persons;  // whose own changes it takes along
+  Published published;
+  std::shared_ptr<const PLStoredBase> base;  // that it is made from
+  std::shared_ptr<PLStoredVersion> list;     // as it is to be stored
+  PreferenceVersion listVersion, titlesVersion;
+  std::uint64_t elsewhere = 0;  // touches of persons, counted before any flag was taken
+  std::uint64_t changes = 0;    // of persons, counted before any of them was looked at and after its flag was taken
+  bool knowsTouched = false;    // whether all of these are in leaves that were gathered
+
+  bool writesList() const { return layoutChanged || !persons.empty(); }
+  bool isEmpty() const { return !writesList() && !titlesChanged && !marksNormalized && !sequenceNumber; }
+};
+
+std::shared_ptr<PLListWriter> PLListWriter::make(Process& process, std::string domain) {
+  return std::make_shared<PLListWriter>(Passkey{}, process, std::move(domain));
+}
+
+PLListWriter::PLListWriter(Passkey, Process& process, std::string domain)
+    : _process(process),
+      _domain(std::move(domain)),
+      _preferencesSyncManager(platformOf(process).preferencesSync),
+      _saveQueue(SerialQueue::make(std::string(PLVendorPrefix) + ".Pellor.PLFriendsManager.Save")),
+      _writer(process.scheduler().randomNumber() | 1U),
+      _touchedLeaves(process.local<PLPersonChanges>()),
+      _retryPause(kFirstRetryPause) {}
+
+// --- What is to be written -----------------------------------------------------------------------------------------
+
+void PLListWriter::publish(PLSlotList& list, const PLPageNumbers& pages) {
+  _touchedLeaves.name(list);
+  const MutexLock lock(_mutex);
+  _published.pages = pages;
+  if (_published.list && _publishedListVersion == list.version()) return;
+  _publishedListVersion = list.version();
+  _published.list = std::make_shared<const PLSlotSnapshot>(list.snapshot());
+}
+
+// A save sees both marks or none: a list and its titles by page belong together.
+void PLListWriter::markLayout(std::optional<Array> titles) {
+  auto published = titles ? std::make_shared<const Array>(*std::move(titles)) : nullptr;
+  const MutexLock lock(_mutex);
+  _needsFriendListSync.store(true, std::memory_order_release);
+  if (!published) return;
+  _published.titles = std::move(published);
+  _needsTitlesSync.store(true, std::memory_order_release);
+}
+
+void PLListWriter::markTitles(Array titles) {
+  auto published = std::make_shared<const Array>(std::move(titles));
+  const MutexLock lock(_mutex);
+  _published.titles = std::move(published);
+  _needsTitlesSync.store(true, std::memory_order_release);
+}
+
+void PLListWriter::clearMarks() {
+  const MutexLock lock(_mutex);
+  _needsFriendListSync.store(false, std::memory_order_release);
+  _needsTitlesSync.store(false, std::memory_order_release);
+}
+
+void PLListWriter::keepSequenceNumber(std::int32_t number) {
+  const MutexLock lock(_mutex);
+  _sequenceNumber = number;
+}
+
+void PLListWriter::save() {
+  if (isMarked() || _isSaving || _hasFailed || awaitsLoad()) return _requestSave();
+  if (std::exchange(_saveIsDue, true)) return;
+  _process.mainQueue().async([self = shared_from_this()] {
+    self->_saveIsDue = false;
+    if (self->isMarked() || self->_isSaving) self->_requestSave();
+  });
+}
+
+// --- What is known of it -------------------------------------------------------------------------------------------
+
+// A person that comes into the list with a flag comes by an edit, or is marked again as it comes.
+bool PLListWriter::isMarked() const {
+  if (_needsFriendListSync || _needsTitlesSync || _needsNormalizationMark) return true;
+  if (_savedMarks != _process.local<PLPersonChanges>().marks) return true;
+  const MutexLock lock(_mutex);
+  return _sequenceNumber.has_value();
+}
+
+bool PLListWriter::awaitsLoad() const {
+  const MutexLock lock(_mutex);
+  return _phase == Phase::awaitsLoad;
+}
+
+bool PLListWriter::isWriting() const {
+  const MutexLock lock(_mutex);
+  return _phase == Phase::writing;
+}
+
+// --- The stored list -----------------------------------------------------------------------------------------------
+
+std::shared_ptr<const PLStoredBase> PLListWriter::base() const {
+  const MutexLock lock(_mutex);
+  return _base;
+}
+
+PLListWriter::Turn PLListWriter::beginLoad(const PreferenceVersion& list, const PreferenceVersion& titles) {
+  const MutexLock lock(_mutex);
+  if (_phase != Phase::writing) {
+    _phase = Phase::awaitsLoad;
+    return Turn::now;
+  }
+  if (_base && _base->listVersion == list && _base->titlesVersion == titles) return Turn::nothingNew;
+  _loadIsDeferred = true;
+  return Turn::later;
+}
+
+void PLListWriter::acceptIfWritten(const PLStoredList& stored) {
+  std::shared_ptr<const Write> found;
+  {
+    const MutexLock lock(_mutex);
+    const auto isStored = [&](const auto& write) {
+      return write->id == (write->list ? stored.listVersion : stored.titlesVersion).write;
+    };
+    const auto known = std::ranges::find_if(_unknownWrites, isStored);
+    if (known == _unknownWrites.end()) return;
+    found = *known;
+  }
+  Write write = *found;
+  if (write.list) write.list = std::make_shared<PLStoredVersion>(*write.list);
+  PreferenceWriteAnswer answer{PreferenceWriteOutcome::written, {}};
+  answer.written.emplace(PLFriendListKey, VersionedPreference{stored.list, stored.listVersion});
+  answer.written.emplace(PLGroupTitlesKey, VersionedPreference{std::nullopt, stored.titlesVersion});
+  _saveQueue->async([self = shared_from_this(), write] { self->push(write); });
+  adopt(write, answer);
+}
+
+void PLListWriter::takeOver(std::shared_ptr<const PLStoredBase> base, PLSlotList& list, const PLPageNumbers& pages) {
+  _touchedLeaves.name(list);
+  _touchedLeaves.forgetUntil(base->list->changes());
+  _publishedListVersion = list.version();
+  auto published = std::make_shared<const PLSlotSnapshot>(list.snapshot());
+  const MutexLock lock(_mutex);
+  _published.list.swap(published);
+  _published.pages = pages;
+  _base.swap(base);
+  _phase = Phase::ready;
+  _unknownWrites.clear();
+}
+
+void PLListWriter::awaitLoad() {
+  const MutexLock lock(_mutex);
+  if (_phase == Phase::ready) _phase = Phase::awaitsLoad;
+}
+
+// --- Saves ---------------------------------------------------------------------------------------------------------
+
+void PLListWriter::_requestSave() {
+  _saveQueue->async([self = shared_from_this()] {
+    self->_saveQueue->requireCurrent();
+    if (self->_saveOperation) self->_saveOperation->invalidate();
+    std::weak_ptr<PLListWriter> weak = self;
+    self->setSaveOperation(PLDelayedOperation::initWithQueueDelayBlock(self->_saveQueue, kSaveDelay, [weak] {
+      const auto writer = weak.lock();
+      if (!writer) return;
+      writer->_saveQueue->requireCurrent();
+      writer->_save();
+    }));
+    self->_saveOperation->execute();
+  });
+}
+
+void PLListWriter::_save() {
+  _isSaving = true;
+  writeUnsavedChanges();
+  _isSaving = false;
+}
+
+void PLListWriter::writeUnsavedChanges() {
+  Write write;
+  if (!takeUnsavedChanges(write)) return;
+  if (write.isEmpty()) {
+    leaveWriting(Phase::ready);
+    if (!write.knowsTouched || _touchedLeaves.isLong()) _touchedLeaves.beginAt(write.changes, write.elsewhere);
+    _hasFailed = false;
+    return;
+  }
+  write.id = {_writer, ++_writeCount};
+  const PreferenceChanges changes = changesOf(write);
+  finish(write, platformOf(_process).preferences->write(changes, write.id, _domain));
+}
+
+// Each mark is taken before what it stands for is read: a change that comes in between is written now, and once more by
+// the save that it asks for, rather than never. The sequence number comes first: the changes that it tells of were
+// marked before it. False while the stored list has to be loaded: the marks stay.
+bool PLListWriter::takeUnsavedChanges(Write& write) {
+  _touchedLeaves.gather();
+  {
+    const MutexLock lock(_mutex);
+    if (_phase == Phase::awaitsLoad) return false;
+    _phase = Phase::writing;
+    write.sequenceNumber = std::exchange(_sequenceNumber, std::nullopt);
+    write.layoutChanged = _needsFriendListSync.exchange(false, std::memory_order_acq_rel);
+    write.titlesChanged = _needsTitlesSync.exchange(false, std::memory_order_acq_rel);
+    write.marksNormalized = _needsNormalizationMark.exchange(false, std::memory_order_acq_rel);
+    write.published = _published;
+    write.base = _base;
+  }
+  takeUnsavedPersons(write);
+  // After the flags of the persons: what they stand for is counted then, and no stored form of before passes for
+  // theirs.
+  write.changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
+  write.knowsTouched = _touchedLeaves.isComplete();
+  return true;
+}
+
+// When it is known who was marked since the last save looked, only they and who came into the list since may carry a
+// flag.
+void PLListWriter::takeUnsavedPersons(Write& write) {
+  const auto takeFlag = [&](const Slot& person) {
+    if (person != EmptySlot && person->needsSave() && person->takeNeedsSave()) write.persons.push_back(person);
+  };
+  const PLPersonChanges& changes = _process.local<PLPersonChanges>();
+  write.elsewhere = changes.touches.countElsewhere();
+  const std::uint64_t marks = changes.marks.load(std::memory_order_acquire);
+  if (_savedList && (marks == _savedMarks || _touchedLeaves.isComplete())) {
+    _touchedLeaves.visit(*write.published.list, *_savedList, takeFlag);
+  } else {
+    write.published.list->forEach(takeFlag);
+  }
+  _savedMarks = marks;
+  _savedList = write.published.list;
+}
+
+namespace {
+
+PreferenceChange set(Value value, std::optional<PreferenceVersion> madeFrom) {
+  return {PreferenceChange::Kind::set, std::move(value), madeFrom};
+}
+
+}  // namespace
+
+// Titles belong to the pages of a list: alone they go out only while that list is the stored one.
+PreferenceChanges PLListWriter::changesOf(Write& write) {
+  PreferenceChanges changes;
+  if (write.writesList()) {
+    const PLStoredVersion& known = *write.base->list;
+    const auto* touched = write.knowsTouched ? _touchedLeaves.since(known.changes()) : nullptr;
+    write.list =
+        std::make_shared<PLStoredVersion>(PLStoredVersion::made(known, *write.published.list, write.changes, touched));
+    changes.emplace(PLFriendListKey, set(write.list->array(), write.base->listVersion));
+  }
+  if (write.titlesChanged) {
+    changes.emplace(PLGroupTitlesKey, set(*write.published.titles, write.base->titlesVersion));
+    changes.try_emplace(std::string(PLFriendListKey),
+                        PreferenceChange{PreferenceChange::Kind::keep, std::nullopt, write.base->listVersion});
+  }
+  if (write.marksNormalized) changes.emplace(PLDidNormalizeFriendListDestinationsKey, set(true, std::nullopt));
+  if (write.sequenceNumber) {
+    changes.emplace(PLAddressBookSequenceNumberKey, set(*write.sequenceNumber, std::nullopt));
+  }
+  return changes;
+}
+
+void PLListWriter::finish(Write& write, PreferenceWriteAnswer answer) {
+  switch (answer.outcome) {
+    case PreferenceWriteOutcome::written:
+      return accept(write, answer);
+    case PreferenceWriteOutcome::overtaken:
+      keepUnsavedChanges(write);
+      leaveWriting(Phase::awaitsLoad);
+      return askForLoad(&PLListWriterClient::listWasOvertaken);
+    case PreferenceWriteOutcome::failed:
+      keepUnsavedChanges(write);
+      _hasFailed = true;
+      leaveWriting(Phase::ready);
+      return retryLater();
+    case PreferenceWriteOutcome::unknown:
+      keepUnsavedChanges(write);
+      _hasFailed = true;
+      rememberUnknown(write);
+      leaveWriting(Phase::awaitsLoad);
+      return askForLoadLater();
+  }
+}
+
+void PLListWriter::accept(Write& write, const PreferenceWriteAnswer& answer) {
+  if (write.list) _touchedLeaves.beginAt(write.changes, write.elsewhere);
+  _hasFailed = false;
+  _retryPause = kFirstRetryPause;
+  push(write);
+  adopt(write, answer);
+  leaveWriting(Phase::ready);
+}
+
+// Makes what the store has accepted the baseline, and tells of it.
+void PLListWriter::adopt(Write& write, const PreferenceWriteAnswer& answer) {
+  const auto writtenUnder = [&](std::string_view key) {
+    const auto found = answer.written.find(key);
+    return found == answer.written.end() ? VersionedPreference() : found->second;
+  };
+  if (write.list) {
+    const VersionedPreference stored = writtenUnder(PLFriendListKey);
+    const LongArray* array = stored.value ? stored.value->longArray() : nullptr;
+    // The store keeps the list in a form of its own, which the next save builds on.
+    write.list->takeOver(array ? *array : LongArray());
+    write.listVersion = stored.version;
+    _PLGetLogSystem().log(LogFormat("friend list saved").as("_save"));
+  }
+  if (write.titlesChanged) write.titlesVersion = writtenUnder(PLGroupTitlesKey).version;
+  const std::shared_ptr<const PLStoredBase> base = baseAfter(write);
+  if (base) {
+    const MutexLock lock(_mutex);
+    _base = base;
+    _unknownWrites.clear();
+  }
+  tellWritten({write.list != nullptr, write.titlesChanged, base, write.published.list->version(), write.published.pages,
+               write.sequenceNumber});
+}
+
+void PLListWriter::rememberUnknown(const Write& write) {
+  if (!write.list && !write.titlesChanged) return;
+  const MutexLock lock(_mutex);
+  if (_unknownWrites.size() == kMostUnknownWrites) _unknownWrites.erase(_unknownWrites.begin());
+  _unknownWrites.push_back(std::make_shared<const Write>(write));
+}
+
+// A write that only persons' own changes caused is not pushed to the paired device.
+void PLListWriter::push(const Write& write) {
+  std::set<std::string> keys;
+  if (write.layoutChanged) keys.emplace(PLFriendListKey);
+  if (write.titlesChanged) keys.emplace(PLGroupTitlesKey);
+  if (write.marksNormalized) keys.emplace(PLDidNormalizeFriendListDestinationsKey);
+  if (!keys.empty() && _preferencesSyncManager->hasCompletedInitialSync()) {
+    _preferencesSyncManager->synchronizeDomainKeys(_domain, keys);
+  }
+}
+
+void PLListWriter::keepUnsavedChanges(const Write& write) {
+  for (const auto& person : write.persons) person->setNeedsSave(true);
+  const MutexLock lock(_mutex);
+  if (write.titlesChanged) _needsTitlesSync.store(true, std::memory_order_release);
+  if (write.marksNormalized) _needsNormalizationMark.store(true, std::memory_order_release);
+  if (write.layoutChanged) _needsFriendListSync.store(true, std::memory_order_release);
+  if (!_sequenceNumber) _sequenceNumber = write.sequenceNumber;
+}
+
+// The baseline if the write is accepted; null when it has neither list nor titles.
+std::shared_ptr<PLStoredBase> PLListWriter::baseAfter(const Write& write) const {
+  if (!write.list && !write.titlesChanged) return nullptr;
+  auto base = std::make_shared<PLStoredBase>(*write.base);
+  if (write.list) {
+    base->list = write.list;
+    base->listVersion = write.listVersion;
+    base->pages = write.published.pages;
+    base->elsewhere = write.elsewhere;
+  }
+  if (write.titlesChanged) {
+    base->titles = *write.published.titles;
+    base->titlesVersion = write.titlesVersion;
+  }
+  return base;
+}
+
+void PLListWriter::leaveWriting(Phase phase) {
+  bool isDeferred = false;
+  {
+    const MutexLock lock(_mutex);
+    _phase = phase;
+    isDeferred = std::exchange(_loadIsDeferred, false);
+  }
+  // When the write was overtaken the load is asked for anyway.
+  if (isDeferred && phase == Phase::ready) askForLoad(&PLListWriterClient::loadIsDue);
+}
+
+void PLListWriter::askForLoad(void (PLListWriterClient::*tell)()) {
+  _process.mainQueue().async([weak = _client, tell] {
+    if (const auto client = weak.lock()) (client.get()->*tell)();
+  });
+}
+
+void PLListWriter::askForLoadLater() {
+  std::weak_ptr<PLListWriter> weak = weak_from_this();
+  _retryTimer = Timer::after(*_saveQueue, nextPause(), [weak] {
+    if (const auto self = weak.lock()) self->askForLoad(&PLListWriterClient::loadIsDue);
+  });
+}
+
+void PLListWriter::retryLater() {
+  std::weak_ptr<PLListWriter> weak = weak_from_this();
+  _retryTimer = Timer::after(*_saveQueue, nextPause(), [weak] {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->_saveQueue->requireCurrent();
+    self->_save();
+  });
+}
+
+double PLListWriter::nextPause() { return std::exchange(_retryPause, std::min(_retryPause * 2, kLongestRetryPause)); }
+
+void PLListWriter::tellWritten(PLAcceptedWrite write) {
+  _process.mainQueue().async([weak = _client, write = std::move(write)] {
+    if (const auto client = weak.lock()) client->listWasWritten(write);
+  });
+}
+
+}  // namespace pellor

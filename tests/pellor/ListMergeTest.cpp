@@ -1,0 +1,147 @@
+// The merge of stored lists: friends and pages are known by what they are like.
+#include "Pellor/PLListMerge.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+namespace pellor {
+namespace {
+
+Value friendOf(const std::string& name) {
+  if (name.empty()) return Dictionary{};
+  return Dictionary{{"ABRecordID", 0}, {"Name", name}, {"AllValues", Array{name + "@example.org"}}, {"Monogram", ""}};
+}
+
+PLTitledList listOf(const std::vector<std::string>& names, const std::vector<std::string>& titles = {}) {
+  Array list;
+  for (const std::string& name : names) list.push_back(friendOf(name));
+  return {LongArray(list), Array(titles.begin(), titles.end())};
+}
+
+// As a device writes it whose contacts have that identifier.
+PLTitledList ofContacts(const PLTitledList& titled, const std::string& databaseUID) {
+  Array list = titled.list.elements();
+  for (Value& element : list) {
+    Dictionary form = *element.dictionary();
+    if (!form.empty()) form.insert_or_assign("ABDatabaseUID", databaseUID);
+    element = form;
+  }
+  return {LongArray(list), titled.titles};
+}
+
+std::vector<std::string> namesIn(const LongArray& list) {
+  std::vector<std::string> names;
+  for (const Value& element : list.elements()) {
+    names.push_back(stringForKey(*element.dictionary(), "Name").value_or(""));
+  }
+  return names;
+}
+
+PLMergedList merged(const PLTitledList& base, const PLTitledList& theirs, const PLTitledList& ours) {
+  const auto asItIs = [](const Dictionary& form) { return form; };
+  return mergedLists(base, theirs, ours, {2, 3, asItIs});
+}
+
+TEST(ListMergeTest, EditsOfBothHold) {
+  struct Case {
+    const char* what;
+    PLTitledList base, theirs, ours;
+    PLTitledList result;
+    std::size_t leftOut = 0;
+  };
+  const PLTitledList four = listOf({"a", "b", "c", "d"}, {"A", "C"});
+  const Case cases[] = {
+      {"added by both", four, listOf({"a", "b", "c", "d", "t", ""}, {"A", "C"}),
+       listOf({"a", "b", "c", "d", "o", ""}, {"A", "C"}), listOf({"a", "b", "c", "d", "t", "o"}, {"A", "C"})},
+      {"one removed by each", four, listOf({"", "b", "c", "d"}, {"A", "C"}), listOf({"a", "b", "c", ""}, {"A", "C"}),
+       listOf({"", "b", "c", ""}, {"A", "C"})},
+      {"moved by ours, its neighbour removed by theirs: nobody is left on the page", four,
+       listOf({"a", "", "c", "d"}, {"A", "C"}), listOf({"", "b", "c", "d", "a", ""}, {"A", "C"}),
+       listOf({"c", "d", "a", ""}, {"C"})},
+      {"a title each", four, listOf({"a", "b", "c", "d"}, {"T", "C"}), listOf({"a", "b", "c", "d"}, {"A", ""}),
+       listOf({"a", "b", "c", "d"}, {"T", ""})},
+      {"ours removed a page, theirs renamed the one behind it", four, listOf({"a", "b", "c", "d"}, {"A", "T"}),
+       listOf({"c", "d"}, {"C"}), listOf({"c", "d"}, {"T"})},
+      {"nothing in common: nobody is removed", {}, listOf({"a", "b"}), listOf({"o", ""}), listOf({"a", "b", "o", ""})},
+      {"the same friends on both in other places, nothing in common",
+       {},
+       listOf({"a", "b"}),
+       listOf({"b", "a"}),
+       listOf({"b", "a"})},
+      {"the same friends with the numbers of other contacts, nothing in common",
+       {},
+       ofContacts(listOf({"a", "b"}), "X"),
+       ofContacts(listOf({"a", "b", "o", ""}), "Y"),
+       listOf({"a", "b", "o", ""})},
+      {"no room for all", four, listOf({"a", "b", "c", "d", "t", "u"}, {"A", "C"}),
+       listOf({"a", "b", "c", "d", "o", ""}, {"A", "C"}), listOf({"a", "b", "c", "d", "t", "u"}, {"A", "C"}), 1},
+  };
+  for (const Case& test : cases) {
+    const PLMergedList both = merged(test.base, test.theirs, test.ours);
+    EXPECT_EQ(namesIn(both.merged.list), namesIn(test.result.list)) << test.what;
+    EXPECT_EQ(both.merged.titles, test.result.titles) << test.what;
+    EXPECT_EQ(both.leftOutCount, test.leftOut) << test.what;
+    // At rest: what came of it is not merged again into something else.
+    EXPECT_EQ(merged(test.theirs, both.merged, test.theirs).merged, both.merged) << test.what;
+    EXPECT_EQ(merged(test.base, both.merged, both.merged).merged, both.merged) << test.what;
+    EXPECT_EQ(merged(test.base, test.base, test.ours).merged, test.ours) << test.what;
+  }
+}
+
+/// One side's edits of slots with names.
+struct Side {
+  std::vector<std::string> names;
+  std::set<std::string> added, removed;
+
+  Side(std::vector<std::string> base, const std::string& who, std::mt19937& random) : names(std::move(base)) {
+    for (auto edits = random() % 5; edits > 0; --edits) {
+      std::string& slot = names[random() % names.size()];
+      std::string& other = names[random() % names.size()];
+      const auto kind = random() % 3;
+      if (kind == 0) {
+        std::swap(slot, other);
+      } else if (!slot.empty()) {
+        if (added.erase(slot) == 0) removed.insert(slot);
+        slot.clear();
+      } else {
+        slot = who + std::to_string(edits);
+        added.insert(slot);
+      }
+    }
+  }
+};
+
+TEST(ListMergeTest, LosesNobodyWhomNeitherRemovedAndDoublesNobody) {
+  for (std::uint32_t seed = 0; seed < 3000 && !HasFailure(); ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    std::vector<std::string> base;
+    for (auto slots = 4 + random() % 5; slots > 0; --slots)
+      base.push_back(random() % 4 ? "b" + std::to_string(slots) : "");
+    const Side theirs(base, "t", random), ours(base, "o", random);
+    std::set<std::string> expected(base.begin(), base.end());
+    for (const Side* side : {&theirs, &ours}) {
+      for (const std::string& name : side->removed) expected.erase(name);
+      expected.insert(side->added.begin(), side->added.end());
+    }
+    expected.erase("");
+    const auto asItIs = [](const Dictionary& form) { return form; };
+    const PLListMergeOptions options{1 + random() % 4, 50, asItIs};
+    for (const auto& [first, second] : {std::pair(&theirs, &ours), std::pair(&ours, &theirs)}) {
+      const PLMergedList both = mergedLists(listOf(base), listOf(first->names), listOf(second->names), options);
+      std::vector<std::string> names = namesIn(both.merged.list);
+      std::erase(names, "");
+      EXPECT_EQ(std::set(names.begin(), names.end()), expected);
+      EXPECT_EQ(names.size(), expected.size()) << "somebody is there twice";
+      EXPECT_EQ(both.leftOutCount, 0u);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace pellor

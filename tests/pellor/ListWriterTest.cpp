@@ -1,0 +1,247 @@
+// What a list writer writes and what it leaves alone, on stores that are slow, fail, are overtaken, and do not tell.
+#include "Pellor/PLListWriter.h"
+
+#include <functional>
+
+#include "Pellor/PLFriendsManagerKeys.h"
+#include "Pellor/PLPerson.h"
+#include "Pellor/PLThreeWayMerge.h"
+#include "tests/pellor/OneProcess.h"
+#include "tests/pellor/SlowStore.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+const std::string Domain = "org.tapnote.Writer";
+const std::string ListKey(PLFriendListKey), TitlesKey(PLGroupTitlesKey);
+
+class Teller : public PLListWriterClient {
+ public:
+  void listWasWritten(const PLAcceptedWrite& write) override {
+    told.push_back(std::string("written") + (write.hasList ? " list" : "") + (write.hasTitles ? " titles" : ""));
+  }
+  void listWasOvertaken() override { told.push_back("overtaken"); }
+  void loadIsDue() override { told.push_back("load"); }
+  std::vector<std::string> take() { return std::exchange(told, {}); }
+
+  std::vector<std::string> told;
+};
+
+/// A list of four slots with a writer that has taken over an empty store.
+class ListWriterTest : public ::testing::Test {
+ protected:
+  ListWriterTest() {
+    Platform platform = world.makePlatform(process);
+    platform.preferences = std::make_shared<SlowStore>(
+        platform.preferences,
+        [this](std::string_view) {
+          if (const auto now = std::exchange(duringWrite, nullptr)) now();
+        },
+        [this](std::string_view) {
+          if (const auto now = std::exchange(afterWrite, nullptr)) now();
+        });
+    preferences = platform.preferences;
+    installPlatform(process, platform);
+    scope.emplace(process);
+    writer = PLListWriter::make(process, Domain);
+    writer->setClient(teller);
+    for (int slot = 0; slot < 4; ++slot) list.append(EmptySlot);
+    takeOverWhatIsStored();
+  }
+
+  PLStoredList read() {
+    const auto answer = preferences->read(std::vector{ListKey, TitlesKey}, Domain);
+    PLStoredList stored;
+    const auto& [value, version] = answer.value()->at(ListKey);
+    if (value) stored.list = value->longArray() ? *value->longArray() : LongArray(*value->array());
+    stored.listVersion = version;
+    stored.titlesVersion = answer.value()->at(TitlesKey).version;
+    return stored;
+  }
+  /// As a load does that lets the own list stand.
+  void takeOverWhatIsStored() {
+    const PLStoredList stored = read();
+    writer->acceptIfWritten(stored);
+    auto base = std::make_shared<PLStoredBase>();
+    base->listVersion = stored.listVersion;
+    base->titlesVersion = stored.titlesVersion;
+    writer->takeOver(std::move(base), list, pages);
+  }
+  void put(std::uint64_t slot, const std::string& name) {
+    auto person = PLPerson::initWithDictionaryRepresentationAddressBook({{"Name", name}}, nullptr);
+    list.set(slot, std::move(person));
+    writer->publish(list, pages);
+    writer->markLayout();
+  }
+  void save() {
+    writer->publish(list, pages);
+    writer->save();
+  }
+  void writeElsewhere(const std::string& name) {
+    world.preferences().setValue(ListKey, Array{Dictionary{{"Name", name}}}, Domain);
+  }
+  std::string storedNames() {
+    std::string names;
+    for (const Value& element : read().list.elements()) {
+      const Value* name = valueForKey(*element.dictionary(), "Name");
+      names += name ? *name->string() + " " : "- ";
+    }
+    return names;
+  }
+  void settle() { scheduler->runUntilQuiet(); }
+
+  SimulatedWorld world;
+  std::shared_ptr<SimulatedScheduler> scheduler = std::make_shared<SimulatedScheduler>(1);
+  Process process{scheduler, nullptr};
+  std::function<void()> duringWrite, afterWrite;
+  std::shared_ptr<PreferencesStore> preferences;
+  std::optional<Process::Scope> scope;
+  PLSlotList list;
+  PLPageNumbers pages = std::make_shared<const std::vector<std::uint64_t>>(std::vector<std::uint64_t>{1, 2});
+  std::shared_ptr<Teller> teller = std::make_shared<Teller>();
+  std::shared_ptr<PLListWriter> writer;
+};
+
+TEST_F(ListWriterTest, WhatChangesDuringAWriteGoesOutWithTheNextOne) {
+  put(0, "Ann");
+  duringWrite = [&] { put(1, "Bob"); };
+  afterWrite = [&] {
+    list.at(0)->setPreferredReplyAs("home");
+    save();
+  };
+  save();
+  settle();
+  EXPECT_EQ(storedNames(), "Ann Bob - - ");
+  EXPECT_EQ(read().list.at(0).dictionary()->at("ReplyAs"), Value("home"));
+  EXPECT_THAT(teller->take(), ElementsAre("written list", "written list"));
+  EXPECT_FALSE(writer->isMarked());
+  EXPECT_EQ(writer->base()->listVersion, read().listVersion);
+  save();
+  settle();
+  EXPECT_THAT(teller->take(), IsEmpty()) << "nothing was marked";
+}
+
+TEST_F(ListWriterTest, AFailedWriteStaysMarkedAndIsTriedAgain) {
+  world.preferences().failWrites(3);
+  put(0, "Ann");
+  writer->markNormalized();
+  writer->keepSequenceNumber(7);
+  save();
+  settle();
+  EXPECT_TRUE(writer->hasFailed());
+  EXPECT_TRUE(writer->isMarked());
+  EXPECT_THAT(teller->take(), IsEmpty());
+  save();
+  settle();
+  EXPECT_EQ(world.preferences().failedWriteCount(), 2U) << "a request does not wait for the pause";
+  scheduler->advance(10);
+  EXPECT_FALSE(writer->hasFailed());
+  EXPECT_EQ(world.preferences().writeCount(), 1U);
+  EXPECT_THAT(world.preferences().writes()[0].keys,
+              ElementsAre("ABSequenceNumber", "DidNormalizeFriendListDestinations", "FriendList"));
+  EXPECT_THAT(teller->take(), ElementsAre("written list"));
+}
+
+TEST_F(ListWriterTest, NothingIsWrittenOverAnotherProcessUntilItIsTakenOver) {
+  const auto overtaking = [&](const std::function<void()>& edit) {
+    edit();
+    duringWrite = [&] { writeElsewhere("Eve"); };
+    save();
+    settle();
+    EXPECT_THAT(teller->take(), ElementsAre("overtaken"));
+    save();
+    settle();
+    EXPECT_EQ(storedNames(), "Eve ");
+    EXPECT_TRUE(writer->isMarked());
+    takeOverWhatIsStored();
+    save();
+    settle();
+  };
+  overtaking([&] {
+    put(0, "Ann");
+    writer->keepSequenceNumber(3);
+  });
+  EXPECT_EQ(storedNames(), "Ann - - - ");
+  EXPECT_EQ(world.preferences().value(PLAddressBookSequenceNumberKey, Domain), Value(3));
+  EXPECT_THAT(teller->take(), ElementsAre("written list"));
+  overtaking([&] { list.at(0)->setPreferredReplyAs("home"); });
+  EXPECT_EQ(storedNames(), "Ann - - - ");
+  EXPECT_THAT(teller->take(), ElementsAre("written list"));
+  overtaking([&] { writer->markTitles({"Family"}); });
+  EXPECT_EQ(storedNames(), "Eve ") << "titles alone leave the list alone";
+  EXPECT_EQ(world.preferences().value(TitlesKey, Domain), Value(Array{"Family"}));
+  EXPECT_THAT(teller->take(), ElementsAre("written titles"));
+}
+
+TEST_F(ListWriterTest, TitlesThatMovedGoOutWithTheirList) {
+  put(0, "Ann");
+  writer->markLayout(Array{"Family", "Work"});
+  save();
+  settle();
+  ASSERT_EQ(world.preferences().writeCount(), 1U);
+  EXPECT_THAT(world.preferences().writes()[0].keys, ElementsAre("FriendList", "TNFriendGroupTitles"));
+  EXPECT_THAT(teller->take(), ElementsAre("written list titles"));
+  EXPECT_EQ(writer->base()->titles, (Array{"Family", "Work"}));
+}
+
+// Whatever became of it, the list is written once, and its client is told once.
+TEST_F(ListWriterTest, AWriteWhoseOutcomeIsUnknownIsRecognisedOrMadeAgain) {
+  using Untold = InMemoryPreferences::Untold;
+  int number = 0;
+  for (const Untold fate : {Untold::stored, Untold::delayed, Untold::lost}) {
+    const std::string name = "Friend" + std::to_string(++number);
+    world.preferences().leaveUntold(fate, 1);
+    put(0, name);
+    save();
+    settle();
+    EXPECT_THAT(teller->take(), IsEmpty()) << name;
+    EXPECT_TRUE(writer->hasFailed()) << name;
+    save();
+    settle();
+    EXPECT_EQ(storedNames() == name + " - - - ", fate == Untold::stored) << "not made again before a look";
+    scheduler->advance(10);
+    EXPECT_THAT(teller->take(), ElementsAre("load")) << name;
+    EXPECT_EQ(world.preferences().storeDelayedWrites(), fate == Untold::delayed ? 1U : 0U);
+    takeOverWhatIsStored();
+    settle();
+    const bool isWritten = fate != Untold::lost;
+    EXPECT_EQ(teller->take().size(), isWritten ? 1U : 0U) << name;
+    // A load that finds the own edits stored.
+    if (isWritten) writer->clearMarks();
+    save();
+    settle();
+    EXPECT_EQ(teller->take().size(), isWritten ? 0U : 1U) << name;
+    EXPECT_EQ(storedNames(), name + " - - - ");
+    EXPECT_FALSE(writer->hasFailed()) << name;
+  }
+}
+
+TEST_F(ListWriterTest, ALoadWaitsForAWriteThatMayBeWhatWasRead) {
+  using Turn = PLListWriter::Turn;
+  put(0, "Ann");
+  const PLStoredList before = read();
+  duringWrite = [&] { EXPECT_EQ(writer->beginLoad(before.listVersion, before.titlesVersion), Turn::nothingNew); };
+  afterWrite = [&] {
+    const PLStoredList after = read();
+    EXPECT_EQ(writer->beginLoad(after.listVersion, after.titlesVersion), Turn::later);
+  };
+  save();
+  settle();
+  EXPECT_THAT(teller->take(), ElementsAre("written list", "load"));
+  const PLStoredList stored = read();
+  EXPECT_EQ(writer->beginLoad(stored.listVersion, stored.titlesVersion), Turn::now);
+  put(1, "Bob");
+  save();
+  settle();
+  EXPECT_EQ(storedNames(), "Ann - - - ") << "nothing is written during a load";
+  writer->takeOver(writer->base(), list, pages);
+  save();
+  settle();
+  EXPECT_EQ(storedNames(), "Ann Bob - - ");
+}
+
+}  // namespace
+}  // namespace pellor

@@ -1,0 +1,270 @@
+// Edits of several processes at the same moment: what each sees, and what is stored.
+#include "tests/pellor/ManagerWorld.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::AnyOf;
+using ::testing::ElementsAre;
+
+class ManagerOvertakenTest : public ManagerTest {
+ protected:
+  ManagerOvertakenTest() { setGroups(4, 3); }
+
+  /// Two processes on that list, at rest.
+  void launchBoth(const std::string& list, const std::vector<std::string>& titles = {}) {
+    if (!titles.empty()) storeTitles(titles);
+    a = launchWith(list);
+    b = launch();
+    rest();
+    a->takeEvents();
+    b->takeEvents();
+  }
+  bool settle(ManagerProcess& process) {
+    return process.run([&] { return process.process().settle(60); });
+  }
+  void swapFirstTwo(ManagerProcess& process, std::uint64_t index) {
+    process.run([&] {
+      const auto group = process.group(index);
+      auto friends = group->friends();
+      std::swap(friends[0], friends[1]);
+      group->setFriends(friends);
+      std::erase(friends, EmptySlot);
+      process.manager().friendGroupDidMoveFriends(group, friends);
+    });
+  }
+  /// Both have the list that is stored.
+  std::string agreed() {
+    rest();
+    EXPECT_EQ(a->list(), b->list());
+    EXPECT_EQ(a->manager().invariantViolation(), std::nullopt);
+    const std::string list = a->list();
+    a->kill();
+    b->kill();
+    a = launch();
+    EXPECT_EQ(a->list(), list) << "after a restart";
+    return list;
+  }
+
+  std::unique_ptr<ManagerProcess> a, b;
+};
+
+// Each row: what both do before either has heard of the other, and what comes of it.
+TEST_F(ManagerOvertakenTest, EditsOfTwoProcessesBothHold) {
+  const struct {
+    const char* what;
+    const char* list;
+    std::function<void(ManagerProcess&)> first, second;
+    const char* result;
+  } rows[] = {
+      {"both add", "Ann#,-,-", [](auto& p) { p.add("Bob"); }, [](auto& p) { p.add("Cy"); }, "Ann,Bob,Cy|-,-,-"},
+      {"both add the same contact", "Ann#,-,-", [](auto& p) { p.add("Bob"); }, [](auto& p) { p.add("Bob"); },
+       "Ann,Bob,-|-,-,-"},
+      {"one adds, one removes", "Ann#,Bob#,-", [](auto& p) { p.add("Cy"); }, [](auto& p) { p.remove(0, 0); },
+       "-,Bob,Cy|-,-,-"},
+      {"both remove", "Ann#,Bob#,Cy#", [](auto& p) { p.remove(0, 0); }, [](auto& p) { p.remove(0, 2); },
+       "-,Bob,-|-,-,-"},
+      {"one empties a page that the other adds to", "Ann#,-,-|Bob#,-,-", [](auto& p) { p.remove(1, 0); },
+       [](auto& p) { p.set(p.person("Cy"), 1, 1); }, "Ann,-,-|-,Cy,-|-,-,-"},
+      {"one removes whom the other changes", "Ann#,Bob#,-", [](auto& p) { p.remove(0, 0); },
+       [](auto& p) { p.friendAt(0, 0)->setPreferredReplyAs("home"); }, "-,Bob,-|-,-,-"},
+  };
+  contacts({"Ann", "Bob", "Cy"});
+  for (const auto& row : rows) {
+    for (const bool isReversed : {false, true}) {
+      launchBoth(row.list);
+      (isReversed ? row.second : row.first)(isReversed ? *b : *a);
+      (isReversed ? row.first : row.second)(isReversed ? *a : *b);
+      EXPECT_TRUE(settle(*a)) << row.what;
+      EXPECT_TRUE(settle(*b)) << row.what;
+      const std::string result = agreed();
+      const std::string added = row.result;
+      // Of two additions to one slot the one that was stored first has it.
+      const bool isAsTold = result == added || (std::string(row.what) == "both add" && result == "Ann,Cy,Bob|-,-,-");
+      EXPECT_TRUE(isAsTold) << row.what << ": " << result;
+      a->kill();
+    }
+  }
+}
+
+TEST_F(ManagerOvertakenTest, FieldsOfOneFriendMergeOneByOne) {
+  launchBoth("Ann,Bob,-");
+  a->run([&] { a->friendAt(0, 0)->setPreferredReplyAs("home"); });
+  a->run([&] { a->friendAt(0, 0)->setMetadataValueForKey(Value("blue"), "color"); });
+  b->run([&] { b->friendAt(0, 0)->setMetadataValueForKey(Value(1), "rank"); });
+  swapFirstTwo(*b, 0);
+  EXPECT_TRUE(settle(*a));
+  EXPECT_TRUE(settle(*b)) << "a move asks for no save: settling does";
+  agreed();
+  const auto ann = a->friendAt(0, 1);
+  ASSERT_NE(ann, nullptr);
+  EXPECT_EQ(ann->displayName(), "Ann");
+  EXPECT_EQ(ann->preferredReplyAs(), "home");
+  EXPECT_EQ(ann->metadata(), (Dictionary{{"color", "blue"}, {"rank", 1}}));
+}
+
+TEST_F(ManagerOvertakenTest, AnEditThatIsNotStoredSurvivesAReload) {
+  launchBoth("Ann,-,-");
+  a->add("Bob");
+  const auto bob = a->friendAt(0, 1);
+  a->run([&] { a->manager().reloadFriendList(); });
+  EXPECT_EQ(a->friendAt(0, 1), bob);
+  store("Ann,-,-|Cy,-,-");
+  a->run([&] { a->manager().reloadFriendList(); });
+  EXPECT_EQ(a->friendAt(0, 1), bob) << "and one of another list";
+  EXPECT_EQ(agreed(), "Ann,bob@example.org,-|Cy,-,-|-,-,-");
+}
+
+TEST_F(ManagerOvertakenTest, TitlesOfBothHoldAndStayWithTheirPages) {
+  launchBoth("Ann,-,-|Bob,-,-|Cy,-,-", {"Family", "Work", "Chess"});
+  a->setTitle(1, "Office");
+  a->run([&] { a->manager().saveFriendGroupTitles(); });
+  b->setTitle(2, "Choir");
+  advance(2);
+  b->run([&] { b->manager().saveFriendGroupTitles(); });
+  rest();
+  EXPECT_EQ(storedTitles(), "Family|Office|Choir|-");
+  EXPECT_EQ(a->titles(), "Family|Office|Choir|-") << "the write of the titles is posted";
+  EXPECT_EQ(b->titles(), a->titles());
+
+  a->remove(0, 0);
+  b->setTitle(1, "Desk");
+  EXPECT_TRUE(settle(*a));
+  EXPECT_TRUE(settle(*b)) << "a title that was set is an edit";
+  rest();
+  EXPECT_EQ(storedTitles(), "Desk|Choir|-");
+  EXPECT_EQ(b->titles(), "Desk|Choir|-");
+}
+
+// As many friends stand behind the page that went as pages went: the friends tell which page is which.
+TEST_F(ManagerOvertakenTest, ATitleIsGivenToThePageThatWentFurtherUp) {
+  setGroups(4, 1);
+  launchBoth("Ann|Bob");
+  a->setTitle(1, "Work");
+  b->remove(0, 0);
+  EXPECT_TRUE(settle(*b));
+  EXPECT_TRUE(settle(*a));
+  rest();
+  EXPECT_EQ(a->list(), "Bob|-");
+  EXPECT_EQ(a->titles(), "Work|-");
+  EXPECT_EQ(b->titles(), "Work|-");
+}
+
+TEST_F(ManagerOvertakenTest, APageThatComesBackHasTheTitleThatTheStoreHas) {
+  launchBoth("Ann,-,-|Bob,-,-", {"Family", "Work"});
+  store("Ann,-,-");
+  postListChanged();
+  rest();
+  store("Ann,-,-|Bob,-,-");
+  postListChanged();
+  rest();
+  EXPECT_EQ(a->titles(), "Family|Work|-");
+  a->run([&] { a->manager().saveFriendGroupTitles(); });
+  rest();
+  EXPECT_EQ(storedTitles(), "Family|Work|-");
+}
+
+TEST_F(ManagerOvertakenTest, AnAdditionThatFindsNoRoomLeavesAndIsToldOnce) {
+  setGroups(1, 2);
+  launchBoth("Ann,-");
+  a->add("Bob");
+  b->add("Cy");
+  // The scheduler chooses who is first.
+  const bool isFirst = settle(*a);
+  EXPECT_NE(settle(*b), isFirst);
+  EXPECT_TRUE(settle(*a));
+  EXPECT_TRUE(settle(*b));
+  EXPECT_EQ((isFirst ? *b : *a).logged("was displaced and removed"), 1U);
+  EXPECT_EQ(agreed(), isFirst ? "Ann,bob@example.org" : "Ann,cy@example.org");
+}
+
+TEST_F(ManagerOvertakenTest, AfterBeingOvertakenAgainAndAgainTheEditIsStored) {
+  launchBoth("Ann,-,-");
+  a->add("Bob");
+  for (int number = 0; number < 20; ++number) {
+    scheduler->step();
+    b->run([&] { b->friendAt(0, 0)->setPreferredReplyAs(std::to_string(number)); });
+  }
+  EXPECT_TRUE(settle(*a));
+  EXPECT_TRUE(settle(*b));
+  EXPECT_EQ(agreed(), "Ann,bob@example.org,-|-,-,-");
+  EXPECT_EQ(a->friendAt(0, 0)->preferredReplyAs(), "19");
+}
+
+TEST_F(ManagerOvertakenTest, AListOfAnotherStoreRemovesNobody) {
+  launchBoth("Ann,Bob,-");
+  world.preferences().renew(InMemoryPreferences::Renewal::empty);
+  setGroups(4, 3);
+  store("Cy,-,-");
+  postListChanged();
+  const std::string list = agreed();
+  for (const char* name : {"Ann", "Bob", "Cy"}) EXPECT_NE(list.find(name), std::string::npos) << list;
+}
+
+TEST_F(ManagerOvertakenTest, ALostEchoLeavesNothingStale) {
+  launchBoth("Ann,-,-");
+  a->add("Bob");
+  world.bus().breakConnection(a->process());
+  scheduler->runUntilQuiet();
+  // What b writes now is told to a by the echo that comes for both.
+  b->add("Cy");
+  scheduler->runUntilQuiet();
+  world.bus().restoreConnection(a->process());
+  rest();
+  EXPECT_EQ(a->list(), b->list());
+  EXPECT_TRUE(settle(*a));
+  agreed();
+}
+
+TEST_F(ManagerOvertakenTest, AWriteOfWhichNobodyToldIsMadeOnce) {
+  using Untold = InMemoryPreferences::Untold;
+  for (const Untold fate : {Untold::stored, Untold::delayed, Untold::lost}) {
+    launchBoth("Ann,-,-");
+    world.preferences().leaveUntold(fate, 1);
+    a->add("Bob");
+    scheduler->runUntilQuiet();
+    b->add("Cy");
+    scheduler->runUntilQuiet();
+    world.preferences().storeDelayedWrites();
+    EXPECT_TRUE(settle(*a));
+    EXPECT_TRUE(settle(*b));
+    EXPECT_THAT(agreed(),
+                AnyOf("Ann,bob@example.org,cy@example.org|-,-,-", "Ann,cy@example.org,bob@example.org|-,-,-"));
+    a->kill();
+  }
+}
+
+TEST_F(ManagerOvertakenTest, ALookedUpPersonThatBecomesAFriendTakesWhatIsStored) {
+  launchBoth("Ann,-,-");
+  const auto looked = a->run([&] { return a->manager().personWithDestinations({mailOf("Bob")}); });
+  a->run([&] { looked->setMetadataValueForKey(Value("mine"), "own"); });
+  b->add("Bob");
+  b->run([&] {
+    b->friendAt(0, 1)->setPreferredReplyAs("home");
+    b->friendAt(0, 1)->setMetadataValueForKey(Value("theirs"), "other");
+  });
+  EXPECT_TRUE(settle(*b));
+  rest();
+  EXPECT_EQ(a->friendAt(0, 1), looked);
+  agreed();
+  EXPECT_EQ(a->friendAt(0, 1)->preferredReplyAs(), "home");
+  EXPECT_EQ(a->friendAt(0, 1)->metadata(), (Dictionary{{"own", "mine"}, {"other", "theirs"}}));
+}
+
+TEST_F(ManagerOvertakenTest, AListThatIsWrittenBackTakesTitlesAlongOnlyWhereThereAreNone) {
+  for (const bool hasTitles : {false, true}) {
+    launchBoth("Ann,-,-|Bob,-,-", {"Family", "Work"});
+    world.preferences().setValue(PLFriendListKey, std::nullopt, a->domain());
+    world.preferences().setValue(PLGroupTitlesKey, std::nullopt, a->domain());
+    if (hasTitles) storeTitles({"Home"});
+    postListChanged();
+    rest();
+    EXPECT_EQ(stored(3), "Ann,-,-|Bob,-,-|-,-,-");
+    EXPECT_EQ(storedTitles(), hasTitles ? "Home" : "Family|Work|-");
+    a->kill();
+    b->kill();
+  }
+}
+
+}  // namespace
+}  // namespace pellor
