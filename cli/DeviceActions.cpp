@@ -8,6 +8,7 @@
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
 #include "cli/SyncedKeys.h"
+#include "cli/SyncedMerge.h"
 #include "linux/mosquitto/DevicePairing.h"
 #include "linux/mosquitto/DeviceReceiver.h"
 #include "linux/mosquitto/PairedDevice.h"
@@ -165,6 +166,8 @@ DeviceReceiverOptions receiverOptions(Session& session, const DeviceServeArgumen
                                                              const std::set<std::string>& keys) {
     return changeNames(*preferences, domain, keys);
   };
+  options.merge = syncedMerge(session.process(), platform.preferences);
+  options.sync = platform.preferencesSync;
   options.acceptsSmaller = arguments.acceptsSmaller;
   return options;
 }

@@ -203,6 +203,7 @@ void DevicePairing::revoke() const {
   fs::remove(_folder / PeerFile, error);
   if (error) throw DeviceError("cannot remove " + (_folder / PeerFile).string() + ": " + error.message());
   fs::remove(_folder / SealingFile, error);
+  const auto receiving = IncomingFile(_folder).waitForLock();
   IncomingFile(_folder).forget();
 }
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "linux/mosquitto/SyncMessages.h"
+#include "linux/mosquitto/ValuesWrite.h"
 
 namespace pellor {
 namespace {
@@ -12,14 +13,27 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds FirstPause{250};
 constexpr milliseconds LongestPause = std::chrono::minutes(1);
+// After others wrote in between.
+constexpr milliseconds FirstRetry{5};
+constexpr milliseconds LongestRetry{250};
+constexpr int MostRetries = 40;
 
-std::ptrdiff_t friendsIn(const std::optional<Value>& value) {
+std::ptrdiff_t friendsIn(const Value* value) {
   const Array* array = value ? value->array() : nullptr;
   if (!array) return 0;
   return std::ranges::count_if(*array, [](const Value& element) {
     const Dictionary* dictionary = element.dictionary();
     return dictionary && !dictionary->empty();
   });
+}
+
+// The same in every process of this device, another one for each pairing; nobody's is 0.
+std::uint64_t writerOf(const std::string& name, const std::string& fingerprint) {
+  const std::string text = name + " " + fingerprint;
+  const Data digest = digestOf({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
+  std::uint64_t writer = 1;
+  for (std::size_t index = 0; index < 7; ++index) writer = writer << 8 | digest[index];
+  return writer;
 }
 
 FileLock lockOf(const std::filesystem::path& folder) {
@@ -46,6 +60,7 @@ DeviceReceiver::DeviceReceiver(Passkey, Process& process, DeviceReceiverOptions 
       _lock(std::move(lock)),
       _pairing(_options.folder),
       _file(_options.folder),
+      _kept(_options.folder),
       _tell(std::make_shared<std::function<void(const std::string&)>>(_options.tell)),
       _pause(FirstPause),
       // Of its own name: a receiver that was cut off and comes back ends its former connection.
@@ -60,8 +75,10 @@ std::optional<DeviceReceiver::Pairing> DeviceReceiver::pairing() const {
   const auto name = _pairing.name();
   auto peer = _pairing.peer();
   const auto keys = _pairing.sealingKeys();
-  if (!name || !peer || !keys) return std::nullopt;
-  return Pairing{*peer, SyncTopics(*name, *peer), SyncTopics(*peer, *name), *keys};
+  const auto fingerprint = _pairing.fingerprint();
+  if (!name || !peer || !keys || !fingerprint) return std::nullopt;
+  return Pairing{*peer,         SyncTopics(*name, *peer),     SyncTopics(*peer, *name), *keys,
+                 *name < *peer, writerOf(*name, *fingerprint)};
 }
 
 void DeviceReceiver::work() {
@@ -110,11 +127,11 @@ void DeviceReceiver::arrived(const std::string& topic, std::span<const std::uint
 }
 
 void DeviceReceiver::takeKey(std::uint64_t generation, const Data& content) {
-  auto message = decodeKeyMessage(content);
+  const auto message = decodeKeyMessage(content);
   if (!message) return ignore("that does not decode");
   Received& received = _received[message->key];
   if (generation < received.generation) return ignore("that is older than one that came before");
-  received = {generation, digestOf(content), std::move(message->value)};
+  received = {generation, digestOf(content), content};
 }
 
 void DeviceReceiver::takeManifest(const Pairing& pairing, std::uint64_t generation, const Data& content) {
@@ -131,50 +148,81 @@ void DeviceReceiver::takeManifest(const Pairing& pairing, std::uint64_t generati
 
 void DeviceReceiver::ignore(const char* what) { _log.log("a message %@ was ignored", what); }
 
-/// What is to be written; absent while a value has not arrived yet.
-std::optional<DeviceReceiver::DomainValues> DeviceReceiver::changesOfManifest() const {
-  DomainValues changes;
-  for (const auto& [key, digest] : _next->keys) {
-    const auto stored = _state.stored.find(key);
-    if (stored != _state.stored.end() && stored->second == digest) continue;
+/// The generation that is next; absent while a value has not arrived yet.
+std::optional<ArrivedGeneration> DeviceReceiver::arrivedGeneration() const {
+  ArrivedGeneration arrived{_next->generation, _next->manifest, {}};
+  for (const auto& [key, digest] : _next->manifest.keys) {
     const auto received = _received.find(key);
-    if (received == _received.end() || received->second.digest != digest) return std::nullopt;
-    changes[key.first][key.second] = received->second.value;
+    if (received != _received.end() && received->second.digest == digest) {
+      arrived.messages.emplace(key, received->second.content);
+      continue;
+    }
+    const auto stored = _state.stored.find(key);
+    if (const auto kept = _kept.find(digest)) {
+      arrived.messages.emplace(key, *encode(*kept));
+    } else if (stored == _state.stored.end() || stored->second != digest) {
+      return std::nullopt;
+    }
   }
-  return changes;
+  return arrived;
 }
 
 void DeviceReceiver::store(const Pairing& pairing) {
-  const auto changes = changesOfManifest();
-  if (!changes) return;
+  const auto lock = _file.tryLock();
+  if (!lock) return _connection.workAgainIn(FirstRetry);
+  if (_pairing.fingerprint() != _fingerprint) return;
+  _state = _file.read();
+  auto arrived = arrivedGeneration();
+  if (!arrived) return;
+  const GenerationMerge merge(
+      {_state, OutgoingFile(_options.folder).read(), _kept, _options.merge, pairing.isNameFirst}, *std::move(arrived));
   std::string refusal;
-  const bool couldRead = findRefusal(*changes, refusal);
-  if (couldRead && !refusal.empty()) return refuse(pairing, refusal);
-  const bool isStored = couldRead && write(*changes) && remember();
-  if (std::exchange(_storeFails, !isStored) == isStored) {
-    _log.log(isStored ? "what the paired device sends can be stored again"
-                      : "what the paired device sends cannot be stored");
-  }
-  if (!isStored) {
-    _connection.workAgainIn(_pause);
-    _pause = std::min(_pause * 2, LongestPause);
-    return;
-  }
+  if (!findRefusal(merge, refusal)) return storeLater(PreferenceWriteOutcome::failed);
+  if (!refusal.empty()) return refuse(pairing, refusal);
+  Storing storing;
+  PreferenceWriteOutcome outcome = write(pairing, merge, storing);
+  if (outcome == PreferenceWriteOutcome::written && !remember(merge)) outcome = PreferenceWriteOutcome::failed;
+  if (outcome != PreferenceWriteOutcome::written) return storeLater(outcome);
+  if (std::exchange(_storeFails, false)) _log.log("what the paired device sends can be stored again");
   _pause = FirstPause;
+  _retries = 0;
   acknowledge(pairing);
-  post(*changes);
-  tell("stored generation " + std::to_string(_state.generation));
+  post(storing.changed);
+  tellStored(storing);
+}
+
+// The generation stays where it is, to be merged once more with what is stored then.
+void DeviceReceiver::storeLater(PreferenceWriteOutcome outcome) {
+  if (outcome != PreferenceWriteOutcome::failed && ++_retries <= MostRetries) {
+    return _connection.workAgainIn(std::min(FirstRetry * (1 << std::min(_retries, 10)), LongestRetry));
+  }
+  if (!std::exchange(_storeFails, true)) {
+    _log.log(outcome == PreferenceWriteOutcome::failed
+                 ? "what the paired device sends cannot be stored"
+                 : "what the paired device sends is not stored yet: other programs keep changing the list");
+  }
+  _connection.workAgainIn(_pause);
+  _pause = std::min(_pause * 2, LongestPause);
+}
+
+void DeviceReceiver::tellStored(const Storing& storing) {
+  const std::string generation = "generation " + std::to_string(_state.generation);
+  tell(storing.isMerged ? "stored " + generation + ", merged with what was edited here" : "stored " + generation);
+  if (storing.leftOut == 0) return;
+  _log.log("%lu friends had no room on the list that was merged with the paired device's", storing.leftOut);
+  tell("no room for " + std::to_string(storing.leftOut) + " friends");
 }
 
 // False when the store cannot be read.
-bool DeviceReceiver::findRefusal(const DomainValues& changes, std::string& refusal) const {
-  for (const auto& [domain, values] : changes) {
-    if (!_options.preferences->synchronize(domain)) return false;
-    for (const auto& [key, value] : values) {
-      const auto present = _options.preferences->copyValue(key, domain);
-      if (!present.isReadable()) return false;
-      if (_options.acceptsSmaller || _state.stored.contains({domain, key})) continue;
-      const auto before = friendsIn(present.value()), after = friendsIn(value);
+bool DeviceReceiver::findRefusal(const GenerationMerge& merge, std::string& refusal) const {
+  if (_options.acceptsSmaller || !merge.isFirst()) return true;
+  for (const auto& [domain, keys] : merge.keys()) {
+    const std::vector<std::string> names(keys.begin(), keys.end());
+    const auto present = _options.preferences->read(names, domain);
+    if (!present.isReadable()) return false;
+    for (const auto& [key, stored] : *present.value()) {
+      const auto before = friendsIn(stored.value ? &*stored.value : nullptr),
+                 after = friendsIn(valueForKey(merge.arrived(domain), key));
       if (after * 2 >= before) continue;
       refusal = "of " + std::to_string(before) + " friends on this device " + std::to_string(after) + " would be left";
     }
@@ -193,20 +241,33 @@ void DeviceReceiver::refuse(const Pairing& pairing, const std::string& reason) {
   tell("refused generation " + std::to_string(refused.generation) + ": " + reason);
 }
 
-bool DeviceReceiver::write(const DomainValues& changes) {
-  bool isWritten = true;
-  for (const auto& [domain, values] : changes) {
-    for (const auto& [key, value] : values) _options.preferences->setValue(key, value, domain);
-    isWritten = _options.preferences->synchronize(domain) && isWritten;
+// What has to be sent back is asked for before the generation is remembered: a process that ends in between merges once
+// more, finds its own write, and asks again.
+PreferenceWriteOutcome DeviceReceiver::write(const Pairing& pairing, const GenerationMerge& merge, Storing& storing) {
+  // By its name the write is known after the end of the process: this device's, of that generation.
+  const PreferenceWriteID id{pairing.writer, _next->generation};
+  for (const auto& [domain, keys] : merge.keys()) {
+    std::size_t leftOut = 0;
+    const WrittenValues written =
+        writeValues(*_options.preferences, domain, keys, id, [&, &name = domain](const Dictionary& stored) {
+          MergedValues merged = merge.merged(name, stored);
+          leftOut = merged.leftOut;
+          return merged.values;
+        });
+    if (written.outcome != PreferenceWriteOutcome::written) return written.outcome;
+    storing.leftOut += leftOut;
+    storing.isMerged = storing.isMerged || written.values != merge.arrived(domain);
+    if (!written.changed.empty()) storing.changed[domain] = written.changed;
+    if (_options.sync && merge.needsSending(domain, written.values)) _options.sync->synchronizeDomainKeys(domain, keys);
   }
-  return isWritten;
+  return PreferenceWriteOutcome::written;
 }
 
-// After the values: what is not remembered is written once more, with the same result.
-bool DeviceReceiver::remember() {
-  IncomingState next{_next->generation, std::nullopt, _next->keys};
-  if (_file.write(next)) return false;
-  _state = std::move(next);
+bool DeviceReceiver::remember(const GenerationMerge& merge) {
+  auto next = merge.next();
+  if (!next || _file.write(*next)) return false;
+  _kept.retain(next->digests());
+  _state = *std::move(next);
   _next.reset();
   std::erase_if(_received, [&](const auto& entry) { return entry.second.generation <= _state.generation; });
   return true;
@@ -220,11 +281,9 @@ void DeviceReceiver::acknowledge(const Pairing& pairing) {
   _connection.publish(topic, pairing.keys.seal(topic, generation, *encode(acknowledgement)));
 }
 
-void DeviceReceiver::post(const DomainValues& changes) {
+void DeviceReceiver::post(const std::map<std::string, std::set<std::string>>& changed) {
   std::vector<std::string> names;
-  for (const auto& [domain, values] : changes) {
-    std::set<std::string> keys;
-    for (const auto& [key, value] : values) keys.insert(key);
+  for (const auto& [domain, keys] : changed) {
     for (const std::string& name : _options.changeNames(domain, keys)) {
       if (std::ranges::find(names, name) == names.end()) names.push_back(name);
     }

@@ -12,9 +12,12 @@
 
 #include "linux/mosquitto/DevicePairing.h"
 #include "linux/mosquitto/FileLock.h"
+#include "linux/mosquitto/GenerationMerge.h"
+#include "linux/mosquitto/KeptMessages.h"
 #include "linux/mosquitto/MQTTConnection.h"
 #include "linux/mosquitto/PushState.h"
 #include "platform/PreferencesStore.h"
+#include "platform/PreferencesSyncService.h"
 #include "platform/SystemNotifyBus.h"
 #include "runtime/Process.h"
 
@@ -30,24 +33,32 @@ struct DeviceReceiverOptions {
   /// The names to be posted, in this order, after those keys of a domain were written. Called on the connection's
   /// thread, when they are.
   std::function<std::vector<std::string>(const std::string& domain, const std::set<std::string>& keys)> changeNames;
+  /// Brings together what came and what was edited here. Called on the connection's thread.
+  ValuesMerge merge;
+  /// Sends what came of a merge to the paired device. May be null: this device sends nothing.
+  std::shared_ptr<PreferencesSyncService> sync;
   /// Whether also a much smaller list takes the place of one that did not come from the paired device.
   bool acceptsSmaller = false;
   /// Called on the main queue with what happened, one line for the user: stored, refused, away, back. May be empty.
   std::function<void(const std::string& text)> tell;
 };
 
-/// Takes what PairedDevice sends on the paired device: writes the values of one generation in one synchronise a domain,
-/// posts the change names, and acknowledges the generation.
+/// Takes what PairedDevice sends on the paired device: merges the values of one generation with what is stored here,
+/// writes those that differ in one write a domain, posts the change names, and acknowledges the generation.
 ///
 /// Taken is only what the paired device has sealed for this one, in a generation later than the last one that was
 /// stored here, with the very values of its manifest. So strangers, a revoked device, a tampered value and an old
 /// message that is sent again change nothing. Until all values of a manifest have arrived nothing of it is written.
 ///
-/// A key that no value from the paired device was ever stored under may hold a list that the other device does not
-/// know. Such a list of friends (an array with dictionaries that are not empty) is protected: a generation that would
-/// leave fewer than half as many of them, or none, is refused as a whole. That is said on the log and in the
-/// acknowledgement, and remembered for `IncomingFile`. It ends with a later generation that is large enough, or with
-/// `acceptsSmaller`.
+/// The base of the merge is what both devices have had (see IncomingState), so that edits of both survive. When others
+/// write in between it is made again with what they wrote. What differs from what came goes back by `sync`; both
+/// devices are at rest when what comes is what is stored.
+///
+/// The first generation takes the place of what is stored, unless this device sends as well: then that may be on its
+/// way, and both lists are merged with nobody counting as removed. A list of friends (an array with dictionaries that
+/// are not empty) that would be replaced is protected: a generation that would leave fewer than half as many of them,
+/// or none, is refused as a whole. That is said on the log and in the acknowledgement, and remembered for
+/// `IncomingFile`. It ends with a later generation that is large enough, or with `acceptsSmaller`.
 ///
 /// One process receives for a device at a time.
 class DeviceReceiver final : private MQTTConnection::Client {
@@ -65,17 +76,23 @@ class DeviceReceiver final : private MQTTConnection::Client {
     SyncTopics fromPeer;
     SyncTopics toPeer;
     SealingKeys keys;
+    bool isNameFirst;      ///< this device's, by name
+    std::uint64_t writer;  ///< of what is stored for this pairing
   };
   struct Received {
     std::uint64_t generation = 0;
     Data digest;
-    std::optional<Value> value;
+    Data content;
   };
   struct NextManifest {
     std::uint64_t generation = 0;
-    Manifest keys;
+    ManifestMessage manifest;
   };
-  using DomainValues = std::map<std::string, std::map<std::string, std::optional<Value>>>;
+  struct Storing {
+    std::map<std::string, std::set<std::string>> changed;  ///< keys by domain
+    bool isMerged = false;                                 ///< what is stored is not what came
+    std::size_t leftOut = 0;
+  };
 
   void work() override;
   void connected() override;
@@ -89,14 +106,16 @@ class DeviceReceiver final : private MQTTConnection::Client {
   void listen(const std::optional<Pairing>& pairing);
   void takeKey(std::uint64_t generation, const Data& content);
   void takeManifest(const Pairing& pairing, std::uint64_t generation, const Data& content);
-  std::optional<DomainValues> changesOfManifest() const;
+  std::optional<ArrivedGeneration> arrivedGeneration() const;
   void store(const Pairing& pairing);
-  bool findRefusal(const DomainValues& changes, std::string& refusal) const;
+  void storeLater(PreferenceWriteOutcome outcome);
+  bool findRefusal(const GenerationMerge& merge, std::string& refusal) const;
   void refuse(const Pairing& pairing, const std::string& reason);
-  bool write(const DomainValues& changes);
-  bool remember();
+  PreferenceWriteOutcome write(const Pairing& pairing, const GenerationMerge& merge, Storing& storing);
+  bool remember(const GenerationMerge& merge);
   void acknowledge(const Pairing& pairing);
-  void post(const DomainValues& changes);
+  void post(const std::map<std::string, std::set<std::string>>& changed);
+  void tellStored(const Storing& storing);
   void ignore(const char* what);
   void tell(std::string text);
 
@@ -106,6 +125,7 @@ class DeviceReceiver final : private MQTTConnection::Client {
   const FileLock _lock;
   const DevicePairing _pairing;
   const IncomingFile _file;
+  const KeptMessages _kept;
   const std::shared_ptr<std::function<void(const std::string&)>> _tell;  ///< emptied when the object ends
 
   // Of the connection's thread.
@@ -114,6 +134,7 @@ class DeviceReceiver final : private MQTTConnection::Client {
   std::map<DomainKey, Received> _received;
   std::optional<NextManifest> _next;  ///< not stored yet
   std::chrono::milliseconds _pause;
+  int _retries = 0;  ///< of the next generation, because others wrote in between
   bool _storeFails = false;
   bool _isAway = false;
   std::string _listensTo;

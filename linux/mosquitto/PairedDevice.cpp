@@ -27,6 +27,8 @@ PairedDevice::PairedDevice(Passkey, Process& process, PairedDeviceOptions option
       _log(std::move(log)),
       _pairing(_options.folder),
       _file(_options.folder),
+      _exchanged(_options.folder),
+      _keptMessages(_options.folder),
       _statusChanged(std::make_shared<std::function<void()>>(_options.statusChanged)),
       _pause(FirstPause),
       _connection(*this, _options.broker, _pairing.credentials(), MQTTConnection::anyClientId(), _options.folder,
@@ -162,52 +164,90 @@ void PairedDevice::send() {
   // Whoever held the lock may have revoked the device, or sent all.
   const auto pairing = this->pairing();
   OutgoingState state = _file.read();
-  Sending sending{*std::move(lock), 0, {}, {}, state.emptied};
-  if (pairing && !readValues(state, sending)) return pause();
-  if (!update([&](OutgoingState& stored) {
-        begin(stored, sending);
-        state = stored;
-      })) {
-    return pause();
-  }
+  Sending sending{*std::move(lock), 0, {}, {}, {}, 0, state.emptied};
+  if (pairing && !state.due.empty() && !readAndBegin(state, sending)) return pause();
   if (sending.messages.empty() && sending.emptied.empty()) return tellStatus();
   publish(pairing, sending, state);
   _sending = std::move(sending);
 }
 
+// Under the lock of what was exchanged: the receiver stores nothing between the reading of the values and the note of
+// what they include. What is sent is kept before it goes out, since an answer may come at any time.
+bool PairedDevice::readAndBegin(OutgoingState& state, Sending& sending) {
+  const auto lock = _exchanged.tryLock();
+  if (!lock) return false;
+  IncomingState exchanged = _exchanged.read();
+  sending.included = exchanged.generation;
+  if (!readValues(state, sending)) return false;
+  chooseMessages(state, exchanged.expected, sending);
+  const bool isBegun = update([&](OutgoingState& stored) {
+    begin(stored, sending);
+    state = stored;
+  });
+  return isBegun && (sending.messages.empty() || keepSent(std::move(exchanged), state, sending));
+}
+
 bool PairedDevice::readValues(const OutgoingState& state, Sending& sending) {
+  OutgoingState all = state;
+  all.requestAll();
   bool isReadable = true;
-  for (const auto& [key, request] : state.due) {
-    const bool isNewDomain = sending.requests.empty() || sending.requests.rbegin()->first.first != key.first;
+  for (const auto& [key, request] : all.due) {
+    const bool isNewDomain = sending.values.empty() || sending.values.rbegin()->first.first != key.first;
     isReadable = isReadable && (!isNewDomain || _options.preferences->synchronize(key.first));
     const auto answer = _options.preferences->copyValue(key.second, key.first);
     auto message = answer.isReadable() ? encode(KeyMessage{key, answer.value()}) : std::nullopt;
     isReadable = isReadable && message;
     if (!isReadable) break;
-    sending.requests.emplace(key, request);
-    const auto known = state.sent.find(key);
-    if (known == state.sent.end() || known->second.digest != digestOf(*message)) {
-      sending.messages.emplace(key, *std::move(message));
-    }
+    sending.values.emplace(key, *std::move(message));
   }
   if (std::exchange(_storeFails, !isReadable) == isReadable) {
     _log.log(isReadable ? "the values for the paired device can be read again"
                         : "the values for the paired device cannot be read");
   }
+  sending.requests = state.due;
   return isReadable;
+}
+
+// Once a value has to go out all do that the device may not have: what it gets is one moment's.
+void PairedDevice::chooseMessages(const OutgoingState& state, const Manifest& expected, Sending& sending) {
+  bool isNeeded = false;
+  for (const auto& [key, message] : sending.values) {
+    const Data digest = digestOf(message);
+    const auto sent = state.sent.find(key);
+    const auto known = expected.find(key);
+    const bool isSent = sent != state.sent.end() && sent->second.digest == digest;
+    const bool isThere = sent != state.sent.end() && (known == expected.end() ? isSent : known->second == digest);
+    if (!isSent || !isThere) sending.messages.emplace(key, message);
+    isNeeded = isNeeded || !isThere;
+  }
+  if (!isNeeded) sending.messages.clear();
 }
 
 // Written before anything is sent: a generation is used once, and what the broker holds of these keys is not known
 // until it has answered.
 void PairedDevice::begin(OutgoingState& state, Sending& sending) {
+  for (const auto& [key, message] : sending.messages) {
+    state.sent.erase(key);
+    if (!state.due.contains(key)) state.request(key);
+    sending.requests.emplace(key, state.due.at(key));
+  }
   for (const auto& [key, request] : sending.requests) {
-    if (sending.messages.contains(key)) {
-      state.sent.erase(key);
-    } else {
-      state.fulfil(key, request);
-    }
+    if (!sending.messages.contains(key)) state.fulfil(key, request);
   }
   if (!sending.messages.empty()) sending.generation = ++state.generation;
+}
+
+bool PairedDevice::keepSent(IncomingState exchanged, const OutgoingState& state, const Sending& sending) {
+  Manifest manifest;
+  bool isKept = true;
+  for (const auto& [key, message] : sending.values) {
+    isKept = isKept && _keptMessages.keep(message);
+    manifest.emplace(key, digestOf(message));
+  }
+  exchanged.addSent(sending.generation, manifest, state.acknowledged);
+  if (isKept && !_exchanged.write(exchanged)) return true;
+  if (!_fileFails.exchange(true)) _log.log("what is to be sent cannot be kept");
+  return false;
 }
 
 void PairedDevice::publish(const std::optional<Pairing>& pairing, const Sending& sending, const OutgoingState& state) {
@@ -218,11 +258,12 @@ void PairedDevice::publish(const std::optional<Pairing>& pairing, const Sending&
   const auto publishSealed = [&](const std::string& topic, const Data& content) {
     _connection.publish(topic, pairing->keys.seal(topic, sending.generation, content));
   };
-  Manifest manifest;
-  for (const auto& [key, known] : state.sent) manifest.emplace(key, known.digest);
+  ManifestMessage manifest;
+  manifest.included = sending.included;
+  for (const auto& [key, known] : state.sent) manifest.keys.emplace(key, known.digest);
   for (const auto& [key, message] : sending.messages) {
     publishSealed(topics.key(pairing->keys.nameFor(nameOf(key))), message);
-    manifest.emplace(key, digestOf(message));
+    manifest.keys.emplace(key, digestOf(message));
   }
   publishSealed(topics.manifest(), *encode(manifest));
 }

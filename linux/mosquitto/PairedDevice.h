@@ -16,6 +16,7 @@
 
 #include "linux/mosquitto/DevicePairing.h"
 #include "linux/mosquitto/FileLock.h"
+#include "linux/mosquitto/KeptMessages.h"
 #include "linux/mosquitto/MQTTConnection.h"
 #include "linux/mosquitto/PushState.h"
 #include "platform/PreferencesStore.h"
@@ -58,8 +59,13 @@ struct PairedDeviceStatus {
 /// Each value goes out as a retained message of its own, followed by a manifest of the generation, so that a device
 /// that was away finds the latest values and stores those of one generation together. What is to be sent is a set of
 /// keys in a file of the device folder: it survives the process, and several edits while the broker is away are one
-/// value on return. A key whose value did not change is not sent again. What the device has not acknowledged is sent
-/// again on each new connection, so that it arrives also through a broker that lost it.
+/// value on return. A value that the device has, because it was sent or came from there, is not sent again. What the
+/// device has not acknowledged is sent again on each new connection, so that it arrives also through a broker that lost
+/// it.
+///
+/// A generation is what the store had at one moment under all keys of the pairing, and says which generation of the
+/// other device is in it (see DeviceReceiver): with that the other one tells an edit from what this device does not
+/// know yet.
 ///
 /// The initial sync has completed once the device has stored a first generation. Edits until then are not pushed by
 /// those who ask, so all keys are compared then.
@@ -90,7 +96,9 @@ class PairedDevice final : public PreferencesSyncService, private SettleParticip
     FileLock lock;
     std::uint64_t generation = 0;
     std::map<DomainKey, std::uint64_t> requests;
-    std::map<DomainKey, Data> messages;  ///< the encoded ones that differ from what was sent
+    std::map<DomainKey, Data> values;    ///< the encoded messages of all keys of the pairing
+    std::map<DomainKey, Data> messages;  ///< those of them that go out
+    std::uint64_t included = 0;          ///< the other device's generation that the values have
     std::set<std::string> emptied;
   };
   struct Pairing {
@@ -116,8 +124,11 @@ class PairedDevice final : public PreferencesSyncService, private SettleParticip
   void requestMissing(const OutgoingState& state);
   void listen(const std::optional<Pairing>& pairing);
   void send();
+  bool readAndBegin(OutgoingState& state, Sending& sending);
   bool readValues(const OutgoingState& state, Sending& sending);
+  static void chooseMessages(const OutgoingState& state, const Manifest& expected, Sending& sending);
   static void begin(OutgoingState& state, Sending& sending);
+  bool keepSent(IncomingState exchanged, const OutgoingState& state, const Sending& sending);
   void publish(const std::optional<Pairing>& pairing, const Sending& sending, const OutgoingState& state);
   void finish();
   void pause();
@@ -130,6 +141,8 @@ class PairedDevice final : public PreferencesSyncService, private SettleParticip
   const LogHandle _log;
   const DevicePairing _pairing;
   const OutgoingFile _file;
+  const IncomingFile _exchanged;
+  const KeptMessages _keptMessages;
   const std::shared_ptr<std::function<void()>> _statusChanged;  ///< emptied when the object ends
   mutable Mutex _mutex;
   std::set<DomainKey> _kept PELLOR_GUARDED_BY(_mutex);  ///< asked for, and not in the file yet

@@ -5,7 +5,7 @@
 
 #include "linux/CBORValue.h"
 #include "linux/PrivateFiles.h"
-#include "linux/mosquitto/FileLock.h"
+#include "linux/mosquitto/KeptMessages.h"
 #include "linux/mosquitto/SealingKeys.h"
 
 namespace pellor {
@@ -19,6 +19,14 @@ constexpr const char* DueKey = "due";
 constexpr const char* SentKey = "sent";
 constexpr const char* EmptiedKey = "emptied";
 constexpr const char* StoredKey = "stored";
+constexpr const char* IncludedKey = "included";
+constexpr const char* OwnSentKey = "ownSent";
+constexpr const char* ExpectedKey = "expected";
+
+constexpr const char* IncomingLockFile = "incoming.lock";
+
+// Of own generations that the other device may not have taken; the first and the latest ones tell most.
+constexpr std::size_t MostSent = 8;
 
 // A key with what is known of it is an array of three or four elements.
 constexpr std::size_t DomainIndex = 0, KeyIndex = 1, FirstIndex = 2, SecondIndex = 3;
@@ -37,6 +45,7 @@ class StateReader {
 
   bool isSound() const { return _isSound && _value && _value->dictionary(); }
 
+  bool has(std::string_view key) const { return member(key); }
   std::uint64_t number(std::string_view key) { return number(member(key)); }
   std::uint64_t number(const Value* value) {
     const std::int64_t integer = value ? value->integer().value_or(-1) : -1;
@@ -66,12 +75,23 @@ class StateReader {
   /// Calls `take` with each key's array, which has at least `size` elements.
   template <class Take>
   void forEachKey(std::string_view member, std::size_t size, Take take) {
-    for (const Value& element : array(member)) {
+    forEachKey(this->member(member), size, take);
+  }
+  template <class Take>
+  void forEachKey(const Value* elements, std::size_t size, Take take) {
+    for (const Value& element : array(elements)) {
       const Array& parts = array(&element);
       _isSound = _isSound && parts.size() >= size;
       if (_isSound) take(DomainKey(text(&parts[DomainIndex]), text(&parts[KeyIndex])), parts);
     }
   }
+  Manifest manifest(const Value* elements) {
+    Manifest manifest;
+    forEachKey(elements, FirstIndex + 1,
+               [&](const DomainKey& key, const Array& parts) { manifest[key] = data(&parts[FirstIndex]); });
+    return manifest;
+  }
+  Manifest manifest(std::string_view key) { return manifest(member(key)); }
 
  private:
   const Value* member(std::string_view key) const {
@@ -82,6 +102,12 @@ class StateReader {
   const std::optional<Value> _value;
   bool _isSound = true;
 };
+
+Array arrayOf(const Manifest& manifest) {
+  Array array;
+  for (const auto& [key, digest] : manifest) array.emplace_back(Array{key.first, key.second, digest});
+  return array;
+}
 
 Array refusedOf(const std::optional<RefusedGeneration>& refused) {
   return refused ? Array{numberOf(refused->generation), refused->reason} : Array{};
@@ -162,12 +188,41 @@ std::optional<OutgoingState> decodeOutgoingState(std::span<const std::uint8_t> b
   return reader.isSound() ? std::optional(std::move(state)) : std::nullopt;
 }
 
+const Manifest* IncomingState::baseOf(std::uint64_t ofOurs) const {
+  const auto later = sent.upper_bound(ofOurs);
+  // Of what came before, that was the latest; what was received since holds it.
+  if (later != sent.begin() && std::prev(later)->first > included) return &std::prev(later)->second;
+  return generation > 0 ? &stored : nullptr;
+}
+
+void IncomingState::addSent(std::uint64_t ofOurs, const Manifest& manifest, std::uint64_t acknowledged) {
+  sent[ofOurs] = manifest;
+  for (const auto& [key, digest] : manifest) expected[key] = digest;
+  if (sent.size() <= MostSent) return;
+  // An absent device has the last one that it acknowledged.
+  const auto second = std::next(sent.begin());
+  sent.erase(second->first <= acknowledged ? sent.begin() : second);
+}
+
+std::set<Data> IncomingState::digests() const {
+  std::set<Data> digests;
+  const auto add = [&](const Manifest& manifest) {
+    for (const auto& [key, digest] : manifest) digests.insert(digest);
+  };
+  add(stored);
+  for (const auto& [ofOurs, manifest] : sent) add(manifest);
+  return digests;
+}
+
 Data encode(const IncomingState& state) {
-  Array stored;
-  for (const auto& [key, digest] : state.stored) stored.emplace_back(Array{key.first, key.second, digest});
+  Array sent;
+  for (const auto& [ofOurs, manifest] : state.sent) sent.emplace_back(Array{numberOf(ofOurs), arrayOf(manifest)});
   return encodeCBOR(Dictionary{{GenerationKey, numberOf(state.generation)},
                                {RefusedKey, refusedOf(state.refused)},
-                               {StoredKey, std::move(stored)}})
+                               {StoredKey, arrayOf(state.stored)},
+                               {IncludedKey, numberOf(state.included)},
+                               {OwnSentKey, std::move(sent)},
+                               {ExpectedKey, arrayOf(state.expected)}})
       .value_or(Data());
 }
 
@@ -176,9 +231,17 @@ std::optional<IncomingState> decodeIncomingState(std::span<const std::uint8_t> b
   IncomingState state;
   state.generation = reader.number(GenerationKey);
   state.refused = reader.refused();
-  reader.forEachKey(StoredKey, FirstIndex + 1, [&](const DomainKey& key, const Array& parts) {
-    state.stored[key] = reader.data(&parts[FirstIndex]);
-  });
+  state.stored = reader.manifest(StoredKey);
+  // Version 0.1 wrote no more than that.
+  if (reader.has(IncludedKey)) {
+    state.included = reader.number(IncludedKey);
+    state.expected = reader.manifest(ExpectedKey);
+    for (const Value& element : reader.array(OwnSentKey)) {
+      const Array& parts = reader.array(&element);
+      if (parts.size() < 2) return std::nullopt;
+      state.sent[reader.number(&parts[0])] = reader.manifest(&parts[1]);
+    }
+  }
   return reader.isSound() ? std::optional(std::move(state)) : std::nullopt;
 }
 
@@ -199,12 +262,28 @@ std::optional<std::string> OutgoingFile::update(const std::function<void(Outgoin
 
 IncomingFile::IncomingFile(const std::filesystem::path& folder) : _file(folder / "incoming") {}
 
+std::optional<FileLock> IncomingFile::tryLock() const {
+  return FileLock::tryTake(_file.parent_path() / IncomingLockFile);
+}
+
+std::optional<FileLock> IncomingFile::waitForLock() const {
+  return FileLock::wait(_file.parent_path() / IncomingLockFile);
+}
+
 void IncomingFile::forget() const {
   std::error_code ignored;
   std::filesystem::remove(_file, ignored);
+  KeptMessages(_file.parent_path()).retain({});
 }
 
-IncomingState IncomingFile::read() const { return decodeIncomingState(contentOf(_file)).value_or(IncomingState()); }
+IncomingState IncomingFile::read() const {
+  const Data bytes = contentOf(_file);
+  if (auto state = decodeIncomingState(bytes)) return *std::move(state);
+  IncomingState damaged;
+  std::error_code ignored;
+  damaged.wasDamaged = std::filesystem::exists(_file, ignored);
+  return damaged;
+}
 
 std::optional<std::string> IncomingFile::write(const IncomingState& state) const {
   const Data bytes = encode(state);

@@ -9,6 +9,7 @@
 #include <set>
 #include <string>
 
+#include "linux/mosquitto/FileLock.h"
 #include "linux/mosquitto/SyncMessages.h"
 
 namespace pellor {
@@ -48,11 +49,31 @@ struct OutgoingState {
   void requestAgainAfter(std::uint64_t last);
 };
 
-/// The receiving side.
+/// The receiving side, and of both what has to be known when edits meet; the values are among the KeptMessages.
+///
+/// What arrives is merged with the base that `baseOf` names: values that both devices have had, so that an edit is what
+/// differs from them. When generations cross on the way there are two such, what was sent and what was received; then
+/// the base is both, merged. A base may lack what both have had, and then some removal comes undone. It never has what
+/// one of them never had: that would look removed there, and somebody would be lost.
 struct IncomingState {
   std::uint64_t generation = 0;  ///< the last one that is stored; 0 until the initial sync has completed
   std::optional<RefusedGeneration> refused;
-  Manifest stored;  ///< what came from the paired device and is stored, by digest
+  Manifest stored;  ///< what came from the paired device and is stored, by digest, as it came
+
+  std::uint64_t included = 0;  ///< the last own generation that was in what came
+  /// Own generations after that one, which the other device may have taken by now: what both have had once it has.
+  std::map<std::uint64_t, Manifest> sent;
+  /// What the other device will have of each key if nothing more is sent; an empty digest: that is not known.
+  Manifest expected;
+  /// The file was there and could not be read: what is stored here may have been exchanged and edited before.
+  bool wasDamaged = false;
+
+  /// What both devices have had of a generation that includes own ones up to `ofOurs`; null: nothing is known to be so.
+  const Manifest* baseOf(std::uint64_t ofOurs) const;
+  /// A generation is about to be sent; the device has acknowledged those up to `acknowledged`.
+  void addSent(std::uint64_t ofOurs, const Manifest& manifest, std::uint64_t acknowledged);
+  /// All digests that are named.
+  std::set<Data> digests() const;
 };
 
 Data encode(const OutgoingState& state);
@@ -77,12 +98,19 @@ class OutgoingFile {
   const std::filesystem::path _file;
 };
 
-/// The receiving side's, of the one process that serves.
+/// The receiving side's. The one process that serves writes it, and those that send, each while it holds the lock. Any
+/// thread.
 class IncomingFile {
  public:
   explicit IncomingFile(const std::filesystem::path& folder);
+  /// Held from the reading of the state until it is written, with all that is done to the store in between: so no
+  /// generation is sent of which nobody knows what it includes. Absent while another one holds it.
+  std::optional<FileLock> tryLock() const;
+  /// The same when it is free; absent when the file cannot be made.
+  std::optional<FileLock> waitForLock() const;
   IncomingState read() const;
   std::optional<std::string> write(const IncomingState& state) const;
+  /// With the messages that are kept.
   void forget() const;
 
  private:

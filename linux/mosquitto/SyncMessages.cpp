@@ -7,7 +7,7 @@ namespace {
 
 constexpr std::string_view KindKey = "kind";
 constexpr std::string_view DomainKeyKey = "domain", KeyKey = "key", ValueKey = "value", DigestKey = "digest";
-constexpr std::string_view KeysKey = "keys", RefusalKey = "refusal";
+constexpr std::string_view KeysKey = "keys", IncludedKey = "included", RefusalKey = "refusal";
 constexpr std::string_view ValueKind = "value", ManifestKind = "manifest", AcknowledgementKind = "acknowledgement";
 
 std::optional<Value> decodeKind(std::span<const std::uint8_t> bytes, std::string_view kind) {
@@ -60,24 +60,30 @@ std::optional<KeyMessage> decodeKeyMessage(std::span<const std::uint8_t> bytes) 
   return message.value ? std::optional(std::move(message)) : std::nullopt;
 }
 
-std::optional<Data> encode(const Manifest& manifest) {
+std::optional<Data> encode(const ManifestMessage& manifest) {
   Array entries;
-  for (const auto& [key, digest] : manifest) {
+  for (const auto& [key, digest] : manifest.keys) {
     Dictionary entry = dictionaryOf(key);
     entry.emplace(DigestKey, digest);
     entries.emplace_back(std::move(entry));
   }
-  return encodeCBOR(Dictionary{{std::string(KindKey), ManifestKind}, {std::string(KeysKey), std::move(entries)}});
+  Dictionary message{{std::string(KindKey), ManifestKind}, {std::string(KeysKey), std::move(entries)}};
+  if (manifest.included) message.emplace(IncludedKey, static_cast<std::int64_t>(*manifest.included));
+  return encodeCBOR(message);
 }
 
-std::optional<Manifest> decodeManifest(std::span<const std::uint8_t> bytes) {
+std::optional<ManifestMessage> decodeManifest(std::span<const std::uint8_t> bytes) {
   const auto decoded = decodeKind(bytes, ManifestKind);
   const Value* entries = decoded ? valueForKey(*decoded->dictionary(), KeysKey) : nullptr;
   if (!entries || !entries->array()) return std::nullopt;
-  Manifest manifest;
+  ManifestMessage manifest;
   for (const Value& entry : *entries->array()) {
-    if (!addEntry(entry, manifest)) return std::nullopt;
+    if (!addEntry(entry, manifest.keys)) return std::nullopt;
   }
+  const Value* included = valueForKey(*decoded->dictionary(), IncludedKey);
+  if (!included) return manifest;
+  if (included->integer().value_or(-1) < 0) return std::nullopt;
+  manifest.included = static_cast<std::uint64_t>(*included->integer());
   return manifest;
 }
 

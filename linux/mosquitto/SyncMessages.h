@@ -38,6 +38,14 @@ struct KeyMessage {
 /// The digest of each key's encoded KeyMessage.
 using Manifest = std::map<DomainKey, Data>;
 
+/// The manifest of a generation.
+struct ManifestMessage {
+  Manifest keys;
+  /// The other device's generation that is in these values, the last one that was stored before they were read; 0: none
+  /// was. Absent from a sender that does not say so.
+  std::optional<std::uint64_t> included;
+};
+
 /// Whether the generation is stored; if it was refused, why, for the user.
 struct Acknowledgement {
   std::string refusal;  ///< empty: it is stored
@@ -45,12 +53,12 @@ struct Acknowledgement {
 
 // Absent when the value cannot be encoded (see CBORMaximumDepth, CBORMaximumSize). The same message has the same bytes.
 std::optional<Data> encode(const KeyMessage& message);
-std::optional<Data> encode(const Manifest& manifest);
+std::optional<Data> encode(const ManifestMessage& manifest);
 std::optional<Data> encode(const Acknowledgement& acknowledgement);
 
 // Absent unless the bytes are one whole message of that kind.
 std::optional<KeyMessage> decodeKeyMessage(std::span<const std::uint8_t> bytes);
-std::optional<Manifest> decodeManifest(std::span<const std::uint8_t> bytes);
+std::optional<ManifestMessage> decodeManifest(std::span<const std::uint8_t> bytes);
 std::optional<Acknowledgement> decodeAcknowledgement(std::span<const std::uint8_t> bytes);
 
 /// The topics of what `from` says to `to`; both are device names (see isDeviceName).

@@ -27,11 +27,27 @@ sockaddr_un addressOf(const std::filesystem::path& socket) {
 
 FileDescriptor newSocket() { return FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)); }
 
+std::string received(const FileDescriptor& from, int flags) {
+  std::array<char, 65536> bytes{};
+  const ssize_t size = ::recv(from.get(), bytes.data(), bytes.size(), flags);
+  return {bytes.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0))};
+}
+
+bool sendAll(const std::string& bytes, const FileDescriptor& to) {
+  return ::send(to.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
 /// What has arrived, to the other end. False at the end of the connection.
 bool pass(const FileDescriptor& from, const FileDescriptor& to) {
-  std::array<char, 65536> bytes{};
-  const ssize_t size = ::recv(from.get(), bytes.data(), bytes.size(), 0);
-  return size > 0 && ::send(to.get(), bytes.data(), static_cast<std::size_t>(size), MSG_NOSIGNAL) == size;
+  const std::string bytes = received(from, 0);
+  return !bytes.empty() && sendAll(bytes, to);
+}
+
+/// Sends it as the last that the server gets, and waits until the server has ended the connection.
+void serveAsLast(const std::string& request, const FileDescriptor& server) {
+  if (!sendAll(request, server)) return;
+  ::shutdown(server.get(), SHUT_WR);
+  while (!received(server, 0).empty()) continue;
 }
 
 }  // namespace
@@ -55,6 +71,24 @@ Detour::~Detour() {
 }
 
 void Detour::block(bool isBlocked) { EXPECT_EQ(::write(_commands.get(), isBlocked ? &Block : &Pass, 1), 1); }
+
+void Detour::stopAt(std::string text, Fate fate) {
+  const MutexLock lock(_mutex);
+  _stop = {std::move(text), fate};
+}
+
+void Detour::serveHeld() {
+  std::optional<Request> request;
+  {
+    const MutexLock lock(_mutex);
+    request = std::exchange(_held, std::nullopt);
+  }
+  if (!request) {
+    ADD_FAILURE() << "no request is held";
+    return;
+  }
+  serveAsLast(request->bytes, request->server);
+}
 
 void Detour::serve() {
   _role.isThisThread();
@@ -88,10 +122,36 @@ void Detour::passOn(const std::vector<pollfd>& ready) {
   for (auto connection = _connections.begin(); connection != _connections.end();) {
     const auto& [client, server] = *connection;
     const bool fromClient = (file++)->revents != 0, fromServer = (file++)->revents != 0;
-    const bool isOpen = (!fromClient || pass(client, server)) && (!fromServer || pass(server, client));
+    const bool isOpen = (!fromClient || passRequest(*connection)) && (!fromServer || pass(server, client));
     connection = isOpen ? std::next(connection) : _connections.erase(connection);
   }
   if (ready[1].revents != 0) accept();
+}
+
+std::optional<Detour::Fate> Detour::fateOf(const std::string& request) {
+  const MutexLock lock(_mutex);
+  if (!_stop || request.find(_stop->text) == std::string::npos) return std::nullopt;
+  return std::exchange(_stop, std::nullopt)->fate;
+}
+
+/// False at the end of the connection.
+bool Detour::passRequest(Ends& ends) {
+  const std::string request = received(ends.first, MSG_PEEK);
+  const auto fate = fateOf(request);
+  return fate ? end(*fate, request, ends) : pass(ends.first, ends.second);
+}
+
+bool Detour::end(Fate fate, const std::string& request, Ends& ends) {
+  if (fate == Fate::blocked) {
+    _isBlocked = true;
+    return true;
+  }
+  if (fate == Fate::served) serveAsLast(request, ends.second);
+  if (fate == Fate::held) {
+    const MutexLock lock(_mutex);
+    _held = Request{request, std::move(ends.second)};
+  }
+  return false;
 }
 
 void Detour::accept() {

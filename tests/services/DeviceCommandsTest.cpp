@@ -3,8 +3,12 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/cli/Program.h"
 #include "tests/services/Broker.h"
@@ -37,6 +41,24 @@ class DeviceCommandsTest : public testing::Test {
     _broker.authority().sign(std::string(requested["request"]), certificate);
     return run(home,
                {"device", "pair", "--certificate", certificate, "--ca", _broker.authority().file()})["invitation"];
+  }
+
+  /// Names, and numbers of those who have none.
+  std::multiset<std::string> friendsOn(const Home& home) const {
+    std::multiset<std::string> friends;
+    const json list = run(home, {"list"});
+    for (const json& page : list["pages"]) {
+      for (const json& slot : page["slots"]) {
+        if (!slot.is_null()) friends.insert(slot["name"].is_null() ? slot["primaryDestination"] : slot["name"]);
+      }
+    }
+    return friends;
+  }
+  /// Reads what a receiving program says until the friends of a device are those.
+  void readUntilFriendsAre(Program& serve, const Home& home, const std::multiset<std::string>& expected) const {
+    while (friendsOn(home) != expected && !HasFailure()) {
+      if (serve.readLine().empty()) ADD_FAILURE() << "these are there: " << testing::PrintToString(friendsOn(home));
+    }
   }
 
   Broker _broker{{"laptop", "phone"}};
@@ -79,6 +101,49 @@ TEST_F(DeviceCommandsTest, TheOtherDevicesProgramsFollowFromPairingToRevoking) {
   EXPECT_EQ(pellor(_phone, {"device", "serve"}).exitCode, 1);
   _broker.kill();
   EXPECT_THAT(pellor(_laptop, command({"doctor", "--paired-device", "mqtt"})).output, HasSubstr("is away: "));
+}
+
+TEST_F(DeviceCommandsTest, WhenBothDevicesEditTheEditsOfBothAreOnBoth) {
+  const std::string laptop = introduce(_laptop, "laptop"), phone = introduce(_phone, "phone");
+  run(_laptop, {"add", "0301112233"});
+  run(_laptop, {"device", "pair", phone});
+  run(_phone, {"device", "pair", laptop});
+  const std::vector<std::string> serve = command({"device", "serve", "--paired-device", "mqtt"});
+  Program onPhone(_phone, pellorCommand(serve)), onLaptop(_laptop, pellorCommand(serve));
+  readUntilFriendsAre(onPhone, _phone, {"+49301112233"});
+
+  // Neither hears of the other one's edits, until they cross.
+  _broker.kill();
+  run(_laptop, {"add", "0304445566", "--paired-device", "mqtt"});
+  run(_phone, {"add", "0307778899", "--paired-device", "mqtt"});
+  run(_phone, {"remove", "030 1112233", "--paired-device", "mqtt"});
+  _broker.start();
+  readUntilFriendsAre(onPhone, _phone, {"+49304445566", "+49307778899"});
+  readUntilFriendsAre(onLaptop, _laptop, {"+49304445566", "+49307778899"});
+}
+
+TEST_F(DeviceCommandsTest, DevicesOfVersion01LoseNobodyWhenTheyMeetAgain) {
+  const std::filesystem::path before = std::filesystem::path(PELLOR_TEST_DATA) / "0.1";
+  for (const auto& [home, name] : {std::pair(&_laptop, "laptop"), std::pair(&_phone, "phone")}) {
+    std::filesystem::copy(before / "device" / name / "data", home->dataFolder(),
+                          std::filesystem::copy_options::recursive);
+    for (const auto& contact : std::filesystem::directory_iterator(before / "contacts")) {
+      std::filesystem::copy(contact, home->contactsFolder());
+    }
+    const std::filesystem::path certificate = *home / "certificate.pem";
+    _broker.authority().sign(home->dataFolder() / "device/request.pem", certificate);
+    run(*home, {"device", "pair", "--certificate", certificate, "--ca", _broker.authority().file()});
+  }
+  std::multiset<std::string> expected = friendsOn(_phone);
+  EXPECT_EQ(friendsOn(_laptop), expected);
+  // Never sent, and on its way.
+  run(_phone, {"add", "0307778899"});
+  run(_laptop, {"add", "0304445566", "--paired-device", "mqtt"});
+  expected.insert({"+49304445566", "+49307778899"});
+  Program serve(_phone, pellorCommand(command({"device", "serve"})));
+  run(_laptop, {"device", "status", "--paired-device", "mqtt"});
+  readUntilFriendsAre(serve, _phone, expected);
+  EXPECT_EQ(run(_phone, {"list"})["pages"][0]["title"], "Zuhause") << "which was still to be sent";
 }
 
 }  // namespace

@@ -2,27 +2,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "linux/mosquitto/SealingKeys.h"
 #include "linux/mosquitto/SyncMessages.h"
 #include "tests/contract/PreferencesSyncServiceContract.h"
-#include "tests/services/PairedDevices.h"
+#include "tests/services/PairedDeviceFixture.h"
 
 namespace pellor {
 namespace {
 
 using testing::HasSubstr;
-
-Value friends(int count) {
-  Array list;
-  for (int number = 0; number < count; ++number)
-    list.emplace_back(Dictionary{{"ABPersonGUID", std::to_string(number)}});
-  list.emplace_back(Dictionary{});
-  return list;
-}
 
 class BrokeredDevice {
  public:
@@ -49,36 +40,6 @@ class BrokeredDevice {
   }
 
  private:
-  PairedDevices _devices;
-};
-
-class PairedDeviceTest : public testing::Test {
- protected:
-  /// Paired, with a first list that has arrived.
-  void completeInitialSync() {
-    _devices.laptop.store("list", friends(4));
-    _devices.pair();
-    _devices.startReceiving();
-    _devices.startSending();
-    ASSERT_TRUE(_devices.runUntilInStep());
-    ASSERT_TRUE(_devices.runUntil([&] { return _devices.posts == 1; }));
-    _devices.told.clear();
-    _devices.posts = 0;
-  }
-  /// What is retained for a device, by whoever has its certificate.
-  std::vector<std::pair<std::string, Data>> retainedFor(const Device& device) {
-    RawClient client(_devices.process, _devices.broker, device);
-    client.start();
-    EXPECT_TRUE(_devices.runUntil([&] { return client.isDone(); }));
-    return client.heard();
-  }
-  void publishAs(const Device& device, const std::vector<std::pair<std::string, Data>>& messages) {
-    RawClient client(_devices.process, _devices.broker, device);
-    for (const auto& [topic, payload] : messages) client.publish(topic, payload);
-    client.start();
-    EXPECT_TRUE(_devices.runUntil([&] { return client.isDone(); }));
-  }
-
   PairedDevices _devices;
 };
 
@@ -181,7 +142,7 @@ TEST_F(PairedDeviceTest, StrangersGetNothingAndChangeNothing) {
   EXPECT_EQ(before.size(), 3u);
   tablet.pairing.pair(_devices.phone.pairing.invitation());
   const auto keys = tablet.pairing.sealingKeys();
-  const Data manifest = *encode(Manifest());
+  const Data manifest = *encode(ManifestMessage());
   publishAs(tablet, {{"pellor/phone/laptop/manifest", keys->seal("pellor/phone/laptop/manifest", 99, manifest)},
                      {"pellor/phone/tablet/manifest", keys->seal("pellor/phone/tablet/manifest", 99, manifest)}});
   EXPECT_TRUE(retainedFor(tablet).empty());
@@ -363,80 +324,6 @@ TEST(DevicePairingTest, RefusesWhatDoesNotFit) {
   EXPECT_THROW(device.revoke(), DeviceError);
   device.pair(invitation);
   EXPECT_NE(device.fingerprint(), fingerprint) << "a pairing has keys of its own";
-}
-
-TEST(SyncMessagesTest, WhatIsNotWholeDecodesToNothing) {
-  const Data key = *encode(KeyMessage{{"domain", "key"}, friends(1)});
-  const Data removed = *encode(KeyMessage{{"domain", "key"}, std::nullopt});
-  const Data manifest = *encode(Manifest{{{"domain", "key"}, digestOf(key)}, {{"domain", "other"}, Data()}});
-  const Data acknowledgement = *encode(Acknowledgement{"too small"});
-  OutgoingState outgoing;
-  outgoing.request({"domain", "key"});
-  outgoing.sent[{"domain", "key"}] = {digestOf(key), 3};
-  outgoing.refused = {4, "too small"};
-  outgoing.emptied = {"topic"};
-  const Data state = encode(outgoing), stored = encode(IncomingState{3, {}, *decodeManifest(manifest)});
-  EXPECT_EQ(decodeKeyMessage(key)->value, friends(1));
-  EXPECT_EQ(decodeKeyMessage(removed)->value, std::nullopt);
-  EXPECT_EQ(encode(*decodeManifest(manifest)), manifest);
-  EXPECT_EQ(decodeAcknowledgement(acknowledgement)->refusal, "too small");
-  EXPECT_EQ(encode(*decodeOutgoingState(state)), state);
-  EXPECT_EQ(encode(*decodeIncomingState(stored)), stored);
-
-  const auto decoded = [](const Data& bytes) {
-    return std::vector<bool>{decodeKeyMessage(bytes).has_value(), decodeManifest(bytes).has_value(),
-                             decodeAcknowledgement(bytes).has_value(), decodeOutgoingState(bytes).has_value(),
-                             decodeIncomingState(bytes).has_value()};
-  };
-  using Kinds = std::vector<bool>;
-  const Kinds none(5);
-  const std::pair<Data, Kinds> messages[] = {
-      {key, {true, false, false, false, false}},      {removed, {true, false, false, false, false}},
-      {manifest, {false, true, false, false, false}}, {acknowledgement, {false, false, true, false, false}},
-      {state, {false, false, false, true, false}},    {stored, {false, false, false, false, true}}};
-  for (const auto& [bytes, kinds] : messages) {
-    EXPECT_EQ(decoded(bytes), kinds);
-    for (std::size_t length = 0; length < bytes.size(); ++length) {
-      EXPECT_EQ(decoded(Data(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length))), none) << length;
-    }
-    Data longer = bytes;
-    longer.push_back(0);
-    EXPECT_EQ(decoded(longer), none);
-    for (std::size_t index = 0; index < bytes.size(); ++index) {
-      for (const int value : {0x00, 0x1B, 0x5F, 0x9B, 0xBB, 0xFF}) {
-        Data changed = bytes;
-        changed[index] = static_cast<std::uint8_t>(value);
-        decoded(changed);
-      }
-    }
-  }
-}
-
-TEST(SealingKeysTest, OnlyTheOtherDeviceOpensOnlyWhatWasSealed) {
-  const SealingKeyPair laptop = SealingKeyPair::make(), phone = SealingKeyPair::make(), tablet = SealingKeyPair::make();
-  const auto sender = SealingKeys::agree(laptop, phone.publicKey),
-             receiver = SealingKeys::agree(phone, laptop.publicKey);
-  const Data content{1, 2, 3};
-  const Data sealed = sender->seal("topic", 0x0102030405060708, content);
-  const auto opened = receiver->open("topic", sealed);
-  ASSERT_TRUE(opened);
-  EXPECT_EQ(opened->content, content);
-  EXPECT_EQ(opened->generation, 0x0102030405060708u);
-  EXPECT_NE(sender->seal("topic", 0x0102030405060708, content), sealed);
-  EXPECT_TRUE(receiver->open("topic", sender->seal("topic", 1, {})));
-
-  EXPECT_FALSE(receiver->open("topics", sealed));
-  EXPECT_FALSE(sender->open("topic", sealed)) << "sent back to its writer";
-  EXPECT_FALSE(SealingKeys::agree(tablet, laptop.publicKey)->open("topic", sealed));
-  EXPECT_FALSE(SealingKeys::agree(phone, tablet.publicKey)->open("topic", sealed));
-  for (std::size_t index = 0; index < sealed.size(); ++index) {
-    Data changed = sealed;
-    changed[index] ^= 0x10;
-    EXPECT_FALSE(receiver->open("topic", changed)) << index;
-    EXPECT_FALSE(receiver->open("topic", std::span(sealed).first(index))) << index;
-  }
-  EXPECT_FALSE(SealingKeys::agree(laptop, laptop.publicKey));
-  EXPECT_FALSE(SealingKeys::agree(laptop, SealingKeyPair::Key{})) << "no key at all";
 }
 
 }  // namespace

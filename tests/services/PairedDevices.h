@@ -1,6 +1,7 @@
 // Two devices with one broker between them, in one process of the test's thread.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -9,10 +10,10 @@
 #include <vector>
 
 #include "linux/NotifyFolder.h"
-#include "linux/SQLitePreferences.h"
 #include "linux/mosquitto/DeviceReceiver.h"
 #include "linux/mosquitto/PairedDevice.h"
 #include "runtime/Process.h"
+#include "testing/InMemoryPreferences.h"
 #include "testing/LogCollector.h"
 #include "tests/linux/ServedProcesses.h"
 #include "tests/linux/TemporaryFolder.h"
@@ -28,11 +29,15 @@ class Device {
  public:
   Device(const Authority& authority, const std::string& name) { authority.issue(pairing, name); }
 
-  std::shared_ptr<PreferencesStore> openStore() const;
-  void store(const std::string& key, std::optional<Value> value, const std::string& domain = SyncDomain) const;
+  void store(const std::string& key, std::optional<Value> value, const std::string& domain = SyncDomain) const {
+    preferences->setValue(key, std::move(value), domain);
+  }
   /// As another process reads it.
-  std::optional<Value> stored(const std::string& key, const std::string& domain = SyncDomain) const;
+  std::optional<Value> stored(const std::string& key, const std::string& domain = SyncDomain) const {
+    return preferences->value(key, domain);
+  }
 
+  const std::shared_ptr<InMemoryPreferences> preferences = std::make_shared<InMemoryPreferences>();
   const TemporaryFolder folder;
   const DevicePairing pairing{folder / "device"};
 };
@@ -86,7 +91,12 @@ class WakingLog final : public LogCollector {
   Process& _process;
 };
 
-/// The laptop sends, the phone receives. Neither runs at first, and they are not paired.
+/// Friends are known by their forms alone: those that one side removed are gone, those that one added are there. Other
+/// values are the one that changed; ours, if both did.
+MergedValues mergeSets(const std::string& domain, const Dictionary& base, const Dictionary& theirs,
+                       const Dictionary& ours);
+
+/// The laptop sends, the phone receives; both may do both. Nobody runs at first, and they are not paired.
 class PairedDevices {
   // First, so that they end after their adapters.
   ServedProcesses _processes;
@@ -98,6 +108,9 @@ class PairedDevices {
   void pair() const;
   void startSending();
   void startReceiving(bool acceptsSmaller = false);
+  /// The same in the other direction.
+  void startSendingBack();
+  void startReceivingBack();
   /// Stores values on the laptop and pushes their keys, as a save does.
   void save(const Dictionary& values);
 
@@ -106,6 +119,11 @@ class PairedDevices {
     return _processes.runUntil(condition);
   }
   bool runUntilInStep();
+  /// Whether nothing is on its way in either direction, nor will be.
+  bool isAtRest() const;
+  bool runUntilAtRest() {
+    return runUntil([this] { return isAtRest(); });
+  }
   bool runUntilTold(const std::string& text);
   bool hasTold(const std::string& text) const;
 
@@ -119,7 +137,18 @@ class PairedDevices {
   std::map<std::string, std::set<std::string>> keys{{SyncDomain, {"list", "titles"}}};  ///< of the initial sync
   std::shared_ptr<PairedDevice> sender;
   std::shared_ptr<DeviceReceiver> receiver;
+  std::shared_ptr<PairedDevice> backSender;
+  std::shared_ptr<DeviceReceiver> backReceiver;
+  /// Called on the receiver's thread before each write on the phone; for the next receiver.
+  std::function<void()> beforeWrite = [] {};
   std::vector<std::string> told;
+
+ private:
+  std::shared_ptr<PairedDevice> makeSender(const Device& device);
+  DeviceReceiverOptions receiverOptions(const Device& device,
+                                        const std::shared_ptr<PreferencesSyncService>& sync) const;
+
+  std::shared_ptr<NotifyFolder> _backBus;
 };
 
 }  // namespace pellor

@@ -1,0 +1,66 @@
+#include "linux/mosquitto/KeptMessages.h"
+
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+#include "linux/PrivateFiles.h"
+#include "linux/mosquitto/SealingKeys.h"
+
+namespace pellor {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view FilePrefix = "exchanged-";
+
+std::string hexadecimal(const Data& bytes) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string text;
+  for (const std::uint8_t byte : bytes) {
+    text += digits[byte >> 4];
+    text += digits[byte & 15];
+  }
+  return text;
+}
+
+Data contentOf(const fs::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+}
+
+}  // namespace
+
+fs::path KeptMessages::fileOf(const Data& digest) const {
+  return _folder / (std::string(FilePrefix) + hexadecimal(digest));
+}
+
+bool KeptMessages::keep(std::span<const std::uint8_t> message) const {
+  const Data digest = digestOf(message);
+  const fs::path file = fileOf(digest);
+  if (createPrivateFolder(_folder)) return false;
+  const FileCreation creation = createPrivateFile(file, message);
+  if (creation != FileCreation::exists) return creation == FileCreation::created;
+  if (digestOf(contentOf(file)) == digest) return true;
+  // A loss of power may have left a part of it.
+  std::error_code ignored;
+  fs::remove(file, ignored);
+  return createPrivateFile(file, message) == FileCreation::created;
+}
+
+std::optional<KeyMessage> KeptMessages::find(const Data& digest) const {
+  const Data message = contentOf(fileOf(digest));
+  return digestOf(message) == digest ? decodeKeyMessage(message) : std::nullopt;
+}
+
+void KeptMessages::retain(const std::set<Data>& digests) const {
+  std::set<fs::path> retained;
+  for (const Data& digest : digests) retained.insert(fileOf(digest));
+  std::error_code ignored;
+  for (const auto& entry : fs::directory_iterator(_folder, ignored)) {
+    const bool isKept = entry.path().filename().string().starts_with(FilePrefix);
+    if (isKept && !retained.contains(entry.path())) fs::remove(entry.path(), ignored);
+  }
+}
+
+}  // namespace pellor
