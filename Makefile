@@ -9,7 +9,7 @@ SOURCE_FOLDERS = Pellor runtime platform testing linux cli tests examples fuzz b
 SOURCES = $(shell find $(wildcard $(SOURCE_FOLDERS)) -name '*.h' -o -name '*.cpp')
 
 .DEFAULT_GOAL := help
-.PHONY: help setup run test asan tsan thread-safety coverage core bench bench-table format check-format check-sources tidy install clean
+.PHONY: help setup run test asan tsan thread-safety coverage core bench bench-table races nightly format check-format check-sources tidy install clean
 
 help:
 	@echo 'make run            the program at work on the sample contacts (release build)'
@@ -20,6 +20,8 @@ help:
 	@echo 'make coverage       which lines and branches of Pellor/ the tests reach; fails below 97 and 90 percent'
 	@echo 'make bench          measure, each thing beside its yardstick (BENCH_QUICK=1, BENCH_ROWS=text: less of it)'
 	@echo 'make bench-table    the same, all of it, into docs/performance.md'
+	@echo 'make races          let programs edit one list at the same moment; tells what was lost (RACES=200, RACE_OPTIONS=--help)'
+	@echo 'make nightly        what takes too long for each change: the races, a million merges (TRIPLES=1000000)'
 	@echo 'make core           build the library alone, without the Linux platform'
 	@echo 'make format         format all sources;  make check-format  only tell which are not'
 	@echo 'make check-sources  check the directions of includes'
@@ -28,12 +30,12 @@ help:
 	@echo 'make clean          remove build/'
 	@echo 'What is missing on the machine is installed first (SETUP=: to leave that out).'
 
-# $(call build,<preset>,<further options>)
+# $(call build,<preset>,<further options>,<target, where not all is wanted>)
 define build
 @echo '== build ($(1))'
 @mkdir -p build
 @cmake --preset $(1) $(2) >build/$(1).log 2>&1 || { cat build/$(1).log; exit 1; }
-@cmake --build build/$(1) --parallel $(JOBS) -- $(NINJA_FLAGS)
+@cmake --build build/$(1) --parallel $(JOBS) $(if $(3),--target $(3)) -- $(NINJA_FLAGS)
 endef
 
 # $(call test,<preset>)
@@ -72,7 +74,7 @@ coverage:
 	$(drop_counts)
 	@for notes in $$(find build/coverage -name '*.gcno'); do test -e "$${notes%.gcno}.o" || rm "$$notes"; done
 	@echo '== test (coverage)'
-	@PELLOR_SEEDS=20 build/coverage/tests/pellor/pellor_tests --gtest_brief=1
+	@PELLOR_SEEDS=20 PELLOR_TRIPLES=400 build/coverage/tests/pellor/pellor_tests --gtest_brief=1
 	@gcovr --root . --filter Pellor/ --gcov-executable gcov-12 --exclude-throw-branches -j $(JOBS) build/coverage \
 	  --txt --print-summary --html-details build/coverage/report.html --fail-under-line 97 --fail-under-branch 90
 
@@ -91,6 +93,23 @@ bench-table:
 	@$(SETUP) build libraries bench
 	$(call build,release,-DPELLOR_BENCH=ON)
 	@bench/table.py build/release/bench --markdown docs/performance.md
+
+# Goes on where it stopped, as long as the programs are the same.
+RACES ?= 200
+OTHER_RACES ?= 50
+RACE_OPTIONS ?=
+
+races:
+	@$(SETUP) build libraries services tests servers
+	$(call build,dev,,races)
+	@build/dev/tests/e2e/races --results build/races.txt --races $(RACES) --other-races $(OTHER_RACES) $(RACE_OPTIONS)
+
+TRIPLES ?= 1000000
+
+nightly: races
+	$(call build,dev)
+	@echo '== $(TRIPLES) merged triples'
+	@PELLOR_TRIPLES=$(TRIPLES) build/dev/tests/pellor/pellor_tests --gtest_brief=1 --gtest_filter='Seeds/TripleTest.*'
 
 install:
 	@$(SETUP) build libraries

@@ -93,19 +93,36 @@ void answerEach(Session& session, const std::vector<FriendAt>& friends, const st
   session.answer([&] { return eachText(friends, what); }, [&] { return eachJson(friends, what); });
 }
 
+CommandError hasNoRoom(const PLPerson& person) { return CommandError("there is no room for " + nameOf(person)); }
+
+// All or none: the others have to leave again.
+void withdraw(Session& session, const Persons& persons) {
+  for (const FriendAt& each : placesOf(session.manager(), persons)) {
+    each.page->removeFriendAtPosition(each.page->positionOfFriend(each.person));
+  }
+  session.commit();
+}
+
+// Other programs may have taken the room before the friends were stored. Somebody who is missing while there is room
+// was stored, and then removed by another program.
+void requireAdded(Session& session, const Persons& persons) {
+  const PLFriendsManager& manager = session.manager();
+  const auto left = std::ranges::find_if_not(persons, [&](const auto& each) { return manager.isPersonFriend(each); });
+  if (left == persons.end() || freeSlots(session) > 0) return;
+  withdraw(session, persons);
+  throw hasNoRoom(**left);
+}
+
 void add(Session& session, const std::vector<std::string>& who) {
   session.requireWritableStore();
   PLFriendsManager& manager = session.manager();
   const Persons persons = personsToAdd(session, who);
   requireRoom(session, persons.size());
   for (const auto& person : persons) {
-    if (!manager.addFriend(person)) throw CommandError("there is no room for " + nameOf(*person));
+    if (!manager.addFriend(person)) throw hasNoRoom(*person);
   }
   session.commit();
-  for (const auto& person : persons) {
-    if (!manager.isPersonFriend(person))
-      throw CommandError("another program's edit went over that of " + nameOf(*person));
-  }
+  requireAdded(session, persons);
   answerEach(session, placesOf(manager, persons), "added");
 }
 

@@ -22,22 +22,11 @@ void answerTitle(Session& session, const PLFriendGroup& page, std::uint64_t inde
                  });
 }
 
-// Other processes read the titles again when they hear this name. It is posted when there is something new to read.
-void announceTitles(Session& session) {
-  const auto configured = session.platform().preferences().copyValue(PLFriendGroupTitleChangedExternallyNotificationKey,
-                                                                     session.options().domain());
-  const std::string* name = configured.value() ? configured.value()->string() : nullptr;
-  const bool isNamed = name && !name->empty();
-  platformOf(session.process())
-      .notifyBus->post(isNamed ? std::string_view(*name) : PLFriendGroupTitleChangedExternallyNotification);
-}
-
 void setTitle(Session& session, PLFriendGroup& page, const std::string& title) {
   session.requireWritableStore();
   page.setTitle(title);
   session.manager().saveFriendGroupTitles();
   session.commit();
-  announceTitles(session);
 }
 
 void title(Session& session, const std::string& pageNumber, const std::optional<std::string>& text) {
@@ -52,8 +41,9 @@ void purge(Session& session) {
   PLFriendsManager& manager = session.manager();
   const std::size_t before = manager.friendGroups().size();
   manager.purgeEmptyFriendGroups();
-  session.commit();
+  // Afterwards pages of other programs may have come.
   const std::size_t count = before - manager.friendGroups().size();
+  session.commit();
   session.answer([&] { return "removed " + std::to_string(count) + (count == 1 ? " empty page\n" : " empty pages\n"); },
                  [&] {
                    Json object;

@@ -14,7 +14,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// In seconds. After each pause a store that fails is noticed; the limit is for one that is slow.
+// In seconds. After each pause a store that fails is noticed; the limit is for one that is slow, and for other programs
+// that keep changing the list.
 constexpr double SettlePause = 0.2;
 constexpr double SettleLimit = 30;
 
@@ -92,9 +93,8 @@ void Session::requireWritableStore() {
 
 void Session::commit() {
   if (settle()) return;
-  // Without an error of the store others kept this process from coming to rest.
-  const bool hasFailed = !_platform->preferences().lastError().empty();
-  throw CommandError((hasFailed ? "nothing was saved: " : "perhaps nothing was saved: ") + storeProblem());
+  if (!_platform->preferences().lastError().empty()) throw CommandError("nothing was saved: " + storeProblem());
+  throw CommandError("not saved: other programs keep changing the list");
 }
 
 bool Session::settle() {

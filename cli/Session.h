@@ -53,7 +53,8 @@ class Session {
   void requireContacts();
   /// Throws when nothing can be written to the store: called by commands that change something before they do.
   void requireWritableStore();
-  /// Returns when all changes are on the disk. Throws when that does not work.
+  /// Returns when all changes are on the disk, tried again for 30 seconds while other programs change the list. Throws
+  /// when that does not work.
   void commit();
   /// Drops every change that is not saved yet: a command that fails changes nothing.
   void drop() { _isDropped = true; }

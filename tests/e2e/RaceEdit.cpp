@@ -1,0 +1,136 @@
+#include "tests/e2e/RaceEdit.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace pellor {
+namespace {
+
+constexpr std::array<std::string_view, RaceEditKinds.size()> Names = {"add",   "remove",   "move", "swap",   "title",
+                                                                      "purge", "reply-as", "meta", "refresh"};
+
+// Places and pages count from 1 in arguments.
+std::string textOf(const RacePlace& place) {
+  return std::to_string(place.page + 1) + ":" + std::to_string(place.slot + 1);
+}
+
+}  // namespace
+
+std::string_view nameOf(RaceEditKind kind) { return Names[static_cast<std::size_t>(kind)]; }
+
+std::vector<std::string> argumentsOf(const RaceEdit& edit) {
+  const std::string clear = "--clear";
+  switch (edit.kind) {
+    case RaceEditKind::add:
+    case RaceEditKind::remove:
+      return {std::string(nameOf(edit.kind)), edit.who};
+    case RaceEditKind::move:
+    case RaceEditKind::swap:
+      return {"move", edit.who, textOf(edit.place)};
+    case RaceEditKind::title:
+      return {"title", std::to_string(edit.place.page + 1), edit.text.value_or("")};
+    case RaceEditKind::replyAs:
+      return {"reply-as", edit.who, edit.text.value_or(clear)};
+    case RaceEditKind::meta:
+      if (!edit.text) return {"meta", edit.who, clear};
+      return {"meta", edit.who, edit.key, *edit.text};
+    case RaceEditKind::purge:
+    case RaceEditKind::refresh:
+      break;
+  }
+  return {std::string(nameOf(edit.kind))};
+}
+
+std::string textOf(const RaceEdit& edit) {
+  std::string text;
+  for (const std::string& argument : argumentsOf(edit)) {
+    text += (text.empty() ? "" : " ") + (argument.empty() ? "\"\"" : argument);
+  }
+  return text;
+}
+
+RaceEditMaker::RaceEditMaker(std::uint64_t seed, const RaceList& list, std::vector<std::string> newcomers)
+    : _random(seed), _list(list), _newcomers(std::move(newcomers)) {
+  for (const RacePage& page : list.pages) {
+    for (const auto& slot : page.slots) {
+      if (slot) _friends.push_back(slot->key);
+    }
+  }
+}
+
+RaceEdit RaceEditMaker::make(RaceEditKind kind) {
+  ++_made;
+  RaceEdit edit = random(kind);
+  if (!_first) _first = edit;
+  return edit;
+}
+
+std::size_t RaceEditMaker::below(std::size_t end) {
+  return std::uniform_int_distribution<std::size_t>(0, end - 1)(_random);
+}
+
+std::string RaceEditMaker::anybody() {
+  const bool isKnown = _first && std::ranges::find(_friends, _first->who) != _friends.end();
+  return isKnown && below(2) == 0 ? _first->who : oneOf(_friends);
+}
+
+std::string RaceEditMaker::newcomer() {
+  const bool isKnown = _first && _first->kind == RaceEditKind::add;
+  return isKnown && below(4) == 0 ? _first->who : oneOf(_newcomers);
+}
+
+RacePlace RaceEditMaker::place(bool isTaken, const std::string& mover) {
+  std::vector<RacePlace> places;
+  for (std::size_t page = 0; page < _list.pages.size(); ++page) {
+    for (std::size_t slot = 0; slot < _list.pageSize; ++slot) {
+      const RaceFriend* found = friendAt(_list, {page, slot});
+      if ((found != nullptr) == isTaken && !(found && found->key == mover)) places.push_back({page, slot});
+    }
+  }
+  const bool isKnown = _first && std::ranges::find(places, _first->place) != places.end();
+  return isKnown && below(2) == 0 ? _first->place : places[below(places.size())];
+}
+
+// Texts of different writers differ; every fifth one is none.
+std::optional<std::string> RaceEditMaker::newText(const std::string& suffix) {
+  if (below(5) == 0) return std::nullopt;
+  return "new" + std::to_string(_made) + suffix;
+}
+
+RaceEdit RaceEditMaker::random(RaceEditKind kind) {
+  RaceEdit edit{kind, {}, {}, {}, {}};
+  switch (kind) {
+    case RaceEditKind::add:
+      edit.who = newcomer();
+      break;
+    case RaceEditKind::remove:
+      edit.who = anybody();
+      break;
+    case RaceEditKind::move:
+    case RaceEditKind::swap:
+      edit.who = anybody();
+      edit.place = place(kind == RaceEditKind::swap, edit.who);
+      break;
+    case RaceEditKind::title: {
+      const bool isKnown = _first && below(2) == 0;
+      edit.place.page = isKnown ? _first->place.page : below(_list.pages.size());
+      edit.text = newText("");
+      break;
+    }
+    case RaceEditKind::replyAs:
+      edit.who = anybody();
+      edit.text = newText("@example.org");
+      break;
+    case RaceEditKind::meta:
+      edit.who = anybody();
+      edit.key = below(2) == 0 ? "colour" : "size";
+      edit.text = newText("");
+      break;
+    case RaceEditKind::purge:
+    case RaceEditKind::refresh:
+      break;
+  }
+  return edit;
+}
+
+}  // namespace pellor
