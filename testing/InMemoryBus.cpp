@@ -124,7 +124,9 @@ void InMemoryBus::Connection::connectAgain() {
   if (_isConnected) return;
   _isConnected = true;
   for (const std::string& name : std::exchange(_unsent, {})) _bus->postToAllBut(this, name);
-  std::erase_if(_outstanding, [this](const PostRef& post) { return !scheduleOwn(post); });
+  for (const PostRef& post : std::exchange(_outstanding, {})) {
+    if (scheduleOwn(post)) _outstanding.push_back(post);
+  }
   std::set<std::string> names;
   for (const Registration& registration : _registrations) names.insert(registration.name);
   for (const std::string& name : names) schedule(name, ++_bus->_lastEvent);
