@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <system_error>
 
 #include "linux/PrivateFiles.h"
@@ -53,7 +54,7 @@ std::optional<KeyMessage> KeptMessages::find(const Data& digest) const {
   return digestOf(message) == digest ? decodeKeyMessage(message) : std::nullopt;
 }
 
-void KeptMessages::retain(const std::set<Data>& digests) const {
+void KeptMessages::retain(const std::vector<Data>& digests) const {
   std::set<fs::path> retained;
   for (const Data& digest : digests) retained.insert(fileOf(digest));
   std::error_code ignored;

@@ -3,8 +3,8 @@
 
 #include <filesystem>
 #include <optional>
-#include <set>
 #include <span>
+#include <vector>
 
 #include "linux/mosquitto/SyncMessages.h"
 
@@ -20,7 +20,7 @@ class KeptMessages {
   bool keep(std::span<const std::uint8_t> message) const;
   std::optional<KeyMessage> find(const Data& digest) const;
   /// Removes all that are not named.
-  void retain(const std::set<Data>& digests) const;
+  void retain(const std::vector<Data>& digests) const;
 
  private:
   std::filesystem::path fileOf(const Data& digest) const;

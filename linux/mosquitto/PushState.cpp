@@ -204,10 +204,10 @@ void IncomingState::addSent(std::uint64_t ofOurs, const Manifest& manifest, std:
   sent.erase(second->first <= acknowledged ? sent.begin() : second);
 }
 
-std::set<Data> IncomingState::digests() const {
-  std::set<Data> digests;
+std::vector<Data> IncomingState::digests() const {
+  std::vector<Data> digests;
   const auto add = [&](const Manifest& manifest) {
-    for (const auto& [key, digest] : manifest) digests.insert(digest);
+    for (const auto& [key, digest] : manifest) digests.push_back(digest);
   };
   add(stored);
   for (const auto& [ofOurs, manifest] : sent) add(manifest);

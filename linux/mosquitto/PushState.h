@@ -8,6 +8,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "linux/mosquitto/FileLock.h"
 #include "linux/mosquitto/SyncMessages.h"
@@ -72,8 +73,8 @@ struct IncomingState {
   const Manifest* baseOf(std::uint64_t ofOurs) const;
   /// A generation is about to be sent; the device has acknowledged those up to `acknowledged`.
   void addSent(std::uint64_t ofOurs, const Manifest& manifest, std::uint64_t acknowledged);
-  /// All digests that are named.
-  std::set<Data> digests() const;
+  /// All digests that are named, some more than once.
+  std::vector<Data> digests() const;
 };
 
 Data encode(const OutgoingState& state);
