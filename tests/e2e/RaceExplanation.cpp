@@ -20,6 +20,12 @@ std::set<std::string> fieldNames(const RaceFriend& one, const RaceFriend& other)
   return names;
 }
 
+bool isEmpty(const RacePage& page) {
+  return std::ranges::none_of(page.slots, [](const auto& slot) { return slot.has_value(); });
+}
+
+bool isUnused(const RacePage& page) { return isEmpty(page) && page.title.empty(); }
+
 }  // namespace
 
 RaceExplanation::RaceExplanation(const RaceRecord& race, const Course& course)
@@ -141,26 +147,40 @@ bool RaceExplanation::isConcerned(const std::string& who, Kind kind, const std::
 // A list that ends with an empty page shows no other one behind that: empty pages at its end come and go.
 bool RaceExplanation::isBehindTheEnd(std::size_t identity) const {
   if (_identities.empty() || identity < _identities.back()) return false;
-  return std::ranges::none_of(_after.pages.back().slots, [](const auto& slot) { return slot.has_value(); });
+  return isEmpty(_after.pages.back());
 }
 
 void RaceExplanation::judgePages() {
   for (std::size_t identity = 0; identity < _race.before.pages.size(); ++identity) {
-    const std::string page = "page " + std::to_string(identity + 1);
-    const auto index = _indexes.find(identity);
-    if (index == _indexes.end()) {
-      if (!_course.gonePages.contains(identity) && !isBehindTheEnd(identity)) tear(page + " is missing");
-      continue;
-    }
-    const bool isTitled = std::ranges::any_of(_judged, [&](const Judged& each) {
-      return each.fact->kind == Kind::title && each.fact->place.page == identity;
-    });
-    const std::string& title = _after.pages[index->second].title;
-    if (!isTitled && title != _race.before.pages[identity].title) tear(page + " is called \"" + title + "\"");
+    const bool isThere = _indexes.contains(identity) || _course.gonePages.contains(identity);
+    if (!isThere && !isBehindTheEnd(identity)) tear("page " + std::to_string(identity + 1) + " is missing");
   }
-  for (const auto& [identity, index] : _indexes) {
-    if (identity >= _race.before.pages.size() && !_after.pages[index].title.empty()) tear("a new page has a title");
+  for (const auto& [identity, index] : _indexes) judgeTitle(identity, _after.pages[index].title);
+}
+
+void RaceExplanation::judgeTitle(std::size_t identity, const std::string& title) {
+  const bool isNew = identity >= _race.before.pages.size();
+  const bool isTitled = std::ranges::any_of(
+      _judged, [&](const Judged& each) { return each.fact->kind == Kind::title && each.fact->place.page == identity; });
+  if (isTitled || title == (isNew ? "" : _race.before.pages[identity].title)) return;
+  const bool isBlank = isNew || isUnused(_race.before.pages[identity]);
+  if (!isBlank || !mayHaveComeBack(title))
+    tear("page " + std::to_string(identity + 1) + " is called \"" + title + "\"");
+}
+
+// When all friends of a page are moved to another one, nobody can tell which of the two was given up: a process that
+// puts somebody there as well may bring the other one back beside it, with its title.
+bool RaceExplanation::mayHaveComeBack(const std::string& title) const {
+  const bool wasOneLeft = std::ranges::any_of(_course.gonePages, [&](std::size_t page) {
+    return page < _race.before.pages.size() && !isEmpty(_race.before.pages[page]);
+  });
+  std::set<std::size_t> attempts;
+  for (const Judged& each : _judged) {
+    const std::size_t page = each.fact->place.page;
+    const bool isTitled = page < _race.before.pages.size() && _race.before.pages[page].title == title;
+    if (each.fact->kind == Kind::at && isTitled) attempts.insert(each.attempt);
   }
+  return wasOneLeft && attempts.size() > 1;
 }
 
 void RaceExplanation::judgeFriends() {

@@ -37,6 +37,7 @@ class RaceExplanation {
   void identifyPages();
   void judgeEdits();
   void judgePages();
+  void judgeTitle(std::size_t identity, const std::string& title);
   void judgeFriends();
   void judgeQuietFriend(const RaceFriend& before, const RacePlace& place);
   void judgeNewcomer(const std::string& who, const RaceContact& expected);
@@ -45,6 +46,7 @@ class RaceExplanation {
   bool explains(const Judged& one, const Judged& other) const;
   bool isHeldByAnEdited(const RacePlace& place, std::size_t exceptAttempt) const;
   bool isBehindTheEnd(std::size_t identity) const;
+  bool mayHaveComeBack(const std::string& title) const;
   bool shows(const RaceFact& fact) const;
   const RaceFriend* find(const std::string& who) const;
   std::optional<RacePlace> placeOf(const std::string& who) const;  // by identities of pages
