@@ -178,7 +178,8 @@ void RaceTrack::readOutcomes(const std::vector<Racer>& racers, const RaceId& rac
     const bool wasKilled = racers[index].isVictim && ended.exitCode == -SIGKILL;
     if (ended.exitCode != 0) attempt.outcome = wasKilled ? RaceOutcome::killed : RaceOutcome::refused;
     result.story += std::string(race.mode == RaceMode::library ? "" : "pellor ") + textOf(attempt.edit) + ": " +
-                    textOf(attempt.outcome) + " " + ended.errors + (ended.errors.ends_with('\n') ? "" : "\n");
+                    textOf(attempt.outcome) + " (" + std::to_string(ended.exitCode) + ") " + ended.errors +
+                    (ended.errors.ends_with('\n') ? "" : "\n");
   }
 }
 
