@@ -1,10 +1,12 @@
 #include "tests/pellor/SeededTest.h"
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
+#include <random>
 #include <string>
 
 // Null where no sanitizer is linked in.
@@ -54,15 +56,27 @@ std::uint64_t SeededTest::countOf(const char* variable, std::uint64_t usual, std
 
 void SeededTest::forEachSeed(std::uint64_t count, const std::function<void(std::uint64_t)>& run) {
   printReplayCommandAtDeath();
-  const auto only = numberInEnvironment("PELLOR_SEED");
-  const std::uint64_t ownCount = (count + partCount - 1) / partCount;
-  const std::uint64_t first = only.value_or(GetParam() * ownCount);
-  const std::uint64_t end = only ? first + 1 : first + ownCount;
-  for (std::uint64_t seed = first; seed < end && !HasFailure(); ++seed) {
+  const auto runSeed = [&](std::uint64_t seed) {
     setReplayCommand(seed);
     SCOPED_TRACE(replayCommand);
     run(seed);
-  }
+  };
+  if (const auto only = numberInEnvironment("PELLOR_SEED")) return runSeed(*only);
+  if (const auto minutes = numberInEnvironment("PELLOR_SEED_MINUTES")) return runNewSeeds(*minutes, runSeed);
+  const std::uint64_t ownCount = (count + partCount - 1) / partCount;
+  const std::uint64_t first = GetParam() * ownCount;
+  for (std::uint64_t seed = first; seed < first + ownCount && !HasFailure(); ++seed) runSeed(seed);
+}
+
+// What a test does is simulated and takes no time of its own: only how many seeds there are depends on the machine.
+void SeededTest::runNewSeeds(std::uint64_t minutes, const std::function<void(std::uint64_t)>& run) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(minutes);
+  const std::uint64_t first = (std::uint64_t{std::random_device()()} << 32U) + (GetParam() << 24U);
+  std::uint64_t seed = first;
+  while (std::chrono::steady_clock::now() < end && !HasFailure()) run(seed++);
+  const auto& test = *::testing::UnitTest::GetInstance()->current_test_info();
+  std::printf("%s: %llu seeds from %llu on\n", test.name(), static_cast<unsigned long long>(seed - first),
+              static_cast<unsigned long long>(first));
 }
 
 }  // namespace pellor
