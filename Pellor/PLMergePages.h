@@ -19,9 +19,9 @@ const std::string* titleOfPage(const Array& titles, std::uint64_t page);
 /// one another in both.
 ///
 /// Of all matchings that keep the order it is the one with the most friends and titles (but "") in common, less the
-/// pages without counterpart up to the last friend of either list; then with the most pages; then with the lower page
-/// numbers. Where friends left one page for another over more than `CountedShifts` different distances, those over
-/// which the fewest went are not counted.
+/// pages without counterpart up to the last friend of either list; then with the most pages up to the last friend of
+/// each; then with the most in common, the most pages at all, the lower page numbers. Where friends left one page for
+/// another over more than `CountedShifts` different distances, those over which the fewest went are not counted.
 class PLPageMatch {
  public:
   static constexpr std::size_t CountedShifts = 64;
