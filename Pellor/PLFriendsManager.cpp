@@ -373,7 +373,7 @@ void PLFriendsManager::_takeOver(const PLStoredList& stored) {
   _updateFriends(stored, merged ? &*merged : nullptr);
   _updateFriendGroups();
   _takeOverTitles(stored, merged ? &*merged : nullptr);
-  _newBase->pages = _pageNumbersOfTheirs(merged ? &*merged : nullptr);
+  _newBase->pages = _pageNumbersOfTheirs(stored, merged ? &*merged : nullptr);
   // Marked before the writer goes on, so that all of it goes out at once.
   _writer->clearMarks();
   if (merged && merged->differsInLayout) _markLayoutChanged();
@@ -446,7 +446,7 @@ void PLFriendsManager::listWasWritten(const PLAcceptedWrite& write) {
   }
   if (write.sequenceNumber == _ownSequenceNumber) _ownSequenceNumber.reset();
   if (write.hasList) _damagedList.reset();
-  if (write.hasTitles) _noteStoredTitles(write);
+  if (write.hasTitles) _noteStoredTitles(*_writer->base());
   // One post tells of both: a load of the list reads the titles.
   if (write.hasList) {
     _postExternally(_notificationForExternalListChange());
@@ -531,6 +531,7 @@ void PLFriendsManager::_loadGroupTitles() {
   if (stored.listVersion != base->listVersion) return _loadFriendList();
   if (_writer->beginLoad(stored.listVersion, stored.titlesVersion) != PLListWriter::Turn::now) return;
   _writer->acceptIfWritten(stored);
+  _noteStoredTitles(*_writer->base());
   const PLPageOrigins pages = _pagesInBase(*base);
   const auto groups = _friendGroups;
   for (std::size_t index = 0; index < groups.size(); ++index) {
@@ -565,7 +566,7 @@ void PLFriendsManager::_takeOverTitles(const PLStoredList& stored, const PLMerge
     // All that a page of ours was called is among those of a merge: what a group had besides was of a page that has
     // gone, or stands elsewhere.
     if (title || merged) groups[index]->setTitle(title ? std::optional(*title) : std::nullopt);
-    const auto origin = merged && index < merged->theirPages.size() ? merged->theirPages[index] : std::optional(index);
+    const auto origin = _pageInTheirs(index, stored, merged);
     const std::string* known = origin && *origin < stored.titles.size() ? stored.titles[*origin].string() : nullptr;
     if (known) {
       _pages[index].storedTitle = *known;
@@ -615,10 +616,12 @@ Array PLFriendsManager::_titlesAfter(const PLStoredBase& base) const {
   return titles;
 }
 
-void PLFriendsManager::_noteStoredTitles(const PLAcceptedWrite& write) {
+// A load may come between a write and the news of it: what was written is set here no more.
+void PLFriendsManager::_noteStoredTitles(const PLStoredBase& base) {
+  if (!base.pages) return;
   std::unordered_map<std::uint64_t, const std::string*> titles;
-  for (std::size_t index = 0; index < std::min(write.pages->size(), write.base->titles.size()); ++index) {
-    titles.emplace((*write.pages)[index], write.base->titles[index].string());
+  for (std::size_t page = 0; page < std::min(base.pages->size(), base.titles.size()); ++page) {
+    titles.emplace((*base.pages)[page], base.titles[page].string());
   }
   for (Page& page : _pages) {
     const auto title = titles.find(page.number);
@@ -670,6 +673,7 @@ std::optional<PLMergeResult> PLFriendsManager::_mergeOwnEdits(const PLStoredList
   if (!_writer->base()) return std::nullopt;
   _writer->acceptIfWritten(stored);
   std::shared_ptr<const PLStoredBase> base = _writer->base();
+  _noteStoredTitles(*base);
   const bool isOtherStore = base->listVersion.store != stored.listVersion.store;
   // A list of another store does not come from the baseline: nobody counts as removed there.
   if (isOtherStore) base = std::make_shared<const PLStoredBase>();
@@ -719,16 +723,37 @@ PLPageNumbers PLFriendsManager::_pageNumbers() {
   return _publishedPages = std::move(numbers);
 }
 
+std::uint64_t PLFriendsManager::_pageCountOf(const LongArray& list) const {
+  return (list.size() + _maxFriendsPerGroup - 1) / _maxFriendsPerGroup;
+}
+
+// The page of the loaded list that a group shows. Groups behind the pages that were merged are pages behind that list.
+std::optional<std::uint64_t> PLFriendsManager::_pageInTheirs(std::uint64_t groupIndex, const PLStoredList& theirs,
+                                                             const PLMergeResult* merged) const {
+  if (!merged) return groupIndex;
+  const PLPageOrigins& origins = merged->theirPages;
+  const std::uint64_t mergedCount = origins.empty() ? _pageCountOf(merged->list) : origins.size();
+  if (groupIndex < mergedCount) return origins.empty() ? std::optional(groupIndex) : origins[groupIndex];
+  const std::uint64_t theirCount = _pageCountOf(theirs.list);
+  return groupIndex - mergedCount + (origins.empty() ? std::max(theirCount, mergedCount) : theirCount);
+}
+
 // The numbers of the groups that show the pages of what was loaded; those that no group shows get some of their own.
-PLPageNumbers PLFriendsManager::_pageNumbersOfTheirs(const PLMergeResult* merged) {
-  if (!merged || merged->theirPages.empty()) return _pageNumbers();
+PLPageNumbers PLFriendsManager::_pageNumbersOfTheirs(const PLStoredList& theirs, const PLMergeResult* merged) {
+  const std::uint64_t theirCount = _pageCountOf(theirs.list);
+  const bool areTheSame = !merged || (merged->theirPages.empty() && _pageCountOf(merged->list) >= theirCount);
+  if (areTheSame) return _pageNumbers();
   std::vector<std::uint64_t> numbers;
-  for (std::uint64_t index = 0; index < std::min(_pages.size(), merged->theirPages.size()); ++index) {
-    const auto page = merged->theirPages[index];
+  const auto reach = [&](std::uint64_t count) {
+    while (numbers.size() < count) numbers.push_back(++_lastPageNumber);
+  };
+  for (std::uint64_t index = 0; index < _pages.size(); ++index) {
+    const auto page = _pageInTheirs(index, theirs, merged);
     if (!page) continue;
-    while (numbers.size() <= *page) numbers.push_back(++_lastPageNumber);
+    reach(*page + 1);
     numbers[*page] = _pages[index].number;
   }
+  reach(theirCount);
   return std::make_shared<const std::vector<std::uint64_t>>(std::move(numbers));
 }
 

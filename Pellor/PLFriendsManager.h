@@ -292,7 +292,7 @@ class PLFriendsManager : public Object,
   bool _hasNewTitles();
   Array _titlesAfter(const PLStoredBase& base) const;
   void _takeOverTitle(std::uint64_t groupIndex, const Array& titles, std::uint64_t page);
-  void _noteStoredTitles(const PLAcceptedWrite& write);
+  void _noteStoredTitles(const PLStoredBase& base);
   void _tallySetValueForScalarKey(std::int64_t value, std::string_view key);
   void _tallyLogFriendCount();
   void _tallyLogFriendGroupCount();
@@ -302,7 +302,10 @@ class PLFriendsManager : public Object,
   PLOwnPages _ownPages(const PLStoredBase& base) const;
   PLPageOrigins _pagesInBase(const PLStoredBase& base) const;
   PLPageNumbers _pageNumbers();
-  PLPageNumbers _pageNumbersOfTheirs(const PLMergeResult* merged);
+  std::uint64_t _pageCountOf(const LongArray& list) const;
+  std::optional<std::uint64_t> _pageInTheirs(std::uint64_t groupIndex, const PLStoredList& theirs,
+                                             const PLMergeResult* merged) const;
+  PLPageNumbers _pageNumbersOfTheirs(const PLStoredList& theirs, const PLMergeResult* merged);
   bool isSettled() const override;
   bool isWritten() const override;
   void prepareToSettle() override;

@@ -263,9 +263,14 @@ PreferenceChange set(Value value, std::optional<PreferenceVersion> madeFrom) {
   return {PreferenceChange::Kind::set, std::move(value), madeFrom};
 }
 
+PreferenceChange keep(const PreferenceVersion& madeFrom) {
+  return {PreferenceChange::Kind::keep, std::nullopt, madeFrom};
+}
+
 }  // namespace
 
-// Titles belong to the pages of a list: alone they go out only while that list is the stored one.
+// Titles belong to the pages of a list: alone they go out only while that list is the stored one, and pages come and go
+// only while the titles are those that are known.
 PreferenceChanges PLListWriter::changesOf(Write& write) {
   PreferenceChanges changes;
   if (write.writesList()) {
@@ -277,8 +282,9 @@ PreferenceChanges PLListWriter::changesOf(Write& write) {
   }
   if (write.titlesChanged) {
     changes.emplace(PLGroupTitlesKey, set(*write.published.titles, write.base->titlesVersion));
-    changes.try_emplace(std::string(PLFriendListKey),
-                        PreferenceChange{PreferenceChange::Kind::keep, std::nullopt, write.base->listVersion});
+    changes.try_emplace(std::string(PLFriendListKey), keep(write.base->listVersion));
+  } else if (write.list && write.published.pages != write.base->pages) {
+    changes.emplace(PLGroupTitlesKey, keep(write.base->titlesVersion));
   }
   if (write.marksNormalized) changes.emplace(PLDidNormalizeFriendListDestinationsKey, set(true, std::nullopt));
   if (write.sequenceNumber) {
@@ -339,8 +345,8 @@ void PLListWriter::adopt(Write& write, const PreferenceWriteAnswer& answer) {
     _base = base;
     _unknownWrites.clear();
   }
-  tellWritten({write.list != nullptr, write.titlesChanged, base, write.published.list->version(), write.published.pages,
-               write.sequenceNumber});
+  tellWritten(
+      {write.list != nullptr, write.titlesChanged, base, write.published.list->version(), write.sequenceNumber});
 }
 
 void PLListWriter::rememberUnknown(const Write& write) {
@@ -377,13 +383,13 @@ std::shared_ptr<PLStoredBase> PLListWriter::baseAfter(const Write& write) const 
   if (write.list) {
     base->list = write.list;
     base->listVersion = write.listVersion;
-    base->pages = write.published.pages;
     base->elsewhere = write.elsewhere;
   }
   if (write.titlesChanged) {
     base->titles = *write.published.titles;
     base->titlesVersion = write.titlesVersion;
   }
+  base->pages = write.published.pages;
   return base;
 }
 

@@ -30,7 +30,6 @@ struct PLAcceptedWrite {
   bool hasTitles = false;
   std::shared_ptr<const PLStoredBase> base;  ///< the baseline since then; null when it had neither
   std::uint64_t listVersion = 0;             ///< PLSlotSnapshot::version of the list that was published then
-  PLPageNumbers pages;                       ///< of the groups that the titles belong to
   std::optional<std::int32_t> sequenceNumber;
 };
 

@@ -1,5 +1,8 @@
 // Edits of several processes at the same moment: what each sees, and what is stored.
+#include <utility>
+
 #include "tests/pellor/ManagerWorld.h"
+#include "tests/pellor/SlowStore.h"
 
 namespace pellor {
 namespace {
@@ -148,6 +151,56 @@ TEST_F(ManagerOvertakenTest, ATitleIsGivenToThePageThatWentFurtherUp) {
   EXPECT_EQ(a->list(), "Bob|-");
   EXPECT_EQ(a->titles(), "Work|-");
   EXPECT_EQ(b->titles(), "Work|-");
+}
+
+// Who removes a page moves the titles behind it, also those that it has not heard of.
+TEST_F(ManagerOvertakenTest, TitlesThatWereSetElsewhereMoveWithTheirPages) {
+  launchBoth("Ann,-,-|Bob,-,-|Cy,-,-");
+  b->remove(0, 0);
+  storeTitles({"Family", "Work", "Chess"});
+  EXPECT_TRUE(settle(*b));
+  EXPECT_EQ(b->list(), "Bob,-,-|Cy,-,-|-,-,-");
+  EXPECT_EQ(b->titles(), "Work|Chess|-");
+  EXPECT_EQ(storedTitles(), "Work|Chess|-");
+}
+
+// The empty page behind the last friend, which a process keeps for itself, is not the page that it removed.
+TEST_F(ManagerOvertakenTest, APageThatWasRemovedHereIsNotTheEmptyOneBehind) {
+  setGroups(4, 1);
+  launchBoth("Ann|Bob|Cy|Dan", {"One", "Two", "Three", "Four"});
+  b->remove(3, 0);
+  store("Ann|Cy|Dan");
+  storeTitles({"One", "Three", "Four"});
+  b->run([&] { b->manager().reloadFriendList(); });
+  EXPECT_EQ(b->list(), "Ann|Cy|-");
+  store("Ann|Cy|Dan|Eve");
+  b->run([&] { b->manager().reloadFriendList(); });
+  EXPECT_EQ(b->list(), "Ann|Cy|Eve|-");
+  EXPECT_EQ(b->titles(), "One|Three|-|-");
+}
+
+// A load may come between a write and the news of it.
+TEST_F(ManagerOvertakenTest, ATitleThatIsStoredGivesWayToALaterOne) {
+  launchBoth("Ann,-,-", {"Family"});
+  bool isOvertaken = false;
+  const auto writeOnceMore = [&](std::string_view) {
+    if (std::exchange(isOvertaken, true)) return;
+    storeTitles({"Club"});
+    world.bus().post(PLFriendGroupTitleChangedExternallyNotification);
+  };
+  ManagerProcess slow(world, scheduler, std::string(TapnoteDomain), [&](Platform& platform) {
+    platform.preferences = std::make_shared<SlowStore>(
+        platform.preferences, [](std::string_view) {}, writeOnceMore);
+  });
+  slow.start();
+  isOvertaken = true;
+  rest();
+  isOvertaken = false;
+  slow.setTitle(0, "Work");
+  EXPECT_TRUE(settle(slow));
+  rest();
+  EXPECT_EQ(storedTitles(), "Club");
+  EXPECT_EQ(slow.titles(), "Club|-");
 }
 
 TEST_F(ManagerOvertakenTest, APageThatComesBackHasTheTitleThatTheStoreHas) {

@@ -120,12 +120,15 @@ struct ManagerProcess::Events : LogSink {
   std::vector<Event> events;
 };
 
-ManagerProcess::ManagerProcess(SimulatedWorld& world, const std::shared_ptr<Scheduler>& scheduler, std::string domain)
+ManagerProcess::ManagerProcess(SimulatedWorld& world, const std::shared_ptr<Scheduler>& scheduler, std::string domain,
+                               const std::function<void(Platform&)>& adjust)
     : _events(std::make_shared<Events>()),
       _domain(std::move(domain)),
       _process(std::make_unique<Process>(scheduler, _events)) {
   const Process::Scope scope(*_process);
-  installPlatform(*_process, world.makePlatform(*_process));
+  Platform platform = world.makePlatform(*_process);
+  adjust(platform);
+  installPlatform(*_process, std::move(platform));
   NotificationCenter& center = _process->notificationCenter();
   const auto note = [events = _events](std::string text) { events->add(std::move(text), false); };
   _observations = {center.addObserver(std::string(PLFriendsManagerChangedNotification),

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -43,8 +44,10 @@ std::string textOf(const PLChangeLog& log);
 /// A process with the manager of its domain, once it is started.
 class ManagerProcess {
  public:
-  ManagerProcess(SimulatedWorld& world, const std::shared_ptr<Scheduler>& scheduler,
-                 std::string domain = std::string(TapnoteDomain));
+  /// `adjust` gets the platform before it is installed.
+  ManagerProcess(
+      SimulatedWorld& world, const std::shared_ptr<Scheduler>& scheduler,
+      std::string domain = std::string(TapnoteDomain), const std::function<void(Platform&)>& adjust = [](Platform&) {});
   ~ManagerProcess();
 
   Process& process() { return *_process; }
