@@ -21,7 +21,7 @@ help:
 	@echo 'make bench          measure, each thing beside its yardstick (BENCH_QUICK=1, BENCH_ROWS=text: less of it)'
 	@echo 'make bench-table    the same, all of it, into docs/performance.md'
 	@echo 'make races          let programs edit one list at the same moment; tells what was lost (RACES=200, RACE_OPTIONS=--help)'
-	@echo 'make nightly        what takes too long for each change: the races, a million merges (TRIPLES=1000000)'
+	@echo 'make nightly        what takes too long for each change: the races, new worlds, a million merges (TRIPLES=1000000)'
 	@echo 'make core           build the library alone, without the Linux platform'
 	@echo 'make format         format all sources;  make check-format  only tell which are not'
 	@echo 'make check-sources  check the directions of includes'
@@ -108,6 +108,9 @@ TRIPLES ?= 1000000
 
 nightly: races
 	$(call build,dev)
+	@echo '== simulated worlds that never ran before'
+	@PELLOR_SEED_MINUTES=5 PELLOR_FIRST_SEED=$$(date +%s)00000000 build/dev/tests/pellor/pellor_tests --gtest_brief=1 \
+	  --gtest_filter='Seeds/ManagerSimulationTest.*/0'
 	@echo '== $(TRIPLES) merged triples'
 	@PELLOR_TRIPLES=$(TRIPLES) build/dev/tests/pellor/pellor_tests --gtest_brief=1 --gtest_filter='Seeds/TripleTest.*'
 

@@ -2,7 +2,7 @@
 // that fail and processes that are killed, come to rest with the same list, and none of their edits is lost.
 //
 // PELLOR_SEEDS=<count> sets how many worlds all tests run in all; PELLOR_SEED_MINUTES=<minutes> lets each part of them
-// run new ones for so long.
+// run for so long.
 #include <gtest/gtest.h>
 
 #include "tests/pellor/SeededTest.h"

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
-#include <random>
 #include <string>
 
 // Null where no sanitizer is linked in.
@@ -62,16 +61,16 @@ void SeededTest::forEachSeed(std::uint64_t count, const std::function<void(std::
     run(seed);
   };
   if (const auto only = numberInEnvironment("PELLOR_SEED")) return runSeed(*only);
-  if (const auto minutes = numberInEnvironment("PELLOR_SEED_MINUTES")) return runNewSeeds(*minutes, runSeed);
+  if (const auto minutes = numberInEnvironment("PELLOR_SEED_MINUTES")) return runForMinutes(*minutes, runSeed);
   const std::uint64_t ownCount = (count + partCount - 1) / partCount;
   const std::uint64_t first = GetParam() * ownCount;
   for (std::uint64_t seed = first; seed < first + ownCount && !HasFailure(); ++seed) runSeed(seed);
 }
 
 // What a test does is simulated and takes no time of its own: only how many seeds there are depends on the machine.
-void SeededTest::runNewSeeds(std::uint64_t minutes, const std::function<void(std::uint64_t)>& run) {
+void SeededTest::runForMinutes(std::uint64_t minutes, const std::function<void(std::uint64_t)>& run) {
   const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(minutes);
-  const std::uint64_t first = (std::uint64_t{std::random_device()()} << 32U) + (GetParam() << 24U);
+  const std::uint64_t first = numberInEnvironment("PELLOR_FIRST_SEED").value_or(0) + (GetParam() << 24U);
   std::uint64_t seed = first;
   while (std::chrono::steady_clock::now() < end && !HasFailure()) run(seed++);
   const auto& test = *::testing::UnitTest::GetInstance()->current_test_info();

@@ -22,12 +22,13 @@ class SeededTest : public ::testing::TestWithParam<std::uint64_t> {
   /// The same of another variable.
   static std::uint64_t countOf(const char* variable, std::uint64_t usual, std::uint64_t sanitized);
   /// Runs this part's seeds of `count` in all, or the one of PELLOR_SEED, until one fails. PELLOR_SEED_MINUTES, a
-  /// number of minutes for each part of each test, stands in place of a count: then seeds run that are new each time,
-  /// and how many is printed.
+  /// number of minutes for each part of each test, stands in place of a count: then as many run as there is time for,
+  /// from PELLOR_FIRST_SEED on (usually 0, so that a change meets the seeds that the last one met), and how many is
+  /// printed.
   void forEachSeed(std::uint64_t count, const std::function<void(std::uint64_t)>& run);
 
  private:
-  void runNewSeeds(std::uint64_t minutes, const std::function<void(std::uint64_t)>& run);
+  void runForMinutes(std::uint64_t minutes, const std::function<void(std::uint64_t)>& run);
 };
 
 }  // namespace pellor
