@@ -34,6 +34,7 @@ struct Node {
 struct Score {
   std::int64_t value = 0;      // in common, less what is lost
   std::int64_t matched = 0;    // pages before the last friend of each list, with the same offset for all chains
+  std::int64_t added = 0;      // pages of theirs among the others, counted downwards: pages come behind the last friend
   std::int64_t inCommon = 0;   // of as good matchings the one that tells most: few friends stand on small pages
   std::int64_t unmatched = 0;  // pages, counted downwards
   std::int64_t height = 0;     // the numbers of the unmatched pages: the higher, the lower are the matched ones
@@ -259,14 +260,19 @@ class ChainSearch {
     const Page theirUnmatched = std::max<Page>(0, node.shift() - shift);
     leaveUnmatched(score, node.base - baseUnmatched, node.base, _baseOccupied);
     leaveUnmatched(score, node.theirs - theirUnmatched, node.theirs, _theirOccupied);
+    score.added -= occupiedCount(node.theirs - theirUnmatched, node.theirs, _theirOccupied);
     score.matched += isEnd(node) ? std::min(_baseOccupied, _theirOccupied - shift) : -baseUnmatched;
     return score;
   }
 
   bool isEnd(const Node& node) const { return node.base == _baseCount && node.theirs == _theirCount; }
 
+  static Page occupiedCount(Page first, Page end, Page occupied) {
+    return std::max<Page>(0, std::min(end, occupied) - first);
+  }
+
   static void leaveUnmatched(Score& score, Page first, Page end, Page occupied) {
-    score.value -= std::max<Page>(0, std::min(end, occupied) - first);
+    score.value -= occupiedCount(first, end, occupied);
     score.unmatched -= end - first;
     score.height += (first + end - 1) * (end - first) / 2;
   }

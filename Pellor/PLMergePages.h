@@ -20,8 +20,9 @@ const std::string* titleOfPage(const Array& titles, std::uint64_t page);
 ///
 /// Of all matchings that keep the order it is the one with the most friends and titles (but "") in common, less the
 /// pages without counterpart up to the last friend of either list; then with the most pages up to the last friend of
-/// each; then with the most in common, the most pages at all, the lower page numbers. Where friends left one page for
-/// another over more than `CountedShifts` different distances, those over which the fewest went are not counted.
+/// each; then with the fewest pages of theirs added among them, the most in common, the most pages at all, the lower
+/// page numbers. Where friends left one page for another over more than `CountedShifts` different distances, those over
+/// which the fewest went are not counted.
 class PLPageMatch {
  public:
   static constexpr std::size_t CountedShifts = 64;

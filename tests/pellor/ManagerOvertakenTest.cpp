@@ -203,6 +203,17 @@ TEST_F(ManagerOvertakenTest, ATitleThatIsStoredGivesWayToALaterOne) {
   EXPECT_EQ(slow.titles(), "Club|-");
 }
 
+// A friend alone on a page who moves to the next one does not take the page along.
+TEST_F(ManagerOvertakenTest, ATitleStaysWithThePageToWhichAFriendMoves) {
+  setGroups(4, 1);
+  launchBoth("Ann|Bob|-");
+  a->setTitle(2, "Club");
+  store("Ann|-|Bob|-");
+  EXPECT_TRUE(settle(*a));
+  EXPECT_EQ(a->list(), "Ann|-|Bob|-");
+  EXPECT_EQ(storedTitles(), "-|-|Club|-");
+}
+
 TEST_F(ManagerOvertakenTest, APageThatComesBackHasTheTitleThatTheStoreHas) {
   launchBoth("Ann,-,-|Bob,-,-", {"Family", "Work"});
   store("Ann,-,-");
