@@ -33,7 +33,7 @@ struct Node {
 
 struct Score {
   std::int64_t value = 0;      // in common, less what is lost
-  std::int64_t matched = 0;    // pages before the last friend of each list, with the same offset for all chains
+  std::int64_t matched = 0;    // pages before the last friend of each list, less an offset of the last pair's shift
   std::int64_t added = 0;      // pages of theirs among the others, counted downwards: pages come behind the last friend
   std::int64_t inCommon = 0;   // of as good matchings the one that tells most: few friends stand on small pages
   std::int64_t unmatched = 0;  // pages, counted downwards
@@ -261,11 +261,13 @@ class ChainSearch {
     leaveUnmatched(score, node.base - baseUnmatched, node.base, _baseOccupied);
     leaveUnmatched(score, node.theirs - theirUnmatched, node.theirs, _theirOccupied);
     score.added -= occupiedCount(node.theirs - theirUnmatched, node.theirs, _theirOccupied);
-    score.matched += isEnd(node) ? std::min(_baseOccupied, _theirOccupied - shift) : -baseUnmatched;
+    score.matched += beforeLastFriend(node.base - baseUnmatched, shift) - beforeLastFriend(node.base, node.shift());
     return score;
   }
 
-  bool isEnd(const Node& node) const { return node.base == _baseCount && node.theirs == _theirCount; }
+  // How many pages of base up to `end` that are matched on that shift come before the last friend of each list, counted
+  // from an origin of that shift.
+  Page beforeLastFriend(Page end, Page shift) const { return std::min({end, _baseOccupied, _theirOccupied - shift}); }
 
   static Page occupiedCount(Page first, Page end, Page occupied) {
     return std::max<Page>(0, std::min(end, occupied) - first);
