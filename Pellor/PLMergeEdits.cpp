@@ -92,7 +92,7 @@ class EditSearch {
 
   void sortOutKept(std::uint64_t slot, std::uint64_t baseSlot) {
     if (!isInPlace(slot, baseSlot)) _edits.moved.push_back({slot, baseSlot});
-    if (!haveSameElement(_ours, slot, _base, baseSlot)) _edits.changed.push_back({slot, baseSlot});
+    if (!_ours.hasSameElement(slot, _base, baseSlot)) _edits.changed.push_back({slot, baseSlot});
   }
 
   void findRemoved(std::uint64_t chunk) {

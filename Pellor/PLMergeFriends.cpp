@@ -1,158 +1,180 @@
 #include "Pellor/PLMergeFriends.h"
 
 #include <algorithm>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "Pellor/PLMergeFields.h"
 
 namespace pellor {
 namespace {
 
-// A friend that is not paired yet. Its form is made when it is first asked for.
+struct Side {
+  const PLMergeSlots& list;
+  const PLWrittenForm* writtenForm;  // null: forms are as written
+};
+
+// A friend of one side. Its form is made when it is first asked for.
 class Candidate {
  public:
-  Candidate(const PLMergeSlots& list, std::uint64_t slot, const PLWrittenForm* writtenForm)
-      : _list(&list), _slot(slot), _writtenForm(writtenForm) {}
+  Candidate(const Side& side, std::uint64_t slot) : _side(&side), _slot(slot) {}
 
   std::uint64_t slot() const { return _slot; }
-  std::string guid() const { return _list->guid(_slot); }
+  std::string_view guid() const { return _side->list.guid(_slot); }
   const Dictionary& form() const {
-    if (!_form) _form = _writtenForm ? (*_writtenForm)(_list->form(_slot)) : _list->form(_slot);
+    if (!_form) {
+      Dictionary form = _side->list.form(_slot);
+      _form = std::make_unique<const Dictionary>(_side->writtenForm ? (*_side->writtenForm)(form) : std::move(form));
+    }
     return *_form;
   }
 
   bool isPaired = false;
-  std::optional<std::uint64_t> otherAtSamePlace;  // the slot of the other list
+  Candidate* otherAtSamePlace = nullptr;  // of the other side
+  Candidate* nextOfKey = nullptr;         // of its own side, in slot order
 
  private:
-  const PLMergeSlots* _list;
+  const Side* _side;
   std::uint64_t _slot;
-  const PLWrittenForm* _writtenForm;  // null: the form is as written
-  mutable std::optional<Dictionary> _form;
+  mutable std::unique_ptr<const Dictionary> _form;
 };
-
-using Group = std::vector<Candidate*>;
-using Fits = std::function<bool(const Candidate&, const Candidate&)>;
-using KeyOf = std::function<std::string(const Candidate&)>;
 
 class Matcher {
  public:
   using Pairs = std::vector<PLFriendPairs::Pair>;
 
-  std::vector<Candidate> left;
-  std::vector<Candidate> right;
-  Pairs pairs;
+  Matcher(const Side& leftSide, const Side& rightSide) : _leftSide(leftSide), _rightSide(rightSide) {}
+  Matcher(const Matcher&) = delete;
+  Matcher& operator=(const Matcher&) = delete;
 
-  // Pairs candidates that have the same key, unless it is empty, and fit.
-  void pairByKey(const KeyOf& keyOf, const Fits& fits) {
-    std::unordered_map<std::string, Group> rights;
-    for (Candidate& candidate : right) enter(candidate, keyOf, rights);
-    if (rights.empty()) return;
-    std::unordered_map<std::string, Group> lefts;
-    for (Candidate& candidate : left) enter(candidate, keyOf, lefts);
-    for (auto& [key, group] : lefts) {
-      const auto found = rights.find(key);
-      if (found != rights.end()) pairGroups(group, found->second, fits);
+  // In slot order.
+  void addLeft(std::uint64_t slot) { _left.emplace_back(_leftSide, slot); }
+  void addRight(std::uint64_t slot) { _right.emplace_back(_rightSide, slot); }
+  // Once all are added.
+  void findSamePlaces(const PLSlotAtSamePlace& rightSlotAt) {
+    auto next = _right.begin();
+    for (Candidate& candidate : _left) {
+      const auto slot = rightSlotAt(candidate.slot());
+      if (!slot) continue;
+      const bool isNext = next != _right.end() && next->slot() == *slot;
+      if (!isNext) next = std::ranges::lower_bound(_right, *slot, {}, &Candidate::slot);
+      if (next != _right.end() && next->slot() == *slot) candidate.otherAtSamePlace = &*next++;
     }
   }
 
+  // Pairs candidates that have the same key, unless it is empty, and fit: those in the same place, then the first with
+  // the first.
+  template <class KeyOf, class Fits>
+  void pairByKey(const KeyOf& keyOf, const Fits& fits) {
+    if (std::ranges::all_of(_left, &Candidate::isPaired)) return;
+    using Key = decltype(keyOf(_left.front()));
+    std::unordered_map<Key, Candidate*> firstOfKey;
+    firstOfKey.reserve(static_cast<std::size_t>(std::ranges::count(_right, false, &Candidate::isPaired)));
+    for (auto candidate = _right.rbegin(); candidate != _right.rend(); ++candidate) {
+      if (candidate->isPaired) continue;
+      Key key = keyOf(*candidate);
+      if (key.empty()) continue;
+      Candidate*& first = firstOfKey[std::move(key)];
+      candidate->nextOfKey = std::exchange(first, &*candidate);
+    }
+    if (firstOfKey.empty()) return;
+    pairAtSamePlace([&](const Candidate& one, const Candidate& other) {
+      const Key key = keyOf(one);
+      return !key.empty() && key == keyOf(other) && fits(one, other);
+    });
+    for (Candidate& candidate : _left) {
+      if (candidate.isPaired) continue;
+      const auto first = firstOfKey.find(keyOf(candidate));
+      if (first != firstOfKey.end()) pairWithFirst(candidate, first->second, fits);
+    }
+  }
+
+  template <class Fits>
   void pairAtSamePlace(const Fits& fits) {
-    Group rights;
-    for (Candidate& candidate : right) rights.push_back(&candidate);
-    for (Candidate& candidate : left) pairAtSamePlace(candidate, rights, fits);
+    for (Candidate& candidate : _left) {
+      Candidate* other = candidate.otherAtSamePlace;
+      if (candidate.isPaired || !other || other->isPaired || !fits(candidate, *other)) continue;
+      pair(candidate, *other);
+    }
+  }
+
+  Pairs takePairs() { return std::move(_pairs); }
+  std::vector<std::uint64_t> unpairedRight() const {
+    std::vector<std::uint64_t> slots;
+    for (const Candidate& candidate : _right) {
+      if (!candidate.isPaired) slots.push_back(candidate.slot());
+    }
+    return slots;
   }
 
  private:
-  static void enter(Candidate& candidate, const KeyOf& keyOf, std::unordered_map<std::string, Group>& groups) {
-    if (candidate.isPaired) return;
-    std::string key = keyOf(candidate);
-    if (!key.empty()) groups[std::move(key)].push_back(&candidate);
-  }
-
-  // The groups are in slot order.
-  void pairGroups(const Group& lefts, const Group& rights, const Fits& fits) {
-    for (Candidate* candidate : lefts) pairAtSamePlace(*candidate, rights, fits);
-    auto first = rights.begin();
-    for (Candidate* candidate : lefts) {
-      if (candidate->isPaired) continue;
-      first = std::find_if(first, rights.end(), [](const Candidate* other) { return !other->isPaired; });
-      const auto found = std::find_if(
-          first, rights.end(), [&](const Candidate* other) { return !other->isPaired && fits(*candidate, *other); });
-      if (found != rights.end()) pair(*candidate, **found);
+  // Those of the key before `first` are paired.
+  template <class Fits>
+  void pairWithFirst(Candidate& candidate, Candidate*& first, const Fits& fits) {
+    while (first && first->isPaired) first = first->nextOfKey;
+    for (Candidate* other = first; other; other = other->nextOfKey) {
+      if (!other->isPaired && fits(candidate, *other)) return pair(candidate, *other);
     }
-  }
-
-  void pairAtSamePlace(Candidate& candidate, const Group& rights, const Fits& fits) {
-    if (candidate.isPaired || !candidate.otherAtSamePlace) return;
-    const auto found = std::ranges::lower_bound(rights, *candidate.otherAtSamePlace, {}, &Candidate::slot);
-    if (found == rights.end() || (*found)->slot() != *candidate.otherAtSamePlace || (*found)->isPaired) return;
-    if (fits(candidate, **found)) pair(candidate, **found);
   }
 
   void pair(Candidate& one, Candidate& other) {
     one.isPaired = other.isPaired = true;
-    pairs.push_back({one.slot(), other.slot()});
+    _pairs.push_back({one.slot(), other.slot()});
   }
+
+  const Side _leftSide;
+  const Side _rightSide;
+  std::vector<Candidate> _left;
+  std::vector<Candidate> _right;
+  Pairs _pairs;
 };
 
 bool fitByKey(const Candidate& /*one*/, const Candidate& /*other*/) { return true; }
 
 bool fitByBlock(const Candidate& one, const Candidate& other) { return haveSameBlock(one.form(), other.form()); }
 
-bool fitByNameAndDestination(const Candidate& one, const Candidate& other) {
-  return haveSameName(one.form(), other.form()) && haveCommonDestination(one.form(), other.form());
+bool fitByDestination(const Candidate& one, const Candidate& other) {
+  return haveCommonDestination(one.form(), other.form());
 }
 
 bool fitByNameOrDestinations(const Candidate& one, const Candidate& other) {
   return haveSameName(one.form(), other.form()) || haveSameDestinations(one.form(), other.form());
 }
 
-std::string guidOf(const Candidate& candidate) { return candidate.guid(); }
+std::string_view guidOf(const Candidate& candidate) { return candidate.guid(); }
 
 std::string blockOf(const Candidate& candidate) { return keyOfBlock(candidate.form()); }
 
-std::string writtenNameOf(const Candidate& candidate) { return std::string(nameOf(candidate.form())); }
-
-// Takes up the friends of a chunk; those with equal elements at the same place are paired at once.
-void enterChunk(Matcher& matcher, std::uint64_t chunk, const PLMergeSlots& base, const PLMergeSlots& theirs,
-                const PLWrittenForm& writtenForm) {
-  const std::uint64_t first = firstSlotOfChunk(chunk);
-  for (std::uint64_t slot = first; slot < first + LongArray::RunSize; ++slot) {
-    if (!base.isEmpty(slot)) matcher.left.emplace_back(base, slot, &writtenForm);
-    if (!theirs.isEmpty(slot)) matcher.right.emplace_back(theirs, slot, &writtenForm);
-  }
-}
-
-void pairUnchanged(Matcher& matcher, const PLMergeSlots& base, const PLMergeSlots& theirs) {
-  for (Candidate& candidate : matcher.left) {
-    if (!candidate.otherAtSamePlace) continue;
-    const auto found = std::ranges::lower_bound(matcher.right, *candidate.otherAtSamePlace, {}, &Candidate::slot);
-    if (found == matcher.right.end() || found->slot() != *candidate.otherAtSamePlace) continue;
-    if (!haveSameElement(base, candidate.slot(), theirs, found->slot())) continue;
-    candidate.isPaired = found->isPaired = true;
-    matcher.pairs.push_back({candidate.slot(), found->slot()});
-  }
-}
+std::string_view writtenNameOf(const Candidate& candidate) { return nameOf(candidate.form()); }
 
 }  // namespace
 
 PLFriendPairs::PLFriendPairs(const PLMergeSlots& base, const PLMergeSlots& theirs, const PLWrittenForm& writtenForm,
                              const PLSlotAtSamePlace& theirSlotAt)
     : _base(&base), _theirs(&theirs) {
-  Matcher matcher;
-  forEachDifferingChunk(base, theirs,
-                        [&](std::uint64_t chunk) { enterChunk(matcher, chunk, base, theirs, writtenForm); });
-  for (Candidate& candidate : matcher.left) candidate.otherAtSamePlace = theirSlotAt(candidate.slot());
-  pairUnchanged(matcher, base, theirs);
+  Matcher matcher({base, &writtenForm}, {theirs, &writtenForm});
+  forEachDifferingChunk(base, theirs, [&](std::uint64_t chunk) {
+    const std::uint64_t first = firstSlotOfChunk(chunk);
+    for (std::uint64_t slot = first; slot < first + LongArray::RunSize; ++slot) {
+      if (!base.isEmpty(slot)) matcher.addLeft(slot);
+      if (!theirs.isEmpty(slot)) matcher.addRight(slot);
+    }
+  });
+  matcher.findSamePlaces(theirSlotAt);
+  // Most have not changed, and equal elements in the same place would be paired by whatever they have.
+  matcher.pairAtSamePlace([&](const Candidate& one, const Candidate& other) {
+    return base.hasSameElement(one.slot(), theirs, other.slot());
+  });
   matcher.pairByKey(guidOf, fitByKey);
   matcher.pairByKey(blockOf, fitByBlock);
-  matcher.pairByKey(writtenNameOf, fitByNameAndDestination);
+  matcher.pairByKey(writtenNameOf, fitByDestination);
   matcher.pairAtSamePlace(fitByNameOrDestinations);
-  _pairs = std::move(matcher.pairs);
+  _pairs = matcher.takePairs();
+  _additions = matcher.unpairedRight();
+  _theirSlots.reserve(_pairs.size());
   for (const Pair& pair : _pairs) _theirSlots.emplace(pair.base, pair.theirs);
-  for (const Candidate& candidate : matcher.right) {
-    if (!candidate.isPaired) _additions.push_back(candidate.slot());
-  }
 }
 
 std::optional<std::uint64_t> PLFriendPairs::theirs(std::uint64_t baseSlot) const {
@@ -169,18 +191,20 @@ std::unordered_map<std::uint64_t, std::uint64_t> addedByBoth(const PLMergeSlots&
                                                              const PLWrittenForm& writtenForm,
                                                              const PLSlotAtSamePlace& theirSlotAt) {
   if (ourAdditions.empty() || theirAdditions.empty()) return {};
-  Matcher matcher;
-  for (const std::uint64_t slot : ourAdditions) matcher.left.emplace_back(ours, slot, nullptr);
-  for (const std::uint64_t slot : theirAdditions) matcher.right.emplace_back(theirs, slot, &writtenForm);
-  for (Candidate& candidate : matcher.left) candidate.otherAtSamePlace = theirSlotAt(candidate.slot());
-  const auto unlessIdentified = [](const KeyOf& keyOf) {
-    return [keyOf](const Candidate& candidate) { return candidate.guid().empty() ? keyOf(candidate) : std::string(); };
+  Matcher matcher({ours, nullptr}, {theirs, &writtenForm});
+  for (const std::uint64_t slot : ourAdditions) matcher.addLeft(slot);
+  for (const std::uint64_t slot : theirAdditions) matcher.addRight(slot);
+  matcher.findSamePlaces(theirSlotAt);
+  const auto unlessIdentified = [](const auto& keyOf) {
+    return [&](const Candidate& candidate) {
+      return candidate.guid().empty() ? keyOf(candidate) : decltype(keyOf(candidate))();
+    };
   };
   matcher.pairByKey(guidOf, fitByKey);
   matcher.pairByKey(unlessIdentified(blockOf), fitByBlock);
-  matcher.pairByKey(unlessIdentified(writtenNameOf), fitByNameAndDestination);
+  matcher.pairByKey(unlessIdentified(writtenNameOf), fitByDestination);
   std::unordered_map<std::uint64_t, std::uint64_t> same;
-  for (const PLFriendPairs::Pair& pair : matcher.pairs) same.emplace(pair.base, pair.theirs);
+  for (const PLFriendPairs::Pair& pair : matcher.takePairs()) same.emplace(pair.base, pair.theirs);
   return same;
 }
 

@@ -1,7 +1,6 @@
 #include "Pellor/PLMergeSlots.h"
 
 #include <algorithm>
-#include <string_view>
 
 #include "Pellor/PLPersonForm.h"
 
@@ -22,15 +21,39 @@ Home homeOf(const ArrayRun& run, std::size_t index) {
   return origin.run ? Home{origin.run.get(), origin.index} : Home{&run, index};
 }
 
+bool isAllSeen(const DictionaryView& view) { return std::ranges::all_of(view, &EntryView::hasOnlyTexts); }
+
+bool areEqual(const EntryView& one, const EntryView& other) {
+  if (one.key != other.key || one.kind != other.kind) return false;
+  switch (one.kind) {
+    case Value::Kind::integer:
+      return one.integer == other.integer;
+    case Value::Kind::string:
+      return one.text == other.text;
+    case Value::Kind::array:
+      return one.texts == other.texts;
+    default:
+      return one.value == other.value;
+  }
+}
+
 }  // namespace
 
 const std::shared_ptr<const ArrayRun>& PLMergeSlots::chunk(std::uint64_t index) const {
   return index < chunkCount() ? _list.runs()[index] : kNoChunk;
 }
 
-bool PLMergeSlots::isEmpty(std::uint64_t slot) const {
-  if (slot >= size()) return true;
-  return !chunk(chunkOfSlot(slot))->show(slot % LongArray::RunSize, _view) || _view.isEmpty();
+// To look at an element may be to decode it, and a merge asks of the same slot many times.
+const PLMergeSlots::Occupied& PLMergeSlots::occupied(std::uint64_t chunk) const {
+  if (_occupied.empty()) _occupied.resize(chunkCount());
+  std::optional<Occupied>& occupied = _occupied[chunk];
+  if (occupied) return *occupied;
+  const ArrayRun& run = *_list.runs()[chunk];
+  occupied.emplace();
+  for (std::size_t index = 0; index < run.size(); ++index) {
+    occupied->set(index, run.show(index, _view) && !_view.isEmpty());
+  }
+  return *occupied;
 }
 
 std::uint64_t PLMergeSlots::friendCount(std::uint64_t page) const {
@@ -56,12 +79,12 @@ Dictionary PLMergeSlots::form(std::uint64_t slot) const {
   return element.dictionary() ? *element.dictionary() : Dictionary();
 }
 
-std::string PLMergeSlots::guid(std::uint64_t slot) const {
-  if (isEmpty(slot)) return {};
+std::string_view PLMergeSlots::guid(std::uint64_t slot) const {
+  if (slot >= size() || !chunk(chunkOfSlot(slot))->show(slot % LongArray::RunSize, _view)) return {};
   const auto entry = std::find_if(_view.begin(), _view.end(), [](const EntryView& each) {
     return each.key == PLPersonRecordGUIDKey && each.kind == Value::Kind::string;
   });
-  return entry == _view.end() ? std::string() : std::string(entry->text);
+  return entry == _view.end() ? std::string_view() : entry->text;
 }
 
 ArrayRun::Element PLMergeSlots::element(std::uint64_t slot) const {
@@ -69,13 +92,16 @@ ArrayRun::Element PLMergeSlots::element(std::uint64_t slot) const {
   return {chunk(chunkOfSlot(slot)), slot % LongArray::RunSize};
 }
 
-bool haveSameElement(const PLMergeSlots& one, std::uint64_t slotOfOne, const PLMergeSlots& other,
-                     std::uint64_t slotOfOther) {
-  const ArrayRun& run = *one.chunk(chunkOfSlot(slotOfOne));
-  const ArrayRun& otherRun = *other.chunk(chunkOfSlot(slotOfOther));
-  const std::size_t index = slotOfOne % LongArray::RunSize;
-  const std::size_t otherIndex = slotOfOther % LongArray::RunSize;
-  return homeOf(run, index) == homeOf(otherRun, otherIndex) || run.at(index) == otherRun.at(otherIndex);
+// What is seen of two elements is compared without making them, unless it is not all there is to them.
+bool PLMergeSlots::hasSameElement(std::uint64_t slot, const PLMergeSlots& other, std::uint64_t otherSlot) const {
+  const ArrayRun& run = *chunk(chunkOfSlot(slot));
+  const ArrayRun& otherRun = *other.chunk(chunkOfSlot(otherSlot));
+  const std::size_t index = slot % LongArray::RunSize;
+  const std::size_t otherIndex = otherSlot % LongArray::RunSize;
+  if (homeOf(run, index) == homeOf(otherRun, otherIndex)) return true;
+  const bool areSeen =
+      run.show(index, _view) && otherRun.show(otherIndex, _otherView) && isAllSeen(_view) && isAllSeen(_otherView);
+  return areSeen ? std::ranges::equal(_view, _otherView, areEqual) : run.at(index) == otherRun.at(otherIndex);
 }
 
 void forEachDifferingChunk(const PLMergeSlots& one, const PLMergeSlots& other,

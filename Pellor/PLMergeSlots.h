@@ -1,8 +1,13 @@
 // One list of a three-way merge, read slot by slot without copying it.
 #pragma once
 
+#include <bitset>
 #include <cstdint>
 #include <functional>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
 
 #include "runtime/DictionaryView.h"
 #include "runtime/LongArray.h"
@@ -28,27 +33,32 @@ class PLMergeSlots {
   const std::shared_ptr<const ArrayRun>& chunk(std::uint64_t index) const;
 
   /// Whether nobody stands there: an element that is no dictionary, or one without entries.
-  bool isEmpty(std::uint64_t slot) const;
+  bool isEmpty(std::uint64_t slot) const {
+    return slot >= size() || !occupied(slot / LongArray::RunSize)[slot % LongArray::RunSize];
+  }
   /// How many friends stand on the page.
   std::uint64_t friendCount(std::uint64_t page) const;
   /// The page of the last friend and those before it; 0 when there is no friend.
   std::uint64_t occupiedPageCount() const;
   /// The friend's form as it is stored; empty for an empty slot.
   Dictionary form(std::uint64_t slot) const;
-  /// The friend's GUID; empty also when there is none: both identify nobody.
-  std::string guid(std::uint64_t slot) const;
+  /// The friend's GUID, which lives as long as the list; empty also when there is none: both identify nobody.
+  std::string_view guid(std::uint64_t slot) const;
+  /// Whether the slots of two lists, both of them inside, have equal elements.
+  bool hasSameElement(std::uint64_t slot, const PLMergeSlots& other, std::uint64_t otherSlot) const;
   /// The element, for a new run.
   ArrayRun::Element element(std::uint64_t slot) const;
 
  private:
+  using Occupied = std::bitset<LongArray::RunSize>;
+  const Occupied& occupied(std::uint64_t chunk) const;
+
   const LongArray& _list;
   const std::uint64_t _groupSize;
   mutable DictionaryView _view;
+  mutable DictionaryView _otherView;
+  mutable std::vector<std::optional<Occupied>> _occupied;  // by chunk, once it was asked for
 };
-
-/// Whether the slots of two lists, both of them inside, have equal elements.
-bool haveSameElement(const PLMergeSlots& one, std::uint64_t slotOfOne, const PLMergeSlots& other,
-                     std::uint64_t slotOfOther);
 
 /// Calls `visit` with the index of each chunk that is not the same object in both lists, in order.
 void forEachDifferingChunk(const PLMergeSlots& one, const PLMergeSlots& other,
