@@ -19,29 +19,21 @@ Dictionary formWrittenFor(const Dictionary& stored) {
   return PLPerson::initWithForm(form)->dictionaryRepresentation();
 }
 
-bool isEmpty(const ArrayRun& run, std::size_t place) {
-  DictionaryView element;
-  run.show(place, element);
-  return element.isEmpty();
-}
-
 // Calls `visit` with each friend in base's leaves that are not the live list's, or stand beyond its end. Where an own
 // edit was merged into an empty slot of the stored list, the person there is no friend of base.
 template <class Visit>
 void visitDifferingSlots(const PLStoredVersion& base, const std::vector<bool>& differs, Visit visit) {
+  DictionaryView element;
   for (std::uint64_t leaf = 0; leaf < base.leafCount(); ++leaf) {
     if (leaf < differs.size() && !differs[leaf]) continue;
     const auto persons = base.leaf(leaf);
     const ArrayRun& run = *base.array().runs()[leaf];
     for (std::uint64_t place = 0; place < std::min(persons.size(), run.size()); ++place) {
-      if (persons[place] != EmptySlot && !isEmpty(run, place)) visit(leaf * kChunk + place, persons[place]);
+      if (persons[place] == EmptySlot) continue;
+      run.show(place, element);
+      if (!element.isEmpty()) visit(leaf * kChunk + place, persons[place]);
     }
   }
-}
-
-// Of several slots of base the one in its place, else the first.
-std::uint64_t slotFor(std::uint64_t slot, const std::vector<std::uint64_t>& slots) {
-  return std::ranges::find(slots, slot) != slots.end() ? slot : slots.front();
 }
 
 // The flags first, what they stand for later: an edit that comes in between stays marked.
@@ -148,19 +140,28 @@ PLMergeResult PLListTakeover::merge(const PLStoredBase& base, const PLStoredList
   return merged;
 }
 
+// Of several slots of base the one in its place, else the first.
 PLFriendOrigins PLListTakeover::friendsInBase(const PLStoredVersion& base, const PLSlotSnapshot& list) const {
   const std::vector<bool> differs = base.differingLeaves(list);
-  std::unordered_map<const PLPerson*, std::vector<std::uint64_t>> slots;
-  visitDifferingSlots(base, differs,
-                      [&](std::uint64_t slot, const Slot& person) { slots[person.get()].push_back(slot); });
+  std::unordered_map<const PLPerson*, std::uint64_t> firstSlots;
+  firstSlots.reserve(static_cast<std::size_t>(std::ranges::count(differs, true)) * kChunk);
   PLFriendOrigins origins;
+  visitDifferingSlots(base, differs, [&](std::uint64_t slot, const Slot& person) {
+    firstSlots.try_emplace(person.get(), slot);
+    if (slot >= list.count() || list.leaf(slot / kChunk)[slot % kChunk] != person) return;
+    PLChunkOrigins& chunk = origins[slot / kChunk];
+    chunk.resize(list.leaf(slot / kChunk).size());
+    chunk[slot % kChunk] = slot;
+  });
   for (std::uint64_t leaf = 0; leaf < differs.size(); ++leaf) {
     if (!differs[leaf]) continue;
     PLChunkOrigins& chunk = origins[leaf];
-    for (const Slot& person : list.leaf(leaf)) {
-      const auto found = slots.find(person.get());
-      const std::uint64_t slot = leaf * kChunk + chunk.size();
-      chunk.push_back(found == slots.end() ? std::nullopt : std::optional(slotFor(slot, found->second)));
+    const auto persons = list.leaf(leaf);
+    chunk.resize(persons.size());
+    for (std::uint64_t place = 0; place < persons.size(); ++place) {
+      if (chunk[place] || persons[place] == EmptySlot) continue;
+      const auto found = firstSlots.find(persons[place].get());
+      if (found != firstSlots.end()) chunk[place] = found->second;
     }
   }
   return origins;

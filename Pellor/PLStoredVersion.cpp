@@ -1,6 +1,8 @@
 #include "Pellor/PLStoredVersion.h"
 
 #include <algorithm>
+#include <optional>
+#include <unordered_map>
 #include <utility>
 
 #include "Pellor/PLPerson.h"
@@ -59,6 +61,54 @@ bool isMerged(const Value& element, const Slot& slot) {
 
 }  // namespace
 
+// The elements of a known version that are the stored forms of persons, for a list of which some leaves differ.
+class PLStoredVersion::StoredForms {
+ public:
+  StoredForms(const PLStoredVersion& known, const std::vector<bool>& differs) : _known(known), _differs(differs) {}
+
+  ArrayRun::Element of(const Slot& person, std::uint64_t slot) {
+    if (const auto place = _known.holdsFor(person) ? placeOf(person, slot) : std::nullopt) {
+      return {_known._array.runs()[*place / LongArray::RunSize], *place % LongArray::RunSize};
+    }
+    return elementFor(person);
+  }
+
+ private:
+  std::optional<std::uint64_t> placeOf(const Slot& person, std::uint64_t slot) {
+    const auto leaf = knownLeaf(slot / LongArray::RunSize);
+    const std::size_t place = slot % LongArray::RunSize;
+    if (place < leaf.size() && leaf[place] == person) return slot;
+    if (person == EmptySlot) return std::nullopt;
+    if (!_places) findPlaces();
+    const auto found = _places->find(person.get());
+    return found == _places->end() ? std::nullopt : std::optional(found->second);
+  }
+
+  // Without those of which nothing is known.
+  std::span<const Slot> knownLeaf(std::uint64_t index) const {
+    if (index >= _known._runs.size() || _known._runs[index] == Run::other) return {};
+    const auto leaf = _known.leaf(index);
+    return leaf.first(std::min(leaf.size(), _known._array.runs()[index]->size()));
+  }
+
+  // A page that went or came moves all friends behind it.
+  void findPlaces() {
+    std::vector<std::uint64_t> leaves;
+    for (std::uint64_t index = 0; index < _known._runs.size(); ++index) {
+      if (index >= _differs.size() || _differs[index]) leaves.push_back(index);
+    }
+    _places.emplace(leaves.size() * LongArray::RunSize);
+    for (const std::uint64_t index : leaves) {
+      std::uint64_t slot = index * LongArray::RunSize;
+      for (const Slot& person : knownLeaf(index)) _places->try_emplace(person.get(), slot++);
+    }
+  }
+
+  const PLStoredVersion& _known;
+  const std::vector<bool>& _differs;
+  std::optional<std::unordered_map<const PLPerson*, std::uint64_t>> _places;  // in those leaves, once it was asked for
+};
+
 PLStoredVersion PLStoredVersion::made(const PLStoredVersion& known, PLSlotSnapshot list, std::uint64_t changes,
                                       const std::vector<std::uint64_t>* touched) {
   const std::vector<bool> differs = known.differingLeaves(list);
@@ -68,13 +118,14 @@ PLStoredVersion PLStoredVersion::made(const PLStoredVersion& known, PLSlotSnapsh
   }
   std::vector<std::shared_ptr<const ArrayRun>> runs;
   std::vector<Run> states;
+  StoredForms forms(known, differs);
   runs.reserve(differs.size());
   states.reserve(differs.size());
   for (std::size_t index = 0; index < differs.size(); ++index) {
     const bool isKnown = !differs[index] && index < known._runs.size() && known._runs[index] != Run::other &&
                          sizeOfPart(known._array.size(), index) == sizeOfPart(list.count(), index) &&
                          (!mayHaveChanged[index] || known.holdsFor(list.leaf(index)));
-    runs.push_back(isKnown ? known._array.runs()[index] : known.makeRun(list.leaf(index), index));
+    runs.push_back(isKnown ? known._array.runs()[index] : makeRun(forms, list.leaf(index), index));
     states.push_back(isKnown ? known._runs[index] : Run::written);
     checkSkip("elements that a save takes over to be what would be stored",
               [&] { return isStoredForm(*runs.back(), list.leaf(index)); });
@@ -89,19 +140,12 @@ bool PLStoredVersion::holdsFor(std::span<const Slot> leaf) const {
   return std::ranges::all_of(leaf, [this](const Slot& slot) { return holdsFor(slot); });
 }
 
-std::shared_ptr<const ArrayRun> PLStoredVersion::makeRun(std::span<const Slot> leaf, std::size_t index) const {
-  const auto run = index < _runs.size() && _runs[index] != Run::other ? _array.runs()[index] : nullptr;
-  const auto before = run ? this->leaf(index) : std::span<const Slot>();
+std::shared_ptr<const ArrayRun> PLStoredVersion::makeRun(StoredForms& known, std::span<const Slot> leaf,
+                                                         std::size_t index) {
   std::vector<ArrayRun::Element> elements;
   elements.reserve(leaf.size());
   for (std::size_t place = 0; place < leaf.size(); ++place) {
-    const Slot& slot = leaf[place];
-    const bool isKnown = place < before.size() && place < run->size() && before[place] == slot && holdsFor(slot);
-    if (isKnown) {
-      elements.emplace_back(run, place);
-    } else {
-      elements.emplace_back(elementFor(slot));
-    }
+    elements.push_back(known.of(leaf[place], index * LongArray::RunSize + place));
   }
   return ArrayRun::make(std::move(elements));
 }

@@ -36,7 +36,8 @@ class PLStoredVersion {
                   std::map<std::uint64_t, std::vector<Slot>> displaced);
 
   /// The list to be written for `list`: runs of which `known` has what would be written are taken over from there, and
-  /// within the others every element of which that holds; only the rest is made. `changes` was counted before.
+  /// for the others every element of which that holds, also from another place; only the rest is made. `changes` was
+  /// counted before.
   /// `touched`, if not null, are the only leaves in which persons changed since `known` and up to that count.
   static PLStoredVersion made(const PLStoredVersion& known, PLSlotSnapshot list, std::uint64_t changes,
                               const std::vector<std::uint64_t>* touched = nullptr);
@@ -77,7 +78,8 @@ class PLStoredVersion {
  private:
   bool holdsFor(std::span<const Slot> leaf) const;
   bool holdsFor(const Slot& slot) const;
-  std::shared_ptr<const ArrayRun> makeRun(std::span<const Slot> leaf, std::size_t index) const;
+  class StoredForms;
+  static std::shared_ptr<const ArrayRun> makeRun(StoredForms& known, std::span<const Slot> leaf, std::size_t index);
 
   LongArray _array;
   std::vector<Run> _runs;
