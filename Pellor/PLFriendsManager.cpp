@@ -315,6 +315,12 @@ void PLFriendsManager::_loadFriendList() {
 
 namespace {
 
+// Of the list and its titles.
+const std::vector<std::string>& keysOfList() {
+  static const std::vector<std::string> keys = {std::string(PLFriendListKey), std::string(PLGroupTitlesKey)};
+  return keys;
+}
+
 std::optional<LongArray> longArrayIn(const Value& value) {
   if (const LongArray* array = value.longArray()) return *array;
   const Array* array = value.array();
@@ -324,10 +330,9 @@ std::optional<LongArray> longArrayIn(const Value& value) {
 }  // namespace
 
 PLFriendsManager::StoredList PLFriendsManager::_readStoredList(PLStoredList& stored) {
-  static const std::vector<std::string> keys = {std::string(PLFriendListKey), std::string(PLGroupTitlesKey)};
-  const auto answer = preferencesOf(_process).read(keys, _domain);
+  const auto answer = preferencesOf(_process).read(keysOfList(), _domain);
   if (!answer.isReadable()) return StoredList::unreadable;
-  const VersionedPreference &list = answer.value()->at(keys[0]), &titles = answer.value()->at(keys[1]);
+  const VersionedPreference &list = answer.value()->at(keysOfList()[0]), &titles = answer.value()->at(keysOfList()[1]);
   stored.listVersion = list.version;
   stored.titlesVersion = titles.version;
   if (titles.value && titles.value->array()) stored.titles = *titles.value->array();
@@ -501,12 +506,13 @@ void PLFriendsManager::_friendsChangedExternally() {
 
 // After an echo: a delivery of somebody else's may have been taken for it, or be lost. What is stored tells.
 void PLFriendsManager::_loadIfOther() {
-  PLStoredList stored;
   const auto base = _writer->base();
-  if (!base || _readStoredList(stored) == StoredList::unreadable) return;
-  if (stored.listVersion != base->listVersion) {
+  if (!base) return;
+  const auto stored = preferencesOf(_process).read(keysOfList(), _domain);
+  if (!stored.isReadable()) return;
+  if (stored.value()->at(keysOfList()[0]).version != base->listVersion) {
     _loadAgain();
-  } else if (stored.titlesVersion != base->titlesVersion) {
+  } else if (stored.value()->at(keysOfList()[1]).version != base->titlesVersion) {
     _loadGroupTitles();
   }
   _checkInvariants();

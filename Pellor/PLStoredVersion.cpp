@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <unordered_map>
 #include <utility>
 
 #include "Pellor/PLPerson.h"
@@ -53,6 +52,13 @@ bool isStoredForm(const ArrayRun& run, std::span<const Slot> leaf) {
   return true;
 }
 
+bool areStoredForms(const std::vector<std::shared_ptr<const ArrayRun>>& runs, const PLSlotSnapshot& list) {
+  for (std::size_t index = 0; index < runs.size(); ++index) {
+    if (!isStoredForm(*runs[index], list.leaf(index))) return false;
+  }
+  return true;
+}
+
 bool isMerged(const Value& element, const Slot& slot) {
   if (!element.dictionary()) return false;
   if (slot == EmptySlot || element.dictionary()->empty()) return slot == EmptySlot && element.dictionary()->empty();
@@ -61,27 +67,39 @@ bool isMerged(const Value& element, const Slot& slot) {
 
 }  // namespace
 
-// The elements of a known version that are the stored forms of persons, for a list of which some leaves differ.
+// The elements of a known version that are the stored forms of persons, for another list.
 class PLStoredVersion::StoredForms {
  public:
-  StoredForms(const PLStoredVersion& known, const std::vector<bool>& differs) : _known(known), _differs(differs) {}
+  StoredForms(const PLStoredVersion& known, const PLSlotSnapshot& list) : _known(known), _list(list) {}
 
-  ArrayRun::Element of(const Slot& person, std::uint64_t slot) {
-    if (const auto place = _known.holdsFor(person) ? placeOf(person, slot) : std::nullopt) {
-      return {_known._array.runs()[*place / LongArray::RunSize], *place % LongArray::RunSize};
+  std::shared_ptr<const ArrayRun> makeRun(std::span<const Slot> leaf, std::size_t index) {
+    const auto before = knownLeaf(index);
+    std::vector<ArrayRun::Element> elements;
+    elements.reserve(leaf.size());
+    for (std::size_t place = 0; place < leaf.size(); ++place) {
+      const bool isInPlace = place < before.size() && before[place] == leaf[place];
+      const std::uint64_t slot = index * LongArray::RunSize + place;
+      elements.push_back(elementFor(leaf[place], isInPlace ? std::optional(slot) : std::nullopt));
     }
-    return elementFor(person);
+    return ArrayRun::make(std::move(elements));
   }
 
  private:
-  std::optional<std::uint64_t> placeOf(const Slot& person, std::uint64_t slot) {
-    const auto leaf = knownLeaf(slot / LongArray::RunSize);
-    const std::size_t place = slot % LongArray::RunSize;
-    if (place < leaf.size() && leaf[place] == person) return slot;
+  using Place = std::pair<const PLPerson*, std::uint64_t>;  // a slot of the known version
+
+  ArrayRun::Element elementFor(const Slot& person, std::optional<std::uint64_t> slot) {
+    if (!_known.holdsFor(person)) return pellor::elementFor(person);
+    if (!slot) slot = placeOf(person);
+    if (!slot) return pellor::elementFor(person);
+    return {_known._array.runs()[*slot / LongArray::RunSize], *slot % LongArray::RunSize};
+  }
+
+  // Of several the first.
+  std::optional<std::uint64_t> placeOf(const Slot& person) {
     if (person == EmptySlot) return std::nullopt;
     if (!_places) findPlaces();
-    const auto found = _places->find(person.get());
-    return found == _places->end() ? std::nullopt : std::optional(found->second);
+    const auto found = std::ranges::lower_bound(*_places, Place(person.get(), 0));
+    return found != _places->end() && found->first == person.get() ? std::optional(found->second) : std::nullopt;
   }
 
   // Without those of which nothing is known.
@@ -91,22 +109,21 @@ class PLStoredVersion::StoredForms {
     return leaf.first(std::min(leaf.size(), _known._array.runs()[index]->size()));
   }
 
-  // A page that went or came moves all friends behind it.
+  // Of all who stood in a leaf that differs: a page that went or came moves all friends behind it.
   void findPlaces() {
-    std::vector<std::uint64_t> leaves;
-    for (std::uint64_t index = 0; index < _known._runs.size(); ++index) {
-      if (index >= _differs.size() || _differs[index]) leaves.push_back(index);
-    }
-    _places.emplace(leaves.size() * LongArray::RunSize);
-    for (const std::uint64_t index : leaves) {
+    _places.emplace();
+    const auto enter = [this](std::uint64_t index) {
       std::uint64_t slot = index * LongArray::RunSize;
-      for (const Slot& person : knownLeaf(index)) _places->try_emplace(person.get(), slot++);
-    }
+      for (const Slot& person : knownLeaf(index)) _places->emplace_back(person.get(), slot++);
+    };
+    _known._slots.forEachDifferingLeaf(_list, enter);
+    for (const auto& [index, persons] : _known._displaced) enter(index);
+    std::ranges::sort(*_places);
   }
 
   const PLStoredVersion& _known;
-  const std::vector<bool>& _differs;
-  std::optional<std::unordered_map<const PLPerson*, std::uint64_t>> _places;  // in those leaves, once it was asked for
+  const PLSlotSnapshot& _list;
+  std::optional<std::vector<Place>> _places;  // ascending, once it was asked for
 };
 
 PLStoredVersion PLStoredVersion::made(const PLStoredVersion& known, PLSlotSnapshot list, std::uint64_t changes,
@@ -118,18 +135,17 @@ PLStoredVersion PLStoredVersion::made(const PLStoredVersion& known, PLSlotSnapsh
   }
   std::vector<std::shared_ptr<const ArrayRun>> runs;
   std::vector<Run> states;
-  StoredForms forms(known, differs);
+  StoredForms forms(known, list);
   runs.reserve(differs.size());
   states.reserve(differs.size());
   for (std::size_t index = 0; index < differs.size(); ++index) {
     const bool isKnown = !differs[index] && index < known._runs.size() && known._runs[index] != Run::other &&
                          sizeOfPart(known._array.size(), index) == sizeOfPart(list.count(), index) &&
                          (!mayHaveChanged[index] || known.holdsFor(list.leaf(index)));
-    runs.push_back(isKnown ? known._array.runs()[index] : makeRun(forms, list.leaf(index), index));
+    runs.push_back(isKnown ? known._array.runs()[index] : forms.makeRun(list.leaf(index), index));
     states.push_back(isKnown ? known._runs[index] : Run::written);
-    checkSkip("elements that a save takes over to be what would be stored",
-              [&] { return isStoredForm(*runs.back(), list.leaf(index)); });
   }
+  checkSkip("elements that a save takes over to be what would be stored", [&] { return areStoredForms(runs, list); });
   return {LongArray(std::move(runs)), std::move(states), std::move(list), changes};
 }
 
@@ -138,16 +154,6 @@ bool PLStoredVersion::holdsFor(const Slot& slot) const { return slot == EmptySlo
 
 bool PLStoredVersion::holdsFor(std::span<const Slot> leaf) const {
   return std::ranges::all_of(leaf, [this](const Slot& slot) { return holdsFor(slot); });
-}
-
-std::shared_ptr<const ArrayRun> PLStoredVersion::makeRun(StoredForms& known, std::span<const Slot> leaf,
-                                                         std::size_t index) {
-  std::vector<ArrayRun::Element> elements;
-  elements.reserve(leaf.size());
-  for (std::size_t place = 0; place < leaf.size(); ++place) {
-    elements.push_back(known.of(leaf[place], index * LongArray::RunSize + place));
-  }
-  return ArrayRun::make(std::move(elements));
 }
 
 std::vector<bool> PLStoredVersion::differingLeaves(const PLSlotSnapshot& list) const {

@@ -76,10 +76,10 @@ class PLStoredVersion {
   };
 
  private:
+  class StoredForms;
+
   bool holdsFor(std::span<const Slot> leaf) const;
   bool holdsFor(const Slot& slot) const;
-  class StoredForms;
-  static std::shared_ptr<const ArrayRun> makeRun(StoredForms& known, std::span<const Slot> leaf, std::size_t index);
 
   LongArray _array;
   std::vector<Run> _runs;
