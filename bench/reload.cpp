@@ -2,10 +2,12 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <numeric>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "bench/Friends.h"
@@ -13,6 +15,7 @@
 #include "bench/Stopwatch.h"
 #include "bench/StoredList.h"
 #include "linux/SQLiteDatabase.h"
+#include "runtime/Fatal.h"
 #include "runtime/LongArray.h"
 
 namespace pellor::bench {
@@ -36,12 +39,28 @@ class SharedList {
 
   /// Lets another process change the friend in the middle of the list.
   void changeOneFriend() {
-    ListProcess& editor = kept<Editor>(_stored.size(), _stored).process;
-    const auto scope = editor.enter();
-    editor.manager().reloadFriendList();
-    const auto& pages = editor.manager().friendGroups();
-    pages[pages.size() / 2]->friendAtPosition(5)->setPreferredReplyAs("edition " + std::to_string(++_edition));
-    editor.settle();
+    editElsewhere([this](PLFriendsManager& manager) { change(manager, manager.friendGroups().size() / 2); });
+  }
+
+  /// Changes a friend further up in this process. That is not stored before it comes to rest.
+  void changeOneFriendHere() {
+    const auto scope = _process.enter();
+    change(_process.manager(), _process.manager().friendGroups().size() / 3);
+  }
+
+  /// Lets another process remove the first page.
+  void removeFirstPage() {
+    editElsewhere([](PLFriendsManager& manager) {
+      emptyFirstPage(manager);
+      manager.purgeEmptyFriendGroups();
+    });
+  }
+
+  /// Removes the first page in this process.
+  void removeFirstPageHere() {
+    const auto scope = _process.enter();
+    emptyFirstPage(_process.manager());
+    _process.manager().purgeEmptyFriendGroups();
   }
 
   /// Lets another process write a list and this one take it over: the state in which a benchmark begins.
@@ -77,6 +96,24 @@ class SharedList {
     }
     ListProcess process;
   };
+
+  template <class Edit>
+  void editElsewhere(const Edit& edit) {
+    ListProcess& editor = kept<Editor>(_stored.size(), _stored).process;
+    const auto scope = editor.enter();
+    editor.manager().reloadFriendList();
+    edit(editor.manager());
+    editor.settle();
+  }
+
+  void change(PLFriendsManager& manager, std::size_t page) {
+    manager.friendGroups()[page]->friendAtPosition(5)->setPreferredReplyAs("edition " + std::to_string(++_edition));
+  }
+
+  static void emptyFirstPage(PLFriendsManager& manager) {
+    const auto page = manager.friendGroups().front();
+    for (std::uint64_t position = 0; position < page->groupSize(); ++position) page->removeFriendAtPosition(position);
+  }
 
   StoredList _stored;
   const Array _elements;
@@ -144,6 +181,53 @@ void reloadOneChanged(benchmark::State& state) {
 BENCHMARK(reloadOneChanged)->Arg(240)->Iterations(20)->UseManualTime();
 BENCHMARK(reloadOneChanged)->Arg(24'000)->Iterations(2)->UseManualTime();
 BENCHMARK(reloadOneChanged)->Arg(240'000)->Iterations(1)->UseManualTime();
+
+// Times the load of a list that another process has written since this one edited it.
+void timeMerge(SharedList& list, benchmark::State& state) {
+  StoreWatch watch(list);
+  const std::int64_t version = watch.dataVersion();
+  list.timeReload(state);
+  require(watch.dataVersion() != version, "an edit that was not stored before");
+}
+
+void mergeOneChanged(benchmark::State& state) {
+  SharedList& list = listFor(state);
+  list.become(list.elements());
+  for (auto _ : state) {
+    list.changeOneFriend();
+    list.changeOneFriendHere();
+    timeMerge(list, state);
+  }
+}
+BENCHMARK(mergeOneChanged)->Arg(24'000)->Iterations(2)->UseManualTime();
+BENCHMARK(mergeOneChanged)->Arg(240'000)->Iterations(1)->UseManualTime();
+
+// All pages behind the first one are shifted.
+void mergePageRemoved(benchmark::State& state) {
+  SharedList& list = listFor(state);
+  for (auto _ : state) {
+    list.become(list.elements());
+    list.removeFirstPage();
+    list.changeOneFriendHere();
+    timeMerge(list, state);
+  }
+}
+BENCHMARK(mergePageRemoved)->Arg(24'000)->Iterations(1)->UseManualTime();
+BENCHMARK(mergePageRemoved)->Arg(240'000)->Iterations(1)->UseManualTime();
+
+void mergePageRemovedHere(benchmark::State& state) {
+  SharedList& list = listFor(state);
+  for (auto _ : state) {
+    list.become(list.elements());
+    list.changeOneFriend();
+    list.removeFirstPageHere();
+    // By then the save that this asks for was overtaken, and a load waits on the main queue.
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    timeMerge(list, state);
+  }
+}
+BENCHMARK(mergePageRemovedHere)->Arg(24'000)->Iterations(1)->UseManualTime();
+BENCHMARK(mergePageRemovedHere)->Arg(240'000)->Iterations(1)->UseManualTime();
 
 void reloadReversed(benchmark::State& state) {
   SharedList& list = listFor(state);

@@ -26,6 +26,7 @@ QUICK = os.environ.get("BENCH_QUICK") == "1"
 ROUNDS = int(os.environ.get("BENCH_ROUNDS", 3 if QUICK else 7))
 SIZES = (240, 24_000) if QUICK else (240, 24_000, 240_000)
 ALL_SIZES = (240, 24_000, 240_000)
+LONG = (24_000, 240_000)
 
 
 def ratio(limit):
@@ -86,6 +87,12 @@ ROWS = [
     Row("reload, list reversed: notifications", "bench_list", "reloadReversed/{}", every(absolute(1)),
         counter="notifications", unit="count"),
     Row("reload, shuffled, 10 % dropped, 10 % new", "bench_list", "reloadShuffled/{}", every(ratio(1.5)), LOAD),
+    Row("reload, one changed elsewhere, one here", "bench_list", "mergeOneChanged/{}", {240_000: ratio(2)},
+        [(1, "reloadOneChanged/{}")], sizes=LONG),
+    Row("reload, first page gone elsewhere, one changed here", "bench_list", "mergePageRemoved/{}",
+        {240_000: ratio(3)}, LOAD, sizes=LONG, exponent=1.2),
+    Row("reload, one changed elsewhere, first page gone here", "bench_list", "mergePageRemovedHere/{}",
+        {240_000: ratio(3)}, LOAD, sizes=LONG, exponent=1.2),
     Row("one edit, to the disk", "bench_edit", "editToDisk/{}", {240: ratio(1.5), 240_000: absolute(10 * MS)},
         [(1, "commitOneRow")]),
     Row("one edit, to the notification elsewhere", "bench_edit", "editToNotification/{}",
