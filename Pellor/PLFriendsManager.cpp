@@ -603,11 +603,35 @@ bool PLFriendsManager::_isTitleSetHere(std::uint64_t groupIndex) const {
 // Whether a title was set since the last time that this was asked, and is not stored.
 bool PLFriendsManager::_hasNewTitles() {
   const std::uint64_t assignments = _process.local<PLTitleAssignments>().count;
-  if (std::exchange(_seenTitleAssignments, assignments) == assignments) return false;
+  if (std::exchange(_seenTitleAssignments, assignments) == assignments) {
+    checkSkip("titles that a settle does not look at to be stored", [this] { return _areTitlesWritten(); });
+    return false;
+  }
   for (std::uint64_t index = 0; index < _friendGroups.size(); ++index) {
     if (_isTitleSetHere(index)) return true;
   }
   return false;
+}
+
+namespace {
+
+const std::string* titleAt(const Array& titles, std::optional<std::uint64_t> page) {
+  return page && *page < titles.size() ? titles[*page].string() : nullptr;
+}
+
+}  // namespace
+
+// For the checks of what is skipped: all titles beside those that are stored.
+bool PLFriendsManager::_areTitlesWritten() const {
+  const auto base = _writer->base();
+  if (!base || _writer->needsTitlesSync() || _writer->isSaving()) return true;
+  const PLPageOrigins pages = _pagesInBase(*base);
+  for (std::uint64_t index = 0; index < _friendGroups.size(); ++index) {
+    const std::string* stored = titleAt(base->titles, pages.empty() ? index : pages[index]);
+    const std::string title = _friendGroups[index]->title().value_or("");
+    if (_isTitleSetHere(index) && title != (stored ? *stored : "")) return false;
+  }
+  return true;
 }
 
 // The titles as they are to be stored, beyond the groups those of `base`.

@@ -290,6 +290,7 @@ class PLFriendsManager : public Object,
   bool _hasTitles() const;
   bool _isTitleSetHere(std::uint64_t groupIndex) const;
   bool _hasNewTitles();
+  bool _areTitlesWritten() const;
   Array _titlesAfter(const PLStoredBase& base) const;
   void _takeOverTitle(std::uint64_t groupIndex, const Array& titles, std::uint64_t page);
   void _noteStoredTitles(const PLStoredBase& base);

@@ -6,6 +6,7 @@
 #include "Pellor/PLBundle.h"
 #include "Pellor/PLFriendsManagerKeys.h"
 #include "Pellor/PLPerson.h"
+#include "Pellor/PLSkipChecks.h"
 #include "platform/Platform.h"
 #include "runtime/Scheduler.h"
 
@@ -18,6 +19,15 @@ constexpr double kFirstRetryPause = 0.1;
 constexpr double kLongestRetryPause = 60;
 // More writes whose outcome nobody knows are not remembered: merged once more, what such a one wrote stays as it is.
 constexpr std::size_t kMostUnknownWrites = 16;
+
+// For the check of what is skipped.
+bool haveSameSlots(const PLSlotSnapshot& one, const PLSlotSnapshot& other) {
+  if (one.count() != other.count()) return false;
+  for (std::uint64_t leaf = 0; leaf < one.leafCount(); ++leaf) {
+    if (!std::ranges::equal(one.leaf(leaf), other.leaf(leaf))) return false;
+  }
+  return true;
+}
 
 }  // namespace
 
@@ -60,7 +70,11 @@ void PLListWriter::publish(PLSlotList& list, const PLPageNumbers& pages) {
   _touchedLeaves.name(list);
   const MutexLock lock(_mutex);
   _published.pages = pages;
-  if (_published.list && _publishedListVersion == list.version()) return;
+  if (_published.list && _publishedListVersion == list.version()) {
+    checkSkip("a list that is not published again to be the published one",
+              [&, &published = *_published.list] { return haveSameSlots(published, list.snapshot()); });
+    return;
+  }
   _publishedListVersion = list.version();
   _published.list = std::make_shared<const PLSlotSnapshot>(list.snapshot());
 }

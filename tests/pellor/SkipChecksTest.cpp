@@ -2,6 +2,8 @@
 #include "Pellor/PLSkipChecks.h"
 
 #include "Pellor/PLChangeLog.h"
+#include "Pellor/PLFriendsManagerKeys.h"
+#include "Pellor/PLListWriter.h"
 #include "Pellor/PLReconciledFriends.h"
 #include "Pellor/PLStoredVersion.h"
 #include "Pellor/PLTouchedLeaves.h"
@@ -107,6 +109,14 @@ TEST_F(SkipChecks, NoticeDestinationsThatAreNotCanonicalised) {
   const PLPersonRecord record(content);
   const PersonDictionary dictionary{{"AllValues", Array{"mailto:ann@example.org"}}};
   expectNoticed([&] { PLPersonForm(dictionary).contentFor(record); }, "expected destinations that a person has");
+}
+
+TEST_F(SkipChecks, NoticeAListThatIsNotPublished) {
+  const auto writer = PLListWriter::make(process, std::string(TapnoteDomain));
+  writer->publish(list, nullptr);
+  PLSlotList other;  // of the same version
+  for (const Slot& person : {list.at(1), ann}) other.append(person);
+  expectNoticed([&] { writer->publish(other, nullptr); }, "expected a list that is not published again");
 }
 
 TEST_F(SkipChecks, NoticeAPersonWithTwoEntries) {
