@@ -74,13 +74,6 @@ std::string withoutCharset(std::string_view line) {
   return std::string(line.substr(0, start)) + std::string(line.substr(end));
 }
 
-/// The name of the property on a line, in lower case and without its group; empty for a line without one.
-std::string propertyName(std::string_view line) {
-  std::string name = lowerCased(line.substr(0, std::min(line.find_first_of(":;"), line.size())));
-  const std::size_t dot = name.find('.');
-  return dot == std::string::npos ? name : name.substr(dot + 1);
-}
-
 bool isContinuation(std::string_view line) { return line.starts_with(' ') || line.starts_with('\t'); }
 
 }  // namespace
@@ -120,6 +113,12 @@ std::string asUtf8Card(std::string_view text) {
   return result;
 }
 
+std::string cardPropertyName(std::string_view line) {
+  std::string_view name = line.substr(0, line.find_first_of(":;"));
+  const std::size_t dot = name.find('.');
+  return lowerCased(dot == std::string_view::npos ? name : name.substr(dot + 1));
+}
+
 bool hasEscapedComma(std::string_view text, std::string_view property) {
   bool inside = false;
   bool over = false;
@@ -131,7 +130,7 @@ bool hasEscapedComma(std::string_view text, std::string_view property) {
       return;
     }
     over = inside;
-    inside = !over && propertyName(line) == lowerCased(property);
+    inside = !over && cardPropertyName(line) == lowerCased(property);
     if (inside) value = line;
   });
   return value.find("\\,") != std::string::npos;

@@ -18,6 +18,9 @@ std::size_t cardCount(std::string_view text);
 /// The text as UTF-8 without a byte order mark. Lines that are no UTF-8 are taken for Latin-1 and lose their CHARSET.
 std::string asUtf8Card(std::string_view text);
 
+/// The name of the property on a line, in lower case and without its group; empty for a line without one.
+std::string cardPropertyName(std::string_view line);
+
 /// Whether the first property of that name has a comma that is part of a value and separates none.
 bool hasEscapedComma(std::string_view text, std::string_view property);
 

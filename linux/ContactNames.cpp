@@ -4,6 +4,8 @@
 #include <unicode/unistr.h>
 #include <unicode/uscript.h>
 
+#include "linux/TextLimits.h"
+
 namespace pellor {
 
 namespace {
@@ -56,7 +58,7 @@ Order orderOf(const ContactCard& card, bool surnameFirst) {
 }  // namespace
 
 std::optional<std::string> compositeName(const ContactCard& card, bool surnameFirst) {
-  if (hasNameParts(card)) return arranged(card, orderOf(card, surnameFirst));
+  if (hasNameParts(card)) return std::string(nameWithinLimit(arranged(card, orderOf(card, surnameFirst))));
   return card.formattedName ? card.formattedName : card.organization;
 }
 

@@ -6,8 +6,10 @@
 #include <charconv>
 #include <string_view>
 
+#include "linux/CardBounds.h"
 #include "linux/CardText.h"
 #include "linux/EVCardLibrary.h"
+#include "linux/TextLimits.h"
 
 namespace pellor {
 
@@ -17,6 +19,15 @@ using Properties = std::vector<CardProperty>;
 
 constexpr std::string_view TelephoneScheme = "tel:";
 constexpr std::string_view MailScheme = "mailto:";
+
+// Of which there may be as many as a card has lines.
+constexpr std::size_t MostWarnings = 10;
+
+/// What is too long in a card.
+struct Excess {
+  std::size_t cutNames = 0;
+  std::size_t leftOut = 0;  ///< numbers and addresses
+};
 
 std::optional<std::string> nonEmpty(std::string text) {
   if (text.empty()) return std::nullopt;
@@ -120,12 +131,14 @@ std::string emailOf(const CardProperty& property) {
 }
 
 std::vector<CardValue> cardValues(const Properties& properties, std::string_view name,
-                                  std::string (*valueOf)(const CardProperty&)) {
+                                  std::string (*valueOf)(const CardProperty&), Excess& excess) {
   std::vector<CardValue> values;
   for (const CardProperty& property : properties) {
     if (property.name != name) continue;
     std::string value = valueOf(property);
-    if (!value.empty()) values.push_back({labelOf(property), std::move(value)});
+    const bool isTooLong = isTooLongForDestination(value);
+    if (isTooLong) ++excess.leftOut;
+    if (!value.empty() && !isTooLong) values.push_back({labelOf(property), std::move(value)});
   }
   return values;
 }
@@ -166,7 +179,18 @@ std::optional<std::string> firstNickname(const Properties& properties, const std
   return parts.empty() ? std::nullopt : std::optional(parts.front());
 }
 
-ContactCard contactCard(const Properties& properties, const std::string& text) {
+void cutNames(ContactCard& card, Excess& excess) {
+  for (auto* name : {&card.givenName, &card.familyName, &card.additionalNames, &card.namePrefix, &card.nameSuffix,
+                     &card.formattedName, &card.nickname, &card.organization}) {
+    if (!*name) continue;
+    const std::size_t size = nameWithinLimit(**name).size();
+    if (size == (*name)->size()) continue;
+    (*name)->resize(size);
+    ++excess.cutNames;
+  }
+}
+
+ContactCard contactCard(const Properties& properties, const std::string& text, Excess& excess) {
   ContactCard card;
   card.uid = firstText(properties, "UID");
   card.formattedName = firstText(properties, "FN");
@@ -175,14 +199,28 @@ ContactCard contactCard(const Properties& properties, const std::string& text) {
   if (const CardProperty* organization = firstProperty(properties, "ORG"))
     card.organization = nonEmpty(valueAt(*organization, 0));
   readNameParts(properties, card);
+  cutNames(card, excess);
   card.kind = kindOf(properties, card);
   deriveNameParts(card);
-  card.phones = cardValues(properties, "TEL", phoneOf);
-  card.emails = cardValues(properties, "EMAIL", emailOf);
+  card.phones = cardValues(properties, "TEL", phoneOf, excess);
+  card.emails = cardValues(properties, "EMAIL", emailOf, excess);
   readFavoriteMarks(properties, card);
   card.links = namedCards(properties, "X-FOLKS-CONTACTS-IDS");
   card.antiLinks = namedCards(properties, "X-FOLKS-ANTI-LINKS");
   return card;
+}
+
+std::string counted(std::size_t count, const char* one, const char* many) {
+  return std::to_string(count) + (count == 1 ? one : many);
+}
+
+std::string remarkOf(const Excess& excess) {
+  std::string text = "is too long: ";
+  if (excess.cutNames > 0) text += counted(excess.cutNames, " name is cut", " names are cut");
+  if (excess.cutNames > 0 && excess.leftOut > 0) text += ", ";
+  if (excess.leftOut > 0)
+    text += counted(excess.leftOut, " number or address is left out", " numbers and addresses are left out");
+  return text;
 }
 
 }  // namespace
@@ -192,10 +230,14 @@ CardReading readContactCard(std::string text) {
   reading.problem = problemOfCardText(text);
   if (!reading.problem.empty()) return reading;
   text = asUtf8Card(text);
-  ParsedCard parsed = parseCard(text);
+  const BoundedCard bounded = boundedCard(text);
+  ParsedCard parsed = parseCard(bounded.text);
+  Excess excess{0, bounded.leftOut};
+  reading.card = contactCard(parsed.properties, bounded.text, excess);
   reading.remarks = std::move(parsed.warnings);
+  reading.remarks.resize(std::min(reading.remarks.size(), MostWarnings));
   if (cardCount(text) > 1) reading.remarks.emplace_back("the file holds further cards; the first one counts");
-  reading.card = contactCard(parsed.properties, text);
+  if (excess.cutNames + excess.leftOut > 0) reading.remarks.push_back(remarkOf(excess));
   return reading;
 }
 

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -51,10 +52,13 @@ std::unique_ptr<icu::BreakIterator> makeClusters() {
       icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
 }
 
+std::atomic<std::uint64_t> segmentedUnits = 0;  // counted on any thread
+
 // Making an iterator takes much longer than what is asked of it here. Valid until the thread's next call; null when
 // there is none.
 icu::BreakIterator* clustersOf(const icu::UnicodeString& text) {
   static thread_local const std::unique_ptr<icu::BreakIterator> clusters = makeClusters();
+  segmentedUnits.fetch_add(static_cast<std::uint64_t>(text.length()), std::memory_order_relaxed);
   if (clusters) clusters->setText(text);
   return clusters.get();
 }
@@ -224,18 +228,66 @@ bool writesSurnameFirst(const std::string& locale) {
   return lastAnswer;
 }
 
+namespace {
+
+std::size_t sizeInUtf8(const icu::UnicodeString& text, std::int32_t start, std::int32_t end) {
+  std::size_t size = 0;
+  for (std::int32_t at = start; at < end; at = text.moveIndex32(at, 1)) {
+    const UChar32 character = text.char32At(at);
+    size += static_cast<std::size_t>(U8_LENGTH(character));
+  }
+  return size;
+}
+
+// Calls `visit` with where each cluster starts and ends, until it returns false.
+template <class Visit>
+void forEachCluster(const icu::UnicodeString& content, Visit visit) {
+  icu::BreakIterator* const clusters = clustersOf(content);
+  std::int32_t start = 0;
+  while (start < content.length()) {
+    const std::int32_t next = clusters ? clusters->next() : content.moveIndex32(start, 1);
+    if (next == icu::BreakIterator::DONE || !visit(start, next)) return;
+    start = next;
+  }
+}
+
+}  // namespace
+
 std::size_t displayWidth(std::string_view text) {
   if (const auto width = widthOfLoneCharacters(text)) return *width;
   const icu::UnicodeString content = unicode(text);
-  icu::BreakIterator* const clusters = clustersOf(content);
-  if (!clusters) return static_cast<std::size_t>(content.countChar32());
   std::size_t width = 0;
-  std::int32_t start = clusters->first();
-  for (std::int32_t end = clusters->next(); end != icu::BreakIterator::DONE; end = clusters->next()) {
+  forEachCluster(content, [&](std::int32_t start, std::int32_t end) {
     width += widthOfCluster(content, start, end);
-    start = end;
-  }
+    return true;
+  });
   return width;
 }
+
+std::string_view prefixOfWidth(std::string_view text, std::size_t width) {
+  const icu::UnicodeString content = unicode(text);
+  std::size_t size = 0;
+  std::size_t taken = 0;
+  forEachCluster(content, [&](std::int32_t start, std::int32_t end) {
+    taken += widthOfCluster(content, start, end);
+    if (taken <= width) size += sizeInUtf8(content, start, end);
+    return taken <= width;
+  });
+  return text.substr(0, size);
+}
+
+std::size_t characterEndWithin(std::string_view text, std::size_t limit) {
+  const icu::UnicodeString content = unicode(text);
+  std::size_t last = 0;
+  std::size_t size = 0;
+  forEachCluster(content, [&](std::int32_t start, std::int32_t end) {
+    size += sizeInUtf8(content, start, end);
+    if (size <= limit) last = size;
+    return size < limit;
+  });
+  return last;
+}
+
+std::uint64_t segmentedTextUnits() { return segmentedUnits.load(std::memory_order_relaxed); }
 
 }  // namespace pellor

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -47,5 +48,17 @@ bool containsEmojiCharacters(std::string_view text);
 /// How many columns of a terminal the text takes: two for wide characters and pictures, none for marks and control
 /// characters; joined characters count once. Any thread.
 std::size_t displayWidth(std::string_view text);
+
+/// The longest beginning of the text that takes no more columns and cuts no joined characters. The text is UTF-8. Any
+/// thread.
+std::string_view prefixOfWidth(std::string_view text, std::size_t width);
+
+/// Where the last character that ends within `limit` bytes ends, with the marks and signs that are joined to it; 0 when
+/// the first one is longer. The text is UTF-8. Any thread.
+std::size_t characterEndWithin(std::string_view text, std::size_t limit);
+
+/// How many UTF-16 units this program has had split into characters: text that nothing joins is not counted. Any
+/// thread.
+std::uint64_t segmentedTextUnits();
 
 }  // namespace pellor

@@ -9,18 +9,20 @@ namespace {
 constexpr std::string_view PhoneScheme = "tel:";
 constexpr std::string_view EmailScheme = "mailto:";
 
-bool removeEvery(std::string& text, std::string_view scheme) {
-  bool found = false;
-  for (std::size_t at = text.find(scheme); at != std::string::npos; at = text.find(scheme)) {
-    text.erase(at, scheme.size());
-    found = true;
-  }
-  return found;
+bool removeScheme(std::string& text, std::string_view scheme) {
+  if (!text.ends_with(scheme)) return false;
+  text.resize(text.size() - scheme.size());
+  return true;
 }
 
+// A scheme ends with its only colon, so that it can only be complete where one is met; what is taken out there leaves
+// what may be the beginning of another one.
 std::string withoutSchemes(std::string_view destination) {
-  std::string text(destination);
-  while (removeEvery(text, PhoneScheme) || removeEvery(text, EmailScheme)) {
+  if (destination.find(':') == std::string_view::npos) return std::string(destination);
+  std::string text;
+  for (const char character : destination) {
+    text += character;
+    if (character == ':' && !removeScheme(text, PhoneScheme)) removeScheme(text, EmailScheme);
   }
   return text;
 }

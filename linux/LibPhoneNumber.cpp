@@ -12,6 +12,8 @@
 #include <system_error>
 #include <utility>
 
+#include "linux/TextLimits.h"
+
 namespace pellor {
 namespace {
 
@@ -74,6 +76,8 @@ bool isPossible(const PhoneNumber& number, std::size_t digits) {
 // Numbers that are complete only inside their own area are left out: with the country code before them they would name
 // another number, or none.
 std::optional<PhoneNumber> parse(std::string_view text, std::string_view region) {
+  // The library looks for a number at each place of the text.
+  if (text.size() > LongestNumber) return std::nullopt;
   PhoneNumber number;
   const auto error = library().Parse(withoutPunctuation(text), std::string(region), &number);
   if (error != PhoneNumberUtil::NO_PARSING_ERROR) return std::nullopt;

@@ -12,6 +12,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "linux/TextLimits.h"
+
 namespace pellor {
 
 namespace {
@@ -80,14 +82,14 @@ icu::UnicodeString unicode(std::string_view text) {
 }  // namespace
 
 std::string nameSearchKey(std::string_view name) {
-  std::vector<std::string> words = wordKeys(unicode(name));
+  std::vector<std::string> words = wordKeys(unicode(nameWithinLimit(name)));
   std::sort(words.begin(), words.end());
   std::string key;
   for (const std::string& word : words) key += (key.empty() ? "" : WordSeparator) + word;
   return key;
 }
 
-std::string nameSortKey(std::string_view name) { return collationKey(sortCollator(), unicode(name)); }
+std::string nameSortKey(std::string_view name) { return collationKey(sortCollator(), unicode(nameWithinLimit(name))); }
 
 // The version of the library stands for that of its collation: asking the collator itself would load its data.
 std::string nameKeyVersion() {

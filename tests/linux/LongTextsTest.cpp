@@ -1,0 +1,207 @@
+// Texts that are much longer than any of a person's: what is left of them, and how much of them is looked at.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "linux/CardBounds.h"
+#include "linux/CardText.h"
+#include "linux/EVCardContact.h"
+#include "linux/IcuText.h"
+#include "linux/IdentityService.h"
+#include "linux/NameSearchKey.h"
+#include "linux/TextLimits.h"
+#include "tests/linux/ContactsFixture.h"
+
+namespace pellor {
+namespace {
+
+using testing::HasSubstr;
+
+constexpr std::size_t Many = 1'000'000;
+
+std::string times(std::size_t count, std::string_view text) {
+  std::string result;
+  result.reserve(count * text.size());
+  for (std::size_t index = 0; index < count; ++index) result += text;
+  return result;
+}
+
+std::string card(const std::string& lines) { return "BEGIN:VCARD\r\n" + lines + "END:VCARD\r\n"; }
+
+TEST(LongTexts, NamesAreCutWhereACharacterEnds) {
+  const std::string family = "👨\u200D👩\u200D👧";  // five code points
+  const struct {
+    const char* what;
+    std::string name, cut;
+  } cases[] = {
+      {"nothing", "", ""},
+      {"a name of just the length", times(1000, "é"), times(1000, "é")},
+      {"one more", times(1001, "é"), times(1000, "é")},
+      {"many more", times(Many, "x"), times(1000, "x")},
+      {"characters of four bytes", times(Many, "🌻"), times(1000, "🌻")},
+      {"a mark behind the last one", times(999, "x") + "e\u0301" + "y", times(999, "x")},
+      {"a mark that still fits", times(998, "x") + "e\u0301" + "y", times(998, "x") + "e\u0301"},
+      {"pictures of several", times(Many / 10, family), times(200, family)},
+      {"pictures that do not end there", "xx" + times(Many / 10, family), "xx" + times(199, family)},
+      {"flags", "x" + times(Many, "🇩"), "x" + times(998, "🇩")},
+      {"one character of a million marks", "a" + times(Many, "\u0301"), "a" + times(999, "\u0301")},
+      {"a blank at the cut", times(999, "x") + " yy", times(999, "x")},
+      {"blanks alone", times(Many, " "), ""},
+  };
+  for (const auto& each : cases) {
+    const std::uint64_t before = segmentedTextUnits();
+    EXPECT_EQ(nameWithinLimit(each.name), each.cut) << each.what;
+    EXPECT_LE(segmentedTextUnits() - before, 2 * (LongestName + 1)) << each.what;
+  }
+}
+
+TEST(LongTexts, TheBeginningOfATextIsFoundInOnePass) {
+  const struct {
+    std::string text, beginning;
+  } cases[] = {
+      {times(Many, "x"), "xxxxx"},
+      {times(Many, "林"), "林林"},
+      {times(Many, "e\u0301"), times(5, "e\u0301")},
+      {times(Many / 10, "👨\u200D👩 "), "👨\u200D👩 👨\u200D👩"},
+      {"ab", "ab"},
+  };
+  for (const auto& each : cases) {
+    const std::uint64_t before = segmentedTextUnits();
+    EXPECT_EQ(prefixOfWidth(each.text, 5), each.beginning);
+    EXPECT_LE(segmentedTextUnits() - before, each.text.size());
+  }
+}
+
+TEST(LongTexts, CardsGiveWhatIsLeftOfThem) {
+  const std::string tel = "TEL:+4930123\r\n";
+  const struct {
+    const char* what;
+    std::string lines;
+    std::size_t nameSize;
+    std::size_t phones;
+    const char* remark;
+  } cases[] = {
+      {"a name", "FN:" + times(Many, "x") + "\r\n" + tel, 1000, 1, "is too long: 1 name is cut"},
+      {"name parts", "FN:Ann\r\nN:" + times(Many, "x") + ";" + times(Many, "y") + "\r\n" + tel, 3, 1,
+       "2 names are cut"},
+      {"a number", "FN:Ann\r\nTEL:" + times(2000, "1234567890") + "\r\n" + tel, 3, 1,
+       "is too long: 1 number or address is left out"},
+      {"a number that the parser may read", "FN:Ann\r\nTEL:" + times(251, "1") + "\r\n" + tel, 3, 1, "1 number"},
+      {"an address",
+       "FN:Ann\r\nEMAIL:" + times(Many, "x") + "@example.org\r\nEMAIL:" + times(400, "x") + "@x\r\n" + tel, 3, 1,
+       "2 numbers and addresses are left out"},
+      {"a name and a number", "FN:" + times(1001, "x") + "\r\nTEL:" + times(Many, "1") + "\r\n" + tel, 1000, 1,
+       "1 name is cut, 1 number or address is left out"},
+      {"a folded name", "FN:" + times(Many, "x\r\n ") + "\r\n" + tel, 1000, 1, "1 name is cut"},
+      {"a name that is folded for nothing", "FN:Ann" + times(Many, "\r\n ") + "\r\n" + tel, 3, 1, ""},
+      {"quoted-printable", "FN;ENCODING=QUOTED-PRINTABLE:" + times(Many, "=41=\r\n") + "\r\n" + tel, 1000, 1, "1 name"},
+      {"quoted-printable, four bytes", "FN;ENCODING=QUOTED-PRINTABLE:" + times(Many, "=F0=9F=8C=BB") + "\r\n" + tel,
+       4000, 1, "1 name"},
+      {"soft breaks alone", "FN;ENCODING=QUOTED-PRINTABLE:An" + times(Many, "=\r\n") + "n\r\n" + tel, 3, 1, ""},
+      {"escapes", "FN:" + times(Many, "\\,") + "\r\n" + tel, 1000, 1, "1 name"},
+      {"semicolons in a name", "FN:Ann\r\nN:" + times(Many, ";") + "\r\n" + tel, 3, 1, ""},
+      {"semicolons elsewhere", "FN:Ann\r\nADR:" + times(Many, ";") + "\r\n" + tel, 3, 1, ""},
+      {"semicolons in a note", "FN:Ann\r\nNOTE:" + times(Many, ";") + "\r\n" + tel, 3, 1, ""},
+      {"nicknames", "FN:Ann\r\nNICKNAME:" + times(Many, "a,") + "\r\n" + tel, 3, 1, ""},
+      {"a picture", "PHOTO;ENCODING=b:" + times(Many, "AAAA\r\n ") + "\r\nFN:Ann\r\n" + tel, 3, 1, ""},
+      {"labels", "FN:Ann\r\nTEL;TYPE=" + times(Many, "a,") + "cell:+4930123\r\n", 3, 1, ""},
+      {"parameters", "FN:Ann\r\nTEL" + times(Many, ";X=a") + ";TYPE=\"a:b\":+4930123\r\n", 3, 1, ""},
+      {"a group", "FN:Ann\r\n" + times(Many, "g") + ".TEL:+4930123\r\n", 3, 1, ""},
+      {"quotes that do not end", "FN:Ann\r\nTEL;TYPE=\"" + times(Many, "a") + ":+49\r\n" + tel, 3, 1, ""},
+      {"a line without end", "FN:Ann\r\n" + tel + times(Many, "x") + "\r\n", 3, 1, ""},
+      {"lines without sense", times(10'000, "nothing\r\n") + "FN:Ann\r\n" + tel, 3, 1, ""},
+      {"many numbers", "FN:Ann\r\n" + times(10'000, tel), 3, 10'000, ""},
+  };
+  for (const auto& each : cases) {
+    const CardReading reading = readContactCard(card(each.lines));
+    ASSERT_TRUE(reading.card) << each.what;
+    EXPECT_EQ(reading.card->formattedName.value_or("").size(), each.nameSize) << each.what;
+    EXPECT_TRUE(isUtf8(reading.card->formattedName.value_or(""))) << each.what;
+    EXPECT_EQ(reading.card->phones.size(), each.phones) << each.what;
+    EXPECT_LE(reading.remarks.size(), 11U) << each.what;
+    const auto isAboutLength = [](const std::string& remark) { return remark.starts_with("is too long"); };
+    EXPECT_EQ(std::ranges::count_if(reading.remarks, isAboutLength), *each.remark ? 1 : 0) << each.what;
+    if (!*each.remark) continue;
+    EXPECT_THAT(reading.remarks.back(), HasSubstr(each.remark)) << each.what;
+  }
+}
+
+/// The largest number of separators on one line of what goes to the parser, escaped ones not counted.
+std::size_t mostOnALine(const std::string& text, std::string_view separators) {
+  std::size_t most = 0;
+  std::size_t count = 0;
+  char before = 0;
+  for (const char character : text) {
+    if (character == '\n') count = 0;
+    if (before != '\\' && separators.find(character) != std::string_view::npos) most = std::max(most, ++count);
+    before = character;
+  }
+  return most;
+}
+
+// The parser appends each value to a list whose end it looks for.
+TEST(LongTexts, ThePropertiesThatTheParserGetsAreShort) {
+  const char* const lines[] = {
+      "ADR:", "N:", "NOTE:", "FN:", "TEL;TYPE=", "X-FOLKS-CONTACTS-IDS:", "UID:", "PHOTO:", "ORG:"};
+  for (const std::string line : lines) {
+    for (const std::string_view separator : {";", ",", "a,", "a;"}) {
+      const std::string text = boundedCard(card(line + times(Many, separator) + ":1\r\n")).text;
+      EXPECT_LE(mostOnALine(text, line.starts_with("TEL") ? ";," : ";"), 2048U) << line << separator;
+    }
+  }
+  const std::string usual =
+      card("FN:Ann\r\n Lee\r\nPHOTO:" + times(2000, "A") + "\r\nTEL;TYPE=x:1\nNOTE;ENCODING=QUOTED-PRINTABLE:a=\nb\n");
+  EXPECT_EQ(boundedCard(usual).text, usual) << "a card as there are many was changed";
+}
+
+TEST(LongTexts, LongListsOfLinksStayWhole) {
+  std::string names;
+  for (int number = 0; number < 10'000; ++number) names += (number ? "," : "") + ("card" + std::to_string(number));
+  const CardReading reading =
+      readContactCard(card("UID:" + times(5000, ";x") + "\r\nX-FOLKS-CONTACTS-IDS:" + names + "\r\n"));
+  ASSERT_TRUE(reading.card);
+  EXPECT_EQ(reading.card->links.size(), 10'000U);
+  EXPECT_EQ(reading.card->links.back(), "card9999");
+  EXPECT_EQ(reading.card->uid, times(5000, ";x"));
+}
+
+TEST(LongTexts, NumbersThatAreTooLongAreNoneAndTheLibraryDoesNotSeeThem) {
+  const std::string region = "DE";
+  IdentityService service([&]() -> const std::string& { return region; });
+  ASSERT_TRUE(internationalPhoneNumber("030 123456", region));
+  const std::uint64_t before = phoneLibraryCalls();
+  const std::string digits = times(2000, "1234567890");
+  EXPECT_EQ(internationalPhoneNumber(digits, region), std::nullopt);
+  EXPECT_EQ(service.comparableNumber(digits), digits);
+  EXPECT_EQ(service.identifierForPhoneNumber(digits), "tel:" + digits);
+  EXPECT_EQ(phoneLibraryCalls(), before);
+  EXPECT_EQ(service.comparableNumber(times(Many, "tel:") + "030 123456"), "+4930123456");
+  EXPECT_EQ(service.rawAddressForDestination(times(Many, "te") + times(Many, "l:")), "");
+}
+
+TEST(LongTexts, NamesAreFoundByWhatIsLeftOfThem) {
+  EXPECT_EQ(nameSearchKey(times(Many, "x")), nameSearchKey(times(1000, "X")));
+  EXPECT_EQ(nameSortKey("a" + times(Many, "\u0301\u0323")), nameSortKey("a" + times(999, "\u0301")));
+}
+
+struct LongTextsInTheIndex : testing::Test, ContactsFixture {};
+
+TEST_F(LongTextsInTheIndex, TheLogNamesTheCardOnce) {
+  put("ann.vcf", card("ann", times(Many, "x"), "TEL:" + times(20'000, "1") + "\nTEL:+4930123456\n"));
+  const auto index = openIndex();
+  openIndex();
+  ASSERT_EQ(log->messages().size(), 1U);
+  EXPECT_THAT(log->messages().front(), HasSubstr("contact file ann.vcf is too long: "));
+  const auto contact = index->contactWithGUID("ann");
+  ASSERT_TRUE(contact);
+  EXPECT_EQ(contact->card.phones.size(), 1U);
+  EXPECT_EQ(index->recordIDsMatchingName(times(Many, "x")).size(), 1U);
+  EXPECT_EQ(index->recordIDsForDestination(times(20'000, "1")).size(), 0U);
+}
+
+}  // namespace
+}  // namespace pellor
