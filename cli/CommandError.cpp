@@ -1,4 +1,5 @@
 #include "cli/CommandError.h"
+#include "cli/Output.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -19,6 +20,6 @@ std::string listed(const std::vector<std::string>& candidates) {
 }  // namespace
 
 AmbiguousError::AmbiguousError(const std::string& who, const std::vector<std::string>& candidates)
-    : CommandError("\"" + who + "\" fits several: " + listed(candidates)) {}
+    : CommandError(inQuotes(who) + " fits several: " + listed(candidates)) {}
 
 }  // namespace pellor::cli

@@ -88,7 +88,7 @@ void answerRefusal(Session& session, const ContactEntry& contact, const char* re
 void allow(Session& session, const std::string& who) {
   session.requireContacts();
   const auto contact = contactNamed(session, who);
-  if (!contact) throw CommandError("no contact is called \"" + who + "\"");
+  if (!contact) throw CommandError("no contact is called " + inQuotes(who));
   const auto known = friendThatIs(session.manager(), *contact);
   if (known) {
     answerRefusal(session, *contact, "isFriend", true);

@@ -114,7 +114,8 @@ std::optional<ContactEntry> contactNamed(Session& session, const std::string& wh
   if (found.size() == 1) return found.front();
   std::vector<std::string> candidates;
   candidates.reserve(found.size());
-  for (const ContactEntry& contact : found) candidates.push_back(nameOf(contact) + " (" + contact.guid + ")");
+  for (const ContactEntry& contact : found)
+    candidates.push_back(nameOf(contact) + " (" + printable(contact.guid) + ")");
   throw AmbiguousError(who, candidates);
 }
 

@@ -12,6 +12,7 @@
 #include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/NameMatch.h"
+#include "cli/Output.h"
 
 namespace pellor::cli {
 namespace {
@@ -37,7 +38,7 @@ std::shared_ptr<PLPerson> personToAdd(Session& session, const std::string& who) 
     return manager.personWithDestinations({who});
   }
   session.requireContacts();
-  throw CommandError("no contact is called \"" + who + "\", and it is neither a number nor an address");
+  throw CommandError("no contact is called " + inQuotes(who) + ", and it is neither a number nor an address");
 }
 
 Persons personsToAdd(Session& session, const std::vector<std::string>& who) {
@@ -166,7 +167,7 @@ void perform(PLFriendsManager& manager, const Move& move) {
 
 Place targetIn(const PLFriendsManager& manager, const std::string& text) {
   const auto place = placeIn(text);
-  if (!place) throw UsageError("\"" + text + "\" is no place such as 2:5");
+  if (!place) throw UsageError(inQuotes(text) + " is no place such as 2:5");
   if (place->slot < pageAt(manager, place->page)->groupSize()) return *place;
   throw CommandError("there is no slot " + text + ": a page has " + std::to_string(manager.groupSize()));
 }

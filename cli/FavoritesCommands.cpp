@@ -20,7 +20,7 @@ namespace {
 using Lines = std::vector<FavoritesFile::Line>;
 
 std::string fileName(Session& session) {
-  return "the favorites file in " + session.platform().contactsFolder()->string();
+  return "the favorites file in " + printable(session.platform().contactsFolder()->string());
 }
 
 FavoritesFile& fileOf(Session& session) {
@@ -100,7 +100,7 @@ FavoritesFile::Line lineFor(Session& session, const std::string& who) {
             contact->name.value_or("")};
   }
   if (isPlainDestination(who)) return {"", who, ""};
-  throw CommandError("no contact is called \"" + who + "\", and it is neither a number nor an address");
+  throw CommandError("no contact is called " + inQuotes(who) + ", and it is neither a number nor an address");
 }
 
 bool areSame(const FavoritesFile::Line& left, const FavoritesFile::Line& right) {
@@ -137,7 +137,7 @@ std::size_t indexOf(Session& session, const Lines& lines, const std::string& who
     return (key && destinationKey(line.value) == key) || name.isWhole(line.name);
   };
   const auto found = std::ranges::find_if(lines, isNamed);
-  if (found == lines.end()) throw CommandError("no favorite is called \"" + who + "\"");
+  if (found == lines.end()) throw CommandError("no favorite is called " + inQuotes(who));
   return static_cast<std::size_t>(found - lines.begin());
 }
 
@@ -147,7 +147,7 @@ void remove(Session& session, const std::string& who) {
     return lines[indexOf(session, lines, who)];
   }();
   const auto change = [&](Lines& lines) { return std::erase(lines, removed) > 0; };
-  edit(session, change, "no favorite is called \"" + who + "\" any more");
+  edit(session, change, "no favorite is called " + inQuotes(who) + " any more");
 }
 
 void move(Session& session, const std::string& from, const std::string& to) {

@@ -56,7 +56,7 @@ void answerMetadata(Session& session, const FriendAt& found, const MetaArguments
   const bool asksForOne = arguments.key && !arguments.value;
   const auto value = asksForOne ? found.person->metadataValueForKey(*arguments.key) : std::nullopt;
   if (asksForOne && !value) {
-    throw CommandError(nameOf(*found.person) + " has no metadata under \"" + *arguments.key + "\"");
+    throw CommandError(nameOf(*found.person) + " has no metadata under " + inQuotes(*arguments.key));
   }
   session.answer([&] { return value ? printable(value->description()) + "\n" : entriesText(found.person->metadata()); },
                  [&] { return jsonOf(found); });

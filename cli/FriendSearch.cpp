@@ -75,7 +75,7 @@ FriendAt friendNamed(const PLFriendsManager& manager, const std::string& who) {
   for (const auto& search : searches) {
     if (const auto found = search(); !found.empty()) return onlyOne(who, found);
   }
-  throw CommandError("no friend is called \"" + who + "\"");
+  throw CommandError("no friend is called " + inQuotes(who));
 }
 
 std::vector<FriendAt> friendsNamed(const PLFriendsManager& manager, const std::vector<std::string>& who) {

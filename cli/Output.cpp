@@ -3,10 +3,12 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
 #include "linux/IcuText.h"
+#include "linux/TerminalText.h"
 
 namespace pellor::cli {
 namespace {
@@ -25,48 +27,23 @@ bool writeAll(int descriptor, std::string_view text) {
   return true;
 }
 
-bool continuesCharacter(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
-
-// C0 and DEL; of C1 the second byte of its two in UTF-8, after 0xC2.
-bool isControl(std::string_view text, std::size_t index) {
-  const auto byte = static_cast<unsigned char>(text[index]);
-  if (byte < 0x20 || byte == 0x7F) return true;
-  return byte >= 0x80 && byte < 0xA0 && index > 0 && static_cast<unsigned char>(text[index - 1]) == 0xC2;
-}
-
-std::string cut(std::string_view text, std::size_t width) {
-  while (!text.empty() && displayWidth(text) + displayWidth(Ellipsis) > width) {
-    std::size_t last = text.size() - 1;
-    while (last > 0 && continuesCharacter(text[last])) --last;
-    text = text.substr(0, last);
-  }
-  return std::string(text).append(Ellipsis);
-}
-
 }  // namespace
 
 Written writeOutput(std::string_view text) {
-  if (writeAll(STDOUT_FILENO, text)) return Written::whole;
+  if (writeAll(STDOUT_FILENO, terminalText(text))) return Written::whole;
   return errno == EPIPE ? Written::readerGone : Written::failed;
 }
 
 void writeError(std::string_view text) {
+  std::string line(text);
+  std::ranges::replace(line, '\n', ' ');
   // Nobody is left to tell when that does not work.
-  static_cast<void>(writeAll(STDERR_FILENO, "pellor: " + printable(text) + "\n"));
+  static_cast<void>(writeAll(STDERR_FILENO, "pellor: " + terminalText(line) + "\n"));
 }
 
-std::string printable(std::string_view text) {
-  std::string result;
-  for (std::size_t index = 0; index < text.size(); ++index) {
-    if (!isControl(text, index)) {
-      result += text[index];
-      continue;
-    }
-    if (static_cast<unsigned char>(text[index]) >= 0x80) result.pop_back();
-    result += ' ';
-  }
-  return result;
-}
+std::string printable(std::string_view text) { return isolatedText(text); }
+
+std::string inQuotes(std::string_view text) { return "\"" + printable(text) + "\""; }
 
 std::size_t outputWidth() {
   winsize size{};
@@ -75,14 +52,11 @@ std::size_t outputWidth() {
 }
 
 std::string fitted(std::string_view text, std::size_t width) {
-  std::string result(text);
-  std::size_t taken = displayWidth(result);
-  if (taken > width) {
-    result = cut(text, width);
-    taken = displayWidth(result);
-  }
-  if (taken < width) result.append(width - taken, ' ');
-  return result;
+  const std::size_t whole = displayWidth(text);
+  if (whole <= width) return std::string(text) + std::string(width - whole, ' ');
+  const std::size_t room = width - std::min(width, displayWidth(Ellipsis));
+  const std::string cut(prefixOfWidth(withoutIsolation(text), room));
+  return printable(cut).append(Ellipsis).append(room - displayWidth(cut), ' ');
 }
 
 ProgressLine::ProgressLine(std::string what) : _what(std::move(what)), _hasTerminal(::isatty(STDERR_FILENO) == 1) {}
@@ -92,7 +66,7 @@ ProgressLine::~ProgressLine() { remove(); }
 void ProgressLine::show(std::size_t done, std::size_t total) {
   if (!_hasTerminal) return;
   _isShown = true;
-  const std::string text = _what + ": " + std::to_string(done) + " of " + std::to_string(total);
+  const std::string text = terminalText(_what) + ": " + std::to_string(done) + " of " + std::to_string(total);
   static_cast<void>(writeAll(STDERR_FILENO, std::string(EraseLine) + text));
 }
 

@@ -10,19 +10,23 @@ namespace pellor::cli {
 /// What became of an attempt to write.
 enum class Written { whole, readerGone, failed };
 
-/// Writes all of it to standard output. `failed` leaves the reason in errno.
+/// Writes all of it to standard output, as `terminalText` has it. `failed` leaves the reason in errno.
 Written writeOutput(std::string_view text);
 
-/// Writes "pellor: <text>" as one line to standard error.
+/// Writes "pellor: <text>" as one line to standard error, as `terminalText` has it.
 void writeError(std::string_view text);
 
-/// The text with its control characters as spaces: names come from other people's cards and go to a terminal.
+/// A text of somebody else's for a line of the answer: names come from other people's cards and go to a terminal. What
+/// cannot be seen is gone, and one that is written from right to left is marked to be isolated (linux/TerminalText.h).
 std::string printable(std::string_view text);
+
+/// The same between double quotes.
+std::string inQuotes(std::string_view text);
 
 /// The width of the terminal behind standard output; 80 when it is none.
 std::size_t outputWidth();
 
-/// The text in exactly `width` columns, filled with spaces or cut with "…".
+/// A printable text in exactly `width` columns, filled with spaces or cut with "…".
 std::string fitted(std::string_view text, std::size_t width);
 
 /// One line on the terminal behind standard error that tells how far a long work is. Nothing where standard error is no

@@ -1,4 +1,5 @@
 #include "cli/Place.h"
+#include "cli/Output.h"
 
 #include <algorithm>
 #include <charconv>
@@ -17,7 +18,7 @@ std::uint64_t indexIn(std::string_view text) {
   std::uint32_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error != std::errc() || end != text.data() + text.size() || number == 0) {
-    throw UsageError("\"" + std::string(text) + "\" is no page or slot: they are numbered from 1");
+    throw UsageError(inQuotes(text) + " is no page or slot: they are numbered from 1");
   }
   return number - 1;
 }

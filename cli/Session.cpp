@@ -8,6 +8,7 @@
 #include "cli/Services.h"
 #include "cli/ShownNumbers.h"
 #include "linux/StandardErrorLog.h"
+#include "linux/TerminalText.h"
 
 namespace pellor::cli {
 namespace {
@@ -77,12 +78,12 @@ void Session::requireContacts() {
   const auto& folder = _platform->contactsFolder();
   std::error_code ignored;
   if (folder && !fs::is_directory(*folder, ignored)) {
-    throw CommandError("there is no contacts folder " + folder->string() +
+    throw CommandError("there is no contacts folder " + printable(folder->string()) +
                        ": put vCard files there, or name another folder with --contacts");
   }
   const auto error = _platform->addressBook().readError();
   _progress.remove();
-  const std::string contacts = folder ? "the contacts in " + folder->string() : "the contacts";
+  const std::string contacts = folder ? "the contacts in " + printable(folder->string()) : "the contacts";
   if (error) throw CommandError(contacts + " cannot be read: " + *error);
 }
 
@@ -109,7 +110,8 @@ bool Session::settle() {
 std::string Session::storeProblem() {
   const std::string error = _platform->preferences().lastError();
   const bool isFile = _options.configuration.text("store") == "sqlite";
-  const std::string store = "the store in " + (isFile ? _platform->dataFolder().string() : std::string("PostgreSQL"));
+  const std::string store =
+      "the store in " + (isFile ? printable(_platform->dataFolder().string()) : std::string("PostgreSQL"));
   return store + (error.empty() ? " is busy" : ": " + error);
 }
 
@@ -117,6 +119,6 @@ void Session::answer(const std::function<std::string()>& text, const std::functi
   _answer = _options.json ? textOf(json()) + "\n" : text();
 }
 
-std::string textOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
+std::string textOf(const Json& json) { return visibleJson(json.dump(-1, ' ', false, Json::error_handler_t::replace)); }
 
 }  // namespace pellor::cli

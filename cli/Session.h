@@ -78,7 +78,7 @@ class Session {
   std::string _answer;
 };
 
-/// A JSON text on one line. Text that is no UTF-8 is repaired.
+/// A JSON text on one line. Text that is no UTF-8 is repaired; characters that could not be seen are escaped.
 std::string textOf(const Json& json);
 
 }  // namespace pellor::cli

@@ -72,12 +72,12 @@ std::uint64_t countIn(std::string_view text, std::uint64_t largest) {
   std::uint64_t count = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
   if (error == std::errc() && end == text.data() + text.size() && count >= 1 && count <= largest) return count;
-  throw UsageError("\"" + std::string(text) + "\" is no number from 1 to " + std::to_string(largest));
+  throw UsageError(inQuotes(text) + " is no number from 1 to " + std::to_string(largest));
 }
 
 bool booleanIn(std::string_view text) {
   if (text == "true" || text == "false") return text == "true";
-  throw UsageError("\"" + std::string(text) + "\" is neither true nor false");
+  throw UsageError(inQuotes(text) + " is neither true nor false");
 }
 
 // A group size beyond this reads as the default.
@@ -106,7 +106,7 @@ Current currentOf(Session& session, const Setting& setting) {
 const Setting& settingNamed(std::string_view name) {
   const auto found = std::ranges::find(Settings, name, &Setting::name);
   if (found != Settings.end()) return *found;
-  throw UsageError("there is no setting \"" + std::string(name) + "\" (pellor settings lists them)");
+  throw UsageError("there is no setting " + inQuotes(name) + " (pellor settings lists them)");
 }
 
 std::string shown(const Value& value) {
@@ -174,7 +174,7 @@ bool write(Session& session, const Setting& setting, const Value& value) {
 
 std::string regionIn(std::string text) {
   std::ranges::transform(text, text.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-  if (!isRegion(text)) throw UsageError("\"" + text + "\" is no region such as DE");
+  if (!isRegion(text)) throw UsageError(inQuotes(text) + " is no region such as DE");
   return text;
 }
 

@@ -3,7 +3,7 @@
 #include <spdlog/logger.h>
 #include <spdlog/sinks/stdout_sinks.h>
 
-#include <algorithm>
+#include "linux/TerminalText.h"
 
 namespace pellor {
 namespace {
@@ -15,10 +15,13 @@ std::unique_ptr<spdlog::logger> makeLogger() {
   return logger;
 }
 
-std::string printable(std::string text) {
-  std::ranges::replace_if(
-      text, [](char character) { return (character >= 0 && character < ' ') || character == '\x7F'; }, '?');
-  return text;
+// With "?" for control characters, and isolates around what is private: names, numbers and addresses.
+LogEntry visible(LogEntry entry) {
+  for (LogSegment& segment : entry.message) {
+    segment.text = visibleText(segment.text, '?');
+    if (segment.isPrivate) segment.text = isolatedText(segment.text);
+  }
+  return entry;
 }
 
 }  // namespace
@@ -38,7 +41,8 @@ bool StandardErrorLog::isHeard() const { return _logger->should_log(spdlog::leve
 
 void StandardErrorLog::write(const LogEntry& entry) {
   if (!isHeard()) return;
-  _logger->log(spdlog::level::info, printable(entry.subsystem + ":" + entry.category + " " + entry.text(_privacy)));
+  const std::string line = entry.subsystem + ":" + entry.category + " " + visible(entry).text(_privacy);
+  _logger->log(spdlog::level::info, terminalText(line));
 }
 
 }  // namespace pellor

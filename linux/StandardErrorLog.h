@@ -12,7 +12,8 @@ class logger;
 namespace pellor {
 
 /// One line an entry: local time, level, subsystem and category, then the entry's text. Control characters are written
-/// as "?", since names come from other people's cards and the log goes to a terminal. Any thread.
+/// as "?" and the rest as `terminalText` has it, since names come from other people's cards and the log goes to a
+/// terminal. Any thread.
 class StandardErrorLog final : public LogSink {
  public:
   enum class Verbosity { silent, verbose };

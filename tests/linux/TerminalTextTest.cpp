@@ -1,0 +1,130 @@
+#include "linux/TerminalText.h"
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace pellor {
+namespace {
+
+std::string utf8(char32_t character) {
+  const auto byte = [](char32_t bits) { return static_cast<char>(bits); };
+  if (character < 0x80) return {byte(character)};
+  if (character < 0x800) return {byte(0xC0 | character >> 6), byte(0x80 | (character & 0x3F))};
+  if (character < 0x10000)
+    return {byte(0xE0 | character >> 12), byte(0x80 | (character >> 6 & 0x3F)), byte(0x80 | (character & 0x3F))};
+  return {byte(0xF0 | character >> 18), byte(0x80 | (character >> 12 & 0x3F)), byte(0x80 | (character >> 6 & 0x3F)),
+          byte(0x80 | (character & 0x3F))};
+}
+
+std::string utf8(std::u32string_view text) {
+  std::string result;
+  for (const char32_t character : text) result += utf8(character);
+  return result;
+}
+
+TEST(TerminalText, NothingUnseenAndNothingThatSteersIsLeft) {
+  struct Range {
+    char32_t first, last;
+    const char* becomes;
+  };
+  // Between two letters of a script without joined letters.
+  const Range ranges[] = {
+      {0x00, 0x1F, " "},      {0x7F, 0x9F, " "},      {0x2028, 0x2029, " "},   // control characters, separators
+      {0x061C, 0x061C, ""},   {0x200E, 0x200F, ""},   {0x202A, 0x202E, ""},    // marks, embeddings, overrides
+      {0x2066, 0x2069, ""},   {0x206A, 0x206F, ""},                            // isolates, old format characters
+      {0x00AD, 0x00AD, ""},   {0x200B, 0x200D, ""},   {0x2060, 0x2064, ""},    // zero-width characters, joiners
+      {0xFEFF, 0xFEFF, ""},   {0x180E, 0x180E, ""},   {0x034F, 0x034F, ""},    // the same
+      {0x115F, 0x1160, ""},   {0x3164, 0x3164, ""},   {0xFFA0, 0xFFA0, ""},    // fillers
+      {0xFFF9, 0xFFFB, ""},   {0x1D173, 0x1D17A, ""}, {0xE0000, 0xE007F, ""},  // annotations, tags
+      {0xE0080, 0xE00FF, ""},
+  };
+  for (const Range& range : ranges) {
+    for (char32_t character = range.first; character <= range.last; ++character) {
+      const std::string text = "a" + utf8(character) + "b";
+      EXPECT_EQ(visibleText(text), std::string("a") + range.becomes + "b") << std::hex << std::uint32_t{character};
+      const bool isOwn = character == '\n' || character == 0x0E || character == 0x0F;
+      EXPECT_EQ(isOwn || terminalText(text) == visibleText(text), true) << std::hex << std::uint32_t{character};
+      const std::string json = nlohmann::json(text).dump();
+      const std::string shown = visibleJson(json);
+      EXPECT_EQ(nlohmann::json::parse(shown), nlohmann::json(text));
+      EXPECT_EQ(visibleText(shown), shown) << std::hex << std::uint32_t{character};
+    }
+  }
+}
+
+TEST(TerminalText, JoinersAndSelectorsStayWhereTheyAreNeeded) {
+  const struct {
+    const char* what;
+    std::u32string text, shown;
+  } cases[] = {
+      {"ordinary text of many scripts", U"Zoë Ångström Žižek Ελένη Борис 林云雀 かざみ 한글 ไทย",
+       U"Zoë Ångström Žižek Ελένη Борис 林云雀 かざみ 한글 ไทย"},
+      {"marks that are written by themselves", U"e\u0301 \u0915\u093F", U"e\u0301 \u0915\u093F"},
+      {"Persian, a non-joiner in the word", U"نمی\u200Cخواهم", U"نمی\u200Cخواهم"},
+      {"the same behind a vowel sign", U"مَ\u200Cا", U"مَ\u200Cا"},
+      {"Hindi, a joiner behind the virama", U"क\u094D\u200Dष", U"क\u094D\u200Dष"},
+      {"Bengali, a joiner before it", U"র\u200D\u09CDয", U"র\u200D\u09CDয"},
+      {"Sinhala", U"ශ\u0DCA\u200Dරී", U"ශ\u0DCA\u200Dරී"},
+      {"a joiner at the ends of a word", U"\u200Dنمی\u200C نمی\u200D", U"نمی نمی"},
+      {"doubled", U"نمی\u200C\u200Cخواهم क\u094D\u200D\u200Dष", U"نمیخواهم क\u094Dष"},
+      {"between letters that are not joined", U"A\u200Dn\u200Cn 1\u200D2 ש\u200Dל", U"Ann 12 של"},
+      {"between two scripts", U"न\u200Da", U"नa"},
+      {"a family", U"👨\u200D👩\u200D👧", U"👨\u200D👩\u200D👧"},
+      {"pictures with skin and selectors", U"👩🏽\u200D🚒 🏳\uFE0F\u200D🌈 ❤\uFE0F\u200D🔥",
+       U"👩🏽\u200D🚒 🏳\uFE0F\u200D🌈 ❤\uFE0F\u200D🔥"},
+      {"a picture that is joined to nothing", U"👨\u200D \u200D👩 👨\u200D\u200D👩 👨\u200Cx", U"👨 👩 👨👩 👨x"},
+      {"keycaps and a flag of letters", U"1\uFE0F\u20E3 🇩🇪", U"1\uFE0F\u20E3 🇩🇪"},
+      {"a flag of tags loses them", U"🏴\U000E0067\U000E0062\U000E0065\U000E006E\U000E0067\U000E007F!", U"🏴!"},
+      {"one selector for a character", U"☺\uFE0F\uFE0F\uFE0E", U"☺\uFE0F"},
+      {"selectors behind nothing", U"\uFE0Fa \uFE0Fb\u202E\uFE0F", U"a b"},
+      {"data in selectors", U"a\U000E0100\U000E0101\U000E01EF", U"a\U000E0100"},
+      {"a sign around a number", U"\u0600\u0661\u0662", U"\u0600\u0661\u0662"},
+  };
+  for (const auto& each : cases) {
+    const std::string shown = utf8(each.shown);
+    EXPECT_EQ(visibleText(utf8(each.text)), shown) << each.what;
+    EXPECT_EQ(visibleText(shown), shown) << each.what << ", again";
+    EXPECT_EQ(terminalText(shown), shown) << each.what << ", on its way out";
+    EXPECT_EQ(visibleJson(shown), shown) << each.what << ", in JSON";
+  }
+}
+
+TEST(TerminalText, BytesThatAreNoTextAreReplaced) {
+  EXPECT_EQ(visibleText("a\x9B"
+                        "31m\xC3(\xED\xA0\x80z\xF4"),
+            "a\uFFFD31m\uFFFD(\uFFFD\uFFFD\uFFFDz\uFFFD");
+  EXPECT_EQ(visibleText(std::string_view("a\0b", 3)), "a b");
+  EXPECT_EQ(visibleText("\x1B[2J\n", '?'), "?[2J?");
+}
+
+TEST(TerminalText, WritingFromTheRightIsIsolatedAndEveryIsolateEnds) {
+  const struct {
+    const char* what;
+    std::string text, shown;
+  } cases[] = {
+      {"from the left", isolatedText("Ann") + " (1:1)", "Ann (1:1)"},
+      {"Hebrew", isolatedText("דנה") + " (1:1)", "\u2068דנה\u2069 (1:1)"},
+      {"Arabic in a mixed name", isolatedText("Dr. ليلى") + " (1:1)", "\u2068Dr. ليلى\u2069 (1:1)"},
+      {"an override and isolates of the name's own", isolatedText("\u2067\u202Eדנה\u2069") + "!", "\u2068דנה\u2069!"},
+      {"digits alone", isolatedText("\u202E12"), "12"},
+      {"a line end inside and the next line", "a " + isolatedText("דנה\n") + "\nb", "a \u2068דנה \u2069\nb"},
+      {"marks that nobody closes",
+       "a\x0E"
+       "b\nc",
+       "a\u2068b\u2069\nc"},
+      {"marks that nobody opened",
+       "a\x0F"
+       "b",
+       "ab"},
+      {"isolates that were not marked", "a\u2068b\u2069", "ab"},
+  };
+  for (const auto& each : cases) EXPECT_EQ(terminalText(each.text), each.shown) << each.what;
+  EXPECT_EQ(withoutIsolation(isolatedText("דנה")), "דנה");
+  EXPECT_EQ(withoutIsolation("Ann"), "Ann");
+}
+
+}  // namespace
+}  // namespace pellor
