@@ -70,8 +70,16 @@ std::optional<std::string_view> PLPersonRecord::text(Text which) const {
 }
 
 bool PLPersonRecord::containsDestination(std::string_view destination) const {
-  for (std::size_t index = 0; index < destinationCount(); ++index) {
-    if (this->destination(index) == destination) return true;
+  // Of the few that most persons have, the length tells most apart.
+  constexpr std::size_t few = 4;
+  std::size_t first = 0;
+  std::size_t end = destinationCount();
+  while (end - first > few) {
+    const std::size_t middle = first + (end - first) / 2;
+    (this->destination(middle) <= destination ? first : end) = middle;
+  }
+  for (; first < end; ++first) {
+    if (this->destination(first) == destination) return true;
   }
   return false;
 }

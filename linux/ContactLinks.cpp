@@ -1,6 +1,8 @@
 #include "linux/ContactLinks.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <deque>
 #include <utility>
 
 namespace pellor {
@@ -11,60 +13,69 @@ using Pair = std::pair<std::int32_t, std::int32_t>;
 
 Pair ordered(std::int32_t one, std::int32_t other) { return {std::min(one, other), std::max(one, other)}; }
 
+/// Of two sets the smaller one goes into the larger one, with those that refuse it: so nobody changes often.
 class Sets {
  public:
-  explicit Sets(std::set<Pair> refused) : _refused(std::move(refused)) {}
-
-  void link(std::int32_t one, std::int32_t other) {
-    const std::int32_t low = std::min(setOf(one), setOf(other));
-    const std::int32_t high = std::max(setOf(one), setOf(other));
-    if (low == high || refuse(low, high)) return;
-    for (const std::int32_t member : _members[high]) {
-      _set[member] = low;
-      _members[low].push_back(member);
-    }
-    _members.erase(high);
+  void refuse(std::int32_t one, std::int32_t other) {
+    if (one == other) return;
+    Set& first = setOf(one);
+    Set& second = setOf(other);
+    first.refused.insert(&second);
+    second.refused.insert(&first);
   }
 
-  const std::map<std::int32_t, std::int32_t>& result() const { return _set; }
+  void link(std::int32_t one, std::int32_t other) {
+    Set* large = &setOf(one);
+    Set* small = &setOf(other);
+    if (large == small || large->refused.contains(small)) return;
+    if (large->size() < small->size()) std::swap(large, small);
+    for (const std::int32_t member : small->members) _sets[member] = large;
+    large->members.insert(large->members.end(), small->members.begin(), small->members.end());
+    large->lowest = std::min(large->lowest, small->lowest);
+    for (Set* refused : small->refused) {
+      refused->refused.erase(small);
+      refused->refused.insert(large);
+    }
+    large->refused.merge(small->refused);
+    *small = {};
+  }
 
-  void dropSingles() {
-    std::erase_if(_set, [this](const auto& entry) { return _members[entry.second].size() < 2; });
+  std::map<std::int32_t, std::int32_t> result() const {
+    std::map<std::int32_t, std::int32_t> lowest;
+    for (const auto& [record, set] : _sets) {
+      if (set->members.size() > 1) lowest.emplace_hint(lowest.end(), record, set->lowest);
+    }
+    return lowest;
   }
 
  private:
-  std::int32_t setOf(std::int32_t record) {
-    const auto [entry, isNew] = _set.emplace(record, record);
-    if (isNew) _members[record] = {record};
-    return entry->second;
+  struct Set {
+    std::int32_t lowest = 0;
+    std::vector<std::int32_t> members;
+    std::set<Set*> refused;  ///< sets with a record that one of this set refuses, or the other way round
+    std::size_t size() const { return members.size() + refused.size(); }
+  };
+
+  Set& setOf(std::int32_t record) {
+    const auto [entry, isNew] = _sets.emplace(record, nullptr);
+    if (isNew) entry->second = &_storage.emplace_back(Set{record, {record}, {}});
+    return *entry->second;
   }
 
-  bool refuse(std::int32_t low, std::int32_t high) const {
-    return std::any_of(_refused.begin(), _refused.end(), [&](const Pair& pair) {
-      const auto one = _set.find(pair.first);
-      const auto other = _set.find(pair.second);
-      if (one == _set.end() || other == _set.end()) return false;
-      return ordered(one->second, other->second) == Pair(low, high);
-    });
-  }
-
-  std::set<Pair> _refused;
-  std::map<std::int32_t, std::int32_t> _set;
-  std::map<std::int32_t, std::vector<std::int32_t>> _members;
+  std::map<std::int32_t, Set*> _sets;
+  std::deque<Set> _storage;
 };
 
 }  // namespace
 
 std::map<std::int32_t, std::int32_t> linkedSets(const std::vector<LinkStatement>& statements) {
   std::set<Pair> links;
-  std::set<Pair> refused;
+  Sets sets;
   for (const LinkStatement& statement : statements) {
     for (const std::int32_t other : statement.links) links.insert(ordered(statement.recordID, other));
-    for (const std::int32_t other : statement.antiLinks) refused.insert(ordered(statement.recordID, other));
+    for (const std::int32_t other : statement.antiLinks) sets.refuse(statement.recordID, other);
   }
-  Sets sets(std::move(refused));
   for (const auto& [one, other] : links) sets.link(one, other);
-  sets.dropSingles();
   return sets.result();
 }
 

@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
+#include <random>
+#include <set>
+
 #include "linux/ContactLinks.h"
 #include "linux/NameSearchKey.h"
 
@@ -90,6 +95,61 @@ TEST(ContactLinks, MakesSetsThatKeepRefusals) {
       {"a refusal of strangers costs nothing", {{1, {2}, {8}}, {8, {9}, {}}}, {{1, 1}, {2, 1}, {8, 8}, {9, 8}}},
   };
   for (const auto& each : cases) EXPECT_EQ(linkedSets(each.statements), each.expected) << each.what;
+}
+
+/// The rules taken literally: for each link all members of both sets are looked at.
+Sets setsByTheRules(const std::vector<LinkStatement>& statements) {
+  std::set<std::pair<std::int32_t, std::int32_t>> links, refused;
+  for (const auto& [record, linked, antiLinked] : statements) {
+    for (const std::int32_t other : linked) links.insert(std::minmax(record, other));
+    for (const std::int32_t other : antiLinked) refused.insert(std::minmax(record, other));
+  }
+  std::map<std::int32_t, std::set<std::int32_t>> sets;
+  const auto setOf = [&](std::int32_t record) { return sets.try_emplace(record, std::set{record}).first->second; };
+  for (const auto& [one, other] : links) {
+    std::set<std::int32_t> joined = setOf(one);
+    const std::set<std::int32_t> others = setOf(other);
+    if (joined == others) continue;
+    const auto refuse = [&](std::int32_t left) {
+      return std::ranges::any_of(others,
+                                 [&](std::int32_t right) { return refused.contains(std::minmax(left, right)); });
+    };
+    if (std::ranges::any_of(joined, refuse)) continue;
+    joined.insert(others.begin(), others.end());
+    for (const std::int32_t member : joined) sets[member] = joined;
+  }
+  Sets lowest;
+  for (const auto& [record, set] : sets) {
+    if (set.size() > 1) lowest[record] = *set.begin();
+  }
+  return lowest;
+}
+
+TEST(ContactLinks, AnyCardsGiveTheSetsOfTheRules) {
+  for (unsigned seed = 0; seed < 500; ++seed) {
+    std::mt19937 random(seed);
+    const auto below = [&](unsigned end) { return static_cast<std::int32_t>(random() % end); };
+    std::vector<LinkStatement> statements;
+    for (std::int32_t record = 1; record < 2 + below(30); ++record) {
+      statements.push_back({record, {}, {}});
+      for (std::int32_t left = below(4); left > 0; --left) statements.back().links.push_back(1 + below(30));
+      for (std::int32_t left = below(3); left > 0; --left) statements.back().antiLinks.push_back(1 + below(30));
+    }
+    EXPECT_EQ(linkedSets(statements), setsByTheRules(statements)) << "seed " << seed;
+  }
+}
+
+// A card that names 100,000 others, and refuses as many: one look at each refusal for each link would take days.
+TEST(ContactLinks, ACardMayNameAllOthers) {
+  constexpr std::int32_t many = 100'000;
+  LinkStatement statement{1, {}, {}};
+  for (std::int32_t number = 1; number < many; ++number) {
+    statement.links.push_back(2 * number);
+    statement.antiLinks.push_back(2 * number + 1);
+  }
+  const Sets sets = linkedSets({statement, {2, {3}, {}}});
+  EXPECT_EQ(sets.size(), static_cast<std::size_t>(many));
+  EXPECT_FALSE(sets.contains(3));
 }
 
 }  // namespace
