@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -27,14 +28,13 @@ struct Listed {
 };
 
 std::vector<Listed> listedContacts(Session& session, const std::optional<std::string>& pattern) {
-  const PLFriendsManager& manager = session.manager();
-  std::set<std::string> friendGuids;
-  for (const FriendAt& found : allFriends(manager)) friendGuids.insert(found.person->abRecordGUID().value_or(""));
-  const auto isFriend = [&](const std::string& guid) { return friendGuids.contains(guid); };
+  FriendFinder friends(session.manager());
+  std::map<const std::vector<std::string>*, bool> known;  // by the records of a person
   std::vector<Listed> listed;
   for (ContactEntry& contact : contactsMatching(session, pattern)) {
-    const bool known = isFriend(contact.guid) || std::ranges::any_of(contact.linkedGuids, isFriend);
-    listed.push_back({std::move(contact), known});
+    const auto [person, isNew] = known.try_emplace(contact.personGuids.get());
+    if (isNew) person->second = friendThatIs(friends, contact).has_value();
+    listed.push_back({std::move(contact), person->second});
   }
   return listed;
 }
@@ -89,7 +89,8 @@ void allow(Session& session, const std::string& who) {
   session.requireContacts();
   const auto contact = contactNamed(session, who);
   if (!contact) throw CommandError("no contact is called " + inQuotes(who));
-  const auto known = friendThatIs(session.manager(), *contact);
+  FriendFinder friends(session.manager());
+  const auto known = friendThatIs(friends, *contact);
   if (known) {
     answerRefusal(session, *contact, "isFriend", true);
     throw CommandError(nameOf(*contact) + " is a friend already (" + textOf(known->place) + ")");

@@ -1,7 +1,10 @@
 #include "cli/ContactSearch.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <map>
 #include <set>
+#include <utility>
 
 #include "cli/CommandError.h"
 #include "cli/NameMatch.h"
@@ -15,19 +18,37 @@ void append(std::vector<std::string>& all, const std::optional<std::vector<std::
   if (some) all.insert(all.end(), some->begin(), some->end());
 }
 
-ContactEntry entryOf(const RecordRef& record) {
+using PersonGuids = std::shared_ptr<const std::vector<std::string>>;
+
+PersonGuids personGuidsOf(ContactRecord& record) {
+  std::vector<std::string> guids;
+  for (const RecordRef& linked : record.allLinkedPeople()) guids.push_back(linked->recordGUID());
+  return std::make_shared<const std::vector<std::string>>(std::move(guids));
+}
+
+ContactEntry entryOf(const ContactRecord& record, PersonGuids personGuids) {
   ContactEntry entry;
-  entry.guid = record->recordGUID();
-  entry.name = record->compositeName();
-  if (!entry.name) entry.name = record->nickname();
-  append(entry.destinations, record->phoneValues());
-  append(entry.destinations, record->emailValues());
-  for (const RecordRef& linked : record->allLinkedPeople()) {
-    if (linked != record) entry.linkedGuids.push_back(linked->recordGUID());
-  }
-  const auto values = PLPerson::allValuesForPerson(record);
-  entry.reachableBy = values ? values->size() : 0;
+  entry.guid = record.recordGUID();
+  entry.name = record.compositeName();
+  if (!entry.name) entry.name = record.nickname();
+  append(entry.destinations, record.phoneValues());
+  append(entry.destinations, record.emailValues());
+  entry.personGuids = std::move(personGuids);
   return entry;
+}
+
+// Each person's records are looked for once.
+std::vector<ContactEntry> entriesOf(const std::vector<RecordRef>& records) {
+  std::map<std::int32_t, PersonGuids> sets;
+  std::vector<ContactEntry> entries;
+  entries.reserve(records.size());
+  for (const RecordRef& record : records) {
+    const bool isLinked = record->linkID() != InvalidRecordID;
+    PersonGuids& guids = sets[isLinked ? record->linkID() : record->recordID()];
+    if (!guids) guids = personGuidsOf(*record);
+    entries.push_back(entryOf(*record, guids));
+  }
+  return entries;
 }
 
 // One record for each person: of linked records the first that fits.
@@ -35,27 +56,10 @@ std::vector<RecordRef> persons(const std::vector<RecordRef>& records) {
   std::vector<RecordRef> found;
   std::set<std::int32_t> seen;
   for (const RecordRef& record : records) {
-    if (seen.insert(record->allLinkedPeople().front()->recordID()).second) found.push_back(record);
+    const bool isLinked = record->linkID() != InvalidRecordID;
+    if (seen.insert(isLinked ? record->linkID() : record->recordID()).second) found.push_back(record);
   }
   return found;
-}
-
-std::vector<RecordRef> peopleThat(AddressBook& addressBook, const auto& fits) {
-  std::vector<RecordRef> people = addressBook.allPeople();
-  std::erase_if(people, [&](const RecordRef& record) { return !fits(*record); });
-  return people;
-}
-
-std::vector<RecordRef> search(AddressBook& addressBook, const std::string& who) {
-  if (const RecordRef record = addressBook.copyPersonMatchingGUID(who)) return {record};
-  if (destinationKey(who)) {
-    if (const auto people = addressBook.orderedPeopleForDestination(who)) return persons(*people);
-  }
-  const NameMatch name(who);
-  if (const auto people = addressBook.copyPeopleMatchingName(who)) return persons(*people);
-  return persons(peopleThat(addressBook, [&](const ContactRecord& record) {
-    return name.isBeginning(record.compositeName()) || name.isBeginning(record.nickname());
-  }));
 }
 
 bool containsPattern(const ContactEntry& contact, const NameMatch& pattern) {
@@ -83,9 +87,7 @@ std::string nameOf(const ContactEntry& contact) {
 
 std::vector<ContactEntry> contactsMatching(Session& session, const std::optional<std::string>& pattern) {
   std::vector<ContactEntry> found;
-  session.withAddressBook([&](AddressBook& addressBook) {
-    for (const RecordRef& record : addressBook.allPeople()) found.push_back(entryOf(record));
-  });
+  session.withAddressBook([&](AddressBook& addressBook) { found = entriesOf(addressBook.allPeople()); });
   if (pattern) {
     const NameMatch match(*pattern);
     std::erase_if(found, [&](const ContactEntry& contact) { return !containsPattern(contact, match); });
@@ -98,18 +100,57 @@ std::vector<ContactEntry> contactsWithDestination(Session& session, const std::s
   std::vector<ContactEntry> found;
   session.withAddressBook([&](AddressBook& addressBook) {
     const auto people = addressBook.orderedPeopleForDestination(destination);
-    if (!people) return;
-    for (const RecordRef& person : persons(*people)) found.push_back(entryOf(person));
+    if (people) found = entriesOf(persons(*people));
   });
   return found;
 }
 
-std::optional<ContactEntry> contactNamed(Session& session, const std::string& who) {
+bool isReachable(Session& session, const ContactEntry& contact) {
+  bool isReachable = false;
+  session.withAddressBook([&](AddressBook& addressBook) {
+    const RecordRef record = addressBook.copyPersonMatchingGUID(contact.guid);
+    if (!record) return;
+    const auto values = PLPerson::allValuesForPerson(record);
+    isReachable = values && !values->empty();
+  });
+  return isReachable;
+}
+
+ContactFinder::ContactFinder(Session& session) : _session(session) {}
+
+ContactFinder::~ContactFinder() = default;
+
+std::vector<RecordRef> ContactFinder::search(AddressBook& addressBook, const std::string& who) {
+  if (const RecordRef record = addressBook.copyPersonMatchingGUID(who)) return {record};
+  if (destinationKey(who)) {
+    if (const auto people = addressBook.orderedPeopleForDestination(who)) return persons(*people);
+  }
+  if (const auto people = addressBook.copyPeopleMatchingName(who)) return persons(*people);
+  return persons(withBeginning(addressBook, who));
+}
+
+std::vector<RecordRef> ContactFinder::withBeginning(AddressBook& addressBook, const std::string& who) {
+  if (!_beginnings) {
+    _beginnings = std::make_unique<WordBeginnings>();
+    for (const RecordRef& record : addressBook.allPeople()) {
+      const auto number = static_cast<std::size_t>(record->recordID());
+      for (const auto& name : {record->compositeName(), record->nickname()}) {
+        if (name) _beginnings->add(number, upperCaseName(*name));
+      }
+    }
+  }
+  std::vector<RecordRef> people;
+  for (const std::size_t number : _beginnings->find(upperCaseName(who))) {
+    RecordRef record = addressBook.personForRecordID(static_cast<std::int32_t>(number));
+    if (record) people.push_back(std::move(record));
+  }
+  return people;
+}
+
+std::optional<ContactEntry> ContactFinder::named(const std::string& who) {
   if (who.empty()) throw UsageError("WHO is empty");
   std::vector<ContactEntry> found;
-  session.withAddressBook([&](AddressBook& addressBook) {
-    for (const RecordRef& record : search(addressBook, who)) found.push_back(entryOf(record));
-  });
+  _session.withAddressBook([&](AddressBook& addressBook) { found = entriesOf(search(addressBook, who)); });
   if (found.empty()) return std::nullopt;
   if (found.size() == 1) return found.front();
   std::vector<std::string> candidates;
@@ -119,15 +160,19 @@ std::optional<ContactEntry> contactNamed(Session& session, const std::string& wh
   throw AmbiguousError(who, candidates);
 }
 
-std::optional<FriendAt> friendThatIs(const PLFriendsManager& manager, const ContactEntry& contact) {
-  const auto isContact = [&](const PLPerson& person) {
-    const auto guid = person.abRecordGUID();
-    if (!guid || guid->empty()) return false;
-    return *guid == contact.guid || std::ranges::find(contact.linkedGuids, *guid) != contact.linkedGuids.end();
-  };
-  const auto found = friendsThat(manager, isContact);
-  if (found.empty()) return std::nullopt;
-  return found.front();
+std::optional<ContactEntry> contactNamed(Session& session, const std::string& who) {
+  return ContactFinder(session).named(who);
+}
+
+// The first in slot order of those that any of the GUIDs leads to.
+std::optional<FriendAt> friendThatIs(FriendFinder& friends, const ContactEntry& contact) {
+  std::optional<FriendAt> first;
+  for (const std::string& guid : *contact.personGuids) {
+    if (guid.empty()) continue;
+    const auto found = friends.withGuid(guid);
+    if (!found.empty() && (!first || found.front().place < first->place)) first = found.front();
+  }
+  return first;
 }
 
 }  // namespace pellor::cli

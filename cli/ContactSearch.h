@@ -1,13 +1,14 @@
 // Finds contacts by what the user calls them.
 #pragma once
 
-#include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "cli/FriendSearch.h"
 #include "cli/Session.h"
+#include "cli/WordBeginnings.h"
 
 namespace pellor::cli {
 
@@ -16,8 +17,8 @@ struct ContactEntry {
   std::string guid;
   std::optional<std::string> name;
   std::vector<std::string> destinations;  ///< of this record, numbers first, as they are written
-  std::vector<std::string> linkedGuids;   ///< of the other records of the same person
-  std::uint64_t reachableBy = 0;          ///< how many destinations the person has, linked records included
+  /// The GUIDs of all records of the same person, this one's included. Records of one person share them.
+  std::shared_ptr<const std::vector<std::string>> personGuids;
 };
 
 /// What to call a contact: its name, else its first number or address, else its GUID.
@@ -29,11 +30,31 @@ std::vector<ContactEntry> contactsMatching(Session& session, const std::optional
 /// The persons that have the number or address, one record each.
 std::vector<ContactEntry> contactsWithDestination(Session& session, const std::string& destination);
 
-/// The one person that `who` names: by GUID, number or address, whole name, or the beginning of the name. Absent when
-/// nobody fits; throws AmbiguousError when several do.
+/// Whether the person can be reached by any number or address, linked records included.
+bool isReachable(Session& session, const ContactEntry& contact);
+
+/// Finds contacts; what names begin with is put together when it is needed first.
+class ContactFinder {
+ public:
+  explicit ContactFinder(Session& session);
+  ~ContactFinder();
+
+  /// The one person that `who` names: by GUID, number or address, whole name, or the beginning of the name. Absent when
+  /// nobody fits; throws AmbiguousError when several do.
+  std::optional<ContactEntry> named(const std::string& who);
+
+ private:
+  std::vector<RecordRef> search(AddressBook& addressBook, const std::string& who);
+  std::vector<RecordRef> withBeginning(AddressBook& addressBook, const std::string& who);
+
+  Session& _session;
+  std::unique_ptr<WordBeginnings> _beginnings;  ///< of names, by record identifier
+};
+
+/// `ContactFinder::named`, for one search.
 std::optional<ContactEntry> contactNamed(Session& session, const std::string& who);
 
 /// The friend that the contact is, by its GUID or that of a linked record; absent when it is none.
-std::optional<FriendAt> friendThatIs(const PLFriendsManager& manager, const ContactEntry& contact);
+std::optional<FriendAt> friendThatIs(FriendFinder& friends, const ContactEntry& contact);
 
 }  // namespace pellor::cli

@@ -5,6 +5,8 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "cli/CommandLine.h"
@@ -23,30 +25,42 @@ CommandError isFriendAlready(const FriendAt& known) {
   return CommandError(nameOf(*known.person) + " is a friend already (" + textOf(known.place) + ")");
 }
 
-std::shared_ptr<PLPerson> personOf(PLFriendsManager& manager, const ContactEntry& contact) {
-  if (const auto known = friendThatIs(manager, contact)) throw isFriendAlready(*known);
-  if (contact.reachableBy == 0) throw CommandError(nameOf(contact) + " has neither a number nor an address");
-  return manager.personWithABRecordGUID(contact.guid);
-}
+/// Makes persons of what the user calls them.
+class PersonMaker {
+ public:
+  explicit PersonMaker(Session& session) : _session(session), _contacts(session), _friends(session.manager()) {}
 
-std::shared_ptr<PLPerson> personToAdd(Session& session, const std::string& who) {
-  PLFriendsManager& manager = session.manager();
-  if (const auto contact = contactNamed(session, who)) return personOf(manager, *contact);
-  if (isPlainDestination(who)) {
-    const auto known = friendsWithDestination(manager, who);
-    if (!known.empty()) throw isFriendAlready(known.front());
-    return manager.personWithDestinations({who});
+  std::shared_ptr<PLPerson> make(const std::string& who) {
+    if (const auto contact = _contacts.named(who)) return personOf(*contact);
+    if (isPlainDestination(who)) {
+      const auto known = _friends.withDestination(who);
+      if (!known.empty()) throw isFriendAlready(known.front());
+      return _session.manager().personWithDestinations({who});
+    }
+    _session.requireContacts();
+    throw CommandError("no contact is called " + inQuotes(who) + ", and it is neither a number nor an address");
   }
-  session.requireContacts();
-  throw CommandError("no contact is called " + inQuotes(who) + ", and it is neither a number nor an address");
-}
+
+ private:
+  std::shared_ptr<PLPerson> personOf(const ContactEntry& contact) {
+    if (const auto known = friendThatIs(_friends, contact)) throw isFriendAlready(*known);
+    if (!isReachable(_session, contact)) throw CommandError(nameOf(contact) + " has neither a number nor an address");
+    return _session.manager().personWithABRecordGUID(contact.guid);
+  }
+
+  Session& _session;
+  ContactFinder _contacts;
+  FriendFinder _friends;
+};
 
 Persons personsToAdd(Session& session, const std::vector<std::string>& who) {
+  PersonMaker maker(session);
   Persons persons;
+  std::unordered_set<std::shared_ptr<PLPerson>> known;
   for (const std::string& name : who) {
-    const auto person = personToAdd(session, name);
-    if (std::ranges::find(persons, person) != persons.end()) throw UsageError(nameOf(*person) + " is named twice");
-    persons.push_back(person);
+    auto person = maker.make(name);
+    if (!known.insert(person).second) throw UsageError(nameOf(*person) + " is named twice");
+    persons.push_back(std::move(person));
   }
   return persons;
 }
@@ -69,10 +83,9 @@ void requireRoom(Session& session, std::size_t wanted) {
 }
 
 std::vector<FriendAt> placesOf(const PLFriendsManager& manager, const Persons& persons) {
-  std::vector<FriendAt> found;
-  for (const FriendAt& candidate : allFriends(manager)) {
-    if (std::ranges::find(persons, candidate.person) != persons.end()) found.push_back(candidate);
-  }
+  const std::unordered_set<std::shared_ptr<PLPerson>> wanted(persons.begin(), persons.end());
+  std::vector<FriendAt> found = allFriends(manager);
+  std::erase_if(found, [&](const FriendAt& candidate) { return !wanted.contains(candidate.person); });
   return found;
 }
 

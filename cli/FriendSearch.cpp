@@ -1,25 +1,20 @@
 #include "cli/FriendSearch.h"
 
-#include <algorithm>
-#include <functional>
-#include <set>
+#include <unordered_set>
+#include <utility>
 
 #include "Pellor/PLDestination.h"
 #include "cli/CommandError.h"
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
 #include "cli/ShownNumbers.h"
+#include "cli/WordBeginnings.h"
 
 namespace pellor::cli {
 namespace {
 
 std::optional<std::string> ownName(const PLPerson& person) {
   return person.hasName() ? person.displayName() : std::nullopt;
-}
-
-bool hasDestination(const PLPerson& person, const std::string& key) {
-  const auto values = person.allValues();
-  return values && std::ranges::any_of(*values, [&](const std::string& value) { return destinationKey(value) == key; });
 }
 
 FriendAt friendAt(const PLFriendsManager& manager, const Place& place) {
@@ -56,36 +51,110 @@ std::vector<FriendAt> allFriends(const PLFriendsManager& manager) {
   return found;
 }
 
-std::vector<FriendAt> friendsWithDestination(const PLFriendsManager& manager, const std::string& destination) {
-  const auto key = destinationKey(destination);
-  if (!key) return {};
-  return friendsThat(manager, [&](const PLPerson& person) { return hasDestination(person, *key); });
+struct FriendFinder::Tables {
+  std::optional<std::vector<FriendAt>> friends;
+  std::optional<Table> guids;
+  std::optional<Table> destinations;
+  std::optional<Table> names;
+  std::optional<WordBeginnings> beginnings;
+};
+
+FriendFinder::FriendFinder(const PLFriendsManager& manager) : _manager(manager), _tables(std::make_unique<Tables>()) {}
+
+FriendFinder::~FriendFinder() = default;
+
+const std::vector<FriendAt>& FriendFinder::friends() {
+  if (!_tables->friends) _tables->friends = allFriends(_manager);
+  return *_tables->friends;
 }
 
-FriendAt friendNamed(const PLFriendsManager& manager, const std::string& who) {
+std::vector<FriendAt> FriendFinder::friendsOf(const Numbers& numbers) {
+  std::vector<FriendAt> found;
+  found.reserve(numbers.size());
+  for (const std::size_t number : numbers) found.push_back(friends()[number]);
+  return found;
+}
+
+std::vector<FriendAt> FriendFinder::friendsIn(std::optional<Table>& table, const std::string& key,
+                                              void (FriendFinder::*fill)(Table&)) {
+  if (!table) (this->*fill)(table.emplace());
+  const auto found = table->find(key);
+  return found == table->end() ? std::vector<FriendAt>() : friendsOf(found->second);
+}
+
+void FriendFinder::fillGuids(Table& table) {
+  for (std::size_t number = 0; number < friends().size(); ++number) {
+    if (auto guid = friends()[number].person->abRecordGUID()) table[*std::move(guid)].push_back(number);
+  }
+}
+
+// Two spellings of one number are one key of a friend, who is found once by it.
+void FriendFinder::fillDestinations(Table& table) {
+  for (std::size_t number = 0; number < friends().size(); ++number) {
+    const auto values = friends()[number].person->allValues();
+    if (!values) continue;
+    for (const std::string& value : *values) {
+      const auto key = destinationKey(value);
+      if (!key) continue;
+      Numbers& numbers = table[*key];
+      if (numbers.empty() || numbers.back() != number) numbers.push_back(number);
+    }
+  }
+}
+
+void FriendFinder::fillNames(Table& table) {
+  for (std::size_t number = 0; number < friends().size(); ++number) {
+    if (const auto name = ownName(*friends()[number].person)) table[wholeNameKey(*name)].push_back(number);
+  }
+}
+
+std::vector<FriendAt> FriendFinder::withGuid(const std::string& guid) {
+  return friendsIn(_tables->guids, guid, &FriendFinder::fillGuids);
+}
+
+std::vector<FriendAt> FriendFinder::withDestination(const std::string& destination) {
+  const auto key = destinationKey(destination);
+  if (!key) return {};
+  return friendsIn(_tables->destinations, *key, &FriendFinder::fillDestinations);
+}
+
+std::vector<FriendAt> FriendFinder::withName(const std::string& who) {
+  return friendsIn(_tables->names, wholeNameKey(who), &FriendFinder::fillNames);
+}
+
+std::vector<FriendAt> FriendFinder::withBeginning(const std::string& who) {
+  if (!_tables->beginnings) {
+    WordBeginnings& beginnings = _tables->beginnings.emplace();
+    for (std::size_t number = 0; number < friends().size(); ++number) {
+      if (const auto name = ownName(*friends()[number].person)) beginnings.add(number, upperCaseName(*name));
+    }
+  }
+  return friendsOf(_tables->beginnings->find(upperCaseName(who)));
+}
+
+FriendAt FriendFinder::named(const std::string& who) {
   if (who.empty()) throw UsageError("WHO is empty");
-  if (const auto place = placeIn(who)) return friendAt(manager, *place);
-  const NameMatch name(who);
-  const std::function<std::vector<FriendAt>()> searches[] = {
-      [&] { return friendsThat(manager, [&](const PLPerson& person) { return person.abRecordGUID() == who; }); },
-      [&] { return friendsWithDestination(manager, who); },
-      [&] { return friendsThat(manager, [&](const PLPerson& person) { return name.isWhole(ownName(person)); }); },
-      [&] { return friendsThat(manager, [&](const PLPerson& person) { return name.isBeginning(ownName(person)); }); },
-  };
-  for (const auto& search : searches) {
-    if (const auto found = search(); !found.empty()) return onlyOne(who, found);
+  if (const auto place = placeIn(who)) return friendAt(_manager, *place);
+  using Search = std::vector<FriendAt> (FriendFinder::*)(const std::string&);
+  for (const Search search : {&FriendFinder::withGuid, &FriendFinder::withDestination, &FriendFinder::withName,
+                              &FriendFinder::withBeginning}) {
+    if (const auto found = (this->*search)(who); !found.empty()) return onlyOne(who, found);
   }
   throw CommandError("no friend is called " + inQuotes(who));
 }
 
+FriendAt friendNamed(const PLFriendsManager& manager, const std::string& who) {
+  return FriendFinder(manager).named(who);
+}
+
 std::vector<FriendAt> friendsNamed(const PLFriendsManager& manager, const std::vector<std::string>& who) {
+  FriendFinder finder(manager);
   std::vector<FriendAt> found;
+  std::unordered_set<const PLPerson*> named;
   for (const std::string& name : who) {
-    found.push_back(friendNamed(manager, name));
-    const auto isSame = [&](const FriendAt& other) { return other.place == found.back().place; };
-    if (std::ranges::count_if(found, isSame) > 1) {
-      throw UsageError(nameOf(*found.back().person) + " is named twice");
-    }
+    found.push_back(finder.named(name));
+    const PLPerson& person = *found.back().person;
+    if (!named.insert(&person).second) throw UsageError(nameOf(person) + " is named twice");
   }
   return found;
 }

@@ -1,9 +1,12 @@
 // Finds friends by what the user calls them.
 #pragma once
 
+#include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "Pellor/PLFriendGroup.h"
@@ -23,19 +26,44 @@ struct FriendAt {
 /// All friends on the pages, in slot order.
 std::vector<FriendAt> allFriends(const PLFriendsManager& manager);
 
-/// The friends for whom `fits` is true, in slot order.
-template <class Fits>
-std::vector<FriendAt> friendsThat(const PLFriendsManager& manager, Fits fits) {
-  std::vector<FriendAt> found = allFriends(manager);
-  std::erase_if(found, [&](const FriendAt& candidate) { return !fits(*candidate.person); });
-  return found;
-}
+/// Finds the friends that are on the pages when it is made; what it looks them up by is put together when it is needed
+/// first. Not after a friend has changed.
+class FriendFinder {
+ public:
+  explicit FriendFinder(const PLFriendsManager& manager);
+  ~FriendFinder();
 
-/// The friends that have the number or address, however it is written.
-std::vector<FriendAt> friendsWithDestination(const PLFriendsManager& manager, const std::string& destination);
+  const PLFriendsManager& manager() const { return _manager; }
 
-/// The one friend that `who` names: by PAGE:SLOT, GUID, number or address, whole name, or the beginning of the name.
-/// The first of these that fits anybody decides. Throws CommandError when nobody fits, AmbiguousError when several do.
+  /// In slot order.
+  std::vector<FriendAt> withGuid(const std::string& guid);
+  /// The friends that have the number or address, however it is written, in slot order.
+  std::vector<FriendAt> withDestination(const std::string& destination);
+  /// The one friend that `who` names: by PAGE:SLOT, GUID, number or address, whole name, or the beginning of the name.
+  /// The first of these that fits anybody decides. Throws CommandError when nobody fits, AmbiguousError when several
+  /// do.
+  FriendAt named(const std::string& who);
+
+ private:
+  struct Tables;
+  using Numbers = std::vector<std::size_t>;
+  using Table = std::unordered_map<std::string, Numbers>;
+
+  const std::vector<FriendAt>& friends();
+  std::vector<FriendAt> friendsOf(const Numbers& numbers);
+  std::vector<FriendAt> friendsIn(std::optional<Table>& table, const std::string& key,
+                                  void (FriendFinder::*fill)(Table&));
+  void fillGuids(Table& table);
+  void fillDestinations(Table& table);
+  void fillNames(Table& table);
+  std::vector<FriendAt> withName(const std::string& who);
+  std::vector<FriendAt> withBeginning(const std::string& who);
+
+  const PLFriendsManager& _manager;
+  const std::unique_ptr<Tables> _tables;
+};
+
+/// `FriendFinder::named`, for one search.
 FriendAt friendNamed(const PLFriendsManager& manager, const std::string& who);
 
 /// The same for each of several names. Throws UsageError when two name the same friend.

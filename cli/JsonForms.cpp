@@ -96,10 +96,14 @@ Json jsonOf(const FriendAt& found) {
 }
 
 Json jsonOf(const ContactEntry& contact, bool isFriend) {
+  Json linked = Json::array();
+  for (const std::string& guid : *contact.personGuids) {
+    if (guid != contact.guid) linked.push_back(guid);
+  }
   return {{"guid", contact.guid},
           {"name", jsonOf(contact.name)},
           {"destinations", contact.destinations},
-          {"linkedGuids", contact.linkedGuids},
+          {"linkedGuids", std::move(linked)},
           {"isFriend", isFriend}};
 }
 

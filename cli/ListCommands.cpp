@@ -60,9 +60,9 @@ struct Owners {
 };
 
 Owners ownersOf(Session& session, const std::string& destination) {
-  const PLFriendsManager& manager = session.manager();
-  Owners owners{friendsWithDestination(manager, destination), contactsWithDestination(session, destination)};
-  std::erase_if(owners.contacts, [&](const auto& contact) { return friendThatIs(manager, contact).has_value(); });
+  FriendFinder friends(session.manager());
+  Owners owners{friends.withDestination(destination), contactsWithDestination(session, destination)};
+  std::erase_if(owners.contacts, [&](const auto& contact) { return friendThatIs(friends, contact).has_value(); });
   return owners;
 }
 

@@ -5,6 +5,7 @@
 #include "Pellor/PLDestination.h"
 #include "linux/LibPhoneNumber.h"
 #include "linux/NameSearchKey.h"
+#include "linux/TextLimits.h"
 #include "platform/Platform.h"
 #include "runtime/Process.h"
 
@@ -12,8 +13,6 @@ namespace pellor::cli {
 namespace {
 
 constexpr std::ptrdiff_t FewestDigits = 3;
-
-std::string upperCase(const std::string& text) { return platformOf(Process::current()).text->uppercase(text); }
 
 bool isEmailAddress(std::string_view text) {
   const auto at = text.rfind('@');
@@ -31,34 +30,35 @@ bool isWrittenNumber(std::string_view text) {
 
 }  // namespace
 
-NameMatch::NameMatch(const std::string& typed) : _key(nameSearchKey(typed)), _upperCase(upperCase(typed)) {}
+NameMatch::NameMatch(const std::string& typed) : _key(wholeNameKey(typed)), _upperCase(upperCaseName(typed)) {}
 
-bool NameMatch::isWhole(const std::optional<std::string>& name) const {
-  return name && (_key.empty() ? upperCase(*name) == _upperCase : nameSearchKey(*name) == _key);
-}
-
-bool NameMatch::isBeginning(const std::optional<std::string>& name) const {
-  if (!name) return false;
-  const std::string text = upperCase(*name);
-  for (auto place = text.find(_upperCase); place != std::string::npos; place = text.find(_upperCase, place + 1)) {
-    if (place == 0 || text[place - 1] == ' ') return true;
-  }
-  return false;
-}
+bool NameMatch::isWhole(const std::optional<std::string>& name) const { return name && wholeNameKey(*name) == _key; }
 
 bool NameMatch::isPart(const std::optional<std::string>& name) const {
-  return name && upperCase(*name).find(_upperCase) != std::string::npos;
+  return name && upperCaseName(*name).find(_upperCase) != std::string::npos;
+}
+
+// No key of words begins with a zero byte.
+std::string wholeNameKey(const std::string& name) {
+  std::string key = nameSearchKey(name);
+  return key.empty() ? '\0' + upperCaseName(name) : key;
+}
+
+std::string upperCaseName(std::string_view name) {
+  return platformOf(Process::current()).text->uppercase(nameWithinLimit(name));
 }
 
 std::optional<std::string> destinationKey(std::string_view text) {
+  if (isTooLongForDestination(text)) return std::nullopt;
   const auto type = plMessageDestinationType(text);
   if (type == PLMessageDestinationTypeUnknown) return std::nullopt;
   const auto canonical = plMessageCanonicalRawAddress(text);
   // The case of an address may matter to its server; for finding it does not.
-  return canonical && type == PLMessageDestinationTypeEmail ? upperCase(*canonical) : canonical;
+  return canonical && type == PLMessageDestinationTypeEmail ? upperCaseName(*canonical) : canonical;
 }
 
 bool isPlainDestination(std::string_view text) {
+  if (isTooLongForDestination(text)) return false;
   const std::string address = plMessageRawAddress(text);
   if (isEmailAddress(address) || isWrittenNumber(address)) return true;
   const std::string region = platformOf(Process::current()).phoneNumbers->homeCountryCode();

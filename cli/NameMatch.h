@@ -12,8 +12,6 @@ class NameMatch {
  public:
   explicit NameMatch(const std::string& typed);
   bool isWhole(const std::optional<std::string>& name) const;
-  /// Whether the name, or one of its words, begins with what was typed.
-  bool isBeginning(const std::optional<std::string>& name) const;
   bool isPart(const std::optional<std::string>& name) const;
 
  private:
@@ -21,7 +19,14 @@ class NameMatch {
   std::string _upperCase;
 };
 
-/// The form in which two spellings of a number or address are equal; absent for a text that is neither.
+/// Equal for two names that are the same one whatever their case, accents and order of words; a name without words is
+/// only the same as itself.
+std::string wholeNameKey(const std::string& name);
+
+/// The name without its case, for comparing parts of it.
+std::string upperCaseName(std::string_view name);
+
+/// The form in which two spellings of a number or address are equal; absent for a text that is neither, or too long.
 std::optional<std::string> destinationKey(std::string_view text);
 
 /// Whether the text can be nothing but a number or an address, so that it may be added without a contact.

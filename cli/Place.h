@@ -1,6 +1,7 @@
 // Where a friend is, as the user writes it.
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -12,7 +13,7 @@ namespace pellor::cli {
 struct Place {
   std::uint64_t page = 0;
   std::uint64_t slot = 0;
-  friend bool operator==(const Place&, const Place&) = default;
+  friend auto operator<=>(const Place&, const Place&) = default;
 };
 
 std::string textOf(const Place& place);
