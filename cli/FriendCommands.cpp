@@ -10,6 +10,7 @@
 #include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
+#include "linux/TextLimits.h"
 
 namespace pellor::cli {
 namespace {
@@ -22,6 +23,7 @@ struct ReplyAsArguments {
 
 void replyAs(Session& session, const ReplyAsArguments& arguments) {
   const bool changes = arguments.address || arguments.clears;
+  if (arguments.address && isTooLongForDestination(*arguments.address)) throw UsageError("ADDRESS is too long for one");
   if (changes) session.requireWritableStore();
   const FriendAt found = friendNamed(session.manager(), arguments.who);
   if (changes) {

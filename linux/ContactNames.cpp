@@ -58,8 +58,8 @@ Order orderOf(const ContactCard& card, bool surnameFirst) {
 }  // namespace
 
 std::optional<std::string> compositeName(const ContactCard& card, bool surnameFirst) {
-  if (hasNameParts(card)) return std::string(nameWithinLimit(arranged(card, orderOf(card, surnameFirst))));
-  return card.formattedName ? card.formattedName : card.organization;
+  if (!hasNameParts(card)) return card.formattedName ? card.formattedName : card.organization;
+  return std::string(nameWithinLimit(arranged(card, orderOf(card, surnameFirst))));
 }
 
 std::vector<std::string> searchableNames(const ContactCard& card) {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "linux/BlockedSignals.h"
+#include "linux/TextLimits.h"
 
 namespace pellor {
 namespace {
@@ -134,6 +135,7 @@ DestinationStatuses DirectoryReachability::statusesOf(const std::vector<Question
 
 std::optional<std::string> DirectoryReachability::identifierOf(const std::string& destination) {
   const std::string raw = _conversions->rawAddressForDestination(destination);
+  if (isTooLongForDestination(raw)) return std::nullopt;
   const bool isAddress = destination.find('@') != std::string::npos || destination.find("mailto:") != std::string::npos;
   return isAddress ? _conversions->identifierForEmailAddress(raw) : _conversions->identifierForPhoneNumber(raw);
 }

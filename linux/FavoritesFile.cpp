@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <map>
 #include <utility>
 
 #include "linux/CardText.h"
@@ -12,6 +13,7 @@
 #include "linux/IndexedAddressBookHandle.h"
 #include "linux/MarkedFavorites.h"
 #include "linux/PrivateFiles.h"
+#include "linux/TextLimits.h"
 
 namespace pellor {
 
@@ -31,6 +33,8 @@ std::string nextField(std::string_view& text) {
 Line lineOf(std::string_view text) {
   Line line;
   for (std::string* field : {&line.guid, &line.value, &line.name}) *field = nextField(text);
+  if (isTooLongForDestination(line.value)) line.value.clear();
+  line.name.resize(nameWithinLimit(line.name).size());
   return line;
 }
 
@@ -76,12 +80,14 @@ struct FavoritesFile::Content {
 
   /// Takes these lines; comments go where their lines went, those of lines that are gone go with them.
   void setLines(std::vector<Line> lines) {
-    std::vector<Entry> former = std::exchange(entries, {});
+    std::multimap<std::string, std::string> comments;
+    for (Entry& entry : std::exchange(entries, {})) comments.emplace(textOf(entry.line), std::move(entry.comments));
     for (Line& line : lines) {
-      const auto same =
-          std::find_if(former.begin(), former.end(), [&](const Entry& entry) { return entry.line == line; });
-      entries.push_back({same == former.end() ? std::string() : same->comments, std::move(line)});
-      if (same != former.end()) former.erase(same);
+      const std::string text = textOf(line);
+      const auto known = comments.lower_bound(text);
+      const bool isKnown = known != comments.end() && known->first == text;
+      entries.push_back({isKnown ? std::move(known->second) : std::string(), std::move(line)});
+      if (isKnown) comments.erase(known);
     }
   }
 };

@@ -3,9 +3,8 @@
 #include <unicode/uchar.h>
 #include <unicode/utf8.h>
 
-#include <array>
+#include <cstddef>
 #include <cstdint>
-#include <cstdio>
 
 namespace pellor {
 namespace {
@@ -137,12 +136,12 @@ bool holdsWritingFromRight(std::string_view text) {
 }
 
 void appendEscaped(std::string& json, UChar32 character) {
-  const auto append = [&](unsigned unit) {
-    std::array<char, 8> escape{};
-    std::snprintf(escape.data(), escape.size(), "\\u%04x", unit);
-    json += escape.data();
+  const auto append = [&](UChar32 unit) {
+    constexpr std::string_view digits = "0123456789abcdef";
+    json += "\\u";
+    for (int shift = 12; shift >= 0; shift -= 4) json += digits[static_cast<std::size_t>(unit >> shift & 0xF)];
   };
-  if (U_IS_BMP(character)) return append(static_cast<unsigned>(character));
+  if (U_IS_BMP(character)) return append(character);
   append(U16_LEAD(character));
   append(U16_TRAIL(character));
 }

@@ -154,6 +154,13 @@ TEST_F(DirectoryReachabilityTest, WhatWaitsIsAskedForTogetherAndPriorityFirst) {
                           Identifiers{"mailto:6@b"}));
 }
 
+TEST_F(DirectoryReachabilityTest, WhatIsTooLongIsNotAskedFor) {
+  const std::string number(251, '1'), address = std::string(320, 'a') + "@b";
+  EXPECT_EQ(answered(ask({number, address, "a@b"})),
+            (DestinationStatuses{{number, unknown}, {address, unknown}, {"a@b", invalid}}));
+  EXPECT_THAT(directory.asked(), ElementsAre(Identifiers{"mailto:a@b"}));
+}
+
 TEST_F(DirectoryReachabilityTest, OneThatIsAwayIsLeftAloneForAGrowingPauseAndSpokenOfOnceEachWay) {
   using std::chrono::seconds;
   const std::string ada = "ada@example.org";

@@ -58,6 +58,14 @@ TEST_F(FavoritesFileTest, ReadsWhatPeopleWrite) {
   EXPECT_TRUE(log->contains("favorite Only a name is left out")) << "nobody could be reached through it";
 }
 
+TEST_F(FavoritesFileTest, WhatIsTooLongIsCutOrNoNumber) {
+  const std::string digits(20'000, '1');
+  const std::string name(1'000'000, 'x');
+  writeFile(contacts / "favorites", "\t+493023125009\t" + name + "\n\t" + digits + "\tFar\nanna\t" + digits + "\n");
+  EXPECT_THAT(entries(), ElementsAre(name.substr(0, 1000) + "|+493023125009|-", "Anna|+493023125001|anna"));
+  EXPECT_TRUE(log->contains("favorite Far is left out"));
+}
+
 TEST_F(FavoritesFileTest, WithoutAFileTheMarksCount) {
   EXPECT_THAT(entries(), ElementsAre());
   put("c.vcf", card("c", "Zoe", "X-FOLKS-FAVOURITE:true\nTEL:+493023125003\n"));
