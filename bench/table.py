@@ -27,6 +27,8 @@ ROUNDS = int(os.environ.get("BENCH_ROUNDS", 3 if QUICK else 7))
 SIZES = (240, 24_000) if QUICK else (240, 24_000, 240_000)
 ALL_SIZES = (240, 24_000, 240_000)
 LONG = (24_000, 240_000)
+TEXT_SIZES = (62_500, 250_000, 1_000_000)
+REQUEST_SIZES = (3_750, 15_000, 60_000)
 
 
 def ratio(limit):
@@ -39,7 +41,7 @@ def absolute(limit):
 
 @dataclass
 class Row:
-    """One row of the table for each size; a size of None is a row without one.
+    """One row of the table for each size, mostly how many friends there are; a size of None is a row without one.
 
     `yardstick` adds up benchmarks, each with a factor; `{}` stands for the size. `bars` has a limit for each size, a
     ratio to the yardstick or a value; where there is none the row is for information. Times are in nanoseconds, and
@@ -59,6 +61,11 @@ class Row:
 
 def every(bar):
     return {size: bar for size in ALL_SIZES}
+
+
+def growing(title, measured, sizes):
+    """A row whose cost must grow in proportion to its size, whatever it is."""
+    return Row(title, "bench_growth", f"{measured}/{{}}", {}, exponent=1.1, sizes=sizes)
 
 
 def once(bar):
@@ -123,6 +130,15 @@ ROWS = [
         sizes=(None,)),
     Row("`pellor list`, 240 friends: CPU", "bench_program", "pellorList", once(absolute(10)), counter="cpu",
         unit="milliseconds", sizes=(None,)),
+    *(growing(f"a card with a long {what}", measured, TEXT_SIZES)
+      for what, measured in (("name", "cardName"), ("name of marks", "cardMarks"), ("folded name", "cardFolds"),
+                             ("quoted-printable name", "cardSoftBreaks"), ("list of parts", "cardParts"),
+                             ("list of labels", "cardLabels"), ("list of numbers", "cardNumbers"))),
+    growing("a line to the terminal", "terminalLine", TEXT_SIZES),
+    growing("canonical form of a long number", "canonicalForm", TEXT_SIZES),
+    *(growing(f"`pellor add` of many {what}", measured, REQUEST_SIZES)
+      for what, measured in (("names", "addNames"), ("beginnings of names", "addBeginnings"),
+                             ("numbers", "addNumbers"))),
     Row("idle process with a list: wake-ups", "bench_program", "idle", once(absolute(0)), counter="wakeups",
         unit="count", sizes=(None,)),
 ]
@@ -138,7 +154,8 @@ WAITS = ("bench_program", "idle")
 def names_of(row):
     """The benchmarks that a row needs, with their sizes."""
     parts = [row.measured] + [name.split(":")[0] for _, name in row.yardstick]
-    return {part.format(size) for part in parts for size in row.sizes if size is None or size in SIZES}
+    return {part.format(size) for part in parts for size in row.sizes
+            if size in SIZES or size not in ALL_SIZES}
 
 
 def start(folder, program, names):
@@ -253,7 +270,7 @@ def lines_of(row, values):
         before = (size, value)
 
 
-HEADINGS = ["what", "friends", "median", "yardstick", "ratio", "bar", "holds", "growth"]
+HEADINGS = ["what", "size", "median", "yardstick", "ratio", "bar", "holds", "growth"]
 
 
 def plain(lines):

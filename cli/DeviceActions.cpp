@@ -45,13 +45,13 @@ void prepare(const DevicePairing& pairing, const DevicePairArguments& arguments)
 }
 
 std::string textOf(const DevicePairing& pairing, const std::string& request) {
-  std::string text = "device: " + *pairing.name() + "\n";
+  std::string text = "device: " + printable(*pairing.name()) + "\n";
   if (!request.empty()) text += "request to be signed by the broker's authority: " + request + "\n";
   if (!pairing.hasCertificate()) text += "then: pellor device pair --certificate FILE --ca FILE\n";
   text += "invitation for the other device: " + pairing.invitation() + "\n";
   const auto peer = pairing.peer();
   if (!peer) return text;
-  return text + "paired with: " + *peer + "\nfingerprint, the same on both: " + *pairing.fingerprint() + "\n";
+  return text + "paired with: " + printable(*peer) + "\nfingerprint, the same on both: " + *pairing.fingerprint() + "\n";
 }
 
 Json jsonOf(const DevicePairing& pairing, const std::string& request) {
@@ -103,8 +103,8 @@ struct DeviceStatus {
 
 std::string textOf(const std::optional<RefusedGeneration>& refused, const std::string& by) {
   if (!refused) return "";
-  return "generation " + std::to_string(refused->generation) + " was refused by " + by + ": " + refused->reason +
-         "\n-> pellor device serve --accept-smaller, there, takes it all the same\n";
+  return "generation " + std::to_string(refused->generation) + " was refused by " + by + ": " +
+         printable(refused->reason) + "\n-> pellor device serve --accept-smaller, there, takes it all the same\n";
 }
 
 std::string nameOf(bool isCompleted) { return isCompleted ? "completed" : "not completed"; }
@@ -121,7 +121,8 @@ std::string sendingText(const DeviceStatus& status) {
 
 std::string textOf(const DeviceStatus& status) {
   if (!status.sent.peer) return "no device is paired\n";
-  std::string text = "device: " + status.sent.name.value_or("(none)") + "\npaired with: " + *status.sent.peer + "\n";
+  std::string text = "device: " + printable(status.sent.name.value_or("(none)")) +
+                     "\npaired with: " + printable(*status.sent.peer) + "\n";
   if (!status.sent.problem.empty()) text += "the broker is away: " + printable(status.sent.problem) + "\n";
   text += sendingText(status);
   if (status.received.generation > 0) {
@@ -222,7 +223,7 @@ void revokeDevice(Session& session) {
     asking.runUntil([&](const PairedDeviceStatus&) { return file.read().emptied.empty(); });
     const bool isEmptied = file.read().emptied.empty();
     const std::string rest = "; the broker still has what was sent to it, until it can be reached";
-    session.answer([&] { return "revoked " + peer + (isEmptied ? "" : rest) + "\n"; },
+    session.answer([&] { return "revoked " + printable(peer) + (isEmptied ? "" : rest) + "\n"; },
                    [&] {
                      return Json{{"revoked", peer}, {"isEmptied", isEmptied}};
                    });

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "linux/PrivateFiles.h"
+#include "linux/TerminalText.h"
 
 namespace pellor {
 namespace {
@@ -59,7 +60,7 @@ void JournalLog::write(const LogEntry& entry) {
 }
 
 bool JournalLog::send(const LogEntry& entry, LogEntry::Private privacy) const {
-  return sendFields({"MESSAGE=" + entry.messageText(privacy),
+  return sendFields({"MESSAGE=" + terminalText(entry.messageText(privacy)),
                      std::string("PRIORITY=") + (privacy == LogEntry::Private::shown ? Debug : Info),
                      "SYSLOG_IDENTIFIER=" + _options.identifier, "CODE_FUNC=" + entry.operation,
                      "CODE_LINE=" + std::to_string(entry.line), "PELLOR_SUBSYSTEM=" + entry.subsystem,
