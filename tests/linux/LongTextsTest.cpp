@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -156,6 +157,33 @@ TEST(LongTexts, ThePropertiesThatTheParserGetsAreShort) {
   const std::string usual =
       card("FN:Ann\r\n Lee\r\nPHOTO:" + times(2000, "A") + "\r\nTEL;TYPE=x:1\nNOTE;ENCODING=QUOTED-PRINTABLE:a=\nb\n");
   EXPECT_EQ(boundedCard(usual).text, usual) << "a card as there are many was changed";
+}
+
+TEST(LongTexts, AnyTextIsBoundedAndAShortOneStaysAsItIs) {
+  const std::vector<std::string> pieces = {"N:",  "TEL",  ";TYPE=a", ";ENCODING=QUOTED-PRINTABLE",
+                                           ":",   "\"",   "\\",      "=",
+                                           "=\n", "\r\n", "\n ",     "\n\t",
+                                           ";",   ",",    "a",       "=C3",
+                                           "é",   "\xC3", " ",       "X-FOLKS-CONTACTS-IDS:",
+                                           ".",   "FN:",  "\n",      "END:VCARD\n"};
+  std::mt19937 random(1);
+  for (int round = 0; round < 100; ++round) {
+    std::string text;
+    for (std::size_t left = random() % 60; left > 0; --left) text += pieces[random() % pieces.size()];
+    EXPECT_EQ(boundedCard(text).text, text);
+    std::string longer;
+    for (std::size_t left = 1 + random() % 8; left > 0; --left) {
+      const std::string& piece = pieces[random() % pieces.size()];
+      longer += text.substr(0, random() % (text.size() + 1)) + times(random() % 60'000, piece);
+    }
+    EXPECT_LE(boundedCard(longer).text.size(), 2 * longer.size() + 1000) << round;
+    const CardReading reading = readContactCard(card(longer + "\r\n"));
+    if (!reading.card) continue;
+    for (const CardValue& phone : reading.card->phones) EXPECT_FALSE(isTooLongForDestination(phone.value));
+    const std::string name = reading.card->formattedName.value_or("");
+    EXPECT_EQ(nameWithinLimit(name), name);
+    EXPECT_TRUE(isUtf8(name)) << round;
+  }
 }
 
 TEST(LongTexts, LongListsOfLinksStayWhole) {
