@@ -215,7 +215,7 @@ std::string counted(std::size_t count, const char* one, const char* many) {
 }
 
 std::string remarkOf(const Excess& excess) {
-  std::string text = "is too long: ";
+  std::string text = "holds texts that are too long: ";
   if (excess.cutNames > 0) text += counted(excess.cutNames, " name is cut", " names are cut");
   if (excess.cutNames > 0 && excess.leftOut > 0) text += ", ";
   if (excess.leftOut > 0)

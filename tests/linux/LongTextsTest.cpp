@@ -86,11 +86,11 @@ TEST(LongTexts, CardsGiveWhatIsLeftOfThem) {
     std::size_t phones;
     const char* remark;
   } cases[] = {
-      {"a name", "FN:" + times(Many, "x") + "\r\n" + tel, 1000, 1, "is too long: 1 name is cut"},
+      {"a name", "FN:" + times(Many, "x") + "\r\n" + tel, 1000, 1, "holds texts that are too long: 1 name is cut"},
       {"name parts", "FN:Ann\r\nN:" + times(Many, "x") + ";" + times(Many, "y") + "\r\n" + tel, 3, 1,
        "2 names are cut"},
       {"a number", "FN:Ann\r\nTEL:" + times(2000, "1234567890") + "\r\n" + tel, 3, 1,
-       "is too long: 1 number or address is left out"},
+       "holds texts that are too long: 1 number or address is left out"},
       {"a number that the parser may read", "FN:Ann\r\nTEL:" + times(251, "1") + "\r\n" + tel, 3, 1, "1 number"},
       {"an address",
        "FN:Ann\r\nEMAIL:" + times(Many, "x") + "@example.org\r\nEMAIL:" + times(400, "x") + "@x\r\n" + tel, 3, 1,
@@ -124,7 +124,9 @@ TEST(LongTexts, CardsGiveWhatIsLeftOfThem) {
     EXPECT_TRUE(isUtf8(reading.card->formattedName.value_or(""))) << each.what;
     EXPECT_EQ(reading.card->phones.size(), each.phones) << each.what;
     EXPECT_LE(reading.remarks.size(), 11U) << each.what;
-    const auto isAboutLength = [](const std::string& remark) { return remark.starts_with("is too long"); };
+    const auto isAboutLength = [](const std::string& remark) {
+      return remark.starts_with("holds texts that are too long");
+    };
     EXPECT_EQ(std::ranges::count_if(reading.remarks, isAboutLength), *each.remark ? 1 : 0) << each.what;
     if (!*each.remark) continue;
     EXPECT_THAT(reading.remarks.back(), HasSubstr(each.remark)) << each.what;
@@ -223,7 +225,7 @@ TEST_F(LongTextsInTheIndex, TheLogNamesTheCardOnce) {
   const auto index = openIndex();
   openIndex();
   ASSERT_EQ(log->messages().size(), 1U);
-  EXPECT_THAT(log->messages().front(), HasSubstr("contact file ann.vcf is too long: "));
+  EXPECT_THAT(log->messages().front(), HasSubstr("contact file ann.vcf holds texts that are too long: "));
   const auto contact = index->contactWithGUID("ann");
   ASSERT_TRUE(contact);
   EXPECT_EQ(contact->card.phones.size(), 1U);
