@@ -118,13 +118,26 @@ bool RaceExplanation::shows(const RaceFact& fact) const {
       if (index == _indexes.end()) return isBehindTheEnd(fact.place.page);
       return _after.pages[index->second].title == fact.value.value_or("");
     case Kind::gone:
-      return index == _indexes.end();
+      return index == _indexes.end() || mayHaveStayed(fact.place.page, index->second);
     case Kind::field:
       return found && fieldOf(*found, fact.field) == fact.value;
     case Kind::contact:
       return found && found->contact == _race.changedContacts.at(fact.who);
   }
   return false;
+}
+
+// Of the pages behind the last friend nobody can tell which one went: an empty one stays where somebody was put on one
+// behind it.
+bool RaceExplanation::mayHaveStayed(std::size_t identity, std::size_t index) const {
+  const auto isOnEmptyPageBehind = [&](const RaceFact& fact) {
+    const std::size_t page = fact.place.page;
+    const bool wasEmpty = page >= _race.before.pages.size() || isEmpty(_race.before.pages[page]);
+    return fact.kind == Kind::at && page > identity && wasEmpty;
+  };
+  return isEmpty(_after.pages[index]) && std::ranges::any_of(_course.facts, [&](const RaceFacts* facts) {
+           return facts && std::ranges::any_of(*facts, isOnEmptyPageBehind);
+         });
 }
 
 const RaceFriend* RaceExplanation::find(const std::string& who) const {

@@ -48,6 +48,7 @@ class RaceExplanation {
   bool isBehindTheEnd(std::size_t identity) const;
   bool mayHaveComeBack(const std::string& title) const;
   bool shows(const RaceFact& fact) const;
+  bool mayHaveStayed(std::size_t identity, std::size_t index) const;
   const RaceFriend* find(const std::string& who) const;
   std::optional<RacePlace> placeOf(const std::string& who) const;  // by identities of pages
   bool isConcerned(const std::string& who, RaceFact::Kind kind, const std::string& field = {}) const;

@@ -122,7 +122,7 @@ class Judge {
         }
       }
     }
-    for (std::size_t page = 0; page + 1 < _race.before.pages.size(); ++page) {
+    for (std::size_t page = 0; page < _race.before.pages.size(); ++page) {
       if (removed.contains(page) || haveAllLeft(_race.before.pages[page], leaving)) _mayBeGone.push_back(page);
     }
   }

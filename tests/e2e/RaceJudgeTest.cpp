@@ -151,6 +151,21 @@ TEST(RaceJudge, FindsNothingInWhatTheEditsExplain) {
        {{removeA}, {addX, Outcome::killed}},
        {{"Family", "xb."}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
        {}},
+      {"both friends of the last page leave",
+       {{edit(Kind::remove, "c")}, {edit(Kind::remove, "d")}},
+       {{"Family", "ab."}, {"", "..."}},
+       {},
+       [](RaceRecord& race) {
+         race.before = listOf({{"Family", "ab."}, {"Work", "cd."}});
+         race.maxPages = 2;
+       }},
+      {"an empty page stays before the one behind it on which somebody is put",
+       {{edit(Kind::remove, "c")}, {edit(Kind::move, "a", {2, 1})}},
+       {{"Family", ".b."}, {"", "..."}, {"", ".a."}, {"", "..."}},
+       {},
+       [](RaceRecord& race) {
+         race.before = listOf({{"Family", "ab."}, {"", ".c."}, {"", "..."}});
+       }},
       {"refused: no room",
        {{addX}, {addY, Outcome::refused}},
        {{"Family", "abx"}, {"Later", "def"}, {"Work", "gch"}},
