@@ -149,13 +149,14 @@ bool CBORDecoder::canHold(std::uint64_t elements, std::size_t depth) const {
 }
 
 std::optional<Value> CBORDecoder::date(std::uint64_t tag) {
-  if (tag != CBORDateTag) return std::nullopt;
+  if (tag != CBORDateTag && tag != CBORExactDateTag) return std::nullopt;
   const CBORItem item = next();
-  if (item.kind == CBORItem::Kind::real) return Value(Date{item.real - SecondsFrom1970To2001});
+  const double origin = tag == CBORDateTag ? SecondsFrom1970To2001 : 0;
+  if (item.kind == CBORItem::Kind::real) return Value(Date{item.real - origin});
   const bool isWhole = item.kind == CBORItem::Kind::integer || item.kind == CBORItem::Kind::negative;
   const auto seconds = isWhole ? item.integer() : std::nullopt;
   if (!seconds) return std::nullopt;
-  return Value(Date{static_cast<double>(*seconds) - SecondsFrom1970To2001});
+  return Value(Date{static_cast<double>(*seconds) - origin});
 }
 
 std::optional<Value> CBORDecoder::array(std::uint64_t count, std::size_t depth) {

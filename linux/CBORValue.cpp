@@ -2,6 +2,7 @@
 
 #include <cbor.h>
 
+#include <bit>
 #include <type_traits>
 
 #include "linux/CBORDecoder.h"
@@ -30,8 +31,7 @@ class Encoder {
       case Value::Kind::data:
         return head(cbor_encode_bytestring_start, value.data()->size()) && content(*value.data());
       case Value::Kind::date:
-        return head(cbor_encode_tag, CBORDateTag) &&
-               head(cbor_encode_double, value.date()->seconds + SecondsFrom1970To2001);
+        return putDate(value.date()->seconds);
       case Value::Kind::array:
         return putArray(*value.array(), depth);
       case Value::Kind::dictionary:
@@ -44,6 +44,14 @@ class Encoder {
   bool putInteger(std::int64_t integer) {
     if (integer >= 0) return head(cbor_encode_uint, static_cast<std::uint64_t>(integer));
     return head(cbor_encode_negint, static_cast<std::uint64_t>(-(integer + 1)));
+  }
+
+  bool putDate(double seconds) {
+    const double since1970 = seconds + SecondsFrom1970To2001;
+    const bool comesBack =
+        std::bit_cast<std::uint64_t>(since1970 - SecondsFrom1970To2001) == std::bit_cast<std::uint64_t>(seconds);
+    return comesBack ? head(cbor_encode_tag, CBORDateTag) && head(cbor_encode_double, since1970)
+                     : head(cbor_encode_tag, CBORExactDateTag) && head(cbor_encode_double, seconds);
   }
 
   bool putArray(const Array& array, std::size_t depth) {

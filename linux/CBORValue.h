@@ -6,22 +6,24 @@
 #include <optional>
 #include <span>
 
+#include "platform/PreferencesStore.h"
 #include "runtime/Value.h"
 
 namespace pellor {
 
 /// How deep arrays and dictionaries may be nested. Deeper values are neither written nor read.
-inline constexpr std::size_t CBORMaximumDepth = 128;
+inline constexpr std::size_t CBORMaximumDepth = DeepestPreference;
 /// How many bytes one value may take. Longer values are neither written nor read.
-inline constexpr std::size_t CBORMaximumSize = std::size_t{256} << 20;
+inline constexpr std::size_t CBORMaximumSize = LongestPreference;
 
 /// How dates are written: this tag over seconds since 1970, where ours count from 2001.
 inline constexpr std::uint64_t CBORDateTag = 1;
 inline constexpr double SecondsFrom1970To2001 = 978307200;
+/// How dates are written that would not come back the same from seconds since 1970: over seconds since 2001.
+inline constexpr std::uint64_t CBORExactDateTag = 978307200;
 
-/// The value as one CBOR item, absent when it exceeds a limit. Booleans, integers and reals stay distinct; a real takes
-/// eight bytes always. A date is tag 1 over seconds since 1970, so it is kept to a quarter of a microsecond. Any
-/// thread.
+/// The value as one CBOR item, absent when it exceeds a limit. Booleans, integers and reals stay distinct; reals and
+/// dates come back bit for bit. Any thread.
 std::optional<Data> encodeCBOR(const Value& value);
 
 /// The same behind what `bytes` hold already, for a value with `depth` arrays and dictionaries around it. False when a

@@ -1,6 +1,7 @@
 // Per-domain key/value preferences, shared by all processes of the user.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -12,6 +13,11 @@
 #include "runtime/Value.h"
 
 namespace pellor {
+
+/// How deep arrays and dictionaries of a value may be nested, and how many bytes it may take as a store writes it. A
+/// store holds every value within these limits; one beyond them it need not write.
+inline constexpr std::size_t DeepestPreference = 128;
+inline constexpr std::size_t LongestPreference = std::size_t{256} << 20;
 
 /// The three answers of a store that is asked for a value.
 template <class T>

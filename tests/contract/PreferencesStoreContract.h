@@ -85,6 +85,7 @@ TYPED_TEST_P(PreferencesStoreContract, ValuesKeepTheirKindAndContent) {
       {"no data", Data{}},
       {"date", Date{700000000.5}},
       {"date before 1970", Date{-2000000000}},
+      {"date of a microsecond", Date{785000000.123456}},
       {"no elements", Array{}},
       {"no entries", Dictionary{}},
       {"list", Array{Dictionary{}, Dictionary{{"Name", "Ada"}, {"AllValues", Array{"1", 2, 3.0, true}}}}},

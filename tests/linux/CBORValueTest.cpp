@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
+#include <cstdint>
 #include <limits>
 #include <string>
 #include <utility>
@@ -52,6 +54,16 @@ TEST(CBORValueTest, ReadsRealsAndDatesOfAnyPrecision) {
   EXPECT_EQ(decodeCBOR(Data{0xfa, 0x47, 0xc3, 0x50, 0x00}), Value(100000.0));
   EXPECT_EQ(decodeCBOR(Data{0xc1, 0x1a, 0x51, 0x4b, 0x67, 0xb0}), Value(Date{1363896240.0 - 978307200}));
   EXPECT_EQ(decodeCBOR(Data{0xc1, 0x20}), Value(Date{-1.0 - 978307200}));
+}
+
+TEST(CBORValueTest, DatesComeBackBitForBit) {
+  using Limits = std::numeric_limits<double>;
+  for (const double seconds : {0.0, -0.0, 0.1, 785000000.123456, -978307200.0, -978307200.1, 1e-9, 1e17, Limits::max(),
+                               Limits::denorm_min(), Limits::infinity()}) {
+    const auto date = decodeCBOR(encodeCBOR(Date{seconds}).value());
+    ASSERT_TRUE(date && date->date()) << seconds;
+    EXPECT_EQ(std::bit_cast<std::uint64_t>(date->date()->seconds), std::bit_cast<std::uint64_t>(seconds)) << seconds;
+  }
 }
 
 TEST(CBORValueTest, OnlyOneWholeItemDecodes) {
