@@ -172,8 +172,9 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   // --- 4  Metadata ---
   // Any thread. A write is queued: it changes the metadata, marks the person and posts
   // PLPersonValuesChangedNotification, or does nothing when the person is gone by then. Every one counts as a change,
-  // even if it changes nothing. A read sees all writes that were queued before it. Reads are fatal from a task of the
-  // metadata queue.
+  // even if it changes nothing. One after which the metadata could not be stored (nested more than 125 deep, or longer
+  // than 4 MiB) is refused: it changes, marks and posts nothing, and the log says so. A read sees all writes that were
+  // queued before it. Reads are fatal from a task of the metadata queue.
 
   /// The queue of the metadata of all persons of the current process.
   static ConcurrentQueue& sharedMetadataQueue();

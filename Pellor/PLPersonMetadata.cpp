@@ -6,10 +6,51 @@
 
 #include "Pellor/PLBundle.h"
 #include "Pellor/PLPerson.h"
+#include "platform/PreferencesStore.h"
+#include "runtime/LongArray.h"
 #include "runtime/Process.h"
 
 namespace pellor {
 namespace {
+
+// Stored, the list, the friend and its metadata are around an entry, and as many friends as a run holds share its row.
+constexpr std::size_t kDeepestEntry = DeepestPreference - 3;
+constexpr std::size_t kLongestMetadata = LongestPreference / (2 * LongArray::RunSize);
+// More than any store puts before a value.
+constexpr std::size_t kHead = 16;
+
+std::optional<std::size_t> lengthOf(const Dictionary& entries, std::size_t depth);
+
+// How many bytes a store takes for the value at most; absent when it is nested deeper, or longer, than can be stored.
+std::optional<std::size_t> lengthOf(const Value& value, std::size_t depth) {
+  if (const std::string* text = value.string()) return kHead + text->size();
+  if (const Data* data = value.data()) return kHead + data->size();
+  if (const Dictionary* entries = value.dictionary()) return lengthOf(*entries, depth);
+  const Array* elements = value.array();
+  if (!elements) return kHead;
+  if (depth == 0) return std::nullopt;
+  std::size_t length = kHead;
+  for (const Value& element : *elements) {
+    const auto more = lengthOf(element, depth - 1);
+    if (!more || (length += *more) > kLongestMetadata) return std::nullopt;
+  }
+  return length;
+}
+
+std::optional<std::size_t> lengthOf(const Dictionary& entries, std::size_t depth) {
+  if (depth == 0) return std::nullopt;
+  std::size_t length = kHead;
+  for (const auto& [key, value] : entries) {
+    const auto more = lengthOf(value, depth - 1);
+    if (!more || (length += kHead + key.size() + *more) > kLongestMetadata) return std::nullopt;
+  }
+  return length;
+}
+
+bool canBeStored(const Dictionary& metadata) {
+  const auto length = lengthOf(metadata, kDeepestEntry + 1);
+  return length && *length <= kLongestMetadata;
+}
 
 struct PersonMetadataQueue {
   const std::shared_ptr<ConcurrentQueue> queue = ConcurrentQueue::make(std::string(PLPersonMetadataQueueLabel));
@@ -76,6 +117,13 @@ void PLPerson::_writeMetadata(std::function<void(Dictionary&)> write) {
     self->_metadataQueue.requireCurrent();
     Dictionary entries = self->_metadataDictionary();
     write(entries);
+    // Else no save of any friend would succeed any more.
+    if (!canBeStored(entries)) {
+      self->_lastChange.end(self->_changes);
+      _PLGetLogSystem().log(
+          LogFormat("metadata is nested too deeply or too long to be stored, and was not set").as("_writeMetadata"));
+      return;
+    }
     self->_setMetadataDictionary(std::move(entries));
     self->setNeedsSave(true);
     self->_postChangeNotification();

@@ -32,6 +32,41 @@ TEST_F(Metadata, EveryWriteIsAChange) {
   EXPECT_EQ(person->metadataValueForKey("other"), std::nullopt);
 }
 
+// A list with a value that no store can hold would never be saved again.
+TEST_F(Metadata, WhatCannotBeStoredIsRefused) {
+  const auto nested = [](std::size_t depth) {
+    Value value = 1;
+    for (; depth > 0; --depth) value = depth % 2 == 0 ? Value(Array{value}) : Value(Dictionary{{"k", value}});
+    return value;
+  };
+  const struct {
+    const char* what;
+    Value value;
+    bool isSet;
+  } rows[] = {
+      {"as deep as can be stored", nested(125), true},
+      {"deeper", nested(126), false},
+      {"much deeper", nested(2000), false},
+      {"long", std::string(4'000'000, 'x'), true},
+      {"too long", std::string(4'200'000, 'x'), false},
+      {"too much data", Data(4'200'000), false},
+      {"too many", Array(300'000, Value(1)), false},
+  };
+  for (const auto& row : rows) {
+    Posts posts(process, PLPersonValuesChangedNotification);
+    const auto person =
+        PLPerson::initWithDictionaryRepresentationAddressBook({{"AllValues", Array{"a@example.org"}}}, nullptr);
+    person->setMetadataValueForKey(row.value, "given");
+    settle();
+    EXPECT_EQ(person->takeNeedsSave(), row.isSet) << row.what;
+    EXPECT_EQ(posts.count(), row.isSet ? 1U : 0U) << row.what;
+    EXPECT_EQ(person->metadata().size(), row.isSet ? 1U : 0U) << row.what;
+    person->setMetadataValueForKey(1, "other");
+    settle();
+    EXPECT_EQ(person->metadataValueForKey("other"), Value(1)) << row.what;
+  }
+}
+
 TEST_F(Metadata, WritesDoNotKeepThePerson) {
   Posts posts(process, PLPersonValuesChangedNotification);
   auto person = PLPerson::init();
