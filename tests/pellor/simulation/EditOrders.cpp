@@ -138,18 +138,21 @@ class OrderSearch {
     state.placedBy[name] = index;
   }
 
-  // The page with most of those who stood there; without any the one at its place, while no page has gone.
+  // The page of those who stood there and whom nobody touched; else the one with most of those who stood there, or the
+  // one at its place while no page may go, if these are one page.
   std::optional<std::size_t> pageOf(const State& state, const SeenPage& page) const {
     std::map<std::size_t, std::size_t> counts;
     for (const FriendName& name : page.residents) {
-      if (const auto place = state.list.placeOf(name)) ++counts[place->page];
+      const auto place = state.list.placeOf(name);
+      if (place && !_touched.contains(name)) return place->page;
+      if (place) ++counts[place->page];
     }
-    if (!counts.empty()) {
-      return std::ranges::max_element(counts, {}, [](const auto& count) { return count.second; })->first;
-    }
-    const bool isAtItsPlace = page.residents.empty() && page.index < state.list.pages.size() &&
-                              std::ranges::none_of(_round.edits, mayTakePage);
-    return isAtItsPlace ? std::optional(page.index) : std::nullopt;
+    const bool mayPagesGo = std::ranges::any_of(_round.edits, mayTakePage);
+    const auto itsPlace =
+        mayPagesGo || page.index >= state.list.pages.size() ? std::nullopt : std::optional(page.index);
+    if (counts.empty()) return itsPlace;
+    const auto most = std::ranges::max_element(counts, {}, [](const auto& count) { return count.second; })->first;
+    return itsPlace.value_or(most) == most ? std::optional(most) : std::nullopt;
   }
   static bool mayTakePage(const Edit& edit) {
     return edit.kind == Edit::Kind::remove || edit.kind == Edit::Kind::purge;

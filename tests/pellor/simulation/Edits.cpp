@@ -51,7 +51,7 @@ bool Round::arePagesKnown() const {
   const bool mayPagesGo = std::ranges::any_of(
       edits, [](const Edit& edit) { return edit.kind == Edit::Kind::purge || !edit.removed.empty(); });
   if (!mayPagesGo) return true;
-  const auto others = touched();
+  const auto others = unsettled();
   std::size_t pagesThatMayGo = 0, friendsBehind = 0;
   for (const PlainPage& page : before.pages) {
     const auto mayLeave = [&](const FriendName& name) { return name.empty() || others.contains(name); };
@@ -80,8 +80,14 @@ std::set<FriendName> Round::touched() const {
   return names;
 }
 
+std::set<FriendName> Round::unsettled() const {
+  std::set<FriendName> names = touched();
+  names.insert(relinked.begin(), relinked.end());
+  return names;
+}
+
 std::optional<std::size_t> Round::pageNow(const SeenPage& page) const {
-  const auto others = touched();
+  const auto others = unsettled();
   if (!arePagesKnown()) return std::nullopt;
   for (const FriendName& name : page.residents) {
     if (others.contains(name)) continue;
@@ -116,7 +122,9 @@ bool Round::mayHaveBeenTwo(const FriendName& name) const {
 
 bool Round::canBeOrdered() const {
   const auto isRelinked = [&](const FriendName& name) { return relinked.contains(name); };
-  const auto concernsRelinked = [&](const Edit& edit) { return isRelinked(edit.who); };
+  const auto concernsRelinked = [&](const Edit& edit) {
+    return isRelinked(edit.who) || std::ranges::any_of(edit.page.residents, isRelinked);
+  };
   return !hasDeduplicated && std::ranges::none_of(touched(), isRelinked) &&
          std::ranges::none_of(edits, concernsRelinked);
 }

@@ -67,8 +67,8 @@ struct Round {
   std::vector<Edit> edits;
   PlainList after;
   std::uint64_t maxGroupCount = 1;
-  /// Friends whose contact got another name, or another record with another name: one of whom all that tells who it is
-  /// changed at once counts as another friend.
+  /// Friends whose contact got another name, or another record with another name, in this round or before: one of whom
+  /// all that tells who it is changed at once counts as another friend, whenever a process takes it over.
   std::set<FriendName> relinked;
   /// Whether a process was not told what became of a write: one that it does not recognise, because somebody wrote over
   /// it since, counts as somebody else's, and may conflict with what the process did afterwards.
@@ -83,7 +83,9 @@ struct Round {
   bool buildsOn(std::size_t later, std::size_t earlier) const;
   /// Friends whom an edit put somewhere or took out.
   std::set<FriendName> touched() const;
-  /// Where the page of an edit is now, by friends whom nobody touched; absent when none stood on it, and
+  /// Friends by whom nobody can tell a page: touched, or relinked.
+  std::set<FriendName> unsettled() const;
+  /// Where the page of an edit is now, by friends who are settled; absent when none stood on it, and
   /// when pages are not known.
   std::optional<std::size_t> pageNow(const SeenPage& page) const;
   /// Whether another process, which did not know of it, may have put somebody into the place that the edit put the

@@ -288,7 +288,6 @@ void SimulationWorld::beginRound(bool isDisturbed) {
   _round.edits.clear();
   _round.hasDeduplicated = false;
   _round.hasUntoldWrites = false;
-  _round.relinked.clear();
   _refused.clear();
   for (const auto& member : _members) member->takeDeduplications();
   _isDisturbed = isDisturbed;
