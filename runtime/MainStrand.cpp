@@ -157,7 +157,7 @@ bool MainStrand::waitForWork(double until) {
   if (std::isinf(end)) {
     while (!hasWork()) _work.wait(_mutex);
   } else {
-    const auto latest = wallClockTime(end);
+    const auto latest = steadyTimeAfter(end - now());
     while (!hasWork() && _work.waitUntil(_mutex, latest)) {
     }
   }

@@ -62,7 +62,9 @@ class Process {
     Frame _frame;
   };
 
-  /// Absolute wall-clock time in seconds since 2001-01-01T00:00:00Z. Any thread.
+  /// Absolute time in seconds since 2001-01-01T00:00:00Z: what the wall clock showed when the scheduler was made, and
+  /// steady from there, whatever is done to the wall clock. For waits and measures, not for times that people see. Any
+  /// thread.
   double now() const;
 
   MainQueue& mainQueue();

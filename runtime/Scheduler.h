@@ -22,7 +22,8 @@ class Scheduler : public std::enable_shared_from_this<Scheduler> {
   Scheduler(const Scheduler&) = delete;
   Scheduler& operator=(const Scheduler&) = delete;
 
-  /// Absolute wall-clock time in seconds since 2001-01-01T00:00:00Z.
+  /// Absolute time in seconds since 2001-01-01T00:00:00Z: what the wall clock showed when the scheduler was made, and
+  /// steady from there, whatever is done to the wall clock. For waits and measures, not for times that people see.
   virtual double now() const = 0;
 
   /// A number of 64 random bits: for names that nobody else has and pauses that nobody else makes. Any thread.

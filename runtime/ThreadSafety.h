@@ -97,7 +97,7 @@ class Condition {
     lock.release();
   }
   /// Not beyond `end`. Whether it returned before.
-  bool waitUntil(Mutex& mutex, std::chrono::system_clock::time_point end) PELLOR_REQUIRES(mutex) {
+  bool waitUntil(Mutex& mutex, std::chrono::steady_clock::time_point end) PELLOR_REQUIRES(mutex) {
     std::unique_lock lock(mutex._mutex, std::adopt_lock);
     const auto status = _condition.wait_until(lock, end);
     lock.release();

@@ -27,9 +27,13 @@ bool mayStart(std::size_t workers) {
 
 }  // namespace
 
+ThreadedScheduler::ThreadedScheduler(const std::function<double()>& wallClock) : _startTime(wallClock()) {}
+
 ThreadedScheduler::~ThreadedScheduler() { joinWorkers(); }
 
-double ThreadedScheduler::now() const { return wallClockNow(); }
+double ThreadedScheduler::now() const {
+  return _startTime + std::chrono::duration<double>(std::chrono::steady_clock::now() - _start).count();
+}
 
 std::uint64_t ThreadedScheduler::randomNumber() {
   std::random_device source;
@@ -174,7 +178,7 @@ void ThreadedScheduler::keepTime() {
   if (std::isinf(earliest)) {
     _clock.wait(_mutex);
   } else if (earliest > now()) {
-    _clock.waitUntil(_mutex, wallClockTime(earliest));
+    _clock.waitUntil(_mutex, steadyTimeAfter(earliest - now()));
   }
   _hasTimekeeper = false;
 }

@@ -1,13 +1,16 @@
-// The scheduler of programs: a small worker pool and the system's clock.
+// The scheduler of programs: a small worker pool and the system's steady clock.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <list>
 #include <memory>
 #include <thread>
 
 #include "runtime/Scheduler.h"
+#include "runtime/WallClock.h"
 
 namespace pellor {
 
@@ -16,6 +19,8 @@ namespace pellor {
 /// Processes that share one are made and ended by one thread.
 class ThreadedScheduler final : public Scheduler {
  public:
+  /// `wallClock` gives the time at which `now` begins, in seconds since 2001-01-01T00:00:00Z.
+  explicit ThreadedScheduler(const std::function<double()>& wallClock = wallClockNow);
   ~ThreadedScheduler() override;
 
   double now() const override;
@@ -47,6 +52,8 @@ class ThreadedScheduler final : public Scheduler {
   bool isServing(const Process& process) const PELLOR_REQUIRES(_mutex);
   void joinWorkers();
 
+  const double _startTime;
+  const std::chrono::steady_clock::time_point _start = std::chrono::steady_clock::now();
   Mutex _mutex;
   Condition _work;   // wakes idle workers
   Condition _clock;  // wakes the timekeeper

@@ -1,4 +1,4 @@
-// One-shot wall-clock timers.
+// One-shot timers.
 #pragma once
 
 #include <memory>

@@ -6,6 +6,7 @@
 namespace pellor {
 
 namespace {
+using std::chrono::steady_clock;
 using std::chrono::system_clock;
 constexpr std::chrono::seconds referenceDate{978307200};  // 2001-01-01T00:00:00Z after the system clock's epoch
 constexpr double longestWait = 365.0 * 86400;
@@ -15,11 +16,10 @@ double wallClockNow() {
   return std::chrono::duration<double>(system_clock::now().time_since_epoch() - referenceDate).count();
 }
 
-system_clock::time_point wallClockTime(double time) {
-  const double bounded = std::min(time, wallClockNow() + longestWait);
+steady_clock::time_point steadyTimeAfter(double seconds) {
+  const double bounded = std::min(seconds, longestWait);
   // Rounded up: a wait that ends a moment too early would be followed by another one.
-  const std::chrono::microseconds sinceReference(static_cast<std::int64_t>(std::ceil(bounded * 1e6)) + 1);
-  return system_clock::time_point(referenceDate + sinceReference);
+  return steady_clock::now() + std::chrono::microseconds(static_cast<std::int64_t>(std::ceil(bounded * 1e6)) + 1);
 }
 
 }  // namespace pellor

@@ -1,15 +1,15 @@
-// The system's clock in the library's seconds.
+// The system's clocks in the library's seconds.
 #pragma once
 
 #include <chrono>
 
 namespace pellor {
 
-/// Seconds since 2001-01-01T00:00:00Z.
+/// Seconds since 2001-01-01T00:00:00Z, as people see them: the clock may be set at any moment.
 double wallClockNow();
 
-/// The moment from which `wallClockNow` is at least `time`. Times more than a year ahead give a year from now: whoever
-/// waits looks again.
-std::chrono::system_clock::time_point wallClockTime(double time);
+/// The moment of the steady clock that is `seconds` from now. More than a year gives a year from now: a waiter looks
+/// again.
+std::chrono::steady_clock::time_point steadyTimeAfter(double seconds);
 
 }  // namespace pellor

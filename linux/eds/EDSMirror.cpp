@@ -1,9 +1,9 @@
 #include "linux/eds/EDSMirror.h"
 
-#include <chrono>
 #include <utility>
 
 #include "linux/CardText.h"
+#include "runtime/WallClock.h"
 
 namespace pellor {
 
@@ -61,8 +61,7 @@ void EDSMirror::lose(Trouble trouble) {
 }
 
 void EDSMirror::awaitAnswer(double seconds) {
-  const auto pause = std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::duration<double>(seconds));
-  const auto end = std::chrono::system_clock::now() + pause;
+  const auto end = steadyTimeAfter(seconds);
   const MutexLock lock(_mutex);
   while (!_isAnswering && !_trouble && _answered.waitUntil(_mutex, end)) continue;
 }

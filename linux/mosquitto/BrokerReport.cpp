@@ -26,7 +26,7 @@ class VersionQuestion final : private MQTTConnection::Client {
     std::string text;  ///< the version, or why there is none
   };
   Answer answer() {
-    const auto end = std::chrono::system_clock::now() + LongestWait;
+    const auto end = std::chrono::steady_clock::now() + LongestWait;
     const MutexLock lock(_mutex);
     while (!_answer && _hasAnswer.waitUntil(_mutex, end)) continue;
     return _answer.value_or(Answer{false, "no answer"});

@@ -14,6 +14,7 @@
 
 #include "linux/BlockedSignals.h"
 #include "linux/postgresql/PostgreSQLSchema.h"
+#include "runtime/WallClock.h"
 
 namespace pellor {
 namespace {
@@ -50,10 +51,8 @@ PostgreSQLLink::~PostgreSQLLink() {
 
 // For callers
 
-std::chrono::system_clock::time_point PostgreSQLLink::endOfWait() const {
-  const double limit = _process.mainQueue().isCurrent() ? _options.mainQueueLimit : _options.limit;
-  const std::chrono::duration<double> seconds(limit);
-  return std::chrono::system_clock::now() + std::chrono::duration_cast<std::chrono::system_clock::duration>(seconds);
+std::chrono::steady_clock::time_point PostgreSQLLink::endOfWait() const {
+  return steadyTimeAfter(_process.mainQueue().isCurrent() ? _options.mainQueueLimit : _options.limit);
 }
 
 void PostgreSQLLink::requireNotAway() const {

@@ -72,7 +72,7 @@ class PostgreSQLLink {
   };
 
   // For callers.
-  std::chrono::system_clock::time_point endOfWait() const;
+  std::chrono::steady_clock::time_point endOfWait() const;
   void requireNotAway() const PELLOR_REQUIRES(_mutex);
   void wake() const;
 

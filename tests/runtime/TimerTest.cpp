@@ -3,6 +3,7 @@
 #include <atomic>
 #include <latch>
 #include <limits>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -111,6 +112,28 @@ TEST_P(TimerTest, aNearerTimeComesFirstThoughItIsSetLater) {
       runUntilStopped();
       EXPECT_TRUE(far->isValid());
     }
+  }
+}
+
+TEST(ThreadedTimerTest, timersAndLimitsRunSteadilyWhateverIsDoneToTheWallClock) {
+  for (const double shift : {-3600.0, 3600.0}) {
+    std::atomic<double> wallClock = 700'000'000;
+    Process process(std::make_shared<ThreadedScheduler>([&] { return wallClock.load(); }), nullptr);
+    const auto pool = SerialQueue::make("pool");
+    MainQueue& mainQueue = process.mainQueue();
+    std::latch firedInPool(1);
+    bool hasFired = false;
+    const auto far = Timer::after(*pool, 3000, [] { ADD_FAILURE() << "fired too early"; });
+    const auto farOnMain = Timer::after(mainQueue, 3000, [] { ADD_FAILURE() << "fired too early"; });
+    const auto near = Timer::after(*pool, 0.002, [&] { firedInPool.count_down(); });
+    const auto nearOnMain = Timer::after(mainQueue, 0.002, [&] { hasFired = true; });
+    wallClock = wallClock + shift;
+    mainQueue.asyncAfter(0.004, [&] { mainQueue.stop(); });
+    mainQueue.run();
+    EXPECT_TRUE(hasFired);
+    firedInPool.wait();
+    EXPECT_TRUE(far->isValid());
+    EXPECT_TRUE(farOnMain->isValid());
   }
 }
 

@@ -67,7 +67,7 @@ std::vector<std::string> MatrixStub::takeRequests() {
 }
 
 bool MatrixStub::waitForRequest() {
-  const auto end = std::chrono::system_clock::now() + std::chrono::minutes(1);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
   const MutexLock lock(_mutex);
   while (_requests.empty()) {
     if (!_asked.waitUntil(_mutex, end)) return false;
