@@ -3,11 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
-#include <fstream>
-#include <iterator>
 #include <string>
 
 #include "linux/PrivateFiles.h"
+#include "linux/RegularFile.h"
 
 namespace pellor {
 namespace {
@@ -24,19 +23,14 @@ std::string utcTime() {
 }
 
 bool holdsExactly(const fs::path& file, const Data& bytes) {
-  std::error_code error;
-  if (fs::file_size(file, error) != bytes.size() || error) return false;
-  std::ifstream stream(file, std::ios::binary);
-  return std::equal(bytes.begin(), bytes.end(), std::istreambuf_iterator<char>(stream), {},
-                    [](std::uint8_t kept, char read) { return kept == static_cast<std::uint8_t>(read); });
+  const auto content = readRegularFile(file, bytes.size()).text;
+  return content && std::ranges::equal(bytes, *content, {}, {}, [](char read) { return std::uint8_t(read); });
 }
 
 bool isKeptAlready(const fs::path& folder, const std::string& prefix, const Data& bytes) {
-  std::error_code error;
-  for (const auto& entry : fs::directory_iterator(folder, error)) {
-    if (entry.path().filename().string().starts_with(prefix) && holdsExactly(entry.path(), bytes)) return true;
-  }
-  return false;
+  return std::ranges::any_of(namesIn(folder), [&](const std::string& name) {
+    return name.starts_with(prefix) && holdsExactly(folder / name, bytes);
+  });
 }
 
 }  // namespace

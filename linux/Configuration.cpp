@@ -4,10 +4,10 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <fstream>
 #include <sstream>
 #include <utility>
 
+#include "linux/RegularFile.h"
 #include "linux/StoreRegion.h"
 #include "runtime/Fatal.h"
 
@@ -193,14 +193,10 @@ toml::table parsed(const fs::path& file, const std::string& content) {
 
 // Absent where there is no such file.
 std::optional<std::string> contentOf(const fs::path& file) {
-  std::error_code error;
-  const fs::file_type type = fs::status(file, error).type();
-  if (type == fs::file_type::not_found) return std::nullopt;
-  std::ifstream stream(file, std::ios::binary);
-  std::ostringstream content;
-  content << stream.rdbuf();
-  if (type == fs::file_type::regular && stream.good()) return content.str();
-  throw ConfigurationError("the configuration " + file.string() + " cannot be read");
+  FileContent content = readRegularFile(file);
+  if (content.isMissing) return std::nullopt;
+  if (!content.text) throw ConfigurationError("the configuration cannot be read: " + content.problem);
+  return std::move(content.text);
 }
 
 }  // namespace

@@ -1,9 +1,10 @@
 #include "linux/DefaultsFile.h"
 
-#include <fstream>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <utility>
+
+#include "linux/RegularFile.h"
 
 namespace pellor {
 namespace {
@@ -82,8 +83,9 @@ void DefaultsFile::readIfChanged() {
   _stamp = stamp;
   _domains.clear();
   if (!stamp) return;
-  std::ifstream stream(_file);
-  const Json json = Json::parse(stream, nullptr, /* allow_exceptions */ false);
+  const FileContent content = readRegularFile(_file);
+  if (!content.text) return _log.log("nothing in the defaults file counts: %@", content.problem);
+  const Json json = Json::parse(*content.text, nullptr, /* allow_exceptions */ false);
   if (!json.is_object()) {
     _log.log("the defaults file %@ is no JSON dictionary, nothing in it counts", _file.string());
     return;

@@ -4,8 +4,8 @@
 #include <sys/file.h>
 
 #include <algorithm>
-#include <fstream>
 #include <map>
+#include <sstream>
 #include <utility>
 
 #include "linux/CardText.h"
@@ -13,6 +13,7 @@
 #include "linux/IndexedAddressBookHandle.h"
 #include "linux/MarkedFavorites.h"
 #include "linux/PrivateFiles.h"
+#include "linux/RegularFile.h"
 #include "linux/TextLimits.h"
 
 namespace pellor {
@@ -112,7 +113,8 @@ std::optional<FavoritesFile::Content> FavoritesFile::read() {
     content.heading = Heading;
     return content;
   }
-  std::ifstream stream(_file);
+  const FileContent found = readRegularFile(_file);
+  std::istringstream stream(found.text.value_or(""));
   std::string text;
   std::string comments;
   while (std::getline(stream, text)) {
@@ -123,7 +125,7 @@ std::optional<FavoritesFile::Content> FavoritesFile::read() {
     }
   }
   content.closingComments = comments;
-  const bool isWhole = stream.eof() && status.type() == std::filesystem::file_type::regular;
+  const bool isWhole = found.text.has_value();
   report(isWhole ? "" : "the favorites file " + _file.string() + " cannot be read");
   return isWhole ? std::optional(std::move(content)) : std::nullopt;
 }

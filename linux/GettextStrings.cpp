@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <utility>
+
+#include "linux/RegularFile.h"
 
 namespace pellor {
 namespace {
@@ -138,9 +138,8 @@ Messages messagesFor(const std::vector<std::string>& languages, const std::vecto
 }  // namespace
 
 std::optional<Messages> readMessageCatalog(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  const std::string content{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-  return CatalogReader(content).messages();
+  const FileContent content = readRegularFile(file);
+  return CatalogReader(content.text.value_or("")).messages();
 }
 
 GettextStrings::GettextStrings(CatalogFolders folders, Environment environment)

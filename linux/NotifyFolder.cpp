@@ -13,6 +13,7 @@
 
 #include "linux/FolderWatch.h"
 #include "linux/PrivateFiles.h"
+#include "linux/RegularFile.h"
 
 namespace pellor {
 namespace {
@@ -38,8 +39,8 @@ std::optional<std::uint64_t> readCount(int file) {
 }
 
 std::optional<std::uint64_t> readCount(const fs::path& path) {
-  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  return file ? readCount(file.get()) : std::nullopt;
+  const OpenedFile file = openRegularFile(path, O_RDONLY);
+  return file.descriptor ? readCount(file.descriptor.get()) : std::nullopt;
 }
 
 bool writeCount(int file, std::uint64_t count) {
@@ -59,18 +60,18 @@ bool isDeleted(int file) {
   return ::fstat(file, &found) == 0 && found.st_nlink == 0;
 }
 
-/// The counter's file, open and locked; none with errno set when that is impossible.
-FileDescriptor lockedCounter(const fs::path& path) {
+/// The counter's file, open and locked.
+OpenedFile lockedCounter(const fs::path& path) {
   // A file that was deleted before the lock was granted is nobody's counter any more.
   constexpr int attempts = 100;
   for (int attempt = 0; attempt < attempts; ++attempt) {
-    FileDescriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    if (!file && errno == ENOENT && !createPrivateFolder(path.parent_path())) continue;
-    if (!file || !lockWhole(file.get())) return {};
-    if (!isDeleted(file.get())) return file;
+    OpenedFile file = openRegularFile(path, O_RDWR | O_CREAT);
+    if (file.isMissing && !createPrivateFolder(path.parent_path())) continue;
+    if (!file.descriptor) return file;
+    if (!lockWhole(file.descriptor.get())) return {{}, systemError("cannot lock", path), false};
+    if (!isDeleted(file.descriptor.get())) return file;
   }
-  errno = ENOENT;
-  return {};
+  return {{}, path.string() + " is deleted again and again", false};
 }
 
 }  // namespace
@@ -131,12 +132,13 @@ void NotifyFolder::othersMayHavePosted(std::string_view name) {
 
 /// Raises the counter of a name; whether that was possible.
 bool NotifyFolder::count(const std::string& name) {
-  const FileDescriptor file = lockedCounter(fileOf(name));
+  OpenedFile file = lockedCounter(fileOf(name));
   Count before;
-  if (file) before = readCount(file.get());
+  if (file.descriptor) before = readCount(file.descriptor.get());
   const std::uint64_t after = before ? *before + 1 : anyNumber();
-  const bool isCounted = file && writeCount(file.get(), after);
-  note(_sending, isCounted ? std::nullopt : std::optional(systemError("cannot count a post in", _folder)));
+  const bool isCounted = file.descriptor && writeCount(file.descriptor.get(), after);
+  if (!isCounted && file.problem.empty()) file.problem = systemError("cannot count a post in", _folder);
+  note(_sending, isCounted ? std::nullopt : std::optional(file.problem));
   const auto seen = _seen.find(name);
   if (!isCounted || seen == _seen.end()) return isCounted;
   // Posts of others that the watch has not reported yet would be covered by the new count.

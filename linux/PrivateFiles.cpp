@@ -78,6 +78,15 @@ std::optional<std::string> createPrivateFolder(const std::filesystem::path& fold
   return error;
 }
 
+std::vector<std::string> namesIn(const std::filesystem::path& folder) {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+    names.push_back(entry->path().filename().string());
+  }
+  return names;
+}
+
 std::optional<std::string> replacePrivateFile(const std::filesystem::path& file, std::string_view content) {
   std::string draft = (file.parent_path() / ("." + file.filename().string() + ".XXXXXX")).string();
   FileDescriptor descriptor(::mkostemp(draft.data(), O_CLOEXEC));

@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace pellor {
 
@@ -35,6 +36,9 @@ std::string systemError(std::string_view what, const std::filesystem::path& path
 /// Makes the folder and the missing ones above it with mode 0700; those that are there keep theirs. Absent when the
 /// folder is there afterwards, else the error. Any thread.
 std::optional<std::string> createPrivateFolder(const std::filesystem::path& folder);
+
+/// The names of what is in the folder, in any order: none, or those up to there, where it cannot be read. Any thread.
+std::vector<std::string> namesIn(const std::filesystem::path& folder);
 
 /// Replaces the file by one with this content and mode 0600, so that a reader sees the old content or the new one,
 /// whole. Absent on success, else the error. Survives the end of the process, not of the system. Any thread.

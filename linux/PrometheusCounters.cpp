@@ -5,12 +5,11 @@
 #include <prometheus/text_serializer.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <utility>
 
 #include "linux/PrivateFiles.h"
+#include "linux/RegularFile.h"
 
 namespace pellor {
 namespace {
@@ -18,15 +17,11 @@ namespace {
 // An edit that a settle waits for must not wait for counters each time.
 constexpr double PauseSeconds = 1;
 
-bool holds(const std::filesystem::path& file, std::string_view text) {
-  std::ifstream stream(file, std::ios::binary);
-  return stream && std::equal(std::istreambuf_iterator<char>(stream), {}, text.begin(), text.end());
-}
-
 /// Why the text could not be written; absent when it is there. The counters of a program are mostly those of its last
 /// run, and to replace a file takes long: what it takes the place of is brought to the disk.
 std::optional<std::string> write(const std::filesystem::path& file, std::string_view text) {
-  if (holds(file, text)) return std::nullopt;
+  if (const auto problem = problemOfFile(file)) return problem;
+  if (readRegularFile(file, text.size()).text == text) return std::nullopt;
   if (auto error = createPrivateFolder(file.parent_path())) return error;
   return replacePrivateFile(file, text);
 }

@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "linux/RegularFile.h"
+
 namespace pellor {
 namespace {
 
@@ -20,6 +22,13 @@ std::string uriOf(const std::filesystem::path& file, SQLiteDatabase::Access acce
     }
   }
   return access == SQLiteDatabase::Access::frozen ? uri + "?immutable=1" : uri;
+}
+
+// SQLite would wait for a pipe in the place of one of its files, and do without what it takes for no log.
+void requireRegularFiles(const std::filesystem::path& file) {
+  for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
+    if (const auto problem = problemOfFile(file.string() + suffix)) throw SQLiteError(SQLITE_CANTOPEN, *problem);
+  }
 }
 
 }  // namespace
@@ -85,6 +94,7 @@ std::span<const std::uint8_t> SQLiteStatement::bytes(int column) const {
 }
 
 SQLiteDatabase::SQLiteDatabase(const std::filesystem::path& file, Access access, double busySeconds) {
+  requireRegularFiles(file);
   const int mode = access == Access::readWrite ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
   open(uriOf(file, access).c_str(), mode | SQLITE_OPEN_URI);
   sqlite3_busy_timeout(_database.get(), static_cast<int>(busySeconds * 1000));

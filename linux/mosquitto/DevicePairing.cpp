@@ -1,10 +1,9 @@
 #include "linux/mosquitto/DevicePairing.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 
 #include "linux/PrivateFiles.h"
+#include "linux/RegularFile.h"
 #include "linux/mosquitto/Certificates.h"
 #include "linux/mosquitto/FileLock.h"
 #include "linux/mosquitto/PushState.h"
@@ -25,15 +24,13 @@ constexpr const char* PeerFile = "peer";
 constexpr std::string_view InvitationPrefix = "pellor-device:1:";
 constexpr std::size_t LongestName = 64;
 
-std::string contentOf(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
-}
+std::string contentOf(const fs::path& file) { return readRegularFile(file).text.value_or(""); }
 
 std::string readable(const fs::path& file) {
-  std::string content = contentOf(file);
-  if (content.empty()) throw DeviceError("cannot read " + file.string());
-  return content;
+  FileContent content = readRegularFile(file);
+  if (!content.text) throw DeviceError(content.problem);
+  if (content.text->empty()) throw DeviceError(file.string() + " is empty");
+  return *std::move(content.text);
 }
 
 std::string_view trimmed(std::string_view text) {

@@ -1,11 +1,10 @@
 #include "linux/mosquitto/KeptMessages.h"
 
-#include <fstream>
-#include <iterator>
 #include <set>
 #include <system_error>
 
 #include "linux/PrivateFiles.h"
+#include "linux/RegularFile.h"
 #include "linux/mosquitto/SealingKeys.h"
 
 namespace pellor {
@@ -26,8 +25,8 @@ std::string hexadecimal(const Data& bytes) {
 }
 
 Data contentOf(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+  const std::string content = readRegularFile(file).text.value_or("");
+  return {content.begin(), content.end()};
 }
 
 }  // namespace
@@ -57,10 +56,9 @@ std::optional<KeyMessage> KeptMessages::find(const Data& digest) const {
 void KeptMessages::retain(const std::vector<Data>& digests) const {
   std::set<fs::path> retained;
   for (const Data& digest : digests) retained.insert(fileOf(digest));
-  std::error_code ignored;
-  for (const auto& entry : fs::directory_iterator(_folder, ignored)) {
-    const bool isKept = entry.path().filename().string().starts_with(FilePrefix);
-    if (isKept && !retained.contains(entry.path())) fs::remove(entry.path(), ignored);
+  for (const std::string& name : namesIn(_folder)) {
+    std::error_code ignored;
+    if (name.starts_with(FilePrefix) && !retained.contains(_folder / name)) fs::remove(_folder / name, ignored);
   }
 }
 

@@ -1,10 +1,10 @@
 #include "linux/mosquitto/PushState.h"
 
-#include <fstream>
 #include <iterator>
 
 #include "linux/CBORValue.h"
 #include "linux/PrivateFiles.h"
+#include "linux/RegularFile.h"
 #include "linux/mosquitto/KeptMessages.h"
 #include "linux/mosquitto/SealingKeys.h"
 
@@ -32,8 +32,8 @@ constexpr std::size_t MostSent = 8;
 constexpr std::size_t DomainIndex = 0, KeyIndex = 1, FirstIndex = 2, SecondIndex = 3;
 
 Data contentOf(const std::filesystem::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+  const std::string content = readRegularFile(file).text.value_or("");
+  return {content.begin(), content.end()};
 }
 
 Value numberOf(std::uint64_t number) { return static_cast<std::int64_t>(number); }

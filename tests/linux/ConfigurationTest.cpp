@@ -71,7 +71,8 @@ TEST_F(ConfigurationTest, WhatMakesNoSenseIsNamedWithItsPlace) {
 
   std::filesystem::remove(_file);
   std::filesystem::create_directory(_file);
-  EXPECT_EQ(errorOf([&] { Configuration::read(_file); }), "the configuration " + file + " cannot be read");
+  EXPECT_EQ(errorOf([&] { Configuration::read(_file); }),
+            "the configuration cannot be read: " + file + " is no regular file");
 }
 
 }  // namespace

@@ -1,0 +1,89 @@
+// What the program does where something else stands in the place of one of its files.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/cli/Program.h"
+
+namespace pellor {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+struct Case {
+  const char* file;  ///< below the home folder
+  std::vector<std::string> command;
+  int exitCode;
+  const char* said;  ///< a part of the answer, or of the error where there is none
+};
+
+const std::vector<Case>& cases() {
+  static const std::vector<Case> all = {
+      {"data/pellor/preferences.sqlite", {"list"}, 1, "preferences.sqlite is no regular file"},
+      {"data/pellor/preferences.sqlite-wal", {"list"}, 1, "preferences.sqlite-wal is no regular file"},
+      {"data/pellor/preferences.sqlite-wal", {"add", "0301112233"}, 1, "preferences.sqlite-wal is no regular file"},
+      {"data/pellor/preferences.sqlite-shm", {"list"}, 1, "preferences.sqlite-shm is no regular file"},
+      {"data/pellor/preferences.sqlite-journal", {"list"}, 1, "preferences.sqlite-journal is no regular file"},
+      {"data/pellor/contacts-index.sqlite", {"contacts"}, 0, "Ann Lee"},
+      {"data/pellor/contacts-index.sqlite-wal", {"contacts"}, 0, "Ann Lee"},
+      {"data/pellor/canonical-forms-DE", {"list"}, 0, "Ann Lee"},
+      {"data/pellor/contacts/bob.vcf", {"contacts"}, 0, "Ann Lee"},
+      {"data/pellor/contacts/favorites", {"favorites", "add", "ann"}, 1, "favorites file"},
+      {"data/pellor/counters.prom", {"title", "1", "Family"}, 0, "Family"},
+      {"config/pellor/config.toml", {"list"}, 2, "config.toml is no regular file"},
+      {"config/pellor/defaults.json", {"list"}, 0, "Ann Lee"},
+      {"run/pellor/notify/PLFriendsChangedExternallyNotification", {"title", "1", "Friends"}, 0, "Friends"},
+  };
+  return all;
+}
+
+enum class Thing { pipe, device, folder };
+
+/// Something in the place of a file, which comes back at the end.
+class InTheWay {
+ public:
+  InTheWay(Thing thing, fs::path place) : _place(std::move(place)), _kept(_place.string() + ".kept") {
+    fs::create_directories(_place.parent_path());
+    if (fs::exists(_place)) fs::rename(_place, _kept);
+    // The device is one that can be read for ever.
+    if (thing == Thing::device) fs::create_symlink("/dev/zero", _place);
+    if (thing == Thing::folder) fs::create_directory(_place);
+    if (thing == Thing::pipe && ::mkfifo(_place.c_str(), 0600) != 0) ADD_FAILURE() << "no pipe";
+  }
+  ~InTheWay() {
+    fs::remove_all(_place);
+    if (fs::exists(_kept)) fs::rename(_kept, _place);
+  }
+  InTheWay(const InTheWay&) = delete;
+  InTheWay& operator=(const InTheWay&) = delete;
+
+ private:
+  const fs::path _place;
+  const fs::path _kept;
+};
+
+TEST(FilesInTheWay, APipeADeviceOrAFolderInThePlaceOfAFileHoldsNothingUp) {
+  const Home home;
+  home.addContact("ann", "Ann Lee", "TEL:+49301234567\n");
+  ASSERT_EQ(pellor(home, {"add", "ann"}).exitCode, 0);
+  for (const Case& each : cases()) {
+    for (const Thing thing : {Thing::pipe, Thing::device, Thing::folder}) {
+      SCOPED_TRACE(std::string(each.file) + " " + std::to_string(static_cast<int>(thing)));
+      const InTheWay inTheWay(thing, home / each.file);
+      const ProgramResult result = pellor(home, each.command);
+      EXPECT_EQ(result.exitCode, each.exitCode) << result.errors;
+      EXPECT_THAT(each.exitCode == 0 ? result.output : result.errors, HasSubstr(each.said));
+      EXPECT_THAT(each.exitCode == 0 ? result.errors : result.output, IsEmpty());
+    }
+  }
+}
+
+}  // namespace
+}  // namespace pellor
