@@ -91,7 +91,8 @@ void edit(Session& session, const FavoritesFile::Edit& change, const std::string
     case FavoritesFile::Outcome::failed:
       break;
   }
-  throw CommandError("nothing was saved: " + fileName(session) + " cannot be written");
+  const std::string& problem = fileOf(session).problem();
+  throw CommandError("nothing was saved: " + (problem.empty() ? fileName(session) + " cannot be written" : problem));
 }
 
 FavoritesFile::Line lineFor(Session& session, const std::string& who) {

@@ -42,13 +42,16 @@ std::map<std::string, CardSignature> signaturesOf(CardSource& source, const std:
 }  // namespace
 
 ContactIndex::ContactIndex(ContactIndexOptions options, std::shared_ptr<CardSource> source, LogHandle log)
-    : _options(std::move(options)), _source(std::move(source)), _log(std::move(log)) {}
+    : _options(std::move(options)),
+      _source(std::move(source)),
+      _log(std::move(log)),
+      _patience(std::make_shared<LockPatience>(_options.lockLimit)) {}
 
 ContactIndex::~ContactIndex() = default;
 
 void ContactIndex::open(IndexCheck check) {
   _statements.reset();
-  OpenedContactIndex opened = openContactIndex(_options.dataFolder, check);
+  OpenedContactIndex opened = openContactIndex(_options.dataFolder, check, _patience);
   _statements = std::move(opened.statements);
   _isInMemory = opened.isInMemory;
   for (const std::string& remark : opened.remarks) _log.log("%@", remark);
@@ -218,7 +221,7 @@ void ContactIndex::endReading() {
 }
 
 const SQLiteDatabase& ContactIndex::database() const {
-  if (!_statements) throw std::runtime_error("no index is open");
+  if (!_statements) throw std::runtime_error(_failure.value_or("no index is open"));
   return _statements->database();
 }
 

@@ -111,6 +111,7 @@ class ContactIndex {
   const ContactIndexOptions _options;
   const std::shared_ptr<CardSource> _source;
   LogHandle _log;
+  const std::shared_ptr<LockPatience> _patience;
   std::unique_ptr<SQLiteStatements> _statements;
   bool _isInMemory = false;
   std::int64_t _folder = 0;

@@ -1,24 +1,26 @@
 #include "linux/ContactIndexFile.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <ctime>
 #include <optional>
 #include <random>
 #include <stdexcept>
 #include <system_error>
+#include <utility>
 
+#include "linux/FileLock.h"
 #include "linux/PrivateFiles.h"
+#include "linux/RegularFile.h"
 
 namespace pellor {
 
 namespace {
 
 constexpr const char* FileName = "contacts-index.sqlite";
-constexpr double BusySeconds = 30;
 constexpr std::int64_t LayoutVersion = 2;
 constexpr std::int32_t HighestFirstSequence = 1 << 30;
 
@@ -87,9 +89,10 @@ void prepareDatabase(const SQLiteDatabase& database, IndexCheck check) {
   if (isEmpty) makeTables(database);
 }
 
-SQLiteDatabase openFile(const std::filesystem::path& file, IndexCheck check) {
+SQLiteDatabase openFile(const std::filesystem::path& file, IndexCheck check,
+                        const std::shared_ptr<LockPatience>& patience) {
   try {
-    SQLiteDatabase database(file, SQLiteDatabase::Access::readWrite, BusySeconds);
+    SQLiteDatabase database(file, SQLiteDatabase::Access::readWrite, patience);
     database.execute("PRAGMA journal_mode=WAL");
     prepareDatabase(database, check);
     return database;
@@ -108,11 +111,16 @@ std::string dateForFileName() {
   return text.data();
 }
 
+bool isThere(const std::filesystem::path& path) {
+  std::error_code ignored;
+  return std::filesystem::exists(path, ignored);
+}
+
 /// The log of the file goes with it: a new file must not find it.
 std::filesystem::path putAside(const std::filesystem::path& file) {
   std::filesystem::path aside = file;
   aside += ".damaged-" + dateForFileName();
-  for (int number = 2; std::filesystem::exists(aside); ++number) {
+  for (int number = 2; isThere(aside); ++number) {
     aside = file;
     aside += ".damaged-" + dateForFileName() + "-" + std::to_string(number);
   }
@@ -124,42 +132,49 @@ std::filesystem::path putAside(const std::filesystem::path& file) {
 }
 
 /// Holds other processes off while one makes or replaces the file.
-FileDescriptor lockFolder(const std::filesystem::path& folder) {
-  FileDescriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (descriptor) flock(descriptor.get(), LOCK_EX);
-  return descriptor;
+std::optional<FileLock> lockFolder(const std::filesystem::path& folder, LockPatience& patience) {
+  FileDescriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!opened) return std::nullopt;
+  auto lock = FileLock::take(std::move(opened), patience);
+  if (!lock && errno == EWOULDBLOCK) throw SQLiteError(SQLITE_BUSY, lockError(folder));
+  return lock;
 }
 
 void makePrivateFile(const std::filesystem::path& file) {
-  const FileDescriptor descriptor(open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-  if (!descriptor) throw std::runtime_error(systemError("cannot open", file));
+  const OpenedFile made = openRegularFile(file, O_RDWR | O_CREAT);
+  if (!made.descriptor) throw std::runtime_error(made.problem);
 }
 
-OpenedContactIndex openInFolder(const std::filesystem::path& folder, IndexCheck check) {
+OpenedContactIndex openInFolder(const std::filesystem::path& folder, IndexCheck check,
+                                const std::shared_ptr<LockPatience>& patience) {
   if (const auto error = createPrivateFolder(folder)) throw std::runtime_error(*error);
-  const FileDescriptor lock = lockFolder(folder);
+  const auto lock = lockFolder(folder, *patience);
   const std::filesystem::path file = folder / FileName;
   OpenedContactIndex opened;
   makePrivateFile(file);
   try {
-    opened.statements = std::make_unique<SQLiteStatements>(openFile(file, check));
+    opened.statements = std::make_unique<SQLiteStatements>(openFile(file, check, patience));
   } catch (const UnusableIndex& problem) {
     const std::filesystem::path aside = putAside(file);
     opened.remarks.push_back("the contact index " + file.string() + " " + problem.what() + "; it was put aside as " +
                              aside.filename().string() + " and is made anew");
     makePrivateFile(file);
-    opened.statements = std::make_unique<SQLiteStatements>(openFile(file, IndexCheck::quick));
+    opened.statements = std::make_unique<SQLiteStatements>(openFile(file, IndexCheck::quick, patience));
   }
   return opened;
 }
 
 }  // namespace
 
-OpenedContactIndex openContactIndex(const std::filesystem::path& dataFolder, IndexCheck check) {
+OpenedContactIndex openContactIndex(const std::filesystem::path& dataFolder, IndexCheck check,
+                                    const std::shared_ptr<LockPatience>& patience) {
   OpenedContactIndex inMemory;
   try {
-    return openInFolder(dataFolder, check);
+    return openInFolder(dataFolder, check, patience);
   } catch (const std::exception& problem) {
+    // It is there, and will be free again.
+    const auto* error = dynamic_cast<const SQLiteError*>(&problem);
+    if (error && error->code() == SQLITE_BUSY) throw;
     inMemory.remarks.push_back("no contact index can be kept in " + dataFolder.string() + " (" + problem.what() +
                                "); it is made in memory");
   }

@@ -24,7 +24,8 @@ enum class IndexCheck {
 /// Opens `contacts-index.sqlite` in the data folder, for its owner alone; makes folder and file where they are missing.
 /// A damaged file, or one of an unknown layout, is put aside under a dated name and a new one is made. Where no file
 /// can be written the index is in memory. Several processes may do this at once. Throws SQLiteError when not even that
-/// works.
-OpenedContactIndex openContactIndex(const std::filesystem::path& dataFolder, IndexCheck check);
+/// works, and when others hold a lock for as long as the patience lasts.
+OpenedContactIndex openContactIndex(const std::filesystem::path& dataFolder, IndexCheck check,
+                                    const std::shared_ptr<LockPatience>& patience);
 
 }  // namespace pellor

@@ -1,7 +1,6 @@
 #include "linux/FavoritesFile.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 
 #include <algorithm>
 #include <map>
@@ -10,6 +9,7 @@
 
 #include "linux/CardText.h"
 #include "linux/ContactFolder.h"
+#include "linux/FileLock.h"
 #include "linux/IndexedAddressBookHandle.h"
 #include "linux/MarkedFavorites.h"
 #include "linux/PrivateFiles.h"
@@ -54,10 +54,8 @@ Line lineFor(const ContactRecord& person) {
 }
 
 /// The lock is on the folder: the file itself is replaced by each edit.
-FileDescriptor lockFolder(const std::filesystem::path& folder) {
-  FileDescriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (descriptor) flock(descriptor.get(), LOCK_EX);
-  return descriptor;
+std::optional<FileLock> lockFolder(const std::filesystem::path& folder, LockPatience& patience) {
+  return FileLock::take(FileDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), patience);
 }
 
 }  // namespace
@@ -183,7 +181,11 @@ std::optional<std::vector<Line>> FavoritesFile::lines() {
 }
 
 FavoritesFile::Outcome FavoritesFile::edit(const Edit& change) {
-  const FileDescriptor lock = lockFolder(_file.parent_path());
+  const auto lock = lockFolder(_file.parent_path(), _patience);
+  if (!lock) {
+    report(lockError(_file.parent_path()));
+    return Outcome::failed;
+  }
   auto content = read();
   if (!content) return Outcome::failed;
   std::vector<Line> lines = content->lines();

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "linux/FileLock.h"
 #include "linux/IndexedAddressBook.h"
 #include "platform/FavoritesSource.h"
 
@@ -51,6 +52,8 @@ class FavoritesFile final : public FavoritesSource {
   /// that follows them. `failed` when the file could not be read or written: nothing has changed then and the log says
   /// why.
   Outcome edit(const Edit& change);
+  /// Why the file could not be read, written or locked at the last time; empty when it could.
+  const std::string& problem() const { return _reportedProblem; }
 
  private:
   struct Content;
@@ -64,6 +67,7 @@ class FavoritesFile final : public FavoritesSource {
 
   const std::shared_ptr<IndexedAddressBook> _addressBook;
   const std::filesystem::path _file;
+  LockPatience _patience{std::chrono::seconds(2)};
   const LogHandle _log;
   std::string _reportedProblem;
 };

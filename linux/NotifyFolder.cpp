@@ -1,7 +1,6 @@
 #include "linux/NotifyFolder.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -48,36 +47,36 @@ bool writeCount(int file, std::uint64_t count) {
   return ::pwrite(file, &count, sizeof count, 0) == sizeof count && ::ftruncate(file, sizeof count) == 0;
 }
 
-bool lockWhole(int file) {
-  while (::flock(file, LOCK_EX) != 0) {
-    if (errno != EINTR) return false;
-  }
-  return true;
-}
-
 bool isDeleted(int file) {
   struct stat found {};
   return ::fstat(file, &found) == 0 && found.st_nlink == 0;
 }
 
-/// The counter's file, open and locked.
-OpenedFile lockedCounter(const fs::path& path) {
+/// The lock on a counter's file, or why there is none.
+struct LockedCounter {
+  std::optional<FileLock> lock;
+  std::string problem;
+};
+
+LockedCounter lockCounter(const fs::path& path, LockPatience& patience) {
   // A file that was deleted before the lock was granted is nobody's counter any more.
   constexpr int attempts = 100;
   for (int attempt = 0; attempt < attempts; ++attempt) {
     OpenedFile file = openRegularFile(path, O_RDWR | O_CREAT);
     if (file.isMissing && !createPrivateFolder(path.parent_path())) continue;
-    if (!file.descriptor) return file;
-    if (!lockWhole(file.descriptor.get())) return {{}, systemError("cannot lock", path), false};
-    if (!isDeleted(file.descriptor.get())) return file;
+    if (!file.descriptor) return {std::nullopt, file.problem};
+    auto lock = FileLock::take(std::move(file.descriptor), patience);
+    if (!lock) return {std::nullopt, lockError(path)};
+    if (!isDeleted(lock->descriptor())) return {std::move(lock), ""};
   }
-  return {{}, path.string() + " is deleted again and again", false};
+  return {std::nullopt, path.string() + " is deleted again and again"};
 }
 
 }  // namespace
 
-std::shared_ptr<NotifyFolder> NotifyFolder::make(Process& process, fs::path folder, LogHandle log, Hearing hearing) {
-  return std::make_shared<NotifyFolder>(Passkey{}, process, std::move(folder), std::move(log), hearing);
+std::shared_ptr<NotifyFolder> NotifyFolder::make(Process& process, fs::path folder, LogHandle log, Hearing hearing,
+                                                 std::chrono::milliseconds lockLimit) {
+  return std::make_shared<NotifyFolder>(Passkey{}, process, std::move(folder), std::move(log), hearing, lockLimit);
 }
 
 std::shared_ptr<NotifyFolder> NotifyFolder::make(Process& process, const UserFolders& folders, LogHandle log,
@@ -87,11 +86,13 @@ std::shared_ptr<NotifyFolder> NotifyFolder::make(Process& process, const UserFol
   return make(process, folder, std::move(log), hearing);
 }
 
-NotifyFolder::NotifyFolder(Passkey, Process& process, fs::path folder, LogHandle log, Hearing hearing)
+NotifyFolder::NotifyFolder(Passkey, Process& process, fs::path folder, LogHandle log, Hearing hearing,
+                           std::chrono::milliseconds lockLimit)
     : _process(process),
       _folder(std::move(folder)),
       _log(std::move(log)),
       _hearing(hearing),
+      _patience(lockLimit),
       _retryPause(FirstRetrySeconds) {
   if (_hearing == Hearing::whenSettling) _process.addSettleParticipant(*this);
 }
@@ -132,13 +133,13 @@ void NotifyFolder::othersMayHavePosted(std::string_view name) {
 
 /// Raises the counter of a name; whether that was possible.
 bool NotifyFolder::count(const std::string& name) {
-  OpenedFile file = lockedCounter(fileOf(name));
+  LockedCounter counter = lockCounter(fileOf(name), _patience);
   Count before;
-  if (file.descriptor) before = readCount(file.descriptor.get());
+  if (counter.lock) before = readCount(counter.lock->descriptor());
   const std::uint64_t after = before ? *before + 1 : anyNumber();
-  const bool isCounted = file.descriptor && writeCount(file.descriptor.get(), after);
-  if (!isCounted && file.problem.empty()) file.problem = systemError("cannot count a post in", _folder);
-  note(_sending, isCounted ? std::nullopt : std::optional(file.problem));
+  const bool isCounted = counter.lock && writeCount(counter.lock->descriptor(), after);
+  if (!isCounted && counter.problem.empty()) counter.problem = systemError("cannot count a post in", _folder);
+  note(_sending, isCounted ? std::nullopt : std::optional(counter.problem));
   const auto seen = _seen.find(name);
   if (!isCounted || seen == _seen.end()) return isCounted;
   // Posts of others that the watch has not reported yet would be covered by the new count.

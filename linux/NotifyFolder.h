@@ -1,6 +1,7 @@
 // Notifications between the user's processes: counter files in a folder, watched by inotify.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -11,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "linux/FileLock.h"
 #include "linux/NotifyObservers.h"
 #include "linux/UserFolders.h"
 #include "platform/SystemNotifyBus.h"
@@ -26,9 +28,9 @@ class FolderWatch;
 /// posted when a counter is not where it knows it to be. So a burst of posts may wake a listener once, and nothing is
 /// lost by it. Own deliveries do not go through the folder.
 ///
-/// A post that cannot be counted (no space, no permission) is delivered to this process, kept for the others, logged
-/// once and tried again with a growing pause. A folder that vanishes is made again; then each observed name gets a
-/// delivery.
+/// A post that cannot be counted (no space, no permission, a lock that a stopped program holds) is delivered to this
+/// process, kept for the others, logged once and tried again with a growing pause. A folder that vanishes is made
+/// again; then each observed name gets a delivery.
 ///
 /// A program that ends at once need not watch: it hears of posts while it settles. The system lets a process that
 /// watched a folder wait for tens of milliseconds at its end.
@@ -43,15 +45,21 @@ class NotifyFolder final : public SystemNotifyBus,
   /// When posts of other processes are heard.
   enum class Hearing { always, whenSettling };
 
-  /// A bus of `process` in the given folder, which is made at the first use (0700).
+  /// A post is counted on the main queue, where nobody may be held up for long.
+  static constexpr std::chrono::milliseconds LockLimit{1000};
+
+  /// A bus of `process` in the given folder, which is made at the first use (0700). `lockLimit` is how long a post
+  /// waits for those of others (see LockPatience).
   static std::shared_ptr<NotifyFolder> make(Process& process, std::filesystem::path folder, LogHandle log,
-                                            Hearing hearing = Hearing::always);
+                                            Hearing hearing = Hearing::always,
+                                            std::chrono::milliseconds lockLimit = LockLimit);
   /// In the user's notify folder; logs a warning when the user has no runtime folder, since processes that have one
   /// will not be heard then.
   static std::shared_ptr<NotifyFolder> make(Process& process, const UserFolders& folders, LogHandle log,
                                             Hearing hearing = Hearing::always);
 
-  NotifyFolder(Passkey, Process& process, std::filesystem::path folder, LogHandle log, Hearing hearing);
+  NotifyFolder(Passkey, Process& process, std::filesystem::path folder, LogHandle log, Hearing hearing,
+               std::chrono::milliseconds lockLimit);
   ~NotifyFolder() override;
 
   /// A second registration of the same observer for the same name takes the place of the first.
@@ -95,6 +103,7 @@ class NotifyFolder final : public SystemNotifyBus,
   const std::filesystem::path _folder;
   const LogHandle _log;
   const Hearing _hearing;
+  LockPatience _patience;
   NotifyObservers _observers;
   /// Of each observed name, up to which all posts were delivered or are queued for delivery.
   std::map<std::string, Count, std::less<>> _seen;

@@ -1,14 +1,13 @@
 #include "linux/PreferencesDatabase.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
-#include <thread>
+#include <utility>
 
+#include "linux/FileLock.h"
 #include "linux/PrivateFiles.h"
 
 namespace pellor {
@@ -16,29 +15,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr double BusySeconds = 5;
 // So that the row of a run, of 5 to 8 kB, fits into a page: else each write of it takes other pages than the last one.
 constexpr int PageSize = 8192;
 
 /// Held while the file is made, opened and laid out. SQLite's own locks do not cover the change to write-ahead logging
 /// when several processes start at once.
-class FolderLock {
- public:
-  explicit FolderLock(const fs::path& folder)
-      : _descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-    if (!_descriptor) throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot open the folder", folder));
-    // Tried for a while only: a holder that was stopped in the middle must not stop everybody else.
-    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(BusySeconds);
-    while (::flock(_descriptor.get(), LOCK_EX | LOCK_NB) != 0) {
-      if (errno != EWOULDBLOCK && errno != EINTR) throw SQLiteError(SQLITE_IOERR, systemError("cannot lock", folder));
-      if (std::chrono::steady_clock::now() > end) throw SQLiteError(SQLITE_BUSY, folder.string() + " is locked");
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    }
-  }
-
- private:
-  FileDescriptor _descriptor;
-};
+FileLock lockFolder(const fs::path& folder, LockPatience& patience) {
+  FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!opened) throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot open the folder", folder));
+  auto lock = FileLock::take(std::move(opened), patience);
+  if (!lock) throw SQLiteError(errno == EWOULDBLOCK ? SQLITE_BUSY : SQLITE_IOERR, lockError(folder));
+  return *std::move(lock);
+}
 
 fs::path besideFile(const fs::path& file, const char* suffix) { return file.string() + suffix; }
 
@@ -83,7 +71,9 @@ PreferenceWriteID writeIn(const SQLiteStatement& statement, int column) {
 
 fs::path PreferencesDatabase::fileIn(const fs::path& folder) { return folder / "preferences.sqlite"; }
 
-PreferencesDatabase::PreferencesDatabase(const fs::path& folder, bool forWriting) {
+PreferencesDatabase::PreferencesDatabase(const fs::path& folder, bool forWriting,
+                                         std::shared_ptr<LockPatience> patience)
+    : _patience(std::move(patience)) {
   if (forWriting) openForWriting(folder);
   if (!_isWritable) openForReading(fileIn(folder));
 }
@@ -91,7 +81,7 @@ PreferencesDatabase::PreferencesDatabase(const fs::path& folder, bool forWriting
 void PreferencesDatabase::openForWriting(const fs::path& folder) {
   const fs::path file = fileIn(folder);
   if (auto error = createPrivateFolder(folder)) throw SQLiteError(SQLITE_CANTOPEN, *error);
-  const FolderLock lock(folder);
+  const FileLock lock = lockFolder(folder, *_patience);
   std::error_code ignored;
   if (!fs::exists(file, ignored)) makeFile(file);
   for (const char* suffix : {"", "-wal", "-shm"}) closeToOthers(besideFile(file, suffix));
@@ -107,7 +97,7 @@ void PreferencesDatabase::openForWriting(const fs::path& folder) {
 }
 
 void PreferencesDatabase::open(const fs::path& file, SQLiteDatabase::Access access) {
-  _statements = std::make_unique<SQLiteStatements>(SQLiteDatabase(file, access, BusySeconds));
+  _statements = std::make_unique<SQLiteStatements>(SQLiteDatabase(file, access, _patience));
 }
 
 void PreferencesDatabase::prepareForWriting(const std::string& identity) {

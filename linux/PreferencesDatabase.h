@@ -30,7 +30,8 @@ class PreferencesDatabase {
   /// Opens `folder`/preferences.sqlite. With `forWriting` a missing folder or file is made (0700, 0600); what may not
   /// be written is opened for reading. Throws when it is missing and may not be made, cannot be read, is no database of
   /// ours or was made by a later version; then it has not been changed.
-  PreferencesDatabase(const std::filesystem::path& folder, bool forWriting);
+  /// Waits for locks of others as long as the patience lasts.
+  PreferencesDatabase(const std::filesystem::path& folder, bool forWriting, std::shared_ptr<LockPatience> patience);
 
   static std::filesystem::path fileIn(const std::filesystem::path& folder);
 
@@ -103,6 +104,7 @@ class PreferencesDatabase {
   static StoredValue valueIn(const SQLiteStatement& statement, std::uint64_t store);
   void removeRuns(std::string_view key, std::string_view domain) const;
 
+  const std::shared_ptr<LockPatience> _patience;
   std::unique_ptr<SQLiteStatements> _statements;
   bool _isWritable = false;
   bool _isFrozen = false;

@@ -1,11 +1,16 @@
 #include "linux/SQLiteDatabase.h"
 
+#include <algorithm>
+#include <chrono>
+#include <thread>
 #include <utility>
 
 #include "linux/RegularFile.h"
 
 namespace pellor {
 namespace {
+
+constexpr int LongestPause = 25;  // in milliseconds, between two attempts to take a lock
 
 // In a file URI these three would end the path or begin an escape.
 std::string uriOf(const std::filesystem::path& file, SQLiteDatabase::Access access) {
@@ -31,7 +36,32 @@ void requireRegularFiles(const std::filesystem::path& file) {
   }
 }
 
+// With write-ahead logging the locks are on the index of the log.
+std::string busyError(sqlite3* database) {
+  const char* name = sqlite3_db_filename(database, "main");
+  const std::string file = name ? name : "";
+  return heldError(file, {file + "-shm", file});
+}
+
 }  // namespace
+
+/// What the connection asks whether to go on waiting for a lock.
+struct SQLiteDatabase::Waiting {
+  std::shared_ptr<LockPatience> patience;
+  std::chrono::steady_clock::time_point end;
+
+  /// Zero when the wait is to end. `attempts` is how often the same lock was refused before.
+  static int goesOn(void* waiting, int attempts) {
+    Waiting& self = *static_cast<Waiting*>(waiting);
+    if (attempts == 0) self.end = self.patience->endOfWait();
+    if (std::chrono::steady_clock::now() >= self.end) {
+      self.patience->lose();
+      return 0;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(std::min(attempts + 1, LongestPause)));
+    return 1;
+  }
+};
 
 SQLiteStatement::SQLiteStatement(sqlite3* database, std::string_view text) : _database(database) {
   sqlite3_stmt* statement = nullptr;
@@ -41,6 +71,7 @@ SQLiteStatement::SQLiteStatement(sqlite3* database, std::string_view text) : _da
 }
 
 void SQLiteStatement::check(int code) const {
+  if ((code & 0xFF) == SQLITE_BUSY) throw SQLiteError(code, busyError(_database));
   if (code != SQLITE_OK) throw SQLiteError(code, sqlite3_errmsg(_database));
 }
 
@@ -93,11 +124,19 @@ std::span<const std::uint8_t> SQLiteStatement::bytes(int column) const {
   return {static_cast<const std::uint8_t*>(content), static_cast<std::size_t>(length)};
 }
 
-SQLiteDatabase::SQLiteDatabase(const std::filesystem::path& file, Access access, double busySeconds) {
+SQLiteDatabase::SQLiteDatabase() = default;
+SQLiteDatabase::SQLiteDatabase(SQLiteDatabase&& other) noexcept = default;
+SQLiteDatabase::~SQLiteDatabase() = default;
+
+SQLiteDatabase::SQLiteDatabase(const std::filesystem::path& file, Access access, int busySeconds)
+    : SQLiteDatabase(file, access, std::make_shared<LockPatience>(std::chrono::seconds(busySeconds))) {}
+
+SQLiteDatabase::SQLiteDatabase(const std::filesystem::path& file, Access access, std::shared_ptr<LockPatience> patience)
+    : _waiting(std::make_unique<Waiting>(Waiting{std::move(patience), {}})) {
   requireRegularFiles(file);
   const int mode = access == Access::readWrite ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
   open(uriOf(file, access).c_str(), mode | SQLITE_OPEN_URI);
-  sqlite3_busy_timeout(_database.get(), static_cast<int>(busySeconds * 1000));
+  sqlite3_busy_handler(_database.get(), Waiting::goesOn, _waiting.get());
 }
 
 SQLiteDatabase SQLiteDatabase::inMemory() {

@@ -13,6 +13,8 @@
 #include <string>
 #include <string_view>
 
+#include "linux/FileLock.h"
+
 namespace pellor {
 
 /// What SQLite reports. Never leaves the adapters.
@@ -66,8 +68,9 @@ class SQLiteDatabase {
     frozen,  ///< read-only, taken as if nobody could change the file: needs no place for a lock or an index beside it
   };
 
-  /// The file must be there. Waits up to `busySeconds` for locks of others.
-  SQLiteDatabase(const std::filesystem::path& file, Access access, double busySeconds);
+  /// The file must be there. Waits for locks of others as long as the patience lasts, which several may share.
+  SQLiteDatabase(const std::filesystem::path& file, Access access, std::shared_ptr<LockPatience> patience);
+  SQLiteDatabase(const std::filesystem::path& file, Access access, int busySeconds);
   /// An empty database in memory, seen by nobody else.
   static SQLiteDatabase inMemory();
 
@@ -83,10 +86,16 @@ class SQLiteDatabase {
   /// Whether the file was deleted or replaced since it was opened.
   bool hasMoved() const;
 
+  SQLiteDatabase(SQLiteDatabase&& other) noexcept;
+  SQLiteDatabase& operator=(SQLiteDatabase&& other) = delete;
+  ~SQLiteDatabase();
+
  private:
-  SQLiteDatabase() = default;
+  SQLiteDatabase();
   void open(const char* name, int flags);
 
+  struct Waiting;
+  std::unique_ptr<Waiting> _waiting;  // outlives the connection
   struct Closer {
     void operator()(sqlite3* database) const { sqlite3_close_v2(database); }
   };

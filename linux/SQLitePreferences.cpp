@@ -66,9 +66,11 @@ struct SQLitePreferences::Batch {
   bool isForAbsentKeys = false;  ///< keys with a value keep it
 };
 
-SQLitePreferences::SQLitePreferences(fs::path folder, fs::path defaultsFile, LogHandle log, Access access)
+SQLitePreferences::SQLitePreferences(fs::path folder, fs::path defaultsFile, LogHandle log, Access access,
+                                     std::chrono::milliseconds lockLimit)
     : _folder(std::move(folder)),
       _access(access),
+      _patience(std::make_shared<LockPatience>(lockLimit)),
       _memory(_folder.string(), log),
       _defaults(std::move(defaultsFile), std::move(log)),
       _ownNumber(randomNumber()) {}
@@ -180,7 +182,7 @@ const PreferencesDatabase& SQLitePreferences::database() {
   if (_database && _database->isCurrent()) return *_database;
   _database.reset();
   for (auto& [domain, known] : _known) known.dataVersion.reset();
-  _database = std::make_unique<PreferencesDatabase>(_folder, _access == Access::readWrite);
+  _database = std::make_unique<PreferencesDatabase>(_folder, _access == Access::readWrite, _patience);
   return *_database;
 }
 

@@ -17,6 +17,7 @@
 namespace pellor {
 
 class PreferencesDatabase;
+class LockPatience;
 class SQLiteError;
 enum class EqualValues;
 struct EncodedValue;
@@ -28,10 +29,10 @@ struct StoredValue;
 /// damaged or that a later version made is never changed: the answer is "unreadable", and each further call tries
 /// again. A store without write permission is read, and writing to it fails.
 ///
-/// A versioned write is one transaction, which waits up to 5 seconds for those of others. Its outcome is unknown only
-/// when the disk failed at the commit itself; a full disk is a failure. A store that is made anew, also as a copy of
-/// another file, has a number of its own. A `synchronize` leaves a value that is equal to the stored one as it is, with
-/// its version. To read what has not changed costs some microseconds.
+/// A versioned write is one transaction, which waits for those of others up to the lock limit (see LockPatience). Its
+/// outcome is unknown only when the disk failed at the commit itself; a full disk is a failure. A store that is made
+/// anew, also as a copy of another file, has a number of its own. A `synchronize` leaves a value that is equal to the
+/// stored one as it is, with its version. To read what has not changed costs some microseconds.
 ///
 /// A long array, and an array of nothing but dictionaries, is kept in rows of LongArray::RunSize elements:
 /// `synchronize` writes the rows that changed and reads those that others changed. It reads as a long array, of which
@@ -42,11 +43,12 @@ struct StoredValue;
 class SQLitePreferences final : public SharedPreferences {
  public:
   enum class Access { readWrite, readOnly };
+  static constexpr std::chrono::milliseconds LockLimit{4000};
 
   /// The store is `folder`/preferences.sqlite; values that were put aside go to `folder`/aside. `defaultsFile` is the
   /// JSON file behind `persistentValueForKey` (see DefaultsFile). Touches no file yet.
   SQLitePreferences(std::filesystem::path folder, std::filesystem::path defaultsFile, LogHandle log,
-                    Access access = Access::readWrite);
+                    Access access = Access::readWrite, std::chrono::milliseconds lockLimit = LockLimit);
   ~SQLitePreferences() override;
 
   PreferenceAnswer<Value> copyValue(std::string_view key, std::string_view domain) override;
@@ -107,6 +109,7 @@ class SQLitePreferences final : public SharedPreferences {
 
   const std::filesystem::path _folder;
   const Access _access;
+  const std::shared_ptr<LockPatience> _patience;
   PreferencesMemory _memory;
   DefaultsFile _defaults;
   // Of versions that the store does not give, because it was laid out before there were any.

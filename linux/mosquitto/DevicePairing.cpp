@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
+#include "linux/FileLock.h"
 #include "linux/PrivateFiles.h"
 #include "linux/RegularFile.h"
 #include "linux/mosquitto/Certificates.h"
-#include "linux/mosquitto/FileLock.h"
 #include "linux/mosquitto/PushState.h"
 #include "linux/mosquitto/SyncMessages.h"
 
@@ -23,6 +23,7 @@ constexpr const char* PeerFile = "peer";
 
 constexpr std::string_view InvitationPrefix = "pellor-device:1:";
 constexpr std::size_t LongestName = 64;
+constexpr std::chrono::seconds LockLimit{3};
 
 std::string contentOf(const fs::path& file) { return readRegularFile(file).text.value_or(""); }
 
@@ -194,13 +195,16 @@ void DevicePairing::markTopicsEmptied(const Peer& peer) const {
 void DevicePairing::revoke() const {
   const auto known = storedPeer();
   if (!known) throw DeviceError("no device is paired");
-  const auto sending = FileLock::wait(_folder / SendingLockFile);
+  LockPatience patience(LockLimit);
+  const auto sending = FileLock::take(_folder / SendingLockFile, patience);
+  if (!sending) throw DeviceError(lockError(_folder / SendingLockFile));
+  const auto receiving = IncomingFile(_folder).waitForLock(patience);
+  if (!receiving) throw DeviceError(lockError(_folder));
   markTopicsEmptied(*known);
   std::error_code error;
   fs::remove(_folder / PeerFile, error);
   if (error) throw DeviceError("cannot remove " + (_folder / PeerFile).string() + ": " + error.message());
   fs::remove(_folder / SealingFile, error);
-  const auto receiving = IncomingFile(_folder).waitForLock();
   IncomingFile(_folder).forget();
 }
 

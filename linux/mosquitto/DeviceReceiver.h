@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "linux/FileLock.h"
 #include "linux/mosquitto/DevicePairing.h"
-#include "linux/mosquitto/FileLock.h"
 #include "linux/mosquitto/GenerationMerge.h"
 #include "linux/mosquitto/KeptMessages.h"
 #include "linux/mosquitto/MQTTConnection.h"

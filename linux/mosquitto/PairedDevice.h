@@ -14,8 +14,8 @@
 #include <string_view>
 #include <vector>
 
+#include "linux/FileLock.h"
 #include "linux/mosquitto/DevicePairing.h"
-#include "linux/mosquitto/FileLock.h"
 #include "linux/mosquitto/KeptMessages.h"
 #include "linux/mosquitto/MQTTConnection.h"
 #include "linux/mosquitto/PushState.h"

@@ -250,8 +250,9 @@ OutgoingFile::OutgoingFile(const std::filesystem::path& folder) : _file(folder /
 OutgoingState OutgoingFile::read() const { return decodeOutgoingState(contentOf(_file)).value_or(OutgoingState()); }
 
 std::optional<std::string> OutgoingFile::update(const std::function<void(OutgoingState&)>& change) const {
-  const auto lock = FileLock::wait(_file.parent_path() / "outgoing.lock");
-  if (!lock) return systemError("cannot lock", _file);
+  const std::filesystem::path place = _file.parent_path() / "outgoing.lock";
+  const auto lock = FileLock::take(place, _patience);
+  if (!lock) return lockError(place);
   const Data before = contentOf(_file);
   OutgoingState state = decodeOutgoingState(before).value_or(OutgoingState());
   change(state);
@@ -266,8 +267,8 @@ std::optional<FileLock> IncomingFile::tryLock() const {
   return FileLock::tryTake(_file.parent_path() / IncomingLockFile);
 }
 
-std::optional<FileLock> IncomingFile::waitForLock() const {
-  return FileLock::wait(_file.parent_path() / IncomingLockFile);
+std::optional<FileLock> IncomingFile::waitForLock(LockPatience& patience) const {
+  return FileLock::take(_file.parent_path() / IncomingLockFile, patience);
 }
 
 void IncomingFile::forget() const {

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "linux/mosquitto/FileLock.h"
+#include "linux/FileLock.h"
 #include "linux/mosquitto/SyncMessages.h"
 
 namespace pellor {
@@ -97,6 +97,7 @@ class OutgoingFile {
 
  private:
   const std::filesystem::path _file;
+  mutable LockPatience _patience{std::chrono::seconds(3)};
 };
 
 /// The receiving side's. The one process that serves writes it, and those that send, each while it holds the lock. Any
@@ -107,8 +108,8 @@ class IncomingFile {
   /// Held from the reading of the state until it is written, with all that is done to the store in between: so no
   /// generation is sent of which nobody knows what it includes. Absent while another one holds it.
   std::optional<FileLock> tryLock() const;
-  /// The same when it is free; absent when the file cannot be made.
-  std::optional<FileLock> waitForLock() const;
+  /// The same when it is free; absent, with errno set, when the file cannot be made or the patience is at its end.
+  std::optional<FileLock> waitForLock(LockPatience& patience) const;
   IncomingState read() const;
   std::optional<std::string> write(const IncomingState& state) const;
   /// With the messages that are kept.

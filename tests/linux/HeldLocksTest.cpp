@@ -1,0 +1,146 @@
+// Locks that a stopped program holds, and what the adapters do then.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/file.h>
+
+#include <filesystem>
+#include <functional>
+#include <string>
+
+#include "linux/FileLock.h"
+#include "linux/NotifyFolder.h"
+#include "tests/linux/ChildProcess.h"
+#include "tests/linux/ContactsFixture.h"
+#include "tests/linux/SQLiteStores.h"
+
+namespace pellor {
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::milliseconds;
+using testing::AllOf;
+using testing::HasSubstr;
+
+constexpr milliseconds NoPatience{0};
+
+/// A program that holds a lock and is stopped.
+class StoppedHolder {
+ public:
+  static StoppedHolder ofFile(const fs::path& place) {
+    return StoppedHolder([place] { return ::flock(::open(place.c_str(), O_RDONLY), LOCK_EX) == 0; });
+  }
+  static StoppedHolder ofWriting(const fs::path& database) {
+    return StoppedHolder([database] {
+      static const SQLiteDatabase opened(database, SQLiteDatabase::Access::readWrite, 1);
+      opened.execute("BEGIN IMMEDIATE");
+      return true;
+    });
+  }
+
+  std::string named() const { return "(process " + std::to_string(_id) + ")"; }
+
+ private:
+  explicit StoppedHolder(const std::function<bool()>& lock)
+      : _child([&](const ChildProcess::Report& report) {
+          report.send(lock() ? ::getpid() : 0);
+          ::raise(SIGSTOP);
+          return 0;
+        }),
+        _id(_child.receive().value_or(0)) {
+    EXPECT_GT(_id, 0);
+    // Returns when the child has stopped.
+    ::waitpid(static_cast<pid_t>(_id), nullptr, WUNTRACED);
+  }
+
+  ChildProcess _child;
+  const std::int64_t _id;
+};
+
+auto tellsOf(const StoppedHolder& holder) {
+  return AllOf(HasSubstr("is locked by"), HasSubstr(holder.named()), HasSubstr("stopped"), HasSubstr("kill -CONT"));
+}
+
+class HeldStore : public testing::Test {
+ protected:
+  std::shared_ptr<SQLitePreferences> open(milliseconds limit) const {
+    return std::make_shared<SQLitePreferences>(_folder.path(), _folder / "defaults.json", LogHandle("", "", nullptr),
+                                               SQLitePreferences::Access::readWrite, limit);
+  }
+  void makeStore() const {
+    const auto store = open(SQLitePreferences::LockLimit);
+    store->setValue("key", Value("stored"), "domain");
+    ASSERT_TRUE(store->synchronize("domain"));
+  }
+
+  const TemporaryFolder _folder;
+};
+
+TEST_F(HeldStore, AFolderThatIsLockedLeavesTheStoreUnreadableAndNamesTheHolder) {
+  makeStore();
+  const StoppedHolder holder = StoppedHolder::ofFile(_folder.path());
+  const auto store = open(NoPatience);
+  EXPECT_FALSE(store->copyValue("key", "domain").isReadable());
+  EXPECT_THAT(store->lastError(), tellsOf(holder));
+}
+
+TEST_F(HeldStore, AWriteLockLetsOthersReadAndNamesTheHolderToWriters) {
+  makeStore();
+  const StoppedHolder holder = StoppedHolder::ofWriting(_folder / SQLiteStoreFile);
+  const auto store = open(NoPatience);
+  EXPECT_EQ(store->copyValue("key", "domain").value(), Value("stored"));
+  const PreferenceChanges changes{{"key", {PreferenceChange::Kind::set, Value("new"), std::nullopt}}};
+  EXPECT_EQ(store->write(changes, {1, 1}, "domain").outcome, PreferenceWriteOutcome::failed);
+  EXPECT_THAT(store->lastError(), tellsOf(holder));
+}
+
+TEST(HeldIndex, ContactsAreUnreadableUntilTheLockIsFree) {
+  ContactsFixture fixture;
+  fixture.put("ann.vcf", ContactsFixture::card("ann", "Ann"));
+  fixture.openIndex();
+  fixture.put("bob.vcf", ContactsFixture::card("bob", "Bob"));
+  ContactIndexOptions options = fixture.options();
+  options.lockLimit = NoPatience;
+  ContactIndex index(options, fixture.source(), fixture.handle());
+  {
+    const StoppedHolder holder = StoppedHolder::ofFile(fixture.data);
+    EXPECT_FALSE(index.update(FolderChange::all()));
+    EXPECT_FALSE(index.isReadable());
+    EXPECT_THAT(index.failure().value_or(""), tellsOf(holder));
+  }
+  {
+    const StoppedHolder holder = StoppedHolder::ofWriting(fixture.data / "contacts-index.sqlite");
+    EXPECT_FALSE(index.update(FolderChange::all()));
+    EXPECT_THAT(index.failure().value_or(""), tellsOf(holder));
+    EXPECT_EQ(index.allRecordIDs().size(), 1U) << "what was known can be read";
+  }
+  EXPECT_TRUE(index.update(FolderChange::all()));
+  EXPECT_EQ(index.allRecordIDs().size(), 2U);
+}
+
+TEST(HeldCounter, APostIsKeptAndTheHolderNamedOnTheLog) {
+  const TemporaryFolder folder;
+  const auto log = std::make_shared<LogCollector>();
+  fs::create_directory(folder / "notify");
+  writeFile(folder / "notify/name", "");
+  const StoppedHolder holder = StoppedHolder::ofFile(folder / "notify/name");
+  Process process;
+  const auto bus = NotifyFolder::make(process, folder / "notify", LogHandle("test", "bus", log),
+                                      NotifyFolder::Hearing::whenSettling, NoPatience);
+  bus->post("name");
+  ASSERT_EQ(log->messages().size(), 1U);
+  EXPECT_THAT(log->messages().front(), tellsOf(holder));
+}
+
+TEST(LockPatienceTest, OneWaitIsLongAndTheNextOnesAreShort) {
+  using std::chrono::steady_clock;
+  LockPatience patience(std::chrono::hours(1));
+  EXPECT_GT(patience.endOfWait(), steady_clock::now() + std::chrono::minutes(50));
+  patience.lose();
+  EXPECT_LT(patience.endOfWait(), steady_clock::now() + std::chrono::seconds(10));
+}
+
+}  // namespace
+}  // namespace pellor
