@@ -228,7 +228,12 @@ Configuration Configuration::read(const fs::path& file) {
 }
 
 void Configuration::set(std::string_view name, std::string_view text) {
-  set(knownKey(name), std::string(text), fs::current_path());
+  std::error_code error;
+  const fs::path base = fs::current_path(error);
+  const ConfigurationKey& key = knownKey(name);
+  if (error && key.kind == Kind::path && fs::path(text).is_relative())
+    throw ConfigurationError(std::string(key.name) + " has to be an absolute path: the current folder is gone");
+  set(key, std::string(text), base);
 }
 
 void Configuration::set(const ConfigurationKey& key, std::string text, const fs::path& base) {

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -31,6 +32,7 @@ constexpr std::uint32_t EndOfWatch = IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED 
 
 constexpr int FirstPause = 1000;
 constexpr int LongestPause = 60'000;
+constexpr int PauseWithoutStop = 100;
 constexpr int NoTimeout = -1;
 constexpr int NoWatch = -1;
 
@@ -48,14 +50,19 @@ class FolderWatch::Watcher {
         _stop(eventfd(0, EFD_CLOEXEC)) {
     watch();
     const BlockedSignals blocked;
-    _thread = std::thread([this] { serve(); });
+    try {
+      _thread = std::thread([this] { serve(); });
+    } catch (const std::system_error& error) {
+      _handler({}, error.what());
+    }
   }
 
   ~Watcher() {
+    _isStopping = true;
     const std::uint64_t one = 1;
-    while (write(_stop.get(), &one, sizeof one) < 0 && errno == EINTR) {
+    while (_stop && write(_stop.get(), &one, sizeof one) < 0 && errno == EINTR) {
     }
-    _thread.join();
+    if (_thread.joinable()) _thread.join();
   }
 
   Watcher(const Watcher&) = delete;
@@ -81,11 +88,22 @@ class FolderWatch::Watcher {
 
   /// False when the watch is to end.
   bool waitForEvents() PELLOR_REQUIRES(_role) {
+    if (!_stop) return waitWithoutStop();
     std::array<pollfd, 2> files{pollfd{_stop.get(), POLLIN, 0}, pollfd{_inotify.get(), POLLIN, 0}};
     const int timeout = _problem.empty() ? NoTimeout : nextPause();
     while (poll(files.data(), files.size(), timeout) < 0 && errno == EINTR) {
     }
     return (files[0].revents & POLLIN) == 0;
+  }
+
+  /// The same where there are too many open files for what would end the wait.
+  bool waitWithoutStop() PELLOR_REQUIRES(_role) {
+    const int timeout = _problem.empty() ? LongestPause : nextPause();
+    pollfd file{_inotify.get(), POLLIN, 0};
+    for (int waited = 0; !_isStopping && waited < timeout; waited += PauseWithoutStop) {
+      if (poll(&file, 1, PauseWithoutStop) > 0) break;
+    }
+    return !_isStopping;
   }
 
   int nextPause() PELLOR_REQUIRES(_role) {
@@ -186,6 +204,7 @@ class FolderWatch::Watcher {
   const std::function<bool(std::string_view)> _concerns;
   const Handler _handler;
   const FileDescriptor _stop;
+  std::atomic<bool> _isStopping = false;  // set by the end of the watch, read by its thread
   ThreadRole _role;
   FileDescriptor _inotify PELLOR_GUARDED_BY(_role);
   int _folderWatch PELLOR_GUARDED_BY(_role) = NoWatch;

@@ -1,6 +1,7 @@
 #include "linux/SQLiteDatabase.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <thread>
 #include <utility>
@@ -43,6 +44,12 @@ std::string busyError(sqlite3* database) {
   return heldError(file, {file + "-shm", file});
 }
 
+// The code for a file that cannot be opened would read as a lack of permission.
+void requireFreeDescriptors(sqlite3* database) {
+  const int error = sqlite3_system_errno(database);
+  if (error == EMFILE || error == ENFILE) throw SQLiteError(SQLITE_IOERR, "too many files are open");
+}
+
 }  // namespace
 
 /// What the connection asks whether to go on waiting for a lock.
@@ -72,6 +79,7 @@ SQLiteStatement::SQLiteStatement(sqlite3* database, std::string_view text) : _da
 
 void SQLiteStatement::check(int code) const {
   if ((code & 0xFF) == SQLITE_BUSY) throw SQLiteError(code, busyError(_database));
+  if ((code & 0xFF) == SQLITE_CANTOPEN) requireFreeDescriptors(_database);
   if (code != SQLITE_OK) throw SQLiteError(code, sqlite3_errmsg(_database));
 }
 
@@ -149,6 +157,7 @@ void SQLiteDatabase::open(const char* name, int flags) {
   sqlite3* database = nullptr;
   const int code = sqlite3_open_v2(name, &database, flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE, nullptr);
   _database.reset(database);
+  if (code == SQLITE_CANTOPEN && database) requireFreeDescriptors(database);
   if (code != SQLITE_OK) throw SQLiteError(code, database ? sqlite3_errmsg(database) : sqlite3_errstr(code));
 }
 

@@ -85,5 +85,26 @@ TEST(FilesInTheWay, APipeADeviceOrAFolderInThePlaceOfAFileHoldsNothingUp) {
   }
 }
 
+// Each ends soon with what it was asked for, or with a line that says why not.
+TEST(FewOpenFiles, EveryCommandEnds) {
+  const Home home;
+  home.addContact("ann", "Ann Lee", "TEL:+49301234567\n");
+  ASSERT_EQ(pellor(home, {"add", "ann"}).exitCode, 0);
+  for (int limit = 5; limit <= 10; ++limit) {
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"list"},
+                                                      {"contacts"},
+                                                      {"refresh"},
+                                                      {"title", "1", "Page " + std::to_string(limit)}}) {
+      SCOPED_TRACE(arguments.front() + " with " + std::to_string(limit));
+      std::vector<std::string> command = {"sh", "-c", "ulimit -n " + std::to_string(limit) + "; exec \"$0\" \"$@\""};
+      for (const std::string& word : pellorCommand(arguments)) command.push_back(word);
+      const ProgramResult result = Program(home, command).finish();
+      EXPECT_THAT(result.exitCode, testing::AnyOf(0, 1));
+      EXPECT_EQ(result.errors.empty(), result.exitCode == 0) << result.errors;
+      EXPECT_THAT(result.errors, testing::Not(HasSubstr("read-only")));
+    }
+  }
+}
+
 }  // namespace
 }  // namespace pellor
