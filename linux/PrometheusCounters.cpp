@@ -5,6 +5,7 @@
 #include <prometheus/text_serializer.h>
 
 #include <algorithm>
+#include <exception>
 #include <optional>
 #include <utility>
 
@@ -55,21 +56,31 @@ PrometheusCounters::~PrometheusCounters() {
 void PrometheusCounters::setValueForScalarKey(std::string_view key, std::int64_t value) {
   _process.requireMainQueue("PrometheusCounters::setValueForScalarKey");
   const bool isNew = !_gauges.contains(key);
-  prometheus::Gauge& gauge = gaugeFor(key);
+  prometheus::Gauge* gauge = gaugeFor(key);
   const auto number = static_cast<double>(value);
-  if (!isNew && gauge.Value() == number) return;
-  gauge.Set(number);
+  if (!gauge || (!isNew && gauge->Value() == number)) return;
+  gauge->Set(number);
   _hasChanged = true;
 }
 
-prometheus::Gauge& PrometheusCounters::gaugeFor(std::string_view key) {
+/// Null for a key of which the library can make no counter.
+prometheus::Gauge* PrometheusCounters::gaugeFor(std::string_view key) {
   const auto known = _gauges.find(key);
-  if (known != _gauges.end()) return *known->second;
+  if (known != _gauges.end()) return known->second;
+  prometheus::Gauge* gauge = nullptr;
+  try {
+    gauge = &makeGauge(key);
+  } catch (const std::exception& error) {
+    _log.log("%@ is not counted: %@", std::string(key), error.what());
+  }
+  _gauges.emplace(key, gauge);
+  return gauge;
+}
+
+prometheus::Gauge& PrometheusCounters::makeGauge(std::string_view key) {
   // Adding the same metric again gives the one that is there.
   auto& family = prometheus::BuildGauge().Name(metricNameOf(key)).Help(std::string(key)).Register(*_registry);
-  prometheus::Gauge& gauge = family.Add({});
-  _gauges.emplace(key, &gauge);
-  return gauge;
+  return family.Add({});
 }
 
 void PrometheusCounters::didSettle() {

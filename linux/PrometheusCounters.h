@@ -38,7 +38,8 @@ class PrometheusCounters final : public AnalyticsCounters, public SettleParticip
   void didSettle() override;
 
  private:
-  prometheus::Gauge& gaugeFor(std::string_view key);
+  prometheus::Gauge* gaugeFor(std::string_view key);
+  prometheus::Gauge& makeGauge(std::string_view key);
   void writeChanges();
 
   Process& _process;

@@ -129,6 +129,15 @@ TEST(PrometheusCountersTest, ChangedValuesAreWrittenAtASettleAndOnceASecond) {
   EXPECT_NE(contentOf(file).find("\n_7_groups_count 2"), std::string::npos) << "without a settle";
 }
 
+TEST(PrometheusCountersTest, AKeyThatIsNoNameForACounterEndsNothing) {
+  const TemporaryFolder folder;
+  Process process(std::make_shared<SimulatedScheduler>(1), nullptr);
+  PrometheusCounters counters(process, folder / "pellor.prom", LogHandle("test", "counters", nullptr));
+  for (const char* key : {"", "__reserved", "..", "a.b", "a_b", "\xFF"}) counters.setValueForScalarKey(key, 7);
+  EXPECT_TRUE(process.settle(5));
+  EXPECT_NE(contentOf(folder / "pellor.prom").find("\na_b 7"), std::string::npos);
+}
+
 // Log
 
 TEST(StandardErrorLogTest, LinesGoToStandardErrorWhenAskedFor) {
