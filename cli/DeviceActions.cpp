@@ -51,7 +51,8 @@ std::string textOf(const DevicePairing& pairing, const std::string& request) {
   text += "invitation for the other device: " + pairing.invitation() + "\n";
   const auto peer = pairing.peer();
   if (!peer) return text;
-  return text + "paired with: " + printable(*peer) + "\nfingerprint, the same on both: " + *pairing.fingerprint() + "\n";
+  return text + "paired with: " + printable(*peer) + "\nfingerprint, the same on both: " + *pairing.fingerprint() +
+         "\n";
 }
 
 Json jsonOf(const DevicePairing& pairing, const std::string& request) {
