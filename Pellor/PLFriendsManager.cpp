@@ -621,7 +621,7 @@ const std::string* titleAt(const Array& titles, std::optional<std::uint64_t> pag
 
 }  // namespace
 
-// For the checks of what is skipped: all titles beside those that are stored.
+// For the checks of what is skipped: all titles beside those that are stored. An empty page is each process's own.
 bool PLFriendsManager::_areTitlesWritten() const {
   const auto base = _writer->base();
   if (!base || _writer->needsTitlesSync() || _writer->isSaving()) return true;
@@ -629,7 +629,8 @@ bool PLFriendsManager::_areTitlesWritten() const {
   for (std::uint64_t index = 0; index < _friendGroups.size(); ++index) {
     const std::string* stored = titleAt(base->titles, pages.empty() ? index : pages[index]);
     const std::string title = _friendGroups[index]->title().value_or("");
-    if (_isTitleSetHere(index) && title != (stored ? *stored : "")) return false;
+    const bool isWritten = !_isTitleSetHere(index) || title == (stored ? *stored : "");
+    if (!isWritten && _friendGroups[index]->count() > 0) return false;
   }
   return true;
 }
