@@ -547,7 +547,7 @@ void PLFriendsManager::_loadGroupTitles() {
   auto renamed = std::make_shared<PLStoredBase>(*_writer->base());
   renamed->titles = stored.titles;
   renamed->titlesVersion = stored.titlesVersion;
-  if (_writer->needsTitlesSync()) _writer->markTitles(_titlesAfter(*renamed));
+  if (_writer->needsTitlesSync() || _havePagesMoved(*renamed)) _writer->markTitles(_titlesAfter(*renamed));
   _publishList();
   _writer->takeOver(std::move(renamed), _friendList, _pageNumbers());
   _writer->save();
@@ -744,6 +744,16 @@ PLPageOrigins PLFriendsManager::_pagesInBase(const PLStoredBase& base) const {
   while (appended > 0 && !origins[appended - 1]) --appended;
   for (std::uint64_t next = known.size(); appended < origins.size(); ++appended) origins[appended] = next++;
   return origins;
+}
+
+// Whether titles have to go out with the pages that came or went since `base`: those of pages that moved further up.
+bool PLFriendsManager::_havePagesMoved(const PLStoredBase& base) const {
+  const PLPageOrigins pages = _pagesInBase(base);
+  if (pages.empty() || base.titles.empty()) return false;
+  for (std::uint64_t index = 0; index < pages.size(); ++index) {
+    if (pages[index] != index) return true;
+  }
+  return pages.size() < base.pages->size();
 }
 
 PLPageNumbers PLFriendsManager::_pageNumbers() {

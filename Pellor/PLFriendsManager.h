@@ -303,6 +303,7 @@ class PLFriendsManager : public Object,
   PLOwnPages _ownPages(const PLStoredBase& base) const;
   PLPageOrigins _pagesInBase(const PLStoredBase& base) const;
   PLPageNumbers _pageNumbers();
+  bool _havePagesMoved(const PLStoredBase& base) const;
   std::uint64_t _pageCountOf(const LongArray& list) const;
   std::optional<std::uint64_t> _pageInTheirs(std::uint64_t groupIndex, const PLStoredList& theirs,
                                              const PLMergeResult* merged) const;

@@ -155,13 +155,17 @@ TEST_F(ManagerOvertakenTest, ATitleIsGivenToThePageThatWentFurtherUp) {
 
 // Who removes a page moves the titles behind it, also those that it has not heard of.
 TEST_F(ManagerOvertakenTest, TitlesThatWereSetElsewhereMoveWithTheirPages) {
-  launchBoth("Ann,-,-|Bob,-,-|Cy,-,-");
-  b->remove(0, 0);
-  storeTitles({"Family", "Work", "Chess"});
-  EXPECT_TRUE(settle(*b));
-  EXPECT_EQ(b->list(), "Bob,-,-|Cy,-,-|-,-,-");
-  EXPECT_EQ(b->titles(), "Work|Chess|-");
-  EXPECT_EQ(storedTitles(), "Work|Chess|-");
+  for (const bool isHeardOf : {false, true}) {
+    launchBoth("Ann,-,-|Bob,-,-|Cy,-,-");
+    b->remove(0, 0);
+    storeTitles({"Family", "Work", "Chess"});
+    if (isHeardOf) world.bus().post(PLFriendGroupTitleChangedExternallyNotification);
+    EXPECT_TRUE(settle(*b));
+    EXPECT_EQ(b->list(), "Bob,-,-|Cy,-,-|-,-,-");
+    EXPECT_EQ(b->titles(), "Work|Chess|-") << isHeardOf;
+    EXPECT_EQ(storedTitles(), "Work|Chess|-") << isHeardOf;
+    storeTitles({});
+  }
 }
 
 // The empty page behind the last friend, which a process keeps for itself, is not the page that it removed.
