@@ -214,12 +214,14 @@ class OrderSearch {
                                [&](const FriendName& name) { return mayStandElsewhere(state, name, {}); });
   }
 
+  // A new page is empty, or holds friends whom an edit put there; where pages are known no other one follows an empty
+  // one.
   bool mayBeNew(std::size_t actual) const {
-    const auto& pages = _round.after.pages;
+    const auto first = _round.after.pages.begin() + static_cast<std::ptrdiff_t>(actual);
     const auto isTouched = [&](const FriendName& name) { return name.empty() || _touched.contains(name); };
-    if (!pages[actual].isEmpty()) return std::ranges::all_of(pages[actual].slots, isTouched);
-    return !_arePagesKnown || std::all_of(pages.begin() + static_cast<std::ptrdiff_t>(actual), pages.end(),
-                                          [](const PlainPage& page) { return page.isEmpty(); });
+    const auto holdsTouched = [&](const PlainPage& page) { return std::ranges::all_of(page.slots, isTouched); };
+    const bool isAmongKnown = first->isEmpty() && _arePagesKnown;
+    return isAmongKnown ? std::all_of(first, _round.after.pages.end(), holdsTouched) : holdsTouched(*first);
   }
 
   const Round& _round;
