@@ -75,7 +75,7 @@ class EditJudge {
     }
     const bool isThere = _round.after.contains(name);
     // Whoever takes one of two out may not know that another takes out the other.
-    const bool mayBothBeGone = !isThere && _round.hasDeduplicated && _round.mayHaveBeenTwo(name);
+    const bool mayBothBeGone = !isThere && _round.hasTakenOneOfTwo && _round.mayHaveBeenTwo(name);
     const bool mayBeBack = isThere && _round.relinked.contains(name);
     if (!mayBothBeGone && !mayBeBack) judge(name, claims, isThere ? there : gone);
     if (_round.after.doubled.contains(name) && !_round.mayHaveBeenTwo(name)) report(name + " is there twice");

@@ -125,7 +125,7 @@ bool Round::canBeOrdered() const {
   const auto concernsRelinked = [&](const Edit& edit) {
     return isRelinked(edit.who) || std::ranges::any_of(edit.page.residents, isRelinked);
   };
-  return !hasDeduplicated && std::ranges::none_of(touched(), isRelinked) &&
+  return !hasTakenOneOfTwo && std::ranges::none_of(touched(), isRelinked) &&
          std::ranges::none_of(edits, concernsRelinked);
 }
 

@@ -73,7 +73,9 @@ struct Round {
   /// Whether a process was not told what became of a write: one that it does not recognise, because somebody wrote over
   /// it since, counts as somebody else's, and may conflict with what the process did afterwards.
   bool hasUntoldWrites = false;
-  bool hasDeduplicated = false;  ///< whether some process took out a friend who was there twice
+  /// Whether one of a friend who was there twice was taken out in some process: by itself or by an edit, which counts
+  /// as none because the other one stayed.
+  bool hasTakenOneOfTwo = false;
 
   /// Whether enough friends stand where nobody touched them, behind each page that may have gone, to tell which page is
   /// which: of pages with hardly anybody in common one may be taken for its neighbour.

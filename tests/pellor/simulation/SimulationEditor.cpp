@@ -28,6 +28,11 @@ SeenPage seenPage(const PlainList& list, std::size_t index, const std::set<Frien
   return page;
 }
 
+std::set<FriendName> doubledAt(Member& member) {
+  const Process::Scope scope(member.process());
+  return plainListOf(member.manager()).doubled;
+}
+
 }  // namespace
 
 template <std::size_t Count>
@@ -49,8 +54,10 @@ void SimulationEditor::edit(Member& author) {
       {2, &SimulationEditor::purge},   {2, &SimulationEditor::title},          {4, &SimulationEditor::changePerson},
       {1, &SimulationEditor::refresh},
   };
+  const std::set<FriendName> doubled = doubledAt(author);
   doOneOf(operations, author);
   const Process::Scope scope(author.process());
+  if (!std::ranges::includes(doubledAt(author), doubled)) _world.noteOneOfTwoTaken();
   if (const auto violation = author.manager().invariantViolation()) ADD_FAILURE() << *violation;
 }
 

@@ -261,7 +261,7 @@ void SimulationWorld::disturb() {
 
 void SimulationWorld::killSomeone() {
   const auto member = _members.begin() + static_cast<std::ptrdiff_t>(below(_members.size()));
-  _round.hasDeduplicated = (*member)->takeDeduplications() > 0 || _round.hasDeduplicated;
+  _round.hasTakenOneOfTwo = (*member)->takeDeduplications() > 0 || _round.hasTakenOneOfTwo;
   const std::unique_ptr<Member> killed = std::move(*member);
   _members.erase(member);
   killed->kill();
@@ -286,7 +286,7 @@ void SimulationWorld::calm() {
 void SimulationWorld::beginRound(bool isDisturbed) {
   _round.before = plainListOf(_members.front()->manager());
   _round.edits.clear();
-  _round.hasDeduplicated = false;
+  _round.hasTakenOneOfTwo = false;
   _round.hasUntoldWrites = false;
   _refused.clear();
   for (const auto& member : _members) member->takeDeduplications();
@@ -332,7 +332,7 @@ Round SimulationWorld::endRound() {
     const Process::Scope scope(member->process());
     EXPECT_TRUE(member->process().settle(settleLimit));
     acknowledge(*member);
-    _round.hasDeduplicated = member->takeDeduplications() > 0 || _round.hasDeduplicated;
+    _round.hasTakenOneOfTwo = member->takeDeduplications() > 0 || _round.hasTakenOneOfTwo;
   }
   // What the last of them wrote the others have to hear of.
   rest();

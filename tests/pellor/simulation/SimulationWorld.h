@@ -96,6 +96,8 @@ class SimulationWorld {
   /// To be told of each friend who is added: one whose contact changed while some process may have looked it up counts
   /// as relinked.
   void noteAdded(const FriendName& name);
+  /// To be told when an edit took out one of a friend who was there twice.
+  void noteOneOfTwoTaken() { _round.hasTakenOneOfTwo = true; }
   /// Waits for the process's writes: its edits are acknowledged if it says so. An addition may have found no room.
   void settle(Member& member);
   /// Ends all faults, waits until everything is written and everybody has looked, and tells what happened.
