@@ -31,26 +31,6 @@ bool haveSameSlots(const PLSlotSnapshot& one, const PLSlotSnapshot& other) {
 
 }  // namespace
 
-// What one save writes: the marks that it took, and what was published after they were taken.
-struct PLListWriter::Write {
-  PreferenceWriteID id;
-  bool layoutChanged = false;
-  bool titlesChanged = false;
-  bool marksNormalized = false;
-  std::optional<std::int32_t> sequenceNumber;
-  std::vector<std::shared_ptr<PLPerson>> persons;  // whose own changes it takes along
-  Published published;
-  std::shared_ptr<const PLStoredBase> base;  // that it is made from
-  std::shared_ptr<PLStoredVersion> list;     // as it is to be stored
-  PreferenceVersion listVersion, titlesVersion;
-  std::uint64_t elsewhere = 0;  // touches of persons, counted before any flag was taken
-  std::uint64_t changes = 0;    // of persons, counted before any of them was looked at and after its flag was taken
-  bool knowsTouched = false;    // whether all of these are in leaves that were gathered
-
-  bool writesList() const { return layoutChanged || !persons.empty(); }
-  bool isEmpty() const { return !writesList() && !titlesChanged && !marksNormalized && !sequenceNumber; }
-};
-
 std::shared_ptr<PLListWriter> PLListWriter::make(Process& process, std::string domain) {
   return std::make_shared<PLListWriter>(Passkey{}, process, std::move(domain));
 }
@@ -155,23 +135,21 @@ PLListWriter::Turn PLListWriter::beginLoad(const PreferenceVersion& list, const 
 }
 
 void PLListWriter::acceptIfWritten(const PLStoredList& stored) {
-  std::shared_ptr<const Write> found;
+  std::shared_ptr<const PLListWrite> found;
   {
     const MutexLock lock(_mutex);
-    const auto isStored = [&](const auto& write) {
-      return write->id == (write->list ? stored.listVersion : stored.titlesVersion).write;
-    };
+    const auto isStored = [&](const auto& write) { return write->isIn(stored); };
     const auto known = std::ranges::find_if(_unknownWrites, isStored);
     if (known == _unknownWrites.end()) return;
     found = *known;
   }
-  Write write = *found;
+  PLListWrite write = *found;
   if (write.list) write.list = std::make_shared<PLStoredVersion>(*write.list);
-  PreferenceWriteAnswer answer{PreferenceWriteOutcome::written, {}};
-  answer.written.emplace(PLFriendListKey, VersionedPreference{stored.list, stored.listVersion});
-  answer.written.emplace(PLGroupTitlesKey, VersionedPreference{std::nullopt, stored.titlesVersion});
+  VersionedPreferences written;
+  written.emplace(PLFriendListKey, VersionedPreference{stored.list, stored.listVersion});
+  written.emplace(PLGroupTitlesKey, VersionedPreference{std::nullopt, stored.titlesVersion});
   _saveQueue->async([self = shared_from_this(), write] { self->push(write); });
-  adopt(write, answer);
+  adopt(write, written);
 }
 
 void PLListWriter::takeOver(std::shared_ptr<const PLStoredBase> base, PLSlotList& list, const PLPageNumbers& pages) {
@@ -216,7 +194,7 @@ void PLListWriter::_save() {
 }
 
 void PLListWriter::writeUnsavedChanges() {
-  Write write;
+  PLListWrite write;
   if (!takeUnsavedChanges(write)) return;
   if (write.isEmpty()) {
     leaveWriting(Phase::ready);
@@ -225,14 +203,15 @@ void PLListWriter::writeUnsavedChanges() {
     return;
   }
   write.id = {_writer, ++_writeCount};
-  const PreferenceChanges changes = changesOf(write);
+  const auto* touched = write.knowsTouched ? _touchedLeaves.since(write.base->list->changes()) : nullptr;
+  const PreferenceChanges changes = write.preferenceChanges(touched);
   finish(write, platformOf(_process).preferences->write(changes, write.id, _domain));
 }
 
 // Each mark is taken before what it stands for is read: a change that comes in between is written now, and once more by
 // the save that it asks for, rather than never. The sequence number comes first: the changes that it tells of were
 // marked before it. False while the stored list has to be loaded: the marks stay.
-bool PLListWriter::takeUnsavedChanges(Write& write) {
+bool PLListWriter::takeUnsavedChanges(PLListWrite& write) {
   _touchedLeaves.gather();
   {
     const MutexLock lock(_mutex);
@@ -255,7 +234,7 @@ bool PLListWriter::takeUnsavedChanges(Write& write) {
 
 // When it is known who was marked since the last save looked, only they and who came into the list since may carry a
 // flag.
-void PLListWriter::takeUnsavedPersons(Write& write) {
+void PLListWriter::takeUnsavedPersons(PLListWrite& write) {
   const auto takeFlag = [&](const Slot& person) {
     if (person != EmptySlot && person->needsSave() && person->takeNeedsSave()) write.persons.push_back(person);
   };
@@ -271,46 +250,10 @@ void PLListWriter::takeUnsavedPersons(Write& write) {
   _savedList = write.published.list;
 }
 
-namespace {
-
-PreferenceChange set(Value value, std::optional<PreferenceVersion> madeFrom) {
-  return {PreferenceChange::Kind::set, std::move(value), madeFrom};
-}
-
-PreferenceChange keep(const PreferenceVersion& madeFrom) {
-  return {PreferenceChange::Kind::keep, std::nullopt, madeFrom};
-}
-
-}  // namespace
-
-// Titles belong to the pages of a list: alone they go out only while that list is the stored one, and pages come and go
-// only while the titles are those that are known.
-PreferenceChanges PLListWriter::changesOf(Write& write) {
-  PreferenceChanges changes;
-  if (write.writesList()) {
-    const PLStoredVersion& known = *write.base->list;
-    const auto* touched = write.knowsTouched ? _touchedLeaves.since(known.changes()) : nullptr;
-    write.list =
-        std::make_shared<PLStoredVersion>(PLStoredVersion::made(known, *write.published.list, write.changes, touched));
-    changes.emplace(PLFriendListKey, set(write.list->array(), write.base->listVersion));
-  }
-  if (write.titlesChanged) {
-    changes.emplace(PLGroupTitlesKey, set(*write.published.titles, write.base->titlesVersion));
-    changes.try_emplace(std::string(PLFriendListKey), keep(write.base->listVersion));
-  } else if (write.list && write.published.pages != write.base->pages) {
-    changes.emplace(PLGroupTitlesKey, keep(write.base->titlesVersion));
-  }
-  if (write.marksNormalized) changes.emplace(PLDidNormalizeFriendListDestinationsKey, set(true, std::nullopt));
-  if (write.sequenceNumber) {
-    changes.emplace(PLAddressBookSequenceNumberKey, set(*write.sequenceNumber, std::nullopt));
-  }
-  return changes;
-}
-
-void PLListWriter::finish(Write& write, PreferenceWriteAnswer answer) {
+void PLListWriter::finish(PLListWrite& write, const PreferenceWriteAnswer& answer) {
   switch (answer.outcome) {
     case PreferenceWriteOutcome::written:
-      return accept(write, answer);
+      return accept(write, answer.written);
     case PreferenceWriteOutcome::overtaken:
       keepUnsavedChanges(write);
       leaveWriting(Phase::awaitsLoad);
@@ -329,31 +272,20 @@ void PLListWriter::finish(Write& write, PreferenceWriteAnswer answer) {
   }
 }
 
-void PLListWriter::accept(Write& write, const PreferenceWriteAnswer& answer) {
+void PLListWriter::accept(PLListWrite& write, const VersionedPreferences& written) {
   if (write.list) _touchedLeaves.beginAt(write.changes, write.elsewhere);
   _hasFailed = false;
   _retryPause = kFirstRetryPause;
   push(write);
-  adopt(write, answer);
+  adopt(write, written);
   leaveWriting(Phase::ready);
 }
 
 // Makes what the store has accepted the baseline, and tells of it.
-void PLListWriter::adopt(Write& write, const PreferenceWriteAnswer& answer) {
-  const auto writtenUnder = [&](std::string_view key) {
-    const auto found = answer.written.find(key);
-    return found == answer.written.end() ? VersionedPreference() : found->second;
-  };
-  if (write.list) {
-    const VersionedPreference stored = writtenUnder(PLFriendListKey);
-    const LongArray* array = stored.value ? stored.value->longArray() : nullptr;
-    // The store keeps the list in a form of its own, which the next save builds on.
-    write.list->takeOver(array ? *array : LongArray());
-    write.listVersion = stored.version;
-    _PLGetLogSystem().log(LogFormat("friend list saved").as("_save"));
-  }
-  if (write.titlesChanged) write.titlesVersion = writtenUnder(PLGroupTitlesKey).version;
-  const std::shared_ptr<const PLStoredBase> base = baseAfter(write);
+void PLListWriter::adopt(PLListWrite& write, const VersionedPreferences& written) {
+  write.takeOver(written);
+  if (write.list) _PLGetLogSystem().log(LogFormat("friend list saved").as("_save"));
+  const std::shared_ptr<const PLStoredBase> base = write.baseAfter();
   if (base) {
     const MutexLock lock(_mutex);
     _base = base;
@@ -363,48 +295,27 @@ void PLListWriter::adopt(Write& write, const PreferenceWriteAnswer& answer) {
       {write.list != nullptr, write.titlesChanged, base, write.published.list->version(), write.sequenceNumber});
 }
 
-void PLListWriter::rememberUnknown(const Write& write) {
-  if (!write.list && !write.titlesChanged) return;
+void PLListWriter::rememberUnknown(const PLListWrite& write) {
+  if (!write.changesBase()) return;
   const MutexLock lock(_mutex);
   if (_unknownWrites.size() == kMostUnknownWrites) _unknownWrites.erase(_unknownWrites.begin());
-  _unknownWrites.push_back(std::make_shared<const Write>(write));
+  _unknownWrites.push_back(std::make_shared<const PLListWrite>(write));
 }
 
-// A write that only persons' own changes caused is not pushed to the paired device.
-void PLListWriter::push(const Write& write) {
-  std::set<std::string> keys;
-  if (write.layoutChanged) keys.emplace(PLFriendListKey);
-  if (write.titlesChanged) keys.emplace(PLGroupTitlesKey);
-  if (write.marksNormalized) keys.emplace(PLDidNormalizeFriendListDestinationsKey);
+void PLListWriter::push(const PLListWrite& write) {
+  const std::set<std::string> keys = write.pushedKeys();
   if (!keys.empty() && _preferencesSyncManager->hasCompletedInitialSync()) {
     _preferencesSyncManager->synchronizeDomainKeys(_domain, keys);
   }
 }
 
-void PLListWriter::keepUnsavedChanges(const Write& write) {
+void PLListWriter::keepUnsavedChanges(const PLListWrite& write) {
   for (const auto& person : write.persons) person->setNeedsSave(true);
   const MutexLock lock(_mutex);
   if (write.titlesChanged) _needsTitlesSync.store(true, std::memory_order_release);
   if (write.marksNormalized) _needsNormalizationMark.store(true, std::memory_order_release);
   if (write.layoutChanged) _needsFriendListSync.store(true, std::memory_order_release);
   if (!_sequenceNumber) _sequenceNumber = write.sequenceNumber;
-}
-
-// The baseline if the write is accepted; null when it has neither list nor titles.
-std::shared_ptr<PLStoredBase> PLListWriter::baseAfter(const Write& write) const {
-  if (!write.list && !write.titlesChanged) return nullptr;
-  auto base = std::make_shared<PLStoredBase>(*write.base);
-  if (write.list) {
-    base->list = write.list;
-    base->listVersion = write.listVersion;
-    base->elsewhere = write.elsewhere;
-  }
-  if (write.titlesChanged) {
-    base->titles = *write.published.titles;
-    base->titlesVersion = write.titlesVersion;
-  }
-  base->pages = write.published.pages;
-  return base;
 }
 
 void PLListWriter::leaveWriting(Phase phase) {

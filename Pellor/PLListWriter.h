@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Pellor/PLDelayedOperation.h"
+#include "Pellor/PLListWrite.h"
 #include "Pellor/PLSlotList.h"
 #include "Pellor/PLStoredBase.h"
 #include "Pellor/PLTouchedLeaves.h"
@@ -131,27 +132,18 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
 
  private:
   enum class Phase { ready, writing, awaitsLoad };
-  struct Published {
-    std::shared_ptr<const PLSlotSnapshot> list;
-    PLPageNumbers pages;
-    std::shared_ptr<const Array> titles;
-  };
-  struct Write;
 
   void _requestSave();
   void _save() PELLOR_REQUIRES(*_saveQueue);
   void writeUnsavedChanges() PELLOR_REQUIRES(*_saveQueue);
-  bool takeUnsavedChanges(Write& write) PELLOR_REQUIRES(*_saveQueue);
-  bool takePublished(Write& write) PELLOR_REQUIRES(*_saveQueue);
-  void takeUnsavedPersons(Write& write) PELLOR_REQUIRES(*_saveQueue);
-  PreferenceChanges changesOf(Write& write) PELLOR_REQUIRES(*_saveQueue);
-  void finish(Write& write, PreferenceWriteAnswer answer) PELLOR_REQUIRES(*_saveQueue);
-  void accept(Write& write, const PreferenceWriteAnswer& answer) PELLOR_REQUIRES(*_saveQueue);
-  void adopt(Write& write, const PreferenceWriteAnswer& answer);
-  void rememberUnknown(const Write& write);
-  void push(const Write& write);
-  void keepUnsavedChanges(const Write& write) PELLOR_REQUIRES(*_saveQueue);
-  std::shared_ptr<PLStoredBase> baseAfter(const Write& write) const;
+  bool takeUnsavedChanges(PLListWrite& write) PELLOR_REQUIRES(*_saveQueue);
+  void takeUnsavedPersons(PLListWrite& write) PELLOR_REQUIRES(*_saveQueue);
+  void finish(PLListWrite& write, const PreferenceWriteAnswer& answer) PELLOR_REQUIRES(*_saveQueue);
+  void accept(PLListWrite& write, const VersionedPreferences& written) PELLOR_REQUIRES(*_saveQueue);
+  void adopt(PLListWrite& write, const VersionedPreferences& written);
+  void rememberUnknown(const PLListWrite& write);
+  void push(const PLListWrite& write);
+  void keepUnsavedChanges(const PLListWrite& write) PELLOR_REQUIRES(*_saveQueue);
   void leaveWriting(Phase phase) PELLOR_REQUIRES(*_saveQueue);
   void askForLoad(void (PLListWriterClient::*tell)());
   void askForLoadLater() PELLOR_REQUIRES(*_saveQueue);
@@ -173,12 +165,12 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
 
   // What is published and what it was made on belong together: a save takes both at once.
   mutable Mutex _mutex;
-  Published _published PELLOR_GUARDED_BY(_mutex);
+  PLPublishedList _published PELLOR_GUARDED_BY(_mutex);
   std::shared_ptr<const PLStoredBase> _base PELLOR_GUARDED_BY(_mutex);
   Phase _phase PELLOR_GUARDED_BY(_mutex) = Phase::awaitsLoad;
   bool _loadIsDeferred PELLOR_GUARDED_BY(_mutex) = false;
-  std::vector<std::shared_ptr<const Write>> _unknownWrites PELLOR_GUARDED_BY(_mutex);  // made from the baseline
-  std::optional<std::int32_t> _sequenceNumber PELLOR_GUARDED_BY(_mutex);               // that is not written
+  std::vector<std::shared_ptr<const PLListWrite>> _unknownWrites PELLOR_GUARDED_BY(_mutex);  // made from the baseline
+  std::optional<std::int32_t> _sequenceNumber PELLOR_GUARDED_BY(_mutex);                     // that is not written
 
   // Marks: set on the main queue, taken by saves, set again by a save whose write was not accepted.
   std::atomic<bool> _needsFriendListSync{false};
