@@ -147,15 +147,11 @@ class OrderSearch {
       if (place && !_touched.contains(name)) return place->page;
       if (place) ++counts[place->page];
     }
-    const bool mayPagesGo = std::ranges::any_of(_round.edits, mayTakePage);
     const auto itsPlace =
-        mayPagesGo || page.index >= state.list.pages.size() ? std::nullopt : std::optional(page.index);
+        _mayPagesGo || page.index >= state.list.pages.size() ? std::nullopt : std::optional(page.index);
     if (counts.empty()) return itsPlace;
     const auto most = std::ranges::max_element(counts, {}, [](const auto& count) { return count.second; })->first;
     return itsPlace.value_or(most) == most ? std::optional(most) : std::nullopt;
-  }
-  static bool mayTakePage(const Edit& edit) {
-    return edit.kind == Edit::Kind::remove || edit.kind == Edit::Kind::purge;
   }
 
   static void purge(State& state) {
@@ -226,6 +222,7 @@ class OrderSearch {
 
   const Round& _round;
   const std::set<FriendName> _touched;
+  const bool _mayPagesGo = _round.mayPagesGo();
   const bool _arePagesKnown = _round.arePagesKnown();
   std::set<std::pair<std::vector<bool>, std::string>> _visited;  // states that explain nothing
 };

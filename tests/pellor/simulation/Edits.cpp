@@ -47,10 +47,18 @@ std::string Edit::description() const {
   return result + (acknowledged ? ", stored in " + textOf(*acknowledged) : ", not acknowledged") + ")";
 }
 
+bool Round::mayPagesGo() const {
+  std::set<std::uint64_t> emptying;
+  for (const Edit& edit : edits) {
+    if (edit.kind == Edit::Kind::remove || edit.kind == Edit::Kind::purge) return true;
+    if (edit.kind == Edit::Kind::move || !edit.removed.empty()) emptying.insert(edit.author);
+  }
+  return emptying.size() > 1;
+}
+
 bool Round::arePagesKnown() const {
-  const bool mayPagesGo = std::ranges::any_of(
-      edits, [](const Edit& edit) { return edit.kind == Edit::Kind::purge || !edit.removed.empty(); });
-  if (!mayPagesGo) return true;
+  const bool isAnyoneOut = std::ranges::any_of(edits, [](const Edit& edit) { return !edit.removed.empty(); });
+  if (!isAnyoneOut && !mayPagesGo()) return true;
   const auto others = unsettled();
   std::size_t pagesThatMayGo = 0, friendsBehind = 0;
   for (const PlainPage& page : before.pages) {

@@ -77,6 +77,9 @@ struct Round {
   /// as none because the other one stayed.
   bool hasTakenOneOfTwo = false;
 
+  /// Whether a page may have gone: with its last friend, as an empty one, or because several processes emptied it
+  /// together, none of which had it empty.
+  bool mayPagesGo() const;
   /// Whether enough friends stand where nobody touched them, behind each page that may have gone, to tell which page is
   /// which: of pages with hardly anybody in common one may be taken for its neighbour.
   bool arePagesKnown() const;
