@@ -239,6 +239,7 @@ void SimulationEditor::changePerson(Member& author) {
   const auto person = group ? group->friendAtPosition(below(group->groupSize())) : nullptr;
   if (!person) return;
   Edit edit{.who = nameOf(*person)};
+  const PlainFriend before = plainFriendOf(*person);
   const std::string key = std::to_string(below(3));
   switch (below(4)) {
     case 0:
@@ -259,8 +260,16 @@ void SimulationEditor::changePerson(Member& author) {
       break;
     default:
       edit.kind = Edit::Kind::clearMetadata;
-      edit.told.metadata = plainFriendOf(*person).metadata;
+      edit.told.metadata = before.metadata;
       person->removeAllMetadataValues();
+  }
+  // To say what is so already is no edit: what others say goes.
+  if (edit.kind == Edit::Kind::replyAs && edit.text == before.replyAs) return;
+  if (edit.kind == Edit::Kind::metadata) {
+    std::erase_if(edit.told.metadata, [&](const auto& told) {
+      const auto known = before.metadata.find(told.first);
+      return known != before.metadata.end() && known->second == told.second;
+    });
   }
   _world.record(author, std::move(edit));
 }
