@@ -13,8 +13,8 @@
 namespace pellor {
 namespace {
 
-// Stored, the list, the friend and its metadata are around an entry, and as many friends as a run holds share its row.
-constexpr std::size_t kDeepestEntry = DeepestPreference - 3;
+// Stored, the list, its run, the friend and its metadata are around an entry, and all friends of a run share its row.
+constexpr std::size_t kDeepestEntry = DeepestPreference - 4;
 constexpr std::size_t kLongestMetadata = LongestPreference / (2 * LongArray::RunSize);
 // More than any store puts before a value.
 constexpr std::size_t kHead = 16;

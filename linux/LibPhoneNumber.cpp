@@ -77,7 +77,7 @@ bool isPossible(const PhoneNumber& number, std::size_t digits) {
 // another number, or none.
 std::optional<PhoneNumber> parse(std::string_view text, std::string_view region) {
   // The library looks for a number at each place of the text.
-  if (text.size() > LongestNumber) return std::nullopt;
+  if (isTooLongForNumber(text)) return std::nullopt;
   PhoneNumber number;
   const auto error = library().Parse(withoutPunctuation(text), std::string(region), &number);
   if (error != PhoneNumberUtil::NO_PARSING_ERROR) return std::nullopt;

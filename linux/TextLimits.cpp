@@ -16,6 +16,8 @@ std::size_t offsetOfCodePoint(std::string_view text, std::size_t index) {
   return text.size();
 }
 
+bool isLongerThan(std::string_view text, std::size_t limit) { return offsetOfCodePoint(text, limit) < text.size(); }
+
 }  // namespace
 
 std::string_view nameWithinLimit(std::string_view name) {
@@ -30,9 +32,11 @@ std::string_view nameWithinLimit(std::string_view name) {
   return cut.substr(0, cut.find_last_not_of(' ') + 1);
 }
 
+bool isTooLongForNumber(std::string_view text) { return isLongerThan(text, LongestNumber); }
+
 bool isTooLongForDestination(std::string_view text) {
-  if (text.size() <= LongestNumber) return false;
-  return text.size() > LongestAddress || text.find('@') == std::string_view::npos;
+  if (!isTooLongForNumber(text)) return false;
+  return text.find('@') == std::string_view::npos || isLongerThan(text, LongestAddress);
 }
 
 }  // namespace pellor
