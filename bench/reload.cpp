@@ -182,49 +182,46 @@ BENCHMARK(reloadOneChanged)->Arg(240)->Iterations(20)->UseManualTime();
 BENCHMARK(reloadOneChanged)->Arg(24'000)->Iterations(2)->UseManualTime();
 BENCHMARK(reloadOneChanged)->Arg(240'000)->Iterations(1)->UseManualTime();
 
-// Times the load of a list that another process has written since this one edited it.
-void timeMerge(SharedList& list, benchmark::State& state) {
-  StoreWatch watch(list);
-  const std::int64_t version = watch.dataVersion();
-  list.timeReload(state);
-  require(watch.dataVersion() != version, "an edit that was not stored before");
+// Times the load of a list that another process has written since this one edited it: `edit` does both, each time on
+// the list as it was.
+void timeMerges(benchmark::State& state, void (*edit)(SharedList&)) {
+  SharedList& list = listFor(state);
+  for (auto _ : state) {
+    list.become(list.elements());
+    edit(list);
+    StoreWatch watch(list);
+    const std::int64_t version = watch.dataVersion();
+    list.timeReload(state);
+    require(watch.dataVersion() != version, "an edit that was not stored before");
+  }
 }
 
 void mergeOneChanged(benchmark::State& state) {
-  SharedList& list = listFor(state);
-  list.become(list.elements());
-  for (auto _ : state) {
+  timeMerges(state, [](SharedList& list) {
     list.changeOneFriend();
     list.changeOneFriendHere();
-    timeMerge(list, state);
-  }
+  });
 }
 BENCHMARK(mergeOneChanged)->Arg(24'000)->Iterations(2)->UseManualTime();
 BENCHMARK(mergeOneChanged)->Arg(240'000)->Iterations(1)->UseManualTime();
 
 // All pages behind the first one are shifted.
 void mergePageRemoved(benchmark::State& state) {
-  SharedList& list = listFor(state);
-  for (auto _ : state) {
-    list.become(list.elements());
+  timeMerges(state, [](SharedList& list) {
     list.removeFirstPage();
     list.changeOneFriendHere();
-    timeMerge(list, state);
-  }
+  });
 }
 BENCHMARK(mergePageRemoved)->Arg(24'000)->Iterations(1)->UseManualTime();
 BENCHMARK(mergePageRemoved)->Arg(240'000)->Iterations(1)->UseManualTime();
 
 void mergePageRemovedHere(benchmark::State& state) {
-  SharedList& list = listFor(state);
-  for (auto _ : state) {
-    list.become(list.elements());
+  timeMerges(state, [](SharedList& list) {
     list.changeOneFriend();
     list.removeFirstPageHere();
     // By then the save that this asks for was overtaken, and a load waits on the main queue.
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    timeMerge(list, state);
-  }
+  });
 }
 BENCHMARK(mergePageRemovedHere)->Arg(24'000)->Iterations(1)->UseManualTime();
 BENCHMARK(mergePageRemovedHere)->Arg(240'000)->Iterations(1)->UseManualTime();

@@ -264,28 +264,30 @@ std::size_t displayWidth(std::string_view text) {
   return width;
 }
 
-std::string_view prefixOfWidth(std::string_view text, std::size_t width) {
+namespace {
+
+// How many bytes the first clusters take that measure no more than `limit` together.
+template <class Measure>
+std::size_t sizeOfClustersWithin(std::string_view text, std::size_t limit, const Measure& measure) {
   const icu::UnicodeString content = unicode(text);
   std::size_t size = 0;
   std::size_t taken = 0;
   forEachCluster(content, [&](std::int32_t start, std::int32_t end) {
-    taken += widthOfCluster(content, start, end);
-    if (taken <= width) size += sizeInUtf8(content, start, end);
-    return taken <= width;
+    taken += measure(content, start, end);
+    if (taken <= limit) size += sizeInUtf8(content, start, end);
+    return taken <= limit;
   });
-  return text.substr(0, size);
+  return size;
+}
+
+}  // namespace
+
+std::string_view prefixOfWidth(std::string_view text, std::size_t width) {
+  return text.substr(0, sizeOfClustersWithin(text, width, widthOfCluster));
 }
 
 std::size_t characterEndWithin(std::string_view text, std::size_t limit) {
-  const icu::UnicodeString content = unicode(text);
-  std::size_t last = 0;
-  std::size_t size = 0;
-  forEachCluster(content, [&](std::int32_t start, std::int32_t end) {
-    size += sizeInUtf8(content, start, end);
-    if (size <= limit) last = size;
-    return size < limit;
-  });
-  return last;
+  return sizeOfClustersWithin(text, limit, sizeInUtf8);
 }
 
 std::uint64_t segmentedTextUnits() { return segmentedUnits.load(std::memory_order_relaxed); }
