@@ -5,8 +5,8 @@
 
 #include <functional>
 #include <optional>
+#include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tests/e2e/Race.h"
@@ -16,59 +16,65 @@ namespace pellor {
 namespace {
 
 using Kind = RaceEditKind;
-using Outcome = RaceOutcome;
+using enum RaceOutcome;
 
 constexpr std::size_t PageSize = 3;
 
 RaceFriend personNamed(const std::string& key) { return {key, {"Person " + key, {"+49" + key}}, {}}; }
 
-/// "a b . | . c . / Work": pages of friends and free slots, with their titles.
-RaceList listOf(const std::vector<std::pair<std::string, std::string>>& pages) {
+/// "Family:ab. :...": pages with their titles, friends and free slots.
+RaceList listOf(const std::string& text) {
   RaceList list{PageSize, {}};
-  for (const auto& [title, slots] : pages) {
-    RacePage page{title, {}};
-    for (const char slot : slots) {
-      page.slots.push_back(slot == '.' ? std::nullopt : std::optional(personNamed({slot})));
+  std::istringstream pages(text);
+  for (std::string page; pages >> page;) {
+    const auto colon = page.find(':');
+    list.pages.push_back({page.substr(0, colon), {}});
+    for (const char slot : page.substr(colon + 1)) {
+      list.pages.back().slots.push_back(slot == '.' ? std::nullopt : std::optional(personNamed({slot})));
     }
-    list.pages.push_back(page);
   }
   return list;
 }
 
-RaceEdit edit(Kind kind, const std::string& who = {}, RacePlace place = {},
-              const std::optional<std::string>& text = {}) {
-  return {kind, who, place, "colour", text};
-}
+RaceEdit move(const char* who, std::size_t page, std::size_t slot) { return {Kind::move, who, {page, slot}, {}, {}}; }
+RaceEdit title(std::size_t page, const char* text) { return {Kind::title, {}, {page, 0}, {}, text}; }
 
-RaceFriend& friendIn(RaceList& list, const RacePlace& place) { return *list.pages[place.page].slots[place.slot]; }
+const RaceEdit addX{Kind::add, "x", {}, {}, {}}, addY{Kind::add, "y", {}, {}, {}},
+    removeA{Kind::remove, "a", {}, {}, {}}, removeC{Kind::remove, "c", {}, {}, {}}, purge{Kind::purge, {}, {}, {}, {}},
+    refresh{Kind::refresh, {}, {}, {}, {}}, swapAC{Kind::swap, "a", {2, 1}, {}, {}},
+    club = title(2, "Club"), blueA{Kind::meta, "a", {}, "colour", "blue"}, blueB{Kind::meta, "b", {}, "colour", "blue"};
 
 struct Expected {
   int lost = 0, doubled = 0, torn = 0, refused = 0;
 };
+using Change = std::function<void(RaceRecord&)>;
 
 struct Case {
   const char* what;
   std::vector<RaceAttempt> attempts;
-  std::vector<std::pair<std::string, std::string>> after;
-  Expected expected;
-  std::function<void(RaceRecord&)> change = [](RaceRecord&) {};  // what `after` cannot say
+  const char* after;
+  Expected expected = {};
+  Change change = [](RaceRecord&) {};  // what `after` cannot say
 };
 
-// The list before: a and b on the first page, the second empty, c alone on the third, room behind.
-RaceRecord recordOf(const Case& each) {
-  RaceRecord race;
-  race.before = listOf({{"Family", "ab."}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}});
-  race.maxPages = 5;
-  race.attempts = each.attempts;
-  race.newcomers = {{"x", personNamed("x").contact}, {"y", personNamed("y").contact}};
-  race.after = listOf(each.after);
-  each.change(race);
-  return race;
+Change startingWith(const char* before, std::size_t maxPages) {
+  return [=](RaceRecord& race) {
+    race.before = listOf(before);
+    race.maxPages = maxPages;
+  };
 }
 
+Change withField(const RacePlace& place, const char* field, const char* value) {
+  return [=](RaceRecord& race) { race.after->pages[place.page].slots[place.slot]->fields[field] = value; };
+}
+
+// The list before: a and b on the first page, the second empty, c alone on the third, room behind.
 void expectJudged(const std::vector<Case>& cases) {
   for (const Case& each : cases) {
-    const RaceVerdict verdict = judge(recordOf(each));
+    RaceRecord race{listOf("Family:ab. Later:... Work:.c. :..."), 5, each.attempts, {}, {}, listOf(each.after)};
+    race.newcomers = {{"x", personNamed("x").contact}, {"y", personNamed("y").contact}};
+    each.change(race);
+    const RaceVerdict verdict = judge(race);
     SCOPED_TRACE(std::string(each.what) + testing::PrintToString(verdict.reasons));
     EXPECT_EQ(verdict.lost, each.expected.lost);
     EXPECT_EQ(verdict.doubled, each.expected.doubled);
@@ -78,190 +84,88 @@ void expectJudged(const std::vector<Case>& cases) {
 }
 
 TEST(RaceJudge, FindsNothingInWhatTheEditsExplain) {
-  const RaceEdit addX = edit(Kind::add, "x"), addY = edit(Kind::add, "y"), removeA = edit(Kind::remove, "a"),
-                 removeC = edit(Kind::remove, "c"), purge = edit(Kind::purge);
-  const auto colourOfA = [](RaceRecord& race) { friendIn(*race.after, {0, 0}).fields["meta colour"] = "blue"; };
   expectJudged({
-      {"both added, the one of them elsewhere",
-       {{addX}, {addY}},
-       {{"Family", "aby"}, {"Later", "x.."}, {"Work", ".c."}, {"", "..."}},
-       {}},
-      {"the same person, added by both",
-       {{addX}, {addX}},
-       {{"Family", "abx"}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
-       {}},
-      {"refused: is a friend already",
-       {{addX}, {addX, Outcome::refused}},
-       {{"Family", "abx"}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
-       {}},
-      {"two places for one friend",
-       {{edit(Kind::move, "a", {1, 0})}, {edit(Kind::move, "a", {1, 2})}},
-       {{"Family", ".b."}, {"Later", "..a"}, {"Work", ".c."}, {"", "..."}},
-       {}},
-      {"one place for two friends",
-       {{edit(Kind::move, "a", {1, 0})}, {edit(Kind::move, "b", {1, 0})}},
-       {{"Family", "..."}, {"Later", "ab."}, {"Work", ".c."}, {"", "..."}},
-       {}},
-      {"a removal and a change of the friend: the removal shows",
-       {{removeA}, {edit(Kind::meta, "a", {}, "blue")}},
-       {{"Family", ".b."}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
-       {}},
-      {"the same: the change shows",
-       {{removeA}, {edit(Kind::meta, "a", {}, "blue")}},
-       {{"Family", "ab."}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
+      {"both added, one elsewhere", {{addX}, {addY}}, "Family:aby Later:x.. Work:.c. :..."},
+      {"the same person, added by both", {{addX}, {addX}}, "Family:abx Later:... Work:.c. :..."},
+      {"refused: is a friend already", {{addX}, {addX, refused}}, "Family:abx Later:... Work:.c. :..."},
+      {"two places for one friend", {{move("a", 1, 0)}, {move("a", 1, 2)}}, "Family:.b. Later:..a Work:.c. :..."},
+      {"one place for two friends", {{move("a", 1, 0)}, {move("b", 1, 0)}}, "Family:... Later:ab. Work:.c. :..."},
+      {"a removal and a change: the removal shows", {{removeA}, {blueA}}, "Family:.b. Later:... Work:.c. :..."},
+      {"a removal and a change: the change shows",
+       {{removeA}, {blueA}},
+       "Family:ab. Later:... Work:.c. :...",
        {},
-       colourOfA},
+       withField({0, 0}, "meta colour", "blue")},
       {"a removal explains that the place of the friend has another",
-       {{edit(Kind::move, "a", {1, 0})}, {removeA}, {edit(Kind::move, "b", {1, 0})}},
-       {{"Family", "..."}, {"Later", "b.."}, {"Work", ".c."}, {"", "..."}},
-       {}},
-      {"a page that came back for a friend",
-       {{purge}, {edit(Kind::move, "a", {1, 0})}},
-       {{"Family", ".b."}, {"Later", "a.."}, {"Work", ".c."}, {"", "..."}},
-       {}},
-      {"a page number that means another page since",
-       {{purge}, {edit(Kind::title, {}, {1, 0}, "Club")}},
-       {{"Family", "ab."}, {"Club", ".c."}, {"", "..."}},
-       {}},
-      {"refused: the page is not there any more",
-       {{purge}, {edit(Kind::move, "a", {3, 0}), Outcome::refused}},
-       {{"Family", "ab."}, {"Work", ".c."}, {"", "..."}},
-       {}},
-      {"the page of the last friend vanishes",
-       {{removeC}, {edit(Kind::title, {}, {0, 0}, "")}},
-       {{"", "ab."}, {"Later", "..."}, {"", "..."}},
-       {}},
-      {"a page that all have left vanishes",
-       {{edit(Kind::swap, "a", {2, 1})}, {edit(Kind::move, "a", {3, 1})}},
-       {{"Family", "cb."}, {"Later", "..."}, {"", ".a."}, {"", "..."}},
-       {}},
+       {{move("a", 1, 0)}, {removeA}, {move("b", 1, 0)}},
+       "Family:... Later:b.. Work:.c. :..."},
+      {"a page that came back for a friend", {{purge}, {move("a", 1, 0)}}, "Family:.b. Later:a.. Work:.c. :..."},
+      {"a number that means another page since", {{purge}, {title(1, "Club")}}, "Family:ab. Club:.c. :..."},
+      {"refused: the page is not there any more", {{purge}, {move("a", 3, 0), refused}}, "Family:ab. Work:.c. :..."},
+      {"the page of the last friend vanishes", {{removeC}, {title(0, "")}}, ":ab. Later:... :..."},
+      {"a page that all have left vanishes", {{swapAC}, {move("a", 3, 1)}}, "Family:cb. Later:... :.a. :..."},
       {"a page vanishes with the friend who was moved there and removed",
-       {{edit(Kind::move, "a", {1, 0})}, {removeA}},
-       {{"Family", ".b."}, {"Work", ".c."}, {"", "..."}},
-       {}},
+       {{move("a", 1, 0)}, {removeA}},
+       "Family:.b. Work:.c. :..."},
       {"a page that came back beside the one where all of another's friends went",
-       {{edit(Kind::move, "a", {1, 0})}, {edit(Kind::move, "b", {1, 0})}, {edit(Kind::move, "a", {1, 0})}},
-       {{"Later", "a.."}, {"Work", ".c."}, {"Later", "b.."}, {"", "..."}},
-       {}},
-      {"killed before",
-       {{removeA}, {addX, Outcome::killed}},
-       {{"Family", ".b."}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
-       {}},
-      {"killed afterwards",
-       {{removeA}, {addX, Outcome::killed}},
-       {{"Family", "xb."}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
-       {}},
+       {{move("a", 1, 0)}, {move("b", 1, 0)}, {move("a", 1, 0)}},
+       "Later:a.. Work:.c. Later:b.. :..."},
+      {"killed before", {{removeA}, {addX, killed}}, "Family:.b. Later:... Work:.c. :..."},
+      {"killed afterwards", {{removeA}, {addX, killed}}, "Family:xb. Later:... Work:.c. :..."},
       {"both friends of the last page leave",
-       {{edit(Kind::remove, "c")}, {edit(Kind::remove, "d")}},
-       {{"Family", "ab."}, {"", "..."}},
+       {{removeC}, {{Kind::remove, "d", {}, {}, {}}}},
+       "Family:ab. :...",
        {},
-       [](RaceRecord& race) {
-         race.before = listOf({{"Family", "ab."}, {"Work", "cd."}});
-         race.maxPages = 2;
-       }},
+       startingWith("Family:ab. Work:cd.", 2)},
       {"an empty page stays before the one behind it on which somebody is put",
-       {{edit(Kind::remove, "c")}, {edit(Kind::move, "a", {2, 1})}},
-       {{"Family", ".b."}, {"", "..."}, {"", ".a."}, {"", "..."}},
+       {{removeC}, {move("a", 2, 1)}},
+       "Family:.b. :... :.a. :...",
        {},
-       [](RaceRecord& race) {
-         race.before = listOf({{"Family", "ab."}, {"", ".c."}, {"", "..."}});
-       }},
+       startingWith("Family:ab. :.c. :...", 5)},
       {"refused: no room",
-       {{addX}, {addY, Outcome::refused}},
-       {{"Family", "abx"}, {"Later", "def"}, {"Work", "gch"}},
+       {{addX}, {addY, refused}},
+       "Family:abx Later:def Work:gch",
        {},
-       [](RaceRecord& race) {
-         race.before = listOf({{"Family", "ab."}, {"Later", "def"}, {"Work", "gch"}});
-         race.maxPages = 3;
-       }},
+       startingWith("Family:ab. Later:def Work:gch", 3)},
   });
 }
 
 TEST(RaceJudge, FindsEachKindOfFault) {
-  const RaceEdit addX = edit(Kind::add, "x"), removeA = edit(Kind::remove, "a"), purge = edit(Kind::purge),
-                 moveC = edit(Kind::move, "c", {0, 2}), swap = edit(Kind::swap, "a", {2, 1}),
-                 club = edit(Kind::title, {}, {2, 0}, "Club"), colour = edit(Kind::meta, "b", {}, "blue");
-  const std::vector<std::pair<std::string, std::string>> untouched = {
-      {"Family", "ab."}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}};
+  const char* const untouched = "Family:ab. Later:... Work:.c. :...";
   expectJudged({
-      {"the addition is not there",
-       {{addX}, {removeA}},
-       {{"Family", ".b."}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
-       {.lost = 1}},
-      {"nothing is there", {{addX}, {colour}}, untouched, {.lost = 2}},
-      {"who was removed is back",
-       {{removeA}, {club}},
-       {{"Family", "ab."}, {"Later", "..."}, {"Club", ".c."}, {"", "..."}},
-       {.lost = 1}},
-      {"neither place of a friend that both moved",
-       {{edit(Kind::move, "a", {1, 0})}, {edit(Kind::move, "a", {1, 2})}},
-       untouched,
-       {.lost = 2}},
-      {"the removal does not explain another friend",
-       {{removeA}, {colour}},
-       {{"Family", ".b."}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
-       {.lost = 1}},
-      {"half of a swap",
-       {{swap}, {club}},
-       {{"Family", "ab."}, {"Later", "..."}, {"Club", "c.."}, {"", "..."}},
-       {.lost = 1}},
-      {"a friend whom nobody removed is missing",
-       {{addX}, {club}},
-       {{"Family", "a.x"}, {"Later", "..."}, {"Club", ".c."}, {"", "..."}},
-       {.lost = 1}},
-      {"somebody is there twice",
-       {{moveC}, {club}},
-       {{"Family", "abc"}, {"Later", "..."}, {"Club", ".c."}, {"", "..."}},
-       {.doubled = 1}},
-      {"a friend whom nobody moved stands elsewhere",
-       {{addX}, {club}},
-       {{"Family", "xba"}, {"Later", "..."}, {"Club", ".c."}, {"", "..."}},
-       {.torn = 1}},
+      {"the addition is not there", {{addX}, {removeA}}, "Family:.b. Later:... Work:.c. :...", {.lost = 1}},
+      {"nothing is there", {{addX}, {blueB}}, untouched, {.lost = 2}},
+      {"who was removed is back", {{removeA}, {club}}, "Family:ab. Later:... Club:.c. :...", {.lost = 1}},
+      {"neither place of a friend", {{move("a", 1, 0)}, {move("a", 1, 2)}}, untouched, {.lost = 2}},
+      {"the removal explains no other", {{removeA}, {blueB}}, "Family:.b. Later:... Work:.c. :...", {.lost = 1}},
+      {"half of a swap", {{swapAC}, {club}}, "Family:ab. Later:... Club:c.. :...", {.lost = 1}},
+      {"a quiet friend is missing", {{addX}, {club}}, "Family:a.x Later:... Club:.c. :...", {.lost = 1}},
+      {"somebody twice", {{move("c", 0, 2)}, {club}}, "Family:abc Later:... Club:.c. :...", {.doubled = 1}},
+      {"a quiet friend elsewhere", {{addX}, {club}}, "Family:xba Later:... Club:.c. :...", {.torn = 1}},
       {"titles on the wrong pages",
-       {{purge}, {colour}},
-       {{"Family", "ab."}, {"Later", ".c."}, {"", "..."}},
+       {{purge}, {blueB}},
+       "Family:ab. Later:.c. :...",
        {.torn = 1},
-       [](RaceRecord& race) {
-         friendIn(*race.after, {0, 1}).fields["meta colour"] = "blue";
-       }},
-      {"a stranger",
-       {{addX}, {removeA}},
-       {{"Family", "xbz"}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
-       {.torn = 1}},
-      {"a page with too few slots",
-       {{addX}, {removeA}},
-       {{"Family", "xb."}, {"Later", ".."}, {"Work", ".c."}, {"", "..."}},
-       {.torn = 1}},
+       withField({0, 1}, "meta colour", "blue")},
+      {"a stranger", {{addX}, {removeA}}, "Family:xbz Later:... Work:.c. :...", {.torn = 1}},
+      {"a page with too few slots", {{addX}, {removeA}}, "Family:xb. Later:.. Work:.c. :...", {.torn = 1}},
       {"a friend with half a contact",
        {{addX}, {removeA}},
-       {{"Family", "xb."}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
+       "Family:xb. Later:... Work:.c. :...",
        {.torn = 1},
-       [](RaceRecord& race) {
-         friendIn(*race.after, {0, 0}).contact.name.clear();
-       }},
+       [](RaceRecord& race) { race.after->pages[0].slots[0]->contact.name.clear(); }},
       {"a field that nobody set",
        {{addX}, {removeA}},
-       {{"Family", "xb."}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
+       "Family:xb. Later:... Work:.c. :...",
        {.torn = 1},
-       [](RaceRecord& race) {
-         friendIn(*race.after, {2, 1}).fields[ReplyField] = "z";
-       }},
-      {"half of what was killed",
-       {{club}, {swap, Outcome::killed}},
-       {{"Family", "cb."}, {"Later", "..."}, {"Club", "..a"}, {"", "..."}},
-       {.torn = 1}},
-      {"no list", {{addX}, {removeA}}, {}, {.torn = 1}, [](RaceRecord& race) { race.after.reset(); }},
-      {"refused although nothing was in its way",
-       {{addX}, {club, Outcome::refused}},
-       {{"Family", "abx"}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
-       {.refused = 1}},
-      {"refused two additions with room for both",
-       {{addX}, {edit(Kind::add, "y"), Outcome::refused}},
-       {{"Family", "abx"}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
-       {.refused = 1}},
+       withField({2, 1}, ReplyField, "z")},
+      {"half of what was killed", {{club}, {swapAC, killed}}, "Family:cb. Later:... Club:..a :...", {.torn = 1}},
+      {"no list", {{addX}, {removeA}}, "", {.torn = 1}, [](RaceRecord& race) { race.after.reset(); }},
+      {"refused for nothing", {{addX}, {club, refused}}, "Family:abx Later:... Work:.c. :...", {.refused = 1}},
+      {"refused with room", {{addX}, {addY, refused}}, "Family:abx Later:... Work:.c. :...", {.refused = 1}},
       {"a contact that is not followed",
-       {{edit(Kind::refresh)}, {addX}},
-       {{"Family", "abx"}, {"Later", "..."}, {"Work", ".c."}, {"", "..."}},
+       {{refresh}, {addX}},
+       "Family:abx Later:... Work:.c. :...",
        {.lost = 1},
        [](RaceRecord& race) {
          race.changedContacts["a"] = {"Renamed", {"+49"}};
