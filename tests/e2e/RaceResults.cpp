@@ -1,7 +1,6 @@
 #include "tests/e2e/RaceResults.h"
 
-#include <array>
-#include <functional>
+#include <algorithm>
 #include <iomanip>
 #include <sstream>
 #include <stdexcept>
@@ -10,36 +9,18 @@ namespace pellor {
 namespace {
 
 constexpr int FirstColumn = 20;
-constexpr int OtherColumns = 9;
+constexpr int OtherColumns = 8;
 
-using Row = std::pair<std::string, RaceCounts>;
-
-void writeRow(std::ostream& out, const std::string& name, const std::array<std::string, 5>& cells, bool isMarkdown) {
-  if (isMarkdown) {
-    out << "| " << name << " |";
-    for (const std::string& cell : cells) out << ' ' << cell << " |";
-  } else {
-    out << std::left << std::setw(FirstColumn) << name << std::right;
-    for (const std::string& cell : cells) out << std::setw(OtherColumns) << cell;
-  }
+template <class Counts>
+void writeRow(std::ostream& out, const std::string& name, const Counts& cells) {
+  out << "| " << std::left << std::setw(FirstColumn) << name << std::right << " |";
+  for (const auto& cell : cells) out << ' ' << std::setw(OtherColumns) << cell << " |";
   out << '\n';
 }
 
-void writeTable(std::ostream& out, const std::string& what, const std::vector<Row>& rows, bool isMarkdown) {
-  writeRow(out, what, {"races", "lost", "doubled", "torn", "refused"}, isMarkdown);
-  if (isMarkdown) out << "| --- | ---: | ---: | ---: | ---: | ---: |\n";
-  RaceCounts all;
-  const auto write = [&](const std::string& name, const RaceCounts& counts) {
-    writeRow(out, name,
-             {std::to_string(counts.races), std::to_string(counts.lost), std::to_string(counts.doubled),
-              std::to_string(counts.torn), std::to_string(counts.refused)},
-             isMarkdown);
-  };
-  for (const auto& [name, counts] : rows) {
-    write(name, counts);
-    all += counts;
-  }
-  write("all", all);
+template <class Counts>
+void addTo(Counts& sum, const Counts& counts) {
+  std::ranges::transform(sum, counts, sum.begin(), std::plus());
 }
 
 std::string commented(const std::string& text) {
@@ -51,21 +32,11 @@ std::string commented(const std::string& text) {
 
 // What was appended to the file after its last whole line would otherwise be read as another number.
 void dropUnfinishedLine(const std::filesystem::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  const std::string content{std::istreambuf_iterator<char>(stream), {}};
+  const std::string content = contentOf(file);
   if (!content.empty() && content.back() != '\n') std::filesystem::resize_file(file, content.rfind('\n') + 1);
 }
 
 }  // namespace
-
-RaceCounts& RaceCounts::operator+=(const RaceCounts& other) {
-  races += other.races;
-  lost += other.lost;
-  doubled += other.doubled;
-  torn += other.torn;
-  refused += other.refused;
-  return *this;
-}
 
 RaceResults::RaceResults(const std::filesystem::path& file, const std::string& build) {
   dropUnfinishedLine(file);
@@ -84,8 +55,8 @@ void RaceResults::read(std::istream& lines) {
     std::istringstream words(line);
     Key key;
     int number = 0;
-    RaceCounts counts{1, 0, 0, 0, 0};
-    words >> key.first >> key.second >> number >> counts.lost >> counts.doubled >> counts.torn >> counts.refused;
+    Counts counts{1};
+    words >> key.first >> key.second >> number >> counts[1] >> counts[2] >> counts[3] >> counts[4];
     if (!line.starts_with('#') && words) _results[key][number] = counts;
   }
 }
@@ -107,38 +78,36 @@ void RaceResults::add(const RaceId& race, const RaceResult& result) {
         << verdict.torn << ' ' << verdict.refused << std::endl;
 }
 
-RaceCounts RaceResults::total() const {
-  RaceCounts all;
-  for (const auto& [key, races] : _results) {
-    for (const auto& [number, counts] : races) all += counts;
-  }
-  return all;
+bool RaceResults::haveFaults() const {
+  return std::ranges::any_of(_results, [](const auto& races) {
+    return std::ranges::any_of(races.second, [](const auto& race) { return race.second != Counts{1}; });
+  });
 }
 
-std::string RaceResults::tables(bool isMarkdown) const {
-  const auto countsOf = [this](const std::function<bool(const Key&)>& isWanted) {
-    RaceCounts sum;
-    for (const auto& [key, races] : _results) {
-      for (const auto& [number, counts] : races) {
-        if (isWanted(key)) sum += counts;
-      }
+std::string RaceResults::text() const {
+  std::map<std::string, Counts> pairs, modes;
+  for (const auto& [key, races] : _results) {
+    for (const auto& [number, counts] : races) {
+      addTo(modes[key.first], counts);
+      addTo(pairs[key.second], counts);
     }
-    return sum;
-  };
-  std::vector<Row> pairs, modes;
-  for (const RacePair& pair : racePairs()) {
-    const std::string name = nameOf(pair);
-    pairs.emplace_back(name, countsOf([&](const Key& key) { return key.second == name; }));
-  }
-  for (const RaceMode mode : RaceModes) {
-    const std::string name(nameOf(mode));
-    modes.emplace_back(name, countsOf([&](const Key& key) { return key.first == name; }));
   }
   std::ostringstream out;
-  writeTable(out, "pair", pairs, isMarkdown);
+  writeTable(out, "pair", pairs);
   out << '\n';
-  writeTable(out, "mode", modes, isMarkdown);
+  writeTable(out, "mode", modes);
   return out.str();
+}
+
+void RaceResults::writeTable(std::ostream& out, const std::string& what, const std::map<std::string, Counts>& rows) {
+  writeRow(out, what, std::array{"races", "lost", "doubled", "torn", "refused"});
+  out << "| --- | ---: | ---: | ---: | ---: | ---: |\n";
+  Counts all{};
+  for (const auto& [name, counts] : rows) {
+    writeRow(out, name, counts);
+    addTo(all, counts);
+  }
+  writeRow(out, "all", all);
 }
 
 }  // namespace pellor

@@ -1,27 +1,16 @@
 // What became of many races, kept in a file so that a run goes on where the last one stopped.
 #pragma once
 
-#include <cstddef>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "tests/e2e/Race.h"
 
 namespace pellor {
-
-struct RaceCounts {
-  int races = 0;
-  int lost = 0;
-  int doubled = 0;
-  int torn = 0;
-  int refused = 0;
-
-  int faults() const { return lost + doubled + torn + refused; }
-  RaceCounts& operator+=(const RaceCounts& other);
-};
 
 /// The file begins with the build. Then it has a line for each race and, behind a #, the stories of those with faults.
 class RaceResults {
@@ -33,18 +22,18 @@ class RaceResults {
   bool has(const RaceId& race) const;
   void add(const RaceId& race, const RaceResult& result);
 
-  /// A table of the pairs over all modes, and one of the modes.
-  std::string text() const { return tables(false); }
-  std::string markdown() const { return tables(true); }
-  RaceCounts total() const;
+  bool haveFaults() const;
+  /// A table of the pairs over all modes, and one of the modes, in Markdown.
+  std::string text() const;
 
  private:
   using Key = std::pair<std::string, std::string>;  // mode and pair
+  using Counts = std::array<int, 5>;                // races, lost, doubled, torn, refused
 
   void read(std::istream& lines);
-  std::string tables(bool isMarkdown) const;
+  static void writeTable(std::ostream& out, const std::string& what, const std::map<std::string, Counts>& rows);
 
-  std::map<Key, std::map<int, RaceCounts>> _results;
+  std::map<Key, std::map<int, Counts>> _results;
   std::ofstream _file;
 };
 

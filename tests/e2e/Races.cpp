@@ -27,7 +27,6 @@ struct Options {
   int only = -1;
   double minutes = 60;
   bool isInTurn = false;
-  bool isMarkdown = false;
 };
 
 bool isNamed(const std::vector<std::string>& names, std::string_view name) {
@@ -39,6 +38,10 @@ std::vector<RaceId> racesOf(const Options& options) {
   std::vector<RaceId> races;
   for (const RaceMode mode : RaceModes) {
     if (!isNamed(options.modes, nameOf(mode))) continue;
+    if (!RaceTrack::has(mode)) {
+      std::cerr << "this build has no PostgreSQL: those races are left out\n";
+      continue;
+    }
     const int count = mode == RaceMode::program ? options.races : options.otherRaces;
     for (int number = 0; number < count; ++number) {
       if (options.only >= 0 && number != options.only) continue;
@@ -59,23 +62,18 @@ class Run {
 
   int run() {
     for (const RaceId& race : racesOf(_options)) runUnlessDone(race);
-    std::cout << (_options.isMarkdown ? _results.markdown() : _results.text());
-    for (const auto& [mode, seconds] : _seconds) {
-      std::cerr << mode << ": " << _counts[mode] << " races in " << static_cast<int>(seconds) << " s\n";
+    std::cout << _results.text();
+    for (const auto& [mode, times] : _times) {
+      std::cerr << mode << ": " << times.first << " races in " << static_cast<int>(times.second) << " s\n";
     }
     if (_left > 0) std::cerr << "the time is over: " << _left << " races are left, the same command goes on\n";
-    if (_results.total().faults() > 0) return 1;
+    if (_results.haveFaults()) return 1;
     return _left > 0 ? 2 : 0;
   }
 
  private:
   void runUnlessDone(const RaceId& race) {
     if (_results.has(race) && _options.only < 0) return;
-    if (!RaceTrack::has(race.mode)) {
-      if (!_saidWhatIsMissing) std::cerr << "this build has no PostgreSQL: those races are left out\n";
-      _saidWhatIsMissing = true;
-      return;
-    }
     if (Clock::now() - _begin > std::chrono::duration<double, std::ratio<60>>(_options.minutes)) {
       ++_left;
       return;
@@ -83,8 +81,9 @@ class Run {
     const auto begin = Clock::now();
     const RaceResult result = _track.run(race);
     const std::string mode(nameOf(race.mode));
-    _seconds[mode] += std::chrono::duration<double>(Clock::now() - begin).count();
-    ++_counts[mode];
+    auto& [count, seconds] = _times[mode];
+    ++count;
+    seconds += std::chrono::duration<double>(Clock::now() - begin).count();
     if (_options.only < 0) _results.add(race, result);
     if (_options.only >= 0 || result.verdict.faults() > 0) tell(race, result);
   }
@@ -100,10 +99,8 @@ class Run {
   const Clock::time_point _begin = Clock::now();
   RaceTrack _track;
   RaceResults _results;
-  std::map<std::string, double> _seconds;  // by mode
-  std::map<std::string, int> _counts;
+  std::map<std::string, std::pair<int, double>> _times;  // by mode: races and seconds
   int _left = 0;
-  bool _saidWhatIsMissing = false;
 };
 
 template <class Names>
@@ -127,7 +124,6 @@ int program(int count, char** arguments) {
   app.add_option("--minutes", options.minutes, "After which it stops")->capture_default_str();
   app.add_option("--only", options.only, "Runs the races with this number again and tells about them");
   app.add_flag("--in-turn", options.isInTurn, "Let one begin when the other has ended: nothing may be lost then");
-  app.add_flag("--markdown", options.isMarkdown, "Print the tables for a document");
   CLI11_PARSE(app, count, arguments);
   return Run(options).run();
 }
