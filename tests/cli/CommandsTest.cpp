@@ -224,6 +224,16 @@ TEST(Commands, TheDoctorTellsWhatFailsAndMakesNothing) {
   expect({"doctor"}, "-> put a backup in its place", "store fails: ");
 }
 
+TEST(Commands, TheListOfVersion01IsShownAsThatVersionShowedIt) {
+  const Home home;
+  const auto earlier = std::filesystem::path(PELLOR_TEST_DATA) / "0.1/sqlite";
+  std::filesystem::remove_all(home.dataFolder());
+  std::filesystem::copy(earlier / "data", home.dataFolder(), std::filesystem::copy_options::recursive);
+  std::filesystem::permissions(home.storeFile(), std::filesystem::perms{0600});
+  const auto shown = nlohmann::json::parse(pellor(home, {"--json", "list"}).output, nullptr, false);
+  EXPECT_EQ(shown, nlohmann::json::parse(contentOf(earlier / "list.json")));
+}
+
 // Everything that is a number in an answer counts something; a record's number would be one too many.
 void expectNoRecordNumbers(const nlohmann::json& json, const std::string& member) {
   static const std::set<std::string> counts = {"page", "slot", "pageSize", "removedPages", "value"};

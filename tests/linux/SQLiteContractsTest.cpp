@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "linux/CBORValue.h"
 #include "tests/contract/PreferencesProcessesContract.h"
 #include "tests/contract/PreferencesStoreContract.h"
 #include "tests/contract/PreferencesUntoldContract.h"
@@ -91,27 +90,6 @@ TEST_F(SQLiteFaultsTest, AnUnsureCommitMayBeStoredAndIsKnownByItsName) {
   EXPECT_EQ(writer.write({{"list", setTo(persons(72), list.version)}}).outcome, Outcome::overtaken);
 }
 
-TEST_F(SQLiteFaultsTest, AStoreThatMayOnlyBeReadFailsVersionedWritesAndFollows) {
-  const TemporaryFolder folder;
-  VersionedWriter writer(openIn(folder.path()), 1);
-  const auto stored = writer.store("key", setTo(1));
-  VersionedWriter reader(openIn(folder.path(), nullptr, SQLitePreferences::Access::readOnly), 2);
-  EXPECT_TRUE(isSame(reader.read("key"), stored));
-  EXPECT_EQ(reader.write({{"key", setTo(2, stored.version)}}).outcome, Outcome::failed);
-  const auto next = writer.store("key", setTo(3, stored.version));
-  EXPECT_TRUE(isSame(reader.read("key"), next));
-}
-
-TEST_F(SQLiteFaultsTest, AValueThatCannotBeEncodedFailsAndLeavesTheOthers) {
-  Value deep = 1;
-  for (std::size_t depth = 0; depth <= CBORMaximumDepth; ++depth) deep = Array{deep};
-  auto writer = open();
-  const auto stored = writer.store("key", setTo("stored"));
-  EXPECT_EQ(writer.write({{"deep", setTo(deep)}, {"key", setTo("new")}}).outcome, Outcome::failed);
-  EXPECT_TRUE(isSame(writer.read("key"), stored));
-  EXPECT_EQ(writer.read("deep").value, std::nullopt);
-}
-
 TEST_F(SQLiteFaultsTest, AStoreThatIsMadeAnewHasAnotherNumberAlsoWhenItIsACopy) {
   const TemporaryFolder folder, elsewhere;
   VersionedWriter writer(openIn(folder.path()), 1);
@@ -129,6 +107,10 @@ TEST_F(SQLiteFaultsTest, AStoreThatIsMadeAnewHasAnotherNumberAlsoWhenItIsACopy) 
   for (const char* suffix : {"", "-wal", "-shm"}) {
     std::filesystem::remove((folder / SQLiteStoreFile).string() + suffix);
   }
+  writer.store().setValue("second", 2, ContractDomain);
+  EXPECT_TRUE(writer.store().synchronize(ContractDomain));
+  EXPECT_EQ(openIn(folder.path())->copyValue("second", ContractDomain).value(), Value(2)) << "it is made again";
+  EXPECT_EQ(writer.store().copyValue("key", ContractDomain).value(), std::nullopt) << "none is what is stored";
   EXPECT_EQ(writer.write({{"key", setTo(2, stored.version)}}).outcome, Outcome::overtaken);
   const auto none = writer.read("key");
   EXPECT_NE(none.version.store, stored.version.store);

@@ -11,8 +11,7 @@
 #include "linux/SQLiteDatabase.h"
 #include "runtime/LongArray.h"
 #include "testing/LogCollector.h"
-#include "tests/contract/PreferencesStoreContract.h"
-#include "tests/linux/ChildProcess.h"
+#include "tests/contract/VersionedWriter.h"
 #include "tests/linux/SQLiteStores.h"
 #include "tests/linux/TemporaryFolder.h"
 
@@ -56,14 +55,18 @@ TEST_F(SQLitePreferencesTest, EverythingIsForTheOwnerAlone) {
   EXPECT_EQ(store->lastError(), "");
 }
 
-TEST_F(SQLitePreferencesTest, WhatIsTooDeepIsNeverDroppedSilently) {
+TEST_F(SQLitePreferencesTest, WhatIsTooDeepFailsAndLeavesTheOthers) {
   Value deep = 1;
   for (std::size_t depth = 0; depth <= CBORMaximumDepth; ++depth) deep = Array{deep};
+  makeStore();
   const auto store = open();
-  store->setValue("key", deep, Domain);
+  store->setValue("deep", deep, Domain);
   EXPECT_FALSE(store->synchronize(Domain));
-  EXPECT_NE(store->lastError().find("key"), std::string::npos);
-  store->setValue("key", 1, Domain);
+  EXPECT_NE(store->lastError().find("deep"), std::string::npos);
+  const PreferenceChanges changes{{"deep", setTo(deep)}, {"key", setTo("new")}};
+  EXPECT_EQ(store->write(changes, {1, 1}, Domain).outcome, PreferenceWriteOutcome::failed);
+  EXPECT_EQ(store->copyValue("deep", Domain).value(), std::nullopt);
+  EXPECT_EQ(store->copyValue("key", Domain).value(), Value("stored"));
   EXPECT_TRUE(store->synchronize(Domain));
 }
 
@@ -154,18 +157,6 @@ TEST_F(SQLitePreferencesTest, StoresOfLaterVersionsAndOtherProgramsAreLeftAlone)
   EXPECT_FALSE(open()->copyValue("key", Domain).isReadable());
 }
 
-TEST_F(SQLitePreferencesTest, ADeletedStoreIsMadeAgainAndWhatWasSetIsWritten) {
-  makeStore();
-  const auto store = open();
-  EXPECT_EQ(store->copyValue("key", Domain).value(), Value("stored"));
-  fs::remove(file());
-  store->setValue("second", 2, Domain);
-  ASSERT_TRUE(store->synchronize(Domain));
-  const auto reader = open();
-  EXPECT_EQ(reader->copyValue("second", Domain).value(), Value(2));
-  EXPECT_EQ(store->copyValue("key", Domain).value(), std::nullopt) << "none is what is stored";
-}
-
 // Long arrays
 
 TEST_F(SQLitePreferencesTest, AnEditWritesAndReadsOneRowAndTheOtherRunsStayTheObjectsThatTheyWere) {
@@ -209,6 +200,7 @@ TEST_F(SQLitePreferencesTest, AReadOnlyStoreIsReadAndFailsToWrite) {
   reader->setValue("key", "changed", Domain);
   EXPECT_FALSE(reader->synchronize(Domain));
   EXPECT_FALSE(reader->insertIfAbsent({{"new", 1}}, Domain));
+  EXPECT_EQ(reader->write({{"key", setTo("changed")}}, {1, 1}, Domain).outcome, PreferenceWriteOutcome::failed);
   EXPECT_NE(reader->lastError().find("read-only"), std::string::npos) << reader->lastError();
 
   const auto writer = open();
@@ -217,61 +209,6 @@ TEST_F(SQLitePreferencesTest, AReadOnlyStoreIsReadAndFailsToWrite) {
   EXPECT_TRUE(reader->synchronize(Domain)) << "nothing waits";
   EXPECT_EQ(reader->copyValue("other", Domain).value(), Value(1)) << "it still follows";
   EXPECT_EQ(reader->copyValue("key", Domain).value(), Value("stored"));
-}
-
-// Several processes
-
-TEST_F(SQLitePreferencesTest, WhatWasSynchronizedSurvivesAKillWholeAndNotInPart) {
-  ChildProcess writer([this](const ChildProcess::Report& report) {
-    const auto store = openIn(folder());
-    for (std::int64_t round = 1;; ++round) {
-      store->setValue("first", round, Domain);
-      store->setValue("second", Array{round, std::string(5000, 'x')}, Domain);
-      store->setValue("third", Array(static_cast<std::size_t>(round % 100) + 1, person(round)), Domain);
-      if (!store->synchronize(Domain)) return 1;
-      report.send(round);
-    }
-  });
-  std::int64_t confirmed = 0;
-  for (int count = 0; count < 100; ++count) confirmed = writer.receive().value_or(-1);
-  writer.kill();
-  while (const auto sent = writer.receive()) confirmed = *sent;
-  ASSERT_GE(confirmed, 100);
-  const auto store = open();
-  const auto first = store->integerValue("first", Domain).value();
-  ASSERT_TRUE(first);
-  EXPECT_GE(*first, confirmed);
-  EXPECT_EQ(store->copyValue("second", Domain).value(), Value(Array{*first, std::string(5000, 'x')}));
-  EXPECT_EQ(store->copyValue("third", Domain).value(),
-            Value(Array(static_cast<std::size_t>(*first % 100) + 1, person(*first))));
-}
-
-TEST_F(SQLitePreferencesTest, InsertingIfAbsentLetsTheFirstDecide) {
-  const auto first = open(), second = open();
-  EXPECT_TRUE(first->insertIfAbsent({{"Region", "DE"}}, Domain));
-  EXPECT_TRUE(second->insertIfAbsent({{"Region", "FR"}, {"Locale", "fr_FR"}}, Domain));
-  EXPECT_EQ(second->copyValue("Region", Domain).value(), Value("DE"));
-  EXPECT_EQ(second->copyValue("Locale", Domain).value(), Value("fr_FR"));
-}
-
-TEST_F(SQLitePreferencesTest, WritersThatStartAtOnceDoNotLoseEachOthersValues) {
-  constexpr int writers = 4, rounds = 25;
-  std::vector<std::unique_ptr<ChildProcess>> children;
-  for (int number = 0; number < writers; ++number) {
-    children.push_back(std::make_unique<ChildProcess>([this, number](const ChildProcess::Report&) {
-      const auto store = openIn(folder());
-      for (int round = 1; round <= rounds; ++round) {
-        store->setValue("key " + std::to_string(number), round, Domain);
-        if (!store->synchronize(Domain)) return round;
-      }
-      return 0;
-    }));
-  }
-  for (const auto& child : children) EXPECT_EQ(child->exitCode(), 0);
-  const auto store = open();
-  for (int number = 0; number < writers; ++number) {
-    EXPECT_EQ(store->integerValue("key " + std::to_string(number), Domain).value(), rounds);
-  }
 }
 
 // Defaults
@@ -283,13 +220,14 @@ TEST_F(SQLitePreferencesTest, DefaultsComeFromTheJSONFile) {
   const fs::path defaults = folder() / "defaults.json";
   writeFile(defaults, R"({"org.tapnote.TN": {"flag": true, "whole": 3, "real": 3.0, "none": null, "text": "a",
                           "big": 18446744073709551615, "list": [1, null, {"k": false}]}, "other": 5})");
-  EXPECT_EQ(store->persistentValueForKey("flag", Domain), Value(true));
-  EXPECT_EQ(store->persistentValueForKey("whole", Domain), Value(3));
-  EXPECT_EQ(store->persistentValueForKey("real", Domain), Value(3.0));
+  const Dictionary expected = {{"flag", true},
+                               {"whole", 3},
+                               {"real", 3.0},
+                               {"text", "a"},
+                               {"big", 18446744073709551615.0},
+                               {"list", Array{1, Dictionary{{"k", false}}}}};
+  for (const auto& [key, value] : expected) EXPECT_EQ(store->persistentValueForKey(key, Domain), value) << key;
   EXPECT_EQ(store->persistentValueForKey("none", Domain), std::nullopt);
-  EXPECT_EQ(store->persistentValueForKey("text", Domain), Value("a"));
-  EXPECT_EQ(store->persistentValueForKey("big", Domain), Value(18446744073709551615.0));
-  EXPECT_EQ(store->persistentValueForKey("list", Domain), Value(Array{1, Dictionary{{"k", false}}}));
   EXPECT_EQ(store->persistentValueForKey("flag", "other"), std::nullopt);
   EXPECT_EQ(store->copyValue("flag", Domain).value(), std::nullopt) << "not shared";
 
