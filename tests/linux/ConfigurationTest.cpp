@@ -8,14 +8,8 @@
 namespace pellor {
 namespace {
 
-std::string errorOf(const std::function<void()>& work) {
-  try {
-    work();
-  } catch (const ConfigurationError& error) {
-    return error.what();
-  }
-  return "no error";
-}
+using testing::StartsWith;
+using testing::ThrowsMessage;
 
 class ConfigurationTest : public testing::Test {
  protected:
@@ -67,12 +61,12 @@ TEST_F(ConfigurationTest, WhatMakesNoSenseIsNamedWithItsPlace) {
       {"region = 'ZZ'", file + ":1: region has to be a region such as DE"},
   };
   for (const auto& [content, expected] : cases)
-    EXPECT_THAT(errorOf([&, text = content] { read(text); }), testing::StartsWith(expected)) << content;
+    EXPECT_THAT(([&, text = content] { read(text); }), ThrowsMessage<ConfigurationError>(StartsWith(expected)));
 
   std::filesystem::remove(_file);
   std::filesystem::create_directory(_file);
-  EXPECT_EQ(errorOf([&] { Configuration::read(_file); }),
-            "the configuration cannot be read: " + file + " is no regular file");
+  EXPECT_THAT([&] { Configuration::read(_file); },
+              ThrowsMessage<ConfigurationError>("the configuration cannot be read: " + file + " is no regular file"));
 }
 
 }  // namespace

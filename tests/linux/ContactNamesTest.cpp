@@ -80,23 +80,6 @@ TEST(ContactNames, WritesTheFullNameAsTheLocaleDoes) {
 
 using Sets = std::map<std::int32_t, std::int32_t>;
 
-TEST(ContactLinks, MakesSetsThatKeepRefusals) {
-  const struct {
-    const char* what;
-    std::vector<LinkStatement> statements;
-    Sets expected;
-  } cases[] = {
-      {"one way is enough", {{7, {3}, {}}}, {{3, 3}, {7, 3}}},
-      {"from record to record", {{4, {2}, {}}, {9, {4}, {}}}, {{2, 2}, {4, 2}, {9, 2}}},
-      {"two sets grown together", {{1, {2}, {}}, {3, {4}, {}}, {4, {2}, {}}}, {{1, 1}, {2, 1}, {3, 1}, {4, 1}}},
-      {"nothing about itself", {{5, {5}, {}}}, {}},
-      {"a refusal wins over a link", {{1, {2}, {}}, {2, {1}, {1}}}, {}},
-      {"also over a link by way of another", {{1, {2}, {}}, {2, {3}, {}}, {3, {}, {1}}}, {{1, 1}, {2, 1}}},
-      {"a refusal of strangers costs nothing", {{1, {2}, {8}}, {8, {9}, {}}}, {{1, 1}, {2, 1}, {8, 8}, {9, 8}}},
-  };
-  for (const auto& each : cases) EXPECT_EQ(linkedSets(each.statements), each.expected) << each.what;
-}
-
 /// The rules taken literally: for each link all members of both sets are looked at.
 Sets setsByTheRules(const std::vector<LinkStatement>& statements) {
   std::set<std::pair<std::int32_t, std::int32_t>> links, refused;

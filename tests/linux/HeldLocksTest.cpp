@@ -63,37 +63,26 @@ auto tellsOf(const StoppedHolder& holder) {
   return AllOf(HasSubstr("is locked by"), HasSubstr(holder.named()), HasSubstr("stopped"), HasSubstr("kill -CONT"));
 }
 
-class HeldStore : public testing::Test {
- protected:
-  std::shared_ptr<SQLitePreferences> open(milliseconds limit) const {
-    return std::make_shared<SQLitePreferences>(_folder.path(), _folder / "defaults.json", LogHandle("", "", nullptr),
-                                               SQLitePreferences::Access::readWrite, limit);
+TEST(HeldStore, NamesTheHolderAndIsReadWhereOnlyWritingIsLocked) {
+  const TemporaryFolder folder;
+  const PreferenceChanges changes{{"key", {PreferenceChange::Kind::set, Value("stored"), std::nullopt}}};
+  const auto write = [&](SQLitePreferences& store) { return store.write(changes, {1, 1}, "domain").outcome; };
+  ASSERT_EQ(write(*openIn(folder.path())), PreferenceWriteOutcome::written);
+  const auto open = [&] {
+    return SQLitePreferences(folder.path(), folder / "defaults.json", LogHandle("", "", nullptr),
+                             SQLitePreferences::Access::readWrite, NoPatience);
+  };
+  {
+    const StoppedHolder holder = StoppedHolder::ofFile(folder.path());
+    SQLitePreferences store = open();
+    EXPECT_FALSE(store.copyValue("key", "domain").isReadable());
+    EXPECT_THAT(store.lastError(), tellsOf(holder));
   }
-  void makeStore() const {
-    const auto store = open(SQLitePreferences::LockLimit);
-    store->setValue("key", Value("stored"), "domain");
-    ASSERT_TRUE(store->synchronize("domain"));
-  }
-
-  const TemporaryFolder _folder;
-};
-
-TEST_F(HeldStore, AFolderThatIsLockedLeavesTheStoreUnreadableAndNamesTheHolder) {
-  makeStore();
-  const StoppedHolder holder = StoppedHolder::ofFile(_folder.path());
-  const auto store = open(NoPatience);
-  EXPECT_FALSE(store->copyValue("key", "domain").isReadable());
-  EXPECT_THAT(store->lastError(), tellsOf(holder));
-}
-
-TEST_F(HeldStore, AWriteLockLetsOthersReadAndNamesTheHolderToWriters) {
-  makeStore();
-  const StoppedHolder holder = StoppedHolder::ofWriting(_folder / SQLiteStoreFile);
-  const auto store = open(NoPatience);
-  EXPECT_EQ(store->copyValue("key", "domain").value(), Value("stored"));
-  const PreferenceChanges changes{{"key", {PreferenceChange::Kind::set, Value("new"), std::nullopt}}};
-  EXPECT_EQ(store->write(changes, {1, 1}, "domain").outcome, PreferenceWriteOutcome::failed);
-  EXPECT_THAT(store->lastError(), tellsOf(holder));
+  const StoppedHolder holder = StoppedHolder::ofWriting(folder / SQLiteStoreFile);
+  SQLitePreferences store = open();
+  EXPECT_EQ(store.copyValue("key", "domain").value(), Value("stored"));
+  EXPECT_EQ(write(store), PreferenceWriteOutcome::failed);
+  EXPECT_THAT(store.lastError(), tellsOf(holder));
 }
 
 TEST(HeldIndex, ContactsAreUnreadableUntilTheLockIsFree) {

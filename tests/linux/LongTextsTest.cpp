@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -100,14 +101,11 @@ TEST(LongTexts, CardsGiveWhatIsLeftOfThem) {
        "1 name is cut, 1 number or address is left out"},
       {"a folded name", "FN:" + times(Many, "x\r\n ") + "\r\n" + tel, 1000, 1, "1 name is cut"},
       {"a name that is folded for nothing", "FN:Ann" + times(Many, "\r\n ") + "\r\n" + tel, 3, 1, ""},
-      {"quoted-printable", "FN;ENCODING=QUOTED-PRINTABLE:" + times(Many, "=41=\r\n") + "\r\n" + tel, 1000, 1, "1 name"},
       {"quoted-printable, four bytes", "FN;ENCODING=QUOTED-PRINTABLE:" + times(Many, "=F0=9F=8C=BB") + "\r\n" + tel,
        4000, 1, "1 name"},
       {"soft breaks alone", "FN;ENCODING=QUOTED-PRINTABLE:An" + times(Many, "=\r\n") + "n\r\n" + tel, 3, 1, ""},
       {"escapes", "FN:" + times(Many, "\\,") + "\r\n" + tel, 1000, 1, "1 name"},
       {"semicolons in a name", "FN:Ann\r\nN:" + times(Many, ";") + "\r\n" + tel, 3, 1, ""},
-      {"semicolons elsewhere", "FN:Ann\r\nADR:" + times(Many, ";") + "\r\n" + tel, 3, 1, ""},
-      {"semicolons in a note", "FN:Ann\r\nNOTE:" + times(Many, ";") + "\r\n" + tel, 3, 1, ""},
       {"nicknames", "FN:Ann\r\nNICKNAME:" + times(Many, "a,") + "\r\n" + tel, 3, 1, ""},
       {"a picture", "PHOTO;ENCODING=b:" + times(Many, "AAAA\r\n ") + "\r\nFN:Ann\r\n" + tel, 3, 1, ""},
       {"labels", "FN:Ann\r\nTEL;TYPE=" + times(Many, "a,") + "cell:+4930123\r\n", 3, 1, ""},
@@ -163,29 +161,12 @@ TEST(LongTexts, ThePropertiesThatTheParserGetsAreShort) {
 }
 
 TEST(LongTexts, AnyTextIsBoundedAndAShortOneStaysAsItIs) {
-  const std::vector<std::string> pieces = {"N:",
-                                           "TEL",
-                                           ";TYPE=a",
-                                           ";ENCODING=QUOTED-PRINTABLE",
-                                           ":",
-                                           "\"",
-                                           "\\",
-                                           "=",
-                                           "=\n",
-                                           "\r\n",
-                                           "\n ",
-                                           "\n\t",
-                                           ";",
-                                           ",",
-                                           "a",
-                                           "=C3",
-                                           "é",
-                                           " ",
-                                           "X-FOLKS-CONTACTS-IDS:",
-                                           ".",
-                                           "FN:",
-                                           "\n",
-                                           "END:VCARD\n"};
+  std::vector<std::string> pieces;
+  std::istringstream list(
+      "N:|TEL|;TYPE=a|;ENCODING=QUOTED-PRINTABLE|:|\"|\\|=|=\n|\r\n|\n |\n\t|;|,|a|=C3|é| "
+      "|X-FOLKS-CONTACTS-IDS:|.|FN:|\n|"
+      "END:VCARD\n");
+  for (std::string piece; std::getline(list, piece, '|');) pieces.push_back(piece);
   std::mt19937 random(1);
   for (int round = 0; round < 100; ++round) {
     std::string text;
@@ -193,9 +174,8 @@ TEST(LongTexts, AnyTextIsBoundedAndAShortOneStaysAsItIs) {
     EXPECT_EQ(boundedCard(text).text, text);
     std::string longer;
     for (std::size_t left = 1 + random() % 8; left > 0; --left) {
-      const std::string& piece = pieces[random() % pieces.size()];
       longer += times(random() % 3, text);
-      longer += times(random() % 60'000, piece);
+      longer += times(random() % 60'000, pieces[random() % pieces.size()]);
     }
     const std::string bounded = boundedCard(longer).text;
     EXPECT_LE(bounded.size(), 2 * longer.size() + 1000) << round;

@@ -7,16 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "linux/SQLitePreferences.h"
 #include "tests/linux/ChildProcess.h"
-#include "tests/linux/TemporaryFolder.h"
+#include "tests/linux/SQLiteStores.h"
 
 namespace pellor {
 namespace {
-
-std::shared_ptr<SQLitePreferences> openIn(const std::filesystem::path& folder) {
-  return std::make_shared<SQLitePreferences>(folder, folder / "defaults.json", LogHandle("test", "store", nullptr));
-}
 
 StoreRegion::Proposal proposing(std::string region, std::string locale) {
   return [proposal = RegionAndLocale{std::move(region), std::move(locale)}] { return proposal; };
