@@ -1,6 +1,6 @@
-// editing_process SEED EDITS: edits the list of its user at random, as an app would, while others do the same.
-
-#include "tests/e2e/EditingProcess.h"
+// editing_process SEED EDITS: edits the list of its user at random, as an app would, while others do the same. On
+// standard input it is told, one a line, to "edit": to do the edits and then say "edited"; and to "report": to come to
+// rest and say the list on one line.
 
 #include <algorithm>
 #include <cstdint>
@@ -45,8 +45,8 @@ class EditingProcess {
   void readCommands() {
     std::string line;
     while (std::getline(std::cin, line)) {
-      if (line == EditCommand) _process.mainQueue().async([this] { editNext(); });
-      if (line == ReportCommand) _process.mainQueue().async([this] { report(); });
+      if (line == "edit") _process.mainQueue().async([this] { editNext(); });
+      if (line == "report") _process.mainQueue().async([this] { report(); });
     }
     _process.mainQueue().stop();
   }

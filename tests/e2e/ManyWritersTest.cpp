@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "tests/cli/Program.h"
-#include "tests/e2e/EditingProcess.h"
 
 namespace pellor {
 namespace {
@@ -46,7 +45,7 @@ class Writers {
   }
 
   std::vector<List> reports() const {
-    tell(ReportCommand);
+    tell("report");
     std::vector<List> lists;
     lists.reserve(_writers.size());
     for (const auto& writer : _writers) lists.push_back(listIn(writer->readLine()));
@@ -92,7 +91,7 @@ void editAndKill(const Home& home, int firstSeed) {
   Program witness(home, pellorCommand({"--domain", "org.example.editing", "watch"}));
   EXPECT_EQ(witness.readErrorLine(), "pellor: watching");
   const Writers writers(home, 3, 1'000'000, firstSeed);
-  writers.tell(EditCommand);
+  writers.tell("edit");
   for (int change = 0; change < 50; ++change) witness.readLine();
 }
 
@@ -105,7 +104,7 @@ TEST(ManyWriters, LeaveAWholeListWhenTheyAreKilledAndAgreeOnTheStoredOneAtRest) 
     expectSound(storedList(home));
   }
   const Writers writers(home, 4, 500, 1);
-  writers.tell(EditCommand);
+  writers.tell("edit");
   writers.expectFromAll("edited");
 
   std::vector<List> lists = writers.reports();

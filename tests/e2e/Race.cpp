@@ -28,11 +28,9 @@ std::uint64_t seedOf(const RaceId& race) {
 std::vector<RaceEdit> editsOf(const RaceId& race, const RaceGround& ground) {
   std::vector<std::string> newcomers;
   for (const auto& [key, contact] : RaceGround::newcomers()) newcomers.push_back(key);
-  RaceEditMaker maker(seedOf(race), ground.list(), newcomers);
-  std::vector<RaceEdit> edits = {maker.make(race.pair.first)};
-  const std::size_t opponents = race.mode == RaceMode::three ? OpponentsOfOne : 1;
-  while (edits.size() <= opponents) edits.push_back(maker.make(race.pair.second));
-  return edits;
+  std::vector<RaceEditKind> kinds(race.mode == RaceMode::three ? 1 + OpponentsOfOne : 2, race.pair.second);
+  kinds.front() = race.pair.first;
+  return randomEdits(seedOf(race), ground.list(), newcomers, kinds);
 }
 
 // The shell says that it is ready, waits for its start, and becomes the program.

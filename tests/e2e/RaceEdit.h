@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,28 +34,8 @@ std::vector<std::string> argumentsOf(const RaceEdit& edit);
 /// The same on one line, for people.
 std::string textOf(const RaceEdit& edit);
 
-/// Makes edits on a list at random. About every second one concerns what the first one concerns.
-class RaceEditMaker {
- public:
-  RaceEditMaker(std::uint64_t seed, const RaceList& list, std::vector<std::string> newcomers);
-
-  RaceEdit make(RaceEditKind kind);
-
- private:
-  std::size_t below(std::size_t end);
-  const std::string& oneOf(const std::vector<std::string>& choices) { return choices[below(choices.size())]; }
-  std::string anybody();
-  std::string newcomer();
-  RacePlace place(bool isTaken, const std::string& mover);
-  std::optional<std::string> newText(const std::string& suffix);
-  RaceEdit random(RaceEditKind kind);
-
-  std::mt19937_64 _random;
-  const RaceList& _list;
-  const std::vector<std::string> _newcomers;
-  std::vector<std::string> _friends;
-  std::optional<RaceEdit> _first;
-  int _made = 0;
-};
+/// Edits of these kinds on a list, at random. About every second one concerns what the first one concerns.
+std::vector<RaceEdit> randomEdits(std::uint64_t seed, const RaceList& list, const std::vector<std::string>& newcomers,
+                                  const std::vector<RaceEditKind>& kinds);
 
 }  // namespace pellor

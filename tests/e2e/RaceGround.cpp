@@ -15,27 +15,10 @@ constexpr int NewContacts = 6;
 constexpr std::size_t MostRoomyPages = 20;
 constexpr std::size_t MostNarrowPages = 2;
 
-// With the times of files and folders: contacts that are as they were are not read again.
-void copyFolder(const fs::path& from, const fs::path& to) {
-  fs::create_directories(to);
-  for (const auto& entry : fs::directory_iterator(from)) {
-    const fs::path copy = to / entry.path().filename();
-    if (entry.is_directory()) {
-      copyFolder(entry.path(), copy);
-    } else if (entry.is_regular_file()) {
-      fs::copy_file(entry.path(), copy);
-      fs::last_write_time(copy, fs::last_write_time(entry.path()));
-    }
-  }
-  fs::last_write_time(to, fs::last_write_time(from));
+RaceContact contactOf(const std::string& guid) {
+  const int area = guid.front() == 'c' ? 5550100 : 5550200;
+  return {"Person " + guid, {"+4930" + std::to_string(area + std::stoi(guid.substr(1)))}};
 }
-
-RaceContact contactOf(char kind, int number) {
-  const int area = kind == 'c' ? 5550100 : 5550200;
-  return {"Person " + std::string(1, kind) + std::to_string(number), {"+4930" + std::to_string(area + number)}};
-}
-
-std::string lineOf(const RaceContact& contact) { return "TEL:" + contact.destinations.front() + "\n"; }
 
 // Page 1: three friends and room. 2: three friends with a hole. 3: empty, with a title. 4: two friends. 5: one friend,
 // no title. 6: the empty one behind them.
@@ -72,48 +55,42 @@ const std::vector<Arguments> NarrowList = {
 
 RaceGround::RaceGround(RaceListShape shape, RaceDatabases* databases) : _shape(shape), _databases(databases) {
   if (_databases) _preparedDatabase = _database = _databases->make();
-  addContacts();
-  prepare();
+  for (const auto& [kind, count] : {std::pair("c", FriendContacts), std::pair("a", NewContacts)}) {
+    for (int number = 1; number <= count; ++number) {
+      const std::string guid = kind + std::to_string(number);
+      addContact(guid, contactOf(guid));
+    }
+  }
+  for (const Arguments& arguments : _shape == RaceListShape::roomy ? RoomyList : NarrowList) run(command(arguments));
   const auto list = raceListIn(readList());
   if (!list) throw std::runtime_error("the list of the races could not be prepared");
   _list = *list;
-  copyFolder(_home.dataFolder(), _home / "prepared");
+  run({"cp", "-a", _home.dataFolder(), _home / "prepared"});
 }
 
 RaceGround::~RaceGround() {
   if (_databases && _database != _preparedDatabase) _databases->drop(_database);
 }
 
-void RaceGround::addContacts() const {
-  const auto add = [this](char kind, int number) {
-    const RaceContact contact = contactOf(kind, number);
-    _home.addContact(kind + std::to_string(number), contact.name, lineOf(contact));
-  };
-  for (int number = 1; number <= FriendContacts; ++number) add('c', number);
-  for (int number = 1; number <= NewContacts; ++number) add('a', number);
+void RaceGround::addContact(const std::string& guid, const RaceContact& contact) const {
+  _home.addContact(guid, contact.name, "TEL:" + contact.destinations.front() + "\n");
 }
 
-void RaceGround::prepare() const {
-  for (const Arguments& arguments : _shape == RaceListShape::roomy ? RoomyList : NarrowList) run(arguments);
-}
-
-void RaceGround::run(const Arguments& arguments) const {
-  const ProgramResult result = Program(_home, command(arguments)).finish();
-  if (result.exitCode != 0) throw std::runtime_error(arguments.front() + ": " + result.errors);
+void RaceGround::run(const Arguments& command) const {
+  const ProgramResult result = Program(_home, command).finish();
+  if (result.exitCode != 0) throw std::runtime_error(command.at(1) + ": " + result.errors);
 }
 
 void RaceGround::reset() {
   fs::remove_all(_home.dataFolder());
-  copyFolder(_home / "prepared", _home.dataFolder());
+  // With the times of files and folders: contacts that are as they were are not read again.
+  run({"cp", "-a", _home / "prepared", _home.dataFolder()});
   if (!_databases) return;
   if (_database != _preparedDatabase) _databases->drop(_database);
   _database = _databases->copyOf(_preparedDatabase);
 }
 
-void RaceGround::changeContact(const std::string& guid) {
-  const RaceContact contact = changedContact(guid);
-  _home.addContact(guid, contact.name, lineOf(contact));
-}
+void RaceGround::changeContact(const std::string& guid) { addContact(guid, changedContact(guid)); }
 
 RaceContact RaceGround::changedContact(const std::string& guid) {
   return {"Renamed " + guid, {"+493055503" + guid.substr(1) + "0"}};
@@ -146,7 +123,10 @@ std::vector<std::string> RaceGround::contactFriends() const {
 const std::map<std::string, RaceContact>& RaceGround::newcomers() {
   static const std::map<std::string, RaceContact> known = [] {
     std::map<std::string, RaceContact> made;
-    for (int number = 1; number <= NewContacts; ++number) made["a" + std::to_string(number)] = contactOf('a', number);
+    for (int number = 1; number <= NewContacts; ++number) {
+      const std::string guid = "a" + std::to_string(number);
+      made[guid] = contactOf(guid);
+    }
     for (const char* destination : {"+49305550901", "+49305550902"}) made[destination] = {"", {destination}};
     return made;
   }();

@@ -66,9 +66,8 @@ class RaceGround {
   static const std::map<std::string, RaceContact>& newcomers();
 
  private:
-  void addContacts() const;
-  void prepare() const;
-  void run(const std::vector<std::string>& arguments) const;
+  void addContact(const std::string& guid, const RaceContact& contact) const;
+  void run(const std::vector<std::string>& command) const;
 
   const RaceListShape _shape;
   RaceDatabases* const _databases;

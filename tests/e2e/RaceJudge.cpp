@@ -164,10 +164,10 @@ class Judge {
       more.insert(_mayBeGone[next]);
       return tryGonePages(chosen, next + 1, more);
     }
-    RaceExplanation::Course course{{}, gone};
+    RaceCourse course{{}, gone};
     for (const Meaning* meaning : chosen) course.facts.push_back(meaning ? &meaning->facts : nullptr);
-    const RaceExplanation explanation(_race, course);
-    if (!_best || explanation.verdict().faults() < _best->faults()) _best = explanation.verdict();
+    const RaceVerdict verdict = explain(_race, course);
+    if (!_best || verdict.faults() < _best->faults()) _best = verdict;
   }
 
   void addBest() {
