@@ -107,17 +107,14 @@ TEST(EVCardContact, ReadsWhatCardsInTheWildLookLike) {
 }
 
 TEST(EVCardContact, RefusesWhatIsNoCardOrHalfOfOne) {
-  const std::string whole = card("FN:A\r\n");
   const std::string texts[] = {"",
                                "\n\n",
                                "A letter\n",
                                "BEGIN:VCARD\nFN:A\n",
                                "FN:A\nEND:VCARD\n",
                                "END:VCARD\nBEGIN:VCARD\n",
-                               whole + '\0',
-                               std::string("\xFF\xFE"
-                                           "B\0E\0",
-                                           6)};
+                               card("FN:A\r\n") + '\0',
+                               std::string("\xFF\xFE\x42\0E\0", 6)};
   for (const std::string& text : texts) {
     const CardReading reading = readContactCard(text);
     EXPECT_FALSE(reading.card) << text;
