@@ -104,17 +104,6 @@ TEST_P(TimerTest, aHandlerMaySetItsTimerAgainAndCancelIt) {
   EXPECT_EQ(fired, 3);
 }
 
-TEST_P(TimerTest, aNearerTimeComesFirstThoughItIsSetLater) {
-  for (const auto& queue : queues()) {
-    for (const auto& other : queues()) {
-      const auto far = Timer::after(*queue, 3600, [] { ADD_FAILURE() << "the far one fired"; });
-      const auto near = Timer::after(*other, 0.001, [&] { process->mainQueue().stop(); });
-      runUntilStopped();
-      EXPECT_TRUE(far->isValid());
-    }
-  }
-}
-
 TEST(ThreadedTimerTest, timersAndLimitsRunSteadilyWhateverIsDoneToTheWallClock) {
   for (const double shift : {-3600.0, 3600.0}) {
     std::atomic<double> wallClock = 700'000'000;

@@ -70,12 +70,6 @@ TEST(ValueTest, comparesContentsAndKnowsSharedOnes) {
   EXPECT_EQ(notANumber, Value(notANumber)) << "a list that holds one would never equal its stored form";
 }
 
-TEST(ValueTest, describesItself) {
-  const Value value(Dictionary{{"a", Array{1, -2.5, true, "text"}}, {"d", bytes}, {"t", Date{700000000.5}}});
-  EXPECT_EQ(Value(Array{"", "a"}).description(), "(, a)");
-  EXPECT_EQ(value.description(), "{a = (1, -2.5, true, text), d = <0001ff>, t = 700000000.5}");
-}
-
 TEST(KeyedArchiveTest, givesBackWhatWasEncoded) {
   using enum CodedClass;
   const std::vector<Value> objects{
