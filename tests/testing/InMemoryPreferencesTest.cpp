@@ -43,33 +43,4 @@ TEST(InMemoryPreferencesTest, ARenewedStoreIsAnotherOne) {
   EXPECT_EQ(writer.read("key").version.store, first.version.store);
 }
 
-// What a test reads of writes that ended in different ways.
-TEST(InMemoryPreferencesTest, RecordsTellWhatWasStoredAndWhatWasNot) {
-  const auto preferences = std::make_shared<InMemoryPreferences>();
-  Process process(std::make_shared<SimulatedScheduler>(1), nullptr);
-  VersionedWriter writer(preferences->storeFor(process), 1);
-  const auto first = writer.write({{"changed", setTo(1)}, {"kept", kept()}, {"removed", removed()}});
-  const auto firstID = writer.id();
-  writer.write({{"kept", kept()}});
-  preferences->failWrites(1);
-  writer.write({{"changed", setTo(2, PreferenceVersion{9, 9, {}})}});
-  writer.write({{"changed", setTo(3)}});
-  preferences->leaveUntold(InMemoryPreferences::Untold::delayed, 2);
-  writer.write({{"changed", setTo(4, first.written.at("changed").version)}});
-  const auto delayedID = writer.id();
-  writer.write({{"changed", setTo(5, first.written.at("changed").version)}});
-  EXPECT_EQ(preferences->writeCount(), 1U);
-  EXPECT_EQ(preferences->storeDelayedWrites(), 1U) << "the other one was overtaken by it";
-  EXPECT_EQ(preferences->storeDelayedWrites(), 0U);
-
-  const auto writes = preferences->writes();
-  ASSERT_EQ(writes.size(), 2U);
-  EXPECT_EQ(writes[0].keys, (std::vector<std::string>{"changed", "removed"}));
-  EXPECT_EQ(writes[0].id, firstID);
-  EXPECT_EQ(writes[0].process, &process);
-  EXPECT_EQ(writes[1].id, delayedID);
-  EXPECT_EQ(preferences->failedWriteCount(), 1U) << "a write that is overtaken does not use up the fault";
-  EXPECT_EQ(preferences->overtakenWriteCount(), 2U);
-}
-
 }  // namespace pellor
