@@ -24,25 +24,22 @@ struct Case {
   const char* said;  ///< a part of the answer, or of the error where there is none
 };
 
-const std::vector<Case>& cases() {
-  static const std::vector<Case> all = {
-      {"data/pellor/preferences.sqlite", {"list"}, 1, "preferences.sqlite is no regular file"},
-      {"data/pellor/preferences.sqlite-wal", {"list"}, 1, "preferences.sqlite-wal is no regular file"},
-      {"data/pellor/preferences.sqlite-wal", {"add", "0301112233"}, 1, "preferences.sqlite-wal is no regular file"},
-      {"data/pellor/preferences.sqlite-shm", {"list"}, 1, "preferences.sqlite-shm is no regular file"},
-      {"data/pellor/preferences.sqlite-journal", {"list"}, 1, "preferences.sqlite-journal is no regular file"},
-      {"data/pellor/contacts-index.sqlite", {"contacts"}, 0, "Ann Lee"},
-      {"data/pellor/contacts-index.sqlite-wal", {"contacts"}, 0, "Ann Lee"},
-      {"data/pellor/canonical-forms-DE", {"list"}, 0, "Ann Lee"},
-      {"data/pellor/contacts/bob.vcf", {"contacts"}, 0, "Ann Lee"},
-      {"data/pellor/contacts/favorites", {"favorites", "add", "ann"}, 1, "favorites file"},
-      {"data/pellor/counters.prom", {"title", "1", "Family"}, 0, "Family"},
-      {"config/pellor/config.toml", {"list"}, 2, "config.toml is no regular file"},
-      {"config/pellor/defaults.json", {"list"}, 0, "Ann Lee"},
-      {"run/pellor/notify/PLFriendsChangedExternallyNotification", {"title", "1", "Friends"}, 0, "Friends"},
-  };
-  return all;
-}
+const Case cases[] = {
+    {"data/pellor/preferences.sqlite", {"list"}, 1, "preferences.sqlite is no regular file"},
+    {"data/pellor/preferences.sqlite-wal", {"list"}, 1, "preferences.sqlite-wal is no regular file"},
+    {"data/pellor/preferences.sqlite-wal", {"add", "0301112233"}, 1, "preferences.sqlite-wal is no regular file"},
+    {"data/pellor/preferences.sqlite-shm", {"list"}, 1, "preferences.sqlite-shm is no regular file"},
+    {"data/pellor/preferences.sqlite-journal", {"list"}, 1, "preferences.sqlite-journal is no regular file"},
+    {"data/pellor/contacts-index.sqlite", {"contacts"}, 0, "Ann Lee"},
+    {"data/pellor/contacts-index.sqlite-wal", {"contacts"}, 0, "Ann Lee"},
+    {"data/pellor/canonical-forms-DE", {"list"}, 0, "Ann Lee"},
+    {"data/pellor/contacts/bob.vcf", {"contacts"}, 0, "Ann Lee"},
+    {"data/pellor/contacts/favorites", {"favorites", "add", "ann"}, 1, "favorites file"},
+    {"data/pellor/counters.prom", {"title", "1", "Family"}, 0, "Family"},
+    {"config/pellor/config.toml", {"list"}, 2, "config.toml is no regular file"},
+    {"config/pellor/defaults.json", {"list"}, 0, "Ann Lee"},
+    {"run/pellor/notify/PLFriendsChangedExternallyNotification", {"title", "1", "Friends"}, 0, "Friends"},
+};
 
 enum class Thing { pipe, device, folder };
 
@@ -73,7 +70,7 @@ TEST(FilesInTheWay, APipeADeviceOrAFolderInThePlaceOfAFileHoldsNothingUp) {
   const Home home;
   home.addContact("ann", "Ann Lee", "TEL:+49301234567\n");
   ASSERT_EQ(pellor(home, {"add", "ann"}).exitCode, 0);
-  for (const Case& each : cases()) {
+  for (const Case& each : cases) {
     for (const Thing thing : {Thing::pipe, Thing::device, Thing::folder}) {
       SCOPED_TRACE(std::string(each.file) + " " + std::to_string(static_cast<int>(thing)));
       const InTheWay inTheWay(thing, home / each.file);

@@ -23,19 +23,14 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-/// Runs `pellor` as somebody who is no administrator, so that permissions count.
+/// Runs `pellor` as somebody who is no administrator, so that permissions count: everybody may read, nobody may write.
 class UnprivilegedUser {
  public:
   explicit UnprivilegedUser(const Home& home) : _home(home), _program((home / "pellor").string()) {
     fs::copy_file(PELLOR_PROGRAM, _program);
-    open(home / "");
-    for (const auto& entry : fs::recursive_directory_iterator(home / "")) open(entry.path());
+    change("a+rX,a-w");
   }
-  ~UnprivilegedUser() {
-    for (const auto& entry : fs::recursive_directory_iterator(_home / "")) {
-      fs::permissions(entry.path(), fs::perms::owner_write, fs::perm_options::add);
-    }
-  }
+  ~UnprivilegedUser() { change("u+w"); }
 
   ProgramResult run(const std::vector<std::string>& arguments) const {
     std::vector<std::string> command;
@@ -45,14 +40,9 @@ class UnprivilegedUser {
     return Program(_home, command).finish();
   }
 
-  /// Everybody may read, nobody may write.
-  static void open(const fs::path& path) {
-    constexpr auto read = fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read;
-    constexpr auto search = fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
-    fs::permissions(path, read | search);
-  }
-
  private:
+  void change(const char* permissions) const { Program(_home, {"chmod", "-R", permissions, _home / ""}).finish(); }
+
   const Home& _home;
   const std::string _program;
 };
