@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <random>
 #include <stdexcept>
 #include <thread>
 
@@ -52,6 +53,72 @@ std::string textOf(RaceOutcome outcome) {
   return {};
 }
 
+using Seconds = std::chrono::duration<double>;
+
+struct Racer {
+  std::unique_ptr<Program> program;
+  bool isVictim = false;
+  std::optional<ProgramResult> result;  // once it has ended
+};
+
+std::vector<Racer> startRacers(const RaceId& race, const RaceGround& ground, const std::vector<RaceEdit>& edits) {
+  std::vector<Racer> racers;
+  for (const RaceEdit& edit : edits) {
+    const std::vector<std::string> arguments = argumentsOf(edit);
+    std::vector<std::string> command = {PELLOR_RACE_WRITER};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    if (race.mode != RaceMode::library) command = atTheGate(ground.command(arguments));
+    racers.push_back({std::make_unique<Program>(ground.home(), command), false, {}});
+  }
+  for (const Racer& racer : racers) {
+    if (racer.program->readLine() != "ready") throw std::runtime_error("a process of a race did not start");
+  }
+  return racers;
+}
+
+void changeContact(RaceRecord& record, RaceGround& ground, std::uint64_t seed) {
+  const std::vector<std::string> friends = ground.contactFriends();
+  const std::string& guid = friends[seed % friends.size()];
+  record.changedContacts[guid] = RaceGround::changedContact(guid);
+  ground.changeContact(guid);
+}
+
+// At any moment of what such a process usually lives, and a little beyond.
+void killOne(std::vector<Racer>& racers, std::mt19937_64& random, Seconds lastTime) {
+  const double fraction = std::uniform_real_distribution<double>(0, 1.2)(random);
+  Racer& victim = racers[random() % racers.size()];
+  std::this_thread::sleep_for(fraction * lastTime);
+  victim.isVictim = true;
+  victim.program->sendSignal(SIGKILL);
+}
+
+void letRace(std::vector<Racer>& racers, const RaceId& race, RaceStart start, Seconds lastTime) {
+  std::mt19937_64 random(seedOf(race));
+  std::vector<Racer*> order;
+  for (Racer& racer : racers) order.push_back(&racer);
+  std::ranges::shuffle(order, random);
+  for (Racer* racer : order) {
+    racer->program->write("go\n");
+    if (start == RaceStart::inTurn) racer->result = racer->program->finish();
+  }
+  if (race.mode == RaceMode::kill) killOne(racers, random, lastTime);
+  for (Racer* racer : order) {
+    if (!racer->result) racer->result = racer->program->finish();
+  }
+}
+
+void readOutcomes(const std::vector<Racer>& racers, const RaceId& race, RaceResult& result) {
+  for (std::size_t index = 0; index < racers.size(); ++index) {
+    const ProgramResult& ended = *racers[index].result;
+    RaceAttempt& attempt = result.record.attempts[index];
+    const bool wasKilled = racers[index].isVictim && ended.exitCode == -SIGKILL;
+    if (ended.exitCode != 0) attempt.outcome = wasKilled ? RaceOutcome::killed : RaceOutcome::refused;
+    result.story += std::string(race.mode == RaceMode::library ? "" : "pellor ") + textOf(attempt.edit) + ": " +
+                    textOf(attempt.outcome) + " (" + std::to_string(ended.exitCode) + ") " + ended.errors +
+                    (ended.errors.ends_with('\n') ? "" : "\n");
+  }
+}
+
 }  // namespace
 
 std::string_view nameOf(RaceMode mode) { return ModeNames[static_cast<std::size_t>(mode)]; }
@@ -67,12 +134,6 @@ std::vector<RacePair> racePairs() {
 std::string nameOf(const RacePair& pair) {
   return std::string(nameOf(pair.first)) + "+" + std::string(nameOf(pair.second));
 }
-
-struct RaceTrack::Racer {
-  std::unique_ptr<Program> program;
-  bool isVictim = false;
-  std::optional<ProgramResult> result;  // once it has ended
-};
 
 bool RaceTrack::has(RaceMode mode) { return mode != RaceMode::postgresql || hasRaceDatabases(); }
 
@@ -94,11 +155,11 @@ RaceResult RaceTrack::run(const RaceId& race) {
   const bool refreshes =
       std::ranges::any_of(edits, [](const RaceEdit& edit) { return edit.kind == RaceEditKind::refresh; });
 
-  std::vector<Racer> racers = start(race, ground, edits);
+  std::vector<Racer> racers = startRacers(race, ground, edits);
   // Processes that hold a manager hear of it; the others find it when they start.
   if (refreshes) changeContact(result.record, ground, seedOf(race));
   const auto begin = std::chrono::steady_clock::now();
-  letRace(racers, race, seedOf(race));
+  letRace(racers, race, _start, _lastTime);
   _lastTime = std::chrono::steady_clock::now() - begin;
   readOutcomes(racers, race, result);
   // The look at the list must not do itself what was asked for.
@@ -120,65 +181,6 @@ RaceGround& RaceTrack::groundOf(const RaceId& race) {
   if (isInDatabase && !_databases) throw std::runtime_error("this build has no PostgreSQL");
   ground = std::make_unique<RaceGround>(shape, isInDatabase ? _databases.get() : nullptr);
   return *ground;
-}
-
-std::vector<RaceTrack::Racer> RaceTrack::start(const RaceId& race, const RaceGround& ground,
-                                               const std::vector<RaceEdit>& edits) {
-  std::vector<Racer> racers;
-  for (const RaceEdit& edit : edits) {
-    const std::vector<std::string> arguments = argumentsOf(edit);
-    std::vector<std::string> command = {PELLOR_RACE_WRITER};
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    if (race.mode != RaceMode::library) command = atTheGate(ground.command(arguments));
-    racers.push_back({std::make_unique<Program>(ground.home(), command), false, {}});
-  }
-  for (const Racer& racer : racers) {
-    if (racer.program->readLine() != "ready") throw std::runtime_error("a process of a race did not start");
-  }
-  return racers;
-}
-
-void RaceTrack::changeContact(RaceRecord& record, RaceGround& ground, std::uint64_t seed) {
-  const std::vector<std::string> friends = ground.contactFriends();
-  const std::string& guid = friends[seed % friends.size()];
-  record.changedContacts[guid] = RaceGround::changedContact(guid);
-  ground.changeContact(guid);
-}
-
-void RaceTrack::letRace(std::vector<Racer>& racers, const RaceId& race, std::uint64_t seed) const {
-  std::mt19937_64 random(seed);
-  std::vector<Racer*> order;
-  for (Racer& racer : racers) order.push_back(&racer);
-  std::ranges::shuffle(order, random);
-  for (Racer* racer : order) {
-    racer->program->write("go\n");
-    if (_start == RaceStart::inTurn) racer->result = racer->program->finish();
-  }
-  if (race.mode == RaceMode::kill) killOne(racers, random);
-  for (Racer* racer : order) {
-    if (!racer->result) racer->result = racer->program->finish();
-  }
-}
-
-// At any moment of what such a process usually lives, and a little beyond.
-void RaceTrack::killOne(std::vector<Racer>& racers, std::mt19937_64& random) const {
-  const double fraction = std::uniform_real_distribution<double>(0, 1.2)(random);
-  Racer& victim = racers[random() % racers.size()];
-  std::this_thread::sleep_for(fraction * _lastTime);
-  victim.isVictim = true;
-  victim.program->sendSignal(SIGKILL);
-}
-
-void RaceTrack::readOutcomes(const std::vector<Racer>& racers, const RaceId& race, RaceResult& result) {
-  for (std::size_t index = 0; index < racers.size(); ++index) {
-    const ProgramResult& ended = *racers[index].result;
-    RaceAttempt& attempt = result.record.attempts[index];
-    const bool wasKilled = racers[index].isVictim && ended.exitCode == -SIGKILL;
-    if (ended.exitCode != 0) attempt.outcome = wasKilled ? RaceOutcome::killed : RaceOutcome::refused;
-    result.story += std::string(race.mode == RaceMode::library ? "" : "pellor ") + textOf(attempt.edit) + ": " +
-                    textOf(attempt.outcome) + " (" + std::to_string(ended.exitCode) + ") " + ended.errors +
-                    (ended.errors.ends_with('\n') ? "" : "\n");
-  }
 }
 
 }  // namespace pellor

@@ -8,7 +8,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <random>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -74,14 +73,7 @@ class RaceTrack {
   static std::string build();
 
  private:
-  struct Racer;
-
   RaceGround& groundOf(const RaceId& race);
-  static std::vector<Racer> start(const RaceId& race, const RaceGround& ground, const std::vector<RaceEdit>& edits);
-  static void changeContact(RaceRecord& record, RaceGround& ground, std::uint64_t seed);
-  void letRace(std::vector<Racer>& racers, const RaceId& race, std::uint64_t seed) const;
-  void killOne(std::vector<Racer>& racers, std::mt19937_64& random) const;
-  static void readOutcomes(const std::vector<Racer>& racers, const RaceId& race, RaceResult& result);
 
   const RaceStart _start;
   std::unique_ptr<RaceDatabases> _databases;
