@@ -74,57 +74,6 @@ TEST_F(ManagerEditTest, RemovingTellsOfTheFriendAndOfTheGroupThatEmptied) {
   EXPECT_EQ(world.counters().value("org.tapnote.tn.friendGroups.count"), 1);
 }
 
-TEST_F(ManagerEditTest, AGroupThatEmptiesVanishesButForASingleOne) {
-  const struct {
-    const char* before;
-    int groups;
-    std::uint64_t group;
-    const char* after;
-  } rows[] = {
-      {"Ann,-|Bob,-", 3, 0, "Bob,-|-,-"},
-      {"Ann,-|Bob,-|Cy,-", 3, 1, "Ann,-|Cy,-"},
-      {"Ann,-|Bob,-|Cy,-", 3, 2, "Ann,-|Bob,-"},
-      {"Ann,-|-,-|Bob,-", 3, 0, "-,-|Bob,-"},
-      {"Ann,-", 2, 0, "-,-"},
-      {"Ann,-", 1, 0, "-,-"},
-  };
-  for (const auto& row : rows) {
-    setGroups(static_cast<std::uint64_t>(row.groups), 2);
-    auto a = launchWith(row.before);
-    a->remove(row.group, 0);
-    EXPECT_EQ(a->list(), row.after) << row.before;
-    rest();
-    EXPECT_EQ(stored(2), row.after) << row.before;
-    a->kill();
-  }
-}
-
-TEST_F(ManagerEditTest, WithoutTrailingGroupsTheLastGroupVanishesToo) {
-  setSetting(PLEmptyTrailingGroupEnabledKey, false);
-  auto a = launchWith("Ann,-");
-  a->remove(0, 0);
-  EXPECT_EQ(a->list(), "");
-  EXPECT_TRUE(a->run([&] { return a->manager().canAddFriend(); }));
-  EXPECT_FALSE(a->add("Bob"));
-  rest();
-  EXPECT_EQ(world.counters().value("org.tapnote.tn.friendGroups.count"), -1);
-  EXPECT_EQ(storedValue(PLFriendListKey), Value(Array{}));
-  a->run([&] { a->manager().reloadFriendList(); });
-  EXPECT_EQ(a->list(), "-,-");
-  EXPECT_TRUE(a->add("Bob"));
-}
-
-TEST_F(ManagerEditTest, RemovingTakesTheGroupThatReported) {
-  // The same person in two groups: the second group goes, not the first that the person is found in.
-  auto a = launchWith("Ann,Bob");
-  const auto ann = a->friendAt(0, 0);
-  a->set(ann, 1, 1);
-  a->set(a->person("Cy"), 2, 0);
-  a->remove(1, 1);
-  EXPECT_EQ(a->list(), "Ann,Bob|Cy,-");
-  EXPECT_TRUE(a->run([&] { return a->manager().isPersonFriend(ann); }));
-}
-
 TEST_F(ManagerEditTest, AnEmptySlotThatIsSetRemovesNoGroupAndTellsNobody) {
   auto a = launchWith("Ann,-|Bob,-|-,-");
   a->set(nullptr, 0, 0);
@@ -173,34 +122,6 @@ TEST_F(ManagerEditTest, SynchronisingAGroupLogsWhoWentWhereAndPostsNothing) {
   EXPECT_EQ(stored(2), "-,Ann|Bob,-|-,-");
   a->run([&] { a->manager().syncFriendGroup(a->group(0)); });
   EXPECT_THAT(eventsOf(*a, false), IsEmpty());
-
-  // A friend in the last group calls for one more group, an emptied one stays.
-  auto b = launchWith("Ann,-|-,-");
-  b->run([&] {
-    const auto ann = b->friendAt(0, 0);
-    b->group(0)->setFriends({nullptr, nullptr});
-    b->manager().syncFriendGroup(b->group(0));
-    b->group(1)->setFriends({ann, nullptr});
-    b->manager().syncFriendGroup(b->group(1));
-  });
-  EXPECT_EQ(b->list(), "-,-|Ann,-|-,-");
-  EXPECT_EQ(b->person("Ann"), b->friendAt(1, 0));
-  rest();
-  EXPECT_EQ(stored(2), b->list());
-}
-
-// Also when meanwhile a new group came, whose slots the manager gave it, far from those of the other.
-TEST_F(ManagerEditTest, AGroupThatWasGivenFriendsWithoutAReportShowsTheListAgainAfterALoad) {
-  setGroups(3, 64);
-  auto a = launchWith("Ann");
-  const auto ann = a->friendAt(0, 0);
-  a->run([&] {
-    a->group(0)->setFriends(std::vector<Slot>(64, EmptySlot));
-    a->set(a->person("Bob"), 1, 63);
-    ASSERT_EQ(a->manager().friendGroups().size(), 3U);
-    a->manager().reloadFriendList();
-  });
-  EXPECT_EQ(a->friendAt(0, 0), ann);
 }
 
 TEST_F(ManagerEditTest, AGroupThatTheManagerNoLongerHoldsReportsToNobody) {

@@ -36,54 +36,44 @@ TEST_F(ManagerLoadTest, TheFirstRunOfAnotherDomainIsEmpty) {
 }
 
 TEST_F(ManagerLoadTest, SettingsHaveLopsidedDefaults) {
-  // Of Bob's two places the second goes, Cy loses all addresses and stays, and a group is kept behind the last friend.
-  store("Ann#,Bob#,Bob#,Cy,-,-,-,-,-,-,-,-");
-  auto list = *storedValue(PLFriendListKey)->array();
-  auto cy = *list[3].dictionary();
-  cy.erase("AllValues");
-  list[3] = cy;
-  world.preferences().setValue(PLFriendListKey, list, std::string(TapnoteDomain));
-  const std::string empty = "-,-,-,-,-,-,-,-,-,-,-,-";
+  // Of Bob's two places the second goes, Cy without addresses stays, and a group is kept behind the last friend.
+  Array list = storedList("Ann#,Bob#,Bob#,Cy,-,-,-,-,-,-,-,-");
+  list[3] = Dictionary{{"Name", "Cy"}, {"ABRecordGUID", "guid-Cy"}};
+  setSetting(PLFriendListKey, list);
+  const std::string empty = "-,-,-,-,-,-,-,-,-,-,-,-", usual = "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-";
   const struct {
     std::string_view key;
-    std::optional<Value> value;
+    Value value;
     std::string expected;
   } rows[] = {
-      {"none", std::nullopt, "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-|" + empty},
-      {PLEmptyTrailingGroupEnabledKey, false, "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-"},
-      {PLEmptyTrailingGroupEnabledKey, 0, "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-|" + empty},
+      {"none", true, usual + "|" + empty},
+      {PLEmptyTrailingGroupEnabledKey, false, usual},
+      {PLEmptyTrailingGroupEnabledKey, 0, usual + "|" + empty},
       {PLDeduplicateFriendListEnabledKey, false, "Ann,Bob,Bob,Cy,-,-,-,-,-,-,-,-|" + empty},
-      {PLDeduplicateFriendListEnabledKey, "no", "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-|" + empty},
+      {PLDeduplicateFriendListEnabledKey, "no", usual + "|" + empty},
       {PLRemoveDestinationlessFriendsEnabledKey, true, "Ann,Bob,-,-,-,-,-,-,-,-,-,-|" + empty},
-      {PLRemoveDestinationlessFriendsEnabledKey, 1, "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-|" + empty},
-      {PLMaxGroupCountKey, 1, "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-"},
-      {PLMaxGroupCountKey, "1", "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-|" + empty},
+      {PLRemoveDestinationlessFriendsEnabledKey, 1, usual + "|" + empty},
+      {PLMaxGroupCountKey, 1, usual},
+      {PLMaxGroupCountKey, "1", usual + "|" + empty},
       {PLGroupSizeKey, 4, "Ann,Bob,-,Cy|-,-,-,-"},
   };
   for (const auto& row : rows) {
-    setSetting(row.key, row.value.value_or(true));
+    setSetting(row.key, row.value);
     auto a = launch();
     EXPECT_EQ(a->list(), row.expected) << row.key;
     EXPECT_TRUE(a->manager().isRefreshAgainstContactsEnabled());
     a->kill();
     world.preferences().setValue(row.key, std::nullopt, std::string(TapnoteDomain));
   }
-  setSetting(PLRefreshAgainstContactsOnInitEnabledKey, false);
-  EXPECT_FALSE(launch()->manager().isRefreshAgainstContactsEnabled());
 }
 
 TEST_F(ManagerLoadTest, AGroupSizeOutOfRangeIsReadAsTheDefault) {
-  const struct {
-    std::int64_t stored;
-    std::uint64_t used;
-  } rows[] = {{-1, 12}, {0, 12}, {1, 1}, {65536, 65536}, {65537, 12}};
-  for (const auto& row : rows) {
-    setSetting(PLGroupSizeKey, row.stored, OtherDomain);
+  const std::pair<std::int64_t, std::uint64_t> rows[] = {{-1, 12}, {0, 12}, {1, 1}, {65536, 65536}, {65537, 12}};
+  for (const auto& [stored, used] : rows) {
+    setSetting(PLGroupSizeKey, stored, OtherDomain);
     auto a = launch(OtherDomain);
-    EXPECT_EQ(a->manager().groupSize(), row.used);
-    EXPECT_EQ(a->group(0)->groupSize(), row.used);
-    a->run([&] { a->manager().reloadFriendList(); });
-    EXPECT_EQ(a->logged("group size"), row.stored == static_cast<std::int64_t>(row.used) ? 0U : 1U) << row.stored;
+    EXPECT_EQ(a->group(0)->groupSize(), used);
+    EXPECT_EQ(a->logged("group size"), stored == static_cast<std::int64_t>(used) ? 0U : 1U) << stored;
     a->kill();
   }
 }
@@ -106,11 +96,9 @@ TEST_F(ManagerLoadTest, SettingsAreWrittenForManagersThatComeLater) {
   rest();
   auto b = launch(OtherDomain);
   EXPECT_EQ(b->manager().maxGroupCount(), 3U);
-  EXPECT_EQ(b->manager().groupSize(), 2U);
   EXPECT_FALSE(b->manager().isRefreshAgainstContactsEnabled());
   rest();
-  b->add("Ann");
-  b->add("Bob");
+  EXPECT_TRUE(b->add("Ann") && b->add("Bob"));
   EXPECT_FALSE(b->add("Cy")) << "no group is added behind a full one";
   rest();
   EXPECT_EQ(world.bus().postCount("list"), 1U);
@@ -124,11 +112,9 @@ TEST_F(ManagerLoadTest, LoadsTellWhatChanged) {
   setGroups(4, 2);
   store("Ann,Bob|-,-");
   auto a = launch();
-  EXPECT_EQ(a->list(), "Ann,Bob|-,-");
   EXPECT_TRUE(a->manager().didLastLoadHaveChanges());
   rest();
   EXPECT_EQ(a->logged("loaded friend list for the first time"), 1U);
-  EXPECT_EQ(a->logged("friend list has"), 0U);
   EXPECT_THAT(a->takeNotifications(), ElementsAre("groups changed", "groups changed", "changed Ann+ Bob+"));
 
   a->run([&] { a->manager().reloadFriendList(); });
@@ -144,75 +130,7 @@ TEST_F(ManagerLoadTest, LoadsTellWhatChanged) {
   EXPECT_TRUE(a->manager().didLastLoadHaveChanges());
   EXPECT_EQ(a->logged("friend list has changes"), 1U);
   EXPECT_THAT(a->takeNotifications(), ElementsAre("changed Cy+ Bob-"));
-  EXPECT_EQ(a->list(), "Ann,Cy|-,-");
   EXPECT_EQ(a->friendAt(0, 0), ann);
-}
-
-TEST_F(ManagerLoadTest, GroupsComeAndGoWithTheStoredList) {
-  setGroups(20, 3);
-  const struct {
-    const char* stored;
-    bool trailing;
-    const char* expected;
-  } rows[] = {
-      {"Ann,-,-|-,-,-|Bob,-,-", true, "Ann,-,-|-,-,-|Bob,-,-|-,-,-"},
-      {"Ann,-,-|-,-,-|Bob,-,-", false, "Ann,-,-|-,-,-|Bob,-,-"},
-      {"-", true, "-,-,-"},
-      // Someone in an unfinished third group completes it, nobody does not.
-      {"Ann,-,-|Bob,-,-|Cy,-", false, "Ann,-,-|Bob,-,-|Cy,-,-"},
-      {"Ann,-,-|Bob,-,-|Cy,-", true, "Ann,-,-|Bob,-,-|Cy,-,-|-,-,-"},
-      {"Ann,-,-|Bob,-,-|-,-", false, "Ann,-,-|Bob,-,-"},
-  };
-  for (const auto& row : rows) {
-    store(row.stored);
-    setSetting(PLEmptyTrailingGroupEnabledKey, row.trailing);
-    auto a = launch();
-    EXPECT_EQ(a->list(), row.expected);
-    a->add("Dan");
-    rest();
-    const std::string edited = a->list();
-    postListChanged();
-    rest();
-    EXPECT_EQ(a->list(), edited);
-    EXPECT_EQ(launch()->list(), edited);
-    a->kill();
-  }
-}
-
-TEST_F(ManagerLoadTest, OnlyVanishedAndTrailingGroupsAreAnnounced) {
-  setGroups(3, 1);
-  auto a = launchWith("Ann|Bob|Cy");
-  const struct {
-    std::string stored;
-    std::vector<std::string> expected;
-  } rows[] = {{"Ann", {"groups changed", "changed Bob- Cy-"}},  // from three groups to one, then the trailing one
-              {"Ann|Bob", {"groups changed", "changed Bob+"}},  // the trailing one of before takes Bob; a new one
-              {"Ann|Bob|Cy", {"changed Cy+"}},                  // the last one has no other behind it
-              {"Ann|Bob", {"groups changed", "changed Cy-"}},
-              {"Ann|-", {"groups changed", "changed Bob-"}}};
-  for (const auto& row : rows) {
-    store(row.stored);
-    postListChanged();
-    rest();
-    EXPECT_EQ(a->takeNotifications(), row.expected) << row.stored;
-  }
-}
-
-TEST_F(ManagerLoadTest, SlotsBehindTheLastGroupComeToLight) {
-  setGroups(2, 2);
-  store("Ann,-|Bob,-|Cy,-|Dan,-");
-  auto a = launch();
-  EXPECT_EQ(a->list(), "Ann,-|Bob,-");
-  a->remove(0, 0);
-  EXPECT_EQ(a->list(), "Bob,-");
-  a->add("Eve");
-  EXPECT_EQ(a->list(), "Bob,eve@example.org|Cy,-");
-  rest();
-  EXPECT_EQ(stored(2), "Bob,?|Cy,-|Dan,-");
-  postListChanged();
-  rest();
-  EXPECT_EQ(a->list(), "Bob,eve@example.org|Cy,-");
-  EXPECT_EQ(stored(2), "Bob,?|Cy,-|Dan,-");
 }
 
 TEST_F(ManagerLoadTest, AListOfManySlotsKeepsThemAll) {
@@ -233,68 +151,39 @@ TEST_F(ManagerLoadTest, AListOfManySlotsKeepsThemAll) {
 // --- Stores that do not answer ---
 
 TEST_F(ManagerLoadTest, AManagerWhoseStoreDoesNotAnswerStartsLater) {
-  contacts({"Ann"});
-  world.favorites().setEntries({{"Ann", mailOf("Ann"), 1}});
-  world.preferences().makeUnreadable();
-  auto a = launch();
-  EXPECT_FALSE(a->manager().isLoaded());
-  EXPECT_EQ(a->list(), "");
-  EXPECT_FALSE(a->manager().canAddFriend());
-  EXPECT_FALSE(a->add("Ann"));
-  a->run([&] {
-    a->manager().save();
-    a->manager().saveFriendGroupTitles();
-    a->manager().markFriendListAsNormalized();
-    a->manager().purgeEmptyFriendGroups();
-    a->manager().reloadFriendList();
-    EXPECT_FALSE(a->manager().refreshAgainstAddressBook());
-  });
-  advance(100);
-  EXPECT_EQ(world.preferences().writeCount(), 0U);
+  for (const bool isFirstRun : {false, true}) {
+    world.favorites().setEntries({{"Ann", mailOf("Ann"), 1}});
+    world.preferences().makeUnreadable();
+    auto a = launch();
+    EXPECT_FALSE(a->manager().isLoaded());
+    EXPECT_EQ(a->list(), "");
+    EXPECT_FALSE(a->add("Ann"));
+    a->run([&] {
+      a->manager().save();
+      a->manager().saveFriendGroupTitles();
+      a->manager().markFriendListAsNormalized();
+      a->manager().purgeEmptyFriendGroups();
+      a->manager().reloadFriendList();
+      EXPECT_FALSE(a->manager().refreshAgainstAddressBook());
+    });
+    advance(100);
+    EXPECT_EQ(world.preferences().writeCount(), 0U);
 
-  setGroups(2, 2);
-  store("Bob,-");
-  storeTitles({"Family"});
-  world.preferences().makeReadable();
-  world.bus().post(PLFriendGroupTitleChangedExternallyNotification);
-  postListChanged();
-  rest();
-  EXPECT_TRUE(a->manager().isLoaded());
-  EXPECT_EQ(a->list(), "Bob,-|-,-") << "laid out by the settings that could be read now, and no favorites";
-  EXPECT_EQ(a->titles(), "Family|-");
-  EXPECT_EQ(stored(2), "Bob,-");
-  EXPECT_EQ(storedTitles(), "Family");
-  EXPECT_EQ(a->logged("loaded friend list for the first time"), 1U);
-}
-
-TEST_F(ManagerLoadTest, AFirstRunWaitsForTheStore) {
-  contacts({"Ann"});
-  world.favorites().setEntries({{"Ann", mailOf("Ann"), 1}});
-  setGroups(2, 2);
-  world.preferences().makeUnreadable();
-  auto a = launch();
-  advance(1);
-  world.preferences().makeReadable();
-  rest();
-  EXPECT_EQ(a->list(), "Ann,-|-,-");
-  EXPECT_EQ(a->titles(), "Favorites|-");
-  EXPECT_EQ(stored(2), "Ann,-|-,-");
-}
-
-TEST_F(ManagerLoadTest, APostStartsAManagerThatHasItsSettingsAlone) {
-  setGroups(2, 2);
-  storeTitles({"Family"});
-  world.preferences().damage(PLFriendListKey, "no list", std::string(TapnoteDomain));
-  world.preferences().setPutAsideFails(true);
-  auto a = launch();
-  EXPECT_FALSE(a->manager().isLoaded());
-  auto form = storedForm("Ann");
-  form.erase("AllValues");
-  world.preferences().setValue(PLFriendListKey, Array{form}, std::string(TapnoteDomain));
-  postListChanged();
-  scheduler->runUntilQuiet();
-  EXPECT_EQ(a->list(), "Ann,-|-,-");
-  EXPECT_EQ(a->titles(), "Family|-");
+    setGroups(2, 2);
+    if (!isFirstRun) store("Bob,-");
+    if (!isFirstRun) storeTitles({"Family"});
+    world.preferences().makeReadable();
+    postListChanged();
+    rest();
+    EXPECT_EQ(a->list(), isFirstRun ? "Ann,-|-,-" : "Bob,-|-,-") << "laid out by the settings that can be read now";
+    EXPECT_EQ(a->titles(), isFirstRun ? "Favorites|-" : "Family|-");
+    EXPECT_EQ(stored(2), isFirstRun ? "Ann,-|-,-" : "Bob,-");
+    a->kill();
+    for (const auto key : {PLFriendListKey, PLGroupTitlesKey}) {
+      world.preferences().setValue(key, std::nullopt, std::string(TapnoteDomain));
+    }
+    world.preferences().clearRecords();
+  }
 }
 
 TEST_F(ManagerLoadTest, AReloadFromAStoreThatDoesNotAnswerKeepsTheList) {
@@ -308,10 +197,7 @@ TEST_F(ManagerLoadTest, AReloadFromAStoreThatDoesNotAnswerKeepsTheList) {
   EXPECT_FALSE(a->run([&] { return a->manager().refreshAgainstAddressBook(); })) << "who knows what was refreshed";
 
   a->add("Cy");
-  a->run([&] {
-    a->friendAt(1, 0)->setMetadataValueForKey(Value("blue"), "color");
-    a->manager().saveFriendGroupTitles();
-  });
+  a->run([&] { a->friendAt(1, 0)->setMetadataValueForKey(Value("blue"), "color"); });
   EXPECT_FALSE(a->run([&] { return a->process().settle(200); })) << "not everything is written";
   EXPECT_EQ(stored(2), "Ann,-|Bob,-");
   EXPECT_EQ(world.bus().postCount(PLFriendsChangedExternallyNotification), 1U) << "that of this test alone";
@@ -321,37 +207,7 @@ TEST_F(ManagerLoadTest, AReloadFromAStoreThatDoesNotAnswerKeepsTheList) {
   EXPECT_EQ(a->list(), "Ann,cy@example.org|Bob,-|-,-");
   EXPECT_EQ(stored(2), "Ann,?|Bob,-|-,-");
   EXPECT_EQ(storedTitles(), "Family|-|-");
-  auto b = launch();
-  EXPECT_EQ(b->friendAt(1, 0)->metadataValueForKey("color"), Value("blue"));
-}
-
-TEST_F(ManagerLoadTest, AReloadThatWasOwedTakesWhatOthersWrote) {
-  setGroups(3, 2);
-  auto a = launchWith("Ann,-");
-  world.preferences().makeUnreadable();
-  store("Bob,-");
-  postListChanged();
-  advance(5);
-  world.preferences().makeReadable();
-  rest();
-  EXPECT_EQ(a->list(), "Bob,-|-,-");
-  EXPECT_EQ(stored(2), "Bob,-");
-}
-
-TEST_F(ManagerLoadTest, AListThatVanishedIsWrittenBack) {
-  setGroups(3, 2);
-  auto a = launchWith("Ann,-");
-  a->setTitle(0, "Family");
-  a->run([&] { a->manager().saveFriendGroupTitles(); });
-  rest();
-  for (const auto key : {PLFriendListKey, PLGroupTitlesKey, PLGroupSizeKey}) {
-    world.preferences().setValue(key, std::nullopt, std::string(TapnoteDomain));
-  }
-  postListChanged();
-  rest();
-  EXPECT_EQ(a->list(), "Ann,-|-,-");
-  EXPECT_EQ(stored(2), "Ann,-|-,-");
-  EXPECT_EQ(storedTitles(), "Family|-");
+  EXPECT_EQ(launch()->friendAt(1, 0)->metadataValueForKey("color"), Value("blue"));
 }
 
 // --- Damaged lists ---
@@ -366,24 +222,12 @@ class DamagedListTest : public ManagerTest, public ::testing::WithParamInterface
   std::size_t putAside() { return world.preferences().putAsideCopies().size(); }
 };
 
-TEST_P(DamagedListTest, WithoutAGoodCopyTheListStartsEmpty) {
-  contacts({"Ann"});
+TEST_P(DamagedListTest, WithoutAGoodCopyTheListStartsEmptyAndWhatIsAddedStays) {
   world.favorites().setEntries({{"Ann", mailOf("Ann"), 1}});
-  damage();
-  auto a = launch();
-  rest();
-  EXPECT_EQ(a->list(), "-,-");
-  EXPECT_EQ(stored(2), "-,-");
-  EXPECT_EQ(a->titles(), "-");
-  EXPECT_EQ(a->logged("damaged"), 1U);
-  ASSERT_EQ(putAside(), 1U);
-  EXPECT_EQ(world.preferences().putAsideCopies()[0].value, GetParam().second);
-}
-
-TEST_P(DamagedListTest, WhatWasAddedToTheListInItsPlaceStays) {
   damage();
   world.preferences().failWrites();
   auto a = launch();
+  EXPECT_EQ(a->list(), "-,-");
   a->add("Ann");
   postListChanged();
   advance(1);
@@ -392,6 +236,10 @@ TEST_P(DamagedListTest, WhatWasAddedToTheListInItsPlaceStays) {
   rest();
   EXPECT_EQ(a->list(), "ann@example.org,-|-,-");
   EXPECT_EQ(stored(2), "?,-|-,-");
+  EXPECT_EQ(a->titles(), "-|-");
+  EXPECT_EQ(a->logged("damaged"), 1U);
+  ASSERT_EQ(putAside(), 1U);
+  EXPECT_EQ(world.preferences().putAsideCopies()[0].value, GetParam().second);
 }
 
 TEST_P(DamagedListTest, ARunningManagerPutsItRightOnce) {

@@ -62,27 +62,6 @@ TEST_F(ManagerLookupTest, AStrangerIsMadeOnce) {
   EXPECT_EQ(lookUpGUID(*a, "")->allValuesCount(), 0U);
 }
 
-TEST_F(ManagerLookupTest, ASharedKeyGoesToTheLaterOneAndAfterALoadToTheLookedUpOne) {
-  contactWith("Ann", {"ann@example.org", "both@example.org"});
-  contactWith("Bob", {"bob@example.org", "both@example.org"});
-  auto a = launch();
-  const auto bob = lookUpGUID(*a, "guid-Bob");
-  EXPECT_EQ(lookUp(*a, {"both@example.org"}), bob);
-  const auto ann = lookUpGUID(*a, "guid-Ann");
-  EXPECT_EQ(lookUp(*a, {"both@example.org"}), ann);
-  a->add(ann);
-  rest();
-  EXPECT_EQ(lookUp(*a, {"both@example.org"}), ann);
-  a->run([&] { a->manager().reloadFriendList(); });
-  EXPECT_EQ(lookUp(*a, {"both@example.org"}), bob);
-
-  // With a friend go all keys, also those that somebody else has, until the next load.
-  a->remove(0, 0);
-  rest();
-  EXPECT_NE(lookUp(*a, {"both@example.org"}), bob);
-  EXPECT_EQ(lookUp(*a, {"bob@example.org"}), bob);
-}
-
 TEST_F(ManagerLookupTest, WhoIsAFriendTheListSaysEvenIfALookedUpPersonHasTheGUID) {
   contactWith("Ann", {"ann@example.org"});
   auto a = launch();
@@ -139,17 +118,6 @@ TEST_F(ManagerLookupTest, AContactMayBeAddedOnceAndOnlyWithDestinations) {
     EXPECT_EQ(other, (PersonValueCache{{recordID("Ann"), 1}, {recordID("Bob"), 0}, {recordID("Cy"), 2}}));
   };
   a->run([&] { platformOf(a->process()).addressBook->performWithAddressBook(check); });
-}
-
-TEST_F(ManagerLookupTest, OfSeveralMatchesTheFirstKeyWins) {
-  contactWith("Ann", {"zz@example.org"});
-  contactWith("Bob", {"aa@example.org"});
-  auto a = launch();
-  const auto ann = lookUpGUID(*a, "guid-Ann");
-  const auto bob = lookUpGUID(*a, "guid-Bob");
-  EXPECT_EQ(lookUp(*a, {"zz@example.org", "aa@example.org"}), bob);
-  EXPECT_EQ(lookUp(*a, {"zz@example.org", "mm@example.org"}), ann);
-  EXPECT_THAT(everybody(*a), ElementsAre("Bob", "Ann", "Bob", "Ann"));
 }
 
 }  // namespace
