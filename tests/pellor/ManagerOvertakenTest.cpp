@@ -52,44 +52,6 @@ class ManagerOvertakenTest : public ManagerTest {
   std::unique_ptr<ManagerProcess> a, b;
 };
 
-// Each row: what both do before either has heard of the other, and what comes of it.
-TEST_F(ManagerOvertakenTest, EditsOfTwoProcessesBothHold) {
-  const struct {
-    const char* what;
-    const char* list;
-    std::function<void(ManagerProcess&)> first, second;
-    const char* result;
-  } rows[] = {
-      {"both add", "Ann#,-,-", [](auto& p) { p.add("Bob"); }, [](auto& p) { p.add("Cy"); }, "Ann,Bob,Cy|-,-,-"},
-      {"both add the same contact", "Ann#,-,-", [](auto& p) { p.add("Bob"); }, [](auto& p) { p.add("Bob"); },
-       "Ann,Bob,-|-,-,-"},
-      {"one adds, one removes", "Ann#,Bob#,-", [](auto& p) { p.add("Cy"); }, [](auto& p) { p.remove(0, 0); },
-       "-,Bob,Cy|-,-,-"},
-      {"both remove", "Ann#,Bob#,Cy#", [](auto& p) { p.remove(0, 0); }, [](auto& p) { p.remove(0, 2); },
-       "-,Bob,-|-,-,-"},
-      {"one empties a page that the other adds to", "Ann#,-,-|Bob#,-,-", [](auto& p) { p.remove(1, 0); },
-       [](auto& p) { p.set(p.person("Cy"), 1, 1); }, "Ann,-,-|-,Cy,-|-,-,-"},
-      {"one removes whom the other changes", "Ann#,Bob#,-", [](auto& p) { p.remove(0, 0); },
-       [](auto& p) { p.friendAt(0, 0)->setPreferredReplyAs("home"); }, "-,Bob,-|-,-,-"},
-  };
-  contacts({"Ann", "Bob", "Cy"});
-  for (const auto& row : rows) {
-    for (const bool isReversed : {false, true}) {
-      launchBoth(row.list);
-      (isReversed ? row.second : row.first)(isReversed ? *b : *a);
-      (isReversed ? row.first : row.second)(isReversed ? *a : *b);
-      EXPECT_TRUE(settle(*a)) << row.what;
-      EXPECT_TRUE(settle(*b)) << row.what;
-      const std::string result = agreed();
-      const std::string added = row.result;
-      // Of two additions to one slot the one that was stored first has it.
-      const bool isAsTold = result == added || (std::string(row.what) == "both add" && result == "Ann,Cy,Bob|-,-,-");
-      EXPECT_TRUE(isAsTold) << row.what << ": " << result;
-      a->kill();
-    }
-  }
-}
-
 TEST_F(ManagerOvertakenTest, FieldsOfOneFriendMergeOneByOne) {
   launchBoth("Ann,Bob,-");
   a->run([&] { a->friendAt(0, 0)->setPreferredReplyAs("home"); });
@@ -137,20 +99,6 @@ TEST_F(ManagerOvertakenTest, TitlesOfBothHoldAndStayWithTheirPages) {
   rest();
   EXPECT_EQ(storedTitles(), "Desk|Choir|-");
   EXPECT_EQ(b->titles(), "Desk|Choir|-");
-}
-
-// As many friends stand behind the page that went as pages went: the friends tell which page is which.
-TEST_F(ManagerOvertakenTest, ATitleIsGivenToThePageThatWentFurtherUp) {
-  setGroups(4, 1);
-  launchBoth("Ann|Bob");
-  a->setTitle(1, "Work");
-  b->remove(0, 0);
-  EXPECT_TRUE(settle(*b));
-  EXPECT_TRUE(settle(*a));
-  rest();
-  EXPECT_EQ(a->list(), "Bob|-");
-  EXPECT_EQ(a->titles(), "Work|-");
-  EXPECT_EQ(b->titles(), "Work|-");
 }
 
 // Who removes a page moves the titles behind it, also those that it has not heard of.
@@ -207,31 +155,6 @@ TEST_F(ManagerOvertakenTest, ATitleThatIsStoredGivesWayToALaterOne) {
   EXPECT_EQ(slow.titles(), "Club|-");
 }
 
-// A friend alone on a page who moves to the next one does not take the page along.
-TEST_F(ManagerOvertakenTest, ATitleStaysWithThePageToWhichAFriendMoves) {
-  setGroups(4, 1);
-  launchBoth("Ann|Bob|-");
-  a->setTitle(2, "Club");
-  store("Ann|-|Bob|-");
-  EXPECT_TRUE(settle(*a));
-  EXPECT_EQ(a->list(), "Ann|-|Bob|-");
-  EXPECT_EQ(storedTitles(), "-|-|Club|-");
-}
-
-TEST_F(ManagerOvertakenTest, APageThatComesBackHasTheTitleThatTheStoreHas) {
-  launchBoth("Ann,-,-|Bob,-,-", {"Family", "Work"});
-  store("Ann,-,-");
-  postListChanged();
-  rest();
-  store("Ann,-,-|Bob,-,-");
-  postListChanged();
-  rest();
-  EXPECT_EQ(a->titles(), "Family|Work|-");
-  a->run([&] { a->manager().saveFriendGroupTitles(); });
-  rest();
-  EXPECT_EQ(storedTitles(), "Family|Work|-");
-}
-
 TEST_F(ManagerOvertakenTest, AnAdditionThatFindsNoRoomLeavesAndIsToldOnce) {
   setGroups(1, 2);
   launchBoth("Ann,-");
@@ -246,19 +169,6 @@ TEST_F(ManagerOvertakenTest, AnAdditionThatFindsNoRoomLeavesAndIsToldOnce) {
   EXPECT_EQ(agreed(), isFirst ? "Ann,bob@example.org" : "Ann,cy@example.org");
 }
 
-TEST_F(ManagerOvertakenTest, AfterBeingOvertakenAgainAndAgainTheEditIsStored) {
-  launchBoth("Ann,-,-");
-  a->add("Bob");
-  for (int number = 0; number < 20; ++number) {
-    scheduler->step();
-    b->run([&] { b->friendAt(0, 0)->setPreferredReplyAs(std::to_string(number)); });
-  }
-  EXPECT_TRUE(settle(*a));
-  EXPECT_TRUE(settle(*b));
-  EXPECT_EQ(agreed(), "Ann,bob@example.org,-|-,-,-");
-  EXPECT_EQ(a->friendAt(0, 0)->preferredReplyAs(), "19");
-}
-
 TEST_F(ManagerOvertakenTest, AListOfAnotherStoreRemovesNobody) {
   launchBoth("Ann,Bob,-");
   world.preferences().renew(InMemoryPreferences::Renewal::empty);
@@ -267,39 +177,6 @@ TEST_F(ManagerOvertakenTest, AListOfAnotherStoreRemovesNobody) {
   postListChanged();
   const std::string list = agreed();
   for (const char* name : {"Ann", "Bob", "Cy"}) EXPECT_NE(list.find(name), std::string::npos) << list;
-}
-
-TEST_F(ManagerOvertakenTest, ALostEchoLeavesNothingStale) {
-  launchBoth("Ann,-,-");
-  a->add("Bob");
-  world.bus().breakConnection(a->process());
-  scheduler->runUntilQuiet();
-  // What b writes now is told to a by the echo that comes for both.
-  b->add("Cy");
-  scheduler->runUntilQuiet();
-  world.bus().restoreConnection(a->process());
-  rest();
-  EXPECT_EQ(a->list(), b->list());
-  EXPECT_TRUE(settle(*a));
-  agreed();
-}
-
-TEST_F(ManagerOvertakenTest, AWriteOfWhichNobodyToldIsMadeOnce) {
-  using Untold = InMemoryPreferences::Untold;
-  for (const Untold fate : {Untold::stored, Untold::delayed, Untold::lost}) {
-    launchBoth("Ann,-,-");
-    world.preferences().leaveUntold(fate, 1);
-    a->add("Bob");
-    scheduler->runUntilQuiet();
-    b->add("Cy");
-    scheduler->runUntilQuiet();
-    world.preferences().storeDelayedWrites();
-    EXPECT_TRUE(settle(*a));
-    EXPECT_TRUE(settle(*b));
-    EXPECT_THAT(agreed(),
-                AnyOf("Ann,bob@example.org,cy@example.org|-,-,-", "Ann,cy@example.org,bob@example.org|-,-,-"));
-    a->kill();
-  }
 }
 
 TEST_F(ManagerOvertakenTest, ALookedUpPersonThatBecomesAFriendTakesWhatIsStored) {

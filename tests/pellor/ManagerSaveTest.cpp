@@ -74,36 +74,6 @@ TEST_F(ManagerSaveTest, OnlyChangesOfSlotsArePushedAndOnlyAfterTheInitialSync) {
   EXPECT_EQ(a->logged("friend list saved"), 4U);
 }
 
-TEST_F(ManagerSaveTest, ABurstOfChangedPersonsIsOneWrite) {
-  auto a = launchWith("Ann,Bob|Cy,Dan");
-  a->run([&] {
-    for (const auto& group : a->manager().friendGroups()) {
-      for (const auto& person : group->friends()) {
-        if (person) person->setPreferredReplyAs("home");
-      }
-    }
-  });
-  rest();
-  EXPECT_EQ(world.preferences().writeCount(), 1U);
-  EXPECT_EQ(posts(), 1U);
-  const auto notifications = a->takeNotifications();
-  EXPECT_EQ(std::ranges::count(notifications, "changed Ann~ Bob~ Cy~ Dan~"), 1);
-}
-
-TEST_F(ManagerSaveTest, ASaveThatHadNothingToWriteTakesAlongWhatIsMarkedAfterIt) {
-  auto a = launchWith("Ann,Bob");
-  a->run([&] {
-    a->manager().save();
-    const auto group = a->manager().friendGroups()[0];
-    auto friends = group->friends();
-    std::ranges::reverse(friends);
-    group->setFriends(friends);
-    a->manager().friendGroupDidMoveFriends(group, friends);
-  });
-  rest();
-  EXPECT_EQ(posts(), 1U);
-}
-
 TEST_F(ManagerSaveTest, WhoSavesDoesNotReloadAndAllOthersDo) {
   for (const bool coalesces : {false, true}) {
     world.bus().setCoalescesPostsOfOthers(coalesces);
@@ -200,56 +170,7 @@ TEST_F(ManagerSaveTest, AWriteThatFailsIsTriedAgainWithGrowingPauses) {
   EXPECT_EQ(world.preferences().writeCount(), 1U);
 }
 
-TEST_F(ManagerSaveTest, EveryKindOfWriteIsTriedAgain) {
-  auto a = launchWith("Ann,-");
-  world.preferences().setValue(PLDidNormalizeFriendListDestinationsKey, std::nullopt, a->domain());
-  world.preferences().failWrites();
-  a->setTitle(0, "Family");
-  a->run([&] {
-    a->manager().saveFriendGroupTitles();
-    EXPECT_FALSE(a->process().settle(0.1));
-    a->manager().markFriendListAsNormalized();
-    EXPECT_FALSE(a->process().settle(1));
-    world.preferences().allowWrites();
-    EXPECT_TRUE(a->process().settle(100));
-  });
-  EXPECT_EQ(storedTitles(), "Family|-");
-  EXPECT_EQ(storedValue(PLDidNormalizeFriendListDestinationsKey), Value(true));
-}
-
 // --- With real threads ---
-
-TEST(ManagerThreadsTest, AnEditDuringARunningSaveIsNotLost) {
-  for (const std::uint64_t failures : {0U, 1U}) {
-    SimulatedWorld world;
-    Process process;
-    auto platform = world.makePlatform(process);
-    std::atomic<bool> stopsAtList = false, hasStopped = false, mayGoOn = false;
-    platform.preferences = std::make_shared<SlowStore>(platform.preferences, [&](std::string_view key) {
-      if (key != PLFriendListKey || !stopsAtList.exchange(false)) return;
-      hasStopped = true;
-      mayGoOn.wait(false);
-    });
-    installPlatform(process, std::move(platform));
-    auto manager = PLFriendsManager::managerForDomain(OtherDomain);
-    ASSERT_TRUE(process.settle(60));
-    const auto ann = manager->personWithDestinations({mailOf("Ann")});
-    stopsAtList = true;
-    manager->addFriend(ann);
-    while (!hasStopped) process.mainQueue().drain();
-    world.preferences().failWrites(failures);
-    manager->addFriend(manager->personWithDestinations({mailOf("Bob")}));
-    ann->setPreferredReplyAs("home");
-    ann->setMetadataValueForKey(Value("blue"), "color");
-    mayGoOn = true;
-    mayGoOn.notify_all();
-    ASSERT_TRUE(process.settle(60));
-    const Array list = *world.preferences().value(PLFriendListKey, OtherDomain)->array();
-    EXPECT_EQ(list[0], ann->dictionaryRepresentation());
-    EXPECT_EQ(list[0].dictionary()->at("Metadata"), Value(Dictionary{{"color", "blue"}}));
-    EXPECT_EQ(list[1].dictionary()->at("AllValues"), Value(Array{mailOf("Bob")}));
-  }
-}
 
 // A save takes the flags one after the other, the first friend's before the last one's.
 TEST(ManagerThreadsTest, AnEditWhileASaveTakesTheFlagsIsNotLost) {

@@ -43,19 +43,6 @@ TEST_F(ManagerTitlesTest, SavingTakesTheTitlesAsTheyAreAtTheCall) {
   EXPECT_THAT(world.preferences().writes()[0].keys, ElementsAre("TNFriendGroupTitles"));
 }
 
-TEST_F(ManagerTitlesTest, ATitleGoesWithThePageThatAnotherProcessRemoved) {
-  auto a = launchWith("Ann,-|Bob,Cy", {});
-  auto b = launch();
-  rest();
-  a->setTitle(0, "Family");
-  b->remove(0, 0);
-  rest();
-  EXPECT_EQ(a->list(), "Bob,Cy|-,-");
-  EXPECT_EQ(a->titles(), "-|-");
-  EXPECT_TRUE(a->process().settle(10));
-  EXPECT_EQ(b->titles(), "-|-");
-}
-
 TEST_F(ManagerTitlesTest, ARemovedPageTakesItsTitleAlongInEveryProcess) {
   world.pairedDevice().setCompletedInitialSync(true);
   auto a = launchWith("Ann,-|Bob,-|Cy,-", {"Family", "Work", "Chess", "Choir"});
@@ -84,22 +71,6 @@ TEST_F(ManagerTitlesTest, ARemovedPageTakesItsTitleAlongInEveryProcess) {
   EXPECT_EQ(c->titles(), "Chess|Choir");
 }
 
-TEST_F(ManagerTitlesTest, ACleanUpOfALoadTakesTitlesAlong) {
-  // Ann stands in two groups: the second one goes before anybody has seen it.
-  auto a = launchWith("Ann#,-|Ann#,-|Bob#,-", {"Family", "Twins", "Work"});
-  EXPECT_EQ(a->list(), "Ann,-|Bob,-|-,-");
-  EXPECT_EQ(a->titles(), "Family|Work|-");
-  EXPECT_EQ(storedTitles(), "Family|Work|-");
-
-  store("Ann#,-|Ann#,-|Cy#,-");
-  storeTitles({"Home", "Twins", "Choir"});
-  postListChanged();
-  rest();
-  EXPECT_EQ(a->list(), "Ann,-|Cy,-|-,-");
-  EXPECT_EQ(a->titles(), "Home|Choir|-");
-  EXPECT_EQ(storedTitles(), "Home|Choir|-");
-}
-
 TEST_F(ManagerTitlesTest, TitlesThatCouldNotBeWrittenFollowTheirPages) {
   auto a = launchWith("Ann,-|Bob,-|Cy,-", {"Family"});
   world.preferences().failWrites(3);
@@ -115,27 +86,6 @@ TEST_F(ManagerTitlesTest, TitlesThatCouldNotBeWrittenFollowTheirPages) {
   storeTitles({"Friends"});
   rest();
   EXPECT_EQ(a->titles(), "Friends|Work|-");
-}
-
-// Whatever runs first on the save queue, older titles never follow newer ones, and a list never has other titles.
-TEST_F(ManagerTitlesTest, OlderTitlesDoNotOverwriteNewerOnes) {
-  for (std::uint64_t seed = 0; seed < 200; ++seed) {
-    scheduler = std::make_shared<SimulatedScheduler>(seed);
-    auto a = launchWith("Ann,-|Bob,-|Cy,-", {"Family", "Work", "Chess", ""});
-    a->add("Dan");
-    for (std::uint64_t steps = seed % 4; steps > 0; --steps) scheduler->step();
-    a->run([&] { a->manager().saveFriendGroupTitles(); });
-    a->remove(1, 0);
-    a->run([&] { a->manager().saveFriendGroupTitles(); });
-    for (std::size_t writes = world.preferences().writeCount(); scheduler->step();) {
-      if (world.preferences().writeCount() == writes) continue;
-      writes = world.preferences().writeCount();
-      EXPECT_EQ(storedTitles(), stored(2).find("Bob") != std::string::npos ? "Family|Work|Chess|-" : "Family|Chess|-")
-          << seed;
-    }
-    EXPECT_EQ(storedTitles(), "Family|Chess|-") << seed;
-    a->kill();
-  }
 }
 
 }  // namespace
