@@ -3,12 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <random>
-#include <set>
 #include <string>
-#include <utility>
 #include <vector>
+
 namespace pellor {
 namespace {
 
@@ -90,56 +87,6 @@ TEST(ListMergeTest, EditsOfBothHold) {
     EXPECT_EQ(merged(test.theirs, both.merged, test.theirs).merged, both.merged) << test.what;
     EXPECT_EQ(merged(test.base, both.merged, both.merged).merged, both.merged) << test.what;
     EXPECT_EQ(merged(test.base, test.base, test.ours).merged, test.ours) << test.what;
-  }
-}
-
-/// One side's edits of slots with names.
-struct Side {
-  std::vector<std::string> names;
-  std::set<std::string> added, removed;
-
-  Side(std::vector<std::string> base, const std::string& who, std::mt19937& random) : names(std::move(base)) {
-    for (auto edits = random() % 5; edits > 0; --edits) {
-      std::string& slot = names[random() % names.size()];
-      std::string& other = names[random() % names.size()];
-      const auto kind = random() % 3;
-      if (kind == 0) {
-        std::swap(slot, other);
-      } else if (!slot.empty()) {
-        if (added.erase(slot) == 0) removed.insert(slot);
-        slot.clear();
-      } else {
-        slot = who + std::to_string(edits);
-        added.insert(slot);
-      }
-    }
-  }
-};
-
-TEST(ListMergeTest, LosesNobodyWhomNeitherRemovedAndDoublesNobody) {
-  for (std::uint32_t seed = 0; seed < 3000 && !HasFailure(); ++seed) {
-    SCOPED_TRACE(seed);
-    std::mt19937 random(seed);
-    std::vector<std::string> base;
-    for (auto slots = 4 + random() % 5; slots > 0; --slots)
-      base.push_back(random() % 4 ? "b" + std::to_string(slots) : "");
-    const Side theirs(base, "t", random), ours(base, "o", random);
-    std::set<std::string> expected(base.begin(), base.end());
-    for (const Side* side : {&theirs, &ours}) {
-      for (const std::string& name : side->removed) expected.erase(name);
-      expected.insert(side->added.begin(), side->added.end());
-    }
-    expected.erase("");
-    const auto asItIs = [](const Dictionary& form) { return form; };
-    const PLListMergeOptions options{1 + random() % 4, 50, asItIs};
-    for (const auto& [first, second] : {std::pair(&theirs, &ours), std::pair(&ours, &theirs)}) {
-      const PLMergedList both = mergedLists(listOf(base), listOf(first->names), listOf(second->names), options);
-      std::vector<std::string> names = namesIn(both.merged.list);
-      std::erase(names, "");
-      EXPECT_EQ(std::set(names.begin(), names.end()), expected);
-      EXPECT_EQ(names.size(), expected.size()) << "somebody is there twice";
-      EXPECT_EQ(both.leftOutCount, 0u);
-    }
   }
 }
 

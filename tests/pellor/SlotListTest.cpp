@@ -4,13 +4,13 @@
 #include <algorithm>
 #include <map>
 #include <random>
-#include <span>
 #include <utility>
 
 #include "Pellor/PLIdentifierMap.h"
 #include "Pellor/PLPerson.h"
-#include "Pellor/PLSlotRearrangement.h"
-#include "tests/pellor/ManagerWorld.h"
+#include "Pellor/PLPersonForm.h"
+#include "tests/pellor/OneProcess.h"
+#include "tests/pellor/PlainIdentifierMap.h"
 
 namespace pellor {
 namespace {
@@ -22,17 +22,7 @@ std::vector<Slot> contentOf(const PLSlotSnapshot& snapshot) {
   return content;
 }
 
-class SlotListTest : public ManagerTest {
- protected:
-  SlotListTest() : process(makeProcess()), scope(process->process()) {}
-
-  static std::shared_ptr<PLPerson> person(const std::string& name) {
-    return PLPerson::initWithDictionaryRepresentationAddressBook(storedForm(name), nullptr);
-  }
-
-  std::unique_ptr<ManagerProcess> process;
-  Process::Scope scope;
-};
+using SlotListTest = OneProcess;
 
 void expectSame(const PLSlotList& list, const std::vector<Slot>& model) {
   ASSERT_EQ(list.count(), model.size());
@@ -62,7 +52,7 @@ void expectDifference(const PLSlotSnapshot& later, const PLSlotSnapshot& earlier
 TEST_F(SlotListTest, RandomEditsGiveWhatAVectorGivesAndVersionsStay) {
   std::mt19937 random(7);
   std::vector<std::shared_ptr<PLPerson>> people{EmptySlot, EmptySlot};
-  for (int number = 0; number < 20; ++number) people.push_back(person("P" + std::to_string(number)));
+  while (people.size() < 22) people.push_back(PLPerson::init());
   PLSlotList list;
   std::vector<Slot> model;
   std::vector<std::pair<PLSlotSnapshot, std::vector<Slot>>> versions;
@@ -109,7 +99,7 @@ TEST_F(SlotListTest, RandomEditsGiveWhatAVectorGivesAndVersionsStay) {
 }
 
 TEST_F(SlotListTest, AnEditMakesOneLeafAnotherOne) {
-  const auto ann = person("Ann");
+  const auto ann = PLPerson::init();
   PLSlotList list;
   for (int count = 0; count < 3000; ++count) list.append(EmptySlot);
   for (const std::uint64_t index : {0U, 31U, 32U, 1024U, 2999U}) {
@@ -122,71 +112,15 @@ TEST_F(SlotListTest, AnEditMakesOneLeafAnotherOne) {
   EXPECT_EQ(differingLeaves(list.snapshot(), before), (std::vector<std::uint64_t>{93})) << "where a friend moved";
 }
 
-TEST_F(SlotListTest, FriendsAreFoundByWhatTheyAreNow) {
-  PLSlotList list;
-  const auto described = [&](const std::string& name, std::uint64_t from) {
-    const Dictionary form = storedForm(name);
-    return list.firstDescribedBy(PLPersonForm(form), from);
-  };
-  const auto ann = person("Ann");
-  for (const Slot& slot : {EmptySlot, person("Bob#"), ann, person("Ann"), ann}) list.append(slot);
-  EXPECT_EQ(described("Ann", 0), 2U);
-  EXPECT_EQ(described("Ann", 3), 3U);
-  EXPECT_EQ(described("Ann", 4), 4U);
-  EXPECT_EQ(described("Ann", 5), std::nullopt);
-  EXPECT_EQ(described("Ann#", 0), std::nullopt) << "a GUID on one side alone";
-  EXPECT_EQ(described("Bob#", 0), 1U);
-  EXPECT_EQ(list.firstLike(*person("Ann#")), ann) << "who shares a destination";
-  auto form = storedForm("Cy");
-  form.insert_or_assign("ABRecordGUID", "");
-  ann->updateFromDictionaryRepresentation(form);
-  EXPECT_EQ(described("Ann", 0), 3U);
-  EXPECT_EQ(described("Cy", 0), 2U) << "an empty GUID is none";
-  list.set(2, EmptySlot);
-  EXPECT_EQ(described("Cy", 0), 4U);
-  list.remove(3, 2);
-  EXPECT_EQ(described("Cy", 0), std::nullopt);
-  EXPECT_EQ(list.firstLike(*ann), nullptr);
-}
+using Keys = std::pair<std::size_t, std::size_t>;  // of persons, and identifiers of each kind
 
-// What the index and the identifier map have to answer, by walking.
-struct Walk {
-  std::vector<Slot> slots;
-  std::vector<Slot> sourced;
-  std::map<std::string, std::shared_ptr<PLPerson>> byKey;
-
-  static void forEachKey(const PLPerson& person, const auto& visit) {
-    const auto destinations = person.allValues();
-    for (const std::string& value : destinations ? *destinations : DestinationSet()) {
-      visit(*plMessageCanonicalRawAddress(value));
-    }
-    if (const auto guid = person.abRecordGUID(); guid && !guid->empty()) visit(*guid);
-  }
-  void add(const Slot& person) {
-    if (person) forEachKey(*person, [&](const std::string& key) { byKey[key] = person; });
-  }
-  void remove(const Slot& person) {
-    forEachKey(*person, [&](const std::string& key) { byKey.erase(key); });
-  }
-  void rebuild() {
-    byKey.clear();
-    for (const Slot& slot : slots) add(slot);
-    for (const Slot& person : sourced) add(person);
-  }
-  std::optional<std::uint64_t> first(std::uint64_t from, const auto& fits) const {
-    for (; from < slots.size(); ++from) {
-      if (slots[from] && fits(*slots[from])) return from;
-    }
-    return std::nullopt;
-  }
-};
-
-class IndexTest : public SlotListTest, public ::testing::WithParamInterface<std::pair<std::size_t, std::size_t>> {
+// The index and the identifier map have to answer what walking the slots gives.
+class IndexTest : public OneProcess, public ::testing::WithParamInterface<Keys> {
  protected:
   IndexTest() {
     for (std::size_t number = 0; number < GetParam().first; ++number) {
       // Every eighth has destinations as somebody typed them.
-      const auto typed = textIn(form(), "AllValues", "mailto:");
+      const std::vector<std::string> typed{"mailto:" + identifier("d"), "mailto:" + identifier("d")};
       people.push_back(number % 8 != 0 ? PLPerson::initWithDictionaryRepresentationAddressBook(form(), nullptr)
                                        : PLPerson::initWithDestinationsAddressBook(typed, nullptr));
     }
@@ -204,11 +138,6 @@ class IndexTest : public SlotListTest, public ::testing::WithParamInterface<std:
     if (kind > 2) form.emplace("ABRecordGUID", kind == 3 ? "" : identifier(kind == 4 ? "d" : "g"));
     return form;
   }
-  static std::vector<std::string> textIn(const Dictionary& form, const std::string& key, const std::string& before) {
-    std::vector<std::string> texts;
-    for (const Value& value : *form.at(key).array()) texts.push_back(before + *value.string());
-    return texts;
-  }
 
   // One change of the list or of a person.
   void edit(bool isLoading) {
@@ -216,50 +145,21 @@ class IndexTest : public SlotListTest, public ::testing::WithParamInterface<std:
     auto number = random() % people.size();
     if (isLoading && number % 8 == 0) number = 1;
     const Slot person = random() % 4 == 0 ? EmptySlot : people[number];
-    const std::uint64_t index = walk.slots.empty() ? 0 : random() % walk.slots.size();
+    const std::uint64_t index = slots.empty() ? 0 : random() % slots.size();
     const auto kind = random() % 16;
-    if (walk.slots.size() < GetParam().first || kind < 2) {
+    if (slots.size() < GetParam().first || kind < 2) {
       list.append(person);
-      walk.slots.push_back(person);
+      slots.push_back(person);
     } else if (kind == 2) {
-      const auto count = static_cast<std::ptrdiff_t>(std::min<std::size_t>(random() % 12, walk.slots.size() - index));
+      const auto count = static_cast<std::ptrdiff_t>(std::min<std::size_t>(random() % 12, slots.size() - index));
       list.remove(index, static_cast<std::uint64_t>(count));
-      const auto first = walk.slots.begin() + static_cast<std::ptrdiff_t>(index);
-      walk.slots.erase(first, first + count);
+      const auto first = slots.begin() + static_cast<std::ptrdiff_t>(index);
+      slots.erase(first, first + count);
     } else if (kind < 6) {
       people[random() % people.size()]->updateFromDictionaryRepresentation(form());
     } else {
-      list.set(index, walk.slots[index] = person);
+      list.set(index, slots[index] = person);
     }
-  }
-
-  // Looks for a friend for each slot, as a load does, and else puts somebody new there.
-  void rearrange() {
-    PLSlotRearrangement slots(list, walk.slots.size());
-    std::vector<Slot> displaced;
-    for (std::uint64_t index = 0; index < walk.slots.size(); ++index) {
-      const Dictionary sought = form();
-      const PLPersonForm stored(sought);
-      const auto find = [&](std::span<Slot> among) {
-        const auto found =
-            std::ranges::find_if(among, [&](const Slot& slot) { return slot && slot->isEqualToForm(stored); });
-        return found == among.end() ? nullptr : &*found;
-      };
-      Slot* found = find(std::span(walk.slots).subspan(index + 1));
-      if (!found) found = find(displaced);
-      Slot moved = found ? std::exchange(*found, EmptySlot) : EmptySlot;
-      if (walk.slots[index]) displaced.push_back(walk.slots[index]);
-      ASSERT_EQ(slots.bring(stored, index).person, moved);
-      if (!moved && random() % 4 > 0) {
-        people.push_back(moved = PLPerson::initWithDictionaryRepresentationAddressBook(sought, nullptr));
-        slots.put(index, moved);
-      }
-      walk.slots[index] = moved;
-    }
-    std::erase(displaced, EmptySlot);
-    std::vector<Slot> left;
-    slots.forEachDisplaced([&](const Slot& slot) { left.push_back(slot); });
-    ASSERT_EQ(left, displaced);
   }
 
   void changeMap() {
@@ -267,44 +167,49 @@ class IndexTest : public SlotListTest, public ::testing::WithParamInterface<std:
     switch (random() % 3) {
       case 0:
         map.remove(*person);
-        return walk.remove(person);
+        return plainMap.erase(*person);
       case 1:
         sourced.append(person);
-        walk.sourced.push_back(person);
+        plainSourced.push_back(person);
         map.add(person);
-        return walk.add(person);
+        return plainMap.enter({person});
       default:
         map.beginRebuild();
         for (auto edits = random() % 20; edits > 0; --edits) edit(true);
         map.rebuild(sourced);
-        walk.rebuild();
+        plainMap.clear();
+        plainMap.enter(slots);
+        plainMap.enter(plainSourced);
     }
+  }
+
+  std::optional<std::uint64_t> first(std::uint64_t from, const auto& fits) const {
+    for (; from < slots.size(); ++from) {
+      if (slots[from] && fits(*slots[from])) return from;
+    }
+    return std::nullopt;
   }
 
   void check() {
     const Dictionary sought = form();
-    const std::uint64_t from = random() % 3 == 0 ? random() % (walk.slots.size() + 1) : 0;
-    const auto described = walk.first(from, [&](auto& who) { return who.isEqualToDictionaryRepresentation(sought); });
+    const std::uint64_t from = random() % 3 == 0 ? random() % (slots.size() + 1) : 0;
+    const auto described = first(from, [&](auto& who) { return who.isEqualToDictionaryRepresentation(sought); });
     ASSERT_EQ(list.firstDescribedBy(PLPersonForm(sought), from), described);
     const auto& person = people[random() % people.size()];
-    const auto like = walk.first(0, [&](const PLPerson& who) { return who.isLike(*person); });
-    ASSERT_EQ(list.firstLike(*person), like ? walk.slots[*like] : nullptr);
-    ASSERT_EQ(list.indexOf(person.get(), from), walk.first(from, [&](auto& who) { return &who == person.get(); }));
-    const auto last = std::find(walk.slots.rbegin(), walk.slots.rend(), person);
-    ASSERT_EQ(list.lastIndexOf(person.get()).value_or(-1), static_cast<std::uint64_t>(walk.slots.rend() - last - 1));
+    const auto like = first(0, [&](const PLPerson& who) { return who.isLike(*person); });
+    ASSERT_EQ(list.firstLike(*person), like ? slots[*like] : nullptr);
+    const auto last = std::find(slots.rbegin(), slots.rend(), person);
+    ASSERT_EQ(list.lastIndexOf(person.get()).value_or(-1), static_cast<std::uint64_t>(slots.rend() - last - 1));
     checkCounts();
     const std::string key = identifier(random() % 2 == 0 ? "d" : "g");
-    const auto known = walk.byKey.find(key);
-    ASSERT_EQ(map.personFor(key), known == walk.byKey.end() ? nullptr : known->second) << key;
-    std::vector<std::shared_ptr<PLPerson>> all;
-    for (const auto& [name, named] : walk.byKey) all.push_back(named);
-    ASSERT_EQ(map.allPersons(), all);
+    ASSERT_EQ(map.personFor(key), plainMap.firstOf([&](const std::string& other) { return other == key; })) << key;
+    ASSERT_EQ(map.allPersons(), plainMap.persons());
   }
 
   void checkCounts() {
     std::map<PLPerson*, std::size_t> places;
     std::map<std::string, std::size_t> guids;
-    for (const Slot& slot : walk.slots) {
+    for (const Slot& slot : slots) {
       if (!slot || ++places[slot.get()] > 1) continue;
       if (const std::string guid = slot->abRecordGUID().value_or(""); !guid.empty()) ++guids[guid];
     }
@@ -321,34 +226,22 @@ class IndexTest : public SlotListTest, public ::testing::WithParamInterface<std:
   PLSlotList list;
   PLPersonSequence sourced;
   PLIdentifierMap map{list.people()};
-  Walk walk;
+  std::vector<Slot> slots, plainSourced;
+  PlainIdentifierMap plainMap;
 };
 
 TEST_P(IndexTest, AnswersWhatAWalkGives) {
   for (int round = 0; round < 3000 && !HasFatalFailure(); ++round) {
     random() % 8 == 0 ? changeMap() : edit(false);
     check();
-    if (round % 1000 == 999) {
-      list.clear();
-      walk.slots.clear();
-    }
+    if (round % 1000 != 999) continue;
+    list.clear();
+    slots.clear();
   }
 }
 
-TEST_P(IndexTest, ARearrangementComesToWhatAWalkGives) {
-  for (int round = 0; round < 3; ++round) {
-    for (; walk.slots.size() < 1000; walk.slots.push_back(EmptySlot)) list.append(EmptySlot);
-    map.beginRebuild();
-    rearrange();
-    map.rebuild(sourced);
-    walk.rebuild();
-    for (int look = 0; look < 200 && !HasFatalFailure(); ++look) check();
-  }
-}
-
-// Persons, and identifiers of each kind: everybody shares them, few do, and tables that grow.
-INSTANTIATE_TEST_SUITE_P(Sharing, IndexTest,
-                         ::testing::Values(std::pair(6, 3), std::pair(12, 24), std::pair(150, 600)));
+// Everybody shares them, few do, and tables that grow.
+INSTANTIATE_TEST_SUITE_P(Sharing, IndexTest, ::testing::Values(Keys(6, 3), Keys(12, 24), Keys(150, 600)));
 
 }  // namespace
 }  // namespace pellor
