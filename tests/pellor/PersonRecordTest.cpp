@@ -94,6 +94,7 @@ TEST_F(PersonForm, IsAsWrittenExactlyIfThePersonIsStoredSo) {
     EXPECT_EQ(stored.at("AllValues").array()->size(), person->allValues()->size()) << "each destination once";
     const bool isAsWritten = stored == dictionary;
     EXPECT_EQ(form.isAsWritten(), isAsWritten) << Value(dictionary).description();
+    EXPECT_EQ(PLPersonForm(dictionary).written(), stored) << Value(dictionary).description();
     asWritten += isAsWritten;
     ++all;
   };
