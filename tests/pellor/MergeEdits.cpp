@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <random>
 
-#include "Pellor/PLPersonForm.h"
 #include "tests/pellor/MergeTriples.h"
 
 namespace pellor::merging {
@@ -56,40 +55,19 @@ class Editor {
         _nextInserted(-firstTag) {}
 
   void edit(bool isOurs) {
-    switch (_dice.below(isOurs ? 19 : 17)) {
-      case 0:
-      case 1:
-      case 2:
-        return add(_nextTag++);
-      case 3:
-      case 4:
-        return remove();
-      case 5:
-      case 6:
-      case 7:
-        return move();
-      case 8:
-        return swap();
-      case 9:
-        return assign();
-      case 10:
-        return title();
-      case 11:
-        return purge();
-      case 12:
-      case 13:
-        return choose();
-      case 14:
-        return refresh();
-      case 15:
-        return takeAllMetadataAway();
-      case 16:
-        return _dice.chance(20) ? insertPage() : add(_nextTag++);
-      case 17:
-        return removeAutomatically();
-      default:
-        return putAgain();
-    }
+    const std::size_t kind = _dice.below(isOurs ? 19 : 17);
+    if (kind < 3) return addOne();
+    if (kind < 5) return remove();
+    if (kind < 8) return move();
+    if (kind == 8) return swap();
+    if (kind == 9) return assign();
+    if (kind == 10) return title();
+    if (kind == 11) return purge();
+    if (kind < 14) return choose();
+    if (kind == 14) return refresh();
+    if (kind == 15) return takeAllMetadataAway();
+    if (kind == 16) return _dice.chance(20) ? insertPage() : addOne();
+    return kind == 17 ? removeAutomatically() : putAgain();
   }
 
   // A friend of whom the other side may add another form.
@@ -98,14 +76,10 @@ class Editor {
     if (!place) return;
     put(*place, person);
     _side.added.insert(person.tag);
-    note("adds " + std::to_string(person.tag) + " at " + text(*place));
     appendTrailingPage();
   }
 
  private:
-  std::string text(Place place) const { return std::to_string(place.page) + "." + std::to_string(place.position); }
-  void note(const std::string& line) { _side.log.push_back(_name + " " + line); }
-
   std::size_t groupCount() const { return std::min(_side.pages.size(), _triple.maxGroupCount); }
 
   std::optional<Friend>& slot(Place place) {
@@ -137,18 +111,13 @@ class Editor {
     return tags.empty() ? std::nullopt : std::optional(_dice.of(tags));
   }
 
-  void add(Tag tag) { add(makeFriend(tag, _dice)); }
+  void addOne() { add(makeFriend(_nextTag++, _dice)); }
 
   void takeOut(Tag tag) {
     const Place place = *_side.placeOf(tag);
     slot(place).reset();
     const auto page = std::ranges::find(_side.pages, place.page, &Page::name);
-    if (page->isEmpty() && _triple.maxGroupCount >= 2) removePage(page);
-  }
-
-  void removePage(std::vector<Page>::iterator page) {
-    note("loses page " + std::to_string(page->name));
-    _side.pages.erase(page);
+    if (page->isEmpty() && _triple.maxGroupCount >= 2) _side.pages.erase(page);
   }
 
   void forget(Tag tag) {
@@ -158,7 +127,6 @@ class Editor {
   void remove() {
     const auto tag = someone();
     if (!tag) return;
-    note("removes " + std::to_string(*tag));
     forget(*tag);
     takeOut(*tag);
   }
@@ -166,7 +134,6 @@ class Editor {
   void removeAutomatically() {
     const auto tag = someone();
     if (!tag || _side.added.contains(*tag)) return;
-    note("cleans up " + std::to_string(*tag));
     _side.removedAutomatically.insert(*tag);
     takeOut(*tag);
   }
@@ -178,7 +145,6 @@ class Editor {
     std::optional<Friend>& from = slot(*_side.placeOf(*tag));
     put(*place, *from);
     from.reset();
-    note("moves " + std::to_string(*tag) + " to " + text(*place));
     appendTrailingPage();
   }
 
@@ -187,7 +153,6 @@ class Editor {
     const auto other = someone();
     if (!tag || tag == other) return;
     std::swap(slot(*_side.placeOf(*tag)), slot(*_side.placeOf(*other)));
-    note("swaps " + std::to_string(*tag) + " and " + std::to_string(*other));
   }
 
   // In place of a friend, who is displaced.
@@ -199,7 +164,6 @@ class Editor {
     const Friend person = makeFriend(_nextTag++, _dice);
     put(place, person);
     _side.added.insert(person.tag);
-    note("puts " + std::to_string(person.tag) + " in place of " + std::to_string(*tag));
   }
 
   void title() {
@@ -207,13 +171,12 @@ class Editor {
     Page& page = _side.pages[_dice.below(groupCount())];
     page.title = _dice.chance(20) ? std::string() : _name + std::to_string(_dice.below(100));
     _side.titled.insert(page.name);
-    note("calls page " + std::to_string(page.name) + " '" + *page.title + "'");
   }
 
   void purge() {
     for (std::size_t page = groupCount(); page-- > 0;) {
       if (page + 1 < groupCount() && _side.pages[page].isEmpty()) {
-        removePage(_side.pages.begin() + static_cast<std::ptrdiff_t>(page));
+        _side.pages.erase(_side.pages.begin() + static_cast<std::ptrdiff_t>(page));
       }
     }
   }
@@ -231,15 +194,12 @@ class Editor {
         } else {
           merging::put(form, PLPersonReplyAsKey, value);
         }
-        note("replies to " + std::to_string(*tag) + " as " + value);
         break;
       case 1:
         merging::put(form, "PreferredDestination", value);
-        note("prefers " + value + " of " + std::to_string(*tag));
         break;
       default:
         setMetadata(form, "k" + std::to_string(_dice.below(4)), value);
-        note("sets metadata of " + std::to_string(*tag));
     }
   }
 
@@ -256,7 +216,6 @@ class Editor {
     const auto tag = someone();
     if (!tag) return;
     slot(*_side.placeOf(*tag))->form.erase(std::string(PLPersonMetadataKey));
-    note("takes the metadata of " + std::to_string(*tag));
   }
 
   // A changed contact. GUID, name and numbers at once nobody could follow: of the three one is changed, on each side
@@ -274,7 +233,6 @@ class Editor {
     if (*tag % 3 == 0 && hasGUID && isKnownByName) merging::put(form, PLPersonRecordGUIDKey, "G" + value);
     if (*tag % 3 == 1 && hasGUID) merging::put(form, PLPersonNameKey, "N" + value);
     if (*tag % 3 == 2 && hasGUID) merging::put(form, PLPersonAllValuesKey, Value(Array{Value("6" + value)}));
-    note("refreshes " + std::to_string(*tag) + " to " + value);
   }
 
   // The same object once more.
@@ -289,20 +247,14 @@ class Editor {
     _triple.alike.insert(again.tag);
     put(*place, again);
     _side.added.insert(again.tag);
-    note("puts " + std::to_string(*tag) + " at " + text(*place) + " as well");
   }
 
   void appendTrailingPage() {
     if (_side.pages.size() >= _triple.maxGroupCount || _side.pages.empty() || _side.pages.back().isEmpty()) return;
     if (_dice.chance(15)) return;
-    appendPage();
-  }
-
-  void appendPage() {
     PageName name = static_cast<PageName>(_triple.base.pages.size());
     for (const Page& page : _side.pages) name = std::max(name, page.name + 1);
     _side.pages.push_back({name, std::nullopt, std::vector<std::optional<Friend>>(_triple.groupSize)});
-    note("appends page " + std::to_string(name));
   }
 
   void insertPage() {
@@ -311,7 +263,6 @@ class Editor {
     Page page{_nextInserted--, std::nullopt, std::vector<std::optional<Friend>>(_triple.groupSize)};
     page.places[0] = makeFriend(_nextTag++, _dice);
     _side.added.insert(page.places[0]->tag);
-    note("puts a page with " + std::to_string(page.places[0]->tag) + " at " + std::to_string(index));
     _side.pages.insert(_side.pages.begin() + static_cast<std::ptrdiff_t>(index), std::move(page));
   }
 

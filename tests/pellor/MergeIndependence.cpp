@@ -1,7 +1,6 @@
 // Which edits of two sides conflict.
 #include <algorithm>
 
-#include "Pellor/PLPersonForm.h"
 #include "tests/pellor/MergeJudge.h"
 
 namespace pellor::merging {
@@ -17,29 +16,23 @@ struct Concerns {
   std::set<PageName> pages;  // that anything is done on
 };
 
-std::set<std::string> changedFields(const Dictionary& before, const Dictionary& after) {
-  std::set<std::string> fields;
-  const auto compare = [&](const Dictionary& one, const Dictionary& other, const std::string& prefix) {
-    for (const auto& [key, value] : one) {
-      const Value* same = valueForKey(other, key);
-      if (same && *same == value) continue;
-      const bool isOwn = !prefix.empty() || key == PLPersonReplyAsKey || key == "PreferredDestination";
-      fields.insert(isOwn ? prefix + key : "block");
-    }
-  };
-  const auto split = [](Dictionary form) {
-    const Value* value = valueForKey(form, PLPersonMetadataKey);
-    const Dictionary metadata = value ? *value->dictionary() : Dictionary();
-    form.erase(std::string(PLPersonMetadataKey));
-    return std::pair(form, metadata);
-  };
-  const auto [formBefore, metadataBefore] = split(before);
-  const auto [formAfter, metadataAfter] = split(after);
-  compare(formBefore, formAfter, "");
-  compare(formAfter, formBefore, "");
-  compare(metadataBefore, metadataAfter, "metadata ");
-  compare(metadataAfter, metadataBefore, "metadata ");
+// What is changed together, by its name.
+std::map<std::string, std::vector<std::optional<Value>>> fieldsOf(const Friend& person) {
+  std::map<std::string, std::vector<std::optional<Value>>> fields{{"block", blockOf(person.form)}};
+  for (const std::string_view key : kOwnFields) fields[std::string(key)] = {at(person.form, key)};
+  for (const auto& [key, value] : metadataOf(person.form)) fields["metadata " + key] = {value};
   return fields;
+}
+
+std::set<std::string> changedFields(const Friend& before, const Friend& after) {
+  std::set<std::string> changed;
+  auto one = fieldsOf(before), other = fieldsOf(after);
+  for (const auto* fields : {&one, &other}) {
+    for (const auto& [name, value] : std::map(*fields)) {
+      if (one[name] != other[name]) changed.insert(name);
+    }
+  }
+  return changed;
 }
 
 Concerns concernsOf(const Triple& triple, const Side& side) {
@@ -47,17 +40,11 @@ Concerns concernsOf(const Triple& triple, const Side& side) {
   for (const Tag tag : triple.base.tags()) {
     const Place before = *triple.base.placeOf(tag);
     const auto after = side.placeOf(tag);
-    if (!after) {
-      concerns.removed.insert(tag);
-    } else {
-      for (const std::string& field : changedFields(triple.base.find(tag)->form, side.find(tag)->form)) {
-        concerns.fields.emplace(tag, field);
-      }
-      if (*after != before) concerns.fields.emplace(tag, "place");
-    }
-    const bool isUntouched =
-        after == before && changedFields(triple.base.find(tag)->form, side.find(tag)->form).empty();
-    if (!isUntouched) concerns.pages.insert(before.page);
+    auto changed = after ? changedFields(*triple.base.find(tag), *side.find(tag)) : std::set<std::string>();
+    if (!after) concerns.removed.insert(tag);
+    if (after && *after != before) changed.insert("place");
+    for (const std::string& field : changed) concerns.fields.emplace(tag, field);
+    if (!after || !changed.empty()) concerns.pages.insert(before.page);
   }
   for (const Tag tag : side.tags()) {
     const Place after = *side.placeOf(tag);
@@ -65,10 +52,8 @@ Concerns concernsOf(const Triple& triple, const Side& side) {
     concerns.places.insert(after);
     concerns.pages.insert(after.page);
   }
-  for (const PageName page : side.titled) {
-    concerns.titles.insert(page);
-    concerns.pages.insert(page);
-  }
+  concerns.titles = side.titled;
+  concerns.pages.insert(side.titled.begin(), side.titled.end());
   for (const Page& page : triple.base.pages) {
     if (!side.page(page.name)) concerns.removedPages.insert(page.name);
   }

@@ -4,29 +4,9 @@
 #include <array>
 
 #include "Pellor/PLMergePages.h"
-#include "Pellor/PLPersonForm.h"
 
 namespace pellor::merging {
 namespace {
-
-constexpr std::array kBlock{PLPersonRecordIDKey, PLPersonRecordGUIDKey, PLPersonDatabaseUIDKey,
-                            PLPersonNameKey,     PLPersonAllValuesKey,  PLPersonMonogramKey};
-
-std::optional<Value> at(const Dictionary& form, std::string_view key) {
-  const Value* value = valueForKey(form, key);
-  return value ? std::optional(*value) : std::nullopt;
-}
-
-Dictionary metadataOf(const Dictionary& form) {
-  const auto value = at(form, PLPersonMetadataKey);
-  return value ? *value->dictionary() : Dictionary();
-}
-
-std::vector<std::optional<Value>> blockOf(const Dictionary& form) {
-  std::vector<std::optional<Value>> block;
-  for (const std::string_view key : kBlock) block.push_back(at(form, key));
-  return block;
-}
 
 void set(Dictionary& form, std::string_view key, const std::optional<Value>& value) {
   form.erase(std::string(key));
@@ -233,7 +213,7 @@ std::optional<Dictionary> Judge::expectedForm(Tag tag) const {
   if (blockOf(before) == blockOf(expected)) {
     for (const std::string_view key : kBlock) set(expected, key, at(after, key));
   }
-  for (const std::string_view key : {std::string_view("ReplyAs"), std::string_view("PreferredDestination")}) {
+  for (const std::string_view key : kOwnFields) {
     if (at(before, key) != at(after, key)) set(expected, key, at(after, key));
   }
   Dictionary metadata = metadataOf(expected);

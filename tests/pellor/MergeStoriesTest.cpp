@@ -4,7 +4,6 @@
 
 #include <sstream>
 
-#include "Pellor/PLPersonForm.h"
 #include "tests/pellor/MergeTriples.h"
 
 namespace pellor::merging {
@@ -32,18 +31,6 @@ Side sideOf(const std::string& text) {
     side.pages.back().places.push_back(std::move(person));
   }
   return side;
-}
-
-std::string textOf(const LongArray& list, std::size_t groupSize) {
-  std::string text;
-  for (std::size_t slot = 0; slot < list.size(); ++slot) {
-    const Value element = list.at(slot);
-    const Value* tag = valueForKey(*element.dictionary(), TagKey);
-    text += slot % groupSize == 0 ? (slot == 0 ? "[" : " [") : " ";
-    text += tag ? static_cast<char>(*tag->integer()) : '-';
-    if (slot % groupSize + 1 == groupSize) text += "]";
-  }
-  return text;
 }
 
 struct Story {
@@ -116,7 +103,7 @@ TEST(MergeStoriesTest, WhatComesOut) {
     const Triple triple = tripleOf(story);
     const PLMergeInput input = inputOf(triple, triple.theirs, triple.ours);
     const PLMergeResult result = threeWayMerge(input);
-    EXPECT_EQ(textOf(result.list, triple.groupSize), story.result);
+    EXPECT_EQ(describe(result.list, triple.groupSize), describe(listOf(sideOf(story.result)), triple.groupSize));
     std::string leftOut;
     for (const std::uint64_t slot : result.leftOut) {
       leftOut += static_cast<char>(*valueForKey(*input.ours.at(slot).dictionary(), TagKey)->integer());

@@ -1,9 +1,6 @@
 #include "tests/pellor/MergeTriples.h"
 
 #include <algorithm>
-#include <sstream>
-
-#include "Pellor/PLPersonForm.h"
 
 namespace pellor::merging {
 
@@ -43,6 +40,22 @@ std::vector<Tag> Side::tags() const {
     }
   }
   return tags;
+}
+
+std::optional<Value> at(const Dictionary& form, std::string_view key) {
+  const Value* value = valueForKey(form, key);
+  return value ? std::optional(*value) : std::nullopt;
+}
+
+Dictionary metadataOf(const Dictionary& form) {
+  const auto value = at(form, PLPersonMetadataKey);
+  return value ? *value->dictionary() : Dictionary();
+}
+
+std::vector<std::optional<Value>> blockOf(const Dictionary& form) {
+  std::vector<std::optional<Value>> block;
+  for (const std::string_view key : kBlock) block.push_back(at(form, key));
+  return block;
 }
 
 Dictionary writtenForm(const Dictionary& stored) {
@@ -146,46 +159,23 @@ PLMergeInput inputOf(const Triple& triple, const Side& theirs, const Side& ours)
   return input;
 }
 
-std::string describe(const std::vector<Page>& pages) {
-  std::ostringstream text;
-  for (const Page& page : pages) {
-    text << page.name << (page.title ? "'" + *page.title + "'" : "") << "[";
-    for (std::size_t position = 0; position < page.places.size(); ++position) {
-      text << (position == 0 ? "" : " ");
-      if (page.places[position]) {
-        text << page.places[position]->tag;
-      } else {
-        text << "-";
-      }
-    }
-    text << "] ";
-  }
-  return text.str();
-}
-
 std::string describe(const LongArray& list, std::size_t groupSize) {
-  std::ostringstream text;
+  std::string text;
   for (std::size_t slot = 0; slot < list.size(); ++slot) {
-    text << (slot % groupSize == 0 ? "[" : " ");
     const Value element = list.at(slot);
     const Value* tag = valueForKey(*element.dictionary(), TagKey);
-    if (tag) {
-      text << *tag->integer();
-    } else {
-      text << "-";
-    }
-    if (slot % groupSize + 1 == groupSize) text << "] ";
+    text += (slot % groupSize == 0 ? "[" : " ") + (tag ? std::to_string(*tag->integer()) : "-");
+    if (slot % groupSize + 1 == groupSize) text += "] ";
   }
-  return text.str();
+  return text;
 }
 
 std::string Triple::description() const {
-  std::ostringstream text;
-  text << "pages of " << groupSize << ", at most " << maxGroupCount << "\nbase   " << describe(base.pages)
-       << "\ntheirs " << describe(theirs.pages) << "\nours   " << describe(ours.pages) << "\n";
-  for (const std::string& line : theirs.log) text << "  " << line << "\n";
-  for (const std::string& line : ours.log) text << "  " << line << "\n";
-  return text.str();
+  std::string text = "at most " + std::to_string(maxGroupCount) + " pages\n";
+  for (const Side* side : {&base, &theirs, &ours}) {
+    text += describe(listOf(*side), groupSize) + Value(titlesOf(*side)).description() + "\n";
+  }
+  return text;
 }
 
 }  // namespace pellor::merging

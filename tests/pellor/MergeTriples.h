@@ -2,6 +2,7 @@
 // side did, without a merge.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "Pellor/PLPersonForm.h"
 #include "Pellor/PLThreeWayMerge.h"
 
 namespace pellor::merging {
@@ -45,8 +47,7 @@ struct Side {
   std::set<Tag> removedAutomatically;
   std::set<Tag> added;
   std::set<PageName> titled;
-  std::map<Tag, Tag> again;      ///< additions that are the object of another friend
-  std::vector<std::string> log;  ///< for people
+  std::map<Tag, Tag> again;  ///< additions that are the object of another friend
 
   const Page* page(PageName name) const;
   std::optional<Place> placeOf(Tag tag) const;
@@ -64,10 +65,20 @@ struct Triple {
   /// Friends of whom another one cannot be told apart: one person twice, and friends that nothing identifies.
   std::set<Tag> alike;
 
+  /// Base, theirs and ours, with the tags of their friends, and their titles.
   std::string description() const;
 };
 
 Triple makeTriple(std::uint64_t seed);
+
+/// The fields of a form that change together, and those of their own beside the metadata.
+inline constexpr std::array kBlock{PLPersonRecordIDKey, PLPersonRecordGUIDKey, PLPersonDatabaseUIDKey,
+                                   PLPersonNameKey,     PLPersonAllValuesKey,  PLPersonMonogramKey};
+inline constexpr std::array kOwnFields{PLPersonReplyAsKey, std::string_view("PreferredDestination")};
+
+std::optional<Value> at(const Dictionary& form, std::string_view key);
+Dictionary metadataOf(const Dictionary& form);
+std::vector<std::optional<Value>> blockOf(const Dictionary& form);
 
 /// The form in which the person of a stored form would be written.
 Dictionary writtenForm(const Dictionary& stored);
@@ -83,7 +94,6 @@ Array titlesOf(const Side& side);
 /// What the manager would hand over. `ours` is known to have been made of `base`.
 PLMergeInput inputOf(const Triple& triple, const Side& theirs, const Side& ours);
 
-std::string describe(const std::vector<Page>& pages);
 std::string describe(const LongArray& list, std::size_t groupSize);
 
 }  // namespace pellor::merging
