@@ -50,18 +50,6 @@ TEST_F(ManagerLookupTest, OnePersonForEachWayOfWritingOneDestination) {
   EXPECT_THAT(everybody(*a), ElementsAre("Ann", "Ann", "Ann"));
 }
 
-TEST_F(ManagerLookupTest, AStrangerIsMadeOnce) {
-  auto a = launch();
-  const auto stranger = lookUp(*a, {"x@example.org", "y@example.org"});
-  EXPECT_EQ(lookUp(*a, {"y@example.org"}), stranger);
-  EXPECT_EQ(lookUp(*a, {"z@example.org", "x@example.org"}), stranger);
-  EXPECT_NE(lookUp(*a, {"z@example.org"}), stranger);
-  const auto unknown = lookUpGUID(*a, "guid-Nobody");
-  EXPECT_EQ(unknown->abRecordGUID(), "guid-Nobody");
-  EXPECT_EQ(lookUpGUID(*a, "guid-Nobody"), unknown);
-  EXPECT_EQ(lookUpGUID(*a, "")->allValuesCount(), 0U);
-}
-
 TEST_F(ManagerLookupTest, WhoIsAFriendTheListSaysEvenIfALookedUpPersonHasTheGUID) {
   contactWith("Ann", {"ann@example.org"});
   auto a = launch();

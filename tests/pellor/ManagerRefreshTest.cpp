@@ -178,6 +178,15 @@ TEST_F(ManagerRefreshTest, WhetherFriendsAreRefreshedMayBeSaidBeforeTheStoreAnsw
   }
 }
 
+TEST_F(ManagerRefreshTest, ARefreshThatALoadAskedForStaysDueUntilItRuns) {
+  setSetting(PLRefreshAgainstContactsOnInitEnabledKey, false);
+  setSetting("ABSequenceNumber", world.addressBook().sequenceNumber());
+  auto a = launchWith("Ann#,Bob#");
+  a->run([&] { a->manager().reloadFriendList(); });
+  a->run([&] { a->manager().setRefreshAgainstContactsEnabled(true); });
+  EXPECT_EQ(a->logged(Refreshing), 1U);
+}
+
 TEST_F(ManagerRefreshTest, WhileTheContactsCannotBeReadNobodyIsUnlinked) {
   world.addressBook().setReadable(false);
   auto a = launchWith("Ann#,Bob#|Bob#,-");
