@@ -112,29 +112,24 @@ TEST_F(FriendGroup, TakesItsOwnArrayBack) {
 }
 
 TEST_F(FriendGroup, SurvivesWhatItsDelegateDoes) {
-  auto group = PLFriendGroup::initWithDelegateGroupSize(delegate, 2);
-  auto person = named("Dan");
-  group->setFriendAtPosition(person, 0, error);
-  takeReports();
-  PLFriendGroup* const raw = group.get();
-  std::weak_ptr<PLFriendGroup> weakGroup = group;
-  const std::weak_ptr<PLPerson> weakPerson = person;
-  delegate->onReport = [&] {
-    group.reset();
-    person.reset();
-    ASSERT_FALSE(weakGroup.expired());
-  };
-  raw->removeFriendAtPosition(0);
-  EXPECT_THAT(takeReports(), ElementsAre("removed Dan at 0, now empty"));
-  EXPECT_TRUE(weakGroup.expired() && weakPerson.expired());
-
-  group = PLFriendGroup::initWithDelegateGroupSize(delegate, 2);
-  weakGroup = group;
-  error = 77;
-  group.get()->setFriendAtPosition(ann, 1, error);
-  EXPECT_EQ(group, nullptr);
-  EXPECT_EQ(error, PLFriendGroupErrorNone);
-  EXPECT_THAT(takeReports(), ElementsAre("set Ann at 1, now occupied"));
+  for (const bool removes : {true, false}) {
+    auto group = PLFriendGroup::initWithDelegateGroupSize(delegate, 2);
+    auto person = named("Dan");
+    group->setFriendAtPosition(person, 0, error);
+    takeReports();
+    PLFriendGroup* const raw = group.get();
+    const std::weak_ptr<PLFriendGroup> weakGroup = group;
+    const std::weak_ptr<PLPerson> weakPerson = person;
+    delegate->onReport = [&] {
+      group.reset();
+      person.reset();
+      ASSERT_FALSE(weakGroup.expired());
+    };
+    removes ? raw->removeFriendAtPosition(0) : raw->setFriendAtPosition(ann, 0, error);
+    delegate->onReport = nullptr;
+    EXPECT_THAT(takeReports(), ElementsAre(removes ? "removed Dan at 0, now empty" : "set Ann at 0, now occupied"));
+    EXPECT_TRUE(weakGroup.expired() && weakPerson.expired());
+  }
 }
 
 TEST_F(FriendGroup, AnnouncesNewTitles) {

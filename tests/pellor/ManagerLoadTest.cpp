@@ -133,21 +133,6 @@ TEST_F(ManagerLoadTest, LoadsTellWhatChanged) {
   EXPECT_EQ(a->friendAt(0, 0), ann);
 }
 
-TEST_F(ManagerLoadTest, AListOfManySlotsKeepsThemAll) {
-  std::string text = "Ann";
-  for (int slot = 1; slot < 9999; ++slot) text += slot == 1000 ? ",Bob" : ",-";
-  store(text + ",Cy");
-  auto a = launch();
-  EXPECT_EQ(a->manager().friendGroups().size(), 20U);
-  rest();
-  EXPECT_TRUE(a->run([&] { return a->manager().isPersonFriend(a->manager().personWithDestinations({mailOf("Cy")})); }));
-  a->add("Dan");
-  rest();
-  EXPECT_EQ(storedValue(PLFriendListKey)->array()->size(), 10008U) << "834 groups";
-  EXPECT_EQ(stored().substr(0, 8), "Ann,?,-,");
-  EXPECT_EQ(stored().substr(stored().size() - 20), "-,Cy,-,-,-,-,-,-,-,-");
-}
-
 // --- Stores that do not answer ---
 
 TEST_F(ManagerLoadTest, AManagerWhoseStoreDoesNotAnswerStartsLater) {

@@ -68,22 +68,5 @@ TEST_F(ManagerTitlesTest, ARemovedPageTakesItsTitleAlongInEveryProcess) {
   EXPECT_EQ(launch()->titles(), "Chess|Choir");
 }
 
-TEST_F(ManagerTitlesTest, TitlesThatCouldNotBeWrittenFollowTheirPages) {
-  auto a = launchWith("Ann,-|Bob,-|Cy,-", {"Family"});
-  world.preferences().failWrites(3);
-  a->setTitle(0, "Home");
-  a->setTitle(2, "Work");
-  a->run([&] { a->manager().saveFriendGroupTitles(); });
-  world.bus().post(PLFriendGroupTitleChangedExternallyNotification);
-  scheduler->runUntilQuiet();
-  a->remove(1, 0);
-  while (storedTitles() != "Home|Work|-") ASSERT_TRUE(scheduler->step());
-  EXPECT_EQ(stored(2), "Ann,-|Cy,-|-,-");
-  // What others wrote after that is what they had posted.
-  storeTitles({"Friends"});
-  rest();
-  EXPECT_EQ(a->titles(), "Friends|Work|-");
-}
-
 }  // namespace
 }  // namespace pellor
