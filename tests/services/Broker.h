@@ -8,27 +8,17 @@
 
 #include "linux/mosquitto/DevicePairing.h"
 #include "linux/mosquitto/MQTTOptions.h"
-#include "tests/linux/TemporaryFolder.h"
-#include "tests/services/Server.h"
+#include "tests/services/Certificate.h"
 
 namespace pellor {
 
-/// Issues certificates, of the broker and of devices.
-class Authority {
- public:
-  Authority();
-  std::filesystem::path file() const { return _folder / "ca.pem"; }
+/// Issues certificates of devices.
+struct Authority : Certificate {
   /// Makes the device's key and request, signs it, and imports the certificate together with the authority of
   /// `trusted`.
   void issue(const DevicePairing& device, const std::string& name, const Authority& trusted) const;
   void issue(const DevicePairing& device, const std::string& name) const { issue(device, name, *this); }
   void sign(const std::filesystem::path& request, const std::filesystem::path& certificate) const;
-  /// A key and a certificate for the loopback address.
-  void issueServer(const std::filesystem::path& key, const std::filesystem::path& certificate) const;
-
- private:
-  void run(std::vector<std::string> arguments) const;
-  TemporaryFolder _folder;
 };
 
 /// On loopback, over TLS, with a certificate a device and an ACL a device: each reads below its own name and writes
@@ -36,7 +26,7 @@ class Authority {
 class Broker {
  public:
   /// Started.
-  explicit Broker(std::set<std::string> allowed);
+  explicit Broker(const std::set<std::string>& allowed);
 
   const Authority& authority() const { return _authority; }
   MQTTOptions options() const;

@@ -2,28 +2,19 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <string>
 #include <vector>
+
+#include "tests/services/Server.h"
 
 namespace pellor {
 namespace {
 
 constexpr char Block = 'b', Pass = 'p', End = 'e';
-
-sockaddr_un addressOf(const std::filesystem::path& socket) {
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  const std::string path = socket.string();
-  if (path.size() >= sizeof address.sun_path) ADD_FAILURE() << "the path of the socket is too long: " << path;
-  std::memcpy(address.sun_path, path.data(), std::min(path.size(), sizeof address.sun_path - 1));
-  return address;
-}
 
 FileDescriptor newSocket() { return FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)); }
 

@@ -39,8 +39,7 @@ class DeviceCommandsTest : public testing::Test {
     EXPECT_FALSE(requested["hasCertificate"]);
     const std::filesystem::path certificate = home / "certificate.pem";
     _broker.authority().sign(std::string(requested["request"]), certificate);
-    return run(home,
-               {"device", "pair", "--certificate", certificate, "--ca", _broker.authority().file()})["invitation"];
+    return run(home, {"device", "pair", "--certificate", certificate, "--ca", _broker.authority().file})["invitation"];
   }
 
   /// Names, and numbers of those who have none.
@@ -132,7 +131,7 @@ TEST_F(DeviceCommandsTest, DevicesOfVersion01LoseNobodyWhenTheyMeetAgain) {
     }
     const std::filesystem::path certificate = *home / "certificate.pem";
     _broker.authority().sign(home->dataFolder() / "device/request.pem", certificate);
-    run(*home, {"device", "pair", "--certificate", certificate, "--ca", _broker.authority().file()});
+    run(*home, {"device", "pair", "--certificate", certificate, "--ca", _broker.authority().file});
   }
   std::multiset<std::string> expected = friendsOn(_phone);
   EXPECT_EQ(friendsOn(_laptop), expected);

@@ -2,17 +2,13 @@
 #pragma once
 
 #include <libebook/libebook.h>
-#include <signal.h>
 #include <stdlib.h>
 
-#include <map>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "linux/eds/EDSConnection.h"
-#include "tests/linux/TemporaryFolder.h"
-#include "tests/services/Server.h"
+#include "tests/services/BusDaemon.h"
 
 namespace pellor {
 
@@ -26,7 +22,7 @@ class EDSService {
   }
 
   /// Of the session bus.
-  std::string address() const { return "unix:path=" + (_folder / "bus").string(); }
+  std::string address() const { return _bus.address(); }
 
   /// Gives the UIDs.
   std::vector<std::string> add(const std::vector<std::string>& cards) {
@@ -74,19 +70,14 @@ class EDSService {
     bool hasEnded = false;
     const auto note = [](GDBusConnection*, gboolean, GError*, gpointer flag) { *static_cast<bool*>(flag) = true; };
     const auto handler = g_signal_connect(_shared.get(), "closed", G_CALLBACK(+note), &hasEnded);
-    _bus.reset();
+    _bus.kill();
     while (!hasEnded) g_main_context_iteration(nullptr, TRUE);
     g_signal_handler_disconnect(_shared.get(), handler);
     _shared.reset();
   }
   /// Once everybody has noticed that it had ended.
   void startBus() {
-    const std::filesystem::path socket = _folder / "bus";
-    std::filesystem::remove(socket);
-    const std::string configuration = "--config-file=" + (_folder / "bus.conf").string();
-    _bus = std::make_unique<Server>(
-        Server::Options{{"dbus-daemon", "--nofork", "--nopidfile", configuration}, {}, _folder / "log", {}},
-        [&] { return isListening(socket); });
+    _bus.start();
     // GLib gives out the old connection for as long as somebody holds it, if only a task that waits.
     do {
       while (g_main_context_iteration(nullptr, FALSE)) continue;
@@ -112,34 +103,21 @@ class EDSService {
   static constexpr const char* SourcesName = "org.gnome.evolution.dataserver.Sources5";
 
   EDSService() {
-    for (const auto& [name, path] : folders()) {
-      std::filesystem::create_directory(path);
-      std::filesystem::permissions(path, std::filesystem::perms::owner_all);
-      ::setenv(name, path.c_str(), 1);
+    for (const char* name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"}) {
+      std::filesystem::create_directory(_folder / name);
+      std::filesystem::permissions(_folder / name, std::filesystem::perms::owner_all);
+      ::setenv(name, (_folder / name).c_str(), 1);
     }
+    ::setenv("HOME", _folder.path().c_str(), 1);
     ::setenv("GSETTINGS_BACKEND", "memory", 1);
     ::setenv("GIO_USE_VFS", "local", 1);
     for (const char* name : {"DISPLAY", "WAYLAND_DISPLAY"}) ::unsetenv(name);
     ::setenv("DBUS_SESSION_BUS_ADDRESS", address().c_str(), 1);
-    std::filesystem::create_directory(_folder / "services");
     for (const char* name : {AddressBookName, SourcesName}) {
       const std::string file = std::string(name) + ".service";
       std::filesystem::create_symlink("/usr/share/dbus-1/services/" + file, _folder / "services" / file);
     }
-    writeFile(_folder / "bus.conf", "<busconfig><type>session</type><listen>" + address() + "</listen><servicedir>" +
-                                        (_folder / "services").string() +
-                                        "</servicedir><policy context='default'><allow send_destination='*' "
-                                        "eavesdrop='true'/><allow eavesdrop='true'/>"
-                                        "<allow own='*'/></policy></busconfig>");
     startBus();
-  }
-
-  std::map<const char*, std::filesystem::path> folders() const {
-    return {{"HOME", _folder.path()},
-            {"XDG_DATA_HOME", _folder / "data"},
-            {"XDG_CONFIG_HOME", _folder / "config"},
-            {"XDG_CACHE_HOME", _folder / "cache"},
-            {"XDG_RUNTIME_DIR", _folder / "run"}};
   }
 
   GVariant* callBus(const char* method, GVariant* arguments) {
@@ -170,7 +148,7 @@ class EDSService {
   }
 
   const TemporaryFolder _folder;
-  std::unique_ptr<Server> _bus;
+  BusDaemon _bus{_folder.path()};
   GObjectOwner<GDBusConnection> _shared;
   GObjectOwner<EBookClient> _client;
   GError* _error = nullptr;

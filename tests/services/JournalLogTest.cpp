@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,15 +16,11 @@
 #include <source_location>
 #include <string>
 
-#include "linux/PrivateFiles.h"
 #include "testing/LogCollector.h"
-#include "tests/linux/TemporaryFolder.h"
 #include "tests/services/Server.h"
 
 namespace pellor {
 namespace {
-
-namespace fs = std::filesystem;
 
 using Fields = std::map<std::string, std::string>;
 
@@ -54,9 +49,7 @@ Fields fieldsOf(std::string_view entry) {
 class Journal {
  public:
   Journal() : _socket(::socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strcpy(address.sun_path, Path);
+    const sockaddr_un address = addressOf(Path);
     if (::bind(_socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
       ADD_FAILURE() << systemError("cannot listen at", Path);
   }
@@ -85,14 +78,11 @@ class Journal {
 void withoutTheJournal(const std::function<void()>& test) {
   if (::getenv("PELLOR_TEST_HAS_OWN_RUN")) return test();
   const testing::TestInfo& self = *testing::UnitTest::GetInstance()->current_test_info();
-  const TemporaryFolder folder;
   const std::string hide =
       "mount -t tmpfs -o mode=0700 none /run && mkdir -p /run/systemd/journal && exec \"$0\" \"$@\"";
-  runTool({{"unshare", "--user", "--map-root-user", "--mount", "sh", "-c", hide, fs::read_symlink("/proc/self/exe"),
-            std::string("--gtest_filter=") + self.test_suite_name() + "." + self.name()},
-           {"PELLOR_TEST_HAS_OWN_RUN=1"},
-           folder / "output",
-           ""});
+  runTool({"env", "PELLOR_TEST_HAS_OWN_RUN=1", "unshare", "--user", "--map-root-user", "--mount", "sh", "-c", hide,
+           std::filesystem::read_symlink("/proc/self/exe"),
+           std::string("--gtest_filter=") + self.test_suite_name() + "." + self.name()});
 }
 
 constexpr const char* Secret = "Anna\nBauer";

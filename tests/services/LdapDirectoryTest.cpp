@@ -3,10 +3,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,7 +17,6 @@
 #include "testing/LogCollector.h"
 #include "tests/services/Certificate.h"
 #include "tests/services/DirectoryFactories.h"
-#include "tests/services/Server.h"
 
 namespace pellor {
 namespace {
@@ -54,16 +53,13 @@ class LdapWorld {
                   (_folder / "db").string() + "\n");
     load();
     start();
-    options.url = "ldap://127.0.0.1:" + std::to_string(_port);
+    options.url = _url;
     options.base = "ou=people,dc=example";
   }
 
   void start() {
-    Server::Options server;
-    server.command = {
-        "slapd", "-d", "0", "-f", _folder / "slapd.conf", "-h", "ldap://127.0.0.1:" + std::to_string(_port)};
-    server.output = _folder / "slapd.log";
-    _server.emplace(server, [this] { return isListening(_port); });
+    _server.emplace(std::vector<std::string>{"slapd", "-d", "0", "-f", _folder / "slapd.conf", "-h", _url},
+                    [this] { return isListening(_port); });
   }
   void kill() { _server.reset(); }
 
@@ -82,34 +78,25 @@ class LdapWorld {
 
  private:
   void load() {
-    const std::string people = ",ou=people,dc=example\nobjectClass: inetOrgPerson\nsn: x\n";
-    writeFile(_folder / "people.ldif",
-              "dn: dc=example\nobjectClass: domain\n\ndn: ou=people,dc=example\nobjectClass: organizationalUnit\n\n"
-              "dn: cn=Ada" +
-                  people +
-                  "mail: Ada@Example.org\ntelephoneNumber: +49 30 123-4567\n\n"
-                  "dn: cn=Bert" +
-                  people +
-                  "mail: b1@example.org\nmail: b2@example.org\nmobile: 9-1 1\n\n"
-                  "dn: cn=Carl" +
-                  people +
-                  "mail: twice@example.org\nemployeeType: staff\n\n"
-                  "dn: cn=Cleo" +
-                  people +
-                  "mail: twice@example.org\nmail: c@example.org\n\n"
-                  "dn: cn=Carla" +
-                  people +
-                  "mail: twice@example.org\n\n"
-                  "dn: ou=elsewhere,dc=example\nobjectClass: referral\nobjectClass: extensibleObject\n"
-                  "ref: ldap://127.0.0.1:1/ou=elsewhere,dc=example\n");
-    Server::Options tool;
-    tool.command = {"slapadd", "-f", _folder / "slapd.conf", "-l", _folder / "people.ldif"};
-    tool.output = _folder / "slapadd.log";
-    runTool(tool);
+    std::string entries =
+        "dn: dc=example\nobjectClass: domain\n\ndn: ou=people,dc=example\nobjectClass: organizationalUnit\n\n"
+        "dn: ou=elsewhere,dc=example\nobjectClass: referral\nobjectClass: extensibleObject\n"
+        "ref: ldap://127.0.0.1:1/ou=elsewhere,dc=example\n\n";
+    for (const auto& [name, lines] :
+         std::map<std::string, std::string>{{"Ada", "mail: Ada@Example.org\ntelephoneNumber: +49 30 123-4567\n"},
+                                            {"Bert", "mail: b1@example.org\nmail: b2@example.org\nmobile: 9-1 1\n"},
+                                            {"Carl", "mail: twice@example.org\nemployeeType: staff\n"},
+                                            {"Cleo", "mail: twice@example.org\nmail: c@example.org\n"},
+                                            {"Carla", "mail: twice@example.org\n"}}) {
+      entries += "dn: cn=" + name + ",ou=people,dc=example\nobjectClass: inetOrgPerson\nsn: x\n" + lines + "\n";
+    }
+    writeFile(_folder / "people.ldif", entries);
+    runTool({"slapadd", "-f", _folder / "slapd.conf", "-l", _folder / "people.ldif"});
   }
 
   TemporaryFolder _folder;
   const int _port = freePort();
+  const std::string _url = "ldap://127.0.0.1:" + std::to_string(_port);
   std::optional<Server> _server;
 };
 
@@ -222,30 +209,22 @@ TEST(LdapLimitsTest, WhatIsCutOffIsAskedForInSmallerParts) {
 }
 
 TEST(LdapEncryptionTest, OnlyACertificateThatIsTrustedIsTalkedTo) {
-  const TemporaryFolder folder;
-  const Certificate certificate(folder);
-  LdapWorld world("TLSCertificateFile " + certificate.certificate.string() + "\nTLSCertificateKeyFile " +
+  const Certificate certificate;
+  LdapWorld world("TLSCertificateFile " + certificate.file.string() + "\nTLSCertificateKeyFile " +
                   certificate.key.string() + "\nsecurity ssf=1");
   EXPECT_THAT(world.lookUp({"tel:911"}).problem, HasSubstr("encrypted connection"));
   world.options.startsTls = true;
   EXPECT_THAT(world.lookUp({"tel:911"}).problem, HasSubstr("not trusted"));
-  world.options.certificates = certificate.certificate;
+  world.options.certificates = certificate.file;
   const auto answer = world.lookUp({"tel:911"});
   EXPECT_EQ(answer.statuses, (DestinationStatuses{{"tel:911", valid}})) << answer.problem;
 }
 
 TEST(LdapSilenceTest, OneThatHangsIsWaitedForAsLongAsIsAllowedOrUntilItIsCancelled) {
   // Takes connections and says nothing.
-  const FileDescriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  auto* const generic = reinterpret_cast<sockaddr*>(&address);
-  ASSERT_TRUE(::bind(listener.get(), generic, length) == 0 && ::listen(listener.get(), 10) == 0 &&
-              ::getsockname(listener.get(), generic, &length) == 0);
+  const auto [listener, port] = listenOnLoopback();
   LdapDirectoryOptions options;
-  options.url = "ldap://127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+  options.url = "ldap://127.0.0.1:" + std::to_string(port);
   options.limit = std::chrono::milliseconds(50);
   const LogHandle log("test", "ldap", nullptr);
   const auto silent = std::make_unique<LdapDirectory>(options, conversionsIn("DE"), log);
@@ -256,7 +235,7 @@ TEST(LdapSilenceTest, OneThatHangsIsWaitedForAsLongAsIsAllowedOrUntilItIsCancell
   LdapDirectory held(options, conversionsIn("DE"), log);
   for (int connection = 0; connection < 2; ++connection) FileDescriptor(::accept(listener.get(), nullptr, nullptr));
   FileDescriptor connection;  // stays open: its end would end the search as well
-  const std::jthread canceller([&] {
+  const std::jthread canceller([&, &listener = listener] {
     connection = FileDescriptor(::accept(listener.get(), nullptr, nullptr));
     char byte = 0;
     EXPECT_EQ(::recv(connection.get(), &byte, 1, 0), 1) << "it is being asked";

@@ -1,13 +1,13 @@
 #include "tests/services/MatrixStub.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <stdexcept>
+#include <tuple>
 #include <utility>
+
+#include "tests/services/Server.h"
 
 namespace pellor {
 namespace {
@@ -25,23 +25,17 @@ std::string valueOf(const std::string& head, const std::string& header) {
   return head.substr(start, head.find("\r\n", start) - start);
 }
 
-bool areTexts(const Json& list) {
-  return list.is_array() && std::ranges::all_of(list, [](const Json& one) { return one.is_string(); });
+bool isLookup(const Json& body) {
+  const auto isText = [](const Json& value) { return value.is_string(); };
+  return body.is_object() && isText(body.value("algorithm", Json())) && isText(body.value("pepper", Json())) &&
+         body.value("addresses", Json()).is_array() && body["addresses"].size() <= MostAddresses &&
+         std::ranges::all_of(body["addresses"], isText);
 }
 
 }  // namespace
 
-MatrixStub::MatrixStub() : _listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  auto* const generic = reinterpret_cast<sockaddr*>(&address);
-  if (::bind(_listener.get(), generic, length) != 0 || ::listen(_listener.get(), SOMAXCONN) != 0 ||
-      ::getsockname(_listener.get(), generic, &length) != 0) {
-    throw std::runtime_error("the identity service cannot listen");
-  }
-  _port = ntohs(address.sin_port);
+MatrixStub::MatrixStub() {
+  std::tie(_listener, _port) = listenOnLoopback();
   _acceptor = std::thread([this] { accept(); });
 }
 
@@ -146,7 +140,6 @@ MatrixStub::Answer MatrixStub::answerByTheStandard(const Request& request) {
   const bool isLookup = request.path == root + "v2/lookup" && request.method == "POST";
   if (!isDetails && !isLookup) return {404, error("M_UNRECOGNIZED")};
   if (request.token != _behaviour.token) return {401, error("M_UNAUTHORIZED")};
-  if (_behaviour.wantsTermsAccepted) return {403, error("M_TERMS_NOT_SIGNED")};
   if (isLookup) return lookUp(Json::parse(request.body, nullptr, false));
   const Answer details{200, {{"lookup_pepper", _behaviour.pepper}, {"algorithms", _behaviour.algorithms}}};
   if (_behaviour.changesPepper) _behaviour.pepper += "!";
@@ -154,19 +147,10 @@ MatrixStub::Answer MatrixStub::answerByTheStandard(const Request& request) {
 }
 
 MatrixStub::Answer MatrixStub::lookUp(const Json& body) const {
-  if (!body.is_object()) return {400, error("M_NOT_JSON")};
-  for (const char* name : {"addresses", "algorithm", "pepper"}) {
-    if (!body.contains(name)) return {400, error("M_MISSING_PARAMS")};
-  }
-  if (!areTexts(body["addresses"]) || body["addresses"].size() > MostAddresses) return {400, error("M_INVALID_PARAM")};
+  if (!isLookup(body)) return {400, error("M_INVALID_PARAM")};
   const Json &algorithm = body["algorithm"], offered = _behaviour.algorithms;
   if (std::ranges::find(offered, algorithm) == offered.end()) return {400, error("M_INVALID_PARAM")};
-  if (body["pepper"] != _behaviour.pepper) {
-    Json refusal = error("M_INVALID_PEPPER");
-    refusal["algorithm"] = algorithm;
-    refusal["lookup_pepper"] = _behaviour.pepper;
-    return {400, refusal};
-  }
+  if (body["pepper"] != _behaviour.pepper) return {400, error("M_INVALID_PEPPER")};
   Json mappings = Json::object();
   for (const MatrixAddress& user : _behaviour.users) {
     const std::string form =

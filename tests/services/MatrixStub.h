@@ -4,7 +4,6 @@
 #include <list>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,8 +14,8 @@
 
 namespace pellor {
 
-/// Follows version 2 of the published API as far as it is about looking up users: who asks must be logged in and have
-/// accepted the terms, addresses come hashed with the pepper of the moment, errors have their codes. HTTP/1.1 over
+/// Follows version 2 of the published API as far as it is about looking up users: who asks must be logged in,
+/// addresses come hashed with the pepper of the moment, errors have their codes. HTTP/1.1 over
 /// loopback, connections are kept. Any thread.
 class MatrixStub {
  public:
@@ -26,7 +25,6 @@ class MatrixStub {
     std::string pepper = "matrixrocks";
     std::vector<std::string> algorithms = {"none", "sha256"};
     std::vector<MatrixAddress> users;
-    bool wantsTermsAccepted = false;
     bool changesPepper = false;  ///< after each time that it was told
     bool hangs = false;          ///< takes requests and answers none
     std::optional<std::string> raw;

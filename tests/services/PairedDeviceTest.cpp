@@ -300,13 +300,13 @@ TEST(DevicePairingTest, RefusesWhatDoesNotFit) {
   authority.issue(device, "laptop");
   authority.issue(other, "phone");
   authority.issue(third, "laptop");
-  EXPECT_THROW(device.importCertificate(other.folder() / "certificate.pem", authority.file(), {}), DeviceError);
-  EXPECT_THROW(device.importCertificate(device.folder() / "certificate.pem", elsewhere.file(), {}), DeviceError);
-  EXPECT_THROW(device.importCertificate(folder / "none", authority.file(), {}), DeviceError);
+  EXPECT_THROW(device.importCertificate(other.folder() / "certificate.pem", authority.file, {}), DeviceError);
+  EXPECT_THROW(device.importCertificate(device.folder() / "certificate.pem", elsewhere.file, {}), DeviceError);
+  EXPECT_THROW(device.importCertificate(folder / "none", authority.file, {}), DeviceError);
   EXPECT_EQ(device.name(), "laptop");
   // Issued elsewhere together with its key.
   const DevicePairing imported(folder / "imported");
-  imported.importCertificate(other.folder() / "certificate.pem", authority.file(), other.folder() / "key.pem");
+  imported.importCertificate(other.folder() / "certificate.pem", authority.file, other.folder() / "key.pem");
   EXPECT_EQ(imported.name(), "phone");
 
   const std::string invitation = other.invitation();

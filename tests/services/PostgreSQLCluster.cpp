@@ -1,8 +1,5 @@
 #include "tests/services/PostgreSQLCluster.h"
 
-#include <gtest/gtest.h>
-#include <pwd.h>
-#include <signal.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -14,12 +11,6 @@ namespace {
 constexpr const char* ServerUser = "postgres";
 constexpr PostgreSQLConnection::Limits PatientLimits{60, 60};
 constexpr int NeverStopped = -1;
-
-// The server does not run as root, so the folder has to be its user's.
-void giveToServer(const std::filesystem::path& folder) {
-  const passwd* user = ::geteuid() == 0 ? ::getpwnam(ServerUser) : nullptr;
-  if (user && ::chown(folder.c_str(), user->pw_uid, user->pw_gid) != 0) ADD_FAILURE() << "cannot give " << folder;
-}
 
 std::vector<pid_t> childrenOf(pid_t parent) {
   const std::string id = std::to_string(parent);
@@ -35,30 +26,24 @@ bool isGone(pid_t process) {
 
 }  // namespace
 
-Server::Options PostgreSQLCluster::tool(const std::string& name, std::vector<std::string> arguments) const {
-  arguments.insert(arguments.begin(), _programs.empty() ? name : _programs + "/" + name);
-  return {std::move(arguments), {"LC_ALL=C"}, folder() / (name + ".log"), ServerUser};
-}
-
 PostgreSQLCluster::PostgreSQLCluster() {
-  giveToServer(folder());
-  std::string programs = runTool({{"pg_config", "--bindir"}, {}, folder() / "pg_config.log", ""});
+  // The server does not run as root, so the folder has to be its user's.
+  if (::geteuid() == 0) runTool({"chown", ServerUser, folder()});
+  std::string programs = runTool({"pg_config", "--bindir"});
   programs.pop_back();
   _programs = programs;
-  const std::string data = folder() / "data";
-  runTool(tool("initdb", {"-D", data, "-A", "trust", "-U", "pellor", "-E", "UTF8", "--no-sync"}));
+  runTool(asUser(ServerUser, {"env", "LC_ALL=C", _programs / "initdb", "-D", folder() / "data", "-A", "trust", "-U",
+                              "pellor", "-E", "UTF8", "--no-sync"}));
   writeFile(folder() / "data/pg_hba.conf", "local all locked scram-sha-256\nlocal all all trust\n");
   start();
 }
 
 PostgreSQLCluster::~PostgreSQLCluster() {
   // At once, but so that it leaves nothing behind.
-  if (_server) _server->sendSignal(SIGQUIT);
-  if (_server) _server->stop();
+  if (_server) _server->end(SIGQUIT);
 }
 
 void PostgreSQLCluster::start() {
-  const std::string sockets = folder();
   const auto isReady = [this] {
     try {
       run("postgres", {{"SELECT 1"}});
@@ -67,15 +52,15 @@ void PostgreSQLCluster::start() {
       return false;
     }
   };
-  _server = std::make_unique<Server>(
-      tool("postgres", {"-D", folder() / "data", "-k", sockets, "-h", "", "-c", "fsync=off", "-c",
-                        "dynamic_shared_memory_type=mmap", "-c", "shared_buffers=16MB", "-c", "max_connections=100"}),
+  _server.emplace(
+      asUser(ServerUser, {"env", "LC_ALL=C", _programs / "postgres", "-D", folder() / "data", "-k", folder(), "-h", "",
+                          "-c", "fsync=off", "-c", "dynamic_shared_memory_type=mmap", "-c", "shared_buffers=16MB"}),
       isReady);
 }
 
 void PostgreSQLCluster::kill() {
   const std::vector<pid_t> children = childrenOf(_server->id());
-  _server->kill();
+  _server->end(SIGKILL);
   // It does not start again before they have left its memory.
   for (const pid_t child : children) ::kill(child, SIGKILL);
   for (const pid_t child : children) EXPECT_TRUE(comesTrue([child] { return isGone(child); }));
@@ -96,10 +81,7 @@ std::vector<PostgreSQLRows> PostgreSQLCluster::run(const std::string& database, 
 }
 
 void PostgreSQLCluster::load(const std::string& database, const std::filesystem::path& file) const {
-  runTool({{_programs + "/psql", "-q", "-v", "ON_ERROR_STOP=1", "-f", file, connection(database)},
-           {"LC_ALL=C"},
-           folder() / "psql.log",
-           ""});
+  runTool({_programs / "psql", "-q", "-v", "ON_ERROR_STOP=1", "-f", file, connection(database)});
 }
 
 std::int64_t PostgreSQLCluster::integer(const std::string& database, const std::string& query) const {

@@ -4,13 +4,12 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "linux/postgresql/PostgreSQLConnection.h"
-#include "tests/linux/TemporaryFolder.h"
 #include "tests/services/Server.h"
 
 namespace pellor {
@@ -41,11 +40,9 @@ class PostgreSQLCluster {
   void kill();
 
  private:
-  Server::Options tool(const std::string& name, std::vector<std::string> arguments) const;
-
   TemporaryFolder _folder;
-  std::string _programs;
-  std::unique_ptr<Server> _server;
+  std::filesystem::path _programs;
+  std::optional<Server> _server;
   int _databases = 0;
 };
 

@@ -2,28 +2,18 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <pwd.h>
-#include <signal.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <stdexcept>
 #include <thread>
-#include <utility>
-
-#include "linux/PrivateFiles.h"
-#include "tests/linux/TemporaryFolder.h"
-
-extern char** environ;
 
 namespace pellor {
 namespace {
@@ -36,59 +26,26 @@ constexpr auto PauseBetweenLooks = std::chrono::milliseconds(2);
   throw std::runtime_error(problem);
 }
 
-std::string nameOf(const std::string& setting) { return setting.substr(0, setting.find('=')); }
-
-std::vector<std::string> mergedEnvironment(const std::vector<std::string>& settings) {
-  std::vector<std::string> merged = settings;
-  for (char** inherited = environ; *inherited != nullptr; ++inherited) {
-    const bool isReplaced = std::any_of(settings.begin(), settings.end(), [&](const std::string& setting) {
-      return nameOf(setting) == nameOf(*inherited);
-    });
-    if (!isReplaced) merged.emplace_back(*inherited);
-  }
-  return merged;
-}
-
-std::vector<char*> pointersTo(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  for (std::string& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
-struct User {
-  uid_t id = 0;
-  gid_t group = 0;
-};
-
-User userNamed(const std::string& name) {
-  const passwd* found = ::getpwnam(name.c_str());
-  if (!found) fail("there is no user " + name);
-  return {found->pw_uid, found->pw_gid};
-}
-
-void takeRightsOf(const User& user) {
-  if (::setgroups(0, nullptr) != 0 || ::setgid(user.group) != 0 || ::setuid(user.id) != 0) ::_exit(126);
-}
-
-pid_t start(Server::Options& options) {
-  const bool changesUser = !options.user.empty() && ::geteuid() == 0;
-  const User user = changesUser ? userNamed(options.user) : User{};
-  std::vector<std::string> environment = mergedEnvironment(options.environment);
-  const std::vector<char*> variables = pointersTo(environment), arguments = pointersTo(options.command);
-  const FileDescriptor output(::open(options.output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
-  if (!output) fail("cannot write to " + options.output.string());
+pid_t start(std::vector<std::string> command, const std::filesystem::path& output) {
+  std::vector<char*> arguments;
+  for (std::string& argument : command) arguments.push_back(argument.data());
+  arguments.push_back(nullptr);
+  const FileDescriptor file(::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
   const pid_t id = ::fork();
+  // Both say so: the server before it starts others, and the test before it ends the group.
+  ::setpgid(id, id);
   if (id != 0) return id;
-  ::setpgid(0, 0);
-  ::dup2(::open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
-  ::dup2(output.get(), STDOUT_FILENO);
-  ::dup2(output.get(), STDERR_FILENO);
-  if (changesUser) takeRightsOf(user);
-  // After the rights, whose change takes it back.
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  ::execvpe(arguments[0], arguments.data(), variables.data());
+  ::dup2(::open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+  for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) ::dup2(file.get(), stream);
+  ::execvp(arguments[0], arguments.data());
   ::_exit(127);
+}
+
+int statusAtTheEndOf(pid_t id) {
+  int status = 0;
+  while (::waitpid(id, &status, 0) < 0 && errno == EINTR) continue;
+  return status;
 }
 
 template <class Address>
@@ -107,76 +64,66 @@ sockaddr_in loopback(int port) {
 
 }  // namespace
 
-Server::Server(Options options, const std::function<bool()>& isReady) : _id(start(options)) {
-  // The parent says so too: whoever kills the group must find it, also before the child has run.
-  ::setpgid(_id, _id);
+Server::Server(const std::vector<std::string>& command, const std::function<bool()>& isReady)
+    : _id(start(command, _folder / "output")) {
   const auto limit = std::chrono::steady_clock::now() + StartLimit;
   while (!isReady()) {
-    if (!isRunning()) fail(options.command.front() + " ended: " + contentOf(options.output));
-    if (std::chrono::steady_clock::now() > limit) {
-      kill();
-      fail(options.command.front() + " did not become ready: " + contentOf(options.output));
+    const bool hasEnded = ::waitpid(_id, nullptr, WNOHANG) == _id;
+    if (hasEnded || std::chrono::steady_clock::now() > limit) {
+      ::kill(-_id, SIGKILL);
+      fail(testing::PrintToString(command) + " is not ready: " + contentOf(_folder / "output"));
     }
     std::this_thread::sleep_for(PauseBetweenLooks);
   }
 }
 
-Server::~Server() { kill(); }
-
-bool Server::isRunning() {
-  if (_id > 0 && ::waitpid(_id, nullptr, WNOHANG) == _id) {
-    ::kill(-_id, SIGKILL);
-    _id = -1;
-  }
-  return _id > 0;
-}
-
-void Server::sendSignal(int signal) const {
-  if (_id > 0) ::kill(_id, signal);
-}
-
-void Server::kill() { endWith(SIGKILL); }
-
-void Server::stop() { endWith(SIGTERM); }
-
-void Server::endWith(int signal) {
+void Server::end(int signal) {
   if (_id <= 0) return;
   ::kill(signal == SIGKILL ? -_id : _id, signal);
-  while (::waitpid(_id, nullptr, 0) < 0 && errno == EINTR) continue;
+  statusAtTheEndOf(_id);
   // What it started and left behind.
   ::kill(-_id, SIGKILL);
   _id = -1;
 }
 
-std::string runTool(const Server::Options& options) {
-  Server::Options started = options;
-  const pid_t id = start(started);
-  int status = 0;
-  while (::waitpid(id, &status, 0) < 0 && errno == EINTR) continue;
-  const std::string output = contentOf(options.output);
-  if (status != 0) fail(options.command.front() + " failed: " + output);
+std::string runTool(const std::vector<std::string>& command) {
+  const TemporaryFolder folder;
+  const int status = statusAtTheEndOf(start(command, folder / "output"));
+  const std::string output = contentOf(folder / "output");
+  if (status != 0) fail(testing::PrintToString(command) + " failed: " + output);
   return output;
 }
 
-int freePort() {
-  const FileDescriptor probe(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+std::vector<std::string> asUser(const std::string& user, std::vector<std::string> command) {
+  if (::geteuid() != 0) return command;
+  // The change of rights would take back that it ends with the test.
+  command.insert(command.begin(),
+                 {"setpriv", "--reuid=" + user, "--regid=" + user, "--clear-groups", "--pdeathsig=KILL"});
+  return command;
+}
+
+std::pair<FileDescriptor, int> listenOnLoopback() {
+  FileDescriptor listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_in address = loopback(0);
   socklen_t length = sizeof address;
-  if (::bind(probe.get(), reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
-      ::getsockname(probe.get(), reinterpret_cast<sockaddr*>(&address), &length) != 0)
+  auto* const generic = reinterpret_cast<sockaddr*>(&address);
+  if (::bind(listener.get(), generic, length) != 0 || ::listen(listener.get(), SOMAXCONN) != 0 ||
+      ::getsockname(listener.get(), generic, &length) != 0)
     fail("no free port");
-  return ntohs(address.sin_port);
+  return {std::move(listener), ntohs(address.sin_port)};
 }
 
 bool isListening(int port) { return connects(AF_INET, loopback(port)); }
 
-bool isListening(const std::filesystem::path& socket) {
+bool isListening(const std::filesystem::path& socket) { return connects(AF_UNIX, addressOf(socket)); }
+
+sockaddr_un addressOf(const std::filesystem::path& socket) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   const std::string path = socket.string();
   if (path.size() >= sizeof address.sun_path) fail("the path of the socket is too long: " + path);
   std::memcpy(address.sun_path, path.data(), path.size());
-  return connects(AF_UNIX, address);
+  return address;
 }
 
 }  // namespace pellor

@@ -15,41 +15,12 @@
 #include "testing/LogCollector.h"
 #include "tests/contract/SystemNotifyBusContract.h"
 #include "tests/linux/ServedProcesses.h"
-#include "tests/linux/TemporaryFolder.h"
-#include "tests/services/Server.h"
+#include "tests/services/BusDaemon.h"
 
 namespace pellor {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// A bus daemon at a path.
-class BusDaemon {
- public:
-  explicit BusDaemon(fs::path folder) : _folder(std::move(folder)) {
-    writeFile(_folder / "bus.conf",
-              "<!DOCTYPE busconfig PUBLIC '-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN' "
-              "'http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd'>"
-              "<busconfig><type>session</type><listen>" +
-                  address() +
-                  "</listen><auth>EXTERNAL</auth><policy context='default'><allow send_destination='*'/>"
-                  "<allow eavesdrop='true'/><allow own='*'/></policy></busconfig>");
-  }
-
-  std::string address() const { return "unix:path=" + (_folder / "bus").string(); }
-  void start() {
-    _server.emplace(Server::Options{{"dbus-daemon", "--nofork", "--config-file=" + (_folder / "bus.conf").string()},
-                                    {},
-                                    _folder / "bus.log",
-                                    ""},
-                    [this] { return isListening(_folder / "bus"); });
-  }
-  Server& server() { return *_server; }
-
- private:
-  const fs::path _folder;
-  std::optional<Server> _server;
-};
 
 /// What the processes of a test have in common.
 enum class Common { busAndFolder, busAlone, folderAlone };
@@ -76,7 +47,7 @@ class Buses {
                                         std::move(options));
   }
   void breakConnection(int /*number*/) {
-    daemon.server().kill();
+    daemon.kill();
     daemon.start();
   }
   template <class Condition>
@@ -122,7 +93,7 @@ TEST_F(SessionBusTest, ABusThatIsKilledAmidPostsIsReportedOnceAndWhatWasPostedMe
     for (int round = 0; round < 200; ++round, ++posted) post(0, "name");
   };
   postMany();
-  _buses.daemon.server().kill();
+  _buses.daemon.kill();
   postMany();
   EXPECT_TRUE(runUntil([&] { return own == posted; }));
   EXPECT_EQ(quiet, 0);
@@ -136,22 +107,27 @@ TEST_F(SessionBusTest, ABusThatIsKilledAmidPostsIsReportedOnceAndWhatWasPostedMe
   EXPECT_TRUE(runUntil([&] { return own == posted + 1 && others > before; }));
 }
 
-TEST_F(SessionBusTest, WhatCouldNotBeSentGoesOutOnceTheBusIsThere) {
+TEST_F(SessionBusTest, WithoutABusTheFolderServesAloneAndWhatCouldNotBeSentGoesOutOnceItIsThere) {
   const fs::path place = _buses.temporary / "place";
-  const auto poster = _buses.make(0, _buses.temporary / "poster", {"unix:path=" + place.string(), _buses.Patience});
+  const SessionBusOptions options{"unix:path=" + place.string(), _buses.Patience};
+  const auto poster = _buses.make(0, _buses.temporary / "poster", options);
+  int own = 0, others = 0;
+  poster->addObserver(
+      &own, [&] { ++own; }, "name");
   poster->post("name");
   EXPECT_TRUE(_buses.process(0).settle(30)) << "a bus that is away is not waited for";
+  EXPECT_EQ(own, 1);
   EXPECT_EQ(logged(Away), 1u);
-  int heard = 0;
-  observe(1, "name", heard);
+  EXPECT_EQ(SessionBus::report(options).state, ServiceReport::State::fails);
+  observe(1, "name", others);
   fs::create_symlink(_buses.temporary / "bus", place);
-  EXPECT_TRUE(runUntil([&] { return heard == 1; }));
+  EXPECT_TRUE(runUntil([&] { return others == 1; }));
 }
 
 TEST_F(SessionBusTest, ABusThatHangsHoldsNobodyUp) {
   const auto hasty =
       _buses.make(0, _buses.temporary / "hasty", {_buses.daemon.address(), std::chrono::milliseconds(1)});
-  _buses.daemon.server().sendSignal(SIGSTOP);
+  _buses.daemon.sendSignal(SIGSTOP);
   int heard = 0;
   hasty->addObserver(
       &heard, [&] { ++heard; }, "name");
@@ -161,7 +137,7 @@ TEST_F(SessionBusTest, ABusThatHangsHoldsNobodyUp) {
   EXPECT_EQ(logged(Away), 1u);
   EXPECT_EQ(SessionBus::report({_buses.daemon.address(), std::chrono::milliseconds(1)}).state,
             ServiceReport::State::fails);
-  _buses.daemon.server().sendSignal(SIGCONT);
+  _buses.daemon.sendSignal(SIGCONT);
   const ServiceReport report = SessionBus::report({_buses.daemon.address(), _buses.Patience});
   EXPECT_EQ(report.state, ServiceReport::State::works) << report.detail;
 }
@@ -186,11 +162,8 @@ TEST_F(SessionBusTest, TheSignalIsThatOfTheInterface) {
   int heard = 0;
   observe(0, "org.tapnote.changed", heard);
   const auto send = [&](const std::string& argument) {
-    runTool({{"dbus-send", "--bus=" + _buses.daemon.address(), "--type=signal", "/org/tapnote/Pellor/Notify1",
-              "org.tapnote.Pellor.Notify1.Posted", argument},
-             {},
-             _buses.temporary / "dbus-send.log",
-             ""});
+    runTool({"dbus-send", "--bus=" + _buses.daemon.address(), "--type=signal", "/org/tapnote/Pellor/Notify1",
+             "org.tapnote.Pellor.Notify1.Posted", argument});
   };
   send("int32:1");
   send("string:org.tapnote");
@@ -198,18 +171,6 @@ TEST_F(SessionBusTest, TheSignalIsThatOfTheInterface) {
   EXPECT_TRUE(runUntil([&] { return heard >= 1; }));
   flush(0);
   EXPECT_EQ(heard, 1);
-}
-
-TEST_F(SessionBusTest, WithoutABusTheFolderServesAloneAndTheLogSaysSoOnce) {
-  const auto alone = _buses.make(0, _buses.temporary / "alone", {_buses.NoBus, _buses.Patience});
-  int heard = 0;
-  alone->addObserver(
-      &heard, [&] { ++heard; }, "name");
-  alone->post("name");
-  EXPECT_TRUE(_buses.process(0).settle(30));
-  EXPECT_EQ(heard, 1);
-  EXPECT_EQ(logged(Away), 1u);
-  EXPECT_EQ(SessionBus::report({_buses.NoBus, _buses.Patience}).state, ServiceReport::State::fails);
 }
 
 TEST(SessionBusAddressTest, IsThatOfTheVariableElseTheSocketOfTheLogin) {
