@@ -11,34 +11,29 @@
 #include <utility>
 #include <vector>
 
-#include "linux/SQLitePreferences.h"
 #include "linux/mosquitto/GenerationMerge.h"
 #include "linux/mosquitto/KeptMessages.h"
-#include "linux/mosquitto/SealingKeys.h"
 #include "tests/services/PairedDeviceFixture.h"
 
 namespace pellor {
 namespace {
-
-// The keys of a friend list, as version 0.1 stored it.
-const std::string ListKey = "FriendList", TitlesKey = "TNFriendGroupTitles";
 
 class PairedDeviceMergeTest : public PairedDeviceTest {
  protected:
   using Names = std::set<std::string>;
 
   // Lists of friends with a name each
-  static Names namesOn(const Device& device, const std::string& key = "list",
-                       std::string_view nameKey = "ABPersonGUID") {
+  static Names namesOn(const Device& device) {
     Names names;
-    const auto list = device.stored(key);
+    const auto list = device.stored("list");
     for (const Value& element : list && list->array() ? *list->array() : Array()) {
-      if (const auto name = stringForKey(*element.dictionary(), nameKey)) names.insert(*name);
+      if (const auto name = stringForKey(*element.dictionary(), "ABPersonGUID")) names.insert(*name);
     }
     return names;
   }
   /// As a program does: over what it has read.
-  static void edit(const Device& device, const std::string& key, const std::function<void(Array&)>& change) {
+  static void edit(const Device& device, const std::function<void(Array&)>& change) {
+    const std::string key = "list";
     Process process;
     const auto store = device.preferences->storeFor(process);
     PreferenceWriteOutcome outcome{};
@@ -53,10 +48,10 @@ class PairedDeviceMergeTest : public PairedDeviceTest {
     EXPECT_EQ(outcome, PreferenceWriteOutcome::written);
   }
   static void add(const Device& device, const std::string& name) {
-    edit(device, "list", [&](Array& list) { list.emplace_back(Dictionary{{"ABPersonGUID", name}}); });
+    edit(device, [&](Array& list) { list.emplace_back(Dictionary{{"ABPersonGUID", name}}); });
   }
   static void remove(const Device& device, const std::string& name) {
-    edit(device, "list", [&](Array& list) { std::erase(list, Value(Dictionary{{"ABPersonGUID", name}})); });
+    edit(device, [&](Array& list) { std::erase(list, Value(Dictionary{{"ABPersonGUID", name}})); });
   }
   void push() { _devices.sender->synchronizeDomainKeys(SyncDomain, {"list", "titles"}); }
   void pushBack() { _devices.backSender->synchronizeDomainKeys(SyncDomain, {"list", "titles"}); }
@@ -115,14 +110,6 @@ TEST_F(PairedDeviceMergeTest, EditsOfBothAtOnceAreOnBothAfterwards) {
   EXPECT_EQ(_devices.laptop.stored("titles"), _devices.phone.stored("titles")) << "one of two that conflict";
 
   // To and fro: each knows what the other one has by now.
-  remove(_devices.phone, "phone");
-  pushBack();
-  ASSERT_TRUE(_devices.runUntilAtRest());
-  expectOnBoth({"2", "3", "laptop"});
-  add(_devices.laptop, "phone");
-  push();
-  ASSERT_TRUE(_devices.runUntilAtRest());
-  expectOnBoth({"2", "3", "laptop", "phone"});
   const Value former = *_devices.laptop.stored("list");
   add(_devices.phone, "undone");
   pushBack();
@@ -273,89 +260,68 @@ TEST_F(PairedDeviceMergeTest, AStateThatCannotBeReadLosesNobody) {
   EXPECT_TRUE(namesOn(_devices.phone).contains("phone"));
 }
 
-// A device folder of version 0.1 has digests of what was exchanged, and not the values.
-TEST_F(PairedDeviceMergeTest, ADeviceOfVersion01GoesOnWithWhatItKnows) {
-  const std::filesystem::path data = std::filesystem::path(PELLOR_TEST_DATA) / "0.1/device";
-  const auto takeOver = [&](const Device& device, const std::string& name, const std::string& state) {
-    for (const std::string& file : {std::string("peer"), std::string("sealing"), state}) {
-      std::filesystem::copy(data / name / "data/device" / file, device.pairing.folder() / file);
-    }
-    // The phone's contacts have not touched its list since.
-    std::filesystem::copy(data / "laptop/data/preferences.sqlite", device.folder / "preferences.sqlite");
-    SQLitePreferences store(device.folder.path(), device.folder / "defaults.json", LogHandle("", "", nullptr));
-    for (const auto& key : {ListKey, TitlesKey}) device.store(key, store.copyValue(key, SyncDomain).value());
-  };
-  takeOver(_devices.laptop, "laptop", "outgoing");
-  takeOver(_devices.phone, "phone", "incoming");
-  _devices.keys = {{SyncDomain, {ListKey, TitlesKey, "DidNormalizeFriendListDestinations"}}};
-  const auto namesOnPhone = [&] { return namesOn(_devices.phone, ListKey, "Name"); };
-  const auto before = namesOnPhone();
-  ASSERT_TRUE(before.contains("Anna Kellerwald"));
-  const auto removeOnLaptop = [&](const std::string& name) {
-    edit(_devices.laptop, ListKey, [&](Array& list) {
-      std::erase_if(list, [&](const Value& value) { return stringForKey(*value.dictionary(), "Name") == name; });
-    });
-  };
-
-  // The list here is the one that was exchanged: that can be seen, and the removal holds.
-  removeOnLaptop("Anna Kellerwald");
-  _devices.startSending();
-  _devices.sender->synchronizeDomainKeys(SyncDomain, {ListKey});
-  _devices.startReceiving();
-  ASSERT_TRUE(_devices.runUntilInStep());
-  auto expected = before;
-  expected.erase("Anna Kellerwald");
-  EXPECT_EQ(namesOnPhone(), expected);
-
-  // Another device of that version has an edit that was never sent: nobody counts as removed.
-  _devices.receiver.reset();
-  std::filesystem::copy(data / "phone/data/device/incoming", _devices.phone.pairing.folder() / "incoming",
-                        std::filesystem::copy_options::overwrite_existing);
-  KeptMessages(_devices.phone.pairing.folder()).retain({});
-  edit(_devices.phone, ListKey, [&](Array& list) { list.emplace_back(Dictionary{{"Name", "unsent"}}); });
-  expected = namesOnPhone();
-  removeOnLaptop("Jörg Mühlgrab");
-  _devices.sender->synchronizeDomainKeys(SyncDomain, {ListKey});
-  _devices.startReceiving();
-  ASSERT_TRUE(_devices.runUntilInStep());
-  EXPECT_EQ(namesOnPhone(), expected);
-}
-
 // Without a broker
 
-TEST(GenerationMergeTest, WhatCrossedIsKnownToBothOnceItWasAnswered) {
-  const TemporaryFolder folder;
-  const KeptMessages kept(folder.path());
-  const DomainKey key(SyncDomain, "list");
-  const auto list = [](const std::set<std::string>& names) {
+class GenerationMergeTest : public testing::Test {
+ protected:
+  using Names = std::set<std::string>;
+
+  static Value list(const Names& names) {
     Array elements;
     for (const std::string& name : names) elements.emplace_back(Dictionary{{"ABPersonGUID", name}});
-    return Value(elements);
-  };
-  const auto message = [&](const std::set<std::string>& names) { return *encode(KeyMessage{key, list(names)}); };
-  const auto keep = [&](const std::set<std::string>& names) {
+    return elements;
+  }
+  Data message(const Names& names) const { return *encode(KeyMessage{key, list(names)}); }
+  Manifest manifestOf(const Names& names) const { return {{key, digestOf(message(names))}}; }
+  Manifest keep(const Names& names) const {
     EXPECT_TRUE(kept.keep(message(names)));
-    return Manifest{{key, digestOf(message(names))}};
-  };
-  const auto arrived = [&](std::uint64_t generation, std::uint64_t included, const std::set<std::string>& names) {
-    return ArrivedGeneration{generation, {{{key, digestOf(message(names))}}, included}, {{key, message(names)}}};
-  };
+    return manifestOf(names);
+  }
+  GenerationMerge mergeOf(const IncomingState& state, const OutgoingState& outgoing, const Names& arrived,
+                          std::uint64_t generation, std::uint64_t included) const {
+    return {{state, outgoing, kept, merge, false},
+            ArrivedGeneration{generation, {manifestOf(arrived), included}, {{key, message(arrived)}}}};
+  }
+  static Value merged(const GenerationMerge& merge, const Names& stored) {
+    return merge.merged(SyncDomain, {{"list", list(stored)}}).values.at("list");
+  }
+
+  const TemporaryFolder folder;
+  const KeptMessages kept{folder.path()};
+  const DomainKey key{SyncDomain, "list"};
   const ValuesMerge merge = mergeSets;
+};
+
+TEST_F(GenerationMergeTest, WhatCrossedIsKnownToBothOnceItWasAnswered) {
   IncomingState state;
   state.generation = 5;
   state.stored = keep({"both"});
   state.addSent(1, keep({"both", "own"}), 0);
-  const GenerationMerge crossed({state, {}, kept, merge, false}, arrived(6, 0, {"both", "other"}));
-  EXPECT_EQ(crossed.merged(SyncDomain, {{"list", list({"both", "own"})}}).values.at("list"),
-            Value(Array{Dictionary{{"ABPersonGUID", "both"}}, Dictionary{{"ABPersonGUID", "other"}},
-                        Dictionary{{"ABPersonGUID", "own"}}}));
+  const GenerationMerge crossed = mergeOf(state, {}, {"both", "other"}, 6, 0);
+  EXPECT_EQ(merged(crossed, {"both", "own"}), list({"both", "other", "own"}));
   const auto next = crossed.next();
   ASSERT_TRUE(next);
 
   // Removed here since; the answer, which has the one that was sent, does not know of that.
-  const GenerationMerge answer({*next, {}, kept, merge, false}, arrived(7, 1, {"both", "other", "own"}));
-  EXPECT_EQ(answer.merged(SyncDomain, {{"list", list({"both", "own"})}}).values.at("list"), list({"both", "own"}));
+  const GenerationMerge answer = mergeOf(*next, {}, {"both", "other", "own"}, 7, 1);
+  EXPECT_EQ(merged(answer, {"both", "own"}), list({"both", "own"}));
   EXPECT_TRUE(answer.next()->sent.empty());
+}
+
+// A device of version 0.1 has digests of what was exchanged, and not the values.
+TEST_F(GenerationMergeTest, WhereOnlyTheDigestIsKnownARemovalHoldsAsLongAsNothingWasEditedHere) {
+  const Names exchanged = {"both", "removed"};
+  IncomingState received;
+  received.generation = 5;
+  received.stored = manifestOf(exchanged);
+  IncomingState nothing;
+  nothing.wasDamaged = true;
+  OutgoingState sent;
+  sent.sent[key] = {digestOf(message(exchanged)), 3};
+  for (const GenerationMerge& each : {mergeOf(received, {}, {"both"}, 6, 0), mergeOf(nothing, sent, {"both"}, 6, 3)}) {
+    EXPECT_EQ(merged(each, exchanged), list({"both"}));
+    EXPECT_EQ(merged(each, {"both", "own", "removed"}), list({"both", "own", "removed"}));
+  }
 }
 
 }  // namespace

@@ -233,66 +233,6 @@ TEST_F(PostgreSQLHearingTest, AListThatIsWrittenIsHeardOfAlsoWhenItsWriterEndsBe
 
 // What goes wrong
 
-std::int64_t numberIn(const Value& list) {
-  return *valueForKey(*list.longArray()->at(0).dictionary(), "ABRecordID")->integer();
-}
-
-/// Writes one value after the other, as long as it may, and remembers the last one of which it was told that it is
-/// stored.
-class Editor {
- public:
-  Editor(const Client& client, std::string key) : _client(client), _key(std::move(key)), _thread([this] { edit(); }) {}
-  void stop() {
-    _isStopped = true;
-    _thread.join();
-  }
-  std::int64_t confirmed() const { return _confirmed; }
-
- private:
-  void edit() {
-    for (std::int64_t number = 1; !_isStopped; ++number) {
-      EXPECT_TRUE(_client.becomesConnected());
-      if (_client.save(_key, Array(static_cast<std::size_t>(number % 70) + 1, person(number)))) _confirmed = number;
-    }
-  }
-
-  const Client& _client;
-  const std::string _key;
-  std::atomic<bool> _isStopped = false;
-  std::atomic<std::int64_t> _confirmed = 0;
-  std::thread _thread;
-};
-
-TEST(PostgreSQLFailureTest, AServerThatIsKilledAmidEditsLosesNoneThatWasSaved) {
-  PostgreSQLCluster own;
-  Process process;
-  const PostgreSQLOptions options = patient(own.connection("postgres"));
-  const Client first(process, options), second(process, options);
-  Editor one(first, "one"), other(second, "other");
-  const auto bothHaveSaved = [&](std::int64_t more) {
-    const std::int64_t atOne = one.confirmed() + more, atOther = other.confirmed() + more;
-    EXPECT_TRUE(comesTrue([&] { return one.confirmed() >= atOne && other.confirmed() >= atOther; }));
-  };
-  bothHaveSaved(50);
-  own.kill();
-  for (const Client* client : {&first, &second}) {
-    EXPECT_TRUE(comesTrue([client] { return client->log->contains("cannot be used"); }));
-  }
-  own.start();
-  bothHaveSaved(50);
-  for (Editor* editor : {&one, &other}) editor->stop();
-  const Client reader(process, options);
-  for (const Client* client : {&first, &second}) {
-    EXPECT_TRUE(client->store->synchronize(Domain));
-    EXPECT_EQ(client->log->messages().size(), 2u) << "away and back";
-    EXPECT_EQ(client->log->count("can be used again"), 1u);
-    for (const auto& [key, editor] : {std::pair{"one", &one}, std::pair{"other", &other}}) {
-      EXPECT_EQ(client->value(key), reader.value(key));
-      EXPECT_GE(numberIn(*client->value(key)), editor->confirmed());
-    }
-  }
-}
-
 TEST(PostgreSQLFailureTest, APartitionIsNoticedAndHealsByItself) {
   const std::string database = cluster().makeDatabase();
   const TemporaryFolder folder;

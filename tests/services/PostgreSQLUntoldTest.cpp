@@ -31,52 +31,13 @@ struct DetourToDatabase {
   Detour detour{folder / PostgreSQLCluster::SocketName, cluster().folder() / PostgreSQLCluster::SocketName};
 };
 
-/// A caller that waits until the server can be reached before it calls.
-class WaitingStore final : public PreferencesStore {
- public:
-  WaitingStore(Process& process, PostgreSQLOptions options) : _client(process, std::move(options)) {}
-
-  PreferenceAnswer<Value> copyValue(std::string_view key, std::string_view domain) override {
-    return store().copyValue(key, domain);
-  }
-  PreferenceAnswer<std::int64_t> integerValue(std::string_view key, std::string_view domain) override {
-    return store().integerValue(key, domain);
-  }
-  PreferenceAnswer<bool> booleanValue(std::string_view key, std::string_view domain) override {
-    return store().booleanValue(key, domain);
-  }
-  void setValue(std::string_view key, std::optional<Value> value, std::string_view domain) override {
-    store().setValue(key, std::move(value), domain);
-  }
-  bool synchronize(std::string_view domain) override { return store().synchronize(domain); }
-  PreferenceAnswer<VersionedPreferences> read(std::span<const std::string> keys, std::string_view domain) override {
-    return store().read(keys, domain);
-  }
-  PreferenceWriteAnswer write(const PreferenceChanges& changes, PreferenceWriteID id,
-                              std::string_view domain) override {
-    return store().write(changes, id, domain);
-  }
-  PutAside putAside(std::string_view key, std::string_view domain) override { return store().putAside(key, domain); }
-  std::optional<Value> persistentValueForKey(std::string_view key, std::string_view domain) override {
-    return store().persistentValueForKey(key, domain);
-  }
-
- private:
-  PostgreSQLPreferences& store() {
-    EXPECT_TRUE(_client.becomesConnected());
-    return *_client.store;
-  }
-
-  const Client _client;
-};
-
 class PostgreSQLDetours {
  public:
   std::shared_ptr<PreferencesStore> open() {
     PostgreSQLOptions options = patient(_way.connection());
     // A session whose client is gone holds the domain for a quarter of it, and the others wait for half of it.
     options.answerLimit = 8;
-    return std::make_shared<WaitingStore>(_process, std::move(options));
+    return _clients.emplace_back(_process, options).store;
   }
   static std::vector<UntoldWrite> untoldWrites() {
     return {UntoldWrite::stored, UntoldWrite::lost, UntoldWrite::delayed};
@@ -87,11 +48,15 @@ class PostgreSQLDetours {
                                    : way == UntoldWrite::lost ? Fate::lost
                                                               : Fate::held);
   }
+  void becomeUsable() const {
+    for (const Client& client : _clients) EXPECT_TRUE(client.becomesConnected());
+  }
   void deliver() { _way.detour.serveHeld(); }
 
  private:
   DetourToDatabase _way;
   Process _process;
+  std::list<Client> _clients;
 };
 
 INSTANTIATE_TYPED_TEST_SUITE_P(PostgreSQL, PreferencesUntoldContract, PostgreSQLDetours);
@@ -167,11 +132,16 @@ class Counter {
   }
   std::int64_t written() const { return _written; }
   bool wasUntold() const { return _wasUntold; }
+  /// Whether the last edit without versions that was reported as saved is stored, or a later one.
+  bool keptWhatWasSaved(const Client& reader) const {
+    return static_cast<std::int64_t>(reader.value(_own + " without versions")->array()->size()) >= _saved;
+  }
 
  private:
   void count() {
-    while (!_isStopped) {
+    for (std::int64_t number = 1; !_isStopped; ++number) {
       if (countOnce()) ++_written;
+      if (_client.save(_own + " without versions", Array(static_cast<std::size_t>(number), "edit"))) _saved = number;
     }
   }
 
@@ -200,6 +170,7 @@ class Counter {
   std::atomic<bool> _isStopped = false;
   std::atomic<bool> _wasUntold = false;
   std::atomic<std::int64_t> _written = 0;
+  std::atomic<std::int64_t> _saved = 0;
   std::thread _thread;
 };
 
@@ -226,6 +197,11 @@ TEST(PostgreSQLUntoldTest, MachinesThatCountTogetherLoseAndDoubleNoCountWhenAnsw
   own.start();
   bothCount();
   for (Counter* counter : {&one, &other}) counter->stop();
+  const Client reader(process, patient(own.connection("postgres")));
+  EXPECT_TRUE(reader.store->synchronize(Client::Domain));
+  for (const Counter* counter : {&one, &other}) EXPECT_TRUE(counter->keptWhatWasSaved(reader));
+  EXPECT_EQ(first.log->count("cannot be used"), 1u) << "away once";
+  EXPECT_EQ(first.log->messages().size(), 2u) << "and back";
   EXPECT_TRUE(other.wasUntold());
   EXPECT_EQ(stored(first, "counter").value, Value(one.written() + other.written()));
 }
