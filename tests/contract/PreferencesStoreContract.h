@@ -15,14 +15,11 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstddef>
 #include <limits>
 #include <memory>
 #include <optional>
-#include <random>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -211,84 +208,8 @@ TYPED_TEST_P(PreferencesStoreContract, ADamagedValueIsGivenAsItIsAndPutAside) {
   EXPECT_EQ(nothing.lastGood, std::nullopt);
 }
 
-TYPED_TEST_P(PreferencesStoreContract, SeveralThreadsMayCallAtOnceAndLoseNothing) {
-  constexpr int last = 50'000;
-  const auto store = this->_stores.open();
-  const auto write = [&store](const char* key) {
-    for (int value = 1; value <= last; ++value) {
-      // Meanwhile another thread may be writing the value before.
-      store->setValue(key, value, ContractDomain);
-      ASSERT_TRUE(value % 1000 != 0 || store->synchronize(ContractDomain));
-      ASSERT_EQ(store->integerValue(key, ContractDomain).value(), value);
-    }
-  };
-  std::vector<std::thread> threads;
-  for (const char* key : {"first", "second", "third"}) threads.emplace_back(write, key);
-  for (std::thread& thread : threads) thread.join();
-  const auto reader = this->_stores.open();
-  for (const char* key : {"first", "second", "third"}) EXPECT_EQ(this->valueIn(*reader, key), Value(last));
-}
-
-TYPED_TEST_P(PreferencesStoreContract, WhatWasWrittenTogetherIsSeenTogetherAndInItsOrder) {
-  const auto writer = this->_stores.open(), reader = this->_stores.open();
-  std::atomic<bool> isDone = false;
-  std::thread writing([&] {
-    for (int value = 1; value <= 200; ++value) {
-      writer->setValue("first", value, ContractDomain);
-      writer->setValue("second", persons(static_cast<std::size_t>(value)), ContractDomain);
-      EXPECT_TRUE(writer->synchronize(ContractDomain));
-    }
-    isDone = true;
-  });
-  for (std::int64_t last = 0; !isDone;) {
-    EXPECT_TRUE(reader->synchronize(ContractDomain));
-    const auto first = reader->integerValue("first", ContractDomain).value().value_or(0);
-    const auto second = this->valueIn(*reader, "second").value_or(Array{});
-    EXPECT_EQ(static_cast<std::size_t>(first), second.array()->size());
-    EXPECT_GE(first, last);
-    last = first;
-  }
-  writing.join();
-}
-
-// Long arrays are written and read in part where only a part of them changed.
-TYPED_TEST_P(PreferencesStoreContract, WhoeverWroteLastWinsWholeWhateverItWasBasedOn) {
-  std::mt19937 random(7);
-  const auto below = [&](std::size_t limit) {
-    return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random);
-  };
-  std::shared_ptr<PreferencesStore> stores[] = {this->_stores.open(), this->_stores.open()};
-  for (int round = 0; round < 400; ++round) {
-    const std::size_t turn = below(2), action = below(20);
-    auto &store = stores[turn], &other = stores[1 - turn];
-    std::optional<Value> value = this->valueIn(*store, "key");
-    if (action == 0) {
-      value = std::nullopt;
-    } else if (action == 1) {
-      value = round;
-    } else if (action < 6 || !value || !value->longArray()) {
-      value = persons(below(130));
-    } else {
-      for (auto edits = below(4); edits > 0; --edits) {
-        value = withElement(*value->longArray(), below(value->longArray()->size()), person(round));
-      }
-    }
-    store->setValue("key", value, ContractDomain);
-    ASSERT_TRUE(store->synchronize(ContractDomain));
-    ASSERT_EQ(this->valueIn(*store, "key"), value) << round;
-    if (below(10) == 0) other = this->_stores.open();
-    if (below(2) == 0) continue;
-    ASSERT_TRUE(other->synchronize(ContractDomain));
-    ASSERT_EQ(this->valueIn(*other, "key"), value) << round;
-    ASSERT_EQ(other->putAside("key", ContractDomain).lastGood, value) << round;
-  }
-}
-
 REGISTER_TYPED_TEST_SUITE_P(PreferencesStoreContract, ValuesKeepTheirKindAndContent,
                             OthersSeeAChangeOnlyAfterBothSynchronizedItsDomain, AFailedWriteWritesNothingAndIsDropped,
-                            UnreadableIsNotNone, ADamagedValueIsGivenAsItIsAndPutAside,
-                            SeveralThreadsMayCallAtOnceAndLoseNothing,
-                            WhatWasWrittenTogetherIsSeenTogetherAndInItsOrder,
-                            WhoeverWroteLastWinsWholeWhateverItWasBasedOn);
+                            UnreadableIsNotNone, ADamagedValueIsGivenAsItIsAndPutAside);
 
 }  // namespace pellor

@@ -185,27 +185,13 @@ TYPED_TEST_P(PreferencesVersionsContract, AFailureChangesNothing) {
   EXPECT_EQ(this->copied(writer, "key"), Value("new"));
 }
 
-TYPED_TEST_P(PreferencesVersionsContract, VersionsOutliveTheProcesses) {
-  const auto inOneMore = [this](const auto& use) {
-    auto writer = this->open();
-    return use(writer);
-  };
-  const auto stored = inOneMore([](auto& writer) {
-    writer.store("removed", setTo("once"));
-    return writer.store("key", setTo(persons(70)));
-  });
-  const auto once = inOneMore([](auto& writer) {
-    const auto found = writer.read("removed");
-    writer.store("removed", removed());
-    return found;
-  });
-  inOneMore([&](auto& writer) {
-    EXPECT_TRUE(isSame(writer.read("key"), stored));
-    EXPECT_GT(writer.store("key", setTo("new", stored.version)).version.count, stored.version.count);
-    EXPECT_GT(writer.store("removed", setTo("once")).version.count, once.version.count);
-    EXPECT_EQ(writer.write({{"removed", removed(once.version)}}).outcome, PreferenceWriteOutcome::overtaken);
-    return 0;
-  });
+TYPED_TEST_P(PreferencesVersionsContract, NoVersionComesAgainOnceTheProcessesHaveEnded) {
+  const auto once = this->open().store("key", setTo("once"));
+  EXPECT_TRUE(isSame(this->open().read("key"), once));
+  this->open().store("key", removed());
+  auto late = this->open();
+  EXPECT_GT(late.store("key", setTo("once")).version.count, once.version.count);
+  EXPECT_EQ(late.write({{"key", removed(once.version)}}).outcome, PreferenceWriteOutcome::overtaken);
 }
 
 TYPED_TEST_P(PreferencesVersionsContract, ADamagedValueHasAVersionAndIsWrittenOver) {
@@ -251,51 +237,56 @@ TYPED_TEST_P(PreferencesVersionsContract, RunsThatDidNotChangeStayTheSame) {
 
 // Long arrays are written and read in part where only a part of them changed: also from what a caller has known for
 // long, with calls in between that know of no versions.
-TYPED_TEST_P(PreferencesVersionsContract, WhatIsStoredIsAlwaysTheLastThatWasNotOvertaken) {
+TYPED_TEST_P(PreferencesVersionsContract, WhatIsStoredIsTheLastThatWasSetOrNotOvertakenWhateverItWasBasedOn) {
   std::mt19937 random(11);
   const auto below = [&](std::size_t limit) {
     return std::uniform_int_distribution<std::size_t>(0, limit - 1)(random);
   };
-  auto one = this->open(), another = this->open();
-  VersionedWriter* const writers[] = {&one, &another};
-  VersionedPreference known[] = {one.read("key"), another.read("key")};
+  VersionedWriter writers[] = {this->open(), this->open()};
+  VersionedPreference known[] = {writers[0].read("key"), writers[1].read("key")};
   VersionedPreference model = known[0];
-  for (int round = 0; round < 400; ++round) {
+  for (int round = 0; round < 600; ++round) {
     SCOPED_TRACE(round);
-    const std::size_t turn = below(2), action = below(10);
-    VersionedWriter& writer = *writers[turn];
+    const std::size_t turn = below(2), action = below(12);
+    VersionedWriter &writer = writers[turn], &other = writers[1 - turn];
     if (below(2) == 0) known[turn] = writer.read("key");
+    const auto base = below(2) == 0 ? known[turn].value : this->copied(writer, "key");
     std::optional<Value> value = LongArray(persons(below(130)));
-    const auto* list = known[turn].value ? known[turn].value->longArray() : nullptr;
     if (action == 0) value = std::nullopt;
-    if (action > 3 && list && list->size() > 0) value = withElement(*list, below(list->size()), person(round));
-    if (action == 1) {
+    if (action == 1) value = round;
+    if (action > 3 && base && base->longArray() && base->longArray()->size() > 0) {
+      value = base;
+      for (auto edits = below(4); edits > 0; --edits)
+        value = withElement(*value->longArray(), below(value->longArray()->size()), person(round));
+    }
+    if (below(3) == 0) {
       this->synchronizeWith(writer, "key", value);
       model = writer.read("key");
-      ASSERT_EQ(model.value, value);
     } else {
       const auto change = value ? setTo(*value, known[turn].version) : removed(known[turn].version);
       const bool isRight = known[turn].version == model.version;
       const auto answer = writer.write({{"key", change}});
       ASSERT_EQ(answer.outcome == PreferenceWriteOutcome::written, isRight);
       ASSERT_EQ(answer.outcome == PreferenceWriteOutcome::overtaken, !isRight);
-      if (isRight) {
-        known[turn] = model = answer.written.at("key");
-        ASSERT_EQ(model.value, value);
-        ASSERT_EQ(this->copied(writer, "key"), value);
-      }
+      if (!isRight) continue;
+      known[turn] = model = answer.written.at("key");
     }
-    ASSERT_TRUE(isSame(writers[below(2)]->read("key"), model));
-    ASSERT_EQ(one.store().putAside("key", ContractDomain).lastGood, model.value);
+    ASSERT_EQ(model.value, value);
+    ASSERT_EQ(this->copied(writer, "key"), value);
+    if (below(10) == 0) other = this->open();
+    if (below(2) == 0) continue;
+    ASSERT_TRUE(isSame(other.read("key"), model));
+    ASSERT_TRUE(other.store().synchronize(ContractDomain));
+    ASSERT_EQ(this->copied(other, "key"), value);
+    ASSERT_EQ(other.store().putAside("key", ContractDomain).lastGood, value);
   }
 }
 
-TYPED_TEST_P(PreferencesVersionsContract, ThreadsThatWriteFromWhatTheyReadLoseNothing) {
-  constexpr int rounds = 100;
+TYPED_TEST_P(PreferencesVersionsContract, ThreadsLoseNothingAndSeeTogetherWhatWasWrittenTogether) {
+  constexpr int rounds = 100, settings = 20'000;
   const auto shared = this->_stores.open(), other = this->_stores.open();
-  const std::shared_ptr<PreferencesStore> stores[] = {shared, shared, other};
   std::atomic<std::uint64_t> writers = 0;
-  std::latch start(4);
+  std::latch start(6);
   const auto countUp = [&](const std::shared_ptr<PreferencesStore>& store) {
     VersionedWriter writer(store, ++writers);
     start.arrive_and_wait();
@@ -306,26 +297,41 @@ TYPED_TEST_P(PreferencesVersionsContract, ThreadsThatWriteFromWhatTheyReadLoseNo
       ASSERT_GE(store->integerValue("first", ContractDomain).value().value_or(0), *number);
     }
   };
-  std::thread setting([&] {
+  const auto set = [&](const char* key) {
     start.arrive_and_wait();
-    for (std::int64_t round = 1; round <= rounds; ++round) {
-      shared->setValue("setting", round, ContractDomain);
-      EXPECT_TRUE(shared->synchronize(ContractDomain));
-      EXPECT_EQ(shared->integerValue("setting", ContractDomain).value(), round);
+    for (std::int64_t value = 1; value <= settings; ++value) {
+      // Meanwhile another thread may be writing the value before.
+      shared->setValue(key, value, ContractDomain);
+      ASSERT_TRUE(value % 200 != 0 || shared->synchronize(ContractDomain));
+      ASSERT_EQ(shared->integerValue(key, ContractDomain).value(), value);
     }
-  });
+  };
   std::vector<std::thread> threads;
-  for (const auto& store : stores) threads.emplace_back(countUp, store);
+  for (const auto& store : {shared, shared, other}) threads.emplace_back(countUp, store);
+  for (const char* key : {"setting", "another"}) threads.emplace_back(set, key);
+
+  const auto reader = this->open();
+  start.arrive_and_wait();
+  std::int64_t last = 0;
+  const auto look = [&] {
+    EXPECT_TRUE(reader.store().synchronize(ContractDomain));
+    const auto number = this->copied(reader, "first").value_or(0).integer();
+    EXPECT_EQ(number, this->copied(reader, "second").value_or(Array{}).array()->size());
+    EXPECT_GE(number, last);
+    last = *number;
+  };
+  for (int round = 0; round < 2 * rounds; ++round) look();
   for (std::thread& thread : threads) thread.join();
-  setting.join();
-  const auto late = this->open();
-  for (const char* key : {"first", "second"}) EXPECT_EQ(late.read(key).value, Value(3 * rounds)) << key;
+  look();
+  EXPECT_EQ(last, 3 * rounds);
+  for (const char* key : {"setting", "another"}) EXPECT_EQ(this->copied(reader, key), Value(settings));
 }
 
 REGISTER_TYPED_TEST_SUITE_P(PreferencesVersionsContract, OnlyWhatWasMadeFromTheStoredVersionIsWritten,
                             AllKeysAreWrittenOrNone, WhatWasSetWaitsForItsOwnSynchronize, AFailureChangesNothing,
-                            VersionsOutliveTheProcesses, ADamagedValueHasAVersionAndIsWrittenOver,
-                            RunsThatDidNotChangeStayTheSame, WhatIsStoredIsAlwaysTheLastThatWasNotOvertaken,
-                            ThreadsThatWriteFromWhatTheyReadLoseNothing);
+                            NoVersionComesAgainOnceTheProcessesHaveEnded, ADamagedValueHasAVersionAndIsWrittenOver,
+                            RunsThatDidNotChangeStayTheSame,
+                            WhatIsStoredIsTheLastThatWasSetOrNotOvertakenWhateverItWasBasedOn,
+                            ThreadsLoseNothingAndSeeTogetherWhatWasWrittenTogether);
 
 }  // namespace pellor

@@ -59,25 +59,24 @@ class VersionedWriter {
     return answer.written.contains(key) ? answer.written.at(key) : VersionedPreference{};
   }
 
-  /// One more under both keys, tried until it is written; what is stored then. Absent when the store failed.
+  /// One more: a number under the first key and as many persons under the second one, tried until it is written; what
+  /// is stored then. Absent when the store failed.
   std::optional<std::int64_t> countUp(const std::string& key, const std::string& second) {
     for (;;) {
       const auto found = readIfPossible({key, second});
       if (!found) return std::nullopt;
-      const auto numberOf = [](const VersionedPreference& stored) {
-        return stored.value ? stored.value->integer().value_or(-1) : 0;
-      };
-      const std::int64_t number = numberOf(found->at(key));
-      if (numberOf(found->at(second)) != number) return std::nullopt;
-      const auto answer = write(
-          {{key, setTo(number + 1, found->at(key).version)}, {second, setTo(number + 1, found->at(second).version)}});
-      if (answer.outcome == PreferenceWriteOutcome::written) return number + 1;
+      const auto &number = found->at(key), &list = found->at(second);
+      const std::int64_t next = number.value ? number.value->integer().value_or(-1) + 1 : 1;
+      const std::size_t count = list.value ? list.value->array()->size() + 1 : 1;
+      if (static_cast<std::size_t>(next) != count) return std::nullopt;
+      const auto answer = write({{key, setTo(next, number.version)}, {second, setTo(persons(count), list.version)}});
+      if (answer.outcome == PreferenceWriteOutcome::written) return next;
       if (answer.outcome != PreferenceWriteOutcome::overtaken) return std::nullopt;
     }
   }
 
  private:
-  const std::shared_ptr<PreferencesStore> _store;
+  std::shared_ptr<PreferencesStore> _store;
   PreferenceWriteID _id;
 };
 
