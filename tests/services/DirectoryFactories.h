@@ -17,18 +17,18 @@ inline std::shared_ptr<ReachabilityService> conversionsIn(const std::string& reg
   return std::make_shared<IdentityService>([region]() -> const std::string& { return region; });
 }
 
-/// `Directory` is made of options that lead nowhere.
-template <class Directory>
+/// `World` is a server with what gives a directory that asks it.
+template <class World>
 struct DirectoryConversions {
   static std::vector<std::string> regions() { return {"DE"}; }
   std::shared_ptr<ReachabilityService> make(const std::string& region) {
     const LogHandle log("test", "reach", nullptr);
-    return std::make_shared<DirectoryReachability>(process, conversionsIn(region), Directory::make(), log);
+    return std::make_shared<DirectoryReachability>(process, conversionsIn(region), world.directory(), log);
   }
   Process process;
+  World world;
 };
 
-/// `World` is a server with what gives a directory that asks it.
 template <class World>
 class DirectoryQueries {
  public:

@@ -100,14 +100,7 @@ class LdapWorld {
   std::optional<Server> _server;
 };
 
-struct IdleLdapDirectory {
-  static std::unique_ptr<DestinationDirectory> make() {
-    return std::make_unique<LdapDirectory>(LdapDirectoryOptions(), conversionsIn("DE"),
-                                           LogHandle("test", "ldap", nullptr));
-  }
-};
-
-INSTANTIATE_TYPED_TEST_SUITE_P(Ldap, ReachabilityConversionsContract, DirectoryConversions<IdleLdapDirectory>);
+INSTANTIATE_TYPED_TEST_SUITE_P(Ldap, ReachabilityConversionsContract, DirectoryConversions<LdapWorld>);
 INSTANTIATE_TYPED_TEST_SUITE_P(Ldap, ReachabilityQueriesContract, DirectoryQueries<LdapWorld>);
 
 struct LdapDirectoryTest : testing::Test, LdapWorld {

@@ -66,13 +66,7 @@ struct MatrixWorld {
   std::shared_ptr<LogCollector> log = std::make_shared<LogCollector>();
 };
 
-struct IdleMatrixDirectory {
-  static std::unique_ptr<DestinationDirectory> make() {
-    return std::make_unique<MatrixDirectory>(MatrixDirectoryOptions(), LogHandle("test", "matrix", nullptr));
-  }
-};
-
-INSTANTIATE_TYPED_TEST_SUITE_P(Matrix, ReachabilityConversionsContract, DirectoryConversions<IdleMatrixDirectory>);
+INSTANTIATE_TYPED_TEST_SUITE_P(Matrix, ReachabilityConversionsContract, DirectoryConversions<MatrixWorld>);
 INSTANTIATE_TYPED_TEST_SUITE_P(Matrix, ReachabilityQueriesContract, DirectoryQueries<MatrixWorld>);
 
 struct MatrixDirectoryTest : testing::Test, MatrixWorld {

@@ -36,18 +36,17 @@ bool isLookup(const Json& body) {
 
 MatrixStub::MatrixStub() {
   std::tie(_listener, _port) = listenOnLoopback();
-  _acceptor = std::thread([this] { accept(); });
+  _thread = std::thread([this] { accept(); });
 }
 
 MatrixStub::~MatrixStub() {
   {
     const MutexLock lock(_mutex);
     _isEnding = true;
-    for (const FileDescriptor& connection : _connections) ::shutdown(connection.get(), SHUT_RDWR);
+    ::shutdown(_connection.get(), SHUT_RDWR);
   }
   ::shutdown(_listener.get(), SHUT_RDWR);
-  _acceptor.join();
-  for (std::thread& thread : _threads) thread.join();
+  _thread.join();
 }
 
 void MatrixStub::set(Behaviour behaviour) {
@@ -72,10 +71,13 @@ bool MatrixStub::waitForRequest() {
 void MatrixStub::accept() {
   for (;;) {
     FileDescriptor connection(::accept4(_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    const MutexLock lock(_mutex);
-    if (!connection || _isEnding) return;
-    const int file = _connections.emplace_back(std::move(connection)).get();
-    _threads.emplace_back([this, file] { serve(file); });
+    const int file = connection.get();
+    {
+      const MutexLock lock(_mutex);
+      _connection = std::move(connection);
+      if (_isEnding || file < 0) return;
+    }
+    serve(file);
   }
 }
 

@@ -1,7 +1,6 @@
 // A Matrix identity service in the test's own process.
 #pragma once
 
-#include <list>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -16,7 +15,7 @@ namespace pellor {
 
 /// Follows version 2 of the published API as far as it is about looking up users: who asks must be logged in,
 /// addresses come hashed with the pepper of the moment, errors have their codes. HTTP/1.1 over
-/// loopback, connections are kept. Any thread.
+/// loopback, one connection after the other, each of which is kept. Any thread.
 class MatrixStub {
  public:
   /// What it is set to. `raw`, where there is one, is sent in place of every answer; then the connection is cut.
@@ -64,10 +63,9 @@ class MatrixStub {
   Condition _asked;
   Behaviour _behaviour PELLOR_GUARDED_BY(_mutex);
   std::vector<std::string> _requests PELLOR_GUARDED_BY(_mutex);
-  std::list<FileDescriptor> _connections PELLOR_GUARDED_BY(_mutex);
+  FileDescriptor _connection PELLOR_GUARDED_BY(_mutex);
   bool _isEnding PELLOR_GUARDED_BY(_mutex) = false;
-  std::list<std::thread> _threads;  // the accepting one's
-  std::thread _acceptor;
+  std::thread _thread;
 };
 
 }  // namespace pellor

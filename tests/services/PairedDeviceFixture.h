@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "tests/services/PairedDevices.h"
 
@@ -32,19 +30,13 @@ class PairedDeviceTest : public testing::Test {
     _devices.told.clear();
     _devices.posts = 0;
   }
-  /// What is retained for a device, by whoever has its certificate.
-  std::vector<std::pair<std::string, Data>> retainedFor(const Device& device) {
-    RawClient client(_devices.process, _devices.broker, device);
-    client.start();
+  /// As somebody with the certificate of a device: publishes, and gives what is retained for it.
+  Messages publishAs(const Device& device, const Messages& messages) {
+    RawClient client(_devices.process, _devices.broker, device, messages);
     EXPECT_TRUE(_devices.runUntil([&] { return client.isDone(); }));
     return client.heard();
   }
-  void publishAs(const Device& device, const std::vector<std::pair<std::string, Data>>& messages) {
-    RawClient client(_devices.process, _devices.broker, device);
-    for (const auto& [topic, payload] : messages) client.publish(topic, payload);
-    client.start();
-    EXPECT_TRUE(_devices.runUntil([&] { return client.isDone(); }));
-  }
+  Messages retainedFor(const Device& device) { return publishAs(device, {}); }
 
   PairedDevices _devices;
 };

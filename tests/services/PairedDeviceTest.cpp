@@ -132,9 +132,7 @@ TEST_F(PairedDeviceTest, StrangersGetNothingAndChangeNothing) {
   const Device stranger(elsewhere, "laptop"), tablet(_devices.broker.authority(), "tablet");
   elsewhere.issue(stranger.pairing, "laptop", _devices.broker.authority());
   {
-    RawClient client(_devices.process, _devices.broker, stranger);
-    client.publish("pellor/phone/laptop/manifest", Data{1});
-    client.start();
+    const RawClient client(_devices.process, _devices.broker, stranger, {{"pellor/phone/laptop/manifest", Data{1}}});
     EXPECT_TRUE(_devices.runUntil([&] { return client.isAway(); })) << "of an authority that the broker does not know";
   }
   // A device that may use the broker but is not paired: for the broker it is another one, whatever it says.

@@ -52,11 +52,14 @@ MergedValues mergeSets(const std::string&, const Dictionary& base, const Diction
   return {values, 0};
 }
 
-RawClient::RawClient(Process& process, const Broker& broker, const Device& device)
+RawClient::RawClient(Process& process, const Broker& broker, const Device& device, Messages published)
     : _process(process),
       _topic("pellor/" + *device.pairing.name() + "/#"),
+      _published(std::move(published)),
       _connection(*this, broker.options(), device.pairing.credentials(), "raw-" + *device.pairing.name(), {},
-                  LogHandle("", "", nullptr)) {}
+                  LogHandle("", "", nullptr)) {
+  _connection.start();
+}
 
 void RawClient::connected() { _connection.subscribe(_topic); }
 

@@ -42,21 +42,20 @@ class Device {
   const DevicePairing pairing{folder / "device"};
 };
 
+/// Payloads by topic, latest last.
+using Messages = std::vector<std::pair<std::string, Data>>;
+
 /// A client of the broker that says and hears what it likes to.
 class RawClient final : private MQTTConnection::Client {
  public:
-  /// Hears what is sent to `device`.
-  RawClient(Process& process, const Broker& broker, const Device& device);
+  /// Hears what is sent to `device`, and then publishes.
+  RawClient(Process& process, const Broker& broker, const Device& device, Messages published);
   ~RawClient() override { _heard.reset(); }
-  /// For the broker, as soon as it is connected. Before the first `runUntil`.
-  void publish(const std::string& topic, Data payload) { _published.emplace_back(topic, std::move(payload)); }
-  void start() { _connection.start(); }
 
   /// Whether all that was published is with the broker, or refused.
   bool isDone() const { return *_isDone; }
   bool isAway() const { return !_connection.problem().empty(); }
-  /// By topic, latest last.
-  const std::vector<std::pair<std::string, Data>>& heard() const { return *_heard; }
+  const Messages& heard() const { return *_heard; }
 
  private:
   void work() override { _connection.setWanted(true); }
@@ -71,10 +70,9 @@ class RawClient final : private MQTTConnection::Client {
 
   Process& _process;
   const std::string _topic;
-  std::vector<std::pair<std::string, Data>> _published;
+  const Messages _published;
   std::shared_ptr<bool> _isDone = std::make_shared<bool>(false);
-  std::shared_ptr<std::vector<std::pair<std::string, Data>>> _heard =
-      std::make_shared<std::vector<std::pair<std::string, Data>>>();
+  std::shared_ptr<Messages> _heard = std::make_shared<Messages>();
   MQTTConnection _connection;
 };
 

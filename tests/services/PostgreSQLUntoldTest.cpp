@@ -8,7 +8,6 @@
 #include <optional>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "linux/postgresql/PostgreSQLPreferences.h"
