@@ -269,7 +269,7 @@ TYPED_TEST_P(PreferencesVersionsContract, WhatIsStoredIsTheLastThatWasSetOrNotOv
 }
 
 TYPED_TEST_P(PreferencesVersionsContract, ThreadsLoseNothingAndSeeTogetherWhatWasWrittenTogether) {
-  constexpr int rounds = 100, settings = 20'000;
+  constexpr int rounds = 100, settings = 50'000;
   const auto shared = this->_stores.open(), other = this->_stores.open();
   std::atomic<std::uint64_t> writers = 0;
   std::latch start(6);
@@ -283,18 +283,19 @@ TYPED_TEST_P(PreferencesVersionsContract, ThreadsLoseNothingAndSeeTogetherWhatWa
       ASSERT_GE(store->integerValue("first", ContractDomain).value().value_or(0), *number);
     }
   };
-  const auto set = [&](const char* key) {
+  const auto set = [&](const char* key, int synchronizedEvery) {
     start.arrive_and_wait();
     for (std::int64_t value = 1; value <= settings; ++value) {
       // Meanwhile another thread may be writing the value before.
       shared->setValue(key, value, ContractDomain);
-      ASSERT_TRUE(value % 200 != 0 || shared->synchronize(ContractDomain));
+      ASSERT_TRUE(value % synchronizedEvery != 0 || shared->synchronize(ContractDomain));
       ASSERT_EQ(shared->integerValue(key, ContractDomain).value(), value);
     }
   };
   std::vector<std::thread> threads;
   for (const auto& store : {shared, shared, other}) threads.emplace_back(countUp, store);
-  for (const char* key : {"setting", "another"}) threads.emplace_back(set, key);
+  threads.emplace_back(set, "setting", 500);
+  threads.emplace_back(set, "another", settings / 2);
 
   const auto reader = this->open();
   start.arrive_and_wait();
