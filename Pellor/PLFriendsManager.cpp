@@ -7,6 +7,7 @@
 #include "Pellor/PLBundle.h"
 #include "Pellor/PLDestination.h"
 #include "Pellor/PLMainQueueCheck.h"
+#include "Pellor/PLMetadataSnapshot.h"
 #include "Pellor/PLPersonIdentityChanges.h"
 #include "Pellor/PLPosting.h"
 #include "Pellor/PLSkipChecks.h"
@@ -373,6 +374,7 @@ void PLFriendsManager::_startListInPlaceOfDamaged() { _createEmptyFriendList(); 
 
 // What is stored, with the own edits that are not on top of it, becomes the list.
 void PLFriendsManager::_takeOver(const PLStoredList& stored) {
+  const PLMetadataSnapshot snapshot(_process.local<PLPersonChanges>());
   _publishList();
   const auto merged = _mergeOwnEdits(stored);
   _updateFriends(stored, merged ? &*merged : nullptr);
@@ -708,8 +710,6 @@ std::optional<PLMergeResult> PLFriendsManager::_mergeOwnEdits(const PLStoredList
   const bool isOtherStore = base->listVersion.store != stored.listVersion.store;
   // A list of another store does not come from the baseline: nobody counts as removed there.
   if (isOtherStore) base = std::make_shared<const PLStoredBase>();
-  // Behind the edits of metadata that are queued.
-  PLPerson::sharedMetadataQueue().sync([] {});
   if (!isOtherStore && !_writer->isMarked() && _ownPages(*base).titleEdits.empty()) return std::nullopt;
   PLMergeResult merged = _takeover.merge(*base, stored, _ownPages(*base), _writer->touchedLeaves());
   _additionWasRefused = _additionWasRefused || !merged.leftOut.empty();

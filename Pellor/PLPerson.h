@@ -250,6 +250,9 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   // Of a person that nobody else knows yet.
   void _createMetadata(const Dictionary& entries) PELLOR_UNCHECKED;
   void _writeMetadata(std::function<void(Dictionary&)> write);
+  void _keepForSnapshot() PELLOR_REQUIRES(_metadataQueue);
+  // Null while nobody has edited the metadata since the snapshot was made that lives.
+  const Dictionary* _metadataInSnapshot() const PELLOR_REQUIRES_READER(_metadataQueue);
 
   // Address book
   void _reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* addressBook, bool canPostChangeNotification,
@@ -295,6 +298,12 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   Published<PLPersonRecord> _published;  // written on the main queue
 
   std::unique_ptr<const Dictionary> _metadata PELLOR_GUARDED_BY(_metadataQueue);
+  // What it was in a snapshot, if it was edited since.
+  struct KeptMetadata {
+    std::uint64_t snapshot;
+    Dictionary entries;
+  };
+  std::unique_ptr<const KeptMetadata> _keptMetadata PELLOR_GUARDED_BY(_metadataQueue);
 };
 
 }  // namespace pellor

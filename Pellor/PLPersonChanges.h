@@ -55,6 +55,8 @@ struct PLPersonChanges {
   /// How often what is persisted of persons became something else, marked or not.
   std::atomic<std::uint64_t> changes{0};  // counted by whoever changed something: main and metadata queues
   PLTouches touches;
+  /// The number of the metadata snapshot that lives; 0: none does.
+  std::atomic<std::uint64_t> metadataSnapshot{0};  // set on the main queue, with no task of the metadata queue running
 };
 
 /// The number of a person's last change among all changes of the process. Whoever keeps something that was made of the

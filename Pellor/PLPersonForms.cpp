@@ -116,33 +116,42 @@ std::map<std::string, std::optional<Value>> differingEntries(const Dictionary& k
   return differing;
 }
 
+// Null: there is none.
+bool areEqual(const Value* one, const Value* other) { return one && other ? *one == *other : one == other; }
+
 }  // namespace
 
-// On behalf of a stored state, not of a caller's edit: so it neither marks nor announces the person. An edit that was
-// queued meanwhile keeps its entries.
+// On behalf of a stored state, not of a caller's edit: so it neither marks nor announces the person. Entries that were
+// edited since the snapshot, or after this look at them, stay: what was made of the person counts them as a change.
 bool PLPerson::_adoptMetadata(const Dictionary& metadata, const ChangeReport& report, const LogFormat& format) {
-  std::optional<Dictionary> replaced;
+  std::optional<Dictionary> known;
   _metadataQueue.sync([&] {
     _metadataQueue.requireReader();
-    if (_metadataDictionary() != metadata) replaced = _metadataDictionary();
+    if (const Dictionary* inSnapshot = _metadataInSnapshot()) {
+      known = *inSnapshot;
+    } else if (_metadataDictionary() != metadata) {
+      known = _metadataDictionary();
+    }
   });
-  if (!replaced) return false;
-  auto differing = differingEntries(*replaced, metadata);
-  report(format, redactable(Value(std::move(*replaced))), redactable(Value(metadata)));
+  if (!known) return false;
+  auto differing = differingEntries(*known, metadata);
+  const bool isChanged = !differing.empty();
+  if (isChanged) report(format, redactable(Value(*known)), redactable(Value(metadata)));
   _changes.touches.noteElsewhere();
   _lastChange.begin(_changes);
-  _metadataQueue.asyncBarrier([weak = weak_from_this(), differing = std::move(differing)] {
+  _metadataQueue.asyncBarrier([weak = weak_from_this(), known = *std::move(known), differing = std::move(differing)] {
     const auto self = weak.lock();
     if (!self) return;
     self->_metadataQueue.requireCurrent();
     Dictionary entries = self->_metadataDictionary();
     for (const auto& [key, value] : differing) {
+      if (!areEqual(valueForKey(entries, key), valueForKey(known, key))) continue;
       entries.erase(key);
       if (value) entries.emplace(key, *value);
     }
     self->_setMetadataDictionary(std::move(entries));
   });
-  return true;
+  return isChanged;
 }
 
 void PLPerson::adoptPreferencesFromForm(PLPersonForm& form) {

@@ -2,9 +2,11 @@
 //
 // No task of that queue waits for it: a write hands its notification to the main queue, and takes no lock that a thread
 // may hold while it waits for a read.
+#include <atomic>
 #include <utility>
 
 #include "Pellor/PLBundle.h"
+#include "Pellor/PLMetadataSnapshot.h"
 #include "Pellor/PLPerson.h"
 #include "platform/PreferencesStore.h"
 #include "runtime/LongArray.h"
@@ -58,6 +60,15 @@ struct PersonMetadataQueue {
 
 }  // namespace
 
+PLMetadataSnapshot::PLMetadataSnapshot(PLPersonChanges& changes) : _changes(changes) {
+  static std::atomic<std::uint64_t> last{0};
+  PLPerson::sharedMetadataQueue().sync([this] { _changes.metadataSnapshot = ++last; });
+}
+
+PLMetadataSnapshot::~PLMetadataSnapshot() {
+  PLPerson::sharedMetadataQueue().sync([this] { _changes.metadataSnapshot = 0; });
+}
+
 ConcurrentQueue& PLPerson::sharedMetadataQueue() { return *Process::current().local<PersonMetadataQueue>().queue; }
 
 std::optional<Value> PLPerson::metadataValueForKey(const std::string& key) const {
@@ -104,6 +115,21 @@ void PLPerson::_setMetadataDictionary(Dictionary entries) {
   _changes.touches.noteElsewhere();
 }
 
+void PLPerson::_keepForSnapshot() {
+  const std::uint64_t snapshot = _changes.metadataSnapshot.load(std::memory_order_relaxed);
+  if (snapshot == 0) {
+    _keptMetadata = nullptr;
+  } else if (!_metadataInSnapshot()) {
+    _keptMetadata = std::make_unique<const KeptMetadata>(KeptMetadata{snapshot, _metadataDictionary()});
+  }
+}
+
+const Dictionary* PLPerson::_metadataInSnapshot() const {
+  const std::uint64_t snapshot = _changes.metadataSnapshot.load(std::memory_order_relaxed);
+  const bool isKept = snapshot != 0 && _keptMetadata && _keptMetadata->snapshot == snapshot;
+  return isKept ? &_keptMetadata->entries : nullptr;
+}
+
 void PLPerson::_createMetadata(const Dictionary& entries) {
   if (!entries.empty()) _metadata = std::make_unique<const Dictionary>(entries);
 }
@@ -124,6 +150,7 @@ void PLPerson::_writeMetadata(std::function<void(Dictionary&)> write) {
           LogFormat("metadata is nested too deeply or too long to be stored, and was not set").as("_writeMetadata"));
       return;
     }
+    self->_keepForSnapshot();
     self->_setMetadataDictionary(std::move(entries));
     self->setNeedsSave(true);
     self->_postChangeNotification();

@@ -87,5 +87,43 @@ TEST_F(ManagerMergeTest, StoredDestinationsThatAreNotCanonicalAreCorrectedOnce) 
   EXPECT_EQ(world.bus().postCount(PLFriendsChangedExternallyNotification), 1U) << "one corrects it for all";
 }
 
+// In the middle of a load: other threads may set metadata at any time.
+class LogThatActs : public LogSink {
+ public:
+  void write(const LogEntry& entry) override {
+    const bool isAwaited =
+        act && entry.messageText().find("is being marked as updated due to name") != std::string::npos;
+    if (isAwaited) std::exchange(act, nullptr)();
+  }
+  std::function<void()> act;
+};
+
+TEST(ManagerLoadOnThreads, MetadataThatIsSetWhileAFriendIsTakenOverStays) {
+  SimulatedWorld world;
+  const auto log = std::make_shared<LogThatActs>();
+  Process process(std::make_shared<SimulatedScheduler>(1), log);
+  installPlatform(process, world.makePlatform(process));
+  const auto storeFriend = [&](const std::string& name, const Dictionary& metadata) {
+    const Dictionary form = {
+        {"ABRecordGUID", "guid"}, {"AllValues", Array{"ann@example.org"}}, {"Metadata", metadata}, {"Name", name}};
+    world.preferences().setValue(PLFriendListKey, Array{form}, OtherDomain);
+  };
+  PLFriendsManager::setRefreshAgainstContactsOnInitEnabledDomain(false, OtherDomain);
+  storeFriend("Ann", {{"size", 1}});
+  const auto manager = PLFriendsManager::managerForDomain(OtherDomain);
+  ASSERT_TRUE(process.settle(60));
+  const auto ann = manager->friendGroups().front()->friendAtPosition(0);
+  log->act = [&] {
+    ann->setMetadataValueForKey("home", "place");
+    ann->setMetadataValueForKey("red", "colour");
+  };
+  storeFriend("Anna", {{"size", 2}, {"colour", "blue"}});
+  manager->reloadFriendList();
+  ASSERT_TRUE(process.settle(60));
+  EXPECT_FALSE(log->act);
+  EXPECT_EQ(ann->metadata(), (Dictionary{{"colour", "red"}, {"place", "home"}, {"size", 2}}));
+  EXPECT_EQ(world.preferences().value(PLFriendListKey, OtherDomain)->array()->front(), ann->dictionaryRepresentation());
+}
+
 }  // namespace
 }  // namespace pellor
