@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "linux/CheckedRows.h"
 #include "linux/FileLock.h"
 #include "linux/PrivateFiles.h"
 
@@ -30,10 +31,9 @@ FileLock lockFolder(const fs::path& folder, LockPatience& patience) {
 
 fs::path besideFile(const fs::path& file, const char* suffix) { return file.string() + suffix; }
 
-// Made without opening it: a close would drop the locks that another connection of this process holds on the file.
-// SQLite gives its other files the same mode.
-void makeFile(const fs::path& file) {
-  if (::mknod(file.c_str(), S_IFREG | S_IRUSR | S_IWUSR, 0) == 0 || errno == EEXIST) return;
+// Made without opening it. SQLite gives its other files the same mode.
+void makeEmptyFile(const fs::path& file) {
+  if (::mknod(file.c_str(), S_IFREG | S_IRUSR | S_IWUSR, 0) == 0) return;
   throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot make", file));
 }
 
@@ -55,16 +55,37 @@ std::string identityOf(const fs::path& file) {
   return identity;
 }
 
+/// Beside the place of the file, which it takes once it is laid out: a file there that holds nothing has lost it.
+void makeStore(const fs::path& file, std::shared_ptr<LockPatience> patience) {
+  const fs::path made = besideFile(file, ".new");
+  for (const char* suffix : {"", "-journal"}) {
+    std::error_code ignored;
+    fs::remove(besideFile(made, suffix), ignored);
+  }
+  makeEmptyFile(made);
+  {
+    const SQLiteDatabase database(made, SQLiteDatabase::Access::readWrite, std::move(patience));
+    database.execute("PRAGMA synchronous = FULL");
+    database.execute("PRAGMA page_size = " + std::to_string(PageSize));
+    SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
+    PreferencesLayout::make(database);
+    PreferencesLayout::nameStore(database, identityOf(made));
+    transaction.commit();
+  }
+  // The log of a file that is gone belongs to that file.
+  for (const char* suffix : {"-wal", "-shm"}) {
+    std::error_code ignored;
+    fs::remove(besideFile(file, suffix), ignored);
+  }
+  if (::rename(made.c_str(), file.c_str()) != 0) throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot make", file));
+}
+
 bool lacksPermission(const SQLiteError& error) {
   return error.code() == SQLITE_CANTOPEN || error.code() == SQLITE_READONLY;
 }
 
-std::uint64_t unsignedIn(const SQLiteStatement& statement, int column) {
-  return static_cast<std::uint64_t>(statement.integer(column));
-}
-
-PreferenceWriteID writeIn(const SQLiteStatement& statement, int column) {
-  return {unsignedIn(statement, column), unsignedIn(statement, column + 1)};
+CheckedTable tableOfValues(RowCopy copy) {
+  return copy == RowCopy::stored ? CheckedTable::values : CheckedTable::goodValues;
 }
 
 }  // namespace
@@ -83,7 +104,7 @@ void PreferencesDatabase::openForWriting(const fs::path& folder) {
   if (auto error = createPrivateFolder(folder)) throw SQLiteError(SQLITE_CANTOPEN, *error);
   const FileLock lock = lockFolder(folder, *_patience);
   std::error_code ignored;
-  if (!fs::exists(file, ignored)) makeFile(file);
+  if (!fs::exists(fs::symlink_status(file, ignored))) makeStore(file, _patience);
   for (const char* suffix : {"", "-wal", "-shm"}) closeToOthers(besideFile(file, suffix));
   open(file, SQLiteDatabase::Access::readWrite);
   if (_statements->database().isReadOnly()) return;
@@ -104,19 +125,13 @@ void PreferencesDatabase::prepareForWriting(const std::string& identity) {
   const SQLiteDatabase& database = _statements->database();
   database.execute("PRAGMA synchronous = FULL");
   database.execute("PRAGMA cell_size_check = ON");
-  const std::int64_t found = version();
-  const bool isNew = found == 0 && database.integer("SELECT count(*) FROM sqlite_master") == 0;
-  if (isNew) database.execute("PRAGMA page_size = " + std::to_string(PageSize));
-  const PreferencesLayout* layout = isNew ? nullptr : &PreferencesLayout::withNumber(found);
+  const PreferencesLayout& found = PreferencesLayout::withNumber(version());
   database.execute("PRAGMA journal_mode = WAL");
-  const bool isPresent = layout && layout->hasVersions;
-  if (!isPresent || storedIdentity() != identity) {
+  const auto named = found.hasVersions ? storedIdentity() : std::nullopt;
+  _hadDamagedNumber = found.hasVersions && !named;
+  if (!named || *named != identity) {
     SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
-    if (!layout) {
-      PreferencesLayout::make(database);
-    } else if (!isPresent) {
-      PreferencesLayout::migrate(database, *layout);
-    }
+    PreferencesLayout::migrate(database, found);
     PreferencesLayout::nameStore(database, identity);
     transaction.commit();
   }
@@ -154,12 +169,16 @@ std::uint64_t PreferencesDatabase::number() const {
 }
 
 std::uint64_t PreferencesDatabase::storedNumber() const {
+  if (!storedIdentity()) return 0;
   return static_cast<std::uint64_t>(_statements->integer("SELECT number FROM store"));
 }
 
-std::string PreferencesDatabase::storedIdentity() const {
-  const SQLiteStatements::Use statement = _statements->use("SELECT file FROM store");
-  return statement->step() ? statement->text(0) : std::string();
+std::optional<std::string> PreferencesDatabase::storedIdentity() const {
+  const SQLiteStatements::Use row = _statements->use("SELECT number, file, highest_removed, checksum FROM store");
+  if (!row->step()) return std::nullopt;
+  std::string identity = row->text(1);
+  const bool isWhole = row->integer(3) == CheckedRows::checksumOfStore(row->integer(0), identity, row->integer(2));
+  return isWhole ? std::optional(std::move(identity)) : std::nullopt;
 }
 
 SQLiteTransaction PreferencesDatabase::transaction(SQLiteTransaction::Kind kind) const {
@@ -169,87 +188,87 @@ SQLiteTransaction PreferencesDatabase::transaction(SQLiteTransaction::Kind kind)
   return {[&statements = *_statements](std::string_view text) { statements.use(text)->run(); }, kind};
 }
 
-std::string PreferencesDatabase::textForValues(std::string_view condition) const {
+std::string PreferencesDatabase::textForValues(RowCopy copy, std::string_view condition) const {
   const PreferencesLayout& present = layout();
-  const char* more = present.hasVersions ? "list, count, revision, writer, write"
-                     : present.hasRuns   ? "list, count, revision, 0, 0"
-                                         : "0, 0, 0, 0, 0";
+  const char* more = "0, 0, 0";
+  if (present.hasVersions) {
+    more = "list, count, revision, writer, write, checksum";
+  } else if (present.hasRuns && copy == RowCopy::stored) {
+    more = "list, count, revision";
+  }
   return std::string("SELECT key, value, ")
       .append(more)
       .append(" FROM ")
-      .append(present.values)
+      .append(copy == RowCopy::stored ? present.values : present.lastGood)
       .append(" WHERE domain = ?1")
       .append(condition);
 }
 
 // Bytes beside a list are newer than it: a program from before there were rows for runs, still running, wrote them.
-StoredValue PreferencesDatabase::valueIn(const SQLiteStatement& statement, std::uint64_t store) {
-  StoredValue value{statement.bytes(1), std::nullopt, {store, unsignedIn(statement, 4), writeIn(statement, 5)}};
-  const StoredRuns runs{statement.integer(2), statement.integer(3), statement.integer(4)};
+StoredValue PreferencesDatabase::valueIn(const SQLiteStatement& row, RowCopy copy, std::string_view domain,
+                                         std::uint64_t store) const {
+  StoredValue value{row.bytes(1), std::nullopt, {}};
+  const StoredRuns runs{row.integer(2), row.integer(3), row.integer(4)};
   if (value.bytes.empty() && runs.list != 0) value.runs = runs;
+  if (!layout().hasVersions) return value;
+  value.version = versionIn(row, 4);
+  value.isWhole = row.integer(7) == CheckedRows::checksumOfValue(tableOfValues(copy), domain, row.text(0), value.bytes,
+                                                                 runs, value.version);
+  value.version.store = store;
   return value;
 }
 
-PreferenceVersion PreferencesDatabase::versionOf(const StoredValue& value) const {
-  if (!layout().hasVersions) return {};
-  if (!value.runs) return value.version;
-  const SQLiteStatements::Use row = _statements->use(
-      "SELECT revision, writer, write FROM stored_runs INDEXED BY runs_by_revision WHERE list = ?1"
-      " ORDER BY revision DESC LIMIT 1");
-  row->bind(1, value.runs->list);
-  if (!row->step() || unsignedIn(*row, 0) <= value.version.count) return value.version;
-  return {value.version.store, unsignedIn(*row, 0), writeIn(*row, 1)};
+std::vector<std::string> PreferencesDatabase::keysOfGoodCopies(std::string_view domain) const {
+  std::vector<std::string> keys;
+  if (!layout().hasVersions) return keys;
+  const SQLiteStatements::Use row = _statements->use("SELECT key FROM good_values WHERE domain = ?1");
+  row->bind(1, domain);
+  while (row->step()) keys.push_back(row->text(0));
+  return keys;
 }
 
 PreferenceVersion PreferencesDatabase::versionAfter(const PreferenceVersion* stored, PreferenceWriteID id) const {
-  const std::uint64_t last =
-      stored ? stored->count : static_cast<std::uint64_t>(_statements->integer("SELECT highest_removed FROM store"));
-  return {_number, last + 1, id};
-}
-
-std::optional<Data> PreferencesDatabase::lastGoodValue(std::string_view key, std::string_view domain) const {
-  const SQLiteStatements::Use statement = _statements->use(
-      std::string("SELECT value FROM ").append(layout().lastGood).append(" WHERE domain = ?1 AND key = ?2"));
-  statement->bind(1, domain).bind(2, key);
-  if (!statement->step()) return std::nullopt;
-  const std::span<const std::uint8_t> bytes = statement->bytes(0);
-  return Data(bytes.begin(), bytes.end());
+  if (stored) return {_number, stored->count + 1, id};
+  if (!storedIdentity()) throw SQLiteError(SQLITE_CORRUPT, "the store's number is damaged");
+  const auto removed = static_cast<std::uint64_t>(_statements->integer("SELECT highest_removed FROM store"));
+  return {_number, removed + 1, id};
 }
 
 void PreferencesDatabase::write(std::string_view key, std::string_view domain, std::span<const std::uint8_t> value,
                                 const PreferenceVersion& version) const {
   removeRuns(key, domain);
-  {
-    const SQLiteStatements::Use statement = _statements->use(
-        "INSERT INTO stored_values (domain, key, value, revision, writer, write) VALUES (?1, ?2, ?3, ?4, ?5, ?6)"
-        " ON CONFLICT DO UPDATE SET value = excluded.value, list = NULL, count = NULL, revision = excluded.revision,"
-        " writer = excluded.writer, write = excluded.write");
-    statement->bind(1, domain).bind(2, key).bind(3, value);
-    bindVersion(*statement, 4, version);
-    statement->run();
-  }
-  writeLastGood(key, domain, value);
+  writeValue(RowCopy::stored, key, domain, value, {}, version);
+  writeLastGood(key, domain, value, version);
 }
 
-// An update to the same bytes would still be a commit to the disk, and news to every other process.
 void PreferencesDatabase::writeLastGood(std::string_view key, std::string_view domain,
-                                        std::span<const std::uint8_t> value) const {
-  const SQLiteStatements::Use statement = _statements->use(
-      "INSERT INTO good_values VALUES (?1, ?2, ?3) ON CONFLICT DO UPDATE"
-      " SET value = excluded.value WHERE value IS NOT excluded.value");
-  statement->bind(1, domain).bind(2, key).bind(3, value).run();
+                                        std::span<const std::uint8_t> value, const PreferenceVersion& version) const {
+  writeValue(RowCopy::lastGood, key, domain, value, {}, version);
 }
 
 void PreferencesDatabase::write(std::string_view key, std::string_view domain, const StoredRuns& runs,
                                 const PreferenceVersion& version) const {
+  for (const RowCopy copy : {RowCopy::stored, RowCopy::lastGood}) writeValue(copy, key, domain, {}, runs, version);
+}
+
+// An update to the same row would still be a commit to the disk, and news to every other process.
+void PreferencesDatabase::writeValue(RowCopy copy, std::string_view key, std::string_view domain,
+                                     std::span<const std::uint8_t> value, const StoredRuns& runs,
+                                     const PreferenceVersion& version) const {
+  const std::string table = copy == RowCopy::stored ? "stored_values" : "good_values";
   const SQLiteStatements::Use statement = _statements->use(
-      "INSERT INTO stored_values (domain, key, value, list, count, revision, writer, write)"
-      " VALUES (?1, ?2, x'', ?3, ?4, ?5, ?6, ?7) ON CONFLICT DO UPDATE"
-      " SET value = excluded.value, list = excluded.list, count = excluded.count, revision = excluded.revision,"
-      " writer = excluded.writer, write = excluded.write");
-  statement->bind(1, domain).bind(2, key).bind(3, runs.list).bind(4, runs.count);
-  bindVersion(*statement, 5, version);
-  statement->run();
+      "INSERT INTO " + table +
+      " (domain, key, value, list, count, revision, writer, write, checksum)"
+      " VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9) ON CONFLICT DO UPDATE"
+      " SET (value, list, count, revision, writer, write, checksum) ="
+      " (excluded.value, excluded.list, excluded.count, excluded.revision, excluded.writer, excluded.write,"
+      " excluded.checksum) WHERE (value, list, count, revision, writer, write, checksum) IS NOT"
+      " (excluded.value, excluded.list, excluded.count, excluded.revision, excluded.writer, excluded.write,"
+      " excluded.checksum)");
+  statement->bind(1, domain).bind(2, key).bind(3, value);
+  if (runs.list != 0) statement->bind(4, runs.list).bind(5, runs.count);
+  bindVersion(*statement, 6, version);
+  statement->bind(9, CheckedRows::checksumOfValue(tableOfValues(copy), domain, key, value, runs, version)).run();
 }
 
 void PreferencesDatabase::bindVersion(SQLiteStatement& statement, int parameter, const PreferenceVersion& version) {
@@ -270,17 +289,30 @@ void PreferencesDatabase::clear(std::string_view key, std::string_view domain) c
 void PreferencesDatabase::remove(std::string_view key, std::string_view domain,
                                  const PreferenceVersion& version) const {
   clear(key, domain);
-  constexpr const char* raise = "UPDATE store SET highest_removed = ?1 WHERE highest_removed < ?1";
-  _statements->use(raise)->bind(1, static_cast<std::int64_t>(version.count)).run();
+  const auto identity = storedIdentity();
+  if (!identity) throw SQLiteError(SQLITE_CORRUPT, "the store's number is damaged");
+  const auto count = static_cast<std::int64_t>(version.count);
+  _statements->use("UPDATE store SET highest_removed = ?1, checksum = ?2 WHERE highest_removed < ?1")
+      ->bind(1, count)
+      .bind(2, CheckedRows::checksumOfStore(static_cast<std::int64_t>(_number), *identity, count))
+      .run();
 }
 
+// By either row of the key: one of them may be damaged.
 void PreferencesDatabase::removeRuns(std::string_view key, std::string_view domain) const {
-  const std::string rows =
-      "SELECT id FROM stored_runs WHERE list = (SELECT list FROM stored_values WHERE domain = ?1 AND key = ?2)";
-  for (const char* table : {"good_runs", "stored_runs"}) {
-    const std::string text =
-        std::string("DELETE FROM ").append(table).append(" WHERE id IN (").append(rows).append(")");
-    _statements->use(text)->bind(1, domain).bind(2, key).run();
+  for (const RowCopy copy : {RowCopy::stored, RowCopy::lastGood}) {
+    std::int64_t list = 0;
+    visitValue(copy, key, domain, [&](const StoredValue& value) {
+      if (value.isWhole && value.runs) list = value.runs->list;
+    });
+    if (list == 0) continue;
+    for (const char* text :
+         {"DELETE FROM stored_runs WHERE id BETWEEN ?1 AND ?2", "DELETE FROM good_runs WHERE id BETWEEN ?1 AND ?2"}) {
+      _statements->use(text)
+          ->bind(1, PreferencesLayout::idOfRun(list, 0))
+          .bind(2, PreferencesLayout::idOfRun(list, PreferencesLayout::HighestRunNumber))
+          .run();
+    }
   }
 }
 

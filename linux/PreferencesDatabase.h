@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "linux/PreferencesLayout.h"
 #include "linux/SQLiteStatements.h"
@@ -20,17 +21,22 @@ namespace pellor {
 struct StoredValue {
   std::span<const std::uint8_t> bytes;  ///< valid until the visit ends
   std::optional<StoredRuns> runs;
-  PreferenceVersion version;  ///< of runs, when `runs` changed last; rows may be newer (see `versionOf`)
+  PreferenceVersion version;  ///< of runs, when `runs` changed last; rows may be newer
+  bool isWhole = true;        ///< false: the checksum tells that this is not what was written
 };
 
-/// Values as bytes by domain and key, and the last one of each key that was written whole. The runs of long arrays are
-/// two more tables of the same kind (see StoredList). One thread at a time. Operations throw SQLiteError.
+/// Which of the two rows of a value or a run.
+enum class RowCopy { stored, lastGood };
+
+/// Values as bytes by domain and key, each with a good copy that is written with it. The runs of long arrays are two
+/// more tables of the same kind (see StoredList). All rows carry checksums. One thread at a time. Operations throw
+/// SQLiteError.
 class PreferencesDatabase {
  public:
-  /// Opens `folder`/preferences.sqlite. With `forWriting` a missing folder or file is made (0700, 0600); what may not
-  /// be written is opened for reading. Throws when it is missing and may not be made, cannot be read, is no database of
-  /// ours or was made by a later version; then it has not been changed.
-  /// Waits for locks of others as long as the patience lasts.
+  /// Opens `folder`/preferences.sqlite. With `forWriting` a missing folder or file is made (0700, 0600), whole or not
+  /// at all, so that an empty file is none that was just made; what may not be written is opened for reading. Throws
+  /// when it is missing and may not be made, cannot be read, is no database of ours or was made by a later version;
+  /// then it has not been changed. Waits for locks of others as long as the patience lasts.
   PreferencesDatabase(const std::filesystem::path& folder, bool forWriting, std::shared_ptr<LockPatience> patience);
 
   static std::filesystem::path fileIn(const std::filesystem::path& folder);
@@ -45,8 +51,10 @@ class PreferencesDatabase {
 
   /// The layout of the file; of one that may only be read, at this moment. Then it throws for a later version's.
   const PreferencesLayout& layout() const;
-  /// The store's number in versions; 0 where an earlier layout has none.
+  /// The store's number in versions; 0 where an earlier layout has none, or where it is damaged and cannot be written.
   std::uint64_t number() const;
+  /// Whether the store had to be given another number because its own was damaged.
+  bool hadDamagedNumber() const { return _hadDamagedNumber; }
 
   /// Changes whenever another connection has committed.
   std::int64_t dataVersion() const { return _statements->integer("PRAGMA data_version"); }
@@ -58,28 +66,29 @@ class PreferencesDatabase {
   template <class Visit>
   void visitValues(std::string_view domain, Visit visit) const {
     const std::uint64_t store = number();
-    const SQLiteStatements::Use statement = _statements->use(textForValues(""));
+    const SQLiteStatements::Use statement = _statements->use(textForValues(RowCopy::stored, ""));
     statement->bind(1, domain);
-    while (statement->step()) visit(statement->text(0), valueIn(*statement, store));
+    while (statement->step()) visit(statement->text(0), valueIn(*statement, RowCopy::stored, domain, store));
   }
   /// Calls `visit(value)` if there is one.
   template <class Visit>
-  void visitValue(std::string_view key, std::string_view domain, Visit visit) const {
+  void visitValue(RowCopy copy, std::string_view key, std::string_view domain, Visit visit) const {
     const std::uint64_t store = number();
-    const SQLiteStatements::Use statement = _statements->use(textForValues(" AND key = ?2"));
+    const SQLiteStatements::Use statement = _statements->use(textForValues(copy, " AND key = ?2"));
     statement->bind(1, domain).bind(2, key);
-    if (statement->step()) visit(valueIn(*statement, store));
+    if (statement->step()) visit(valueIn(*statement, copy, domain, store));
   }
-  /// The version of a value: of one with runs, also that of its newest row. Without a count where an earlier layout has
-  /// none.
-  PreferenceVersion versionOf(const StoredValue& value) const;
+  /// The keys of the domain that have a good copy, which are those that have a value. None in earlier layouts.
+  std::vector<std::string> keysOfGoodCopies(std::string_view domain) const;
+
   /// The version that write `id` makes of a key with version `stored`, or of one without a value.
   PreferenceVersion versionAfter(const PreferenceVersion* stored, PreferenceWriteID id) const;
-  std::optional<Data> lastGoodValue(std::string_view key, std::string_view domain) const;
-  /// Writes the value and its last good copy, in place of runs as well.
+  /// Writes the value and its good copy, in place of runs as well.
   void write(std::string_view key, std::string_view domain, std::span<const std::uint8_t> value,
              const PreferenceVersion& version) const;
-  void writeLastGood(std::string_view key, std::string_view domain, std::span<const std::uint8_t> value) const;
+  /// Writes the good copy of a value that is stored, unless it is as it should be.
+  void writeLastGood(std::string_view key, std::string_view domain, std::span<const std::uint8_t> value,
+                     const PreferenceVersion& version) const;
   /// Writes where the runs are, for a key without a value or with the same list.
   void write(std::string_view key, std::string_view domain, const StoredRuns& runs,
              const PreferenceVersion& version) const;
@@ -99,15 +108,19 @@ class PreferencesDatabase {
   void prepareForWriting(const std::string& identity);
   std::int64_t version() const;
   std::uint64_t storedNumber() const;
-  std::string storedIdentity() const;
-  std::string textForValues(std::string_view condition) const;
-  static StoredValue valueIn(const SQLiteStatement& statement, std::uint64_t store);
+  /// How the file is named for this store; absent when that row is damaged or missing.
+  std::optional<std::string> storedIdentity() const;
+  std::string textForValues(RowCopy copy, std::string_view condition) const;
+  StoredValue valueIn(const SQLiteStatement& row, RowCopy copy, std::string_view domain, std::uint64_t store) const;
+  void writeValue(RowCopy copy, std::string_view key, std::string_view domain, std::span<const std::uint8_t> value,
+                  const StoredRuns& runs, const PreferenceVersion& version) const;
   void removeRuns(std::string_view key, std::string_view domain) const;
 
   const std::shared_ptr<LockPatience> _patience;
   std::unique_ptr<SQLiteStatements> _statements;
   bool _isWritable = false;
   bool _isFrozen = false;
+  bool _hadDamagedNumber = false;
   std::uint64_t _number = 0;  ///< while it may be written
 };
 

@@ -73,6 +73,8 @@ void PreferencesMemory::removePending(std::string_view domain, const PendingValu
 
 const char* PreferencesMemory::participleOf(Fault fault) { return fault == Fault::read ? "read" : "written"; }
 
+void PreferencesMemory::remark(const std::string& text) const { _log.log("preferences in %@: %@", _place, text); }
+
 void PreferencesMemory::begins(Fault fault, const std::string& error) {
   {
     const MutexLock lock(_mutex);

@@ -32,6 +32,7 @@ class PreferencesMemory {
     std::shared_ptr<const Data> bytes;
     std::shared_ptr<const StoredList> list;
     PreferenceVersion version{};
+    bool isGoodCopy = false;  ///< what is stored is damaged, and this is to take its place
   };
   using Snapshot = std::map<std::string, Stored, std::less<>>;
 
@@ -56,6 +57,8 @@ class PreferencesMemory {
   /// Of these keys alone; nothing when the domain has no snapshot. Keys that are not in `stored` are removed.
   void installKeys(std::string_view domain, std::span<const std::string> keys, const Snapshot& stored);
 
+  /// Says on the log what happened to the preferences there.
+  void remark(const std::string& text) const;
   /// Each is logged when it changes something.
   void begins(Fault fault, const std::string& error);
   void ends(Fault fault);

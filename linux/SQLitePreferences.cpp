@@ -7,6 +7,7 @@
 #include "linux/AsideFolder.h"
 #include "linux/CBORValue.h"
 #include "linux/PreferencesDatabase.h"
+#include "linux/SQLiteDomainReader.h"
 #include "linux/StoredList.h"
 #include "runtime/Fatal.h"
 
@@ -14,10 +15,6 @@ namespace pellor {
 namespace {
 
 namespace fs = std::filesystem;
-
-Data bytesOf(const PreferencesDatabase& store, const StoredValue& value) {
-  return value.runs ? bytesOfList(store, *value.runs) : Data(value.bytes.begin(), value.bytes.end());
-}
 
 template <class Values>
 auto* find(const Values& values, const std::string& key) {
@@ -145,10 +142,13 @@ PutAside SQLitePreferences::putAside(std::string_view key, std::string_view doma
   try {
     const PreferencesDatabase& store = database();
     const SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::read);
-    if (const auto lastGood = store.lastGoodValue(key, domain)) result.lastGood = decodeCBOR(*lastGood);
-    store.visitValue(key, domain, [&](const StoredValue& value) {
-      if (value.runs) result.lastGood = lastGoodList(store, *value.runs);
-      result.kept = keepAside(_folder / "aside", key, domain, bytesOf(store, value));
+    store.visitValue(RowCopy::lastGood, key, domain, [&](const StoredValue& value) {
+      if (value.isWhole) result.lastGood = value.runs ? lastGoodList(store, *value.runs) : decodeCBOR(value.bytes);
+    });
+    store.visitValue(RowCopy::stored, key, domain, [&](const StoredValue& value) {
+      // An earlier layout does not say beside the good copy where its runs are.
+      if (value.runs && !result.lastGood) result.lastGood = lastGoodList(store, *value.runs);
+      result.kept = keepAside(asideFolder(), key, domain, foundBytes(store, value));
     });
   } catch (const SQLiteError& error) {
     _memory.begins(Fault::read, error.what());
@@ -174,6 +174,8 @@ bool SQLitePreferences::isWritable() {
   }
 }
 
+fs::path SQLitePreferences::asideFolder() const { return _folder / "aside"; }
+
 std::string SQLitePreferences::lastError() const { return _memory.lastError(); }
 
 // The connection
@@ -183,6 +185,7 @@ const PreferencesDatabase& SQLitePreferences::database() {
   _database.reset();
   for (auto& [domain, known] : _known) known.dataVersion.reset();
   _database = std::make_unique<PreferencesDatabase>(_folder, _access == Access::readWrite, _patience);
+  if (_database->hadDamagedNumber()) _memory.remark("the number of the store was damaged; it has a new one");
   return *_database;
 }
 
@@ -232,14 +235,9 @@ const SQLitePreferences::Known& SQLitePreferences::present(std::string_view doma
   const PreferencesDatabase& store = *_database;
   Known& known = knownOf(domain);
   if (isUpToDate(known)) return known;
-  const bool isSameConnection = known.dataVersion.has_value();
-  auto snapshot = std::make_shared<Snapshot>();
-  store.visitValues(domain, [&](const std::string& key, const StoredValue& value) {
-    const Stored* previous = known.snapshot ? find(*known.snapshot, key) : nullptr;
-    Stored stored = readValue(store, value, previous, isSameConnection);
-    stored.version = store.versionOf(value);
-    snapshot->emplace(key, std::move(stored));
-  });
+  auto reading = readDomain(store, domain, known.snapshot.get(), known.dataVersion.has_value());
+  for (const DamagedPreference& damaged : reading.damaged) reportDamage(damaged, domain);
+  auto snapshot = std::make_shared<Snapshot>(std::move(reading.snapshot));
   if (const std::uint64_t number = store.number(); number != 0) {
     known = {std::move(snapshot), store.dataVersion(), number};
   } else {
@@ -258,20 +256,19 @@ void SQLitePreferences::countVersions(Snapshot& snapshot, const Known& known) {
   }
 }
 
-SQLitePreferences::Stored SQLitePreferences::readValue(const PreferencesDatabase& store, const StoredValue& value,
-                                                       const Stored* previous, bool isSameConnection) {
-  if (value.runs) {
-    const auto known = previous ? previous->list : nullptr;
-    const bool isFollowed = isSameConnection && known && known->rows.list == value.runs->list;
-    const auto list = isFollowed ? readNewerRows(store, *value.runs, known) : readList(store, *value.runs, known.get());
-    // All rows were read, and will not be again.
-    if (!isFollowed) store.statements().database().releaseMemory();
-    if (list) return {list->value, nullptr, list};
-    return {Value(bytesOfList(store, *value.runs)), nullptr, nullptr};
-  }
-  if (previous && previous->bytes && std::ranges::equal(*previous->bytes, value.bytes)) return *previous;
-  const auto bytes = std::make_shared<const Data>(value.bytes.begin(), value.bytes.end());
-  return {decodeCBOR(*bytes).value_or(Value(*bytes)), bytes, nullptr};
+void SQLitePreferences::reportDamage(const DamagedPreference& damaged, std::string_view domain) {
+  const auto [known, isNew] = _damage.try_emplace({std::string(domain), damaged.key});
+  Damage& damage = known->second;
+  if (!isNew && damage.isKept && damage.bytes == damaged.bytes) return;
+  const bool isKept = damaged.bytes.empty() || keepAside(asideFolder(), damaged.key, domain, damaged.bytes);
+  const bool isSaid = !isNew && damage.isKept == isKept && damage.bytes == damaged.bytes;
+  damage = {damaged.bytes, isKept};
+  if (isSaid) return;
+  _memory.remark(damaged.key + " of " + std::string(domain) + " is " + (damaged.bytes.empty() ? "missing" : "damaged") +
+                 (damaged.bytes.empty() ? ""
+                  : isKept              ? " and was put aside"
+                                        : " and could not be put aside") +
+                 (damaged.hasGoodCopy ? "; its last good copy is used" : "; there is no good copy of it"));
 }
 
 PreferenceWriteOutcome SQLitePreferences::store(std::string_view domain, const Batch& batch) {
@@ -311,6 +308,7 @@ std::shared_ptr<const SQLitePreferences::Snapshot> SQLitePreferences::change(std
                                                                              const Snapshot& stored) const {
   const PreferencesDatabase& store = *_database;
   auto snapshot = std::make_shared<Snapshot>(stored);
+  replaceDamaged(domain, *snapshot);
   for (const auto& [key, change] : batch.changes) {
     const Stored* before = find(stored, key);
     if (change.kind == PreferenceChange::Kind::remove) {
@@ -325,13 +323,30 @@ std::shared_ptr<const SQLitePreferences::Snapshot> SQLitePreferences::change(std
   return snapshot;
 }
 
+// In the place of what was put aside, as the versions that they were written as.
+void SQLitePreferences::replaceDamaged(std::string_view domain, Snapshot& snapshot) const {
+  const PreferencesDatabase& store = *_database;
+  const auto isDamaged = [](const auto& entry) { return entry.second.isGoodCopy; };
+  if (std::ranges::none_of(snapshot, isDamaged)) return;
+  store.statements().database().execute("REINDEX stored_runs");
+  for (auto& [key, stored] : snapshot) {
+    if (!stored.isGoodCopy) continue;
+    if (!_damage.at({std::string(domain), key}).isKept) {
+      throw SQLiteError(SQLITE_IOERR, "what is damaged of " + key + " cannot be put aside");
+    }
+    auto value = EncodedValue::encode(stored.value);
+    require(value.has_value(), "a value that was stored");
+    stored = writeValue(store, key, domain, *std::move(value), nullptr, stored.version, EqualValues::areWritten);
+  }
+}
+
 SQLitePreferences::Stored SQLitePreferences::writeValue(const PreferencesDatabase& store, std::string_view key,
                                                         std::string_view domain, EncodedValue value,
                                                         const Stored* stored, const PreferenceVersion& version,
                                                         EqualValues equal) {
   if (value.bytes) {
     if (equal == EqualValues::areLeft && stored && stored->bytes && *stored->bytes == *value.bytes) {
-      store.writeLastGood(key, domain, *value.bytes);
+      store.writeLastGood(key, domain, *value.bytes, stored->version);
       return *stored;
     }
     store.write(key, domain, *value.bytes, version);

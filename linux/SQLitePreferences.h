@@ -20,9 +20,8 @@ class PreferencesDatabase;
 class LockPatience;
 class SQLiteError;
 enum class EqualValues;
+struct DamagedPreference;
 struct EncodedValue;
-struct StoredList;
-struct StoredValue;
 
 /// One connection, opened at the first use and again after a failure; values that were read or set are answered from
 /// memory, without waiting for a write that is under way. A folder or file that cannot be opened or read, that is
@@ -36,8 +35,12 @@ struct StoredValue;
 ///
 /// A long array, and an array of nothing but dictionaries, is kept in rows of LongArray::RunSize elements:
 /// `synchronize` writes the rows that changed and reads those that others changed. It reads as a long array, of which
-/// the runs that did not change are the same objects as before, also those that were set in place of equal ones. When a
-/// row is damaged the value is data that holds the bytes of all rows, one after the other.
+/// the runs that did not change are the same objects as before, also those that were set in place of equal ones.
+///
+/// Each row of the file carries a checksum, and there is a good copy of each. A value that is not as it was written is
+/// put aside as `putAside` does, its good copy is given, with its version, and the log says so once; the next write to
+/// the domain writes it in its place. Without a good copy the value is data that holds what was found, of a list the
+/// bytes of all rows, one after the other. So is a value that does not decode though it is as it was written.
 ///
 /// A failure is logged once when it begins and once when it ends. Any thread. Does not cross a fork.
 class SQLitePreferences final : public SharedPreferences {
@@ -81,6 +84,12 @@ class SQLitePreferences final : public SharedPreferences {
     VersionedPreference preference(const std::string& key) const;
   };
 
+  /// What was found of a value that is damaged, and said.
+  struct Damage {
+    Data bytes;
+    bool isKept = false;  ///< aside
+  };
+
   struct Batch;
 
   // With the connection held.
@@ -94,18 +103,22 @@ class SQLitePreferences final : public SharedPreferences {
   /// What is stored at the moment of the open transaction.
   const Known& present(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
   void countVersions(Snapshot& snapshot, const Known& known) PELLOR_REQUIRES(_connectionMutex);
-  static Stored readValue(const PreferencesDatabase& store, const StoredValue& value, const Stored* previous,
-                          bool isSameConnection);
+  /// Puts it aside and says so, once.
+  void reportDamage(const DamagedPreference& damaged, std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
 
   PreferenceWriteOutcome store(std::string_view domain, const Batch& batch) PELLOR_REQUIRES(_connectionMutex);
   static bool isOvertaken(const PreferenceChanges& changes, const Known& known);
   std::shared_ptr<const Snapshot> change(std::string_view domain, const Batch& batch, EncodedValues values,
                                          const Snapshot& stored) const PELLOR_REQUIRES(_connectionMutex);
+  /// With good copies. Throws where one that is damaged could not be put aside.
+  void replaceDamaged(std::string_view domain, Snapshot& snapshot) const PELLOR_REQUIRES(_connectionMutex);
   static Stored writeValue(const PreferencesDatabase& store, std::string_view key, std::string_view domain,
                            EncodedValue value, const Stored* stored, const PreferenceVersion& version,
                            EqualValues equal);
   void show(std::string_view domain, const VersionedPreferences& written) PELLOR_REQUIRES(_connectionMutex);
   void closeAfter(const SQLiteError& error) PELLOR_REQUIRES(_connectionMutex);
+
+  std::filesystem::path asideFolder() const;
 
   const std::filesystem::path _folder;
   const Access _access;
@@ -119,6 +132,8 @@ class SQLitePreferences final : public SharedPreferences {
   Mutex _connectionMutex;
   std::unique_ptr<PreferencesDatabase> _database PELLOR_GUARDED_BY(_connectionMutex);
   std::map<std::string, Known, std::less<>> _known PELLOR_GUARDED_BY(_connectionMutex);
+  /// By domain and key.
+  std::map<std::pair<std::string, std::string>, Damage> _damage PELLOR_GUARDED_BY(_connectionMutex);
   std::uint64_t _ownCount PELLOR_GUARDED_BY(_connectionMutex) = 0;
 };
 

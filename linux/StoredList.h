@@ -15,20 +15,28 @@
 
 namespace pellor {
 
-/// Reads all rows. Null when one is damaged or missing. `previous`, if any, lends its runs where the bytes are the
-/// same.
-std::shared_ptr<const StoredList> readList(const PreferencesDatabase& store, const StoredRuns& rows,
-                                           const StoredList* previous);
+/// A list as it was read.
+struct ListReading {
+  std::shared_ptr<const StoredList> list;  ///< null when a row is damaged, missing or no run, without a good copy
+  PreferenceVersion version;               ///< of the newest row, or that of the list where it is newer
+  bool isDamaged = false;  ///< checksums tell that rows, or the index of rows, are not as they were written
+};
 
-/// Reads the rows that are newer than `previous`, which was read or written over the same connection.
-std::shared_ptr<const StoredList> readNewerRows(const PreferencesDatabase& store, const StoredRuns& rows,
-                                                const std::shared_ptr<const StoredList>& previous);
+/// Reads all rows of the list, which has that version. `previous`, if any, lends its runs where the bytes are the same.
+ListReading readList(const PreferencesDatabase& store, const StoredRuns& rows, const PreferenceVersion& version,
+                     const StoredList* previous);
+
+/// Reads the rows that are newer than `previous`, which was read or written over the same connection with version
+/// `known`. The list is null when one of them is damaged.
+ListReading readNewerRows(const PreferencesDatabase& store, const StoredRuns& rows, const PreferenceVersion& version,
+                          const std::shared_ptr<const StoredList>& previous, const PreferenceVersion& known);
 
 /// The last good copy of the array; absent when a row of it is damaged or missing.
 std::optional<Value> lastGoodList(const PreferencesDatabase& store, const StoredRuns& rows);
 
-/// The bytes of all rows, one after the other: when they are whole, a CBOR sequence of arrays.
-Data bytesOfList(const PreferencesDatabase& store, const StoredRuns& rows);
+/// What is stored of a value: of a list the bytes of all rows, one after the other, when they are whole a CBOR sequence
+/// of arrays.
+Data foundBytes(const PreferencesDatabase& store, const StoredValue& value);
 
 /// What becomes of a value that is stored already.
 enum class EqualValues {

@@ -25,7 +25,7 @@ struct StoredRuns {
 };
 
 /// The array as it is stored, with what reading it again and writing over it need to know. Each row has the revision of
-/// its last change; whoever writes raises the list's revision, so that an index gives others the rows that they have
+/// its last change; each write raises the list's revision, so that an index gives others the rows that they have
 /// not read. A row's last good copy is written with it.
 ///
 /// Runs that did not change stay the same objects from one reading or writing to the next, and a list in which nothing

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "linux/CheckedRows.h"
 #include "linux/SQLiteDatabase.h"
 #include "linux/SQLitePreferences.h"
 #include "tests/linux/TemporaryFolder.h"
@@ -45,6 +46,8 @@ class SQLiteStores {
                                  .append(mine)
                                  .append(")");
     for (const std::string& statement : {value, rows}) database.prepare(statement).bind(1, domain).bind(2, key).run();
+    // As if it had been written so.
+    CheckedRows::seal(database);
   }
   void makeUnreadable() {
     std::filesystem::rename(_folder / SQLiteStoreFile, _folder / "elsewhere");

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -16,8 +17,9 @@ namespace pellor {
 /// Removed with everything in it at the end.
 class TemporaryFolder {
  public:
-  TemporaryFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "pellor-test-XXXXXX").string();
+  TemporaryFolder() : TemporaryFolder(std::filesystem::temp_directory_path()) {}
+  explicit TemporaryFolder(const std::filesystem::path& within) {
+    std::string pattern = (within / "pellor-test-XXXXXX").string();
     if (!::mkdtemp(pattern.data())) ADD_FAILURE() << "no temporary folder";
     _path = pattern;
   }
@@ -27,6 +29,12 @@ class TemporaryFolder {
   }
   TemporaryFolder(const TemporaryFolder&) = delete;
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  /// Where files are in memory, for tests that write very many; the usual place where there is no such folder.
+  static std::filesystem::path memory() {
+    const std::filesystem::path folder = "/dev/shm";
+    return ::access(folder.c_str(), W_OK) == 0 ? folder : std::filesystem::temp_directory_path();
+  }
 
   const std::filesystem::path& path() const { return _path; }
   std::filesystem::path operator/(std::string_view name) const { return _path / name; }
