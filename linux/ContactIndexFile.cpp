@@ -21,12 +21,14 @@ namespace pellor {
 namespace {
 
 constexpr const char* FileName = "contacts-index.sqlite";
-constexpr std::int64_t LayoutVersion = 2;
+constexpr std::int64_t LayoutVersion = 3;
 constexpr std::int32_t HighestFirstSequence = 1 << 30;
 
 // `claim` is what a card would be called if no other file had the same: its UID, else its file's name. `problem` is why
 // the file cannot be used as it is now; the last good content stays. The sequence of an identity is that of the last
 // change of its record or of one that it is or was linked with; identities stay when their records go.
+//
+// Each page carries a checksum: a row that is wrong, and one that is no longer found, would unlink friends.
 constexpr std::array Tables = {
     "CREATE TABLE counter (sequence INTEGER NOT NULL)",
     "CREATE TABLE folders (folder INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, uid TEXT NOT NULL,"
@@ -79,10 +81,11 @@ bool isSound(const SQLiteDatabase& database) {
   return statement.step() && statement.text(0) == "ok";
 }
 
-void prepareDatabase(const SQLiteDatabase& database, IndexCheck check) {
+void prepareDatabase(const SQLiteDatabase& database, IndexCheck check, bool isInMemory = false) {
   const std::int64_t version = database.integer("PRAGMA user_version");
   const bool isEmpty = database.integer("SELECT count(*) FROM sqlite_schema") == 0;
   if (!isEmpty && version != LayoutVersion) throw UnusableIndex("is of an unknown layout");
+  if (!isInMemory && !database.hasCheckedPages()) throw UnusableIndex("is damaged");
   if (check == IndexCheck::thorough && !isSound(database)) throw UnusableIndex("is damaged");
   database.execute("PRAGMA synchronous=FULL");
   database.execute("PRAGMA foreign_keys=ON");
@@ -93,6 +96,7 @@ SQLiteDatabase openFile(const std::filesystem::path& file, IndexCheck check,
                         const std::shared_ptr<LockPatience>& patience) {
   try {
     SQLiteDatabase database(file, SQLiteDatabase::Access::readWrite, patience);
+    if (database.integer("PRAGMA page_count") == 0) database.beginCheckedPages();
     database.execute("PRAGMA journal_mode=WAL");
     prepareDatabase(database, check);
     return database;
@@ -179,7 +183,7 @@ OpenedContactIndex openContactIndex(const std::filesystem::path& dataFolder, Ind
                                "); it is made in memory");
   }
   SQLiteDatabase database = SQLiteDatabase::inMemory();
-  prepareDatabase(database, IndexCheck::quick);
+  prepareDatabase(database, IndexCheck::quick, true);
   inMemory.statements = std::make_unique<SQLiteStatements>(std::move(database));
   inMemory.isInMemory = true;
   return inMemory;

@@ -6,6 +6,7 @@
 #include <thread>
 #include <utility>
 
+#include "linux/CheckedPages.h"
 #include "linux/RegularFile.h"
 
 namespace pellor {
@@ -155,7 +156,8 @@ SQLiteDatabase SQLiteDatabase::inMemory() {
 
 void SQLiteDatabase::open(const char* name, int flags) {
   sqlite3* database = nullptr;
-  const int code = sqlite3_open_v2(name, &database, flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE, nullptr);
+  const int code =
+      sqlite3_open_v2(name, &database, flags | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE, CheckedPages::name());
   _database.reset(database);
   if (code == SQLITE_CANTOPEN && database) requireFreeDescriptors(database);
   if (code != SQLITE_OK) throw SQLiteError(code, database ? sqlite3_errmsg(database) : sqlite3_errstr(code));
@@ -165,6 +167,10 @@ std::int64_t SQLiteDatabase::integer(std::string_view query) const {
   SQLiteStatement statement = prepare(query);
   return statement.step() ? statement.integer(0) : 0;
 }
+
+void SQLiteDatabase::beginCheckedPages() const { CheckedPages::begin(_database.get()); }
+
+bool SQLiteDatabase::hasCheckedPages() const { return CheckedPages::areIn(_database.get()); }
 
 bool SQLiteDatabase::isReadOnly() const { return sqlite3_db_readonly(_database.get(), "main") != 0; }
 

@@ -82,6 +82,10 @@ class SQLiteDatabase {
   /// Gives back the memory in which pages of the file are kept, up to 2 MB: the system keeps them as well.
   void releaseMemory() const { sqlite3_db_release_memory(_database.get()); }
 
+  /// See CheckedPages. The first one of an empty database.
+  void beginCheckedPages() const;
+  bool hasCheckedPages() const;
+
   bool isReadOnly() const;
   /// Whether the file was deleted or replaced since it was opened.
   bool hasMoved() const;

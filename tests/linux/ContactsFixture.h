@@ -22,7 +22,10 @@ struct ContactsFixture {
   std::string region = "DE";
   std::shared_ptr<LogCollector> log = std::make_shared<LogCollector>();
 
-  ContactsFixture() { std::filesystem::create_directory(contacts); }
+  explicit ContactsFixture(const std::filesystem::path& within = std::filesystem::temp_directory_path())
+      : folder(within) {
+    std::filesystem::create_directory(contacts);
+  }
 
   static std::string card(const std::string& uid, const std::string& name, const std::string& more = "") {
     const std::string identity = uid.empty() ? "" : "UID:" + uid + "\n";
