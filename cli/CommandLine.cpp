@@ -99,6 +99,7 @@ void addCommands(CLI::App& program, CommandLine& line) {
   addSettingsCommands(program, chosen);
   addStatusCommand(program, chosen);
   addWatchCommand(program, chosen);
+  addBackupCommands(program, chosen);
   addDeviceCommands(program, line);
   addDoctorCommand(program, line);
 }

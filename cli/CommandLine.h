@@ -51,6 +51,7 @@ void addFavoritesCommands(CLI::App& program, Command& chosen);                  
 void addSettingsCommands(CLI::App& program, Command& chosen);                      // settings
 void addStatusCommand(CLI::App& program, Command& chosen);                         // status
 void addWatchCommand(CLI::App& program, Command& chosen);                          // watch
+void addBackupCommands(CLI::App& program, Command& chosen);                        // backup
 void addDeviceCommands(CLI::App& program, CommandLine& line);                      // device
 void addDoctorCommand(CLI::App& program, CommandLine& line);                       // doctor
 

@@ -7,8 +7,10 @@
 #include "cli/CommandError.h"
 #include "cli/Services.h"
 #include "cli/ShownNumbers.h"
+#include "linux/SQLitePreferences.h"
 #include "linux/StandardErrorLog.h"
 #include "linux/TerminalText.h"
+#include "runtime/WallClock.h"
 
 namespace pellor::cli {
 namespace {
@@ -52,6 +54,9 @@ void Session::open() {
 Session::~Session() {
   const bool isWritten = !_isDropped && settle();
   _progress.remove();
+  if (_platform) {
+    for (const std::string& remark : _platform->preferences().takeRemarks()) writeError(printable(remark));
+  }
   _manager.reset();
   _platform.reset();
   // Its end would otherwise go on trying, and perhaps write what the user was told is not saved.
@@ -112,7 +117,18 @@ std::string Session::storeProblem() {
   const bool isFile = _options.configuration.text("store") == "sqlite";
   const std::string store =
       "the store in " + (isFile ? printable(_platform->dataFolder().string()) : std::string("PostgreSQL"));
-  return store + (error.empty() ? " is busy" : ": " + error);
+  const bool hasCopies = isFile && !copies().list().empty();
+  return store + (error.empty() ? " is busy" : ": " + error) + (hasCopies ? " (pellor backup lists its copies)" : "");
+}
+
+StoreCopies Session::copies() const { return StoreCopies(_platform->dataFolder() / StoreCopies::FolderName); }
+
+SQLitePreferences* Session::sqliteStore() const { return dynamic_cast<SQLitePreferences*>(&_platform->preferences()); }
+
+std::optional<StoreCopy> Session::presentCopy() {
+  SQLitePreferences* store = sqliteStore();
+  if (!store) throw CommandError("the store is no file of yours: its own backups are to be used");
+  return store->copyOfStore(wallClockNow());
 }
 
 void Session::answer(const std::function<std::string()>& text, const std::function<Json()>& json) {

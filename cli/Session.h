@@ -12,7 +12,12 @@
 #include "cli/Output.h"
 #include "linux/Configuration.h"
 #include "linux/LinuxPlatform.h"
+#include "linux/StoreCopies.h"
 #include "runtime/Process.h"
+
+namespace pellor {
+class SQLitePreferences;
+}
 
 namespace pellor::cli {
 
@@ -63,6 +68,12 @@ class Session {
 
   /// What is wrong with the store, for the user.
   std::string storeProblem();
+  /// The copies in the data folder.
+  StoreCopies copies() const;
+  /// Null when the store is no file of the user's own.
+  SQLitePreferences* sqliteStore() const;
+  /// What is stored now; absent when it cannot be read. Throws when the store is no file of the user's own.
+  std::optional<StoreCopy> presentCopy();
 
   /// Sets the answer: the text, or with --json the object. Printed by the program after the command.
   void answer(const std::function<std::string()>& text, const std::function<Json()>& json);

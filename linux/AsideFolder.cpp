@@ -49,4 +49,19 @@ bool keepAside(const fs::path& folder, std::string_view key, std::string_view do
   return false;
 }
 
+bool moveAside(const fs::path& folder, const fs::path& database) {
+  if (createPrivateFolder(folder)) return false;
+  const fs::path place = folder / (database.filename().string() + "-" + utcTime());
+  fs::path free = place;
+  std::error_code error;
+  for (int number = 2; fs::exists(fs::symlink_status(free, error)); ++number) {
+    free = place.string() + "-" + std::to_string(number);
+  }
+  fs::rename(database, free, error);
+  if (error) return false;
+  // Those of a database that was closed are not there.
+  for (const char* suffix : {"-wal", "-shm"}) fs::rename(database.string() + suffix, free.string() + suffix, error);
+  return true;
+}
+
 }  // namespace pellor

@@ -10,8 +10,10 @@
 #include "linux/NotifyFolder.h"
 #include "linux/PrometheusCounters.h"
 #include "linux/SQLitePreferences.h"
+#include "linux/StoreCopyKeeper.h"
 #include "linux/UnpairedDevice.h"
 #include "runtime/Queue.h"
+#include "runtime/WallClock.h"
 
 namespace pellor {
 namespace {
@@ -24,6 +26,17 @@ std::shared_ptr<SharedPreferences> makePreferences(Process& process, const Linux
   if (options.parts.preferences) return options.parts.preferences(process);
   return std::make_shared<SQLitePreferences>(options.folders.data, options.folders.config / "defaults.json",
                                              logOf(process, "preferences"));
+}
+
+/// Of the process's store, as long as the process.
+struct KeptCopies {
+  std::shared_ptr<StoreCopyKeeper> keeper;
+};
+
+void keepCopies(Process& process, const std::shared_ptr<SharedPreferences>& preferences) {
+  const auto store = std::dynamic_pointer_cast<SQLitePreferences>(preferences);
+  if (!store) return;
+  process.local<KeptCopies>().keeper = StoreCopyKeeper::make(process, store, logOf(process, "copies"), wallClockNow);
 }
 
 std::optional<std::filesystem::path> contactsFolderOf(const LinuxPlatformOptions& options) {
@@ -108,6 +121,7 @@ LinuxPlatform::LinuxPlatform(Process& process, const LinuxPlatformOptions& optio
       _identities(makeIdentities(process, options.folders, _region)),
       _addressBook(makeAddressBook(process, options, _region, _identities)),
       _favoritesFile(makeFavoritesFile(_addressBook, _contactsFolder)) {
+  keepCopies(process, _preferences);
   installPlatform(process, assemble(process, options));
 }
 

@@ -41,6 +41,7 @@ class MachinePreferences final : public SharedPreferences {
   }
   bool isWritable() override { return _store->isWritable(); }
   std::string lastError() const override { return _store->lastError(); }
+  std::vector<std::string> takeRemarks() override { return _store->takeRemarks(); }
 
  private:
   bool isFollower(std::string_view domain);

@@ -1,160 +1,17 @@
 #include "linux/PreferencesDatabase.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <utility>
 
 #include "linux/CheckedRows.h"
-#include "linux/FileLock.h"
-#include "linux/PrivateFiles.h"
 
 namespace pellor {
 namespace {
-
-namespace fs = std::filesystem;
-
-// So that the row of a run, of 5 to 8 kB, fits into a page: else each write of it takes other pages than the last one.
-constexpr int PageSize = 8192;
-
-/// Held while the file is made, opened and laid out. SQLite's own locks do not cover the change to write-ahead logging
-/// when several processes start at once.
-FileLock lockFolder(const fs::path& folder, LockPatience& patience) {
-  FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!opened) throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot open the folder", folder));
-  auto lock = FileLock::take(std::move(opened), patience);
-  if (!lock) throw SQLiteError(errno == EWOULDBLOCK ? SQLITE_BUSY : SQLITE_IOERR, lockError(folder));
-  return *std::move(lock);
-}
-
-fs::path besideFile(const fs::path& file, const char* suffix) { return file.string() + suffix; }
-
-// Made without opening it. SQLite gives its other files the same mode.
-void makeEmptyFile(const fs::path& file) {
-  if (::mknod(file.c_str(), S_IFREG | S_IRUSR | S_IWUSR, 0) == 0) return;
-  throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot make", file));
-}
-
-void closeToOthers(const fs::path& file) {
-  struct stat found {};
-  if (::stat(file.c_str(), &found) != 0 || !S_ISREG(found.st_mode) || (found.st_mode & 077) == 0) return;
-  // Fails for another user's file, which stays as that user wants it.
-  ::chmod(file.c_str(), S_IRUSR | S_IWUSR);
-}
-
-// Of a file, and of no copy of it: a copy goes on from earlier versions than others know, and their counts would be
-// given a second time. Where the system does not know when a file was made, its number has to do.
-std::string identityOf(const fs::path& file) {
-  struct statx found {};
-  if (::statx(AT_FDCWD, file.c_str(), 0, STATX_INO | STATX_BTIME, &found) != 0) return "";
-  const bool isDated = (found.stx_mask & STATX_BTIME) != 0;
-  std::string identity = std::to_string(found.stx_ino);
-  if (isDated) identity += " " + std::to_string(found.stx_btime.tv_sec) + "." + std::to_string(found.stx_btime.tv_nsec);
-  return identity;
-}
-
-/// Beside the place of the file, which it takes once it is laid out: a file there that holds nothing has lost it.
-void makeStore(const fs::path& file, std::shared_ptr<LockPatience> patience) {
-  const fs::path made = besideFile(file, ".new");
-  for (const char* suffix : {"", "-journal"}) {
-    std::error_code ignored;
-    fs::remove(besideFile(made, suffix), ignored);
-  }
-  makeEmptyFile(made);
-  {
-    const SQLiteDatabase database(made, SQLiteDatabase::Access::readWrite, std::move(patience));
-    database.execute("PRAGMA synchronous = FULL");
-    database.execute("PRAGMA page_size = " + std::to_string(PageSize));
-    SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
-    PreferencesLayout::make(database);
-    PreferencesLayout::nameStore(database, identityOf(made));
-    transaction.commit();
-  }
-  // The log of a file that is gone belongs to that file.
-  for (const char* suffix : {"-wal", "-shm"}) {
-    std::error_code ignored;
-    fs::remove(besideFile(file, suffix), ignored);
-  }
-  if (::rename(made.c_str(), file.c_str()) != 0) throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot make", file));
-}
-
-bool lacksPermission(const SQLiteError& error) {
-  return error.code() == SQLITE_CANTOPEN || error.code() == SQLITE_READONLY;
-}
 
 CheckedTable tableOfValues(RowCopy copy) {
   return copy == RowCopy::stored ? CheckedTable::values : CheckedTable::goodValues;
 }
 
 }  // namespace
-
-fs::path PreferencesDatabase::fileIn(const fs::path& folder) { return folder / "preferences.sqlite"; }
-
-PreferencesDatabase::PreferencesDatabase(const fs::path& folder, bool forWriting,
-                                         std::shared_ptr<LockPatience> patience)
-    : _patience(std::move(patience)) {
-  if (forWriting) openForWriting(folder);
-  if (!_isWritable) openForReading(fileIn(folder));
-}
-
-void PreferencesDatabase::openForWriting(const fs::path& folder) {
-  const fs::path file = fileIn(folder);
-  if (auto error = createPrivateFolder(folder)) throw SQLiteError(SQLITE_CANTOPEN, *error);
-  const FileLock lock = lockFolder(folder, *_patience);
-  std::error_code ignored;
-  if (!fs::exists(fs::symlink_status(file, ignored))) makeStore(file, _patience);
-  for (const char* suffix : {"", "-wal", "-shm"}) closeToOthers(besideFile(file, suffix));
-  open(file, SQLiteDatabase::Access::readWrite);
-  if (_statements->database().isReadOnly()) return;
-  try {
-    prepareForWriting(identityOf(file));
-    _isWritable = true;
-  } catch (const SQLiteError& error) {
-    // The file may be written but not its folder, where the log would have to be.
-    if (!lacksPermission(error)) throw;
-  }
-}
-
-void PreferencesDatabase::open(const fs::path& file, SQLiteDatabase::Access access) {
-  _statements = std::make_unique<SQLiteStatements>(SQLiteDatabase(file, access, _patience));
-}
-
-void PreferencesDatabase::prepareForWriting(const std::string& identity) {
-  const SQLiteDatabase& database = _statements->database();
-  database.execute("PRAGMA synchronous = FULL");
-  database.execute("PRAGMA cell_size_check = ON");
-  const PreferencesLayout& found = PreferencesLayout::withNumber(version());
-  database.execute("PRAGMA journal_mode = WAL");
-  const auto named = found.hasVersions ? storedIdentity() : std::nullopt;
-  _hadDamagedNumber = found.hasVersions && !named;
-  if (!named || *named != identity) {
-    SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
-    PreferencesLayout::migrate(database, found);
-    PreferencesLayout::nameStore(database, identity);
-    transaction.commit();
-  }
-  _number = storedNumber();
-}
-
-void PreferencesDatabase::openForReading(const fs::path& file) {
-  open(file, SQLiteDatabase::Access::readOnly);
-  try {
-    layout();
-    return;
-  } catch (const SQLiteError& error) {
-    // Reading beside writers needs two more files. Where they cannot be made nobody writes either, and the file by
-    // itself is complete, unless a log with commits that are not in it yet was left beside it.
-    std::error_code ignored;
-    const auto logSize = fs::file_size(besideFile(file, "-wal"), ignored);
-    const bool isComplete = ignored || logSize == 0;
-    if (!lacksPermission(error) || !isComplete) throw;
-  }
-  open(file, SQLiteDatabase::Access::frozen);
-  _isFrozen = true;
-  layout();
-}
 
 std::int64_t PreferencesDatabase::version() const { return _statements->integer("PRAGMA user_version"); }
 
@@ -179,6 +36,15 @@ std::optional<std::string> PreferencesDatabase::storedIdentity() const {
   std::string identity = row->text(1);
   const bool isWhole = row->integer(3) == CheckedRows::checksumOfStore(row->integer(0), identity, row->integer(2));
   return isWhole ? std::optional(std::move(identity)) : std::nullopt;
+}
+
+bool PreferencesDatabase::wasCut() const {
+  std::error_code error;
+  const std::uintmax_t size = _file.empty() ? 0 : std::filesystem::file_size(_file, error);
+  if (error || _statements->database().hasMoved()) return false;
+  if (size < _size) return true;
+  _size = size;
+  return false;
 }
 
 SQLiteTransaction PreferencesDatabase::transaction(SQLiteTransaction::Kind kind) const {
@@ -216,6 +82,14 @@ StoredValue PreferencesDatabase::valueIn(const SQLiteStatement& row, RowCopy cop
                                                                  runs, value.version);
   value.version.store = store;
   return value;
+}
+
+std::vector<std::string> PreferencesDatabase::domains() const {
+  std::vector<std::string> domains;
+  const SQLiteStatements::Use row =
+      _statements->use(std::string("SELECT DISTINCT domain FROM ").append(layout().values));
+  while (row->step()) domains.push_back(row->text(0));
+  return domains;
 }
 
 std::vector<std::string> PreferencesDatabase::keysOfGoodCopies(std::string_view domain) const {

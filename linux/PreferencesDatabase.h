@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -11,6 +12,7 @@
 
 #include "linux/PreferencesLayout.h"
 #include "linux/SQLiteStatements.h"
+#include "linux/StoreCopies.h"
 #include "linux/StoredRuns.h"
 #include "platform/PreferencesStore.h"
 #include "runtime/Value.h"
@@ -37,7 +39,18 @@ class PreferencesDatabase {
   /// at all, so that an empty file is none that was just made; what may not be written is opened for reading. Throws
   /// when it is missing and may not be made, cannot be read, is no database of ours or was made by a later version;
   /// then it has not been changed. Waits for locks of others as long as the patience lasts.
-  PreferencesDatabase(const std::filesystem::path& folder, bool forWriting, std::shared_ptr<LockPatience> patience);
+  ///
+  /// A file that is made gets what `content` gives, if anything. So does one that takes the place of a file which is
+  /// damaged, empty or no database of ours, if there is anything to give; what was found is moved to `folder`/aside.
+  using Content = std::function<std::optional<StoreCopy>()>;
+  PreferencesDatabase(const std::filesystem::path& folder, bool forWriting, std::shared_ptr<LockPatience> patience,
+                      const Content& content);
+
+  /// Moves the file to `folder`/aside, if there is one, and makes another with that content; null: none. Throws when
+  /// a later version made it, or that fails. Leaves a file alone that `isToGo` spares, asked when nobody else makes
+  /// or replaces one.
+  static void startAnew(const std::filesystem::path& folder, std::shared_ptr<LockPatience> patience,
+                        const StoreCopy* content, const std::function<bool()>& isToGo);
 
   static std::filesystem::path fileIn(const std::filesystem::path& folder);
 
@@ -49,12 +62,16 @@ class PreferencesDatabase {
   /// written beside it, never: then it has to be opened anew to see changes.
   bool isCurrent() const { return !_isFrozen && !_statements->database().hasMoved(); }
 
+  /// Whether the file has become shorter, which it never does by itself: what was behind is lost, though the connection
+  /// may still remember it.
+  bool wasCut() const;
+
   /// The layout of the file; of one that may only be read, at this moment. Then it throws for a later version's.
   const PreferencesLayout& layout() const;
   /// The store's number in versions; 0 where an earlier layout has none, or where it is damaged and cannot be written.
   std::uint64_t number() const;
-  /// Whether the store had to be given another number because its own was damaged.
-  bool hadDamagedNumber() const { return _hadDamagedNumber; }
+  /// What became of the store as it was opened, that the user should know.
+  const std::vector<std::string>& remarks() const { return _remarks; }
 
   /// Changes whenever another connection has committed.
   std::int64_t dataVersion() const { return _statements->integer("PRAGMA data_version"); }
@@ -78,6 +95,8 @@ class PreferencesDatabase {
     statement->bind(1, domain).bind(2, key);
     if (statement->step()) visit(valueIn(*statement, copy, domain, store));
   }
+  /// The domains that have values.
+  std::vector<std::string> domains() const;
   /// The keys of the domain that have a good copy, which are those that have a value. None in earlier layouts.
   std::vector<std::string> keysOfGoodCopies(std::string_view domain) const;
 
@@ -102,7 +121,11 @@ class PreferencesDatabase {
   static void bindVersion(SQLiteStatement& statement, int parameter, const PreferenceVersion& version);
 
  private:
-  void openForWriting(const std::filesystem::path& folder);
+  explicit PreferencesDatabase(std::shared_ptr<LockPatience> patience);
+  void openForWriting(const std::filesystem::path& folder, const Content& content);
+  void openFile(const std::filesystem::path& file);
+  void makeStore(const std::filesystem::path& file, const StoreCopy* content);
+  void fill(const StoreCopy& content) const;
   void openForReading(const std::filesystem::path& file);
   void open(const std::filesystem::path& file, SQLiteDatabase::Access access);
   void prepareForWriting(const std::string& identity);
@@ -117,10 +140,12 @@ class PreferencesDatabase {
   void removeRuns(std::string_view key, std::string_view domain) const;
 
   const std::shared_ptr<LockPatience> _patience;
+  std::filesystem::path _file;
+  mutable std::uintmax_t _size = 0;  ///< the largest that the file was seen to have
   std::unique_ptr<SQLiteStatements> _statements;
   bool _isWritable = false;
   bool _isFrozen = false;
-  bool _hadDamagedNumber = false;
+  std::vector<std::string> _remarks;
   std::uint64_t _number = 0;  ///< while it may be written
 };
 

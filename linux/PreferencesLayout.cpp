@@ -79,9 +79,10 @@ const PreferencesLayout& PreferencesLayout::withNumber(std::int64_t number) {
   for (const PreferencesLayout& layout : Layouts) {
     if (layout.number == number) return layout;
   }
-  throw SQLiteError(SQLITE_NOTADB, number > present().number
-                                       ? "the store was made by a later version (" + std::to_string(number) + ")"
-                                       : "the file is no store of this program");
+  if (number > present().number) {
+    throw SQLiteError(SQLITE_MISMATCH, "the store was made by a later version (" + std::to_string(number) + ")");
+  }
+  throw SQLiteError(SQLITE_NOTADB, "the file is empty, or no store of this program");
 }
 
 void PreferencesLayout::make(const SQLiteDatabase& database) {

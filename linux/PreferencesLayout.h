@@ -25,8 +25,8 @@ struct PreferencesLayout {
   bool hasVersions;  ///< and checksums
 
   static const PreferencesLayout& present();
-  /// By the number that is stored in the file. Throws SQLiteError for one that is no layout of this program or a later
-  /// one's.
+  /// By the number that is stored in the file. Throws SQLiteError for one that is no layout of this program
+  /// (SQLITE_NOTADB) or a later one's (SQLITE_MISMATCH).
   static const PreferencesLayout& withNumber(std::int64_t number);
 
   /// Lays out an empty file, or a file of layout `found`, as the present one. Then the store has to be named. In a

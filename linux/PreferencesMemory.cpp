@@ -73,7 +73,16 @@ void PreferencesMemory::removePending(std::string_view domain, const PendingValu
 
 const char* PreferencesMemory::participleOf(Fault fault) { return fault == Fault::read ? "read" : "written"; }
 
-void PreferencesMemory::remark(const std::string& text) const { _log.log("preferences in %@: %@", _place, text); }
+void PreferencesMemory::remark(const std::string& text) {
+  _log.log("preferences in %@: %@", _place, text);
+  const MutexLock lock(_mutex);
+  _remarks.push_back(text);
+}
+
+std::vector<std::string> PreferencesMemory::takeRemarks() {
+  const MutexLock lock(_mutex);
+  return std::exchange(_remarks, {});
+}
 
 void PreferencesMemory::begins(Fault fault, const std::string& error) {
   {

@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/PreferencesStore.h"
 #include "runtime/Log.h"
@@ -58,7 +59,9 @@ class PreferencesMemory {
   void installKeys(std::string_view domain, std::span<const std::string> keys, const Snapshot& stored);
 
   /// Says on the log what happened to the preferences there.
-  void remark(const std::string& text) const;
+  void remark(const std::string& text);
+  /// What was said so since the last call.
+  std::vector<std::string> takeRemarks();
   /// Each is logged when it changes something.
   void begins(Fault fault, const std::string& error);
   void ends(Fault fault);
@@ -79,6 +82,7 @@ class PreferencesMemory {
   mutable Mutex _mutex;
   std::map<std::string, Domain, std::less<>> _domains PELLOR_GUARDED_BY(_mutex);
   std::uint64_t _lastSerial PELLOR_GUARDED_BY(_mutex) = 0;
+  std::vector<std::string> _remarks PELLOR_GUARDED_BY(_mutex);
   std::map<Fault, std::string> _errors PELLOR_GUARDED_BY(_mutex);  ///< of the faults that last
 };
 

@@ -68,6 +68,7 @@ SQLitePreferences::SQLitePreferences(fs::path folder, fs::path defaultsFile, Log
     : _folder(std::move(folder)),
       _access(access),
       _patience(std::make_shared<LockPatience>(lockLimit)),
+      _copies(_folder / StoreCopies::FolderName),
       _memory(_folder.string(), log),
       _defaults(std::move(defaultsFile), std::move(log)),
       _ownNumber(randomNumber()) {}
@@ -174,18 +175,21 @@ bool SQLitePreferences::isWritable() {
   }
 }
 
-fs::path SQLitePreferences::asideFolder() const { return _folder / "aside"; }
+fs::path SQLitePreferences::asideFolder() const { return _folder / AsideFolderName; }
 
 std::string SQLitePreferences::lastError() const { return _memory.lastError(); }
 
 // The connection
 
 const PreferencesDatabase& SQLitePreferences::database() {
+  if (_database && _database->wasCut()) replaceCutStore();
   if (_database && _database->isCurrent()) return *_database;
   _database.reset();
   for (auto& [domain, known] : _known) known.dataVersion.reset();
-  _database = std::make_unique<PreferencesDatabase>(_folder, _access == Access::readWrite, _patience);
-  if (_database->hadDamagedNumber()) _memory.remark("the number of the store was damaged; it has a new one");
+  _database =
+      std::make_unique<PreferencesDatabase>(_folder, _access == Access::readWrite, _patience,
+                                            [this]() PELLOR_REQUIRES(_connectionMutex) { return contentOfNewStore(); });
+  for (const std::string& remark : _database->remarks()) _memory.remark(remark);
   return *_database;
 }
 
@@ -284,6 +288,7 @@ PreferenceWriteOutcome SQLitePreferences::store(std::string_view domain, const B
     isCommitting = true;
     transaction.commit();
     knownOf(domain).snapshot = std::move(snapshot);
+    if (_observer) _observer();
   } catch (const SQLiteError& error) {
     _memory.begins(Fault::write, error.what());
     knownOf(domain).dataVersion.reset();

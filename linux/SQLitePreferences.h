@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -11,6 +12,7 @@
 #include "linux/DefaultsFile.h"
 #include "linux/PreferencesMemory.h"
 #include "linux/SharedPreferences.h"
+#include "linux/StoreCopies.h"
 #include "runtime/Log.h"
 #include "runtime/ThreadSafety.h"
 
@@ -67,6 +69,18 @@ class SQLitePreferences final : public SharedPreferences {
   bool insertIfAbsent(const Dictionary& values, std::string_view domain) override;
   bool isWritable() override;
   std::string lastError() const override;
+  std::vector<std::string> takeRemarks() override { return _memory.takeRemarks(); }
+
+  /// The copies in `folder`/copies. A store that is gone, or whose file is damaged, is made anew of what this process
+  /// knows of it, else of the newest copy; without either it is new, or unreadable.
+  const StoreCopies& copies() const { return _copies; }
+  /// All that is stored now, with the date `date`; absent when it cannot be read.
+  std::optional<StoreCopy> copyOfStore(double date);
+  /// Called after each write that changed the store, on its thread; must return at once. Before the first write.
+  void setWriteObserver(std::function<void()> observer);
+  /// Puts the store's file aside and makes another one of that copy (null: an empty one), for the next use. False when
+  /// that failed; `lastError` says why.
+  bool startAnew(const StoreCopy* content);
 
  private:
   using Fault = PreferencesMemory::Fault;
@@ -119,11 +133,15 @@ class SQLitePreferences final : public SharedPreferences {
   void closeAfter(const SQLiteError& error) PELLOR_REQUIRES(_connectionMutex);
 
   std::filesystem::path asideFolder() const;
+  void replaceCutStore() PELLOR_REQUIRES(_connectionMutex);
+  std::optional<StoreCopy> contentOfNewStore() PELLOR_REQUIRES(_connectionMutex);
 
   const std::filesystem::path _folder;
   const Access _access;
   const std::shared_ptr<LockPatience> _patience;
+  const StoreCopies _copies;
   PreferencesMemory _memory;
+  std::function<void()> _observer;  // set before the first write
   DefaultsFile _defaults;
   // Of versions that the store does not give, because it was laid out before there were any.
   const std::uint64_t _ownNumber;

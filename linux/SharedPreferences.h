@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/PreferencesStore.h"
 
@@ -22,6 +23,8 @@ class SharedPreferences : public PreferencesStore {
   virtual bool isWritable() = 0;
   /// What went wrong last and has not worked since, for the user; empty when all is well.
   virtual std::string lastError() const = 0;
+  /// What happened to the store that the user should know, each once.
+  virtual std::vector<std::string> takeRemarks() { return {}; }
 };
 
 }  // namespace pellor

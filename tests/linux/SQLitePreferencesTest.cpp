@@ -112,8 +112,8 @@ TEST_F(SQLitePreferencesTest, WhatCannotBeReadIsNeverWritten) {
       {"pages overwritten", torn},
       {"first page empty", headless},
   };
-  const auto store = open();
   for (const auto& [what, content] : damages) {
+    const auto store = open();
     _log->clear();
     replaceFile(content);
     EXPECT_FALSE(store->synchronize(Domain)) << what;

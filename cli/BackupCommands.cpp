@@ -1,0 +1,138 @@
+// backup, backup restore
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+
+#include "cli/CommandLine.h"
+#include "cli/Output.h"
+#include "linux/SQLitePreferences.h"
+#include "linux/StoreCopies.h"
+#include "platform/SystemNotifyBus.h"
+#include "runtime/WallClock.h"
+
+namespace pellor::cli {
+namespace {
+
+std::string lineOf(const StoreCopies::Entry& entry) {
+  constexpr std::size_t nameWidth = 28, dateWidth = 18, countWidth = 16;
+  const std::string name = fitted(entry.name, nameWidth);
+  if (!entry.isWhole) return name + "damaged\n";
+  return name + fitted(dateText(entry.date), dateWidth) + fitted(friendsText(entry.friends), countWidth) +
+         entry.purpose + "\n";
+}
+
+Json jsonOf(const StoreCopies::Entry& entry) {
+  return {{"name", entry.name},
+          {"date", entry.isWhole ? Json(dateText(entry.date)) : Json(nullptr)},
+          {"friends", entry.isWhole ? Json(entry.friends) : Json(nullptr)},
+          {"purpose", entry.purpose},
+          {"isWhole", entry.isWhole}};
+}
+
+void list(Session& session) {
+  const auto copies = session.copies().list();
+  const auto text = [&] {
+    std::string all;
+    for (const auto& entry : copies) all += lineOf(entry);
+    return all.empty() ? "no copies\n" : all;
+  };
+  session.answer(text, [&] {
+    Json entries = Json::array();
+    for (const auto& entry : copies) entries.push_back(jsonOf(entry));
+    return Json{{"copies", entries}};
+  });
+}
+
+// What a copy takes the place of becomes one.
+void keepPresent(Session& session, const StoreCopy& present) {
+  if (present.values.empty()) return;
+  if (const auto error = session.copies().keepReplaced(present)) throw CommandError("nothing was changed: " + *error);
+}
+
+PreferenceChanges changesTo(const StoreCopy& copy, const StoreCopy& present, const std::string& domain) {
+  PreferenceChanges changes;
+  for (const auto& [name, content] : present.values) {
+    if (name.first == domain) changes[name.second] = {PreferenceChange::Kind::remove, std::nullopt, std::nullopt};
+  }
+  for (const auto& [name, content] : copy.values) {
+    if (name.first != domain) continue;
+    auto value = StoreCopy::valueOf(content);
+    if (value) changes[name.second] = {PreferenceChange::Kind::set, std::move(value), std::nullopt};
+  }
+  return changes;
+}
+
+void editInto(Session& session, const StoreCopy& copy, const StoreCopy& present) {
+  std::set<std::string> domains;
+  for (const auto* each : {&copy, &present}) {
+    for (const auto& [name, content] : each->values) domains.insert(name.first);
+  }
+  for (const std::string& domain : domains) {
+    const auto answer = session.platform().preferences().write(changesTo(copy, present, domain), {}, domain);
+    if (answer.outcome != PreferenceWriteOutcome::written) {
+      throw CommandError("the copy was not taken back, or not all of it: " + session.storeProblem());
+    }
+  }
+  platformOf(session.process()).notifyBus->post(PLFriendsChangedExternallyNotification);
+}
+
+void startAnew(Session& session, const StoreCopy* copy) {
+  SQLitePreferences* store = session.sqliteStore();
+  if (!store || !store->startAnew(copy)) throw CommandError("nothing was changed: " + session.storeProblem());
+}
+
+// In a whole store a copy is an edit; one that cannot be read is put aside.
+void restore(Session& session, const std::string& which) {
+  const auto copy = session.copies().read(which);
+  if (!copy) throw CommandError("there is no whole copy " + inQuotes(which) + " (pellor backup lists them)");
+  const auto present = session.presentCopy();
+  if (present) {
+    session.requireWritableStore();
+    keepPresent(session, *present);
+    editInto(session, *copy, *present);
+  } else {
+    startAnew(session, &*copy);
+  }
+  const std::string done = "restored the copy of " + dateText(copy->date) + ", " + friendsText(copy->friends);
+  session.answer([&] { return done + "\n"; }, [&] { return Json{{"restored", which}, {"friends", copy->friends}}; });
+}
+
+void restoreEmpty(Session& session) {
+  if (const auto present = session.presentCopy()) keepPresent(session, *present);
+  startAnew(session, nullptr);
+  session.answer([] { return std::string("the store is new; what it held was put aside\n"); },
+                 [] {
+                   return Json{{"restored", nullptr}, {"friends", 0}};
+                 });
+}
+
+}  // namespace
+
+void addBackupCommands(CLI::App& program, Command& chosen) {
+  auto* command = program.add_subcommand("backup", "List the copies of the store");
+  command->require_subcommand(0, 1);
+  const auto which = std::make_shared<std::string>();
+  const auto empty = std::make_shared<bool>(false);
+  auto* restoring = command->add_subcommand(
+      "restore",
+      "Take a copy back; what it takes the place of becomes a copy. A store that cannot be read is put aside");
+  auto* name = restoring->add_option("WHICH", *which, "The copy's name, as pellor backup lists it");
+  auto* flag = restoring->add_flag("--empty", *empty, "Start anew, with an empty store; end other programs before");
+  name->excludes(flag);
+  command->callback([&chosen, restoring, which, empty] {
+    if (!restoring->parsed()) {
+      chosen = list;
+    } else if (*empty) {
+      chosen = restoreEmpty;
+    } else if (which->empty()) {
+      throw UsageError("WHICH copy, or --empty? (pellor backup lists them)");
+    } else {
+      chosen = [which](Session& session) { restore(session, *which); };
+    }
+  });
+}
+
+}  // namespace pellor::cli
