@@ -150,6 +150,7 @@ PLFriendsManager::PLFriendsManager(Passkey, Process& process, std::string domain
       _changeLogQueue(ConcurrentQueue::make(prefixed(".Pellor.PLFriendsManager.ChangeLog"))),
       _identifiersToPersonMap(_friendList.people()),
       _takeover(process, _friendList, _sourcedPersons, [this] { _addEmptyGroup(); }),
+      _heldRefresh(process, [this] { _tryRefresh(weak_from_this()); }),
       _loadRetryPause(kFirstRetryPause) {
   _process.addSettleParticipant(*this);
 }
@@ -413,7 +414,8 @@ void PLFriendsManager::_finishLoad() {
   }
   _didCompleteInitialLoading = true;
   if (!refreshAgainstAddressBook()) {
-    _cleanUpFriendListIfNecessary();
+    // A friend who is there twice may have become so by contacts that are gone for a while.
+    if (!_heldRefresh.isHolding()) _cleanUpFriendListIfNecessary();
     _postChangeNotificationIfNecessary();
   }
   _createAddressToPersonDictionary();
@@ -1459,10 +1461,13 @@ void PLFriendsManager::_addressBookChanged(const Notification& notification) {
     // Also while the timer is set: a refresh may have run since.
     self->_needsAddressBookRefresh = true;
     if (self->_addressBookRefreshTimer && self->_addressBookRefreshTimer->isValid()) return;
-    self->_addressBookRefreshTimer = Timer::after(self->_process.mainQueue(), kAddressBookRefreshDelay, [weak] {
-      if (auto manager = weak.lock()) manager->refreshAgainstAddressBook();
-    });
+    self->_addressBookRefreshTimer =
+        Timer::after(self->_process.mainQueue(), kAddressBookRefreshDelay, [weak] { _tryRefresh(weak); });
   });
+}
+
+void PLFriendsManager::_tryRefresh(const std::weak_ptr<PLFriendsManager>& manager) {
+  if (auto self = manager.lock()) self->refreshAgainstAddressBook();
 }
 
 bool PLFriendsManager::refreshAgainstAddressBook() {
@@ -1471,8 +1476,9 @@ bool PLFriendsManager::refreshAgainstAddressBook() {
   const bool isDue = _needsAddressBookRefresh || _addressBookSequenceNumberDidChange();
   if (!isDue || !_refreshAgainstContactsEnabled) return false;
   bool didRefresh = false;
-  platformOf(_process).addressBook->performWithAddressBook(
-      [&](AddressBook& addressBook) { didRefresh = addressBook.isReadable() && _refreshFriends(addressBook); });
+  platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
+    didRefresh = addressBook.isReadable() && !_heldRefresh.holdsBack() && _refreshFriends(addressBook);
+  });
   if (!didRefresh) return false;
   _cleanUpFriendListIfNecessary();
   _postChangeNotificationIfNecessary();
@@ -1495,8 +1501,10 @@ bool PLFriendsManager::_refreshFriends(AddressBook& addressBook) {
   }
   const bool isComplete = addressBook.isReadable();
   _reconciledFriends.end(isComplete);
-  if (isComplete) _updateLastKnownAddressBookSequenceNumber(number);
-  return isComplete;
+  if (!isComplete) return false;
+  _updateLastKnownAddressBookSequenceNumber(number);
+  _heldRefresh.noteRefresh();
+  return true;
 }
 
 std::vector<std::uint64_t> PLFriendsManager::_indicesOfFriendsToRefresh(AddressBook& addressBook) {

@@ -31,6 +31,7 @@
 #include "Pellor/PLDestinationStatus.h"
 #include "Pellor/PLFriendGroup.h"
 #include "Pellor/PLFriendsManagerKeys.h"
+#include "Pellor/PLHeldRefresh.h"
 #include "Pellor/PLIdentifierMap.h"
 #include "Pellor/PLListTakeover.h"
 #include "Pellor/PLListWriter.h"
@@ -228,7 +229,9 @@ class PLFriendsManager : public Object,
   /// Brings every friend in step with the contacts, if they changed since the last time or a load asked for it, takes
   /// out who is there twice, saves, and posts the change notification; whether a refresh ran. Does nothing, and leaves
   /// a refresh due, while refreshing is disabled, before there is a list and while the contacts cannot be read. One
-  /// that cannot read them to its end stays due as well, and counts as none.
+  /// that cannot read them to its end stays due as well, and counts as none. While most of the contacts are gone
+  /// (`AddressBookStore::contactsFall`) it is held back, the list is not cleaned up either, and it runs by itself when
+  /// it may.
   bool refreshAgainstAddressBook();
   /// Enables or disables refreshing in this manager, until it ends; enabling it starts a refresh that is due. Before
   /// the store has answered it takes the place of the setting.
@@ -366,6 +369,7 @@ class PLFriendsManager : public Object,
   // 6  Loading, refresh and clean-up
   void _personValuesChanged(const Notification& notification);
   void _addressBookChanged(const Notification& notification);
+  static void _tryRefresh(const std::weak_ptr<PLFriendsManager>& manager);
   void _updateFriends(const PLStoredList& stored, const PLMergeResult* merged);
   void _cleanUpFriendListIfNecessary();
   void _deduplicateFriendListIfNecessary();
@@ -418,6 +422,7 @@ class PLFriendsManager : public Object,
   double _lastPost = 0;               // when, in seconds of absolute time
   std::shared_ptr<Timer> _echoTimer;
   bool _needsAddressBookRefresh = false;
+  PLHeldRefresh _heldRefresh;
   PLReconciledFriends _reconciledFriends;
   bool _didCompleteInitialLoading = false;
   bool _lastLoadHadChanges = false;

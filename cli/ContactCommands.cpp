@@ -134,20 +134,37 @@ std::string refreshText(const std::vector<Change>& changes) {
   return text;
 }
 
-Json refreshJson(const std::vector<Change>& changes) {
+Json refreshJson(const std::vector<Change>& changes, const std::optional<ContactsFall>& fall) {
   Json list = Json::array();
   for (const Change& change : changes) list.push_back(jsonOf(change));
   Json object;
   object["changes"] = std::move(list);
+  object["heldBack"] = fall ? Json{{"before", fall->before}, {"now", fall->now}} : Json(nullptr);
   return object;
 }
 
-void refresh(Session& session) {
+// What was known of a source that gives no cards at present is no news of the contacts.
+void requireContactsAtHand(Session& session) {
   session.requireContacts();
+  if (const auto error = session.platform().addressBook().sourceError())
+    throw CommandError("nothing was refreshed: " + printable(*error));
+}
+
+std::string heldBackText(const ContactsFall& fall) {
+  return "nothing was refreshed: only " + std::to_string(fall.now) + " of " + std::to_string(fall.before) +
+         " contacts are there; bring the others back, or accept that they are gone: pellor refresh --accept";
+}
+
+void refresh(Session& session, bool accepts) {
+  requireContactsAtHand(session);
   session.requireWritableStore();
+  IndexedAddressBook& addressBook = session.platform().addressBook();
+  if (accepts) addressBook.acceptContacts();
   const std::vector<Change> changes = refreshedFriends(session);
-  session.requireContacts();  // the refresh may have met the first failure
-  session.answer([&] { return refreshText(changes); }, [&] { return refreshJson(changes); });
+  requireContactsAtHand(session);  // the refresh may have met the first failure
+  const auto fall = addressBook.contactsFall();
+  session.answer([&] { return fall ? "" : refreshText(changes); }, [&] { return refreshJson(changes, fall); });
+  if (fall) throw CommandError(heldBackText(*fall));
 }
 
 }  // namespace
@@ -163,8 +180,10 @@ void addContactCommands(CLI::App& program, Command& chosen) {
   check->add_option("WHO", *who, "The contact")->required();
   check->callback([&chosen, who] { chosen = [who](Session& session) { allow(session, *who); }; });
 
-  program.add_subcommand("refresh", "Bring the friends in step with the contacts and show what changed")
-      ->callback([&chosen] { chosen = refresh; });
+  auto* follow = program.add_subcommand("refresh", "Bring the friends in step with the contacts and show what changed");
+  const auto accepts = std::make_shared<bool>(false);
+  follow->add_flag("--accept", *accepts, "Also when most of the contacts are gone: they are to stay so");
+  follow->callback([&chosen, accepts] { chosen = [accepts](Session& session) { refresh(session, *accepts); }; });
 }
 
 }  // namespace pellor::cli

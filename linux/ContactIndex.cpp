@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "linux/ContactIndexCards.h"
+#include "linux/ContactIndexCounts.h"
 #include "linux/ContactIndexUpdate.h"
 #include "linux/DestinationKey.h"
 #include "linux/NameSearchKey.h"
@@ -23,20 +24,6 @@ std::string randomUID() {
     uid += digits[random() % digits.size()];
   }
   return uid;
-}
-
-// Never zero, which is what a program that remembers no number has.
-std::int64_t raiseSequence(SQLiteStatements& statements) {
-  statements.use("UPDATE counter SET sequence = sequence % 2147483647 + 1")->run();
-  return statements.database().integer("SELECT sequence FROM counter");
-}
-
-std::map<std::string, CardSignature> signaturesOf(CardSource& source, const std::set<std::string>& names) {
-  std::map<std::string, CardSignature> present;
-  for (const std::string& name : names) {
-    if (const auto signature = source.signature(name)) present.emplace(name, *signature);
-  }
-  return present;
 }
 
 }  // namespace
@@ -187,12 +174,14 @@ void ContactIndex::apply(const FolderChange& change) {
   ContactIndexUpdate update(*_statements, _folder, _options, *_source);
   // The source is looked at with the lock held: whoever had it before may have done the work.
   update.bringInStep(present(change), change);
+  const std::int64_t before = sequenceOfFolder(*_statements, _folder);
+  std::int64_t sequence = before;
   if (const std::string form = derivation(); indexedForm() != form) {
     update.deriveOthers();
     _statements->use("UPDATE folders SET derivation=? WHERE folder=?")->bind(1, form).bind(2, _folder).run();
   }
   if (update.hasChanged()) {
-    const std::int64_t sequence = raiseSequence(*_statements);
+    sequence = raiseSequence(*_statements);
     _statements->use("UPDATE folders SET sequence=? WHERE folder=?")->bind(1, sequence).bind(2, _folder).run();
     update.stampChanges(sequence);
   }
@@ -200,6 +189,7 @@ void ContactIndex::apply(const FolderChange& change) {
   if (uid != _uid) _statements->use("UPDATE folders SET uid=? WHERE folder=?")->bind(1, uid).bind(2, _folder).run();
   transaction.commit();
   _uid = uid;
+  _cardCount.change(before, sequence, update.growth());
   _cardsRead += update.cardsRead();
   for (const ContactIndexUpdate::Line& line : update.lines())
     _log.log("%@ %@ %@", _source->cardTitle(), redactable(line.card), redactable(line.text));
@@ -244,14 +234,21 @@ std::string ContactIndex::databaseUID() {
 }
 
 std::int32_t ContactIndex::sequenceNumber() {
-  std::int32_t number = 0;
+  std::int64_t number = 0;
   attempt([&] {
     database();
-    const auto row = _statements->use("SELECT sequence FROM folders WHERE folder=?");
-    row->bind(1, _folder);
-    number = row->step() ? static_cast<std::int32_t>(row->integer(0)) : 0;
+    number = sequenceOfFolder(*_statements, _folder);
   });
-  return number;
+  return static_cast<std::int32_t>(number);
+}
+
+std::optional<std::uint64_t> ContactIndex::cardCount() {
+  std::uint64_t count = 0;
+  const bool isCounted = attempt([&] {
+    database();
+    count = _cardCount.read(*_statements, _folder);
+  });
+  return isCounted ? std::optional(count) : std::nullopt;
 }
 
 namespace {

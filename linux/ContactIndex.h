@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "linux/CardSource.h"
+#include "linux/ContactIndexCounts.h"
 #include "linux/ContactIndexFile.h"
 #include "linux/ContactIndexOptions.h"
 #include "linux/EVCardContact.h"
@@ -67,6 +68,9 @@ class ContactIndex {
   std::string databaseUID();
   /// Positive; another one after each change, also after the index was made anew and for another source.
   std::int32_t sequenceNumber();
+
+  /// How many cards can be used; absent when that cannot be told.
+  std::optional<std::uint64_t> cardCount();
 
   std::optional<IndexedContact> contactWithID(std::int32_t recordID);
   std::optional<IndexedContact> contactWithGUID(std::string_view guid);
@@ -123,6 +127,7 @@ class ContactIndex {
   std::optional<std::string> _sourceError;
   bool _isSourceErrorOnLog = false;
   std::size_t _cardsRead = 0;
+  CardCount _cardCount;
 };
 
 }  // namespace pellor

@@ -36,6 +36,14 @@ std::map<std::string, CardSignature> indexedSignatures(SQLiteStatements& stateme
   return signatures;
 }
 
+std::map<std::string, CardSignature> signaturesOf(CardSource& source, const std::set<std::string>& names) {
+  std::map<std::string, CardSignature> present;
+  for (const std::string& name : names) {
+    if (const auto signature = source.signature(name)) present.emplace(name, *signature);
+  }
+  return present;
+}
+
 struct ContactIndexUpdate::Stored {
   std::int32_t record = 0;  // none without a card
   std::int64_t hash = 0;
@@ -87,6 +95,7 @@ void ContactIndexUpdate::removeFile(const std::string& file) {
     touch(stored.claim);
     markChanged(stored.record);
     _hasChanged = true;
+    --_growth;
   }
   const auto statement = _statements.use("DELETE FROM cards WHERE folder=? AND file=?");
   statement->bind(1, _folder).bind(2, file).run();
@@ -147,6 +156,8 @@ void ContactIndexUpdate::storeCard(const std::string& file, const Stored& stored
   if (stored.hasCard()) {
     touch(stored.claim);
     markChanged(stored.record);
+  } else {
+    ++_growth;
   }
   const auto row = _statements.use("SELECT card FROM cards WHERE folder=? AND file=?");
   row->bind(1, _folder).bind(2, file).step();

@@ -12,6 +12,8 @@ namespace pellor {
 
 /// The signatures that the index has of a source's cards, by name.
 std::map<std::string, CardSignature> indexedSignatures(SQLiteStatements& statements, std::int64_t folder);
+/// The signatures of those cards of the source that there are.
+std::map<std::string, CardSignature> signaturesOf(CardSource& source, const std::set<std::string>& names);
 
 /// Everything here happens inside a transaction of the caller's, which holds off all other writers: so a state of the
 /// source that was read earlier never replaces one that was read later.
@@ -34,6 +36,8 @@ class ContactIndexUpdate {
 
   /// Whether a contact came, went or changed.
   bool hasChanged() const { return _hasChanged; }
+  /// By how many there are more cards, or fewer.
+  std::int64_t growth() const { return _growth; }
   /// Notes the number under which these changes, and those of linked records, are asked for later.
   void stampChanges(std::int64_t sequence);
   std::size_t cardsRead() const { return _cardsRead; }
@@ -73,6 +77,7 @@ class ContactIndexUpdate {
   std::set<std::int32_t> _changedRecords;
   std::map<std::int32_t, std::int32_t> _formerLinks;  ///< as they were before the first of the changed records
   bool _hasChanged = false;
+  std::int64_t _growth = 0;
   std::size_t _cardsRead = 0;
   std::vector<Line> _lines;
 };

@@ -10,7 +10,9 @@
 #include "linux/LinuxPlatform.h"
 #include "linux/PreferencesDatabase.h"
 #include "linux/PrivateFiles.h"
+#include "linux/RefreshMemory.h"
 #include "linux/SQLitePreferences.h"
+#include "runtime/WallClock.h"
 
 namespace pellor {
 namespace {
@@ -44,11 +46,23 @@ std::string readErrorOf(const UserFolders& folders) {
 
 }  // namespace
 
-ServiceReport reportOnContactsFolder(const fs::path& contactsFolder) {
-  const std::string folder = normalisedFolder(contactsFolder).string();
+ServiceReport withHeldRefresh(ServiceReport report, const std::filesystem::path& dataFolder, std::string_view source,
+                              std::uint64_t cards) {
+  RefreshHold hold(RefreshMemory(dataFolder, source, {"", "", nullptr}).read());
+  const auto fall = hold.look(cards, wallClockNow());
+  if (report.state != ServiceReport::State::works || !fall) return report;
+  report.detail += "; only " + std::to_string(fall->now) + " of " + std::to_string(fall->before) +
+                   " are there, so friends are not refreshed";
+  report.advice = "bring the others back, or accept that they are gone: pellor refresh --accept";
+  return report;
+}
+
+ServiceReport reportOnContactsFolder(const fs::path& contactsFolder, const fs::path& dataFolder) {
+  ContactFolder folder(contactsFolder);
   try {
-    return ServiceReport::working(folder + ": " +
-                                  counted(ContactFolder(contactsFolder).list().size(), "card", "cards"));
+    const std::size_t count = folder.list().size();
+    return withHeldRefresh(ServiceReport::working(folder.path().string() + ": " + counted(count, "card", "cards")),
+                           dataFolder, folder.name(), count);
   } catch (const CardSourceError& error) {
     return ServiceReport::failing(error.what(), error.remedy() == CardSourceError::Remedy::toldOf
                                                     ? "put vCard files there, or name another folder (contacts)"
@@ -85,7 +99,8 @@ std::optional<ServiceReport> reportOnEmbedded(std::string_view part, const Confi
   const std::string chosen = configuration.text(part).value_or("");
   const LinuxPlatformOptions options = embeddedOptions(configuration);
   const UserFolders& folders = options.folders;
-  if (chosen == "vdir") return reportOnContactsFolder(options.contactsFolder.value_or(folders.data / "contacts"));
+  if (chosen == "vdir")
+    return reportOnContactsFolder(options.contactsFolder.value_or(folders.data / "contacts"), folders.data);
   if (chosen == "sqlite") return reportOnStoreFile(folders);
   if (chosen == "folder") return reportOnNotifyFolder(folders);
   if (chosen != "none") return std::nullopt;

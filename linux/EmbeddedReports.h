@@ -1,6 +1,7 @@
 // How the parts of the embedded platform are, without using or making anything.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string_view>
@@ -11,8 +12,14 @@
 
 namespace pellor {
 
-/// Of the folder of vCards. One that is missing fails.
-ServiceReport reportOnContactsFolder(const std::filesystem::path& contactsFolder);
+/// Adds to the report of contacts that work, of which there are so many now, that friends are not refreshed against
+/// them. `source` names them.
+ServiceReport withHeldRefresh(ServiceReport report, const std::filesystem::path& dataFolder, std::string_view source,
+                              std::uint64_t cards);
+
+/// Of the folder of vCards, and whether friends are refreshed against it. One that is missing fails.
+ServiceReport reportOnContactsFolder(const std::filesystem::path& contactsFolder,
+                                     const std::filesystem::path& dataFolder);
 
 /// Of the store in the data folder. One that nobody has made yet works if it can be made.
 ServiceReport reportOnStoreFile(const UserFolders& folders);

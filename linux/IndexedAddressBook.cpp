@@ -50,6 +50,8 @@ IndexedAddressBook::IndexedAddressBook(Passkey, Process& process, std::shared_pt
       _shortNameFormatEnabled(options.shortNameFormatEnabled),
       _shortNamePreferNicknames(options.shortNamePreferNicknames),
       _noticesChanges(options.noticesChanges),
+      _wallClock(std::move(options.wallClock)),
+      _refreshMemory(options.index.dataFolder, _source->name(), _log),
       _index(std::make_shared<ContactIndex>(std::move(options.index), _source, _log)),
       _shared(std::make_shared<IndexedAddressBookHandle>(_index, std::move(options.surnameFirst))),
       _inbox(std::make_shared<Inbox>()) {}
@@ -176,6 +178,37 @@ std::shared_ptr<AddressBook> IndexedAddressBook::openPrivateAddressBook() {
   start();
   if (!_shared->databaseUID()) return nullptr;
   return _shared->another();
+}
+
+std::optional<std::uint64_t> IndexedAddressBook::readableCardCount() {
+  _process.requireMainQueue("the number of contacts");
+  start();
+  return _index->isReadable() ? _index->cardCount() : std::nullopt;
+}
+
+std::optional<ContactsFall> IndexedAddressBook::contactsFall() {
+  const auto cards = readableCardCount();
+  if (!cards) return std::nullopt;
+  RefreshHold hold(_refreshMemory.read());
+  const auto fall = hold.look(*cards, _wallClock());
+  _refreshMemory.write(hold.memory());
+  return fall;
+}
+
+void IndexedAddressBook::noteRefresh() {
+  const auto cards = readableCardCount();
+  if (!cards) return;
+  RefreshHold hold(_refreshMemory.read());
+  hold.noteRefresh(*cards, _wallClock());
+  _refreshMemory.write(hold.memory());
+}
+
+void IndexedAddressBook::acceptContacts() {
+  const auto cards = readableCardCount();
+  if (!cards) return;
+  RefreshHold hold(_refreshMemory.read());
+  hold.accept(*cards);
+  _refreshMemory.write(hold.memory());
 }
 
 std::optional<std::string> IndexedAddressBook::sourceError() {

@@ -10,9 +10,11 @@
 
 #include "linux/CardSource.h"
 #include "linux/ContactIndexOptions.h"
+#include "linux/RefreshMemory.h"
 #include "platform/AddressBookStore.h"
 #include "runtime/Process.h"
 #include "runtime/Timer.h"
+#include "runtime/WallClock.h"
 
 namespace pellor {
 
@@ -33,6 +35,8 @@ struct IndexedAddressBookOptions {
   /// Whether changes are noticed after the first use. A program that ends at once does without: the system lets a
   /// process that watched a folder wait for tens of milliseconds at its end.
   bool noticesChanges = true;
+  /// What the clock shows, in seconds since 2001-01-01T00:00:00Z.
+  std::function<double()> wallClock = wallClockNow;
 };
 
 /// Costs nothing until it is used. The first use watches the source and brings the index in step with it; from then on
@@ -52,6 +56,9 @@ class IndexedAddressBook final : public AddressBookStore, public std::enable_sha
   void performWithAddressBook(const std::function<void(AddressBook&)>& work) override;
   std::shared_ptr<AddressBook> openPrivateAddressBook() override;
   std::string addressBookChangedNotification() const override { return AddressBookChangedNotification; }
+  std::optional<ContactsFall> contactsFall() override;
+  void noteRefresh() override;
+  void acceptContacts() override;
   bool shortNameFormatEnabled() const override { return _shortNameFormatEnabled; }
   bool shortNamePreferNicknames() const override { return _shortNamePreferNicknames; }
   std::uint32_t propertyType(RecordProperty property) const override;
@@ -81,6 +88,7 @@ class IndexedAddressBook final : public AddressBookStore, public std::enable_sha
   void tryAgainLater();
   void takeOutcomeOfReading();
   std::int32_t readableSequence();
+  std::optional<std::uint64_t> readableCardCount();
   void announce();
   void post(const char* notification);
 
@@ -90,6 +98,8 @@ class IndexedAddressBook final : public AddressBookStore, public std::enable_sha
   const bool _shortNameFormatEnabled;
   const bool _shortNamePreferNicknames;
   const bool _noticesChanges;
+  const std::function<double()> _wallClock;
+  RefreshMemory _refreshMemory;
   const std::shared_ptr<ContactIndex> _index;
   const std::shared_ptr<IndexedAddressBookHandle> _shared;
   const std::shared_ptr<Inbox> _inbox;

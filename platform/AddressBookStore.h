@@ -12,6 +12,8 @@
 #include <variant>
 #include <vector>
 
+#include "platform/RefreshHold.h"
+
 namespace pellor {
 
 /// The record identifier that means that no record is linked.
@@ -135,6 +137,16 @@ class AddressBookStore {
   /// The name of the in-process notification that is posted on the main queue after the database changed, and when it
   /// can be read after it could not.
   virtual std::string addressBookChangedNotification() const = 0;
+
+  /// Whether so many contacts are gone that friends are not to be brought in step with those that are left, as
+  /// RefreshHold says; absent when friends may be, and while the contacts cannot be read. The first look at a fall is
+  /// remembered over restarts.
+  virtual std::optional<ContactsFall> contactsFall() = 0;
+  /// The friends are in step with the contacts as they are now. Ignored while these cannot be read.
+  virtual void noteRefresh() = 0;
+  /// The user accepts that contacts are gone: friends may be brought in step with those that are left. Ignored while
+  /// they cannot be read. Posts nothing.
+  virtual void acceptContacts() = 0;
 
   /// Whether the user turned short names on.
   virtual bool shortNameFormatEnabled() const = 0;

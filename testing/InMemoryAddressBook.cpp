@@ -228,6 +228,11 @@ void InMemoryAddressBook::setOpenFails(bool fails) {
   _openFails = fails;
 }
 
+void InMemoryAddressBook::shiftWallClock(double seconds) {
+  const MutexLock lock(_mutex);
+  _wallClockShift += seconds;
+}
+
 void InMemoryAddressBook::setShortNameFormatEnabled(bool isEnabled) {
   const MutexLock lock(_mutex);
   _shortNameFormatEnabled = isEnabled;

@@ -85,6 +85,8 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   void setReadable(bool isReadable);
   /// Whether `openPrivateAddressBook` fails.
   void setOpenFails(bool fails);
+  /// Sets the wall clock by so many seconds forward. At first it shows the time of the scheduler. For `contactsFall`.
+  void shiftWallClock(double seconds);
 
   // The user's settings. No change of the database. A contact's short name is its first name.
 
@@ -169,6 +171,8 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   bool _shortNameFormatEnabled PELLOR_GUARDED_BY(_mutex) = false;
   bool _shortNamePreferNicknames PELLOR_GUARDED_BY(_mutex) = false;
   Lookups _lookups PELLOR_GUARDED_BY(_mutex);
+  RefreshHold _refreshHold PELLOR_GUARDED_BY(_mutex);
+  double _wallClockShift PELLOR_GUARDED_BY(_mutex) = 0;
   std::uint64_t _privateHandleCount PELLOR_GUARDED_BY(_mutex) = 0;
   std::vector<std::weak_ptr<InMemoryAddressBookStore>> _services PELLOR_GUARDED_BY(_mutex);
 

@@ -134,6 +134,28 @@ std::shared_ptr<AddressBook> InMemoryAddressBookStore::openPrivateAddressBook() 
 
 std::string InMemoryAddressBookStore::addressBookChangedNotification() const { return ChangedNotification; }
 
+std::optional<ContactsFall> InMemoryAddressBookStore::contactsFall() {
+  _link->requireMainQueue("AddressBookStore::contactsFall");
+  const MutexLock lock(_database->_mutex);
+  if (!_database->_isReadable) return std::nullopt;
+  const double now = _link->process()->now() + _database->_wallClockShift;
+  return _database->_refreshHold.look(_database->_contacts.size(), now);
+}
+
+void InMemoryAddressBookStore::noteRefresh() {
+  _link->requireMainQueue("AddressBookStore::noteRefresh");
+  const MutexLock lock(_database->_mutex);
+  if (!_database->_isReadable) return;
+  const double now = _link->process()->now() + _database->_wallClockShift;
+  _database->_refreshHold.noteRefresh(_database->_contacts.size(), now);
+}
+
+void InMemoryAddressBookStore::acceptContacts() {
+  _link->requireMainQueue("AddressBookStore::acceptContacts");
+  const MutexLock lock(_database->_mutex);
+  if (_database->_isReadable) _database->_refreshHold.accept(_database->_contacts.size());
+}
+
 bool InMemoryAddressBookStore::shortNameFormatEnabled() const {
   const MutexLock lock(_database->_mutex);
   return _database->_shortNameFormatEnabled;

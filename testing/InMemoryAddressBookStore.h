@@ -68,6 +68,9 @@ class InMemoryAddressBookStore : public AddressBookStore, public ContactStore {
   void performWithAddressBook(const std::function<void(AddressBook&)>& work) override;
   std::shared_ptr<AddressBook> openPrivateAddressBook() override;
   std::string addressBookChangedNotification() const override;
+  std::optional<ContactsFall> contactsFall() override;
+  void noteRefresh() override;
+  void acceptContacts() override;
   bool shortNameFormatEnabled() const override;
   bool shortNamePreferNicknames() const override;
   std::uint32_t propertyType(RecordProperty property) const override;

@@ -133,6 +133,8 @@ std::unique_ptr<CardWatch> EDSContacts::watch(std::function<void(const CardNews&
   return std::make_unique<Watch>(_mirror);
 }
 
+std::size_t EDSContacts::contactCount() const { return _mirror->contactCount(); }
+
 std::size_t EDSContacts::calls() const { return _mirror->calls(); }
 
 ServiceReport EDSContacts::report(double wait) {

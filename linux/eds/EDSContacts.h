@@ -51,6 +51,8 @@ class EDSContacts final : public CardSource {
   std::size_t calls() const;
   /// How the service is, as far as it has answered after at most so many seconds.
   ServiceReport report(double wait);
+  /// How many contacts it has, as far as it has answered. Any thread.
+  std::size_t contactCount() const;
   /// The version of the library that talks to the service, such as "3.46.4".
   static std::string version();
 

@@ -1,5 +1,8 @@
 // address-book = "eds"
 
+#include <utility>
+
+#include "linux/EmbeddedReports.h"
 #include "linux/eds/EDSContacts.h"
 #include "linux/services/BuiltAdapters.h"
 
@@ -19,7 +22,10 @@ void choose(const Configuration& configuration, LinuxPlatformOptions& options) {
 }
 
 ServiceReport report(Process&, const Configuration& configuration) {
-  return EDSContacts(optionsOf(configuration)).report(ReportWait);
+  EDSContacts contacts(optionsOf(configuration));
+  ServiceReport report = contacts.report(ReportWait);
+  return withHeldRefresh(std::move(report), embeddedOptions(configuration).folders.data, contacts.name(),
+                         contacts.contactCount());
 }
 
 }  // namespace

@@ -278,9 +278,41 @@ TYPED_TEST_P(AddressBookStoreContract, WhatCannotBeReadIsNotEmptyAndIsToldOfWhen
   }));
 }
 
+TYPED_TEST_P(AddressBookStoreContract, ItIsToldWhenMostContactsAreGone) {
+  std::vector<std::string> guids;
+  for (int number = 0; number < 8; ++number)
+    guids.push_back(this->_contacts.add({.first = "Person " + std::to_string(number)}));
+  this->observe();
+  std::optional<ContactsFall> fall;
+  const auto look = [&] {
+    this->with([&](AddressBook&) { fall = this->_contacts.store().contactsFall(); });
+    return fall.has_value();
+  };
+  const auto remove = [&](std::size_t first, std::size_t end) {
+    for (; first < end; ++first) this->_contacts.remove(guids[first]);
+  };
+  EXPECT_FALSE(look()) << "nobody was refreshed yet";
+  this->with([&](AddressBook&) { this->_contacts.store().noteRefresh(); });
+  remove(0, 5);
+  EXPECT_TRUE(this->_contacts.runUntil([&] { return look() && fall->now == 3; }));
+  EXPECT_EQ(fall->before, 8U);
+  this->_contacts.breakReading();
+  this->with([](AddressBook& book) { book.copyPersonMatchingGUID("anybody"); });
+  EXPECT_FALSE(look()) << "what cannot be read has not fallen";
+  this->await([&] { this->_contacts.restoreReading(); });
+  EXPECT_TRUE(this->_contacts.runUntil(look));
+  guids.push_back(this->_contacts.add({.first = "Somebody else"}));
+  EXPECT_TRUE(this->_contacts.runUntil([&] { return !look(); })) << "half are there, by number";
+  remove(8, 9);
+  EXPECT_TRUE(this->_contacts.runUntil(look));
+  this->_contacts.store().acceptContacts();
+  EXPECT_FALSE(look());
+}
+
 REGISTER_TYPED_TEST_SUITE_P(AddressBookStoreContract, FindsAContactByEachOfItsKeys,
                             LinkedContactsHaveOneThatStandsForThemAndOneThatNamesThem,
                             EachChangeIsToldOfOnceAndNamesWhoeverItConcerns, AContactThatIsMadeAgainIsAnotherRecord,
-                            WhatIsSetOnARecordStaysInTheHandle, WhatCannotBeReadIsNotEmptyAndIsToldOfWhenItCan);
+                            WhatIsSetOnARecordStaysInTheHandle, WhatCannotBeReadIsNotEmptyAndIsToldOfWhenItCan,
+                            ItIsToldWhenMostContactsAreGone);
 
 }  // namespace pellor

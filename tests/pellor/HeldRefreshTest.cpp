@@ -1,0 +1,181 @@
+// Contacts of which most are gone take no friend along.
+#include "platform/RefreshHold.h"
+#include "tests/pellor/ManagerWorld.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::ElementsAre;
+
+constexpr std::string_view Held = "refreshing friends is held back: only ";
+constexpr std::string_view Refreshing = "refreshing friends against address book";
+constexpr double Hour = 60.0 * 60;
+constexpr double Day = 24 * Hour;
+
+TEST(RefreshHoldTest, HoldsBackWhileFewerThanHalfAreThere) {
+  struct Row {
+    const char* what;
+    std::uint64_t before, now;
+    bool isHeld;
+  };
+  const Row rows[] = {
+      {"all are there", 8, 8, false},
+      {"all are gone", 8, 0, true},
+      {"half of an even number", 8, 4, false},
+      {"one fewer", 8, 3, true},
+      {"less than half of an odd one", 9, 4, true},
+      {"more than half", 9, 5, false},
+      {"too few to tell", 7, 0, false},
+      {"none were there", 0, 0, false},
+      {"more than before", 8, 900, false},
+      {"huge numbers", ~std::uint64_t{0}, ~std::uint64_t{0} / 2, true},
+  };
+  for (const Row& row : rows) {
+    RefreshHold hold;
+    EXPECT_FALSE(hold.look(row.now, 1000)) << "nothing is known yet";
+    hold.noteRefresh(row.before, 1000);
+    const auto fall = hold.look(row.now, 2000);
+    ASSERT_EQ(fall.has_value(), row.isHeld) << row.what;
+    EXPECT_EQ(hold.memory()->fallSeen.has_value(), row.isHeld) << row.what;
+    if (!fall) continue;
+    EXPECT_EQ(fall->before, row.before) << row.what;
+    EXPECT_EQ(fall->now, row.now) << row.what;
+    EXPECT_EQ(fall->secondsLeft, Day) << row.what;
+  }
+}
+
+TEST(RefreshHoldTest, HoldsBackForADayFromTheFirstLookOn) {
+  RefreshHold hold;
+  hold.noteRefresh(100, 0);
+  EXPECT_EQ(hold.look(10, Hour)->secondsLeft, Day);
+  EXPECT_EQ(hold.look(20, 2 * Hour)->secondsLeft, Day - Hour) << "still the same fall";
+  hold = RefreshHold(hold.memory());
+  EXPECT_EQ(hold.look(10, 3 * Hour)->secondsLeft, Day - 2 * Hour) << "also after a restart";
+  EXPECT_FALSE(hold.look(50, 4 * Hour)) << "half are back";
+  EXPECT_EQ(hold.look(10, 5 * Hour)->secondsLeft, Day) << "another fall";
+  EXPECT_EQ(hold.look(10, 2 * Hour)->secondsLeft, Day) << "the clock was set back";
+  EXPECT_FALSE(hold.look(10, 2 * Hour + Day)) << "the day is over";
+  hold.noteRefresh(10, 2 * Hour + Day);
+  EXPECT_EQ(hold.look(4, 3 * Day)->before, 10U);
+  hold.accept(4);
+  EXPECT_FALSE(hold.look(4, 3 * Day));
+  EXPECT_FALSE(hold.look(0, 3 * Day)) << "of so few";
+}
+
+TEST(RefreshHoldTest, RefreshesThatChangeNothingElseKeepTheirTimeToTheHour) {
+  RefreshHold hold;
+  hold.noteRefresh(10, 0);
+  hold.noteRefresh(10, Hour - 1);
+  EXPECT_EQ(hold.memory()->refreshed, 0);
+  hold.noteRefresh(10, Hour);
+  EXPECT_EQ(hold.memory()->refreshed, Hour);
+  hold.noteRefresh(10, 0);
+  EXPECT_EQ(hold.memory()->refreshed, 0) << "the clock was set back";
+  hold.noteRefresh(11, 1);
+  EXPECT_EQ(*hold.memory(), (RefreshHold::Memory{11, 1, std::nullopt}));
+}
+
+class HeldRefreshTest : public ManagerTest {
+ protected:
+  HeldRefreshTest() {
+    setGroups(9, 4);
+    contacts(names);
+  }
+
+  void vanish(std::size_t count) {
+    for (std::size_t index = 0; index < count; ++index) world.addressBook().remove(guidOf(names[index]));
+  }
+  void comeBack(std::size_t first, std::size_t count) {
+    contacts({names.begin() + static_cast<std::ptrdiff_t>(first),
+              names.begin() + static_cast<std::ptrdiff_t>(first + count)});
+  }
+  /// Everything that is not on the day's timer.
+  void pause() { advance(1); }
+
+  const std::vector<std::string> names{"Ann", "Bob", "Cy", "Dan", "Eve", "Fay", "Gus", "Hal", "Ida", "Jo"};
+};
+
+TEST_F(HeldRefreshTest, NobodyIsUnlinkedUntilHalfOfTheContactsAreBack) {
+  auto a = launchWith("Ann#,Bob#,Cy#,-");
+  vanish(10);
+  pause();
+  EXPECT_EQ(a->logged("refreshing friends is held back: only 0 of 10 contacts are there"), 1U);
+  comeBack(0, 2);
+  world.addressBook().change(guidOf("Bob"), [](TestContact& contact) { contact.first = "Rob"; });
+  pause();
+  EXPECT_EQ(a->logged(Held), 1U) << "once for each fall";
+  EXPECT_FALSE(a->run([&] { return a->manager().refreshAgainstAddressBook(); }));
+  EXPECT_EQ(a->logged(Refreshing), 0U);
+  EXPECT_EQ(a->list(), "Ann,Bob,Cy,-|-,-,-,-");
+  EXPECT_EQ(a->friendAt(0, 2)->abRecordGUID(), "guid-Cy");
+
+  // What needs no refresh goes on, in a program that starts now too, and says so there.
+  EXPECT_TRUE(a->add("Zoe"));
+  pause();
+  auto b = launch();
+  pause();
+  EXPECT_EQ(b->logged(Held), 1U);
+  EXPECT_EQ(b->list(), "Ann,Bob,Cy,zoe@example.org|-,-,-,-");
+
+  comeBack(4, 3);
+  pause();
+  EXPECT_EQ(a->logged("refreshing friends is held back no longer"), 1U);
+  EXPECT_EQ(a->logged(Refreshing), 1U);
+  EXPECT_EQ(a->list(), "Ann,Rob,Cy,zoe@example.org|-,-,-,-");
+  EXPECT_EQ(a->friendAt(0, 2)->abRecordGUID(), std::nullopt) << "the contact is not among those that are back";
+}
+
+TEST_F(HeldRefreshTest, ALoadCleansNothingUpMeanwhile) {
+  auto a = launchWith("Ann#,Bob#,Cy#,-");
+  vanish(10);
+  pause();
+  store("Ann#,Bob#,Ann#,-");
+  a->run([&] { a->manager().reloadFriendList(); });
+  EXPECT_EQ(a->list(), "Ann,Bob,Ann,-|-,-,-,-");
+  comeBack(0, 10);
+  pause();
+  EXPECT_EQ(a->list(), "Ann,Bob,-,-|-,-,-,-");
+}
+
+TEST_F(HeldRefreshTest, ADayOfWallClockAfterTheFallWasSeenTheFriendsFollow) {
+  auto a = launchWith("Ann#,Bob#,Cy#,-");
+  vanish(10);
+  pause();
+  ASSERT_EQ(a->logged(Held), 1U);
+  a->kill();
+  world.addressBook().shiftWallClock(23 * Hour);
+  auto b = launch();
+  pause();
+  EXPECT_EQ(b->logged(Held), 1U) << "the day goes on where it was";
+  advance(Hour - 10);
+  EXPECT_EQ(b->logged(Refreshing), 0U);
+  advance(10);
+  EXPECT_EQ(b->logged(Refreshing), 1U);
+  EXPECT_EQ(b->friendAt(0, 0)->abRecordGUID(), std::nullopt);
+  EXPECT_EQ(b->list(), "Ann,Bob,Cy,-|-,-,-,-");
+}
+
+TEST_F(HeldRefreshTest, AClockThatIsSetForwardIsLookedAtWithinTheHour) {
+  auto a = launchWith("Ann#,Bob#,Cy#,-");
+  vanish(10);
+  pause();
+  world.addressBook().shiftWallClock(2 * Day);
+  advance(Hour);
+  EXPECT_EQ(a->logged(Refreshing), 1U);
+}
+
+TEST_F(HeldRefreshTest, WhatTheUserAcceptsIsFollowed) {
+  auto a = launchWith("Ann#,Bob#,Cy#,-");
+  vanish(9);
+  pause();
+  a->run([&] {
+    platformOf(a->process()).addressBook->acceptContacts();
+    EXPECT_TRUE(a->manager().refreshAgainstAddressBook());
+  });
+  pause();
+  EXPECT_EQ(a->friendAt(0, 0)->abRecordGUID(), std::nullopt);
+  EXPECT_EQ(a->logged("refreshing friends is held back no longer"), 1U);
+}
+
+}  // namespace
+}  // namespace pellor
