@@ -52,12 +52,6 @@ PreferencesStore& preferencesOf(Process& process) { return *platformOf(process).
 
 std::string prefixed(std::string_view name) { return std::string(PLVendorPrefix) + std::string(name); }
 
-// The text of a format with one %u, filled in.
-std::string filledIn(std::string format, std::uint64_t number) {
-  const auto place = format.find("%u");
-  return place == std::string::npos ? format : format.replace(place, 2, std::to_string(number));
-}
-
 // Every manager that is made once a domain, in the order of the domains. What managers and their friends use until they
 // end is made before it, so that it outlives them.
 struct ManagerRegistry {
@@ -150,7 +144,8 @@ PLFriendsManager::PLFriendsManager(Passkey, Process& process, std::string domain
       _changeLogQueue(ConcurrentQueue::make(prefixed(".Pellor.PLFriendsManager.ChangeLog"))),
       _identifiersToPersonMap(_friendList.people()),
       _takeover(process, _friendList, _sourcedPersons, [this] { _addEmptyGroup(); }),
-      _heldRefresh(process, [this] { _tryRefresh(weak_from_this()); }),
+      _heldRefresh(process, [this] { _followAddressBook(weak_from_this()); }),
+      _favorites(process, [this] { _bringFavoritesIfDue(); }),
       _loadRetryPause(kFirstRetryPause) {
   _process.addSettleParticipant(*this);
 }
@@ -317,9 +312,10 @@ void PLFriendsManager::_loadFriendList() {
 
 namespace {
 
-// Of the list and its titles.
+// Of the list, its titles, and whether it waits for favorites.
 const std::vector<std::string>& keysOfList() {
-  static const std::vector<std::string> keys = {std::string(PLFriendListKey), std::string(PLGroupTitlesKey)};
+  static const std::vector<std::string> keys = {std::string(PLFriendListKey), std::string(PLGroupTitlesKey),
+                                                std::string(PLFirstListIsDueKey)};
   return keys;
 }
 
@@ -338,6 +334,7 @@ PLFriendsManager::StoredList PLFriendsManager::_readStoredList(PLStoredList& sto
   stored.listVersion = list.version;
   stored.titlesVersion = titles.version;
   if (titles.value && titles.value->array()) stored.titles = *titles.value->array();
+  stored.awaitsFavorites = answer.value()->at(keysOfList()[2]).value == Value(true);
   auto array = list.value ? longArrayIn(*list.value) : std::nullopt;
   if (list.value && !array) return _recoverStoredList(*list.value, stored);
   _damagedList.reset();
@@ -367,7 +364,9 @@ void PLFriendsManager::_startFirstList() {
   _createEmptyFriendList();
   if (_domain == TapnoteDomain) {
     markFriendListAsNormalized();
-    _addCuratedFriends(_curatedFriendList());
+    const auto curated = _curatedFriendList();
+    _favorites.setDue(!curated.isReadable());
+    _addCuratedFriends(curated.value());
   }
 }
 
@@ -384,6 +383,7 @@ void PLFriendsManager::_takeOver(const PLStoredList& stored) {
   _newBase->pages = _pageNumbersOfTheirs(stored, merged ? &*merged : nullptr);
   // Marked before the writer goes on, so that all of it goes out at once.
   _writer->clearMarks();
+  _favorites.setDue(_writer->awaitsFavorites(stored));
   if (merged && merged->differsInLayout) _markLayoutChanged();
   const auto base = std::exchange(_newBase, nullptr);
   if (merged && merged->differsInTitles) _writer->markTitles(_titlesAfter(*base));
@@ -401,7 +401,8 @@ void PLFriendsManager::_beginOnEmptyStore(const PLStoredList& stored) {
   const bool hasOwnTitles = stored.titles.empty() && _hasTitles();
   if (!stored.titles.empty()) _takeOverTitles(stored, nullptr);
   _publishList();
-  _writer->markLayout(hasOwnTitles ? std::optional(_titlesAfter(*base)) : std::nullopt);
+  _writer->markLayout(hasOwnTitles ? std::optional(_titlesAfter(*base)) : std::nullopt,
+                      _favorites.isDue() ? std::optional(true) : std::nullopt);
   _titlesMoved = false;
   _writer->takeOver(std::move(base), _friendList, _pageNumbers());
 }
@@ -421,6 +422,7 @@ void PLFriendsManager::_finishLoad() {
   _createAddressToPersonDictionary();
   _tallyLogFriendCount();
   _tallyLogFriendGroupCount();
+  _bringFavoritesIfDue();
 }
 
 void PLFriendsManager::_retryLoadLater() {
@@ -1116,6 +1118,10 @@ std::shared_ptr<PLPerson> PLFriendsManager::_friendAtPosition(std::uint64_t inde
   return index < _friendList.count() ? _friendList.at(index) : nullptr;
 }
 
+std::uint64_t PLFriendsManager::_slotCapacity() const {
+  return saturatingProduct(_maxFriendGroups, _maxFriendsPerGroup);
+}
+
 std::uint64_t PLFriendsManager::_firstEmptyPosition() const {
   return _friendList.firstEmptyIndex().value_or(static_cast<std::uint64_t>(NotFound));
 }
@@ -1166,8 +1172,9 @@ std::shared_ptr<PLPerson> PLFriendsManager::personWithABRecordGUID(const std::st
   checkMainQueue(_process, "personWithABRecordGUID");
   if (auto known = _identifiersToPersonMap.personFor(guid)) return known;
   std::shared_ptr<PLPerson> person;
-  platformOf(_process).addressBook->performWithAddressBook(
-      [&](AddressBook& addressBook) { person = PLPerson::initWithABRecordGUIDAddressBook(guid, &addressBook); });
+  platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
+    person = PLPerson::initWithABRecordGUIDAddressBook(guid, &addressBook);
+  });
   if (person) _storeSourcedPerson(person);
   return person;
 }
@@ -1462,12 +1469,16 @@ void PLFriendsManager::_addressBookChanged(const Notification& notification) {
     self->_needsAddressBookRefresh = true;
     if (self->_addressBookRefreshTimer && self->_addressBookRefreshTimer->isValid()) return;
     self->_addressBookRefreshTimer =
-        Timer::after(self->_process.mainQueue(), kAddressBookRefreshDelay, [weak] { _tryRefresh(weak); });
+        Timer::after(self->_process.mainQueue(), kAddressBookRefreshDelay, [weak] { _followAddressBook(weak); });
   });
 }
 
-void PLFriendsManager::_tryRefresh(const std::weak_ptr<PLFriendsManager>& manager) {
-  if (auto self = manager.lock()) self->refreshAgainstAddressBook();
+// What had to wait for contacts that could not be read, too.
+void PLFriendsManager::_followAddressBook(const std::weak_ptr<PLFriendsManager>& manager) {
+  const auto self = manager.lock();
+  if (!self) return;
+  self->refreshAgainstAddressBook();
+  self->_bringFavoritesIfDue();
 }
 
 bool PLFriendsManager::refreshAgainstAddressBook() {
@@ -1639,75 +1650,6 @@ void PLFriendsManager::_removeFriendsAtIndices(const std::vector<std::uint64_t>&
     group->removeFriendAtPosition(index % _maxFriendsPerGroup);
     if (!_indexOfGroup(*group)) vanished += _maxFriendsPerGroup;
   }
-}
-
-// --- 7  Favorites import -------------------------------------------------------------------------------------------
-
-std::optional<std::vector<std::shared_ptr<PLPerson>>> PLFriendsManager::_curatedFriendList() {
-  std::vector<std::shared_ptr<PLPerson>> friends;
-  platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
-    const auto entries = platformOf(_process).favorites->favoriteEntries();
-    if (entries.empty()) {
-      _PLGetLogSystem().log("no phone favorites found to import to Tapnote friends");
-      return;
-    }
-    _PLGetLogSystem().log("processing %tu phone favorites for Tapnote friend import", entries.size());
-    std::set<std::string> imported;
-    for (const FavoriteEntry& entry : entries) {
-      const auto newFriend = PLPerson::initWithFavoriteAddressBook(entry, &addressBook);
-      require(newFriend != nullptr, "newFriend");
-      const auto guid = newFriend->abRecordGUID();
-      if (guid && !guid->empty() && !imported.insert(*guid).second) {
-        _PLGetLogSystem().log("not importing phone favorite [%@ | %@] with record GUID %@; person was already imported",
-                              redactable(entry.displayName), redactable(entry.value), guid);
-        continue;
-      }
-      friends.push_back(newFriend);
-      _PLGetLogSystem().log("imported phone favorite [%@ | %@] with record ID %d and GUID %@",
-                            redactable(entry.displayName), redactable(entry.value), entry.abRecordID, guid);
-    }
-  });
-  if (friends.empty()) return std::nullopt;
-  const std::uint64_t capacity = saturatingProduct(_maxFriendGroups, _maxFriendsPerGroup);
-  if (friends.size() > capacity) friends.resize(capacity);
-  _PLGetLogSystem().log("phone favorites import complete with %tu Tapnote friends", friends.size());
-  return friends;
-}
-
-void PLFriendsManager::_addCuratedFriends(const std::optional<std::vector<std::shared_ptr<PLPerson>>>& friends) {
-  if (!friends || friends->empty()) return;
-  for (std::uint64_t index = 0; index < friends->size(); ++index) {
-    if (index < _friendList.count()) {
-      _friendList.set(index, (*friends)[index]);
-    } else {
-      _friendList.append((*friends)[index]);
-    }
-  }
-  while (_friendList.count() % _maxFriendsPerGroup != 0) _friendList.append(EmptySlot);
-  _updateFriendGroups();
-  _titleCuratedGroups();
-  saveFriendGroupTitles();
-}
-
-void PLFriendsManager::_titleCuratedGroups() {
-  const auto bundle = PellorBundle();
-  if (!bundle || _friendGroups.empty()) return;
-  _friendGroups.front()->setTitle(bundle->localizedString("FAVORITES", ""));
-  const std::string format = bundle->localizedString("NUMBERED_FAVORITES_FORMAT_STRING", "");
-  const std::uint64_t last = _friendGroups.size() - 1;
-  for (std::uint64_t index = 1; index <= last; ++index) {
-    if (index == last && _friendGroups[index]->count() == 0) continue;
-    _friendGroups[index]->setTitle(filledIn(format, index + 1));
-  }
-}
-
-bool PLFriendsManager::shouldAllowAddingContactWithContactStorePersonValueCache(
-    const Contact& contact, ContactStore& contactStore, PersonValueCache& personValueCache) const {
-  const RecordRef record = contactStore.personFromContact(contact);
-  if (!record || containsFriendWithABRecordGUID(record->recordGUID())) return false;
-  const auto [count, isNew] = personValueCache.try_emplace(record->recordID(), 0);
-  if (isNew) count->second = PLPerson::allValuesForPerson(record)->size();
-  return count->second > 0;
 }
 
 // --- Invariants ----------------------------------------------------------------------------------------------------

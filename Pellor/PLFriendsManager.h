@@ -29,6 +29,7 @@
 #include "Pellor/PLDelayedOperation.h"
 #include "Pellor/PLDestination.h"
 #include "Pellor/PLDestinationStatus.h"
+#include "Pellor/PLFavorites.h"
 #include "Pellor/PLFriendGroup.h"
 #include "Pellor/PLFriendsManagerKeys.h"
 #include "Pellor/PLHeldRefresh.h"
@@ -239,6 +240,17 @@ class PLFriendsManager : public Object,
 
   // --- 7  Favorites import ---
 
+  /// Adds the favorites of the phone that are no friends yet, in the user's order, each to the lowest empty slot of the
+  /// first group that is not full; groups that get one get the title of an import where they have none. Posts and logs
+  /// as `addFriend` does, and PLFriendGroupTitleChangedNotification; saves. Does nothing while favorites or contacts
+  /// cannot be read and before there is a list. Main queue.
+  ///
+  /// The first list of the default domain is made of the favorites. Where these cannot be read then, it begins empty,
+  /// can be edited, and waits for them, also over restarts: this is called once they can be read.
+  PLFavoritesImport importFavorites();
+  /// Whether the first list waits for favorites.
+  bool isFirstListDue() const { return _favorites.isDue(); }
+
   /// Whether a contact may be added: it is no friend yet and has a destination. The number of its destinations is taken
   /// from `personValueCache`, and entered there when it is missing. False for a contact that is gone. Posts nothing.
   bool shouldAllowAddingContactWithContactStorePersonValueCache(const Contact& contact, ContactStore& contactStore,
@@ -329,6 +341,7 @@ class PLFriendsManager : public Object,
   void _postGroupListChangedNotification();
   std::shared_ptr<PLPerson> _friendAtPosition(std::uint64_t index) const;
   std::uint64_t _indexForPositionInGroup(std::uint64_t position, const PLFriendGroup& group) const;
+  std::uint64_t _slotCapacity() const;
   std::uint64_t _firstEmptyPosition() const;
   std::uint64_t _numberOfFriendsInList(const PLSlotList& list) const;
   void _appendGroup();
@@ -369,7 +382,7 @@ class PLFriendsManager : public Object,
   // 6  Loading, refresh and clean-up
   void _personValuesChanged(const Notification& notification);
   void _addressBookChanged(const Notification& notification);
-  static void _tryRefresh(const std::weak_ptr<PLFriendsManager>& manager);
+  static void _followAddressBook(const std::weak_ptr<PLFriendsManager>& manager);
   void _updateFriends(const PLStoredList& stored, const PLMergeResult* merged);
   void _cleanUpFriendListIfNecessary();
   void _deduplicateFriendListIfNecessary();
@@ -383,9 +396,12 @@ class PLFriendsManager : public Object,
   bool _addressBookSequenceNumberDidChange();
 
   // 7  Favorites import
-  std::optional<std::vector<std::shared_ptr<PLPerson>>> _curatedFriendList();
+  Answer<std::vector<std::shared_ptr<PLPerson>>> _curatedFriendList();
   void _addCuratedFriends(const std::optional<std::vector<std::shared_ptr<PLPerson>>>& friends);
   void _titleCuratedGroups();
+  void _titleAsCurated(const std::vector<std::shared_ptr<PLFriendGroup>>& groups);
+  void _bringFavoritesIfDue();
+  void _endWaitForFavorites(bool didChangeList);
 
   void _checkInvariants() const;
   std::optional<std::string> _indexViolation() const;
@@ -423,6 +439,7 @@ class PLFriendsManager : public Object,
   std::shared_ptr<Timer> _echoTimer;
   bool _needsAddressBookRefresh = false;
   PLHeldRefresh _heldRefresh;
+  PLFavorites _favorites;
   PLReconciledFriends _reconciledFriends;
   bool _didCompleteInitialLoading = false;
   bool _lastLoadHadChanges = false;

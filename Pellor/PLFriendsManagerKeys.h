@@ -29,6 +29,8 @@ inline constexpr std::string_view PLFriendGroupTitleChangedExternallyNotificatio
 // Preference keys of a manager's domain.
 inline constexpr std::string_view PLFriendListKey = "FriendList";
 inline constexpr std::string_view PLGroupTitlesKey = "TNFriendGroupTitles";
+/// True while the first list waits for favorites that could not be read.
+inline constexpr std::string_view PLFirstListIsDueKey = "PLFirstListIsDue";
 inline constexpr std::string_view PLDidNormalizeFriendListDestinationsKey = "DidNormalizeFriendListDestinations";
 inline constexpr std::string_view PLMaxGroupCountKey = "PLMaxGroupCount";
 inline constexpr std::string_view PLGroupSizeKey = "PLGroupSize";

@@ -12,6 +12,8 @@ PreferenceChange set(Value value, std::optional<PreferenceVersion> madeFrom) {
   return {PreferenceChange::Kind::set, std::move(value), madeFrom};
 }
 
+PreferenceChange remove() { return {PreferenceChange::Kind::remove, std::nullopt, std::nullopt}; }
+
 PreferenceChange keep(const PreferenceVersion& madeFrom) {
   return {PreferenceChange::Kind::keep, std::nullopt, madeFrom};
 }
@@ -34,6 +36,7 @@ PreferenceChanges PLListWrite::preferenceChanges(const std::vector<std::uint64_t
   }
   if (marksNormalized) stored.emplace(PLDidNormalizeFriendListDestinationsKey, set(true, std::nullopt));
   if (sequenceNumber) stored.emplace(PLAddressBookSequenceNumberKey, set(*sequenceNumber, std::nullopt));
+  if (awaitsFavorites) stored.emplace(PLFirstListIsDueKey, *awaitsFavorites ? set(true, std::nullopt) : remove());
   return stored;
 }
 

@@ -31,6 +31,7 @@ struct PLListWrite {
   bool titlesChanged = false;
   bool marksNormalized = false;
   std::optional<std::int32_t> sequenceNumber;
+  std::optional<bool> awaitsFavorites;             ///< whether the list waits for favorites from now on
   std::vector<std::shared_ptr<PLPerson>> persons;  ///< whose own changes it takes along
   PLPublishedList published;
   std::shared_ptr<const PLStoredBase> base;  ///< that it is made from
@@ -41,7 +42,9 @@ struct PLListWrite {
   bool knowsTouched = false;    ///< whether all of these are in leaves that were gathered
 
   bool writesList() const { return layoutChanged || !persons.empty(); }
-  bool isEmpty() const { return !writesList() && !titlesChanged && !marksNormalized && !sequenceNumber; }
+  bool isEmpty() const {
+    return !writesList() && !titlesChanged && !marksNormalized && !sequenceNumber && !awaitsFavorites;
+  }
   /// Whether a new baseline comes of it, once it has its list.
   bool changesBase() const { return list || titlesChanged; }
 

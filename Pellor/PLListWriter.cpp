@@ -60,13 +60,19 @@ void PLListWriter::publish(PLSlotList& list, const PLPageNumbers& pages) {
 }
 
 // A save sees both marks or none: a list and its titles by page belong together.
-void PLListWriter::markLayout(std::optional<Array> titles) {
+void PLListWriter::markLayout(std::optional<Array> titles, std::optional<bool> awaitsFavorites) {
   auto published = titles ? std::make_shared<const Array>(*std::move(titles)) : nullptr;
   const MutexLock lock(_mutex);
   _needsFriendListSync.store(true, std::memory_order_release);
+  if (awaitsFavorites) _awaitsFavorites = awaitsFavorites;
   if (!published) return;
   _published.titles = std::move(published);
   _needsTitlesSync.store(true, std::memory_order_release);
+}
+
+void PLListWriter::markFavoritesCame() {
+  const MutexLock lock(_mutex);
+  _awaitsFavorites = false;
 }
 
 void PLListWriter::markTitles(Array titles) {
@@ -103,7 +109,7 @@ bool PLListWriter::isMarked() const {
   if (_needsFriendListSync || _needsTitlesSync || _needsNormalizationMark) return true;
   if (_savedMarks != _process.local<PLPersonChanges>().marks) return true;
   const MutexLock lock(_mutex);
-  return _sequenceNumber.has_value();
+  return _sequenceNumber.has_value() || _awaitsFavorites.has_value();
 }
 
 bool PLListWriter::awaitsLoad() const {
@@ -150,6 +156,14 @@ void PLListWriter::acceptIfWritten(const PLStoredList& stored) {
   written.emplace(PLGroupTitlesKey, VersionedPreference{std::nullopt, stored.titlesVersion});
   _saveQueue->async([self = shared_from_this(), write] { self->push(write); });
   adopt(write, written);
+}
+
+bool PLListWriter::awaitsFavorites(const PLStoredList& stored) {
+  const MutexLock lock(_mutex);
+  if (_awaitsFavorites == false) return false;
+  // A list that was to wait was not stored: another one was.
+  _awaitsFavorites.reset();
+  return stored.awaitsFavorites;
 }
 
 void PLListWriter::takeOver(std::shared_ptr<const PLStoredBase> base, PLSlotList& list, const PLPageNumbers& pages) {
@@ -218,6 +232,7 @@ bool PLListWriter::takeUnsavedChanges(PLListWrite& write) {
     if (_phase == Phase::awaitsLoad) return false;
     _phase = Phase::writing;
     write.sequenceNumber = std::exchange(_sequenceNumber, std::nullopt);
+    write.awaitsFavorites = std::exchange(_awaitsFavorites, std::nullopt);
     write.layoutChanged = _needsFriendListSync.exchange(false, std::memory_order_acq_rel);
     write.titlesChanged = _needsTitlesSync.exchange(false, std::memory_order_acq_rel);
     write.marksNormalized = _needsNormalizationMark.exchange(false, std::memory_order_acq_rel);
@@ -316,6 +331,7 @@ void PLListWriter::keepUnsavedChanges(const PLListWrite& write) {
   if (write.marksNormalized) _needsNormalizationMark.store(true, std::memory_order_release);
   if (write.layoutChanged) _needsFriendListSync.store(true, std::memory_order_release);
   if (!_sequenceNumber) _sequenceNumber = write.sequenceNumber;
+  if (!_awaitsFavorites) _awaitsFavorites = write.awaitsFavorites;
 }
 
 void PLListWriter::leaveWriting(Phase phase) {

@@ -72,8 +72,10 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   /// Publishes the list as it is now.
   void publish(PLSlotList& list, const PLPageNumbers& pages);
   /// Marks that slots changed: the list goes out, and to the paired device. Titles that moved with their pages, if any,
-  /// go out with it.
-  void markLayout(std::optional<Array> titles = std::nullopt);
+  /// go out with it, and so does, in the same write, whether it is a first list that waits for favorites.
+  void markLayout(std::optional<Array> titles = std::nullopt, std::optional<bool> awaitsFavorites = std::nullopt);
+  /// Marks that a first list waits for favorites no longer, and did not change by it.
+  void markFavoritesCame();
   /// Marks that titles changed: these go out, by page.
   void markTitles(Array titles);
   /// Marks that stored destinations are in canonical form.
@@ -123,6 +125,9 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   /// A write of which nobody could tell what became is the stored one if a version in `stored` names it: then that is
   /// accepted late, and the baseline.
   void acceptIfWritten(const PLStoredList& stored);
+  /// Whether the list waits for favorites once a load has taken over `stored`: what other processes stored counts,
+  /// unless this one has brought them and not written that yet.
+  bool awaitsFavorites(const PLStoredList& stored);
   /// Ends a load: from now on saves build on `base`, with the list and the groups that belong to it.
   void takeOver(std::shared_ptr<const PLStoredBase> base, PLSlotList& list, const PLPageNumbers& pages);
   /// Nothing is written until the next `takeOver`: the store cannot be read.
@@ -171,6 +176,7 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   bool _loadIsDeferred PELLOR_GUARDED_BY(_mutex) = false;
   std::vector<std::shared_ptr<const PLListWrite>> _unknownWrites PELLOR_GUARDED_BY(_mutex);  // made from the baseline
   std::optional<std::int32_t> _sequenceNumber PELLOR_GUARDED_BY(_mutex);                     // that is not written
+  std::optional<bool> _awaitsFavorites PELLOR_GUARDED_BY(_mutex);                            // the same
 
   // Marks: set on the main queue, taken by saves, set again by a save whose write was not accepted.
   std::atomic<bool> _needsFriendListSync{false};

@@ -17,6 +17,7 @@ struct PLStoredList {
   PreferenceVersion listVersion;
   Array titles;  ///< empty when none are stored
   PreferenceVersion titlesVersion;
+  bool awaitsFavorites = false;  ///< whether it is a first list that waits for them
 };
 
 /// Names the groups of a list in their order: a group keeps its number as long as the manager has it, and no other

@@ -33,7 +33,9 @@ FavoritesFile& fileOf(Session& session) {
 Lines markedLines(Session& session) {
   Lines lines;
   session.withAddressBook([&](AddressBook& addressBook) {
-    for (const FavoriteEntry& entry : platformOf(session.process()).favorites->favoriteEntries()) {
+    const auto entries = platformOf(session.process()).favorites->favoriteEntries();
+    if (!entries.isReadable()) throw CommandError("the favorites cannot be read");
+    for (const FavoriteEntry& entry : entries.value().value_or(std::vector<FavoriteEntry>())) {
       const RecordRef person = addressBook.personForRecordID(entry.abRecordID);
       lines.push_back({person ? person->recordGUID() : "", entry.value, entry.displayName});
     }
@@ -82,10 +84,10 @@ void list(Session& session) {
   session.answer([&] { return favoritesText(lines); }, [&] { return favoritesJson(lines); });
 }
 
-void edit(Session& session, const FavoritesFile::Edit& change, const std::string& refusal) {
+void requireEdit(Session& session, const FavoritesFile::Edit& change, const std::string& refusal) {
   switch (fileOf(session).edit(change)) {
     case FavoritesFile::Outcome::done:
-      return list(session);
+      return;
     case FavoritesFile::Outcome::refused:
       throw CommandError(refusal);
     case FavoritesFile::Outcome::failed:
@@ -93,6 +95,11 @@ void edit(Session& session, const FavoritesFile::Edit& change, const std::string
   }
   const std::string& problem = fileOf(session).problem();
   throw CommandError("nothing was saved: " + (problem.empty() ? fileName(session) + " cannot be written" : problem));
+}
+
+void edit(Session& session, const FavoritesFile::Edit& change, const std::string& refusal) {
+  requireEdit(session, change, refusal);
+  list(session);
 }
 
 FavoritesFile::Line lineFor(Session& session, const std::string& who) {
@@ -109,6 +116,18 @@ bool areSame(const FavoritesFile::Line& left, const FavoritesFile::Line& right) 
   return destinationKey(left.value) == destinationKey(right.value);
 }
 
+constexpr const char* ListExists =
+    "the friend list exists already: \"pellor favorites import\" adds the favorites that are no friends yet\n";
+
+// A list that waits for its favorites takes them by itself.
+bool hasList(Session& session) {
+  PreferencesStore& preferences = session.platform().preferences();
+  const auto has = [&](std::string_view key) {
+    return preferences.copyValue(key, session.options().domain()).value().has_value();
+  };
+  return has(PLFriendListKey) && !has(PLFirstListIsDueKey);
+}
+
 void add(Session& session, const std::string& who) {
   fileOf(session);
   const FavoritesFile::Line added = lineFor(session, who);
@@ -117,7 +136,11 @@ void add(Session& session, const std::string& who) {
     lines.push_back(added);
     return true;
   };
-  edit(session, change, nameOf(added) + " is a favorite already");
+  requireEdit(session, change, nameOf(added) + " is a favorite already");
+  const Lines lines = linesOf(session);
+  const bool isTooLate = hasList(session);
+  session.answer([&] { return favoritesText(lines) + (isTooLate ? ListExists : ""); },
+                 [&] { return favoritesJson(lines); });
 }
 
 std::size_t indexIn(const std::string& number, std::size_t count) {
@@ -165,6 +188,43 @@ void move(Session& session, const std::string& from, const std::string& to) {
   edit(session, change, "the favorites have changed meanwhile");
 }
 
+std::vector<FriendAt> placesOf(const PLFriendsManager& manager, const std::vector<std::shared_ptr<PLPerson>>& persons) {
+  std::vector<FriendAt> found = allFriends(manager);
+  std::erase_if(found, [&](const FriendAt& each) { return std::ranges::find(persons, each.person) == persons.end(); });
+  return found;
+}
+
+std::string importText(const std::vector<FriendAt>& added) {
+  if (added.empty()) return "nobody was added: no favorite is left who is no friend\n";
+  std::string text;
+  for (const FriendAt& each : added) text += "added " + cli::nameOf(*each.person) + " (" + textOf(each.place) + ")\n";
+  return text;
+}
+
+Json importJson(const std::vector<FriendAt>& added, std::uint64_t withoutRoom) {
+  Json list = Json::array();
+  for (const FriendAt& each : added) list.push_back(jsonOf(each));
+  Json object;
+  object["added"] = std::move(list);
+  object["withoutRoom"] = withoutRoom;
+  return object;
+}
+
+// The load of a first list may bring the favorites already, as it does at any time.
+void import(Session& session) {
+  session.requireContacts();
+  session.requireWritableStore();
+  const PLFavoritesImport import = session.manager().importFavorites();
+  if (!import.couldRead) throw CommandError("nothing was added: the favorites cannot be read");
+  session.commit();
+  const auto added = placesOf(session.manager(), import.added);
+  session.answer([&] { return importText(added); }, [&] { return importJson(added, import.withoutRoom); });
+  if (import.withoutRoom > 0) {
+    throw CommandError("there is no room for " + std::to_string(import.withoutRoom) +
+                       (import.withoutRoom == 1 ? " favorite" : " favorites"));
+  }
+}
+
 void addWhoCommand(CLI::App& favorites, Command& chosen, const char* name, const char* text,
                    void (*run)(Session&, const std::string&)) {
   auto* command = favorites.add_subcommand(name, text);
@@ -181,6 +241,8 @@ void addFavoritesCommands(CLI::App& program, Command& chosen) {
   favorites->add_subcommand("list", "Show the favorites in their order");
   addWhoCommand(*favorites, chosen, "add", "Add a favorite at the end", add);
   addWhoCommand(*favorites, chosen, "remove", "Remove a favorite, by name or by number", remove);
+  favorites->add_subcommand("import", "Add the favorites that are no friends yet to the friend list")
+      ->callback([&chosen] { chosen = import; });
   auto* command = favorites->add_subcommand("move", "Move a favorite to another place");
   const auto from = std::make_shared<std::string>();
   const auto to = std::make_shared<std::string>();

@@ -105,6 +105,8 @@ std::optional<FavoritesFile::Content> FavoritesFile::read() {
   std::error_code error;
   const auto status = std::filesystem::status(_file, error);
   if (status.type() == std::filesystem::file_type::not_found) {
+    // Whether the user has such a file nobody knows without the folder.
+    if (!std::filesystem::is_directory(_file.parent_path(), error)) return std::nullopt;
     auto marked = markedFavorites();
     if (!marked) return std::nullopt;
     for (Line& line : *marked) content.entries.push_back({{}, std::move(line)});
@@ -159,10 +161,14 @@ void FavoritesFile::reportUnreachable(const Line& line) {
            redactable(line.name.empty() ? line.guid : line.name));
 }
 
-std::vector<FavoriteEntry> FavoritesFile::favoriteEntries() {
+Answer<std::vector<FavoriteEntry>> FavoritesFile::favoriteEntries() {
+  using Entries = Answer<std::vector<FavoriteEntry>>;
   std::vector<FavoriteEntry> entries;
+  bool isReadable = false;
   _addressBook->performWithAddressBook([&](AddressBook& addressBook) {
-    for (const Line& line : lines().value_or(std::vector<Line>())) {
+    const auto known = lines();
+    if (!known) return;
+    for (const Line& line : *known) {
       FavoriteEntry found = entry(addressBook, line);
       if (found.abRecordID == InvalidRecordID && found.value.empty()) {
         reportUnreachable(line);
@@ -170,8 +176,10 @@ std::vector<FavoriteEntry> FavoritesFile::favoriteEntries() {
         entries.push_back(std::move(found));
       }
     }
+    isReadable = addressBook.isReadable();
   });
-  return entries;
+  if (!isReadable) return Entries::unreadable();
+  return entries.empty() ? Entries::none() : Entries::some(std::move(entries));
 }
 
 std::optional<std::vector<Line>> FavoritesFile::lines() {

@@ -40,11 +40,11 @@ class FavoritesFile final : public FavoritesSource {
   FavoritesFile(std::shared_ptr<IndexedAddressBook> addressBook, const std::filesystem::path& contactsFolder);
 
   /// A favorite belongs to the contact with its GUID, else to the first one that has its value. Name and value that are
-  /// unknown are the contact's. One with neither contact nor value is left out, and the log says so. A file that cannot
-  /// be read gives none and is named on the log, once.
-  std::vector<FavoriteEntry> favoriteEntries() override;
+  /// unknown are the contact's. One with neither contact nor value is left out, and the log says so. Unreadable where
+  /// there is no folder, and while the file, which is named on the log once, or the contacts cannot be read.
+  Answer<std::vector<FavoriteEntry>> favoriteEntries() override;
 
-  /// The favorites as they would be written; absent when the file cannot be read.
+  /// The favorites as they would be written; absent when the folder or the file cannot be read.
   std::optional<std::vector<Line>> lines();
 
   enum class Outcome { done, refused, failed };

@@ -46,10 +46,12 @@ std::optional<std::vector<FavoriteEntry>> MarkedFavorites::readFavorites() {
   return favorites;
 }
 
-std::vector<FavoriteEntry> MarkedFavorites::favoriteEntries() {
-  const auto favorites = readFavorites();
+Answer<std::vector<FavoriteEntry>> MarkedFavorites::favoriteEntries() {
+  using Entries = Answer<std::vector<FavoriteEntry>>;
+  auto favorites = readFavorites();
   _known = favorites.value_or(std::vector<FavoriteEntry>());
-  return *_known;
+  if (!favorites) return Entries::unreadable();
+  return favorites->empty() ? Entries::none() : Entries::some(*std::move(favorites));
 }
 
 void MarkedFavorites::compare() {

@@ -15,7 +15,7 @@ namespace pellor {
 FavoriteEntry favoriteOf(const ContactRecord& person);
 
 /// The marks are X-QTPROJECT-FAVORITE, with the user's order, and X-FOLKS-FAVOURITE; those without a place follow by
-/// name. One of several linked contacts stands for all. Where the contacts cannot be read there are none. Main queue.
+/// name. One of several linked contacts stands for all. Main queue.
 class MarkedFavorites final : public FavoritesSource, public std::enable_shared_from_this<MarkedFavorites> {
   class Passkey {};
 
@@ -25,7 +25,7 @@ class MarkedFavorites final : public FavoritesSource, public std::enable_shared_
 
   /// From the first call on FavoritesChangedNotification is posted when they are other ones than at the last call, or
   /// than at the last such post.
-  std::vector<FavoriteEntry> favoriteEntries() override;
+  Answer<std::vector<FavoriteEntry>> favoriteEntries() override;
 
  private:
   std::optional<std::vector<FavoriteEntry>> readFavorites();

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/AddressBookStore.h"
+#include "platform/Answer.h"
 
 namespace pellor {
 
@@ -20,8 +21,9 @@ struct FavoriteEntry {
 class FavoritesSource {
  public:
   virtual ~FavoritesSource() = default;
-  /// The favorites in the user's order; empty when there are none.
-  virtual std::vector<FavoriteEntry> favoriteEntries() = 0;
+  /// The favorites in the user's order, at least one; none when there are none. Unreadable while nobody can tell, as
+  /// before there is a folder that could hold them, or a service that has answered.
+  virtual Answer<std::vector<FavoriteEntry>> favoriteEntries() = 0;
 };
 
 }  // namespace pellor

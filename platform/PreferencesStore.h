@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/Answer.h"
 #include "runtime/Value.h"
 
 namespace pellor {
@@ -19,24 +20,9 @@ namespace pellor {
 inline constexpr std::size_t DeepestPreference = 128;
 inline constexpr std::size_t LongestPreference = std::size_t{256} << 20;
 
-/// The three answers of a store that is asked for a value.
+/// What a store answers that is asked for a value.
 template <class T>
-class PreferenceAnswer {
- public:
-  static PreferenceAnswer some(T value) { return PreferenceAnswer(std::move(value), true); }
-  static PreferenceAnswer none() { return PreferenceAnswer(std::nullopt, true); }
-  static PreferenceAnswer unreadable() { return PreferenceAnswer(std::nullopt, false); }
-
-  /// Whether the store answered at all: with a value or with "there is none".
-  bool isReadable() const { return _readable; }
-  /// The value; absent when there is none and when the store cannot be read.
-  const std::optional<T>& value() const { return _value; }
-
- private:
-  PreferenceAnswer(std::optional<T> value, bool readable) : _value(std::move(value)), _readable(readable) {}
-  std::optional<T> _value;
-  bool _readable;
-};
+using PreferenceAnswer = Answer<T>;
 
 /// What became of a value that was put aside.
 struct PutAside {

@@ -23,10 +23,17 @@ void InMemoryFavorites::setEntries(std::vector<FavoriteEntry> entries) {
   _entries = std::move(entries);
 }
 
-std::vector<FavoriteEntry> InMemoryFavorites::favoriteEntries() {
+void InMemoryFavorites::setReadable(bool isReadable) {
+  const MutexLock lock(_mutex);
+  _isReadable = isReadable;
+}
+
+Answer<std::vector<FavoriteEntry>> InMemoryFavorites::favoriteEntries() {
+  using Entries = Answer<std::vector<FavoriteEntry>>;
   requireMainQueue("FavoritesSource::favoriteEntries");
   const MutexLock lock(_mutex);
-  return _entries;
+  if (!_isReadable) return Entries::unreadable();
+  return _entries.empty() ? Entries::none() : Entries::some(_entries);
 }
 
 // Counters

@@ -20,11 +20,14 @@ namespace pellor {
 class InMemoryFavorites : public FavoritesSource {
  public:
   void setEntries(std::vector<FavoriteEntry> entries);
-  std::vector<FavoriteEntry> favoriteEntries() override;
+  /// Whether they can be read, at first true.
+  void setReadable(bool isReadable);
+  Answer<std::vector<FavoriteEntry>> favoriteEntries() override;
 
  private:
   Mutex _mutex;
   std::vector<FavoriteEntry> _entries PELLOR_GUARDED_BY(_mutex);
+  bool _isReadable PELLOR_GUARDED_BY(_mutex) = true;
 };
 
 /// Counters that can be read, those of all processes together. Any thread.

@@ -124,5 +124,29 @@ TEST_F(VanishedContacts, AFolderThatCannotBeListedIsNotInStep) {
   EXPECT_EQ(linkedGuids(), "person-1 person-2 ");
 }
 
+TEST(FirstList, ItWaitsForAContactsFolderAndTakesTheFavoritesThen) {
+  const Home home;
+  fs::remove_all(home.contactsFolder());
+  EXPECT_THAT(pellor(home, {"list"}).output, AllOf(HasSubstr("Page 1\n"), HasSubstr(" 1      (empty)")));
+  EXPECT_THAT(pellor(home, {"favorites", "import"}).errors, HasSubstr("no contacts folder"));
+  EXPECT_EQ(pellor(home, {"add", "030 7654321"}).exitCode, 0);
+
+  fs::create_directories(home.contactsFolder());
+  home.addContact("ann", "Ann Lee", "TEL:+49 30 1234567\nX-FOLKS-FAVOURITE:true\n");
+  home.addContact("bob", "Bob Berg", "TEL:+49 30 1234568\n");
+  EXPECT_THAT(pellor(home, {"favorites", "add", "bob"}).output,
+              AllOf(HasSubstr("2 Bob Berg"), Not(HasSubstr("import"))));
+  EXPECT_THAT(pellor(home, {"list"}).output,
+              AllOf(HasSubstr("Page 1: Favorites\n"), HasSubstr("Ann Lee"), HasSubstr("Bob Berg")));
+  EXPECT_EQ(pellor(home, {"remove", "bob"}).exitCode, 0);
+  EXPECT_THAT(pellor(home, {"list"}).output, Not(HasSubstr("Bob Berg"))) << "they come once";
+
+  home.addContact("cy", "Cy Cole", "TEL:+49 30 1234569\n");
+  EXPECT_THAT(pellor(home, {"favorites", "add", "cy"}).output, HasSubstr("pellor favorites import"));
+  EXPECT_EQ(pellor(home, {"favorites", "import"}).output, "added Bob Berg (1:3)\nadded Cy Cole (1:4)\n");
+  EXPECT_THAT(pellor(home, {"favorites", "import"}).output, HasSubstr("nobody was added"));
+  EXPECT_EQ(pellor(home, {"favorites", "import", "--json"}).output, "{\"added\":[],\"withoutRoom\":0}\n");
+}
+
 }  // namespace
 }  // namespace pellor

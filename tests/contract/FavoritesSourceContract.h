@@ -24,7 +24,9 @@ class FavoritesSourceContract : public testing::Test {
   std::vector<std::string> favorites() {
     const Process::Scope scope(_contacts.process());
     std::vector<std::string> result;
-    for (const FavoriteEntry& entry : _contacts.favorites().favoriteEntries()) {
+    const auto entries = _contacts.favorites().favoriteEntries();
+    if (!entries.isReadable()) return {"unreadable"};
+    for (const FavoriteEntry& entry : entries.value().value_or(std::vector<FavoriteEntry>())) {
       _contacts.store().performWithAddressBook([&](AddressBook& book) {
         const RecordRef person = book.personForRecordID(entry.abRecordID);
         result.push_back(entry.displayName + " " + entry.value + " " + (person ? person->recordGUID() : "nobody"));

@@ -33,7 +33,9 @@ struct FavoritesFileTest : testing::Test, ContactsFixture {
   /// "name|value|GUID of the record" of each entry.
   std::vector<std::string> entries() {
     std::vector<std::string> result;
-    for (const FavoriteEntry& entry : favorites->favoriteEntries()) {
+    const auto answer = favorites->favoriteEntries();
+    if (!answer.isReadable()) return {"unreadable"};
+    for (const FavoriteEntry& entry : answer.value().value_or(std::vector<FavoriteEntry>())) {
       store->performWithAddressBook([&](AddressBook& book) {
         const RecordRef person = book.personForRecordID(entry.abRecordID);
         result.push_back(entry.displayName + "|" + entry.value + "|" + (person ? person->recordGUID() : "-"));
@@ -81,6 +83,7 @@ TEST_F(FavoritesFileTest, WithoutAFileTheMarksCount) {
   const SQLiteDatabase index(data / "contacts-index.sqlite", SQLiteDatabase::Access::readWrite, 10);
   index.execute("ALTER TABLE cards RENAME TO lost");
   EXPECT_EQ(favorites->edit(addAnna), Outcome::failed);
+  EXPECT_THAT(entries(), ElementsAre("unreadable"));
   index.execute("ALTER TABLE lost RENAME TO cards");
   EXPECT_EQ(favorites->edit(addAnna), Outcome::done);
   EXPECT_EQ(entries().size(), 5U);
@@ -109,13 +112,14 @@ TEST_F(FavoritesFileTest, EditsKeepCommentsWithTheirLines) {
 
 TEST_F(FavoritesFileTest, AFileThatCannotBeReadIsLeftAlone) {
   std::filesystem::create_directory(contacts / "favorites");
-  EXPECT_THAT(entries(), ElementsAre());
+  EXPECT_THAT(entries(), ElementsAre("unreadable"));
   EXPECT_EQ(favorites->lines(), std::nullopt);
   EXPECT_EQ(favorites->edit([](Lines&) { return true; }), Outcome::failed);
   EXPECT_EQ(log->count("cannot be read"), 1U);
   std::filesystem::remove(contacts / "favorites");
   std::filesystem::remove_all(contacts);
   EXPECT_EQ(favorites->edit(addAnna), Outcome::failed);
+  EXPECT_THAT(entries(), ElementsAre("unreadable")) << "the contacts are known still, the file is not";
 }
 
 }  // namespace

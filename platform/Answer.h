@@ -1,0 +1,28 @@
+// What a service answers that may not be able to tell.
+#pragma once
+
+#include <optional>
+#include <utility>
+
+namespace pellor {
+
+/// One of three answers: a value, none, or that it cannot be read.
+template <class T>
+class Answer {
+ public:
+  static Answer some(T value) { return Answer(std::move(value), true); }
+  static Answer none() { return Answer(std::nullopt, true); }
+  static Answer unreadable() { return Answer(std::nullopt, false); }
+
+  /// Whether there was an answer at all: a value or that there is none.
+  bool isReadable() const { return _readable; }
+  /// The value; absent when there is none and when it cannot be read.
+  const std::optional<T>& value() const { return _value; }
+
+ private:
+  Answer(std::optional<T> value, bool readable) : _value(std::move(value)), _readable(readable) {}
+  std::optional<T> _value;
+  bool _readable;
+};
+
+}  // namespace pellor
