@@ -1146,6 +1146,12 @@ void PLFriendsManager::_storeSourcedPerson(const std::shared_ptr<PLPerson>& pers
   _addPersonToIdentifiersToPersonMap(person);
 }
 
+void PLFriendsManager::_lookUpAgain() {
+  if (_unreadLookUps.isEmpty()) return;
+  platformOf(_process).addressBook->performWithAddressBook(
+      [this](AddressBook& addressBook) { _unreadLookUps.lookUpAgain(addressBook); });
+}
+
 std::shared_ptr<PLPerson> PLFriendsManager::_personUnder(const std::string& destination) const {
   std::string room;
   const auto canonical = plSanitizedDestination(destination, room);
@@ -1154,6 +1160,7 @@ std::shared_ptr<PLPerson> PLFriendsManager::_personUnder(const std::string& dest
 
 std::shared_ptr<PLPerson> PLFriendsManager::personWithDestinations(const std::vector<std::string>& destinations) {
   checkMainQueue(_process, "personWithDestinations");
+  _lookUpAgain();
   // For one destination, as most callers have, no sets are made.
   if (destinations.size() == 1) {
     if (auto known = _personUnder(destinations.front())) return known;
@@ -1163,6 +1170,7 @@ std::shared_ptr<PLPerson> PLFriendsManager::personWithDestinations(const std::ve
   std::shared_ptr<PLPerson> person;
   platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
     person = PLPerson::initWithDestinationsAddressBook({canonical.begin(), canonical.end()}, &addressBook);
+    _unreadLookUps.note(person, addressBook);
   });
   if (person) _storeSourcedPerson(person);
   return person;
@@ -1170,10 +1178,12 @@ std::shared_ptr<PLPerson> PLFriendsManager::personWithDestinations(const std::ve
 
 std::shared_ptr<PLPerson> PLFriendsManager::personWithABRecordGUID(const std::string& guid) {
   checkMainQueue(_process, "personWithABRecordGUID");
+  _lookUpAgain();
   if (auto known = _identifiersToPersonMap.personFor(guid)) return known;
   std::shared_ptr<PLPerson> person;
   platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
     person = PLPerson::initWithABRecordGUIDAddressBook(guid, &addressBook);
+    _unreadLookUps.note(person, addressBook);
   });
   if (person) _storeSourcedPerson(person);
   return person;
@@ -1477,6 +1487,7 @@ void PLFriendsManager::_addressBookChanged(const Notification& notification) {
 void PLFriendsManager::_followAddressBook(const std::weak_ptr<PLFriendsManager>& manager) {
   const auto self = manager.lock();
   if (!self) return;
+  self->_lookUpAgain();
   self->refreshAgainstAddressBook();
   self->_bringFavoritesIfDue();
 }

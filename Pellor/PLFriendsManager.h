@@ -40,6 +40,7 @@
 #include "Pellor/PLPersonSequence.h"
 #include "Pellor/PLReconciledFriends.h"
 #include "Pellor/PLSlotList.h"
+#include "Pellor/PLUnreadLookUps.h"
 #include "Pellor/PLUtility.h"
 #include "platform/Platform.h"
 #include "platform/ReachabilityService.h"
@@ -351,6 +352,7 @@ class PLFriendsManager : public Object,
   std::shared_ptr<PLFriendGroup> _firstGroupWithRoom() const;
 
   // 3  Indexes and lookup
+  void _lookUpAgain();
   std::shared_ptr<PLPerson> _personUnder(const std::string& destination) const;
   void _storeSourcedPerson(const std::shared_ptr<PLPerson>& person);
   void _addPersonToIdentifiersToPersonMap(const std::shared_ptr<PLPerson>& person);
@@ -440,6 +442,7 @@ class PLFriendsManager : public Object,
   bool _needsAddressBookRefresh = false;
   PLHeldRefresh _heldRefresh;
   PLFavorites _favorites;
+  PLUnreadLookUps _unreadLookUps;
   PLReconciledFriends _reconciledFriends;
   bool _didCompleteInitialLoading = false;
   bool _lastLoadHadChanges = false;

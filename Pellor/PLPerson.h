@@ -225,6 +225,7 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
     void operator()(const LogFormat& format, const LogArgument& oldValue, const LogArgument& newValue) const;
   };
   struct Reconciliation;
+  struct RecordValues;
 
   // Edits
   static std::shared_ptr<PLPerson> _make();
@@ -257,11 +258,12 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   // Address book
   void _reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* addressBook, bool canPostChangeNotification,
                                                            bool shouldLogUpdates);
-  std::optional<std::string> _refreshFromRecord(Reconciliation& reconciliation, const RecordRef& record);
+  std::optional<std::string> _refreshFromRecord(Reconciliation& reconciliation, const RecordValues& values);
   RecordRef _searchRecord(const Reconciliation& reconciliation) const;
   RecordRef _searchRecordByName(AddressBook& addressBook) const;
   RecordRef _searchRecordByDestinations(AddressBook& addressBook) const;
-  std::optional<std::string> _adoptRecord(Reconciliation& reconciliation, const RecordRef& record);
+  std::optional<std::string> _adoptRecord(Reconciliation& reconciliation, const std::string& guid,
+                                          const RecordValues& values);
   std::optional<std::string> _unlink(Reconciliation& reconciliation);
   static RecordMatchDictionary _recordMatchDictionaryFromCFArrayFollowLinksAddressBook(
       const std::vector<RecordRef>& records, bool followLinks, AddressBook& addressBook);

@@ -18,6 +18,20 @@ struct PLPerson::Reconciliation {
   bool changed = false;
 };
 
+// What a person takes from a record and from those that it is linked with.
+struct PLPerson::RecordValues {
+  explicit RecordValues(const RecordRef& record)
+      : recordID(record->recordID()),
+        name(preferredNameForPerson(record)),
+        destinations(*allValuesForPerson(record)),
+        initials(PLUtility::initialsForPerson(record)) {}
+
+  std::int32_t recordID;
+  std::optional<std::string> name;
+  DestinationSet destinations;
+  std::optional<std::string> initials;
+};
+
 void PLPerson::refreshWithAddressBook(AddressBook* addressBook) {
   _reconcileCanPostChangeNotificationShouldLogUpdates(addressBook, true, true);
 }
@@ -36,20 +50,24 @@ void PLPerson::_reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* 
   const ChangeReport report{*this, ChangeReport::Subject::guid, shouldLogUpdates};
   Reconciliation reconciliation{*addressBook, report, std::source_location::current()};
   const auto databaseUID = addressBook->databaseUID();
+  const RecordRef linked = copyABPersonWithAddressBook(addressBook);
+  const RecordRef record = linked ? linked : _searchRecord(reconciliation);
+  std::optional<RecordValues> values;
+  if (record) values.emplace(record);
+  // A record that was found without those that it is linked with, or in place of one that could not be read, is as
+  // little to be taken over as one that was not found.
+  if (!addressBook->isReadable()) return;
   if (databaseUID && _record.text(PLPersonRecord::_abDatabaseUID) != databaseUID) {
     _record = _record.with(PLPersonRecord::_abDatabaseUID, databaseUID);
     reconciliation.changed = true;
   }
   std::optional<std::string> initials;
-  if (const RecordRef linked = copyABPersonWithAddressBook(addressBook)) {
-    initials = _refreshFromRecord(reconciliation, linked);
-  } else if (const RecordRef found = _searchRecord(reconciliation)) {
-    initials = _adoptRecord(reconciliation, found);
-  } else if (addressBook->isReadable()) {
-    initials = _unlink(reconciliation);
+  if (linked) {
+    initials = _refreshFromRecord(reconciliation, *values);
+  } else if (record) {
+    initials = _adoptRecord(reconciliation, record->recordGUID(), *values);
   } else {
-    // Nothing was found because nothing could be read: that is no reason to give a link up.
-    initials = this->initials();
+    initials = _unlink(reconciliation);
   }
   reconciliation.changed |= _adoptInitials(initials, report, "updating monogram for friend with GUID %@: [%@] -> [%@]");
   _publish();
@@ -58,23 +76,23 @@ void PLPerson::_reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* 
   if (canPostChangeNotification) _postChangeNotification();
 }
 
-std::optional<std::string> PLPerson::_refreshFromRecord(Reconciliation& reconciliation, const RecordRef& record) {
+std::optional<std::string> PLPerson::_refreshFromRecord(Reconciliation& reconciliation, const RecordValues& values) {
   const ChangeReport& report = reconciliation.report;
   const std::source_location& place = reconciliation.place;
-  const std::int32_t recordID = record->recordID();
+  const std::int32_t recordID = values.recordID;
   if (recordID != _record.recordID()) {
     report(LogFormat("updating AB record ID for friend with GUID %@: %d -> %d", place), _record.recordID(), recordID);
     _record = _record.withRecordID(recordID);
     reconciliation.changed = true;
   }
-  reconciliation.changed |= _adopt(PLPersonRecord::_name, preferredNameForPerson(record), report,
+  reconciliation.changed |= _adopt(PLPersonRecord::_name, values.name, report,
                                    LogFormat("updating name for friend with GUID %@: [%@] -> [%@]", place));
-  if (_adoptAllValues(*allValuesForPerson(record), report,
+  if (_adoptAllValues(values.destinations, report,
                       LogFormat("updated destinations for friend with GUID %@: %@ -> %@", place))) {
     _clearDerivedValues();
     reconciliation.changed = true;
   }
-  return PLUtility::initialsForPerson(record);
+  return values.initials;
 }
 
 RecordRef PLPerson::_searchRecord(const Reconciliation& reconciliation) const {
@@ -114,12 +132,13 @@ RecordRef PLPerson::_searchRecordByDestinations(AddressBook& addressBook) const 
   return _bestRecordMatchFromDictionaryAddressBook(candidates, addressBook);
 }
 
-std::optional<std::string> PLPerson::_adoptRecord(Reconciliation& reconciliation, const RecordRef& record) {
+std::optional<std::string> PLPerson::_adoptRecord(Reconciliation& reconciliation, const std::string& guid,
+                                                  const RecordValues& values) {
   const PLPersonRecord before = _record;
-  _setABRecordGUID(record->recordGUID());
-  _record = _record.withRecordID(record->recordID())
-                .with(PLPersonRecord::_name, preferredNameForPerson(record))
-                .withDestinations(*allValuesForPerson(record));
+  _setABRecordGUID(guid);
+  _record = _record.withRecordID(values.recordID)
+                .with(PLPersonRecord::_name, values.name)
+                .withDestinations(values.destinations);
   _clearDerivedValues();
   // A record that says what the person says already is no change: two processes would tell each other of it for ever.
   if (_record == before) {
@@ -127,7 +146,7 @@ std::optional<std::string> PLPerson::_adoptRecord(Reconciliation& reconciliation
   } else {
     reconciliation.changed = true;
   }
-  return PLUtility::initialsForPerson(record);
+  return values.initials;
 }
 
 std::optional<std::string> PLPerson::_unlink(Reconciliation& reconciliation) {

@@ -197,6 +197,7 @@ void ContactIndex::apply(const FolderChange& change) {
 
 void ContactIndex::beginReading() {
   if (_readers++ > 0) return;
+  _isKnownReadable = false;
   attempt([this] { database().execute("BEGIN"); });
 }
 
@@ -216,12 +217,14 @@ const SQLiteDatabase& ContactIndex::database() const {
 }
 
 bool ContactIndex::isReadable() {
+  // One state of the index is being read: it stays as readable as it was.
+  if (_isKnownReadable && isReading() && !_hasFailedWhileReading) return true;
   std::string form;
   attempt([&] {
     database();
     form = indexedForm();
   });
-  return !form.empty();
+  return _isKnownReadable = !form.empty();
 }
 
 std::string ContactIndex::databaseUID() {

@@ -123,6 +123,7 @@ class ContactIndex {
   int _readers = 0;
   std::optional<std::string> _failure;
   bool _hasFailedWhileReading = false;
+  bool _isKnownReadable = false;  // since the reading began
   bool _mustRetry = false;
   std::optional<std::string> _sourceError;
   bool _isSourceErrorOnLog = false;
