@@ -1,5 +1,7 @@
 #include "linux/StoreCopies.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <xxhash.h>
 
@@ -32,6 +34,15 @@ std::string timeText(double date, const char* format) {
   std::array<char, 64> text{};
   std::strftime(text.data(), text.size(), format, &parts);
   return text.data();
+}
+
+// Of the file, so that nobody has to read a long list for it.
+void setDate(const fs::path& file, double date) {
+  const double time = date + SecondsFrom1970To2001;
+  const double seconds = std::floor(time);
+  const timespec changed{static_cast<std::time_t>(seconds), static_cast<long>((time - seconds) * 1e9)};
+  const std::array<timespec, 2> times = {changed, changed};
+  static_cast<void>(::utimensat(AT_FDCWD, file.c_str(), times.data(), 0));
 }
 
 std::string checksumOf(std::string_view content) {
@@ -156,6 +167,7 @@ std::optional<std::string> StoreCopies::keep(const StoreCopy& copy) const {
   const auto content = fileContent(copy);
   if (!content) return "the store holds too much for a copy";
   if (auto error = replacePrivateFile(fileOf(Newest), *content)) return error;
+  setDate(fileOf(Newest), copy.date);
   const std::string hour = std::string(Hour) + timeText(copy.date, "%Y%m%dT%H");
   const std::string day = std::string(Day) + timeText(copy.date, "%Y%m%d");
   for (const std::string& name : {hour, day}) {
@@ -219,8 +231,10 @@ std::optional<StoreCopy> StoreCopies::newest() const {
 }
 
 std::optional<double> StoreCopies::dateOfNewest() const {
-  const auto copy = read(Newest);
-  return copy ? std::optional(copy->date) : std::nullopt;
+  struct stat found {};
+  if (::stat(fileOf(Newest).c_str(), &found) != 0) return std::nullopt;
+  return static_cast<double>(found.st_mtim.tv_sec) + static_cast<double>(found.st_mtim.tv_nsec) / 1e9 -
+         SecondsFrom1970To2001;
 }
 
 }  // namespace pellor

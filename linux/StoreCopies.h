@@ -69,7 +69,6 @@ class StoreCopies {
  private:
   std::filesystem::path fileOf(std::string_view name) const;
   std::vector<std::string> names() const;
-  void keepAs(const std::string& name, const std::string& content) const;
   void prune(std::string_view prefix, std::size_t count) const;
 
   const std::filesystem::path _folder;
