@@ -117,7 +117,10 @@ Answer<Persons> PLFavorites::newFriends(const PLSlotSnapshot& friends) const {
 }
 
 void PLFavorites::setDue(bool isDue) {
-  if (isDue && !_isDue) _PLGetLogSystem().log("phone favorites cannot be read, the first list waits for them");
+  if (isDue && !_isDue) {
+    _PLGetLogSystem().log(
+        LogFormat("phone favorites cannot be read, the first list waits for them").as("_loadFriendList"));
+  }
   _isDue = isDue;
   if (isDue) return;
   _timer = nullptr;

@@ -1146,10 +1146,13 @@ void PLFriendsManager::_storeSourcedPerson(const std::shared_ptr<PLPerson>& pers
   _addPersonToIdentifiersToPersonMap(person);
 }
 
+// Some may be friends by now, who wait like others while most of the contacts are gone.
 void PLFriendsManager::_lookUpAgain() {
   if (_unreadLookUps.isEmpty()) return;
-  platformOf(_process).addressBook->performWithAddressBook(
-      [this](AddressBook& addressBook) { _unreadLookUps.lookUpAgain(addressBook); });
+  AddressBookStore& store = *platformOf(_process).addressBook;
+  store.performWithAddressBook([&](AddressBook& addressBook) {
+    if (!store.contactsFall()) _unreadLookUps.lookUpAgain(addressBook);
+  });
 }
 
 std::shared_ptr<PLPerson> PLFriendsManager::_personUnder(const std::string& destination) const {
@@ -1487,8 +1490,8 @@ void PLFriendsManager::_addressBookChanged(const Notification& notification) {
 void PLFriendsManager::_followAddressBook(const std::weak_ptr<PLFriendsManager>& manager) {
   const auto self = manager.lock();
   if (!self) return;
-  self->_lookUpAgain();
   self->refreshAgainstAddressBook();
+  self->_lookUpAgain();
   self->_bringFavoritesIfDue();
 }
 

@@ -91,7 +91,10 @@ class PlainProcedure {
     _process.mainQueue().async([this] {
       _needsRefresh = true;
       if (_refreshTimer && _refreshTimer->isValid()) return;
-      _refreshTimer = Timer::after(_process.mainQueue(), 0.2, [this] { refresh(); });
+      _refreshTimer = Timer::after(_process.mainQueue(), 0.2, [this] {
+        refresh();
+        lookUpAgain();
+      });
     });
   }
 
@@ -195,7 +198,17 @@ class PlainProcedure {
 
   // --- Lookup ---
 
+  void lookUpAgain() {
+    platformOf(_process).addressBook->performWithAddressBook([this](AddressBook& addressBook) {
+      if (!addressBook.isReadable()) return;
+      for (const auto& weak : std::exchange(_unread, {})) {
+        if (const Slot person = weak.lock()) person->refreshWithAddressBook(&addressBook);
+      }
+    });
+  }
+
   Slot personWithDestinations(const std::vector<std::string>& destinations) {
+    lookUpAgain();
     const DestinationSet wanted = plSanitizedDestinationSet(destinations);
     if (const Slot known = _map.firstOf([&](const std::string& key) { return wanted.contains(key); })) return known;
     return source([&](AddressBook& addressBook) {
@@ -204,6 +217,7 @@ class PlainProcedure {
   }
 
   Slot personWithABRecordGUID(const std::string& guid) {
+    lookUpAgain();
     if (const Slot known = _map.firstOf([&](const std::string& key) { return key == guid; })) return known;
     return source(
         [&](AddressBook& addressBook) { return PLPerson::initWithABRecordGUIDAddressBook(guid, &addressBook); });
@@ -374,8 +388,10 @@ class PlainProcedure {
   }
 
   Slot source(const auto& make) {
-    platformOf(_process).addressBook->performWithAddressBook(
-        [&](AddressBook& addressBook) { _sourced.push_back(make(addressBook)); });
+    platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
+      _sourced.push_back(make(addressBook));
+      if (!addressBook.isReadable()) _unread.push_back(_sourced.back());
+    });
     _map.enter({_sourced.back()});
     return _sourced.back();
   }
@@ -396,6 +412,7 @@ class PlainProcedure {
   Process& _process;
   const Settings _settings;
   Slots _sourced;
+  std::vector<std::weak_ptr<PLPerson>> _unread;  // looked up while the contacts could not be read
   PlainIdentifierMap _map;
   PLChangeLog _changes;
   std::shared_ptr<Timer> _refreshTimer;
