@@ -24,7 +24,10 @@ class FaultyDisk {
     _disk.xOpen = open;
     sqlite3_vfs_register(&_disk, 1);
   }
-  ~FaultyDisk() { sqlite3_vfs_unregister(&_disk); }
+  ~FaultyDisk() {
+    sqlite3_vfs_unregister(&_disk);
+    sqlite3_vfs_register(_system, 1);
+  }
   FaultyDisk(const FaultyDisk&) = delete;
   FaultyDisk& operator=(const FaultyDisk&) = delete;
 
