@@ -97,9 +97,11 @@ class Explanation {
 
   bool explains(const Judged& one, const Judged& other) const {
     if (one.attempt == other.attempt) return false;
-    // Whatever place was wanted first, somebody who was placed has it: places are given to one after the other.
+    // Whatever place was wanted first, somebody who was placed has it, or had it and left: places are given to one
+    // after the other.
     const bool isPlace = other.fact->kind == Kind::at && find(other.fact->who);
     if (isPlace && isHeldByAnEdited(other.fact->place, other.attempt)) return true;
+    if (isPlace && wasWantedByOneWhoLeft(other.fact->place, other.attempt)) return true;
     return conflict(*one.fact, *other.fact) && !conflictInPlaceAlone(*one.fact, *other.fact);
   }
 
@@ -110,6 +112,13 @@ class Explanation {
              const bool places = each.fact->kind == Kind::at || each.fact->kind == Kind::present;
              return places && each.attempt != exceptAttempt && each.fact->who == holder->key;
            });
+  }
+
+  bool wasWantedByOneWhoLeft(const RacePlace& place, std::size_t exceptAttempt) const {
+    return std::ranges::any_of(_judged, [&](const Judged& each) {
+      const bool wantsIt = each.fact->kind == Kind::at && each.fact->place == place;
+      return wantsIt && each.attempt != exceptAttempt && !find(each.fact->who);
+    });
   }
 
   bool shows(const RaceFact& fact) const {
