@@ -103,7 +103,7 @@ std::vector<std::string> PreferencesDatabase::keysOfGoodCopies(std::string_view 
 
 PreferenceVersion PreferencesDatabase::versionAfter(const PreferenceVersion* stored, PreferenceWriteID id) const {
   if (stored) return {_number, stored->count + 1, id};
-  if (!storedIdentity()) throw SQLiteError(SQLITE_CORRUPT, "the store's number is damaged");
+  if (!storedIdentity()) throw SQLiteError(SQLITE_IOERR, "the store's number is damaged");
   const auto removed = static_cast<std::uint64_t>(_statements->integer("SELECT highest_removed FROM store"));
   return {_number, removed + 1, id};
 }
@@ -164,7 +164,7 @@ void PreferencesDatabase::remove(std::string_view key, std::string_view domain,
                                  const PreferenceVersion& version) const {
   clear(key, domain);
   const auto identity = storedIdentity();
-  if (!identity) throw SQLiteError(SQLITE_CORRUPT, "the store's number is damaged");
+  if (!identity) throw SQLiteError(SQLITE_IOERR, "the store's number is damaged");
   const auto count = static_cast<std::int64_t>(version.count);
   _statements->use("UPDATE store SET highest_removed = ?1, checksum = ?2 WHERE highest_removed < ?1")
       ->bind(1, count)

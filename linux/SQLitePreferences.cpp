@@ -193,8 +193,11 @@ const PreferencesDatabase& SQLitePreferences::database() {
   return *_database;
 }
 
-void SQLitePreferences::closeAfter(const SQLiteError& error) {
-  if (isDamage(error)) _database.reset();
+bool SQLitePreferences::closeAfter(const SQLiteError& error) {
+  if (!isDamage(error)) return false;
+  const bool isReplaced = replaceDamagedStore(error);
+  _database.reset();
+  return isReplaced;
 }
 
 SQLitePreferences::Known& SQLitePreferences::knownOf(std::string_view domain) {
@@ -214,6 +217,11 @@ bool SQLitePreferences::renew(std::string_view domain) {
 }
 
 bool SQLitePreferences::look(std::string_view domain) {
+  bool isReplaced = false;
+  return lookOnce(domain, isReplaced) || (isReplaced && lookOnce(domain, isReplaced));
+}
+
+bool SQLitePreferences::lookOnce(std::string_view domain, bool& isReplaced) {
   try {
     const PreferencesDatabase& store = database();
     // No transaction for a look: when the version is that of the snapshot, the snapshot was what is stored at that
@@ -226,7 +234,7 @@ bool SQLitePreferences::look(std::string_view domain) {
     return true;
   } catch (const SQLiteError& error) {
     _memory.begins(Fault::read, error.what());
-    closeAfter(error);
+    isReplaced = closeAfter(error);
     return false;
   }
 }

@@ -114,6 +114,7 @@ class SQLitePreferences final : public SharedPreferences {
   bool renew(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
   /// The same without showing it.
   bool look(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
+  bool lookOnce(std::string_view domain, bool& isReplaced) PELLOR_REQUIRES(_connectionMutex);
   /// What is stored at the moment of the open transaction.
   const Known& present(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
   void countVersions(Snapshot& snapshot, const Known& known) PELLOR_REQUIRES(_connectionMutex);
@@ -130,10 +131,14 @@ class SQLitePreferences final : public SharedPreferences {
                            EncodedValue value, const Stored* stored, const PreferenceVersion& version,
                            EqualValues equal);
   void show(std::string_view domain, const VersionedPreferences& written) PELLOR_REQUIRES(_connectionMutex);
-  void closeAfter(const SQLiteError& error) PELLOR_REQUIRES(_connectionMutex);
+  /// Where another try on the connection cannot help. Whether the file was replaced, so that another one can.
+  bool closeAfter(const SQLiteError& error) PELLOR_REQUIRES(_connectionMutex);
 
   std::filesystem::path asideFolder() const;
+  /// Puts the store's file aside and makes it anew of what is known of it, if anything is. Throws SQLiteError.
+  bool replaceStore(const std::string& reason, const std::function<bool()>& isToGo) PELLOR_REQUIRES(_connectionMutex);
   void replaceCutStore() PELLOR_REQUIRES(_connectionMutex);
+  bool replaceDamagedStore(const SQLiteError& error) PELLOR_REQUIRES(_connectionMutex);
   std::optional<StoreCopy> contentOfNewStore() PELLOR_REQUIRES(_connectionMutex);
 
   const std::filesystem::path _folder;

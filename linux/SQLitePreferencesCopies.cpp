@@ -91,13 +91,31 @@ std::optional<StoreCopy> SQLitePreferences::contentOfNewStore() {
   return known;
 }
 
-void SQLitePreferences::replaceCutStore() {
+bool SQLitePreferences::replaceStore(const std::string& reason, const std::function<bool()>& isToGo) {
   const auto content = contentOfNewStore();
-  if (!content) return;
-  PreferencesDatabase::startAnew(_folder, _patience, &*content,
-                                 [this]() PELLOR_REQUIRES(_connectionMutex) { return _database->wasCut(); });
-  _memory.remark("the store's file was cut and was put aside; what was known of it is in its place, with " +
-                 friendsText(content->friends));
+  if (!content) return false;
+  PreferencesDatabase::startAnew(_folder, _patience, &*content, isToGo);
+  _memory.remark("the store's file " + reason + " and was put aside; what was known of it is in its place, with " +
+                 friendsText(content->friends) + " (pellor backup)");
+  return true;
+}
+
+void SQLitePreferences::replaceCutStore() {
+  replaceStore("was cut", [this]() PELLOR_REQUIRES(_connectionMutex) { return _database->wasCut(); });
+}
+
+// Unless another program has replaced it already.
+bool SQLitePreferences::replaceDamagedStore(const SQLiteError& error) {
+  const bool isFileDamaged = error.code() == SQLITE_CORRUPT || error.code() == SQLITE_NOTADB;
+  if (!isFileDamaged || !_database || !_database->isWritable()) return false;
+  // What this program knows may be one domain of several, which the rest of the file still has.
+  if (!_copies.newest()) return false;
+  try {
+    return replaceStore(std::string("was damaged (") + error.what() + ")",
+                        [this]() PELLOR_REQUIRES(_connectionMutex) { return _database->isCurrent(); });
+  } catch (const SQLiteError&) {
+    return false;
+  }
 }
 
 bool SQLitePreferences::startAnew(const StoreCopy* content) {
