@@ -59,7 +59,7 @@ PreferenceChanges changesTo(const StoreCopy& copy, const StoreCopy& present, con
   }
   for (const auto& [name, content] : copy.values) {
     if (name.first != domain) continue;
-    auto value = StoreCopy::valueOf(content);
+    auto value = content.value();
     if (value) changes[name.second] = {PreferenceChange::Kind::set, std::move(value), std::nullopt};
   }
   return changes;

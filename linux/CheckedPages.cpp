@@ -123,7 +123,9 @@ const sqlite3_io_methods& methods() {
       return methodsOf(file).xDeviceCharacteristics(systemOf(file));
     };
     made.xShmMap = [](sqlite3_file* file, int page, int size, int extend, void volatile** place) {
-      return methodsOf(file).xShmMap(systemOf(file), page, size, extend, place);
+      const int code = methodsOf(file).xShmMap(systemOf(file), page, size, extend, place);
+      // No error of the disk: the index of the log finds no space there.
+      return code == SQLITE_IOERR_SHMSIZE ? SQLITE_FULL : code;
     };
     made.xShmLock = [](sqlite3_file* file, int offset, int count, int flags) {
       return methodsOf(file).xShmLock(systemOf(file), offset, count, flags);

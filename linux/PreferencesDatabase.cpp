@@ -1,5 +1,7 @@
 #include "linux/PreferencesDatabase.h"
 
+#include <sys/stat.h>
+
 #include <utility>
 
 #include "linux/CheckedRows.h"
@@ -38,18 +40,25 @@ std::optional<std::string> PreferencesDatabase::storedIdentity() const {
   return isWhole ? std::optional(std::move(identity)) : std::nullopt;
 }
 
-bool PreferencesDatabase::wasCut() const {
+PreferencesDatabase::Loss PreferencesDatabase::loss() const {
   std::error_code error;
   const std::uintmax_t size = _file.empty() ? 0 : std::filesystem::file_size(_file, error);
-  if (error || _statements->database().hasMoved()) return false;
-  if (size < _size) return true;
+  if (_file.empty() || error || _statements->database().hasMoved()) return Loss::none;
+  if (size < _size) return Loss::end;
   _size = size;
-  return false;
+  // SQLite removes the log with the last connection alone.
+  return identityOfLog() == _logIdentity ? Loss::none : Loss::log;
+}
+
+std::optional<std::uint64_t> PreferencesDatabase::identityOfLog() const {
+  struct stat found {};
+  const std::string log = _file.string() + "-wal";
+  return ::stat(log.c_str(), &found) == 0 ? std::optional<std::uint64_t>(found.st_ino) : std::nullopt;
 }
 
 SQLiteTransaction PreferencesDatabase::transaction(SQLiteTransaction::Kind kind) const {
   if (kind == SQLiteTransaction::Kind::write && !_isWritable) {
-    throw SQLiteError(SQLITE_READONLY, ReadOnlyError);
+    throw SQLiteError(SQLITE_READONLY, _readOnlyError);
   }
   return {[&statements = *_statements](std::string_view text) { statements.use(text)->run(); }, kind};
 }
@@ -104,8 +113,12 @@ std::vector<std::string> PreferencesDatabase::keysOfGoodCopies(std::string_view 
 PreferenceVersion PreferencesDatabase::versionAfter(const PreferenceVersion* stored, PreferenceWriteID id) const {
   if (stored) return {_number, stored->count + 1, id};
   if (!storedIdentity()) throw SQLiteError(SQLITE_IOERR, "the store's number is damaged");
-  const auto removed = static_cast<std::uint64_t>(_statements->integer("SELECT highest_removed FROM store"));
-  return {_number, removed + 1, id};
+  return {_number, highestRemoved() + 1, id};
+}
+
+std::uint64_t PreferencesDatabase::highestRemoved() const {
+  if (!layout().hasVersions) return 0;
+  return static_cast<std::uint64_t>(_statements->integer("SELECT highest_removed FROM store"));
 }
 
 void PreferencesDatabase::write(std::string_view key, std::string_view domain, std::span<const std::uint8_t> value,

@@ -54,22 +54,27 @@ class PreferencesDatabase {
 
   static std::filesystem::path fileIn(const std::filesystem::path& folder);
 
-  /// What writers of a store are told that may only be read.
-  static constexpr const char* ReadOnlyError =
-      "the store is read-only: neither its files nor their folder may be written";
   bool isWritable() const { return _isWritable; }
+  /// Why it may only be read, for the user.
+  const std::string& readOnlyError() const { return _readOnlyError; }
   /// Whether it still shows what is stored. Not when the file was deleted or replaced, and, opened where nothing can be
   /// written beside it, never: then it has to be opened anew to see changes.
   bool isCurrent() const { return !_isFrozen && !_statements->database().hasMoved(); }
 
-  /// Whether the file has become shorter, which it never does by itself: what was behind is lost, though the connection
-  /// may still remember it.
-  bool wasCut() const;
+  /// What the file has lost under this connection, which may still have it.
+  enum class Loss {
+    none,
+    end,  ///< it has become shorter, which it never does by itself
+    log,  ///< its log was deleted or replaced, with the commits that were in it alone
+  };
+  Loss loss() const;
 
   /// The layout of the file; of one that may only be read, at this moment. Then it throws for a later version's.
   const PreferencesLayout& layout() const;
   /// The store's number in versions; 0 where an earlier layout has none, or where it is damaged and cannot be written.
   std::uint64_t number() const;
+  /// No key that was removed had a version of a larger count. 0 where an earlier layout does not tell.
+  std::uint64_t highestRemoved() const;
   /// What became of the store as it was opened, that the user should know.
   const std::vector<std::string>& remarks() const { return _remarks; }
 
@@ -127,9 +132,11 @@ class PreferencesDatabase {
   void makeStore(const std::filesystem::path& file, const StoreCopy* content);
   void fill(const StoreCopy& content) const;
   void openForReading(const std::filesystem::path& file);
+  void openFrozen(const std::filesystem::path& file);
   void open(const std::filesystem::path& file, SQLiteDatabase::Access access);
   void prepareForWriting(const std::string& identity);
   std::int64_t version() const;
+  std::optional<std::uint64_t> identityOfLog() const;
   std::uint64_t storedNumber() const;
   /// How the file is named for this store; absent when that row is damaged or missing.
   std::optional<std::string> storedIdentity() const;
@@ -141,10 +148,12 @@ class PreferencesDatabase {
 
   const std::shared_ptr<LockPatience> _patience;
   std::filesystem::path _file;
-  mutable std::uintmax_t _size = 0;  ///< the largest that the file was seen to have
+  mutable std::uintmax_t _size = 0;           ///< the largest that the file was seen to have
+  std::optional<std::uint64_t> _logIdentity;  ///< the number of the log's file
   std::unique_ptr<SQLiteStatements> _statements;
   bool _isWritable = false;
   bool _isFrozen = false;
+  std::string _readOnlyError = "the store is read-only: neither its files nor their folder may be written";
   std::vector<std::string> _remarks;
   std::uint64_t _number = 0;  ///< while it may be written
 };

@@ -56,8 +56,9 @@ std::string identityOf(const fs::path& file) {
   return identity;
 }
 
-bool lacksPermission(const SQLiteError& error) {
-  return error.code() == SQLITE_CANTOPEN || error.code() == SQLITE_READONLY;
+// Where something beside the file would have to be written, and cannot be.
+bool lacksPlace(const SQLiteError& error) {
+  return error.code() == SQLITE_CANTOPEN || error.code() == SQLITE_READONLY || error.code() == SQLITE_FULL;
 }
 
 bool isThere(const fs::path& file) {
@@ -69,6 +70,34 @@ void removeFile(const fs::path& file) {
   std::error_code ignored;
   fs::remove(file, ignored);
 }
+
+// What a connection that uses the log has made of it: an empty one is left where there was no space for it.
+bool isIndexOfLog(const fs::path& file) {
+  std::error_code error;
+  const auto size = fs::file_size(file, error);
+  constexpr std::uintmax_t smallest = 32 * 1024;
+  return !error && size >= smallest;
+}
+
+/// A folder for the user alone in the system's memory, which goes with the object; what is open in it stays.
+class MemoryFolder {
+ public:
+  MemoryFolder() {
+    std::string path = "/dev/shm/pellor-XXXXXX";
+    if (!::mkdtemp(path.data())) throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot make", path));
+    _path = path;
+  }
+  ~MemoryFolder() {
+    std::error_code ignored;
+    fs::remove_all(_path, ignored);
+  }
+  MemoryFolder(const MemoryFolder&) = delete;
+  MemoryFolder& operator=(const MemoryFolder&) = delete;
+  const fs::path& path() const { return _path; }
+
+ private:
+  fs::path _path;
+};
 
 std::string inItsPlace(const StoreCopy& copy) {
   return "; the copy of " + dateText(copy.date) + " is in its place, with " + friendsText(copy.friends) +
@@ -120,9 +149,11 @@ void PreferencesDatabase::openFile(const fs::path& file) {
     _isWritable = true;
     _file = file;
     _size = fs::file_size(file);
+    _logIdentity = identityOfLog();
   } catch (const SQLiteError& error) {
-    // The file may be written but not its folder, where the log would have to be.
-    if (!lacksPermission(error)) throw;
+    // The file may be written but not its folder, where the log would have to be; or the disk is full.
+    if (!lacksPlace(error)) throw;
+    if (error.code() == SQLITE_FULL) _readOnlyError = error.what();
   }
 }
 
@@ -206,17 +237,30 @@ void PreferencesDatabase::openForReading(const fs::path& file) {
   open(file, SQLiteDatabase::Access::readOnly);
   try {
     layout();
-    return;
   } catch (const SQLiteError& error) {
-    // Reading beside writers needs two more files. Where they cannot be made nobody writes either, and the file by
-    // itself is complete, unless a log with commits that are not in it yet was left beside it.
-    std::error_code ignored;
-    const auto logSize = fs::file_size(besideFile(file, "-wal"), ignored);
-    const bool isComplete = ignored || logSize == 0;
-    if (!lacksPermission(error) || !isComplete) throw;
+    // Reading beside writers needs two more files. Where they cannot be made nobody writes either.
+    if (!lacksPlace(error)) throw;
+    if (error.code() == SQLITE_FULL) _readOnlyError = error.what();
+    openFrozen(file);
   }
-  open(file, SQLiteDatabase::Access::frozen);
+}
+
+// The file by itself is complete, unless a log with commits that are not in it yet was left beside it.
+void PreferencesDatabase::openFrozen(const fs::path& file) {
   _isFrozen = true;
+  std::error_code ignored;
+  const auto logSize = fs::file_size(besideFile(file, "-wal"), ignored);
+  if (ignored || logSize == 0) {
+    open(file, SQLiteDatabase::Access::frozen);
+    layout();
+    return;
+  }
+  if (isIndexOfLog(besideFile(file, "-shm")))
+    throw SQLiteError(SQLITE_CANTOPEN, "the index of its log may not be read");
+  const MemoryFolder folder;
+  for (const char* suffix : {"", "-wal"})
+    fs::copy_file(besideFile(file, suffix), besideFile(folder.path() / "store", suffix), ignored);
+  open(folder.path() / "store", SQLiteDatabase::Access::readOnly);
   layout();
 }
 

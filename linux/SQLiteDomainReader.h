@@ -17,6 +17,7 @@ struct DamagedPreference {
   std::string key;
   Data bytes;                ///< what was found; empty where the value is missing
   bool hasGoodCopy = false;  ///< which stands in its place
+  bool isCopied = false;     ///< a copy of the store does
 };
 
 /// A domain as it was read. In place of a damaged value stands its good copy, with the version that it was written as;

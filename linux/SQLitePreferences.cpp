@@ -166,7 +166,7 @@ bool SQLitePreferences::isWritable() {
   const MutexLock lock(_connectionMutex);
   try {
     if (database().isWritable()) return true;
-    _memory.begins(Fault::write, PreferencesDatabase::ReadOnlyError);
+    _memory.begins(Fault::write, _database->readOnlyError());
     return false;
   } catch (const SQLiteError& error) {
     _memory.begins(Fault::read, error.what());
@@ -182,10 +182,11 @@ std::string SQLitePreferences::lastError() const { return _memory.lastError(); }
 // The connection
 
 const PreferencesDatabase& SQLitePreferences::database() {
-  if (_database && _database->wasCut()) replaceCutStore();
+  if (_database) replaceLostStore();
   if (_database && _database->isCurrent()) return *_database;
   _database.reset();
   for (auto& [domain, known] : _known) known.dataVersion.reset();
+  _newestCopy = _copies.headOfNewest();
   _database =
       std::make_unique<PreferencesDatabase>(_folder, _access == Access::readWrite, _patience,
                                             [this]() PELLOR_REQUIRES(_connectionMutex) { return contentOfNewStore(); });
@@ -247,8 +248,13 @@ const SQLitePreferences::Known& SQLitePreferences::present(std::string_view doma
   const PreferencesDatabase& store = *_database;
   Known& known = knownOf(domain);
   if (isUpToDate(known)) return known;
-  auto reading = readDomain(store, domain, known.snapshot.get(), known.dataVersion.has_value());
-  for (const DamagedPreference& damaged : reading.damaged) reportDamage(damaged, domain);
+  const bool isFirst = !known.dataVersion;
+  auto reading = readDomain(store, domain, known.snapshot.get(), !isFirst);
+  for (DamagedPreference& damaged : reading.damaged) {
+    Stored& stored = reading.snapshot.at(damaged.key);
+    damaged.isCopied = !damaged.hasGoodCopy && takeFromCopy(domain, damaged.key, stored);
+    reportDamage(damaged, domain);
+  }
   auto snapshot = std::make_shared<Snapshot>(std::move(reading.snapshot));
   if (const std::uint64_t number = store.number(); number != 0) {
     known = {std::move(snapshot), store.dataVersion(), number};
@@ -256,6 +262,7 @@ const SQLitePreferences::Known& SQLitePreferences::present(std::string_view doma
     countVersions(*snapshot, known);
     known = {std::move(snapshot), store.dataVersion(), _ownNumber};
   }
+  if (isFirst) compareWithCopy(domain, known);
   return known;
 }
 
@@ -280,7 +287,9 @@ void SQLitePreferences::reportDamage(const DamagedPreference& damaged, std::stri
                  (damaged.bytes.empty() ? ""
                   : isKept              ? " and was put aside"
                                         : " and could not be put aside") +
-                 (damaged.hasGoodCopy ? "; its last good copy is used" : "; there is no good copy of it"));
+                 (damaged.hasGoodCopy ? "; its last good copy is used"
+                  : damaged.isCopied  ? "; that of the newest copy of the store is used (pellor backup)"
+                                      : "; there is no good copy of it"));
 }
 
 PreferenceWriteOutcome SQLitePreferences::store(std::string_view domain, const Batch& batch) {

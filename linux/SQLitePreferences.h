@@ -72,7 +72,8 @@ class SQLitePreferences final : public SharedPreferences {
   std::vector<std::string> takeRemarks() override { return _memory.takeRemarks(); }
 
   /// The copies in `folder`/copies. A store that is gone, or whose file is damaged, is made anew of what this process
-  /// knows of it, else of the newest copy; without either it is new, or unreadable.
+  /// knows of it and of what the newest copy has that is later; without either it is new, or unreadable. A value of
+  /// which neither row is whole is the newest copy's. That the store lacks what the newest copy has is said.
   const StoreCopies& copies() const { return _copies; }
   /// All that is stored now, with the date `date`; absent when it cannot be read.
   std::optional<StoreCopy> copyOfStore(double date);
@@ -137,9 +138,11 @@ class SQLitePreferences final : public SharedPreferences {
   std::filesystem::path asideFolder() const;
   /// Puts the store's file aside and makes it anew of what is known of it, if anything is. Throws SQLiteError.
   bool replaceStore(const std::string& reason, const std::function<bool()>& isToGo) PELLOR_REQUIRES(_connectionMutex);
-  void replaceCutStore() PELLOR_REQUIRES(_connectionMutex);
+  void replaceLostStore() PELLOR_REQUIRES(_connectionMutex);
   bool replaceDamagedStore(const SQLiteError& error) PELLOR_REQUIRES(_connectionMutex);
   std::optional<StoreCopy> contentOfNewStore() PELLOR_REQUIRES(_connectionMutex);
+  void compareWithCopy(std::string_view domain, const Known& known) PELLOR_REQUIRES(_connectionMutex);
+  bool takeFromCopy(std::string_view domain, const std::string& key, Stored& stored) PELLOR_REQUIRES(_connectionMutex);
 
   const std::filesystem::path _folder;
   const Access _access;
@@ -154,6 +157,8 @@ class SQLitePreferences final : public SharedPreferences {
   // Held as long as the file is worked on.
   Mutex _connectionMutex;
   std::unique_ptr<PreferencesDatabase> _database PELLOR_GUARDED_BY(_connectionMutex);
+  /// Before the database was opened; absent when there was none, or the store was said to lack what it has.
+  std::optional<StoreCopyHead> _newestCopy PELLOR_GUARDED_BY(_connectionMutex);
   std::map<std::string, Known, std::less<>> _known PELLOR_GUARDED_BY(_connectionMutex);
   /// By domain and key.
   std::map<std::pair<std::string, std::string>, Damage> _damage PELLOR_GUARDED_BY(_connectionMutex);

@@ -1,51 +1,13 @@
 // Copies of the store, and stores that are made of them.
 #include <utility>
 
-#include "linux/CBORValue.h"
+#include "linux/CopiedDomain.h"
 #include "linux/PreferencesDatabase.h"
+#include "linux/SQLiteDomainReader.h"
 #include "linux/SQLitePreferences.h"
-#include "linux/StoredList.h"
-#include "runtime/DictionaryView.h"
 #include "runtime/WallClock.h"
 
 namespace pellor {
-namespace {
-
-// Whose elements are friends, or empty slots.
-constexpr std::string_view ListKey = "FriendList";
-
-std::uint64_t numberOfFriends(const Runs& runs) {
-  std::uint64_t friends = 0;
-  DictionaryView view;
-  for (const auto& run : runs) {
-    for (std::size_t index = 0; index < run->size(); ++index) {
-      if (run->show(index, view) && !view.isEmpty()) ++friends;
-    }
-  }
-  return friends;
-}
-
-// What is neither bytes nor runs was found damaged, and there is no copy of it.
-std::optional<StoreCopy::Content> contentOf(const PreferencesMemory::Stored& stored) {
-  if (stored.list) return StoreCopy::Content{{}, runsOf(stored.list.get())};
-  if (stored.bytes) return StoreCopy::Content{*stored.bytes, {}};
-  if (!stored.isGoodCopy) return std::nullopt;
-  const auto encoded = EncodedValue::encode(stored.value);
-  if (!encoded) return std::nullopt;
-  if (encoded->list) return StoreCopy::Content{{}, encoded->list->runs};
-  return StoreCopy::Content{*encoded->bytes, {}};
-}
-
-void take(const std::string& domain, const PreferencesMemory::Snapshot& snapshot, StoreCopy& copy) {
-  for (const auto& [key, stored] : snapshot) {
-    auto content = contentOf(stored);
-    if (!content) continue;
-    if (key == ListKey) copy.friends += numberOfFriends(content->runs);
-    copy.values.insert_or_assign({domain, key}, *std::move(content));
-  }
-}
-
-}  // namespace
 
 void SQLitePreferences::setWriteObserver(std::function<void()> observer) {
   const MutexLock lock(_connectionMutex);
@@ -62,6 +24,7 @@ std::optional<StoreCopy> SQLitePreferences::copyOfStore(double date) {
       const SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::read);
       for (const std::string& domain : store.domains()) snapshots.emplace_back(domain, present(domain).snapshot);
       copy.store = store.number();
+      copy.removed = store.highestRemoved();
     } catch (const SQLiteError& error) {
       _memory.begins(Fault::read, error.what());
       closeAfter(error);
@@ -69,26 +32,58 @@ std::optional<StoreCopy> SQLitePreferences::copyOfStore(double date) {
     }
   }
   copy.date = date;
-  for (const auto& [domain, snapshot] : snapshots) take(domain, *snapshot, copy);
+  for (const auto& [domain, snapshot] : snapshots) addDomain(copy, domain, *snapshot);
   return copy;
 }
 
-// A program that has the values keeps them when their file goes; of domains that it did not read the copy tells.
+// A program that has the values keeps them when their file goes. Of domains that it did not read, and of what others
+// wrote after it had read, the copy tells.
 std::optional<StoreCopy> SQLitePreferences::contentOfNewStore() {
   StoreCopy known;
   known.date = wallClockNow();
-  std::optional<StoreCopy> copy = _copies.newest();
   for (const auto& [domain, each] : _known) {
-    if (each.snapshot) take(domain, *each.snapshot, known);
+    if (!each.snapshot) continue;
+    addDomain(known, domain, *each.snapshot);
+    known.store = each.number;
   }
+  std::optional<StoreCopy> copy = _copies.newest();
   if (known.values.empty()) return copy;
   if (!copy) return known;
   for (auto& [name, content] : copy->values) {
     const auto found = _known.find(name.first);
-    const bool isKnown = found != _known.end() && found->second.snapshot;
-    if (!isKnown) known.values.emplace(name, std::move(content));
+    const bool isRead = found != _known.end() && found->second.snapshot;
+    const StoreCopy::Content* read = known.find(name);
+    const bool isLater = read && copy->store == known.store && content.count > read->count;
+    if (!isRead || isLater) known.values.insert_or_assign(name, std::move(content));
   }
   return known;
+}
+
+// Of a domain that was read first over the connection: what is there later may be later than the copy.
+void SQLitePreferences::compareWithCopy(std::string_view domain, const Known& known) {
+  if (!_newestCopy || _newestCopy->store != known.number) return;
+  StoreCopyHead stored;
+  stored.store = known.number;
+  stored.removed = _database->highestRemoved();
+  for (const auto& [key, value] : *known.snapshot) stored.counts[{std::string(domain), key}] = value.version.count;
+  StoreCopyHead copied = *_newestCopy;
+  std::erase_if(copied.counts, [&](const auto& entry) { return entry.first.first != domain; });
+  if (!copied.isLaterThan(stored)) return;
+  _memory.remark("the store has come to lack what was saved before its copy of " + dateText(copied.date) +
+                 " was made, with " + friendsText(copied.friends) + " (pellor backup restore newest takes it back)");
+  _newestCopy.reset();
+}
+
+// The last that is known of a value of which neither row is whole.
+bool SQLitePreferences::takeFromCopy(std::string_view domain, const std::string& key, Stored& stored) {
+  const auto copy = _copies.newest();
+  if (!copy || copy->store != _database->number()) return false;
+  const StoreCopy::Content* content = copy->find({std::string(domain), key});
+  auto value = content ? content->value() : std::nullopt;
+  if (!value) return false;
+  stored.value = *std::move(value);
+  stored.isGoodCopy = true;
+  return true;
 }
 
 bool SQLitePreferences::replaceStore(const std::string& reason, const std::function<bool()>& isToGo) {
@@ -100,8 +95,17 @@ bool SQLitePreferences::replaceStore(const std::string& reason, const std::funct
   return true;
 }
 
-void SQLitePreferences::replaceCutStore() {
-  replaceStore("was cut", [this]() PELLOR_REQUIRES(_connectionMutex) { return _database->wasCut(); });
+// What a file has lost may still be there for the connection, and go into another file.
+void SQLitePreferences::replaceLostStore() {
+  const auto loss = _database->loss();
+  if (loss == PreferencesDatabase::Loss::none) return;
+  if (loss == PreferencesDatabase::Loss::log) {
+    const SQLiteTransaction transaction = _database->transaction(SQLiteTransaction::Kind::read);
+    for (const std::string& domain : _database->domains()) present(domain);
+  }
+  replaceStore(loss == PreferencesDatabase::Loss::log ? "lost its log" : "was cut",
+               [this]()
+                   PELLOR_REQUIRES(_connectionMutex) { return _database->loss() != PreferencesDatabase::Loss::none; });
 }
 
 // Unless another program has replaced it already.

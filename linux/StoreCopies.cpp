@@ -22,8 +22,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view Magic = "pellor copy 1\n";
-constexpr std::size_t ChecksumSize = 8;
+constexpr std::string_view Magic = "pellor copy 2\n";
+constexpr std::size_t NumberSize = 8;
+// Of the beginning of a file, in which all is that it tells without its values.
+constexpr std::size_t LongestHead = 64 * 1024;
 constexpr std::string_view Suffix = ".copy", Newest = "newest", Hour = "hour-", Day = "day-", Replaced = "replaced-";
 constexpr std::size_t HoursKept = 5, DaysKept = 7, ReplacedKept = 5;
 
@@ -45,13 +47,39 @@ void setDate(const fs::path& file, double date) {
   static_cast<void>(::utimensat(AT_FDCWD, file.c_str(), times.data(), 0));
 }
 
-std::string checksumOf(std::string_view content) {
-  const std::uint64_t number = XXH3_64bits(content.data(), content.size());
-  std::string checksum;
-  for (std::size_t index = 0; index < ChecksumSize; ++index) {
-    checksum += static_cast<char>(static_cast<unsigned char>(number >> (8 * index)));
+std::string bytesOfNumber(std::uint64_t number) {
+  std::string bytes;
+  for (std::size_t index = 0; index < NumberSize; ++index) {
+    bytes += static_cast<char>(static_cast<unsigned char>(number >> (8 * index)));
   }
-  return checksum;
+  return bytes;
+}
+
+std::uint64_t numberIn(std::string_view bytes) {
+  std::uint64_t number = 0;
+  for (std::size_t index = NumberSize; index-- > 0;) number = number << 8 | static_cast<unsigned char>(bytes[index]);
+  return number;
+}
+
+/// A part of the file: its checksum, its length and itself.
+std::string partOf(const Data& content) {
+  const std::string length = bytesOfNumber(content.size());
+  std::string checked = length;
+  checked.append(content.begin(), content.end());
+  return bytesOfNumber(XXH3_64bits(checked.data(), checked.size())) + checked;
+}
+
+/// Takes the next part from the text. Absent when that is not as it was written.
+std::optional<Value> takePart(std::string_view& text) {
+  if (text.size() < 2 * NumberSize) return std::nullopt;
+  const std::uint64_t checksum = numberIn(text), length = numberIn(text.substr(NumberSize));
+  text.remove_prefix(NumberSize);
+  if (length > text.size() - NumberSize) return std::nullopt;
+  const std::string_view checked = text.substr(0, NumberSize + length);
+  if (XXH3_64bits(checked.data(), checked.size()) != checksum) return std::nullopt;
+  text.remove_prefix(checked.size());
+  const auto* content = reinterpret_cast<const std::uint8_t*>(checked.data()) + NumberSize;
+  return decodeCBOR(std::span(content, length));
 }
 
 Value encodedForm(const StoreCopy::Content& content) {
@@ -64,33 +92,56 @@ Value encodedForm(const StoreCopy::Content& content) {
   return runs;
 }
 
+Value wordOf(std::uint64_t number) { return static_cast<std::int64_t>(number); }
+
+Dictionary formOf(const StoreCopyHead& head) {
+  Array counts;
+  for (const auto& [name, count] : head.counts) {
+    counts.emplace_back(Dictionary{{"Domain", name.first}, {"Key", name.second}, {"Count", wordOf(count)}});
+  }
+  return {{"Store", wordOf(head.store)},
+          {"Date", head.date},
+          {"Friends", wordOf(head.friends)},
+          {"Removed", wordOf(head.removed)},
+          {"Counts", std::move(counts)}};
+}
+
 std::optional<std::string> fileContent(const StoreCopy& copy) {
   Array values;
   for (const auto& [name, content] : copy.values) {
     values.emplace_back(Dictionary{{"Domain", name.first}, {"Key", name.second}, {"Content", encodedForm(content)}});
   }
-  const auto bytes = encodeCBOR(Dictionary{{"Store", static_cast<std::int64_t>(copy.store)},
-                                           {"Date", copy.date},
-                                           {"Friends", static_cast<std::int64_t>(copy.friends)},
-                                           {"Values", values}});
-  if (!bytes) return std::nullopt;
-  const std::string content(bytes->begin(), bytes->end());
-  return std::string(Magic) + checksumOf(content) + content;
+  const auto head = encodeCBOR(formOf(StoreCopyHead::of(copy))), content = encodeCBOR(std::move(values));
+  if (!head || !content) return std::nullopt;
+  const std::string begin = std::string(Magic) + partOf(*head);
+  if (begin.size() > LongestHead) return std::nullopt;
+  return begin + partOf(*content);
 }
 
-template <class T>
-T numberIn(const Dictionary& dictionary, const char* key) {
+const Value* find(const Dictionary& dictionary, const char* key) {
   const auto found = dictionary.find(key);
-  if (found == dictionary.end()) return 0;
-  if (const auto real = found->second.real()) return static_cast<T>(*real);
-  return static_cast<T>(found->second.integer().value_or(0));
+  return found == dictionary.end() ? nullptr : &found->second;
+}
+
+std::uint64_t wordIn(const Dictionary& dictionary, const char* key) {
+  const Value* value = find(dictionary, key);
+  return static_cast<std::uint64_t>(value ? value->integer().value_or(0) : 0);
+}
+
+std::optional<StoreCopy::Name> nameIn(const Dictionary& entry) {
+  const Value *domain = find(entry, "Domain"), *key = find(entry, "Key");
+  if (!domain || !key || !domain->string() || !key->string()) return std::nullopt;
+  return StoreCopy::Name(*domain->string(), *key->string());
 }
 
 std::optional<StoreCopy::Content> contentIn(const Value& value) {
-  if (const Data* bytes = value.data()) return StoreCopy::Content{*bytes, {}};
+  StoreCopy::Content content;
+  if (const Data* bytes = value.data()) {
+    content.bytes = *bytes;
+    return content;
+  }
   const Array* encoded = value.array();
   if (!encoded) return std::nullopt;
-  StoreCopy::Content content;
   for (const Value& each : *encoded) {
     const Data* bytes = each.data();
     auto run = bytes ? EncodedRun::decode(*bytes) : nullptr;
@@ -100,33 +151,47 @@ std::optional<StoreCopy::Content> contentIn(const Value& value) {
   return content;
 }
 
-bool takeValue(const Value& value, StoreCopy& copy) {
+bool takeValue(const Value& value, const StoreCopyHead& head, StoreCopy& copy) {
   const Dictionary* entry = value.dictionary();
-  if (!entry) return false;
-  const auto domain = entry->find("Domain"), key = entry->find("Key"), content = entry->find("Content");
-  if (domain == entry->end() || key == entry->end() || content == entry->end()) return false;
-  auto taken = contentIn(content->second);
-  if (!taken || !domain->second.string() || !key->second.string()) return false;
-  copy.values.insert_or_assign({*domain->second.string(), *key->second.string()}, *std::move(taken));
+  const Value* content = entry ? find(*entry, "Content") : nullptr;
+  auto taken = content ? contentIn(*content) : std::nullopt;
+  const auto name = entry ? nameIn(*entry) : std::nullopt;
+  if (!taken || !name || !head.counts.contains(*name)) return false;
+  taken->count = head.counts.at(*name);
+  copy.values.insert_or_assign(*name, *std::move(taken));
   return true;
 }
 
-std::optional<StoreCopy> copyIn(std::string_view text) {
-  if (!text.starts_with(Magic) || text.size() < Magic.size() + ChecksumSize) return std::nullopt;
-  const std::string_view checksum = text.substr(Magic.size(), ChecksumSize);
-  const std::string_view content = text.substr(Magic.size() + ChecksumSize);
-  if (checksum != checksumOf(content)) return std::nullopt;
-  const auto form = decodeCBOR(std::span(reinterpret_cast<const std::uint8_t*>(content.data()), content.size()));
+// Takes it from the text of the file.
+std::optional<StoreCopyHead> takeHead(std::string_view& text) {
+  if (!text.starts_with(Magic)) return std::nullopt;
+  text.remove_prefix(Magic.size());
+  const auto form = takePart(text);
   const Dictionary* dictionary = form ? form->dictionary() : nullptr;
   if (!dictionary) return std::nullopt;
-  StoreCopy copy{numberIn<std::uint64_t>(*dictionary, "Store"),
-                 numberIn<double>(*dictionary, "Date"),
-                 numberIn<std::uint64_t>(*dictionary, "Friends"),
-                 {}};
-  const auto values = dictionary->find("Values");
-  const Array* all = values == dictionary->end() ? nullptr : values->second.array();
-  if (!all) return std::nullopt;
-  const bool isWhole = std::ranges::all_of(*all, [&](const Value& value) { return takeValue(value, copy); });
+  const Value* date = find(*dictionary, "Date");
+  StoreCopyHead head{wordIn(*dictionary, "Store"),
+                     date ? date->real().value_or(0) : 0,
+                     wordIn(*dictionary, "Friends"),
+                     wordIn(*dictionary, "Removed"),
+                     {}};
+  const Value* counts = find(*dictionary, "Counts");
+  const Array* all = counts ? counts->array() : nullptr;
+  for (const Value& each : all ? *all : Array()) {
+    const Dictionary* entry = each.dictionary();
+    if (const auto name = entry ? nameIn(*entry) : std::nullopt) head.counts[*name] = wordIn(*entry, "Count");
+  }
+  return head;
+}
+
+std::optional<StoreCopy> copyIn(std::string_view text) {
+  const auto head = takeHead(text);
+  if (!head) return std::nullopt;
+  const auto values = takePart(text);
+  const Array* all = values ? values->array() : nullptr;
+  if (!all || !text.empty()) return std::nullopt;
+  StoreCopy copy{head->store, head->date, head->friends, head->removed, {}};
+  const bool isWhole = std::ranges::all_of(*all, [&](const Value& value) { return takeValue(value, *head, copy); });
   return isWhole ? std::optional(std::move(copy)) : std::nullopt;
 }
 
@@ -145,9 +210,28 @@ std::string friendsText(std::uint64_t friends) {
   return std::to_string(friends) + (friends == 1 ? " friend" : " friends");
 }
 
-std::optional<Value> StoreCopy::valueOf(const Content& content) {
-  if (!content.runs.empty()) return LongArray(content.runs);
-  return decodeCBOR(content.bytes);
+std::optional<Value> StoreCopy::Content::value() const {
+  if (!runs.empty()) return LongArray(runs);
+  return decodeCBOR(bytes);
+}
+
+const StoreCopy::Content* StoreCopy::find(const Name& name) const {
+  const auto found = values.find(name);
+  return found == values.end() ? nullptr : &found->second;
+}
+
+StoreCopyHead StoreCopyHead::of(const StoreCopy& copy) {
+  StoreCopyHead head{copy.store, copy.date, copy.friends, copy.removed, {}};
+  for (const auto& [name, content] : copy.values) head.counts.emplace(name, content.count);
+  return head;
+}
+
+bool StoreCopyHead::isLaterThan(const StoreCopyHead& other) const {
+  if (store != other.store) return false;
+  return std::ranges::any_of(counts, [&](const auto& entry) {
+    const auto known = other.counts.find(entry.first);
+    return entry.second > (known == other.counts.end() ? other.removed : known->second);
+  });
 }
 
 fs::path StoreCopies::fileOf(std::string_view name) const { return _folder / (std::string(name).append(Suffix)); }
@@ -166,6 +250,13 @@ std::optional<std::string> StoreCopies::keep(const StoreCopy& copy) const {
   if (auto error = createPrivateFolder(_folder)) return error;
   const auto content = fileContent(copy);
   if (!content) return "the store holds too much for a copy";
+  if (const auto newest = headOfNewest(); newest && newest->isLaterThan(StoreCopyHead::of(copy))) {
+    if (newest->date >= copy.date) return std::nullopt;
+    // The store was put back to an earlier state.
+    const std::string later = std::string(Replaced) + timeText(newest->date, "%Y%m%dT%H%M%S");
+    static_cast<void>(::link(fileOf(Newest).c_str(), fileOf(later).c_str()));
+    prune(Replaced, ReplacedKept);
+  }
   if (auto error = replacePrivateFile(fileOf(Newest), *content)) return error;
   setDate(fileOf(Newest), copy.date);
   const std::string hour = std::string(Hour) + timeText(copy.date, "%Y%m%dT%H");
@@ -228,6 +319,15 @@ std::optional<StoreCopy> StoreCopies::newest() const {
     if (copy && (!newest || copy->date > newest->date)) newest = std::move(copy);
   }
   return newest;
+}
+
+std::optional<StoreCopyHead> StoreCopies::headOfNewest() const {
+  const OpenedFile opened = openRegularFile(fileOf(Newest), O_RDONLY);
+  if (!opened.descriptor) return std::nullopt;
+  std::string begin(LongestHead, '\0');
+  const ssize_t length = ::pread(opened.descriptor.get(), begin.data(), begin.size(), 0);
+  std::string_view text = std::string_view(begin).substr(0, static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+  return takeHead(text);
 }
 
 std::optional<double> StoreCopies::dateOfNewest() const {

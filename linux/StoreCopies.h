@@ -22,21 +22,41 @@ struct StoreCopy {
   struct Content {
     Data bytes;
     Runs runs;
+    std::uint64_t count = 0;  ///< of the value's version
+
+    /// Absent when it does not decode.
+    std::optional<Value> value() const;
   };
+  /// A domain and a key.
+  using Name = std::pair<std::string, std::string>;
 
   std::uint64_t store = 0;    ///< the store's number
   double date = 0;            ///< wall clock, in seconds since 2001
   std::uint64_t friends = 0;  ///< how many the list has
-  /// By domain and key.
-  std::map<std::pair<std::string, std::string>, Content> values;
+  std::uint64_t removed = 0;  ///< no value that was removed had a version of a larger count
+  std::map<Name, Content> values;
 
-  /// Absent for one that does not decode.
-  static std::optional<Value> valueOf(const Content& content);
+  /// Null without one.
+  const Content* find(const Name& name) const;
+};
+
+/// What a copy tells without its values.
+struct StoreCopyHead {
+  std::uint64_t store = 0;
+  double date = 0;
+  std::uint64_t friends = 0;
+  std::uint64_t removed = 0;
+  std::map<StoreCopy::Name, std::uint64_t> counts;  ///< of the versions
+
+  static StoreCopyHead of(const StoreCopy& copy);
+  /// Whether the store had values in this copy that are newer than those in the other one.
+  bool isLaterThan(const StoreCopyHead& other) const;
 };
 
 /// The folder of the copies. Each is a file for the owner alone, with a checksum: one that is damaged is none. The
 /// newest is kept, the first of each of the last 5 hours and the first of each of the last 7 days in which there were
-/// any, and the last 5 that a copy took the place of. Any thread; several processes may use it at once.
+/// any, and the last 5 that a copy took the place of, or that knew of later values than the one after them. Any thread;
+/// several processes may use it at once.
 class StoreCopies {
  public:
   /// What a copy is called and what it was made of.
@@ -53,7 +73,8 @@ class StoreCopies {
 
   explicit StoreCopies(std::filesystem::path folder) : _folder(std::move(folder)) {}
 
-  /// Keeps it as the newest, and of its hour and day where there is none yet. What went wrong, if anything did.
+  /// Keeps it as the newest, and of its hour and day where there is none yet; not when another program has kept one of
+  /// the same store that was made later. What went wrong, if anything did.
   std::optional<std::string> keep(const StoreCopy& copy) const;
   /// Keeps it as one that another one takes the place of.
   std::optional<std::string> keepReplaced(const StoreCopy& copy) const;
@@ -63,6 +84,8 @@ class StoreCopies {
   std::optional<StoreCopy> read(std::string_view name) const;
   /// The newest that is whole.
   std::optional<StoreCopy> newest() const;
+  /// Of the file that was written last, if it is whole so far: its values are not looked at.
+  std::optional<StoreCopyHead> headOfNewest() const;
   /// When the newest was made; absent without one.
   std::optional<double> dateOfNewest() const;
 

@@ -1,9 +1,10 @@
-// A disk on which the log of a SQLite database cannot be written.
+// A disk on which the files beside a SQLite database cannot be written.
 #pragma once
 
 #include <sqlite3.h>
 
 #include <atomic>
+#include <string_view>
 
 namespace pellor {
 
@@ -13,8 +14,9 @@ class FaultyDisk {
  public:
   enum class Fault {
     none,
-    full,    ///< writes fail for want of room
-    unsure,  ///< what was written cannot be forced to the disk
+    full,     ///< writes fail for want of room
+    unsure,   ///< what was written cannot be forced to the disk
+    indexes,  ///< there is no room for the index of a log that is not there yet, but in memory
   };
 
   FaultyDisk() {
@@ -41,6 +43,13 @@ class FaultyDisk {
  private:
   static int open(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* flagsOfFile) {
     const int code = _system->xOpen(_system, name, file, flags, flagsOfFile);
+    const bool isInMemory = name && std::string_view(name).starts_with("/dev/shm/");
+    if (code == SQLITE_OK && (flags & SQLITE_OPEN_MAIN_DB) != 0 && !isInMemory) {
+      _databases = file->pMethods;
+      _faultyDatabases = *_databases;
+      _faultyDatabases.xShmMap = mapIndex;
+      file->pMethods = &_faultyDatabases;
+    }
     if (code != SQLITE_OK || (flags & SQLITE_OPEN_WAL) == 0) return code;
     // The system has one table of methods for all files of this kind.
     _files = file->pMethods;
@@ -56,12 +65,17 @@ class FaultyDisk {
   static int sync(sqlite3_file* file, int flags) {
     return happens(Fault::unsure) ? SQLITE_IOERR_FSYNC : _files->xSync(file, flags);
   }
+  static int mapIndex(sqlite3_file* file, int page, int size, int extend, void volatile** place) {
+    return _fault == Fault::indexes ? SQLITE_IOERR_SHMSIZE : _databases->xShmMap(file, page, size, extend, place);
+  }
   static bool happens(Fault fault) { return _fault == fault && _passed.fetch_sub(1) <= 0 && _times.fetch_sub(1) > 0; }
 
   sqlite3_vfs _disk{};
   static inline sqlite3_vfs* _system = nullptr;
   static inline const sqlite3_io_methods* _files = nullptr;
   static inline sqlite3_io_methods _faultyFiles{};
+  static inline const sqlite3_io_methods* _databases = nullptr;
+  static inline sqlite3_io_methods _faultyDatabases{};
   static inline std::atomic<Fault> _fault = Fault::none;
   static inline std::atomic<int> _passed = 0, _times = 0;
 };

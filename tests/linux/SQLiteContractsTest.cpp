@@ -71,6 +71,36 @@ TEST_F(SQLiteFaultsTest, AFullDiskFailsTheCommitAndNothingOfItIsStoredOrTriedAga
   EXPECT_EQ(other.read("list").value, Value(persons(71)));
 }
 
+// Also what is in the log alone, as after a crash; and nothing has to be opened anew by hand when there is room again.
+TEST_F(SQLiteFaultsTest, AFullDiskStillShowsTheListWithTheLastWrite) {
+  const TemporaryFolder folder, crashed;
+  auto store = openIn(folder.path());
+  VersionedWriter(store, 1).store("list", setTo(persons(70)));
+  store = openIn(folder.path());
+  VersionedWriter(store, 2).store("title", setTo("last"));
+  for (const char* suffix : {"", "-wal"}) {
+    std::filesystem::copy_file((folder / SQLiteStoreFile).string() + suffix,
+                               (crashed / SQLiteStoreFile).string() + suffix);
+  }
+  ASSERT_GT(std::filesystem::file_size((crashed / SQLiteStoreFile).string() + "-wal"), 0U);
+  store.reset();
+
+  for (const auto* each : {&folder, &crashed}) {
+    SCOPED_TRACE(each == &crashed ? "crashed" : "ended");
+    _stores.disk.fail(FaultyDisk::Fault::indexes, Always);
+    const auto shown = openIn(each->path());
+    VersionedWriter writer(shown, 3);
+    EXPECT_EQ(writer.read("list").value, Value(persons(70)));
+    EXPECT_EQ(writer.read("title").value, Value("last"));
+    EXPECT_FALSE(shown->isWritable());
+    EXPECT_NE(shown->lastError().find("full"), std::string::npos) << shown->lastError();
+    EXPECT_EQ(writer.write({{"title", setTo("new")}}).outcome, Outcome::failed);
+    _stores.disk.fail(FaultyDisk::Fault::none, 0);
+    EXPECT_EQ(writer.write({{"title", setTo("new")}}).outcome, Outcome::written);
+    EXPECT_EQ(VersionedWriter(openIn(each->path()), 4).read("title").value, Value("new"));
+  }
+}
+
 // Without another connection the log is read anew, and a commit counts that is whole in it.
 TEST_F(SQLiteFaultsTest, AnUnsureCommitMayBeStoredAndIsKnownByItsName) {
   VersionedWriter writer = open();

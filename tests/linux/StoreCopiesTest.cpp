@@ -75,7 +75,7 @@ TEST_F(StoreCopiesTest, TheNewestIsKeptAndTheFirstOfHoursAndDays) {
 
   const auto read = copies().read("newest");
   ASSERT_TRUE(read);
-  EXPECT_EQ(StoreCopy::valueOf(read->values.at({Domain, "FriendList"})), valueIn(*store, "FriendList"));
+  EXPECT_EQ(read->values.at({Domain, "FriendList"}).value(), valueIn(*store, "FriendList"));
   EXPECT_FALSE(copies().read("../data/copies/newest"));
 }
 
@@ -182,12 +182,19 @@ TEST_F(StoreCopiesTest, ARunningProgramMakesItsStoreAnewOfWhatItKnows) {
       {"all deleted", [](const fs::path& path) { fs::remove_all(path.parent_path()); }},
       {"cut to nothing", [](const fs::path& path) { fs::resize_file(path, 0); }},
       {"cut", [](const fs::path& path) { fs::resize_file(path, 10'000); }},
+      {"log deleted", [](const fs::path& path) { fs::remove(path.string() + "-wal"); }},
+      {"log replaced",
+       [](const fs::path& path) {
+         fs::remove(path.string() + "-wal");
+         writeFile(path.string() + "-wal", "");
+       }},
   };
   for (const auto& [what, damage] : damages) {
     SCOPED_TRACE(what);
     fs::remove_all(data());
     const auto store = open();
     ASSERT_TRUE(write(*store, "FriendList", persons(40)));
+    ASSERT_TRUE(write(*open(), "Titles", "of another program"));
     damage(file());
     bool isWritten = write(*store, "Titles", "Family");
     if (!isWritten) isWritten = write(*store, "Titles", "Family");
@@ -196,6 +203,84 @@ TEST_F(StoreCopiesTest, ARunningProgramMakesItsStoreAnewOfWhatItKnows) {
     const auto other = open();
     EXPECT_EQ(valueIn(*other, "FriendList"), Value(persons(40)));
     EXPECT_EQ(valueIn(*other, "Titles"), Value("Family"));
+  }
+}
+
+TEST_F(StoreCopiesTest, ARunningProgramTakesFromTheCopyWhatOthersWroteAfterItHadRead) {
+  const auto store = open(), other = open();
+  ASSERT_TRUE(write(*store, "FriendList", persons(3)));
+  ASSERT_TRUE(write(*store, "Titles", "Family"));
+  ASSERT_TRUE(write(*other, "FriendList", persons(4)));
+  ASSERT_EQ(copies().keep(*other->copyOfStore(700'000'000)), std::nullopt);
+  fs::remove(file());
+  EXPECT_EQ(valueIn(*store, "FriendList"), Value(persons(4)));
+  EXPECT_EQ(valueIn(*store, "Titles"), Value("Family"));
+}
+
+// A log that another program loses, or a store that was put back from a backup of the whole folder but the copies.
+TEST_F(StoreCopiesTest, AStoreThatLacksWhatItsNewestCopyHasSaysSoAndKeepsThatCopy) {
+  const auto keep = [&](SQLitePreferences& store, double date) {
+    ASSERT_EQ(copies().keep(*store.copyOfStore(date)), std::nullopt);
+  };
+  {
+    const auto store = open();
+    ASSERT_TRUE(write(*store, "FriendList", persons(2)));
+  }
+  const std::string earlier = contentOf(file());
+  {
+    const auto store = open();
+    ASSERT_TRUE(write(*store, "FriendList", persons(3)));
+    ASSERT_TRUE(write(*store, "Titles", "Family"));
+    keep(*store, 700'000'000);
+  }
+  EXPECT_TRUE(open()->synchronize(Domain));
+  EXPECT_EQ(_log->count("lack"), 0U) << "nothing is lost yet";
+  writeFile(file(), earlier);
+  const auto store = open();
+  EXPECT_EQ(valueIn(*store, "FriendList"), Value(persons(2)));
+  EXPECT_EQ(_log->count("lack"), 1U);
+  EXPECT_EQ(store->takeRemarks().size(), 1U);
+  ASSERT_TRUE(write(*store, "FriendList", persons(1)));
+  keep(*store, 700'000'010);
+  EXPECT_EQ(count("replaced-"), 1U) << "of what was lost";
+  EXPECT_EQ(copies().newest()->friends, 1U);
+  ASSERT_TRUE(write(*store, "FriendList", persons(4)));
+  ASSERT_TRUE(write(*store, "FriendList", persons(5)));
+  keep(*store, 700'000'020);
+  auto late = *store->copyOfStore(700'000'019);
+  late.values.begin()->second.count -= 1;
+  ASSERT_EQ(copies().keep(late), std::nullopt);
+  EXPECT_EQ(copies().newest()->friends, 5U) << "a program that was slower";
+  EXPECT_EQ(count("replaced-"), 1U);
+}
+
+TEST_F(StoreCopiesTest, AValueWithoutAWholeRowIsThatOfTheNewestCopyOfTheSameStore) {
+  for (const bool isSameStore : {true, false}) {
+    SCOPED_TRACE(isSameStore);
+    fs::remove_all(data());
+    auto store = open();
+    ASSERT_TRUE(write(*store, "FriendList", persons(40)));
+    ASSERT_TRUE(write(*store, "Titles", "Family"));
+    StoreCopy copy = *store->copyOfStore(700'000'000);
+    if (!isSameStore) ++copy.store;
+    ASSERT_EQ(copies().keep(copy), std::nullopt);
+    store.reset();
+    for (const char* table : {"stored_runs", "good_runs", "stored_values", "good_values"}) {
+      executeIn(data(), std::string("UPDATE ") + table +
+                            " SET value = CAST(x'41' || substr(value, 2) AS BLOB) WHERE length(value) > 0");
+    }
+    _log->clear();
+    store = open();
+    EXPECT_EQ(valueIn(*store, "FriendList") == Value(persons(40)), isSameStore);
+    EXPECT_EQ(valueIn(*store, "Titles") == Value("Family"), isSameStore);
+    EXPECT_EQ(_log->count("newest copy of the store is used"), isSameStore ? 2U : 0U);
+    if (!isSameStore) continue;
+    ASSERT_TRUE(write(*store, "Titles", "Friends"));
+    _log->clear();
+    const auto next = open();
+    EXPECT_EQ(valueIn(*next, "FriendList"), Value(persons(40)));
+    EXPECT_EQ(valueIn(*next, "Titles"), Value("Friends"));
+    EXPECT_EQ(_log->count("damaged"), 0U) << "written in its place";
   }
 }
 
