@@ -33,7 +33,7 @@ Json jsonOf(const StoreCopies::Entry& entry) {
 }
 
 void list(Session& session) {
-  const auto copies = session.copies().list();
+  const auto copies = session.store().copies().list();
   const auto text = [&] {
     std::string all;
     for (const auto& entry : copies) all += lineOf(entry);
@@ -49,7 +49,8 @@ void list(Session& session) {
 // What a copy takes the place of becomes one.
 void keepPresent(Session& session, const StoreCopy& present) {
   if (present.values.empty()) return;
-  if (const auto error = session.copies().keepReplaced(present)) throw CommandError("nothing was changed: " + *error);
+  if (const auto error = session.store().copies().keepReplaced(present))
+    throw CommandError("nothing was changed: " + *error);
 }
 
 PreferenceChanges changesTo(const StoreCopy& copy, const StoreCopy& present, const std::string& domain) {
@@ -71,7 +72,7 @@ void editInto(Session& session, const StoreCopy& copy, const StoreCopy& present)
     for (const auto& [name, content] : each->values) domains.insert(name.first);
   }
   for (const std::string& domain : domains) {
-    const auto answer = session.platform().preferences().write(changesTo(copy, present, domain), {}, domain);
+    const auto answer = session.store().write(changesTo(copy, present, domain), {}, domain);
     if (answer.outcome != PreferenceWriteOutcome::written) {
       throw CommandError("the copy was not taken back, or not all of it: " + session.storeProblem());
     }
@@ -80,15 +81,19 @@ void editInto(Session& session, const StoreCopy& copy, const StoreCopy& present)
 }
 
 void startAnew(Session& session, const StoreCopy* copy) {
-  SQLitePreferences* store = session.sqliteStore();
-  if (!store || !store->startAnew(copy)) throw CommandError("nothing was changed: " + session.storeProblem());
+  auto* store = dynamic_cast<SQLitePreferences*>(&session.store());
+  if (!store) {
+    throw CommandError("nothing was changed: another store can only be made by who keeps the database; " +
+                       session.storeProblem());
+  }
+  if (!store->startAnew(copy)) throw CommandError("nothing was changed: " + session.storeProblem());
 }
 
 // In a whole store a copy is an edit; one that cannot be read is put aside.
 void restore(Session& session, const std::string& which) {
-  const auto copy = session.copies().read(which);
+  const auto copy = session.store().copies().read(which);
   if (!copy) throw CommandError("there is no whole copy " + inQuotes(which) + " (pellor backup lists them)");
-  const auto present = session.presentCopy();
+  const auto present = session.store().copyOfStore(wallClockNow());
   if (present) {
     session.requireWritableStore();
     keepPresent(session, *present);
@@ -101,7 +106,7 @@ void restore(Session& session, const std::string& which) {
 }
 
 void restoreEmpty(Session& session) {
-  if (const auto present = session.presentCopy()) keepPresent(session, *present);
+  if (const auto present = session.store().copyOfStore(wallClockNow())) keepPresent(session, *present);
   startAnew(session, nullptr);
   session.answer([] { return std::string("the store is new; what it held was put aside\n"); },
                  [] {

@@ -7,10 +7,8 @@
 #include "cli/CommandError.h"
 #include "cli/Services.h"
 #include "cli/ShownNumbers.h"
-#include "linux/SQLitePreferences.h"
 #include "linux/StandardErrorLog.h"
 #include "linux/TerminalText.h"
-#include "runtime/WallClock.h"
 
 namespace pellor::cli {
 namespace {
@@ -55,7 +53,7 @@ Session::~Session() {
   const bool isWritten = !_isDropped && settle();
   _progress.remove();
   if (_platform) {
-    for (const std::string& remark : _platform->preferences().takeRemarks()) writeError(printable(remark));
+    for (const std::string& remark : store().takeRemarks()) writeError(printable(remark));
   }
   _manager.reset();
   _platform.reset();
@@ -93,13 +91,22 @@ void Session::requireContacts() {
 }
 
 void Session::requireWritableStore() {
-  if (_platform->preferences().isWritable()) return;
-  throw CommandError("nothing was changed: " + storeProblem());
+  if (!store().isWritable()) throw CommandError("nothing was changed: " + storeProblem());
+  _before = store().writeCounts();
+}
+
+void Session::throwNotSaved() {
+  const auto [written, unknown] = store().writeCounts();
+  if (unknown > _before.unknown)
+    throw CommandError("perhaps it was saved, which cannot be told now (pellor list shows it): " + storeProblem());
+  if (written > _before.written)
+    throw CommandError("not all of it was saved (pellor list shows what was): " + storeProblem());
+  throw CommandError("nothing was saved: " + storeProblem());
 }
 
 void Session::commit() {
   if (settle()) return;
-  if (!_platform->preferences().lastError().empty()) throw CommandError("nothing was saved: " + storeProblem());
+  if (!store().lastError().empty()) throwNotSaved();
   throw CommandError("not saved: other programs keep changing the list");
 }
 
@@ -107,28 +114,18 @@ bool Session::settle() {
   const double end = _process.now() + SettleLimit;
   while (_process.now() < end) {
     if (_process.settle(SettlePause)) return true;
-    if (!_platform->preferences().lastError().empty()) return false;
+    if (!store().lastError().empty()) return false;
   }
   return false;
 }
 
 std::string Session::storeProblem() {
-  const std::string error = _platform->preferences().lastError();
+  const std::string error = store().lastError();
   const bool isFile = _options.configuration.text("store") == "sqlite";
-  const std::string store =
-      "the store in " + (isFile ? printable(_platform->dataFolder().string()) : std::string("PostgreSQL"));
-  const bool hasCopies = isFile && !copies().list().empty();
-  return store + (error.empty() ? " is busy" : ": " + error) + (hasCopies ? " (pellor backup lists its copies)" : "");
-}
-
-StoreCopies Session::copies() const { return StoreCopies(_platform->dataFolder() / StoreCopies::FolderName); }
-
-SQLitePreferences* Session::sqliteStore() const { return dynamic_cast<SQLitePreferences*>(&_platform->preferences()); }
-
-std::optional<StoreCopy> Session::presentCopy() {
-  SQLitePreferences* store = sqliteStore();
-  if (!store) throw CommandError("the store is no file of yours: its own backups are to be used");
-  return store->copyOfStore(wallClockNow());
+  const std::string place = isFile ? printable(_platform->dataFolder().string()) : "PostgreSQL";
+  const bool hasCopies = !store().copies().list().empty();
+  return "the store in " + place + (error.empty() ? " is busy" : ": " + error) +
+         (hasCopies ? " (pellor backup lists its copies)" : "");
 }
 
 void Session::answer(const std::function<std::string()>& text, const std::function<Json()>& json) {

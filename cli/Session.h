@@ -12,12 +12,8 @@
 #include "cli/Output.h"
 #include "linux/Configuration.h"
 #include "linux/LinuxPlatform.h"
-#include "linux/StoreCopies.h"
+#include "linux/SharedPreferences.h"
 #include "runtime/Process.h"
-
-namespace pellor {
-class SQLitePreferences;
-}
 
 namespace pellor::cli {
 
@@ -58,6 +54,8 @@ class Session {
   void requireContacts();
   /// Throws when nothing can be written to the store: called by commands that change something before they do.
   void requireWritableStore();
+  /// Throws what is known of a change that was not stored, or of which nobody can tell.
+  [[noreturn]] void throwNotSaved();
   /// Returns when all changes are on the disk, tried again for 30 seconds while other programs change the list. Throws
   /// when that does not work.
   void commit();
@@ -68,12 +66,7 @@ class Session {
 
   /// What is wrong with the store, for the user.
   std::string storeProblem();
-  /// The copies in the data folder.
-  StoreCopies copies() const;
-  /// Null when the store is no file of the user's own.
-  SQLitePreferences* sqliteStore() const;
-  /// What is stored now; absent when it cannot be read. Throws when the store is no file of the user's own.
-  std::optional<StoreCopy> presentCopy();
+  SharedPreferences& store() const { return _platform->preferences(); }
 
   /// Sets the answer: the text, or with --json the object. Printed by the program after the command.
   void answer(const std::function<std::string()>& text, const std::function<Json()>& json);
@@ -86,6 +79,7 @@ class Session {
   std::optional<LinuxPlatform> _platform;
   std::shared_ptr<PLFriendsManager> _manager;
   bool _isDropped = false;
+  SharedPreferences::WriteCounts _before;  ///< the change
   std::string _answer;
 };
 

@@ -179,7 +179,7 @@ std::string regionIn(std::string text) {
 }
 
 void requireWritten(Session& session, bool isWritten) {
-  if (!isWritten) throw CommandError("nothing was saved: " + session.storeProblem());
+  if (!isWritten) session.throwNotSaved();
 }
 
 // The list is written anew in the region's spelling by the next program that starts.

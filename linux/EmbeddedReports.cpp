@@ -5,6 +5,7 @@
 
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "linux/ContactFolder.h"
 #include "linux/LinuxPlatform.h"
@@ -24,6 +25,10 @@ bool isThere(const fs::path& path) {
   return fs::exists(path, ignored);
 }
 
+constexpr const char* RightToWrite = "give yourself the right to write it";
+
+std::string mayNotBeWritten(const fs::path& path) { return path.string() + " may not be written"; }
+
 bool mayWrite(const fs::path& path) { return ::access(path.c_str(), W_OK) == 0; }
 
 // Whether a folder can be used, or made where it is missing.
@@ -37,11 +42,17 @@ std::string counted(std::size_t count, const char* one, const char* many) {
   return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
-// Any key tells whether the store can be read.
-std::string readErrorOf(const UserFolders& folders) {
+/// What a look into the store says.
+struct StoreLook {
+  std::string error;                 ///< empty: it can be read
+  std::vector<std::string> remarks;  ///< what else is to be known
+};
+
+StoreLook lookInto(const UserFolders& folders) {
   SQLitePreferences store(folders.data, folders.config / "defaults.json", {"", "", nullptr},
                           SQLitePreferences::Access::readOnly);
-  return store.copyValue("Region", "org.tapnote.Pellor").isReadable() ? std::string() : store.lastError();
+  if (!store.copyOfStore(0)) return {store.lastError(), {}};
+  return {"", store.takeRemarks()};
 }
 
 }  // namespace
@@ -54,6 +65,19 @@ ServiceReport withHeldRefresh(ServiceReport report, const std::filesystem::path&
   report.detail += "; only " + std::to_string(fall->now) + " of " + std::to_string(fall->before) +
                    " are there, so friends are not refreshed";
   report.advice = "bring the others back, or accept that they are gone: pellor refresh --accept";
+  return report;
+}
+
+ServiceReport withCopies(ServiceReport report, const StoreCopies& copies) {
+  const auto newest = copies.newest();
+  if (!newest) return report;
+  const std::string which = dateText(newest->date) + " with " + friendsText(newest->friends);
+  if (report.state == ServiceReport::State::works) {
+    report.detail += "; the newest copy is of " + which;
+  } else {
+    report.advice +=
+        (report.advice.empty() ? "" : "; or ") + ("take a copy back, the newest is of " + which) + ": pellor backup";
+  }
   return report;
 }
 
@@ -73,21 +97,25 @@ ServiceReport reportOnContactsFolder(const fs::path& contactsFolder, const fs::p
 ServiceReport reportOnStoreFile(const UserFolders& folders) {
   const fs::path file = PreferencesDatabase::fileIn(folders.data);
   const std::string name = file.string() + " (SQLite " + sqlite3_libversion() + ")";
-  const bool isMade = isThere(file);
-  if (isMade) {
-    if (const std::string error = readErrorOf(folders); !error.empty())
-      return ServiceReport::failing(file.string() + ": " + error,
-                                    "put a backup in its place, or name another folder (data)");
+  const StoreCopies copies(folders.data / StoreCopies::FolderName);
+  if (!isThere(file)) {
+    if (!mayWriteIn(folders.data)) return ServiceReport::failing(mayNotBeWritten(file), RightToWrite);
+    return withCopies(ServiceReport::working(name + ", not made yet"), copies);
   }
-  if (!mayWriteIn(folders.data) || (isMade && !mayWrite(file)))
-    return ServiceReport::failing(file.string() + " may not be written", "give yourself the right to write it");
-  return ServiceReport::working(isMade ? name : name + ", not made yet");
+  const StoreLook look = lookInto(folders);
+  if (!look.error.empty()) {
+    const std::string advice = "put a backup in its place, or name another folder (data)";
+    return withCopies(ServiceReport::failing(file.string() + ": " + look.error, advice), copies);
+  }
+  if (!mayWriteIn(folders.data) || !mayWrite(file)) return ServiceReport::failing(mayNotBeWritten(file), RightToWrite);
+  ServiceReport report = withCopies(ServiceReport::working(name), copies);
+  for (const std::string& remark : look.remarks) report.detail += "; " + remark;
+  return report;
 }
 
 ServiceReport reportOnNotifyFolder(const UserFolders& folders) {
   const std::string folder = folders.notify().string();
-  if (!mayWriteIn(folders.notify()))
-    return ServiceReport::failing(folder + " may not be written", "give yourself the right to write it");
+  if (!mayWriteIn(folders.notify())) return ServiceReport::failing(mayNotBeWritten(folder), RightToWrite);
   ServiceReport report = ServiceReport::working(folder);
   if (!folders.runtime)
     report.advice =

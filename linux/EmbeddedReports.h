@@ -8,6 +8,7 @@
 
 #include "linux/Configuration.h"
 #include "linux/ServiceReport.h"
+#include "linux/StoreCopies.h"
 #include "linux/UserFolders.h"
 
 namespace pellor {
@@ -16,6 +17,9 @@ namespace pellor {
 /// them. `source` names them.
 ServiceReport withHeldRefresh(ServiceReport report, const std::filesystem::path& dataFolder, std::string_view source,
                               std::uint64_t cards);
+
+/// Adds to the report of a store which copies there are of it, and to that of one that fails how to take one back.
+ServiceReport withCopies(ServiceReport report, const StoreCopies& copies);
 
 /// Of the folder of vCards, and whether friends are refreshed against it. One that is missing fails.
 ServiceReport reportOnContactsFolder(const std::filesystem::path& contactsFolder,

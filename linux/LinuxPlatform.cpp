@@ -34,9 +34,8 @@ struct KeptCopies {
 };
 
 void keepCopies(Process& process, const std::shared_ptr<SharedPreferences>& preferences) {
-  const auto store = std::dynamic_pointer_cast<SQLitePreferences>(preferences);
-  if (!store) return;
-  process.local<KeptCopies>().keeper = StoreCopyKeeper::make(process, store, logOf(process, "copies"), wallClockNow);
+  process.local<KeptCopies>().keeper =
+      StoreCopyKeeper::make(process, preferences, logOf(process, "copies"), wallClockNow);
 }
 
 std::optional<std::filesystem::path> contactsFolderOf(const LinuxPlatformOptions& options) {

@@ -42,6 +42,10 @@ class MachinePreferences final : public SharedPreferences {
   bool isWritable() override { return _store->isWritable(); }
   std::string lastError() const override { return _store->lastError(); }
   std::vector<std::string> takeRemarks() override { return _store->takeRemarks(); }
+  WriteCounts writeCounts() const override { return _store->writeCounts(); }
+  const StoreCopies& copies() const override { return _store->copies(); }
+  std::optional<StoreCopy> copyOfStore(double date) override { return _store->copyOfStore(date); }
+  void setWriteObserver(std::function<void()> observer) override { _store->setWriteObserver(std::move(observer)); }
 
  private:
   bool isFollower(std::string_view domain);

@@ -84,6 +84,17 @@ std::vector<std::string> PreferencesMemory::takeRemarks() {
   return std::exchange(_remarks, {});
 }
 
+void PreferencesMemory::count(PreferenceWriteOutcome outcome) {
+  const MutexLock lock(_mutex);
+  if (outcome == PreferenceWriteOutcome::written) ++_writeCounts.written;
+  if (outcome == PreferenceWriteOutcome::unknown) ++_writeCounts.unknown;
+}
+
+SharedPreferences::WriteCounts PreferencesMemory::writeCounts() const {
+  const MutexLock lock(_mutex);
+  return _writeCounts;
+}
+
 void PreferencesMemory::begins(Fault fault, const std::string& error) {
   {
     const MutexLock lock(_mutex);

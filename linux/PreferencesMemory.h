@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "linux/SharedPreferences.h"
 #include "platform/PreferencesStore.h"
 #include "runtime/Log.h"
 #include "runtime/ThreadSafety.h"
@@ -62,6 +63,10 @@ class PreferencesMemory {
   void remark(const std::string& text);
   /// What was said so since the last call.
   std::vector<std::string> takeRemarks();
+
+  // What has become of the writes.
+  void count(PreferenceWriteOutcome outcome);
+  SharedPreferences::WriteCounts writeCounts() const;
   /// Each is logged when it changes something.
   void begins(Fault fault, const std::string& error);
   void ends(Fault fault);
@@ -83,6 +88,7 @@ class PreferencesMemory {
   std::map<std::string, Domain, std::less<>> _domains PELLOR_GUARDED_BY(_mutex);
   std::uint64_t _lastSerial PELLOR_GUARDED_BY(_mutex) = 0;
   std::vector<std::string> _remarks PELLOR_GUARDED_BY(_mutex);
+  SharedPreferences::WriteCounts _writeCounts PELLOR_GUARDED_BY(_mutex);
   std::map<Fault, std::string> _errors PELLOR_GUARDED_BY(_mutex);  ///< of the faults that last
 };
 

@@ -305,13 +305,16 @@ PreferenceWriteOutcome SQLitePreferences::store(std::string_view domain, const B
     isCommitting = true;
     transaction.commit();
     knownOf(domain).snapshot = std::move(snapshot);
+    _memory.count(PreferenceWriteOutcome::written);
     if (_observer) _observer();
   } catch (const SQLiteError& error) {
     _memory.begins(Fault::write, error.what());
     knownOf(domain).dataVersion.reset();
     closeAfter(error);
-    return isCommitting && !isKnownToHaveFailed(error) ? PreferenceWriteOutcome::unknown
-                                                       : PreferenceWriteOutcome::failed;
+    const bool isUnknown = isCommitting && !isKnownToHaveFailed(error);
+    const auto outcome = isUnknown ? PreferenceWriteOutcome::unknown : PreferenceWriteOutcome::failed;
+    _memory.count(outcome);
+    return outcome;
   }
   _memory.ends(Fault::read);
   _memory.ends(Fault::write);

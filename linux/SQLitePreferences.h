@@ -70,15 +70,14 @@ class SQLitePreferences final : public SharedPreferences {
   bool isWritable() override;
   std::string lastError() const override;
   std::vector<std::string> takeRemarks() override { return _memory.takeRemarks(); }
+  WriteCounts writeCounts() const override { return _memory.writeCounts(); }
 
   /// The copies in `folder`/copies. A store that is gone, or whose file is damaged, is made anew of what this process
   /// knows of it and of what the newest copy has that is later; without either it is new, or unreadable. A value of
   /// which neither row is whole is the newest copy's. That the store lacks what the newest copy has is said.
-  const StoreCopies& copies() const { return _copies; }
-  /// All that is stored now, with the date `date`; absent when it cannot be read.
-  std::optional<StoreCopy> copyOfStore(double date);
-  /// Called after each write that changed the store, on its thread; must return at once. Before the first write.
-  void setWriteObserver(std::function<void()> observer);
+  const StoreCopies& copies() const override { return _copies; }
+  std::optional<StoreCopy> copyOfStore(double date) override;
+  void setWriteObserver(std::function<void()> observer) override;
   /// Puts the store's file aside and makes another one of that copy (null: an empty one), for the next use. False when
   /// that failed; `lastError` says why.
   bool startAnew(const StoreCopy* content);

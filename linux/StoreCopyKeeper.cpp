@@ -9,7 +9,7 @@ namespace pellor {
 
 /// Shared with the observer of the store, which may outlive the keeper.
 struct StoreCopyKeeper::Work : std::enable_shared_from_this<Work> {
-  Work(Process& ofProcess, std::shared_ptr<SQLitePreferences> ofStore, LogHandle toLog,
+  Work(Process& ofProcess, std::shared_ptr<SharedPreferences> ofStore, LogHandle toLog,
        std::function<double()> ofWallClock)
       : process(ofProcess), store(std::move(ofStore)), log(std::move(toLog)), wallClock(std::move(ofWallClock)) {}
 
@@ -62,7 +62,7 @@ struct StoreCopyKeeper::Work : std::enable_shared_from_this<Work> {
   }
 
   Process& process;
-  const std::shared_ptr<SQLitePreferences> store;
+  const std::shared_ptr<SharedPreferences> store;
   const LogHandle log;
   const std::function<double()> wallClock;
   const std::shared_ptr<SerialQueue> queue = SerialQueue::make("org.tapnote.Pellor.copies");
@@ -74,7 +74,7 @@ struct StoreCopyKeeper::Work : std::enable_shared_from_this<Work> {
   bool hasFailed = false;          // guarded by the mutex
 };
 
-std::shared_ptr<StoreCopyKeeper> StoreCopyKeeper::make(Process& process, std::shared_ptr<SQLitePreferences> store,
+std::shared_ptr<StoreCopyKeeper> StoreCopyKeeper::make(Process& process, std::shared_ptr<SharedPreferences> store,
                                                        LogHandle log, std::function<double()> wallClock) {
   const Process::Scope scope(process);
   auto work = std::make_shared<Work>(process, store, std::move(log), std::move(wallClock));

@@ -7,7 +7,7 @@
 #include <memory>
 #include <optional>
 
-#include "linux/SQLitePreferences.h"
+#include "linux/SharedPreferences.h"
 #include "runtime/Log.h"
 #include "runtime/Process.h"
 #include "runtime/Queue.h"
@@ -25,7 +25,7 @@ class StoreCopyKeeper {
   static constexpr std::uint64_t LongestShortList = 1000;
 
   /// Begins to follow the writes of the store. `wallClock` gives seconds since 2001. Main queue.
-  static std::shared_ptr<StoreCopyKeeper> make(Process& process, std::shared_ptr<SQLitePreferences> store,
+  static std::shared_ptr<StoreCopyKeeper> make(Process& process, std::shared_ptr<SharedPreferences> store,
                                                LogHandle log, std::function<double()> wallClock);
   ~StoreCopyKeeper();
   StoreCopyKeeper(const StoreCopyKeeper&) = delete;

@@ -1,10 +1,12 @@
 #include "linux/postgresql/PostgreSQLPreferences.h"
 
+#include <algorithm>
 #include <atomic>
 #include <set>
 #include <utility>
 #include <vector>
 
+#include "linux/CopiedDomain.h"
 #include "linux/PreferencesMemory.h"
 #include "linux/PrivateFiles.h"
 #include "linux/postgresql/PostgreSQLLink.h"
@@ -93,7 +95,9 @@ class PostgreSQLPreferences::Core final : public PostgreSQLListener, public std:
       return Outcome::done;
     } catch (const PostgreSQLError& error) {
       if (error.kind() == PostgreSQLError::Kind::refused) return Outcome::refused;
-      return commitment->preclude() ? Outcome::away : Outcome::unknown;
+      if (commitment->preclude()) return Outcome::away;
+      memory.count(PreferenceWriteOutcome::unknown);
+      return Outcome::unknown;
     }
   }
 
@@ -127,6 +131,7 @@ class PostgreSQLPreferences::Core final : public PostgreSQLListener, public std:
       case PostgreSQLTables::Outcome::notCommitted:
         return {PreferenceWriteOutcome::failed, {}};
       case PostgreSQLTables::Outcome::written:
+        noteWritten();
         return {PreferenceWriteOutcome::written, showWritten(domain, changes)};
     }
     return {};
@@ -162,9 +167,32 @@ class PostgreSQLPreferences::Core final : public PostgreSQLListener, public std:
     link.performSoon([self = shared_from_this()](PostgreSQLConnection& connection) { self->readAhead(connection); });
   }
 
+  StoreCopy copyOfStore(PostgreSQLConnection& connection) {
+    _role.isThisThread();
+    StoreCopy copy;
+    for (const std::string& name : PostgreSQLTables::domainsIn(connection)) {
+      const PostgreSQLDomain domain = _tables.read(connection, name);
+      addDomain(copy, name, *domain.values);
+      copy.store = domain.store;
+      copy.removed = std::max(copy.removed, static_cast<std::uint64_t>(domain.revision));
+    }
+    return copy;
+  }
+
+  void setWriteObserver(std::function<void()> observer) {
+    const MutexLock lock(_observerMutex);
+    _observer = std::move(observer);
+  }
+
   PreferencesMemory memory;
 
  private:
+  void noteWritten() {
+    memory.count(PreferenceWriteOutcome::written);
+    const MutexLock lock(_observerMutex);
+    if (_observer) _observer();
+  }
+
   template <class Work>
   void attempt(Fault fault, const Work& work) {
     try {
@@ -184,6 +212,7 @@ class PostgreSQLPreferences::Core final : public PostgreSQLListener, public std:
     writing.mayCommit = [&] { return commitment.begin(); };
     const auto outcome = _tables.write(connection, domain, std::move(writing));
     if (outcome != PostgreSQLTables::Outcome::written) return false;
+    noteWritten();
     memory.install(domain, _tables.known(domain).values);
     memory.ends(Fault::read);
     return true;
@@ -220,11 +249,17 @@ class PostgreSQLPreferences::Core final : public PostgreSQLListener, public std:
   ThreadRole _role;
   PostgreSQLTables _tables PELLOR_GUARDED_BY(_role);
   std::set<std::string> _stale PELLOR_GUARDED_BY(_role);  ///< domains that others wrote, to be read ahead
+  Mutex _observerMutex;
+  std::function<void()> _observer PELLOR_GUARDED_BY(_observerMutex);
 };
 
 PostgreSQLPreferences::PostgreSQLPreferences(std::shared_ptr<PostgreSQLService> service,
-                                             std::filesystem::path defaultsFile, LogHandle log)
-    : _service(std::move(service)), _core(std::make_shared<Core>(log)), _defaults(std::move(defaultsFile), log) {
+                                             std::filesystem::path copiesFolder, std::filesystem::path defaultsFile,
+                                             LogHandle log)
+    : _service(std::move(service)),
+      _core(std::make_shared<Core>(log)),
+      _copies(std::move(copiesFolder)),
+      _defaults(std::move(defaultsFile), log) {
   _service->link().addListener(_core);
 }
 
@@ -335,6 +370,25 @@ bool PostgreSQLPreferences::isWritable() {
   };
   return _core->perform(_service->link(), Fault::read, ask) == Core::Outcome::done && *mayWrite;
 }
+
+std::optional<StoreCopy> PostgreSQLPreferences::copyOfStore(double date) {
+  // Kept by the job: it may go on when nobody waits any more.
+  const auto copy = std::make_shared<StoreCopy>();
+  const auto read = [copy](Core& core, PostgreSQLConnection& connection, Commitment&) {
+    *copy = core.copyOfStore(connection);
+  };
+  if (_core->perform(_service->link(), Fault::read, read) != Core::Outcome::done) return std::nullopt;
+  copy->date = date;
+  return std::move(*copy);
+}
+
+void PostgreSQLPreferences::setWriteObserver(std::function<void()> observer) {
+  _core->setWriteObserver(std::move(observer));
+}
+
+std::vector<std::string> PostgreSQLPreferences::takeRemarks() { return _core->memory.takeRemarks(); }
+
+SharedPreferences::WriteCounts PostgreSQLPreferences::writeCounts() const { return _core->memory.writeCounts(); }
 
 std::string PostgreSQLPreferences::lastError() const {
   std::string error = _core->memory.lastError();

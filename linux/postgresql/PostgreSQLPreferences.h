@@ -33,8 +33,10 @@ namespace pellor {
 /// Any thread.
 class PostgreSQLPreferences final : public SharedPreferences {
  public:
-  /// `defaultsFile` is the JSON file behind `persistentValueForKey` (see DefaultsFile).
-  PostgreSQLPreferences(std::shared_ptr<PostgreSQLService> service, std::filesystem::path defaultsFile, LogHandle log);
+  /// Copies of the store are kept in `copiesFolder`, and never take its place by themselves. `defaultsFile` is the JSON
+  /// file behind `persistentValueForKey` (see DefaultsFile).
+  PostgreSQLPreferences(std::shared_ptr<PostgreSQLService> service, std::filesystem::path copiesFolder,
+                        std::filesystem::path defaultsFile, LogHandle log);
   ~PostgreSQLPreferences() override;
 
   PreferenceAnswer<Value> copyValue(std::string_view key, std::string_view domain) override;
@@ -50,6 +52,13 @@ class PostgreSQLPreferences final : public SharedPreferences {
   bool insertIfAbsent(const Dictionary& values, std::string_view domain) override;
   bool isWritable() override;
   std::string lastError() const override;
+  std::vector<std::string> takeRemarks() override;
+  WriteCounts writeCounts() const override;
+
+  const StoreCopies& copies() const override { return _copies; }
+  /// Each domain as it was at one moment of its own.
+  std::optional<StoreCopy> copyOfStore(double date) override;
+  void setWriteObserver(std::function<void()> observer) override;
 
  private:
   class Core;
@@ -58,6 +67,7 @@ class PostgreSQLPreferences final : public SharedPreferences {
 
   const std::shared_ptr<PostgreSQLService> _service;
   const std::shared_ptr<Core> _core;
+  const StoreCopies _copies;
   DefaultsFile _defaults;
 };
 

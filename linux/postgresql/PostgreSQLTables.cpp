@@ -69,6 +69,13 @@ std::vector<std::string> PostgreSQLTables::domains() const {
   return domains;
 }
 
+std::vector<std::string> PostgreSQLTables::domainsIn(PostgreSQLConnection& connection) {
+  const auto rows = connection.run({{"SELECT domain FROM pellor.domains ORDER BY domain"}});
+  std::vector<std::string> domains;
+  for (int row = 0; row < rows[0].count(); ++row) domains.emplace_back(rows[0].text(row, 0));
+  return domains;
+}
+
 PostgreSQLDomain& PostgreSQLTables::knownOf(std::string_view domain) {
   return _known.try_emplace(std::string(domain)).first->second;
 }

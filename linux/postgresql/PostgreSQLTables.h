@@ -22,7 +22,10 @@ class PostgreSQLTables {
  public:
   /// Everything is to be read again, by another connection. What turns out to be the same stays the same objects.
   void forgetRevisions();
+  /// Those that are known.
   std::vector<std::string> domains() const;
+  /// All that the database has.
+  static std::vector<std::string> domainsIn(PostgreSQLConnection& connection);
 
   PostgreSQLDomain read(PostgreSQLConnection& connection, std::string_view domain);
 

@@ -1,5 +1,6 @@
 // store = "postgresql", bus = "postgresql"
 
+#include "linux/EmbeddedReports.h"
 #include "linux/MachinePreferences.h"
 #include "linux/postgresql/PostgreSQLBus.h"
 #include "linux/postgresql/PostgreSQLPreferences.h"
@@ -13,6 +14,9 @@ namespace {
 struct SharedConnection {
   std::shared_ptr<PostgreSQLService> service;
 };
+
+// Apart from those of a store on this machine, whose place they must not take.
+std::filesystem::path copiesFolder(const UserFolders& folders) { return folders.data / "copies-postgresql"; }
 
 PostgreSQLOptions optionsOf(const Configuration& configuration) {
   PostgreSQLOptions options;
@@ -30,8 +34,9 @@ std::shared_ptr<PostgreSQLService> serviceOf(Process& process, const PostgreSQLO
 void chooseStore(const Configuration& configuration, LinuxPlatformOptions& options) {
   options.parts.preferences = [postgresql = optionsOf(configuration), folders = options.folders,
                                followsContacts = options.listKeys.followsContacts](Process& process) {
-    auto store = std::make_shared<PostgreSQLPreferences>(
-        serviceOf(process, postgresql), folders.config / "defaults.json", serviceLog(process, "preferences"));
+    auto store =
+        std::make_shared<PostgreSQLPreferences>(serviceOf(process, postgresql), copiesFolder(folders),
+                                                folders.config / "defaults.json", serviceLog(process, "preferences"));
     return std::make_shared<MachinePreferences>(std::move(store), MachinePreferences::machineName(folders.data),
                                                 followsContacts);
   };
@@ -44,14 +49,19 @@ void chooseBus(const Configuration& configuration, LinuxPlatformOptions& options
   };
 }
 
-ServiceReport report(Process& process, const Configuration& configuration) {
+ServiceReport reportOnBus(Process& process, const Configuration& configuration) {
   return serviceOf(process, optionsOf(configuration))->report();
+}
+
+ServiceReport reportOnStore(Process& process, const Configuration& configuration) {
+  return withCopies(reportOnBus(process, configuration),
+                    StoreCopies(copiesFolder(embeddedOptions(configuration).folders)));
 }
 
 }  // namespace
 
 ServiceAdapters postgresqlAdapters() {
-  return {{"store", "postgresql", chooseStore, report, {}}, {"bus", "postgresql", chooseBus, report, {}}};
+  return {{"store", "postgresql", chooseStore, reportOnStore, {}}, {"bus", "postgresql", chooseBus, reportOnBus, {}}};
 }
 
 }  // namespace pellor

@@ -103,7 +103,9 @@ TEST_F(SQLiteFaultsTest, AFullDiskStillShowsTheListWithTheLastWrite) {
 
 // Without another connection the log is read anew, and a commit counts that is whole in it.
 TEST_F(SQLiteFaultsTest, AnUnsureCommitMayBeStoredAndIsKnownByItsName) {
-  VersionedWriter writer = open();
+  const TemporaryFolder folder;
+  const auto store = openIn(folder.path());
+  VersionedWriter writer(store, 1);
   const auto list = writer.store("list", setTo(persons(70)));
   writer.store("title", setTo("old"));
   ASSERT_TRUE(writer.store().synchronize(ContractDomain));
@@ -111,6 +113,8 @@ TEST_F(SQLiteFaultsTest, AnUnsureCommitMayBeStoredAndIsKnownByItsName) {
   const auto answer = writer.write({{"list", setTo(persons(71), list.version)}, {"title", setTo("new")}});
   EXPECT_EQ(answer.outcome, Outcome::unknown);
   EXPECT_TRUE(answer.written.empty());
+  EXPECT_EQ(store->writeCounts().written, 2U);
+  EXPECT_EQ(store->writeCounts().unknown, 1U) << "nobody may say that nothing was saved";
   EXPECT_EQ(writer.store().copyValue("title", ContractDomain).value(), Value("old")) << "until it is known";
 
   _stores.disk.fail(FaultyDisk::Fault::none, 0);

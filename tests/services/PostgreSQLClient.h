@@ -39,7 +39,7 @@ struct Client {
 
   Client(Process& process, PostgreSQLOptions options)
       : service(std::make_shared<PostgreSQLService>(process, std::move(options), LogHandle("test", "service", log))),
-        store(std::make_shared<PostgreSQLPreferences>(service, "/nonexistent/defaults.json",
+        store(std::make_shared<PostgreSQLPreferences>(service, "/nonexistent/copies", "/nonexistent/defaults.json",
                                                       LogHandle("test", "preferences", log))) {}
   bool becomesConnected() const {
     return comesTrue([this] { return service->isConnected(); });

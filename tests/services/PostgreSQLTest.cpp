@@ -16,7 +16,9 @@
 #include "tests/contract/PreferencesStoreContract.h"
 #include "tests/contract/PreferencesVersionsContract.h"
 #include "tests/contract/SystemNotifyBusContract.h"
+#include "tests/contract/VersionedWriter.h"
 #include "tests/linux/ServedProcesses.h"
+#include "tests/linux/TemporaryFolder.h"
 #include "tests/services/Detour.h"
 #include "tests/services/PostgreSQLClient.h"
 
@@ -107,6 +109,38 @@ TEST_F(PostgreSQLTest, AnEditWritesAndReadsOneRowAndTheOtherRunsStayTheObjectsTh
   EXPECT_EQ(late.value("key")->kind(), Value::Kind::data) << "one row is damaged";
   for (int time = 0; time < 2; ++time) EXPECT_EQ(late.store->putAside("key", Domain).lastGood, reader.value("key"));
   EXPECT_EQ(integer("SELECT count(*) FROM pellor.aside WHERE put_aside <= now()"), 1);
+}
+
+TEST_F(PostgreSQLTest, ACopyHasAllDomainsAndNeverTakesThePlaceOfTheStoreByItself) {
+  const TemporaryFolder folder;
+  Client& client = open();
+  PostgreSQLPreferences store(client.service, folder / "copies", "/nonexistent/defaults.json", {"", "", nullptr});
+  std::atomic<int> writes = 0;
+  store.setWriteObserver([&] { ++writes; });
+  const auto write = [&](const char* key, Value value, const char* domain, PreferenceVersion madeFrom = {}) {
+    PreferenceChange change = setTo(std::move(value));
+    if (madeFrom.store != 0) change.madeFrom = madeFrom;
+    return store.write({{key, change}}, {7, 7}, domain).outcome;
+  };
+  ASSERT_EQ(write("FriendList", persons(40), Domain), PreferenceWriteOutcome::written);
+  ASSERT_EQ(write("Region", "DE", "org.tapnote.Pellor"), PreferenceWriteOutcome::written);
+  ASSERT_EQ(write("Region", "FR", "org.tapnote.Pellor", {1, 1, {}}), PreferenceWriteOutcome::overtaken);
+  EXPECT_EQ(writes, 2);
+  EXPECT_EQ(store.writeCounts().written, 2U);
+
+  const auto copy = store.copyOfStore(700'000'000);
+  ASSERT_TRUE(copy);
+  EXPECT_EQ(copy->friends, 40U);
+  EXPECT_EQ(copy->find({Domain, "FriendList"})->value(), Value(persons(40)));
+  EXPECT_EQ(copy->find({"org.tapnote.Pellor", "Region"})->value(), Value("DE"));
+  ASSERT_EQ(store.copies().keep(*copy), std::nullopt);
+  ASSERT_EQ(write("FriendList", persons(41), Domain), PreferenceWriteOutcome::written);
+  EXPECT_TRUE(StoreCopyHead::of(*store.copyOfStore(0)).isLaterThan(*store.copies().headOfNewest()));
+
+  run({{"DROP SCHEMA pellor CASCADE"}});
+  const PostgreSQLPreferences late(open().service, folder / "copies", "/nonexistent/defaults.json", {"", "", nullptr});
+  EXPECT_EQ(open().value("FriendList"), std::nullopt);
+  EXPECT_EQ(late.copies().newest()->friends, 40U);
 }
 
 TEST_F(PostgreSQLTest, MachinesThatStartAtOnceMakeOneSchemaAndAgreeOnTheRegion) {
