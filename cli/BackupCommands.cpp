@@ -82,11 +82,11 @@ void editInto(Session& session, const StoreCopy& copy, const StoreCopy& present)
 
 void startAnew(Session& session, const StoreCopy* copy) {
   auto* store = dynamic_cast<SQLitePreferences*>(&session.store());
-  if (!store) {
-    throw CommandError("nothing was changed: another store can only be made by who keeps the database; " +
-                       session.storeProblem());
-  }
-  if (!store->startAnew(copy)) throw CommandError("nothing was changed: " + session.storeProblem());
+  if (store && store->startAnew(copy)) return;
+  const bool isOfAdministrator = !store && session.store().lastError().empty();
+  throw CommandError("nothing was changed: " +
+                     (isOfAdministrator ? "a store in PostgreSQL is emptied by its administrator (DROP SCHEMA pellor)"
+                                        : session.storeProblem()));
 }
 
 // In a whole store a copy is an edit; one that cannot be read is put aside.

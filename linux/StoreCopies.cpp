@@ -250,9 +250,11 @@ std::optional<std::string> StoreCopies::keep(const StoreCopy& copy) const {
   if (auto error = createPrivateFolder(_folder)) return error;
   const auto content = fileContent(copy);
   if (!content) return "the store holds too much for a copy";
-  if (const auto newest = headOfNewest(); newest && newest->isLaterThan(StoreCopyHead::of(copy))) {
-    if (newest->date >= copy.date) return std::nullopt;
-    // The store was put back to an earlier state.
+  const auto newest = headOfNewest();
+  const bool isLater = newest && newest->isLaterThan(StoreCopyHead::of(copy));
+  if (isLater && newest->date >= copy.date) return std::nullopt;
+  // The store was put back to an earlier state, or another one is in its place.
+  if (isLater || (newest && newest->store != copy.store)) {
     const std::string later = std::string(Replaced) + timeText(newest->date, "%Y%m%dT%H%M%S");
     static_cast<void>(::link(fileOf(Newest).c_str(), fileOf(later).c_str()));
     prune(Replaced, ReplacedKept);

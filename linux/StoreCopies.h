@@ -55,7 +55,8 @@ struct StoreCopyHead {
 
 /// The folder of the copies. Each is a file for the owner alone, with a checksum: one that is damaged is none. The
 /// newest is kept, the first of each of the last 5 hours and the first of each of the last 7 days in which there were
-/// any, and the last 5 that a copy took the place of, or that knew of later values than the one after them. Any thread;
+/// any, and the last 5 that a copy took the place of, or that knew more than the one after them: of later values, or of
+/// another store. Any thread;
 /// several processes may use it at once.
 class StoreCopies {
  public:

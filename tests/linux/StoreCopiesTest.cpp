@@ -252,6 +252,10 @@ TEST_F(StoreCopiesTest, AStoreThatLacksWhatItsNewestCopyHasSaysSoAndKeepsThatCop
   ASSERT_EQ(copies().keep(late), std::nullopt);
   EXPECT_EQ(copies().newest()->friends, 5U) << "a program that was slower";
   EXPECT_EQ(count("replaced-"), 1U);
+  late.store += 1;
+  late.date = 700'000'030;
+  ASSERT_EQ(copies().keep(late), std::nullopt);
+  EXPECT_EQ(count("replaced-"), 2U) << "of the store that another one took the place of";
 }
 
 TEST_F(StoreCopiesTest, AValueWithoutAWholeRowIsThatOfTheNewestCopyOfTheSameStore) {
