@@ -65,19 +65,6 @@ TEST_F(DelayedOperation, SpacesRuns) {
   }
 }
 
-TEST_F(DelayedOperation, OfRequestsBeforeTheQueuedRunAnInvalidationEndsTheLaterAlone) {
-  for (const bool invalidates : {false, true}) {
-    make(5);
-    queue->async([&] {
-      operation->execute();
-      operation->execute();
-      if (invalidates) operation->invalidate();
-    });
-    passUntil(100);
-    EXPECT_EQ(runs, invalidates ? std::vector<double>{0} : (std::vector<double>{0, 5}));
-  }
-}
-
 TEST_F(DelayedOperation, InvalidatedOneRunsNoMore) {
   make(5);
   requestAt({0, 1}, 2);
@@ -87,11 +74,6 @@ TEST_F(DelayedOperation, InvalidatedOneRunsNoMore) {
   passUntil(100);
   EXPECT_TRUE(block.expired());
   EXPECT_THAT(runs, ElementsAre(0));
-}
-
-TEST_F(DelayedOperation, RequestsComeOnTheQueue) {
-  make(5);
-  EXPECT_DEATH(operation->execute(), "expected execute to be called on queue operation");
 }
 
 }  // namespace
