@@ -1,4 +1,4 @@
-// What a list writer writes and what it leaves alone, on stores that are slow, fail, are overtaken, and do not tell.
+// What a list writer writes and what it leaves alone, on stores that are slow and do not tell.
 #include "Pellor/PLListWriter.h"
 
 #include <functional>
@@ -23,7 +23,7 @@ class Teller : public PLListWriterClient {
   void listWasWritten(const PLAcceptedWrite& write) override {
     told.push_back(std::string("written") + (write.hasList ? " list" : "") + (write.hasTitles ? " titles" : ""));
   }
-  void listWasOvertaken() override { told.push_back("overtaken"); }
+  void listWasOvertaken() override { ADD_FAILURE(); }
   void loadIsDue() override { told.push_back("load"); }
   std::vector<std::string> take() { return std::exchange(told, {}); }
 
@@ -31,29 +31,25 @@ class Teller : public PLListWriterClient {
 };
 
 /// A list of four slots with a writer that has taken over an empty store.
-class ListWriterTest : public ::testing::Test {
+class ListWriterTest : public OneProcess {
  protected:
-  ListWriterTest() {
-    Platform platform = world.makePlatform(process);
-    platform.preferences = std::make_shared<SlowStore>(
-        platform.preferences,
-        [this](std::string_view) {
-          if (const auto now = std::exchange(duringWrite, nullptr)) now();
-        },
-        [this](std::string_view) {
-          if (const auto now = std::exchange(afterWrite, nullptr)) now();
-        });
-    preferences = platform.preferences;
-    installPlatform(process, platform);
-    scope.emplace(process);
+  ListWriterTest()
+      : OneProcess([this](Platform& own) {
+          own.preferences = std::make_shared<SlowStore>(
+              own.preferences, [this](std::string_view) { callOnce(duringWrite); },
+              [this](std::string_view) { callOnce(afterWrite); });
+        }) {
     writer = PLListWriter::make(process, Domain);
     writer->setClient(teller);
     for (int slot = 0; slot < 4; ++slot) list.append(EmptySlot);
     takeOverWhatIsStored();
   }
 
+  static void callOnce(std::function<void()>& function) {
+    if (const auto now = std::exchange(function, nullptr)) now();
+  }
   PLStoredList read() {
-    const auto answer = preferences->read(std::vector{ListKey, TitlesKey}, Domain);
+    const auto answer = platform.preferences->read(std::vector{ListKey, TitlesKey}, Domain);
     PLStoredList stored;
     const auto& [value, version] = answer.value()->at(ListKey);
     if (value) stored.list = value->longArray() ? *value->longArray() : LongArray(*value->array());
@@ -80,9 +76,6 @@ class ListWriterTest : public ::testing::Test {
     writer->publish(list, pages);
     writer->save();
   }
-  void writeElsewhere(const std::string& name) {
-    world.preferences().setValue(ListKey, Array{Dictionary{{"Name", name}}}, Domain);
-  }
   std::string storedNames() {
     std::string names;
     for (const Value& element : read().list.elements()) {
@@ -91,14 +84,8 @@ class ListWriterTest : public ::testing::Test {
     }
     return names;
   }
-  void settle() { scheduler->runUntilQuiet(); }
 
-  SimulatedWorld world;
-  std::shared_ptr<SimulatedScheduler> scheduler = std::make_shared<SimulatedScheduler>(1);
-  Process process{scheduler, nullptr};
   std::function<void()> duringWrite, afterWrite;
-  std::shared_ptr<PreferencesStore> preferences;
-  std::optional<Process::Scope> scope;
   PLSlotList list;
   PLPageNumbers pages = std::make_shared<const std::vector<std::uint64_t>>(std::vector<std::uint64_t>{1, 2});
   std::shared_ptr<Teller> teller = std::make_shared<Teller>();
@@ -122,60 +109,6 @@ TEST_F(ListWriterTest, WhatChangesDuringAWriteGoesOutWithTheNextOne) {
   save();
   settle();
   EXPECT_THAT(teller->take(), IsEmpty()) << "nothing was marked";
-}
-
-TEST_F(ListWriterTest, AFailedWriteStaysMarkedAndIsTriedAgain) {
-  world.preferences().failWrites(3);
-  put(0, "Ann");
-  writer->markTitles({"Family"});
-  writer->markNormalized();
-  writer->keepSequenceNumber(7);
-  save();
-  settle();
-  EXPECT_TRUE(writer->hasFailed());
-  EXPECT_TRUE(writer->isMarked());
-  EXPECT_THAT(teller->take(), IsEmpty());
-  save();
-  settle();
-  EXPECT_EQ(world.preferences().failedWriteCount(), 2U) << "a request does not wait for the pause";
-  scheduler->advance(10);
-  EXPECT_FALSE(writer->hasFailed());
-  EXPECT_EQ(world.preferences().writeCount(), 1U);
-  EXPECT_THAT(
-      world.preferences().writes()[0].keys,
-      ElementsAre("ABSequenceNumber", "DidNormalizeFriendListDestinations", "FriendList", "TNFriendGroupTitles"));
-  EXPECT_THAT(teller->take(), ElementsAre("written list titles"));
-}
-
-TEST_F(ListWriterTest, NothingIsWrittenOverAnotherProcessUntilItIsTakenOver) {
-  const auto overtaking = [&](const std::function<void()>& edit) {
-    edit();
-    duringWrite = [&] { writeElsewhere("Eve"); };
-    save();
-    settle();
-    EXPECT_THAT(teller->take(), ElementsAre("overtaken"));
-    save();
-    settle();
-    EXPECT_EQ(storedNames(), "Eve ");
-    EXPECT_TRUE(writer->isMarked());
-    takeOverWhatIsStored();
-    save();
-    settle();
-  };
-  overtaking([&] {
-    put(0, "Ann");
-    writer->keepSequenceNumber(3);
-  });
-  EXPECT_EQ(storedNames(), "Ann - - - ");
-  EXPECT_EQ(world.preferences().value(PLAddressBookSequenceNumberKey, Domain), Value(3));
-  EXPECT_THAT(teller->take(), ElementsAre("written list"));
-  overtaking([&] { list.at(0)->setPreferredReplyAs("home"); });
-  EXPECT_EQ(storedNames(), "Ann - - - ");
-  EXPECT_THAT(teller->take(), ElementsAre("written list"));
-  overtaking([&] { writer->markTitles({"Family"}); });
-  EXPECT_EQ(storedNames(), "Eve ") << "titles alone leave the list alone";
-  EXPECT_EQ(world.preferences().value(TitlesKey, Domain), Value(Array{"Family"}));
-  EXPECT_THAT(teller->take(), ElementsAre("written titles"));
 }
 
 // Whatever became of it, the list is written once, and its client is told once.

@@ -1,8 +1,6 @@
 // What must not grow with the list: how many elements a load looks at and a save makes, and how often somebody is told.
 #include <ranges>
 
-#include "Pellor/PLStoredVersion.h"
-#include "Pellor/PLTouchedLeaves.h"
 #include "testing/LogCollector.h"
 #include "tests/pellor/ManagerWorld.h"
 #include "tests/pellor/OneProcess.h"
@@ -11,9 +9,6 @@ namespace pellor {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Optional;
-using ::testing::UnorderedElementsAre;
 
 class CountingService : public SimulatedIdentityService {
  public:
@@ -150,61 +145,6 @@ TEST_F(ManagerCountsTest, WhatDidNotChangeIsNeitherReadNorWritten) {
   EXPECT_THAT(costOf([&] { postListChanged(); }), ElementsAre(friendCount, 0, 1, 0, 0, 0));
   EXPECT_TRUE(std::ranges::equal(slots(), std::views::reverse(before)));
   EXPECT_THAT(costOf(reload), nothing);
-}
-
-using StoredVersion = OneProcess;
-
-TEST_F(StoredVersion, KnowsOfNoRunThatTheStoreHasFromSomebodyElse) {
-  PLSlotList list;
-  while (list.count() < 3 * LongArray::RunSize) list.append(PLPerson::init());
-  auto version = PLStoredVersion::made({}, list.snapshot(), 0);
-  const auto written = version.array().runs();
-  const LongArray others = storedAfter(std::nullopt, version.array().elements());
-  version.takeOver(LongArray({written[0], others.runs()[1]}));
-  const auto next = PLStoredVersion::made(version, list.snapshot(), 0).array().runs();
-  EXPECT_EQ(next[0], written[0]);
-  EXPECT_NE(next[1], others.runs()[1]);
-  EXPECT_NE(next[1], written[1]);
-  EXPECT_NE(next[2], written[2]) << "nor of one that it has lost";
-}
-
-using TouchedLeaves = OneProcess;
-
-TEST_F(TouchedLeaves, AreNamedOrAllOfThem) {
-  const auto& changes = process.local<PLPersonChanges>();
-  PLSlotList list;
-  while (list.count() < 40 * LongArray::RunSize) list.append(PLPerson::init());
-  list.set(0, list.at(list.count() - 1));
-  PLTouchedLeaves touched(changes);
-  // Looks at all, or at what is named in place of all.
-  const auto look = [&] {
-    touched.gather();
-    const std::uint64_t elsewhere = changes.touches.countElsewhere(), count = changes.changes;
-    const bool isComplete = touched.isComplete();
-    const auto leaves = isComplete ? std::optional(touched.leaves()) : std::nullopt;
-    touched.beginAt(count, elsewhere);
-    EXPECT_EQ(touched.since(count - 1) == nullptr, count != 0) << "not known of earlier changes";
-    return leaves;
-  };
-  const auto all = std::nullopt;
-  EXPECT_EQ(look(), all) << "nothing was named yet";
-  EXPECT_THAT(look(), Optional(IsEmpty()));
-  list.at(33)->setNeedsSave(true);
-  EXPECT_EQ(look(), all) << "marked, not named yet";
-  touched.name(list);
-  list.at(0)->setPreferredReplyAs("home");
-  PLPerson::init()->setNeedsSave(true);
-  touched.name(list);
-  EXPECT_THAT(look(), Optional(UnorderedElementsAre(1, 0, 39, 0, 39))) << "changed, then marked, in two leaves";
-  list.at(0)->setMetadataValueForKey(1, "rank");
-  touched.name(list);
-  EXPECT_EQ(look(), all) << "changed on another queue";
-  settle();
-  EXPECT_EQ(look(), all) << "the change that was queued has ended";
-  for (std::uint64_t slot = 0; slot < 300; ++slot) list.at(slot)->setNeedsSave(true);
-  touched.name(list);
-  EXPECT_EQ(look(), all) << "too many to remember";
-  EXPECT_THAT(look(), Optional(IsEmpty()));
 }
 
 }  // namespace

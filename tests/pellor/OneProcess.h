@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -32,7 +33,12 @@ class Posts {
 
 class OneProcess : public testing::Test {
  protected:
-  OneProcess() : platform(world.makePlatform(process)) { installPlatform(process, platform); }
+  /// `adjust` gets the platform before it is installed.
+  explicit OneProcess(const std::function<void(Platform&)>& adjust = [](Platform&) {})
+      : platform(world.makePlatform(process)) {
+    adjust(platform);
+    installPlatform(process, platform);
+  }
 
   AddressBook* book() { return _book.get(); }
   RecordRef record(const std::string& guid) { return _book->copyPersonMatchingGUID(guid); }
