@@ -1,4 +1,5 @@
-// A first list that waits for favorites which cannot be read, and imports at any time.
+// The first list of the default domain: of favorites, for which it waits where they cannot be read, and imports at any
+// time.
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {
@@ -30,6 +31,45 @@ class FirstListTest : public ManagerTest {
   /// Longer than any pause after which favorites are asked for again.
   void pause() { advance(61); }
 };
+
+TEST_F(FirstListTest, FavoritesBecomeFriendsInTheirOrder) {
+  world.addressBook().link({"guid-Ann", "guid-Cy"});
+  setFavorites({"Bob", "Ann", "Gone", "Gone", "Bob"});
+  auto a = launch();
+  EXPECT_EQ(a->list(), "Bob,Ann,Gone|Gone,-,-|-,-,-");
+  rest();
+  EXPECT_EQ(stored(3), "Bob,Ann,Gone|Gone,-,-|-,-,-");
+  EXPECT_EQ(a->titles(), "Favorites|Favorites 2|-");
+  EXPECT_EQ(storedTitles(), "Favorites|Favorites 2|-");
+  // Nobody was added: that is how the list began. Who has no record learns to which database that applies.
+  EXPECT_THAT(a->takeNotifications(), ElementsAre("groups changed", "groups changed", "groups changed", "title changed",
+                                                  "title changed", "changed Gone~ Gone~"));
+}
+
+TEST_F(FirstListTest, NoMoreThanTheListHoldsAreImported) {
+  const std::vector<std::string> names{"F0", "F1", "F2", "F3", "F4"};
+  contacts(names);
+  const struct {
+    std::int64_t groups, size;
+    std::size_t favorites;
+    const char *list, *titles;
+  } rows[] = {
+      {2, 2, 5, "F0,F1|F2,F3", "Favorites|Favorites 2"},
+      {0, 3, 2, "-,-,-", "-"},
+      {4, 3, 0, "-,-,-", "-"},
+      // Products of huge limits do not wrap.
+      {-1, 3, 5, "F0,F1,F2|F3,F4,-|-,-,-", "Favorites|Favorites 2|-"},
+  };
+  for (const auto& row : rows) {
+    setSetting(PLMaxGroupCountKey, row.groups);
+    setSetting(PLGroupSizeKey, row.size);
+    setFavorites({names.begin(), names.begin() + static_cast<std::ptrdiff_t>(row.favorites)});
+    auto a = launch();
+    EXPECT_EQ(a->list(), row.list);
+    EXPECT_EQ(a->titles(), row.titles);
+    a->kill();
+  }
+}
 
 TEST_F(FirstListTest, ItWaitsForFavoritesThatCannotBeReadAndCanBeEditedMeanwhile) {
   world.favorites().setReadable(false);
