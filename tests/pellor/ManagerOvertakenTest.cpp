@@ -7,7 +7,6 @@
 namespace pellor {
 namespace {
 
-using ::testing::AnyOf;
 using ::testing::ElementsAre;
 
 class ManagerOvertakenTest : public ManagerTest {
@@ -26,16 +25,6 @@ class ManagerOvertakenTest : public ManagerTest {
   bool settle(ManagerProcess& process) {
     return process.run([&] { return process.process().settle(60); });
   }
-  void swapFirstTwo(ManagerProcess& process, std::uint64_t index) {
-    process.run([&] {
-      const auto group = process.group(index);
-      auto friends = group->friends();
-      std::swap(friends[0], friends[1]);
-      group->setFriends(friends);
-      std::erase(friends, EmptySlot);
-      process.manager().friendGroupDidMoveFriends(group, friends);
-    });
-  }
   /// Both have the list that is stored.
   std::string agreed() {
     rest();
@@ -52,53 +41,43 @@ class ManagerOvertakenTest : public ManagerTest {
   std::unique_ptr<ManagerProcess> a, b;
 };
 
-TEST_F(ManagerOvertakenTest, FieldsOfOneFriendMergeOneByOne) {
-  launchBoth("Ann,Bob,-");
-  a->run([&] { a->friendAt(0, 0)->setPreferredReplyAs("home"); });
-  a->run([&] { a->friendAt(0, 0)->setMetadataValueForKey(Value("blue"), "color"); });
-  b->run([&] { b->friendAt(0, 0)->setMetadataValueForKey(Value(1), "rank"); });
-  swapFirstTwo(*b, 0);
-  EXPECT_TRUE(settle(*a));
-  EXPECT_TRUE(settle(*b)) << "a move asks for no save: settling does";
-  agreed();
-  const auto ann = a->friendAt(0, 1);
-  ASSERT_NE(ann, nullptr);
-  EXPECT_EQ(ann->displayName(), "Ann");
-  EXPECT_EQ(ann->preferredReplyAs(), "home");
-  EXPECT_EQ(ann->metadata(), (Dictionary{{"color", "blue"}, {"rank", 1}}));
+TEST_F(ManagerOvertakenTest, StoredTitlesGoToTheGroupsThatAreThere) {
+  launchBoth("Ann,-,-|Bob,-,-", {"Family"});
+  EXPECT_EQ(a->titles(), "Family|-|-");
+  const auto titlesAfter = [&](const Value& titles) {
+    world.preferences().setValue(PLGroupTitlesKey, titles, a->domain());
+    world.bus().post(PLFriendGroupTitleChangedExternallyNotification);
+    rest();
+    return a->titles();
+  };
+  EXPECT_EQ(titlesAfter(Array{"Friends", "Work", "Chess", "Choir", "Club"}), "Friends|Work|Chess");
+  EXPECT_EQ(a->logged("Handling external group-title-changed event."), 1U);
+  EXPECT_EQ(titlesAfter(Array{"Home"}), "Home|Work|Chess");
+  EXPECT_EQ(titlesAfter(Array{7, "Office"}), "Home|Office|Chess");
+  EXPECT_EQ(titlesAfter("no titles"), "Home|Office|Chess");
 }
 
-TEST_F(ManagerOvertakenTest, AnEditThatIsNotStoredSurvivesAReload) {
-  launchBoth("Ann,-,-");
-  a->add("Bob");
-  const auto bob = a->friendAt(0, 1);
-  a->run([&] { a->manager().reloadFriendList(); });
-  EXPECT_EQ(a->friendAt(0, 1), bob);
-  store("Ann,-,-|Cy,-,-");
-  a->run([&] { a->manager().reloadFriendList(); });
-  EXPECT_EQ(a->friendAt(0, 1), bob) << "and one of another list";
-  EXPECT_EQ(agreed(), "Ann,bob@example.org,-|Cy,-,-|-,-,-");
-}
-
-TEST_F(ManagerOvertakenTest, TitlesOfBothHoldAndStayWithTheirPages) {
-  launchBoth("Ann,-,-|Bob,-,-|Cy,-,-", {"Family", "Work", "Chess"});
-  a->setTitle(1, "Office");
-  a->run([&] { a->manager().saveFriendGroupTitles(); });
-  b->setTitle(2, "Choir");
-  advance(2);
-  b->run([&] { b->manager().saveFriendGroupTitles(); });
-  rest();
-  EXPECT_EQ(storedTitles(), "Family|Office|Choir|-");
-  EXPECT_EQ(a->titles(), "Family|Office|Choir|-") << "the write of the titles is posted";
-  EXPECT_EQ(b->titles(), a->titles());
-
+TEST_F(ManagerOvertakenTest, ARemovedPageTakesItsTitleAlongInEveryProcess) {
+  world.pairedDevice().setCompletedInitialSync(true);
+  launchBoth("Ann,-,-|Bob,-,-|Cy,-,-", {"Family", "Work", "Chess", "Choir"});
+  world.preferences().clearRecords();
+  world.pairedDevice().clearPushes();
   a->remove(0, 0);
-  b->setTitle(1, "Desk");
-  EXPECT_TRUE(settle(*a));
-  EXPECT_TRUE(settle(*b)) << "a title that was set is an edit";
+  EXPECT_EQ(a->titles(), "Work|Chess|Choir");
   rest();
-  EXPECT_EQ(storedTitles(), "Desk|Choir|-");
-  EXPECT_EQ(b->titles(), "Desk|Choir|-");
+  EXPECT_EQ(stored(3), "Bob,-,-|Cy,-,-|-,-,-");
+  EXPECT_EQ(storedTitles(), "Work|Chess|Choir");
+  ASSERT_EQ(world.preferences().writeCount(), 1U);
+  EXPECT_THAT(world.preferences().writes()[0].keys, ElementsAre("FriendList", "TNFriendGroupTitles"));
+  ASSERT_EQ(world.pairedDevice().pushes().size(), 1U);
+  EXPECT_EQ(world.pairedDevice().pushes()[0].keys, (std::set<std::string>{"FriendList", "TNFriendGroupTitles"}));
+  EXPECT_EQ(b->titles(), "Work|Chess|Choir");
+
+  // A process that only hears of it passes the titles on rightly when it removes the next page.
+  b->remove(0, 0);
+  rest();
+  EXPECT_EQ(a->titles(), "Chess|Choir");
+  EXPECT_EQ(launch()->titles(), "Chess|Choir");
 }
 
 // Who removes a page moves the titles behind it, also those that it has not heard of.
@@ -194,6 +173,33 @@ TEST_F(ManagerOvertakenTest, ALookedUpPersonThatBecomesAFriendTakesWhatIsStored)
   agreed();
   EXPECT_EQ(a->friendAt(0, 1)->preferredReplyAs(), "home");
   EXPECT_EQ(a->friendAt(0, 1)->metadata(), (Dictionary{{"own", "mine"}, {"other", "theirs"}}));
+}
+
+TEST_F(ManagerOvertakenTest, WithoutADatabaseBehindTheSharedHandleAMergeOpensItsOwn) {
+  a = launchWith("Ann,-,-");
+  const auto receive = [&](const std::string& list) {
+    store(list);
+    postListChanged();
+    rest();
+  };
+  world.addressBook().setDatabaseUID(std::nullopt);
+  receive("Ann,Bob,-");
+  EXPECT_EQ(world.addressBook().privateHandleCount(), 1U);
+  world.addressBook().setOpenFails(true);
+  receive("Ann,Bob,Cy");
+  EXPECT_EQ(a->list(), "Ann,Bob,Cy|-,-,-");
+}
+
+// Else its write could overwrite what the other process does next.
+TEST_F(ManagerOvertakenTest, WhoPutsALookedUpPersonInWritesNothing) {
+  contacts({"Bob"});
+  launchBoth("Ann,-,-");
+  const auto bob = b->person("Bob");
+  const std::uint64_t posts = world.bus().postCount(PLFriendsChangedExternallyNotification);
+  a->add("Bob");
+  rest();
+  EXPECT_EQ(b->friendAt(0, 1), bob);
+  EXPECT_EQ(world.bus().postCount(PLFriendsChangedExternallyNotification), posts + 1);
 }
 
 TEST_F(ManagerOvertakenTest, AListThatIsWrittenBackTakesTitlesAlongOnlyWhereThereAreNone) {

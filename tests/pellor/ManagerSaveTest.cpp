@@ -1,12 +1,9 @@
 // What is written, when, and who is told; stores that fail; the end of a manager.
-#include <algorithm>
-#include <atomic>
 #include <barrier>
 #include <thread>
 
 #include "testing/LogCollector.h"
 #include "tests/pellor/ManagerWorld.h"
-#include "tests/pellor/SlowStore.h"
 
 namespace pellor {
 namespace {
@@ -110,26 +107,6 @@ TEST_F(ManagerSaveTest, NamesOfTheDomainMayBeTheSameButNotEmpty) {
     EXPECT_EQ(a->list(), "Cy,-|-,-") << name;
     a->kill();
   }
-}
-
-TEST_F(ManagerSaveTest, AConnectionThatBreaksHidesNoPost) {
-  auto a = launchWith("Ann,-");
-  auto b = launch();
-  rest();
-  a->add("Bob");
-  world.bus().breakConnection(a->process());
-  rest();
-  b->add("Cy");
-  rest();
-  world.bus().restoreConnection(a->process());
-  rest();
-  EXPECT_EQ(a->list(), b->list());
-  EXPECT_EQ(stored(2), a->list());
-  a->takeEvents();
-  b->run([&] { b->manager().reloadFriendList(); });
-  b->add("Dan");
-  rest();
-  EXPECT_EQ(a->logged("Handling external friends-changed event."), 1U);
 }
 
 TEST_F(ManagerSaveTest, AWriteThatFailsIsTriedAgainWithGrowingPauses) {
@@ -249,6 +226,44 @@ TEST(ManagerThreadsTest, EditsMetadataSavesReloadsAndLookupsGoTogether) {
     EXPECT_EQ(kept->friendGroups().front()->friendAtPosition(position), friends[position]);
     EXPECT_EQ(friends[position]->metadata(), written);
   }
+}
+
+// In the middle of a load: other threads may set metadata at any time.
+class LogThatActs : public LogSink {
+ public:
+  void write(const LogEntry& entry) override {
+    const bool isAwaited =
+        act && entry.messageText().find("is being marked as updated due to name") != std::string::npos;
+    if (isAwaited) std::exchange(act, nullptr)();
+  }
+  std::function<void()> act;
+};
+
+TEST(ManagerThreadsTest, MetadataThatIsSetWhileAFriendIsTakenOverStays) {
+  SimulatedWorld world;
+  const auto log = std::make_shared<LogThatActs>();
+  Process process(std::make_shared<SimulatedScheduler>(1), log);
+  installPlatform(process, world.makePlatform(process));
+  const auto storeFriend = [&](const std::string& name, const Dictionary& metadata) {
+    const Dictionary form = {
+        {"ABRecordGUID", "guid"}, {"AllValues", Array{"ann@example.org"}}, {"Metadata", metadata}, {"Name", name}};
+    world.preferences().setValue(PLFriendListKey, Array{form}, OtherDomain);
+  };
+  PLFriendsManager::setRefreshAgainstContactsOnInitEnabledDomain(false, OtherDomain);
+  storeFriend("Ann", {{"size", 1}});
+  const auto manager = PLFriendsManager::managerForDomain(OtherDomain);
+  ASSERT_TRUE(process.settle(60));
+  const auto ann = manager->friendGroups().front()->friendAtPosition(0);
+  log->act = [&] {
+    ann->setMetadataValueForKey("home", "place");
+    ann->setMetadataValueForKey("red", "colour");
+  };
+  storeFriend("Anna", {{"size", 2}, {"colour", "blue"}});
+  manager->reloadFriendList();
+  ASSERT_TRUE(process.settle(60));
+  EXPECT_FALSE(log->act);
+  EXPECT_EQ(ann->metadata(), (Dictionary{{"colour", "red"}, {"place", "home"}, {"size", 2}}));
+  EXPECT_EQ(world.preferences().value(PLFriendListKey, OtherDomain)->array()->front(), ann->dictionaryRepresentation());
 }
 
 TEST(ManagerThreadsTest, TheLastReferenceMayDropOnAWorker) {
