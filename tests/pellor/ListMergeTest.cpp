@@ -55,13 +55,6 @@ TEST(ListMergeTest, EditsOfBothHold) {
   const Case cases[] = {
       {"added by both", four, listOf({"a", "b", "c", "d", "t", ""}, {"A", "C"}),
        listOf({"a", "b", "c", "d", "o", ""}, {"A", "C"}), listOf({"a", "b", "c", "d", "t", "o"}, {"A", "C"})},
-      {"one removed by each", four, listOf({"", "b", "c", "d"}, {"A", "C"}), listOf({"a", "b", "c", ""}, {"A", "C"}),
-       listOf({"", "b", "c", ""}, {"A", "C"})},
-      {"moved by ours, its neighbour removed by theirs: nobody is left on the page", four,
-       listOf({"a", "", "c", "d"}, {"A", "C"}), listOf({"", "b", "c", "d", "a", ""}, {"A", "C"}),
-       listOf({"c", "d", "a", ""}, {"C"})},
-      {"a title each", four, listOf({"a", "b", "c", "d"}, {"T", "C"}), listOf({"a", "b", "c", "d"}, {"A", ""}),
-       listOf({"a", "b", "c", "d"}, {"T", ""})},
       {"ours removed a page, theirs renamed the one behind it", four, listOf({"a", "b", "c", "d"}, {"A", "T"}),
        listOf({"c", "d"}, {"C"}), listOf({"c", "d"}, {"T"})},
       {"nothing in common: nobody is removed", {}, listOf({"a", "b"}), listOf({"o", ""}), listOf({"a", "b", "o", ""})},

@@ -156,12 +156,8 @@ ManagerProcess& ManagerProcess::start() {
   return *this;
 }
 
-void ManagerProcess::releaseManager() {
-  run([this] { _manager.reset(); });
-}
-
 void ManagerProcess::kill() {
-  releaseManager();
+  run([this] { _manager.reset(); });
   _process->abandon();
 }
 
