@@ -62,6 +62,22 @@ TEST_F(ManagerLookupTest, AContactMayBeAddedOnceAndOnlyWithDestinations) {
   EXPECT_EQ(cache, (PersonValueCache{{recordID("Bob"), 0}, {recordID("Cy"), 2}}));
   cache[recordID("Bob")] = 5;
   EXPECT_TRUE(mayAdd("Bob")) << "the cache answers";
+
+  PersonValueCache other;
+  const auto check = [&](AddressBook& addressBook) {
+    const auto allows = [&](const std::string& name, bool asksManager, bool asksContacts) {
+      return PLUtility::shouldAllowAddingFriendWithRecordIDWithFriendListManagerAddressBookPersonValueCache(
+          recordID(name), asksManager ? &a->manager() : nullptr, asksContacts ? &addressBook : nullptr, other);
+    };
+    EXPECT_FALSE(allows("Ann", true, true));
+    EXPECT_TRUE(other.empty());
+    EXPECT_TRUE(allows("Ann", false, true));
+    EXPECT_FALSE(allows("Bob", true, true));
+    EXPECT_TRUE(allows("Bob", false, false));
+    EXPECT_TRUE(allows("Cy", true, true));
+    EXPECT_EQ(other, (PersonValueCache{{recordID("Ann"), 1}, {recordID("Bob"), 0}, {recordID("Cy"), 2}}));
+  };
+  a->run([&] { platformOf(a->process()).addressBook->performWithAddressBook(check); });
 }
 
 }  // namespace
