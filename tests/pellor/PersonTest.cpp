@@ -1,5 +1,6 @@
 #include "Pellor/PLPerson.h"
 
+#include "Pellor/PLPersonForm.h"
 #include "tests/pellor/OneProcess.h"
 
 namespace pellor {
@@ -207,6 +208,56 @@ TEST_F(Person, DestinationsThatNeedCorrectionAskToBeSaved) {
     person->updateFromDictionaryRepresentation({{"AllValues", one.stored}});
     EXPECT_FALSE(person->needsSave()) << "they were corrected already";
   }
+}
+
+using PersonForm = OneProcess;
+
+TEST_F(PersonForm, IsAsWrittenExactlyIfThePersonIsStoredSo) {
+  const Value number = "+49301234567", address = "ann@example.org";
+  const PersonDictionary written{{"ABRecordID", 7},       {"ABRecordGUID", "guid-7"},
+                                 {"ABDatabaseUID", "db"}, {"Name", "Ann Bee"},
+                                 {"ReplyAs", "me"},       {"AllValues", Array{number, address}},
+                                 {"Monogram", "AB"},      {"Metadata", Dictionary{{"color", "red"}}}};
+  const Value others[] = {"",
+                          "Ann",
+                          0,
+                          std::int64_t{1} << 40U,
+                          true,
+                          Dictionary{},
+                          Dictionary{{"a", 1}},
+                          Array{},
+                          Array{address},
+                          Array{address, number},
+                          Array{address, address},
+                          Array{"mailto:ann@example.org"},
+                          Array{"030 1234567"},
+                          Array{"nobody"},
+                          Array{number, 7}};
+  std::size_t asWritten = 0, all = 0;
+  const auto check = [&](const PersonDictionary& dictionary) {
+    PLPersonForm form(dictionary);
+    const auto person = PLPerson::initWithForm(form);
+    const auto stored = person->dictionaryRepresentation();
+    EXPECT_EQ(stored.at("AllValues").array()->size(), person->allValues()->size()) << "each destination once";
+    const bool isAsWritten = stored == dictionary;
+    EXPECT_EQ(form.isAsWritten(), isAsWritten) << Value(dictionary).description();
+    EXPECT_EQ(PLPersonForm(dictionary).written(), stored) << Value(dictionary).description();
+    asWritten += isAsWritten;
+    ++all;
+  };
+  for (const char* key : {"ABRecordID", "ABRecordGUID", "ABDatabaseUID", "Name", "ReplyAs", "AllValues", "Monogram",
+                          "Metadata", "Nickname"}) {
+    auto form = written;
+    form.erase(key);
+    check(form);
+    for (const Value& other : others) {
+      form.insert_or_assign(key, other);
+      check(form);
+    }
+  }
+  check({});
+  EXPECT_GT(asWritten, 15U);
+  EXPECT_GT(all - asWritten, 15U);
 }
 
 }  // namespace
