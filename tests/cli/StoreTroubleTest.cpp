@@ -3,16 +3,14 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "linux/SQLiteDatabase.h"
 #include "tests/cli/Program.h"
+#include "tests/cli/UnprivilegedUser.h"
 
 namespace pellor {
 namespace {
@@ -23,30 +21,6 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-/// Runs `pellor` as somebody who is no administrator, so that permissions count: everybody may read, nobody may write.
-class UnprivilegedUser {
- public:
-  explicit UnprivilegedUser(const Home& home) : _home(home), _program((home / "pellor").string()) {
-    fs::copy_file(PELLOR_PROGRAM, _program);
-    change("a+rX,a-w");
-  }
-  ~UnprivilegedUser() { change("u+w"); }
-
-  ProgramResult run(const std::vector<std::string>& arguments) const {
-    std::vector<std::string> command;
-    if (::geteuid() == 0) command = {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
-    command.push_back(_program);
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    return Program(_home, command).finish();
-  }
-
- private:
-  void change(const char* permissions) const { Program(_home, {"chmod", "-R", permissions, _home / ""}).finish(); }
-
-  const Home& _home;
-  const std::string _program;
-};
-
 TEST(StoreTrouble, AStoreThatMayNotBeWrittenIsShownAndNotChanged) {
   const Home home;
   home.addContact("ann", "Ann Lee", "TEL:+49301234567\n");
@@ -56,16 +30,8 @@ TEST(StoreTrouble, AStoreThatMayNotBeWrittenIsShownAndNotChanged) {
   EXPECT_EQ(list.exitCode, 0) << list.errors;
   EXPECT_THAT(list.output, HasSubstr("Ann Lee"));
   const std::vector<std::vector<std::string>> changes = {
-      {"add", "0301112233"},
-      {"remove", "ann"},
-      {"move", "ann", "1:3"},
-      {"title", "1", "Family"},
-      {"purge"},
-      {"reply-as", "ann", "a@b.c"},
-      {"meta", "ann", "a", "b"},
-      {"settings", "page-size", "3"},
-      {"refresh"},
-      {"favorites", "add", "ann"},
+      {"add", "0301112233"}, {"remove", "ann"},           {"settings", "page-size", "3"},
+      {"refresh"},           {"favorites", "add", "ann"},
   };
   for (const auto& change : changes) {
     const ProgramResult result = user.run(change);
@@ -129,14 +95,10 @@ TEST(StoreTrouble, ContactsThatCannotBeReadUnlinkNobody) {
     const char* repair;
   };
   const std::vector<Case> cases = {
-      {"no place for the folder",
-       {"DELETE FROM folders", "CREATE TRIGGER full BEFORE INSERT ON folders BEGIN SELECT RAISE(ABORT, 'full'); END"},
-       "DROP TRIGGER full"},
       {"no place for the cards",
        {"DELETE FROM folders", "DELETE FROM cards",
         "CREATE TRIGGER full BEFORE INSERT ON cards BEGIN SELECT RAISE(ABORT, 'full'); END"},
        "DROP TRIGGER full"},
-      {"fails at the first look", {"ALTER TABLE cards RENAME TO lost"}, "ALTER TABLE lost RENAME TO cards"},
       {"fails on the way",
        {"DELETE FROM cards WHERE guid='bob'", "UPDATE folders SET sequence=sequence+1",
         "ALTER TABLE names RENAME TO lost"},

@@ -2,14 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
-#include <vector>
 
 #include "tests/cli/Program.h"
+#include "tests/cli/UnprivilegedUser.h"
 
 namespace pellor {
 namespace {
@@ -102,24 +101,15 @@ TEST_F(VanishedContacts, WhatIsKeptOfTheContactsMayGetLostOrDamaged) {
   EXPECT_EQ(linkedGuids(), "none none ");
 }
 
-// Somebody who is no administrator, so that permissions count.
 TEST_F(VanishedContacts, AFolderThatCannotBeListedIsNotInStep) {
-  const fs::path folder = home.contactsFolder(), program = home / "pellor";
-  fs::copy_file(PELLOR_PROGRAM, program);
-  const auto give = [](const fs::path& path) { fs::permissions(path, fs::perms::all & ~fs::perms::sticky_bit); };
-  give(home / "");
-  for (const auto& entry : fs::recursive_directory_iterator(home / "")) give(entry.path());
+  const fs::path folder = home.contactsFolder();
+  const UnprivilegedUser user(home, "a+rwX");
   fs::permissions(folder, fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec);
-  std::vector<std::string> command{program, "refresh"};
-  if (::geteuid() == 0) {
-    const std::vector<std::string> user{"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"};
-    command.insert(command.begin(), user.begin(), user.end());
-  }
-  const ProgramResult refresh = Program(home, command).finish();
+  const ProgramResult refresh = user.run({"refresh"});
   EXPECT_EQ(refresh.exitCode, 1);
   EXPECT_EQ(refresh.output, "");
   EXPECT_THAT(refresh.errors, HasSubstr("nothing was refreshed: the contacts folder " + folder.string()));
-  give(folder);
+  fs::permissions(folder, fs::perms::all);
   EXPECT_EQ(pellor(home, {"refresh"}).exitCode, 0);
   EXPECT_EQ(linkedGuids(), "person-1 person-2 ");
 }
