@@ -1,5 +1,4 @@
 // Canonical forms in memory and beside the store.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -15,7 +14,6 @@
 #include "linux/IdentityService.h"
 #include "linux/LinuxPlatform.h"
 #include "testing/LogCollector.h"
-#include "tests/linux/ChildProcess.h"
 #include "tests/linux/TemporaryFolder.h"
 
 namespace pellor {
@@ -96,9 +94,7 @@ TEST_F(KeptFormsTest, AreNotTakenFromAFileThatIsDamagedOrForeign) {
     Used used;
   } cases[] = {
       {"another library", [](std::string text) { return text.insert(text.find('\n'), "9"); }, none},
-      {"empty", [](const std::string&) { return ""; }, none},
       {"torn", [](std::string text) { return text.erase(text.size() - 2); }, allButOne},
-      {"torn at its line end", [](std::string text) { return text.erase(text.size() - 1); }, allButOne},
       {"another form", [](std::string text) { return text.replace(text.find("\t+49301234562") + 12, 1, "7"); },
        allButOne},
       {"a foreign line", [](std::string text) { return text.insert(text.find('\n') + 1, "030 1234561\t1\n\n\t\n"); },
@@ -118,35 +114,6 @@ TEST_F(KeptFormsTest, AreNotTakenFromAFileThatIsDamagedOrForeign) {
   std::filesystem::permissions(file, std::filesystem::perms::others_write, std::filesystem::perm_options::add);
   EXPECT_GT(convert(numbers), 0U) << "others could have written it";
   EXPECT_EQ(modeOf(file), 0600U);
-}
-
-TEST_F(KeptFormsTest, OfWritersAtOnceAreAllKept) {
-  convert({"1000"});
-  const auto numbersOf = [](int writer) {
-    std::vector<std::string> numbers;
-    for (int count = 0; count < 300; ++count)
-      numbers.push_back("030 " + std::to_string(1000000 + 1000 * writer + count));
-    return numbers;
-  };
-  std::vector<std::unique_ptr<ChildProcess>> writers;
-  for (int writer = 0; writer < 3; ++writer) {
-    writers.push_back(std::make_unique<ChildProcess>([&, writer](const ChildProcess::Report&) {
-      convert(numbersOf(writer));
-      return 0;
-    }));
-  }
-  for (int writer = 0; writer < 3; ++writer) {
-    EXPECT_EQ(writers[static_cast<std::size_t>(writer)]->exitCode(), 0);
-    EXPECT_EQ(convert(numbersOf(writer)), 0U);
-  }
-}
-
-TEST_F(KeptFormsTest, AreDoneWithoutWhereNothingCanBeWritten) {
-  const auto service = startIn(folder / "missing");
-  EXPECT_EQ(service->comparableNumber("030 1234567"), "+49301234567");
-  EXPECT_EQ(service->comparableNumber("030 1234568"), "+49301234568");
-  EXPECT_THAT(log->messages(), testing::ElementsAre(testing::StartsWith("canonical-forms are not kept: ")));
-  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
 }
 
 TEST_F(KeptFormsTest, ServeTheWholePlatform) {

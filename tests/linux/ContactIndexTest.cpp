@@ -184,27 +184,6 @@ TEST_F(ContactIndexTest, LinksByTheNamesThatCardsGive) {
   EXPECT_EQ(links(), (IDs{-1, 2, 2}));
 }
 
-TEST_F(ContactIndexTest, KeepsTheContactsOfAFolderThatCannotBeRead) {
-  put("a.vcf", card("anna", "Anna"));
-  const auto index = openIndex();
-  const std::int32_t sequence = index->sequenceNumber();
-  EXPECT_EQ(index->sourceError(), std::nullopt);
-  const std::filesystem::path away = folder / "away";
-  std::filesystem::rename(contacts, away);
-  // A loop of links: there is something, and nobody can read it.
-  std::filesystem::create_symlink(contacts, contacts);
-  EXPECT_FALSE(index->update(FolderChange::all()));
-  EXPECT_THAT(index->sourceError().value_or(""), HasSubstr("cannot be read"));
-  EXPECT_EQ(index->sequenceNumber(), sequence);
-  EXPECT_EQ(nameOf(*index, "anna"), "Anna");
-
-  std::filesystem::remove(contacts);
-  std::filesystem::rename(away, contacts);
-  index->update(FolderChange::all());
-  EXPECT_EQ(index->sourceError(), std::nullopt);
-  EXPECT_EQ(identitiesIn(*index), std::vector<std::string>{"anna=1"});
-}
-
 TEST_F(ContactIndexTest, ADamagedIndexIsPutAsideAndMadeAnew) {
   put("a.vcf", card("anna", "Anna"));
   const std::filesystem::path file = data / "contacts-index.sqlite";
@@ -222,23 +201,6 @@ TEST_F(ContactIndexTest, ADamagedIndexIsPutAsideAndMadeAnew) {
   }
   EXPECT_EQ(log->count("it was put aside as"), 3U);
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(data), {}), 4) << "the index, and three put aside";
-}
-
-TEST_F(ContactIndexTest, DamageInTheMiddleIsMetWhileReading) {
-  for (int number = 0; number < 300; ++number)
-    put(std::to_string(number) + ".vcf", card("u" + std::to_string(number), "Name " + std::to_string(number)));
-  openIndex();
-  const std::filesystem::path file = data / "contacts-index.sqlite";
-  std::string content = contentOf(file);
-  for (std::size_t page = 4096 * 3; page + 4096 <= content.size(); page += 4096) content.replace(page, 2048, 2048, 'x');
-  writeFile(file, content);
-  const auto index = openIndex();
-  index->beginReading();
-  for (int number = 0; number < 300; ++number)
-    EXPECT_EQ(nameOf(*index, "u" + std::to_string(number)), "Name " + std::to_string(number));
-  index->endReading();
-  EXPECT_EQ(index->allRecordIDs().size(), 300U);
-  EXPECT_EQ(log->count("it was put aside as"), 1U);
 }
 
 TEST_F(ContactIndexTest, WhatIsReadTogetherBelongsTogether) {

@@ -44,46 +44,29 @@ TEST(EVCardContact, ReadsWhatCardsInTheWildLookLike) {
   } cases[] = {
       {"version 3", card("VERSION:3.0\r\nUID:u1\r\nN:Novak;Anna;Maria,Eva;Dr.;MSc\r\nFN:Dr. Anna Novak\r\n"),
        "uid=u1 given=Anna family=Novak more=Maria Eva prefix=Dr. suffix=MSc fn=Dr. Anna Novak"},
-      {"line ends of another system, names in lower case", "begin:vcard\nn:Novak;Anna\nfn:Anna Novak\nend:vcard\n",
-       "given=Anna family=Novak fn=Anna Novak"},
       {"version 2.1 with quoted-printable, another character set and bare types",
        card("VERSION:2.1\r\nN;CHARSET=ISO-8859-1;ENCODING=QUOTED-PRINTABLE:M=FCller;J=F6rg\r\n"
             "TEL;HOME;VOICE:+49 30 23125 001\r\nNOTE;ENCODING=QUOTED-PRINTABLE:one=\r\ntwo\r\n"),
        "given=Jörg family=Müller tel[home]=+49 30 23125 001"},
-      {"raw bytes of the character set that the property names",
-       card("VERSION:2.1\r\nN;CHARSET=ISO-8859-1:M\xFCller;J\xF6rg\r\n"), "given=Jörg family=Müller"},
-      {"raw bytes of no named character set", card("N:M\xFCller;Zo\xEB\r\n"), "given=Zoë family=Müller"},
       {"a byte order mark and folded lines",
        "\xEF\xBB\xBF" + card("FN:Anna\r\n  Novak\r\nEMAIL;TYPE=WORK:anna@exa\r\n mple.org\r\n"),
        "given=Anna family=Novak fn=Anna Novak mail[work]=anna@example.org"},
       {"version 4 without N", card("VERSION:4.0\r\nFN:Anna Maria Novak\r\n"),
        "given=Anna Maria family=Novak fn=Anna Maria Novak"},
-      {"version 4 with one name", card("VERSION:4.0\r\nFN:Anna\r\n"), "given=Anna fn=Anna"},
       {"a number as URI with an extension",
        card("VERSION:4.0\r\nFN:A\r\nTEL;VALUE=uri;TYPE=\"voice,cell\":tel:+44-20-7946-0001;ext=5\r\n"),
        "given=A fn=A tel[cell]=+44-20-7946-0001;ext=5"},
-      {"a TEL that is no telephone", card("FN:A\r\nTEL;VALUE=uri:sip:a@example.org\r\n"), "given=A fn=A"},
       {"addresses in URI form and without a value",
        card("FN:A\r\nEMAIL:MAILTO:a@example.org\r\nEMAIL:\r\nEMAIL;TYPE=INTERNET,PREF:  b@example.org \r\n"),
        "given=A fn=A mail[]=a@example.org mail[]=b@example.org"},
-      {"several nicknames", card("FN:A\r\nNICKNAME:Bee,Cee\r\n"), "given=A fn=A nick=Bee"},
       {"a nickname with a comma", card("FN:A\r\nNICKNAME:Bee\\, t\r\n he first\r\n"),
        "given=A fn=A nick=Bee, the first"},
-      {"a UID with semicolons", card("FN:A\r\nUID:one;two;three\r\n"), "uid=one;two;three given=A fn=A"},
       {"an organisation by its kind", card("VERSION:4.0\r\nKIND:ORG\r\nFN:Club\r\nN:;;;;\r\n"), "fn=Club kind=org"},
-      {"an organisation by its name alone", card("FN:Club\r\nN:;;;;\r\nORG:Club;Music\r\n"),
-       "fn=Club org=Club kind=org"},
-      {"an organisation without any name", card("ORG:Club\r\n"), "org=Club kind=org"},
       {"a person at an organisation without N", card("FN:Anna Novak\r\nORG:Club\r\n"),
        "given=Anna family=Novak fn=Anna Novak org=Club"},
-      {"a person named like nobody at an organisation", card("N:Novak;;;;\r\nORG:Novak\r\n"), "family=Novak org=Novak"},
       {"a list of addresses", card("X-EVOLUTION-LIST:TRUE\r\nFN:Friends\r\n"), "fn=Friends kind=other"},
-      {"a group of contacts", card("KIND:group\r\nFN:Friends\r\n"), "fn=Friends kind=other"},
-      {"a flag", card("FN:A\r\nX-FOLKS-FAVOURITE:TRUE\r\n"), "given=A fn=A favorite=0"},
       {"a mark with a place", card("FN:A\r\nX-QTPROJECT-FAVORITE:true;3\r\nX-FOLKS-FAVOURITE:true\r\n"),
        "given=A fn=A favorite=3"},
-      {"marks that say no", card("FN:A\r\nX-QTPROJECT-FAVORITE:false;3\r\nX-FOLKS-FAVOURITE:false\r\n"),
-       "given=A fn=A"},
       {"a mark with a place that is none", card("FN:A\r\nX-QTPROJECT-FAVORITE:true;many\r\n"),
        "given=A fn=A favorite=0"},
       {"links",
@@ -107,14 +90,8 @@ TEST(EVCardContact, ReadsWhatCardsInTheWildLookLike) {
 }
 
 TEST(EVCardContact, RefusesWhatIsNoCardOrHalfOfOne) {
-  const std::string texts[] = {"",
-                               "\n\n",
-                               "A letter\n",
-                               "BEGIN:VCARD\nFN:A\n",
-                               "FN:A\nEND:VCARD\n",
-                               "END:VCARD\nBEGIN:VCARD\n",
-                               card("FN:A\r\n") + '\0',
-                               std::string("\xFF\xFE\x42\0E\0", 6)};
+  const std::string texts[] = {"", "A letter\n", "BEGIN:VCARD\nFN:A\n", "END:VCARD\nBEGIN:VCARD\n",
+                               card("FN:A\r\n") + '\0'};
   for (const std::string& text : texts) {
     const CardReading reading = readContactCard(text);
     EXPECT_FALSE(reading.card) << text;

@@ -10,7 +10,6 @@
 #include <functional>
 #include <string>
 
-#include "linux/FileLock.h"
 #include "linux/NotifyFolder.h"
 #include "tests/linux/ChildProcess.h"
 #include "tests/linux/ContactsFixture.h"
@@ -121,14 +120,6 @@ TEST(HeldCounter, APostIsKeptAndTheHolderNamedOnTheLog) {
   bus->post("name");
   ASSERT_EQ(log->messages().size(), 1U);
   EXPECT_THAT(log->messages().front(), tellsOf(holder));
-}
-
-TEST(LockPatienceTest, OneWaitIsLongAndTheNextOnesAreShort) {
-  using std::chrono::steady_clock;
-  LockPatience patience(std::chrono::hours(1));
-  EXPECT_GT(patience.endOfWait(), steady_clock::now() + std::chrono::minutes(50));
-  patience.lose();
-  EXPECT_LT(patience.endOfWait(), steady_clock::now() + std::chrono::seconds(10));
 }
 
 }  // namespace

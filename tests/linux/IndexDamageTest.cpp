@@ -42,6 +42,7 @@ class SmallIndex : public testing::Test, public ContactsFixture {
       }
       text += "\n";
     };
+    index.beginReading();
     for (int number = 0; number < 12; ++number) {
       const std::string uid = "u" + std::to_string(number);
       text += index.contactWithGUID(uid) ? uid + "\n" : "";
@@ -50,6 +51,7 @@ class SmallIndex : public testing::Test, public ContactsFixture {
       add("email", index.recordIDsForDestination(uid + "@example.org"));
     }
     add("all", index.allRecordIDs());
+    index.endReading();
     return text;
   }
 };

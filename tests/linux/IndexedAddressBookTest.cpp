@@ -103,34 +103,6 @@ TEST_F(IndexedAddressBookTest, AFolderMayComeLaterAndGo) {
   EXPECT_EQ(program.nameOf("anna"), "(none)");
 }
 
-TEST_F(IndexedAddressBookTest, HowManyContactsThereWereIsKnownToEveryProgramAndAnIndexThatIsMadeAnew) {
-  for (const char digit : std::string("0123456789")) put(std::string(1, digit) + ".vcf", card({digit}, "Somebody"));
-  {
-    Program program(*this);
-    program.with([&](AddressBook&) { program.store->noteRefresh(); });
-    // The count is kept up to date with what this program brings into the index, and another one.
-    Program other(*this);
-    for (const char* file : {"0.vcf", "1.vcf"}) {
-      remove(file);
-      EXPECT_TRUE(program.waitUntil([&] { return program.nameOf({file[0]}) == "(none)"; }));
-      EXPECT_TRUE(other.waitUntil([&] { return other.nameOf({file[0]}) == "(none)"; }));
-      EXPECT_FALSE(program.store->contactsFall().has_value());
-    }
-    for (const char* file : {"2.vcf", "3.vcf", "4.vcf", "5.vcf"}) remove(file);
-    for (Program* each : {&program, &other}) {
-      EXPECT_TRUE(each->waitUntil([&] { return each->nameOf("5") == "(none)"; }));
-      EXPECT_TRUE(
-          each->waitUntil([&] { return each->store->contactsFall() && each->store->contactsFall()->now == 4; }));
-    }
-  }
-  for (const char* end : {"", "-wal", "-shm"})
-    std::filesystem::remove(data / ("contacts-index.sqlite" + std::string(end)));
-  Program later(*this);
-  EXPECT_EQ(later.store->contactsFall()->before, 10U);
-  std::filesystem::remove_all(contacts);
-  EXPECT_EQ(Program(*this).store->contactsFall()->now, 4U) << "what is known of a folder that is away";
-}
-
 TEST_F(IndexedAddressBookTest, FavoritesThatAreMarkedAreToldOfOnlyWhenTheyAreOtherOnes) {
   Program program(*this);
   const auto favorites = MarkedFavorites::make(program.process, program.store);

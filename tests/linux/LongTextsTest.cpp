@@ -13,7 +13,6 @@
 #include "linux/EVCardContact.h"
 #include "linux/IcuText.h"
 #include "linux/IdentityService.h"
-#include "linux/NameSearchKey.h"
 #include "linux/TextLimits.h"
 #include "tests/linux/ContactsFixture.h"
 
@@ -41,17 +40,11 @@ TEST(LongTexts, NamesAreCutWhereACharacterEnds) {
   } cases[] = {
       {"nothing", "", ""},
       {"a name of just the length", times(1000, "é"), times(1000, "é")},
-      {"one more", times(1001, "é"), times(1000, "é")},
-      {"many more", times(Many, "x"), times(1000, "x")},
       {"characters of four bytes", times(Many, "🌻"), times(1000, "🌻")},
       {"a mark behind the last one", times(999, "x") + "e\u0301" + "y", times(999, "x")},
-      {"a mark that still fits", times(998, "x") + "e\u0301" + "y", times(998, "x") + "e\u0301"},
       {"pictures of several", times(Many / 10, family), times(200, family)},
-      {"pictures that do not end there", "xx" + times(Many / 10, family), "xx" + times(199, family)},
-      {"flags", "x" + times(Many, "🇩"), "x" + times(998, "🇩")},
       {"one character of a million marks", "a" + times(Many, "\u0301"), "a" + times(999, "\u0301")},
       {"a blank at the cut", times(999, "x") + " yy", times(999, "x")},
-      {"blanks alone", times(Many, " "), ""},
   };
   for (const auto& each : cases) {
     const std::uint64_t before = segmentedTextUnits();
@@ -65,10 +58,8 @@ TEST(LongTexts, TheBeginningOfATextIsFoundInOnePass) {
     std::string text, beginning;
   } cases[] = {
       {times(Many, "x"), "xxxxx"},
-      {times(Many, "林"), "林林"},
       {times(Many, "e\u0301"), times(5, "e\u0301")},
       {times(Many / 10, "👨\u200D👩 "), "👨\u200D👩 👨\u200D👩"},
-      {"ab", "ab"},
   };
   for (const auto& each : cases) {
     const std::uint64_t before = segmentedTextUnits();
@@ -89,40 +80,26 @@ TEST(LongTexts, CardsGiveWhatIsLeftOfThem) {
       {"a name", "FN:" + times(Many, "x") + "\r\n" + tel, 1000, 1, "holds texts that are too long: 1 name is cut"},
       {"name parts", "FN:Ann\r\nN:" + times(Many, "x") + ";" + times(Many, "y") + "\r\n" + tel, 3, 1,
        "2 names are cut"},
-      {"a number", "FN:Ann\r\nTEL:" + times(2000, "1234567890") + "\r\n" + tel, 3, 1,
-       "holds texts that are too long: 1 number or address is left out"},
-      {"the longest number", "FN:Ann\r\nTEL:" + times(64, "１") + "\r\n" + tel, 3, 2, ""},
-      {"a longer one", "FN:Ann\r\nTEL:" + times(65, "1") + "\r\n" + tel, 3, 1, "1 number"},
+      {"the longest number, and a longer one",
+       "FN:Ann\r\nTEL:" + times(64, "１") + "\r\nTEL:" + times(65, "1") + "\r\n" + tel, 3, 2, "1 number"},
       {"an address",
        "FN:Ann\r\nEMAIL:" + times(Many, "x") + "@example.org\r\nEMAIL:" + times(400, "x") + "@x\r\n" + tel, 3, 1,
        "2 numbers and addresses are left out"},
-      {"a name and a number", "FN:" + times(1001, "x") + "\r\nTEL:" + times(Many, "1") + "\r\n" + tel, 1000, 1,
-       "1 name is cut, 1 number or address is left out"},
       {"a folded name", "FN:" + times(Many, "x\r\n ") + "\r\n" + tel, 1000, 1, "1 name is cut"},
-      {"a name that is folded for nothing", "FN:Ann" + times(Many, "\r\n ") + "\r\n" + tel, 3, 1, ""},
-      {"quoted-printable", "FN;ENCODING=QUOTED-PRINTABLE:" + times(Many, "=41=\r\n") + "\r\n" + tel, 1000, 1, "1 name"},
       {"quoted-printable, four bytes", "FN;ENCODING=QUOTED-PRINTABLE:" + times(Many, "=F0=9F=8C=BB") + "\r\n" + tel,
        4000, 1, "1 name"},
       {"soft breaks alone", "FN;ENCODING=QUOTED-PRINTABLE:An" + times(Many, "=\r\n") + "n\r\n" + tel, 3, 1, ""},
-      {"escapes", "FN:" + times(Many, "\\,") + "\r\n" + tel, 1000, 1, "1 name"},
       {"semicolons in a name", "FN:Ann\r\nN:" + times(Many, ";") + "\r\n" + tel, 3, 1, ""},
-      {"semicolons elsewhere", "FN:Ann\r\nADR:" + times(Many, ";") + "\r\n" + tel, 3, 1, ""},
-      {"semicolons in a note", "FN:Ann\r\nNOTE:" + times(Many, ";") + "\r\n" + tel, 3, 1, ""},
       {"nicknames", "FN:Ann\r\nNICKNAME:" + times(Many, "a,") + "\r\n" + tel, 3, 1, ""},
       {"a picture", "PHOTO;ENCODING=b:" + times(Many, "AAAA\r\n ") + "\r\nFN:Ann\r\n" + tel, 3, 1, ""},
-      {"labels", "FN:Ann\r\nTEL;TYPE=" + times(Many, "a,") + "cell:+4930123\r\n", 3, 1, ""},
       {"parameters", "FN:Ann\r\nTEL" + times(Many, ";X=a") + ";TYPE=\"a:b\":+4930123\r\n", 3, 1, ""},
-      {"a group", "FN:Ann\r\n" + times(Many, "g") + ".TEL:+4930123\r\n", 3, 1, ""},
       {"quotes that do not end", "FN:Ann\r\nTEL;TYPE=\"" + times(Many, "a") + ":+49\r\n" + tel, 3, 1, ""},
-      {"a line without end", "FN:Ann\r\n" + tel + times(Many, "x") + "\r\n", 3, 1, ""},
-      {"lines without sense", times(10'000, "nothing\r\n") + "FN:Ann\r\n" + tel, 3, 1, ""},
       {"many numbers", "FN:Ann\r\n" + times(10'000, tel), 3, 10'000, ""},
   };
   for (const auto& each : cases) {
     const CardReading reading = readContactCard(card(each.lines));
     ASSERT_TRUE(reading.card) << each.what;
     EXPECT_EQ(reading.card->formattedName.value_or("").size(), each.nameSize) << each.what;
-    EXPECT_TRUE(isUtf8(reading.card->formattedName.value_or(""))) << each.what;
     EXPECT_EQ(reading.card->phones.size(), each.phones) << each.what;
     EXPECT_LE(reading.remarks.size(), 11U) << each.what;
     const auto isAboutLength = [](const std::string& remark) {
@@ -163,29 +140,9 @@ TEST(LongTexts, ThePropertiesThatTheParserGetsAreShort) {
 }
 
 TEST(LongTexts, AnyTextIsBoundedAndAShortOneStaysAsItIs) {
-  const std::vector<std::string> pieces = {"N:",
-                                           "TEL",
-                                           ";TYPE=a",
-                                           ";ENCODING=QUOTED-PRINTABLE",
-                                           ":",
-                                           "\"",
-                                           "\\",
-                                           "=",
-                                           "=\n",
-                                           "\r\n",
-                                           "\n ",
-                                           "\n\t",
-                                           ";",
-                                           ",",
-                                           "a",
-                                           "=C3",
-                                           "é",
-                                           " ",
-                                           "X-FOLKS-CONTACTS-IDS:",
-                                           ".",
-                                           "FN:",
-                                           "\n",
-                                           "END:VCARD\n"};
+  const std::vector<std::string> pieces = {
+      "N:",  ";TYPE=a", ";ENCODING=QUOTED-PRINTABLE", ":", "\"", "\\", "=\n", "\n ", ";", ",", "=C3", "é",
+      "FN:", "\r\n"};
   std::mt19937 random(1);
   for (int round = 0; round < 100; ++round) {
     std::string text;
@@ -226,11 +183,6 @@ TEST(LongTexts, NumbersThatAreTooLongAreNoneAndTheLibraryDoesNotSeeThem) {
   EXPECT_EQ(phoneLibraryCalls(), before);
   EXPECT_EQ(service.comparableNumber(times(Many, "tel:") + "030 123456"), "+4930123456");
   EXPECT_EQ(service.rawAddressForDestination(times(Many, "te") + times(Many, "l:")), "");
-}
-
-TEST(LongTexts, NamesAreFoundByWhatIsLeftOfThem) {
-  EXPECT_EQ(nameSearchKey(times(Many, "x")), nameSearchKey(times(1000, "X")));
-  EXPECT_EQ(nameSortKey("a" + times(Many, "\u0301\u0323")), nameSortKey("a" + times(999, "\u0301")));
 }
 
 struct LongTextsInTheIndex : testing::Test, ContactsFixture {};

