@@ -164,6 +164,21 @@ TEST_F(ContactIndexTest, OneUidInTwoFilesIsTheFirstOnes) {
   EXPECT_EQ(nameOf(*index, "same"), "Last");
 }
 
+TEST_F(ContactIndexTest, ANumberIsThatOfTheCardNowAndOfTheRegionNow) {
+  put("a.vcf", card("anna", "Anna", "TEL:030 23125 001\n"));
+  const auto index = openIndex();
+  put("a.vcf", card("anna", "Anna", "TEL:030 23125 009\n"));
+  index->update(FolderChange::all());
+  EXPECT_EQ(index->recordIDsForDestination("+493023125001"), IDs{});
+  EXPECT_EQ(index->recordIDsForDestination("+493023125009"), IDs{1});
+
+  region = "GB";
+  const auto elsewhere = openIndex();
+  EXPECT_EQ(elsewhere->recordIDsForDestination("+493023125009"), IDs{});
+  EXPECT_EQ(elsewhere->recordIDsForDestination("+443023125009"), IDs{1});
+  EXPECT_EQ(elsewhere->cardsRead(), 0U);
+}
+
 TEST_F(ContactIndexTest, LinksByTheNamesThatCardsGive) {
   put("a.vcf", card("anna", "Anna"));
   put("b.vcf", card("urn:uuid:b", "Anna at work", "X-FOLKS-CONTACTS-IDS:eds:book:anna\n"));
