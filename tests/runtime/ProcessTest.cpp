@@ -2,9 +2,7 @@
 
 #include <atomic>
 #include <latch>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "runtime/Timer.h"
 #include "tests/runtime/BothSchedulers.h"
@@ -82,66 +80,6 @@ TEST(ThreadedSettleTest, isWokenThoughASettleInsideItHasReturned) {
     });
     ASSERT_TRUE(process.settle(longTime));
   }
-}
-
-std::vector<std::string> history;
-
-struct Needed {
-  ~Needed() {
-    history.push_back("destroy needed");
-    EXPECT_EQ(&Process::current(), owner);
-  }
-  Process* owner = &Process::current();
-};
-
-struct Needy {
-  ~Needy() {
-    // What was made before this one is still there; queues take nothing any more.
-    EXPECT_EQ(Process::current().local<Needed>().owner, &Process::current());
-    queue->async([] { ADD_FAILURE() << "ran after the end"; });
-    queue->sync([] { history.push_back("destroy needy"); });
-    timer->fireAt(0);
-    SerialQueue::make("made at the end")->async([] { ADD_FAILURE() << "ran after the end"; });
-  }
-  Needed& needed = Process::current().local<Needed>();
-  std::shared_ptr<ConcurrentQueue> queue = ConcurrentQueue::make("needy");
-  std::shared_ptr<Timer> timer = Timer::make(Process::current().mainQueue(), [] { ADD_FAILURE() << "fired"; });
-};
-
-TEST(LocalObjectsTest, oneOfEachForAProcessDestroyedInReverse) {
-  history.clear();
-  const auto world = std::make_shared<SimulatedScheduler>(1);
-  Process other(world, nullptr);
-  {
-    Process process(world, nullptr);
-    EXPECT_EQ(&process.local<Needy>().needed, &process.local<Needed>());
-    EXPECT_NE(&process.local<Needed>(), &other.local<Needed>());
-    EXPECT_EQ(process.local<Needed>().owner, &process);
-  }
-  EXPECT_EQ(history, (std::vector<std::string>{"destroy needy", "destroy needed"}));
-  world->runUntilQuiet();
-}
-
-TEST(CurrentProcessTest, isThatOfTheInnermostTaskOrScopeElseTheOnlyOne) {
-  EXPECT_FALSE(Process::hasCurrent());
-  const auto world = std::make_shared<SimulatedScheduler>(1);
-  Process first(world, nullptr);
-  EXPECT_EQ(&Process::current(), &first);
-  std::thread([&] { EXPECT_EQ(&Process::current(), &first); }).join();
-  Process second(world, nullptr);
-  EXPECT_FALSE(Process::hasCurrent());
-  const Process::Scope scope(first);
-  const auto queue = ConcurrentQueue::make("of the first");
-  {
-    const Process::Scope inner(second);
-    EXPECT_EQ(&Process::current(), &second);
-    queue->asyncBarrier([&] { EXPECT_EQ(&Process::current(), &first); });
-    queue->sync([&] { EXPECT_EQ(&Process::current(), &first); });
-    EXPECT_EQ(&Process::current(), &second);
-    second.mainQueue().async([&] { EXPECT_EQ(&Process::current(), &second); });
-  }
-  EXPECT_EQ(&Process::current(), &first);
-  world->runUntilQuiet();
 }
 
 class EndTest : public BothSchedulers {};

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "runtime/Process.h"
-#include "runtime/Timer.h"
 
 namespace pellor {
 namespace {
@@ -39,15 +38,6 @@ TEST(SimulatedSchedulerTest, aSeedDecidesTheOrderAndNothingElse) {
     orders.insert(orderUnder(seed));
   }
   EXPECT_GT(orders.size(), 150U);  // of 369,600
-}
-
-TEST(SimulatedSchedulerDeathTest, aWorldThatNeverRestsOrNeverWakesEndsWithItsSeed) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const auto world = std::make_shared<SimulatedScheduler>(42, 1000);
-  Process process(world, nullptr);
-  std::function<void()> again = [&] { process.mainQueue().async(again); };
-  EXPECT_DEATH((again(), process.settle(1)), "expected a world that comes to rest within 1000 steps .seed 42.");
-  EXPECT_DEATH(process.mainQueue().run(), "expected a task or a timer to wait for .seed 42.");
 }
 
 }  // namespace
