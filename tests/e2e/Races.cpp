@@ -63,9 +63,6 @@ class Run {
   int run() {
     for (const RaceId& race : racesOf(_options)) runUnlessDone(race);
     std::cout << _results.text();
-    for (const auto& [mode, times] : _times) {
-      std::cerr << mode << ": " << times.first << " races in " << static_cast<int>(times.second) << " s\n";
-    }
     if (_left > 0) std::cerr << "the time is over: " << _left << " races are left, the same command goes on\n";
     if (_results.haveFaults()) return 1;
     return _left > 0 ? 2 : 0;
@@ -78,12 +75,7 @@ class Run {
       ++_left;
       return;
     }
-    const auto begin = Clock::now();
     const RaceResult result = _track.run(race);
-    const std::string mode(nameOf(race.mode));
-    auto& [count, seconds] = _times[mode];
-    ++count;
-    seconds += std::chrono::duration<double>(Clock::now() - begin).count();
     if (_options.only < 0) _results.add(race, result);
     if (_options.only >= 0 || result.verdict.faults() > 0) tell(race, result);
   }
@@ -99,7 +91,6 @@ class Run {
   const Clock::time_point _begin = Clock::now();
   RaceTrack _track;
   RaceResults _results;
-  std::map<std::string, std::pair<int, double>> _times;  // by mode: races and seconds
   int _left = 0;
 };
 

@@ -16,7 +16,7 @@ namespace {
 
 using Kind = RaceEditKind;
 
-constexpr int RacesOfEachPair = 5;
+constexpr int RacesOfEachPair = 6;
 constexpr int AdditionsAtOnce = 20;
 
 TEST(Races, NoAcknowledgedEditIsLost) {
@@ -28,7 +28,8 @@ TEST(Races, NoAcknowledgedEditIsLost) {
                             {Kind::meta, Kind::refresh}};
   for (const RacePair& pair : pairs) {
     for (int number = 0; number < RacesOfEachPair; ++number) {
-      const RaceResult result = track.run({RaceMode::program, pair, number});
+      const RaceMode mode = number % 3 == 0 ? RaceMode::library : RaceMode::program;
+      const RaceResult result = track.run({mode, pair, number});
       EXPECT_EQ(result.verdict.faults(), 0) << nameOf(pair) << ' ' << number << '\n'
                                             << testing::PrintToString(result.verdict.reasons) << '\n'
                                             << result.story;
@@ -47,9 +48,12 @@ std::vector<ProgramResult> addAtOnce(const Home& home, int count) {
   return results;
 }
 
-TEST(Races, AdditionsAtOnceAreAllThere) {
+TEST(Races, AdditionsAtOnceAreAllThereAndOneThatRunsHearsOfEach) {
   const Home home;
+  Program watch(home, pellorCommand({"watch"}));
+  EXPECT_EQ(watch.readErrorLine(), "pellor: watching");
   for (const ProgramResult& result : addAtOnce(home, AdditionsAtOnce)) EXPECT_EQ(result.exitCode, 0) << result.errors;
+  for (int number = 0; number < AdditionsAtOnce; ++number) EXPECT_THAT(watch.readLine(), testing::StartsWith("added "));
   const auto list = raceListIn(pellor(home, {"--json", "list"}).output);
   ASSERT_TRUE(list);
   for (int number = 0; number < AdditionsAtOnce; ++number)
