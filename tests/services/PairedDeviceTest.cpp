@@ -103,29 +103,6 @@ TEST_F(PairedDeviceTest, OfAnAbsenceOnlyTheLatestArrives) {
   EXPECT_TRUE(_devices.runUntil([&] { return _devices.posts == 2; }));
 }
 
-TEST_F(PairedDeviceTest, ABrokerThatIsKilledAmidEditsIsMissedOnceAndLosesNothing) {
-  completeInitialSync();
-  // Another process of the laptop saves as well.
-  const auto other = std::exchange(_devices.sender, nullptr);
-  _devices.startSending();
-  for (int round = 1; round <= 3; ++round) {
-    for (int edit = 0; edit < 5; ++edit) {
-      _devices.save({{"list", friends(10 * round + edit)}});
-      other->synchronizeDomainKeys(SyncDomain, {"titles"});
-    }
-    _devices.broker.kill();
-    _devices.save({{"titles", Array{std::to_string(round)}}});
-    const auto rounds = static_cast<std::size_t>(round);
-    ASSERT_TRUE(_devices.runUntil([&] { return _devices.log->count("is away") == 3 * rounds; }));
-    _devices.broker.start();
-    ASSERT_TRUE(_devices.runUntil([&] { return _devices.log->count("is back") == 3 * rounds; }));
-  }
-  ASSERT_TRUE(_devices.runUntilInStep());
-  EXPECT_EQ(_devices.phone.stored("list"), friends(34));
-  EXPECT_EQ(_devices.phone.stored("titles"), Value(Array{"3"}));
-  EXPECT_EQ(_devices.log->count("is away"), 9u) << "once each time, for each of three connections";
-}
-
 TEST_F(PairedDeviceTest, StrangersGetNothingAndChangeNothing) {
   completeInitialSync();
   const Authority elsewhere;
@@ -300,7 +277,6 @@ TEST(DevicePairingTest, RefusesWhatDoesNotFit) {
   authority.issue(third, "laptop");
   EXPECT_THROW(device.importCertificate(other.folder() / "certificate.pem", authority.file, {}), DeviceError);
   EXPECT_THROW(device.importCertificate(device.folder() / "certificate.pem", elsewhere.file, {}), DeviceError);
-  EXPECT_THROW(device.importCertificate(folder / "none", authority.file, {}), DeviceError);
   EXPECT_EQ(device.name(), "laptop");
   // Issued elsewhere together with its key.
   const DevicePairing imported(folder / "imported");
@@ -309,8 +285,6 @@ TEST(DevicePairingTest, RefusesWhatDoesNotFit) {
 
   const std::string invitation = other.invitation();
   EXPECT_THROW(device.pair(invitation.substr(0, invitation.size() - 1)), DeviceError);
-  EXPECT_THROW(device.pair(invitation + "A"), DeviceError);
-  EXPECT_THROW(device.pair("pellor-device:1:phone"), DeviceError);
   EXPECT_THROW(device.pair(device.invitation()), DeviceError);
   EXPECT_THROW(device.pair(third.invitation()), DeviceError) << "another device of the same name";
   device.pair("  " + invitation + "\n");

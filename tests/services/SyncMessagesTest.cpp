@@ -77,7 +77,6 @@ TEST(SealingKeysTest, OnlyTheOtherDeviceOpensOnlyWhatWasSealed) {
   EXPECT_EQ(opened->content, content);
   EXPECT_EQ(opened->generation, 0x0102030405060708u);
   EXPECT_NE(sender->seal("topic", 0x0102030405060708, content), sealed);
-  EXPECT_TRUE(receiver->open("topic", sender->seal("topic", 1, {})));
 
   EXPECT_FALSE(receiver->open("topics", sealed));
   EXPECT_FALSE(sender->open("topic", sealed)) << "sent back to its writer";
