@@ -104,11 +104,6 @@ TEST_F(PostgreSQLTest, AnEditWritesAndReadsOneRowAndTheOtherRunsStayTheObjectsTh
   EXPECT_EQ(integer("SELECT count(*) FROM pellor.runs WHERE revision = 2"), 1);
   ASSERT_TRUE(writer.save("key", Array(*reader.value("key")->array())));
   EXPECT_EQ(integer("SELECT count(*) FROM pellor.runs WHERE revision > 2"), 0) << "equal values change no row";
-
-  Client& late = open();
-  EXPECT_EQ(late.value("key")->kind(), Value::Kind::data) << "one row is damaged";
-  for (int time = 0; time < 2; ++time) EXPECT_EQ(late.store->putAside("key", Domain).lastGood, reader.value("key"));
-  EXPECT_EQ(integer("SELECT count(*) FROM pellor.aside WHERE put_aside <= now()"), 1);
 }
 
 TEST_F(PostgreSQLTest, ACopyHasAllDomainsAndNeverTakesThePlaceOfTheStoreByItself) {

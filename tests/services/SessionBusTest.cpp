@@ -69,7 +69,6 @@ using Mixtures = ::testing::Types<Buses<Common::busAndFolder>, Buses<Common::bus
 INSTANTIATE_TYPED_TEST_SUITE_P(SessionBus, SystemNotifyBusContract, Mixtures);
 
 constexpr const char* Away = "the session bus is away";
-constexpr const char* There = "the session bus is there";
 
 class SessionBusTest : public SystemNotifyBusContract<Buses<Common::busAlone>> {
  protected:
@@ -82,29 +81,6 @@ class SessionBusTest : public SystemNotifyBusContract<Buses<Common::busAlone>> {
   }
   std::size_t logged(const char* text) { return _buses.logs->count(text); }
 };
-
-TEST_F(SessionBusTest, ABusThatIsKilledAmidPostsIsReportedOnceAndWhatWasPostedMeanwhileIsHeard) {
-  int own = 0, others = 0, quiet = 0, posted = 0;
-  observe(0, "name", own);
-  observe(1, "name", others);
-  observe(1, "never posted", quiet);
-  const auto postMany = [&] {
-    for (int round = 0; round < 200; ++round, ++posted) post(0, "name");
-  };
-  postMany();
-  _buses.daemon.kill();
-  postMany();
-  EXPECT_TRUE(runUntil([&] { return own == posted; }));
-  EXPECT_EQ(quiet, 0);
-  _buses.daemon.start();
-  EXPECT_TRUE(runUntil([&] { return own == posted + 1 && quiet == 1; })) << "somebody may have posted";
-  EXPECT_EQ(logged(Away), 2u) << "of the two that are connected";
-  EXPECT_EQ(logged(There), 2u);
-  const int before = others;
-  post(0, "name");
-  ++posted;
-  EXPECT_TRUE(runUntil([&] { return own == posted + 1 && others > before; }));
-}
 
 TEST_F(SessionBusTest, WithoutABusTheFolderServesAloneAndWhatCouldNotBeSentGoesOutOnceItIsThere) {
   const fs::path place = _buses.temporary / "place";
