@@ -269,6 +269,10 @@ class GenerationMergeTest : public testing::Test {
   }
   Data message(const Names& names) const { return *encode(KeyMessage{key, list(names)}); }
   Manifest manifestOf(const Names& names) const { return {{key, digestOf(message(names))}}; }
+  Manifest keep(const Names& names) const {
+    EXPECT_TRUE(kept.keep(message(names)));
+    return manifestOf(names);
+  }
   GenerationMerge mergeOf(const IncomingState& state, const OutgoingState& outgoing, const Names& arrived,
                           std::uint64_t generation, std::uint64_t included) const {
     return {{state, outgoing, kept, merge, false},
@@ -283,6 +287,22 @@ class GenerationMergeTest : public testing::Test {
   const DomainKey key{SyncDomain, "list"};
   const ValuesMerge merge = mergeSets;
 };
+
+TEST_F(GenerationMergeTest, WhatCrossedIsKnownToBothOnceItWasAnswered) {
+  IncomingState state;
+  state.generation = 5;
+  state.stored = keep({"both"});
+  state.addSent(1, keep({"both", "own"}), 0);
+  const GenerationMerge crossed = mergeOf(state, {}, {"both", "other"}, 6, 0);
+  EXPECT_EQ(merged(crossed, {"both", "own"}), list({"both", "other", "own"}));
+  const auto next = crossed.next();
+  ASSERT_TRUE(next);
+
+  // Removed here since; the answer, which has the one that was sent, does not know of that.
+  const GenerationMerge answer = mergeOf(*next, {}, {"both", "other", "own"}, 7, 1);
+  EXPECT_EQ(merged(answer, {"both", "own"}), list({"both", "own"}));
+  EXPECT_TRUE(answer.next()->sent.empty());
+}
 
 // A device of version 0.1 has digests of what was exchanged, and not the values.
 TEST_F(GenerationMergeTest, WhereOnlyTheDigestIsKnownARemovalHoldsAsLongAsNothingWasEditedHere) {
