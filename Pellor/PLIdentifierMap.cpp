@@ -68,7 +68,8 @@ void PLIdentifierMap::remove(const PLPerson& person) {
   forEachKey(person, [&](std::string_view key) {
     const auto known = _exceptions.find(key);
     if (known != _exceptions.end()) held.push_back(std::move(known->second));
-    if (lastFriendUnder(key)) {
+    // Not who: where many share the key, each who left would look at all who stay.
+    if (_friends.containsIdentifier(key)) {
       _exceptions.insert_or_assign(std::string(key), nullptr);
     } else if (known != _exceptions.end()) {
       _exceptions.erase(known);

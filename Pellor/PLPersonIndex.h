@@ -56,9 +56,15 @@ class PLPersonIndex : private PLPersonIdentityObserver {
   std::size_t sharedGUIDCount() const { return _byGUID.sharedCount(); }
   /// How many persons have no destination.
   std::size_t destinationlessPersonCount() const { return _destinationlessPersonCount; }
+  /// How many persons with shared identifiers were looked at so far: what an edit costs where many share one.
+  std::size_t stepCount() const { return _byGUID.stepCount() + _byDestination.stepCount(); }
 
   /// Whether there is a person with that GUID.
   bool containsGUID(std::string_view guid) const { return _byGUID.contains(guid); }
+  /// Whether there is a person with it as the GUID or as a destination.
+  bool containsIdentifier(std::string_view identifier) const {
+    return _byGUID.contains(identifier) || _byDestination.contains(identifier);
+  }
   template <class Visit>
   void forEachWithGUID(std::string_view guid, const Visit& visit) const {
     _byGUID.forEach(guid, identifierHash(guid), visit);

@@ -1,7 +1,6 @@
 // Persons by one kind of identifier: the GUID, or the destinations.
 #pragma once
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -9,6 +8,7 @@
 #include <vector>
 
 #include "Pellor/PLBucketTable.h"
+#include "Pellor/PLSharingPersons.h"
 
 namespace pellor {
 
@@ -21,7 +21,7 @@ std::uint32_t identifierHash(std::string_view identifier);
 /// and a person, whom `HasIdentifier` asks. So a person must have its identifiers from entering to removal.
 ///
 /// An identifier takes one entry, some 16 bytes: that of its person or, when several share it, of a list of them aside.
-/// Entering costs the same however many share it; removal and a visit cost as many steps.
+/// Entering and removal cost the same however many share it; a visit of all takes as many steps.
 template <bool (*HasIdentifier)(const PLPerson&, std::string_view)>
 class PLPersonKeyTable {
  public:
@@ -36,7 +36,7 @@ class PLPersonKeyTable {
     const auto known = find(identifier, hash);
     if (!known) return _table.insert(addressOf(person), hash);
     if (!isList(known.address())) known.assign(makeList(personAt(known.address())), hash);
-    listAt(known.address()).push_back(&person);
+    listAt(known.address()).add(person);
   }
 
   /// The person must be entered under the identifier.
@@ -45,9 +45,8 @@ class PLPersonKeyTable {
     const auto known = find(identifier, hash);
     if (!isList(known.address())) return _table.erase(known);
     auto& persons = listAt(known.address());
-    *std::ranges::find(persons, &person) = persons.back();
-    persons.pop_back();
-    if (persons.size() > 1) return;
+    _stepCount += persons.remove(person);
+    if (persons.count() > 1) return;
     PLPerson& last = *persons.front();
     dropList(known.address());
     known.assign(addressOf(last), hash);
@@ -63,7 +62,9 @@ class PLPersonKeyTable {
     const auto known = find(identifier, hash);
     if (!known) return;
     if (!isList(known.address())) return visit(personAt(known.address()));
-    for (PLPerson* person : _lists[known.address() >> 1]) visit(*person);
+    const List& sharing = _lists[known.address() >> 1];
+    _stepCount += sharing.count();
+    for (PLPerson* person : sharing.all()) visit(*person);
   }
 
   void prefetch(std::uint32_t hash) const { _table.prefetch(hash); }
@@ -78,13 +79,15 @@ class PLPersonKeyTable {
   void reserve(std::size_t count) { _table.reserve(count); }
   /// How many identifiers several persons share.
   std::size_t sharedCount() const { return _lists.size() - _unusedLists.size(); }
+  /// How many persons with shared identifiers visits and removals have looked at so far.
+  std::size_t stepCount() const { return _stepCount; }
 
  private:
   struct HashOf {
     std::uint32_t operator()(std::uintptr_t, std::uint32_t number) const { return number; }
   };
   using Table = PLBucketTable<HashOf>;
-  using List = std::vector<PLPerson*>;
+  using List = PLSharingPersons;
 
   // An entry's address is that of a person, which is even, or stands for a list.
   static bool isList(std::uintptr_t address) { return (address & 1U) != 0; }
@@ -110,7 +113,7 @@ class PLPersonKeyTable {
     }
     const std::size_t index = _unusedLists.back();
     _unusedLists.pop_back();
-    _lists[index].push_back(&first);
+    _lists[index].add(first);
     return (index << 1) | 1U;
   }
 
@@ -122,6 +125,7 @@ class PLPersonKeyTable {
   Table _table;  // an entry's number is the hash of the identifier
   std::vector<List> _lists;
   std::vector<std::size_t> _unusedLists;
+  mutable std::size_t _stepCount = 0;
 };
 
 }  // namespace pellor

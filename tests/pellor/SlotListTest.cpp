@@ -226,8 +226,8 @@ TEST_P(IndexTest, AnswersWhatAWalkGives) {
   }
 }
 
-// Everybody shares them, few do, and tables that grow.
-INSTANTIATE_TEST_SUITE_P(Sharing, IndexTest, ::testing::Values(Keys(6, 3), Keys(12, 24), Keys(150, 600)));
+// Everybody shares them, few do, many share one, and tables that grow.
+INSTANTIATE_TEST_SUITE_P(Sharing, IndexTest, ::testing::Values(Keys(6, 3), Keys(12, 24), Keys(150, 3), Keys(150, 600)));
 
 }  // namespace
 }  // namespace pellor
