@@ -114,8 +114,9 @@ void ContactIndex::takeSourceError(const CardSourceError& error) {
   _mustRetry = error.remedy() == CardSourceError::Remedy::tryAgain;
   if (_sourceError == error.what()) return;
   _sourceError = error.what();
-  _isSourceErrorOnLog = error.remedy() != CardSourceError::Remedy::soonToldOf;
-  if (_isSourceErrorOnLog) _log.log("%@", *_sourceError);
+  if (error.remedy() == CardSourceError::Remedy::soonToldOf) return;
+  _isSourceErrorOnLog = true;
+  _log.log("%@", *_sourceError);
 }
 
 void ContactIndex::takeSourceAnswer() {

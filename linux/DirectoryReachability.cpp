@@ -1,13 +1,10 @@
 #include "linux/DirectoryReachability.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <iterator>
 #include <map>
 #include <utility>
 
-#include "linux/BlockedSignals.h"
 #include "linux/TextLimits.h"
 
 namespace pellor {
@@ -19,6 +16,12 @@ constexpr milliseconds FirstPause = std::chrono::seconds(1);
 constexpr milliseconds LongestPause = std::chrono::minutes(1);
 // A directory that wishes to be left alone for days has made a mistake.
 constexpr milliseconds LongestWish = std::chrono::minutes(15);
+
+DestinationStatuses unknownStatuses(const std::set<std::string>& destinations) {
+  DestinationStatuses statuses;
+  for (const std::string& destination : destinations) statuses.emplace(destination, DestinationStatus::unknown);
+  return statuses;
+}
 
 }  // namespace
 
@@ -32,7 +35,7 @@ DirectoryReachability::DirectoryReachability(Process& process, std::shared_ptr<R
       _clock(std::move(clock)) {}
 
 DirectoryReachability::~DirectoryReachability() {
-  if (!_thread.joinable()) return;
+  if (!_thread.isStarted()) return;
   {
     const MutexLock lock(_mutex);
     _isStopping = true;
@@ -68,11 +71,10 @@ bool DirectoryReachability::queryStatusForDestinations(const std::set<std::strin
                                                        bool hasPriority, std::weak_ptr<ReachabilityClient> client) {
   _process.requireMainQueue("DirectoryReachability::queryStatusForDestinations");
   if (const auto asker = client.lock()) asker->queryDidStart(destinations, hasPriority);
-  if (destinations.empty()) {
-    post(std::move(client), {});
+  if (destinations.empty() || !ensureStarted()) {
+    post(std::move(client), unknownStatuses(destinations));
     return true;
   }
-  startThread();
   {
     const MutexLock lock(_mutex);
     std::deque<Question>& waiting = hasPriority ? _urgent : _others;
@@ -82,15 +84,17 @@ bool DirectoryReachability::queryStatusForDestinations(const std::set<std::strin
   return true;
 }
 
-void DirectoryReachability::startThread() {
-  if (_thread.joinable()) return;
-  const BlockedSignals blocked;
-  _thread = std::thread([this] { serve(); });
+bool DirectoryReachability::ensureStarted() {
+  if (_thread.isStarted()) return true;
+  const auto refusal = _thread.start("pellor-reach", [this] { serve(); });
+  if (!refusal) return true;
+  _role.isThisThread();  // there is none yet
+  note({{}, ServiceThread::problemText(*refusal), {}});
+  return false;
 }
 
 void DirectoryReachability::serve() {
   _role.isThisThread();
-  pthread_setname_np(pthread_self(), "pellor-reach");
   for (auto questions = next(); !questions.empty(); questions = next()) {
     std::erase_if(questions, [](const Question& question) { return question.client.expired(); });
     const DestinationStatuses statuses = statusesOf(questions);

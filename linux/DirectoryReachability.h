@@ -9,10 +9,10 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 #include "linux/DestinationDirectory.h"
+#include "linux/ServiceThread.h"
 #include "platform/ReachabilityService.h"
 #include "runtime/Log.h"
 #include "runtime/Process.h"
@@ -26,7 +26,8 @@ namespace pellor {
 /// What waits is asked for together, up to the directory's largest query: destinations with priority first, then those
 /// of the others. Every destination is answered: `unknown` where the directory could not tell. While it cannot be asked
 /// at all, which the log says once each way, it is left alone for a growing pause, from 1 second to a minute, or as
-/// long as it wishes, up to 15 minutes; what is asked for meanwhile is `unknown` at once. Answers are not kept.
+/// long as it wishes, up to 15 minutes; what is asked for meanwhile is `unknown` at once. So it is where the system
+/// refuses the thread. Answers are not kept.
 class DirectoryReachability final : public ReachabilityService {
  public:
   using Clock = std::function<std::chrono::steady_clock::time_point()>;
@@ -60,7 +61,7 @@ class DirectoryReachability final : public ReachabilityService {
     std::weak_ptr<ReachabilityClient> client;
   };
 
-  void startThread();
+  bool ensureStarted();
   void serve();
   std::vector<Question> next();
   bool isStopping();
@@ -87,7 +88,7 @@ class DirectoryReachability final : public ReachabilityService {
   bool _isAway PELLOR_GUARDED_BY(_role) = false;
   std::chrono::milliseconds _pause PELLOR_GUARDED_BY(_role){0};
   std::chrono::steady_clock::time_point _restsUntil PELLOR_GUARDED_BY(_role);
-  std::thread _thread;  // main queue
+  ServiceThread _thread;  // main queue
 };
 
 }  // namespace pellor

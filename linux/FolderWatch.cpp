@@ -1,7 +1,6 @@
 #include "linux/FolderWatch.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -13,10 +12,9 @@
 #include <cstdint>
 #include <cstring>
 #include <system_error>
-#include <thread>
 
-#include "linux/BlockedSignals.h"
 #include "linux/PrivateFiles.h"
+#include "linux/ServiceThread.h"
 #include "runtime/ThreadSafety.h"
 
 namespace pellor {
@@ -49,12 +47,8 @@ class FolderWatch::Watcher {
         _handler(std::move(handler)),
         _stop(eventfd(0, EFD_CLOEXEC)) {
     watch();
-    const BlockedSignals blocked;
-    try {
-      _thread = std::thread([this] { serve(); });
-    } catch (const std::system_error& error) {
-      _handler({}, error.what());
-    }
+    const auto refusal = _thread.start("pellor-watch", [this] { serve(); });
+    if (refusal) _handler({}, ServiceThread::problemText(*refusal));
   }
 
   ~Watcher() {
@@ -62,7 +56,7 @@ class FolderWatch::Watcher {
     const std::uint64_t one = 1;
     while (_stop && write(_stop.get(), &one, sizeof one) < 0 && errno == EINTR) {
     }
-    if (_thread.joinable()) _thread.join();
+    _thread.join();
   }
 
   Watcher(const Watcher&) = delete;
@@ -71,7 +65,6 @@ class FolderWatch::Watcher {
  private:
   void serve() {
     _role.isThisThread();
-    pthread_setname_np(pthread_self(), "pellor-watch");
     if (!_problem.empty()) _handler({}, _problem);
     while (waitForEvents()) {
       FolderChange change;
@@ -212,7 +205,7 @@ class FolderWatch::Watcher {
   std::string _awaited PELLOR_GUARDED_BY(_role);
   std::string _problem PELLOR_GUARDED_BY(_role);
   int _pause PELLOR_GUARDED_BY(_role) = FirstPause;
-  std::thread _thread;
+  ServiceThread _thread;
 };
 
 FolderWatch::FolderWatch(std::filesystem::path folder, std::function<bool(std::string_view)> concerns, Handler handler)

@@ -13,7 +13,8 @@ namespace pellor {
 
 /// Watches one folder from a thread of its own, which sleeps until something happens. A folder that is missing, or is
 /// removed or renamed later, is waited for and watched anew when it is there again. Where the system has no watches
-/// left the watch tries again by itself, with a growing pause.
+/// left the watch tries again by itself, with a growing pause; where it refuses the thread the handler is told so at
+/// once, on the caller's thread, and of nothing else.
 class FolderWatch {
  public:
   /// What the owner is told. `problem` says why nothing can be noticed at present; empty when all is well.

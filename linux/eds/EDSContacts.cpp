@@ -1,13 +1,10 @@
 #include "linux/eds/EDSContacts.h"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <atomic>
-#include <thread>
 #include <utility>
 
-#include "linux/BlockedSignals.h"
+#include "linux/ServiceThread.h"
 #include "linux/eds/EDSConnection.h"
 #include "linux/eds/EDSMirror.h"
 
@@ -32,10 +29,10 @@ class Watch final : public CardWatch {
 class EDSContacts::Thread {
  public:
   Thread(EDSMirror& mirror, std::optional<std::string> source)
-      : _mirror(mirror), _source(std::move(source)), _context(g_main_context_new()), _cancellable(g_cancellable_new()) {
-    const BlockedSignals blocked;
-    _thread = std::thread([this] { serve(); });
-  }
+      : _mirror(mirror),
+        _source(std::move(source)),
+        _context(g_main_context_new()),
+        _cancellable(g_cancellable_new()) {}
 
   ~Thread() {
     _isEnding = true;
@@ -48,9 +45,13 @@ class EDSContacts::Thread {
   Thread(const Thread&) = delete;
   Thread& operator=(const Thread&) = delete;
 
+  /// Gives what the system said where it refused.
+  std::optional<std::string> start() {
+    return _thread.start("pellor-eds", [this] { serve(); });
+  }
+
  private:
   void serve() {
-    pthread_setname_np(pthread_self(), "pellor-eds");
     g_main_context_push_thread_default(_context);
     guint pause = FirstPause;
     while (!_isEnding) {
@@ -95,7 +96,7 @@ class EDSContacts::Thread {
   GMainContext* const _context;
   const GObjectOwner<GCancellable> _cancellable;
   std::atomic<bool> _isEnding = false;
-  std::thread _thread;
+  ServiceThread _thread;
 };
 
 EDSContacts::EDSContacts(EDSContactsOptions options)
@@ -104,7 +105,11 @@ EDSContacts::EDSContacts(EDSContactsOptions options)
 EDSContacts::~EDSContacts() = default;
 
 void EDSContacts::start() {
-  if (!_thread) _thread = std::make_unique<Thread>(*_mirror, _options.source);
+  if (_thread) return;
+  auto thread = std::make_unique<Thread>(*_mirror, _options.source);
+  if (const auto refusal = thread->start()) return _mirror->cannotAsk(ServiceThread::problemText(*refusal));
+  _mirror->beginToAsk();
+  _thread = std::move(thread);
 }
 
 // The index knows the default address book by this name, too, when it is another one some day: its friends are looked
@@ -142,6 +147,7 @@ ServiceReport EDSContacts::report(double wait) {
   _mirror->awaitAnswer(wait);
   const std::string service = title() + " " + version();
   if (const auto trouble = _mirror->trouble()) {
+    if (trouble->isUntold) return ServiceReport::failing(service + " " + ServiceThread::Problem, ServiceThread::Advice);
     const std::string details = trouble->details.empty() ? "" : ": " + trouble->details;
     return ServiceReport::failing(service + " " + trouble->problem + details,
                                   "see that evolution-data-server is installed and that there is a session bus");

@@ -26,6 +26,8 @@ struct EDSContactsOptions {
 /// A mirror of the address book, kept in step by a live view from a thread of its own, which starts at the first use:
 /// nobody waits for the service, and what is asked here costs no call to it. A card's name is the contact's UID.
 ///
+/// Without the thread, which the system may refuse, the cards cannot be told either; the next use starts it.
+///
 /// Where the service goes away the cards cannot be told (CardSourceError) until it is back; it is tried again with a
 /// growing pause of 1 to 60 seconds, and then the watch tells that everything may be another one. Changes are told of
 /// in the service's own batches.

@@ -60,6 +60,17 @@ void EDSMirror::lose(Trouble trouble) {
   tell(FolderChange::all());
 }
 
+// Only the caller could be told, who asks just now.
+void EDSMirror::cannotAsk(const std::string& problem) {
+  const MutexLock lock(_mutex);
+  _trouble = Trouble{"cannot be asked: " + problem, {}, true};
+}
+
+void EDSMirror::beginToAsk() {
+  const MutexLock lock(_mutex);
+  _trouble.reset();
+}
+
 void EDSMirror::awaitAnswer(double seconds) {
   const auto end = steadyTimeAfter(seconds);
   const MutexLock lock(_mutex);
@@ -69,7 +80,8 @@ void EDSMirror::awaitAnswer(double seconds) {
 void EDSMirror::requireAnswer(const std::string& title) {
   using Remedy = CardSourceError::Remedy;
   if (_isAnswering) return;
-  if (_trouble) throw CardSourceError(title + " " + _trouble->problem, Remedy::toldOf);
+  if (_trouble)
+    throw CardSourceError(title + " " + _trouble->problem, _trouble->isUntold ? Remedy::tryAgain : Remedy::toldOf);
   throw CardSourceError(title + " has not answered yet", Remedy::soonToldOf);
 }
 

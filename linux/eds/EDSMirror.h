@@ -26,6 +26,7 @@ class EDSMirror {
   struct Trouble {
     std::string problem;
     std::string details;
+    bool isUntold = false;  ///< nobody can tell when it is over: the service has to be asked again
   };
 
   // By the thread that talks to the service
@@ -39,6 +40,10 @@ class EDSMirror {
 
   // By the others
 
+  /// There is nobody who could talk to the service. The text is for the log.
+  void cannotAsk(const std::string& problem);
+  /// There is now: its first answer is on its way.
+  void beginToAsk();
   /// Waits until the service has answered or is known to be away, at most so many seconds.
   void awaitAnswer(double seconds);
   /// Throws CardSourceError, which begins with the title, while the service has not answered.

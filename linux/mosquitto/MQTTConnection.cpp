@@ -3,7 +3,6 @@
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
 #include <poll.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <unistd.h>
@@ -12,13 +11,13 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 #include <random>
 #include <set>
-#include <thread>
 #include <utility>
 
-#include "linux/BlockedSignals.h"
 #include "linux/PrivateFiles.h"
+#include "linux/ServiceThread.h"
 #include "runtime/Fatal.h"
 #include "runtime/ThreadSafety.h"
 
@@ -71,26 +70,28 @@ class MQTTConnection::Thread {
   }
 
   ~Thread() {
-    if (!_thread.joinable()) return;
     {
       const MutexLock lock(_mutex);
+      if (!_thread.isStarted()) return;
       _isEnding = true;
     }
-    wake();
+    raise();
     _thread.join();
   }
   Thread(const Thread&) = delete;
   Thread& operator=(const Thread&) = delete;
 
   void start() {
-    // Not even the one that a write to a broken connection raises.
-    const BlockedSignals blocked;
-    _thread = std::thread([this] { run(); });
+    {
+      const MutexLock lock(_mutex);
+      _isToRun = true;
+    }
+    if (!ensureStarted()) _client.disconnected();
   }
 
-  void wake() const {
-    const std::uint64_t one = 1;
-    while (::write(_wake.get(), &one, sizeof one) < 0 && errno == EINTR) continue;
+  void wake() {
+    ensureStarted();
+    raise();
   }
 
   std::string problem() const {
@@ -122,8 +123,24 @@ class MQTTConnection::Thread {
   }
 
  private:
+  /// False when the system refuses the thread.
+  bool ensureStarted() {
+    std::optional<std::string> refusal;
+    {
+      const MutexLock lock(_mutex);
+      if (!_isToRun || _thread.isStarted()) return true;
+      refusal = _thread.start("pellor-mqtt", [this] { run(); });
+    }
+    if (refusal) away(ServiceThread::problemText(*refusal));
+    return !refusal;
+  }
+
+  void raise() const {
+    const std::uint64_t one = 1;
+    while (::write(_wake.get(), &one, sizeof one) < 0 && errno == EINTR) continue;
+  }
+
   void run() {
-    pthread_setname_np(pthread_self(), "pellor-mqtt");
     watchFolder();
     while (!isEnding()) {
       workIfDue();
@@ -330,8 +347,9 @@ class MQTTConnection::Thread {
   const FileDescriptor _changes;
   mutable Mutex _mutex;
   bool _isEnding PELLOR_GUARDED_BY(_mutex) = false;
+  bool _isToRun PELLOR_GUARDED_BY(_mutex) = false;
   std::string _problem PELLOR_GUARDED_BY(_mutex);
-  std::thread _thread;
+  ServiceThread _thread PELLOR_GUARDED_BY(_mutex);
 
   // All that follows belongs to the thread.
   std::unique_ptr<mosquitto, LibraryEnd> _mosquitto;  ///< of one attempt; a new one for the next

@@ -50,7 +50,8 @@ class MQTTConnection {
   /// A client id that nobody else has.
   static std::string anyClientId();
 
-  /// Starts the thread, once, when the client is ready for it.
+  /// Starts the thread, once, when the client is ready for it. Where the system refuses the thread the log and
+  /// `problem` say so, and the client is told here that it is disconnected; each `wake` tries again.
   void start();
   /// Makes the client work. Any thread.
   void wake();

@@ -1,7 +1,6 @@
 #include "linux/postgresql/PostgreSQLLink.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -12,7 +11,6 @@
 #include <cmath>
 #include <utility>
 
-#include "linux/BlockedSignals.h"
 #include "linux/postgresql/PostgreSQLSchema.h"
 #include "runtime/WallClock.h"
 
@@ -40,8 +38,8 @@ PostgreSQLLink::PostgreSQLLink(Process& process, PostgreSQLOptions options, LogH
       _stop(::eventfd(0, EFD_CLOEXEC)),
       _work(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       _pause(_options.firstPause) {
-  const BlockedSignals blocked;
-  _thread = std::thread([this] { serve(); });
+  const MutexLock lock(_mutex);
+  ensureStarted();
 }
 
 PostgreSQLLink::~PostgreSQLLink() {
@@ -50,6 +48,16 @@ PostgreSQLLink::~PostgreSQLLink() {
 }
 
 // For callers
+
+void PostgreSQLLink::ensureStarted() {
+  if (_thread.isStarted()) return;
+  const auto refusal = _thread.start("pellor-postgres", [this] { serve(); });
+  _state = refusal ? State::away : State::starting;
+  if (!refusal) return;
+  _role.isThisThread();  // there is none yet
+  sayAway(_error.emplace(PostgreSQLError::Kind::away,
+                         PostgreSQLError::Problem{ServiceThread::Problem, ServiceThread::Advice}, *refusal));
+}
 
 std::chrono::steady_clock::time_point PostgreSQLLink::endOfWait() const {
   return steadyTimeAfter(_process.mainQueue().isCurrent() ? _options.mainQueueLimit : _options.limit);
@@ -63,6 +71,7 @@ void PostgreSQLLink::perform(Job job) {
   const auto end = endOfWait();
   const auto request = std::make_shared<Request>(Request{std::move(job)});
   const MutexLock lock(_mutex);
+  ensureStarted();
   requireNotAway();
   _requests.push_back(request);
   wake();
@@ -83,6 +92,7 @@ void PostgreSQLLink::perform(Job job) {
 
 void PostgreSQLLink::performSoon(Job job) {
   const MutexLock lock(_mutex);
+  ensureStarted();
   if (_state == State::away) return;
   _requests.push_back(std::make_shared<Request>(Request{std::move(job)}));
   wake();
@@ -126,7 +136,6 @@ void PostgreSQLLink::wake() const { raise(_work); }
 
 void PostgreSQLLink::serve() {
   _role.isThisThread();
-  pthread_setname_np(pthread_self(), "pellor-postgres");
   do {
     try {
       connect();
@@ -239,10 +248,7 @@ void PostgreSQLLink::waitForWork() {
 }
 
 void PostgreSQLLink::goAway(const PostgreSQLError& error) {
-  const auto& [what, advice] = error.problem();
-  if (!std::exchange(_isSaidToBeAway, true)) {
-    _log.log("PostgreSQL cannot be used: %@; %@: %@", what, advice, redactable(error.detail()));
-  }
+  sayAway(error);
   {
     const MutexLock lock(_mutex);
     _state = State::away;
@@ -254,6 +260,12 @@ void PostgreSQLLink::goAway(const PostgreSQLError& error) {
     }
   }
   _changed.notifyAll();
+}
+
+void PostgreSQLLink::sayAway(const PostgreSQLError& error) {
+  const auto& [what, advice] = error.problem();
+  if (std::exchange(_isSaidToBeAway, true)) return;
+  _log.log("PostgreSQL cannot be used: %@; %@: %@", what, advice, redactable(error.detail()));
 }
 
 /// Before the next attempt. False when the thread is to end.

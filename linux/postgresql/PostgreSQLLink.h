@@ -8,10 +8,10 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 #include "linux/PrivateFiles.h"
+#include "linux/ServiceThread.h"
 #include "linux/postgresql/PostgreSQLConnection.h"
 #include "linux/postgresql/PostgreSQLService.h"
 #include "runtime/Log.h"
@@ -30,7 +30,8 @@ class PostgreSQLListener {
   virtual void notified(PostgreSQLLink& link, const PostgreSQLNotification& notification) = 0;
 };
 
-/// Any thread, but for the destructor's.
+/// Any thread, but for the destructor's. Where the system refuses the link its thread it is as if the server were away;
+/// each job tries again.
 class PostgreSQLLink {
  public:
   /// Runs on the link's thread. May throw PostgreSQLError.
@@ -75,6 +76,7 @@ class PostgreSQLLink {
   std::chrono::steady_clock::time_point endOfWait() const;
   void requireNotAway() const PELLOR_REQUIRES(_mutex);
   void wake() const;
+  void ensureStarted() PELLOR_REQUIRES(_mutex);
 
   // Of the thread.
   void serve();
@@ -87,6 +89,7 @@ class PostgreSQLLink {
   void hear() PELLOR_REQUIRES(_role);
   void waitForWork() PELLOR_REQUIRES(_role);
   void goAway(const PostgreSQLError& error) PELLOR_REQUIRES(_role);
+  void sayAway(const PostgreSQLError& error) PELLOR_REQUIRES(_role);
   bool pause() PELLOR_REQUIRES(_role);
   std::vector<std::shared_ptr<PostgreSQLListener>> listeners() const;
 
@@ -110,7 +113,7 @@ class PostgreSQLLink {
   std::unique_ptr<PostgreSQLConnection> _connection PELLOR_GUARDED_BY(_role);
   double _pause PELLOR_GUARDED_BY(_role);
   bool _isSaidToBeAway PELLOR_GUARDED_BY(_role) = false;
-  std::thread _thread;
+  ServiceThread _thread PELLOR_GUARDED_BY(_mutex);
 };
 
 }  // namespace pellor

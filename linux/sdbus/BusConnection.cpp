@@ -1,7 +1,6 @@
 #include "linux/sdbus/BusConnection.h"
 
 #include <poll.h>
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -13,8 +12,6 @@
 #include <system_error>
 #include <utility>
 #include <vector>
-
-#include "linux/BlockedSignals.h"
 
 namespace pellor {
 namespace {
@@ -62,8 +59,8 @@ BusConnection::BusConnection(std::string address, std::chrono::microseconds answ
       _wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       _opensAt(Clock::now()),
       _pause(FirstPause) {
-  const BlockedSignals blocked;
-  _thread = std::thread([this] { serve(); });
+  const MutexLock lock(_mutex);
+  ensureStarted();
 }
 
 BusConnection::~BusConnection() {
@@ -75,8 +72,19 @@ BusConnection::~BusConnection() {
   _thread.join();
 }
 
+// Once the thread runs it says itself when the bus is there.
+void BusConnection::ensureStarted() {
+  if (_thread.isStarted()) return;
+  const auto refusal = _thread.start("pellor-bus", [this] { serve(); });
+  if (!refusal) return;
+  _role.isThisThread();  // there is none yet
+  _isAway = true;
+  sayAway(ServiceThread::problemText(*refusal));
+}
+
 void BusConnection::observe(const std::string& name) {
   const MutexLock lock(_mutex);
+  ensureStarted();
   Interest& interest = _interests[name];
   interest.isAwaited = true;
   wake();
@@ -92,6 +100,7 @@ void BusConnection::forget(const std::string& name) {
 
 void BusConnection::send(const std::string& name) {
   const MutexLock lock(_mutex);
+  ensureStarted();
   if (_unsent.insert(name).second) wake();
 }
 
@@ -117,7 +126,6 @@ bool BusConnection::isEnding() {
 
 void BusConnection::serve() {
   _role.isThisThread();
-  pthread_setname_np(pthread_self(), "pellor-bus");
   while (!isEnding()) {
     const int result = turn();
     if (result < 0) lose(result);
@@ -238,9 +246,7 @@ void BusConnection::lose(int error) {
   _answersBy = Clock::time_point::max();
   _opensAt = Clock::now() + _pause;
   _pause = std::min(_pause * 2, LongestPause);
-  if (!std::exchange(_isReportedAway, true))
-    _log.log("the session bus is away, notifications go by the folder alone: %@",
-             std::system_category().message(-error));
+  sayAway(std::system_category().message(-error));
   {
     const MutexLock lock(_mutex);
     _isAway = true;
@@ -250,6 +256,11 @@ void BusConnection::lose(int error) {
     _changed.notifyAll();
   }
   tellOfRest();
+}
+
+void BusConnection::sayAway(const std::string& reason) {
+  if (!std::exchange(_isReportedAway, true))
+    _log.log("the session bus is away, notifications go by the folder alone: %@", reason);
 }
 
 void BusConnection::waitForWork() {

@@ -6,9 +6,9 @@
 #include <map>
 #include <set>
 #include <string>
-#include <thread>
 
 #include "linux/PrivateFiles.h"
+#include "linux/ServiceThread.h"
 #include "linux/sdbus/SdBus.h"
 #include "runtime/Log.h"
 #include "runtime/ThreadSafety.h"
@@ -17,7 +17,8 @@ namespace pellor {
 
 /// Sends names and hears those that other connections send, on a thread of its own, to which the connection belongs.
 /// A connection that fails is made again with a growing pause; what could not be sent is kept, a name once. Each state
-/// change is logged once.
+/// change is logged once. Where the system refuses the thread it is as if the bus were away; each name that is sent or
+/// observed tries again.
 ///
 /// Names are ASCII without quotes or backslashes, so that they can stand in a match rule.
 class BusConnection {
@@ -61,6 +62,7 @@ class BusConnection {
   };
   struct Callbacks;
 
+  void ensureStarted() PELLOR_REQUIRES(_mutex);
   void wake();
   void serve();
   bool isEnding();
@@ -74,6 +76,7 @@ class BusConnection {
   int checkAnswers() PELLOR_REQUIRES(_role);
   bool hasAllAnswers() PELLOR_REQUIRES(_role);
   void lose(int error) PELLOR_REQUIRES(_role);
+  void sayAway(const std::string& reason) PELLOR_REQUIRES(_role);
   void waitForWork() PELLOR_REQUIRES(_role);
   Clock::time_point nextTurn() PELLOR_REQUIRES(_role);
 
@@ -100,7 +103,7 @@ class BusConnection {
   Clock::time_point _opensAt PELLOR_GUARDED_BY(_role);
   std::chrono::milliseconds _pause PELLOR_GUARDED_BY(_role);
   Clock::time_point _answersBy PELLOR_GUARDED_BY(_role) = Clock::time_point::max();
-  std::thread _thread;
+  ServiceThread _thread PELLOR_GUARDED_BY(_mutex);
 };
 
 }  // namespace pellor

@@ -6,6 +6,7 @@
 #include "tests/contract/AddressBookStoreContract.h"
 #include "tests/contract/FavoritesSourceContract.h"
 #include "tests/linux/CardContacts.h"
+#include "tests/linux/RefusedThreads.h"
 #include "tests/services/EDSService.h"
 
 namespace pellor {
@@ -130,6 +131,27 @@ TEST_F(EDSContactsTest, LookingManyPeopleUpAsksTheServiceNothing) {
   service.change(card(guids.front(), "Anna"));
   EXPECT_TRUE(program.waitUntil([&] { return program.nameOf(guids.front()) == "Anna"; }));
   EXPECT_LE(source->calls() - before, 3U);
+}
+
+TEST(EDSRefusedThreadsTest, WithoutItsThreadTheContactsCannotBeToldUntilItCanBeStarted) {
+  runWithRefusedThreads([](const RefusedThreads& refused) {
+    ::setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
+    EDSContacts source;
+    const auto watch = source.watch([](const CardNews&) {});
+    try {
+      source.list();
+      ADD_FAILURE() << "nobody has asked the service";
+    } catch (const CardSourceError& error) {
+      EXPECT_THAT(error.what(), testing::AllOf(HasSubstr(RefusedThreads::Refusal), HasSubstr("ulimit -u")));
+      EXPECT_EQ(error.remedy(), CardSourceError::Remedy::tryAgain) << "nobody can tell";
+    }
+    EXPECT_THAT(source.report(60).detail, HasSubstr(RefusedThreads::Refusal));
+    EXPECT_THAT(source.report(60).advice, HasSubstr("ulimit -u"));
+    refused.lift();
+    const ServiceReport report = source.report(60);
+    EXPECT_EQ(report.state, ServiceReport::State::fails);
+    EXPECT_THAT(report.detail, testing::Not(HasSubstr(RefusedThreads::Refusal))) << "the service itself is asked";
+  });
 }
 
 }  // namespace

@@ -12,11 +12,13 @@
 #include "linux/MachinePreferences.h"
 #include "linux/StoreRegion.h"
 #include "linux/postgresql/PostgreSQLBus.h"
+#include "linux/postgresql/PostgreSQLLink.h"
 #include "tests/contract/PreferencesProcessesContract.h"
 #include "tests/contract/PreferencesStoreContract.h"
 #include "tests/contract/PreferencesVersionsContract.h"
 #include "tests/contract/SystemNotifyBusContract.h"
 #include "tests/contract/VersionedWriter.h"
+#include "tests/linux/RefusedThreads.h"
 #include "tests/linux/ServedProcesses.h"
 #include "tests/linux/TemporaryFolder.h"
 #include "tests/services/Detour.h"
@@ -289,6 +291,25 @@ TEST(PostgreSQLFailureTest, APartitionIsNoticedAndHealsByItself) {
   EXPECT_TRUE(other.store->synchronize(Domain));
   EXPECT_EQ(other.value("mine"), std::nullopt) << "a write that failed does not go over newer ones later";
   EXPECT_EQ(cutOff.log->messages().size(), 2u) << "away and back";
+}
+
+TEST(PostgreSQLRefusedThreadsTest, WithoutItsThreadTheServerIsAwayUntilItCanBeStarted) {
+  runWithRefusedThreads([](const RefusedThreads& refused) {
+    Process process;
+    const auto log = std::make_shared<LogCollector>();
+    PostgreSQLOptions options;
+    options.connection = "host=/nonexistent";
+    const PostgreSQLService service(process, options, LogHandle("test", "postgresql", log));
+    const auto perform = [&] { service.link().perform([](PostgreSQLConnection&) {}); };
+    EXPECT_THROW(perform(), PostgreSQLError);
+    service.link().performSoon([](PostgreSQLConnection&) {});
+    EXPECT_NE(service.error().find(RefusedThreads::Refusal), std::string::npos) << service.error();
+    EXPECT_NE(service.report().advice.find("ulimit -u"), std::string::npos);
+    EXPECT_EQ(log->count(RefusedThreads::Refusal), 1U);
+    refused.lift();
+    EXPECT_THROW(perform(), PostgreSQLError);
+    EXPECT_EQ(service.error().find(RefusedThreads::Refusal), std::string::npos) << "the server itself is asked";
+  });
 }
 
 }  // namespace

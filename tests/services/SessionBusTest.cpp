@@ -11,8 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "linux/sdbus/BusConnection.h"
 #include "testing/LogCollector.h"
 #include "tests/contract/SystemNotifyBusContract.h"
+#include "tests/linux/RefusedThreads.h"
 #include "tests/linux/ServedProcesses.h"
 #include "tests/services/BusDaemon.h"
 
@@ -158,6 +160,23 @@ TEST(SessionBusAddressTest, IsThatOfTheVariableElseTheSocketOfTheLogin) {
   EXPECT_EQ(addressWith("unix:path=/a", "/run/user/1"), "unix:path=/a");
   EXPECT_EQ(addressWith("", "/run/user/1,=\xC3\xA4"), "unix:path=/run/user/1%2c%3d%c3%a4/bus");
   EXPECT_EQ(addressWith(nullptr, nullptr), "unix:path=/run/user/" + std::to_string(::getuid()) + "/bus");
+}
+
+TEST(SessionBusRefusedThreadsTest, WithoutItsThreadTheBusIsAwayUntilItCanBeStarted) {
+  runWithRefusedThreads([](const RefusedThreads& refused) {
+    const auto log = std::make_shared<LogCollector>();
+    BusConnection::Client client{[](const std::string&) {}, [] {}};
+    BusConnection connection("unix:path=/nonexistent", std::chrono::minutes(1), LogHandle("test", "bus", log), client);
+    connection.observe("name");
+    connection.send("name");
+    EXPECT_TRUE(connection.isSettled());
+    EXPECT_EQ(log->count(Away), 1U);
+    EXPECT_EQ(log->count(RefusedThreads::Refusal), 1U);
+    const auto before = threadCount();
+    refused.lift();
+    connection.send("other name");
+    EXPECT_EQ(threadCount(), before + 1);
+  });
 }
 
 }  // namespace
