@@ -42,9 +42,9 @@ inline std::ptrdiff_t threadCount() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/task"), std::filesystem::directory_iterator());
 }
 
-/// Runs a test in a process of its own, which nothing may end but its return.
+/// Runs a test in a process of its own, which an exception ends.
 inline void runWithRefusedThreads(const std::function<void(const RefusedThreads&)>& test) {
-  ChildProcess child([&](const ChildProcess::Report&) {
+  ChildProcess child([&](const ChildProcess::Report&) noexcept {
     const RefusedThreads refused;
     test(refused);
     return testing::Test::HasFailure() ? 1 : 0;

@@ -1,6 +1,7 @@
 // The worker pool where the system gives it no more threads.
 #include "tests/linux/RefusedThreads.h"
 
+#include <memory>
 #include <optional>
 
 #include "runtime/Process.h"
@@ -11,7 +12,7 @@ namespace pellor {
 namespace {
 
 TEST(RefusedThreadsTest, OneWorkerDoesTheWorkOfAll) {
-  ChildProcess child([](const ChildProcess::Report&) {
+  ChildProcess child([](const ChildProcess::Report&) noexcept {
     ServedProcesses processes;
     Process& process = processes.at(0);
     const Process::Scope scope(process);
@@ -19,13 +20,15 @@ TEST(RefusedThreadsTest, OneWorkerDoesTheWorkOfAll) {
     const auto first = SerialQueue::make("first"), second = SerialQueue::make("second");
     const auto arrive = [&] { process.mainQueue().async([&] { ++done; }); };
     std::optional<RefusedThreads> refused;
+    std::shared_ptr<Timer> timer;
     first->async([&] {
       refused.emplace();  // the worker of this task stays alone
       second->async([&] { first->async(arrive); });
       ConcurrentQueue::make("third")->async([&] { second->async(arrive); });
+      timer = Timer::after(*second, 0.001, arrive);
     });
-    const auto timer = Timer::after(*second, 0.001, arrive);
-    return processes.runUntil([&] { return done == 3; }) ? 0 : 1;
+    const bool isDone = processes.runUntil([&] { return done == 3; });
+    return isDone && !testing::Test::HasFailure() ? 0 : 1;
   });
   EXPECT_EQ(child.exitCode(), 0);
 }
