@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "linux/RecoveryPauses.h"
+
 namespace pellor {
 namespace {
 
@@ -161,6 +163,7 @@ const char* CheckedPages::name() {
     way.pNext = nullptr;
     way.szOsFile += static_cast<int>(sizeof(CheckedFile));
     way.xOpen = openFile;
+    way.xSleep = RecoveryPauses::sleep;
     return sqlite3_vfs_register(&way, 0) == SQLITE_OK;
   }();
   return isRegistered ? name : nullptr;

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "linux/CheckedPages.h"
+#include "linux/RecoveryPauses.h"
 #include "linux/RegularFile.h"
 
 namespace pellor {
@@ -80,6 +81,11 @@ SQLiteStatement::SQLiteStatement(sqlite3* database, std::string_view text) : _da
 
 void SQLiteStatement::check(int code) const {
   if ((code & 0xFF) == SQLITE_BUSY) throw SQLiteError(code, busyError(_database));
+  // Its name for another program that does not make the index of the log anew.
+  if ((code & 0xFF) == SQLITE_PROTOCOL) {
+    RecoveryPauses::lose();
+    throw SQLiteError(SQLITE_BUSY, busyError(_database));
+  }
   if ((code & 0xFF) == SQLITE_CANTOPEN) requireFreeDescriptors(_database);
   if (code != SQLITE_OK) throw SQLiteError(code, sqlite3_errmsg(_database));
 }

@@ -39,6 +39,23 @@ class StoppedHolder {
     });
   }
 
+  /// Writes, while the index of the log has to be made anew.
+  static StoppedHolder ofIndexOfLog(const fs::path& database) {
+    return StoppedHolder([database] {
+      const auto lock = [](int file, short kind, off_t start, off_t length) {
+        struct flock range {};
+        range.l_type = kind, range.l_whence = SEEK_SET, range.l_start = start, range.l_len = length;
+        return ::fcntl(file, F_SETLK, &range) == 0;
+      };
+      const int file = ::open(database.c_str(), O_RDWR);
+      const int index = ::open((database.string() + "-shm").c_str(), O_RDWR | O_CREAT, 0600);
+      const std::string nothing(32 * 1024, '\0');
+      // Where SQLite has these locks: of who reads the file, who has the index open, and who writes.
+      return ::pwrite(index, nothing.data(), nothing.size(), 0) > 0 && lock(file, F_RDLCK, 0x40000002, 510) &&
+             lock(index, F_RDLCK, 128, 1) && lock(index, F_WRLCK, 120, 1);
+    });
+  }
+
   std::string named() const { return "(process " + std::to_string(_id) + ")"; }
 
  private:
@@ -82,6 +99,22 @@ TEST(HeldStore, NamesTheHolderAndIsReadWhereOnlyWritingIsLocked) {
   EXPECT_EQ(store.copyValue("key", "domain").value(), Value("stored"));
   EXPECT_EQ(write(store), PreferenceWriteOutcome::failed);
   EXPECT_THAT(store.lastError(), tellsOf(holder));
+}
+
+TEST(HeldStore, IsNotWaitedForBySQLiteItself) {
+  const TemporaryFolder folder;
+  {
+    const auto store = openIn(folder.path());
+    store->setValue("key", "stored", "domain");
+    ASSERT_TRUE(store->synchronize("domain"));
+  }
+  const StoppedHolder holder = StoppedHolder::ofIndexOfLog(folder / SQLiteStoreFile);
+  SQLitePreferences store(folder.path(), folder / "defaults.json", LogHandle("", "", nullptr),
+                          SQLitePreferences::Access::readWrite, NoPatience);
+  EXPECT_FALSE(store.copyValue("key", "domain").isReadable());
+  EXPECT_THAT(store.lastError(), tellsOf(holder));
+  // After that wait none of them takes its 10 seconds.
+  for (int attempt = 0; attempt < 50; ++attempt) EXPECT_FALSE(store.synchronize("domain"));
 }
 
 TEST(HeldIndex, ContactsAreUnreadableUntilTheLockIsFree) {
