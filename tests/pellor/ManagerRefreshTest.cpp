@@ -193,5 +193,55 @@ TEST_F(ManagerRefreshTest, WhileTheContactsCannotBeReadNobodyIsUnlinked) {
   EXPECT_EQ(storedSequenceNumber(), Value(world.addressBook().sequenceNumber()));
 }
 
+TEST_F(ManagerRefreshTest, WhileRefreshingIsDisabledLoadsCleanUpThemselves) {
+  auto a = launchWith("Ann#,Bob#");
+  a->run([&] { a->manager().setRefreshAgainstContactsEnabled(false); });
+  rename("Ann", "Anna");
+  rest();
+  EXPECT_EQ(a->list(), "Ann,Bob|-,-");
+  store("Ann#,Ann#");
+  a->run([&] { a->manager().reloadFriendList(); });
+  EXPECT_EQ(a->list(), "Ann,-|-,-");
+  EXPECT_EQ(a->logged(Refreshing), 0U);
+  a->run([&] { a->manager().setRefreshAgainstContactsEnabled(true); });
+  EXPECT_EQ(a->logged(Refreshing), 1U) << "at once";
+  EXPECT_EQ(a->list(), "Anna,-|-,-");
+}
+
+TEST_F(ManagerRefreshTest, OfTwoWithOneRecordTheLowerSlotStays) {
+  world.pairedDevice().setCompletedInitialSync(true);
+  Array list = storedList("-,Ann#|Dan,Eve|Ann#,Dan");
+  for (std::size_t index = 2; index < 4; ++index) {
+    auto form = *list[index].dictionary();
+    form.insert_or_assign("ABRecordGUID", "");
+    list[index] = form;
+  }
+  setSetting(PLFriendListKey, list);
+  auto a = launch();
+  EXPECT_EQ(a->list(), "-,Ann|Dan,Eve|-,Dan|-,-") << "who has no GUID is nobody's duplicate";
+  EXPECT_EQ(a->logged("deduplicating friend [Ann] [ABGUID=guid-Ann] at index 4 as it is already present in the set of "
+                      "friend ABGUIDs analyzed so far: {guid-Ann}"),
+            1U);
+  rest();
+  EXPECT_EQ(stored(2), "-,Ann|Dan,Eve|-,Dan|-,-");
+  EXPECT_EQ(world.pairedDevice().pushes().size(), 1U);
+}
+
+TEST_F(ManagerRefreshTest, FriendsWithoutDestinationsGoOnlyWhereThatIsAskedFor) {
+  const auto lose = [this] {
+    world.addressBook().change("guid-Bob", [](TestContact& contact) { contact.emails.clear(); });
+  };
+  auto a = launchWith("-,Bob#|Ann#,-|Cy#,-");
+  lose();
+  rest();
+  EXPECT_EQ(a->list(), "-,Bob|Ann,-|Cy,-|-,-");
+  setSetting(PLRemoveDestinationlessFriendsEnabledKey, true);
+  auto b = launch();
+  EXPECT_EQ(b->logged("culling friend [Bob] [ABGUID=guid-Bob] since its destination set has become empty"), 1U);
+  rest();
+  EXPECT_EQ(b->list(), "Ann,-|Cy,-|-,-");
+  EXPECT_EQ(a->list(), "Ann,-|Cy,-|-,-");
+}
+
 }  // namespace
 }  // namespace pellor
