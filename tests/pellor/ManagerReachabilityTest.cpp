@@ -1,4 +1,7 @@
 // Whether friends can receive messages.
+#include <algorithm>
+
+#include "Pellor/PLDestinationStatus.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {
@@ -12,6 +15,15 @@ constexpr std::string_view TimedOut = "Relay Query took too long to respond, cle
 constexpr std::string_view HeldBack = "not starting batch query because high priority query is in progress for ";
 constexpr std::string_view UnreachableCount = "org.tapnote.tn.unreachableFriends.count";
 const std::string Phone = "+491512345678";
+
+TEST(DestinationStatusTest, TheBetterOfTwoIsTheOneThatPromisesMore) {
+  const DestinationStatus ascending[] = {unspecified, invalid, unknown, valid};
+  for (std::size_t left = 0; left < std::size(ascending); ++left) {
+    for (std::size_t right = 0; right < std::size(ascending); ++right) {
+      EXPECT_EQ(betterDestinationStatus(ascending[left], ascending[right]), ascending[std::max(left, right)]);
+    }
+  }
+}
 
 class ManagerReachabilityTest : public ManagerTest {
  protected:
@@ -106,6 +118,15 @@ TEST_F(ManagerReachabilityTest, WithoutAServiceNameEverybodyIsReachableButTheCac
   EXPECT_EQ(a->logged("setting service name for reachability queries to Notes"), 1U);
   EXPECT_EQ(status(0), invalid);
   EXPECT_THAT(queries(), IsEmpty());
+}
+
+TEST_F(ManagerReachabilityTest, WhoHasNoDestinationIsInvalidAndNotAskedFor) {
+  for (const auto& person : {a->run([] { return PLPerson::init(); }), std::shared_ptr<PLPerson>()}) {
+    a->takeEvents();
+    EXPECT_EQ(status(*a, person, true), invalid);
+    rest();
+    EXPECT_THAT(a->takeEvents(), IsEmpty());
+  }
 }
 
 TEST_F(ManagerReachabilityTest, UnreachableFriendsAreCountedOnceAnybodyIsKnownToBeReachable) {
@@ -212,12 +233,34 @@ TEST_F(ManagerReachabilityTest, AServiceThatAnswersInPartsAndThenNoMoreIsGivenUp
   EXPECT_EQ(a->logged(TimedOut), 1U) << "with no priority destination left an answer stops the time-out";
 }
 
-TEST_F(ManagerReachabilityTest, ADomainMaySkipTheCheck) {
+TEST_F(ManagerReachabilityTest, TheFirstManagerThatIsAskedDecidesForItsProcess) {
   world.preferences().setPersistentValue("TNSkipHasSatelliteCheck", true, OtherDomain);
-  auto b = launch(OtherDomain);
-  setServiceName(*b, "Notes");
-  EXPECT_EQ(status(*b, b->person("Ann")), valid);
-  EXPECT_EQ(status(0), unspecified) << "only in its own processes";
+  auto b = launch();
+  auto c = launch();
+  const auto other = [](ManagerProcess& process) {
+    return process.run([] { return PLFriendsManager::managerForDomain(OtherDomain); });
+  };
+  const auto statusOfStranger = [](ManagerProcess& process, const std::shared_ptr<PLFriendsManager>& manager) {
+    return process.run([&] {
+      manager->setServiceName("Notes");
+      return manager->statusForPersonRequery(manager->personWithDestinations({"dee@example.org"}), false);
+    });
+  };
+  EXPECT_EQ(statusOfStranger(*b, other(*b)), valid);
+  EXPECT_EQ(statusOfStranger(*b, b->sharedManager()), valid);
+  EXPECT_EQ(statusOfStranger(*c, c->sharedManager()), unspecified);
+  EXPECT_EQ(statusOfStranger(*c, other(*c)), unspecified);
+}
+
+TEST_F(ManagerReachabilityTest, AQueryHoldsItsManager) {
+  const std::weak_ptr<PLFriendsManager> weak = a->sharedManager();
+  refresh();
+  a->releaseManager();
+  advance(4.9);
+  EXPECT_FALSE(weak.expired());
+  advance(0.2);
+  EXPECT_EQ(a->logged("faking Relay status update"), 1U);
+  EXPECT_TRUE(weak.expired());
 }
 
 }  // namespace
