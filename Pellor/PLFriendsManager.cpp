@@ -10,6 +10,7 @@
 #include "Pellor/PLMetadataSnapshot.h"
 #include "Pellor/PLPersonIdentityChanges.h"
 #include "Pellor/PLPosting.h"
+#include "Pellor/PLReachability.h"
 #include "Pellor/PLSkipChecks.h"
 #include "Pellor/PLSlotRearrangement.h"
 #include "runtime/Fatal.h"
@@ -27,8 +28,6 @@ constexpr bool kChecksInvariants = false;
 constexpr double kAddressBookRefreshDelay = 0.2;
 // How many friends' records are in memory at once during a refresh.
 constexpr std::size_t kFriendsReadAtOnce = 1000;
-constexpr double kDefaultAnswerDelay = 5.0;
-constexpr double kRelayQueryTimeout = 30.0;
 // A store that fails is asked again after pauses that double from the first to the longest of these, in seconds.
 constexpr double kFirstRetryPause = 0.1;
 constexpr double kLongestRetryPause = 60;
@@ -142,6 +141,7 @@ PLFriendsManager::PLFriendsManager(Passkey, Process& process, std::string domain
       _domain(std::move(domain)),
       _writer(PLListWriter::make(process, _domain)),
       _changeLogQueue(ConcurrentQueue::make(prefixed(".Pellor.PLFriendsManager.ChangeLog"))),
+      _reachability(PLReachability::make(process, _domain)),
       _identifiersToPersonMap(_friendList.people()),
       _takeover(process, _friendList, _sourcedPersons, [this] { _addEmptyGroup(); }),
       _heldRefresh(process, [this] { _followAddressBook(weak_from_this()); }),
@@ -164,6 +164,7 @@ PLFriendsManager::~PLFriendsManager() {
 void PLFriendsManager::_observe() {
   std::weak_ptr<PLFriendsManager> weak = weak_from_this();
   _writer->setClient(std::shared_ptr<PLListWriterClient>(shared_from_this(), this));
+  _reachability->setClient(std::shared_ptr<PLReachabilityClient>(shared_from_this(), this));
   NotificationCenter& center = _process.notificationCenter();
   _observations.push_back(center.addObserver(platformOf(_process).addressBook->addressBookChangedNotification(),
                                              [weak](const Notification& notification) {
@@ -1284,183 +1285,47 @@ PLChangeLog PLFriendsManager::collapseChangeLogsIntoChangeLog(const std::vector<
 
 // --- 5  Reachability -----------------------------------------------------------------------------------------------
 
-namespace {
-
-// Whether statuses are checked in this process, decided once.
-struct DestinationStatusCheck {
-  std::optional<bool> isSkipped;
-};
-
-bool isTrue(const std::optional<Value>& value) {
-  if (!value) return false;
-  return value->boolean().value_or(value->integer().value_or(0) != 0);
-}
-
-std::string joined(const DestinationSet& destinations) {
-  std::string text;
-  for (const std::string& destination : destinations) text += (text.empty() ? "" : ", ") + destination;
-  return text;
-}
-
-DestinationStatuses allValid(const DestinationSet& destinations) {
-  DestinationStatuses statuses;
-  for (const std::string& destination : destinations) statuses.emplace(destination, DestinationStatus::valid);
-  return statuses;
-}
-
-}  // namespace
+const std::optional<std::string>& PLFriendsManager::serviceName() const { return _reachability->serviceName(); }
 
 void PLFriendsManager::setServiceName(std::optional<std::string> serviceName) {
   checkMainQueue(_process, "setServiceName");
-  if (serviceName == _serviceName) return;
-  _serviceName = std::move(serviceName);
-  _PLGetLogSystem().log("setting service name for reachability queries to %@", _serviceName);
-}
-
-DestinationSet PLFriendsManager::_destinations() const {
-  DestinationSet identifiers;
-  for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
-    const auto person = _friendAtPosition(index);
-    const auto values = person ? person->allValues() : nullptr;
-    if (!values) continue;
-    for (const std::string& value : *values) {
-      if (auto identifier = plMessageRelayIdentifier(value)) identifiers.insert(*std::move(identifier));
-    }
-  }
-  return identifiers;
+  _reachability->setServiceName(std::move(serviceName));
 }
 
 void PLFriendsManager::refreshDestinationStatuses() {
   checkMainQueue(_process, "refreshDestinationStatuses");
-  if (!_highPriorityDestinations.empty()) {
-    _PLGetLogSystem().log("not starting batch query because high priority query is in progress for [ %@ ]",
-                          redactable(joined(_highPriorityDestinations)));
-    _pendingDestinations = _destinations();
-    return;
-  }
-  if (_startQuery(_destinations(), false)) return;
-  // The answer is about the friends that there are when it comes.
-  _process.mainQueue().asyncAfter(kDefaultAnswerDelay, [self = shared_from_this()] {
-    const DestinationStatuses statuses = allValid(self->_destinations());
-    _PLGetLogSystem().log("faking Relay status update");
-    self->idStatusUpdatedForDestinations(statuses);
-  });
-}
-
-void PLFriendsManager::_queryDestinations(const DestinationSet& destinations) {
-  if (_startQuery(destinations, true)) return;
-  _process.mainQueue().asyncAfter(kDefaultAnswerDelay, [self = shared_from_this(), destinations] {
-    _PLGetLogSystem().log("faking Relay status update for [ %@ ]", redactable(joined(destinations)));
-    self->idStatusUpdatedForDestinations(allValid(destinations));
-  });
-}
-
-// False when the service answers no queries.
-bool PLFriendsManager::_startQuery(const DestinationSet& destinations, bool hasPriority) {
-  const std::shared_ptr<ReachabilityClient> client(shared_from_this(), this);
-  return platformOf(_process).reachability->queryStatusForDestinations(destinations, _serviceName, hasPriority, client);
-}
-
-void PLFriendsManager::queryDidStart(const DestinationSet& destinations, bool hasPriority) {
-  checkMainQueue(_process, "queryDidStart");
-  if (hasPriority) _highPriorityDestinations.insert(destinations.begin(), destinations.end());
-  _startRelayQueryTimeoutTimer();
-}
-
-void PLFriendsManager::queryDidAnswer(const DestinationStatuses& statuses) { idStatusUpdatedForDestinations(statuses); }
-
-DestinationStatus PLFriendsManager::_compareStatusToStatus(DestinationStatus left, DestinationStatus right) {
-  return betterDestinationStatus(left, right);
+  _reachability->refreshDestinationStatuses();
 }
 
 DestinationStatus PLFriendsManager::statusForPersonRequery(const std::shared_ptr<PLPerson>& person, bool requery) {
   checkMainQueue(_process, "statusForPersonRequery");
-  if (_shouldBypassDestinationStatusCheck()) return DestinationStatus::valid;
-  const auto values = person ? person->allValues() : nullptr;
-  if (!values || values->empty()) return DestinationStatus::invalid;
-  auto best = DestinationStatus::unspecified;
-  for (const std::string& value : *values) best = _compareStatusToStatus(best, _cachedStatuses.status(value));
-  if (requery) {
-    _queryDestinations(*values);
-    if (best == DestinationStatus::unspecified) best = DestinationStatus::unknown;
-  }
-  _PLGetLogSystem().log("%@ has cached best status of: %@", redactable(person->description()),
-                        destinationStatusName(best));
-  return best;
+  return _reachability->statusForPersonRequery(person.get(), requery);
 }
 
 DestinationSet PLFriendsManager::reachableDestinationsForPerson(const std::shared_ptr<PLPerson>& person) const {
   checkMainQueue(_process, "reachableDestinationsForPerson");
-  const auto values = person ? person->allValues() : nullptr;
-  return values ? _cachedStatuses.validAmong(*values) : DestinationSet{};
+  return _reachability->reachableDestinationsForPerson(person.get());
 }
 
 void PLFriendsManager::idStatusUpdatedForDestinations(const std::optional<DestinationStatuses>& statuses) {
   checkMainQueue(_process, "idStatusUpdatedForDestinations");
-  if (!statuses) return;
-  _stopRelayQueryTimeoutTimer();
-  DestinationStatuses updated;
-  for (const auto& [destination, status] : *statuses) {
-    // What has no canonical form is no friend's destination either.
-    if (auto canonical = plMessageCanonicalRawAddress(destination)) updated.insert_or_assign(*canonical, status);
+  if (statuses) _reachability->idStatusUpdatedForDestinations(*statuses);
+}
+
+void PLFriendsManager::forEachFriend(const std::function<void(const PLPerson&)>& visit) const {
+  for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
+    if (const Slot& slot = _friendList.at(index)) visit(*slot);
   }
-  _PLGetLogSystem().log("Relay statusues updated: %@", redactable(Value(destinationStatusNumbers(*statuses))));
-  _cachedStatuses.update(updated);
+}
+
+void PLFriendsManager::statusesWereUpdated(const DestinationStatuses& statuses) {
   postOnMainQueue(_process, PLFriendsManagerDestinationStatusUpdatedNotification, weak_from_this(),
                   Dictionary{{std::string(PLFriendsManagerDestinationStatusUpdatedDestinationsKey),
-                              destinationStatusNumbers(updated)}});
-  if (_highPriorityDestinations.empty()) {
-    _tallySetValueForScalarKey(_numberOfUnreachableFriends(), prefixed(".tn.unreachableFriends.count"));
-  }
-  // By the names that were asked for, not by the canonical ones.
-  for (const auto& [destination, status] : *statuses) _highPriorityDestinations.erase(destination);
-  _dropPendingDestinations();
-  // A service that answers in parts may say no more after any of them.
-  if (!_highPriorityDestinations.empty()) _startRelayQueryTimeoutTimer();
+                              destinationStatusNumbers(statuses)}});
 }
 
-// The batch query that was held back is not made up for: whoever wants it asks again.
-void PLFriendsManager::_dropPendingDestinations() {
-  if (_highPriorityDestinations.empty()) _pendingDestinations.reset();
-}
-
-// While nothing at all is known to be valid, nobody counts: that says more of the service than of the friends.
-std::int64_t PLFriendsManager::_numberOfUnreachableFriends() const {
-  if (!_cachedStatuses.hasValid()) return 0;
-  std::int64_t count = 0;
-  for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
-    const auto person = _friendAtPosition(index);
-    const auto values = person ? person->allValues() : nullptr;
-    if (person && !(values && _cachedStatuses.hasValidAmong(*values))) ++count;
-  }
-  return count;
-}
-
-void PLFriendsManager::_startRelayQueryTimeoutTimer() {
-  if (_relayQueryTimeoutTimer) return;
-  _relayQueryTimeoutTimer = Timer::after(_process.mainQueue(), kRelayQueryTimeout, [weak = weak_from_this()] {
-    if (auto self = weak.lock()) self->_relayQueryTimeoutTimerFired();
-  });
-}
-
-void PLFriendsManager::_stopRelayQueryTimeoutTimer() { _relayQueryTimeoutTimer = nullptr; }
-
-void PLFriendsManager::_relayQueryTimeoutTimerFired() {
-  _relayQueryTimeoutTimer = nullptr;
-  _PLGetLogSystem().log("Relay Query took too long to respond, clearing request queues");
-  // A batch that waits for no priority query is none of this timer's.
-  if (_highPriorityDestinations.empty()) return;
-  _highPriorityDestinations.clear();
-  _dropPendingDestinations();
-}
-
-bool PLFriendsManager::_shouldBypassDestinationStatusCheck() const {
-  if (!_serviceName) return true;
-  auto& check = _process.local<DestinationStatusCheck>();
-  if (!check.isSkipped) {
-    check.isSkipped = isTrue(preferencesOf(_process).persistentValueForKey(PLSkipHasSatelliteCheckKey, _domain));
-  }
-  return *check.isSkipped;
+void PLFriendsManager::unreachableFriendsWereCounted(std::int64_t count) {
+  _tallySetValueForScalarKey(count, prefixed(".tn.unreachableFriends.count"));
 }
 
 // --- 6  Loading, refresh and clean-up ------------------------------------------------------------------------------

@@ -28,7 +28,6 @@
 #include "Pellor/PLChangeLog.h"
 #include "Pellor/PLDelayedOperation.h"
 #include "Pellor/PLDestination.h"
-#include "Pellor/PLDestinationStatus.h"
 #include "Pellor/PLFavorites.h"
 #include "Pellor/PLFriendGroup.h"
 #include "Pellor/PLFriendsManagerKeys.h"
@@ -38,12 +37,12 @@
 #include "Pellor/PLListWriter.h"
 #include "Pellor/PLPerson.h"
 #include "Pellor/PLPersonSequence.h"
+#include "Pellor/PLReachability.h"
 #include "Pellor/PLReconciledFriends.h"
 #include "Pellor/PLSlotList.h"
 #include "Pellor/PLUnreadLookUps.h"
 #include "Pellor/PLUtility.h"
 #include "platform/Platform.h"
-#include "platform/ReachabilityService.h"
 #include "runtime/Process.h"
 #include "runtime/Timer.h"
 
@@ -59,7 +58,7 @@ class PLFriendsManager : public Object,
                          public std::enable_shared_from_this<PLFriendsManager>,
                          private SettleParticipant,
                          private PLListWriterClient,
-                         private ReachabilityClient {
+                         private PLReachabilityClient {
   struct Passkey {};
 
  public:
@@ -199,7 +198,7 @@ class PLFriendsManager : public Object,
   // after a part, is given up.
 
   /// The name of the messaging service for reachability queries; absent while none is set.
-  const std::optional<std::string>& serviceName() const { return _serviceName; }
+  const std::optional<std::string>& serviceName() const;
   /// Sets the name; absent, as at first: no status is checked and every friend counts as reachable. Asks for nothing.
   void setServiceName(std::optional<std::string> serviceName);
 
@@ -368,18 +367,9 @@ class PLFriendsManager : public Object,
   void _postChangeNotificationIfNecessary();
 
   // 5  Reachability
-  DestinationSet _destinations() const;
-  static DestinationStatus _compareStatusToStatus(DestinationStatus left, DestinationStatus right);
-  bool _shouldBypassDestinationStatusCheck() const;
-  bool _startQuery(const DestinationSet& destinations, bool hasPriority);
-  void _queryDestinations(const DestinationSet& destinations);
-  void queryDidStart(const DestinationSet& destinations, bool hasPriority) override;
-  void queryDidAnswer(const DestinationStatuses& statuses) override;
-  std::int64_t _numberOfUnreachableFriends() const;
-  void _dropPendingDestinations();
-  void _startRelayQueryTimeoutTimer();
-  void _stopRelayQueryTimeoutTimer();
-  void _relayQueryTimeoutTimerFired();
+  void forEachFriend(const std::function<void(const PLPerson&)>& visit) const override;
+  void statusesWereUpdated(const DestinationStatuses& statuses) override;
+  void unreachableFriendsWereCounted(std::int64_t count) override;
 
   // 6  Loading, refresh and clean-up
   void _personValuesChanged(const Notification& notification);
@@ -413,6 +403,7 @@ class PLFriendsManager : public Object,
   const std::string _domain;
   const std::shared_ptr<PLListWriter> _writer;
   const std::shared_ptr<ConcurrentQueue> _changeLogQueue;
+  const std::shared_ptr<PLReachability> _reachability;  // main queue
 
   // All from here to the next heading belongs to the main queue, as do the operations without an annotation: their
   // public callers tell by `checkMainQueue`.
@@ -463,11 +454,6 @@ class PLFriendsManager : public Object,
   std::optional<std::int32_t> _ownSequenceNumber;  // that is not stored yet
   PLSlotSnapshot _laidOutList;                     // which the groups show, but for what was given to them since
   std::uint64_t _laidOutAssignments = 0;           // of friends to groups, those of the layout included
-  std::optional<std::string> _serviceName;
-  DestinationSet _highPriorityDestinations;            // while there are any, no batch query starts
-  std::optional<DestinationSet> _pendingDestinations;  // of the batch query that did not start
-  PLDestinationStatusCache _cachedStatuses;
-  std::shared_ptr<Timer> _relayQueryTimeoutTimer;
 
   // Change-log queue.
   std::optional<PLChangeLog> _changeLog PELLOR_GUARDED_BY(*_changeLogQueue);

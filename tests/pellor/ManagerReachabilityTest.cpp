@@ -1,7 +1,4 @@
 // Whether friends can receive messages.
-#include <algorithm>
-
-#include "Pellor/PLDestinationStatus.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {
@@ -12,18 +9,8 @@ using ::testing::IsEmpty;
 using enum DestinationStatus;
 
 constexpr std::string_view TimedOut = "Relay Query took too long to respond, clearing request queues";
-constexpr std::string_view HeldBack = "not starting batch query because high priority query is in progress for ";
 constexpr std::string_view UnreachableCount = "org.tapnote.tn.unreachableFriends.count";
 const std::string Phone = "+491512345678";
-
-TEST(DestinationStatusTest, TheBetterOfTwoIsTheOneThatPromisesMore) {
-  const DestinationStatus ascending[] = {unspecified, invalid, unknown, valid};
-  for (std::size_t left = 0; left < std::size(ascending); ++left) {
-    for (std::size_t right = 0; right < std::size(ascending); ++right) {
-      EXPECT_EQ(betterDestinationStatus(ascending[left], ascending[right]), ascending[std::max(left, right)]);
-    }
-  }
-}
 
 class ManagerReachabilityTest : public ManagerTest {
  protected:
@@ -120,15 +107,6 @@ TEST_F(ManagerReachabilityTest, WithoutAServiceNameEverybodyIsReachableButTheCac
   EXPECT_THAT(queries(), IsEmpty());
 }
 
-TEST_F(ManagerReachabilityTest, WhoHasNoDestinationIsInvalidAndNotAskedFor) {
-  for (const auto& person : {a->run([] { return PLPerson::init(); }), std::shared_ptr<PLPerson>()}) {
-    a->takeEvents();
-    EXPECT_EQ(status(*a, person, true), invalid);
-    rest();
-    EXPECT_THAT(a->takeEvents(), IsEmpty());
-  }
-}
-
 TEST_F(ManagerReachabilityTest, UnreachableFriendsAreCountedOnceAnybodyIsKnownToBeReachable) {
   const auto cy = addCy();
   a->set(a->run([] { return PLPerson::init(); }), 1, 1);
@@ -164,73 +142,6 @@ TEST_F(ManagerReachabilityTest, ARealServiceIsAskedInPlaceOfTheDefaultAnswer) {
   EXPECT_THAT(queries()[1].destinations, ElementsAre("mailto:ann@example.org", "mailto:bob@example.org"));
   EXPECT_EQ(a->logged("faking") + a->logged(TimedOut), 0U) << "an answer stops the timer";
   EXPECT_EQ(status(1), invalid);
-}
-
-TEST_F(ManagerReachabilityTest, NoBatchStartsWhileAPriorityQueryWaitsForAnyOfItsDestinations) {
-  const auto cy = addCy();
-  rest();
-  answer([](const auto&) -> std::vector<SimulatedIdentityService::AnswerPart> {
-    return {{1, {{"cy@example.org", valid}}}, {3, {{"tel:" + Phone, valid}}}, {10, {{Phone, valid}}}};
-  });
-  status(*a, cy, true);
-  a->takeEvents();
-  refresh();
-  EXPECT_THAT(a->takeEvents(), ElementsAre(std::string(HeldBack) + "[ " + Phone + ", cy@example.org ]"));
-  advance(5);
-  EXPECT_EQ(status(*a, cy), valid);
-  refresh();
-  EXPECT_EQ(a->logged(std::string(HeldBack) + "[ " + Phone + " ]"), 1U) << "answers count by the name that was asked";
-  EXPECT_EQ(unreachable(), std::nullopt) << "not counted while an answer is due";
-  advance(10);
-  EXPECT_EQ(queries().size(), 1U) << "what was held back is not made up for";
-  refresh();
-  EXPECT_EQ(queries().size(), 2U);
-  advance(2);
-  EXPECT_EQ(unreachable(), 2);
-}
-
-TEST_F(ManagerReachabilityTest, SilenceEndsThirtySecondsAfterTheFirstQuery) {
-  answer(SimulatedIdentityService::silence());
-  update({{{"ann@example.org", invalid}}});
-  refresh();
-  advance(29.9);
-  status(0, true);
-  EXPECT_EQ(a->logged(TimedOut), 0U);
-  refresh();
-  EXPECT_EQ(a->logged(HeldBack), 1U);
-  advance(0.2);
-  EXPECT_EQ(a->logged(TimedOut), 1U) << "a running timer is not put off";
-  EXPECT_EQ(status(0), invalid) << "what was known stays";
-  refresh();
-  EXPECT_EQ(queries().size(), 3U) << "batches start again";
-  advance(60);
-  EXPECT_EQ(a->logged(TimedOut), 2U) << "a batch that is not answered is given up as well";
-}
-
-TEST_F(ManagerReachabilityTest, AServiceThatAnswersInPartsAndThenNoMoreIsGivenUpAfterItsLastAnswer) {
-  const auto cy = addCy();
-  rest();
-  answer([](const auto& query) -> std::vector<SimulatedIdentityService::AnswerPart> {
-    if (query.hasPriority) return {{20, {{"cy@example.org", valid}}}};
-    return {};
-  });
-  status(*a, cy, true);
-  refresh();
-  advance(49.9);
-  EXPECT_EQ(a->logged(TimedOut), 0U) << "the time-out began anew with the answer";
-  EXPECT_EQ(status(*a, cy), valid);
-  refresh();
-  EXPECT_EQ(a->logged(HeldBack), 2U);
-  update({{{"bob@example.org", invalid}}});
-  advance(29.9);
-  EXPECT_EQ(a->logged(TimedOut), 0U) << "and with one to something else";
-  advance(0.2);
-  EXPECT_EQ(a->logged(TimedOut), 1U);
-  refresh();
-  EXPECT_EQ(queries().size(), 2U) << "batches start again";
-  update({{{"bob@example.org", valid}}});
-  advance(60);
-  EXPECT_EQ(a->logged(TimedOut), 1U) << "with no priority destination left an answer stops the time-out";
 }
 
 TEST_F(ManagerReachabilityTest, TheFirstManagerThatIsAskedDecidesForItsProcess) {

@@ -156,8 +156,12 @@ ManagerProcess& ManagerProcess::start() {
   return *this;
 }
 
-void ManagerProcess::kill() {
+void ManagerProcess::releaseManager() {
   run([this] { _manager.reset(); });
+}
+
+void ManagerProcess::kill() {
+  releaseManager();
   _process->abandon();
 }
 

@@ -57,6 +57,7 @@ class ManagerProcess {
   ManagerProcess& start();
   PLFriendsManager& manager() { return *_manager; }
   const std::shared_ptr<PLFriendsManager>& sharedManager() const { return _manager; }
+  void releaseManager();
   /// Ends the process on the spot: what is queued is lost.
   void kill();
 
