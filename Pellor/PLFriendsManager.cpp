@@ -8,6 +8,7 @@
 #include "Pellor/PLDestination.h"
 #include "Pellor/PLMainQueueCheck.h"
 #include "Pellor/PLMetadataSnapshot.h"
+#include "Pellor/PLPendingChanges.h"
 #include "Pellor/PLPersonIdentityChanges.h"
 #include "Pellor/PLPosting.h"
 #include "Pellor/PLReachability.h"
@@ -140,7 +141,7 @@ PLFriendsManager::PLFriendsManager(Passkey, Process& process, std::string domain
     : _process(process),
       _domain(std::move(domain)),
       _writer(PLListWriter::make(process, _domain)),
-      _changeLogQueue(ConcurrentQueue::make(prefixed(".Pellor.PLFriendsManager.ChangeLog"))),
+      _pendingChanges(PLPendingChanges::make()),
       _reachability(PLReachability::make(process, _domain)),
       _identifiersToPersonMap(_friendList.people()),
       _takeover(process, _friendList, _sourcedPersons, [this] { _addEmptyGroup(); }),
@@ -409,7 +410,7 @@ void PLFriendsManager::_beginOnEmptyStore(const PLStoredList& stored) {
 }
 
 void PLFriendsManager::_finishLoad() {
-  _lastLoadHadChanges = _changeLogCount() != 0;
+  _lastLoadHadChanges = _pendingChanges->_changeLogCount() != 0;
   if (_didCompleteInitialLoading) {
     _PLGetLogSystem().log(LogFormat("friend list has%@ changes").as("_loadFriendList"),
                           _lastLoadHadChanges ? "" : " no");
@@ -1017,7 +1018,7 @@ void PLFriendsManager::friendGroupDidSetFriendAtPosition(const std::shared_ptr<P
   const auto heldPerson = person;
   _friendList.set(index, heldPerson);
   _sourcedPersons.remove(heldPerson.get());
-  _addEntryToChangeLogForPersonChangeType(heldPerson, PLFriendsManagerPersonAdded);
+  _pendingChanges->_addEntryToChangeLogForPersonChangeType(heldPerson, PLFriendsManagerPersonAdded);
   if (_shouldAddEmptyGroup()) _addEmptyGroup();
   _markLayoutChanged();
   _postChangeNotificationIfNecessary();
@@ -1037,7 +1038,7 @@ void PLFriendsManager::friendGroupDidRemoveFriendAtPosition(const std::shared_pt
   _friendList.set(index, EmptySlot);
   _firstGroupThatMayHaveRoom = std::min(_firstGroupThatMayHaveRoom, groupIndex);
   if (heldPerson) {
-    _addEntryToChangeLogForPersonChangeType(heldPerson, PLFriendsManagerPersonDeleted);
+    _pendingChanges->_addEntryToChangeLogForPersonChangeType(heldPerson, PLFriendsManagerPersonDeleted);
     _removePersonFromIdentifiersToPersonMap(*heldPerson);
     // A single group stays, empty: it is the only place for friends.
     if (heldGroup->count() == 0 && _maxFriendGroups >= 2) _removeGroupAtIndex(groupIndex);
@@ -1059,7 +1060,8 @@ void PLFriendsManager::friendGroupDidMoveFriends(const std::shared_ptr<PLFriendG
   }
   _firstGroupThatMayHaveRoom = std::min(_firstGroupThatMayHaveRoom, *groupIndex);
   _markLayoutChanged();
-  for (const auto& person : friends) _addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonMoved);
+  for (const auto& person : friends)
+    _pendingChanges->_addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonMoved);
   _postChangeNotificationIfNecessary();
 }
 
@@ -1211,64 +1213,21 @@ std::vector<std::shared_ptr<PLPerson>> PLFriendsManager::allPeople() const {
 
 // --- 4  Change log and notifications -------------------------------------------------------------------------------
 
-void PLFriendsManager::_addEntryToChangeLogForPersonChangeType(const std::shared_ptr<PLPerson>& person,
-                                                               std::string_view changeType) {
-  if (!person) return;
-  PLChangeLog changes;
-  changes.add(person, changeType);
-  _addToChangeLog(std::move(changes));
+const std::optional<PLChangeLog>& PLFriendsManager::changeLog() const PELLOR_UNCHECKED {
+  _pendingChanges->queue()->requireReader();
+  return _pendingChanges->changeLog();
 }
 
-void PLFriendsManager::_addToChangeLog(PLChangeLog changes) {
-  if (changes.isEmpty()) return;
-  _changeLogQueue->briefBarrier([weak = weak_from_this(), changes = std::move(changes)] {
-    auto self = weak.lock();
-    if (!self) return;
-    self->_changeLogQueue->requireCurrent();
-    if (!self->_changeLog) self->_changeLog.emplace();
-    self->_changeLog->add(changes);
-  });
-}
-
-std::uint64_t PLFriendsManager::_changeLogCount() const {
-  std::uint64_t count = 0;
-  _changeLogQueue->sync([&] {
-    _changeLogQueue->requireReader();
-    count = _changeLog ? _changeLog->count() : 0;
-  });
-  return count;
-}
-
-bool PLFriendsManager::_changeLogContainsFriendAdditionsOrUpdates() const {
-  bool contains = false;
-  _changeLogQueue->sync([&] {
-    _changeLogQueue->requireReader();
-    contains = _changeLog && _changeLog->containsAdditionsOrUpdates();
-  });
-  return contains;
-}
-
-std::optional<PLChangeLog> PLFriendsManager::_copyAndResetChangeLog() {
-  std::optional<PLChangeLog> drained;
-  _changeLogQueue->sync([&] {
-    _changeLogQueue->requireReader();
-    if (!_changeLog || _changeLog->isEmpty()) return;
-    drained = _changeLog;
-    _changeLogQueue->briefBarrier([weak = weak_from_this()] {
-      const auto self = weak.lock();
-      if (!self) return;
-      self->_changeLogQueue->requireCurrent();
-      self->setChangeLog(std::nullopt);
-    });
-  });
-  return drained;
+void PLFriendsManager::setChangeLog(std::optional<PLChangeLog> log) PELLOR_UNCHECKED {
+  _pendingChanges->queue()->requireCurrent();
+  _pendingChanges->setChangeLog(std::move(log));
 }
 
 void PLFriendsManager::_postChangeNotificationIfNecessary() {
   _process.mainQueue().async([weak = weak_from_this(), didCompleteInitialLoading = _didCompleteInitialLoading] {
     auto self = weak.lock();
     if (!self) return;
-    auto log = self->_copyAndResetChangeLog();
+    auto log = self->_pendingChanges->_copyAndResetChangeLog();
     if (!log) return;
     if (didCompleteInitialLoading) {
       _PLGetLogSystem().log("posting %@ with %u changelog %@", PLFriendsManagerChangedNotification, log->count(),
@@ -1333,7 +1292,7 @@ void PLFriendsManager::unreachableFriendsWereCounted(std::int64_t count) {
 // Strangers are reported too; only a friend's change asks for a save.
 void PLFriendsManager::_personValuesChanged(const Notification& notification) {
   const auto person = notification.objectAs<PLPerson>();
-  _addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonUpdated);
+  _pendingChanges->_addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonUpdated);
   _postChangeNotificationIfNecessary();
   if (isPersonFriend(person)) save();
 }
@@ -1465,12 +1424,12 @@ void PLFriendsManager::_updateFriends(const PLStoredList& stored, const PLMergeR
     const auto ownHandle = shared.databaseUID() ? nullptr : store.openPrivateAddressBook();
     auto result = _takeover._updateFriends(stored, merged, known ? *known : nothing,
                                            ownHandle ? ownHandle.get() : &shared, _maxFriendsPerGroup);
-    _addToChangeLog(std::move(result.changes));
+    _pendingChanges->addChanges(std::move(result.changes));
     _newBase = std::move(result.base);
     save();
   });
   // A refresh that is due already, perhaps for as long as refreshing is disabled, stays due.
-  if (_changeLogContainsFriendAdditionsOrUpdates()) _needsAddressBookRefresh = true;
+  if (_pendingChanges->_changeLogContainsFriendAdditionsOrUpdates()) _needsAddressBookRefresh = true;
 }
 
 void PLFriendsManager::_cleanUpFriendListIfNecessary() {
@@ -1521,7 +1480,7 @@ void PLFriendsManager::_removeFriendsAtIndices(const std::vector<std::uint64_t>&
   for (const std::uint64_t named : indices) {
     const std::uint64_t index = named - vanished;
     const auto person = _friendAtPosition(index);
-    _addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonDeleted);
+    _pendingChanges->_addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonDeleted);
     const std::uint64_t groupIndex = index / _maxFriendsPerGroup;
     if (groupIndex >= _friendGroups.size()) continue;
     const auto group = _friendGroups[groupIndex];

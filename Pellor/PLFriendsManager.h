@@ -48,6 +48,8 @@
 
 namespace pellor {
 
+class PLPendingChanges;
+
 /// One ordered list of friends, laid out in pages of slots, shared by all processes of the user, kept in step with the
 /// contacts and reported on by change logs.
 ///
@@ -129,8 +131,8 @@ class PLFriendsManager : public Object,
   void setSaveOperation(std::shared_ptr<PLDelayedOperation> operation);
   /// The log of changes that nobody was told of yet; absent when there are none. From barriers and reads of the
   /// change-log queue.
-  const std::optional<PLChangeLog>& changeLog() const PELLOR_REQUIRES_READER(*_changeLogQueue) { return _changeLog; }
-  void setChangeLog(std::optional<PLChangeLog> log) PELLOR_REQUIRES(*_changeLogQueue) { _changeLog = std::move(log); }
+  const std::optional<PLChangeLog>& changeLog() const;
+  void setChangeLog(std::optional<PLChangeLog> log);
 
   // --- 2  Group layout and positions ---
 
@@ -359,11 +361,6 @@ class PLFriendsManager : public Object,
   void _createAddressToPersonDictionary();
 
   // 4  Change log and notifications
-  void _addEntryToChangeLogForPersonChangeType(const std::shared_ptr<PLPerson>& person, std::string_view changeType);
-  void _addToChangeLog(PLChangeLog changes);
-  std::uint64_t _changeLogCount() const;
-  std::optional<PLChangeLog> _copyAndResetChangeLog();
-  bool _changeLogContainsFriendAdditionsOrUpdates() const;
   void _postChangeNotificationIfNecessary();
 
   // 5  Reachability
@@ -402,8 +399,8 @@ class PLFriendsManager : public Object,
   Process& _process;
   const std::string _domain;
   const std::shared_ptr<PLListWriter> _writer;
-  const std::shared_ptr<ConcurrentQueue> _changeLogQueue;
-  const std::shared_ptr<PLReachability> _reachability;  // main queue
+  const std::shared_ptr<PLPendingChanges> _pendingChanges;  // any queue
+  const std::shared_ptr<PLReachability> _reachability;      // main queue
 
   // All from here to the next heading belongs to the main queue, as do the operations without an annotation: their
   // public callers tell by `checkMainQueue`.
@@ -454,9 +451,6 @@ class PLFriendsManager : public Object,
   std::optional<std::int32_t> _ownSequenceNumber;  // that is not stored yet
   PLSlotSnapshot _laidOutList;                     // which the groups show, but for what was given to them since
   std::uint64_t _laidOutAssignments = 0;           // of friends to groups, those of the layout included
-
-  // Change-log queue.
-  std::optional<PLChangeLog> _changeLog PELLOR_GUARDED_BY(*_changeLogQueue);
 };
 
 }  // namespace pellor
