@@ -89,40 +89,33 @@ std::shared_ptr<PLFriendsManager> PLFriendsManager::managerForDomain(const std::
   return manager;
 }
 
-namespace {
-
-bool writeSetting(std::string_view key, Value value, const std::string& domain) {
-  PreferencesStore& preferences = preferencesOf(Process::current());
-  preferences.setValue(key, std::move(value), domain);
-  return preferences.synchronize(domain);
-}
-
-}  // namespace
-
 bool PLFriendsManager::setMaxGroupCountDomain(std::uint64_t count, const std::string& domain) {
-  return writeSetting(PLMaxGroupCountKey, count, domain);
+  return plWriteDomainSetting(preferencesOf(Process::current()), PLMaxGroupCountKey, count, domain);
 }
 
 bool PLFriendsManager::setGroupSizeDomain(std::uint64_t size, const std::string& domain) {
-  return writeSetting(PLGroupSizeKey, size, domain);
+  return plWriteDomainSetting(preferencesOf(Process::current()), PLGroupSizeKey, size, domain);
 }
 
 bool PLFriendsManager::setEnableEmptyTrailingGroupDomain(bool enable, const std::string& domain) {
-  return writeSetting(PLEmptyTrailingGroupEnabledKey, enable, domain);
+  return plWriteDomainSetting(preferencesOf(Process::current()), PLEmptyTrailingGroupEnabledKey, enable, domain);
 }
 
 bool PLFriendsManager::setRefreshAgainstContactsOnInitEnabledDomain(bool enable, const std::string& domain) {
-  return writeSetting(PLRefreshAgainstContactsOnInitEnabledKey, enable, domain);
+  return plWriteDomainSetting(preferencesOf(Process::current()), PLRefreshAgainstContactsOnInitEnabledKey, enable,
+                              domain);
 }
 
 bool PLFriendsManager::setFriendsChangedExternallyNotificationNameDomain(const std::string& name,
                                                                          const std::string& domain) {
-  return writeSetting(PLFriendsChangedExternallyNotificationKey, name, domain);
+  return plWriteDomainSetting(preferencesOf(Process::current()), PLFriendsChangedExternallyNotificationKey, name,
+                              domain);
 }
 
 bool PLFriendsManager::setFriendGroupTitleChangedExternallyNotificationNameDomain(const std::string& name,
                                                                                   const std::string& domain) {
-  return writeSetting(PLFriendGroupTitleChangedExternallyNotificationKey, name, domain);
+  return plWriteDomainSetting(preferencesOf(Process::current()), PLFriendGroupTitleChangedExternallyNotificationKey,
+                              name, domain);
 }
 
 std::shared_ptr<PLFriendsManager> PLFriendsManager::initWithDomain(const std::optional<std::string>& domain) {
@@ -155,9 +148,9 @@ PLFriendsManager::~PLFriendsManager() {
   _observations.clear();
   if (_observesBus) {
     SystemNotifyBus& bus = *platformOf(_process).notifyBus;
-    bus.removeObserver(this, _friendsChangedExternallyNotificationName);
-    if (!_hasOneExternalName())
-      bus.removeObserver(&_titlePostCount, _friendGroupTitleChangedExternallyNotificationName);
+    bus.removeObserver(this, _settings.friendsChangedExternallyNotificationName());
+    if (!_settings.haveOneExternalName())
+      bus.removeObserver(&_titlePostCount, _settings.friendGroupTitleChangedExternallyNotificationName());
   }
   _process.removeSettleParticipant(*this);
 }
@@ -194,72 +187,24 @@ void PLFriendsManager::_start() {
       };
     };
     bus.addObserver(this, whenPosted(&PLFriendsManager::_friendsChangedExternally),
-                    _friendsChangedExternallyNotificationName);
+                    _settings.friendsChangedExternallyNotificationName());
     // Under one name a post is of either.
-    if (!_hasOneExternalName()) {
+    if (!_settings.haveOneExternalName()) {
       bus.addObserver(&_titlePostCount, whenPosted(&PLFriendsManager::_groupTitleChangedExternally),
-                      _friendGroupTitleChangedExternallyNotificationName);
+                      _settings.friendGroupTitleChangedExternallyNotificationName());
     }
     _observesBus = true;
   }
   _loadFriendList();
 }
 
-namespace {
-
-// Reads settings and remembers whether each of them could be read.
-class SettingsReader {
- public:
-  SettingsReader(PreferencesStore& preferences, const std::string& domain)
-      : _preferences(preferences), _domain(domain) {}
-
-  std::optional<std::int64_t> integer(std::string_view key) { return noted(_preferences.integerValue(key, _domain)); }
-  bool boolean(std::string_view key, bool absent) {
-    return noted(_preferences.booleanValue(key, _domain)).value_or(absent);
-  }
-  std::string name(std::string_view key, std::string_view absent) {
-    auto value = noted(_preferences.copyValue(key, _domain));
-    const std::string* text = value ? value->string() : nullptr;
-    return text && !text->empty() ? *text : std::string(absent);
-  }
-  bool couldReadAll() const { return _couldReadAll; }
-
- private:
-  template <class T>
-  std::optional<T> noted(const PreferenceAnswer<T>& answer) {
-    _couldReadAll = _couldReadAll && answer.isReadable();
-    return answer.value();
-  }
-
-  PreferencesStore& _preferences;
-  const std::string& _domain;
-  bool _couldReadAll = true;
-};
-
-}  // namespace
-
 bool PLFriendsManager::_readSettings() {
-  SettingsReader settings(preferencesOf(_process), _domain);
-  const auto groupCount = settings.integer(PLMaxGroupCountKey);
-  const auto groupSize = settings.integer(PLGroupSizeKey);
-  _maxFriendGroups = groupCount ? static_cast<std::uint64_t>(*groupCount) : PLDefaultMaxGroupCount;
-  _shouldAddEmptyTrailingGroup = settings.boolean(PLEmptyTrailingGroupEnabledKey, true);
-  _friendsChangedExternallyNotificationName =
-      settings.name(PLFriendsChangedExternallyNotificationKey, PLFriendsChangedExternallyNotification);
-  _friendGroupTitleChangedExternallyNotificationName = settings.name(PLFriendGroupTitleChangedExternallyNotificationKey,
-                                                                     PLFriendGroupTitleChangedExternallyNotification);
-  _shouldDeduplicateFriendList = settings.boolean(PLDeduplicateFriendListEnabledKey, true);
-  // The one boolean that is off when absent: removing friends has to be asked for.
-  _shouldRemoveDestinationlessFriends = settings.boolean(PLRemoveDestinationlessFriendsEnabledKey, false);
-  const bool isRefreshEnabled = settings.boolean(PLRefreshAgainstContactsOnInitEnabledKey, true);
-  if (!settings.couldReadAll()) return false;
+  auto settings = PLDomainSettings::read(preferencesOf(_process), _domain);
+  if (!settings) return false;
+  _settings = *std::move(settings);
   // A caller who has said already whether friends are refreshed is not overruled.
-  if (!std::exchange(_refreshSettingIsReplaced, false)) _refreshAgainstContactsEnabled = isRefreshEnabled;
-  const bool isUsable = groupSize && *groupSize >= 1 && *groupSize <= PLLargestGroupSize;
-  _maxFriendsPerGroup = isUsable ? static_cast<std::uint64_t>(*groupSize) : PLDefaultGroupSize;
-  if (groupSize && !isUsable) {
-    _PLGetLogSystem().log("group size %d is not between 1 and %d, using %lu", *groupSize, PLLargestGroupSize,
-                          PLDefaultGroupSize);
+  if (!std::exchange(_refreshSettingIsReplaced, false)) {
+    _refreshAgainstContactsEnabled = _settings.refreshesAgainstContactsOnInit();
   }
   return true;
 }
@@ -464,7 +409,7 @@ void PLFriendsManager::listWasWritten(const PLAcceptedWrite& write) {
   if (write.hasList) {
     _postExternally(_notificationForExternalListChange());
   } else if (write.hasTitles) {
-    _postExternally(_friendGroupTitleChangedExternallyNotificationName);
+    _postExternally(_settings.friendGroupTitleChangedExternallyNotificationName());
   }
 }
 
@@ -482,10 +427,6 @@ void PLFriendsManager::loadIsDue() {
   if (!_writer->awaitsLoad()) return _loadIfOther();
   _loadAgain();
   _checkInvariants();
-}
-
-bool PLFriendsManager::_hasOneExternalName() const {
-  return _friendsChangedExternallyNotificationName == _friendGroupTitleChangedExternallyNotificationName;
 }
 
 void PLFriendsManager::_incrementExternalChangePostCount() { ++_postCount; }
@@ -508,7 +449,7 @@ void PLFriendsManager::_friendsChangedExternally() {
   }
   _PLGetLogSystem().log("Handling external friends-changed event.");
   _loadAgain();
-  if (_hasOneExternalName()) _groupTitleChangedExternally();
+  if (_settings.haveOneExternalName()) _groupTitleChangedExternally();
   _checkInvariants();
 }
 
@@ -527,7 +468,7 @@ void PLFriendsManager::_loadIfOther() {
 }
 
 void PLFriendsManager::_groupTitleChangedExternally() {
-  if (!_hasOneExternalName() && _titlePostCount > 0) {
+  if (!_settings.haveOneExternalName() && _titlePostCount > 0) {
     --_titlePostCount;
     return _loadIfOther();
   }
@@ -727,8 +668,8 @@ PLOwnPages PLFriendsManager::_ownPages(const PLStoredBase& base) const {
   PLOwnPages pages;
   pages.pagesInBase = _pagesInBase(base);
   pages.groupCount = _friendGroups.size();
-  pages.groupSize = _maxFriendsPerGroup;
-  pages.maxGroupCount = _maxFriendGroups;
+  pages.groupSize = _settings.maxFriendsPerGroup();
+  pages.maxGroupCount = _settings.maxFriendGroups();
   for (std::uint64_t index = 0; index < _friendGroups.size(); ++index) {
     if (_isTitleSetHere(index)) pages.titleEdits.emplace(index, _friendGroups[index]->title().value_or(""));
   }
@@ -771,7 +712,7 @@ PLPageNumbers PLFriendsManager::_pageNumbers() {
 }
 
 std::uint64_t PLFriendsManager::_pageCountOf(const LongArray& list) const {
-  return (list.size() + _maxFriendsPerGroup - 1) / _maxFriendsPerGroup;
+  return (list.size() + _settings.maxFriendsPerGroup() - 1) / _settings.maxFriendsPerGroup();
 }
 
 // The page of the loaded list that a group shows. Groups behind the pages that were merged are pages behind that list.
@@ -852,7 +793,7 @@ void PLFriendsManager::_forgetGroupsFrom(std::uint64_t index) {
 }
 
 void PLFriendsManager::_appendGroup() {
-  auto group = PLFriendGroup::initWithDelegateGroupSize(shared_from_this(), _maxFriendsPerGroup);
+  auto group = PLFriendGroup::initWithDelegateGroupSize(shared_from_this(), _settings.maxFriendsPerGroup());
   _groupIndexes.emplace(group.get(), _friendGroups.size());
   _friendGroups.push_back(std::move(group));
   _pages.push_back({++_lastPageNumber, std::nullopt});
@@ -867,17 +808,18 @@ std::optional<std::uint64_t> PLFriendsManager::_indexOfGroup(const PLFriendGroup
 
 std::vector<Slot> PLFriendsManager::_slotsOfGroup(std::uint64_t index) const {
   std::vector<Slot> group;
-  group.reserve(_maxFriendsPerGroup);
-  const std::uint64_t first = index * _maxFriendsPerGroup;
-  for (std::uint64_t slot = first; slot < first + _maxFriendsPerGroup; ++slot) group.push_back(_friendList.at(slot));
+  group.reserve(_settings.maxFriendsPerGroup());
+  const std::uint64_t first = index * _settings.maxFriendsPerGroup();
+  for (std::uint64_t slot = first; slot < first + _settings.maxFriendsPerGroup(); ++slot)
+    group.push_back(_friendList.at(slot));
   return group;
 }
 
-bool PLFriendsManager::_canAddFriendGroup() const { return _friendGroups.size() < _maxFriendGroups; }
+bool PLFriendsManager::_canAddFriendGroup() const { return _friendGroups.size() < _settings.maxFriendGroups(); }
 
 bool PLFriendsManager::_shouldAddEmptyGroup() const {
   if (_friendGroups.empty()) return true;
-  if (_canAddFriendGroup() && _friendGroups.back()->count() > 0) return _shouldAddEmptyTrailingGroup;
+  if (_canAddFriendGroup() && _friendGroups.back()->count() > 0) return _settings.shouldAddEmptyTrailingGroup();
   return false;
 }
 
@@ -885,7 +827,7 @@ bool PLFriendsManager::_shouldAddEmptyGroup() const {
 void PLFriendsManager::_addEmptyGroup() {
   const std::uint64_t index = _friendGroups.size();
   _appendGroup();
-  while (_friendList.count() < (index + 1) * _maxFriendsPerGroup) _friendList.append(EmptySlot);
+  while (_friendList.count() < (index + 1) * _settings.maxFriendsPerGroup()) _friendList.append(EmptySlot);
   _showSlots(index);
   _postGroupListChangedNotification();
 }
@@ -906,9 +848,9 @@ void PLFriendsManager::_showChangedSlots(std::uint64_t firstNewGroup) {
   std::vector<bool> isDue(_friendGroups.size(), assignments != _laidOutAssignments);
   std::fill(isDue.begin() + static_cast<std::ptrdiff_t>(firstNewGroup), isDue.end(), true);
   slots.forEachDifferingLeaf(_laidOutList, [&](std::uint64_t leaf) {
-    const std::uint64_t last = ((leaf + 1) * PLSlotSnapshot::LeafSize - 1) / _maxFriendsPerGroup;
-    for (auto index = leaf * PLSlotSnapshot::LeafSize / _maxFriendsPerGroup; index <= last && index < isDue.size();
-         ++index) {
+    const std::uint64_t last = ((leaf + 1) * PLSlotSnapshot::LeafSize - 1) / _settings.maxFriendsPerGroup();
+    for (auto index = leaf * PLSlotSnapshot::LeafSize / _settings.maxFriendsPerGroup();
+         index <= last && index < isDue.size(); ++index) {
       isDue[index] = true;
     }
   });
@@ -933,7 +875,8 @@ bool PLFriendsManager::_arePassedOverGroupsFull() const {
 }
 
 void PLFriendsManager::_updateFriendGroups() {
-  const std::uint64_t wanted = std::min(_friendList.count() / _maxFriendsPerGroup, _maxFriendGroups);
+  const std::uint64_t wanted =
+      std::min(_friendList.count() / _settings.maxFriendsPerGroup(), _settings.maxFriendGroups());
   const bool removesGroups = _friendGroups.size() > wanted;
   _forgetGroupsFrom(wanted);
   const std::uint64_t firstNewGroup = _friendGroups.size();
@@ -960,7 +903,7 @@ void PLFriendsManager::_removeGroupAtIndex(std::uint64_t index) {
     _groupIndexes[_friendGroups[later].get()] = later;
   }
   _firstGroupThatMayHaveRoom = std::min(_firstGroupThatMayHaveRoom, index);
-  _friendList.remove(index * _maxFriendsPerGroup, _maxFriendsPerGroup);
+  _friendList.remove(index * _settings.maxFriendsPerGroup(), _settings.maxFriendsPerGroup());
   _postGroupListChangedNotification();
 }
 
@@ -992,8 +935,8 @@ void PLFriendsManager::syncFriendGroup(const std::shared_ptr<PLFriendGroup>& gro
   if (!groupIndex) return;
   const std::vector<Slot> friends = group->friends();
   bool differs = false;
-  for (std::uint64_t position = 0; position < std::min(_maxFriendsPerGroup, friends.size()); ++position) {
-    const std::uint64_t index = *groupIndex * _maxFriendsPerGroup + position;
+  for (std::uint64_t position = 0; position < std::min(_settings.maxFriendsPerGroup(), friends.size()); ++position) {
+    const std::uint64_t index = *groupIndex * _settings.maxFriendsPerGroup() + position;
     if (_friendList.at(index) == friends[position]) continue;
     _friendList.set(index, friends[position]);
     differs = true;
@@ -1034,14 +977,14 @@ void PLFriendsManager::friendGroupDidRemoveFriendAtPosition(const std::shared_pt
   if (index >= _friendList.count()) return;
   const auto heldGroup = group;
   const auto heldPerson = person;
-  const std::uint64_t groupIndex = index / _maxFriendsPerGroup;
+  const std::uint64_t groupIndex = index / _settings.maxFriendsPerGroup();
   _friendList.set(index, EmptySlot);
   _firstGroupThatMayHaveRoom = std::min(_firstGroupThatMayHaveRoom, groupIndex);
   if (heldPerson) {
     _pendingChanges->_addEntryToChangeLogForPersonChangeType(heldPerson, PLFriendsManagerPersonDeleted);
     _removePersonFromIdentifiersToPersonMap(*heldPerson);
     // A single group stays, empty: it is the only place for friends.
-    if (heldGroup->count() == 0 && _maxFriendGroups >= 2) _removeGroupAtIndex(groupIndex);
+    if (heldGroup->count() == 0 && _settings.maxFriendGroups() >= 2) _removeGroupAtIndex(groupIndex);
   }
   _markLayoutChanged();
   if (heldPerson) _postChangeNotificationIfNecessary();
@@ -1055,8 +998,8 @@ void PLFriendsManager::friendGroupDidMoveFriends(const std::shared_ptr<PLFriendG
   const auto groupIndex = _indexOfGroup(*group);
   if (!groupIndex) return;
   const std::vector<Slot> content = group->friends();
-  for (std::uint64_t position = 0; position < std::min(_maxFriendsPerGroup, content.size()); ++position) {
-    _friendList.set(*groupIndex * _maxFriendsPerGroup + position, content[position]);
+  for (std::uint64_t position = 0; position < std::min(_settings.maxFriendsPerGroup(), content.size()); ++position) {
+    _friendList.set(*groupIndex * _settings.maxFriendsPerGroup() + position, content[position]);
   }
   _firstGroupThatMayHaveRoom = std::min(_firstGroupThatMayHaveRoom, *groupIndex);
   _markLayoutChanged();
@@ -1100,21 +1043,22 @@ bool PLFriendsManager::isPersonFriend(const std::shared_ptr<PLPerson>& person) c
 std::uint64_t PLFriendsManager::positionOfFriendInGroup(const std::shared_ptr<PLPerson>& person) const {
   checkMainQueue(_process, "positionOfFriendInGroup");
   const auto index = person ? _friendList.indexOf(person.get()) : std::nullopt;
-  return index ? *index % _maxFriendsPerGroup : static_cast<std::uint64_t>(NotFound);
+  return index ? *index % _settings.maxFriendsPerGroup() : static_cast<std::uint64_t>(NotFound);
 }
 
 std::uint64_t PLFriendsManager::groupIndexContainingFriend(const std::shared_ptr<PLPerson>& person) const {
   checkMainQueue(_process, "groupIndexContainingFriend");
   const auto index = person ? _friendList.indexOf(person.get()) : std::nullopt;
   if (!index) return 1;
-  return static_cast<std::uint64_t>(std::floor(static_cast<float>(*index) / static_cast<float>(_maxFriendsPerGroup)));
+  return static_cast<std::uint64_t>(
+      std::floor(static_cast<float>(*index) / static_cast<float>(_settings.maxFriendsPerGroup())));
 }
 
 // Of a group that this manager does not hold the index lies beyond every list.
 std::uint64_t PLFriendsManager::_indexForPositionInGroup(std::uint64_t position, const PLFriendGroup& group) const {
   const auto groupIndex = _indexOfGroup(group);
-  if (!groupIndex || position >= _maxFriendsPerGroup) return std::numeric_limits<std::uint64_t>::max();
-  return slotIndex(*groupIndex, _maxFriendsPerGroup, position);
+  if (!groupIndex || position >= _settings.maxFriendsPerGroup()) return std::numeric_limits<std::uint64_t>::max();
+  return slotIndex(*groupIndex, _settings.maxFriendsPerGroup(), position);
 }
 
 std::shared_ptr<PLPerson> PLFriendsManager::_friendAtPosition(std::uint64_t index) const {
@@ -1122,7 +1066,7 @@ std::shared_ptr<PLPerson> PLFriendsManager::_friendAtPosition(std::uint64_t inde
 }
 
 std::uint64_t PLFriendsManager::_slotCapacity() const {
-  return saturatingProduct(_maxFriendGroups, _maxFriendsPerGroup);
+  return saturatingProduct(_settings.maxFriendGroups(), _settings.maxFriendsPerGroup());
 }
 
 std::uint64_t PLFriendsManager::_firstEmptyPosition() const {
@@ -1423,7 +1367,7 @@ void PLFriendsManager::_updateFriends(const PLStoredList& stored, const PLMergeR
     // A shared handle without a database cannot name the records that stored friends belong to.
     const auto ownHandle = shared.databaseUID() ? nullptr : store.openPrivateAddressBook();
     auto result = _takeover._updateFriends(stored, merged, known ? *known : nothing,
-                                           ownHandle ? ownHandle.get() : &shared, _maxFriendsPerGroup);
+                                           ownHandle ? ownHandle.get() : &shared, _settings.maxFriendsPerGroup());
     _pendingChanges->addChanges(std::move(result.changes));
     _newBase = std::move(result.base);
     save();
@@ -1441,7 +1385,7 @@ void PLFriendsManager::_cleanUpFriendListIfNecessary() {
 void PLFriendsManager::_deduplicateFriendListIfNecessary() {
   const bool mayHaveRepeated =
       _friendList.people().sharedGUIDCount() != 0 || _friendList.people().places().repeatedPersonCount() != 0;
-  if (!_shouldDeduplicateFriendList || !(mayHaveRepeated || areSkipsChecked())) return;
+  if (!_settings.shouldDeduplicateFriendList() || !(mayHaveRepeated || areSkipsChecked())) return;
   std::set<std::string> seen;
   std::vector<std::uint64_t> repeated;
   for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
@@ -1460,7 +1404,7 @@ void PLFriendsManager::_deduplicateFriendListIfNecessary() {
 
 void PLFriendsManager::_removeDestinationlessFriendsIfNecessary() {
   const bool mayHaveUnreachable = _friendList.people().destinationlessPersonCount() != 0;
-  if (!_shouldRemoveDestinationlessFriends || !(mayHaveUnreachable || areSkipsChecked())) return;
+  if (!_settings.shouldRemoveDestinationlessFriends() || !(mayHaveUnreachable || areSkipsChecked())) return;
   std::vector<std::uint64_t> unreachable;
   for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
     const auto person = _friendAtPosition(index);
@@ -1481,12 +1425,12 @@ void PLFriendsManager::_removeFriendsAtIndices(const std::vector<std::uint64_t>&
     const std::uint64_t index = named - vanished;
     const auto person = _friendAtPosition(index);
     _pendingChanges->_addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonDeleted);
-    const std::uint64_t groupIndex = index / _maxFriendsPerGroup;
+    const std::uint64_t groupIndex = index / _settings.maxFriendsPerGroup();
     if (groupIndex >= _friendGroups.size()) continue;
     const auto group = _friendGroups[groupIndex];
     _takeover.noteAutomaticRemoval(person);
-    group->removeFriendAtPosition(index % _maxFriendsPerGroup);
-    if (!_indexOfGroup(*group)) vanished += _maxFriendsPerGroup;
+    group->removeFriendAtPosition(index % _settings.maxFriendsPerGroup());
+    if (!_indexOfGroup(*group)) vanished += _settings.maxFriendsPerGroup();
   }
 }
 
@@ -1512,7 +1456,7 @@ std::optional<std::string> PLFriendsManager::_indexViolation() const {
       return "every group reporting to its manager";
     }
   }
-  if (_friendList.count() < saturatingProduct(_friendGroups.size(), _maxFriendsPerGroup))
+  if (_friendList.count() < saturatingProduct(_friendGroups.size(), _settings.maxFriendsPerGroup()))
     return "slots for every group";
   std::uint64_t occupied = 0;
   for (std::uint64_t index = 0; index < _friendList.count(); ++index) {

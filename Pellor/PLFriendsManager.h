@@ -28,6 +28,7 @@
 #include "Pellor/PLChangeLog.h"
 #include "Pellor/PLDelayedOperation.h"
 #include "Pellor/PLDestination.h"
+#include "Pellor/PLDomainSettings.h"
 #include "Pellor/PLFavorites.h"
 #include "Pellor/PLFriendGroup.h"
 #include "Pellor/PLFriendsManagerKeys.h"
@@ -96,8 +97,8 @@ class PLFriendsManager : public Object,
   /// Whether the store has answered, so that there is a list.
   bool isLoaded() const { return _didCompleteInitialLoading; }
   /// How many slots each group has, and how many groups there may be.
-  std::uint64_t groupSize() const { return _maxFriendsPerGroup; }
-  std::uint64_t maxGroupCount() const { return _maxFriendGroups; }
+  std::uint64_t groupSize() const { return _settings.maxFriendsPerGroup(); }
+  std::uint64_t maxGroupCount() const { return _settings.maxFriendGroups(); }
 
   /// The groups in order: the live array, which changes with the next edit.
   const std::vector<std::shared_ptr<PLFriendGroup>>& friendGroups() const { return _friendGroups; }
@@ -295,10 +296,11 @@ class PLFriendsManager : public Object,
   void loadIsDue() override;
   void _incrementExternalChangePostCount();
   void _postExternally(const std::string& name);
-  const std::string& _notificationForExternalListChange() const { return _friendsChangedExternallyNotificationName; }
+  const std::string& _notificationForExternalListChange() const {
+    return _settings.friendsChangedExternallyNotificationName();
+  }
   void _friendsChangedExternally();
   void _loadIfOther();
-  bool _hasOneExternalName() const;
   void _awaitEchoes();
   void _loadGroupTitles();
   void _groupTitleChangedExternally();
@@ -404,13 +406,7 @@ class PLFriendsManager : public Object,
 
   // All from here to the next heading belongs to the main queue, as do the operations without an annotation: their
   // public callers tell by `checkMainQueue`.
-  std::uint64_t _maxFriendGroups = 20;
-  std::uint64_t _maxFriendsPerGroup = 12;
-  bool _shouldAddEmptyTrailingGroup = true;
-  std::string _friendsChangedExternallyNotificationName;
-  std::string _friendGroupTitleChangedExternallyNotificationName;
-  bool _shouldDeduplicateFriendList = true;
-  bool _shouldRemoveDestinationlessFriends = false;
+  PLDomainSettings _settings;
   bool _refreshAgainstContactsEnabled = true;
   bool _refreshSettingIsReplaced = false;  // by a caller, before the store had answered
   PLSlotList _friendList;

@@ -27,7 +27,7 @@ void PLFriendsManager::_addCuratedFriends(const std::optional<std::vector<std::s
       _friendList.append((*friends)[index]);
     }
   }
-  while (_friendList.count() % _maxFriendsPerGroup != 0) _friendList.append(EmptySlot);
+  while (_friendList.count() % _settings.maxFriendsPerGroup() != 0) _friendList.append(EmptySlot);
   _updateFriendGroups();
   _titleCuratedGroups();
   saveFriendGroupTitles();
@@ -64,7 +64,7 @@ PLFavoritesImport PLFriendsManager::importFavorites() {
       continue;
     }
     import.added.push_back(person);
-    groups.push_back(_friendGroups[*_friendList.indexOf(person.get()) / _maxFriendsPerGroup]);
+    groups.push_back(_friendGroups[*_friendList.indexOf(person.get()) / _settings.maxFriendsPerGroup()]);
   }
   _titleAsCurated(groups);
   if (!import.added.empty()) saveFriendGroupTitles();

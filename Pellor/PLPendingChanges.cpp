@@ -9,7 +9,7 @@ namespace pellor {
 std::shared_ptr<PLPendingChanges> PLPendingChanges::make() { return std::make_shared<PLPendingChanges>(Passkey{}); }
 
 PLPendingChanges::PLPendingChanges(Passkey)
-    : _queue(ConcurrentQueue::make(std::string(PLVendorPrefix) + ".Pellor.PLFriendsManager.ChangeLog")) {}
+    : _changeLogQueue(ConcurrentQueue::make(std::string(PLVendorPrefix) + ".Pellor.PLFriendsManager.ChangeLog")) {}
 
 void PLPendingChanges::_addEntryToChangeLogForPersonChangeType(const std::shared_ptr<PLPerson>& person,
                                                                std::string_view changeType) {
@@ -21,10 +21,10 @@ void PLPendingChanges::_addEntryToChangeLogForPersonChangeType(const std::shared
 
 void PLPendingChanges::addChanges(PLChangeLog changes) {
   if (changes.isEmpty()) return;
-  _queue->briefBarrier([weak = weak_from_this(), changes = std::move(changes)] {
+  _changeLogQueue->briefBarrier([weak = weak_from_this(), changes = std::move(changes)] {
     const auto self = weak.lock();
     if (!self) return;
-    self->_queue->requireCurrent();
+    self->_changeLogQueue->requireCurrent();
     if (!self->_changeLog) self->_changeLog.emplace();
     self->_changeLog->add(changes);
   });
@@ -32,8 +32,8 @@ void PLPendingChanges::addChanges(PLChangeLog changes) {
 
 std::uint64_t PLPendingChanges::_changeLogCount() const {
   std::uint64_t count = 0;
-  _queue->sync([&] {
-    _queue->requireReader();
+  _changeLogQueue->sync([&] {
+    _changeLogQueue->requireReader();
     count = _changeLog ? _changeLog->count() : 0;
   });
   return count;
@@ -41,8 +41,8 @@ std::uint64_t PLPendingChanges::_changeLogCount() const {
 
 bool PLPendingChanges::_changeLogContainsFriendAdditionsOrUpdates() const {
   bool contains = false;
-  _queue->sync([&] {
-    _queue->requireReader();
+  _changeLogQueue->sync([&] {
+    _changeLogQueue->requireReader();
     contains = _changeLog && _changeLog->containsAdditionsOrUpdates();
   });
   return contains;
@@ -50,14 +50,14 @@ bool PLPendingChanges::_changeLogContainsFriendAdditionsOrUpdates() const {
 
 std::optional<PLChangeLog> PLPendingChanges::_copyAndResetChangeLog() {
   std::optional<PLChangeLog> taken;
-  _queue->sync([&] {
-    _queue->requireReader();
+  _changeLogQueue->sync([&] {
+    _changeLogQueue->requireReader();
     if (!_changeLog || _changeLog->isEmpty()) return;
     taken = _changeLog;
-    _queue->briefBarrier([weak = weak_from_this()] {
+    _changeLogQueue->briefBarrier([weak = weak_from_this()] {
       const auto self = weak.lock();
       if (!self) return;
-      self->_queue->requireCurrent();
+      self->_changeLogQueue->requireCurrent();
       self->setChangeLog(std::nullopt);
     });
   });

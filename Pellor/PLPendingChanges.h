@@ -33,13 +33,13 @@ class PLPendingChanges : public std::enable_shared_from_this<PLPendingChanges> {
   std::optional<PLChangeLog> _copyAndResetChangeLog();
 
   /// The log itself; absent when there are no changes. From barriers and reads of its queue.
-  const std::optional<PLChangeLog>& changeLog() const PELLOR_REQUIRES_READER(*_queue) { return _changeLog; }
-  void setChangeLog(std::optional<PLChangeLog> log) PELLOR_REQUIRES(*_queue) { _changeLog = std::move(log); }
-  const std::shared_ptr<ConcurrentQueue>& queue() const { return _queue; }
+  const std::optional<PLChangeLog>& changeLog() const PELLOR_REQUIRES_READER(*_changeLogQueue) { return _changeLog; }
+  void setChangeLog(std::optional<PLChangeLog> log) PELLOR_REQUIRES(*_changeLogQueue) { _changeLog = std::move(log); }
+  const std::shared_ptr<ConcurrentQueue>& queue() const { return _changeLogQueue; }
 
  private:
-  const std::shared_ptr<ConcurrentQueue> _queue;
-  std::optional<PLChangeLog> _changeLog PELLOR_GUARDED_BY(*_queue);
+  const std::shared_ptr<ConcurrentQueue> _changeLogQueue;
+  std::optional<PLChangeLog> _changeLog PELLOR_GUARDED_BY(*_changeLogQueue);
 };
 
 }  // namespace pellor
