@@ -1,4 +1,5 @@
 // Edits of several processes at the same moment: what each sees, and what is stored.
+#include <functional>
 #include <utility>
 
 #include "tests/pellor/ManagerWorld.h"
@@ -78,6 +79,31 @@ TEST_F(ManagerOvertakenTest, ARemovedPageTakesItsTitleAlongInEveryProcess) {
   rest();
   EXPECT_EQ(a->titles(), "Chess|Choir");
   EXPECT_EQ(launch()->titles(), "Chess|Choir");
+}
+
+// As other programs may store it: the slots that it lacks are empty ones, also where this process has its edit.
+TEST_F(ManagerOvertakenTest, AStoredListWhoseLastPageIsShortIsMergedAsIfItWereWhole) {
+  struct Case {
+    const char* what;
+    std::function<void(ManagerProcess&)> edit;
+    const char* merged;
+  };
+  const Case cases[] = {
+      {"an edit of another page", [](ManagerProcess& process) { process.remove(0, 1); }, "Ann,-,-|Cy,Dan,-"},
+      {"into a slot that it has", [](ManagerProcess& process) { process.set(process.person("Eve"), 1, 1); },
+       "Ann,Bob,-|Cy,Dan,eve@example.org"},
+      {"into a slot that it lacks", [](ManagerProcess& process) { process.set(process.person("Eve"), 1, 2); },
+       "Ann,Bob,-|Cy,Dan,eve@example.org"},
+      {"out of that page", [](ManagerProcess& process) { process.remove(1, 0); }, "Ann,Bob,-|-,Dan,-"},
+  };
+  for (const Case& each : cases) {
+    SCOPED_TRACE(each.what);
+    launchBoth("Ann,Bob,-|Cy,-,-");
+    store("Ann,Bob,-|Cy,Dan");
+    each.edit(*a);
+    EXPECT_TRUE(settle(*a));
+    EXPECT_EQ(agreed(), std::string(each.merged) + "|-,-,-");
+  }
 }
 
 // Who removes a page moves the titles behind it, also those that it has not heard of.

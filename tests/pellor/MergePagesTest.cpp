@@ -106,6 +106,18 @@ Worth bestOfAll(const Pages& base, const Pages& theirs, Matching& matching, std:
   return best;
 }
 
+Matching matched(const Pages& base, const Pages& theirs, std::size_t groupSize) {
+  const LongArray baseList = listOf(base), theirList = listOf(theirs);
+  const PLMergeSlots baseSlots(baseList, groupSize), theirSlots(theirList, groupSize);
+  const auto itself = [](std::uint64_t slot) { return std::optional(slot); };
+  const PLFriendPairs friends(
+      baseSlots, theirSlots, [](const Dictionary& form) { return form; }, itself);
+  const PLPageMatch match(baseSlots, titlesOf(base), theirSlots, titlesOf(theirs), friends);
+  Matching matching;
+  for (std::uint64_t page = 0; page < base.size(); ++page) matching.push_back(match.theirs(page));
+  return matching;
+}
+
 class MergePagesTest : public SeededTest {
  protected:
   std::size_t below(std::size_t count) { return _random() % count; }
@@ -146,18 +158,6 @@ class MergePagesTest : public SeededTest {
     return pages;
   }
 
-  Matching matched(const Pages& base, const Pages& theirs) const {
-    const LongArray baseList = listOf(base), theirList = listOf(theirs);
-    const PLMergeSlots baseSlots(baseList, groupSize), theirSlots(theirList, groupSize);
-    const auto itself = [](std::uint64_t slot) { return std::optional(slot); };
-    const PLFriendPairs friends(
-        baseSlots, theirSlots, [](const Dictionary& form) { return form; }, itself);
-    const PLPageMatch match(baseSlots, titlesOf(base), theirSlots, titlesOf(theirs), friends);
-    Matching matching;
-    for (std::uint64_t page = 0; page < base.size(); ++page) matching.push_back(match.theirs(page));
-    return matching;
-  }
-
   void begin(std::uint64_t seed) {
     _random.seed(seed);
     _lastFriend = 0;
@@ -188,8 +188,29 @@ TEST_P(MergePagesTest, NoOtherMatchingIsWorthMore) {
     const Pages theirs = edited(base);
     Matching tried(base.size());
     const Worth best = bestOfAll(base, theirs, tried, 0, 0);
-    EXPECT_EQ(worthOf(base, theirs, matched(base, theirs)), best) << describe(base) << "\n" << describe(theirs);
+    EXPECT_EQ(worthOf(base, theirs, matched(base, theirs, groupSize)), best) << describe(base) << "\n"
+                                                                             << describe(theirs);
   });
+}
+
+// More of them than can be looked at one by one.
+TEST(MergeLongPagesTest, ARemovedPageIsFoundThoughFriendsWentOverManyDistances) {
+  constexpr std::uint64_t pageCount = 300, removed = 10, wanderers = 100;
+  Pages base;
+  for (std::uint64_t page = 0; page < pageCount; ++page) {
+    const int first = static_cast<int>(page) * 3;
+    base.push_back({{first + 1, first + 2, first + 3, 0}, ""});
+  }
+  Pages theirs = base;
+  for (std::uint64_t page = 0; page < wanderers; ++page) {
+    std::swap(theirs[20 + page].friends[2], theirs[22 + 2 * page].friends[3]);
+  }
+  theirs.erase(theirs.begin() + removed);
+  const Matching matching = matched(base, theirs, 4);
+  for (std::uint64_t page = 0; page < pageCount; ++page) {
+    const auto expected = page == removed ? std::nullopt : std::optional(page < removed ? page : page - 1);
+    EXPECT_EQ(matching[page], expected) << page;
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, MergePagesTest, ::testing::Range(std::uint64_t{0}, SeededTest::partCount));
