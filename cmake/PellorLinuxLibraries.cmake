@@ -6,8 +6,6 @@ pkg_check_modules(PELLOR_ICU REQUIRED IMPORTED_TARGET icu-i18n icu-uc)
 pkg_check_modules(PELLOR_NETTLE REQUIRED IMPORTED_TARGET nettle)
 pkg_check_modules(PELLOR_PROMETHEUS REQUIRED IMPORTED_TARGET prometheus-cpp-core)
 
-find_package(spdlog REQUIRED)
-
 # libphonenumber comes without a pkg-config file. Its numbers are protocol buffers, whose code its headers hold in part.
 pkg_check_modules(PELLOR_PROTOBUF REQUIRED IMPORTED_TARGET protobuf)
 if(NOT TARGET Pellor::phonenumber)

@@ -1,18 +1,47 @@
 #include "linux/StandardErrorLog.h"
 
-#include <spdlog/logger.h>
-#include <spdlog/sinks/stdout_sinks.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <string>
+#include <string_view>
 
 #include "linux/TerminalText.h"
+#include "runtime/ThreadSafety.h"
 
 namespace pellor {
 namespace {
 
-std::unique_ptr<spdlog::logger> makeLogger() {
-  auto logger = std::make_unique<spdlog::logger>("pellor", std::make_shared<spdlog::sinks::stderr_sink_mt>());
-  logger->set_pattern("%Y-%m-%d %H:%M:%S.%e [%l] %v");
-  logger->flush_on(spdlog::level::trace);
-  return logger;
+// Of all logs of the program: a pipe takes a long line in several pieces.
+constinit Mutex lineMutex;
+
+// "2001-02-03 04:05:06.789" in local time.
+std::string localTime() {
+  using namespace std::chrono;
+  const auto now = time_point_cast<milliseconds>(system_clock::now());
+  const auto second = floor<seconds>(now);
+  const std::time_t time = system_clock::to_time_t(second);
+  std::tm parts{};
+  ::localtime_r(&time, &parts);
+  char text[64];
+  std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
+  length += static_cast<std::size_t>(
+      std::snprintf(text + length, sizeof text - length, ".%03d", static_cast<int>((now - second).count())));
+  return {text, length};
+}
+
+// A standard error that is closed or full must not hold the program up: the rest of the line is lost.
+void writeLine(std::string_view line) {
+  const MutexLock lock(lineMutex);
+  while (!line.empty()) {
+    const ssize_t written = ::write(STDERR_FILENO, line.data(), line.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return;
+    line.remove_prefix(static_cast<std::size_t>(written));
+  }
 }
 
 // With "?" for control characters, and isolates around what is private: names, numbers and addresses.
@@ -27,22 +56,16 @@ LogEntry visible(LogEntry entry) {
 }  // namespace
 
 StandardErrorLog::StandardErrorLog(Verbosity verbosity, LogEntry::Private privacy)
-    : _logger(makeLogger()), _privacy(privacy) {
-  setVerbosity(verbosity);
-}
+    : _verbosity(verbosity), _privacy(privacy) {}
 
-StandardErrorLog::~StandardErrorLog() = default;
+void StandardErrorLog::setVerbosity(Verbosity verbosity) { _verbosity = verbosity; }
 
-void StandardErrorLog::setVerbosity(Verbosity verbosity) {
-  _logger->set_level(verbosity == Verbosity::verbose ? spdlog::level::info : spdlog::level::off);
-}
-
-bool StandardErrorLog::isHeard() const { return _logger->should_log(spdlog::level::info); }
+bool StandardErrorLog::isHeard() const { return _verbosity == Verbosity::verbose; }
 
 void StandardErrorLog::write(const LogEntry& entry) {
   if (!isHeard()) return;
   const std::string line = entry.subsystem + ":" + entry.category + " " + visible(entry).text(_privacy);
-  _logger->log(spdlog::level::info, terminalText(line));
+  writeLine(localTime() + " [info] " + terminalText(line) + "\n");
 }
 
 }  // namespace pellor

@@ -1,26 +1,22 @@
-// The log on standard error, by spdlog.
+// The log on standard error.
 #pragma once
 
-#include <memory>
+#include <atomic>
 
 #include "runtime/Log.h"
-
-namespace spdlog {
-class logger;
-}
 
 namespace pellor {
 
 /// One line an entry: local time, level, subsystem and category, then the entry's text. Control characters are written
 /// as "?" and the rest as `terminalText` has it, since names come from other people's cards and the log goes to a
-/// terminal. Any thread.
+/// terminal. Lines are whole, also between several of these logs; what standard error does not take is lost. Any
+/// thread; waits for a reader that is slow.
 class StandardErrorLog final : public LogSink {
  public:
   enum class Verbosity { silent, verbose };
 
   /// Private arguments read "<private>" unless `privacy` says that they are shown.
   explicit StandardErrorLog(Verbosity verbosity, LogEntry::Private privacy = LogEntry::Private::hidden);
-  ~StandardErrorLog() override;
 
   /// Any thread; entries that are being written at that moment go either way.
   void setVerbosity(Verbosity verbosity);
@@ -28,7 +24,7 @@ class StandardErrorLog final : public LogSink {
   bool isHeard() const override;
 
  private:
-  const std::unique_ptr<spdlog::logger> _logger;
+  std::atomic<Verbosity> _verbosity;  ///< written by `setVerbosity`, on any thread
   const LogEntry::Private _privacy;
 };
 

@@ -1,14 +1,20 @@
 // The adapters with little behaviour: digest, strings, counters, log, folders.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "linux/GettextStrings.h"
 #include "linux/NettleDigest.h"
+#include "linux/PrivateFiles.h"
 #include "linux/PrometheusCounters.h"
 #include "linux/StandardErrorLog.h"
 #include "linux/UnpairedDevice.h"
@@ -139,6 +145,79 @@ TEST(StandardErrorLogTest, LinesGoToStandardErrorWhenAskedFor) {
 
   StandardErrorLog open(StandardErrorLog::Verbosity::verbose, LogEntry::Private::shown);
   EXPECT_NE(shown(open).find("\"renamed [Ada?[2J?Lovelace] in 3\"\n"), std::string::npos);
+}
+
+/// While it lives, standard error is that file.
+class StandardErrorTo {
+ public:
+  explicit StandardErrorTo(int file) { ::dup2(file, STDERR_FILENO); }
+  ~StandardErrorTo() { ::dup2(_previous.get(), STDERR_FILENO); }
+  StandardErrorTo(const StandardErrorTo&) = delete;
+  StandardErrorTo& operator=(const StandardErrorTo&) = delete;
+
+ private:
+  const FileDescriptor _previous{::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)};
+};
+
+LogEntry entryOf(const std::string& text) { return {"tests", "log", "operation", 1, {{text}}}; }
+
+TEST(StandardErrorLogTest, LinesOfSeveralThreadsAndLogsStayWholeInASlowPipe) {
+  constexpr int threads = 4, linesEach = 25;
+  constexpr std::size_t length = 20'000;  // more than a pipe takes at once
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  FileDescriptor input(ends[0]), output(ends[1]);
+  std::optional<StandardErrorTo> redirected(std::in_place, output.get());
+  output.close();
+  StandardErrorLog logs[] = {StandardErrorLog(StandardErrorLog::Verbosity::verbose),
+                             StandardErrorLog(StandardErrorLog::Verbosity::verbose)};
+  std::vector<std::thread> writers;
+  for (int number = 0; number < threads; ++number) {
+    writers.emplace_back([&, number] {
+      const LogEntry entry = entryOf(std::string(length, static_cast<char>('a' + number)));
+      for (int line = 0; line < linesEach; ++line) logs[number % 2].write(entry);
+    });
+  }
+  std::thread ending([&] {
+    for (std::thread& writer : writers) writer.join();
+    redirected.reset();
+  });
+  std::string content;
+  char piece[4096];
+  for (ssize_t count = 1; count > 0;) {
+    count = ::read(input.get(), piece, sizeof piece);
+    if (count > 0) content.append(piece, static_cast<std::size_t>(count));
+  }
+  ending.join();
+  int whole = 0;
+  std::istringstream lines(content);
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t text = line.find('"');
+    whole += line.size() > length && text != std::string::npos && line.ends_with('"') &&
+             line.substr(text + 1, length) == std::string(length, line[text + 1]) && line.size() == text + length + 2;
+  }
+  EXPECT_EQ(whole, threads * linesEach);
+}
+
+TEST(StandardErrorLogTest, AStandardErrorThatTakesNothingHoldsNobodyUp) {
+  StandardErrorLog log(StandardErrorLog::Verbosity::verbose);
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+  const FileDescriptor unread(ends[0]), stuffed(ends[1]);
+  const FileDescriptor full(::open("/dev/full", O_WRONLY | O_CLOEXEC));
+  ASSERT_TRUE(full);
+  for (const int file : {full.get(), stuffed.get()}) {
+    const StandardErrorTo redirected(file);
+    for (int line = 0; line < 10; ++line) log.write(entryOf(std::string(100'000, 'x')));
+  }
+  {
+    const StandardErrorTo closed(full.get());
+    ::close(STDERR_FILENO);
+    log.write(entryOf("nobody hears this"));
+  }
+  testing::internal::CaptureStderr();
+  log.write(entryOf("heard again"));
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("\"heard again\"\n"), std::string::npos);
 }
 
 // Folders
