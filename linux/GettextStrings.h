@@ -10,15 +10,30 @@
 #include <string_view>
 #include <vector>
 
+#include "linux/PluralForms.h"
 #include "linux/UserFolders.h"
 #include "platform/LocalizedStrings.h"
 #include "runtime/ThreadSafety.h"
 
 namespace pellor {
 
-/// The messages of one compiled catalog (.mo), in UTF-8: key to text. Absent when the file is missing or damaged. The
-/// system's own reader shows a language only where a system locale of it was generated; this one needs the file alone.
-std::optional<std::map<std::string, std::string, std::less<>>> readMessageCatalog(const std::filesystem::path& file);
+/// The messages of one language.
+struct MessageCatalog {
+  /// Key to text, in UTF-8. The forms of a text that depends on a count are separated by zero characters.
+  std::map<std::string, std::string, std::less<>> messages;
+  PluralForms pluralForms;
+
+  /// The first form of the text under `key`. Absent when there is none.
+  std::optional<std::string> text(std::string_view key) const;
+  /// The form of the text under `key` for that count; the first where the text lacks that form. Absent when there is
+  /// none.
+  std::optional<std::string> textForCount(std::string_view key, std::uint64_t count) const;
+};
+
+/// Reads one compiled catalog (.mo). Absent when the file is missing or damaged, and when it has texts that depend on a
+/// count and its header says in no readable way how. The system's own reader shows a language only where a system
+/// locale of it was generated; this one needs the file alone.
+std::optional<MessageCatalog> readMessageCatalog(const std::filesystem::path& file);
 
 /// The one bundle org.tapnote.Pellor, read when it is first asked for. Without a catalog of the user's language its
 /// texts are English.

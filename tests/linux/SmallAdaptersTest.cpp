@@ -79,7 +79,7 @@ TEST(GettextStringsTest, DamagedCatalogsAreNoCatalogs) {
   for (std::size_t length = 0; length < content.size(); length += 3) {
     writeFile(folder / "cut", content.substr(0, length));
     const auto read = readMessageCatalog(folder / "cut");
-    EXPECT_TRUE(!read || read == whole) << length;
+    EXPECT_TRUE(!read || read->messages == whole->messages) << length;
   }
   // Nor do counts and offsets that lead anywhere lead outside.
   for (std::size_t length = 0; length < 64; ++length) {
