@@ -22,6 +22,11 @@ std::string utcTime() {
   return text;
 }
 
+// The first, second and further names for what is put aside in one second.
+std::string numbered(const std::string& name, int number) {
+  return number == 1 ? name : name + "-" + std::to_string(number);
+}
+
 bool holdsExactly(const fs::path& file, const Data& bytes) {
   const auto content = readRegularFile(file, bytes.size()).text;
   return content && std::ranges::equal(bytes, *content, {}, {}, [](char read) { return std::uint8_t(read); });
@@ -42,26 +47,27 @@ bool keepAside(const fs::path& folder, std::string_view key, std::string_view do
   const std::string name = prefix + utcTime();
   constexpr int attempts = 1000;
   for (int attempt = 1; attempt <= attempts; ++attempt) {
-    const std::string suffix = attempt == 1 ? "" : "-" + std::to_string(attempt);
-    const FileCreation creation = createPrivateFile(folder / (name + suffix + ".cbor"), bytes);
+    const FileCreation creation = createPrivateFile(folder / (numbered(name, attempt) + ".cbor"), bytes);
     if (creation != FileCreation::exists) return creation == FileCreation::created;
   }
   return false;
 }
 
+std::optional<fs::path> moveDatabaseAside(const fs::path& database, const fs::path& place) {
+  const std::string dated = place.string() + "-" + utcTime();
+  fs::path free = dated;
+  std::error_code error;
+  for (int number = 2; fs::exists(fs::symlink_status(free, error)); ++number) free = numbered(dated, number);
+  fs::rename(database, free, error);
+  if (error) return std::nullopt;
+  // A new database must not find them. Those of a database that was closed are not there.
+  for (const char* suffix : {"-wal", "-shm"}) fs::rename(database.string() + suffix, free.string() + suffix, error);
+  return free;
+}
+
 bool moveAside(const fs::path& folder, const fs::path& database) {
   if (createPrivateFolder(folder)) return false;
-  const fs::path place = folder / (database.filename().string() + "-" + utcTime());
-  fs::path free = place;
-  std::error_code error;
-  for (int number = 2; fs::exists(fs::symlink_status(free, error)); ++number) {
-    free = place.string() + "-" + std::to_string(number);
-  }
-  fs::rename(database, free, error);
-  if (error) return false;
-  // Those of a database that was closed are not there.
-  for (const char* suffix : {"-wal", "-shm"}) fs::rename(database.string() + suffix, free.string() + suffix, error);
-  return true;
+  return moveDatabaseAside(database, folder / database.filename()).has_value();
 }
 
 }  // namespace pellor

@@ -4,14 +4,12 @@
 
 #include <array>
 #include <cerrno>
-#include <chrono>
-#include <ctime>
 #include <optional>
 #include <random>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
+#include "linux/AsideFolder.h"
 #include "linux/FileLock.h"
 #include "linux/PrivateFiles.h"
 #include "linux/RegularFile.h"
@@ -106,35 +104,6 @@ SQLiteDatabase openFile(const std::filesystem::path& file, IndexCheck check,
   }
 }
 
-std::string dateForFileName() {
-  const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-  std::tm parts{};
-  gmtime_r(&now, &parts);
-  std::array<char, 32> text{};
-  std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%SZ", &parts);
-  return text.data();
-}
-
-bool isThere(const std::filesystem::path& path) {
-  std::error_code ignored;
-  return std::filesystem::exists(path, ignored);
-}
-
-/// The log of the file goes with it: a new file must not find it.
-std::filesystem::path putAside(const std::filesystem::path& file) {
-  std::filesystem::path aside = file;
-  aside += ".damaged-" + dateForFileName();
-  for (int number = 2; isThere(aside); ++number) {
-    aside = file;
-    aside += ".damaged-" + dateForFileName() + "-" + std::to_string(number);
-  }
-  for (const char* part : {"-wal", "-shm", ""}) {
-    std::error_code missing;
-    std::filesystem::rename(file.string() + part, aside.string() + part, missing);
-  }
-  return aside;
-}
-
 /// Holds other processes off while one makes or replaces the file.
 std::optional<FileLock> lockFolder(const std::filesystem::path& folder, LockPatience& patience) {
   FileDescriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -159,9 +128,10 @@ OpenedContactIndex openInFolder(const std::filesystem::path& folder, IndexCheck 
   try {
     opened.statements = std::make_unique<SQLiteStatements>(openFile(file, check, patience));
   } catch (const UnusableIndex& problem) {
-    const std::filesystem::path aside = putAside(file);
+    const auto aside = moveDatabaseAside(file, file.string() + ".damaged");
+    if (!aside) throw;
     opened.remarks.push_back("the contact index " + file.string() + " " + problem.what() + "; it was put aside as " +
-                             aside.filename().string() + " and is made anew");
+                             aside->filename().string() + " and is made anew");
     makePrivateFile(file);
     opened.statements = std::make_unique<SQLiteStatements>(openFile(file, IndexCheck::quick, patience));
   }

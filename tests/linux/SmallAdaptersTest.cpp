@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "linux/AsideFolder.h"
 #include "linux/GettextStrings.h"
 #include "linux/NettleDigest.h"
 #include "linux/PrivateFiles.h"
@@ -221,6 +222,27 @@ TEST(StandardErrorLogTest, AStandardErrorThatTakesNothingHoldsNobodyUp) {
 }
 
 // Folders
+
+TEST(AsideFolderTest, ADatabaseGoesAsideWithItsLogsAndCoversNothing) {
+  const TemporaryFolder folder;
+  const fs::path database = folder / "store.sqlite", place = folder / "store.sqlite.damaged";
+  const char* const contents[] = {"first", "second", "third"};
+  std::map<fs::path, std::string> expected;
+  for (const char* content : contents) {
+    for (const char* suffix : {"", "-wal"}) writeFile(database.string() + suffix, content + std::string(suffix));
+    const auto aside = moveDatabaseAside(database, place);
+    ASSERT_TRUE(aside);
+    EXPECT_TRUE(aside->string().starts_with(place.string() + "-20")) << *aside;
+    for (const char* suffix : {"", "-wal"}) expected[aside->string() + suffix] = content + std::string(suffix);
+  }
+  std::map<fs::path, std::string> found;
+  for (const auto& entry : fs::directory_iterator(folder.path())) found[entry.path()] = contentOf(entry.path());
+  EXPECT_EQ(found, expected);
+
+  for (const char* suffix : {"", "-wal"}) writeFile(database.string() + suffix, "fourth");
+  EXPECT_FALSE(moveDatabaseAside(database, folder / "no folder/store.sqlite"));
+  EXPECT_TRUE(fs::exists(database.string() + "-wal")) << "both stay where they were";
+}
 
 TEST(UserFoldersTest, VariablesCountOnlyWhenTheyAreAbsolute) {
   const TemporaryFolder runtime;
