@@ -5,13 +5,14 @@
 #include <string_view>
 
 #include "platform/LocalizedStrings.h"
+#include "runtime/BundleIdentifier.h"
 #include "runtime/Log.h"
 
 namespace pellor {
 
 /// The vendor's reverse-DNS prefix, and the identifiers that begin with it.
 inline constexpr std::string_view PLVendorPrefix = "org.tapnote";
-inline constexpr std::string_view PLBundleIdentifier = "org.tapnote.Pellor";
+inline constexpr std::string_view PLBundleIdentifier = BundleIdentifier;
 inline constexpr std::string_view PLPersonMetadataQueueLabel = "org.tapnote.Pellor.PLPerson.metadata";
 
 /// The version, as symbols of the built library. The text stands in every program that is linked with it, behind the

@@ -13,6 +13,7 @@
 #include "linux/mosquitto/DeviceReceiver.h"
 #include "linux/mosquitto/PairedDevice.h"
 #include "platform/Platform.h"
+#include "runtime/BundleIdentifier.h"
 #include "runtime/Timer.h"
 
 namespace pellor::cli {
@@ -23,7 +24,7 @@ constexpr double LongestAnswer = 5;
 
 DevicePairing pairingOf(Session& session) { return DevicePairing(session.platform().dataFolder() / "device"); }
 
-LogHandle logOf(Session& session) { return {"org.tapnote.Pellor", "device", session.process().logSink()}; }
+LogHandle logOf(Session& session) { return {BundleIdentifier, "device", session.process().logSink()}; }
 
 bool sends(Session& session) { return session.options().configuration.text("paired-device") == "mqtt"; }
 

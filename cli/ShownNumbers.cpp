@@ -4,6 +4,7 @@
 
 #include "Pellor/PLUtility.h"
 #include "platform/Platform.h"
+#include "runtime/BundleIdentifier.h"
 #include "runtime/Queue.h"
 
 namespace pellor::cli {
@@ -11,10 +12,10 @@ namespace pellor::cli {
 // What is new is written together, when the main queue is done with the answer.
 void ShownNumbers::keepIn(const std::filesystem::path& folder, const std::string& region) {
   Process& process = Process::current();
-  auto later = [&process, queue = SerialQueue::make("org.tapnote.Pellor.shownNumbers")](Task task) {
+  auto later = [&process, queue = SerialQueue::make(std::string(BundleIdentifier) + ".shownNumbers")](Task task) {
     process.mainQueue().async([queue, task = std::move(task)] { queue->async(task); });
   };
-  const LogHandle log("org.tapnote.Pellor", "numbers", process.logSink());
+  const LogHandle log(BundleIdentifier, "numbers", process.logSink());
   _known = CanonicalFormStore::open(region, CanonicalFormFolder{folder, log, std::move(later), "shown-numbers"});
 }
 

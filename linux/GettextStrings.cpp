@@ -6,13 +6,13 @@
 #include <utility>
 
 #include "linux/RegularFile.h"
+#include "runtime/BundleIdentifier.h"
 
 namespace pellor {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view Identifier = "org.tapnote.Pellor";
 constexpr const char* CatalogFile = "LC_MESSAGES/pellor.mo";
 constexpr char EndOfForm = '\0';
 
@@ -114,7 +114,7 @@ class MessageBundle final : public Bundle {
  public:
   explicit MessageBundle(MessageCatalog catalog) : _catalog(std::move(catalog)) {}
 
-  std::string identifier() const override { return std::string(Identifier); }
+  std::string identifier() const override { return BundleIdentifier; }
 
   std::string localizedString(std::string_view key, std::string_view defaultValue) const override {
     for (const MessageCatalog* catalog : {&_catalog, &englishCatalog()}) {
@@ -200,7 +200,7 @@ GettextStrings::GettextStrings(CatalogFolders folders, Environment environment)
 
 // Few programs show one of these texts: the catalog of the others is not looked for.
 std::shared_ptr<const Bundle> GettextStrings::bundleWithIdentifier(std::string_view identifier) {
-  if (identifier != Identifier) return nullptr;
+  if (identifier != BundleIdentifier) return nullptr;
   const MutexLock lock(_mutex);
   if (!_bundle) _bundle = std::make_shared<MessageBundle>(catalogFor(languagesOf(_environment), _folders()));
   return _bundle;

@@ -6,6 +6,7 @@
 #include "linux/ContactIndex.h"
 #include "linux/IcuText.h"
 #include "linux/IndexedAddressBookHandle.h"
+#include "runtime/BundleIdentifier.h"
 #include "runtime/ThreadSafety.h"
 
 namespace pellor {
@@ -15,7 +16,7 @@ namespace {
 constexpr double FirstRetryPause = 1;
 constexpr double LongestRetryPause = 60;
 
-LogHandle contactsLog(Process& process) { return {"org.tapnote.Pellor", "contacts", process.logSink()}; }
+LogHandle contactsLog(Process& process) { return {BundleIdentifier, "contacts", process.logSink()}; }
 
 class ReadingScope {
  public:

@@ -12,15 +12,14 @@
 #include "linux/SQLitePreferences.h"
 #include "linux/StoreCopyKeeper.h"
 #include "linux/UnpairedDevice.h"
+#include "runtime/BundleIdentifier.h"
 #include "runtime/Queue.h"
 #include "runtime/WallClock.h"
 
 namespace pellor {
 namespace {
 
-constexpr const char* LogSubsystem = "org.tapnote.Pellor";
-
-LogHandle logOf(Process& process, const char* category) { return {LogSubsystem, category, process.logSink()}; }
+LogHandle logOf(Process& process, const char* category) { return {BundleIdentifier, category, process.logSink()}; }
 
 std::shared_ptr<SharedPreferences> makePreferences(Process& process, const LinuxPlatformOptions& options) {
   if (options.parts.preferences) return options.parts.preferences(process);
@@ -72,7 +71,7 @@ RegionSource regionSource(const std::shared_ptr<StoreRegion>& region) {
 std::shared_ptr<IdentityService> makeIdentities(Process& process, const UserFolders& folders,
                                                 const std::shared_ptr<StoreRegion>& region) {
   const Process::Scope scope(process);
-  auto later = [&process, queue = SerialQueue::make("org.tapnote.Pellor.canonicalForms")](Task task) {
+  auto later = [&process, queue = SerialQueue::make(std::string(BundleIdentifier) + ".canonicalForms")](Task task) {
     process.mainQueue().async([queue, task = std::move(task)] { queue->async(task); });
   };
   return std::make_shared<IdentityService>(

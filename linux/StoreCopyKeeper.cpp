@@ -3,6 +3,7 @@
 #include <string>
 #include <utility>
 
+#include "runtime/BundleIdentifier.h"
 #include "runtime/ThreadSafety.h"
 
 namespace pellor {
@@ -65,7 +66,7 @@ struct StoreCopyKeeper::Work : std::enable_shared_from_this<Work> {
   const std::shared_ptr<SharedPreferences> store;
   const LogHandle log;
   const std::function<double()> wallClock;
-  const std::shared_ptr<SerialQueue> queue = SerialQueue::make("org.tapnote.Pellor.copies");
+  const std::shared_ptr<SerialQueue> queue = SerialQueue::make(std::string(BundleIdentifier) + ".copies");
   std::shared_ptr<Timer> timer;       // the queue's
   std::atomic<bool> isDue = false;    // writers of the store set it, the copy clears it
   std::atomic<double> lastWrite = 0;  // steady time; writers of the store

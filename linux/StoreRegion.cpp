@@ -5,11 +5,12 @@
 #include <utility>
 
 #include "linux/LibPhoneNumber.h"
+#include "runtime/BundleIdentifier.h"
 
 namespace pellor {
 namespace {
 
-constexpr std::string_view Domain = "org.tapnote.Pellor";
+constexpr std::string_view Domain = BundleIdentifier;
 constexpr std::string_view RegionKey = "Region";
 constexpr std::string_view LocaleKey = "Locale";
 constexpr std::string_view FallbackRegion = "US";

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "runtime/BundleIdentifier.h"
 #include "runtime/Process.h"
 
 namespace pellor {
@@ -16,7 +17,7 @@ void logFatal(const std::string& line) {
   if (isLogging || !Process::hasCurrent()) return;
   isLogging = true;
   if (const auto& sink = Process::current().logSink()) {
-    sink->write({.subsystem = "org.tapnote.Pellor", .category = "main", .operation = "fatal", .message = {{line}}});
+    sink->write({.subsystem = BundleIdentifier, .category = "main", .operation = "fatal", .message = {{line}}});
   }
 }
 

@@ -3,6 +3,7 @@
 #include <bit>
 #include <utility>
 
+#include "runtime/BundleIdentifier.h"
 #include "runtime/Process.h"
 
 namespace pellor {
@@ -60,7 +61,7 @@ void RecordingCounters::setValueForScalarKey(std::string_view key, std::int64_t 
 
 class InMemoryStrings::Strings : public Bundle {
  public:
-  std::string identifier() const override { return "org.tapnote.Pellor"; }
+  std::string identifier() const override { return BundleIdentifier; }
 
   std::string localizedString(std::string_view key, std::string_view defaultValue) const override {
     const MutexLock lock(_mutex);

@@ -17,6 +17,7 @@
 
 #include "linux/PrivateFiles.h"
 #include "linux/TerminalText.h"
+#include "runtime/BundleIdentifier.h"
 
 namespace pellor {
 namespace {
@@ -76,7 +77,7 @@ void JournalLog::fallBack(const LogEntry& entry) {
 
 void JournalLog::sayBack() {
   LogEntry entry;
-  entry.subsystem = "org.tapnote.Pellor";
+  entry.subsystem = BundleIdentifier;
   entry.category = "journal";
   entry.operation = __func__;
   entry.line = __LINE__;

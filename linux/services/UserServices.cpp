@@ -7,6 +7,7 @@
 #include "linux/EmbeddedReports.h"
 #include "linux/services/BuiltAdapters.h"
 #include "linux/services/ServiceAdapter.h"
+#include "runtime/BundleIdentifier.h"
 
 namespace pellor {
 namespace {
@@ -35,9 +36,7 @@ ServiceReport reportOf(const DestinationDirectory::State& state) {
   return state.answers ? ServiceReport::working(state.text) : ServiceReport::failing(state.text, "");
 }
 
-LogHandle serviceLog(Process& process, const char* category) {
-  return {"org.tapnote.Pellor", category, process.logSink()};
-}
+LogHandle serviceLog(Process& process, const char* category) { return {BundleIdentifier, category, process.logSink()}; }
 
 LinuxPlatformOptions servicesOptions(const Configuration& configuration, ListKeys keys) {
   LinuxPlatformOptions options = embeddedOptions(configuration);
