@@ -14,8 +14,7 @@ namespace pellor {
 namespace {
 
 // In seconds.
-constexpr double kFirstPause = 1;
-constexpr double kLongestPause = 60;
+constexpr BackOff::Pauses kPauses{.first = 1, .longest = 60};
 
 using Persons = std::vector<std::shared_ptr<PLPerson>>;
 
@@ -76,7 +75,7 @@ struct KnownFriends {
 }  // namespace
 
 PLFavorites::PLFavorites(Process& process, std::function<void()> bring)
-    : _process(process), _bring(std::move(bring)), _pause(kFirstPause) {}
+    : _process(process), _bring(std::move(bring)), _pauses(kPauses) {}
 
 Answer<Persons> PLFavorites::_curatedFriendList(std::uint64_t capacity) const {
   using Friends = Answer<Persons>;
@@ -124,13 +123,12 @@ void PLFavorites::setDue(bool isDue) {
   _isDue = isDue;
   if (isDue) return;
   _timer = nullptr;
-  _pause = kFirstPause;
+  _pauses.reset();
 }
 
 void PLFavorites::bringLater() {
   if (_timer && _timer->isValid()) return;
-  _timer = Timer::after(_process.mainQueue(), _pause, _bring);
-  _pause = std::min(2 * _pause, kLongestPause);
+  _timer = Timer::after(_process.mainQueue(), _pauses.next(), _bring);
 }
 
 }  // namespace pellor

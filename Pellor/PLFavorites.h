@@ -10,6 +10,7 @@
 #include "Pellor/PLPerson.h"
 #include "Pellor/PLSlotList.h"
 #include "platform/Answer.h"
+#include "runtime/BackOff.h"
 #include "runtime/Process.h"
 #include "runtime/Timer.h"
 
@@ -48,7 +49,7 @@ class PLFavorites {
   Process& _process;
   const std::function<void()> _bring;
   bool _isDue = false;
-  double _pause;
+  BackOff _pauses;
   std::shared_ptr<Timer> _timer;
 };
 

@@ -29,13 +29,10 @@ constexpr bool kChecksInvariants = false;
 constexpr double kAddressBookRefreshDelay = 0.2;
 // How many friends' records are in memory at once during a refresh.
 constexpr std::size_t kFriendsReadAtOnce = 1000;
-// A store that fails is asked again after pauses that double from the first to the longest of these, in seconds.
-constexpr double kFirstRetryPause = 0.1;
-constexpr double kLongestRetryPause = 60;
-// An edit that was overtaken is made again at once and then, while others keep writing, after random pauses of up to as
-// much, which double from the first to the longest of these.
-constexpr double kFirstOvertakenPause = 0.005;
-constexpr double kLongestOvertakenPause = 0.25;
+// Between the attempts to read a store that fails.
+constexpr BackOff::Pauses kLoadRetryPauses{.first = 0.1, .longest = 60};
+// An edit that was overtaken is made again at once and then, while others keep writing, after random parts of these.
+constexpr BackOff::Pauses kOvertakenPauses{.first = 0.005, .longest = 0.25};
 // A bus that has not brought an own post back for so long is taken for gone.
 constexpr double kEchoLimit = 2;
 
@@ -45,8 +42,6 @@ std::uint64_t saturatingProduct(std::uint64_t left, std::uint64_t right) {
   }
   return left * right;
 }
-
-double longerPause(double pause) { return std::min(pause * 2, kLongestRetryPause); }
 
 PreferencesStore& preferencesOf(Process& process) { return *platformOf(process).preferences; }
 
@@ -140,7 +135,8 @@ PLFriendsManager::PLFriendsManager(Passkey, Process& process, std::string domain
       _takeover(process, _friendList, _sourcedPersons, [this] { _addEmptyGroup(); }),
       _heldRefresh(process, [this] { _followAddressBook(weak_from_this()); }),
       _favorites(process, [this] { _bringFavoritesIfDue(); }),
-      _loadRetryPause(kFirstRetryPause) {
+      _loadRetryPauses(kLoadRetryPauses),
+      _overtakenPauses(kOvertakenPauses, &process.scheduler()) {
   _process.addSettleParticipant(*this);
 }
 
@@ -239,7 +235,7 @@ void PLFriendsManager::_loadFriendList() {
   // Not before the store has answered: until then there are no groups to tell of.
   if (!_didCompleteInitialLoading) _createEmptyFriendList();
   _storeIsUnreadable = false;
-  _loadRetryPause = kFirstRetryPause;
+  _loadRetryPauses.reset();
   _loadRetryTimer = nullptr;
   if (found == StoredList::loaded || found == StoredList::recovered) {
     _PLGetLogSystem().log("loaded friend list%@", _didCompleteInitialLoading ? "" : " for the first time");
@@ -374,10 +370,9 @@ void PLFriendsManager::_finishLoad() {
 
 void PLFriendsManager::_retryLoadLater() {
   std::weak_ptr<PLFriendsManager> weak = weak_from_this();
-  _loadRetryTimer = Timer::after(_process.mainQueue(), _loadRetryPause, [weak] {
+  _loadRetryTimer = Timer::after(_process.mainQueue(), _loadRetryPauses.next(), [weak] {
     if (auto self = weak.lock()) self->_loadAgain();
   });
-  _loadRetryPause = longerPause(_loadRetryPause);
 }
 
 void PLFriendsManager::save() {
@@ -397,7 +392,8 @@ void PLFriendsManager::setSaveOperation(std::shared_ptr<PLDelayedOperation> oper
 }
 
 void PLFriendsManager::listWasWritten(const PLAcceptedWrite& write) {
-  _overtakenCount = 0;
+  _wasOvertaken = false;
+  _overtakenPauses.reset();
   if (write.base) {
     _takeover.forgetRemovalsUntil(write.listVersion);
     _writer->touchedLeaves().forgetUntil(write.base->list->changes());
@@ -414,11 +410,8 @@ void PLFriendsManager::listWasWritten(const PLAcceptedWrite& write) {
 }
 
 void PLFriendsManager::listWasOvertaken() {
-  if (_overtakenCount++ == 0) return loadIsDue();
-  const double doubled = kFirstOvertakenPause * std::pow(2, std::min<std::uint64_t>(_overtakenCount - 2, 10));
-  const double longest = std::min(doubled, kLongestOvertakenPause);
-  const double part = static_cast<double>(_process.scheduler().randomNumber() >> 11U) * 0x1p-53;
-  _overtakenTimer = Timer::after(_process.mainQueue(), longest * part, [weak = weak_from_this()] {
+  if (!std::exchange(_wasOvertaken, true)) return loadIsDue();
+  _overtakenTimer = Timer::after(_process.mainQueue(), _overtakenPauses.next(), [weak = weak_from_this()] {
     if (auto self = weak.lock()) self->loadIsDue();
   });
 }

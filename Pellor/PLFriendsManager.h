@@ -44,6 +44,7 @@
 #include "Pellor/PLUnreadLookUps.h"
 #include "Pellor/PLUtility.h"
 #include "platform/Platform.h"
+#include "runtime/BackOff.h"
 #include "runtime/Process.h"
 #include "runtime/Timer.h"
 
@@ -434,14 +435,15 @@ class PLFriendsManager : public Object,
   std::vector<std::shared_ptr<Observation>> _observations;
   bool _observesBus = false;
   std::shared_ptr<Timer> _loadRetryTimer;
-  double _loadRetryPause;
+  BackOff _loadRetryPauses;
   std::optional<Value> _damagedList;    // put aside already
   std::optional<Value> _recoveredList;  // what is used in its place
   bool _storeIsUnreadable = false;
   bool _titlesMoved = false;                // with a removed group, and not marked yet
   std::uint64_t _seenTitleAssignments = 0;  // up to which it is known which titles were set here
   std::shared_ptr<PLStoredBase> _newBase;   // that a load will build on once the groups are laid out
-  std::uint64_t _overtakenCount = 0;        // how often since a write was accepted
+  bool _wasOvertaken = false;               // since a write was accepted
+  BackOff _overtakenPauses;
   std::shared_ptr<Timer> _overtakenTimer;
   bool _additionWasRefused = false;                // there was no room for it among others' edits
   std::optional<std::int32_t> _ownSequenceNumber;  // that is not stored yet

@@ -14,9 +14,8 @@ namespace pellor {
 namespace {
 
 constexpr double kSaveDelay = 0.1;
-// A store that fails is asked again after pauses that double from the first to the longest of these, in seconds.
-constexpr double kFirstRetryPause = 0.1;
-constexpr double kLongestRetryPause = 60;
+// Between the attempts to write to a store that fails.
+constexpr BackOff::Pauses kRetryPauses{.first = 0.1, .longest = 60};
 // More writes whose outcome nobody knows are not remembered: merged once more, what such a one wrote stays as it is.
 constexpr std::size_t kMostUnknownWrites = 16;
 
@@ -42,7 +41,7 @@ PLListWriter::PLListWriter(Passkey, Process& process, std::string domain)
       _saveQueue(SerialQueue::make(std::string(PLVendorPrefix) + ".Pellor.PLFriendsManager.Save")),
       _writer(process.scheduler().randomNumber() | 1U),
       _touchedLeaves(process.local<PLPersonChanges>()),
-      _retryPause(kFirstRetryPause) {}
+      _retryPauses(kRetryPauses) {}
 
 // --- What is to be written -----------------------------------------------------------------------------------------
 
@@ -290,7 +289,7 @@ void PLListWriter::finish(PLListWrite& write, const PreferenceWriteAnswer& answe
 void PLListWriter::accept(PLListWrite& write, const VersionedPreferences& written) {
   if (write.list) _touchedLeaves.beginAt(write.changes, write.elsewhere);
   _hasFailed = false;
-  _retryPause = kFirstRetryPause;
+  _retryPauses.reset();
   push(write);
   adopt(write, written);
   leaveWriting(Phase::ready);
@@ -353,22 +352,20 @@ void PLListWriter::askForLoad(void (PLListWriterClient::*tell)()) {
 
 void PLListWriter::askForLoadLater() {
   std::weak_ptr<PLListWriter> weak = weak_from_this();
-  _retryTimer = Timer::after(*_saveQueue, nextPause(), [weak] {
+  _retryTimer = Timer::after(*_saveQueue, _retryPauses.next(), [weak] {
     if (const auto self = weak.lock()) self->askForLoad(&PLListWriterClient::loadIsDue);
   });
 }
 
 void PLListWriter::retryLater() {
   std::weak_ptr<PLListWriter> weak = weak_from_this();
-  _retryTimer = Timer::after(*_saveQueue, nextPause(), [weak] {
+  _retryTimer = Timer::after(*_saveQueue, _retryPauses.next(), [weak] {
     const auto self = weak.lock();
     if (!self) return;
     self->_saveQueue->requireCurrent();
     self->_save();
   });
 }
-
-double PLListWriter::nextPause() { return std::exchange(_retryPause, std::min(_retryPause * 2, kLongestRetryPause)); }
 
 void PLListWriter::tellWritten(PLAcceptedWrite write) {
   _process.mainQueue().async([weak = _client, write = std::move(write)] {

@@ -16,6 +16,7 @@
 #include "Pellor/PLStoredBase.h"
 #include "Pellor/PLTouchedLeaves.h"
 #include "platform/PreferencesStore.h"
+#include "runtime/BackOff.h"
 #include "runtime/Process.h"
 #include "runtime/Queue.h"
 #include "runtime/ThreadSafety.h"
@@ -153,7 +154,6 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   void askForLoad(void (PLListWriterClient::*tell)());
   void askForLoadLater() PELLOR_REQUIRES(*_saveQueue);
   void retryLater() PELLOR_REQUIRES(*_saveQueue);
-  double nextPause() PELLOR_REQUIRES(*_saveQueue);
   void tellWritten(PLAcceptedWrite write);
 
   // Set when the writer is made.
@@ -192,7 +192,7 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   // Save queue.
   std::shared_ptr<PLDelayedOperation> _saveOperation PELLOR_GUARDED_BY(*_saveQueue);
   std::shared_ptr<Timer> _retryTimer PELLOR_GUARDED_BY(*_saveQueue);
-  double _retryPause PELLOR_GUARDED_BY(*_saveQueue);
+  BackOff _retryPauses PELLOR_GUARDED_BY(*_saveQueue);
   std::shared_ptr<const PLSlotSnapshot> _savedList PELLOR_GUARDED_BY(*_saveQueue);  // that the last save looked at
   std::uint64_t _writeCount PELLOR_GUARDED_BY(*_saveQueue) = 0;
 };

@@ -12,8 +12,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds FirstPause = std::chrono::seconds(1);
-constexpr milliseconds LongestPause = std::chrono::minutes(1);
+constexpr BackOff::Pauses Pauses{.first = 1, .longest = 60};
 // A directory that wishes to be left alone for days has made a mistake.
 constexpr milliseconds LongestWish = std::chrono::minutes(15);
 
@@ -32,7 +31,8 @@ DirectoryReachability::DirectoryReachability(Process& process, std::shared_ptr<R
       _conversions(std::move(conversions)),
       _directory(std::move(directory)),
       _log(std::move(log)),
-      _clock(std::move(clock)) {}
+      _clock(std::move(clock)),
+      _pauses(Pauses) {}
 
 DirectoryReachability::~DirectoryReachability() {
   if (!_thread.isStarted()) return;
@@ -155,8 +155,9 @@ DestinationStatuses DirectoryReachability::lookUp(const std::set<std::string>& i
 void DirectoryReachability::note(const DestinationDirectory::Answer& answer) {
   const bool wasAway = std::exchange(_isAway, !answer.problem.empty());
   if (_isAway) {
-    _pause = wasAway ? std::min(_pause * 2, LongestPause) : FirstPause;
-    _restsUntil = _clock() + std::max(_pause, std::min(answer.pause, LongestWish));
+    if (!wasAway) _pauses.reset();
+    const std::chrono::steady_clock::duration wish = std::min(answer.pause, LongestWish);
+    _restsUntil = _clock() + std::max(steadyDuration(_pauses.next()), wish);
   }
   if (_isAway == wasAway) return;
   if (_isAway) {

@@ -14,6 +14,7 @@
 #include "linux/DestinationDirectory.h"
 #include "linux/ServiceThread.h"
 #include "platform/ReachabilityService.h"
+#include "runtime/BackOff.h"
 #include "runtime/Log.h"
 #include "runtime/Process.h"
 #include "runtime/ThreadSafety.h"
@@ -86,7 +87,7 @@ class DirectoryReachability final : public ReachabilityService {
 
   ThreadRole _role;
   bool _isAway PELLOR_GUARDED_BY(_role) = false;
-  std::chrono::milliseconds _pause PELLOR_GUARDED_BY(_role){0};
+  BackOff _pauses PELLOR_GUARDED_BY(_role);
   std::chrono::steady_clock::time_point _restsUntil PELLOR_GUARDED_BY(_role);
   ServiceThread _thread;  // main queue
 };

@@ -5,16 +5,17 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <system_error>
 
 #include "linux/PrivateFiles.h"
 #include "linux/ServiceThread.h"
+#include "runtime/BackOff.h"
 #include "runtime/ThreadSafety.h"
 
 namespace pellor {
@@ -28,8 +29,8 @@ constexpr std::uint32_t AncestorEvents =
     IN_CREATE | IN_MOVED_TO | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 constexpr std::uint32_t EndOfWatch = IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT;
 
-constexpr int FirstPause = 1000;
-constexpr int LongestPause = 60'000;
+constexpr BackOff::Pauses RetryPauses{.first = 1, .longest = 60};
+constexpr int LongestWait = 60'000;
 constexpr int PauseWithoutStop = 100;
 constexpr int NoTimeout = -1;
 constexpr int NoWatch = -1;
@@ -91,7 +92,7 @@ class FolderWatch::Watcher {
 
   /// The same where there are too many open files for what would end the wait.
   bool waitWithoutStop() PELLOR_REQUIRES(_role) {
-    const int timeout = _problem.empty() ? LongestPause : nextPause();
+    const int timeout = _problem.empty() ? LongestWait : nextPause();
     pollfd file{_inotify.get(), POLLIN, 0};
     for (int waited = 0; !_isStopping && waited < timeout; waited += PauseWithoutStop) {
       if (poll(&file, 1, PauseWithoutStop) > 0) break;
@@ -99,11 +100,8 @@ class FolderWatch::Watcher {
     return !_isStopping;
   }
 
-  int nextPause() PELLOR_REQUIRES(_role) {
-    const int pause = _pause;
-    _pause = std::min(_pause * 2, LongestPause);
-    return pause;
-  }
+  /// In milliseconds.
+  int nextPause() PELLOR_REQUIRES(_role) { return static_cast<int>(std::lround(_pauses.next() * 1000)); }
 
   void readEvents(FolderChange& change) PELLOR_REQUIRES(_role) {
     alignas(inotify_event) std::array<char, std::size_t{64} * 1024> buffer;
@@ -162,7 +160,7 @@ class FolderWatch::Watcher {
     }
     if (_ancestorWatch != NoWatch) inotify_rm_watch(_inotify.get(), _ancestorWatch);
     _ancestorWatch = NoWatch;
-    _pause = FirstPause;
+    _pauses.reset();
     return true;
   }
 
@@ -179,7 +177,7 @@ class FolderWatch::Watcher {
       return false;
     }
     if (former != NoWatch && former != _ancestorWatch) inotify_rm_watch(_inotify.get(), former);
-    _pause = FirstPause;
+    _pauses.reset();
     return true;
   }
 
@@ -204,7 +202,7 @@ class FolderWatch::Watcher {
   int _ancestorWatch PELLOR_GUARDED_BY(_role) = NoWatch;
   std::string _awaited PELLOR_GUARDED_BY(_role);
   std::string _problem PELLOR_GUARDED_BY(_role);
-  int _pause PELLOR_GUARDED_BY(_role) = FirstPause;
+  BackOff _pauses PELLOR_GUARDED_BY(_role){RetryPauses};
   ServiceThread _thread;
 };
 

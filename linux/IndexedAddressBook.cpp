@@ -13,8 +13,7 @@ namespace pellor {
 
 namespace {
 
-constexpr double FirstRetryPause = 1;
-constexpr double LongestRetryPause = 60;
+constexpr BackOff::Pauses RetryPauses{.first = 1, .longest = 60};
 
 LogHandle contactsLog(Process& process) { return {BundleIdentifier, "contacts", process.logSink()}; }
 
@@ -55,7 +54,8 @@ IndexedAddressBook::IndexedAddressBook(Passkey, Process& process, std::shared_pt
       _refreshMemory(options.index.dataFolder, _source->name(), _log),
       _index(std::make_shared<ContactIndex>(std::move(options.index), _source, _log)),
       _shared(std::make_shared<IndexedAddressBookHandle>(_index, std::move(options.surnameFirst))),
-      _inbox(std::make_shared<Inbox>()) {}
+      _inbox(std::make_shared<Inbox>()),
+      _retryPauses(RetryPauses) {}
 
 IndexedAddressBook::~IndexedAddressBook() = default;
 
@@ -118,8 +118,7 @@ void IndexedAddressBook::update(const FolderChange& change) {
 
 void IndexedAddressBook::tryAgainLater() {
   if (_retry && _retry->isValid()) return;
-  _retryPause = std::clamp(2 * _retryPause, FirstRetryPause, LongestRetryPause);
-  _retry = Timer::after(_process.mainQueue(), _retryPause, [store = weak_from_this()] {
+  _retry = Timer::after(_process.mainQueue(), _retryPauses.next(), [store = weak_from_this()] {
     const auto self = store.lock();
     if (!self || self->_unfinished.isEmpty()) return;
     if (self->_index->isReading()) return self->tryAgainLater();
@@ -159,7 +158,7 @@ void IndexedAddressBook::takeOutcomeOfReading() {
     _unfinished.merge(FolderChange::all());
     tryAgainLater();
   } else if (_unfinished.isEmpty()) {
-    _retryPause = 0;
+    _retryPauses.reset();
   }
 }
 

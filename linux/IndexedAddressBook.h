@@ -12,6 +12,7 @@
 #include "linux/ContactIndexOptions.h"
 #include "linux/RefreshMemory.h"
 #include "platform/AddressBookStore.h"
+#include "runtime/BackOff.h"
 #include "runtime/Process.h"
 #include "runtime/Timer.h"
 #include "runtime/WallClock.h"
@@ -106,7 +107,7 @@ class IndexedAddressBook final : public AddressBookStore, public std::enable_sha
   std::string _watchProblem;
   FolderChange _unfinished;  ///< what could not be brought into the index yet
   std::shared_ptr<Timer> _retry;
-  double _retryPause = 0;
+  BackOff _retryPauses;
   std::int32_t _announcedSequence = 0;
   mutable std::int32_t _lastEntryIdentifier = 0;
   bool _isStarted = false;

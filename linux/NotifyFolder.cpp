@@ -19,8 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr double FirstRetrySeconds = 0.25;
-constexpr double LongestRetrySeconds = 60;
+constexpr BackOff::Pauses RetryPauses{.first = 0.25, .longest = 60};
 
 // A new counter begins anywhere: if all began at zero, one that was deleted and made again could come to stand where a
 // listener saw the old one.
@@ -93,7 +92,7 @@ NotifyFolder::NotifyFolder(Passkey, Process& process, fs::path folder, LogHandle
       _log(std::move(log)),
       _hearing(hearing),
       _patience(lockLimit),
-      _retryPause(FirstRetrySeconds) {
+      _retryPauses(RetryPauses) {
   if (_hearing == Hearing::whenSettling) _process.addSettleParticipant(*this);
 }
 
@@ -149,17 +148,16 @@ bool NotifyFolder::count(const std::string& name) {
 
 void NotifyFolder::retryLater() {
   if (_retryTimer && _retryTimer->isValid()) return;
-  _retryTimer = Timer::after(_process.mainQueue(), _retryPause, [weak = weak_from_this()] {
+  _retryTimer = Timer::after(_process.mainQueue(), _retryPauses.next(), [weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->retry();
   });
-  _retryPause = std::min(_retryPause * 2, LongestRetrySeconds);
 }
 
 void NotifyFolder::retry() {
   if (!isThere()) makeFolder();
   std::erase_if(_unposted, [this](const std::string& name) { return count(name); });
   if (_unposted.empty() && isThere()) {
-    _retryPause = FirstRetrySeconds;
+    _retryPauses.reset();
   } else {
     retryLater();
   }

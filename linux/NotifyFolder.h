@@ -16,6 +16,7 @@
 #include "linux/NotifyObservers.h"
 #include "linux/UserFolders.h"
 #include "platform/SystemNotifyBus.h"
+#include "runtime/BackOff.h"
 #include "runtime/Log.h"
 #include "runtime/Process.h"
 #include "runtime/Timer.h"
@@ -109,7 +110,7 @@ class NotifyFolder final : public SystemNotifyBus,
   std::map<std::string, Count, std::less<>> _seen;
   std::set<std::string, std::less<>> _unposted;
   std::shared_ptr<Timer> _retryTimer;
-  double _retryPause;
+  BackOff _retryPauses;
   Direction _sending{"sent"};
   Direction _receiving{"received"};
   std::unique_ptr<FolderWatch> _watch;

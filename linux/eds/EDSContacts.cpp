@@ -1,19 +1,19 @@
 #include "linux/eds/EDSContacts.h"
 
-#include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <utility>
 
 #include "linux/ServiceThread.h"
 #include "linux/eds/EDSConnection.h"
 #include "linux/eds/EDSMirror.h"
+#include "runtime/BackOff.h"
 
 namespace pellor {
 
 namespace {
 
-constexpr guint FirstPause = 1000;
-constexpr guint LongestPause = 60'000;
+constexpr BackOff::Pauses Pauses{.first = 1, .longest = 60};
 
 class Watch final : public CardWatch {
  public:
@@ -53,11 +53,10 @@ class EDSContacts::Thread {
  private:
   void serve() {
     g_main_context_push_thread_default(_context);
-    guint pause = FirstPause;
+    BackOff pauses(Pauses);
     while (!_isEnding) {
-      if (serveConnection()) pause = FirstPause;
-      wait(pause);
-      pause = std::min(2 * pause, LongestPause);
+      if (serveConnection()) pauses.reset();
+      wait(pauses.next());
     }
     // What is left of calls that were under way keeps their objects alive.
     while (g_main_context_iteration(_context, FALSE)) continue;
@@ -77,9 +76,9 @@ class EDSContacts::Thread {
     }
   }
 
-  void wait(guint milliseconds) {
+  void wait(double seconds) {
     bool isOver = false;
-    GSource* timer = g_timeout_source_new(milliseconds);
+    GSource* timer = g_timeout_source_new(static_cast<guint>(std::lround(seconds * 1000)));
     const auto end = [](gpointer flag) -> gboolean {
       *static_cast<bool*>(flag) = true;
       return G_SOURCE_REMOVE;

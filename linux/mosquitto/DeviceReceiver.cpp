@@ -9,13 +9,10 @@
 namespace pellor {
 namespace {
 
-using std::chrono::milliseconds;
-
-constexpr milliseconds FirstPause{250};
-constexpr milliseconds LongestPause = std::chrono::minutes(1);
+constexpr BackOff::Pauses Pauses{.first = 0.25, .longest = 60};
 // After others wrote in between.
-constexpr milliseconds FirstRetry{5};
-constexpr milliseconds LongestRetry{250};
+constexpr BackOff::Pauses RetryPauses{.first = 0.01, .longest = 0.25};
+constexpr double LockPause = 0.005;
 constexpr int MostRetries = 40;
 
 std::ptrdiff_t friendsIn(const Value* value) {
@@ -62,7 +59,8 @@ DeviceReceiver::DeviceReceiver(Passkey, Process& process, DeviceReceiverOptions 
       _file(_options.folder),
       _kept(_options.folder),
       _tell(std::make_shared<std::function<void(const std::string&)>>(_options.tell)),
-      _pause(FirstPause),
+      _pauses(Pauses),
+      _retryPauses(RetryPauses),
       // Of its own name: a receiver that was cut off and comes back ends its former connection.
       _connection(*this, _options.broker, _pairing.credentials(),
                   "pellor-receiver-" + _pairing.name().value_or(std::string()), _options.folder, _log) {
@@ -169,7 +167,7 @@ std::optional<ArrivedGeneration> DeviceReceiver::arrivedGeneration() const {
 
 void DeviceReceiver::store(const Pairing& pairing) {
   const auto lock = _file.tryLock();
-  if (!lock) return _connection.workAgainIn(FirstRetry);
+  if (!lock) return _connection.workAgainIn(LockPause);
   if (_pairing.fingerprint() != _fingerprint) return;
   _state = _file.read();
   auto arrived = arrivedGeneration();
@@ -184,7 +182,8 @@ void DeviceReceiver::store(const Pairing& pairing) {
   if (outcome == PreferenceWriteOutcome::written && !remember(merge)) outcome = PreferenceWriteOutcome::failed;
   if (outcome != PreferenceWriteOutcome::written) return storeLater(outcome);
   if (std::exchange(_storeFails, false)) _log.log("what the paired device sends can be stored again");
-  _pause = FirstPause;
+  _pauses.reset();
+  _retryPauses.reset();
   _retries = 0;
   acknowledge(pairing);
   post(storing.changed);
@@ -194,15 +193,14 @@ void DeviceReceiver::store(const Pairing& pairing) {
 // The generation stays where it is, to be merged once more with what is stored then.
 void DeviceReceiver::storeLater(PreferenceWriteOutcome outcome) {
   if (outcome != PreferenceWriteOutcome::failed && ++_retries <= MostRetries) {
-    return _connection.workAgainIn(std::min(FirstRetry * (1 << std::min(_retries, 10)), LongestRetry));
+    return _connection.workAgainIn(_retryPauses.next());
   }
   if (!std::exchange(_storeFails, true)) {
     _log.log(outcome == PreferenceWriteOutcome::failed
                  ? "what the paired device sends cannot be stored"
                  : "what the paired device sends is not stored yet: other programs keep changing the list");
   }
-  _connection.workAgainIn(_pause);
-  _pause = std::min(_pause * 2, LongestPause);
+  _connection.workAgainIn(_pauses.next());
 }
 
 void DeviceReceiver::tellStored(const Storing& storing) {

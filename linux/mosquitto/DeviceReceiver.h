@@ -19,6 +19,7 @@
 #include "platform/PreferencesStore.h"
 #include "platform/PreferencesSyncService.h"
 #include "platform/SystemNotifyBus.h"
+#include "runtime/BackOff.h"
 #include "runtime/Process.h"
 
 namespace pellor {
@@ -133,8 +134,9 @@ class DeviceReceiver final : private MQTTConnection::Client {
   IncomingState _state;
   std::map<DomainKey, Received> _received;
   std::optional<NextManifest> _next;  ///< not stored yet
-  std::chrono::milliseconds _pause;
-  int _retries = 0;  ///< of the next generation, because others wrote in between
+  BackOff _pauses;                    ///< after a failure
+  BackOff _retryPauses;               ///< because others wrote in between
+  int _retries = 0;                   ///< of the next generation, for the same reason
   bool _storeFails = false;
   bool _isAway = false;
   std::string _listensTo;

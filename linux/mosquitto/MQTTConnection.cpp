@@ -18,6 +18,7 @@
 
 #include "linux/PrivateFiles.h"
 #include "linux/ServiceThread.h"
+#include "runtime/BackOff.h"
 #include "runtime/Fatal.h"
 #include "runtime/ThreadSafety.h"
 
@@ -32,9 +33,8 @@ constexpr int KeepAliveSeconds = 15;
 // The library has to be called from time to time, so that it notices a broker that went silent.
 constexpr milliseconds LongestWait = std::chrono::seconds(5);
 constexpr milliseconds LongestAttempt = std::chrono::seconds(10);
-constexpr milliseconds FirstPause{250};
+constexpr BackOff::Pauses Pauses{.first = 0.25, .longest = 60};
 constexpr milliseconds LongestFlicker = std::chrono::seconds(1);
-constexpr milliseconds LongestPause = std::chrono::minutes(1);
 constexpr int FirstRefusal = 128;
 // Subscribed to after another topic only for the answer: what that one retained has gone out by then.
 constexpr const char* Barrier = "pellor/barrier";
@@ -102,7 +102,7 @@ class MQTTConnection::Thread {
   // On the thread.
   void setWanted(bool isWanted) { _isWanted = isWanted; }
   bool isConnected() const { return _isConnected; }
-  void workAgainIn(milliseconds pause) { _nextWork = std::min(_nextWork, Clock::now() + pause); }
+  void workAgainIn(double seconds) { _nextWork = std::min(_nextWork, Clock::now() + steadyDuration(seconds)); }
 
   void subscribe(const std::string& topic) {
     mosquitto_subscribe(_mosquitto.get(), nullptr, topic.c_str(), AtLeastOnce);
@@ -306,9 +306,8 @@ class MQTTConnection::Thread {
     const std::string refusal = std::exchange(_refusal, {}), detail = std::exchange(_detail, {});
     away(detail.empty() ? reason : detail);
     // One that is ended at once, as when two clients have one id, is not made again at once.
-    if (wasConnected && Clock::now() - _connectedSince >= LongestFlicker) _pause = FirstPause;
-    _nextAttempt = Clock::now() + _pause;
-    _pause = std::min(_pause * 2, LongestPause);
+    if (wasConnected && Clock::now() - _connectedSince >= LongestFlicker) _pauses.reset();
+    _nextAttempt = Clock::now() + steadyDuration(_pauses.next());
     _client.disconnected();
     workSoon();
   }
@@ -361,7 +360,7 @@ class MQTTConnection::Thread {
   Clock::time_point _nextAttempt = Clock::time_point::min();
   Clock::time_point _deadline;
   Clock::time_point _connectedSince;
-  milliseconds _pause = FirstPause;
+  BackOff _pauses{Pauses};
   short _socketEvents = 0;
   std::set<int> _undelivered;
   int _barrier = -1;
@@ -396,6 +395,6 @@ void MQTTConnection::subscribe(const std::string& topic) { _thread->subscribe(to
 void MQTTConnection::publish(const std::string& topic, std::span<const std::uint8_t> payload) {
   _thread->publish(topic, payload);
 }
-void MQTTConnection::workAgainIn(milliseconds pause) { _thread->workAgainIn(pause); }
+void MQTTConnection::workAgainIn(double seconds) { _thread->workAgainIn(seconds); }
 
 }  // namespace pellor

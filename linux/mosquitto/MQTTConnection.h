@@ -67,7 +67,7 @@ class MQTTConnection {
   /// Retained, at least once; empty bytes empty the topic. `delivered` tells of the last of all that was published.
   /// While connected.
   void publish(const std::string& topic, std::span<const std::uint8_t> payload);
-  void workAgainIn(std::chrono::milliseconds pause);
+  void workAgainIn(double seconds);
 
  private:
   class Thread;

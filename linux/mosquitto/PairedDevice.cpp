@@ -8,8 +8,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds FirstPause{20};
-constexpr milliseconds LongestPause = std::chrono::minutes(1);
+constexpr BackOff::Pauses Pauses{.first = 0.02, .longest = 60};
 // How long a process that is about to end waits for a push.
 constexpr milliseconds LongestBusy = std::chrono::seconds(2);
 
@@ -30,7 +29,7 @@ PairedDevice::PairedDevice(Passkey, Process& process, PairedDeviceOptions option
       _exchanged(_options.folder),
       _keptMessages(_options.folder),
       _statusChanged(std::make_shared<std::function<void()>>(_options.statusChanged)),
-      _pause(FirstPause),
+      _pauses(Pauses),
       _connection(*this, _options.broker, _pairing.credentials(), MQTTConnection::anyClientId(), _options.folder,
                   _log) {
   _process.requireMainQueue("PairedDevice::make");
@@ -276,7 +275,7 @@ void PairedDevice::delivered(bool isAccepted) {
   }
   if (isAccepted) {
     finish();
-    _pause = FirstPause;
+    _pauses.reset();
   } else {
     pause();
   }
@@ -326,8 +325,7 @@ void PairedDevice::arrived(const std::string& topic, std::span<const std::uint8_
 
 void PairedDevice::pause() {
   endBusy();
-  _connection.workAgainIn(_pause);
-  _pause = std::min(_pause * 2, LongestPause);
+  _connection.workAgainIn(_pauses.next());
 }
 
 void PairedDevice::endBusy() {

@@ -21,6 +21,7 @@
 #include "linux/mosquitto/PushState.h"
 #include "platform/PreferencesStore.h"
 #include "platform/PreferencesSyncService.h"
+#include "runtime/BackOff.h"
 #include "runtime/Process.h"
 #include "runtime/ThreadSafety.h"
 
@@ -153,7 +154,7 @@ class PairedDevice final : public PreferencesSyncService, private SettleParticip
   // Of the connection's thread.
   std::optional<Sending> _sending;
   std::string _listensTo;  ///< the topic that is subscribed
-  std::chrono::milliseconds _pause;
+  BackOff _pauses;
   bool _needsConnection = false;
   std::array<std::uint64_t, 3> _told{};  ///< generation, acknowledged, how many keys are due
   bool _storeFails = false;

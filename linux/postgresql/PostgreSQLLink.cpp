@@ -37,7 +37,7 @@ PostgreSQLLink::PostgreSQLLink(Process& process, PostgreSQLOptions options, LogH
       _log(std::move(log)),
       _stop(::eventfd(0, EFD_CLOEXEC)),
       _work(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      _pause(_options.firstPause) {
+      _pauses({.first = _options.firstPause, .longest = _options.longestPause}) {
   const MutexLock lock(_mutex);
   ensureStarted();
 }
@@ -166,7 +166,7 @@ void PostgreSQLLink::connect() {
         "PostgreSQL " + _connection->serverVersion() + ", schema version " + std::to_string(PostgreSQLSchema::Version);
   }
   _changed.notifyAll();
-  _pause = _options.firstPause;
+  _pauses.reset();
   for (const auto& listener : listeners()) listener->connected(*_connection);
 }
 
@@ -271,11 +271,11 @@ void PostgreSQLLink::sayAway(const PostgreSQLError& error) {
 /// Before the next attempt. False when the thread is to end.
 bool PostgreSQLLink::pause() {
   pollfd file{_stop.get(), POLLIN, 0};
+  const int timeout = milliseconds(_pauses.next());
   int ready = 0;
   do {
-    ready = ::poll(&file, 1, milliseconds(_pause));
+    ready = ::poll(&file, 1, timeout);
   } while (ready < 0 && errno == EINTR);
-  _pause = std::min(_pause * 2, _options.longestPause);
   return ready == 0;
 }
 

@@ -14,6 +14,7 @@
 #include "linux/ServiceThread.h"
 #include "linux/postgresql/PostgreSQLConnection.h"
 #include "linux/postgresql/PostgreSQLService.h"
+#include "runtime/BackOff.h"
 #include "runtime/Log.h"
 #include "runtime/Process.h"
 #include "runtime/ThreadSafety.h"
@@ -111,7 +112,7 @@ class PostgreSQLLink {
 
   ThreadRole _role;
   std::unique_ptr<PostgreSQLConnection> _connection PELLOR_GUARDED_BY(_role);
-  double _pause PELLOR_GUARDED_BY(_role);
+  BackOff _pauses PELLOR_GUARDED_BY(_role);
   bool _isSaidToBeAway PELLOR_GUARDED_BY(_role) = false;
   ServiceThread _thread PELLOR_GUARDED_BY(_mutex);
 };

@@ -20,8 +20,8 @@ constexpr const char* Path = "/org/tapnote/Pellor/Notify1";
 constexpr const char* Interface = "org.tapnote.Pellor.Notify1";
 constexpr const char* Member = "Posted";
 
-constexpr std::chrono::milliseconds FirstPause(250);
-constexpr std::chrono::milliseconds LongestPause(60'000);
+constexpr BackOff::Pauses Pauses{.first = 0.25, .longest = 60};
+constexpr std::chrono::milliseconds LongestWait(60'000);
 
 std::string matchRule(const std::string& name) {
   return std::string("type='signal',path='") + Path + "',interface='" + Interface + "',member='" + Member + "',arg0='" +
@@ -58,7 +58,7 @@ BusConnection::BusConnection(std::string address, std::chrono::microseconds answ
       _client(std::move(client)),
       _wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
       _opensAt(Clock::now()),
-      _pause(FirstPause) {
+      _pauses(Pauses) {
   const MutexLock lock(_mutex);
   ensureStarted();
 }
@@ -233,7 +233,7 @@ int BusConnection::checkAnswers() {
     return Clock::now() < _answersBy ? 0 : -ETIMEDOUT;
   }
   _answersBy = Clock::time_point::max();
-  _pause = FirstPause;
+  _pauses.reset();
   if (std::exchange(_isReportedAway, false)) _log.log("the session bus is there, notifications go by it too");
   const MutexLock lock(_mutex);
   _isAway = false;
@@ -244,8 +244,7 @@ void BusConnection::lose(int error) {
   _matches.clear();
   _bus.reset();
   _answersBy = Clock::time_point::max();
-  _opensAt = Clock::now() + _pause;
-  _pause = std::min(_pause * 2, LongestPause);
+  _opensAt = Clock::now() + steadyDuration(_pauses.next());
   sayAway(std::system_category().message(-error));
   {
     const MutexLock lock(_mutex);
@@ -270,7 +269,7 @@ void BusConnection::waitForWork() {
   int timeout = -1;
   if (next != Clock::time_point::max()) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - Clock::now());
-    timeout = static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, LongestPause.count()));
+    timeout = static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, LongestWait.count()));
   }
   ::poll(files.data(), files.size(), timeout);
   std::uint64_t ignored = 0;

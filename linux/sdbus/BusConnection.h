@@ -10,6 +10,7 @@
 #include "linux/PrivateFiles.h"
 #include "linux/ServiceThread.h"
 #include "linux/sdbus/SdBus.h"
+#include "runtime/BackOff.h"
 #include "runtime/Log.h"
 #include "runtime/ThreadSafety.h"
 
@@ -101,7 +102,7 @@ class BusConnection {
   bool _isReportedAway PELLOR_GUARDED_BY(_role) = false;
   int _refusal PELLOR_GUARDED_BY(_role) = 0;
   Clock::time_point _opensAt PELLOR_GUARDED_BY(_role);
-  std::chrono::milliseconds _pause PELLOR_GUARDED_BY(_role);
+  BackOff _pauses PELLOR_GUARDED_BY(_role);
   Clock::time_point _answersBy PELLOR_GUARDED_BY(_role) = Clock::time_point::max();
   ServiceThread _thread PELLOR_GUARDED_BY(_mutex);
 };
