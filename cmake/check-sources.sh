@@ -32,6 +32,9 @@ for folder in runtime platform Pellor; do
     "$(grep -rnE '^ *# *include *<[^>]*[./]' --include='*.h' --include='*.cpp' "$folder" || true)"
 done
 
+report 'testing/ needs GoogleTest in testing/contract/ alone' \
+  "$(grep -rnE '^ *# *include *<g(test|mock)/' --include='*.h' --include='*.cpp' testing | grep -v '^testing/contract/' || true)"
+
 report 'Words that frameworks define as macros' \
   "$(grep -rnwE 'slots|signals|emit|foreach' --include='*.h' runtime platform Pellor testing linux |
     grep -vE '^[^:]+:[0-9]+: *//' | sed 's,//.*,,' | grep -wE 'slots|signals|emit|foreach' || true)"

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "tests/linux/ChildProcess.h"
+#include "testing/contract/ChildProcess.h"
 #include "tests/linux/ContactsFixture.h"
 
 namespace pellor {

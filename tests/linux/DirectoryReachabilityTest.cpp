@@ -14,7 +14,7 @@
 #include "linux/IdentityService.h"
 #include "runtime/ThreadSafety.h"
 #include "testing/LogCollector.h"
-#include "tests/contract/ReachabilityServiceContract.h"
+#include "testing/contract/ReachabilityServiceContract.h"
 #include "tests/linux/ServedProcesses.h"
 
 namespace pellor {

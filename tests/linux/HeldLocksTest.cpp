@@ -11,7 +11,7 @@
 #include <string>
 
 #include "linux/NotifyFolder.h"
-#include "tests/linux/ChildProcess.h"
+#include "testing/contract/ChildProcess.h"
 #include "tests/linux/ContactsFixture.h"
 #include "tests/linux/SQLiteStores.h"
 

@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/contract/AddressBookStoreContract.h"
-#include "tests/contract/FavoritesSourceContract.h"
+#include "testing/contract/AddressBookStoreContract.h"
+#include "testing/contract/FavoritesSourceContract.h"
 #include "tests/linux/AddressBookProgram.h"
 #include "tests/linux/CardContacts.h"
 #include "tests/linux/ContactsFixture.h"

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "testing/LogCollector.h"
-#include "tests/contract/SystemNotifyBusContract.h"
-#include "tests/linux/ChildProcess.h"
+#include "testing/contract/ChildProcess.h"
+#include "testing/contract/SystemNotifyBusContract.h"
 #include "tests/linux/ServedProcesses.h"
 #include "tests/linux/TemporaryFolder.h"
 

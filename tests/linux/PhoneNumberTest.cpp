@@ -6,7 +6,7 @@
 
 #include "linux/IdentityService.h"
 #include "linux/LibPhoneNumber.h"
-#include "tests/contract/ReachabilityServiceContract.h"
+#include "testing/contract/ReachabilityServiceContract.h"
 
 namespace pellor {
 namespace {

@@ -10,7 +10,7 @@
 #include <iterator>
 #include <string>
 
-#include "tests/linux/ChildProcess.h"
+#include "testing/contract/ChildProcess.h"
 
 namespace pellor {
 

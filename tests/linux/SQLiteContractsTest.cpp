@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/contract/PreferencesProcessesContract.h"
-#include "tests/contract/PreferencesStoreContract.h"
-#include "tests/contract/PreferencesUntoldContract.h"
-#include "tests/contract/PreferencesVersionsContract.h"
+#include "testing/contract/PreferencesProcessesContract.h"
+#include "testing/contract/PreferencesStoreContract.h"
+#include "testing/contract/PreferencesUntoldContract.h"
+#include "testing/contract/PreferencesVersionsContract.h"
 #include "tests/linux/FaultyDisk.h"
 #include "tests/linux/SQLiteStores.h"
 

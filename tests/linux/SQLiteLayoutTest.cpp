@@ -7,7 +7,7 @@
 #include <string>
 
 #include "linux/CBORValue.h"
-#include "tests/contract/VersionedWriter.h"
+#include "testing/contract/VersionedWriter.h"
 #include "tests/linux/SQLiteStores.h"
 
 namespace pellor {

@@ -11,7 +11,7 @@
 #include "linux/SQLiteDatabase.h"
 #include "runtime/LongArray.h"
 #include "testing/LogCollector.h"
-#include "tests/contract/VersionedWriter.h"
+#include "testing/contract/VersionedWriter.h"
 #include "tests/linux/SQLiteStores.h"
 #include "tests/linux/TemporaryFolder.h"
 

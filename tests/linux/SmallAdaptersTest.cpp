@@ -21,7 +21,7 @@
 #include "linux/UnpairedDevice.h"
 #include "linux/UserFolders.h"
 #include "testing/SimulatedScheduler.h"
-#include "tests/contract/PreferencesSyncServiceContract.h"
+#include "testing/contract/PreferencesSyncServiceContract.h"
 #include "tests/linux/TemporaryFolder.h"
 
 namespace pellor {

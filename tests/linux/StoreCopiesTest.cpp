@@ -13,7 +13,7 @@
 #include "linux/StoreCopyKeeper.h"
 #include "testing/LogCollector.h"
 #include "testing/SimulatedScheduler.h"
-#include "tests/contract/VersionedWriter.h"
+#include "testing/contract/VersionedWriter.h"
 #include "tests/linux/SQLiteStores.h"
 
 namespace pellor {

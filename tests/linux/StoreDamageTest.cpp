@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "testing/LogCollector.h"
-#include "tests/contract/VersionedWriter.h"
+#include "testing/contract/VersionedWriter.h"
 #include "tests/linux/SQLiteStores.h"
 
 namespace pellor {

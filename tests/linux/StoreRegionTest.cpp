@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/linux/ChildProcess.h"
+#include "testing/contract/ChildProcess.h"
 #include "tests/linux/SQLiteStores.h"
 
 namespace pellor {

@@ -8,7 +8,7 @@
 #include "linux/DirectoryReachability.h"
 #include "linux/IdentityService.h"
 #include "runtime/Process.h"
-#include "tests/contract/ReachabilityServiceContract.h"
+#include "testing/contract/ReachabilityServiceContract.h"
 #include "tests/linux/ServedProcesses.h"
 
 namespace pellor {

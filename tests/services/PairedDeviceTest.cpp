@@ -7,7 +7,7 @@
 
 #include "linux/mosquitto/SealingKeys.h"
 #include "linux/mosquitto/SyncMessages.h"
-#include "tests/contract/PreferencesSyncServiceContract.h"
+#include "testing/contract/PreferencesSyncServiceContract.h"
 #include "tests/services/PairedDeviceFixture.h"
 
 namespace pellor {

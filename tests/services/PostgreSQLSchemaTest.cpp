@@ -8,7 +8,7 @@
 
 #include "linux/CBORValue.h"
 #include "linux/postgresql/PostgreSQLConnection.h"
-#include "tests/contract/VersionedWriter.h"
+#include "testing/contract/VersionedWriter.h"
 #include "tests/services/PostgreSQLClient.h"
 
 namespace pellor {

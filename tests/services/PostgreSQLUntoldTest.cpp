@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "linux/postgresql/PostgreSQLPreferences.h"
-#include "tests/contract/PreferencesUntoldContract.h"
+#include "testing/contract/PreferencesUntoldContract.h"
 #include "tests/services/Detour.h"
 #include "tests/services/PostgreSQLClient.h"
 

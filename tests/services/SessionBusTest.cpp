@@ -13,7 +13,7 @@
 
 #include "linux/sdbus/BusConnection.h"
 #include "testing/LogCollector.h"
-#include "tests/contract/SystemNotifyBusContract.h"
+#include "testing/contract/SystemNotifyBusContract.h"
 #include "tests/linux/RefusedThreads.h"
 #include "tests/linux/ServedProcesses.h"
 #include "tests/services/BusDaemon.h"

@@ -6,14 +6,14 @@
 #include "testing/Addresses.h"
 #include "testing/SimulatedScheduler.h"
 #include "testing/SimulatedWorld.h"
-#include "tests/contract/AddressBookStoreContract.h"
-#include "tests/contract/FavoritesSourceContract.h"
-#include "tests/contract/PreferencesStoreContract.h"
-#include "tests/contract/PreferencesSyncServiceContract.h"
-#include "tests/contract/PreferencesUntoldContract.h"
-#include "tests/contract/PreferencesVersionsContract.h"
-#include "tests/contract/ReachabilityServiceContract.h"
-#include "tests/contract/SystemNotifyBusContract.h"
+#include "testing/contract/AddressBookStoreContract.h"
+#include "testing/contract/FavoritesSourceContract.h"
+#include "testing/contract/PreferencesStoreContract.h"
+#include "testing/contract/PreferencesSyncServiceContract.h"
+#include "testing/contract/PreferencesUntoldContract.h"
+#include "testing/contract/PreferencesVersionsContract.h"
+#include "testing/contract/ReachabilityServiceContract.h"
+#include "testing/contract/SystemNotifyBusContract.h"
 
 namespace pellor {
 namespace {

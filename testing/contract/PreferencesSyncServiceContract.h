@@ -1,4 +1,4 @@
-// What every sync service must do, written against the interface alone.
+// What every sync service must do, written against the interface alone. Needs GoogleTest.
 //
 // A factory makes a service and does to it what the world does:
 //

@@ -1,5 +1,6 @@
-// What a preferences store of real processes must do besides. A factory of PreferencesStoreContract.h also opens stores
-// in children:
+// What a preferences store of real processes must do besides. Needs GoogleTest and a system with fork.
+//
+// A factory of PreferencesStoreContract.h also opens stores in children:
 //
 //   struct MyStores {
 //     ...
@@ -16,9 +17,9 @@
 #include <set>
 #include <vector>
 
-#include "tests/contract/PreferencesStoreContract.h"
-#include "tests/contract/VersionedWriter.h"
-#include "tests/linux/ChildProcess.h"
+#include "testing/contract/ChildProcess.h"
+#include "testing/contract/PreferencesStoreContract.h"
+#include "testing/contract/VersionedWriter.h"
 
 namespace pellor {
 

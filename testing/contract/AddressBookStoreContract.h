@@ -1,4 +1,4 @@
-// What every address book must do, written against the interface alone.
+// What every address book must do, written against the interface alone. Needs GoogleTest.
 //
 // A factory has the address book of one program and does to it what the world does. Contacts are named by their GUIDs,
 // which the address book chooses; national phone numbers are German ones.

@@ -1,5 +1,6 @@
-// What every preferences store must do with versioned reads and writes, for the factories of
-// PreferencesStoreContract.h:
+// What every preferences store must do with versioned reads and writes. Needs GoogleTest.
+//
+// For the factories of PreferencesStoreContract.h:
 //
 //   INSTANTIATE_TYPED_TEST_SUITE_P(Mine, PreferencesVersionsContract, MyStores);
 //
@@ -23,9 +24,9 @@
 #include <vector>
 
 #include "runtime/LongArray.h"
-#include "tests/contract/PreferencesStoreContract.h"
-#include "tests/contract/VersionedWriter.h"
-#include "tests/contract/WriteCases.h"
+#include "testing/contract/PreferencesStoreContract.h"
+#include "testing/contract/VersionedWriter.h"
+#include "testing/contract/WriteCases.h"
 
 namespace pellor {
 

@@ -1,4 +1,4 @@
-// What the suites about versioned reads and writes have in common.
+// What the suites about versioned reads and writes have in common. Needs GoogleTest.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "platform/PreferencesStore.h"
-#include "tests/contract/PreferencesStoreContract.h"
+#include "testing/contract/PreferencesStoreContract.h"
 
 namespace pellor {
 

@@ -1,4 +1,4 @@
-// What every bus must do, written against the interface alone.
+// What every bus must do, written against the interface alone. Needs GoogleTest.
 //
 // A factory connects several processes of the test's thread, numbered from 0, and lets them run:
 //

@@ -1,5 +1,6 @@
-// What a preferences store must do when it cannot tell what became of a write. A factory of PreferencesStoreContract.h
-// that can cut off the answer says in which ways:
+// What a preferences store must do when it cannot tell what became of a write. Needs GoogleTest.
+//
+// A factory of PreferencesStoreContract.h that can cut off the answer says in which ways:
 //
 //   struct MyStores {
 //     ...
@@ -15,8 +16,8 @@
 
 #include <vector>
 
-#include "tests/contract/PreferencesStoreContract.h"
-#include "tests/contract/VersionedWriter.h"
+#include "testing/contract/PreferencesStoreContract.h"
+#include "testing/contract/VersionedWriter.h"
 
 namespace pellor {
 

@@ -1,4 +1,4 @@
-// What every source of favorites must do, written against the interface alone.
+// What every source of favorites must do, written against the interface alone. Needs GoogleTest.
 //
 // A factory is one of AddressBookStoreContract.h that has favorites, too:
 //

@@ -1,5 +1,7 @@
-// What every preferences store must do, written against the interface alone. This suite is about values that are set
-// and synchronised; that of versioned reads and writes, for the same factories, is in PreferencesVersionsContract.h.
+// What every preferences store must do, written against the interface alone. Needs GoogleTest.
+//
+// This suite is about values that are set and synchronised; that of versioned reads and writes, for the same factories,
+// is in PreferencesVersionsContract.h.
 //
 // A factory makes stores that share one content, and does to it what the world does:
 //

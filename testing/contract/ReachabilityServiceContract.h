@@ -1,4 +1,4 @@
-// What every reachability service must do, written against the interface alone.
+// What every reachability service must do, written against the interface alone. Needs GoogleTest.
 //
 // Conversions: a factory makes services that remember nothing of each other.
 //
