@@ -2,39 +2,25 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "testing/contract/PersonNameFormatterContract.h"
+#include "testing/contract/TextServiceContract.h"
+
 namespace pellor {
 namespace {
 
-IcuText textFor(std::string locale) {
-  return IcuText([locale] { return locale; });
-}
-
-TEST(IcuTextTest, DigitsOfAnyScriptCount) {
-  IcuText text = textFor("de_DE");
-  for (const char* with : {"5", "a5", "\xD9\xA5", "\xE0\xA5\xA7", "\xEF\xBC\x95", "\xF0\x9D\x9F\x9E"}) {
-    EXPECT_TRUE(text.containsDecimalDigit(with)) << with;
+struct TextByIcu {
+  static std::shared_ptr<IcuText> make(const std::string& locale) {
+    return std::make_shared<IcuText>([locale] { return locale; });
   }
-  for (const char* without : {"", "five", "\xC2\xB2", "\xE2\x85\xA4", "\xE4\xBA\x94", "\xFF"}) {
-    EXPECT_FALSE(text.containsDecimalDigit(without)) << without;
-  }
-}
+};
 
-TEST(IcuTextTest, LettersAndMarksAreToldBy16BitUnit) {
-  IcuText text = textFor("de_DE");
-  for (const char16_t unit : {u'a', u'\u00C9', u'\u0301', u'\u4E2D', u'\u0939'}) EXPECT_TRUE(text.isLetterOrMark(unit));
-  for (const char16_t unit : {u'1', u' ', u'_', u'-', u'\u20AC', char16_t{0xD83D}, char16_t{0xDE00}}) {
-    EXPECT_FALSE(text.isLetterOrMark(unit)) << static_cast<int>(unit);
-  }
-}
-
-TEST(IcuTextTest, UpperCaseFollowsTheLocale) {
-  EXPECT_EQ(textFor("de_DE").uppercase("straße é i"), "STRASSE É I");
-  EXPECT_EQ(textFor("tr_TR").uppercase("i\xC4\xB1"), "\xC4\xB0I");
-  EXPECT_EQ(textFor("").uppercase("a\xFFz"), "A\xEF\xBF\xBDZ");
+TEST(IcuTextTest, BytesThatAreNoTextAreReplaced) {
+  EXPECT_EQ(TextByIcu::make("")->uppercase("a\xFFz"), "A\xEF\xBF\xBDZ");
 }
 
 TEST(IcuTextTest, InitialsFollowTheLocaleAndTheScript) {
@@ -45,20 +31,13 @@ TEST(IcuTextTest, InitialsFollowTheLocaleAndTheScript) {
     const char* initials;
   };
   const std::vector<Case> cases = {
-      {"de_DE", "Ada", "Lovelace", "AL"},
-      {"hu_HU", "B\xC3\xA9la", "Bart\xC3\xB3k", "BB"},
       {"zh_Hant_TW", "Ada", "Lovelace", "LA"},
-      {"en_US", "Ada", std::nullopt, "A"},
-      {"en_US", std::nullopt, std::nullopt, ""},
       {"en_US", "(Bob)", "'t Hart", "Bt"},
       {"en_US", "e\xCC\x81mile", "\xC3\x89luard", "e\xCC\x81\xC3\x89"},
-      {"ru_RU", "\xD0\x90\xD0\xBD\xD0\xBD\xD0\xB0", "\xD0\x98\xD0\xB2\xD0\xB0", "\xD0\x90\xD0\x98"},
-      {"ja_JP", "\xE8\x8A\xB1\xE5\xAD\x90", "\xE5\xB1\xB1\xE7\x94\xB0", ""},
       {"ar_EG", "\xD9\x84\xD9\x8A\xD9\x84\xD9\x89", std::nullopt, ""},
   };
   for (const Case& test : cases) {
-    IcuText text = textFor(test.locale);
-    EXPECT_EQ(text.abbreviatedName(test.given, test.family), test.initials)
+    EXPECT_EQ(TextByIcu::make(test.locale)->abbreviatedName(test.given, test.family), test.initials)
         << test.given.value_or("-") << " " << test.family.value_or("-") << " in " << test.locale;
   }
 }
@@ -84,4 +63,8 @@ TEST(IcuTextTest, ScriptsAndPicturesAreTold) {
 }
 
 }  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Icu, PersonNameFormatterContract, TextByIcu);
+INSTANTIATE_TYPED_TEST_SUITE_P(Icu, TextServiceContract, TextByIcu);
+
 }  // namespace pellor

@@ -8,12 +8,14 @@
 #include "testing/SimulatedWorld.h"
 #include "testing/contract/AddressBookStoreContract.h"
 #include "testing/contract/FavoritesSourceContract.h"
+#include "testing/contract/PersonNameFormatterContract.h"
 #include "testing/contract/PreferencesStoreContract.h"
 #include "testing/contract/PreferencesSyncServiceContract.h"
 #include "testing/contract/PreferencesUntoldContract.h"
 #include "testing/contract/PreferencesVersionsContract.h"
 #include "testing/contract/ReachabilityServiceContract.h"
 #include "testing/contract/SystemNotifyBusContract.h"
+#include "testing/contract/TextServiceContract.h"
 
 namespace pellor {
 namespace {
@@ -185,8 +187,26 @@ class ContactsInMemory {
   SimulatedProcesses _processes;
 };
 
+struct TextInMemory {
+  static std::shared_ptr<TextService> make(const std::string& locale) {
+    const auto text = std::make_shared<SimulatedText>();
+    text->setTurkish(locale == "tr_TR");
+    return text;
+  }
+};
+
+struct NamesInMemory {
+  static std::shared_ptr<PersonNameFormatter> make(const std::string& locale) {
+    const auto names = std::make_shared<SimulatedPersonNames>();
+    names->setFamilyNameFirst(locale == "hu_HU");
+    return names;
+  }
+};
+
 }  // namespace
 
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PersonNameFormatterContract, NamesInMemory);
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, TextServiceContract, TextInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, AddressBookStoreContract, ContactsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, FavoritesSourceContract, ContactsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesStoreContract, StoresInMemory);
