@@ -1,11 +1,13 @@
 // Numbers as libphonenumber reads them, and the identifiers that are made of them.
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "linux/IdentityService.h"
 #include "linux/LibPhoneNumber.h"
+#include "testing/contract/PhoneNumberFormatterContract.h"
 #include "testing/contract/ReachabilityServiceContract.h"
 
 namespace pellor {
@@ -56,10 +58,6 @@ TEST(PhoneNumberTest, AddressesKeepTheirCase) {
 
 TEST(PhoneNumberTest, NumbersAreShownForTheHomeCountry) {
   LibPhoneNumber numbers(in("DE"));
-  EXPECT_EQ(numbers.homeCountryCode(), "DE");
-  EXPECT_EQ(numbers.parsePhoneNumber("no number", "DE"), nullptr);
-  EXPECT_EQ(numbers.parsePhoneNumber("911", "DE"), nullptr);
-
   struct Case {
     const char *text, *canonical, *country, *national, *international;
   };
@@ -81,8 +79,16 @@ TEST(PhoneNumberTest, NumbersAreShownForTheHomeCountry) {
     EXPECT_EQ(numbers.formatPhoneNumber(canonical, country, PhoneNumberStyleCompact, PhoneNumberOptionShort),
               test.international);
   }
-  EXPECT_EQ(numbers.formatPhoneNumber("not a number", "DE", PhoneNumberStyleCompact, 6), "not a number");
 }
 
+struct NumbersByLibrary {
+  std::shared_ptr<PhoneNumberFormatter> make(const std::string& homeCountry) {
+    return std::make_shared<LibPhoneNumber>(in(homeCountry));
+  }
+};
+
 }  // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(Library, PhoneNumberFormatterContract, NumbersByLibrary);
+
 }  // namespace pellor

@@ -9,6 +9,7 @@
 #include "testing/contract/AddressBookStoreContract.h"
 #include "testing/contract/FavoritesSourceContract.h"
 #include "testing/contract/PersonNameFormatterContract.h"
+#include "testing/contract/PhoneNumberFormatterContract.h"
 #include "testing/contract/PreferencesStoreContract.h"
 #include "testing/contract/PreferencesSyncServiceContract.h"
 #include "testing/contract/PreferencesUntoldContract.h"
@@ -203,9 +204,18 @@ struct NamesInMemory {
   }
 };
 
+struct NumbersInMemory {
+  static std::shared_ptr<PhoneNumberFormatter> make(const std::string& homeCountry) {
+    const auto numbers = std::make_shared<SimulatedPhoneNumbers>();
+    numbers->setHomeCountry(homeCountry);
+    return numbers;
+  }
+};
+
 }  // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PersonNameFormatterContract, NamesInMemory);
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PhoneNumberFormatterContract, NumbersInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, TextServiceContract, TextInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, AddressBookStoreContract, ContactsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, FavoritesSourceContract, ContactsInMemory);
