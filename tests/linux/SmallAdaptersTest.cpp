@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -21,6 +22,9 @@
 #include "linux/UnpairedDevice.h"
 #include "linux/UserFolders.h"
 #include "testing/SimulatedScheduler.h"
+#include "testing/contract/AnalyticsCountersContract.h"
+#include "testing/contract/DigestServiceContract.h"
+#include "testing/contract/LocalizedStringsContract.h"
 #include "testing/contract/PreferencesSyncServiceContract.h"
 #include "tests/linux/TemporaryFolder.h"
 
@@ -36,13 +40,22 @@ Environment environmentOf(std::map<std::string, std::string> variables) {
   };
 }
 
-TEST(NettleDigestTest, GivesThePublishedDigest) {
-  const std::array<std::uint8_t, 20> published{0xa9, 0x99, 0x3e, 0x36, 0x47, 0x06, 0x81, 0x6a, 0xba, 0x3e,
-                                               0x25, 0x71, 0x78, 0x50, 0xc2, 0x6c, 0x9c, 0xd0, 0xd8, 0x9d};
-  EXPECT_EQ(NettleDigest().sha1(Data{'a', 'b', 'c'}), published);
-}
+// Digest
+
+struct DigestsByNettle {
+  static std::shared_ptr<DigestService> make() { return std::make_shared<NettleDigest>(); }
+};
 
 // Strings
+
+struct StringsFromCatalogs {
+  static std::map<std::string, std::string> favorites() {
+    return {{"en_GB", "Favorites"}, {"de_AT", "Favoriten"}, {"fr_FR", "Favoris"}};
+  }
+  static std::shared_ptr<LocalizedStrings> make(const std::string& language) {
+    return std::make_shared<GettextStrings>(GettextStrings::catalogFolders, environmentOf({{"LANG", language}}));
+  }
+};
 
 std::string numberedTitle(GettextStrings& strings) {
   return strings.bundleWithIdentifier("org.tapnote.Pellor")->localizedString("NUMBERED_FAVORITES_FORMAT_STRING", "");
@@ -125,6 +138,28 @@ TEST(PrometheusCountersTest, ChangedValuesAreWrittenAtASettleAndOnceASecond) {
   counters.reset();
   EXPECT_NE(contentOf(file).find("\n_7_groups_count 2"), std::string::npos) << "without a settle";
 }
+
+/// Looks into the file.
+class CountersInAFile {
+ public:
+  Process& process() { return _process; }
+  AnalyticsCounters& counters() { return *_counters; }
+  std::optional<std::int64_t> recorded(const std::string& key) {
+    EXPECT_TRUE(_process.settle(5));
+    _scheduler->advance(1);
+    const std::string content = contentOf(_file), line = "\n" + metricNameOf(key) + " ";
+    const std::size_t found = content.find(line);
+    if (found == std::string::npos) return std::nullopt;
+    return static_cast<std::int64_t>(std::stod(content.substr(found + line.size())));
+  }
+
+ private:
+  const TemporaryFolder _folder;
+  const fs::path _file = _folder / "pellor.prom";
+  const std::shared_ptr<SimulatedScheduler> _scheduler = std::make_shared<SimulatedScheduler>(1);
+  Process _process{_scheduler, nullptr};
+  std::optional<PrometheusCounters> _counters{std::in_place, _process, _file, LogHandle("test", "counters", nullptr)};
+};
 
 // Log
 
@@ -278,6 +313,9 @@ struct NoDevice {
 
 }  // namespace
 
+INSTANTIATE_TYPED_TEST_SUITE_P(Catalogs, LocalizedStringsContract, StringsFromCatalogs);
+INSTANTIATE_TYPED_TEST_SUITE_P(Nettle, DigestServiceContract, DigestsByNettle);
+INSTANTIATE_TYPED_TEST_SUITE_P(Prometheus, AnalyticsCountersContract, CountersInAFile);
 INSTANTIATE_TYPED_TEST_SUITE_P(Unpaired, PreferencesSyncServiceContract, NoDevice);
 
 }  // namespace pellor

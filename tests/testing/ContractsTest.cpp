@@ -7,7 +7,10 @@
 #include "testing/SimulatedScheduler.h"
 #include "testing/SimulatedWorld.h"
 #include "testing/contract/AddressBookStoreContract.h"
+#include "testing/contract/AnalyticsCountersContract.h"
+#include "testing/contract/DigestServiceContract.h"
 #include "testing/contract/FavoritesSourceContract.h"
+#include "testing/contract/LocalizedStringsContract.h"
 #include "testing/contract/PersonNameFormatterContract.h"
 #include "testing/contract/PhoneNumberFormatterContract.h"
 #include "testing/contract/PreferencesStoreContract.h"
@@ -212,8 +215,34 @@ struct NumbersInMemory {
   }
 };
 
+struct StringsInMemory {
+  static std::map<std::string, std::string> favorites() { return {{"en", "Favorites"}, {"de", "Favoriten"}}; }
+  static std::shared_ptr<LocalizedStrings> make(const std::string& language) {
+    const auto strings = std::make_shared<InMemoryStrings>();
+    if (language == "de") strings->setText("FAVORITES", "Favoriten");
+    return strings;
+  }
+};
+
+struct DigestsInMemory {
+  static std::shared_ptr<DigestService> make() { return std::make_shared<SimulatedDigests>(); }
+};
+
+class CountersInMemory {
+ public:
+  Process& process() { return _processes.at(0).process; }
+  AnalyticsCounters& counters() { return *_processes.at(0).platform.counters; }
+  std::optional<std::int64_t> recorded(const std::string& key) { return _processes.world.counters().value(key); }
+
+ private:
+  SimulatedProcesses _processes;
+};
+
 }  // namespace
 
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, AnalyticsCountersContract, CountersInMemory);
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, DigestServiceContract, DigestsInMemory);
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, LocalizedStringsContract, StringsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PersonNameFormatterContract, NamesInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PhoneNumberFormatterContract, NumbersInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, TextServiceContract, TextInMemory);
