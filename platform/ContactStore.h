@@ -16,7 +16,7 @@ struct Contact {
 class ContactStore {
  public:
   virtual ~ContactStore() = default;
-  /// The address-book record of a contact; null when there is none any more.
+  /// The record of a contact, by the process's shared handle; null when there is none any more.
   virtual RecordRef personFromContact(const Contact& contact) = 0;
 };
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "linux/IndexedContactStore.h"
 #include "linux/MarkedFavorites.h"
 #include "testing/TestContact.h"
 #include "tests/linux/AddressBookProgram.h"
@@ -50,6 +51,11 @@ class CardContacts {
     if (!_favorites) _favorites = MarkedFavorites::make(process(), program().store);
     return *_favorites;
   }
+  ContactStore& contacts() {
+    if (!_pickable) _pickable = std::make_shared<IndexedContactStore>(program().store);
+    return *_pickable;
+  }
+  static Contact contactFor(const std::string& guid) { return {guid}; }
   AddressBookProgram& program() {
     if (!_program) _program.emplace(_fixture.log, makeSource(), _fixture.options());
     return *_program;
@@ -110,6 +116,7 @@ class CardContacts {
   std::map<std::string, Kept> _contacts;
   std::optional<AddressBookProgram> _program;
   std::shared_ptr<MarkedFavorites> _favorites;
+  std::shared_ptr<IndexedContactStore> _pickable;
 };
 
 }  // namespace pellor

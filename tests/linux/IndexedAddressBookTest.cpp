@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "testing/contract/AddressBookStoreContract.h"
+#include "testing/contract/ContactStoreContract.h"
 #include "testing/contract/FavoritesSourceContract.h"
 #include "tests/linux/AddressBookProgram.h"
 #include "tests/linux/CardContacts.h"
@@ -141,6 +142,7 @@ class ContactsInAFolder final : public CardContacts {
 }  // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(Folder, AddressBookStoreContract, ContactsInAFolder);
+INSTANTIATE_TYPED_TEST_SUITE_P(Folder, ContactStoreContract, ContactsInAFolder);
 INSTANTIATE_TYPED_TEST_SUITE_P(MarksInAFolder, FavoritesSourceContract, ContactsInAFolder);
 
 }  // namespace pellor

@@ -8,6 +8,7 @@
 #include "testing/SimulatedWorld.h"
 #include "testing/contract/AddressBookStoreContract.h"
 #include "testing/contract/AnalyticsCountersContract.h"
+#include "testing/contract/ContactStoreContract.h"
 #include "testing/contract/DigestServiceContract.h"
 #include "testing/contract/FavoritesSourceContract.h"
 #include "testing/contract/LocalizedStringsContract.h"
@@ -159,6 +160,8 @@ class ContactsInMemory {
   Process& process() { return one().process; }
   AddressBookStore& store() { return *one().platform.addressBook; }
   FavoritesSource& favorites() { return *one().platform.favorites; }
+  ContactStore& contacts() { return *one().platform.contacts; }
+  static Contact contactFor(const std::string& guid) { return {guid}; }
   std::string add(const TestContact& contact) { return book().add(contact); }
   void change(const std::string& guid, TestContact contact) {
     book().change(guid, [&](TestContact& stored) {
@@ -241,6 +244,7 @@ class CountersInMemory {
 }  // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, AnalyticsCountersContract, CountersInMemory);
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, ContactStoreContract, ContactsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, DigestServiceContract, DigestsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, LocalizedStringsContract, StringsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PersonNameFormatterContract, NamesInMemory);
