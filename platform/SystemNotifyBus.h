@@ -17,7 +17,7 @@ class SystemNotifyBus {
   virtual ~SystemNotifyBus() = default;
 
   /// Runs `callback` for each delivery of `name`, from any process, this one included. `observer` tells registrations
-  /// of one name apart; with several of them each gets every delivery.
+  /// of one name apart; with several of them each gets every delivery, in the order of registration.
   virtual void addObserver(const void* observer, std::function<void()> callback, std::string_view name) = 0;
   /// Ends the registration: the callback is never called again. Unknown ones are ignored.
   virtual void removeObserver(const void* observer, std::string_view name) = 0;
