@@ -27,6 +27,7 @@ class FileContacts {
     const FileLock lock(file.string() + ".lock");
     const auto bytes = readFile(file);
     if (!lock.isHeld() || !bytes.isReadable()) return false;
+    if (bytes.value() && !change) return true;  // it is there
     auto content = bytes.value() ? decoded(*bytes.value()) : Value(pellor::Array{std::to_string(randomNumber())});
     if (!content || !content->array()) return false;
     pellor::Array changes = *content->array();

@@ -1,10 +1,10 @@
 // A friend list over plain files: preferences, bus, contacts and favorites; the other services are those in memory.
 //
 // What it leaves out, and a port for users does not: values, posts and changes of contacts cost as much as there are
-// stored (each file is replaced as a whole); a file that is damaged as a whole is not recovered, only a damaged value;
-// files are looked at 50 times a second where a system could tell of changes; names of posts and changes of contacts
-// are kept for ever; the fall of the contacts is not remembered over restarts; defaults of the process; phone numbers,
-// texts and names of the whole world.
+// stored (each file is replaced as a whole); a file that is damaged as a whole is not recovered, only a damaged value,
+// and the changes of contacts are trusted to be what this program wrote; files are looked at 50 times a second where a
+// system could tell of changes; names of posts and changes of contacts are kept for ever; the fall of the contacts is
+// not remembered over restarts; defaults of the process; phone numbers, texts and names of the whole world.
 #include <cstdlib>
 #include <iostream>
 
