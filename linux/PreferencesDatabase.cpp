@@ -41,19 +41,29 @@ std::optional<std::string> PreferencesDatabase::storedIdentity() const {
 }
 
 PreferencesDatabase::Loss PreferencesDatabase::loss() const {
-  std::error_code error;
-  const std::uintmax_t size = _file.empty() ? 0 : std::filesystem::file_size(_file, error);
-  if (_file.empty() || error || _statements->database().hasMoved()) return Loss::none;
+  if (_file.empty()) return Loss::none;
+  struct stat file {};
+  // Another file in its place has lost nothing.
+  if (::stat(_file.c_str(), &file) != 0 || file.st_ino != _fileNumber) return Loss::none;
+  const auto size = static_cast<std::uintmax_t>(file.st_size);
   if (size < _size) return Loss::end;
   _size = size;
   // SQLite removes the log with the last connection alone.
-  return identityOfLog() == _logIdentity ? Loss::none : Loss::log;
+  struct stat log {};
+  const bool isLogThere = ::stat(_log.c_str(), &log) == 0 && log.st_ino == _logNumber;
+  return isLogThere ? Loss::none : Loss::log;
 }
 
-std::optional<std::uint64_t> PreferencesDatabase::identityOfLog() const {
-  struct stat found {};
-  const std::string log = _file.string() + "-wal";
-  return ::stat(log.c_str(), &found) == 0 ? std::optional<std::uint64_t>(found.st_ino) : std::nullopt;
+void PreferencesDatabase::remember(const std::filesystem::path& file) {
+  struct stat found {
+  }, log{};
+  const std::string logFile = file.string() + "-wal";
+  if (::stat(file.c_str(), &found) != 0 || ::stat(logFile.c_str(), &log) != 0) return;
+  _file = file.string();
+  _log = logFile;
+  _size = static_cast<std::uintmax_t>(found.st_size);
+  _fileNumber = found.st_ino;
+  _logNumber = log.st_ino;
 }
 
 SQLiteTransaction PreferencesDatabase::transaction(SQLiteTransaction::Kind kind) const {

@@ -136,7 +136,8 @@ class PreferencesDatabase {
   void open(const std::filesystem::path& file, SQLiteDatabase::Access access);
   void prepareForWriting(const std::string& identity);
   std::int64_t version() const;
-  std::optional<std::uint64_t> identityOfLog() const;
+  /// What tells a loss. Nothing is told of a file that is gone again already.
+  void remember(const std::filesystem::path& file);
   std::uint64_t storedNumber() const;
   /// How the file is named for this store; absent when that row is damaged or missing.
   std::optional<std::string> storedIdentity() const;
@@ -147,9 +148,11 @@ class PreferencesDatabase {
   void removeRuns(std::string_view key, std::string_view domain) const;
 
   const std::shared_ptr<LockPatience> _patience;
-  std::filesystem::path _file;
-  mutable std::uintmax_t _size = 0;           ///< the largest that the file was seen to have
-  std::optional<std::uint64_t> _logIdentity;  ///< the number of the log's file
+  std::string _file, _log;           ///< while it may be written
+  mutable std::uintmax_t _size = 0;  ///< the largest that the file was seen to have
+  // By which the system knows the two files.
+  std::uint64_t _fileNumber = 0;
+  std::uint64_t _logNumber = 0;
   std::unique_ptr<SQLiteStatements> _statements;
   bool _isWritable = false;
   bool _isFrozen = false;

@@ -147,9 +147,7 @@ void PreferencesDatabase::openFile(const fs::path& file) {
   try {
     prepareForWriting(identityOf(file));
     _isWritable = true;
-    _file = file;
-    _size = fs::file_size(file);
-    _logIdentity = identityOfLog();
+    remember(file);
   } catch (const SQLiteError& error) {
     // The file may be written but not its folder, where the log would have to be; or the disk is full.
     if (!lacksPlace(error)) throw;
