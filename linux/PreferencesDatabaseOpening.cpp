@@ -256,8 +256,11 @@ void PreferencesDatabase::openFrozen(const fs::path& file) {
   if (isIndexOfLog(besideFile(file, "-shm")))
     throw SQLiteError(SQLITE_CANTOPEN, "the index of its log may not be read");
   const MemoryFolder folder;
-  for (const char* suffix : {"", "-wal"})
-    fs::copy_file(besideFile(file, suffix), besideFile(folder.path() / "store", suffix), ignored);
+  std::error_code error;
+  for (const char* suffix : {"", "-wal"}) {
+    fs::copy_file(besideFile(file, suffix), besideFile(folder.path() / "store", suffix), error);
+    if (error) throw SQLiteError(SQLITE_CANTOPEN, "the log beside it cannot be read: " + error.message());
+  }
   open(folder.path() / "store", SQLiteDatabase::Access::readOnly);
   layout();
 }
