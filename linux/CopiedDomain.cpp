@@ -41,8 +41,14 @@ void addDomain(StoreCopy& copy, const std::string& domain, const PreferencesMemo
   for (const auto& [key, stored] : snapshot) {
     auto content = contentOf(stored);
     if (!content) continue;
-    if (key == ListKey) copy.friends += numberOfFriends(content->runs);
     copy.values.insert_or_assign({domain, key}, *std::move(content));
+  }
+}
+
+void countFriends(StoreCopy& copy) {
+  copy.friends = 0;
+  for (const auto& [name, content] : copy.values) {
+    if (name.second == ListKey) copy.friends += numberOfFriends(content.runs);
   }
 }
 

@@ -8,8 +8,9 @@
 
 namespace pellor {
 
-/// Adds the values to the copy, and the friends of lists to its count. What is damaged and has no good copy is left
-/// out.
+/// Adds the values to the copy. What is damaged and has no good copy is left out.
 void addDomain(StoreCopy& copy, const std::string& domain, const PreferencesMemory::Snapshot& snapshot);
+/// Counts the friends of all lists in the copy.
+void countFriends(StoreCopy& copy);
 
 }  // namespace pellor

@@ -33,6 +33,7 @@ std::optional<StoreCopy> SQLitePreferences::copyOfStore(double date) {
   }
   copy.date = date;
   for (const auto& [domain, snapshot] : snapshots) addDomain(copy, domain, *snapshot);
+  countFriends(copy);
   return copy;
 }
 
@@ -48,7 +49,7 @@ std::optional<StoreCopy> SQLitePreferences::contentOfNewStore() {
   }
   std::optional<StoreCopy> copy = _copies.newest();
   if (known.values.empty()) return copy;
-  if (!copy) return known;
+  if (!copy) copy.emplace();
   for (auto& [name, content] : copy->values) {
     const auto found = _known.find(name.first);
     const bool isRead = found != _known.end() && found->second.snapshot;
@@ -56,6 +57,7 @@ std::optional<StoreCopy> SQLitePreferences::contentOfNewStore() {
     const bool isLater = read && copy->store == known.store && content.count > read->count;
     if (!isRead || isLater) known.values.insert_or_assign(name, std::move(content));
   }
+  countFriends(known);
   return known;
 }
 

@@ -176,6 +176,7 @@ class PostgreSQLPreferences::Core final : public PostgreSQLListener, public std:
       copy.store = domain.store;
       copy.removed = std::max(copy.removed, static_cast<std::uint64_t>(domain.revision));
     }
+    countFriends(copy);
     return copy;
   }
 

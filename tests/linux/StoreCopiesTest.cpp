@@ -219,6 +219,7 @@ TEST_F(StoreCopiesTest, ARunningProgramTakesFromTheCopyWhatOthersWroteAfterItHad
   ASSERT_EQ(copies().keep(*other->copyOfStore(700'000'000)), std::nullopt);
   fs::remove(file());
   EXPECT_EQ(valueIn(*store, "FriendList"), Value(persons(4)));
+  EXPECT_EQ(_log->count("with 4 friends"), 1U);
   EXPECT_EQ(valueIn(*store, "Titles"), Value("Family"));
 }
 
