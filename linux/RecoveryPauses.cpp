@@ -1,31 +1,31 @@
 #include "linux/RecoveryPauses.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <thread>
+
+#include "linux/FileLock.h"
 
 namespace pellor {
 namespace {
 
+using std::chrono::microseconds;
 using std::chrono::steady_clock;
 
-// A hundred of them, which begin short, are 2.8 seconds.
-constexpr std::chrono::microseconds LongestPause{40'000}, PauseAfterLoss{500};
-constexpr std::chrono::minutes TimeOfShortPauses{1};
+LockPatience patience{std::chrono::seconds(3)};
 
-// Steady time; written by any thread that waited.
-std::atomic<steady_clock::duration> lostUntil{};
+// SQLite's hundred pauses begin short: together they are as long as so many that are not.
+constexpr int FullPauses = 75;
 
 }  // namespace
 
-int RecoveryPauses::sleep(sqlite3_vfs*, int microseconds) {
-  const bool isLost = steady_clock::now().time_since_epoch() < lostUntil.load();
-  const auto pause = std::min(std::chrono::microseconds(microseconds), isLost ? PauseAfterLoss : LongestPause);
+int RecoveryPauses::sleep(sqlite3_vfs*, int wanted) {
+  const auto wait = std::chrono::duration_cast<microseconds>(patience.endOfWait() - steady_clock::now());
+  const auto pause = std::min(microseconds(wanted), wait / FullPauses);
   std::this_thread::sleep_for(pause);
   return static_cast<int>(pause.count());
 }
 
-void RecoveryPauses::lose() { lostUntil = (steady_clock::now() + TimeOfShortPauses).time_since_epoch(); }
+void RecoveryPauses::lose() { patience.lose(); }
 
 }  // namespace pellor
