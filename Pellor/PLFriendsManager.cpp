@@ -84,33 +84,38 @@ std::shared_ptr<PLFriendsManager> PLFriendsManager::managerForDomain(const std::
   return manager;
 }
 
+namespace {
+
+bool writeSetting(std::string_view key, Value value, const std::string& domain) {
+  return plWriteDomainSetting(preferencesOf(Process::current()), key, std::move(value), domain);
+}
+
+}  // namespace
+
 bool PLFriendsManager::setMaxGroupCountDomain(std::uint64_t count, const std::string& domain) {
-  return plWriteDomainSetting(preferencesOf(Process::current()), PLMaxGroupCountKey, count, domain);
+  return writeSetting(PLMaxGroupCountKey, count, domain);
 }
 
 bool PLFriendsManager::setGroupSizeDomain(std::uint64_t size, const std::string& domain) {
-  return plWriteDomainSetting(preferencesOf(Process::current()), PLGroupSizeKey, size, domain);
+  return writeSetting(PLGroupSizeKey, size, domain);
 }
 
 bool PLFriendsManager::setEnableEmptyTrailingGroupDomain(bool enable, const std::string& domain) {
-  return plWriteDomainSetting(preferencesOf(Process::current()), PLEmptyTrailingGroupEnabledKey, enable, domain);
+  return writeSetting(PLEmptyTrailingGroupEnabledKey, enable, domain);
 }
 
 bool PLFriendsManager::setRefreshAgainstContactsOnInitEnabledDomain(bool enable, const std::string& domain) {
-  return plWriteDomainSetting(preferencesOf(Process::current()), PLRefreshAgainstContactsOnInitEnabledKey, enable,
-                              domain);
+  return writeSetting(PLRefreshAgainstContactsOnInitEnabledKey, enable, domain);
 }
 
 bool PLFriendsManager::setFriendsChangedExternallyNotificationNameDomain(const std::string& name,
                                                                          const std::string& domain) {
-  return plWriteDomainSetting(preferencesOf(Process::current()), PLFriendsChangedExternallyNotificationKey, name,
-                              domain);
+  return writeSetting(PLFriendsChangedExternallyNotificationKey, name, domain);
 }
 
 bool PLFriendsManager::setFriendGroupTitleChangedExternallyNotificationNameDomain(const std::string& name,
                                                                                   const std::string& domain) {
-  return plWriteDomainSetting(preferencesOf(Process::current()), PLFriendGroupTitleChangedExternallyNotificationKey,
-                              name, domain);
+  return writeSetting(PLFriendGroupTitleChangedExternallyNotificationKey, name, domain);
 }
 
 std::shared_ptr<PLFriendsManager> PLFriendsManager::initWithDomain(const std::optional<std::string>& domain) {

@@ -70,8 +70,7 @@ std::uint64_t freeSlots(Session& session) {
   const PLFriendsManager& manager = session.manager();
   std::uint64_t count = 0;
   for (const auto& page : manager.friendGroups()) count += page->groupSize() - page->count();
-  const auto makesPages =
-      session.platform().preferences().booleanValue(PLEmptyTrailingGroupEnabledKey, manager.domain());
+  const auto makesPages = session.store().booleanValue(PLEmptyTrailingGroupEnabledKey, manager.domain());
   const std::uint64_t pages = manager.friendGroups().size();
   if (!makesPages.value().value_or(true) || pages >= manager.maxGroupCount()) return count;
   // Enough for any number of arguments, whatever the limit is.

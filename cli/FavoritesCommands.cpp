@@ -121,7 +121,7 @@ constexpr const char* ListExists =
 
 // A list that waits for its favorites takes them by itself.
 bool hasList(Session& session) {
-  PreferencesStore& preferences = session.platform().preferences();
+  PreferencesStore& preferences = session.store();
   const auto has = [&](std::string_view key) {
     return preferences.copyValue(key, session.options().domain()).value().has_value();
   };

@@ -43,7 +43,7 @@ Value valueIn(std::string_view text, const PLDomainSetting& setting) {
 }
 
 Current currentOf(Session& session, const PLDomainSetting& setting) {
-  const auto answer = session.platform().preferences().copyValue(setting.key, session.options().domain());
+  const auto answer = session.store().copyValue(setting.key, session.options().domain());
   if (!answer.isReadable()) throw CommandError("the settings cannot be read: " + session.storeProblem());
   if (answer.value() && setting.isOfKind(*answer.value())) return {*answer.value(), false};
   return {setting.absentValue(), true};
@@ -107,7 +107,7 @@ void requireWritten(Session& session, bool isWritten) {
 void setRegion(Session& session, const std::string& text) {
   const std::string region = regionIn(text);
   session.requireWritableStore();
-  requireWritten(session, StoreRegion::change(session.platform().preferences(), proposedRegion(region)));
+  requireWritten(session, StoreRegion::change(session.store(), proposedRegion(region)));
   showOne(session, std::string(RegionName), region);
 }
 
