@@ -48,6 +48,9 @@ void initializeLibrary() {
   require(isReady, "an MQTT library that can be initialized");
 }
 
+// The library makes what TLS needs with the first connection of the process, and takes no care that it is made once.
+Mutex connecting;
+
 std::string errorText(int code) {
   return code == MOSQ_ERR_ERRNO ? std::string(std::strerror(errno)) : std::string(mosquitto_strerror(code));
 }
@@ -212,6 +215,7 @@ class MQTTConnection::Thread {
     const int result = mosquitto_tls_set(client, _credentials.ca.c_str(), nullptr, _credentials.certificate.c_str(),
                                          _credentials.key.c_str(), nullptr);
     if (result != MOSQ_ERR_SUCCESS) return result;
+    const MutexLock lock(connecting);
     return mosquitto_connect_async(client, _options.host.c_str(), _options.port, KeepAliveSeconds);
   }
 
