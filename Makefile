@@ -5,7 +5,7 @@ PREFIX ?= /usr/local
 SETUP ?= cmake/setup.sh
 # Each step of the compiler is news on a terminal, and noise in a log.
 NINJA_FLAGS = $(if $(MAKE_TERMOUT),,--quiet)
-SOURCE_FOLDERS = Pellor runtime platform testing linux cli tests examples fuzz bench
+SOURCE_FOLDERS = pellor cli tests examples fuzz bench
 SOURCES = $(shell find $(wildcard $(SOURCE_FOLDERS)) -name '*.h' -o -name '*.cpp')
 
 .DEFAULT_GOAL := help
@@ -17,7 +17,7 @@ help:
 	@echo 'make asan           the same under AddressSanitizer and UndefinedBehaviorSanitizer'
 	@echo 'make tsan           the same under ThreadSanitizer'
 	@echo 'make thread-safety  let clang check which lock or queue guards what'
-	@echo 'make coverage       which lines and branches of Pellor/ the tests reach; fails below 97 and 90 percent'
+	@echo 'make coverage       which lines and branches of pellor/friends/ the tests reach; fails below 97 and 90 percent'
 	@echo 'make bench          measure, each thing beside its yardstick (BENCH_QUICK=1, BENCH_ROWS=text: less of it)'
 	@echo 'make bench-table    the same, all of it, into docs/performance.md'
 	@echo 'make races          let programs edit one list at the same moment; tells what was lost (RACES=200, RACE_OPTIONS=--help)'
@@ -75,7 +75,7 @@ coverage:
 	@for notes in $$(find build/coverage -name '*.gcno'); do test -e "$${notes%.gcno}.o" || rm "$$notes"; done
 	@echo '== test (coverage)'
 	@PELLOR_SEEDS=20 PELLOR_TRIPLES=400 build/coverage/tests/pellor/pellor_tests --gtest_brief=1
-	@gcovr --root . --filter Pellor/ --gcov-executable gcov-12 --exclude-throw-branches -j $(JOBS) build/coverage \
+	@gcovr --root . --filter pellor/friends/ --gcov-executable gcov-12 --exclude-throw-branches -j $(JOBS) build/coverage \
 	  --txt --print-summary --html-details build/coverage/report.html --fail-under-line 97 --fail-under-branch 90
 
 core:

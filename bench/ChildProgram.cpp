@@ -8,7 +8,7 @@
 #include <array>
 #include <string_view>
 
-#include "runtime/Fatal.h"
+#include "pellor/runtime/Fatal.h"
 
 namespace pellor::bench {
 namespace {

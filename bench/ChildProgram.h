@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "linux/PrivateFiles.h"
+#include "pellor/linux/files/internal/PrivateFiles.h"
 
 namespace pellor::bench {
 

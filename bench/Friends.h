@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "runtime/Value.h"
+#include "pellor/runtime/Value.h"
 
 namespace pellor::bench {
 

@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "bench/Friends.h"
-#include "runtime/Fatal.h"
-#include "runtime/LongArray.h"
-#include "testing/InMemoryAddressBook.h"
+#include "pellor/runtime/Fatal.h"
+#include "pellor/runtime/LongArray.h"
+#include "pellor/testing/InMemoryAddressBook.h"
 
 namespace pellor::bench {
 namespace {

@@ -7,11 +7,11 @@
 #include <optional>
 #include <string_view>
 
-#include "Pellor/PLFriendsManager.h"
 #include "bench/WorkFolder.h"
-#include "linux/LinuxPlatform.h"
-#include "linux/SQLitePreferences.h"
-#include "runtime/Process.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/linux/LinuxPlatform.h"
+#include "pellor/linux/preferences/internal/SQLitePreferences.h"
+#include "pellor/runtime/Process.h"
 
 namespace pellor::bench {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <system_error>
 
-#include "runtime/Fatal.h"
+#include "pellor/runtime/Fatal.h"
 
 namespace pellor::bench {
 

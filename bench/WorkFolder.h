@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <string_view>
 
-#include "linux/UserFolders.h"
+#include "pellor/linux/files/UserFolders.h"
 
 namespace pellor::bench {
 

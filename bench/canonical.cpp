@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "Pellor/PLDestination.h"
 #include "bench/Friends.h"
 #include "bench/Kept.h"
 #include "bench/Memo.h"
 #include "bench/StoredList.h"
-#include "runtime/Fatal.h"
+#include "pellor/friends/PLDestination.h"
+#include "pellor/runtime/Fatal.h"
 
 namespace pellor::bench {
 namespace {

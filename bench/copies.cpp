@@ -8,10 +8,10 @@
 
 #include "bench/Kept.h"
 #include "bench/StoredList.h"
-#include "linux/PrivateFiles.h"
-#include "linux/SQLitePreferences.h"
-#include "runtime/Fatal.h"
-#include "runtime/WallClock.h"
+#include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/preferences/internal/SQLitePreferences.h"
+#include "pellor/runtime/Fatal.h"
+#include "pellor/runtime/WallClock.h"
 
 namespace pellor::bench {
 namespace {

@@ -14,9 +14,9 @@
 #include "bench/Kept.h"
 #include "bench/Stopwatch.h"
 #include "bench/StoredList.h"
-#include "linux/NotifyFolder.h"
-#include "linux/SQLiteDatabase.h"
-#include "runtime/Fatal.h"
+#include "pellor/linux/notify/NotifyFolder.h"
+#include "pellor/linux/sqlite/SQLiteDatabase.h"
+#include "pellor/runtime/Fatal.h"
 
 namespace pellor::bench {
 namespace {

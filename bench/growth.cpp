@@ -11,10 +11,10 @@
 #include "bench/Kept.h"
 #include "bench/Stopwatch.h"
 #include "bench/WorkFolder.h"
-#include "linux/EVCardContact.h"
-#include "linux/IdentityService.h"
-#include "linux/TerminalText.h"
-#include "runtime/Fatal.h"
+#include "pellor/linux/contacts/internal/EVCardContact.h"
+#include "pellor/linux/reachability/IdentityService.h"
+#include "pellor/linux/text/TerminalText.h"
+#include "pellor/runtime/Fatal.h"
 
 namespace pellor::bench {
 namespace {

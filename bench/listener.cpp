@@ -16,7 +16,7 @@
 #include "bench/BusNames.h"
 #include "bench/Stopwatch.h"
 #include "bench/StoredList.h"
-#include "linux/NotifyFolder.h"
+#include "pellor/linux/notify/NotifyFolder.h"
 
 namespace pellor::bench {
 namespace {

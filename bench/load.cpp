@@ -13,8 +13,8 @@
 #include "bench/PhoneLibrary.h"
 #include "bench/Stopwatch.h"
 #include "bench/StoredList.h"
-#include "linux/CBORValue.h"
-#include "runtime/Fatal.h"
+#include "pellor/linux/preferences/internal/CBORValue.h"
+#include "pellor/runtime/Fatal.h"
 
 namespace pellor::bench {
 namespace {

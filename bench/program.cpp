@@ -14,7 +14,7 @@
 #include "bench/Friends.h"
 #include "bench/Kept.h"
 #include "bench/StoredList.h"
-#include "runtime/Fatal.h"
+#include "pellor/runtime/Fatal.h"
 
 namespace pellor::bench {
 namespace {

@@ -9,8 +9,8 @@
 #include <shared_mutex>
 #include <thread>
 
-#include "runtime/Process.h"
-#include "runtime/Queue.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/runtime/Queue.h"
 
 namespace pellor::bench {
 namespace {

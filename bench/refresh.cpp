@@ -12,15 +12,15 @@
 #include <thread>
 #include <vector>
 
-#include "Pellor/PLFriendsManager.h"
 #include "bench/Friends.h"
 #include "bench/Kept.h"
 #include "bench/Stopwatch.h"
 #include "bench/WorkFolder.h"
-#include "linux/ContactIndexCards.h"
-#include "linux/LinuxPlatform.h"
-#include "linux/SQLiteDatabase.h"
-#include "runtime/Fatal.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/linux/LinuxPlatform.h"
+#include "pellor/linux/contacts/internal/ContactIndexCards.h"
+#include "pellor/linux/sqlite/SQLiteDatabase.h"
+#include "pellor/runtime/Fatal.h"
 
 namespace pellor::bench {
 namespace {

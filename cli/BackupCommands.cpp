@@ -8,10 +8,10 @@
 
 #include "cli/CommandLine.h"
 #include "cli/Output.h"
-#include "linux/SQLitePreferences.h"
-#include "linux/StoreCopies.h"
-#include "platform/SystemNotifyBus.h"
-#include "runtime/WallClock.h"
+#include "pellor/linux/preferences/StoreCopies.h"
+#include "pellor/linux/preferences/internal/SQLitePreferences.h"
+#include "pellor/platform/SystemNotifyBus.h"
+#include "pellor/runtime/WallClock.h"
 
 namespace pellor::cli {
 namespace {

@@ -7,10 +7,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Pellor/PLChangeLog.h"
-#include "Pellor/PLFriendsManager.h"
 #include "cli/Place.h"
 #include "cli/Session.h"
+#include "pellor/friends/PLChangeLog.h"
+#include "pellor/friends/PLFriendsManager.h"
 
 namespace pellor::cli {
 

@@ -5,7 +5,7 @@
 #include <cctype>
 #include <memory>
 
-#include "linux/UserFolders.h"
+#include "pellor/linux/files/UserFolders.h"
 
 namespace pellor::cli {
 namespace {

@@ -14,7 +14,7 @@
 #include "cli/ContactSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
-#include "linux/IcuText.h"
+#include "pellor/linux/text/IcuText.h"
 
 namespace pellor::cli {
 namespace {

@@ -9,7 +9,7 @@
 #include "cli/CommandError.h"
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
-#include "linux/NameSearchKey.h"
+#include "pellor/linux/contacts/internal/NameSearchKey.h"
 
 namespace pellor::cli {
 namespace {

@@ -9,12 +9,12 @@
 #include "cli/Output.h"
 #include "cli/SyncedKeys.h"
 #include "cli/SyncedMerge.h"
-#include "linux/mosquitto/DevicePairing.h"
-#include "linux/mosquitto/DeviceReceiver.h"
-#include "linux/mosquitto/PairedDevice.h"
-#include "platform/Platform.h"
-#include "runtime/BundleIdentifier.h"
-#include "runtime/Timer.h"
+#include "pellor/linux/mosquitto/DevicePairing.h"
+#include "pellor/linux/mosquitto/DeviceReceiver.h"
+#include "pellor/linux/mosquitto/PairedDevice.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/BundleIdentifier.h"
+#include "pellor/runtime/Timer.h"
 
 namespace pellor::cli {
 namespace {

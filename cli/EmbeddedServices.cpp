@@ -7,7 +7,7 @@
 #include <system_error>
 
 #include "cli/Services.h"
-#include "linux/EmbeddedReports.h"
+#include "pellor/linux/EmbeddedReports.h"
 
 namespace pellor::cli {
 namespace {

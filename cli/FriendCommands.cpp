@@ -10,7 +10,7 @@
 #include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
-#include "linux/TextLimits.h"
+#include "pellor/linux/text/TextLimits.h"
 
 namespace pellor::cli {
 namespace {

@@ -3,12 +3,12 @@
 #include <unordered_set>
 #include <utility>
 
-#include "Pellor/PLDestination.h"
 #include "cli/CommandError.h"
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
 #include "cli/ShownNumbers.h"
 #include "cli/WordBeginnings.h"
+#include "pellor/friends/PLDestination.h"
 
 namespace pellor::cli {
 namespace {

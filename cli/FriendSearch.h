@@ -9,10 +9,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Pellor/PLFriendGroup.h"
-#include "Pellor/PLFriendsManager.h"
-#include "Pellor/PLPerson.h"
 #include "cli/Place.h"
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLPerson.h"
 
 namespace pellor::cli {
 

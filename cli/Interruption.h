@@ -4,7 +4,7 @@
 #include <functional>
 #include <thread>
 
-#include "linux/PrivateFiles.h"
+#include "pellor/linux/files/internal/PrivateFiles.h"
 
 namespace pellor::cli {
 

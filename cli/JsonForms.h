@@ -3,11 +3,11 @@
 
 #include <string>
 
-#include "Pellor/PLPerson.h"
 #include "cli/ContactSearch.h"
 #include "cli/FriendSearch.h"
 #include "cli/Session.h"
-#include "runtime/Value.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/runtime/Value.h"
 
 namespace pellor::cli {
 

@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "Pellor/PLDestinationStatus.h"
 #include "cli/CommandLine.h"
 #include "cli/ContactSearch.h"
 #include "cli/FriendSearch.h"
@@ -15,6 +14,7 @@
 #include "cli/Output.h"
 #include "cli/PageGrid.h"
 #include "cli/StatusText.h"
+#include "pellor/friends/PLDestinationStatus.h"
 
 namespace pellor::cli {
 namespace {

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 
-#include "Pellor/PLDestination.h"
-#include "linux/LibPhoneNumber.h"
-#include "linux/NameSearchKey.h"
-#include "linux/TextLimits.h"
-#include "platform/Platform.h"
-#include "runtime/Process.h"
+#include "pellor/friends/PLDestination.h"
+#include "pellor/linux/contacts/internal/NameSearchKey.h"
+#include "pellor/linux/phone/LibPhoneNumber.h"
+#include "pellor/linux/text/TextLimits.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/Process.h"
 
 namespace pellor::cli {
 namespace {

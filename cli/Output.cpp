@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <utility>
 
-#include "linux/IcuText.h"
-#include "linux/TerminalText.h"
+#include "pellor/linux/text/IcuText.h"
+#include "pellor/linux/text/TerminalText.h"
 
 namespace pellor::cli {
 namespace {

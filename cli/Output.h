@@ -17,7 +17,8 @@ Written writeOutput(std::string_view text);
 void writeError(std::string_view text);
 
 /// A text of somebody else's for a line of the answer: names come from other people's cards and go to a terminal. What
-/// cannot be seen is gone, and one that is written from right to left is marked to be isolated (linux/TerminalText.h).
+/// cannot be seen is gone, and one that is written from right to left is marked to be isolated
+/// (pellor/linux/text/TerminalText.h).
 std::string printable(std::string_view text);
 
 /// The same between double quotes.

@@ -5,7 +5,7 @@
 
 #include "cli/FriendSearch.h"
 #include "cli/Output.h"
-#include "linux/IcuText.h"
+#include "pellor/linux/text/IcuText.h"
 
 namespace pellor::cli {
 namespace {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "Pellor/PLFriendGroup.h"
+#include "pellor/friends/PLFriendGroup.h"
 
 namespace pellor::cli {
 

@@ -8,10 +8,10 @@
 #include <string_view>
 
 #include "cli/CommandLine.h"
-#include "linux/Configuration.h"
-#include "linux/LinuxPlatform.h"
-#include "linux/ServiceReport.h"
-#include "runtime/Log.h"
+#include "pellor/linux/Configuration.h"
+#include "pellor/linux/LinuxPlatform.h"
+#include "pellor/linux/ServiceReport.h"
+#include "pellor/runtime/Log.h"
 
 namespace pellor::cli {
 

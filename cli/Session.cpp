@@ -7,8 +7,8 @@
 #include "cli/CommandError.h"
 #include "cli/Services.h"
 #include "cli/ShownNumbers.h"
-#include "linux/StandardErrorLog.h"
-#include "linux/TerminalText.h"
+#include "pellor/linux/StandardErrorLog.h"
+#include "pellor/linux/text/TerminalText.h"
 
 namespace pellor::cli {
 namespace {

@@ -8,12 +8,12 @@
 #include <optional>
 #include <string>
 
-#include "Pellor/PLFriendsManager.h"
 #include "cli/Output.h"
-#include "linux/Configuration.h"
-#include "linux/LinuxPlatform.h"
-#include "linux/SharedPreferences.h"
-#include "runtime/Process.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/linux/Configuration.h"
+#include "pellor/linux/LinuxPlatform.h"
+#include "pellor/linux/preferences/SharedPreferences.h"
+#include "pellor/runtime/Process.h"
 
 namespace pellor::cli {
 

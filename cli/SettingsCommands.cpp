@@ -10,11 +10,11 @@
 #include <string_view>
 #include <utility>
 
-#include "Pellor/PLDomainSettings.h"
 #include "cli/CommandLine.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
-#include "linux/StoreRegion.h"
+#include "pellor/friends/internal/PLDomainSettings.h"
+#include "pellor/linux/preferences/internal/StoreRegion.h"
 
 namespace pellor::cli {
 namespace {

@@ -2,10 +2,10 @@
 
 #include <utility>
 
-#include "Pellor/PLUtility.h"
-#include "platform/Platform.h"
-#include "runtime/BundleIdentifier.h"
-#include "runtime/Queue.h"
+#include "pellor/friends/PLUtility.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/BundleIdentifier.h"
+#include "pellor/runtime/Queue.h"
 
 namespace pellor::cli {
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "linux/CanonicalFormStore.h"
-#include "runtime/Process.h"
+#include "pellor/linux/phone/CanonicalFormStore.h"
+#include "pellor/runtime/Process.h"
 
 namespace pellor::cli {
 

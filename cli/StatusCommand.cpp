@@ -7,14 +7,14 @@
 #include <utility>
 #include <vector>
 
-#include "Pellor/PLDestination.h"
-#include "Pellor/PLDestinationStatus.h"
 #include "cli/CommandLine.h"
 #include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
 #include "cli/StatusText.h"
-#include "runtime/Timer.h"
+#include "pellor/friends/PLDestination.h"
+#include "pellor/friends/PLDestinationStatus.h"
+#include "pellor/runtime/Timer.h"
 
 namespace pellor::cli {
 namespace {

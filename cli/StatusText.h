@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "platform/ReachabilityService.h"
+#include "pellor/platform/ReachabilityService.h"
 
 namespace pellor::cli {
 

@@ -1,6 +1,6 @@
 #include "cli/SyncedKeys.h"
 
-#include "Pellor/PLFriendsManager.h"
+#include "pellor/friends/PLFriendsManager.h"
 
 namespace pellor::cli {
 namespace {

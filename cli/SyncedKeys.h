@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/PreferencesStore.h"
+#include "pellor/platform/PreferencesStore.h"
 
 namespace pellor::cli {
 

@@ -5,9 +5,9 @@
 #include <utility>
 #include <vector>
 
-#include "Pellor/PLFriendsManager.h"
-#include "Pellor/PLListMerge.h"
-#include "Pellor/PLPersonForm.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/detail/PLPersonForm.h"
+#include "pellor/friends/internal/PLListMerge.h"
 
 namespace pellor::cli {
 namespace {

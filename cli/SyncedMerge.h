@@ -3,9 +3,9 @@
 
 #include <memory>
 
-#include "linux/mosquitto/ValuesMerge.h"
-#include "platform/PreferencesStore.h"
-#include "runtime/Process.h"
+#include "pellor/linux/mosquitto/ValuesMerge.h"
+#include "pellor/platform/PreferencesStore.h"
+#include "pellor/runtime/Process.h"
 
 namespace pellor::cli {
 

@@ -1,11 +1,11 @@
 // `pellor-services`: with the adapters for the user's own services.
 
-#include "linux/services/UserServices.h"
+#include "pellor/linux/services/UserServices.h"
 
-#include "Pellor/PLFriendsManager.h"
 #include "cli/CommandError.h"
 #include "cli/Services.h"
 #include "cli/SyncedKeys.h"
+#include "pellor/friends/PLFriendsManager.h"
 
 namespace pellor::cli {
 

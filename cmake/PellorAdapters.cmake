@@ -4,7 +4,7 @@
 #
 # makes the option PELLOR_SDBUS (AUTO: built if its pkg-config modules are found; ON: they have to be; OFF; empty: what
 # PELLOR_ADAPTERS says, also when that is changed later), finds them as
-# PkgConfig::PELLOR_SDBUS_PACKAGES, and adds linux/sdbus, which makes the library pellor_sdbus. PELLOR_BUILT_ADAPTERS lists
+# PkgConfig::PELLOR_SDBUS_PACKAGES, and adds pellor/linux/sdbus, which makes the library pellor_sdbus. PELLOR_BUILT_ADAPTERS lists
 # the folders of those that are built.
 set(PELLOR_ADAPTERS AUTO CACHE STRING "Which adapters are built unless their own options say: AUTO, ON, OFF")
 set(PELLOR_BUILT_ADAPTERS "")
@@ -27,7 +27,7 @@ macro(pellor_adapter NAME folder description)
     list(APPEND PELLOR_BUILT_ADAPTERS ${folder})
     string(APPEND PELLOR_ADAPTER_REQUIREMENTS
       "pkg_check_modules(PELLOR_${NAME}_PACKAGES REQUIRED IMPORTED_TARGET ${ARGN})\n")
-    add_subdirectory(linux/${folder})
+    add_subdirectory(pellor/linux/${folder})
   else()
     message(STATUS "Without the adapter for ${description}")
   endif()

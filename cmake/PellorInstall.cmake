@@ -16,7 +16,7 @@ endif()
 foreach(library IN LISTS libraries)
   install(TARGETS ${library} EXPORT pellorTargets
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/pellor)
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 endforeach()
 install(EXPORT pellorTargets NAMESPACE pellor:: DESTINATION ${package_dir})
 

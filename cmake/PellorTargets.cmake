@@ -36,7 +36,7 @@ function(pellor_library target name)
 endfunction()
 
 # pellor_public_headers(<target> <header>...): headers of the current folder that users include, spelled
-# "<folder>/<header>" in the tree and after installation.
+# "pellor/<folder>/<header>" in the tree and after installation.
 function(pellor_public_headers target)
   get_target_property(type ${target} TYPE)
   if(type STREQUAL INTERFACE_LIBRARY)

@@ -19,24 +19,24 @@ may_include() {
   report "$folder/ may include from ${*} alone" \
     "$(grep -rnE '^ *# *include *"' --include='*.h' --include='*.cpp' "$folder" | grep -vE "\"($allowed)/[^\"]+\"" || true)"
 }
-may_include runtime
-may_include platform runtime
-may_include Pellor platform runtime
-may_include testing platform runtime
-may_include linux platform runtime
-may_include cli Pellor linux testing platform runtime
-may_include bench Pellor linux testing platform runtime
+may_include pellor/runtime
+may_include pellor/platform pellor/runtime
+may_include pellor/friends pellor/platform pellor/runtime
+may_include pellor/testing pellor/platform pellor/runtime
+may_include pellor/linux pellor/platform pellor/runtime
+may_include cli pellor
+may_include bench pellor
 
-for folder in runtime platform Pellor; do
+for folder in pellor/runtime pellor/platform pellor/friends; do
   report "$folder/ uses the standard library alone" \
     "$(grep -rnE '^ *# *include *<[^>]*[./]' --include='*.h' --include='*.cpp' "$folder" || true)"
 done
 
-report 'testing/ needs GoogleTest in testing/contract/ alone' \
-  "$(grep -rnE '^ *# *include *<g(test|mock)/' --include='*.h' --include='*.cpp' testing | grep -v '^testing/contract/' || true)"
+report 'pellor/testing/ needs GoogleTest in pellor/testing/contract/ alone' \
+  "$(grep -rnE '^ *# *include *<g(test|mock)/' --include='*.h' --include='*.cpp' pellor/testing | grep -v '^pellor/testing/contract/' || true)"
 
 report 'Words that frameworks define as macros' \
-  "$(grep -rnwE 'slots|signals|emit|foreach' --include='*.h' runtime platform Pellor testing linux |
+  "$(grep -rnwE 'slots|signals|emit|foreach' --include='*.h' pellor |
     grep -vE '^[^:]+:[0-9]+: *//' | sed 's,//.*,,' | grep -wE 'slots|signals|emit|foreach' || true)"
 
 exit $failures

@@ -1,8 +1,8 @@
 // Adds each number or address of the command line to the user's friends and prints what changed.
 #include <iostream>
 
-#include "Pellor/PLFriendsManager.h"
-#include "linux/LinuxPlatform.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/linux/LinuxPlatform.h"
 
 int main(int count, char** arguments) {
   pellor::Process process;

@@ -1,8 +1,8 @@
 // A friend list that lives in memory: a contact becomes a friend and is shown.
 #include <iostream>
 
-#include "Pellor/PLFriendsManager.h"
-#include "testing/SimulatedWorld.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/testing/SimulatedWorld.h"
 
 int main() {
   pellor::SimulatedWorld world;

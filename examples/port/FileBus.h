@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "Files.h"
-#include "platform/SystemNotifyBus.h"
-#include "runtime/Process.h"
-#include "runtime/Timer.h"
+#include "pellor/platform/SystemNotifyBus.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/runtime/Timer.h"
 
 namespace port {
 

@@ -5,10 +5,10 @@
 #include <memory>
 
 #include "Files.h"
-#include "platform/FavoritesSource.h"
-#include "runtime/Process.h"
-#include "runtime/Timer.h"
-#include "testing/InMemoryAddressBook.h"
+#include "pellor/platform/FavoritesSource.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/runtime/Timer.h"
+#include "pellor/testing/InMemoryAddressBook.h"
 
 namespace port {
 

@@ -8,7 +8,7 @@
 #include <set>
 
 #include "Files.h"
-#include "runtime/LongArray.h"
+#include "pellor/runtime/LongArray.h"
 
 namespace port {
 

@@ -14,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/PreferencesStore.h"
+#include "pellor/platform/PreferencesStore.h"
 
 namespace port {
 

@@ -8,14 +8,14 @@
 #include "FileBus.h"
 #include "FileContacts.h"
 #include "FilePreferences.h"
-#include "testing/SimulatedScheduler.h"
-#include "testing/SimulatedWorld.h"
-#include "testing/contract/AddressBookStoreContract.h"
-#include "testing/contract/ContactStoreContract.h"
-#include "testing/contract/FavoritesSourceContract.h"
-#include "testing/contract/PreferencesProcessesContract.h"
-#include "testing/contract/PreferencesVersionsContract.h"
-#include "testing/contract/SystemNotifyBusContract.h"
+#include "pellor/testing/SimulatedScheduler.h"
+#include "pellor/testing/SimulatedWorld.h"
+#include "pellor/testing/contract/AddressBookStoreContract.h"
+#include "pellor/testing/contract/ContactStoreContract.h"
+#include "pellor/testing/contract/FavoritesSourceContract.h"
+#include "pellor/testing/contract/PreferencesProcessesContract.h"
+#include "pellor/testing/contract/PreferencesVersionsContract.h"
+#include "pellor/testing/contract/SystemNotifyBusContract.h"
 
 namespace pellor {
 namespace {

@@ -11,8 +11,8 @@
 #include "FileBus.h"
 #include "FileContacts.h"
 #include "FilePreferences.h"
-#include "Pellor/PLFriendsManager.h"
-#include "testing/SimulatedWorld.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/testing/SimulatedWorld.h"
 
 namespace {
 

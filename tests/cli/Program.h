@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "linux/PrivateFiles.h"
+#include "pellor/linux/files/internal/PrivateFiles.h"
 #include "tests/linux/TemporaryFolder.h"
 
 namespace pellor {

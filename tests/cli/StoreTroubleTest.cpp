@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "linux/SQLiteDatabase.h"
+#include "pellor/linux/sqlite/SQLiteDatabase.h"
 #include "tests/cli/Program.h"
 #include "tests/cli/UnprivilegedUser.h"
 

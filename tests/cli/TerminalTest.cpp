@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "linux/IcuText.h"
+#include "pellor/linux/text/IcuText.h"
 #include "tests/cli/Program.h"
 
 namespace pellor {

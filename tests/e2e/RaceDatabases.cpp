@@ -1,5 +1,5 @@
 #include "tests/e2e/RaceGround.h"
-#include "tests/services/PostgreSQLCluster.h"
+#include "tests/services/servers/PostgreSQLCluster.h"
 
 namespace pellor {
 namespace {

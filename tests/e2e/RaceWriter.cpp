@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "Pellor/PLFriendsManager.h"
-#include "linux/LinuxPlatform.h"
-#include "runtime/Process.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/linux/LinuxPlatform.h"
+#include "pellor/runtime/Process.h"
 
 namespace pellor {
 namespace {

@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "linux/IndexedAddressBook.h"
-#include "testing/LogCollector.h"
+#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
+#include "pellor/testing/LogCollector.h"
 
 namespace pellor {
 

@@ -1,4 +1,4 @@
-#include "linux/CBORValue.h"
+#include "pellor/linux/preferences/internal/CBORValue.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "linux/EncodedRun.h"
+#include "pellor/linux/preferences/internal/EncodedRun.h"
 
 namespace pellor {
 namespace {

@@ -10,10 +10,10 @@
 #include <thread>
 #include <vector>
 
-#include "linux/CanonicalForms.h"
-#include "linux/IdentityService.h"
-#include "linux/LinuxPlatform.h"
-#include "testing/LogCollector.h"
+#include "pellor/linux/LinuxPlatform.h"
+#include "pellor/linux/phone/CanonicalForms.h"
+#include "pellor/linux/reachability/IdentityService.h"
+#include "pellor/testing/LogCollector.h"
 #include "tests/linux/TemporaryFolder.h"
 
 namespace pellor {

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "linux/IndexedContactStore.h"
-#include "linux/MarkedFavorites.h"
-#include "testing/TestContact.h"
+#include "pellor/linux/contacts/internal/IndexedContactStore.h"
+#include "pellor/linux/contacts/internal/MarkedFavorites.h"
+#include "pellor/testing/TestContact.h"
 #include "tests/linux/AddressBookProgram.h"
 #include "tests/linux/ContactsFixture.h"
 

@@ -1,10 +1,10 @@
-#include "linux/ContactIndex.h"
+#include "pellor/linux/contacts/internal/ContactIndex.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "testing/contract/ChildProcess.h"
+#include "pellor/testing/contract/ChildProcess.h"
 #include "tests/linux/ContactsFixture.h"
 
 namespace pellor {

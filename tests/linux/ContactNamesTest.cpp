@@ -1,4 +1,4 @@
-#include "linux/ContactNames.h"
+#include "pellor/linux/contacts/internal/ContactNames.h"
 
 #include <gtest/gtest.h>
 
@@ -7,8 +7,8 @@
 #include <random>
 #include <set>
 
-#include "linux/ContactLinks.h"
-#include "linux/NameSearchKey.h"
+#include "pellor/linux/contacts/internal/ContactLinks.h"
+#include "pellor/linux/contacts/internal/NameSearchKey.h"
 
 namespace pellor {
 namespace {

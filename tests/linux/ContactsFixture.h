@@ -7,10 +7,10 @@
 #include <string_view>
 #include <vector>
 
-#include "linux/ContactFolder.h"
-#include "linux/ContactIndex.h"
-#include "linux/IdentityService.h"
-#include "testing/LogCollector.h"
+#include "pellor/linux/contacts/internal/ContactFolder.h"
+#include "pellor/linux/contacts/internal/ContactIndex.h"
+#include "pellor/linux/reachability/IdentityService.h"
+#include "pellor/testing/LogCollector.h"
 #include "tests/linux/TemporaryFolder.h"
 
 namespace pellor {

@@ -1,5 +1,5 @@
 // Queries that a directory answers, and what becomes of them while it is away.
-#include "linux/DirectoryReachability.h"
+#include "pellor/linux/reachability/DirectoryReachability.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "linux/IdentityService.h"
-#include "runtime/ThreadSafety.h"
-#include "testing/LogCollector.h"
-#include "testing/contract/ReachabilityServiceContract.h"
+#include "pellor/linux/reachability/IdentityService.h"
+#include "pellor/runtime/ThreadSafety.h"
+#include "pellor/testing/LogCollector.h"
+#include "pellor/testing/contract/ReachabilityServiceContract.h"
 #include "tests/linux/ServedProcesses.h"
 
 namespace pellor {

@@ -1,11 +1,11 @@
-#include "linux/EVCardContact.h"
+#include "pellor/linux/contacts/internal/EVCardContact.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "linux/CardText.h"
+#include "pellor/linux/text/CardText.h"
 
 namespace pellor {
 namespace {

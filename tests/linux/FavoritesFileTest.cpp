@@ -1,4 +1,4 @@
-#include "linux/FavoritesFile.h"
+#include "pellor/linux/contacts/internal/FavoritesFile.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

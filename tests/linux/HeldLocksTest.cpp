@@ -10,8 +10,8 @@
 #include <functional>
 #include <string>
 
-#include "linux/NotifyFolder.h"
-#include "testing/contract/ChildProcess.h"
+#include "pellor/linux/notify/NotifyFolder.h"
+#include "pellor/testing/contract/ChildProcess.h"
 #include "tests/linux/ContactsFixture.h"
 #include "tests/linux/SQLiteStores.h"
 

@@ -1,4 +1,4 @@
-#include "linux/IcuText.h"
+#include "pellor/linux/text/IcuText.h"
 
 #include <gtest/gtest.h>
 
@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "testing/contract/PersonNameFormatterContract.h"
-#include "testing/contract/TextServiceContract.h"
+#include "pellor/testing/contract/PersonNameFormatterContract.h"
+#include "pellor/testing/contract/TextServiceContract.h"
 
 namespace pellor {
 namespace {

@@ -1,11 +1,11 @@
-#include "linux/IndexedAddressBook.h"
+#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "testing/contract/AddressBookStoreContract.h"
-#include "testing/contract/ContactStoreContract.h"
-#include "testing/contract/FavoritesSourceContract.h"
+#include "pellor/testing/contract/AddressBookStoreContract.h"
+#include "pellor/testing/contract/ContactStoreContract.h"
+#include "pellor/testing/contract/FavoritesSourceContract.h"
 #include "tests/linux/AddressBookProgram.h"
 #include "tests/linux/CardContacts.h"
 #include "tests/linux/ContactsFixture.h"

@@ -8,12 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "linux/CardBounds.h"
-#include "linux/CardText.h"
-#include "linux/EVCardContact.h"
-#include "linux/IcuText.h"
-#include "linux/IdentityService.h"
-#include "linux/TextLimits.h"
+#include "pellor/linux/contacts/internal/CardBounds.h"
+#include "pellor/linux/contacts/internal/EVCardContact.h"
+#include "pellor/linux/reachability/IdentityService.h"
+#include "pellor/linux/text/CardText.h"
+#include "pellor/linux/text/IcuText.h"
+#include "pellor/linux/text/TextLimits.h"
 #include "tests/linux/ContactsFixture.h"
 
 namespace pellor {

@@ -1,4 +1,4 @@
-#include "linux/NotifyFolder.h"
+#include "pellor/linux/notify/NotifyFolder.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "testing/LogCollector.h"
-#include "testing/contract/ChildProcess.h"
-#include "testing/contract/SystemNotifyBusContract.h"
+#include "pellor/testing/LogCollector.h"
+#include "pellor/testing/contract/ChildProcess.h"
+#include "pellor/testing/contract/SystemNotifyBusContract.h"
 #include "tests/linux/ServedProcesses.h"
 #include "tests/linux/TemporaryFolder.h"
 

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "linux/IdentityService.h"
-#include "linux/LibPhoneNumber.h"
-#include "testing/contract/PhoneNumberFormatterContract.h"
-#include "testing/contract/ReachabilityServiceContract.h"
+#include "pellor/linux/phone/LibPhoneNumber.h"
+#include "pellor/linux/reachability/IdentityService.h"
+#include "pellor/testing/contract/PhoneNumberFormatterContract.h"
+#include "pellor/testing/contract/ReachabilityServiceContract.h"
 
 namespace pellor {
 namespace {

@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "linux/GettextStrings.h"
-#include "linux/PluralForms.h"
+#include "pellor/linux/text/GettextStrings.h"
+#include "pellor/linux/text/PluralForms.h"
 #include "tests/linux/TemporaryFolder.h"
 
 namespace pellor {

@@ -10,7 +10,7 @@
 #include <iterator>
 #include <string>
 
-#include "testing/contract/ChildProcess.h"
+#include "pellor/testing/contract/ChildProcess.h"
 
 namespace pellor {
 

@@ -9,12 +9,12 @@
 #include <string>
 #include <vector>
 
-#include "linux/DirectoryReachability.h"
-#include "linux/FolderWatch.h"
-#include "linux/IdentityService.h"
-#include "linux/ServiceThread.h"
-#include "testing/LogCollector.h"
-#include "testing/contract/ReachabilityServiceContract.h"
+#include "pellor/linux/files/internal/FolderWatch.h"
+#include "pellor/linux/reachability/DirectoryReachability.h"
+#include "pellor/linux/reachability/IdentityService.h"
+#include "pellor/linux/threads/ServiceThread.h"
+#include "pellor/testing/LogCollector.h"
+#include "pellor/testing/contract/ReachabilityServiceContract.h"
 #include "tests/linux/ServedProcesses.h"
 
 namespace pellor {

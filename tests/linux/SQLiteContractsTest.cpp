@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "testing/contract/PreferencesProcessesContract.h"
-#include "testing/contract/PreferencesStoreContract.h"
-#include "testing/contract/PreferencesUntoldContract.h"
-#include "testing/contract/PreferencesVersionsContract.h"
+#include "pellor/testing/contract/PreferencesProcessesContract.h"
+#include "pellor/testing/contract/PreferencesStoreContract.h"
+#include "pellor/testing/contract/PreferencesUntoldContract.h"
+#include "pellor/testing/contract/PreferencesVersionsContract.h"
 #include "tests/linux/FaultyDisk.h"
 #include "tests/linux/SQLiteStores.h"
 

@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "linux/CBORValue.h"
-#include "testing/contract/VersionedWriter.h"
+#include "pellor/linux/preferences/internal/CBORValue.h"
+#include "pellor/testing/contract/VersionedWriter.h"
 #include "tests/linux/SQLiteStores.h"
 
 namespace pellor {

@@ -1,4 +1,4 @@
-#include "linux/SQLitePreferences.h"
+#include "pellor/linux/preferences/internal/SQLitePreferences.h"
 
 #include <gtest/gtest.h>
 
@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
-#include "linux/CBORValue.h"
-#include "linux/SQLiteDatabase.h"
-#include "runtime/LongArray.h"
-#include "testing/LogCollector.h"
-#include "testing/contract/VersionedWriter.h"
+#include "pellor/linux/preferences/internal/CBORValue.h"
+#include "pellor/linux/sqlite/SQLiteDatabase.h"
+#include "pellor/runtime/LongArray.h"
+#include "pellor/testing/LogCollector.h"
+#include "pellor/testing/contract/VersionedWriter.h"
 #include "tests/linux/SQLiteStores.h"
 #include "tests/linux/TemporaryFolder.h"
 

@@ -7,9 +7,9 @@
 #include <string_view>
 #include <utility>
 
-#include "linux/CheckedRows.h"
-#include "linux/SQLiteDatabase.h"
-#include "linux/SQLitePreferences.h"
+#include "pellor/linux/preferences/internal/CheckedRows.h"
+#include "pellor/linux/preferences/internal/SQLitePreferences.h"
+#include "pellor/linux/sqlite/SQLiteDatabase.h"
 #include "tests/linux/TemporaryFolder.h"
 
 namespace pellor {

@@ -6,7 +6,7 @@
 #include <list>
 #include <semaphore>
 
-#include "runtime/Process.h"
+#include "pellor/runtime/Process.h"
 
 namespace pellor {
 

@@ -13,19 +13,19 @@
 #include <thread>
 #include <vector>
 
-#include "linux/AsideFolder.h"
-#include "linux/GettextStrings.h"
-#include "linux/NettleDigest.h"
-#include "linux/PrivateFiles.h"
-#include "linux/PrometheusCounters.h"
-#include "linux/StandardErrorLog.h"
-#include "linux/UnpairedDevice.h"
-#include "linux/UserFolders.h"
-#include "testing/SimulatedScheduler.h"
-#include "testing/contract/AnalyticsCountersContract.h"
-#include "testing/contract/DigestServiceContract.h"
-#include "testing/contract/LocalizedStringsContract.h"
-#include "testing/contract/PreferencesSyncServiceContract.h"
+#include "pellor/linux/PrometheusCounters.h"
+#include "pellor/linux/StandardErrorLog.h"
+#include "pellor/linux/files/UserFolders.h"
+#include "pellor/linux/files/internal/AsideFolder.h"
+#include "pellor/linux/files/internal/NettleDigest.h"
+#include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/preferences/internal/UnpairedDevice.h"
+#include "pellor/linux/text/GettextStrings.h"
+#include "pellor/testing/SimulatedScheduler.h"
+#include "pellor/testing/contract/AnalyticsCountersContract.h"
+#include "pellor/testing/contract/DigestServiceContract.h"
+#include "pellor/testing/contract/LocalizedStringsContract.h"
+#include "pellor/testing/contract/PreferencesSyncServiceContract.h"
 #include "tests/linux/TemporaryFolder.h"
 
 namespace pellor {

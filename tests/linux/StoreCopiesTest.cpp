@@ -1,5 +1,5 @@
 // Copies of the store: when they are made, which are kept, and what takes the place of a store that is gone.
-#include "linux/StoreCopies.h"
+#include "pellor/linux/preferences/StoreCopies.h"
 
 #include <gtest/gtest.h>
 
@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "linux/StoreCopyKeeper.h"
-#include "testing/LogCollector.h"
-#include "testing/SimulatedScheduler.h"
-#include "testing/contract/VersionedWriter.h"
+#include "pellor/linux/preferences/internal/StoreCopyKeeper.h"
+#include "pellor/testing/LogCollector.h"
+#include "pellor/testing/SimulatedScheduler.h"
+#include "pellor/testing/contract/VersionedWriter.h"
 #include "tests/linux/SQLiteStores.h"
 
 namespace pellor {

@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "testing/LogCollector.h"
-#include "testing/contract/VersionedWriter.h"
+#include "pellor/testing/LogCollector.h"
+#include "pellor/testing/contract/VersionedWriter.h"
 #include "tests/linux/SQLiteStores.h"
 
 namespace pellor {

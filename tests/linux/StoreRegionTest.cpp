@@ -1,4 +1,4 @@
-#include "linux/StoreRegion.h"
+#include "pellor/linux/preferences/internal/StoreRegion.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "testing/contract/ChildProcess.h"
+#include "pellor/testing/contract/ChildProcess.h"
 #include "tests/linux/SQLiteStores.h"
 
 namespace pellor {

@@ -1,4 +1,4 @@
-#include "linux/TerminalText.h"
+#include "pellor/linux/text/TerminalText.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // Change logs and how they are merged.
-#include "Pellor/PLChangeLog.h"
+#include "pellor/friends/PLChangeLog.h"
 
-#include "Pellor/PLPendingChanges.h"
+#include "pellor/friends/internal/PLPendingChanges.h"
 #include "tests/pellor/ManagerWorld.h"
 #include "tests/pellor/OneProcess.h"
 

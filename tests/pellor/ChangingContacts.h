@@ -6,8 +6,8 @@
 #include <string_view>
 #include <utility>
 
-#include "testing/InMemoryAddressBookStore.h"
-#include "testing/ProcessLink.h"
+#include "pellor/testing/internal/InMemoryAddressBookStore.h"
+#include "pellor/testing/internal/ProcessLink.h"
 
 namespace pellor {
 

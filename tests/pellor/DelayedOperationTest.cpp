@@ -1,4 +1,4 @@
-#include "Pellor/PLDelayedOperation.h"
+#include "pellor/friends/PLDelayedOperation.h"
 
 #include "tests/pellor/OneProcess.h"
 

@@ -1,4 +1,4 @@
-#include "Pellor/PLDestination.h"
+#include "pellor/friends/PLDestination.h"
 
 #include "tests/pellor/OneProcess.h"
 

@@ -1,5 +1,5 @@
 // What a manager reads of its settings, and what users are shown of them.
-#include "Pellor/PLDomainSettings.h"
+#include "pellor/friends/internal/PLDomainSettings.h"
 
 #include "tests/pellor/OneProcess.h"
 

@@ -1,6 +1,6 @@
-#include "Pellor/PLFriendGroup.h"
+#include "pellor/friends/PLFriendGroup.h"
 
-#include "Pellor/PLPerson.h"
+#include "pellor/friends/PLPerson.h"
 #include "tests/pellor/OneProcess.h"
 
 namespace pellor {

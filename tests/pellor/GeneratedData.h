@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "testing/InMemoryAddressBook.h"
+#include "pellor/testing/InMemoryAddressBook.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {

@@ -1,5 +1,5 @@
 // Contacts of which most are gone take no friend along.
-#include "platform/RefreshHold.h"
+#include "pellor/platform/RefreshHold.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {

@@ -1,5 +1,5 @@
 // The merge of stored lists: friends and pages are known by what they are like.
-#include "Pellor/PLListMerge.h"
+#include "pellor/friends/internal/PLListMerge.h"
 
 #include <gtest/gtest.h>
 

@@ -1,11 +1,11 @@
 // What a list writer writes and what it leaves alone, on stores that are slow and do not tell.
-#include "Pellor/PLListWriter.h"
+#include "pellor/friends/internal/PLListWriter.h"
 
 #include <functional>
 
-#include "Pellor/PLFriendsManagerKeys.h"
-#include "Pellor/PLPerson.h"
-#include "Pellor/PLThreeWayMerge.h"
+#include "pellor/friends/PLFriendsManagerKeys.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/friends/internal/PLThreeWayMerge.h"
 #include "tests/pellor/OneProcess.h"
 #include "tests/pellor/SlowStore.h"
 

@@ -1,6 +1,6 @@
 // Whoever was looked up while the contacts could not be read, or not to the end.
-#include "testing/InMemoryAddressBookStore.h"
-#include "testing/ProcessLink.h"
+#include "pellor/testing/internal/InMemoryAddressBookStore.h"
+#include "pellor/testing/internal/ProcessLink.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {

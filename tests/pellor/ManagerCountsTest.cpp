@@ -1,7 +1,7 @@
 // What must not grow with the list: how many elements a load looks at and a save makes, and how often somebody is told.
 #include <ranges>
 
-#include "testing/LogCollector.h"
+#include "pellor/testing/LogCollector.h"
 #include "tests/pellor/ManagerWorld.h"
 #include "tests/pellor/OneProcess.h"
 

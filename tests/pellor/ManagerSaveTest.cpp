@@ -2,7 +2,7 @@
 #include <barrier>
 #include <thread>
 
-#include "testing/LogCollector.h"
+#include "pellor/testing/LogCollector.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {

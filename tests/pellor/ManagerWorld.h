@@ -14,10 +14,10 @@
 #include <utility>
 #include <vector>
 
-#include "Pellor/PLFriendsManager.h"
-#include "runtime/LongArray.h"
-#include "testing/SimulatedScheduler.h"
-#include "testing/SimulatedWorld.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/runtime/LongArray.h"
+#include "pellor/testing/SimulatedScheduler.h"
+#include "pellor/testing/SimulatedWorld.h"
 
 namespace pellor {
 

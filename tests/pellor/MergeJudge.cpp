@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "Pellor/PLMergePages.h"
+#include "pellor/friends/internal/PLMergePages.h"
 
 namespace pellor::merging {
 namespace {

@@ -1,5 +1,5 @@
 // Which page is which, against all matchings there are.
-#include "Pellor/PLMergePages.h"
+#include "pellor/friends/internal/PLMergePages.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "Pellor/PLPersonForm.h"
+#include "pellor/friends/detail/PLPersonForm.h"
 #include "tests/pellor/SeededTest.h"
 
 namespace pellor {

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "Pellor/PLPersonForm.h"
-#include "Pellor/PLThreeWayMerge.h"
+#include "pellor/friends/detail/PLPersonForm.h"
+#include "pellor/friends/internal/PLThreeWayMerge.h"
 
 namespace pellor::merging {
 

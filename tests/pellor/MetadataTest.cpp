@@ -2,7 +2,7 @@
 #include <thread>
 #include <utility>
 
-#include "Pellor/PLPerson.h"
+#include "pellor/friends/PLPerson.h"
 #include "tests/pellor/OneProcess.h"
 
 namespace pellor {

@@ -10,10 +10,10 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/Platform.h"
-#include "testing/LogCollector.h"
-#include "testing/SimulatedScheduler.h"
-#include "testing/SimulatedWorld.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/testing/LogCollector.h"
+#include "pellor/testing/SimulatedScheduler.h"
+#include "pellor/testing/SimulatedWorld.h"
 
 namespace pellor {
 

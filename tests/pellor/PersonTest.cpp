@@ -1,6 +1,6 @@
-#include "Pellor/PLPerson.h"
+#include "pellor/friends/PLPerson.h"
 
-#include "Pellor/PLPersonForm.h"
+#include "pellor/friends/detail/PLPersonForm.h"
 #include "tests/pellor/OneProcess.h"
 
 namespace pellor {

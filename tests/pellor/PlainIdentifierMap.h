@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "Pellor/PLPerson.h"
-#include "Pellor/PLSlot.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/friends/PLSlot.h"
 
 namespace pellor {
 

@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "Pellor/PLBundle.h"
-#include "Pellor/PLFriendsManager.h"
-#include "runtime/Timer.h"
+#include "pellor/friends/PLBundle.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/runtime/Timer.h"
 #include "tests/pellor/PlainIdentifierMap.h"
 
 namespace pellor {

@@ -5,9 +5,9 @@
 // PELLOR_SEEDS=<count> sets how many lives are compared; each loads some six lists.
 #include <algorithm>
 
-#include "Pellor/PLSkipChecks.h"
-#include "testing/SimulatedScheduler.h"
-#include "testing/SimulatedWorld.h"
+#include "pellor/friends/internal/PLSkipChecks.h"
+#include "pellor/testing/SimulatedScheduler.h"
+#include "pellor/testing/SimulatedWorld.h"
 #include "tests/pellor/GeneratedData.h"
 #include "tests/pellor/ManagerWorld.h"
 #include "tests/pellor/OneProcess.h"

@@ -1,11 +1,11 @@
 // The statuses of friends' destinations and the queries for them, without a manager.
-#include "Pellor/PLReachability.h"
+#include "pellor/friends/internal/PLReachability.h"
 
 #include <algorithm>
 #include <optional>
 #include <vector>
 
-#include "Pellor/PLPerson.h"
+#include "pellor/friends/PLPerson.h"
 #include "tests/pellor/OneProcess.h"
 
 namespace pellor {

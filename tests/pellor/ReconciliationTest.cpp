@@ -1,4 +1,4 @@
-#include "Pellor/PLPerson.h"
+#include "pellor/friends/PLPerson.h"
 #include "tests/pellor/OneProcess.h"
 
 namespace pellor {

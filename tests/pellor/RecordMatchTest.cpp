@@ -1,4 +1,4 @@
-#include "Pellor/PLRecordMatch.h"
+#include "pellor/friends/internal/PLRecordMatch.h"
 
 #include <cmath>
 

@@ -1,7 +1,7 @@
 // Friends who share one number, as a family does its line: what an edit of each costs.
-#include "Pellor/PLIdentifierMap.h"
-#include "Pellor/PLPerson.h"
-#include "Pellor/PLSlotList.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/friends/internal/PLIdentifierMap.h"
+#include "pellor/friends/internal/PLSlotList.h"
 #include "tests/pellor/OneProcess.h"
 
 namespace pellor {

@@ -1,12 +1,12 @@
 // The checks of skipped work notice a skip that is wrong.
-#include "Pellor/PLSkipChecks.h"
+#include "pellor/friends/internal/PLSkipChecks.h"
 
-#include "Pellor/PLChangeLog.h"
-#include "Pellor/PLFriendsManagerKeys.h"
-#include "Pellor/PLListWriter.h"
-#include "Pellor/PLReconciledFriends.h"
-#include "Pellor/PLStoredVersion.h"
-#include "Pellor/PLTouchedLeaves.h"
+#include "pellor/friends/PLChangeLog.h"
+#include "pellor/friends/PLFriendsManagerKeys.h"
+#include "pellor/friends/internal/PLListWriter.h"
+#include "pellor/friends/internal/PLReconciledFriends.h"
+#include "pellor/friends/internal/PLStoredVersion.h"
+#include "pellor/friends/internal/PLTouchedLeaves.h"
 #include "tests/pellor/OneProcess.h"
 
 namespace pellor {

@@ -1,14 +1,14 @@
 // The slot list, its versions, its index and the identifier map, checked against plain vectors and maps.
-#include "Pellor/PLSlotList.h"
+#include "pellor/friends/internal/PLSlotList.h"
 
 #include <algorithm>
 #include <map>
 #include <random>
 #include <utility>
 
-#include "Pellor/PLIdentifierMap.h"
-#include "Pellor/PLPerson.h"
-#include "Pellor/PLPersonForm.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/friends/detail/PLPersonForm.h"
+#include "pellor/friends/internal/PLIdentifierMap.h"
 #include "tests/pellor/OneProcess.h"
 #include "tests/pellor/PlainIdentifierMap.h"
 

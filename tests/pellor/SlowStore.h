@@ -7,8 +7,8 @@
 #include <string_view>
 #include <utility>
 
-#include "Pellor/PLFriendsManager.h"
-#include "platform/PreferencesStore.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/platform/PreferencesStore.h"
 
 namespace pellor {
 

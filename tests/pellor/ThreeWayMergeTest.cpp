@@ -1,5 +1,5 @@
 // The three-way merge: triples made by edits that are remembered, and judged by them.
-#include "Pellor/PLThreeWayMerge.h"
+#include "pellor/friends/internal/PLThreeWayMerge.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "Pellor/PLUtility.h"
+#include "pellor/friends/PLUtility.h"
 
 #include "tests/pellor/OneProcess.h"
 

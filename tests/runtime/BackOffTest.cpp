@@ -1,4 +1,4 @@
-#include "runtime/BackOff.h"
+#include "pellor/runtime/BackOff.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,9 @@
 #include <set>
 #include <vector>
 
-#include "runtime/Process.h"
-#include "runtime/Timer.h"
-#include "testing/SimulatedScheduler.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/runtime/Timer.h"
+#include "pellor/testing/SimulatedScheduler.h"
 
 namespace pellor {
 namespace {

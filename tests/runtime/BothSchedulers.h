@@ -7,9 +7,9 @@
 #include <string>
 #include <utility>
 
-#include "runtime/Process.h"
-#include "runtime/ThreadedScheduler.h"
-#include "testing/SimulatedScheduler.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/runtime/internal/ThreadedScheduler.h"
+#include "pellor/testing/SimulatedScheduler.h"
 
 namespace pellor {
 

@@ -1,11 +1,11 @@
-#include "runtime/Log.h"
+#include "pellor/runtime/Log.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "runtime/FunctionName.h"
+#include "pellor/runtime/internal/FunctionName.h"
 
 namespace pellor {
 namespace {

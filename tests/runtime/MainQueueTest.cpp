@@ -1,11 +1,11 @@
-#include "runtime/MainQueue.h"
+#include "pellor/runtime/MainQueue.h"
 
 #include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "runtime/Timer.h"
+#include "pellor/runtime/Timer.h"
 #include "tests/runtime/BothSchedulers.h"
 
 namespace pellor {

@@ -1,4 +1,4 @@
-#include "runtime/NotificationCenter.h"
+#include "pellor/runtime/NotificationCenter.h"
 
 #include <gtest/gtest.h>
 
@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "runtime/Process.h"
-#include "testing/SimulatedScheduler.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/testing/SimulatedScheduler.h"
 
 namespace pellor {
 namespace {

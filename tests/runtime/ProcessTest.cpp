@@ -1,10 +1,10 @@
-#include "runtime/Process.h"
+#include "pellor/runtime/Process.h"
 
 #include <atomic>
 #include <latch>
 #include <thread>
 
-#include "runtime/Timer.h"
+#include "pellor/runtime/Timer.h"
 #include "tests/runtime/BothSchedulers.h"
 
 namespace pellor {

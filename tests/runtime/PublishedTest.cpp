@@ -1,4 +1,4 @@
-#include "runtime/Published.h"
+#include "pellor/runtime/Published.h"
 
 #include <gtest/gtest.h>
 

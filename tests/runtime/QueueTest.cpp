@@ -1,4 +1,4 @@
-#include "runtime/Queue.h"
+#include "pellor/runtime/Queue.h"
 
 #include <algorithm>
 #include <atomic>
@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "runtime/Timer.h"
+#include "pellor/runtime/Timer.h"
 #include "tests/runtime/BothSchedulers.h"
 
 namespace pellor {

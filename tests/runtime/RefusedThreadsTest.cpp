@@ -4,8 +4,8 @@
 #include <memory>
 #include <optional>
 
-#include "runtime/Process.h"
-#include "runtime/Timer.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/runtime/Timer.h"
 #include "tests/linux/ServedProcesses.h"
 
 namespace pellor {

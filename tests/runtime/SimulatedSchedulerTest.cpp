@@ -1,4 +1,4 @@
-#include "testing/SimulatedScheduler.h"
+#include "pellor/testing/SimulatedScheduler.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "runtime/Process.h"
+#include "pellor/runtime/Process.h"
 
 namespace pellor {
 namespace {

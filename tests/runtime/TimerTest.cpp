@@ -1,4 +1,4 @@
-#include "runtime/Timer.h"
+#include "pellor/runtime/Timer.h"
 
 #include <atomic>
 #include <latch>

@@ -1,12 +1,12 @@
-#include "runtime/Value.h"
+#include "pellor/runtime/Value.h"
 
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <vector>
 
-#include "runtime/KeyedCoder.h"
-#include "runtime/LongArray.h"
+#include "pellor/runtime/KeyedCoder.h"
+#include "pellor/runtime/LongArray.h"
 
 namespace pellor {
 namespace {

@@ -3,7 +3,7 @@
 
 #include <filesystem>
 
-#include "tests/services/Server.h"
+#include "tests/services/servers/Server.h"
 
 namespace pellor {
 

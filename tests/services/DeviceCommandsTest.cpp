@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "tests/cli/Program.h"
-#include "tests/services/Broker.h"
+#include "tests/services/servers/Broker.h"
 
 namespace pellor {
 namespace {

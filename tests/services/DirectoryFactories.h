@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "linux/DirectoryReachability.h"
-#include "linux/IdentityService.h"
-#include "runtime/Process.h"
-#include "testing/contract/ReachabilityServiceContract.h"
+#include "pellor/linux/reachability/DirectoryReachability.h"
+#include "pellor/linux/reachability/IdentityService.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/testing/contract/ReachabilityServiceContract.h"
 #include "tests/linux/ServedProcesses.h"
 
 namespace pellor {

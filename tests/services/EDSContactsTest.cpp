@@ -1,13 +1,13 @@
-#include "linux/eds/EDSContacts.h"
+#include "pellor/linux/eds/EDSContacts.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "testing/contract/AddressBookStoreContract.h"
-#include "testing/contract/FavoritesSourceContract.h"
+#include "pellor/testing/contract/AddressBookStoreContract.h"
+#include "pellor/testing/contract/FavoritesSourceContract.h"
 #include "tests/linux/CardContacts.h"
 #include "tests/linux/RefusedThreads.h"
-#include "tests/services/EDSService.h"
+#include "tests/services/servers/EDSService.h"
 
 namespace pellor {
 namespace {

@@ -1,4 +1,4 @@
-#include "linux/journal/JournalLog.h"
+#include "pellor/linux/journal/JournalLog.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -16,8 +16,8 @@
 #include <source_location>
 #include <string>
 
-#include "testing/LogCollector.h"
-#include "tests/services/Server.h"
+#include "pellor/testing/LogCollector.h"
+#include "tests/services/servers/Server.h"
 
 namespace pellor {
 namespace {

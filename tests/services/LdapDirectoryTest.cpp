@@ -1,5 +1,5 @@
 // Who is reachable, asked of an LDAP directory.
-#include "linux/ldap/LdapDirectory.h"
+#include "pellor/linux/ldap/LdapDirectory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,9 +12,9 @@
 #include <string>
 #include <thread>
 
-#include "linux/PrivateFiles.h"
-#include "linux/ldap/LdapFilter.h"
-#include "testing/LogCollector.h"
+#include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/ldap/LdapFilter.h"
+#include "pellor/testing/LogCollector.h"
 #include "tests/services/Certificate.h"
 #include "tests/services/DirectoryFactories.h"
 

@@ -1,9 +1,9 @@
 // A connection to the broker whose thread the system refuses.
-#include "linux/mosquitto/MQTTConnection.h"
+#include "pellor/linux/mosquitto/MQTTConnection.h"
 
 #include <semaphore>
 
-#include "testing/LogCollector.h"
+#include "pellor/testing/LogCollector.h"
 #include "tests/linux/RefusedThreads.h"
 
 namespace pellor {

@@ -1,5 +1,5 @@
 // Who is reachable, asked of a Matrix identity service.
-#include "linux/matrix/MatrixDirectory.h"
+#include "pellor/linux/matrix/MatrixDirectory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,11 +9,11 @@
 #include <string>
 #include <thread>
 
-#include "linux/matrix/MatrixAddress.h"
-#include "testing/LogCollector.h"
+#include "pellor/linux/matrix/MatrixAddress.h"
+#include "pellor/testing/LogCollector.h"
 #include "tests/services/Certificate.h"
 #include "tests/services/DirectoryFactories.h"
-#include "tests/services/MatrixStub.h"
+#include "tests/services/servers/MatrixStub.h"
 
 namespace pellor {
 namespace {

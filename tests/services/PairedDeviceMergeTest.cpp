@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "linux/mosquitto/GenerationMerge.h"
-#include "linux/mosquitto/KeptMessages.h"
+#include "pellor/linux/mosquitto/GenerationMerge.h"
+#include "pellor/linux/mosquitto/KeptMessages.h"
 #include "tests/services/PairedDeviceFixture.h"
 
 namespace pellor {

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "linux/mosquitto/SealingKeys.h"
-#include "linux/mosquitto/SyncMessages.h"
-#include "testing/contract/PreferencesSyncServiceContract.h"
+#include "pellor/linux/mosquitto/SealingKeys.h"
+#include "pellor/linux/mosquitto/SyncMessages.h"
+#include "pellor/testing/contract/PreferencesSyncServiceContract.h"
 #include "tests/services/PairedDeviceFixture.h"
 
 namespace pellor {

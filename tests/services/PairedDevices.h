@@ -9,15 +9,15 @@
 #include <string>
 #include <vector>
 
-#include "linux/NotifyFolder.h"
-#include "linux/mosquitto/DeviceReceiver.h"
-#include "linux/mosquitto/PairedDevice.h"
-#include "runtime/Process.h"
-#include "testing/InMemoryPreferences.h"
-#include "testing/LogCollector.h"
+#include "pellor/linux/mosquitto/DeviceReceiver.h"
+#include "pellor/linux/mosquitto/PairedDevice.h"
+#include "pellor/linux/notify/NotifyFolder.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/testing/InMemoryPreferences.h"
+#include "pellor/testing/LogCollector.h"
 #include "tests/linux/ServedProcesses.h"
 #include "tests/linux/TemporaryFolder.h"
-#include "tests/services/Broker.h"
+#include "tests/services/servers/Broker.h"
 
 namespace pellor {
 

@@ -9,12 +9,12 @@
 #include <string>
 #include <string_view>
 
-#include "linux/postgresql/PostgreSQLPreferences.h"
-#include "linux/postgresql/PostgreSQLSchema.h"
-#include "linux/postgresql/PostgreSQLService.h"
-#include "runtime/Process.h"
-#include "testing/LogCollector.h"
-#include "tests/services/PostgreSQLCluster.h"
+#include "pellor/linux/postgresql/PostgreSQLPreferences.h"
+#include "pellor/linux/postgresql/PostgreSQLSchema.h"
+#include "pellor/linux/postgresql/PostgreSQLService.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/testing/LogCollector.h"
+#include "tests/services/servers/PostgreSQLCluster.h"
 
 namespace pellor {
 

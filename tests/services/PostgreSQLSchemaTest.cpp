@@ -6,9 +6,9 @@
 #include <thread>
 #include <vector>
 
-#include "linux/CBORValue.h"
-#include "linux/postgresql/PostgreSQLConnection.h"
-#include "testing/contract/VersionedWriter.h"
+#include "pellor/linux/postgresql/PostgreSQLConnection.h"
+#include "pellor/linux/preferences/internal/CBORValue.h"
+#include "pellor/testing/contract/VersionedWriter.h"
 #include "tests/services/PostgreSQLClient.h"
 
 namespace pellor {

@@ -1,4 +1,4 @@
-#include "linux/postgresql/PostgreSQLPreferences.h"
+#include "pellor/linux/postgresql/PostgreSQLPreferences.h"
 
 #include <gtest/gtest.h>
 
@@ -9,20 +9,20 @@
 #include <thread>
 #include <vector>
 
-#include "linux/MachinePreferences.h"
-#include "linux/StoreRegion.h"
-#include "linux/postgresql/PostgreSQLBus.h"
-#include "linux/postgresql/PostgreSQLLink.h"
-#include "testing/contract/PreferencesProcessesContract.h"
-#include "testing/contract/PreferencesStoreContract.h"
-#include "testing/contract/PreferencesVersionsContract.h"
-#include "testing/contract/SystemNotifyBusContract.h"
-#include "testing/contract/VersionedWriter.h"
+#include "pellor/linux/postgresql/PostgreSQLBus.h"
+#include "pellor/linux/postgresql/PostgreSQLLink.h"
+#include "pellor/linux/preferences/internal/MachinePreferences.h"
+#include "pellor/linux/preferences/internal/StoreRegion.h"
+#include "pellor/testing/contract/PreferencesProcessesContract.h"
+#include "pellor/testing/contract/PreferencesStoreContract.h"
+#include "pellor/testing/contract/PreferencesVersionsContract.h"
+#include "pellor/testing/contract/SystemNotifyBusContract.h"
+#include "pellor/testing/contract/VersionedWriter.h"
 #include "tests/linux/RefusedThreads.h"
 #include "tests/linux/ServedProcesses.h"
 #include "tests/linux/TemporaryFolder.h"
-#include "tests/services/Detour.h"
 #include "tests/services/PostgreSQLClient.h"
+#include "tests/services/servers/Detour.h"
 
 namespace pellor {
 namespace {

@@ -10,10 +10,10 @@
 #include <thread>
 #include <vector>
 
-#include "linux/postgresql/PostgreSQLPreferences.h"
-#include "testing/contract/PreferencesUntoldContract.h"
-#include "tests/services/Detour.h"
+#include "pellor/linux/postgresql/PostgreSQLPreferences.h"
+#include "pellor/testing/contract/PreferencesUntoldContract.h"
 #include "tests/services/PostgreSQLClient.h"
+#include "tests/services/servers/Detour.h"
 
 namespace pellor {
 namespace {

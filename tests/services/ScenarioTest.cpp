@@ -13,8 +13,8 @@
 
 #include "tests/cli/Program.h"
 #include "tests/services/EDSSanitizers.h"
-#include "tests/services/EDSService.h"
-#include "tests/services/PostgreSQLCluster.h"
+#include "tests/services/servers/EDSService.h"
+#include "tests/services/servers/PostgreSQLCluster.h"
 
 namespace pellor {
 namespace {

@@ -1,4 +1,4 @@
-#include "linux/sdbus/SessionBus.h"
+#include "pellor/linux/sdbus/SessionBus.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -11,12 +11,12 @@
 #include <string>
 #include <vector>
 
-#include "linux/sdbus/BusConnection.h"
-#include "testing/LogCollector.h"
-#include "testing/contract/SystemNotifyBusContract.h"
+#include "pellor/linux/sdbus/BusConnection.h"
+#include "pellor/testing/LogCollector.h"
+#include "pellor/testing/contract/SystemNotifyBusContract.h"
 #include "tests/linux/RefusedThreads.h"
 #include "tests/linux/ServedProcesses.h"
-#include "tests/services/BusDaemon.h"
+#include "tests/services/servers/BusDaemon.h"
 
 namespace pellor {
 namespace {

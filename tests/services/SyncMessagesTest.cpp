@@ -6,9 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "linux/mosquitto/PushState.h"
-#include "linux/mosquitto/SealingKeys.h"
-#include "linux/mosquitto/SyncMessages.h"
+#include "pellor/linux/mosquitto/PushState.h"
+#include "pellor/linux/mosquitto/SealingKeys.h"
+#include "pellor/linux/mosquitto/SyncMessages.h"
 
 namespace pellor {
 namespace {

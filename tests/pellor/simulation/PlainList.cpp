@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Pellor/PLFriendsManager.h"
+#include "pellor/friends/PLFriendsManager.h"
 
 namespace pellor {
 namespace {

@@ -7,7 +7,7 @@
 #include <numeric>
 #include <utility>
 
-#include "Pellor/PLSkipChecks.h"
+#include "pellor/friends/internal/PLSkipChecks.h"
 #include "tests/pellor/SlowStore.h"
 
 namespace pellor {

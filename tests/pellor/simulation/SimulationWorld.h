@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "Pellor/PLDestinationStatus.h"
-#include "Pellor/PLFriendsManager.h"
-#include "testing/LogCollector.h"
-#include "testing/SimulatedScheduler.h"
-#include "testing/SimulatedWorld.h"
+#include "pellor/friends/PLDestinationStatus.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/testing/LogCollector.h"
+#include "pellor/testing/SimulatedScheduler.h"
+#include "pellor/testing/SimulatedWorld.h"
 #include "tests/pellor/simulation/Edits.h"
 
 namespace pellor {

@@ -1,0 +1,454 @@
+// The friend list of one preferences domain: the product of this library.
+//
+//   1  Registry, settings and persistence   the domain, the stored list and titles, saving, other processes' edits
+//   2  Group layout and positions           the pages over the flat list, adding, moving and removing friends
+//   3  Indexes and lookup                   who owns a destination or a GUID
+//   4  Change log and notifications         what changed, gathered and reported
+//   5  Reachability                         which destinations of friends can receive messages, as far as is known
+//   6  Loading, refresh and clean-up        merging a stored list, following the contacts, duplicates
+//   7  Favorites import                     the first list of the default domain, and who may be added
+//
+// Threads: a manager is used on the main queue alone. Writes run on its save queue, the change log lives on its
+// change-log queue, and all notifications are posted on the main queue. Nothing here blocks on input or output but what
+// has to read the store or the contacts: loading, refreshing, importing, and looking up somebody unknown.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "pellor/friends/PLChangeLog.h"
+#include "pellor/friends/PLDelayedOperation.h"
+#include "pellor/friends/PLDestination.h"
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLFriendsManagerKeys.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/friends/PLUtility.h"
+#include "pellor/friends/internal/PLDomainSettings.h"
+#include "pellor/friends/internal/PLFavorites.h"
+#include "pellor/friends/internal/PLHeldRefresh.h"
+#include "pellor/friends/internal/PLIdentifierMap.h"
+#include "pellor/friends/internal/PLListTakeover.h"
+#include "pellor/friends/internal/PLListWriter.h"
+#include "pellor/friends/internal/PLPersonSequence.h"
+#include "pellor/friends/internal/PLReachability.h"
+#include "pellor/friends/internal/PLReconciledFriends.h"
+#include "pellor/friends/internal/PLSlotList.h"
+#include "pellor/friends/internal/PLUnreadLookUps.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/BackOff.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/runtime/Timer.h"
+
+namespace pellor {
+
+class PLPendingChanges;
+
+/// One ordered list of friends, laid out in pages of slots, shared by all processes of the user, kept in step with the
+/// contacts and reported on by change logs.
+///
+/// A manager whose store cannot be read has no groups and takes no friend; it asks again, with growing pauses, and then
+/// starts as if it had been made at that moment.
+class PLFriendsManager : public Object,
+                         public PLFriendGroupDelegate,
+                         public std::enable_shared_from_this<PLFriendsManager>,
+                         private SettleParticipant,
+                         private PLListWriterClient,
+                         private PLReachabilityClient {
+  struct Passkey {};
+
+ public:
+  // --- 1  Registry, settings and persistence ---
+
+  /// The one manager of that domain in the current process, made on the first request and kept until the process ends.
+  static std::shared_ptr<PLFriendsManager> managerForDomain(const std::string& domain);
+
+  // Settings for managers that are made later, in practice in other processes or after a restart: each writes its key
+  // of `domain` and synchronises it; no live manager is touched and nothing is posted. True when it is written.
+  // Main queue.
+  /// How many groups a list may have: taken as it stands, 20 when absent.
+  static bool setMaxGroupCountDomain(std::uint64_t count, const std::string& domain);
+  /// Slots per group, 1 to 65,536; others are stored as given, and read as the default of 12.
+  static bool setGroupSizeDomain(std::uint64_t size, const std::string& domain);
+  /// Whether an empty group is kept behind the last one that holds a friend.
+  static bool setEnableEmptyTrailingGroupDomain(bool enable, const std::string& domain);
+  /// Whether managers begin with refreshing enabled.
+  static bool setRefreshAgainstContactsOnInitEnabledDomain(bool enable, const std::string& domain);
+  /// The cross-process names, which may be the same; the empty one is read as the built-in name.
+  static bool setFriendsChangedExternallyNotificationNameDomain(const std::string& name, const std::string& domain);
+  static bool setFriendGroupTitleChangedExternallyNotificationNameDomain(const std::string& name,
+                                                                         const std::string& domain);
+
+  /// A manager outside the registry. `domain` absent: TapnoteDomain. Reads the settings once, observes the contacts,
+  /// the persons and the two cross-process names, loads the list and the titles, posts what that changed. The last
+  /// reference may be dropped on any thread: the manager ends on the main queue, its observers first.
+  static std::shared_ptr<PLFriendsManager> initWithDomain(const std::optional<std::string>& domain);
+  PLFriendsManager(Passkey, Process& process, std::string domain);
+  ~PLFriendsManager() override;
+
+  const std::string& domain() const { return _domain; }
+  /// Whether the store has answered, so that there is a list.
+  bool isLoaded() const { return _didCompleteInitialLoading; }
+  /// How many slots each group has, and how many groups there may be.
+  std::uint64_t groupSize() const { return _settings.maxFriendsPerGroup(); }
+  std::uint64_t maxGroupCount() const { return _settings.maxFriendGroups(); }
+
+  /// The groups in order: the live array, which changes with the next edit.
+  const std::vector<std::shared_ptr<PLFriendGroup>>& friendGroups() const { return _friendGroups; }
+
+  /// Loads the stored list again. Logs; posts the change notification if friends changed, and
+  /// PLFriendsManagerGroupListChanged if groups vanished or an empty one was added. A store that cannot be read changes
+  /// nothing: it is asked again.
+  void reloadFriendList();
+
+  /// Asks for a write of the list and returns at once; the write happens on the save queue, where it costs nothing when
+  /// nothing changed. After it the list-changed name is posted to all processes, and every manager but this one
+  /// reloads. A write that fails is tried again. When another process wrote first, the edits that are not stored are
+  /// merged with what it wrote, and then written: that happens on the main queue, which an application has to serve for
+  /// its edits to be stored while others edit.
+  void save();
+  /// Writes the titles of all groups as they are now and returns at once; ignored while the store has not answered.
+  /// After it the title-changed name is posted to all processes, or the list-changed name if the list goes out with
+  /// them. A title that was set counts as an edit, also without this call, which `Process::settle` makes up for.
+  void saveFriendGroupTitles();
+  /// Tells other readers of the domain that stored destinations are in canonical form. Returns at once, posts nothing;
+  /// a write that fails is tried again.
+  void markFriendListAsNormalized();
+
+  /// Whether refreshing is enabled, see `setRefreshAgainstContactsEnabled`.
+  bool isRefreshAgainstContactsEnabled() const { return _refreshAgainstContactsEnabled; }
+  /// Whether the last load found differences.
+  bool didLastLoadHaveChanges() const { return _lastLoadHadChanges; }
+  void setLastLoadHadChanges(bool hadChanges) { _lastLoadHadChanges = hadChanges; }
+  /// The save that was requested last. Save queue.
+  const std::shared_ptr<PLDelayedOperation>& saveOperation() const;
+  void setSaveOperation(std::shared_ptr<PLDelayedOperation> operation);
+  /// The log of changes that nobody was told of yet; absent when there are none. From barriers and reads of the
+  /// change-log queue.
+  const std::optional<PLChangeLog>& changeLog() const;
+  void setChangeLog(std::optional<PLChangeLog> log);
+
+  // --- 2  Group layout and positions ---
+
+  /// Whether one more friend fits somewhere, be it into a group that could still be made.
+  bool canAddFriend() const;
+  /// Puts the person into the lowest empty slot of the first group that is not full; false when every group is full,
+  /// when there is no group and for no person. Logs, records an addition, posts, saves.
+  bool addFriend(const std::shared_ptr<PLPerson>& person);
+  /// Whether the person occupies a slot; false for none.
+  bool isPersonFriend(const std::shared_ptr<PLPerson>& person) const;
+  /// The person's position within its group; `NotFound` for a person in no slot.
+  std::uint64_t positionOfFriendInGroup(const std::shared_ptr<PLPerson>& person) const;
+  /// The index of the person's group. 1, not `NotFound`, for a person in no slot: ask `isPersonFriend` first.
+  std::uint64_t groupIndexContainingFriend(const std::shared_ptr<PLPerson>& person) const;
+  /// Copies a group's slots, after `setFriends:` of the group, into the list, and saves if anything differs. Records
+  /// and posts no change; adds an empty trailing group where one is due, and posts that. Ignored for a group that is
+  /// not of this manager. Until it is called the manager does not look at what the group was given.
+  void syncFriendGroup(const std::shared_ptr<PLFriendGroup>& group);
+  /// Removes the empty groups but the last one. If there were any, posts PLFriendsManagerGroupListChanged for each, and
+  /// saves.
+  void purgeEmptyFriendGroups();
+
+  // What groups report: each is taken over into the list and the change log, and the change notification is posted.
+  // Ignored for a group that is not of this manager and for a position that it does not have.
+  /// Adds an empty trailing group where one is due. Saves.
+  void friendGroupDidSetFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
+                                         const std::shared_ptr<PLPerson>& person, std::uint64_t position) override;
+  /// A group that held nobody else is removed with its slots, unless there may be one group alone. For a null person
+  /// only the slot is emptied: no group is removed, nothing is recorded or posted. Saves.
+  void friendGroupDidRemoveFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
+                                            const std::shared_ptr<PLPerson>& person, std::uint64_t position) override;
+  /// Takes over the order of the group's slots, after `setFriends:` of the group, and reports each of `friends` as
+  /// moved. Requests no save: the next one writes the order. Whoever rearranges sends it.
+  void friendGroupDidMoveFriends(const std::shared_ptr<PLFriendGroup>& group,
+                                 const std::vector<std::shared_ptr<PLPerson>>& friends) override;
+
+  // --- 3  Indexes and lookup ---
+
+  // Nothing here changes the list or posts.
+
+  /// The friend, or the person looked up before, that has one of these destinations, however they are written; of
+  /// several the one whose key comes first. Else a person made from them and the contacts, whom the manager keeps and
+  /// finds again from then on. Never null; a new person each time when none of them is a number or an address.
+  std::shared_ptr<PLPerson> personWithDestinations(const std::vector<std::string>& destinations);
+  /// The same by the GUID of a record. For one that names no record the person has this GUID and nothing else; for the
+  /// empty one it is a new person each time.
+  std::shared_ptr<PLPerson> personWithABRecordGUID(const std::string& guid);
+  /// Whether a friend, not a merely looked-up person, has this GUID; false for none and for the empty one.
+  bool containsFriendWithABRecordGUID(const std::optional<std::string>& guid) const;
+  /// The first friend that is like the person; null when none is and for none.
+  std::shared_ptr<PLPerson> personLikePerson(const std::shared_ptr<PLPerson>& person) const;
+  /// Friends and looked-up persons, each once for every destination and GUID under which it is found, by that key.
+  std::vector<std::shared_ptr<PLPerson>> allPeople() const;
+
+  // --- 4  Change log and notifications ---
+
+  /// The logs of several change notifications as one. A later deletion wipes what came before it; an addition after a
+  /// deletion counts as what the later log says; else the sets are united. Without logs an empty one. Any thread.
+  static PLChangeLog collapseChangeLogsIntoChangeLog(const std::vector<PLChangeLog>& logs);
+
+  // --- 5  Reachability ---
+
+  // Main queue. A service that answers no queries is stood in for: five seconds after a query every destination that
+  // was asked for counts as valid. A real service may answer in parts; one that says nothing for 30 seconds, be it
+  // after a part, is given up.
+
+  /// The name of the messaging service for reachability queries; absent while none is set.
+  const std::optional<std::string>& serviceName() const;
+  /// Sets the name; absent, as at first: no status is checked and every friend counts as reachable. Asks for nothing.
+  void setServiceName(std::optional<std::string> serviceName);
+
+  /// Asks for the statuses of all friends' destinations and returns at once. While destinations of a
+  /// `statusForPersonRequery` wait for their answer nothing is asked, now or later: ask again after it. Posts
+  /// PLFriendsManagerDestinationStatusUpdatedNotification with each answer.
+  void refreshDestinationStatuses();
+
+  /// The best status of the person's destinations, as far as it is known: valid, unknown, invalid, unspecified, from
+  /// best to worst. Invalid for a person without destinations and for none; valid for everybody while statuses are not
+  /// checked: without a service name, and in processes that skip the check. With `requery` the statuses are asked for
+  /// again, before batches, unspecified becomes unknown, and the answer is posted as
+  /// PLFriendsManagerDestinationStatusUpdatedNotification.
+  ///
+  /// The first manager of a process that has a service name and is asked decides for all: the check is skipped if the
+  /// process's own defaults for its domain have true under PLSkipHasSatelliteCheckKey.
+  DestinationStatus statusForPersonRequery(const std::shared_ptr<PLPerson>& person, bool requery);
+
+  /// The person's destinations that are known to be valid, whether or not statuses are checked; empty for none.
+  DestinationSet reachableDestinationsForPerson(const std::shared_ptr<PLPerson>& person) const;
+
+  /// Takes over statuses by destination, in any spelling; the others stay as they were. Absent: nothing happens. Posts
+  /// PLFriendsManagerDestinationStatusUpdatedNotification, and counts the friends of whom no destination is valid, zero
+  /// while nothing at all is known to be valid.
+  void idStatusUpdatedForDestinations(const std::optional<DestinationStatuses>& statuses);
+
+  // --- 6  Loading, refresh and clean-up ---
+
+  /// Brings every friend in step with the contacts, if they changed since the last time or a load asked for it, takes
+  /// out who is there twice, saves, and posts the change notification; whether a refresh ran. Does nothing, and leaves
+  /// a refresh due, while refreshing is disabled, before there is a list and while the contacts cannot be read. One
+  /// that cannot read them to its end stays due as well, and counts as none. While most of the contacts are gone
+  /// (`AddressBookStore::contactsFall`) it is held back, the list is not cleaned up either, and it runs by itself when
+  /// it may.
+  bool refreshAgainstAddressBook();
+  /// Enables or disables refreshing in this manager, until it ends; enabling it starts a refresh that is due. Before
+  /// the store has answered it takes the place of the setting.
+  void setRefreshAgainstContactsEnabled(bool enabled);
+
+  // --- 7  Favorites import ---
+
+  /// Adds the favorites of the phone that are no friends yet, in the user's order, each to the lowest empty slot of the
+  /// first group that is not full; groups that get one get the title of an import where they have none. Posts and logs
+  /// as `addFriend` does, and PLFriendGroupTitleChangedNotification; saves. Does nothing while favorites or contacts
+  /// cannot be read and before there is a list. Main queue.
+  ///
+  /// The first list of the default domain is made of the favorites. Where these cannot be read then, it begins empty,
+  /// can be edited, and waits for them, also over restarts: this is called once they can be read.
+  PLFavoritesImport importFavorites();
+  /// Whether the first list waits for favorites.
+  bool isFirstListDue() const { return _favorites.isDue(); }
+
+  /// Whether a contact may be added: it is no friend yet and has a destination. The number of its destinations is taken
+  /// from `personValueCache`, and entered there when it is missing. False for a contact that is gone. Posts nothing.
+  bool shouldAllowAddingContactWithContactStorePersonValueCache(const Contact& contact, ContactStore& contactStore,
+                                                                PersonValueCache& personValueCache) const;
+
+  // --- Invariants ---
+
+  /// What is wrong with the list; absent when it is sound: groups and list describe the same slots, groups know their
+  /// manager, the indexes find what the list holds. The list has to be at rest, every `setFriends:` of a group followed
+  /// by its report. Debug builds check the part that always holds after each operation.
+  std::optional<std::string> invariantViolation() const;
+
+ private:
+  // What a look at the stored list gave: the list, its last good copy in place of a damaged one, nothing, a damaged one
+  // without a good copy, or no answer.
+  enum class StoredList { loaded, recovered, none, damaged, unreadable };
+  // A group, by a number that no other group gets, with the title that the store is known to have for its page.
+  struct Page {
+    std::uint64_t number;
+    std::optional<std::string> storedTitle;
+  };
+
+  // 1  Registry, settings and persistence
+  void _start();
+  bool _readSettings();
+  void _observe();
+  void _createEmptyFriendList();
+  void _loadAgain();
+  void _loadFriendList();
+  StoredList _readStoredList(PLStoredList& stored);
+  StoredList _recoverStoredList(const Value& damaged, PLStoredList& stored);
+  void _startFirstList();
+  void _startListInPlaceOfDamaged();
+  void _takeOver(const PLStoredList& stored);
+  void _beginOnEmptyStore(const PLStoredList& stored);
+  void _finishLoad();
+  void _retryLoadLater();
+  void listWasWritten(const PLAcceptedWrite& write) override;
+  void listWasOvertaken() override;
+  void loadIsDue() override;
+  void _incrementExternalChangePostCount();
+  void _postExternally(const std::string& name);
+  const std::string& _notificationForExternalListChange() const {
+    return _settings.friendsChangedExternallyNotificationName();
+  }
+  void _friendsChangedExternally();
+  void _loadIfOther();
+  void _awaitEchoes();
+  void _loadGroupTitles();
+  void _groupTitleChangedExternally();
+  void _takeOverTitles(const PLStoredList& stored, const PLMergeResult* merged);
+  void _dropTitlesFrom(std::uint64_t index);
+  bool _hasTitles() const;
+  bool _isTitleSetHere(std::uint64_t groupIndex) const;
+  bool _hasNewTitles();
+  bool _areTitlesWritten() const;
+  Array _titlesAfter(const PLStoredBase& base) const;
+  void _takeOverTitle(std::uint64_t groupIndex, const Array& titles, std::uint64_t page);
+  void _noteStoredTitles(const PLStoredBase& base);
+  void _tallySetValueForScalarKey(std::int64_t value, std::string_view key);
+  void _tallyLogFriendCount();
+  void _tallyLogFriendGroupCount();
+  void _publishList();
+  void _markLayoutChanged();
+  std::optional<PLMergeResult> _mergeOwnEdits(const PLStoredList& stored);
+  PLOwnPages _ownPages(const PLStoredBase& base) const;
+  PLPageOrigins _pagesInBase(const PLStoredBase& base) const;
+  PLPageNumbers _pageNumbers();
+  bool _havePagesMoved(const PLStoredBase& base) const;
+  std::uint64_t _pageCountOf(const LongArray& list) const;
+  std::optional<std::uint64_t> _pageInTheirs(std::uint64_t groupIndex, const PLStoredList& theirs,
+                                             const PLMergeResult* merged) const;
+  PLPageNumbers _pageNumbersOfTheirs(const PLStoredList& theirs, const PLMergeResult* merged);
+  bool isSettled() const override;
+  bool isWritten() const override;
+  void prepareToSettle() override;
+  void didSettle() override;
+
+  // 2  Group layout and positions
+  void _addEmptyGroup();
+  bool _shouldAddEmptyGroup() const;
+  void _updateFriendGroups();
+  void _showSlots(std::uint64_t groupIndex);
+  void _showChangedSlots(std::uint64_t firstNewGroup);
+  bool _doGroupsShowTheirSlots() const;
+  bool _arePassedOverGroupsFull() const;
+  bool _canAddFriendGroup() const;
+  void _removeGroupAtIndex(std::uint64_t index);
+  void _postGroupListChangedNotification();
+  std::shared_ptr<PLPerson> _friendAtPosition(std::uint64_t index) const;
+  std::uint64_t _indexForPositionInGroup(std::uint64_t position, const PLFriendGroup& group) const;
+  std::uint64_t _slotCapacity() const;
+  std::uint64_t _firstEmptyPosition() const;
+  std::uint64_t _numberOfFriendsInList(const PLSlotList& list) const;
+  void _appendGroup();
+  void _forgetGroupsFrom(std::uint64_t index);
+  std::optional<std::uint64_t> _indexOfGroup(const PLFriendGroup& group) const;
+  std::vector<Slot> _slotsOfGroup(std::uint64_t index) const;
+  std::shared_ptr<PLFriendGroup> _firstGroupWithRoom() const;
+
+  // 3  Indexes and lookup
+  void _lookUpAgain();
+  std::shared_ptr<PLPerson> _personUnder(const std::string& destination) const;
+  void _storeSourcedPerson(const std::shared_ptr<PLPerson>& person);
+  void _addPersonToIdentifiersToPersonMap(const std::shared_ptr<PLPerson>& person);
+  void _removePersonFromIdentifiersToPersonMap(const PLPerson& person);
+  void _createAddressToPersonDictionary();
+
+  // 4  Change log and notifications
+  void _postChangeNotificationIfNecessary();
+
+  // 5  Reachability
+  void forEachFriend(const std::function<void(const PLPerson&)>& visit) const override;
+  void statusesWereUpdated(const DestinationStatuses& statuses) override;
+  void unreachableFriendsWereCounted(std::int64_t count) override;
+
+  // 6  Loading, refresh and clean-up
+  void _personValuesChanged(const Notification& notification);
+  void _addressBookChanged(const Notification& notification);
+  static void _followAddressBook(const std::weak_ptr<PLFriendsManager>& manager);
+  void _updateFriends(const PLStoredList& stored, const PLMergeResult* merged);
+  void _cleanUpFriendListIfNecessary();
+  void _deduplicateFriendListIfNecessary();
+  void _removeDestinationlessFriendsIfNecessary();
+  void _removeFriendsAtIndices(const std::vector<std::uint64_t>& indices);
+  std::optional<std::int32_t> _lastKnownAddressBookSequenceNumber();
+  bool _refreshFriends(AddressBook& addressBook);
+  std::vector<std::uint64_t> _indicesOfFriendsToRefresh(AddressBook& addressBook);
+  void _refreshFriendsAtIndices(std::span<const std::uint64_t> indices, AddressBook& addressBook);
+  void _updateLastKnownAddressBookSequenceNumber(std::int32_t number);
+  bool _addressBookSequenceNumberDidChange();
+
+  // 7  Favorites import
+  Answer<std::vector<std::shared_ptr<PLPerson>>> _curatedFriendList();
+  void _addCuratedFriends(const std::optional<std::vector<std::shared_ptr<PLPerson>>>& friends);
+  void _titleCuratedGroups();
+  void _titleAsCurated(const std::vector<std::shared_ptr<PLFriendGroup>>& groups);
+  void _bringFavoritesIfDue();
+  void _endWaitForFavorites(bool didChangeList);
+
+  void _checkInvariants() const;
+  std::optional<std::string> _indexViolation() const;
+
+  // Set when the manager is made; read on any queue.
+  Process& _process;
+  const std::string _domain;
+  const std::shared_ptr<PLListWriter> _writer;
+  const std::shared_ptr<PLPendingChanges> _pendingChanges;  // any queue
+  const std::shared_ptr<PLReachability> _reachability;      // main queue
+
+  // All from here to the next heading belongs to the main queue, as do the operations without an annotation: their
+  // public callers tell by `checkMainQueue`.
+  PLDomainSettings _settings;
+  bool _refreshAgainstContactsEnabled = true;
+  bool _refreshSettingIsReplaced = false;  // by a caller, before the store had answered
+  PLSlotList _friendList;
+  std::vector<std::shared_ptr<PLFriendGroup>> _friendGroups;
+  std::unordered_map<const PLFriendGroup*, std::uint64_t> _groupIndexes;
+  std::vector<Page> _pages;       // of the groups, in their order
+  PLPageNumbers _publishedPages;  // null when groups came or went since
+  std::uint64_t _lastPageNumber = 0;
+  mutable std::uint64_t _firstGroupThatMayHaveRoom = 0;
+  PLPersonSequence _sourcedPersons;
+  PLIdentifierMap _identifiersToPersonMap;
+  PLListTakeover _takeover;
+  std::uint64_t _postCount = 0;       // own posts of the list's name that have not come back
+  std::uint64_t _titlePostCount = 0;  // of the titles' name, where it is another one
+  double _lastPost = 0;               // when, in seconds of absolute time
+  std::shared_ptr<Timer> _echoTimer;
+  bool _needsAddressBookRefresh = false;
+  PLHeldRefresh _heldRefresh;
+  PLFavorites _favorites;
+  PLUnreadLookUps _unreadLookUps;
+  PLReconciledFriends _reconciledFriends;
+  bool _didCompleteInitialLoading = false;
+  bool _lastLoadHadChanges = false;
+  std::shared_ptr<Timer> _addressBookRefreshTimer;
+  std::vector<std::shared_ptr<Observation>> _observations;
+  bool _observesBus = false;
+  std::shared_ptr<Timer> _loadRetryTimer;
+  BackOff _loadRetryPauses;
+  std::optional<Value> _damagedList;    // put aside already
+  std::optional<Value> _recoveredList;  // what is used in its place
+  bool _storeIsUnreadable = false;
+  bool _titlesMoved = false;                // with a removed group, and not marked yet
+  std::uint64_t _seenTitleAssignments = 0;  // up to which it is known which titles were set here
+  std::shared_ptr<PLStoredBase> _newBase;   // that a load will build on once the groups are laid out
+  bool _wasOvertaken = false;               // since a write was accepted
+  BackOff _overtakenPauses;
+  std::shared_ptr<Timer> _overtakenTimer;
+  bool _additionWasRefused = false;                // there was no room for it among others' edits
+  std::optional<std::int32_t> _ownSequenceNumber;  // that is not stored yet
+  PLSlotSnapshot _laidOutList;                     // which the groups show, but for what was given to them since
+  std::uint64_t _laidOutAssignments = 0;           // of friends to groups, those of the layout included
+};
+
+}  // namespace pellor

@@ -1,0 +1,96 @@
+// The manager's part in importing favorites, and who may be added.
+#include "pellor/friends/PLBundle.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/internal/PLMainQueueCheck.h"
+
+namespace pellor {
+namespace {
+
+// The text of a format with one %u, filled in.
+std::string filledIn(std::string format, std::uint64_t number) {
+  const auto place = format.find("%u");
+  return place == std::string::npos ? format : format.replace(place, 2, std::to_string(number));
+}
+
+}  // namespace
+
+Answer<std::vector<std::shared_ptr<PLPerson>>> PLFriendsManager::_curatedFriendList() {
+  return _favorites._curatedFriendList(_slotCapacity());
+}
+
+void PLFriendsManager::_addCuratedFriends(const std::optional<std::vector<std::shared_ptr<PLPerson>>>& friends) {
+  if (!friends || friends->empty()) return;
+  for (std::uint64_t index = 0; index < friends->size(); ++index) {
+    if (index < _friendList.count()) {
+      _friendList.set(index, (*friends)[index]);
+    } else {
+      _friendList.append((*friends)[index]);
+    }
+  }
+  while (_friendList.count() % _settings.maxFriendsPerGroup() != 0) _friendList.append(EmptySlot);
+  _updateFriendGroups();
+  _titleCuratedGroups();
+  saveFriendGroupTitles();
+}
+
+void PLFriendsManager::_titleCuratedGroups() {
+  std::vector<std::shared_ptr<PLFriendGroup>> groups = _friendGroups;
+  if (groups.size() > 1 && groups.back()->count() == 0) groups.pop_back();
+  _titleAsCurated(groups);
+}
+
+void PLFriendsManager::_titleAsCurated(const std::vector<std::shared_ptr<PLFriendGroup>>& groups) {
+  const auto bundle = PellorBundle();
+  if (!bundle) return;
+  const std::string format = bundle->localizedString("NUMBERED_FAVORITES_FORMAT_STRING", "");
+  for (const auto& group : groups) {
+    const auto index = _indexOfGroup(*group);
+    if (!index || !group->title().value_or("").empty()) continue;
+    group->setTitle(*index == 0 ? bundle->localizedString("FAVORITES", "") : filledIn(format, *index + 1));
+  }
+}
+
+PLFavoritesImport PLFriendsManager::importFavorites() {
+  checkMainQueue(_process, "importFavorites");
+  PLFavoritesImport import;
+  if (!_didCompleteInitialLoading) return import;
+  const auto found = _favorites.newFriends(_friendList.snapshot());
+  import.couldRead = found.isReadable();
+  if (!import.couldRead) return import;
+  std::vector<std::shared_ptr<PLFriendGroup>> groups;
+  for (const auto& person : found.value().value_or(std::vector<std::shared_ptr<PLPerson>>())) {
+    if (!addFriend(person)) {
+      ++import.withoutRoom;
+      continue;
+    }
+    import.added.push_back(person);
+    groups.push_back(_friendGroups[*_friendList.indexOf(person.get()) / _settings.maxFriendsPerGroup()]);
+  }
+  _titleAsCurated(groups);
+  if (!import.added.empty()) saveFriendGroupTitles();
+  _endWaitForFavorites(!import.added.empty());
+  return import;
+}
+
+// The write that brings the favorites tells that the list waits for none.
+void PLFriendsManager::_endWaitForFavorites(bool didChangeList) {
+  if (!_favorites.isDue()) return;
+  _favorites.setDue(false);
+  didChangeList ? _writer->markLayout(std::nullopt, false) : _writer->markFavoritesCame();
+  save();
+}
+
+void PLFriendsManager::_bringFavoritesIfDue() {
+  if (_favorites.isDue() && !importFavorites().couldRead) _favorites.bringLater();
+}
+
+bool PLFriendsManager::shouldAllowAddingContactWithContactStorePersonValueCache(
+    const Contact& contact, ContactStore& contactStore, PersonValueCache& personValueCache) const {
+  const RecordRef record = contactStore.personFromContact(contact);
+  if (!record || containsFriendWithABRecordGUID(record->recordGUID())) return false;
+  const auto [count, isNew] = personValueCache.try_emplace(record->recordID(), 0);
+  if (isNew) count->second = PLPerson::allValuesForPerson(record)->size();
+  return count->second > 0;
+}
+
+}  // namespace pellor

@@ -1,0 +1,56 @@
+// Who the phone favorites are, and a first list that waits for them.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "pellor/friends/PLPerson.h"
+#include "pellor/friends/internal/PLSlotList.h"
+#include "pellor/platform/Answer.h"
+#include "pellor/runtime/BackOff.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/runtime/Timer.h"
+
+namespace pellor {
+
+/// What became of an import of the favorites.
+struct PLFavoritesImport {
+  /// Whether favorites and contacts could be read, and there is a list; else nothing was done.
+  bool couldRead = false;
+  std::vector<std::shared_ptr<PLPerson>> added;  ///< in the order of the favorites
+  std::uint64_t withoutRoom = 0;                 ///< how many were left out because the list is full
+};
+
+/// The favorites as persons, and whether the first list waits for them: it does from the moment on when they could not
+/// be read for it until they were, and a timer is set then that asks for them again. Main queue.
+class PLFavorites {
+ public:
+  /// `bring` is called while this object lives, when favorites that are due may be there.
+  PLFavorites(Process& process, std::function<void()> bring);
+
+  /// The persons behind the favorites in their order, of one record only the first, at most `capacity`; none when there
+  /// are no favorites.
+  Answer<std::vector<std::shared_ptr<PLPerson>>> _curatedFriendList(std::uint64_t capacity) const;
+  /// Of all of these, however many, the ones who are no friends: no friend has their record, or one that it is linked
+  /// with; who has no record shares no destination with a friend, and who has one shares none with a friend without.
+  Answer<std::vector<std::shared_ptr<PLPerson>>> newFriends(const PLSlotSnapshot& friends) const;
+
+  /// Whether the first list waits.
+  bool isDue() const { return _isDue; }
+  /// It waits from now on, or no longer.
+  void setDue(bool isDue);
+  /// They could not be read: they are asked for again, after a pause that grows.
+  void bringLater();
+
+ private:
+  Process& _process;
+  const std::function<void()> _bring;
+  bool _isDue = false;
+  BackOff _pauses;
+  std::shared_ptr<Timer> _timer;
+};
+
+}  // namespace pellor

@@ -1,0 +1,37 @@
+#include "pellor/friends/internal/PLHeldRefresh.h"
+
+#include <algorithm>
+
+#include "pellor/friends/PLBundle.h"
+#include "pellor/platform/Platform.h"
+
+namespace pellor {
+namespace {
+
+// The wall clock, by which refreshes are held back, may be set meanwhile.
+constexpr double kLongestPause = 60.0 * 60;
+constexpr double kShortestPause = 1;
+constexpr const char* kOperation = "refreshAgainstAddressBook";
+
+}  // namespace
+
+bool PLHeldRefresh::holdsBack() {
+  const auto fall = platformOf(_process).addressBook->contactsFall();
+  if (!fall) {
+    if (isHolding()) _PLGetLogSystem().log(LogFormat("refreshing friends is held back no longer").as(kOperation));
+    _timer = nullptr;
+    return false;
+  }
+  if (!isHolding()) {
+    _PLGetLogSystem().log(
+        LogFormat("refreshing friends is held back: only %lu of %lu contacts are there").as(kOperation), fall->now,
+        fall->before);
+  }
+  const double pause = std::clamp(fall->secondsLeft, kShortestPause, kLongestPause);
+  _timer = Timer::after(_process.mainQueue(), pause, _refresh);
+  return true;
+}
+
+void PLHeldRefresh::noteRefresh() { platformOf(_process).addressBook->noteRefresh(); }
+
+}  // namespace pellor

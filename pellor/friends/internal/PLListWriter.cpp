@@ -1,0 +1,376 @@
+#include "pellor/friends/internal/PLListWriter.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "pellor/friends/PLBundle.h"
+#include "pellor/friends/PLFriendsManagerKeys.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/friends/internal/PLSkipChecks.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/Scheduler.h"
+
+namespace pellor {
+namespace {
+
+constexpr double kSaveDelay = 0.1;
+// Between the attempts to write to a store that fails.
+constexpr BackOff::Pauses kRetryPauses{.first = 0.1, .longest = 60};
+// More writes whose outcome nobody knows are not remembered: merged once more, what such a one wrote stays as it is.
+constexpr std::size_t kMostUnknownWrites = 16;
+
+// For the check of what is skipped.
+bool haveSameSlots(const PLSlotSnapshot& one, const PLSlotSnapshot& other) {
+  if (one.count() != other.count()) return false;
+  for (std::uint64_t leaf = 0; leaf < one.leafCount(); ++leaf) {
+    if (!std::ranges::equal(one.leaf(leaf), other.leaf(leaf))) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::shared_ptr<PLListWriter> PLListWriter::make(Process& process, std::string domain) {
+  return std::make_shared<PLListWriter>(Passkey{}, process, std::move(domain));
+}
+
+PLListWriter::PLListWriter(Passkey, Process& process, std::string domain)
+    : _process(process),
+      _domain(std::move(domain)),
+      _preferencesSyncManager(platformOf(process).preferencesSync),
+      _saveQueue(SerialQueue::make(std::string(PLVendorPrefix) + ".Pellor.PLFriendsManager.Save")),
+      _writer(process.scheduler().randomNumber() | 1U),
+      _touchedLeaves(process.local<PLPersonChanges>()),
+      _retryPauses(kRetryPauses) {}
+
+// --- What is to be written -----------------------------------------------------------------------------------------
+
+void PLListWriter::publish(PLSlotList& list, const PLPageNumbers& pages) {
+  _touchedLeaves.name(list);
+  const MutexLock lock(_mutex);
+  _published.pages = pages;
+  if (_published.list && _publishedListVersion == list.version()) {
+    checkSkip("a list that is not published again to be the published one",
+              [&, &published = *_published.list] { return haveSameSlots(published, list.snapshot()); });
+    return;
+  }
+  _publishedListVersion = list.version();
+  _published.list = std::make_shared<const PLSlotSnapshot>(list.snapshot());
+}
+
+// A save sees both marks or none: a list and its titles by page belong together.
+void PLListWriter::markLayout(std::optional<Array> titles, std::optional<bool> awaitsFavorites) {
+  auto published = titles ? std::make_shared<const Array>(*std::move(titles)) : nullptr;
+  const MutexLock lock(_mutex);
+  _needsFriendListSync.store(true, std::memory_order_release);
+  if (awaitsFavorites) _awaitsFavorites = awaitsFavorites;
+  if (!published) return;
+  _published.titles = std::move(published);
+  _needsTitlesSync.store(true, std::memory_order_release);
+}
+
+void PLListWriter::markFavoritesCame() {
+  const MutexLock lock(_mutex);
+  _awaitsFavorites = false;
+}
+
+void PLListWriter::markTitles(Array titles) {
+  auto published = std::make_shared<const Array>(std::move(titles));
+  const MutexLock lock(_mutex);
+  _published.titles = std::move(published);
+  _needsTitlesSync.store(true, std::memory_order_release);
+}
+
+void PLListWriter::clearMarks() {
+  const MutexLock lock(_mutex);
+  _needsFriendListSync.store(false, std::memory_order_release);
+  _needsTitlesSync.store(false, std::memory_order_release);
+}
+
+void PLListWriter::keepSequenceNumber(std::int32_t number) {
+  const MutexLock lock(_mutex);
+  _sequenceNumber = number;
+}
+
+void PLListWriter::save() {
+  if (isMarked() || _isSaving || _hasFailed || awaitsLoad()) return _requestSave();
+  if (std::exchange(_saveIsDue, true)) return;
+  _process.mainQueue().async([self = shared_from_this()] {
+    self->_saveIsDue = false;
+    if (self->isMarked() || self->_isSaving) self->_requestSave();
+  });
+}
+
+// --- What is known of it -------------------------------------------------------------------------------------------
+
+// A person that comes into the list with a flag comes by an edit, or is marked again as it comes.
+bool PLListWriter::isMarked() const {
+  if (_needsFriendListSync || _needsTitlesSync || _needsNormalizationMark) return true;
+  if (_savedMarks != _process.local<PLPersonChanges>().marks) return true;
+  const MutexLock lock(_mutex);
+  return _sequenceNumber.has_value() || _awaitsFavorites.has_value();
+}
+
+bool PLListWriter::awaitsLoad() const {
+  const MutexLock lock(_mutex);
+  return _phase == Phase::awaitsLoad;
+}
+
+bool PLListWriter::isWriting() const {
+  const MutexLock lock(_mutex);
+  return _phase == Phase::writing;
+}
+
+// --- The stored list -----------------------------------------------------------------------------------------------
+
+std::shared_ptr<const PLStoredBase> PLListWriter::base() const {
+  const MutexLock lock(_mutex);
+  return _base;
+}
+
+PLListWriter::Turn PLListWriter::beginLoad(const PreferenceVersion& list, const PreferenceVersion& titles) {
+  const MutexLock lock(_mutex);
+  if (_phase != Phase::writing) {
+    _phase = Phase::awaitsLoad;
+    return Turn::now;
+  }
+  if (_base && _base->listVersion == list && _base->titlesVersion == titles) return Turn::nothingNew;
+  _loadIsDeferred = true;
+  return Turn::later;
+}
+
+void PLListWriter::acceptIfWritten(const PLStoredList& stored) {
+  std::shared_ptr<const PLListWrite> found;
+  {
+    const MutexLock lock(_mutex);
+    const auto isStored = [&](const auto& write) { return write->isIn(stored); };
+    const auto known = std::ranges::find_if(_unknownWrites, isStored);
+    if (known == _unknownWrites.end()) return;
+    found = *known;
+  }
+  PLListWrite write = *found;
+  if (write.list) write.list = std::make_shared<PLStoredVersion>(*write.list);
+  VersionedPreferences written;
+  written.emplace(PLFriendListKey, VersionedPreference{stored.list, stored.listVersion});
+  written.emplace(PLGroupTitlesKey, VersionedPreference{std::nullopt, stored.titlesVersion});
+  _saveQueue->async([self = shared_from_this(), write] { self->push(write); });
+  adopt(write, written);
+}
+
+bool PLListWriter::awaitsFavorites(const PLStoredList& stored) {
+  const MutexLock lock(_mutex);
+  if (_awaitsFavorites == false) return false;
+  // A list that was to wait was not stored: another one was.
+  _awaitsFavorites.reset();
+  return stored.awaitsFavorites;
+}
+
+void PLListWriter::takeOver(std::shared_ptr<const PLStoredBase> base, PLSlotList& list, const PLPageNumbers& pages) {
+  _touchedLeaves.name(list);
+  _touchedLeaves.forgetUntil(base->list->changes());
+  _publishedListVersion = list.version();
+  auto published = std::make_shared<const PLSlotSnapshot>(list.snapshot());
+  const MutexLock lock(_mutex);
+  _published.list.swap(published);
+  _published.pages = pages;
+  _base.swap(base);
+  _phase = Phase::ready;
+  _unknownWrites.clear();
+}
+
+void PLListWriter::awaitLoad() {
+  const MutexLock lock(_mutex);
+  if (_phase == Phase::ready) _phase = Phase::awaitsLoad;
+}
+
+// --- Saves ---------------------------------------------------------------------------------------------------------
+
+void PLListWriter::_requestSave() {
+  _saveQueue->async([self = shared_from_this()] {
+    self->_saveQueue->requireCurrent();
+    if (self->_saveOperation) self->_saveOperation->invalidate();
+    std::weak_ptr<PLListWriter> weak = self;
+    self->setSaveOperation(PLDelayedOperation::initWithQueueDelayBlock(self->_saveQueue, kSaveDelay, [weak] {
+      const auto writer = weak.lock();
+      if (!writer) return;
+      writer->_saveQueue->requireCurrent();
+      writer->_save();
+    }));
+    self->_saveOperation->execute();
+  });
+}
+
+void PLListWriter::_save() {
+  _isSaving = true;
+  writeUnsavedChanges();
+  _isSaving = false;
+}
+
+void PLListWriter::writeUnsavedChanges() {
+  PLListWrite write;
+  if (!takeUnsavedChanges(write)) return;
+  if (write.isEmpty()) {
+    leaveWriting(Phase::ready);
+    if (!write.knowsTouched || _touchedLeaves.isLong()) _touchedLeaves.beginAt(write.changes, write.elsewhere);
+    _hasFailed = false;
+    return;
+  }
+  write.id = {_writer, ++_writeCount};
+  const auto* touched = write.knowsTouched ? _touchedLeaves.since(write.base->list->changes()) : nullptr;
+  const PreferenceChanges changes = write.preferenceChanges(touched);
+  finish(write, platformOf(_process).preferences->write(changes, write.id, _domain));
+}
+
+// Each mark is taken before what it stands for is read: a change that comes in between is written now, and once more by
+// the save that it asks for, rather than never. The sequence number comes first: the changes that it tells of were
+// marked before it. False while the stored list has to be loaded: the marks stay.
+bool PLListWriter::takeUnsavedChanges(PLListWrite& write) {
+  _touchedLeaves.gather();
+  {
+    const MutexLock lock(_mutex);
+    if (_phase == Phase::awaitsLoad) return false;
+    _phase = Phase::writing;
+    write.sequenceNumber = std::exchange(_sequenceNumber, std::nullopt);
+    write.awaitsFavorites = std::exchange(_awaitsFavorites, std::nullopt);
+    write.layoutChanged = _needsFriendListSync.exchange(false, std::memory_order_acq_rel);
+    write.titlesChanged = _needsTitlesSync.exchange(false, std::memory_order_acq_rel);
+    write.marksNormalized = _needsNormalizationMark.exchange(false, std::memory_order_acq_rel);
+    write.published = _published;
+    write.base = _base;
+  }
+  takeUnsavedPersons(write);
+  // After the flags of the persons: what they stand for is counted then, and no stored form of before passes for
+  // theirs.
+  write.changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
+  write.knowsTouched = _touchedLeaves.isComplete();
+  return true;
+}
+
+// When it is known who was marked since the last save looked, only they and who came into the list since may carry a
+// flag.
+void PLListWriter::takeUnsavedPersons(PLListWrite& write) {
+  const auto takeFlag = [&](const Slot& person) {
+    if (person != EmptySlot && person->needsSave() && person->takeNeedsSave()) write.persons.push_back(person);
+  };
+  const PLPersonChanges& changes = _process.local<PLPersonChanges>();
+  write.elsewhere = changes.touches.countElsewhere();
+  const std::uint64_t marks = changes.marks.load(std::memory_order_acquire);
+  if (_savedList && (marks == _savedMarks || _touchedLeaves.isComplete())) {
+    _touchedLeaves.visit(*write.published.list, *_savedList, takeFlag);
+  } else {
+    write.published.list->forEach(takeFlag);
+  }
+  _savedMarks = marks;
+  _savedList = write.published.list;
+}
+
+void PLListWriter::finish(PLListWrite& write, const PreferenceWriteAnswer& answer) {
+  switch (answer.outcome) {
+    case PreferenceWriteOutcome::written:
+      return accept(write, answer.written);
+    case PreferenceWriteOutcome::overtaken:
+      keepUnsavedChanges(write);
+      leaveWriting(Phase::awaitsLoad);
+      return askForLoad(&PLListWriterClient::listWasOvertaken);
+    case PreferenceWriteOutcome::failed:
+      keepUnsavedChanges(write);
+      _hasFailed = true;
+      leaveWriting(Phase::ready);
+      return retryLater();
+    case PreferenceWriteOutcome::unknown:
+      keepUnsavedChanges(write);
+      _hasFailed = true;
+      rememberUnknown(write);
+      leaveWriting(Phase::awaitsLoad);
+      return askForLoadLater();
+  }
+}
+
+void PLListWriter::accept(PLListWrite& write, const VersionedPreferences& written) {
+  if (write.list) _touchedLeaves.beginAt(write.changes, write.elsewhere);
+  _hasFailed = false;
+  _retryPauses.reset();
+  push(write);
+  adopt(write, written);
+  leaveWriting(Phase::ready);
+}
+
+// Makes what the store has accepted the baseline, and tells of it.
+void PLListWriter::adopt(PLListWrite& write, const VersionedPreferences& written) {
+  write.takeOver(written);
+  if (write.list) _PLGetLogSystem().log(LogFormat("friend list saved").as("_save"));
+  const std::shared_ptr<const PLStoredBase> base = write.baseAfter();
+  if (base) {
+    const MutexLock lock(_mutex);
+    _base = base;
+    _unknownWrites.clear();
+  }
+  tellWritten(
+      {write.list != nullptr, write.titlesChanged, base, write.published.list->version(), write.sequenceNumber});
+}
+
+void PLListWriter::rememberUnknown(const PLListWrite& write) {
+  if (!write.changesBase()) return;
+  const MutexLock lock(_mutex);
+  if (_unknownWrites.size() == kMostUnknownWrites) _unknownWrites.erase(_unknownWrites.begin());
+  _unknownWrites.push_back(std::make_shared<const PLListWrite>(write));
+}
+
+void PLListWriter::push(const PLListWrite& write) {
+  const std::set<std::string> keys = write.pushedKeys();
+  if (!keys.empty() && _preferencesSyncManager->hasCompletedInitialSync()) {
+    _preferencesSyncManager->synchronizeDomainKeys(_domain, keys);
+  }
+}
+
+void PLListWriter::keepUnsavedChanges(const PLListWrite& write) {
+  for (const auto& person : write.persons) person->setNeedsSave(true);
+  const MutexLock lock(_mutex);
+  if (write.titlesChanged) _needsTitlesSync.store(true, std::memory_order_release);
+  if (write.marksNormalized) _needsNormalizationMark.store(true, std::memory_order_release);
+  if (write.layoutChanged) _needsFriendListSync.store(true, std::memory_order_release);
+  if (!_sequenceNumber) _sequenceNumber = write.sequenceNumber;
+  if (!_awaitsFavorites) _awaitsFavorites = write.awaitsFavorites;
+}
+
+void PLListWriter::leaveWriting(Phase phase) {
+  bool isDeferred = false;
+  {
+    const MutexLock lock(_mutex);
+    _phase = phase;
+    isDeferred = std::exchange(_loadIsDeferred, false);
+  }
+  // When the write was overtaken the load is asked for anyway.
+  if (isDeferred && phase == Phase::ready) askForLoad(&PLListWriterClient::loadIsDue);
+}
+
+void PLListWriter::askForLoad(void (PLListWriterClient::*tell)()) {
+  _process.mainQueue().async([weak = _client, tell] {
+    if (const auto client = weak.lock()) (client.get()->*tell)();
+  });
+}
+
+void PLListWriter::askForLoadLater() {
+  std::weak_ptr<PLListWriter> weak = weak_from_this();
+  _retryTimer = Timer::after(*_saveQueue, _retryPauses.next(), [weak] {
+    if (const auto self = weak.lock()) self->askForLoad(&PLListWriterClient::loadIsDue);
+  });
+}
+
+void PLListWriter::retryLater() {
+  std::weak_ptr<PLListWriter> weak = weak_from_this();
+  _retryTimer = Timer::after(*_saveQueue, _retryPauses.next(), [weak] {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->_saveQueue->requireCurrent();
+    self->_save();
+  });
+}
+
+void PLListWriter::tellWritten(PLAcceptedWrite write) {
+  _process.mainQueue().async([weak = _client, write = std::move(write)] {
+    if (const auto client = weak.lock()) client->listWasWritten(write);
+  });
+}
+
+}  // namespace pellor

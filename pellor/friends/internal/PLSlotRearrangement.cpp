@@ -1,0 +1,50 @@
+#include "pellor/friends/internal/PLSlotRearrangement.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace pellor {
+
+PLSlotRearrangement::PLSlotRearrangement(PLSlotList& list, std::uint64_t slotCount)
+    : _list(list), _firstPlaceBehind(std::max(list.count(), slotCount)) {}
+
+PLSlotRearrangement::~PLSlotRearrangement() {
+  for (std::size_t number = 0; number < _displaced.size(); ++number) {
+    if (_displaced[number] != EmptySlot) _list._people.leave(*_displaced[number], _firstPlaceBehind + number);
+  }
+  enterNewcomers();
+}
+
+void PLSlotRearrangement::displace(std::uint64_t index) {
+  if (_list.at(index) == EmptySlot) return;
+  if (!_newcomers.isEmpty() && index <= _newcomers.lastPlace()) enterNewcomers();
+  Slot person = _list.setInTree(index, EmptySlot);
+  _list._people.move(*person, index, _firstPlaceBehind + _displaced.size());
+  _displaced.push_back(std::move(person));
+}
+
+PLSlotRearrangement::Moved PLSlotRearrangement::bring(const PLPersonForm& form, std::uint64_t index) {
+  // Who is displaced now was not described.
+  const auto from = _list.firstDescribedBy(form, index + 1);
+  displace(index);
+  if (!from) return {EmptySlot, std::nullopt};
+  const bool wasDisplaced = *from >= _firstPlaceBehind;
+  Slot person = wasDisplaced ? std::exchange(_displaced[*from - _firstPlaceBehind], EmptySlot)
+                             : _list.setInTree(*from, EmptySlot);
+  _list._people.move(*person, *from, index);
+  _list.setInTree(index, std::move(person));
+  return {_list.at(index), wasDisplaced ? std::nullopt : from};
+}
+
+// Nobody asks for them before the end: only later slots are searched.
+void PLSlotRearrangement::put(std::uint64_t index, const std::shared_ptr<PLPerson>& person) {
+  _list.setInTree(index, person);
+  _newcomers.add(*person, index);
+}
+
+void PLSlotRearrangement::enterNewcomers() {
+  _list._people.enter(_newcomers);
+  _newcomers = {};
+}
+
+}  // namespace pellor

@@ -1,0 +1,40 @@
+// The stored list that a process builds on.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "pellor/friends/internal/PLStoredVersion.h"
+#include "pellor/platform/PreferencesStore.h"
+#include "pellor/runtime/Value.h"
+
+namespace pellor {
+
+/// A list as the store has it, with its titles.
+struct PLStoredList {
+  LongArray list;
+  PreferenceVersion listVersion;
+  Array titles;  ///< empty when none are stored
+  PreferenceVersion titlesVersion;
+  bool awaitsFavorites = false;  ///< whether it is a first list that waits for them
+};
+
+/// Names the groups of a list in their order: a group keeps its number as long as the manager has it, and no other
+/// group gets it. Shared by all versions of the list that have the same groups.
+using PLPageNumbers = std::shared_ptr<const std::vector<std::uint64_t>>;
+
+/// The baseline of a process: the version of the stored list and titles that it wrote or took over last. A save names
+/// the version it was made from, and a merge starts from it. Immutable once it is shared; any thread.
+struct PLStoredBase {
+  std::shared_ptr<const PLStoredVersion> list = std::make_shared<const PLStoredVersion>();
+  PreferenceVersion listVersion;
+  Array titles;  ///< empty when none are stored
+  PreferenceVersion titlesVersion;
+  std::vector<std::uint64_t> passedOver;  ///< slots whose friends a load left out, without destinations: no edit
+  std::uint64_t slotsNotMade = 0;  ///< slots at the end that a load had no friend for, and the live list does not have
+  PLPageNumbers pages;             ///< of the groups that showed its pages, from the first page on
+  std::uint64_t elsewhere = 0;  ///< touches of persons (PLTouches::countElsewhere), counted before the list's changes
+};
+
+}  // namespace pellor

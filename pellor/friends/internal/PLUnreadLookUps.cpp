@@ -1,0 +1,21 @@
+#include "pellor/friends/internal/PLUnreadLookUps.h"
+
+#include <utility>
+
+namespace pellor {
+
+void PLUnreadLookUps::note(const std::shared_ptr<PLPerson>& person, AddressBook& addressBook) {
+  if (person && !addressBook.isReadable()) _persons.push_back(person);
+}
+
+void PLUnreadLookUps::lookUpAgain(AddressBook& addressBook) {
+  if (!addressBook.isReadable()) return;
+  for (const auto& weak : std::exchange(_persons, {})) {
+    const auto person = weak.lock();
+    if (!person) continue;
+    person->refreshWithAddressBook(&addressBook);
+    note(person, addressBook);
+  }
+}
+
+}  // namespace pellor

@@ -1,0 +1,140 @@
+#include "pellor/linux/EmbeddedReports.h"
+
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "pellor/linux/LinuxPlatform.h"
+#include "pellor/linux/contacts/internal/ContactFolder.h"
+#include "pellor/linux/contacts/internal/RefreshMemory.h"
+#include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/preferences/internal/PreferencesDatabase.h"
+#include "pellor/linux/preferences/internal/SQLitePreferences.h"
+#include "pellor/runtime/WallClock.h"
+
+namespace pellor {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool isThere(const fs::path& path) {
+  std::error_code ignored;
+  return fs::exists(path, ignored);
+}
+
+constexpr const char* RightToWrite = "give yourself the right to write it";
+
+std::string mayNotBeWritten(const fs::path& path) { return path.string() + " may not be written"; }
+
+bool mayWrite(const fs::path& path) { return ::access(path.c_str(), W_OK) == 0; }
+
+// Whether a folder can be used, or made where it is missing.
+bool mayWriteIn(fs::path folder) {
+  while (!isThere(folder) && folder.has_parent_path() && folder != folder.parent_path()) folder = folder.parent_path();
+  std::error_code ignored;
+  return fs::is_directory(folder, ignored) && mayWrite(folder);
+}
+
+std::string counted(std::size_t count, const char* one, const char* many) {
+  return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+/// What a look into the store says.
+struct StoreLook {
+  std::string error;                 ///< empty: it can be read
+  std::vector<std::string> remarks;  ///< what else is to be known
+};
+
+StoreLook lookInto(const UserFolders& folders) {
+  SQLitePreferences store(folders.data, folders.config / "defaults.json", {"", "", nullptr},
+                          SQLitePreferences::Access::readOnly);
+  if (!store.copyOfStore(0)) return {store.lastError(), {}};
+  return {"", store.takeRemarks()};
+}
+
+}  // namespace
+
+ServiceReport withHeldRefresh(ServiceReport report, const std::filesystem::path& dataFolder, std::string_view source,
+                              std::uint64_t cards) {
+  RefreshHold hold(RefreshMemory(dataFolder, source, {"", "", nullptr}).read());
+  const auto fall = hold.look(cards, wallClockNow());
+  if (report.state != ServiceReport::State::works || !fall) return report;
+  report.detail += "; only " + std::to_string(fall->now) + " of " + std::to_string(fall->before) +
+                   " are there, so friends are not refreshed";
+  report.advice = "bring the others back, or accept that they are gone: pellor refresh --accept";
+  return report;
+}
+
+ServiceReport withCopies(ServiceReport report, const StoreCopies& copies) {
+  const auto newest = copies.newest();
+  if (!newest) return report;
+  const std::string which = dateText(newest->date) + " with " + friendsText(newest->friends);
+  if (report.state == ServiceReport::State::works) {
+    report.detail += "; the newest copy is of " + which;
+  } else {
+    report.advice +=
+        (report.advice.empty() ? "" : "; or ") + ("take a copy back, the newest is of " + which) + ": pellor backup";
+  }
+  return report;
+}
+
+ServiceReport reportOnContactsFolder(const fs::path& contactsFolder, const fs::path& dataFolder) {
+  ContactFolder folder(contactsFolder);
+  try {
+    const std::size_t count = folder.list().size();
+    return withHeldRefresh(ServiceReport::working(folder.path().string() + ": " + counted(count, "card", "cards")),
+                           dataFolder, folder.name(), count);
+  } catch (const CardSourceError& error) {
+    return ServiceReport::failing(error.what(), error.remedy() == CardSourceError::Remedy::toldOf
+                                                    ? "put vCard files there, or name another folder (contacts)"
+                                                    : "give yourself the right to read the folder");
+  }
+}
+
+ServiceReport reportOnStoreFile(const UserFolders& folders) {
+  const fs::path file = PreferencesDatabase::fileIn(folders.data);
+  const std::string name = file.string() + " (SQLite " + sqlite3_libversion() + ")";
+  const StoreCopies copies(folders.data / StoreCopies::FolderName);
+  if (!isThere(file)) {
+    if (!mayWriteIn(folders.data)) return ServiceReport::failing(mayNotBeWritten(file), RightToWrite);
+    return withCopies(ServiceReport::working(name + ", not made yet"), copies);
+  }
+  const StoreLook look = lookInto(folders);
+  if (!look.error.empty()) {
+    const std::string advice = "put a backup in its place, or name another folder (data)";
+    return withCopies(ServiceReport::failing(file.string() + ": " + look.error, advice), copies);
+  }
+  if (!mayWriteIn(folders.data) || !mayWrite(file)) return ServiceReport::failing(mayNotBeWritten(file), RightToWrite);
+  ServiceReport report = withCopies(ServiceReport::working(name), copies);
+  for (const std::string& remark : look.remarks) report.detail += "; " + remark;
+  return report;
+}
+
+ServiceReport reportOnNotifyFolder(const UserFolders& folders) {
+  const std::string folder = folders.notify().string();
+  if (!mayWriteIn(folders.notify())) return ServiceReport::failing(mayNotBeWritten(folder), RightToWrite);
+  ServiceReport report = ServiceReport::working(folder);
+  if (!folders.runtime)
+    report.advice =
+        "programs of a login that has a runtime folder are not heard: set XDG_RUNTIME_DIR, or choose another bus";
+  return report;
+}
+
+std::optional<ServiceReport> reportOnEmbedded(std::string_view part, const Configuration& configuration) {
+  const std::string chosen = configuration.text(part).value_or("");
+  const LinuxPlatformOptions options = embeddedOptions(configuration);
+  const UserFolders& folders = options.folders;
+  if (chosen == "vdir")
+    return reportOnContactsFolder(options.contactsFolder.value_or(folders.data / "contacts"), folders.data);
+  if (chosen == "sqlite") return reportOnStoreFile(folders);
+  if (chosen == "folder") return reportOnNotifyFolder(folders);
+  if (chosen != "none") return std::nullopt;
+  if (part == "reachability") return ServiceReport::none("nobody is checked: every friend counts as reachable");
+  if (part == "paired-device") return ServiceReport::none("changes stay on this machine");
+  return ServiceReport::none("lines go nowhere");
+}
+
+}  // namespace pellor

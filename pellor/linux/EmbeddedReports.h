@@ -1,0 +1,37 @@
+// How the parts of the embedded platform are, without using or making anything.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string_view>
+
+#include "pellor/linux/Configuration.h"
+#include "pellor/linux/ServiceReport.h"
+#include "pellor/linux/files/UserFolders.h"
+#include "pellor/linux/preferences/StoreCopies.h"
+
+namespace pellor {
+
+/// Adds to the report of contacts that work, of which there are so many now, that friends are not refreshed against
+/// them. `source` names them.
+ServiceReport withHeldRefresh(ServiceReport report, const std::filesystem::path& dataFolder, std::string_view source,
+                              std::uint64_t cards);
+
+/// Adds to the report of a store which copies there are of it, and to that of one that fails how to take one back.
+ServiceReport withCopies(ServiceReport report, const StoreCopies& copies);
+
+/// Of the folder of vCards, and whether friends are refreshed against it. One that is missing fails.
+ServiceReport reportOnContactsFolder(const std::filesystem::path& contactsFolder,
+                                     const std::filesystem::path& dataFolder);
+
+/// Of the store in the data folder. One that nobody has made yet works if it can be made.
+ServiceReport reportOnStoreFile(const UserFolders& folders);
+
+/// Of the folder through which programs hear of each other.
+ServiceReport reportOnNotifyFolder(const UserFolders& folders);
+
+/// Of what the configuration chooses for that part; absent where it is a service of the user's own.
+std::optional<ServiceReport> reportOnEmbedded(std::string_view part, const Configuration& configuration);
+
+}  // namespace pellor

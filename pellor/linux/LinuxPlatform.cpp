@@ -1,0 +1,152 @@
+#include "pellor/linux/LinuxPlatform.h"
+
+#include "pellor/linux/PrometheusCounters.h"
+#include "pellor/linux/contacts/internal/ContactFolder.h"
+#include "pellor/linux/contacts/internal/IndexedContactStore.h"
+#include "pellor/linux/contacts/internal/MarkedFavorites.h"
+#include "pellor/linux/files/internal/NettleDigest.h"
+#include "pellor/linux/notify/NotifyFolder.h"
+#include "pellor/linux/phone/LibPhoneNumber.h"
+#include "pellor/linux/preferences/internal/SQLitePreferences.h"
+#include "pellor/linux/preferences/internal/StoreCopyKeeper.h"
+#include "pellor/linux/preferences/internal/UnpairedDevice.h"
+#include "pellor/linux/text/GettextStrings.h"
+#include "pellor/linux/text/IcuText.h"
+#include "pellor/runtime/BundleIdentifier.h"
+#include "pellor/runtime/Queue.h"
+#include "pellor/runtime/WallClock.h"
+
+namespace pellor {
+namespace {
+
+LogHandle logOf(Process& process, const char* category) { return {BundleIdentifier, category, process.logSink()}; }
+
+std::shared_ptr<SharedPreferences> makePreferences(Process& process, const LinuxPlatformOptions& options) {
+  if (options.parts.preferences) return options.parts.preferences(process);
+  return std::make_shared<SQLitePreferences>(options.folders.data, options.folders.config / "defaults.json",
+                                             logOf(process, "preferences"));
+}
+
+/// Of the process's store, as long as the process.
+struct KeptCopies {
+  std::shared_ptr<StoreCopyKeeper> keeper;
+};
+
+void keepCopies(Process& process, const std::shared_ptr<SharedPreferences>& preferences) {
+  process.local<KeptCopies>().keeper =
+      StoreCopyKeeper::make(process, preferences, logOf(process, "copies"), wallClockNow);
+}
+
+std::optional<std::filesystem::path> contactsFolderOf(const LinuxPlatformOptions& options) {
+  if (options.parts.cards) return std::nullopt;
+  return normalisedFolder(options.contactsFolder.value_or(options.folders.data / "contacts"));
+}
+
+std::shared_ptr<CardSource> makeCards(Process& process, const LinuxPlatformOptions& options) {
+  if (const auto folder = contactsFolderOf(options)) return std::make_shared<ContactFolder>(*folder);
+  return options.parts.cards(process);
+}
+
+std::shared_ptr<FavoritesFile> makeFavoritesFile(const std::shared_ptr<IndexedAddressBook>& addressBook,
+                                                 const std::optional<std::filesystem::path>& contactsFolder) {
+  return contactsFolder ? std::make_shared<FavoritesFile>(addressBook, *contactsFolder) : nullptr;
+}
+
+std::shared_ptr<SystemNotifyBus> makeNotifyBus(Process& process, const LinuxPlatformOptions& options) {
+  const auto hearing = options.noticesChanges ? NotifyFolder::Hearing::always : NotifyFolder::Hearing::whenSettling;
+  auto embedded = NotifyFolder::make(process, options.folders, logOf(process, "bus"), hearing);
+  return options.parts.notifyBus ? options.parts.notifyBus(process, std::move(embedded)) : embedded;
+}
+
+std::shared_ptr<PreferencesSyncService> makePreferencesSync(Process& process, const LinuxPlatformOptions& options) {
+  if (!options.parts.preferencesSync) return std::make_shared<UnpairedDevice>();
+  return options.parts.preferencesSync(process, makePreferences(process, options));
+}
+
+RegionSource regionSource(const std::shared_ptr<StoreRegion>& region) {
+  return [region]() -> const std::string& { return region->region(); };
+}
+
+// What is new while a list is loaded is written together, when the main queue is done with the load.
+std::shared_ptr<IdentityService> makeIdentities(Process& process, const UserFolders& folders,
+                                                const std::shared_ptr<StoreRegion>& region) {
+  const Process::Scope scope(process);
+  auto later = [&process, queue = SerialQueue::make(std::string(BundleIdentifier) + ".canonicalForms")](Task task) {
+    process.mainQueue().async([queue, task = std::move(task)] { queue->async(task); });
+  };
+  return std::make_shared<IdentityService>(
+      regionSource(region), CanonicalFormFolder{folders.data, logOf(process, "numbers"), std::move(later)});
+}
+
+// The spelling under which the library stores destinations, so that a friend's number finds its contact.
+std::function<std::string(std::string_view)> canonicalDestinations(const std::shared_ptr<IdentityService>& identities) {
+  return [identities](std::string_view destination) {
+    const bool isAddress = destination.find('@') != std::string_view::npos;
+    const auto identifier = isAddress ? std::nullopt : identities->identifierForPhoneNumber(destination);
+    return identities->rawAddressForDestination(identifier.value_or(std::string(destination)));
+  };
+}
+
+std::shared_ptr<IndexedAddressBook> makeAddressBook(Process& process, const LinuxPlatformOptions& options,
+                                                    const std::shared_ptr<StoreRegion>& region,
+                                                    const std::shared_ptr<IdentityService>& identities) {
+  IndexedAddressBookOptions result;
+  result.index.dataFolder = options.folders.data;
+  result.index.canonicalDestination = canonicalDestinations(identities);
+  result.index.canonicalForm = regionSource(region);
+  result.index.progress = options.indexProgress;
+  result.noticesChanges = options.noticesChanges;
+  result.surnameFirst = [region] { return writesSurnameFirst(region->locale()); };
+  return IndexedAddressBook::make(process, makeCards(process, options), std::move(result));
+}
+
+}  // namespace
+
+LinuxPlatformOptions embeddedOptions(const Configuration& configuration) {
+  LinuxPlatformOptions options;
+  if (const auto folder = configuration.path("data")) options.folders.data = *folder;
+  options.contactsFolder = configuration.path("contacts");
+  options.region = configuration.text("region");
+  return options;
+}
+
+LinuxPlatform::LinuxPlatform(Process& process, const LinuxPlatformOptions& options)
+    : _dataFolder(options.folders.data),
+      _contactsFolder(contactsFolderOf(options)),
+      _preferences(makePreferences(process, options)),
+      _region(
+          std::make_shared<StoreRegion>(_preferences, [region = options.region] { return proposedRegion(region); })),
+      _identities(makeIdentities(process, options.folders, _region)),
+      _addressBook(makeAddressBook(process, options, _region, _identities)),
+      _favoritesFile(makeFavoritesFile(_addressBook, _contactsFolder)) {
+  keepCopies(process, _preferences);
+  installPlatform(process, assemble(process, options));
+}
+
+std::shared_ptr<FavoritesSource> LinuxPlatform::favoritesSource(Process& process) const {
+  if (_favoritesFile) return _favoritesFile;
+  return MarkedFavorites::make(process, _addressBook);
+}
+
+Platform LinuxPlatform::assemble(Process& process, const LinuxPlatformOptions& options) {
+  const LinuxParts& parts = options.parts;
+  const auto text = std::make_shared<IcuText>([region = _region] { return region->locale(); });
+  Platform platform;
+  platform.addressBook = _addressBook;
+  platform.preferences = _preferences;
+  platform.notifyBus = makeNotifyBus(process, options);
+  platform.reachability = parts.reachability ? parts.reachability(process, _identities) : _identities;
+  platform.preferencesSync = makePreferencesSync(process, options);
+  platform.phoneNumbers = std::make_shared<LibPhoneNumber>(regionSource(_region));
+  platform.personNames = text;
+  platform.counters =
+      std::make_shared<PrometheusCounters>(process, _dataFolder / "counters.prom", logOf(process, "counters"));
+  platform.favorites = favoritesSource(process);
+  platform.contacts = std::make_shared<IndexedContactStore>(_addressBook);
+  platform.text = text;
+  platform.digests = std::make_shared<NettleDigest>();
+  platform.strings = std::make_shared<GettextStrings>();
+  return platform;
+}
+
+}  // namespace pellor

@@ -1,0 +1,162 @@
+#include "pellor/linux/contacts/internal/ContactIndexFile.h"
+
+#include <fcntl.h>
+
+#include <array>
+#include <cerrno>
+#include <optional>
+#include <random>
+#include <stdexcept>
+#include <utility>
+
+#include "pellor/linux/files/internal/AsideFolder.h"
+#include "pellor/linux/files/internal/FileLock.h"
+#include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/files/internal/RegularFile.h"
+
+namespace pellor {
+
+namespace {
+
+constexpr const char* FileName = "contacts-index.sqlite";
+constexpr std::int64_t LayoutVersion = 3;
+constexpr std::int32_t HighestFirstSequence = 1 << 30;
+
+// `claim` is what a card would be called if no other file had the same: its UID, else its file's name. `problem` is why
+// the file cannot be used as it is now; the last good content stays. The sequence of an identity is that of the last
+// change of its record or of one that it is or was linked with; identities stay when their records go.
+//
+// Each page carries a checksum: a row that is wrong, and one that is no longer found, would unlink friends.
+constexpr std::array Tables = {
+    "CREATE TABLE counter (sequence INTEGER NOT NULL)",
+    "CREATE TABLE folders (folder INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, uid TEXT NOT NULL,"
+    " sequence INTEGER NOT NULL, derivation TEXT NOT NULL)",
+    "CREATE TABLE identities (id INTEGER PRIMARY KEY AUTOINCREMENT, folder INTEGER NOT NULL, guid TEXT NOT NULL,"
+    " sequence INTEGER NOT NULL DEFAULT 0, UNIQUE (folder, guid))",
+    "CREATE INDEX identities_by_sequence ON identities (folder, sequence)",
+    "CREATE TABLE cards (card INTEGER PRIMARY KEY, folder INTEGER NOT NULL, file TEXT NOT NULL,"
+    " inode INTEGER, size INTEGER, modified INTEGER, changed INTEGER, hash INTEGER, problem TEXT,"
+    " claim TEXT, guid TEXT, id INTEGER, link INTEGER NOT NULL DEFAULT -1, kind INTEGER, given TEXT, family TEXT,"
+    " additional TEXT, prefix TEXT, suffix TEXT, formatted TEXT, nickname TEXT, organization TEXT, note TEXT,"
+    " derived INTEGER, phones TEXT, emails TEXT, favorite INTEGER, place INTEGER, links TEXT, antilinks TEXT,"
+    " UNIQUE (folder, file))",
+    "CREATE INDEX cards_by_id ON cards (folder, id)",
+    "CREATE INDEX cards_by_guid ON cards (folder, guid)",
+    "CREATE INDEX cards_by_claim ON cards (folder, claim, file)",
+    "CREATE INDEX cards_by_link ON cards (folder, link, id)",
+    "CREATE INDEX cards_with_links ON cards (folder) WHERE links<>'' OR antilinks<>''",
+    "CREATE TABLE destinations (destination TEXT NOT NULL, card INTEGER NOT NULL REFERENCES cards ON DELETE CASCADE,"
+    " PRIMARY KEY (destination, card)) WITHOUT ROWID",
+    "CREATE INDEX destinations_by_card ON destinations (card)",
+    "CREATE TABLE names (name TEXT NOT NULL, card INTEGER NOT NULL REFERENCES cards ON DELETE CASCADE,"
+    " PRIMARY KEY (name, card)) WITHOUT ROWID",
+    "CREATE INDEX names_by_card ON names (card)",
+};
+
+/// Why a file is put aside.
+class UnusableIndex : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Programs remember the sequence number of their last look: a new index must not count through the old one's numbers.
+void setFirstSequence(const SQLiteDatabase& database) {
+  std::random_device random;
+  std::uniform_int_distribution<std::int32_t> numbers(1, HighestFirstSequence);
+  SQLiteStatement statement = database.prepare("INSERT INTO counter VALUES (?)");
+  statement.bind(1, std::int64_t{numbers(random)}).run();
+}
+
+void makeTables(const SQLiteDatabase& database) {
+  SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
+  for (const char* table : Tables) database.execute(table);
+  setFirstSequence(database);
+  database.execute("PRAGMA user_version=" + std::to_string(LayoutVersion));
+  transaction.commit();
+}
+
+bool isSound(const SQLiteDatabase& database) {
+  SQLiteStatement statement = database.prepare("PRAGMA quick_check(1)");
+  return statement.step() && statement.text(0) == "ok";
+}
+
+void prepareDatabase(const SQLiteDatabase& database, IndexCheck check, bool isInMemory = false) {
+  const std::int64_t version = database.integer("PRAGMA user_version");
+  const bool isEmpty = database.integer("SELECT count(*) FROM sqlite_schema") == 0;
+  if (!isEmpty && version != LayoutVersion) throw UnusableIndex("is of an unknown layout");
+  if (!isInMemory && !database.hasCheckedPages()) throw UnusableIndex("is damaged");
+  if (check == IndexCheck::thorough && !isSound(database)) throw UnusableIndex("is damaged");
+  database.execute("PRAGMA synchronous=FULL");
+  database.execute("PRAGMA foreign_keys=ON");
+  if (isEmpty) makeTables(database);
+}
+
+SQLiteDatabase openFile(const std::filesystem::path& file, IndexCheck check,
+                        const std::shared_ptr<LockPatience>& patience) {
+  try {
+    SQLiteDatabase database(file, SQLiteDatabase::Access::readWrite, patience);
+    if (database.integer("PRAGMA page_count") == 0) database.beginCheckedPages();
+    database.execute("PRAGMA journal_mode=WAL");
+    prepareDatabase(database, check);
+    return database;
+  } catch (const SQLiteError& error) {
+    if (error.code() == SQLITE_CORRUPT || error.code() == SQLITE_NOTADB) throw UnusableIndex("is damaged");
+    throw;
+  }
+}
+
+/// Holds other processes off while one makes or replaces the file.
+std::optional<FileLock> lockFolder(const std::filesystem::path& folder, LockPatience& patience) {
+  FileDescriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!opened) return std::nullopt;
+  auto lock = FileLock::take(std::move(opened), patience);
+  if (!lock && errno == EWOULDBLOCK) throw SQLiteError(SQLITE_BUSY, lockError(folder));
+  return lock;
+}
+
+void makePrivateFile(const std::filesystem::path& file) {
+  const OpenedFile made = openRegularFile(file, O_RDWR | O_CREAT);
+  if (!made.descriptor) throw std::runtime_error(made.problem);
+}
+
+OpenedContactIndex openInFolder(const std::filesystem::path& folder, IndexCheck check,
+                                const std::shared_ptr<LockPatience>& patience) {
+  if (const auto error = createPrivateFolder(folder)) throw std::runtime_error(*error);
+  const auto lock = lockFolder(folder, *patience);
+  const std::filesystem::path file = folder / FileName;
+  OpenedContactIndex opened;
+  makePrivateFile(file);
+  try {
+    opened.statements = std::make_unique<SQLiteStatements>(openFile(file, check, patience));
+  } catch (const UnusableIndex& problem) {
+    const auto aside = moveDatabaseAside(file, file.string() + ".damaged");
+    if (!aside) throw;
+    opened.remarks.push_back("the contact index " + file.string() + " " + problem.what() + "; it was put aside as " +
+                             aside->filename().string() + " and is made anew");
+    makePrivateFile(file);
+    opened.statements = std::make_unique<SQLiteStatements>(openFile(file, IndexCheck::quick, patience));
+  }
+  return opened;
+}
+
+}  // namespace
+
+OpenedContactIndex openContactIndex(const std::filesystem::path& dataFolder, IndexCheck check,
+                                    const std::shared_ptr<LockPatience>& patience) {
+  OpenedContactIndex inMemory;
+  try {
+    return openInFolder(dataFolder, check, patience);
+  } catch (const std::exception& problem) {
+    // It is there, and will be free again.
+    const auto* error = dynamic_cast<const SQLiteError*>(&problem);
+    if (error && error->code() == SQLITE_BUSY) throw;
+    inMemory.remarks.push_back("no contact index can be kept in " + dataFolder.string() + " (" + problem.what() +
+                               "); it is made in memory");
+  }
+  SQLiteDatabase database = SQLiteDatabase::inMemory();
+  prepareDatabase(database, IndexCheck::quick, true);
+  inMemory.statements = std::make_unique<SQLiteStatements>(std::move(database));
+  inMemory.isInMemory = true;
+  return inMemory;
+}
+
+}  // namespace pellor

@@ -1,0 +1,21 @@
+// The names of a contact: how it is shown and by what it is found.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "pellor/linux/contacts/internal/EVCardContact.h"
+
+namespace pellor {
+
+/// The full name of a person, the surname first when `surnameFirst` says that the locale writes names so or when the
+/// name is written in Chinese, Japanese or Korean characters (these without a blank in such a locale). The card's
+/// formatted name where it has no name parts, and for an organisation; else the organisation. Absent when there is
+/// none. A name of parts is cut where one of their names would be (pellor/linux/text/TextLimits.h).
+std::optional<std::string> compositeName(const ContactCard& card, bool surnameFirst);
+
+/// All names by which the contact is found: the full name in either order, the formatted name and the nickname.
+std::vector<std::string> searchableNames(const ContactCard& card);
+
+}  // namespace pellor

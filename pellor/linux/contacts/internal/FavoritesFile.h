@@ -1,0 +1,75 @@
+// The favorites beside the contacts.
+#pragma once
+
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
+#include "pellor/linux/files/internal/FileLock.h"
+#include "pellor/platform/FavoritesSource.h"
+
+namespace pellor {
+
+/// The file `favorites` in the contacts folder, in the user's order. One line for each favorite, its fields separated
+/// by tabs; later fields may be left out, and so may empty ones at the end:
+///
+///     # GUID<TAB>number or address<TAB>name
+///     4fbe8971-0bc3<TAB>+44 20 7946 0123<TAB>Anna
+///     <TAB>info@example.org<TAB>The club
+///
+/// Empty lines, lines that begin with # and lines that are no UTF-8 are comments. Without the file the favorites are
+/// the contacts that are marked in their cards (X-QTPROJECT-FAVORITE, X-FOLKS-FAVOURITE); the first edit writes these
+/// down. Main queue.
+class FavoritesFile final : public FavoritesSource {
+ public:
+  /// What a line says; empty fields are unknown.
+  struct Line {
+    std::string guid;
+    std::string value;
+    std::string name;
+    friend bool operator==(const Line&, const Line&) = default;
+  };
+  /// Changes the list. False leaves the file as it is.
+  using Edit = std::function<bool(std::vector<Line>& lines)>;
+
+  FavoritesFile(std::shared_ptr<IndexedAddressBook> addressBook, const std::filesystem::path& contactsFolder);
+
+  /// A favorite belongs to the contact with its GUID, else to the first one that has its value. Name and value that are
+  /// unknown are the contact's. One with neither contact nor value is left out, and the log says so. Unreadable where
+  /// there is no folder, and while the file, which is named on the log once, or the contacts cannot be read.
+  Answer<std::vector<FavoriteEntry>> favoriteEntries() override;
+
+  /// The favorites as they would be written; absent when the folder or the file cannot be read.
+  std::optional<std::vector<Line>> lines();
+
+  enum class Outcome { done, refused, failed };
+  /// Edits the list under a lock against other programs' edits and writes it in one step. Comments stay with the line
+  /// that follows them. `failed` when the file could not be read or written: nothing has changed then and the log says
+  /// why.
+  Outcome edit(const Edit& change);
+  /// Why the file could not be read, written or locked at the last time; empty when it could.
+  const std::string& problem() const { return _reportedProblem; }
+
+ private:
+  struct Content;
+
+  std::optional<Content> read();
+  std::optional<std::vector<Line>> markedFavorites();
+  FavoriteEntry entry(AddressBook& addressBook, const Line& line);
+  bool write(const Content& content);
+  void report(const std::string& problem);
+  void reportUnreachable(const Line& line);
+
+  const std::shared_ptr<IndexedAddressBook> _addressBook;
+  const std::filesystem::path _file;
+  LockPatience _patience{std::chrono::seconds(2)};
+  const LogHandle _log;
+  std::string _reportedProblem;
+};
+
+}  // namespace pellor

@@ -1,0 +1,65 @@
+#include "pellor/linux/mosquitto/KeptMessages.h"
+
+#include <set>
+#include <system_error>
+
+#include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/mosquitto/SealingKeys.h"
+
+namespace pellor {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view FilePrefix = "exchanged-";
+
+std::string hexadecimal(const Data& bytes) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string text;
+  for (const std::uint8_t byte : bytes) {
+    text += digits[byte >> 4];
+    text += digits[byte & 15];
+  }
+  return text;
+}
+
+Data contentOf(const fs::path& file) {
+  const std::string content = readRegularFile(file).text.value_or("");
+  return {content.begin(), content.end()};
+}
+
+}  // namespace
+
+fs::path KeptMessages::fileOf(const Data& digest) const {
+  return _folder / (std::string(FilePrefix) + hexadecimal(digest));
+}
+
+bool KeptMessages::keep(std::span<const std::uint8_t> message) const {
+  const Data digest = digestOf(message);
+  const fs::path file = fileOf(digest);
+  if (createPrivateFolder(_folder)) return false;
+  const FileCreation creation = createPrivateFile(file, message);
+  if (creation != FileCreation::exists) return creation == FileCreation::created;
+  if (digestOf(contentOf(file)) == digest) return true;
+  // A loss of power may have left a part of it.
+  std::error_code ignored;
+  fs::remove(file, ignored);
+  return createPrivateFile(file, message) == FileCreation::created;
+}
+
+std::optional<KeyMessage> KeptMessages::find(const Data& digest) const {
+  const Data message = contentOf(fileOf(digest));
+  return digestOf(message) == digest ? decodeKeyMessage(message) : std::nullopt;
+}
+
+void KeptMessages::retain(const std::vector<Data>& digests) const {
+  std::set<fs::path> retained;
+  for (const Data& digest : digests) retained.insert(fileOf(digest));
+  for (const std::string& name : namesIn(_folder)) {
+    std::error_code ignored;
+    if (name.starts_with(FilePrefix) && !retained.contains(_folder / name)) fs::remove(_folder / name, ignored);
+  }
+}
+
+}  // namespace pellor

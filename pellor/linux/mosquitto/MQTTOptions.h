@@ -1,0 +1,27 @@
+// Where the broker is, and who this device is to it.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "pellor/linux/Configuration.h"
+
+namespace pellor {
+
+/// Always over TLS.
+struct MQTTOptions {
+  std::string host = "localhost";  ///< a name or address that the broker's certificate is valid for
+  int port = 8883;                 ///< 1 to 65,535
+
+  /// What the keys `mqtt.host` and `mqtt.port` say.
+  static MQTTOptions from(const Configuration& configuration);
+};
+
+/// What a device shows the broker, and asks of it: PEM files.
+struct MQTTCredentials {
+  std::filesystem::path ca;           ///< who has to have issued the broker's certificate
+  std::filesystem::path certificate;  ///< of this device
+  std::filesystem::path key;          ///< its private key
+};
+
+}  // namespace pellor

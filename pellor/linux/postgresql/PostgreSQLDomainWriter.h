@@ -1,0 +1,71 @@
+// Collects the statements that change a domain.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "pellor/linux/postgresql/PostgreSQLConnection.h"
+#include "pellor/linux/postgresql/PostgreSQLDomain.h"
+#include "pellor/linux/preferences/StoredRuns.h"
+
+namespace pellor {
+
+/// What one transaction is to change in a domain.
+struct PostgreSQLWriting {
+  enum class Which {
+    all,     ///< each key gets a new version, also when it gets an equal value
+    absent,  ///< only keys that have no value
+  };
+
+  Which which = Which::all;
+  PreferenceWriteID id = {};                                                     ///< in the versions that it makes
+  std::map<std::string, std::optional<EncodedValue>, std::less<>> changes = {};  ///< absent: to be removed
+  std::map<std::string, PreferenceVersion, std::less<>> madeFrom = {};           ///< the versions to be found
+  /// Asked before the statements go out together with the COMMIT; false: nothing is written.
+  std::function<bool()> mayCommit = [] { return true; };
+};
+
+/// For one transaction, which holds the domain's row.
+class PostgreSQLDomainWriter {
+ public:
+  using Stored = PostgreSQLDomain::Stored;
+
+  /// `stored` is what the transaction found, `domain` its name; both have to outlive the writer.
+  PostgreSQLDomainWriter(std::string_view domain, const PostgreSQLDomain& stored, const PostgreSQLWriting& writing);
+
+  /// Of a long array the rows are written of which the bytes differ. Its runs are those that were given, also where
+  /// these take the place of equal ones.
+  void put(const std::string& key, EncodedValue value);
+  void remove(const std::string& key);
+
+  /// Takes the statements, with those that make the change known; none when nothing changes. Valid as long as the
+  /// writer.
+  PostgreSQLBatch takeStatements();
+  /// What is stored after them.
+  PostgreSQLDomain changed() const { return {_stored.store, _revision, _values}; }
+
+ private:
+  void add(const char* text, std::vector<PostgreSQLParameter> parameters);
+  void removeRuns(std::string_view key);
+  void removeAll(std::string_view key);
+  Stored putValue(std::string_view key, EncodedValue value, const Stored* stored);
+  Stored putList(std::string_view key, EncodedValue value, const Stored* stored);
+  void putRun(std::int64_t list, std::size_t number, const ArrayRun& run);
+  void putHead(std::string_view key, const StoredRuns& rows, std::size_t formerRows);
+
+  const std::string_view _domain;
+  const PostgreSQLDomain& _stored;
+  const PreferenceWriteID _id;
+  const std::int64_t _revision;
+  const std::shared_ptr<PostgreSQLDomain::Snapshot> _values;
+  PostgreSQLBatch _batch;
+  bool _writesList = false;
+};
+
+}  // namespace pellor

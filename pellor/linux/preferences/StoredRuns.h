@@ -1,0 +1,77 @@
+// Long arrays as a database keeps them, whichever it is: in rows of one run each.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "pellor/runtime/LongArray.h"
+#include "pellor/runtime/Value.h"
+
+namespace pellor {
+
+using Runs = std::vector<std::shared_ptr<const ArrayRun>>;
+
+/// Stands in place of a value's bytes where the value is a long array, whose runs are rows of their own.
+struct StoredRuns {
+  std::int64_t list = 0;   ///< a number that no list had before, so that the rows of another are not taken for its own
+  std::int64_t count = 0;  ///< of elements
+  std::int64_t revision = 0;  ///< when `count` changed last; rows may be newer
+};
+
+/// The array as it is stored, with what reading it again and writing over it need to know. Each row has the revision of
+/// its last change; each write raises the list's revision, so that an index gives others the rows that they have
+/// not read. A row's last good copy is written with it.
+///
+/// Runs that did not change stay the same objects from one reading or writing to the next, and a list in which nothing
+/// changed stays the same object too.
+struct StoredList {
+  StoredRuns rows;
+  std::int64_t revision = 0;  ///< the newest that was read or written
+  Value value;                ///< a long array of EncodedRuns
+};
+
+/// An array to be written: the runs of a long array, encoded.
+struct EncodedList {
+  /// The same runs, those that are no EncodedRuns made into such. Absent when one exceeds a limit of `encodeCBOR`.
+  static std::optional<EncodedList> encode(const LongArray& array);
+
+  std::vector<std::shared_ptr<const ArrayRun>> runs;
+  std::size_t count = 0;  ///< of elements
+};
+
+/// A value to be stored, as a list in rows or as bytes.
+struct EncodedValue {
+  /// Absent when it exceeds a limit of `encodeCBOR`.
+  static std::optional<EncodedValue> encode(const Value& value);
+  /// What the user is told then.
+  static std::string errorFor(std::string_view key);
+
+  Value value;
+  std::optional<EncodedList> list;
+  std::optional<Data> bytes;
+};
+
+inline constexpr std::int64_t HighestListNumber = (std::int64_t{1} << 38) - 1;
+/// Another one for every list, as good as certainly.
+std::int64_t newListNumber();
+
+/// None for no list.
+const Runs& runsOf(const StoredList* list);
+/// How many rows hold the elements.
+std::size_t runCount(const StoredRuns& rows);
+/// The bytes of an EncodedRun.
+std::span<const std::uint8_t> bytesOf(const ArrayRun& run);
+bool holds(const ArrayRun& run, std::span<const std::uint8_t> bytes);
+bool areSame(const std::shared_ptr<const ArrayRun>& one, const std::shared_ptr<const ArrayRun>& other);
+/// Whether the runs make an array of that many elements. A run is null when its row is damaged.
+bool areWhole(const Runs& runs, const StoredRuns& rows);
+/// Null unless they are whole.
+std::shared_ptr<const StoredList> listOf(Runs runs, const StoredRuns& rows, std::int64_t revision);
+
+}  // namespace pellor

@@ -1,0 +1,51 @@
+#include "pellor/runtime/DictionaryView.h"
+
+namespace pellor {
+namespace {
+
+void view(const Array& array, EntryView& entry) {
+  for (const Value& element : array) {
+    if (const std::string* text = element.string()) {
+      entry.texts.emplace_back(*text);
+    } else {
+      entry.hasOnlyTexts = false;
+    }
+  }
+}
+
+void view(const Value& value, EntryView& entry) {
+  switch (value.kind()) {
+    case Value::Kind::integer:
+      entry.integer = *value.integer();
+      break;
+    case Value::Kind::string:
+      entry.text = *value.string();
+      break;
+    case Value::Kind::array:
+      view(*value.array(), entry);
+      break;
+    default:
+      entry.value = value;
+      break;
+  }
+}
+
+}  // namespace
+
+EntryView& DictionaryView::append(std::string_view key, Value::Kind kind) {
+  if (_count == _entries.size()) _entries.emplace_back();
+  EntryView& entry = _entries[_count++];
+  entry.key = key;
+  entry.kind = kind;
+  entry.texts.clear();
+  entry.hasOnlyTexts = true;
+  entry.value.reset();
+  return entry;
+}
+
+void DictionaryView::assign(const Dictionary& dictionary) {
+  clear();
+  for (const auto& [key, value] : dictionary) view(value, append(key, value.kind()));
+}
+
+}  // namespace pellor

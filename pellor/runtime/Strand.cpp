@@ -1,0 +1,31 @@
+#include "pellor/runtime/Strand.h"
+
+#include <utility>
+
+#include "pellor/runtime/Frame.h"
+#include "pellor/runtime/Scheduler.h"
+
+namespace pellor {
+
+Strand::Strand(const Process& owner, std::shared_ptr<Scheduler> scheduler)
+    : _owner(&owner), _scheduler(std::move(scheduler)) {}
+
+Strand::~Strand() = default;
+
+Deadline Strand::setDeadline(std::weak_ptr<TimerState> timer, std::uint64_t generation, double time) {
+  if (isClosed()) return {};
+  return _scheduler->setDeadline({std::move(timer), generation, _owner}, time);
+}
+
+void Strand::clearDeadline(Deadline deadline) { _scheduler->clearDeadline(deadline); }
+
+double Strand::now() const { return _scheduler->now(); }
+
+void Strand::runTask(const Queue& queue, Task&& task) {
+  const Frame frame(queue.process(), &queue, Frame::Kind::task);
+  task();
+  // Inside the frame: what the captures do as they are destroyed is still part of the task.
+  task = nullptr;
+}
+
+}  // namespace pellor

@@ -1,0 +1,175 @@
+#include "pellor/runtime/internal/ConcurrentStrand.h"
+
+#include <utility>
+
+#include "pellor/runtime/Fatal.h"
+#include "pellor/runtime/Frame.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/runtime/Scheduler.h"
+
+namespace pellor {
+
+ConcurrentStrand::ConcurrentStrand(Process& process, std::shared_ptr<Scheduler> scheduler, std::string label)
+    : ConcurrentQueue(process, std::move(label)), Strand(process, std::move(scheduler)) {}
+
+bool ConcurrentStrand::isCurrent() const { return Frame::innermostQueue() == this; }
+
+/// Who runs on the queue may look without the lock: no barrier begins or ends beside a read, nor beside another
+/// barrier.
+bool ConcurrentStrand::isCurrentAlone() const { return isCurrent() && _isBarrierRunning; }
+
+void ConcurrentStrand::async(Task task) { append({.task = std::move(task)}); }
+
+void ConcurrentStrand::asyncBarrier(Task task) { append({.task = std::move(task), .isBarrier = true}); }
+
+void ConcurrentStrand::briefBarrier(Task task) {
+  append({.task = std::move(task), .isBarrier = true, .isBrief = true});
+}
+
+void ConcurrentStrand::append(Entry entry) {
+  require(entry.task != nullptr, "a task to queue");
+  HandOn next;
+  {
+    const MutexLock lock(_mutex);
+    if (isClosed()) return;
+    process().taskQueued();
+    _entries.push_back(std::move(entry));
+    next = takeHandOnOrBriefTask();
+  }
+  handOn(std::move(next));
+}
+
+void ConcurrentStrand::syncRead(const std::function<void()>& read) {
+  if (Frame::isInside(*this)) fatal("a synchronous read from outside the tasks of queue " + label());
+  if (!_gate.tryEnter()) enterInTurn(&read);
+  {
+    const Frame frame(process(), this, Frame::Kind::read);
+    read();
+  }
+  finish(false, TurnAfter::askedFor);
+}
+
+void ConcurrentStrand::enterInTurn(const void* waiter) {
+  HandOn next;
+  {
+    const MutexLock lock(_mutex);
+    if (!isIdle()) waitForPlace(waiter);
+    _gate.enter();
+    next = takeHandOn();
+  }
+  handOn(std::move(next));
+}
+
+/// Takes a place behind what is queued and returns once it is the first that may start. Until then runs what stands
+/// before it and has not been started.
+void ConcurrentStrand::waitForPlace(const void* waiter) {
+  _entries.push_back({.task = nullptr, .waiter = waiter});
+  ++_waiters;
+  while (_entries.front().waiter != waiter || !canStartFirst()) {
+    if (_entries.front().waiter || !canStartFirst()) {
+      _changed.wait(_mutex);
+    } else {
+      Entry entry = startFirst();
+      HandOn next = takeHandOn();
+      const MutexUnlock released(_mutex);
+      run(std::move(entry), std::move(next), TurnAfter::askedFor);
+    }
+  }
+  --_waiters;
+  _entries.pop_front();
+}
+
+bool ConcurrentStrand::canStartFirst() const {
+  return !_isBarrierRunning && (!_entries.front().isBarrier || _gate.isEmpty());
+}
+
+bool ConcurrentStrand::needsTurn() const {
+  return !_hasTurn && !_entries.empty() && !_entries.front().waiter && canStartFirst();
+}
+
+ConcurrentStrand::Entry ConcurrentStrand::startFirst() {
+  Entry entry = std::move(_entries.front());
+  _entries.pop_front();
+  if (entry.isBarrier) {
+    _isBarrierRunning = true;
+  } else {
+    _gate.enter();
+  }
+  return entry;
+}
+
+bool ConcurrentStrand::runNext() noexcept {
+  Entry entry;
+  HandOn next;
+  {
+    const MutexLock lock(_mutex);
+    _hasTurn = false;
+    // A waiter may have taken what the turn was asked for.
+    if (_entries.empty() || _entries.front().waiter || !canStartFirst()) return false;
+    entry = startFirst();
+    next = takeHandOn();
+  }
+  run(std::move(entry), std::move(next), TurnAfter::inThisThread);
+  return true;
+}
+
+void ConcurrentStrand::run(Entry entry, HandOn before, TurnAfter turn) {
+  handOn(std::move(before));
+  runTask(*this, std::move(entry.task));
+  finish(entry.isBarrier, turn);
+  process().taskEnded();
+}
+
+void ConcurrentStrand::finish(bool isBarrier, TurnAfter turn) {
+  // A reader for whose end nobody waits needs no lock.
+  if (!isBarrier && !_gate.leave()) return;
+  HandOn next;
+  {
+    const MutexLock lock(_mutex);
+    if (isBarrier) _isBarrierRunning = false;
+    // One brief task at most: a barrier may be such a task itself, whose caller has other things to do.
+    next = isBarrier ? takeHandOn() : takeHandOnOrBriefTask();
+  }
+  handOn(std::move(next), turn);
+}
+
+/// Called in each hold of the lock that changed something, as its last step.
+ConcurrentStrand::HandOn ConcurrentStrand::takeHandOn() {
+  // Before the look at what may start: a reader who leaves later sees it and looks again.
+  isIdle() ? _gate.open() : _gate.shut();
+  const HandOn next{.wakesWaiters = _waiters > 0, .asksForTurn = needsTurn()};
+  if (next.asksForTurn) _hasTurn = true;
+  return next;
+}
+
+/// The same, but starts a brief task for the caller in place of asking for a turn.
+ConcurrentStrand::HandOn ConcurrentStrand::takeHandOnOrBriefTask() {
+  Entry brief;
+  if (needsTurn() && _entries.front().isBrief && scheduler().lendsTurns()) brief = startFirst();
+  HandOn next = takeHandOn();
+  next.brief = std::move(brief);
+  return next;
+}
+
+void ConcurrentStrand::handOn(HandOn handOn, TurnAfter turn) {
+  if (handOn.wakesWaiters) _changed.notifyAll();
+  if (handOn.brief.task) return run(std::move(handOn.brief), {}, turn);
+  if (!handOn.asksForTurn) return;
+  turn == TurnAfter::inThisThread ? scheduler().submitAgain(asStrand(*this)) : scheduler().submit(asStrand(*this));
+}
+
+void ConcurrentStrand::close(std::vector<Task>& dropped) {
+  HandOn next;
+  {
+    const MutexLock lock(_mutex);
+    markClosed();
+    for (Entry& entry : _entries) {
+      if (entry.task) dropped.push_back(std::move(entry.task));
+    }
+    std::erase_if(_entries, [](const Entry& entry) { return !entry.waiter; });
+    next = takeHandOn();
+  }
+  handOn(std::move(next));
+}
+
+}  // namespace pellor

@@ -1,0 +1,74 @@
+#include "pellor/runtime/internal/FunctionName.h"
+
+#include <cstddef>
+
+namespace pellor {
+
+namespace {
+
+constexpr std::string_view operatorWord = "operator";
+constexpr std::string_view lambdaName = "operator()";
+
+/// Drops " [with T = int]" (GCC) or " [T = int]" (clang).
+std::string_view withoutTemplateNote(std::string_view signature) {
+  if (!signature.ends_with(']')) return signature;
+  const auto gccNote = signature.find(" [with ");
+  return signature.substr(0, gccNote != std::string_view::npos ? gccNote : signature.rfind(" ["));
+}
+
+bool isNameCharacter(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+}
+
+bool startsOperator(std::string_view text) {
+  return text.starts_with(operatorWord) && text.size() > operatorWord.size() &&
+         !isNameCharacter(text[operatorWord.size()]);
+}
+
+/// `text` begins with the word "operator".
+std::string_view operatorName(std::string_view text) {
+  const auto symbol = text.substr(operatorWord.size());
+  std::size_t length = 2;
+  if (!symbol.starts_with("()") && !symbol.starts_with("[]")) {
+    // A conversion is named after its type, which goes up to the parameters.
+    length = symbol.front() == ' ' ? symbol.find('(') : symbol.find_first_not_of("<>=!+-*/%^&|~,");
+  }
+  return text.substr(0, operatorWord.size() + length);
+}
+
+bool startsLambda(std::string_view text) {
+  return text.starts_with("<lambda") || text.starts_with("(anonymous class)") || text.starts_with("(lambda");
+}
+
+int depthChange(char c) {
+  if (c == '(' || c == '<' || c == '{') return 1;
+  return c == ')' || c == '>' || c == '}' ? -1 : 0;
+}
+
+}  // namespace
+
+std::string functionName(std::string_view signature) {
+  const std::string_view text = withoutTemplateNote(signature);
+  std::string_view name = text;  // from the last scope or return type on
+  bool hasParameters = false;
+  int depth = 0;
+  for (std::size_t at = 0; at < text.size(); depth += depthChange(text[at++])) {
+    if (depth > 0) continue;
+    const std::string_view rest = text.substr(at);
+    if (rest.starts_with("::")) {
+      if (startsLambda(rest.substr(2))) break;
+      name = text.substr(++at + 1);
+      hasParameters = false;
+    } else if (startsOperator(rest) && rest.data() == name.data()) {
+      return std::string(operatorName(rest));
+    } else if (rest.front() == '(') {
+      hasParameters = true;
+    } else if (rest.front() == ' ' && !hasParameters) {
+      name = rest.substr(1);
+    }
+  }
+  if (startsLambda(name)) return std::string(lambdaName);
+  return std::string(name.substr(0, name.find_first_of("<(")));
+}
+
+}  // namespace pellor
