@@ -158,18 +158,18 @@ class FilePreferences : public PreferencesStore {
     return domain.last.number != 0;
   }
 
-  /// Of an array the runs that are equal to those before are the same objects.
+  /// Of an array the chunks that are equal to those before are the same objects.
   static Value valueOf(const std::string& bytes, const Entry* before) {
     const auto value = decoded(bytes);
     if (!value) return Data(bytes.begin(), bytes.end());
     if (!value->array()) return *value;
-    std::vector<std::shared_ptr<const ArrayRun>> runs = LongArray(*value->array()).runs();
+    std::vector<std::shared_ptr<const ArrayChunk>> chunks = LongArray(*value->array()).chunks();
     const LongArray* known = before ? before->value.longArray() : nullptr;
-    for (std::size_t at = 0; known && at < std::min(runs.size(), known->runs().size()); ++at) {
-      const auto& run = known->runs()[at];
-      if (LongArray(std::vector{run}) == LongArray(std::vector{runs[at]})) runs[at] = run;
+    for (std::size_t at = 0; known && at < std::min(chunks.size(), known->chunks().size()); ++at) {
+      const auto& chunk = known->chunks()[at];
+      if (LongArray(std::vector{chunk}) == LongArray(std::vector{chunks[at]})) chunks[at] = chunk;
     }
-    return LongArray(std::move(runs));
+    return LongArray(std::move(chunks));
   }
 
   Replaced save(std::string_view name, const Stored& stored) const {

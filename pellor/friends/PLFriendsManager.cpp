@@ -328,12 +328,12 @@ void PLFriendsManager::_takeOver(const PLStoredList& stored) {
   _updateFriends(stored, merged ? &*merged : nullptr);
   _updateFriendGroups();
   _takeOverTitles(stored, merged ? &*merged : nullptr);
-  _newBase->pages = _pageNumbersOfTheirs(stored, merged ? &*merged : nullptr);
+  _newBaseline->pages = _pageNumbersOfTheirs(stored, merged ? &*merged : nullptr);
   // Marked before the writer goes on, so that all of it goes out at once.
   _writer->clearMarks();
   _favorites.setDue(_writer->awaitsFavorites(stored));
   if (merged && merged->differsInLayout) _markLayoutChanged();
-  const auto base = std::exchange(_newBase, nullptr);
+  const auto base = std::exchange(_newBaseline, nullptr);
   if (merged && merged->differsInTitles) _writer->markTitles(_titlesAfter(*base));
   _writer->takeOver(base, _friendList, _pageNumbers());
 }
@@ -341,7 +341,7 @@ void PLFriendsManager::_takeOver(const PLStoredList& stored) {
 // There is no list in the store, or none that can be read: the live one is written there, with its titles where there
 // are none.
 void PLFriendsManager::_beginOnEmptyStore(const PLStoredList& stored) {
-  auto base = std::make_shared<PLStoredBase>();
+  auto base = std::make_shared<PLBaseline>();
   base->listVersion = stored.listVersion;
   base->titles = stored.titles;
   base->titlesVersion = stored.titlesVersion;
@@ -401,7 +401,7 @@ void PLFriendsManager::listWasWritten(const PLAcceptedWrite& write) {
   _overtakenPauses.reset();
   if (write.base) {
     _takeover.forgetRemovalsUntil(write.listVersion);
-    _writer->touchedLeaves().forgetUntil(write.base->list->changes());
+    _writer->dirtyChunks().forgetUntil(write.base->list->changes());
   }
   if (write.sequenceNumber == _ownSequenceNumber) _ownSequenceNumber.reset();
   if (write.hasList) _damagedList.reset();
@@ -491,7 +491,7 @@ void PLFriendsManager::_loadGroupTitles() {
     const auto page = pages.empty() ? std::optional<std::uint64_t>(index) : pages[index];
     if (page) _takeOverTitle(index, stored.titles, *page);
   }
-  auto renamed = std::make_shared<PLStoredBase>(*_writer->base());
+  auto renamed = std::make_shared<PLBaseline>(*_writer->base());
   renamed->titles = stored.titles;
   renamed->titlesVersion = stored.titlesVersion;
   if (_writer->needsTitlesSync() || _havePagesMoved(*renamed)) _writer->markTitles(_titlesAfter(*renamed));
@@ -583,7 +583,7 @@ bool PLFriendsManager::_areTitlesWritten() const {
 }
 
 // The titles as they are to be stored, beyond the groups those of `base`.
-Array PLFriendsManager::_titlesAfter(const PLStoredBase& base) const {
+Array PLFriendsManager::_titlesAfter(const PLBaseline& base) const {
   Array titles;
   for (const auto& group : _friendGroups) titles.emplace_back(group->title().value_or(""));
   const std::size_t shown = base.pages ? base.pages->size() : 0;
@@ -595,7 +595,7 @@ Array PLFriendsManager::_titlesAfter(const PLStoredBase& base) const {
 }
 
 // A load may come between a write and the news of it: what was written is set here no more.
-void PLFriendsManager::_noteStoredTitles(const PLStoredBase& base) {
+void PLFriendsManager::_noteStoredTitles(const PLBaseline& base) {
   if (!base.pages) return;
   std::unordered_map<std::uint64_t, const std::string*> titles;
   for (std::size_t page = 0; page < std::min(base.pages->size(), base.titles.size()); ++page) {
@@ -650,19 +650,19 @@ void PLFriendsManager::_markLayoutChanged() {
 std::optional<PLMergeResult> PLFriendsManager::_mergeOwnEdits(const PLStoredList& stored) {
   if (!_writer->base()) return std::nullopt;
   _writer->acceptIfWritten(stored);
-  std::shared_ptr<const PLStoredBase> base = _writer->base();
+  std::shared_ptr<const PLBaseline> base = _writer->base();
   _noteStoredTitles(*base);
   const bool isOtherStore = base->listVersion.store != stored.listVersion.store;
   // A list of another store does not come from the baseline: nobody counts as removed there.
-  if (isOtherStore) base = std::make_shared<const PLStoredBase>();
+  if (isOtherStore) base = std::make_shared<const PLBaseline>();
   if (!isOtherStore && !_writer->isMarked() && _ownPages(*base).titleEdits.empty()) return std::nullopt;
-  PLMergeResult merged = _takeover.merge(*base, stored, _ownPages(*base), _writer->touchedLeaves());
+  PLMergeResult merged = _takeover.merge(*base, stored, _ownPages(*base), _writer->dirtyChunks());
   _additionWasRefused = _additionWasRefused || !merged.leftOut.empty();
   _needsAddressBookRefresh = _needsAddressBookRefresh || merged.needsRefresh;
   return merged;
 }
 
-PLOwnPages PLFriendsManager::_ownPages(const PLStoredBase& base) const {
+PLOwnPages PLFriendsManager::_ownPages(const PLBaseline& base) const {
   PLOwnPages pages;
   pages.pagesInBase = _pagesInBase(base);
   pages.groupCount = _friendGroups.size();
@@ -675,7 +675,7 @@ PLOwnPages PLFriendsManager::_ownPages(const PLStoredBase& base) const {
 }
 
 // Groups that were appended are the pages behind those of the baseline.
-PLPageOrigins PLFriendsManager::_pagesInBase(const PLStoredBase& base) const {
+PLPageOrigins PLFriendsManager::_pagesInBase(const PLBaseline& base) const {
   if (base.pages && base.pages == _publishedPages) return {};
   std::unordered_map<std::uint64_t, std::uint64_t> known;
   for (std::uint64_t page = 0; base.pages && page < base.pages->size(); ++page)
@@ -692,7 +692,7 @@ PLPageOrigins PLFriendsManager::_pagesInBase(const PLStoredBase& base) const {
 }
 
 // Whether titles have to go out with the pages that came or went since `base`: those of pages that moved further up.
-bool PLFriendsManager::_havePagesMoved(const PLStoredBase& base) const {
+bool PLFriendsManager::_havePagesMoved(const PLBaseline& base) const {
   const PLPageOrigins pages = _pagesInBase(base);
   if (pages.empty() || base.titles.empty()) return false;
   for (std::uint64_t index = 0; index < pages.size(); ++index) {
@@ -845,9 +845,9 @@ void PLFriendsManager::_showChangedSlots(std::uint64_t firstNewGroup) {
   const PLSlotSnapshot slots = _friendList.snapshot();
   std::vector<bool> isDue(_friendGroups.size(), assignments != _laidOutAssignments);
   std::fill(isDue.begin() + static_cast<std::ptrdiff_t>(firstNewGroup), isDue.end(), true);
-  slots.forEachDifferingLeaf(_laidOutList, [&](std::uint64_t leaf) {
-    const std::uint64_t last = ((leaf + 1) * PLSlotSnapshot::LeafSize - 1) / _settings.maxFriendsPerGroup();
-    for (auto index = leaf * PLSlotSnapshot::LeafSize / _settings.maxFriendsPerGroup();
+  slots.forEachDifferingChunk(_laidOutList, [&](std::uint64_t chunk) {
+    const std::uint64_t last = ((chunk + 1) * PLSlotSnapshot::ChunkSize - 1) / _settings.maxFriendsPerGroup();
+    for (auto index = chunk * PLSlotSnapshot::ChunkSize / _settings.maxFriendsPerGroup();
          index <= last && index < isDue.size(); ++index) {
       isDue[index] = true;
     }
@@ -1360,14 +1360,14 @@ bool PLFriendsManager::_addressBookSequenceNumberDidChange() {
 void PLFriendsManager::_updateFriends(const PLStoredList& stored, const PLMergeResult* merged) {
   AddressBookStore& store = *platformOf(_process).addressBook;
   const auto known = _writer->base();
-  static const PLStoredBase nothing;
+  static const PLBaseline nothing;
   store.performWithAddressBook([&](AddressBook& shared) {
     // A shared handle without a database cannot name the records that stored friends belong to.
     const auto ownHandle = shared.databaseUID() ? nullptr : store.openPrivateAddressBook();
     auto result = _takeover._updateFriends(stored, merged, known ? *known : nothing,
                                            ownHandle ? ownHandle.get() : &shared, _settings.maxFriendsPerGroup());
     _pendingChanges->addChanges(std::move(result.changes));
-    _newBase = std::move(result.base);
+    _newBaseline = std::move(result.base);
     save();
   });
   // A refresh that is due already, perhaps for as long as refreshing is disabled, stays due.

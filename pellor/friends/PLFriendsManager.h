@@ -34,15 +34,15 @@
 #include "pellor/friends/PLUtility.h"
 #include "pellor/friends/internal/PLDomainSettings.h"
 #include "pellor/friends/internal/PLFavorites.h"
-#include "pellor/friends/internal/PLHeldRefresh.h"
 #include "pellor/friends/internal/PLIdentifierMap.h"
 #include "pellor/friends/internal/PLListTakeover.h"
 #include "pellor/friends/internal/PLListWriter.h"
+#include "pellor/friends/internal/PLLookUpQueue.h"
 #include "pellor/friends/internal/PLPersonSequence.h"
 #include "pellor/friends/internal/PLReachability.h"
-#include "pellor/friends/internal/PLReconciledFriends.h"
+#include "pellor/friends/internal/PLReconciliationState.h"
+#include "pellor/friends/internal/PLRefreshHold.h"
 #include "pellor/friends/internal/PLSlotList.h"
-#include "pellor/friends/internal/PLUnreadLookUps.h"
 #include "pellor/platform/Platform.h"
 #include "pellor/runtime/BackOff.h"
 #include "pellor/runtime/Process.h"
@@ -311,19 +311,19 @@ class PLFriendsManager : public Object,
   bool _isTitleSetHere(std::uint64_t groupIndex) const;
   bool _hasNewTitles();
   bool _areTitlesWritten() const;
-  Array _titlesAfter(const PLStoredBase& base) const;
+  Array _titlesAfter(const PLBaseline& base) const;
   void _takeOverTitle(std::uint64_t groupIndex, const Array& titles, std::uint64_t page);
-  void _noteStoredTitles(const PLStoredBase& base);
+  void _noteStoredTitles(const PLBaseline& base);
   void _tallySetValueForScalarKey(std::int64_t value, std::string_view key);
   void _tallyLogFriendCount();
   void _tallyLogFriendGroupCount();
   void _publishList();
   void _markLayoutChanged();
   std::optional<PLMergeResult> _mergeOwnEdits(const PLStoredList& stored);
-  PLOwnPages _ownPages(const PLStoredBase& base) const;
-  PLPageOrigins _pagesInBase(const PLStoredBase& base) const;
+  PLOwnPages _ownPages(const PLBaseline& base) const;
+  PLPageOrigins _pagesInBase(const PLBaseline& base) const;
   PLPageNumbers _pageNumbers();
-  bool _havePagesMoved(const PLStoredBase& base) const;
+  bool _havePagesMoved(const PLBaseline& base) const;
   std::uint64_t _pageCountOf(const LongArray& list) const;
   std::optional<std::uint64_t> _pageInTheirs(std::uint64_t groupIndex, const PLStoredList& theirs,
                                              const PLMergeResult* merged) const;
@@ -425,10 +425,10 @@ class PLFriendsManager : public Object,
   double _lastPost = 0;               // when, in seconds of absolute time
   std::shared_ptr<Timer> _echoTimer;
   bool _needsAddressBookRefresh = false;
-  PLHeldRefresh _heldRefresh;
+  PLRefreshHold _heldRefresh;
   PLFavorites _favorites;
-  PLUnreadLookUps _unreadLookUps;
-  PLReconciledFriends _reconciledFriends;
+  PLLookUpQueue _unreadLookUps;
+  PLReconciliationState _reconciledFriends;
   bool _didCompleteInitialLoading = false;
   bool _lastLoadHadChanges = false;
   std::shared_ptr<Timer> _addressBookRefreshTimer;
@@ -439,10 +439,10 @@ class PLFriendsManager : public Object,
   std::optional<Value> _damagedList;    // put aside already
   std::optional<Value> _recoveredList;  // what is used in its place
   bool _storeIsUnreadable = false;
-  bool _titlesMoved = false;                // with a removed group, and not marked yet
-  std::uint64_t _seenTitleAssignments = 0;  // up to which it is known which titles were set here
-  std::shared_ptr<PLStoredBase> _newBase;   // that a load will build on once the groups are laid out
-  bool _wasOvertaken = false;               // since a write was accepted
+  bool _titlesMoved = false;                 // with a removed group, and not marked yet
+  std::uint64_t _seenTitleAssignments = 0;   // up to which it is known which titles were set here
+  std::shared_ptr<PLBaseline> _newBaseline;  // that a load will build on once the groups are laid out
+  bool _wasOvertaken = false;                // since a write was accepted
   BackOff _overtakenPauses;
   std::shared_ptr<Timer> _overtakenTimer;
   bool _additionWasRefused = false;                // there was no room for it among others' edits

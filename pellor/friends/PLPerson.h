@@ -301,11 +301,11 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
 
   std::unique_ptr<const Dictionary> _metadata PELLOR_GUARDED_BY(_metadataQueue);
   // What it was in a snapshot, if it was edited since.
-  struct KeptMetadata {
+  struct MetadataCache {
     std::uint64_t snapshot;
     Dictionary entries;
   };
-  std::unique_ptr<const KeptMetadata> _keptMetadata PELLOR_GUARDED_BY(_metadataQueue);
+  std::unique_ptr<const MetadataCache> _keptMetadata PELLOR_GUARDED_BY(_metadataQueue);
 };
 
 }  // namespace pellor

@@ -15,9 +15,10 @@
 namespace pellor {
 namespace {
 
-// Stored, the list, its run, the friend and its metadata are around an entry, and all friends of a run share its row.
+// Stored, the list, its chunk, the friend and its metadata are around an entry, and all friends of a chunk share its
+// row.
 constexpr std::size_t kDeepestEntry = DeepestPreference - 4;
-constexpr std::size_t kLongestMetadata = LongestPreference / (2 * LongArray::RunSize);
+constexpr std::size_t kLongestMetadata = LongestPreference / (2 * LongArray::ChunkSize);
 // More than any store puts before a value.
 constexpr std::size_t kHead = 16;
 
@@ -120,7 +121,7 @@ void PLPerson::_keepForSnapshot() {
   if (snapshot == 0) {
     _keptMetadata = nullptr;
   } else if (!_metadataInSnapshot()) {
-    _keptMetadata = std::make_unique<const KeptMetadata>(KeptMetadata{snapshot, _metadataDictionary()});
+    _keptMetadata = std::make_unique<const MetadataCache>(MetadataCache{snapshot, _metadataDictionary()});
   }
 }
 

@@ -28,12 +28,12 @@ std::shared_ptr<SharedPreferences> makePreferences(Process& process, const Linux
 }
 
 /// Of the process's store, as long as the process.
-struct KeptCopies {
+struct CopyKeeperOwner {
   std::shared_ptr<StoreCopyKeeper> keeper;
 };
 
 void keepCopies(Process& process, const std::shared_ptr<SharedPreferences>& preferences) {
-  process.local<KeptCopies>().keeper =
+  process.local<CopyKeeperOwner>().keeper =
       StoreCopyKeeper::make(process, preferences, logOf(process, "copies"), wallClockNow);
 }
 

@@ -8,20 +8,20 @@
 namespace pellor {
 namespace {
 
-class MadeRun final : public ArrayRun {
+class PlainChunk final : public ArrayChunk {
  public:
-  explicit MadeRun(std::vector<Element> elements) : _elements(std::move(elements)) {}
+  explicit PlainChunk(std::vector<Element> elements) : _elements(std::move(elements)) {}
 
   std::size_t size() const override { return _elements.size(); }
 
   Value at(std::size_t index) const override {
     const Element& element = _elements[index];
-    return element.value ? *element.value : element.origin.run->at(element.origin.index);
+    return element.value ? *element.value : element.origin.chunk->at(element.origin.index);
   }
 
-  bool show(std::size_t index, DictionaryView& view) const override {
+  bool view(std::size_t index, DictionaryView& view) const override {
     const Element& element = _elements[index];
-    if (!element.value) return element.origin.run->show(element.origin.index, view);
+    if (!element.value) return element.origin.chunk->view(element.origin.index, view);
     view.clear();
     const Dictionary* dictionary = element.value->dictionary();
     if (dictionary) view.assign(*dictionary);
@@ -37,7 +37,7 @@ class MadeRun final : public ArrayRun {
   const std::vector<Element> _elements;
 };
 
-bool areEqual(const ArrayRun& left, const ArrayRun& right) {
+bool areEqual(const ArrayChunk& left, const ArrayChunk& right) {
   if (left.size() != right.size()) return false;
   for (std::size_t index = 0; index < left.size(); ++index) {
     if (left.at(index) != right.at(index)) return false;
@@ -48,46 +48,46 @@ bool areEqual(const ArrayRun& left, const ArrayRun& right) {
 }  // namespace
 
 // An element of an element is taken from its first home, so that versions do not hang on to one another.
-std::shared_ptr<const ArrayRun> ArrayRun::make(std::vector<Element> elements) {
+std::shared_ptr<const ArrayChunk> ArrayChunk::make(std::vector<Element> elements) {
   for (Element& element : elements) {
     if (element.value) continue;
-    Origin home = element.origin.run->origin(element.origin.index);
-    if (home.run) {
+    Origin home = element.origin.chunk->origin(element.origin.index);
+    if (home.chunk) {
       element.origin = std::move(home);
-    } else if (dynamic_cast<const MadeRun*>(element.origin.run.get())) {
-      element = Element(element.origin.run->at(element.origin.index));
+    } else if (dynamic_cast<const PlainChunk*>(element.origin.chunk.get())) {
+      element = Element(element.origin.chunk->at(element.origin.index));
     }
   }
-  return std::make_shared<const MadeRun>(std::move(elements));
+  return std::make_shared<const PlainChunk>(std::move(elements));
 }
 
 LongArray::LongArray(std::span<const Value> elements) : _size(elements.size()) {
-  for (std::size_t first = 0; first < elements.size(); first += RunSize) {
-    const auto part = elements.subspan(first, std::min(RunSize, elements.size() - first));
-    _runs.push_back(ArrayRun::make({part.begin(), part.end()}));
+  for (std::size_t first = 0; first < elements.size(); first += ChunkSize) {
+    const auto part = elements.subspan(first, std::min(ChunkSize, elements.size() - first));
+    _chunks.push_back(ArrayChunk::make({part.begin(), part.end()}));
   }
 }
 
-LongArray::LongArray(std::vector<std::shared_ptr<const ArrayRun>> runs) : _runs(std::move(runs)) {
-  for (std::size_t index = 0; index < _runs.size(); ++index) {
-    require(index + 1 == _runs.size() || _runs[index]->size() == RunSize, "full runs before the last");
-    _size += _runs[index]->size();
+LongArray::LongArray(std::vector<std::shared_ptr<const ArrayChunk>> chunks) : _chunks(std::move(chunks)) {
+  for (std::size_t index = 0; index < _chunks.size(); ++index) {
+    require(index + 1 == _chunks.size() || _chunks[index]->size() == ChunkSize, "full runs before the last");
+    _size += _chunks[index]->size();
   }
 }
 
 Array LongArray::elements() const {
   Array elements;
   elements.reserve(_size);
-  for (const auto& run : _runs) {
-    for (std::size_t index = 0; index < run->size(); ++index) elements.push_back(run->at(index));
+  for (const auto& chunk : _chunks) {
+    for (std::size_t index = 0; index < chunk->size(); ++index) elements.push_back(chunk->at(index));
   }
   return elements;
 }
 
 bool operator==(const LongArray& left, const LongArray& right) {
-  return left._size == right._size && std::ranges::equal(left._runs, right._runs, [](const auto& one, const auto& two) {
-           return one == two || areEqual(*one, *two);
-         });
+  return left._size == right._size &&
+         std::ranges::equal(left._chunks, right._chunks,
+                            [](const auto& one, const auto& two) { return one == two || areEqual(*one, *two); });
 }
 
 }  // namespace pellor

@@ -50,8 +50,8 @@ LiveProcesses& liveProcesses() {
 }
 
 Process* currentOrNull() {
-  const Frame* frame = Frame::innermost();
-  return frame ? &frame->process() : liveProcesses().only();
+  const TaskContext* context = TaskContext::innermost();
+  return context ? &context->process() : liveProcesses().only();
 }
 
 }  // namespace
@@ -108,7 +108,7 @@ bool Process::State::comesToRest(long ownTasks) {
 
 bool Process::State::settle(double limit) {
   // The tasks that the caller is inside of cannot end before it returns.
-  const long ownTasks = Frame::taskCount(_process);
+  const long ownTasks = TaskContext::taskCount(_process);
   const Scope scope(_process);
   const long outerAwaited = _awaitedOutstanding.exchange(ownTasks);
   const double until = scheduler->now() + limit;
@@ -149,7 +149,7 @@ std::vector<Task> Process::State::closeQueues() {
 
 void Process::State::requireEnd() const {
   require(mainQueue->isOwnerThread(), "a process to end on its main thread");
-  require(Frame::taskCount(_process) == 0, "a process to end outside of its tasks");
+  require(TaskContext::taskCount(_process) == 0, "a process to end outside of its tasks");
 }
 
 void Process::State::close(LocalObjects& locals) {

@@ -4,11 +4,11 @@
 #include <cstddef>
 #include <memory>
 
-#include "pellor/runtime/Frame.h"
 #include "pellor/runtime/LocalObjects.h"
 #include "pellor/runtime/Log.h"
 #include "pellor/runtime/MainQueue.h"
 #include "pellor/runtime/NotificationCenter.h"
+#include "pellor/runtime/TaskContext.h"
 
 namespace pellor {
 
@@ -56,10 +56,10 @@ class Process {
   /// Makes a process the calling thread's current one while the scope lives.
   class Scope {
    public:
-    explicit Scope(Process& process) : _frame(process, nullptr, Frame::Kind::scope) {}
+    explicit Scope(Process& process) : _context(process, nullptr, TaskContext::Kind::scope) {}
 
    private:
-    Frame _frame;
+    TaskContext _context;
   };
 
   /// Absolute time in seconds since 2001-01-01T00:00:00Z: what the wall clock showed when the scheduler was made, and

@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "pellor/runtime/Frame.h"
 #include "pellor/runtime/Scheduler.h"
+#include "pellor/runtime/TaskContext.h"
 
 namespace pellor {
 
@@ -22,9 +22,9 @@ void Strand::clearDeadline(Deadline deadline) { _scheduler->clearDeadline(deadli
 double Strand::now() const { return _scheduler->now(); }
 
 void Strand::runTask(const Queue& queue, Task&& task) {
-  const Frame frame(queue.process(), &queue, Frame::Kind::task);
+  const TaskContext context(queue.process(), &queue, TaskContext::Kind::task);
   task();
-  // Inside the frame: what the captures do as they are destroyed is still part of the task.
+  // Inside the context: what the captures do as they are destroyed is still part of the task.
   task = nullptr;
 }
 

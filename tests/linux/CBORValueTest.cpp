@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "pellor/linux/preferences/internal/EncodedRun.h"
+#include "pellor/linux/preferences/internal/EncodedChunk.h"
 
 namespace pellor {
 namespace {
@@ -67,12 +67,12 @@ TEST(CBORValueTest, OnlyOneWholeItemDecodes) {
   ASSERT_EQ(decodeCBOR(whole), sample());
   for (std::size_t length = 0; length < whole.size(); ++length) {
     EXPECT_EQ(decodeCBOR(std::span(whole).first(length)), std::nullopt) << "truncated to " << length;
-    EXPECT_EQ(EncodedRun::decode(std::span(whole).first(length)), nullptr) << "truncated to " << length;
+    EXPECT_EQ(EncodedChunk::decode(std::span(whole).first(length)), nullptr) << "truncated to " << length;
   }
   Data longer = whole;
   longer.push_back(0);
   EXPECT_EQ(decodeCBOR(longer), std::nullopt);
-  EXPECT_EQ(EncodedRun::decode(longer), nullptr);
+  EXPECT_EQ(EncodedChunk::decode(longer), nullptr);
 }
 
 TEST(CBORValueTest, WhatIsNotOursDoesNotDecode) {
@@ -90,9 +90,9 @@ TEST(CBORValueTest, WhatIsNotOursDoesNotDecode) {
   };
   for (const auto& [what, bytes] : inputs) {
     EXPECT_EQ(decodeCBOR(bytes), std::nullopt) << what;
-    Data run = {0x81};
-    run.insert(run.end(), bytes.begin(), bytes.end());
-    EXPECT_EQ(EncodedRun::decode(run), nullptr) << what;
+    Data chunk = {0x81};
+    chunk.insert(chunk.end(), bytes.begin(), bytes.end());
+    EXPECT_EQ(EncodedChunk::decode(chunk), nullptr) << what;
   }
 }
 
@@ -113,23 +113,23 @@ TEST(CBORValueTest, ARunGivesAndShowsTheElementsThatItsBytesHold) {
   elements.push_back(Dictionary{{"mixed", Array{"a", 1, Array{"b"}, "c"}}, {"next", -5}});
   elements.push_back("no dictionary");
   const Data bytes = *encodeCBOR(elements);
-  const auto made = EncodedRun::encode(ArrayRun::make({elements.begin(), elements.end()}));
-  const auto copied = EncodedRun::encode(ArrayRun::make({{made, 0}, {made, 1}, elements[2], {made, 3}}));
+  const auto made = EncodedChunk::encode(ArrayChunk::make({elements.begin(), elements.end()}));
+  const auto copied = EncodedChunk::encode(ArrayChunk::make({{made, 0}, {made, 1}, elements[2], {made, 3}}));
   DictionaryView view;
-  for (const auto& run : {EncodedRun::decode(bytes), made, copied}) {
-    ASSERT_EQ(run->size(), elements.size());
-    EXPECT_TRUE(std::ranges::equal(run->bytes(), bytes));
+  for (const auto& chunk : {EncodedChunk::decode(bytes), made, copied}) {
+    ASSERT_EQ(chunk->size(), elements.size());
+    EXPECT_TRUE(std::ranges::equal(chunk->bytes(), bytes));
     for (std::size_t index = 0; index < elements.size(); ++index) {
-      EXPECT_EQ(run->at(index), elements[index]);
+      EXPECT_EQ(chunk->at(index), elements[index]);
       const Dictionary* dictionary = elements[index].dictionary();
-      EXPECT_EQ(run->show(index, view), dictionary != nullptr);
+      EXPECT_EQ(chunk->view(index, view), dictionary != nullptr);
       EXPECT_TRUE(shows(view, dictionary ? *dictionary : Dictionary{})) << index;
     }
   }
-  const auto foreign = EncodedRun::decode(Data{0x81, 0xa2, 0x61, 'b', 1, 0x61, 'a', 2});
-  ASSERT_TRUE(foreign && foreign->show(0, view));
+  const auto foreign = EncodedChunk::decode(Data{0x81, 0xa2, 0x61, 'b', 1, 0x61, 'a', 2});
+  ASSERT_TRUE(foreign && foreign->view(0, view));
   EXPECT_TRUE(shows(view, {{"a", 2}, {"b", 1}})) << "by key, whatever the order of the bytes";
-  for (const Data& none : {Data{0x80}, *encodeCBOR(Array(33, Dictionary{}))}) EXPECT_FALSE(EncodedRun::decode(none));
+  for (const Data& none : {Data{0x80}, *encodeCBOR(Array(33, Dictionary{}))}) EXPECT_FALSE(EncodedChunk::decode(none));
 }
 
 TEST(CBORValueTest, DepthIsLimitedBothWays) {
@@ -144,9 +144,9 @@ TEST(CBORValueTest, DepthIsLimitedBothWays) {
 
   bytes.insert(bytes.begin(), 0x81);
   EXPECT_EQ(encodeCBOR(Array{nested}), std::nullopt);
-  EXPECT_EQ(EncodedRun::encode(ArrayRun::make({nested})), nullptr);
+  EXPECT_EQ(EncodedChunk::encode(ArrayChunk::make({nested})), nullptr);
   EXPECT_EQ(decodeCBOR(bytes), std::nullopt);
-  EXPECT_EQ(EncodedRun::decode(bytes), nullptr);
+  EXPECT_EQ(EncodedChunk::decode(bytes), nullptr);
   EXPECT_EQ(decodeCBOR(Data(1'000'000, 0x81)), std::nullopt);
   EXPECT_EQ(decodeCBOR(Data(1'000'000, 0xc1)), std::nullopt);
 }

@@ -159,18 +159,18 @@ TEST_F(SQLitePreferencesTest, AnEditWritesAndReadsOneRowAndTheOtherRunsStayTheOb
   makeStore(persons(240));
   const auto writer = open(), reader = open();
   const auto valueIn = [](const auto& store) { return *store->copyValue("key", Domain).value(); };
-  const auto runsIn = [&](const auto& store) { return valueIn(store).longArray()->runs(); };
-  const auto read = runsIn(reader), written = runsIn(writer);
+  const auto chunksIn = [&](const auto& store) { return valueIn(store).longArray()->chunks(); };
+  const auto read = chunksIn(reader), written = chunksIn(writer);
   writer->setValue("key", withElement(*valueIn(writer).longArray(), 70, Dictionary{}), Domain);
   ASSERT_TRUE(writer->synchronize(Domain));
   // A row that has no newer revision is not read again.
   executeIn(folder(), "UPDATE stored_runs SET value = x'FF' WHERE id % 16777216 = 5");
   ASSERT_TRUE(reader->synchronize(Domain));
   for (std::size_t number = 0; number < 8; ++number) {
-    EXPECT_EQ(runsIn(reader)[number] == read[number], number != 2) << number;
-    EXPECT_EQ(runsIn(writer)[number] == written[number], number != 2) << number;
+    EXPECT_EQ(chunksIn(reader)[number] == read[number], number != 2) << number;
+    EXPECT_EQ(chunksIn(writer)[number] == written[number], number != 2) << number;
   }
-  EXPECT_EQ(runsIn(reader)[2]->at(6), Value(Dictionary{}));
+  EXPECT_EQ(chunksIn(reader)[2]->at(6), Value(Dictionary{}));
   const SQLiteDatabase database(file(), SQLiteDatabase::Access::readWrite, 5);
   EXPECT_EQ(database.integer("SELECT count(*) FROM stored_runs WHERE revision = 2"), 1);
 

@@ -61,7 +61,7 @@ class ListWriterTest : public OneProcess {
   void takeOverWhatIsStored() {
     const PLStoredList stored = read();
     writer->acceptIfWritten(stored);
-    auto base = std::make_shared<PLStoredBase>();
+    auto base = std::make_shared<PLBaseline>();
     base->listVersion = stored.listVersion;
     base->titlesVersion = stored.titlesVersion;
     writer->takeOver(std::move(base), list, pages);

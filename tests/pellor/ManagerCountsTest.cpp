@@ -20,25 +20,26 @@ class CountingService : public SimulatedIdentityService {
   std::size_t count = 0;
 };
 
-/// A run of a store's own.
-class CountingRun : public ArrayRun {
+/// A chunk of a store's own.
+class CountingChunk : public ArrayChunk {
  public:
-  CountingRun(std::shared_ptr<const ArrayRun> run, std::size_t& shown) : _run(std::move(run)), _shown(shown) {}
-  std::size_t size() const override { return _run->size(); }
-  Value at(std::size_t index) const override { return _run->at(index); }
-  bool show(std::size_t index, DictionaryView& view) const override {
+  CountingChunk(std::shared_ptr<const ArrayChunk> chunk, std::size_t& shown)
+      : _chunk(std::move(chunk)), _shown(shown) {}
+  std::size_t size() const override { return _chunk->size(); }
+  Value at(std::size_t index) const override { return _chunk->at(index); }
+  bool view(std::size_t index, DictionaryView& view) const override {
     ++_shown;
-    return _run->show(index, view);
+    return _chunk->view(index, view);
   }
 
  private:
-  const std::shared_ptr<const ArrayRun> _run;
+  const std::shared_ptr<const ArrayChunk> _chunk;
   std::size_t& _shown;
 };
 
 class ManagerCountsTest : public ManagerTest {
  protected:
-  static constexpr std::size_t friendCount = 2'400, groupSize = 12, run = LongArray::RunSize;
+  static constexpr std::size_t friendCount = 2'400, groupSize = 12, chunk = LongArray::ChunkSize;
 
   ManagerCountsTest() {
     setGroups(friendCount / groupSize, groupSize);
@@ -63,17 +64,17 @@ class ManagerCountsTest : public ManagerTest {
   /// Stores a list as another process would.
   void store(const Array& list) {
     const auto before = storedValue(PLFriendListKey);
-    auto runs = storedAfter(before, list).runs();
-    for (std::size_t index = 0; index < runs.size(); ++index) {
-      if (!before || runs[index] != stored().runs()[index]) {
-        runs[index] = std::make_shared<CountingRun>(runs[index], shownCount);
+    auto chunks = storedAfter(before, list).chunks();
+    for (std::size_t index = 0; index < chunks.size(); ++index) {
+      if (!before || chunks[index] != stored().chunks()[index]) {
+        chunks[index] = std::make_shared<CountingChunk>(chunks[index], shownCount);
       }
     }
-    world.preferences().setValue(PLFriendListKey, LongArray(std::move(runs)), TapnoteDomain);
+    world.preferences().setValue(PLFriendListKey, LongArray(std::move(chunks)), TapnoteDomain);
   }
 
   /// What it costs until all is at rest: elements shown, canonical forms asked for, notifications, writes; and in what
-  /// was written, runs that are others than before and elements that were made for them.
+  /// was written, chunks that are others than before and elements that were made for them.
   std::vector<std::size_t> costOf(const auto& work) {
     const auto counts = [this] {
       return std::vector{shownCount, service->count, changes.count(), std::size_t{world.preferences().writeCount()}};
@@ -88,11 +89,11 @@ class ManagerCountsTest : public ManagerTest {
     std::ranges::transform(counts(), cost, cost.begin(), std::minus<>());
     cost.resize(6);
     const LongArray after = stored();
-    for (std::size_t index = 0; cost[3] != 0 && index < before.runs().size(); ++index) {
-      const auto& written = after.runs()[index];
-      if (written == before.runs()[index]) continue;
+    for (std::size_t index = 0; cost[3] != 0 && index < before.chunks().size(); ++index) {
+      const auto& written = after.chunks()[index];
+      if (written == before.chunks()[index]) continue;
       ++cost[4];
-      for (std::size_t place = 0; place < written->size(); ++place) cost[5] += written->origin(place).run == nullptr;
+      for (std::size_t place = 0; place < written->size(); ++place) cost[5] += written->origin(place).chunk == nullptr;
     }
     return cost;
   }
@@ -120,23 +121,23 @@ TEST_F(ManagerCountsTest, WhatDidNotChangeIsNeitherReadNorWritten) {
   Array list = stored().elements();
   setEntry(list[1'200], "ReplyAs", "home");
   store(list);
-  EXPECT_THAT(costOf([&] { postListChanged(); }), ElementsAre(run, 0, 1, 0, 0, 0));
+  EXPECT_THAT(costOf([&] { postListChanged(); }), ElementsAre(chunk, 0, 1, 0, 0, 0));
   EXPECT_EQ(slots()[1'200]->preferredReplyAs(), "home");
-  EXPECT_THAT(costOf(reload), ElementsAre(run, 0, 0, 0, 0, 0)) << "a friend that a load changed is looked at again";
+  EXPECT_THAT(costOf(reload), ElementsAre(chunk, 0, 0, 0, 0, 0)) << "a friend that a load changed is looked at again";
   EXPECT_THAT(costOf(reload), nothing);
 
   EXPECT_THAT(costOf([&] { slots()[1'000]->setPreferredReplyAs("work"); }), ElementsAre(0, 0, 1, 1, 1, 1));
   EXPECT_EQ(stored().at(1'000), Value(slots()[1'000]->dictionaryRepresentation()));
-  EXPECT_THAT(costOf(reload), ElementsAre(run - 1, 0, 0, 0, 0, 0)) << "so is what this process wrote itself";
+  EXPECT_THAT(costOf(reload), ElementsAre(chunk - 1, 0, 0, 0, 0, 0)) << "so is what this process wrote itself";
   EXPECT_THAT(costOf(reload), nothing);
 
   EXPECT_THAT(costOf([&] {
-                for (const auto& person : slots() | std::views::take(run + 1)) {
+                for (const auto& person : slots() | std::views::take(chunk + 1)) {
                   person->setPreferredReplyAs("home");
                   manager->save();
                 }
               }),
-              ElementsAre(0, 0, 1, 1, 2, run + 1));
+              ElementsAre(0, 0, 1, 1, 2, chunk + 1));
 
   const auto before = slots();
   list = stored().elements();

@@ -69,12 +69,12 @@ Array storedList(const std::string& text) {
 
 LongArray storedAfter(const std::optional<Value>& before, const Array& list) {
   const LongArray* const known = before ? before->longArray() : nullptr;
-  auto runs = LongArray(list).runs();
-  for (std::size_t index = 0; known && index < std::min(runs.size(), known->runs().size()); ++index) {
-    const auto& run = known->runs()[index];
-    if (LongArray({run}) == LongArray({runs[index]})) runs[index] = run;
+  auto chunks = LongArray(list).chunks();
+  for (std::size_t index = 0; known && index < std::min(chunks.size(), known->chunks().size()); ++index) {
+    const auto& chunk = known->chunks()[index];
+    if (LongArray({chunk}) == LongArray({chunks[index]})) chunks[index] = chunk;
   }
-  return LongArray(std::move(runs));
+  return LongArray(std::move(chunks));
 }
 
 std::string textOf(const Value& list, std::uint64_t groupSize) {

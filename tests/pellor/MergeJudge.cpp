@@ -75,7 +75,7 @@ Judge::Judge(const Triple& triple, const PLMergeInput& input, const PLMergeResul
     : _triple(triple),
       _input(input),
       _result(result),
-      _isTheirsBase(input.theirs.runs() == input.base.runs() && input.theirTitles == input.baseTitles),
+      _isTheirsBase(input.theirs.chunks() == input.base.chunks() && input.theirTitles == input.baseTitles),
       _pageCount((result.list.size() + triple.groupSize - 1) / triple.groupSize) {
   for (std::uint64_t slot = 0; slot < _pageCount * triple.groupSize; ++slot) {
     const Value element = slot < result.list.size() ? result.list.at(slot) : Value(Dictionary());
@@ -349,10 +349,10 @@ void Judge::flagsAndOriginsAreRight() {
          "the flag of the layout is wrong");
   expect(_result.differsInTitles == (_result.titles != _input.theirTitles), "the flag of the titles is wrong");
   for (std::uint64_t slot = 0; slot < _result.list.size(); ++slot) {
-    const auto chunk = _result.theirFriends.find(slot / LongArray::RunSize);
+    const auto chunk = _result.theirFriends.find(slot / LongArray::ChunkSize);
     std::optional<std::uint64_t> origin;
     if (chunk != _result.theirFriends.end()) {
-      origin = chunk->second.at(slot % LongArray::RunSize);
+      origin = chunk->second.at(slot % LongArray::ChunkSize);
     } else if (slot < theirTags.size() && theirTags[slot]) {
       origin = slot;
     }
@@ -362,11 +362,12 @@ void Judge::flagsAndOriginsAreRight() {
         found == theirTags.end() ? std::nullopt : std::optional(static_cast<std::uint64_t>(found - theirTags.begin()));
     expect(origin == expected, name(*_tags[slot]) + " does not come from where it stood in theirs");
   }
-  const auto& runs = _result.list.runs();
-  for (std::size_t chunk = 0; chunk < std::min(runs.size(), _input.theirs.runs().size()); ++chunk) {
-    const auto& theirs = _input.theirs.runs()[chunk];
-    const bool isEqual = LongArray({runs[chunk]}) == LongArray({theirs});
-    expect(!isEqual || runs[chunk] == theirs || _isTheirsBase || hasAlike, "a chunk is as theirs, but another object");
+  const auto& chunks = _result.list.chunks();
+  for (std::size_t chunk = 0; chunk < std::min(chunks.size(), _input.theirs.chunks().size()); ++chunk) {
+    const auto& theirs = _input.theirs.chunks()[chunk];
+    const bool isEqual = LongArray({chunks[chunk]}) == LongArray({theirs});
+    expect(!isEqual || chunks[chunk] == theirs || _isTheirsBase || hasAlike,
+           "a chunk is as theirs, but another object");
   }
 }
 

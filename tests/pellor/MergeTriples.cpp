@@ -102,11 +102,11 @@ LongArray copyOf(const LongArray& list) { return LongArray(list.elements()); }
 namespace {
 
 LongArray sharing(const LongArray& list, const LongArray& base) {
-  std::vector<std::shared_ptr<const ArrayRun>> runs = list.runs();
-  for (std::size_t index = 0; index < std::min(runs.size(), base.runs().size()); ++index) {
-    if (LongArray({runs[index]}) == LongArray({base.runs()[index]})) runs[index] = base.runs()[index];
+  std::vector<std::shared_ptr<const ArrayChunk>> chunks = list.chunks();
+  for (std::size_t index = 0; index < std::min(chunks.size(), base.chunks().size()); ++index) {
+    if (LongArray({chunks[index]}) == LongArray({base.chunks()[index]})) chunks[index] = base.chunks()[index];
   }
-  return LongArray(runs);
+  return LongArray(chunks);
 }
 
 }  // namespace
@@ -146,7 +146,7 @@ PLMergeInput inputOf(const Triple& triple, const Side& theirs, const Side& ours)
       input.ourPages.push_back(isOfBase ? std::optional(static_cast<std::uint64_t>(page.name)) : std::nullopt);
     if (ours.titled.contains(page.name)) input.ourTitles.emplace(index, page.title.value_or(""));
     for (const auto& place : page.places) {
-      PLChunkOrigins& origins = input.ourFriends[slot / LongArray::RunSize];
+      PLChunkOrigins& origins = input.ourFriends[slot / LongArray::ChunkSize];
       const auto again = place ? ours.again.find(place->tag) : ours.again.end();
       const auto found =
           place ? baseSlots.find(again == ours.again.end() ? place->tag : again->second) : baseSlots.end();

@@ -3,10 +3,10 @@
 
 #include "pellor/friends/PLChangeLog.h"
 #include "pellor/friends/PLFriendsManagerKeys.h"
+#include "pellor/friends/internal/PLDirtyChunks.h"
 #include "pellor/friends/internal/PLListWriter.h"
-#include "pellor/friends/internal/PLReconciledFriends.h"
+#include "pellor/friends/internal/PLReconciliationState.h"
 #include "pellor/friends/internal/PLStoredVersion.h"
-#include "pellor/friends/internal/PLTouchedLeaves.h"
 #include "tests/pellor/OneProcess.h"
 
 namespace pellor {
@@ -51,7 +51,7 @@ TEST_F(SkipChecks, NoticeARunThatIsNotMerged) {
   const PLSlotSnapshot slots = list.snapshot();
   const auto isUnchanged = [&](Array elements) {
     const LongArray array(elements);
-    const PLStoredVersion known(array, {PLStoredVersion::Run::atRest}, slots, changes.changes);
+    const PLStoredVersion known(array, {PLStoredVersion::ChunkState::atRest}, slots, changes.changes);
     EXPECT_TRUE(PLStoredVersion::Unchanged(known, array, slots, changes.changes)(0));
   };
   const Array whole = written.array().elements();
@@ -60,13 +60,13 @@ TEST_F(SkipChecks, NoticeARunThatIsNotMerged) {
                          {whole[0], 7},
                          {whole[0], whole[1], whole[1]},
                          {whole[0], Dictionary{{"ABRecordGUID", "Bob"}}}};
-  for (const Array& elements : wrong) expectNoticed([&] { isUnchanged(elements); }, "expected a run that a load");
+  for (const Array& elements : wrong) expectNoticed([&] { isUnchanged(elements); }, "expected a chunk that a load");
   process.local<PLSkipChecks>().switchOn();
   isUnchanged({whole[0], whole[1], Dictionary{}});
 }
 
 TEST_F(SkipChecks, NoticeWhoIsMarkedWhereNoSaveLooks) {
-  const PLTouchedLeaves touched(changes);
+  const PLDirtyChunks touched(changes);
   const PLSlotSnapshot slots = list.snapshot();
   ann->setNeedsSave(true);
   expectNoticed([&] { touched.visit(slots, slots, [](const Slot&) {}); }, "expected nobody marked");
@@ -85,7 +85,7 @@ TEST_F(SkipChecks, NoticeAFriendWhoIsNotInStep) {
     const std::string guid = world.addressBook().add({.first = "Ann"});
     const auto person = PLPerson::initWithABRecordGUIDAddressBook(guid, book());
     world.addressBook().change(guid, change);
-    PLReconciledFriends reconciled;
+    PLReconciliationState reconciled;
     reconciled.begin(*platform.addressBook, *book(), 1);
     reconciled.note(0, *person);
     expectNoticed([&] { EXPECT_TRUE(reconciled.passOver(0, *person, *book())); },

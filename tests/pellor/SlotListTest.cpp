@@ -32,20 +32,20 @@ void expectSame(const PLSlotList& list, const std::vector<Slot>& model) {
   for (std::uint64_t index = 0; index < model.size(); ++index) ASSERT_EQ(list.at(index), model[index]);
 }
 
-std::vector<std::uint64_t> differingLeaves(const PLSlotSnapshot& later, const PLSlotSnapshot& earlier) {
-  std::vector<std::uint64_t> leaves;
-  later.forEachDifferingLeaf(earlier, [&](std::uint64_t leaf) { leaves.push_back(leaf); });
-  return leaves;
+std::vector<std::uint64_t> differingChunks(const PLSlotSnapshot& later, const PLSlotSnapshot& earlier) {
+  std::vector<std::uint64_t> chunks;
+  later.forEachDifferingChunk(earlier, [&](std::uint64_t chunk) { chunks.push_back(chunk); });
+  return chunks;
 }
 
-// The leaves that are not named are there in both, with the same slots.
+// The chunks that are not named are there in both, with the same slots.
 void expectDifference(const PLSlotSnapshot& later, const PLSlotSnapshot& earlier) {
-  const auto differing = differingLeaves(later, earlier);
+  const auto differing = differingChunks(later, earlier);
   ASSERT_TRUE(std::ranges::is_sorted(differing));
-  for (std::uint64_t leaf = 0; leaf < later.leafCount(); ++leaf) {
-    if (std::ranges::binary_search(differing, leaf)) continue;
-    ASSERT_LT(leaf, earlier.leafCount());
-    ASSERT_TRUE(std::ranges::equal(later.leaf(leaf), earlier.leaf(leaf)));
+  for (std::uint64_t chunk = 0; chunk < later.chunkCount(); ++chunk) {
+    if (std::ranges::binary_search(differing, chunk)) continue;
+    ASSERT_LT(chunk, earlier.chunkCount());
+    ASSERT_TRUE(std::ranges::equal(later.chunk(chunk), earlier.chunk(chunk)));
   }
 }
 

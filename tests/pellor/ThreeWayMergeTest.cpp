@@ -73,11 +73,11 @@ void judgeSidesThatAreBase(const Triple& triple) {
     expectSame(threeWayMerge(ours), expected, triple.groupSize, "theirs is equal to base");
   }
   PLMergeInput theirs = inputOf(triple, triple.theirs, triple.base);
-  if (theirs.theirs.runs() == theirs.base.runs()) return;
-  EXPECT_EQ(threeWayMerge(theirs).list.runs(), theirs.theirs.runs()) << "ours is base";
+  if (theirs.theirs.chunks() == theirs.base.chunks()) return;
+  EXPECT_EQ(threeWayMerge(theirs).list.chunks(), theirs.theirs.chunks()) << "ours is base";
   unshare(theirs);
   const PLMergeResult result = threeWayMerge(theirs);
-  EXPECT_EQ(result.list.runs(), theirs.theirs.runs()) << "ours is equal to base";
+  EXPECT_EQ(result.list.chunks(), theirs.theirs.chunks()) << "ours is equal to base";
   EXPECT_EQ(result.titles, theirs.theirTitles);
   EXPECT_FALSE(result.differsInLayout || result.differsInTitles || result.needsRefresh);
 }

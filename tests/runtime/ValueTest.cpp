@@ -20,14 +20,14 @@ TEST(ValueTest, aLongArrayEqualsTheArrayOfItsElements) {
   EXPECT_EQ(Value(first), Value(numbers));
   EXPECT_EQ(Value(first).description(), Value(numbers).description());
 
-  std::vector<ArrayRun::Element> elements;
-  for (std::size_t index = 0; index < LongArray::RunSize; ++index) elements.emplace_back(first.runs()[1], index);
+  std::vector<ArrayChunk::Element> elements;
+  for (std::size_t index = 0; index < LongArray::ChunkSize; ++index) elements.emplace_back(first.chunks()[1], index);
   elements[3] = Value("another");
-  auto runs = first.runs();
-  runs[1] = ArrayRun::make(elements);
-  const Value second = LongArray(runs);
+  auto chunks = first.chunks();
+  chunks[1] = ArrayChunk::make(elements);
+  const Value second = LongArray(chunks);
   EXPECT_NE(Value(first), second);
-  numbers[LongArray::RunSize + 3] = *elements[3].value;
+  numbers[LongArray::ChunkSize + 3] = *elements[3].value;
   EXPECT_EQ(second, Value(numbers));
 }
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "pellor/linux/mosquitto/GenerationMerge.h"
-#include "pellor/linux/mosquitto/KeptMessages.h"
+#include "pellor/linux/mosquitto/MessageStore.h"
 #include "tests/services/PairedDeviceFixture.h"
 
 namespace pellor {
@@ -283,7 +283,7 @@ class GenerationMergeTest : public testing::Test {
   }
 
   const TemporaryFolder folder;
-  const KeptMessages kept{folder.path()};
+  const MessageStore kept{folder.path()};
   const DomainKey key{SyncDomain, "list"};
   const ValuesMerge merge = mergeSets;
 };

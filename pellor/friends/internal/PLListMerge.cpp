@@ -18,7 +18,7 @@
 namespace pellor {
 namespace {
 
-bool haveEqualElements(const ArrayRun& one, const ArrayRun& other) {
+bool haveEqualElements(const ArrayChunk& one, const ArrayChunk& other) {
   if (one.size() != other.size()) return false;
   for (std::size_t index = 0; index < one.size(); ++index) {
     if (one.at(index) != other.at(index)) return false;
@@ -28,12 +28,12 @@ bool haveEqualElements(const ArrayRun& one, const ArrayRun& other) {
 
 // The list with base's own chunks where it has equal ones, so that nobody looks at them again.
 LongArray sharingChunks(const LongArray& list, const LongArray& base) {
-  auto runs = list.runs();
-  for (std::size_t index = 0; index < std::min(runs.size(), base.runs().size()); ++index) {
-    const auto& known = base.runs()[index];
-    if (runs[index] != known && haveEqualElements(*runs[index], *known)) runs[index] = known;
+  auto chunks = list.chunks();
+  for (std::size_t index = 0; index < std::min(chunks.size(), base.chunks().size()); ++index) {
+    const auto& known = base.chunks()[index];
+    if (chunks[index] != known && haveEqualElements(*chunks[index], *known)) chunks[index] = known;
   }
-  return LongArray(std::move(runs));
+  return LongArray(std::move(chunks));
 }
 
 // The form without what only says where the contact is on that device.
@@ -96,7 +96,7 @@ class OursInBase {
       if (chunk < _ours.chunkCount()) origins[chunk].resize(_ours.chunk(chunk)->size());
     });
     for (const PLFriendPairs::Pair& pair : _friends.pairs()) {
-      origins[chunkOfSlot(pair.theirs)][pair.theirs % LongArray::RunSize] = pair.base;
+      origins[chunkOfSlot(pair.theirs)][pair.theirs % LongArray::ChunkSize] = pair.base;
     }
     return origins;
   }

@@ -25,7 +25,7 @@ struct PLListTakeover::Merge {
         findsFriends(list.occupiedCount() != 0),
         changesOnce(!hasSourcedPersons && list.people().places().repeatedPersonCount() == 0),
         slots(list, slotCount),
-        changedLeaves(slotCount / PLSlotSnapshot::LeafSize + 1) {}
+        changedChunks(slotCount / PLSlotSnapshot::ChunkSize + 1) {}
 
   // Somebody who stands in several slots, or was looked up and became a friend, may change several times. Everybody
   // else does once, in one slot.
@@ -33,8 +33,8 @@ struct PLListTakeover::Merge {
     changesOnce ? changes.addLast(person, changeType) : changes.add(person, changeType);
   }
   void markLeafOf(std::uint64_t index) {
-    if (const std::uint64_t leaf = index / PLSlotSnapshot::LeafSize; leaf < changedLeaves.size()) {
-      changedLeaves[leaf] = true;
+    if (const std::uint64_t chunk = index / PLSlotSnapshot::ChunkSize; chunk < changedChunks.size()) {
+      changedChunks[chunk] = true;
     }
   }
 
@@ -42,25 +42,25 @@ struct PLListTakeover::Merge {
   const bool findsFriends;  // whether there were any friends before
   const bool changesOnce;   // whether nobody has two entries in the change log
   PLSlotRearrangement slots;
-  std::vector<PLPersonForm> forms;  // of the run being merged
+  std::vector<PLPersonForm> forms;  // of the chunk being merged
   PLPersonForm* form = nullptr;     // of the element being merged
   std::function<Value()> element;   // that element, made for the caller
   PLChangeLog changes;              // which go into the change log together
-  std::vector<bool> changedLeaves;  // whether friends moved further up or changed there
-  std::vector<PLStoredVersion::Run> runs;
+  std::vector<bool> changedChunks;  // whether friends moved further up or changed there
+  std::vector<PLStoredVersion::ChunkState> chunks;
   std::vector<std::uint64_t> passedOver;  // slots of stored friends who were left out
 };
 
 PLListTakeover::Result PLListTakeover::_updateFriends(const PLStoredList& theirs, const PLMergeResult* merged,
-                                                      const PLStoredBase& known, AddressBook* addressBook,
+                                                      const PLBaseline& known, AddressBook* addressBook,
                                                       std::uint64_t groupSize) {
   const LongArray& stored = merged ? merged->list : theirs.list;
   Merge merge(addressBook, _friendList, stored.size() + groupSize, !_sourcedPersons.isEmpty());
   const PLPersonChanges& counts = _process.local<PLPersonChanges>();
-  auto base = std::make_shared<PLStoredBase>();
+  auto base = std::make_shared<PLBaseline>();
   base->elsewhere = counts.touches.countElsewhere();
   const std::uint64_t changes = counts.changes.load(std::memory_order_acquire);
-  mergeRuns(merge, stored, *known.list);
+  mergeChunks(merge, stored, *known.list);
   trimSlots(merge, stored.size(), groupSize);
   reportDisplaced(merge);
   _removals.clear();
@@ -71,25 +71,25 @@ PLListTakeover::Result PLListTakeover::_updateFriends(const PLStoredList& theirs
   base->slotsNotMade = stored.size() - std::min<std::uint64_t>(stored.size(), _friendList.count());
   if (merged) {
     markDifferences(theirs, *merged);
-    describeTheirs(*base, theirs, *merged, std::move(merge.runs), changes);
+    describeTheirs(*base, theirs, *merged, std::move(merge.chunks), changes);
   } else {
     base->list =
-        std::make_shared<const PLStoredVersion>(theirs.list, std::move(merge.runs), _friendList.snapshot(), changes);
+        std::make_shared<const PLStoredVersion>(theirs.list, std::move(merge.chunks), _friendList.snapshot(), changes);
   }
   return {std::move(base), std::move(merge.changes)};
 }
 
-// A run that is merged already is passed over.
-void PLListTakeover::mergeRuns(Merge& merge, const LongArray& stored, const PLStoredVersion& known) {
+// A chunk that is merged already is passed over.
+void PLListTakeover::mergeChunks(Merge& merge, const LongArray& stored, const PLStoredVersion& known) {
   const std::uint64_t changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
   const PLSlotSnapshot slots = _friendList.snapshot();
   const PLStoredVersion::Unchanged isUnchanged(known, stored, slots, changes);
-  merge.runs.reserve(stored.runs().size());
-  for (std::size_t index = 0; index < stored.runs().size(); ++index) {
-    using Run = PLStoredVersion::Run;
-    const bool isAtRest = (!merge.changedLeaves[index] && isUnchanged(index)) ||
-                          mergeRun(merge, *stored.runs()[index], index * LongArray::RunSize);
-    merge.runs.push_back(isAtRest ? Run::atRest : Run::other);
+  merge.chunks.reserve(stored.chunks().size());
+  for (std::size_t index = 0; index < stored.chunks().size(); ++index) {
+    using ChunkState = PLStoredVersion::ChunkState;
+    const bool isAtRest = (!merge.changedChunks[index] && isUnchanged(index)) ||
+                          mergeChunk(merge, *stored.chunks()[index], index * LongArray::ChunkSize);
+    merge.chunks.push_back(isAtRest ? ChunkState::atRest : ChunkState::other);
   }
 }
 
@@ -102,25 +102,25 @@ bool isAtRest(const PLPerson& person, PLPersonForm& form) { return form.isAsWrit
 }  // namespace
 
 // Like the operations below: whether merging the same again would change nothing.
-bool PLListTakeover::mergeRun(Merge& merge, const ArrayRun& run, std::uint64_t first) {
-  bool isAtRest = showRun(merge, run);
-  for (std::size_t place = 0; place < run.size(); ++place) {
+bool PLListTakeover::mergeChunk(Merge& merge, const ArrayChunk& chunk, std::uint64_t first) {
+  bool isAtRest = viewChunk(merge, chunk);
+  for (std::size_t place = 0; place < chunk.size(); ++place) {
     merge.form = &merge.forms[place];
-    merge.element = [&run, place] { return run.at(place); };
+    merge.element = [&chunk, place] { return chunk.at(place); };
     isAtRest = mergeElement(merge, first + place) && isAtRest;
   }
   return isAtRest;
 }
 
 // False when an element is no dictionary and so an empty slot.
-bool PLListTakeover::showRun(Merge& merge, const ArrayRun& run) {
-  if (merge.forms.empty()) merge.forms = std::vector<PLPersonForm>(LongArray::RunSize);
+bool PLListTakeover::viewChunk(Merge& merge, const ArrayChunk& chunk) {
+  if (merge.forms.empty()) merge.forms = std::vector<PLPersonForm>(LongArray::ChunkSize);
   bool areDictionaries = true;
   std::vector<std::string_view> guids;
-  guids.reserve(run.size());
-  for (std::size_t place = 0; place < run.size(); ++place) {
+  guids.reserve(chunk.size());
+  for (std::size_t place = 0; place < chunk.size(); ++place) {
     PLPersonForm& form = merge.forms[place];
-    areDictionaries = run.show(place, form.entries()) && areDictionaries;
+    areDictionaries = chunk.view(place, form.entries()) && areDictionaries;
     form.read();
     if (!form.identifyingGUID().empty()) guids.push_back(form.identifyingGUID());
   }

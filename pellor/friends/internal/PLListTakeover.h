@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "pellor/friends/PLChangeLog.h"
+#include "pellor/friends/internal/PLBaseline.h"
 #include "pellor/friends/internal/PLSlotList.h"
-#include "pellor/friends/internal/PLStoredBase.h"
 #include "pellor/friends/internal/PLThreeWayMerge.h"
 #include "pellor/runtime/LongArray.h"
 #include "pellor/runtime/Process.h"
@@ -20,7 +20,7 @@ namespace pellor {
 
 class AddressBook;
 class PLPersonSequence;
-class PLTouchedLeaves;
+class PLDirtyChunks;
 
 /// What a merge has to know of the groups and of the list's limits.
 struct PLOwnPages {
@@ -48,18 +48,18 @@ class PLListTakeover {
 
   /// Our edits since `base` made on top of `theirs`. Takes the marks of all friends who changed since then: `takeOver`
   /// sets them again where the result differs from theirs. The list has to be published.
-  PLMergeResult merge(const PLStoredBase& base, const PLStoredList& theirs, const PLOwnPages& pages,
-                      const PLTouchedLeaves& touched);
+  PLMergeResult merge(const PLBaseline& base, const PLStoredList& theirs, const PLOwnPages& pages,
+                      const PLDirtyChunks& touched);
 
   // --- Loads ---
 
   struct Result {
-    std::shared_ptr<PLStoredBase> base;  ///< the baseline from now on, without the groups' numbers
-    PLChangeLog changes;                 ///< what the load changed, by person
+    std::shared_ptr<PLBaseline> base;  ///< the baseline from now on, without the groups' numbers
+    PLChangeLog changes;               ///< what the load changed, by person
   };
   /// Makes the list what `theirs` says or, where there is one, what `merged` made of it: friends keep their objects,
   /// looked-up persons become friends, displaced friends leave. `known` is the baseline until now. Records nothing.
-  Result _updateFriends(const PLStoredList& theirs, const PLMergeResult* merged, const PLStoredBase& known,
+  Result _updateFriends(const PLStoredList& theirs, const PLMergeResult* merged, const PLBaseline& known,
                         AddressBook* addressBook, std::uint64_t groupSize);
 
  private:
@@ -70,18 +70,18 @@ class PLListTakeover {
   };
 
   // Own edits
-  std::vector<std::uint64_t> automaticRemovals(const PLStoredBase& base) const;
+  std::vector<std::uint64_t> automaticRemovals(const PLBaseline& base) const;
   PLFriendOrigins friendsInBase(const PLStoredVersion& base, const PLSlotSnapshot& list) const;
   std::map<std::uint64_t, std::vector<Slot>> personsOfTheirs(const PLStoredList& theirs,
                                                              const PLMergeResult& merged) const;
-  void describeTheirs(PLStoredBase& base, const PLStoredList& theirs, const PLMergeResult& merged,
-                      std::vector<PLStoredVersion::Run> runs, std::uint64_t changes) const;
+  void describeTheirs(PLBaseline& base, const PLStoredList& theirs, const PLMergeResult& merged,
+                      std::vector<PLStoredVersion::ChunkState> chunks, std::uint64_t changes) const;
   void markDifferences(const PLStoredList& theirs, const PLMergeResult& merged);
 
   // Loads
-  void mergeRuns(Merge& merge, const LongArray& stored, const PLStoredVersion& known);
-  bool mergeRun(Merge& merge, const ArrayRun& run, std::uint64_t first);
-  bool showRun(Merge& merge, const ArrayRun& run);
+  void mergeChunks(Merge& merge, const LongArray& stored, const PLStoredVersion& known);
+  bool mergeChunk(Merge& merge, const ArrayChunk& chunk, std::uint64_t first);
+  bool viewChunk(Merge& merge, const ArrayChunk& chunk);
   bool mergeElement(Merge& merge, std::uint64_t index);
   bool appendStoredFriend(Merge& merge, std::uint64_t index);
   bool placeStoredFriend(Merge& merge, std::uint64_t index);

@@ -5,13 +5,13 @@
 
 #include "pellor/friends/PLPerson.h"
 #include "pellor/friends/detail/PLPersonForm.h"
+#include "pellor/friends/internal/PLDirtyChunks.h"
 #include "pellor/friends/internal/PLListTakeover.h"
-#include "pellor/friends/internal/PLTouchedLeaves.h"
 
 namespace pellor {
 namespace {
 
-constexpr std::uint64_t kChunk = PLSlotSnapshot::LeafSize;
+constexpr std::uint64_t kChunk = PLSlotSnapshot::ChunkSize;
 
 Dictionary formWrittenFor(const Dictionary& stored) {
   if (stored.empty()) return stored;
@@ -19,19 +19,19 @@ Dictionary formWrittenFor(const Dictionary& stored) {
   return PLPerson::initWithForm(form)->dictionaryRepresentation();
 }
 
-// Calls `visit` with each friend in base's leaves that are not the live list's, or stand beyond its end. Where an own
+// Calls `visit` with each friend in base's chunks that are not the live list's, or stand beyond its end. Where an own
 // edit was merged into an empty slot of the stored list, the person there is no friend of base.
 template <class Visit>
 void visitDifferingSlots(const PLStoredVersion& base, const std::vector<bool>& differs, Visit visit) {
   DictionaryView element;
-  for (std::uint64_t leaf = 0; leaf < base.leafCount(); ++leaf) {
-    if (leaf < differs.size() && !differs[leaf]) continue;
-    const auto persons = base.leaf(leaf);
-    const ArrayRun& run = *base.array().runs()[leaf];
-    for (std::uint64_t place = 0; place < std::min(persons.size(), run.size()); ++place) {
+  for (std::uint64_t chunk = 0; chunk < base.chunkCount(); ++chunk) {
+    if (chunk < differs.size() && !differs[chunk]) continue;
+    const auto persons = base.chunk(chunk);
+    const ArrayChunk& elements = *base.array().chunks()[chunk];
+    for (std::uint64_t place = 0; place < std::min(persons.size(), elements.size()); ++place) {
       if (persons[place] == EmptySlot) continue;
-      run.show(place, element);
-      if (!element.isEmpty()) visit(leaf * kChunk + place, persons[place]);
+      elements.view(place, element);
+      if (!element.isEmpty()) visit(chunk * kChunk + place, persons[place]);
     }
   }
 }
@@ -43,48 +43,48 @@ void takeMarks(const PLSlotSnapshot& list, const std::vector<bool>& differs,
     if (person != EmptySlot && person->needsSave()) person->takeNeedsSave();
   };
   if (!touched) return list.forEach(take);
-  for (std::uint64_t leaf = 0; leaf < differs.size(); ++leaf) {
-    if (differs[leaf]) std::ranges::for_each(list.leaf(leaf), take);
+  for (std::uint64_t chunk = 0; chunk < differs.size(); ++chunk) {
+    if (differs[chunk]) std::ranges::for_each(list.chunk(chunk), take);
   }
-  for (const std::uint64_t leaf : *touched) {
-    if (leaf < list.leafCount()) std::ranges::for_each(list.leaf(leaf), take);
+  for (const std::uint64_t chunk : *touched) {
+    if (chunk < list.chunkCount()) std::ranges::for_each(list.chunk(chunk), take);
   }
 }
 
-// The elements of `run` up to `size`, with empty slots where it has none.
-std::shared_ptr<const ArrayRun> runOfSize(const std::shared_ptr<const ArrayRun>& run, std::size_t size) {
-  std::vector<ArrayRun::Element> elements;
+// The elements of `chunk` up to `size`, with empty slots where it has none.
+std::shared_ptr<const ArrayChunk> chunkOfSize(const std::shared_ptr<const ArrayChunk>& chunk, std::size_t size) {
+  std::vector<ArrayChunk::Element> elements;
   for (std::size_t place = 0; place < size; ++place) {
-    if (run && place < run->size()) {
-      elements.emplace_back(run, place);
+    if (chunk && place < chunk->size()) {
+      elements.emplace_back(chunk, place);
     } else {
       elements.emplace_back(Value(Dictionary()));
     }
   }
-  return ArrayRun::make(std::move(elements));
+  return ArrayChunk::make(std::move(elements));
 }
 
 // With so many empty slots behind it.
 LongArray extended(const LongArray& list, std::uint64_t count) {
   if (count == 0) return list;
   const std::uint64_t size = list.size() + count;
-  auto runs = list.runs();
-  runs.resize((size + kChunk - 1) / kChunk);
-  for (std::uint64_t chunk = 0; chunk < runs.size(); ++chunk) {
+  auto chunks = list.chunks();
+  chunks.resize((size + kChunk - 1) / kChunk);
+  for (std::uint64_t chunk = 0; chunk < chunks.size(); ++chunk) {
     const std::uint64_t wanted = std::min(kChunk, size - chunk * kChunk);
-    if (!runs[chunk] || runs[chunk]->size() != wanted) runs[chunk] = runOfSize(runs[chunk], wanted);
+    if (!chunks[chunk] || chunks[chunk]->size() != wanted) chunks[chunk] = chunkOfSize(chunks[chunk], wanted);
   }
-  return LongArray(std::move(runs));
+  return LongArray(std::move(chunks));
 }
 
 // A list that is theirs but for an empty page of our own behind it ends where theirs ends: that page is laid out anew.
 void endWhereTheirsEnds(PLMergeResult& merged, const LongArray& theirs) {
   if (merged.differsInLayout || merged.list.size() <= theirs.size()) return;
-  auto runs = merged.list.runs();
-  runs.resize(theirs.runs().size());
-  const std::size_t size = theirs.runs().empty() ? 0 : theirs.runs().back()->size();
-  if (!runs.empty() && runs.back()->size() > size) runs.back() = runOfSize(runs.back(), size);
-  merged.list = LongArray(std::move(runs));
+  auto chunks = merged.list.chunks();
+  chunks.resize(theirs.chunks().size());
+  const std::size_t size = theirs.chunks().empty() ? 0 : theirs.chunks().back()->size();
+  if (!chunks.empty() && chunks.back()->size() > size) chunks.back() = chunkOfSize(chunks.back(), size);
+  merged.list = LongArray(std::move(chunks));
 }
 
 std::optional<std::uint64_t> slotInTheirs(const PLMergeResult& merged, std::uint64_t slot) {
@@ -95,9 +95,9 @@ std::optional<std::uint64_t> slotInTheirs(const PLMergeResult& merged, std::uint
 
 // Whether both are one element or equal ones.
 bool areEqual(const LongArray& left, std::uint64_t leftSlot, const LongArray& right, std::uint64_t rightSlot) {
-  const auto origin = left.runs()[leftSlot / kChunk]->origin(leftSlot % kChunk);
-  const auto& run = right.runs()[rightSlot / kChunk];
-  if (origin.run == run && origin.index == rightSlot % kChunk) return true;
+  const auto origin = left.chunks()[leftSlot / kChunk]->origin(leftSlot % kChunk);
+  const auto& chunk = right.chunks()[rightSlot / kChunk];
+  if (origin.chunk == chunk && origin.index == rightSlot % kChunk) return true;
   return left.at(leftSlot) == right.at(rightSlot);
 }
 
@@ -111,14 +111,14 @@ void PLListTakeover::forgetRemovalsUntil(std::uint64_t listVersion) {
   std::erase_if(_removals, [&](const Removal& removal) { return removal.listVersion < listVersion; });
 }
 
-PLMergeResult PLListTakeover::merge(const PLStoredBase& base, const PLStoredList& theirs, const PLOwnPages& pages,
-                                    const PLTouchedLeaves& touched) {
+PLMergeResult PLListTakeover::merge(const PLBaseline& base, const PLStoredList& theirs, const PLOwnPages& pages,
+                                    const PLDirtyChunks& touched) {
   const PLSlotSnapshot list = _friendList.snapshot();
   const std::uint64_t known = base.list->changes();
-  takeMarks(list, base.list->differingLeaves(list), touched.changedSince(known, base.elsewhere));
+  takeMarks(list, base.list->differingChunks(list), touched.changedSince(known, base.elsewhere));
   const std::uint64_t changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
-  const auto leaves = touched.changedSince(known, base.elsewhere);
-  const PLStoredVersion ours = PLStoredVersion::made(*base.list, list, changes, leaves ? &*leaves : nullptr);
+  const auto chunks = touched.changedSince(known, base.elsewhere);
+  const PLStoredVersion ours = PLStoredVersion::made(*base.list, list, changes, chunks ? &*chunks : nullptr);
 
   PLMergeInput input;
   input.base = base.list->array();
@@ -142,39 +142,39 @@ PLMergeResult PLListTakeover::merge(const PLStoredBase& base, const PLStoredList
 
 // Of several slots of base the one in its place, else the first.
 PLFriendOrigins PLListTakeover::friendsInBase(const PLStoredVersion& base, const PLSlotSnapshot& list) const {
-  const std::vector<bool> differs = base.differingLeaves(list);
+  const std::vector<bool> differs = base.differingChunks(list);
   std::unordered_map<const PLPerson*, std::uint64_t> firstSlots;
   firstSlots.reserve(static_cast<std::size_t>(std::ranges::count(differs, true)) * kChunk);
   PLFriendOrigins origins;
   visitDifferingSlots(base, differs, [&](std::uint64_t slot, const Slot& person) {
     firstSlots.try_emplace(person.get(), slot);
-    if (slot >= list.count() || list.leaf(slot / kChunk)[slot % kChunk] != person) return;
-    PLChunkOrigins& chunk = origins[slot / kChunk];
-    chunk.resize(list.leaf(slot / kChunk).size());
-    chunk[slot % kChunk] = slot;
+    if (slot >= list.count() || list.chunk(slot / kChunk)[slot % kChunk] != person) return;
+    PLChunkOrigins& inBase = origins[slot / kChunk];
+    inBase.resize(list.chunk(slot / kChunk).size());
+    inBase[slot % kChunk] = slot;
   });
-  for (std::uint64_t leaf = 0; leaf < differs.size(); ++leaf) {
-    if (!differs[leaf]) continue;
-    PLChunkOrigins& chunk = origins[leaf];
-    const auto persons = list.leaf(leaf);
-    chunk.resize(persons.size());
+  for (std::uint64_t chunk = 0; chunk < differs.size(); ++chunk) {
+    if (!differs[chunk]) continue;
+    PLChunkOrigins& inBase = origins[chunk];
+    const auto persons = list.chunk(chunk);
+    inBase.resize(persons.size());
     for (std::uint64_t place = 0; place < persons.size(); ++place) {
-      if (chunk[place] || persons[place] == EmptySlot) continue;
+      if (inBase[place] || persons[place] == EmptySlot) continue;
       const auto found = firstSlots.find(persons[place].get());
-      if (found != firstSlots.end()) chunk[place] = found->second;
+      if (found != firstSlots.end()) inBase[place] = found->second;
     }
   }
   return origins;
 }
 
-std::vector<std::uint64_t> PLListTakeover::automaticRemovals(const PLStoredBase& base) const {
+std::vector<std::uint64_t> PLListTakeover::automaticRemovals(const PLBaseline& base) const {
   std::vector<std::uint64_t> slots = base.passedOver;
   if (!_removals.empty()) {
     const auto isRemoved = [&](const Slot& person) {
       return !_friendList.indexOf(person.get()) &&
              std::ranges::any_of(_removals, [&](const Removal& removal) { return removal.person == person; });
     };
-    visitDifferingSlots(*base.list, base.list->differingLeaves(_friendList.snapshot()),
+    visitDifferingSlots(*base.list, base.list->differingChunks(_friendList.snapshot()),
                         [&](std::uint64_t slot, const Slot& person) {
                           if (isRemoved(person)) slots.push_back(slot);
                         });
@@ -209,25 +209,25 @@ std::map<std::uint64_t, std::vector<Slot>> PLListTakeover::personsOfTheirs(const
   return persons;
 }
 
-void PLListTakeover::describeTheirs(PLStoredBase& base, const PLStoredList& theirs, const PLMergeResult& merged,
-                                    std::vector<PLStoredVersion::Run> runs, std::uint64_t changes) const {
+void PLListTakeover::describeTheirs(PLBaseline& base, const PLStoredList& theirs, const PLMergeResult& merged,
+                                    std::vector<PLStoredVersion::ChunkState> chunks, std::uint64_t changes) const {
   auto persons = personsOfTheirs(theirs, merged);
-  const auto& result = merged.list.runs();
-  runs.resize(theirs.list.runs().size(), PLStoredVersion::Run::other);
-  for (std::uint64_t chunk = 0; chunk < runs.size(); ++chunk) {
-    const bool isTheirs = chunk < result.size() && result[chunk] == theirs.list.runs()[chunk];
-    if (!isTheirs || persons.contains(chunk)) runs[chunk] = PLStoredVersion::Run::other;
+  const auto& result = merged.list.chunks();
+  chunks.resize(theirs.list.chunks().size(), PLStoredVersion::ChunkState::other);
+  for (std::uint64_t chunk = 0; chunk < chunks.size(); ++chunk) {
+    const bool isTheirs = chunk < result.size() && result[chunk] == theirs.list.chunks()[chunk];
+    if (!isTheirs || persons.contains(chunk)) chunks[chunk] = PLStoredVersion::ChunkState::other;
   }
   for (std::uint64_t& slot : base.passedOver) slot = slotInTheirs(merged, slot).value_or(theirs.list.size());
   std::erase(base.passedOver, theirs.list.size());
-  base.list = std::make_shared<const PLStoredVersion>(theirs.list, std::move(runs), _friendList.snapshot(), changes,
+  base.list = std::make_shared<const PLStoredVersion>(theirs.list, std::move(chunks), _friendList.snapshot(), changes,
                                                       std::move(persons));
 }
 
 void PLListTakeover::markDifferences(const PLStoredList& theirs, const PLMergeResult& merged) {
-  const auto& result = merged.list.runs();
+  const auto& result = merged.list.chunks();
   for (std::uint64_t chunk = 0; chunk < result.size(); ++chunk) {
-    const bool isTheirs = chunk < theirs.list.runs().size() && result[chunk] == theirs.list.runs()[chunk];
+    const bool isTheirs = chunk < theirs.list.chunks().size() && result[chunk] == theirs.list.chunks()[chunk];
     if (isTheirs && !merged.theirFriends.contains(chunk)) continue;
     const std::uint64_t first = chunk * kChunk;
     for (std::uint64_t slot = first; slot < std::min(first + result[chunk]->size(), _friendList.count()); ++slot) {

@@ -67,9 +67,9 @@ void PLListWrite::takeOver(const VersionedPreferences& written) {
   if (titlesChanged) titlesVersion = writtenUnder(PLGroupTitlesKey).version;
 }
 
-std::shared_ptr<PLStoredBase> PLListWrite::baseAfter() const {
+std::shared_ptr<PLBaseline> PLListWrite::baseAfter() const {
   if (!changesBase()) return nullptr;
-  auto after = std::make_shared<PLStoredBase>(*base);
+  auto after = std::make_shared<PLBaseline>(*base);
   if (list) {
     after->list = list;
     after->listVersion = listVersion;

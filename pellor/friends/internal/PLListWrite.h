@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "pellor/friends/PLPerson.h"
+#include "pellor/friends/internal/PLBaseline.h"
 #include "pellor/friends/internal/PLSlotList.h"
-#include "pellor/friends/internal/PLStoredBase.h"
 #include "pellor/friends/internal/PLStoredVersion.h"
 #include "pellor/platform/PreferencesStore.h"
 #include "pellor/runtime/Value.h"
@@ -34,12 +34,12 @@ struct PLListWrite {
   std::optional<bool> awaitsFavorites;             ///< whether the list waits for favorites from now on
   std::vector<std::shared_ptr<PLPerson>> persons;  ///< whose own changes it takes along
   PLPublishedList published;
-  std::shared_ptr<const PLStoredBase> base;  ///< that it is made from
-  std::shared_ptr<PLStoredVersion> list;     ///< as it is to be stored; null before `preferenceChanges`, or without one
+  std::shared_ptr<const PLBaseline> base;  ///< that it is made from
+  std::shared_ptr<PLStoredVersion> list;   ///< as it is to be stored; null before `preferenceChanges`, or without one
   PreferenceVersion listVersion, titlesVersion;
   std::uint64_t elsewhere = 0;  ///< touches of persons, counted before any flag was taken
   std::uint64_t changes = 0;    ///< of persons, counted before any of them was looked at and after its flag was taken
-  bool knowsTouched = false;    ///< whether all of these are in leaves that were gathered
+  bool knowsTouched = false;    ///< whether all of these are in chunks that were gathered
 
   bool writesList() const { return layoutChanged || !persons.empty(); }
   bool isEmpty() const {
@@ -48,7 +48,7 @@ struct PLListWrite {
   /// Whether a new baseline comes of it, once it has its list.
   bool changesBase() const { return list || titlesChanged; }
 
-  /// Makes the list, and what the store is asked to store. `touched`, if not null, are the only leaves in which persons
+  /// Makes the list, and what the store is asked to store. `touched`, if not null, are the only chunks in which persons
   /// changed since the baseline.
   PreferenceChanges preferenceChanges(const std::vector<std::uint64_t>* touched);
   /// The keys that the paired device is told of: none for a write that only persons' own changes caused.
@@ -58,7 +58,7 @@ struct PLListWrite {
   /// Takes over list and versions as the store has them now.
   void takeOver(const VersionedPreferences& written);
   /// The baseline after `takeOver`; null when it has neither list nor titles.
-  std::shared_ptr<PLStoredBase> baseAfter() const;
+  std::shared_ptr<PLBaseline> baseAfter() const;
 };
 
 }  // namespace pellor

@@ -22,8 +22,8 @@ constexpr std::size_t kMostUnknownWrites = 16;
 // For the check of what is skipped.
 bool haveSameSlots(const PLSlotSnapshot& one, const PLSlotSnapshot& other) {
   if (one.count() != other.count()) return false;
-  for (std::uint64_t leaf = 0; leaf < one.leafCount(); ++leaf) {
-    if (!std::ranges::equal(one.leaf(leaf), other.leaf(leaf))) return false;
+  for (std::uint64_t chunk = 0; chunk < one.chunkCount(); ++chunk) {
+    if (!std::ranges::equal(one.chunk(chunk), other.chunk(chunk))) return false;
   }
   return true;
 }
@@ -40,13 +40,13 @@ PLListWriter::PLListWriter(Passkey, Process& process, std::string domain)
       _preferencesSyncManager(platformOf(process).preferencesSync),
       _saveQueue(SerialQueue::make(std::string(PLVendorPrefix) + ".Pellor.PLFriendsManager.Save")),
       _writer(process.scheduler().randomNumber() | 1U),
-      _touchedLeaves(process.local<PLPersonChanges>()),
+      _dirtyChunks(process.local<PLPersonChanges>()),
       _retryPauses(kRetryPauses) {}
 
 // --- What is to be written -----------------------------------------------------------------------------------------
 
 void PLListWriter::publish(PLSlotList& list, const PLPageNumbers& pages) {
-  _touchedLeaves.name(list);
+  _dirtyChunks.name(list);
   const MutexLock lock(_mutex);
   _published.pages = pages;
   if (_published.list && _publishedListVersion == list.version()) {
@@ -123,7 +123,7 @@ bool PLListWriter::isWriting() const {
 
 // --- The stored list -----------------------------------------------------------------------------------------------
 
-std::shared_ptr<const PLStoredBase> PLListWriter::base() const {
+std::shared_ptr<const PLBaseline> PLListWriter::base() const {
   const MutexLock lock(_mutex);
   return _base;
 }
@@ -165,9 +165,9 @@ bool PLListWriter::awaitsFavorites(const PLStoredList& stored) {
   return stored.awaitsFavorites;
 }
 
-void PLListWriter::takeOver(std::shared_ptr<const PLStoredBase> base, PLSlotList& list, const PLPageNumbers& pages) {
-  _touchedLeaves.name(list);
-  _touchedLeaves.forgetUntil(base->list->changes());
+void PLListWriter::takeOver(std::shared_ptr<const PLBaseline> base, PLSlotList& list, const PLPageNumbers& pages) {
+  _dirtyChunks.name(list);
+  _dirtyChunks.forgetUntil(base->list->changes());
   _publishedListVersion = list.version();
   auto published = std::make_shared<const PLSlotSnapshot>(list.snapshot());
   const MutexLock lock(_mutex);
@@ -211,12 +211,12 @@ void PLListWriter::writeUnsavedChanges() {
   if (!takeUnsavedChanges(write)) return;
   if (write.isEmpty()) {
     leaveWriting(Phase::ready);
-    if (!write.knowsTouched || _touchedLeaves.isLong()) _touchedLeaves.beginAt(write.changes, write.elsewhere);
+    if (!write.knowsTouched || _dirtyChunks.isLong()) _dirtyChunks.beginAt(write.changes, write.elsewhere);
     _hasFailed = false;
     return;
   }
   write.id = {_writer, ++_writeCount};
-  const auto* touched = write.knowsTouched ? _touchedLeaves.since(write.base->list->changes()) : nullptr;
+  const auto* touched = write.knowsTouched ? _dirtyChunks.since(write.base->list->changes()) : nullptr;
   const PreferenceChanges changes = write.preferenceChanges(touched);
   finish(write, platformOf(_process).preferences->write(changes, write.id, _domain));
 }
@@ -225,7 +225,7 @@ void PLListWriter::writeUnsavedChanges() {
 // the save that it asks for, rather than never. The sequence number comes first: the changes that it tells of were
 // marked before it. False while the stored list has to be loaded: the marks stay.
 bool PLListWriter::takeUnsavedChanges(PLListWrite& write) {
-  _touchedLeaves.gather();
+  _dirtyChunks.gather();
   {
     const MutexLock lock(_mutex);
     if (_phase == Phase::awaitsLoad) return false;
@@ -242,7 +242,7 @@ bool PLListWriter::takeUnsavedChanges(PLListWrite& write) {
   // After the flags of the persons: what they stand for is counted then, and no stored form of before passes for
   // theirs.
   write.changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
-  write.knowsTouched = _touchedLeaves.isComplete();
+  write.knowsTouched = _dirtyChunks.isComplete();
   return true;
 }
 
@@ -255,8 +255,8 @@ void PLListWriter::takeUnsavedPersons(PLListWrite& write) {
   const PLPersonChanges& changes = _process.local<PLPersonChanges>();
   write.elsewhere = changes.touches.countElsewhere();
   const std::uint64_t marks = changes.marks.load(std::memory_order_acquire);
-  if (_savedList && (marks == _savedMarks || _touchedLeaves.isComplete())) {
-    _touchedLeaves.visit(*write.published.list, *_savedList, takeFlag);
+  if (_savedList && (marks == _savedMarks || _dirtyChunks.isComplete())) {
+    _dirtyChunks.visit(*write.published.list, *_savedList, takeFlag);
   } else {
     write.published.list->forEach(takeFlag);
   }
@@ -287,7 +287,7 @@ void PLListWriter::finish(PLListWrite& write, const PreferenceWriteAnswer& answe
 }
 
 void PLListWriter::accept(PLListWrite& write, const VersionedPreferences& written) {
-  if (write.list) _touchedLeaves.beginAt(write.changes, write.elsewhere);
+  if (write.list) _dirtyChunks.beginAt(write.changes, write.elsewhere);
   _hasFailed = false;
   _retryPauses.reset();
   push(write);
@@ -299,7 +299,7 @@ void PLListWriter::accept(PLListWrite& write, const VersionedPreferences& writte
 void PLListWriter::adopt(PLListWrite& write, const VersionedPreferences& written) {
   write.takeOver(written);
   if (write.list) _PLGetLogSystem().log(LogFormat("friend list saved").as("_save"));
-  const std::shared_ptr<const PLStoredBase> base = write.baseAfter();
+  const std::shared_ptr<const PLBaseline> base = write.baseAfter();
   if (base) {
     const MutexLock lock(_mutex);
     _base = base;

@@ -11,10 +11,10 @@
 #include <vector>
 
 #include "pellor/friends/PLDelayedOperation.h"
+#include "pellor/friends/internal/PLBaseline.h"
+#include "pellor/friends/internal/PLDirtyChunks.h"
 #include "pellor/friends/internal/PLListWrite.h"
 #include "pellor/friends/internal/PLSlotList.h"
-#include "pellor/friends/internal/PLStoredBase.h"
-#include "pellor/friends/internal/PLTouchedLeaves.h"
 #include "pellor/platform/PreferencesStore.h"
 #include "pellor/runtime/BackOff.h"
 #include "pellor/runtime/Process.h"
@@ -30,8 +30,8 @@ class PreferencesSyncService;
 struct PLAcceptedWrite {
   bool hasList = false;
   bool hasTitles = false;
-  std::shared_ptr<const PLStoredBase> base;  ///< the baseline since then; null when it had neither
-  std::uint64_t listVersion = 0;             ///< PLSlotSnapshot::version of the list that was published then
+  std::shared_ptr<const PLBaseline> base;  ///< the baseline since then; null when it had neither
+  std::uint64_t listVersion = 0;           ///< PLSlotSnapshot::version of the list that was published then
   std::optional<std::int32_t> sequenceNumber;
 };
 
@@ -115,7 +115,7 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   // --- The stored list. Main queue ---
 
   /// Null before the first `takeOver`.
-  std::shared_ptr<const PLStoredBase> base() const;
+  std::shared_ptr<const PLBaseline> base() const;
   /// When a load of what was read may go on.
   enum class Turn {
     now,         ///< at once; nothing is written before the `takeOver` at its end
@@ -130,11 +130,11 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   /// unless this one has brought them and not written that yet.
   bool awaitsFavorites(const PLStoredList& stored);
   /// Ends a load: from now on saves build on `base`, with the list and the groups that belong to it.
-  void takeOver(std::shared_ptr<const PLStoredBase> base, PLSlotList& list, const PLPageNumbers& pages);
+  void takeOver(std::shared_ptr<const PLBaseline> base, PLSlotList& list, const PLPageNumbers& pages);
   /// Nothing is written until the next `takeOver`: the store cannot be read.
   void awaitLoad();
   /// What persons changed since the baseline; brought up to date by `publish`.
-  PLTouchedLeaves& touchedLeaves() { return _touchedLeaves; }
+  PLDirtyChunks& dirtyChunks() { return _dirtyChunks; }
 
  private:
   enum class Phase { ready, writing, awaitsLoad };
@@ -171,7 +171,7 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   // What is published and what it was made on belong together: a save takes both at once.
   mutable Mutex _mutex;
   PLPublishedList _published PELLOR_GUARDED_BY(_mutex);
-  std::shared_ptr<const PLStoredBase> _base PELLOR_GUARDED_BY(_mutex);
+  std::shared_ptr<const PLBaseline> _base PELLOR_GUARDED_BY(_mutex);
   Phase _phase PELLOR_GUARDED_BY(_mutex) = Phase::awaitsLoad;
   bool _loadIsDeferred PELLOR_GUARDED_BY(_mutex) = false;
   std::vector<std::shared_ptr<const PLListWrite>> _unknownWrites PELLOR_GUARDED_BY(_mutex);  // made from the baseline
@@ -182,7 +182,7 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   std::atomic<bool> _needsFriendListSync{false};
   std::atomic<bool> _needsTitlesSync{false};
   std::atomic<bool> _needsNormalizationMark{false};
-  PLTouchedLeaves _touchedLeaves;
+  PLDirtyChunks _dirtyChunks;
   // Written by saves, read on the main queue: whether one looks or writes, how many marks of persons the last one knew
   // of, and whether its write failed.
   std::atomic<bool> _isSaving{false};

@@ -18,17 +18,17 @@ class Assembly {
         _changed(parts.places.changed().begin()) {}
 
   void assemble() {
-    std::vector<std::shared_ptr<const ArrayRun>> chunks;
-    chunks.reserve((_parts.size + LongArray::RunSize - 1) / LongArray::RunSize);
-    for (std::uint64_t first = 0; first < _parts.size; first += LongArray::RunSize) {
-      const std::uint64_t end = std::min<std::uint64_t>(first + LongArray::RunSize, _parts.size);
+    std::vector<std::shared_ptr<const ArrayChunk>> chunks;
+    chunks.reserve((_parts.size + LongArray::ChunkSize - 1) / LongArray::ChunkSize);
+    for (std::uint64_t first = 0; first < _parts.size; first += LongArray::ChunkSize) {
+      const std::uint64_t end = std::min<std::uint64_t>(first + LongArray::ChunkSize, _parts.size);
       chunks.push_back(isTheirs(first, end) ? theirChunk(first) : chunk(first, end));
     }
     _result.list = LongArray(std::move(chunks));
   }
 
  private:
-  const std::shared_ptr<const ArrayRun>& theirChunk(std::uint64_t slot) const {
+  const std::shared_ptr<const ArrayChunk>& theirChunk(std::uint64_t slot) const {
     return _parts.theirs.chunk(chunkOfSlot(slot));
   }
 
@@ -55,8 +55,8 @@ class Assembly {
     return {page < _firstOther ? page : _others[page - _firstOther], _parts.theirs.positionOf(slot)};
   }
 
-  std::shared_ptr<const ArrayRun> chunk(std::uint64_t first, std::uint64_t end) {
-    std::vector<ArrayRun::Element> elements;
+  std::shared_ptr<const ArrayChunk> chunk(std::uint64_t first, std::uint64_t end) {
+    std::vector<ArrayChunk::Element> elements;
     PLChunkOrigins origins;
     bool isTheirs = isAsLong(first, end);
     bool isNamed = false;
@@ -73,15 +73,15 @@ class Assembly {
       elements.push_back(isSame ? theirElement(slot) : element(occupant));
     }
     if (isNamed) _result.theirFriends.emplace(chunkOfSlot(first), std::move(origins));
-    return isTheirs ? theirChunk(first) : ArrayRun::make(std::move(elements));
+    return isTheirs ? theirChunk(first) : ArrayChunk::make(std::move(elements));
   }
 
-  ArrayRun::Element theirElement(std::uint64_t slot) const {
+  ArrayChunk::Element theirElement(std::uint64_t slot) const {
     const auto form = _parts.forms.find(slot);
-    return form == _parts.forms.end() ? _parts.theirs.element(slot) : ArrayRun::Element(form->second);
+    return form == _parts.forms.end() ? _parts.theirs.element(slot) : ArrayChunk::Element(form->second);
   }
 
-  ArrayRun::Element element(const Occupant& occupant) const {
+  ArrayChunk::Element element(const Occupant& occupant) const {
     switch (occupant.side) {
       case Occupant::Side::theirs:
         return theirElement(occupant.slot);

@@ -38,7 +38,7 @@ class EditSearch {
 
   std::optional<std::uint64_t> originOf(std::uint64_t slot) const {
     const auto named = _input.ourFriends.find(chunkOfSlot(slot));
-    const std::size_t index = slot % LongArray::RunSize;
+    const std::size_t index = slot % LongArray::ChunkSize;
     std::optional<std::uint64_t> origin = slot;
     if (named != _input.ourFriends.end()) {
       origin = index < named->second.size() ? named->second[index] : std::nullopt;
@@ -54,7 +54,7 @@ class EditSearch {
   // A friend that stands in several slots is the one in its place, else the first.
   void claimFriends(std::uint64_t chunk) {
     const std::uint64_t first = firstSlotOfChunk(chunk);
-    for (std::uint64_t slot = first; slot < first + LongArray::RunSize && slot < _ours.size(); ++slot) {
+    for (std::uint64_t slot = first; slot < first + LongArray::ChunkSize && slot < _ours.size(); ++slot) {
       if (_ours.isEmpty(slot)) continue;
       const auto origin = originOf(slot);
       if (!origin || !isLookedAt(*origin)) continue;
@@ -67,7 +67,7 @@ class EditSearch {
     const std::uint64_t first = firstSlotOfChunk(chunk);
     PLChunkOrigins origins;
     bool isNamed = false;
-    for (std::uint64_t slot = first; slot < first + LongArray::RunSize && slot < _ours.size(); ++slot) {
+    for (std::uint64_t slot = first; slot < first + LongArray::ChunkSize && slot < _ours.size(); ++slot) {
       std::optional<std::uint64_t> origin;
       if (!_ours.isEmpty(slot)) {
         origin = claimedBy(slot);
@@ -97,7 +97,7 @@ class EditSearch {
 
   void findRemoved(std::uint64_t chunk) {
     const std::uint64_t first = firstSlotOfChunk(chunk);
-    for (std::uint64_t slot = first; slot < first + LongArray::RunSize && slot < _base.size(); ++slot) {
+    for (std::uint64_t slot = first; slot < first + LongArray::ChunkSize && slot < _base.size(); ++slot) {
       if (_claims.contains(slot) || _base.isEmpty(slot)) continue;
       const bool isAutomatic = std::ranges::binary_search(_input.ourAutomaticRemovals, slot);
       (isAutomatic ? _edits.removedAutomatically : _edits.removed).push_back(slot);

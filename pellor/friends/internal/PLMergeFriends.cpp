@@ -157,7 +157,7 @@ PLFriendPairs::PLFriendPairs(const PLMergeSlots& base, const PLMergeSlots& their
   Matcher matcher({base, &writtenForm}, {theirs, &writtenForm});
   forEachDifferingChunk(base, theirs, [&](std::uint64_t chunk) {
     const std::uint64_t first = firstSlotOfChunk(chunk);
-    for (std::uint64_t slot = first; slot < first + LongArray::RunSize; ++slot) {
+    for (std::uint64_t slot = first; slot < first + LongArray::ChunkSize; ++slot) {
       if (!base.isEmpty(slot)) matcher.addLeft(slot);
       if (!theirs.isEmpty(slot)) matcher.addRight(slot);
     }

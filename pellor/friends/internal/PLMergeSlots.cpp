@@ -7,18 +7,18 @@
 namespace pellor {
 namespace {
 
-const std::shared_ptr<const ArrayRun> kNoChunk;
+const std::shared_ptr<const ArrayChunk> kNoChunk;
 
 // Where an element was first made: equal homes are equal elements.
 struct Home {
-  const ArrayRun* run;
+  const ArrayChunk* chunk;
   std::size_t index;
   friend bool operator==(const Home&, const Home&) = default;
 };
 
-Home homeOf(const ArrayRun& run, std::size_t index) {
-  const ArrayRun::Origin origin = run.origin(index);
-  return origin.run ? Home{origin.run.get(), origin.index} : Home{&run, index};
+Home homeOf(const ArrayChunk& chunk, std::size_t index) {
+  const ArrayChunk::Origin origin = chunk.origin(index);
+  return origin.chunk ? Home{origin.chunk.get(), origin.index} : Home{&chunk, index};
 }
 
 bool isAllSeen(const DictionaryView& view) { return std::ranges::all_of(view, &EntryView::hasOnlyTexts); }
@@ -39,8 +39,8 @@ bool areEqual(const EntryView& one, const EntryView& other) {
 
 }  // namespace
 
-const std::shared_ptr<const ArrayRun>& PLMergeSlots::chunk(std::uint64_t index) const {
-  return index < chunkCount() ? _list.runs()[index] : kNoChunk;
+const std::shared_ptr<const ArrayChunk>& PLMergeSlots::chunk(std::uint64_t index) const {
+  return index < chunkCount() ? _list.chunks()[index] : kNoChunk;
 }
 
 // To look at an element may be to decode it, and a merge asks of the same slot many times.
@@ -48,10 +48,10 @@ const PLMergeSlots::Occupied& PLMergeSlots::occupied(std::uint64_t chunk) const 
   if (_occupied.empty()) _occupied.resize(chunkCount());
   std::optional<Occupied>& occupied = _occupied[chunk];
   if (occupied) return *occupied;
-  const ArrayRun& run = *_list.runs()[chunk];
+  const ArrayChunk& elements = *_list.chunks()[chunk];
   occupied.emplace();
-  for (std::size_t index = 0; index < run.size(); ++index) {
-    occupied->set(index, run.show(index, _view) && !_view.isEmpty());
+  for (std::size_t index = 0; index < elements.size(); ++index) {
+    occupied->set(index, elements.view(index, _view) && !_view.isEmpty());
   }
   return *occupied;
 }
@@ -80,28 +80,28 @@ Dictionary PLMergeSlots::form(std::uint64_t slot) const {
 }
 
 std::string_view PLMergeSlots::guid(std::uint64_t slot) const {
-  if (slot >= size() || !chunk(chunkOfSlot(slot))->show(slot % LongArray::RunSize, _view)) return {};
+  if (slot >= size() || !chunk(chunkOfSlot(slot))->view(slot % LongArray::ChunkSize, _view)) return {};
   const auto entry = std::find_if(_view.begin(), _view.end(), [](const EntryView& each) {
     return each.key == PLPersonRecordGUIDKey && each.kind == Value::Kind::string;
   });
   return entry == _view.end() ? std::string_view() : entry->text;
 }
 
-ArrayRun::Element PLMergeSlots::element(std::uint64_t slot) const {
+ArrayChunk::Element PLMergeSlots::element(std::uint64_t slot) const {
   if (slot >= size()) return {Value(Dictionary())};
-  return {chunk(chunkOfSlot(slot)), slot % LongArray::RunSize};
+  return {chunk(chunkOfSlot(slot)), slot % LongArray::ChunkSize};
 }
 
 // What is seen of two elements is compared without making them, unless it is not all there is to them.
 bool PLMergeSlots::hasSameElement(std::uint64_t slot, const PLMergeSlots& other, std::uint64_t otherSlot) const {
-  const ArrayRun& run = *chunk(chunkOfSlot(slot));
-  const ArrayRun& otherRun = *other.chunk(chunkOfSlot(otherSlot));
-  const std::size_t index = slot % LongArray::RunSize;
-  const std::size_t otherIndex = otherSlot % LongArray::RunSize;
-  if (homeOf(run, index) == homeOf(otherRun, otherIndex)) return true;
-  const bool areSeen =
-      run.show(index, _view) && otherRun.show(otherIndex, _otherView) && isAllSeen(_view) && isAllSeen(_otherView);
-  return areSeen ? std::ranges::equal(_view, _otherView, areEqual) : run.at(index) == otherRun.at(otherIndex);
+  const ArrayChunk& ownChunk = *chunk(chunkOfSlot(slot));
+  const ArrayChunk& otherChunk = *other.chunk(chunkOfSlot(otherSlot));
+  const std::size_t index = slot % LongArray::ChunkSize;
+  const std::size_t otherIndex = otherSlot % LongArray::ChunkSize;
+  if (homeOf(ownChunk, index) == homeOf(otherChunk, otherIndex)) return true;
+  const bool areSeen = ownChunk.view(index, _view) && otherChunk.view(otherIndex, _otherView) && isAllSeen(_view) &&
+                       isAllSeen(_otherView);
+  return areSeen ? std::ranges::equal(_view, _otherView, areEqual) : ownChunk.at(index) == otherChunk.at(otherIndex);
 }
 
 void forEachDifferingChunk(const PLMergeSlots& one, const PLMergeSlots& other,

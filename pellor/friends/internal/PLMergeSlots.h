@@ -28,13 +28,13 @@ class PLMergeSlots {
   std::uint64_t pageOf(std::uint64_t slot) const { return slot / _groupSize; }
   std::uint64_t positionOf(std::uint64_t slot) const { return slot % _groupSize; }
 
-  std::uint64_t chunkCount() const { return _list.runs().size(); }
+  std::uint64_t chunkCount() const { return _list.chunks().size(); }
   /// The chunk, or null behind the end.
-  const std::shared_ptr<const ArrayRun>& chunk(std::uint64_t index) const;
+  const std::shared_ptr<const ArrayChunk>& chunk(std::uint64_t index) const;
 
   /// Whether nobody stands there: an element that is no dictionary, or one without entries.
   bool isEmpty(std::uint64_t slot) const {
-    return slot >= size() || !occupied(slot / LongArray::RunSize)[slot % LongArray::RunSize];
+    return slot >= size() || !occupied(slot / LongArray::ChunkSize)[slot % LongArray::ChunkSize];
   }
   /// How many friends stand on the page.
   std::uint64_t friendCount(std::uint64_t page) const;
@@ -46,11 +46,11 @@ class PLMergeSlots {
   std::string_view guid(std::uint64_t slot) const;
   /// Whether the slots of two lists, both of them inside, have equal elements.
   bool hasSameElement(std::uint64_t slot, const PLMergeSlots& other, std::uint64_t otherSlot) const;
-  /// The element, for a new run.
-  ArrayRun::Element element(std::uint64_t slot) const;
+  /// The element, for a new chunk.
+  ArrayChunk::Element element(std::uint64_t slot) const;
 
  private:
-  using Occupied = std::bitset<LongArray::RunSize>;
+  using Occupied = std::bitset<LongArray::ChunkSize>;
   const Occupied& occupied(std::uint64_t chunk) const;
 
   const LongArray& _list;
@@ -65,7 +65,7 @@ void forEachDifferingChunk(const PLMergeSlots& one, const PLMergeSlots& other,
                            const std::function<void(std::uint64_t)>& visit);
 
 /// The chunk of a slot, and the slots of a chunk.
-inline std::uint64_t chunkOfSlot(std::uint64_t slot) { return slot / LongArray::RunSize; }
-inline std::uint64_t firstSlotOfChunk(std::uint64_t chunk) { return chunk * LongArray::RunSize; }
+inline std::uint64_t chunkOfSlot(std::uint64_t slot) { return slot / LongArray::ChunkSize; }
+inline std::uint64_t firstSlotOfChunk(std::uint64_t chunk) { return chunk * LongArray::ChunkSize; }
 
 }  // namespace pellor

@@ -66,17 +66,17 @@ void PLPersonIndex::enter(PLPerson& person, std::uint64_t place) {
   if (_places.enter(person, place)) addIdentifiers(person);
 }
 
-void PLPersonIndex::enter(const PLPersonNewcomers& newcomers) {
-  for (const PLHashedPerson& entry : newcomers._places) tellObserver(*entry.person);
-  _destinationlessPersonCount += newcomers._destinationlessCount;
-  _places.reserve(_places.personCount() + newcomers._places.size());
-  for (const PLHashedPerson& entry : inTableOrder(newcomers._places)) _places.enter(*entry.person, entry.number);
-  _byGUID.reserve(_byGUID.count() + newcomers._guids.size());
-  for (const PLHashedPerson& entry : inTableOrder(newcomers._guids)) {
+void PLPersonIndex::enter(const PLPersonBatch& batch) {
+  for (const PLHashedPerson& entry : batch._places) tellObserver(*entry.person);
+  _destinationlessPersonCount += batch._destinationlessCount;
+  _places.reserve(_places.personCount() + batch._places.size());
+  for (const PLHashedPerson& entry : inTableOrder(batch._places)) _places.enter(*entry.person, entry.number);
+  _byGUID.reserve(_byGUID.count() + batch._guids.size());
+  for (const PLHashedPerson& entry : inTableOrder(batch._guids)) {
     _byGUID.add([&] { return entry.person->record().identifyingGUID(); }, entry.hash, *entry.person);
   }
-  _byDestination.reserve(_byDestination.count() + newcomers._destinations.size());
-  for (const PLHashedPerson& entry : inTableOrder(newcomers._destinations)) {
+  _byDestination.reserve(_byDestination.count() + batch._destinations.size());
+  for (const PLHashedPerson& entry : inTableOrder(batch._destinations)) {
     _byDestination.add([&] { return entry.person->record().destination(entry.number); }, entry.hash, *entry.person);
   }
 }

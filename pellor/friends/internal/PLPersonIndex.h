@@ -7,10 +7,10 @@
 #include <string_view>
 
 #include "pellor/friends/detail/PLPersonForm.h"
+#include "pellor/friends/internal/PLPersonBatch.h"
 #include "pellor/friends/internal/PLPersonIdentityChanges.h"
 #include "pellor/friends/internal/PLPersonKeyTable.h"
 #include "pellor/friends/internal/PLPersonKeys.h"
-#include "pellor/friends/internal/PLPersonNewcomers.h"
 #include "pellor/friends/internal/PLPersonPlaces.h"
 
 namespace pellor {
@@ -48,7 +48,7 @@ class PLPersonIndex : private PLPersonIdentityObserver {
   void leave(PLPerson& person, std::uint64_t place);
   void move(PLPerson& person, std::uint64_t from, std::uint64_t to);
   /// The same as entering one after the other, and much faster when they are many.
-  void enter(const PLPersonNewcomers& newcomers);
+  void enter(const PLPersonBatch& batch);
   void moveDown(std::uint64_t first, std::uint64_t count) { _places.moveDown(first, count); }
   const PLPersonPlaces& places() const { return _places; }
 

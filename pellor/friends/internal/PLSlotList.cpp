@@ -7,12 +7,12 @@
 
 namespace pellor {
 
-// A leaf of the list becomes a run of the stored array.
-static_assert(PLSlotSnapshot::LeafSize == LongArray::RunSize);
+// A chunk of the list becomes a chunk of the stored array.
+static_assert(PLSlotSnapshot::ChunkSize == LongArray::ChunkSize);
 
 namespace detail {
 
-// A node of the tree. A leaf has slots, a branch has children; both are full but for the last ones of the list.
+// A node of the tree. A chunk has slots, a branch has children; both are full but for the last ones of the list.
 struct SlotNode {
   std::uint64_t edition = 0;
   std::uint64_t occupied = 0;
@@ -28,7 +28,7 @@ using Node = detail::SlotNode;
 
 constexpr unsigned kBits = 5;
 constexpr std::uint64_t kFanOut = 1U << kBits;
-static_assert(kFanOut == PLSlotSnapshot::LeafSize);
+static_assert(kFanOut == PLSlotSnapshot::ChunkSize);
 constexpr unsigned kGreatestHeight = 64 / kBits;
 
 // How many slots a full tree of that height has.
@@ -60,17 +60,17 @@ class Difference {
   explicit Difference(const std::function<void(std::uint64_t)>& visit) : _visit(visit) {}
 
   void visit(const Node& node, unsigned height, const Node* other, unsigned otherHeight,
-             std::uint64_t firstLeaf) const {
+             std::uint64_t firstChunk) const {
     for (; other && otherHeight > height; --otherHeight) {
       other = other->children.empty() ? nullptr : other->children.front().get();
     }
     if (&node == other) return;
-    if (height == 0) return _visit(firstLeaf);
+    if (height == 0) return _visit(firstChunk);
     const std::uint64_t width = extent(height - 1) / kFanOut;
     for (std::size_t index = 0; index < node.children.size(); ++index) {
       const Node* counterpart = counterpartOfChild(index, height, other, otherHeight);
       visit(*node.children[index], height - 1, counterpart, counterpart == other ? otherHeight : height - 1,
-            firstLeaf + index * width);
+            firstChunk + index * width);
     }
   }
 
@@ -90,16 +90,16 @@ void PLSlotSnapshot::forEach(const std::function<void(const Slot&)>& visit) cons
   if (_root) visitNode(*_root, _height, visit);
 }
 
-std::span<const Slot> PLSlotSnapshot::leaf(std::uint64_t index) const {
-  return leafOf(*_root, _height, index * LeafSize).content;
+std::span<const Slot> PLSlotSnapshot::chunk(std::uint64_t index) const {
+  return leafOf(*_root, _height, index * ChunkSize).content;
 }
 
-void PLSlotSnapshot::forEachDifferingLeaf(const PLSlotSnapshot& other,
-                                          const std::function<void(std::uint64_t)>& visit) const {
+void PLSlotSnapshot::forEachDifferingChunk(const PLSlotSnapshot& other,
+                                           const std::function<void(std::uint64_t)>& visit) const {
   if (_count > 0) Difference(visit).visit(*_root, _height, other._root.get(), other._height, 0);
 }
 
-// The nodes from the root to a leaf, all of them writable.
+// The nodes from the root to a chunk, all of them writable.
 struct PLSlotList::Path {
   void count(bool was, bool is) const {
     if (was != is) addOccupied(is ? 1 : std::uint64_t(0) - 1);
@@ -108,7 +108,7 @@ struct PLSlotList::Path {
   void addOccupied(std::uint64_t number) const {
     for (unsigned level = 0; level < length; ++level) nodes[level]->occupied += number;
   }
-  Node& leaf() const { return *nodes[length - 1]; }
+  Node& chunk() const { return *nodes[length - 1]; }
 
   std::array<Node*, kGreatestHeight + 1> nodes;
   unsigned length = 0;
@@ -146,7 +146,7 @@ void PLSlotList::append(Slot slot) {
 Slot PLSlotList::setInTree(std::uint64_t index, Slot slot) {
   ++_version;
   const Path path = writablePath(index);
-  auto& content = path.leaf().content;
+  auto& content = path.chunk().content;
   const std::uint64_t place = index & (kFanOut - 1);
   if (place == content.size()) content.push_back(EmptySlot);
   path.count(content[place] != EmptySlot, slot != EmptySlot);
@@ -159,7 +159,7 @@ PLSlotList::Path PLSlotList::writablePath(std::uint64_t index) {
   Path path;
   path.nodes[path.length++] = &writable(_root);
   for (unsigned height = _height; height > 0; --height) {
-    auto& children = path.leaf().children;
+    auto& children = path.chunk().children;
     const std::uint64_t child = childIndex(index, height);
     if (child == children.size()) children.push_back(makeNode(height - 1));
     path.nodes[path.length++] = &writable(children[child]);
@@ -202,7 +202,7 @@ void PLSlotList::remove(std::uint64_t first, std::uint64_t count) {
   }
 }
 
-// Puts into each slot from `first` to `end` what is in the slot that is `by` further on, a leaf at a time; leaves that
+// Puts into each slot from `first` to `end` what is in the slot that is `by` further on, a chunk at a time; chunks that
 // stay as they are are not copied.
 void PLSlotList::moveDownInTree(std::uint64_t first, std::uint64_t by, std::uint64_t end) {
   std::vector<Slot> moved;
@@ -222,7 +222,7 @@ void PLSlotList::moveDownInTree(std::uint64_t first, std::uint64_t by, std::uint
     const auto& current = leafOf(*_root, _height, next).content;
     if (std::equal(moved.begin(), moved.end(), current.begin() + static_cast<std::ptrdiff_t>(place))) continue;
     const Path path = writablePath(next);
-    auto& content = path.leaf().content;
+    auto& content = path.chunk().content;
     const std::uint64_t before = occupiedIn(content);
     std::ranges::swap_ranges(moved, std::span(content).subspan(place, moved.size()));
     path.addOccupied(occupiedIn(content) - before);

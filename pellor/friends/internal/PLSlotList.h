@@ -20,11 +20,11 @@ struct SlotNode;
 
 /// One version of the list: immutable, readable on any thread, and sharing all that later versions did not change.
 ///
-/// The slots lie in leaves of `LeafSize`, of which the last may be shorter. A leaf that did not change from one version
-/// to another is the same object in both.
+/// The slots lie in chunks of `ChunkSize`, of which the last may be shorter. A chunk that did not change from one
+/// version to another is the same object in both.
 class PLSlotSnapshot {
  public:
-  static constexpr std::size_t LeafSize = 32;
+  static constexpr std::size_t ChunkSize = 32;
 
   std::uint64_t count() const { return _count; }
   /// Grows with every edit of the list.
@@ -32,12 +32,12 @@ class PLSlotSnapshot {
   /// Calls `visit` with each slot, in order.
   void forEach(const std::function<void(const Slot&)>& visit) const;
 
-  std::uint64_t leafCount() const { return (_count + LeafSize - 1) / LeafSize; }
-  /// The slots of a leaf below `leafCount()`, which live as long as any snapshot that shares them.
-  std::span<const Slot> leaf(std::uint64_t index) const;
-  /// Calls `visit` with the index of each leaf of this version, in order, that is not the same object as the one at its
-  /// place in `other`. Costs as much as there are such leaves, not as the list is long.
-  void forEachDifferingLeaf(const PLSlotSnapshot& other, const std::function<void(std::uint64_t)>& visit) const;
+  std::uint64_t chunkCount() const { return (_count + ChunkSize - 1) / ChunkSize; }
+  /// The slots of a chunk below `chunkCount()`, which live as long as any snapshot that shares them.
+  std::span<const Slot> chunk(std::uint64_t index) const;
+  /// Calls `visit` with the index of each chunk of this version, in order, that is not the same object as the one at
+  /// its place in `other`. Costs as much as there are such chunks, not as the list is long.
+  void forEachDifferingChunk(const PLSlotSnapshot& other, const std::function<void(std::uint64_t)>& visit) const;
 
  private:
   friend class PLSlotList;
@@ -109,7 +109,7 @@ class PLSlotList {
   std::shared_ptr<Node> _root;
   std::uint64_t _count = 0;
   std::uint64_t _version = 0;
-  unsigned _height = 0;  // of the tree: a leaf has height 0
+  unsigned _height = 0;  // of the tree: a chunk has height 0
   PLPersonIndex _people;
 };
 

@@ -12,12 +12,12 @@ PLSlotRearrangement::~PLSlotRearrangement() {
   for (std::size_t number = 0; number < _displaced.size(); ++number) {
     if (_displaced[number] != EmptySlot) _list._people.leave(*_displaced[number], _firstPlaceBehind + number);
   }
-  enterNewcomers();
+  enterBatch();
 }
 
 void PLSlotRearrangement::displace(std::uint64_t index) {
   if (_list.at(index) == EmptySlot) return;
-  if (!_newcomers.isEmpty() && index <= _newcomers.lastPlace()) enterNewcomers();
+  if (!_batch.isEmpty() && index <= _batch.lastPlace()) enterBatch();
   Slot person = _list.setInTree(index, EmptySlot);
   _list._people.move(*person, index, _firstPlaceBehind + _displaced.size());
   _displaced.push_back(std::move(person));
@@ -39,12 +39,12 @@ PLSlotRearrangement::Moved PLSlotRearrangement::bring(const PLPersonForm& form, 
 // Nobody asks for them before the end: only later slots are searched.
 void PLSlotRearrangement::put(std::uint64_t index, const std::shared_ptr<PLPerson>& person) {
   _list.setInTree(index, person);
-  _newcomers.add(*person, index);
+  _batch.add(*person, index);
 }
 
-void PLSlotRearrangement::enterNewcomers() {
-  _list._people.enter(_newcomers);
-  _newcomers = {};
+void PLSlotRearrangement::enterBatch() {
+  _list._people.enter(_batch);
+  _batch = {};
 }
 
 }  // namespace pellor

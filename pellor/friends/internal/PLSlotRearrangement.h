@@ -49,12 +49,12 @@ class PLSlotRearrangement {
   }
 
  private:
-  void enterNewcomers();
+  void enterBatch();
 
   PLSlotList& _list;
   const std::uint64_t _firstPlaceBehind;
   std::vector<Slot> _displaced;  // empty where one was brought back; they stand behind the list, in this order
-  PLPersonNewcomers _newcomers;  // who are to be entered into the index
+  PLPersonBatch _batch;          // who are to be entered into the index
 };
 
 }  // namespace pellor

@@ -15,12 +15,12 @@ namespace pellor {
 /// One version of the stored list, and beside it the version of the slots that it was written from or that it was
 /// merged into. Immutable once it is shared; any thread.
 ///
-/// A leaf of the slots and a run of the array have the same size, and what is known is known of a whole run. It holds
-/// for persons as they were when so many changes were counted (PLPersonChanges::changes): a person with a later change
-/// is another one.
+/// A chunk of the slots and a chunk of the array have the same size, and what is known is known of a whole chunk. It
+/// holds for persons as they were when so many changes were counted (PLPersonChanges::changes): a person with a later
+/// change is another one.
 class PLStoredVersion {
  public:
-  enum class Run : std::uint8_t {
+  enum class ChunkState : std::uint8_t {
     other,    ///< some element is not what the person in its slot would be stored as
     written,  ///< each element is the stored form of the person in its slot
     atRest,   ///< and to merge it again would change nothing
@@ -29,20 +29,20 @@ class PLStoredVersion {
   /// Nothing is known.
   PLStoredVersion() = default;
   /// What a merge of `array` into the list found: `list` is the list after it, `changes` the count before it.
-  PLStoredVersion(LongArray array, std::vector<Run> runs, PLSlotSnapshot list, std::uint64_t changes);
-  /// The same of a list into which edits of this process were merged on the way: in the leaves that `displaced` names
+  PLStoredVersion(LongArray array, std::vector<ChunkState> chunks, PLSlotSnapshot list, std::uint64_t changes);
+  /// The same of a list into which edits of this process were merged on the way: in the chunks that `displaced` names
   /// the elements of `array` have these persons, null for a friend whom the merged list has not.
-  PLStoredVersion(LongArray array, std::vector<Run> runs, PLSlotSnapshot list, std::uint64_t changes,
+  PLStoredVersion(LongArray array, std::vector<ChunkState> chunks, PLSlotSnapshot list, std::uint64_t changes,
                   std::map<std::uint64_t, std::vector<Slot>> displaced);
 
-  /// The list to be written for `list`: runs of which `known` has what would be written are taken over from there, and
-  /// for the others every element of which that holds, also from another place; only the rest is made. `changes` was
-  /// counted before.
-  /// `touched`, if not null, are the only leaves in which persons changed since `known` and up to that count.
+  /// The list to be written for `list`: chunks of which `known` has what would be written are taken over from there,
+  /// and for the others every element of which that holds, also from another place; only the rest is made. `changes`
+  /// was counted before. `touched`, if not null, are the only chunks in which persons changed since `known` and up to
+  /// that count.
   static PLStoredVersion made(const PLStoredVersion& known, PLSlotSnapshot list, std::uint64_t changes,
                               const std::vector<std::uint64_t>* touched = nullptr);
 
-  /// After `array` was written: has `stored`, as the store has it now, in place of the runs that were made, as far as
+  /// After `array` was written: has `stored`, as the store has it now, in place of the chunks that were made, as far as
   /// the store made them from these. Of others nothing is known then.
   void takeOver(const LongArray& stored);
 
@@ -51,22 +51,22 @@ class PLStoredVersion {
   std::uint64_t changes() const { return _changes; }
 
   /// How many leaves there are, and the persons of one of them: who stands for which element.
-  std::uint64_t leafCount() const { return array().runs().size(); }
-  std::span<const Slot> leaf(std::uint64_t index) const;
-  /// Which leaves of `list` are not known to have the persons that they have here, in place.
-  std::vector<bool> differingLeaves(const PLSlotSnapshot& list) const;
+  std::uint64_t chunkCount() const { return array().chunks().size(); }
+  std::span<const Slot> chunk(std::uint64_t index) const;
+  /// Which chunks of `list` are not known to have the persons that they have here, in place.
+  std::vector<bool> differingChunks(const PLSlotSnapshot& list) const;
 
-  /// Tells of a merge of another version which of its runs it may pass over, being where it was when it began.
+  /// Tells of a merge of another version which of its chunks it may pass over, being where it was when it began.
   class Unchanged {
    public:
     Unchanged(const PLStoredVersion& known, const LongArray& array, const PLSlotSnapshot& list, std::uint64_t changes);
-    /// Whether merging the run of that index would change nothing, provided that the merge has neither moved nor
+    /// Whether merging the chunk of that index would change nothing, provided that the merge has neither moved nor
     /// changed anybody there.
     bool operator()(std::size_t index) const;
 
    private:
     bool holdsTheSame(std::size_t index) const;
-    bool isMergedRun(std::size_t index) const;
+    bool isMergedChunk(std::size_t index) const;
 
     const PLStoredVersion& _known;
     const LongArray& _array;
@@ -78,13 +78,13 @@ class PLStoredVersion {
  private:
   class StoredForms;
 
-  bool holdsFor(std::span<const Slot> leaf) const;
+  bool holdsFor(std::span<const Slot> chunk) const;
   bool holdsFor(const Slot& slot) const;
 
   LongArray _array;
-  std::vector<Run> _runs;
+  std::vector<ChunkState> _chunks;
   PLSlotSnapshot _slots;
-  std::map<std::uint64_t, std::vector<Slot>> _displaced;  // in place of leaves of the slots
+  std::map<std::uint64_t, std::vector<Slot>> _displaced;  // in place of chunks of the slots
   std::uint64_t _changes = 0;
 };
 

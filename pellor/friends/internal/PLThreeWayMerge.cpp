@@ -16,7 +16,7 @@
 namespace pellor {
 namespace {
 
-bool areSameChunks(const LongArray& one, const LongArray& other) { return one.runs() == other.runs(); }
+bool areSameChunks(const LongArray& one, const LongArray& other) { return one.chunks() == other.chunks(); }
 
 bool isTheirsBase(const PLMergeInput& input) {
   return areSameChunks(input.base, input.theirs) && input.baseTitles == input.theirTitles;

@@ -13,7 +13,7 @@
 
 namespace pellor {
 
-/// Where each friend of one list stands in another, for the slots of a chunk (a run of LongArray::RunSize slots).
+/// Where each friend of one list stands in another, for the slots of a chunk (a chunk of LongArray::ChunkSize slots).
 /// Absent: the slot is empty, or its friend is not in the other list.
 using PLChunkOrigins = std::vector<std::optional<std::uint64_t>>;
 /// By the index of the chunk. In a chunk that is not named, each friend stands in the slot of the same index there, as

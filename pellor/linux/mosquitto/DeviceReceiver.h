@@ -13,8 +13,8 @@
 #include "pellor/linux/files/internal/FileLock.h"
 #include "pellor/linux/mosquitto/DevicePairing.h"
 #include "pellor/linux/mosquitto/GenerationMerge.h"
-#include "pellor/linux/mosquitto/KeptMessages.h"
 #include "pellor/linux/mosquitto/MQTTConnection.h"
+#include "pellor/linux/mosquitto/MessageStore.h"
 #include "pellor/linux/mosquitto/PushState.h"
 #include "pellor/platform/PreferencesStore.h"
 #include "pellor/platform/PreferencesSyncService.h"
@@ -126,7 +126,7 @@ class DeviceReceiver final : private MQTTConnection::Client {
   const FileLock _lock;
   const DevicePairing _pairing;
   const IncomingFile _file;
-  const KeptMessages _kept;
+  const MessageStore _kept;
   const std::shared_ptr<std::function<void(const std::string&)>> _tell;  ///< emptied when the object ends
 
   // Of the connection's thread.

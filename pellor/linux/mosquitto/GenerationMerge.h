@@ -7,7 +7,7 @@
 #include <set>
 #include <string>
 
-#include "pellor/linux/mosquitto/KeptMessages.h"
+#include "pellor/linux/mosquitto/MessageStore.h"
 #include "pellor/linux/mosquitto/PushState.h"
 #include "pellor/linux/mosquitto/ValuesMerge.h"
 
@@ -32,7 +32,7 @@ class GenerationMerge {
   struct Parts {
     IncomingState state;
     OutgoingState outgoing;
-    const KeptMessages& kept;
+    const MessageStore& kept;
     const ValuesMerge& merge;
     bool isOwnNameFirst;  ///< this device's name is before the other one's
   };

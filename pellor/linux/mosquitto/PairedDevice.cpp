@@ -27,7 +27,7 @@ PairedDevice::PairedDevice(Passkey, Process& process, PairedDeviceOptions option
       _pairing(_options.folder),
       _file(_options.folder),
       _exchanged(_options.folder),
-      _keptMessages(_options.folder),
+      _messageStore(_options.folder),
       _statusChanged(std::make_shared<std::function<void()>>(_options.statusChanged)),
       _pauses(Pauses),
       _connection(*this, _options.broker, _pairing.credentials(), MQTTConnection::anyClientId(), _options.folder,
@@ -240,7 +240,7 @@ bool PairedDevice::keepSent(IncomingState exchanged, const OutgoingState& state,
   Manifest manifest;
   bool isKept = true;
   for (const auto& [key, message] : sending.values) {
-    isKept = isKept && _keptMessages.keep(message);
+    isKept = isKept && _messageStore.keep(message);
     manifest.emplace(key, digestOf(message));
   }
   exchanged.addSent(sending.generation, manifest, state.acknowledged);

@@ -16,8 +16,8 @@
 
 #include "pellor/linux/files/internal/FileLock.h"
 #include "pellor/linux/mosquitto/DevicePairing.h"
-#include "pellor/linux/mosquitto/KeptMessages.h"
 #include "pellor/linux/mosquitto/MQTTConnection.h"
+#include "pellor/linux/mosquitto/MessageStore.h"
 #include "pellor/linux/mosquitto/PushState.h"
 #include "pellor/platform/PreferencesStore.h"
 #include "pellor/platform/PreferencesSyncService.h"
@@ -143,7 +143,7 @@ class PairedDevice final : public PreferencesSyncService, private SettleParticip
   const DevicePairing _pairing;
   const OutgoingFile _file;
   const IncomingFile _exchanged;
-  const KeptMessages _keptMessages;
+  const MessageStore _messageStore;
   const std::shared_ptr<std::function<void()>> _statusChanged;  ///< emptied when the object ends
   mutable Mutex _mutex;
   std::set<DomainKey> _kept PELLOR_GUARDED_BY(_mutex);  ///< asked for, and not in the file yet

@@ -4,7 +4,7 @@
 
 #include "pellor/linux/files/internal/PrivateFiles.h"
 #include "pellor/linux/files/internal/RegularFile.h"
-#include "pellor/linux/mosquitto/KeptMessages.h"
+#include "pellor/linux/mosquitto/MessageStore.h"
 #include "pellor/linux/mosquitto/SealingKeys.h"
 #include "pellor/linux/preferences/internal/CBORValue.h"
 
@@ -274,7 +274,7 @@ std::optional<FileLock> IncomingFile::waitForLock(LockPatience& patience) const 
 void IncomingFile::forget() const {
   std::error_code ignored;
   std::filesystem::remove(_file, ignored);
-  KeptMessages(_file.parent_path()).retain({});
+  MessageStore(_file.parent_path()).retain({});
 }
 
 IncomingState IncomingFile::read() const {

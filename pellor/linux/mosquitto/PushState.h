@@ -50,7 +50,7 @@ struct OutgoingState {
   void requestAgainAfter(std::uint64_t last);
 };
 
-/// The receiving side, and of both what has to be known when edits meet; the values are among the KeptMessages.
+/// The receiving side, and of both what has to be known when edits meet; the values are among the MessageStore.
 ///
 /// What arrives is merged with the base that `baseOf` names: values that both devices have had, so that an edit is what
 /// differs from them. When generations cross on the way there are two such, what was sent and what was received; then

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "pellor/linux/preferences/internal/CBORValue.h"
-#include "pellor/linux/preferences/internal/EncodedRun.h"
+#include "pellor/linux/preferences/internal/EncodedChunk.h"
 
 namespace pellor {
 namespace {
@@ -15,7 +15,7 @@ constexpr std::int64_t Everything = PostgreSQLDomain::Everything;
 constexpr const char* NewerValues =
     "SELECT key, revision, list, count, CASE WHEN revision > $2 THEN value END, writer, write_number"
     " FROM pellor.preferences WHERE domain = $1";
-constexpr const char* NewerRuns =
+constexpr const char* NewerChunks =
     "SELECT r.list, r.number, r.value FROM pellor.preferences p JOIN pellor.runs r ON r.list = p.list"
     " WHERE p.domain = $1 AND r.revision > $2";
 
@@ -28,15 +28,15 @@ auto* find(const Values& values, const Key& key) {
 }  // namespace
 
 PostgreSQLBatch PostgreSQLDomainReader::statements(std::string_view domain, std::int64_t since) {
-  return {{NewerValues, {domain, since}}, {NewerRuns, {domain, since}}};
+  return {{NewerValues, {domain, since}}, {NewerChunks, {domain, since}}};
 }
 
 PostgreSQLDomainReader::PostgreSQLDomainReader(std::uint64_t store, std::int64_t since, std::int64_t revision,
                                                std::span<const PostgreSQLRows> newer, const Snapshot* previous)
-    : _store(store), _since(since), _revision(revision), _values(newer[0]), _runs(newer[1]), _previous(previous) {
-  for (int row = 0; row < _runs.count(); ++row) _rowsOfLists[_runs.integer(row, 0)].push_back(row);
+    : _store(store), _since(since), _revision(revision), _values(newer[0]), _chunks(newer[1]), _previous(previous) {
+  for (int row = 0; row < _chunks.count(); ++row) _rowsOfLists[_chunks.integer(row, 0)].push_back(row);
   for (auto& [list, rows] : _rowsOfLists)
-    std::ranges::sort(rows, {}, [this](int row) { return _runs.integer(row, 1); });
+    std::ranges::sort(rows, {}, [this](int row) { return _chunks.integer(row, 1); });
 }
 
 std::shared_ptr<const PostgreSQLDomainReader::Snapshot> PostgreSQLDomainReader::snapshot() const {
@@ -71,37 +71,37 @@ std::optional<PostgreSQLDomain::Stored> PostgreSQLDomainReader::valueIn(int row,
 }
 
 std::optional<PostgreSQLDomain::Stored> PostgreSQLDomainReader::listIn(int row, const Stored* previous) const {
-  const StoredRuns rows{_values.integer(row, 2), _values.integer(row, 3), _values.integer(row, 1)};
+  const StoredChunks rows{_values.integer(row, 2), _values.integer(row, 3), _values.integer(row, 1)};
   const auto known = previous ? previous->list : nullptr;
   const bool isFollowed = _since != Everything && known && known->rows.list == rows.list;
   if (!isFollowed && !isNewer(row)) return std::nullopt;
   const std::vector<int>* newRows = find(_rowsOfLists, rows.list);
   if (isFollowed && !newRows && known->rows.count == rows.count) return *previous;
-  auto list = listOf(runsWith(newRows, rows, runsOf(known.get()), isFollowed), rows, _revision);
+  auto list = listOf(chunksWith(newRows, rows, chunksOf(known.get()), isFollowed), rows, _revision);
   if (list) return Stored{list->value, nullptr, list};
   if (_since != Everything) return std::nullopt;
   return Stored{Value(bytesOf(newRows)), nullptr, nullptr};
 }
 
-Runs PostgreSQLDomainReader::runsWith(const std::vector<int>* newRows, const StoredRuns& rows, const Runs& known,
-                                      bool isFollowed) const {
-  Runs runs = isFollowed ? known : Runs();
+Chunks PostgreSQLDomainReader::chunksWith(const std::vector<int>* newRows, const StoredChunks& rows,
+                                          const Chunks& known, bool isFollowed) const {
+  Chunks chunks = isFollowed ? known : Chunks();
   // No more of them than there can be, whatever the count says.
-  if (rows.count < 1 || runCount(rows) > runs.size() + (newRows ? newRows->size() : 0)) return {};
-  runs.resize(runCount(rows));
+  if (rows.count < 1 || chunkCount(rows) > chunks.size() + (newRows ? newRows->size() : 0)) return {};
+  chunks.resize(chunkCount(rows));
   for (const int row : newRows ? *newRows : std::vector<int>()) {
-    const auto number = static_cast<std::size_t>(_runs.integer(row, 1));
-    const auto bytes = _runs.bytes(row, 2);
+    const auto number = static_cast<std::size_t>(_chunks.integer(row, 1));
+    const auto bytes = _chunks.bytes(row, 2);
     const bool isKnown = number < known.size() && holds(*known[number], bytes);
-    if (number < runs.size()) runs[number] = isKnown ? known[number] : EncodedRun::decode(bytes);
+    if (number < chunks.size()) chunks[number] = isKnown ? known[number] : EncodedChunk::decode(bytes);
   }
-  return runs;
+  return chunks;
 }
 
 Data PostgreSQLDomainReader::bytesOf(const std::vector<int>* rows) const {
   Data all;
   for (const int row : rows ? *rows : std::vector<int>()) {
-    const auto bytes = _runs.bytes(row, 2);
+    const auto bytes = _chunks.bytes(row, 2);
     all.insert(all.end(), bytes.begin(), bytes.end());
   }
   return all;

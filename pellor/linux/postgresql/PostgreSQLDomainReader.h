@@ -12,7 +12,7 @@
 
 #include "pellor/linux/postgresql/PostgreSQLConnection.h"
 #include "pellor/linux/postgresql/PostgreSQLDomain.h"
-#include "pellor/linux/preferences/StoredRuns.h"
+#include "pellor/linux/preferences/StoredChunks.h"
 
 namespace pellor {
 
@@ -41,14 +41,15 @@ class PostgreSQLDomainReader {
   PreferenceVersion versionIn(int row) const;
   std::optional<Stored> valueIn(int row, const Stored* previous) const;
   std::optional<Stored> listIn(int row, const Stored* previous) const;
-  Runs runsWith(const std::vector<int>* newRows, const StoredRuns& rows, const Runs& known, bool isFollowed) const;
+  Chunks chunksWith(const std::vector<int>* newRows, const StoredChunks& rows, const Chunks& known,
+                    bool isFollowed) const;
   Data bytesOf(const std::vector<int>* rows) const;
 
   const std::uint64_t _store;
   const std::int64_t _since;
   const std::int64_t _revision;
   const PostgreSQLRows& _values;
-  const PostgreSQLRows& _runs;
+  const PostgreSQLRows& _chunks;
   const Snapshot* const _previous;
   std::map<std::int64_t, std::vector<int>> _rowsOfLists;
 };

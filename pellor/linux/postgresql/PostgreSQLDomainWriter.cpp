@@ -11,7 +11,7 @@
 namespace pellor {
 namespace {
 
-constexpr std::array<const char*, 2> RemoveRuns = {
+constexpr std::array<const char*, 2> RemoveChunks = {
     "DELETE FROM pellor.last_good_runs WHERE list ="
     " (SELECT list FROM pellor.preferences WHERE domain = $1 AND key = $2)",
     "DELETE FROM pellor.runs WHERE list = (SELECT list FROM pellor.preferences WHERE domain = $1 AND key = $2)"};
@@ -33,10 +33,10 @@ constexpr const char* PutList =
     " VALUES ($1, $2, $3, $4, $5, '', $6, $7) ON CONFLICT (domain, key) DO UPDATE SET revision = excluded.revision,"
     " writer = excluded.writer, write_number = excluded.write_number, value = excluded.value, list = excluded.list,"
     " count = excluded.count";
-constexpr const char* PutRun =
+constexpr const char* PutChunk =
     "INSERT INTO pellor.runs (list, number, value, revision) VALUES ($1, $2, $3, $4)"
     " ON CONFLICT (list, number) DO UPDATE SET value = excluded.value, revision = excluded.revision";
-constexpr const char* PutLastGoodRun =
+constexpr const char* PutLastGoodChunk =
     "INSERT INTO pellor.last_good_runs (list, number, value) VALUES ($1, $2, $3)"
     " ON CONFLICT (list, number) DO UPDATE SET value = excluded.value";
 
@@ -83,12 +83,12 @@ void PostgreSQLDomainWriter::add(const char* text, std::vector<PostgreSQLParamet
   _batch.push_back({text, std::move(parameters)});
 }
 
-void PostgreSQLDomainWriter::removeRuns(std::string_view key) {
-  for (const char* text : RemoveRuns) add(text, {_domain, key});
+void PostgreSQLDomainWriter::removeChunks(std::string_view key) {
+  for (const char* text : RemoveChunks) add(text, {_domain, key});
 }
 
 void PostgreSQLDomainWriter::removeAll(std::string_view key) {
-  removeRuns(key);
+  removeChunks(key);
   for (const char* text : RemoveValue) add(text, {_domain, key});
 }
 
@@ -96,7 +96,7 @@ PostgreSQLDomain::Stored PostgreSQLDomainWriter::putValue(std::string_view key, 
                                                           const Stored* stored) {
   const auto bytes = std::make_shared<const Data>(*std::move(value.bytes));
   // It may have been a list.
-  if (stored && !stored->bytes) removeRuns(key);
+  if (stored && !stored->bytes) removeChunks(key);
   add(PutValue, {_domain, key, _revision, bigint(_id.writer), bigint(_id.number), std::span(*bytes)});
   add(PutLastGood, {_domain, key, std::span(*bytes)});
   return {value.value, bytes, nullptr};
@@ -105,30 +105,30 @@ PostgreSQLDomain::Stored PostgreSQLDomainWriter::putValue(std::string_view key, 
 PostgreSQLDomain::Stored PostgreSQLDomainWriter::putList(std::string_view key, EncodedValue value,
                                                          const Stored* stored) {
   const auto known = stored ? stored->list : nullptr;
-  const StoredRuns rows{known ? known->rows.list : newListNumber(), static_cast<std::int64_t>(value.list->count),
-                        _revision};
+  const StoredChunks rows{known ? known->rows.list : newListNumber(), static_cast<std::int64_t>(value.list->count),
+                          _revision};
   if (stored && !known) removeAll(key);
-  const Runs& old = runsOf(known.get());
-  Runs& runs = value.list->runs;
-  for (std::size_t number = 0; number < runs.size(); ++number) {
-    if (number >= old.size() || !areSame(old[number], runs[number])) putRun(rows.list, number, *runs[number]);
+  const Chunks& old = chunksOf(known.get());
+  Chunks& chunks = value.list->chunks;
+  for (std::size_t number = 0; number < chunks.size(); ++number) {
+    if (number >= old.size() || !areSame(old[number], chunks[number])) putChunk(rows.list, number, *chunks[number]);
   }
   putHead(key, rows, old.size());
-  auto list = std::make_shared<const StoredList>(StoredList{rows, _revision, LongArray(std::move(runs))});
+  auto list = std::make_shared<const StoredList>(StoredList{rows, _revision, LongArray(std::move(chunks))});
   return {list->value, nullptr, list};
 }
 
-void PostgreSQLDomainWriter::putRun(std::int64_t list, std::size_t number, const ArrayRun& run) {
+void PostgreSQLDomainWriter::putChunk(std::int64_t list, std::size_t number, const ArrayChunk& chunk) {
   const auto place = static_cast<std::int64_t>(number);
-  add(PutRun, {list, place, bytesOf(run), _revision});
-  add(PutLastGoodRun, {list, place, bytesOf(run)});
+  add(PutChunk, {list, place, bytesOf(chunk), _revision});
+  add(PutLastGoodChunk, {list, place, bytesOf(chunk)});
 }
 
-void PostgreSQLDomainWriter::putHead(std::string_view key, const StoredRuns& rows, std::size_t formerRows) {
+void PostgreSQLDomainWriter::putHead(std::string_view key, const StoredChunks& rows, std::size_t formerRows) {
   _writesList = true;
   add(PutList, {_domain, key, _revision, bigint(_id.writer), bigint(_id.number), rows.list, rows.count});
-  if (formerRows <= runCount(rows)) return;
-  for (const char* text : RemoveLastRows) add(text, {rows.list, static_cast<std::int64_t>(runCount(rows))});
+  if (formerRows <= chunkCount(rows)) return;
+  for (const char* text : RemoveLastRows) add(text, {rows.list, static_cast<std::int64_t>(chunkCount(rows))});
 }
 
 }  // namespace pellor

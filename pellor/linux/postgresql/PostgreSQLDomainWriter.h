@@ -12,7 +12,7 @@
 
 #include "pellor/linux/postgresql/PostgreSQLConnection.h"
 #include "pellor/linux/postgresql/PostgreSQLDomain.h"
-#include "pellor/linux/preferences/StoredRuns.h"
+#include "pellor/linux/preferences/StoredChunks.h"
 
 namespace pellor {
 
@@ -39,7 +39,7 @@ class PostgreSQLDomainWriter {
   /// `stored` is what the transaction found, `domain` its name; both have to outlive the writer.
   PostgreSQLDomainWriter(std::string_view domain, const PostgreSQLDomain& stored, const PostgreSQLWriting& writing);
 
-  /// Of a long array the rows are written of which the bytes differ. Its runs are those that were given, also where
+  /// Of a long array the rows are written of which the bytes differ. Its chunks are those that were given, also where
   /// these take the place of equal ones.
   void put(const std::string& key, EncodedValue value);
   void remove(const std::string& key);
@@ -52,12 +52,12 @@ class PostgreSQLDomainWriter {
 
  private:
   void add(const char* text, std::vector<PostgreSQLParameter> parameters);
-  void removeRuns(std::string_view key);
+  void removeChunks(std::string_view key);
   void removeAll(std::string_view key);
   Stored putValue(std::string_view key, EncodedValue value, const Stored* stored);
   Stored putList(std::string_view key, EncodedValue value, const Stored* stored);
-  void putRun(std::int64_t list, std::size_t number, const ArrayRun& run);
-  void putHead(std::string_view key, const StoredRuns& rows, std::size_t formerRows);
+  void putChunk(std::int64_t list, std::size_t number, const ArrayChunk& chunk);
+  void putHead(std::string_view key, const StoredChunks& rows, std::size_t formerRows);
 
   const std::string_view _domain;
   const PostgreSQLDomain& _stored;

@@ -26,7 +26,7 @@ namespace pellor {
 /// for. After the connection was lost everything is read again.
 ///
 /// Values are kept as in the SQLite store: a long array, and an array of nothing but dictionaries, in rows of
-/// LongArray::RunSize elements, of which only those are written and read that changed (see SQLitePreferences). Runs
+/// LongArray::ChunkSize elements, of which only those are written and read that changed (see SQLitePreferences). Runs
 /// that were written are those that are read then, also where they took the place of equal ones.
 ///
 /// A failure is logged once when it begins and once when it ends; that the server is away is the service's business.

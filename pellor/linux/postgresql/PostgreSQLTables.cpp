@@ -6,7 +6,7 @@
 #include "pellor/linux/postgresql/PostgreSQLDomainReader.h"
 #include "pellor/linux/postgresql/PostgreSQLSchema.h"
 #include "pellor/linux/preferences/internal/CBORValue.h"
-#include "pellor/linux/preferences/internal/EncodedRun.h"
+#include "pellor/linux/preferences/internal/EncodedChunk.h"
 
 namespace pellor {
 namespace {
@@ -25,7 +25,7 @@ constexpr const char* EnsurePlace = "INSERT INTO pellor.domains VALUES ($1, 0) O
 constexpr const char* LockedPlace =
     "SELECT (SELECT coalesce(max(version), 0) FROM pellor.version), (SELECT max(store) FROM pellor.version), revision"
     " FROM pellor.domains WHERE domain = $1 FOR UPDATE";
-constexpr const char* LastGoodRuns =
+constexpr const char* LastGoodChunks =
     "SELECT p.count, g.value FROM pellor.preferences p JOIN pellor.last_good_runs g ON g.list = p.list"
     " WHERE p.domain = $1 AND p.key = $2 ORDER BY g.number";
 constexpr const char* LastGoodValue = "SELECT value FROM pellor.last_good WHERE domain = $1 AND key = $2";
@@ -144,14 +144,14 @@ PostgreSQLTables::Outcome PostgreSQLTables::write(PostgreSQLConnection& connecti
 std::optional<Value> PostgreSQLTables::lastGood(PostgreSQLConnection& connection, std::string_view key,
                                                 std::string_view domain) {
   const auto rows = connection.run(
-      {{BeginReading}, {Place, {domain}}, {LastGoodRuns, {domain, key}}, {LastGoodValue, {domain, key}}, {"COMMIT"}});
+      {{BeginReading}, {Place, {domain}}, {LastGoodChunks, {domain, key}}, {LastGoodValue, {domain, key}}, {"COMMIT"}});
   PostgreSQLSchema::requireVersion(rows[1].integer(0, 0));
   const PostgreSQLRows &list = rows[2], &value = rows[3];
   if (list.count() == 0) return value.count() > 0 ? decodeCBOR(value.bytes(0, 0)) : std::nullopt;
-  Runs runs;
-  for (int row = 0; row < list.count(); ++row) runs.push_back(EncodedRun::decode(list.bytes(row, 1)));
-  if (!areWhole(runs, {0, list.integer(0, 0), 0})) return std::nullopt;
-  return LongArray(std::move(runs));
+  Chunks chunks;
+  for (int row = 0; row < list.count(); ++row) chunks.push_back(EncodedChunk::decode(list.bytes(row, 1)));
+  if (!areWhole(chunks, {0, list.integer(0, 0), 0})) return std::nullopt;
+  return LongArray(std::move(chunks));
 }
 
 bool PostgreSQLTables::putAside(PostgreSQLConnection& connection, std::string_view key, std::string_view domain) {

@@ -14,7 +14,7 @@
 #include "pellor/linux/files/internal/PrivateFiles.h"
 #include "pellor/linux/files/internal/RegularFile.h"
 #include "pellor/linux/preferences/internal/CBORValue.h"
-#include "pellor/linux/preferences/internal/EncodedRun.h"
+#include "pellor/linux/preferences/internal/EncodedChunk.h"
 #include "pellor/runtime/LongArray.h"
 
 namespace pellor {
@@ -83,13 +83,13 @@ std::optional<Value> takePart(std::string_view& text) {
 }
 
 Value encodedForm(const StoreCopy::Content& content) {
-  if (content.runs.empty()) return content.bytes;
-  Array runs;
-  for (const auto& run : content.runs) {
-    const auto bytes = bytesOf(*run);
-    runs.emplace_back(Data(bytes.begin(), bytes.end()));
+  if (content.chunks.empty()) return content.bytes;
+  Array chunks;
+  for (const auto& chunk : content.chunks) {
+    const auto bytes = bytesOf(*chunk);
+    chunks.emplace_back(Data(bytes.begin(), bytes.end()));
   }
-  return runs;
+  return chunks;
 }
 
 Value wordOf(std::uint64_t number) { return static_cast<std::int64_t>(number); }
@@ -144,9 +144,9 @@ std::optional<StoreCopy::Content> contentIn(const Value& value) {
   if (!encoded) return std::nullopt;
   for (const Value& each : *encoded) {
     const Data* bytes = each.data();
-    auto run = bytes ? EncodedRun::decode(*bytes) : nullptr;
-    if (!run) return std::nullopt;
-    content.runs.push_back(std::move(run));
+    auto chunk = bytes ? EncodedChunk::decode(*bytes) : nullptr;
+    if (!chunk) return std::nullopt;
+    content.chunks.push_back(std::move(chunk));
   }
   return content;
 }
@@ -211,7 +211,7 @@ std::string friendsText(std::uint64_t friends) {
 }
 
 std::optional<Value> StoreCopy::Content::value() const {
-  if (!runs.empty()) return LongArray(runs);
+  if (!chunks.empty()) return LongArray(chunks);
   return decodeCBOR(bytes);
 }
 

@@ -11,17 +11,17 @@
 #include <utility>
 #include <vector>
 
-#include "pellor/linux/preferences/StoredRuns.h"
+#include "pellor/linux/preferences/StoredChunks.h"
 #include "pellor/runtime/Value.h"
 
 namespace pellor {
 
 /// All that a store held at one moment. Values are as the store encodes them: nothing is decoded to keep them.
 struct StoreCopy {
-  /// A value's bytes, or the runs of a long array.
+  /// A value's bytes, or the chunks of a long array.
   struct Content {
     Data bytes;
-    Runs runs;
+    Chunks chunks;
     std::uint64_t count = 0;  ///< of the value's version
 
     /// Absent when it does not decode.

@@ -3,16 +3,16 @@
 #include <utility>
 
 #include "pellor/runtime/Fatal.h"
-#include "pellor/runtime/Frame.h"
 #include "pellor/runtime/Process.h"
 #include "pellor/runtime/Scheduler.h"
+#include "pellor/runtime/TaskContext.h"
 
 namespace pellor {
 
 ConcurrentStrand::ConcurrentStrand(Process& process, std::shared_ptr<Scheduler> scheduler, std::string label)
     : ConcurrentQueue(process, std::move(label)), Strand(process, std::move(scheduler)) {}
 
-bool ConcurrentStrand::isCurrent() const { return Frame::innermostQueue() == this; }
+bool ConcurrentStrand::isCurrent() const { return TaskContext::innermostQueue() == this; }
 
 /// Who runs on the queue may look without the lock: no barrier begins or ends beside a read, nor beside another
 /// barrier.
@@ -40,10 +40,10 @@ void ConcurrentStrand::append(Entry entry) {
 }
 
 void ConcurrentStrand::syncRead(const std::function<void()>& read) {
-  if (Frame::isInside(*this)) fatal("a synchronous read from outside the tasks of queue " + label());
+  if (TaskContext::isInside(*this)) fatal("a synchronous read from outside the tasks of queue " + label());
   if (!_gate.tryEnter()) enterInTurn(&read);
   {
-    const Frame frame(process(), this, Frame::Kind::read);
+    const TaskContext context(process(), this, TaskContext::Kind::read);
     read();
   }
   finish(false, TurnAfter::askedFor);

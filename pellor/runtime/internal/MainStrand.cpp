@@ -16,9 +16,9 @@ MainStrand::MainStrand(Process& process, std::shared_ptr<Scheduler> scheduler)
 
 bool MainStrand::isCurrent() const {
   if (!isOwnerThread()) return false;
-  const Frame* innermost = Frame::innermost();
+  const TaskContext* innermost = TaskContext::innermost();
   if (innermost && &innermost->process() != owner()) return false;
-  const Queue* queue = Frame::innermostQueue();
+  const Queue* queue = TaskContext::innermostQueue();
   return !queue || queue == this;
 }
 

@@ -10,9 +10,9 @@
 #include <optional>
 #include <vector>
 
-#include "pellor/runtime/Frame.h"
 #include "pellor/runtime/MainQueue.h"
 #include "pellor/runtime/Strand.h"
+#include "pellor/runtime/TaskContext.h"
 #include "pellor/runtime/Timer.h"
 
 namespace pellor {
@@ -37,7 +37,7 @@ class MainStrand final : public MainQueue, public Strand {
   void clearDeadline(Deadline deadline) override;
 
   /// Whether the calling thread is the one that made the process.
-  bool isOwnerThread() const { return Frame::thread() == _ownerThread; }
+  bool isOwnerThread() const { return TaskContext::thread() == _ownerThread; }
   /// Queues the handlers of the timers that are due.
   void fireDueTimers();
   /// Runs a due timer or a task; without one waits for either, for a nudge or for `until`.
@@ -59,7 +59,7 @@ class MainStrand final : public MainQueue, public Strand {
   bool takeStop();
   std::uint64_t queuedCount() const;
 
-  const void* const _ownerThread = Frame::thread();
+  const void* const _ownerThread = TaskContext::thread();
   // The owner thread's.
   bool _isInRun = false;
   std::deque<Task> _batch;         // taken out of _tasks all at once, so that a burst of posts meets the lock once

@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "pellor/runtime/Fatal.h"
-#include "pellor/runtime/Frame.h"
 #include "pellor/runtime/Process.h"
 #include "pellor/runtime/Scheduler.h"
+#include "pellor/runtime/TaskContext.h"
 
 namespace pellor {
 
@@ -25,7 +25,7 @@ void SerialStrand::async(Task task) {
   scheduler().submit(asStrand(*this));
 }
 
-bool SerialStrand::isCurrent() const { return Frame::innermostQueue() == this; }
+bool SerialStrand::isCurrent() const { return TaskContext::innermostQueue() == this; }
 
 bool SerialStrand::runNext() noexcept {
   Task task = takeNext();

@@ -44,13 +44,13 @@ inline Array persons(std::size_t count) {
 
 /// A next version of the list, as somebody makes it who shares what stays.
 inline Value withElement(const LongArray& list, std::size_t index, const Value& value) {
-  auto runs = list.runs();
-  auto& run = runs[index / LongArray::RunSize];
-  std::vector<ArrayRun::Element> elements;
-  for (std::size_t place = 0; place < run->size(); ++place) elements.emplace_back(run, place);
-  elements[index % LongArray::RunSize] = value;
-  run = ArrayRun::make(std::move(elements));
-  return LongArray(std::move(runs));
+  auto chunks = list.chunks();
+  auto& chunk = chunks[index / LongArray::ChunkSize];
+  std::vector<ArrayChunk::Element> elements;
+  for (std::size_t place = 0; place < chunk->size(); ++place) elements.emplace_back(chunk, place);
+  elements[index % LongArray::ChunkSize] = value;
+  chunk = ArrayChunk::make(std::move(elements));
+  return LongArray(std::move(chunks));
 }
 
 template <class Factory>

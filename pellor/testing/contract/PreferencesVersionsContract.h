@@ -196,29 +196,31 @@ TYPED_TEST_P(PreferencesVersionsContract, ADamagedValueHasAVersionAndIsWrittenOv
 }
 
 TYPED_TEST_P(PreferencesVersionsContract, RunsThatDidNotChangeStayTheSame) {
-  const auto runsOf = [](const VersionedPreference& stored) {
+  const auto chunksOf = [](const VersionedPreference& stored) {
     const auto* list = stored.value ? stored.value->longArray() : nullptr;
     EXPECT_TRUE(list);
-    return list ? list->runs() : LongArray().runs();
+    return list ? list->chunks() : LongArray().chunks();
   };
-  const LongArray list(persons(5 * LongArray::RunSize - 3));
+  const LongArray list(persons(5 * LongArray::ChunkSize - 3));
   auto writer = this->open(), reader = this->open();
   const auto first = writer.store("key", setTo(list));
-  const auto own = runsOf(writer.read("key"));
-  ASSERT_EQ(own.size(), list.runs().size());
-  for (std::size_t run = 0; run < own.size(); ++run) EXPECT_TRUE(own[run]->isCopyOf(*list.runs()[run])) << run;
-  const auto known = runsOf(reader.read("key"));
-  EXPECT_EQ(runsOf(reader.read("key")), known);
+  const auto own = chunksOf(writer.read("key"));
+  ASSERT_EQ(own.size(), list.chunks().size());
+  for (std::size_t chunk = 0; chunk < own.size(); ++chunk)
+    EXPECT_TRUE(own[chunk]->isCopyOf(*list.chunks()[chunk])) << chunk;
+  const auto known = chunksOf(reader.read("key"));
+  EXPECT_EQ(chunksOf(reader.read("key")), known);
 
-  const Value changed = withElement(LongArray(own), LongArray::RunSize + 1, person(-1));
+  const Value changed = withElement(LongArray(own), LongArray::ChunkSize + 1, person(-1));
   const auto second = writer.store("key", setTo(changed, first.version));
   EXPECT_EQ(second.value, changed);
   const auto expectOneChanged = [&](const auto& now, const auto& before) {
     ASSERT_EQ(now.size(), before.size());
-    for (std::size_t run = 0; run < now.size(); ++run) EXPECT_EQ(now[run] == before[run], run != 1) << run;
+    for (std::size_t chunk = 0; chunk < now.size(); ++chunk)
+      EXPECT_EQ(now[chunk] == before[chunk], chunk != 1) << chunk;
   };
-  expectOneChanged(runsOf(reader.read("key")), known);
-  expectOneChanged(runsOf(writer.read("key")), own);
+  expectOneChanged(chunksOf(reader.read("key")), known);
+  expectOneChanged(chunksOf(writer.read("key")), own);
   EXPECT_EQ(reader.read("key").value, changed);
 }
 

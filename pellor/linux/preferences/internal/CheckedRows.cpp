@@ -20,10 +20,10 @@ void sealValues(const SQLiteDatabase& database, CheckedTable table, const std::s
   SQLiteStatement row =
       database.prepare("SELECT domain, key, value, list, count, revision, writer, write FROM " + name);
   while (row.step()) {
-    const StoredRuns runs{row.integer(3), row.integer(4)};
+    const StoredChunks chunks{row.integer(3), row.integer(4)};
     const std::string domain = row.text(0), key = row.text(1);
     checksums.emplace_back(domain, key,
-                           CheckedRows::checksumOfValue(table, domain, key, row.bytes(2), runs, versionIn(row, 5)));
+                           CheckedRows::checksumOfValue(table, domain, key, row.bytes(2), chunks, versionIn(row, 5)));
   }
   for (const auto& [domain, key, checksum] : checksums) {
     database.prepare("UPDATE " + name + " SET checksum = ?3 WHERE domain = ?1 AND key = ?2")
@@ -34,12 +34,13 @@ void sealValues(const SQLiteDatabase& database, CheckedTable table, const std::s
   }
 }
 
-void sealRuns(const SQLiteDatabase& database, CheckedTable table, const std::string& name, const std::string& list) {
+void sealChunks(const SQLiteDatabase& database, CheckedTable table, const std::string& name, const std::string& list) {
   std::vector<std::pair<std::int64_t, std::int64_t>> checksums;
   SQLiteStatement row = database.prepare("SELECT id, " + list + ", value, revision, writer, write FROM " + name);
   while (row.step()) {
     const std::int64_t id = row.integer(0);
-    checksums.emplace_back(id, CheckedRows::checksumOfRun(table, id, row.integer(1), row.bytes(2), versionIn(row, 3)));
+    checksums.emplace_back(id,
+                           CheckedRows::checksumOfChunk(table, id, row.integer(1), row.bytes(2), versionIn(row, 3)));
   }
   for (const auto& [id, checksum] : checksums) {
     database.prepare("UPDATE " + name + " SET checksum = ?2 WHERE id = ?1").bind(1, id).bind(2, checksum).run();
@@ -58,15 +59,15 @@ std::int64_t CheckedRows::checksumOfStore(std::int64_t number, std::string_view 
 }
 
 std::int64_t CheckedRows::checksumOfValue(CheckedTable table, std::string_view domain, std::string_view key,
-                                          std::span<const std::uint8_t> value, const StoredRuns& runs,
+                                          std::span<const std::uint8_t> value, const StoredChunks& chunks,
                                           const PreferenceVersion& version) {
   RowChecksum checksum(table);
-  checksum.add(domain).add(key).add(value).add(runs.list).add(runs.count);
+  checksum.add(domain).add(key).add(value).add(chunks.list).add(chunks.count);
   return add(checksum, version).value();
 }
 
-std::int64_t CheckedRows::checksumOfRun(CheckedTable table, std::int64_t id, std::int64_t list,
-                                        std::span<const std::uint8_t> value, const PreferenceVersion& version) {
+std::int64_t CheckedRows::checksumOfChunk(CheckedTable table, std::int64_t id, std::int64_t list,
+                                          std::span<const std::uint8_t> value, const PreferenceVersion& version) {
   RowChecksum checksum(table);
   checksum.add(id).add(list).add(value);
   return add(checksum, version).value();
@@ -75,8 +76,9 @@ std::int64_t CheckedRows::checksumOfRun(CheckedTable table, std::int64_t id, std
 void CheckedRows::seal(const SQLiteDatabase& database) {
   sealValues(database, CheckedTable::values, "stored_values");
   sealValues(database, CheckedTable::goodValues, "good_values");
-  sealRuns(database, CheckedTable::runs, "stored_runs", "list");
-  sealRuns(database, CheckedTable::goodRuns, "good_runs", "id >> " + std::to_string(PreferencesLayout::RunNumberBits));
+  sealChunks(database, CheckedTable::chunks, "stored_runs", "list");
+  sealChunks(database, CheckedTable::goodChunks, "good_runs",
+             "id >> " + std::to_string(PreferencesLayout::ChunkNumberBits));
 }
 
 }  // namespace pellor

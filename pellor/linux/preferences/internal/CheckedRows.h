@@ -5,7 +5,7 @@
 #include <span>
 #include <string_view>
 
-#include "pellor/linux/preferences/StoredRuns.h"
+#include "pellor/linux/preferences/StoredChunks.h"
 #include "pellor/linux/sqlite/RowChecksum.h"
 #include "pellor/linux/sqlite/SQLiteDatabase.h"
 #include "pellor/platform/PreferencesStore.h"
@@ -16,16 +16,16 @@ namespace pellor {
 /// as damaged as one whose value changed.
 struct CheckedRows {
   static std::int64_t checksumOfStore(std::int64_t number, std::string_view file, std::int64_t highestRemoved);
-  /// Of a row in the table of values or of their good copies. Where the runs are counts in place of their revision,
+  /// Of a row in the table of values or of their good copies. Where the chunks are counts in place of their revision,
   /// which is that of the version.
   static std::int64_t checksumOfValue(CheckedTable table, std::string_view domain, std::string_view key,
-                                      std::span<const std::uint8_t> value, const StoredRuns& runs,
+                                      std::span<const std::uint8_t> value, const StoredChunks& chunks,
                                       const PreferenceVersion& version);
-  /// Of a row in the table of runs or of their good copies.
-  static std::int64_t checksumOfRun(CheckedTable table, std::int64_t id, std::int64_t list,
-                                    std::span<const std::uint8_t> value, const PreferenceVersion& version);
+  /// Of a row in the table of chunks or of their good copies.
+  static std::int64_t checksumOfChunk(CheckedTable table, std::int64_t id, std::int64_t list,
+                                      std::span<const std::uint8_t> value, const PreferenceVersion& version);
 
-  /// Gives the rows of all values and runs the checksums of what they hold now. In a write transaction.
+  /// Gives the rows of all values and chunks the checksums of what they hold now. In a write transaction.
   static void seal(const SQLiteDatabase& database);
 };
 

@@ -13,12 +13,12 @@ namespace {
 // Whose elements are friends, or empty slots.
 constexpr std::string_view ListKey = "FriendList";
 
-std::uint64_t numberOfFriends(const Runs& runs) {
+std::uint64_t numberOfFriends(const Chunks& chunks) {
   std::uint64_t friends = 0;
   DictionaryView view;
-  for (const auto& run : runs) {
-    for (std::size_t index = 0; index < run->size(); ++index) {
-      if (run->show(index, view) && !view.isEmpty()) ++friends;
+  for (const auto& chunk : chunks) {
+    for (std::size_t index = 0; index < chunk->size(); ++index) {
+      if (chunk->view(index, view) && !view.isEmpty()) ++friends;
     }
   }
   return friends;
@@ -26,12 +26,12 @@ std::uint64_t numberOfFriends(const Runs& runs) {
 
 // What is neither bytes nor runs was found damaged, and there is no copy of it.
 std::optional<StoreCopy::Content> contentOf(const PreferencesMemory::Stored& stored) {
-  if (stored.list) return StoreCopy::Content{{}, runsOf(stored.list.get()), stored.version.count};
+  if (stored.list) return StoreCopy::Content{{}, chunksOf(stored.list.get()), stored.version.count};
   if (stored.bytes) return StoreCopy::Content{*stored.bytes, {}, stored.version.count};
   if (!stored.isGoodCopy) return std::nullopt;
   const auto encoded = EncodedValue::encode(stored.value);
   if (!encoded) return std::nullopt;
-  if (encoded->list) return StoreCopy::Content{{}, encoded->list->runs, stored.version.count};
+  if (encoded->list) return StoreCopy::Content{{}, encoded->list->chunks, stored.version.count};
   return StoreCopy::Content{*encoded->bytes, {}, stored.version.count};
 }
 
@@ -48,7 +48,7 @@ void addDomain(StoreCopy& copy, const std::string& domain, const PreferencesMemo
 void countFriends(StoreCopy& copy) {
   copy.friends = 0;
   for (const auto& [name, content] : copy.values) {
-    if (name.second == ListKey) copy.friends += numberOfFriends(content.runs);
+    if (name.second == ListKey) copy.friends += numberOfFriends(content.chunks);
   }
 }
 

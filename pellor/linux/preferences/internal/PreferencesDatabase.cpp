@@ -78,7 +78,7 @@ std::string PreferencesDatabase::textForValues(RowCopy copy, std::string_view co
   const char* more = "0, 0, 0";
   if (present.hasVersions) {
     more = "list, count, revision, writer, write, checksum";
-  } else if (present.hasRuns && copy == RowCopy::stored) {
+  } else if (present.hasChunks && copy == RowCopy::stored) {
     more = "list, count, revision";
   }
   return std::string("SELECT key, value, ")
@@ -89,16 +89,16 @@ std::string PreferencesDatabase::textForValues(RowCopy copy, std::string_view co
       .append(condition);
 }
 
-// Bytes beside a list are newer than it: a program from before there were rows for runs, still running, wrote them.
+// Bytes beside a list are newer than it: a program from before there were rows for chunks, still running, wrote them.
 StoredValue PreferencesDatabase::valueIn(const SQLiteStatement& row, RowCopy copy, std::string_view domain,
                                          std::uint64_t store) const {
   StoredValue value{row.bytes(1), std::nullopt, {}};
-  const StoredRuns runs{row.integer(2), row.integer(3), row.integer(4)};
-  if (value.bytes.empty() && runs.list != 0) value.runs = runs;
+  const StoredChunks chunks{row.integer(2), row.integer(3), row.integer(4)};
+  if (value.bytes.empty() && chunks.list != 0) value.chunks = chunks;
   if (!layout().hasVersions) return value;
   value.version = versionIn(row, 4);
   value.isWhole = row.integer(7) == CheckedRows::checksumOfValue(tableOfValues(copy), domain, row.text(0), value.bytes,
-                                                                 runs, value.version);
+                                                                 chunks, value.version);
   value.version.store = store;
   return value;
 }
@@ -133,7 +133,7 @@ std::uint64_t PreferencesDatabase::highestRemoved() const {
 
 void PreferencesDatabase::write(std::string_view key, std::string_view domain, std::span<const std::uint8_t> value,
                                 const PreferenceVersion& version) const {
-  removeRuns(key, domain);
+  removeChunks(key, domain);
   writeValue(RowCopy::stored, key, domain, value, {}, version);
   writeLastGood(key, domain, value, version);
 }
@@ -143,14 +143,14 @@ void PreferencesDatabase::writeLastGood(std::string_view key, std::string_view d
   writeValue(RowCopy::lastGood, key, domain, value, {}, version);
 }
 
-void PreferencesDatabase::write(std::string_view key, std::string_view domain, const StoredRuns& runs,
+void PreferencesDatabase::write(std::string_view key, std::string_view domain, const StoredChunks& chunks,
                                 const PreferenceVersion& version) const {
-  for (const RowCopy copy : {RowCopy::stored, RowCopy::lastGood}) writeValue(copy, key, domain, {}, runs, version);
+  for (const RowCopy copy : {RowCopy::stored, RowCopy::lastGood}) writeValue(copy, key, domain, {}, chunks, version);
 }
 
 // An update to the same row would still be a commit to the disk, and news to every other process.
 void PreferencesDatabase::writeValue(RowCopy copy, std::string_view key, std::string_view domain,
-                                     std::span<const std::uint8_t> value, const StoredRuns& runs,
+                                     std::span<const std::uint8_t> value, const StoredChunks& chunks,
                                      const PreferenceVersion& version) const {
   const std::string table = copy == RowCopy::stored ? "stored_values" : "good_values";
   const SQLiteStatements::Use statement = _statements->use(
@@ -163,9 +163,9 @@ void PreferencesDatabase::writeValue(RowCopy copy, std::string_view key, std::st
       " (excluded.value, excluded.list, excluded.count, excluded.revision, excluded.writer, excluded.write,"
       " excluded.checksum)");
   statement->bind(1, domain).bind(2, key).bind(3, value);
-  if (runs.list != 0) statement->bind(4, runs.list).bind(5, runs.count);
+  if (chunks.list != 0) statement->bind(4, chunks.list).bind(5, chunks.count);
   bindVersion(*statement, 6, version);
-  statement->bind(9, CheckedRows::checksumOfValue(tableOfValues(copy), domain, key, value, runs, version)).run();
+  statement->bind(9, CheckedRows::checksumOfValue(tableOfValues(copy), domain, key, value, chunks, version)).run();
 }
 
 void PreferencesDatabase::bindVersion(SQLiteStatement& statement, int parameter, const PreferenceVersion& version) {
@@ -176,7 +176,7 @@ void PreferencesDatabase::bindVersion(SQLiteStatement& statement, int parameter,
 }
 
 void PreferencesDatabase::clear(std::string_view key, std::string_view domain) const {
-  removeRuns(key, domain);
+  removeChunks(key, domain);
   for (const char* text : {"DELETE FROM stored_values WHERE domain = ?1 AND key = ?2",
                            "DELETE FROM good_values WHERE domain = ?1 AND key = ?2"}) {
     _statements->use(text)->bind(1, domain).bind(2, key).run();
@@ -196,18 +196,18 @@ void PreferencesDatabase::remove(std::string_view key, std::string_view domain,
 }
 
 // By either row of the key: one of them may be damaged.
-void PreferencesDatabase::removeRuns(std::string_view key, std::string_view domain) const {
+void PreferencesDatabase::removeChunks(std::string_view key, std::string_view domain) const {
   for (const RowCopy copy : {RowCopy::stored, RowCopy::lastGood}) {
     std::int64_t list = 0;
     visitValue(copy, key, domain, [&](const StoredValue& value) {
-      if (value.isWhole && value.runs) list = value.runs->list;
+      if (value.isWhole && value.chunks) list = value.chunks->list;
     });
     if (list == 0) continue;
     for (const char* text :
          {"DELETE FROM stored_runs WHERE id BETWEEN ?1 AND ?2", "DELETE FROM good_runs WHERE id BETWEEN ?1 AND ?2"}) {
       _statements->use(text)
-          ->bind(1, PreferencesLayout::idOfRun(list, 0))
-          .bind(2, PreferencesLayout::idOfRun(list, PreferencesLayout::HighestRunNumber))
+          ->bind(1, PreferencesLayout::idOfChunk(list, 0))
+          .bind(2, PreferencesLayout::idOfChunk(list, PreferencesLayout::HighestChunkNumber))
           .run();
     }
   }

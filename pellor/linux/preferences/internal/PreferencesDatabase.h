@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "pellor/linux/preferences/StoreCopies.h"
-#include "pellor/linux/preferences/StoredRuns.h"
+#include "pellor/linux/preferences/StoredChunks.h"
 #include "pellor/linux/preferences/internal/PreferencesLayout.h"
 #include "pellor/linux/sqlite/SQLiteStatements.h"
 #include "pellor/platform/PreferencesStore.h"
@@ -19,18 +19,18 @@
 
 namespace pellor {
 
-/// A value's bytes, or where its runs are instead.
+/// A value's bytes, or where its chunks are instead.
 struct StoredValue {
   std::span<const std::uint8_t> bytes;  ///< valid until the visit ends
-  std::optional<StoredRuns> runs;
-  PreferenceVersion version;  ///< of runs, when `runs` changed last; rows may be newer
+  std::optional<StoredChunks> chunks;
+  PreferenceVersion version;  ///< of chunks, when `chunks` changed last; rows may be newer
   bool isWhole = true;        ///< false: the checksum tells that this is not what was written
 };
 
-/// Which of the two rows of a value or a run.
+/// Which of the two rows of a value or a chunk.
 enum class RowCopy { stored, lastGood };
 
-/// Values as bytes by domain and key, each with a good copy that is written with it. The runs of long arrays are two
+/// Values as bytes by domain and key, each with a good copy that is written with it. The chunks of long arrays are two
 /// more tables of the same kind (see StoredList). All rows carry checksums. One thread at a time. Operations throw
 /// SQLiteError.
 class PreferencesDatabase {
@@ -107,16 +107,16 @@ class PreferencesDatabase {
 
   /// The version that write `id` makes of a key with version `stored`, or of one without a value.
   PreferenceVersion versionAfter(const PreferenceVersion* stored, PreferenceWriteID id) const;
-  /// Writes the value and its good copy, in place of runs as well.
+  /// Writes the value and its good copy, in place of chunks as well.
   void write(std::string_view key, std::string_view domain, std::span<const std::uint8_t> value,
              const PreferenceVersion& version) const;
   /// Writes the good copy of a value that is stored, unless it is as it should be.
   void writeLastGood(std::string_view key, std::string_view domain, std::span<const std::uint8_t> value,
                      const PreferenceVersion& version) const;
-  /// Writes where the runs are, for a key without a value or with the same list.
-  void write(std::string_view key, std::string_view domain, const StoredRuns& runs,
+  /// Writes where the chunks are, for a key without a value or with the same list.
+  void write(std::string_view key, std::string_view domain, const StoredChunks& chunks,
              const PreferenceVersion& version) const;
-  /// Removes both, with all runs, before another value of the key is written.
+  /// Removes both, with all chunks, before another value of the key is written.
   void clear(std::string_view key, std::string_view domain) const;
   /// The same where no other value follows. Later versions of the key will have larger counts than this one.
   void remove(std::string_view key, std::string_view domain, const PreferenceVersion& version) const;
@@ -144,8 +144,8 @@ class PreferencesDatabase {
   std::string textForValues(RowCopy copy, std::string_view condition) const;
   StoredValue valueIn(const SQLiteStatement& row, RowCopy copy, std::string_view domain, std::uint64_t store) const;
   void writeValue(RowCopy copy, std::string_view key, std::string_view domain, std::span<const std::uint8_t> value,
-                  const StoredRuns& runs, const PreferenceVersion& version) const;
-  void removeRuns(std::string_view key, std::string_view domain) const;
+                  const StoredChunks& chunks, const PreferenceVersion& version) const;
+  void removeChunks(std::string_view key, std::string_view domain) const;
 
   const std::shared_ptr<LockPatience> _patience;
   std::string _file, _log;           ///< while it may be written

@@ -201,10 +201,10 @@ void PreferencesDatabase::fill(const StoreCopy& content) const {
   const PreferenceVersion version{storedNumber(), 1, {}};
   for (const auto& [name, value] : content.values) {
     const auto& [domain, key] = name;
-    if (value.runs.empty()) {
+    if (value.chunks.empty()) {
       write(key, domain, value.bytes, version);
     } else {
-      writeList(*this, key, domain, {value.runs, LongArray(value.runs).size()}, nullptr, version,
+      writeList(*this, key, domain, {value.chunks, LongArray(value.chunks).size()}, nullptr, version,
                 EqualValues::areWritten);
     }
   }

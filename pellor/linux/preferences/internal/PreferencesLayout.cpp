@@ -25,7 +25,7 @@ void makeValues(const SQLiteDatabase& database) {
   }
 }
 
-void makeRuns(const SQLiteDatabase& database) {
+void makeChunks(const SQLiteDatabase& database) {
   for (const char* change :
        {"ALTER TABLE preferences ADD COLUMN list INTEGER", "ALTER TABLE preferences ADD COLUMN count INTEGER",
         "ALTER TABLE preferences ADD COLUMN revision INTEGER",
@@ -37,7 +37,7 @@ void makeRuns(const SQLiteDatabase& database) {
   }
 }
 
-// Revisions become the counts of versions: of a value, and of a list that of its newest row. So a write of one run
+// Revisions become the counts of versions: of a value, and of a list that of its newest row. So a write of one chunk
 // changes no page for the sake of its version. A good copy has all that the row has that it is a copy of.
 void makeVersions(const SQLiteDatabase& database) {
   for (const char* change :
@@ -54,7 +54,7 @@ void makeVersions(const SQLiteDatabase& database) {
   }
   for (const char* change :
        {"UPDATE stored_values SET revision = 1 WHERE revision IS NULL",
-        // Bytes beside a list are newer than it: a program from before there were rows for runs, still running, wrote
+        // Bytes beside a list are newer than it: a program from before there were rows for chunks, still running, wrote
         // them.
         "DELETE FROM stored_runs WHERE list IN (SELECT list FROM stored_values WHERE value <> x'')",
         "DELETE FROM good_runs WHERE id >> 24 IN (SELECT list FROM stored_values WHERE value <> x'')",
@@ -87,12 +87,12 @@ const PreferencesLayout& PreferencesLayout::withNumber(std::int64_t number) {
 
 void PreferencesLayout::make(const SQLiteDatabase& database) {
   makeValues(database);
-  makeRuns(database);
+  makeChunks(database);
   makeVersions(database);
 }
 
 void PreferencesLayout::migrate(const SQLiteDatabase& database, const PreferencesLayout& found) {
-  if (!found.hasRuns) makeRuns(database);
+  if (!found.hasChunks) makeChunks(database);
   if (!found.hasVersions) makeVersions(database);
 }
 

@@ -35,7 +35,7 @@ class DomainReader {
  private:
   Stored valueOf(const std::string& key, const StoredValue& value) {
     if (!value.isWhole) return replace(key, foundBytes(_store, value), goodCopyOf(key));
-    auto stored = value.runs ? listOf(previousOf(key), value) : std::optional(plainValueOf(previousOf(key), value));
+    auto stored = value.chunks ? listOf(previousOf(key), value) : std::optional(plainValueOf(previousOf(key), value));
     if (!stored) return replace(key, foundBytes(_store, value), std::nullopt);
     // Of a list that lacks nothing any more, with the good copies of some rows.
     if (stored->isGoodCopy) return replace(key, foundBytes(_store, value), std::move(stored));
@@ -65,20 +65,20 @@ class DomainReader {
     std::optional<Stored> copy;
     _store.visitValue(RowCopy::lastGood, key, _domain, [&](const StoredValue& value) {
       if (!value.isWhole) return;
-      copy = value.runs ? listOf(nullptr, value) : std::optional(plainValueOf(nullptr, value));
+      copy = value.chunks ? listOf(nullptr, value) : std::optional(plainValueOf(nullptr, value));
     });
     return copy;
   }
 
   std::optional<Stored> listOf(const Stored* previous, const StoredValue& value) {
     const auto known = previous ? previous->list : nullptr;
-    const bool isFollowed = _isSameConnection && known && known->rows.list == value.runs->list &&
+    const bool isFollowed = _isSameConnection && known && known->rows.list == value.chunks->list &&
                             previous->version.store == value.version.store;
     if (isFollowed) {
-      const ListReading newer = readNewerRows(_store, *value.runs, value.version, known, previous->version);
+      const ListReading newer = readNewerRows(_store, *value.chunks, value.version, known, previous->version);
       if (newer.list) return Stored{newer.list->value, nullptr, newer.list, newer.version};
     }
-    const ListReading all = readList(_store, *value.runs, value.version, known.get());
+    const ListReading all = readList(_store, *value.chunks, value.version, known.get());
     // All rows were read, and will not be again.
     _store.statements().database().releaseMemory();
     if (all.list) return Stored{all.list->value, nullptr, all.list, all.version, all.isDamaged};

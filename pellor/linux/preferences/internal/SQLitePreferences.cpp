@@ -144,11 +144,11 @@ PutAside SQLitePreferences::putAside(std::string_view key, std::string_view doma
     const PreferencesDatabase& store = database();
     const SQLiteTransaction transaction = store.transaction(SQLiteTransaction::Kind::read);
     store.visitValue(RowCopy::lastGood, key, domain, [&](const StoredValue& value) {
-      if (value.isWhole) result.lastGood = value.runs ? lastGoodList(store, *value.runs) : decodeCBOR(value.bytes);
+      if (value.isWhole) result.lastGood = value.chunks ? lastGoodList(store, *value.chunks) : decodeCBOR(value.bytes);
     });
     store.visitValue(RowCopy::stored, key, domain, [&](const StoredValue& value) {
       // An earlier layout does not say beside the good copy where its runs are.
-      if (value.runs && !result.lastGood) result.lastGood = lastGoodList(store, *value.runs);
+      if (value.chunks && !result.lastGood) result.lastGood = lastGoodList(store, *value.chunks);
       result.kept = keepAside(asideFolder(), key, domain, foundBytes(store, value));
     });
   } catch (const SQLiteError& error) {

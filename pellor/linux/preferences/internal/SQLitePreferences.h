@@ -35,9 +35,9 @@ struct EncodedValue;
 /// anew, also as a copy of another file, has a number of its own. A `synchronize` leaves a value that is equal to the
 /// stored one as it is, with its version. To read what has not changed costs some microseconds.
 ///
-/// A long array, and an array of nothing but dictionaries, is kept in rows of LongArray::RunSize elements:
+/// A long array, and an array of nothing but dictionaries, is kept in rows of LongArray::ChunkSize elements:
 /// `synchronize` writes the rows that changed and reads those that others changed. It reads as a long array, of which
-/// the runs that did not change are the same objects as before, also those that were set in place of equal ones.
+/// the chunks that did not change are the same objects as before, also those that were set in place of equal ones.
 ///
 /// Each row of the file carries a checksum, and there is a good copy of each. A value that is not as it was written is
 /// put aside as `putAside` does, its good copy is given, with its version, and the log says so once; the next write to

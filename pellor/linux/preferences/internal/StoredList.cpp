@@ -5,21 +5,21 @@
 #include <utility>
 
 #include "pellor/linux/preferences/internal/CheckedRows.h"
-#include "pellor/linux/preferences/internal/EncodedRun.h"
+#include "pellor/linux/preferences/internal/EncodedChunk.h"
 
 namespace pellor {
 namespace {
 
 std::int64_t idOf(std::int64_t list, std::size_t number) {
-  return PreferencesLayout::idOfRun(list, static_cast<std::int64_t>(number));
+  return PreferencesLayout::idOfChunk(list, static_cast<std::int64_t>(number));
 }
 
 std::int64_t lastIDOf(std::int64_t list) {
-  return PreferencesLayout::idOfRun(list, PreferencesLayout::HighestRunNumber);
+  return PreferencesLayout::idOfChunk(list, PreferencesLayout::HighestChunkNumber);
 }
 
 /// A row of a list.
-struct RunRow {
+struct ChunkRow {
   std::size_t number = 0;
   std::span<const std::uint8_t> bytes;  ///< valid until the next row
   PreferenceVersion version;            ///< without store
@@ -28,28 +28,28 @@ struct RunRow {
 
 std::string textForRows(const PreferencesLayout& layout, RowCopy copy) {
   const std::string list =
-      copy == RowCopy::stored ? "list" : "id >> " + std::to_string(PreferencesLayout::RunNumberBits);
+      copy == RowCopy::stored ? "list" : "id >> " + std::to_string(PreferencesLayout::ChunkNumberBits);
   std::string text = "SELECT id, " + list + ", value";
   if (copy == RowCopy::stored || layout.hasVersions) text += ", revision";
   if (layout.hasVersions) text += ", writer, write, checksum";
-  return text + " FROM " + (copy == RowCopy::stored ? layout.runs : layout.lastGoodRuns);
+  return text + " FROM " + (copy == RowCopy::stored ? layout.chunks : layout.lastGoodChunks);
 }
 
-RunRow rowIn(const PreferencesLayout& layout, RowCopy copy, const SQLiteStatement& statement) {
+ChunkRow rowIn(const PreferencesLayout& layout, RowCopy copy, const SQLiteStatement& statement) {
   const std::int64_t id = statement.integer(0);
-  RunRow row{static_cast<std::size_t>(id & PreferencesLayout::HighestRunNumber), statement.bytes(2), {}};
+  ChunkRow row{static_cast<std::size_t>(id & PreferencesLayout::HighestChunkNumber), statement.bytes(2), {}};
   if (!layout.hasVersions) {
     if (copy == RowCopy::stored) row.version.count = static_cast<std::uint64_t>(statement.integer(3));
     return row;
   }
   row.version = versionIn(statement, 3);
-  const auto table = copy == RowCopy::stored ? CheckedTable::runs : CheckedTable::goodRuns;
+  const auto table = copy == RowCopy::stored ? CheckedTable::chunks : CheckedTable::goodChunks;
   row.isWhole =
-      statement.integer(6) == CheckedRows::checksumOfRun(table, id, statement.integer(1), row.bytes, row.version);
+      statement.integer(6) == CheckedRows::checksumOfChunk(table, id, statement.integer(1), row.bytes, row.version);
   return row;
 }
 
-/// Shows each RunRow of a list.
+/// Visits each ChunkRow of a list.
 template <class Visit>
 void visitAll(const PreferencesDatabase& store, RowCopy copy, std::int64_t list, Visit visit) {
   const PreferencesLayout& layout = store.layout();
@@ -59,36 +59,40 @@ void visitAll(const PreferencesDatabase& store, RowCopy copy, std::int64_t list,
   while (statement->step()) visit(rowIn(layout, copy, *statement));
 }
 
-/// The runs of a list, gathered from its rows.
-class GatheredRuns {
+/// The chunks of a list, gathered from its rows.
+class GatheredChunks {
  public:
-  GatheredRuns(const StoredRuns& rows, const PreferenceVersion& version, const Runs& known)
-      : _known(known), _newest(version), _runs(runCount(rows)), _isTaken(_runs.size()), _revisions(_runs.size()) {}
+  GatheredChunks(const StoredChunks& rows, const PreferenceVersion& version, const Chunks& known)
+      : _known(known),
+        _newest(version),
+        _chunks(chunkCount(rows)),
+        _isTaken(_chunks.size()),
+        _revisions(_chunks.size()) {}
 
-  /// Takes the row for its place, unless that is taken. False when it is damaged or has no place. One that is no run
+  /// Takes the row for its place, unless that is taken. False when it is damaged or has no place. One that is no chunk
   /// though it is as it was written leaves its place empty.
-  bool take(const RunRow& row) {
-    if (!row.isWhole || row.number >= _runs.size()) return false;
-    auto& run = _runs[row.number];
+  bool take(const ChunkRow& row) {
+    if (!row.isWhole || row.number >= _chunks.size()) return false;
+    auto& chunk = _chunks[row.number];
     if (_isTaken[row.number]) return true;
     _isTaken[row.number] = true;
     const bool isKnown = row.number < _known.size() && holds(*_known[row.number], row.bytes);
-    run = isKnown ? _known[row.number] : EncodedRun::decode(row.bytes);
+    chunk = isKnown ? _known[row.number] : EncodedChunk::decode(row.bytes);
     ++_taken;
     _revisions[row.number] = row.version.count;
     if (row.version.count > _newest.count) _newest = {_newest.store, row.version.count, row.version.write};
     return true;
   }
 
-  bool haveAllRows() const { return _taken == _runs.size(); }
+  bool haveAllRows() const { return _taken == _chunks.size(); }
   const std::vector<std::uint64_t>& revisions() const { return _revisions; }
   const PreferenceVersion& newest() const { return _newest; }
-  Runs runs() && { return std::move(_runs); }
+  Chunks chunks() && { return std::move(_chunks); }
 
  private:
-  const Runs& _known;
+  const Chunks& _known;
   PreferenceVersion _newest;
-  Runs _runs;
+  Chunks _chunks;
   std::vector<bool> _isTaken;
   std::vector<std::uint64_t> _revisions;
   std::size_t _taken = 0;
@@ -114,8 +118,8 @@ bool isIndexWhole(const PreferencesDatabase& store, std::int64_t list, const std
   }
 }
 
-void writeRow(const PreferencesDatabase& store, RowCopy copy, std::int64_t id, std::int64_t list, const ArrayRun& run,
-              const PreferenceVersion& version) {
+void writeRow(const PreferencesDatabase& store, RowCopy copy, std::int64_t id, std::int64_t list,
+              const ArrayChunk& chunk, const PreferenceVersion& version) {
   constexpr const char* stored =
       "INSERT INTO stored_runs (id, list, value, revision, writer, write, checksum)"
       " VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7) ON CONFLICT DO UPDATE SET value = excluded.value,"
@@ -125,13 +129,13 @@ void writeRow(const PreferencesDatabase& store, RowCopy copy, std::int64_t id, s
       " VALUES (?1, ?3, ?4, ?5, ?6, ?7) ON CONFLICT DO UPDATE SET value = excluded.value,"
       " revision = excluded.revision, writer = excluded.writer, write = excluded.write, checksum = excluded.checksum";
   const bool isStored = copy == RowCopy::stored;
-  const auto bytes = bytesOf(run);
+  const auto bytes = bytesOf(chunk);
   const SQLiteStatements::Use statement = store.statements().use(isStored ? stored : lastGood);
   statement->bind(1, id).bind(3, bytes);
   if (isStored) statement->bind(2, list);
   PreferencesDatabase::bindVersion(*statement, 4, version);
-  const auto table = isStored ? CheckedTable::runs : CheckedTable::goodRuns;
-  statement->bind(7, CheckedRows::checksumOfRun(table, id, list, bytes, version)).run();
+  const auto table = isStored ? CheckedTable::chunks : CheckedTable::goodChunks;
+  statement->bind(7, CheckedRows::checksumOfChunk(table, id, list, bytes, version)).run();
 }
 
 void removeRowsFrom(const PreferencesDatabase& store, std::int64_t list, std::size_t first) {
@@ -141,39 +145,39 @@ void removeRowsFrom(const PreferencesDatabase& store, std::int64_t list, std::si
   }
 }
 
-bool canBeRead(const StoredRuns& rows) {
-  return rows.count >= 1 && static_cast<std::int64_t>(runCount(rows)) <= PreferencesLayout::HighestRunNumber;
+bool canBeRead(const StoredChunks& rows) {
+  return rows.count >= 1 && static_cast<std::int64_t>(chunkCount(rows)) <= PreferencesLayout::HighestChunkNumber;
 }
 
 }  // namespace
 
-ListReading readList(const PreferencesDatabase& store, const StoredRuns& rows, const PreferenceVersion& version,
+ListReading readList(const PreferencesDatabase& store, const StoredChunks& rows, const PreferenceVersion& version,
                      const StoredList* previous) {
   ListReading reading{nullptr, version, false};
   if (!canBeRead(rows)) return reading;
-  GatheredRuns runs(rows, version, runsOf(previous));
+  GatheredChunks chunks(rows, version, chunksOf(previous));
   bool areWhole = true;
-  visitAll(store, RowCopy::stored, rows.list, [&](const RunRow& row) { areWhole = runs.take(row) && areWhole; });
+  visitAll(store, RowCopy::stored, rows.list, [&](const ChunkRow& row) { areWhole = chunks.take(row) && areWhole; });
   if (store.layout().hasVersions) {
-    if (!runs.haveAllRows()) {
+    if (!chunks.haveAllRows()) {
       areWhole = false;
-      visitAll(store, RowCopy::lastGood, rows.list, [&](const RunRow& row) { runs.take(row); });
+      visitAll(store, RowCopy::lastGood, rows.list, [&](const ChunkRow& row) { chunks.take(row); });
     }
-    reading.isDamaged = !areWhole || !isIndexWhole(store, rows.list, runs.revisions());
+    reading.isDamaged = !areWhole || !isIndexWhole(store, rows.list, chunks.revisions());
   }
-  reading.version = runs.newest();
-  const auto revision = std::max(rows.revision, static_cast<std::int64_t>(runs.newest().count));
-  reading.list = listOf(std::move(runs).runs(), rows, revision);
+  reading.version = chunks.newest();
+  const auto revision = std::max(rows.revision, static_cast<std::int64_t>(chunks.newest().count));
+  reading.list = listOf(std::move(chunks).chunks(), rows, revision);
   return reading;
 }
 
-ListReading readNewerRows(const PreferencesDatabase& store, const StoredRuns& rows, const PreferenceVersion& version,
+ListReading readNewerRows(const PreferencesDatabase& store, const StoredChunks& rows, const PreferenceVersion& version,
                           const std::shared_ptr<const StoredList>& previous, const PreferenceVersion& known) {
   ListReading reading{nullptr, version.count > known.count ? version : known, false};
   if (!canBeRead(rows)) return reading;
   const PreferencesLayout& layout = store.layout();
-  Runs runs = runsOf(previous.get());
-  runs.resize(runCount(rows));
+  Chunks chunks = chunksOf(previous.get());
+  chunks.resize(chunkCount(rows));
   std::int64_t revision = std::max(rows.revision, previous->revision);
   bool areWhole = true;
   {
@@ -181,32 +185,32 @@ ListReading readNewerRows(const PreferencesDatabase& store, const StoredRuns& ro
         textForRows(layout, RowCopy::stored) + " INDEXED BY runs_by_revision WHERE list = ?1 AND revision > ?2");
     statement->bind(1, rows.list).bind(2, previous->revision);
     while (statement->step()) {
-      const RunRow row = rowIn(layout, RowCopy::stored, *statement);
+      const ChunkRow row = rowIn(layout, RowCopy::stored, *statement);
       const PreferenceVersion& newest = reading.version;
       if (row.version.count > newest.count) reading.version = {version.store, row.version.count, row.version.write};
       revision = std::max(revision, static_cast<std::int64_t>(row.version.count));
       areWhole = areWhole && row.isWhole;
-      if (row.number < runs.size()) runs[row.number] = EncodedRun::decode(row.bytes);
+      if (row.number < chunks.size()) chunks[row.number] = EncodedChunk::decode(row.bytes);
     }
   }
   if (!areWhole) return reading;
-  reading.list = revision == previous->revision ? previous : listOf(std::move(runs), rows, revision);
+  reading.list = revision == previous->revision ? previous : listOf(std::move(chunks), rows, revision);
   return reading;
 }
 
-std::optional<Value> lastGoodList(const PreferencesDatabase& store, const StoredRuns& rows) {
+std::optional<Value> lastGoodList(const PreferencesDatabase& store, const StoredChunks& rows) {
   if (!canBeRead(rows)) return std::nullopt;
-  GatheredRuns runs(rows, {}, runsOf(nullptr));
-  visitAll(store, RowCopy::lastGood, rows.list, [&](const RunRow& row) { runs.take(row); });
-  const auto list = listOf(std::move(runs).runs(), rows, rows.revision);
+  GatheredChunks chunks(rows, {}, chunksOf(nullptr));
+  visitAll(store, RowCopy::lastGood, rows.list, [&](const ChunkRow& row) { chunks.take(row); });
+  const auto list = listOf(std::move(chunks).chunks(), rows, rows.revision);
   return list ? std::optional(list->value) : std::nullopt;
 }
 
 Data foundBytes(const PreferencesDatabase& store, const StoredValue& value) {
-  if (!value.runs) return {value.bytes.begin(), value.bytes.end()};
+  if (!value.chunks) return {value.bytes.begin(), value.bytes.end()};
   Data all;
-  visitAll(store, RowCopy::stored, value.runs->list,
-           [&](const RunRow& row) { all.insert(all.end(), row.bytes.begin(), row.bytes.end()); });
+  visitAll(store, RowCopy::stored, value.chunks->list,
+           [&](const ChunkRow& row) { all.insert(all.end(), row.bytes.begin(), row.bytes.end()); });
   return all;
 }
 
@@ -215,27 +219,27 @@ std::shared_ptr<const StoredList> writeList(const PreferencesDatabase& store, st
                                             const std::shared_ptr<const StoredList>& stored,
                                             const PreferenceVersion& version, EqualValues equal) {
   if (!stored) store.clear(key, domain);
-  const Runs& old = runsOf(stored.get());
-  const StoredRuns rows{stored ? stored->rows.list : newListNumber(), static_cast<std::int64_t>(list.count),
-                        static_cast<std::int64_t>(version.count)};
+  const Chunks& old = chunksOf(stored.get());
+  const StoredChunks rows{stored ? stored->rows.list : newListNumber(), static_cast<std::int64_t>(list.count),
+                          static_cast<std::int64_t>(version.count)};
   const bool isOfOtherLength = !stored || stored->rows.count != rows.count;
   bool hasNewRow = false;
-  for (std::size_t number = 0; number < list.runs.size(); ++number) {
-    auto& run = list.runs[number];
-    if (number < old.size() && areSame(old[number], run)) {
-      // Else the caller is to find the run that it gave.
-      if (equal == EqualValues::areLeft) run = old[number];
+  for (std::size_t number = 0; number < list.chunks.size(); ++number) {
+    auto& chunk = list.chunks[number];
+    if (number < old.size() && areSame(old[number], chunk)) {
+      // Else the caller is to find the chunk that it gave.
+      if (equal == EqualValues::areLeft) chunk = old[number];
     } else {
       for (const RowCopy copy : {RowCopy::stored, RowCopy::lastGood}) {
-        writeRow(store, copy, idOf(rows.list, number), rows.list, *run, version);
+        writeRow(store, copy, idOf(rows.list, number), rows.list, *chunk, version);
       }
       hasNewRow = true;
     }
   }
   if (equal == EqualValues::areLeft && !hasNewRow && !isOfOtherLength) return stored;
-  if (old.size() > list.runs.size()) removeRowsFrom(store, rows.list, list.runs.size());
+  if (old.size() > list.chunks.size()) removeRowsFrom(store, rows.list, list.chunks.size());
   if (!hasNewRow || isOfOtherLength) store.write(key, domain, rows, version);
-  return std::make_shared<const StoredList>(StoredList{rows, rows.revision, LongArray(std::move(list.runs))});
+  return std::make_shared<const StoredList>(StoredList{rows, rows.revision, LongArray(std::move(list.chunks))});
 }
 
 }  // namespace pellor

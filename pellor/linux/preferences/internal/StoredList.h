@@ -1,4 +1,4 @@
-// A long array in the preferences database, one row a run.
+// A long array in the preferences database, one row a chunk.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "pellor/linux/preferences/StoredRuns.h"
+#include "pellor/linux/preferences/StoredChunks.h"
 #include "pellor/linux/preferences/internal/PreferencesDatabase.h"
 #include "pellor/runtime/LongArray.h"
 #include "pellor/runtime/Value.h"
@@ -17,22 +17,23 @@ namespace pellor {
 
 /// A list as it was read.
 struct ListReading {
-  std::shared_ptr<const StoredList> list;  ///< null when a row is damaged, missing or no run, without a good copy
+  std::shared_ptr<const StoredList> list;  ///< null when a row is damaged, missing or no chunk, without a good copy
   PreferenceVersion version;               ///< of the newest row, or that of the list where it is newer
   bool isDamaged = false;  ///< checksums tell that rows, or the index of rows, are not as they were written
 };
 
-/// Reads all rows of the list, which has that version. `previous`, if any, lends its runs where the bytes are the same.
-ListReading readList(const PreferencesDatabase& store, const StoredRuns& rows, const PreferenceVersion& version,
+/// Reads all rows of the list, which has that version. `previous`, if any, lends its chunks where the bytes are the
+/// same.
+ListReading readList(const PreferencesDatabase& store, const StoredChunks& rows, const PreferenceVersion& version,
                      const StoredList* previous);
 
 /// Reads the rows that are newer than `previous`, which was read or written over the same connection with version
 /// `known`. The list is null when one of them is damaged.
-ListReading readNewerRows(const PreferencesDatabase& store, const StoredRuns& rows, const PreferenceVersion& version,
+ListReading readNewerRows(const PreferencesDatabase& store, const StoredChunks& rows, const PreferenceVersion& version,
                           const std::shared_ptr<const StoredList>& previous, const PreferenceVersion& known);
 
 /// The last good copy of the array; absent when a row of it is damaged or missing.
-std::optional<Value> lastGoodList(const PreferencesDatabase& store, const StoredRuns& rows);
+std::optional<Value> lastGoodList(const PreferencesDatabase& store, const StoredChunks& rows);
 
 /// What is stored of a value: of a list the bytes of all rows, one after the other, when they are whole a CBOR sequence
 /// of arrays.

@@ -1,14 +1,14 @@
-#include "pellor/friends/internal/PLUnreadLookUps.h"
+#include "pellor/friends/internal/PLLookUpQueue.h"
 
 #include <utility>
 
 namespace pellor {
 
-void PLUnreadLookUps::note(const std::shared_ptr<PLPerson>& person, AddressBook& addressBook) {
+void PLLookUpQueue::note(const std::shared_ptr<PLPerson>& person, AddressBook& addressBook) {
   if (person && !addressBook.isReadable()) _persons.push_back(person);
 }
 
-void PLUnreadLookUps::lookUpAgain(AddressBook& addressBook) {
+void PLLookUpQueue::lookUpAgain(AddressBook& addressBook) {
   if (!addressBook.isReadable()) return;
   for (const auto& weak : std::exchange(_persons, {})) {
     const auto person = weak.lock();

@@ -23,7 +23,7 @@ std::vector<PLHashedPerson> inTableOrder(std::vector<PLHashedPerson> persons);
 
 /// Persons who have no place in an index yet, each once, to be entered all at once. Until then they must not change.
 /// Holds no person. Main queue.
-class PLPersonNewcomers {
+class PLPersonBatch {
  public:
   void add(PLPerson& person, std::uint64_t place);
   bool isEmpty() const { return _places.empty(); }

@@ -1,4 +1,4 @@
-#include "pellor/linux/mosquitto/KeptMessages.h"
+#include "pellor/linux/mosquitto/MessageStore.h"
 
 #include <set>
 #include <system_error>
@@ -31,11 +31,11 @@ Data contentOf(const fs::path& file) {
 
 }  // namespace
 
-fs::path KeptMessages::fileOf(const Data& digest) const {
+fs::path MessageStore::fileOf(const Data& digest) const {
   return _folder / (std::string(FilePrefix) + hexadecimal(digest));
 }
 
-bool KeptMessages::keep(std::span<const std::uint8_t> message) const {
+bool MessageStore::keep(std::span<const std::uint8_t> message) const {
   const Data digest = digestOf(message);
   const fs::path file = fileOf(digest);
   if (createPrivateFolder(_folder)) return false;
@@ -48,12 +48,12 @@ bool KeptMessages::keep(std::span<const std::uint8_t> message) const {
   return createPrivateFile(file, message) == FileCreation::created;
 }
 
-std::optional<KeyMessage> KeptMessages::find(const Data& digest) const {
+std::optional<KeyMessage> MessageStore::find(const Data& digest) const {
   const Data message = contentOf(fileOf(digest));
   return digestOf(message) == digest ? decodeKeyMessage(message) : std::nullopt;
 }
 
-void KeptMessages::retain(const std::vector<Data>& digests) const {
+void MessageStore::retain(const std::vector<Data>& digests) const {
   std::set<fs::path> retained;
   for (const Data& digest : digests) retained.insert(fileOf(digest));
   for (const std::string& name : namesIn(_folder)) {

@@ -1,4 +1,4 @@
-#include "pellor/friends/internal/PLReconciledFriends.h"
+#include "pellor/friends/internal/PLReconciliationState.h"
 
 #include <algorithm>
 #include <functional>
@@ -24,7 +24,7 @@ bool isInStep(const PLPersonRecord& known, AddressBook& addressBook) {
 
 }  // namespace
 
-void PLReconciledFriends::begin(const AddressBookStore& store, AddressBook& addressBook, std::uint64_t slotCount) {
+void PLReconciliationState::begin(const AddressBookStore& store, AddressBook& addressBook, std::uint64_t slotCount) {
   Contacts contacts{addressBook.databaseUID(), store.shortNameFormatEnabled(), store.shortNamePreferNicknames()};
   const bool isSame = contacts.databaseUID && contacts == _contacts;
   // Read before everything else: what another process changes meanwhile counts as changed the next time.
@@ -38,7 +38,7 @@ void PLReconciledFriends::begin(const AddressBookStore& store, AddressBook& addr
   _sequenceNumber = sequenceNumber;
 }
 
-bool PLReconciledFriends::passOver(std::uint64_t index, const PLPerson& person, AddressBook& addressBook) {
+bool PLReconciliationState::passOver(std::uint64_t index, const PLPerson& person, AddressBook& addressBook) {
   const PLPersonRecord& record = person.record();
   const bool isLinked = record.recordID() != InvalidRecordID && !record.identifyingGUID().empty();
   if (!isLinked || !_records[index].isSameObject(record)) return false;
@@ -48,12 +48,12 @@ bool PLReconciledFriends::passOver(std::uint64_t index, const PLPerson& person, 
   return true;
 }
 
-void PLReconciledFriends::note(std::uint64_t index, const PLPerson& person) {
+void PLReconciliationState::note(std::uint64_t index, const PLPerson& person) {
   _records[index] = person.record();
   _isNoted[index] = true;
 }
 
-void PLReconciledFriends::end(bool isComplete) {
+void PLReconciliationState::end(bool isComplete) {
   _changedGUIDs = {};
   if (!isComplete) _records.clear();
   for (std::size_t index = 0; index < _records.size(); ++index) {

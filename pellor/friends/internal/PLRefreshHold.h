@@ -13,10 +13,10 @@ namespace pellor {
 
 /// While it holds refreshes back, the log has said so, with both numbers of contacts, and a timer is set after which a
 /// refresh is asked for again. Main queue.
-class PLHeldRefresh {
+class PLRefreshHold {
  public:
   /// `refresh` is called while this object lives, to ask for a refresh that was held back.
-  PLHeldRefresh(Process& process, std::function<void()> refresh) : _process(process), _refresh(std::move(refresh)) {}
+  PLRefreshHold(Process& process, std::function<void()> refresh) : _process(process), _refresh(std::move(refresh)) {}
 
   /// Asks the contacts whether a refresh that is due has to wait. In the work of their `performWithAddressBook`.
   bool holdsBack();

@@ -10,7 +10,7 @@
 namespace pellor {
 
 /// The persons who were looked up while the contacts could not be read, and have not been since they can. Main queue.
-class PLUnreadLookUps {
+class PLLookUpQueue {
  public:
   /// A person was just looked up in that address book.
   void note(const std::shared_ptr<PLPerson>& person, AddressBook& addressBook);

@@ -26,7 +26,7 @@ using PLPageNumbers = std::shared_ptr<const std::vector<std::uint64_t>>;
 
 /// The baseline of a process: the version of the stored list and titles that it wrote or took over last. A save names
 /// the version it was made from, and a merge starts from it. Immutable once it is shared; any thread.
-struct PLStoredBase {
+struct PLBaseline {
   std::shared_ptr<const PLStoredVersion> list = std::make_shared<const PLStoredVersion>();
   PreferenceVersion listVersion;
   Array titles;  ///< empty when none are stored

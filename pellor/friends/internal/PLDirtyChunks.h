@@ -1,4 +1,4 @@
-// Which leaves of the list a save has to look at.
+// Which chunks of the list a save has to look at.
 #pragma once
 
 #include <cstdint>
@@ -14,19 +14,19 @@
 
 namespace pellor {
 
-/// The leaves in which persons were touched. The main queue names them as it publishes the list, since it knows where
+/// The chunks in which persons were touched. The main queue names them as it publishes the list, since it knows where
 /// everybody is; the save queue gathers them. Persons who were touched elsewhere are not known by name: then the whole
 /// list has to be looked at once.
 ///
-/// A leaf is named by its place in the list as it was then. Whoever looks at a later version looks at the leaves that
+/// A chunk is named by its place in the list as it was then. Whoever looks at a later version looks at the chunks that
 /// changed places as well: these are other objects.
-class PLTouchedLeaves {
+class PLDirtyChunks {
  public:
-  explicit PLTouchedLeaves(const PLPersonChanges& changes) : _changes(changes) {}
+  explicit PLDirtyChunks(const PLPersonChanges& changes) : _changes(changes) {}
 
-  /// Names the leaves of all who were touched since the last time. Main queue, before the list is published.
+  /// Names the chunks of all who were touched since the last time. Main queue, before the list is published.
   void name(const PLSlotList& list);
-  /// The leaves in which persons may have changed after the first `changes` (PLPersonChanges::changes), as the list was
+  /// The chunks in which persons may have changed after the first `changes` (PLPersonChanges::changes), as the list was
   /// when it was named last; absent when that is not known of all. `elsewhere` was counted before `changes`. Main
   /// queue.
   std::optional<std::vector<std::uint64_t>> changedSince(std::uint64_t changes, std::uint64_t elsewhere) const;
@@ -36,19 +36,19 @@ class PLTouchedLeaves {
   // Save queue.
   /// Gathers what was named. Before the list is read.
   void gather();
-  /// Whether everybody touched until now is in a leaf that was gathered.
+  /// Whether everybody touched until now is in a chunk that was gathered.
   bool isComplete() const;
-  /// The leaves gathered since so many changes were counted (PLPersonChanges::changes); null when it is not known of
+  /// The chunks gathered since so many changes were counted (PLPersonChanges::changes); null when it is not known of
   /// all changes since then. Some may be named twice, and some may lie beyond the end of the list.
-  const std::vector<std::uint64_t>* since(std::uint64_t changes) const { return changes < _since ? nullptr : &_leaves; }
-  /// The leaves gathered since the last call of `beginAt`.
-  const std::vector<std::uint64_t>& leaves() const { return _leaves; }
+  const std::vector<std::uint64_t>* since(std::uint64_t changes) const { return changes < _since ? nullptr : &_chunks; }
+  /// The chunks gathered since the last call of `beginAt`.
+  const std::vector<std::uint64_t>& chunks() const { return _chunks; }
   /// Calls `visit` with each slot of the list in which somebody may stand who carries a flag, for it to be taken, if
-  /// nobody in `before` carried one when the leaves gathered since the last call of `beginAt` began: the slots of these
-  /// leaves, and of those that are not the same in `before`.
+  /// nobody in `before` carried one when the chunks gathered since the last call of `beginAt` began: the slots of these
+  /// chunks, and of those that are not the same in `before`.
   void visit(const PLSlotSnapshot& list, const PLSlotSnapshot& before,
              const std::function<void(const Slot&)>& visit) const;
-  /// Forgets the leaves: from here on those are gathered of whom a change after the first `changes` may be.
+  /// Forgets the chunks: from here on those are gathered of whom a change after the first `changes` may be.
   /// `elsewhere` was counted before `changes`.
   void beginAt(std::uint64_t changes, std::uint64_t elsewhere);
   /// Whether there are so many that it is time to begin again.
@@ -58,14 +58,14 @@ class PLTouchedLeaves {
   static constexpr std::size_t kLong = 256;
   static constexpr std::size_t kLongHistory = 4096;
 
-  void remember(const std::vector<std::uint64_t>& leaves, bool areKnown);
+  void remember(const std::vector<std::uint64_t>& chunks, bool areKnown);
 
   const PLPersonChanges& _changes;
 
   // Main queue.
   std::uint64_t _seen = 0;
-  std::deque<std::pair<std::uint64_t, std::uint64_t>> _history;  // the changes counted at a naming, and a leaf
-  std::uint64_t _historyBegin = 0;                               // of no earlier changes all leaves are known
+  std::deque<std::pair<std::uint64_t, std::uint64_t>> _history;  // the changes counted at a naming, and a chunk
+  std::uint64_t _historyBegin = 0;                               // of no earlier changes all chunks are known
 
   Mutex _mutex;  // held for moments
   std::vector<std::uint64_t> _named PELLOR_GUARDED_BY(_mutex);
@@ -73,7 +73,7 @@ class PLTouchedLeaves {
   bool _namesAll PELLOR_GUARDED_BY(_mutex) = true;
 
   // Save queue.
-  std::vector<std::uint64_t> _leaves;
+  std::vector<std::uint64_t> _chunks;
   std::uint64_t _gatheredCount = 0;
   std::uint64_t _elsewhere = 0;
   std::uint64_t _since = 0;

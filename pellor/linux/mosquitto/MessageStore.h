@@ -12,9 +12,9 @@ namespace pellor {
 
 /// Encoded key messages by digest, one file each in the device folder, for the owner alone. A file that was damaged is
 /// as good as none. Any thread.
-class KeptMessages {
+class MessageStore {
  public:
-  explicit KeptMessages(std::filesystem::path folder) : _folder(std::move(folder)) {}
+  explicit MessageStore(std::filesystem::path folder) : _folder(std::move(folder)) {}
 
   /// False when it is not on the disk afterwards.
   bool keep(std::span<const std::uint8_t> message) const;

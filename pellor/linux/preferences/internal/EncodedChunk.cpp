@@ -1,4 +1,4 @@
-#include "pellor/linux/preferences/internal/EncodedRun.h"
+#include "pellor/linux/preferences/internal/EncodedChunk.h"
 
 #include <cbor.h>
 
@@ -88,17 +88,17 @@ void showEntry(CheckedItems& items, DictionaryView& view) {
 
 }  // namespace
 
-std::shared_ptr<const EncodedRun> EncodedRun::decode(std::span<const std::uint8_t> bytes) {
+std::shared_ptr<const EncodedChunk> EncodedChunk::decode(std::span<const std::uint8_t> bytes) {
   if (bytes.size() > CBORMaximumSize) return nullptr;
-  const auto run = std::make_shared<EncodedRun>(Passkey{});
-  run->_bytes.assign(bytes.begin(), bytes.end());
-  return run->findElements() ? run : nullptr;
+  const auto chunk = std::make_shared<EncodedChunk>(Passkey{});
+  chunk->_bytes.assign(bytes.begin(), bytes.end());
+  return chunk->findElements() ? chunk : nullptr;
 }
 
-bool EncodedRun::findElements() {
+bool EncodedChunk::findElements() {
   CBORDecoder decoder(_bytes);
   const CBORItem head = decoder.next();
-  if (head.kind != CBORItem::Kind::array || head.number < 1 || head.number > LongArray::RunSize) return false;
+  if (head.kind != CBORItem::Kind::array || head.number < 1 || head.number > LongArray::ChunkSize) return false;
   _size = head.number;
   for (std::size_t index = 0; index <= _size; ++index) {
     _offsets[index] = static_cast<std::uint32_t>(_bytes.size() - decoder.rest().size());
@@ -109,43 +109,43 @@ bool EncodedRun::findElements() {
 }
 
 // What others wrote may have its keys in any order, but not twice.
-bool EncodedRun::putInOrder() {
+bool EncodedChunk::putInOrder() {
   const std::optional<Value> array = decodeCBOR(_bytes);
   if (!array) return false;
   _bytes = *encodeCBOR(*array);
   return findElements();
 }
 
-std::shared_ptr<const EncodedRun> EncodedRun::encode(const std::shared_ptr<const ArrayRun>& original) {
-  const ArrayRun& run = *original;
-  if (run.size() < 1 || run.size() > LongArray::RunSize) return nullptr;
-  const auto encoded = std::make_shared<EncodedRun>(Passkey{});
+std::shared_ptr<const EncodedChunk> EncodedChunk::encode(const std::shared_ptr<const ArrayChunk>& original) {
+  const ArrayChunk& chunk = *original;
+  if (chunk.size() < 1 || chunk.size() > LongArray::ChunkSize) return nullptr;
+  const auto encoded = std::make_shared<EncodedChunk>(Passkey{});
   encoded->_madeOf = original;
-  encoded->_size = run.size();
+  encoded->_size = chunk.size();
   Data& bytes = encoded->_bytes;
   bytes.resize(LongestHead);
-  bytes.resize(cbor_encode_array_start(run.size(), bytes.data(), bytes.size()));
-  for (std::size_t index = 0; index < run.size(); ++index) {
+  bytes.resize(cbor_encode_array_start(chunk.size(), bytes.data(), bytes.size()));
+  for (std::size_t index = 0; index < chunk.size(); ++index) {
     encoded->_offsets[index] = static_cast<std::uint32_t>(bytes.size());
-    if (!append(run, index, bytes)) return nullptr;
+    if (!append(chunk, index, bytes)) return nullptr;
   }
-  encoded->_offsets[run.size()] = static_cast<std::uint32_t>(bytes.size());
+  encoded->_offsets[chunk.size()] = static_cast<std::uint32_t>(bytes.size());
   bytes.shrink_to_fit();
   return encoded;
 }
 
-bool EncodedRun::append(const ArrayRun& run, std::size_t index, Data& bytes) {
-  const Origin origin = run.origin(index);
-  const auto* encoded = dynamic_cast<const EncodedRun*>(origin.run.get());
-  if (!encoded) return appendCBOR(run.at(index), Depth, bytes);
+bool EncodedChunk::append(const ArrayChunk& chunk, std::size_t index, Data& bytes) {
+  const Origin origin = chunk.origin(index);
+  const auto* encoded = dynamic_cast<const EncodedChunk*>(origin.chunk.get());
+  if (!encoded) return appendCBOR(chunk.at(index), Depth, bytes);
   const auto element = encoded->element(origin.index);
   bytes.insert(bytes.end(), element.begin(), element.end());
   return bytes.size() <= CBORMaximumSize;
 }
 
-Value EncodedRun::at(std::size_t index) const { return *CBORDecoder(element(index)).value(Depth); }
+Value EncodedChunk::at(std::size_t index) const { return *CBORDecoder(element(index)).value(Depth); }
 
-bool EncodedRun::show(std::size_t index, DictionaryView& view) const {
+bool EncodedChunk::view(std::size_t index, DictionaryView& view) const {
   view.clear();
   CheckedItems items(element(index));
   if (items.type() != CBORHead::Type::map) return false;
@@ -153,7 +153,7 @@ bool EncodedRun::show(std::size_t index, DictionaryView& view) const {
   return true;
 }
 
-std::span<const std::uint8_t> EncodedRun::element(std::size_t index) const {
+std::span<const std::uint8_t> EncodedChunk::element(std::size_t index) const {
   return std::span(_bytes).subspan(_offsets[index], _offsets[index + 1] - _offsets[index]);
 }
 

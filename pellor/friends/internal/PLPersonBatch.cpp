@@ -1,4 +1,4 @@
-#include "pellor/friends/internal/PLPersonNewcomers.h"
+#include "pellor/friends/internal/PLPersonBatch.h"
 
 #include <array>
 
@@ -28,7 +28,7 @@ std::vector<PLHashedPerson> inTableOrder(std::vector<PLHashedPerson> persons) {
   return ordered;
 }
 
-void PLPersonNewcomers::add(PLPerson& person, std::uint64_t place) {
+void PLPersonBatch::add(PLPerson& person, std::uint64_t place) {
   _places.push_back({&person, PLPersonPlaces::hashOf(person), PLPersonPlaces::numberOf(place)});
   const PLPersonRecord& record = person.record();
   if (const std::string_view guid = record.identifyingGUID(); !guid.empty()) {

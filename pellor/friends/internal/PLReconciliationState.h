@@ -18,7 +18,7 @@ namespace pellor {
 /// costs a look at a record, and nothing else. So does one whose slot the last refresh did not come to: only what
 /// changed since that refresh is known. Friends without a record are never in step, they are searched each time. Main
 /// queue.
-class PLReconciledFriends {
+class PLReconciliationState {
  public:
   /// Begins a refresh of a list of that many slots: finds out what changed since the last one that ran to its end.
   void begin(const AddressBookStore& store, AddressBook& addressBook, std::uint64_t slotCount);

@@ -1,4 +1,4 @@
-// Long arrays as a database keeps them, whichever it is: in rows of one run each.
+// Long arrays as a database keeps them, whichever it is: in rows of one chunk each.
 #pragma once
 
 #include <cstddef>
@@ -15,10 +15,10 @@
 
 namespace pellor {
 
-using Runs = std::vector<std::shared_ptr<const ArrayRun>>;
+using Chunks = std::vector<std::shared_ptr<const ArrayChunk>>;
 
-/// Stands in place of a value's bytes where the value is a long array, whose runs are rows of their own.
-struct StoredRuns {
+/// Stands in place of a value's bytes where the value is a long array, whose chunks are rows of their own.
+struct StoredChunks {
   std::int64_t list = 0;   ///< a number that no list had before, so that the rows of another are not taken for its own
   std::int64_t count = 0;  ///< of elements
   std::int64_t revision = 0;  ///< when `count` changed last; rows may be newer
@@ -31,17 +31,17 @@ struct StoredRuns {
 /// Runs that did not change stay the same objects from one reading or writing to the next, and a list in which nothing
 /// changed stays the same object too.
 struct StoredList {
-  StoredRuns rows;
+  StoredChunks rows;
   std::int64_t revision = 0;  ///< the newest that was read or written
-  Value value;                ///< a long array of EncodedRuns
+  Value value;                ///< a long array of EncodedChunks
 };
 
-/// An array to be written: the runs of a long array, encoded.
+/// An array to be written: the chunks of a long array, encoded.
 struct EncodedList {
-  /// The same runs, those that are no EncodedRuns made into such. Absent when one exceeds a limit of `encodeCBOR`.
+  /// The same chunks, those that are no EncodedChunks made into such. Absent when one exceeds a limit of `encodeCBOR`.
   static std::optional<EncodedList> encode(const LongArray& array);
 
-  std::vector<std::shared_ptr<const ArrayRun>> runs;
+  std::vector<std::shared_ptr<const ArrayChunk>> chunks;
   std::size_t count = 0;  ///< of elements
 };
 
@@ -62,16 +62,16 @@ inline constexpr std::int64_t HighestListNumber = (std::int64_t{1} << 38) - 1;
 std::int64_t newListNumber();
 
 /// None for no list.
-const Runs& runsOf(const StoredList* list);
+const Chunks& chunksOf(const StoredList* list);
 /// How many rows hold the elements.
-std::size_t runCount(const StoredRuns& rows);
-/// The bytes of an EncodedRun.
-std::span<const std::uint8_t> bytesOf(const ArrayRun& run);
-bool holds(const ArrayRun& run, std::span<const std::uint8_t> bytes);
-bool areSame(const std::shared_ptr<const ArrayRun>& one, const std::shared_ptr<const ArrayRun>& other);
-/// Whether the runs make an array of that many elements. A run is null when its row is damaged.
-bool areWhole(const Runs& runs, const StoredRuns& rows);
+std::size_t chunkCount(const StoredChunks& rows);
+/// The bytes of an EncodedChunk.
+std::span<const std::uint8_t> bytesOf(const ArrayChunk& chunk);
+bool holds(const ArrayChunk& chunk, std::span<const std::uint8_t> bytes);
+bool areSame(const std::shared_ptr<const ArrayChunk>& one, const std::shared_ptr<const ArrayChunk>& other);
+/// Whether the chunks make an array of that many elements. A chunk is null when its row is damaged.
+bool areWhole(const Chunks& chunks, const StoredChunks& rows);
 /// Null unless they are whole.
-std::shared_ptr<const StoredList> listOf(Runs runs, const StoredRuns& rows, std::int64_t revision);
+std::shared_ptr<const StoredList> listOf(Chunks chunks, const StoredChunks& rows, std::int64_t revision);
 
 }  // namespace pellor

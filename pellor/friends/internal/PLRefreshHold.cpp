@@ -1,4 +1,4 @@
-#include "pellor/friends/internal/PLHeldRefresh.h"
+#include "pellor/friends/internal/PLRefreshHold.h"
 
 #include <algorithm>
 
@@ -15,7 +15,7 @@ constexpr const char* kOperation = "refreshAgainstAddressBook";
 
 }  // namespace
 
-bool PLHeldRefresh::holdsBack() {
+bool PLRefreshHold::holdsBack() {
   const auto fall = platformOf(_process).addressBook->contactsFall();
   if (!fall) {
     if (isHolding()) _PLGetLogSystem().log(LogFormat("refreshing friends is held back no longer").as(kOperation));
@@ -32,6 +32,6 @@ bool PLHeldRefresh::holdsBack() {
   return true;
 }
 
-void PLHeldRefresh::noteRefresh() { platformOf(_process).addressBook->noteRefresh(); }
+void PLRefreshHold::noteRefresh() { platformOf(_process).addressBook->noteRefresh(); }
 
 }  // namespace pellor

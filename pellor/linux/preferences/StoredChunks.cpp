@@ -1,4 +1,4 @@
-#include "pellor/linux/preferences/StoredRuns.h"
+#include "pellor/linux/preferences/StoredChunks.h"
 
 #include <algorithm>
 #include <random>
@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "pellor/linux/preferences/internal/CBORValue.h"
-#include "pellor/linux/preferences/internal/EncodedRun.h"
+#include "pellor/linux/preferences/internal/EncodedChunk.h"
 
 namespace pellor {
 namespace {
@@ -21,11 +21,11 @@ bool isListOfDictionaries(const Value& value) {
 }  // namespace
 
 std::optional<EncodedList> EncodedList::encode(const LongArray& array) {
-  EncodedList list{array.runs(), array.size()};
-  for (auto& pointer : list.runs) {
-    const ArrayRun& run = *pointer;
-    if (typeid(run) == typeid(EncodedRun)) continue;
-    pointer = EncodedRun::encode(pointer);
+  EncodedList list{array.chunks(), array.size()};
+  for (auto& pointer : list.chunks) {
+    const ArrayChunk& chunk = *pointer;
+    if (typeid(chunk) == typeid(EncodedChunk)) continue;
+    pointer = EncodedChunk::encode(pointer);
     if (!pointer) return std::nullopt;
   }
   return list;
@@ -54,36 +54,40 @@ std::int64_t newListNumber() {
   return std::uniform_int_distribution<std::int64_t>(1, HighestListNumber)(random);
 }
 
-std::span<const std::uint8_t> bytesOf(const ArrayRun& run) { return static_cast<const EncodedRun&>(run).bytes(); }
+std::span<const std::uint8_t> bytesOf(const ArrayChunk& chunk) {
+  return static_cast<const EncodedChunk&>(chunk).bytes();
+}
 
-bool holds(const ArrayRun& run, std::span<const std::uint8_t> bytes) { return std::ranges::equal(bytesOf(run), bytes); }
+bool holds(const ArrayChunk& chunk, std::span<const std::uint8_t> bytes) {
+  return std::ranges::equal(bytesOf(chunk), bytes);
+}
 
-bool areSame(const std::shared_ptr<const ArrayRun>& one, const std::shared_ptr<const ArrayRun>& other) {
+bool areSame(const std::shared_ptr<const ArrayChunk>& one, const std::shared_ptr<const ArrayChunk>& other) {
   return one == other || holds(*one, bytesOf(*other));
 }
 
-const Runs& runsOf(const StoredList* list) {
-  static const Runs none;
-  return list ? list->value.longArray()->runs() : none;
+const Chunks& chunksOf(const StoredList* list) {
+  static const Chunks none;
+  return list ? list->value.longArray()->chunks() : none;
 }
 
-std::size_t runCount(const StoredRuns& rows) {
-  return (static_cast<std::size_t>(rows.count) + LongArray::RunSize - 1) / LongArray::RunSize;
+std::size_t chunkCount(const StoredChunks& rows) {
+  return (static_cast<std::size_t>(rows.count) + LongArray::ChunkSize - 1) / LongArray::ChunkSize;
 }
 
-bool areWhole(const Runs& runs, const StoredRuns& rows) {
-  if (rows.count < 1 || runs.size() != runCount(rows)) return false;
+bool areWhole(const Chunks& chunks, const StoredChunks& rows) {
+  if (rows.count < 1 || chunks.size() != chunkCount(rows)) return false;
   auto left = static_cast<std::size_t>(rows.count);
-  for (const auto& run : runs) {
-    if (!run || run->size() != std::min(left, LongArray::RunSize)) return false;
-    left -= run->size();
+  for (const auto& chunk : chunks) {
+    if (!chunk || chunk->size() != std::min(left, LongArray::ChunkSize)) return false;
+    left -= chunk->size();
   }
   return true;
 }
 
-std::shared_ptr<const StoredList> listOf(Runs runs, const StoredRuns& rows, std::int64_t revision) {
-  if (!areWhole(runs, rows)) return nullptr;
-  return std::make_shared<const StoredList>(StoredList{rows, revision, LongArray(std::move(runs))});
+std::shared_ptr<const StoredList> listOf(Chunks chunks, const StoredChunks& rows, std::int64_t revision) {
+  if (!areWhole(chunks, rows)) return nullptr;
+  return std::make_shared<const StoredList>(StoredList{rows, revision, LongArray(std::move(chunks))});
 }
 
 }  // namespace pellor
