@@ -4,8 +4,12 @@
 #include <utility>
 
 #include "bench/Friends.h"
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
+#include "pellor/platform/Platform.h"
 #include "pellor/runtime/Fatal.h"
 #include "pellor/runtime/LongArray.h"
+#include "pellor/runtime/Process.h"
 #include "pellor/testing/InMemoryAddressBook.h"
 
 namespace pellor::bench {

@@ -10,6 +10,7 @@
 #include "bench/WorkFolder.h"
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/linux/LinuxPlatform.h"
+#include "pellor/linux/files/UserFolders.h"
 #include "pellor/linux/preferences/internal/SQLitePreferences.h"
 #include "pellor/runtime/Process.h"
 

@@ -17,6 +17,7 @@
 #include "bench/Stopwatch.h"
 #include "bench/StoredList.h"
 #include "pellor/linux/notify/NotifyFolder.h"
+#include "pellor/runtime/Process.h"
 
 namespace pellor::bench {
 namespace {

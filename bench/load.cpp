@@ -13,6 +13,7 @@
 #include "bench/PhoneLibrary.h"
 #include "bench/Stopwatch.h"
 #include "bench/StoredList.h"
+#include "pellor/friends/PLFriendGroup.h"
 #include "pellor/linux/preferences/internal/CBORValue.h"
 #include "pellor/runtime/Fatal.h"
 

@@ -14,6 +14,8 @@
 #include "bench/Kept.h"
 #include "bench/Memo.h"
 #include "bench/StoredList.h"
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLPerson.h"
 
 namespace pellor::bench {
 namespace {

@@ -19,8 +19,13 @@
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/linux/LinuxPlatform.h"
 #include "pellor/linux/contacts/internal/ContactIndexCards.h"
+#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
+#include "pellor/linux/files/UserFolders.h"
+#include "pellor/linux/preferences/SharedPreferences.h"
 #include "pellor/linux/sqlite/SQLiteDatabase.h"
+#include "pellor/platform/Platform.h"
 #include "pellor/runtime/Fatal.h"
+#include "pellor/runtime/Process.h"
 
 namespace pellor::bench {
 namespace {

@@ -14,6 +14,8 @@
 #include "bench/Kept.h"
 #include "bench/Stopwatch.h"
 #include "bench/StoredList.h"
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLPerson.h"
 #include "pellor/linux/sqlite/SQLiteDatabase.h"
 #include "pellor/runtime/Fatal.h"
 #include "pellor/runtime/LongArray.h"

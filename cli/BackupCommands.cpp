@@ -10,6 +10,7 @@
 #include "cli/Output.h"
 #include "pellor/linux/preferences/StoreCopies.h"
 #include "pellor/linux/preferences/internal/SQLitePreferences.h"
+#include "pellor/platform/Platform.h"
 #include "pellor/platform/SystemNotifyBus.h"
 #include "pellor/runtime/WallClock.h"
 

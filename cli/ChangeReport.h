@@ -11,6 +11,7 @@
 #include "cli/Session.h"
 #include "pellor/friends/PLChangeLog.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLPerson.h"
 
 namespace pellor::cli {
 

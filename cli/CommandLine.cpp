@@ -5,6 +5,7 @@
 #include <cctype>
 #include <memory>
 
+#include "pellor/linux/Configuration.h"
 #include "pellor/linux/files/UserFolders.h"
 
 namespace pellor::cli {

@@ -14,7 +14,11 @@
 #include "cli/ContactSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
+#include "pellor/friends/PLChangeLog.h"
+#include "pellor/friends/PLUtility.h"
+#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
 #include "pellor/linux/text/IcuText.h"
+#include "pellor/platform/Platform.h"
 
 namespace pellor::cli {
 namespace {

@@ -10,6 +10,7 @@
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
 #include "cli/Services.h"
+#include "pellor/linux/Configuration.h"
 
 namespace pellor::cli {
 namespace {

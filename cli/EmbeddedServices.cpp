@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "cli/Services.h"
+#include "pellor/linux/Configuration.h"
 #include "pellor/linux/EmbeddedReports.h"
 
 namespace pellor::cli {

@@ -13,6 +13,9 @@
 #include "cli/JsonForms.h"
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
+#include "pellor/friends/PLFavoritesImport.h"
+#include "pellor/linux/contacts/internal/FavoritesFile.h"
+#include "pellor/platform/Platform.h"
 
 namespace pellor::cli {
 namespace {

@@ -8,7 +8,9 @@
 #include "cli/Services.h"
 #include "cli/ShownNumbers.h"
 #include "pellor/linux/StandardErrorLog.h"
+#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
 #include "pellor/linux/text/TerminalText.h"
+#include "pellor/platform/Platform.h"
 
 namespace pellor::cli {
 namespace {

@@ -8,6 +8,7 @@
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/friends/detail/PLPersonForm.h"
 #include "pellor/friends/internal/PLListMerge.h"
+#include "pellor/runtime/Process.h"
 
 namespace pellor::cli {
 namespace {

@@ -1,6 +1,8 @@
 // `pellor-services`: with the adapters for the user's own services.
 
 #include "pellor/linux/services/UserServices.h"
+#include "pellor/linux/Configuration.h"
+#include "pellor/runtime/Process.h"
 
 #include "cli/CommandError.h"
 #include "cli/Services.h"

@@ -15,6 +15,8 @@
 #include "cli/Interruption.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
+#include "pellor/friends/PLChangeLog.h"
+#include "pellor/friends/PLFriendGroup.h"
 
 namespace pellor::cli {
 namespace {

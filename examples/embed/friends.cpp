@@ -1,7 +1,9 @@
 // Adds each number or address of the command line to the user's friends and prints what changed.
 #include <iostream>
 
+#include "pellor/friends/PLChangeLog.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLPerson.h"
 #include "pellor/linux/LinuxPlatform.h"
 
 int main(int count, char** arguments) {

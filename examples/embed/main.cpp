@@ -1,7 +1,11 @@
 // A friend list that lives in memory: a contact becomes a friend and is shown.
 #include <iostream>
 
+#include "pellor/friends/PLFriendGroup.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/Process.h"
 #include "pellor/testing/SimulatedWorld.h"
 
 int main() {

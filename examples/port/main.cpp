@@ -11,7 +11,12 @@
 #include "FileBus.h"
 #include "FileContacts.h"
 #include "FilePreferences.h"
+#include "pellor/friends/PLFriendGroup.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/runtime/Timer.h"
 #include "pellor/testing/SimulatedWorld.h"
 
 namespace {

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "pellor/friends/PLFriendGroupDelegate.h"
 #include "pellor/friends/PLSlot.h"
 #include "pellor/runtime/Object.h"
 
@@ -24,23 +25,6 @@ inline constexpr std::string_view PLFriendGroupTitleChangedNotification = "PLFri
 inline constexpr std::uint32_t PLFriendGroupErrorNone = 0;             ///< the slot was written
 inline constexpr std::uint32_t PLFriendGroupErrorCapacityReached = 1;  ///< there is no empty slot
 inline constexpr std::uint32_t PLFriendGroupErrorOutOfRange = 2;       ///< the group has no such slot
-
-/// Told of every change that a group makes to its slots, after the slot changed and before the operation returns. Main
-/// queue. May edit groups, and may drop the group that reports.
-class PLFriendGroupDelegate {
- public:
-  virtual ~PLFriendGroupDelegate() = default;
-  /// A friend was written into a slot. One that stood there before is not reported.
-  virtual void friendGroupDidSetFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
-                                                 const std::shared_ptr<PLPerson>& person, std::uint64_t position) = 0;
-  /// A slot was emptied. `person` is the friend who was removed, null when an empty slot was set instead.
-  virtual void friendGroupDidRemoveFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
-                                                    const std::shared_ptr<PLPerson>& person,
-                                                    std::uint64_t position) = 0;
-  /// The slots were rearranged. Never sent by a group itself: it is for whoever rearranges one.
-  virtual void friendGroupDidMoveFriends(const std::shared_ptr<PLFriendGroup>& group,
-                                         const std::vector<std::shared_ptr<PLPerson>>& friends) = 0;
-};
 
 /// How often the groups of a process were given friends without a report: `process.local<PLUnreportedAssignments>()`.
 /// Main queue.

@@ -13,44 +13,58 @@
 // has to read the store or the contacts: loading, refreshing, importing, and looking up somebody unknown.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
-#include "pellor/friends/PLChangeLog.h"
-#include "pellor/friends/PLDelayedOperation.h"
-#include "pellor/friends/PLDestination.h"
-#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLFriendGroupDelegate.h"
 #include "pellor/friends/PLFriendsManagerKeys.h"
-#include "pellor/friends/PLPerson.h"
-#include "pellor/friends/PLUtility.h"
-#include "pellor/friends/internal/PLDomainSettings.h"
-#include "pellor/friends/internal/PLFavorites.h"
-#include "pellor/friends/internal/PLIdentifierMap.h"
-#include "pellor/friends/internal/PLListTakeover.h"
-#include "pellor/friends/internal/PLListWriter.h"
-#include "pellor/friends/internal/PLLookUpQueue.h"
-#include "pellor/friends/internal/PLPersonSequence.h"
-#include "pellor/friends/internal/PLReachability.h"
-#include "pellor/friends/internal/PLReconciliationState.h"
-#include "pellor/friends/internal/PLRefreshHold.h"
-#include "pellor/friends/internal/PLSlotList.h"
-#include "pellor/platform/Platform.h"
-#include "pellor/runtime/BackOff.h"
-#include "pellor/runtime/Process.h"
-#include "pellor/runtime/Timer.h"
+#include "pellor/platform/Answer.h"
+#include "pellor/platform/ReachabilityService.h"
+#include "pellor/runtime/Object.h"
 
 namespace pellor {
 
+class AddressBook;
+class BackOff;
+class ContactStore;
+class Observation;
+class PLChangeLog;
+class PLDelayedOperation;
+class PLDomainSettings;
+class PLFavorites;
+class PLFriendGroup;
+class PLIdentifierMap;
+class PLListReader;
+class PLListTakeover;
+class PLListWriter;
+class PLLookUpQueue;
+class PLOwnPosts;
+class PLPageLayout;
 class PLPendingChanges;
+class PLPerson;
+class PLPersonSequence;
+class PLReachability;
+class PLReconciliationState;
+class PLRefreshHold;
+class PLSlotList;
+class PLTitles;
+class Process;
+class Timer;
+struct Contact;
+struct Notification;
+struct PLAcceptedWrite;
+struct PLBaseline;
+struct PLFavoritesImport;
+struct PLMergeResult;
+struct PLOwnPages;
+struct PLStoredList;
 
 /// One ordered list of friends, laid out in pages of slots, shared by all processes of the user, kept in step with the
 /// contacts and reported on by change logs.
@@ -59,10 +73,7 @@ class PLPendingChanges;
 /// starts as if it had been made at that moment.
 class PLFriendsManager : public Object,
                          public PLFriendGroupDelegate,
-                         public std::enable_shared_from_this<PLFriendsManager>,
-                         private SettleParticipant,
-                         private PLListWriterClient,
-                         private PLReachabilityClient {
+                         public std::enable_shared_from_this<PLFriendsManager> {
   struct Passkey {};
 
  public:
@@ -98,11 +109,11 @@ class PLFriendsManager : public Object,
   /// Whether the store has answered, so that there is a list.
   bool isLoaded() const { return _didCompleteInitialLoading; }
   /// How many slots each group has, and how many groups there may be.
-  std::uint64_t groupSize() const { return _settings.maxFriendsPerGroup(); }
-  std::uint64_t maxGroupCount() const { return _settings.maxFriendGroups(); }
+  std::uint64_t groupSize() const;
+  std::uint64_t maxGroupCount() const;
 
   /// The groups in order: the live array, which changes with the next edit.
-  const std::vector<std::shared_ptr<PLFriendGroup>>& friendGroups() const { return _friendGroups; }
+  const std::vector<std::shared_ptr<PLFriendGroup>>& friendGroups() const;
 
   /// Loads the stored list again. Logs; posts the change notification if friends changed, and
   /// PLFriendsManagerGroupListChanged if groups vanished or an empty one was added. A store that cannot be read changes
@@ -222,7 +233,7 @@ class PLFriendsManager : public Object,
   DestinationStatus statusForPersonRequery(const std::shared_ptr<PLPerson>& person, bool requery);
 
   /// The person's destinations that are known to be valid, whether or not statuses are checked; empty for none.
-  DestinationSet reachableDestinationsForPerson(const std::shared_ptr<PLPerson>& person) const;
+  std::set<std::string> reachableDestinationsForPerson(const std::shared_ptr<PLPerson>& person) const;
 
   /// Takes over statuses by destination, in any spelling; the others stay as they were. Absent: nothing happens. Posts
   /// PLFriendsManagerDestinationStatusUpdatedNotification, and counts the friends of whom no destination is valid, zero
@@ -253,12 +264,12 @@ class PLFriendsManager : public Object,
   /// can be edited, and waits for them, also over restarts: this is called once they can be read.
   PLFavoritesImport importFavorites();
   /// Whether the first list waits for favorites.
-  bool isFirstListDue() const { return _favorites.isDue(); }
+  bool isFirstListDue() const;
 
   /// Whether a contact may be added: it is no friend yet and has a destination. The number of its destinations is taken
   /// from `personValueCache`, and entered there when it is missing. False for a contact that is gone. Posts nothing.
   bool shouldAllowAddingContactWithContactStorePersonValueCache(const Contact& contact, ContactStore& contactStore,
-                                                                PersonValueCache& personValueCache) const;
+                                                                std::map<std::int32_t, std::uint64_t>& personValueCache) const;
 
   // --- Invariants ---
 
@@ -268,14 +279,7 @@ class PLFriendsManager : public Object,
   std::optional<std::string> invariantViolation() const;
 
  private:
-  // What a look at the stored list gave: the list, its last good copy in place of a damaged one, nothing, a damaged one
-  // without a good copy, or no answer.
-  enum class StoredList { loaded, recovered, none, damaged, unreadable };
-  // A group, by a number that no other group gets, with the title that the store is known to have for its page.
-  struct Page {
-    std::uint64_t number;
-    std::optional<std::string> storedTitle;
-  };
+  class PartsClient;
 
   // 1  Registry, settings and persistence
   void _start();
@@ -284,36 +288,20 @@ class PLFriendsManager : public Object,
   void _createEmptyFriendList();
   void _loadAgain();
   void _loadFriendList();
-  StoredList _readStoredList(PLStoredList& stored);
-  StoredList _recoverStoredList(const Value& damaged, PLStoredList& stored);
   void _startFirstList();
   void _startListInPlaceOfDamaged();
   void _takeOver(const PLStoredList& stored);
   void _beginOnEmptyStore(const PLStoredList& stored);
   void _finishLoad();
   void _retryLoadLater();
-  void listWasWritten(const PLAcceptedWrite& write) override;
-  void listWasOvertaken() override;
-  void loadIsDue() override;
-  void _incrementExternalChangePostCount();
-  void _postExternally(const std::string& name);
-  const std::string& _notificationForExternalListChange() const {
-    return _settings.friendsChangedExternallyNotificationName();
-  }
+  void _listWasWritten(const PLAcceptedWrite& write);
+  void _listWasOvertaken();
+  void _loadIsDue();
   void _friendsChangedExternally();
   void _loadIfOther();
-  void _awaitEchoes();
   void _loadGroupTitles();
   void _groupTitleChangedExternally();
-  void _takeOverTitles(const PLStoredList& stored, const PLMergeResult* merged);
-  void _dropTitlesFrom(std::uint64_t index);
-  bool _hasTitles() const;
-  bool _isTitleSetHere(std::uint64_t groupIndex) const;
-  bool _hasNewTitles();
-  bool _areTitlesWritten() const;
-  Array _titlesAfter(const PLBaseline& base) const;
-  void _takeOverTitle(std::uint64_t groupIndex, const Array& titles, std::uint64_t page);
-  void _noteStoredTitles(const PLBaseline& base);
+  std::shared_ptr<const PLBaseline> _knownTitles() const;
   void _tallySetValueForScalarKey(std::int64_t value, std::string_view key);
   void _tallyLogFriendCount();
   void _tallyLogFriendGroupCount();
@@ -321,39 +309,17 @@ class PLFriendsManager : public Object,
   void _markLayoutChanged();
   std::optional<PLMergeResult> _mergeOwnEdits(const PLStoredList& stored);
   PLOwnPages _ownPages(const PLBaseline& base) const;
-  PLPageOrigins _pagesInBase(const PLBaseline& base) const;
-  PLPageNumbers _pageNumbers();
-  bool _havePagesMoved(const PLBaseline& base) const;
-  std::uint64_t _pageCountOf(const LongArray& list) const;
-  std::optional<std::uint64_t> _pageInTheirs(std::uint64_t groupIndex, const PLStoredList& theirs,
-                                             const PLMergeResult* merged) const;
-  PLPageNumbers _pageNumbersOfTheirs(const PLStoredList& theirs, const PLMergeResult* merged);
-  bool isSettled() const override;
-  bool isWritten() const override;
-  void prepareToSettle() override;
-  void didSettle() override;
+  bool _isSettled() const;
+  bool _isWritten() const;
+  void _prepareToSettle();
 
   // 2  Group layout and positions
-  void _addEmptyGroup();
-  bool _shouldAddEmptyGroup() const;
-  void _updateFriendGroups();
-  void _showSlots(std::uint64_t groupIndex);
-  void _showChangedSlots(std::uint64_t firstNewGroup);
-  bool _doGroupsShowTheirSlots() const;
-  bool _arePassedOverGroupsFull() const;
-  bool _canAddFriendGroup() const;
   void _removeGroupAtIndex(std::uint64_t index);
   void _postGroupListChangedNotification();
   std::shared_ptr<PLPerson> _friendAtPosition(std::uint64_t index) const;
-  std::uint64_t _indexForPositionInGroup(std::uint64_t position, const PLFriendGroup& group) const;
   std::uint64_t _slotCapacity() const;
   std::uint64_t _firstEmptyPosition() const;
   std::uint64_t _numberOfFriendsInList(const PLSlotList& list) const;
-  void _appendGroup();
-  void _forgetGroupsFrom(std::uint64_t index);
-  std::optional<std::uint64_t> _indexOfGroup(const PLFriendGroup& group) const;
-  std::vector<Slot> _slotsOfGroup(std::uint64_t index) const;
-  std::shared_ptr<PLFriendGroup> _firstGroupWithRoom() const;
 
   // 3  Indexes and lookup
   void _lookUpAgain();
@@ -367,9 +333,7 @@ class PLFriendsManager : public Object,
   void _postChangeNotificationIfNecessary();
 
   // 5  Reachability
-  void forEachFriend(const std::function<void(const PLPerson&)>& visit) const override;
-  void statusesWereUpdated(const DestinationStatuses& statuses) override;
-  void unreachableFriendsWereCounted(std::int64_t count) override;
+  void _postStatuses(const DestinationStatuses& statuses);
 
   // 6  Loading, refresh and clean-up
   void _personValuesChanged(const Notification& notification);
@@ -402,53 +366,43 @@ class PLFriendsManager : public Object,
   Process& _process;
   const std::string _domain;
   const std::shared_ptr<PLListWriter> _writer;
-  const std::shared_ptr<PLPendingChanges> _pendingChanges;  // any queue
-  const std::shared_ptr<PLReachability> _reachability;      // main queue
+  const std::shared_ptr<PLPendingChanges> _pendingChanges;
 
-  // All from here to the next heading belongs to the main queue, as do the operations without an annotation: their
-  // public callers tell by `checkMainQueue`.
-  PLDomainSettings _settings;
+  // All from here on belongs to the main queue, as do the operations without an annotation: their public callers tell
+  // by `checkMainQueue`. A part that another one uses is made before it.
+  const std::shared_ptr<PLReachability> _reachability;
+  const std::unique_ptr<PartsClient> _client;
+  const std::unique_ptr<PLDomainSettings> _settings;
+  const std::unique_ptr<PLListReader> _listReader;
+  const std::unique_ptr<PLOwnPosts> _ownPosts;
+  const std::unique_ptr<PLSlotList> _friendList;
+  const std::unique_ptr<PLPageLayout> _pages;
+  const std::unique_ptr<PLTitles> _titles;
+  const std::unique_ptr<PLPersonSequence> _sourcedPersons;
+  const std::unique_ptr<PLIdentifierMap> _identifiersToPersonMap;
+  const std::unique_ptr<PLListTakeover> _takeover;
+  const std::unique_ptr<PLRefreshHold> _refreshHold;
+  const std::unique_ptr<PLReconciliationState> _reconciliation;
+  const std::unique_ptr<PLLookUpQueue> _lookUpQueue;
+  const std::unique_ptr<PLFavorites> _favorites;
+  const std::unique_ptr<BackOff> _loadRetryPauses;
+  const std::unique_ptr<BackOff> _overtakenPauses;
+  std::vector<std::shared_ptr<Observation>> _observations;
+
   bool _refreshAgainstContactsEnabled = true;
   bool _refreshSettingIsReplaced = false;  // by a caller, before the store had answered
-  PLSlotList _friendList;
-  std::vector<std::shared_ptr<PLFriendGroup>> _friendGroups;
-  std::unordered_map<const PLFriendGroup*, std::uint64_t> _groupIndexes;
-  std::vector<Page> _pages;       // of the groups, in their order
-  PLPageNumbers _publishedPages;  // null when groups came or went since
-  std::uint64_t _lastPageNumber = 0;
-  mutable std::uint64_t _firstGroupThatMayHaveRoom = 0;
-  PLPersonSequence _sourcedPersons;
-  PLIdentifierMap _identifiersToPersonMap;
-  PLListTakeover _takeover;
-  std::uint64_t _postCount = 0;       // own posts of the list's name that have not come back
-  std::uint64_t _titlePostCount = 0;  // of the titles' name, where it is another one
-  double _lastPost = 0;               // when, in seconds of absolute time
-  std::shared_ptr<Timer> _echoTimer;
   bool _needsAddressBookRefresh = false;
-  PLRefreshHold _heldRefresh;
-  PLFavorites _favorites;
-  PLLookUpQueue _unreadLookUps;
-  PLReconciliationState _reconciledFriends;
+  std::shared_ptr<Timer> _addressBookRefreshTimer;
+  std::optional<std::int32_t> _ownSequenceNumber;  // that is not stored yet
+
   bool _didCompleteInitialLoading = false;
   bool _lastLoadHadChanges = false;
-  std::shared_ptr<Timer> _addressBookRefreshTimer;
-  std::vector<std::shared_ptr<Observation>> _observations;
-  bool _observesBus = false;
-  std::shared_ptr<Timer> _loadRetryTimer;
-  BackOff _loadRetryPauses;
-  std::optional<Value> _damagedList;    // put aside already
-  std::optional<Value> _recoveredList;  // what is used in its place
   bool _storeIsUnreadable = false;
-  bool _titlesMoved = false;                 // with a removed group, and not marked yet
-  std::uint64_t _seenTitleAssignments = 0;   // up to which it is known which titles were set here
+  std::shared_ptr<Timer> _loadRetryTimer;
   std::shared_ptr<PLBaseline> _newBaseline;  // that a load will build on once the groups are laid out
   bool _wasOvertaken = false;                // since a write was accepted
-  BackOff _overtakenPauses;
   std::shared_ptr<Timer> _overtakenTimer;
-  bool _additionWasRefused = false;                // there was no room for it among others' edits
-  std::optional<std::int32_t> _ownSequenceNumber;  // that is not stored yet
-  PLSlotSnapshot _laidOutList;                     // which the groups show, but for what was given to them since
-  std::uint64_t _laidOutAssignments = 0;           // of friends to groups, those of the layout included
+  bool _additionWasRefused = false;  // there was no room for it among others' edits
 };
 
 }  // namespace pellor

@@ -1,7 +1,17 @@
 // The manager's part in importing favorites, and who may be added.
 #include "pellor/friends/PLBundle.h"
+#include "pellor/friends/PLFavoritesImport.h"
+#include "pellor/friends/PLFriendGroup.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/friends/PLUtility.h"
+#include "pellor/friends/internal/PLDomainSettings.h"
+#include "pellor/friends/internal/PLFavorites.h"
+#include "pellor/friends/internal/PLListWriter.h"
 #include "pellor/friends/internal/PLMainQueueCheck.h"
+#include "pellor/friends/internal/PLPageLayout.h"
+#include "pellor/friends/internal/PLSlotList.h"
+#include "pellor/platform/ContactStore.h"
 
 namespace pellor {
 namespace {
@@ -15,26 +25,26 @@ std::string filledIn(std::string format, std::uint64_t number) {
 }  // namespace
 
 Answer<std::vector<std::shared_ptr<PLPerson>>> PLFriendsManager::_curatedFriendList() {
-  return _favorites._curatedFriendList(_slotCapacity());
+  return _favorites->_curatedFriendList(_slotCapacity());
 }
 
 void PLFriendsManager::_addCuratedFriends(const std::optional<std::vector<std::shared_ptr<PLPerson>>>& friends) {
   if (!friends || friends->empty()) return;
   for (std::uint64_t index = 0; index < friends->size(); ++index) {
-    if (index < _friendList.count()) {
-      _friendList.set(index, (*friends)[index]);
+    if (index < _friendList->count()) {
+      _friendList->set(index, (*friends)[index]);
     } else {
-      _friendList.append((*friends)[index]);
+      _friendList->append((*friends)[index]);
     }
   }
-  while (_friendList.count() % _settings.maxFriendsPerGroup() != 0) _friendList.append(EmptySlot);
-  _updateFriendGroups();
+  while (_friendList->count() % _settings->maxFriendsPerGroup() != 0) _friendList->append(EmptySlot);
+  _pages->_updateFriendGroups();
   _titleCuratedGroups();
   saveFriendGroupTitles();
 }
 
 void PLFriendsManager::_titleCuratedGroups() {
-  std::vector<std::shared_ptr<PLFriendGroup>> groups = _friendGroups;
+  std::vector<std::shared_ptr<PLFriendGroup>> groups = friendGroups();
   if (groups.size() > 1 && groups.back()->count() == 0) groups.pop_back();
   _titleAsCurated(groups);
 }
@@ -44,17 +54,19 @@ void PLFriendsManager::_titleAsCurated(const std::vector<std::shared_ptr<PLFrien
   if (!bundle) return;
   const std::string format = bundle->localizedString("NUMBERED_FAVORITES_FORMAT_STRING", "");
   for (const auto& group : groups) {
-    const auto index = _indexOfGroup(*group);
+    const auto index = _pages->indexOfGroup(*group);
     if (!index || !group->title().value_or("").empty()) continue;
     group->setTitle(*index == 0 ? bundle->localizedString("FAVORITES", "") : filledIn(format, *index + 1));
   }
 }
 
+bool PLFriendsManager::isFirstListDue() const { return _favorites->isDue(); }
+
 PLFavoritesImport PLFriendsManager::importFavorites() {
   checkMainQueue(_process, "importFavorites");
   PLFavoritesImport import;
   if (!_didCompleteInitialLoading) return import;
-  const auto found = _favorites.newFriends(_friendList.snapshot());
+  const auto found = _favorites->newFriends(_friendList->snapshot());
   import.couldRead = found.isReadable();
   if (!import.couldRead) return import;
   std::vector<std::shared_ptr<PLFriendGroup>> groups;
@@ -64,7 +76,7 @@ PLFavoritesImport PLFriendsManager::importFavorites() {
       continue;
     }
     import.added.push_back(person);
-    groups.push_back(_friendGroups[*_friendList.indexOf(person.get()) / _settings.maxFriendsPerGroup()]);
+    groups.push_back(friendGroups()[*_friendList->indexOf(person.get()) / _settings->maxFriendsPerGroup()]);
   }
   _titleAsCurated(groups);
   if (!import.added.empty()) saveFriendGroupTitles();
@@ -74,14 +86,14 @@ PLFavoritesImport PLFriendsManager::importFavorites() {
 
 // The write that brings the favorites tells that the list waits for none.
 void PLFriendsManager::_endWaitForFavorites(bool didChangeList) {
-  if (!_favorites.isDue()) return;
-  _favorites.setDue(false);
+  if (!_favorites->isDue()) return;
+  _favorites->setDue(false);
   didChangeList ? _writer->markLayout(std::nullopt, false) : _writer->markFavoritesCame();
   save();
 }
 
 void PLFriendsManager::_bringFavoritesIfDue() {
-  if (_favorites.isDue() && !importFavorites().couldRead) _favorites.bringLater();
+  if (_favorites->isDue() && !importFavorites().couldRead) _favorites->bringLater();
 }
 
 bool PLFriendsManager::shouldAllowAddingContactWithContactStorePersonValueCache(

@@ -11,8 +11,11 @@
 #include <utility>
 #include <vector>
 
+#include "pellor/friends/PLFriendGroup.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLPerson.h"
 #include "pellor/linux/LinuxPlatform.h"
+#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
 #include "pellor/runtime/Process.h"
 
 namespace pellor {

@@ -11,8 +11,10 @@
 #include <vector>
 
 #include "pellor/linux/LinuxPlatform.h"
+#include "pellor/linux/phone/CanonicalFormStore.h"
 #include "pellor/linux/phone/CanonicalForms.h"
 #include "pellor/linux/reachability/IdentityService.h"
+#include "pellor/platform/Platform.h"
 #include "pellor/testing/LogCollector.h"
 #include "tests/linux/TemporaryFolder.h"
 

@@ -1,5 +1,6 @@
 // Change logs and how they are merged.
 #include "pellor/friends/PLChangeLog.h"
+#include "pellor/friends/PLPerson.h"
 
 #include "pellor/friends/internal/PLPendingChanges.h"
 #include "tests/pellor/ManagerWorld.h"

@@ -1,5 +1,6 @@
 // The first list of the default domain: of favorites, for which it waits where they cannot be read, and imports at any
 // time.
+#include "pellor/friends/PLFavoritesImport.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {

@@ -1,4 +1,5 @@
 // Contacts of which most are gone take no friend along.
+#include "pellor/friends/PLPerson.h"
 #include "pellor/platform/RefreshHold.h"
 #include "tests/pellor/ManagerWorld.h"
 

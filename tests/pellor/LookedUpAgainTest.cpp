@@ -1,4 +1,7 @@
 // Whoever was looked up while the contacts could not be read, or not to the end.
+#include "pellor/friends/PLPerson.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/Process.h"
 #include "pellor/testing/internal/InMemoryAddressBookStore.h"
 #include "pellor/testing/internal/ProcessLink.h"
 #include "tests/pellor/ManagerWorld.h"

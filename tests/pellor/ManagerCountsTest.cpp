@@ -1,6 +1,9 @@
 // What must not grow with the list: how many elements a load looks at and a save makes, and how often somebody is told.
 #include <ranges>
 
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/Process.h"
 #include "pellor/testing/LogCollector.h"
 #include "tests/pellor/ManagerWorld.h"
 #include "tests/pellor/OneProcess.h"

@@ -1,4 +1,6 @@
 // What an edit changes, tells and asks for, and in which order.
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLPerson.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {

@@ -1,4 +1,7 @@
 // Who owns an address or a GUID, and who may be added.
+#include "pellor/friends/PLPerson.h"
+#include "pellor/friends/PLUtility.h"
+#include "pellor/platform/Platform.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {

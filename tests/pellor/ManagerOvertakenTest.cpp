@@ -2,6 +2,7 @@
 #include <functional>
 #include <utility>
 
+#include "pellor/platform/Platform.h"
 #include "tests/pellor/ManagerWorld.h"
 #include "tests/pellor/SlowStore.h"
 

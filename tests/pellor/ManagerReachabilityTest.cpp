@@ -1,4 +1,6 @@
 // Whether friends can receive messages.
+#include "pellor/friends/PLDestination.h"
+#include "pellor/friends/PLPerson.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {

@@ -1,4 +1,7 @@
 // The list follows the contacts, and is cleaned up.
+#include "pellor/friends/PLPerson.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/Process.h"
 #include "tests/pellor/ChangingContacts.h"
 #include "tests/pellor/ManagerWorld.h"
 

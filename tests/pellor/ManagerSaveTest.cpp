@@ -2,6 +2,10 @@
 #include <barrier>
 #include <thread>
 
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/Process.h"
 #include "pellor/testing/LogCollector.h"
 #include "tests/pellor/ManagerWorld.h"
 

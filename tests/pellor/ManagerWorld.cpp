@@ -3,6 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include "pellor/friends/PLChangeLog.h"
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/Process.h"
 
 namespace pellor {
 namespace {

@@ -14,8 +14,13 @@
 #include <utility>
 #include <vector>
 
+#include "pellor/friends/PLChangeLog.h"
+#include "pellor/friends/PLFriendGroup.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/platform/Platform.h"
 #include "pellor/runtime/LongArray.h"
+#include "pellor/runtime/Process.h"
 #include "pellor/testing/SimulatedScheduler.h"
 #include "pellor/testing/SimulatedWorld.h"
 

@@ -11,7 +11,12 @@
 #include <vector>
 
 #include "pellor/friends/PLBundle.h"
+#include "pellor/friends/PLChangeLog.h"
+#include "pellor/friends/PLDestination.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/Process.h"
 #include "pellor/runtime/Timer.h"
 #include "tests/pellor/PlainIdentifierMap.h"
 

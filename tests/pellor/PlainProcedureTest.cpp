@@ -5,7 +5,12 @@
 // PELLOR_SEEDS=<count> sets how many lives are compared; each loads some six lists.
 #include <algorithm>
 
+#include "pellor/friends/PLChangeLog.h"
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLPerson.h"
 #include "pellor/friends/internal/PLSkipChecks.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/Process.h"
 #include "pellor/testing/SimulatedScheduler.h"
 #include "pellor/testing/SimulatedWorld.h"
 #include "tests/pellor/GeneratedData.h"

@@ -4,6 +4,8 @@
 #include <random>
 #include <set>
 
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLPerson.h"
 #include "tests/pellor/ManagerWorld.h"
 #include "tests/pellor/SeededTest.h"
 

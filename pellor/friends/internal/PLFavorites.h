@@ -16,14 +16,6 @@
 
 namespace pellor {
 
-/// What became of an import of the favorites.
-struct PLFavoritesImport {
-  /// Whether favorites and contacts could be read, and there is a list; else nothing was done.
-  bool couldRead = false;
-  std::vector<std::shared_ptr<PLPerson>> added;  ///< in the order of the favorites
-  std::uint64_t withoutRoom = 0;                 ///< how many were left out because the list is full
-};
-
 /// The favorites as persons, and whether the first list waits for them: it does from the moment on when they could not
 /// be read for it until they were, and a timer is set then that asks for them again. Main queue.
 class PLFavorites {

@@ -4,9 +4,9 @@
 #include <cstdint>
 #include <unordered_map>
 
+#include "pellor/friends/internal/PLMergeInput.h"
 #include "pellor/friends/internal/PLMergePlaces.h"
 #include "pellor/friends/internal/PLMergeSlots.h"
-#include "pellor/friends/internal/PLThreeWayMerge.h"
 
 namespace pellor {
 

@@ -5,9 +5,9 @@
 #include <optional>
 #include <vector>
 
+#include "pellor/friends/internal/PLMergeInput.h"
 #include "pellor/friends/internal/PLMergePages.h"
 #include "pellor/friends/internal/PLMergeSlots.h"
-#include "pellor/friends/internal/PLThreeWayMerge.h"
 
 namespace pellor {
 

@@ -10,8 +10,6 @@
 #include <tuple>
 #include <unordered_map>
 
-#include "pellor/friends/internal/PLMergePages.h"
-
 namespace pellor {
 namespace {
 
@@ -142,11 +140,11 @@ std::vector<Node> shiftedNodes(const PLTitledSlots& base, const PLTitledSlots& t
     nodes.push_back({page, other, count + (diagonal.haveSameTitle(page, other) ? 1 : 0)});
     byShift[nodes.back().shift()] += nodes.back().inCommon;
   }
-  if (byShift.size() <= PLPageMatch::CountedShifts) return nodes;
+  if (byShift.size() <= PLShiftedPages::CountedShifts) return nodes;
   std::vector<std::int64_t> counts;
   for (const auto& [shift, count] : byShift) counts.push_back(count);
-  std::ranges::nth_element(counts, counts.begin() + PLPageMatch::CountedShifts - 1, std::greater<>());
-  const std::int64_t least = counts[PLPageMatch::CountedShifts - 1];
+  std::ranges::nth_element(counts, counts.begin() + PLShiftedPages::CountedShifts - 1, std::greater<>());
+  const std::int64_t least = counts[PLShiftedPages::CountedShifts - 1];
   std::erase_if(nodes, [&](const Node& node) { return byShift[node.shift()] < least; });
   return nodes;
 }
@@ -288,6 +286,10 @@ class ChainSearch {
 };
 
 }  // namespace
+
+const std::string* titleOfPage(const Array& titles, std::uint64_t page) {
+  return page < titles.size() ? titles[page].string() : nullptr;
+}
 
 std::optional<PLShiftedPages> matchShiftedPages(const PLTitledSlots& base, const PLTitledSlots& theirs,
                                                 const PLFriendPairs& friends) {

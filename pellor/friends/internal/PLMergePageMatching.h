@@ -1,8 +1,10 @@
 // Which pages of base are pages of another number in theirs.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -11,12 +13,18 @@
 
 namespace pellor {
 
+/// The title of a page; null when there is none.
+const std::string* titleOfPage(const Array& titles, std::uint64_t page);
+
 struct PLTitledSlots {
   const PLMergeSlots& list;
   const Array& titles;
 };
 
 struct PLShiftedPages {
+  /// Friends who left one page for another count over so many different distances.
+  static constexpr std::size_t CountedShifts = 64;
+
   std::uint64_t sameCount;                                     ///< pages below it are the ones of the same number
   std::vector<std::pair<std::uint64_t, std::uint64_t>> pairs;  ///< the others, ascending
 };

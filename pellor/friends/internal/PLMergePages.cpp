@@ -11,10 +11,6 @@ bool isBelow(const std::pair<std::uint64_t, std::uint64_t>& pair, std::uint64_t 
 
 }  // namespace
 
-const std::string* titleOfPage(const Array& titles, std::uint64_t page) {
-  return page < titles.size() ? titles[page].string() : nullptr;
-}
-
 PLPageMatch::PLPageMatch(const PLMergeSlots& base, const Array& baseTitles, const PLMergeSlots& theirs,
                          const Array& theirTitles, const PLFriendPairs& friends)
     : _baseCount(base.pageCount()), _sameCount(std::min(base.pageCount(), theirs.pageCount())) {

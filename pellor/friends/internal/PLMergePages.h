@@ -7,13 +7,11 @@
 #include <vector>
 
 #include "pellor/friends/internal/PLMergeFriends.h"
+#include "pellor/friends/internal/PLMergeInput.h"
+#include "pellor/friends/internal/PLMergePageMatching.h"
 #include "pellor/friends/internal/PLMergeSlots.h"
-#include "pellor/friends/internal/PLThreeWayMerge.h"
 
 namespace pellor {
-
-/// The title of a page; null when there is none.
-const std::string* titleOfPage(const Array& titles, std::uint64_t page);
 
 /// Where the pages of base are in theirs. Behind the last page of base and of theirs go on in empty pages, which follow
 /// one another in both.
@@ -25,7 +23,7 @@ const std::string* titleOfPage(const Array& titles, std::uint64_t page);
 /// which the fewest went are not counted.
 class PLPageMatch {
  public:
-  static constexpr std::size_t CountedShifts = 64;
+  static constexpr std::size_t CountedShifts = PLShiftedPages::CountedShifts;
 
   PLPageMatch(const PLMergeSlots& base, const Array& baseTitles, const PLMergeSlots& theirs, const Array& theirTitles,
               const PLFriendPairs& friends);

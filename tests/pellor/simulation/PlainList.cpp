@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "pellor/friends/PLFriendGroup.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLPerson.h"
 
 namespace pellor {
 namespace {

@@ -4,6 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include "pellor/friends/PLDestination.h"
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/friends/PLUtility.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/Process.h"
 
 namespace pellor {
 namespace {

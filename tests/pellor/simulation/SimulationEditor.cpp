@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/runtime/Process.h"
 
 namespace pellor {
 namespace {

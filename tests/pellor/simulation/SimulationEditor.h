@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLPerson.h"
 #include "tests/pellor/simulation/SimulationWorld.h"
 
 namespace pellor {

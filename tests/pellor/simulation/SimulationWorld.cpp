@@ -8,6 +8,8 @@
 #include <utility>
 
 #include "pellor/friends/internal/PLSkipChecks.h"
+#include "pellor/platform/Platform.h"
+#include "pellor/runtime/Process.h"
 #include "tests/pellor/SlowStore.h"
 
 namespace pellor {

@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "pellor/friends/PLDestinationStatus.h"
+#include "pellor/friends/PLFriendGroup.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/runtime/Process.h"
 #include "pellor/testing/LogCollector.h"
 #include "pellor/testing/SimulatedScheduler.h"
 #include "pellor/testing/SimulatedWorld.h"

@@ -1,0 +1,242 @@
+#include "pellor/friends/internal/PLPageLayout.h"
+
+#include <algorithm>
+#include <limits>
+#include <span>
+#include <utility>
+
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/internal/PLDomainSettings.h"
+#include "pellor/friends/internal/PLSkipChecks.h"
+
+namespace pellor {
+
+PLPageLayout::PLPageLayout(Process& process, PLSlotList& friends, const PLDomainSettings& settings,
+                           std::function<void()> groupListChanged)
+    : _process(process), _friendList(friends), _settings(settings), _groupListChanged(std::move(groupListChanged)) {}
+
+// --- Groups ---
+
+std::uint64_t PLPageLayout::groupSize() const { return _settings.maxFriendsPerGroup(); }
+
+std::optional<std::uint64_t> PLPageLayout::indexOfGroup(const PLFriendGroup& group) const {
+  const auto known = _indexes.find(&group);
+  return known == _indexes.end() ? std::nullopt : std::optional(known->second);
+}
+
+std::uint64_t PLPageLayout::_indexForPositionInGroup(std::uint64_t position, const PLFriendGroup& group) const {
+  const auto groupIndex = indexOfGroup(group);
+  if (!groupIndex || position >= groupSize()) return std::numeric_limits<std::uint64_t>::max();
+  return slotIndex(*groupIndex, groupSize(), position);
+}
+
+bool PLPageLayout::_canAddFriendGroup() const { return count() < _settings.maxFriendGroups(); }
+
+// Full groups are passed over once: a later look starts where the last one found room, or where room has come since.
+std::shared_ptr<PLFriendGroup> PLPageLayout::firstGroupWithRoom() const {
+  checkSkip("groups that are passed over to have no room", [this] { return areSkippedGroupsFull(); });
+  while (_firstGroupThatMayHaveRoom < count()) {
+    const auto& group = _friendGroups[_firstGroupThatMayHaveRoom];
+    if (!group->isFull()) return group;
+    ++_firstGroupThatMayHaveRoom;
+  }
+  return nullptr;
+}
+
+void PLPageLayout::noteRoom(std::uint64_t index) {
+  _firstGroupThatMayHaveRoom = std::min(_firstGroupThatMayHaveRoom, index);
+}
+
+bool PLPageLayout::areSkippedGroupsFull() const {
+  const std::uint64_t skipped = std::min<std::uint64_t>(_firstGroupThatMayHaveRoom, count());
+  return std::ranges::all_of(std::span(_friendGroups).first(skipped),
+                             [](const auto& group) { return group->isFull(); });
+}
+
+bool PLPageLayout::_shouldAddEmptyGroup() const {
+  if (_friendGroups.empty()) return true;
+  if (_canAddFriendGroup() && _friendGroups.back()->count() > 0) return _settings.shouldAddEmptyTrailingGroup();
+  return false;
+}
+
+void PLPageLayout::appendGroup() {
+  auto group = PLFriendGroup::initWithDelegateGroupSize(_delegate, groupSize());
+  _indexes.emplace(group.get(), count());
+  _friendGroups.push_back(std::move(group));
+  _numbers.push_back(++_lastNumber);
+  _sharedNumbers = nullptr;
+}
+
+void PLPageLayout::_addEmptyGroup() {
+  const std::uint64_t index = count();
+  appendGroup();
+  while (_friendList.count() < (index + 1) * groupSize()) _friendList.append(EmptySlot);
+  updateGroup(index);
+  _groupListChanged();
+}
+
+void PLPageLayout::_removeGroupAtIndex(std::uint64_t index) {
+  if (index >= count()) return;
+  const auto removed = _friendGroups[index];
+  removed->setDelegate({});
+  _indexes.erase(removed.get());
+  _friendGroups.erase(_friendGroups.begin() + static_cast<std::ptrdiff_t>(index));
+  _numbers.erase(_numbers.begin() + static_cast<std::ptrdiff_t>(index));
+  _sharedNumbers = nullptr;
+  for (std::uint64_t later = index; later < count(); ++later) _indexes[_friendGroups[later].get()] = later;
+  noteRoom(index);
+  _friendList.remove(index * groupSize(), groupSize());
+  _groupListChanged();
+}
+
+void PLPageLayout::dropGroupsFrom(std::uint64_t index) {
+  noteRoom(index);
+  while (count() > index) {
+    _friendGroups.back()->setDelegate({});
+    _indexes.erase(_friendGroups.back().get());
+    _friendGroups.pop_back();
+    _numbers.pop_back();
+    _sharedNumbers = nullptr;
+  }
+}
+
+void PLPageLayout::_updateFriendGroups() {
+  const std::uint64_t wanted = std::min(_friendList.count() / groupSize(), _settings.maxFriendGroups());
+  const bool removesGroups = count() > wanted;
+  dropGroupsFrom(wanted);
+  const std::uint64_t firstNewGroup = count();
+  while (count() < wanted) appendGroup();
+  updateChangedGroups(firstNewGroup);
+  // Groups that were only appended are not announced.
+  if (_shouldAddEmptyGroup()) {
+    _addEmptyGroup();
+  } else if (removesGroups) {
+    _groupListChanged();
+  }
+}
+
+std::vector<Slot> PLPageLayout::slotsOfGroup(std::uint64_t index) const {
+  std::vector<Slot> group;
+  group.reserve(groupSize());
+  const std::uint64_t first = index * groupSize();
+  for (std::uint64_t slot = first; slot < first + groupSize(); ++slot) group.push_back(_friendList.at(slot));
+  return group;
+}
+
+// Of what groups are given only this is known to be what the list has.
+void PLPageLayout::updateGroup(std::uint64_t index) {
+  const std::uint64_t& assignments = _process.local<PLUnreportedAssignments>().count;
+  const bool wasLaidOut = assignments == _laidOutAssignments;
+  _friendGroups[index]->setFriends(slotsOfGroup(index));
+  if (wasLaidOut) _laidOutAssignments = assignments;
+  noteRoom(index);
+}
+
+// A group has its slots as long as they are the same and nobody gave it others without a report.
+void PLPageLayout::updateChangedGroups(std::uint64_t firstNewGroup) {
+  const std::uint64_t& assignments = _process.local<PLUnreportedAssignments>().count;
+  const PLSlotSnapshot slots = _friendList.snapshot();
+  std::vector<bool> isDue(count(), assignments != _laidOutAssignments);
+  std::fill(isDue.begin() + static_cast<std::ptrdiff_t>(firstNewGroup), isDue.end(), true);
+  slots.forEachDifferingChunk(_laidOutList, [&](std::uint64_t chunk) {
+    const std::uint64_t last = ((chunk + 1) * PLSlotSnapshot::ChunkSize - 1) / groupSize();
+    for (auto index = chunk * PLSlotSnapshot::ChunkSize / groupSize(); index <= last && index < isDue.size(); ++index) {
+      isDue[index] = true;
+    }
+  });
+  for (std::uint64_t index = 0; index < isDue.size(); ++index) {
+    if (isDue[index]) updateGroup(index);
+  }
+  _laidOutList = slots;
+  _laidOutAssignments = assignments;
+  checkSkip("groups that are not laid out again to show their slots", [this] { return haveGroupsTheirSlots(); });
+}
+
+bool PLPageLayout::haveGroupsTheirSlots() const {
+  for (std::uint64_t index = 0; index < count(); ++index) {
+    if (_friendGroups[index]->friends() != slotsOfGroup(index)) return false;
+  }
+  return true;
+}
+
+// --- Pages ---
+
+PLPageNumbers PLPageLayout::pageNumbers() {
+  if (!_sharedNumbers) _sharedNumbers = std::make_shared<const std::vector<std::uint64_t>>(_numbers);
+  return _sharedNumbers;
+}
+
+PLPageOrigins PLPageLayout::pagesInBase(const PLBaseline& base) const {
+  if (base.pages && base.pages == _sharedNumbers) return {};
+  std::unordered_map<std::uint64_t, std::uint64_t> known;
+  for (std::uint64_t page = 0; base.pages && page < base.pages->size(); ++page) {
+    known.emplace((*base.pages)[page], page);
+  }
+  PLPageOrigins origins;
+  for (const std::uint64_t number : _numbers) {
+    const auto found = known.find(number);
+    origins.push_back(found == known.end() ? std::nullopt : std::optional(found->second));
+  }
+  auto appended = origins.size();
+  while (appended > 0 && !origins[appended - 1]) --appended;
+  for (std::uint64_t next = known.size(); appended < origins.size(); ++appended) origins[appended] = next++;
+  return origins;
+}
+
+bool PLPageLayout::havePagesMoved(const PLBaseline& base) const {
+  const PLPageOrigins pages = pagesInBase(base);
+  if (pages.empty()) return false;
+  for (std::uint64_t index = 0; index < pages.size(); ++index) {
+    if (pages[index] != index) return true;
+  }
+  return base.pages && pages.size() < base.pages->size();
+}
+
+std::uint64_t PLPageLayout::pageCountOf(const LongArray& list) const {
+  return (list.size() + groupSize() - 1) / groupSize();
+}
+
+std::optional<std::uint64_t> PLPageLayout::pageInTheirs(std::uint64_t groupIndex, const LongArray& theirs,
+                                                        const PLMergeResult* merged) const {
+  if (!merged) return groupIndex;
+  const PLPageOrigins& origins = merged->theirPages;
+  const std::uint64_t mergedCount = origins.empty() ? pageCountOf(merged->list) : origins.size();
+  if (groupIndex < mergedCount) return origins.empty() ? std::optional(groupIndex) : origins[groupIndex];
+  const std::uint64_t theirCount = pageCountOf(theirs);
+  return groupIndex - mergedCount + (origins.empty() ? std::max(theirCount, mergedCount) : theirCount);
+}
+
+PLPageNumbers PLPageLayout::pageNumbersOfTheirs(const LongArray& theirs, const PLMergeResult* merged) {
+  const std::uint64_t theirCount = pageCountOf(theirs);
+  const bool areTheSame = !merged || (merged->theirPages.empty() && pageCountOf(merged->list) >= theirCount);
+  if (areTheSame) return pageNumbers();
+  std::vector<std::uint64_t> numbers;
+  const auto reach = [&](std::uint64_t size) {
+    while (numbers.size() < size) numbers.push_back(++_lastNumber);
+  };
+  for (std::uint64_t index = 0; index < count(); ++index) {
+    const auto page = pageInTheirs(index, theirs, merged);
+    if (!page) continue;
+    reach(*page + 1);
+    numbers[*page] = _numbers[index];
+  }
+  reach(theirCount);
+  return std::make_shared<const std::vector<std::uint64_t>>(std::move(numbers));
+}
+
+// --- Invariants ---
+
+std::optional<std::string> PLPageLayout::violation() const {
+  if (_indexes.size() != count()) return "one index entry per group";
+  if (_numbers.size() != count()) return "one page per group";
+  const auto delegate = _delegate.lock();
+  for (std::uint64_t index = 0; index < count(); ++index) {
+    if (indexOfGroup(*_friendGroups[index]) != index) return "every group known by its place";
+    if (_friendGroups[index]->delegate() != delegate) return "every group reporting to its manager";
+  }
+  const bool hasSlots = count() <= std::numeric_limits<std::uint64_t>::max() / groupSize() &&
+                        _friendList.count() >= count() * groupSize();
+  return hasSlots ? std::nullopt : std::optional<std::string>("slots for every group");
+}
+
+}  // namespace pellor
