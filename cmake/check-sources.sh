@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Checks what the compiler does not: which folder may include which, that the core needs the standard library alone, and
-# that no name in a public header is a word that common frameworks define as a macro.
+# Checks what the compiler does not: which folder may include which, what is internal, that includes run one way, that the
+# core needs the standard library alone, and that no name in a public header is a word that common frameworks define as a
+# macro.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -11,13 +12,17 @@ report() {
   failures=1
 }
 
+# includes_of PATH...: each include of a file of ours as "FILE:LINE:#include "HEADER"".
+includes_of() {
+  grep -rnE '^ *# *include *"' --include='*.h' --include='*.cpp' "$@" || true
+}
+
 # may_include FOLDER FOLDER...: sources of the first folder include files of the others and of their own alone, and
 # spell them from the root of the repository.
 may_include() {
   local folder=$1 allowed
   allowed=$(IFS='|'; echo "$*")
-  report "$folder/ may include from ${*} alone" \
-    "$(grep -rnE '^ *# *include *"' --include='*.h' --include='*.cpp' "$folder" | grep -vE "\"($allowed)/[^\"]+\"" || true)"
+  report "$folder/ may include from ${*} alone" "$(includes_of "$folder" | grep -vE "\"($allowed)/[^\"]+\"" || true)"
 }
 may_include pellor/runtime
 may_include pellor/platform pellor/runtime
@@ -27,16 +32,54 @@ may_include pellor/linux pellor/platform pellor/runtime
 may_include cli pellor
 may_include bench pellor
 
-for folder in pellor/runtime pellor/platform pellor/friends; do
-  report "$folder/ uses the standard library alone" \
-    "$(grep -rnE '^ *# *include *<[^>]*[./]' --include='*.h' --include='*.cpp' "$folder" || true)"
+# Within pellor/linux/, from the files up to the services: each folder may include from those before it. The files in
+# pellor/linux/ itself put the embedded parts together, and the services describe themselves by them.
+above=()
+for folder in threads files text phone sqlite notify preferences contacts reachability; do
+  may_include "pellor/linux/$folder" "${above[@]/#/pellor/linux/}" pellor/platform pellor/runtime
+  above+=("$folder")
+done
+services='eds|journal|ldap|matrix|mosquitto|postgresql|sdbus|services'
+report 'pellor/linux/ itself includes nothing of a service' \
+  "$(includes_of pellor/linux/*.h pellor/linux/*.cpp | grep -E "\"pellor/linux/($services)/" || true)"
+for folder in ${services//|/ }; do
+  [ "$folder" = services ] && continue
+  report "pellor/linux/$folder/ includes nothing of another service" "$(includes_of "pellor/linux/$folder" |
+    grep -E "\"pellor/linux/($services)/" | grep -v "\"pellor/linux/$folder/" || true)"
 done
 
-report 'pellor/testing/ needs GoogleTest in pellor/testing/contract/ alone' \
-  "$(grep -rnE '^ *# *include *<g(test|mock)/' --include='*.h' --include='*.cpp' pellor/testing | grep -v '^pellor/testing/contract/' || true)"
+# What is installed is what its folder lists.
+installed=$(for folder in pellor/*/ pellor/linux/*/; do
+  [ -f "${folder}CMakeLists.txt" ] || continue
+  sed -n '/^pellor_public_headers(/,/)/p' "${folder}CMakeLists.txt" | grep -oE '[A-Za-z0-9_/]+\.h' | sed "s,^,$folder,"
+done | sort)
+report 'Internal headers are not installed' "$(grep -E '/internal/' <<<"$installed" || true)"
+report 'Public headers include no internal ones' \
+  "$(xargs grep -nE '^ *# *include *".*/internal/' <<<"$installed" || true)"
+# A folder of pellor/linux/ that installs nothing is internal as a whole.
+public_folders=$(xargs -n1 dirname <<<"$installed" | sort -u)
+report 'Neither installed nor in a folder internal/' "$(comm -23 \
+  <(for folder in $public_folders; do ls "$folder"/*.h; done | sort) <(printf '%s\n' "$installed"))"
+
+# circles FOLDER: includes among the headers and sources of a folder, a source counted with its header, that lead back.
+circles() {
+  grep -rE '^#include "' --include='*.h' --include='*.cpp' "$1" |
+    sed -E 's,^([^:]+)\.(h|cpp):#include "([^"]+)\.h".*,\1 \3,' | grep " $1/" | awk '$1 != $2' | tsort 2>&1 >/dev/null |
+    sed 's/^tsort: //' || true
+}
+report 'A circle of includes in pellor/friends/' "$(circles pellor/friends)"
+
+for folder in runtime platform friends; do
+  report "pellor/$folder/ uses the standard library alone" \
+    "$(grep -rnE '^ *# *include *<[^>]*[./]' --include='*.h' --include='*.cpp' "pellor/$folder" || true)"
+done
+
+report 'pellor/testing/ needs GoogleTest in pellor/testing/contract/ alone' "$(
+  grep -rnE '^ *# *include *<g(test|mock)/' --include='*.h' --include='*.cpp' pellor/testing |
+    grep -v '^pellor/testing/contract/' || true)"
 
 report 'Words that frameworks define as macros' \
-  "$(grep -rnwE 'slots|signals|emit|foreach' --include='*.h' pellor |
-    grep -vE '^[^:]+:[0-9]+: *//' | sed 's,//.*,,' | grep -wE 'slots|signals|emit|foreach' || true)"
+  "$(grep -rnwE 'slots|signals|emit|foreach' --include='*.h' pellor | grep -vE '^[^:]+:[0-9]+: *//' |
+    sed 's,//.*,,' | grep -wE 'slots|signals|emit|foreach' || true)"
 
 exit $failures

@@ -7,10 +7,13 @@
 #include <system_error>
 #include <vector>
 
+#include "pellor/linux/Configuration.h"
 #include "pellor/linux/LinuxPlatform.h"
 #include "pellor/linux/contacts/internal/ContactFolder.h"
 #include "pellor/linux/contacts/internal/RefreshMemory.h"
+#include "pellor/linux/files/UserFolders.h"
 #include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/preferences/StoreCopies.h"
 #include "pellor/linux/preferences/internal/PreferencesDatabase.h"
 #include "pellor/linux/preferences/internal/SQLitePreferences.h"
 #include "pellor/runtime/WallClock.h"

@@ -6,12 +6,13 @@
 #include <optional>
 #include <string_view>
 
-#include "pellor/linux/Configuration.h"
 #include "pellor/linux/ServiceReport.h"
-#include "pellor/linux/files/UserFolders.h"
-#include "pellor/linux/preferences/StoreCopies.h"
 
 namespace pellor {
+
+class Configuration;
+class StoreCopies;
+struct UserFolders;
 
 /// Adds to the report of contacts that work, of which there are so many now, that friends are not refreshed against
 /// them. `source` names them.

@@ -1,18 +1,29 @@
 #include "pellor/linux/LinuxPlatform.h"
 
-#include "pellor/linux/PrometheusCounters.h"
+#include "pellor/linux/Configuration.h"
+#include "pellor/linux/internal/PrometheusCounters.h"
+#include "pellor/linux/contacts/CardSource.h"
 #include "pellor/linux/contacts/internal/ContactFolder.h"
+#include "pellor/linux/contacts/internal/FavoritesFile.h"
+#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
 #include "pellor/linux/contacts/internal/IndexedContactStore.h"
 #include "pellor/linux/contacts/internal/MarkedFavorites.h"
+#include "pellor/linux/files/UserFolders.h"
 #include "pellor/linux/files/internal/NettleDigest.h"
 #include "pellor/linux/notify/NotifyFolder.h"
+#include "pellor/linux/phone/CanonicalFormStore.h"
 #include "pellor/linux/phone/LibPhoneNumber.h"
+#include "pellor/linux/preferences/SharedPreferences.h"
 #include "pellor/linux/preferences/internal/SQLitePreferences.h"
 #include "pellor/linux/preferences/internal/StoreCopyKeeper.h"
+#include "pellor/linux/preferences/internal/StoreRegion.h"
 #include "pellor/linux/preferences/internal/UnpairedDevice.h"
+#include "pellor/linux/reachability/IdentityService.h"
 #include "pellor/linux/text/GettextStrings.h"
 #include "pellor/linux/text/IcuText.h"
+#include "pellor/platform/Platform.h"
 #include "pellor/runtime/BundleIdentifier.h"
+#include "pellor/runtime/Process.h"
 #include "pellor/runtime/Queue.h"
 #include "pellor/runtime/WallClock.h"
 
@@ -122,6 +133,10 @@ LinuxPlatform::LinuxPlatform(Process& process, const LinuxPlatformOptions& optio
   keepCopies(process, _preferences);
   installPlatform(process, assemble(process, options));
 }
+
+std::string LinuxPlatform::region() const { return _region->region(); }
+
+std::string LinuxPlatform::locale() const { return _region->locale(); }
 
 std::shared_ptr<FavoritesSource> LinuxPlatform::favoritesSource(Process& process) const {
   if (_favoritesFile) return _favoritesFile;

@@ -10,18 +10,25 @@
 #include <set>
 #include <string>
 
-#include "pellor/linux/Configuration.h"
-#include "pellor/linux/contacts/internal/FavoritesFile.h"
-#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
 #include "pellor/linux/files/UserFolders.h"
-#include "pellor/linux/notify/NotifyFolder.h"
-#include "pellor/linux/preferences/SharedPreferences.h"
-#include "pellor/linux/preferences/internal/StoreRegion.h"
-#include "pellor/linux/reachability/IdentityService.h"
-#include "pellor/platform/Platform.h"
 #include "pellor/runtime/Process.h"
 
 namespace pellor {
+
+class CardSource;
+class Configuration;
+class FavoritesFile;
+class FavoritesSource;
+class IdentityService;
+class IndexedAddressBook;
+class NotifyFolder;
+class PreferencesStore;
+class PreferencesSyncService;
+class ReachabilityService;
+class SharedPreferences;
+class StoreRegion;
+class SystemNotifyBus;
+struct Platform;
 
 /// Makers of parts that take the place of embedded ones. An empty one leaves the embedded part. Each is called once,
 /// while the platform is made, in this order; what is made lives as long as the process.
@@ -75,8 +82,8 @@ class LinuxPlatform {
   explicit LinuxPlatform(Process& process, const LinuxPlatformOptions& options = {});
 
   /// By which national numbers are read: the store's, whatever the options said.
-  std::string region() const { return _region->region(); }
-  std::string locale() const { return _region->locale(); }
+  std::string region() const;
+  std::string locale() const;
 
   SharedPreferences& preferences() const { return *_preferences; }
   /// Null when the contacts do not come from a folder: then the favorites are those that are marked in the contacts.

@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "pellor/linux/PrometheusCounters.h"
+#include "pellor/linux/internal/PrometheusCounters.h"
 #include "pellor/linux/StandardErrorLog.h"
 #include "pellor/linux/files/UserFolders.h"
 #include "pellor/linux/files/internal/AsideFolder.h"

@@ -2,9 +2,10 @@
 
 #include <utility>
 
+#include "pellor/linux/Configuration.h"
 #include "pellor/linux/EmbeddedReports.h"
 #include "pellor/linux/eds/EDSContacts.h"
-#include "pellor/linux/services/BuiltAdapters.h"
+#include "pellor/linux/services/internal/BuiltAdapters.h"
 
 namespace pellor {
 namespace {

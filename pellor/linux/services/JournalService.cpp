@@ -1,7 +1,7 @@
 // log = "journal"
 
 #include "pellor/linux/journal/JournalLog.h"
-#include "pellor/linux/services/BuiltAdapters.h"
+#include "pellor/linux/services/internal/BuiltAdapters.h"
 
 namespace pellor {
 namespace {

@@ -6,7 +6,7 @@
 #include "pellor/linux/ldap/LdapDirectory.h"
 #include "pellor/linux/reachability/DirectoryReachability.h"
 #include "pellor/linux/reachability/IdentityService.h"
-#include "pellor/linux/services/BuiltAdapters.h"
+#include "pellor/linux/services/internal/BuiltAdapters.h"
 
 namespace pellor {
 namespace {

@@ -2,7 +2,7 @@
 
 #include "pellor/linux/matrix/MatrixDirectory.h"
 #include "pellor/linux/reachability/DirectoryReachability.h"
-#include "pellor/linux/services/BuiltAdapters.h"
+#include "pellor/linux/services/internal/BuiltAdapters.h"
 
 namespace pellor {
 namespace {

@@ -2,7 +2,7 @@
 
 #include "pellor/linux/mosquitto/BrokerReport.h"
 #include "pellor/linux/mosquitto/PairedDevice.h"
-#include "pellor/linux/services/BuiltAdapters.h"
+#include "pellor/linux/services/internal/BuiltAdapters.h"
 
 namespace pellor {
 namespace {

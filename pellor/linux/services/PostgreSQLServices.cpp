@@ -1,11 +1,15 @@
 // store = "postgresql", bus = "postgresql"
 
+#include "pellor/linux/Configuration.h"
 #include "pellor/linux/EmbeddedReports.h"
+#include "pellor/linux/files/UserFolders.h"
+#include "pellor/linux/notify/NotifyFolder.h"
 #include "pellor/linux/postgresql/PostgreSQLBus.h"
 #include "pellor/linux/postgresql/PostgreSQLPreferences.h"
 #include "pellor/linux/postgresql/PostgreSQLService.h"
+#include "pellor/linux/preferences/StoreCopies.h"
 #include "pellor/linux/preferences/internal/MachinePreferences.h"
-#include "pellor/linux/services/BuiltAdapters.h"
+#include "pellor/linux/services/internal/BuiltAdapters.h"
 
 namespace pellor {
 namespace {

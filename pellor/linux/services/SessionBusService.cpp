@@ -1,7 +1,7 @@
 // bus = "session"
 
 #include "pellor/linux/sdbus/SessionBus.h"
-#include "pellor/linux/services/BuiltAdapters.h"
+#include "pellor/linux/services/internal/BuiltAdapters.h"
 
 namespace pellor {
 namespace {

@@ -4,9 +4,10 @@
 #include <string>
 #include <utility>
 
+#include "pellor/linux/Configuration.h"
 #include "pellor/linux/EmbeddedReports.h"
-#include "pellor/linux/services/BuiltAdapters.h"
-#include "pellor/linux/services/ServiceAdapter.h"
+#include "pellor/linux/services/internal/BuiltAdapters.h"
+#include "pellor/linux/services/internal/ServiceAdapter.h"
 #include "pellor/runtime/BundleIdentifier.h"
 
 namespace pellor {

@@ -1,7 +1,7 @@
 // The adapters that this build has.
 #pragma once
 
-#include "pellor/linux/services/ServiceAdapter.h"
+#include "pellor/linux/services/internal/ServiceAdapter.h"
 
 namespace pellor {
 

@@ -1,4 +1,4 @@
-#include "pellor/linux/PrometheusCounters.h"
+#include "pellor/linux/internal/PrometheusCounters.h"
 
 #include <prometheus/gauge.h>
 #include <prometheus/registry.h>
