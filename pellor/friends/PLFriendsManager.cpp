@@ -554,8 +554,8 @@ PLOwnPages PLFriendsManager::_ownPages(const PLBaseline& base) const {
 }
 
 bool PLFriendsManager::_isSettled() const {
-  return _didCompleteInitialLoading && _ownPosts->haveAllEchoes() && !_writer->isMarked() &&
-         !_writer->isSaving() && !_writer->hasFailed();
+  return _didCompleteInitialLoading && _ownPosts->haveAllEchoes() && !_writer->isMarked() && !_writer->isSaving() &&
+         !_writer->hasFailed();
 }
 
 bool PLFriendsManager::_isWritten() const {
@@ -568,7 +568,8 @@ void PLFriendsManager::_prepareToSettle() {
   _ownPosts->awaitEchoes();
   if (!_didCompleteInitialLoading || _writer->hasFailed() || _writer->awaitsLoad()) return;
   const bool areTitlesWritten = !_writer->needsTitlesSync() && !_writer->isSaving();
-  if (_titles->haveNew(areTitlesWritten ? _writer->base().get() : nullptr)) _writer->markTitles(_titles->storedAfter(*_writer->base()));
+  if (_titles->haveNew(areTitlesWritten ? _writer->base().get() : nullptr))
+    _writer->markTitles(_titles->storedAfter(*_writer->base()));
   if (_writer->isMarked() && !_writer->isSaving()) save();
 }
 
@@ -1011,7 +1012,7 @@ void PLFriendsManager::_updateFriends(const PLStoredList& stored, const PLMergeR
     // A shared handle without a database cannot name the records that stored friends belong to.
     const auto ownHandle = shared.databaseUID() ? nullptr : store.openPrivateAddressBook();
     auto result = _takeover->_updateFriends(stored, merged, known ? *known : nothing,
-                                           ownHandle ? ownHandle.get() : &shared, _settings->maxFriendsPerGroup());
+                                            ownHandle ? ownHandle.get() : &shared, _settings->maxFriendsPerGroup());
     _pendingChanges->addChanges(std::move(result.changes));
     _newBaseline = std::move(result.base);
     save();
@@ -1102,7 +1103,8 @@ std::optional<std::string> PLFriendsManager::_indexViolation() const {
   }
   if (occupied != _numberOfFriendsInList(*_friendList)) return "the number of friends counted";
   const std::uint64_t firstEmpty = _firstEmptyPosition();
-  if (firstEmpty < _friendList->count() && _friendList->at(firstEmpty) != EmptySlot) return "the first empty slot empty";
+  if (firstEmpty < _friendList->count() && _friendList->at(firstEmpty) != EmptySlot)
+    return "the first empty slot empty";
   return std::nullopt;
 }
 

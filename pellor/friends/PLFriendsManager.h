@@ -268,8 +268,9 @@ class PLFriendsManager : public Object,
 
   /// Whether a contact may be added: it is no friend yet and has a destination. The number of its destinations is taken
   /// from `personValueCache`, and entered there when it is missing. False for a contact that is gone. Posts nothing.
-  bool shouldAllowAddingContactWithContactStorePersonValueCache(const Contact& contact, ContactStore& contactStore,
-                                                                std::map<std::int32_t, std::uint64_t>& personValueCache) const;
+  bool shouldAllowAddingContactWithContactStorePersonValueCache(
+      const Contact& contact, ContactStore& contactStore,
+      std::map<std::int32_t, std::uint64_t>& personValueCache) const;
 
   // --- Invariants ---
 

@@ -1,7 +1,6 @@
 #include "pellor/linux/LinuxPlatform.h"
 
 #include "pellor/linux/Configuration.h"
-#include "pellor/linux/internal/PrometheusCounters.h"
 #include "pellor/linux/contacts/CardSource.h"
 #include "pellor/linux/contacts/internal/ContactFolder.h"
 #include "pellor/linux/contacts/internal/FavoritesFile.h"
@@ -10,6 +9,7 @@
 #include "pellor/linux/contacts/internal/MarkedFavorites.h"
 #include "pellor/linux/files/UserFolders.h"
 #include "pellor/linux/files/internal/NettleDigest.h"
+#include "pellor/linux/internal/PrometheusCounters.h"
 #include "pellor/linux/notify/NotifyFolder.h"
 #include "pellor/linux/phone/CanonicalFormStore.h"
 #include "pellor/linux/phone/LibPhoneNumber.h"

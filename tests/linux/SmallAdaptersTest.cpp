@@ -13,12 +13,12 @@
 #include <thread>
 #include <vector>
 
-#include "pellor/linux/internal/PrometheusCounters.h"
 #include "pellor/linux/StandardErrorLog.h"
 #include "pellor/linux/files/UserFolders.h"
 #include "pellor/linux/files/internal/AsideFolder.h"
 #include "pellor/linux/files/internal/NettleDigest.h"
 #include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/internal/PrometheusCounters.h"
 #include "pellor/linux/preferences/internal/UnpairedDevice.h"
 #include "pellor/linux/text/GettextStrings.h"
 #include "pellor/testing/SimulatedScheduler.h"
