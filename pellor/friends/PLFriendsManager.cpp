@@ -11,6 +11,8 @@
 #include "pellor/friends/PLDestinationStatus.h"
 #include "pellor/friends/PLFriendGroup.h"
 #include "pellor/friends/PLPerson.h"
+#include "pellor/friends/internal/PLCleanUp.h"
+#include "pellor/friends/internal/PLContactsRefresh.h"
 #include "pellor/friends/internal/PLDomainSettings.h"
 #include "pellor/friends/internal/PLFavorites.h"
 #include "pellor/friends/internal/PLIdentifierMap.h"
@@ -27,8 +29,7 @@
 #include "pellor/friends/internal/PLPersonSequence.h"
 #include "pellor/friends/internal/PLPosting.h"
 #include "pellor/friends/internal/PLReachability.h"
-#include "pellor/friends/internal/PLReconciliationState.h"
-#include "pellor/friends/internal/PLRefreshHold.h"
+#include "pellor/friends/internal/PLRetryTimer.h"
 #include "pellor/friends/internal/PLSkipChecks.h"
 #include "pellor/friends/internal/PLSlotList.h"
 #include "pellor/friends/internal/PLTitles.h"
@@ -48,8 +49,6 @@ constexpr bool kChecksInvariants = false;
 #endif
 
 constexpr double kAddressBookRefreshDelay = 0.2;
-// How many friends' records are in memory at once during a refresh.
-constexpr std::size_t kFriendsReadAtOnce = 1000;
 // Between the attempts to read a store that fails.
 constexpr BackOff::Pauses kLoadRetryPauses{.first = 0.1, .longest = 60};
 // An edit that was overtaken is made again at once and then, while others keep writing, after random parts of these.
@@ -65,6 +64,10 @@ std::uint64_t saturatingProduct(std::uint64_t left, std::uint64_t right) {
 PreferencesStore& preferencesOf(Process& process) { return *platformOf(process).preferences; }
 
 std::string prefixed(std::string_view name) { return std::string(PLVendorPrefix) + std::string(name); }
+
+bool writeSetting(std::string_view key, Value value, const std::string& domain) {
+  return plWriteDomainSetting(preferencesOf(Process::current()), key, std::move(value), domain);
+}
 
 // Every manager that is made once a domain, in the order of the domains. What managers and their friends use until they
 // end is made before it, so that it outlives them.
@@ -134,14 +137,6 @@ std::shared_ptr<PLFriendsManager> PLFriendsManager::managerForDomain(const std::
   return manager;
 }
 
-namespace {
-
-bool writeSetting(std::string_view key, Value value, const std::string& domain) {
-  return plWriteDomainSetting(preferencesOf(Process::current()), key, std::move(value), domain);
-}
-
-}  // namespace
-
 bool PLFriendsManager::setMaxGroupCountDomain(std::uint64_t count, const std::string& domain) {
   return writeSetting(PLMaxGroupCountKey, count, domain);
 }
@@ -198,12 +193,12 @@ PLFriendsManager::PLFriendsManager(Passkey, Process& process, std::string domain
       _identifiersToPersonMap(std::make_unique<PLIdentifierMap>(_friendList->people())),
       _takeover(std::make_unique<PLListTakeover>(process, *_friendList, *_sourcedPersons,
                                                  [this] { _pages->_addEmptyGroup(); })),
-      _refreshHold(std::make_unique<PLRefreshHold>(process, [this] { _followAddressBook(weak_from_this()); })),
-      _reconciliation(std::make_unique<PLReconciliationState>()),
+      _contactsRefresh(std::make_unique<PLContactsRefresh>(process, _domain, *_friendList, *_writer,
+                                                           [this] { _followAddressBook(weak_from_this()); })),
       _lookUpQueue(std::make_unique<PLLookUpQueue>()),
       _favorites(std::make_unique<PLFavorites>(process, [this] { _bringFavoritesIfDue(); })),
-      _loadRetryPauses(std::make_unique<BackOff>(kLoadRetryPauses)),
-      _overtakenPauses(std::make_unique<BackOff>(kOvertakenPauses, &process.scheduler())) {
+      _loadRetry(std::make_unique<PLRetryTimer>(process.mainQueue(), kLoadRetryPauses)),
+      _overtakenRetry(std::make_unique<PLRetryTimer>(process.mainQueue(), kOvertakenPauses, &process.scheduler())) {
   _process.addSettleParticipant(*_client);
 }
 
@@ -295,8 +290,8 @@ void PLFriendsManager::_loadFriendList() {
   // Not before the store has answered: until then there are no groups to tell of.
   if (!_didCompleteInitialLoading) _createEmptyFriendList();
   _storeIsUnreadable = false;
-  _loadRetryPauses->reset();
-  _loadRetryTimer = nullptr;
+  _loadRetry->reset();
+  _loadRetry->cancel();
   if (found == PLListReader::Answer::loaded || found == PLListReader::Answer::recovered) {
     _PLGetLogSystem().log("loaded friend list%@", _didCompleteInitialLoading ? "" : " for the first time");
     // What came out of the store damaged goes back whole.
@@ -304,7 +299,7 @@ void PLFriendsManager::_loadFriendList() {
     if (found == PLListReader::Answer::recovered) _markLayoutChanged();
   } else {
     if (!_didCompleteInitialLoading) {
-      found == PLListReader::Answer::none ? _startFirstList() : _startListInPlaceOfDamaged();
+      found == PLListReader::Answer::none ? _startFirstList() : _createEmptyFriendList();
     }
     _pages->_updateFriendGroups();
     if (turn == PLListWriter::Turn::now) _beginOnEmptyStore(stored);
@@ -318,28 +313,25 @@ void PLFriendsManager::_startFirstList() {
   _createEmptyFriendList();
   if (_domain == TapnoteDomain) {
     markFriendListAsNormalized();
-    const auto curated = _curatedFriendList();
+    const auto curated = _favorites->_curatedFriendList(_slotCapacity());
     _favorites->setDue(!curated.isReadable());
     _addCuratedFriends(curated.value());
   }
 }
-
-void PLFriendsManager::_startListInPlaceOfDamaged() { _createEmptyFriendList(); }
 
 // What is stored, with the own edits that are not on top of it, becomes the list.
 void PLFriendsManager::_takeOver(const PLStoredList& stored) {
   const PLMetadataSnapshot snapshot(_process.local<PLPersonChanges>());
   _publishList();
   const auto merged = _mergeOwnEdits(stored);
-  _updateFriends(stored, merged ? &*merged : nullptr);
+  const auto base = _updateFriends(stored, merged ? &*merged : nullptr);
   _pages->_updateFriendGroups();
   _titles->takeOver(stored, merged ? &*merged : nullptr, _knownTitles().get());
-  _newBaseline->pages = _pages->pageNumbersOfTheirs(stored.list, merged ? &*merged : nullptr);
+  base->pages = _pages->pageNumbersOfTheirs(stored.list, merged ? &*merged : nullptr);
   // Marked before the writer goes on, so that all of it goes out at once.
   _writer->clearMarks();
   _favorites->setDue(_writer->awaitsFavorites(stored));
   if (merged && merged->differsInLayout) _markLayoutChanged();
-  const auto base = std::exchange(_newBaseline, nullptr);
   if (merged && merged->differsInTitles) _writer->markTitles(_titles->storedAfter(*base));
   _writer->takeOver(base, *_friendList, _pages->pageNumbers());
 }
@@ -370,7 +362,7 @@ void PLFriendsManager::_finishLoad() {
   _didCompleteInitialLoading = true;
   if (!refreshAgainstAddressBook()) {
     // A friend who is there twice may have become so by contacts that are gone for a while.
-    if (!_refreshHold->isHolding()) _cleanUpFriendListIfNecessary();
+    if (!_contactsRefresh->isHeld()) _cleanUpFriendListIfNecessary();
     _postChangeNotificationIfNecessary();
   }
   _createAddressToPersonDictionary();
@@ -381,7 +373,7 @@ void PLFriendsManager::_finishLoad() {
 
 void PLFriendsManager::_retryLoadLater() {
   std::weak_ptr<PLFriendsManager> weak = weak_from_this();
-  _loadRetryTimer = Timer::after(_process.mainQueue(), _loadRetryPauses->next(), [weak] {
+  _loadRetry->retry([weak] {
     if (auto self = weak.lock()) self->_loadAgain();
   });
 }
@@ -404,12 +396,12 @@ void PLFriendsManager::setSaveOperation(std::shared_ptr<PLDelayedOperation> oper
 
 void PLFriendsManager::_listWasWritten(const PLAcceptedWrite& write) {
   _wasOvertaken = false;
-  _overtakenPauses->reset();
+  _overtakenRetry->reset();
   if (write.base) {
     _takeover->forgetRemovalsUntil(write.listVersion);
     _writer->dirtyChunks().forgetUntil(write.base->list->changes());
   }
-  if (write.sequenceNumber == _ownSequenceNumber) _ownSequenceNumber.reset();
+  _contactsRefresh->noteWritten(write.sequenceNumber);
   if (write.hasList) _listReader->noteWritten();
   if (write.hasTitles) _titles->noteStored(*_writer->base());
   // One post tells of both: a load of the list reads the titles.
@@ -422,7 +414,7 @@ void PLFriendsManager::_listWasWritten(const PLAcceptedWrite& write) {
 
 void PLFriendsManager::_listWasOvertaken() {
   if (!std::exchange(_wasOvertaken, true)) return _loadIsDue();
-  _overtakenTimer = Timer::after(_process.mainQueue(), _overtakenPauses->next(), [weak = weak_from_this()] {
+  _overtakenRetry->retry([weak = weak_from_this()] {
     if (auto self = weak.lock()) self->_loadIsDue();
   });
 }
@@ -748,15 +740,6 @@ void PLFriendsManager::_storeSourcedPerson(const std::shared_ptr<PLPerson>& pers
   _addPersonToIdentifiersToPersonMap(person);
 }
 
-// Some may be friends by now, who wait like others while most of the contacts are gone.
-void PLFriendsManager::_lookUpAgain() {
-  if (_lookUpQueue->isEmpty()) return;
-  AddressBookStore& store = *platformOf(_process).addressBook;
-  store.performWithAddressBook([&](AddressBook& addressBook) {
-    if (!store.contactsFall()) _lookUpQueue->lookUpAgain(addressBook);
-  });
-}
-
 std::shared_ptr<PLPerson> PLFriendsManager::_personUnder(const std::string& destination) const {
   std::string room;
   const auto canonical = plSanitizedDestination(destination, room);
@@ -765,7 +748,7 @@ std::shared_ptr<PLPerson> PLFriendsManager::_personUnder(const std::string& dest
 
 std::shared_ptr<PLPerson> PLFriendsManager::personWithDestinations(const std::vector<std::string>& destinations) {
   checkMainQueue(_process, "personWithDestinations");
-  _lookUpAgain();
+  _lookUpQueue->lookUpAgain(*platformOf(_process).addressBook);
   // For one destination, as most callers have, no sets are made.
   if (destinations.size() == 1) {
     if (auto known = _personUnder(destinations.front())) return known;
@@ -783,7 +766,7 @@ std::shared_ptr<PLPerson> PLFriendsManager::personWithDestinations(const std::ve
 
 std::shared_ptr<PLPerson> PLFriendsManager::personWithABRecordGUID(const std::string& guid) {
   checkMainQueue(_process, "personWithABRecordGUID");
-  _lookUpAgain();
+  _lookUpQueue->lookUpAgain(*platformOf(_process).addressBook);
   if (auto known = _identifiersToPersonMap->personFor(guid)) return known;
   std::shared_ptr<PLPerson> person;
   platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
@@ -904,69 +887,21 @@ void PLFriendsManager::_followAddressBook(const std::weak_ptr<PLFriendsManager>&
   const auto self = manager.lock();
   if (!self) return;
   self->refreshAgainstAddressBook();
-  self->_lookUpAgain();
+  self->_lookUpQueue->lookUpAgain(*platformOf(self->_process).addressBook);
   self->_bringFavoritesIfDue();
 }
 
 bool PLFriendsManager::refreshAgainstAddressBook() {
   checkMainQueue(_process, "refreshAgainstAddressBook");
   if (!_didCompleteInitialLoading) return false;
-  const bool isDue = _needsAddressBookRefresh || _addressBookSequenceNumberDidChange();
+  const bool isDue = _needsAddressBookRefresh || _contactsRefresh->_addressBookSequenceNumberDidChange();
   if (!isDue || !_refreshAgainstContactsEnabled) return false;
-  bool didRefresh = false;
-  platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
-    didRefresh = addressBook.isReadable() && !_refreshHold->holdsBack() && _refreshFriends(addressBook);
-  });
-  if (!didRefresh) return false;
+  if (!_contactsRefresh->refreshFriends()) return false;
   _cleanUpFriendListIfNecessary();
   _postChangeNotificationIfNecessary();
   _needsAddressBookRefresh = false;
   _checkInvariants();
   return true;
-}
-
-// A friend whom another look would change nothing of is passed over. Whether all could be looked up. The number is
-// taken over only then, so that a refresh that was cut short stays due.
-bool PLFriendsManager::_refreshFriends(AddressBook& addressBook) {
-  _PLGetLogSystem().log("refreshing friends against address book");
-  // Read before the records: what another process changes meanwhile is due after this refresh.
-  const std::int32_t number = addressBook.sequenceNumber();
-  _reconciliation->begin(*platformOf(_process).addressBook, addressBook, _friendList->count());
-  const std::vector<std::uint64_t> indices = _indicesOfFriendsToRefresh(addressBook);
-  for (std::size_t first = 0; first < indices.size(); first += kFriendsReadAtOnce) {
-    const std::size_t count = std::min(kFriendsReadAtOnce, indices.size() - first);
-    _refreshFriendsAtIndices(std::span(indices).subspan(first, count), addressBook);
-  }
-  const bool isComplete = addressBook.isReadable();
-  _reconciliation->end(isComplete);
-  if (!isComplete) return false;
-  _updateLastKnownAddressBookSequenceNumber(number);
-  _refreshHold->noteRefresh();
-  return true;
-}
-
-std::vector<std::uint64_t> PLFriendsManager::_indicesOfFriendsToRefresh(AddressBook& addressBook) {
-  std::vector<std::uint64_t> indices;
-  for (std::uint64_t index = 0; index < _friendList->count(); ++index) {
-    const auto person = _friendAtPosition(index);
-    if (person && !_reconciliation->passOver(index, *person, addressBook)) indices.push_back(index);
-  }
-  return indices;
-}
-
-void PLFriendsManager::_refreshFriendsAtIndices(std::span<const std::uint64_t> indices, AddressBook& addressBook) {
-  std::vector<std::string_view> guids;
-  for (const std::uint64_t index : indices) {
-    const std::string_view guid = _friendAtPosition(index)->record().identifyingGUID();
-    if (!guid.empty()) guids.push_back(guid);
-  }
-  addressBook.withPeopleMatchingGUIDs(guids, [&] {
-    for (const std::uint64_t index : indices) {
-      const auto person = _friendAtPosition(index);
-      person->refreshWithAddressBook(&addressBook);
-      _reconciliation->note(index, *person);
-    }
-  });
 }
 
 void PLFriendsManager::setRefreshAgainstContactsEnabled(bool enabled) {
@@ -977,48 +912,24 @@ void PLFriendsManager::setRefreshAgainstContactsEnabled(bool enabled) {
   if (enabled) refreshAgainstAddressBook();
 }
 
-// Absent when the store cannot be read: then nobody knows whether the contacts changed, and nothing is written.
-std::optional<std::int32_t> PLFriendsManager::_lastKnownAddressBookSequenceNumber() {
-  if (_ownSequenceNumber) return _ownSequenceNumber;
-  preferencesOf(_process).synchronize(_domain);
-  const auto answer = preferencesOf(_process).integerValue(PLAddressBookSequenceNumberKey, _domain);
-  if (!answer.isReadable()) return std::nullopt;
-  return static_cast<std::int32_t>(answer.value().value_or(0));
-}
-
-// It goes out with the list that the refresh changed: stored before it, others would take the list for refreshed.
-void PLFriendsManager::_updateLastKnownAddressBookSequenceNumber(std::int32_t number) {
-  const auto known = _lastKnownAddressBookSequenceNumber();
-  if (!known || *known == number) return;
-  _ownSequenceNumber = number;
-  _writer->keepSequenceNumber(number);
-}
-
-bool PLFriendsManager::_addressBookSequenceNumberDidChange() {
-  bool didChange = false;
-  platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
-    const auto known = _lastKnownAddressBookSequenceNumber();
-    const std::int32_t number = addressBook.sequenceNumber();
-    didChange = known && *known != number && addressBook.isReadable();
-  });
-  return didChange;
-}
-
-void PLFriendsManager::_updateFriends(const PLStoredList& stored, const PLMergeResult* merged) {
+// Gives the baseline on which the list is then built, but for the groups' numbers.
+std::shared_ptr<PLBaseline> PLFriendsManager::_updateFriends(const PLStoredList& stored, const PLMergeResult* merged) {
   AddressBookStore& store = *platformOf(_process).addressBook;
   const auto known = _writer->base();
   static const PLBaseline nothing;
+  std::shared_ptr<PLBaseline> base;
   store.performWithAddressBook([&](AddressBook& shared) {
     // A shared handle without a database cannot name the records that stored friends belong to.
     const auto ownHandle = shared.databaseUID() ? nullptr : store.openPrivateAddressBook();
     auto result = _takeover->_updateFriends(stored, merged, known ? *known : nothing,
                                             ownHandle ? ownHandle.get() : &shared, _settings->maxFriendsPerGroup());
     _pendingChanges->addChanges(std::move(result.changes));
-    _newBaseline = std::move(result.base);
+    base = std::move(result.base);
     save();
   });
   // A refresh that is due already, perhaps for as long as refreshing is disabled, stays due.
   if (_pendingChanges->_changeLogContainsFriendAdditionsOrUpdates()) _needsAddressBookRefresh = true;
+  return base;
 }
 
 void PLFriendsManager::_cleanUpFriendListIfNecessary() {
@@ -1028,38 +939,11 @@ void PLFriendsManager::_cleanUpFriendListIfNecessary() {
 }
 
 void PLFriendsManager::_deduplicateFriendListIfNecessary() {
-  const bool mayHaveRepeated =
-      _friendList->people().sharedGUIDCount() != 0 || _friendList->people().places().repeatedPersonCount() != 0;
-  if (!_settings->shouldDeduplicateFriendList() || !(mayHaveRepeated || areSkipsChecked())) return;
-  std::set<std::string> seen;
-  std::vector<std::uint64_t> repeated;
-  for (std::uint64_t index = 0; index < _friendList->count(); ++index) {
-    const auto person = _friendAtPosition(index);
-    const auto guid = person ? person->abRecordGUID() : std::nullopt;
-    if (!guid || guid->empty() || seen.insert(*guid).second) continue;
-    repeated.push_back(index);
-    _PLGetLogSystem().log(
-        "deduplicating friend [%@] [ABGUID=%@] at index %lu as it is already present in the set of friend ABGUIDs "
-        "analyzed so far: %@",
-        redactable(person->displayName()), guid, index, seen);
-  }
-  require(mayHaveRepeated || repeated.empty(), "nobody twice in a list that is not deduplicated");
-  _removeFriendsAtIndices(repeated);
+  if (_settings->shouldDeduplicateFriendList()) _removeFriendsAtIndices(plRepeatedFriends(*_friendList));
 }
 
 void PLFriendsManager::_removeDestinationlessFriendsIfNecessary() {
-  const bool mayHaveUnreachable = _friendList->people().destinationlessPersonCount() != 0;
-  if (!_settings->shouldRemoveDestinationlessFriends() || !(mayHaveUnreachable || areSkipsChecked())) return;
-  std::vector<std::uint64_t> unreachable;
-  for (std::uint64_t index = 0; index < _friendList->count(); ++index) {
-    const auto person = _friendAtPosition(index);
-    if (!person || person->allValuesCount() != 0) continue;
-    unreachable.push_back(index);
-    _PLGetLogSystem().log("culling friend [%@] [ABGUID=%@] since its destination set has become empty",
-                          redactable(person->displayName()), person->abRecordGUID());
-  }
-  require(mayHaveUnreachable || unreachable.empty(), "destinations of everybody in a list that is not culled");
-  _removeFriendsAtIndices(unreachable);
+  if (_settings->shouldRemoveDestinationlessFriends()) _removeFriendsAtIndices(plDestinationlessFriends(*_friendList));
 }
 
 // `indices`, ascending, name slots of the list as it is on entry. A group that empties vanishes with its slots, and the

@@ -18,24 +18,21 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "pellor/friends/PLFriendGroupDelegate.h"
 #include "pellor/friends/PLFriendsManagerKeys.h"
-#include "pellor/platform/Answer.h"
 #include "pellor/platform/ReachabilityService.h"
 #include "pellor/runtime/Object.h"
 
 namespace pellor {
 
-class AddressBook;
-class BackOff;
 class ContactStore;
 class Observation;
 class PLChangeLog;
+class PLContactsRefresh;
 class PLDelayedOperation;
 class PLDomainSettings;
 class PLFavorites;
@@ -51,8 +48,7 @@ class PLPendingChanges;
 class PLPerson;
 class PLPersonSequence;
 class PLReachability;
-class PLReconciliationState;
-class PLRefreshHold;
+class PLRetryTimer;
 class PLSlotList;
 class PLTitles;
 class Process;
@@ -290,7 +286,6 @@ class PLFriendsManager : public Object,
   void _loadAgain();
   void _loadFriendList();
   void _startFirstList();
-  void _startListInPlaceOfDamaged();
   void _takeOver(const PLStoredList& stored);
   void _beginOnEmptyStore(const PLStoredList& stored);
   void _finishLoad();
@@ -323,7 +318,6 @@ class PLFriendsManager : public Object,
   std::uint64_t _numberOfFriendsInList(const PLSlotList& list) const;
 
   // 3  Indexes and lookup
-  void _lookUpAgain();
   std::shared_ptr<PLPerson> _personUnder(const std::string& destination) const;
   void _storeSourcedPerson(const std::shared_ptr<PLPerson>& person);
   void _addPersonToIdentifiersToPersonMap(const std::shared_ptr<PLPerson>& person);
@@ -340,20 +334,13 @@ class PLFriendsManager : public Object,
   void _personValuesChanged(const Notification& notification);
   void _addressBookChanged(const Notification& notification);
   static void _followAddressBook(const std::weak_ptr<PLFriendsManager>& manager);
-  void _updateFriends(const PLStoredList& stored, const PLMergeResult* merged);
+  std::shared_ptr<PLBaseline> _updateFriends(const PLStoredList& stored, const PLMergeResult* merged);
   void _cleanUpFriendListIfNecessary();
   void _deduplicateFriendListIfNecessary();
   void _removeDestinationlessFriendsIfNecessary();
   void _removeFriendsAtIndices(const std::vector<std::uint64_t>& indices);
-  std::optional<std::int32_t> _lastKnownAddressBookSequenceNumber();
-  bool _refreshFriends(AddressBook& addressBook);
-  std::vector<std::uint64_t> _indicesOfFriendsToRefresh(AddressBook& addressBook);
-  void _refreshFriendsAtIndices(std::span<const std::uint64_t> indices, AddressBook& addressBook);
-  void _updateLastKnownAddressBookSequenceNumber(std::int32_t number);
-  bool _addressBookSequenceNumberDidChange();
 
   // 7  Favorites import
-  Answer<std::vector<std::shared_ptr<PLPerson>>> _curatedFriendList();
   void _addCuratedFriends(const std::optional<std::vector<std::shared_ptr<PLPerson>>>& friends);
   void _titleCuratedGroups();
   void _titleAsCurated(const std::vector<std::shared_ptr<PLFriendGroup>>& groups);
@@ -382,27 +369,22 @@ class PLFriendsManager : public Object,
   const std::unique_ptr<PLPersonSequence> _sourcedPersons;
   const std::unique_ptr<PLIdentifierMap> _identifiersToPersonMap;
   const std::unique_ptr<PLListTakeover> _takeover;
-  const std::unique_ptr<PLRefreshHold> _refreshHold;
-  const std::unique_ptr<PLReconciliationState> _reconciliation;
+  const std::unique_ptr<PLContactsRefresh> _contactsRefresh;
   const std::unique_ptr<PLLookUpQueue> _lookUpQueue;
   const std::unique_ptr<PLFavorites> _favorites;
-  const std::unique_ptr<BackOff> _loadRetryPauses;
-  const std::unique_ptr<BackOff> _overtakenPauses;
+  const std::unique_ptr<PLRetryTimer> _loadRetry;
+  const std::unique_ptr<PLRetryTimer> _overtakenRetry;
   std::vector<std::shared_ptr<Observation>> _observations;
 
   bool _refreshAgainstContactsEnabled = true;
   bool _refreshSettingIsReplaced = false;  // by a caller, before the store had answered
   bool _needsAddressBookRefresh = false;
   std::shared_ptr<Timer> _addressBookRefreshTimer;
-  std::optional<std::int32_t> _ownSequenceNumber;  // that is not stored yet
 
   bool _didCompleteInitialLoading = false;
   bool _lastLoadHadChanges = false;
   bool _storeIsUnreadable = false;
-  std::shared_ptr<Timer> _loadRetryTimer;
-  std::shared_ptr<PLBaseline> _newBaseline;  // that a load will build on once the groups are laid out
-  bool _wasOvertaken = false;                // since a write was accepted
-  std::shared_ptr<Timer> _overtakenTimer;
+  bool _wasOvertaken = false;        // since a write was accepted
   bool _additionWasRefused = false;  // there was no room for it among others' edits
 };
 

@@ -24,10 +24,6 @@ std::string filledIn(std::string format, std::uint64_t number) {
 
 }  // namespace
 
-Answer<std::vector<std::shared_ptr<PLPerson>>> PLFriendsManager::_curatedFriendList() {
-  return _favorites->_curatedFriendList(_slotCapacity());
-}
-
 void PLFriendsManager::_addCuratedFriends(const std::optional<std::vector<std::shared_ptr<PLPerson>>>& friends) {
   if (!friends || friends->empty()) return;
   for (std::uint64_t index = 0; index < friends->size(); ++index) {

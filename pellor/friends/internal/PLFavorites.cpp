@@ -75,7 +75,7 @@ struct KnownFriends {
 }  // namespace
 
 PLFavorites::PLFavorites(Process& process, std::function<void()> bring)
-    : _process(process), _bring(std::move(bring)), _pauses(kPauses) {}
+    : _process(process), _bring(std::move(bring)), _retry(process.mainQueue(), kPauses) {}
 
 Answer<Persons> PLFavorites::_curatedFriendList(std::uint64_t capacity) const {
   using Friends = Answer<Persons>;
@@ -122,13 +122,12 @@ void PLFavorites::setDue(bool isDue) {
   }
   _isDue = isDue;
   if (isDue) return;
-  _timer = nullptr;
-  _pauses.reset();
+  _retry.cancel();
+  _retry.reset();
 }
 
 void PLFavorites::bringLater() {
-  if (_timer && _timer->isValid()) return;
-  _timer = Timer::after(_process.mainQueue(), _pauses.next(), _bring);
+  if (!_retry.isWaiting()) _retry.retry(_bring);
 }
 
 }  // namespace pellor

@@ -8,11 +8,10 @@
 #include <vector>
 
 #include "pellor/friends/PLPerson.h"
+#include "pellor/friends/internal/PLRetryTimer.h"
 #include "pellor/friends/internal/PLSlotList.h"
 #include "pellor/platform/Answer.h"
-#include "pellor/runtime/BackOff.h"
 #include "pellor/runtime/Process.h"
-#include "pellor/runtime/Timer.h"
 
 namespace pellor {
 
@@ -41,8 +40,7 @@ class PLFavorites {
   Process& _process;
   const std::function<void()> _bring;
   bool _isDue = false;
-  BackOff _pauses;
-  std::shared_ptr<Timer> _timer;
+  PLRetryTimer _retry;
 };
 
 }  // namespace pellor

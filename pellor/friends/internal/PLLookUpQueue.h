@@ -14,10 +14,9 @@ class PLLookUpQueue {
  public:
   /// A person was just looked up in that address book.
   void note(const std::shared_ptr<PLPerson>& person, AddressBook& addressBook);
-  bool isEmpty() const { return _persons.empty(); }
-  /// Brings them in step with the contacts, if these can be read. Posts PLPersonValuesChangedNotification of whoever
-  /// changes by it.
-  void lookUpAgain(AddressBook& addressBook);
+  /// Brings them in step with the contacts, if these can be read and most of them are there: some of the persons may be
+  /// friends by now, and wait as a refresh does. Posts PLPersonValuesChangedNotification for each that changes.
+  void lookUpAgain(AddressBookStore& store);
 
  private:
   std::vector<std::weak_ptr<PLPerson>> _persons;

@@ -1,0 +1,57 @@
+// Brings friends in step with the contacts.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "pellor/friends/internal/PLReconciliationState.h"
+#include "pellor/friends/internal/PLRefreshHold.h"
+#include "pellor/platform/AddressBookStore.h"
+#include "pellor/runtime/Process.h"
+
+namespace pellor {
+
+class PLListWriter;
+class PLSlotList;
+
+/// Lets friends find their records again, and keeps the sequence number of the contacts in the store. Its invariant: a
+/// number is kept only after every friend was looked up in contacts of that number, and goes out with the list that
+/// this changed. Main queue.
+class PLContactsRefresh {
+ public:
+  /// The list and the writer outlive this object. `refresh` is called to ask for a refresh that was held back.
+  PLContactsRefresh(Process& process, std::string domain, const PLSlotList& friends, PLListWriter& writer,
+                    std::function<void()> refresh);
+
+  /// Whether the contacts are others than at the last refresh of any process; false when they or the store cannot be
+  /// read.
+  bool _addressBookSequenceNumberDidChange();
+  /// Brings every friend in step who may not be. Whether the refresh ran to its end: not while it is held back because
+  /// most of the contacts are gone, nor when they cannot be read.
+  bool refreshFriends();
+  /// Whether the last refresh that was due was held back.
+  bool isHeld() const { return _hold.isHolding(); }
+  /// The store has taken that number; absent: none.
+  void noteWritten(std::optional<std::int32_t> sequenceNumber);
+
+ private:
+  bool refreshFriends(AddressBook& addressBook);
+  std::vector<std::uint64_t> indicesOfFriendsToRefresh(AddressBook& addressBook);
+  void refreshFriendsAtIndices(std::span<const std::uint64_t> indices, AddressBook& addressBook);
+  std::optional<std::int32_t> _lastKnownAddressBookSequenceNumber();
+  void _updateLastKnownAddressBookSequenceNumber(std::int32_t number);
+
+  Process& _process;
+  const std::string _domain;
+  const PLSlotList& _friendList;
+  PLListWriter& _writer;
+  PLRefreshHold _hold;
+  PLReconciliationState _reconciliation;
+  std::optional<std::int32_t> _ownSequenceNumber;  // that is not stored yet
+};
+
+}  // namespace pellor
