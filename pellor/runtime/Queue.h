@@ -76,11 +76,6 @@ class ConcurrentQueue : public Queue {
   /// task takes no lock, waits on no queue and calls no platform service. Any thread.
   virtual void asyncBarrier(Task task) = 0;
 
-  /// The same for a task of a moment, for which no thread is worth waking: when nothing is in its way the caller runs
-  /// it at once, and when one synchronous read is, the reading thread runs it as it leaves. In a simulation it is
-  /// queued like any other. Any thread.
-  virtual void briefBarrier(Task task) = 0;
-
   /// Runs `read` as a reader and returns after it. With nothing queued it runs on the calling thread at once; else the
   /// caller itself runs the earlier tasks that nobody has started and waits only for those that run already, so it
   /// needs no free worker. Fatal from a task of this same queue. Any other thread.

@@ -40,8 +40,6 @@ class Scheduler : public std::enable_shared_from_this<Scheduler> {
   /// The same at the end of a turn, as the last thing that `Strand::runNext` asks for: the thread that took that turn
   /// looks for the next one anyway, so that nobody need be woken.
   virtual void submitAgain(std::shared_ptr<Strand> strand) { submit(std::move(strand)); }
-  /// Whether a thread that gave a pool queue a brief task may take that turn itself.
-  virtual bool lendsTurns() const { return false; }
   /// The same as `submit` for a main queue, whose turns only its own thread can take.
   virtual void submitMain(MainStrand& mainQueue) = 0;
 

@@ -89,7 +89,8 @@ class Traffic {
  private:
   void queueBarrierOn(ConcurrentQueue& queue) {
     const auto barrier = [this, before = _queuedReads] { runBarrier(before); };
-    ++_queuedBarriers % 2 == 0 ? queue.asyncBarrier(barrier) : queue.briefBarrier(barrier);
+    ++_queuedBarriers;
+    queue.asyncBarrier(barrier);
   }
   void runBarrier(int readsBefore) {
     EXPECT_EQ(_running.fetch_add(1), 0) << "a barrier ran beside something";
@@ -176,26 +177,6 @@ TEST_F(ThreadedQueueTest, aSynchronousReadNeedsNoWorker) {
   EXPECT_TRUE(process.mainQueue().isCurrent());
   release->count_down();
   EXPECT_TRUE(process.settle(longTime));
-}
-
-TEST_F(ThreadedQueueTest, aBriefBarrierNeedsNoWorkerEither) {
-  const auto release = blockWorkers();
-  const auto queue = ConcurrentQueue::make("test");
-  std::vector<int> order;
-  queue->sync([&] {
-    queue->briefBarrier([&] { order.push_back(2); });
-    order.push_back(1);
-  });
-  EXPECT_EQ(order, (std::vector{1, 2})) << "as the reader leaves";
-  queue->briefBarrier([&] {
-    EXPECT_FALSE(process.mainQueue().isCurrent());
-    queue->briefBarrier([&] { order.push_back(4); });
-    order.push_back(3);
-  });
-  EXPECT_EQ(order, (std::vector{1, 2, 3})) << "at once, and not within itself";
-  release->count_down();
-  EXPECT_TRUE(process.settle(longTime));
-  EXPECT_EQ(order, (std::vector{1, 2, 3, 4}));
 }
 
 TEST_F(ThreadedQueueTest, aSynchronousReadRunsBesideARunningReaderAndAfterARunningBarrier) {

@@ -21,7 +21,7 @@ void PLPendingChanges::_addEntryToChangeLogForPersonChangeType(const std::shared
 
 void PLPendingChanges::addChanges(PLChangeLog changes) {
   if (changes.isEmpty()) return;
-  _changeLogQueue->briefBarrier([weak = weak_from_this(), changes = std::move(changes)] {
+  _changeLogQueue->asyncBarrier([weak = weak_from_this(), changes = std::move(changes)] {
     const auto self = weak.lock();
     if (!self) return;
     self->_changeLogQueue->requireCurrent();
@@ -54,7 +54,7 @@ std::optional<PLChangeLog> PLPendingChanges::_copyAndResetChangeLog() {
     _changeLogQueue->requireReader();
     if (!_changeLog || _changeLog->isEmpty()) return;
     taken = _changeLog;
-    _changeLogQueue->briefBarrier([weak = weak_from_this()] {
+    _changeLogQueue->asyncBarrier([weak = weak_from_this()] {
       const auto self = weak.lock();
       if (!self) return;
       self->_changeLogQueue->requireCurrent();

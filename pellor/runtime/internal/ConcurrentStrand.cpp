@@ -22,10 +22,6 @@ void ConcurrentStrand::async(Task task) { append({.task = std::move(task)}); }
 
 void ConcurrentStrand::asyncBarrier(Task task) { append({.task = std::move(task), .isBarrier = true}); }
 
-void ConcurrentStrand::briefBarrier(Task task) {
-  append({.task = std::move(task), .isBarrier = true, .isBrief = true});
-}
-
 void ConcurrentStrand::append(Entry entry) {
   require(entry.task != nullptr, "a task to queue");
   HandOn next;
@@ -34,14 +30,14 @@ void ConcurrentStrand::append(Entry entry) {
     if (isClosed()) return;
     process().taskQueued();
     _entries.push_back(std::move(entry));
-    next = takeHandOnOrBriefTask();
+    next = takeHandOn();
   }
-  handOn(std::move(next));
+  handOn(next);
 }
 
 void ConcurrentStrand::syncRead(const std::function<void()>& read) {
   if (TaskContext::isInside(*this)) fatal("a synchronous read from outside the tasks of queue " + label());
-  if (!_gate.tryEnter()) enterInTurn(&read);
+  enterInTurn(&read);
   {
     const TaskContext context(process(), this, TaskContext::Kind::read);
     read();
@@ -53,11 +49,11 @@ void ConcurrentStrand::enterInTurn(const void* waiter) {
   HandOn next;
   {
     const MutexLock lock(_mutex);
-    if (!isIdle()) waitForPlace(waiter);
-    _gate.enter();
+    if (!_entries.empty() || _isBarrierRunning) waitForPlace(waiter);
+    ++_readers;
     next = takeHandOn();
   }
-  handOn(std::move(next));
+  handOn(next);
 }
 
 /// Takes a place behind what is queued and returns once it is the first that may start. Until then runs what stands
@@ -70,9 +66,9 @@ void ConcurrentStrand::waitForPlace(const void* waiter) {
       _changed.wait(_mutex);
     } else {
       Entry entry = startFirst();
-      HandOn next = takeHandOn();
+      const HandOn next = takeHandOn();
       const MutexUnlock released(_mutex);
-      run(std::move(entry), std::move(next), TurnAfter::askedFor);
+      run(std::move(entry), next, TurnAfter::askedFor);
     }
   }
   --_waiters;
@@ -80,7 +76,7 @@ void ConcurrentStrand::waitForPlace(const void* waiter) {
 }
 
 bool ConcurrentStrand::canStartFirst() const {
-  return !_isBarrierRunning && (!_entries.front().isBarrier || _gate.isEmpty());
+  return !_isBarrierRunning && (!_entries.front().isBarrier || _readers == 0);
 }
 
 bool ConcurrentStrand::needsTurn() const {
@@ -93,7 +89,7 @@ ConcurrentStrand::Entry ConcurrentStrand::startFirst() {
   if (entry.isBarrier) {
     _isBarrierRunning = true;
   } else {
-    _gate.enter();
+    ++_readers;
   }
   return entry;
 }
@@ -109,51 +105,40 @@ bool ConcurrentStrand::runNext() noexcept {
     entry = startFirst();
     next = takeHandOn();
   }
-  run(std::move(entry), std::move(next), TurnAfter::inThisThread);
+  run(std::move(entry), next, TurnAfter::inThisThread);
   return true;
 }
 
 void ConcurrentStrand::run(Entry entry, HandOn before, TurnAfter turn) {
-  handOn(std::move(before));
+  handOn(before);
   runTask(*this, std::move(entry.task));
   finish(entry.isBarrier, turn);
   process().taskEnded();
 }
 
 void ConcurrentStrand::finish(bool isBarrier, TurnAfter turn) {
-  // A reader for whose end nobody waits needs no lock.
-  if (!isBarrier && !_gate.leave()) return;
   HandOn next;
   {
     const MutexLock lock(_mutex);
-    if (isBarrier) _isBarrierRunning = false;
-    // One brief task at most: a barrier may be such a task itself, whose caller has other things to do.
-    next = isBarrier ? takeHandOn() : takeHandOnOrBriefTask();
+    if (isBarrier) {
+      _isBarrierRunning = false;
+    } else {
+      --_readers;
+    }
+    next = takeHandOn();
   }
-  handOn(std::move(next), turn);
+  handOn(next, turn);
 }
 
 /// Called in each hold of the lock that changed something, as its last step.
 ConcurrentStrand::HandOn ConcurrentStrand::takeHandOn() {
-  // Before the look at what may start: a reader who leaves later sees it and looks again.
-  isIdle() ? _gate.open() : _gate.shut();
   const HandOn next{.wakesWaiters = _waiters > 0, .asksForTurn = needsTurn()};
   if (next.asksForTurn) _hasTurn = true;
   return next;
 }
 
-/// The same, but starts a brief task for the caller in place of asking for a turn.
-ConcurrentStrand::HandOn ConcurrentStrand::takeHandOnOrBriefTask() {
-  Entry brief;
-  if (needsTurn() && _entries.front().isBrief && scheduler().lendsTurns()) brief = startFirst();
-  HandOn next = takeHandOn();
-  next.brief = std::move(brief);
-  return next;
-}
-
 void ConcurrentStrand::handOn(HandOn handOn, TurnAfter turn) {
   if (handOn.wakesWaiters) _changed.notifyAll();
-  if (handOn.brief.task) return run(std::move(handOn.brief), {}, turn);
   if (!handOn.asksForTurn) return;
   turn == TurnAfter::inThisThread ? scheduler().submitAgain(asStrand(*this)) : scheduler().submit(asStrand(*this));
 }
@@ -169,7 +154,7 @@ void ConcurrentStrand::close(std::vector<Task>& dropped) {
     std::erase_if(_entries, [](const Entry& entry) { return !entry.waiter; });
     next = takeHandOn();
   }
-  handOn(std::move(next));
+  handOn(next);
 }
 
 }  // namespace pellor

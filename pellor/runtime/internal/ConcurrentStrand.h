@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "pellor/runtime/Strand.h"
-#include "pellor/runtime/internal/ReadGate.h"
 
 namespace pellor {
 
@@ -21,7 +20,6 @@ class ConcurrentStrand final : public ConcurrentQueue, public Strand {
 
   void async(Task task) override;
   void asyncBarrier(Task task) override;
-  void briefBarrier(Task task) override;
   bool isCurrent() const override;
   bool runNext() noexcept override;
   void close(std::vector<Task>& dropped) override;
@@ -30,14 +28,12 @@ class ConcurrentStrand final : public ConcurrentQueue, public Strand {
   struct Entry {
     Task task;  ///< null: the place of a synchronous read, which its own thread takes
     bool isBarrier = false;
-    bool isBrief = false;
     const void* waiter = nullptr;
   };
   /// What a change of what may start asks for, to be done without the lock.
   struct HandOn {
     bool wakesWaiters = false;
     bool asksForTurn = false;
-    Entry brief = {};  ///< has been started, for the caller to run
   };
 
   /// Where the next turn is taken: by the worker whose turn ends with the call, or by another one.
@@ -46,23 +42,20 @@ class ConcurrentStrand final : public ConcurrentQueue, public Strand {
   void syncRead(const std::function<void()>& read) override;
   bool isCurrentAlone() const override PELLOR_UNCHECKED;
   void append(Entry entry);
-  /// Whether nothing waits and no barrier runs.
-  bool isIdle() const PELLOR_REQUIRES(_mutex) { return _entries.empty() && !_isBarrierRunning; }
   bool canStartFirst() const PELLOR_REQUIRES(_mutex);
   bool needsTurn() const PELLOR_REQUIRES(_mutex);
   Entry startFirst() PELLOR_REQUIRES(_mutex);
   HandOn takeHandOn() PELLOR_REQUIRES(_mutex);
-  HandOn takeHandOnOrBriefTask() PELLOR_REQUIRES(_mutex);
   void enterInTurn(const void* waiter) PELLOR_EXCLUDES(_mutex);
   void waitForPlace(const void* waiter) PELLOR_REQUIRES(_mutex);
   void handOn(HandOn handOn, TurnAfter turn = TurnAfter::askedFor) PELLOR_EXCLUDES(_mutex);
   void run(Entry entry, HandOn before, TurnAfter turn) PELLOR_EXCLUDES(_mutex);
   void finish(bool isBarrier, TurnAfter turn) PELLOR_EXCLUDES(_mutex);
 
-  ReadGate _gate;  // shut while there are entries or a barrier runs
   Mutex _mutex;
   Condition _changed;
   std::deque<Entry> _entries PELLOR_GUARDED_BY(_mutex);  // what has not started
+  std::size_t _readers PELLOR_GUARDED_BY(_mutex) = 0;    // what is running
   bool _isBarrierRunning PELLOR_GUARDED_BY(_mutex) = false;
   bool _hasTurn PELLOR_GUARDED_BY(_mutex) = false;
   std::size_t _waiters PELLOR_GUARDED_BY(_mutex) = 0;  // threads in `sync` that look at the entries

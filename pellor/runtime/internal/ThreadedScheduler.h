@@ -29,7 +29,6 @@ class ThreadedScheduler final : public Scheduler {
   void detach(const Process& process) override;
   void submit(std::shared_ptr<Strand> strand) override;
   void submitAgain(std::shared_ptr<Strand> strand) override;
-  bool lendsTurns() const override { return true; }
   /// Nothing to do: the main queue wakes its own thread.
   void submitMain(MainStrand&) override {}
   Deadline setDeadline(TimerShot shot, double time) override;
