@@ -14,9 +14,10 @@ namespace pellor {
 namespace {
 
 template <class ConcreteQueue>
-std::shared_ptr<ConcreteQueue> makeQueue(std::string label) {
+std::shared_ptr<ConcreteQueue> makeQueue(std::string label, QualityOfService qualityOfService) {
   Process& process = Process::current();
-  auto queue = std::make_shared<ConcreteQueue>(process, process.scheduler().shared_from_this(), std::move(label));
+  auto queue = std::make_shared<ConcreteQueue>(process, process.scheduler().shared_from_this(), std::move(label),
+                                               qualityOfService);
   process.queueMade(queue);
   return queue;
 }
@@ -37,10 +38,12 @@ void ConcurrentQueue::requireReader(std::source_location caller) const {
   if (!isCurrent()) fatalElsewhere(caller, *this);
 }
 
-std::shared_ptr<SerialQueue> SerialQueue::make(std::string label) { return makeQueue<SerialStrand>(std::move(label)); }
+std::shared_ptr<SerialQueue> SerialQueue::make(std::string label, QualityOfService qualityOfService) {
+  return makeQueue<SerialStrand>(std::move(label), qualityOfService);
+}
 
-std::shared_ptr<ConcurrentQueue> ConcurrentQueue::make(std::string label) {
-  return makeQueue<ConcurrentStrand>(std::move(label));
+std::shared_ptr<ConcurrentQueue> ConcurrentQueue::make(std::string label, QualityOfService qualityOfService) {
+  return makeQueue<ConcurrentStrand>(std::move(label), qualityOfService);
 }
 
 }  // namespace pellor

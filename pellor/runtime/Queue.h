@@ -3,8 +3,8 @@
 // Ordering: tasks of one serial queue run one at a time in the order in which they were queued, and each happens before
 // the next. On a concurrent queue adjacent reads may run side by side, a barrier runs alone, and no read overtakes a
 // barrier that was queued before it. Queues are strands on a small worker pool, never threads; in a simulation one seed
-// decides which ready task of which queue runs next. No queue has priority over another: a save that
-// blocks keeps one worker of at least two.
+// decides which ready task of which queue runs next. A queue carries a quality of service, by which waiting tasks get
+// a free worker; a running task is never interrupted. A save that blocks keeps one worker of at least two.
 #pragma once
 
 #include <concepts>
@@ -20,6 +20,13 @@ namespace pellor {
 class Process;
 
 using Task = std::function<void()>;
+
+/// Which waiting tasks get a free worker first: default ones before those of utility, which wait behind default ones
+/// for at most 50 ms. A simulation does not rank: there the seed alone decides.
+enum class QualityOfService {
+  defaultQuality,  ///< what somebody may be waiting for
+  utility,         ///< work that takes longer, such as saves
+};
 
 /// What every queue can do. A queue belongs to the process that made it; its tasks run with that process as the current
 /// one. Handles are shared; dropping the last one does not drop tasks that are queued.
@@ -60,7 +67,8 @@ class PELLOR_CAPABILITY("queue") Queue : public std::enable_shared_from_this<Que
 class SerialQueue : public Queue {
  public:
   /// A queue of the current process.
-  static std::shared_ptr<SerialQueue> make(std::string label);
+  static std::shared_ptr<SerialQueue> make(std::string label,
+                                           QualityOfService qualityOfService = QualityOfService::defaultQuality);
 
  protected:
   using Queue::Queue;
@@ -70,7 +78,8 @@ class SerialQueue : public Queue {
 class ConcurrentQueue : public Queue {
  public:
   /// A queue of the current process.
-  static std::shared_ptr<ConcurrentQueue> make(std::string label);
+  static std::shared_ptr<ConcurrentQueue> make(std::string label,
+                                               QualityOfService qualityOfService = QualityOfService::defaultQuality);
 
   /// Queues a task that runs alone: after all that was queued before it, before all that is queued after it. Such a
   /// task takes no lock, waits on no queue and calls no platform service. Any thread.

@@ -7,8 +7,8 @@
 
 namespace pellor {
 
-Strand::Strand(const Process& owner, std::shared_ptr<Scheduler> scheduler)
-    : _owner(&owner), _scheduler(std::move(scheduler)) {}
+Strand::Strand(const Process& owner, std::shared_ptr<Scheduler> scheduler, QualityOfService qualityOfService)
+    : _owner(&owner), _scheduler(std::move(scheduler)), _qualityOfService(qualityOfService) {}
 
 Strand::~Strand() = default;
 

@@ -18,7 +18,7 @@ class Scheduler;
 class Strand {
  public:
   /// A strand keeps its scheduler, so that a queue or a timer may be dropped after its process.
-  Strand(const Process& owner, std::shared_ptr<Scheduler> scheduler);
+  Strand(const Process& owner, std::shared_ptr<Scheduler> scheduler, QualityOfService qualityOfService);
   virtual ~Strand();
   Strand(const Strand&) = delete;
   Strand& operator=(const Strand&) = delete;
@@ -38,6 +38,7 @@ class Strand {
   /// Only for comparison: the process may be gone.
   const Process* owner() const { return _owner; }
   Scheduler& scheduler() const { return *_scheduler; }
+  QualityOfService qualityOfService() const { return _qualityOfService; }
 
  protected:
   /// The strand that `queue` is, with its share of the ownership.
@@ -56,6 +57,7 @@ class Strand {
  private:
   const Process* _owner;
   std::shared_ptr<Scheduler> _scheduler;
+  const QualityOfService _qualityOfService;
   std::atomic<bool> _isClosed = false;  // set once, by `close`, with the lock that guards the tasks; read on any thread
 };
 

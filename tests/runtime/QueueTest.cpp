@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <latch>
 #include <random>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -12,6 +14,8 @@
 
 namespace pellor {
 namespace {
+
+using namespace std::chrono_literals;
 
 class QueueTest : public BothSchedulers {};
 INSTANTIATE_TEST_SUITE_P(Schedulers, QueueTest, bothSchedulers(), schedulerName);
@@ -127,24 +131,40 @@ TEST_P(QueueTest, barriersRunAloneAndNothingOvertakesThem) {
   }
 }
 
-class ThreadedQueueTest : public testing::Test {
- protected:
-  /// Occupies all workers until the returned latch is counted down.
-  std::shared_ptr<std::latch> blockWorkers() {
-    const int workers = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 2U, 4U));
-    auto release = std::make_shared<std::latch>(1);
-    std::latch blocked(workers);
-    for (int i = 0; i < workers; ++i) {
-      const auto queue = SerialQueue::make("blocker");
-      queue->async([&blocked, release] {
+/// Occupies the workers of a pool, each until it is released.
+class BusyWorkers {
+ public:
+  BusyWorkers() {
+    std::latch blocked(static_cast<int>(_releases.size()));
+    for (auto& release : _releases) {
+      SerialQueue::make("blocker")->async([&blocked, release] {
         blocked.count_down();
         release->wait();
       });
     }
     blocked.wait();
-    return release;
+  }
+  ~BusyWorkers() {
+    while (!_releases.empty()) releaseOne();
   }
 
+  void releaseOne() {
+    _releases.back()->count_down();
+    _releases.pop_back();
+  }
+
+ private:
+  static std::vector<std::shared_ptr<std::latch>> latches() {
+    std::vector<std::shared_ptr<std::latch>> latches(std::clamp(std::thread::hardware_concurrency(), 2U, 4U));
+    for (auto& latch : latches) latch = std::make_shared<std::latch>(1);
+    return latches;
+  }
+
+  std::vector<std::shared_ptr<std::latch>> _releases = latches();
+};
+
+class ThreadedQueueTest : public testing::Test {
+ protected:
   Process process;
 };
 
@@ -152,13 +172,15 @@ TEST_F(ThreadedQueueTest, theWorkerThatKeepsTimeWorksWhenTheOthersAreBusy) {
   const auto queue = SerialQueue::make("test");
   const auto timer = Timer::after(*queue, 3600, [] {});
   for (int i = 0; i < 50; ++i) {
-    blockWorkers()->count_down();
+    {
+      const BusyWorkers workers;
+    }
     ASSERT_TRUE(process.settle(longTime));
   }
 }
 
 TEST_F(ThreadedQueueTest, aSynchronousReadNeedsNoWorker) {
-  const auto release = blockWorkers();
+  const BusyWorkers workers;
   const auto queue = ConcurrentQueue::make("test");
   const auto caller = std::this_thread::get_id();
   std::vector<int> order;
@@ -175,8 +197,6 @@ TEST_F(ThreadedQueueTest, aSynchronousReadNeedsNoWorker) {
   queue->sync([&] { note(4); });
   EXPECT_EQ(order, (std::vector{0, 1, 2, 3, 4}));
   EXPECT_TRUE(process.mainQueue().isCurrent());
-  release->count_down();
-  EXPECT_TRUE(process.settle(longTime));
 }
 
 TEST_F(ThreadedQueueTest, aSynchronousReadRunsBesideARunningReaderAndAfterARunningBarrier) {
@@ -219,6 +239,38 @@ TEST_F(ThreadedQueueTest, everyThreadReadsItsOwnWrites) {
   for (auto& thread : threads) thread.join();
   EXPECT_TRUE(process.settle(longTime));
   EXPECT_EQ(counters, std::vector<int>(threadCount, rounds));
+}
+
+// One worker is free, and each default task asks for the next one and takes 20 ms.
+TEST(QualityOfServiceTest, defaultTasksComeFirstAndUtilityWaitsForALimitedTime) {
+  std::atomic<std::chrono::milliseconds> time = 0ms;
+  const auto steadyClock = [&] { return std::chrono::steady_clock::time_point(time.load()); };
+  Process process(std::make_shared<ThreadedScheduler>(wallClockNow, steadyClock), nullptr);
+  const auto utility = SerialQueue::make("utility", QualityOfService::utility);
+  const auto other = ConcurrentQueue::make("other utility", QualityOfService::utility);
+  const auto byDefault = SerialQueue::make("default");
+  std::latch utilityTasks(3);
+  std::string order;
+  const auto work = [&] {
+    order += 'u';
+    utilityTasks.count_down();
+  };
+  const Task demand = [&] {
+    order += 'd';
+    time = time.load() + 20ms;
+    if (!utilityTasks.try_wait() && order.size() < 100) byDefault->async(demand);
+  };
+  {
+    BusyWorkers workers;
+    utility->async(work);
+    other->asyncBarrier(work);
+    utility->async(work);
+    byDefault->async(demand);
+    workers.releaseOne();
+    utilityTasks.wait();
+  }
+  EXPECT_TRUE(process.settle(longTime));
+  EXPECT_EQ(order, "ddduudddud");
 }
 
 using QueueDeathTest = QueueTest;

@@ -38,7 +38,8 @@ PLListWriter::PLListWriter(Passkey, Process& process, std::string domain)
     : _process(process),
       _domain(std::move(domain)),
       _preferencesSyncManager(platformOf(process).preferencesSync),
-      _saveQueue(SerialQueue::make(std::string(PLVendorPrefix) + ".Pellor.PLFriendsManager.Save")),
+      _saveQueue(
+          SerialQueue::make(std::string(PLVendorPrefix) + ".Pellor.PLFriendsManager.Save", QualityOfService::utility)),
       _writer(process.scheduler().randomNumber() | 1U),
       _dirtyChunks(process.local<PLPersonChanges>()),
       _retryPauses(kRetryPauses) {}

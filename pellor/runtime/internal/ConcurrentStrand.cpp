@@ -9,8 +9,9 @@
 
 namespace pellor {
 
-ConcurrentStrand::ConcurrentStrand(Process& process, std::shared_ptr<Scheduler> scheduler, std::string label)
-    : ConcurrentQueue(process, std::move(label)), Strand(process, std::move(scheduler)) {}
+ConcurrentStrand::ConcurrentStrand(Process& process, std::shared_ptr<Scheduler> scheduler, std::string label,
+                                   QualityOfService qualityOfService)
+    : ConcurrentQueue(process, std::move(label)), Strand(process, std::move(scheduler), qualityOfService) {}
 
 bool ConcurrentStrand::isCurrent() const { return TaskContext::innermostQueue() == this; }
 

@@ -16,7 +16,8 @@ namespace pellor {
 /// adjacent reads get several workers.
 class ConcurrentStrand final : public ConcurrentQueue, public Strand {
  public:
-  ConcurrentStrand(Process& process, std::shared_ptr<Scheduler> scheduler, std::string label);
+  ConcurrentStrand(Process& process, std::shared_ptr<Scheduler> scheduler, std::string label,
+                   QualityOfService qualityOfService);
 
   void async(Task task) override;
   void asyncBarrier(Task task) override;

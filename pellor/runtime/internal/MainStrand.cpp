@@ -12,7 +12,7 @@
 namespace pellor {
 
 MainStrand::MainStrand(Process& process, std::shared_ptr<Scheduler> scheduler)
-    : MainQueue(process, "main"), Strand(process, std::move(scheduler)) {}
+    : MainQueue(process, "main"), Strand(process, std::move(scheduler), QualityOfService::defaultQuality) {}
 
 bool MainStrand::isCurrent() const {
   if (!isOwnerThread()) return false;

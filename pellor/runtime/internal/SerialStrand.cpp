@@ -10,8 +10,9 @@
 
 namespace pellor {
 
-SerialStrand::SerialStrand(Process& process, std::shared_ptr<Scheduler> scheduler, std::string label)
-    : SerialQueue(process, std::move(label)), Strand(process, std::move(scheduler)) {}
+SerialStrand::SerialStrand(Process& process, std::shared_ptr<Scheduler> scheduler, std::string label,
+                           QualityOfService qualityOfService)
+    : SerialQueue(process, std::move(label)), Strand(process, std::move(scheduler), qualityOfService) {}
 
 void SerialStrand::async(Task task) {
   require(task != nullptr, "a task to queue");

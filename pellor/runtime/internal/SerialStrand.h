@@ -12,7 +12,8 @@ namespace pellor {
 
 class SerialStrand final : public SerialQueue, public Strand {
  public:
-  SerialStrand(Process& process, std::shared_ptr<Scheduler> scheduler, std::string label);
+  SerialStrand(Process& process, std::shared_ptr<Scheduler> scheduler, std::string label,
+               QualityOfService qualityOfService);
 
   void async(Task task) override;
   bool isCurrent() const override;

@@ -27,12 +27,13 @@ bool mayStart(std::size_t workers) {
 
 }  // namespace
 
-ThreadedScheduler::ThreadedScheduler(const std::function<double()>& wallClock) : _startTime(wallClock()) {}
+ThreadedScheduler::ThreadedScheduler(const std::function<double()>& wallClock, SteadyClock steadyClock)
+    : _startTime(wallClock()), _steadyClock(std::move(steadyClock)), _start(_steadyClock()) {}
 
 ThreadedScheduler::~ThreadedScheduler() { joinWorkers(); }
 
 double ThreadedScheduler::now() const {
-  return _startTime + std::chrono::duration<double>(std::chrono::steady_clock::now() - _start).count();
+  return _startTime + std::chrono::duration<double>(_steadyClock() - _start).count();
 }
 
 std::uint64_t ThreadedScheduler::randomNumber() {
@@ -46,14 +47,12 @@ void ThreadedScheduler::attach(const std::shared_ptr<MainStrand>&) {
 }
 
 void ThreadedScheduler::detach(const Process& process) {
-  std::deque<std::shared_ptr<Strand>> forgotten;  // destroyed outside the lock
+  std::vector<std::shared_ptr<Strand>> forgotten;  // destroyed outside the lock
   MutexLock lock(_mutex);
   ++_detaching;
   while (isServing(process)) _ended.wait(_mutex);
   --_detaching;
-  const auto ownedByProcess = std::ranges::stable_partition(_ready, [&](auto& s) { return s->owner() != &process; });
-  std::ranges::move(ownedByProcess, std::back_inserter(forgotten));
-  _ready.erase(ownedByProcess.begin(), ownedByProcess.end());
+  forgotten = _ready.takeAllOf(process);
   _deadlines.removeAllOf(process);
   const bool isLast = --_attached == 0;
   lock.unlock();
@@ -82,7 +81,7 @@ void ThreadedScheduler::submit(std::shared_ptr<Strand> strand) {
   Condition* sleeper = nullptr;
   {
     const MutexLock lock(_mutex);
-    _ready.push_back(std::move(strand));
+    _ready.add(std::move(strand), now());
     sleeper = sleeperForLastTurn();
   }
   // Without the lock, which the worker needs as soon as it wakes.
@@ -91,7 +90,7 @@ void ThreadedScheduler::submit(std::shared_ptr<Strand> strand) {
 
 void ThreadedScheduler::submitAgain(std::shared_ptr<Strand> strand) {
   const MutexLock lock(_mutex);
-  _ready.push_back(std::move(strand));
+  _ready.add(std::move(strand), now());
 }
 
 /// Where the worker sleeps that is to take the turn that was added last, if one does; else a new one may be started.
@@ -145,7 +144,7 @@ void ThreadedScheduler::work(Worker& worker) {
   const MutexLock lock(_mutex);
   while (!_isStopping) {
     if (!_hasTimekeeper && fireDue()) continue;
-    if (!_ready.empty()) {
+    if (!_ready.isEmpty()) {
       runReady(worker);
     } else if (!_hasTimekeeper && _deadlines.earliest()) {
       keepTime();
@@ -158,8 +157,7 @@ void ThreadedScheduler::work(Worker& worker) {
 }
 
 void ThreadedScheduler::runReady(Worker& worker) {
-  auto strand = std::move(_ready.front());
-  _ready.pop_front();
+  auto strand = _ready.take(now());
   // The turn may take longer than the deadlines allow.
   if (!_hasTimekeeper && _deadlines.earliest()) callTimekeeper();
   worker.served = strand->owner();

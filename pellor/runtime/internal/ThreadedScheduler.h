@@ -3,7 +3,6 @@
 
 #include <chrono>
 #include <cstddef>
-#include <deque>
 #include <functional>
 #include <list>
 #include <memory>
@@ -11,6 +10,7 @@
 
 #include "pellor/runtime/Scheduler.h"
 #include "pellor/runtime/WallClock.h"
+#include "pellor/runtime/internal/ReadyStrands.h"
 
 namespace pellor {
 
@@ -19,8 +19,12 @@ namespace pellor {
 /// Processes that share one are made and ended by one thread.
 class ThreadedScheduler final : public Scheduler {
  public:
-  /// `wallClock` gives the time at which `now` begins, in seconds since 2001-01-01T00:00:00Z.
-  explicit ThreadedScheduler(const std::function<double()>& wallClock = wallClockNow);
+  using SteadyClock = std::function<std::chrono::steady_clock::time_point()>;
+
+  /// `wallClock` gives the time at which `now` begins, in seconds since 2001-01-01T00:00:00Z. `steadyClock` is what
+  /// moves it from there, read on any thread.
+  explicit ThreadedScheduler(const std::function<double()>& wallClock = wallClockNow,
+                             SteadyClock steadyClock = std::chrono::steady_clock::now);
   ~ThreadedScheduler() override;
 
   double now() const override;
@@ -52,12 +56,13 @@ class ThreadedScheduler final : public Scheduler {
   void joinWorkers();
 
   const double _startTime;
-  const std::chrono::steady_clock::time_point _start = std::chrono::steady_clock::now();
+  const SteadyClock _steadyClock;
+  const std::chrono::steady_clock::time_point _start;
   Mutex _mutex;
   Condition _work;   // wakes idle workers
   Condition _clock;  // wakes the timekeeper
   Condition _ended;  // tells `detach` that a turn has ended
-  std::deque<std::shared_ptr<Strand>> _ready PELLOR_GUARDED_BY(_mutex);
+  ReadyStrands _ready PELLOR_GUARDED_BY(_mutex);
   DeadlineList _deadlines PELLOR_GUARDED_BY(_mutex);
   std::list<Worker> _workers PELLOR_GUARDED_BY(_mutex);
   std::size_t _idleWorkers PELLOR_GUARDED_BY(_mutex) = 0;  // without the timekeeper
