@@ -25,6 +25,7 @@
 #include "pellor/friends/detail/PLPersonChanges.h"
 #include "pellor/friends/detail/PLPersonForm.h"
 #include "pellor/friends/detail/PLPersonRecord.h"
+#include "pellor/friends/internal/PLPrefetch.h"
 #include "pellor/platform/AddressBookStore.h"
 #include "pellor/platform/FavoritesSource.h"
 #include "pellor/runtime/KeyedCoder.h"
@@ -118,7 +119,7 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   void prefetch() const {
     const char* const memory = reinterpret_cast<const char*>(this);
     for (std::size_t offset = 0; offset < sizeof(PLPerson); offset += PLPersonRecord::CacheLine) {
-      __builtin_prefetch(memory + offset);
+      prefetchLine(memory + offset);
     }
   }
   /// The number of the last change of what is persisted, see PLPersonChanges. Any thread.

@@ -1,5 +1,4 @@
 // How a person is brought in line with the address book.
-#include <source_location>
 #include <utility>
 
 #include "pellor/friends/PLBundle.h"
@@ -14,7 +13,7 @@ namespace pellor {
 struct PLPerson::Reconciliation {
   AddressBook& addressBook;
   ChangeReport report;
-  std::source_location place;
+  SourceLocation place;
   bool changed = false;
 };
 
@@ -48,7 +47,7 @@ void PLPerson::_reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* 
   if (!addressBook) return;
   const Process::Scope scope(_process());
   const ChangeReport report{*this, ChangeReport::Subject::guid, shouldLogUpdates};
-  Reconciliation reconciliation{*addressBook, report, std::source_location::current()};
+  Reconciliation reconciliation{*addressBook, report, SourceLocation::current()};
   const auto databaseUID = addressBook->databaseUID();
   const RecordRef linked = copyABPersonWithAddressBook(addressBook);
   const RecordRef record = linked ? linked : _searchRecord(reconciliation);
@@ -78,7 +77,7 @@ void PLPerson::_reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* 
 
 std::optional<std::string> PLPerson::_refreshFromRecord(Reconciliation& reconciliation, const RecordValues& values) {
   const ChangeReport& report = reconciliation.report;
-  const std::source_location& place = reconciliation.place;
+  const SourceLocation& place = reconciliation.place;
   const std::int32_t recordID = values.recordID;
   if (recordID != _record.recordID()) {
     report(LogFormat("updating AB record ID for friend with GUID %@: %d -> %d", place), _record.recordID(), recordID);
@@ -98,7 +97,7 @@ std::optional<std::string> PLPerson::_refreshFromRecord(Reconciliation& reconcil
 RecordRef PLPerson::_searchRecord(const Reconciliation& reconciliation) const {
   if (allValuesCount() == 0) return nullptr;
   const LogHandle& log = _PLGetLogSystem();
-  const std::source_location& place = reconciliation.place;
+  const SourceLocation& place = reconciliation.place;
   if (hasName()) {
     log.log(LogFormat("friend needs a full AB lookup, searching with name: %@", place),
             redactable(_text(PLPersonRecord::_name)));

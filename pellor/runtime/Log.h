@@ -6,11 +6,11 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <source_location>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "pellor/runtime/SourceLocation.h"
 #include "pellor/runtime/Value.h"
 
 namespace pellor {
@@ -78,8 +78,7 @@ class LogFormat {
  public:
   template <class Text>
     requires std::convertible_to<Text, std::string_view>
-  LogFormat(const Text& text, std::source_location place = std::source_location::current())
-      : _text(text), _place(place) {}
+  LogFormat(const Text& text, SourceLocation place = SourceLocation::current()) : _text(text), _place(place) {}
   /// The same call as that of the operation of that name, of which the calling function is a step of its own.
   LogFormat as(std::string_view operation) const {
     LogFormat format = *this;
@@ -93,7 +92,7 @@ class LogFormat {
 
  private:
   std::string_view _text;
-  std::source_location _place;
+  SourceLocation _place;
   std::string_view _operation;  // empty: the one at the place
 };
 

@@ -22,7 +22,7 @@ std::shared_ptr<ConcreteQueue> makeQueue(std::string label, QualityOfService qua
   return queue;
 }
 
-[[noreturn]] void fatalElsewhere(const std::source_location& caller, const Queue& queue) {
+[[noreturn]] void fatalElsewhere(const SourceLocation& caller, const Queue& queue) {
   fatal(functionName(caller.function_name()) + " to be called on queue " + queue.label());
 }
 
@@ -30,11 +30,11 @@ std::shared_ptr<ConcreteQueue> makeQueue(std::string label, QualityOfService qua
 
 Queue::Queue(Process& process, std::string label) : _process(process), _label(std::move(label)) {}
 
-void Queue::requireCurrent(std::source_location caller) const {
+void Queue::requireCurrent(SourceLocation caller) const {
   if (!isCurrentAlone()) fatalElsewhere(caller, *this);
 }
 
-void ConcurrentQueue::requireReader(std::source_location caller) const {
+void ConcurrentQueue::requireReader(SourceLocation caller) const {
   if (!isCurrent()) fatalElsewhere(caller, *this);
 }
 

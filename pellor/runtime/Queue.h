@@ -10,9 +10,9 @@
 #include <concepts>
 #include <functional>
 #include <memory>
-#include <source_location>
 #include <string>
 
+#include "pellor/runtime/SourceLocation.h"
 #include "pellor/runtime/ThreadSafety.h"
 
 namespace pellor {
@@ -47,7 +47,7 @@ class PELLOR_CAPABILITY("queue") Queue : public std::enable_shared_from_this<Que
 
   /// Ends the program, in every build, unless the caller runs on this queue and nothing else does meanwhile: on a
   /// concurrent queue, unless it is a barrier. What the queue guards may be read and written from here on.
-  void requireCurrent(std::source_location caller = std::source_location::current()) const PELLOR_ASSERTS();
+  void requireCurrent(SourceLocation caller = SourceLocation::current()) const PELLOR_ASSERTS();
 
   Process& process() const { return _process; }
   const std::string& label() const { return _label; }
@@ -96,7 +96,7 @@ class ConcurrentQueue : public Queue {
 
   /// Ends the program, in every build, unless the caller runs on this queue. What the queue guards may be read from
   /// here on.
-  void requireReader(std::source_location caller = std::source_location::current()) const PELLOR_ASSERTS_READER();
+  void requireReader(SourceLocation caller = SourceLocation::current()) const PELLOR_ASSERTS_READER();
 
  protected:
   using Queue::Queue;

@@ -47,13 +47,24 @@ TEST_F(LogTest, hidesWhatIsPrivateFromOthers) {
   EXPECT_EQ(entry.messageText(LogEntry::Private::hidden), "renamed 7 to [<private>]");
 }
 
-TEST(FunctionNameTest, understandsTheSpellingsOfBothCompilers) {
+TEST(FunctionNameTest, understandsTheSpellingsOfCompilersAndLeavesOthersWhole) {
   const std::pair<std::string, std::string> table[] = {
       {"main", "auto main()::(anonymous class)::operator()(int) const"},
       {"find", "std::vector<std::pair<int, int> > ns::{anonymous}::find(const std::map<int, std::string>&)"},
       {"reload", "decltype (sizeof... (T)) ns::A::reload(T ...) [with T = {int, double}]"},
       {"operator->*", "void ns::A::operator->*(T) [with T = int]"},
       {"operator bool", "bool ns::A::operator bool()"},
+      {"operator()", "void ns::A::operator()(int) const"},
+      {"operator<=>", "operator<=>"},
+      {"~A", "ns::A::~A()"},
+      {"find", "auto ns::A::find(int) const -> std::string"},
+      {"find", "void ns::find(T) requires  std::integral<T> [with T = int]"},
+      {"find", "class std::vector<int> __cdecl ns::`anonymous-namespace'::find(const class std::map<int,int> &)"},
+      {"main", "auto __cdecl main::<lambda_1>::operator ()(void) const"},
+      {"operator ()", "void __cdecl ns::A::operator ()(int) const"},
+      {"reload", "reload"},
+      {"-[List reload:]", "-[List reload:]"},
+      {"{anonymous}::<lambda()>", "{anonymous}::<lambda()>"},
       {"", ""},
   };
   for (const auto& [name, signature] : table) EXPECT_EQ(functionName(signature), name) << signature;

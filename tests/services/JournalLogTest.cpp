@@ -13,7 +13,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <source_location>
 #include <string>
 
 #include "pellor/testing/LogCollector.h"
@@ -89,7 +88,7 @@ constexpr const char* Secret = "Anna\nBauer";
 
 /// Gives the source line that it names.
 std::uint32_t logLine(const std::shared_ptr<LogSink>& sink) {
-  const std::source_location place = std::source_location::current();
+  const SourceLocation place = SourceLocation::current();
   LogHandle("org.tapnote.Pellor", "main", sink).log({"renamed [%@] of %u", place}, redactable(Secret), 7);
   return place.line();
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "pellor/friends/PLDestination.h"
+#include "pellor/friends/internal/PLPrefetch.h"
 #include "pellor/platform/AddressBookStore.h"
 
 namespace pellor {
@@ -53,8 +54,8 @@ class PLPersonRecord {
 
   /// Has its memory brought near, as much as most records have.
   void prefetch() const {
-    __builtin_prefetch(_memory.get());
-    __builtin_prefetch(_memory.get() + CacheLine);
+    prefetchLine(_memory.get());
+    prefetchLine(_memory.get() + CacheLine);
   }
 
   /// Whether both share their memory: then they are equal without looking.

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "pellor/friends/internal/PLPrefetch.h"
+
 namespace pellor {
 
 /// Entries are pairs of an address, which is not 0, and a number of 32 bits. `HashOf` makes an entry's hash of the two,
@@ -57,7 +59,7 @@ class PLBucketTable {
 
   /// Has the memory where such an entry belongs brought near, so that what is done meanwhile need not be waited for.
   void prefetch(std::uint32_t hash) const {
-    if (_bucketCount != 0) __builtin_prefetch(&_buckets[home(hash)], 1);
+    if (_bucketCount != 0) prefetchLineToWrite(&_buckets[home(hash)]);
   }
 
   /// The first entry under the hash for which `matches(address, number)` is true.

@@ -1,5 +1,6 @@
 #include "pellor/runtime/internal/FunctionName.h"
 
+#include <algorithm>
 #include <cstddef>
 
 namespace pellor {
@@ -17,7 +18,9 @@ std::string_view withoutTemplateNote(std::string_view signature) {
 }
 
 bool isNameCharacter(char c) {
-  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+  // The bytes of other alphabets are beyond ASCII.
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' || c == '$' ||
+         static_cast<unsigned char>(c) >= 0x80;
 }
 
 bool startsOperator(std::string_view text) {
@@ -30,14 +33,22 @@ std::string_view operatorName(std::string_view text) {
   const auto symbol = text.substr(operatorWord.size());
   std::size_t length = 2;
   if (!symbol.starts_with("()") && !symbol.starts_with("[]")) {
-    // A conversion is named after its type, which goes up to the parameters.
-    length = symbol.front() == ' ' ? symbol.find('(') : symbol.find_first_not_of("<>=!+-*/%^&|~,");
+    // A conversion is named after its type, which goes up to the parameters. Some compilers put the space before all.
+    length = symbol.front() == ' ' ? symbol.find('(', 2) : symbol.find_first_not_of("<>=!+-*/%^&|~,");
   }
-  return text.substr(0, operatorWord.size() + length);
+  return text.substr(0, operatorWord.size() + std::min(length, symbol.size()));
 }
 
 bool startsLambda(std::string_view text) {
   return text.starts_with("<lambda") || text.starts_with("(anonymous class)") || text.starts_with("(lambda");
+}
+
+/// What stands behind the parameters and is no part of the name: a return type or a constraint.
+bool startsTail(std::string_view text) { return text.starts_with("->") || text.starts_with(" requires "); }
+
+bool isName(std::string_view text) {
+  if (text.starts_with('~')) text.remove_prefix(1);
+  return !text.empty() && std::ranges::all_of(text, isNameCharacter);
 }
 
 int depthChange(char c) {
@@ -55,8 +66,12 @@ std::string functionName(std::string_view signature) {
   for (std::size_t at = 0; at < text.size(); depth += depthChange(text[at++])) {
     if (depth > 0) continue;
     const std::string_view rest = text.substr(at);
+    if (hasParameters && startsTail(rest)) break;
     if (rest.starts_with("::")) {
-      if (startsLambda(rest.substr(2))) break;
+      if (startsLambda(rest.substr(2))) {
+        name = name.substr(0, name.size() - rest.size());
+        break;
+      }
       name = text.substr(++at + 1);
       hasParameters = false;
     } else if (startsOperator(rest) && rest.data() == name.data()) {
@@ -68,7 +83,8 @@ std::string functionName(std::string_view signature) {
     }
   }
   if (startsLambda(name)) return std::string(lambdaName);
-  return std::string(name.substr(0, name.find_first_of("<(")));
+  name = name.substr(0, name.find_first_of("<("));
+  return std::string(isName(name) ? name : signature);
 }
 
 }  // namespace pellor
