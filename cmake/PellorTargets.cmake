@@ -5,16 +5,25 @@
 
 find_package(Threads REQUIRED)
 
+# Whether the compiler takes the options of GCC. MSVC is also set for a clang that takes those of MSVC; a compiler that
+# is not known here gets no option of its own.
+set(PELLOR_GNU_OPTIONS OFF)
+if(CMAKE_CXX_COMPILER_ID MATCHES "^(GNU|Clang|AppleClang)$" AND NOT MSVC)
+  set(PELLOR_GNU_OPTIONS ON)
+endif()
+
 # Our own warnings. Linked privately and for the build alone, so that nobody inherits them.
 add_library(pellor_warnings INTERFACE)
-if(PROJECT_IS_TOP_LEVEL)
+if(PROJECT_IS_TOP_LEVEL AND PELLOR_GNU_OPTIONS)
   target_compile_options(pellor_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Wold-style-cast
     -Woverloaded-virtual -Wcast-align -Wimplicit-fallthrough -Wextra-semi
     # GCC 12 reports overlaps inside std::string that are none.
     $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op -Wno-restrict>
-    $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
+    $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wthread-safety>
     $<$<BOOL:${PELLOR_WARNINGS_AS_ERRORS}>:-Werror>)
+elseif(PROJECT_IS_TOP_LEVEL AND MSVC)
+  target_compile_options(pellor_warnings INTERFACE /W4 $<$<BOOL:${PELLOR_WARNINGS_AS_ERRORS}>:/WX>)
 endif()
 
 # What every compiled target of ours has in common.
@@ -22,6 +31,14 @@ function(pellor_compile_settings target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:pellor_warnings>)
+endfunction()
+
+# Optimising what header-only libraries bring takes the compiler longer than all else, and tests gain nothing by it.
+# Other compilers do not optimise in debug builds anyway.
+function(pellor_no_optimisation_in_debug target)
+  if(PELLOR_GNU_OPTIONS)
+    target_compile_options(${target} PRIVATE $<$<CONFIG:Debug>:-O0>)
+  endif()
 endfunction()
 
 # pellor_library(<target> <name>): a static library, known to users as pellor::<name>.
@@ -53,8 +70,7 @@ function(pellor_program target)
   cmake_parse_arguments(program "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${target} ${program_SOURCES})
   pellor_compile_settings(${target})
-  # Optimising what header-only libraries bring takes the compiler longer than all else, and tests gain nothing by it.
-  target_compile_options(${target} PRIVATE $<$<CONFIG:Debug>:-O0>)
+  pellor_no_optimisation_in_debug(${target})
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
   target_link_libraries(${target} PRIVATE ${program_LIBRARIES})
 endfunction()
