@@ -8,6 +8,7 @@
 #include "pellor/friends/PLUtility.h"
 #include "pellor/friends/internal/PLPersonIdentityChanges.h"
 #include "pellor/friends/internal/PLPosting.h"
+#include "pellor/friends/internal/PLPrefetch.h"
 #include "pellor/runtime/Fatal.h"
 
 namespace pellor {
@@ -32,6 +33,13 @@ PLPerson::PLPerson(Passkey)
     : _metadataQueue(sharedMetadataQueue()), _changes(_metadataQueue.process().local<PLPersonChanges>()) {}
 
 PLPerson::~PLPerson() = default;
+
+void PLPerson::prefetch() const {
+  const char* const memory = reinterpret_cast<const char*>(this);
+  for (std::size_t offset = 0; offset < sizeof(PLPerson); offset += PLPersonRecord::CacheLine) {
+    prefetchLine(memory + offset);
+  }
+}
 
 // The person is published by whoever asked for it, once it is what was asked for.
 std::shared_ptr<PLPerson> PLPerson::_make() { return std::make_shared<PLPerson>(Passkey{}); }

@@ -25,7 +25,6 @@
 #include "pellor/friends/detail/PLPersonChanges.h"
 #include "pellor/friends/detail/PLPersonForm.h"
 #include "pellor/friends/detail/PLPersonRecord.h"
-#include "pellor/friends/internal/PLPrefetch.h"
 #include "pellor/platform/AddressBookStore.h"
 #include "pellor/platform/FavoritesSource.h"
 #include "pellor/runtime/KeyedCoder.h"
@@ -116,12 +115,7 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// until the next edit.
   const PLPersonRecord& record() const { return _published.own(); }
   /// Has the memory of the person, but not that of the record, brought near.
-  void prefetch() const {
-    const char* const memory = reinterpret_cast<const char*>(this);
-    for (std::size_t offset = 0; offset < sizeof(PLPerson); offset += PLPersonRecord::CacheLine) {
-      prefetchLine(memory + offset);
-    }
-  }
+  void prefetch() const;
   /// The number of the last change of what is persisted, see PLPersonChanges. Any thread.
   std::uint64_t lastChange() const { return _lastChange.number(); }
 

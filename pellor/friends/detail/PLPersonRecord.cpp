@@ -4,6 +4,7 @@
 #include <limits>
 #include <new>
 
+#include "pellor/friends/internal/PLPrefetch.h"
 #include "pellor/runtime/Fatal.h"
 
 namespace pellor {
@@ -20,6 +21,11 @@ std::size_t byteCount(const PLPersonRecord::Content& content) {
 }
 
 }  // namespace
+
+void PLPersonRecord::prefetch() const {
+  prefetchLine(_memory.get());
+  prefetchLine(_memory.get() + CacheLine);
+}
 
 // All share one: every person begins with it.
 PLPersonRecord::PLPersonRecord() {

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "pellor/friends/PLDestination.h"
-#include "pellor/friends/internal/PLPrefetch.h"
 #include "pellor/platform/AddressBookStore.h"
 
 namespace pellor {
@@ -53,10 +52,7 @@ class PLPersonRecord {
   std::shared_ptr<const DestinationSet> destinations() const;
 
   /// Has its memory brought near, as much as most records have.
-  void prefetch() const {
-    prefetchLine(_memory.get());
-    prefetchLine(_memory.get() + CacheLine);
-  }
+  void prefetch() const;
 
   /// Whether both share their memory: then they are equal without looking.
   bool isSameObject(const PLPersonRecord& other) const { return _memory == other._memory; }
