@@ -51,7 +51,7 @@ class PLChangeLog {
 
   /// Adds one type to the person's set.
   void add(const std::shared_ptr<PLPerson>& person, std::string_view changeType);
-  /// The same for a person who is not in the log, or has its last entry: costs no search.
+  /// Adds one type to the set of a person that is not in the log, or has its last entry: costs no search.
   void addLast(const std::shared_ptr<PLPerson>& person, std::string_view changeType);
   /// Adds all entries of a later log, in their order.
   void add(PLChangeLog later);

@@ -17,9 +17,10 @@ class PLDelayedOperation : public std::enable_shared_from_this<PLDelayedOperatio
   struct Passkey {};
 
  public:
-  /// `queue` is the queue of all requests and runs, one that runs a task at a time; `delay` is in seconds, 0 or more.
-  /// The first request runs at once. The block is held until `invalidate`, and may hold its owner only weakly if the
-  /// owner holds this. With the last reference a deferred run ends, a queued one still happens. Any thread.
+  /// `initWithQueue:delay:block:`. `queue` is the queue of all requests and runs, one that runs a task at a time;
+  /// `delay` is in seconds, 0 or more. The first request runs at once. The block is held until `invalidate`, and may
+  /// hold its owner only weakly if the owner holds this. With the last reference a deferred run ends, a queued one
+  /// still happens. Any thread.
   static std::shared_ptr<PLDelayedOperation> initWithQueueDelayBlock(std::shared_ptr<Queue> queue, double delay,
                                                                      Task block);
   PLDelayedOperation(Passkey, std::shared_ptr<Queue> queue, double delay, Task block);

@@ -11,10 +11,10 @@
 namespace pellor {
 
 /// The better of two statuses: valid, then unknown, then invalid, then unspecified. That unknown beats invalid is an
-/// exception to the order of the numbers: a friend of whom one destination may work is not written off. Any thread.
+/// exception to the order of the numbers: a friend with a destination that may work is not written off. Any thread.
 DestinationStatus betterDestinationStatus(DestinationStatus left, DestinationStatus right);
 
-/// "unspecified", "unknown", "valid" or "invalid"; a number that stands for none of them as it is. Any thread.
+/// "unspecified", "unknown", "valid" or "invalid"; the number itself when it stands for none of them. Any thread.
 std::string destinationStatusName(DestinationStatus status);
 
 /// The statuses as numbers, for lines of the log and notifications. Any thread.

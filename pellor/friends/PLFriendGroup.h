@@ -32,7 +32,7 @@ struct PLUnreportedAssignments {
   std::uint64_t count = 0;
 };
 
-/// How often groups of a process were given another title, by whomever: `process.local<PLTitleAssignments>()`. Main
+/// How often groups of a process were given another title, by any caller: `process.local<PLTitleAssignments>()`. Main
 /// queue.
 struct PLTitleAssignments {
   std::uint64_t count = 0;
@@ -49,7 +49,7 @@ class PLFriendGroup : public Object, public std::enable_shared_from_this<PLFrien
   static std::shared_ptr<PLFriendGroup> init();
   /// A group of `size` empty slots, without title and delegate; 0 makes a group that is always full.
   static std::shared_ptr<PLFriendGroup> initWithGroupSize(std::uint64_t size);
-  /// The same with a delegate, which is held weakly.
+  /// `initWithDelegate:groupSize:`. A group of `size` empty slots with a delegate, which is held weakly.
   static std::shared_ptr<PLFriendGroup> initWithDelegateGroupSize(std::weak_ptr<PLFriendGroupDelegate> delegate,
                                                                   std::uint64_t size);
   PLFriendGroup(Passkey, std::uint64_t size);
@@ -77,11 +77,12 @@ class PLFriendGroup : public Object, public std::enable_shared_from_this<PLFrien
 
   // --- Changes, reported to the delegate ---
 
-  /// Puts a friend into the lowest empty slot; null leaves that slot empty, and is reported. `error` becomes
-  /// PLFriendGroupErrorNone or, when nothing was changed, PLFriendGroupErrorCapacityReached.
+  /// `addFriend:error:`. Puts a friend into the lowest empty slot; null leaves that slot empty, and is reported.
+  /// `error` becomes PLFriendGroupErrorNone or, when nothing was changed, PLFriendGroupErrorCapacityReached.
   void addFriend(const std::shared_ptr<PLPerson>& person, std::uint32_t& error);
-  /// Puts a friend into a slot in place of what is there, or empties the slot when `person` is null. `error` becomes
-  /// PLFriendGroupErrorNone or, when nothing was changed, PLFriendGroupErrorOutOfRange.
+  /// `setFriend:atPosition:error:`. Puts a friend into a slot in place of its content, or empties the slot when
+  /// `person` is null. `error` becomes PLFriendGroupErrorNone or, when nothing was changed,
+  /// PLFriendGroupErrorOutOfRange.
   void setFriendAtPosition(std::shared_ptr<PLPerson> person, std::uint64_t position, std::uint32_t& error);
   /// Empties a slot. Nothing happens when it is empty or when there is no such slot.
   void removeFriendAtPosition(std::uint64_t position);

@@ -15,14 +15,17 @@ class PLPerson;
 class PLFriendGroupDelegate {
  public:
   virtual ~PLFriendGroupDelegate() = default;
-  /// A friend was written into a slot. One that stood there before is not reported.
+  /// `friendGroup:didSetFriend:atPosition:`. A friend was written into a slot. A friend that stood there before is not
+  /// reported.
   virtual void friendGroupDidSetFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
                                                  const std::shared_ptr<PLPerson>& person, std::uint64_t position) = 0;
-  /// A slot was emptied. `person` is the friend who was removed, null when an empty slot was set instead.
+  /// `friendGroup:didRemoveFriend:atPosition:`. A slot was emptied. `person` is the removed friend, null when an empty
+  /// slot was set instead.
   virtual void friendGroupDidRemoveFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
                                                     const std::shared_ptr<PLPerson>& person,
                                                     std::uint64_t position) = 0;
-  /// The slots were rearranged. Never sent by a group itself: it is for whoever rearranges one.
+  /// `friendGroup:didMoveFriends:`. The slots were rearranged. A group never sends this itself: a caller that
+  /// rearranges a group does.
   virtual void friendGroupDidMoveFriends(const std::shared_ptr<PLFriendGroup>& group,
                                          const std::vector<std::shared_ptr<PLPerson>>& friends) = 0;
 };

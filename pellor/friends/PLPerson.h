@@ -55,22 +55,23 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   // A person belongs to the current process. Creation announces no change; what it takes from an address book marks the
   // person as needing a save.
 
-  /// A person of whom nothing is known, linked with no record.
+  /// A person without name and destinations, linked with no record.
   static std::shared_ptr<PLPerson> init();
-  /// The person that a stored form describes, read as by `updateFromDictionaryRepresentation`. The address book is not
-  /// asked.
+  /// `initWithDictionaryRepresentation:addressBook:`. The person that a stored form describes, read as by
+  /// `updateFromDictionaryRepresentation`. The address book is not asked.
   static std::shared_ptr<PLPerson> initWithDictionaryRepresentationAddressBook(const PersonDictionary& dictionary,
                                                                                AddressBook* addressBook);
-  /// The same for a form that was read already.
+  /// The person that the form, which was read already, describes.
   static std::shared_ptr<PLPerson> initWithForm(PLPersonForm& form);
-  /// A person with these destinations as they are, reconciled with the address book; null: kept unlinked.
+  /// `initWithDestinations:addressBook:`. A person with these destinations as they are, reconciled with the address
+  /// book; null: kept unlinked.
   static std::shared_ptr<PLPerson> initWithDestinationsAddressBook(const std::vector<std::string>& destinations,
                                                                    AddressBook* addressBook);
-  /// The person of a record. For a GUID that names no record, and with a null handle, it has this GUID and neither name
-  /// nor destinations.
+  /// `initWithABRecordGUID:addressBook:`. The person of a record. For a GUID that names no record, and with a null
+  /// handle, it has this GUID and neither name nor destinations.
   static std::shared_ptr<PLPerson> initWithABRecordGUIDAddressBook(const std::string& guid, AddressBook* addressBook);
-  /// The person behind a favorite: the one of its record or, when that is not there or the handle is null, one with the
-  /// favorite's name and value.
+  /// `initWithFavorite:addressBook:`. The person behind a favorite: the one of its record or, when that is not there or
+  /// the handle is null, one with the favorite's name and value.
   static std::shared_ptr<PLPerson> initWithFavoriteAddressBook(const FavoriteEntry& favorite, AddressBook* addressBook);
   /// The person in a keyed archive. What the archive lacks, or holds as another type, is absent; the record identifier
   /// is 0 then. Marks nothing.
@@ -79,7 +80,7 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   explicit PLPerson(Passkey);
   ~PLPerson() override;
 
-  /// This same person: there is one object for a friend.
+  /// This very person: there is one object for a friend.
   std::shared_ptr<PLPerson> copy() { return shared_from_this(); }
 
   // --- 2  What a person is ---
@@ -119,11 +120,12 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// The number of the last change of what is persisted, see PLPersonChanges. Any thread.
   std::uint64_t lastChange() const { return _lastChange.number(); }
 
-  /// Whether `other` is the same friend: it has the same GUID, or shares a destination even if the GUIDs differ. False
+  /// Whether `other` is this friend: the GUIDs are equal, or a destination is shared even if the GUIDs differ. False
   /// for null.
   bool isLikePerson(const std::shared_ptr<PLPerson>& other) const { return other && isLike(*other); }
   bool isLike(const PLPerson& other) const;
-  /// Whether a stored form describes this person: it has the same GUID or, when neither has one, shares a destination.
+  /// Whether a stored form describes this person: the GUIDs are equal or, when neither has one, a destination is
+  /// shared.
   bool isEqualToDictionaryRepresentation(const PersonDictionary& dictionary) const;
   bool isEqualToForm(const PLPersonForm& form) const;
 
@@ -142,7 +144,7 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// mark the person. Posts PLPersonUnlinkedFromAddressBookNotification when a GUID is replaced or cleared, and nothing
   /// else.
   bool updateFromDictionaryRepresentation(const PersonDictionary& dictionary);
-  /// The same for a form that was read already.
+  /// Takes over, as above, a form that was read already.
   bool updateFromForm(PLPersonForm& form);
   /// For a person that was looked up and turns out to be the friend of a stored form: takes over the stored reply
   /// preference and the stored metadata that it has not. Marks, logs and posts nothing.
@@ -177,9 +179,9 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   std::optional<Value> metadataValueForKey(const std::string& key) const;
   /// All entries, as they are now.
   Dictionary metadata() const;
-  /// Sets one entry. An absent value is ignored: single entries cannot be removed.
+  /// `setMetadataValue:forKey:`. Sets one entry. An absent value is ignored: single entries cannot be removed.
   void setMetadataValueForKey(std::optional<Value> value, const std::string& key);
-  /// Sets all entries of the dictionary, in place of those with the same keys.
+  /// Sets all entries of the dictionary, in place of the entries under these keys.
   void addMetadataEntriesFromDictionary(const Dictionary& dictionary);
   /// Removes all entries.
   void removeAllMetadataValues();
@@ -188,7 +190,7 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
 
   /// Brings the person in line with the address book: with the record that its GUID names, else with the record that
   /// fits its name and destinations best; when there is none it is unlinked and keeps both. Null: nothing happens. A
-  /// person who is not found because the contacts cannot be read stays as it is.
+  /// person that is not found because the contacts cannot be read stays as it is.
   ///
   /// Posts PLPersonUnlinkedFromAddressBookNotification when the GUID is replaced or cleared. When anything changed,
   /// marks the person and posts PLPersonValuesChangedNotification. A record found again that says what the person says
@@ -206,8 +208,9 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   static std::optional<std::string> preferredNameForPerson(const RecordRef& record);
   /// The destinations of a record and of all records linked with it, in canonical form. Absent for no record.
   static std::optional<DestinationSet> allValuesForPerson(const RecordRef& record);
-  /// Adds an entry to a multi-value property of the handle's view of a record, not null, and gives its identifier. A
-  /// property of a single value is replaced, and the result is -1. Nothing is saved.
+  /// `addValue:withLabel:toPerson:property:`. Adds an entry to a multi-value property of the handle's view of a record,
+  /// not null, and gives its identifier. A property of a single value is replaced, and the result is -1. Nothing is
+  /// saved.
   static std::int32_t addValueWithLabelToPersonProperty(const std::string& value, const std::string& label,
                                                         const RecordRef& record, RecordProperty property);
 
@@ -280,7 +283,7 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   struct Kept {
     std::optional<std::string> _primaryDestination;
     std::optional<Value> _phoneNumberCount;   // a number that is archived, and that nothing computes
-    std::optional<Value> _emailAddressCount;  // the same
+    std::optional<Value> _emailAddressCount;  // another such number
   };
   Kept& _keep() const;
   mutable std::unique_ptr<Kept> _kept;  // null while nothing is kept

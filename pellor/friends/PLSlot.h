@@ -12,7 +12,7 @@ class PLPerson;
 /// What stands in a slot: a person or `EmptySlot`.
 using Slot = std::shared_ptr<PLPerson>;
 
-/// What stands in an unoccupied slot. Operations that return a person give the same null for it.
+/// What stands in an unoccupied slot. Operations that return a person give this null for it.
 inline const Slot EmptySlot{};
 
 /// The value that stands for no position.

@@ -48,9 +48,10 @@ class PLUtility {
   /// is no number is given back unchanged.
   static std::string compressPhoneNumberString(std::string_view number);
 
-  /// Whether a record may be offered as a new friend: it is no friend of `manager`, and it has a destination. With no
-  /// manager only the destinations decide. With no handle the record is nobody's, and the answer true. The count of
-  /// destinations is taken from `cache`, and entered there when it is missing.
+  /// `shouldAllowAddingFriendWithRecordID:withFriendListManager:addressBook:personValueCache:`. Whether a record may be
+  /// offered as a new friend: it is no friend of `manager`, and it has a destination. With no manager only the
+  /// destinations decide. With no handle the record is nobody's, and the answer true. The count of destinations is
+  /// taken from `cache`, and entered there when it is missing.
   static bool shouldAllowAddingFriendWithRecordIDWithFriendListManagerAddressBookPersonValueCache(
       std::int32_t recordID, PLFriendsManager* manager, AddressBook* addressBook, PersonValueCache& cache);
 

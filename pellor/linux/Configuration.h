@@ -1,4 +1,4 @@
-// Which parts make the platform, and what they need to know: the user's choice, the same for all programs.
+// Which parts make the platform, and the settings that they need: the user's choice, one for all programs.
 #pragma once
 
 #include <cstdint>
@@ -41,7 +41,8 @@ struct ConfigurationKey {
 /// All keys, in the order in which they are shown.
 std::span<const ConfigurationKey> configurationKeys();
 
-/// The keys that choose a part of the platform, each with the embedded one as its default; in the same order.
+/// The keys that choose a part of the platform, each with the embedded one as its default; in the order of
+/// `configurationKeys`.
 std::span<const std::string_view> configurationParts();
 
 /// What holds for each key: what the program's arguments say, else the file, else the key's own default. A plain value.

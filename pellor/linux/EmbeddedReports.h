@@ -32,7 +32,7 @@ ServiceReport reportOnStoreFile(const UserFolders& folders);
 /// Of the folder through which programs hear of each other.
 ServiceReport reportOnNotifyFolder(const UserFolders& folders);
 
-/// Of what the configuration chooses for that part; absent where it is a service of the user's own.
+/// A report on the choice of the configuration for that part; absent where it is a service of the user's own.
 std::optional<ServiceReport> reportOnEmbedded(std::string_view part, const Configuration& configuration);
 
 }  // namespace pellor

@@ -1,4 +1,4 @@
-// What can be said of one part of the platform, for whoever looks for a fault.
+// What can be said of one part of the platform, for users in search of a fault.
 #pragma once
 
 #include <string>

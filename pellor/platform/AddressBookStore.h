@@ -43,7 +43,7 @@ struct MultiValue {
 using RecordValue = std::variant<std::string, MultiValue>;
 
 class ContactRecord;
-/// Records are compared by identity: one handle gives the same object for the same record as long as it is held.
+/// Records are compared by identity: a handle gives one object for one record, as long as that object is held.
 using RecordRef = std::shared_ptr<ContactRecord>;
 
 /// One record of an address book. Main queue, while the handle that it came from is open. What reads a record that has
@@ -69,7 +69,7 @@ class ContactRecord {
   /// Whether the record is a person, as opposed to an organisation.
   virtual bool isPersonKind() const = 0;
   /// The full name in the order that the user's locale writes names, or the organisation's; absent when there is none.
-  /// Stays the same while the record does: the locale is that of the process's start.
+  /// Changes with the record alone: the locale is that of the process's start.
   virtual std::optional<std::string> compositeName() const = 0;
   /// The short form of the name, as the user set it; absent when there is none.
   virtual std::optional<std::string> shortName() const = 0;
@@ -77,7 +77,7 @@ class ContactRecord {
 
   /// All values of the phone-number property, in the record's order; absent when it is unset.
   virtual std::optional<std::vector<std::string>> phoneValues() const = 0;
-  /// The same for e-mail addresses.
+  /// All values of the e-mail property, in the record's order; absent when it is unset.
   virtual std::optional<std::vector<std::string>> emailValues() const = 0;
 
   /// A copy of a multi-value property that may be changed and set; absent when it is unset.
@@ -113,13 +113,12 @@ class AddressBook {
   virtual std::vector<RecordRef> allPeople() = 0;
 
   /// Runs `work` before it returns, once the records with these GUIDs and all that are linked with them have been read
-  /// at once: inside, `copyPersonMatchingGUID` with one of these GUIDs and the links of what it gives ask the database
-  /// no more. Not to be nested.
+  /// at once: inside, `copyPersonMatchingGUID` with one of these GUIDs and the links of the records that it gives ask
+  /// the database no more. Not to be nested.
   virtual void withPeopleMatchingGUIDs(std::span<const std::string_view> guids, const std::function<void()>& work) = 0;
   /// The GUIDs, ascending, of the records that may be other ones than when the database had that sequence number: they
-  /// came, went or changed, or a record that they are or were linked with did. Absent when this cannot be told, as
-  /// when values were set on this handle, and when there are more than `limit`: whoever asks has to look at the
-  /// records.
+  /// came, went or changed, or a record that they are or were linked with did. Absent when this cannot be told, as when
+  /// values were set on this handle, and when there are more than `limit`: the caller then has to look at the records.
   virtual std::optional<std::vector<std::string>> guidsOfPeopleChangedSince(std::int32_t sequenceNumber,
                                                                             std::size_t limit) = 0;
 };

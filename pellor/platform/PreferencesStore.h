@@ -20,7 +20,7 @@ namespace pellor {
 inline constexpr std::size_t DeepestPreference = 128;
 inline constexpr std::size_t LongestPreference = std::size_t{256} << 20;
 
-/// What a store answers that is asked for a value.
+/// The answer of a store that is asked for a value.
 template <class T>
 using PreferenceAnswer = Answer<T>;
 
@@ -30,8 +30,8 @@ struct PutAside {
   std::optional<Value> lastGood;  ///< the store's last good copy of the key; absent when there is none
 };
 
-/// Names one write. Who writes chooses a random `writer` once, and counts its writes: so it recognises its own when it
-/// was not told what became of it. Writer 0 is nobody.
+/// Names one write. A writer chooses a random `writer` once, and counts its writes: so it recognises its own write when
+/// the store could not tell what became of it. Writer 0 stands for no writer.
 struct PreferenceWriteID {
   std::uint64_t writer = 0;
   std::uint64_t number = 0;
@@ -96,8 +96,8 @@ class PreferencesStore {
   /// The value when it is a boolean; none for a value of another kind.
   virtual PreferenceAnswer<bool> booleanValue(std::string_view key, std::string_view domain) = 0;
 
-  /// Keeps the value for the next `synchronize`, in place of one that was kept for the same key; absent removes the
-  /// key.
+  /// Keeps the value for the next `synchronize`, in place of an earlier value of this key that still waits; absent
+  /// removes the key.
   virtual void setValue(std::string_view key, std::optional<Value> value, std::string_view domain) = 0;
 
   /// Writes what was set for the domain, all of it or nothing, whatever is stored, and reads again what other processes
@@ -107,8 +107,8 @@ class PreferencesStore {
   virtual bool synchronize(std::string_view domain) = 0;
 
   /// What is stored under each of the keys at one moment, now, with its version; what was set and not synchronised does
-  /// not show. Of a long array the runs that did not change since it was last read or written are the same objects. The
-  /// answer that the store cannot be read counts for all keys.
+  /// not show. A long array has the very chunk objects of its last reading or writing, as far as they did not change.
+  /// The answer that the store cannot be read counts for all keys.
   virtual PreferenceAnswer<VersionedPreferences> read(std::span<const std::string> keys, std::string_view domain) = 0;
 
   /// Stores all changes or none, as write `id`, when every key has the version that its change was made from, and

@@ -22,7 +22,7 @@ enum class DestinationStatus : std::int64_t {
 /// Statuses by destination.
 using DestinationStatuses = std::map<std::string, DestinationStatus>;
 
-/// Whom a query reports to. Called on the main queue.
+/// The receiver of a query's answers. Called on the main queue.
 class ReachabilityClient {
  public:
   virtual ~ReachabilityClient() = default;

@@ -18,8 +18,8 @@ class BackOff {
     double factor = 2;  ///< of a pause to the one before it, 1 or more
   };
 
-  /// With a scheduler each pause is a random part of what it would be, so that several that failed together do not try
-  /// again together; the scheduler, which gives the random numbers, has to outlive it.
+  /// With a scheduler each pause is a random part of what it would be, so that several callers that failed together do
+  /// not try again together; the scheduler, which gives the random numbers, has to outlive it.
   explicit BackOff(const Pauses& pauses, Scheduler* jitter = nullptr);
 
   /// The pause before the next attempt, in seconds. The one after it is longer.

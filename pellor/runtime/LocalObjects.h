@@ -16,7 +16,7 @@ class LocalObjects {
  public:
   using Make = std::shared_ptr<void> (*)();
 
-  /// A key for one more type, the same in all processes of the program. Any thread.
+  /// A key for one more type, which holds in all processes of the program. Any thread.
   static std::size_t newKey();
 
   /// The object of a key; null when it was not made. Any thread.

@@ -59,7 +59,7 @@ class LogArgument {
   template <std::integral I>
   LogArgument(I number) : _segment{std::to_string(number)} {}
 
-  /// The same argument, hidden from sinks that others can read.
+  /// This argument, hidden in sinks that other users can read.
   LogArgument asPrivate() && {
     _segment.isPrivate = true;
     return std::move(*this);

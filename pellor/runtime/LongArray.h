@@ -11,8 +11,8 @@
 
 namespace pellor {
 
-/// Some neighbouring elements of a long array, immutable. Whoever keeps them decides how: as values, or encoded as they
-/// came from a store. Any thread.
+/// Some neighbouring elements of a long array, immutable. The subclass decides how they are kept: as values, or encoded
+/// as they came from a store. Any thread.
 class ArrayChunk {
  public:
   virtual ~ArrayChunk() = default;
@@ -33,8 +33,8 @@ class ArrayChunk {
   };
   virtual Origin origin(std::size_t index) const { return {nullptr, index}; }
 
-  /// Whether this chunk is `other`, or was made of it by whoever keeps it, so that it has the same elements. False does
-  /// not mean that it has not.
+  /// Whether this chunk is `other`, or was made of it by a store that keeps it, so that its elements are equal. False
+  /// does not mean that it has not.
   virtual bool isCopyOf(const ArrayChunk& other) const { return this == &other; }
 
   /// One element of a new chunk: a value, or an element of another chunk, which is neither made nor copied.

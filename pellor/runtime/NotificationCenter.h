@@ -45,7 +45,7 @@ class NotificationCenter {
   NotificationCenter(const NotificationCenter&) = delete;
   NotificationCenter& operator=(const NotificationCenter&) = delete;
 
-  /// Calls `callback` for every post of `name`, whoever sends it.
+  /// Calls `callback` for every post of `name`, from any sender.
   [[nodiscard]] std::shared_ptr<Observation> addObserver(std::string name, Callback callback);
   /// Only for posts whose object is `sender`.
   [[nodiscard]] std::shared_ptr<Observation> addObserver(std::string name, const std::shared_ptr<Object>& sender,

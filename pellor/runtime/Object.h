@@ -1,4 +1,4 @@
-// The common base of what can be the object of a notification.
+// The common base of all classes whose objects notifications can be about.
 #pragma once
 
 namespace pellor {

@@ -77,7 +77,7 @@ class Process::State {
   const std::shared_ptr<LogSink> sink;
   const std::shared_ptr<MainStrand> mainQueue;
   NotificationCenter notificationCenter;
-  std::atomic<long> outstanding = 0;             // counted by whoever queues or ends a task, on any thread
+  std::atomic<long> outstanding = 0;             // counted as tasks are queued and end, on any thread
   std::vector<SettleParticipant*> participants;  // main queue
   bool isClosed = false;                         // main thread
 
@@ -89,7 +89,7 @@ class Process::State {
   std::vector<Task> closeQueues();
 
   Process& _process;
-  std::atomic<long> _awaitedOutstanding = notSettling;  // written by `settle`, read by whoever ends a task
+  std::atomic<long> _awaitedOutstanding = notSettling;  // written by `settle`, read as tasks end
   Mutex _mutex;
   std::vector<std::weak_ptr<Strand>> _queues PELLOR_GUARDED_BY(_mutex);
   bool _hasClosedQueues PELLOR_GUARDED_BY(_mutex) = false;

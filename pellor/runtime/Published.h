@@ -48,7 +48,7 @@ class Published {
     }
 
    private:
-    std::atomic_flag _flag;  // set and cleared by whoever loads or stores, on any thread
+    std::atomic_flag _flag;  // set and cleared by each load and store, on any thread
   };
 
   mutable AnnotatedMutex<Flag> _busy;

@@ -37,8 +37,8 @@ class Scheduler : public std::enable_shared_from_this<Scheduler> {
 
   /// Gives a pool queue one turn, at a time of the scheduler's choice.
   virtual void submit(std::shared_ptr<Strand> strand) = 0;
-  /// The same at the end of a turn, as the last thing that `Strand::runNext` asks for: the thread that took that turn
-  /// looks for the next one anyway, so that nobody need be woken.
+  /// Gives a pool queue one more turn at the end of a turn, as the last thing that `Strand::runNext` asks for: the
+  /// thread that took that turn looks for the next one anyway, so that no thread need be woken.
   virtual void submitAgain(std::shared_ptr<Strand> strand) { submit(std::move(strand)); }
   /// The same as `submit` for a main queue, whose turns only its own thread can take.
   virtual void submitMain(MainStrand& mainQueue) = 0;

@@ -21,7 +21,8 @@
 /// On a class: an object holds a guard while it lives.
 #define PELLOR_SCOPED_CAPABILITY PELLOR_THREAD_ATTRIBUTE(scoped_lockable)
 
-/// On a member: read and written only by those who hold the guard; of a concurrent queue, read by its readers too.
+/// On a member: it is read and written only by code that holds the guard; readers of a concurrent queue may read it
+/// too.
 #define PELLOR_GUARDED_BY(...) PELLOR_THREAD_ATTRIBUTE(guarded_by(__VA_ARGS__))
 
 /// On an operation: the caller holds the guard, alone or as one of several readers.
@@ -30,7 +31,7 @@
 /// On an operation: the caller does not hold it.
 #define PELLOR_EXCLUDES(...) PELLOR_THREAD_ATTRIBUTE(locks_excluded(__VA_ARGS__))
 
-/// On an operation: takes the guard, gives it back, or returns only to those who hold it.
+/// On an operation: it takes the guard, gives it back, or returns only to callers that hold it.
 #define PELLOR_ACQUIRES(...) PELLOR_THREAD_ATTRIBUTE(acquire_capability(__VA_ARGS__))
 #define PELLOR_RELEASES(...) PELLOR_THREAD_ATTRIBUTE(release_capability(__VA_ARGS__))
 #define PELLOR_ASSERTS(...) PELLOR_THREAD_ATTRIBUTE(assert_capability(__VA_ARGS__))
@@ -88,7 +89,7 @@ class PELLOR_SCOPED_CAPABILITY MutexUnlock {
   Mutex& _mutex;
 };
 
-/// A condition to wait for, of what a mutex guards. May wake without a reason: look again.
+/// A condition to wait for, on state that a mutex guards. May wake without a reason: look again.
 class Condition {
  public:
   void wait(Mutex& mutex) PELLOR_REQUIRES(mutex) {
@@ -110,8 +111,8 @@ class Condition {
   std::condition_variable _condition;
 };
 
-/// State of one thread: what is guarded by it is used by the thread that said `isThisThread` and, before that thread is
-/// started, by whoever makes it.
+/// State of one thread: members that it guards are used by the thread that said `isThisThread` and, before that thread
+/// is started, by the thread that makes it.
 class PELLOR_CAPABILITY("thread") ThreadRole {
  public:
   /// Checks nothing: says that the caller is that thread.

@@ -10,7 +10,7 @@
 
 namespace pellor {
 
-/// A long array, and its elements for those who want all of them.
+/// A long array, and its elements for callers that want all of them.
 struct Value::Elements {
   explicit Elements(LongArray content) : array(std::move(content)) {}
 

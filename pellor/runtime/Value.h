@@ -47,7 +47,7 @@ class Value {
   Value(Data value);
   Value(Date value) : _content(value) {}
   Value(Array value);
-  /// An array as well: it equals the array of the same elements.
+  /// A long array is an array as well: it equals the array of its elements.
   Value(LongArray value);
   Value(Dictionary value);
 
@@ -62,7 +62,7 @@ class Value {
   const Data* data() const noexcept;
   /// The elements of a long array are made at the first call, and then kept by the value.
   const Array* array() const;
-  /// The same without making an element, if the array is a long one; null for any other.
+  /// The array if it is a long one, without making an element; null for any other value.
   const LongArray* longArray() const noexcept;
   const Dictionary* dictionary() const noexcept;
 

@@ -60,7 +60,7 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
 
   /// Adds a contact and gives its GUID. A GUID or record identifier that is given is one that no other contact has.
   std::string add(TestContact contact);
-  /// Adds many, as one change; gives their GUIDs in the same order.
+  /// Adds many, as one change; gives their GUIDs in the order of the contacts.
   std::vector<std::string> addAll(std::vector<TestContact> contacts);
   /// Changes a contact, its identifiers too if `edit` changes them.
   void change(const std::string& guid, const std::function<void(TestContact&)>& edit);

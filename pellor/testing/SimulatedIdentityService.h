@@ -24,7 +24,7 @@ class SimulatedIdentityService : public ReachabilityService {
     bool hasPriority = false;
     std::weak_ptr<ReachabilityClient> client;
   };
-  /// What the service says of a query, and how many seconds of the process's time after it.
+  /// One part of an answer: the statuses, and how many seconds of the process's time after the query they come.
   struct AnswerPart {
     double delay = 0;
     DestinationStatuses statuses;
@@ -36,7 +36,7 @@ class SimulatedIdentityService : public ReachabilityService {
 
   /// Answers queries from now on by that script; null, as at first: it is a service that answers no queries.
   void setScript(Script script);
-  /// The script that says the same of every destination.
+  /// The script that gives every destination this status, `delay` seconds after the query.
   static Script answering(DestinationStatus status, double delay);
   /// The script that lets queries go out and says nothing.
   static Script silence();

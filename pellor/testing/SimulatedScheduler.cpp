@@ -116,7 +116,7 @@ void SimulatedScheduler::countStep() {
 
 namespace {
 
-/// SplitMix64: the same sequence with every standard library.
+/// SplitMix64: one sequence with every standard library.
 std::uint64_t nextAfter(std::uint64_t& state) {
   std::uint64_t mixed = (state += 0x9e3779b97f4a7c15U);
   mixed = (mixed ^ (mixed >> 30)) * 0xbf58476d1ce4e5b9U;

@@ -17,8 +17,8 @@ namespace pellor {
 ///     auto world = std::make_shared<SimulatedScheduler>(seed);
 ///     Process first(world, sink), second(world, sink);
 ///
-/// Whenever several queues of whatever process have a task ready, the seed chooses; the same seed and the same calls
-/// give the same run on every platform. Time begins at 700,000,000 s and moves only when no task is ready, to the next
+/// Whenever several queues, of one process or several, have a task ready, the seed chooses; one seed with equal calls
+/// gives equal runs on every platform. Time begins at 700,000,000 s and moves only when no task is ready, to the next
 /// deadline. `Process::settle` and `MainQueue::run` drive the whole world, all its processes. One thread. Operations
 /// may be called from inside a task; then the task's own pool queue stands still meanwhile.
 class SimulatedScheduler final : public Scheduler {

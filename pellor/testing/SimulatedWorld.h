@@ -1,4 +1,4 @@
-// A platform in memory, for the tests of whoever uses the library.
+// A platform in memory, for tests of programs that use the library.
 //
 // A world is what the processes of one user share: the contacts, the stored preferences, the bus between processes, the
 // paired device, the favorites. Each simulated process gets its own view of it:

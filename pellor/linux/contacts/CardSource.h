@@ -35,7 +35,7 @@ class CardSourceError : public std::runtime_error {
   enum class Remedy {
     toldOf,     ///< the source's watch tells when there are cards
     tryAgain,   ///< somebody has to look again
-    soonToldOf  ///< the same as `toldOf`, and nothing is wrong: the first answer is on its way
+    soonToldOf  ///< like `toldOf`, and nothing is wrong: the first answer is on its way
   };
   CardSourceError(const std::string& message, Remedy remedy) : std::runtime_error(message), _remedy(remedy) {}
   Remedy remedy() const { return _remedy; }
@@ -67,8 +67,8 @@ class CardWatch {
   CardWatch& operator=(const CardWatch&) = delete;
 };
 
-/// One thread at a time, but for what a watch does on a thread of its own. A card's name stays the same as long as the
-/// card is there.
+/// One thread at a time, but for what a watch does on a thread of its own. A card keeps its name as long as it is
+/// there.
 class CardSource {
  public:
   virtual ~CardSource() = default;
@@ -83,7 +83,7 @@ class CardSource {
   /// been listed: the index then makes one.
   virtual std::string databaseUID() const = 0;
 
-  // These throw CardSourceError when it cannot be told what there is. That is not the same as no cards.
+  // These throw CardSourceError when the source cannot tell which cards there are. No cards are no error.
 
   /// All cards by their names, without reading them.
   virtual std::map<std::string, CardSignature> list() = 0;

@@ -14,7 +14,7 @@ using Environment = std::function<std::optional<std::string>(const char* name)>;
 /// The variables of this process. Not while another thread changes them.
 std::optional<std::string> processEnvironment(const char* name);
 
-/// Where Pellor keeps what belongs to the user. Nothing is made here: whoever writes makes its folder with
+/// Where Pellor keeps what belongs to the user. Nothing is made here: an adapter that writes makes its folder with
 /// `createPrivateFolder`, for the owner alone, and says what went wrong.
 struct UserFolders {
   std::filesystem::path data;    ///< the store and what is made of it: $XDG_DATA_HOME/pellor

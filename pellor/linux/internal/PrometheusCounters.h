@@ -19,9 +19,9 @@ class Registry;
 
 namespace pellor {
 
-/// Writes the file at the end of a settle of the process in which a value changed, unless it says the same, and at most
-/// once a second: what a settle leaves is written a second after the last write, or with the end of the object. A write
-/// that fails is logged once and tried again in the same way; counters never make a settle fail. Main queue; destroyed
+/// Writes the file at the end of a settle of the process in which a value changed, unless the text is unchanged, and at
+/// most once a second: what a settle leaves is written a second after the last write, or with the end of the object. A
+/// write that fails is logged once and tried again likewise; counters never make a settle fail. Main queue; destroyed
 /// on it too, at the latest with the process.
 class PrometheusCounters final : public AnalyticsCounters, public SettleParticipant {
  public:

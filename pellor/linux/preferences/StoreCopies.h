@@ -74,8 +74,8 @@ class StoreCopies {
 
   explicit StoreCopies(std::filesystem::path folder) : _folder(std::move(folder)) {}
 
-  /// Keeps it as the newest, and of its hour and day where there is none yet; not when another program has kept one of
-  /// the same store that was made later. What went wrong, if anything did.
+  /// Keeps it as the newest, and of its hour and day where there is none yet; not when another program has kept a later
+  /// copy of this store. What went wrong, if anything did.
   std::optional<std::string> keep(const StoreCopy& copy) const;
   /// Keeps it as one that another one takes the place of.
   std::optional<std::string> keepReplaced(const StoreCopy& copy) const;

@@ -28,8 +28,8 @@ struct StoredChunks {
 /// its last change; each write raises the list's revision, so that an index gives others the rows that they have
 /// not read. A row's last good copy is written with it.
 ///
-/// Runs that did not change stay the same objects from one reading or writing to the next, and a list in which nothing
-/// changed stays the same object too.
+/// A chunk that did not change stays one object from one reading or writing to the next, and so does a list in which
+/// nothing changed.
 struct StoredList {
   StoredChunks rows;
   std::int64_t revision = 0;  ///< the newest that was read or written
@@ -38,7 +38,8 @@ struct StoredList {
 
 /// An array to be written: the chunks of a long array, encoded.
 struct EncodedList {
-  /// The same chunks, those that are no EncodedChunks made into such. Absent when one exceeds a limit of `encodeCBOR`.
+  /// The chunks of `array`, all made EncodedChunks where they are none. Absent when one exceeds a limit of
+  /// `encodeCBOR`.
   static std::optional<EncodedList> encode(const LongArray& array);
 
   std::vector<std::shared_ptr<const ArrayChunk>> chunks;

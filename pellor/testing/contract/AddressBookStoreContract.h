@@ -142,7 +142,7 @@ TYPED_TEST_P(AddressBookStoreContract, LinkedContactsHaveOneThatStandsForThemAnd
     expected.push_back(linked.back());
     EXPECT_EQ(book.orderedPeopleForDestination("+493023125001"), expected);
 
-    // The links are part of what is read at once.
+    // The links are read at once as well.
     const std::vector<std::string_view> guids{a, "nobody", b};
     book.withPeopleMatchingGUIDs(guids, [&] {
       EXPECT_EQ(book.copyPersonMatchingGUID(a), nameless);

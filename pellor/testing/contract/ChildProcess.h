@@ -1,4 +1,4 @@
-// A forked process for tests of what several processes do to each other. Needs GoogleTest and a system with fork.
+// A forked process, for tests in which several processes meet. Needs GoogleTest and a system with fork.
 #pragma once
 
 #include <gtest/gtest.h>

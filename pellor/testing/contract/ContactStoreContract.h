@@ -1,6 +1,6 @@
 // What every contact store must do, written against the interface alone. Needs GoogleTest.
 //
-// A factory is one of AddressBookStoreContract.h that has the contact store over the same contacts, too:
+// A factory is one of AddressBookStoreContract.h that also has the contact store over its contacts:
 //
 //   ContactStore& contacts();
 //   Contact contactFor(const std::string& guid);  // as the contact picker hands it out

@@ -1,7 +1,7 @@
 // What every preferences store must do, written against the interface alone. Needs GoogleTest.
 //
-// This suite is about values that are set and synchronised; that of versioned reads and writes, for the same factories,
-// is in PreferencesVersionsContract.h.
+// This suite is about values that are set and synchronised; the suite of versioned reads and writes, for these
+// factories too, is in PreferencesVersionsContract.h.
 //
 // A factory makes stores that share one content, and does to it what the world does:
 //
@@ -42,7 +42,7 @@ inline Array persons(std::size_t count) {
   return list;
 }
 
-/// A next version of the list, as somebody makes it who shares what stays.
+/// A next version of the list, made by a writer that shares the chunks which stay.
 inline Value withElement(const LongArray& list, std::size_t index, const Value& value) {
   auto chunks = list.chunks();
   auto& chunk = chunks[index / LongArray::ChunkSize];

@@ -5,7 +5,7 @@
 //   struct MyStores {
 //     ...
 //     static std::vector<UntoldWrite> untoldWrites();  // the ways that it has
-//     void leaveUntold(UntoldWrite way);               // happens to the next versioned write, whoever makes it
+//     void leaveUntold(UntoldWrite way);               // happens to the next versioned write of any store
 //     void becomeUsable();                             // waits for stores whose server was cut off; may be missing
 //     void deliver();                                  // lets the delayed ones arrive, and waits for that
 //   };
