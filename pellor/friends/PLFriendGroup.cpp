@@ -16,9 +16,9 @@ namespace {
 constexpr std::uint64_t DefaultGroupSize = 10;
 constexpr std::string_view CompleteArray = "as many entries from setFriends as the group has slots";
 
-// What stands for a friend without a name: the part of an e-mail address before the "@", or the number.
-// To show a number as a name takes longer than all the rest of an edit. Being asked for its name makes a person keep
-// its primary destination, whoever listens.
+// What stands for a friend without a name: the part of an e-mail address before the "@", or the number. To show a
+// number as a name takes longer than all the rest of an edit. Being asked for its name makes a person keep its primary
+// destination, whether or not the log is heard.
 std::optional<std::string> loggedName(const PLPerson& person) {
   if (_PLGetLogSystem().isHeard()) return person.displayName();
   if (!person.hasName()) person.primaryDestination();

@@ -1,4 +1,4 @@
-// The manager's part in importing favorites, and who may be added.
+// The manager's part in importing favorites, and the checks of contacts to be added.
 #include "pellor/friends/PLBundle.h"
 #include "pellor/friends/PLFavoritesImport.h"
 #include "pellor/friends/PLFriendGroup.h"

@@ -177,7 +177,8 @@ std::string PLPerson::description() const {
 // An operation changes the record, which the other operations of the main queue see at once, and publishes it at its
 // end, so that the save queue sees all of the operation or nothing.
 
-// Who knows the person by its identifiers is told before, while the published record still has the old ones, and after.
+// Indexes that know the person by its identifiers are told before, while the published record still has the old ones,
+// and after.
 void PLPerson::_publish() {
   if (_wasPublished && _record.isSameObject(record())) return;
   if (!_wasPublished) {

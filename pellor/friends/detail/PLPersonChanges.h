@@ -11,9 +11,10 @@ namespace pellor {
 
 class PLPerson;
 
-/// Who was touched lately, that is, changed or marked as needing a save. A change is a touch before it is counted, and
-/// one more after it has ended where another thread may look meanwhile; a mark is a touch after the flag is set. So who
-/// finds both counts as they were knows of every change that was counted before, and of every flag.
+/// The persons that were touched lately, that is, changed or marked as needing a save. A change is a touch before it is
+/// counted, and one more after it has ended where another thread may look meanwhile; a mark is a touch after the flag
+/// is set. So a reader that finds both counts as they were knows of every change that was counted before, and of every
+/// flag.
 class PLTouches {
  public:
   /// A touch on the main queue. The person is remembered, not kept.
@@ -29,7 +30,7 @@ class PLTouches {
   std::uint64_t count() const { return _count.load(std::memory_order_acquire); }
   std::uint64_t countElsewhere() const { return _countElsewhere.load(std::memory_order_acquire); }
 
-  /// Calls `visit` with each person noted after the first `seen` ones, some of whom may be gone; false when they are
+  /// Calls `visit` with each person noted after the first `seen` ones, some of which may be gone; false when they are
   /// not all remembered. Main queue.
   template <class Visit>
   bool visitSince(std::uint64_t seen, Visit visit) const {
@@ -43,25 +44,25 @@ class PLTouches {
   static constexpr std::size_t kRemembered = 256;
   std::array<const PLPerson*, kRemembered> _persons{};  // main queue
   std::atomic<std::uint64_t> _count{0};                 // counted on the main queue
-  std::atomic<std::uint64_t> _countElsewhere{0};        // counted by whoever touches a person elsewhere
+  std::atomic<std::uint64_t> _countElsewhere{0};        // counted at touches on other threads
 };
 
 /// The counts of one process: `process.local<PLPersonChanges>()`. Any thread.
 struct PLPersonChanges {
-  /// How often persons were marked as needing a save. A save that reads the same number as the save before it need not
-  /// look at any person: a mark first sets the person's flag and then counts (release); who reads the count (acquire)
-  /// before it takes the flags finds the flag of every mark that was counted.
-  std::atomic<std::uint64_t> marks{0};  // counted by whoever sets a flag: main, metadata and save queues
-  /// How often what is persisted of persons became something else, marked or not.
-  std::atomic<std::uint64_t> changes{0};  // counted by whoever changed something: main and metadata queues
+  /// How often persons were marked as needing a save. A save that reads the number that the save before it read need
+  /// not look at any person: a mark first sets the person's flag and then counts (release); a save that reads the count
+  /// (acquire) before it takes the flags finds the flag of every mark that was counted.
+  std::atomic<std::uint64_t> marks{0};  // counted where a flag is set: main, metadata and save queues
+  /// How often persisted fields of persons became something else, marked or not.
+  std::atomic<std::uint64_t> changes{0};  // counted at each change: main and metadata queues
   PLTouches touches;
   /// The number of the metadata snapshot that lives; 0: none does.
   std::atomic<std::uint64_t> metadataSnapshot{0};  // set on the main queue, with no task of the metadata queue running
 };
 
-/// The number of a person's last change among all changes of the process. Whoever keeps something that was made of the
-/// person reads `PLPersonChanges::changes` first (acquire), then makes it: it holds as long as the person's number is
-/// not larger. Several threads may be changing one person.
+/// The number of a person's last change among all changes of the process. Code that keeps something made of the person
+/// reads `PLPersonChanges::changes` first (acquire), then makes it: it holds as long as the person's number is not
+/// larger. Several threads may be changing one person.
 class PLChangeNumber {
  public:
   static constexpr std::uint64_t Changing = std::numeric_limits<std::uint64_t>::max();
@@ -72,13 +73,13 @@ class PLChangeNumber {
     return state >= kOneChange ? Changing : state;
   }
 
-  /// Before what is persisted becomes something else; a change that is queued begins when it is queued. Who reads the
+  /// Before a persisted field becomes something else; a change that is queued begins when it is queued. A reader of the
   /// new count finds the change under way.
   void begin(PLPersonChanges& changes) {
     _state.fetch_add(kOneChange, std::memory_order_acq_rel);
     changes.changes.fetch_add(1, std::memory_order_acq_rel);
   }
-  /// After it has. Counted while it still reads as under way: who reads the new count never finds the old number.
+  /// After it has. Counted while it still reads as under way: a reader of the new count never finds the old number.
   void end(PLPersonChanges& changes) {
     const std::uint64_t number = 1 + changes.changes.fetch_add(1, std::memory_order_acq_rel);
     std::uint64_t state = _state.load(std::memory_order_relaxed);
@@ -93,7 +94,7 @@ class PLChangeNumber {
   static constexpr std::uint64_t kOneChange = std::uint64_t{1} << 40U;
 
   // How many changes are under way, and below that the number of the last one that ended.
-  std::atomic<std::uint64_t> _state{0};  // changed by whoever changes the person
+  std::atomic<std::uint64_t> _state{0};  // changed at the begin and end of each change, on any thread
 };
 
 }  // namespace pellor

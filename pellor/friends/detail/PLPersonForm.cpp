@@ -120,7 +120,7 @@ bool PLPersonForm::isCorrected() {
   content();
   if (_allValues && !_allValues->hasOnlyTexts) return true;
   const auto stored = storedDestinations();
-  // Every destination comes from a stored one; so the sets are the same unless a stored text is none of them.
+  // Every destination comes from a stored one; so the sets are equal unless a stored text is none of them.
   return std::ranges::any_of(stored,
                              [&](std::string_view text) { return !std::ranges::binary_search(_destinations, text); });
 }

@@ -55,7 +55,8 @@ class PLPersonForm {
   /// What a person takes over: the destinations in canonical form, the monogram made from the name when none is
   /// stored. An empty monogram takes the place of a set one; a person without one keeps none.
   const PLPersonRecord::Content& content();
-  /// The same for a person who may have most of it: destinations that it has in canonical form are not worked on again.
+  /// What the person of that record takes over: destinations that it has in canonical form already are not worked on
+  /// again.
   const PLPersonRecord::Content& contentFor(const PLPersonRecord& record);
   /// Whether the stored destinations, as a set, are others than those of `content`.
   bool isCorrected();

@@ -60,7 +60,7 @@ class PLPersonRecord {
   bool areCanonical() const { return header().areCanonical; }
   /// Whether it has these destinations, in this order, and they were set.
   bool hasDestinations(std::span<const std::string_view> destinations) const;
-  /// Whether both have the same GUID and the same destinations.
+  /// Whether GUID and destinations of both are equal.
   bool hasIdentityOf(const PLPersonRecord& other) const;
   friend bool operator==(const PLPersonRecord& left, const PLPersonRecord& right);
 

@@ -13,8 +13,8 @@
 namespace pellor {
 
 /// Entries are pairs of an address, which is not 0, and a number of 32 bits. `HashOf` makes an entry's hash of the two,
-/// so that the table can grow without asking anybody; what the entries mean is the owner's business, who also
-/// recognises the one that it looks for. Equal entries may be entered several times.
+/// so that the table can grow without asking anybody; the owner alone knows what the entries mean, and recognises the
+/// one that it looks for. Equal entries may be entered several times.
 ///
 /// Entries lie in buckets of one cache line, five in each. An entry whose bucket is full goes into the next one that
 /// has room, and every full bucket on the way counts that it was passed: a search ends at the first bucket that nothing
@@ -37,7 +37,7 @@ class PLBucketTable {
     explicit operator bool() const { return _bucket != nullptr; }
     std::uintptr_t address() const { return _bucket->addresses[_place]; }
     std::uint32_t number() const { return _bucket->numbers[_place]; }
-    /// What the entry becomes; its hash must stay the same.
+    /// Replaces the entry by one with an equal hash.
     void assign(std::uintptr_t address, std::uint32_t number) const {
       _bucket->addresses[_place] = address;
       _bucket->numbers[_place] = number;

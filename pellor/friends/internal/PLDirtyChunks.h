@@ -15,16 +15,16 @@
 namespace pellor {
 
 /// The chunks in which persons were touched. The main queue names them as it publishes the list, since it knows where
-/// everybody is; the save queue gathers them. Persons who were touched elsewhere are not known by name: then the whole
-/// list has to be looked at once.
+/// each person is; the save queue gathers them. Persons that were touched elsewhere are not known by name: then the
+/// whole list has to be looked at once.
 ///
-/// A chunk is named by its place in the list as it was then. Whoever looks at a later version looks at the chunks that
-/// changed places as well: these are other objects.
+/// A chunk is named by its place in the list as it was then. A save that looks at a later version looks at the chunks
+/// that changed places as well: these are other objects.
 class PLDirtyChunks {
  public:
   explicit PLDirtyChunks(const PLPersonChanges& changes) : _changes(changes) {}
 
-  /// Names the chunks of all who were touched since the last time. Main queue, before the list is published.
+  /// Names the chunks of all persons touched since the last time. Main queue, before the list is published.
   void name(const PLSlotList& list);
   /// The chunks in which persons may have changed after the first `changes` (PLPersonChanges::changes), as the list was
   /// when it was named last; absent when that is not known of all. `elsewhere` was counted before `changes`. Main
@@ -43,13 +43,13 @@ class PLDirtyChunks {
   const std::vector<std::uint64_t>* since(std::uint64_t changes) const { return changes < _since ? nullptr : &_chunks; }
   /// The chunks gathered since the last call of `beginAt`.
   const std::vector<std::uint64_t>& chunks() const { return _chunks; }
-  /// Calls `visit` with each slot of the list in which somebody may stand who carries a flag, for it to be taken, if
-  /// nobody in `before` carried one when the chunks gathered since the last call of `beginAt` began: the slots of these
-  /// chunks, and of those that are not the same in `before`.
+  /// Calls `visit` with each slot of the list whose person may carry a flag, for it to be taken, if no person in
+  /// `before` carried one when the chunks gathered since the last call of `beginAt` began: the slots of these chunks,
+  /// and of those that are other objects in `before`.
   void visit(const PLSlotSnapshot& list, const PLSlotSnapshot& before,
              const std::function<void(const Slot&)>& visit) const;
-  /// Forgets the chunks: from here on those are gathered of whom a change after the first `changes` may be.
-  /// `elsewhere` was counted before `changes`.
+  /// Forgets the chunks: from here on the chunks are gathered in which a person may have a change after the first
+  /// `changes`. `elsewhere` was counted before `changes`.
   void beginAt(std::uint64_t changes, std::uint64_t elsewhere);
   /// Whether there are so many that it is time to begin again.
   bool isLong() const;

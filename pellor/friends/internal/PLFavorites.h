@@ -1,4 +1,4 @@
-// Who the phone favorites are, and a first list that waits for them.
+// The persons behind the phone favorites, and a first list that waits for them.
 #pragma once
 
 #include <cstdint>
@@ -25,8 +25,9 @@ class PLFavorites {
   /// The persons behind the favorites in their order, of one record only the first, at most `capacity`; none when there
   /// are no favorites.
   Answer<std::vector<std::shared_ptr<PLPerson>>> _curatedFriendList(std::uint64_t capacity) const;
-  /// Of all of these, however many, the ones who are no friends: no friend has their record, or one that it is linked
-  /// with; who has no record shares no destination with a friend, and who has one shares none with a friend without.
+  /// All persons behind the favorites, however many, that are no friends: no friend has their record, or one that is
+  /// linked with it; a person without a record shares no destination with a friend, and a person with one shares none
+  /// with a friend that has no record.
   Answer<std::vector<std::shared_ptr<PLPerson>>> newFriends(const PLSlotSnapshot& friends) const;
 
   /// Whether the first list waits.

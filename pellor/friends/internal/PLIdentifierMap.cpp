@@ -29,7 +29,7 @@ bool hasKey(const PLPerson& person, std::string_view key) {
   return has;
 }
 
-// Finds who stands in the highest place of those that it is shown.
+// Finds, among the persons that it is shown, the one in the highest place.
 class Last {
  public:
   explicit Last(const PLPersonPlaces& places) : _places(places) {}
@@ -68,7 +68,8 @@ void PLIdentifierMap::remove(const PLPerson& person) {
   forEachKey(person, [&](std::string_view key) {
     const auto known = _exceptions.find(key);
     if (known != _exceptions.end()) held.push_back(std::move(known->second));
-    // Not who: where many share the key, each who left would look at all who stay.
+    // The index is not asked for the person: where many share the key, each that left would cost a look at all that
+    // stay.
     if (_friends.containsIdentifier(key)) {
       _exceptions.insert_or_assign(std::string(key), nullptr);
     } else if (known != _exceptions.end()) {
@@ -93,8 +94,8 @@ PLPerson* PLIdentifierMap::lastFriendUnder(std::string_view identifier) const {
   return last.person();
 }
 
-// Under a destination that is not its own canonical form the index finds whom the map does not name, and under the
-// canonical form it does not find them: both keys are written down.
+// Under a destination that is not its own canonical form the index finds a person that the map does not name, and under
+// the canonical form it does not find that person: both keys are written down.
 void PLIdentifierMap::enterFriendsWithOtherForms() {
   std::erase_if(_mayHaveOtherForms, [this](const std::weak_ptr<PLPerson>& weak) {
     const auto person = weak.lock();

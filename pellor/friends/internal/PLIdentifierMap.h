@@ -1,4 +1,4 @@
-// Whom an identifier names: the map from canonical destinations and GUIDs to persons.
+// The map from identifiers, that is, canonical destinations and GUIDs, to persons.
 #pragma once
 
 #include <functional>
@@ -17,16 +17,16 @@ namespace pellor {
 
 /// A person is entered under the canonical form of each of its destinations and under its GUID, when that is not empty.
 /// A key has one person: the later entry replaces the earlier one. A rebuild enters the friends, by slot, and then the
-/// sourced persons; from then on the map changes by `add` and `remove` alone, whatever becomes of the list and of what
-/// identifies its friends. Holds its persons strongly. Main queue.
+/// sourced persons; from then on the map changes by `add` and `remove` alone, whatever becomes of the list and of its
+/// friends' identifiers. Holds its persons strongly. Main queue.
 ///
-/// It has next to nothing of this in memory. A key that no change has touched since the rebuild names whoever stands in
-/// the highest slot of those that the friends' own index finds under it. The other keys are exceptions, which have
+/// It has next to nothing of this in memory. A key that no change has touched since the rebuild names the person in the
+/// highest slot among those that the friends' own index finds under the key. The other keys are exceptions, which have
 /// their person, or nobody, written down: those that were added or removed, and those that the index is about to answer
 /// otherwise. So a rebuild costs as much as there are exceptions and sourced persons, and not as the list is long.
 ///
-/// Friends' destinations are their own canonical forms, but perhaps those of friends who were made from destinations as
-/// somebody typed them and have not been stored and loaded since: their keys are exceptions as well.
+/// Friends' destinations are their own canonical forms, but perhaps for friends that were made from typed destinations
+/// and have not been stored and loaded since: the keys of such friends are exceptions as well.
 class PLIdentifierMap : private PLPersonIndexObserver {
  public:
   /// The map of these friends, which outlive it, from their next entry on: empty until the first rebuild. It becomes
@@ -44,7 +44,7 @@ class PLIdentifierMap : private PLPersonIndexObserver {
 
   /// Enters the person, never null, under the keys that it has now.
   void add(const std::shared_ptr<PLPerson>& person);
-  /// Drops the keys that the person has now, whomever they name.
+  /// Drops the keys that the person has now, also where they name somebody else.
   void remove(const PLPerson& person);
 
   /// The person under one key; null when there is none.
@@ -68,7 +68,7 @@ class PLIdentifierMap : private PLPersonIndexObserver {
   PLPersonIndex& _friends;
   bool _isRebuilding = false;
   std::unordered_map<std::string, std::shared_ptr<PLPerson>, Hash, std::equal_to<>> _exceptions;  // null: nobody
-  // Who has been edited into the list, and had a destination that is not its canonical form or was not looked at yet.
+  // Persons that were edited into the list with a destination that is not its canonical form, or was not looked at yet.
   std::set<std::weak_ptr<PLPerson>, std::owner_less<>> _mayHaveOtherForms;
 };
 

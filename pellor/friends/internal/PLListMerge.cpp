@@ -44,7 +44,7 @@ Dictionary formAnywhere(const Value& element) {
   return form;
 }
 
-// The friends of theirs who are alike in ours, in their slots.
+// The friends of theirs that are alike in ours, in the slots of theirs.
 LongArray commonFriends(const LongArray& theirs, const LongArray& ours) {
   std::unordered_map<std::string, std::vector<Dictionary>> forms;
   const auto alike = [&](const Dictionary& form) -> std::vector<Dictionary>& {

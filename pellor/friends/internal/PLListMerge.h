@@ -26,13 +26,13 @@ struct PLListMergeOptions {
 
 struct PLMergedList {
   PLTitledList merged;
-  std::size_t leftOutCount = 0;  ///< friends whom ours added and for whom there was no room
+  std::size_t leftOutCount = 0;  ///< friends that ours added and for which there was no room
 };
 
-/// The three-way merge of stored lists. Friends and pages of base are found in ours as they are in theirs, by what they
-/// are like: neither has objects. A base without friends is one that is not known: nobody counts as removed, and
-/// friends who are alike on both, but for the numbers of their contacts, are the same. Where theirs is base the result
-/// is ours, where ours is base it is theirs. A pure function; any thread on which `writtenForm` may be called.
+/// The three-way merge of stored lists. Friends and pages of base are found in ours as they are in theirs, by likeness:
+/// neither has objects. A base without friends is one that is not known: nobody counts as removed, and friends that are
+/// alike on both, but for the numbers of their contacts, are one friend. Where theirs is base the result is ours, where
+/// ours is base it is theirs. A pure function; any thread on which `writtenForm` may be called.
 PLMergedList mergedLists(const PLTitledList& base, const PLTitledList& theirs, const PLTitledList& ours,
                          const PLListMergeOptions& options);
 

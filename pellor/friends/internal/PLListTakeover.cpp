@@ -27,8 +27,8 @@ struct PLListTakeover::Merge {
         slots(list, slotCount),
         changedChunks(slotCount / PLSlotSnapshot::ChunkSize + 1) {}
 
-  // Somebody who stands in several slots, or was looked up and became a friend, may change several times. Everybody
-  // else does once, in one slot.
+  // A person that stands in several slots, or was looked up and became a friend, may change several times. Every other
+  // person changes once, in one slot.
   void note(const std::shared_ptr<PLPerson>& person, std::string_view changeType) {
     changesOnce ? changes.addLast(person, changeType) : changes.add(person, changeType);
   }
@@ -48,7 +48,7 @@ struct PLListTakeover::Merge {
   PLChangeLog changes;              // which go into the change log together
   std::vector<bool> changedChunks;  // whether friends moved further up or changed there
   std::vector<PLStoredVersion::ChunkState> chunks;
-  std::vector<std::uint64_t> passedOver;  // slots of stored friends who were left out
+  std::vector<std::uint64_t> passedOver;  // slots of stored friends that were left out
 };
 
 PLListTakeover::Result PLListTakeover::_updateFriends(const PLStoredList& theirs, const PLMergeResult* merged,
@@ -95,13 +95,13 @@ void PLListTakeover::mergeChunks(Merge& merge, const LongArray& stored, const PL
 
 namespace {
 
-// Whether the form, which the person took over, describes it and is what would be stored of it: a friend who is found
-// by nothing is taken for another one at each load.
+// Whether the form, which the person took over, describes it and is the form that would be stored of it: a friend
+// without GUID and destinations is taken for another one at each load.
 bool isAtRest(const PLPerson& person, PLPersonForm& form) { return form.isAsWritten() && person.isEqualToForm(form); }
 
 }  // namespace
 
-// Like the operations below: whether merging the same again would change nothing.
+// Like the operations below: whether merging this again would change nothing.
 bool PLListTakeover::mergeChunk(Merge& merge, const ArrayChunk& chunk, std::uint64_t first) {
   bool isAtRest = viewChunk(merge, chunk);
   for (std::size_t place = 0; place < chunk.size(); ++place) {

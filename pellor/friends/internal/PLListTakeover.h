@@ -24,7 +24,7 @@ class PLDirtyChunks;
 
 /// What a merge has to know of the groups and of the list's limits.
 struct PLOwnPages {
-  PLPageOrigins pagesInBase;  ///< for each group its page of the baseline; empty: the same
+  PLPageOrigins pagesInBase;  ///< for each group its page of the baseline; empty: group i is page i
   std::uint64_t groupCount = 0;
   std::map<std::uint64_t, std::string> titleEdits;  ///< by group: titles that were set here and are not stored
   std::uint64_t groupSize = 1;
@@ -46,8 +46,8 @@ class PLListTakeover {
   /// The list of that version (PLSlotList::version) is the baseline now.
   void forgetRemovalsUntil(std::uint64_t listVersion);
 
-  /// Our edits since `base` made on top of `theirs`. Takes the marks of all friends who changed since then: `takeOver`
-  /// sets them again where the result differs from theirs. The list has to be published.
+  /// Our edits since `base` made on top of `theirs`. Takes the dirty flags of all friends that changed since then:
+  /// `takeOver` sets them again where the result differs from theirs. The list has to be published.
   PLMergeResult merge(const PLBaseline& base, const PLStoredList& theirs, const PLOwnPages& pages,
                       const PLDirtyChunks& touched);
 

@@ -183,7 +183,7 @@ std::vector<std::uint64_t> PLListTakeover::automaticRemovals(const PLBaseline& b
   return slots;
 }
 
-// A friend of theirs whom the result has is known by the object that the list has for it now.
+// A friend of theirs that the result has is known by the object that the list has for it now.
 std::map<std::uint64_t, std::vector<Slot>> PLListTakeover::personsOfTheirs(const PLStoredList& theirs,
                                                                            const PLMergeResult& merged) const {
   std::map<std::uint64_t, std::vector<Slot>> persons;

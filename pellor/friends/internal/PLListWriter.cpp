@@ -19,7 +19,7 @@ constexpr BackOff::Pauses kRetryPauses{.first = 0.1, .longest = 60};
 // More writes whose outcome nobody knows are not remembered: merged once more, what such a one wrote stays as it is.
 constexpr std::size_t kMostUnknownWrites = 16;
 
-// For the check of what is skipped.
+// For the check of skipped work.
 bool haveSameSlots(const PLSlotSnapshot& one, const PLSlotSnapshot& other) {
   if (one.count() != other.count()) return false;
   for (std::uint64_t chunk = 0; chunk < one.chunkCount(); ++chunk) {
@@ -247,8 +247,8 @@ bool PLListWriter::takeUnsavedChanges(PLListWrite& write) {
   return true;
 }
 
-// When it is known who was marked since the last save looked, only they and who came into the list since may carry a
-// flag.
+// When all persons marked since the last save looked are known, only these and the persons that came into the list
+// since may carry a flag.
 void PLListWriter::takeUnsavedPersons(PLListWrite& write) {
   const auto takeFlag = [&](const Slot& person) {
     if (person != EmptySlot && person->needsSave() && person->takeNeedsSave()) write.persons.push_back(person);

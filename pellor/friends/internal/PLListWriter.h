@@ -1,4 +1,4 @@
-// Writes the friend list to the store, with all that tells of the same edits.
+// Writes the friend list to the store, with all values that tell of its edits.
 #pragma once
 
 #include <atomic>
@@ -116,7 +116,7 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
 
   /// Null before the first `takeOver`.
   std::shared_ptr<const PLBaseline> base() const;
-  /// When a load of what was read may go on.
+  /// When a load of the list that was read may go on.
   enum class Turn {
     now,         ///< at once; nothing is written before the `takeOver` at its end
     nothingNew,  ///< a write is under way and the baseline is still stored: there is nothing to take over

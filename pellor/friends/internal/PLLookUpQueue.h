@@ -1,4 +1,4 @@
-// Who has to be looked up again.
+// The persons to be looked up again.
 #pragma once
 
 #include <memory>
@@ -9,7 +9,7 @@
 
 namespace pellor {
 
-/// The persons who were looked up while the contacts could not be read, and have not been since they can. Main queue.
+/// The persons that were looked up while the contacts could not be read, and have not been since they can. Main queue.
 class PLLookUpQueue {
  public:
   /// A person was just looked up in that address book.

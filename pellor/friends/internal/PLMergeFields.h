@@ -22,7 +22,7 @@ bool haveSameBlock(const Dictionary& one, const Dictionary& other);
 std::string keyOfBlock(const Dictionary& form);
 bool haveSameName(const Dictionary& one, const Dictionary& other);
 bool haveCommonDestination(const Dictionary& one, const Dictionary& other);
-/// Whether both have the same destinations, and any.
+/// Whether both have equal destinations, and any.
 bool haveSameDestinations(const Dictionary& one, const Dictionary& other);
 
 struct PLMergedForm {

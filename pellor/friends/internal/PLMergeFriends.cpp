@@ -64,8 +64,8 @@ class Matcher {
     }
   }
 
-  // Pairs candidates that have the same key, unless it is empty, and fit: those in the same place, then the first with
-  // the first.
+  // Pairs candidates that have equal keys, unless these are empty, and fit: those in the same place, then the first
+  // with the first.
   template <class KeyOf, class Fits>
   void pairByKey(const KeyOf& keyOf, const Fits& fits) {
     if (std::ranges::all_of(_left, &Candidate::isPaired)) return;

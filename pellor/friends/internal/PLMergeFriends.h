@@ -1,4 +1,4 @@
-// Who is who in two lists of a three-way merge.
+// The friends that two lists of a three-way merge have in common.
 #pragma once
 
 #include <cstdint>
@@ -25,8 +25,8 @@ class PLFriendPairs {
     std::uint64_t theirs;
   };
 
-  /// Pairs, in this order: who have the same GUID; the same block; the same name and a common destination; in the same
-  /// place, the same name or the same destinations. Of several that fit the one in the same place, else the k-th in
+  /// Pairs friends, in this order: with equal GUIDs; with equal blocks; with equal names and a common destination; in
+  /// one place, with equal names or equal destinations. Of several that fit the one in the same place, else the k-th in
   /// slot order with the k-th.
   PLFriendPairs(const PLMergeSlots& base, const PLMergeSlots& theirs, const PLWrittenForm& writtenForm,
                 const PLSlotAtSamePlace& theirSlotAt);
@@ -46,8 +46,8 @@ class PLFriendPairs {
   std::vector<std::uint64_t> _additions;
 };
 
-/// Which of the friends that we added are such that they added as well: both have the same GUID, or neither has one and
-/// the blocks, or the name and a destination, are the same. By the slot of ours the slot of theirs.
+/// Which of the friends that we added are such that they added as well: the GUIDs are equal, or neither has one and the
+/// blocks are equal, or the names are and a destination is shared. By the slot of ours the slot of theirs.
 std::unordered_map<std::uint64_t, std::uint64_t> addedByBoth(const PLMergeSlots& ours,
                                                              const std::vector<std::uint64_t>& ourAdditions,
                                                              const PLMergeSlots& theirs,

@@ -155,8 +155,8 @@ std::int64_t sumOf(const std::vector<Node>& nodes) {
   return sum;
 }
 
-// To match two pages of different numbers leaves what lies between them on pages of the same number unmatched. Where
-// that is as much as there is to be won in all, it is not worth a look.
+// To match two pages of different numbers leaves the friends between them, on pages of the same number, unmatched.
+// Where that costs as much as can be won in all, it is not worth a look.
 void dropHopeless(std::vector<Node>& nodes, Diagonal& diagonal) {
   const std::int64_t limit = sumOf(nodes);
   if (limit <= kFewInCommon) {

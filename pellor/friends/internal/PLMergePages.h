@@ -66,7 +66,7 @@ class PLOurPages {
  private:
   std::uint64_t _count;
   std::uint64_t _sameCount;
-  PLPageOrigins _pages;                                          // from _sameCount on; empty when all are the same
+  PLPageOrigins _pages;  // from _sameCount on; empty when page i is page i for all
   std::vector<std::pair<std::uint64_t, std::uint64_t>> _byBase;  // pages of base from _sameCount on, and which they are
 };
 

@@ -24,7 +24,7 @@ class PLPendingChanges : public std::enable_shared_from_this<PLPendingChanges> {
 
   /// Records one change and returns at once. Null is ignored.
   void _addEntryToChangeLogForPersonChangeType(const std::shared_ptr<PLPerson>& person, std::string_view changeType);
-  /// The same for all of a log.
+  /// Records all changes of a log and returns at once.
   void addChanges(PLChangeLog changes);
   /// How many persons changed. Waits for what entered before.
   std::uint64_t _changeLogCount() const;

@@ -21,13 +21,13 @@ struct PLHashedPerson {
 /// time that it takes in any other order. Those of one stretch keep their order.
 std::vector<PLHashedPerson> inTableOrder(std::vector<PLHashedPerson> persons);
 
-/// Persons who have no place in an index yet, each once, to be entered all at once. Until then they must not change.
+/// Persons that have no place in an index yet, each once, to be entered all at once. Until then they must not change.
 /// Holds no person. Main queue.
 class PLPersonBatch {
  public:
   void add(PLPerson& person, std::uint64_t place);
   bool isEmpty() const { return _places.empty(); }
-  /// Of whoever was added last.
+  /// The place of the person that was added last.
   std::uint64_t lastPlace() const { return _places.back().number; }
 
  private:

@@ -1,4 +1,4 @@
-// Who has to know when a person answers to other identifiers than before.
+// The observers to be told when a person answers to other identifiers than before.
 #pragma once
 
 #include <vector>
@@ -19,7 +19,8 @@ class PLPersonIdentityObserver {
 };
 
 /// The observers of one process: `process.local<PLPersonIdentityChanges>()`. Indexes by GUID or destination stay true
-/// through this, whoever edits a person. New persons are not announced: nobody can have filed them yet. Main queue.
+/// through this, whatever code edits a person. New persons are not announced: nobody can have filed them yet. Main
+/// queue.
 class PLPersonIdentityChanges {
  public:
   /// The observer is not owned; it removes itself before it goes. Not while an announcement is under way.

@@ -158,7 +158,7 @@ std::optional<std::uint64_t> PLPersonIndex::firstDescribedBy(const PLPersonForm&
     forEachWithGUID(guid, [&](const PLPerson& candidate) { lowest(candidate); });
     return lowest.place();
   }
-  // Who has a GUID is described by it alone.
+  // A person with a GUID is described by the GUID alone.
   const auto visit = [&](const PLPerson& candidate) {
     if (candidate.record().identifyingGUID().empty()) lowest(candidate);
   };

@@ -28,8 +28,8 @@ class PLPersonIndexObserver {
 /// GUID and by each destination, as they stand. It follows the persons' changes by itself. Main queue.
 ///
 /// It has three tables: the places of each person, the persons of each GUID, the persons of each destination. Together
-/// they take some 75 bytes for a person with a GUID and two or three destinations, because they copy no identifier:
-/// the persons' own are compared. Holds no person: whoever enters one takes it out before it goes.
+/// they take some 75 bytes for a person with a GUID and two or three destinations, because they copy no identifier: the
+/// persons' own are compared. Holds no person: the list that enters one takes it out before it goes.
 ///
 /// An empty GUID identifies nobody. Visits are in no order that means anything and may come to a person several times;
 /// the caller, who knows the order that decides, compares places. They must not edit persons or the index.
@@ -47,7 +47,7 @@ class PLPersonIndex : private PLPersonIdentityObserver {
   void enter(PLPerson& person, std::uint64_t place);
   void leave(PLPerson& person, std::uint64_t place);
   void move(PLPerson& person, std::uint64_t from, std::uint64_t to);
-  /// The same as entering one after the other, and much faster when they are many.
+  /// Enters all of the batch: as if one after the other, and much faster when they are many.
   void enter(const PLPersonBatch& batch);
   void moveDown(std::uint64_t first, std::uint64_t count) { _places.moveDown(first, count); }
   const PLPersonPlaces& places() const { return _places; }
@@ -84,7 +84,7 @@ class PLPersonIndex : private PLPersonIdentityObserver {
 
   /// The lowest place of a person that is like `person` (`isLikePerson:`); absent when there is none.
   std::optional<std::uint64_t> firstLike(const PLPerson& person) const;
-  /// The lowest place, not below `from`, of a person whom the stored form describes
+  /// The lowest place, not below `from`, of a person that the stored form describes
   /// (`isEqualToDictionaryRepresentation:`); absent when there is none.
   std::optional<std::uint64_t> firstDescribedBy(const PLPersonForm& stored, std::uint64_t from = 0) const;
   /// Has the memory brought near that searches for persons with these GUIDs will look at, so that they do not wait for

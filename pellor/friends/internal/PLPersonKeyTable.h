@@ -18,10 +18,10 @@ class PLPerson;
 std::uint32_t identifierHash(std::string_view identifier);
 
 /// Persons by their identifiers, of which several persons may share one. No identifier is kept: the table has its hash
-/// and a person, whom `HasIdentifier` asks. So a person must have its identifiers from entering to removal.
+/// and a person, which `HasIdentifier` asks. So a person must have its identifiers from entering to removal.
 ///
 /// An identifier takes one entry, some 16 bytes: that of its person or, when several share it, of a list of them aside.
-/// Entering and removal cost the same however many share it; a visit of all takes as many steps.
+/// Entering and removal cost equally much however many share it; a visit of all takes as many steps.
 template <bool (*HasIdentifier)(const PLPerson&, std::string_view)>
 class PLPersonKeyTable {
  public:
@@ -29,7 +29,7 @@ class PLPersonKeyTable {
   void add(std::string_view identifier, std::uint32_t hash, PLPerson& person) {
     add([=] { return identifier; }, hash, person);
   }
-  /// The same with an identifier that is asked for only when the hash is known already.
+  /// Adds the person under an identifier that is asked for only when the hash is known already.
   template <class Identifier>
     requires std::is_invocable_v<Identifier>
   void add(const Identifier& identifier, std::uint32_t hash, PLPerson& person) {

@@ -14,8 +14,8 @@ namespace pellor {
 class PLPerson;
 
 /// Finds the places, numbered from 0, of each of many persons: the very person counts, not what it is like. Nearly
-/// every person stands in one place, which is kept in the table itself, at some 16 bytes a person. Holds no person:
-/// whoever enters one takes it out before it goes.
+/// every person stands in one place, which is kept in the table itself, at some 16 bytes a person. Holds no person: the
+/// caller that enters one takes it out before it goes.
 class PLPersonPlaces {
  public:
   /// True when the person has no other place. It must not be in this one yet. Places end below 4,294,967,295.
@@ -24,7 +24,7 @@ class PLPersonPlaces {
   bool leave(const PLPerson& person, std::uint64_t place);
   /// Takes the person out of a place in which it is and puts it into one in which it is not.
   void move(const PLPerson& person, std::uint64_t from, std::uint64_t to);
-  /// Moves who is in the places from `first` on down by `count`; nobody may be in the `count` places before.
+  /// Moves the persons in the places from `first` on down by `count`; the `count` places before must be empty.
   void moveDown(std::uint64_t first, std::uint64_t count);
   void reserve(std::size_t personCount) { _table.reserve(personCount); }
 

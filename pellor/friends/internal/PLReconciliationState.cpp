@@ -10,7 +10,7 @@
 namespace pellor {
 namespace {
 
-// For the check of what is skipped. While the contacts cannot be read there is nothing to compare.
+// For the check of skipped work. While the contacts cannot be read there is nothing to compare.
 bool isInStep(const PLPersonRecord& known, AddressBook& addressBook) {
   const RecordRef record = addressBook.copyPersonMatchingGUID(known.identifyingGUID());
   if (!addressBook.isReadable()) return true;

@@ -14,7 +14,7 @@
 namespace pellor {
 
 /// Notes, slot by slot, the record in which the last refresh left each linked friend, and what the contacts were then.
-/// A friend who has another record or slot now, or whose record may have changed since, counts as not in step: that
+/// A friend that has another record or slot now, or whose record may have changed since, counts as not in step: that
 /// costs a look at a record, and nothing else. So does one whose slot the last refresh did not come to: only what
 /// changed since that refresh is known. Friends without a record are never in step, they are searched each time. Main
 /// queue.
@@ -22,8 +22,8 @@ class PLReconciliationState {
  public:
   /// Begins a refresh of a list of that many slots: finds out what changed since the last one that ran to its end.
   void begin(const AddressBookStore& store, AddressBook& addressBook, std::uint64_t slotCount);
-  /// Comes to the friend in a slot, and tells whether reconciling it would change nothing and log nothing. Of a friend
-  /// who is passed over so the note stays; of one who is not, `note` follows.
+  /// Comes to the friend in a slot, and tells whether reconciling it would change nothing and log nothing. The note
+  /// about a friend that is passed over so stays; for another friend, `note` follows.
   bool passOver(std::uint64_t index, const PLPerson& person, AddressBook& addressBook);
   /// Notes that the friend in a slot was reconciled just now.
   void note(std::uint64_t index, const PLPerson& person);

@@ -22,7 +22,8 @@ class PLRefreshHold {
   bool holdsBack();
   /// Whether it had to at the last time.
   bool isHolding() const { return _timer != nullptr; }
-  /// A refresh ran against the contacts as they are. In the same work.
+  /// A refresh ran against the contacts as they are. In the work of `performWithAddressBook` that `holdsBack` was asked
+  /// in.
   void noteRefresh();
 
  private:

@@ -1,4 +1,4 @@
-// The persons who share one identifier.
+// The persons that share one identifier.
 #pragma once
 
 #include <algorithm>
@@ -11,8 +11,8 @@ namespace pellor {
 
 class PLPerson;
 
-/// Persons, each once, in no order that means anything. Adding one costs the same however many there are, and so does
-/// removal: once somebody leaves many, it is written down where each of them is.
+/// Persons, each once, in no order that means anything. Adding one costs equally much however many there are, and so
+/// does removal: once a person leaves many, the position of each is written down.
 class PLSharingPersons {
  public:
   std::size_t count() const { return _persons.size(); }

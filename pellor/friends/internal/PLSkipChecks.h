@@ -1,4 +1,4 @@
-// Whether work that is skipped is done all the same, and what comes out compared.
+// Whether skipped work is done after all, and the results compared.
 #pragma once
 
 #include <atomic>

@@ -54,7 +54,7 @@ std::uint64_t occupiedIn(const std::vector<Slot>& content) {
   return content.size() - static_cast<std::uint64_t>(std::ranges::count(content, EmptySlot));
 }
 
-// Two trees side by side. The lower one stands for the first child of what it would have to be to be as high.
+// Two trees side by side. The lower one is taken for the first child of a tree as high as the other.
 class Difference {
  public:
   explicit Difference(const std::function<void(std::uint64_t)>& visit) : _visit(visit) {}

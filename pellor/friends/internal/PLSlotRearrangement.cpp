@@ -24,7 +24,7 @@ void PLSlotRearrangement::displace(std::uint64_t index) {
 }
 
 PLSlotRearrangement::Moved PLSlotRearrangement::bring(const PLPersonForm& form, std::uint64_t index) {
-  // Who is displaced now was not described.
+  // The friend that is displaced now is none that the form describes.
   const auto from = _list.firstDescribedBy(form, index + 1);
   displace(index);
   if (!from) return {EmptySlot, std::nullopt};

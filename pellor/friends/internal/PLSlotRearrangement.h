@@ -10,13 +10,13 @@
 
 namespace pellor {
 
-/// Gives the slots of a list, from the first one on, to whom a stored form describes. Friends who lose their slot are
-/// displaced: they wait behind the list, in the order in which they came, until a form describes them or the end. They
-/// stay in the list's index, so that one search finds a friend wherever it is, and moving it costs the same as writing
-/// down its new place.
+/// Gives the slots of a list, from the first one on, to the persons that stored forms describe. Friends that lose their
+/// slot are displaced: they wait behind the list, in the order in which they came, until a form describes them or the
+/// end. They stay in the list's index, so that one search finds a friend wherever it is, and moving it costs as much as
+/// writing down its new place.
 ///
-/// While it lives the list's index does not know whom it put anywhere, and the list is not edited otherwise, but that
-/// empty slots may be appended and an empty one filled. Main queue.
+/// While it lives the list's index does not know the persons that it put into slots, and the list is not edited
+/// otherwise, but that empty slots may be appended and an empty one filled. Main queue.
 class PLSlotRearrangement {
  public:
   /// The list will have no more than `slotCount` slots while this lives.
@@ -26,18 +26,18 @@ class PLSlotRearrangement {
   /// The displaced are friends no longer.
   ~PLSlotRearrangement();
 
-  /// Displaces whom the slot holds, if anybody, and leaves it empty.
+  /// Displaces the friend in the slot, if there is one, and leaves the slot empty.
   void displace(std::uint64_t index);
 
   struct Moved {
-    const Slot& person;                 ///< null: nobody is described
+    const Slot& person;                 ///< null: the form describes nobody here
     std::optional<std::uint64_t> from;  ///< the slot that it left; absent for a displaced friend
   };
-  /// Displaces whom the slot holds, and puts there the friend whom the form describes: of those in later slots the
-  /// first one, else the first one displaced. What it gives lives until the next call.
+  /// Displaces the friend in the slot, if there is one, and puts there the friend that the form describes: of those in
+  /// later slots the first one, else the first one displaced. The result lives until the next call.
   Moved bring(const PLPersonForm& form, std::uint64_t index);
 
-  /// Puts a new person, whom nobody else has, into an empty slot. It must not change while this lives.
+  /// Puts a new person, that no other code has, into an empty slot. It must not change while this lives.
   void put(std::uint64_t index, const std::shared_ptr<PLPerson>& person);
 
   /// Calls `visit` with each of the displaced, in their order.
@@ -54,7 +54,7 @@ class PLSlotRearrangement {
   PLSlotList& _list;
   const std::uint64_t _firstPlaceBehind;
   std::vector<Slot> _displaced;  // empty where one was brought back; they stand behind the list, in this order
-  PLPersonBatch _batch;          // who are to be entered into the index
+  PLPersonBatch _batch;          // persons that are to be entered into the index
 };
 
 }  // namespace pellor

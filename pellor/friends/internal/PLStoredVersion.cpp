@@ -44,7 +44,7 @@ Value elementFor(const Slot& slot) {
   return slot == EmptySlot ? emptyElement() : Value(slot->dictionaryRepresentation());
 }
 
-// For the checks of what is skipped.
+// For the checks of skipped work.
 bool isStoredForm(const ArrayChunk& elements, std::span<const Slot> slots) {
   if (elements.size() != slots.size()) return false;
   for (std::size_t place = 0; place < slots.size(); ++place) {
@@ -110,7 +110,7 @@ class PLStoredVersion::StoredForms {
     return chunk.first(std::min(chunk.size(), _known._array.chunks()[index]->size()));
   }
 
-  // Of all who stood in a chunk that differs: a page that went or came moves all friends behind it.
+  // The places of all persons that stood in a chunk that differs: a page that went or came moves all friends behind it.
   void findPlaces() {
     _places.emplace();
     const auto enter = [this](std::uint64_t index) {

@@ -15,9 +15,9 @@ namespace pellor {
 /// One version of the stored list, and beside it the version of the slots that it was written from or that it was
 /// merged into. Immutable once it is shared; any thread.
 ///
-/// A chunk of the slots and a chunk of the array have the same size, and what is known is known of a whole chunk. It
-/// holds for persons as they were when so many changes were counted (PLPersonChanges::changes): a person with a later
-/// change is another one.
+/// A chunk of the slots and a chunk of the array have the same size, and knowledge is about whole chunks. It holds for
+/// persons as they were when so many changes were counted (PLPersonChanges::changes): a person with a later change is
+/// another one.
 class PLStoredVersion {
  public:
   enum class ChunkState : std::uint8_t {
@@ -30,8 +30,8 @@ class PLStoredVersion {
   PLStoredVersion() = default;
   /// What a merge of `array` into the list found: `list` is the list after it, `changes` the count before it.
   PLStoredVersion(LongArray array, std::vector<ChunkState> chunks, PLSlotSnapshot list, std::uint64_t changes);
-  /// The same of a list into which edits of this process were merged on the way: in the chunks that `displaced` names
-  /// the elements of `array` have these persons, null for a friend whom the merged list has not.
+  /// What such a merge found of a list into which edits of this process were merged on the way: in the chunks that
+  /// `displaced` names the elements of `array` have these persons, null for a friend that the merged list has not.
   PLStoredVersion(LongArray array, std::vector<ChunkState> chunks, PLSlotSnapshot list, std::uint64_t changes,
                   std::map<std::uint64_t, std::vector<Slot>> displaced);
 
@@ -50,7 +50,7 @@ class PLStoredVersion {
   /// How many changes of persons had been counted.
   std::uint64_t changes() const { return _changes; }
 
-  /// How many leaves there are, and the persons of one of them: who stands for which element.
+  /// How many chunks there are, and the persons of one of them: the i-th stands for the i-th element.
   std::uint64_t chunkCount() const { return array().chunks().size(); }
   std::span<const Slot> chunk(std::uint64_t index) const;
   /// Which chunks of `list` are not known to have the persons that they have here, in place.

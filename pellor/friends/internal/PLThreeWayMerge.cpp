@@ -81,7 +81,7 @@ class ThreeWayMerge {
     return page ? _ourPages.ours(*page) : std::nullopt;
   }
 
-  // A friend that our clean-up removed stays, for the clean-up to be made anew of what came out. But where nobody else
+  // A friend that our clean-up removed stays, for the clean-up to be made anew on the result. But where nobody else
   // changed anything it has been made of it.
   void takeOut() {
     const auto leave = [&](std::uint64_t baseSlot) {
