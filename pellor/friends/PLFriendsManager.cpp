@@ -245,7 +245,7 @@ bool PLFriendsManager::_readSettings() {
   auto settings = PLDomainSettings::read(preferencesOf(_process), _domain);
   if (!settings) return false;
   *_settings = *std::move(settings);
-  // A caller who has said already whether friends are refreshed is not overruled.
+  // A caller that has said already whether friends are refreshed is not overruled.
   if (!std::exchange(_refreshSettingIsReplaced, false)) {
     _refreshAgainstContactsEnabled = _settings->refreshesAgainstContactsOnInit();
   }

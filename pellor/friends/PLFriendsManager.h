@@ -2,11 +2,11 @@
 //
 //   1  Registry, settings and persistence   the domain, the stored list and titles, saving, other processes' edits
 //   2  Group layout and positions           the pages over the flat list, adding, moving and removing friends
-//   3  Indexes and lookup                   who owns a destination or a GUID
+//   3  Indexes and lookup                   the person behind a destination or a GUID
 //   4  Change log and notifications         what changed, gathered and reported
 //   5  Reachability                         which destinations of friends can receive messages, as far as is known
 //   6  Loading, refresh and clean-up        merging a stored list, following the contacts, duplicates
-//   7  Favorites import                     the first list of the default domain, and who may be added
+//   7  Favorites import                     the first list of the default domain, checks of additions
 //
 // Threads: a manager is used on the main queue alone. Writes run on its save queue, the change log lives on its
 // change-log queue, and all notifications are posted on the main queue. Nothing here blocks on input or output but what
@@ -81,15 +81,17 @@ class PLFriendsManager : public Object,
   // Settings for managers that are made later, in practice in other processes or after a restart: each writes its key
   // of `domain` and synchronises it; no live manager is touched and nothing is posted. True when it is written.
   // Main queue.
-  /// How many groups a list may have: taken as it stands, 20 when absent.
+  /// `setMaxGroupCount:domain:`. How many groups a list may have: taken as it stands, 20 when absent.
   static bool setMaxGroupCountDomain(std::uint64_t count, const std::string& domain);
-  /// Slots per group, 1 to 65,536; others are stored as given, and read as the default of 12.
+  /// `setGroupSize:domain:`. Slots per group, 1 to 65,536; others are stored as given, and read as the default of 12.
   static bool setGroupSizeDomain(std::uint64_t size, const std::string& domain);
-  /// Whether an empty group is kept behind the last one that holds a friend.
+  /// `setEnableEmptyTrailingGroup:domain:`. Whether an empty group is kept behind the last one that holds a friend.
   static bool setEnableEmptyTrailingGroupDomain(bool enable, const std::string& domain);
-  /// Whether managers begin with refreshing enabled.
+  /// `setRefreshAgainstContactsOnInitEnabled:domain:`. Whether managers begin with refreshing enabled.
   static bool setRefreshAgainstContactsOnInitEnabledDomain(bool enable, const std::string& domain);
-  /// The cross-process names, which may be the same; the empty one is read as the built-in name.
+  /// `setFriendsChangedExternallyNotificationName:domain:` and
+  /// `setFriendGroupTitleChangedExternallyNotificationName:domain:`. The cross-process names, which may be one name;
+  /// the empty one is read as the built-in name.
   static bool setFriendsChangedExternallyNotificationNameDomain(const std::string& name, const std::string& domain);
   static bool setFriendGroupTitleChangedExternallyNotificationNameDomain(const std::string& name,
                                                                          const std::string& domain);
@@ -166,15 +168,17 @@ class PLFriendsManager : public Object,
 
   // What groups report: each is taken over into the list and the change log, and the change notification is posted.
   // Ignored for a group that is not of this manager and for a position that it does not have.
-  /// Adds an empty trailing group where one is due. Saves.
+  /// `friendGroup:didSetFriend:atPosition:`. Adds an empty trailing group where one is due. Saves.
   void friendGroupDidSetFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
                                          const std::shared_ptr<PLPerson>& person, std::uint64_t position) override;
-  /// A group that held nobody else is removed with its slots, unless there may be one group alone. For a null person
-  /// only the slot is emptied: no group is removed, nothing is recorded or posted. Saves.
+  /// `friendGroup:didRemoveFriend:atPosition:`. A group that held nobody else is removed with its slots, unless there
+  /// may be one group alone. For a null person only the slot is emptied: no group is removed, nothing is recorded or
+  /// posted. Saves.
   void friendGroupDidRemoveFriendAtPosition(const std::shared_ptr<PLFriendGroup>& group,
                                             const std::shared_ptr<PLPerson>& person, std::uint64_t position) override;
-  /// Takes over the order of the group's slots, after `setFriends:` of the group, and reports each of `friends` as
-  /// moved. Requests no save: the next one writes the order. Whoever rearranges sends it.
+  /// `friendGroup:didMoveFriends:`. Takes over the order of the group's slots, after `setFriends:` of the group, and
+  /// reports each of `friends` as moved. Requests no save: the next one writes the order. The caller that rearranges a
+  /// group sends it.
   void friendGroupDidMoveFriends(const std::shared_ptr<PLFriendGroup>& group,
                                  const std::vector<std::shared_ptr<PLPerson>>& friends) override;
 
@@ -183,11 +187,11 @@ class PLFriendsManager : public Object,
   // Nothing here changes the list or posts.
 
   /// The friend, or the person looked up before, that has one of these destinations, however they are written; of
-  /// several the one whose key comes first. Else a person made from them and the contacts, whom the manager keeps and
+  /// several the one whose key comes first. Else a person made from them and the contacts, which the manager keeps and
   /// finds again from then on. Never null; a new person each time when none of them is a number or an address.
   std::shared_ptr<PLPerson> personWithDestinations(const std::vector<std::string>& destinations);
-  /// The same by the GUID of a record. For one that names no record the person has this GUID and nothing else; for the
-  /// empty one it is a new person each time.
+  /// The person found, or made, likewise by the GUID of a record. For one that names no record the person has this GUID
+  /// and nothing else; for the empty one it is a new person each time.
   std::shared_ptr<PLPerson> personWithABRecordGUID(const std::string& guid);
   /// Whether a friend, not a merely looked-up person, has this GUID; false for none and for the empty one.
   bool containsFriendWithABRecordGUID(const std::optional<std::string>& guid) const;
@@ -218,11 +222,11 @@ class PLFriendsManager : public Object,
   /// PLFriendsManagerDestinationStatusUpdatedNotification with each answer.
   void refreshDestinationStatuses();
 
-  /// The best status of the person's destinations, as far as it is known: valid, unknown, invalid, unspecified, from
-  /// best to worst. Invalid for a person without destinations and for none; valid for everybody while statuses are not
-  /// checked: without a service name, and in processes that skip the check. With `requery` the statuses are asked for
-  /// again, before batches, unspecified becomes unknown, and the answer is posted as
-  /// PLFriendsManagerDestinationStatusUpdatedNotification.
+  /// `statusForPerson:requery:`. The best status of the person's destinations, as far as it is known: valid, unknown,
+  /// invalid, unspecified, from best to worst. Invalid for a person without destinations and for none; valid for
+  /// everybody while statuses are not checked: without a service name, and in processes that skip the check. With
+  /// `requery` the statuses are asked for again, before batches, unspecified becomes unknown, and the answer is posted
+  /// as PLFriendsManagerDestinationStatusUpdatedNotification.
   ///
   /// The first manager of a process that has a service name and is asked decides for all: the check is skipped if the
   /// process's own defaults for its domain have true under PLSkipHasSatelliteCheckKey.
@@ -232,18 +236,18 @@ class PLFriendsManager : public Object,
   std::set<std::string> reachableDestinationsForPerson(const std::shared_ptr<PLPerson>& person) const;
 
   /// Takes over statuses by destination, in any spelling; the others stay as they were. Absent: nothing happens. Posts
-  /// PLFriendsManagerDestinationStatusUpdatedNotification, and counts the friends of whom no destination is valid, zero
+  /// PLFriendsManagerDestinationStatusUpdatedNotification, and counts the friends without a valid destination, zero
   /// while nothing at all is known to be valid.
   void idStatusUpdatedForDestinations(const std::optional<DestinationStatuses>& statuses);
 
   // --- 6  Loading, refresh and clean-up ---
 
   /// Brings every friend in step with the contacts, if they changed since the last time or a load asked for it, takes
-  /// out who is there twice, saves, and posts the change notification; whether a refresh ran. Does nothing, and leaves
-  /// a refresh due, while refreshing is disabled, before there is a list and while the contacts cannot be read. One
-  /// that cannot read them to its end stays due as well, and counts as none. While most of the contacts are gone
-  /// (`AddressBookStore::contactsFall`) it is held back, the list is not cleaned up either, and it runs by itself when
-  /// it may.
+  /// out friends that are there twice, saves, and posts the change notification; whether a refresh ran. Does nothing,
+  /// and leaves a refresh due, while refreshing is disabled, before there is a list and while the contacts cannot be
+  /// read. One that cannot read them to its end stays due as well, and counts as none. While most of the contacts are
+  /// gone (`AddressBookStore::contactsFall`) it is held back, the list is not cleaned up either, and it runs by itself
+  /// when it may.
   bool refreshAgainstAddressBook();
   /// Enables or disables refreshing in this manager, until it ends; enabling it starts a refresh that is due. Before
   /// the store has answered it takes the place of the setting.
@@ -262,8 +266,9 @@ class PLFriendsManager : public Object,
   /// Whether the first list waits for favorites.
   bool isFirstListDue() const;
 
-  /// Whether a contact may be added: it is no friend yet and has a destination. The number of its destinations is taken
-  /// from `personValueCache`, and entered there when it is missing. False for a contact that is gone. Posts nothing.
+  /// `shouldAllowAddingContact:withContactStore:personValueCache:`. Whether a contact may be added: it is no friend yet
+  /// and has a destination. The number of its destinations is taken from `personValueCache`, and entered there when it
+  /// is missing. False for a contact that is gone. Posts nothing.
   bool shouldAllowAddingContactWithContactStorePersonValueCache(
       const Contact& contact, ContactStore& contactStore,
       std::map<std::int32_t, std::uint64_t>& personValueCache) const;

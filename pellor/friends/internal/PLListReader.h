@@ -13,7 +13,7 @@ namespace pellor {
 /// last good copy stands for it. Main queue.
 class PLListReader {
  public:
-  /// What a look at the stored list gave.
+  /// The answer to a look at the stored list.
   enum class Answer {
     loaded,
     recovered,  ///< the last good copy, in place of a damaged list
@@ -26,7 +26,7 @@ class PLListReader {
 
   /// Fills `stored`; of a list that is none of `loaded` and `recovered` all but the list itself.
   Answer read(PLStoredList& stored);
-  /// Only the versions of what is stored; absent when the store cannot be read.
+  /// Only the versions of the stored list and titles; absent when the store cannot be read.
   struct Versions {
     PreferenceVersion list, titles;
   };

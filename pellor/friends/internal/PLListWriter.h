@@ -176,7 +176,7 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   bool _loadIsDeferred PELLOR_GUARDED_BY(_mutex) = false;
   std::vector<std::shared_ptr<const PLListWrite>> _unknownWrites PELLOR_GUARDED_BY(_mutex);  // made from the baseline
   std::optional<std::int32_t> _sequenceNumber PELLOR_GUARDED_BY(_mutex);                     // that is not written
-  std::optional<bool> _awaitsFavorites PELLOR_GUARDED_BY(_mutex);                            // the same
+  std::optional<bool> _awaitsFavorites PELLOR_GUARDED_BY(_mutex);                            // that is not written
 
   // Marks: set on the main queue, taken by saves, set again by a save whose write was not accepted.
   std::atomic<bool> _needsFriendListSync{false};

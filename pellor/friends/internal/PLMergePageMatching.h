@@ -22,7 +22,7 @@ struct PLTitledSlots {
 };
 
 struct PLShiftedPages {
-  /// Friends who left one page for another count over so many different distances.
+  /// Friends that left one page for another count over so many different distances.
   static constexpr std::size_t CountedShifts = 64;
 
   std::uint64_t sameCount;                                     ///< pages below it are the ones of the same number

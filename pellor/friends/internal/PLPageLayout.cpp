@@ -123,7 +123,7 @@ std::vector<Slot> PLPageLayout::slotsOfGroup(std::uint64_t index) const {
   return group;
 }
 
-// Of what groups are given only this is known to be what the list has.
+// Only the slots that a group is given here are known to be those of the list.
 void PLPageLayout::updateGroup(std::uint64_t index) {
   const std::uint64_t& assignments = _process.local<PLUnreportedAssignments>().count;
   const bool wasLaidOut = assignments == _laidOutAssignments;
@@ -132,7 +132,7 @@ void PLPageLayout::updateGroup(std::uint64_t index) {
   noteRoom(index);
 }
 
-// A group has its slots as long as they are the same and nobody gave it others without a report.
+// A group has its slots as long as they are unchanged and no caller gave it others without a report.
 void PLPageLayout::updateChangedGroups(std::uint64_t firstNewGroup) {
   const std::uint64_t& assignments = _process.local<PLUnreportedAssignments>().count;
   const PLSlotSnapshot slots = _friendList.snapshot();

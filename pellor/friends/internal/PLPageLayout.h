@@ -30,7 +30,7 @@ class PLPageLayout {
   PLPageLayout(Process& process, PLSlotList& friends, const PLDomainSettings& settings,
                std::function<void()> groupListChanged);
 
-  /// What groups report to; before there is a group.
+  /// The delegate that groups report to; before there is a group.
   void setDelegate(std::weak_ptr<PLFriendGroupDelegate> delegate) { _delegate = std::move(delegate); }
 
   // --- Groups ---
@@ -52,7 +52,7 @@ class PLPageLayout {
 
   /// Whether an empty group is due behind the last one.
   bool _shouldAddEmptyGroup() const;
-  /// Appends a group. It gets the slots that the list has at its place already, so that friends whom no group had come
+  /// Appends a group. It gets the slots that the list has at its place already, so that friends that no group had come
   /// to light; missing ones are appended to the list.
   void _addEmptyGroup();
   /// Takes a group out, and its slots out of the list. Ignored for an index beyond the end.
@@ -60,14 +60,14 @@ class PLPageLayout {
   /// Takes the groups from `index` on out. Their slots stay.
   void dropGroupsFrom(std::uint64_t index);
   /// Lays the groups out over the list as it is now: as many as there is room for in it and in the settings, and an
-  /// empty one behind them where one is due. A group whose slots are the same keeps its content untouched.
+  /// empty one behind them where one is due. A group whose slots did not change keeps its content untouched.
   void _updateFriendGroups();
 
   // --- Pages: which group is which, whatever was put in front of it ---
 
   /// The number of a group's page, which no other group gets.
   std::uint64_t pageNumber(std::uint64_t index) const { return _numbers[index]; }
-  /// The numbers of all groups; the same object until groups come or go.
+  /// The numbers of all groups; one object until groups come or go.
   PLPageNumbers pageNumbers();
   /// For each group the page of the baseline that it is; empty when all are at their places. Groups that were appended
   /// are the pages behind those of the baseline.

@@ -32,7 +32,7 @@ class PLPersonIndexObserver {
 /// persons' own are compared. Holds no person: the list that enters one takes it out before it goes.
 ///
 /// An empty GUID identifies nobody. Visits are in no order that means anything and may come to a person several times;
-/// the caller, who knows the order that decides, compares places. They must not edit persons or the index.
+/// the caller, which knows the order that decides, compares places. They must not edit persons or the index.
 class PLPersonIndex : private PLPersonIdentityObserver {
  public:
   PLPersonIndex();

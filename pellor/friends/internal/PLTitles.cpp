@@ -60,7 +60,7 @@ bool PLTitles::haveNew(const PLBaseline* base) {
   return false;
 }
 
-// For the checks of what is skipped: all titles beside those that are stored. An empty page is each process's own.
+// For the checks of skipped work: all titles beside those that are stored. An empty page is each process's own.
 bool PLTitles::areAllStored(const PLBaseline& base) const {
   const PLPageOrigins pages = _pages.pagesInBase(base);
   for (std::uint64_t index = 0; index < _pages.count(); ++index) {
