@@ -1,4 +1,4 @@
-// Made-up people: the same ones each time, as many as are asked for.
+// Made-up people: as many as are asked for, and no others the next time.
 #pragma once
 
 #include <cstddef>

@@ -8,8 +8,8 @@
 using i18n::phonenumbers::PhoneNumber;
 using i18n::phonenumbers::PhoneNumberUtil;
 
-// The linker sends this program's calls of the two operations to __wrap_ and those of __real_ to the library
-// (CMakeLists.txt names the same symbols), whoever makes them.
+// The linker sends all calls of the two operations in this program to __wrap_ and those of __real_ to the library
+// (CMakeLists.txt names these symbols too).
 #define INSTANCE_SYMBOL "_ZN4i18n12phonenumbers15PhoneNumberUtil11GetInstanceEv"
 #define PARSE_SYMBOL                                                                                    \
   "_ZNK4i18n12phonenumbers15PhoneNumberUtil5ParseERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcE" \

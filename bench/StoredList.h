@@ -26,7 +26,7 @@ class ListProcess {
   ~ListProcess();
 
   Process& process() { return _process; }
-  /// With several processes in one program somebody has to say who is calling.
+  /// With several processes in one program the caller has to say for which it calls.
   Process::Scope enter() { return Process::Scope(_process); }
 
   /// Makes the manager of the default domain, loads the list and delivers what that posts.

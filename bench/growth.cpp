@@ -75,7 +75,7 @@ class UserWithRoom {
     run(command(_folder.path() / "made", {"contacts"}));
   }
 
-  /// The seconds that a user takes who has no friend yet.
+  /// The seconds that it takes for a user without friends.
   double add(const std::function<std::string(std::size_t)>& who) const {
     const fs::path data = _folder.path() / "data";
     fs::remove_all(data);

@@ -40,7 +40,7 @@ BENCHMARK(load)->Arg(240)->Iterations(20)->UseManualTime();
 BENCHMARK(load)->Arg(24'000)->Iterations(1)->UseManualTime();
 BENCHMARK(load)->Arg(240'000)->Iterations(1)->UseManualTime();
 
-// The yardstick: the least that somebody who wants these persons has to do.
+// The yardstick: the least work that gives these persons.
 
 struct PlainPerson {
   std::int64_t recordID = 0;

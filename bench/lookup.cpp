@@ -49,7 +49,7 @@ struct AskedList {
   std::vector<std::shared_ptr<PLPerson>> persons;
   std::vector<std::optional<std::string>> guids;
   std::vector<std::vector<std::string>> destinations;
-  std::vector<std::string> keys;  ///< the same destinations, side by side
+  std::vector<std::string> keys;  ///< these destinations, side by side
   std::unordered_map<std::string, void*> map;
 };
 

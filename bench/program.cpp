@@ -21,7 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The folders of a user who has a card of each friend.
+/// The folders of a user with a card of each friend.
 class UserWithCards {
  public:
   explicit UserWithCards(std::size_t friends) : _stored(friends) {
@@ -60,7 +60,7 @@ void timeProgram(benchmark::State& state, const std::vector<std::string>& comman
 void pellorList(benchmark::State& state) { timeProgram(state, kept<UserWithCards>(240).listCommand()); }
 BENCHMARK(pellorList)->Iterations(10)->UseRealTime();
 
-// The yardstick: a program that links the same libraries.
+// The yardstick: a program that links these libraries.
 void startAndExit(benchmark::State& state) { timeProgram(state, {benchProgram("bench_nothing")}); }
 BENCHMARK(startAndExit)->Iterations(10)->UseRealTime();
 

@@ -1,4 +1,4 @@
-// Refreshing friends against many contacts, of whom others changed.
+// Refreshing friends against many contacts, of which others changed.
 #include <benchmark/benchmark.h>
 
 #include <chrono>
@@ -52,7 +52,7 @@ class UserWithContacts {
   UserFolders folders() const { return foldersOf(_home); }
   fs::path indexFile() const { return folders().data / "contacts-index.sqlite"; }
 
-  /// Changes a contact who is nobody's friend.
+  /// Changes a contact that is no friend.
   void changeStranger() {
     Person person = personAt(Contacts - 1);
     person.name += " " + std::to_string(std::chrono::steady_clock::now().time_since_epoch().count());

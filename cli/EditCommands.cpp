@@ -25,7 +25,7 @@ CommandError isFriendAlready(const FriendAt& known) {
   return CommandError(nameOf(*known.person) + " is a friend already (" + textOf(known.place) + ")");
 }
 
-/// Makes persons of what the user calls them.
+/// Makes persons of the texts by which the user names them.
 class PersonMaker {
  public:
   explicit PersonMaker(Session& session) : _session(session), _contacts(session), _friends(session.manager()) {}
@@ -116,7 +116,7 @@ void withdraw(Session& session, const Persons& persons) {
   session.commit();
 }
 
-// Other programs may have taken the room before the friends were stored. Somebody who is missing while there is room
+// Other programs may have taken the room before the friends were stored. A friend that is missing while there is room
 // was stored, and then removed by another program.
 void requireAdded(Session& session, const Persons& persons) {
   const PLFriendsManager& manager = session.manager();

@@ -88,7 +88,7 @@ void FriendFinder::fillGuids(Table& table) {
   }
 }
 
-// Two spellings of one number are one key of a friend, who is found once by it.
+// Two spellings of one number are one key of a friend, which finds the friend once.
 void FriendFinder::fillDestinations(Table& table) {
   for (std::size_t number = 0; number < friends().size(); ++number) {
     const auto values = friends()[number].person->allValues();

@@ -66,7 +66,7 @@ class FriendFinder {
 /// `FriendFinder::named`, for one search.
 FriendAt friendNamed(const PLFriendsManager& manager, const std::string& who);
 
-/// The same for each of several names. Throws UsageError when two name the same friend.
+/// The friends of several names, in their order. Throws UsageError when two names are of one friend.
 std::vector<FriendAt> friendsNamed(const PLFriendsManager& manager, const std::vector<std::string>& who);
 
 /// The page with that index. Throws CommandError when there is none.

@@ -19,8 +19,8 @@ class NameMatch {
   std::string _upperCase;
 };
 
-/// Equal for two names that are the same one whatever their case, accents and order of words; a name without words is
-/// only the same as itself.
+/// Equal for two names that differ in nothing but case, accents and order of words; a name without words equals itself
+/// alone.
 std::string wholeNameKey(const std::string& name);
 
 /// The name without its case, for comparing parts of it.

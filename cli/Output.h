@@ -21,7 +21,7 @@ void writeError(std::string_view text);
 /// (pellor/linux/text/TerminalText.h).
 std::string printable(std::string_view text);
 
-/// The same between double quotes.
+/// Such a text between double quotes.
 std::string inQuotes(std::string_view text);
 
 /// The width of the terminal behind standard output; 80 when it is none.

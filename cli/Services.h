@@ -15,7 +15,7 @@
 
 namespace pellor::cli {
 
-/// Returns if this program can do what the command line asks for; else the other one takes its place, with the same
+/// Returns if this program can do what the command line asks for; else the other one takes its place, with these
 /// arguments. Throws CommandError when there is none.
 void chooseProgram(const CommandLine& line, char** arguments);
 

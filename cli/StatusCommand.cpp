@@ -19,7 +19,7 @@
 namespace pellor::cli {
 namespace {
 
-// In seconds; the library gives a query up after the same time.
+// In seconds; the library gives a query up after that time, too.
 constexpr double LongestAnswer = 30;
 
 struct StatusArguments {
@@ -73,7 +73,7 @@ class AnswerWait {
   const std::shared_ptr<Observation> _observation;
 };
 
-// A person who is none is not reachable, unless nothing is checked.
+// No person at all is not reachable, unless nothing is checked.
 bool areStatusesChecked(PLFriendsManager& manager) {
   return manager.statusForPersonRequery(nullptr, false) != DestinationStatus::valid;
 }

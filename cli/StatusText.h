@@ -10,7 +10,7 @@ namespace pellor::cli {
 /// One character: "+" can receive messages, "-" cannot, "?" not known.
 std::string statusMark(DestinationStatus status);
 
-/// The same in words.
+/// The status in words.
 std::string statusText(DestinationStatus status);
 
 }  // namespace pellor::cli

@@ -12,8 +12,8 @@ namespace pellor::cli {
 /// The keys that the friend list is made of: what the initial sync brings to a paired device.
 std::set<std::string> syncedKeys();
 
-/// The names to be posted, in this order, after keys of a domain were written by somebody who is no manager, so that
-/// all managers of the domain read them: the pages first, then their titles. Any thread.
+/// The names to be posted, in this order, after code that is no manager wrote keys of a domain, so that all managers of
+/// the domain read them: the pages first, then their titles. Any thread.
 std::vector<std::string> changeNames(PreferencesStore& preferences, const std::string& domain,
                                      const std::set<std::string>& keys);
 

@@ -59,7 +59,7 @@ class Watch {
               : "titled " + std::to_string(index + 1) + " " + (title.empty() ? "(none)" : printable(title)));
   }
 
-  // Each line by itself, so that who reads a pipe sees it at once.
+  // Each line by itself, so that a reader of a pipe sees it at once.
   void print(const std::string& line) {
     if (!_couldPrintAll) return;
     const Written written = writeOutput(line + "\n");

@@ -19,7 +19,7 @@ class WordBeginnings {
   /// nobody for an empty text. After the first call no more names are added.
   std::vector<std::size_t> find(std::string_view text);
 
-  /// How often two texts were compared so far, for those who want to know what a search costs.
+  /// How often two texts were compared so far, for measuring what a search costs.
   std::size_t comparisons() const { return _comparisons; }
 
  private:

@@ -1,5 +1,5 @@
-// Contacts and favorites in files. The contacts are a list of changes, which every process replays in the same order
-// into an address book in memory: so all of them give the same identifiers and sequence numbers.
+// Contacts and favorites in files. The contacts are a list of changes, which every process replays in their order into
+// an address book in memory: so all of them give equal identifiers and sequence numbers.
 #pragma once
 
 #include <memory>

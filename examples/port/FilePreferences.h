@@ -16,7 +16,7 @@ using namespace pellor;
 
 class FilePreferences : public PreferencesStore {
  public:
-  /// The stores of all processes of the user have the same folder, which is there.
+  /// The stores of all processes of the user have one folder, which is there.
   explicit FilePreferences(fs::path folder) : _folder(std::move(folder)) {}
 
   PreferenceAnswer<Value> copyValue(std::string_view key, std::string_view name) override {
@@ -108,7 +108,7 @@ class FilePreferences : public PreferencesStore {
     }
   };
   struct Domain {
-    Stored last;                  // read or written last; what is the same at the next time stays the same objects
+    Stored last;                  // read or written last; values that are equal the next time stay these objects
     std::optional<Entries> seen;  // as of the last `synchronize`
     std::map<std::string, std::optional<Value>, std::less<>> waiting;
   };
@@ -158,7 +158,7 @@ class FilePreferences : public PreferencesStore {
     return domain.last.number != 0;
   }
 
-  /// Of an array the chunks that are equal to those before are the same objects.
+  /// Chunks of an array that are equal to those before are those very objects.
   static Value valueOf(const std::string& bytes, const Entry* before) {
     const auto value = decoded(bytes);
     if (!value) return Data(bytes.begin(), bytes.end());

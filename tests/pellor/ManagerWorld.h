@@ -39,7 +39,7 @@ TestContact contactNamed(const std::string& name);
 Dictionary storedForm(const std::string& name);
 /// A stored list, of "Ann,-,Bob|-,-,-".
 Array storedList(const std::string& text);
-/// The list as a store has it that had `before` there: runs of the same elements are the same objects.
+/// The list as a store has it that had `before` there: chunks of equal elements are one object.
 LongArray storedAfter(const std::optional<Value>& before, const Array& list);
 /// A stored list as text; with `groupSize` 0 without groups. A friend without a name is "?".
 std::string textOf(const Value& list, std::uint64_t groupSize);

@@ -61,7 +61,7 @@ GObjectOwner<GDBusConnection> sharedBus(GCancellable* cancellable) {
   return bus;
 }
 
-// The shared connection tells of its end in the thread of whoever made it first.
+// The shared connection tells of its end in the thread that made it first.
 GObjectOwner<GDBusConnection> ownBus(GCancellable* cancellable) {
   Failure failure;
   gchar* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, cancellable, failure.out());

@@ -60,7 +60,7 @@ void EDSMirror::lose(Trouble trouble) {
   tell(FolderChange::all());
 }
 
-// Only the caller could be told, who asks just now.
+// There is nobody to tell but the caller, which is asking just now.
 void EDSMirror::cannotAsk(const std::string& problem) {
   const MutexLock lock(_mutex);
   _trouble = Trouble{"cannot be asked: " + problem, {}, true};

@@ -40,7 +40,7 @@ class EDSMirror {
 
   // By the others
 
-  /// There is nobody who could talk to the service. The text is for the log.
+  /// No thread can talk to the service. The text is for the log.
   void cannotAsk(const std::string& problem);
   /// There is now: its first answer is on its way.
   void beginToAsk();

@@ -78,7 +78,7 @@ prometheus::Gauge* PrometheusCounters::gaugeFor(std::string_view key) {
 }
 
 prometheus::Gauge& PrometheusCounters::makeGauge(std::string_view key) {
-  // Adding the same metric again gives the one that is there.
+  // Adding a metric again gives the one that is there.
   auto& family = prometheus::BuildGauge().Name(metricNameOf(key)).Help(std::string(key)).Register(*_registry);
   return family.Add({});
 }

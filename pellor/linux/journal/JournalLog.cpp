@@ -1,6 +1,6 @@
 #include "pellor/linux/journal/JournalLog.h"
 
-// The place in the entry is that of whoever logs.
+// The place in the entry is that of the call that logs.
 #define SD_JOURNAL_SUPPRESS_LOCATION
 #include <sys/socket.h>
 #include <sys/uio.h>

@@ -1,4 +1,4 @@
-// An LDAP directory as the directory of who is reachable.
+// An LDAP directory as the directory of reachable destinations.
 #pragma once
 
 #include <chrono>
@@ -18,7 +18,7 @@ struct LdapDirectoryOptions {
   std::string bindName;                ///< the entry as which to log in; empty: as nobody
   std::filesystem::path passwordFile;  ///< its first line is the password of that entry
   bool startsTls = false;              ///< turns a connection of ldap:// into an encrypted one
-  bool allowsPlain = false;            ///< ldap:// to other machines without that: who listens reads along
+  bool allowsPlain = false;            ///< ldap:// to other machines without that: a listener reads along
   std::filesystem::path certificates;  ///< the authorities that are trusted, in PEM; empty: those of the system
   std::string condition;  ///< a filter that entries have to meet as well, "(objectClass=person)"; empty: none
   std::chrono::milliseconds limit = std::chrono::seconds(12);  ///< for a whole answer; the library's patience is 30 s

@@ -148,7 +148,7 @@ class HttpClient::Transfers {
   }
 
   CURLM* _multi = nullptr;
-  std::atomic<bool> _isCancelled = false;  // set by whoever cancels
+  std::atomic<bool> _isCancelled = false;  // set by `cancel`, on any thread
 };
 
 HttpClient::HttpClient(Options options) : _options(std::move(options)), _transfers(std::make_unique<Transfers>()) {}

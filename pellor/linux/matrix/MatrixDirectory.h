@@ -1,4 +1,4 @@
-// A Matrix identity service as the directory of who is reachable.
+// A Matrix identity service as the directory of reachable destinations.
 #pragma once
 
 #include <chrono>
@@ -15,7 +15,7 @@ struct MatrixDirectoryOptions {
   std::string url;                        ///< "https://id.example.org"; http only for this machine itself
   std::filesystem::path accessTokenFile;  ///< its first line is the token of the user's account at the service
   std::filesystem::path certificates;     ///< the authorities that are trusted, in PEM; empty: those of the system
-  bool allowsPlainHttp = false;           ///< http to other machines: who listens reads token and friends' hashes
+  bool allowsPlainHttp = false;           ///< http to other machines: a listener reads token and friends' hashes
   bool allowsPlainAddresses = false;      ///< where the service cannot hash: it learns the addresses as they are
   std::chrono::milliseconds limit = std::chrono::seconds(12);  ///< for a whole answer; the library's patience is 30 s
 };

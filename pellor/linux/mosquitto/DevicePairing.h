@@ -1,4 +1,4 @@
-// Who this device is, and to which other device it is paired.
+// The identity of this device, and the other device that it is paired to.
 #pragma once
 
 #include <filesystem>
@@ -21,7 +21,7 @@ bool isDeviceName(std::string_view name);
 ///   - a certificate with its private key, by which the broker knows the device and what it may read and write. The
 ///     common name of the certificate is the name of the device.
 ///   - a sealing key pair and the public key of the one paired device. What is sent is sealed for that key and taken
-///     from it alone, so that the broker and whoever else has a certificate can neither read nor write anything.
+///     from it alone, so that the broker and other holders of a certificate can neither read nor write anything.
 ///
 /// To pair, each device gets the other's invitation, a line of text with its name and public key; the way there need
 /// not be secret, but it has to be the right key: the users compare the fingerprint, which both devices show.
@@ -49,8 +49,8 @@ class DevicePairing {
   /// What the other device needs to know of this one; makes a sealing key pair, unless there is one. Throws DeviceError
   /// without a name.
   std::string invitation() const;
-  /// Pairs with the device of that invitation, and begins at generation 1. The same invitation again changes nothing.
-  /// Throws DeviceError for a damaged one, this device's own, and while another device is paired.
+  /// Pairs with the device of that invitation, and begins at generation 1. An invitation that is given again changes
+  /// nothing. Throws DeviceError for a damaged one, this device's own, and while another device is paired.
   void pair(std::string_view invitation) const;
   /// The name of the paired device; absent without one.
   std::optional<std::string> peer() const;

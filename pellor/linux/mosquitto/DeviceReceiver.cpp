@@ -24,7 +24,7 @@ std::ptrdiff_t friendsIn(const Value* value) {
   });
 }
 
-// The same in every process of this device, another one for each pairing; nobody's is 0.
+// One number in all processes of this device, another one for each pairing; nobody's is 0.
 std::uint64_t writerOf(const std::string& name, const std::string& fingerprint) {
   const std::string text = name + " " + fingerprint;
   const Data digest = digestOf({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});

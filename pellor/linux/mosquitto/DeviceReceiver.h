@@ -55,7 +55,7 @@ struct DeviceReceiverOptions {
 /// write in between it is made again with what they wrote. What differs from what came goes back by `sync`; both
 /// devices are at rest when what comes is what is stored.
 ///
-/// The first generation takes the place of what is stored, unless this device sends as well: then that may be on its
+/// The first generation takes the place of the stored values, unless this device sends as well: then that may be on its
 /// way, and both lists are merged with nobody counting as removed. A list of friends (an array with dictionaries that
 /// are not empty) that would be replaced is protected: a generation that would leave fewer than half as many of them,
 /// or none, is refused as a whole. That is said on the log and in the acknowledgement, and remembered for
@@ -78,7 +78,7 @@ class DeviceReceiver final : private MQTTConnection::Client {
     SyncTopics toPeer;
     SealingKeys keys;
     bool isNameFirst;      ///< this device's, by name
-    std::uint64_t writer;  ///< of what is stored for this pairing
+    std::uint64_t writer;  ///< of writes for this pairing
   };
   struct Received {
     std::uint64_t generation = 0;
@@ -136,7 +136,7 @@ class DeviceReceiver final : private MQTTConnection::Client {
   std::optional<NextManifest> _next;  ///< not stored yet
   BackOff _pauses;                    ///< after a failure
   BackOff _retryPauses;               ///< because others wrote in between
-  int _retries = 0;                   ///< of the next generation, for the same reason
+  int _retries = 0;                   ///< of the next generation, also because others wrote
   bool _storeFails = false;
   bool _isAway = false;
   std::string _listensTo;

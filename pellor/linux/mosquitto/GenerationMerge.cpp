@@ -53,8 +53,8 @@ Manifest GenerationMerge::findBase() const {
   return base;
 }
 
-// A value that is not kept, since version 0.1 kept none, is known when what is stored is still the same. Else the base
-// has none: then nobody counts as removed, and somebody who was removed meanwhile comes back.
+// A value that is not kept, since version 0.1 kept none, is known when the stored one has not changed since. Else the
+// base has none: then nobody counts as removed, and a friend that was removed meanwhile comes back.
 Dictionary GenerationMerge::baseValues(const std::string& domain, const Dictionary& stored) const {
   Dictionary values;
   for (const std::string& key : _keys.at(domain)) {

@@ -24,9 +24,9 @@ struct ArrivedGeneration {
 /// alone, while it holds the lock of the state.
 ///
 /// Which of the two devices is "ours" does not decide whether an edit survives: the merge loses none of either side
-/// unless two conflict. It decides which of two conflicting edits stays, and who finds no room on a full list. So it
-/// goes by the names of the devices and not by the direction: when generations cross, both devices merge the same three
-/// versions and get the same values, in place of each taking over what the other one just gave up.
+/// unless two conflict. It decides which of two conflicting edits stays, and which friend finds no room on a full list.
+/// So it goes by the names of the devices and not by the direction: when generations cross, both devices merge three
+/// equal versions and get equal values, in place of each taking over what the other one just gave up.
 class GenerationMerge {
  public:
   struct Parts {
@@ -38,7 +38,7 @@ class GenerationMerge {
   };
   GenerationMerge(Parts parts, ArrivedGeneration arrived);
 
-  /// Neither device has had anything of the other yet: what came takes the place of what is stored.
+  /// Neither device has had anything of the other yet: the values that came take the place of those that are stored.
   bool isFirst() const;
   /// The keys that came, by domain.
   const std::map<std::string, std::set<std::string>>& keys() const { return _keys; }

@@ -1,4 +1,4 @@
-// Where the broker is, and who this device is to it.
+// The place of the broker, and the identity of this device to it.
 #pragma once
 
 #include <filesystem>
@@ -19,7 +19,7 @@ struct MQTTOptions {
 
 /// What a device shows the broker, and asks of it: PEM files.
 struct MQTTCredentials {
-  std::filesystem::path ca;           ///< who has to have issued the broker's certificate
+  std::filesystem::path ca;           ///< the authority that has to have issued the broker's certificate
   std::filesystem::path certificate;  ///< of this device
   std::filesystem::path key;          ///< its private key
 };

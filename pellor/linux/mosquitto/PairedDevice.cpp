@@ -72,7 +72,7 @@ PairedDeviceStatus PairedDevice::status() const {
   return status;
 }
 
-// Taken out first: whoever asks for the same key meanwhile means a later value, and writes for itself.
+// Taken out first: a caller that asks for such a key meanwhile means a later value, and writes for itself.
 void PairedDevice::requestKept() {
   std::set<DomainKey> keys;
   {
@@ -160,7 +160,7 @@ void PairedDevice::listen(const std::optional<Pairing>& pairing) {
 void PairedDevice::send() {
   auto lock = FileLock::tryTake(_options.folder / SendingLockFile);
   if (!lock) return pause();
-  // Whoever held the lock may have revoked the device, or sent all.
+  // The process that held the lock may have revoked the device, or sent all.
   const auto pairing = this->pairing();
   OutgoingState state = _file.read();
   Sending sending{*std::move(lock), 0, {}, {}, {}, 0, state.emptied};
@@ -170,8 +170,8 @@ void PairedDevice::send() {
   _sending = std::move(sending);
 }
 
-// Under the lock of what was exchanged: the receiver stores nothing between the reading of the values and the note of
-// what they include. What is sent is kept before it goes out, since an answer may come at any time.
+// Under the lock of the exchange: the receiver stores nothing between the reading of the values and the note of what
+// they include. Each message is kept before it goes out, since an answer may come at any time.
 bool PairedDevice::readAndBegin(OutgoingState& state, Sending& sending) {
   const auto lock = _exchanged.tryLock();
   if (!lock) return false;
@@ -250,7 +250,7 @@ bool PairedDevice::keepSent(IncomingState exchanged, const OutgoingState& state,
 }
 
 void PairedDevice::publish(const std::optional<Pairing>& pairing, const Sending& sending, const OutgoingState& state) {
-  // First: the same device may be paired anew.
+  // First: this device may be paired anew.
   for (const std::string& topic : sending.emptied) _connection.publish(topic, {});
   if (!pairing || sending.messages.empty()) return;
   const SyncTopics topics(pairing->peer, pairing->name);
@@ -334,7 +334,7 @@ void PairedDevice::endBusy() {
     if (_busyUntil <= std::chrono::steady_clock::now()) return;
     _busyUntil = {};
   }
-  // Who waits for this process to come to rest looks again after a task.
+  // A `settle` of this process looks again after a task.
   _process.mainQueue().async([] {});
 }
 

@@ -32,12 +32,12 @@ struct PairedDeviceOptions {
   std::filesystem::path folder;  ///< the device folder (see DevicePairing)
   /// The keys that the initial sync brings to the device, by domain. They are sent as soon as a device is paired.
   std::map<std::string, std::set<std::string>> keys;
-  /// Where their values are read. Of this object alone: it is synchronised at any time, when others may have set the
-  /// one half of what they are about to write.
+  /// Where their values are read. Of this object alone: it is synchronised at any time, when other code may have set
+  /// one half of the values that it is about to write.
   std::shared_ptr<PreferencesStore> preferences;
   /// Whether a connection is made even when nothing is to be sent, to hear what the device acknowledged.
   bool alwaysConnects = false;
-  /// Called on the main queue after a change of what `status` gives. May be empty.
+  /// Called on the main queue after the result of `status` has changed. May be empty.
   std::function<void()> statusChanged;
 };
 
@@ -68,8 +68,8 @@ struct PairedDeviceStatus {
 /// other device is in it (see DeviceReceiver): with that the other one tells an edit from what this device does not
 /// know yet.
 ///
-/// The initial sync has completed once the device has stored a first generation. Edits until then are not pushed by
-/// those who ask, so all keys are compared then.
+/// The initial sync has completed once the device has stored a first generation. Callers do not push edits until then,
+/// so all keys are compared then.
 ///
 /// Of the user's processes each connects for itself, with a client id of its own under the one certificate, when it
 /// finds keys to be sent; a lock in the device folder lets one of them send at a time, and what another one asked for
@@ -148,7 +148,7 @@ class PairedDevice final : public PreferencesSyncService, private SettleParticip
   mutable Mutex _mutex;
   std::set<DomainKey> _kept PELLOR_GUARDED_BY(_mutex);  ///< asked for, and not in the file yet
   std::chrono::steady_clock::time_point _busyUntil PELLOR_GUARDED_BY(_mutex);
-  std::atomic<bool> _fileFails = false;   ///< written by whoever changes the file
+  std::atomic<bool> _fileFails = false;   ///< written where the file is changed
   std::atomic<bool> _isUpToDate = false;  ///< written by the connection's thread
 
   // Of the connection's thread.

@@ -190,7 +190,7 @@ std::optional<OutgoingState> decodeOutgoingState(std::span<const std::uint8_t> b
 
 const Manifest* IncomingState::baseOf(std::uint64_t ofOurs) const {
   const auto later = sent.upper_bound(ofOurs);
-  // Of what came before, that was the latest; what was received since holds it.
+  // Of the manifests that were sent before, that was the latest; the values received since include it.
   if (later != sent.begin() && std::prev(later)->first > included) return &std::prev(later)->second;
   return generation > 0 ? &stored : nullptr;
 }

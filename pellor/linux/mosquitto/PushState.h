@@ -108,7 +108,8 @@ class IncomingFile {
   /// Held from the reading of the state until it is written, with all that is done to the store in between: so no
   /// generation is sent of which nobody knows what it includes. Absent while another one holds it.
   std::optional<FileLock> tryLock() const;
-  /// The same when it is free; absent, with errno set, when the file cannot be made or the patience is at its end.
+  /// Waits for this lock until it is free; absent, with errno set, when the file cannot be made or the patience is at
+  /// its end.
   std::optional<FileLock> waitForLock(LockPatience& patience) const;
   IncomingState read() const;
   std::optional<std::string> write(const IncomingState& state) const;

@@ -1,4 +1,4 @@
-// What makes a message readable to the paired device alone, and proves who wrote it.
+// The keys that make a message readable to the paired device alone, and prove which device wrote it.
 #pragma once
 
 #include <array>
@@ -39,7 +39,7 @@ class SealingKeys {
   /// What the other device sealed for this one and that topic; absent for everything else, whatever its bytes are.
   std::optional<Opened> open(std::string_view topic, std::span<const std::uint8_t> message) const;
 
-  /// A name that tells nobody but the two what it stands for: 32 hexadecimal digits, the same for the same text.
+  /// A name whose meaning only the two devices know: 32 hexadecimal digits, equal for equal texts.
   std::string nameFor(std::string_view text) const;
 
  private:
@@ -50,7 +50,7 @@ class SealingKeys {
 /// A digest of 32 bytes. Any thread.
 Data digestOf(std::span<const std::uint8_t> bytes);
 
-/// Thirty digits in groups of five that stand for two public keys and are the same on both devices: whoever compares
+/// Thirty digits in groups of five that stand for two public keys and are equal on both devices: a user that compares
 /// them knows that nobody exchanged a key on the way. Any thread.
 std::string fingerprintOf(const SealingKeyPair::Key& one, const SealingKeyPair::Key& other);
 

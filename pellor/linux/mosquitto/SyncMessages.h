@@ -51,7 +51,7 @@ struct Acknowledgement {
   std::string refusal;  ///< empty: it is stored
 };
 
-// Absent when the value cannot be encoded (see CBORMaximumDepth, CBORMaximumSize). The same message has the same bytes.
+// Absent when the value cannot be encoded (see CBORMaximumDepth, CBORMaximumSize). Equal messages have equal bytes.
 std::optional<Data> encode(const KeyMessage& message);
 std::optional<Data> encode(const ManifestMessage& manifest);
 std::optional<Data> encode(const Acknowledgement& acknowledgement);
@@ -61,7 +61,7 @@ std::optional<KeyMessage> decodeKeyMessage(std::span<const std::uint8_t> bytes);
 std::optional<ManifestMessage> decodeManifest(std::span<const std::uint8_t> bytes);
 std::optional<Acknowledgement> decodeAcknowledgement(std::span<const std::uint8_t> bytes);
 
-/// The topics of what `from` says to `to`; both are device names (see isDeviceName).
+/// The topics of messages from `from` to `to`; both are device names (see isDeviceName).
 class SyncTopics {
  public:
   SyncTopics(std::string_view to, std::string_view from);

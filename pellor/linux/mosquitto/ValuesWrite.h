@@ -1,4 +1,4 @@
-// Values that are made of what is stored.
+// Values that are made of stored ones.
 #pragma once
 
 #include <functional>

@@ -1,4 +1,4 @@
-// Who observes which notifications of a bus.
+// The observers of a bus, by the names that they observe.
 #pragma once
 
 #include <cstdint>

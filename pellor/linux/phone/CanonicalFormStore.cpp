@@ -19,7 +19,7 @@ constexpr char separator = '\t';
 constexpr std::size_t checkSize = 4;
 
 std::string firstLineFor(std::string_view name, std::string_view region) {
-  // The number goes up when this library makes other forms of what the phone library says.
+  // The number goes up when this library makes other forms of the phone library's answers.
   return std::string(name) + " 1 " + std::string(region) + " " + phoneLibraryVersion() + "\n";
 }
 
@@ -50,7 +50,8 @@ bool isKept(std::string_view text, std::string_view form) {
          std::ranges::none_of(form, isControl) && text.find('@') == std::string_view::npos;
 }
 
-/// The size of a file that its owner alone can write and read, who runs this program; absent for any other file.
+/// The size of a file that the user of this program owns, and that only its owner can write and read; absent for any
+/// other file.
 std::optional<std::size_t> sizeOfPrivateFile(const FileDescriptor& file) {
   struct stat found {};
   if (!file || ::fstat(file.get(), &found) != 0 || !S_ISREG(found.st_mode)) return std::nullopt;

@@ -26,8 +26,9 @@ struct CanonicalFormFolder {
   std::string name = "canonical-forms";
 };
 
-/// The forms that one phone library makes in one region. They are a memory of what can be worked out again, so nothing
-/// here fails: what cannot be read is worked out, what cannot be written is logged once and not tried again.
+/// The forms that one phone library makes in one region. They are a memory of forms that can be worked out again, so
+/// nothing here fails: forms that cannot be read are worked out, and a write that fails is logged once and not tried
+/// again.
 ///
 /// The file is for its owner alone. Its first line names region and library, every other one a text, its form unless it
 /// is the text itself, and a check over both. A file with another first line, or that somebody else may write, is not

@@ -48,7 +48,7 @@ class CanonicalForms {
  private:
   // An entry of the table is the place of a text with some bits of its hash, by which nearly all other texts are told
   // apart without looking at them. A text stands at its place behind its own length and that of its form, which is 0
-  // when it is the same, and the form behind it.
+  // when the text is its own form, and the form behind it.
   static constexpr std::uint32_t placeBits = 25;
   static constexpr std::size_t blockCount = 512;
   using Entry = std::atomic<std::uint32_t>;  // 0: none; written with the lock, read on any thread
@@ -72,7 +72,7 @@ class CanonicalForms {
   std::uint32_t _end PELLOR_GUARDED_BY(_mutex);  ///< the place behind the last text
 };
 
-/// A number made of all bytes of the text, the same on every machine of one byte order.
+/// A number made of all bytes of the text, equal on all machines of one byte order.
 std::uint64_t hashOf(std::string_view text);
 
 }  // namespace pellor

@@ -16,7 +16,7 @@
 
 namespace pellor {
 
-/// Makes a domain of what was known of it and what is newer.
+/// Makes a domain of its known values and the newer ones.
 class PostgreSQLDomainReader {
  public:
   using Stored = PostgreSQLDomain::Stored;
@@ -32,8 +32,8 @@ class PostgreSQLDomainReader {
   PostgreSQLDomainReader(std::uint64_t store, std::int64_t since, std::int64_t revision,
                          std::span<const PostgreSQLRows> newer, const Snapshot* previous);
 
-  /// Null when what is known does not go with what is stored, so that everything has to be read. What turns out to be
-  /// the same stays the same objects.
+  /// Null when the known values do not go with the stored ones, so that everything has to be read. Values that turn out
+  /// to be equal stay the objects that they were.
   std::shared_ptr<const Snapshot> snapshot() const;
 
  private:

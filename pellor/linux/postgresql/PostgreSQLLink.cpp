@@ -214,7 +214,7 @@ void PostgreSQLLink::perform(const std::shared_ptr<Request>& request) {
   try {
     request->job(*_connection);
   } catch (const PostgreSQLError& problem) {
-    // The others that wait are told in the same moment.
+    // The other callers that wait are told at once.
     if (problem.kind() == PostgreSQLError::Kind::away) throw;
     error = problem;
     _connection->rollBack();

@@ -53,7 +53,7 @@ class PostgreSQLLink {
   /// Does the job, after those that were asked for before, and waits for its end. Throws what it threw; at once while
   /// the connection is known to be away, and when the caller's limit has passed. Then a job that has begun goes on.
   void perform(Job job);
-  /// The same without waiting, unless the connection is away.
+  /// Does the job likewise without waiting for its end, unless the connection is away.
   void performSoon(Job job);
 
   /// From now on. The listener is kept as long as others keep it.

@@ -241,7 +241,7 @@ class PostgreSQLPreferences::Core final : public PostgreSQLListener, public std:
       try {
         _tables.read(connection, domain);
       } catch (const PostgreSQLError& error) {
-        // Those who ask for it are told.
+        // Callers that ask for the domain are told.
         if (error.kind() == PostgreSQLError::Kind::away) throw;
       }
     }

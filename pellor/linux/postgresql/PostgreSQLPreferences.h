@@ -21,8 +21,8 @@ namespace pellor {
 /// that was sent may have been done, or may still be, and then counts: `write` calls it unknown, `synchronize` failed.
 /// While the server still works on it, others that write the domain wait for its end.
 ///
-/// Each writing is one transaction, which holds up other writers of the domain, and which notifies them of what it
-/// changed as it is committed. A process reads ahead what others have written, so that what follows has little to wait
+/// Each writing is one transaction, which holds up other writers of the domain, and which notifies them of the changed
+/// keys as it is committed. A process reads ahead what others have written, so that later calls have little to wait
 /// for. After the connection was lost everything is read again.
 ///
 /// Values are kept as in the SQLite store: a long array, and an array of nothing but dictionaries, in rows of
@@ -45,7 +45,7 @@ class PostgreSQLPreferences final : public SharedPreferences {
   bool synchronize(std::string_view domain) override;
   PreferenceAnswer<VersionedPreferences> read(std::span<const std::string> keys, std::string_view domain) override;
   PreferenceWriteAnswer write(const PreferenceChanges& changes, PreferenceWriteID id, std::string_view domain) override;
-  /// The copy is a row of the table `pellor.aside`, with its time. The same bytes are kept once.
+  /// The copy is a row of the table `pellor.aside`, with its time. Equal bytes are kept once.
   PutAside putAside(std::string_view key, std::string_view domain) override;
   std::optional<Value> persistentValueForKey(std::string_view key, std::string_view domain) override;
 

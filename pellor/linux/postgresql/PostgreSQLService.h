@@ -38,7 +38,7 @@ struct PostgreSQLOptions {
 /// The tables are in the schema `pellor`, which is made at the first connection if the role may. One that an earlier
 /// version made is brought up to date then, if the role owns it; programs of that version fail from then on. A schema
 /// that a later version made is not touched; it is as if the server were away, also where the role may not bring it up
-/// to date. One database is for one user: whoever may use the schema sees all that is in it.
+/// to date. One database is for one user: every role that may use the schema sees all that is in it.
 class PostgreSQLService {
  public:
   /// `process` has to outlive the object. The connection string is not logged.

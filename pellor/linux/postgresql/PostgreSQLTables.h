@@ -20,7 +20,8 @@ namespace pellor {
 /// is read. One thread. Operations throw PostgreSQLError.
 class PostgreSQLTables {
  public:
-  /// Everything is to be read again, by another connection. What turns out to be the same stays the same objects.
+  /// Everything is to be read again, by another connection. Values that turn out to be equal stay the objects that they
+  /// were.
   void forgetRevisions();
   /// Those that are known.
   std::vector<std::string> domains() const;

@@ -19,7 +19,7 @@ class DestinationDirectory {
     std::string problem;                 ///< why the directory could not be asked; empty when it could
     std::chrono::milliseconds pause{0};  ///< how long it wishes not to be asked again; with a problem alone
   };
-  /// For a person who wants to know whether it works. The text holds no address, name or secret.
+  /// Whether the directory works, for a user. The text holds no address, name or secret.
   struct State {
     bool answers = false;  ///< it answered, with the same credentials and settings as for a query
     std::string text;      ///< what it is and its version, or what is wrong and what to do about it

@@ -12,8 +12,8 @@ namespace pellor {
 /// Which table a row belongs to, so that a row of another table is none of this one.
 enum class CheckedTable : std::uint8_t { store = 1, values, goodValues, chunks, goodChunks, contacts };
 
-/// The checksum of a row: of its table and of each cell, in order. Text and bytes count with their length. The same on
-/// every machine.
+/// The checksum of a row: of its table and of each cell, in order. Text and bytes count with their length. It is equal
+/// on every machine.
 class RowChecksum {
  public:
   explicit RowChecksum(CheckedTable table) { add(static_cast<std::int64_t>(table)); }

@@ -31,7 +31,7 @@ class SQLiteStatements {
     SQLiteStatement& _statement;
   };
 
-  /// The statement with that text. One use of the same text at a time.
+  /// The statement with that text. One use of a text at a time.
   Use use(std::string_view text) {
     auto found = _statements.find(text);
     if (found == _statements.end()) found = _statements.emplace(text, _database.prepare(text)).first;

@@ -36,7 +36,7 @@ std::string lowerCased(std::string_view text);
 /// The parts between any of the separators, cleaned; empty ones left out.
 std::vector<std::string> splitCardText(std::string_view text, std::string_view separators);
 
-/// A hash that is the same in every program and on every machine.
+/// A hash that does not depend on the program or the machine.
 std::int64_t contentHash(std::string_view text);
 
 }  // namespace pellor

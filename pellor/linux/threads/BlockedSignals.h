@@ -23,8 +23,8 @@ class BlockedSignals {
   sigset_t _previous{};
 };
 
-/// While it lives, what is sent to somebody who has gone raises no signal in the calling thread. For libraries that do
-/// not see to that themselves.
+/// While it lives, bytes that are sent to a receiver that has gone raise no signal in the calling thread. For libraries
+/// that do not see to that themselves.
 class BlockedBrokenPipe {
  public:
   BlockedBrokenPipe() {

@@ -19,7 +19,7 @@ namespace pellor {
 
 namespace {
 
-// Two changes within one tick of the file system's clock leave the same time behind.
+// Two changes within one tick of the file system's clock leave one time behind.
 constexpr std::int64_t ClockTick = 50'000'000;
 
 std::string errorText(int error) { return std::generic_category().message(error); }

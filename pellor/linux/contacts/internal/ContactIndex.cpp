@@ -65,7 +65,7 @@ void ContactIndex::findFolder() {
   const std::int64_t sequence = raiseSequence(*_statements);
   const std::string known = _source->databaseUID();
   const std::string uid = known.empty() ? randomUID() : known;
-  // Without a form: nothing is known of the source yet, which is not the same as one without contacts.
+  // Without a form: nothing is known of the source yet; it may have contacts.
   _statements->use("INSERT OR IGNORE INTO folders (path, uid, sequence, derivation) VALUES (?, ?, ?, '')")
       ->bind(1, path)
       .bind(2, uid)
@@ -109,7 +109,7 @@ bool ContactIndex::attempt(const std::function<void()>& work) {
 }
 
 // What was known of the source stays: a folder that is unmounted or replaced as a whole, or a service that is away,
-// must cost no friend its contact. A missing one is waited for by whoever watches its place.
+// must cost no friend its contact. The watch of its place waits for a missing one.
 void ContactIndex::takeSourceError(const CardSourceError& error) {
   _mustRetry = error.remedy() == CardSourceError::Remedy::tryAgain;
   if (_sourceError == error.what()) return;
@@ -173,7 +173,7 @@ std::string ContactIndex::currentUID() const {
 void ContactIndex::apply(const FolderChange& change) {
   SQLiteTransaction transaction(_statements->database(), SQLiteTransaction::Kind::write);
   ContactIndexUpdate update(*_statements, _folder, _options, *_source);
-  // The source is looked at with the lock held: whoever had it before may have done the work.
+  // The source is looked at with the lock held: its last holder may have done the work.
   update.bringInStep(present(change), change);
   const std::int64_t before = sequenceOfFolder(*_statements, _folder);
   std::int64_t sequence = before;

@@ -50,7 +50,7 @@ class ContactIndex {
   const std::optional<std::string>& failure() const { return _failure; }
   /// Why the source gave no cards at the last update; absent when it did. One sentence for the user.
   const std::optional<std::string>& sourceError() const { return _sourceError; }
-  /// How many cards were read so far, for those who want to know what an update cost.
+  /// How many cards were read so far, for measuring what an update cost.
   std::size_t cardsRead() const { return _cardsRead; }
 
   /// What is read between these two comes from one state of the index, whatever other processes do. May be nested.

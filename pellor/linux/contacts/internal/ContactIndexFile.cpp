@@ -22,9 +22,9 @@ constexpr const char* FileName = "contacts-index.sqlite";
 constexpr std::int64_t LayoutVersion = 3;
 constexpr std::int32_t HighestFirstSequence = 1 << 30;
 
-// `claim` is what a card would be called if no other file had the same: its UID, else its file's name. `problem` is why
-// the file cannot be used as it is now; the last good content stays. The sequence of an identity is that of the last
-// change of its record or of one that it is or was linked with; identities stay when their records go.
+// `claim` is the name of a card if no other file had it: its UID, else its file's name. `problem` is why the file
+// cannot be used as it is now; the last good content stays. The sequence of an identity is that of the last change of
+// its record or of one that it is or was linked with; identities stay when their records go.
 //
 // Each page carries a checksum: a row that is wrong, and one that is no longer found, would unlink friends.
 constexpr std::array Tables = {

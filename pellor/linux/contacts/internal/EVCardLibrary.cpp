@@ -16,7 +16,7 @@ constexpr const char* LogDomain = "libebook-contacts";
 
 thread_local std::vector<std::string>* warningsOfThisThread = nullptr;
 
-// The host program may use the same library: its messages go where they always went.
+// The host program may use this library as well: its messages go where they always went.
 void receiveMessage(const gchar* domain, GLogLevelFlags level, const gchar* message, gpointer defaultHandler) {
   if (warningsOfThisThread) {
     warningsOfThisThread->emplace_back(message ? message : "");

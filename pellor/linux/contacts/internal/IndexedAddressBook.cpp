@@ -150,8 +150,8 @@ void IndexedAddressBook::performWithAddressBook(const std::function<void(Address
   if (!_index->isReading()) resumeInbox();
 }
 
-// Whoever met the failure concluded nothing, and is told when the contacts can be read again. An update that goes well
-// does not end the growth of the pauses alone: the look that follows it may fail again.
+// The code that met the failure concluded nothing, and is told when the contacts can be read again. An update that goes
+// well does not end the growth of the pauses alone: the look that follows it may fail again.
 void IndexedAddressBook::takeOutcomeOfReading() {
   if (_index->hasFailedWhileReading()) {
     _announcedSequence = 0;

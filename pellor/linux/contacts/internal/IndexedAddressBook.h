@@ -73,7 +73,7 @@ class IndexedAddressBook final : public AddressBookStore, public std::enable_sha
   /// when the source gave them last.
   std::optional<std::string> readError();
   const LogHandle& log() const { return _log; }
-  /// The shared handle, for the other adapters of the same contacts. To be used inside `performWithAddressBook`.
+  /// The shared handle, for the other adapters of these contacts. To be used inside `performWithAddressBook`.
   IndexedAddressBookHandle& sharedHandle() { return *_shared; }
 
  private:

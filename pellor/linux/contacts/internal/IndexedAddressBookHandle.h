@@ -26,7 +26,7 @@ class IndexedAddressBookHandle final : public AddressBook,
   /// `surnameFirst` says whether the locale writes surnames first.
   IndexedAddressBookHandle(std::shared_ptr<ContactIndex> index, std::function<bool()> surnameFirst);
 
-  /// A handle to the same address book with records of its own.
+  /// A handle to this address book with records of its own.
   std::shared_ptr<IndexedAddressBookHandle> another() const {
     return std::make_shared<IndexedAddressBookHandle>(_index, _surnameFirst);
   }

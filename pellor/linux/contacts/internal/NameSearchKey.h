@@ -6,7 +6,7 @@
 
 namespace pellor {
 
-/// Equal for texts with the same words in any order, case and accents and punctuation aside; empty for a text without
+/// Equal for texts with equal words in any order, case and accents and punctuation aside; empty for a text without
 /// words. Keys of different versions of the collation (`nameKeyVersion`) do not compare. Any thread.
 std::string nameSearchKey(std::string_view name);
 

@@ -12,7 +12,7 @@ namespace pellor {
 /// Of the data folder.
 inline constexpr const char* AsideFolderName = "aside";
 
-/// Keeps the bytes of a value as `folder`/<key>-<domain>-<UTC time>.cbor, on the disk when this returns; the same bytes
+/// Keeps the bytes of a value as `folder`/<key>-<domain>-<UTC time>.cbor, on the disk when this returns; equal bytes
 /// once. False when no copy could be made. Any thread.
 bool keepAside(const std::filesystem::path& folder, std::string_view key, std::string_view domain, const Data& bytes);
 

@@ -61,7 +61,7 @@ long holderOf(const std::filesystem::path& path) {
   return 0;
 }
 
-/// A line of what the system tells of a process; empty when it is gone.
+/// A line that the system tells of a process; empty when it is gone.
 std::string lineAbout(long process, const char* what) {
   std::string line;
   std::ifstream file("/proc/" + std::to_string(process) + "/" + what);

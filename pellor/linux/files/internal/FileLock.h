@@ -13,9 +13,9 @@
 
 namespace pellor {
 
-/// How long a program waits for a lock that others hold for moments. One who holds it longer was stopped or hangs:
-/// after a wait in vain the next ones are short for a minute, so that the whole of what a program does waits once, not
-/// once an attempt. Any thread.
+/// How long a program waits for a lock that others hold for moments. A holder that keeps it longer was stopped or
+/// hangs: after a wait in vain the next ones are short for a minute, so that a program waits once, not once an attempt.
+/// Any thread.
 class LockPatience {
  public:
   explicit LockPatience(std::chrono::milliseconds limit) : _limit(limit) {}
@@ -30,8 +30,8 @@ class LockPatience {
   std::atomic<std::chrono::steady_clock::duration> _lostUntil{};  // written by any thread that waited
 };
 
-/// A lock on a file or folder, held until the object goes or the program ends. Another lock of the same program waits
-/// for it as well.
+/// A lock on a file or folder, held until the object goes or the program ends. Another lock of this program waits for
+/// it as well.
 class FileLock {
  public:
   /// Locks what is open. Absent, with errno set, when it could not be locked; EWOULDBLOCK when others held it for as
@@ -50,10 +50,10 @@ class FileLock {
   FileDescriptor _descriptor;
 };
 
-/// Why a lock on the file or folder could not be had, of errno: by whom it is held, as far as the system tells, and
-/// what to do.
+/// Why a lock on the file or folder could not be had, of errno: the program that holds it, as far as the system tells,
+/// and what to do.
 std::string lockError(const std::filesystem::path& path);
-/// The same of a lock that is known to be held by another program, on one of these places.
+/// Such a text about a lock that is known to be held by another program, on one of these places.
 std::string heldError(const std::filesystem::path& path, const std::vector<std::filesystem::path>& places);
 
 }  // namespace pellor

@@ -90,7 +90,7 @@ class FolderWatch::Watcher {
     return (files[0].revents & POLLIN) == 0;
   }
 
-  /// The same where there are too many open files for what would end the wait.
+  /// Waits likewise where there are too many open files for the one that would end the wait.
   bool waitWithoutStop() PELLOR_REQUIRES(_role) {
     const int timeout = _problem.empty() ? LongestWait : nextPause();
     pollfd file{_inotify.get(), POLLIN, 0};

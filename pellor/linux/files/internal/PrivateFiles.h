@@ -37,7 +37,8 @@ std::string systemError(std::string_view what, const std::filesystem::path& path
 /// folder is there afterwards, else the error. Any thread.
 std::optional<std::string> createPrivateFolder(const std::filesystem::path& folder);
 
-/// The names of what is in the folder, in any order: none, or those up to there, where it cannot be read. Any thread.
+/// The names of all entries of the folder, in any order: none, or those up to there, where it cannot be read. Any
+/// thread.
 std::vector<std::string> namesIn(const std::filesystem::path& folder);
 
 /// Replaces the file by one with this content and mode 0600, so that a reader sees the old content or the new one,

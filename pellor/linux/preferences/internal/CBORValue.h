@@ -19,14 +19,14 @@ inline constexpr std::size_t CBORMaximumSize = LongestPreference;
 /// How dates are written: this tag over seconds since 1970, where ours count from 2001.
 inline constexpr std::uint64_t CBORDateTag = 1;
 inline constexpr double SecondsFrom1970To2001 = 978307200;
-/// How dates are written that would not come back the same from seconds since 1970: over seconds since 2001.
+/// Dates that would not come back exactly from seconds since 1970 are written over seconds since 2001.
 inline constexpr std::uint64_t CBORExactDateTag = 978307200;
 
 /// The value as one CBOR item, absent when it exceeds a limit. Booleans, integers and reals stay distinct; reals and
 /// dates come back bit for bit. Any thread.
 std::optional<Data> encodeCBOR(const Value& value);
 
-/// The same behind what `bytes` hold already, for a value with `depth` arrays and dictionaries around it. False when a
+/// Appends the value so encoded to `bytes`, for a value with `depth` arrays and dictionaries around it. False when a
 /// limit is exceeded.
 bool appendCBOR(const Value& value, std::size_t depth, Data& bytes);
 

@@ -25,7 +25,7 @@ struct CheckedRows {
   static std::int64_t checksumOfChunk(CheckedTable table, std::int64_t id, std::int64_t list,
                                       std::span<const std::uint8_t> value, const PreferenceVersion& version);
 
-  /// Gives the rows of all values and chunks the checksums of what they hold now. In a write transaction.
+  /// Gives the rows of all values and chunks the checksums of their present content. In a write transaction.
   static void seal(const SQLiteDatabase& database);
 };
 

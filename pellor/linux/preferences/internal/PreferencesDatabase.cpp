@@ -148,7 +148,7 @@ void PreferencesDatabase::write(std::string_view key, std::string_view domain, c
   for (const RowCopy copy : {RowCopy::stored, RowCopy::lastGood}) writeValue(copy, key, domain, {}, chunks, version);
 }
 
-// An update to the same row would still be a commit to the disk, and news to every other process.
+// An update to an equal row would still be a commit to the disk, and news to every other process.
 void PreferencesDatabase::writeValue(RowCopy copy, std::string_view key, std::string_view domain,
                                      std::span<const std::uint8_t> value, const StoredChunks& chunks,
                                      const PreferenceVersion& version) const {

@@ -113,12 +113,13 @@ class PreferencesDatabase {
   /// Writes the good copy of a value that is stored, unless it is as it should be.
   void writeLastGood(std::string_view key, std::string_view domain, std::span<const std::uint8_t> value,
                      const PreferenceVersion& version) const;
-  /// Writes where the chunks are, for a key without a value or with the same list.
+  /// Writes where the chunks are, for a key without a value or with this list.
   void write(std::string_view key, std::string_view domain, const StoredChunks& chunks,
              const PreferenceVersion& version) const;
   /// Removes both, with all chunks, before another value of the key is written.
   void clear(std::string_view key, std::string_view domain) const;
-  /// The same where no other value follows. Later versions of the key will have larger counts than this one.
+  /// Removes both likewise, where no other value follows. Later versions of the key will have larger counts than this
+  /// one.
   void remove(std::string_view key, std::string_view domain, const PreferenceVersion& version) const;
 
   SQLiteStatements& statements() const { return *_statements; }

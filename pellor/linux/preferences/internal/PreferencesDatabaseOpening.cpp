@@ -32,7 +32,7 @@ FileLock lockFolder(const fs::path& folder, LockPatience& patience) {
 
 fs::path besideFile(const fs::path& file, const char* suffix) { return file.string() + suffix; }
 
-// Made without opening it. SQLite gives its other files the same mode.
+// Made without opening it. SQLite gives its other files this mode too.
 void makeEmptyFile(const fs::path& file) {
   if (::mknod(file.c_str(), S_IFREG | S_IRUSR | S_IWUSR, 0) == 0) return;
   throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot make", file));

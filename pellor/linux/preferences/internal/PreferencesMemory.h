@@ -19,7 +19,7 @@ namespace pellor {
 
 struct StoredList;
 
-/// The half of a store that lies in memory, the same whatever keeps the values. Any thread; nothing waits here.
+/// The half of a store that lies in memory, whatever keeps the values. Any thread; nothing waits here.
 class PreferencesMemory {
  public:
   struct Pending {

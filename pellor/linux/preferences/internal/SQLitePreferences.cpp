@@ -47,7 +47,7 @@ std::uint64_t randomNumber() {
 }
 
 bool isDamage(const SQLiteError& error) {
-  // What another try on the same connection could not cure.
+  // A failure that another try on this connection could not cure.
   const int code = error.code();
   return code == SQLITE_CORRUPT || code == SQLITE_NOTADB || code == SQLITE_IOERR || code == SQLITE_CANTOPEN ||
          code == SQLITE_READONLY;
@@ -348,7 +348,7 @@ std::shared_ptr<const SQLitePreferences::Snapshot> SQLitePreferences::change(std
   return snapshot;
 }
 
-// In the place of what was put aside, as the versions that they were written as.
+// In the place of damaged values that were put aside, as the versions that they were written as.
 void SQLitePreferences::replaceDamaged(std::string_view domain, Snapshot& snapshot) const {
   const PreferencesDatabase& store = *_database;
   const auto isDamaged = [](const auto& entry) { return entry.second.isGoodCopy; };

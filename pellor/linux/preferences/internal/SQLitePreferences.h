@@ -62,7 +62,7 @@ class SQLitePreferences final : public SharedPreferences {
   bool synchronize(std::string_view domain) override;
   PreferenceAnswer<VersionedPreferences> read(std::span<const std::string> keys, std::string_view domain) override;
   PreferenceWriteAnswer write(const PreferenceChanges& changes, PreferenceWriteID id, std::string_view domain) override;
-  /// The copy is `aside`/<key>-<domain>-<UTC time>.cbor, on the disk when this returns. The same bytes are kept once.
+  /// The copy is `aside`/<key>-<domain>-<UTC time>.cbor, on the disk when this returns. Equal bytes are kept once.
   PutAside putAside(std::string_view key, std::string_view domain) override;
   std::optional<Value> persistentValueForKey(std::string_view key, std::string_view domain) override;
 
@@ -72,9 +72,9 @@ class SQLitePreferences final : public SharedPreferences {
   std::vector<std::string> takeRemarks() override { return _memory.takeRemarks(); }
   WriteCounts writeCounts() const override { return _memory.writeCounts(); }
 
-  /// The copies in `folder`/copies. A store that is gone, or whose file is damaged, is made anew of what this process
-  /// knows of it and of what the newest copy has that is later; without either it is new, or unreadable. A value of
-  /// which neither row is whole is the newest copy's. That the store lacks what the newest copy has is said.
+  /// The copies in `folder`/copies. A store that is gone, or whose file is damaged, is made anew of the values that
+  /// this process knows and of those that are later in the newest copy; without either it is new, or unreadable. A
+  /// value of which neither row is whole is the newest copy's. That the store lacks what the newest copy has is said.
   const StoreCopies& copies() const override { return _copies; }
   std::optional<StoreCopy> copyOfStore(double date) override;
   void setWriteObserver(std::function<void()> observer) override;
@@ -112,7 +112,7 @@ class SQLitePreferences final : public SharedPreferences {
   bool isUpToDate(const Known& known) const PELLOR_REQUIRES(_connectionMutex);
   /// Reads what is stored, unless it is known, and shows it to callers.
   bool renew(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
-  /// The same without showing it.
+  /// Reads what is stored likewise, without showing it.
   bool look(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
   bool lookOnce(std::string_view domain, bool& isReplaced) PELLOR_REQUIRES(_connectionMutex);
   /// What is stored at the moment of the open transaction.
@@ -135,7 +135,7 @@ class SQLitePreferences final : public SharedPreferences {
   bool closeAfter(const SQLiteError& error) PELLOR_REQUIRES(_connectionMutex);
 
   std::filesystem::path asideFolder() const;
-  /// Puts the store's file aside and makes it anew of what is known of it, if anything is. Throws SQLiteError.
+  /// Puts the store's file aside and makes it anew of its known values, if there are any. Throws SQLiteError.
   bool replaceStore(const std::string& reason, const std::function<bool()>& isToGo) PELLOR_REQUIRES(_connectionMutex);
   void replaceLostStore() PELLOR_REQUIRES(_connectionMutex);
   bool replaceDamagedStore(const SQLiteError& error) PELLOR_REQUIRES(_connectionMutex);

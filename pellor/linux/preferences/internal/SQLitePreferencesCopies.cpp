@@ -37,8 +37,8 @@ std::optional<StoreCopy> SQLitePreferences::copyOfStore(double date) {
   return copy;
 }
 
-// A program that has the values keeps them when their file goes. Of domains that it did not read, and of what others
-// wrote after it had read, the copy tells.
+// A program that has the values keeps them when their file goes. The copy has the domains that it did not read, and the
+// values that others wrote after it had read.
 std::optional<StoreCopy> SQLitePreferences::contentOfNewStore() {
   StoreCopy known;
   known.date = wallClockNow();

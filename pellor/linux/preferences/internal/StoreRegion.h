@@ -32,7 +32,7 @@ bool isRegion(std::string_view text);
 
 /// The region and locale that all processes of a store share. Destinations are made canonical by them, so two processes
 /// that each used their own would rewrite each other's list for ever. The first process writes what it proposes; every
-/// other one uses what is there. Stays the same for the life of the object; any thread.
+/// other one uses what is there. It does not change for the life of the object; any thread.
 class StoreRegion {
  public:
   /// What this process would choose. Asked at most once, and only where the store does not say.
@@ -59,7 +59,7 @@ class StoreRegion {
   std::atomic<const RegionAndLocale*> _known = nullptr;  // `_settled`, once it is; written with the lock
   Mutex _mutex;
   std::optional<RegionAndLocale> _settled PELLOR_GUARDED_BY(_mutex);   ///< what the store says
-  std::optional<RegionAndLocale> _proposed PELLOR_GUARDED_BY(_mutex);  ///< stays the same
+  std::optional<RegionAndLocale> _proposed PELLOR_GUARDED_BY(_mutex);  ///< does not change
 };
 
 }  // namespace pellor

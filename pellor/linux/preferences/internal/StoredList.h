@@ -27,8 +27,8 @@ struct ListReading {
 ListReading readList(const PreferencesDatabase& store, const StoredChunks& rows, const PreferenceVersion& version,
                      const StoredList* previous);
 
-/// Reads the rows that are newer than `previous`, which was read or written over the same connection with version
-/// `known`. The list is null when one of them is damaged.
+/// Reads the rows that are newer than `previous`, which was read or written over this connection with version `known`.
+/// The list is null when one of them is damaged.
 ListReading readNewerRows(const PreferencesDatabase& store, const StoredChunks& rows, const PreferenceVersion& version,
                           const std::shared_ptr<const StoredList>& previous, const PreferenceVersion& known);
 

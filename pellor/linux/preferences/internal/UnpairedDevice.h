@@ -1,4 +1,4 @@
-// The sync service of a user who has paired no device.
+// The sync service of a user without a paired device.
 #pragma once
 
 #include "pellor/platform/PreferencesSyncService.h"
