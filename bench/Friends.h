@@ -1,4 +1,4 @@
-// Made-up people: as many as are asked for, and no others the next time.
+// Made-up people: as many as are asked for, and these very ones each time.
 #pragma once
 
 #include <cstddef>
