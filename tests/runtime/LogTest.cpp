@@ -23,7 +23,7 @@ class LogTest : public testing::Test {
   LogHandle handle{"org.example", "main", sink};
 };
 
-TEST_F(LogTest, fillsThePlaceholdersInOrder) {
+TEST_F(LogTest, FillsThePlaceholdersInOrder) {
   handle.log("plain");
   sink->hears = false;
   handle.log("to nobody");
@@ -39,7 +39,7 @@ TEST_F(LogTest, fillsThePlaceholdersInOrder) {
                                                 "[(1, , x, {d = <00ff>, k = true, l = -1.5, t = 700000000.5})] [{}]"}));
 }
 
-TEST_F(LogTest, hidesWhatIsPrivateFromOthers) {
+TEST_F(LogTest, HidesWhatIsPrivateFromOthers) {
   const int line = __LINE__ + 1;
   handle.log("renamed %@ to [%@]", 7, redactable("Ada %@"));
   const LogEntry& entry = sink->entries.at(0);
@@ -70,7 +70,7 @@ TEST(FunctionNameTest, understandsTheSpellingsOfCompilersAndLeavesOthersWhole) {
   for (const auto& [name, signature] : table) EXPECT_EQ(functionName(signature), name) << signature;
 }
 
-TEST(LogDeathTest, anArgumentForEachPlaceholder) {
+TEST(LogDeathTest, AnArgumentForEachPlaceholder) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const LogHandle handle("s", "c", std::make_shared<Collector>());
   EXPECT_DEATH(handle.log("%@ %d", 1), "expected an argument for each placeholder of the log text %@ %d");

@@ -20,7 +20,7 @@ class MainQueueTest : public BothSchedulers {
 };
 INSTANTIATE_TEST_SUITE_P(Schedulers, MainQueueTest, bothSchedulers(), schedulerName);
 
-TEST_P(MainQueueTest, drainRunsWhatWasQueuedAtItsEntryAndMayBeNested) {
+TEST_P(MainQueueTest, DrainRunsWhatWasQueuedAtItsEntryAndMayBeNested) {
   queue.async([&] {
     note("outer");
     queue.async([&] { note("queued by outer"); });
@@ -34,7 +34,7 @@ TEST_P(MainQueueTest, drainRunsWhatWasQueuedAtItsEntryAndMayBeNested) {
   EXPECT_EQ(notes.back(), "after the inner drain");
 }
 
-TEST_P(MainQueueTest, drainRunsTimersThatAreDue) {
+TEST_P(MainQueueTest, DrainRunsTimersThatAreDue) {
   const double due = process->now() + 0.001;
   const auto timer = Timer::make(queue, [&] { note("timer"); });
   const auto later = Timer::make(queue, [&] { note("later"); });
@@ -57,7 +57,7 @@ TEST_P(MainQueueTest, drainRunsTimersThatAreDue) {
   EXPECT_EQ(queue.nextDeadline(), std::nullopt);
 }
 
-TEST_P(MainQueueTest, theWakeHandlerTellsOfWorkForAnEmptyQueueAndOfEarlierTimers) {
+TEST_P(MainQueueTest, TheWakeHandlerTellsOfWorkForAnEmptyQueueAndOfEarlierTimers) {
   int wakes = 0;
   queue.setWakeHandler([&] {
     ++wakes;
@@ -82,7 +82,7 @@ TEST_P(MainQueueTest, theWakeHandlerTellsOfWorkForAnEmptyQueueAndOfEarlierTimers
   EXPECT_EQ(wakes, 4) << "not told of work that was waiting";
 }
 
-TEST_P(MainQueueTest, runServesUntilStopped) {
+TEST_P(MainQueueTest, RunServesUntilStopped) {
   queue.stop();
   queue.async([&] { note("task"); });
   queue.run();
@@ -98,7 +98,7 @@ TEST_P(MainQueueTest, runServesUntilStopped) {
   EXPECT_EQ(notes, (std::vector<std::string>{"task", "before stop", "after stop"}));
 }
 
-TEST(ThreadedMainQueueTest, anEventLoopOfAnyKindCanDriveIt) {
+TEST(ThreadedMainQueueTest, AnEventLoopOfAnyKindCanDriveIt) {
   Process process;
   MainQueue& queue = process.mainQueue();
   std::atomic<int> wakes = 0;
@@ -121,7 +121,7 @@ TEST(ThreadedMainQueueTest, anEventLoopOfAnyKindCanDriveIt) {
   queue.setWakeHandler(nullptr);
 }
 
-TEST(MainQueueDeathTest, isUsedOnItsOwnThreadAndNotNested) {
+TEST(MainQueueDeathTest, IsUsedOnItsOwnThreadAndNotNested) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   Process process;
   EXPECT_DEATH(std::thread([&] { process.mainQueue().drain(); }).join(),

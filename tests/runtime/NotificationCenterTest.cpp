@@ -26,7 +26,7 @@ class NotificationCenterTest : public testing::Test {
   std::vector<std::string> notes;
 };
 
-TEST_F(NotificationCenterTest, callsTheObserversOfANameAndSenderInOrderOfRegistration) {
+TEST_F(NotificationCenterTest, CallsTheObserversOfANameAndSenderInOrderOfRegistration) {
   const auto sender = std::make_shared<Sender>();
   const auto stranger = std::make_shared<Sender>();
   const std::vector<std::shared_ptr<Observation>> observations{
@@ -41,7 +41,7 @@ TEST_F(NotificationCenterTest, callsTheObserversOfANameAndSenderInOrderOfRegistr
   EXPECT_EQ(notes, (std::vector<std::string>{"1", "3", "1", "3"}));
 }
 
-TEST_F(NotificationCenterTest, observersMayRemoveAddAndPostDuringAPost) {
+TEST_F(NotificationCenterTest, ObserversMayRemoveAddAndPostDuringAPost) {
   std::shared_ptr<Observation> first, second, third, added;
   first = center.addObserver("n", [&, capture = std::make_shared<int>(7)](const Notification&) {
     notes.push_back("first");
@@ -57,7 +57,7 @@ TEST_F(NotificationCenterTest, observersMayRemoveAddAndPostDuringAPost) {
   EXPECT_EQ(notes, (std::vector<std::string>{"first", "second", "added", "second"}));
 }
 
-TEST_F(NotificationCenterTest, registrationsEndOnAnyThread) {
+TEST_F(NotificationCenterTest, RegistrationsEndOnAnyThread) {
   int calls = 0;
   for (int i = 0; i < 200; ++i) {
     auto observation = center.addObserver("n", [&](const Notification&) { ++calls; });

@@ -29,7 +29,7 @@ class SettleTest : public BothSchedulers {
 };
 INSTANTIATE_TEST_SUITE_P(Schedulers, SettleTest, bothSchedulers(), schedulerName);
 
-TEST_P(SettleTest, servesTimersWhileAParticipantIsNotSettled) {
+TEST_P(SettleTest, ServesTimersWhileAParticipantIsNotSettled) {
   participant.settled = false;
   const auto pool = SerialQueue::make("pool");
   std::shared_ptr<Timer> second;
@@ -39,7 +39,7 @@ TEST_P(SettleTest, servesTimersWhileAParticipantIsNotSettled) {
   EXPECT_TRUE(participant.settled);
 }
 
-TEST_P(SettleTest, tellsWhatWasNotReached) {
+TEST_P(SettleTest, TellsWhatWasNotReached) {
   participant.written = false;
   EXPECT_FALSE(settle());
   participant.written = true;
@@ -50,7 +50,7 @@ TEST_P(SettleTest, tellsWhatWasNotReached) {
   EXPECT_EQ(participant.settles, 2);
 }
 
-TEST_P(SettleTest, mayBeCalledFromATaskAndNested) {
+TEST_P(SettleTest, MayBeCalledFromATaskAndNested) {
   const auto pool = SerialQueue::make("pool");
   std::atomic<int> ran = 0;
   const auto settleInside = [&](auto& self, int depth) -> void {
@@ -70,7 +70,7 @@ TEST_P(SettleTest, mayBeCalledFromATaskAndNested) {
   EXPECT_EQ(participant.settles, 5);
 }
 
-TEST(ThreadedSettleTest, isWokenThoughASettleInsideItHasReturned) {
+TEST(ThreadedSettleTest, IsWokenThoughASettleInsideItHasReturned) {
   Process process;
   const auto queue = SerialQueue::make("pool");
   for (int i = 0; i < 50; ++i) {
@@ -85,7 +85,7 @@ TEST(ThreadedSettleTest, isWokenThoughASettleInsideItHasReturned) {
 class EndTest : public BothSchedulers {};
 INSTANTIATE_TEST_SUITE_P(Schedulers, EndTest, bothSchedulers(), schedulerName);
 
-TEST_P(EndTest, aNormalEndSettlesAndAnAbandonedProcessDropsItsTasks) {
+TEST_P(EndTest, ANormalEndSettlesAndAnAbandonedProcessDropsItsTasks) {
   std::atomic<int> ran = 0;
   const auto queueEverywhere = [&] {
     SerialQueue::make("serial")->async([&] { ++ran; });
@@ -105,7 +105,7 @@ TEST_P(EndTest, aNormalEndSettlesAndAnAbandonedProcessDropsItsTasks) {
   EXPECT_LE(ran, 2) << "a task of the main queue ran";  // the pool may have been faster
 }
 
-TEST_P(EndTest, handlesMayOutliveTheProcess) {
+TEST_P(EndTest, HandlesMayOutliveTheProcess) {
   auto queue = SerialQueue::make("serial");
   auto readers = ConcurrentQueue::make("concurrent");
   auto onPool = Timer::after(*queue, 3600, [] {});
@@ -130,7 +130,7 @@ struct UsedByTask {
   ~UsedByTask() { EXPECT_TRUE(hasEnded) << "destroyed before the task that uses it ended"; }
 };
 
-TEST(ThreadedEndTest, dropsWhatHasNotStartedAndWaitsForTheTaskInProgress) {
+TEST(ThreadedEndTest, DropsWhatHasNotStartedAndWaitsForTheTaskInProgress) {
   const auto scheduler = std::make_shared<ThreadedScheduler>();
   const Process other(scheduler, nullptr);  // keeps the workers from ending
   auto process = std::make_unique<Process>(scheduler, nullptr);
@@ -154,7 +154,7 @@ TEST(ThreadedEndTest, dropsWhatHasNotStartedAndWaitsForTheTaskInProgress) {
   EXPECT_TRUE(hasEnded);
 }
 
-TEST(ProcessDeathTest, brokenContractsEndTheProgramWithOneLine) {
+TEST(ProcessDeathTest, BrokenContractsEndTheProgramWithOneLine) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   struct StandardErrorSink : LogSink {
     void write(const LogEntry& entry) override { fprintf(stderr, "[log: %s]", entry.messageText().c_str()); }

@@ -11,7 +11,7 @@ namespace {
 using Version = std::vector<int>;  // its number, several times
 
 // Under ThreadSanitizer this also proves that what was stored happened before it is read.
-TEST(PublishedTest, readersSeeWholeVersionsThatNeverGoBack) {
+TEST(PublishedTest, ReadersSeeWholeVersionsThatNeverGoBack) {
   constexpr int last = 2000;
   const auto make = [](int number) { return std::make_shared<const Version>(5, number); };
   Published<std::shared_ptr<const Version>> published(make(0));

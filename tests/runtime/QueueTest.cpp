@@ -21,7 +21,7 @@ class QueueTest : public BothSchedulers {};
 INSTANTIATE_TEST_SUITE_P(Schedulers, QueueTest, bothSchedulers(), schedulerName);
 
 // The records are written without a lock: under ThreadSanitizer this also proves that a task happens before the next.
-TEST_P(QueueTest, serialTasksRunOneAtATimeInTheOrderInWhichTheyWereQueued) {
+TEST_P(QueueTest, SerialTasksRunOneAtATimeInTheOrderInWhichTheyWereQueued) {
   constexpr int count = 500;
   std::vector<std::shared_ptr<SerialQueue>> queues;
   std::vector<std::vector<int>> records(3);
@@ -36,7 +36,7 @@ TEST_P(QueueTest, serialTasksRunOneAtATimeInTheOrderInWhichTheyWereQueued) {
   }
 }
 
-TEST_P(QueueTest, tasksNeverRunInsideTheCallAndKnowWhereTheyRun) {
+TEST_P(QueueTest, TasksNeverRunInsideTheCallAndKnowWhereTheyRun) {
   const auto serial = SerialQueue::make("serial");
   const auto concurrent = ConcurrentQueue::make("concurrent");
   const std::vector<Queue*> queues{serial.get(), concurrent.get(), &process->mainQueue()};
@@ -119,7 +119,7 @@ class Traffic {
   std::atomic<int> _running = 0;
 };
 
-TEST_P(QueueTest, barriersRunAloneAndNothingOvertakesThem) {
+TEST_P(QueueTest, BarriersRunAloneAndNothingOvertakesThem) {
   for (std::uint32_t seed = 1; seed <= 100; ++seed) {
     process.reset();
     process = std::make_unique<Process>(makeScheduler(GetParam(), seed), nullptr);
@@ -168,7 +168,7 @@ class ThreadedQueueTest : public testing::Test {
   Process process;
 };
 
-TEST_F(ThreadedQueueTest, theWorkerThatKeepsTimeWorksWhenTheOthersAreBusy) {
+TEST_F(ThreadedQueueTest, TheWorkerThatKeepsTimeWorksWhenTheOthersAreBusy) {
   const auto queue = SerialQueue::make("test");
   const auto timer = Timer::after(*queue, 3600, [] {});
   for (int i = 0; i < 50; ++i) {
@@ -199,7 +199,7 @@ TEST_F(ThreadedQueueTest, aSynchronousReadNeedsNoWorker) {
   EXPECT_TRUE(process.mainQueue().isCurrent());
 }
 
-TEST_F(ThreadedQueueTest, aSynchronousReadRunsBesideARunningReaderAndAfterARunningBarrier) {
+TEST_F(ThreadedQueueTest, ASynchronousReadRunsBesideARunningReaderAndAfterARunningBarrier) {
   const auto queue = ConcurrentQueue::make("test");
   std::latch readerRuns(1), releaseReader(1), barrierRuns(1), releaseBarrier(1);
   queue->async([&] {
@@ -222,7 +222,7 @@ TEST_F(ThreadedQueueTest, aSynchronousReadRunsBesideARunningReaderAndAfterARunni
   other.join();
 }
 
-TEST_F(ThreadedQueueTest, everyThreadReadsItsOwnWrites) {
+TEST_F(ThreadedQueueTest, EveryThreadReadsItsOwnWrites) {
   constexpr int threadCount = 4, rounds = 300;
   const auto queue = ConcurrentQueue::make("test");
   std::vector<int> counters(threadCount);
@@ -276,7 +276,7 @@ TEST(QualityOfServiceTest, defaultTasksComeFirstAndUtilityWaitsForALimitedTime) 
 using QueueDeathTest = QueueTest;
 INSTANTIATE_TEST_SUITE_P(Schedulers, QueueDeathTest, bothSchedulers(), schedulerName);
 
-TEST_P(QueueDeathTest, aSynchronousReadFromATaskOfTheSameQueueIsFatal) {
+TEST_P(QueueDeathTest, ASynchronousReadFromATaskOfTheSameQueueIsFatal) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto queue = ConcurrentQueue::make("outer");
   const auto other = ConcurrentQueue::make("other");
@@ -286,7 +286,7 @@ TEST_P(QueueDeathTest, aSynchronousReadFromATaskOfTheSameQueueIsFatal) {
   EXPECT_DEATH((queue->async([&] { other->sync(readAgain); }), settle()), message);
 }
 
-TEST_P(QueueDeathTest, whatAQueueGuardsIsUsedInItsTasksAlone) {
+TEST_P(QueueDeathTest, WhatAQueueGuardsIsUsedInItsTasksAlone) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto serial = SerialQueue::make("serial");
   const auto concurrent = ConcurrentQueue::make("concurrent");

@@ -31,7 +31,7 @@ std::string orderUnder(std::uint64_t seed) {
   return order;
 }
 
-TEST(SimulatedSchedulerTest, aSeedDecidesTheOrderAndNothingElse) {
+TEST(SimulatedSchedulerTest, ASeedDecidesTheOrderAndNothingElse) {
   std::set<std::string> orders;
   for (std::uint64_t seed = 0; seed < 200; ++seed) {
     EXPECT_EQ(orderUnder(seed), orderUnder(seed));

@@ -21,7 +21,7 @@ class TimerTest : public BothSchedulers {
 };
 INSTANTIATE_TEST_SUITE_P(Schedulers, TimerTest, bothSchedulers(), schedulerName);
 
-TEST_P(TimerTest, firesOnceOnItsQueueNotBeforeItsTime) {
+TEST_P(TimerTest, FiresOnceOnItsQueueNotBeforeItsTime) {
   for (const auto& queue : queues()) {
     std::atomic<int> fired = 0;
     const double due = process->now() + 0.002;
@@ -42,7 +42,7 @@ TEST_P(TimerTest, firesOnceOnItsQueueNotBeforeItsTime) {
   }
 }
 
-TEST_P(TimerTest, aTimeThatHasPassedFiresWhenTheQueueIsFreeAndNeverInsideTheCall) {
+TEST_P(TimerTest, ATimeThatHasPassedFiresWhenTheQueueIsFreeAndNeverInsideTheCall) {
   const std::vector<double> times{0, process->now(), -std::numeric_limits<double>::infinity(),
                                   std::numeric_limits<double>::quiet_NaN()};
   for (const double time : times) {
@@ -58,7 +58,7 @@ TEST_P(TimerTest, aTimeThatHasPassedFiresWhenTheQueueIsFreeAndNeverInsideTheCall
 }
 
 // A firing is queued at once because its time has passed; what ends it comes before the task runs.
-TEST_P(TimerTest, aFiringThatIsQueuedEndsWithTheTimer) {
+TEST_P(TimerTest, AFiringThatIsQueuedEndsWithTheTimer) {
   std::vector<std::string> fired;
   MainQueue& queue = process->mainQueue();
   const auto cancelled = Timer::after(queue, -1, [&] { fired.push_back("cancelled"); });
@@ -79,7 +79,7 @@ TEST_P(TimerTest, aFiringThatIsQueuedEndsWithTheTimer) {
   EXPECT_TRUE(setLater->isValid());
 }
 
-TEST(ThreadedTimerTest, timersAndLimitsRunSteadilyWhateverIsDoneToTheWallClock) {
+TEST(ThreadedTimerTest, TimersAndLimitsRunSteadilyWhateverIsDoneToTheWallClock) {
   for (const double shift : {-3600.0, 3600.0}) {
     std::atomic<double> wallClock = 700'000'000;
     Process process(std::make_shared<ThreadedScheduler>([&] { return wallClock.load(); }), nullptr);
@@ -101,7 +101,7 @@ TEST(ThreadedTimerTest, timersAndLimitsRunSteadilyWhateverIsDoneToTheWallClock) 
   }
 }
 
-TEST(ThreadedTimerTest, cancelMayRaceWithTheFiring) {
+TEST(ThreadedTimerTest, CancelMayRaceWithTheFiring) {
   Process process;
   const auto queue = SerialQueue::make("test");
   for (int i = 0; i < 200; ++i) {
@@ -124,7 +124,7 @@ TEST(ThreadedTimerTest, cancelMayRaceWithTheFiring) {
 }
 
 // Each timer fires while a worker waits for it: the only one, which was to keep time, and then the one that set it.
-TEST(ThreadedTimerTest, aBusyPoolStillKeepsTime) {
+TEST(ThreadedTimerTest, ABusyPoolStillKeepsTime) {
   Process process;
   const auto busy = SerialQueue::make("busy");
   const auto other = SerialQueue::make("other");

@@ -13,7 +13,7 @@ namespace {
 
 const Data bytes{0, 1, 255};
 
-TEST(ValueTest, aLongArrayEqualsTheArrayOfItsElements) {
+TEST(ValueTest, ALongArrayEqualsTheArrayOfItsElements) {
   Array numbers;
   for (int number = 0; number < 70; ++number) numbers.emplace_back(number);
   const LongArray first{numbers};
@@ -31,7 +31,7 @@ TEST(ValueTest, aLongArrayEqualsTheArrayOfItsElements) {
   EXPECT_EQ(second, Value(numbers));
 }
 
-TEST(ValueTest, comparesContentsAndKnowsSharedOnes) {
+TEST(ValueTest, ComparesContentsAndKnowsSharedOnes) {
   const Value nested(Dictionary{{"a", Array{1, "x", bytes}}, {"b", Date{2}}});
   const Value same(Dictionary{{"b", Date{2}}, {"a", Array{1, "x", bytes}}});
   const Value different(Dictionary{{"a", Array{true, "x", bytes}}, {"b", Date{2}}});
@@ -44,7 +44,7 @@ TEST(ValueTest, comparesContentsAndKnowsSharedOnes) {
   EXPECT_EQ(notANumber, Value(notANumber)) << "a list that holds one would never equal its stored form";
 }
 
-TEST(KeyedArchiveTest, givesBackWhatWasEncoded) {
+TEST(KeyedArchiveTest, GivesBackWhatWasEncoded) {
   using enum CodedClass;
   const std::vector<Value> objects{
       "text", 1, Dictionary{{"list", Array{true, 2.5, bytes, Date{3}}}},
@@ -59,7 +59,7 @@ TEST(KeyedArchiveTest, givesBackWhatWasEncoded) {
   }
 }
 
-TEST(KeyedArchiveTest, whatIsNotAllowedOrMalformedReadsAsAbsent) {
+TEST(KeyedArchiveTest, WhatIsNotAllowedOrMalformedReadsAsAbsent) {
   using enum CodedClass;
   KeyedArchive archive;
   archive.encodeObject("deep", Dictionary{{"list", Array{1, "x"}}});
