@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Checks what the compiler does not: which folder may include which, what is internal, that includes run one way, that the
-# core needs the standard library alone, and that no name in a public header is a word that common frameworks define as a
-# macro.
+# core needs the standard library alone, that no name in a public header is a word that common frameworks define as a
+# macro, and how tests, constants and comments are written.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -86,5 +86,17 @@ report 'pellor/testing/ needs GoogleTest in pellor/testing/contract/ alone' "$(
 report 'Words that frameworks define as macros' \
   "$(grep -rnwE 'slots|signals|emit|foreach' --include='*.h' pellor | grep -vE '^[^:]+:[0-9]+: *//' |
     sed 's,//.*,,' | grep -wE 'slots|signals|emit|foreach' || true)"
+
+# sources_with PATTERN PATH...: lines of sources and headers that match.
+sources_with() {
+  grep -rnE --include='*.h' --include='*.cpp' "$@" || true
+}
+report 'Names of tests are sentences in UpperCamelCase' \
+  "$(sources_with '^ *(TYPED_)?TEST(_F|_P)?\([A-Za-z0-9_]+, *([a-z]|[A-Za-z0-9]*_)' pellor tests examples)"
+report 'Constants have no prefix' \
+  "$(sources_with '\bconstexpr\b[^;=({]*\bk[A-Z][A-Za-z0-9]* *[={[]' pellor cli bench tests examples)"
+report 'Behind a member "///<", in a line of its own "///"' \
+  "$(sources_with '^ *///<|^[^"/]*[^"/ ][^"/]*/// ' pellor cli bench tests examples)"
+report 'Comments name their subjects' "$(sources_with '//.*\b[Ww](hoever|homever)\b|// *The same[ .]' pellor cli bench examples)"
 
 exit $failures
