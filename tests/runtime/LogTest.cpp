@@ -47,7 +47,7 @@ TEST_F(LogTest, HidesWhatIsPrivateFromOthers) {
   EXPECT_EQ(entry.messageText(LogEntry::Private::hidden), "renamed 7 to [<private>]");
 }
 
-TEST(FunctionNameTest, understandsTheSpellingsOfCompilersAndLeavesOthersWhole) {
+TEST(FunctionNameTest, UnderstandsTheSpellingsOfCompilersAndLeavesOthersWhole) {
   const std::pair<std::string, std::string> table[] = {
       {"main", "auto main()::(anonymous class)::operator()(int) const"},
       {"find", "std::vector<std::pair<int, int> > ns::{anonymous}::find(const std::map<int, std::string>&)"},

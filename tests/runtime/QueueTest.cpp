@@ -179,7 +179,7 @@ TEST_F(ThreadedQueueTest, TheWorkerThatKeepsTimeWorksWhenTheOthersAreBusy) {
   }
 }
 
-TEST_F(ThreadedQueueTest, aSynchronousReadNeedsNoWorker) {
+TEST_F(ThreadedQueueTest, ASynchronousReadNeedsNoWorker) {
   const BusyWorkers workers;
   const auto queue = ConcurrentQueue::make("test");
   const auto caller = std::this_thread::get_id();
@@ -242,7 +242,7 @@ TEST_F(ThreadedQueueTest, EveryThreadReadsItsOwnWrites) {
 }
 
 // One worker is free, and each default task asks for the next one and takes 20 ms.
-TEST(QualityOfServiceTest, defaultTasksComeFirstAndUtilityWaitsForALimitedTime) {
+TEST(QualityOfServiceTest, DefaultTasksComeFirstAndUtilityWaitsForALimitedTime) {
   std::atomic<std::chrono::milliseconds> time = 0ms;
   const auto steadyClock = [&] { return std::chrono::steady_clock::time_point(time.load()); };
   Process process(std::make_shared<ThreadedScheduler>(wallClockNow, steadyClock), nullptr);
