@@ -361,7 +361,7 @@ void PLFriendsManager::_finishLoad() {
   }
   _didCompleteInitialLoading = true;
   if (!refreshAgainstAddressBook()) {
-    // A friend who is there twice may have become so by contacts that are gone for a while.
+    // A friend that is there twice may have become so by contacts that are gone for a while.
     if (!_contactsRefresh->isHeld()) _cleanUpFriendListIfNecessary();
     _postChangeNotificationIfNecessary();
   }

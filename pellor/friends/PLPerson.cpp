@@ -41,7 +41,7 @@ void PLPerson::prefetch() const {
   }
 }
 
-// The person is published by whoever asked for it, once it is what was asked for.
+// The caller publishes the person once it is complete.
 std::shared_ptr<PLPerson> PLPerson::_make() { return std::make_shared<PLPerson>(Passkey{}); }
 
 std::shared_ptr<PLPerson> PLPerson::init() {

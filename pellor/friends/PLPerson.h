@@ -117,7 +117,7 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   const PLPersonRecord& record() const { return _published.own(); }
   /// Has the memory of the person, but not that of the record, brought near.
   void prefetch() const;
-  /// The number of the last change of what is persisted, see PLPersonChanges. Any thread.
+  /// The number of the last change of a persisted field, see PLPersonChanges. Any thread.
   std::uint64_t lastChange() const { return _lastChange.number(); }
 
   /// Whether `other` is this friend: the GUIDs are equal, or a destination is shared even if the GUIDs differ. False

@@ -83,7 +83,7 @@ struct PreferenceWriteAnswer {
 
 /// The store. May be called from the main thread and save queues at once; each call is atomic. A process sees its own
 /// values and those of other processes as of its last `synchronize` of the domain (or of its first read of it); others
-/// see nothing of what it set before `synchronize` has succeeded.
+/// see no value that it set before `synchronize` has succeeded.
 class PreferencesStore {
  public:
   virtual ~PreferencesStore() = default;

@@ -79,7 +79,7 @@ class LogFormat {
   template <class Text>
     requires std::convertible_to<Text, std::string_view>
   LogFormat(const Text& text, SourceLocation place = SourceLocation::current()) : _text(text), _place(place) {}
-  /// The same call as that of the operation of that name, of which the calling function is a step of its own.
+  /// This call, under the name of an operation of which the calling function is one step.
   LogFormat as(std::string_view operation) const {
     LogFormat format = *this;
     format._operation = operation;

@@ -2,9 +2,11 @@
 //
 // Ordering: tasks of one serial queue run one at a time in the order in which they were queued, and each happens before
 // the next. On a concurrent queue adjacent reads may run side by side, a barrier runs alone, and no read overtakes a
-// barrier that was queued before it. Queues are strands on a small worker pool, never threads; in a simulation one seed
-// decides which ready task of which queue runs next. A queue carries a quality of service, by which waiting tasks get
-// a free worker; a running task is never interrupted. A save that blocks keeps one worker of at least two.
+// barrier that was queued before it. A queue is no thread: its tasks run on a small worker pool. Queue and strand are
+// two sides of one object: callers see the queue, and give it tasks; the scheduler sees the strand (Strand.h), and
+// gives it turns. In a simulation one seed decides which ready task of which queue runs next. A queue carries a quality
+// of service, by which waiting tasks get a free worker; a running task is never interrupted. A save that blocks keeps
+// one worker of at least two.
 #pragma once
 
 #include <concepts>
@@ -24,7 +26,7 @@ using Task = std::function<void()>;
 /// Which waiting tasks get a free worker first: default ones before those of utility, which wait behind default ones
 /// for at most 50 ms. A simulation does not rank: there the seed alone decides.
 enum class QualityOfService {
-  defaultQuality,  ///< what somebody may be waiting for
+  defaultQuality,  ///< tasks that a user or another queue may be waiting for
   utility,         ///< work that takes longer, such as saves
 };
 
@@ -46,7 +48,7 @@ class PELLOR_CAPABILITY("queue") Queue : public std::enable_shared_from_this<Que
   virtual bool isCurrent() const = 0;
 
   /// Ends the program, in every build, unless the caller runs on this queue and nothing else does meanwhile: on a
-  /// concurrent queue, unless it is a barrier. What the queue guards may be read and written from here on.
+  /// concurrent queue, unless it is a barrier. Members that the queue guards may be read and written from here on.
   void requireCurrent(SourceLocation caller = SourceLocation::current()) const PELLOR_ASSERTS();
 
   Process& process() const { return _process; }
@@ -81,8 +83,8 @@ class ConcurrentQueue : public Queue {
   static std::shared_ptr<ConcurrentQueue> make(std::string label,
                                                QualityOfService qualityOfService = QualityOfService::defaultQuality);
 
-  /// Queues a task that runs alone: after all that was queued before it, before all that is queued after it. Such a
-  /// task takes no lock, waits on no queue and calls no platform service. Any thread.
+  /// Queues a task that runs alone: after every task that was queued before it, and before every one that is queued
+  /// after it. Such a task takes no lock, waits on no queue and calls no platform service. Any thread.
   virtual void asyncBarrier(Task task) = 0;
 
   /// Runs `read` as a reader and returns after it. With nothing queued it runs on the calling thread at once; else the
@@ -94,8 +96,8 @@ class ConcurrentQueue : public Queue {
     syncRead(std::cref(read));
   }
 
-  /// Ends the program, in every build, unless the caller runs on this queue. What the queue guards may be read from
-  /// here on.
+  /// Ends the program, in every build, unless the caller runs on this queue. Members that the queue guards may be read
+  /// from here on.
   void requireReader(SourceLocation caller = SourceLocation::current()) const PELLOR_ASSERTS_READER();
 
  protected:

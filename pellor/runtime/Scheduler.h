@@ -40,7 +40,7 @@ class Scheduler : public std::enable_shared_from_this<Scheduler> {
   /// Gives a pool queue one more turn at the end of a turn, as the last thing that `Strand::runNext` asks for: the
   /// thread that took that turn looks for the next one anyway, so that no thread need be woken.
   virtual void submitAgain(std::shared_ptr<Strand> strand) { submit(std::move(strand)); }
-  /// The same as `submit` for a main queue, whose turns only its own thread can take.
+  /// Gives a main queue one turn, which only its own thread can take.
   virtual void submitMain(MainStrand& mainQueue) = 0;
 
   /// Keeps the deadlines of timers on pool queues. A timer that is due is fired even when all queues are busy.

@@ -34,8 +34,8 @@ bool PLContactsRefresh::refreshFriends() {
   return didRefresh;
 }
 
-// A friend whom another look would change nothing of is passed over. The number is taken over only when all could be
-// looked up, so that a refresh that was cut short stays due.
+// A friend that another look would not change is passed over. The number is taken over only when all could be looked
+// up, so that a refresh that was cut short stays due.
 bool PLContactsRefresh::refreshFriends(AddressBook& addressBook) {
   _PLGetLogSystem().log(LogFormat("refreshing friends against address book").as("_refreshFriends"));
   // Read before the records: what another process changes meanwhile is due after this refresh.

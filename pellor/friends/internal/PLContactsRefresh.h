@@ -30,7 +30,7 @@ class PLContactsRefresh {
   /// Whether the contacts are others than at the last refresh of any process; false when they or the store cannot be
   /// read.
   bool _addressBookSequenceNumberDidChange();
-  /// Brings every friend in step who may not be. Whether the refresh ran to its end: not while it is held back because
+  /// Brings every friend in step that may not be. Whether the refresh ran to its end: not while it is held back because
   /// most of the contacts are gone, nor when they cannot be read.
   bool refreshFriends();
   /// Whether the last refresh that was due was held back.

@@ -15,7 +15,7 @@ namespace pellor {
 
 /// Has the cache line at an address brought near, to be read. Any address will do.
 inline void prefetchLine([[maybe_unused]] const void* address) { PELLOR_PREFETCH(address); }
-/// The same, to be written.
+/// Has the cache line at an address brought near, to be written. Any address will do.
 inline void prefetchLineToWrite([[maybe_unused]] const void* address) { PELLOR_PREFETCH(address, 1); }
 
 #undef PELLOR_PREFETCH

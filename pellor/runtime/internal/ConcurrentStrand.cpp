@@ -15,8 +15,7 @@ ConcurrentStrand::ConcurrentStrand(Process& process, std::shared_ptr<Scheduler> 
 
 bool ConcurrentStrand::isCurrent() const { return TaskContext::innermostQueue() == this; }
 
-/// Who runs on the queue may look without the lock: no barrier begins or ends beside a read, nor beside another
-/// barrier.
+/// A task of the queue may look without the lock: no barrier begins or ends beside a read, nor beside another barrier.
 bool ConcurrentStrand::isCurrentAlone() const { return isCurrent() && _isBarrierRunning; }
 
 void ConcurrentStrand::async(Task task) { append({.task = std::move(task)}); }
@@ -57,8 +56,8 @@ void ConcurrentStrand::enterInTurn(const void* waiter) {
   handOn(next);
 }
 
-/// Takes a place behind what is queued and returns once it is the first that may start. Until then runs what stands
-/// before it and has not been started.
+/// Takes a place behind the queued entries and returns once it is the first that may start. Until then the caller runs
+/// the entries before it that have not been started.
 void ConcurrentStrand::waitForPlace(const void* waiter) {
   _entries.push_back({.task = nullptr, .waiter = waiter});
   ++_waiters;
@@ -101,7 +100,7 @@ bool ConcurrentStrand::runNext() noexcept {
   {
     const MutexLock lock(_mutex);
     _hasTurn = false;
-    // A waiter may have taken what the turn was asked for.
+    // A waiter may have taken the entry that the turn was asked for.
     if (_entries.empty() || _entries.front().waiter || !canStartFirst()) return false;
     entry = startFirst();
     next = takeHandOn();

@@ -31,7 +31,7 @@ class ConcurrentStrand final : public ConcurrentQueue, public Strand {
     bool isBarrier = false;
     const void* waiter = nullptr;
   };
-  /// What a change of what may start asks for, to be done without the lock.
+  /// The follow-up of a change that lets entries start, to be done without the lock.
   struct HandOn {
     bool wakesWaiters = false;
     bool asksForTurn = false;
@@ -55,8 +55,8 @@ class ConcurrentStrand final : public ConcurrentQueue, public Strand {
 
   Mutex _mutex;
   Condition _changed;
-  std::deque<Entry> _entries PELLOR_GUARDED_BY(_mutex);  // what has not started
-  std::size_t _readers PELLOR_GUARDED_BY(_mutex) = 0;    // what is running
+  std::deque<Entry> _entries PELLOR_GUARDED_BY(_mutex);  // entries that have not started
+  std::size_t _readers PELLOR_GUARDED_BY(_mutex) = 0;    // reads that are running
   bool _isBarrierRunning PELLOR_GUARDED_BY(_mutex) = false;
   bool _hasTurn PELLOR_GUARDED_BY(_mutex) = false;
   std::size_t _waiters PELLOR_GUARDED_BY(_mutex) = 0;  // threads in `sync` that look at the entries

@@ -43,7 +43,7 @@ bool startsLambda(std::string_view text) {
   return text.starts_with("<lambda") || text.starts_with("(anonymous class)") || text.starts_with("(lambda");
 }
 
-/// What stands behind the parameters and is no part of the name: a return type or a constraint.
+/// Text behind the parameters that is no part of the name: a return type or a constraint.
 bool startsTail(std::string_view text) { return text.starts_with("->") || text.starts_with(" requires "); }
 
 bool isName(std::string_view text) {

@@ -8,7 +8,7 @@ namespace pellor {
 
 /// The unqualified name of the function that a compiler describes as `signature` (std::source_location::function_name),
 /// without template arguments; of a lambda, that of the function around it. Understands the spellings of GCC, clang and
-/// MSVC, and bare names; what it does not understand it gives whole.
+/// MSVC, and bare names; another spelling it gives whole.
 std::string functionName(std::string_view signature);
 
 }  // namespace pellor

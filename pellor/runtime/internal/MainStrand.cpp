@@ -77,7 +77,7 @@ Task MainStrand::takeFromBatch() {
   return task;
 }
 
-/// Takes all that is queued into the empty batch. Returns `task`, or the first of those in place of none.
+/// Takes all queued tasks into the empty batch. Returns `task`, or the first of those in place of none.
 Task MainStrand::refillBatch(Task task) {
   _batch.swap(_tasks);
   if (!task) task = takeFromBatch();

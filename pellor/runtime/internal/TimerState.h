@@ -1,4 +1,4 @@
-// What a timer's handle, the deadline list and a firing task share.
+// The state that a timer's handle, the deadline list and a firing task share.
 #pragma once
 
 #include <cstdint>
@@ -16,7 +16,7 @@ class Strand;
 /// does nothing once the generation has moved on.
 class TimerState : public std::enable_shared_from_this<TimerState> {
  public:
-  /// `strand` is the same object as `queue`.
+  /// `strand` and `queue` are two sides of one object.
   TimerState(std::shared_ptr<Queue> queue, Strand& strand, Task handler);
 
   void fireAt(double time);
