@@ -12,28 +12,28 @@
 namespace pellor {
 namespace {
 
-constexpr std::array kKinds{PLFriendsManagerPersonAdded, PLFriendsManagerPersonDeleted, PLFriendsManagerPersonMoved,
-                            PLFriendsManagerPersonUpdated};
+constexpr std::array Kinds{PLFriendsManagerPersonAdded, PLFriendsManagerPersonDeleted, PLFriendsManagerPersonMoved,
+                           PLFriendsManagerPersonUpdated};
 
 struct Names {
-  std::array<std::string_view, kKinds.size()> names;
+  std::array<std::string_view, Kinds.size()> names;
   std::size_t count = 0;
 };
 
 // The names of every set of kinds, by its bits.
-constexpr auto kNamesOfSets = [] {
-  std::array<Names, 1U << kKinds.size()> sets;
+constexpr auto NamesOfSets = [] {
+  std::array<Names, 1U << Kinds.size()> sets;
   for (std::size_t bits = 0; bits < sets.size(); ++bits) {
-    for (std::size_t kind = 0; kind < kKinds.size(); ++kind) {
-      if (bits >> kind & 1U) sets[bits].names[sets[bits].count++] = kKinds[kind];
+    for (std::size_t kind = 0; kind < Kinds.size(); ++kind) {
+      if (bits >> kind & 1U) sets[bits].names[sets[bits].count++] = Kinds[kind];
     }
   }
   return sets;
 }();
 
 std::uint8_t bitOf(std::string_view changeType) {
-  const auto kind = std::ranges::find(kKinds, changeType);
-  return kind == kKinds.end() ? std::uint8_t{0} : static_cast<std::uint8_t>(1U << (kind - kKinds.begin()));
+  const auto kind = std::ranges::find(Kinds, changeType);
+  return kind == Kinds.end() ? std::uint8_t{0} : static_cast<std::uint8_t>(1U << (kind - Kinds.begin()));
 }
 
 }  // namespace
@@ -42,9 +42,9 @@ void PLChangeTypes::insert(std::string_view changeType) { _kinds |= bitOf(change
 
 bool PLChangeTypes::contains(std::string_view changeType) const { return (_kinds & bitOf(changeType)) != 0; }
 
-const std::string_view* PLChangeTypes::begin() const { return kNamesOfSets[_kinds].names.data(); }
+const std::string_view* PLChangeTypes::begin() const { return NamesOfSets[_kinds].names.data(); }
 
-const std::string_view* PLChangeTypes::end() const { return begin() + kNamesOfSets[_kinds].count; }
+const std::string_view* PLChangeTypes::end() const { return begin() + NamesOfSets[_kinds].count; }
 
 struct PLChangeLog::Content {
   Content() = default;

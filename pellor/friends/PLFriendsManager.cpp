@@ -43,22 +43,20 @@ namespace pellor {
 namespace {
 
 #ifdef PELLOR_CHECK_INVARIANTS
-constexpr bool kChecksInvariants = true;
+constexpr bool ChecksInvariants = true;
 #else
-constexpr bool kChecksInvariants = false;
+constexpr bool ChecksInvariants = false;
 #endif
 
-constexpr double kAddressBookRefreshDelay = 0.2;
+constexpr double AddressBookRefreshDelay = 0.2;
 // Between the attempts to read a store that fails.
-constexpr BackOff::Pauses kLoadRetryPauses{.first = 0.1, .longest = 60};
+constexpr BackOff::Pauses LoadRetryPauses{.first = 0.1, .longest = 60};
 // An edit that was overtaken is made again at once and then, while others keep writing, after random parts of these.
-constexpr BackOff::Pauses kOvertakenPauses{.first = 0.005, .longest = 0.25};
+constexpr BackOff::Pauses OvertakenPauses{.first = 0.005, .longest = 0.25};
 
 std::uint64_t saturatingProduct(std::uint64_t left, std::uint64_t right) {
-  if (right != 0 && left > std::numeric_limits<std::uint64_t>::max() / right) {
-    return std::numeric_limits<std::uint64_t>::max();
-  }
-  return left * right;
+  constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
+  return right != 0 && left > largest / right ? largest : left * right;
 }
 
 PreferencesStore& preferencesOf(Process& process) { return *platformOf(process).preferences; }
@@ -197,8 +195,8 @@ PLFriendsManager::PLFriendsManager(Passkey, Process& process, std::string domain
                                                            [this] { _followAddressBook(weak_from_this()); })),
       _lookUpQueue(std::make_unique<PLLookUpQueue>()),
       _favorites(std::make_unique<PLFavorites>(process, [this] { _bringFavoritesIfDue(); })),
-      _loadRetry(std::make_unique<PLRetryTimer>(process.mainQueue(), kLoadRetryPauses)),
-      _overtakenRetry(std::make_unique<PLRetryTimer>(process.mainQueue(), kOvertakenPauses, &process.scheduler())) {
+      _loadRetry(std::make_unique<PLRetryTimer>(process.mainQueue(), LoadRetryPauses)),
+      _overtakenRetry(std::make_unique<PLRetryTimer>(process.mainQueue(), OvertakenPauses, &process.scheduler())) {
   _process.addSettleParticipant(*_client);
 }
 
@@ -878,7 +876,7 @@ void PLFriendsManager::_addressBookChanged(const Notification& notification) {
     self->_needsAddressBookRefresh = true;
     if (self->_addressBookRefreshTimer && self->_addressBookRefreshTimer->isValid()) return;
     self->_addressBookRefreshTimer =
-        Timer::after(self->_process.mainQueue(), kAddressBookRefreshDelay, [weak] { _followAddressBook(weak); });
+        Timer::after(self->_process.mainQueue(), AddressBookRefreshDelay, [weak] { _followAddressBook(weak); });
   });
 }
 
@@ -968,7 +966,7 @@ void PLFriendsManager::_removeFriendsAtIndices(const std::vector<std::uint64_t>&
 // A look at all slots for each of many edits would make them take as many times as long as there are slots: of a long
 // list some edits are checked, as many as keep it in proportion.
 void PLFriendsManager::_checkInvariants() const {
-  if constexpr (kChecksInvariants) {
+  if constexpr (ChecksInvariants) {
     constexpr std::uint64_t slotsCheckedEachTime = 1024;
     if (_friendList->occupiedCount() % (1 + _friendList->count() / slotsCheckedEachTime) != 0) return;
     if (const auto violation = _indexViolation()) fatal(*violation);

@@ -17,42 +17,42 @@ namespace {
 
 // Stored, the list, its chunk, the friend and its metadata are around an entry, and all friends of a chunk share its
 // row.
-constexpr std::size_t kDeepestEntry = DeepestPreference - 4;
-constexpr std::size_t kLongestMetadata = LongestPreference / (2 * LongArray::ChunkSize);
+constexpr std::size_t DeepestEntry = DeepestPreference - 4;
+constexpr std::size_t LongestMetadata = LongestPreference / (2 * LongArray::ChunkSize);
 // More than any store puts before a value.
-constexpr std::size_t kHead = 16;
+constexpr std::size_t Head = 16;
 
 std::optional<std::size_t> lengthOf(const Dictionary& entries, std::size_t depth);
 
 // How many bytes a store takes for the value at most; absent when it is nested deeper, or longer, than can be stored.
 std::optional<std::size_t> lengthOf(const Value& value, std::size_t depth) {
-  if (const std::string* text = value.string()) return kHead + text->size();
-  if (const Data* data = value.data()) return kHead + data->size();
+  if (const std::string* text = value.string()) return Head + text->size();
+  if (const Data* data = value.data()) return Head + data->size();
   if (const Dictionary* entries = value.dictionary()) return lengthOf(*entries, depth);
   const Array* elements = value.array();
-  if (!elements) return kHead;
+  if (!elements) return Head;
   if (depth == 0) return std::nullopt;
-  std::size_t length = kHead;
+  std::size_t length = Head;
   for (const Value& element : *elements) {
     const auto more = lengthOf(element, depth - 1);
-    if (!more || (length += *more) > kLongestMetadata) return std::nullopt;
+    if (!more || (length += *more) > LongestMetadata) return std::nullopt;
   }
   return length;
 }
 
 std::optional<std::size_t> lengthOf(const Dictionary& entries, std::size_t depth) {
   if (depth == 0) return std::nullopt;
-  std::size_t length = kHead;
+  std::size_t length = Head;
   for (const auto& [key, value] : entries) {
     const auto more = lengthOf(value, depth - 1);
-    if (!more || (length += kHead + key.size() + *more) > kLongestMetadata) return std::nullopt;
+    if (!more || (length += Head + key.size() + *more) > LongestMetadata) return std::nullopt;
   }
   return length;
 }
 
 bool canBeStored(const Dictionary& metadata) {
-  const auto length = lengthOf(metadata, kDeepestEntry + 1);
-  return length && *length <= kLongestMetadata;
+  const auto length = lengthOf(metadata, DeepestEntry + 1);
+  return length && *length <= LongestMetadata;
 }
 
 struct PersonMetadataQueue {

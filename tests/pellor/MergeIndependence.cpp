@@ -19,7 +19,7 @@ struct Concerns {
 // What is changed together, by its name.
 std::map<std::string, std::vector<std::optional<Value>>> fieldsOf(const Friend& person) {
   std::map<std::string, std::vector<std::optional<Value>>> fields{{"block", blockOf(person.form)}};
-  for (const std::string_view key : kOwnFields) fields[std::string(key)] = {at(person.form, key)};
+  for (const std::string_view key : OwnFields) fields[std::string(key)] = {at(person.form, key)};
   for (const auto& [key, value] : metadataOf(person.form)) fields["metadata " + key] = {value};
   return fields;
 }

@@ -211,9 +211,9 @@ std::optional<Dictionary> Judge::expectedForm(Tag tag) const {
   const Dictionary before = base ? writtenForm(formOf(*base)) : Dictionary();
   const Dictionary after = writtenForm(formOf(*ours));
   if (blockOf(before) == blockOf(expected)) {
-    for (const std::string_view key : kBlock) set(expected, key, at(after, key));
+    for (const std::string_view key : Block) set(expected, key, at(after, key));
   }
-  for (const std::string_view key : kOwnFields) {
+  for (const std::string_view key : OwnFields) {
     if (at(before, key) != at(after, key)) set(expected, key, at(after, key));
   }
   Dictionary metadata = metadataOf(expected);

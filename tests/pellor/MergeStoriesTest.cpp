@@ -55,7 +55,7 @@ Triple tripleOf(const Story& story) {
   return triple;
 }
 
-const Story kStories[] = {
+const Story Stories[] = {
     {"both add, in other places", 9, "[A - -]", "[A B -]", "[A - C]", "[A B C]"},
     {"both add in one place", 9, "[A - -]", "[A B -]", "[A C -]", "[A B C]"},
     {"of two places as near the later", 9, "[A - - - -]", "[A - B - -]", "[A - C - -]", "[A - B C -]"},
@@ -98,7 +98,7 @@ const Story kStories[] = {
 };
 
 TEST(MergeStoriesTest, WhatComesOut) {
-  for (const Story& story : kStories) {
+  for (const Story& story : Stories) {
     SCOPED_TRACE(story.what);
     const Triple triple = tripleOf(story);
     const PLMergeInput input = inputOf(triple, triple.theirs, triple.ours);

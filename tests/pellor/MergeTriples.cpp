@@ -54,7 +54,7 @@ Dictionary metadataOf(const Dictionary& form) {
 
 std::vector<std::optional<Value>> blockOf(const Dictionary& form) {
   std::vector<std::optional<Value>> block;
-  for (const std::string_view key : kBlock) block.push_back(at(form, key));
+  for (const std::string_view key : Block) block.push_back(at(form, key));
   return block;
 }
 

@@ -72,9 +72,9 @@ struct Triple {
 Triple makeTriple(std::uint64_t seed);
 
 /// The fields of a form that change together, and those of their own beside the metadata.
-inline constexpr std::array kBlock{PLPersonRecordIDKey, PLPersonRecordGUIDKey, PLPersonDatabaseUIDKey,
-                                   PLPersonNameKey,     PLPersonAllValuesKey,  PLPersonMonogramKey};
-inline constexpr std::array kOwnFields{PLPersonReplyAsKey, std::string_view("PreferredDestination")};
+inline constexpr std::array Block{PLPersonRecordIDKey, PLPersonRecordGUIDKey, PLPersonDatabaseUIDKey,
+                                  PLPersonNameKey,     PLPersonAllValuesKey,  PLPersonMonogramKey};
+inline constexpr std::array OwnFields{PLPersonReplyAsKey, std::string_view("PreferredDestination")};
 
 std::optional<Value> at(const Dictionary& form, std::string_view key);
 Dictionary metadataOf(const Dictionary& form);

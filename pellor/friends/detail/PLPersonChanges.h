@@ -41,10 +41,10 @@ class PLTouches {
   }
 
  private:
-  static constexpr std::size_t kRemembered = 256;
-  std::array<const PLPerson*, kRemembered> _persons{};  // main queue
-  std::atomic<std::uint64_t> _count{0};                 // counted on the main queue
-  std::atomic<std::uint64_t> _countElsewhere{0};        // counted at touches on other threads
+  static constexpr std::size_t Remembered = 256;
+  std::array<const PLPerson*, Remembered> _persons{};  // main queue
+  std::atomic<std::uint64_t> _count{0};                // counted on the main queue
+  std::atomic<std::uint64_t> _countElsewhere{0};       // counted at touches on other threads
 };
 
 /// The counts of one process: `process.local<PLPersonChanges>()`. Any thread.
@@ -70,13 +70,13 @@ class PLChangeNumber {
   /// The number; `Changing` while a change is under way.
   std::uint64_t number() const {
     const std::uint64_t state = _state.load(std::memory_order_acquire);
-    return state >= kOneChange ? Changing : state;
+    return state >= OneChange ? Changing : state;
   }
 
   /// Before a persisted field becomes something else; a change that is queued begins when it is queued. A reader of the
   /// new count finds the change under way.
   void begin(PLPersonChanges& changes) {
-    _state.fetch_add(kOneChange, std::memory_order_acq_rel);
+    _state.fetch_add(OneChange, std::memory_order_acq_rel);
     changes.changes.fetch_add(1, std::memory_order_acq_rel);
   }
   /// After it has. Counted while it still reads as under way: a reader of the new count never finds the old number.
@@ -85,13 +85,13 @@ class PLChangeNumber {
     std::uint64_t state = _state.load(std::memory_order_relaxed);
     std::uint64_t ended = 0;
     do {
-      const std::uint64_t others = (state / kOneChange - 1) * kOneChange;
-      ended = others + (state % kOneChange < number ? number : state % kOneChange);
+      const std::uint64_t others = (state / OneChange - 1) * OneChange;
+      ended = others + (state % OneChange < number ? number : state % OneChange);
     } while (!_state.compare_exchange_weak(state, ended, std::memory_order_acq_rel, std::memory_order_relaxed));
   }
 
  private:
-  static constexpr std::uint64_t kOneChange = std::uint64_t{1} << 40U;
+  static constexpr std::uint64_t OneChange = std::uint64_t{1} << 40U;
 
   // How many changes are under way, and below that the number of the last one that ended.
   std::atomic<std::uint64_t> _state{0};  // changed at the begin and end of each change, on any thread

@@ -12,14 +12,14 @@
 namespace pellor {
 namespace {
 
-constexpr std::array<std::pair<std::string_view, PLPersonRecord::Text>, PLPersonRecord::TextCount> kTexts{
+constexpr std::array<std::pair<std::string_view, PLPersonRecord::Text>, PLPersonRecord::TextCount> Texts{
     {{PLPersonRecordGUIDKey, PLPersonRecord::_abRecordGUID},
      {PLPersonDatabaseUIDKey, PLPersonRecord::_abDatabaseUID},
      {PLPersonNameKey, PLPersonRecord::_name},
      {PLPersonReplyAsKey, PLPersonRecord::_preferredReplyAs},
      {PLPersonMonogramKey, PLPersonRecord::_initials}}};
 
-const Dictionary kNoMetadata;
+const Dictionary NoMetadata;
 
 bool isRecordID(std::int64_t integer) { return integer == static_cast<std::int32_t>(integer); }
 
@@ -38,8 +38,8 @@ void PLPersonForm::read() {
   _allValues = nullptr;
   _metadata = nullptr;
   for (const EntryView& entry : _entries) {
-    const auto text = std::ranges::find(kTexts, entry.key, [](const auto& known) { return known.first; });
-    if (text != kTexts.end() && entry.kind == Value::Kind::string) {
+    const auto text = std::ranges::find(Texts, entry.key, [](const auto& known) { return known.first; });
+    if (text != Texts.end() && entry.kind == Value::Kind::string) {
       _content.texts[text->second] = entry.text;
     } else if (entry.key == PLPersonRecordIDKey && entry.kind == Value::Kind::integer) {
       _content._abRecordID = static_cast<std::int32_t>(entry.integer);
@@ -67,7 +67,7 @@ bool PLPersonForm::hasStoredDestinations() const {
   return _allValues && !(_allValues->texts.empty() && _allValues->hasOnlyTexts);
 }
 
-const Dictionary& PLPersonForm::metadata() const { return _metadata ? *_metadata : kNoMetadata; }
+const Dictionary& PLPersonForm::metadata() const { return _metadata ? *_metadata : NoMetadata; }
 
 const PLPersonRecord::Content& PLPersonForm::content() {
   if (!_hasContent) makeContent(false);
@@ -135,7 +135,7 @@ PersonDictionary PLPersonForm::written() {
   const PLPersonRecord::Content& form = content();
   PersonDictionary dictionary{{std::string(PLPersonRecordIDKey), form._abRecordID},
                               {std::string(PLPersonAllValuesKey), Array(_destinations.begin(), _destinations.end())}};
-  for (const auto& [key, text] : kTexts) {
+  for (const auto& [key, text] : Texts) {
     if (form.texts[text]) dictionary.emplace(key, *form.texts[text]);
   }
   dictionary.emplace(PLPersonMonogramKey, "");

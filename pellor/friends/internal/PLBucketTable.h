@@ -22,10 +22,10 @@ namespace pellor {
 /// hashes, and growing walks through old and new ones side by side.
 template <class HashOf>
 class PLBucketTable {
-  static constexpr unsigned kPlaces = 5;
+  static constexpr unsigned Places = 5;
   struct alignas(64) Bucket {
-    std::array<std::uintptr_t, kPlaces> addresses{};  // 0 where there is room
-    std::array<std::uint32_t, kPlaces> numbers{};
+    std::array<std::uintptr_t, Places> addresses{};  // 0 where there is room
+    std::array<std::uint32_t, Places> numbers{};
     std::uint32_t passed = 0;
   };
 
@@ -54,7 +54,7 @@ class PLBucketTable {
 
   /// Makes room for so many entries in all, so that entering them needs no growth.
   void reserve(std::size_t count) {
-    if (count > capacity()) resize(std::max(count * 8 / (kPlaces * 7) + 1, grownBucketCount()));
+    if (count > capacity()) resize(std::max(count * 8 / (Places * 7) + 1, grownBucketCount()));
   }
 
   /// Has the memory where such an entry belongs brought near, so that what is done meanwhile need not be waited for.
@@ -68,7 +68,7 @@ class PLBucketTable {
     std::size_t index = home(hash);
     for (std::size_t step = 0; step < _bucketCount; ++step, index = following(index)) {
       Bucket& bucket = _buckets[index];
-      for (unsigned place = 0; place < kPlaces; ++place) {
+      for (unsigned place = 0; place < Places; ++place) {
         if (bucket.addresses[place] != 0 && matches(bucket.addresses[place], bucket.numbers[place])) {
           return {bucket, place};
         }
@@ -83,7 +83,7 @@ class PLBucketTable {
     std::size_t index = home(hash);
     for (std::size_t step = 0; step < _bucketCount; ++step, index = following(index)) {
       Bucket& bucket = _buckets[index];
-      for (unsigned place = 0; place < kPlaces; ++place) {
+      for (unsigned place = 0; place < Places; ++place) {
         if (bucket.numbers[place] == number && bucket.addresses[place] != 0 && matches(bucket.addresses[place])) {
           return {bucket, place};
         }
@@ -111,7 +111,7 @@ class PLBucketTable {
   template <class Visit>
   void forEach(const Visit& visit) const {
     for (std::size_t index = 0; index < _bucketCount; ++index) {
-      for (unsigned place = 0; place < kPlaces; ++place) {
+      for (unsigned place = 0; place < Places; ++place) {
         if (_buckets[index].addresses[place] != 0) visit(Cursor(_buckets[index], place));
       }
     }
@@ -119,7 +119,7 @@ class PLBucketTable {
 
  private:
   // There is always room in one of eight places: searches stay short, and an insertion finds its place.
-  std::size_t capacity() const { return _bucketCount * kPlaces * 7 / 8; }
+  std::size_t capacity() const { return _bucketCount * Places * 7 / 8; }
   std::size_t grownBucketCount() const { return _bucketCount + _bucketCount / 2 + 1; }
   std::size_t home(std::uint32_t hash) const {
     return static_cast<std::size_t>((std::uint64_t{hash} * _bucketCount) >> 32);
@@ -131,7 +131,7 @@ class PLBucketTable {
       Bucket& bucket = _buckets[index];
       // Which place is free cannot be foreseen: looking at all of them is faster than guessing wrong.
       unsigned room = 0;
-      for (unsigned place = 0; place < kPlaces; ++place) {
+      for (unsigned place = 0; place < Places; ++place) {
         room |= static_cast<unsigned>(bucket.addresses[place] == 0) << place;
       }
       if (room != 0) {

@@ -14,7 +14,7 @@ namespace pellor {
 namespace {
 
 // How many friends' records are in memory at once during a refresh.
-constexpr std::size_t kFriendsReadAtOnce = 1000;
+constexpr std::size_t FriendsReadAtOnce = 1000;
 
 }  // namespace
 
@@ -42,8 +42,8 @@ bool PLContactsRefresh::refreshFriends(AddressBook& addressBook) {
   const std::int32_t number = addressBook.sequenceNumber();
   _reconciliation.begin(*platformOf(_process).addressBook, addressBook, _friendList.count());
   const std::vector<std::uint64_t> indices = indicesOfFriendsToRefresh(addressBook);
-  for (std::size_t first = 0; first < indices.size(); first += kFriendsReadAtOnce) {
-    const std::size_t count = std::min(kFriendsReadAtOnce, indices.size() - first);
+  for (std::size_t first = 0; first < indices.size(); first += FriendsReadAtOnce) {
+    const std::size_t count = std::min(FriendsReadAtOnce, indices.size() - first);
     refreshFriendsAtIndices(std::span(indices).subspan(first, count), addressBook);
   }
   const bool isComplete = addressBook.isReadable();

@@ -36,7 +36,7 @@ void PLDirtyChunks::name(const PLSlotList& list) {
 
 void PLDirtyChunks::remember(const std::vector<std::uint64_t>& chunks, bool areKnown) {
   const std::uint64_t changes = _changes.changes.load(std::memory_order_acquire);
-  if (!areKnown || _history.size() + chunks.size() > kLongHistory) {
+  if (!areKnown || _history.size() + chunks.size() > LongHistory) {
     _history.clear();
     _historyBegin = changes;
     return;
@@ -87,6 +87,6 @@ void PLDirtyChunks::beginAt(std::uint64_t changes, std::uint64_t elsewhere) {
   _hasAll = true;
 }
 
-bool PLDirtyChunks::isLong() const { return _chunks.size() > kLong; }
+bool PLDirtyChunks::isLong() const { return _chunks.size() > Long; }
 
 }  // namespace pellor

@@ -55,8 +55,8 @@ class PLDirtyChunks {
   bool isLong() const;
 
  private:
-  static constexpr std::size_t kLong = 256;
-  static constexpr std::size_t kLongHistory = 4096;
+  static constexpr std::size_t Long = 256;
+  static constexpr std::size_t LongHistory = 4096;
 
   void remember(const std::vector<std::uint64_t>& chunks, bool areKnown);
 

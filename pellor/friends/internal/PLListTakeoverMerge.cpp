@@ -11,7 +11,7 @@
 namespace pellor {
 namespace {
 
-constexpr std::uint64_t kChunk = PLSlotSnapshot::ChunkSize;
+constexpr std::uint64_t Chunk = PLSlotSnapshot::ChunkSize;
 
 Dictionary formWrittenFor(const Dictionary& stored) {
   if (stored.empty()) return stored;
@@ -31,7 +31,7 @@ void visitDifferingSlots(const PLStoredVersion& base, const std::vector<bool>& d
     for (std::uint64_t place = 0; place < std::min(persons.size(), elements.size()); ++place) {
       if (persons[place] == EmptySlot) continue;
       elements.view(place, element);
-      if (!element.isEmpty()) visit(chunk * kChunk + place, persons[place]);
+      if (!element.isEmpty()) visit(chunk * Chunk + place, persons[place]);
     }
   }
 }
@@ -69,9 +69,9 @@ LongArray extended(const LongArray& list, std::uint64_t count) {
   if (count == 0) return list;
   const std::uint64_t size = list.size() + count;
   auto chunks = list.chunks();
-  chunks.resize((size + kChunk - 1) / kChunk);
+  chunks.resize((size + Chunk - 1) / Chunk);
   for (std::uint64_t chunk = 0; chunk < chunks.size(); ++chunk) {
-    const std::uint64_t wanted = std::min(kChunk, size - chunk * kChunk);
+    const std::uint64_t wanted = std::min(Chunk, size - chunk * Chunk);
     if (!chunks[chunk] || chunks[chunk]->size() != wanted) chunks[chunk] = chunkOfSize(chunks[chunk], wanted);
   }
   return LongArray(std::move(chunks));
@@ -88,16 +88,16 @@ void endWhereTheirsEnds(PLMergeResult& merged, const LongArray& theirs) {
 }
 
 std::optional<std::uint64_t> slotInTheirs(const PLMergeResult& merged, std::uint64_t slot) {
-  const auto chunk = merged.theirFriends.find(slot / kChunk);
+  const auto chunk = merged.theirFriends.find(slot / Chunk);
   if (chunk == merged.theirFriends.end()) return slot;
-  return slot % kChunk < chunk->second.size() ? chunk->second[slot % kChunk] : std::nullopt;
+  return slot % Chunk < chunk->second.size() ? chunk->second[slot % Chunk] : std::nullopt;
 }
 
 // Whether both are one element or equal ones.
 bool areEqual(const LongArray& left, std::uint64_t leftSlot, const LongArray& right, std::uint64_t rightSlot) {
-  const auto origin = left.chunks()[leftSlot / kChunk]->origin(leftSlot % kChunk);
-  const auto& chunk = right.chunks()[rightSlot / kChunk];
-  if (origin.chunk == chunk && origin.index == rightSlot % kChunk) return true;
+  const auto origin = left.chunks()[leftSlot / Chunk]->origin(leftSlot % Chunk);
+  const auto& chunk = right.chunks()[rightSlot / Chunk];
+  if (origin.chunk == chunk && origin.index == rightSlot % Chunk) return true;
   return left.at(leftSlot) == right.at(rightSlot);
 }
 
@@ -144,14 +144,14 @@ PLMergeResult PLListTakeover::merge(const PLBaseline& base, const PLStoredList& 
 PLFriendOrigins PLListTakeover::friendsInBase(const PLStoredVersion& base, const PLSlotSnapshot& list) const {
   const std::vector<bool> differs = base.differingChunks(list);
   std::unordered_map<const PLPerson*, std::uint64_t> firstSlots;
-  firstSlots.reserve(static_cast<std::size_t>(std::ranges::count(differs, true)) * kChunk);
+  firstSlots.reserve(static_cast<std::size_t>(std::ranges::count(differs, true)) * Chunk);
   PLFriendOrigins origins;
   visitDifferingSlots(base, differs, [&](std::uint64_t slot, const Slot& person) {
     firstSlots.try_emplace(person.get(), slot);
-    if (slot >= list.count() || list.chunk(slot / kChunk)[slot % kChunk] != person) return;
-    PLChunkOrigins& inBase = origins[slot / kChunk];
-    inBase.resize(list.chunk(slot / kChunk).size());
-    inBase[slot % kChunk] = slot;
+    if (slot >= list.count() || list.chunk(slot / Chunk)[slot % Chunk] != person) return;
+    PLChunkOrigins& inBase = origins[slot / Chunk];
+    inBase.resize(list.chunk(slot / Chunk).size());
+    inBase[slot % Chunk] = slot;
   });
   for (std::uint64_t chunk = 0; chunk < differs.size(); ++chunk) {
     if (!differs[chunk]) continue;
@@ -188,22 +188,22 @@ std::map<std::uint64_t, std::vector<Slot>> PLListTakeover::personsOfTheirs(const
                                                                            const PLMergeResult& merged) const {
   std::map<std::uint64_t, std::vector<Slot>> persons;
   const auto chunkOf = [&](std::uint64_t slot) -> std::vector<Slot>& {
-    const auto [found, isNew] = persons.try_emplace(slot / kChunk);
+    const auto [found, isNew] = persons.try_emplace(slot / Chunk);
     if (!isNew) return found->second;
-    const std::uint64_t first = slot / kChunk * kChunk;
-    found->second.resize(std::min<std::uint64_t>(kChunk, theirs.list.size() - first));
-    const bool isInPlace = !merged.theirFriends.contains(slot / kChunk);
+    const std::uint64_t first = slot / Chunk * Chunk;
+    found->second.resize(std::min<std::uint64_t>(Chunk, theirs.list.size() - first));
+    const bool isInPlace = !merged.theirFriends.contains(slot / Chunk);
     for (std::uint64_t place = 0; isInPlace && place < found->second.size(); ++place) {
       if (first + place < _friendList.count()) found->second[place] = _friendList.at(first + place);
     }
     return found->second;
   };
   for (const auto& [chunk, origins] : merged.theirFriends) {
-    if (chunk * kChunk < theirs.list.size()) chunkOf(chunk * kChunk);
+    if (chunk * Chunk < theirs.list.size()) chunkOf(chunk * Chunk);
     for (std::uint64_t place = 0; place < origins.size(); ++place) {
-      const std::uint64_t slot = chunk * kChunk + place;
+      const std::uint64_t slot = chunk * Chunk + place;
       if (!origins[place] || slot >= _friendList.count()) continue;
-      chunkOf(*origins[place])[*origins[place] % kChunk] = _friendList.at(slot);
+      chunkOf(*origins[place])[*origins[place] % Chunk] = _friendList.at(slot);
     }
   }
   return persons;
@@ -229,7 +229,7 @@ void PLListTakeover::markDifferences(const PLStoredList& theirs, const PLMergeRe
   for (std::uint64_t chunk = 0; chunk < result.size(); ++chunk) {
     const bool isTheirs = chunk < theirs.list.chunks().size() && result[chunk] == theirs.list.chunks()[chunk];
     if (isTheirs && !merged.theirFriends.contains(chunk)) continue;
-    const std::uint64_t first = chunk * kChunk;
+    const std::uint64_t first = chunk * Chunk;
     for (std::uint64_t slot = first; slot < std::min(first + result[chunk]->size(), _friendList.count()); ++slot) {
       const Slot& person = _friendList.at(slot);
       if (person == EmptySlot) continue;

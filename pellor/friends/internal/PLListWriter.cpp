@@ -13,11 +13,11 @@
 namespace pellor {
 namespace {
 
-constexpr double kSaveDelay = 0.1;
+constexpr double SaveDelay = 0.1;
 // Between the attempts to write to a store that fails.
-constexpr BackOff::Pauses kRetryPauses{.first = 0.1, .longest = 60};
+constexpr BackOff::Pauses RetryPauses{.first = 0.1, .longest = 60};
 // More writes whose outcome nobody knows are not remembered: merged once more, what such a one wrote stays as it is.
-constexpr std::size_t kMostUnknownWrites = 16;
+constexpr std::size_t MostUnknownWrites = 16;
 
 // For the check of skipped work.
 bool haveSameSlots(const PLSlotSnapshot& one, const PLSlotSnapshot& other) {
@@ -42,7 +42,7 @@ PLListWriter::PLListWriter(Passkey, Process& process, std::string domain)
           SerialQueue::make(std::string(PLVendorPrefix) + ".Pellor.PLFriendsManager.Save", QualityOfService::utility)),
       _writer(process.scheduler().randomNumber() | 1U),
       _dirtyChunks(process.local<PLPersonChanges>()),
-      _retryPauses(kRetryPauses) {}
+      _retryPauses(RetryPauses) {}
 
 // --- What is to be written -----------------------------------------------------------------------------------------
 
@@ -191,7 +191,7 @@ void PLListWriter::_requestSave() {
     self->_saveQueue->requireCurrent();
     if (self->_saveOperation) self->_saveOperation->invalidate();
     std::weak_ptr<PLListWriter> weak = self;
-    self->setSaveOperation(PLDelayedOperation::initWithQueueDelayBlock(self->_saveQueue, kSaveDelay, [weak] {
+    self->setSaveOperation(PLDelayedOperation::initWithQueueDelayBlock(self->_saveQueue, SaveDelay, [weak] {
       const auto writer = weak.lock();
       if (!writer) return;
       writer->_saveQueue->requireCurrent();
@@ -313,7 +313,7 @@ void PLListWriter::adopt(PLListWrite& write, const VersionedPreferences& written
 void PLListWriter::rememberUnknown(const PLListWrite& write) {
   if (!write.changesBase()) return;
   const MutexLock lock(_mutex);
-  if (_unknownWrites.size() == kMostUnknownWrites) _unknownWrites.erase(_unknownWrites.begin());
+  if (_unknownWrites.size() == MostUnknownWrites) _unknownWrites.erase(_unknownWrites.begin());
   _unknownWrites.push_back(std::make_shared<const PLListWrite>(write));
 }
 

@@ -8,12 +8,12 @@
 namespace pellor {
 namespace {
 
-constexpr std::array kBlock{PLPersonRecordIDKey, PLPersonRecordGUIDKey, PLPersonDatabaseUIDKey,
-                            PLPersonNameKey,     PLPersonAllValuesKey,  PLPersonMonogramKey};
-constexpr std::array kChoices{PLPersonReplyAsKey, PLPersonPreferredDestinationKey};
+constexpr std::array Block{PLPersonRecordIDKey, PLPersonRecordGUIDKey, PLPersonDatabaseUIDKey,
+                           PLPersonNameKey,     PLPersonAllValuesKey,  PLPersonMonogramKey};
+constexpr std::array Choices{PLPersonReplyAsKey, PLPersonPreferredDestinationKey};
 
-const Dictionary kNone;
-const Array kNoDestinations;
+const Dictionary None;
+const Array NoDestinations;
 
 std::string_view textOf(const Dictionary& form, std::string_view key) {
   const Value* value = valueForKey(form, key);
@@ -23,12 +23,12 @@ std::string_view textOf(const Dictionary& form, std::string_view key) {
 
 const Array& destinationsOf(const Dictionary& form) {
   const Value* value = valueForKey(form, PLPersonAllValuesKey);
-  return value && value->array() ? *value->array() : kNoDestinations;
+  return value && value->array() ? *value->array() : NoDestinations;
 }
 
 const Dictionary& metadataOf(const Dictionary& form) {
   const Value* value = valueForKey(form, PLPersonMetadataKey);
-  return value && value->dictionary() ? *value->dictionary() : kNone;
+  return value && value->dictionary() ? *value->dictionary() : None;
 }
 
 bool areEqual(const Value* one, const Value* other) { return one && other ? *one == *other : one == other; }
@@ -72,12 +72,12 @@ std::string_view identifyingGUID(const Dictionary& form) { return textOf(form, P
 std::string_view nameOf(const Dictionary& form) { return textOf(form, PLPersonNameKey); }
 
 bool haveSameBlock(const Dictionary& one, const Dictionary& other) {
-  return std::ranges::all_of(kBlock, [&](std::string_view key) { return haveSameValue(one, other, key); });
+  return std::ranges::all_of(Block, [&](std::string_view key) { return haveSameValue(one, other, key); });
 }
 
 std::string keyOfBlock(const Dictionary& form) {
   std::string key;
-  for (const std::string_view each : kBlock) {
+  for (const std::string_view each : Block) {
     const Value* value = valueForKey(form, each);
     key += (value ? value->description() : std::string()) + '\0';
   }
@@ -105,10 +105,10 @@ PLMergedForm mergeForms(const Dictionary& base, const Dictionary& theirsAsWritte
   if (!haveSameBlock(base, ours) && !haveSameBlock(theirsAsWritten, ours)) {
     merged.bothChangedBlock = !haveSameBlock(base, theirsAsWritten);
     if (!merged.bothChangedBlock) {
-      for (const std::string_view key : kBlock) take(merged.form, ours, key);
+      for (const std::string_view key : Block) take(merged.form, ours, key);
     }
   }
-  for (const std::string_view key : kChoices) {
+  for (const std::string_view key : Choices) {
     if (!haveSameValue(base, ours, key)) take(merged.form, ours, key);
   }
   mergeMetadata(merged.form, base, ours);

@@ -16,9 +16,9 @@ namespace {
 using Page = std::int64_t;  // one before the first page is a place as well
 
 // More bearers do not tell which page is which.
-constexpr std::size_t kTitleBearers = 16;
+constexpr std::size_t TitleBearers = 16;
 // Up to as much in common, it is cheaper to stop counting early than to count pages once.
-constexpr std::int64_t kFewInCommon = 64;
+constexpr std::int64_t FewInCommon = 64;
 
 struct Node {
   Page base;
@@ -114,7 +114,7 @@ void addTitles(PairsInCommon& inCommon, const PLTitledSlots& base, const PLTitle
   const PagesByTitle theirPages = pagesByTitle(theirs);
   for (const auto& [title, pages] : pagesByTitle(base)) {
     const auto found = theirPages.find(title);
-    if (found == theirPages.end() || std::max(pages.size(), found->second.size()) > kTitleBearers) continue;
+    if (found == theirPages.end() || std::max(pages.size(), found->second.size()) > TitleBearers) continue;
     for (const Page page : pages) {
       for (const Page other : found->second) {
         if (page != other) inCommon.try_emplace({page, other}, 0);
@@ -159,7 +159,7 @@ std::int64_t sumOf(const std::vector<Node>& nodes) {
 // Where that costs as much as can be won in all, it is not worth a look.
 void dropHopeless(std::vector<Node>& nodes, Diagonal& diagonal) {
   const std::int64_t limit = sumOf(nodes);
-  if (limit <= kFewInCommon) {
+  if (limit <= FewInCommon) {
     std::erase_if(nodes, [&](const Node& node) { return diagonal.reaches(node.low(), node.high(), limit); });
     return;
   }

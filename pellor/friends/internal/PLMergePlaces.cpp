@@ -7,7 +7,7 @@ namespace pellor {
 PLMergePlaces::Occupant PLMergePlaces::at(Place place) const {
   const auto changed = _changed.find(place);
   if (changed != _changed.end()) return changed->second;
-  if (place.page >= kFirstInserted) return {};
+  if (place.page >= FirstInserted) return {};
   const std::uint64_t slot = place.page * _theirs.groupSize() + place.position;
   return _theirs.isEmpty(slot) ? Occupant() : Occupant{Occupant::Side::theirs, slot};
 }
@@ -22,7 +22,7 @@ std::uint64_t PLMergePlaces::occupiedCount(std::uint64_t page) const {
 
 std::optional<std::uint64_t> PLMergePlaces::insertPage(std::uint64_t theirCount) {
   if (pageCount() >= _maxGroupCount) return std::nullopt;
-  const std::uint64_t page = kFirstInserted + _inserted.size();
+  const std::uint64_t page = FirstInserted + _inserted.size();
   const auto next = std::ranges::upper_bound(_inserted, theirCount, {}, &Inserted::behind);
   _inserted.insert(next, {theirCount, page});
   return page;
@@ -45,13 +45,13 @@ std::optional<std::uint64_t> PLMergePlaces::restorePage() {
 }
 
 std::optional<std::uint64_t> PLMergePlaces::theirPage(std::uint64_t page) const {
-  return page < kFirstInserted ? std::optional(page) : std::nullopt;
+  return page < FirstInserted ? std::optional(page) : std::nullopt;
 }
 
 std::uint64_t PLMergePlaces::indexOf(std::uint64_t page) const {
   std::uint64_t theirCount = page;
   std::uint64_t inserted = 0;
-  if (page >= kFirstInserted) {
+  if (page >= FirstInserted) {
     const auto found = std::ranges::find(_inserted, page, &Inserted::page);
     theirCount = found->behind;
     inserted = static_cast<std::uint64_t>(found - _inserted.begin());
@@ -64,7 +64,7 @@ std::uint64_t PLMergePlaces::indexOf(std::uint64_t page) const {
 }
 
 bool PLMergePlaces::isInGroups(std::uint64_t page) const {
-  if (page < kFirstInserted && (page >= _end || _gone.contains(page))) return false;
+  if (page < FirstInserted && (page >= _end || _gone.contains(page))) return false;
   return indexOf(page) < _maxGroupCount;
 }
 

@@ -83,7 +83,7 @@ class PLMergePlaces {
   const std::map<Place, Occupant>& changed() const { return _changed; }
 
  private:
-  static constexpr std::uint64_t kFirstInserted = std::uint64_t{1} << 48;
+  static constexpr std::uint64_t FirstInserted = std::uint64_t{1} << 48;
 
   struct Inserted {
     std::uint64_t behind;  // so many pages of theirs

@@ -7,7 +7,7 @@
 namespace pellor {
 namespace {
 
-const std::shared_ptr<const ArrayChunk> kNoChunk;
+const std::shared_ptr<const ArrayChunk> NoChunk;
 
 // Where an element was first made: equal homes are equal elements.
 struct Home {
@@ -40,7 +40,7 @@ bool areEqual(const EntryView& one, const EntryView& other) {
 }  // namespace
 
 const std::shared_ptr<const ArrayChunk>& PLMergeSlots::chunk(std::uint64_t index) const {
-  return index < chunkCount() ? _list.chunks()[index] : kNoChunk;
+  return index < chunkCount() ? _list.chunks()[index] : NoChunk;
 }
 
 // To look at an element may be to decode it, and a merge asks of the same slot many times.

@@ -9,7 +9,7 @@ namespace pellor {
 namespace {
 
 // A bus that has not brought an own post back for so long is taken for gone.
-constexpr double kEchoLimit = 2;
+constexpr double EchoLimit = 2;
 
 bool takeOne(std::uint64_t& count) {
   if (count == 0) return false;
@@ -59,10 +59,10 @@ bool PLOwnPosts::takeTitlesEcho() { return !_settings.haveOneExternalName() && t
 
 void PLOwnPosts::awaitEchoes() {
   if (haveAllEchoes() || (_timer && _timer->isValid())) return;
-  const double pause = std::max(0.0, _lastPost + kEchoLimit - _process.now());
+  const double pause = std::max(0.0, _lastPost + EchoLimit - _process.now());
   // The timer ends with this object.
   _timer = Timer::after(_process.mainQueue(), pause, [this] {
-    if (_process.now() < _lastPost + kEchoLimit) return;
+    if (_process.now() < _lastPost + EchoLimit) return;
     _postCount = 0;
     _titlePostCount = 0;
   });

@@ -9,18 +9,18 @@
 namespace pellor {
 namespace {
 
-constexpr unsigned kStretchBits = 9;
+constexpr unsigned StretchBits = 9;
 
 // Fewer fit into the nearest memory in any order.
-constexpr std::size_t kFewPersons = 512;
+constexpr std::size_t FewPersons = 512;
 
-std::size_t stretchOf(const PLHashedPerson& person) { return person.hash >> (32 - kStretchBits); }
+std::size_t stretchOf(const PLHashedPerson& person) { return person.hash >> (32 - StretchBits); }
 
 }  // namespace
 
 std::vector<PLHashedPerson> inTableOrder(std::vector<PLHashedPerson> persons) {
-  if (persons.size() < kFewPersons) return persons;
-  std::array<std::size_t, (1U << kStretchBits) + 1> next{};
+  if (persons.size() < FewPersons) return persons;
+  std::array<std::size_t, (1U << StretchBits) + 1> next{};
   for (const PLHashedPerson& person : persons) ++next[stretchOf(person) + 1];
   for (std::size_t stretch = 1; stretch < next.size(); ++stretch) next[stretch] += next[stretch - 1];
   std::vector<PLHashedPerson> ordered(persons.size());

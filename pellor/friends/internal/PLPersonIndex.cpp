@@ -12,11 +12,11 @@
 namespace pellor {
 namespace {
 
-constexpr std::size_t kWord = sizeof(std::uint64_t);
+constexpr std::size_t Word = sizeof(std::uint64_t);
 
 std::uint64_t wordAt(const char* text) {
   std::uint64_t word = 0;
-  std::memcpy(&word, text, kWord);
+  std::memcpy(&word, text, Word);
   return word;
 }
 
@@ -41,15 +41,15 @@ std::uint32_t identifierHash(std::string_view identifier) {
   std::uint64_t odd = ~seed;
   const char* text = identifier.data();
   const char* const end = text + identifier.size();
-  for (; end - text > std::ptrdiff_t{2 * kWord}; text += 2 * kWord) {
+  for (; end - text > std::ptrdiff_t{2 * Word}; text += 2 * Word) {
     even = mixed(even, wordAt(text));
-    odd = mixed(odd, wordAt(text + kWord));
+    odd = mixed(odd, wordAt(text + Word));
   }
-  if (identifier.size() < kWord) {
+  if (identifier.size() < Word) {
     even = mixed(even, shortWord(identifier));
   } else {
-    even = mixed(even, wordAt(end - text < std::ptrdiff_t{kWord} ? end - 2 * kWord : text));
-    odd = mixed(odd, wordAt(end - kWord));
+    even = mixed(even, wordAt(end - text < std::ptrdiff_t{Word} ? end - 2 * Word : text));
+    odd = mixed(odd, wordAt(end - Word));
   }
   return static_cast<std::uint32_t>(mixed(even, (odd << 32U) | (odd >> 32U)) >> 32U);
 }

@@ -12,8 +12,8 @@
 namespace pellor {
 namespace {
 
-constexpr double kDefaultAnswerDelay = 5.0;
-constexpr double kRelayQueryTimeout = 30.0;
+constexpr double DefaultAnswerDelay = 5.0;
+constexpr double RelayQueryTimeout = 30.0;
 
 // Whether statuses are checked in this process, decided once.
 struct DestinationStatusCheck {
@@ -74,7 +74,7 @@ void PLReachability::refreshDestinationStatuses() {
   }
   if (_startQuery(_destinations(), false)) return;
   // The answer is about the friends that there are when it comes, and comes: the list is kept until then.
-  _process.mainQueue().asyncAfter(kDefaultAnswerDelay, [self = shared_from_this(), client = _client.lock()] {
+  _process.mainQueue().asyncAfter(DefaultAnswerDelay, [self = shared_from_this(), client = _client.lock()] {
     const DestinationStatuses statuses = allValid(self->_destinations());
     _PLGetLogSystem().log("faking Relay status update");
     self->idStatusUpdatedForDestinations(statuses);
@@ -84,7 +84,7 @@ void PLReachability::refreshDestinationStatuses() {
 void PLReachability::_queryDestinations(const DestinationSet& destinations) {
   if (_startQuery(destinations, true)) return;
   _process.mainQueue().asyncAfter(
-      kDefaultAnswerDelay, [self = shared_from_this(), client = _client.lock(), destinations] {
+      DefaultAnswerDelay, [self = shared_from_this(), client = _client.lock(), destinations] {
         _PLGetLogSystem().log("faking Relay status update for [ %@ ]", redactable(joined(destinations)));
         self->idStatusUpdatedForDestinations(allValid(destinations));
       });
@@ -169,7 +169,7 @@ std::int64_t PLReachability::_numberOfUnreachableFriends() const {
 
 void PLReachability::_startRelayQueryTimeoutTimer() {
   if (_relayQueryTimeoutTimer) return;
-  _relayQueryTimeoutTimer = Timer::after(_process.mainQueue(), kRelayQueryTimeout, [weak = weak_from_this()] {
+  _relayQueryTimeoutTimer = Timer::after(_process.mainQueue(), RelayQueryTimeout, [weak = weak_from_this()] {
     if (auto self = weak.lock()) self->_relayQueryTimeoutTimerFired();
   });
 }

@@ -9,25 +9,25 @@ namespace pellor {
 namespace {
 
 // The wall clock, by which refreshes are held back, may be set meanwhile.
-constexpr double kLongestPause = 60.0 * 60;
-constexpr double kShortestPause = 1;
-constexpr const char* kOperation = "refreshAgainstAddressBook";
+constexpr double LongestPause = 60.0 * 60;
+constexpr double ShortestPause = 1;
+constexpr const char* Operation = "refreshAgainstAddressBook";
 
 }  // namespace
 
 bool PLRefreshHold::holdsBack() {
   const auto fall = platformOf(_process).addressBook->contactsFall();
   if (!fall) {
-    if (isHolding()) _PLGetLogSystem().log(LogFormat("refreshing friends is held back no longer").as(kOperation));
+    if (isHolding()) _PLGetLogSystem().log(LogFormat("refreshing friends is held back no longer").as(Operation));
     _timer = nullptr;
     return false;
   }
   if (!isHolding()) {
     _PLGetLogSystem().log(
-        LogFormat("refreshing friends is held back: only %lu of %lu contacts are there").as(kOperation), fall->now,
+        LogFormat("refreshing friends is held back: only %lu of %lu contacts are there").as(Operation), fall->now,
         fall->before);
   }
-  const double pause = std::clamp(fall->secondsLeft, kShortestPause, kLongestPause);
+  const double pause = std::clamp(fall->secondsLeft, ShortestPause, LongestPause);
   _timer = Timer::after(_process.mainQueue(), pause, _refresh);
   return true;
 }

@@ -26,15 +26,15 @@ namespace {
 
 using Node = detail::SlotNode;
 
-constexpr unsigned kBits = 5;
-constexpr std::uint64_t kFanOut = 1U << kBits;
-static_assert(kFanOut == PLSlotSnapshot::ChunkSize);
-constexpr unsigned kGreatestHeight = 64 / kBits;
+constexpr unsigned Bits = 5;
+constexpr std::uint64_t FanOut = 1U << Bits;
+static_assert(FanOut == PLSlotSnapshot::ChunkSize);
+constexpr unsigned GreatestHeight = 64 / Bits;
 
 // How many slots a full tree of that height has.
-std::uint64_t extent(unsigned height) { return kFanOut << (kBits * height); }
+std::uint64_t extent(unsigned height) { return FanOut << (Bits * height); }
 
-std::uint64_t childIndex(std::uint64_t index, unsigned height) { return (index >> (kBits * height)) & (kFanOut - 1); }
+std::uint64_t childIndex(std::uint64_t index, unsigned height) { return (index >> (Bits * height)) & (FanOut - 1); }
 
 void visitNode(const Node& node, unsigned height, const std::function<void(const Slot&)>& visit) {
   if (height == 0) {
@@ -66,7 +66,7 @@ class Difference {
     }
     if (&node == other) return;
     if (height == 0) return _visit(firstChunk);
-    const std::uint64_t width = extent(height - 1) / kFanOut;
+    const std::uint64_t width = extent(height - 1) / FanOut;
     for (std::size_t index = 0; index < node.children.size(); ++index) {
       const Node* counterpart = counterpartOfChild(index, height, other, otherHeight);
       visit(*node.children[index], height - 1, counterpart, counterpart == other ? otherHeight : height - 1,
@@ -110,7 +110,7 @@ struct PLSlotList::Path {
   }
   Node& chunk() const { return *nodes[length - 1]; }
 
-  std::array<Node*, kGreatestHeight + 1> nodes;
+  std::array<Node*, GreatestHeight + 1> nodes;
   unsigned length = 0;
 };
 
@@ -119,7 +119,7 @@ PLSlotList::PLSlotList() : _root(makeNode(0)) {}
 std::uint64_t PLSlotList::occupiedCount() const { return _root->occupied; }
 
 const Slot& PLSlotList::at(std::uint64_t index) const {
-  return leafOf(*_root, _height, index).content[index & (kFanOut - 1)];
+  return leafOf(*_root, _height, index).content[index & (FanOut - 1)];
 }
 
 void PLSlotList::set(std::uint64_t index, Slot slot) {
@@ -147,7 +147,7 @@ Slot PLSlotList::setInTree(std::uint64_t index, Slot slot) {
   ++_version;
   const Path path = writablePath(index);
   auto& content = path.chunk().content;
-  const std::uint64_t place = index & (kFanOut - 1);
+  const std::uint64_t place = index & (FanOut - 1);
   if (place == content.size()) content.push_back(EmptySlot);
   path.count(content[place] != EmptySlot, slot != EmptySlot);
   content[place].swap(slot);
@@ -170,7 +170,7 @@ PLSlotList::Path PLSlotList::writablePath(std::uint64_t index) {
 std::shared_ptr<PLSlotList::Node> PLSlotList::makeNode(unsigned height) const {
   auto node = std::make_shared<Node>();
   node->edition = _edition;
-  if (height == 0) node->content.reserve(kFanOut);
+  if (height == 0) node->content.reserve(FanOut);
   return node;
 }
 
@@ -206,15 +206,15 @@ void PLSlotList::remove(std::uint64_t first, std::uint64_t count) {
 // stay as they are are not copied.
 void PLSlotList::moveDownInTree(std::uint64_t first, std::uint64_t by, std::uint64_t end) {
   std::vector<Slot> moved;
-  moved.reserve(kFanOut);
+  moved.reserve(FanOut);
   for (std::uint64_t next = first; next < end; next += moved.size()) {
     moved.clear();
-    const std::uint64_t place = next & (kFanOut - 1);
-    const std::uint64_t stop = std::min(end, next - place + kFanOut);
+    const std::uint64_t place = next & (FanOut - 1);
+    const std::uint64_t stop = std::min(end, next - place + FanOut);
     for (std::uint64_t index = next; index < stop;) {
       const auto& source = leafOf(*_root, _height, index + by).content;
-      const std::uint64_t from = (index + by) & (kFanOut - 1);
-      const std::uint64_t count = std::min(kFanOut - from, stop - index);
+      const std::uint64_t from = (index + by) & (FanOut - 1);
+      const std::uint64_t count = std::min(FanOut - from, stop - index);
       moved.insert(moved.end(), source.begin() + static_cast<std::ptrdiff_t>(from),
                    source.begin() + static_cast<std::ptrdiff_t>(from + count));
       index += count;
