@@ -185,11 +185,10 @@ PLPageOrigins PLPageLayout::pagesInBase(const PLBaseline& base) const {
 
 bool PLPageLayout::havePagesMoved(const PLBaseline& base) const {
   const PLPageOrigins pages = pagesInBase(base);
-  if (pages.empty()) return false;
   for (std::uint64_t index = 0; index < pages.size(); ++index) {
     if (pages[index] != index) return true;
   }
-  return base.pages && pages.size() < base.pages->size();
+  return base.pages && count() < base.pages->size();
 }
 
 std::uint64_t PLPageLayout::pageCountOf(const LongArray& list) const {

@@ -1,0 +1,122 @@
+// Which page each group is, whatever came or went in front of it.
+#include <algorithm>
+#include <string>
+
+#include "tests/pellor/OneList.h"
+
+namespace pellor {
+namespace {
+
+using Origin = std::optional<std::uint64_t>;
+
+class PageNumbersTest : public OneList {
+ protected:
+  /// Three pages.
+  PageNumbersTest() {
+    layOut("abcdef");
+    base.pages = pages->pageNumbers();
+  }
+
+  /// "1 2 -": the pages of a baseline that the groups are.
+  std::string origins(const PLBaseline& of) const {
+    const PLPageOrigins found = pages->pagesInBase(of);
+    std::string text;
+    for (const Origin& page : found) text += (text.empty() ? "" : " ") + (page ? std::to_string(*page) : "-");
+    return text;
+  }
+  /// "1" takes that group out, "+" appends one.
+  void edit(std::string_view edits) {
+    for (const char edit : edits) {
+      edit == '+' ? pages->_addEmptyGroup() : pages->_removeGroupAtIndex(static_cast<std::uint64_t>(edit - '0'));
+    }
+  }
+  static LongArray listOf(std::size_t slotCount) { return LongArray(Array(slotCount, Value(Dictionary{}))); }
+
+  PLBaseline base;
+};
+
+TEST_F(PageNumbersTest, AGroupStaysThePageOfTheBaselineThatItIs) {
+  const struct {
+    const char* edits;
+    const char* origins;
+    bool haveMoved;
+  } rows[] = {
+      {"", "", false},         {"+", "0 1 2 3", false}, {"++", "0 1 2 3 4", false}, {"0", "1 2", true},
+      {"1", "0 2", true},      {"2", "0 1", true},      {"0+", "1 2 3", true},      {"2+", "0 1 3", true},
+      {"00", "2", true},       {"000+", "3", true},     {"+1+", "0 2 3 4", true},   {"+3", "0 1 2", false},
+      {"+2+3", "0 1 3", true}, {"210", "", true},
+  };
+  for (const auto& row : rows) {
+    layOut("abcdef");
+    base.pages = pages->pageNumbers();
+    edit(row.edits);
+    EXPECT_EQ(origins(base), row.origins) << row.edits;
+    EXPECT_EQ(pages->havePagesMoved(base), row.haveMoved) << row.edits;
+  }
+}
+
+TEST_F(PageNumbersTest, NumbersAreOneObjectUntilGroupsComeOrGo) {
+  fill("abcdefghi");
+  pages->_updateFriendGroups();
+  EXPECT_NE(pages->pageNumbers(), base.pages);
+  base.pages = pages->pageNumbers();
+  list.set(0, EmptySlot);
+  pages->_updateFriendGroups();
+  EXPECT_EQ(pages->pageNumbers(), base.pages);
+  base.pages = std::make_shared<const std::vector<std::uint64_t>>(*base.pages);
+  EXPECT_EQ(origins(base), "0 1 2 3") << "the same numbers in another object";
+  EXPECT_FALSE(pages->havePagesMoved(base));
+  EXPECT_EQ(origins(PLBaseline()), "0 1 2 3") << "of a baseline without pages all are appended";
+}
+
+// What a merge answers about the pages of the stored list is what the groups are told of the baseline made from it.
+TEST_F(PageNumbersTest, GroupsHaveThePagesOfTheStoredListThatTheyWereMergedWith) {
+  const struct {
+    const char* what;
+    std::size_t theirSlots;
+    std::size_t mergedSlots;
+    PLPageOrigins theirPages;
+    const char* edits;
+    std::vector<Origin> pages;
+    std::uint64_t pageCount;
+  } rows[] = {
+      {"all are at their places", 9, 9, {}, "", {0, 1, 2}, 3},
+      {"the last is not merged", 6, 6, {}, "", {0, 1, 2}, 3},
+      {"and stored pages lie between", 12, 6, {}, "", {0, 1, 4}, 5},
+      {"of a page that is not whole", 10, 6, {}, "", {0, 1, 4}, 5},
+      {"they lack one, which is no page of theirs", 6, 9, {0, Origin(), 1}, "", {0, Origin(), 1}, 2},
+      {"they have one more in front", 9, 6, {1, 2}, "", {1, 2, 3}, 4},
+      {"they lie crosswise, with others behind", 9, 9, {2, 0, 1}, "+", {2, 0, 1, 3}, 4},
+      {"the first of theirs is gone", 12, 9, {1, 2, 3}, "", {1, 2, 3}, 4},
+      {"pages that are not whole, with others behind", 7, 5, {Origin(), 2}, "+", {Origin(), 2, 3, 4}, 5},
+  };
+  for (const auto& row : rows) {
+    layOut("abcdef");
+    edit(row.edits);
+    PLMergeResult merged;
+    merged.list = listOf(row.mergedSlots);
+    merged.theirPages = row.theirPages;
+    const LongArray theirs = listOf(row.theirSlots);
+    const auto own = *pages->pageNumbers();
+    base.pages = pages->pageNumbersOfTheirs(theirs, &merged);
+    auto sorted = *base.pages;
+    std::ranges::sort(sorted);
+    EXPECT_TRUE(std::ranges::adjacent_find(sorted) == sorted.end()) << "no two of one number: " << row.what;
+    EXPECT_EQ(base.pages->size(), row.pageCount) << row.what;
+    for (std::uint64_t index = 0; index < row.pages.size(); ++index) {
+      EXPECT_EQ(pages->pageInTheirs(index, theirs, &merged), row.pages[index]) << row.what << " " << index;
+      if (const Origin page = row.pages[index]) {
+        EXPECT_EQ(base.pages->at(*page), own[index]) << row.what << " " << index;
+      }
+    }
+    const auto inBase = pages->pagesInBase(base);
+    if (!inBase.empty()) {
+      EXPECT_EQ(inBase, row.pages) << row.what;
+    }
+  }
+  EXPECT_EQ(pages->pageNumbersOfTheirs(listOf(30), nullptr), pages->pageNumbers()) << "loaded as it is";
+  EXPECT_EQ(pages->pageInTheirs(2, listOf(30), nullptr), 2U);
+}
+
+}  // namespace
+}  // namespace pellor
