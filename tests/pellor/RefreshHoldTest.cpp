@@ -1,13 +1,14 @@
-// Contacts of which most are gone take no friend along.
-#include "pellor/friends/PLPerson.h"
+// Whether refreshing waits for contacts that are gone: the rule, and the part that follows it.
 #include "pellor/platform/RefreshHold.h"
-#include "tests/pellor/ManagerWorld.h"
+
+#include <optional>
+
+#include "pellor/friends/internal/PLRefreshHold.h"
+#include "tests/pellor/OneProcess.h"
 
 namespace pellor {
 namespace {
 
-constexpr std::string_view Held = "refreshing friends is held back: only ";
-constexpr std::string_view Refreshing = "refreshing friends against address book";
 constexpr double Hour = 60.0 * 60;
 constexpr double Day = 24 * Hour;
 
@@ -54,93 +55,61 @@ TEST(RefreshHoldTest, HoldsBackForADayFromTheFirstLookOn) {
   EXPECT_FALSE(hold.look(0, 3 * Day)) << "of so few";
 }
 
-class HeldRefreshTest : public ManagerTest {
+/// Ten contacts, of which six go after a refresh.
+class HeldRefreshTest : public OneProcess {
  protected:
   HeldRefreshTest() {
-    setGroups(9, 4);
-    contacts(names);
+    for (int index = 0; index < 10; ++index) guids.push_back(world.addressBook().add({.first = "Ann"}));
+    hold->noteRefresh();
+    EXPECT_FALSE(hold->holdsBack());
+    for (int index = 0; index < 6; ++index) world.addressBook().remove(guids[static_cast<std::size_t>(index)]);
   }
 
-  void vanish(std::size_t count) {
-    for (std::size_t index = 0; index < count; ++index) world.addressBook().remove(guidOf(names[index]));
+  /// How often a refresh is asked for within so many seconds.
+  int asksWithin(double seconds) {
+    scheduler->advance(seconds);
+    return std::exchange(asks, 0);
   }
-  void comeBack(std::size_t first, std::size_t count) {
-    contacts({names.begin() + static_cast<std::ptrdiff_t>(first),
-              names.begin() + static_cast<std::ptrdiff_t>(first + count)});
-  }
-  /// Everything that is not on the day's timer.
-  void pause() { advance(1); }
 
-  const std::vector<std::string> names{"Ann", "Bob", "Cy", "Dan", "Eve", "Fay", "Gus", "Hal", "Ida", "Jo"};
+  std::vector<std::string> guids;
+  int asks = 0;
+  std::optional<PLRefreshHold> hold{std::in_place, process, [this] { ++asks; }};
 };
 
-TEST_F(HeldRefreshTest, NobodyIsUnlinkedUntilHalfOfTheContactsAreBack) {
-  auto a = launchWith("Ann#,Bob#,Cy#,-");
-  vanish(10);
-  pause();
-  EXPECT_EQ(a->logged("refreshing friends is held back: only 0 of 10 contacts are there"), 1U);
-  comeBack(0, 2);
-  world.addressBook().change(guidOf("Bob"), [](TestContact& contact) { contact.first = "Rob"; });
-  pause();
-  EXPECT_EQ(a->logged(Held), 1U) << "once for each fall";
-  EXPECT_FALSE(a->run([&] { return a->manager().refreshAgainstAddressBook(); }));
-  EXPECT_EQ(a->logged(Refreshing), 0U);
-  EXPECT_EQ(a->list(), "Ann,Bob,Cy,-|-,-,-,-");
-  EXPECT_EQ(a->friendAt(0, 2)->abRecordGUID(), "guid-Cy");
-
-  // What needs no refresh goes on, in a program that starts now too, and says so there.
-  EXPECT_TRUE(a->add("Zoe"));
-  pause();
-  auto b = launch();
-  pause();
-  EXPECT_EQ(b->logged(Held), 1U);
-  EXPECT_EQ(b->list(), "Ann,Bob,Cy,zoe@example.org|-,-,-,-");
-
-  comeBack(4, 3);
-  pause();
-  EXPECT_EQ(a->logged("refreshing friends is held back no longer"), 1U);
-  EXPECT_EQ(a->logged(Refreshing), 1U);
-  EXPECT_EQ(a->list(), "Ann,Rob,Cy,zoe@example.org|-,-,-,-");
-  EXPECT_EQ(a->friendAt(0, 2)->abRecordGUID(), std::nullopt) << "the contact is not among those that are back";
+TEST_F(HeldRefreshTest, ARefreshIsAskedForAgainWithinTheHourAndWhenTheDayIsOver) {
+  EXPECT_TRUE(hold->holdsBack());
+  EXPECT_EQ(asksWithin(Hour / 2), 0);
+  EXPECT_TRUE(hold->holdsBack());
+  EXPECT_EQ(asksWithin(Hour - 1), 0) << "the hour begins anew";
+  EXPECT_EQ(asksWithin(2), 1);
+  EXPECT_TRUE(hold->isHolding());
+  EXPECT_EQ(asksWithin(Day - 2 * Hour), 0) << "each answer asks once";
+  EXPECT_TRUE(hold->holdsBack());
+  EXPECT_EQ(asksWithin(Hour / 2), 1) << "the day is over";
+  EXPECT_EQ(log->count("refreshing friends is held back: only 4 of 10 contacts are there"), 1U);
+  EXPECT_FALSE(hold->holdsBack());
+  EXPECT_EQ(log->count("refreshing friends is held back no longer"), 1U);
 }
 
-TEST_F(HeldRefreshTest, ALoadCleansNothingUpMeanwhile) {
-  auto a = launchWith("Ann#,Bob#,Cy#,-");
-  vanish(10);
-  pause();
-  store("Ann#,Bob#,Ann#,-");
-  a->run([&] { a->manager().reloadFriendList(); });
-  EXPECT_EQ(a->list(), "Ann,Bob,Ann,-|-,-,-,-");
-  comeBack(0, 10);
-  pause();
-  EXPECT_EQ(a->list(), "Ann,Bob,-,-|-,-,-,-");
+TEST_F(HeldRefreshTest, ALastMomentIsASecond) {
+  EXPECT_TRUE(hold->holdsBack());
+  world.addressBook().shiftWallClock(Day - 0.01);
+  EXPECT_TRUE(hold->holdsBack());
+  EXPECT_EQ(asksWithin(0.9), 0);
+  EXPECT_EQ(asksWithin(0.2), 1);
 }
 
-TEST_F(HeldRefreshTest, ADayOfWallClockAfterTheFallWasSeenTheFriendsFollow) {
-  auto a = launchWith("Ann#,Bob#,Cy#,-");
-  vanish(10);
-  pause();
-  ASSERT_EQ(a->logged(Held), 1U);
-  a->kill();
-  world.addressBook().shiftWallClock(23 * Hour);
-  auto b = launch();
-  pause();
-  EXPECT_EQ(b->logged(Held), 1U) << "the day goes on where it was";
-  advance(Hour - 10);
-  EXPECT_EQ(b->logged(Refreshing), 0U);
-  advance(10);
-  EXPECT_EQ(b->logged(Refreshing), 1U);
-  EXPECT_EQ(b->friendAt(0, 0)->abRecordGUID(), std::nullopt);
-  EXPECT_EQ(b->list(), "Ann,Bob,Cy,-|-,-,-,-");
-}
-
-TEST_F(HeldRefreshTest, AClockThatIsSetForwardIsLookedAtWithinTheHour) {
-  auto a = launchWith("Ann#,Bob#,Cy#,-");
-  vanish(10);
-  pause();
-  world.addressBook().shiftWallClock(2 * Day);
-  advance(Hour);
-  EXPECT_EQ(a->logged(Refreshing), 1U);
+TEST_F(HeldRefreshTest, NothingIsAskedForOnceNothingIsHeldBack) {
+  EXPECT_TRUE(hold->holdsBack());
+  world.addressBook().add({.first = "Ann"});
+  EXPECT_FALSE(hold->holdsBack());
+  EXPECT_FALSE(hold->isHolding());
+  EXPECT_EQ(asksWithin(Day), 0);
+  world.addressBook().remove(guids[9]);
+  EXPECT_TRUE(hold->holdsBack());
+  EXPECT_EQ(log->count("refreshing friends is held back: only "), 2U) << "another fall";
+  hold.reset();
+  EXPECT_EQ(asksWithin(Day), 0);
 }
 
 }  // namespace
