@@ -13,6 +13,7 @@
 #include "pellor/linux/Configuration.h"
 #include "pellor/linux/LinuxPlatform.h"
 #include "pellor/linux/preferences/SharedPreferences.h"
+#include "pellor/platform/AddressBookStore.h"
 #include "pellor/runtime/Process.h"
 
 namespace pellor::cli {
