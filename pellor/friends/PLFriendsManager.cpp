@@ -12,27 +12,15 @@
 #include "pellor/friends/PLFriendGroup.h"
 #include "pellor/friends/PLPerson.h"
 #include "pellor/friends/internal/PLCleanUp.h"
-#include "pellor/friends/internal/PLContactsRefresh.h"
-#include "pellor/friends/internal/PLDomainSettings.h"
-#include "pellor/friends/internal/PLFavorites.h"
-#include "pellor/friends/internal/PLIdentifierMap.h"
-#include "pellor/friends/internal/PLListReader.h"
-#include "pellor/friends/internal/PLListTakeover.h"
+#include "pellor/friends/internal/PLFriendsManagerParts.h"
 #include "pellor/friends/internal/PLListWriter.h"
-#include "pellor/friends/internal/PLLookUpQueue.h"
 #include "pellor/friends/internal/PLMainQueueCheck.h"
 #include "pellor/friends/internal/PLMetadataSnapshot.h"
-#include "pellor/friends/internal/PLOwnPosts.h"
-#include "pellor/friends/internal/PLPageLayout.h"
 #include "pellor/friends/internal/PLPendingChanges.h"
 #include "pellor/friends/internal/PLPersonIdentityChanges.h"
-#include "pellor/friends/internal/PLPersonSequence.h"
 #include "pellor/friends/internal/PLPosting.h"
 #include "pellor/friends/internal/PLReachability.h"
-#include "pellor/friends/internal/PLRetryTimer.h"
 #include "pellor/friends/internal/PLSkipChecks.h"
-#include "pellor/friends/internal/PLSlotList.h"
-#include "pellor/friends/internal/PLTitles.h"
 #include "pellor/platform/Platform.h"
 #include "pellor/runtime/Fatal.h"
 #include "pellor/runtime/Process.h"
@@ -49,10 +37,6 @@ constexpr bool ChecksInvariants = false;
 #endif
 
 constexpr double AddressBookRefreshDelay = 0.2;
-// Between the attempts to read a store that fails.
-constexpr BackOff::Pauses LoadRetryPauses{.first = 0.1, .longest = 60};
-// An edit that was overtaken is made again at once and then, while others keep writing, after random parts of these.
-constexpr BackOff::Pauses OvertakenPauses{.first = 0.005, .longest = 0.25};
 
 std::uint64_t saturatingProduct(std::uint64_t left, std::uint64_t right) {
   constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
@@ -90,6 +74,12 @@ struct EndOnMainQueue {
   }
 };
 
+std::shared_ptr<PLPerson> personUnder(const std::string& destination, const PLIdentifierMap& map) {
+  std::string room;
+  const auto canonical = plSanitizedDestination(destination, room);
+  return canonical ? map.personFor(*canonical) : nullptr;
+}
+
 }  // namespace
 
 // What the parts tell, and what a settle asks.
@@ -99,27 +89,66 @@ class PLFriendsManager::PartsClient final : public PLListWriterClient,
  public:
   explicit PartsClient(PLFriendsManager& manager) : _manager(manager) {}
 
-  void listWasWritten(const PLAcceptedWrite& write) override { _manager._listWasWritten(write); }
+  void listWasWritten(const PLAcceptedWrite& write) override {
+    PLFriendsManagerParts& parts = *_manager._parts;
+    _manager._wasOvertaken = false;
+    parts.overtakenRetry.reset();
+    if (write.base) {
+      parts.takeover.forgetRemovalsUntil(write.listVersion);
+      writer().dirtyChunks().forgetUntil(write.base->list->changes());
+    }
+    parts.contactsRefresh.noteWritten(write.sequenceNumber);
+    if (write.hasList) parts.listReader.noteWritten();
+    if (write.hasTitles) parts.titles.noteStored(*writer().base());
+    // One post tells of both: a load of the list reads the titles.
+    if (write.hasList) {
+      parts.ownPosts.postList();
+    } else if (write.hasTitles) {
+      parts.ownPosts.postTitles();
+    }
+  }
   void listWasOvertaken() override { _manager._listWasOvertaken(); }
   void loadIsDue() override { _manager._loadIsDue(); }
 
   void forEachFriend(const std::function<void(const PLPerson&)>& visit) const override {
-    const PLSlotList& friends = *_manager._friendList;
+    const PLSlotList& friends = _manager._parts->friendList;
     for (std::uint64_t index = 0; index < friends.count(); ++index) {
       if (const Slot& slot = friends.at(index)) visit(*slot);
     }
   }
-  void statusesWereUpdated(const DestinationStatuses& statuses) override { _manager._postStatuses(statuses); }
+  void statusesWereUpdated(const DestinationStatuses& statuses) override {
+    postOnMainQueue(_manager._process, PLFriendsManagerDestinationStatusUpdatedNotification, _manager.weak_from_this(),
+                    Dictionary{{std::string(PLFriendsManagerDestinationStatusUpdatedDestinationsKey),
+                                destinationStatusNumbers(statuses)}});
+  }
   void unreachableFriendsWereCounted(std::int64_t count) override {
     _manager._tallySetValueForScalarKey(count, prefixed(".tn.unreachableFriends.count"));
   }
 
-  bool isSettled() const override { return _manager._isSettled(); }
-  bool isWritten() const override { return _manager._isWritten(); }
-  void prepareToSettle() override { _manager._prepareToSettle(); }
+  bool isSettled() const override {
+    return _manager.isLoaded() && _manager._parts->ownPosts.haveAllEchoes() && !writer().isMarked() &&
+           !writer().isSaving() && !writer().hasFailed();
+  }
+  bool isWritten() const override {
+    const bool isUnreadable = _manager._storeIsUnreadable && !_manager.isLoaded();
+    return !writer().hasFailed() && !isUnreadable && !_manager._additionWasRefused;
+  }
+  // Edits that asked for no save are saved now.
+  void prepareToSettle() override {
+    PLFriendsManagerParts& parts = *_manager._parts;
+    parts.ownPosts.awaitEchoes();
+    if (!_manager.isLoaded() || writer().hasFailed() || writer().awaitsLoad()) return;
+    const bool areTitlesWritten = !writer().needsTitlesSync() && !writer().isSaving();
+    if (parts.titles.haveNew(areTitlesWritten ? writer().base().get() : nullptr)) {
+      writer().markTitles(parts.titles.storedAfter(*writer().base()));
+    }
+    if (writer().isMarked() && !writer().isSaving()) _manager.save();
+  }
   void didSettle() override { _manager._additionWasRefused = false; }
 
  private:
+  PLListWriter& writer() const { return *_manager._writer; }
+
   PLFriendsManager& _manager;
 };
 
@@ -180,23 +209,12 @@ PLFriendsManager::PLFriendsManager(Passkey, Process& process, std::string domain
       _pendingChanges(PLPendingChanges::make()),
       _reachability(PLReachability::make(process, _domain)),
       _client(std::make_unique<PartsClient>(*this)),
-      _settings(std::make_unique<PLDomainSettings>()),
-      _listReader(std::make_unique<PLListReader>(process, _domain)),
-      _ownPosts(std::make_unique<PLOwnPosts>(process, *_settings)),
-      _friendList(std::make_unique<PLSlotList>()),
-      _pages(std::make_unique<PLPageLayout>(process, *_friendList, *_settings,
-                                            [this] { _postGroupListChangedNotification(); })),
-      _titles(std::make_unique<PLTitles>(process, *_pages)),
-      _sourcedPersons(std::make_unique<PLPersonSequence>()),
-      _identifiersToPersonMap(std::make_unique<PLIdentifierMap>(_friendList->people())),
-      _takeover(std::make_unique<PLListTakeover>(process, *_friendList, *_sourcedPersons,
-                                                 [this] { _pages->_addEmptyGroup(); })),
-      _contactsRefresh(std::make_unique<PLContactsRefresh>(process, _domain, *_friendList, *_writer,
-                                                           [this] { _followAddressBook(weak_from_this()); })),
-      _lookUpQueue(std::make_unique<PLLookUpQueue>()),
-      _favorites(std::make_unique<PLFavorites>(process, [this] { _bringFavoritesIfDue(); })),
-      _loadRetry(std::make_unique<PLRetryTimer>(process.mainQueue(), LoadRetryPauses)),
-      _overtakenRetry(std::make_unique<PLRetryTimer>(process.mainQueue(), OvertakenPauses, &process.scheduler())) {
+      _parts(std::make_unique<PLFriendsManagerParts>(process, _domain, *_writer,
+                                                     PLFriendsManagerParts::Handlers{
+                                                         [this] { _postGroupListChangedNotification(); },
+                                                         [this] { _followAddressBook(weak_from_this()); },
+                                                         [this] { _bringFavoritesIfDue(); },
+                                                     })) {
   _process.addSettleParticipant(*_client);
 }
 
@@ -209,7 +227,7 @@ void PLFriendsManager::_observe() {
   std::weak_ptr<PLFriendsManager> weak = weak_from_this();
   _writer->setClient(std::shared_ptr<PLListWriterClient>(shared_from_this(), _client.get()));
   _reachability->setClient(std::shared_ptr<PLReachabilityClient>(shared_from_this(), _client.get()));
-  _pages->setDelegate(weak);
+  _parts->pages.setDelegate(weak);
   NotificationCenter& center = _process.notificationCenter();
   _observations.push_back(center.addObserver(platformOf(_process).addressBook->addressBookChangedNotification(),
                                              [weak](const Notification& notification) {
@@ -234,34 +252,34 @@ void PLFriendsManager::_start() {
       if (auto self = weak.lock()) (self.get()->*handle)();
     };
   };
-  _ownPosts->observe(whenPosted(&PLFriendsManager::_friendsChangedExternally),
-                     whenPosted(&PLFriendsManager::_groupTitleChangedExternally));
+  _parts->ownPosts.observe(whenPosted(&PLFriendsManager::_friendsChangedExternally),
+                           whenPosted(&PLFriendsManager::_groupTitleChangedExternally));
   _loadFriendList();
 }
 
 bool PLFriendsManager::_readSettings() {
   auto settings = PLDomainSettings::read(preferencesOf(_process), _domain);
   if (!settings) return false;
-  *_settings = *std::move(settings);
+  _parts->settings = *std::move(settings);
   // A caller that has said already whether friends are refreshed is not overruled.
   if (!std::exchange(_refreshSettingIsReplaced, false)) {
-    _refreshAgainstContactsEnabled = _settings->refreshesAgainstContactsOnInit();
+    _refreshAgainstContactsEnabled = _parts->settings.refreshesAgainstContactsOnInit();
   }
   return true;
 }
 
 void PLFriendsManager::_createEmptyFriendList() {
-  _friendList->clear();
-  _pages->dropGroupsFrom(0);
-  _pages->_addEmptyGroup();
+  _parts->friendList.clear();
+  _parts->pages.dropGroupsFrom(0);
+  _parts->pages._addEmptyGroup();
 }
 
-std::uint64_t PLFriendsManager::groupSize() const { return _settings->maxFriendsPerGroup(); }
+std::uint64_t PLFriendsManager::groupSize() const { return _parts->settings.maxFriendsPerGroup(); }
 
-std::uint64_t PLFriendsManager::maxGroupCount() const { return _settings->maxFriendGroups(); }
+std::uint64_t PLFriendsManager::maxGroupCount() const { return _parts->settings.maxFriendGroups(); }
 
 const std::vector<std::shared_ptr<PLFriendGroup>>& PLFriendsManager::friendGroups() const {
-  return _pages->friendGroups();
+  return _parts->pages.friendGroups();
 }
 
 void PLFriendsManager::reloadFriendList() {
@@ -275,7 +293,7 @@ void PLFriendsManager::_loadAgain() { _didCompleteInitialLoading ? _loadFriendLi
 
 void PLFriendsManager::_loadFriendList() {
   PLStoredList stored;
-  const PLListReader::Answer found = _listReader->read(stored);
+  const PLListReader::Answer found = _parts->listReader.read(stored);
   if (found == PLListReader::Answer::unreadable) {
     _storeIsUnreadable = true;
     _writer->awaitLoad();
@@ -284,22 +302,22 @@ void PLFriendsManager::_loadFriendList() {
   }
   const auto turn = _writer->beginLoad(stored.listVersion, stored.titlesVersion);
   if (turn == PLListWriter::Turn::later) return;
-  _identifiersToPersonMap->beginRebuild();
+  _parts->_identifiersToPersonMap.beginRebuild();
   // Not before the store has answered: until then there are no groups to tell of.
   if (!_didCompleteInitialLoading) _createEmptyFriendList();
   _storeIsUnreadable = false;
-  _loadRetry->reset();
-  _loadRetry->cancel();
+  _parts->loadRetry.reset();
+  _parts->loadRetry.cancel();
   if (found == PLListReader::Answer::loaded || found == PLListReader::Answer::recovered) {
     _PLGetLogSystem().log("loaded friend list%@", _didCompleteInitialLoading ? "" : " for the first time");
     // What came out of the store damaged goes back whole.
-    turn == PLListWriter::Turn::now ? _takeOver(stored) : _pages->_updateFriendGroups();
+    turn == PLListWriter::Turn::now ? _takeOver(stored) : _parts->pages._updateFriendGroups();
     if (found == PLListReader::Answer::recovered) _markLayoutChanged();
   } else {
     if (!_didCompleteInitialLoading) {
       found == PLListReader::Answer::none ? _startFirstList() : _createEmptyFriendList();
     }
-    _pages->_updateFriendGroups();
+    _parts->pages._updateFriendGroups();
     if (turn == PLListWriter::Turn::now) _beginOnEmptyStore(stored);
   }
   save();
@@ -311,8 +329,8 @@ void PLFriendsManager::_startFirstList() {
   _createEmptyFriendList();
   if (_domain == TapnoteDomain) {
     markFriendListAsNormalized();
-    const auto curated = _favorites->_curatedFriendList(_slotCapacity());
-    _favorites->setDue(!curated.isReadable());
+    const auto curated = _parts->favorites._curatedFriendList(_slotCapacity());
+    _parts->favorites.setDue(!curated.isReadable());
     _addCuratedFriends(curated.value());
   }
 }
@@ -323,15 +341,16 @@ void PLFriendsManager::_takeOver(const PLStoredList& stored) {
   _publishList();
   const auto merged = _mergeOwnEdits(stored);
   const auto base = _updateFriends(stored, merged ? &*merged : nullptr);
-  _pages->_updateFriendGroups();
-  _titles->takeOver(stored, merged ? &*merged : nullptr, _knownTitles().get());
-  base->pages = _pages->pageNumbersOfTheirs(stored.list, merged ? &*merged : nullptr);
+  _parts->pages._updateFriendGroups();
+  const auto known = _didCompleteInitialLoading ? _writer->base() : nullptr;
+  _parts->titles.takeOver(stored, merged ? &*merged : nullptr, known.get());
+  base->pages = _parts->pages.pageNumbersOfTheirs(stored.list, merged ? &*merged : nullptr);
   // Marked before the writer goes on, so that all of it goes out at once.
   _writer->clearMarks();
-  _favorites->setDue(_writer->awaitsFavorites(stored));
+  _parts->favorites.setDue(_writer->awaitsFavorites(stored));
   if (merged && merged->differsInLayout) _markLayoutChanged();
-  if (merged && merged->differsInTitles) _writer->markTitles(_titles->storedAfter(*base));
-  _writer->takeOver(base, *_friendList, _pages->pageNumbers());
+  if (merged && merged->differsInTitles) _writer->markTitles(_parts->titles.storedAfter(*base));
+  _writer->takeOver(base, _parts->friendList, _parts->pages.pageNumbers());
 }
 
 // There is no list in the store, or none that can be read: the live one is written there, with its titles where there
@@ -341,14 +360,15 @@ void PLFriendsManager::_beginOnEmptyStore(const PLStoredList& stored) {
   base->listVersion = stored.listVersion;
   base->titles = stored.titles;
   base->titlesVersion = stored.titlesVersion;
-  base->pages = _pages->pageNumbers();
-  const bool hasOwnTitles = stored.titles.empty() && _titles->haveAny();
-  if (!stored.titles.empty()) _titles->takeOver(stored, nullptr, _knownTitles().get());
+  base->pages = _parts->pages.pageNumbers();
+  const bool hasOwnTitles = stored.titles.empty() && _parts->titles.haveAny();
+  const auto known = _didCompleteInitialLoading ? _writer->base() : nullptr;
+  if (!stored.titles.empty()) _parts->titles.takeOver(stored, nullptr, known.get());
   _publishList();
-  _writer->markLayout(hasOwnTitles ? std::optional(_titles->storedAfter(*base)) : std::nullopt,
-                      _favorites->isDue() ? std::optional(true) : std::nullopt);
-  _titles->takeMoved();
-  _writer->takeOver(std::move(base), *_friendList, _pages->pageNumbers());
+  _writer->markLayout(hasOwnTitles ? std::optional(_parts->titles.storedAfter(*base)) : std::nullopt,
+                      _parts->favorites.isDue() ? std::optional(true) : std::nullopt);
+  _parts->titles.takeMoved();
+  _writer->takeOver(std::move(base), _parts->friendList, _parts->pages.pageNumbers());
 }
 
 void PLFriendsManager::_finishLoad() {
@@ -360,7 +380,7 @@ void PLFriendsManager::_finishLoad() {
   _didCompleteInitialLoading = true;
   if (!refreshAgainstAddressBook()) {
     // A friend that is there twice may have become so by contacts that are gone for a while.
-    if (!_contactsRefresh->isHeld()) _cleanUpFriendListIfNecessary();
+    if (!_parts->contactsRefresh.isHeld()) _cleanUpFriendListIfNecessary();
     _postChangeNotificationIfNecessary();
   }
   _createAddressToPersonDictionary();
@@ -371,7 +391,7 @@ void PLFriendsManager::_finishLoad() {
 
 void PLFriendsManager::_retryLoadLater() {
   std::weak_ptr<PLFriendsManager> weak = weak_from_this();
-  _loadRetry->retry([weak] {
+  _parts->loadRetry.retry([weak] {
     if (auto self = weak.lock()) self->_loadAgain();
   });
 }
@@ -392,27 +412,9 @@ void PLFriendsManager::setSaveOperation(std::shared_ptr<PLDelayedOperation> oper
   _writer->setSaveOperation(std::move(operation));
 }
 
-void PLFriendsManager::_listWasWritten(const PLAcceptedWrite& write) {
-  _wasOvertaken = false;
-  _overtakenRetry->reset();
-  if (write.base) {
-    _takeover->forgetRemovalsUntil(write.listVersion);
-    _writer->dirtyChunks().forgetUntil(write.base->list->changes());
-  }
-  _contactsRefresh->noteWritten(write.sequenceNumber);
-  if (write.hasList) _listReader->noteWritten();
-  if (write.hasTitles) _titles->noteStored(*_writer->base());
-  // One post tells of both: a load of the list reads the titles.
-  if (write.hasList) {
-    _ownPosts->postList();
-  } else if (write.hasTitles) {
-    _ownPosts->postTitles();
-  }
-}
-
 void PLFriendsManager::_listWasOvertaken() {
   if (!std::exchange(_wasOvertaken, true)) return _loadIsDue();
-  _overtakenRetry->retry([weak = weak_from_this()] {
+  _parts->overtakenRetry.retry([weak = weak_from_this()] {
     if (auto self = weak.lock()) self->_loadIsDue();
   });
 }
@@ -425,10 +427,10 @@ void PLFriendsManager::_loadIsDue() {
 
 // The bus delivers each own post once, so that the counts pair posts with echoes.
 void PLFriendsManager::_friendsChangedExternally() {
-  if (_ownPosts->takeListEcho()) return _loadIfOther();
+  if (_parts->ownPosts.takeListEcho()) return _loadIfOther();
   _PLGetLogSystem().log("Handling external friends-changed event.");
   _loadAgain();
-  if (_settings->haveOneExternalName()) _groupTitleChangedExternally();
+  if (_parts->settings.haveOneExternalName()) _groupTitleChangedExternally();
   _checkInvariants();
 }
 
@@ -436,7 +438,7 @@ void PLFriendsManager::_friendsChangedExternally() {
 void PLFriendsManager::_loadIfOther() {
   const auto base = _writer->base();
   if (!base) return;
-  const auto stored = _listReader->versions();
+  const auto stored = _parts->listReader.versions();
   if (!stored) return;
   if (stored->list != base->listVersion) {
     _loadAgain();
@@ -447,7 +449,7 @@ void PLFriendsManager::_loadIfOther() {
 }
 
 void PLFriendsManager::_groupTitleChangedExternally() {
-  if (_ownPosts->takeTitlesEcho()) return _loadIfOther();
+  if (_parts->ownPosts.takeTitlesEcho()) return _loadIfOther();
   _PLGetLogSystem().log("Handling external group-title-changed event.");
   if (_didCompleteInitialLoading) _loadGroupTitles();
 }
@@ -457,19 +459,20 @@ void PLFriendsManager::_groupTitleChangedExternally() {
 void PLFriendsManager::_loadGroupTitles() {
   PLStoredList stored;
   const auto base = _writer->base();
-  const PLListReader::Answer found = _listReader->read(stored);
+  const PLListReader::Answer found = _parts->listReader.read(stored);
   if (!base || found == PLListReader::Answer::unreadable) return;
   if (stored.listVersion != base->listVersion) return _loadFriendList();
   if (_writer->beginLoad(stored.listVersion, stored.titlesVersion) != PLListWriter::Turn::now) return;
   _writer->acceptIfWritten(stored);
-  _titles->noteStored(*_writer->base());
-  _titles->takeOverRenamed(stored.titles, *base);
+  _parts->titles.noteStored(*_writer->base());
+  _parts->titles.takeOverRenamed(stored.titles, *base);
   auto renamed = std::make_shared<PLBaseline>(*_writer->base());
   renamed->titles = stored.titles;
   renamed->titlesVersion = stored.titlesVersion;
-  if (_writer->needsTitlesSync() || _titles->haveMoved(*renamed)) _writer->markTitles(_titles->storedAfter(*renamed));
+  if (_writer->needsTitlesSync() || _parts->titles.haveMoved(*renamed))
+    _writer->markTitles(_parts->titles.storedAfter(*renamed));
   _publishList();
-  _writer->takeOver(std::move(renamed), *_friendList, _pages->pageNumbers());
+  _writer->takeOver(std::move(renamed), _parts->friendList, _parts->pages.pageNumbers());
   _writer->save();
 }
 
@@ -479,7 +482,7 @@ void PLFriendsManager::saveFriendGroupTitles() {
   // Before the list has been read there are no groups to name.
   if (!base) return;
   _publishList();
-  _writer->markTitles(_titles->storedAfter(*base));
+  _writer->markTitles(_parts->titles.storedAfter(*base));
   _writer->save();
 }
 
@@ -494,27 +497,22 @@ void PLFriendsManager::_tallySetValueForScalarKey(std::int64_t value, std::strin
 }
 
 void PLFriendsManager::_tallyLogFriendCount() {
-  _tallySetValueForScalarKey(static_cast<std::int64_t>(_numberOfFriendsInList(*_friendList)),
+  _tallySetValueForScalarKey(static_cast<std::int64_t>(_numberOfFriendsInList(_parts->friendList)),
                              prefixed(".tn.friendList.size"));
 }
 
 // Not counting one group, the trailing one.
 void PLFriendsManager::_tallyLogFriendGroupCount() {
-  _tallySetValueForScalarKey(static_cast<std::int64_t>(_pages->count()) - 1, prefixed(".tn.friendGroups.count"));
+  _tallySetValueForScalarKey(static_cast<std::int64_t>(_parts->pages.count()) - 1, prefixed(".tn.friendGroups.count"));
 }
 
-// The baseline whose titles groups may still have; null before the first load.
-std::shared_ptr<const PLBaseline> PLFriendsManager::_knownTitles() const {
-  return _didCompleteInitialLoading ? _writer->base() : nullptr;
-}
-
-void PLFriendsManager::_publishList() { _writer->publish(*_friendList, _pages->pageNumbers()); }
+void PLFriendsManager::_publishList() { _writer->publish(_parts->friendList, _parts->pages.pageNumbers()); }
 
 void PLFriendsManager::_markLayoutChanged() {
   _publishList();
   const auto base = _writer->base();
-  const bool haveTitlesMoved = _titles->takeMoved();
-  _writer->markLayout(haveTitlesMoved && base ? std::optional(_titles->storedAfter(*base)) : std::nullopt);
+  const bool haveTitlesMoved = _parts->titles.takeMoved();
+  _writer->markLayout(haveTitlesMoved && base ? std::optional(_parts->titles.storedAfter(*base)) : std::nullopt);
 }
 
 // Absent when there are none: then what is stored becomes the list as it is.
@@ -522,52 +520,22 @@ std::optional<PLMergeResult> PLFriendsManager::_mergeOwnEdits(const PLStoredList
   if (!_writer->base()) return std::nullopt;
   _writer->acceptIfWritten(stored);
   std::shared_ptr<const PLBaseline> base = _writer->base();
-  _titles->noteStored(*base);
+  _parts->titles.noteStored(*base);
   const bool isOtherStore = base->listVersion.store != stored.listVersion.store;
   // A list of another store does not come from the baseline: nobody counts as removed there.
   if (isOtherStore) base = std::make_shared<const PLBaseline>();
-  if (!isOtherStore && !_writer->isMarked() && _titles->edits().empty()) return std::nullopt;
-  PLMergeResult merged = _takeover->merge(*base, stored, _ownPages(*base), _writer->dirtyChunks());
+  if (!isOtherStore && !_writer->isMarked() && _parts->titles.edits().empty()) return std::nullopt;
+  PLMergeResult merged = _parts->takeover.merge(*base, stored, _parts->ownPages(*base), _writer->dirtyChunks());
   _additionWasRefused = _additionWasRefused || !merged.leftOut.empty();
   _needsAddressBookRefresh = _needsAddressBookRefresh || merged.needsRefresh;
   return merged;
 }
 
-PLOwnPages PLFriendsManager::_ownPages(const PLBaseline& base) const {
-  PLOwnPages pages;
-  pages.pagesInBase = _pages->pagesInBase(base);
-  pages.groupCount = _pages->count();
-  pages.groupSize = _settings->maxFriendsPerGroup();
-  pages.maxGroupCount = _settings->maxFriendGroups();
-  pages.titleEdits = _titles->edits();
-  return pages;
-}
-
-bool PLFriendsManager::_isSettled() const {
-  return _didCompleteInitialLoading && _ownPosts->haveAllEchoes() && !_writer->isMarked() && !_writer->isSaving() &&
-         !_writer->hasFailed();
-}
-
-bool PLFriendsManager::_isWritten() const {
-  const bool isUnreadable = _storeIsUnreadable && !_didCompleteInitialLoading;
-  return !_writer->hasFailed() && !isUnreadable && !_additionWasRefused;
-}
-
-// Edits that asked for no save are saved now.
-void PLFriendsManager::_prepareToSettle() {
-  _ownPosts->awaitEchoes();
-  if (!_didCompleteInitialLoading || _writer->hasFailed() || _writer->awaitsLoad()) return;
-  const bool areTitlesWritten = !_writer->needsTitlesSync() && !_writer->isSaving();
-  if (_titles->haveNew(areTitlesWritten ? _writer->base().get() : nullptr))
-    _writer->markTitles(_titles->storedAfter(*_writer->base()));
-  if (_writer->isMarked() && !_writer->isSaving()) save();
-}
-
 // --- 2  Group layout and positions ---------------------------------------------------------------------------------
 
 void PLFriendsManager::_removeGroupAtIndex(std::uint64_t index) {
-  _titles->noteRemoval();
-  _pages->_removeGroupAtIndex(index);
+  _parts->titles.noteRemoval();
+  _parts->pages._removeGroupAtIndex(index);
 }
 
 void PLFriendsManager::_postGroupListChangedNotification() {
@@ -580,13 +548,13 @@ void PLFriendsManager::_postGroupListChangedNotification() {
 
 void PLFriendsManager::purgeEmptyFriendGroups() {
   checkMainQueue(_process, "purgeEmptyFriendGroups");
-  const auto groupCount = _pages->count();
+  const auto groupCount = _parts->pages.count();
   if (groupCount < 2) return;
   // The last group is spared: it is the one that new friends are dropped into.
   for (std::uint64_t next = groupCount - 1; next > 0; --next) {
     if (friendGroups()[next - 1]->count() == 0) _removeGroupAtIndex(next - 1);
   }
-  if (_pages->count() == groupCount) return;
+  if (_parts->pages.count() == groupCount) return;
   _markLayoutChanged();
   save();
   _checkInvariants();
@@ -594,22 +562,23 @@ void PLFriendsManager::purgeEmptyFriendGroups() {
 
 void PLFriendsManager::syncFriendGroup(const std::shared_ptr<PLFriendGroup>& group) {
   checkMainQueue(_process, "syncFriendGroup");
-  const auto groupIndex = _pages->indexOfGroup(*group);
+  const auto groupIndex = _parts->pages.indexOfGroup(*group);
   if (!groupIndex) return;
   const std::vector<Slot> friends = group->friends();
   bool differs = false;
-  for (std::uint64_t position = 0; position < std::min(_settings->maxFriendsPerGroup(), friends.size()); ++position) {
-    const std::uint64_t index = *groupIndex * _settings->maxFriendsPerGroup() + position;
-    if (_friendList->at(index) == friends[position]) continue;
-    _friendList->set(index, friends[position]);
+  for (std::uint64_t position = 0; position < std::min(_parts->settings.maxFriendsPerGroup(), friends.size());
+       ++position) {
+    const std::uint64_t index = *groupIndex * _parts->settings.maxFriendsPerGroup() + position;
+    if (_parts->friendList.at(index) == friends[position]) continue;
+    _parts->friendList.set(index, friends[position]);
     differs = true;
     if (friends[position] == EmptySlot) continue;
     _PLGetLogSystem().log("%@ was moved to position %u in group %u", redactable(friends[position]->description()),
                           position, *groupIndex);
   }
-  _pages->noteRoom(*groupIndex);
+  _parts->pages.noteRoom(*groupIndex);
   // Before the save, which takes the new group's slots along.
-  if (_pages->_shouldAddEmptyGroup()) _pages->_addEmptyGroup();
+  if (_parts->pages._shouldAddEmptyGroup()) _parts->pages._addEmptyGroup();
   if (differs) _markLayoutChanged();
   if (_writer->needsFriendListSync()) save();
   _checkInvariants();
@@ -619,13 +588,13 @@ void PLFriendsManager::friendGroupDidSetFriendAtPosition(const std::shared_ptr<P
                                                          const std::shared_ptr<PLPerson>& person,
                                                          std::uint64_t position) {
   checkMainQueue(_process, "friendGroupDidSetFriendAtPosition");
-  const std::uint64_t index = _pages->_indexForPositionInGroup(position, *group);
-  if (index >= _friendList->count()) return;
+  const std::uint64_t index = _parts->pages._indexForPositionInGroup(position, *group);
+  if (index >= _parts->friendList.count()) return;
   const auto heldPerson = person;
-  _friendList->set(index, heldPerson);
-  _sourcedPersons->remove(heldPerson.get());
+  _parts->friendList.set(index, heldPerson);
+  _parts->sourcedPersons.remove(heldPerson.get());
   _pendingChanges->_addEntryToChangeLogForPersonChangeType(heldPerson, PLFriendsManagerPersonAdded);
-  if (_pages->_shouldAddEmptyGroup()) _pages->_addEmptyGroup();
+  if (_parts->pages._shouldAddEmptyGroup()) _parts->pages._addEmptyGroup();
   _markLayoutChanged();
   _postChangeNotificationIfNecessary();
   save();
@@ -636,18 +605,18 @@ void PLFriendsManager::friendGroupDidRemoveFriendAtPosition(const std::shared_pt
                                                             const std::shared_ptr<PLPerson>& person,
                                                             std::uint64_t position) {
   checkMainQueue(_process, "friendGroupDidRemoveFriendAtPosition");
-  const std::uint64_t index = _pages->_indexForPositionInGroup(position, *group);
-  if (index >= _friendList->count()) return;
+  const std::uint64_t index = _parts->pages._indexForPositionInGroup(position, *group);
+  if (index >= _parts->friendList.count()) return;
   const auto heldGroup = group;
   const auto heldPerson = person;
-  const std::uint64_t groupIndex = index / _settings->maxFriendsPerGroup();
-  _friendList->set(index, EmptySlot);
-  _pages->noteRoom(groupIndex);
+  const std::uint64_t groupIndex = index / _parts->settings.maxFriendsPerGroup();
+  _parts->friendList.set(index, EmptySlot);
+  _parts->pages.noteRoom(groupIndex);
   if (heldPerson) {
     _pendingChanges->_addEntryToChangeLogForPersonChangeType(heldPerson, PLFriendsManagerPersonDeleted);
     _removePersonFromIdentifiersToPersonMap(*heldPerson);
     // A single group stays, empty: it is the only place for friends.
-    if (heldGroup->count() == 0 && _settings->maxFriendGroups() >= 2) _removeGroupAtIndex(groupIndex);
+    if (heldGroup->count() == 0 && _parts->settings.maxFriendGroups() >= 2) _removeGroupAtIndex(groupIndex);
   }
   _markLayoutChanged();
   if (heldPerson) _postChangeNotificationIfNecessary();
@@ -658,13 +627,14 @@ void PLFriendsManager::friendGroupDidRemoveFriendAtPosition(const std::shared_pt
 void PLFriendsManager::friendGroupDidMoveFriends(const std::shared_ptr<PLFriendGroup>& group,
                                                  const std::vector<std::shared_ptr<PLPerson>>& friends) {
   checkMainQueue(_process, "friendGroupDidMoveFriends");
-  const auto groupIndex = _pages->indexOfGroup(*group);
+  const auto groupIndex = _parts->pages.indexOfGroup(*group);
   if (!groupIndex) return;
   const std::vector<Slot> content = group->friends();
-  for (std::uint64_t position = 0; position < std::min(_settings->maxFriendsPerGroup(), content.size()); ++position) {
-    _friendList->set(*groupIndex * _settings->maxFriendsPerGroup() + position, content[position]);
+  for (std::uint64_t position = 0; position < std::min(_parts->settings.maxFriendsPerGroup(), content.size());
+       ++position) {
+    _parts->friendList.set(*groupIndex * _parts->settings.maxFriendsPerGroup() + position, content[position]);
   }
-  _pages->noteRoom(*groupIndex);
+  _parts->pages.noteRoom(*groupIndex);
   _markLayoutChanged();
   for (const auto& person : friends)
     _pendingChanges->_addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonMoved);
@@ -674,7 +644,7 @@ void PLFriendsManager::friendGroupDidMoveFriends(const std::shared_ptr<PLFriendG
 bool PLFriendsManager::addFriend(const std::shared_ptr<PLPerson>& person) {
   checkMainQueue(_process, "addFriend");
   if (!person) return false;
-  const auto group = _pages->firstGroupWithRoom();
+  const auto group = _parts->pages.firstGroupWithRoom();
   if (!group) return false;
   std::uint32_t error = PLFriendGroupErrorNone;
   group->addFriend(person, error);
@@ -683,39 +653,39 @@ bool PLFriendsManager::addFriend(const std::shared_ptr<PLPerson>& person) {
 
 bool PLFriendsManager::canAddFriend() const {
   checkMainQueue(_process, "canAddFriend");
-  if (_pages->_canAddFriendGroup()) return _didCompleteInitialLoading;
-  return _pages->firstGroupWithRoom() != nullptr;
+  if (_parts->pages._canAddFriendGroup()) return _didCompleteInitialLoading;
+  return _parts->pages.firstGroupWithRoom() != nullptr;
 }
 
 bool PLFriendsManager::isPersonFriend(const std::shared_ptr<PLPerson>& person) const {
   checkMainQueue(_process, "isPersonFriend");
-  return person && _friendList->indexOf(person.get());
+  return person && _parts->friendList.indexOf(person.get());
 }
 
 std::uint64_t PLFriendsManager::positionOfFriendInGroup(const std::shared_ptr<PLPerson>& person) const {
   checkMainQueue(_process, "positionOfFriendInGroup");
-  const auto index = person ? _friendList->indexOf(person.get()) : std::nullopt;
-  return index ? *index % _settings->maxFriendsPerGroup() : static_cast<std::uint64_t>(NotFound);
+  const auto index = person ? _parts->friendList.indexOf(person.get()) : std::nullopt;
+  return index ? *index % _parts->settings.maxFriendsPerGroup() : static_cast<std::uint64_t>(NotFound);
 }
 
 std::uint64_t PLFriendsManager::groupIndexContainingFriend(const std::shared_ptr<PLPerson>& person) const {
   checkMainQueue(_process, "groupIndexContainingFriend");
-  const auto index = person ? _friendList->indexOf(person.get()) : std::nullopt;
+  const auto index = person ? _parts->friendList.indexOf(person.get()) : std::nullopt;
   if (!index) return 1;
   return static_cast<std::uint64_t>(
-      std::floor(static_cast<float>(*index) / static_cast<float>(_settings->maxFriendsPerGroup())));
+      std::floor(static_cast<float>(*index) / static_cast<float>(_parts->settings.maxFriendsPerGroup())));
 }
 
 std::shared_ptr<PLPerson> PLFriendsManager::_friendAtPosition(std::uint64_t index) const {
-  return index < _friendList->count() ? _friendList->at(index) : nullptr;
+  return index < _parts->friendList.count() ? _parts->friendList.at(index) : nullptr;
 }
 
 std::uint64_t PLFriendsManager::_slotCapacity() const {
-  return saturatingProduct(_settings->maxFriendGroups(), _settings->maxFriendsPerGroup());
+  return saturatingProduct(_parts->settings.maxFriendGroups(), _parts->settings.maxFriendsPerGroup());
 }
 
 std::uint64_t PLFriendsManager::_firstEmptyPosition() const {
-  return _friendList->firstEmptyIndex().value_or(static_cast<std::uint64_t>(NotFound));
+  return _parts->friendList.firstEmptyIndex().value_or(static_cast<std::uint64_t>(NotFound));
 }
 
 std::uint64_t PLFriendsManager::_numberOfFriendsInList(const PLSlotList& list) const { return list.occupiedCount(); }
@@ -723,40 +693,36 @@ std::uint64_t PLFriendsManager::_numberOfFriendsInList(const PLSlotList& list) c
 // --- 3  Indexes and lookup -----------------------------------------------------------------------------------------
 
 void PLFriendsManager::_addPersonToIdentifiersToPersonMap(const std::shared_ptr<PLPerson>& person) {
-  _identifiersToPersonMap->add(person);
+  _parts->_identifiersToPersonMap.add(person);
 }
 
 void PLFriendsManager::_removePersonFromIdentifiersToPersonMap(const PLPerson& person) {
-  _identifiersToPersonMap->remove(person);
+  _parts->_identifiersToPersonMap.remove(person);
 }
 
 // Sourced persons come last, so that they win a key that they share with a friend.
-void PLFriendsManager::_createAddressToPersonDictionary() { _identifiersToPersonMap->rebuild(*_sourcedPersons); }
-
-void PLFriendsManager::_storeSourcedPerson(const std::shared_ptr<PLPerson>& person) {
-  if (!_sourcedPersons->contains(person.get())) _sourcedPersons->append(person);
-  _addPersonToIdentifiersToPersonMap(person);
+void PLFriendsManager::_createAddressToPersonDictionary() {
+  _parts->_identifiersToPersonMap.rebuild(_parts->sourcedPersons);
 }
 
-std::shared_ptr<PLPerson> PLFriendsManager::_personUnder(const std::string& destination) const {
-  std::string room;
-  const auto canonical = plSanitizedDestination(destination, room);
-  return canonical ? _identifiersToPersonMap->personFor(*canonical) : nullptr;
+void PLFriendsManager::_storeSourcedPerson(const std::shared_ptr<PLPerson>& person) {
+  if (!_parts->sourcedPersons.contains(person.get())) _parts->sourcedPersons.append(person);
+  _addPersonToIdentifiersToPersonMap(person);
 }
 
 std::shared_ptr<PLPerson> PLFriendsManager::personWithDestinations(const std::vector<std::string>& destinations) {
   checkMainQueue(_process, "personWithDestinations");
-  _lookUpQueue->lookUpAgain(*platformOf(_process).addressBook);
+  _parts->lookUpQueue.lookUpAgain(*platformOf(_process).addressBook);
   // For one destination, as most callers have, no sets are made.
   if (destinations.size() == 1) {
-    if (auto known = _personUnder(destinations.front())) return known;
+    if (auto known = personUnder(destinations.front(), _parts->_identifiersToPersonMap)) return known;
   }
   const DestinationSet canonical = plSanitizedDestinationSet(std::span(destinations));
-  if (auto known = _identifiersToPersonMap->firstPersonFor(canonical)) return known;
+  if (auto known = _parts->_identifiersToPersonMap.firstPersonFor(canonical)) return known;
   std::shared_ptr<PLPerson> person;
   platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
     person = PLPerson::initWithDestinationsAddressBook({canonical.begin(), canonical.end()}, &addressBook);
-    _lookUpQueue->note(person, addressBook);
+    _parts->lookUpQueue.note(person, addressBook);
   });
   if (person) _storeSourcedPerson(person);
   return person;
@@ -764,12 +730,12 @@ std::shared_ptr<PLPerson> PLFriendsManager::personWithDestinations(const std::ve
 
 std::shared_ptr<PLPerson> PLFriendsManager::personWithABRecordGUID(const std::string& guid) {
   checkMainQueue(_process, "personWithABRecordGUID");
-  _lookUpQueue->lookUpAgain(*platformOf(_process).addressBook);
-  if (auto known = _identifiersToPersonMap->personFor(guid)) return known;
+  _parts->lookUpQueue.lookUpAgain(*platformOf(_process).addressBook);
+  if (auto known = _parts->_identifiersToPersonMap.personFor(guid)) return known;
   std::shared_ptr<PLPerson> person;
   platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
     person = PLPerson::initWithABRecordGUIDAddressBook(guid, &addressBook);
-    _lookUpQueue->note(person, addressBook);
+    _parts->lookUpQueue.note(person, addressBook);
   });
   if (person) _storeSourcedPerson(person);
   return person;
@@ -778,17 +744,17 @@ std::shared_ptr<PLPerson> PLFriendsManager::personWithABRecordGUID(const std::st
 // The list itself is asked: in the identifier map a looked-up person may stand in a friend's place.
 bool PLFriendsManager::containsFriendWithABRecordGUID(const std::optional<std::string>& guid) const {
   checkMainQueue(_process, "containsFriendWithABRecordGUID");
-  return guid && _friendList->people().containsGUID(*guid);
+  return guid && _parts->friendList.people().containsGUID(*guid);
 }
 
 std::shared_ptr<PLPerson> PLFriendsManager::personLikePerson(const std::shared_ptr<PLPerson>& person) const {
   checkMainQueue(_process, "personLikePerson");
-  return person ? _friendList->firstLike(*person) : nullptr;
+  return person ? _parts->friendList.firstLike(*person) : nullptr;
 }
 
 std::vector<std::shared_ptr<PLPerson>> PLFriendsManager::allPeople() const {
   checkMainQueue(_process, "allPeople");
-  return _identifiersToPersonMap->allPersons();
+  return _parts->_identifiersToPersonMap.allPersons();
 }
 
 // --- 4  Change log and notifications -------------------------------------------------------------------------------
@@ -851,12 +817,6 @@ void PLFriendsManager::idStatusUpdatedForDestinations(const std::optional<Destin
   if (statuses) _reachability->idStatusUpdatedForDestinations(*statuses);
 }
 
-void PLFriendsManager::_postStatuses(const DestinationStatuses& statuses) {
-  postOnMainQueue(_process, PLFriendsManagerDestinationStatusUpdatedNotification, weak_from_this(),
-                  Dictionary{{std::string(PLFriendsManagerDestinationStatusUpdatedDestinationsKey),
-                              destinationStatusNumbers(statuses)}});
-}
-
 // --- 6  Loading, refresh and clean-up ------------------------------------------------------------------------------
 
 // Strangers are reported too; only a friend's change asks for a save.
@@ -885,16 +845,16 @@ void PLFriendsManager::_followAddressBook(const std::weak_ptr<PLFriendsManager>&
   const auto self = manager.lock();
   if (!self) return;
   self->refreshAgainstAddressBook();
-  self->_lookUpQueue->lookUpAgain(*platformOf(self->_process).addressBook);
+  self->_parts->lookUpQueue.lookUpAgain(*platformOf(self->_process).addressBook);
   self->_bringFavoritesIfDue();
 }
 
 bool PLFriendsManager::refreshAgainstAddressBook() {
   checkMainQueue(_process, "refreshAgainstAddressBook");
   if (!_didCompleteInitialLoading) return false;
-  const bool isDue = _needsAddressBookRefresh || _contactsRefresh->_addressBookSequenceNumberDidChange();
+  const bool isDue = _needsAddressBookRefresh || _parts->contactsRefresh._addressBookSequenceNumberDidChange();
   if (!isDue || !_refreshAgainstContactsEnabled) return false;
-  if (!_contactsRefresh->refreshFriends()) return false;
+  if (!_parts->contactsRefresh.refreshFriends()) return false;
   _cleanUpFriendListIfNecessary();
   _postChangeNotificationIfNecessary();
   _needsAddressBookRefresh = false;
@@ -919,8 +879,9 @@ std::shared_ptr<PLBaseline> PLFriendsManager::_updateFriends(const PLStoredList&
   store.performWithAddressBook([&](AddressBook& shared) {
     // A shared handle without a database cannot name the records that stored friends belong to.
     const auto ownHandle = shared.databaseUID() ? nullptr : store.openPrivateAddressBook();
-    auto result = _takeover->_updateFriends(stored, merged, known ? *known : nothing,
-                                            ownHandle ? ownHandle.get() : &shared, _settings->maxFriendsPerGroup());
+    auto result =
+        _parts->takeover._updateFriends(stored, merged, known ? *known : nothing, ownHandle ? ownHandle.get() : &shared,
+                                        _parts->settings.maxFriendsPerGroup());
     _pendingChanges->addChanges(std::move(result.changes));
     base = std::move(result.base);
     save();
@@ -937,11 +898,12 @@ void PLFriendsManager::_cleanUpFriendListIfNecessary() {
 }
 
 void PLFriendsManager::_deduplicateFriendListIfNecessary() {
-  if (_settings->shouldDeduplicateFriendList()) _removeFriendsAtIndices(plRepeatedFriends(*_friendList));
+  if (_parts->settings.shouldDeduplicateFriendList()) _removeFriendsAtIndices(plRepeatedFriends(_parts->friendList));
 }
 
 void PLFriendsManager::_removeDestinationlessFriendsIfNecessary() {
-  if (_settings->shouldRemoveDestinationlessFriends()) _removeFriendsAtIndices(plDestinationlessFriends(*_friendList));
+  if (_parts->settings.shouldRemoveDestinationlessFriends())
+    _removeFriendsAtIndices(plDestinationlessFriends(_parts->friendList));
 }
 
 // `indices`, ascending, name slots of the list as it is on entry. A group that empties vanishes with its slots, and the
@@ -952,12 +914,12 @@ void PLFriendsManager::_removeFriendsAtIndices(const std::vector<std::uint64_t>&
     const std::uint64_t index = named - vanished;
     const auto person = _friendAtPosition(index);
     _pendingChanges->_addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonDeleted);
-    const std::uint64_t groupIndex = index / _settings->maxFriendsPerGroup();
-    if (groupIndex >= _pages->count()) continue;
+    const std::uint64_t groupIndex = index / _parts->settings.maxFriendsPerGroup();
+    if (groupIndex >= _parts->pages.count()) continue;
     const auto group = friendGroups()[groupIndex];
-    _takeover->noteAutomaticRemoval(person);
-    group->removeFriendAtPosition(index % _settings->maxFriendsPerGroup());
-    if (!_pages->indexOfGroup(*group)) vanished += _settings->maxFriendsPerGroup();
+    _parts->takeover.noteAutomaticRemoval(person);
+    group->removeFriendAtPosition(index % _parts->settings.maxFriendsPerGroup());
+    if (!_parts->pages.indexOfGroup(*group)) vanished += _parts->settings.maxFriendsPerGroup();
   }
 }
 
@@ -968,32 +930,32 @@ void PLFriendsManager::_removeFriendsAtIndices(const std::vector<std::uint64_t>&
 void PLFriendsManager::_checkInvariants() const {
   if constexpr (ChecksInvariants) {
     constexpr std::uint64_t slotsCheckedEachTime = 1024;
-    if (_friendList->occupiedCount() % (1 + _friendList->count() / slotsCheckedEachTime) != 0) return;
+    if (_parts->friendList.occupiedCount() % (1 + _parts->friendList.count() / slotsCheckedEachTime) != 0) return;
     if (const auto violation = _indexViolation()) fatal(*violation);
   }
 }
 
 // The part that holds even while a group waits to be synchronised.
 std::optional<std::string> PLFriendsManager::_indexViolation() const {
-  if (auto violation = _pages->violation()) return violation;
+  if (auto violation = _parts->pages.violation()) return violation;
   std::uint64_t occupied = 0;
-  for (std::uint64_t index = 0; index < _friendList->count(); ++index) {
-    const Slot& person = _friendList->at(index);
+  for (std::uint64_t index = 0; index < _parts->friendList.count(); ++index) {
+    const Slot& person = _parts->friendList.at(index);
     if (person == EmptySlot) continue;
     ++occupied;
-    if (_friendList->indexOf(person.get(), index) != index) return "every friend found in its slot";
+    if (_parts->friendList.indexOf(person.get(), index) != index) return "every friend found in its slot";
   }
-  if (occupied != _numberOfFriendsInList(*_friendList)) return "the number of friends counted";
+  if (occupied != _numberOfFriendsInList(_parts->friendList)) return "the number of friends counted";
   const std::uint64_t firstEmpty = _firstEmptyPosition();
-  if (firstEmpty < _friendList->count() && _friendList->at(firstEmpty) != EmptySlot)
+  if (firstEmpty < _parts->friendList.count() && _parts->friendList.at(firstEmpty) != EmptySlot)
     return "the first empty slot empty";
   return std::nullopt;
 }
 
 std::optional<std::string> PLFriendsManager::invariantViolation() const {
   if (auto violation = _indexViolation()) return violation;
-  if (!_pages->haveGroupsTheirSlots()) return "group and list with the same slots";
-  if (!_pages->areSkippedGroupsFull()) return "no room in the groups passed over";
+  if (!_parts->pages.haveGroupsTheirSlots()) return "group and list with the same slots";
+  if (!_parts->pages.areSkippedGroupsFull()) return "no room in the groups passed over";
   return std::nullopt;
 }
 

@@ -32,34 +32,21 @@ namespace pellor {
 class ContactStore;
 class Observation;
 class PLChangeLog;
-class PLContactsRefresh;
 class PLDelayedOperation;
-class PLDomainSettings;
-class PLFavorites;
 class PLFriendGroup;
-class PLIdentifierMap;
-class PLListReader;
-class PLListTakeover;
 class PLListWriter;
-class PLLookUpQueue;
-class PLOwnPosts;
-class PLPageLayout;
 class PLPendingChanges;
 class PLPerson;
-class PLPersonSequence;
 class PLReachability;
-class PLRetryTimer;
 class PLSlotList;
-class PLTitles;
 class Process;
 class Timer;
 struct Contact;
 struct Notification;
-struct PLAcceptedWrite;
 struct PLBaseline;
+struct PLFriendsManagerParts;
 struct PLFavoritesImport;
 struct PLMergeResult;
-struct PLOwnPages;
 struct PLStoredList;
 
 /// One ordered list of friends, laid out in pages of slots, shared by all processes of the user, kept in step with the
@@ -282,7 +269,6 @@ class PLFriendsManager : public Object,
 
  private:
   class PartsClient;
-
   // 1  Registry, settings and persistence
   void _start();
   bool _readSettings();
@@ -295,25 +281,18 @@ class PLFriendsManager : public Object,
   void _beginOnEmptyStore(const PLStoredList& stored);
   void _finishLoad();
   void _retryLoadLater();
-  void _listWasWritten(const PLAcceptedWrite& write);
   void _listWasOvertaken();
   void _loadIsDue();
   void _friendsChangedExternally();
   void _loadIfOther();
   void _loadGroupTitles();
   void _groupTitleChangedExternally();
-  std::shared_ptr<const PLBaseline> _knownTitles() const;
   void _tallySetValueForScalarKey(std::int64_t value, std::string_view key);
   void _tallyLogFriendCount();
   void _tallyLogFriendGroupCount();
   void _publishList();
   void _markLayoutChanged();
   std::optional<PLMergeResult> _mergeOwnEdits(const PLStoredList& stored);
-  PLOwnPages _ownPages(const PLBaseline& base) const;
-  bool _isSettled() const;
-  bool _isWritten() const;
-  void _prepareToSettle();
-
   // 2  Group layout and positions
   void _removeGroupAtIndex(std::uint64_t index);
   void _postGroupListChangedNotification();
@@ -321,20 +300,12 @@ class PLFriendsManager : public Object,
   std::uint64_t _slotCapacity() const;
   std::uint64_t _firstEmptyPosition() const;
   std::uint64_t _numberOfFriendsInList(const PLSlotList& list) const;
-
   // 3  Indexes and lookup
-  std::shared_ptr<PLPerson> _personUnder(const std::string& destination) const;
   void _storeSourcedPerson(const std::shared_ptr<PLPerson>& person);
   void _addPersonToIdentifiersToPersonMap(const std::shared_ptr<PLPerson>& person);
   void _removePersonFromIdentifiersToPersonMap(const PLPerson& person);
   void _createAddressToPersonDictionary();
-
-  // 4  Change log and notifications
   void _postChangeNotificationIfNecessary();
-
-  // 5  Reachability
-  void _postStatuses(const DestinationStatuses& statuses);
-
   // 6  Loading, refresh and clean-up
   void _personValuesChanged(const Notification& notification);
   void _addressBookChanged(const Notification& notification);
@@ -344,13 +315,9 @@ class PLFriendsManager : public Object,
   void _deduplicateFriendListIfNecessary();
   void _removeDestinationlessFriendsIfNecessary();
   void _removeFriendsAtIndices(const std::vector<std::uint64_t>& indices);
-
   // 7  Favorites import
   void _addCuratedFriends(const std::optional<std::vector<std::shared_ptr<PLPerson>>>& friends);
-  void _titleCuratedGroups();
-  void _titleAsCurated(const std::vector<std::shared_ptr<PLFriendGroup>>& groups);
   void _bringFavoritesIfDue();
-  void _endWaitForFavorites(bool didChangeList);
 
   void _checkInvariants() const;
   std::optional<std::string> _indexViolation() const;
@@ -362,23 +329,10 @@ class PLFriendsManager : public Object,
   const std::shared_ptr<PLPendingChanges> _pendingChanges;
 
   // All from here on belongs to the main queue, as do the operations without an annotation: their public callers tell
-  // by `checkMainQueue`. A part that another one uses is made before it.
+  // by `checkMainQueue`.
   const std::shared_ptr<PLReachability> _reachability;
   const std::unique_ptr<PartsClient> _client;
-  const std::unique_ptr<PLDomainSettings> _settings;
-  const std::unique_ptr<PLListReader> _listReader;
-  const std::unique_ptr<PLOwnPosts> _ownPosts;
-  const std::unique_ptr<PLSlotList> _friendList;
-  const std::unique_ptr<PLPageLayout> _pages;
-  const std::unique_ptr<PLTitles> _titles;
-  const std::unique_ptr<PLPersonSequence> _sourcedPersons;
-  const std::unique_ptr<PLIdentifierMap> _identifiersToPersonMap;
-  const std::unique_ptr<PLListTakeover> _takeover;
-  const std::unique_ptr<PLContactsRefresh> _contactsRefresh;
-  const std::unique_ptr<PLLookUpQueue> _lookUpQueue;
-  const std::unique_ptr<PLFavorites> _favorites;
-  const std::unique_ptr<PLRetryTimer> _loadRetry;
-  const std::unique_ptr<PLRetryTimer> _overtakenRetry;
+  const std::unique_ptr<PLFriendsManagerParts> _parts;
   std::vector<std::shared_ptr<Observation>> _observations;
 
   bool _refreshAgainstContactsEnabled = true;

@@ -5,12 +5,9 @@
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/friends/PLPerson.h"
 #include "pellor/friends/PLUtility.h"
-#include "pellor/friends/internal/PLDomainSettings.h"
-#include "pellor/friends/internal/PLFavorites.h"
+#include "pellor/friends/internal/PLFriendsManagerParts.h"
 #include "pellor/friends/internal/PLListWriter.h"
 #include "pellor/friends/internal/PLMainQueueCheck.h"
-#include "pellor/friends/internal/PLPageLayout.h"
-#include "pellor/friends/internal/PLSlotList.h"
 #include "pellor/platform/ContactStore.h"
 
 namespace pellor {
@@ -22,47 +19,44 @@ std::string filledIn(std::string format, std::uint64_t number) {
   return place == std::string::npos ? format : format.replace(place, 2, std::to_string(number));
 }
 
-}  // namespace
-
-void PLFriendsManager::_addCuratedFriends(const std::optional<std::vector<std::shared_ptr<PLPerson>>>& friends) {
-  if (!friends || friends->empty()) return;
-  for (std::uint64_t index = 0; index < friends->size(); ++index) {
-    if (index < _friendList->count()) {
-      _friendList->set(index, (*friends)[index]);
-    } else {
-      _friendList->append((*friends)[index]);
-    }
-  }
-  while (_friendList->count() % _settings->maxFriendsPerGroup() != 0) _friendList->append(EmptySlot);
-  _pages->_updateFriendGroups();
-  _titleCuratedGroups();
-  saveFriendGroupTitles();
-}
-
-void PLFriendsManager::_titleCuratedGroups() {
-  std::vector<std::shared_ptr<PLFriendGroup>> groups = friendGroups();
-  if (groups.size() > 1 && groups.back()->count() == 0) groups.pop_back();
-  _titleAsCurated(groups);
-}
-
-void PLFriendsManager::_titleAsCurated(const std::vector<std::shared_ptr<PLFriendGroup>>& groups) {
+// Groups that have no title get the one of an import.
+void titleAsCurated(const std::vector<std::shared_ptr<PLFriendGroup>>& groups, const PLPageLayout& pages) {
   const auto bundle = PellorBundle();
   if (!bundle) return;
   const std::string format = bundle->localizedString("NUMBERED_FAVORITES_FORMAT_STRING", "");
   for (const auto& group : groups) {
-    const auto index = _pages->indexOfGroup(*group);
+    const auto index = pages.indexOfGroup(*group);
     if (!index || !group->title().value_or("").empty()) continue;
     group->setTitle(*index == 0 ? bundle->localizedString("FAVORITES", "") : filledIn(format, *index + 1));
   }
 }
 
-bool PLFriendsManager::isFirstListDue() const { return _favorites->isDue(); }
+}  // namespace
+
+void PLFriendsManager::_addCuratedFriends(const std::optional<std::vector<std::shared_ptr<PLPerson>>>& friends) {
+  if (!friends || friends->empty()) return;
+  for (std::uint64_t index = 0; index < friends->size(); ++index) {
+    if (index < _parts->friendList.count()) {
+      _parts->friendList.set(index, (*friends)[index]);
+    } else {
+      _parts->friendList.append((*friends)[index]);
+    }
+  }
+  while (_parts->friendList.count() % _parts->settings.maxFriendsPerGroup() != 0) _parts->friendList.append(EmptySlot);
+  _parts->pages._updateFriendGroups();
+  std::vector<std::shared_ptr<PLFriendGroup>> groups = friendGroups();
+  if (groups.size() > 1 && groups.back()->count() == 0) groups.pop_back();
+  titleAsCurated(groups, _parts->pages);
+  saveFriendGroupTitles();
+}
+
+bool PLFriendsManager::isFirstListDue() const { return _parts->favorites.isDue(); }
 
 PLFavoritesImport PLFriendsManager::importFavorites() {
   checkMainQueue(_process, "importFavorites");
   PLFavoritesImport import;
   if (!_didCompleteInitialLoading) return import;
-  const auto found = _favorites->newFriends(_friendList->snapshot());
+  const auto found = _parts->favorites.newFriends(_parts->friendList.snapshot());
   import.couldRead = found.isReadable();
   if (!import.couldRead) return import;
   std::vector<std::shared_ptr<PLFriendGroup>> groups;
@@ -72,24 +66,20 @@ PLFavoritesImport PLFriendsManager::importFavorites() {
       continue;
     }
     import.added.push_back(person);
-    groups.push_back(friendGroups()[*_friendList->indexOf(person.get()) / _settings->maxFriendsPerGroup()]);
+    groups.push_back(friendGroups()[*_parts->friendList.indexOf(person.get()) / _parts->settings.maxFriendsPerGroup()]);
   }
-  _titleAsCurated(groups);
+  titleAsCurated(groups, _parts->pages);
   if (!import.added.empty()) saveFriendGroupTitles();
-  _endWaitForFavorites(!import.added.empty());
+  if (!_parts->favorites.isDue()) return import;
+  // The write that brings the favorites tells that the list waits for none.
+  _parts->favorites.setDue(false);
+  import.added.empty() ? _writer->markFavoritesCame() : _writer->markLayout(std::nullopt, false);
+  save();
   return import;
 }
 
-// The write that brings the favorites tells that the list waits for none.
-void PLFriendsManager::_endWaitForFavorites(bool didChangeList) {
-  if (!_favorites->isDue()) return;
-  _favorites->setDue(false);
-  didChangeList ? _writer->markLayout(std::nullopt, false) : _writer->markFavoritesCame();
-  save();
-}
-
 void PLFriendsManager::_bringFavoritesIfDue() {
-  if (_favorites->isDue() && !importFavorites().couldRead) _favorites->bringLater();
+  if (_parts->favorites.isDue() && !importFavorites().couldRead) _parts->favorites.bringLater();
 }
 
 bool PLFriendsManager::shouldAllowAddingContactWithContactStorePersonValueCache(
