@@ -27,9 +27,6 @@ class OwnPostsTest : public OneProcess {
     deliveries.clear();
     settings = PLDomainSettings::read(*platform.preferences, Domain).value();
     posts.emplace(process, settings);
-    observe();
-  }
-  void observe() {
     posts->observe([this] { deliveries += posts->takeListEcho() ? 'L' : 'l'; },
                    [this] { deliveries += posts->takeTitlesEcho() ? 'T' : 't'; });
   }
@@ -107,9 +104,9 @@ TEST_F(OwnPostsTest, ABusThatBringsNothingBackIsGivenUp) {
 }
 
 TEST_F(OwnPostsTest, NothingIsDeliveredAfterItsEnd) {
-  observe();
-  post("L");
-  EXPECT_EQ(delivered(), "L") << "it observes once";
+  posts->observe([this] { deliveries += '!'; }, [this] { deliveries += '!'; });
+  post("LT");
+  EXPECT_EQ(delivered(), "LT") << "it observes once";
   world.bus().disturb(Fault::late, 2);
   post("LT");
   posts->awaitEchoes();

@@ -60,6 +60,9 @@ TEST_F(PageLayoutTest, AnAppendedGroupHasTheSlotsThatTheListHasThere) {
   EXPECT_EQ(textOfPages(), "abc");
   EXPECT_EQ(textOfList(), "abcde-f--");
   EXPECT_EQ(announcements, 3);
+  setLimits(3, 2);
+  pages->_updateFriendGroups();
+  EXPECT_EQ(textOfPages(), "abc|de-") << "slots that were laid out before, without a group";
 }
 
 TEST_F(PageLayoutTest, ARemovedGroupTakesItsSlotsAlongAndLaterOnesMoveDown) {

@@ -19,6 +19,9 @@ class TitlesTest : public OneList {
 
   void load() {
     layOut("abcdef");
+    // Numbers of pages are no places.
+    pages->dropGroupsFrom(0);
+    pages->_updateFriendGroups();
     titles.emplace(process, *pages);
     titles->takeOver(stored({"x", "y", "z"}), nullptr, nullptr);
     base.titles = {"x", "y", "z"};
