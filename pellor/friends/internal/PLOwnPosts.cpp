@@ -55,7 +55,7 @@ void PLOwnPosts::_postExternally(const std::string& name) {
 
 bool PLOwnPosts::takeListEcho() { return takeOne(_postCount); }
 
-bool PLOwnPosts::takeTitlesEcho() { return !_settings.haveOneExternalName() && takeOne(_titlePostCount); }
+bool PLOwnPosts::takeTitlesEcho() { return takeOne(_titlePostCount); }
 
 void PLOwnPosts::awaitEchoes() {
   if (haveAllEchoes() || (_timer && _timer->isValid())) return;

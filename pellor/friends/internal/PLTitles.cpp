@@ -75,10 +75,7 @@ Array PLTitles::storedAfter(const PLBaseline& base) const {
   Array titles;
   for (std::uint64_t index = 0; index < _pages.count(); ++index) titles.emplace_back(titleOf(index));
   const std::size_t taken = base.pages ? base.pages->size() : 0;
-  for (std::size_t page = taken; page < base.titles.size(); ++page) {
-    const bool isOfBase = titles.size() == _pages.count() + (page - taken);
-    if (isOfBase) titles.push_back(base.titles[page]);
-  }
+  for (std::size_t page = taken; page < base.titles.size(); ++page) titles.push_back(base.titles[page]);
   return titles;
 }
 
