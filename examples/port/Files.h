@@ -1,4 +1,4 @@
-// Files that are read and replaced as a whole, and values as bytes. For systems with POSIX files and flock.
+// Values in files, which are read and replaced as a whole. For systems with POSIX files and flock.
 #pragma once
 
 #include <fcntl.h>
@@ -6,178 +6,104 @@
 #include <unistd.h>
 
 #include <bit>
-#include <cerrno>
-#include <charconv>
 #include <filesystem>
-#include <optional>
+#include <fstream>
 #include <random>
-#include <string>
-#include <string_view>
+#include <sstream>
 
 #include "pellor/platform/PreferencesStore.h"
 
 namespace port {
 
 namespace fs = std::filesystem;
-using pellor::Value;
+using namespace pellor;
+using Outcome = PreferenceWriteOutcome;
 
-/// A file descriptor, closed at the end.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : _number(number) {}
-  ~Descriptor() {
-    if (_number >= 0) ::close(_number);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  int number() const { return _number; }
-
- private:
-  const int _number;
-};
-
-/// Keeps other threads and processes out while it lives; the system ends it with the process.
-class FileLock {
- public:
-  explicit FileLock(const fs::path& file) : _file(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
-    int result = -1;
-    do result = ::flock(_file.number(), LOCK_EX);
-    while (result != 0 && errno == EINTR);
-    _isHeld = result == 0;
-  }
-  bool isHeld() const { return _isHeld; }
-
- private:
-  const Descriptor _file;
-  bool _isHeld = false;
-};
-
-namespace detail {
-
-inline bool writeAll(int file, std::string_view bytes) {
-  while (file >= 0 && !bytes.empty()) {
-    const ssize_t written = ::write(file, bytes.data(), bytes.size());
-    if (written < 0 && errno != EINTR) return false;
-    if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return file >= 0 && ::fsync(file) == 0;
-}
-
-inline void addNumber(std::string& bytes, char kind, std::int64_t number) {
-  bytes += kind + std::to_string(number) + ':';
-}
-
-inline void addText(std::string& bytes, char kind, std::string_view text) {
-  addNumber(bytes, kind, static_cast<std::int64_t>(text.size()));
-  bytes += text;
-}
-
-inline bool add(std::string& bytes, const Value& value, std::size_t depth) {
-  if (depth > pellor::DeepestPreference) return false;
-  if (const auto boolean = value.boolean()) return addNumber(bytes, 'b', *boolean), true;
-  if (const auto integer = value.integer()) return addNumber(bytes, 'i', *integer), true;
-  if (const auto real = value.real()) return addNumber(bytes, 'r', std::bit_cast<std::int64_t>(*real)), true;
-  if (const auto date = value.date()) return addNumber(bytes, 't', std::bit_cast<std::int64_t>(date->seconds)), true;
-  if (const auto* string = value.string()) return addText(bytes, 's', *string), true;
-  if (const auto* data = value.data()) return addText(bytes, 'd', std::string(data->begin(), data->end())), true;
-  if (const auto* array = value.array()) {
-    addNumber(bytes, 'a', static_cast<std::int64_t>(array->size()));
-    for (const Value& element : *array)
-      if (!add(bytes, element, depth + 1)) return false;
-    return true;
-  }
-  addNumber(bytes, 'm', static_cast<std::int64_t>(value.dictionary()->size()));
-  for (const auto& [key, element] : *value.dictionary()) {
-    addText(bytes, 's', key);
-    if (!add(bytes, element, depth + 1)) return false;
-  }
-  return true;
-}
-
-inline std::optional<Value> take(std::string_view& bytes, std::size_t depth) {
-  std::int64_t number = 0;
-  const char* const end = bytes.data() + bytes.size();
-  if (bytes.size() < 3 || depth > pellor::DeepestPreference) return std::nullopt;
-  const char kind = bytes.front();
-  const auto [after, error] = std::from_chars(bytes.data() + 1, end, number);
-  if (error != std::errc() || after == end || *after != ':') return std::nullopt;
-  bytes = {after + 1, end};
-  if (kind == 'b') return Value(number != 0);
-  if (kind == 'i') return Value(number);
-  if (kind == 'r') return Value(std::bit_cast<double>(number));
-  if (kind == 't') return Value(pellor::Date{std::bit_cast<double>(number)});
-  if (number < 0 || static_cast<std::size_t>(number) > bytes.size()) return std::nullopt;
-  const std::string_view text = bytes.substr(0, static_cast<std::size_t>(number));
-  if (kind == 's' || kind == 'd') bytes.remove_prefix(text.size());
-  if (kind == 's') return Value(text);
-  if (kind == 'd') return Value(pellor::Data(text.begin(), text.end()));
-  pellor::Array array;
-  pellor::Dictionary dictionary;
-  for (; number > 0; --number) {
-    const auto key = kind == 'm' ? take(bytes, depth + 1) : std::nullopt;
-    auto element = take(bytes, depth + 1);
-    if (!element || (kind == 'm' && !(key && key->string()))) return std::nullopt;
-    kind == 'm' ? void(dictionary.emplace(*key->string(), *element)) : array.push_back(*std::move(element));
-  }
-  if (kind == 'a') return Value(std::move(array));
-  if (kind == 'm') return Value(std::move(dictionary));
-  return std::nullopt;
-}
-
-}  // namespace detail
-
-/// None when there is no such file in its folder; unreadable when the folder is gone, too.
-inline pellor::Answer<std::string> readFile(const fs::path& path) {
-  using Bytes = pellor::Answer<std::string>;
-  std::error_code ignored;
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (file.number() < 0)
-    return errno == ENOENT && fs::is_directory(path.parent_path(), ignored) ? Bytes::none() : Bytes::unreadable();
-  std::string bytes, part(1 << 16, 0);
-  while (const ssize_t count = ::read(file.number(), part.data(), part.size())) {
-    if (count < 0 && errno != EINTR) return Bytes::unreadable();
-    if (count > 0) bytes.append(part, 0, static_cast<std::size_t>(count));
-  }
-  return Bytes::some(std::move(bytes));
-}
-
-enum class Replaced { yes, no, unknown };
-/// Puts these bytes in place of the file's, all or none, and returns when they are on the disk. Unknown: they are
-/// there, and may be gone after the next start of the system. The caller holds the lock that goes with the file.
-inline Replaced replaceFile(const fs::path& file, std::string_view bytes) {
-  const std::string draft = file.string() + ".draft";
-  if (!detail::writeAll(Descriptor(::open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)).number(),
-                        bytes) ||
-      ::rename(draft.c_str(), file.c_str()) != 0)
-    return Replaced::no;
-  const Descriptor folder(::open(file.parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return folder.number() >= 0 && ::fsync(folder.number()) == 0 ? Replaced::yes : Replaced::unknown;
-}
-
-/// Absent for a value that is nested too deep.
-inline std::optional<std::string> encoded(const Value& value) {
-  std::string bytes;
-  return detail::add(bytes, value, 0) ? std::optional(std::move(bytes)) : std::nullopt;
-}
-
-/// Absent when these are not the bytes of a value.
-inline std::optional<Value> decoded(std::string_view bytes) {
-  auto value = detail::take(bytes, 0);
-  return bytes.empty() ? value : std::nullopt;
-}
-
-/// Any text as a part of a file's name.
-inline std::string hex(std::string_view text) {
-  std::string digits;
-  for (const char byte : text)
-    for (const int half : {(byte >> 4) & 15, byte & 15}) digits += "0123456789abcdef"[half];
-  return digits;
-}
-
-/// Not 0.
 inline std::int64_t randomNumber() {
   std::random_device device;
-  return static_cast<std::int64_t>(std::uint64_t{device()} << 31 | device() | 1);
+  return std::uniform_int_distribution<std::int64_t>(1)(device);
 }
+
+/// The letter of the kind, a number (the value or its size), a colon, and the text or the elements: those of a
+/// dictionary are keys and values in turn.
+inline std::string encoded(const Value& value) {
+  const auto head = [](char kind, auto number) { return kind + std::to_string(number) + ':'; };
+  if (const auto boolean = value.boolean()) return head('b', int{*boolean});
+  if (const auto integer = value.integer()) return head('i', *integer);
+  if (const auto real = value.real()) return head('r', std::bit_cast<std::int64_t>(*real));
+  if (const auto date = value.date()) return head('t', std::bit_cast<std::int64_t>(date->seconds));
+  if (const auto* text = value.string()) return head('s', text->size()) + *text;
+  if (const auto* data = value.data()) return head('d', data->size()) + std::string(data->begin(), data->end());
+  Array elements = value.array() ? *value.array() : Array();
+  for (const auto& [key, element] : value.dictionary() ? *value.dictionary() : Dictionary())
+    elements.insert(elements.end(), {key, element});
+  std::string bytes = head(value.array() ? 'a' : 'm', elements.size());
+  for (const Value& element : elements) bytes += encoded(element);
+  return bytes;
+}
+
+/// The next value; `bytes` fail when they are none.
+inline Value decodeNext(std::istream& bytes) {
+  char kind = 0, colon = 0;
+  std::int64_t number = 0;
+  bytes.get(kind) >> number >> colon;
+  if (colon != ':' || std::string("birtsdam").find(kind) == std::string::npos) bytes.setstate(std::ios::failbit);
+  if (kind == 'b') return number != 0;
+  if (kind == 'i') return number;
+  if (kind == 'r') return std::bit_cast<double>(number);
+  if (kind == 't') return Date{std::bit_cast<double>(number)};
+  std::string text;
+  Array elements;
+  for (; bytes && number > 0; --number)
+    kind == 's' || kind == 'd' ? text.push_back(static_cast<char>(bytes.get())) : elements.push_back(decodeNext(bytes));
+  if (kind == 's') return text;
+  if (kind == 'd') return Data(text.begin(), text.end());
+  if (kind == 'a') return elements;
+  Dictionary dictionary;
+  for (std::size_t at = 0; at + 1 < elements.size(); at += 2)
+    if (elements[at].string()) dictionary.emplace(*elements[at].string(), elements[at + 1]);
+  return dictionary;
+}
+
+/// Absent when these are not the bytes of one value.
+inline std::optional<Value> decoded(std::istream&& bytes) {
+  const Value value = decodeNext(bytes);
+  return bytes && bytes.peek() == EOF ? std::optional(value) : std::nullopt;
+}
+
+inline bool beginsWith(const Array& list, const Array& beginning) {
+  return list.size() >= beginning.size() && std::equal(beginning.begin(), beginning.end(), list.begin());
+}
+
+/// A folder that no other thread or process has locked, for as long as this object and the process live.
+class LockedFolder {
+ public:
+  explicit LockedFolder(fs::path path) : _path(std::move(path)), _folder(::open(_path.c_str(), O_RDONLY | O_CLOEXEC)) {}
+  LockedFolder(const LockedFolder&) = delete;
+  ~LockedFolder() { ::close(_folder); }
+
+  /// What the file holds, which is made of `initial` when there is none; absent when it cannot be read.
+  std::optional<Value> read(const std::string& file, const Value& initial) const {
+    std::error_code ignored;
+    if (!_isLocked) return std::nullopt;
+    if (fs::status(_path / file, ignored).type() == fs::file_type::not_found) replace(file, initial);
+    return decoded(std::ifstream(_path / file, std::ios::binary));
+  }
+  /// All or nothing, and on the disk when it is written.
+  Outcome replace(const std::string& file, const Value& value) const {
+    const fs::path draft = _path / (file + ".draft");
+    const std::string bytes = encoded(value);
+    const int output = ::open(draft.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    const bool isFlushed = ::write(output, bytes.data(), bytes.size()) == std::ssize(bytes) && ::fsync(output) == 0;
+    ::close(output);
+    if (!isFlushed || ::rename(draft.c_str(), (_path / file).c_str()) != 0) return Outcome::failed;
+    return ::fsync(_folder) == 0 ? Outcome::written : Outcome::unknown;
+  }
+
+ private:
+  const fs::path _path;
+  const int _folder;
+  const bool _isLocked = ::flock(_folder, LOCK_EX) == 0;
+};
 
 }  // namespace port

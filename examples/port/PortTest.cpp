@@ -1,15 +1,10 @@
-// The contract suites of the port's four services.
+// The contract suites of the services that are in files.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <functional>
 #include <list>
 
-#include "FileBus.h"
-#include "FileContacts.h"
-#include "FilePreferences.h"
+#include "FilePlatform.h"
 #include "pellor/testing/SimulatedScheduler.h"
-#include "pellor/testing/SimulatedWorld.h"
 #include "pellor/testing/contract/AddressBookStoreContract.h"
 #include "pellor/testing/contract/ContactStoreContract.h"
 #include "pellor/testing/contract/FavoritesSourceContract.h"
@@ -22,124 +17,92 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Folder {
-  Folder() : path(::mkdtemp((fs::temp_directory_path() / "port-XXXXXX").string().data())) {}
-  ~Folder() { fs::remove_all(path); }
-  const fs::path path;
-};
+/// A folder, and processes in virtual time that use it, each from its first call on.
+class Files {
+ public:
+  Files() { fs::create_directory(_folder); }
+  ~Files() { fs::remove_all(_folder); }
 
-/// Processes in virtual time.
-struct Processes {
-  Process& at(int number) {
-    while (list.size() <= static_cast<std::size_t>(number)) list.emplace_back(scheduler, nullptr);
-    return *std::next(list.begin(), number);
-  }
-
-  std::shared_ptr<SimulatedScheduler> scheduler = std::make_shared<SimulatedScheduler>(1);
-  std::list<Process> list;
-};
-
-struct Stores {
-  std::shared_ptr<PreferencesStore> open() { return std::make_shared<port::FilePreferences>(folder.path); }
+  std::shared_ptr<PreferencesStore> open() { return std::make_shared<port::FilePreferences>(_folder); }
   std::shared_ptr<PreferencesStore> openInChild() { return open(); }
-  fs::path fileOf(std::string_view domain) { return folder.path / ("domain-" + port::hex(domain)); }
-  void damage(std::string_view key, std::string_view domain) {
-    Array parts = *port::decoded(port::readFile(fileOf(domain)).value().value())->array();
-    Dictionary entries = *parts[2].dictionary();
-    Array entry = *entries.find(key)->second.array();
-    entry[0] = entry[0].string()->substr(1);
-    entries.insert_or_assign(std::string(key), entry);
-    parts[2] = entries;
-    port::replaceFile(fileOf(domain), port::encoded(parts).value());
+  void damage(const std::string& key, const std::string& domain) {
+    std::fstream file(_folder / ("domain-" + domain), std::ios::in | std::ios::out | std::ios::binary);
+    const std::string bytes(std::istreambuf_iterator<char>(file), {}), entry = port::encoded(key) + "a5:s";
+    file.seekp(static_cast<std::streamoff>(bytes.find(':', bytes.find(entry) + entry.size()) + 1)).put('?');
   }
-  void makeUnreadable() { fs::rename(folder.path, elsewhere()); }
-  void makeReadable() { fs::rename(elsewhere(), folder.path); }
+  void makeUnreadable() { fs::rename(_folder, _elsewhere); }
+  void makeReadable() { fs::rename(_elsewhere, _folder); }
   void failWrites(bool fail) {
-    const fs::path draft = fileOf(ContractDomain).string() + ".draft";
+    const fs::path draft = _folder / ("domain-" + std::string(ContractDomain) + ".draft");
     fail ? void(fs::create_directory(draft)) : void(fs::remove(draft));
   }
-  fs::path elsewhere() { return folder.path.string() + "-elsewhere"; }
 
-  Folder folder;
-};
+  Process& process(int number = 0) { return program(number).process; }
+  bool runUntil(const std::function<bool()>& condition) { return _scheduler->runUntil(condition, 10); }
+  SystemNotifyBus& bus(int number) { return *program(number).files.platform.notifyBus; }
+  void breakConnection(int /*number*/) { fs::remove(_folder / "bus"); }
 
-class Buses {
- public:
-  Buses() {
-    for (int number = 0; number < 3; ++number)
-      _buses.push_back(port::FileBus::make(process(number), _folder.path / "bus"));
-  }
-  Process& process(int number) { return _processes.at(number); }
-  SystemNotifyBus& bus(int number) { return *_buses[static_cast<std::size_t>(number)]; }
-  bool runUntil(const std::function<bool()>& condition) { return _processes.scheduler->runUntil(condition, 10); }
-  void breakConnection(int /*number*/) { fs::remove(_folder.path / "bus"); }
-
- private:
-  Folder _folder;
-  Processes _processes;
-  std::vector<std::shared_ptr<port::FileBus>> _buses;
-};
-
-class Contacts {
- public:
-  Process& process() { return _processes.at(0); }
-  AddressBookStore& store() { return *platform().addressBook; }
-  ContactStore& contacts() { return *platform().contacts; }
+  AddressBookStore& store() { return *program(0).files.platform.addressBook; }
+  ContactStore& contacts() { return *program(0).files.platform.contacts; }
+  FavoritesSource& favorites() { return *program(0).files.platform.favorites; }
   static Contact contactFor(const std::string& guid) { return {guid}; }
-  FavoritesSource& favorites() { return *platform().favorites; }
   std::string add(const TestContact& contact) {
-    const std::string guid = "contact " + std::to_string(++_last);
+    const std::string guid = std::to_string(++_lastContact);
     change(guid, contact);
     return guid;
   }
   void change(const std::string& guid, const TestContact& contact) {
-    EXPECT_TRUE(port::FileContacts::put(_file, guid, contact));
+    Array change{"put", guid};
+    for (const auto& name : {contact.first, contact.last, contact.nickname}) change.push_back(name.value_or(""));
+    for (const auto& [label, value] : contact.phones) change.insert(change.end(), {"phone", label, value});
+    for (const auto& [label, value] : contact.emails) change.insert(change.end(), {"email", label, value});
+    append(change);
   }
-  void remove(const std::string& guid) { EXPECT_TRUE(port::FileContacts::remove(_file, guid)); }
-  void link(const std::string& guid, const std::string& other) {
-    EXPECT_TRUE(port::FileContacts::link(_file, guid, other));
+  void remove(const std::string& guid) { append({"remove", guid}); }
+  void link(const std::string& guid, const std::string& other) { append({"link", guid, other}); }
+  void setFavorites(const std::vector<std::string>& guids) {
+    Array change{"favorites"};
+    for (const std::string& guid : guids) {
+      const auto contact = program(0).files.world.addressBook().contact(guid).value();
+      const auto& values = contact.phones.empty() ? contact.emails : contact.phones;
+      change.insert(change.end(), {guid, contact.first.value(), values.front().value});
+    }
+    append(change);
   }
   void breakReading() {
-    fs::rename(_file, _file.string() + "-elsewhere");
-    const auto isBroken = [&] {
-      bool isReadable = true;
-      store().performWithAddressBook([&](AddressBook& book) { isReadable = book.isReadable(); });
-      return !isReadable;
-    };
-    EXPECT_TRUE(runUntil(isBroken));
+    makeUnreadable();
+    program(0).files.contacts.look();
   }
-  void restoreReading() { fs::rename(_file.string() + "-elsewhere", _file); }
-  void setFavorites(const std::vector<std::string>& guids) {
-    EXPECT_TRUE(port::FileFavorites::store(_folder.path / "favorites", guids));
-  }
-  bool runUntil(const std::function<bool()>& condition) { return _processes.scheduler->runUntil(condition, 10); }
+  void restoreReading() { makeReadable(); }
 
  private:
-  Platform& platform() {
-    if (_platform.addressBook) return _platform;
-    _contacts.emplace(process(), _world.addressBook(), _file);
-    _platform = _world.makePlatform(process());
-    _platform.favorites = std::make_shared<port::FileFavorites>(_platform.addressBook, _folder.path / "favorites");
-    return _platform;
+  struct Program {
+    Program(const std::shared_ptr<Scheduler>& scheduler, const fs::path& folder)
+        : process(scheduler, nullptr), files(process, folder) {}
+    Process process;
+    port::FilePlatform files;
+  };
+  Program& program(int number) {
+    while (_programs.size() <= static_cast<std::size_t>(number)) _programs.emplace_back(_scheduler, _folder);
+    return *std::next(_programs.begin(), number);
   }
+  void append(const Array& change) { EXPECT_TRUE(port::FileContacts::append(_folder, change)); }
 
-  Folder _folder;
-  const fs::path _file = _folder.path / "contacts";
-  int _last = 0;
-  SimulatedWorld _world;
-  Processes _processes;
-  std::optional<port::FileContacts> _contacts;
-  Platform _platform;
+  const fs::path _folder = fs::temp_directory_path() / ("port-" + std::to_string(port::randomNumber()));
+  const fs::path _elsewhere = _folder.string() + "-elsewhere";
+  int _lastContact = 0;
+  const std::shared_ptr<SimulatedScheduler> _scheduler = std::make_shared<SimulatedScheduler>(1);
+  std::list<Program> _programs;
 };
 
 }  // namespace
 
-INSTANTIATE_TYPED_TEST_SUITE_P(Files, PreferencesStoreContract, Stores);
-INSTANTIATE_TYPED_TEST_SUITE_P(Files, PreferencesVersionsContract, Stores);
-INSTANTIATE_TYPED_TEST_SUITE_P(Files, PreferencesProcessesContract, Stores);
-INSTANTIATE_TYPED_TEST_SUITE_P(Files, SystemNotifyBusContract, Buses);
-INSTANTIATE_TYPED_TEST_SUITE_P(Files, AddressBookStoreContract, Contacts);
-INSTANTIATE_TYPED_TEST_SUITE_P(Files, ContactStoreContract, Contacts);
-INSTANTIATE_TYPED_TEST_SUITE_P(Files, FavoritesSourceContract, Contacts);
+INSTANTIATE_TYPED_TEST_SUITE_P(Port, PreferencesStoreContract, Files);
+INSTANTIATE_TYPED_TEST_SUITE_P(Port, PreferencesVersionsContract, Files);
+INSTANTIATE_TYPED_TEST_SUITE_P(Port, PreferencesProcessesContract, Files);
+INSTANTIATE_TYPED_TEST_SUITE_P(Port, SystemNotifyBusContract, Files);
+INSTANTIATE_TYPED_TEST_SUITE_P(Port, AddressBookStoreContract, Files);
+INSTANTIATE_TYPED_TEST_SUITE_P(Port, ContactStoreContract, Files);
+INSTANTIATE_TYPED_TEST_SUITE_P(Port, FavoritesSourceContract, Files);
 
 }  // namespace pellor

@@ -195,7 +195,7 @@ TYPED_TEST_P(PreferencesVersionsContract, ADamagedValueHasAVersionAndIsWrittenOv
   }
 }
 
-TYPED_TEST_P(PreferencesVersionsContract, RunsThatDidNotChangeStayTheSame) {
+TYPED_TEST_P(PreferencesVersionsContract, ChunksThatDidNotChangeStayTheSame) {
   const auto chunksOf = [](const VersionedPreference& stored) {
     const auto* list = stored.value ? stored.value->longArray() : nullptr;
     EXPECT_TRUE(list);
@@ -320,7 +320,7 @@ TYPED_TEST_P(PreferencesVersionsContract, ThreadsLoseNothingAndSeeTogetherWhatWa
 REGISTER_TYPED_TEST_SUITE_P(PreferencesVersionsContract, OnlyWhatWasMadeFromTheStoredVersionIsWritten,
                             AllKeysAreWrittenOrNone, WhatWasSetWaitsForItsOwnSynchronize, AFailureChangesNothing,
                             NoVersionComesAgainOnceTheProcessesHaveEnded, ADamagedValueHasAVersionAndIsWrittenOver,
-                            RunsThatDidNotChangeStayTheSame,
+                            ChunksThatDidNotChangeStayTheSame,
                             WhatIsStoredIsTheLastThatWasSetOrNotOvertakenWhateverItWasBasedOn,
                             ThreadsLoseNothingAndSeeTogetherWhatWasWrittenTogether);
 
