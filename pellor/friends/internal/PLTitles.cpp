@@ -1,6 +1,7 @@
 #include "pellor/friends/internal/PLTitles.h"
 
 #include <algorithm>
+#include <string_view>
 #include <unordered_set>
 #include <utility>
 
@@ -21,15 +22,16 @@ std::string PLTitles::titleOf(std::uint64_t index) const {
   return _pages.friendGroups()[index]->title().value_or(std::string());
 }
 
-std::string PLTitles::storedTitleOf(std::uint64_t index) const {
+bool PLTitles::isSetHere(std::uint64_t index) const {
   const auto known = _stored.find(_pages.pageNumber(index));
-  return known == _stored.end() ? std::string() : known->second;
+  const std::string_view stored = known == _stored.end() ? std::string_view() : std::string_view(known->second);
+  return titleOf(index) != stored;
 }
 
 void PLTitles::setStored(std::uint64_t index, std::optional<std::string> title) {
   if (title) {
     _stored[_pages.pageNumber(index)] = *std::move(title);
-  } else {
+  } else if (!_stored.empty()) {
     _stored.erase(_pages.pageNumber(index));
   }
 }
@@ -127,10 +129,10 @@ void PLTitles::takeOver(const PLStoredList& stored, const PLMergeResult* merged,
 }
 
 void PLTitles::dropTitlesFrom(std::uint64_t index, const PLBaseline& known) {
-  const auto groups = _pages.friendGroups();
-  for (; index < std::min(groups.size(), known.titles.size()); ++index) {
+  for (; index < std::min<std::uint64_t>(_pages.count(), known.titles.size()); ++index) {
     const std::string* title = known.titles[index].string();
-    if (title && groups[index]->title() == *title) groups[index]->setTitle(std::nullopt);
+    const auto group = _pages.friendGroups()[index];
+    if (title && group->title() == *title) group->setTitle(std::nullopt);
   }
 }
 

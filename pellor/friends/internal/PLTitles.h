@@ -52,9 +52,8 @@ class PLTitles {
 
  private:
   std::string titleOf(std::uint64_t index) const;
-  std::string storedTitleOf(std::uint64_t index) const;
   void setStored(std::uint64_t index, std::optional<std::string> title);
-  bool isSetHere(std::uint64_t index) const { return titleOf(index) != storedTitleOf(index); }
+  bool isSetHere(std::uint64_t index) const;
   bool areAllStored(const PLBaseline& base) const;
   void dropTitlesFrom(std::uint64_t index, const PLBaseline& known);
   void forgetOtherPages();
