@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/mosquitto/MQTTLibrary.h"
 #include "pellor/linux/threads/ServiceThread.h"
 #include "pellor/runtime/BackOff.h"
 #include "pellor/runtime/Fatal.h"
@@ -39,22 +40,6 @@ constexpr int FirstRefusal = 128;
 // Subscribed to after another topic only for the answer: what that one retained has gone out by then.
 constexpr const char* Barrier = "pellor/barrier";
 
-struct LibraryEnd {
-  void operator()(mosquitto* client) const { mosquitto_destroy(client); }
-};
-
-void initializeLibrary() {
-  static const bool isReady = mosquitto_lib_init() == MOSQ_ERR_SUCCESS;
-  require(isReady, "an MQTT library that can be initialized");
-}
-
-// The library makes what TLS needs with the first connection of the process, and takes no care that it is made once.
-Mutex connecting;
-
-std::string errorText(int code) {
-  return code == MOSQ_ERR_ERRNO ? std::string(std::strerror(errno)) : std::string(mosquitto_strerror(code));
-}
-
 }  // namespace
 
 class MQTTConnection::Thread {
@@ -69,7 +54,7 @@ class MQTTConnection::Thread {
         _log(std::move(log)),
         _wake(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
         _changes(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-    initializeLibrary();
+    MQTTLibrary::initialize();
   }
 
   ~Thread() {
@@ -121,7 +106,7 @@ class MQTTConnection::Thread {
       _undelivered.insert(id);
       return;
     }
-    _log.log("a message could not be published: %@", errorText(result));
+    _log.log("a message could not be published: %@", MQTTLibrary::errorText(result));
     _isRefused = _hasPublished = true;
   }
 
@@ -180,7 +165,7 @@ class MQTTConnection::Thread {
     if (!_mosquitto) return lose(std::strerror(errno));
     setCallbacks();
     const int result = connect();
-    if (result != MOSQ_ERR_SUCCESS) lose(errorText(result));
+    if (result != MOSQ_ERR_SUCCESS) lose(MQTTLibrary::errorText(result));
   }
 
   void setCallbacks() {
@@ -215,8 +200,7 @@ class MQTTConnection::Thread {
     const int result = mosquitto_tls_set(client, _credentials.ca.c_str(), nullptr, _credentials.certificate.c_str(),
                                          _credentials.key.c_str(), nullptr);
     if (result != MOSQ_ERR_SUCCESS) return result;
-    const MutexLock lock(connecting);
-    return mosquitto_connect_async(client, _options.host.c_str(), _options.port, KeepAliveSeconds);
+    return MQTTLibrary::connect(*client, _options.host, _options.port, KeepAliveSeconds);
   }
 
   void wait() {
@@ -256,7 +240,7 @@ class MQTTConnection::Thread {
     if (_socketEvents & (POLLIN | POLLERR | POLLHUP)) result = mosquitto_loop_read(_mosquitto.get(), 1);
     if (result == MOSQ_ERR_SUCCESS && (_socketEvents & POLLOUT)) result = mosquitto_loop_write(_mosquitto.get(), 1);
     if (result == MOSQ_ERR_SUCCESS) result = mosquitto_loop_misc(_mosquitto.get());
-    if (result != MOSQ_ERR_SUCCESS) return lose(errorText(result));
+    if (result != MOSQ_ERR_SUCCESS) return lose(MQTTLibrary::errorText(result));
     // The library overlooks a refusal that it meets as it begins the handshake.
     const bool isClosed = (_socketEvents & (POLLERR | POLLHUP)) || mosquitto_socket(_mosquitto.get()) < 0;
     if (isClosed) return lose(_isConnected ? "the connection was closed" : "the connection was refused");
@@ -355,7 +339,7 @@ class MQTTConnection::Thread {
   ServiceThread _thread PELLOR_GUARDED_BY(_mutex);
 
   // All that follows belongs to the thread.
-  std::unique_ptr<mosquitto, LibraryEnd> _mosquitto;  ///< of one attempt; a new one for the next
+  std::unique_ptr<mosquitto, MQTTLibrary::Deleter> _mosquitto;  ///< of one attempt; a new one for the next
   bool _isWanted = false;
   bool _isWatching = false;
   bool _isEstablished = false;  ///< the socket is connected; the session may not be yet
