@@ -19,7 +19,7 @@ std::shared_ptr<Strand> ReadyStrands::take(double now) {
 
 ReadyStrands::Line& ReadyStrands::nextLine(double now) {
   if (_default.empty()) return _utility;
-  const bool isOverdue = !_utility.empty() && now - _utility.front().since >= longestWait;
+  const bool isOverdue = !_utility.empty() && now - _utility.front().since >= LongestWait;
   return isOverdue ? _utility : _default;
 }
 

@@ -15,7 +15,7 @@ namespace pellor {
 class ReadyStrands {
  public:
   /// How many seconds a utility strand waits behind default ones.
-  static constexpr double longestWait = 0.05;
+  static constexpr double LongestWait = 0.05;
 
   bool isEmpty() const { return size() == 0; }
   std::size_t size() const { return _default.size() + _utility.size(); }
