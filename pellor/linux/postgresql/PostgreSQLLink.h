@@ -10,9 +10,10 @@
 #include <string_view>
 #include <vector>
 
+#include "pellor/linux/ServiceReport.h"
 #include "pellor/linux/files/internal/PrivateFiles.h"
 #include "pellor/linux/postgresql/PostgreSQLConnection.h"
-#include "pellor/linux/postgresql/PostgreSQLService.h"
+#include "pellor/linux/postgresql/PostgreSQLOptions.h"
 #include "pellor/linux/threads/ServiceThread.h"
 #include "pellor/runtime/BackOff.h"
 #include "pellor/runtime/Log.h"

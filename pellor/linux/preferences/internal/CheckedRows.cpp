@@ -4,7 +4,7 @@
 #include <tuple>
 #include <vector>
 
-#include "pellor/linux/preferences/internal/PreferencesLayout.h"
+#include "pellor/linux/preferences/internal/ChunkRowID.h"
 
 namespace pellor {
 namespace {
@@ -77,8 +77,7 @@ void CheckedRows::seal(const SQLiteDatabase& database) {
   sealValues(database, CheckedTable::values, "stored_values");
   sealValues(database, CheckedTable::goodValues, "good_values");
   sealChunks(database, CheckedTable::chunks, "stored_runs", "list");
-  sealChunks(database, CheckedTable::goodChunks, "good_runs",
-             "id >> " + std::to_string(PreferencesLayout::ChunkNumberBits));
+  sealChunks(database, CheckedTable::goodChunks, "good_runs", "id >> " + std::to_string(ChunkRowID::NumberBits));
 }
 
 }  // namespace pellor

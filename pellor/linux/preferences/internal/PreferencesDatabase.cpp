@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "pellor/linux/preferences/internal/CheckedRows.h"
+#include "pellor/linux/preferences/internal/ChunkRowID.h"
 
 namespace pellor {
 namespace {
@@ -206,8 +207,8 @@ void PreferencesDatabase::removeChunks(std::string_view key, std::string_view do
     for (const char* text :
          {"DELETE FROM stored_runs WHERE id BETWEEN ?1 AND ?2", "DELETE FROM good_runs WHERE id BETWEEN ?1 AND ?2"}) {
       _statements->use(text)
-          ->bind(1, PreferencesLayout::idOfChunk(list, 0))
-          .bind(2, PreferencesLayout::idOfChunk(list, PreferencesLayout::HighestChunkNumber))
+          ->bind(1, ChunkRowID::of(list, 0))
+          .bind(2, ChunkRowID::of(list, ChunkRowID::HighestNumber))
           .run();
     }
   }

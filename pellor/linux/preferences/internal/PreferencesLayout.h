@@ -11,11 +11,6 @@ namespace pellor {
 /// The tables of one layout. Those of the present one have other names than those of earlier ones, so that a program of
 /// an earlier version that still runs fails at its next write, in place of changing values without their versions.
 struct PreferencesLayout {
-  /// A chunk's id is made of its list and, in as many bits, its number there.
-  static constexpr int ChunkNumberBits = 24;
-  static constexpr std::int64_t HighestChunkNumber = (std::int64_t{1} << ChunkNumberBits) - 1;
-  static std::int64_t idOfChunk(std::int64_t list, std::int64_t number) { return (list << ChunkNumberBits) + number; }
-
   std::int64_t number;
   const char* values;    ///< domain, key and value, or where its chunks are, and which write made it
   const char* chunks;    ///< of long arrays

@@ -5,18 +5,17 @@
 #include <utility>
 
 #include "pellor/linux/preferences/internal/CheckedRows.h"
+#include "pellor/linux/preferences/internal/ChunkRowID.h"
 #include "pellor/linux/preferences/internal/EncodedChunk.h"
 
 namespace pellor {
 namespace {
 
 std::int64_t idOf(std::int64_t list, std::size_t number) {
-  return PreferencesLayout::idOfChunk(list, static_cast<std::int64_t>(number));
+  return ChunkRowID::of(list, static_cast<std::int64_t>(number));
 }
 
-std::int64_t lastIDOf(std::int64_t list) {
-  return PreferencesLayout::idOfChunk(list, PreferencesLayout::HighestChunkNumber);
-}
+std::int64_t lastIDOf(std::int64_t list) { return ChunkRowID::of(list, ChunkRowID::HighestNumber); }
 
 /// A row of a list.
 struct ChunkRow {
@@ -27,8 +26,7 @@ struct ChunkRow {
 };
 
 std::string textForRows(const PreferencesLayout& layout, RowCopy copy) {
-  const std::string list =
-      copy == RowCopy::stored ? "list" : "id >> " + std::to_string(PreferencesLayout::ChunkNumberBits);
+  const std::string list = copy == RowCopy::stored ? "list" : "id >> " + std::to_string(ChunkRowID::NumberBits);
   std::string text = "SELECT id, " + list + ", value";
   if (copy == RowCopy::stored || layout.hasVersions) text += ", revision";
   if (layout.hasVersions) text += ", writer, write, checksum";
@@ -37,7 +35,7 @@ std::string textForRows(const PreferencesLayout& layout, RowCopy copy) {
 
 ChunkRow rowIn(const PreferencesLayout& layout, RowCopy copy, const SQLiteStatement& statement) {
   const std::int64_t id = statement.integer(0);
-  ChunkRow row{static_cast<std::size_t>(id & PreferencesLayout::HighestChunkNumber), statement.bytes(2), {}};
+  ChunkRow row{static_cast<std::size_t>(id & ChunkRowID::HighestNumber), statement.bytes(2), {}};
   if (!layout.hasVersions) {
     if (copy == RowCopy::stored) row.version.count = static_cast<std::uint64_t>(statement.integer(3));
     return row;
@@ -146,7 +144,7 @@ void removeRowsFrom(const PreferencesDatabase& store, std::int64_t list, std::si
 }
 
 bool canBeRead(const StoredChunks& rows) {
-  return rows.count >= 1 && static_cast<std::int64_t>(chunkCount(rows)) <= PreferencesLayout::HighestChunkNumber;
+  return rows.count >= 1 && static_cast<std::int64_t>(chunkCount(rows)) <= ChunkRowID::HighestNumber;
 }
 
 }  // namespace
