@@ -26,15 +26,15 @@ namespace {
 constexpr std::size_t WidestColumn = 28;
 
 /// A contact and whether it is a friend.
-struct Listed {
+struct ListEntry {
   ContactEntry contact;
   bool isFriend = false;
 };
 
-std::vector<Listed> listedContacts(Session& session, const std::optional<std::string>& pattern) {
+std::vector<ListEntry> listedContacts(Session& session, const std::optional<std::string>& pattern) {
   FriendFinder friends(session.manager());
   std::map<const std::vector<std::string>*, bool> known;  // by the records of a person
-  std::vector<Listed> listed;
+  std::vector<ListEntry> listed;
   for (ContactEntry& contact : contactsMatching(session, pattern)) {
     const auto [person, isNew] = known.try_emplace(contact.personGuids.get());
     if (isNew) person->second = friendThatIs(friends, contact).has_value();
@@ -47,10 +47,10 @@ std::string firstDestination(const ContactEntry& contact) {
   return contact.destinations.empty() ? "(unreachable)" : printable(contact.destinations.front());
 }
 
-std::string contactsText(const std::vector<Listed>& contacts) {
+std::string contactsText(const std::vector<ListEntry>& contacts) {
   std::size_t nameWidth = 0;
   std::size_t destinationWidth = 0;
-  for (const Listed& listed : contacts) {
+  for (const ListEntry& listed : contacts) {
     nameWidth = std::max(nameWidth, displayWidth(nameOf(listed.contact)));
     destinationWidth = std::max(destinationWidth, displayWidth(firstDestination(listed.contact)));
   }
@@ -63,7 +63,7 @@ std::string contactsText(const std::vector<Listed>& contacts) {
   return text;
 }
 
-Json contactsJson(Session& session, const std::vector<Listed>& contacts) {
+Json contactsJson(Session& session, const std::vector<ListEntry>& contacts) {
   Json list = Json::array();
   for (const auto& [contact, isFriend] : contacts) list.push_back(jsonOf(contact, isFriend));
   const auto& folder = session.platform().contactsFolder();
@@ -72,7 +72,7 @@ Json contactsJson(Session& session, const std::vector<Listed>& contacts) {
 
 void contacts(Session& session, const std::optional<std::string>& pattern) {
   session.requireContacts();
-  const std::vector<Listed> listed = listedContacts(session, pattern);
+  const std::vector<ListEntry> listed = listedContacts(session, pattern);
   session.answer([&] { return contactsText(listed); }, [&] { return contactsJson(session, listed); });
 }
 

@@ -65,9 +65,9 @@ Json jsonOf(const DevicePairing& pairing, const std::string& request) {
 // status, revoke
 
 /// A connection of this command's own.
-class Asking {
+class DeviceQuery {
  public:
-  Asking(Session& session, bool isSending) : _process(session.process()) {
+  DeviceQuery(Session& session, bool isSending) : _process(session.process()) {
     PairedDeviceOptions options;
     options.broker = MQTTOptions::from(session.options().configuration);
     options.folder = pairingOf(session).folder();
@@ -195,7 +195,7 @@ void serveDevice(Session& session, const DeviceServeArguments& arguments) {
     DeviceReceiverOptions options = receiverOptions(session, arguments);
     options.tell = [&](const std::string& text) {
       const std::string line = session.options().json ? textOf(Json{{"event", text}}) : printable(text);
-      couldPrintAll = couldPrintAll && writeOutput(line + "\n") != Written::failed;
+      couldPrintAll = couldPrintAll && writeOutput(line + "\n") != OutputResult::failed;
     };
     const auto receiver = DeviceReceiver::make(session.process(), std::move(options), logOf(session));
     const Interruption interruption([&] { mainQueue.stop(); });
@@ -207,7 +207,7 @@ void serveDevice(Session& session, const DeviceServeArguments& arguments) {
 
 void showDeviceStatus(Session& session) {
   DeviceStatus status{sends(session), {}, IncomingFile(pairingOf(session).folder()).read()};
-  Asking asking(session, status.isSending);
+  DeviceQuery asking(session, status.isSending);
   if (status.isSending && asking.status().peer) {
     asking.runUntil([](const PairedDeviceStatus& sent) { return sent.isUpToDate && sent.due.empty(); });
   }
@@ -220,7 +220,7 @@ void revokeDevice(Session& session) {
     const DevicePairing pairing = pairingOf(session);
     const std::string peer = pairing.peer().value_or("");
     pairing.revoke();
-    Asking asking(session, false);
+    DeviceQuery asking(session, false);
     const OutgoingFile file(pairing.folder());
     asking.runUntil([&](const PairedDeviceStatus&) { return file.read().emptied.empty(); });
     const bool isEmptied = file.read().emptied.empty();

@@ -29,9 +29,9 @@ bool writeAll(int descriptor, std::string_view text) {
 
 }  // namespace
 
-Written writeOutput(std::string_view text) {
-  if (writeAll(STDOUT_FILENO, terminalText(text))) return Written::whole;
-  return errno == EPIPE ? Written::readerGone : Written::failed;
+OutputResult writeOutput(std::string_view text) {
+  if (writeAll(STDOUT_FILENO, terminalText(text))) return OutputResult::whole;
+  return errno == EPIPE ? OutputResult::readerGone : OutputResult::failed;
 }
 
 void writeError(std::string_view text) {

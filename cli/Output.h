@@ -8,10 +8,10 @@
 namespace pellor::cli {
 
 /// What became of an attempt to write.
-enum class Written { whole, readerGone, failed };
+enum class OutputResult { whole, readerGone, failed };
 
 /// Writes all of it to standard output, as `terminalText` has it. `failed` leaves the reason in errno.
-Written writeOutput(std::string_view text);
+OutputResult writeOutput(std::string_view text);
 
 /// Writes "pellor: <text>" as one line to standard error, as `terminalText` has it.
 void writeError(std::string_view text);

@@ -62,9 +62,9 @@ class Watch {
   // Each line by itself, so that a reader of a pipe sees it at once.
   void print(const std::string& line) {
     if (!_couldPrintAll) return;
-    const Written written = writeOutput(line + "\n");
-    if (written == Written::whole) return;
-    _couldPrintAll = written == Written::readerGone;
+    const OutputResult written = writeOutput(line + "\n");
+    if (written == OutputResult::whole) return;
+    _couldPrintAll = written == OutputResult::readerGone;
     _session.process().mainQueue().stop();
   }
 

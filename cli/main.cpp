@@ -16,11 +16,11 @@ namespace {
 
 ExitCode print(const std::string& text) {
   switch (writeOutput(text)) {
-    case Written::whole:
+    case OutputResult::whole:
       return ExitCode::success;
-    case Written::readerGone:
+    case OutputResult::readerGone:
       return ExitCode::requestFailed;
-    case Written::failed:
+    case OutputResult::failed:
       break;
   }
   writeError(std::string("the output could not be written: ") + std::strerror(errno));

@@ -116,8 +116,8 @@ std::optional<std::string> PLPerson::primaryDestination() const {
   return std::nullopt;
 }
 
-PLPerson::Kept& PLPerson::_keep() const {
-  if (!_kept) _kept = std::make_unique<Kept>();
+PLPerson::ExtraValues& PLPerson::_keep() const {
+  if (!_kept) _kept = std::make_unique<ExtraValues>();
   return *_kept;
 }
 

@@ -280,13 +280,13 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   PLPersonChanges& _changes;
 
   // Main queue. What was asked for, or archived, and is kept.
-  struct Kept {
+  struct ExtraValues {
     std::optional<std::string> _primaryDestination;
     std::optional<Value> _phoneNumberCount;   // a number that is archived, and that nothing computes
     std::optional<Value> _emailAddressCount;  // another such number
   };
-  Kept& _keep() const;
-  mutable std::unique_ptr<Kept> _kept;  // null while nothing is kept
+  ExtraValues& _keep() const;
+  mutable std::unique_ptr<ExtraValues> _kept;  // null while nothing is kept
   // Main queue. The published record, or while an operation runs perhaps the next one.
   PLPersonRecord _record;
   const bool _hasUnreadMessages = false;

@@ -169,10 +169,10 @@ std::string placeOf(const fs::path& file, const toml::source_region& source) {
   return file.string() + ":" + std::to_string(source.begin.line) + ": ";
 }
 
-using Found = std::map<std::string, const toml::node*, std::less<>>;
+using Leaves = std::map<std::string, const toml::node*, std::less<>>;
 
 // Sections are one level deep.
-void collect(const toml::table& table, const std::string& prefix, Found& found) {
+void collect(const toml::table& table, const std::string& prefix, Leaves& found) {
   for (const auto& [key, node] : table) {
     const std::string name = prefix + std::string(key.str());
     if (const toml::table* section = prefix.empty() ? node.as_table() : nullptr) {
@@ -210,7 +210,7 @@ Configuration Configuration::read(const fs::path& file) {
   const auto content = contentOf(file);
   if (!content) return configuration;
   const toml::table table = parsed(file, *content);
-  Found found;
+  Leaves found;
   collect(table, {}, found);
   for (const auto& [name, node] : found) {
     const std::string place = placeOf(file, node->source());

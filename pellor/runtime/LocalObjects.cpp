@@ -31,7 +31,7 @@ void LocalObjects::destroyAll() {
   const MutexLock lock(_making);
   while (!_made.empty()) {
     // The object can be found until its destructor has run: what it owns may ask for it.
-    Made last = std::move(_made.back());
+    Entry last = std::move(_made.back());
     _made.pop_back();
     last.object.reset();
     _objects[last.key].store(nullptr, std::memory_order_release);

@@ -27,7 +27,7 @@ class LocalObjects {
   void destroyAll();
 
  private:
-  struct Made {
+  struct Entry {
     std::size_t key;
     std::shared_ptr<void> object;
   };
@@ -36,7 +36,7 @@ class LocalObjects {
   std::array<std::atomic<void*>, maximumCount> _objects{};  // written with the lock, read on any thread
   RecursiveMutex _making;
   std::vector<std::size_t> _beingMade PELLOR_GUARDED_BY(_making);
-  std::vector<Made> _made PELLOR_GUARDED_BY(_making);
+  std::vector<Entry> _made PELLOR_GUARDED_BY(_making);
 };
 
 }  // namespace pellor

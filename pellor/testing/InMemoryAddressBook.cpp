@@ -159,7 +159,7 @@ void InMemoryAddressBook::store(Row row, TestContact contact) {
   require(_rowsByGUID.emplace(contact.guid, row).second, "a GUID that no other contact has");
   require(_rowsByRecordID.emplace(contact.recordID, row).second, "a record identifier that no other contact has");
   _lastRecordID = std::max(_lastRecordID, contact.recordID);
-  auto stored = std::make_shared<Stored>();
+  auto stored = std::make_shared<ContactData>();
   stored->phones = multiValue(contact.phones, before ? &before->phones : nullptr);
   stored->emails = multiValue(contact.emails, before ? &before->emails : nullptr);
   stored->contact = std::move(contact);

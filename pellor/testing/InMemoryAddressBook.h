@@ -108,12 +108,12 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   // A contact keeps its row for life, whatever becomes of its identifiers.
   using Row = std::uint64_t;
   using Rows = std::vector<Row>;
-  struct Stored {
+  struct ContactData {
     TestContact contact;
     MultiValue phones;
     MultiValue emails;
   };
-  using StoredRef = std::shared_ptr<const Stored>;
+  using StoredRef = std::shared_ptr<const ContactData>;
 
   // Seen by handles. Each is atomic.
   StoredRef storedContact(Row row) const;

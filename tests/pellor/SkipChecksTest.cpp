@@ -52,7 +52,7 @@ TEST_F(SkipChecks, NoticeARunThatIsNotMerged) {
   const auto isUnchanged = [&](Array elements) {
     const LongArray array(elements);
     const PLStoredVersion known(array, {PLStoredVersion::ChunkState::atRest}, slots, changes.changes);
-    EXPECT_TRUE(PLStoredVersion::Unchanged(known, array, slots, changes.changes)(0));
+    EXPECT_TRUE(PLStoredVersion::UnchangedChunks(known, array, slots, changes.changes)(0));
   };
   const Array whole = written.array().elements();
   const Array wrong[] = {{whole[1], whole[0]},

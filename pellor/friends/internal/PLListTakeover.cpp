@@ -83,7 +83,7 @@ PLListTakeover::Result PLListTakeover::_updateFriends(const PLStoredList& theirs
 void PLListTakeover::mergeChunks(Merge& merge, const LongArray& stored, const PLStoredVersion& known) {
   const std::uint64_t changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
   const PLSlotSnapshot slots = _friendList.snapshot();
-  const PLStoredVersion::Unchanged isUnchanged(known, stored, slots, changes);
+  const PLStoredVersion::UnchangedChunks isUnchanged(known, stored, slots, changes);
   merge.chunks.reserve(stored.chunks().size());
   for (std::size_t index = 0; index < stored.chunks().size(); ++index) {
     using ChunkState = PLStoredVersion::ChunkState;

@@ -12,15 +12,15 @@
 namespace pellor {
 
 struct PLMergeEdits {
-  struct Kept {
+  struct SlotPair {
     std::uint64_t ours;
     std::uint64_t base;
   };
 
   std::vector<std::uint64_t> removed;               ///< slots of base, ascending
   std::vector<std::uint64_t> removedAutomatically;  ///< slots of base, ascending
-  std::vector<Kept> moved;                          ///< to another place; in the order of ours
-  std::vector<Kept> changed;                        ///< whose elements differ; in the order of ours
+  std::vector<SlotPair> moved;                      ///< to another place; in the order of ours
+  std::vector<SlotPair> changed;                    ///< whose elements differ; in the order of ours
   std::vector<std::uint64_t> added;                 ///< slots of ours, ascending
   /// Chunks of ours in which some friend does not stand in the slot of the same index in base.
   PLFriendOrigins origins;

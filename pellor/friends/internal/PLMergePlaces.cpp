@@ -23,7 +23,7 @@ std::uint64_t PLMergePlaces::occupiedCount(std::uint64_t page) const {
 std::optional<std::uint64_t> PLMergePlaces::insertPage(std::uint64_t theirCount) {
   if (pageCount() >= _maxGroupCount) return std::nullopt;
   const std::uint64_t page = FirstInserted + _inserted.size();
-  const auto next = std::ranges::upper_bound(_inserted, theirCount, {}, &Inserted::behind);
+  const auto next = std::ranges::upper_bound(_inserted, theirCount, {}, &Insertion::behind);
   _inserted.insert(next, {theirCount, page});
   return page;
 }
@@ -52,11 +52,11 @@ std::uint64_t PLMergePlaces::indexOf(std::uint64_t page) const {
   std::uint64_t theirCount = page;
   std::uint64_t inserted = 0;
   if (page >= FirstInserted) {
-    const auto found = std::ranges::find(_inserted, page, &Inserted::page);
+    const auto found = std::ranges::find(_inserted, page, &Insertion::page);
     theirCount = found->behind;
     inserted = static_cast<std::uint64_t>(found - _inserted.begin());
   } else {
-    const auto next = std::ranges::upper_bound(_inserted, page, {}, &Inserted::behind);
+    const auto next = std::ranges::upper_bound(_inserted, page, {}, &Insertion::behind);
     inserted = static_cast<std::uint64_t>(next - _inserted.begin());
   }
   const auto gone = std::distance(_gone.begin(), _gone.lower_bound(theirCount));
@@ -94,7 +94,7 @@ std::optional<PLMergePlaces::Place> PLMergePlaces::firstFreeIn(std::uint64_t pag
 // Calls `visit` with each page from a page of theirs on, with what was put before it, until it gives false.
 template <class Visit>
 void PLMergePlaces::forEachPageFrom(std::uint64_t theirPage, const Visit& visit) const {
-  auto inserted = std::ranges::lower_bound(_inserted, theirPage, {}, &Inserted::behind);
+  auto inserted = std::ranges::lower_bound(_inserted, theirPage, {}, &Insertion::behind);
   auto gone = _gone.lower_bound(theirPage);
   for (; theirPage <= _end; ++theirPage) {
     for (; inserted != _inserted.end() && inserted->behind == theirPage; ++inserted) {

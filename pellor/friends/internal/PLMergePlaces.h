@@ -85,7 +85,7 @@ class PLMergePlaces {
  private:
   static constexpr std::uint64_t FirstInserted = std::uint64_t{1} << 48;
 
-  struct Inserted {
+  struct Insertion {
     std::uint64_t behind;  // so many pages of theirs
     std::uint64_t page;
   };
@@ -96,9 +96,9 @@ class PLMergePlaces {
 
   const PLMergeSlots& _theirs;
   const std::uint64_t _maxGroupCount;
-  std::uint64_t _end;               // pages of theirs, with those behind their end that are needed
-  std::set<std::uint64_t> _gone;    // pages of theirs
-  std::vector<Inserted> _inserted;  // in the order of the list
+  std::uint64_t _end;                // pages of theirs, with those behind their end that are needed
+  std::set<std::uint64_t> _gone;     // pages of theirs
+  std::vector<Insertion> _inserted;  // in the order of the list
   std::map<Place, Occupant> _changed;
 };
 

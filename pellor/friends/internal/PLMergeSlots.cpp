@@ -44,9 +44,9 @@ const std::shared_ptr<const ArrayChunk>& PLMergeSlots::chunk(std::uint64_t index
 }
 
 // To look at an element may be to decode it, and a merge asks of the same slot many times.
-const PLMergeSlots::Occupied& PLMergeSlots::occupied(std::uint64_t chunk) const {
+const PLMergeSlots::SlotBits& PLMergeSlots::occupied(std::uint64_t chunk) const {
   if (_occupied.empty()) _occupied.resize(chunkCount());
-  std::optional<Occupied>& occupied = _occupied[chunk];
+  std::optional<SlotBits>& occupied = _occupied[chunk];
   if (occupied) return *occupied;
   const ArrayChunk& elements = *_list.chunks()[chunk];
   occupied.emplace();

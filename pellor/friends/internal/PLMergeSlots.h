@@ -50,14 +50,14 @@ class PLMergeSlots {
   ArrayChunk::Element element(std::uint64_t slot) const;
 
  private:
-  using Occupied = std::bitset<LongArray::ChunkSize>;
-  const Occupied& occupied(std::uint64_t chunk) const;
+  using SlotBits = std::bitset<LongArray::ChunkSize>;
+  const SlotBits& occupied(std::uint64_t chunk) const;
 
   const LongArray& _list;
   const std::uint64_t _groupSize;
   mutable DictionaryView _view;
   mutable DictionaryView _otherView;
-  mutable std::vector<std::optional<Occupied>> _occupied;  // by chunk, once it was asked for
+  mutable std::vector<std::optional<SlotBits>> _occupied;  // by chunk, once it was asked for
 };
 
 /// Calls `visit` with the index of each chunk that is not the same object in both lists, in order.

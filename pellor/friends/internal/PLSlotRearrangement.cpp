@@ -23,7 +23,7 @@ void PLSlotRearrangement::displace(std::uint64_t index) {
   _displaced.push_back(std::move(person));
 }
 
-PLSlotRearrangement::Moved PLSlotRearrangement::bring(const PLPersonForm& form, std::uint64_t index) {
+PLSlotRearrangement::Arrival PLSlotRearrangement::bring(const PLPersonForm& form, std::uint64_t index) {
   // The friend that is displaced now is none that the form describes.
   const auto from = _list.firstDescribedBy(form, index + 1);
   displace(index);

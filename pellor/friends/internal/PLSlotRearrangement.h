@@ -29,13 +29,13 @@ class PLSlotRearrangement {
   /// Displaces the friend in the slot, if there is one, and leaves the slot empty.
   void displace(std::uint64_t index);
 
-  struct Moved {
+  struct Arrival {
     const Slot& person;                 ///< null: the form describes nobody here
     std::optional<std::uint64_t> from;  ///< the slot that it left; absent for a displaced friend
   };
   /// Displaces the friend in the slot, if there is one, and puts there the friend that the form describes: of those in
   /// later slots the first one, else the first one displaced. The result lives until the next call.
-  Moved bring(const PLPersonForm& form, std::uint64_t index);
+  Arrival bring(const PLPersonForm& form, std::uint64_t index);
 
   /// Puts a new person, that no other code has, into an empty slot. It must not change while this lives.
   void put(std::uint64_t index, const std::shared_ptr<PLPerson>& person);

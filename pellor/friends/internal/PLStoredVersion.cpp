@@ -179,11 +179,11 @@ void PLStoredVersion::takeOver(const LongArray& stored) {
   _array = LongArray(std::move(chunks));
 }
 
-PLStoredVersion::Unchanged::Unchanged(const PLStoredVersion& known, const LongArray& array, const PLSlotSnapshot& list,
-                                      std::uint64_t changes)
+PLStoredVersion::UnchangedChunks::UnchangedChunks(const PLStoredVersion& known, const LongArray& array,
+                                                  const PLSlotSnapshot& list, std::uint64_t changes)
     : _known(known), _array(array), _list(list), _changes(changes), _differs(known.differingChunks(list)) {}
 
-bool PLStoredVersion::Unchanged::operator()(std::size_t index) const {
+bool PLStoredVersion::UnchangedChunks::operator()(std::size_t index) const {
   const bool isUnchanged =
       index < _differs.size() && index < _known._chunks.size() && _known._chunks[index] == ChunkState::atRest &&
       _known._array.chunks()[index] == _array.chunks()[index] && (!_differs[index] || holdsTheSame(index)) &&
@@ -193,7 +193,7 @@ bool PLStoredVersion::Unchanged::operator()(std::size_t index) const {
 }
 
 // Elements behind the end of the list are passed over if they are empty slots.
-bool PLStoredVersion::Unchanged::isMergedChunk(std::size_t index) const {
+bool PLStoredVersion::UnchangedChunks::isMergedChunk(std::size_t index) const {
   const auto slots = index < _list.chunkCount() ? _list.chunk(index) : std::span<const Slot>();
   const ArrayChunk& elements = *_array.chunks()[index];
   for (std::size_t place = 0; place < elements.size(); ++place) {
@@ -203,7 +203,7 @@ bool PLStoredVersion::Unchanged::isMergedChunk(std::size_t index) const {
 }
 
 // The last chunk is another one after each load that put an empty group behind it.
-bool PLStoredVersion::Unchanged::holdsTheSame(std::size_t index) const {
+bool PLStoredVersion::UnchangedChunks::holdsTheSame(std::size_t index) const {
   const auto known = _known.chunk(index), present = _list.chunk(index);
   const std::size_t size = _array.chunks()[index]->size();
   return std::min(known.size(), present.size()) >= size && std::ranges::equal(known.first(size), present.first(size));

@@ -57,9 +57,10 @@ class PLStoredVersion {
   std::vector<bool> differingChunks(const PLSlotSnapshot& list) const;
 
   /// Tells of a merge of another version which of its chunks it may pass over, being where it was when it began.
-  class Unchanged {
+  class UnchangedChunks {
    public:
-    Unchanged(const PLStoredVersion& known, const LongArray& array, const PLSlotSnapshot& list, std::uint64_t changes);
+    UnchangedChunks(const PLStoredVersion& known, const LongArray& array, const PLSlotSnapshot& list,
+                    std::uint64_t changes);
     /// Whether merging the chunk of that index would change nothing, provided that the merge has neither moved nor
     /// changed anybody there.
     bool operator()(std::size_t index) const;

@@ -97,7 +97,7 @@ class ThreeWayMerge {
         _givingWay.push_back(_places.placeOf(*theirs));
       }
     }
-    for (const PLMergeEdits::Kept& moved : _edits.moved) {
+    for (const PLMergeEdits::SlotPair& moved : _edits.moved) {
       if (const auto slot = leave(moved.base)) {
         _newcomers.push_back({{Occupant::Side::theirs, *slot}, moved.ours, true});
       }
@@ -254,7 +254,7 @@ class ThreeWayMerge {
   }
 
   void mergeFields() {
-    for (const PLMergeEdits::Kept& changed : _edits.changed) {
+    for (const PLMergeEdits::SlotPair& changed : _edits.changed) {
       const auto theirs = _friends.theirs(changed.base);
       if (theirs) mergeFields(_input.writtenForm(_base.form(changed.base)), *theirs, changed.ours);
     }

@@ -24,7 +24,7 @@ constexpr std::string_view PhoneScheme = "tel:";
 constexpr std::string_view EmailScheme = "mailto:";
 
 /// What an identifier names, in the form in which it is compared.
-struct Wanted {
+struct Query {
   std::string identifier;
   std::string address;
   bool isPhone = false;
@@ -110,7 +110,7 @@ class LdapDirectory::Searches {
 
   Answer lookUp(const std::set<std::string>& identifiers) {
     const BlockedBrokenPipe quiet;
-    std::vector<Wanted> wanted;
+    std::vector<Query> wanted;
     wanted.reserve(identifiers.size());
     for (const std::string& identifier : identifiers) wanted.push_back(wantedOf(identifier));
     const bool wasOpen = _connection != nullptr;
@@ -148,7 +148,7 @@ class LdapDirectory::Searches {
     return "";
   }
 
-  Wanted wantedOf(const std::string& identifier) const {
+  Query wantedOf(const std::string& identifier) const {
     if (identifier.starts_with(PhoneScheme))
       return {identifier, phoneForm(identifier.substr(PhoneScheme.size())), true};
     return {identifier, lowerCased(identifier.substr(EmailScheme.size())), false};
@@ -160,7 +160,7 @@ class LdapDirectory::Searches {
     return identifier ? _conversions->rawAddressForDestination(*identifier) : plain;
   }
 
-  Answer searchAll(const std::vector<Wanted>& wanted) {
+  Answer searchAll(const std::vector<Query>& wanted) {
     _end = std::chrono::steady_clock::now() + _options.limit;
     Answer answer;
     answer.problem = connect();
@@ -188,7 +188,7 @@ class LdapDirectory::Searches {
   }
 
   /// Adds what can be told of them. Gives what is in the way of telling more.
-  std::string search(std::span<const Wanted> wanted, DestinationStatuses& statuses) {
+  std::string search(std::span<const Query> wanted, DestinationStatuses& statuses) {
     const auto result = _connection->search(
         {_options.base, LDAP_SCOPE_SUBTREE, filterOfAny(termsOf(wanted), _options.condition), attributes()}, _end);
     _lastCode = result.code;
@@ -199,7 +199,7 @@ class LdapDirectory::Searches {
     }
     const bool isComplete = result.code == LDAP_SUCCESS && !result.isReferring;
     const std::set<std::string> found = addressesIn(result.entries);
-    for (const Wanted& one : wanted) {
+    for (const Query& one : wanted) {
       if (found.contains(one.address)) {
         statuses.insert_or_assign(one.identifier, DestinationStatus::valid);
       } else if (isComplete) {
@@ -209,9 +209,9 @@ class LdapDirectory::Searches {
     return result.code == LDAP_SUCCESS || isCutOff(result.code) ? "" : problemOf(result.code);
   }
 
-  std::vector<FilterTerm> termsOf(std::span<const Wanted> wanted) const {
+  std::vector<FilterTerm> termsOf(std::span<const Query> wanted) const {
     std::vector<FilterTerm> terms;
-    for (const Wanted& one : wanted) {
+    for (const Query& one : wanted) {
       for (const std::string& attribute : one.isPhone ? _options.phoneAttributes : _options.emailAttributes) {
         terms.push_back({attribute, one.address});
       }

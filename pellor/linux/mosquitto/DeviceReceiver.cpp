@@ -127,7 +127,7 @@ void DeviceReceiver::arrived(const std::string& topic, std::span<const std::uint
 void DeviceReceiver::takeKey(std::uint64_t generation, const Data& content) {
   const auto message = decodeKeyMessage(content);
   if (!message) return ignore("that does not decode");
-  Received& received = _received[message->key];
+  Arrival& received = _received[message->key];
   if (generation < received.generation) return ignore("that is older than one that came before");
   received = {generation, digestOf(content), content};
 }
@@ -177,7 +177,7 @@ void DeviceReceiver::store(const Pairing& pairing) {
   std::string refusal;
   if (!findRefusal(merge, refusal)) return storeLater(PreferenceWriteOutcome::failed);
   if (!refusal.empty()) return refuse(pairing, refusal);
-  Storing storing;
+  StoreResult storing;
   PreferenceWriteOutcome outcome = write(pairing, merge, storing);
   if (outcome == PreferenceWriteOutcome::written && !remember(merge)) outcome = PreferenceWriteOutcome::failed;
   if (outcome != PreferenceWriteOutcome::written) return storeLater(outcome);
@@ -203,7 +203,7 @@ void DeviceReceiver::storeLater(PreferenceWriteOutcome outcome) {
   _connection.workAgainIn(_pauses.next());
 }
 
-void DeviceReceiver::tellStored(const Storing& storing) {
+void DeviceReceiver::tellStored(const StoreResult& storing) {
   const std::string generation = "generation " + std::to_string(_state.generation);
   tell(storing.isMerged ? "stored " + generation + ", merged with what was edited here" : "stored " + generation);
   if (storing.leftOut == 0) return;
@@ -241,7 +241,8 @@ void DeviceReceiver::refuse(const Pairing& pairing, const std::string& reason) {
 
 // What has to be sent back is asked for before the generation is remembered: a process that ends in between merges once
 // more, finds its own write, and asks again.
-PreferenceWriteOutcome DeviceReceiver::write(const Pairing& pairing, const GenerationMerge& merge, Storing& storing) {
+PreferenceWriteOutcome DeviceReceiver::write(const Pairing& pairing, const GenerationMerge& merge,
+                                             StoreResult& storing) {
   // By its name the write is known after the end of the process: this device's, of that generation.
   const PreferenceWriteID id{pairing.writer, _next->generation};
   for (const auto& [domain, keys] : merge.keys()) {

@@ -80,7 +80,7 @@ class DeviceReceiver final : private MQTTConnection::Client {
     bool isNameFirst;      ///< this device's, by name
     std::uint64_t writer;  ///< of writes for this pairing
   };
-  struct Received {
+  struct Arrival {
     std::uint64_t generation = 0;
     Data digest;
     Data content;
@@ -89,7 +89,7 @@ class DeviceReceiver final : private MQTTConnection::Client {
     std::uint64_t generation = 0;
     ManifestMessage manifest;
   };
-  struct Storing {
+  struct StoreResult {
     std::map<std::string, std::set<std::string>> changed;  ///< keys by domain
     bool isMerged = false;                                 ///< what is stored is not what came
     std::size_t leftOut = 0;
@@ -112,11 +112,11 @@ class DeviceReceiver final : private MQTTConnection::Client {
   void storeLater(PreferenceWriteOutcome outcome);
   bool findRefusal(const GenerationMerge& merge, std::string& refusal) const;
   void refuse(const Pairing& pairing, const std::string& reason);
-  PreferenceWriteOutcome write(const Pairing& pairing, const GenerationMerge& merge, Storing& storing);
+  PreferenceWriteOutcome write(const Pairing& pairing, const GenerationMerge& merge, StoreResult& storing);
   bool remember(const GenerationMerge& merge);
   void acknowledge(const Pairing& pairing);
   void post(const std::map<std::string, std::set<std::string>>& changed);
-  void tellStored(const Storing& storing);
+  void tellStored(const StoreResult& storing);
   void ignore(const char* what);
   void tell(std::string text);
 
@@ -132,7 +132,7 @@ class DeviceReceiver final : private MQTTConnection::Client {
   // Of the connection's thread.
   std::optional<std::string> _fingerprint;  ///< of the pairing that all that follows belongs to
   IncomingState _state;
-  std::map<DomainKey, Received> _received;
+  std::map<DomainKey, Arrival> _received;
   std::optional<NextManifest> _next;  ///< not stored yet
   BackOff _pauses;                    ///< after a failure
   BackOff _retryPauses;               ///< because others wrote in between

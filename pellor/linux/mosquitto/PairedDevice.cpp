@@ -163,7 +163,7 @@ void PairedDevice::send() {
   // The process that held the lock may have revoked the device, or sent all.
   const auto pairing = this->pairing();
   OutgoingState state = _file.read();
-  Sending sending{*std::move(lock), 0, {}, {}, {}, 0, state.emptied};
+  Push sending{*std::move(lock), 0, {}, {}, {}, 0, state.emptied};
   if (pairing && !state.due.empty() && !readAndBegin(state, sending)) return pause();
   if (sending.messages.empty() && sending.emptied.empty()) return tellStatus();
   publish(pairing, sending, state);
@@ -172,7 +172,7 @@ void PairedDevice::send() {
 
 // Under the lock of the exchange: the receiver stores nothing between the reading of the values and the note of what
 // they include. Each message is kept before it goes out, since an answer may come at any time.
-bool PairedDevice::readAndBegin(OutgoingState& state, Sending& sending) {
+bool PairedDevice::readAndBegin(OutgoingState& state, Push& sending) {
   const auto lock = _exchanged.tryLock();
   if (!lock) return false;
   IncomingState exchanged = _exchanged.read();
@@ -186,7 +186,7 @@ bool PairedDevice::readAndBegin(OutgoingState& state, Sending& sending) {
   return isBegun && (sending.messages.empty() || keepSent(std::move(exchanged), state, sending));
 }
 
-bool PairedDevice::readValues(const OutgoingState& state, Sending& sending) {
+bool PairedDevice::readValues(const OutgoingState& state, Push& sending) {
   OutgoingState all = state;
   all.requestAll();
   bool isReadable = true;
@@ -208,7 +208,7 @@ bool PairedDevice::readValues(const OutgoingState& state, Sending& sending) {
 }
 
 // Once a value has to go out all do that the device may not have: what it gets is one moment's.
-void PairedDevice::chooseMessages(const OutgoingState& state, const Manifest& expected, Sending& sending) {
+void PairedDevice::chooseMessages(const OutgoingState& state, const Manifest& expected, Push& sending) {
   bool isNeeded = false;
   for (const auto& [key, message] : sending.values) {
     const Data digest = digestOf(message);
@@ -224,7 +224,7 @@ void PairedDevice::chooseMessages(const OutgoingState& state, const Manifest& ex
 
 // Written before anything is sent: a generation is used once, and what the broker holds of these keys is not known
 // until it has answered.
-void PairedDevice::begin(OutgoingState& state, Sending& sending) {
+void PairedDevice::begin(OutgoingState& state, Push& sending) {
   for (const auto& [key, message] : sending.messages) {
     state.sent.erase(key);
     if (!state.due.contains(key)) state.request(key);
@@ -236,7 +236,7 @@ void PairedDevice::begin(OutgoingState& state, Sending& sending) {
   if (!sending.messages.empty()) sending.generation = ++state.generation;
 }
 
-bool PairedDevice::keepSent(IncomingState exchanged, const OutgoingState& state, const Sending& sending) {
+bool PairedDevice::keepSent(IncomingState exchanged, const OutgoingState& state, const Push& sending) {
   Manifest manifest;
   bool isKept = true;
   for (const auto& [key, message] : sending.values) {
@@ -249,7 +249,7 @@ bool PairedDevice::keepSent(IncomingState exchanged, const OutgoingState& state,
   return false;
 }
 
-void PairedDevice::publish(const std::optional<Pairing>& pairing, const Sending& sending, const OutgoingState& state) {
+void PairedDevice::publish(const std::optional<Pairing>& pairing, const Push& sending, const OutgoingState& state) {
   // First: this device may be paired anew.
   for (const std::string& topic : sending.emptied) _connection.publish(topic, {});
   if (!pairing || sending.messages.empty()) return;

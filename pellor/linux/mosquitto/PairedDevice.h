@@ -93,7 +93,7 @@ class PairedDevice final : public PreferencesSyncService, private SettleParticip
   PairedDeviceStatus status() const;
 
  private:
-  struct Sending {
+  struct Push {
     FileLock lock;
     std::uint64_t generation = 0;
     std::map<DomainKey, std::uint64_t> requests;
@@ -125,12 +125,12 @@ class PairedDevice final : public PreferencesSyncService, private SettleParticip
   void requestMissing(const OutgoingState& state);
   void listen(const std::optional<Pairing>& pairing);
   void send();
-  bool readAndBegin(OutgoingState& state, Sending& sending);
-  bool readValues(const OutgoingState& state, Sending& sending);
-  static void chooseMessages(const OutgoingState& state, const Manifest& expected, Sending& sending);
-  static void begin(OutgoingState& state, Sending& sending);
-  bool keepSent(IncomingState exchanged, const OutgoingState& state, const Sending& sending);
-  void publish(const std::optional<Pairing>& pairing, const Sending& sending, const OutgoingState& state);
+  bool readAndBegin(OutgoingState& state, Push& sending);
+  bool readValues(const OutgoingState& state, Push& sending);
+  static void chooseMessages(const OutgoingState& state, const Manifest& expected, Push& sending);
+  static void begin(OutgoingState& state, Push& sending);
+  bool keepSent(IncomingState exchanged, const OutgoingState& state, const Push& sending);
+  void publish(const std::optional<Pairing>& pairing, const Push& sending, const OutgoingState& state);
   void finish();
   void pause();
   void endBusy();
@@ -152,7 +152,7 @@ class PairedDevice final : public PreferencesSyncService, private SettleParticip
   std::atomic<bool> _isUpToDate = false;  ///< written by the connection's thread
 
   // Of the connection's thread.
-  std::optional<Sending> _sending;
+  std::optional<Push> _sending;
   std::string _listensTo;  ///< the topic that is subscribed
   BackOff _pauses;
   bool _needsConnection = false;

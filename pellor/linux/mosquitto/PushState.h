@@ -24,7 +24,7 @@ struct RefusedGeneration {
 
 /// The sending side. Every key of a pairing is in `sent`, in `due`, or in both.
 struct OutgoingState {
-  struct Sent {
+  struct Delivery {
     Data digest;
     std::uint64_t generation = 0;
   };
@@ -33,7 +33,7 @@ struct OutgoingState {
   std::optional<RefusedGeneration> refused;  ///< later than `acknowledged`
   std::uint64_t requests = 0;                ///< counts what was asked for, over all keys
   std::map<DomainKey, std::uint64_t> due;    ///< keys to be sent, each with the number of its last request
-  std::map<DomainKey, Sent> sent;            ///< what the broker is known to hold
+  std::map<DomainKey, Delivery> sent;        ///< what the broker is known to hold
   std::set<std::string> emptied;             ///< topics of a former pairing that the broker still has to empty
 
   void request(const DomainKey& key) { due[key] = ++requests; }

@@ -77,11 +77,11 @@ Data SealingKeys::seal(std::string_view topic, std::uint64_t generation, std::sp
   return message;
 }
 
-std::optional<SealingKeys::Opened> SealingKeys::open(std::string_view topic,
-                                                     std::span<const std::uint8_t> message) const {
+std::optional<SealingKeys::Message> SealingKeys::open(std::string_view topic,
+                                                      std::span<const std::uint8_t> message) const {
   if (message.size() < Overhead || message[0] != Version) return std::nullopt;
   const Data associated = associatedData(message, topic);
-  Opened opened{generationOf(message), Data(message.size() - Overhead)};
+  Message opened{generationOf(message), Data(message.size() - Overhead)};
   const int result = crypto_aead_xchacha20poly1305_ietf_decrypt(
       opened.content.data(), nullptr, nullptr, message.data() + HeadSize, message.size() - HeadSize, associated.data(),
       associated.size(), message.data() + NonceOffset, _receiving.data());

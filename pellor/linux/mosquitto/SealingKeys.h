@@ -32,12 +32,12 @@ class SealingKeys {
   /// What goes to the other device under that topic. The topic and the generation cannot be exchanged for others.
   Data seal(std::string_view topic, std::uint64_t generation, std::span<const std::uint8_t> content) const;
 
-  struct Opened {
+  struct Message {
     std::uint64_t generation = 0;
     Data content;
   };
   /// What the other device sealed for this one and that topic; absent for everything else, whatever its bytes are.
-  std::optional<Opened> open(std::string_view topic, std::span<const std::uint8_t> message) const;
+  std::optional<Message> open(std::string_view topic, std::span<const std::uint8_t> message) const;
 
   /// A name whose meaning only the two devices know: 32 hexadecimal digits, equal for equal texts.
   std::string nameFor(std::string_view text) const;

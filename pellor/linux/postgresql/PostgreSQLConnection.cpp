@@ -18,11 +18,11 @@ using Clock = std::chrono::steady_clock;
 constexpr int BinaryFormat = 1;
 
 PostgreSQLError::Problem problemOf(std::string_view state) {
-  struct Known {
+  struct Row {
     std::string_view state;
     PostgreSQLError::Problem problem;
   };
-  static const std::vector<Known> all = {
+  static const std::vector<Row> all = {
       {"28P01", {"the server does not let the role in", "check user and password"}},
       {"28000", {"the server does not let the role in", "check user and password"}},
       {"3D000", {"there is no such database", "let its administrator make it (createdb), or correct its name"}},
@@ -34,7 +34,7 @@ PostgreSQLError::Problem problemOf(std::string_view state) {
       {"55P03", {"another machine does not finish its writing", "try again"}},
       {"25006", {"the server may only be read", "connect to the one that is written"}},
   };
-  const auto found = std::ranges::find(all, state, &Known::state);
+  const auto found = std::ranges::find(all, state, &Row::state);
   if (found != all.end()) return found->problem;
   return {"the server refuses (" + std::string(state) + ")", "ask its administrator"};
 }

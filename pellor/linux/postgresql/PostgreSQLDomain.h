@@ -13,7 +13,7 @@ namespace pellor {
 
 /// Immutable values, of which each has its version.
 struct PostgreSQLDomain {
-  using Stored = PreferencesMemory::Stored;
+  using SnapshotValue = PreferencesMemory::SnapshotValue;
   using Snapshot = PreferencesMemory::Snapshot;
   /// Stands for a revision when nothing is known: below that of any row.
   static constexpr std::int64_t Everything = -1;

@@ -43,7 +43,7 @@ std::shared_ptr<const PostgreSQLDomainReader::Snapshot> PostgreSQLDomainReader::
   auto snapshot = std::make_shared<Snapshot>();
   for (int row = 0; row < _values.count(); ++row) {
     const std::string key(_values.text(row, 0));
-    const Stored* previous = _previous ? find(*_previous, key) : nullptr;
+    const SnapshotValue* previous = _previous ? find(*_previous, key) : nullptr;
     auto stored = _values.isNull(row, 2) ? valueIn(row, previous) : listIn(row, previous);
     if (!stored) return nullptr;
     stored->version = versionIn(row);
@@ -61,16 +61,18 @@ PreferenceVersion PostgreSQLDomainReader::versionIn(int row) const {
   return {_store, number(1), {number(5), number(6)}};
 }
 
-std::optional<PostgreSQLDomain::Stored> PostgreSQLDomainReader::valueIn(int row, const Stored* previous) const {
+std::optional<PostgreSQLDomain::SnapshotValue> PostgreSQLDomainReader::valueIn(int row,
+                                                                               const SnapshotValue* previous) const {
   const bool wasValue = previous && previous->bytes;
   if (!isNewer(row)) return wasValue ? std::optional(*previous) : std::nullopt;
   const auto stored = _values.bytes(row, 4);
   if (wasValue && std::ranges::equal(*previous->bytes, stored)) return *previous;
   const auto bytes = std::make_shared<const Data>(stored.begin(), stored.end());
-  return Stored{decodeCBOR(*bytes).value_or(Value(*bytes)), bytes, nullptr};
+  return SnapshotValue{decodeCBOR(*bytes).value_or(Value(*bytes)), bytes, nullptr};
 }
 
-std::optional<PostgreSQLDomain::Stored> PostgreSQLDomainReader::listIn(int row, const Stored* previous) const {
+std::optional<PostgreSQLDomain::SnapshotValue> PostgreSQLDomainReader::listIn(int row,
+                                                                              const SnapshotValue* previous) const {
   const StoredChunks rows{_values.integer(row, 2), _values.integer(row, 3), _values.integer(row, 1)};
   const auto known = previous ? previous->list : nullptr;
   const bool isFollowed = _since != Everything && known && known->rows.list == rows.list;
@@ -78,9 +80,9 @@ std::optional<PostgreSQLDomain::Stored> PostgreSQLDomainReader::listIn(int row, 
   const std::vector<int>* newRows = find(_rowsOfLists, rows.list);
   if (isFollowed && !newRows && known->rows.count == rows.count) return *previous;
   auto list = listOf(chunksWith(newRows, rows, chunksOf(known.get()), isFollowed), rows, _revision);
-  if (list) return Stored{list->value, nullptr, list};
+  if (list) return SnapshotValue{list->value, nullptr, list};
   if (_since != Everything) return std::nullopt;
-  return Stored{Value(bytesOf(newRows)), nullptr, nullptr};
+  return SnapshotValue{Value(bytesOf(newRows)), nullptr, nullptr};
 }
 
 Chunks PostgreSQLDomainReader::chunksWith(const std::vector<int>* newRows, const StoredChunks& rows,

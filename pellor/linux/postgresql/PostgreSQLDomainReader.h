@@ -19,7 +19,7 @@ namespace pellor {
 /// Makes a domain of its known values and the newer ones.
 class PostgreSQLDomainReader {
  public:
-  using Stored = PostgreSQLDomain::Stored;
+  using SnapshotValue = PostgreSQLDomain::SnapshotValue;
   using Snapshot = PostgreSQLDomain::Snapshot;
 
   /// How many `statements` there are.
@@ -39,8 +39,8 @@ class PostgreSQLDomainReader {
  private:
   bool isNewer(int row) const;
   PreferenceVersion versionIn(int row) const;
-  std::optional<Stored> valueIn(int row, const Stored* previous) const;
-  std::optional<Stored> listIn(int row, const Stored* previous) const;
+  std::optional<SnapshotValue> valueIn(int row, const SnapshotValue* previous) const;
+  std::optional<SnapshotValue> listIn(int row, const SnapshotValue* previous) const;
   Chunks chunksWith(const std::vector<int>* newRows, const StoredChunks& rows, const Chunks& known,
                     bool isFollowed) const;
   Data bytesOf(const std::vector<int>* rows) const;

@@ -60,8 +60,8 @@ PostgreSQLDomainWriter::PostgreSQLDomainWriter(std::string_view domain, const Po
       _values(std::make_shared<PostgreSQLDomain::Snapshot>(*stored.values)) {}
 
 void PostgreSQLDomainWriter::put(const std::string& key, EncodedValue value) {
-  const Stored* stored = find(*_stored.values, key);
-  Stored after = value.list ? putList(key, std::move(value), stored) : putValue(key, std::move(value), stored);
+  const SnapshotValue* stored = find(*_stored.values, key);
+  SnapshotValue after = value.list ? putList(key, std::move(value), stored) : putValue(key, std::move(value), stored);
   after.version = {_stored.store, static_cast<std::uint64_t>(_revision), _id};
   _values->insert_or_assign(key, std::move(after));
 }
@@ -92,8 +92,8 @@ void PostgreSQLDomainWriter::removeAll(std::string_view key) {
   for (const char* text : RemoveValue) add(text, {_domain, key});
 }
 
-PostgreSQLDomain::Stored PostgreSQLDomainWriter::putValue(std::string_view key, EncodedValue value,
-                                                          const Stored* stored) {
+PostgreSQLDomain::SnapshotValue PostgreSQLDomainWriter::putValue(std::string_view key, EncodedValue value,
+                                                                 const SnapshotValue* stored) {
   const auto bytes = std::make_shared<const Data>(*std::move(value.bytes));
   // It may have been a list.
   if (stored && !stored->bytes) removeChunks(key);
@@ -102,8 +102,8 @@ PostgreSQLDomain::Stored PostgreSQLDomainWriter::putValue(std::string_view key, 
   return {value.value, bytes, nullptr};
 }
 
-PostgreSQLDomain::Stored PostgreSQLDomainWriter::putList(std::string_view key, EncodedValue value,
-                                                         const Stored* stored) {
+PostgreSQLDomain::SnapshotValue PostgreSQLDomainWriter::putList(std::string_view key, EncodedValue value,
+                                                                const SnapshotValue* stored) {
   const auto known = stored ? stored->list : nullptr;
   const StoredChunks rows{known ? known->rows.list : newListNumber(), static_cast<std::int64_t>(value.list->count),
                           _revision};

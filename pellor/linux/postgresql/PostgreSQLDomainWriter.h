@@ -34,7 +34,7 @@ struct PostgreSQLWriting {
 /// For one transaction, which holds the domain's row.
 class PostgreSQLDomainWriter {
  public:
-  using Stored = PostgreSQLDomain::Stored;
+  using SnapshotValue = PostgreSQLDomain::SnapshotValue;
 
   /// `stored` is what the transaction found, `domain` its name; both have to outlive the writer.
   PostgreSQLDomainWriter(std::string_view domain, const PostgreSQLDomain& stored, const PostgreSQLWriting& writing);
@@ -54,8 +54,8 @@ class PostgreSQLDomainWriter {
   void add(const char* text, std::vector<PostgreSQLParameter> parameters);
   void removeChunks(std::string_view key);
   void removeAll(std::string_view key);
-  Stored putValue(std::string_view key, EncodedValue value, const Stored* stored);
-  Stored putList(std::string_view key, EncodedValue value, const Stored* stored);
+  SnapshotValue putValue(std::string_view key, EncodedValue value, const SnapshotValue* stored);
+  SnapshotValue putList(std::string_view key, EncodedValue value, const SnapshotValue* stored);
   void putChunk(std::int64_t list, std::size_t number, const ArrayChunk& chunk);
   void putHead(std::string_view key, const StoredChunks& rows, std::size_t formerRows);
 

@@ -57,9 +57,9 @@ std::string SessionBusOptions::addressOfUser(const Environment& environment) {
 
 /// Takes what was heard from the connection's thread to the main queue: there a name counts once, however often it was
 /// heard meanwhile.
-class SessionBus::Heard : public std::enable_shared_from_this<Heard> {
+class SessionBus::Inbox : public std::enable_shared_from_this<Inbox> {
  public:
-  Heard(Process& process, std::shared_ptr<NotifyFolder> folder) : _process(process), _folder(std::move(folder)) {}
+  Inbox(Process& process, std::shared_ptr<NotifyFolder> folder) : _process(process), _folder(std::move(folder)) {}
 
   /// On the connection's thread.
   void add(const std::string& spelled) {
@@ -100,7 +100,7 @@ SessionBus::SessionBus(Process& process, std::shared_ptr<NotifyFolder> folder, L
       _folder(std::move(folder)),
       _log(std::move(log)),
       _options(std::move(options)),
-      _heard(std::make_shared<Heard>(process, _folder)) {
+      _heard(std::make_shared<Inbox>(process, _folder)) {
   _process.addSettleParticipant(*this);
 }
 

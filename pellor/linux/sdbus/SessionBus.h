@@ -63,7 +63,7 @@ class SessionBus final : public SystemNotifyBus, public SettleParticipant {
   static ServiceReport report(const SessionBusOptions& options);
 
  private:
-  class Heard;
+  class Inbox;
 
   BusConnection& connection();
 
@@ -71,7 +71,7 @@ class SessionBus final : public SystemNotifyBus, public SettleParticipant {
   const std::shared_ptr<NotifyFolder> _folder;
   const LogHandle _log;
   const SessionBusOptions _options;
-  const std::shared_ptr<Heard> _heard;
+  const std::shared_ptr<Inbox> _heard;
   std::unique_ptr<BusConnection> _connection;
 };
 

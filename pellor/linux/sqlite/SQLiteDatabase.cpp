@@ -55,13 +55,13 @@ void requireFreeDescriptors(sqlite3* database) {
 }  // namespace
 
 /// What the connection asks whether to go on waiting for a lock.
-struct SQLiteDatabase::Waiting {
+struct SQLiteDatabase::LockWait {
   std::shared_ptr<LockPatience> patience;
   std::chrono::steady_clock::time_point end;
 
   /// Zero when the wait is to end. `attempts` is how often the same lock was refused before.
   static int goesOn(void* waiting, int attempts) {
-    Waiting& self = *static_cast<Waiting*>(waiting);
+    LockWait& self = *static_cast<LockWait*>(waiting);
     if (attempts == 0) self.end = self.patience->endOfWait();
     if (std::chrono::steady_clock::now() >= self.end) {
       self.patience->lose();
@@ -147,11 +147,11 @@ SQLiteDatabase::SQLiteDatabase(const std::filesystem::path& file, Access access,
     : SQLiteDatabase(file, access, std::make_shared<LockPatience>(std::chrono::seconds(busySeconds))) {}
 
 SQLiteDatabase::SQLiteDatabase(const std::filesystem::path& file, Access access, std::shared_ptr<LockPatience> patience)
-    : _waiting(std::make_unique<Waiting>(Waiting{std::move(patience), {}})) {
+    : _waiting(std::make_unique<LockWait>(LockWait{std::move(patience), {}})) {
   requireRegularFiles(file);
   const int mode = access == Access::readWrite ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
   open(uriOf(file, access).c_str(), mode | SQLITE_OPEN_URI);
-  sqlite3_busy_handler(_database.get(), Waiting::goesOn, _waiting.get());
+  sqlite3_busy_handler(_database.get(), LockWait::goesOn, _waiting.get());
 }
 
 SQLiteDatabase SQLiteDatabase::inMemory() {

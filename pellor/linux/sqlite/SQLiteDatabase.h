@@ -98,8 +98,8 @@ class SQLiteDatabase {
   SQLiteDatabase();
   void open(const char* name, int flags);
 
-  struct Waiting;
-  std::unique_ptr<Waiting> _waiting;  // outlives the connection
+  struct LockWait;
+  std::unique_ptr<LockWait> _waiting;  // outlives the connection
   struct Closer {
     void operator()(sqlite3* database) const { sqlite3_close_v2(database); }
   };

@@ -31,8 +31,8 @@ std::vector<std::shared_ptr<Strand>> ReadyStrands::takeAllOf(const Process& proc
 
 void ReadyStrands::moveAllOf(const Process& process, Line& line, std::vector<std::shared_ptr<Strand>>& taken) {
   const auto ofProcess =
-      std::ranges::stable_partition(line, [&](const Waiting& waiting) { return waiting.strand->owner() != &process; });
-  for (Waiting& waiting : ofProcess) taken.push_back(std::move(waiting.strand));
+      std::ranges::stable_partition(line, [&](const Entry& waiting) { return waiting.strand->owner() != &process; });
+  for (Entry& waiting : ofProcess) taken.push_back(std::move(waiting.strand));
   line.erase(ofProcess.begin(), ofProcess.end());
 }
 

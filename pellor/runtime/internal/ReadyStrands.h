@@ -28,11 +28,11 @@ class ReadyStrands {
   std::vector<std::shared_ptr<Strand>> takeAllOf(const Process& process);
 
  private:
-  struct Waiting {
+  struct Entry {
     std::shared_ptr<Strand> strand;
     double since = 0;
   };
-  using Line = std::deque<Waiting>;
+  using Line = std::deque<Entry>;
 
   static void moveAllOf(const Process& process, Line& line, std::vector<std::shared_ptr<Strand>>& taken);
   Line& nextLine(double now);

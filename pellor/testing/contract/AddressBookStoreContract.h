@@ -85,7 +85,7 @@ class AddressBookStoreContract : public testing::Test {
 TYPED_TEST_SUITE_P(AddressBookStoreContract);
 
 TYPED_TEST_P(AddressBookStoreContract, FindsAContactByEachOfItsKeys) {
-  using Found = std::optional<typename TestFixture::Records>;
+  using Expected = std::optional<typename TestFixture::Records>;
   const std::string annasGUID = this->_contacts.add(this->anna());
   const std::string borisGUID = this->_contacts.add(
       {.first = "Boris", .nickname = "Bo", .phones = {{"", "030 23125001"}, {"work", "+441234567"}}});
@@ -104,12 +104,12 @@ TYPED_TEST_P(AddressBookStoreContract, FindsAContactByEachOfItsKeys) {
     EXPECT_EQ(boris->copyMultiValue(RecordProperty::phone)->entries.at(1).label, "work");
 
     EXPECT_EQ(book.personForRecordID(anna->recordID()), anna);
-    EXPECT_EQ(book.copyPeopleMatchingName("anna NOVAK"), Found({anna}));
+    EXPECT_EQ(book.copyPeopleMatchingName("anna NOVAK"), Expected({anna}));
     const auto both = this->byIdentifier({anna, boris});
     EXPECT_EQ(book.allPeople(), both);
     for (const char* number : {"+493023125001", "030 2312 5001", "+49 (30) 23125-001"})
-      EXPECT_EQ(book.orderedPeopleForDestination(number), Found(both)) << number;
-    EXPECT_EQ(book.orderedPeopleForDestination("anna@EXAMPLE.org"), Found({anna}));
+      EXPECT_EQ(book.orderedPeopleForDestination(number), Expected(both)) << number;
+    EXPECT_EQ(book.orderedPeopleForDestination("anna@EXAMPLE.org"), Expected({anna}));
 
     EXPECT_EQ(book.copyPersonMatchingGUID("nobody"), nullptr);
     EXPECT_EQ(book.copyPersonMatchingGUID(""), nullptr);

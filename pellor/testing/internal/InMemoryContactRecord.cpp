@@ -51,7 +51,7 @@ std::shared_ptr<InMemoryAddressBookHandle> InMemoryContactRecord::openHandle() c
   return handle;
 }
 
-const InMemoryAddressBook::Stored& InMemoryContactRecord::stored() const {
+const InMemoryAddressBook::ContactData& InMemoryContactRecord::stored() const {
   openHandle();
   if (auto current = _database->storedContact(_row)) _stored = std::move(current);
   return *_stored;

@@ -35,7 +35,7 @@ class InMemoryContactRecord : public ContactRecord, public std::enable_shared_fr
 
  private:
   std::shared_ptr<InMemoryAddressBookHandle> openHandle() const;
-  const InMemoryAddressBook::Stored& stored() const;
+  const InMemoryAddressBook::ContactData& stored() const;
   std::vector<std::shared_ptr<InMemoryContactRecord>> linkedRecords();
   std::optional<std::vector<std::string>> valuesOf(RecordProperty property) const;
 

@@ -44,7 +44,7 @@ std::map<std::string, CardSignature> signaturesOf(CardSource& source, const std:
   return present;
 }
 
-struct ContactIndexUpdate::Stored {
+struct ContactIndexUpdate::FileEntry {
   std::int32_t record = 0;  // none without a card
   std::int64_t hash = 0;
   std::string problem;
@@ -82,7 +82,7 @@ void ContactIndexUpdate::bringInStep(const std::map<std::string, CardSignature>&
   finish();
 }
 
-ContactIndexUpdate::Stored ContactIndexUpdate::storedFile(const std::string& file) {
+ContactIndexUpdate::FileEntry ContactIndexUpdate::storedFile(const std::string& file) {
   const auto row = _statements.use("SELECT id, hash, problem, claim FROM cards WHERE folder=? AND file=?");
   row->bind(1, _folder).bind(2, file);
   if (!row->step()) return {};
@@ -90,7 +90,7 @@ ContactIndexUpdate::Stored ContactIndexUpdate::storedFile(const std::string& fil
 }
 
 void ContactIndexUpdate::removeFile(const std::string& file) {
-  const Stored stored = storedFile(file);
+  const FileEntry stored = storedFile(file);
   if (stored.hasCard()) {
     touch(stored.claim);
     markChanged(stored.record);
@@ -105,7 +105,7 @@ void ContactIndexUpdate::readFile(const std::string& file) {
   CardContent content = _source.read(file);
   ++_cardsRead;
   if (content.isMissing) return removeFile(file);
-  const Stored stored = storedFile(file);
+  const FileEntry stored = storedFile(file);
   if (!content.text) return storeProblem(file, stored, content);
   if (stored.hasCard() && stored.hash == contentHash(*content.text)) return storeSignature(file, content.signature);
   CardReading reading = readContactCard(*content.text);
@@ -121,7 +121,7 @@ void ContactIndexUpdate::addFile(const std::string& file) {
 
 // What was good of the file stays: half a card is seen whenever somebody is just writing it, and a contact that goes
 // away for a moment would cost a friend its link.
-void ContactIndexUpdate::storeProblem(const std::string& file, const Stored& stored, const CardContent& content) {
+void ContactIndexUpdate::storeProblem(const std::string& file, const FileEntry& stored, const CardContent& content) {
   const std::string kept = stored.hasCard() ? "; its last good content is used" : "";
   if (content.problem != stored.problem) _lines.push_back({file, "is ignored: " + content.problem + kept});
   addFile(file);
@@ -138,7 +138,7 @@ void ContactIndexUpdate::storeSignature(const std::string& file, const CardSigna
   statement->bind(5, _folder).bind(6, file).run();
 }
 
-void ContactIndexUpdate::storeCard(const std::string& file, const Stored& stored, const CardContent& content,
+void ContactIndexUpdate::storeCard(const std::string& file, const FileEntry& stored, const CardContent& content,
                                    CardReading reading) {
   addFile(file);
   storeSignature(file, content.signature);

@@ -44,15 +44,15 @@ class ContactIndexUpdate {
   const std::vector<Line>& lines() const { return _lines; }
 
  private:
-  struct Stored;
+  struct FileEntry;
 
   std::map<std::string, CardSignature> indexed(const FolderChange& change);
   void removeFile(const std::string& file);
   void readFile(const std::string& file);
-  Stored storedFile(const std::string& file);
-  void storeProblem(const std::string& file, const Stored& stored, const CardContent& content);
+  FileEntry storedFile(const std::string& file);
+  void storeProblem(const std::string& file, const FileEntry& stored, const CardContent& content);
   void storeSignature(const std::string& file, const CardSignature& signature);
-  void storeCard(const std::string& file, const Stored& stored, const CardContent& content, CardReading reading);
+  void storeCard(const std::string& file, const FileEntry& stored, const CardContent& content, CardReading reading);
   void addFile(const std::string& file);
   void touch(const std::string& claim);
   void markChanged(std::int32_t record);

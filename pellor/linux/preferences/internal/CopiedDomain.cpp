@@ -25,7 +25,7 @@ std::uint64_t numberOfFriends(const Chunks& chunks) {
 }
 
 // What is neither bytes nor runs was found damaged, and there is no copy of it.
-std::optional<StoreCopy::Content> contentOf(const PreferencesMemory::Stored& stored) {
+std::optional<StoreCopy::Content> contentOf(const PreferencesMemory::SnapshotValue& stored) {
   if (stored.list) return StoreCopy::Content{{}, chunksOf(stored.list.get()), stored.version.count};
   if (stored.bytes) return StoreCopy::Content{*stored.bytes, {}, stored.version.count};
   if (!stored.isGoodCopy) return std::nullopt;

@@ -27,7 +27,7 @@ PreferencesMemory::Domain& PreferencesMemory::domainNamed(std::string_view domai
 
 void PreferencesMemory::keep(std::string_view key, std::optional<Value> value, std::string_view domain) {
   const MutexLock lock(_mutex);
-  Pending pending{std::move(value), ++_lastSerial};
+  PendingValue pending{std::move(value), ++_lastSerial};
   domainNamed(domain).pending.insert_or_assign(std::string(key), std::move(pending));
 }
 

@@ -22,21 +22,21 @@ struct StoredList;
 /// The half of a store that lies in memory, whatever keeps the values. Any thread; nothing waits here.
 class PreferencesMemory {
  public:
-  struct Pending {
+  struct PendingValue {
     std::optional<Value> value;  ///< absent: the key is to be removed
     std::uint64_t serial = 0;    ///< tells it from a value that was set later
   };
-  using PendingValues = std::map<std::string, Pending, std::less<>>;
+  using PendingValues = std::map<std::string, PendingValue, std::less<>>;
 
   /// A stored value with what tells the next reading whether it changed: its bytes, or the list that it is.
-  struct Stored {
+  struct SnapshotValue {
     Value value;
     std::shared_ptr<const Data> bytes;
     std::shared_ptr<const StoredList> list;
     PreferenceVersion version{};
     bool isGoodCopy = false;  ///< what is stored is damaged, and this is to take its place
   };
-  using Snapshot = std::map<std::string, Stored, std::less<>>;
+  using Snapshot = std::map<std::string, SnapshotValue, std::less<>>;
 
   /// What does not work at the moment.
   enum class Fault { read, write };

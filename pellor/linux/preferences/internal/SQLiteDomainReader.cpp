@@ -11,7 +11,7 @@ namespace pellor {
 namespace {
 
 using Snapshot = PreferencesMemory::Snapshot;
-using Stored = PreferencesMemory::Stored;
+using SnapshotValue = PreferencesMemory::SnapshotValue;
 
 class DomainReader {
  public:
@@ -33,7 +33,7 @@ class DomainReader {
   }
 
  private:
-  Stored valueOf(const std::string& key, const StoredValue& value) {
+  SnapshotValue valueOf(const std::string& key, const StoredValue& value) {
     if (!value.isWhole) return replace(key, foundBytes(_store, value), goodCopyOf(key));
     auto stored = value.chunks ? listOf(previousOf(key), value) : std::optional(plainValueOf(previousOf(key), value));
     if (!stored) return replace(key, foundBytes(_store, value), std::nullopt);
@@ -42,15 +42,16 @@ class DomainReader {
     return *std::move(stored);
   }
 
-  const Stored* previousOf(const std::string& key) const {
+  const SnapshotValue* previousOf(const std::string& key) const {
     if (!_previous) return nullptr;
     const auto found = _previous->find(key);
     return found == _previous->end() ? nullptr : &found->second;
   }
 
-  Stored replace(const std::string& key, Data found, std::optional<Stored> copy) {
+  SnapshotValue replace(const std::string& key, Data found, std::optional<SnapshotValue> copy) {
     _reading.damaged.push_back({key, found, copy.has_value()});
-    Stored stored = copy ? *std::move(copy) : Stored{Value(std::move(found)), nullptr, nullptr, unknownVersion()};
+    SnapshotValue stored =
+        copy ? *std::move(copy) : SnapshotValue{Value(std::move(found)), nullptr, nullptr, unknownVersion()};
     // Neither is known to be in the file: the next write of the key writes all of it.
     stored.bytes = nullptr;
     stored.list = nullptr;
@@ -61,8 +62,8 @@ class DomainReader {
   /// Larger than any that could have been given, so that a write made from it makes a new version.
   PreferenceVersion unknownVersion() const { return {_store.number(), UnknownCount, {}}; }
 
-  std::optional<Stored> goodCopyOf(const std::string& key) {
-    std::optional<Stored> copy;
+  std::optional<SnapshotValue> goodCopyOf(const std::string& key) {
+    std::optional<SnapshotValue> copy;
     _store.visitValue(RowCopy::lastGood, key, _domain, [&](const StoredValue& value) {
       if (!value.isWhole) return;
       copy = value.chunks ? listOf(nullptr, value) : std::optional(plainValueOf(nullptr, value));
@@ -70,23 +71,23 @@ class DomainReader {
     return copy;
   }
 
-  std::optional<Stored> listOf(const Stored* previous, const StoredValue& value) {
+  std::optional<SnapshotValue> listOf(const SnapshotValue* previous, const StoredValue& value) {
     const auto known = previous ? previous->list : nullptr;
     const bool isFollowed = _isSameConnection && known && known->rows.list == value.chunks->list &&
                             previous->version.store == value.version.store;
     if (isFollowed) {
       const ListReading newer = readNewerRows(_store, *value.chunks, value.version, known, previous->version);
-      if (newer.list) return Stored{newer.list->value, nullptr, newer.list, newer.version};
+      if (newer.list) return SnapshotValue{newer.list->value, nullptr, newer.list, newer.version};
     }
     const ListReading all = readList(_store, *value.chunks, value.version, known.get());
     // All rows were read, and will not be again.
     _store.statements().database().releaseMemory();
-    if (all.list) return Stored{all.list->value, nullptr, all.list, all.version, all.isDamaged};
+    if (all.list) return SnapshotValue{all.list->value, nullptr, all.list, all.version, all.isDamaged};
     if (all.isDamaged) return std::nullopt;
-    return Stored{Value(foundBytes(_store, value)), nullptr, nullptr, all.version};
+    return SnapshotValue{Value(foundBytes(_store, value)), nullptr, nullptr, all.version};
   }
 
-  static Stored plainValueOf(const Stored* previous, const StoredValue& value) {
+  static SnapshotValue plainValueOf(const SnapshotValue* previous, const StoredValue& value) {
     if (previous && previous->bytes && std::ranges::equal(*previous->bytes, value.bytes)) {
       return {previous->value, previous->bytes, nullptr, value.version};
     }

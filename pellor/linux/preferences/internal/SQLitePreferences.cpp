@@ -108,7 +108,7 @@ PreferenceAnswer<VersionedPreferences> SQLitePreferences::read(std::span<const s
   using Answer = PreferenceAnswer<VersionedPreferences>;
   const MutexLock lock(_connectionMutex);
   if (!look(domain)) return Answer::unreadable();
-  const Known& known = knownOf(domain);
+  const DomainState& known = knownOf(domain);
   VersionedPreferences found;
   for (const std::string& key : keys) found.insert_or_assign(key, known.preference(key));
   return Answer::some(std::move(found));
@@ -119,7 +119,7 @@ PreferenceWriteAnswer SQLitePreferences::write(const PreferenceChanges& changes,
   const MutexLock lock(_connectionMutex);
   PreferenceWriteAnswer answer{store(domain, {changes, id, EqualValues::areWritten}), {}};
   if (answer.outcome != PreferenceWriteOutcome::written) return answer;
-  const Known& known = knownOf(domain);
+  const DomainState& known = knownOf(domain);
   for (const auto& [key, change] : changes) {
     if (change.kind != PreferenceChange::Kind::keep) answer.written.emplace(key, known.preference(key));
   }
@@ -201,12 +201,12 @@ bool SQLitePreferences::closeAfter(const SQLiteError& error) {
   return isReplaced;
 }
 
-SQLitePreferences::Known& SQLitePreferences::knownOf(std::string_view domain) {
+SQLitePreferences::DomainState& SQLitePreferences::knownOf(std::string_view domain) {
   return _known.try_emplace(std::string(domain)).first->second;
 }
 
-VersionedPreference SQLitePreferences::Known::preference(const std::string& key) const {
-  const Stored* stored = find(*snapshot, key);
+VersionedPreference SQLitePreferences::DomainState::preference(const std::string& key) const {
+  const SnapshotValue* stored = find(*snapshot, key);
   if (!stored) return {std::nullopt, {number, 0, {}}};
   return {stored->value, stored->version};
 }
@@ -240,18 +240,18 @@ bool SQLitePreferences::lookOnce(std::string_view domain, bool& isReplaced) {
   }
 }
 
-bool SQLitePreferences::isUpToDate(const Known& known) const {
+bool SQLitePreferences::isUpToDate(const DomainState& known) const {
   return known.dataVersion && *known.dataVersion == _database->dataVersion();
 }
 
-const SQLitePreferences::Known& SQLitePreferences::present(std::string_view domain) {
+const SQLitePreferences::DomainState& SQLitePreferences::present(std::string_view domain) {
   const PreferencesDatabase& store = *_database;
-  Known& known = knownOf(domain);
+  DomainState& known = knownOf(domain);
   if (isUpToDate(known)) return known;
   const bool isFirst = !known.dataVersion;
   auto reading = readDomain(store, domain, known.snapshot.get(), !isFirst);
   for (DamagedPreference& damaged : reading.damaged) {
-    Stored& stored = reading.snapshot.at(damaged.key);
+    SnapshotValue& stored = reading.snapshot.at(damaged.key);
     damaged.isCopied = !damaged.hasGoodCopy && takeFromCopy(domain, damaged.key, stored);
     reportDamage(damaged, domain);
   }
@@ -267,9 +267,9 @@ const SQLitePreferences::Known& SQLitePreferences::present(std::string_view doma
 }
 
 // Of a store that was laid out before there were versions, and that may only be read.
-void SQLitePreferences::countVersions(Snapshot& snapshot, const Known& known) {
+void SQLitePreferences::countVersions(Snapshot& snapshot, const DomainState& known) {
   for (auto& [key, stored] : snapshot) {
-    const Stored* previous = known.snapshot && known.number == _ownNumber ? find(*known.snapshot, key) : nullptr;
+    const SnapshotValue* previous = known.snapshot && known.number == _ownNumber ? find(*known.snapshot, key) : nullptr;
     const bool isSame = previous && previous->value == stored.value;
     stored.version = {_ownNumber, isSame ? previous->version.count : ++_ownCount, {}};
   }
@@ -299,7 +299,7 @@ PreferenceWriteOutcome SQLitePreferences::store(std::string_view domain, const B
     const PreferencesDatabase& database = this->database();
     SQLiteTransaction transaction = database.transaction(SQLiteTransaction::Kind::write);
     // A domain that cannot be read is not written either. Which rows change is told by what is stored now.
-    const Known& known = present(domain);
+    const DomainState& known = present(domain);
     if (isOvertaken(batch.changes, known)) return PreferenceWriteOutcome::overtaken;
     auto snapshot = change(domain, batch, std::move(values), *known.snapshot);
     isCommitting = true;
@@ -321,7 +321,7 @@ PreferenceWriteOutcome SQLitePreferences::store(std::string_view domain, const B
   return PreferenceWriteOutcome::written;
 }
 
-bool SQLitePreferences::isOvertaken(const PreferenceChanges& changes, const Known& known) {
+bool SQLitePreferences::isOvertaken(const PreferenceChanges& changes, const DomainState& known) {
   return std::ranges::any_of(changes, [&](const auto& entry) {
     const auto& [key, change] = entry;
     return change.madeFrom && *change.madeFrom != known.preference(key).version;
@@ -335,7 +335,7 @@ std::shared_ptr<const SQLitePreferences::Snapshot> SQLitePreferences::change(std
   auto snapshot = std::make_shared<Snapshot>(stored);
   replaceDamaged(domain, *snapshot);
   for (const auto& [key, change] : batch.changes) {
-    const Stored* before = find(stored, key);
+    const SnapshotValue* before = find(stored, key);
     if (change.kind == PreferenceChange::Kind::remove) {
       store.remove(key, domain, before ? before->version : PreferenceVersion{});
       snapshot->erase(key);
@@ -365,10 +365,10 @@ void SQLitePreferences::replaceDamaged(std::string_view domain, Snapshot& snapsh
   }
 }
 
-SQLitePreferences::Stored SQLitePreferences::writeValue(const PreferencesDatabase& store, std::string_view key,
-                                                        std::string_view domain, EncodedValue value,
-                                                        const Stored* stored, const PreferenceVersion& version,
-                                                        EqualValues equal) {
+SQLitePreferences::SnapshotValue SQLitePreferences::writeValue(const PreferencesDatabase& store, std::string_view key,
+                                                               std::string_view domain, EncodedValue value,
+                                                               const SnapshotValue* stored,
+                                                               const PreferenceVersion& version, EqualValues equal) {
   if (value.bytes) {
     if (equal == EqualValues::areLeft && stored && stored->bytes && *stored->bytes == *value.bytes) {
       store.writeLastGood(key, domain, *value.bytes, stored->version);
@@ -390,7 +390,7 @@ void SQLitePreferences::show(std::string_view domain, const VersionedPreferences
   auto snapshot = std::make_shared<Snapshot>(*shown);
   for (const auto& [key, preference] : written) {
     snapshot->erase(key);
-    if (const Stored* value = find(stored, key)) snapshot->emplace(key, *value);
+    if (const SnapshotValue* value = find(stored, key)) snapshot->emplace(key, *value);
   }
   _memory.install(domain, std::move(snapshot));
 }

@@ -86,12 +86,12 @@ class SQLitePreferences final : public SharedPreferences {
   using Fault = PreferencesMemory::Fault;
   using PendingValues = PreferencesMemory::PendingValues;
   using Snapshot = PreferencesMemory::Snapshot;
-  using Stored = PreferencesMemory::Stored;
+  using SnapshotValue = PreferencesMemory::SnapshotValue;
 
   using EncodedValues = std::map<std::string, EncodedValue, std::less<>>;
 
   /// What is stored in a domain, as it was read or written last over the connection.
-  struct Known {
+  struct DomainState {
     std::shared_ptr<const Snapshot> snapshot;
     std::optional<std::int64_t> dataVersion;  ///< of the snapshot; absent when it has to be read again
     std::uint64_t number = 0;                 ///< the store's
@@ -108,28 +108,28 @@ class SQLitePreferences final : public SharedPreferences {
 
   // With the connection held.
   const PreferencesDatabase& database() PELLOR_REQUIRES(_connectionMutex);
-  Known& knownOf(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
-  bool isUpToDate(const Known& known) const PELLOR_REQUIRES(_connectionMutex);
+  DomainState& knownOf(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
+  bool isUpToDate(const DomainState& known) const PELLOR_REQUIRES(_connectionMutex);
   /// Reads what is stored, unless it is known, and shows it to callers.
   bool renew(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
   /// Reads what is stored likewise, without showing it.
   bool look(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
   bool lookOnce(std::string_view domain, bool& isReplaced) PELLOR_REQUIRES(_connectionMutex);
   /// What is stored at the moment of the open transaction.
-  const Known& present(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
-  void countVersions(Snapshot& snapshot, const Known& known) PELLOR_REQUIRES(_connectionMutex);
+  const DomainState& present(std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
+  void countVersions(Snapshot& snapshot, const DomainState& known) PELLOR_REQUIRES(_connectionMutex);
   /// Puts it aside and says so, once.
   void reportDamage(const DamagedPreference& damaged, std::string_view domain) PELLOR_REQUIRES(_connectionMutex);
 
   PreferenceWriteOutcome store(std::string_view domain, const Batch& batch) PELLOR_REQUIRES(_connectionMutex);
-  static bool isOvertaken(const PreferenceChanges& changes, const Known& known);
+  static bool isOvertaken(const PreferenceChanges& changes, const DomainState& known);
   std::shared_ptr<const Snapshot> change(std::string_view domain, const Batch& batch, EncodedValues values,
                                          const Snapshot& stored) const PELLOR_REQUIRES(_connectionMutex);
   /// With good copies. Throws where one that is damaged could not be put aside.
   void replaceDamaged(std::string_view domain, Snapshot& snapshot) const PELLOR_REQUIRES(_connectionMutex);
-  static Stored writeValue(const PreferencesDatabase& store, std::string_view key, std::string_view domain,
-                           EncodedValue value, const Stored* stored, const PreferenceVersion& version,
-                           EqualValues equal);
+  static SnapshotValue writeValue(const PreferencesDatabase& store, std::string_view key, std::string_view domain,
+                                  EncodedValue value, const SnapshotValue* stored, const PreferenceVersion& version,
+                                  EqualValues equal);
   void show(std::string_view domain, const VersionedPreferences& written) PELLOR_REQUIRES(_connectionMutex);
   /// Where another try on the connection cannot help. Whether the file was replaced, so that another one can.
   bool closeAfter(const SQLiteError& error) PELLOR_REQUIRES(_connectionMutex);
@@ -140,8 +140,9 @@ class SQLitePreferences final : public SharedPreferences {
   void replaceLostStore() PELLOR_REQUIRES(_connectionMutex);
   bool replaceDamagedStore(const SQLiteError& error) PELLOR_REQUIRES(_connectionMutex);
   std::optional<StoreCopy> contentOfNewStore() PELLOR_REQUIRES(_connectionMutex);
-  void compareWithCopy(std::string_view domain, const Known& known) PELLOR_REQUIRES(_connectionMutex);
-  bool takeFromCopy(std::string_view domain, const std::string& key, Stored& stored) PELLOR_REQUIRES(_connectionMutex);
+  void compareWithCopy(std::string_view domain, const DomainState& known) PELLOR_REQUIRES(_connectionMutex);
+  bool takeFromCopy(std::string_view domain, const std::string& key, SnapshotValue& stored)
+      PELLOR_REQUIRES(_connectionMutex);
 
   const std::filesystem::path _folder;
   const Access _access;
@@ -158,7 +159,7 @@ class SQLitePreferences final : public SharedPreferences {
   std::unique_ptr<PreferencesDatabase> _database PELLOR_GUARDED_BY(_connectionMutex);
   /// Before the database was opened; absent when there was none, or the store was said to lack what it has.
   std::optional<StoreCopyHead> _newestCopy PELLOR_GUARDED_BY(_connectionMutex);
-  std::map<std::string, Known, std::less<>> _known PELLOR_GUARDED_BY(_connectionMutex);
+  std::map<std::string, DomainState, std::less<>> _known PELLOR_GUARDED_BY(_connectionMutex);
   /// By domain and key.
   std::map<std::pair<std::string, std::string>, Damage> _damage PELLOR_GUARDED_BY(_connectionMutex);
   std::uint64_t _ownCount PELLOR_GUARDED_BY(_connectionMutex) = 0;

@@ -62,7 +62,7 @@ std::optional<StoreCopy> SQLitePreferences::contentOfNewStore() {
 }
 
 // Of a domain that was read first over the connection: what is there later may be later than the copy.
-void SQLitePreferences::compareWithCopy(std::string_view domain, const Known& known) {
+void SQLitePreferences::compareWithCopy(std::string_view domain, const DomainState& known) {
   if (!_newestCopy || _newestCopy->store != known.number) return;
   StoreCopyHead stored;
   stored.store = known.number;
@@ -77,7 +77,7 @@ void SQLitePreferences::compareWithCopy(std::string_view domain, const Known& kn
 }
 
 // The last that is known of a value of which neither row is whole.
-bool SQLitePreferences::takeFromCopy(std::string_view domain, const std::string& key, Stored& stored) {
+bool SQLitePreferences::takeFromCopy(std::string_view domain, const std::string& key, SnapshotValue& stored) {
   const auto copy = _copies.newest();
   if (!copy || copy->store != _database->number()) return false;
   const StoreCopy::Content* content = copy->find({std::string(domain), key});
