@@ -22,6 +22,8 @@
 
 namespace pellor {
 
+class PostgreSQLLink;
+
 /// Hears what happens on the connection, on the link's thread.
 class PostgreSQLListener {
  public:
