@@ -95,6 +95,10 @@ report 'Names of tests are sentences in UpperCamelCase' \
   "$(sources_with '^ *(TYPED_)?TEST(_F|_P)?\([A-Za-z0-9_]+, *([a-z]|[A-Za-z0-9]*_)' pellor tests examples)"
 report 'Constants have no prefix' \
   "$(sources_with '\bconstexpr\b[^;=({]*\bk[A-Z][A-Za-z0-9]* *[={[]' pellor cli bench tests examples)"
+report 'Constants of a namespace or a class are in UpperCamelCase' "$(
+  sources_with '^((inline|static) )*constexpr [^(){=]*\b[a-z][A-Za-z0-9]*(\[[^]]*\])? *[={]' pellor cli bench tests examples
+  sources_with --exclude='*.cpp' '^ +static constexpr [^(){=]*\b[a-z][A-Za-z0-9]*(\[[^]]*\])? *[={]' \
+    pellor cli bench tests examples)"
 report 'Behind a member "///<", in a line of its own "///"' \
   "$(sources_with '^ *///<|^[^"/]*[^"/ ][^"/]*/// ' pellor cli bench tests examples)"
 report 'Comments name their subjects' "$(sources_with '//.*\b[Ww](hoever|homever)\b|// *The same[ .]' pellor cli bench examples)"

@@ -7,16 +7,16 @@ namespace pellor {
 
 namespace {
 
-constexpr std::string_view setKey = "$set";
+constexpr std::string_view SetKey = "$set";
 
 /// Whether an only key of a dictionary could be taken for the mark of a set: "$set" behind any number of further "$".
 bool resemblesSetKey(std::string_view key) {
-  return key.ends_with(setKey) && key.find_first_not_of('$') == key.size() - setKey.size() + 1;
+  return key.ends_with(SetKey) && key.find_first_not_of('$') == key.size() - SetKey.size() + 1;
 }
 
 const Array* elementsOfSet(const Value& value) {
   const Dictionary* dictionary = value.dictionary();
-  if (!dictionary || dictionary->size() != 1 || dictionary->begin()->first != setKey) return nullptr;
+  if (!dictionary || dictionary->size() != 1 || dictionary->begin()->first != SetKey) return nullptr;
   return dictionary->begin()->second.array();
 }
 
@@ -78,7 +78,7 @@ std::optional<Value> unarchivedDictionary(const Dictionary& dictionary, std::ini
   for (const auto& [key, archivedElement] : dictionary) {
     auto element = unarchived(archivedElement, allowed);
     if (!element) return std::nullopt;
-    const bool isEscaped = dictionary.size() == 1 && key != setKey && resemblesSetKey(key);
+    const bool isEscaped = dictionary.size() == 1 && key != SetKey && resemblesSetKey(key);
     entries.emplace(isEscaped ? key.substr(1) : key, *std::move(element));
   }
   return entries;
@@ -103,7 +103,7 @@ void KeyedArchive::encodeObject(std::string_view key, const Value& value) {
 }
 
 void KeyedArchive::encodeSet(std::string_view key, const std::set<std::string>& strings) {
-  const Dictionary set{{std::string(setKey), Array(strings.begin(), strings.end())}};
+  const Dictionary set{{std::string(SetKey), Array(strings.begin(), strings.end())}};
   _content.insert_or_assign(std::string(key), Value(set));
 }
 

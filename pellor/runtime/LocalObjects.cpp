@@ -10,7 +10,7 @@ namespace pellor {
 std::size_t LocalObjects::newKey() {
   static std::atomic<std::size_t> count = 0;  // counted by the first use of a type, on any thread
   const std::size_t key = count++;
-  require(key < maximumCount, "no more types of process-local objects than there is room for");
+  require(key < MaximumCount, "no more types of process-local objects than there is room for");
   return key;
 }
 

@@ -31,9 +31,9 @@ class LocalObjects {
     std::size_t key;
     std::shared_ptr<void> object;
   };
-  static constexpr std::size_t maximumCount = 256;
+  static constexpr std::size_t MaximumCount = 256;
 
-  std::array<std::atomic<void*>, maximumCount> _objects{};  // written with the lock, read on any thread
+  std::array<std::atomic<void*>, MaximumCount> _objects{};  // written with the lock, read on any thread
   RecursiveMutex _making;
   std::vector<std::size_t> _beingMade PELLOR_GUARDED_BY(_making);
   std::vector<Entry> _made PELLOR_GUARDED_BY(_making);

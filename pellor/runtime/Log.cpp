@@ -11,12 +11,12 @@ namespace pellor {
 
 namespace {
 
-constexpr std::string_view hiddenText = "<private>";
-constexpr std::array<std::string_view, 5> placeholders{"%@", "%d", "%u", "%lu", "%tu"};
+constexpr std::string_view HiddenText = "<private>";
+constexpr std::array<std::string_view, 5> Placeholders{"%@", "%d", "%u", "%lu", "%tu"};
 
 /// The length of the placeholder that `text` begins with; 0 without one.
 std::size_t placeholderLength(std::string_view text) {
-  for (const std::string_view placeholder : placeholders) {
+  for (const std::string_view placeholder : Placeholders) {
     if (text.starts_with(placeholder)) return placeholder.size();
   }
   return 0;
@@ -48,7 +48,7 @@ std::vector<LogSegment> filled(std::string_view text, const std::vector<LogArgum
 std::string LogEntry::messageText(Private privacy) const {
   std::string result;
   for (const LogSegment& segment : message) {
-    result += segment.isPrivate && privacy == Private::hidden ? hiddenText : segment.text;
+    result += segment.isPrivate && privacy == Private::hidden ? HiddenText : segment.text;
   }
   return result;
 }

@@ -15,8 +15,8 @@ namespace pellor {
 
 namespace {
 
-constexpr double settleLimitAtEnd = 5;
-constexpr double settleLimitWhenOvertaken = 25;
+constexpr double SettleLimitAtEnd = 5;
+constexpr double SettleLimitWhenOvertaken = 25;
 
 /// The processes of the program that have not ended. A program has one; tests have more.
 class LiveProcesses {
@@ -82,14 +82,14 @@ class Process::State {
   bool isClosed = false;                         // main thread
 
  private:
-  static constexpr long notSettling = -1;
+  static constexpr long NotSettling = -1;
 
   bool isAtRest(long ownTasks) const;
   bool comesToRest(long ownTasks);
   std::vector<Task> closeQueues();
 
   Process& _process;
-  std::atomic<long> _awaitedOutstanding = notSettling;  // written by `settle`, read as tasks end
+  std::atomic<long> _awaitedOutstanding = NotSettling;  // written by `settle`, read as tasks end
   Mutex _mutex;
   std::vector<std::weak_ptr<Strand>> _queues PELLOR_GUARDED_BY(_mutex);
   bool _hasClosedQueues PELLOR_GUARDED_BY(_mutex) = false;
@@ -179,7 +179,7 @@ Process::~Process() {
   if (_state->isClosed) return;
   _state->requireEnd();
   // What could not be written is given up soon; what other processes kept from being written, later.
-  if (!_state->settle(settleLimitAtEnd) && _state->isWritten()) _state->settle(settleLimitWhenOvertaken);
+  if (!_state->settle(SettleLimitAtEnd) && _state->isWritten()) _state->settle(SettleLimitWhenOvertaken);
   _state->close(_locals);
 }
 

@@ -8,16 +8,16 @@ namespace pellor {
 namespace {
 using std::chrono::steady_clock;
 using std::chrono::system_clock;
-constexpr std::chrono::seconds referenceDate{978307200};  // 2001-01-01T00:00:00Z after the system clock's epoch
-constexpr double longestWait = 365.0 * 86400;
+constexpr std::chrono::seconds ReferenceDate{978307200};  // 2001-01-01T00:00:00Z after the system clock's epoch
+constexpr double LongestWait = 365.0 * 86400;
 }  // namespace
 
 double wallClockNow() {
-  return std::chrono::duration<double>(system_clock::now().time_since_epoch() - referenceDate).count();
+  return std::chrono::duration<double>(system_clock::now().time_since_epoch() - ReferenceDate).count();
 }
 
 steady_clock::time_point steadyTimeAfter(double seconds) {
-  const double bounded = std::min(seconds, longestWait);
+  const double bounded = std::min(seconds, LongestWait);
   // Rounded up: a wait that ends a moment too early would be followed by another one.
   return steady_clock::now() + std::chrono::microseconds(static_cast<std::int64_t>(std::ceil(bounded * 1e6)) + 1);
 }

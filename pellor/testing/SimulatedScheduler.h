@@ -23,12 +23,12 @@ namespace pellor {
 /// may be called from inside a task; then the task's own pool queue stands still meanwhile.
 class SimulatedScheduler final : public Scheduler {
  public:
-  static constexpr double startTime = 700'000'000;
-  static constexpr std::uint64_t defaultStepLimit = 1'000'000;
+  static constexpr double StartTime = 700'000'000;
+  static constexpr std::uint64_t DefaultStepLimit = 1'000'000;
 
   /// `stepLimit`: how many tasks and moves of time the world may take in all. One more is fatal, with the seed in the
   /// text: a world that never comes to rest does not hang its test.
-  explicit SimulatedScheduler(std::uint64_t seed, std::uint64_t stepLimit = defaultStepLimit);
+  explicit SimulatedScheduler(std::uint64_t seed, std::uint64_t stepLimit = DefaultStepLimit);
   ~SimulatedScheduler() override;
 
   std::uint64_t seed() const { return _seed; }
@@ -68,7 +68,7 @@ class SimulatedScheduler final : public Scheduler {
   std::uint64_t _random;
   std::uint64_t _randomForTasks;
   std::uint64_t _steps = 0;
-  double _now = startTime;
+  double _now = StartTime;
   std::vector<std::shared_ptr<Strand>> _ready;
   std::vector<std::shared_ptr<MainStrand>> _mainQueues;
   DeadlineList _deadlines;

@@ -33,7 +33,7 @@ TEST(CanonicalFormsTest, AreThoseOfAMapWhileTheyGrow) {
     // Long ones too, so that there are many blocks, with ends of every length.
     const std::string text = random() % 4 ? word() : std::string(random() % 300, 'x') + word();
     const std::string form = random() % 4 ? text : "f" + word();
-    const bool isKept = text.size() <= CanonicalForms::longestText && !expected.contains(text);
+    const bool isKept = text.size() <= CanonicalForms::LongestText && !expected.contains(text);
     ASSERT_EQ(forms.add(text, form), isKept) << text;
     if (isKept) expected.emplace(text, form);
     if (isKept) expected.emplace(form, form);
@@ -101,7 +101,7 @@ TEST_F(KeptFormsTest, AreNotTakenFromAFileThatIsDamagedOrForeign) {
        allButOne},
       {"a foreign line", [](std::string text) { return text.insert(text.find('\n') + 1, "030 1234561\t1\n\n\t\n"); },
        all},
-      {"too large", [](std::string text) { return text.append(CanonicalFormStore::largestFile, '\n'); }, none},
+      {"too large", [](std::string text) { return text.append(CanonicalFormStore::LargestFile, '\n'); }, none},
   };
   for (const auto& test : cases) {
     SCOPED_TRACE(test.what);

@@ -60,7 +60,7 @@ class GeneratedData {
   Value anyElement() { return orWrong(chance(3) ? Dictionary() : anyForm()); }
   Array anyList() {
     Array list;
-    for (auto left = below(1 + below(longestList + 1)); left > 0; --left) list.push_back(anyElement());
+    for (auto left = below(1 + below(LongestList + 1)); left > 0; --left) list.push_back(anyElement());
     return list;
   }
 
@@ -80,12 +80,12 @@ class GeneratedData {
     return story;
   }
 
-  static constexpr std::uint64_t longestList = 60;
+  static constexpr std::uint64_t LongestList = 60;
   std::mt19937_64 random;
-  const std::uint64_t poolSize = chance(3) ? 1000 : 3 + below(longestList);  // few: many are the same somehow
+  const std::uint64_t poolSize = chance(3) ? 1000 : 3 + below(LongestList);  // few: many are the same somehow
 
  private:
-  static constexpr std::uint64_t contactCount = 12;
+  static constexpr std::uint64_t ContactCount = 12;
   /// What the fields of stored forms can hold, beside GUID and destinations.
   inline static const std::map<std::string, Array> fieldValues{
       {"ABRecordID", {0, 1, 2}},          {"ABDatabaseUID", {"Database"}},
@@ -93,7 +93,7 @@ class GeneratedData {
       {"Monogram", {"", "A", "B"}},       {"Metadata", {Dictionary{{"key", 0}}, Dictionary{{"key", 1}}}}};
   inline static const Array wrongValues{7, "text", Array{}, true, 1.5, Data{1}};
 
-  std::string anyContactNumber() { return std::to_string(below(std::min(poolSize, contactCount))); }
+  std::string anyContactNumber() { return std::to_string(below(std::min(poolSize, ContactCount))); }
   std::vector<LabelledValue> anyValues() {
     std::vector<LabelledValue> values;
     for (auto left = below(3); left > 0; --left) values.push_back({"", anyDestination()});

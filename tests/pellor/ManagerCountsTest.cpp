@@ -42,13 +42,13 @@ class CountingChunk : public ArrayChunk {
 
 class ManagerCountsTest : public ManagerTest {
  protected:
-  static constexpr std::size_t friendCount = 2'400, groupSize = 12, chunk = LongArray::ChunkSize;
+  static constexpr std::size_t FriendCount = 2'400, GroupSize = 12, Chunk = LongArray::ChunkSize;
 
   ManagerCountsTest() {
-    setGroups(friendCount / groupSize, groupSize);
+    setGroups(FriendCount / GroupSize, GroupSize);
     setSetting(PLRefreshAgainstContactsOnInitEnabledKey, false);
     Array list;
-    for (std::size_t index = 0; index < friendCount; ++index) {
+    for (std::size_t index = 0; index < FriendCount; ++index) {
       list.emplace_back(storedForm("Friend" + std::to_string(index)));
       setEntry(list.back(), "AllValues", Array{"+" + std::to_string(491510000000 + index)});
     }
@@ -118,35 +118,35 @@ TEST_F(ManagerCountsTest, WhatDidNotChangeIsNeitherReadNorWritten) {
   const auto nothing = ElementsAre(0, 0, 0, 0, 0, 0);
   const auto reload = [&] { manager->reloadFriendList(); };
   EXPECT_THAT(costOf([&] { manager = PLFriendsManager::initWithDomain(std::nullopt); }),
-              ElementsAre(friendCount, friendCount, 1, 0, 0, 0));
+              ElementsAre(FriendCount, FriendCount, 1, 0, 0, 0));
   EXPECT_THAT(costOf(reload), nothing);
 
   Array list = stored().elements();
   setEntry(list[1'200], "ReplyAs", "home");
   store(list);
-  EXPECT_THAT(costOf([&] { postListChanged(); }), ElementsAre(chunk, 0, 1, 0, 0, 0));
+  EXPECT_THAT(costOf([&] { postListChanged(); }), ElementsAre(Chunk, 0, 1, 0, 0, 0));
   EXPECT_EQ(slots()[1'200]->preferredReplyAs(), "home");
-  EXPECT_THAT(costOf(reload), ElementsAre(chunk, 0, 0, 0, 0, 0)) << "a friend that a load changed is looked at again";
+  EXPECT_THAT(costOf(reload), ElementsAre(Chunk, 0, 0, 0, 0, 0)) << "a friend that a load changed is looked at again";
   EXPECT_THAT(costOf(reload), nothing);
 
   EXPECT_THAT(costOf([&] { slots()[1'000]->setPreferredReplyAs("work"); }), ElementsAre(0, 0, 1, 1, 1, 1));
   EXPECT_EQ(stored().at(1'000), Value(slots()[1'000]->dictionaryRepresentation()));
-  EXPECT_THAT(costOf(reload), ElementsAre(chunk - 1, 0, 0, 0, 0, 0)) << "so is what this process wrote itself";
+  EXPECT_THAT(costOf(reload), ElementsAre(Chunk - 1, 0, 0, 0, 0, 0)) << "so is what this process wrote itself";
   EXPECT_THAT(costOf(reload), nothing);
 
   EXPECT_THAT(costOf([&] {
-                for (const auto& person : slots() | std::views::take(chunk + 1)) {
+                for (const auto& person : slots() | std::views::take(Chunk + 1)) {
                   person->setPreferredReplyAs("home");
                   manager->save();
                 }
               }),
-              ElementsAre(0, 0, 1, 1, 2, chunk + 1));
+              ElementsAre(0, 0, 1, 1, 2, Chunk + 1));
 
   const auto before = slots();
   list = stored().elements();
   std::ranges::reverse(list);
   store(list);
-  EXPECT_THAT(costOf([&] { postListChanged(); }), ElementsAre(friendCount, 0, 1, 0, 0, 0));
+  EXPECT_THAT(costOf([&] { postListChanged(); }), ElementsAre(FriendCount, 0, 1, 0, 0, 0));
   EXPECT_TRUE(std::ranges::equal(slots(), std::views::reverse(before)));
   EXPECT_THAT(costOf(reload), nothing);
 }

@@ -15,11 +15,11 @@
 namespace pellor {
 namespace {
 
-constexpr std::size_t mostEditsToOrder = 6;
+constexpr std::size_t MostEditsToOrder = 6;
 
 void checkEdits(const Round& round) {
   if (const auto thing = unexplainedThing(round)) ADD_FAILURE() << *thing << "\n" << round.text();
-  if (round.edits.size() > mostEditsToOrder || !round.canBeOrdered()) return;
+  if (round.edits.size() > MostEditsToOrder || !round.canBeOrdered()) return;
   if (!isExplainedByAnOrder(round)) ADD_FAILURE() << "no order of the edits explains the list\n" << round.text();
 }
 
@@ -72,11 +72,11 @@ class ManagerSimulationTest : public SeededTest {
   }
 };
 
-TEST_P(ManagerSimulationTest, AnOrderOfFewEditsExplainsTheList) { runWorlds(1, mostEditsToOrder); }
+TEST_P(ManagerSimulationTest, AnOrderOfFewEditsExplainsTheList) { runWorlds(1, MostEditsToOrder); }
 
 TEST_P(ManagerSimulationTest, NoneOfManyEditsIsLost) { runWorlds(8, 30); }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, ManagerSimulationTest, ::testing::Range(std::uint64_t{0}, SeededTest::partCount));
+INSTANTIATE_TEST_SUITE_P(Seeds, ManagerSimulationTest, ::testing::Range(std::uint64_t{0}, SeededTest::PartCount));
 
 }  // namespace
 }  // namespace pellor

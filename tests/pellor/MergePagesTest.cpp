@@ -213,7 +213,7 @@ TEST(MergeLongPagesTest, ARemovedPageIsFoundThoughFriendsWentOverManyDistances) 
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, MergePagesTest, ::testing::Range(std::uint64_t{0}, SeededTest::partCount));
+INSTANTIATE_TEST_SUITE_P(Seeds, MergePagesTest, ::testing::Range(std::uint64_t{0}, SeededTest::PartCount));
 
 }  // namespace
 }  // namespace pellor

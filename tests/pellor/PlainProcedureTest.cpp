@@ -145,7 +145,7 @@ class Life : private GeneratedData {
     runUntilQuiet();
     Array list = chance(8) ? anyList() : _plain.stored;
     for (auto changes = below(4); changes > 0; --changes) change(list);
-    list.resize(std::min<std::size_t>(list.size(), longestList), Dictionary());
+    list.resize(std::min<std::size_t>(list.size(), LongestList), Dictionary());
     // Processes write whole pages: friends behind the end of a shorter list would stay, known to this process alone.
     while (list.size() % _settings.groupSize != 0) list.emplace_back(Dictionary());
     store(list);
@@ -362,7 +362,7 @@ TEST_P(PlainProcedureTest, TheManagerComesToTheSame) {
   forEachSeed(seedCount(3'300, 330), [](std::uint64_t seed) { Life(seed).run(); });
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, PlainProcedureTest, ::testing::Range(std::uint64_t{0}, SeededTest::partCount));
+INSTANTIATE_TEST_SUITE_P(Seeds, PlainProcedureTest, ::testing::Range(std::uint64_t{0}, SeededTest::PartCount));
 
 }  // namespace
 }  // namespace pellor

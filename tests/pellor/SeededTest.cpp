@@ -15,7 +15,7 @@ extern "C" void __sanitizer_set_death_callback(void (*)()) __attribute__((weak))
 namespace pellor {
 namespace {
 
-const bool isSanitized = __sanitizer_set_death_callback != nullptr;
+const bool IsSanitized = __sanitizer_set_death_callback != nullptr;
 
 std::optional<std::uint64_t> numberInEnvironment(const char* name) {
   const char* text = std::getenv(name);
@@ -36,7 +36,7 @@ void printReplayCommandOfSignal(int number) {
 /// A seed that ends the program, by a broken contract or invariant, prints its command as well.
 void printReplayCommandAtDeath() {
   std::signal(SIGABRT, printReplayCommandOfSignal);
-  if (isSanitized) return __sanitizer_set_death_callback(printReplayCommand);
+  if (IsSanitized) return __sanitizer_set_death_callback(printReplayCommand);
   std::signal(SIGSEGV, printReplayCommandOfSignal);
 }
 
@@ -50,7 +50,7 @@ void setReplayCommand(std::uint64_t seed) {
 }  // namespace
 
 std::uint64_t SeededTest::countOf(const char* variable, std::uint64_t usual, std::uint64_t sanitized) {
-  return numberInEnvironment(variable).value_or(isSanitized ? sanitized : usual);
+  return numberInEnvironment(variable).value_or(IsSanitized ? sanitized : usual);
 }
 
 void SeededTest::forEachSeed(std::uint64_t count, const std::function<void(std::uint64_t)>& run) {
@@ -62,7 +62,7 @@ void SeededTest::forEachSeed(std::uint64_t count, const std::function<void(std::
   };
   if (const auto only = numberInEnvironment("PELLOR_SEED")) return runSeed(*only);
   if (const auto minutes = numberInEnvironment("PELLOR_SEED_MINUTES")) return runForMinutes(*minutes, runSeed);
-  const std::uint64_t ownCount = (count + partCount - 1) / partCount;
+  const std::uint64_t ownCount = (count + PartCount - 1) / PartCount;
   const std::uint64_t first = GetParam() * ownCount;
   for (std::uint64_t seed = first; seed < first + ownCount && !HasFailure(); ++seed) runSeed(seed);
 }

@@ -9,10 +9,10 @@
 
 namespace pellor {
 
-/// Instantiate with `::testing::Range(std::uint64_t{0}, SeededTest::partCount)`.
+/// Instantiate with `::testing::Range(std::uint64_t{0}, SeededTest::PartCount)`.
 class SeededTest : public ::testing::TestWithParam<std::uint64_t> {
  public:
-  static constexpr std::uint64_t partCount = 20;
+  static constexpr std::uint64_t PartCount = 20;
 
  protected:
   /// How many seeds: PELLOR_SEEDS in the environment, else `usual`, or `sanitized` where a sanitizer is linked in.

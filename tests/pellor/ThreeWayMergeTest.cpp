@@ -136,7 +136,7 @@ TEST_P(TripleTest, WhatEachSideDidHolds) {
   EXPECT_TRUE(count < 1000 || judged * 10 >= count * 9) << judged << " of " << count;
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, TripleTest, ::testing::Range(std::uint64_t{0}, SeededTest::partCount));
+INSTANTIATE_TEST_SUITE_P(Seeds, TripleTest, ::testing::Range(std::uint64_t{0}, SeededTest::PartCount));
 
 }  // namespace
 }  // namespace pellor::merging

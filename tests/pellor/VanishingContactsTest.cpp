@@ -173,7 +173,7 @@ TEST_P(VanishingContactsTest, EverybodyIsWhoTheyWereWhenAllAreBack) {
   forEachSeed(seedCount(200, 60), [](std::uint64_t seed) { Life(seed, seed % 3 == 0).live(); });
 }
 
-INSTANTIATE_TEST_SUITE_P(Seeds, VanishingContactsTest, ::testing::Range(std::uint64_t{0}, SeededTest::partCount));
+INSTANTIATE_TEST_SUITE_P(Seeds, VanishingContactsTest, ::testing::Range(std::uint64_t{0}, SeededTest::PartCount));
 
 }  // namespace
 }  // namespace pellor

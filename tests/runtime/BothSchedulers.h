@@ -21,11 +21,11 @@ inline std::shared_ptr<Scheduler> makeScheduler(SchedulerKind kind, std::uint64_
 }
 
 /// A limit that only a test that hangs reaches.
-constexpr double longTime = 60;
+constexpr double LongTime = 60;
 
 class BothSchedulers : public testing::TestWithParam<SchedulerKind> {
  protected:
-  bool settle() { return process->settle(longTime); }
+  bool settle() { return process->settle(LongTime); }
   bool isThreaded() const { return GetParam() == SchedulerKind::threaded; }
 
   std::shared_ptr<Scheduler> scheduler = makeScheduler(GetParam());

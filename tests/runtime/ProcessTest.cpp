@@ -75,10 +75,10 @@ TEST(ThreadedSettleTest, IsWokenThoughASettleInsideItHasReturned) {
   const auto queue = SerialQueue::make("pool");
   for (int i = 0; i < 50; ++i) {
     process.mainQueue().async([&] {
-      EXPECT_TRUE(process.settle(longTime));
+      EXPECT_TRUE(process.settle(LongTime));
       queue->async([] {});
     });
-    ASSERT_TRUE(process.settle(longTime));
+    ASSERT_TRUE(process.settle(LongTime));
   }
 }
 

@@ -175,7 +175,7 @@ TEST_F(ThreadedQueueTest, TheWorkerThatKeepsTimeWorksWhenTheOthersAreBusy) {
     {
       const BusyWorkers workers;
     }
-    ASSERT_TRUE(process.settle(longTime));
+    ASSERT_TRUE(process.settle(LongTime));
   }
 }
 
@@ -237,7 +237,7 @@ TEST_F(ThreadedQueueTest, EveryThreadReadsItsOwnWrites) {
     });
   }
   for (auto& thread : threads) thread.join();
-  EXPECT_TRUE(process.settle(longTime));
+  EXPECT_TRUE(process.settle(LongTime));
   EXPECT_EQ(counters, std::vector<int>(threadCount, rounds));
 }
 
@@ -269,7 +269,7 @@ TEST(QualityOfServiceTest, DefaultTasksComeFirstAndUtilityWaitsForALimitedTime) 
     workers.releaseOne();
     utilityTasks.wait();
   }
-  EXPECT_TRUE(process.settle(longTime));
+  EXPECT_TRUE(process.settle(LongTime));
   EXPECT_EQ(order, "ddduudddud");
 }
 

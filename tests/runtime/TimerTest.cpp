@@ -112,7 +112,7 @@ TEST(ThreadedTimerTest, CancelMayRaceWithTheFiring) {
       timer->cancel();
       isCancelled = true;
     });
-    ASSERT_TRUE(process.settle(longTime));
+    ASSERT_TRUE(process.settle(LongTime));
   }
   for (int i = 0; i < 200; ++i) {
     const auto timer = Timer::make(*queue, [] {});
@@ -129,16 +129,16 @@ TEST(ThreadedTimerTest, ABusyPoolStillKeepsTime) {
   const auto busy = SerialQueue::make("busy");
   const auto other = SerialQueue::make("other");
   other->async([] {});
-  ASSERT_TRUE(process.settle(longTime));
+  ASSERT_TRUE(process.settle(LongTime));
   std::latch firedFirst(1), fired(1);
   auto timer = Timer::after(*other, 0.01, [&] { firedFirst.count_down(); });
   busy->async([&] { firedFirst.wait(); });
-  ASSERT_TRUE(process.settle(longTime));
+  ASSERT_TRUE(process.settle(LongTime));
   busy->async([&] {
     timer = Timer::after(*other, 0.001, [&] { fired.count_down(); });
     fired.wait();
   });
-  EXPECT_TRUE(process.settle(longTime));
+  EXPECT_TRUE(process.settle(LongTime));
 }
 
 }  // namespace

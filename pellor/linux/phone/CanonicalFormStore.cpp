@@ -15,17 +15,17 @@
 namespace pellor {
 namespace {
 
-constexpr char separator = '\t';
-constexpr std::size_t checkSize = 4;
+constexpr char Separator = '\t';
+constexpr std::size_t CheckSize = 4;
 
 std::string firstLineFor(std::string_view name, std::string_view region) {
   // The number goes up when this library makes other forms of the phone library's answers.
   return std::string(name) + " 1 " + std::string(region) + " " + phoneLibraryVersion() + "\n";
 }
 
-std::array<char, checkSize> checkOf(std::string_view fields) {
+std::array<char, CheckSize> checkOf(std::string_view fields) {
   std::uint64_t hash = hashOf(fields);
-  std::array<char, checkSize> check{};
+  std::array<char, CheckSize> check{};
   for (char& digit : check) {
     digit = "0123456789abcdef"[hash >> 60];
     hash <<= 4;
@@ -35,9 +35,9 @@ std::array<char, checkSize> checkOf(std::string_view fields) {
 
 std::string lineOf(std::string_view text, std::string_view form) {
   std::string line(text);
-  if (form != text) (line += separator) += form;
+  if (form != text) (line += Separator) += form;
   const auto check = checkOf(line);
-  line += separator;
+  line += Separator;
   line.append(check.data(), check.size());
   return line += '\n';
 }
@@ -86,7 +86,7 @@ CanonicalFormStore::CanonicalFormStore(Passkey, std::string region, std::optiona
 void CanonicalFormStore::read() {
   const FileDescriptor file(::open(_file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   const auto size = sizeOfPrivateFile(file);
-  if (!size || *size > largestFile) return;
+  if (!size || *size > LargestFile) return;
   const std::string content = readAt(file, 0, *size);
   if (!content.starts_with(_firstLine)) return;
   std::string_view rest = std::string_view(content).substr(_firstLine.size());
@@ -101,11 +101,11 @@ void CanonicalFormStore::read() {
 }
 
 std::optional<std::pair<std::string_view, std::string_view>> CanonicalFormStore::readLine(std::string_view line) {
-  if (line.size() <= checkSize + 1) return std::nullopt;
-  const std::string_view fields = line.substr(0, line.size() - checkSize - 1);
+  if (line.size() <= CheckSize + 1) return std::nullopt;
+  const std::string_view fields = line.substr(0, line.size() - CheckSize - 1);
   const auto check = checkOf(fields);
   if (line.substr(fields.size() + 1) != std::string_view(check.data(), check.size())) return std::nullopt;
-  const std::size_t end = fields.find(separator);
+  const std::size_t end = fields.find(Separator);
   return std::pair{fields.substr(0, end), end == std::string_view::npos ? fields : fields.substr(end + 1)};
 }
 
@@ -140,7 +140,7 @@ void CanonicalFormStore::writeUnwritten() {
 bool CanonicalFormStore::append(const std::string& lines) const {
   const FileDescriptor file(::open(_file.c_str(), O_RDWR | O_APPEND | O_CLOEXEC | O_NONBLOCK));
   const auto size = sizeOfPrivateFile(file);
-  if (!size || *size > largestFile || readAt(file, 0, _firstLine.size()) != _firstLine) return false;
+  if (!size || *size > LargestFile || readAt(file, 0, _firstLine.size()) != _firstLine) return false;
   const bool isTorn = readAt(file, *size - 1, 1) != "\n";
   const std::string written = isTorn ? "\n" + lines : lines;
   return ::write(file.get(), written.data(), written.size()) == static_cast<ssize_t>(written.size());

@@ -38,7 +38,7 @@ class CanonicalFormStore : public std::enable_shared_from_this<CanonicalFormStor
 
  public:
   /// A file that has grown beyond this is begun anew, in bytes.
-  static constexpr std::size_t largestFile = std::size_t{16} << 20;
+  static constexpr std::size_t LargestFile = std::size_t{16} << 20;
 
   /// Reads what is there. Without a folder the forms are kept in memory alone. Any thread; may wait for the disk.
   static std::shared_ptr<CanonicalFormStore> open(std::string region, std::optional<CanonicalFormFolder> folder);

@@ -8,12 +8,12 @@
 namespace pellor {
 namespace {
 
-constexpr std::size_t leastTableSize = 64;
+constexpr std::size_t LeastTableSize = 64;
 // Before every text: its length and that of its form.
-constexpr std::uint32_t headSize = 2;
+constexpr std::uint32_t HeadSize = 2;
 // No text is at place 0, which as an entry says "none".
-constexpr std::uint32_t firstPlace = 1;
-constexpr std::uint32_t blockSize = std::uint32_t{1} << 16;
+constexpr std::uint32_t FirstPlace = 1;
+constexpr std::uint32_t BlockSize = std::uint32_t{1} << 16;
 
 std::uint64_t wordAt(const char* bytes) {
   std::uint64_t word = 0;
@@ -41,10 +41,10 @@ bool areEqual(const char* one, const char* other, std::size_t size) {
 // Of the text behind a head.
 std::size_t sizeAt(const char* head) { return static_cast<unsigned char>(head[0]); }
 std::size_t formSizeAt(const char* head) { return static_cast<unsigned char>(head[1]); }
-std::string_view textAt(const char* head) { return {head + headSize, sizeAt(head)}; }
+std::string_view textAt(const char* head) { return {head + HeadSize, sizeAt(head)}; }
 std::string_view formAt(const char* head) {
   const std::size_t formSize = formSizeAt(head);
-  return formSize == 0 ? textAt(head) : std::string_view(head + headSize + sizeAt(head), formSize);
+  return formSize == 0 ? textAt(head) : std::string_view(head + HeadSize + sizeAt(head), formSize);
 }
 
 }  // namespace
@@ -69,9 +69,9 @@ struct CanonicalForms::Table {
   std::size_t size() const { return mask + 1; }
 
   static std::uint32_t entryOf(std::uint32_t place, std::uint64_t hash) {
-    return static_cast<std::uint32_t>(hash >> 32) >> placeBits << placeBits | place;
+    return static_cast<std::uint32_t>(hash >> 32) >> PlaceBits << PlaceBits | place;
   }
-  static std::uint32_t placeOf(std::uint32_t entry) { return entry & ((std::uint32_t{1} << placeBits) - 1); }
+  static std::uint32_t placeOf(std::uint32_t entry) { return entry & ((std::uint32_t{1} << PlaceBits) - 1); }
 
   void put(std::uint32_t place, std::uint64_t hash) const {
     std::uint64_t index = hash;
@@ -83,8 +83,8 @@ struct CanonicalForms::Table {
   const std::unique_ptr<Entry[]> entries;
 };
 
-CanonicalForms::CanonicalForms() : _end(firstPlace) {
-  _tables.push_back(std::make_unique<Table>(leastTableSize));
+CanonicalForms::CanonicalForms() : _end(FirstPlace) {
+  _tables.push_back(std::make_unique<Table>(LeastTableSize));
   _table = _tables.back().get();
 }
 
@@ -97,7 +97,7 @@ std::optional<std::string_view> CanonicalForms::find(std::string_view text) cons
 }
 
 bool CanonicalForms::isKept(std::string_view text, std::string_view form) {
-  return !text.empty() && !form.empty() && std::max(text.size(), form.size()) <= longestText;
+  return !text.empty() && !form.empty() && std::max(text.size(), form.size()) <= LongestText;
 }
 
 bool CanonicalForms::add(std::string_view text, std::string_view form) {
@@ -124,7 +124,7 @@ std::size_t CanonicalForms::size() const {
   return _size;
 }
 
-const char* CanonicalForms::at(std::uint32_t place) const { return &_blocks[place / blockSize][place % blockSize]; }
+const char* CanonicalForms::at(std::uint32_t place) const { return &_blocks[place / BlockSize][place % BlockSize]; }
 
 const char* CanonicalForms::headOf(std::string_view text, const Table& table, std::uint64_t hash) const {
   for (std::uint64_t index = hash;; ++index) {
@@ -133,7 +133,7 @@ const char* CanonicalForms::headOf(std::string_view text, const Table& table, st
     const std::uint32_t place = Table::placeOf(entry);
     if (entry != Table::entryOf(place, hash)) continue;
     const char* const head = at(place);
-    if (sizeAt(head) == text.size() && areEqual(head + headSize, text.data(), text.size())) return head;
+    if (sizeAt(head) == text.size() && areEqual(head + HeadSize, text.data(), text.size())) return head;
   }
 }
 
@@ -151,24 +151,24 @@ bool CanonicalForms::insert(std::string_view text, std::string_view form) {
 // A text does not go over the end of a block: what is left of the block begins with an empty text.
 std::uint32_t CanonicalForms::write(std::string_view text, std::string_view form) {
   const std::string_view written = form == text ? std::string_view() : form;
-  const auto size = static_cast<std::uint32_t>(headSize + text.size() + written.size());
-  if (_end % blockSize + size > blockSize) {
-    blockOf(_end)[_end % blockSize] = 0;
-    _end += blockSize - _end % blockSize;
+  const auto size = static_cast<std::uint32_t>(HeadSize + text.size() + written.size());
+  if (_end % BlockSize + size > BlockSize) {
+    blockOf(_end)[_end % BlockSize] = 0;
+    _end += BlockSize - _end % BlockSize;
   }
-  if (_end >> placeBits != 0) return 0;
-  char* const head = &blockOf(_end)[_end % blockSize];
+  if (_end >> PlaceBits != 0) return 0;
+  char* const head = &blockOf(_end)[_end % BlockSize];
   head[0] = static_cast<char>(text.size());
   head[1] = static_cast<char>(written.size());
-  std::ranges::copy(text, head + headSize);
-  std::ranges::copy(written, head + headSize + text.size());
+  std::ranges::copy(text, head + HeadSize);
+  std::ranges::copy(written, head + HeadSize + text.size());
   return std::exchange(_end, _end + size);
 }
 
 char* CanonicalForms::blockOf(std::uint32_t place) {
-  auto& block = _blocks[place / blockSize];
+  auto& block = _blocks[place / BlockSize];
   // Its pages cost nothing before they are written. The head of an empty text may go over the end.
-  if (!block) block = std::make_unique_for_overwrite<char[]>(blockSize + headSize);
+  if (!block) block = std::make_unique_for_overwrite<char[]>(BlockSize + HeadSize);
   return block.get();
 }
 
@@ -182,13 +182,13 @@ void CanonicalForms::makeRoomFor(std::size_t count) {
 }
 
 void CanonicalForms::fill(const Table& table) const {
-  std::uint32_t place = firstPlace;
+  std::uint32_t place = FirstPlace;
   while (place < _end) {
     const char* const head = at(place);
     const std::string_view text = textAt(head);
     if (!text.empty()) table.put(place, hashOf(text));
-    const std::size_t size = headSize + text.size() + formSizeAt(head);
-    place += text.empty() ? blockSize - place % blockSize : static_cast<std::uint32_t>(size);
+    const std::size_t size = HeadSize + text.size() + formSizeAt(head);
+    place += text.empty() ? BlockSize - place % BlockSize : static_cast<std::uint32_t>(size);
   }
 }
 

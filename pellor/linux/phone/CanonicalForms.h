@@ -25,7 +25,7 @@ namespace pellor {
 class CanonicalForms {
  public:
   /// Longer texts and forms are not kept.
-  static constexpr std::size_t longestText = 255;
+  static constexpr std::size_t LongestText = 255;
 
   CanonicalForms();
   ~CanonicalForms();
@@ -49,8 +49,8 @@ class CanonicalForms {
   // An entry of the table is the place of a text with some bits of its hash, by which nearly all other texts are told
   // apart without looking at them. A text stands at its place behind its own length and that of its form, which is 0
   // when the text is its own form, and the form behind it.
-  static constexpr std::uint32_t placeBits = 25;
-  static constexpr std::size_t blockCount = 512;
+  static constexpr std::uint32_t PlaceBits = 25;
+  static constexpr std::size_t BlockCount = 512;
   using Entry = std::atomic<std::uint32_t>;  // 0: none; written with the lock, read on any thread
   struct Table;
 
@@ -64,7 +64,7 @@ class CanonicalForms {
   char* blockOf(std::uint32_t place) PELLOR_REQUIRES(_mutex);
 
   /// Written with the lock; a reader looks at those alone that a table entry leads to.
-  std::array<std::unique_ptr<char[]>, blockCount> _blocks;
+  std::array<std::unique_ptr<char[]>, BlockCount> _blocks;
   std::atomic<const Table*> _table;  // written with the lock, read on any thread
   mutable Mutex _mutex;
   std::vector<std::unique_ptr<Table>> _tables PELLOR_GUARDED_BY(_mutex);  ///< the last one is in use

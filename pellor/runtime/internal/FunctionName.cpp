@@ -7,8 +7,8 @@ namespace pellor {
 
 namespace {
 
-constexpr std::string_view operatorWord = "operator";
-constexpr std::string_view lambdaName = "operator()";
+constexpr std::string_view OperatorWord = "operator";
+constexpr std::string_view LambdaName = "operator()";
 
 /// Drops " [with T = int]" (GCC) or " [T = int]" (clang).
 std::string_view withoutTemplateNote(std::string_view signature) {
@@ -24,19 +24,19 @@ bool isNameCharacter(char c) {
 }
 
 bool startsOperator(std::string_view text) {
-  return text.starts_with(operatorWord) && text.size() > operatorWord.size() &&
-         !isNameCharacter(text[operatorWord.size()]);
+  return text.starts_with(OperatorWord) && text.size() > OperatorWord.size() &&
+         !isNameCharacter(text[OperatorWord.size()]);
 }
 
 /// `text` begins with the word "operator".
 std::string_view operatorName(std::string_view text) {
-  const auto symbol = text.substr(operatorWord.size());
+  const auto symbol = text.substr(OperatorWord.size());
   std::size_t length = 2;
   if (!symbol.starts_with("()") && !symbol.starts_with("[]")) {
     // A conversion is named after its type, which goes up to the parameters. Some compilers put the space before all.
     length = symbol.front() == ' ' ? symbol.find('(', 2) : symbol.find_first_not_of("<>=!+-*/%^&|~,");
   }
-  return text.substr(0, operatorWord.size() + std::min(length, symbol.size()));
+  return text.substr(0, OperatorWord.size() + std::min(length, symbol.size()));
 }
 
 bool startsLambda(std::string_view text) {
@@ -82,7 +82,7 @@ std::string functionName(std::string_view signature) {
       name = rest.substr(1);
     }
   }
-  if (startsLambda(name)) return std::string(lambdaName);
+  if (startsLambda(name)) return std::string(LambdaName);
   name = name.substr(0, name.find_first_of("<("));
   return std::string(isName(name) ? name : signature);
 }

@@ -15,14 +15,14 @@ namespace pellor {
 
 namespace {
 
-constexpr std::size_t leastWorkers = 2;
-constexpr std::size_t mostWorkers = 4;
+constexpr std::size_t LeastWorkers = 2;
+constexpr std::size_t MostWorkers = 4;
 
 // The system is asked how many processors there are, which reads a file, when that makes a difference.
 bool mayStart(std::size_t workers) {
-  if (workers <= leastWorkers) return true;
+  if (workers <= LeastWorkers) return true;
   static const std::size_t processors = std::thread::hardware_concurrency();
-  return workers <= std::min(processors, mostWorkers);
+  return workers <= std::min(processors, MostWorkers);
 }
 
 }  // namespace

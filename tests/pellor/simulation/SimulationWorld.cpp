@@ -15,9 +15,9 @@
 namespace pellor {
 namespace {
 
-constexpr std::size_t processCount = 3;
-constexpr std::uint64_t addressCount = 8;
-constexpr double settleLimit = 1000;
+constexpr std::size_t ProcessCount = 3;
+constexpr std::uint64_t AddressCount = 8;
+constexpr double SettleLimit = 1000;
 
 FriendName address(std::uint64_t number) { return "p" + std::to_string(number) + "@example.org"; }
 
@@ -113,10 +113,10 @@ SimulationWorld::SimulationWorld(std::uint64_t seed)
   preferences.setValue(PLMaxGroupCountKey, _round.maxGroupCount, std::string(TapnoteDomain));
   _world.pairedDevice().setCompletedInitialSync(true);
   _world.bus().setCoalescesPostsOfOthers(chance(2));
-  for (std::uint64_t number = 0; number < addressCount; ++number) addContact(address(number));
+  for (std::uint64_t number = 0; number < AddressCount; ++number) addContact(address(number));
   if (chance(2)) addFavorites();
   if (_hasScript) _world.identityService().setScript([this](const auto& query) { return answer(query); });
-  while (_members.size() < processCount) _members.push_back(newMember());
+  while (_members.size() < ProcessCount) _members.push_back(newMember());
 }
 
 std::unique_ptr<Member> SimulationWorld::newMember() {
@@ -173,7 +173,7 @@ void SimulationWorld::interrupt() {
 
 // --- Contacts ---
 
-FriendName SimulationWorld::anyAddress() { return address(below(addressCount)); }
+FriendName SimulationWorld::anyAddress() { return address(below(AddressCount)); }
 
 void SimulationWorld::addContact(const FriendName& address, const std::optional<std::string>& name) {
   TestContact contact;
@@ -306,7 +306,7 @@ void SimulationWorld::noteAdded(const FriendName& name) {
 }
 
 void SimulationWorld::settle(Member& member) {
-  const bool isWritten = member.process().settle(settleLimit);
+  const bool isWritten = member.process().settle(SettleLimit);
   checkInvariants();
   const Process::Scope scope(member.process());
   if (isWritten) acknowledge(member);
@@ -332,7 +332,7 @@ Round SimulationWorld::endRound() {
     // It is false once if an addition found no room, and then true.
     settle(*member);
     const Process::Scope scope(member->process());
-    EXPECT_TRUE(member->process().settle(settleLimit));
+    EXPECT_TRUE(member->process().settle(SettleLimit));
     acknowledge(*member);
     _round.hasTakenOneOfTwo = member->takeDeduplications() > 0 || _round.hasTakenOneOfTwo;
   }
