@@ -45,7 +45,7 @@ define test
 endef
 
 run:
-	@$(SETUP) build libraries
+	@$(SETUP) build libraries services
 	$(call build,release)
 	@examples/demo.sh build/release/cli/pellor
 
@@ -117,7 +117,7 @@ nightly: races
 	@PELLOR_EVERY_BIT=1 build/dev/tests/linux/linux_tests --gtest_brief=1 --gtest_filter='SmallStore.*:SmallIndex.*'
 
 install:
-	@$(SETUP) build libraries
+	@$(SETUP) build libraries services
 	$(call build,release)
 	@cmake --install build/release --prefix $(PREFIX) >/dev/null
 	@echo 'installed to $(PREFIX)'
@@ -137,7 +137,7 @@ tidy:
 	@$(SETUP) build libraries services tests servers sanitizers analysis
 	@mkdir -p build
 	@cmake --preset asan >build/asan.log 2>&1 || { cat build/asan.log; exit 1; }
-	@run-clang-tidy-16 -quiet -j $(JOBS) -p build/asan '$(CURDIR)/(Pellor|runtime|testing|linux|cli)/'
+	@run-clang-tidy-16 -quiet -j $(JOBS) -p build/asan '$(CURDIR)/(pellor|cli)/'
 
 clean:
 	@rm -rf build

@@ -20,6 +20,6 @@ std::string listed(const std::vector<std::string>& candidates) {
 }  // namespace
 
 AmbiguousError::AmbiguousError(const std::string& who, const std::vector<std::string>& candidates)
-    : CommandError(inQuotes(who) + " fits several: " + listed(candidates)) {}
+    : CommandError(inQuotes(who) + " fits several: " + listed(candidates), candidates) {}
 
 }  // namespace pellor::cli

@@ -3,6 +3,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace pellor::cli {
@@ -16,9 +17,16 @@ class CommandError : public std::runtime_error {
   explicit CommandError(const std::string& text, ExitCode exitCode = ExitCode::requestFailed)
       : std::runtime_error(text), _exitCode(exitCode) {}
   ExitCode exitCode() const { return _exitCode; }
+  /// Those of whom one may have been meant.
+  const std::vector<std::string>& candidates() const { return _candidates; }
+
+ protected:
+  CommandError(const std::string& text, std::vector<std::string> candidates)
+      : std::runtime_error(text), _exitCode(ExitCode::requestFailed), _candidates(std::move(candidates)) {}
 
  private:
   ExitCode _exitCode;
+  std::vector<std::string> _candidates;
 };
 
 /// The arguments do not make sense, whatever is in the list.

@@ -5,12 +5,16 @@
 #include <cctype>
 #include <memory>
 
+#include "cli/Examples.h"
+#include "cli/Output.h"
+#include "cli/Suggestion.h"
 #include "pellor/linux/Configuration.h"
 #include "pellor/linux/files/UserFolders.h"
 
 namespace pellor::cli {
 namespace {
 
+constexpr std::string_view CompleteCommand = "complete";
 constexpr const char* Version = "pellor " PELLOR_VERSION;
 
 using Settings = std::vector<std::pair<std::string_view, std::string>>;
@@ -49,6 +53,9 @@ std::string meaningOf(const ConfigurationKey& key) {
   return meaning;
 }
 
+// The keys of a section are a service's. They have their own topic of help, which is the longer one.
+bool isOfService(const ConfigurationKey& key) { return key.name.find('.') != std::string_view::npos; }
+
 // Values are looked at when they are met, so that a wrong one is a wrong argument whatever the file says.
 void addConfigurationOption(CLI::App& program, const ConfigurationKey& key, Settings& settings) {
   const auto take = [&key, &settings](const std::string& text) {
@@ -61,7 +68,7 @@ void addConfigurationOption(CLI::App& program, const ConfigurationKey& key, Sett
   };
   program.add_option_function<std::string>(flagOf(key), take, meaningOf(key))
       ->type_name(typeNameOf(key))
-      ->group("Configuration");
+      ->group(isOfService(key) ? "" : "Configuration");
 }
 
 void addCommonOptions(CLI::App& program, CommonOptions& options, Settings& settings, std::string& file) {
@@ -107,13 +114,83 @@ void addCommands(CLI::App& program, CommandLine& line) {
 
 std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
 
+/// The last command on the command line; the program where none is.
+const CLI::App& givenCommand(const CLI::App& program) {
+  const CLI::App* command = &program;
+  while (!command->get_subcommands().empty()) command = command->get_subcommands().front();
+  return *command;
+}
+
+std::vector<std::string> namesBelow(const CLI::App& command) {
+  std::vector<std::string> names;
+  for (const CLI::App* below : command.get_subcommands([](const CLI::App* each) { return !each->get_group().empty(); }))
+    names.push_back(below->get_name());
+  return names;
+}
+
+std::vector<std::string> optionNames(const CLI::App& command) {
+  std::vector<std::string> names;
+  for (const CLI::Option* option : command.get_options()) {
+    for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+  }
+  return names;
+}
+
+// An argument that nothing takes: a command or an option that was mistyped, or one too many.
+UsageError unexpected(const CLI::App& program, const std::string& argument) {
+  const CLI::App& command = givenCommand(program);
+  const bool isOption = argument.starts_with('-');
+  std::vector<std::string> known = isOption ? optionNames(command) : namesBelow(command);
+  if (isOption && &command != &program) {
+    const auto common = optionNames(program);
+    known.insert(known.end(), common.begin(), common.end());
+  }
+  std::string path;
+  for (const CLI::App* each = &command; each->get_parent() != nullptr; each = each->get_parent()) {
+    path = " " + each->get_name() + path;
+  }
+  const std::string what = isOption ? "no option " : known.empty() ? "no use for " : "no command ";
+  const auto nearest = nearestWord(argument, known);
+  return UsageError("pellor" + path + " has " + what + printable(argument) +
+                    (nearest ? ": did you mean " + *nearest + "?" : " (see pellor help" + path + ")"));
+}
+
+// The first word that is no option and no option's value is to be a command.
+void requireCommand(const CLI::App& program, const std::vector<std::string>& words) {
+  for (auto word = words.begin(); word != words.end(); ++word) {
+    const bool isOption = word->starts_with('-');
+    const CLI::Option* option = isOption ? program.get_option_no_throw(*word) : nullptr;
+    if (isOption && !option) return;
+    if (option && option->get_items_expected_max() > 0 && word + 1 != words.end()) ++word;
+    if (isOption) continue;
+    const std::vector<std::string> known = namesBelow(program);
+    if (std::ranges::find(known, *word) != known.end()) return;
+    const auto nearest = nearestWord(*word, known);
+    throw UsageError("pellor has no command " + printable(*word) +
+                     (nearest ? ": did you mean " + *nearest + "?" : " (see pellor help)"));
+  }
+}
+
 // What CLI11 throws for --help and --version is no error.
-ParsedArguments answered(const CLI::App& program, const CLI::ParseError& error) {
+ParsedArguments answered(const CLI::App& program, const CLI::ParseError& error, const std::vector<std::string>& words) {
   std::ostringstream text;
   std::ostringstream problem;
   const int exitCode = program.exit(error, text, problem);
-  if (exitCode != 0) throw UsageError(firstLine(error.what()) + " (see pellor --help)");
-  return {text.str(), {}};
+  if (exitCode == 0) return {text.str(), {}};
+  requireCommand(program, words);
+  const std::vector<std::string> extras = program.remaining(true);
+  if (dynamic_cast<const CLI::ExtrasError*>(&error) && !extras.empty()) throw unexpected(program, extras.front());
+  throw UsageError(firstLine(error.what()) + " (see pellor help)");
+}
+
+// Each command says what it looks like when it is used, and what holds for all of them.
+void addExamples(CLI::App& command, const std::string& name, const std::string& footer) {
+  std::string examples;
+  for (const std::string& line : examplesOf(name)) examples += "  " + line + "\n";
+  command.footer((examples.empty() ? "" : "Examples:\n" + examples + "\n") + footer);
+  for (CLI::App* below : command.get_subcommands([](CLI::App*) { return true; })) {
+    addExamples(*below, name.empty() ? below->get_name() : name + " " + below->get_name(), footer);
+  }
 }
 
 }  // namespace
@@ -124,19 +201,30 @@ ParsedArguments parseArguments(int count, const char* const* arguments) {
   // Common options may stand behind the command as well.
   program.fallthrough();
   program.require_subcommand(0, 1);
-  program.footer(
+  constexpr const char* footer =
       "WHO is a name, a number or address in any spelling, a GUID, or PAGE:SLOT. Numbers count from 1.\n"
-      "The options that \"pellor --help\" lists go with every command; without one the list is shown.\n"
-      "Exit codes: 0 done, 1 failed, 2 wrong usage.");
+      "The options of \"pellor help\" and \"pellor help services\" go with every command; without one the list is "
+      "shown.\n"
+      "Exit codes: 0 done, 1 failed, 2 wrong usage.";
   std::string file;
   Settings settings;
   addCommonOptions(program, parsed.line.options, settings, file);
   addCommands(program, parsed.line);
+  addHelpCommands(program, parsed);
+  addExamples(program, "", footer);
+  const std::vector<std::string> words(arguments + 1, arguments + count);
+  if (!words.empty() && words.front() == CompleteCommand) {
+    parsed.line.options.configuration = configurationOf(file, settings);
+    // Its words are a command line that is not finished: behind "--" they are no options of this one.
+    chooseCompletion(program, parsed.line, {words.begin() + (words.size() > 1 ? 2 : 1), words.end()});
+    return parsed;
+  }
   try {
     program.parse(count, arguments);
   } catch (const CLI::ParseError& error) {
-    return answered(program, error);
+    return answered(program, error, words);
   }
+  if (parsed.text) return parsed;
   parsed.line.options.configuration = configurationOf(file, settings);
   if (!parsed.line.command) chooseList(parsed.line.command, parsed.line.options);
   return parsed;

@@ -41,6 +41,12 @@ struct ParsedArguments {
 };
 ParsedArguments parseArguments(int count, const char* const* arguments);
 
+/// help, completion: they answer with what was added before them.
+void addHelpCommands(CLI::App& program, ParsedArguments& parsed);
+
+/// Chooses `pellor complete`, which shells ask what the last of these words may become. It is listed nowhere.
+void chooseCompletion(const CLI::App& program, CommandLine& line, const std::vector<std::string>& words);
+
 // Each adds a group of commands; the one that is given on the command line becomes `chosen`.
 void addListCommands(CLI::App& program, Command& chosen, CommonOptions& options);  // list, find
 void addEditCommands(CLI::App& program, Command& chosen);                          // add, remove, move
@@ -56,6 +62,6 @@ void addDeviceCommands(CLI::App& program, CommandLine& line);                   
 void addDoctorCommand(CLI::App& program, CommandLine& line);                       // doctor
 
 /// Chooses the command that is taken when none is given: list.
-void chooseList(Command& chosen, CommonOptions& options);
+void chooseList(Command& chosen, CommonOptions& options, bool asLines = false);
 
 }  // namespace pellor::cli

@@ -1,6 +1,7 @@
 #include "cli/DeviceActions.h"
 
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 
 #include "cli/CommandError.h"
@@ -37,33 +38,6 @@ void translated(Work work) {
   }
 }
 
-// pair
-
-void prepare(const DevicePairing& pairing, const DevicePairArguments& arguments) {
-  if (!arguments.name.empty()) pairing.requestCertificate(arguments.name);
-  if (!arguments.certificate.empty()) pairing.importCertificate(arguments.certificate, arguments.ca, arguments.key);
-  if (!arguments.invitation.empty()) pairing.pair(arguments.invitation);
-}
-
-std::string textOf(const DevicePairing& pairing, const std::string& request) {
-  std::string text = "device: " + printable(*pairing.name()) + "\n";
-  if (!request.empty()) text += "request to be signed by the broker's authority: " + request + "\n";
-  if (!pairing.hasCertificate()) text += "then: pellor device pair --certificate FILE --ca FILE\n";
-  text += "invitation for the other device: " + pairing.invitation() + "\n";
-  const auto peer = pairing.peer();
-  if (!peer) return text;
-  return text + "paired with: " + printable(*peer) + "\nfingerprint, the same on both: " + *pairing.fingerprint() +
-         "\n";
-}
-
-Json jsonOf(const DevicePairing& pairing, const std::string& request) {
-  return {{"device", cli::jsonOf(pairing.name())},      {"request", request.empty() ? Json(nullptr) : Json(request)},
-          {"hasCertificate", pairing.hasCertificate()}, {"invitation", pairing.invitation()},
-          {"peer", cli::jsonOf(pairing.peer())},        {"fingerprint", cli::jsonOf(pairing.fingerprint())}};
-}
-
-// status, revoke
-
 /// A connection of this command's own.
 class DeviceQuery {
  public:
@@ -96,6 +70,56 @@ class DeviceQuery {
   Process& _process;
   std::shared_ptr<PairedDevice> _device;
 };
+
+// pair
+
+void prepare(const DevicePairing& pairing, const DevicePairArguments& arguments) {
+  if (!arguments.name.empty()) pairing.requestCertificate(arguments.name);
+  if (!arguments.certificate.empty()) pairing.importCertificate(arguments.certificate, arguments.ca, arguments.key);
+  if (!arguments.invitation.empty()) pairing.pair(arguments.invitation);
+}
+
+/// What became of sending the list to a device that was paired just now.
+struct FirstPush {
+  bool isChosen;  ///< whether changes go to a paired device at all
+  bool isSent = false;
+  std::string problem;
+};
+
+FirstPush pushFirst(Session& session) {
+  if (!sends(session)) return {.isChosen = false, .isSent = false, .problem = ""};
+  DeviceQuery query(session, true);
+  const auto isSent = [](const PairedDeviceStatus& status) { return status.isUpToDate && status.due.empty(); };
+  query.runUntil(isSent);
+  const PairedDeviceStatus status = query.status();
+  return {.isChosen = true, .isSent = isSent(status), .problem = status.problem};
+}
+
+std::string textOf(const FirstPush& push) {
+  if (!push.isChosen) return "it gets nothing from here: paired-device = \"mqtt\" in the configuration changes that\n";
+  if (push.isSent) return "the list was sent\n";
+  return "the list is still to be sent" + (push.problem.empty() ? "" : ": " + printable(push.problem)) +
+         " (pellor device status)\n";
+}
+
+std::string textOf(const DevicePairing& pairing, const std::string& request) {
+  std::string text = "device: " + printable(*pairing.name()) + "\n";
+  if (!request.empty()) text += "request to be signed by the broker's authority: " + request + "\n";
+  if (!pairing.hasCertificate()) text += "then: pellor device pair --certificate FILE --ca FILE\n";
+  text += "invitation for the other device: " + pairing.invitation() + "\n";
+  const auto peer = pairing.peer();
+  if (!peer) return text;
+  return text + "paired with: " + printable(*peer) + "\nfingerprint, the same on both: " + *pairing.fingerprint() +
+         "\n";
+}
+
+Json jsonOf(const DevicePairing& pairing, const std::string& request) {
+  return {{"device", cli::jsonOf(pairing.name())},      {"request", request.empty() ? Json(nullptr) : Json(request)},
+          {"hasCertificate", pairing.hasCertificate()}, {"invitation", pairing.invitation()},
+          {"peer", cli::jsonOf(pairing.peer())},        {"fingerprint", cli::jsonOf(pairing.fingerprint())}};
+}
+
+// status, revoke
 
 struct DeviceStatus {
   bool isSending;
@@ -183,7 +207,14 @@ void pairDevice(Session& session, const DevicePairArguments& arguments) {
     prepare(pairing, arguments);
     const std::string request = arguments.name.empty() ? "" : (pairing.folder() / "request.pem").string();
     pairing.invitation();
-    session.answer([&] { return textOf(pairing, request); }, [&] { return jsonOf(pairing, request); });
+    std::optional<FirstPush> push;
+    if (!arguments.invitation.empty()) push = pushFirst(session);
+    session.answer([&] { return textOf(pairing, request) + (push ? textOf(*push) : ""); },
+                   [&] {
+                     Json json = jsonOf(pairing, request);
+                     json["isSent"] = push ? Json(push->isSent) : Json(nullptr);
+                     return json;
+                   });
   });
 }
 

@@ -15,6 +15,7 @@
 #include "cli/JsonForms.h"
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
+#include "cli/StandardInput.h"
 
 namespace pellor::cli {
 namespace {
@@ -208,15 +209,19 @@ void addManyCommand(CLI::App& program, Command& chosen, const char* name, const 
   auto* command = program.add_subcommand(name, text);
   const auto who = std::make_shared<std::vector<std::string>>();
   command->add_option("WHO", *who, whoText)->required()->expected(1, -1);
-  command->callback([&chosen, who, run] { chosen = [who, run](Session& session) { run(session, *who); }; });
+  command->callback(
+      [&chosen, who, run] { chosen = [who, run](Session& session) { run(session, withLinesOfInput(*who)); }; });
 }
 
 }  // namespace
 
 void addEditCommands(CLI::App& program, Command& chosen) {
   addManyCommand(program, chosen, "add", "Add friends, each into the first free slot; all or none",
-                 "Contacts by GUID, name, number or address, or a number or an address of nobody's", add);
-  addManyCommand(program, chosen, "remove", "Remove friends; all or none", "Friends", remove);
+                 "Contacts by GUID, name, number or address, or a number or an address of nobody's; - for the lines of "
+                 "standard input",
+                 add);
+  addManyCommand(program, chosen, "remove", "Remove friends; all or none", "Friends; - for the lines of standard input",
+                 remove);
   auto* command = program.add_subcommand("move", "Move a friend to another slot; a taken slot swaps");
   const auto who = std::make_shared<std::string>();
   const auto target = std::make_shared<std::string>();

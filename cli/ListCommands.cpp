@@ -43,15 +43,27 @@ Json listJson(PLFriendsManager& manager) {
   return {{"domain", manager.domain()}, {"pageSize", manager.groupSize()}, {"pages", pages}};
 }
 
-void list(Session& session) {
+// For programs that take lines apart: place, mark, name and number, with a tab between them.
+std::string linesText(PLFriendsManager& manager, const FriendMark& mark) {
+  std::string text;
+  for (const FriendAt& each : allFriends(manager)) {
+    const std::string number = shownDestination(*each.person);
+    text +=
+        textOf(each.place) + "\t" + mark(each.person) + "\t" + nameOf(*each.person) + "\t" + printable(number) + "\n";
+  }
+  return text;
+}
+
+void list(Session& session, bool asLines) {
   PLFriendsManager& manager = session.manager();
   // What the contacts changed since the last time belongs to the answer.
   session.settle();
   const auto mark = [&manager](const std::shared_ptr<PLPerson>& person) {
     return statusMark(manager.statusForPersonRequery(person, false));
   };
-  session.answer([&] { return pagesText(manager.friendGroups(), mark, outputWidth()); },
-                 [&] { return listJson(manager); });
+  session.answer(
+      [&] { return asLines ? linesText(manager, mark) : pagesText(manager.friendGroups(), mark, outputWidth()); },
+      [&] { return listJson(manager); });
 }
 
 struct Owners {
@@ -94,14 +106,17 @@ void find(Session& session, const std::string& destination) {
 
 }  // namespace
 
-void chooseList(Command& chosen, CommonOptions& options) {
-  chosen = list;
+void chooseList(Command& chosen, CommonOptions& options, bool asLines) {
+  chosen = [asLines](Session& session) { list(session, asLines); };
   options.noticesChanges = false;
 }
 
 void addListCommands(CLI::App& program, Command& chosen, CommonOptions& options) {
-  program.add_subcommand("list", "Show the pages; + before a friend who is reachable, - who is not, ? not known")
-      ->callback([&chosen, &options] { chooseList(chosen, options); });
+  auto* shown =
+      program.add_subcommand("list", "Show the pages; + before a friend who is reachable, - who is not, ? not known");
+  const auto asLines = std::make_shared<bool>(false);
+  shown->add_flag("--lines", *asLines, "A friend a line: place, mark, name and number, with tabs between them");
+  shown->callback([&chosen, &options, asLines] { chooseList(chosen, options, *asLines); });
   auto* command = program.add_subcommand("find", "Tell which friends and contacts have a number or an address");
   const auto destination = std::make_shared<std::string>();
   command->add_option("DESTINATION", *destination, "A number or an address, in any spelling")->required();

@@ -34,11 +34,15 @@ OutputResult writeOutput(std::string_view text) {
   return errno == EPIPE ? OutputResult::readerGone : OutputResult::failed;
 }
 
+void writeErrorLine(std::string_view line) {
+  // Nobody is left to tell when that does not work.
+  static_cast<void>(writeAll(STDERR_FILENO, terminalText(line) + "\n"));
+}
+
 void writeError(std::string_view text) {
   std::string line(text);
   std::ranges::replace(line, '\n', ' ');
-  // Nobody is left to tell when that does not work.
-  static_cast<void>(writeAll(STDERR_FILENO, "pellor: " + terminalText(line) + "\n"));
+  writeErrorLine("pellor: " + line);
 }
 
 std::string printable(std::string_view text) { return isolatedText(text); }

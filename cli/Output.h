@@ -13,6 +13,9 @@ enum class OutputResult { whole, readerGone, failed };
 /// Writes all of it to standard output, as `terminalText` has it. `failed` leaves the reason in errno.
 OutputResult writeOutput(std::string_view text);
 
+/// Writes that line to standard error, as `terminalText` has it.
+void writeErrorLine(std::string_view line);
+
 /// Writes "pellor: <text>" as one line to standard error, as `terminalText` has it.
 void writeError(std::string_view text);
 

@@ -22,6 +22,9 @@ namespace fs = std::filesystem;
 constexpr double SettlePause = 0.2;
 constexpr double SettleLimit = 30;
 
+// Another one when a member comes to mean something else, or goes; not when members are added.
+constexpr int JsonVersion = 1;
+
 // It is the user's own terminal: names and numbers are shown.
 std::shared_ptr<LogSink> logSink(const CommonOptions& options) {
   if (!options.verbose) return logSinkFor(options.configuration);
@@ -134,6 +137,10 @@ void Session::answer(const std::function<std::string()>& text, const std::functi
   _answer = _options.json ? textOf(json()) + "\n" : text();
 }
 
-std::string textOf(const Json& json) { return visibleJson(json.dump(-1, ' ', false, Json::error_handler_t::replace)); }
+std::string textOf(const Json& object) {
+  Json versioned = {{"version", JsonVersion}};
+  versioned.update(object);
+  return visibleJson(versioned.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
 
 }  // namespace pellor::cli

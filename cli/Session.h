@@ -71,6 +71,8 @@ class Session {
 
   /// Sets the answer: the text, or with --json the object. Printed by the program after the command.
   void answer(const std::function<std::string()>& text, const std::function<Json()>& json);
+  /// Sets an answer that is text with --json too.
+  void answerText(const std::function<std::string()>& text) { _answer = text(); }
   const std::string& answer() const { return _answer; }
 
  private:
@@ -84,7 +86,8 @@ class Session {
   std::string _answer;
 };
 
-/// A JSON text on one line. Text that is no UTF-8 is repaired; characters that could not be seen are escaped.
-std::string textOf(const Json& json);
+/// An object as a JSON text on one line, with the version of what its members mean as the first one. Text that is no
+/// UTF-8 is repaired; characters that could not be seen are escaped.
+std::string textOf(const Json& object);
 
 }  // namespace pellor::cli

@@ -1,11 +1,17 @@
 // The program `pellor`.
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstring>
 #include <exception>
+#include <nlohmann/json.hpp>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "cli/CommandLine.h"
 #include "cli/Output.h"
@@ -27,6 +33,19 @@ ExitCode print(const std::string& text) {
   return ExitCode::requestFailed;
 }
 
+// What a script reads says in one object what a person reads in one line.
+void tell(const CommandError& error, bool inJson) {
+  if (!inJson) return writeError(error.what());
+  Json object = {{"message", error.what()}, {"exitCode", static_cast<int>(error.exitCode())}};
+  if (!error.candidates().empty()) object["candidates"] = error.candidates();
+  writeErrorLine(textOf(Json{{"error", std::move(object)}}));
+}
+
+// Arguments that make no sense are told in JSON too where that is asked for among them.
+bool wantsJson(std::span<char* const> arguments) {
+  return std::ranges::any_of(arguments, [](const char* argument) { return std::string_view(argument) == "--json"; });
+}
+
 // A command may answer and fail: the answer says no.
 ExitCode run(const CommandLine& line) {
   std::string answer;
@@ -44,20 +63,21 @@ ExitCode run(const CommandLine& line) {
   }
   const ExitCode printed = print(answer);
   if (!failure) return printed;
-  writeError(failure->what());
+  tell(*failure, line.options.json);
   return failure->exitCode();
 }
 
 ExitCode program(int count, char** arguments) {
+  const bool inJson = wantsJson({arguments, static_cast<std::size_t>(count)});
   try {
     const ParsedArguments parsed = parseArguments(count, arguments);
     if (!parsed.text) chooseProgram(parsed.line, arguments);
     return parsed.text ? print(*parsed.text) : run(parsed.line);
   } catch (const CommandError& error) {
-    writeError(error.what());
+    tell(error, inJson);
     return error.exitCode();
   } catch (const std::exception& error) {
-    writeError(error.what());
+    tell(CommandError(error.what()), inJson);
     return ExitCode::requestFailed;
   }
 }

@@ -200,13 +200,14 @@ TEST(Commands, TheListOfVersion01IsShownAsThatVersionShowedIt) {
   std::filesystem::remove_all(home.dataFolder());
   std::filesystem::copy(earlier / "data", home.dataFolder(), std::filesystem::copy_options::recursive);
   std::filesystem::permissions(home.storeFile(), std::filesystem::perms{0600});
-  const auto shown = nlohmann::json::parse(pellor(home, {"--json", "list"}).output, nullptr, false);
+  auto shown = nlohmann::json::parse(pellor(home, {"--json", "list"}).output, nullptr, false);
+  shown.erase("version");  // it had none then
   EXPECT_EQ(shown, nlohmann::json::parse(contentOf(earlier / "list.json")));
 }
 
 // Everything that is a number in an answer counts something; a record's number would be one too many.
 void expectNoRecordNumbers(const nlohmann::json& json, const std::string& member) {
-  static const std::set<std::string> counts = {"page", "slot", "pageSize", "removedPages", "value"};
+  static const std::set<std::string> counts = {"page", "slot", "pageSize", "removedPages", "value", "version"};
   EXPECT_TRUE(!json.is_number() || counts.contains(member)) << member;
   if (!json.is_structured()) return;
   for (const auto& [key, value] : json.items()) expectNoRecordNumbers(value, json.is_array() ? member : key);

@@ -63,6 +63,7 @@ class Program {
   std::string readLine();
   std::string readErrorLine();
   void write(const std::string& text) const;
+  void closeInput() { _input.close(); }
   void closeOutput() { _output.descriptor.close(); }
   void sendSignal(int signal) const;
 

@@ -136,7 +136,7 @@ TEST(FirstList, ItWaitsForAContactsFolderAndTakesTheFavoritesThen) {
   EXPECT_THAT(pellor(home, {"favorites", "add", "cy"}).output, HasSubstr("pellor favorites import"));
   EXPECT_EQ(pellor(home, {"favorites", "import"}).output, "added Bob Berg (1:3)\nadded Cy Cole (1:4)\n");
   EXPECT_THAT(pellor(home, {"favorites", "import"}).output, HasSubstr("nobody was added"));
-  EXPECT_EQ(pellor(home, {"favorites", "import", "--json"}).output, "{\"added\":[],\"withoutRoom\":0}\n");
+  EXPECT_EQ(pellor(home, {"favorites", "import", "--json"}).output, "{\"version\":1,\"added\":[],\"withoutRoom\":0}\n");
 }
 
 }  // namespace

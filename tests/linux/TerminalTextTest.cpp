@@ -44,7 +44,7 @@ TEST(TerminalText, NothingUnseenAndNothingThatSteersIsLeft) {
     for (char32_t character = range.first; character <= range.last; ++character) {
       const std::string text = "a" + utf8(character) + "b";
       EXPECT_EQ(visibleText(text), std::string("a") + range.becomes + "b") << std::hex << std::uint32_t{character};
-      const bool isOwn = character == '\n' || character == 0x0E || character == 0x0F;
+      const bool isOwn = character == '\n' || character == '\t' || character == 0x0E || character == 0x0F;
       EXPECT_EQ(isOwn || terminalText(text) == visibleText(text), true) << std::hex << std::uint32_t{character};
       const std::string json = nlohmann::json(text).dump();
       const std::string shown = visibleJson(json);

@@ -92,7 +92,7 @@ TEST_F(DeviceCommandsTest, TheOtherDevicesProgramsFollowFromPairingToRevoking) {
               HasSubstr("laptop paired with phone"));
 
   // Revoking, also for a process that receives already
-  EXPECT_EQ(run(_phone, {"device", "revoke"}), (json{{"revoked", "laptop"}, {"isEmptied", true}}));
+  EXPECT_EQ(run(_phone, {"device", "revoke"}), (json{{"version", 1}, {"revoked", "laptop"}, {"isEmptied", true}}));
   EXPECT_EQ(pellor(_phone, {"device", "revoke"}).errors, "pellor: no device is paired\n");
   EXPECT_EQ(pellor(_phone, {"device", "status"}).output, "no device is paired\n");
   serve.sendSignal(SIGINT);
@@ -100,6 +100,20 @@ TEST_F(DeviceCommandsTest, TheOtherDevicesProgramsFollowFromPairingToRevoking) {
   EXPECT_EQ(pellor(_phone, {"device", "serve"}).exitCode, 1);
   _broker.kill();
   EXPECT_THAT(pellor(_laptop, command({"doctor", "--paired-device", "mqtt"})).output, HasSubstr("is away: "));
+}
+
+TEST_F(DeviceCommandsTest, PairingSendsTheListAndTellsWhenItCouldNot) {
+  const std::string laptop = introduce(_laptop, "laptop"), phone = introduce(_phone, "phone");
+  run(_laptop, {"add", "0301112233"});
+  EXPECT_EQ(run(_phone, {"device", "pair", laptop})["isSent"], false) << "nothing is to go from there";
+  EXPECT_EQ(run(_laptop, {"device", "pair", phone, "--paired-device", "mqtt"})["isSent"], true);
+  Program serve(_phone, pellorCommand(command({"device", "serve"})));
+  readUntilFriendsAre(serve, _phone, {"+49301112233"});
+
+  _broker.kill();
+  const ProgramResult again = pellor(_laptop, command({"device", "pair", phone, "--paired-device", "mqtt"}));
+  EXPECT_EQ(again.exitCode, 0) << again.errors;
+  EXPECT_THAT(again.output, HasSubstr("the list is still to be sent: "));
 }
 
 TEST_F(DeviceCommandsTest, WhenBothDevicesEditTheEditsOfBothAreOnBoth) {

@@ -202,9 +202,9 @@ std::string terminalText(std::string_view text) {
       isolates.begin();
     } else if (character == EndMark) {
       isolates.end();
-    } else if (character == '\n') {
+    } else if (character == '\n' || character == '\t') {
       isolates.endAll();
-      result += '\n';
+      result += static_cast<char>(character);
     } else if (look != Look::unseen) {
       result += look == Look::visible ? characters.bytes() : look == Look::broken ? Replacement : " ";
     }
