@@ -14,7 +14,7 @@
 #include "bench/Stopwatch.h"
 #include "bench/StoredList.h"
 #include "pellor/friends/PLFriendGroup.h"
-#include "pellor/linux/preferences/internal/CBORValue.h"
+#include "pellor/runtime/CBOR.h"
 #include "pellor/runtime/Fatal.h"
 
 namespace pellor::bench {

@@ -6,10 +6,10 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
+#include "pellor/runtime/WallClock.h"
+
 namespace pellor::cli {
 namespace {
-
-constexpr double SecondsFrom1970To2001 = 978307200;
 
 std::string base64(const Data& data) {
   constexpr std::string_view letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";

@@ -1,7 +1,6 @@
 # The libraries behind the Linux platform. Used by the build and, installed, by find_package(pellor).
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(PELLOR_SQLITE REQUIRED IMPORTED_TARGET sqlite3)
-pkg_check_modules(PELLOR_CBOR REQUIRED IMPORTED_TARGET libcbor)
 pkg_check_modules(PELLOR_ICU REQUIRED IMPORTED_TARGET icu-i18n icu-uc)
 pkg_check_modules(PELLOR_NETTLE REQUIRED IMPORTED_TARGET nettle)
 pkg_check_modules(PELLOR_PROMETHEUS REQUIRED IMPORTED_TARGET prometheus-cpp-core)

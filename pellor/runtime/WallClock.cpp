@@ -2,18 +2,19 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 
 namespace pellor {
 
 namespace {
 using std::chrono::steady_clock;
 using std::chrono::system_clock;
-constexpr std::chrono::seconds ReferenceDate{978307200};  // 2001-01-01T00:00:00Z after the system clock's epoch
 constexpr double LongestWait = 365.0 * 86400;
 }  // namespace
 
 double wallClockNow() {
-  return std::chrono::duration<double>(system_clock::now().time_since_epoch() - ReferenceDate).count();
+  const std::chrono::seconds zero(static_cast<std::int64_t>(SecondsFrom1970To2001));
+  return std::chrono::duration<double>(system_clock::now().time_since_epoch() - zero).count();
 }
 
 steady_clock::time_point steadyTimeAfter(double seconds) {

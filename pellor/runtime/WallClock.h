@@ -5,6 +5,9 @@
 
 namespace pellor {
 
+/// How far the library's zero is behind that of POSIX.
+inline constexpr double SecondsFrom1970To2001 = 978307200;
+
 /// Seconds since 2001-01-01T00:00:00Z, as people see them: the clock may be set at any moment.
 double wallClockNow();
 

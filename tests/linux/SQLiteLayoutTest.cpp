@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "pellor/linux/preferences/internal/CBORValue.h"
+#include "pellor/runtime/CBOR.h"
 #include "pellor/testing/contract/VersionedWriter.h"
 #include "tests/linux/SQLiteStores.h"
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "pellor/linux/preferences/internal/CBORValue.h"
 #include "pellor/linux/sqlite/SQLiteDatabase.h"
+#include "pellor/runtime/CBOR.h"
 #include "pellor/runtime/LongArray.h"
 #include "pellor/testing/LogCollector.h"
 #include "pellor/testing/contract/VersionedWriter.h"

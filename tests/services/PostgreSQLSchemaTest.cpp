@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "pellor/linux/postgresql/PostgreSQLConnection.h"
-#include "pellor/linux/preferences/internal/CBORValue.h"
+#include "pellor/runtime/CBOR.h"
 #include "pellor/testing/contract/VersionedWriter.h"
 #include "tests/services/PostgreSQLClient.h"
 

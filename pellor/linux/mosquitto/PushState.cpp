@@ -6,7 +6,7 @@
 #include "pellor/linux/files/internal/RegularFile.h"
 #include "pellor/linux/mosquitto/MessageStore.h"
 #include "pellor/linux/mosquitto/SealingKeys.h"
-#include "pellor/linux/preferences/internal/CBORValue.h"
+#include "pellor/runtime/CBOR.h"
 
 namespace pellor {
 namespace {

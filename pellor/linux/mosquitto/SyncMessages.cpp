@@ -1,6 +1,6 @@
 #include "pellor/linux/mosquitto/SyncMessages.h"
 
-#include "pellor/linux/preferences/internal/CBORValue.h"
+#include "pellor/runtime/CBOR.h"
 
 namespace pellor {
 namespace {

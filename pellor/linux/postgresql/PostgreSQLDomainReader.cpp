@@ -4,8 +4,8 @@
 #include <string>
 #include <utility>
 
-#include "pellor/linux/preferences/internal/CBORValue.h"
 #include "pellor/linux/preferences/internal/EncodedChunk.h"
+#include "pellor/runtime/CBOR.h"
 
 namespace pellor {
 namespace {

@@ -5,8 +5,8 @@
 
 #include "pellor/linux/postgresql/PostgreSQLDomainReader.h"
 #include "pellor/linux/postgresql/PostgreSQLSchema.h"
-#include "pellor/linux/preferences/internal/CBORValue.h"
 #include "pellor/linux/preferences/internal/EncodedChunk.h"
+#include "pellor/runtime/CBOR.h"
 
 namespace pellor {
 namespace {

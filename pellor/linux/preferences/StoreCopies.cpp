@@ -13,9 +13,10 @@
 
 #include "pellor/linux/files/internal/PrivateFiles.h"
 #include "pellor/linux/files/internal/RegularFile.h"
-#include "pellor/linux/preferences/internal/CBORValue.h"
 #include "pellor/linux/preferences/internal/EncodedChunk.h"
+#include "pellor/runtime/CBOR.h"
 #include "pellor/runtime/LongArray.h"
+#include "pellor/runtime/WallClock.h"
 
 namespace pellor {
 namespace {

@@ -5,11 +5,15 @@
 #include <typeinfo>
 #include <utility>
 
-#include "pellor/linux/preferences/internal/CBORValue.h"
 #include "pellor/linux/preferences/internal/EncodedChunk.h"
+#include "pellor/platform/PreferencesStore.h"
+#include "pellor/runtime/CBOR.h"
 
 namespace pellor {
 namespace {
+
+static_assert(DeepestPreference <= CBORMaximumDepth && LongestPreference <= CBORMaximumSize,
+              "stores hold what the interface says");
 
 bool isDictionary(const Value& value) { return value.kind() == Value::Kind::dictionary; }
 

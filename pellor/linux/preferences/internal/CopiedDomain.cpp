@@ -3,8 +3,8 @@
 #include <string_view>
 #include <utility>
 
-#include "pellor/linux/preferences/internal/CBORValue.h"
 #include "pellor/linux/preferences/internal/StoredList.h"
+#include "pellor/runtime/CBOR.h"
 #include "pellor/runtime/DictionaryView.h"
 
 namespace pellor {

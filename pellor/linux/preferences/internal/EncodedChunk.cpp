@@ -1,20 +1,19 @@
 #include "pellor/linux/preferences/internal/EncodedChunk.h"
 
-#include <cbor.h>
-
 #include <limits>
 #include <optional>
 #include <utility>
 
-#include "pellor/linux/preferences/internal/CBORDecoder.h"
-#include "pellor/linux/preferences/internal/CBORValue.h"
+#include "pellor/runtime/CBOR.h"
+#include "pellor/runtime/internal/CBORDecoder.h"
+#include "pellor/runtime/internal/CBOREncoder.h"
+#include "pellor/runtime/internal/CBORFormat.h"
 
 namespace pellor {
 namespace {
 
 static_assert(CBORMaximumSize <= std::numeric_limits<std::uint32_t>::max(), "offsets are kept in 32 bits");
 
-constexpr std::size_t LongestHead = 9;
 // Arrays around an element.
 constexpr std::size_t Depth = 1;
 
@@ -123,8 +122,7 @@ std::shared_ptr<const EncodedChunk> EncodedChunk::encode(const std::shared_ptr<c
   encoded->_madeOf = original;
   encoded->_size = chunk.size();
   Data& bytes = encoded->_bytes;
-  bytes.resize(LongestHead);
-  bytes.resize(cbor_encode_array_start(chunk.size(), bytes.data(), bytes.size()));
+  CBORHead{CBORHead::Type::array, chunk.size()}.appendTo(bytes);
   for (std::size_t index = 0; index < chunk.size(); ++index) {
     encoded->_offsets[index] = static_cast<std::uint32_t>(bytes.size());
     if (!append(chunk, index, bytes)) return nullptr;

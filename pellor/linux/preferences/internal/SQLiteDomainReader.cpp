@@ -4,8 +4,8 @@
 #include <optional>
 #include <utility>
 
-#include "pellor/linux/preferences/internal/CBORValue.h"
 #include "pellor/linux/preferences/internal/StoredList.h"
+#include "pellor/runtime/CBOR.h"
 
 namespace pellor {
 namespace {

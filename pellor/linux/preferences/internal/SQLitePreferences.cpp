@@ -5,10 +5,10 @@
 #include <utility>
 
 #include "pellor/linux/files/internal/AsideFolder.h"
-#include "pellor/linux/preferences/internal/CBORValue.h"
 #include "pellor/linux/preferences/internal/PreferencesDatabase.h"
 #include "pellor/linux/preferences/internal/SQLiteDomainReader.h"
 #include "pellor/linux/preferences/internal/StoredList.h"
+#include "pellor/runtime/CBOR.h"
 #include "pellor/runtime/Fatal.h"
 
 namespace pellor {

@@ -1,4 +1,4 @@
-// Reads CBOR item by item, over libcbor.
+// Reads CBOR item by item.
 #pragma once
 
 #include <cstddef>
@@ -10,29 +10,6 @@
 #include "pellor/runtime/Value.h"
 
 namespace pellor {
-
-/// The front of an item of any kind: three bits and a number, the length in the case of text and data. Read here and
-/// not by libcbor, because a call for each item would be most of the time that reading a list takes.
-struct CBORHead {
-  enum class Type : std::uint8_t { integer, negative, data, text, array, map, tag, other };
-  Type type = Type::other;
-  std::uint64_t number = 0;
-
-  /// Takes it off the front of `input`. False, and nothing taken, when it is cut off or an open-ended item's.
-  bool takeFrom(std::span<const std::uint8_t>& input) {
-    constexpr std::uint8_t inNextByte = 24, inNextEightBytes = 27;
-    if (input.empty()) return false;
-    number = input[0] & 0x1F;
-    if (number > inNextEightBytes) return false;
-    const std::size_t length = number < inNextByte ? 0 : std::size_t{1} << (number - inNextByte);
-    if (length >= input.size()) return false;
-    type = static_cast<Type>(input[0] >> 5);
-    if (length > 0) number = 0;
-    for (const std::uint8_t byte : input.subspan(1, length)) number = number << 8 | byte;
-    input = input.subspan(1 + length);
-    return true;
-  }
-};
 
 /// What stands at the front of the input: a whole scalar, or the head of something nested.
 struct CBORItem {

@@ -1,66 +1,54 @@
-#include "pellor/linux/preferences/internal/CBORDecoder.h"
+#include "pellor/runtime/internal/CBORDecoder.h"
 
-#include <cbor.h>
-
+#include <bit>
+#include <cmath>
 #include <limits>
 #include <string>
 #include <utility>
 
-#include "pellor/linux/preferences/internal/CBORValue.h"
+#include "pellor/runtime/CBOR.h"
+#include "pellor/runtime/WallClock.h"
+#include "pellor/runtime/internal/CBORFormat.h"
 
 namespace pellor {
 namespace {
 
 constexpr std::uint64_t LargestInteger = std::numeric_limits<std::int64_t>::max();
 
-CBORItem& itemOf(void* context) { return *static_cast<CBORItem*>(context); }
-
-template <CBORItem::Kind kind, class Number>
-void numberCallback(void* context, Number number) {
-  CBORItem& item = itemOf(context);
-  item.kind = kind;
-  item.number = number;
+double halfReal(std::uint64_t bits) {
+  const auto exponent = static_cast<int>(bits >> 10 & 0x1F);
+  const auto fraction = static_cast<double>(bits & 0x3FF);
+  constexpr int denormal = 0, infinite = 31, least = -24;
+  double real = std::ldexp(1024 + fraction, exponent - 1 + least);
+  if (exponent == denormal) real = std::ldexp(fraction, least);
+  if (exponent == infinite) real = fraction == 0 ? HUGE_VAL : std::nan("");
+  return (bits & 0x8000) != 0 ? -real : real;
 }
 
-template <CBORItem::Kind kind>
-void bytesCallback(void* context, cbor_data bytes, std::size_t length) {
-  CBORItem& item = itemOf(context);
-  item.kind = kind;
-  item.bytes = {bytes, length};
+std::optional<double> realOf(std::uint8_t firstByte, std::uint64_t bits) {
+  if (firstByte == CBORFirstByte::DoubleReal) return std::bit_cast<double>(bits);
+  if (firstByte == CBORFirstByte::SingleReal) return std::bit_cast<float>(static_cast<std::uint32_t>(bits));
+  if (firstByte == CBORFirstByte::HalfReal) return halfReal(bits);
+  return std::nullopt;
 }
 
-template <class Real>
-void realCallback(void* context, Real real) {
-  CBORItem& item = itemOf(context);
-  item.kind = CBORItem::Kind::real;
-  item.real = static_cast<double>(real);
+// Null, undefined and other simple values stay unsupported.
+CBORItem otherItem(std::uint8_t firstByte, std::uint64_t bits) {
+  CBORItem item;
+  if (firstByte == CBORFirstByte::False || firstByte == CBORFirstByte::True) {
+    item.kind = CBORItem::Kind::boolean;
+    item.number = firstByte == CBORFirstByte::True ? 1 : 0;
+  } else if (const auto real = realOf(firstByte, bits)) {
+    item.kind = CBORItem::Kind::real;
+    item.real = *real;
+  }
+  return item;
 }
 
-cbor_callbacks makeCallbacks() {
-  // Everything that has no callback here (null, open-ended items, simple values) stays unsupported.
-  using Kind = CBORItem::Kind;
-  cbor_callbacks made = cbor_empty_callbacks;
-  made.uint8 = numberCallback<Kind::integer, std::uint8_t>;
-  made.uint16 = numberCallback<Kind::integer, std::uint16_t>;
-  made.uint32 = numberCallback<Kind::integer, std::uint32_t>;
-  made.uint64 = numberCallback<Kind::integer, std::uint64_t>;
-  made.negint8 = numberCallback<Kind::negative, std::uint8_t>;
-  made.negint16 = numberCallback<Kind::negative, std::uint16_t>;
-  made.negint32 = numberCallback<Kind::negative, std::uint32_t>;
-  made.negint64 = numberCallback<Kind::negative, std::uint64_t>;
-  made.boolean = numberCallback<Kind::boolean, bool>;
-  made.array_start = numberCallback<Kind::array, std::size_t>;
-  made.map_start = numberCallback<Kind::map, std::size_t>;
-  made.tag = numberCallback<Kind::tag, std::uint64_t>;
-  made.string = bytesCallback<Kind::string>;
-  made.byte_string = bytesCallback<Kind::data>;
-  made.float2 = realCallback<float>;
-  made.float4 = realCallback<float>;
-  made.float8 = realCallback<double>;
-  return made;
-}
-
-const cbor_callbacks Callbacks = makeCallbacks();
+// In the order of the types, without the last.
+constexpr CBORItem::Kind Kinds[] = {CBORItem::Kind::integer, CBORItem::Kind::negative, CBORItem::Kind::data,
+                                    CBORItem::Kind::string,  CBORItem::Kind::array,    CBORItem::Kind::map,
+                                    CBORItem::Kind::tag};
 
 }  // namespace
 
@@ -70,19 +58,27 @@ std::optional<std::int64_t> CBORItem::integer() const {
   return kind == Kind::negative ? -1 - value : value;
 }
 
-CBORItem CBORDecoder::next() {
-  CBORItem item;
-  if (_input.empty()) return item;
-  const cbor_decoder_result result = cbor_stream_decode(_input.data(), _input.size(), &Callbacks, &item);
-  if (result.status != CBOR_DECODER_FINISHED) return {};
-  _input = _input.subspan(result.read);
-  return item;
-}
-
 inline bool CBORDecoder::skipBytes(std::uint64_t count) {
   if (count > _input.size()) return false;
   _input = _input.subspan(count);
   return true;
+}
+
+CBORItem CBORDecoder::next() {
+  const auto start = _input;
+  CBORHead head;
+  if (!head.takeFrom(_input)) return {};
+  if (head.type == CBORHead::Type::other) return otherItem(start[0], head.number);
+  CBORItem item;
+  const bool hasBytes = head.type == CBORHead::Type::data || head.type == CBORHead::Type::text;
+  if (hasBytes) {
+    const auto rest = _input;
+    if (!skipBytes(head.number)) return {};
+    item.bytes = rest.first(head.number);
+  }
+  item.kind = Kinds[static_cast<std::size_t>(head.type)];
+  item.number = head.number;
+  return item;
 }
 
 inline bool CBORDecoder::takeKey(std::string_view& key) {
@@ -199,6 +195,13 @@ bool CBORDecoder::skipDictionary(std::uint64_t count, std::size_t depth) {
     last = key;
   }
   return true;
+}
+
+std::optional<Value> decodeCBOR(std::span<const std::uint8_t> bytes) {
+  if (bytes.size() > CBORMaximumSize) return std::nullopt;
+  CBORDecoder decoder(bytes);
+  std::optional<Value> value = decoder.value(0);
+  return decoder.rest().empty() ? value : std::nullopt;
 }
 
 }  // namespace pellor
