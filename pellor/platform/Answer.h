@@ -2,6 +2,7 @@
 #pragma once
 
 #include <optional>
+#include <type_traits>
 #include <utility>
 
 namespace pellor {
@@ -18,6 +19,15 @@ class Answer {
   bool isReadable() const { return _readable; }
   /// The value; absent when there is none and when it cannot be read.
   const std::optional<T>& value() const { return _value; }
+
+  /// The answer with what `convert` makes of the value: an optional, none where it is absent.
+  template <class Convert>
+  auto converted(Convert convert) const {
+    using Result = Answer<typename std::invoke_result_t<Convert, const T&>::value_type>;
+    if (!_readable) return Result::unreadable();
+    auto result = _value ? convert(*_value) : std::nullopt;
+    return result ? Result::some(*std::move(result)) : Result::none();
+  }
 
  private:
   Answer(std::optional<T> value, bool readable) : _value(std::move(value)), _readable(readable) {}

@@ -92,9 +92,13 @@ class PreferencesStore {
   /// reads as a value of kind data that holds those bytes.
   virtual PreferenceAnswer<Value> copyValue(std::string_view key, std::string_view domain) = 0;
   /// The value when it is an integer; none for a value of another kind.
-  virtual PreferenceAnswer<std::int64_t> integerValue(std::string_view key, std::string_view domain) = 0;
+  PreferenceAnswer<std::int64_t> integerValue(std::string_view key, std::string_view domain) {
+    return copyValue(key, domain).converted([](const Value& value) { return value.integer(); });
+  }
   /// The value when it is a boolean; none for a value of another kind.
-  virtual PreferenceAnswer<bool> booleanValue(std::string_view key, std::string_view domain) = 0;
+  PreferenceAnswer<bool> booleanValue(std::string_view key, std::string_view domain) {
+    return copyValue(key, domain).converted([](const Value& value) { return value.boolean(); });
+  }
 
   /// Keeps the value for the next `synchronize`, in place of an earlier value of this key that still waits; absent
   /// removes the key.
@@ -123,8 +127,10 @@ class PreferencesStore {
   virtual PutAside putAside(std::string_view key, std::string_view domain) = 0;
 
   /// One value of the process's own defaults for a domain, which are not shared and not synchronised; absent when
-  /// unset.
-  virtual std::optional<Value> persistentValueForKey(std::string_view key, std::string_view domain) = 0;
+  /// unset. A store without such defaults leaves this as it is.
+  virtual std::optional<Value> persistentValueForKey(std::string_view /*key*/, std::string_view /*domain*/) {
+    return std::nullopt;
+  }
 };
 
 }  // namespace pellor

@@ -25,8 +25,6 @@ class InMemoryPreferences::Store : public PreferencesStore {
       : _shared(std::move(shared)), _link(std::move(link)), _process(_link->process()) {}
 
   PreferenceAnswer<Value> copyValue(std::string_view key, std::string_view domain) override;
-  PreferenceAnswer<std::int64_t> integerValue(std::string_view key, std::string_view domain) override;
-  PreferenceAnswer<bool> booleanValue(std::string_view key, std::string_view domain) override;
   void setValue(std::string_view key, std::optional<Value> value, std::string_view domain) override;
   bool synchronize(std::string_view domain) override;
   PreferenceAnswer<VersionedPreferences> read(std::span<const std::string> keys, std::string_view domain) override;
@@ -68,22 +66,6 @@ PreferenceAnswer<Value> InMemoryPreferences::Store::copyValue(std::string_view k
   if (pending != domain.pending.end()) return pending->second ? Answer::some(*pending->second) : Answer::none();
   const auto stored = domain.seen->find(key);
   return stored != domain.seen->end() ? Answer::some(stored->second.value) : Answer::none();
-}
-
-PreferenceAnswer<std::int64_t> InMemoryPreferences::Store::integerValue(std::string_view key, std::string_view domain) {
-  using Answer = PreferenceAnswer<std::int64_t>;
-  const auto answer = copyValue(key, domain);
-  if (!answer.isReadable()) return Answer::unreadable();
-  const auto integer = answer.value() ? answer.value()->integer() : std::nullopt;
-  return integer ? Answer::some(*integer) : Answer::none();
-}
-
-PreferenceAnswer<bool> InMemoryPreferences::Store::booleanValue(std::string_view key, std::string_view domain) {
-  using Answer = PreferenceAnswer<bool>;
-  const auto answer = copyValue(key, domain);
-  if (!answer.isReadable()) return Answer::unreadable();
-  const auto boolean = answer.value() ? answer.value()->boolean() : std::nullopt;
-  return boolean ? Answer::some(*boolean) : Answer::none();
 }
 
 void InMemoryPreferences::Store::setValue(std::string_view key, std::optional<Value> value, std::string_view domain) {

@@ -25,12 +25,6 @@ class SlowStore : public PreferencesStore {
   PreferenceAnswer<Value> copyValue(std::string_view key, std::string_view domain) override {
     return _store->copyValue(key, domain);
   }
-  PreferenceAnswer<std::int64_t> integerValue(std::string_view key, std::string_view domain) override {
-    return _store->integerValue(key, domain);
-  }
-  PreferenceAnswer<bool> booleanValue(std::string_view key, std::string_view domain) override {
-    return _store->booleanValue(key, domain);
-  }
   void setValue(std::string_view key, std::optional<Value> value, std::string_view domain) override {
     _beforeWrite(key);
     _store->setValue(key, std::move(value), domain);

@@ -16,9 +16,6 @@ namespace pellor {
 /// A store of the user's processes. Any thread.
 class SharedPreferences : public PreferencesStore {
  public:
-  PreferenceAnswer<std::int64_t> integerValue(std::string_view key, std::string_view domain) override;
-  PreferenceAnswer<bool> booleanValue(std::string_view key, std::string_view domain) override;
-
   /// Writes those values at once whose keys are not in the store yet, in one transaction, so that of several processes
   /// one decides. True when every key is stored afterwards.
   virtual bool insertIfAbsent(const Dictionary& values, std::string_view domain) = 0;
