@@ -85,18 +85,12 @@ class InMemoryStrings::Strings : public Bundle {
 InMemoryStrings::InMemoryStrings() : _strings(std::make_shared<Strings>()) {}
 InMemoryStrings::~InMemoryStrings() = default;
 
-void InMemoryStrings::setHasBundle(bool hasBundle) {
-  const MutexLock lock(_mutex);
-  _hasBundle = hasBundle;
-}
-
 void InMemoryStrings::setText(const std::string& key, std::optional<std::string> text) {
   _strings->setText(key, std::move(text));
 }
 
 std::shared_ptr<const Bundle> InMemoryStrings::bundleWithIdentifier(std::string_view identifier) {
-  const MutexLock lock(_mutex);
-  return _hasBundle && identifier == _strings->identifier() ? _strings : nullptr;
+  return identifier == _strings->identifier() ? _strings : nullptr;
 }
 
 // Digests

@@ -51,8 +51,6 @@ class InMemoryStrings : public LocalizedStrings {
   InMemoryStrings();
   ~InMemoryStrings() override;
 
-  /// Whether the bundle can be found; it can at first.
-  void setHasBundle(bool hasBundle);
   /// Sets a text, also in bundles that were handed out; absent removes it.
   void setText(const std::string& key, std::optional<std::string> text);
 
@@ -61,8 +59,6 @@ class InMemoryStrings : public LocalizedStrings {
  private:
   class Strings;
   const std::shared_ptr<Strings> _strings;
-  Mutex _mutex;
-  bool _hasBundle PELLOR_GUARDED_BY(_mutex) = true;
 };
 
 /// Digests without a library behind them.
