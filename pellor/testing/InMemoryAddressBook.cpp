@@ -1,51 +1,19 @@
 #include "pellor/testing/InMemoryAddressBook.h"
 
 #include <algorithm>
-#include <set>
 #include <utility>
 
 #include "pellor/runtime/Fatal.h"
-#include "pellor/testing/internal/Addresses.h"
-#include "pellor/testing/internal/Characters.h"
 #include "pellor/testing/internal/InMemoryAddressBookStore.h"
+#include "pellor/testing/internal/InMemoryContactIndex.h"
 
 namespace pellor {
 
-namespace {
-
-// The words of a name, in lower case.
-std::vector<std::string> wordsOf(std::string_view name) {
-  std::vector<std::string> words(1);
-  for (const char32_t c : characters::decode(name)) {
-    if (c != U' ') {
-      characters::append(words.back(), characters::lowerCase(c));
-    } else if (!words.back().empty()) {
-      words.emplace_back();
-    }
-  }
-  if (words.back().empty()) words.pop_back();
-  return words;
-}
-
-std::set<std::string> wordsOf(const TestContact& contact) {
-  std::set<std::string> words;
-  for (const auto* part : {&contact.first, &contact.last, &contact.nickname, &contact.organization}) {
-    if (!*part) continue;
-    for (std::string& word : wordsOf(**part)) words.insert(std::move(word));
-  }
-  return words;
-}
-
-bool haveWordWithPrefix(const std::set<std::string>& words, const std::string& prefix) {
-  const auto word = words.lower_bound(prefix);
-  return word != words.end() && word->starts_with(prefix);
-}
-
-}  // namespace
-
 InMemoryAddressBook::InMemoryAddressBook(std::shared_ptr<SimulatedPhoneNumbers> phoneNumbers,
                                          std::shared_ptr<SimulatedPersonNames> personNames)
-    : _phoneNumbers(std::move(phoneNumbers)), _personNames(std::move(personNames)) {}
+    : _personNames(std::move(personNames)), _index(std::make_unique<InMemoryContactIndex>(std::move(phoneNumbers))) {}
+
+InMemoryAddressBook::~InMemoryAddressBook() = default;
 
 std::shared_ptr<AddressBookStore> InMemoryAddressBook::storeFor(Process& process) { return serviceOf(process); }
 
@@ -316,20 +284,8 @@ std::optional<InMemoryAddressBook::Row> InMemoryAddressBook::rowWithRecordID(std
 InMemoryAddressBook::Rows InMemoryAddressBook::rowsMatchingName(std::string_view name) {
   const MutexLock lock(_mutex);
   ++_lookups.byName;
-  const std::vector<std::string> asked = wordsOf(name);
-  if (asked.empty()) return {};
-  updateIndexes();
   std::map<std::int32_t, Row> matches;
-  for (auto word = _rowsByWord.lower_bound(asked.front());
-       word != _rowsByWord.end() && word->first.starts_with(asked.front()); ++word) {
-    for (const Row row : word->second) {
-      const TestContact& contact = _contacts.at(row)->contact;
-      const std::set<std::string> words = wordsOf(contact);
-      const bool hasAll = std::all_of(asked.begin(), asked.end(),
-                                      [&](const std::string& prefix) { return haveWordWithPrefix(words, prefix); });
-      if (hasAll) matches.emplace(contact.recordID, row);
-    }
-  }
+  for (const Row row : index().rowsMatchingName(name)) matches.emplace(_contacts.at(row)->contact.recordID, row);
   Rows rows;
   for (const auto& [recordID, row] : matches) rows.push_back(row);
   return rows;
@@ -338,10 +294,7 @@ InMemoryAddressBook::Rows InMemoryAddressBook::rowsMatchingName(std::string_view
 InMemoryAddressBook::Rows InMemoryAddressBook::rowsWithDestination(std::string_view destination) {
   const MutexLock lock(_mutex);
   ++_lookups.byDestination;
-  updateIndexes();
-  const auto found = _rowsByDestination.find(destinationKey(destination));
-  if (found == _rowsByDestination.end()) return {};
-  Rows rows = found->second;
+  Rows rows = index().rowsWithDestination(destination);
   std::sort(rows.begin(), rows.end(), [this](Row left, Row right) PELLOR_REQUIRES(_mutex) {
     const bool leftStands = standsForItsSet(left);
     const bool rightStands = standsForItsSet(right);
@@ -410,25 +363,11 @@ bool InMemoryAddressBook::standsForItsSet(Row row) const {
   return found == _linkSets.end() || found->second->front() == row;
 }
 
-void InMemoryAddressBook::updateIndexes() {
-  const std::string country = _phoneNumbers->homeCountryCode();
-  if (_indexedSequenceNumber == _sequenceNumber && _indexedCountry == country) return;
-  _indexedSequenceNumber = _sequenceNumber;
-  _indexedCountry = country;
-  _rowsByWord.clear();
-  _rowsByDestination.clear();
-  for (const auto& [row, stored] : _contacts) {
-    for (const std::string& word : wordsOf(stored->contact)) _rowsByWord[word].push_back(row);
-    std::set<std::string> keys;
-    for (const LabelledValue& phone : stored->contact.phones) keys.insert(destinationKey(phone.value));
-    for (const LabelledValue& email : stored->contact.emails) keys.insert(destinationKey(email.value));
-    for (const std::string& key : keys) _rowsByDestination[key].push_back(row);
+InMemoryContactIndex& InMemoryAddressBook::index() {
+  if (_index->startAt(_sequenceNumber)) {
+    for (const auto& [row, stored] : _contacts) _index->add(row, stored->contact);
   }
-}
-
-std::string InMemoryAddressBook::destinationKey(std::string_view destination) {
-  const std::string raw = withoutSchemes(destination);
-  return raw.find('@') != std::string::npos ? lowerCasedAddress(raw) : _phoneNumbers->normalised(raw);
+  return *_index;
 }
 
 }  // namespace pellor

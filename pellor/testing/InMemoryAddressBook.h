@@ -10,7 +10,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "pellor/platform/AddressBookStore.h"
@@ -24,6 +23,7 @@
 namespace pellor {
 
 class InMemoryAddressBookStore;
+class InMemoryContactIndex;
 
 /// The one contacts database of a world. Contacts are named by their GUIDs. Each change raises the sequence number by
 /// one and is announced to every process: `addressBookChangedNotification` is posted by a task on its main queue. Any
@@ -49,6 +49,9 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   explicit InMemoryAddressBook(
       std::shared_ptr<SimulatedPhoneNumbers> phoneNumbers = std::make_shared<SimulatedPhoneNumbers>(),
       std::shared_ptr<SimulatedPersonNames> personNames = std::make_shared<SimulatedPersonNames>());
+  ~InMemoryAddressBook();
+  InMemoryAddressBook(const InMemoryAddressBook&) = delete;
+  InMemoryAddressBook& operator=(const InMemoryAddressBook&) = delete;
 
   /// The service of a process. Main queue.
   std::shared_ptr<AddressBookStore> storeFor(Process& process);
@@ -146,12 +149,10 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   void touch(Row row) PELLOR_REQUIRES(_mutex);
   void didChange() PELLOR_REQUIRES(_mutex);
   void announce() PELLOR_REQUIRES(_mutex);
-  void updateIndexes() PELLOR_REQUIRES(_mutex);
-  std::string destinationKey(std::string_view destination) PELLOR_REQUIRES(_mutex);
+  InMemoryContactIndex& index() PELLOR_REQUIRES(_mutex);
 
   std::shared_ptr<InMemoryAddressBookStore> serviceOf(Process& process);
 
-  const std::shared_ptr<SimulatedPhoneNumbers> _phoneNumbers;
   const std::shared_ptr<SimulatedPersonNames> _personNames;
 
   mutable Mutex _mutex;
@@ -175,12 +176,7 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   double _wallClockShift PELLOR_GUARDED_BY(_mutex) = 0;
   std::uint64_t _privateHandleCount PELLOR_GUARDED_BY(_mutex) = 0;
   std::vector<std::weak_ptr<InMemoryAddressBookStore>> _services PELLOR_GUARDED_BY(_mutex);
-
-  // Indexes, as of a sequence number and a home country
-  std::int32_t _indexedSequenceNumber PELLOR_GUARDED_BY(_mutex) = 0;
-  std::string _indexedCountry PELLOR_GUARDED_BY(_mutex);
-  std::map<std::string, Rows, std::less<>> _rowsByWord PELLOR_GUARDED_BY(_mutex);
-  std::unordered_map<std::string, Rows> _rowsByDestination PELLOR_GUARDED_BY(_mutex);
+  std::unique_ptr<InMemoryContactIndex> _index PELLOR_GUARDED_BY(_mutex);
 };
 
 }  // namespace pellor
