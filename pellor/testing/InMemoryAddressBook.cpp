@@ -60,6 +60,17 @@ void InMemoryAddressBook::change(const std::string& guid, const std::function<vo
   didChange();
 }
 
+void InMemoryAddressBook::put(TestContact contact) {
+  const MutexLock lock(_mutex);
+  if (const auto row = findGUID(contact.guid)) {
+    contact.recordID = _contacts.at(*row)->contact.recordID;
+    store(*row, std::move(contact));
+  } else {
+    insert(std::move(contact));
+  }
+  didChange();
+}
+
 void InMemoryAddressBook::remove(const std::string& guid) {
   const MutexLock lock(_mutex);
   const Row row = existingRow(guid);

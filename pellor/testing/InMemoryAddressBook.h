@@ -67,6 +67,8 @@ class InMemoryAddressBook : public std::enable_shared_from_this<InMemoryAddressB
   std::vector<std::string> addAll(std::vector<TestContact> contacts);
   /// Changes a contact, its identifiers too if `edit` changes them.
   void change(const std::string& guid, const std::function<void(TestContact&)>& edit);
+  /// Changes the contact with that GUID into this one, but for its record identifier; adds it when there is none.
+  void put(TestContact contact);
   void remove(const std::string& guid);
   /// The contact with that GUID; absent when there is none.
   std::optional<TestContact> contact(const std::string& guid) const;

@@ -1,5 +1,7 @@
 #include "pellor/testing/SimulatedWorld.h"
 
+#include <utility>
+
 namespace pellor {
 
 SimulatedWorld::SimulatedWorld()
@@ -32,6 +34,18 @@ Platform SimulatedWorld::makePlatform(Process& process) {
   platform.digests = _digests;
   platform.strings = _strings;
   return platform;
+}
+
+void SimulatedWorld::setFavorites(const std::vector<std::string>& guids) {
+  std::vector<FavoriteEntry> entries;
+  for (const std::string& guid : guids) {
+    const auto contact = _addressBook->contact(guid);
+    if (!contact) continue;
+    const auto& values = contact->phones.empty() ? contact->emails : contact->phones;
+    entries.push_back({_personNames->fullName(contact->first, contact->last).value_or(""),
+                       values.empty() ? "" : values.front().value, contact->recordID});
+  }
+  _favorites->setEntries(std::move(entries));
 }
 
 }  // namespace pellor

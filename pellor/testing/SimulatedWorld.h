@@ -29,6 +29,8 @@
 #pragma once
 
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "pellor/platform/Platform.h"
 #include "pellor/testing/InMemoryAddressBook.h"
@@ -51,6 +53,10 @@ class SimulatedWorld {
   /// The process's view of the world, to be given to `installPlatform`; a test may exchange services in it before. Main
   /// queue of the process.
   Platform makePlatform(Process& process);
+
+  /// Makes these contacts the favorites, in this order: their names with the first phone number of each, else its first
+  /// e-mail address. GUIDs of no contact are left out. Any thread.
+  void setFavorites(const std::vector<std::string>& guids);
 
   InMemoryAddressBook& addressBook() { return *_addressBook; }
   InMemoryPreferences& preferences() { return *_preferences; }

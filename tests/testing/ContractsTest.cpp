@@ -1,9 +1,9 @@
 // The services in memory keep the contracts that every platform keeps.
 #include <gtest/gtest.h>
 
-#include <list>
+#include <memory>
 
-#include "pellor/testing/SimulatedScheduler.h"
+#include "pellor/testing/SimulatedProcesses.h"
 #include "pellor/testing/SimulatedWorld.h"
 #include "pellor/testing/contract/AddressBookStoreContract.h"
 #include "pellor/testing/contract/AnalyticsCountersContract.h"
@@ -25,32 +25,21 @@
 namespace pellor {
 namespace {
 
-struct SimulatedProcess {
-  SimulatedProcess(SimulatedWorld& world, const std::shared_ptr<Scheduler>& scheduler)
-      : process(scheduler, nullptr), platform(world.makePlatform(process)) {}
-
-  Process process;
-  Platform platform;
-};
-
-class SimulatedProcesses {
- public:
-  SimulatedProcess& add() { return _processes.emplace_back(world, scheduler); }
-  SimulatedProcess& at(int number) {
-    while (_processes.size() <= static_cast<std::size_t>(number)) add();
-    return *std::next(_processes.begin(), number);
-  }
-
+struct World {
   SimulatedWorld world;
-  std::shared_ptr<SimulatedScheduler> scheduler = std::make_shared<SimulatedScheduler>(1);
-
- private:
-  std::list<SimulatedProcess> _processes;
 };
 
-class StoresInMemory {
+/// The processes of a world. Factories of services that wait are made of it.
+class ProcessesInMemory : protected World, public SimulatedProcesses<Platform> {
  public:
-  std::shared_ptr<PreferencesStore> open() { return _processes.add().platform.preferences; }
+  ProcessesInMemory()
+      : SimulatedProcesses(
+            [this](Process& process) { return std::make_unique<Platform>(world.makePlatform(process)); }) {}
+};
+
+class StoresInMemory : public ProcessesInMemory {
+ public:
+  std::shared_ptr<PreferencesStore> open() { return services(count()).preferences; }
   void damage(std::string_view key, std::string_view domain) { stored().damage(key, Data{0x9F}, domain); }
   void makeUnreadable() { stored().makeUnreadable(); }
   void makeReadable() { stored().makeReadable(); }
@@ -68,30 +57,21 @@ class StoresInMemory {
   void deliver() { stored().storeDelayedWrites(); }
 
  private:
-  InMemoryPreferences& stored() { return _processes.world.preferences(); }
-  SimulatedProcesses _processes;
+  InMemoryPreferences& stored() { return world.preferences(); }
 };
 
 template <bool CoalescesPostsOfOthers>
-class BusesInMemory {
+class BusesInMemory : public ProcessesInMemory {
  public:
   BusesInMemory() {
-    _processes.world.bus().setCoalescesPostsOfOthers(CoalescesPostsOfOthers);
-    _processes.at(2);
+    world.bus().setCoalescesPostsOfOthers(CoalescesPostsOfOthers);
+    process(2);
   }
-  Process& process(int number) { return _processes.at(number).process; }
-  SystemNotifyBus& bus(int number) { return *_processes.at(number).platform.notifyBus; }
-  template <class Condition>
-  bool runUntil(Condition condition) {
-    return _processes.scheduler->runUntil(condition, 10);
-  }
+  SystemNotifyBus& bus(int number) { return *services(number).notifyBus; }
   void breakConnection(int number) {
-    _processes.world.bus().breakConnection(process(number));
-    _processes.world.bus().restoreConnection(process(number));
+    world.bus().breakConnection(process(number));
+    world.bus().restoreConnection(process(number));
   }
-
- private:
-  SimulatedProcesses _processes;
 };
 
 struct SimulatedConversions {
@@ -104,7 +84,7 @@ struct SimulatedConversions {
 };
 
 /// Knows who is reachable by a script, and answers in two parts.
-class SimulatedQueries {
+class SimulatedQueries : public ProcessesInMemory {
  public:
   SimulatedQueries() {
     service().setScript([this](const SimulatedIdentityService::Query& query) {
@@ -115,12 +95,7 @@ class SimulatedQueries {
       return parts;
     });
   }
-  Process& process() { return _processes.at(0).process; }
-  SimulatedIdentityService& service() { return _processes.world.identityService(); }
-  template <class Condition>
-  bool runUntil(Condition condition) {
-    return _processes.scheduler->runUntil(condition, 10);
-  }
+  SimulatedIdentityService& service() { return world.identityService(); }
 
  private:
   DestinationStatus statusOf(const std::string& destination) {
@@ -128,7 +103,6 @@ class SimulatedQueries {
     const bool isKnown = raw == "ada@example.org" || service().comparableNumber(raw) == "+49301234567";
     return isKnown ? DestinationStatus::valid : DestinationStatus::invalid;
   }
-  SimulatedProcesses _processes;
 };
 
 class RecordedDevice {
@@ -155,43 +129,25 @@ class RecordedDevice {
 
 using BothBusesInMemory = ::testing::Types<BusesInMemory<false>, BusesInMemory<true>>;
 
-class ContactsInMemory {
+class ContactsInMemory : public ProcessesInMemory {
  public:
-  Process& process() { return one().process; }
-  AddressBookStore& store() { return *one().platform.addressBook; }
-  FavoritesSource& favorites() { return *one().platform.favorites; }
-  ContactStore& contacts() { return *one().platform.contacts; }
+  AddressBookStore& store() { return *services().addressBook; }
+  FavoritesSource& favorites() { return *services().favorites; }
+  ContactStore& contacts() { return *services().contacts; }
   static Contact contactFor(const std::string& guid) { return {guid}; }
   std::string add(const TestContact& contact) { return book().add(contact); }
   void change(const std::string& guid, TestContact contact) {
-    book().change(guid, [&](TestContact& stored) {
-      contact.guid = guid;
-      contact.recordID = stored.recordID;
-      stored = contact;
-    });
+    contact.guid = guid;
+    book().put(std::move(contact));
   }
   void remove(const std::string& guid) { book().remove(guid); }
   void link(const std::string& guid, const std::string& other) { book().link({guid, other}); }
   void breakReading() { book().setReadable(false); }
   void restoreReading() { book().setReadable(true); }
-  void setFavorites(const std::vector<std::string>& guids) {
-    std::vector<FavoriteEntry> entries;
-    for (const std::string& guid : guids) {
-      const TestContact contact = book().contact(guid).value();
-      const auto& values = contact.phones.empty() ? contact.emails : contact.phones;
-      entries.push_back({contact.first.value(), values.front().value, contact.recordID});
-    }
-    _processes.world.favorites().setEntries(std::move(entries));
-  }
-  template <class Condition>
-  bool runUntil(Condition condition) {
-    return _processes.scheduler->runUntil(condition, 10);
-  }
+  void setFavorites(const std::vector<std::string>& guids) { world.setFavorites(guids); }
 
  private:
-  SimulatedProcess& one() { return _processes.at(0); }
-  InMemoryAddressBook& book() { return _processes.world.addressBook(); }
-  SimulatedProcesses _processes;
+  InMemoryAddressBook& book() { return world.addressBook(); }
 };
 
 struct TextInMemory {
@@ -231,14 +187,10 @@ struct DigestsInMemory {
   static std::shared_ptr<DigestService> make() { return std::make_shared<SimulatedDigests>(); }
 };
 
-class CountersInMemory {
+class CountersInMemory : public ProcessesInMemory {
  public:
-  Process& process() { return _processes.at(0).process; }
-  AnalyticsCounters& counters() { return *_processes.at(0).platform.counters; }
-  std::optional<std::int64_t> recorded(const std::string& key) { return _processes.world.counters().value(key); }
-
- private:
-  SimulatedProcesses _processes;
+  AnalyticsCounters& counters() { return *services().counters; }
+  std::optional<std::int64_t> recorded(const std::string& key) { return world.counters().value(key); }
 };
 
 }  // namespace
@@ -261,8 +213,9 @@ INSTANTIATE_TYPED_TEST_SUITE_P(Simulated, ReachabilityConversionsContract, Simul
 INSTANTIATE_TYPED_TEST_SUITE_P(Simulated, ReachabilityQueriesContract, SimulatedQueries);
 
 TEST(SimulatedIdentityServiceTest, WithoutAScriptTakesNoQueries) {
-  SimulatedProcesses processes;
-  expectNoQueries(processes.at(0).process, processes.world.identityService());
+  SimulatedWorld world;
+  Process process(std::make_shared<SimulatedScheduler>(1), nullptr);
+  expectNoQueries(process, world.identityService());
 }
 
 }  // namespace pellor
