@@ -13,6 +13,8 @@ class Answer {
  public:
   static Answer some(T value) { return Answer(std::move(value), true); }
   static Answer none() { return Answer(std::nullopt, true); }
+  /// The value, or none where it is absent.
+  static Answer of(std::optional<T> value) { return Answer(std::move(value), true); }
   static Answer unreadable() { return Answer(std::nullopt, false); }
 
   /// Whether there was an answer at all: a value or that there is none.
@@ -25,8 +27,7 @@ class Answer {
   auto converted(Convert convert) const {
     using Result = Answer<typename std::invoke_result_t<Convert, const T&>::value_type>;
     if (!_readable) return Result::unreadable();
-    auto result = _value ? convert(*_value) : std::nullopt;
-    return result ? Result::some(*std::move(result)) : Result::none();
+    return _value ? Result::of(convert(*_value)) : Result::none();
   }
 
  private:

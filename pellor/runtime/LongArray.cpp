@@ -84,6 +84,14 @@ Array LongArray::elements() const {
   return elements;
 }
 
+LongArray LongArray::sharingChunksOf(const LongArray& earlier) const {
+  LongArray shared = *this;
+  for (std::size_t index = 0; index < std::min(_chunks.size(), earlier._chunks.size()); ++index) {
+    if (areEqual(*_chunks[index], *earlier._chunks[index])) shared._chunks[index] = earlier._chunks[index];
+  }
+  return shared;
+}
+
 bool operator==(const LongArray& left, const LongArray& right) {
   return left._size == right._size &&
          std::ranges::equal(left._chunks, right._chunks,

@@ -66,6 +66,9 @@ class LongArray {
   Value at(std::size_t index) const { return _chunks[index / ChunkSize]->at(index % ChunkSize); }
   /// All elements, made for the caller.
   Array elements() const;
+  /// Its elements, in the chunk objects of `earlier` wherever those are equal: what a store gives that reads an
+  /// array as a whole, and is to give the chunks that did not change again.
+  LongArray sharingChunksOf(const LongArray& earlier) const;
 
   friend bool operator==(const LongArray& left, const LongArray& right);
 

@@ -63,7 +63,7 @@ PreferenceAnswer<Value> InMemoryPreferences::Store::copyValue(std::string_view k
   Domain& domain = domainNamed(name);
   if (!domain.seen) domain.seen = _shared->contentOf(name);
   const auto pending = domain.pending.find(key);
-  if (pending != domain.pending.end()) return pending->second ? Answer::some(*pending->second) : Answer::none();
+  if (pending != domain.pending.end()) return Answer::of(pending->second);
   const auto stored = domain.seen->find(key);
   return stored != domain.seen->end() ? Answer::some(stored->second.value) : Answer::none();
 }

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <span>
 #include <vector>
 
 #include "pellor/runtime/KeyedCoder.h"
@@ -29,6 +30,13 @@ TEST(ValueTest, ALongArrayEqualsTheArrayOfItsElements) {
   EXPECT_NE(Value(first), second);
   numbers[LongArray::ChunkSize + 3] = *elements[3].value;
   EXPECT_EQ(second, Value(numbers));
+
+  const LongArray read{numbers}, given = read.sharingChunksOf(first);
+  EXPECT_EQ(given.chunks()[0], first.chunks()[0]);
+  EXPECT_EQ(given.chunks()[1], read.chunks()[1]) << "it has another element";
+  EXPECT_EQ(given.chunks()[2], first.chunks()[2]);
+  EXPECT_EQ(LongArray(std::span(numbers).first(65)).sharingChunksOf(first).size(), 65U) << "the last chunk is shorter";
+  EXPECT_EQ(given.sharingChunksOf(LongArray()), given);
 }
 
 TEST(ValueTest, ComparesContentsAndKnowsSharedOnes) {

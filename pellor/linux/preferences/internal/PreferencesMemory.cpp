@@ -11,14 +11,12 @@ std::optional<PreferenceAnswer<Value>> PreferencesMemory::answer(std::string_vie
   const MutexLock lock(_mutex);
   const auto found = _domains.find(domain);
   if (found == _domains.end()) return std::nullopt;
-  const auto given = [](const std::optional<Value>& value) {
-    return value ? PreferenceAnswer<Value>::some(*value) : PreferenceAnswer<Value>::none();
-  };
   const auto pending = found->second.pending.find(key);
-  if (pending != found->second.pending.end()) return given(pending->second.value);
+  if (pending != found->second.pending.end()) return PreferenceAnswer<Value>::of(pending->second.value);
   if (!found->second.snapshot) return std::nullopt;
   const auto stored = found->second.snapshot->find(key);
-  return given(stored == found->second.snapshot->end() ? std::nullopt : std::optional(stored->second.value));
+  return PreferenceAnswer<Value>::of(stored == found->second.snapshot->end() ? std::nullopt
+                                                                             : std::optional(stored->second.value));
 }
 
 PreferencesMemory::Domain& PreferencesMemory::domainNamed(std::string_view domain) {
