@@ -1,8 +1,11 @@
 // The services in memory keep the contracts that every platform keeps.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
+#include <mutex>
 
+#include "pellor/platform/WholeDomainPreferences.h"
 #include "pellor/testing/SimulatedProcesses.h"
 #include "pellor/testing/SimulatedWorld.h"
 #include "pellor/testing/contract/AddressBookStoreContract.h"
@@ -58,6 +61,66 @@ class StoresInMemory : public ProcessesInMemory {
 
  private:
   InMemoryPreferences& stored() { return world.preferences(); }
+};
+
+/// Stores over one value a domain, each of which works as one of another process does.
+class StoresOfWholeDomains {
+ public:
+  std::shared_ptr<PreferencesStore> open() { return std::make_shared<Store>(_disk); }
+  void damage(const std::string& key, std::string_view domain) {
+    Value& content = _disk->contents.find(domain)->second;
+    Array parts = *content.array();
+    Dictionary entries = *parts[2].dictionary();
+    Array entry = *entries.at(key).array();
+    entry[0] = Data{0xFF};
+    entries.insert_or_assign(key, std::move(entry));
+    parts[2] = std::move(entries);
+    content = std::move(parts);
+  }
+  void makeUnreadable() { _disk->isReadable = false; }
+  void makeReadable() { _disk->isReadable = true; }
+  void failWrites(bool fail) { _disk->isFull = fail; }
+  /// Replaces what is stored of a domain.
+  void replace(std::string_view domain, Value content) {
+    _disk->contents.insert_or_assign(std::string(domain), content);
+  }
+
+ private:
+  struct Disk {
+    std::mutex mutex;
+    std::map<std::string, Value, std::less<>> contents;
+    bool isReadable = true;
+    bool isFull = false;
+  };
+  struct Domain : WholeDomainPreferences::LockedDomain {
+    Domain(Disk& theDisk, std::string_view theName) : disk(theDisk), name(theName) {}
+    std::optional<Value> read(const Value& initial) override {
+      if (!disk.isReadable) return std::nullopt;
+      return disk.contents.try_emplace(name, initial).first->second;
+    }
+    PreferenceWriteOutcome replace(const Value& content) override {
+      if (!disk.isReadable || disk.isFull) return PreferenceWriteOutcome::failed;
+      disk.contents.insert_or_assign(name, content);
+      return PreferenceWriteOutcome::written;
+    }
+    bool putAside(std::string_view, const Data&) override { return disk.isReadable; }
+
+    Disk& disk;
+    const std::string name;
+    const std::lock_guard<std::mutex> lock{disk.mutex};
+  };
+  class Store : public WholeDomainPreferences {
+   public:
+    explicit Store(std::shared_ptr<Disk> disk) : _disk(std::move(disk)) {}
+
+   private:
+    std::unique_ptr<LockedDomain> lockDomain(std::string_view domain) override {
+      return std::make_unique<Domain>(*_disk, domain);
+    }
+    const std::shared_ptr<Disk> _disk;
+  };
+
+  const std::shared_ptr<Disk> _disk = std::make_shared<Disk>();
 };
 
 template <bool CoalescesPostsOfOthers>
@@ -209,6 +272,8 @@ INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesUntoldContract, StoresInMemo
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesVersionsContract, StoresInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesSyncServiceContract, RecordedDevice);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, SystemNotifyBusContract, BothBusesInMemory);
+INSTANTIATE_TYPED_TEST_SUITE_P(WholeDomains, PreferencesStoreContract, StoresOfWholeDomains);
+INSTANTIATE_TYPED_TEST_SUITE_P(WholeDomains, PreferencesVersionsContract, StoresOfWholeDomains);
 INSTANTIATE_TYPED_TEST_SUITE_P(Simulated, ReachabilityConversionsContract, SimulatedConversions);
 INSTANTIATE_TYPED_TEST_SUITE_P(Simulated, ReachabilityQueriesContract, SimulatedQueries);
 
@@ -216,6 +281,30 @@ TEST(SimulatedIdentityServiceTest, WithoutAScriptTakesNoQueries) {
   SimulatedWorld world;
   Process process(std::make_shared<SimulatedScheduler>(1), nullptr);
   expectNoQueries(process, world.identityService());
+}
+
+TEST(WholeDomainPreferencesTest, ContentOfAnotherMakingCannotBeRead) {
+  const Array entry{Data{1}, Data{1}, 1, 0, 0};
+  const std::vector<Value> contents = {
+      "text",
+      Array{},
+      Array{1, 1, Array{}},
+      Array{"1", 1, Dictionary{}},
+      Array{1, 1, Dictionary{{"key", 1}}},
+      Array{1, 1, Dictionary{{"key", Array{Data{1}, Data{1}, 1, 0}}}},
+      Array{1, 1, Dictionary{{"key", Array{Data{1}, "no bytes", 1, 0, 0}}}},
+      Array{1, 1, Dictionary{{"key", Array{Data{1}, Data{1}, 1, 0, "no number"}}, {"other", entry}}},
+  };
+  StoresOfWholeDomains stores;
+  for (const Value& content : contents) {
+    stores.replace(ContractDomain, content);
+    const auto store = stores.open();
+    EXPECT_FALSE(store->copyValue("key", ContractDomain).isReadable()) << content.description();
+    EXPECT_EQ(store->write({{"key", {PreferenceChange::Kind::set, 1, {}}}}, {}, ContractDomain).outcome,
+              PreferenceWriteOutcome::failed);
+  }
+  stores.replace(ContractDomain, Array{1, 1, Dictionary{{"key", entry}}});
+  EXPECT_EQ(stores.open()->copyValue("key", ContractDomain).value(), Value(1));
 }
 
 }  // namespace pellor
