@@ -1,10 +1,8 @@
 // The contract suites of the services that are in files.
 #include <gtest/gtest.h>
 
-#include <list>
-
 #include "FilePlatform.h"
-#include "pellor/testing/SimulatedScheduler.h"
+#include "pellor/testing/SimulatedProcesses.h"
 #include "pellor/testing/contract/AddressBookStoreContract.h"
 #include "pellor/testing/contract/ContactStoreContract.h"
 #include "pellor/testing/contract/FavoritesSourceContract.h"
@@ -17,18 +15,24 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A folder, and processes in virtual time that use it, each from its first call on.
-class Files {
+/// A folder, and processes that use it.
+class Files : public SimulatedProcesses<port::FilePlatform> {
  public:
-  Files() { fs::create_directory(_folder); }
+  Files()
+      : SimulatedProcesses(
+            [this](Process& process) { return std::make_unique<port::FilePlatform>(process, _folder); }) {
+    fs::create_directory(_folder);
+  }
   ~Files() { fs::remove_all(_folder); }
 
   std::shared_ptr<PreferencesStore> open() { return std::make_shared<port::FilePreferences>(_folder); }
   std::shared_ptr<PreferencesStore> openInChild() { return open(); }
   void damage(const std::string& key, const std::string& domain) {
+    const Data value = encodeCBOR(open()->copyValue(key, domain).value().value()).value();
     std::fstream file(_folder / ("domain-" + domain), std::ios::in | std::ios::out | std::ios::binary);
-    const std::string bytes(std::istreambuf_iterator<char>(file), {}), entry = port::encoded(key) + "a5:s";
-    file.seekp(static_cast<std::streamoff>(bytes.find(':', bytes.find(entry) + entry.size()) + 1)).put('?');
+    const std::string bytes(std::istreambuf_iterator<char>(file), {});
+    const auto place = bytes.find(std::string(value.begin(), value.end()), bytes.find(key));
+    file.seekp(static_cast<std::streamoff>(place)).put('\xFF');
   }
   void makeUnreadable() { fs::rename(_folder, _elsewhere); }
   void makeReadable() { fs::rename(_elsewhere, _folder); }
@@ -37,14 +41,12 @@ class Files {
     fail ? void(fs::create_directory(draft)) : void(fs::remove(draft));
   }
 
-  Process& process(int number = 0) { return program(number).process; }
-  bool runUntil(const std::function<bool()>& condition) { return _scheduler->runUntil(condition, 10); }
-  SystemNotifyBus& bus(int number) { return *program(number).files.platform.notifyBus; }
+  SystemNotifyBus& bus(int number) { return *services(number).platform.notifyBus; }
   void breakConnection(int /*number*/) { fs::remove(_folder / "bus"); }
 
-  AddressBookStore& store() { return *program(0).files.platform.addressBook; }
-  ContactStore& contacts() { return *program(0).files.platform.contacts; }
-  FavoritesSource& favorites() { return *program(0).files.platform.favorites; }
+  AddressBookStore& store() { return *services().platform.addressBook; }
+  ContactStore& contacts() { return *services().platform.contacts; }
+  FavoritesSource& favorites() { return *services().platform.favorites; }
   static Contact contactFor(const std::string& guid) { return {guid}; }
   std::string add(const TestContact& contact) {
     const std::string guid = std::to_string(++_lastContact);
@@ -62,37 +64,21 @@ class Files {
   void link(const std::string& guid, const std::string& other) { append({"link", guid, other}); }
   void setFavorites(const std::vector<std::string>& guids) {
     Array change{"favorites"};
-    for (const std::string& guid : guids) {
-      const auto contact = program(0).files.world.addressBook().contact(guid).value();
-      const auto& values = contact.phones.empty() ? contact.emails : contact.phones;
-      change.insert(change.end(), {guid, contact.first.value(), values.front().value});
-    }
+    change.insert(change.end(), guids.begin(), guids.end());
     append(change);
   }
   void breakReading() {
     makeUnreadable();
-    program(0).files.contacts.look();
+    services().contacts.look();
   }
   void restoreReading() { makeReadable(); }
 
  private:
-  struct Program {
-    Program(const std::shared_ptr<Scheduler>& scheduler, const fs::path& folder)
-        : process(scheduler, nullptr), files(process, folder) {}
-    Process process;
-    port::FilePlatform files;
-  };
-  Program& program(int number) {
-    while (_programs.size() <= static_cast<std::size_t>(number)) _programs.emplace_back(_scheduler, _folder);
-    return *std::next(_programs.begin(), number);
-  }
   void append(const Array& change) { EXPECT_TRUE(port::FileContacts::append(_folder, change)); }
 
   const fs::path _folder = fs::temp_directory_path() / ("port-" + std::to_string(port::randomNumber()));
   const fs::path _elsewhere = _folder.string() + "-elsewhere";
   int _lastContact = 0;
-  const std::shared_ptr<SimulatedScheduler> _scheduler = std::make_shared<SimulatedScheduler>(1);
-  std::list<Program> _programs;
 };
 
 }  // namespace

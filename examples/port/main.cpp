@@ -1,9 +1,9 @@
 // A friend list over plain files.
 //
 // What it leaves out, and a port for users does not: a write costs as much as its file holds, and each file is looked
-// at 50 times a second; a file that decodes is trusted to be what this program wrote, and only a damaged value is
-// recovered; changes of contacts are kept for ever; the fall of the contacts is not remembered over restarts; defaults
-// of the process; phone numbers, texts and names of the whole world.
+// at 50 times a second; the files of posts and contacts are trusted to be what this program wrote; changes of contacts
+// are kept for ever; the fall of the contacts is not remembered over restarts; defaults of the process; phone numbers,
+// texts and names of the whole world.
 #include <iostream>
 
 #include "FilePlatform.h"
