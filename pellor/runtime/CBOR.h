@@ -16,7 +16,7 @@ inline constexpr std::size_t CBORMaximumDepth = 128;
 inline constexpr std::size_t CBORMaximumSize = std::size_t{256} << 20;
 
 /// The value as one CBOR item, absent when it exceeds a limit. Booleans, integers and reals stay distinct; reals and
-/// dates come back bit for bit. Equal values have equal bytes, in every version of the library. Any thread.
+/// dates come back bit for bit. One value has one encoding, in every version of the library. Any thread.
 std::optional<Data> encodeCBOR(const Value& value);
 
 /// The value that the bytes hold; absent unless they are exactly one item of the kinds that `encodeCBOR` writes, within
