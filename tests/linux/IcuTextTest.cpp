@@ -32,7 +32,10 @@ TEST(IcuTextTest, InitialsFollowTheLocaleAndTheScript) {
   };
   const std::vector<Case> cases = {
       {"zh_Hant_TW", "Ada", "Lovelace", "LA"},
-      {"en_US", "(Bob)", "'t Hart", "Bt"},
+      {"en_US", "(Bob)", "'t Hart", "BH"},
+      {"nl_NL", "Jan", "van der Berg", "JB"},
+      {"en_US", "bell", "hooks", "bh"},
+      {"haw_US", "ʻIolani", std::nullopt, "I"},
       {"en_US", "e\xCC\x81mile", "\xC3\x89luard", "e\xCC\x81\xC3\x89"},
       {"ar_EG", "\xD9\x84\xD9\x8A\xD9\x84\xD9\x89", std::nullopt, ""},
   };

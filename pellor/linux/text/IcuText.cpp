@@ -77,39 +77,67 @@ std::int32_t endOfCluster(const icu::UnicodeString& text, std::int32_t start) {
   return clusters ? clusters->following(start) : next;
 }
 
+/// Which letter of a name its initial is.
+enum class InitialLetter {
+  first,
+  firstCapital,  ///< the first letter where there is none
+};
+
 struct Initial {
   std::string text;           ///< empty when the name holds no letter
   bool isAbbreviated = true;  ///< whether the script of that letter abbreviates names
 };
 
-std::int32_t indexOfFirstLetter(const icu::UnicodeString& name) {
+// A sign such as the Hawaiian okina stands before the letter that is written as a capital.
+bool isLetter(UChar32 character) { return u_isalpha(character) && u_charType(character) != U_MODIFIER_LETTER; }
+
+bool isCapital(UChar32 character) {
+  const auto category = u_charType(character);
+  return category == U_UPPERCASE_LETTER || category == U_TITLECASE_LETTER;
+}
+
+bool continuesWord(UChar32 character) {
+  return (U_GET_GC_MASK(character) & (U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK)) != 0;
+}
+
+// Where the initial is; the end of the name when it has no letter. Particles are in lower case: the capital that counts
+// begins the first word that is none.
+std::int32_t indexOfInitial(const icu::UnicodeString& name, InitialLetter which) {
+  std::int32_t firstLetter = name.length();
+  bool isInWord = false;
   for (std::int32_t at = 0; at < name.length(); at = name.moveIndex32(at, 1)) {
-    if (u_isalpha(name.char32At(at))) return at;
+    const UChar32 character = name.char32At(at);
+    if (isLetter(character)) {
+      firstLetter = std::min(firstLetter, at);
+      if (which == InitialLetter::first || (!isInWord && isCapital(character))) return at;
+    }
+    isInWord = continuesWord(character);
   }
-  return name.length();
+  return firstLetter;
 }
 
 bool isASCII(char character) { return static_cast<unsigned char>(character) < 0x80; }
 
-bool isASCIILetter(char character) {
-  return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z');
-}
+bool isASCIICapital(char character) { return character >= 'A' && character <= 'Z'; }
+
+bool isASCIILetter(char character) { return (character >= 'a' && character <= 'z') || isASCIICapital(character); }
 
 // The first letter of most names, told without the library: one that nothing but ASCII stands before and right after.
-std::string asciiInitialOf(std::string_view name) {
+std::string asciiInitialOf(std::string_view name, InitialLetter which) {
   for (std::size_t at = 0; at < name.size() && isASCII(name[at]); ++at) {
     if (!isASCIILetter(name[at])) continue;
     const bool standsAlone = at + 1 == name.size() || isASCII(name[at + 1]);
-    return standsAlone ? std::string(1, name[at]) : std::string();
+    const bool counts = which == InitialLetter::first || isASCIICapital(name[at]);
+    return standsAlone && counts ? std::string(1, name[at]) : std::string();
   }
   return {};
 }
 
-Initial initialOf(const std::optional<std::string>& part) {
+Initial initialOf(const std::optional<std::string>& part, InitialLetter which) {
   if (!part) return {};
-  if (std::string initial = asciiInitialOf(*part); !initial.empty()) return {std::move(initial)};
+  if (std::string initial = asciiInitialOf(*part, which); !initial.empty()) return {std::move(initial)};
   const icu::UnicodeString name = unicode(*part);
-  const std::int32_t start = indexOfFirstLetter(name);
+  const std::int32_t start = indexOfInitial(name, which);
   if (start == name.length()) return {};
   const std::int32_t end = endOfCluster(name, start);
   Initial initial;
@@ -193,8 +221,8 @@ std::string IcuText::uppercase(std::string_view text) {
 
 std::string IcuText::abbreviatedName(const std::optional<std::string>& givenName,
                                      const std::optional<std::string>& familyName) {
-  const Initial given = initialOf(givenName);
-  const Initial family = initialOf(familyName);
+  const Initial given = initialOf(givenName, InitialLetter::first);
+  const Initial family = initialOf(familyName, InitialLetter::firstCapital);
   if (!given.isAbbreviated || !family.isAbbreviated) return {};
   return writesSurnameFirst(_locale()) ? family.text + given.text : given.text + family.text;
 }

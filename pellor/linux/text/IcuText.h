@@ -25,7 +25,8 @@ class IcuText final : public TextService, public PersonNameFormatter {
   std::string uppercase(std::string_view text) override;
 
   /// The first letter, with its accents, of each name: the surname's first where the locale's language writes it first
-  /// (Cantonese, Chinese, Hungarian, Japanese, Korean, Vietnamese), else the given name's. Names of scripts in which
+  /// (Cantonese, Chinese, Hungarian, Japanese, Korean, Vietnamese), else the given name's. Particles of a surname, in
+  /// lower case, are passed over ("van der Berg" gives "B") unless there is nothing else. Names of scripts in which
   /// initials are usual (Latin, Greek, Cyrillic, Armenian) are abbreviated; when one part is of another script the
   /// result is empty. A part without a letter counts as missing. Letters keep their case.
   std::string abbreviatedName(const std::optional<std::string>& givenName,
