@@ -62,7 +62,7 @@ TEST(ContactNames, WritesTheFullNameAsTheLocaleDoes) {
   full.additionalNames = "Maria";
   full.nameSuffix = "MSc";
   EXPECT_EQ(compositeName(full, false), "Dr. Anna Maria Novak MSc");
-  EXPECT_EQ(compositeName(full, true), "Novak Anna Maria");
+  EXPECT_EQ(compositeName(full, true), "Dr. Novak Anna Maria MSc");
   ContactCard organization;
   organization.kind = CardKind::organization;
   organization.organization = "Club";
