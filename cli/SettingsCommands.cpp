@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -9,17 +10,28 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "cli/CommandLine.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
 #include "pellor/friends/internal/PLDomainSettings.h"
+#include "pellor/linux/preferences/internal/StoreNameSettings.h"
 #include "pellor/linux/preferences/internal/StoreRegion.h"
+#include "pellor/runtime/BundleIdentifier.h"
 
 namespace pellor::cli {
 namespace {
 
 constexpr std::string_view RegionName = "region";
+
+// Kept as those of the list are, for the store as a whole.
+constexpr std::array StoreSettings = {
+    PLDomainSetting{ShortNamesKey, "short-names", PLDomainSetting::Kind::flag, "false", 0,
+                    "call people by their given names, of the whole store"},
+    PLDomainSetting{PreferNicknamesKey, "prefer-nicknames", PLDomainSetting::Kind::flag, "false", 0,
+                    "call people by their nicknames, of the whole store"},
+};
 
 constexpr std::string_view RegionMeaning = "by which national numbers are read, of the whole store";
 
@@ -35,22 +47,37 @@ Value valueIn(std::string_view text, const PLDomainSetting& setting) {
     case PLDomainSetting::Kind::count:
       throw UsageError(inQuotes(text) + " is no number from 1 to " + std::to_string(setting.largestCount));
     case PLDomainSetting::Kind::flag:
-      throw UsageError(inQuotes(text) + " is neither true nor false");
+      throw UsageError(inQuotes(text) + " is neither on (true) nor off (false)");
     case PLDomainSetting::Kind::name:
       break;
   }
   throw UsageError("the value is empty");
 }
 
+bool isOfStore(const PLDomainSetting& setting) {
+  return std::ranges::find(StoreSettings, setting.name, &PLDomainSetting::name) != StoreSettings.end();
+}
+
+std::string domainOf(Session& session, const PLDomainSetting& setting) {
+  return isOfStore(setting) ? BundleIdentifier : session.options().domain();
+}
+
+std::vector<PLDomainSetting> allSettings() {
+  std::vector<PLDomainSetting> all(StoreSettings.begin(), StoreSettings.end());
+  const auto ofList = plDomainSettings();
+  all.insert(all.end(), ofList.begin(), ofList.end());
+  return all;
+}
+
 Current currentOf(Session& session, const PLDomainSetting& setting) {
-  const auto answer = session.store().copyValue(setting.key, session.options().domain());
+  const auto answer = session.store().copyValue(setting.key, domainOf(session, setting));
   if (!answer.isReadable()) throw CommandError("the settings cannot be read: " + session.storeProblem());
   if (answer.value() && setting.isOfKind(*answer.value())) return {*answer.value(), false};
   return {setting.absentValue(), true};
 }
 
-const PLDomainSetting& settingNamed(std::string_view name) {
-  const auto settings = plDomainSettings();
+PLDomainSetting settingNamed(std::string_view name) {
+  const auto settings = allSettings();
   const auto found = std::ranges::find(settings, name, &PLDomainSetting::name);
   if (found != settings.end()) return *found;
   throw UsageError("there is no setting " + inQuotes(name) + " (pellor settings lists them)");
@@ -68,7 +95,7 @@ std::string lineText(std::string_view name, const std::string& value, bool isDef
 
 std::string allText(Session& session) {
   std::string text = lineText(RegionName, session.platform().region(), false, RegionMeaning);
-  for (const PLDomainSetting& setting : plDomainSettings()) {
+  for (const PLDomainSetting& setting : allSettings()) {
     const Current current = currentOf(session, setting);
     text += lineText(setting.name, shown(current.value), current.isDefault, setting.meaning);
   }
@@ -77,7 +104,7 @@ std::string allText(Session& session) {
 
 Json allJson(Session& session, const std::string& region) {
   Json settings = Json::object();
-  for (const PLDomainSetting& setting : plDomainSettings()) {
+  for (const PLDomainSetting& setting : allSettings()) {
     const Current current = currentOf(session, setting);
     settings[std::string(setting.name)] = Json{{"value", jsonOf(current.value)}, {"isDefault", current.isDefault}};
   }
@@ -111,12 +138,20 @@ void setRegion(Session& session, const std::string& text) {
   showOne(session, std::string(RegionName), region);
 }
 
+// The next program that starts looks at all friends again, and names them anew.
+void forgetLastRefresh(Session& session) {
+  const std::string domain = session.options().domain();
+  session.store().setValue(PLAddressBookSequenceNumberKey, std::nullopt, domain);
+  requireWritten(session, session.store().synchronize(domain));
+}
+
 void set(Session& session, const std::string& name, const std::string& text) {
-  const PLDomainSetting& setting = settingNamed(name);
+  const PLDomainSetting setting = settingNamed(name);
   Value value = valueIn(text, setting);
   session.requireWritableStore();
   requireWritten(session,
-                 plWriteDomainSetting(session.store(), setting.key, std::move(value), session.options().domain()));
+                 plWriteDomainSetting(session.store(), setting.key, std::move(value), domainOf(session, setting)));
+  if (isOfStore(setting)) forgetLastRefresh(session);
   showOne(session, name, session.platform().region());
 }
 

@@ -10,6 +10,7 @@
 #include "pellor/linux/files/UserFolders.h"
 #include "pellor/linux/files/internal/NettleDigest.h"
 #include "pellor/linux/internal/PrometheusCounters.h"
+#include "pellor/linux/internal/StoreAddressBook.h"
 #include "pellor/linux/notify/NotifyFolder.h"
 #include "pellor/linux/phone/CanonicalFormStore.h"
 #include "pellor/linux/phone/LibPhoneNumber.h"
@@ -147,7 +148,7 @@ Platform LinuxPlatform::assemble(Process& process, const LinuxPlatformOptions& o
   const LinuxParts& parts = options.parts;
   const auto text = std::make_shared<IcuText>([region = _region] { return region->locale(); });
   Platform platform;
-  platform.addressBook = _addressBook;
+  platform.addressBook = std::make_shared<StoreAddressBook>(_addressBook, _preferences);
   platform.preferences = _preferences;
   platform.notifyBus = makeNotifyBus(process, options);
   platform.reachability = parts.reachability ? parts.reachability(process, _identities) : _identities;

@@ -36,6 +36,24 @@ TEST(Watch, ReportsWhatOthersDo) {
   EXPECT_EQ(end.output + end.errors, "");
 }
 
+// A program that kept to what it read at its start would name everybody back, and so on for ever.
+TEST(Watch, NamesPeopleAsTheStoreSaysNow) {
+  const Home home;
+  home.addContact("ann", "Ann Lee", "N:Lee;Ann;;;\nTEL:+49301234567\n");
+  home.addContact("bob", "Bob Ray", "N:Ray;Bob;;;\nTEL:+49307654321\n");
+  pellor(home, {"add", "ann lee", "bob ray"});
+  Program watch(home, pellorCommand({"watch"}));
+  EXPECT_EQ(watch.readErrorLine(), "pellor: watching");
+  pellor(home, {"settings", "short-names", "on"});
+  EXPECT_EQ(pellor(home, {"list", "--json"}).exitCode, 0);
+  EXPECT_EQ(watch.readLine(), "updated 1:1 Ann");
+  EXPECT_EQ(watch.readLine(), "updated 1:2 Bob");
+  home.addContact("ann", "Anna Lee", "N:Lee;Anna;;;\nTEL:+49301234567\n");
+  EXPECT_EQ(watch.readLine(), "updated 1:1 Anna");
+  pellor(home, {"title", "1", "Family"});
+  EXPECT_EQ(watch.readLine(), "titled 1 Family") << "nobody else was named anew";
+}
+
 TEST(Watch, SpeaksJsonAndEndsWithItsReader) {
   const Home home;
   Program watch(home, pellorCommand({"watch", "--json"}));

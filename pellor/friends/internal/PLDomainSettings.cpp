@@ -91,8 +91,8 @@ Value PLDomainSetting::absentValue() const {
 std::optional<Value> PLDomainSetting::valueOf(std::string_view text) const {
   if (kind == Kind::name) return text.empty() ? std::nullopt : std::optional(Value(text));
   if (kind == Kind::flag) {
-    if (text != "true" && text != "false") return std::nullopt;
-    return Value(text == "true");
+    const bool isOn = text == "true" || text == "on";
+    return isOn || text == "false" || text == "off" ? std::optional(Value(isOn)) : std::nullopt;
   }
   std::int64_t count = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
