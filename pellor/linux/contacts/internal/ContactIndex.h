@@ -16,19 +16,11 @@
 #include "pellor/linux/contacts/internal/ContactIndexCounts.h"
 #include "pellor/linux/contacts/internal/ContactIndexFile.h"
 #include "pellor/linux/contacts/internal/ContactIndexOptions.h"
-#include "pellor/linux/contacts/internal/EVCardContact.h"
+#include "pellor/linux/contacts/internal/IndexedContact.h"
 #include "pellor/linux/files/FolderChange.h"
 #include "pellor/runtime/Log.h"
 
 namespace pellor {
-
-/// One contact as it is indexed.
-struct IndexedContact {
-  std::int32_t recordID = 0;
-  std::string guid;
-  std::int32_t linkID = -1;  ///< the lowest record identifier of the linked set; -1 when it is linked with none
-  ContactCard card;          ///< without its UID
-};
 
 /// Kept in `contacts-index.sqlite` of the data folder and shared by all processes that use it. Record identifiers
 /// belong to GUIDs and are never given to another one. The GUID is the card's UID, else its name in the source; of

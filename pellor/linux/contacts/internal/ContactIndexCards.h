@@ -5,7 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "pellor/linux/contacts/internal/ContactIndex.h"
+#include "pellor/linux/contacts/internal/EVCardContact.h"
+#include "pellor/linux/sqlite/SQLiteStatements.h"
 
 namespace pellor {
 

@@ -1,12 +1,18 @@
 // One batch of changes to the contact index.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <map>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "pellor/linux/contacts/internal/ContactIndex.h"
+#include "pellor/linux/contacts/CardSource.h"
+#include "pellor/linux/contacts/internal/ContactIndexOptions.h"
+#include "pellor/linux/contacts/internal/EVCardContact.h"
+#include "pellor/linux/files/FolderChange.h"
+#include "pellor/linux/sqlite/SQLiteStatements.h"
 
 namespace pellor {
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "pellor/linux/contacts/internal/ContactIndex.h"
+#include "pellor/linux/contacts/internal/IndexedRecordOwner.h"
 #include "pellor/platform/AddressBookStore.h"
 
 namespace pellor {
@@ -21,6 +22,7 @@ class IndexedContactRecord;
 
 /// Reads through the index. Main queue. Made with `std::make_shared`.
 class IndexedAddressBookHandle final : public AddressBook,
+                                       public IndexedRecordOwner,
                                        public std::enable_shared_from_this<IndexedAddressBookHandle> {
  public:
   /// `surnameFirst` says whether the locale writes surnames first.
@@ -47,9 +49,11 @@ class IndexedAddressBookHandle final : public AddressBook,
   /// by it, then the others by name.
   std::vector<RecordRef> markedFavorites();
 
- private:
-  friend class IndexedContactRecord;
+  std::vector<RecordRef> linkedSet(std::int32_t linkID) override;
+  bool writesSurnameFirst() const override { return _surnameFirst && _surnameFirst(); }
+  void noteEdit() override { _hasEditedRecords = true; }
 
+ private:
   /// What was read at once, for as long as it is used.
   struct Bulk {
     std::unordered_map<std::string, RecordRef> byGUID;
@@ -59,8 +63,6 @@ class IndexedAddressBookHandle final : public AddressBook,
   Bulk readInBulk(std::span<const std::string_view> guids);
   RecordRef record(std::optional<IndexedContact> contact);
   std::vector<RecordRef> records(const std::vector<std::int32_t>& recordIDs);
-  std::vector<RecordRef> linkedSet(std::int32_t linkID);
-  bool writesSurnameFirst() const { return _surnameFirst && _surnameFirst(); }
   void forgetUnusedRecords();
 
   const std::shared_ptr<ContactIndex> _index;

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "pellor/linux/contacts/internal/ContactNames.h"
-#include "pellor/linux/contacts/internal/IndexedAddressBookHandle.h"
 
 namespace pellor {
 
@@ -59,8 +58,8 @@ auto textField(Card& card, RecordProperty property) -> decltype(&card.givenName)
 
 }  // namespace
 
-IndexedContactRecord::IndexedContactRecord(std::weak_ptr<IndexedAddressBookHandle> handle, IndexedContact contact)
-    : _handle(std::move(handle)), _contact(std::move(contact)) {
+IndexedContactRecord::IndexedContactRecord(std::weak_ptr<IndexedRecordOwner> owner, IndexedContact contact)
+    : _owner(std::move(owner)), _contact(std::move(contact)) {
   takeMultiValues();
 }
 
@@ -77,9 +76,9 @@ void IndexedContactRecord::takeMultiValues() {
 
 std::vector<RecordRef> IndexedContactRecord::allLinkedPeople() {
   const RecordRef self = shared_from_this();
-  const auto handle = _handle.lock();
-  if (!handle || linkID() == InvalidRecordID) return {self};
-  std::vector<RecordRef> people = handle->linkedSet(linkID());
+  const auto owner = _owner.lock();
+  if (!owner || linkID() == InvalidRecordID) return {self};
+  std::vector<RecordRef> people = owner->linkedSet(linkID());
   // The set may have lost this record since it was read.
   if (std::find(people.begin(), people.end(), self) == people.end()) people.push_back(self);
   return people;
@@ -99,8 +98,8 @@ std::optional<std::string> IndexedContactRecord::recordValue(RecordProperty prop
 }
 
 std::optional<std::string> IndexedContactRecord::compositeName() const {
-  const auto handle = _handle.lock();
-  return pellor::compositeName(_contact.card, handle && handle->writesSurnameFirst());
+  const auto owner = _owner.lock();
+  return pellor::compositeName(_contact.card, owner && owner->writesSurnameFirst());
 }
 
 std::optional<std::string> IndexedContactRecord::shortName() const {
@@ -119,7 +118,7 @@ std::optional<MultiValue> IndexedContactRecord::copyMultiValue(RecordProperty pr
 
 void IndexedContactRecord::setRecordValue(RecordProperty property, RecordValue value) {
   _isEdited = true;
-  if (const auto handle = _handle.lock()) handle->_hasEditedRecords = true;
+  if (const auto owner = _owner.lock()) owner->noteEdit();
   if (auto* values = std::get_if<MultiValue>(&value)) {
     if (property == RecordProperty::phone) _phones = std::move(*values);
     if (property == RecordProperty::email) _emails = std::move(*values);

@@ -6,17 +6,16 @@
 #include <string>
 #include <vector>
 
-#include "pellor/linux/contacts/internal/ContactIndex.h"
+#include "pellor/linux/contacts/internal/IndexedContact.h"
+#include "pellor/linux/contacts/internal/IndexedRecordOwner.h"
 #include "pellor/platform/AddressBookStore.h"
 
 namespace pellor {
 
-class IndexedAddressBookHandle;
-
 /// The values are those of the last time when the handle was asked for the record.
 class IndexedContactRecord final : public ContactRecord, public std::enable_shared_from_this<IndexedContactRecord> {
  public:
-  IndexedContactRecord(std::weak_ptr<IndexedAddressBookHandle> handle, IndexedContact contact);
+  IndexedContactRecord(std::weak_ptr<IndexedRecordOwner> owner, IndexedContact contact);
 
   /// Takes the values that the index has now; those that were set on this handle stay.
   void refresh(IndexedContact contact);
@@ -41,7 +40,7 @@ class IndexedContactRecord final : public ContactRecord, public std::enable_shar
  private:
   void takeMultiValues();
 
-  const std::weak_ptr<IndexedAddressBookHandle> _handle;
+  const std::weak_ptr<IndexedRecordOwner> _owner;
   IndexedContact _contact;
   MultiValue _phones;
   MultiValue _emails;
