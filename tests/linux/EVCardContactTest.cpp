@@ -91,7 +91,7 @@ TEST(EVCardContact, ReadsWhatCardsInTheWildLookLike) {
 
 TEST(EVCardContact, RefusesWhatIsNoCardOrHalfOfOne) {
   const std::string texts[] = {"", "A letter\n", "BEGIN:VCARD\nFN:A\n", "END:VCARD\nBEGIN:VCARD\n",
-                               card("FN:A\r\n") + '\0'};
+                               card("FN:A" + std::string(1, '\0') + "\r\n")};
   for (const std::string& text : texts) {
     const CardReading reading = readContactCard(text);
     EXPECT_FALSE(reading.card) << text;
@@ -114,7 +114,7 @@ TEST(EVCardContact, KeepsTheParsersWarningsOffStandardError) {
   testing::internal::CaptureStderr();
   const CardReading reading = readContactCard(card("FN:A\r\nNOTE;ENCODING=zzz:hello\r\n") + card("FN:B\r\n"));
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-  ASSERT_EQ(reading.remarks.size(), 2U);
+  ASSERT_EQ(reading.remarks.size(), 1U);
   EXPECT_NE(reading.remarks[0].find("zzz"), std::string::npos);
 }
 

@@ -77,7 +77,7 @@ TEST_F(SmallIndex, ASingleBitNeverMakesOtherContacts) {
     ASSERT_EQ(told(*openIndex()), whole) << "bit " << bit;
     madeAnew += log->count("is made anew");
   }
-  EXPECT_GT(madeAnew, count / 2) << "most pages were looked at";
+  EXPECT_GT(madeAnew, count / 3) << "the pages that a look-up needs were looked at";
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ struct CardSignature {
 
 struct CardContent {
   CardSignature signature;          ///< from before the content was read
-  std::optional<std::string> text;  ///< the vCard; absent when it cannot be read
+  std::optional<std::string> text;  ///< the vCard, or several; absent when it cannot be read
   std::string problem;              ///< why it cannot
   bool isMissing = false;           ///< whether there is no such card any more
 };

@@ -10,8 +10,6 @@ namespace pellor {
 namespace {
 
 constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
-constexpr std::string_view Begin = "begin:vcard";
-constexpr std::string_view End = "end:vcard";
 
 unsigned char byteAt(std::string_view bytes, std::size_t index) { return static_cast<unsigned char>(bytes[index]); }
 
@@ -31,8 +29,6 @@ void forEachLine(std::string_view text, Visit visit) {
     text.remove_prefix(std::min(end + 1, text.size()));
   }
 }
-
-bool isLine(std::string_view line, std::string_view wanted) { return lowerCased(cleanCardText(line)) == wanted; }
 
 std::size_t sequenceLength(unsigned char first) {
   if (first < 0x80) return 1;
@@ -77,30 +73,6 @@ std::string withoutCharset(std::string_view line) {
 bool isContinuation(std::string_view line) { return line.starts_with(' ') || line.starts_with('\t'); }
 
 }  // namespace
-
-std::string problemOfCardText(std::string_view text) {
-  if (text.empty()) return "the file is empty";
-  if (text.find('\0') != std::string_view::npos) return "the file holds a zero byte";
-  bool begun = false;
-  bool ended = false;
-  if (text.starts_with(ByteOrderMark)) text.remove_prefix(ByteOrderMark.size());
-  forEachLine(text, [&](std::string_view line) {
-    begun = begun || isLine(line, Begin);
-    ended = ended || (begun && isLine(line, End));
-  });
-  if (!begun) return "the file holds no BEGIN:VCARD";
-  return ended ? "" : "the file holds no END:VCARD";
-}
-
-std::size_t cardCount(std::string_view text) {
-  std::size_t count = 0;
-  std::size_t depth = 0;
-  forEachLine(text, [&](std::string_view line) {
-    if (isLine(line, Begin) && depth++ == 0) ++count;
-    if (isLine(line, End) && depth > 0) --depth;
-  });
-  return count;
-}
 
 std::string asUtf8Card(std::string_view text) {
   if (text.starts_with(ByteOrderMark)) text.remove_prefix(ByteOrderMark.size());

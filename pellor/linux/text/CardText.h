@@ -9,12 +9,6 @@
 
 namespace pellor {
 
-/// Why the text cannot be a card: empty, a zero byte, no BEGIN:VCARD or no END:VCARD; empty when it can.
-std::string problemOfCardText(std::string_view text);
-
-/// How many cards follow one another; a card inside another one is not counted.
-std::size_t cardCount(std::string_view text);
-
 /// The text as UTF-8 without a byte order mark. Lines that are no UTF-8 are taken for Latin-1 and lose their CHARSET.
 std::string asUtf8Card(std::string_view text);
 

@@ -126,7 +126,7 @@ CardContent ContactFolder::read(const std::string& card) {
   content.signature = signatureOf(status);
   if (!S_ISREG(status.st_mode)) return unusable(content, "it is no regular file");
   if (!isUtf8(card)) return unusable(content, "its name is no UTF-8");
-  if (status.st_size > ContactFileSizeLimit) return unusable(content, "it is too large for a card");
+  if (status.st_size > ContactFileSizeLimit) return unusable(content, "it is too large");
   std::string text(static_cast<std::size_t>(status.st_size), '\0');
   const ssize_t size = readFully(file.get(), text);
   if (size < 0) return unreadable(errno);

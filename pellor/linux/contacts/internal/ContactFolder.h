@@ -1,4 +1,4 @@
-// The contacts folder: a vdir, one vCard a file.
+// The contacts folder: files of vCards, as in a vdir, which has one a file.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +14,8 @@
 
 namespace pellor {
 
-/// The largest file that is taken for a card: a card with a picture has some hundred kilobytes.
-inline constexpr std::int64_t ContactFileSizeLimit = std::int64_t{8} * 1024 * 1024;
+/// The largest file of cards that is read.
+inline constexpr std::int64_t ContactFileSizeLimit = std::int64_t{512} * 1024 * 1024;
 
 /// The file in the contacts folder that lists the favorites.
 inline constexpr std::string_view FavoritesFileName = "favorites";

@@ -19,14 +19,36 @@ namespace pellor {
 namespace {
 
 constexpr const char* FileName = "contacts-index.sqlite";
-constexpr std::int64_t LayoutVersion = 3;
+constexpr std::int64_t LayoutVersion = 4;
+// One card a file. Brought to today's layout where it is met.
+constexpr std::int64_t SingleCardsVersion = 3;
 constexpr std::int32_t HighestFirstSequence = 1 << 30;
 
-// `claim` is the name of a card if no other file had it: its UID, else its file's name. `problem` is why the file
-// cannot be used as it is now; the last good content stays. The sequence of an identity is that of the last change of
+// A file's `hash` is that of its text, null where that could not be read. `claim` is what a card is known by if no
+// other card claims it: its UID, which `has_uid` tells, else what `readCardFile` says; `own` is what it is known by if
+// another one does. `text` and `content` are the hashes of the card's text and of its values. What is not good of a
+// file now is among its faults; the last good content stays. The sequence of an identity is that of the last change of
 // its record or of one that it is or was linked with; identities stay when their records go.
 //
 // Each page carries a checksum: a row that is wrong, and one that is no longer found, would unlink friends.
+constexpr std::array CardTables = {
+    "CREATE TABLE files (folder INTEGER NOT NULL, name TEXT NOT NULL, inode INTEGER, size INTEGER, modified INTEGER,"
+    " changed INTEGER, hash INTEGER, PRIMARY KEY (folder, name)) WITHOUT ROWID",
+    "CREATE TABLE cards (card INTEGER PRIMARY KEY, folder INTEGER NOT NULL, file TEXT NOT NULL, text INTEGER,"
+    " content INTEGER, claim TEXT NOT NULL, has_uid INTEGER NOT NULL, own TEXT NOT NULL, guid TEXT, id INTEGER,"
+    " link INTEGER NOT NULL DEFAULT -1, kind INTEGER, given TEXT, family TEXT, additional TEXT, prefix TEXT,"
+    " suffix TEXT, formatted TEXT, nickname TEXT, organization TEXT, note TEXT, derived INTEGER, phones TEXT,"
+    " emails TEXT, favorite INTEGER, place INTEGER, links TEXT, antilinks TEXT)",
+    "CREATE INDEX cards_by_file ON cards (folder, file)",
+    "CREATE INDEX cards_by_id ON cards (folder, id)",
+    "CREATE INDEX cards_by_guid ON cards (folder, guid)",
+    "CREATE INDEX cards_by_claim ON cards (folder, claim, file)",
+    "CREATE INDEX cards_by_link ON cards (folder, link, id)",
+    "CREATE INDEX cards_with_links ON cards (folder) WHERE links<>'' OR antilinks<>''",
+    "CREATE TABLE faults (folder INTEGER NOT NULL, file TEXT NOT NULL, number INTEGER NOT NULL, name TEXT NOT NULL,"
+    " reason TEXT NOT NULL, PRIMARY KEY (folder, file, number)) WITHOUT ROWID",
+};
+
 constexpr std::array Tables = {
     "CREATE TABLE counter (sequence INTEGER NOT NULL)",
     "CREATE TABLE folders (folder INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, uid TEXT NOT NULL,"
@@ -34,23 +56,27 @@ constexpr std::array Tables = {
     "CREATE TABLE identities (id INTEGER PRIMARY KEY AUTOINCREMENT, folder INTEGER NOT NULL, guid TEXT NOT NULL,"
     " sequence INTEGER NOT NULL DEFAULT 0, UNIQUE (folder, guid))",
     "CREATE INDEX identities_by_sequence ON identities (folder, sequence)",
-    "CREATE TABLE cards (card INTEGER PRIMARY KEY, folder INTEGER NOT NULL, file TEXT NOT NULL,"
-    " inode INTEGER, size INTEGER, modified INTEGER, changed INTEGER, hash INTEGER, problem TEXT,"
-    " claim TEXT, guid TEXT, id INTEGER, link INTEGER NOT NULL DEFAULT -1, kind INTEGER, given TEXT, family TEXT,"
-    " additional TEXT, prefix TEXT, suffix TEXT, formatted TEXT, nickname TEXT, organization TEXT, note TEXT,"
-    " derived INTEGER, phones TEXT, emails TEXT, favorite INTEGER, place INTEGER, links TEXT, antilinks TEXT,"
-    " UNIQUE (folder, file))",
-    "CREATE INDEX cards_by_id ON cards (folder, id)",
-    "CREATE INDEX cards_by_guid ON cards (folder, guid)",
-    "CREATE INDEX cards_by_claim ON cards (folder, claim, file)",
-    "CREATE INDEX cards_by_link ON cards (folder, link, id)",
-    "CREATE INDEX cards_with_links ON cards (folder) WHERE links<>'' OR antilinks<>''",
     "CREATE TABLE destinations (destination TEXT NOT NULL, card INTEGER NOT NULL REFERENCES cards ON DELETE CASCADE,"
     " PRIMARY KEY (destination, card)) WITHOUT ROWID",
     "CREATE INDEX destinations_by_card ON destinations (card)",
     "CREATE TABLE names (name TEXT NOT NULL, card INTEGER NOT NULL REFERENCES cards ON DELETE CASCADE,"
     " PRIMARY KEY (name, card)) WITHOUT ROWID",
     "CREATE INDEX names_by_card ON names (card)",
+};
+
+// Records keep their identifiers, and programs the numbers that they remember. The files count as changed: what became
+// of their cards the next look at them tells.
+constexpr std::array StepsFromSingleCards = {
+    "CREATE TEMP TABLE former AS SELECT * FROM main.cards WHERE id IS NOT NULL",
+    "DROP TABLE main.cards",
+};
+constexpr std::array StepsToManyCards = {
+    "INSERT INTO files (folder, name, inode, size, modified, changed) SELECT folder, file, 0, 0, 0, 0 FROM former",
+    "INSERT INTO cards SELECT card, folder, file, 0, 0, claim, claim<>file, file, guid, id, link, kind, given, family,"
+    " additional, prefix, suffix, formatted, nickname, organization, note, derived, phones, emails, favorite, place,"
+    " links, antilinks FROM former",
+    "DROP TABLE former",
+    "UPDATE folders SET derivation=''",
 };
 
 /// Why a file is put aside.
@@ -68,8 +94,21 @@ void setFirstSequence(const SQLiteDatabase& database) {
 
 void makeTables(const SQLiteDatabase& database) {
   SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
+  for (const char* table : CardTables) database.execute(table);
   for (const char* table : Tables) database.execute(table);
   setFirstSequence(database);
+  database.execute("PRAGMA user_version=" + std::to_string(LayoutVersion));
+  transaction.commit();
+}
+
+// Before foreign keys are looked after: the rows that name cards stay.
+void bringToManyCards(const SQLiteDatabase& database) {
+  SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
+  // Another process may have been faster.
+  if (database.integer("PRAGMA user_version") != SingleCardsVersion) return;
+  for (const char* step : StepsFromSingleCards) database.execute(step);
+  for (const char* table : CardTables) database.execute(table);
+  for (const char* step : StepsToManyCards) database.execute(step);
   database.execute("PRAGMA user_version=" + std::to_string(LayoutVersion));
   transaction.commit();
 }
@@ -82,10 +121,12 @@ bool isSound(const SQLiteDatabase& database) {
 void prepareDatabase(const SQLiteDatabase& database, IndexCheck check, bool isInMemory = false) {
   const std::int64_t version = database.integer("PRAGMA user_version");
   const bool isEmpty = database.integer("SELECT count(*) FROM sqlite_schema") == 0;
-  if (!isEmpty && version != LayoutVersion) throw UnusableIndex("is of an unknown layout");
+  const bool hasSingleCards = version == SingleCardsVersion;
+  if (!isEmpty && version != LayoutVersion && !hasSingleCards) throw UnusableIndex("is of an unknown layout");
   if (!isInMemory && !database.hasCheckedPages()) throw UnusableIndex("is damaged");
   if (check == IndexCheck::thorough && !isSound(database)) throw UnusableIndex("is damaged");
   database.execute("PRAGMA synchronous=FULL");
+  if (hasSingleCards) bringToManyCards(database);
   database.execute("PRAGMA foreign_keys=ON");
   if (isEmpty) makeTables(database);
 }

@@ -22,6 +22,13 @@ void bindSignature(SQLiteStatement& statement, int parameter, const CardSignatur
 
 std::int32_t recordIn(const SQLiteStatement& row, int column) { return static_cast<std::int32_t>(row.integer(column)); }
 
+// As a line of the log says it.
+std::string textOf(const CardFault& fault) {
+  if (fault.number == 0) return "is ignored: " + fault.reason;
+  const std::string name = fault.name.empty() ? "" : " (" + fault.name + ")";
+  return "card " + std::to_string(fault.number) + name + " is ignored: " + fault.reason;
+}
+
 CardSignature signatureOfRow(const SQLiteStatement& row, int column) {
   return {{row.integer(column), row.integer(column + 1), row.integer(column + 2), row.integer(column + 3)}};
 }
@@ -30,7 +37,7 @@ CardSignature signatureOfRow(const SQLiteStatement& row, int column) {
 
 std::map<std::string, CardSignature> indexedSignatures(SQLiteStatements& statements, std::int64_t folder) {
   std::map<std::string, CardSignature> signatures;
-  const auto row = statements.use("SELECT file, inode, size, modified, changed FROM cards WHERE folder=?");
+  const auto row = statements.use("SELECT name, inode, size, modified, changed FROM files WHERE folder=?");
   row->bind(1, folder);
   while (row->step()) signatures.emplace(row->text(0), signatureOfRow(*row.operator->(), 1));
   return signatures;
@@ -44,19 +51,19 @@ std::map<std::string, CardSignature> signaturesOf(CardSource& source, const std:
   return present;
 }
 
-struct ContactIndexUpdate::FileEntry {
-  std::int32_t record = 0;  // none without a card
-  std::int64_t hash = 0;
-  std::string problem;
-  std::string claim;
-  bool hasCard() const { return record != 0; }
+struct ContactIndexUpdate::Claimant {
+  std::int64_t card;
+  std::string file;
+  std::string own;
+  std::string guid;
+  std::int32_t record;
 };
 
 std::map<std::string, CardSignature> ContactIndexUpdate::indexed(const FolderChange& change) {
   if (change.everything) return indexedSignatures(_statements, _folder);
   std::map<std::string, CardSignature> signatures;
   for (const std::string& file : change.names) {
-    const auto row = _statements.use("SELECT inode, size, modified, changed FROM cards WHERE folder=? AND file=?");
+    const auto row = _statements.use("SELECT inode, size, modified, changed FROM files WHERE folder=? AND name=?");
     row->bind(1, _folder).bind(2, file);
     if (row->step()) signatures.emplace(file, signatureOfRow(*row.operator->(), 0));
   }
@@ -82,88 +89,126 @@ void ContactIndexUpdate::bringInStep(const std::map<std::string, CardSignature>&
   finish();
 }
 
-ContactIndexUpdate::FileEntry ContactIndexUpdate::storedFile(const std::string& file) {
-  const auto row = _statements.use("SELECT id, hash, problem, claim FROM cards WHERE folder=? AND file=?");
+// Before anything else is known of it: a file that is only touched is not looked at any closer.
+bool ContactIndexUpdate::isTextOfFile(const std::string& file, std::int64_t hash) {
+  const auto row = _statements.use("SELECT 1 FROM files WHERE folder=? AND name=? AND hash=?");
+  return row->bind(1, _folder).bind(2, file).bind(3, hash).step();
+}
+
+std::vector<StoredCard> ContactIndexUpdate::storedCards(const std::string& file) {
+  std::vector<StoredCard> cards;
+  const auto row = _statements.use(
+      "SELECT card, id, text, content, claim, has_uid, formatted FROM cards WHERE folder=? AND file=? ORDER BY card");
   row->bind(1, _folder).bind(2, file);
-  if (!row->step()) return {};
-  return {recordIn(*row.operator->(), 0), row->integer(1), row->text(2), row->text(3)};
+  while (row->step())
+    cards.push_back({row->integer(0), recordIn(*row.operator->(), 1), row->integer(2), row->integer(3), row->text(4),
+                     row->integer(5) != 0, row->text(6)});
+  return cards;
 }
 
 void ContactIndexUpdate::removeFile(const std::string& file) {
-  const FileEntry stored = storedFile(file);
-  if (stored.hasCard()) {
-    touch(stored.claim);
-    markChanged(stored.record);
-    _hasChanged = true;
-    --_growth;
-  }
-  const auto statement = _statements.use("DELETE FROM cards WHERE folder=? AND file=?");
+  for (const StoredCard& card : storedCards(file)) removeCard(card);
+  storeFaults(file, {});
+  const auto statement = _statements.use("DELETE FROM files WHERE folder=? AND name=?");
   statement->bind(1, _folder).bind(2, file).run();
+}
+
+void ContactIndexUpdate::removeCard(const StoredCard& card) {
+  touch(card.claim);
+  markChanged(card.record);
+  _hasChanged = true;
+  --_growth;
+  _statements.use("DELETE FROM cards WHERE card=?")->bind(1, card.row).run();
 }
 
 void ContactIndexUpdate::readFile(const std::string& file) {
-  CardContent content = _source.read(file);
+  const CardContent content = _source.read(file);
   ++_cardsRead;
   if (content.isMissing) return removeFile(file);
-  const FileEntry stored = storedFile(file);
-  if (!content.text) return storeProblem(file, stored, content);
-  if (stored.hasCard() && stored.hash == contentHash(*content.text)) return storeSignature(file, content.signature);
-  CardReading reading = readContactCard(*content.text);
-  content.problem = reading.problem;
-  if (!reading.card) return storeProblem(file, stored, content);
-  storeCard(file, stored, content, std::move(reading));
+  if (!content.text) {
+    storeFile(file, content.signature, std::nullopt);
+    return storeFaults(file, {{0, {}, content.problem, false, !storedCards(file).empty()}});
+  }
+  const std::int64_t hash = contentHash(*content.text);
+  const bool isTouched = isTextOfFile(file, hash);
+  storeFile(file, content.signature, hash);
+  if (isTouched) return;
+  const std::vector<StoredCard> stored = storedCards(file);
+  storeReading(file, stored, readCardFile(*content.text, file, stored));
 }
 
-void ContactIndexUpdate::addFile(const std::string& file) {
-  const auto statement = _statements.use("INSERT OR IGNORE INTO cards (folder, file) VALUES (?, ?)");
-  statement->bind(1, _folder).bind(2, file).run();
+void ContactIndexUpdate::storeFile(const std::string& file, const CardSignature& signature,
+                                   std::optional<std::int64_t> hash) {
+  const auto statement = _statements.use("INSERT OR REPLACE INTO files VALUES (?,?,?,?,?,?,?)");
+  statement->bind(1, _folder).bind(2, file);
+  bindSignature(*statement.operator->(), 3, signature);
+  if (hash) statement->bind(7, *hash);
+  statement->run();
 }
 
-// What was good of the file stays: half a card is seen whenever somebody is just writing it, and a contact that goes
-// away for a moment would cost a friend its link.
-void ContactIndexUpdate::storeProblem(const std::string& file, const FileEntry& stored, const CardContent& content) {
-  const std::string kept = stored.hasCard() ? "; its last good content is used" : "";
-  if (content.problem != stored.problem) _lines.push_back({file, "is ignored: " + content.problem + kept});
-  addFile(file);
-  const auto statement =
-      _statements.use("UPDATE cards SET inode=?, size=?, modified=?, changed=?, problem=? WHERE folder=? AND file=?");
-  bindSignature(*statement.operator->(), 1, content.signature);
-  statement->bind(5, content.problem).bind(6, _folder).bind(7, file).run();
+// What was good of a file stays where its cards cannot be read: half a card is seen whenever somebody is just writing
+// it, and a contact that goes away for a moment would cost a friend its link.
+void ContactIndexUpdate::storeReading(const std::string& file, const std::vector<StoredCard>& stored,
+                                      CardFileReading reading) {
+  for (const std::size_t place : reading.gone) removeCard(stored[place]);
+  for (FileCard& card : reading.cards) {
+    if (card.card) storeCard(file, std::move(card), card.former ? &stored[*card.former] : nullptr);
+  }
+  storeFaults(file, reading.faults);
 }
 
-void ContactIndexUpdate::storeSignature(const std::string& file, const CardSignature& signature) {
-  const auto statement = _statements.use(
-      "UPDATE cards SET inode=?, size=?, modified=?, changed=?, problem=NULL WHERE folder=? AND file=?");
-  bindSignature(*statement.operator->(), 1, signature);
-  statement->bind(5, _folder).bind(6, file).run();
+void ContactIndexUpdate::storeFaults(const std::string& file, const std::vector<CardFault>& faults) {
+  std::set<std::string> known;
+  {
+    const auto row = _statements.use("SELECT number, name, reason FROM faults WHERE folder=? AND file=?");
+    row->bind(1, _folder).bind(2, file);
+    while (row->step()) known.insert(textOf({static_cast<std::size_t>(row->integer(0)), row->text(1), row->text(2)}));
+  }
+  if (!known.empty())
+    _statements.use("DELETE FROM faults WHERE folder=? AND file=?")->bind(1, _folder).bind(2, file).run();
+  for (const CardFault& fault : faults) {
+    _statements.use("INSERT INTO faults VALUES (?,?,?,?,?)")
+        ->bind(1, _folder)
+        .bind(2, file)
+        .bind(3, static_cast<std::int64_t>(fault.number))
+        .bind(4, fault.name)
+        .bind(5, fault.reason)
+        .run();
+    const char* kept = fault.isReplaced ? "; its last good content is used" : "";
+    if (!known.contains(textOf(fault))) _lines.push_back({file, textOf(fault) + kept});
+  }
 }
 
-void ContactIndexUpdate::storeCard(const std::string& file, const FileEntry& stored, const CardContent& content,
-                                   CardReading reading) {
-  addFile(file);
-  storeSignature(file, content.signature);
-  const std::string claim = reading.card->uid.value_or(file);
-  const CardBinding binding(*reading.card);
-  static const std::string update = "UPDATE cards SET (hash, claim, " + std::string(CardColumns) +
-                                    ") = (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?) WHERE folder=? AND file=?";
+std::int64_t ContactIndexUpdate::rowFor(const std::string& file, const FileCard& card, const StoredCard* former) {
+  if (!former) {
+    const auto row =
+        _statements.use("INSERT INTO cards (folder, file, claim, has_uid, own) VALUES (?,?,?,0,'') RETURNING card");
+    row->bind(1, _folder).bind(2, file).bind(3, card.claim).step();
+    ++_growth;
+    return row->integer(0);
+  }
+  touch(former->claim);
+  markChanged(former->record);
+  return former->row;
+}
+
+void ContactIndexUpdate::storeCard(const std::string& file, FileCard card, const StoredCard* former) {
+  const std::int64_t row = rowFor(file, card, former);
+  touch(card.claim);
+  const CardBinding binding(*card.card);
+  static const std::string update = "UPDATE cards SET (text, content, claim, has_uid, own, " +
+                                    std::string(CardColumns) +
+                                    ") = (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?) WHERE card=?";
   {
     const auto statement = _statements.use(update);
-    statement->bind(1, contentHash(*content.text)).bind(2, claim);
-    const int next = binding.bindTo(*statement.operator->(), 3);
-    statement->bind(next, _folder).bind(next + 1, file).run();
+    statement->bind(1, card.textHash).bind(2, card.valueHash).bind(3, card.claim);
+    statement->bind(4, std::int64_t{card.hasUID}).bind(5, card.ownName);
+    const int next = binding.bindTo(*statement.operator->(), 6);
+    statement->bind(next, row).run();
   }
-  touch(claim);
-  if (stored.hasCard()) {
-    touch(stored.claim);
-    markChanged(stored.record);
-  } else {
-    ++_growth;
-  }
-  const auto row = _statements.use("SELECT card FROM cards WHERE folder=? AND file=?");
-  row->bind(1, _folder).bind(2, file).step();
-  _changedCards.insert(row->integer(0));
+  _changedCards.insert(row);
   _hasChanged = true;
-  for (std::string& remark : reading.remarks) _lines.push_back({file, std::move(remark)});
+  for (std::string& remark : card.remarks) _lines.push_back({file, std::move(remark)});
 }
 
 void ContactIndexUpdate::touch(const std::string& claim) {
@@ -188,27 +233,27 @@ void ContactIndexUpdate::finish() {
   if (_hasChanged) settleLinks();
 }
 
-void ContactIndexUpdate::settleClaim(const std::string& claim) {
-  struct Claimant {
-    std::int64_t card;
-    std::string file;
-    std::string guid;
-    std::int32_t record;
-  };
+// By file; in one file the card that has the claim keeps it, whichever place the others have.
+std::vector<ContactIndexUpdate::Claimant> ContactIndexUpdate::claimantsOf(const std::string& claim) {
   std::vector<Claimant> claimants;
-  {
-    const auto row = _statements.use("SELECT card, file, guid, id FROM cards WHERE folder=? AND claim=? ORDER BY file");
-    row->bind(1, _folder).bind(2, claim);
-    while (row->step())
-      claimants.push_back({row->integer(0), row->text(1), row->text(2), recordIn(*row.operator->(), 3)});
-  }
+  const auto row = _statements.use(
+      "SELECT card, file, own, guid, id FROM cards WHERE folder=? AND claim=?"
+      " ORDER BY file, guid IS NOT claim, content, card");
+  row->bind(1, _folder).bind(2, claim);
+  while (row->step())
+    claimants.push_back({row->integer(0), row->text(1), row->text(2), row->text(3), recordIn(*row.operator->(), 4)});
+  return claimants;
+}
+
+void ContactIndexUpdate::settleClaim(const std::string& claim) {
+  const std::vector<Claimant> claimants = claimantsOf(claim);
   for (const Claimant& claimant : claimants) {
-    const std::string& first = claimants.front().file;
-    const std::string ownName = claimant.file == claim ? "file:" + claimant.file : claimant.file;
-    const std::string& guid = claimant.file == first ? claim : ownName;
+    const Claimant& first = claimants.front();
+    const std::string ownName = claimant.own == claim ? "file:" + claimant.own : claimant.own;
+    const std::string& guid = &claimant == &first ? claim : ownName;
     if (guid == claimant.guid) continue;
-    if (claimant.file != first)
-      _lines.push_back({claimant.file, "repeats the UID of " + first + " and gets its name for one"});
+    if (&claimant != &first)
+      _lines.push_back({claimant.file, "repeats the UID of " + first.file + " and gets its name for one"});
     const std::int32_t identity = identityOf(guid);
     markChanged(identity);
     if (claimant.record != 0) markChanged(claimant.record);

@@ -4,13 +4,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "pellor/linux/contacts/CardSource.h"
+#include "pellor/linux/contacts/internal/CardFile.h"
 #include "pellor/linux/contacts/internal/ContactIndexOptions.h"
-#include "pellor/linux/contacts/internal/EVCardContact.h"
 #include "pellor/linux/files/FolderChange.h"
 #include "pellor/linux/sqlite/SQLiteStatements.h"
 
@@ -50,20 +51,24 @@ class ContactIndexUpdate {
   const std::vector<Line>& lines() const { return _lines; }
 
  private:
-  struct FileEntry;
+  struct Claimant;
 
   std::map<std::string, CardSignature> indexed(const FolderChange& change);
   void removeFile(const std::string& file);
   void readFile(const std::string& file);
-  FileEntry storedFile(const std::string& file);
-  void storeProblem(const std::string& file, const FileEntry& stored, const CardContent& content);
-  void storeSignature(const std::string& file, const CardSignature& signature);
-  void storeCard(const std::string& file, const FileEntry& stored, const CardContent& content, CardReading reading);
-  void addFile(const std::string& file);
+  bool isTextOfFile(const std::string& file, std::int64_t hash);
+  std::vector<StoredCard> storedCards(const std::string& file);
+  void storeFile(const std::string& file, const CardSignature& signature, std::optional<std::int64_t> hash);
+  void storeReading(const std::string& file, const std::vector<StoredCard>& stored, CardFileReading reading);
+  void storeFaults(const std::string& file, const std::vector<CardFault>& faults);
+  void storeCard(const std::string& file, FileCard card, const StoredCard* former);
+  std::int64_t rowFor(const std::string& file, const FileCard& card, const StoredCard* former);
+  void removeCard(const StoredCard& card);
   void touch(const std::string& claim);
   void markChanged(std::int32_t record);
   void finish();
   void settleClaim(const std::string& claim);
+  std::vector<Claimant> claimantsOf(const std::string& claim);
   std::int32_t identityOf(const std::string& guid);
   void derive(std::int64_t card);
   void addDestination(std::int64_t card, const std::string& value);

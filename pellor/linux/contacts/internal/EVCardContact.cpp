@@ -8,6 +8,7 @@
 
 #include "pellor/linux/contacts/internal/CardBounds.h"
 #include "pellor/linux/contacts/internal/EVCardLibrary.h"
+#include "pellor/linux/text/CardPieces.h"
 #include "pellor/linux/text/CardText.h"
 #include "pellor/linux/text/TextLimits.h"
 
@@ -225,18 +226,17 @@ std::string remarkOf(const Excess& excess) {
 
 }  // namespace
 
-CardReading readContactCard(std::string text) {
+CardReading readContactCard(std::string_view text) {
   CardReading reading;
-  reading.problem = problemOfCardText(text);
+  const CardPieces pieces = cardPieces(text);
+  reading.problem = pieces.pieces.empty() ? "it is empty" : pieces.pieces.front().problem;
   if (!reading.problem.empty()) return reading;
-  text = asUtf8Card(text);
-  const BoundedCard bounded = boundedCard(text);
+  const BoundedCard bounded = boundedCard(asUtf8Card(pieces.pieces.front().text));
   ParsedCard parsed = parseCard(bounded.text);
   Excess excess{0, bounded.leftOut};
   reading.card = contactCard(parsed.properties, bounded.text, excess);
   reading.remarks = std::move(parsed.warnings);
   reading.remarks.resize(std::min(reading.remarks.size(), MostWarnings));
-  if (cardCount(text) > 1) reading.remarks.emplace_back("the file holds further cards; the first one counts");
   if (excess.cutNames + excess.leftOut > 0) reading.remarks.push_back(remarkOf(excess));
   return reading;
 }

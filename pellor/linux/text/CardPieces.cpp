@@ -1,0 +1,191 @@
+#include "pellor/linux/text/CardPieces.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <utility>
+
+#include "pellor/linux/text/CardText.h"
+
+namespace pellor {
+
+namespace {
+
+constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::string_view LittleEndianMark = "\xFF\xFE";
+constexpr std::string_view BigEndianMark = "\xFE\xFF";
+constexpr std::string_view Begin = "begin:vcard";
+constexpr std::string_view End = "end:vcard";
+constexpr std::uint32_t Replacement = 0xFFFD;
+
+void appendUtf8(std::string& text, std::uint32_t code) {
+  const auto append = [&text](std::uint32_t byte) { text += static_cast<char>(byte); };
+  if (code < 0x80) return append(code);
+  if (code < 0x800) {
+    append(0xC0 | (code >> 6));
+  } else {
+    if (code < 0x10000) {
+      append(0xE0 | (code >> 12));
+    } else {
+      append(0xF0 | (code >> 18));
+      append(0x80 | ((code >> 12) & 0x3F));
+    }
+    append(0x80 | ((code >> 6) & 0x3F));
+  }
+  append(0x80 | (code & 0x3F));
+}
+
+std::string fromUtf16(std::string_view bytes, bool isLittleEndian) {
+  const auto unitAt = [&](std::size_t at) -> std::uint32_t {
+    const auto first = static_cast<unsigned char>(bytes[at]);
+    const auto second = static_cast<unsigned char>(bytes[at + 1]);
+    return isLittleEndian ? first | (second << 8U) : (first << 8U) | second;
+  };
+  std::string text;
+  text.reserve(bytes.size() / 2);
+  for (std::size_t at = 0; at + 1 < bytes.size(); at += 2) {
+    const std::uint32_t unit = unitAt(at);
+    if (unit < 0xD800 || unit > 0xDFFF) {
+      appendUtf8(text, unit);
+      continue;
+    }
+    const std::uint32_t next = unit < 0xDC00 && at + 3 < bytes.size() ? unitAt(at + 2) : 0;
+    const bool isPair = next >= 0xDC00 && next <= 0xDFFF;
+    appendUtf8(text, isPair ? 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00) : Replacement);
+    if (isPair) at += 2;
+  }
+  if (bytes.size() % 2 != 0) appendUtf8(text, Replacement);
+  return text;
+}
+
+char lowerCased(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
+bool isSame(std::string_view text, std::string_view lowerCase) {
+  return std::ranges::equal(text, lowerCase, {}, [](char c) { return lowerCased(c); });
+}
+
+bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+
+std::string_view withoutBlanksAtEnd(std::string_view line) {
+  while (!line.empty() && isBlank(line.back())) line.remove_suffix(1);
+  return line;
+}
+
+bool isLine(std::string_view line, std::string_view wanted) { return isSame(withoutBlanksAtEnd(line), wanted); }
+
+/// Whether lines end with a carriage return alone, as the first line of a card tells.
+bool endsLinesWithReturns(std::string_view text) {
+  constexpr std::string_view card = "vcard";
+  for (std::size_t at = text.find('\r'); at != std::string_view::npos; at = text.find('\r', at + 1)) {
+    const bool isBare = at + 1 < text.size() && text[at + 1] != '\n' && text[at + 1] != '\r';
+    if (isBare && at >= Begin.size() && isSame(text.substr(at - card.size(), card.size()), card)) return true;
+  }
+  return false;
+}
+
+std::string withLineFeeds(std::string_view text) {
+  std::string result;
+  result.reserve(text.size());
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const bool isPair = text[at] == '\r' && at + 1 < text.size() && text[at + 1] == '\n';
+    if (!isPair) result += text[at] == '\r' ? '\n' : text[at];
+  }
+  return result;
+}
+
+class Splitter {
+ public:
+  explicit Splitter(std::string_view text) : _text(text) {}
+
+  CardPieces split() {
+    std::size_t start = 0;
+    while (start < _text.size()) {
+      const std::size_t end = std::min(_text.find('\n', start), _text.size());
+      take(start, _text.substr(start, end - start));
+      start = std::min(end + 1, _text.size());
+    }
+    _result.isCut = _depth > 0;
+    if (_isOpen) close(_text.size(), _depth > 0 ? "it has no END:VCARD" : "it has no BEGIN:VCARD");
+    return std::move(_result);
+  }
+
+ private:
+  void take(std::size_t start, std::string_view line) {
+    if (_depth == 0) return takeOutside(start, line);
+    if (isLine(line, Begin)) {
+      // Version 2.1 writes the card of somebody's agent below this property.
+      if (cardPropertyName(_previous) == "agent") {
+        ++_depth;
+      } else {
+        close(start, "it has no END:VCARD");
+        open(start, 1);
+      }
+    } else if (isLine(line, End) && --_depth == 0) {
+      close(start + line.size(), {});
+    }
+    _previous = line;
+  }
+
+  void takeOutside(std::size_t start, std::string_view line) {
+    if (line.starts_with(ByteOrderMark)) {  // files were put together to one
+      start += ByteOrderMark.size();
+      line.remove_prefix(ByteOrderMark.size());
+    }
+    if (isLine(line, Begin)) {
+      if (_isOpen) close(start, "it has no BEGIN:VCARD");
+      return open(start, 1);
+    }
+    if (!_isOpen && !withoutBlanksAtEnd(line).empty()) open(start, 0);
+    if (isLine(line, End)) close(start + line.size(), "it has no BEGIN:VCARD");
+  }
+
+  void open(std::size_t start, std::size_t depth) {
+    _isOpen = true;
+    _start = start;
+    _depth = depth;
+  }
+
+  void close(std::size_t end, std::string problem) {
+    CardPiece piece{withoutBlanksAtEnd(_text.substr(_start, end - _start)), std::move(problem)};
+    if (piece.problem.empty() && piece.text.find('\0') != std::string_view::npos)
+      piece.problem = "it holds a zero byte";
+    _result.pieces.push_back(std::move(piece));
+    _isOpen = false;
+    _depth = 0;
+  }
+
+  const std::string_view _text;
+  CardPieces _result;
+  std::string_view _previous;
+  std::size_t _start = 0;
+  std::size_t _depth = 0;  // cards inside one another; 0 outside of all
+  bool _isOpen = false;    // a card, or lines that are none
+};
+
+}  // namespace
+
+std::string asCardLines(std::string bytes) {
+  for (const std::string_view mark : {LittleEndianMark, BigEndianMark}) {
+    if (bytes.starts_with(mark))
+      bytes = fromUtf16(std::string_view(bytes).substr(mark.size()), mark == LittleEndianMark);
+  }
+  if (bytes.starts_with(ByteOrderMark)) bytes.erase(0, ByteOrderMark.size());
+  return endsLinesWithReturns(bytes) ? withLineFeeds(bytes) : bytes;
+}
+
+CardPieces cardPieces(std::string_view text) { return Splitter(text).split(); }
+
+std::string rawCardValue(std::string_view card, std::string_view property) {
+  while (!card.empty()) {
+    const std::size_t end = std::min(card.find('\n'), card.size());
+    const std::string_view line = card.substr(0, end);
+    card.remove_prefix(std::min(end + 1, card.size()));
+    const bool isCandidate = line.size() > property.size() && line.size() < 1024;
+    if (!isCandidate || cardPropertyName(line) != property) continue;
+    const std::string_view value = line.substr(std::min(line.find(':'), line.size() - 1) + 1);
+    std::string text = cleanCardText(value);
+    if (isUtf8(text)) return text;
+  }
+  return {};
+}
+
+}  // namespace pellor
