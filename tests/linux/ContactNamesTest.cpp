@@ -71,6 +71,20 @@ TEST(ContactNames, WritesTheFullNameAsTheLocaleDoes) {
   EXPECT_EQ(compositeName(ContactCard(), false), std::nullopt);
 }
 
+TEST(ContactNames, ACardWithoutNamePartsGoesByWhatItHas) {
+  ContactCard card;
+  card.organization = "Club";
+  EXPECT_EQ(compositeName(card, false), "Club");
+  card.nickname = "Bee";
+  for (const CardKind kind : {CardKind::person, CardKind::organization}) {
+    card.kind = kind;
+    EXPECT_EQ(compositeName(card, false), "Bee");
+    EXPECT_EQ(searchableNames(card), (std::vector<std::string>{"Club", "Bee"}));
+  }
+  card.formattedName = "The keeper";
+  EXPECT_EQ(compositeName(card, true), "The keeper");
+}
+
 using Sets = std::map<std::int32_t, std::int32_t>;
 
 /// The rules taken literally: for each link all members of both sets are looked at.

@@ -112,7 +112,12 @@ Order orderOf(const ContactCard& card, bool surnameFirst) {
 }  // namespace
 
 std::optional<std::string> compositeName(const ContactCard& card, bool surnameFirst) {
-  if (!hasNameParts(card)) return card.formattedName ? card.formattedName : card.organization;
+  if (!hasNameParts(card)) {
+    for (const auto* name : {&card.formattedName, &card.nickname, &card.organization}) {
+      if (*name) return *name;
+    }
+    return std::nullopt;
+  }
   return std::string(nameWithinLimit(fullName(card, orderOf(card, surnameFirst))));
 }
 
@@ -125,8 +130,8 @@ std::vector<std::string> searchableNames(const ContactCard& card) {
       names.push_back(bareName(card, order));
       if (hasTitles) names.push_back(fullName(card, order));
     }
-  } else if (const auto name = compositeName(card, false)) {
-    names.push_back(*name);
+  } else if (card.organization) {
+    names.push_back(*card.organization);
   }
   if (card.formattedName) names.push_back(*card.formattedName);
   if (card.nickname) names.push_back(*card.nickname);

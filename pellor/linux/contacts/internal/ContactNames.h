@@ -12,13 +12,13 @@ namespace pellor {
 /// The full name of a person, the surname first when `surnameFirst` says that the locale writes names so or when the
 /// name is written in Chinese, Japanese or Korean characters (these without a blank in such a locale). Additional names
 /// follow the given name; a Vietnamese one stands before it where the surname is first. Prefix and suffix stand before
-/// and behind it all. The card's formatted name where it has no name parts, and for an organisation; else the
-/// organisation. Absent when there is none. A name of parts is cut where one of their names would be
+/// and behind it all. The card's formatted name where it has no name parts, and for an organisation; else its nickname,
+/// else the organisation. Absent when there is none. A name of parts is cut where one of their names would be
 /// (pellor/linux/text/TextLimits.h).
 std::optional<std::string> compositeName(const ContactCard& card, bool surnameFirst);
 
-/// All names by which the contact is found: the full name in either order, with and without prefix and suffix, the
-/// formatted name and the nickname.
+/// All names by which the contact is found: the full name in either order, with and without prefix and suffix, or
+/// without name parts the organisation; the formatted name and the nickname.
 std::vector<std::string> searchableNames(const ContactCard& card);
 
 }  // namespace pellor
