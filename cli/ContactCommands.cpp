@@ -47,7 +47,7 @@ std::string firstDestination(const ContactEntry& contact) {
   return contact.destinations.empty() ? "(unreachable)" : printable(contact.destinations.front());
 }
 
-std::string contactsText(const std::vector<ListEntry>& contacts) {
+std::string contactsText(const std::vector<ListEntry>& contacts, std::size_t unusableCards) {
   std::size_t nameWidth = 0;
   std::size_t destinationWidth = 0;
   for (const ListEntry& listed : contacts) {
@@ -60,6 +60,9 @@ std::string contactsText(const std::vector<ListEntry>& contacts) {
             fitted(firstDestination(contact), std::min(destinationWidth, WidestColumn)) + "  " +
             printable(contact.guid) + "\n";
   }
+  if (unusableCards > 0)
+    text += std::to_string(unusableCards) + (unusableCards == 1 ? " card gives" : " cards give") +
+            " no contact: pellor doctor lists what is wrong\n";
   return text;
 }
 
@@ -67,13 +70,16 @@ Json contactsJson(Session& session, const std::vector<ListEntry>& contacts) {
   Json list = Json::array();
   for (const auto& [contact, isFriend] : contacts) list.push_back(jsonOf(contact, isFriend));
   const auto& folder = session.platform().contactsFolder();
-  return {{"folder", folder ? Json(folder->string()) : Json(nullptr)}, {"contacts", list}};
+  return {{"folder", folder ? Json(folder->string()) : Json(nullptr)},
+          {"contacts", list},
+          {"unusableCards", session.platform().addressBook().unusableCards()}};
 }
 
 void contacts(Session& session, const std::optional<std::string>& pattern) {
   session.requireContacts();
   const std::vector<ListEntry> listed = listedContacts(session, pattern);
-  session.answer([&] { return contactsText(listed); }, [&] { return contactsJson(session, listed); });
+  session.answer([&] { return contactsText(listed, session.platform().addressBook().unusableCards()); },
+                 [&] { return contactsJson(session, listed); });
 }
 
 bool isAllowed(Session& session, const ContactEntry& contact) {

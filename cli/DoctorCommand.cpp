@@ -51,6 +51,7 @@ std::string textOf(const PartReport& part) {
   std::string text = fitted(part.part, partWidth) + fitted(part.chosen, chosenWidth) +
                      fitted(nameOf(report.state), stateWidth) + printable(report.detail) + "\n";
   if (!report.advice.empty()) text += margin + "-> " + printable(report.advice) + "\n";
+  for (const std::string& remark : report.remarks) text += margin + printable(remark) + "\n";
   return text;
 }
 
@@ -61,7 +62,8 @@ Json jsonOf(const std::vector<PartReport>& reports) {
                      {"chosen", part.chosen},
                      {"state", nameOf(part.report.state)},
                      {"detail", part.report.detail},
-                     {"advice", part.report.advice}});
+                     {"advice", part.report.advice},
+                     {"remarks", part.report.remarks}});
   }
   return {{"parts", parts}};
 }

@@ -19,7 +19,7 @@ using Kind = ConfigurationKind;
 
 constexpr std::array Keys = {
     ConfigurationKey{"contacts", Kind::path, "", "",
-                     "the folder of vCard files; unset: \"contacts\" in the data folder"},
+                     "the folder of vCard files, or one such file; unset: \"contacts\" in the data folder"},
     ConfigurationKey{"data", Kind::path, "", "", "the data folder; unset: $XDG_DATA_HOME/pellor"},
     ConfigurationKey{"domain", Kind::text, "org.tapnote.TN", "", "the preferences domain of the friend list"},
     ConfigurationKey{"region", Kind::region, "", "", "the region of a new store, by which numbers are read"},

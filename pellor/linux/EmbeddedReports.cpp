@@ -3,13 +3,15 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <vector>
 
 #include "pellor/linux/Configuration.h"
 #include "pellor/linux/LinuxPlatform.h"
-#include "pellor/linux/contacts/internal/ContactFolder.h"
+#include "pellor/linux/contacts/internal/CardSurvey.h"
+#include "pellor/linux/contacts/internal/ContactFile.h"
 #include "pellor/linux/contacts/internal/RefreshMemory.h"
 #include "pellor/linux/files/UserFolders.h"
 #include "pellor/linux/files/internal/PrivateFiles.h"
@@ -84,16 +86,22 @@ ServiceReport withCopies(ServiceReport report, const StoreCopies& copies) {
   return report;
 }
 
-ServiceReport reportOnContactsFolder(const fs::path& contactsFolder, const fs::path& dataFolder) {
-  ContactFolder folder(contactsFolder);
+ServiceReport reportOnContactsFolder(const fs::path& contacts, const fs::path& dataFolder) {
+  const auto source = contactsAt(contacts);
   try {
-    const std::size_t count = folder.list().size();
-    return withHeldRefresh(ServiceReport::working(folder.path().string() + ": " + counted(count, "card", "cards")),
-                           dataFolder, folder.name(), count);
+    CardSurvey survey = surveyCards(*source);
+    ServiceReport report = ServiceReport::working(source->name() + ": " + counted(survey.contacts, "card", "cards"));
+    if (!survey.unusable.empty())
+      report.detail += ", and " + counted(survey.unusable.size(), "that gives", "that give") + " no contact";
+    report = withHeldRefresh(std::move(report), dataFolder, source->name(), survey.contacts);
+    report.remarks = std::move(survey.unusable);
+    return report;
   } catch (const CardSourceError& error) {
     return ServiceReport::failing(error.what(), error.remedy() == CardSourceError::Remedy::toldOf
                                                     ? "put vCard files there, or name another folder (contacts)"
                                                     : "give yourself the right to read the folder");
+  } catch (const std::runtime_error& error) {
+    return ServiceReport::failing(std::string("cards cannot be read: ") + error.what(), "install the vCard library");
   }
 }
 

@@ -2,7 +2,7 @@
 
 #include "pellor/linux/Configuration.h"
 #include "pellor/linux/contacts/CardSource.h"
-#include "pellor/linux/contacts/internal/ContactFolder.h"
+#include "pellor/linux/contacts/internal/ContactFile.h"
 #include "pellor/linux/contacts/internal/FavoritesFile.h"
 #include "pellor/linux/contacts/internal/IndexedAddressBook.h"
 #include "pellor/linux/contacts/internal/IndexedContactStore.h"
@@ -49,14 +49,17 @@ void keepCopies(Process& process, const std::shared_ptr<SharedPreferences>& pref
       StoreCopyKeeper::make(process, preferences, logOf(process, "copies"), wallClockNow);
 }
 
-std::optional<std::filesystem::path> contactsFolderOf(const LinuxPlatformOptions& options) {
-  if (options.parts.cards) return std::nullopt;
+std::filesystem::path contactsPathOf(const LinuxPlatformOptions& options) {
   return normalisedFolder(options.contactsFolder.value_or(options.folders.data / "contacts"));
 }
 
+std::optional<std::filesystem::path> contactsFolderOf(const LinuxPlatformOptions& options) {
+  if (options.parts.cards || isContactsFile(contactsPathOf(options))) return std::nullopt;
+  return contactsPathOf(options);
+}
+
 std::shared_ptr<CardSource> makeCards(Process& process, const LinuxPlatformOptions& options) {
-  if (const auto folder = contactsFolderOf(options)) return std::make_shared<ContactFolder>(*folder);
-  return options.parts.cards(process);
+  return options.parts.cards ? options.parts.cards(process) : contactsAt(contactsPathOf(options));
 }
 
 std::shared_ptr<FavoritesFile> makeFavoritesFile(const std::shared_ptr<IndexedAddressBook>& addressBook,

@@ -56,7 +56,7 @@ struct ListKeys {
 
 struct LinuxPlatformOptions {
   UserFolders folders = UserFolders::find();
-  /// The folder of vCard files; absent: `contacts` in the data folder.
+  /// The folder of vCard files, or one such file; absent: `contacts` in the data folder.
   std::optional<std::filesystem::path> contactsFolder;
   /// The region of a store that has none yet (see isRegion); absent: that of the user's locale.
   std::optional<std::string> region;

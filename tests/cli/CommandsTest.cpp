@@ -214,6 +214,36 @@ TEST(Commands, TheDoctorTellsWhatFailsAndMakesNothing) {
   expect({"doctor"}, "-> put a backup in its place", "store fails: ");
 }
 
+TEST(Commands, AllCardsOfAFileAreContactsAndOthersAreNamed) {
+  const Home home;
+  const auto card = [](const std::string& lines) { return "BEGIN:VCARD\r\nVERSION:3.0\r\n" + lines + "END:VCARD\r\n"; };
+  const std::string cards =
+      card("FN:Ann Lee\r\nTEL:+49 30 1234567\r\n") + "BEGIN:VCARD\r\nFN:Bo\x1b[1m\r\n" + card("FN:Cy\r\n");
+  writeFile(home.contactsFolder() / "export.vcf", cards);
+  writeFile(home.contactsFolder() / "letter.vcf", "Dear Ann,\n");
+  const char* const told = "2 cards give no contact: pellor doctor lists what is wrong\n";
+  tell(home, {
+                 {{"contacts"}, 0, told},
+                 {{"contacts", "cy"}, 0, "  Cy  (unreachable)"},
+                 {{"--json", "contacts"}, 0, "\"unusableCards\":2"},
+                 {{"doctor"}, 0, "contacts: 2 cards, and 2 that give no contact"},
+                 {{"doctor"}, 0, " export.vcf: card 2 (Bo [1m): it has no END:VCARD\n"},
+                 {{"doctor"}, 0, " letter.vcf: the file holds no BEGIN:VCARD\n"},
+                 {{"--json", "doctor"}, 0, "letter.vcf: the file holds no BEGIN:VCARD"},
+             });
+  // A file of cards, wherever it lies, is read as it is.
+  const std::string file = (home / "mine.vcf").string();
+  tell(home, {
+                 {{"contacts", "--contacts", file}, 1, "the contacts file " + file + " does not exist"},
+             });
+  writeFile(file, card("FN:Ann Lee\r\nTEL:1\r\n") + card("UID:d\r\nFN:Di\r\n"));
+  tell(home, {
+                 {{"contacts", "--contacts", file}, 0, "  Di       (unreachable)  d\n"},
+                 {{"doctor", "--contacts", file}, 0, "mine.vcf: 2 cards\n"},
+                 {{"add", "ann", "--contacts", file}, 0, "added Ann Lee"},
+             });
+}
+
 TEST(Commands, TheListOfVersion01IsShownAsThatVersionShowedIt) {
   const Home home;
   const auto earlier = std::filesystem::path(PELLOR_TEST_DATA) / "0.1/sqlite";
@@ -227,7 +257,8 @@ TEST(Commands, TheListOfVersion01IsShownAsThatVersionShowedIt) {
 
 // Everything that is a number in an answer counts something; a record's number would be one too many.
 void expectNoRecordNumbers(const nlohmann::json& json, const std::string& member) {
-  static const std::set<std::string> counts = {"page", "slot", "pageSize", "removedPages", "value", "version"};
+  static const std::set<std::string> counts = {"page",  "slot",    "pageSize",     "removedPages",
+                                               "value", "version", "unusableCards"};
   EXPECT_TRUE(!json.is_number() || counts.contains(member)) << member;
   if (!json.is_structured()) return;
   for (const auto& [key, value] : json.items()) expectNoRecordNumbers(value, json.is_array() ? member : key);

@@ -99,7 +99,7 @@ TEST(StoreTrouble, ContactsThatCannotBeReadUnlinkNobody) {
   };
   const std::vector<Case> cases = {
       {"no place for the cards",
-       {"DELETE FROM folders", "DELETE FROM cards",
+       {"DELETE FROM folders", "DELETE FROM files", "DELETE FROM cards",
         "CREATE TRIGGER full BEFORE INSERT ON cards BEGIN SELECT RAISE(ABORT, 'full'); END"},
        "DROP TRIGGER full"},
       {"fails on the way",

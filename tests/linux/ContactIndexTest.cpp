@@ -111,7 +111,7 @@ TEST_F(ContactIndexTest, ABrokenFileCostsOnlyItselfAndIsNamedOnce) {
   auto index = openIndex();
   EXPECT_THAT(identitiesIn(*index), ElementsAre("anna=1"));
   EXPECT_THAT(log->takeMessages(),
-              ElementsAre(HasSubstr("b.vcf card 1 (half of a ca) is ignored: it has no END"),
+              ElementsAre(HasSubstr("b.vcf holds no contact in card 1 (half of a ca): it has no END"),
                           HasSubstr("c.vcf is ignored: it is too"), HasSubstr("e.vcf is ignored: it is no regular"),
                           HasSubstr("its name is no UTF-8")));
   const std::int32_t sequence = index->sequenceNumber();

@@ -243,6 +243,12 @@ class Reader {
 
 }  // namespace
 
+std::string textOf(const CardFault& fault) {
+  if (fault.number == 0) return fault.reason;
+  const std::string name = fault.name.empty() ? "" : " (" + fault.name + ")";
+  return "card " + std::to_string(fault.number) + name + ": " + fault.reason;
+}
+
 CardFileReading readCardFile(std::string bytes, std::string_view fileName, const std::vector<StoredCard>& stored) {
   const std::string text = asCardLines(std::move(bytes));
   CardFileReading reading = Reader(text, fileName, stored).read();

@@ -24,6 +24,9 @@ struct CardFault {
   bool isReplaced = false;  ///< whether an earlier state of the card, or of the file, is still a contact
 };
 
+/// "card 3 (Anna): it has no END:VCARD", or the reason alone.
+std::string textOf(const CardFault& fault);
+
 /// A card as it was when its file was read last.
 struct StoredCard {
   std::int64_t row = 0;

@@ -10,6 +10,7 @@
 #include "pellor/linux/contacts/internal/ContactIndexUpdate.h"
 #include "pellor/linux/contacts/internal/DestinationKey.h"
 #include "pellor/linux/contacts/internal/NameSearchKey.h"
+#include "pellor/linux/contacts/internal/QueryLists.h"
 
 namespace pellor {
 
@@ -255,6 +256,16 @@ std::optional<std::uint64_t> ContactIndex::cardCount() {
   return isCounted ? std::optional(count) : std::nullopt;
 }
 
+std::size_t ContactIndex::unusableCards() {
+  std::int64_t count = 0;
+  attempt([&] {
+    database();
+    const auto row = _statements->use("SELECT count(*) FROM faults WHERE folder=?");
+    count = row->bind(1, _folder).step() ? row->integer(0) : 0;
+  });
+  return static_cast<std::size_t>(count);
+}
+
 namespace {
 
 IndexedContact contactOfRow(const SQLiteStatement& row) {
@@ -269,29 +280,6 @@ IndexedContact contactOfRow(const SQLiteStatement& row) {
 std::string contactQuery(std::string_view source, std::string_view condition) {
   return "SELECT cards.id, guid, link, " + std::string(CardColumns) + " FROM " + std::string(source) +
          " WHERE folder=? AND " + std::string(condition);
-}
-
-bool isControl(char character) { return static_cast<unsigned char>(character) < 0x20; }
-
-// Texts with control characters, which no card has, are left out.
-std::string jsonOfTexts(std::span<const std::string_view> texts) {
-  std::string json = "[";
-  for (const std::string_view text : texts) {
-    if (std::any_of(text.begin(), text.end(), isControl)) continue;
-    json += json.size() > 1 ? ",\"" : "\"";
-    for (const char character : text) {
-      if (character == '"' || character == '\\') json += '\\';
-      json += character;
-    }
-    json += '"';
-  }
-  return json += ']';
-}
-
-std::string jsonOfNumbers(std::span<const std::int32_t> numbers) {
-  std::string json = "[";
-  for (const std::int32_t number : numbers) json += (json.size() > 1 ? "," : "") + std::to_string(number);
-  return json += ']';
 }
 
 }  // namespace

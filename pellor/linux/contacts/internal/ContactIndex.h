@@ -23,10 +23,10 @@
 namespace pellor {
 
 /// Kept in `contacts-index.sqlite` of the data folder and shared by all processes that use it. Record identifiers
-/// belong to GUIDs and are never given to another one. The GUID is the card's UID, else the name of the file that has it
-/// alone, else a hash of its names and values (`readCardFile`); of several cards with one UID the first by file has it
-/// and the others go by file and hash. A card that cannot be used is named on the log once for each of its states; what
-/// was good of it before stays. One thread at a time; crosses no fork. Nothing throws.
+/// belong to GUIDs and are never given to another one. The GUID is the card's UID, else the name of the file that has
+/// it alone, else a hash of its names and values (`readCardFile`); of several cards with one UID the first by file has
+/// it and the others go by file and hash. A card that cannot be used is named on the log once for each of its states;
+/// what was good of it before stays. One thread at a time; crosses no fork. Nothing throws.
 class ContactIndex {
  public:
   /// Does nothing yet: the first update opens the index. Without one there are no contacts.
@@ -63,6 +63,9 @@ class ContactIndex {
 
   /// How many cards can be used; absent when that cannot be told.
   std::optional<std::uint64_t> cardCount();
+
+  /// How many cards, or files, are no contacts as they are now.
+  std::size_t unusableCards();
 
   std::optional<IndexedContact> contactWithID(std::int32_t recordID);
   std::optional<IndexedContact> contactWithGUID(std::string_view guid);

@@ -22,13 +22,6 @@ void bindSignature(SQLiteStatement& statement, int parameter, const CardSignatur
 
 std::int32_t recordIn(const SQLiteStatement& row, int column) { return static_cast<std::int32_t>(row.integer(column)); }
 
-// As a line of the log says it.
-std::string textOf(const CardFault& fault) {
-  if (fault.number == 0) return "is ignored: " + fault.reason;
-  const std::string name = fault.name.empty() ? "" : " (" + fault.name + ")";
-  return "card " + std::to_string(fault.number) + name + " is ignored: " + fault.reason;
-}
-
 CardSignature signatureOfRow(const SQLiteStatement& row, int column) {
   return {{row.integer(column), row.integer(column + 1), row.integer(column + 2), row.integer(column + 3)}};
 }
@@ -175,7 +168,9 @@ void ContactIndexUpdate::storeFaults(const std::string& file, const std::vector<
         .bind(5, fault.reason)
         .run();
     const char* kept = fault.isReplaced ? "; its last good content is used" : "";
-    if (!known.contains(textOf(fault))) _lines.push_back({file, textOf(fault) + kept});
+    const std::string text = textOf(fault);
+    if (!known.contains(text))
+      _lines.push_back({file, (fault.number == 0 ? "is ignored: " : "holds no contact in ") + text + kept});
   }
 }
 

@@ -222,6 +222,11 @@ std::optional<std::string> IndexedAddressBook::readError() {
   return _index->sourceError();
 }
 
+std::size_t IndexedAddressBook::unusableCards() {
+  start();
+  return _index->unusableCards();
+}
+
 std::uint32_t IndexedAddressBook::propertyType(RecordProperty property) const {
   const bool isMulti = property == RecordProperty::phone || property == RecordProperty::email;
   return isMulti ? RecordPropertyTypeMultiString : RecordPropertyTypeString;

@@ -1,6 +1,7 @@
 // The address book over an index of cards, wherever these come from.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -72,6 +73,8 @@ class IndexedAddressBook final : public AddressBookStore, public std::enable_sha
   /// Why lookups find nothing or may have missed something; absent when the contacts can be read, if only as they were
   /// when the source gave them last.
   std::optional<std::string> readError();
+  /// How many cards are no contacts; what they are the log says, and `surveyCards`.
+  std::size_t unusableCards();
   const LogHandle& log() const { return _log; }
   /// The shared handle, for the other adapters of these contacts. To be used inside `performWithAddressBook`.
   IndexedAddressBookHandle& sharedHandle() { return *_shared; }
