@@ -95,6 +95,7 @@ TEST_F(KeptFormsTest, AreNotTakenFromAFileThatIsDamagedOrForeign) {
     std::function<std::string(std::string)> change;
     Used used;
   } cases[] = {
+      {"an earlier version", [](std::string text) { return text.replace(text.find(" DE ") - 1, 1, "1"); }, none},
       {"another library", [](std::string text) { return text.insert(text.find('\n'), "9"); }, none},
       {"torn", [](std::string text) { return text.erase(text.size() - 2); }, allButOne},
       {"another form", [](std::string text) { return text.replace(text.find("\t+49301234562") + 12, 1, "7"); },

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -78,6 +79,41 @@ TEST(PhoneNumberTest, NumbersAreShownForTheHomeCountry) {
               test.national);
     EXPECT_EQ(numbers.formatPhoneNumber(canonical, country, PhoneNumberStyleCompact, PhoneNumberOptionShort),
               test.international);
+  }
+}
+
+/// As the friends are shown: at home without the country code.
+std::string shownAt(const std::string& home, const std::string& text) {
+  LibPhoneNumber numbers(in(home));
+  const auto parsed = numbers.parsePhoneNumber(text, home);
+  if (!parsed) return text;
+  const std::string country = numbers.phoneNumberCountryCode(*parsed);
+  const std::uint32_t national = country == home ? PhoneNumberOptionNational : 0;
+  return numbers.formatPhoneNumber(numbers.phoneNumberString(*parsed, PhoneNumberForm::canonical), country,
+                                   PhoneNumberStyleCompact, PhoneNumberOptionShort | national);
+}
+
+TEST(PhoneNumberTest, ShownNumbersDial) {
+  const struct {
+    const char *home, *text, *shown;
+  } cases[] = {
+      {"DE", "0151 2345679", "+49 1512345679"},  // a digit short: possible, and nobody's
+      {"DE", "0151 23456789", "01512 3456789"}, {"DE", "00493012345", "030 12345"},
+      {"RU", "8 100 1234567", "+7 1001234567"}, {"US", "202-555-0123", "(202) 555-0123"},
+      {"DK", "+45 32123456", "32 12 34 56"},  // nothing is dialled before a number there
+  };
+  for (const auto& test : cases) EXPECT_EQ(shownAt(test.home, test.text), test.shown) << test.text;
+
+  std::mt19937 random(1);
+  for (const std::string home : {"DE", "GB", "FR", "AT"}) {
+    IdentityService identities(in(home));
+    for (int count = 0; count < 1000; ++count) {
+      std::string text = "0" + std::to_string(1 + random() % 9);
+      for (auto length = 4 + random() % 8; length > 0; --length) text += static_cast<char>('0' + random() % 10);
+      const std::string shown = shownAt(home, text);
+      EXPECT_TRUE(shown.starts_with('0') || shown.starts_with('+')) << text << " in " << home << ": " << shown;
+      EXPECT_EQ(canonicalForm(identities, shown), canonicalForm(identities, text)) << text << " in " << home;
+    }
   }
 }
 

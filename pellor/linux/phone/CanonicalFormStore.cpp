@@ -19,8 +19,8 @@ constexpr char Separator = '\t';
 constexpr std::size_t CheckSize = 4;
 
 std::string firstLineFor(std::string_view name, std::string_view region) {
-  // The number goes up when this library makes other forms of the phone library's answers.
-  return std::string(name) + " 1 " + std::string(region) + " " + phoneLibraryVersion() + "\n";
+  return std::string(name) + " " + std::to_string(KeptFormsVersion) + " " + std::string(region) + " " +
+         phoneLibraryVersion() + "\n";
 }
 
 std::array<char, CheckSize> checkOf(std::string_view fields) {

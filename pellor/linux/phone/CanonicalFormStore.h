@@ -16,6 +16,10 @@
 
 namespace pellor {
 
+/// Goes up when this library makes other forms, to compare or to show, of the phone library's answers: what earlier
+/// versions kept is then worked out anew.
+inline constexpr int KeptFormsVersion = 2;
+
 /// Where forms are kept between processes.
 struct CanonicalFormFolder {
   std::filesystem::path folder;
@@ -30,9 +34,10 @@ struct CanonicalFormFolder {
 /// nothing here fails: forms that cannot be read are worked out, and a write that fails is logged once and not tried
 /// again.
 ///
-/// The file is for its owner alone. Its first line names region and library, every other one a text, its form unless it
-/// is the text itself, and a check over both. A file with another first line, or that somebody else may write, is not
-/// used, and replaced by the next write. Lines that are damaged are passed over. Several processes append to it.
+/// The file is for its owner alone. Its first line names version, region and library, every other one a text, its form
+/// unless it is the text itself, and a check over both. A file with another first line, or that somebody else may
+/// write, is not used, and replaced by the next write. Lines that are damaged are passed over. Several processes append
+/// to it.
 class CanonicalFormStore : public std::enable_shared_from_this<CanonicalFormStore> {
   struct Passkey {};
 

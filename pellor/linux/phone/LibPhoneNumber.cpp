@@ -92,6 +92,23 @@ std::string format(PhoneNumber number, PhoneNumberUtil::PhoneNumberFormat form) 
   return text;
 }
 
+// A number that it has no pattern for the library writes without what is dialled before it at home: such a text would
+// lead to somebody else. Patterns leave that out only where numbers dial without it.
+bool dialsAtHome(const PhoneNumber& number, const std::string& national, const std::string& region) {
+  std::string prefix;
+  library().GetNddPrefixForRegion(region, true, &prefix);
+  return national.starts_with(prefix) || (library().IsValidNumber(number) && national != significantNumber(number));
+}
+
+// In the national form where that is asked for and dials.
+std::string shown(const PhoneNumber& number, const std::string& region, bool isNational) {
+  if (isNational) {
+    std::string national = format(number, PhoneNumberUtil::NATIONAL);
+    if (dialsAtHome(number, national, region)) return national;
+  }
+  return format(number, PhoneNumberUtil::INTERNATIONAL);
+}
+
 std::string canonicalString(const PhoneNumber& number) {
   std::string text = "+" + std::to_string(number.country_code()) + significantNumber(number);
   if (!number.extension().empty()) text += ";ext=" + number.extension();
@@ -174,8 +191,7 @@ std::string LibPhoneNumber::formatPhoneNumber(std::string_view number, std::stri
                                               std::uint32_t /*style*/, std::uint32_t options) {
   const std::optional<PhoneNumber> parsed = parse(number, countryCode);
   if (!parsed) return std::string(number);
-  const bool isNational = (options & PhoneNumberOptionNational) != 0;
-  std::string text = format(*parsed, isNational ? PhoneNumberUtil::NATIONAL : PhoneNumberUtil::INTERNATIONAL);
+  const std::string text = shown(*parsed, std::string(countryCode), (options & PhoneNumberOptionNational) != 0);
   if (parsed->extension().empty()) return text;
   return text + ((options & PhoneNumberOptionShort) != 0 ? " x" : " ext. ") + parsed->extension();
 }
