@@ -21,9 +21,9 @@ bool isEmailAddress(std::string_view text) {
 
 bool isDigit(char character) { return character >= '0' && character <= '9'; }
 
-// As people write them: "911", "+49 (30) 123-45".
+// In canonical form, but for what stands between the digits of a number that nobody can read: "911", "*100#", "+999 1".
 bool isWrittenNumber(std::string_view text) {
-  constexpr std::string_view signs = "+-()/. \t";
+  constexpr std::string_view signs = "+-()/. \t*#";
   return std::ranges::count_if(text, isDigit) >= FewestDigits &&
          std::ranges::all_of(text, [&](char c) { return isDigit(c) || signs.find(c) != std::string_view::npos; });
 }
@@ -60,7 +60,7 @@ std::optional<std::string> destinationKey(std::string_view text) {
 bool isPlainDestination(std::string_view text) {
   if (isTooLongForDestination(text)) return false;
   const std::string address = plMessageRawAddress(text);
-  if (isEmailAddress(address) || isWrittenNumber(address)) return true;
+  if (isEmailAddress(address) || isWrittenNumber(plMessageCanonicalRawAddress(text).value_or(""))) return true;
   const std::string region = platformOf(Process::current()).phoneNumbers->homeCountryCode();
   return internationalPhoneNumber(address, region).has_value();
 }

@@ -108,7 +108,7 @@ std::shared_ptr<IndexedAddressBook> makeAddressBook(Process& process, const Linu
   IndexedAddressBookOptions result;
   result.index.dataFolder = options.folders.data;
   result.index.canonicalDestination = canonicalDestinations(identities);
-  result.index.canonicalForm = regionSource(region);
+  result.index.canonicalForm = [region] { return region->region() + " " + std::to_string(KeptFormsVersion); };
   result.index.progress = options.indexProgress;
   result.noticesChanges = options.noticesChanges;
   result.surnameFirst = [region] { return writesSurnameFirst(region->locale()); };

@@ -18,6 +18,17 @@ RegionSource in(std::string region) {
   return [region]() -> const std::string& { return region; };
 }
 
+/// As the friends are shown: at home without the country code.
+std::string shownAt(const std::string& home, const std::string& text) {
+  LibPhoneNumber numbers(in(home));
+  const auto parsed = numbers.parsePhoneNumber(text, home);
+  if (!parsed) return text;
+  const std::string country = numbers.phoneNumberCountryCode(*parsed);
+  const std::uint32_t national = country == home ? PhoneNumberOptionNational : 0;
+  return numbers.formatPhoneNumber(numbers.phoneNumberString(*parsed, PhoneNumberForm::canonical), country,
+                                   PhoneNumberStyleCompact, PhoneNumberOptionShort | national);
+}
+
 TEST(PhoneNumberTest, SpellingsOfOneNumberHaveOneCanonicalForm) {
   struct Case {
     const char* region;
@@ -38,6 +49,48 @@ TEST(PhoneNumberTest, SpellingsOfOneNumberHaveOneCanonicalForm) {
     IdentityService service(in(test.region));
     for (const std::string& spelling : test.spellings) {
       EXPECT_EQ(canonicalForm(service, spelling), test.form) << spelling << " in " << test.region;
+    }
+  }
+}
+
+TEST(PhoneNumberTest, LocalShortAndServiceNumbersAreTheirDigitsHoweverTheyAreWritten) {
+  struct Case {
+    const char* region;
+    std::string form;
+    std::vector<std::string> spellings;
+  };
+  const std::vector<Case> cases = {
+      {"US",
+       "5550123",
+       {"555-0123", "555 0123", "(555) 0123", "555.0123", "555\u20110123", "\u202A555\u00A00123\u202C"}},
+      {"US", "911", {"9-1-1", "\u0669\u0661\u0661", "tel:911", "\uFF19\uFF11\uFF11"}},
+      {"DE", "110", {"1 1 0", "\u06F1\u06F1\u06F0"}},
+      {"DE", "116117", {"116 117", "116-117", "tel:116117"}},
+      {"DE", "*100#", {"* 100 #", "*1-0-0#", "\uFF0A\u0661\u0660\u0660\uFF03"}},
+      {"DE", "*21*0301234567#", {"*21* 030 1234567 #"}},
+      {"DE", "+49301234567;ext=5", {"030 1234567 #5"}},
+  };
+  for (const Case& test : cases) {
+    IdentityService service(in(test.region));
+    EXPECT_EQ(canonicalForm(service, test.form), test.form);
+    EXPECT_EQ(shownAt(test.region, test.form).find("+49 116"), std::string::npos);
+    for (const std::string& spelling : test.spellings)
+      EXPECT_EQ(canonicalForm(service, spelling), test.form) << spelling;
+  }
+  IdentityService service(in("DE"));
+  for (const char* other : {"5 dogs", "1+1", "*", "#", "12@3", "1;2"}) EXPECT_EQ(canonicalForm(service, other), other);
+
+  std::mt19937 random(1);
+  const std::vector<std::string> between = {"", "", "", " ", "-", ".", "/", "(", ")", "\u00A0", "\u2212"};
+  for (const char* region : {"DE", "US", "BR", "MX", "CN", "IT", "AR", "IN", "IS"}) {
+    IdentityService home(in(region));
+    for (int count = 0; count < 500; ++count) {
+      std::string digits, spelling;
+      for (auto length = 1 + random() % 13; length > 0; --length) {
+        digits += static_cast<char>('0' + random() % 10);
+        spelling += between[random() % between.size()] + digits.back();
+      }
+      EXPECT_EQ(canonicalForm(home, spelling), canonicalForm(home, digits)) << spelling << " in " << region;
     }
   }
 }
@@ -80,17 +133,6 @@ TEST(PhoneNumberTest, NumbersAreShownForTheHomeCountry) {
     EXPECT_EQ(numbers.formatPhoneNumber(canonical, country, PhoneNumberStyleCompact, PhoneNumberOptionShort),
               test.international);
   }
-}
-
-/// As the friends are shown: at home without the country code.
-std::string shownAt(const std::string& home, const std::string& text) {
-  LibPhoneNumber numbers(in(home));
-  const auto parsed = numbers.parsePhoneNumber(text, home);
-  if (!parsed) return text;
-  const std::string country = numbers.phoneNumberCountryCode(*parsed);
-  const std::uint32_t national = country == home ? PhoneNumberOptionNational : 0;
-  return numbers.formatPhoneNumber(numbers.phoneNumberString(*parsed, PhoneNumberForm::canonical), country,
-                                   PhoneNumberStyleCompact, PhoneNumberOptionShort | national);
 }
 
 TEST(PhoneNumberTest, ShownNumbersDial) {

@@ -18,7 +18,7 @@ namespace pellor {
 
 /// Goes up when this library makes other forms, to compare or to show, of the phone library's answers: what earlier
 /// versions kept is then worked out anew.
-inline constexpr int KeptFormsVersion = 2;
+inline constexpr int KeptFormsVersion = 3;
 
 /// Where forms are kept between processes.
 struct CanonicalFormFolder {

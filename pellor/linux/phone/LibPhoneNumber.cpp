@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <phonenumbers/phonenumberutil.h>
+#include <phonenumbers/shortnumberinfo.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -19,6 +20,7 @@ namespace {
 
 using i18n::phonenumbers::PhoneNumber;
 using i18n::phonenumbers::PhoneNumberUtil;
+using i18n::phonenumbers::ShortNumberInfo;
 
 class LibraryNumber final : public ParsedPhoneNumber {
  public:
@@ -73,15 +75,26 @@ bool isPossible(const PhoneNumber& number, std::size_t digits) {
   return answer == possible;
 }
 
-// Numbers that are complete only inside their own area are left out: with the country code before them they would name
-// another number, or none.
+// Whether the text is a number such as "116117", which exists inside the country alone: all its digits are significant.
+bool isShortNumber(std::string_view text, const PhoneNumber& number, std::size_t digits, const std::string& region) {
+  constexpr std::size_t longest = 6;
+  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  if (digits > longest || static_cast<std::size_t>(std::ranges::count_if(text, isDigit)) != digits) return false;
+  if (text.find('+') != text.npos || library().IsValidNumber(number)) return false;
+  static const ShortNumberInfo* const numbers = new ShortNumberInfo;  // for the program's life, as the library is
+  return numbers->IsValidShortNumberForRegion(number, region);
+}
+
+// Numbers that are complete only inside their own area or country are left out: with the country code before them they
+// would name another number, or none.
 std::optional<PhoneNumber> parse(std::string_view text, std::string_view region) {
   // The library looks for a number at each place of the text.
   if (isTooLongForNumber(text)) return std::nullopt;
   PhoneNumber number;
   const auto error = library().Parse(withoutPunctuation(text), std::string(region), &number);
   if (error != PhoneNumberUtil::NO_PARSING_ERROR) return std::nullopt;
-  if (!isPossible(number, significantNumber(number).size())) return std::nullopt;
+  const std::size_t digits = significantNumber(number).size();
+  if (!isPossible(number, digits) || isShortNumber(text, number, digits, std::string(region))) return std::nullopt;
   return number;
 }
 

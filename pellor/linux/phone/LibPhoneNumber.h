@@ -31,9 +31,9 @@ class RegionSource {
 bool isPhoneNumberRegion(std::string_view region);
 
 /// The number in the text as E.164, an extension following as ";ext=5": "+49301234567;ext=5". National numbers are read
-/// as numbers of `region`. Absent when the text holds no number that could be dialled from everywhere: "911", local
-/// numbers without an area code, too short or too long ones; and when the form would be read as another number, so that
-/// a form is always its own form. Any thread; pure.
+/// as numbers of `region`. Absent when the text holds no number that could be dialled from everywhere: "911", "116117"
+/// in Germany, local numbers without an area code, too short or too long ones; and when the form would be read as
+/// another number, so that a form is always its own form. Any thread; pure.
 std::optional<std::string> internationalPhoneNumber(std::string_view text, std::string_view region);
 
 /// How often this program has called libphonenumber: while it is 0 the library, whose start takes milliseconds, was not

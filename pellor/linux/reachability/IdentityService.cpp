@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "pellor/linux/phone/ComparableNumber.h"
+
 namespace pellor {
 namespace {
 
@@ -27,11 +29,6 @@ std::string withoutSchemes(std::string_view destination) {
   return text;
 }
 
-// Of a number without schemes.
-std::string workedOut(std::string_view number, std::string_view region) {
-  return internationalPhoneNumber(number, region).value_or(std::string(number));
-}
-
 std::string identifier(std::string_view scheme, std::string_view address) {
   return std::string(scheme).append(address);
 }
@@ -53,14 +50,14 @@ std::optional<std::string> IdentityService::identifierForPhoneNumberWithOptions(
                                                                                 std::optional<std::string> countryCode,
                                                                                 std::uint32_t /*options*/) {
   if (!countryCode) return identifierForPhoneNumber(number);
-  return identifier(PhoneScheme, workedOut(withoutSchemes(number), *countryCode));
+  return identifier(PhoneScheme, pellor::comparableNumber(withoutSchemes(number), *countryCode));
 }
 
 std::optional<std::string> IdentityService::comparableNumber(std::string_view number) {
   CanonicalFormStore& known = forms();
   if (const auto form = known.find(number)) return std::string(*form);
   const std::string text = withoutSchemes(number);
-  std::string form = workedOut(text, known.region());
+  std::string form = pellor::comparableNumber(text, known.region());
   known.add(text, form);
   return form;
 }
@@ -78,7 +75,7 @@ bool IdentityService::queryStatusForDestinations(const std::set<std::string>& /*
 std::string IdentityService::normalizedNumber(std::string_view number) {
   const CanonicalFormStore& known = forms();
   if (const auto form = known.find(number)) return std::string(*form);
-  return workedOut(number, known.region());
+  return pellor::comparableNumber(number, known.region());
 }
 
 CanonicalFormStore& IdentityService::forms() {

@@ -18,8 +18,9 @@ namespace pellor {
 /// The conversions are real; status queries are not answered. Conversions are pure for a given region and run on any
 /// thread.
 ///
-/// A number that can be dialled from everywhere becomes its international form with the extension, every other text is
-/// its own normalised form. E-mail addresses are taken as they are: their case may matter to the mail server.
+/// A number takes the form that `comparableNumber` (ComparableNumber.h) gives it: the international one with the
+/// extension, or the digits of a local, short or service number. Every other text is its own normalised form. E-mail
+/// addresses are taken as they are: their case may matter to the mail server.
 ///
 /// What `comparableNumber` gave is remembered, for each region, and with a folder for later processes as well. The
 /// other conversions look there too but add nothing: through them come the numbers of whole address books.
