@@ -136,15 +136,17 @@ std::optional<std::string> PLPerson::abDatabaseUID() const { return _text(PLPers
 std::optional<std::string> PLPerson::preferredReplyAs() const { return _text(PLPersonRecord::_preferredReplyAs); }
 
 void PLPerson::setPreferredReplyAs(std::optional<std::string> preferredReplyAs) {
-  if (this->preferredReplyAs() == preferredReplyAs) return;
-  const Process::Scope scope(_process());
-  _PLGetLogSystem().log("updating preferredReplyAs for [%@] (GUID %@): %@ -> %@",
-                        redactable(_text(PLPersonRecord::_name)), abRecordGUID(), redactable(this->preferredReplyAs()),
-                        redactable(preferredReplyAs));
-  _record = _record.with(PLPersonRecord::_preferredReplyAs, preferredReplyAs);
-  _publish();
-  setNeedsSave(true);
-  _postChangeNotification();
+  _setPreference(PLPersonRecord::_preferredReplyAs, preferredReplyAs,
+                 "updating preferredReplyAs for [%@] (GUID %@): %@ -> %@");
+}
+
+std::optional<std::string> PLPerson::preferredDestination() const {
+  return _text(PLPersonRecord::_preferredDestination);
+}
+
+void PLPerson::setPreferredDestination(std::optional<std::string> preferredDestination) {
+  _setPreference(PLPersonRecord::_preferredDestination, preferredDestination,
+                 "updating preferredDestination for [%@] (GUID %@): %@ -> %@");
 }
 
 bool PLPerson::isLike(const PLPerson& other) const {
@@ -238,6 +240,25 @@ bool PLPerson::_adoptInitials(std::optional<std::string_view> initials, const Ch
   // A stored form writes no initials as empty ones, so that between these there is no difference.
   if (isBlank(initials) && isBlank(_record.text(PLPersonRecord::_initials))) return false;
   return _adopt(PLPersonRecord::_initials, initials, report, format);
+}
+
+bool PLPerson::_adoptUnknownEntries(const std::shared_ptr<const Dictionary>& entries) {
+  const auto known = _record.unknownEntries();
+  if (known && entries ? *known == *entries : known == entries) return false;
+  _record = _record.withUnknownEntries(entries);
+  return true;
+}
+
+void PLPerson::_setPreference(PLPersonRecord::Text which, const std::optional<std::string>& text,
+                              const LogFormat& format) {
+  if (_text(which) == text) return;
+  const Process::Scope scope(_process());
+  _PLGetLogSystem().log(format, redactable(_text(PLPersonRecord::_name)), abRecordGUID(), redactable(_text(which)),
+                        redactable(text));
+  _record = _record.with(which, text);
+  _publish();
+  setNeedsSave(true);
+  _postChangeNotification();
 }
 
 bool PLPerson::_adoptAllValues(const DestinationSet& values, const ChangeReport& report, const LogFormat& format) {

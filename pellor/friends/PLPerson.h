@@ -112,6 +112,14 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// another one than before.
   void setPreferredReplyAs(std::optional<std::string> preferredReplyAs);
 
+  /// The destination through which the user wants to reach this friend; absent when none was chosen. It is the user's
+  /// choice alone: no contact changes it, and it stays when the friend has that destination no more. A caller that uses
+  /// it looks first whether its canonical form is in `allValues`.
+  std::optional<std::string> preferredDestination() const;
+  /// Absent: none is chosen. Marks the person and posts PLPersonValuesChangedNotification when the choice is another
+  /// one than before.
+  void setPreferredDestination(std::optional<std::string> preferredDestination);
+
   /// What is persisted of the person but for the metadata, as the last operation left it. It shows the texts in place,
   /// until the next edit.
   const PLPersonRecord& record() const { return _published.own(); }
@@ -135,8 +143,9 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
 
   // --- 3  Persisted forms ---
 
-  /// The form that the friend list stores, without what is absent, but for the monogram, which is empty then. Any
-  /// thread: it has what the last edit that ended published, and the metadata of all writes queued before the call.
+  /// The form that the friend list stores, without what is absent, but for the monogram, which is empty then. What the
+  /// form that was read last has under keys that the person does not know is written back. Any thread: it has what the
+  /// last edit that ended published, and the metadata of all writes queued before the call.
   PersonDictionary dictionaryRepresentation() const;
   /// Takes over a stored form and tells whether anything changed. What the form lacks, or holds as another type, is
   /// cleared; an absent record identifier reads as 0, an absent monogram is made from the name. An empty monogram
@@ -147,12 +156,14 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// Takes over, as above, a form that was read already.
   bool updateFromForm(PLPersonForm& form);
   /// For a person that was looked up and turns out to be the friend of a stored form: takes over the stored reply
-  /// preference and the stored metadata that it has not. Marks, logs and posts nothing.
+  /// preference and choice of destination, what it does not know, and the stored metadata that it has not. Marks, logs
+  /// and posts nothing.
   void adoptPreferencesFromForm(PLPersonForm& form);
 
   /// Always true: of an archive only the classes that a key allows are read.
   static bool supportsSecureCoding() { return true; }
-  /// Archives the person, without what is absent. The reply preference is not part of it.
+  /// Archives the person, without what is absent. Reply preference and choice of destination are not part of it, nor is
+  /// what it does not know.
   void encodeWithCoder(KeyedEncoder& encoder) const;
 
   /// Whether the person changed since it was last taken for a save. Any thread.
@@ -233,6 +244,8 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   bool _adopt(PLPersonRecord::Text which, std::optional<std::string_view> text, const ChangeReport& report,
               const LogFormat& format);
   bool _adoptInitials(std::optional<std::string_view> initials, const ChangeReport& report, const LogFormat& format);
+  bool _adoptUnknownEntries(const std::shared_ptr<const Dictionary>& entries);
+  void _setPreference(PLPersonRecord::Text which, const std::optional<std::string>& text, const LogFormat& format);
   bool _adoptAllValues(const DestinationSet& values, const ChangeReport& report, const LogFormat& format);
   void _setABRecordGUID(std::optional<std::string_view> guid);
   void _clearDerivedValues();

@@ -47,8 +47,10 @@ PersonDictionary PLPerson::dictionaryRepresentation() const {
     put(dictionary, PLPersonAllValuesKey, std::move(values));
   }
   putIfSet(PLPersonReplyAsKey, PLPersonRecord::_preferredReplyAs);
+  putIfSet(PLPersonPreferredDestinationKey, PLPersonRecord::_preferredDestination);
   put(dictionary, PLPersonMonogramKey, record.text(PLPersonRecord::_initials).value_or(""));
   if (Dictionary entries = metadata(); !entries.empty()) put(dictionary, PLPersonMetadataKey, std::move(entries));
+  if (const auto unknown = record.unknownEntries()) dictionary.insert(unknown->begin(), unknown->end());
   return dictionary;
 }
 
@@ -93,6 +95,9 @@ bool PLPerson::_updateFromDictionaryRepresentationShouldLogUpdates(PLPersonForm&
   changed |= isOtherSet;
   changed |= _adopt(PLPersonRecord::_preferredReplyAs, stored(PLPersonRecord::_preferredReplyAs), report,
                     "%@ is being marked as updated due to _preferredReplyAs: '%@' -> '%@'");
+  changed |= _adopt(PLPersonRecord::_preferredDestination, stored(PLPersonRecord::_preferredDestination), report,
+                    "%@ is being marked as updated due to _preferredDestination: '%@' -> '%@'");
+  changed |= _adoptUnknownEntries(content.unknownEntries);
   changed |= _adoptInitials(stored(PLPersonRecord::_initials), report,
                             "%@ is being marked as updated due to initials: [%@] -> [%@]");
   changed |= _adoptMetadata(form.metadata(), report, "%@ is being marked as updated due to metadata: %@ -> %@");
@@ -157,11 +162,11 @@ bool PLPerson::_adoptMetadata(const Dictionary& metadata, const ChangeReport& re
 void PLPerson::adoptPreferencesFromForm(PLPersonForm& form) {
   const Process::Scope scope(_process());
   const ChangeReport report{*this, ChangeReport::Subject::description, false};
-  const auto& replyAs = form.contentFor(_record).texts[PLPersonRecord::_preferredReplyAs];
-  if (replyAs) {
-    _adopt(PLPersonRecord::_preferredReplyAs, replyAs, report,
-           "%@ is being marked as updated due to _preferredReplyAs: '%@' -> '%@'");
+  const PLPersonRecord::Content& content = form.contentFor(_record);
+  for (const auto which : {PLPersonRecord::_preferredReplyAs, PLPersonRecord::_preferredDestination}) {
+    if (const auto& text = content.texts[which]) _record = _record.with(which, text);
   }
+  if (content.unknownEntries) _adoptUnknownEntries(content.unknownEntries);
   Dictionary entries = metadata();
   entries.insert(form.metadata().begin(), form.metadata().end());
   _adoptMetadata(entries, report, "%@ is being marked as updated due to metadata: %@ -> %@");

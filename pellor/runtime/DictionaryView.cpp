@@ -23,6 +23,7 @@ void view(const Value& value, EntryView& entry) {
       break;
     case Value::Kind::array:
       view(*value.array(), entry);
+      if (!entry.hasOnlyTexts) entry.value = value;
       break;
     default:
       entry.value = value;
@@ -31,6 +32,13 @@ void view(const Value& value, EntryView& entry) {
 }
 
 }  // namespace
+
+Value EntryView::copy() const {
+  if (value) return *value;
+  if (kind == Value::Kind::integer) return integer;
+  if (kind == Value::Kind::string) return text;
+  return Array(texts.begin(), texts.end());
+}
 
 EntryView& DictionaryView::append(std::string_view key, Value::Kind kind) {
   if (_count == _entries.size()) _entries.emplace_back();

@@ -18,7 +18,10 @@ struct EntryView {
   std::string_view text;                ///< of a string
   std::vector<std::string_view> texts;  ///< of an array: its strings, in order
   bool hasOnlyTexts = true;             ///< of an array: whether it has no other elements
-  std::optional<Value> value;           ///< a value of any other kind
+  std::optional<Value> value;           ///< a value of any other kind; of an array all of it if it has other elements
+
+  /// The entry's value, whatever its kind.
+  Value copy() const;
 };
 
 /// The entries of one dictionary, by key. Made to be filled again and again: the memory of the last entries serves the

@@ -81,6 +81,7 @@ TEST(EncodedChunkTest, AChunkGivesAndShowsTheElementsThatItsBytesHold) {
       const Dictionary* dictionary = elements[index].dictionary();
       EXPECT_EQ(chunk->view(index, view), dictionary != nullptr);
       EXPECT_TRUE(shows(view, dictionary ? *dictionary : Dictionary{})) << index;
+      for (const EntryView& entry : view) EXPECT_EQ(entry.copy(), *valueForKey(*dictionary, entry.key)) << entry.key;
     }
   }
   const auto foreign = EncodedChunk::decode(Data{0x81, 0xa2, 0x61, 'b', 1, 0x61, 'a', 2});

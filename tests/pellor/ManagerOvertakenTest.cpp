@@ -192,6 +192,7 @@ TEST_F(ManagerOvertakenTest, ALookedUpPersonThatBecomesAFriendTakesWhatIsStored)
   b->add("Bob");
   b->run([&] {
     b->friendAt(0, 1)->setPreferredReplyAs("home");
+    b->friendAt(0, 1)->setPreferredDestination("+49301234567");
     b->friendAt(0, 1)->setMetadataValueForKey(Value("theirs"), "other");
   });
   EXPECT_TRUE(settle(*b));
@@ -199,7 +200,43 @@ TEST_F(ManagerOvertakenTest, ALookedUpPersonThatBecomesAFriendTakesWhatIsStored)
   EXPECT_EQ(a->friendAt(0, 1), looked);
   agreed();
   EXPECT_EQ(a->friendAt(0, 1)->preferredReplyAs(), "home");
+  EXPECT_EQ(a->friendAt(0, 1)->preferredDestination(), "+49301234567");
   EXPECT_EQ(a->friendAt(0, 1)->metadata(), (Dictionary{{"own", "mine"}, {"other", "theirs"}}));
+}
+
+TEST_F(ManagerOvertakenTest, WhatAnotherVersionStoresOfAFriendIsKeptWhateverIsEdited) {
+  launchBoth("Ann,Bob,-");
+  const auto elements = [&] { return *storedValue("FriendList")->array(); };
+  const auto storeOfAnn = [&](const std::string& key, const Value& value) {
+    Array list = elements();
+    Dictionary ann = *list[0].dictionary();
+    ann.insert_or_assign(key, value);
+    list[0] = ann;
+    setSetting("FriendList", list);
+  };
+  const auto storedOfAnn = [&](const std::string& key) {
+    const Array list = elements();
+    const Value* value = valueForKey(*list[0].dictionary(), key);
+    return value ? *value : Value("(none)");
+  };
+  storeOfAnn("Seen", Array{1, "x"});
+  postListChanged();
+  rest();
+  a->run([&] { a->friendAt(0, 0)->setPreferredReplyAs("home"); });
+  rest();
+  EXPECT_EQ(storedOfAnn("Seen"), (Array{1, "x"}));
+
+  // Another version writes while edits of this one are on their way.
+  a->run([&] { a->friendAt(0, 0)->setPreferredDestination("ann@example.org"); });
+  storeOfAnn("Seen", 2);
+  rest();
+  b->run([&] { b->friendAt(0, 0)->setPreferredReplyAs("work"); });
+  storeOfAnn("PreferredDestination", "theirs");
+  rest();
+  EXPECT_EQ(agreed(), "Ann,Bob,-|-,-,-");
+  EXPECT_EQ(storedOfAnn("Seen"), 2);
+  EXPECT_EQ(storedOfAnn("ReplyAs"), "work");
+  EXPECT_EQ(storedOfAnn("PreferredDestination"), "theirs") << "changed by them alone";
 }
 
 TEST_F(ManagerOvertakenTest, WithoutADatabaseBehindTheSharedHandleAMergeOpensItsOwn) {

@@ -21,15 +21,16 @@ class Person : public OneProcess {
                                   {"Name", "Ann Bee"},
                                   {"AllValues", Array{"+49301234567", "ann@example.org"}},
                                   {"ReplyAs", "me@example.org"},
+                                  {"PreferredDestination", "ann@example.org"},
                                   {"Monogram", "AB"},
                                   {"Metadata", Dictionary{{"color", "red"}}}};
   const PersonDictionary emptyForm{{"ABRecordID", 0}, {"AllValues", Array{}}, {"Monogram", ""}};
 };
 
 TEST_F(Person, WhatAFormLacksOrMistypesIsCleared) {
-  const PersonDictionary mistyped{{"ABRecordID", "7"}, {"ABRecordGUID", 7},  {"ABDatabaseUID", true},
-                                  {"Name", 1.5},       {"AllValues", "x@y"}, {"ReplyAs", Array{}},
-                                  {"Monogram", 3},     {"Metadata", Array{}}};
+  const PersonDictionary mistyped{{"ABRecordID", "7"}, {"ABRecordGUID", 7},   {"ABDatabaseUID", true},
+                                  {"Name", 1.5},       {"AllValues", "x@y"},  {"ReplyAs", Array{}},
+                                  {"Monogram", 3},     {"Metadata", Array{}}, {"PreferredDestination", 5}};
   for (const PersonDictionary& form : {PersonDictionary(), mistyped}) {
     const auto person = fromForm(fullForm);
     EXPECT_TRUE(person->updateFromDictionaryRepresentation(form));
@@ -118,19 +119,48 @@ TEST_F(Person, LosingALinkIsAnnounced) {
   ASSERT_EQ(posts.count(), 2U) << "from an empty one to none nothing is lost";
 }
 
-TEST_F(Person, ReplyPreferenceIsAnEditUntilASaveHasSeenIt) {
+TEST_F(Person, PreferencesAreEditsUntilASaveHasSeenThem) {
   Posts posts(process, PLPersonValuesChangedNotification);
   const auto person = fromForm(fullForm);
   person->setPreferredReplyAs("me@example.org");
+  person->setPreferredDestination("ann@example.org");
   EXPECT_FALSE(person->needsSave());
   person->setPreferredReplyAs(std::nullopt);
+  person->setPreferredDestination("+33123456789");
   settle();
-  EXPECT_EQ(posts.count(), 1U);
-  EXPECT_EQ(process.local<PLPersonChanges>().marks, 1U);
+  EXPECT_EQ(posts.count(), 2U);
+  EXPECT_EQ(process.local<PLPersonChanges>().marks, 2U);
   EXPECT_FALSE(person->dictionaryRepresentation().contains("ReplyAs"));
+  EXPECT_EQ(person->dictionaryRepresentation().at("PreferredDestination"), Value("+33123456789"))
+      << "nobody's, and kept";
   person->updateFromDictionaryRepresentation({{"AllValues", Array{"clean@example.org"}}});
   EXPECT_TRUE(person->takeNeedsSave());
   EXPECT_FALSE(person->takeNeedsSave());
+}
+
+TEST_F(Person, WhatAFormSaysThatThisVersionDoesNotKnowIsWrittenBack) {
+  PersonDictionary form = fullForm;
+  form.insert({{"Nickname", "Annie"}, {"Seen", Array{1, "x", Array{2.5}}}, {"Face", Dictionary{{"eyes", 2}}}});
+  const auto person = fromForm(form);
+  EXPECT_EQ(person->dictionaryRepresentation(), form);
+  person->setPreferredReplyAs("other@example.org");
+  person->refreshWithAddressBook(book());
+  for (const char* key : {"Nickname", "Seen", "Face"}) {
+    EXPECT_EQ(person->dictionaryRepresentation().at(key), form.at(key)) << "edits leave it alone";
+  }
+  form.insert_or_assign("Seen", Array{});
+  EXPECT_TRUE(person->updateFromDictionaryRepresentation(form));
+  EXPECT_EQ(person->dictionaryRepresentation(), form);
+  EXPECT_FALSE(person->updateFromDictionaryRepresentation(form));
+
+  const auto lookedUp = fromForm({{"AllValues", Array{"ann@example.org"}}});
+  PLPersonForm stored(form);
+  lookedUp->adoptPreferencesFromForm(stored);
+  for (const char* key : {"ReplyAs", "PreferredDestination", "Nickname", "Seen"}) {
+    EXPECT_EQ(lookedUp->dictionaryRepresentation().at(key), form.at(key));
+  }
+  EXPECT_TRUE(person->updateFromDictionaryRepresentation(fullForm));
+  EXPECT_EQ(person->dictionaryRepresentation(), fullForm);
 }
 
 TEST_F(Person, AStoredFormIsSomebodysByGUIDAndWithoutOneByDestination) {
@@ -180,11 +210,13 @@ TEST_F(Person, ArchiveKeepsAllButTheReplyPreference) {
                                                             {"Monogram", "AB"},
                                                             {"Metadata", Dictionary{{"born", Date{5}}}}}));
   person->setPreferredReplyAs("me@x");
+  person->setPreferredDestination("a@x");
   KeyedArchive again;
   person->encodeWithCoder(again);
   EXPECT_EQ(again.content(), archive.content());
   const auto copy = PLPerson::initWithCoder(again);
   EXPECT_EQ(copy->preferredReplyAs(), std::nullopt);
+  EXPECT_EQ(copy->preferredDestination(), std::nullopt);
   EXPECT_FALSE(copy->needsSave());
 }
 
@@ -214,10 +246,15 @@ using PersonForm = OneProcess;
 
 TEST_F(PersonForm, IsAsWrittenExactlyIfThePersonIsStoredSo) {
   const Value number = "+49301234567", address = "ann@example.org";
-  const PersonDictionary written{{"ABRecordID", 7},       {"ABRecordGUID", "guid-7"},
-                                 {"ABDatabaseUID", "db"}, {"Name", "Ann Bee"},
-                                 {"ReplyAs", "me"},       {"AllValues", Array{number, address}},
-                                 {"Monogram", "AB"},      {"Metadata", Dictionary{{"color", "red"}}}};
+  const PersonDictionary written{{"ABRecordID", 7},
+                                 {"ABRecordGUID", "guid-7"},
+                                 {"ABDatabaseUID", "db"},
+                                 {"Name", "Ann Bee"},
+                                 {"ReplyAs", "me"},
+                                 {"AllValues", Array{number, address}},
+                                 {"Monogram", "AB"},
+                                 {"Metadata", Dictionary{{"color", "red"}}},
+                                 {"PreferredDestination", "0"}};
   const Value others[] = {"",
                           "Ann",
                           0,
@@ -245,8 +282,8 @@ TEST_F(PersonForm, IsAsWrittenExactlyIfThePersonIsStoredSo) {
     asWritten += isAsWritten;
     ++all;
   };
-  for (const char* key : {"ABRecordID", "ABRecordGUID", "ABDatabaseUID", "Name", "ReplyAs", "AllValues", "Monogram",
-                          "Metadata", "Nickname"}) {
+  for (const char* key : {"ABRecordID", "ABRecordGUID", "ABDatabaseUID", "Name", "ReplyAs", "PreferredDestination",
+                          "AllValues", "Monogram", "Metadata", "Nickname"}) {
     auto form = written;
     form.erase(key);
     check(form);

@@ -17,9 +17,15 @@ constexpr std::array<std::pair<std::string_view, PLPersonRecord::Text>, PLPerson
      {PLPersonDatabaseUIDKey, PLPersonRecord::_abDatabaseUID},
      {PLPersonNameKey, PLPersonRecord::_name},
      {PLPersonReplyAsKey, PLPersonRecord::_preferredReplyAs},
+     {PLPersonPreferredDestinationKey, PLPersonRecord::_preferredDestination},
      {PLPersonMonogramKey, PLPersonRecord::_initials}}};
 
 const Dictionary NoMetadata;
+
+bool isKnownKey(std::string_view key) {
+  return key == PLPersonRecordIDKey || key == PLPersonAllValuesKey || key == PLPersonMetadataKey ||
+         std::ranges::find(Texts, key, [](const auto& known) { return known.first; }) != Texts.end();
+}
 
 bool isRecordID(std::int64_t integer) { return integer == static_cast<std::int32_t>(integer); }
 
@@ -34,25 +40,31 @@ void PLPersonForm::read() {
   _content = {};
   _content._abRecordID = 0;
   _hasContent = _hasMonogram = _hasRecordID = false;
-  _isOfKnownEntries = true;
+  _hasRightTypes = true;
   _allValues = nullptr;
   _metadata = nullptr;
-  for (const EntryView& entry : _entries) {
-    const auto text = std::ranges::find(Texts, entry.key, [](const auto& known) { return known.first; });
-    if (text != Texts.end() && entry.kind == Value::Kind::string) {
-      _content.texts[text->second] = entry.text;
-    } else if (entry.key == PLPersonRecordIDKey && entry.kind == Value::Kind::integer) {
-      _content._abRecordID = static_cast<std::int32_t>(entry.integer);
-      _hasRecordID = isRecordID(entry.integer);
-    } else if (entry.key == PLPersonAllValuesKey && entry.kind == Value::Kind::array) {
-      _allValues = &entry;
-    } else if (entry.key == PLPersonMetadataKey && entry.kind == Value::Kind::dictionary) {
-      _metadata = entry.value->dictionary();
-    } else {
-      _isOfKnownEntries = false;
-    }
-  }
+  Dictionary unknown;
+  for (const EntryView& entry : _entries) readEntry(entry, unknown);
   _hasMonogram = _content.texts[PLPersonRecord::_initials].has_value();
+  if (!unknown.empty()) _content.unknownEntries = std::make_shared<const Dictionary>(std::move(unknown));
+}
+
+void PLPersonForm::readEntry(const EntryView& entry, Dictionary& unknown) {
+  const auto text = std::ranges::find(Texts, entry.key, [](const auto& known) { return known.first; });
+  if (text != Texts.end() && entry.kind == Value::Kind::string) {
+    _content.texts[text->second] = entry.text;
+  } else if (entry.key == PLPersonRecordIDKey && entry.kind == Value::Kind::integer) {
+    _content._abRecordID = static_cast<std::int32_t>(entry.integer);
+    _hasRecordID = isRecordID(entry.integer);
+  } else if (entry.key == PLPersonAllValuesKey && entry.kind == Value::Kind::array) {
+    _allValues = &entry;
+  } else if (entry.key == PLPersonMetadataKey && entry.kind == Value::Kind::dictionary) {
+    _metadata = entry.value->dictionary();
+  } else if (isKnownKey(entry.key)) {
+    _hasRightTypes = false;
+  } else {
+    unknown.emplace(entry.key, entry.copy());
+  }
 }
 
 std::string_view PLPersonForm::identifyingGUID() const {
@@ -127,7 +139,7 @@ bool PLPersonForm::isCorrected() {
 
 bool PLPersonForm::isAsWritten() {
   content();
-  return _isOfKnownEntries && _hasRecordID && _hasMonogram && _allValues && _allValues->hasOnlyTexts &&
+  return _hasRightTypes && _hasRecordID && _hasMonogram && _allValues && _allValues->hasOnlyTexts &&
          std::ranges::equal(storedDestinations(), _destinations) && !(_metadata && _metadata->empty());
 }
 
@@ -140,6 +152,7 @@ PersonDictionary PLPersonForm::written() {
   }
   dictionary.emplace(PLPersonMonogramKey, "");
   if (!metadata().empty()) dictionary.emplace(PLPersonMetadataKey, metadata());
+  if (form.unknownEntries) dictionary.insert(form.unknownEntries->begin(), form.unknownEntries->end());
   return dictionary;
 }
 

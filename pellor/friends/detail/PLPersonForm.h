@@ -24,10 +24,12 @@ inline constexpr std::string_view PLPersonDatabaseUIDKey = "ABDatabaseUID";
 inline constexpr std::string_view PLPersonNameKey = "Name";
 inline constexpr std::string_view PLPersonAllValuesKey = "AllValues";
 inline constexpr std::string_view PLPersonReplyAsKey = "ReplyAs";
+inline constexpr std::string_view PLPersonPreferredDestinationKey = "PreferredDestination";
 inline constexpr std::string_view PLPersonMonogramKey = "Monogram";
 inline constexpr std::string_view PLPersonMetadataKey = "Metadata";
 
-/// Shows a stored form without copying it. A value of the wrong type reads as absent. Made to be used for one form
+/// Shows a stored form without copying it, but for entries under keys that this version does not know. A value of the
+/// wrong type reads as absent. Made to be used for one form
 /// after the other; what it shows lives until the next one is read, and as long as the form itself. Used where there is
 /// a current process, by one thread.
 class PLPersonForm {
@@ -68,6 +70,7 @@ class PLPersonForm {
   PersonDictionary written();
 
  private:
+  void readEntry(const EntryView& entry, Dictionary& unknown);
   void makeContent(bool areCanonical);
   void canonicalizeDestinations();
 
@@ -76,7 +79,7 @@ class PLPersonForm {
   const Dictionary* _metadata = nullptr;
   bool _hasMonogram = false;
   bool _hasRecordID = false;
-  bool _isOfKnownEntries = true;
+  bool _hasRightTypes = true;
 
   PLPersonRecord::Content _content;
   bool _hasContent = false;

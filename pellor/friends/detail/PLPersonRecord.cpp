@@ -1,8 +1,10 @@
 #include "pellor/friends/detail/PLPersonRecord.h"
 
 #include <algorithm>
+#include <bit>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "pellor/friends/internal/PLPrefetch.h"
 #include "pellor/runtime/Fatal.h"
@@ -21,6 +23,12 @@ std::size_t byteCount(const PLPersonRecord::Content& content) {
 }
 
 }  // namespace
+
+/// Of a record with unknown entries, which few have: it owns these beside the one piece.
+struct PLPersonRecord::Memory {
+  std::shared_ptr<const char[]> piece;
+  std::shared_ptr<const Dictionary> unknownEntries;
+};
 
 void PLPersonRecord::prefetch() const {
   prefetchLine(_memory.get());
@@ -42,7 +50,7 @@ PLPersonRecord::PLPersonRecord(const Content& content) {
   // The memory of an array of characters is aligned for every type of that size.
   const auto memory = std::make_shared_for_overwrite<char[]>(front + bytes);
   auto* header = new (memory.get())
-      Header{content._abRecordID, static_cast<std::uint32_t>(destinationCount), {}, false, content.areCanonical};
+      Header{content._abRecordID, static_cast<std::uint32_t>(destinationCount), {}, false, content.areCanonical, {}};
   char* const first = memory.get() + front;
   char* next = first;
   char* end = memory.get() + sizeof(Header);
@@ -58,6 +66,10 @@ PLPersonRecord::PLPersonRecord(const Content& content) {
   header->hasDestinations = content.destinations.has_value();
   if (content.destinations) std::ranges::for_each(*content.destinations, put);
   _memory = memory;
+  if (!content.unknownEntries) return;
+  const auto whole = std::make_shared<const Memory>(Memory{memory, content.unknownEntries});
+  header->unknownEntries = std::bit_cast<std::array<char, sizeof(void*)>>(&whole->unknownEntries);
+  _memory = std::shared_ptr<const char[]>(whole, memory.get());
 }
 
 const PLPersonRecord::Header& PLPersonRecord::header() const {
@@ -101,6 +113,11 @@ bool PLPersonRecord::sharesDestination(const PLPersonRecord& other) const {
   return false;
 }
 
+std::shared_ptr<const Dictionary> PLPersonRecord::unknownEntries() const {
+  const auto* entries = std::bit_cast<const std::shared_ptr<const Dictionary>*>(header().unknownEntries);
+  return entries ? *entries : nullptr;
+}
+
 std::shared_ptr<const DestinationSet> PLPersonRecord::destinations() const {
   if (!hasDestinations()) return nullptr;
   auto destinations = std::make_shared<DestinationSet>();
@@ -136,13 +153,15 @@ bool operator==(const PLPersonRecord& left, const PLPersonRecord& right) {
     const auto text = static_cast<PLPersonRecord::Text>(which);
     if (left.text(text) != right.text(text)) return false;
   }
-  return true;
+  const auto ofLeft = left.unknownEntries(), ofRight = right.unknownEntries();
+  return ofLeft && ofRight ? *ofLeft == *ofRight : ofLeft == ofRight;
 }
 
 PLPersonRecord::Content PLPersonRecord::content(std::vector<std::string_view>& destinations) const {
   Content content;
   content._abRecordID = recordID();
   content.areCanonical = areCanonical();
+  content.unknownEntries = unknownEntries();
   for (std::size_t which = 0; which < TextCount; ++which) content.texts[which] = text(static_cast<Text>(which));
   if (!hasDestinations()) return content;
   for (std::size_t index = 0; index < destinationCount(); ++index) destinations.push_back(destination(index));
@@ -170,6 +189,13 @@ PLPersonRecord PLPersonRecord::withDestinations(const DestinationSet& destinatio
   Content changed = content(ignored);
   changed.destinations = taken;
   changed.areCanonical = false;
+  return PLPersonRecord(changed);
+}
+
+PLPersonRecord PLPersonRecord::withUnknownEntries(std::shared_ptr<const Dictionary> entries) const {
+  std::vector<std::string_view> destinations;
+  Content changed = content(destinations);
+  changed.unknownEntries = std::move(entries);
   return PLPersonRecord(changed);
 }
 

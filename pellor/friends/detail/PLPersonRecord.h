@@ -11,6 +11,7 @@
 
 #include "pellor/friends/PLDestination.h"
 #include "pellor/platform/AddressBookStore.h"
+#include "pellor/runtime/Value.h"
 
 namespace pellor {
 
@@ -18,8 +19,8 @@ namespace pellor {
 /// long as any copy of the record. Any thread.
 class PLPersonRecord {
  public:
-  enum Text : std::size_t { _abRecordGUID, _abDatabaseUID, _name, _initials, _preferredReplyAs };
-  static constexpr std::size_t TextCount = 5;
+  enum Text : std::size_t { _abRecordGUID, _abDatabaseUID, _name, _initials, _preferredReplyAs, _preferredDestination };
+  static constexpr std::size_t TextCount = 6;
   static constexpr std::size_t CacheLine = 64;
 
   /// What a record is made of.
@@ -30,6 +31,8 @@ class PLPersonRecord {
     std::optional<std::span<const std::string_view>> destinations;
     /// Whether it is known that each destination is its own canonical form.
     bool areCanonical = false;
+    /// Of the stored form, under keys that this version does not know; null: none.
+    std::shared_ptr<const Dictionary> unknownEntries;
   };
 
   /// Nothing is known.
@@ -51,6 +54,9 @@ class PLPersonRecord {
   /// The destinations as a set of their own; null when they were never set.
   std::shared_ptr<const DestinationSet> destinations() const;
 
+  /// What the stored form has under keys that this version does not know; null: nothing.
+  std::shared_ptr<const Dictionary> unknownEntries() const;
+
   /// Has its memory brought near, as much as most records have.
   void prefetch() const;
 
@@ -67,8 +73,10 @@ class PLPersonRecord {
   PLPersonRecord withRecordID(std::int32_t recordID) const;
   PLPersonRecord with(Text which, std::optional<std::string_view> text) const;
   PLPersonRecord withDestinations(const DestinationSet& destinations) const;
+  PLPersonRecord withUnknownEntries(std::shared_ptr<const Dictionary> entries) const;
 
  private:
+  struct Memory;
   // At the front of the memory. Behind it lie the ends of the texts and the destinations, then their bytes.
   struct Header {
     std::int32_t _abRecordID;
@@ -76,6 +84,7 @@ class PLPersonRecord {
     std::array<bool, TextCount> hasText;
     bool hasDestinations;
     bool areCanonical;
+    std::array<char, sizeof(void*)> unknownEntries;  // the address of the pointer to them, null for none
   };
 
   const Header& header() const;

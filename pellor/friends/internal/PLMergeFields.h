@@ -8,9 +8,6 @@
 
 namespace pellor {
 
-/// The user's choice of number; written only when it is set.
-inline constexpr std::string_view PLPersonPreferredDestinationKey = "PreferredDestination";
-
 // All of them take forms as a person writes them. A block is what follows the contact: record and database identifiers,
 // name, destinations, monogram.
 

@@ -49,7 +49,8 @@ class CheckedItems {
   std::span<const std::uint8_t> _bytes;
 };
 
-void showTexts(CheckedItems& items, EntryView& entry) {
+void showArray(CheckedItems& items, EntryView& entry) {
+  CheckedItems whole = items;
   for (std::uint64_t left = items.number(); left > 0; --left) {
     if (items.type() == CBORHead::Type::text) {
       entry.texts.push_back(items.text());
@@ -58,6 +59,7 @@ void showTexts(CheckedItems& items, EntryView& entry) {
       items.value(Depth + 2);
     }
   }
+  if (!entry.hasOnlyTexts) entry.value = whole.value(Depth + 1);
 }
 
 void showOther(CheckedItems& items, std::string_view key, DictionaryView& view) {
@@ -78,7 +80,7 @@ void showEntry(CheckedItems& items, DictionaryView& view) {
       view.append(key, Value::Kind::string).text = items.text();
       break;
     case CBORHead::Type::array:
-      showTexts(items, view.append(key, Value::Kind::array));
+      showArray(items, view.append(key, Value::Kind::array));
       break;
     default:
       showOther(items, key, view);
