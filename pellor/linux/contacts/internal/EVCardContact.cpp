@@ -4,6 +4,7 @@
 #include <array>
 #include <cctype>
 #include <charconv>
+#include <map>
 #include <string_view>
 
 #include "pellor/linux/contacts/internal/CardBounds.h"
@@ -131,26 +132,44 @@ std::string emailOf(const CardProperty& property) {
   return startsWithScheme(text, MailScheme) ? cleanCardText(text.substr(MailScheme.size())) : text;
 }
 
-std::vector<CardValue> cardValues(const Properties& properties, std::string_view name,
-                                  std::string (*valueOf)(const CardProperty&), Excess& excess) {
-  std::vector<CardValue> values;
-  for (const CardProperty& property : properties) {
-    if (property.name != name) continue;
-    std::string value = valueOf(property);
-    const bool isTooLong = isTooLongForDestination(value);
-    if (isTooLong) ++excess.leftOut;
-    if (!value.empty() && !isTooLong) values.push_back({labelOf(property), std::move(value)});
-  }
-  return values;
-}
-
-bool saysTrue(const CardProperty& property) { return lowerCased(valueAt(property, 0)) == "true"; }
-
 int positiveNumber(const std::string& text) {
   int number = 0;
   std::from_chars(text.data(), text.data() + text.size(), number);
   return std::max(number, 0);
 }
+
+// Versions before 4 mark one value, version 4 ranks them from 1 to 100.
+int rankOf(const CardProperty& property) {
+  constexpr int first = 1, unranked = 101;
+  for (const std::string& types : property.parameterValues("TYPE")) {
+    for (const std::string& type : splitCardText(lowerCased(types), ",")) {
+      if (type == "pref") return first;
+    }
+  }
+  for (const std::string& rank : property.parameterValues("PREF")) {
+    const int number = positiveNumber(rank);
+    if (number >= first && number < unranked) return number;
+  }
+  return unranked;
+}
+
+// The preferred ones first, else in the order of the card.
+std::vector<CardValue> cardValues(const Properties& properties, std::string_view name,
+                                  std::string (*valueOf)(const CardProperty&), Excess& excess) {
+  std::multimap<int, CardValue> ranked;
+  for (const CardProperty& property : properties) {
+    if (property.name != name) continue;
+    std::string value = valueOf(property);
+    const bool isTooLong = isTooLongForDestination(value);
+    if (isTooLong) ++excess.leftOut;
+    if (!value.empty() && !isTooLong) ranked.insert({rankOf(property), {labelOf(property), std::move(value)}});
+  }
+  std::vector<CardValue> values;
+  for (auto& [rank, value] : ranked) values.push_back(std::move(value));
+  return values;
+}
+
+bool saysTrue(const CardProperty& property) { return lowerCased(valueAt(property, 0)) == "true"; }
 
 void readFavoriteMarks(const Properties& properties, ContactCard& card) {
   for (const CardProperty& property : properties) {

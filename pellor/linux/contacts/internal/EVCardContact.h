@@ -33,6 +33,7 @@ struct ContactCard {
   /// Whether the card has no name parts of its own: given and family name are then taken from the formatted name.
   bool nameIsDerived = false;
   CardKind kind = CardKind::person;
+  // The preferred ones first (PREF), else in the card's order.
   std::vector<CardValue> phones;
   std::vector<CardValue> emails;
   bool isFavorite = false;
