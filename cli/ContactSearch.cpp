@@ -63,9 +63,8 @@ std::vector<RecordRef> persons(const std::vector<RecordRef>& records) {
 }
 
 bool containsPattern(const ContactEntry& contact, const NameMatch& pattern) {
-  const auto contains = [&](const std::string& text) { return pattern.isPart(text); };
-  return pattern.isPart(contact.name) || pattern.isPart(contact.guid) ||
-         std::ranges::any_of(contact.destinations, contains);
+  const auto contains = [&](const std::string& text) { return pattern.isPartOfAddress(text); };
+  return pattern.isPart(contact.name) || contains(contact.guid) || std::ranges::any_of(contact.destinations, contains);
 }
 
 void sortByName(std::vector<ContactEntry>& contacts) {

@@ -28,14 +28,28 @@ bool isWrittenNumber(std::string_view text) {
          std::ranges::all_of(text, [&](char c) { return isDigit(c) || signs.find(c) != std::string_view::npos; });
 }
 
+// Another language's rules would take one address for another, or tell equal ones apart.
+std::string lowerCaseAddress(std::string_view address) {
+  std::string text(address);
+  for (char& character : text) {
+    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character - 'A' + 'a');
+  }
+  return text;
+}
+
 }  // namespace
 
-NameMatch::NameMatch(const std::string& typed) : _key(wholeNameKey(typed)), _upperCase(upperCaseName(typed)) {}
+NameMatch::NameMatch(const std::string& typed)
+    : _key(wholeNameKey(typed)), _upperCase(upperCaseName(typed)), _lowerCaseAddress(lowerCaseAddress(typed)) {}
 
 bool NameMatch::isWhole(const std::optional<std::string>& name) const { return name && wholeNameKey(*name) == _key; }
 
 bool NameMatch::isPart(const std::optional<std::string>& name) const {
   return name && upperCaseName(*name).find(_upperCase) != std::string::npos;
+}
+
+bool NameMatch::isPartOfAddress(std::string_view address) const {
+  return lowerCaseAddress(address).find(_lowerCaseAddress) != std::string::npos;
 }
 
 // No key of words begins with a zero byte.
@@ -54,7 +68,7 @@ std::optional<std::string> destinationKey(std::string_view text) {
   if (type == PLMessageDestinationTypeUnknown) return std::nullopt;
   const auto canonical = plMessageCanonicalRawAddress(text);
   // The case of an address may matter to its server; for finding it does not.
-  return canonical && type == PLMessageDestinationTypeEmail ? upperCaseName(*canonical) : canonical;
+  return canonical && type == PLMessageDestinationTypeEmail ? lowerCaseAddress(*canonical) : canonical;
 }
 
 bool isPlainDestination(std::string_view text) {

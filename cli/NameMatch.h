@@ -7,16 +7,20 @@
 
 namespace pellor::cli {
 
-/// A name as the user typed it. Case never matters; for the whole name accents and the order of words do not either.
+/// A name, or a part of one or of an address, as the user typed it. Case never matters; for the whole name accents and
+/// the order of words do not either.
 class NameMatch {
  public:
   explicit NameMatch(const std::string& typed);
   bool isWhole(const std::optional<std::string>& name) const;
   bool isPart(const std::optional<std::string>& name) const;
+  /// Of a number, an address or a GUID, which are not of the user's language: A-Z count as a-z, and that is all.
+  bool isPartOfAddress(std::string_view address) const;
 
  private:
   std::string _key;
   std::string _upperCase;
+  std::string _lowerCaseAddress;
 };
 
 /// Equal for two names that differ in nothing but case, accents and order of words; a name without words equals itself
@@ -26,7 +30,8 @@ std::string wholeNameKey(const std::string& name);
 /// The name without its case, for comparing parts of it.
 std::string upperCaseName(std::string_view name);
 
-/// The form in which two spellings of a number or address are equal; absent for a text that is neither, or too long.
+/// The form in which two spellings of a number or address are equal, in every locale: in addresses A-Z count as a-z.
+/// Absent for a text that is neither, or too long.
 std::optional<std::string> destinationKey(std::string_view text);
 
 /// Whether the text can be nothing but a number or an address, so that it may be added without a contact.

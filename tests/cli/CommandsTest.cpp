@@ -92,6 +92,27 @@ TEST(Commands, NumbersAreOneInEverySpellingAndShownAsTheyDial) {
              });
 }
 
+TEST(Commands, LettersFromAToZOfAddressesHaveNoCaseInAnyLocale) {
+  Home turkish;
+  turkish.setVariable("LC_ALL=tr_TR.UTF-8");
+  turkish.addContact("INGE", "Inge", "EMAIL:I@EXAMPLE.org\n");
+  tell(turkish, {
+                    {{"add", "INFO@example.org"}, 0, "added INFO@example.org (1:1)"},
+                    {{"add", "info@EXAMPLE.ORG"}, 1, "INFO@example.org is a friend already (1:1)"},
+                    {{"find", "i@example.ORG"}, 0, "Inge (contact, INGE)"},
+                    {{"contacts", "i@example"}, 0, "Inge"},
+                    {{"contacts", "inge"}, 0, "Inge"},
+                    {{"remove", "info@example.org"}, 0, "removed INFO@example.org (1:1)"},
+                });
+  const Home german;
+  tell(german, {
+                   {{"add", "strasse@example.org"}, 0, "added strasse@example.org (1:1)"},
+                   {{"add", "straße@example.org"}, 0, "added straße@example.org (1:2)"},
+                   {{"find", "STRASSE@example.org"}, 0, "strasse@example.org (friend, 1:1)\n"},
+                   {{"find", "STRAßE@example.org"}, 0, "straße@example.org (friend, 1:2)\n"},
+               });
+}
+
 TEST(Commands, WhatBelongsToPagesAndFriends) {
   const Home home;
   addPeople(home);

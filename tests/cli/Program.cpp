@@ -76,7 +76,11 @@ std::vector<std::string> Home::environment() const {
                                      "XDG_RUNTIME_DIR=" + folder("run"),
                                      "LC_ALL=de_DE.UTF-8",
                                      "LANGUAGE=en"};
-  result.insert(result.end(), _variables.begin(), _variables.end());
+  for (const std::string& variable : _variables) {
+    const std::string name = variable.substr(0, variable.find('=') + 1);
+    std::erase_if(result, [&](const std::string& known) { return known.starts_with(name); });
+    result.push_back(variable);
+  }
   // Of the sanitizers, and what puts names into their reports.
   for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
     if (const char* value = ::getenv(name)) result.push_back(std::string(name) + "=" + value);

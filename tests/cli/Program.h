@@ -29,7 +29,7 @@ class Home {
   void addContact(const std::string& guid, const std::string& name, const std::string& lines) const;
 
   std::vector<std::string> environment() const;
-  /// Adds "NAME=value" to the environment.
+  /// Adds "NAME=value" to the environment, in place of what it has of that name.
   void setVariable(std::string variable) { _variables.push_back(std::move(variable)); }
 
  private:
