@@ -159,6 +159,12 @@ std::optional<ContactEntry> ContactFinder::named(const std::string& who) {
   throw AmbiguousError(who, candidates);
 }
 
+bool ContactFinder::isGuid(const std::string& who) {
+  bool isGuid = false;
+  _session.withAddressBook([&](AddressBook& book) { isGuid = book.copyPersonMatchingGUID(who) != nullptr; });
+  return isGuid;
+}
+
 std::optional<ContactEntry> contactNamed(Session& session, const std::string& who) {
   return ContactFinder(session).named(who);
 }

@@ -42,6 +42,8 @@ class ContactFinder {
   /// The one person that `who` names: by GUID, number or address, whole name, or the beginning of the name. Absent when
   /// nobody fits; throws AmbiguousError when several do.
   std::optional<ContactEntry> named(const std::string& who);
+  /// Whether `who` is the GUID of a contact.
+  bool isGuid(const std::string& who);
 
  private:
   std::vector<RecordRef> search(AddressBook& addressBook, const std::string& who);

@@ -32,17 +32,27 @@ class PersonMaker {
   explicit PersonMaker(Session& session) : _session(session), _contacts(session), _friends(session.manager()) {}
 
   std::shared_ptr<PLPerson> make(const std::string& who) {
+    const bool isDestination = isPlainDestination(who) && !_contacts.isGuid(who);
+    // Another contact may have it too, which has to be named to be added.
+    if (isDestination) requireNobodys(who);
     if (const auto contact = _contacts.named(who)) return personOf(*contact);
-    if (isPlainDestination(who)) {
-      const auto known = _friends.withDestination(who);
-      if (!known.empty()) throw isFriendAlready(known.front());
-      return _session.manager().personWithDestinations({who});
-    }
+    if (isDestination) return personWith(who);
     _session.requireContacts();
     throw CommandError("no contact is called " + inQuotes(who) + ", and it is neither a number nor an address");
   }
 
  private:
+  void requireNobodys(const std::string& destination) {
+    const auto known = _friends.withDestination(destination);
+    if (!known.empty()) throw isFriendAlready(known.front());
+  }
+
+  std::shared_ptr<PLPerson> personWith(const std::string& destination) {
+    if (!_typed.insert(destinationKey(destination).value_or(destination)).second)
+      throw UsageError(inQuotes(destination) + " is named twice");
+    return _session.manager().personWithDestinations({destination});
+  }
+
   std::shared_ptr<PLPerson> personOf(const ContactEntry& contact) {
     if (const auto known = friendThatIs(_friends, contact)) throw isFriendAlready(*known);
     if (!isReachable(_session, contact)) throw CommandError(nameOf(contact) + " has neither a number nor an address");
@@ -52,6 +62,7 @@ class PersonMaker {
   Session& _session;
   ContactFinder _contacts;
   FriendFinder _friends;
+  std::unordered_set<std::string> _typed;  // destinations of nobody's, in the form in which spellings are equal
 };
 
 Persons personsToAdd(Session& session, const std::vector<std::string>& who) {
@@ -107,6 +118,60 @@ void answerEach(Session& session, const std::vector<FriendAt>& friends, const st
   session.answer([&] { return eachText(friends, what); }, [&] { return eachJson(friends, what); });
 }
 
+/// A number or address that several friends have, as families do.
+struct SharedDestination {
+  std::string destination;
+  std::vector<FriendAt> friends;  // in slot order
+};
+
+// Each once, of those that the friends who were added have.
+std::vector<SharedDestination> sharedWithOthers(const PLFriendsManager& manager, const std::vector<FriendAt>& added) {
+  FriendFinder finder(manager);
+  std::vector<SharedDestination> shared;
+  std::unordered_set<std::string> seen;
+  for (const FriendAt& each : added) {
+    const auto values = each.person->allValues();
+    for (const std::string& destination : values ? *values : DestinationSet()) {
+      if (!seen.insert(destinationKey(destination).value_or(destination)).second) continue;
+      auto friends = finder.withDestination(destination);
+      if (friends.size() > 1) shared.push_back({destination, std::move(friends)});
+    }
+  }
+  return shared;
+}
+
+std::string textOf(const SharedDestination& shared) {
+  std::string text;
+  for (std::size_t index = 0; index < shared.friends.size(); ++index) {
+    const bool isLast = index + 1 == shared.friends.size();
+    if (index > 0) text += isLast ? " and " : ", ";
+    text += nameOf(*shared.friends[index].person) + " (" + textOf(shared.friends[index].place) + ")";
+  }
+  return text + " share " + shownDestination(shared.destination) + "\n";
+}
+
+Json jsonOf(const SharedDestination& shared) {
+  Json friends = Json::array();
+  for (const FriendAt& each : shared.friends) friends.push_back(jsonOf(each));
+  return {{"destination", shared.destination}, {"friends", std::move(friends)}};
+}
+
+void answerAdded(Session& session, const std::vector<FriendAt>& added) {
+  const auto shared = sharedWithOthers(session.manager(), added);
+  const auto text = [&] {
+    std::string all = eachText(added, "added");
+    for (const SharedDestination& each : shared) all += textOf(each);
+    return all;
+  };
+  const auto json = [&] {
+    Json object = eachJson(added, "added");
+    object["shared"] = Json::array();
+    for (const SharedDestination& each : shared) object["shared"].push_back(jsonOf(each));
+    return object;
+  };
+  session.answer(text, json);
+}
+
 CommandError hasNoRoom(const PLPerson& person) { return CommandError("there is no room for " + nameOf(person)); }
 
 // All or none: the others have to leave again.
@@ -137,7 +202,7 @@ void add(Session& session, const std::vector<std::string>& who) {
   }
   session.commit();
   requireAdded(session, persons);
-  answerEach(session, placesOf(manager, persons), "added");
+  answerAdded(session, placesOf(manager, persons));
 }
 
 void remove(Session& session, const std::vector<std::string>& who) {

@@ -99,6 +99,7 @@ TEST(Commands, LettersFromAToZOfAddressesHaveNoCaseInAnyLocale) {
   tell(turkish, {
                     {{"add", "INFO@example.org"}, 0, "added INFO@example.org (1:1)"},
                     {{"add", "info@EXAMPLE.ORG"}, 1, "INFO@example.org is a friend already (1:1)"},
+                    {{"add", "Id@example.org", "iD@example.org"}, 2, "is named twice"},
                     {{"find", "i@example.ORG"}, 0, "Inge (contact, INGE)"},
                     {{"contacts", "i@example"}, 0, "Inge"},
                     {{"contacts", "inge"}, 0, "Inge"},
@@ -111,6 +112,26 @@ TEST(Commands, LettersFromAToZOfAddressesHaveNoCaseInAnyLocale) {
                    {{"find", "STRASSE@example.org"}, 0, "strasse@example.org (friend, 1:1)\n"},
                    {{"find", "STRAßE@example.org"}, 0, "straße@example.org (friend, 1:2)\n"},
                });
+}
+
+TEST(Commands, FamiliesShareALine) {
+  const Home home;
+  for (const char* name : {"Ann", "Bea", "Cid"}) {
+    home.addContact(std::string("lee") + name[0], std::string(name) + " Lee",
+                    std::string("N:Lee;") + name + ";;;\nTEL:030 1234567\nEMAIL:" + name + "@example.org\n");
+  }
+  tell(home,
+       {
+           {{"add", "ann lee"}, 0, "added Ann Lee (1:1)\n"},
+           {{"add", "bea lee"}, 0, "added Bea Lee (1:2)\nAnn Lee (1:1) and Bea Lee (1:2) share 030 1234567\n"},
+           {{"add", "+49 30 1234567"}, 1, "Ann Lee is a friend already (1:1)"},
+           {{"add", "BEA@example.org"}, 1, "Bea Lee is a friend already (1:2)"},
+           {{"add", "leeC"}, 0, "(1:3)\nAnn Lee (1:1), Bea Lee (1:2) and Cid Lee (1:3) share 030 1234567\n"},
+           {{"remove", "1:1", "1:2", "1:3"}, 0, "removed"},
+           {{"add", "leeA", "leeB"}, 0, "added Bea Lee (1:2)\nAnn Lee (1:1) and Bea Lee (1:2) share 030 1234567\n"},
+           {{"refresh"}, 0, "in step"},
+           {{"find", "030 1234567"}, 0, "Ann Lee (friend, 1:1)\nBea Lee (friend, 1:2)\n"},
+       });
 }
 
 TEST(Commands, WhatBelongsToPagesAndFriends) {
