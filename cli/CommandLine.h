@@ -51,7 +51,7 @@ void chooseCompletion(const CLI::App& program, CommandLine& line, const std::vec
 void addListCommands(CLI::App& program, Command& chosen, CommonOptions& options);  // list, find
 void addEditCommands(CLI::App& program, Command& chosen);                          // add, remove, move
 void addPageCommands(CLI::App& program, Command& chosen);                          // title, purge
-void addFriendCommands(CLI::App& program, Command& chosen);                        // reply-as, meta
+void addFriendCommands(CLI::App& program, Command& chosen);                        // number, reply-as, meta
 void addContactCommands(CLI::App& program, Command& chosen);                       // contacts, allow, refresh
 void addFavoritesCommands(CLI::App& program, Command& chosen);                     // favorites
 void addSettingsCommands(CLI::App& program, Command& chosen);                      // settings

@@ -1,4 +1,4 @@
-// reply-as, meta
+// number, reply-as, meta
 
 #include <CLI/CLI.hpp>
 #include <memory>
@@ -10,10 +10,53 @@
 #include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
+#include "cli/ShownDestination.h"
+#include "pellor/friends/PLDestination.h"
 #include "pellor/linux/text/TextLimits.h"
 
 namespace pellor::cli {
 namespace {
+
+struct NumberArguments {
+  std::string who;
+  std::optional<std::string> number;
+  bool clears = false;
+};
+
+std::string allShown(const PLPerson& person) {
+  std::string text;
+  const auto values = person.allValues();
+  for (const std::string& value : values ? *values : DestinationSet()) {
+    text += (text.empty() ? "" : ", ") + shownDestination(value);
+  }
+  return text.empty() ? "none" : text;
+}
+
+std::string destinationToPrefer(const PLPerson& person, const std::string& text) {
+  if (auto destination = destinationSpelled(person, text)) return *std::move(destination);
+  throw CommandError(nameOf(person) + " has no " + printable(text) + ", but " + allShown(person));
+}
+
+std::string numberText(const PLPerson& person) {
+  const auto shown = destinationShownOf(person);
+  const auto chosen = person.preferredDestination();
+  std::string text = shown ? shownDestination(*shown) : "(none)";
+  const bool isInUse = !chosen || plMessageCanonicalRawAddress(*chosen) == shown;
+  if (!isInUse) text += "\n(chosen, but not " + nameOf(person) + "'s at present: " + shownDestination(*chosen) + ")";
+  return text + "\n";
+}
+
+void number(Session& session, const NumberArguments& arguments) {
+  const bool changes = arguments.number || arguments.clears;
+  if (changes) session.requireWritableStore();
+  const FriendAt found = friendNamed(session.manager(), arguments.who);
+  if (changes) {
+    found.person->setPreferredDestination(
+        arguments.number ? std::optional(destinationToPrefer(*found.person, *arguments.number)) : std::nullopt);
+    session.commit();
+  }
+  session.answer([&] { return numberText(*found.person); }, [&] { return jsonOf(found); });
+}
 
 struct ReplyAsArguments {
   std::string who;
@@ -73,6 +116,16 @@ void meta(Session& session, const MetaArguments& arguments) {
   answerMetadata(session, found, arguments);
 }
 
+void addNumber(CLI::App& program, Command& chosen) {
+  auto* command =
+      program.add_subcommand("number", "Show or choose the number or address under which a friend is shown");
+  const auto arguments = std::make_shared<NumberArguments>();
+  command->add_option("WHO", arguments->who, "The friend")->required();
+  auto* choice = command->add_option("NUMBER", arguments->number, "One of the friend's, in any spelling");
+  command->add_flag("--clear", arguments->clears, "Show the card's again")->excludes(choice);
+  command->callback([&chosen, arguments] { chosen = [arguments](Session& session) { number(session, *arguments); }; });
+}
+
 void addReplyAs(CLI::App& program, Command& chosen) {
   auto* command = program.add_subcommand("reply-as", "Show or set the address that replies to a friend come from");
   const auto arguments = std::make_shared<ReplyAsArguments>();
@@ -95,6 +148,7 @@ void addMeta(CLI::App& program, Command& chosen) {
 }  // namespace
 
 void addFriendCommands(CLI::App& program, Command& chosen) {
+  addNumber(program, chosen);
   addReplyAs(program, chosen);
   addMeta(program, chosen);
 }

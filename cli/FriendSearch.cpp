@@ -6,6 +6,7 @@
 #include "cli/CommandError.h"
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
+#include "cli/ShownDestination.h"
 #include "cli/ShownNumbers.h"
 #include "cli/WordBeginnings.h"
 #include "pellor/friends/PLDestination.h"
@@ -166,10 +167,14 @@ std::shared_ptr<PLFriendGroup> pageAt(const PLFriendsManager& manager, std::uint
                      std::to_string(pages.size()));
 }
 
-std::string nameOf(const PLPerson& person) { return printable(person.displayName().value_or("(no name)")); }
+std::string nameOf(const PLPerson& person) {
+  if (const auto name = ownName(person)) return printable(*name);
+  const std::string destination = shownDestination(person);
+  return destination.empty() ? "(no name)" : destination;
+}
 
 std::string shownDestination(const PLPerson& person) {
-  return shownDestination(person.primaryDestination().value_or(""));
+  return shownDestination(destinationShownOf(person).value_or(""));
 }
 
 std::string shownDestination(const std::string& destination) {

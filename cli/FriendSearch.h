@@ -72,10 +72,10 @@ std::vector<FriendAt> friendsNamed(const PLFriendsManager& manager, const std::v
 /// The page with that index. Throws CommandError when there is none.
 std::shared_ptr<PLFriendGroup> pageAt(const PLFriendsManager& manager, std::uint64_t index);
 
-/// What to call a friend: its name, else its first number or address.
+/// What to call a friend: its name, else the number or address under which it is shown.
 std::string nameOf(const PLPerson& person);
 
-/// The first number or address as it is shown; empty without one.
+/// A friend's number or address (see destinationShownOf) as it is shown; empty without one.
 std::string shownDestination(const PLPerson& person);
 std::string shownDestination(const std::string& destination);
 

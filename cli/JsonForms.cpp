@@ -6,6 +6,7 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
+#include "cli/ShownDestination.h"
 #include "pellor/runtime/WallClock.h"
 
 namespace pellor::cli {
@@ -84,6 +85,8 @@ Json jsonOf(const PLPerson& person) {
           {"name", jsonOf(person.hasName() ? person.displayName() : std::nullopt)},
           {"monogram", jsonOf(initials && !initials->empty() ? initials : std::nullopt)},
           {"primaryDestination", jsonOf(person.primaryDestination())},
+          {"preferredDestination", jsonOf(person.preferredDestination())},
+          {"shownDestination", jsonOf(destinationShownOf(person))},
           {"destinations", values ? Json(*values) : Json::array()},
           {"replyAs", jsonOf(person.preferredReplyAs())},
           {"metadata", jsonOfEach(person.metadata())}};

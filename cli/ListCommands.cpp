@@ -13,6 +13,7 @@
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
 #include "cli/PageGrid.h"
+#include "cli/ShownDestination.h"
 #include "cli/StatusText.h"
 #include "pellor/friends/PLDestinationStatus.h"
 
@@ -28,9 +29,11 @@ Json slotJson(PLFriendsManager& manager, const std::shared_ptr<PLPerson>& person
 
 Json slotsJson(PLFriendsManager& manager, const PLFriendGroup& page) {
   Json content = Json::array();
-  for (std::uint64_t slot = 0; slot < page.groupSize(); ++slot) {
-    content.push_back(slotJson(manager, page.friendAtPosition(slot)));
-  }
+  withCardsOf(page.friends(), [&] {
+    for (std::uint64_t slot = 0; slot < page.groupSize(); ++slot) {
+      content.push_back(slotJson(manager, page.friendAtPosition(slot)));
+    }
+  });
   return content;
 }
 

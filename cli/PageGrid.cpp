@@ -5,6 +5,7 @@
 
 #include "cli/FriendSearch.h"
 #include "cli/Output.h"
+#include "cli/ShownDestination.h"
 #include "pellor/linux/text/IcuText.h"
 
 namespace pellor::cli {
@@ -46,7 +47,9 @@ Cell cellOf(const PLFriendGroup& page, std::uint64_t slot, const FriendMark& mar
 
 std::vector<Cell> cellsOf(const PLFriendGroup& page, const FriendMark& mark) {
   std::vector<Cell> cells;
-  for (std::uint64_t slot = 0; slot < page.groupSize(); ++slot) cells.push_back(cellOf(page, slot, mark));
+  withCardsOf(page.friends(), [&] {
+    for (std::uint64_t slot = 0; slot < page.groupSize(); ++slot) cells.push_back(cellOf(page, slot, mark));
+  });
   return cells;
 }
 
