@@ -59,6 +59,10 @@ Session::~Session() {
   _progress.remove();
   if (_platform) {
     for (const std::string& remark : store().takeRemarks()) writeError(printable(remark));
+    if (_platform->isRegionAssumed()) {
+      writeError("no locale names a country, so the new store reads national numbers as in " + _platform->region() +
+                 "; \"pellor settings region XX\" changes it");
+    }
   }
   _manager.reset();
   _platform.reset();

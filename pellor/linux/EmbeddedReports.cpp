@@ -18,6 +18,7 @@
 #include "pellor/linux/preferences/StoreCopies.h"
 #include "pellor/linux/preferences/internal/PreferencesDatabase.h"
 #include "pellor/linux/preferences/internal/SQLitePreferences.h"
+#include "pellor/linux/preferences/internal/StoreRegion.h"
 #include "pellor/runtime/WallClock.h"
 
 namespace pellor {
@@ -51,13 +52,23 @@ std::string counted(std::size_t count, const char* one, const char* many) {
 struct StoreLook {
   std::string error;                 ///< empty: it can be read
   std::vector<std::string> remarks;  ///< what else is to be known
+  std::optional<std::string> region;
 };
 
 StoreLook lookInto(const UserFolders& folders) {
   SQLitePreferences store(folders.data, folders.config / "defaults.json", {"", "", nullptr},
                           SQLitePreferences::Access::readOnly);
-  if (!store.copyOfStore(0)) return {store.lastError(), {}};
-  return {"", store.takeRemarks()};
+  if (!store.copyOfStore(0)) return {store.lastError(), {}, {}};
+  return {"", store.takeRemarks(), StoreRegion::stored(store)};
+}
+
+std::string regionText(const std::string& region) { return "national numbers are of " + region; }
+
+ServiceReport reportOnNewStore(const std::string& name, const std::optional<std::string>& region) {
+  const RegionProposal proposal = proposedRegion(region);
+  ServiceReport report = ServiceReport::working(name + ", not made yet; " + regionText(proposal.region));
+  if (proposal.isAssumed) report.advice = "no locale names a country: name one (region), if it is another one";
+  return report;
 }
 
 }  // namespace
@@ -105,13 +116,13 @@ ServiceReport reportOnContactsFolder(const fs::path& contacts, const fs::path& d
   }
 }
 
-ServiceReport reportOnStoreFile(const UserFolders& folders) {
+ServiceReport reportOnStoreFile(const UserFolders& folders, const std::optional<std::string>& region) {
   const fs::path file = PreferencesDatabase::fileIn(folders.data);
   const std::string name = file.string() + " (SQLite " + sqlite3_libversion() + ")";
   const StoreCopies copies(folders.data / StoreCopies::FolderName);
   if (!isThere(file)) {
     if (!mayWriteIn(folders.data)) return ServiceReport::failing(mayNotBeWritten(file), RightToWrite);
-    return withCopies(ServiceReport::working(name + ", not made yet"), copies);
+    return withCopies(reportOnNewStore(name, region), copies);
   }
   const StoreLook look = lookInto(folders);
   if (!look.error.empty()) {
@@ -119,7 +130,8 @@ ServiceReport reportOnStoreFile(const UserFolders& folders) {
     return withCopies(ServiceReport::failing(file.string() + ": " + look.error, advice), copies);
   }
   if (!mayWriteIn(folders.data) || !mayWrite(file)) return ServiceReport::failing(mayNotBeWritten(file), RightToWrite);
-  ServiceReport report = withCopies(ServiceReport::working(name), copies);
+  const std::string settled = look.region ? "; " + regionText(*look.region) : "";
+  ServiceReport report = withCopies(ServiceReport::working(name + settled), copies);
   for (const std::string& remark : look.remarks) report.detail += "; " + remark;
   return report;
 }
@@ -140,7 +152,7 @@ std::optional<ServiceReport> reportOnEmbedded(std::string_view part, const Confi
   const UserFolders& folders = options.folders;
   if (chosen == "vdir")
     return reportOnContactsFolder(options.contactsFolder.value_or(folders.data / "contacts"), folders.data);
-  if (chosen == "sqlite") return reportOnStoreFile(folders);
+  if (chosen == "sqlite") return reportOnStoreFile(folders, options.region);
   if (chosen == "folder") return reportOnNotifyFolder(folders);
   if (chosen != "none") return std::nullopt;
   if (part == "reachability") return ServiceReport::none("nobody is checked: every friend counts as reachable");

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "pellor/linux/ServiceReport.h"
@@ -26,8 +27,9 @@ ServiceReport withCopies(ServiceReport report, const StoreCopies& copies);
 ServiceReport reportOnContactsFolder(const std::filesystem::path& contactsFolder,
                                      const std::filesystem::path& dataFolder);
 
-/// Of the store in the data folder. One that nobody has made yet works if it can be made.
-ServiceReport reportOnStoreFile(const UserFolders& folders);
+/// Of the store in the data folder, and the region by which it reads national numbers. One that nobody has made yet
+/// works if it can be made; it would be given `region`, or else that of the user's locale.
+ServiceReport reportOnStoreFile(const UserFolders& folders, const std::optional<std::string>& region = std::nullopt);
 
 /// Of the folder through which programs hear of each other.
 ServiceReport reportOnNotifyFolder(const UserFolders& folders);

@@ -140,6 +140,8 @@ LinuxPlatform::LinuxPlatform(Process& process, const LinuxPlatformOptions& optio
 
 std::string LinuxPlatform::region() const { return _region->region(); }
 
+bool LinuxPlatform::isRegionAssumed() const { return _region->isAssumed(); }
+
 std::string LinuxPlatform::locale() const { return _region->locale(); }
 
 std::shared_ptr<FavoritesSource> LinuxPlatform::favoritesSource(Process& process) const {

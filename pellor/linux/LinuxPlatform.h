@@ -84,6 +84,9 @@ class LinuxPlatform {
   /// By which national numbers are read: the store's, whatever the options said.
   std::string region() const;
   std::string locale() const;
+  /// Whether this process made the store and had to assume the region, since neither the options nor the user's locale
+  /// name one: worth a word to the user, who can set another one.
+  bool isRegionAssumed() const;
 
   SharedPreferences& preferences() const { return *_preferences; }
   /// Null when the contacts do not come from a folder: then the favorites are those that are marked in the contacts.

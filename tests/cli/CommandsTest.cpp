@@ -291,6 +291,7 @@ TEST(Commands, TheDoctorTellsWhatFailsAndMakesNothing) {
   writeFile(home / "file", "");
   expect({"doctor"}, "-> put vCard files there", "address-book fails: ");
   expect({"doctor", "--data", (home / "file/none").string()}, "store          sqlite      fails", "does not exist");
+  expect({"doctor", "--region", "fr"}, "not made yet; national numbers are of FR\n", "address-book");
   expect({"doctor", "--keys", "--region", "de"}, "region                    DE  #", "");
   EXPECT_FALSE(std::filesystem::exists(home.dataFolder()));
 
@@ -298,6 +299,7 @@ TEST(Commands, TheDoctorTellsWhatFailsAndMakesNothing) {
   addPeople(home);
   ASSERT_EQ(pellor(home, {"list"}).exitCode, 0);
   expect({"doctor"}, "contacts: 5 cards\n", "");
+  expect({"doctor", "--region", "fr"}, "; national numbers are of DE; the newest copy", "");
   writeFile(home.storeFile(), "no database");
   expect({"doctor"}, "-> put a backup in its place", "store fails: ");
 }
@@ -330,6 +332,21 @@ TEST(Commands, AllCardsOfAFileAreContactsAndOthersAreNamed) {
                  {{"doctor", "--contacts", file}, 0, "mine.vcf: 2 cards\n"},
                  {{"add", "ann", "--contacts", file}, 0, "added Ann Lee"},
              });
+}
+
+TEST(Commands, AStoreMadeWithoutALocaleSaysWhichRegionItAssumesOnce) {
+  Home home;
+  home.setVariable("LC_ALL=C.UTF-8");
+  EXPECT_THAT(pellor(home, {"doctor"}).output, HasSubstr("-> no locale names a country"));
+  const ProgramResult first = pellor(home, {"add", "202-555-0123"});
+  EXPECT_EQ(first.exitCode, 0);
+  EXPECT_EQ(first.output, "added (202) 555-0123 (1:1)\n");
+  EXPECT_THAT(first.errors, HasSubstr("as in US; \"pellor settings region XX\""));
+  tell(home, {{{"list"}, 0, "(202) 555-0123"}, {{"settings", "region"}, 0, "US"}});
+
+  Home told;
+  told.setVariable("LC_ALL=C");
+  tell(told, {{{"settings", "region", "DE"}, 0, "DE"}, {{"add", "030 1234567"}, 0, "added 030 1234567"}});
 }
 
 TEST(Commands, TheListOfVersion01IsShownAsThatVersionShowedIt) {

@@ -14,7 +14,7 @@ namespace pellor {
 namespace {
 
 StoreRegion::Proposal proposing(std::string region, std::string locale) {
-  return [proposal = RegionAndLocale{std::move(region), std::move(locale)}] { return proposal; };
+  return [proposal = RegionProposal{{std::move(region), std::move(locale)}}] { return proposal; };
 }
 
 TEST(StoreRegionTest, TheProposalComesFromTheOptionAndTheEnvironment) {

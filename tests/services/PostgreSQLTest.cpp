@@ -147,7 +147,7 @@ TEST_F(PostgreSQLTest, MachinesThatStartAtOnceMakeOneSchemaAndAgreeOnTheRegion) 
     machines.emplace_back([&, region] {
       Process process;
       const Client client(process, patient(cluster().connection(_database)));
-      StoreRegion chosen(client.store, [region] { return RegionAndLocale{region, "en_" + region}; });
+      StoreRegion chosen(client.store, [region] { return RegionProposal{{region, "en_" + region}}; });
       if (chosen.locale() == "en_" + chosen.region()) ++agreeing;
     });
   }

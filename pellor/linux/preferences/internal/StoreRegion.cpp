@@ -29,13 +29,14 @@ std::string territoryOf(const std::string& locale) {
   return isRegion(territory) ? territory : "";
 }
 
+// Empty when none does.
 std::string firstNamed(const Environment& environment, std::initializer_list<const char*> variables,
-                       std::string (*part)(const std::string&), std::string_view fallback) {
+                       std::string (*part)(const std::string&)) {
   for (const char* variable : variables) {
     std::string named = part(environment(variable).value_or(""));
     if (!named.empty()) return named;
   }
-  return std::string(fallback);
+  return "";
 }
 
 Dictionary dictionaryOf(const RegionAndLocale& chosen) {
@@ -49,11 +50,13 @@ std::string textOf(const PreferenceAnswer<Value>& answer) {
 
 }  // namespace
 
-RegionAndLocale proposedRegion(const std::optional<std::string>& region, const Environment& environment) {
-  RegionAndLocale proposal;
-  proposal.region =
-      region ? *region : firstNamed(environment, {"LC_ALL", "LC_TELEPHONE", "LANG"}, territoryOf, FallbackRegion);
-  const std::string language = firstNamed(environment, {"LC_ALL", "LC_MESSAGES", "LANG"}, languageOf, FallbackLanguage);
+RegionProposal proposedRegion(const std::optional<std::string>& region, const Environment& environment) {
+  RegionProposal proposal;
+  proposal.region = region ? *region : firstNamed(environment, {"LC_ALL", "LC_TELEPHONE", "LANG"}, territoryOf);
+  proposal.isAssumed = proposal.region.empty();
+  if (proposal.isAssumed) proposal.region = FallbackRegion;
+  std::string language = firstNamed(environment, {"LC_ALL", "LC_MESSAGES", "LANG"}, languageOf);
+  if (language.empty()) language = FallbackLanguage;
   proposal.locale = language + "_" + proposal.region;
   return proposal;
 }
@@ -77,6 +80,19 @@ bool StoreRegion::change(PreferencesStore& store, const RegionAndLocale& regionA
   return store.synchronize(Domain);
 }
 
+bool StoreRegion::isAssumed() {
+  {
+    const MutexLock lock(_mutex);
+    if (!_isProposalWritten || !proposed().isAssumed) return false;
+  }
+  return stored(*_store) == region();
+}
+
+std::optional<std::string> StoreRegion::stored(PreferencesStore& store) {
+  std::string region = textOf(store.copyValue(RegionKey, Domain));
+  return region.empty() ? std::nullopt : std::optional(std::move(region));
+}
+
 const RegionAndLocale& StoreRegion::current() {
   const RegionAndLocale* known = _known.load(std::memory_order_acquire);
   return known ? *known : settledOrProposed();
@@ -95,7 +111,7 @@ std::optional<RegionAndLocale> StoreRegion::readOrWrite() {
   if (!region.isReadable()) return std::nullopt;
   if (!region.value()) {
     // Of two processes that start at once one writes. A store that may not be written goes with the proposal.
-    _store->insertIfAbsent(dictionaryOf(proposed()), Domain);
+    _isProposalWritten = _store->insertIfAbsent(dictionaryOf(proposed()), Domain);
     region = _store->copyValue(RegionKey, Domain);
   }
   const auto locale = _store->copyValue(LocaleKey, Domain);
@@ -106,7 +122,7 @@ std::optional<RegionAndLocale> StoreRegion::readOrWrite() {
   return stored;
 }
 
-const RegionAndLocale& StoreRegion::proposed() {
+const RegionProposal& StoreRegion::proposed() {
   if (!_proposed) _proposed = _proposal();
   return *_proposed;
 }
