@@ -7,8 +7,10 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <string_view>
 
+#include "pellor/linux/text/CardText.h"
 #include "pellor/linux/text/TextLimits.h"
 
 namespace pellor {
@@ -109,7 +111,59 @@ Order orderOf(const ContactCard& card, bool surnameFirst) {
   return isVietnameseName(card) ? Order::vietnamese : Order::surnameFirst;
 }
 
+using Words = std::span<const std::string>;
+
+std::optional<std::string> joined(Words words) {
+  std::optional<std::string> text;
+  for (const std::string& word : words) text = text ? *text + " " + word : word;
+  return text;
+}
+
+// "Dr." and "ifj.", not the initials "J." and "J.R.".
+bool isTitle(const std::string& word) {
+  const icu::UnicodeString text = icu::UnicodeString::fromUTF8(word);
+  return text.endsWith(u'.') && text.indexOf(u'.') == text.length() - 1 && text.countChar32() > 2;
+}
+
+Words withoutTitles(Words words) {
+  while (words.size() > 1 && isTitle(words.front())) words = words.subspan(1);
+  while (words.size() > 1 && isTitle(words.back())) words = words.first(words.size() - 1);
+  return words;
+}
+
+bool isLowerCase(const std::string& word) {
+  return u_charType(icu::UnicodeString::fromUTF8(word).char32At(0)) == U_LOWERCASE_LETTER;
+}
+
+// The last word, and the particles before it.
+std::size_t startOfSurname(Words words) {
+  std::size_t start = words.size() - 1;
+  if (isLowerCase(words.back())) return start;
+  const auto particle = std::ranges::find_if(words.subspan(1), isLowerCase);
+  return std::min(start, static_cast<std::size_t>(particle - words.subspan(1).begin()) + 1);
+}
+
 }  // namespace
+
+void deriveNames(ContactCard& card, bool surnameFirst) {
+  if (!card.nameIsDerived || !card.formattedName) return;
+  const std::vector<std::string> all = splitCardText(*card.formattedName, " ");
+  const Words words = withoutTitles(all);
+  if (words.empty()) return;
+  card.familyName = std::nullopt;
+  card.givenName = words.front();
+  if (words.size() == 1) return;
+  if (surnameFirst || std::ranges::all_of(words, isEastAsian)) {
+    const bool isVietnamese =
+        std::ranges::any_of(words, [](const std::string& word) { return word == "Văn" || holdsVietnameseVowel(word); });
+    card.familyName = words.front();
+    card.givenName = isVietnamese ? words.back() : joined(words.subspan(1));
+    return;
+  }
+  const std::size_t surname = startOfSurname(words);
+  card.givenName = joined(words.first(surname));
+  card.familyName = joined(words.subspan(surname));
+}
 
 std::optional<std::string> compositeName(const ContactCard& card, bool surnameFirst) {
   if (!hasNameParts(card)) {

@@ -17,6 +17,11 @@ namespace pellor {
 /// (pellor/linux/text/TextLimits.h).
 std::optional<std::string> compositeName(const ContactCard& card, bool surnameFirst);
 
+/// Takes given name and surname of a person from the formatted name, of a card that has nothing else: the surname first
+/// as `compositeName` says, else last, with its particles. Titles, abbreviated at either end, belong to neither. Other
+/// cards stay as they are.
+void deriveNames(ContactCard& card, bool surnameFirst);
+
 /// All names by which the contact is found: the full name in either order, with and without prefix and suffix, or
 /// without name parts the organisation; the formatted name and the nickname.
 std::vector<std::string> searchableNames(const ContactCard& card);

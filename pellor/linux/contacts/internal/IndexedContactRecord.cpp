@@ -60,16 +60,18 @@ auto textField(Card& card, RecordProperty property) -> decltype(&card.givenName)
 
 IndexedContactRecord::IndexedContactRecord(std::weak_ptr<IndexedRecordOwner> owner, IndexedContact contact)
     : _owner(std::move(owner)), _contact(std::move(contact)) {
-  takeMultiValues();
+  takeCard();
 }
 
 void IndexedContactRecord::refresh(IndexedContact contact) {
   if (_isEdited) std::swap(contact.card, _contact.card);
   _contact = std::move(contact);
-  if (!_isEdited) takeMultiValues();
+  if (!_isEdited) takeCard();
 }
 
-void IndexedContactRecord::takeMultiValues() {
+void IndexedContactRecord::takeCard() {
+  const auto owner = _owner.lock();
+  if (_contact.card.nameIsDerived) deriveNames(_contact.card, owner && owner->writesSurnameFirst());
   _phones = multiValue(_contact.card.phones);
   _emails = multiValue(_contact.card.emails);
 }

@@ -38,7 +38,7 @@ class IndexedContactRecord final : public ContactRecord, public std::enable_shar
   void setRecordValue(RecordProperty property, RecordValue value) override;
 
  private:
-  void takeMultiValues();
+  void takeCard();
 
   const std::weak_ptr<IndexedRecordOwner> _owner;
   IndexedContact _contact;
