@@ -34,7 +34,7 @@ std::string allShown(const PLPerson& person) {
 
 std::string destinationToPrefer(const PLPerson& person, const std::string& text) {
   if (auto destination = destinationSpelled(person, text)) return *std::move(destination);
-  throw CommandError(nameOf(person) + " has no " + printable(text) + ", but " + allShown(person));
+  throw CommandError(nameOf(person) + " has no " + inQuotes(text) + ", but " + allShown(person));
 }
 
 std::string numberText(const PLPerson& person) {

@@ -62,11 +62,9 @@ StoreLook lookInto(const UserFolders& folders) {
   return {"", store.takeRemarks(), StoreRegion::stored(store)};
 }
 
-std::string regionText(const std::string& region) { return "national numbers are of " + region; }
-
 ServiceReport reportOnNewStore(const std::string& name, const std::optional<std::string>& region) {
   const RegionProposal proposal = proposedRegion(region);
-  ServiceReport report = ServiceReport::working(name + ", not made yet; " + regionText(proposal.region));
+  ServiceReport report = withRegion(ServiceReport::working(name + ", not made yet"), proposal.region);
   if (proposal.isAssumed) report.advice = "no locale names a country: name one (region), if it is another one";
   return report;
 }
@@ -81,6 +79,11 @@ ServiceReport withHeldRefresh(ServiceReport report, const std::filesystem::path&
   report.detail += "; only " + std::to_string(fall->now) + " of " + std::to_string(fall->before) +
                    " are there, so friends are not refreshed";
   report.advice = "bring the others back, or accept that they are gone: pellor refresh --accept";
+  return report;
+}
+
+ServiceReport withRegion(ServiceReport report, const std::optional<std::string>& region) {
+  if (report.state == ServiceReport::State::works && region) report.detail += "; national numbers are of " + *region;
   return report;
 }
 
@@ -130,8 +133,7 @@ ServiceReport reportOnStoreFile(const UserFolders& folders, const std::optional<
     return withCopies(ServiceReport::failing(file.string() + ": " + look.error, advice), copies);
   }
   if (!mayWriteIn(folders.data) || !mayWrite(file)) return ServiceReport::failing(mayNotBeWritten(file), RightToWrite);
-  const std::string settled = look.region ? "; " + regionText(*look.region) : "";
-  ServiceReport report = withCopies(ServiceReport::working(name + settled), copies);
+  ServiceReport report = withCopies(withRegion(ServiceReport::working(name), look.region), copies);
   for (const std::string& remark : look.remarks) report.detail += "; " + remark;
   return report;
 }

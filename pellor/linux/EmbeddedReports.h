@@ -23,6 +23,9 @@ ServiceReport withHeldRefresh(ServiceReport report, const std::filesystem::path&
 /// Adds to the report of a store which copies there are of it, and to that of one that fails how to take one back.
 ServiceReport withCopies(ServiceReport report, const StoreCopies& copies);
 
+/// Adds to the report of a store that works the region by which it reads national numbers; absent: it has none yet.
+ServiceReport withRegion(ServiceReport report, const std::optional<std::string>& region);
+
 /// Of the folder of vCards, and whether friends are refreshed against it. One that is missing fails.
 ServiceReport reportOnContactsFolder(const std::filesystem::path& contactsFolder,
                                      const std::filesystem::path& dataFolder);

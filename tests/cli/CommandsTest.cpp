@@ -147,7 +147,7 @@ TEST(Commands, TheNumberThatIsShownIsTheUsersChoiceElseTheCards) {
                  {{"number", "ann", "0151-23456789"}, 0, "01512 3456789\n"},
                  {{"list"}, 0, "01512 3456789"},
                  {{"number", "ann", "ANN@example.org"}, 0, "ann@example.org\n"},
-                 {{"number", "ann", "030 1234567"}, 1, "Ann Lee has no 030 1234567, but"},
+                 {{"number", "ann", "030 1234567"}, 1, "Ann Lee has no \"030 1234567\", but"},
                  {{"number", "bob", "030 1234567"}, 0, "030 1234567\n"},
              });
   home.addContact("bob", "Bob Ray", "N:Ray;Bob;;;\nTEL:040 999888\n");

@@ -1,5 +1,7 @@
 // store = "postgresql", bus = "postgresql"
 
+#include <utility>
+
 #include "pellor/linux/Configuration.h"
 #include "pellor/linux/EmbeddedReports.h"
 #include "pellor/linux/files/UserFolders.h"
@@ -9,6 +11,7 @@
 #include "pellor/linux/postgresql/PostgreSQLService.h"
 #include "pellor/linux/preferences/StoreCopies.h"
 #include "pellor/linux/preferences/internal/MachinePreferences.h"
+#include "pellor/linux/preferences/internal/StoreRegion.h"
 #include "pellor/linux/services/internal/BuiltAdapters.h"
 
 namespace pellor {
@@ -58,8 +61,14 @@ ServiceReport reportOnBus(Process& process, const Configuration& configuration) 
 }
 
 ServiceReport reportOnStore(Process& process, const Configuration& configuration) {
-  return withCopies(reportOnBus(process, configuration),
-                    StoreCopies(copiesFolder(embeddedOptions(configuration).folders)));
+  const UserFolders folders = embeddedOptions(configuration).folders;
+  ServiceReport report = reportOnBus(process, configuration);
+  if (report.state == ServiceReport::State::works) {
+    PostgreSQLPreferences store(serviceOf(process, optionsOf(configuration)), copiesFolder(folders),
+                                folders.config / "defaults.json", serviceLog(process, "preferences"));
+    report = withRegion(std::move(report), StoreRegion::stored(store));
+  }
+  return withCopies(std::move(report), StoreCopies(copiesFolder(folders)));
 }
 
 }  // namespace
