@@ -12,6 +12,7 @@
 #include <variant>
 #include <vector>
 
+#include "pellor/platform/ContactPhoto.h"
 #include "pellor/platform/RefreshHold.h"
 
 namespace pellor {
@@ -79,6 +80,10 @@ class ContactRecord {
   virtual std::optional<std::vector<std::string>> phoneValues() const = 0;
   /// All values of the e-mail property, in the record's order; absent when it is unset.
   virtual std::optional<std::vector<std::string>> emailValues() const = 0;
+
+  /// The record's picture; absent without one, and when it cannot be read. May read a file. A port whose contacts have
+  /// none leaves it as it is.
+  virtual std::optional<ContactPhoto> photo() const { return std::nullopt; }
 
   /// A copy of a multi-value property that may be changed and set; absent when it is unset.
   virtual std::optional<MultiValue> copyMultiValue(RecordProperty property) const = 0;

@@ -33,6 +33,7 @@ ContactIndex::ContactIndex(ContactIndexOptions options, std::shared_ptr<CardSour
     : _options(std::move(options)),
       _source(std::move(source)),
       _log(std::move(log)),
+      _photos(_source),
       _patience(std::make_shared<LockPatience>(_options.lockLimit)) {}
 
 ContactIndex::~ContactIndex() = default;
@@ -206,6 +207,7 @@ void ContactIndex::beginReading() {
 void ContactIndex::endReading() {
   if (--_readers > 0) return;
   _hasFailedWhileReading = false;
+  _photos.forget();
   try {
     database().execute("COMMIT");
   } catch (const std::exception&) {
@@ -256,6 +258,19 @@ std::optional<std::uint64_t> ContactIndex::cardCount() {
   return isCounted ? std::optional(count) : std::nullopt;
 }
 
+std::optional<ContactPhoto> ContactIndex::photo(std::int32_t recordID) {
+  std::string file;
+  std::int64_t text = 0;
+  attempt([&] {
+    database();
+    const auto row = _statements->use("SELECT file, text FROM cards WHERE folder=? AND id=? AND photo=1");
+    if (!row->bind(1, _folder).bind(2, std::int64_t{recordID}).step()) return;
+    file = row->text(0);
+    text = row->integer(1);
+  });
+  return file.empty() ? std::nullopt : _photos.photo(file, text);
+}
+
 std::size_t ContactIndex::unusableCards() {
   std::int64_t count = 0;
   attempt([&] {
@@ -267,15 +282,6 @@ std::size_t ContactIndex::unusableCards() {
 }
 
 namespace {
-
-IndexedContact contactOfRow(const SQLiteStatement& row) {
-  IndexedContact contact;
-  contact.recordID = static_cast<std::int32_t>(row.integer(0));
-  contact.guid = row.text(1);
-  contact.linkID = static_cast<std::int32_t>(row.integer(2));
-  contact.card = cardOfRow(row, 3);
-  return contact;
-}
 
 std::string contactQuery(std::string_view source, std::string_view condition) {
   return "SELECT cards.id, guid, link, " + std::string(CardColumns) + " FROM " + std::string(source) +

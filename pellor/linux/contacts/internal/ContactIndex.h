@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "pellor/linux/contacts/CardSource.h"
+#include "pellor/linux/contacts/internal/CardPhotos.h"
 #include "pellor/linux/contacts/internal/ContactIndexCounts.h"
 #include "pellor/linux/contacts/internal/ContactIndexFile.h"
 #include "pellor/linux/contacts/internal/ContactIndexOptions.h"
@@ -64,6 +65,8 @@ class ContactIndex {
   /// How many cards can be used; absent when that cannot be told.
   std::optional<std::uint64_t> cardCount();
 
+  /// The picture in the contact's card, which is read for it.
+  std::optional<ContactPhoto> photo(std::int32_t recordID);
   /// How many cards, or files, are no contacts as they are now.
   std::size_t unusableCards();
 
@@ -110,6 +113,7 @@ class ContactIndex {
   const ContactIndexOptions _options;
   const std::shared_ptr<CardSource> _source;
   LogHandle _log;
+  CardPhotos _photos;
   const std::shared_ptr<LockPatience> _patience;
   std::unique_ptr<SQLiteStatements> _statements;
   bool _isInMemory = false;

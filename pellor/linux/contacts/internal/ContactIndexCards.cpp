@@ -62,7 +62,17 @@ ContactCard cardOfRow(const SQLiteStatement& row, int column) {
   card.favoriteOrder = static_cast<int>(row.integer(column++));
   card.links = namesOfColumn(row.text(column++));
   card.antiLinks = namesOfColumn(row.text(column++));
+  card.hasPhoto = row.integer(column++) != 0;
   return card;
+}
+
+IndexedContact contactOfRow(const SQLiteStatement& row) {
+  IndexedContact contact;
+  contact.recordID = static_cast<std::int32_t>(row.integer(0));
+  contact.guid = row.text(1);
+  contact.linkID = static_cast<std::int32_t>(row.integer(2));
+  contact.card = cardOfRow(row, 3);
+  return contact;
 }
 
 CardBinding::CardBinding(const ContactCard& card)
@@ -87,6 +97,7 @@ int CardBinding::bindTo(SQLiteStatement& statement, int parameter) const {
   statement.bind(parameter++, std::int64_t{_card.favoriteOrder});
   statement.bind(parameter++, std::string_view(_links));
   statement.bind(parameter++, std::string_view(_antiLinks));
+  statement.bind(parameter++, std::int64_t{_card.hasPhoto});
   return parameter;
 }
 

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "pellor/linux/contacts/internal/EVCardContact.h"
+#include "pellor/linux/contacts/internal/IndexedContact.h"
 #include "pellor/linux/sqlite/SQLiteStatements.h"
 
 namespace pellor {
@@ -13,10 +13,13 @@ namespace pellor {
 /// The columns that `cardOfRow` reads, in its order.
 inline constexpr std::string_view CardColumns =
     "kind, given, family, additional, prefix, suffix, formatted, nickname, organization, note, derived, phones, emails,"
-    " favorite, place, links, antilinks";
+    " favorite, place, links, antilinks, photo";
 
 /// The card of the current row, whose columns begin at `column`. The UID stays where it is: in the row's claim.
 ContactCard cardOfRow(const SQLiteStatement& row, int column);
+
+/// The contact of a row of record identifier, GUID, linked set and CardColumns.
+IndexedContact contactOfRow(const SQLiteStatement& row);
 
 /// A card's values in the order of CardColumns, ready to be bound. Texts that are absent are bound as null.
 class CardBinding {

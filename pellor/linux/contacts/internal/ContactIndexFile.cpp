@@ -38,7 +38,7 @@ constexpr std::array CardTables = {
     " content INTEGER, claim TEXT NOT NULL, has_uid INTEGER NOT NULL, own TEXT NOT NULL, guid TEXT, id INTEGER,"
     " link INTEGER NOT NULL DEFAULT -1, kind INTEGER, given TEXT, family TEXT, additional TEXT, prefix TEXT,"
     " suffix TEXT, formatted TEXT, nickname TEXT, organization TEXT, note TEXT, derived INTEGER, phones TEXT,"
-    " emails TEXT, favorite INTEGER, place INTEGER, links TEXT, antilinks TEXT)",
+    " emails TEXT, favorite INTEGER, place INTEGER, links TEXT, antilinks TEXT, photo INTEGER)",
     "CREATE INDEX cards_by_file ON cards (folder, file)",
     "CREATE INDEX cards_by_id ON cards (folder, id)",
     "CREATE INDEX cards_by_guid ON cards (folder, guid)",
@@ -74,7 +74,7 @@ constexpr std::array StepsToManyCards = {
     "INSERT INTO files (folder, name, inode, size, modified, changed) SELECT folder, file, 0, 0, 0, 0 FROM former",
     "INSERT INTO cards SELECT card, folder, file, 0, 0, claim, claim<>file, file, guid, id, link, kind, given, family,"
     " additional, prefix, suffix, formatted, nickname, organization, note, derived, phones, emails, favorite, place,"
-    " links, antilinks FROM former",
+    " links, antilinks, 0 FROM former",
     "DROP TABLE former",
     "UPDATE folders SET derivation=''",
 };

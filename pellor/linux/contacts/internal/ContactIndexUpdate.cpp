@@ -193,7 +193,7 @@ void ContactIndexUpdate::storeCard(const std::string& file, FileCard card, const
   const CardBinding binding(*card.card);
   static const std::string update = "UPDATE cards SET (text, content, claim, has_uid, own, " +
                                     std::string(CardColumns) +
-                                    ") = (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?) WHERE card=?";
+                                    ") = (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?) WHERE card=?";
   {
     const auto statement = _statements.use(update);
     statement->bind(1, card.textHash).bind(2, card.valueHash).bind(3, card.claim);

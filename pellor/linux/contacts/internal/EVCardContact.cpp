@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "pellor/linux/contacts/internal/CardBounds.h"
+#include "pellor/linux/contacts/internal/CardPhoto.h"
 #include "pellor/linux/contacts/internal/EVCardLibrary.h"
 #include "pellor/linux/text/CardPieces.h"
 #include "pellor/linux/text/CardText.h"
@@ -254,6 +255,7 @@ CardReading readContactCard(std::string_view text) {
   ParsedCard parsed = parseCard(bounded.text);
   Excess excess{0, bounded.leftOut};
   reading.card = contactCard(parsed.properties, bounded.text, excess);
+  reading.card->hasPhoto = hasPhoto(pieces.pieces.front().text);
   reading.remarks = std::move(parsed.warnings);
   reading.remarks.resize(std::min(reading.remarks.size(), MostWarnings));
   if (excess.cutNames + excess.leftOut > 0) reading.remarks.push_back(remarkOf(excess));

@@ -36,6 +36,7 @@ struct ContactCard {
   // The preferred ones first (PREF), else in the card's order.
   std::vector<CardValue> phones;
   std::vector<CardValue> emails;
+  bool hasPhoto = false;
   bool isFavorite = false;
   int favoriteOrder = 0;               ///< from 1 on; 0 when the favorite has no place of its own
   std::vector<std::string> links;      ///< names of other cards of the same person

@@ -51,6 +51,7 @@ class IndexedAddressBookHandle final : public AddressBook,
 
   std::vector<RecordRef> linkedSet(std::int32_t linkID) override;
   bool writesSurnameFirst() const override { return _surnameFirst && _surnameFirst(); }
+  std::optional<ContactPhoto> photoOf(std::int32_t recordID) override { return _index->photo(recordID); }
   void noteEdit() override { _hasEditedRecords = true; }
 
  private:

@@ -112,6 +112,11 @@ std::optional<std::vector<std::string>> IndexedContactRecord::phoneValues() cons
 
 std::optional<std::vector<std::string>> IndexedContactRecord::emailValues() const { return valuesOf(_emails); }
 
+std::optional<ContactPhoto> IndexedContactRecord::photo() const {
+  const auto owner = _contact.card.hasPhoto ? _owner.lock() : nullptr;
+  return owner ? owner->photoOf(recordID()) : std::nullopt;
+}
+
 std::optional<MultiValue> IndexedContactRecord::copyMultiValue(RecordProperty property) const {
   if (property == RecordProperty::phone && !_phones.entries.empty()) return _phones;
   if (property == RecordProperty::email && !_emails.entries.empty()) return _emails;

@@ -34,6 +34,7 @@ class IndexedContactRecord final : public ContactRecord, public std::enable_shar
   std::optional<std::string> nickname() const override { return _contact.card.nickname; }
   std::optional<std::vector<std::string>> phoneValues() const override;
   std::optional<std::vector<std::string>> emailValues() const override;
+  std::optional<ContactPhoto> photo() const override;
   std::optional<MultiValue> copyMultiValue(RecordProperty property) const override;
   void setRecordValue(RecordProperty property, RecordValue value) override;
 

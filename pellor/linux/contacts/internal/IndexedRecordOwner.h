@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "pellor/platform/AddressBookStore.h"
@@ -16,6 +17,7 @@ class IndexedRecordOwner {
   virtual std::vector<RecordRef> linkedSet(std::int32_t linkID) = 0;
   /// Whether the locale writes surnames first.
   virtual bool writesSurnameFirst() const = 0;
+  virtual std::optional<ContactPhoto> photoOf(std::int32_t recordID) = 0;
   /// A value was set on one of the handle's records.
   virtual void noteEdit() = 0;
 };
