@@ -20,6 +20,7 @@
 #include "pellor/linux/LinuxPlatform.h"
 #include "pellor/linux/contacts/internal/ContactIndexCards.h"
 #include "pellor/linux/contacts/internal/IndexedAddressBook.h"
+#include "pellor/linux/contacts/internal/IndexedContact.h"
 #include "pellor/linux/files/UserFolders.h"
 #include "pellor/linux/preferences/SharedPreferences.h"
 #include "pellor/linux/sqlite/SQLiteDatabase.h"
