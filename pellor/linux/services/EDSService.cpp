@@ -1,9 +1,13 @@
 // address-book = "eds"
 
+#include <stdexcept>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "pellor/linux/Configuration.h"
 #include "pellor/linux/EmbeddedReports.h"
+#include "pellor/linux/contacts/internal/CardSurvey.h"
 #include "pellor/linux/eds/EDSContacts.h"
 #include "pellor/linux/services/internal/BuiltAdapters.h"
 
@@ -22,9 +26,18 @@ void choose(const Configuration& configuration, LinuxPlatformOptions& options) {
   };
 }
 
+std::vector<std::string> unusableCards(EDSContacts& contacts) {
+  try {
+    return surveyCards(contacts).unusable;
+  } catch (const std::runtime_error&) {
+    return {};  // it went away just now
+  }
+}
+
 ServiceReport report(Process&, const Configuration& configuration) {
   EDSContacts contacts(optionsOf(configuration));
   ServiceReport report = contacts.report(ReportWait);
+  if (report.state == ServiceReport::State::works) report.remarks = unusableCards(contacts);
   return withHeldRefresh(std::move(report), embeddedOptions(configuration).folders.data, contacts.name(),
                          contacts.contactCount());
 }
