@@ -5,7 +5,9 @@
 #include <map>
 
 #include "pellor/linux/contacts/internal/CardFile.h"
+#include "pellor/linux/contacts/internal/ContactFile.h"
 #include "pellor/linux/contacts/internal/ContactIndex.h"
+#include "tests/linux/AddressBookProgram.h"
 #include "tests/linux/ContactsFixture.h"
 
 namespace pellor {
@@ -144,6 +146,24 @@ TEST_F(ManyCardsTest, ADamagedCardCostsOnlyItself) {
   }
   afterWriting(std::string(CardSizeLimit + 1, 'x') + "\n" + anna);
   EXPECT_THAT(names(), ElementsAre("Anna"));
+}
+
+TEST_F(ManyCardsTest, OneFileIsReadAsItIsAndFollowed) {
+  const std::filesystem::path file = contacts / "export.vcf";
+  put("other.vcf", dora);
+  AddressBookProgram program(log, contactsAt(file), options());
+  EXPECT_EQ(program.nameOf("dora"), "(none)");
+  EXPECT_EQ(program.store->sourceError(), "the contacts file " + file.string() + " does not exist");
+  put("export.vcf", anna + card("emma", "Emma"));
+  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("emma") == "Emma"; }));
+  EXPECT_EQ(program.store->sourceError(), std::nullopt);
+  put("export.vcf", anna + card("emma", "Emma Lee"));
+  EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("emma") == "Emma Lee"; }));
+  // A file that is away is no news of the contacts.
+  remove("export.vcf");
+  EXPECT_TRUE(program.waitUntil([&] { return program.store->sourceError().has_value(); }));
+  EXPECT_EQ(program.nameOf("emma"), "Emma Lee");
+  EXPECT_EQ(program.nameOf("dora"), "(none)");
 }
 
 // An index of programs that took one card of each file.
