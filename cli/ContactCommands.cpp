@@ -66,20 +66,31 @@ std::string contactsText(const std::vector<ListEntry>& contacts, std::size_t unu
   return text;
 }
 
-Json contactsJson(Session& session, const std::vector<ListEntry>& contacts) {
+// All within one look at the contacts: a file of many cards is read once.
+void addPhotos(Session& session, Json& contacts) {
+  session.withAddressBook([&](AddressBook& addressBook) {
+    for (Json& contact : contacts) {
+      const RecordRef record = addressBook.copyPersonMatchingGUID(contact["guid"].get<std::string>());
+      contact["photo"] = jsonOf(record ? record->photo() : std::nullopt);
+    }
+  });
+}
+
+Json contactsJson(Session& session, const std::vector<ListEntry>& contacts, bool hasPhotos) {
   Json list = Json::array();
   for (const auto& [contact, isFriend] : contacts) list.push_back(jsonOf(contact, isFriend));
+  if (hasPhotos) addPhotos(session, list);
   const auto& folder = session.platform().contactsFolder();
   return {{"folder", folder ? Json(folder->string()) : Json(nullptr)},
           {"contacts", list},
           {"unusableCards", session.platform().addressBook().unusableCards()}};
 }
 
-void contacts(Session& session, const std::optional<std::string>& pattern) {
+void contacts(Session& session, const std::optional<std::string>& pattern, bool hasPhotos) {
   session.requireContacts();
   const std::vector<ListEntry> listed = listedContacts(session, pattern);
   session.answer([&] { return contactsText(listed, session.platform().addressBook().unusableCards()); },
-                 [&] { return contactsJson(session, listed); });
+                 [&] { return contactsJson(session, listed, hasPhotos); });
 }
 
 bool isAllowed(Session& session, const ContactEntry& contact) {
@@ -183,7 +194,11 @@ void addContactCommands(CLI::App& program, Command& chosen) {
   auto* list = program.add_subcommand("contacts", "List the contacts with their GUIDs; friends are marked with *");
   const auto pattern = std::make_shared<std::optional<std::string>>();
   list->add_option("PATTERN", *pattern, "A part of the name, number, address or GUID");
-  list->callback([&chosen, pattern] { chosen = [pattern](Session& session) { contacts(session, *pattern); }; });
+  const auto hasPhotos = std::make_shared<bool>(false);
+  list->add_flag("--photos", *hasPhotos, "With --json: the pictures too");
+  list->callback([&chosen, pattern, hasPhotos] {
+    chosen = [pattern, hasPhotos](Session& session) { contacts(session, *pattern, *hasPhotos); };
+  });
 
   auto* check = program.add_subcommand("allow", "Tell whether a contact may be added, and why not");
   const auto who = std::make_shared<std::string>();

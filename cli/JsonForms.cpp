@@ -110,4 +110,11 @@ Json jsonOf(const ContactEntry& contact, bool isFriend) {
           {"isFriend", isFriend}};
 }
 
+Json jsonOf(const std::optional<ContactPhoto>& photo) {
+  if (!photo) return nullptr;
+  const std::optional<std::string> type = photo->type.empty() ? std::nullopt : std::optional(photo->type);
+  if (photo->bytes.empty()) return {{"type", jsonOf(type)}, {"location", photo->location}};
+  return {{"type", jsonOf(type)}, {"base64", base64(photo->bytes)}};
+}
+
 }  // namespace pellor::cli

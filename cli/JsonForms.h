@@ -19,5 +19,6 @@ Json jsonOf(const PLPerson& person);
 /// The friend with its place.
 Json jsonOf(const FriendAt& found);
 Json jsonOf(const ContactEntry& contact, bool isFriend);
+Json jsonOf(const std::optional<ContactPhoto>& photo);
 
 }  // namespace pellor::cli

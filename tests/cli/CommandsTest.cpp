@@ -338,10 +338,13 @@ TEST(Commands, AllCardsOfAFileAreContactsAndOthersAreNamed) {
   tell(home, {
                  {{"contacts", "--contacts", file}, 1, "the contacts file " + file + " does not exist"},
              });
-  writeFile(file, card("FN:Ann Lee\r\nTEL:1\r\n") + card("UID:d\r\nFN:Di\r\n"));
+  writeFile(file, card("FN:Ann Lee\r\nTEL:1\r\n") + card("UID:d\r\nFN:Di\r\nPHOTO;ENCODING=b;TYPE=PNG:aGVsbG8=\r\n"));
   tell(home, {
                  {{"contacts", "--contacts", file}, 0, "  Di       (unreachable)  d\n"},
                  {{"doctor", "--contacts", file}, 0, "mine.vcf: 2 cards\n"},
+                 {{"--json", "contacts", "--photos", "--contacts", file},
+                  0,
+                  "\"photo\":{\"type\":\"image/png\",\"base64\":\"aGVsbG8=\"}}"},
                  {{"add", "ann", "--contacts", file}, 0, "added Ann Lee"},
              });
 }
