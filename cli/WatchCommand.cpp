@@ -2,10 +2,12 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -21,10 +23,36 @@
 namespace pellor::cli {
 namespace {
 
+/// What a user is shown of friends, to tell updates that are seen from others: where the list comes from another device
+/// its contacts have other records for the same people, and each arrival updates these.
+class ShownFriends {
+ public:
+  explicit ShownFriends(const PLFriendsManager& manager) {
+    for (const FriendAt& each : allFriends(manager)) _shown.emplace(each.person, hashOf(*each.person));
+  }
+
+  /// Whether the person is shown as another one than when this was asked last; also for a person who is new.
+  bool hasChanged(const std::shared_ptr<PLPerson>& person) {
+    const std::size_t shown = hashOf(*person);
+    const auto [known, isNew] = _shown.try_emplace(person, shown);
+    return isNew || std::exchange(known->second, shown) != shown;
+  }
+  void forget(const std::shared_ptr<PLPerson>& person) { _shown.erase(person); }
+
+ private:
+  static std::size_t hashOf(const PLPerson& person) {
+    Json json = jsonOf(person);
+    json.erase("guid");
+    return std::hash<std::string>()(json.dump(-1, ' ', false, Json::error_handler_t::replace));
+  }
+
+  std::unordered_map<std::shared_ptr<PLPerson>, std::size_t> _shown;
+};
+
 /// Prints what is posted, as it is posted.
 class Watch {
  public:
-  explicit Watch(Session& session) : _session(session), _report(session.manager()) {
+  explicit Watch(Session& session) : _session(session), _report(session.manager()), _shown(session.manager()) {
     for (const auto& page : session.manager().friendGroups()) _titles[page.get()] = page->title().value_or("");
     NotificationCenter& center = session.process().notificationCenter();
     _observations = {center.addObserver(std::string(PLFriendsManagerChangedNotification),
@@ -40,6 +68,9 @@ class Watch {
     const auto* log = notification.userInfoAs<PLChangeLog>();
     if (!log) return;
     for (const Change& change : _report.changesOf(*log)) {
+      const bool isSeen = _shown.hasChanged(change.person) || change.kind != "updated";
+      if (change.kind == "deleted") _shown.forget(change.person);
+      if (!isSeen) continue;
       print(_session.options().json ? textOf(jsonOf(change)) : textOf(change));
     }
   }
@@ -70,6 +101,7 @@ class Watch {
 
   Session& _session;
   ChangeReport _report;
+  ShownFriends _shown;
   std::vector<std::shared_ptr<Observation>> _observations;
   std::map<const PLFriendGroup*, std::string> _titles;  ///< as the user knows them
   bool _couldPrintAll = true;

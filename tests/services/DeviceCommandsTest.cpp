@@ -116,6 +116,32 @@ TEST_F(DeviceCommandsTest, PairingSendsTheListAndTellsWhenItCouldNot) {
   EXPECT_THAT(again.output, HasSubstr("the list is still to be sent: "));
 }
 
+TEST_F(DeviceCommandsTest, TheWatcherOnTheOtherDeviceIsToldOfWhatChangedAlone) {
+  const std::string laptop = introduce(_laptop, "laptop"), phone = introduce(_phone, "phone");
+  // Each device has contacts of its own, and so another record for each friend.
+  for (const std::string name : {"ann", "bob", "cid"}) {
+    const std::string lines = "N:;" + name + ";;;\nEMAIL:" + name + "@example.org\n";
+    _laptop.addContact(name + "-laptop", name, lines);
+    _phone.addContact(name + "-phone", name, lines);
+  }
+  run(_laptop, {"add", "ann", "bob", "cid"});
+  run(_phone, {"device", "pair", laptop});
+  run(_laptop, {"device", "pair", phone, "--paired-device", "mqtt"});
+  Program serve(_phone, pellorCommand(command({"device", "serve"})));
+  readUntilFriendsAre(serve, _phone, {"ann", "bob", "cid"});
+
+  Program watch(_phone, pellorCommand({"watch"}));
+  watch.readErrorLine();
+  run(_laptop, {"add", "0301112233", "--paired-device", "mqtt"});
+  run(_laptop, {"device", "status", "--paired-device", "mqtt"});
+  readUntilFriendsAre(serve, _phone, {"ann", "bob", "cid", "+49301112233"});
+  run(_laptop, {"title", "1", "Family", "--paired-device", "mqtt"});
+  run(_laptop, {"device", "status", "--paired-device", "mqtt"});
+  std::vector<std::string> lines;
+  while (lines.empty() || (lines.back() != "titled 1 Family" && !HasFailure())) lines.push_back(watch.readLine());
+  EXPECT_EQ(lines, (std::vector<std::string>{"added 1:4 030 1112233", "titled 1 Family"}));
+}
+
 TEST_F(DeviceCommandsTest, WhenBothDevicesEditTheEditsOfBothAreOnBoth) {
   const std::string laptop = introduce(_laptop, "laptop"), phone = introduce(_phone, "phone");
   run(_laptop, {"add", "0301112233"});
