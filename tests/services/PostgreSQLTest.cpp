@@ -201,7 +201,8 @@ TEST_F(PostgreSQLTest, WhatStandsInTheWayIsSaidWithWhatToDo) {
     EXPECT_EQ(client.log->count("cannot be used"), 1u);
   };
   const auto schemas = [this] { return integer("SELECT count(*) FROM pg_namespace WHERE nspname = 'pellor'"); };
-  fails(open("locked", " password=wrong"), "does not let the role in", "password");
+  fails(open("locked", " password=wrong"), "does not take the password", "~/.pgpass");
+  fails(open("locked"), "asks for a password", "~/.pgpass");
   fails(open("pellor", " dbname=nowhere"), "no such database", "createdb");
   fails(open("pellor", " host=/nonexistent"), "cannot be reached", "host");
   fails(open("stranger"), "lacks a right", "administrator");

@@ -23,8 +23,10 @@ PostgreSQLError::Problem problemOf(std::string_view state) {
     PostgreSQLError::Problem problem;
   };
   static const std::vector<Row> all = {
-      {"28P01", {"the server does not let the role in", "check user and password"}},
-      {"28000", {"the server does not let the role in", "check user and password"}},
+      {"28P01", {"the server does not take the password", "correct the role's line in ~/.pgpass, or the user's name"}},
+      {"28000",
+       {"the server does not let the role in",
+        "correct the user's name, or let the administrator allow it (pg_hba.conf)"}},
       {"3D000", {"there is no such database", "let its administrator make it (createdb), or correct its name"}},
       {"42501", {"the role lacks a right", "let the administrator grant it, or make the schema"}},
       {"42P01", {"a table is missing", "let the administrator restore the schema pellor"}},
@@ -63,7 +65,14 @@ PostgreSQLError connectError(const pg_conn* connection) {
   const std::string state = stateIn(text);
   text.resize(std::min(text.find("\nLOCATION:"), text.size()));
   const PostgreSQLError::Problem unreached = {"it cannot be reached", "see that the server runs; check host and port"};
-  return {PostgreSQLError::Kind::away, state.empty() ? unreached : problemOf(state), oneLine(std::move(text))};
+  const PostgreSQLError::Problem hasNoPassword = {
+      "the server asks for a password", "put it into ~/.pgpass (chmod 600), as HOST:PORT:DATABASE:USER:PASSWORD"};
+  const bool wantsPassword = state.empty() && PQconnectionNeedsPassword(connection) != 0;
+  return {PostgreSQLError::Kind::away,
+          !state.empty()  ? problemOf(state)
+          : wantsPassword ? hasNoPassword
+                          : unreached,
+          oneLine(std::move(text))};
 }
 
 PostgreSQLError errorOf(const pg_result* result) {
