@@ -48,6 +48,11 @@ TEST(EVCardContact, ReadsWhatCardsInTheWildLookLike) {
        card("VERSION:2.1\r\nN;CHARSET=ISO-8859-1;ENCODING=QUOTED-PRINTABLE:M=FCller;J=F6rg\r\n"
             "TEL;HOME;VOICE:+49 30 23125 001\r\nNOTE;ENCODING=QUOTED-PRINTABLE:one=\r\ntwo\r\n"),
        "given=Jörg family=Müller tel[home]=+49 30 23125 001"},
+      {"version 2.1 with soft line breaks, as telephones write them",
+       card("VERSION:2.1\r\nN;CHARSET=UTF-8;ENCODING=QUOTED-PRINTABLE:=4D=C3=BC=6C=\r\n=6C=65=72=\r\n;J=C3=B6=\r\n"
+            "rg;;;\r\nFN;CHARSET=UTF-8;ENCODING=QUOTED-PRINTABLE:=4A=C3=B6rg=\n=20=4D\nTEL;CELL:1\r\n"
+            "EMAIL:a@example.org=\r\nORG:Club\r\n"),
+       "given=Jörg family=Müller fn=Jörg M org=Club tel[cell]=1 mail[]=a@example.org="},
       {"a byte order mark and folded lines",
        "\xEF\xBB\xBF" + card("FN:Anna\r\n  Novak\r\nEMAIL;TYPE=WORK:anna@exa\r\n mple.org\r\n"),
        "given=Anna family=Novak fn=Anna Novak mail[work]=anna@example.org"},

@@ -70,6 +70,10 @@ std::string withoutCharset(std::string_view line) {
   return std::string(line.substr(0, start)) + std::string(line.substr(end));
 }
 
+bool isQuotedPrintable(std::string_view line) {
+  return lowerCased(line.substr(0, line.find(':'))).find("quoted-printable") != std::string::npos;
+}
+
 bool isContinuation(std::string_view line) { return line.starts_with(' ') || line.starts_with('\t'); }
 
 }  // namespace
@@ -81,6 +85,22 @@ std::string asUtf8Card(std::string_view text) {
   forEachLine(text, [&](std::string_view line) {
     result += isUtf8(line) ? std::string(line) : withoutCharset(fromLatin1(line));
     result += "\r\n";
+  });
+  return result;
+}
+
+std::string withoutSoftBreaks(std::string_view text) {
+  if (text.find("=\r\n") == std::string_view::npos && text.find("=\n") == std::string_view::npos)
+    return std::string(text);
+  std::string result;
+  bool isQuoted = false;
+  bool isJoined = false;  // with the line before
+  forEachLine(text, [&](std::string_view line) {
+    if (!isJoined && !isContinuation(line)) isQuoted = isQuotedPrintable(line);
+    isJoined = isQuoted && line.ends_with('=');
+    if (isJoined) line.remove_suffix(1);
+    result += line;
+    if (!isJoined) result += "\r\n";
   });
   return result;
 }

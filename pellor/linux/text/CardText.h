@@ -12,6 +12,10 @@ namespace pellor {
 /// The text as UTF-8 without a byte order mark. Lines that are no UTF-8 are taken for Latin-1 and lose their CHARSET.
 std::string asUtf8Card(std::string_view text);
 
+/// The text with each value in quoted-printable on one line, as far as its soft line breaks go ("=" at the end of a
+/// line). Other lines stay as they are, but for their ends, which are CRLF.
+std::string withoutSoftBreaks(std::string_view text);
+
 /// The name of the property on a line, in lower case and without its group; empty for a line without one.
 std::string cardPropertyName(std::string_view line);
 

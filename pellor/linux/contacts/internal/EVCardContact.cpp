@@ -251,7 +251,8 @@ CardReading readContactCard(std::string_view text) {
   const CardPieces pieces = cardPieces(text);
   reading.problem = pieces.pieces.empty() ? "it is empty" : pieces.pieces.front().problem;
   if (!reading.problem.empty()) return reading;
-  const BoundedCard bounded = boundedCard(asUtf8Card(pieces.pieces.front().text));
+  // Where a soft line break stands before an escape the parser keeps it.
+  const BoundedCard bounded = boundedCard(withoutSoftBreaks(asUtf8Card(pieces.pieces.front().text)));
   ParsedCard parsed = parseCard(bounded.text);
   Excess excess{0, bounded.leftOut};
   reading.card = contactCard(parsed.properties, bounded.text, excess);
