@@ -11,6 +11,7 @@
 
 #include "cli/ChangeReport.h"
 #include "cli/CommandLine.h"
+#include "cli/ContactImport.h"
 #include "cli/ContactSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
@@ -196,7 +197,12 @@ void addContactCommands(CLI::App& program, Command& chosen) {
   list->add_option("PATTERN", *pattern, "A part of the name, number, address or GUID");
   const auto hasPhotos = std::make_shared<bool>(false);
   list->add_flag("--photos", *hasPhotos, "With --json: the pictures too");
+  list->require_subcommand(0, 1);
+  addContactImport(*list, chosen);
+  // Runs after the callback of the command below it.
   list->callback([&chosen, pattern, hasPhotos] {
+    if (chosen && *pattern) throw UsageError("contacts import has no use for " + inQuotes(**pattern));
+    if (chosen) return;
     chosen = [pattern, hasPhotos](Session& session) { contacts(session, *pattern, *hasPhotos); };
   });
 

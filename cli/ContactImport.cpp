@@ -1,0 +1,167 @@
+#include "cli/ContactImport.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "cli/Output.h"
+#include "pellor/linux/contacts/internal/ContactFolder.h"
+#include "pellor/linux/contacts/internal/ContactImport.h"
+#include "pellor/linux/files/internal/PrivateFiles.h"
+
+namespace pellor::cli {
+namespace {
+
+struct Request {
+  std::vector<std::string> files;
+  bool replacesKnown = false;
+};
+
+/// The bytes of a file, of a pipe too, or why there are none.
+struct Input {
+  std::string name;
+  std::string bytes;
+  std::string problem;
+};
+
+Input readInput(const std::string& path) {
+  const bool isStandardInput = path == "-";
+  Input input{isStandardInput ? "standard input" : path, {}, {}};
+  const FileDescriptor file(isStandardInput ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  std::vector<char> buffer(std::size_t{1} << 20U);
+  while (true) {
+    const ssize_t size = file ? ::read(file.get(), buffer.data(), buffer.size()) : -1;
+    if (size < 0 && errno == EINTR) continue;
+    if (size < 0) input.problem = std::string("it cannot be read: ") + std::strerror(errno);
+    if (size <= 0) return input;
+    input.bytes.append(buffer.data(), static_cast<std::size_t>(size));
+    if (input.bytes.size() > static_cast<std::size_t>(ContactFileSizeLimit)) {
+      input.problem = "it is too large";
+      return input;
+    }
+  }
+}
+
+const std::filesystem::path& folderOf(Session& session) {
+  const auto& folder = session.platform().contactsFolder();
+  if (folder) return *folder;
+  const Configuration& configuration = session.options().configuration;
+  const auto file = configuration.path("contacts");
+  if (file && configuration.text("address-book") == "vdir")
+    throw CommandError(printable(file->string()) + " is one file: contacts are imported into a folder");
+  throw CommandError("the contacts do not come from a folder: import them with the program that keeps them");
+}
+
+ContactImportOptions optionsFor(Session& session, const Request& request) {
+  if (std::ranges::count(request.files, "-") > 1) throw UsageError("- stands for standard input, once");
+  return {folderOf(session), !session.options().configuration.isSet("contacts"), request.replacesKnown};
+}
+
+ContactImportResult import(Session& session, const Request& request) {
+  try {
+    ContactImport work(optionsFor(session, request));
+    for (const std::string& path : request.files) {
+      Input input = readInput(path);
+      if (input.problem.empty())
+        work.add(input.name, std::move(input.bytes));
+      else
+        work.leaveOut(input.name, input.problem);
+    }
+    return work.result();
+  } catch (const ContactImportError& error) {
+    throw CommandError(printable(error.what()));
+  }
+}
+
+std::string counted(std::size_t count, const char* one, const char* many) {
+  return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+std::string textOf(const CardOrigin& origin) {
+  std::string text = printable(origin.file);
+  if (origin.number > 0) text += ", card " + std::to_string(origin.number);
+  if (origin.line > 0) text += ", line " + std::to_string(origin.line);
+  return origin.name.empty() ? text : text + " (" + printable(origin.name) + ")";
+}
+
+std::string textOf(const ContactImportResult& result) {
+  const auto replaced = static_cast<std::size_t>(std::ranges::count_if(result.imported, &ImportedCard::isReplaced));
+  const auto differing = static_cast<std::size_t>(std::ranges::count_if(result.known, &KnownCard::differs));
+  std::string text = "imported " + counted(result.imported.size(), "contact", "contacts");
+  if (replaced > 0) text += " (" + std::to_string(replaced) + " of them in place of what was there)";
+  text += "\n";
+  if (!result.known.empty())
+    text += counted(result.known.size(), "contact was there already\n", "contacts were there already\n");
+  for (const KnownCard& card : result.known) {
+    if (card.differs) text += "kept what is there: " + textOf(card.origin) + " differs\n";
+  }
+  if (differing > 0) text += "--replace takes the content of the files instead\n";
+  for (const LeftOutCard& card : result.leftOut)
+    text += "left out " + textOf(card.origin) + ": " + printable(card.reason) + "\n";
+  return text;
+}
+
+Json numberOrNull(std::size_t number) { return number == 0 ? Json(nullptr) : Json(number); }
+Json textOrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
+
+Json jsonOf(const CardOrigin& origin) {
+  return {{"file", origin.file},
+          {"card", numberOrNull(origin.number)},
+          {"line", numberOrNull(origin.line)},
+          {"name", textOrNull(origin.name)}};
+}
+
+Json jsonOf(const ContactImportResult& result) {
+  Json imported = Json::array();
+  for (const ImportedCard& card : result.imported) {
+    Json object = jsonOf(card.origin);
+    object.update(Json{{"guid", card.guid}, {"contactFile", card.file}, {"isReplaced", card.isReplaced}});
+    imported.push_back(std::move(object));
+  }
+  Json known = Json::array();
+  for (const KnownCard& card : result.known) {
+    Json object = jsonOf(card.origin);
+    object.update(Json{{"guid", textOrNull(card.guid)}, {"differs", card.differs}});
+    known.push_back(std::move(object));
+  }
+  Json leftOut = Json::array();
+  for (const LeftOutCard& card : result.leftOut) {
+    Json object = jsonOf(card.origin);
+    object.update(Json{{"reason", card.reason}});
+    leftOut.push_back(std::move(object));
+  }
+  return {{"imported", std::move(imported)}, {"known", std::move(known)}, {"leftOut", std::move(leftOut)}};
+}
+
+void importContacts(Session& session, const Request& request) {
+  const ContactImportResult result = import(session, request);
+  session.answer([&] { return textOf(result); }, [&] { return jsonOf(result); });
+  if (!result.leftOut.empty())
+    throw CommandError(counted(result.leftOut.size(), "file or card was left out", "files or cards were left out"));
+}
+
+}  // namespace
+
+void addContactImport(CLI::App& contacts, Command& chosen) {
+  auto* command = contacts.add_subcommand(
+      "import",
+      "Copy contacts of vCard files, or of tables with comma-separated values, into the contacts folder; "
+      "nobody is doubled");
+  const auto request = std::make_shared<Request>();
+  command->add_option("FILE", request->files, "Files; - for standard input")->required()->expected(1, -1);
+  command->add_flag("--replace", request->replacesKnown,
+                    "A contact that is there with other content gets that of the card with its UID");
+  command->callback(
+      [&chosen, request] { chosen = [request](Session& session) { importContacts(session, *request); }; });
+}
+
+}  // namespace pellor::cli
