@@ -22,6 +22,17 @@ enum class DestinationStatus : std::int64_t {
 /// Statuses by destination.
 using DestinationStatuses = std::map<std::string, DestinationStatus>;
 
+/// What a service said of one destination, and when.
+struct StatusAnswer {
+  DestinationStatus status = DestinationStatus::unspecified;  ///< valid or invalid
+  double time = 0;      ///< of the answer, in seconds since 2001-01-01T00:00:00Z by the wall clock
+  std::string service;  ///< the service that said so, for a user; without an address of a friend or a secret
+  /// For how many seconds from `time` it need not be asked again, as the service says; absent: it says nothing.
+  std::optional<double> lifetime;
+
+  bool operator==(const StatusAnswer&) const = default;
+};
+
 /// The receiver of a query's answers. Called on the main queue.
 class ReachabilityClient {
  public:
@@ -70,6 +81,12 @@ class ReachabilityService {
   [[nodiscard]] virtual bool queryStatusForDestinations(const std::set<std::string>& destinations,
                                                         const std::optional<std::string>& serviceName, bool hasPriority,
                                                         std::weak_ptr<ReachabilityClient> client) = 0;
+
+  /// What the service last said of a destination, in any spelling: `valid` or `invalid`, also when others asked for it;
+  /// an answer that could not tell leaves an earlier one as it was. It may have been given to another process, long
+  /// ago. A service that keeps answers knows one before the client that asked is told. Absent: none is known, as by
+  /// default. Main queue; asks nobody and may wait for a disk.
+  virtual std::optional<StatusAnswer> lastKnownStatus(std::string_view /*destination*/) { return std::nullopt; }
 };
 
 }  // namespace pellor

@@ -71,11 +71,41 @@ bool SimulatedIdentityService::queryStatusForDestinations(const std::set<std::st
   if (!script) return false;
   if (const auto asker = client.lock()) asker->queryDidStart(destinations, hasPriority);
   for (AnswerPart& part : script(query)) {
-    process.mainQueue().asyncAfter(part.delay, [client, statuses = std::move(part.statuses)] {
-      if (const auto asker = client.lock()) asker->queryDidAnswer(statuses);
-    });
+    // The service outlives the processes that ask it, as one far away does.
+    process.mainQueue().asyncAfter(
+        part.delay, [this, client, service = serviceName.value_or(""), statuses = std::move(part.statuses)] {
+          remember(statuses, service);
+          if (const auto asker = client.lock()) asker->queryDidAnswer(statuses);
+        });
   }
   return true;
+}
+
+std::string SimulatedIdentityService::keyOf(std::string_view destination) {
+  const std::string raw = withoutSchemes(destination);
+  if (raw.find('@') != std::string::npos) return lowerCasedAddress(raw);
+  return _phoneNumbers->normalised(raw, std::nullopt);
+}
+
+void SimulatedIdentityService::setLastKnownStatus(std::string_view destination, StatusAnswer answer) {
+  const std::string key = keyOf(destination);
+  const MutexLock lock(_mutex);
+  _answers.insert_or_assign(key, std::move(answer));
+}
+
+void SimulatedIdentityService::remember(const DestinationStatuses& statuses, const std::string& service) {
+  const double now = Process::current().now();
+  for (const auto& [destination, status] : statuses) {
+    if (status != DestinationStatus::valid && status != DestinationStatus::invalid) continue;
+    setLastKnownStatus(destination, {status, now, service, std::nullopt});
+  }
+}
+
+std::optional<StatusAnswer> SimulatedIdentityService::lastKnownStatus(std::string_view destination) {
+  const std::string key = keyOf(destination);
+  const MutexLock lock(_mutex);
+  const auto found = _answers.find(key);
+  return found == _answers.end() ? std::nullopt : std::optional(found->second);
 }
 
 }  // namespace pellor

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -15,7 +16,8 @@
 namespace pellor {
 
 /// Makes identifiers by the rules of `SimulatedPhoneNumbers`, of e-mail addresses in lower case. It keeps the queries
-/// of all processes, and answers them as its script says. Any thread.
+/// of all processes, and answers them as its script says; what it answered is the last known status in all of them. Any
+/// thread.
 class SimulatedIdentityService : public ReachabilityService {
  public:
   struct Query {
@@ -44,6 +46,8 @@ class SimulatedIdentityService : public ReachabilityService {
   /// All queries of all processes, oldest first.
   std::vector<Query> queries() const;
   void clearQueries();
+  /// Sets what it last said of a destination, in any spelling, as if to another process.
+  void setLastKnownStatus(std::string_view destination, StatusAnswer answer);
 
   std::optional<std::string> identifierForPhoneNumber(std::string_view number) override;
   std::optional<std::string> identifierForEmailAddress(std::string_view address) override;
@@ -54,14 +58,18 @@ class SimulatedIdentityService : public ReachabilityService {
   bool queryStatusForDestinations(const std::set<std::string>& destinations,
                                   const std::optional<std::string>& serviceName, bool hasPriority,
                                   std::weak_ptr<ReachabilityClient> client) override;
+  std::optional<StatusAnswer> lastKnownStatus(std::string_view destination) override;
 
  private:
   const std::shared_ptr<SimulatedPhoneNumbers> _phoneNumbers;
   Script record(const Query& query);
+  std::string keyOf(std::string_view destination);
+  void remember(const DestinationStatuses& statuses, const std::string& service);
 
   mutable Mutex _mutex;
   std::vector<Query> _queries PELLOR_GUARDED_BY(_mutex);
   Script _script PELLOR_GUARDED_BY(_mutex);
+  std::map<std::string, StatusAnswer> _answers PELLOR_GUARDED_BY(_mutex);  ///< by address in normalised form
 };
 
 }  // namespace pellor

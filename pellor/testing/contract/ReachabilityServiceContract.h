@@ -193,9 +193,35 @@ TYPED_TEST_P(ReachabilityQueriesContract, OneWhoIsGoneIsNotToldAndOthersStillAre
   EXPECT_TRUE(this->runUntilAnswered(*nobody, 0)) << "a query about nobody ends as well";
 }
 
+TYPED_TEST_P(ReachabilityQueriesContract, WhatWasAnsweredIsTheLastKnownStatusInEverySpellingOrNothingIs) {
+  ReachabilityService& service = this->_queries.service();
+  const auto lastOf = [&](const std::string& destination) {
+    const Process::Scope scope(this->_queries.process());
+    return service.lastKnownStatus(destination);
+  };
+  EXPECT_EQ(lastOf("ada@example.org"), std::nullopt) << "nobody has asked yet";
+  const auto client = std::make_shared<RecordingClient>();
+  ASSERT_TRUE(this->ask({"030 1234567", "bob@example.org"}, true, client));
+  EXPECT_TRUE(this->_queries.runUntil([&] { return client->statuses.size() == 2; }));
+  const auto known = lastOf("tel:+49 30 1234567"), other = lastOf("mailto:bob@example.org");
+  // A service may keep no answers, but not some of them.
+  EXPECT_EQ(known.has_value(), other.has_value());
+  EXPECT_EQ(lastOf("ada@example.org"), std::nullopt) << "of whom nobody asked";
+  EXPECT_EQ(lastOf(""), std::nullopt);
+  if (!known || !other) return;
+  EXPECT_EQ(known->status, DestinationStatus::valid);
+  EXPECT_EQ(other->status, DestinationStatus::invalid);
+  EXPECT_LE(known->lifetime.value_or(0), 366 * 86400.0);
+  const auto again = std::make_shared<RecordingClient>();
+  ASSERT_TRUE(this->ask({"030 1234567"}, true, again));
+  EXPECT_TRUE(this->_queries.runUntil([&] { return again->statuses.size() == 1; }));
+  EXPECT_GE(lastOf("+49301234567").value_or(StatusAnswer{}).time, known->time) << "the newest one";
+}
+
 REGISTER_TYPED_TEST_SUITE_P(ReachabilityQueriesContract,
                             EveryDestinationIsAnsweredUnderTheNameThatWasAskedForAfterTheStart,
-                            OneWhoIsGoneIsNotToldAndOthersStillAre);
+                            OneWhoIsGoneIsNotToldAndOthersStillAre,
+                            WhatWasAnsweredIsTheLastKnownStatusInEverySpellingOrNothingIs);
 
 /// Of a service that takes no queries.
 inline void expectNoQueries(Process& process, ReachabilityService& service) {
@@ -205,6 +231,8 @@ inline void expectNoQueries(Process& process, ReachabilityService& service) {
   EXPECT_TRUE(process.settle(60));
   EXPECT_TRUE(client->starts.empty());
   EXPECT_EQ(client->parts, 0);
+  const Process::Scope scope(process);
+  EXPECT_EQ(service.lastKnownStatus("ada@example.org"), std::nullopt);
 }
 
 }  // namespace pellor
