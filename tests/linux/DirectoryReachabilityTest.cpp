@@ -5,17 +5,21 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <map>
 #include <memory>
+#include <optional>
 #include <semaphore>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "pellor/linux/notify/NotifyFolder.h"
 #include "pellor/linux/reachability/IdentityService.h"
 #include "pellor/runtime/ThreadSafety.h"
 #include "pellor/testing/LogCollector.h"
 #include "pellor/testing/contract/ReachabilityServiceContract.h"
 #include "tests/linux/ServedProcesses.h"
+#include "tests/linux/TemporaryFolder.h"
 
 namespace pellor {
 namespace {
@@ -34,6 +38,7 @@ std::shared_ptr<ReachabilityService> conversions(const std::string& region = "DE
 class HeldDirectory final : public DestinationDirectory {
  public:
   std::string name() const override { return "the directory"; }
+  std::string account() const override { return "Ada's"; }
   std::size_t largestQuery() const override { return 5; }
   bool couldKnow(const std::string& identifier) const override { return identifier != "tel:911"; }
   Answer lookUp(const Identifiers& identifiers) override {
@@ -46,7 +51,9 @@ class HeldDirectory final : public DestinationDirectory {
     const MutexLock lock(_mutex);
     if (!_problem.empty()) return {{}, _problem, _pause};
     Answer answer;
+    answer.lifetime = _lifetime;
     for (const std::string& identifier : identifiers) {
+      if (identifier == _untold) continue;
       const bool isKnown = identifier == "tel:+49301234567" || identifier == "mailto:ada@example.org" ||
                            identifier == "mailto:Ada@Example.org";
       answer.statuses.emplace(identifier, isKnown ? valid : invalid);
@@ -64,6 +71,11 @@ class HeldDirectory final : public DestinationDirectory {
     _problem = problem;
     _pause = pause;
   }
+  void setAnswers(const std::string& untold, std::optional<std::chrono::seconds> lifetime) {
+    const MutexLock lock(_mutex);
+    _untold = untold;
+    _lifetime = lifetime;
+  }
   std::vector<Identifiers> asked() {
     const MutexLock lock(_mutex);
     return _asked;
@@ -76,6 +88,8 @@ class HeldDirectory final : public DestinationDirectory {
   Mutex _mutex;
   std::vector<Identifiers> _asked PELLOR_GUARDED_BY(_mutex);
   std::string _problem PELLOR_GUARDED_BY(_mutex);
+  std::string _untold PELLOR_GUARDED_BY(_mutex);
+  std::optional<std::chrono::seconds> _lifetime PELLOR_GUARDED_BY(_mutex);
   std::chrono::milliseconds _pause PELLOR_GUARDED_BY(_mutex){0};
 };
 
@@ -100,7 +114,7 @@ class Queries {
   HeldDirectory* _directory = new HeldDirectory;
   std::unique_ptr<DirectoryReachability> _service = std::make_unique<DirectoryReachability>(
       process(), conversions(), std::unique_ptr<DestinationDirectory>(_directory), LogHandle("test", "reach", _log),
-      [this] { return std::chrono::steady_clock::time_point(_now.load()); });
+      DirectoryReachabilityOptions{.clock = [this] { return std::chrono::steady_clock::time_point(_now.load()); }});
 };
 
 struct LinuxConversions {
@@ -196,6 +210,73 @@ TEST_F(DirectoryReachabilityTest, ItsEndCancelsTheQueryThatIsUnderWayAndAnswersN
   EXPECT_TRUE(queries.process().settle(60));
   EXPECT_THAT(queries.log().messages(), IsEmpty()) << "nobody has been away";
   EXPECT_EQ(client->parts, 0);
+}
+
+/// Programs that share a data folder and a bus, each with the service and a directory of its own.
+class SharedAnswers : public testing::Test {
+ protected:
+  struct Program {
+    HeldDirectory* directory = new HeldDirectory;
+    std::unique_ptr<DirectoryReachability> service;
+  };
+
+  Program& program(int number) {
+    Program& result = _programs[number];
+    if (result.service) return result;
+    DirectoryReachabilityOptions options;
+    options.dataFolder = folder.path();
+    options.notifyBus = [this, number] { return busOf(number); };
+    options.wallClock = [this] { return now.load(); };
+    result.service = std::make_unique<DirectoryReachability>(processes.at(number), conversions(),
+                                                             std::unique_ptr<DestinationDirectory>(result.directory),
+                                                             LogHandle("test", "reach", nullptr), std::move(options));
+    return result;
+  }
+  void ask(int number, const Identifiers& destinations) {
+    const auto client = std::make_shared<RecordingClient>();
+    EXPECT_TRUE(pellor::ask(processes.at(number), *program(number).service, destinations, true, client));
+    EXPECT_TRUE(processes.runUntil([&] { return client->statuses.size() == destinations.size(); }));
+  }
+  std::optional<StatusAnswer> lastOf(int number, const std::string& destination) {
+    const Process::Scope scope(processes.at(number));
+    return program(number).service->lastKnownStatus(destination);
+  }
+
+  TemporaryFolder folder;
+  ServedProcesses processes;
+  std::atomic<double> now = 1000;
+
+ private:
+  std::shared_ptr<SystemNotifyBus> busOf(int number) {
+    auto& bus = _buses[number];
+    if (!bus) bus = NotifyFolder::make(processes.at(number), folder / "notify", LogHandle("test", "bus", nullptr));
+    return bus;
+  }
+
+  std::map<int, std::shared_ptr<SystemNotifyBus>> _buses;
+  std::map<int, Program> _programs;
+};
+
+TEST_F(SharedAnswers, WhatOneProgramWasToldAllKnowAndLaterOnesToo) {
+  const std::string ada = "ada@example.org", bob = "bob@example.org";
+  EXPECT_EQ(lastOf(1, ada), std::nullopt);
+  program(0).directory->setAnswers("mailto:bob@example.org", std::chrono::seconds(60));
+  ask(0, {ada, bob});
+  const StatusAnswer told{valid, 1000, "the directory", 60};
+  EXPECT_EQ(lastOf(0, "mailto:" + ada), told);
+  EXPECT_TRUE(processes.runUntil([&] { return lastOf(1, ada) == told; })) << "it hears of news on the bus";
+  EXPECT_EQ(lastOf(1, bob), std::nullopt) << "the directory could not tell";
+  now = 5000;
+  ask(1, {ada, bob});
+  EXPECT_EQ(lastOf(2, ada), (StatusAnswer{valid, 5000, "the directory", std::nullopt}));
+  EXPECT_EQ(lastOf(2, bob), (StatusAnswer{invalid, 5000, "the directory", std::nullopt}));
+  now = 9000;
+  program(2).directory->setAnswers("mailto:bob@example.org", std::nullopt);
+  ask(2, {bob});
+  program(2).directory->setProblem("refused");
+  ask(2, {ada});
+  EXPECT_EQ(lastOf(2, ada)->time, 5000) << "a directory that is away says nothing";
+  EXPECT_EQ(lastOf(2, bob)->time, 5000);
 }
 
 }  // namespace

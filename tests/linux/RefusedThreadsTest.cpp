@@ -50,6 +50,7 @@ TEST(RefusedThreadsTest, AFolderWatchSaysThatItNoticesNothing) {
 class KnowingDirectory final : public DestinationDirectory {
  public:
   std::string name() const override { return "the directory"; }
+  std::string account() const override { return ""; }
   std::size_t largestQuery() const override { return 5; }
   bool couldKnow(const std::string&) const override { return true; }
   Answer lookUp(const std::set<std::string>& identifiers) override {
@@ -68,7 +69,8 @@ TEST(RefusedThreadsTest, ADirectoryAnswersThatItDoesNotKnowAndIsAskedLater) {
     std::chrono::steady_clock::time_point now;
     DirectoryReachability service(
         processes.at(0), std::make_shared<IdentityService>([region = std::string("DE")]() -> auto& { return region; }),
-        std::make_unique<KnowingDirectory>(), LogHandle("test", "reach", log), [&] { return now; });
+        std::make_unique<KnowingDirectory>(), LogHandle("test", "reach", log),
+        DirectoryReachabilityOptions{.clock = [&] { return now; }});
     const auto statusOf = [&](const std::string& destination) {
       const auto client = std::make_shared<RecordingClient>();
       EXPECT_TRUE(ask(processes.at(0), service, {destination}, false, client));

@@ -151,6 +151,30 @@ TEST_F(MatrixDirectoryTest, WhatIsNoAnswerIsAProblemThatPasses) {
   }
 }
 
+TEST_F(MatrixDirectoryTest, AnswersHoldAsLongAsTheServiceSays) {
+  const auto directory = this->directory();
+  EXPECT_EQ(directory->lookUp(both).lifetime, std::nullopt);
+  const std::string body = R"({"mappings":{}})";
+  const struct {
+    std::string header;
+    std::optional<std::chrono::seconds> lifetime;
+  } cases[] = {{"Cache-Control: private, max-age=3600", std::chrono::seconds(3600)},
+               {"cache-control: max-age=0", std::chrono::seconds(0)},
+               {"Cache-Control: no-cache", std::nullopt},
+               {"Cache-Control: max-age=soon", std::nullopt},
+               {"Cache-Control: max-age=99999999999999999999", std::nullopt}};
+  for (const auto& test : cases) {
+    // How to ask is known, so this is the answer to a look-up.
+    auto saying = behaviour;
+    saying.raw =
+        "HTTP/1.1 200 OK\r\n" + test.header + "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+    stub.set(saying);
+    const auto answer = directory->lookUp(both);
+    EXPECT_EQ(answer.problem, "") << test.header;
+    EXPECT_EQ(answer.lifetime, test.lifetime) << test.header;
+  }
+}
+
 TEST_F(MatrixDirectoryTest, OptionsThatCannotBeUsedAreProblems) {
   const auto refused = "http://127.0.0.1:" + std::to_string(freePort());
   const struct {

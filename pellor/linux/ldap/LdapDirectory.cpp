@@ -106,6 +106,14 @@ class LdapDirectory::Searches {
   Searches& operator=(const Searches&) = delete;
 
   std::string name() const { return "the LDAP directory " + _options.url; }
+  std::string account() const {
+    std::string account = "ldap " + _options.url;
+    for (const std::string& part : {_options.base, _options.bindName, _options.condition}) account += "\n" + part;
+    for (const std::string& attribute : _options.phoneAttributes) account += "\n" + attribute;
+    account += "\n";
+    for (const std::string& attribute : _options.emailAttributes) account += "\n" + attribute;
+    return account;
+  }
   void cancel() { _interruption.interrupt(); }
 
   Answer lookUp(const std::set<std::string>& identifiers) {
@@ -261,6 +269,8 @@ LdapDirectory::LdapDirectory(LdapDirectoryOptions options, std::shared_ptr<Reach
 LdapDirectory::~LdapDirectory() = default;
 
 std::string LdapDirectory::name() const { return _searches->name(); }
+
+std::string LdapDirectory::account() const { return _searches->account(); }
 
 std::size_t LdapDirectory::largestQuery() const { return MostIdentifiers; }
 

@@ -41,6 +41,7 @@ class LdapDirectory final : public DestinationDirectory {
   ~LdapDirectory() override;
 
   std::string name() const override;
+  std::string account() const override;
   std::size_t largestQuery() const override;
   /// Whether an entry could hold it: what has no other characters than the attributes take, so no extension.
   bool couldKnow(const std::string& identifier) const override;

@@ -5,7 +5,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <charconv>
+#include <cstdint>
 #include <mutex>
+#include <string_view>
 #include <utility>
 
 #include "pellor/linux/threads/BlockedSignals.h"
@@ -97,6 +100,20 @@ std::string partOf(const Url& url, CURLUPart part) {
   return result;
 }
 
+/// Of the header "Cache-Control: private, max-age=60"; absent without it, and where it says no number.
+std::optional<std::chrono::seconds> maxAgeOf(CURL* easy) {
+  constexpr std::string_view name = "max-age=";
+  curl_header* header = nullptr;
+  if (curl_easy_header(easy, "Cache-Control", 0, CURLH_HEADER, -1, &header) != CURLHE_OK) return std::nullopt;
+  const std::string_view value = header->value;
+  const std::size_t place = value.find(name);
+  if (place == std::string_view::npos) return std::nullopt;
+  std::uint32_t age = 0;
+  const std::string_view number = value.substr(place + name.size());
+  const auto read = std::from_chars(number.data(), number.data() + number.size(), age);
+  return read.ec == std::errc() ? std::optional(std::chrono::seconds(age)) : std::nullopt;
+}
+
 bool isLoopback(const std::string& host) {
   in_addr address{};
   if (inet_pton(AF_INET, host.c_str(), &address) == 1) return ntohl(address.s_addr) >> 24 == 127;
@@ -171,6 +188,7 @@ HttpClient::Response HttpClient::send(const Request& request) {
   curl_off_t seconds = 0;
   curl_easy_getinfo(easy.get(), CURLINFO_RETRY_AFTER, &seconds);
   response.retryAfter = std::chrono::seconds(seconds);
+  response.maxAge = maxAgeOf(easy.get());
   return response;
 }
 

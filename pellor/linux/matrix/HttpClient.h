@@ -28,7 +28,8 @@ class HttpClient {
     long status = 0;
     std::string body;
     std::chrono::seconds retryAfter{0};
-    std::string problem;  ///< why there is no response; empty when there is one
+    std::optional<std::chrono::seconds> maxAge = std::nullopt;  ///< for how long the response holds, as it says
+    std::string problem;                                        ///< why there is no response; empty when there is one
   };
 
   explicit HttpClient(Options options);

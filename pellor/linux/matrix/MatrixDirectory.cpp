@@ -29,6 +29,7 @@ struct Reply {
   std::string errorCode;  ///< as the service names the error; empty when there is none
   std::string problem;    ///< why there is nothing to be used; empty when there is
   milliseconds pause{0};
+  std::optional<std::chrono::seconds> lifetime;
 };
 
 /// How addresses are to be sent.
@@ -82,6 +83,7 @@ class MatrixDirectory::Service {
         _http({_options.certificates, mayBePlain(), _url.isLocal}) {}
 
   std::string name() const { return "the Matrix identity service " + _url.base; }
+  std::string account() const { return "matrix " + _url.base + " " + _options.accessTokenFile.string(); }
   void cancel() { _http.cancel(); }
 
   Answer lookUp(const Addresses& addresses) {
@@ -90,7 +92,7 @@ class MatrixDirectory::Service {
     // The pepper changes now and then. Once: a service that changes it all the time cannot be asked.
     if (reply.errorCode == "M_INVALID_PEPPER") reply = ask(addresses);
     if (!reply.problem.empty()) return {{}, std::move(reply.problem), reply.pause};
-    return {statusesOf(addresses, reply.content), "", {}};
+    return {statusesOf(addresses, reply.content), "", {}, reply.lifetime};
   }
 
   State state() {
@@ -188,6 +190,7 @@ class MatrixDirectory::Service {
   Reply readReply(HttpClient::Response response) const {
     Reply reply;
     reply.status = response.status;
+    reply.lifetime = response.maxAge;
     reply.problem = std::move(response.problem);
     reply.content = reply.problem.empty() ? Json::parse(response.body, nullptr, false) : Json::object();
     if (!reply.problem.empty()) return reply;
@@ -238,6 +241,8 @@ MatrixDirectory::MatrixDirectory(MatrixDirectoryOptions options, LogHandle log)
 MatrixDirectory::~MatrixDirectory() = default;
 
 std::string MatrixDirectory::name() const { return _service->name(); }
+
+std::string MatrixDirectory::account() const { return _service->account(); }
 
 std::size_t MatrixDirectory::largestQuery() const { return MostAddresses; }
 

@@ -32,6 +32,7 @@ class MatrixDirectory final : public DestinationDirectory {
   ~MatrixDirectory() override;
 
   std::string name() const override;
+  std::string account() const override;
   std::size_t largestQuery() const override;
   /// Whether it has a Matrix address (see `matrixAddressOf`).
   bool couldKnow(const std::string& identifier) const override;

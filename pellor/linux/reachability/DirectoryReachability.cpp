@@ -15,6 +15,7 @@ using std::chrono::milliseconds;
 constexpr BackOff::Pauses Pauses{.first = 1, .longest = 60};
 // A directory that wishes to be left alone for days has made a mistake.
 constexpr milliseconds LongestWish = std::chrono::minutes(15);
+constexpr milliseconds WritePause = std::chrono::seconds(1);
 
 DestinationStatuses unknownStatuses(const std::set<std::string>& destinations) {
   DestinationStatuses statuses;
@@ -26,15 +27,17 @@ DestinationStatuses unknownStatuses(const std::set<std::string>& destinations) {
 
 DirectoryReachability::DirectoryReachability(Process& process, std::shared_ptr<ReachabilityService> conversions,
                                              std::unique_ptr<DestinationDirectory> directory, LogHandle log,
-                                             Clock clock)
+                                             DirectoryReachabilityOptions options)
     : _process(process),
       _conversions(std::move(conversions)),
       _directory(std::move(directory)),
       _log(std::move(log)),
-      _clock(std::move(clock)),
+      _options(std::move(options)),
+      _answers({_options.dataFolder, _directory->account()}, _options.wallClock, _log),
       _pauses(Pauses) {}
 
 DirectoryReachability::~DirectoryReachability() {
+  if (_bus) _bus->removeObserver(this, ReachabilityNewsName);
   if (!_thread.isStarted()) return;
   {
     const MutexLock lock(_mutex);
@@ -98,9 +101,11 @@ void DirectoryReachability::serve() {
   for (auto questions = next(); !questions.empty(); questions = next()) {
     std::erase_if(questions, [](const Question& question) { return question.client.expired(); });
     const DestinationStatuses statuses = statusesOf(questions);
-    if (isStopping()) return;
+    if (isStopping()) break;
+    if (!isMoreWaiting() || _options.clock() >= _writesAfter) writeAnswers();
     report(questions, statuses);
   }
+  writeAnswers();
 }
 
 /// What is to be asked for next, none when the thread is to end.
@@ -118,6 +123,11 @@ std::vector<DirectoryReachability::Question> DirectoryReachability::next() {
 bool DirectoryReachability::isStopping() {
   const MutexLock lock(_mutex);
   return _isStopping;
+}
+
+bool DirectoryReachability::isMoreWaiting() {
+  const MutexLock lock(_mutex);
+  return !_urgent.empty() || !_others.empty();
 }
 
 DestinationStatuses DirectoryReachability::statusesOf(const std::vector<Question>& questions) {
@@ -145,10 +155,11 @@ std::optional<std::string> DirectoryReachability::identifierOf(const std::string
 }
 
 DestinationStatuses DirectoryReachability::lookUp(const std::set<std::string>& identifiers) {
-  if (identifiers.empty() || (_isAway && _clock() < _restsUntil)) return {};
+  if (identifiers.empty() || (_isAway && _options.clock() < _restsUntil)) return {};
   DestinationDirectory::Answer answer = _directory->lookUp(identifiers);
   // A query that was cancelled says nothing of the directory.
   if (!isStopping()) note(answer);
+  remember(answer);
   return std::move(answer.statuses);
 }
 
@@ -157,7 +168,7 @@ void DirectoryReachability::note(const DestinationDirectory::Answer& answer) {
   if (_isAway) {
     if (!wasAway) _pauses.reset();
     const std::chrono::steady_clock::duration wish = std::min(answer.pause, LongestWish);
-    _restsUntil = _clock() + std::max(steadyDuration(_pauses.next()), wish);
+    _restsUntil = _options.clock() + std::max(steadyDuration(_pauses.next()), wish);
   }
   if (_isAway == wasAway) return;
   if (_isAway) {
@@ -165,6 +176,38 @@ void DirectoryReachability::note(const DestinationDirectory::Answer& answer) {
   } else {
     _log.log("%@ can be asked again who is reachable", _directory->name());
   }
+}
+
+void DirectoryReachability::remember(const DestinationDirectory::Answer& answer) {
+  const double now = _options.wallClock();
+  std::optional<double> lifetime;
+  if (answer.lifetime) lifetime = static_cast<double>(answer.lifetime->count());
+  AnswerMemory::Answers answers;
+  for (const auto& [identifier, status] : answer.statuses)
+    answers.emplace(identifier, StatusAnswer{status, now, "", lifetime});
+  _answers.add(answers);
+}
+
+void DirectoryReachability::writeAnswers() {
+  _writesAfter = _options.clock() + WritePause;
+  if (!_answers.write() || !_options.notifyBus) return;
+  _process.mainQueue().async([notifyBus = _options.notifyBus] { notifyBus()->post(ReachabilityNewsName); });
+}
+
+std::optional<StatusAnswer> DirectoryReachability::lastKnownStatus(std::string_view destination) {
+  _process.requireMainQueue("DirectoryReachability::lastKnownStatus");
+  listenForNews();
+  const auto identifier = identifierOf(std::string(destination));
+  auto answer = identifier ? _answers.find(*identifier) : std::nullopt;
+  if (answer) answer->service = _directory->name();
+  return answer;
+}
+
+void DirectoryReachability::listenForNews() {
+  if (_bus || !_options.notifyBus) return;
+  _bus = _options.notifyBus();
+  _bus->addObserver(
+      this, [this] { _answers.readAgain(); }, ReachabilityNewsName);
 }
 
 /// One part for each client.

@@ -4,7 +4,6 @@
 #include <sstream>
 
 #include "pellor/linux/ldap/LdapDirectory.h"
-#include "pellor/linux/reachability/DirectoryReachability.h"
 #include "pellor/linux/reachability/IdentityService.h"
 #include "pellor/linux/services/internal/BuiltAdapters.h"
 
@@ -32,11 +31,10 @@ LdapDirectoryOptions optionsOf(const Configuration& configuration) {
 }
 
 void choose(const Configuration& configuration, LinuxPlatformOptions& options) {
-  options.parts.reachability = [directory = optionsOf(configuration)](
+  options.parts.reachability = [directory = optionsOf(configuration), dataFolder = options.folders.data](
                                    Process& process, std::shared_ptr<ReachabilityService> conversions) {
-    const LogHandle log = serviceLog(process, "reachability");
-    auto ldap = std::make_unique<LdapDirectory>(directory, conversions, log);
-    return std::make_shared<DirectoryReachability>(process, std::move(conversions), std::move(ldap), log);
+    auto ldap = std::make_unique<LdapDirectory>(directory, conversions, serviceLog(process, "reachability"));
+    return reachabilityOf(process, std::move(conversions), std::move(ldap), dataFolder);
   };
 }
 

@@ -1,7 +1,6 @@
 // reachability = "matrix"
 
 #include "pellor/linux/matrix/MatrixDirectory.h"
-#include "pellor/linux/reachability/DirectoryReachability.h"
 #include "pellor/linux/services/internal/BuiltAdapters.h"
 
 namespace pellor {
@@ -18,11 +17,10 @@ MatrixDirectoryOptions optionsOf(const Configuration& configuration) {
 }
 
 void choose(const Configuration& configuration, LinuxPlatformOptions& options) {
-  options.parts.reachability = [directory = optionsOf(configuration)](
+  options.parts.reachability = [directory = optionsOf(configuration), dataFolder = options.folders.data](
                                    Process& process, std::shared_ptr<ReachabilityService> conversions) {
-    const LogHandle log = serviceLog(process, "reachability");
-    return std::make_shared<DirectoryReachability>(process, std::move(conversions),
-                                                   std::make_unique<MatrixDirectory>(directory, log), log);
+    auto matrix = std::make_unique<MatrixDirectory>(directory, serviceLog(process, "reachability"));
+    return reachabilityOf(process, std::move(conversions), std::move(matrix), dataFolder);
   };
 }
 

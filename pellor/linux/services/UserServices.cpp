@@ -6,8 +6,10 @@
 
 #include "pellor/linux/Configuration.h"
 #include "pellor/linux/EmbeddedReports.h"
+#include "pellor/linux/reachability/DirectoryReachability.h"
 #include "pellor/linux/services/internal/BuiltAdapters.h"
 #include "pellor/linux/services/internal/ServiceAdapter.h"
+#include "pellor/platform/Platform.h"
 #include "pellor/runtime/BundleIdentifier.h"
 
 namespace pellor {
@@ -35,6 +37,16 @@ std::string requiredText(const Configuration& configuration, const char* key, co
 
 ServiceReport reportOf(const DestinationDirectory::State& state) {
   return state.answers ? ServiceReport::working(state.text) : ServiceReport::failing(state.text, "");
+}
+
+std::shared_ptr<ReachabilityService> reachabilityOf(Process& process, std::shared_ptr<ReachabilityService> conversions,
+                                                    std::unique_ptr<DestinationDirectory> directory,
+                                                    const std::filesystem::path& dataFolder) {
+  DirectoryReachabilityOptions options;
+  options.dataFolder = dataFolder;
+  options.notifyBus = [&process] { return platformOf(process).notifyBus; };
+  return std::make_shared<DirectoryReachability>(process, std::move(conversions), std::move(directory),
+                                                 serviceLog(process, "reachability"), std::move(options));
 }
 
 LogHandle serviceLog(Process& process, const char* category) { return {BundleIdentifier, category, process.logSink()}; }

@@ -1,6 +1,7 @@
 // What the configuration may choose for a part of the platform, apart from the embedded ones.
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -35,6 +36,11 @@ std::string requiredText(const Configuration& configuration, const char* key, co
 
 /// What a directory says of itself, as a report.
 ServiceReport reportOf(const DestinationDirectory::State& state);
+
+/// A service that asks the directory, keeps its answers in the data folder and tells of them on the process's bus.
+std::shared_ptr<ReachabilityService> reachabilityOf(Process& process, std::shared_ptr<ReachabilityService> conversions,
+                                                    std::unique_ptr<DestinationDirectory> directory,
+                                                    const std::filesystem::path& dataFolder);
 
 /// The log of the services, as of all parts of the platform.
 LogHandle serviceLog(Process& process, const char* category);
