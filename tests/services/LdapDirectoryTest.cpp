@@ -42,7 +42,7 @@ TEST(LdapFilterTest, EscapesAsPublished) {
 /// A server with people, and the options to ask it with.
 class LdapWorld {
  public:
-  explicit LdapWorld(const std::string& settings = "") {
+  explicit LdapWorld(const std::string& settings = "", const std::string& scheme = "ldap") : _scheme(scheme) {
     std::filesystem::create_directory(_folder / "db");
     writeFile(_folder / "slapd.conf",
               "include /etc/ldap/schema/core.schema\ninclude /etc/ldap/schema/cosine.schema\n"
@@ -56,13 +56,18 @@ class LdapWorld {
   }
 
   void start() {
-    _server.emplace(std::vector<std::string>{"slapd", "-d", "0", "-f", _folder / "slapd.conf", "-h", _url},
+    const std::string urls = _url + " " + urlWith(_scheme, "127.0.0.2");
+    _server.emplace(std::vector<std::string>{"slapd", "-d", "0", "-f", _folder / "slapd.conf", "-h", urls},
                     [this] { return isListening(_port); });
   }
   void kill() { _server.reset(); }
 
   std::unique_ptr<LdapDirectory> directory() const {
     return std::make_unique<LdapDirectory>(options, conversionsIn("DE"), LogHandle("test", "ldap", log));
+  }
+  /// The address of the server with another scheme and host.
+  std::string urlWith(const std::string& scheme, const std::string& host) const {
+    return scheme + "://" + host + ":" + std::to_string(_port);
   }
   DestinationDirectory::Answer lookUp(const std::set<std::string>& identifiers) const {
     return directory()->lookUp(identifiers);
@@ -94,7 +99,8 @@ class LdapWorld {
 
   TemporaryFolder _folder;
   const int _port = freePort();
-  const std::string _url = "ldap://127.0.0.1:" + std::to_string(_port);
+  const std::string _scheme;
+  const std::string _url = _scheme + "://127.0.0.1:" + std::to_string(_port);
   std::optional<Server> _server;
 };
 
@@ -203,6 +209,47 @@ TEST(LdapEncryptionTest, OnlyACertificateThatIsTrustedIsTalkedTo) {
   world.options.certificates = certificate.file;
   const auto answer = world.lookUp({"tel:911"});
   EXPECT_EQ(answer.statuses, (DestinationStatuses{{"tel:911", valid}})) << answer.problem;
+}
+
+TEST(LdapEncryptionTest, WhichOfCertificateNameAndPortIsWrongIsSaid) {
+  const Certificate certificate, other;
+  const std::string settings =
+      "TLSCertificateFile " + certificate.file.string() + "\nTLSCertificateKeyFile " + certificate.key.string();
+  LdapWorld plain, both(settings), encrypted(settings, "ldaps");
+  const struct {
+    const char* what;
+    LdapWorld& world;
+    const char *scheme, *host;
+    bool startsTls;
+    std::filesystem::path trusted;
+    const char* problem;
+  } cases[] = {
+      {"ldaps", encrypted, "ldaps", "127.0.0.1", false, certificate.file, ""},
+      {"ldaps, another authority", encrypted, "ldaps", "127.0.0.1", false, other.file, "certificate is not trusted"},
+      {"ldaps, another name", encrypted, "ldaps", "127.0.0.2", false, certificate.file, "that of another server"},
+      {"ldaps, a plain port", both, "ldaps", "127.0.0.1", false, certificate.file, "does not encrypt in this way"},
+      {"StartTLS", both, "ldap", "127.0.0.1", true, certificate.file, ""},
+      {"StartTLS, another authority", both, "ldap", "127.0.0.1", true, other.file, "certificate is not trusted"},
+      {"StartTLS, another name", both, "ldap", "127.0.0.2", true, certificate.file, "that of another server"},
+      {"StartTLS, an encrypted port", encrypted, "ldap", "127.0.0.1", true, certificate.file,
+       "does not encrypt in this way"},
+      {"StartTLS, a server without", plain, "ldap", "127.0.0.1", true, certificate.file,
+       "does not encrypt in this way"},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.what);
+    test.world.options.url = test.world.urlWith(test.scheme, test.host);
+    test.world.options.startsTls = test.startsTls;
+    test.world.options.certificates = test.trusted;
+    const std::string problem = test.world.lookUp({"tel:911"}).problem, state = test.world.directory()->state().text;
+    EXPECT_EQ(problem.empty(), *test.problem == '\0') << problem;
+    EXPECT_THAT(problem, HasSubstr(test.problem));
+    EXPECT_TRUE(problem.empty() || state == problem) << state;
+  }
+  encrypted.options.url = encrypted.urlWith("ldaps", "127.0.0.1");
+  encrypted.options.startsTls = false;
+  encrypted.kill();
+  EXPECT_THAT(encrypted.lookUp({"tel:911"}).problem, HasSubstr("nothing answers at its port"));
 }
 
 TEST(LdapSilenceTest, OneThatHangsIsWaitedForAsLongAsIsAllowedOrUntilItIsCancelled) {

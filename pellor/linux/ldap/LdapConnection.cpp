@@ -44,27 +44,38 @@ bool Interruption::waitFor(int file, std::chrono::steady_clock::time_point end) 
 }
 
 LdapConnection::LdapConnection(const std::string& url, const std::filesystem::path& certificates,
-                               const Interruption& interruption)
+                               const Interruption& interruption, Check check)
     : _interruption(interruption), _openCode(ldap_initialize(&_ldap, url.c_str())) {
-  if (_openCode == LDAP_SUCCESS) setOptions(certificates);
+  if (_openCode == LDAP_SUCCESS) setOptions(certificates, check);
 }
 
 LdapConnection::~LdapConnection() {
   if (_ldap) ldap_unbind_ext_s(_ldap, nullptr, nullptr);
 }
 
-void LdapConnection::setOptions(const std::filesystem::path& certificates) {
-  const int version = LDAP_VERSION3, demand = LDAP_OPT_X_TLS_DEMAND, isServer = 0;
+void LdapConnection::setOptions(const std::filesystem::path& certificates, Check check) {
+  const int version = LDAP_VERSION3, isServer = 0;
+  const int checked = check == Check::certificate ? LDAP_OPT_X_TLS_DEMAND : LDAP_OPT_X_TLS_NEVER;
   ldap_set_option(_ldap, LDAP_OPT_PROTOCOL_VERSION, &version);
   ldap_set_option(_ldap, LDAP_OPT_NETWORK_TIMEOUT, &ConnectLimit);
   ldap_set_option(_ldap, LDAP_OPT_RESTART, LDAP_OPT_ON);
   // Another server would get to see the password.
   ldap_set_option(_ldap, LDAP_OPT_REFERRALS, LDAP_OPT_OFF);
-  ldap_set_option(_ldap, LDAP_OPT_X_TLS_REQUIRE_CERT, &demand);
+  ldap_set_option(_ldap, LDAP_OPT_X_TLS_REQUIRE_CERT, &checked);
   if (!certificates.empty()) ldap_set_option(_ldap, LDAP_OPT_X_TLS_CACERTFILE, certificates.c_str());
   const int code = ldap_set_option(_ldap, LDAP_OPT_X_TLS_NEWCTX, &isServer);
   if (code != LDAP_OPT_SUCCESS) _openCode = LDAP_LOCAL_ERROR;
 }
+
+std::string LdapConnection::peerCertificate() const {
+  berval certificate{};
+  if (!_ldap || ldap_get_option(_ldap, LDAP_OPT_X_TLS_PEERCERT, &certificate) != LDAP_OPT_SUCCESS) return "";
+  std::string bytes(certificate.bv_val ? certificate.bv_val : "", certificate.bv_len);
+  ldap_memfree(certificate.bv_val);
+  return bytes;
+}
+
+int LdapConnection::open() { return _openCode == LDAP_SUCCESS ? ldap_connect(_ldap) : _openCode; }
 
 int LdapConnection::startTls(Time end) {
   if (_openCode != LDAP_SUCCESS) return _openCode;

@@ -44,12 +44,22 @@ class LdapConnection {
     std::vector<Entry> entries;
   };
 
-  LdapConnection(const std::string& url, const std::filesystem::path& certificates, const Interruption& interruption);
+  /// Whether a server whose certificate is not trusted, or is that of another one, is talked to. An unchecked
+  /// connection serves to find out what is wrong with one: nothing that matters may be said on it.
+  enum class Check { certificate, nothing };
+
+  LdapConnection(const std::string& url, const std::filesystem::path& certificates, const Interruption& interruption,
+                 Check check = Check::certificate);
   ~LdapConnection();
   LdapConnection(const LdapConnection&) = delete;
   LdapConnection& operator=(const LdapConnection&) = delete;
 
+  /// The certificate of the server on an encrypted connection, in DER; empty without one.
+  std::string peerCertificate() const;
+
   // These give a code of libldap or of the server.
+  /// Connects, encrypted where the address says so, and says nothing. The others connect by themselves.
+  int open();
   int startTls(Time end);
   int bind(const std::string& name, const std::string& password, Time end);
   Result search(const Search& search, Time end);
@@ -60,7 +70,7 @@ class LdapConnection {
   };
   using Message = std::unique_ptr<LDAPMessage, MessageDeleter>;
 
-  void setOptions(const std::filesystem::path& certificates);
+  void setOptions(const std::filesystem::path& certificates, Check check);
   Message next(int id, Time end, int& code);
   int abandon(int id, int reason);
   int finish(int started, int id, Time end);

@@ -12,6 +12,7 @@
 #include "pellor/linux/files/internal/SecretFile.h"
 #include "pellor/linux/ldap/LdapConnection.h"
 #include "pellor/linux/ldap/LdapFilter.h"
+#include "pellor/linux/ldap/ServerCertificate.h"
 #include "pellor/linux/text/CardText.h"
 #include "pellor/linux/threads/BlockedSignals.h"
 
@@ -66,8 +67,6 @@ std::string problemOf(int code) {
       return "it does not answer in time";
     case LDAP_LOCAL_ERROR:
       return "the file of trusted certificates cannot be used";
-    case LDAP_CONNECT_ERROR:
-      return "its certificate is not trusted, or is that of another server";
     case LDAP_INVALID_CREDENTIALS:
       return "it refuses the name or the password that it is logged in with";
     case LDAP_NO_SUCH_OBJECT:
@@ -84,6 +83,19 @@ std::string problemOf(int code) {
     default:
       return ldap_err2string(code);
   }
+}
+
+/// Whether it may be the encryption that failed: libldap has the one code for a server that is away as well.
+bool mayBeOfEncryption(int code) {
+  return code == LDAP_SERVER_DOWN || code == LDAP_CONNECT_ERROR || code == LDAP_PROTOCOL_ERROR ||
+         code == LDAP_UNAVAILABLE;
+}
+
+/// The address of the same place without encryption.
+std::string plainAddressOf(const LDAPURLDesc& url) {
+  const std::string host = url.lud_host ? url.lud_host : "";
+  const bool isNumbered = host.find(':') != std::string::npos;
+  return "ldap://" + (isNumbered ? "[" + host + "]" : host) + ":" + std::to_string(url.lud_port);
 }
 
 bool isCutOff(int code) { return code == LDAP_SIZELIMIT_EXCEEDED || code == LDAP_ADMINLIMIT_EXCEEDED; }
@@ -125,6 +137,7 @@ class LdapDirectory::Searches {
     Answer answer = searchAll(wanted);
     // The server may have closed a connection on which nothing happened for long.
     if (_lastCode == LDAP_SERVER_DOWN && wasOpen) answer = searchAll(wanted);
+    if (const auto problem = problemOfEncryption()) answer.problem = *problem;
     return answer;
   }
 
@@ -132,11 +145,12 @@ class LdapDirectory::Searches {
     const BlockedBrokenPipe quiet;
     _end = std::chrono::steady_clock::now() + _options.limit;
     _connection.reset();
-    if (std::string problem = connect(); !problem.empty()) return {false, problem};
+    if (std::string problem = connect(); !problem.empty()) return {false, problemOfEncryption().value_or(problem)};
     const auto about =
         _connection->search({"", LDAP_SCOPE_BASE, "(objectClass=*)", {"vendorName", "vendorVersion"}}, _end);
     const auto base = _connection->search({_options.base, LDAP_SCOPE_BASE, "(objectClass=*)", {LDAP_NO_ATTRS}}, _end);
-    if (base.code != LDAP_SUCCESS) return {false, problemOf(base.code)};
+    _lastCode = base.code;
+    if (base.code != LDAP_SUCCESS) return {false, problemOfEncryption().value_or(problemOf(base.code))};
     std::string text = "LDAP version 3";
     for (const auto& entry : about.entries) {
       for (const auto& [attribute, value] : entry) text += ", " + value;
@@ -184,15 +198,42 @@ class LdapDirectory::Searches {
     const Secret password = _options.bindName.empty() ? Secret{} : readSecret(_options.passwordFile);
     if (!password.problem.empty()) return password.problem;
     if (password.isOpenToOthers) warnOfOpenPassword();
+    _hasStartedTls = false;
     auto connection = std::make_unique<LdapConnection>(_options.url, _options.certificates, _interruption);
     if (_options.startsTls) {
       _lastCode = connection->startTls(_end);
       if (_lastCode != LDAP_SUCCESS) return "no encrypted connection: " + problemOf(_lastCode);
+      _hasStartedTls = true;
     }
     if (!_options.bindName.empty()) _lastCode = connection->bind(_options.bindName, password.text, _end);
     if (_lastCode != LDAP_SUCCESS) return problemOf(_lastCode);
     _connection = std::move(connection);
     return "";
+  }
+
+  /// What is wrong with the encrypted connection that failed: its certificate, the name in it, or the port. Absent for
+  /// a connection without encryption, and when something else failed.
+  std::optional<std::string> problemOfEncryption() const {
+    const Url url = parsedUrl(_options.url);
+    const bool isEncrypted = url && (_options.startsTls || std::string_view(url->lud_scheme) == "ldaps");
+    if (!isEncrypted || _hasStartedTls || !mayBeOfEncryption(_lastCode)) return std::nullopt;
+    LdapConnection unchecked(_options.url, "", _interruption, LdapConnection::Check::nothing);
+    const int code = _options.startsTls ? unchecked.startTls(_end) : unchecked.open();
+    if (code != LDAP_SUCCESS) return problemOfPort(*url);
+    const std::string host = url->lud_host ? url->lud_host : "";
+    if (!isCertificateOf(unchecked.peerCertificate(), host)) {
+      return "its certificate is that of another server: use the name that the certificate is for";
+    }
+    return "its certificate is not trusted: name the authority that signed it";
+  }
+
+  /// Of a place where no encrypted connection could be made, whatever the certificate.
+  std::string problemOfPort(const LDAPURLDesc& url) const {
+    const std::string port = "its port " + std::to_string(url.lud_port);
+    LdapConnection plain(plainAddressOf(url), "", _interruption);
+    if (plain.open() != LDAP_SUCCESS) return "nothing answers at " + port;
+    return "it does not encrypt in this way at " + port + ": try another port, or " +
+           (_options.startsTls ? "ldaps: without starting TLS" : "ldap: with starting TLS");
   }
 
   /// Adds what can be told of them. Gives what is in the way of telling more.
@@ -259,6 +300,7 @@ class LdapDirectory::Searches {
   std::unique_ptr<LdapConnection> _connection;
   std::chrono::steady_clock::time_point _end;
   int _lastCode = LDAP_SUCCESS;
+  bool _hasStartedTls = false;  ///< on the connection that was made last
   bool _hasWarned = false;
 };
 
