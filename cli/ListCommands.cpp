@@ -15,15 +15,22 @@
 #include "cli/PageGrid.h"
 #include "cli/ShownDestination.h"
 #include "cli/StatusText.h"
-#include "pellor/friends/PLDestinationStatus.h"
 
 namespace pellor::cli {
 namespace {
 
+// In seconds: a list is looked at, not waited for.
+constexpr double LongestRequery = 2;
+
+struct ListArguments {
+  bool asLines = false;
+  bool requery = false;
+};
+
 Json slotJson(PLFriendsManager& manager, const std::shared_ptr<PLPerson>& person) {
   if (!person) return nullptr;
   Json json = jsonOf(*person);
-  json["status"] = destinationStatusName(manager.statusForPersonRequery(person, false));
+  addStatus(json, reachabilityOf(manager, person));
   return json;
 }
 
@@ -57,15 +64,25 @@ std::string linesText(PLFriendsManager& manager, const FriendMark& mark) {
   return text;
 }
 
-void list(Session& session, bool asLines) {
+void list(Session& session, const ListArguments& arguments) {
   PLFriendsManager& manager = session.manager();
   // What the contacts changed since the last time belongs to the answer.
   session.settle();
+  // What did not come in time is shown as it was known before.
+  if (arguments.requery && areStatusesChecked(manager)) {
+    requeryStatuses(session, allFriends(manager), true, LongestRequery);
+  }
   const auto mark = [&manager](const std::shared_ptr<PLPerson>& person) {
-    return statusMark(manager.statusForPersonRequery(person, false));
+    return statusMark(reachabilityOf(manager, person).status);
+  };
+  const auto age = [&manager](const std::shared_ptr<PLPerson>& person) {
+    return ageText(reachabilityOf(manager, person));
   };
   session.answer(
-      [&] { return asLines ? linesText(manager, mark) : pagesText(manager.friendGroups(), mark, outputWidth()); },
+      [&] {
+        return arguments.asLines ? linesText(manager, mark)
+                                 : pagesText(manager.friendGroups(), mark, outputWidth(), age);
+      },
       [&] { return listJson(manager); });
 }
 
@@ -107,19 +124,25 @@ void find(Session& session, const std::string& destination) {
   session.answer([&] { return ownersText(owners); }, [&] { return ownersJson(owners); });
 }
 
+void chooseList(Command& chosen, CommonOptions& options, const ListArguments& arguments) {
+  chosen = [arguments](Session& session) { list(session, arguments); };
+  options.noticesChanges = false;
+}
+
 }  // namespace
 
 void chooseList(Command& chosen, CommonOptions& options, bool asLines) {
-  chosen = [asLines](Session& session) { list(session, asLines); };
-  options.noticesChanges = false;
+  chooseList(chosen, options, ListArguments{asLines, false});
 }
 
 void addListCommands(CLI::App& program, Command& chosen, CommonOptions& options) {
   auto* shown =
       program.add_subcommand("list", "Show the pages; + before a friend who is reachable, - who is not, ? not known");
-  const auto asLines = std::make_shared<bool>(false);
-  shown->add_flag("--lines", *asLines, "A friend a line: place, mark, name and number, with tabs between them");
-  shown->callback([&chosen, &options, asLines] { chooseList(chosen, options, *asLines); });
+  const auto arguments = std::make_shared<ListArguments>();
+  shown->add_flag("--lines", arguments->asLines,
+                  "A friend a line: place, mark, name and number, with tabs between them");
+  shown->add_flag("--requery", arguments->requery, "Ask the messaging service first, and wait 2 seconds at most");
+  shown->callback([&chosen, &options, arguments] { chooseList(chosen, options, *arguments); });
   auto* command = program.add_subcommand("find", "Tell which friends and contacts have a number or an address");
   const auto destination = std::make_shared<std::string>();
   command->add_option("DESTINATION", *destination, "A number or an address, in any spelling")->required();

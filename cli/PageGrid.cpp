@@ -1,6 +1,7 @@
 #include "cli/PageGrid.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "cli/FriendSearch.h"
@@ -22,6 +23,7 @@ struct Cell {
   std::string monogram;
   std::string name;
   std::string destination;
+  std::string note;
 };
 
 /// In columns.
@@ -34,21 +36,22 @@ struct Widths {
   std::size_t cell() const { return prefix() + text; }
 };
 
-Cell cellOf(const PLFriendGroup& page, std::uint64_t slot, const FriendMark& mark) {
-  Cell cell{std::to_string(slot + 1), " ", {}, "(empty)", {}};
+Cell cellOf(const PLFriendGroup& page, std::uint64_t slot, const FriendMark& mark, const FriendNote& note) {
+  Cell cell{std::to_string(slot + 1), " ", {}, "(empty)", {}, {}};
   const auto person = page.friendAtPosition(slot);
   if (!person) return cell;
   cell.mark = mark(person);
   cell.monogram = printable(person->initials().value_or(""));
   cell.name = nameOf(*person);
   if (person->hasName()) cell.destination = shownDestination(*person);
+  cell.note = note(person);
   return cell;
 }
 
-std::vector<Cell> cellsOf(const PLFriendGroup& page, const FriendMark& mark) {
+std::vector<Cell> cellsOf(const PLFriendGroup& page, const FriendMark& mark, const FriendNote& note) {
   std::vector<Cell> cells;
   withCardsOf(page.friends(), [&] {
-    for (std::uint64_t slot = 0; slot < page.groupSize(); ++slot) cells.push_back(cellOf(page, slot, mark));
+    for (std::uint64_t slot = 0; slot < page.groupSize(); ++slot) cells.push_back(cellOf(page, slot, mark, note));
   });
   return cells;
 }
@@ -56,7 +59,8 @@ std::vector<Cell> cellsOf(const PLFriendGroup& page, const FriendMark& mark) {
 void widen(Widths& widths, const Cell& cell) {
   widths.number = std::max(widths.number, cell.number.size());
   widths.monogram = std::max(widths.monogram, displayWidth(cell.monogram));
-  widths.text = std::max({widths.text, displayWidth(cell.name), displayWidth(cell.destination)});
+  widths.text =
+      std::max({widths.text, displayWidth(cell.name), displayWidth(cell.destination), displayWidth(cell.note)});
 }
 
 // As many columns as leave each text ample room; what is over goes to the texts that need it.
@@ -74,8 +78,8 @@ std::string firstLine(const Cell& cell, const Widths& widths) {
          fitted(cell.monogram, widths.monogram) + " " + fitted(cell.name, widths.text);
 }
 
-std::string secondLine(const Cell& cell, const Widths& widths) {
-  return std::string(widths.prefix(), ' ') + fitted(cell.destination, widths.text);
+std::string lowerLine(const std::string& text, const Widths& widths) {
+  return std::string(widths.prefix(), ' ') + fitted(text, widths.text);
 }
 
 std::string withoutTrailingSpaces(std::string line) {
@@ -83,16 +87,23 @@ std::string withoutTrailingSpaces(std::string line) {
   return line;
 }
 
+// Without its line end where there is nothing to be seen in it.
+std::string lineUnlessEmpty(std::string line) {
+  line = withoutTrailingSpaces(std::move(line));
+  return line.empty() ? line : line + "\n";
+}
+
 std::string rowText(const std::vector<Cell>& cells, std::size_t begin, std::size_t end, const Widths& widths) {
   std::string first;
   std::string second;
+  std::string third;
   for (std::size_t index = begin; index < end; ++index) {
     const std::string gap(index == begin ? 0 : Gap, ' ');
     first += gap + firstLine(cells[index], widths);
-    second += gap + secondLine(cells[index], widths);
+    second += gap + lowerLine(cells[index].destination, widths);
+    third += gap + lowerLine(cells[index].note, widths);
   }
-  second = withoutTrailingSpaces(second);
-  return withoutTrailingSpaces(first) + "\n" + (second.empty() ? "" : second + "\n");
+  return withoutTrailingSpaces(first) + "\n" + lineUnlessEmpty(second) + lineUnlessEmpty(third);
 }
 
 std::string gridText(const std::vector<Cell>& cells, std::size_t columns, const Widths& widths) {
@@ -111,11 +122,11 @@ std::string pageHeading(const PLFriendGroup& page, std::uint64_t pageIndex) {
 }
 
 std::string pagesText(const std::vector<std::shared_ptr<PLFriendGroup>>& pages, const FriendMark& mark,
-                      std::size_t width) {
+                      std::size_t width, const FriendNote& note) {
   std::vector<std::vector<Cell>> grids;
   Widths widths{0, NarrowestMonogram, NarrowestText};
   for (const auto& page : pages) {
-    grids.push_back(cellsOf(*page, mark));
+    grids.push_back(cellsOf(*page, mark, note));
     for (const Cell& cell : grids.back()) widen(widths, cell);
   }
   const std::size_t columns = columnsIn(width, widths);

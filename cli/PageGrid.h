@@ -15,11 +15,14 @@ namespace pellor::cli {
 /// A mark of one column for a friend.
 using FriendMark = std::function<std::string(const std::shared_ptr<PLPerson>&)>;
 
+/// A note below a friend; empty: none.
+using FriendNote = std::function<std::string(const std::shared_ptr<PLPerson>&)>;
+
 /// For each page the heading, then the slots in rows: number, mark, monogram and name, below it the first number or
-/// address; empty slots as "(empty)". As many columns as fit into `width`, the same on all pages; texts that are too
-/// long end in "…".
+/// address, and below that the note; empty slots as "(empty)". As many columns as fit into `width`, the same on all
+/// pages; texts that are too long end in "…".
 std::string pagesText(const std::vector<std::shared_ptr<PLFriendGroup>>& pages, const FriendMark& mark,
-                      std::size_t width);
+                      std::size_t width, const FriendNote& note);
 
 /// A page's number and title.
 std::string pageHeading(const PLFriendGroup& page, std::uint64_t pageIndex);

@@ -12,9 +12,6 @@
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
 #include "cli/StatusText.h"
-#include "pellor/friends/PLDestination.h"
-#include "pellor/friends/PLDestinationStatus.h"
-#include "pellor/runtime/Timer.h"
 
 namespace pellor::cli {
 namespace {
@@ -29,8 +26,7 @@ struct StatusArguments {
 
 struct FriendStatus {
   FriendAt found;
-  DestinationStatus status;
-  DestinationSet reachable;
+  FriendReachability reachability;
 };
 
 struct Statuses {
@@ -39,83 +35,30 @@ struct Statuses {
   std::vector<FriendStatus> friends;
 };
 
-/// Waits for the answers to queries.
-class AnswerWait {
- public:
-  /// From now on answers count. `destinations` are the canonical ones that are about to be asked for.
-  AnswerWait(Process& process, DestinationSet destinations)
-      : _process(process),
-        _unanswered(std::move(destinations)),
-        _observation(process.notificationCenter().addObserver(
-            std::string(PLFriendsManagerDestinationStatusUpdatedNotification),
-            [this](const Notification& notification) { answered(notification); })) {}
-
-  /// Whether all were answered in time.
-  bool wait() {
-    if (_unanswered.empty()) return true;
-    const auto limit = Timer::after(_process.mainQueue(), LongestAnswer, [this] { _process.mainQueue().stop(); });
-    _process.mainQueue().run();
-    return _unanswered.empty();
-  }
-
- private:
-  void answered(const Notification& notification) {
-    const auto* userInfo = notification.userInfoAs<Dictionary>();
-    const Value* statuses =
-        userInfo ? valueForKey(*userInfo, PLFriendsManagerDestinationStatusUpdatedDestinationsKey) : nullptr;
-    if (!statuses || !statuses->dictionary()) return;
-    for (const auto& [destination, status] : *statuses->dictionary()) _unanswered.erase(destination);
-    if (_unanswered.empty()) _process.mainQueue().stop();
-  }
-
-  Process& _process;
-  DestinationSet _unanswered;
-  const std::shared_ptr<Observation> _observation;
-};
-
-// No person at all is not reachable, unless nothing is checked.
-bool areStatusesChecked(PLFriendsManager& manager) {
-  return manager.statusForPersonRequery(nullptr, false) != DestinationStatus::valid;
-}
-
-DestinationSet destinationsOf(const std::vector<FriendAt>& friends) {
-  DestinationSet destinations;
-  for (const FriendAt& found : friends) {
-    if (const auto values = found.person->allValues()) destinations.insert(values->begin(), values->end());
-  }
-  return destinations;
-}
-
 void requery(Session& session, const std::vector<FriendAt>& friends, bool asksForAll) {
-  PLFriendsManager& manager = session.manager();
-  AnswerWait answers(session.process(), destinationsOf(friends));
-  if (asksForAll) {
-    manager.refreshDestinationStatuses();
-  } else {
-    for (const FriendAt& found : friends) manager.statusForPersonRequery(found.person, true);
-  }
-  if (answers.wait()) return;
-  throw CommandError("the messaging service " + *manager.serviceName() + " did not answer within " +
+  if (requeryStatuses(session, friends, asksForAll, LongestAnswer)) return;
+  throw CommandError("the messaging service " + *session.manager().serviceName() + " did not answer within " +
                      std::to_string(static_cast<int>(LongestAnswer)) + " seconds: try again later");
 }
 
 Statuses statusesOf(PLFriendsManager& manager, const std::vector<FriendAt>& friends) {
   Statuses statuses{manager.serviceName(), areStatusesChecked(manager), {}};
   for (const FriendAt& found : friends) {
-    statuses.friends.push_back({found, manager.statusForPersonRequery(found.person, false),
-                                manager.reachableDestinationsForPerson(found.person)});
+    statuses.friends.push_back({found, reachabilityOf(manager, found.person)});
   }
   return statuses;
 }
 
-std::string textOf(const FriendStatus& status) {
-  std::string text = statusMark(status.status) + " " + nameOf(*status.found.person) + " (" +
-                     textOf(status.found.place) + "): " + statusText(status.status);
+std::string textOf(const FriendStatus& friendStatus) {
+  const auto& [found, reachability] = friendStatus;
+  std::string text = statusMark(reachability.status) + " " + nameOf(*found.person) + " (" + textOf(found.place) +
+                     "): " + statusText(reachability.status);
   std::string separator = " at ";
-  for (const std::string& destination : status.reachable) {
+  for (const std::string& destination : reachability.reachable) {
     text += std::exchange(separator, ", ") + shownDestination(destination);
   }
-  return text + "\n";
+  const std::string age = ageText(reachability);
+  return text + (age.empty() ? "" : " (" + age + ")") + "\n";
 }
 
 std::string textOf(const Statuses& statuses) {
@@ -131,8 +74,8 @@ std::string textOf(const Statuses& statuses) {
 
 Json jsonOf(const FriendStatus& status) {
   Json json = jsonOf(status.found);
-  json["status"] = destinationStatusName(status.status);
-  json["reachableDestinations"] = status.reachable;
+  addStatus(json, status.reachability);
+  json["reachableDestinations"] = status.reachability.reachable;
   return json;
 }
 

@@ -17,8 +17,12 @@
 #include "cli/Interruption.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
+#include "cli/StatusText.h"
 #include "pellor/friends/PLChangeLog.h"
 #include "pellor/friends/PLFriendGroup.h"
+#include "pellor/runtime/BackOff.h"
+#include "pellor/runtime/Timer.h"
+#include "pellor/runtime/WallClock.h"
 
 namespace pellor::cli {
 namespace {
@@ -107,10 +111,52 @@ class Watch {
   bool _couldPrintAll = true;
 };
 
+/// Has the friends' statuses asked for anew when the answers are a day old, or as old as the service says.
+class StatusUpkeep {
+ public:
+  explicit StatusUpkeep(Session& session)
+      : _session(session),
+        _timer(Timer::make(session.process().mainQueue(), [this] { check(); })),
+        _pauses({.first = 60, .longest = 3600}) {
+    if (!areStatusesChecked(session.manager())) return;
+    if (allAreAnswered(session.manager())) {
+      check();
+    } else {
+      query();
+    }
+  }
+  ~StatusUpkeep() { _timer->cancel(); }
+  StatusUpkeep(const StatusUpkeep&) = delete;
+  StatusUpkeep& operator=(const StatusUpkeep&) = delete;
+
+ private:
+  void check() {
+    const auto oldest = earliestRequery(_session.manager());
+    const double wait = oldest ? *oldest - wallClockNow() : 0;
+    if (wait <= 0) return query();
+    _pauses.reset();
+    // The clock of the answers may be set.
+    _timer->fireAt(_session.process().now() + std::min(wait, LongestWait));
+  }
+
+  // One that does not answer is asked again after a growing pause.
+  void query() {
+    _session.manager().refreshDestinationStatuses();
+    _timer->fireAt(_session.process().now() + _pauses.next());
+  }
+
+  static constexpr double LongestWait = 86400;  // seconds
+
+  Session& _session;
+  const std::shared_ptr<Timer> _timer;
+  BackOff _pauses;
+};
+
 void watch(Session& session) {
   session.manager();
   session.settle();
   const Watch watch(session);
+  const StatusUpkeep upkeep(session);
   const Interruption interruption([&session] { session.process().mainQueue().stop(); });
   writeError("watching");
   session.process().mainQueue().run();
