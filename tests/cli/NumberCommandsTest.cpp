@@ -1,5 +1,6 @@
 // Numbers and addresses as users type and see them.
 
+#include <nlohmann/json.hpp>
 #include <string>
 
 #include "tests/cli/Story.h"
