@@ -1,7 +1,9 @@
 #include "pellor/linux/text/CardPieces.h"
 
+#include <unicode/unistr.h>
+
 #include <algorithm>
-#include <cstdint>
+#include <cstddef>
 #include <utility>
 
 #include "pellor/linux/text/CardText.h"
@@ -15,46 +17,19 @@ constexpr std::string_view LittleEndianMark = "\xFF\xFE";
 constexpr std::string_view BigEndianMark = "\xFE\xFF";
 constexpr std::string_view Begin = "begin:vcard";
 constexpr std::string_view End = "end:vcard";
-constexpr std::uint32_t Replacement = 0xFFFD;
+constexpr char16_t Replacement = 0xFFFD;
 
-void appendUtf8(std::string& text, std::uint32_t code) {
-  const auto append = [&text](std::uint32_t byte) { text += static_cast<char>(byte); };
-  if (code < 0x80) return append(code);
-  if (code < 0x800) {
-    append(0xC0 | (code >> 6));
-  } else {
-    if (code < 0x10000) {
-      append(0xE0 | (code >> 12));
-    } else {
-      append(0xF0 | (code >> 18));
-      append(0x80 | ((code >> 12) & 0x3F));
-    }
-    append(0x80 | ((code >> 6) & 0x3F));
-  }
-  append(0x80 | (code & 0x3F));
-}
-
+// Units that are no half of a pair become replacement characters, and so does half a unit at the end.
 std::string fromUtf16(std::string_view bytes, bool isLittleEndian) {
-  const auto unitAt = [&](std::size_t at) -> std::uint32_t {
-    const auto first = static_cast<unsigned char>(bytes[at]);
-    const auto second = static_cast<unsigned char>(bytes[at + 1]);
-    return isLittleEndian ? first | (second << 8U) : (first << 8U) | second;
-  };
-  std::string text;
-  text.reserve(bytes.size() / 2);
+  icu::UnicodeString text;
   for (std::size_t at = 0; at + 1 < bytes.size(); at += 2) {
-    const std::uint32_t unit = unitAt(at);
-    if (unit < 0xD800 || unit > 0xDFFF) {
-      appendUtf8(text, unit);
-      continue;
-    }
-    const std::uint32_t next = unit < 0xDC00 && at + 3 < bytes.size() ? unitAt(at + 2) : 0;
-    const bool isPair = next >= 0xDC00 && next <= 0xDFFF;
-    appendUtf8(text, isPair ? 0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00) : Replacement);
-    if (isPair) at += 2;
+    const auto first = static_cast<unsigned char>(bytes[at]), second = static_cast<unsigned char>(bytes[at + 1]);
+    text.append(static_cast<char16_t>(isLittleEndian ? first | second << 8 : first << 8 | second));
   }
-  if (bytes.size() % 2 != 0) appendUtf8(text, Replacement);
-  return text;
+  if (bytes.size() % 2 != 0) text.append(Replacement);
+  std::string result;
+  text.toUTF8String(result);
+  return result;
 }
 
 char lowerCased(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
