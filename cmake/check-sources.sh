@@ -72,7 +72,9 @@ circles() {
     sed -E 's,^([^:]+)\.(h|cpp):#include "([^"]+)\.h".*,\1 \3,' | grep " $1/" | awk '$1 != $2' | tsort 2>&1 >/dev/null |
     sed 's/^tsort: //' || true
 }
-report 'A circle of includes in pellor/friends/' "$(circles pellor/friends)"
+for folder in friends linux; do
+  report "A circle of includes in pellor/$folder/" "$(circles "pellor/$folder")"
+done
 
 for folder in runtime platform friends; do
   report "pellor/$folder/ uses the standard library alone" \

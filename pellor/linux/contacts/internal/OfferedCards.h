@@ -1,20 +1,12 @@
 // The cards that a file offers for the contacts.
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <vector>
 
-namespace pellor {
+#include "pellor/linux/contacts/internal/OfferedCard.h"
 
-/// A vCard, or what should have been one.
-struct OfferedCard {
-  std::size_t number = 0;  ///< of the card in its file, from 1 on; 0 where the line says it, and for the whole file
-  std::size_t line = 0;    ///< of the row of a table, from 1 on; 0 for anything else
-  std::string name;        ///< of the person, as far as it can be read; may be empty
-  std::string text;        ///< UTF-8 with CRLF at the ends of lines, from BEGIN:VCARD to END:VCARD
-  std::string problem;     ///< why it is no card; empty when it is one
-};
+namespace pellor {
 
 /// The cards of a file of vCards (2.1 to 4.0), or those that the rows of a table give (`tableCards`). Bytes are UTF-8,
 /// UTF-16 with a byte order mark, or Latin-1. Of a card nothing but encoding and ends of lines is changed. Never empty:

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "pellor/linux/contacts/internal/OfferedCards.h"
+#include "pellor/linux/contacts/internal/OfferedCard.h"
 
 namespace pellor {
 
