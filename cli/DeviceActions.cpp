@@ -83,21 +83,26 @@ void prepare(const DevicePairing& pairing, const DevicePairArguments& arguments)
 struct FirstPush {
   bool isChosen;  ///< whether changes go to a paired device at all
   bool isSent = false;
+  bool isTaken = false;  ///< by the other device, which then is told of each later change
   std::string problem;
 };
 
 FirstPush pushFirst(Session& session) {
-  if (!sends(session)) return {.isChosen = false, .isSent = false, .problem = ""};
+  if (!sends(session)) return {.isChosen = false, .isSent = false, .isTaken = false, .problem = ""};
   DeviceQuery query(session, true);
   const auto isSent = [](const PairedDeviceStatus& status) { return status.isUpToDate && status.due.empty(); };
-  query.runUntil(isSent);
+  query.runUntil([&](const auto& status) { return isSent(status) && status.hasCompletedInitialSync; });
   const PairedDeviceStatus status = query.status();
-  return {.isChosen = true, .isSent = isSent(status), .problem = status.problem};
+  return {.isChosen = true,
+          .isSent = isSent(status),
+          .isTaken = isSent(status) && status.hasCompletedInitialSync,
+          .problem = status.problem};
 }
 
 std::string textOf(const FirstPush& push) {
   if (!push.isChosen) return "it gets nothing from here: paired-device = \"mqtt\" in the configuration changes that\n";
-  if (push.isSent) return "the list was sent\n";
+  if (push.isTaken) return "the list was sent, and taken\n";
+  if (push.isSent) return "the list was sent; the other device has not taken it yet (pellor device serve, there)\n";
   return "the list is still to be sent" + (push.problem.empty() ? "" : ": " + printable(push.problem)) +
          " (pellor device status)\n";
 }
@@ -213,6 +218,7 @@ void pairDevice(Session& session, const DevicePairArguments& arguments) {
                    [&] {
                      Json json = jsonOf(pairing, request);
                      json["isSent"] = push ? Json(push->isSent) : Json(nullptr);
+                     json["isTaken"] = push ? Json(push->isTaken) : Json(nullptr);
                      return json;
                    });
   });

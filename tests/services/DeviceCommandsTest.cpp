@@ -106,9 +106,13 @@ TEST_F(DeviceCommandsTest, PairingSendsTheListAndTellsWhenItCouldNot) {
   const std::string laptop = introduce(_laptop, "laptop"), phone = introduce(_phone, "phone");
   run(_laptop, {"add", "0301112233"});
   EXPECT_EQ(run(_phone, {"device", "pair", laptop})["isSent"], false) << "nothing is to go from there";
-  EXPECT_EQ(run(_laptop, {"device", "pair", phone, "--paired-device", "mqtt"})["isSent"], true);
   Program serve(_phone, pellorCommand(command({"device", "serve"})));
-  readUntilFriendsAre(serve, _phone, {"+49301112233"});
+  const json sent = run(_laptop, {"device", "pair", phone, "--paired-device", "mqtt"});
+  EXPECT_EQ(sent["isSent"], true);
+  EXPECT_EQ(sent["isTaken"], true);
+  EXPECT_EQ(friendsOn(_phone), (std::multiset<std::string>{"+49301112233"}));
+  run(_laptop, {"add", "0304445566", "--paired-device", "mqtt"});
+  readUntilFriendsAre(serve, _phone, {"+49301112233", "+49304445566"});
 
   _broker.kill();
   const ProgramResult again = pellor(_laptop, command({"device", "pair", phone, "--paired-device", "mqtt"}));
@@ -126,17 +130,15 @@ TEST_F(DeviceCommandsTest, TheWatcherOnTheOtherDeviceIsToldOfWhatChangedAlone) {
   }
   run(_laptop, {"add", "ann", "bob", "cid"});
   run(_phone, {"device", "pair", laptop});
-  run(_laptop, {"device", "pair", phone, "--paired-device", "mqtt"});
   Program serve(_phone, pellorCommand(command({"device", "serve"})));
+  run(_laptop, {"device", "pair", phone, "--paired-device", "mqtt"});
   readUntilFriendsAre(serve, _phone, {"ann", "bob", "cid"});
 
   Program watch(_phone, pellorCommand({"watch"}));
   watch.readErrorLine();
   run(_laptop, {"add", "0301112233", "--paired-device", "mqtt"});
-  run(_laptop, {"device", "status", "--paired-device", "mqtt"});
   readUntilFriendsAre(serve, _phone, {"ann", "bob", "cid", "+49301112233"});
   run(_laptop, {"title", "1", "Family", "--paired-device", "mqtt"});
-  run(_laptop, {"device", "status", "--paired-device", "mqtt"});
   std::vector<std::string> lines;
   while (lines.empty() || (lines.back() != "titled 1 Family" && !HasFailure())) lines.push_back(watch.readLine());
   EXPECT_EQ(lines, (std::vector<std::string>{"added 1:4 030 1112233", "titled 1 Family"}));
