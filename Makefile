@@ -46,7 +46,7 @@ endef
 
 run:
 	@$(SETUP) build libraries services
-	$(call build,release)
+	$(call build,release,,pellor_cli)
 	@examples/demo.sh build/release/cli/pellor
 
 test:
