@@ -25,7 +25,8 @@ std::string isolatedText(std::string_view text);
 std::string_view withoutIsolation(std::string_view text);
 
 /// All that goes to a terminal, line ends and tabs between fields included: visible, isolated texts between U+2068 and
-/// U+2069. An isolate ends with its line or field. Text that has been here is not changed again but for its isolates, which go. Any thread.
+/// U+2069. An isolate ends with its line or field. Text that has been here is not changed again but for its isolates,
+/// which go. Any thread.
 std::string terminalText(std::string_view text);
 
 /// JSON text in which every character that would not be visible is escaped; it says what it said. Any thread.
