@@ -10,7 +10,6 @@
 #include "pellor/linux/files/UserFolders.h"
 #include "pellor/linux/files/internal/NettleDigest.h"
 #include "pellor/linux/internal/PrometheusCounters.h"
-#include "pellor/linux/internal/StoreAddressBook.h"
 #include "pellor/linux/notify/NotifyFolder.h"
 #include "pellor/linux/phone/CanonicalFormStore.h"
 #include "pellor/linux/phone/LibPhoneNumber.h"
@@ -104,7 +103,8 @@ std::function<std::string(std::string_view)> canonicalDestinations(const std::sh
 
 std::shared_ptr<IndexedAddressBook> makeAddressBook(Process& process, const LinuxPlatformOptions& options,
                                                     const std::shared_ptr<StoreRegion>& region,
-                                                    const std::shared_ptr<IdentityService>& identities) {
+                                                    const std::shared_ptr<IdentityService>& identities,
+                                                    const std::shared_ptr<SharedPreferences>& preferences) {
   IndexedAddressBookOptions result;
   result.index.dataFolder = options.folders.data;
   result.index.canonicalDestination = canonicalDestinations(identities);
@@ -112,6 +112,7 @@ std::shared_ptr<IndexedAddressBook> makeAddressBook(Process& process, const Linu
   result.index.progress = options.indexProgress;
   result.noticesChanges = options.noticesChanges;
   result.surnameFirst = [region] { return writesSurnameFirst(region->locale()); };
+  result.nameSettings = [settings = std::make_shared<StoreNameSettings>(preferences)] { return settings->current(); };
   return IndexedAddressBook::make(process, makeCards(process, options), std::move(result));
 }
 
@@ -132,7 +133,7 @@ LinuxPlatform::LinuxPlatform(Process& process, const LinuxPlatformOptions& optio
       _region(
           std::make_shared<StoreRegion>(_preferences, [region = options.region] { return proposedRegion(region); })),
       _identities(makeIdentities(process, options.folders, _region)),
-      _addressBook(makeAddressBook(process, options, _region, _identities)),
+      _addressBook(makeAddressBook(process, options, _region, _identities, _preferences)),
       _favoritesFile(makeFavoritesFile(_addressBook, _contactsFolder)) {
   keepCopies(process, _preferences);
   installPlatform(process, assemble(process, options));
@@ -153,7 +154,7 @@ Platform LinuxPlatform::assemble(Process& process, const LinuxPlatformOptions& o
   const LinuxParts& parts = options.parts;
   const auto text = std::make_shared<IcuText>([region = _region] { return region->locale(); });
   Platform platform;
-  platform.addressBook = std::make_shared<StoreAddressBook>(_addressBook, _preferences);
+  platform.addressBook = _addressBook;
   platform.preferences = _preferences;
   platform.notifyBus = makeNotifyBus(process, options);
   platform.reachability = parts.reachability ? parts.reachability(process, _identities) : _identities;

@@ -17,10 +17,16 @@ struct FavoritesFileTest : testing::Test, ContactsFixture {
   FavoritesFileTest() : process(log) {
     put("anna.vcf", card("anna", "Anna", "TEL:+493023125001\nEMAIL:anna@example.org\n"));
     put("boris.vcf", card("boris", "Boris", "EMAIL:boris@example.org\n"));
-    store = IndexedAddressBook::make(process, source(), {options(), {}, false, false});
+    store = IndexedAddressBook::make(process, source(), unwatched());
     favorites = std::make_unique<FavoritesFile>(store, contacts);
   }
 
+  IndexedAddressBookOptions unwatched() {
+    IndexedAddressBookOptions unwatched;
+    unwatched.index = options();
+    unwatched.noticesChanges = false;
+    return unwatched;
+  }
   static bool addAnna(Lines& lines) {
     lines.push_back({"anna", "", ""});
     return true;
@@ -75,7 +81,7 @@ TEST_F(FavoritesFileTest, WithoutAFileTheMarksCount) {
   put("e.vcf", card("e", "Second", "X-QTPROJECT-FAVORITE:true;2\nTEL:+493023125005\n"));
   put("f.vcf", card("f", "First", "X-QTPROJECT-FAVORITE:true;1\nTEL:+493023125006\n"));
   put("g.vcf", card("g", "First too", "X-FOLKS-FAVOURITE:true\nX-FOLKS-CONTACTS-IDS:f\n"));
-  store = IndexedAddressBook::make(process, source(), {options(), {}, false, false});
+  store = IndexedAddressBook::make(process, source(), unwatched());
   favorites = std::make_unique<FavoritesFile>(store, contacts);
   EXPECT_THAT(entries(), ElementsAre("First|+493023125006|f", "Second|+493023125005|e", "Élan|+493023125004|d",
                                      "Zoe|+493023125003|c"));

@@ -47,8 +47,7 @@ IndexedAddressBook::IndexedAddressBook(Passkey, Process& process, std::shared_pt
     : _process(process),
       _log(contactsLog(process)),
       _source(std::move(source)),
-      _shortNameFormatEnabled(options.shortNameFormatEnabled),
-      _shortNamePreferNicknames(options.shortNamePreferNicknames),
+      _nameSettings(std::move(options.nameSettings)),
       _noticesChanges(options.noticesChanges),
       _wallClock(std::move(options.wallClock)),
       _refreshMemory(options.index.dataFolder, _source->name(), _log),
@@ -142,6 +141,7 @@ void IndexedAddressBook::post(const char* notification) {
 void IndexedAddressBook::performWithAddressBook(const std::function<void(AddressBook&)>& work) {
   _process.requireMainQueue("performWithAddressBook");
   start();
+  if (!_index->isReading()) _settingsOfReading.reset();
   {
     const ReadingScope scope(*_index);
     work(*_shared);
@@ -171,6 +171,14 @@ void IndexedAddressBook::resumeInbox() {
   _process.mainQueue().async([store = weak_from_this()] {
     if (const auto self = store.lock()) self->takeInbox();
   });
+}
+
+// A refresh names all friends alike.
+NameSettings IndexedAddressBook::nameSettings() const {
+  if (!_nameSettings) return {};
+  if (!_index->isReading()) return _nameSettings();
+  if (!_settingsOfReading) _settingsOfReading = _nameSettings();
+  return *_settingsOfReading;
 }
 
 std::shared_ptr<AddressBook> IndexedAddressBook::openPrivateAddressBook() {

@@ -12,6 +12,7 @@
 #include "pellor/linux/contacts/CardSource.h"
 #include "pellor/linux/contacts/internal/ContactIndexOptions.h"
 #include "pellor/linux/contacts/internal/RefreshMemory.h"
+#include "pellor/linux/preferences/internal/StoreNameSettings.h"
 #include "pellor/platform/AddressBookStore.h"
 #include "pellor/runtime/BackOff.h"
 #include "pellor/runtime/Process.h"
@@ -32,8 +33,8 @@ struct IndexedAddressBookOptions {
   ContactIndexOptions index;
   /// Whether the user's locale writes surnames first; empty: it does not.
   std::function<bool()> surnameFirst;
-  bool shortNameFormatEnabled = false;
-  bool shortNamePreferNicknames = false;
+  /// How people are called at present; empty: by their full names.
+  std::function<NameSettings()> nameSettings;
   /// Whether changes are noticed after the first use. A program that ends at once does without: the system lets a
   /// process that watched a folder wait for tens of milliseconds at its end.
   bool noticesChanges = true;
@@ -54,15 +55,16 @@ class IndexedAddressBook final : public AddressBookStore, public std::enable_sha
   IndexedAddressBook(Passkey, Process& process, std::shared_ptr<CardSource> source, IndexedAddressBookOptions options);
   ~IndexedAddressBook() override;
 
-  /// What is read inside comes from one state of the contacts, whatever other processes do meanwhile.
+  /// What is read inside comes from one state of the contacts and of the settings for names, whatever other processes
+  /// do meanwhile.
   void performWithAddressBook(const std::function<void(AddressBook&)>& work) override;
   std::shared_ptr<AddressBook> openPrivateAddressBook() override;
   std::string addressBookChangedNotification() const override { return AddressBookChangedNotification; }
   std::optional<ContactsFall> contactsFall() override;
   void noteRefresh() override;
   void acceptContacts() override;
-  bool shortNameFormatEnabled() const override { return _shortNameFormatEnabled; }
-  bool shortNamePreferNicknames() const override { return _shortNamePreferNicknames; }
+  bool shortNameFormatEnabled() const override { return nameSettings().shortNames; }
+  bool shortNamePreferNicknames() const override { return nameSettings().prefersNicknames; }
   std::uint32_t propertyType(RecordProperty property) const override;
   std::int32_t addMultiValueEntry(MultiValue& multiValue, std::string value, std::string label) const override;
   bool containsNonLatinCharacters(std::string_view text) const override;
@@ -83,6 +85,7 @@ class IndexedAddressBook final : public AddressBookStore, public std::enable_sha
   /// What the watch's thread hands over.
   struct Inbox;
 
+  NameSettings nameSettings() const;
   void start();
   std::unique_ptr<CardWatch> makeWatch();
   void takeInbox();
@@ -99,8 +102,8 @@ class IndexedAddressBook final : public AddressBookStore, public std::enable_sha
   Process& _process;
   const LogHandle _log;
   const std::shared_ptr<CardSource> _source;
-  const bool _shortNameFormatEnabled;
-  const bool _shortNamePreferNicknames;
+  const std::function<NameSettings()> _nameSettings;
+  mutable std::optional<NameSettings> _settingsOfReading;  ///< asked for since the outermost reading began
   const bool _noticesChanges;
   const std::function<double()> _wallClock;
   RefreshMemory _refreshMemory;

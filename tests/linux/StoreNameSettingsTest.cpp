@@ -1,5 +1,5 @@
 // The settings of a store for names, as the address book gives them to the library.
-#include "pellor/linux/internal/StoreAddressBook.h"
+#include "pellor/linux/preferences/internal/StoreNameSettings.h"
 
 #include <gtest/gtest.h>
 
@@ -8,16 +8,18 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "pellor/linux/contacts/internal/ContactFile.h"
+#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
 #include "pellor/runtime/BundleIdentifier.h"
 #include "pellor/runtime/Process.h"
-#include "pellor/testing/InMemoryAddressBook.h"
 #include "tests/linux/SQLiteStores.h"
 
 namespace pellor {
 namespace {
 
-class StoreAddressBookTest : public testing::Test {
+class StoreNameSettingsTest : public testing::Test {
  protected:
   // As another process does.
   void store(std::string_view key, const Value& value) {
@@ -26,17 +28,25 @@ class StoreAddressBookTest : public testing::Test {
     ASSERT_TRUE(other->synchronize(BundleIdentifier));
   }
   std::string settings() const {
-    return std::string(_book.shortNameFormatEnabled() ? "short" : "full") +
-           (_book.shortNamePreferNicknames() ? ", nicknames" : "");
+    return std::string(_book->shortNameFormatEnabled() ? "short" : "full") +
+           (_book->shortNamePreferNicknames() ? ", nicknames" : "");
   }
 
   const TemporaryFolder _folder;
   Process _process;
-  const std::shared_ptr<InMemoryAddressBook> _contacts = std::make_shared<InMemoryAddressBook>();
-  StoreAddressBook _book{_contacts->storeFor(_process), openIn(_folder.path())};
+  const std::shared_ptr<IndexedAddressBook> _book =
+      bookWith(std::make_shared<StoreNameSettings>(openIn(_folder.path())));
+
+ private:
+  std::shared_ptr<IndexedAddressBook> bookWith(const std::shared_ptr<StoreNameSettings>& settings) {
+    IndexedAddressBookOptions options;
+    options.nameSettings = [settings] { return settings->current(); };
+    options.noticesChanges = false;
+    return IndexedAddressBook::make(_process, contactsAt(_folder / "contacts"), std::move(options));
+  }
 };
 
-TEST_F(StoreAddressBookTest, WhatAnotherProcessSetsHoldsAtOnceAndWhatIsNoFlagIsOff) {
+TEST_F(StoreNameSettingsTest, WhatAnotherProcessSetsHoldsAtOnceAndWhatIsNoFlagIsOff) {
   EXPECT_EQ(settings(), "full");
   store(ShortNamesKey, true);
   EXPECT_EQ(settings(), "short");
@@ -49,14 +59,14 @@ TEST_F(StoreAddressBookTest, WhatAnotherProcessSetsHoldsAtOnceAndWhatIsNoFlagIsO
 }
 
 // A refresh names all friends alike.
-TEST_F(StoreAddressBookTest, OnePieceOfWorkHasOneStateOfTheSettings) {
-  _book.performWithAddressBook([&](AddressBook&) {
+TEST_F(StoreNameSettingsTest, OnePieceOfWorkHasOneStateOfTheSettings) {
+  _book->performWithAddressBook([&](AddressBook&) {
     EXPECT_EQ(settings(), "full");
     store(ShortNamesKey, true);
-    _book.performWithAddressBook([&](AddressBook&) { EXPECT_EQ(settings(), "full"); });
+    _book->performWithAddressBook([&](AddressBook&) { EXPECT_EQ(settings(), "full"); });
     EXPECT_EQ(settings(), "full");
   });
-  EXPECT_THROW(_book.performWithAddressBook([&](AddressBook&) {
+  EXPECT_THROW(_book->performWithAddressBook([&](AddressBook&) {
     settings();
     throw std::runtime_error("work that fails");
   }),
@@ -67,7 +77,7 @@ TEST_F(StoreAddressBookTest, OnePieceOfWorkHasOneStateOfTheSettings) {
   EXPECT_EQ(settings(), "short");
 }
 
-TEST_F(StoreAddressBookTest, AStoreThatCannotBeReadRenamesNobody) {
+TEST_F(StoreNameSettingsTest, AStoreThatCannotBeReadRenamesNobody) {
   store(ShortNamesKey, true);
   EXPECT_EQ(settings(), "short");
   std::filesystem::rename(_folder / SQLiteStoreFile, _folder / "elsewhere");
