@@ -54,12 +54,20 @@ Json listJson(PLFriendsManager& manager) {
 }
 
 // For programs that take lines apart: place, mark, name and number, with a tab between them.
+std::string lineText(const Place& place, const PLPerson& person, const std::string& mark) {
+  return textOf(place) + "\t" + mark + "\t" + nameOf(person) + "\t" + shownDestination(person) + "\n";
+}
+
 std::string linesText(PLFriendsManager& manager, const FriendMark& mark) {
   std::string text;
-  for (const FriendAt& each : allFriends(manager)) {
-    const std::string number = shownDestination(*each.person);
-    text +=
-        textOf(each.place) + "\t" + mark(each.person) + "\t" + nameOf(*each.person) + "\t" + printable(number) + "\n";
+  const auto& pages = manager.friendGroups();
+  for (std::uint64_t page = 0; page < pages.size(); ++page) {
+    const auto& friends = pages[page]->friends();
+    withCardsOf(friends, [&] {
+      for (std::uint64_t slot = 0; slot < friends.size(); ++slot) {
+        if (const auto& person = friends[slot]) text += lineText({page, slot}, *person, mark(person));
+      }
+    });
   }
   return text;
 }
@@ -131,9 +139,7 @@ void chooseList(Command& chosen, CommonOptions& options, const ListArguments& ar
 
 }  // namespace
 
-void chooseList(Command& chosen, CommonOptions& options, bool asLines) {
-  chooseList(chosen, options, ListArguments{asLines, false});
-}
+void chooseList(Command& chosen, CommonOptions& options) { chooseList(chosen, options, ListArguments()); }
 
 void addListCommands(CLI::App& program, Command& chosen, CommonOptions& options) {
   auto* shown =
