@@ -1,8 +1,9 @@
 #include "pellor/linux/contacts/internal/CardPhoto.h"
 
+#include <nettle/base64.h>
+
 #include <algorithm>
-#include <array>
-#include <cstdint>
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -43,32 +44,17 @@ std::string photoLine(std::string_view card) {
   return {};
 }
 
-int digitOf(char letter) {
-  if (letter >= 'A' && letter <= 'Z') return letter - 'A';
-  if (letter >= 'a' && letter <= 'z') return letter - 'a' + 26;
-  if (letter >= '0' && letter <= '9') return letter - '0' + 52;
-  if (letter == '+' || letter == '-') return 62;
-  if (letter == '/' || letter == '_') return 63;
-  return -1;
-}
-
-// Blanks are left out, and the text ends with its first "=". Empty for what is no base64.
+// In the usual alphabet or in that of URLs; the text ends with its first "=". Empty for what is no base64.
 Data fromBase64(std::string_view text) {
-  Data bytes;
-  bytes.reserve(text.size() / 4 * 3);
-  std::uint32_t bits = 0;
-  int count = 0;
-  for (const char letter : text) {
-    if (letter == '=') break;
-    if (letter == ' ' || letter == '\t') continue;
-    const int digit = digitOf(letter);
-    if (digit < 0) return {};
-    bits = (bits << 6U) | static_cast<std::uint32_t>(digit);
-    count += 6;
-    if (count < 8) continue;
-    count -= 8;
-    bytes.push_back(static_cast<std::uint8_t>((bits >> static_cast<unsigned>(count)) & 0xFFU));
-  }
+  std::string letters(text.substr(0, text.find('=')));
+  std::ranges::replace(letters, '-', '+');
+  std::ranges::replace(letters, '_', '/');
+  base64_decode_ctx decoding;
+  base64_decode_init(&decoding);
+  Data bytes(BASE64_DECODE_LENGTH(letters.size()));
+  std::size_t size = bytes.size();
+  const bool isWhole = base64_decode_update(&decoding, &size, bytes.data(), letters.size(), letters.data()) != 0;
+  bytes.resize(isWhole ? size : 0);
   return bytes;
 }
 
