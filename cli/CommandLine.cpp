@@ -150,9 +150,8 @@ UsageError unexpected(const CLI::App& program, const std::string& argument) {
     path = " " + each->get_name() + path;
   }
   const std::string what = isOption ? "no option " : known.empty() ? "no use for " : "no command ";
-  const auto nearest = nearestWord(argument, known);
   return UsageError("pellor" + path + " has " + what + printable(argument) +
-                    (nearest ? ": did you mean " + *nearest + "?" : " (see pellor help" + path + ")"));
+                    didYouMean(argument, known, " (see pellor help" + path + ")"));
 }
 
 // The first word that is no option and no option's value is to be a command.
@@ -165,9 +164,7 @@ void requireCommand(const CLI::App& program, const std::vector<std::string>& wor
     if (isOption) continue;
     const std::vector<std::string> known = namesBelow(program);
     if (std::ranges::find(known, *word) != known.end()) return;
-    const auto nearest = nearestWord(*word, known);
-    throw UsageError("pellor has no command " + printable(*word) +
-                     (nearest ? ": did you mean " + *nearest + "?" : " (see pellor help)"));
+    throw UsageError("pellor has no command " + printable(*word) + didYouMean(*word, known, " (see pellor help)"));
   }
 }
 

@@ -62,6 +62,6 @@ void addDeviceCommands(CLI::App& program, CommandLine& line);                   
 void addDoctorCommand(CLI::App& program, CommandLine& line);                       // doctor
 
 /// Chooses the command that is taken when none is given: list.
-void chooseList(Command& chosen, CommonOptions& options, bool asLines = false);
+void chooseList(Command& chosen, CommonOptions& options);
 
 }  // namespace pellor::cli

@@ -14,8 +14,10 @@
 #include "cli/Completions.h"
 #include "cli/FriendSearch.h"
 #include "cli/ManualPage.h"
+#include "cli/Output.h"
 #include "cli/Suggestion.h"
 #include "pellor/linux/files/UserFolders.h"
+#include "pellor/linux/text/TerminalText.h"
 
 namespace pellor::cli {
 namespace {
@@ -34,9 +36,7 @@ const CLI::App& commandBelow(const CLI::App& command, const std::string& name) {
     names.push_back(below->get_name());
   }
   if (command.get_parent() == nullptr) names.emplace_back(ServicesTopic);
-  const auto nearest = nearestWord(name, names);
-  throw UsageError("there is no help on " + name +
-                   (nearest ? ": did you mean " + *nearest + "?" : " (see pellor help)"));
+  throw UsageError("there is no help on " + printable(name) + didYouMean(name, names, " (see pellor help)"));
 }
 
 // The program's own help leaves them out, which would be most of it.
@@ -77,7 +77,8 @@ std::vector<std::string> friendNames(Session& session) {
   session.open();
   std::vector<std::string> names;
   for (const FriendAt& each : allFriends(session.manager())) {
-    if (auto name = each.person->displayName()) names.push_back(std::move(*name));
+    // A line of the answer is a name; what cannot be seen cannot be typed either.
+    if (const auto name = each.person->displayName()) names.push_back(visibleText(*name));
   }
   return names;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -31,8 +32,6 @@ std::size_t distanceBetween(std::string_view first, std::string_view second) {
   return row.back();
 }
 
-}  // namespace
-
 std::optional<std::string> nearestWord(std::string_view typed, std::span<const std::string> known) {
   std::optional<std::string> nearest;
   std::size_t least = 0;
@@ -43,6 +42,13 @@ std::optional<std::string> nearestWord(std::string_view typed, std::span<const s
     least = distance;
   }
   return nearest;
+}
+
+}  // namespace
+
+std::string didYouMean(std::string_view typed, std::span<const std::string> known, const std::string& otherwise) {
+  const auto nearest = nearestWord(typed, known);
+  return nearest ? ": did you mean " + *nearest + "?" : otherwise;
 }
 
 }  // namespace pellor::cli
