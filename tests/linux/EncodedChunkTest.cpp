@@ -10,18 +10,10 @@
 #include <vector>
 
 #include "pellor/runtime/CBOR.h"
+#include "tests/runtime/SampleValue.h"
 
 namespace pellor {
 namespace {
-
-Value sample() {
-  return Array{Dictionary{},
-               Dictionary{{"Name", "J\xC3\xBCrgen"},
-                          {"ABRecordID", -1},
-                          {"AllValues", Array{"+4930123456", "a@b.example"}},
-                          {"Metadata", Dictionary{{"seen", Date{700000000.25}}, {"photo", Data(300, 7)}, {"on", true}}},
-                          {"weight", 0.5}}};
-}
 
 TEST(EncodedChunkTest, AChunkIsMadeExactlyOfTheBytesThatDecodeToItsElements) {
   std::mt19937 random(1);

@@ -11,17 +11,10 @@
 #include <utility>
 #include <vector>
 
+#include "tests/runtime/SampleValue.h"
+
 namespace pellor {
 namespace {
-
-Value sample() {
-  return Array{Dictionary{},
-               Dictionary{{"Name", "J\xC3\xBCrgen"},
-                          {"ABRecordID", -1},
-                          {"AllValues", Array{"+4930123456", "a@b.example"}},
-                          {"Metadata", Dictionary{{"seen", Date{700000000.25}}, {"photo", Data(300, 7)}, {"on", true}}},
-                          {"weight", 0.5}}};
-}
 
 // Byte for byte as the standard's own examples have them: the file must be readable by others.
 TEST(CBORTest, WritesTheStandardForms) {
