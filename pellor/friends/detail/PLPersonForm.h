@@ -29,9 +29,8 @@ inline constexpr std::string_view PLPersonMonogramKey = "Monogram";
 inline constexpr std::string_view PLPersonMetadataKey = "Metadata";
 
 /// Shows a stored form without copying it, but for entries under keys that this version does not know. A value of the
-/// wrong type reads as absent. Made to be used for one form
-/// after the other; what it shows lives until the next one is read, and as long as the form itself. Used where there is
-/// a current process, by one thread.
+/// wrong type reads as absent. Made to be used for one form after the other; what it shows lives until the next one is
+/// read, and as long as the form itself. Used where there is a current process, by one thread.
 class PLPersonForm {
  public:
   PLPersonForm() = default;
