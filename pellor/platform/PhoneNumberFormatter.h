@@ -29,6 +29,9 @@ class PhoneNumberFormatter {
   virtual ~PhoneNumberFormatter() = default;
   /// The home country of the store's region: a two-letter code in upper case, such as "DE".
   virtual std::string homeCountryCode() = 0;
+  /// The digits with which international numbers of that country begin, such as "49". A port that leaves it as it is
+  /// finds a number that is not typed whole by its international beginning and by its ending alone.
+  virtual std::string homeCallingCode() { return {}; }
   /// The number in `text`, a national one being read as a number of `countryCode`; null when the text is no number.
   virtual std::shared_ptr<ParsedPhoneNumber> parsePhoneNumber(std::string_view text, std::string_view countryCode) = 0;
   virtual std::string phoneNumberString(const ParsedPhoneNumber& number, PhoneNumberForm form) = 0;

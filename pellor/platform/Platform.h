@@ -5,6 +5,7 @@
 
 #include "pellor/platform/AddressBookStore.h"
 #include "pellor/platform/AnalyticsCounters.h"
+#include "pellor/platform/ContactSearch.h"
 #include "pellor/platform/ContactStore.h"
 #include "pellor/platform/DigestService.h"
 #include "pellor/platform/FavoritesSource.h"
@@ -21,7 +22,7 @@
 
 namespace pellor {
 
-/// None may be null. The clock is the process's scheduler's.
+/// None may be null but the search. The clock is the process's scheduler's.
 struct Platform {
   std::shared_ptr<AddressBookStore> addressBook;
   std::shared_ptr<PreferencesStore> preferences;
@@ -36,6 +37,8 @@ struct Platform {
   std::shared_ptr<TextService> text;
   std::shared_ptr<DigestService> digests;
   std::shared_ptr<LocalizedStrings> strings;
+  /// Null where all contacts have to be walked through for each search: see WalkingContactSearch.
+  std::shared_ptr<ContactSearch> contactSearch;
 
   bool isComplete() const {
     return addressBook && preferences && preferencesSync && reachability && phoneNumbers && personNames && notifyBus &&
