@@ -102,6 +102,10 @@ std::string SimulatedPhoneNumbers::homeCountryCode() {
   return _homeCountry;
 }
 
+std::string SimulatedPhoneNumbers::homeCallingCode() {
+  return std::string(countryWithCode(homeCountryCode())->callingCode);
+}
+
 std::shared_ptr<ParsedPhoneNumber> SimulatedPhoneNumbers::parsePhoneNumber(std::string_view text,
                                                                            std::string_view countryCode) {
   auto number = numberIn(text, countryCode);

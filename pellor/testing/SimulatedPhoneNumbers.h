@@ -22,6 +22,7 @@ class SimulatedPhoneNumbers : public PhoneNumberFormatter {
   std::string normalised(std::string_view text, const std::optional<std::string>& countryCode = std::nullopt);
 
   std::string homeCountryCode() override;
+  std::string homeCallingCode() override;
   std::shared_ptr<ParsedPhoneNumber> parsePhoneNumber(std::string_view text, std::string_view countryCode) override;
   std::string phoneNumberString(const ParsedPhoneNumber& number, PhoneNumberForm form) override;
   std::string phoneNumberCountryCode(const ParsedPhoneNumber& number) override;

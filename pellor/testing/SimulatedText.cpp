@@ -20,6 +20,37 @@ std::vector<std::string> presentParts(Part first, Part second) {
   return parts;
 }
 
+/// Words grow letter by letter.
+class WordReader {
+ public:
+  void read(char32_t character) {
+    if (characters::isMark(character)) return;
+    const std::string letters = characters::plainLetters(character);
+    if (letters.size() == 1 && separators.find(letters.front()) != std::string_view::npos) return endWord();
+    _word.key += letters;
+    const bool isUmlaut = std::u32string_view(U"äöüÄÖÜ").find(character) != std::u32string_view::npos;
+    _spelledOut += isUmlaut ? letters + 'e' : letters;
+  }
+  std::vector<SearchWord> words() {
+    endWord();
+    return std::move(_words);
+  }
+
+ private:
+  static constexpr std::string_view separators = " \t\r\n!\"#$%&'()*+,-./:;<=>?@[\\]^_`{|}~";
+
+  void endWord() {
+    if (_spelledOut != _word.key) _word.spelledOut = std::move(_spelledOut);
+    if (!_word.key.empty()) _words.push_back(std::move(_word));
+    _word = {};
+    _spelledOut.clear();
+  }
+
+  std::vector<SearchWord> _words;
+  SearchWord _word;
+  std::string _spelledOut;
+};
+
 }  // namespace
 
 bool SimulatedText::containsDecimalDigit(std::string_view text) {
@@ -46,6 +77,12 @@ std::string SimulatedText::uppercase(std::string_view text) {
     }
   }
   return result;
+}
+
+std::vector<SearchWord> SimulatedText::searchWords(std::string_view text) {
+  WordReader reader;
+  for (const char32_t c : characters::decode(text)) reader.read(c);
+  return reader.words();
 }
 
 std::string SimulatedPersonNames::abbreviatedName(const std::optional<std::string>& givenName,

@@ -2,6 +2,10 @@
 #pragma once
 
 #include <atomic>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "pellor/platform/PersonNameFormatter.h"
 #include "pellor/platform/TextService.h"
@@ -18,6 +22,8 @@ class SimulatedText : public TextService {
   bool containsDecimalDigit(std::string_view text) override;
   bool isLetterOrMark(char16_t unit) override;
   std::string uppercase(std::string_view text) override;
+  /// Latin letters count as those of A to Z, with their marks or without.
+  std::vector<SearchWord> searchWords(std::string_view text) override;
 
  private:
   std::atomic<bool> _isTurkish = false;  // written by the test, on any thread

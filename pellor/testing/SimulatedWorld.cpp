@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "pellor/platform/WalkingContactSearch.h"
+
 namespace pellor {
 
 SimulatedWorld::SimulatedWorld()
@@ -33,6 +35,7 @@ Platform SimulatedWorld::makePlatform(Process& process) {
   platform.text = _text;
   platform.digests = _digests;
   platform.strings = _strings;
+  platform.contactSearch = std::make_shared<WalkingContactSearch>(platform);
   return platform;
 }
 

@@ -10,6 +10,7 @@
 #include "pellor/testing/SimulatedWorld.h"
 #include "pellor/testing/contract/AddressBookStoreContract.h"
 #include "pellor/testing/contract/AnalyticsCountersContract.h"
+#include "pellor/testing/contract/ContactSearchContract.h"
 #include "pellor/testing/contract/ContactStoreContract.h"
 #include "pellor/testing/contract/DigestServiceContract.h"
 #include "pellor/testing/contract/FavoritesSourceContract.h"
@@ -197,6 +198,7 @@ class ContactsInMemory : public ProcessesInMemory {
   AddressBookStore& store() { return *services().addressBook; }
   FavoritesSource& favorites() { return *services().favorites; }
   ContactStore& contacts() { return *services().contacts; }
+  ContactSearch& search() { return *services().contactSearch; }
   static Contact contactFor(const std::string& guid) { return {guid}; }
   std::string add(const TestContact& contact) { return book().add(contact); }
   void change(const std::string& guid, TestContact contact) {
@@ -259,6 +261,7 @@ class CountersInMemory : public ProcessesInMemory {
 }  // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, AnalyticsCountersContract, CountersInMemory);
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, ContactSearchContract, ContactsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, ContactStoreContract, ContactsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, DigestServiceContract, DigestsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, LocalizedStringsContract, StringsInMemory);

@@ -66,7 +66,47 @@ TYPED_TEST_P(TextServiceContract, UpperCaseFollowsTheLocaleAndMayGrow) {
     EXPECT_EQ(this->textFor(test.locale)->uppercase(test.text), test.upper) << test.text << " in " << test.locale;
 }
 
+TYPED_TEST_P(TextServiceContract, WordsAreComparedWithoutCaseMarksAndWidth) {
+  const auto text = this->textFor("de_DE");
+  const struct {
+    const char *typed, *words;
+    bool fits;
+  } cases[] = {
+      {"zoe", "Zo\xC3\xAB", true},
+      {"Zo\xC3\x8B", "zoe", true},
+      {"zo", "Zo\xC3\xAB", true},
+      {"zoee", "Zo\xC3\xAB", false},
+      {"reka", "R\xC3\xA9ka", true},
+      {"mull", "M\xC3\xBCller", true},
+      {"muell", "M\xC3\xBCller", true},
+      {"M\xC3\xBCll", "Mueller", true},
+      {"mueller", "Muller", false},
+      {"strasse",
+       "Stra\xC3\x9F"
+       "e",
+       true},
+      {"yildiz", "Y\xC4\xB1ld\xC4\xB1z", true},
+      {"istanbul", "\xC4\xB0stanbul", true},
+      {"lodz",
+       "\xC5\x81\xC3\xB3"
+       "d\xC5\xBA",
+       true},
+      {"\xEF\xBC\xA1nna", "anna", true},
+      {"\xD0\xBE\xD0\xBB", "\xD0\x9E\xD0\xBB\xD1\x8F", true},
+      {"\xCE\xB1\xCE\xB4", "\xCE\x91\xCE\x94\xCE\x97", true},
+      {"anna", "Hanna", false},
+  };
+  for (const auto& test : cases) {
+    const auto typed = text->searchWords(test.typed), words = text->searchWords(test.words);
+    ASSERT_EQ(typed.size(), 1U) << test.typed;
+    ASSERT_EQ(words.size(), 1U) << test.words;
+    EXPECT_EQ(beginsWord(typed[0], words[0]), test.fits) << test.typed << " for " << test.words;
+  }
+  EXPECT_EQ(text->searchWords(" O'Neil-Smith, (Ana) ").size(), 4U);
+  EXPECT_TRUE(text->searchWords(" .,-").empty());
+}
+
 REGISTER_TYPED_TEST_SUITE_P(TextServiceContract, DecimalDigitsOfAnyScriptCount, LettersAndMarksAreToldBy16BitUnit,
-                            UpperCaseFollowsTheLocaleAndMayGrow);
+                            UpperCaseFollowsTheLocaleAndMayGrow, WordsAreComparedWithoutCaseMarksAndWidth);
 
 }  // namespace pellor

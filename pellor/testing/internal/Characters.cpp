@@ -200,4 +200,26 @@ char32_t lowerCase(char32_t c) {
   return c;
 }
 
+std::string plainLetters(char32_t character) {
+  constexpr std::string_view supplement = "aaaaaaaceeeeiiiidnooooo ouuuuytsaaaaaaaceeeeiiiidnooooo ouuuuyty";
+  constexpr std::string_view extended =
+      "aaaaaaccccccccddddeeeeeeeeeegggggggghhhhiiiiiiiiiijjjjkkkllllllllllnnnnnnnnnoooooooorrrrrrssssssssttttttuuuuuuuu"
+      "uuuu"
+      "wwyyyzzzzzzs";
+  constexpr char32_t firstOfSupplement = 0xC0, firstOfExtended = 0x100;
+  constexpr char32_t firstOfFullWidth = 0xFF01, lastOfFullWidth = 0xFF5E, firstVisible = '!';
+  if (character >= firstOfFullWidth && character <= lastOfFullWidth)
+    return plainLetters(character - firstOfFullWidth + firstVisible);
+  if (character == U'ß') return "ss";
+  if (character >= 'A' && character <= 'Z') return std::string(1, static_cast<char>(character - 'A' + 'a'));
+  if (character >= 'a' && character <= 'z') return std::string(1, static_cast<char>(character));
+  if (character >= firstOfSupplement && character < firstOfExtended)
+    return std::string(1, supplement[character - firstOfSupplement]);
+  if (character >= firstOfExtended && character < firstOfExtended + extended.size())
+    return std::string(1, extended[character - firstOfExtended]);
+  std::string other;
+  append(other, upperCase(character));
+  return other;
+}
+
 }  // namespace pellor::characters

@@ -28,4 +28,8 @@ char32_t upperCase(char32_t character);
 /// Lower case of Latin letters up to U+017F, Greek and Cyrillic: enough to compare names.
 char32_t lowerCase(char32_t character);
 
+/// The letters of A to Z for which a Latin letter up to U+017F or a full-width character stands when its marks and its
+/// case are left aside, in lower case; any other character in upper case.
+std::string plainLetters(char32_t character);
+
 }  // namespace pellor::characters
