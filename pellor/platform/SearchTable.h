@@ -71,7 +71,7 @@ class SearchTable {
     findNumber(text, finds);
   }
 
-  /// The same with each word that nobody's name has replaced by the nearest one of a name.
+  /// Finds as `find`, by words alone, once each word that no name has is replaced by the nearest one of a name.
   void findSimilar(std::string_view text, const Visitor& visit) {
     order();
     std::vector<SearchWord> words = _text->searchWords(text);
