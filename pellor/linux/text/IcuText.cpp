@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "pellor/linux/text/CollationKeys.h"
+
 namespace pellor {
 namespace {
 
@@ -218,6 +220,8 @@ std::string IcuText::uppercase(std::string_view text) {
   unicode(text).toUpper(icu::Locale(_locale().c_str())).toUTF8String(upper);
   return upper;
 }
+
+std::vector<SearchWord> IcuText::searchWords(std::string_view text) { return pellor::searchWords(text); }
 
 std::string IcuText::abbreviatedName(const std::optional<std::string>& givenName,
                                      const std::optional<std::string>& familyName) {

@@ -6,6 +6,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "pellor/platform/PersonNameFormatter.h"
 #include "pellor/platform/TextService.h"
@@ -23,6 +24,8 @@ class IcuText final : public TextService, public PersonNameFormatter {
   bool containsDecimalDigit(std::string_view text) override;
   bool isLetterOrMark(char16_t unit) override;
   std::string uppercase(std::string_view text) override;
+  /// See CollationKeys.h: the words are those of all locales alike.
+  std::vector<SearchWord> searchWords(std::string_view text) override;
 
   /// The first letter, with its accents, of each name: the surname's first where the locale's language writes it first
   /// (Cantonese, Chinese, Hungarian, Japanese, Korean, Vietnamese), else the given name's. Particles of a surname, in

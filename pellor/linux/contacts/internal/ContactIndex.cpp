@@ -11,6 +11,7 @@
 #include "pellor/linux/contacts/internal/DestinationKey.h"
 #include "pellor/linux/contacts/internal/NameSearchKey.h"
 #include "pellor/linux/contacts/internal/QueryLists.h"
+#include "pellor/linux/text/CollationKeys.h"
 
 namespace pellor {
 
@@ -77,7 +78,7 @@ void ContactIndex::findFolder() {
   find();
 }
 
-std::string ContactIndex::derivation() const { return nameKeyVersion() + " " + _options.canonicalForm(); }
+std::string ContactIndex::derivation() const { return collationVersion() + " " + _options.canonicalForm(); }
 
 // The index holds nothing that is not in the source but the record identifiers: it is made anew in place of a damaged
 // one, and friends stay linked by their GUIDs.

@@ -1,19 +1,24 @@
 // Keys by which names are found and sorted, whatever their case and accents.
 #pragma once
 
+#include <span>
 #include <string>
 #include <string_view>
+
+#include "pellor/platform/TextService.h"
 
 namespace pellor {
 
 /// Equal for texts with equal words in any order, case and accents and punctuation aside; empty for a text without
-/// words. Keys of different versions of the collation (`nameKeyVersion`) do not compare. Any thread.
+/// words. Keys of different versions of the collation (`collationVersion`) do not compare. Any thread.
 std::string nameSearchKey(std::string_view name);
+/// The same of words that are taken apart already.
+std::string nameSearchKey(std::span<const SearchWord> words);
+
+/// The key with each word in its other spelling, if it has one; empty when none of them has.
+std::string spelledOutNameKey(std::span<const SearchWord> words);
 
 /// Sorts before another text's key when the text comes before the other, case and accents aside. Any thread.
 std::string nameSortKey(std::string_view name);
-
-/// Names the collation that made the keys.
-std::string nameKeyVersion();
 
 }  // namespace pellor
