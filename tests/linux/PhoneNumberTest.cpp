@@ -53,6 +53,12 @@ TEST(PhoneNumberTest, SpellingsOfOneNumberHaveOneCanonicalForm) {
   }
 }
 
+TEST(PhoneNumberTest, TheHomeCallingCodeIsThatOfTheRegion) {
+  for (const auto& [region, code] :
+       {std::pair("DE", "49"), {"US", "1"}, {"CA", "1"}, {"VN", "84"}, {"ZZ", ""}, {"", ""}})
+    EXPECT_EQ(LibPhoneNumber(in(region)).homeCallingCode(), code) << region;
+}
+
 TEST(PhoneNumberTest, LocalShortAndServiceNumbersAreTheirDigitsHoweverTheyAreWritten) {
   struct Case {
     const char* region;

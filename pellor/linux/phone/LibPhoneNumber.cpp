@@ -167,8 +167,11 @@ const std::string& phoneLibraryVersion() {
   return version;
 }
 
-bool isPhoneNumberRegion(std::string_view region) {
-  return library().GetCountryCodeForRegion(std::string(region)) != 0;
+bool isPhoneNumberRegion(std::string_view region) { return !callingCodeOf(region).empty(); }
+
+std::string callingCodeOf(std::string_view region) {
+  const int code = library().GetCountryCodeForRegion(std::string(region));
+  return code == 0 ? std::string() : std::to_string(code);
 }
 
 std::optional<std::string> internationalPhoneNumber(std::string_view text, std::string_view region) {
@@ -182,6 +185,8 @@ std::optional<std::string> internationalPhoneNumber(std::string_view text, std::
 LibPhoneNumber::LibPhoneNumber(RegionSource region) : _region(std::move(region)) {}
 
 std::string LibPhoneNumber::homeCountryCode() { return _region(); }
+
+std::string LibPhoneNumber::homeCallingCode() { return callingCodeOf(_region()); }
 
 std::shared_ptr<ParsedPhoneNumber> LibPhoneNumber::parsePhoneNumber(std::string_view text,
                                                                     std::string_view countryCode) {

@@ -30,6 +30,10 @@ class RegionSource {
 /// Whether numbers of that region ("DE") can be read. Any thread.
 bool isPhoneNumberRegion(std::string_view region);
 
+/// The digits with which international numbers of that region begin, such as "49"; empty for one without numbers. Any
+/// thread.
+std::string callingCodeOf(std::string_view region);
+
 /// The number in the text as E.164, an extension following as ";ext=5": "+49301234567;ext=5". National numbers are read
 /// as numbers of `region`. Absent when the text holds no number that could be dialled from everywhere: "911", "116117"
 /// in Germany, local numbers without an area code, too short or too long ones; and when the form would be read as
@@ -49,6 +53,8 @@ class LibPhoneNumber final : public PhoneNumberFormatter {
   explicit LibPhoneNumber(RegionSource region);
 
   std::string homeCountryCode() override;
+  /// Empty for a region without numbers.
+  std::string homeCallingCode() override;
   /// Null also for numbers of an impossible length, which are shown as they were typed.
   std::shared_ptr<ParsedPhoneNumber> parsePhoneNumber(std::string_view text, std::string_view countryCode) override;
   std::string phoneNumberString(const ParsedPhoneNumber& number, PhoneNumberForm form) override;

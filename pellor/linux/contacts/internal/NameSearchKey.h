@@ -12,7 +12,7 @@ namespace pellor {
 /// Equal for texts with equal words in any order, case and accents and punctuation aside; empty for a text without
 /// words. Keys of different versions of the collation (`collationVersion`) do not compare. Any thread.
 std::string nameSearchKey(std::string_view name);
-/// The same of words that are taken apart already.
+/// As for a text with these words.
 std::string nameSearchKey(std::span<const SearchWord> words);
 
 /// The key with each word in its other spelling, if it has one; empty when none of them has.
