@@ -19,8 +19,9 @@ namespace pellor {
 namespace {
 
 constexpr const char* FileName = "contacts-index.sqlite";
-constexpr std::int64_t LayoutVersion = 4;
-// One card a file. Brought to today's layout where it is met.
+constexpr std::int64_t LayoutVersion = 5;
+// These are brought to today's layout where they are met: the one without words, and the one of one card a file.
+constexpr std::int64_t WordlessVersion = 4;
 constexpr std::int64_t SingleCardsVersion = 3;
 constexpr std::int32_t HighestFirstSequence = 1 << 30;
 
@@ -64,6 +65,19 @@ constexpr std::array Tables = {
     "CREATE INDEX names_by_card ON names (card)",
 };
 
+// Beginnings and endings by which contacts are found; see IndexedWord. A search of one source passes over no word of
+// another. Words of names have all words of their card beside them: looking for these would be a page of the file each.
+constexpr std::array WordTables = {
+    "CREATE TABLE words (folder INTEGER NOT NULL, kind INTEGER NOT NULL, word TEXT NOT NULL, place INTEGER NOT NULL,"
+    " card INTEGER NOT NULL REFERENCES cards ON DELETE CASCADE, all_words TEXT,"
+    " PRIMARY KEY (folder, kind, word, place, card))"
+    " WITHOUT ROWID",
+    "CREATE INDEX words_by_card ON words (card, word)",
+};
+
+// The next update makes the words of all cards; until then the contacts can be read as they were.
+constexpr const char* MakeWordsAnew = "UPDATE folders SET derivation=derivation||' without words' WHERE derivation<>''";
+
 // Records keep their identifiers, and programs the numbers that they remember. The files count as changed: what became
 // of their cards the next look at them tells.
 constexpr std::array StepsFromSingleCards = {
@@ -96,19 +110,29 @@ void makeTables(const SQLiteDatabase& database) {
   SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
   for (const char* table : CardTables) database.execute(table);
   for (const char* table : Tables) database.execute(table);
+  for (const char* table : WordTables) database.execute(table);
   setFirstSequence(database);
   database.execute("PRAGMA user_version=" + std::to_string(LayoutVersion));
   transaction.commit();
 }
 
-// Before foreign keys are looked after: the rows that name cards stay.
+bool isFormerLayout(std::int64_t version) { return version == WordlessVersion || version == SingleCardsVersion; }
+
 void bringToManyCards(const SQLiteDatabase& database) {
-  SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
-  // Another process may have been faster.
-  if (database.integer("PRAGMA user_version") != SingleCardsVersion) return;
   for (const char* step : StepsFromSingleCards) database.execute(step);
   for (const char* table : CardTables) database.execute(table);
   for (const char* step : StepsToManyCards) database.execute(step);
+}
+
+// Before foreign keys are looked after: the rows that name cards stay.
+void bringToThisLayout(const SQLiteDatabase& database) {
+  SQLiteTransaction transaction(database, SQLiteTransaction::Kind::write);
+  const std::int64_t version = database.integer("PRAGMA user_version");
+  // Another process may have been faster.
+  if (!isFormerLayout(version)) return;
+  if (version == SingleCardsVersion) bringToManyCards(database);
+  for (const char* table : WordTables) database.execute(table);
+  database.execute(MakeWordsAnew);
   database.execute("PRAGMA user_version=" + std::to_string(LayoutVersion));
   transaction.commit();
 }
@@ -121,12 +145,12 @@ bool isSound(const SQLiteDatabase& database) {
 void prepareDatabase(const SQLiteDatabase& database, IndexCheck check, bool isInMemory = false) {
   const std::int64_t version = database.integer("PRAGMA user_version");
   const bool isEmpty = database.integer("SELECT count(*) FROM sqlite_schema") == 0;
-  const bool hasSingleCards = version == SingleCardsVersion;
-  if (!isEmpty && version != LayoutVersion && !hasSingleCards) throw UnusableIndex("is of an unknown layout");
+  const bool isFormer = isFormerLayout(version);
+  if (!isEmpty && version != LayoutVersion && !isFormer) throw UnusableIndex("is of an unknown layout");
   if (!isInMemory && !database.hasCheckedPages()) throw UnusableIndex("is damaged");
   if (check == IndexCheck::thorough && !isSound(database)) throw UnusableIndex("is damaged");
   database.execute("PRAGMA synchronous=FULL");
-  if (hasSingleCards) bringToManyCards(database);
+  if (isFormer) bringToThisLayout(database);
   database.execute("PRAGMA foreign_keys=ON");
   if (isEmpty) makeTables(database);
 }

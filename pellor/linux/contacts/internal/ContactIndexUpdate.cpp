@@ -5,6 +5,7 @@
 #include "pellor/linux/contacts/internal/ContactIndexCards.h"
 #include "pellor/linux/contacts/internal/ContactLinks.h"
 #include "pellor/linux/contacts/internal/ContactNames.h"
+#include "pellor/linux/contacts/internal/ContactWords.h"
 #include "pellor/linux/contacts/internal/DestinationKey.h"
 #include "pellor/linux/contacts/internal/NameSearchKey.h"
 #include "pellor/linux/text/CardText.h"
@@ -15,6 +16,7 @@ namespace pellor {
 namespace {
 
 constexpr std::size_t ProgressStep = 100;
+constexpr std::size_t LongestAllWords = 300;
 
 void bindSignature(SQLiteStatement& statement, int parameter, const CardSignature& signature) {
   for (const std::int64_t mark : signature.marks) statement.bind(parameter++, mark);
@@ -283,6 +285,7 @@ void ContactIndexUpdate::deriveOthers() {
 void ContactIndexUpdate::derive(std::int64_t card) {
   _statements.use("DELETE FROM destinations WHERE card=?")->bind(1, card).run();
   _statements.use("DELETE FROM names WHERE card=?")->bind(1, card).run();
+  _statements.use("DELETE FROM words WHERE card=?")->bind(1, card).run();
   static const std::string select = "SELECT " + std::string(CardColumns) + " FROM cards WHERE card=?";
   ContactCard content;
   {
@@ -291,15 +294,30 @@ void ContactIndexUpdate::derive(std::int64_t card) {
     if (!row->step()) return;
     content = cardOfRow(*row.operator->(), 0);
   }
-  for (const CardValue& phone : content.phones) addDestination(card, phone.value);
+  std::vector<std::string> numbers;
+  for (const CardValue& phone : content.phones) numbers.push_back(addDestination(card, phone.value));
   for (const CardValue& email : content.emails) addDestination(card, email.value);
   for (const std::string& name : searchableNames(content)) addName(card, name);
+  addWords(card, indexedWords(content, numbers));
 }
 
-void ContactIndexUpdate::addDestination(std::int64_t card, const std::string& value) {
-  const std::string key = destinationKey(_options.canonicalDestination(value));
+std::string ContactIndexUpdate::addDestination(std::int64_t card, const std::string& value) {
+  std::string key = destinationKey(_options.canonicalDestination(value));
   const auto statement = _statements.use("INSERT OR IGNORE INTO destinations VALUES (?, ?)");
   statement->bind(1, key).bind(2, card).run();
+  return key;
+}
+
+void ContactIndexUpdate::addWords(std::int64_t card, const IndexedWords& words) {
+  // A card of very many words has them once.
+  const bool isShort = words.all.size() <= LongestAllWords;
+  for (const IndexedWord& word : words.words) {
+    const auto statement = _statements.use("INSERT OR IGNORE INTO words VALUES (?,?,?,?,?,?)");
+    statement->bind(1, _folder).bind(2, static_cast<std::int64_t>(word.kind)).bind(3, word.word);
+    statement->bind(4, word.place).bind(5, card);
+    if (isShort && word.kind == WordKind::name) statement->bind(6, words.all);
+    statement->run();
+  }
 }
 
 void ContactIndexUpdate::addName(std::int64_t card, const std::string& name) {

@@ -17,6 +17,8 @@
 
 namespace pellor {
 
+struct IndexedWords;
+
 /// The signatures that the index has of a source's cards, by name.
 std::map<std::string, CardSignature> indexedSignatures(SQLiteStatements& statements, std::int64_t folder);
 /// The signatures of those cards of the source that there are.
@@ -71,8 +73,9 @@ class ContactIndexUpdate {
   std::vector<Claimant> claimantsOf(const std::string& claim);
   std::int32_t identityOf(const std::string& guid);
   void derive(std::int64_t card);
-  void addDestination(std::int64_t card, const std::string& value);
+  std::string addDestination(std::int64_t card, const std::string& value);
   void addName(std::int64_t card, const std::string& name);
+  void addWords(std::int64_t card, const IndexedWords& words);
   void settleLinks();
   std::map<std::int32_t, std::int32_t> storedLinks();
   std::int32_t recordNamed(const std::string& name);

@@ -175,6 +175,20 @@ std::optional<std::string> compositeName(const ContactCard& card, bool surnameFi
   return std::string(nameWithinLimit(fullName(card, orderOf(card, surnameFirst))));
 }
 
+std::vector<std::string> ownNames(const ContactCard& card) {
+  std::vector<std::string> names;
+  if (hasNameParts(card)) {
+    names.push_back(fullName(card, Order::givenFirst));
+    names.push_back(bareName(card, Order::givenFirst));
+    // Else it would be one long word.
+    if (isEastAsianName(card)) names.push_back(bareName(card, Order::surnameFirstUnspaced));
+  }
+  if (card.formattedName) names.push_back(*card.formattedName);
+  if (card.nickname) names.push_back(*card.nickname);
+  if (names.empty() && card.organization) names.push_back(*card.organization);
+  return names;
+}
+
 std::vector<std::string> searchableNames(const ContactCard& card) {
   std::vector<std::string> names;
   if (hasNameParts(card)) {

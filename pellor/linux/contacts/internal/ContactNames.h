@@ -22,8 +22,12 @@ std::optional<std::string> compositeName(const ContactCard& card, bool surnameFi
 /// cards stay as they are.
 void deriveNames(ContactCard& card, bool surnameFirst);
 
-/// All names by which the contact is found: the full name in either order, with and without prefix and suffix, or
+/// All names by which the contact is matched: the full name in either order, with and without prefix and suffix, or
 /// without name parts the organisation; the formatted name and the nickname.
 std::vector<std::string> searchableNames(const ContactCard& card);
+
+/// What the contact is called, for a search by words: as above, but the organisation only where there is no other name,
+/// and the surname before the given name only where both are one word.
+std::vector<std::string> ownNames(const ContactCard& card);
 
 }  // namespace pellor
