@@ -5,6 +5,7 @@
 #include "pellor/linux/contacts/internal/ContactFile.h"
 #include "pellor/linux/contacts/internal/FavoritesFile.h"
 #include "pellor/linux/contacts/internal/IndexedAddressBook.h"
+#include "pellor/linux/contacts/internal/IndexedContactSearch.h"
 #include "pellor/linux/contacts/internal/IndexedContactStore.h"
 #include "pellor/linux/contacts/internal/MarkedFavorites.h"
 #include "pellor/linux/files/UserFolders.h"
@@ -166,6 +167,9 @@ Platform LinuxPlatform::assemble(Process& process, const LinuxPlatformOptions& o
   platform.favorites = favoritesSource(process);
   platform.contacts = std::make_shared<IndexedContactStore>(_addressBook);
   platform.text = text;
+  // With a memory of its own: the forms that are kept are those of numbers that somebody has, not of what was typed.
+  platform.contactSearch = std::make_shared<IndexedContactSearch>(
+      _addressBook, text, std::make_shared<IdentityService>(regionSource(_region)), platform.phoneNumbers);
   platform.digests = std::make_shared<NettleDigest>();
   platform.strings = std::make_shared<GettextStrings>();
   return platform;

@@ -8,8 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "pellor/linux/contacts/internal/IndexedContactSearch.h"
 #include "pellor/linux/contacts/internal/IndexedContactStore.h"
 #include "pellor/linux/contacts/internal/MarkedFavorites.h"
+#include "pellor/linux/phone/LibPhoneNumber.h"
+#include "pellor/linux/text/IcuText.h"
 #include "pellor/testing/TestContact.h"
 #include "tests/linux/AddressBookProgram.h"
 #include "tests/linux/ContactsFixture.h"
@@ -28,6 +31,7 @@ inline std::string cardOf(const std::string& uid, const TestContact& contact, co
   if (!uid.empty()) card += "UID:" + uid + "\n";
   card += "N:" + last + ";" + first + ";;;\n";
   if (contact.first) card += "FN:" + first + (contact.last ? " " + last : "") + "\n";
+  if (contact.organization) card += "ORG:" + *contact.organization + "\n";
   if (contact.nickname) card += "NICKNAME:" + *contact.nickname + "\n";
   const auto add = [&card](const char* name, const std::vector<LabelledValue>& values) {
     for (const LabelledValue& value : values)
@@ -38,6 +42,13 @@ inline std::string cardOf(const std::string& uid, const TestContact& contact, co
   if (!marks.linkedWith.empty()) card += "X-FOLKS-CONTACTS-IDS:" + marks.linkedWith + "\n";
   if (marks.place > 0) card += "X-QTPROJECT-FAVORITE:true;" + std::to_string(marks.place) + "\n";
   return card + "END:VCARD\n";
+}
+
+inline IndexedContactSearch searchOf(const std::shared_ptr<IndexedAddressBook>& addressBook,
+                                     const ContactsFixture& contacts) {
+  const auto region = [&contacts]() -> const std::string& { return contacts.region; };
+  return {addressBook, std::make_shared<IcuText>([] { return std::string(); }),
+          std::make_shared<IdentityService>(region), std::make_shared<LibPhoneNumber>(region)};
 }
 
 /// One program with these contacts; the index is its own.
@@ -54,6 +65,10 @@ class CardContacts {
   ContactStore& contacts() {
     if (!_pickable) _pickable = std::make_shared<IndexedContactStore>(program().store);
     return *_pickable;
+  }
+  ContactSearch& search() {
+    if (!_search) _search = std::make_shared<IndexedContactSearch>(searchOf(program().store, _fixture));
+    return *_search;
   }
   static Contact contactFor(const std::string& guid) { return {guid}; }
   AddressBookProgram& program() {
@@ -117,6 +132,7 @@ class CardContacts {
   std::optional<AddressBookProgram> _program;
   std::shared_ptr<MarkedFavorites> _favorites;
   std::shared_ptr<IndexedContactStore> _pickable;
+  std::shared_ptr<IndexedContactSearch> _search;
 };
 
 }  // namespace pellor

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "pellor/testing/contract/AddressBookStoreContract.h"
+#include "pellor/testing/contract/ContactSearchContract.h"
 #include "pellor/testing/contract/ContactStoreContract.h"
 #include "pellor/testing/contract/FavoritesSourceContract.h"
 #include "tests/linux/AddressBookProgram.h"
@@ -142,6 +143,7 @@ class ContactsInAFolder final : public CardContacts {
 }  // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(Folder, AddressBookStoreContract, ContactsInAFolder);
+INSTANTIATE_TYPED_TEST_SUITE_P(Folder, ContactSearchContract, ContactsInAFolder);
 INSTANTIATE_TYPED_TEST_SUITE_P(Folder, ContactStoreContract, ContactsInAFolder);
 INSTANTIATE_TYPED_TEST_SUITE_P(MarksInAFolder, FavoritesSourceContract, ContactsInAFolder);
 

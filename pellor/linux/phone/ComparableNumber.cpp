@@ -66,4 +66,16 @@ std::string comparableNumber(std::string_view text, std::string_view region) {
   return internationalPhoneNumber(*plain, region).value_or(*plain);
 }
 
+std::optional<std::string> keysOfNumber(std::string_view text) {
+  if (isTooLongForNumber(text)) return std::nullopt;
+  for (const std::string_view plus : {"+", "\uFF0B"}) {
+    const std::size_t place = text.find(plus);
+    if (place == text.npos) continue;
+    const bool isFirst = plainNumber(std::string(text.substr(0, place)) + "0") == "0";
+    const auto plain = isFirst ? plainNumber(text.substr(place + plus.size())) : std::nullopt;
+    return plain ? std::optional("+" + *plain) : std::nullopt;
+  }
+  return plainNumber(text);
+}
+
 }  // namespace pellor

@@ -232,30 +232,29 @@ bool ContactIndex::isReadable() {
   return _isKnownReadable = !form.empty();
 }
 
+bool ContactIndex::read(const std::function<void(SQLiteStatements& statements, std::int64_t folder)>& work) {
+  return attempt([&] {
+    database();
+    work(*_statements, _folder);
+  });
+}
+
 std::string ContactIndex::databaseUID() {
   std::string uid;
-  attempt([&] {
-    database();
-    uid = _uid;
-  });
+  read([&](SQLiteStatements&, std::int64_t) { uid = _uid; });
   return uid;
 }
 
 std::int32_t ContactIndex::sequenceNumber() {
   std::int64_t number = 0;
-  attempt([&] {
-    database();
-    number = sequenceOfFolder(*_statements, _folder);
-  });
+  read([&](SQLiteStatements& statements, std::int64_t folder) { number = sequenceOfFolder(statements, folder); });
   return static_cast<std::int32_t>(number);
 }
 
 std::optional<std::uint64_t> ContactIndex::cardCount() {
   std::uint64_t count = 0;
-  const bool isCounted = attempt([&] {
-    database();
-    count = _cardCount.read(*_statements, _folder);
-  });
+  const bool isCounted =
+      read([&](SQLiteStatements& statements, std::int64_t folder) { count = _cardCount.read(statements, folder); });
   return isCounted ? std::optional(count) : std::nullopt;
 }
 
@@ -274,10 +273,9 @@ std::optional<ContactPhoto> ContactIndex::photo(std::int32_t recordID) {
 
 std::size_t ContactIndex::unusableCards() {
   std::int64_t count = 0;
-  attempt([&] {
-    database();
-    const auto row = _statements->use("SELECT count(*) FROM faults WHERE folder=?");
-    count = row->bind(1, _folder).step() ? row->integer(0) : 0;
+  read([&](SQLiteStatements& statements, std::int64_t folder) {
+    const auto row = statements.use("SELECT count(*) FROM faults WHERE folder=?");
+    count = row->bind(1, folder).step() ? row->integer(0) : 0;
   });
   return static_cast<std::size_t>(count);
 }
@@ -285,8 +283,8 @@ std::size_t ContactIndex::unusableCards() {
 namespace {
 
 std::string contactQuery(std::string_view source, std::string_view condition) {
-  return "SELECT cards.id, guid, link, " + std::string(CardColumns) + " FROM " + std::string(source) +
-         " WHERE folder=? AND " + std::string(condition);
+  return "SELECT " + contactColumns() + " FROM " + std::string(source) + " WHERE folder=? AND " +
+         std::string(condition);
 }
 
 }  // namespace
@@ -375,8 +373,12 @@ std::vector<std::int32_t> ContactIndex::recordIDsMatchingName(std::string_view n
                    [&](SQLiteStatement& row) { row.bind(2, key); });
 }
 
+std::string ContactIndex::keyOfDestination(std::string_view destination) const {
+  return destinationKey(_options.canonicalDestination(destination));
+}
+
 std::vector<std::int32_t> ContactIndex::recordIDsForDestination(std::string_view destination) {
-  const std::string key = destinationKey(_options.canonicalDestination(destination));
+  const std::string key = keyOfDestination(destination);
   return recordIDs(
       "SELECT id FROM destinations CROSS JOIN cards USING (card) WHERE folder=? AND destination=? ORDER BY id",
       [&](SQLiteStatement& row) { row.bind(2, key); });

@@ -84,6 +84,12 @@ class ContactIndex {
   /// Each set ascending.
   std::vector<IndexedContact> contactsOfLinkedSets(std::span<const std::int32_t> linkIDs);
 
+  /// Runs queries on the rows of the source, whose number in the index is `folder`; false when one failed. An exception
+  /// of SQLite's ends the work.
+  bool read(const std::function<void(SQLiteStatements& statements, std::int64_t folder)>& work);
+  /// As the index has that destination.
+  std::string keyOfDestination(std::string_view destination) const;
+
   /// The GUIDs, ascending, of the contacts that came, went or changed after that sequence number of this source, and of
   /// those that were or are linked with one of them. Absent when this cannot be told, and for more than `limit`.
   std::optional<std::vector<std::string>> guidsChangedSince(std::int32_t sequence, std::size_t limit);

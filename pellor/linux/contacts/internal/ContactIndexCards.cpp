@@ -66,6 +66,8 @@ ContactCard cardOfRow(const SQLiteStatement& row, int column) {
   return card;
 }
 
+std::string contactColumns() { return "cards.id, guid, link, " + std::string(CardColumns); }
+
 IndexedContact contactOfRow(const SQLiteStatement& row) {
   IndexedContact contact;
   contact.recordID = static_cast<std::int32_t>(row.integer(0));

@@ -15,6 +15,9 @@ inline constexpr std::string_view CardColumns =
     "kind, given, family, additional, prefix, suffix, formatted, nickname, organization, note, derived, phones, emails,"
     " favorite, place, links, antilinks, photo";
 
+/// The columns that `contactOfRow` reads.
+std::string contactColumns();
+
 /// The card of the current row, whose columns begin at `column`. The UID stays where it is: in the row's claim.
 ContactCard cardOfRow(const SQLiteStatement& row, int column);
 

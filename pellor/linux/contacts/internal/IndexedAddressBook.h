@@ -80,6 +80,8 @@ class IndexedAddressBook final : public AddressBookStore, public std::enable_sha
   const LogHandle& log() const { return _log; }
   /// The shared handle, for the other adapters of these contacts. To be used inside `performWithAddressBook`.
   IndexedAddressBookHandle& sharedHandle() { return *_shared; }
+  /// As the handle.
+  ContactIndex& index() { return *_index; }
 
  private:
   /// What the watch's thread hands over.

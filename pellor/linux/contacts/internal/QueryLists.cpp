@@ -8,6 +8,13 @@ namespace {
 
 bool isControl(char character) { return static_cast<unsigned char>(character) < 0x20; }
 
+template <class Number>
+std::string jsonOf(std::span<const Number> numbers) {
+  std::string json = "[";
+  for (const Number number : numbers) json += (json.size() > 1 ? "," : "") + std::to_string(number);
+  return json += ']';
+}
+
 }  // namespace
 
 std::string jsonOfTexts(std::span<const std::string_view> texts) {
@@ -24,10 +31,7 @@ std::string jsonOfTexts(std::span<const std::string_view> texts) {
   return json += ']';
 }
 
-std::string jsonOfNumbers(std::span<const std::int32_t> numbers) {
-  std::string json = "[";
-  for (const std::int32_t number : numbers) json += (json.size() > 1 ? "," : "") + std::to_string(number);
-  return json += ']';
-}
+std::string jsonOfNumbers(std::span<const std::int32_t> numbers) { return jsonOf(numbers); }
+std::string jsonOfNumbers(std::span<const std::int64_t> numbers) { return jsonOf(numbers); }
 
 }  // namespace pellor
