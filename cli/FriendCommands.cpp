@@ -1,6 +1,7 @@
 // number, reply-as, meta
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -9,13 +10,25 @@
 #include "cli/CommandLine.h"
 #include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
+#include "cli/NameMatch.h"
 #include "cli/Output.h"
-#include "cli/ShownDestination.h"
 #include "pellor/friends/PLDestination.h"
 #include "pellor/linux/text/TextLimits.h"
+#include "pellor/list/ShownDestination.h"
 
 namespace pellor::cli {
 namespace {
+
+// The destination of the friend that the text spells; absent when there is none.
+std::optional<std::string> destinationSpelled(const PLPerson& person, const std::string& text) {
+  const auto canonical = plMessageCanonicalRawAddress(text);
+  if (canonical && person.record().containsDestination(*canonical)) return canonical;
+  const auto key = destinationKey(text);
+  const auto values = person.allValues();
+  if (!key || !values) return std::nullopt;
+  const auto found = std::ranges::find_if(*values, [&](const auto& value) { return destinationKey(value) == key; });
+  return found == values->end() ? std::nullopt : std::optional(*found);
+}
 
 struct NumberArguments {
   std::string who;

@@ -6,10 +6,10 @@
 #include "cli/CommandError.h"
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
-#include "cli/ShownDestination.h"
 #include "cli/ShownNumbers.h"
 #include "cli/WordBeginnings.h"
 #include "pellor/friends/PLDestination.h"
+#include "pellor/list/ShownDestination.h"
 
 namespace pellor::cli {
 namespace {

@@ -6,7 +6,7 @@
 #include <ctime>
 #include <nlohmann/json.hpp>
 
-#include "cli/ShownDestination.h"
+#include "pellor/list/ShownDestination.h"
 #include "pellor/runtime/WallClock.h"
 
 namespace pellor::cli {

@@ -13,8 +13,8 @@
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
 #include "cli/PageGrid.h"
-#include "cli/ShownDestination.h"
 #include "cli/StatusText.h"
+#include "pellor/list/ShownDestination.h"
 
 namespace pellor::cli {
 namespace {

@@ -6,8 +6,8 @@
 
 #include "cli/FriendSearch.h"
 #include "cli/Output.h"
-#include "cli/ShownDestination.h"
 #include "pellor/linux/text/IcuText.h"
+#include "pellor/list/ShownDestination.h"
 
 namespace pellor::cli {
 namespace {

@@ -2,7 +2,7 @@
 include(CMakePackageConfigHelpers)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/pellor)
-set(libraries pellor_runtime pellor_platform pellor pellor_testing)
+set(libraries pellor_runtime pellor_platform pellor pellor_list pellor_testing)
 if(PELLOR_LINUX)
   list(APPEND libraries pellor_linux)
 endif()

@@ -27,6 +27,7 @@ may_include() {
 may_include pellor/runtime
 may_include pellor/platform pellor/runtime
 may_include pellor/friends pellor/platform pellor/runtime
+may_include pellor/list pellor/friends pellor/platform pellor/runtime
 may_include pellor/testing pellor/platform pellor/runtime
 may_include pellor/linux pellor/platform pellor/runtime
 may_include cli pellor
@@ -72,11 +73,11 @@ circles() {
     sed -E 's,^([^:]+)\.(h|cpp):#include "([^"]+)\.h".*,\1 \3,' | grep " $1/" | awk '$1 != $2' | tsort 2>&1 >/dev/null |
     sed 's/^tsort: //' || true
 }
-for folder in friends linux; do
+for folder in friends list linux; do
   report "A circle of includes in pellor/$folder/" "$(circles "pellor/$folder")"
 done
 
-for folder in runtime platform friends; do
+for folder in runtime platform friends list; do
   report "pellor/$folder/ uses the standard library alone" \
     "$(grep -rnE '^ *# *include *<[^>]*[./]' --include='*.h' --include='*.cpp' "pellor/$folder" || true)"
 done

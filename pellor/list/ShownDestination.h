@@ -9,18 +9,15 @@
 
 #include "pellor/friends/PLPerson.h"
 
-namespace pellor::cli {
+namespace pellor {
 
 /// The user's choice if the friend has it now; else of the friend's card, which its GUID names, the preferred or first
 /// number, else the preferred or first address; without a card the primary destination. Absent without any. In
 /// canonical form. Main queue.
 std::optional<std::string> destinationShownOf(const PLPerson& person);
 
-/// The destination of the friend that the text spells; absent when there is none.
-std::optional<std::string> destinationSpelled(const PLPerson& person, const std::string& text);
-
 /// Runs `work`, in which `destinationShownOf` asks the contacts no more for these friends: they were read at once. Null
 /// stands for an empty slot. Not to be nested.
 void withCardsOf(const std::vector<std::shared_ptr<PLPerson>>& friends, const std::function<void()>& work);
 
-}  // namespace pellor::cli
+}  // namespace pellor

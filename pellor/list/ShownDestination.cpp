@@ -1,14 +1,13 @@
-#include "cli/ShownDestination.h"
+#include "pellor/list/ShownDestination.h"
 
 #include <algorithm>
 #include <string_view>
 
-#include "cli/NameMatch.h"
 #include "pellor/friends/PLDestination.h"
 #include "pellor/platform/Platform.h"
 #include "pellor/runtime/Process.h"
 
-namespace pellor::cli {
+namespace pellor {
 namespace {
 
 AddressBookStore& contacts() { return *platformOf(Process::current()).addressBook; }
@@ -62,16 +61,6 @@ std::optional<std::string> destinationShownOf(const PLPerson& person) {
   return person.primaryDestination();
 }
 
-std::optional<std::string> destinationSpelled(const PLPerson& person, const std::string& text) {
-  const auto canonical = plMessageCanonicalRawAddress(text);
-  if (canonical && person.record().containsDestination(*canonical)) return canonical;
-  const auto key = destinationKey(text);
-  const auto values = person.allValues();
-  if (!key || !values) return std::nullopt;
-  const auto found = std::ranges::find_if(*values, [&](const auto& value) { return destinationKey(value) == key; });
-  return found == values->end() ? std::nullopt : std::optional(*found);
-}
-
 void withCardsOf(const std::vector<std::shared_ptr<PLPerson>>& friends, const std::function<void()>& work) {
   std::vector<std::string_view> guids;
   for (const auto& person : friends) {
@@ -81,4 +70,4 @@ void withCardsOf(const std::vector<std::shared_ptr<PLPerson>>& friends, const st
       [&](AddressBook& addressBook) { addressBook.withPeopleMatchingGUIDs(guids, work); });
 }
 
-}  // namespace pellor::cli
+}  // namespace pellor

@@ -1,0 +1,94 @@
+#include "pellor/list/ListChange.h"
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <tuple>
+
+namespace pellor {
+namespace {
+
+using FriendRef = std::shared_ptr<const Friend>;
+
+FriendFields differences(const Friend& before, const Friend& after) {
+  FriendFields fields;
+  const auto compare = [&](FriendField field, const auto& one, const auto& other) {
+    if (one != other) fields.insert(field);
+  };
+  compare(FriendField::name, before.name, after.name);
+  compare(FriendField::monogram, before.monogram, after.monogram);
+  compare(FriendField::destination, before.destination, after.destination);
+  compare(FriendField::destinations, before.destinations, after.destinations);
+  compare(FriendField::chosenNumber, before.chosenNumber, after.chosenNumber);
+  compare(FriendField::replyAs, before.replyAs, after.replyAs);
+  compare(FriendField::metadata, before.metadata, after.metadata);
+  compare(FriendField::contact, before.contactGUID, after.contactGUID);
+  compare(FriendField::status, before.status, after.status);
+  return fields;
+}
+
+/// Goes through the pages that are other ones in the two versions.
+class Comparison {
+ public:
+  explicit Comparison(ListChange& change) : _change(change), _before(change.before), _after(change.after) {}
+
+  void run() {
+    for (std::size_t index = 0; index < _before.pageCount(); ++index) compareOld(index);
+    for (std::size_t index = 0; index < _after.pageCount(); ++index) compareNew(index);
+  }
+
+ private:
+  void compareOld(std::size_t index) {
+    const Page& page = _before.page(index);
+    const auto now = _after.indexOf(page.id);
+    if (now && &_after.page(*now) == &page) return;
+    if (!now) _change.pagesRemoved.push_back({page.id, index});
+    for (std::size_t slot = 0; slot < page.friends.size(); ++slot) {
+      const FriendRef& person = page.friends[slot];
+      if (person && !_after.friendWith(person->id)) _change.removed.push_back({person->id, {index, slot}});
+    }
+  }
+
+  void compareNew(std::size_t index) {
+    const Page& page = _after.page(index);
+    const auto former = _before.indexOf(page.id);
+    if (former && &_before.page(*former) == &page) return;
+    if (!former) _change.pagesInserted.push_back({page.id, index});
+    if (page.title != (former ? _before.page(*former).title : std::string()))
+      _change.renamed.push_back({page.id, index});
+    for (std::size_t slot = 0; slot < page.friends.size(); ++slot)
+      if (page.friends[slot]) compareFriend(*page.friends[slot], page.id, {index, slot});
+  }
+
+  void compareFriend(const Friend& person, PageId page, Place place) {
+    const FriendRef former = _before.friendWith(person.id);
+    if (!former) return _change.added.push_back({person.id, place});
+    const Place from = *_before.placeOf(person.id);
+    if (from.slot != place.slot || _before.page(from.page).id != page)
+      _change.moved.push_back({person.id, from, place});
+    if (former.get() == &person) return;
+    const FriendFields fields = differences(*former, person);
+    if (!fields.isEmpty()) _change.changed.push_back({person.id, fields});
+  }
+
+  ListChange& _change;
+  const Snapshot& _before;
+  const Snapshot& _after;
+};
+
+}  // namespace
+
+bool ListChange::isEmpty() const {
+  return removed.empty() && pagesRemoved.empty() && pagesInserted.empty() && renamed.empty() && moved.empty() &&
+         added.empty() && changed.empty();
+}
+
+ListChange changeBetween(const Snapshot& before, const Snapshot& after) {
+  ListChange change;
+  change.before = before;
+  change.after = after;
+  if (before != after) Comparison(change).run();
+  return change;
+}
+
+}  // namespace pellor

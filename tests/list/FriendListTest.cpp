@@ -1,0 +1,269 @@
+// The list as an app sees it.
+#include "pellor/list/FriendList.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/list/ListCopy.h"
+#include "tests/pellor/ManagerWorld.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// A process with the list of its manager, and what an observer of it heard.
+class ListProcess {
+ public:
+  explicit ListProcess(std::unique_ptr<ManagerProcess> process) : _process(std::move(process)) {
+    _process->run([&] { _list = FriendList::open(_process->sharedManager()); });
+    observe();
+  }
+  ~ListProcess() {
+    _process->run([&] {
+      _observation.reset();
+      _list.reset();
+    });
+  }
+  ListProcess(const ListProcess&) = delete;
+  ListProcess& operator=(const ListProcess&) = delete;
+
+  ManagerProcess& process() { return *_process; }
+  FriendList& list() { return *_list; }
+  Snapshot snapshot() {
+    return _process->run([&] { return _list->snapshot(); });
+  }
+  FriendId idAt(std::uint64_t page, std::uint64_t slot) { return snapshot().friendAt({page, slot})->id; }
+
+  void stopObserving() {
+    _process->run([&] { _observation.reset(); });
+  }
+  /// Called with each batch, as the app's code.
+  std::function<void(const ListChange&)> onChange = [](const ListChange&) {};
+
+  /// What was heard since the last call: "loaded", and batches as "-Ann 1:1 -page 1 >Bob 2:1 to 1:1 ~Cy".
+  std::vector<std::string> takeHeard() { return std::exchange(_heard, {}); }
+
+ private:
+  void observe() {
+    _process->run([&] {
+      _observation = _list->observe({[this](const Snapshot& list) {
+                                       _heard.emplace_back("loaded");
+                                       _copy.emplace(list);
+                                     },
+                                     [this](const ListChange& change) {
+                                       _heard.push_back(textOf(change));
+                                       _copy->take(change);
+                                       _copy->expectLike(change.after);
+                                       onChange(change);
+                                     }});
+    });
+  }
+  static std::string nameOf(const Snapshot& list, FriendId id) {
+    const auto person = list.friendWith(id);
+    return person->name.empty() ? person->destination : person->name;
+  }
+  static std::string textOf(Place place) {
+    return std::to_string(place.page + 1) + ":" + std::to_string(place.slot + 1);
+  }
+  static std::string textOf(const ListChange& change) {
+    std::string text;
+    const auto say = [&](const std::string& what) { text += (text.empty() ? "" : " ") + what; };
+    for (const auto& each : change.removed) say("-" + nameOf(change.before, each.id) + " " + textOf(each.from));
+    for (const auto& each : change.pagesRemoved) say("-page " + std::to_string(each.index + 1));
+    for (const auto& each : change.pagesInserted) say("+page " + std::to_string(each.index + 1));
+    for (const auto& each : change.renamed)
+      say("page " + std::to_string(each.index + 1) + " \"" + change.after.page(each.index).title + "\"");
+    for (const auto& each : change.moved)
+      say(">" + nameOf(change.after, each.id) + " " + textOf(each.from) + " to " + textOf(each.to));
+    for (const auto& each : change.added) say("+" + nameOf(change.after, each.id) + " " + textOf(each.to));
+    for (const auto& each : change.changed)
+      say("~" + nameOf(change.after, each.id) + " " + std::to_string(each.fields.bits));
+    return text;
+  }
+
+  const std::unique_ptr<ManagerProcess> _process;
+  std::unique_ptr<FriendList> _list;
+  std::shared_ptr<Observation> _observation;
+  std::optional<ListCopy> _copy;
+  std::vector<std::string> _heard;
+};
+
+class FriendListTest : public ManagerTest {
+ protected:
+  FriendListTest() { setGroups(20, 2); }
+
+  std::unique_ptr<ListProcess> open(const std::string& list) {
+    auto process = std::make_unique<ListProcess>(launchWith(list));
+    rest();
+    return process;
+  }
+  static std::string bits(std::initializer_list<FriendField> fields) {
+    FriendFields all;
+    for (const FriendField field : fields) all.insert(field);
+    return std::to_string(all.bits);
+  }
+};
+
+TEST_F(FriendListTest, AnEditIsShownAtOnceAndTellsWhatItDid) {
+  auto a = open("Ann,Bob|Cy,-|-,-");
+  EXPECT_THAT(a->takeHeard(), ElementsAre("loaded"));
+  a->process().add("Dan");
+  EXPECT_EQ(a->snapshot().friendAt({1, 1})->destination, "dan@example.org");
+  rest();
+  EXPECT_THAT(a->takeHeard(), ElementsAre("+dan@example.org 2:2"));
+  const FriendId ann = a->idAt(0, 0), cy = a->idAt(1, 0);
+  const Snapshot before = a->snapshot();
+  a->process().remove(0, 1);
+  a->process().setTitle(1, "Work");
+  rest();
+  EXPECT_THAT(a->takeHeard(), ElementsAre("-Bob 1:2 page 2 \"Work\"")) << "one batch";
+  a->process().remove(0, 0);
+  rest();
+  EXPECT_THAT(a->takeHeard(), ElementsAre("-Ann 1:1 -page 1")) << "the others only shifted";
+  EXPECT_EQ(a->snapshot().placeOf(cy), (Place{0, 0}));
+  EXPECT_EQ(a->snapshot().placeOf(ann), std::nullopt);
+  EXPECT_EQ(before.placeOf(cy), (Place{1, 0})) << "a version stays as it is";
+  EXPECT_EQ(before.friendCount(), 4U);
+  EXPECT_EQ(a->snapshot().friendCount(), 2U);
+}
+
+TEST_F(FriendListTest, WhatAnotherProcessDoesTakesNobodyElseAlong) {
+  auto a = open("Ann,Bob|Cy,-|Dan,-|-,-");
+  const FriendId dan = a->idAt(2, 0);
+  const PageId page = a->snapshot().page(2).id;
+  a->takeHeard();
+  auto b = launch();
+  rest();
+  b->remove(1, 0);
+  rest();
+  EXPECT_THAT(a->takeHeard(), ElementsAre("-Cy 2:1 -page 2"));
+  EXPECT_EQ(a->snapshot().placeOf(dan), (Place{1, 0}));
+  EXPECT_EQ(a->snapshot().page(1).id, page);
+  b->set(b->friendAt(0, 1), 1, 1);
+  rest();
+  EXPECT_THAT(a->takeHeard(), ElementsAre(testing::HasSubstr("Bob"))) << "one person, wherever that was";
+}
+
+TEST_F(FriendListTest, AFriendKeepsItsIdAndColorAndTellsWhichFieldsChanged) {
+  contacts({"Ann", "Bob"});
+  auto a = open("Ann#,Bob#");
+  const FriendId ann = a->idAt(0, 0);
+  const auto color = a->snapshot().friendWith(ann)->color;
+  a->takeHeard();
+  world.addressBook().change(guidOf("Ann"), [](TestContact& contact) {
+    contact.first = "Anna";
+    contact.emails = {{"home", "anna@example.org"}};
+  });
+  rest();
+  EXPECT_THAT(a->takeHeard(),
+              ElementsAre("~Anna " + bits({FriendField::name, FriendField::destination, FriendField::destinations})))
+      << "the monogram is the same";
+  EXPECT_EQ(a->snapshot().friendWith(ann)->color, color);
+  a->process().run([&] {
+    const auto person = a->process().friendAt(0, 0);
+    person->setMetadataValueForKey(Value(1), "seen");
+    person->setPreferredReplyAs("voice");
+  });
+  rest();
+  EXPECT_EQ(a->snapshot().friendWith(ann)->replyAs, "voice");
+  EXPECT_EQ(a->snapshot().friendWith(ann)->metadata, (Dictionary{{"seen", 1}}));
+  for (const std::string& heard : a->takeHeard()) EXPECT_THAT(heard, testing::StartsWith("~Anna "));
+  EXPECT_EQ(a->idAt(0, 0), ann);
+}
+
+TEST_F(FriendListTest, TheShownNumberFollowsTheCardAlsoWhereTheFriendDoesNot) {
+  world.addressBook().add(
+      {.guid = "guid-Zoe", .first = "Zoe", .phones = {{"home", "+493023125001"}, {"cell", "+4915123125002"}}});
+  auto a = open("-,-");
+  a->takeHeard();
+  a->process().run(
+      [&] { a->process().manager().addFriend(a->process().manager().personWithABRecordGUID("guid-Zoe")); });
+  rest();
+  const FriendId zoe = a->idAt(0, 0);
+  EXPECT_EQ(a->snapshot().friendWith(zoe)->destination, "+493023125001");
+  a->takeHeard();
+  // The same numbers in another order are the same friend.
+  world.addressBook().change("guid-Zoe", [](TestContact& contact) { std::swap(contact.phones[0], contact.phones[1]); });
+  rest();
+  EXPECT_EQ(a->snapshot().friendWith(zoe)->destination, "+4915123125002");
+  EXPECT_THAT(a->takeHeard(), ElementsAre("~Zoe " + bits({FriendField::destination})));
+  EXPECT_THAT(a->process().run([&] { return a->list().find("zoe", 5); }), ElementsAre(zoe));
+  EXPECT_THAT(a->process().run([&] { return a->list().find("0151 23", 5); }), ElementsAre(zoe));
+  EXPECT_EQ(a->process().run([&] { return a->list().findContacts("ZOE", 5); }).size(), 1U);
+}
+
+TEST_F(FriendListTest, AnswersOfTheServiceTellOfThoseWhomTheyConcern) {
+  auto a = open("Ann,Bob|-,-");
+  EXPECT_EQ(a->snapshot().friendAt({0, 0})->status, DestinationStatus::valid) << "nobody is asked";
+  a->takeHeard();
+  world.identityService().setScript([](const SimulatedIdentityService::Query&) {
+    return std::vector<SimulatedIdentityService::AnswerPart>{
+        {1, {{"ann@example.org", DestinationStatus::valid}, {"bob@example.org", DestinationStatus::invalid}}}};
+  });
+  a->process().run([&] {
+    a->process().manager().setServiceName("chat");
+    a->process().manager().refreshDestinationStatuses();
+  });
+  scheduler->advance(2);
+  EXPECT_THAT(a->takeHeard(), ElementsAre("~Bob " + bits({FriendField::status})));
+  EXPECT_EQ(a->snapshot().friendAt({0, 1})->status, DestinationStatus::invalid);
+}
+
+TEST_F(FriendListTest, AnObserverMayEditAndHearsOfItInTheNextBatch) {
+  auto a = open("Ann,Bob|-,-");
+  a->takeHeard();
+  bool isInside = false;
+  a->onChange = [&](const ListChange& change) {
+    ASSERT_FALSE(std::exchange(isInside, true)) << "never one batch inside the other";
+    if (!change.added.empty()) a->process().group(0)->removeFriendAtPosition(0);
+    isInside = false;
+  };
+  a->process().add("Cy");
+  rest();
+  EXPECT_THAT(a->takeHeard(), ElementsAre("+page 3 +cy@example.org 2:1", "-Ann 1:1"));
+  a->stopObserving();
+  a->process().add("Dan");
+  rest();
+  EXPECT_THAT(a->takeHeard(), IsEmpty());
+}
+
+TEST_F(FriendListTest, AListWhoseStoreAnswersLateIsLoadedThen) {
+  store("Ann,-|-,-");
+  world.preferences().makeUnreadable();
+  auto a = std::make_unique<ListProcess>(launch());
+  scheduler->advance(1);
+  EXPECT_THAT(a->takeHeard(), IsEmpty());
+  EXPECT_EQ(a->snapshot().pageCount(), 0U);
+  world.preferences().makeReadable();
+  rest();
+  EXPECT_THAT(a->takeHeard(), ElementsAre("loaded"));
+  EXPECT_EQ(a->snapshot().friendAt({0, 0})->name, "Ann");
+}
+
+TEST_F(FriendListTest, TheSamePersonInTwoSlotsIsTwoFriendsUntilOneIsGone) {
+  auto a = open("Ann,-|Bob,-|-,-");
+  a->takeHeard();
+  const FriendId ann = a->idAt(0, 0);
+  a->process().set(a->process().friendAt(0, 0), 1, 1);
+  rest();
+  a->takeHeard();
+  EXPECT_EQ(a->snapshot().friendCount(), 3U);
+  EXPECT_EQ(a->idAt(0, 0), ann);
+  EXPECT_NE(a->idAt(1, 1), ann);
+  a->process().remove(0, 0);
+  rest();
+  a->takeHeard();
+  EXPECT_EQ(a->snapshot().friendCount(), 2U);
+  EXPECT_EQ(a->snapshot().friendWith(ann)->name, "Ann");
+}
+
+}  // namespace
+}  // namespace pellor
