@@ -1,10 +1,12 @@
 // Why a command did not do what it was asked.
 #pragma once
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
-#include <vector>
+
+#include "cli/Choice.h"
 
 namespace pellor::cli {
 
@@ -17,16 +19,16 @@ class CommandError : public std::runtime_error {
   explicit CommandError(const std::string& text, ExitCode exitCode = ExitCode::requestFailed)
       : std::runtime_error(text), _exitCode(exitCode) {}
   ExitCode exitCode() const { return _exitCode; }
-  /// Those of whom one may have been meant.
-  const std::vector<std::string>& candidates() const { return _candidates; }
+  /// Those of whom one was meant, where that is what went wrong.
+  const std::optional<Choice>& choice() const { return _choice; }
 
  protected:
-  CommandError(const std::string& text, std::vector<std::string> candidates)
-      : std::runtime_error(text), _exitCode(ExitCode::requestFailed), _candidates(std::move(candidates)) {}
+  CommandError(const std::string& text, Choice choice)
+      : std::runtime_error(text), _exitCode(ExitCode::requestFailed), _choice(std::move(choice)) {}
 
  private:
   ExitCode _exitCode;
-  std::vector<std::string> _candidates;
+  std::optional<Choice> _choice;
 };
 
 /// The arguments do not make sense, whatever is in the list.
@@ -35,10 +37,10 @@ class UsageError : public CommandError {
   explicit UsageError(const std::string& text) : CommandError(text, ExitCode::wrongUsage) {}
 };
 
-/// Several persons fit. The candidates are named in the text.
+/// Several persons fit.
 class AmbiguousError : public CommandError {
  public:
-  AmbiguousError(const std::string& who, const std::vector<std::string>& candidates);
+  explicit AmbiguousError(const Choice& choice) : CommandError(textOf(choice), choice) {}
 };
 
 }  // namespace pellor::cli

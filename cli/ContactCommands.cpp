@@ -33,7 +33,7 @@ struct ListEntry {
 };
 
 std::vector<ListEntry> listedContacts(Session& session, const std::optional<std::string>& pattern) {
-  FriendFinder friends(session.manager());
+  FriendFinder friends(session);
   std::map<const std::vector<std::string>*, bool> known;  // by the records of a person
   std::vector<ListEntry> listed;
   for (ContactEntry& contact : contactsMatching(session, pattern)) {
@@ -111,7 +111,7 @@ void allow(Session& session, const std::string& who) {
   session.requireContacts();
   const auto contact = contactNamed(session, who);
   if (!contact) throw CommandError("no contact is called " + inQuotes(who));
-  FriendFinder friends(session.manager());
+  FriendFinder friends(session);
   const auto known = friendThatIs(friends, *contact);
   if (known) {
     answerRefusal(session, *contact, "isFriend", true);

@@ -67,6 +67,11 @@ bool containsPattern(const ContactEntry& contact, const NameMatch& pattern) {
   return pattern.isPart(contact.name) || contains(contact.guid) || std::ranges::any_of(contact.destinations, contains);
 }
 
+std::string organizationOf(AddressBook& addressBook, const std::string& guid) {
+  const RecordRef record = addressBook.copyPersonMatchingGUID(guid);
+  return record ? record->recordValue(RecordProperty::organization).value_or("") : "";
+}
+
 void sortByName(std::vector<ContactEntry>& contacts) {
   std::vector<std::pair<std::string, ContactEntry>> keyed;
   keyed.reserve(contacts.size());
@@ -146,17 +151,52 @@ std::vector<RecordRef> ContactFinder::withBeginning(AddressBook& addressBook, co
   return people;
 }
 
-std::optional<ContactEntry> ContactFinder::named(const std::string& who) {
-  if (who.empty()) throw UsageError("WHO is empty");
+std::vector<ContactEntry> ContactFinder::fitting(const std::string& who) {
   std::vector<ContactEntry> found;
   _session.withAddressBook([&](AddressBook& addressBook) { found = entriesOf(search(addressBook, who)); });
+  return found;
+}
+
+// Of numbers and names the sign and what follows may mean nothing.
+bool ContactFinder::isCalled(const std::string& who, const NumberedWho& numbered) {
+  bool isCalled = false;
+  _session.withAddressBook([&](AddressBook& addressBook) {
+    const auto key = destinationKey(who);
+    isCalled = addressBook.copyPersonMatchingGUID(who) != nullptr ||
+               (key && key != destinationKey(numbered.who) && addressBook.orderedPeopleForDestination(who));
+    const auto people = isCalled ? std::nullopt : addressBook.copyPeopleMatchingName(who);
+    const std::string_view ending = std::string_view(who).substr(numbered.who.size());
+    for (const RecordRef& record : people.value_or(std::vector<RecordRef>())) {
+      isCalled = isCalled || record->compositeName().value_or("").ends_with(ending) ||
+                 record->nickname().value_or("").ends_with(ending);
+    }
+  });
+  return isCalled;
+}
+
+Choice ContactFinder::choiceAmong(const std::string& who, std::vector<ContactEntry> found) {
+  Choice choice{who, found.size(), {}};
+  found.resize(std::min(found.size(), Choice::MostCandidates));
+  _session.withAddressBook([&](AddressBook& addressBook) {
+    for (const ContactEntry& each : found) {
+      const std::string destination = each.destinations.empty() ? "" : each.destinations.front();
+      choice.candidates.push_back(
+          {each.name.value_or(""), destination, organizationOf(addressBook, each.guid), each.guid, std::nullopt});
+    }
+  });
+  return choice;
+}
+
+std::optional<ContactEntry> ContactFinder::named(const std::string& who) {
+  if (who.empty()) throw UsageError("WHO is empty");
+  if (const auto numbered = numberedWho(who); numbered && !isCalled(who, *numbered)) {
+    const auto found = fitting(numbered->who);
+    if (const auto index = indexOf(*numbered, found.size())) return found[*index];
+  }
+  const auto found = fitting(who);
   if (found.empty()) return std::nullopt;
   if (found.size() == 1) return found.front();
-  std::vector<std::string> candidates;
-  candidates.reserve(found.size());
-  for (const ContactEntry& contact : found)
-    candidates.push_back(nameOf(contact) + " (" + printable(contact.guid) + ")");
-  throw AmbiguousError(who, candidates);
+  return found[chosenOf(choiceAmong(who, found), !_session.options().json)];
 }
 
 bool ContactFinder::isGuid(const std::string& who) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/Choice.h"
 #include "cli/FriendSearch.h"
 #include "cli/Session.h"
 #include "cli/WordBeginnings.h"
@@ -39,14 +40,19 @@ class ContactFinder {
   explicit ContactFinder(Session& session);
   ~ContactFinder();
 
-  /// The one person that `who` names: by GUID, number or address, whole name, or the beginning of the name. Absent when
-  /// nobody fits; throws AmbiguousError when several do.
+  /// The one person that `who` names: by GUID, number or address, whole name, or the beginning of the name. The first
+  /// of these that fits anybody decides; of several it is the one whom the user chooses, or who has the number N of
+  /// WHO#N. Absent when nobody fits; throws CommandError when nobody is chosen, AmbiguousError where the user cannot be
+  /// asked.
   std::optional<ContactEntry> named(const std::string& who);
   /// Whether `who` is the GUID of a contact.
   bool isGuid(const std::string& who);
 
  private:
   std::vector<RecordRef> search(AddressBook& addressBook, const std::string& who);
+  std::vector<ContactEntry> fitting(const std::string& who);
+  bool isCalled(const std::string& who, const NumberedWho& numbered);
+  Choice choiceAmong(const std::string& who, std::vector<ContactEntry> found);
   std::vector<RecordRef> withBeginning(AddressBook& addressBook, const std::string& who);
 
   Session& _session;

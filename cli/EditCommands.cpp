@@ -29,7 +29,7 @@ CommandError isFriendAlready(const FriendAt& known) {
 /// Makes persons of the texts by which the user names them.
 class PersonMaker {
  public:
-  explicit PersonMaker(Session& session) : _session(session), _contacts(session), _friends(session.manager()) {}
+  explicit PersonMaker(Session& session) : _session(session), _contacts(session), _friends(session) {}
 
   std::shared_ptr<PLPerson> make(const std::string& who) {
     const bool isDestination = isPlainDestination(who) && !_contacts.isGuid(who);
@@ -125,8 +125,8 @@ struct SharedDestination {
 };
 
 // Each once, of those that the friends who were added have.
-std::vector<SharedDestination> sharedWithOthers(const PLFriendsManager& manager, const std::vector<FriendAt>& added) {
-  FriendFinder finder(manager);
+std::vector<SharedDestination> sharedWithOthers(Session& session, const std::vector<FriendAt>& added) {
+  FriendFinder finder(session);
   std::vector<SharedDestination> shared;
   std::unordered_set<std::string> seen;
   for (const FriendAt& each : added) {
@@ -157,7 +157,7 @@ Json jsonOf(const SharedDestination& shared) {
 }
 
 void answerAdded(Session& session, const std::vector<FriendAt>& added) {
-  const auto shared = sharedWithOthers(session.manager(), added);
+  const auto shared = sharedWithOthers(session, added);
   const auto text = [&] {
     std::string all = eachText(added, "added");
     for (const SharedDestination& each : shared) all += textOf(each);
@@ -207,7 +207,7 @@ void add(Session& session, const std::vector<std::string>& who) {
 
 void remove(Session& session, const std::vector<std::string>& who) {
   session.requireWritableStore();
-  const std::vector<FriendAt> friends = friendsNamed(session.manager(), who);
+  const std::vector<FriendAt> friends = friendsNamed(session, who);
   // Pages that become empty vanish on the way; the friends hold theirs.
   for (const FriendAt& each : friends) each.page->removeFriendAtPosition(each.place.slot);
   session.commit();
@@ -260,7 +260,7 @@ void move(Session& session, const std::string& who, const std::string& target) {
   session.requireWritableStore();
   PLFriendsManager& manager = session.manager();
   const Place to = targetIn(manager, target);
-  const FriendAt from = friendNamed(manager, who);
+  const FriendAt from = friendNamed(session, who);
   if (from.place == to) return answerEach(session, {}, "moved");
   const Move wanted{from, pageAt(manager, to.page), to};
   const auto displaced = wanted.displaced();

@@ -62,7 +62,7 @@ std::string numberText(const PLPerson& person) {
 void number(Session& session, const NumberArguments& arguments) {
   const bool changes = arguments.number || arguments.clears;
   if (changes) session.requireWritableStore();
-  const FriendAt found = friendNamed(session.manager(), arguments.who);
+  const FriendAt found = friendNamed(session, arguments.who);
   if (changes) {
     found.person->setPreferredDestination(
         arguments.number ? std::optional(destinationToPrefer(*found.person, *arguments.number)) : std::nullopt);
@@ -81,7 +81,7 @@ void replyAs(Session& session, const ReplyAsArguments& arguments) {
   const bool changes = arguments.address || arguments.clears;
   if (arguments.address && isTooLongForDestination(*arguments.address)) throw UsageError("ADDRESS is too long for one");
   if (changes) session.requireWritableStore();
-  const FriendAt found = friendNamed(session.manager(), arguments.who);
+  const FriendAt found = friendNamed(session, arguments.who);
   if (changes) {
     found.person->setPreferredReplyAs(arguments.address);
     session.commit();
@@ -124,7 +124,7 @@ void meta(Session& session, const MetaArguments& arguments) {
   if (arguments.clears && arguments.key) throw UsageError("--clear removes all metadata and takes no KEY");
   const bool changes = arguments.value || arguments.clears;
   if (changes) session.requireWritableStore();
-  const FriendAt found = friendNamed(session.manager(), arguments.who);
+  const FriendAt found = friendNamed(session, arguments.who);
   if (changes) changeMetadata(session, *found.person, arguments);
   answerMetadata(session, found, arguments);
 }

@@ -1,5 +1,6 @@
 #include "cli/FriendSearch.h"
 
+#include <algorithm>
 #include <unordered_set>
 #include <utility>
 
@@ -10,6 +11,7 @@
 #include "cli/WordBeginnings.h"
 #include "pellor/friends/PLDestination.h"
 #include "pellor/list/ShownDestination.h"
+#include "pellor/linux/text/TerminalText.h"
 
 namespace pellor::cli {
 namespace {
@@ -28,14 +30,14 @@ FriendAt friendAt(const PLFriendsManager& manager, const Place& place) {
   return {place, page, std::move(person)};
 }
 
-FriendAt onlyOne(const std::string& who, const std::vector<FriendAt>& found) {
-  if (found.size() == 1) return found.front();
-  std::vector<std::string> candidates;
-  candidates.reserve(found.size());
-  for (const FriendAt& candidate : found) {
-    candidates.push_back(nameOf(*candidate.person) + " (" + textOf(candidate.place) + ")");
+Choice choiceAmong(const std::string& who, std::vector<FriendAt> found) {
+  Choice choice{who, found.size(), {}};
+  found.resize(std::min(found.size(), Choice::MostCandidates));
+  for (const FriendAt& each : found) {
+    choice.candidates.push_back({ownName(*each.person).value_or(""),
+                                 std::string(withoutIsolation(shownDestination(*each.person))), "", "", each.place});
   }
-  throw AmbiguousError(who, candidates);
+  return choice;
 }
 
 }  // namespace
@@ -60,12 +62,12 @@ struct FriendFinder::Tables {
   std::optional<WordBeginnings> beginnings;
 };
 
-FriendFinder::FriendFinder(const PLFriendsManager& manager) : _manager(manager), _tables(std::make_unique<Tables>()) {}
+FriendFinder::FriendFinder(Session& session) : _session(session), _tables(std::make_unique<Tables>()) {}
 
 FriendFinder::~FriendFinder() = default;
 
 const std::vector<FriendAt>& FriendFinder::friends() {
-  if (!_tables->friends) _tables->friends = allFriends(_manager);
+  if (!_tables->friends) _tables->friends = allFriends(_session.manager());
   return *_tables->friends;
 }
 
@@ -133,23 +135,42 @@ std::vector<FriendAt> FriendFinder::withBeginning(const std::string& who) {
   return friendsOf(_tables->beginnings->find(upperCaseName(who)));
 }
 
-FriendAt FriendFinder::named(const std::string& who) {
-  if (who.empty()) throw UsageError("WHO is empty");
-  if (const auto place = placeIn(who)) return friendAt(_manager, *place);
+// The first search that finds anybody decides.
+std::vector<FriendAt> FriendFinder::fitting(const std::string& who) {
   using Search = std::vector<FriendAt> (FriendFinder::*)(const std::string&);
   for (const Search search : {&FriendFinder::withGuid, &FriendFinder::withDestination, &FriendFinder::withName,
                               &FriendFinder::withBeginning}) {
-    if (const auto found = (this->*search)(who); !found.empty()) return onlyOne(who, found);
+    if (const auto found = (this->*search)(who); !found.empty()) return found;
   }
-  throw CommandError("no friend is called " + inQuotes(who));
+  return {};
 }
 
-FriendAt friendNamed(const PLFriendsManager& manager, const std::string& who) {
-  return FriendFinder(manager).named(who);
+// Of numbers and names the sign and what follows may mean nothing.
+bool FriendFinder::isCalled(const std::string& who, const NumberedWho& numbered) {
+  if (!withGuid(who).empty()) return true;
+  if (destinationKey(who) != destinationKey(numbered.who) && !withDestination(who).empty()) return true;
+  const std::string_view ending = std::string_view(who).substr(numbered.who.size());
+  return std::ranges::any_of(
+      withName(who), [&](const FriendAt& each) { return ownName(*each.person).value_or("").ends_with(ending); });
 }
 
-std::vector<FriendAt> friendsNamed(const PLFriendsManager& manager, const std::vector<std::string>& who) {
-  FriendFinder finder(manager);
+FriendAt FriendFinder::named(const std::string& who) {
+  if (who.empty()) throw UsageError("WHO is empty");
+  if (const auto place = placeIn(who)) return friendAt(_session.manager(), *place);
+  if (const auto numbered = numberedWho(who); numbered && !isCalled(who, *numbered)) {
+    const auto found = fitting(numbered->who);
+    if (const auto index = indexOf(*numbered, found.size())) return found[*index];
+  }
+  const auto found = fitting(who);
+  if (found.empty()) throw CommandError("no friend is called " + inQuotes(who));
+  if (found.size() == 1) return found.front();
+  return found[chosenOf(choiceAmong(who, found), !_session.options().json)];
+}
+
+FriendAt friendNamed(Session& session, const std::string& who) { return FriendFinder(session).named(who); }
+
+std::vector<FriendAt> friendsNamed(Session& session, const std::vector<std::string>& who) {
+  FriendFinder finder(session);
   std::vector<FriendAt> found;
   std::unordered_set<const PLPerson*> named;
   for (const std::string& name : who) {

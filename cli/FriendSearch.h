@@ -9,7 +9,9 @@
 #include <unordered_map>
 #include <vector>
 
+#include "cli/Choice.h"
 #include "cli/Place.h"
+#include "cli/Session.h"
 #include "pellor/friends/PLFriendGroup.h"
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/friends/PLPerson.h"
@@ -30,18 +32,17 @@ std::vector<FriendAt> allFriends(const PLFriendsManager& manager);
 /// first. Not after a friend has changed.
 class FriendFinder {
  public:
-  explicit FriendFinder(const PLFriendsManager& manager);
+  explicit FriendFinder(Session& session);
   ~FriendFinder();
-
-  const PLFriendsManager& manager() const { return _manager; }
 
   /// In slot order.
   std::vector<FriendAt> withGuid(const std::string& guid);
   /// The friends that have the number or address, however it is written, in slot order.
   std::vector<FriendAt> withDestination(const std::string& destination);
   /// The one friend that `who` names: by PAGE:SLOT, GUID, number or address, whole name, or the beginning of the name.
-  /// The first of these that fits anybody decides. Throws CommandError when nobody fits, AmbiguousError when several
-  /// do.
+  /// The first of these that fits anybody decides; of several it is the one whom the user chooses, or who has the
+  /// number N of WHO#N. Throws CommandError when nobody fits or is chosen, AmbiguousError where the user cannot be
+  /// asked.
   FriendAt named(const std::string& who);
 
  private:
@@ -56,18 +57,20 @@ class FriendFinder {
   void fillGuids(Table& table);
   void fillDestinations(Table& table);
   void fillNames(Table& table);
+  std::vector<FriendAt> fitting(const std::string& who);
+  bool isCalled(const std::string& who, const NumberedWho& numbered);
   std::vector<FriendAt> withName(const std::string& who);
   std::vector<FriendAt> withBeginning(const std::string& who);
 
-  const PLFriendsManager& _manager;
+  Session& _session;
   const std::unique_ptr<Tables> _tables;
 };
 
 /// `FriendFinder::named`, for one search.
-FriendAt friendNamed(const PLFriendsManager& manager, const std::string& who);
+FriendAt friendNamed(Session& session, const std::string& who);
 
 /// The friends of several names, in their order. Throws UsageError when two names are of one friend.
-std::vector<FriendAt> friendsNamed(const PLFriendsManager& manager, const std::vector<std::string>& who);
+std::vector<FriendAt> friendsNamed(Session& session, const std::vector<std::string>& who);
 
 /// The page with that index. Throws CommandError when there is none.
 std::shared_ptr<PLFriendGroup> pageAt(const PLFriendsManager& manager, std::uint64_t index);

@@ -100,7 +100,7 @@ struct Owners {
 };
 
 Owners ownersOf(Session& session, const std::string& destination) {
-  FriendFinder friends(session.manager());
+  FriendFinder friends(session);
   Owners owners{friends.withDestination(destination), contactsWithDestination(session, destination)};
   std::erase_if(owners.contacts, [&](const auto& contact) { return friendThatIs(friends, contact).has_value(); });
   return owners;

@@ -27,6 +27,12 @@ bool writeAll(int descriptor, std::string_view text) {
   return true;
 }
 
+std::size_t widthOf(int descriptor) {
+  winsize size{};
+  if (::ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return WidthWithoutTerminal;
+  return size.ws_col;
+}
+
 }  // namespace
 
 OutputResult writeOutput(std::string_view text) {
@@ -39,6 +45,8 @@ void writeErrorLine(std::string_view line) {
   static_cast<void>(writeAll(STDERR_FILENO, terminalText(line) + "\n"));
 }
 
+void writeErrorText(std::string_view text) { static_cast<void>(writeAll(STDERR_FILENO, text)); }
+
 void writeError(std::string_view text) {
   std::string line(text);
   std::ranges::replace(line, '\n', ' ');
@@ -49,11 +57,9 @@ std::string printable(std::string_view text) { return isolatedText(text); }
 
 std::string inQuotes(std::string_view text) { return "\"" + printable(text) + "\""; }
 
-std::size_t outputWidth() {
-  winsize size{};
-  if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return WidthWithoutTerminal;
-  return size.ws_col;
-}
+std::size_t outputWidth() { return widthOf(STDOUT_FILENO); }
+
+std::size_t errorWidth() { return widthOf(STDERR_FILENO); }
 
 std::string fitted(std::string_view text, std::size_t width) {
   const std::size_t whole = displayWidth(text);

@@ -16,6 +16,9 @@ OutputResult writeOutput(std::string_view text);
 /// Writes that line to standard error, as `terminalText` has it.
 void writeErrorLine(std::string_view line);
 
+/// Writes a text to standard error as it is: what is not the program's own was made a `terminalText` before.
+void writeErrorText(std::string_view text);
+
 /// Writes "pellor: <text>" as one line to standard error, as `terminalText` has it.
 void writeError(std::string_view text);
 
@@ -29,6 +32,9 @@ std::string inQuotes(std::string_view text);
 
 /// The width of the terminal behind standard output; 80 when it is none.
 std::size_t outputWidth();
+
+/// The width of the terminal behind standard error; 80 when it is none.
+std::size_t errorWidth();
 
 /// A printable text in exactly `width` columns, filled with spaces or cut with "…".
 std::string fitted(std::string_view text, std::size_t width);

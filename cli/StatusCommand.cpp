@@ -90,7 +90,7 @@ void status(Session& session, const StatusArguments& arguments) {
   // What the contacts changed since the last time belongs to the question.
   session.settle();
   const bool asksForAll = arguments.who.empty();
-  const auto friends = asksForAll ? allFriends(manager) : friendsNamed(manager, arguments.who);
+  const auto friends = asksForAll ? allFriends(manager) : friendsNamed(session, arguments.who);
   if (arguments.requery && areStatusesChecked(manager)) requery(session, friends, asksForAll);
   const Statuses statuses = statusesOf(manager, friends);
   session.answer([&] { return textOf(statuses); }, [&] { return jsonOf(statuses); });

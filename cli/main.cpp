@@ -33,11 +33,17 @@ ExitCode print(const std::string& text) {
   return ExitCode::requestFailed;
 }
 
+void tellInText(const CommandError& error) {
+  if (!error.choice()) return writeError(error.what());
+  writeError(std::string(error.what()) + ": type one of these");
+  for (const std::string& line : linesOf(*error.choice())) writeErrorLine(line);
+}
+
 // What a script reads says in one object what a person reads in one line.
 void tell(const CommandError& error, bool inJson) {
-  if (!inJson) return writeError(error.what());
+  if (!inJson) return tellInText(error);
   Json object = {{"message", error.what()}, {"exitCode", static_cast<int>(error.exitCode())}};
-  if (!error.candidates().empty()) object["candidates"] = error.candidates();
+  if (error.choice()) object.update(jsonOf(*error.choice()));
   writeErrorLine(textOf(Json{{"error", std::move(object)}}));
 }
 

@@ -94,11 +94,10 @@ Program::Program(const Home& home, const std::vector<std::string>& command, Redi
   Pipe input = makePipe();
   Pipe output = makePipe();
   Pipe errors = makePipe();
-  const auto chosen = [](int redirected, const Pipe& pipe) {
-    return redirected < 0 ? pipe.writeEnd.get() : redirected;
-  };
+  const auto chosen = [](int redirected, const FileDescriptor& end) { return redirected < 0 ? end.get() : redirected; };
   _id = spawn(command, home.environment(),
-              {input.readEnd.get(), chosen(redirection.output, output), chosen(redirection.errors, errors)});
+              {chosen(redirection.input, input.readEnd), chosen(redirection.output, output.writeEnd),
+               chosen(redirection.errors, errors.writeEnd)});
   _input = std::move(input.writeEnd);
   _output.descriptor = std::move(output.readEnd);
   _errors.descriptor = std::move(errors.readEnd);

@@ -47,10 +47,11 @@ struct ProgramResult {
 /// A running program, killed at the end of the object if it still runs.
 class Program {
  public:
-  /// Descriptors that take the place of the pipes for standard output and standard error.
+  /// Descriptors that take the place of the pipes for the standard streams.
   struct Redirection {
     int output = -1;
     int errors = -1;
+    int input = -1;
   };
 
   Program(const Home& home, const std::vector<std::string>& command, Redirection redirection);

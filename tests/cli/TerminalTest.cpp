@@ -1,58 +1,19 @@
 // How the program looks on a terminal and in a pipe.
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/ioctl.h>
-#include <termios.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "pellor/linux/text/IcuText.h"
 #include "tests/cli/Program.h"
+#include "tests/cli/Terminal.h"
 
 namespace pellor {
 namespace {
-
-/// A terminal of a given width, and what was written to it.
-class Terminal {
- public:
-  explicit Terminal(unsigned short columns) : _screen(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
-    ::grantpt(_screen.get());
-    ::unlockpt(_screen.get());
-    _line = FileDescriptor(::open(::ptsname(_screen.get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
-    const winsize size{24, columns, 0, 0};
-    ::ioctl(_line.get(), TIOCSWINSZ, &size);
-    termios settings{};
-    ::tcgetattr(_line.get(), &settings);
-    settings.c_oflag &= ~static_cast<tcflag_t>(OPOST);
-    ::tcsetattr(_line.get(), TCSANOW, &settings);
-  }
-
-  int line() const { return _line.get(); }
-
-  /// Everything, after the program has ended.
-  std::string content() {
-    _line.close();
-    std::string text;
-    std::array<char, 4096> buffer;
-    for (ssize_t count = 1; count > 0;) {
-      count = ::read(_screen.get(), buffer.data(), buffer.size());
-      if (count > 0) text.append(buffer.data(), static_cast<std::size_t>(count));
-    }
-    return text;
-  }
-
- private:
-  FileDescriptor _screen;
-  FileDescriptor _line;
-};
 
 std::vector<std::string> linesOf(const std::string& text) {
   std::vector<std::string> lines;
