@@ -15,6 +15,7 @@
 #include "cli/ContactSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
+#include "cli/Suggestion.h"
 #include "pellor/friends/PLChangeLog.h"
 #include "pellor/friends/PLUtility.h"
 #include "pellor/linux/contacts/internal/IndexedAddressBook.h"
@@ -92,6 +93,10 @@ void contacts(Session& session, const std::optional<std::string>& pattern, bool 
   const std::vector<ListEntry> listed = listedContacts(session, pattern);
   session.answer([&] { return contactsText(listed, session.platform().addressBook().unusableCards()); },
                  [&] { return contactsJson(session, listed, hasPhotos); });
+  if (pattern && listed.empty()) {
+    throw CommandError("no contact fits " + inQuotes(*pattern) +
+                       didYouMean(ContactFinder(session).nearestName(*pattern)));
+  }
 }
 
 bool isAllowed(Session& session, const ContactEntry& contact) {
@@ -109,8 +114,9 @@ void answerRefusal(Session& session, const ContactEntry& contact, const char* re
 
 void allow(Session& session, const std::string& who) {
   session.requireContacts();
-  const auto contact = contactNamed(session, who);
-  if (!contact) throw CommandError("no contact is called " + inQuotes(who));
+  ContactFinder contacts(session);
+  const auto contact = contacts.named(who);
+  if (!contact) throw CommandError("no contact is called " + inQuotes(who) + didYouMean(contacts.nearestName(who)));
   FriendFinder friends(session);
   const auto known = friendThatIs(friends, *contact);
   if (known) {
@@ -194,7 +200,8 @@ void refresh(Session& session, bool accepts) {
 void addContactCommands(CLI::App& program, Command& chosen) {
   auto* list = program.add_subcommand("contacts", "List the contacts with their GUIDs; friends are marked with *");
   const auto pattern = std::make_shared<std::optional<std::string>>();
-  list->add_option("PATTERN", *pattern, "A part of the name, number, address or GUID");
+  list->add_option("PATTERN", *pattern,
+                   "Beginnings of words, or a part of a name, number, address or GUID; the best fit comes first");
   const auto hasPhotos = std::make_shared<bool>(false);
   list->add_flag("--photos", *hasPhotos, "With --json: the pictures too");
   list->require_subcommand(0, 1);

@@ -2,14 +2,19 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <set>
+#include <span>
+#include <unordered_map>
 #include <utility>
 
 #include "cli/CommandError.h"
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
+#include "cli/Suggestion.h"
 #include "pellor/linux/contacts/internal/NameSearchKey.h"
+#include "pellor/platform/WalkingContactSearch.h"
 
 namespace pellor::cli {
 namespace {
@@ -67,9 +72,15 @@ bool containsPattern(const ContactEntry& contact, const NameMatch& pattern) {
   return pattern.isPart(contact.name) || contains(contact.guid) || std::ranges::any_of(contact.destinations, contains);
 }
 
-std::string organizationOf(AddressBook& addressBook, const std::string& guid) {
-  const RecordRef record = addressBook.copyPersonMatchingGUID(guid);
-  return record ? record->recordValue(RecordProperty::organization).value_or("") : "";
+Candidate candidateOf(ContactRecord& record) {
+  const ContactEntry entry = entryOf(record, nullptr);
+  return {entry.name.value_or(""), entry.destinations.empty() ? "" : entry.destinations.front(),
+          record.recordValue(RecordProperty::organization).value_or(""), entry.guid, std::nullopt};
+}
+
+std::shared_ptr<ContactSearch> searchOf(Session& session) {
+  const Platform& platform = platformOf(session.process());
+  return platform.contactSearch ? platform.contactSearch : std::make_shared<WalkingContactSearch>(platform);
 }
 
 void sortByName(std::vector<ContactEntry>& contacts) {
@@ -82,6 +93,22 @@ void sortByName(std::vector<ContactEntry>& contacts) {
   std::ranges::transform(keyed, contacts.begin(), [](auto& pair) { return std::move(pair.second); });
 }
 
+std::vector<ContactEntry> matching(Session& session, std::vector<ContactEntry> contacts, const std::string& pattern) {
+  std::unordered_map<std::string, std::size_t> ranks;
+  for (const FoundContact& each : searchOf(session)->find(pattern, contacts.size()))
+    ranks.emplace(each.guid, ranks.size());
+  const auto rankOf = [&](const ContactEntry& contact) {
+    const auto rank = ranks.find(contact.guid);
+    return rank == ranks.end() ? ranks.size() : rank->second;
+  };
+  const NameMatch match(pattern);
+  std::erase_if(contacts, [&](const ContactEntry& contact) {
+    return rankOf(contact) == ranks.size() && !containsPattern(contact, match);
+  });
+  std::ranges::stable_sort(contacts, {}, rankOf);
+  return contacts;
+}
+
 }  // namespace
 
 std::string nameOf(const ContactEntry& contact) {
@@ -92,12 +119,8 @@ std::string nameOf(const ContactEntry& contact) {
 std::vector<ContactEntry> contactsMatching(Session& session, const std::optional<std::string>& pattern) {
   std::vector<ContactEntry> found;
   session.withAddressBook([&](AddressBook& addressBook) { found = entriesOf(addressBook.allPeople()); });
-  if (pattern) {
-    const NameMatch match(*pattern);
-    std::erase_if(found, [&](const ContactEntry& contact) { return !containsPattern(contact, match); });
-  }
   sortByName(found);
-  return found;
+  return pattern ? matching(session, std::move(found), *pattern) : found;
 }
 
 std::vector<ContactEntry> contactsWithDestination(Session& session, const std::string& destination) {
@@ -120,41 +143,36 @@ bool isReachable(Session& session, const ContactEntry& contact) {
   return isReachable;
 }
 
-ContactFinder::ContactFinder(Session& session) : _session(session) {}
+ContactFinder::ContactFinder(Session& session) : _session(session), _search(searchOf(session)) {}
 
 ContactFinder::~ContactFinder() = default;
 
-std::vector<RecordRef> ContactFinder::search(AddressBook& addressBook, const std::string& who) {
-  if (const RecordRef record = addressBook.copyPersonMatchingGUID(who)) return {record};
-  if (destinationKey(who)) {
-    if (const auto people = addressBook.orderedPeopleForDestination(who)) return persons(*people);
-  }
-  if (const auto people = addressBook.copyPeopleMatchingName(who)) return persons(*people);
-  return persons(withBeginning(addressBook, who));
+ContactFinder::Guids ContactFinder::calledExactly(const std::string& who) {
+  std::vector<RecordRef> records;
+  Guids guids;
+  _session.withAddressBook([&](AddressBook& addressBook) {
+    if (RecordRef record = addressBook.copyPersonMatchingGUID(who)) records = {std::move(record)};
+    if (records.empty() && destinationKey(who))
+      records = addressBook.orderedPeopleForDestination(who).value_or(std::vector<RecordRef>());
+    if (records.empty()) records = addressBook.copyPeopleMatchingName(who).value_or(std::vector<RecordRef>());
+    for (const RecordRef& record : persons(records)) guids.push_back(record->recordGUID());
+  });
+  return guids;
 }
 
-std::vector<RecordRef> ContactFinder::withBeginning(AddressBook& addressBook, const std::string& who) {
-  if (!_beginnings) {
-    _beginnings = std::make_unique<WordBeginnings>();
-    for (const RecordRef& record : addressBook.allPeople()) {
-      const auto number = static_cast<std::size_t>(record->recordID());
-      for (const auto& name : {record->compositeName(), record->nickname()}) {
-        if (name) _beginnings->add(number, upperCaseName(*name));
-      }
-    }
+// Those whom it fits best, unless that is worse than `last`.
+ContactFinder::Guids ContactFinder::withWords(const std::string& who, ContactFit last) {
+  const std::vector<FoundContact> found = _search->find(who, std::numeric_limits<std::size_t>::max());
+  Guids guids;
+  for (const FoundContact& each : found) {
+    if (each.fit == found.front().fit && each.fit <= last) guids.push_back(each.guid);
   }
-  std::vector<RecordRef> people;
-  for (const std::size_t number : _beginnings->find(upperCaseName(who))) {
-    RecordRef record = addressBook.personForRecordID(static_cast<std::int32_t>(number));
-    if (record) people.push_back(std::move(record));
-  }
-  return people;
+  return guids;
 }
 
-std::vector<ContactEntry> ContactFinder::fitting(const std::string& who) {
-  std::vector<ContactEntry> found;
-  _session.withAddressBook([&](AddressBook& addressBook) { found = entriesOf(search(addressBook, who)); });
-  return found;
+ContactFinder::Guids ContactFinder::fitting(const std::string& who, ContactFit last) {
+  Guids found = calledExactly(who);
+  return found.empty() ? withWords(who, last) : found;
 }
 
 // Of numbers and names the sign and what follows may mean nothing.
@@ -174,29 +192,47 @@ bool ContactFinder::isCalled(const std::string& who, const NumberedWho& numbered
   return isCalled;
 }
 
-Choice ContactFinder::choiceAmong(const std::string& who, std::vector<ContactEntry> found) {
+Choice ContactFinder::choiceAmong(const std::string& who, const Guids& found) {
   Choice choice{who, found.size(), {}};
-  found.resize(std::min(found.size(), Choice::MostCandidates));
   _session.withAddressBook([&](AddressBook& addressBook) {
-    for (const ContactEntry& each : found) {
-      const std::string destination = each.destinations.empty() ? "" : each.destinations.front();
-      choice.candidates.push_back(
-          {each.name.value_or(""), destination, organizationOf(addressBook, each.guid), each.guid, std::nullopt});
+    for (const std::string& guid : std::span(found).first(std::min(found.size(), Choice::MostCandidates))) {
+      const RecordRef record = addressBook.copyPersonMatchingGUID(guid);
+      if (record) choice.candidates.push_back(candidateOf(*record));
     }
   });
   return choice;
 }
 
-std::optional<ContactEntry> ContactFinder::named(const std::string& who) {
+std::optional<ContactEntry> ContactFinder::entryFor(const std::string& guid) {
+  std::optional<ContactEntry> entry;
+  _session.withAddressBook([&](AddressBook& addressBook) {
+    const RecordRef record = addressBook.copyPersonMatchingGUID(guid);
+    if (record) entry = entryOf(*record, personGuidsOf(*record));
+  });
+  return entry;
+}
+
+std::optional<ContactEntry> ContactFinder::named(const std::string& who, ContactFit last) {
   if (who.empty()) throw UsageError("WHO is empty");
   if (const auto numbered = numberedWho(who); numbered && !isCalled(who, *numbered)) {
-    const auto found = fitting(numbered->who);
-    if (const auto index = indexOf(*numbered, found.size())) return found[*index];
+    const Guids found = fitting(numbered->who, last);
+    if (const auto index = indexOf(*numbered, found.size())) return entryFor(found[*index]);
   }
-  const auto found = fitting(who);
+  const Guids found = fitting(who, last);
   if (found.empty()) return std::nullopt;
-  if (found.size() == 1) return found.front();
-  return found[chosenOf(choiceAmong(who, found), !_session.options().json)];
+  if (found.size() == 1) return entryFor(found.front());
+  return entryFor(found[chosenOf(choiceAmong(who, found), !_session.options().json)]);
+}
+
+std::optional<ContactEntry> ContactFinder::named(const std::string& who) { return named(who, worstFitFor(who)); }
+
+std::optional<ContactEntry> ContactFinder::namedToAdd(const std::string& who) {
+  return named(who, isPlainDestination(who) ? ContactFit::nameWords : worstFitFor(who));
+}
+
+std::string ContactFinder::nearestName(const std::string& who) {
+  const std::vector<FoundContact> found = _search->findSimilar(who, 1);
+  return found.empty() ? "" : printable(found.front().name);
 }
 
 bool ContactFinder::isGuid(const std::string& who) {
@@ -205,8 +241,10 @@ bool ContactFinder::isGuid(const std::string& who) {
   return isGuid;
 }
 
-std::optional<ContactEntry> contactNamed(Session& session, const std::string& who) {
-  return ContactFinder(session).named(who);
+std::string nobodyCalled(ContactFinder& contacts, const std::string& who) {
+  const std::string nearest = contacts.nearestName(who);
+  return "no contact is called " + inQuotes(who) +
+         (nearest.empty() ? ", and it is neither a number nor an address" : didYouMean(nearest));
 }
 
 // The first in slot order of those that any of the GUIDs leads to.

@@ -9,7 +9,7 @@
 #include "cli/Choice.h"
 #include "cli/FriendSearch.h"
 #include "cli/Session.h"
-#include "cli/WordBeginnings.h"
+#include "pellor/platform/ContactSearch.h"
 
 namespace pellor::cli {
 
@@ -25,7 +25,8 @@ struct ContactEntry {
 /// What to call a contact: its name, else its first number or address, else its GUID.
 std::string nameOf(const ContactEntry& contact);
 
-/// Every record whose name, number, address or GUID contains the pattern; all for an absent one. By name.
+/// The records of the people whom a search for the pattern finds, the best fit first, and behind them by name all
+/// others whose name, number, address or GUID contains it. All by name for an absent one.
 std::vector<ContactEntry> contactsMatching(Session& session, const std::optional<std::string>& pattern);
 
 /// The persons that have the number or address, one record each.
@@ -34,33 +35,41 @@ std::vector<ContactEntry> contactsWithDestination(Session& session, const std::s
 /// Whether the person can be reached by any number or address, linked records included.
 bool isReachable(Session& session, const ContactEntry& contact);
 
-/// Finds contacts; what names begin with is put together when it is needed first.
+/// Finds contacts.
 class ContactFinder {
  public:
   explicit ContactFinder(Session& session);
   ~ContactFinder();
 
-  /// The one person that `who` names: by GUID, number or address, whole name, or the beginning of the name. The first
-  /// of these that fits anybody decides; of several it is the one whom the user chooses, or who has the number N of
-  /// WHO#N. Absent when nobody fits; throws CommandError when nobody is chosen, AmbiguousError where the user cannot be
-  /// asked.
+  /// The one person that `who` names: by GUID, number or address, whole name, or as people are searched for
+  /// (ContactFit), by name and nickname first and by a part of a number last. The first of these that fits anybody
+  /// decides; of several it is the one whom the user chooses, or who has the number N of WHO#N. Absent when nobody
+  /// fits; throws CommandError when nobody is chosen, AmbiguousError where the user cannot be asked.
   std::optional<ContactEntry> named(const std::string& who);
+  /// As `named`; a text that may be added itself, as a number or an address of nobody's, is no part of one.
+  std::optional<ContactEntry> namedToAdd(const std::string& who);
+  /// The name that is nearest to what was typed; empty when none is near.
+  std::string nearestName(const std::string& who);
   /// Whether `who` is the GUID of a contact.
   bool isGuid(const std::string& who);
 
  private:
-  std::vector<RecordRef> search(AddressBook& addressBook, const std::string& who);
-  std::vector<ContactEntry> fitting(const std::string& who);
+  using Guids = std::vector<std::string>;
+
+  Guids calledExactly(const std::string& who);
+  Guids withWords(const std::string& who, ContactFit last);
+  Guids fitting(const std::string& who, ContactFit last);
   bool isCalled(const std::string& who, const NumberedWho& numbered);
-  Choice choiceAmong(const std::string& who, std::vector<ContactEntry> found);
-  std::vector<RecordRef> withBeginning(AddressBook& addressBook, const std::string& who);
+  std::optional<ContactEntry> named(const std::string& who, ContactFit last);
+  std::optional<ContactEntry> entryFor(const std::string& guid);
+  Choice choiceAmong(const std::string& who, const Guids& found);
 
   Session& _session;
-  std::unique_ptr<WordBeginnings> _beginnings;  ///< of names, by record identifier
+  const std::shared_ptr<ContactSearch> _search;
 };
 
-/// `ContactFinder::named`, for one search.
-std::optional<ContactEntry> contactNamed(Session& session, const std::string& who);
+/// What is wrong with a text that names nobody to add: it may have been mistyped, else it is no number either.
+std::string nobodyCalled(ContactFinder& contacts, const std::string& who);
 
 /// The friend that the contact is, by its GUID or that of a linked record; absent when it is none.
 std::optional<FriendAt> friendThatIs(FriendFinder& friends, const ContactEntry& contact);

@@ -35,10 +35,10 @@ class PersonMaker {
     const bool isDestination = isPlainDestination(who) && !_contacts.isGuid(who);
     // Another contact may have it too, which has to be named to be added.
     if (isDestination) requireNobodys(who);
-    if (const auto contact = _contacts.named(who)) return personOf(*contact);
+    if (const auto contact = _contacts.namedToAdd(who)) return personOf(*contact);
     if (isDestination) return personWith(who);
     _session.requireContacts();
-    throw CommandError("no contact is called " + inQuotes(who) + ", and it is neither a number nor an address");
+    throw CommandError(nobodyCalled(_contacts, who));
   }
 
  private:

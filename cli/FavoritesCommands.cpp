@@ -106,12 +106,13 @@ void edit(Session& session, const FavoritesFile::Edit& change, const std::string
 }
 
 FavoritesFile::Line lineFor(Session& session, const std::string& who) {
-  if (const auto contact = contactNamed(session, who)) {
+  ContactFinder contacts(session);
+  if (const auto contact = contacts.namedToAdd(who)) {
     return {contact->guid, contact->destinations.empty() ? "" : contact->destinations.front(),
             contact->name.value_or("")};
   }
   if (isPlainDestination(who)) return {"", who, ""};
-  throw CommandError("no contact is called " + inQuotes(who) + ", and it is neither a number nor an address");
+  throw CommandError(nobodyCalled(contacts, who));
 }
 
 bool areSame(const FavoritesFile::Line& left, const FavoritesFile::Line& right) {
@@ -156,7 +157,7 @@ std::size_t indexIn(const std::string& number, std::size_t count) {
 std::size_t indexOf(Session& session, const Lines& lines, const std::string& who) {
   const bool isNumber = !who.empty() && std::ranges::all_of(who, [](char c) { return c >= '0' && c <= '9'; });
   if (isNumber && who.size() < 4) return indexIn(who, lines.size());
-  const auto contact = contactNamed(session, who);
+  const auto contact = ContactFinder(session).named(who);
   const auto key = destinationKey(who);
   const NameMatch name(who);
   const auto isNamed = [&](const FavoritesFile::Line& line) {

@@ -8,10 +8,11 @@
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
 #include "cli/ShownNumbers.h"
-#include "cli/WordBeginnings.h"
+#include "cli/Suggestion.h"
 #include "pellor/friends/PLDestination.h"
 #include "pellor/list/ShownDestination.h"
 #include "pellor/linux/text/TerminalText.h"
+#include "pellor/platform/Platform.h"
 
 namespace pellor::cli {
 namespace {
@@ -28,6 +29,20 @@ FriendAt friendAt(const PLFriendsManager& manager, const Place& place) {
   auto person = page->friendAtPosition(place.slot);
   if (!person) throw CommandError("slot " + textOf(place) + " is empty");
   return {place, page, std::move(person)};
+}
+
+// Whatever the settings have the friend called.
+std::vector<std::string> namesOf(Session& session, const PLPerson& person) {
+  std::vector<std::string> names = {ownName(person).value_or("")};
+  const auto guid = person.abRecordGUID();
+  if (!guid) return names;
+  session.withAddressBook([&](AddressBook& addressBook) {
+    const RecordRef own = addressBook.copyPersonMatchingGUID(*guid);
+    for (const RecordRef& card : own ? own->allLinkedPeople() : std::vector<RecordRef>()) {
+      for (auto& name : {card->compositeName(), card->nickname()}) names.push_back(name.value_or(""));
+    }
+  });
+  return names;
 }
 
 Choice choiceAmong(const std::string& who, std::vector<FriendAt> found) {
@@ -59,7 +74,7 @@ struct FriendFinder::Tables {
   std::optional<Table> guids;
   std::optional<Table> destinations;
   std::optional<Table> names;
-  std::optional<WordBeginnings> beginnings;
+  std::optional<SearchTable> words;
 };
 
 FriendFinder::FriendFinder(Session& session) : _session(session), _tables(std::make_unique<Tables>()) {}
@@ -125,21 +140,49 @@ std::vector<FriendAt> FriendFinder::withName(const std::string& who) {
   return friendsIn(_tables->names, wholeNameKey(who), &FriendFinder::fillNames);
 }
 
-std::vector<FriendAt> FriendFinder::withBeginning(const std::string& who) {
-  if (!_tables->beginnings) {
-    WordBeginnings& beginnings = _tables->beginnings.emplace();
-    for (std::size_t number = 0; number < friends().size(); ++number) {
-      if (const auto name = ownName(*friends()[number].person)) beginnings.add(number, upperCaseName(*name));
+SearchTable& FriendFinder::searchTable() {
+  if (_tables->words) return *_tables->words;
+  const Platform& platform = platformOf(_session.process());
+  SearchTable& table = _tables->words.emplace(platform.text, platform.reachability, platform.phoneNumbers);
+  std::vector<std::shared_ptr<PLPerson>> persons;
+  for (const FriendAt& each : friends()) persons.push_back(each.person);
+  withCardsOf(persons, [&] {
+    for (std::size_t number = 0; number < persons.size(); ++number) {
+      SearchedPerson known{namesOf(_session, *persons[number]), "", {}};
+      if (const auto values = persons[number]->allValues()) known.destinations.assign(values->begin(), values->end());
+      table.add(number, known);
     }
-  }
-  return friendsOf(_tables->beginnings->find(upperCaseName(who)));
+  });
+  return table;
+}
+
+// Those whom it fits best.
+std::vector<FriendAt> FriendFinder::withWords(const std::string& who) {
+  Numbers found;
+  std::optional<ContactFit> best;
+  searchTable().find(who, [&](std::size_t number, ContactFit fit) {
+    if (best.value_or(fit) != fit || fit > worstFitFor(who)) return false;
+    best = fit;
+    found.push_back(number);
+    return true;
+  });
+  return friendsOf(found);
+}
+
+std::string FriendFinder::nearestName(const std::string& who) {
+  std::string name;
+  searchTable().findSimilar(who, [&](std::size_t number, ContactFit) {
+    name = nameOf(*friends()[number].person);
+    return false;
+  });
+  return name;
 }
 
 // The first search that finds anybody decides.
 std::vector<FriendAt> FriendFinder::fitting(const std::string& who) {
   using Search = std::vector<FriendAt> (FriendFinder::*)(const std::string&);
-  for (const Search search : {&FriendFinder::withGuid, &FriendFinder::withDestination, &FriendFinder::withName,
-                              &FriendFinder::withBeginning}) {
+  for (const Search search :
+       {&FriendFinder::withGuid, &FriendFinder::withDestination, &FriendFinder::withName, &FriendFinder::withWords}) {
     if (const auto found = (this->*search)(who); !found.empty()) return found;
   }
   return {};
@@ -162,7 +205,7 @@ FriendAt FriendFinder::named(const std::string& who) {
     if (const auto index = indexOf(*numbered, found.size())) return found[*index];
   }
   const auto found = fitting(who);
-  if (found.empty()) throw CommandError("no friend is called " + inQuotes(who));
+  if (found.empty()) throw CommandError("no friend is called " + inQuotes(who) + didYouMean(nearestName(who)));
   if (found.size() == 1) return found.front();
   return found[chosenOf(choiceAmong(who, found), !_session.options().json)];
 }

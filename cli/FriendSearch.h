@@ -15,6 +15,7 @@
 #include "pellor/friends/PLFriendGroup.h"
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/friends/PLPerson.h"
+#include "pellor/platform/SearchTable.h"
 
 namespace pellor::cli {
 
@@ -39,10 +40,10 @@ class FriendFinder {
   std::vector<FriendAt> withGuid(const std::string& guid);
   /// The friends that have the number or address, however it is written, in slot order.
   std::vector<FriendAt> withDestination(const std::string& destination);
-  /// The one friend that `who` names: by PAGE:SLOT, GUID, number or address, whole name, or the beginning of the name.
-  /// The first of these that fits anybody decides; of several it is the one whom the user chooses, or who has the
-  /// number N of WHO#N. Throws CommandError when nobody fits or is chosen, AmbiguousError where the user cannot be
-  /// asked.
+  /// The one friend that `who` names: by PAGE:SLOT, GUID, number or address, whole name, or as people are searched for
+  /// (ContactFit), by name and nickname first and by a part of a number last. The first of these that fits anybody
+  /// decides; of several it is the one whom the user chooses, or who has the number N of WHO#N. Throws CommandError
+  /// when nobody fits or is chosen, AmbiguousError where the user cannot be asked.
   FriendAt named(const std::string& who);
 
  private:
@@ -60,7 +61,9 @@ class FriendFinder {
   std::vector<FriendAt> fitting(const std::string& who);
   bool isCalled(const std::string& who, const NumberedWho& numbered);
   std::vector<FriendAt> withName(const std::string& who);
-  std::vector<FriendAt> withBeginning(const std::string& who);
+  std::vector<FriendAt> withWords(const std::string& who);
+  std::string nearestName(const std::string& who);
+  SearchTable& searchTable();
 
   Session& _session;
   const std::unique_ptr<Tables> _tables;

@@ -37,6 +37,10 @@ std::string lowerCaseAddress(std::string_view address) {
   return text;
 }
 
+std::string upperCaseName(std::string_view name) {
+  return platformOf(Process::current()).text->uppercase(nameWithinLimit(name));
+}
+
 }  // namespace
 
 NameMatch::NameMatch(const std::string& typed)
@@ -58,8 +62,10 @@ std::string wholeNameKey(const std::string& name) {
   return key.empty() ? '\0' + upperCaseName(name) : key;
 }
 
-std::string upperCaseName(std::string_view name) {
-  return platformOf(Process::current()).text->uppercase(nameWithinLimit(name));
+ContactFit worstFitFor(std::string_view who) {
+  // Digits of other scripts begin with such a byte.
+  const auto mayBeDigit = [](char c) { return isDigit(c) || static_cast<unsigned char>(c) >= 0xC0; };
+  return std::ranges::count_if(who, mayBeDigit) < FewestDigits ? ContactFit::addressWords : ContactFit::numberEnding;
 }
 
 std::optional<std::string> destinationKey(std::string_view text) {

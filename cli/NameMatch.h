@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "pellor/platform/ContactSearch.h"
+
 namespace pellor::cli {
 
 /// A name, or a part of one or of an address, as the user typed it. Case never matters; for the whole name accents and
@@ -27,8 +29,8 @@ class NameMatch {
 /// alone.
 std::string wholeNameKey(const std::string& name);
 
-/// The name without its case, for comparing parts of it.
-std::string upperCaseName(std::string_view name);
+/// The worst fit by which the text may name a person: one or two digits are no part of a number, but perhaps a slot.
+ContactFit worstFitFor(std::string_view who);
 
 /// The form in which two spellings of a number or address are equal, in every locale: in addresses A-Z count as a-z.
 /// Absent for a text that is neither, or too long.

@@ -12,4 +12,7 @@ namespace pellor::cli {
 /// their letters. Bytes are compared.
 std::string didYouMean(std::string_view typed, std::span<const std::string> known, const std::string& otherwise);
 
+/// ": did you mean Zoë?" with a name that was found to be nearest; empty for an empty name.
+std::string didYouMean(const std::string& meant);
+
 }  // namespace pellor::cli

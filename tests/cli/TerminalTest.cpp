@@ -69,7 +69,7 @@ TEST(Terminal, WhatCannotBeSeenStaysOutAndWritingFromTheRightIsIsolated) {
       {{"contacts"}, "  Ann       ann @example.org  ann\n  \u2068דנה  לוי\u2069"},
       {{"add", "dana", "ann"}, "added \u2068דנה  לוי\u2069 (1:1)\nadded Ann  (1:2)\n"},
       {{"list"}, "Page 1: \u2068כותרת \u2069\n"},
-      {{"add", "רות" + hidden}, "no contact is called \"\u2068רות \u2069\", and"},
+      {{"add", "רות" + hidden}, "no contact is called \"\u2068רות \u2069\""},
       {{"--contacts", (home / ("רות" + hidden)).string(), "contacts"}, "/רות \u2069: put vCard files there"},
       {{"--verbose", "remove", "1:1"}, "\u2068דנה? לוי\u2069"},
       {{"--unknown" + hidden}, "--unknown "},

@@ -1,0 +1,123 @@
+// People are found as they are typed, among friends and among contacts.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/cli/Story.h"
+
+namespace pellor {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+
+void addTeam(const Home& home) {
+  home.addContact("g1", "Zoë Martin", "N:Martin;Zoë;;;\nTEL:+49 151 2345679\nORG:Acme GmbH\n");
+  home.addContact("g2", "Réka Kovács", "N:Kovács;Réka;;;\nTEL:+36 1 234 5678\n");
+  home.addContact("g3", "Jürgen Müller", "N:Müller;Jürgen;;;\nNICKNAME:Buddy\nEMAIL:jm@islands.example.org\n");
+  home.addContact("g4", "Ayşe Yıldız", "N:Yıldız;Ayşe;;;\nTEL:030 7654321\n");
+  home.addContact("g5", "Ａｎｎａ Berg", "N:Berg;Ａｎｎａ;;;\nTEL:030 7654322\n");
+}
+
+struct Typed {
+  const char* text;
+  const char* name;
+};
+
+// By the beginnings of words, whatever the case, the accents and the width.
+constexpr Typed Names[] = {
+    {"zoe", "Zoë Martin"},           {"ZOË", "Zoë Martin"},     {"mart zo", "Zoë Martin"},
+    {"reka", "Réka Kovács"},         {"kovacs", "Réka Kovács"}, {"muller", "Jürgen Müller"},
+    {"buddy", "Jürgen Müller"},      {"yildiz", "Ayşe Yıldız"}, {"mueller", "Jürgen Müller"},
+    {"juergen mü", "Jürgen Müller"}, {"anna", "Ａｎｎａ Berg"}, {"ＢＥＲＧ", "Ａｎｎａ Berg"},
+    {"islands", "Jürgen Müller"},
+};
+
+TEST(Search, AFriendIsFoundByWordsAndPartsOfNumbers) {
+  const Home home;
+  addTeam(home);
+  for (const auto& [text, name] : Names) {
+    const std::string who(text);
+    SCOPED_TRACE(who);
+    tell(home, {{{"add", text}, 0, "added " + std::string(name) + " (1:1)"},
+                {{"move", text, "1:2"}, 0, "moved " + std::string(name) + " (1:2)"},
+                {{"status", text}, 0, name},
+                {{"remove", text}, 0, "removed " + std::string(name)}});
+  }
+  tell(home, {
+                 {{"add", "g1", "g3", "g4", "g5"}, 0, "(1:4)"},
+                 {{"number", "0151 234"}, 0, "+49 1512345679\n"},
+                 {{"status", "5679"}, 0, "+ Zoë Martin (1:1)"},
+                 {{"status", "030 765 4321"}, 0, "+ Ayşe Yıldız (1:3)"},
+             });
+  EXPECT_THAT(pellor(home, {"status", "030 765"}).errors, HasSubstr("\"030 765\" fits several"));
+}
+
+TEST(Search, AContactIsFoundWithTheBestFitFirst) {
+  const Home home;
+  addTeam(home);
+  home.addContact("a1", "Bo Acmeson", "TEL:030 1\n");
+  home.addContact("h1", "Lazarus Bacme", "TEL:030 2\n");
+  home.addContact("acme", "Di", "TEL:030 3\n");
+  for (const auto& [text, name] : Names) tell(home, {{{"contacts", text}, 0, name}, {{"allow", text}, 0, name}});
+  // A name, an organisation, and what holds it somewhere.
+  const std::string found = pellor(home, {"contacts", "ACME"}).output;
+  EXPECT_LT(found.find("Bo Acmeson"), found.find("Zoë Martin")) << found;
+  EXPECT_LT(found.find("Zoë Martin"), found.find("Di ")) << found;
+  EXPECT_LT(found.find("Di "), found.find("Lazarus Bacme")) << found;
+  EXPECT_THAT(found, Not(HasSubstr("Berg")));
+  EXPECT_THAT(pellor(home, {"contacts", "0151 234"}).output, HasSubstr("Zoë Martin"));
+  EXPECT_THAT(pellor(home, {"contacts", "76543"}).output, AllOf(HasSubstr("Yıldız"), HasSubstr("Berg")));
+}
+
+// The first of GUID, number, whole name and words that fits anybody decides.
+TEST(Search, WhatFitsBetterLeavesOthersOut) {
+  const Home home;
+  home.addContact("zoe", "Bo Ray", "TEL:030 1234567\n");
+  home.addContact("g1", "Zoe", "TEL:030 1234568\n");
+  home.addContact("g2", "Zoe Berg", "TEL:030 1234569\nORG:Martin AG\n");
+  home.addContact("g3", "Lee", "EMAIL:berg.martin@example.org\n");
+  home.addContact("g4", "Notruf", "TEL:110\n");
+  home.addContact("g5", "Wache", "TEL:030 110110\n");
+  tell(home, {
+                 {{"add", "zoe"}, 0, "added Bo Ray (1:1)"},
+                 {{"add", "ZOE"}, 0, "added Zoe (1:2)"},
+                 {{"add", "berg"}, 0, "added Zoe Berg (1:3)"},
+                 {{"add", "lee"}, 0, "(1:4)"},
+                 {{"add", "notruf", "wache"}, 0, "(1:6)"},
+                 {{"status", "Zoe"}, 0, "Zoe (1:2)"},
+                 {{"status", "berg"}, 0, "Zoe Berg (1:3)"},
+                 {{"status", "martin"}, 0, "Lee (1:4)"},
+                 {{"status", "110"}, 0, "Notruf (1:5)"},
+                 // Which is added is a whole number, not a part of another one.
+                 {{"add", "030 110", "islands@example.org"}, 0, "added 030 110 (1:7)\nadded islands@example.org (1:8)"},
+                 {{"remove", "1:8", "030 110"}, 0, "removed 030 110 (1:7)"},
+                 {{"remove", "1"}, 1, "no friend is called \"1\""},
+                 {{"remove", "030 1101"}, 0, "removed Wache (1:6)"},
+             });
+}
+
+TEST(Search, WhoIsNotFoundMayHaveBeenMistyped) {
+  const Home home;
+  addTeam(home);
+  tell(home, {
+                 {{"add", "zoee"}, 1, "no contact is called \"zoee\": did you mean Zoë Martin?"},
+                 {{"allow", "martni"}, 1, "no contact is called \"martni\": did you mean Zoë Martin?"},
+                 {{"contacts", "zoe matrin"}, 1, "no contact fits \"zoe matrin\": did you mean Zoë Martin?"},
+                 {{"contacts", "xylophone"}, 1, "no contact fits \"xylophone\"\n"},
+                 {{"favorites", "add", "mullr"}, 1, "no contact is called \"mullr\": did you mean Jürgen Müller?"},
+                 {{"add", "xylophone"}, 1, "no contact is called \"xylophone\", and it is neither a number nor"},
+                 {{"remove", "zoee"}, 1, "no friend is called \"zoee\"\n"},
+                 {{"add", "zoe", "reka"}, 0, "(1:2)"},
+                 {{"remove", "zoee"}, 1, "no friend is called \"zoee\": did you mean Zoë Martin?"},
+                 {{"move", "kovasc", "1:3"}, 1, "no friend is called \"kovasc\": did you mean Réka Kovács?"},
+                 {{"remove", "0159"}, 1, "no friend is called \"0159\"\n"},
+             });
+}
+
+}  // namespace
+}  // namespace pellor
