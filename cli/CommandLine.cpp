@@ -199,7 +199,7 @@ ParsedArguments parseArguments(int count, const char* const* arguments) {
   program.fallthrough();
   program.require_subcommand(0, 1);
   constexpr const char* footer =
-      "WHO is a name, a number or address in any spelling, a GUID, or PAGE:SLOT. Numbers count from 1.\n"
+      "WHO is a name, a number or address in any spelling, a GUID, or PAGE:SLOT (see pellor help who).\n"
       "The options of \"pellor help\" and \"pellor help services\" go with every command; without one the list is "
       "shown.\n"
       "Exit codes: 0 done, 1 failed, 2 wrong usage.";

@@ -13,6 +13,7 @@
 #include "cli/CommandTable.h"
 #include "cli/Completions.h"
 #include "cli/FriendSearch.h"
+#include "cli/HelpTopics.h"
 #include "cli/ManualPage.h"
 #include "cli/Output.h"
 #include "cli/Suggestion.h"
@@ -23,6 +24,7 @@ namespace pellor::cli {
 namespace {
 
 constexpr const char* ServicesTopic = "services";
+constexpr const char* WhoTopic = "who";
 
 const std::map<std::string, Shell> Shells = {{"bash", Shell::bash}, {"zsh", Shell::zsh}, {"fish", Shell::fish}};
 
@@ -35,7 +37,7 @@ const CLI::App& commandBelow(const CLI::App& command, const std::string& name) {
     if (below->get_name() == name) return *below;
     names.push_back(below->get_name());
   }
-  if (command.get_parent() == nullptr) names.emplace_back(ServicesTopic);
+  if (command.get_parent() == nullptr) names.insert(names.end(), {ServicesTopic, WhoTopic});
   throw UsageError("there is no help on " + printable(name) + didYouMean(name, names, " (see pellor help)"));
 }
 
@@ -56,6 +58,7 @@ std::string helpOnServices(const CLI::App& program) {
 
 std::string helpOn(const CLI::App& program, const std::vector<std::string>& topic) {
   if (topic == std::vector<std::string>{ServicesTopic}) return helpOnServices(program);
+  if (topic == std::vector<std::string>{WhoTopic}) return HelpOnWho;
   const CLI::App* command = &program;
   std::string before;
   for (const std::string& name : topic) {
@@ -94,10 +97,10 @@ void complete(Session& session, const CommandEntry& program, const std::vector<s
 }
 
 void addHelp(CLI::App& program, ParsedArguments& parsed) {
-  auto* command = program.add_subcommand("help", "Explain a command, or with \"services\" the options of services");
+  auto* command = program.add_subcommand("help", "Explain a command, the options of services, or how WHO is given");
   const auto topic = std::make_shared<std::vector<std::string>>();
   const auto isManual = std::make_shared<bool>(false);
-  command->add_option("TOPIC", *topic, "A command")->expected(0, -1);
+  command->add_option("TOPIC", *topic, "A command, services or who")->expected(0, -1);
   command->add_flag("--man", *isManual, "Print the manual page: pellor help --man | man -l -");
   command->callback([&program, &parsed, topic, isManual] {
     parsed.text = *isManual ? manualPage(commandTable(program), program.version()) : helpOn(program, *topic);

@@ -1,6 +1,9 @@
 #include "cli/ManualPage.h"
 
+#include <sstream>
 #include <string_view>
+
+#include "cli/HelpTopics.h"
 
 namespace pellor::cli {
 namespace {
@@ -18,6 +21,14 @@ std::string escaped(std::string_view text) {
       result += character == '\n' ? ' ' : character;
     }
   }
+  return result;
+}
+
+// An empty line would be a request to some readers.
+std::string escapedLines(const std::string& text) {
+  std::string result;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) result += (line.empty() ? ".sp" : escaped(line)) + "\n";
   return result;
 }
 
@@ -56,10 +67,7 @@ std::string manualPage(const CommandEntry& program, const std::string& version) 
   std::string text = ".TH PELLOR 1 \"\" \"" + escaped(version) + "\" \"User Commands\"\n";
   text += section("NAME") + "pellor \\- keeps your list of friends\n";
   text += section("SYNOPSIS") + ".B pellor\n[\\fIOPTIONS\\fR] [\\fICOMMAND\\fR]\n";
-  text += section("DESCRIPTION") + escaped(program.meaning) + "\n.PP\n";
-  text +=
-      "\\fIWHO\\fR is a name, a number or address in any spelling, a GUID, or \\fIPAGE:SLOT\\fR. Numbers count from "
-      "1.\n";
+  text += section("DESCRIPTION") + escaped(program.meaning) + "\n.PP\n.nf\n" + escapedLines(HelpOnWho) + ".fi\n";
   text += section("COMMANDS");
   for (const CommandEntry* command : allCommands(program)) text += commandText(*command);
   text += section("OPTIONS") + "They go with every command.\n" + entriesText(program.options);

@@ -60,6 +60,7 @@ TEST(Help, EachCommandIsExplainedWithExamplesThatItUnderstands) {
   EXPECT_EQ(pellor(home, {"--help"}).output, help);
   EXPECT_THAT(help, Not(HasSubstr("--ldap-base"))) << "most would be about services that most do not use";
   EXPECT_THAT(pellor(home, {"help", "services"}).output, HasSubstr("--ldap-base TEXT"));
+  EXPECT_THAT(pellor(home, {"help", "who"}).output, HasSubstr("zoe#2 is the second"));
   EXPECT_EQ(pellor(home, {"help", "favorites", "add"}).output, pellor(home, {"favorites", "add", "--help"}).output);
 
   std::size_t count = 0;
@@ -85,7 +86,7 @@ TEST(Help, TheManualPageHasEveryCommandAndEveryOption) {
   const Home home;
   const std::string manual = pellor(home, {"help", "--man"}).output;
   for (const char* part : {".SH NAME", "pellor favorites move [OPTIONS] N M", "\\-\\-accept", "\\-\\-ldap\\-base",
-                           "pellor add [OPTIONS] WHO...", "\\-\\-json"}) {
+                           "pellor add [OPTIONS] WHO...", "\\-\\-json", "zoe#2 is the second"}) {
     EXPECT_THAT(manual, HasSubstr(part));
   }
   for (const std::string& line : linesOf(manual)) {
