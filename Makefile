@@ -114,7 +114,7 @@ nightly: races
 	@echo '== $(TRIPLES) merged triples'
 	@PELLOR_TRIPLES=$(TRIPLES) build/dev/tests/pellor/pellor_tests --gtest_brief=1 --gtest_filter='Seeds/TripleTest.*'
 	@echo '== a million edits, and a copy that follows them'
-	@PELLOR_SEEDS=10000 build/dev/tests/list/list_tests --gtest_brief=1 --gtest_filter='Seeds/FriendListReplayTest.*'
+	@PELLOR_LISTS=10000 build/dev/tests/list/list_tests --gtest_brief=1 --gtest_filter='Seeds/FriendListReplayTest.*'
 	@echo '== every bit and every length of a small store, and of a small index of contacts'
 	@PELLOR_EVERY_BIT=1 build/dev/tests/linux/linux_tests --gtest_brief=1 --gtest_filter='SmallStore.*:SmallIndex.*'
 

@@ -135,10 +135,10 @@ class Replay : public ManagerTest {
 
 class FriendListReplayTest : public SeededTest {};
 
-// PELLOR_SEEDS=<count>: lists of 100 edits each.
+// PELLOR_LISTS=<count>: how many lists, of 100 edits each.
 TEST_P(FriendListReplayTest, DoingWhatTheBatchesSayGivesTheList) {
   std::size_t batches = 0;
-  forEachSeed(seedCount(200, 40), [&](std::uint64_t seed) {
+  forEachSeed(countOf("PELLOR_LISTS", 200, 40), [&](std::uint64_t seed) {
     Replay replay(seed);
     replay.run(100);
     batches += replay.batches();
