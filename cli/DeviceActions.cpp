@@ -8,7 +8,7 @@
 #include "cli/Interruption.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
-#include "cli/SyncedKeys.h"
+#include "pellor/list/SyncedKeys.h"
 #include "cli/SyncedMerge.h"
 #include "pellor/linux/mosquitto/DevicePairing.h"
 #include "pellor/linux/mosquitto/DeviceReceiver.h"

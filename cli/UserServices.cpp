@@ -6,7 +6,7 @@
 
 #include "cli/CommandError.h"
 #include "cli/Services.h"
-#include "cli/SyncedKeys.h"
+#include "pellor/list/SyncedKeys.h"
 #include "pellor/friends/PLFriendsManager.h"
 
 namespace pellor::cli {

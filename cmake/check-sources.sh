@@ -30,6 +30,7 @@ may_include pellor/friends pellor/platform pellor/runtime
 may_include pellor/list pellor/friends pellor/platform pellor/runtime
 may_include pellor/testing pellor/platform pellor/runtime
 may_include pellor/linux pellor/platform pellor/runtime
+may_include pellor/app pellor/list pellor/friends pellor/linux pellor/platform pellor/runtime
 may_include cli pellor
 may_include bench pellor
 

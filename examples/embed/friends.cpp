@@ -1,23 +1,20 @@
-// Adds each number or address of the command line to the user's friends and prints what changed.
+// Adds each number or address of the command line to the user's friends and prints whom the list has then.
 #include <iostream>
 
-#include "pellor/friends/PLChangeLog.h"
+#include "pellor/app/UserFriendList.h"
 #include "pellor/friends/PLFriendsManager.h"
-#include "pellor/friends/PLPerson.h"
-#include "pellor/linux/LinuxPlatform.h"
 
 int main(int count, char** arguments) {
-  pellor::Process process;
-  pellor::LinuxPlatform platform(process);
-  const auto observation = process.notificationCenter().addObserver(
-      std::string(pellor::PLFriendsManagerChangedNotification), [](const pellor::Notification& notification) {
-        for (const auto& [person, changes] : notification.userInfoAs<pellor::PLChangeLog>()->entries())
-          std::cout << person->displayName().value_or("?") << ": " << *changes.begin() << '\n';
-      });
-  const auto manager = pellor::PLFriendsManager::managerForDomain(std::string(pellor::TapnoteDomain));
+  const auto friends = pellor::openFriendList();  // as the user's configuration says
+  const auto observation = friends->list().observe({.changed = [](const pellor::ListChange& change) {
+    for (const auto& added : change.added)
+      std::cout << change.after.friendWith(added.id)->destination << " is a friend now\n";
+  }});
   for (int index = 1; index < count; ++index) {
-    const auto person = manager->personWithDestinations({arguments[index]});
-    if (!manager->isPersonFriend(person) && !manager->addFriend(person)) std::cerr << "no room\n";
+    const auto person = friends->manager().personWithDestinations({arguments[index]});
+    if (!friends->manager().isPersonFriend(person) && !friends->manager().addFriend(person)) std::cerr << "no room\n";
   }
-  return process.settle(5) ? 0 : 1;  // true once every change is on the disk
+  const bool isStored = friends->settle(5);  // true once every change is on the disk
+  std::cout << friends->list().snapshot().friendCount() << " friends\n";
+  return isStored ? 0 : 1;
 }

@@ -24,9 +24,9 @@ class PLFriendsManager;
 /// app's, and never one inside the other. Either may be empty, and may call the list.
 struct ListObserver {
   /// The list has been read; once, also for an observer that comes later.
-  std::function<void(const Snapshot& list)> loaded;
+  std::function<void(const Snapshot& list)> loaded = {};
   /// The list changed since the observer was told last. What happened between two tasks of the main queue is one batch.
-  std::function<void(const ListChange& change)> changed;
+  std::function<void(const ListChange& change)> changed = {};
 };
 
 /// Shows the list of one manager. Main queue.

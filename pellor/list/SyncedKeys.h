@@ -7,7 +7,7 @@
 
 #include "pellor/platform/PreferencesStore.h"
 
-namespace pellor::cli {
+namespace pellor {
 
 /// The keys that the friend list is made of: what the initial sync brings to a paired device.
 std::set<std::string> syncedKeys();
@@ -17,4 +17,4 @@ std::set<std::string> syncedKeys();
 std::vector<std::string> changeNames(PreferencesStore& preferences, const std::string& domain,
                                      const std::set<std::string>& keys);
 
-}  // namespace pellor::cli
+}  // namespace pellor

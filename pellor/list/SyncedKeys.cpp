@@ -1,8 +1,8 @@
-#include "cli/SyncedKeys.h"
+#include "pellor/list/SyncedKeys.h"
 
-#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLFriendsManagerKeys.h"
 
-namespace pellor::cli {
+namespace pellor {
 namespace {
 
 struct ChangeName {
@@ -35,4 +35,4 @@ std::vector<std::string> changeNames(PreferencesStore& preferences, const std::s
   return names;
 }
 
-}  // namespace pellor::cli
+}  // namespace pellor

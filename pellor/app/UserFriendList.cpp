@@ -1,0 +1,58 @@
+#include "pellor/app/UserFriendList.h"
+
+#include <string>
+#include <utility>
+
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/linux/LinuxPlatform.h"
+#include "pellor/linux/files/UserFolders.h"
+#include "pellor/linux/services/UserServices.h"
+#include "pellor/list/SyncedKeys.h"
+
+namespace pellor {
+namespace {
+
+LinuxPlatformOptions platformOptions(const FriendListOptions& options, const Configuration& configuration) {
+  LinuxPlatformOptions result = servicesOptions(configuration, {{{*configuration.text("domain"), syncedKeys()}},
+                                                                std::string(PLRefreshAgainstContactsOnInitEnabledKey)});
+  result.indexProgress = options.progress;
+  return result;
+}
+
+}  // namespace
+
+/// In the order in which they are made; they end the other way round.
+struct UserFriendList::Parts {
+  Parts(const FriendListOptions& options, const Configuration& configuration)
+      : process(logSinkOf(configuration, options.log)),
+        platform(process, platformOptions(options, configuration)),
+        manager(PLFriendsManager::managerForDomain(*configuration.text("domain"))),
+        list(FriendList::open(manager)) {
+    manager->setServiceName(configuration.text("service"));
+  }
+
+  Process process;
+  LinuxPlatform platform;
+  std::shared_ptr<PLFriendsManager> manager;
+  std::unique_ptr<FriendList> list;
+};
+
+UserFriendList::UserFriendList(const FriendListOptions& options, const Configuration& configuration)
+    : _parts(std::make_unique<Parts>(options, configuration)) {}
+
+UserFriendList::~UserFriendList() = default;
+
+FriendList& UserFriendList::list() { return *_parts->list; }
+
+PLFriendsManager& UserFriendList::manager() { return *_parts->manager; }
+
+Process& UserFriendList::process() { return _parts->process; }
+
+std::unique_ptr<UserFriendList> openFriendList(const FriendListOptions& options) {
+  const Configuration configuration = options.configuration
+                                          ? *options.configuration
+                                          : Configuration::read(Configuration::fileIn(UserFolders::find().config));
+  return std::unique_ptr<UserFriendList>(new UserFriendList(options, configuration));
+}
+
+}  // namespace pellor
