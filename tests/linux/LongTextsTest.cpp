@@ -53,6 +53,15 @@ TEST(LongTexts, NamesAreCutWhereACharacterEnds) {
   }
 }
 
+// Narrow sound marks stand in a column of their own, unlike those that are set above a letter.
+TEST(LongTexts, MarksThatTerminalsSetBesideALetterTakeAColumn) {
+  EXPECT_EQ(displayWidth("ｽｽﾞｷ"), 4U);
+  EXPECT_EQ(displayWidth("ﾊﾟ"), 2U);
+  EXPECT_EQ(displayWidth("か\u3099"), 2U);
+  EXPECT_EQ(displayWidth("e\u0301"), 1U);
+  EXPECT_EQ(prefixOfWidth("ｽﾞｷ", 2), "ｽﾞ");
+}
+
 TEST(LongTexts, TheBeginningOfATextIsFoundInOnePass) {
   const struct {
     std::string text, beginning;

@@ -186,15 +186,21 @@ std::optional<std::size_t> widthOfLoneCharacters(std::string_view text) {
   return width;
 }
 
+// A column of their own have the vowel signs of Indic scripts and the narrow sound marks of Japanese.
+bool widensCluster(UChar32 character) {
+  return u_charType(character) == U_COMBINING_SPACING_MARK ||
+         u_getIntPropertyValue(character, UCHAR_EAST_ASIAN_WIDTH) == U_EA_HALFWIDTH;
+}
+
 std::size_t widthOfCluster(const icu::UnicodeString& text, std::int32_t start, std::int32_t end) {
   std::size_t width = 0;
-  std::size_t spacingMarks = 0;  // vowel signs of Indic scripts, to which terminals give a column of their own
+  std::size_t wideningMarks = 0;
   for (std::int32_t at = start; at < end; at = text.moveIndex32(at, 1)) {
     const UChar32 character = text.char32At(at);
     width = std::max(width, character == PictureSelector ? 2 : widthOfCharacter(character));
-    if (at > start && u_charType(character) == U_COMBINING_SPACING_MARK) ++spacingMarks;
+    if (at > start && widensCluster(character)) ++wideningMarks;
   }
-  return width + spacingMarks;
+  return width + wideningMarks;
 }
 
 }  // namespace
