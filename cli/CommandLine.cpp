@@ -136,6 +136,22 @@ std::vector<std::string> optionNames(const CLI::App& command) {
   return names;
 }
 
+// The command as it is typed behind the program's name, with a blank before it.
+std::string pathOf(const CLI::App& command) {
+  std::string path;
+  for (const CLI::App* each = &command; each->get_parent() != nullptr; each = each->get_parent()) {
+    path = " " + each->get_name() + path;
+  }
+  return path;
+}
+
+// An argument is missing, or the command below another one.
+UsageError incomplete(const CLI::App& command, const CLI::ParseError& error) {
+  const bool needsCommand = command.get_require_subcommand_min() > 0 && command.get_subcommands().empty();
+  const std::string problem = needsCommand ? "a command is required" : firstLine(error.what());
+  return UsageError(problem + " (see pellor help" + pathOf(command) + ")");
+}
+
 // An argument that nothing takes: a command or an option that was mistyped, or one too many.
 UsageError unexpected(const CLI::App& program, const std::string& argument) {
   const CLI::App& command = givenCommand(program);
@@ -145,10 +161,7 @@ UsageError unexpected(const CLI::App& program, const std::string& argument) {
     const auto common = optionNames(program);
     known.insert(known.end(), common.begin(), common.end());
   }
-  std::string path;
-  for (const CLI::App* each = &command; each->get_parent() != nullptr; each = each->get_parent()) {
-    path = " " + each->get_name() + path;
-  }
+  const std::string path = pathOf(command);
   const std::string what = isOption ? "no option " : known.empty() ? "no use for " : "no command ";
   return UsageError("pellor" + path + " has " + what + printable(argument) +
                     didYouMean(argument, known, " (see pellor help" + path + ")"));
@@ -173,10 +186,12 @@ ParsedArguments answered(const CLI::App& program, const CLI::ParseError& error, 
   std::ostringstream text;
   std::ostringstream problem;
   const int exitCode = program.exit(error, text, problem);
-  if (exitCode == 0) return {text.str(), {}};
+  if (exitCode == 0) return {readable(text.str()), {}};
   requireCommand(program, words);
   const std::vector<std::string> extras = program.remaining(true);
   if (dynamic_cast<const CLI::ExtrasError*>(&error) && !extras.empty()) throw unexpected(program, extras.front());
+  const bool isIncomplete = dynamic_cast<const CLI::RequiredError*>(&error) != nullptr;
+  if (isIncomplete) throw incomplete(givenCommand(program), error);
   throw UsageError(firstLine(error.what()) + " (see pellor help)");
 }
 

@@ -26,6 +26,8 @@ namespace pellor::cli {
 namespace {
 
 constexpr std::size_t WidestColumn = 28;
+constexpr std::size_t MarkWidth = 2;
+constexpr std::size_t Gap = 2;
 
 /// A contact and whether it is a friend.
 struct ListEntry {
@@ -49,23 +51,61 @@ std::string firstDestination(const ContactEntry& contact) {
   return contact.destinations.empty() ? "(unreachable)" : printable(contact.destinations.front());
 }
 
-std::string contactsText(const std::vector<ListEntry>& contacts, std::size_t unusableCards) {
-  std::size_t nameWidth = 0;
-  std::size_t destinationWidth = 0;
-  for (const ListEntry& listed : contacts) {
-    nameWidth = std::max(nameWidth, displayWidth(nameOf(listed.contact)));
-    destinationWidth = std::max(destinationWidth, displayWidth(firstDestination(listed.contact)));
-  }
-  std::string text;
+/// How the contacts are set, in columns.
+struct ContactLayout {
+  std::size_t name = 0;
+  std::size_t destination = 0;
+  bool isGuidBelow = false;
+};
+
+// What is as wide as it may be leaves the other one what it needs.
+void share(std::size_t room, ContactLayout& layout) {
+  const std::size_t half = room / 2;
+  if (layout.name + layout.destination <= room) return;
+  const std::size_t name = std::min(layout.name, std::max(half, room - std::min(room, layout.destination)));
+  layout.destination = std::min(layout.destination, room - name);
+  layout.name = name;
+}
+
+// A GUID is there to be copied: it stays whole, below the rest where a line has no room for all.
+ContactLayout layoutFor(const std::vector<ListEntry>& contacts, std::optional<std::size_t> width) {
+  ContactLayout layout;
+  std::size_t guid = 0;
   for (const auto& [contact, isFriend] : contacts) {
-    text += std::string(isFriend ? "* " : "  ") + fitted(nameOf(contact), std::min(nameWidth, WidestColumn)) + "  " +
-            fitted(firstDestination(contact), std::min(destinationWidth, WidestColumn)) + "  " +
-            printable(contact.guid) + "\n";
+    layout.name = std::max(layout.name, displayWidth(nameOf(contact)));
+    layout.destination = std::max(layout.destination, displayWidth(firstDestination(contact)));
+    guid = std::max(guid, displayWidth(printable(contact.guid)));
   }
-  if (unusableCards > 0)
-    text += std::to_string(unusableCards) + (unusableCards == 1 ? " card gives" : " cards give") +
-            " no contact: pellor doctor lists what is wrong\n";
-  return text;
+  const ContactLayout ample = {std::min(layout.name, WidestColumn), std::min(layout.destination, WidestColumn)};
+  if (!width) return ample;
+  const std::size_t before = MarkWidth + Gap;
+  const std::size_t beside = before + Gap + guid;
+  layout.isGuidBelow = ample.name + ample.destination + beside > *width;
+  share(*width - std::min(*width, layout.isGuidBelow ? before : beside), layout);
+  return layout;
+}
+
+std::string lineText(const ListEntry& listed, const ContactLayout& layout) {
+  const std::string start = (listed.isFriend ? "* " : "  ") + fitted(nameOf(listed.contact), layout.name) +
+                            std::string(Gap, ' ') + fitted(firstDestination(listed.contact), layout.destination);
+  const std::string guid = std::string(Gap, ' ') + printable(listed.contact.guid) + "\n";
+  return layout.isGuidBelow ? start.substr(0, start.find_last_not_of(' ') + 1) + "\n" + guid : start + guid;
+}
+
+std::string unusableText(std::size_t cards) {
+  if (cards == 0) return "";
+  return std::to_string(cards) + (cards == 1 ? " card gives" : " cards give") +
+         " no contact: pellor doctor lists what is wrong\n";
+}
+
+std::string contactsText(Session& session, const std::vector<ListEntry>& contacts, bool isAll) {
+  const ContactLayout layout = layoutFor(contacts, terminalWidth());
+  std::string text;
+  for (const ListEntry& listed : contacts) text += lineText(listed, layout);
+  const std::size_t unusable = session.platform().addressBook().unusableCards();
+  if (contacts.empty() && isAll && unusable == 0)
+    text = "there are no contacts: \"pellor contacts import FILE\" takes those that a phone or a web page exports\n";
+  return text + unusableText(unusable);
 }
 
 // All within one look at the contacts: a file of many cards is read once.
@@ -91,7 +131,7 @@ Json contactsJson(Session& session, const std::vector<ListEntry>& contacts, bool
 void contacts(Session& session, const std::optional<std::string>& pattern, bool hasPhotos) {
   session.requireContacts();
   const std::vector<ListEntry> listed = listedContacts(session, pattern);
-  session.answer([&] { return contactsText(listed, session.platform().addressBook().unusableCards()); },
+  session.answer([&] { return contactsText(session, listed, !pattern); },
                  [&] { return contactsJson(session, listed, hasPhotos); });
   if (pattern && listed.empty()) {
     throw CommandError("no contact fits " + inQuotes(*pattern) +

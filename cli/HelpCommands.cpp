@@ -103,7 +103,7 @@ void addHelp(CLI::App& program, ParsedArguments& parsed) {
   command->add_option("TOPIC", *topic, "A command, services or who")->expected(0, -1);
   command->add_flag("--man", *isManual, "Print the manual page: pellor help --man | man -l -");
   command->callback([&program, &parsed, topic, isManual] {
-    parsed.text = *isManual ? manualPage(commandTable(program), program.version()) : helpOn(program, *topic);
+    parsed.text = *isManual ? manualPage(commandTable(program), program.version()) : readable(helpOn(program, *topic));
   });
 }
 

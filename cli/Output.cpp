@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "cli/WrappedText.h"
 #include "pellor/linux/text/IcuText.h"
 #include "pellor/linux/text/TerminalText.h"
 
@@ -27,10 +28,15 @@ bool writeAll(int descriptor, std::string_view text) {
   return true;
 }
 
-std::size_t widthOf(int descriptor) {
+std::optional<std::size_t> widthOfTerminal(int descriptor) {
   winsize size{};
-  if (::ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return WidthWithoutTerminal;
+  if (::ioctl(descriptor, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return std::nullopt;
   return size.ws_col;
+}
+
+std::string forTerminal(int descriptor, std::string text) {
+  const auto width = widthOfTerminal(descriptor);
+  return width ? wrapped(text, *width) : text;
 }
 
 }  // namespace
@@ -50,23 +56,30 @@ void writeErrorText(std::string_view text) { static_cast<void>(writeAll(STDERR_F
 void writeError(std::string_view text) {
   std::string line(text);
   std::ranges::replace(line, '\n', ' ');
-  writeErrorLine("pellor: " + line);
+  writeErrorLine(forTerminal(STDERR_FILENO, "pellor: " + line));
 }
 
 std::string printable(std::string_view text) { return isolatedText(text); }
 
 std::string inQuotes(std::string_view text) { return "\"" + printable(text) + "\""; }
 
-std::size_t outputWidth() { return widthOf(STDOUT_FILENO); }
+std::optional<std::size_t> terminalWidth() { return widthOfTerminal(STDOUT_FILENO); }
 
-std::size_t errorWidth() { return widthOf(STDERR_FILENO); }
+std::size_t outputWidth() { return terminalWidth().value_or(WidthWithoutTerminal); }
+
+std::size_t errorWidth() { return widthOfTerminal(STDERR_FILENO).value_or(WidthWithoutTerminal); }
+
+std::string readable(std::string text) { return forTerminal(STDOUT_FILENO, std::move(text)); }
 
 std::string fitted(std::string_view text, std::size_t width) {
   const std::size_t whole = displayWidth(text);
   if (whole <= width) return std::string(text) + std::string(width - whole, ' ');
   const std::size_t room = width - std::min(width, displayWidth(Ellipsis));
-  const std::string cut(prefixOfWidth(withoutIsolation(text), room));
-  return printable(cut).append(Ellipsis).append(room - displayWidth(cut), ' ');
+  std::string cut(prefixOfWidth(withoutIsolation(text), room));
+  cut.erase(cut.find_last_not_of(' ') + 1);
+  const std::size_t over = room - displayWidth(cut);
+  // Within the isolate, so that it stands where the text goes on.
+  return printable(cut.append(Ellipsis)).append(over, ' ');
 }
 
 ProgressLine::ProgressLine(std::string what) : _what(std::move(what)), _hasTerminal(::isatty(STDERR_FILENO) == 1) {}

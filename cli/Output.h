@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,7 +20,7 @@ void writeErrorLine(std::string_view line);
 /// Writes a text to standard error as it is: what is not the program's own was made a `terminalText` before.
 void writeErrorText(std::string_view text);
 
-/// Writes "pellor: <text>" as one line to standard error, as `terminalText` has it.
+/// Writes "pellor: <text>" to standard error, as `terminalText` has it: one line, broken where a terminal is narrower.
 void writeError(std::string_view text);
 
 /// A text of somebody else's for a line of the answer: names come from other people's cards and go to a terminal. What
@@ -30,11 +31,18 @@ std::string printable(std::string_view text);
 /// Such a text between double quotes.
 std::string inQuotes(std::string_view text);
 
+/// The width of the terminal behind standard output; absent when it is none.
+std::optional<std::size_t> terminalWidth();
+
 /// The width of the terminal behind standard output; 80 when it is none.
 std::size_t outputWidth();
 
 /// The width of the terminal behind standard error; 80 when it is none.
 std::size_t errorWidth();
+
+/// A text that a person reads: in lines that the terminal behind standard output has room for (cli/WrappedText.h). As
+/// it is where that is none.
+std::string readable(std::string text);
 
 /// A printable text in exactly `width` columns, filled with spaces or cut with "…".
 std::string fitted(std::string_view text, std::size_t width);

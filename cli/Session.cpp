@@ -91,7 +91,7 @@ void Session::requireContacts() {
   std::error_code ignored;
   if (folder && !fs::is_directory(*folder, ignored)) {
     throw CommandError("there is no contacts folder " + printable(folder->string()) +
-                       ": put vCard files there, or name another folder with --contacts");
+                       ": put vCard files there (pellor contacts import FILE), or name another folder with --contacts");
   }
   const auto error = _platform->addressBook().readError();
   _progress.remove();
@@ -138,7 +138,7 @@ std::string Session::storeProblem() {
 }
 
 void Session::answer(const std::function<std::string()>& text, const std::function<Json()>& json) {
-  _answer = _options.json ? textOf(json()) + "\n" : text();
+  _answer = _options.json ? textOf(json()) + "\n" : readable(text());
 }
 
 std::string textOf(const Json& object) {

@@ -10,6 +10,7 @@
 
 #include "pellor/linux/text/IcuText.h"
 #include "tests/cli/Program.h"
+#include "tests/cli/Story.h"
 #include "tests/cli/Terminal.h"
 
 namespace pellor {
@@ -34,10 +35,17 @@ std::size_t columnOf(const std::string& line, const std::string& text) {
   return displayWidth(line.substr(0, place));
 }
 
-std::string onTerminal(const Home& home, unsigned short columns) {
+std::string onTerminal(const Home& home, unsigned short columns, const std::vector<std::string>& arguments = {"list"}) {
   Terminal terminal(columns);
-  EXPECT_EQ(Program(home, pellorCommand({"list"}), {.output = terminal.line()}).finish().exitCode, 0);
+  Program(home, pellorCommand(arguments), {.output = terminal.line()}).finish();
   return terminal.content();
+}
+
+std::vector<std::string> wordsOf(const std::string& text) {
+  std::vector<std::string> words;
+  std::istringstream stream(text);
+  for (std::string word; stream >> word;) words.push_back(word);
+  return words;
 }
 
 TEST(Terminal, PagesFitItsWidth) {
@@ -53,6 +61,60 @@ TEST(Terminal, PagesFitItsWidth) {
   const auto lines = linesOf(piped);
   EXPECT_THAT(lines[1], testing::HasSubstr("…"));
   EXPECT_EQ(columnOf(lines[1], "3 "), columnOf(lines[3], "6 ")) << "wide letters shift the column";
+}
+
+TEST(Terminal, LinesForReadingAreBrokenBetweenWords) {
+  const Home home;
+  home.addContact("long", "Karl-Theodor von der Leyen-Österreicher", "TEL:+12125550151\n");
+  home.addContact("dana", "דנה בת אברהם בן יצחק הלוי", "TEL:+4930123456\n");
+  ASSERT_EQ(pellor(home, {"add", "long", "dana"}).errors, "");
+  for (const std::vector<std::string>& command :
+       {Arguments{"help"}, {"help", "services"}, {"help", "add"}, {"status"}, {"settings"}, {"device", "--help"}}) {
+    SCOPED_TRACE(testing::PrintToString(command));
+    const std::string piped = pellor(home, command).output;
+    EXPECT_GT(widestLine(piped), 40U);
+    for (const unsigned short columns : std::array<unsigned short, 3>{40, 60, 100}) {
+      const std::string shown = onTerminal(home, columns, command);
+      EXPECT_EQ(wordsOf(shown), wordsOf(piped));
+      for (const std::string& line : linesOf(shown))
+        EXPECT_TRUE(displayWidth(line) <= columns || wordsOf(line).size() == 1) << line;
+    }
+    EXPECT_EQ(onTerminal(home, 400, command), piped);
+  }
+  EXPECT_THAT(onTerminal(home, 40, {"help"}), testing::HasSubstr("\n  --version\n    Print the version\n"));
+  EXPECT_THAT(onTerminal(home, 60, {"help"}), testing::HasSubstr("\n  --json                      Answer in JSON"));
+  EXPECT_EQ(linesOf(onTerminal(home, 20, {"--json", "list"})).size(), 1U) << "JSON is one line";
+  EXPECT_EQ(linesOf(onTerminal(home, 20, {"list", "--lines"})).size(), 2U) << "a friend is one line";
+  Terminal terminal(40);
+  EXPECT_EQ(Program(home, pellorCommand({"add", "Nobody at all"}), {.errors = terminal.line()}).finish().exitCode, 1);
+  const std::string errors = terminal.content();
+  EXPECT_LE(widestLine(errors), 40U) << errors;
+}
+
+// GUIDs are there to be copied.
+TEST(Terminal, ContactsUseTheRoomThatThereIs) {
+  const Home home;
+  const std::string name = "Maximiliane Donaudampfschifffahrtsgesellschaftskapitän",
+                    guid = "urn:uuid:0123456789-0123456789";
+  home.addContact(guid, name, "EMAIL:maximiliane.kapitaen@donau.example.org\n");
+  home.addContact("a", "Ann", "TEL:110\n");
+  const std::string wide = onTerminal(home, 200, {"contacts"}), middle = onTerminal(home, 100, {"contacts"}),
+                    narrow = onTerminal(home, 40, {"contacts"});
+  EXPECT_THAT(wide, testing::HasSubstr("  " + name + "  maximiliane.kapitaen@donau.example.org  " + guid + "\n"));
+  EXPECT_LE(widestLine(middle), 100U);
+  EXPECT_EQ(columnOf(linesOf(middle)[0], "110"), columnOf(linesOf(middle)[1], "maxim"));
+  EXPECT_LE(widestLine(narrow), 40U);
+  EXPECT_THAT(narrow, testing::HasSubstr("\n  " + guid + "\n"));
+  EXPECT_THAT(narrow, testing::HasSubstr("\n  a\n"));
+}
+
+TEST(Terminal, ACutTextHasItsSignWhereItGoesOn) {
+  const Home home;
+  home.addContact("karl", "Karl-Theodor of  the Isles", "TEL:+4930123456\n");
+  home.addContact("dana", "דנה בת אברהם בן יצחק הלוי", "TEL:+4930123457\n");
+  ASSERT_EQ(pellor(home, {"add", "karl", "dana"}).errors, "");
+  EXPECT_THAT(onTerminal(home, 26, {"list"}), testing::HasSubstr("Karl-Theodor of…\n")) << "a blank before the sign";
+  EXPECT_THAT(onTerminal(home, 26, {"list"}), testing::HasSubstr("…\u2069\n")) << "beside the text from the right";
 }
 
 // Names, numbers, titles, arguments and paths, by every way out of the program.
