@@ -76,6 +76,9 @@ class DeviceQuery {
 void prepare(const DevicePairing& pairing, const DevicePairArguments& arguments) {
   if (!arguments.name.empty()) pairing.requestCertificate(arguments.name);
   if (!arguments.certificate.empty()) pairing.importCertificate(arguments.certificate, arguments.ca, arguments.key);
+  if (!pairing.name())
+    throw CommandError(
+        "this device has no name yet: \"pellor device pair --name NAME\" makes a request for a certificate");
   if (!arguments.invitation.empty()) pairing.pair(arguments.invitation);
 }
 

@@ -84,7 +84,8 @@ Json favoritesJson(const Lines& lines) {
 
 void list(Session& session) {
   const Lines lines = linesOf(session);
-  session.answer([&] { return favoritesText(lines); }, [&] { return favoritesJson(lines); });
+  const auto* none = "there are no favorites yet: \"pellor favorites add WHO\" makes one\n";
+  session.answer([&] { return lines.empty() ? none : favoritesText(lines); }, [&] { return favoritesJson(lines); });
 }
 
 void requireEdit(Session& session, const FavoritesFile::Edit& change, const std::string& refusal) {

@@ -15,6 +15,7 @@
 #include "cli/CommandLine.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
+#include "cli/Suggestion.h"
 #include "pellor/friends/internal/PLDomainSettings.h"
 #include "pellor/linux/preferences/internal/StoreNameSettings.h"
 #include "pellor/linux/preferences/internal/StoreRegion.h"
@@ -80,7 +81,9 @@ PLDomainSetting settingNamed(std::string_view name) {
   const auto settings = allSettings();
   const auto found = std::ranges::find(settings, name, &PLDomainSetting::name);
   if (found != settings.end()) return *found;
-  throw UsageError("there is no setting " + inQuotes(name) + " (pellor settings lists them)");
+  std::vector<std::string> names = {std::string(RegionName)};
+  for (const PLDomainSetting& setting : settings) names.emplace_back(setting.name);
+  throw UsageError("there is no setting " + inQuotes(name) + didYouMean(name, names, " (pellor settings lists them)"));
 }
 
 std::string shown(const Value& value) {

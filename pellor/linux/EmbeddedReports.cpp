@@ -83,7 +83,8 @@ ServiceReport withHeldRefresh(ServiceReport report, const std::filesystem::path&
 }
 
 ServiceReport withRegion(ServiceReport report, const std::optional<std::string>& region) {
-  if (report.state == ServiceReport::State::works && region) report.detail += "; national numbers are of " + *region;
+  if (report.state == ServiceReport::State::works && region)
+    report.detail += "; national numbers are read as in " + *region;
   return report;
 }
 
@@ -111,9 +112,10 @@ ServiceReport reportOnContactsFolder(const fs::path& contacts, const fs::path& d
     report.remarks = std::move(survey.unusable);
     return report;
   } catch (const CardSourceError& error) {
-    return ServiceReport::failing(error.what(), error.remedy() == CardSourceError::Remedy::toldOf
-                                                    ? "put vCard files there, or name another folder (contacts)"
-                                                    : "give yourself the right to read the folder");
+    return ServiceReport::failing(
+        error.what(), error.remedy() == CardSourceError::Remedy::toldOf
+                          ? "put vCard files there (pellor contacts import FILE), or name another folder (--contacts)"
+                          : "give yourself the right to read the folder");
   } catch (const std::runtime_error& error) {
     return ServiceReport::failing(std::string("cards cannot be read: ") + error.what(), "install the vCard library");
   }
@@ -129,7 +131,7 @@ ServiceReport reportOnStoreFile(const UserFolders& folders, const std::optional<
   }
   const StoreLook look = lookInto(folders);
   if (!look.error.empty()) {
-    const std::string advice = "put a backup in its place, or name another folder (data)";
+    const std::string advice = "put a backup in its place, or name another folder (--data)";
     return withCopies(ServiceReport::failing(file.string() + ": " + look.error, advice), copies);
   }
   if (!mayWriteIn(folders.data) || !mayWrite(file)) return ServiceReport::failing(mayNotBeWritten(file), RightToWrite);

@@ -181,7 +181,7 @@ TEST(Commands, TheDoctorTellsWhatFailsAndMakesNothing) {
   writeFile(home / "file", "");
   expect({"doctor"}, "-> put vCard files there", "address-book fails: ");
   expect({"doctor", "--data", (home / "file/none").string()}, "store          sqlite      fails", "does not exist");
-  expect({"doctor", "--region", "fr"}, "not made yet; national numbers are of FR\n", "address-book");
+  expect({"doctor", "--region", "fr"}, "not made yet; national numbers are read as in FR\n", "address-book");
   expect({"doctor", "--keys", "--region", "de"}, "region                    DE  #", "");
   EXPECT_FALSE(std::filesystem::exists(home.dataFolder()));
 
@@ -189,7 +189,7 @@ TEST(Commands, TheDoctorTellsWhatFailsAndMakesNothing) {
   addPeople(home);
   ASSERT_EQ(pellor(home, {"list"}).exitCode, 0);
   expect({"doctor"}, "contacts: 5 cards\n", "");
-  expect({"doctor", "--region", "fr"}, "; national numbers are of DE; the newest copy", "");
+  expect({"doctor", "--region", "fr"}, "; national numbers are read as in DE; the newest copy", "");
   writeFile(home.storeFile(), "no database");
   expect({"doctor"}, "-> put a backup in its place", "store fails: ");
 }
