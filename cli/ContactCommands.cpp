@@ -103,29 +103,20 @@ std::string contactsText(Session& session, const std::vector<ListEntry>& contact
   std::string text;
   for (const ListEntry& listed : contacts) text += lineText(listed, layout);
   const std::size_t unusable = session.platform().addressBook().unusableCards();
-  if (contacts.empty() && isAll && unusable == 0)
+  if (contacts.empty() && isAll && unusable == 0 && session.platform().contactsFolder())
     text = "there are no contacts: \"pellor contacts import FILE\" takes those that a phone or a web page exports\n";
   return text + unusableText(unusable);
-}
-
-// All within one look at the contacts: a file of many cards is read once.
-void addPhotos(Session& session, Json& contacts) {
-  session.withAddressBook([&](AddressBook& addressBook) {
-    for (Json& contact : contacts) {
-      const RecordRef record = addressBook.copyPersonMatchingGUID(contact["guid"].get<std::string>());
-      contact["photo"] = jsonOf(record ? record->photo() : std::nullopt);
-    }
-  });
 }
 
 Json contactsJson(Session& session, const std::vector<ListEntry>& contacts, bool hasPhotos) {
   Json list = Json::array();
   for (const auto& [contact, isFriend] : contacts) list.push_back(jsonOf(contact, isFriend));
-  if (hasPhotos) addPhotos(session, list);
   const auto& folder = session.platform().contactsFolder();
-  return {{"folder", folder ? Json(folder->string()) : Json(nullptr)},
-          {"contacts", list},
-          {"unusableCards", session.platform().addressBook().unusableCards()}};
+  return withPhotos(session,
+                    {{"folder", folder ? Json(folder->string()) : Json(nullptr)},
+                     {"contacts", list},
+                     {"unusableCards", session.platform().addressBook().unusableCards()}},
+                    hasPhotos);
 }
 
 void contacts(Session& session, const std::optional<std::string>& pattern, bool hasPhotos) {
@@ -243,7 +234,7 @@ void addContactCommands(CLI::App& program, Command& chosen) {
   list->add_option("PATTERN", *pattern,
                    "Beginnings of words, or a part of a name, number, address or GUID; the best fit comes first");
   const auto hasPhotos = std::make_shared<bool>(false);
-  list->add_flag("--photos", *hasPhotos, "With --json: the pictures too");
+  list->add_flag("--photos", *hasPhotos, PhotosMeaning);
   list->require_subcommand(0, 1);
   addContactImport(*list, chosen);
   // Runs after the callback of the command below it.

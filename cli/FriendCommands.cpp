@@ -34,6 +34,7 @@ struct NumberArguments {
   std::string who;
   std::optional<std::string> number;
   bool clears = false;
+  bool hasPhotos = false;
 };
 
 std::string allShown(const PLPerson& person) {
@@ -68,7 +69,8 @@ void number(Session& session, const NumberArguments& arguments) {
         arguments.number ? std::optional(destinationToPrefer(*found.person, *arguments.number)) : std::nullopt);
     session.commit();
   }
-  session.answer([&] { return numberText(*found.person); }, [&] { return jsonOf(found); });
+  session.answer([&] { return numberText(*found.person); },
+                 [&] { return withPhotos(session, jsonOf(found), arguments.hasPhotos); });
 }
 
 struct ReplyAsArguments {
@@ -136,6 +138,7 @@ void addNumber(CLI::App& program, Command& chosen) {
   command->add_option("WHO", arguments->who, "The friend")->required();
   auto* choice = command->add_option("NUMBER", arguments->number, "One of the friend's, in any spelling");
   command->add_flag("--clear", arguments->clears, "Show the card's again")->excludes(choice);
+  command->add_flag("--photos", arguments->hasPhotos, PhotosMeaning);
   command->callback([&chosen, arguments] { chosen = [arguments](Session& session) { number(session, *arguments); }; });
 }
 

@@ -50,6 +50,19 @@ Json jsonOfEach(const Dictionary& values) {
   return result;
 }
 
+// Contacts and friends are the objects with a GUID and destinations.
+void addPhotos(AddressBook& addressBook, Json& json) {
+  if (!json.is_object() || !json.contains("guid") || !json.contains("destinations")) {
+    for (Json& part : json) {
+      if (part.is_structured()) addPhotos(addressBook, part);
+    }
+    return;
+  }
+  const Json& guid = json["guid"];
+  const RecordRef record = guid.is_string() ? addressBook.copyPersonMatchingGUID(guid.get<std::string>()) : nullptr;
+  json["photo"] = jsonOf(record ? record->photo() : std::nullopt);
+}
+
 }  // namespace
 
 Json jsonOf(const std::optional<std::string>& text) { return text ? Json(*text) : Json(nullptr); }
@@ -115,6 +128,12 @@ Json jsonOf(const std::optional<ContactPhoto>& photo) {
   const std::optional<std::string> type = photo->type.empty() ? std::nullopt : std::optional(photo->type);
   if (photo->bytes.empty()) return {{"type", jsonOf(type)}, {"location", photo->location}};
   return {{"type", jsonOf(type)}, {"base64", base64(photo->bytes)}};
+}
+
+Json withPhotos(Session& session, Json answer, bool hasPhotos) {
+  // Within one look at the contacts a file of many cards is read once.
+  if (hasPhotos) session.withAddressBook([&](AddressBook& addressBook) { addPhotos(addressBook, answer); });
+  return answer;
 }
 
 }  // namespace pellor::cli

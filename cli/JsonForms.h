@@ -21,4 +21,10 @@ Json jsonOf(const FriendAt& found);
 Json jsonOf(const ContactEntry& contact, bool isFriend);
 Json jsonOf(const std::optional<ContactPhoto>& photo);
 
+/// What `--photos` of a command says.
+constexpr const char* PhotosMeaning = "With --json: the pictures too";
+
+/// The answer, with "photo" in each contact and each friend of it if `hasPhotos`; null where the card has none.
+Json withPhotos(Session& session, Json answer, bool hasPhotos);
+
 }  // namespace pellor::cli

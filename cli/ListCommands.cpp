@@ -24,6 +24,7 @@ constexpr double LongestRequery = 2;
 
 struct ListArguments {
   bool asLines = false;
+  bool hasPhotos = false;
   bool requery = false;
 };
 
@@ -91,7 +92,7 @@ void list(Session& session, const ListArguments& arguments) {
         return arguments.asLines ? linesText(manager, mark)
                                  : pagesText(manager.friendGroups(), mark, outputWidth(), age);
       },
-      [&] { return listJson(manager); });
+      [&] { return withPhotos(session, listJson(manager), arguments.hasPhotos); });
 }
 
 struct Owners {
@@ -147,6 +148,7 @@ void addListCommands(CLI::App& program, Command& chosen, CommonOptions& options)
   const auto arguments = std::make_shared<ListArguments>();
   shown->add_flag("--lines", arguments->asLines,
                   "A friend a line: place, mark, name and number, with tabs between them");
+  shown->add_flag("--photos", arguments->hasPhotos, PhotosMeaning);
   shown->add_flag("--requery", arguments->requery, "Ask the messaging service first, and wait 2 seconds at most");
   shown->callback([&chosen, &options, arguments] { chooseList(chosen, options, *arguments); });
   auto* command = program.add_subcommand("find", "Tell which friends and contacts have a number or an address");

@@ -1,6 +1,7 @@
 // status
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -11,7 +12,10 @@
 #include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
+#include "cli/Services.h"
 #include "cli/StatusText.h"
+#include "pellor/runtime/Process.h"
+#include "pellor/runtime/WallClock.h"
 
 namespace pellor::cli {
 namespace {
@@ -22,6 +26,7 @@ constexpr double LongestAnswer = 30;
 struct StatusArguments {
   std::vector<std::string> who;
   bool requery = false;
+  bool hasPhotos = false;
 };
 
 struct FriendStatus {
@@ -39,6 +44,17 @@ void requery(Session& session, const std::vector<FriendAt>& friends, bool asksFo
   if (requeryStatuses(session, friends, asksForAll, LongestAnswer)) return;
   throw CommandError("the messaging service " + *session.manager().serviceName() + " did not answer within " +
                      std::to_string(static_cast<int>(LongestAnswer)) + " seconds: try again later");
+}
+
+bool isAnsweredSince(double time, const FriendStatus& status) {
+  return status.reachability.answer && status.reachability.answer->time >= time;
+}
+
+// The library tells that a query has ended, not why nothing came of it.
+std::string problemOfService(const CommonOptions& options) {
+  Process process;
+  const ServiceReport report = reportOn(process, "reachability", options.configuration);
+  return report.state == ServiceReport::State::fails ? report.detail : "";
 }
 
 Statuses statusesOf(PLFriendsManager& manager, const std::vector<FriendAt>& friends) {
@@ -91,9 +107,17 @@ void status(Session& session, const StatusArguments& arguments) {
   session.settle();
   const bool asksForAll = arguments.who.empty();
   const auto friends = asksForAll ? allFriends(manager) : friendsNamed(session, arguments.who);
-  if (arguments.requery && areStatusesChecked(manager)) requery(session, friends, asksForAll);
+  const bool isAsked = arguments.requery && areStatusesChecked(manager);
+  const double start = wallClockNow();
+  if (isAsked) requery(session, friends, asksForAll);
   const Statuses statuses = statusesOf(manager, friends);
-  session.answer([&] { return textOf(statuses); }, [&] { return jsonOf(statuses); });
+  session.answer([&] { return textOf(statuses); },
+                 [&] { return withPhotos(session, jsonOf(statuses), arguments.hasPhotos); });
+  const auto isNew = [start](const FriendStatus& status) { return isAnsweredSince(start, status); };
+  if (!isAsked || std::ranges::all_of(statuses.friends, isNew)) return;
+  const std::string problem = problemOfService(session.options());
+  if (!problem.empty())
+    throw CommandError("the messaging service was not asked: " + printable(problem) + " (pellor doctor tells more)");
 }
 
 }  // namespace
@@ -103,6 +127,7 @@ void addStatusCommand(CLI::App& program, Command& chosen) {
       program.add_subcommand("status", "Tell which friends can receive messages (+ yes, - no, ? not known)");
   const auto arguments = std::make_shared<StatusArguments>();
   command->add_option("WHO", arguments->who, "The friends; without any all of them");
+  command->add_flag("--photos", arguments->hasPhotos, PhotosMeaning);
   command->add_flag("--requery", arguments->requery, "Ask the messaging service, and wait for its answer");
   command->callback([&chosen, arguments] { chosen = [arguments](Session& session) { status(session, *arguments); }; });
 }

@@ -227,6 +227,26 @@ TEST(Commands, AllCardsOfAFileAreContactsAndOthersAreNamed) {
              });
 }
 
+TEST(Commands, FriendsHaveThePicturesOfTheirCards) {
+  const Home home;
+  addPeople(home);
+  home.addContact("di", "Di", "TEL:+49305550199\nPHOTO;ENCODING=b;TYPE=PNG:aGVsbG8=\n");
+  ASSERT_EQ(pellor(home, {"add", "di", "+49305550100"}).errors, "");
+  const auto answer = [&](Arguments arguments) {
+    arguments.insert(arguments.end(), {"--json", "--photos"});
+    return nlohmann::json::parse(pellor(home, arguments).output, nullptr, false);
+  };
+  const nlohmann::json picture = {{"type", "image/png"}, {"base64", "aGVsbG8="}};
+  const nlohmann::json slots = answer({"list"})["pages"][0]["slots"];
+  EXPECT_EQ(slots[1]["photo"], picture);
+  EXPECT_EQ(slots[1]["monogram"], "D");
+  for (const auto& without : {slots[0], slots[2]}) EXPECT_TRUE(without.contains("photo") && without["photo"].is_null());
+  EXPECT_TRUE(slots[3].is_null());
+  EXPECT_EQ(answer({"status", "di"})["friends"][0]["friend"]["photo"], picture);
+  EXPECT_EQ(answer({"number", "di"})["friend"]["photo"], picture);
+  EXPECT_THAT(pellor(home, {"list", "--json"}).output, Not(HasSubstr("photo")));
+}
+
 TEST(Commands, AStoreMadeWithoutALocaleSaysWhichRegionItAssumesOnce) {
   Home home;
   home.setVariable("LC_ALL=C.UTF-8");

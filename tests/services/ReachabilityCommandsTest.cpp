@@ -88,6 +88,22 @@ TEST_F(ReachabilityCommandsTest, WhatWasAskedOnceIsShownByLaterProgramsWithItsAg
   EXPECT_THAT(run({"status"}).output, HasSubstr("+ Bob Ray (1:2): reachable at 030 7654321 (2 h ago)\n"));
 }
 
+TEST_F(ReachabilityCommandsTest, AServiceThatRefusesIsToldOfBesideWhatWasKnown) {
+  setAnswers(2.5 * 3600);
+  const std::string body = R"({"errcode":"M_UNAUTHORIZED","error":"no"})";
+  behaviour.raw = "HTTP/1.1 401 Unauthorized\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+  stub.set(behaviour);
+  const ProgramResult refused = run({"status", "--requery"});
+  EXPECT_EQ(refused.exitCode, 1);
+  EXPECT_THAT(refused.output, HasSubstr("- Ann Lee (1:1): not reachable (2 h ago)\n+ Bob Ray"));
+  EXPECT_THAT(refused.errors,
+              AllOf(HasSubstr("was not asked: it refuses the access token"), HasSubstr("pellor doctor")));
+  EXPECT_THAT(run({"doctor"}).output, HasSubstr("-> see that it can be reached, and look at the keys of [matrix]"));
+  behaviour.raw.reset();
+  stub.set(behaviour);
+  EXPECT_EQ(run({"status", "--requery"}).errors, "");
+}
+
 TEST_F(ReachabilityCommandsTest, WatchAsksAnewForWhatIsTooOld) {
   const struct {
     double age;
