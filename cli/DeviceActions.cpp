@@ -149,6 +149,8 @@ std::string sendingText(const DeviceStatus& status) {
   std::string text = "sent: generation " + std::to_string(sent.generation) + "\nacknowledged: generation " +
                      std::to_string(sent.acknowledged) + (sent.isUpToDate ? "" : " (as far as is known)") +
                      "\ninitial sync: " + nameOf(sent.hasCompletedInitialSync) + "\n";
+  if (sent.isUpToDate && !sent.refused && sent.acknowledged < sent.generation)
+    text += "-> the paired device has not taken it yet: pellor device serve, there\n";
   for (const DomainKey& key : sent.due) text += "to be sent: " + printable(key.second) + "\n";
   return text + textOf(sent.refused, "the paired device");
 }

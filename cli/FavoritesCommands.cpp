@@ -84,7 +84,9 @@ Json favoritesJson(const Lines& lines) {
 
 void list(Session& session) {
   const Lines lines = linesOf(session);
-  const auto* none = "there are no favorites yet: \"pellor favorites add WHO\" makes one\n";
+  const auto* none = session.platform().favoritesFile()
+                         ? "there are no favorites yet: \"pellor favorites add WHO\" makes one\n"
+                         : "there are no favorites yet: mark them in the address book\n";
   session.answer([&] { return lines.empty() ? none : favoritesText(lines); }, [&] { return favoritesJson(lines); });
 }
 

@@ -96,7 +96,8 @@ void Session::requireContacts() {
   const auto error = _platform->addressBook().readError();
   _progress.remove();
   const std::string contacts = folder ? "the contacts in " + printable(folder->string()) : "the contacts";
-  if (error) throw CommandError(contacts + " cannot be read: " + *error);
+  const std::string more = folder ? "" : " (pellor doctor tells more)";
+  if (error) throw CommandError(contacts + " cannot be read: " + *error + more);
 }
 
 void Session::requireWritableStore() {

@@ -17,6 +17,7 @@ namespace pellor {
 namespace {
 
 using nlohmann::json;
+using testing::AllOf;
 using testing::HasSubstr;
 
 class DeviceCommandsTest : public testing::Test {
@@ -106,6 +107,16 @@ TEST_F(DeviceCommandsTest, PairingSendsTheListAndTellsWhenItCouldNot) {
   const std::string laptop = introduce(_laptop, "laptop"), phone = introduce(_phone, "phone");
   run(_laptop, {"add", "0301112233"});
   EXPECT_EQ(run(_phone, {"device", "pair", laptop})["isSent"], false) << "nothing is to go from there";
+  const ProgramResult alone = pellor(_laptop, command({"device", "pair", phone, "--paired-device", "mqtt"}));
+  EXPECT_THAT(alone.output, HasSubstr("the other device has not taken it yet (pellor device serve, there)\n"));
+  const auto status = [&] { return pellor(_laptop, command({"device", "status", "--paired-device", "mqtt"})).output; };
+  EXPECT_THAT(status(), HasSubstr("-> the paired device has not taken it yet: pellor device serve, there\n"));
+  {
+    Program late(_phone, pellorCommand(command({"device", "serve"})));
+    while (late.readLine().find("stored generation") != 0 && !HasFailure()) continue;
+  }
+  EXPECT_THAT(status(), AllOf(HasSubstr("initial sync: completed\n"), testing::Not(HasSubstr("->"))))
+      << "the program that had sent it is gone since";
   Program serve(_phone, pellorCommand(command({"device", "serve"})));
   const json sent = run(_laptop, {"device", "pair", phone, "--paired-device", "mqtt"});
   EXPECT_EQ(sent["isSent"], true);

@@ -205,6 +205,7 @@ TEST_F(PostgreSQLTest, WhatStandsInTheWayIsSaidWithWhatToDo) {
   fails(open("locked"), "asks for a password", "~/.pgpass");
   fails(open("pellor", " dbname=nowhere"), "no such database", "createdb");
   fails(open("pellor", " host=/nonexistent"), "cannot be reached", "host");
+  fails(open("pellor", " hots=127.0.0.1"), "is not understood", "postgresql.connection");
   fails(open("stranger"), "lacks a right", "administrator");
   EXPECT_EQ(schemas(), 0);
 

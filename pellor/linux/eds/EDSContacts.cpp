@@ -149,7 +149,8 @@ ServiceReport EDSContacts::report(double wait) {
     if (trouble->isUntold) return ServiceReport::failing(service + " " + ServiceThread::Problem, ServiceThread::Advice);
     const std::string details = trouble->details.empty() ? "" : ": " + trouble->details;
     return ServiceReport::failing(service + " " + trouble->problem + details,
-                                  "see that evolution-data-server is installed and that there is a session bus");
+                                  "see that evolution-data-server is installed, that there is a session bus, and that "
+                                  "eds.source is one of its address books");
   }
   const std::size_t count = _mirror->contactCount();
   return ServiceReport::working(service + ", source " + _mirror->sourceUID() + ": " + std::to_string(count) +

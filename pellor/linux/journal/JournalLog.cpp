@@ -87,7 +87,7 @@ void JournalLog::sayBack() {
 
 ServiceReport JournalLog::report() {
   const auto found = problem();
-  if (found) return ServiceReport::failing(*found, "start systemd-journald, or leave the log on standard error");
+  if (found) return ServiceReport::failing(*found, "start systemd-journald, or choose log = none");
   return ServiceReport::working(Socket);
 }
 

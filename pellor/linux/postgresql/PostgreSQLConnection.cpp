@@ -45,7 +45,7 @@ PostgreSQLError::Problem problemOf(std::string_view state) {
 std::string oneLine(std::string text) {
   for (std::size_t end = 0; (end = text.find_first_of("\n\t", end)) != std::string::npos;) {
     const std::size_t next = std::min(text.find_first_not_of("\n\t ", end), text.size());
-    text.replace(end, next - end, next == text.size() ? "" : " ");
+    text.replace(end, next - end, next == text.size() ? "" : "; ");
   }
   return text;
 }
@@ -58,6 +58,14 @@ std::string stateIn(std::string_view text) {
   if (found == std::string_view::npos) return {};
   const std::string_view state = text.substr(found + before.size(), length);
   return std::string(state);
+}
+
+// A text without keys is the name of a database.
+bool isUnderstood(const std::string& connection) {
+  if (connection.find('=') == std::string::npos && connection.find("://") == std::string::npos) return true;
+  PQconninfoOption* options = PQconninfoParse(connection.c_str(), nullptr);
+  PQconninfoFree(options);
+  return options != nullptr;
 }
 
 PostgreSQLError connectError(const pg_conn* connection) {
@@ -155,6 +163,11 @@ void PostgreSQLConnection::connect(const std::string& target) {
                                              unanswered.c_str(), target.c_str(), nullptr};
   _connection.reset(PQconnectStartParams(names.data(), values.data(), 1));
   pg_conn* connection = _connection.get();
+  if (!isUnderstood(target)) {
+    throw PostgreSQLError(PostgreSQLError::Kind::away,
+                          {"the connection is not understood", "correct postgresql.connection"},
+                          oneLine(PQerrorMessage(connection)));
+  }
   if (!connection || PQstatus(connection) == CONNECTION_BAD) throw connectError(connection);
   PQsetErrorVerbosity(connection, PQERRORS_VERBOSE);
   const auto end = Clock::now() + std::chrono::duration<double>(_limits.connectSeconds);

@@ -138,7 +138,7 @@ BusConnection& SessionBus::connection() {
 }
 
 ServiceReport SessionBus::report(const SessionBusOptions& options) {
-  constexpr const char* advice = "log in where a session bus runs, or choose the embedded bus";
+  constexpr const char* advice = "log in where a session bus runs, or choose bus = folder";
   BusHandle bus;
   sd_id128_t identity{};
   int result = openBus(options.address, bus);

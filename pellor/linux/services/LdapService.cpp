@@ -44,7 +44,8 @@ ServiceReport report(Process& process, const Configuration& configuration) {
     static const std::string none;
     return none;
   });
-  return reportOf(LdapDirectory(optionsOf(configuration), conversions, serviceLog(process, "reachability")).state());
+  return reportOf(LdapDirectory(optionsOf(configuration), conversions, serviceLog(process, "reachability")).state(),
+                  "see that it can be reached, and look at the keys of [ldap]: pellor help services");
 }
 
 }  // namespace

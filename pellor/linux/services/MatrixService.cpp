@@ -25,7 +25,8 @@ void choose(const Configuration& configuration, LinuxPlatformOptions& options) {
 }
 
 ServiceReport report(Process& process, const Configuration& configuration) {
-  return reportOf(MatrixDirectory(optionsOf(configuration), serviceLog(process, "reachability")).state());
+  return reportOf(MatrixDirectory(optionsOf(configuration), serviceLog(process, "reachability")).state(),
+                  "see that it can be reached, and look at the keys of [matrix]: pellor help services");
 }
 
 }  // namespace

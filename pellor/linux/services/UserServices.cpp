@@ -35,8 +35,8 @@ std::string requiredText(const Configuration& configuration, const char* key, co
   throw ConfigurationError(choice + " needs the key " + key + " (pellor doctor --keys says what it means)");
 }
 
-ServiceReport reportOf(const DestinationDirectory::State& state) {
-  return state.answers ? ServiceReport::working(state.text) : ServiceReport::failing(state.text, "");
+ServiceReport reportOf(const DestinationDirectory::State& state, const char* advice) {
+  return state.answers ? ServiceReport::working(state.text) : ServiceReport::failing(state.text, advice);
 }
 
 std::shared_ptr<ReachabilityService> reachabilityOf(Process& process, std::shared_ptr<ReachabilityService> conversions,

@@ -35,7 +35,7 @@ using ServiceAdapters = std::vector<ServiceAdapter>;
 std::string requiredText(const Configuration& configuration, const char* key, const std::string& choice);
 
 /// What a directory says of itself, as a report.
-ServiceReport reportOf(const DestinationDirectory::State& state);
+ServiceReport reportOf(const DestinationDirectory::State& state, const char* advice);
 
 /// A service that asks the directory, keeps its answers in the data folder and tells of them on the process's bus.
 std::shared_ptr<ReachabilityService> reachabilityOf(Process& process, std::shared_ptr<ReachabilityService> conversions,
