@@ -79,6 +79,8 @@ TEST_F(ContactImportTest, VersionsAndEncodingsAreReadAlikeEachTime) {
   };
   std::string utf16 = "\xFE\xFF";
   for (const char c : cardOf("3.0", "FN:Utf", "\r\n")) (utf16 += '\0') += c;
+  std::string unmarked;
+  for (const char c : cardOf("3.0", "FN:Unmarked", "\n")) (unmarked += c) += '\0';
   const struct {
     std::string bytes, name;
   } rows[] = {
@@ -86,6 +88,7 @@ TEST_F(ContactImportTest, VersionsAndEncodingsAreReadAlikeEachTime) {
       {cardOf("2.1", "FN;ENCODING=QUOTED-PRINTABLE;CHARSET=UTF-8:J=C3=B6rg=\r\n=20Ott", "\r\n"), "Jörg Ott"},
       {cardOf("3.0", "FN:Return", "\r"), "Return"},
       {utf16, "Utf"},
+      {unmarked, "Unmarked"},
       {"\xEF\xBB\xBF" + cardOf("4.0", "FN:Mark", "\n"), "Mark"},
       {"Vorname;Nachname;E-Mail-Adresse\nTina;Tisch;t@example.org\n", "Tina Tisch"},
   };

@@ -34,6 +34,16 @@ std::string fromUtf16(std::string_view bytes, bool isLittleEndian) {
 
 char lowerCased(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
+/// Whether the text begins as a card does, in units of two bytes.
+bool beginsInUtf16(std::string_view bytes, bool isLittleEndian) {
+  if (bytes.size() < 2 * Begin.size()) return false;
+  for (std::size_t index = 0; index < Begin.size(); ++index) {
+    const char low = bytes[2 * index + (isLittleEndian ? 0 : 1)], high = bytes[2 * index + (isLittleEndian ? 1 : 0)];
+    if (high != 0 || lowerCased(low) != Begin[index]) return false;
+  }
+  return true;
+}
+
 bool isSame(std::string_view text, std::string_view lowerCase) {
   return std::ranges::equal(text, lowerCase, {}, [](char c) { return lowerCased(c); });
 }
@@ -139,9 +149,11 @@ class Splitter {
 }  // namespace
 
 std::string asCardLines(std::string bytes) {
-  for (const std::string_view mark : {LittleEndianMark, BigEndianMark}) {
-    if (bytes.starts_with(mark))
-      bytes = fromUtf16(std::string_view(bytes).substr(mark.size()), mark == LittleEndianMark);
+  for (const bool isLittleEndian : {true, false}) {
+    const std::string_view mark = isLittleEndian ? LittleEndianMark : BigEndianMark;
+    const bool isMarked = bytes.starts_with(mark);
+    if (isMarked || beginsInUtf16(bytes, isLittleEndian))
+      bytes = fromUtf16(std::string_view(bytes).substr(isMarked ? mark.size() : 0), isLittleEndian);
   }
   if (bytes.starts_with(ByteOrderMark)) bytes.erase(0, ByteOrderMark.size());
   return endsLinesWithReturns(bytes) ? withLineFeeds(bytes) : bytes;

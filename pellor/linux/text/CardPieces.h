@@ -7,8 +7,8 @@
 
 namespace pellor {
 
-/// The bytes of a file of cards without a byte order mark, UTF-16 as UTF-8, and with line feeds at the ends of lines
-/// where these were carriage returns alone. All other texts stay as they are, byte for byte.
+/// The bytes of a file of cards without a byte order mark, UTF-16 (also without that mark) as UTF-8, and with line
+/// feeds at the ends of lines where these were carriage returns alone. All other texts stay as they are, byte for byte.
 std::string asCardLines(std::string bytes);
 
 /// A card of a text, or what should have been one.
