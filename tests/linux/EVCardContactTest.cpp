@@ -48,6 +48,20 @@ TEST(EVCardContact, ReadsWhatCardsInTheWildLookLike) {
        card("VERSION:2.1\r\nN;CHARSET=ISO-8859-1;ENCODING=QUOTED-PRINTABLE:M=FCller;J=F6rg\r\n"
             "TEL;HOME;VOICE:+49 30 23125 001\r\nNOTE;ENCODING=QUOTED-PRINTABLE:one=\r\ntwo\r\n"),
        "given=Jörg family=Müller tel[home]=+49 30 23125 001"},
+      {"bytes of Windows-1252 in a card that names no character set",
+       card("VERSION:2.1\r\nFN:\x84"
+            "J\xF6rg\x93 \x96 \x80 \x8A\r\n N\x9F\r\nORG:A\x85\r\n"),
+       "given=„Jörg“ – € family=ŠNŸ fn=„Jörg“ – € ŠNŸ org=A…"},
+      {"in one that names that or Latin-1, and in one that names UTF-8",
+       card("VERSION:3.0\r\nFN;CHARSET=ISO-8859-1:\x91"
+            "Ann\x92\r\nN;CHARSET=WINDOWS-1252:;\x91"
+            "Ann\x92;;;\r\n"
+            "ORG;CHARSET=UTF-8:A \x97 B\r\n"),
+       "given=‘Ann’ fn=‘Ann’ org=A — B"},
+      {"another character set, over two lines",
+       card("VERSION:2.1\r\nN;CHARSET=SHIFT_JIS:\x93\x63\x92\x86;\x89\xD4\r\n \x8E\x71\r\n"
+            "FN;CHARSET=\"koi8-r\":\xE1\xCE\xCE\xC1\r\nORG;CHARSET=NO-SUCH:\x80\r\n"),
+       "given=花子 family=田中 fn=Анна org=€"},
       {"version 2.1 with soft line breaks, as telephones write them",
        card("VERSION:2.1\r\nN;CHARSET=UTF-8;ENCODING=QUOTED-PRINTABLE:=4D=C3=BC=6C=\r\n=6C=65=72=\r\n;J=C3=B6=\r\n"
             "rg;;;\r\nFN;CHARSET=UTF-8;ENCODING=QUOTED-PRINTABLE:=4A=C3=B6rg=\n=20=4D\nTEL;CELL:1\r\n"

@@ -1,5 +1,8 @@
 #include "pellor/linux/text/CardText.h"
 
+#include <unicode/ucnv.h>
+#include <unicode/unistr.h>
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -10,6 +13,7 @@ namespace pellor {
 namespace {
 
 constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::string_view CharsetStart = ";charset=";
 
 unsigned char byteAt(std::string_view bytes, std::size_t index) { return static_cast<unsigned char>(bytes[index]); }
 
@@ -47,27 +51,62 @@ bool isSecondByte(unsigned char first, unsigned char second) {
   return second >= 0x80 && second < 0xC0;
 }
 
-std::string fromLatin1(std::string_view bytes) {
-  std::string text;
+// What Windows-1252 has from 0x80 to 0x9F: quotes, dashes, the euro. Latin-1 has control characters there, which nobody
+// writes into a card, so that either is read as this one.
+constexpr std::array<char16_t, 32> Windows1252 = {
+    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178,
+};
+
+std::string fromWindows1252(std::string_view bytes) {
+  icu::UnicodeString text;
   for (const char c : bytes) {
     const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x80) {
-      text += c;
-      continue;
-    }
-    text += static_cast<char>(0xC0 | (byte >> 6));
-    text += static_cast<char>(0x80 | (byte & 0x3F));
+    text.append(byte >= 0x80 && byte < 0xA0 ? Windows1252[byte - 0x80U] : char16_t{byte});
   }
-  return text;
+  std::string result;
+  return text.toUTF8String(result);
+}
+
+/// Where a line names its character set: the parameter with the semicolon before it.
+struct CharsetParameter {
+  std::size_t start = std::string::npos;
+  std::size_t end = 0;
+};
+
+CharsetParameter charsetParameter(std::string_view line) {
+  const std::size_t colon = std::min(line.find(':'), line.size());
+  const std::size_t start = lowerCased(line.substr(0, colon)).find(CharsetStart);
+  if (start == std::string::npos) return {};
+  return {start, std::min(line.find(';', start + 1), colon)};
+}
+
+std::string charsetOf(std::string_view line) {
+  const auto [start, end] = charsetParameter(line);
+  if (start == std::string::npos) return {};
+  std::string name = lowerCased(line.substr(start, end - start).substr(CharsetStart.size()));
+  std::erase(name, '"');
+  return name;
 }
 
 // What has been converted must not be converted again by the parser.
 std::string withoutCharset(std::string_view line) {
-  const std::size_t colon = std::min(line.find(':'), line.size());
-  const std::size_t start = lowerCased(line.substr(0, colon)).find(";charset=");
+  const auto [start, end] = charsetParameter(line);
   if (start == std::string::npos) return std::string(line);
-  const std::size_t end = std::min(line.find(';', start + 1), colon);
   return std::string(line.substr(0, start)) + std::string(line.substr(end));
+}
+
+// A line that claims to be UTF-8 and is not was written by a program that knows no character sets.
+std::string converted(std::string_view line, const std::string& charset) {
+  constexpr std::array western = {"", "utf-8", "us-ascii", "iso-8859-1", "windows-1252"};
+  if (std::ranges::find(western, charset) != western.end()) return fromWindows1252(line);
+  UErrorCode error = U_ZERO_ERROR;
+  const icu::LocalUConverterPointer converter(ucnv_open(charset.c_str(), &error));
+  if (U_FAILURE(error)) return fromWindows1252(line);
+  const icu::UnicodeString text(line.data(), static_cast<std::int32_t>(line.size()), converter.getAlias(), error);
+  std::string result;
+  return U_SUCCESS(error) ? text.toUTF8String(result) : fromWindows1252(line);
 }
 
 bool isQuotedPrintable(std::string_view line) {
@@ -82,8 +121,10 @@ std::string asUtf8Card(std::string_view text) {
   if (text.starts_with(ByteOrderMark)) text.remove_prefix(ByteOrderMark.size());
   if (isUtf8(text)) return std::string(text);
   std::string result;
+  std::string charset;
   forEachLine(text, [&](std::string_view line) {
-    result += isUtf8(line) ? std::string(line) : withoutCharset(fromLatin1(line));
+    if (!isContinuation(line)) charset = charsetOf(line);
+    result += isUtf8(line) ? std::string(line) : withoutCharset(converted(line, charset));
     result += "\r\n";
   });
   return result;

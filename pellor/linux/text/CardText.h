@@ -9,7 +9,8 @@
 
 namespace pellor {
 
-/// The text as UTF-8 without a byte order mark. Lines that are no UTF-8 are taken for Latin-1 and lose their CHARSET.
+/// The text as UTF-8 without a byte order mark. A line that is no UTF-8 is read by its CHARSET, which it loses, and as
+/// Windows-1252 where it names none or one that is not known.
 std::string asUtf8Card(std::string_view text);
 
 /// The text with each value in quoted-printable on one line, as far as its soft line breaks go ("=" at the end of a

@@ -50,8 +50,8 @@ struct CardReading {
   std::vector<std::string> remarks;  ///< what is odd about a card that was read; may hold parts of its text
 };
 
-/// The first card of a text (`cardPieces`): vCard 2.1, 3.0 or 4.0. Lines that are no UTF-8 are read as Latin-1. Throws
-/// std::runtime_error when the parser cannot be loaded. Any thread.
+/// The first card of a text (`cardPieces`): vCard 2.1, 3.0 or 4.0. Lines that are no UTF-8 are read as `asUtf8Card`
+/// does. Throws std::runtime_error when the parser cannot be loaded. Any thread.
 CardReading readContactCard(std::string_view text);
 
 }  // namespace pellor
