@@ -7,6 +7,7 @@
 #include <array>
 #include <cctype>
 #include <cstdint>
+#include <optional>
 
 namespace pellor {
 
@@ -51,20 +52,13 @@ bool isSecondByte(unsigned char first, unsigned char second) {
   return second >= 0x80 && second < 0xC0;
 }
 
-// What Windows-1252 has from 0x80 to 0x9F: quotes, dashes, the euro. Latin-1 has control characters there, which nobody
-// writes into a card, so that either is read as this one.
-constexpr std::array<char16_t, 32> Windows1252 = {
-    0x20AC, 0x0081, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0x008D, 0x017D, 0x008F, 0x0090, 0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x009D, 0x017E, 0x0178,
-};
-
-std::string fromWindows1252(std::string_view bytes) {
-  icu::UnicodeString text;
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    text.append(byte >= 0x80 && byte < 0xA0 ? Windows1252[byte - 0x80U] : char16_t{byte});
-  }
+/// Absent for a character set that ICU does not know.
+std::optional<std::string> fromCharset(std::string_view bytes, const char* charset) {
+  UErrorCode error = U_ZERO_ERROR;
+  const icu::LocalUConverterPointer converter(ucnv_open(charset, &error));
+  if (U_FAILURE(error)) return std::nullopt;
+  const icu::UnicodeString text(bytes.data(), static_cast<std::int32_t>(bytes.size()), converter.getAlias(), error);
+  if (U_FAILURE(error)) return std::nullopt;
   std::string result;
   return text.toUTF8String(result);
 }
@@ -97,16 +91,14 @@ std::string withoutCharset(std::string_view line) {
   return std::string(line.substr(0, start)) + std::string(line.substr(end));
 }
 
-// A line that claims to be UTF-8 and is not was written by a program that knows no character sets.
+// A line that claims to be UTF-8 and is not was written by a program that knows no character sets. Latin-1 differs from
+// Windows-1252 in control characters alone, which nobody writes into a card.
 std::string converted(std::string_view line, const std::string& charset) {
-  constexpr std::array western = {"", "utf-8", "us-ascii", "iso-8859-1", "windows-1252"};
-  if (std::ranges::find(western, charset) != western.end()) return fromWindows1252(line);
-  UErrorCode error = U_ZERO_ERROR;
-  const icu::LocalUConverterPointer converter(ucnv_open(charset.c_str(), &error));
-  if (U_FAILURE(error)) return fromWindows1252(line);
-  const icu::UnicodeString text(line.data(), static_cast<std::int32_t>(line.size()), converter.getAlias(), error);
-  std::string result;
-  return U_SUCCESS(error) ? text.toUTF8String(result) : fromWindows1252(line);
+  constexpr std::array western = {"", "utf-8", "us-ascii", "iso-8859-1"};
+  const bool isWestern = std::ranges::find(western, charset) != western.end();
+  auto text = isWestern ? std::nullopt : fromCharset(line, charset.c_str());
+  if (!text) text = fromCharset(line, "windows-1252");
+  return text.value_or(std::string(line));
 }
 
 bool isQuotedPrintable(std::string_view line) {
