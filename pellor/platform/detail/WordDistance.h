@@ -28,9 +28,9 @@ inline std::size_t wordDistance(std::string_view first, std::string_view second)
   return row.back();
 }
 
-/// Two words agree in so little beyond this distance that none was meant by the other.
+/// Two words agree in so little beyond this distance, about a third of their letters, that none was meant by the other.
 inline std::size_t mostWordDistance(std::string_view first, std::string_view second) {
-  return (std::max(first.size(), second.size()) + 2) / 3;
+  return (std::max(first.size(), second.size()) + 1) / 3;
 }
 
 }  // namespace pellor

@@ -174,6 +174,8 @@ TYPED_TEST_P(ContactSearchContract, AMistypedWordFindsTheNearestName) {
       {"sabien", {"mueller"}},
       {"sabine martin", {}},
       {"xylophon", {}},
+      {"reak", {"reka"}},
+      {"ozew", {}},
       {"", {}},
       {"zoee", {"zoe"}},
       {"Jürgne muler", {"muller"}},
