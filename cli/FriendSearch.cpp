@@ -10,8 +10,8 @@
 #include "cli/ShownNumbers.h"
 #include "cli/Suggestion.h"
 #include "pellor/friends/PLDestination.h"
-#include "pellor/list/ShownDestination.h"
 #include "pellor/linux/text/TerminalText.h"
+#include "pellor/list/ShownDestination.h"
 #include "pellor/platform/Platform.h"
 
 namespace pellor::cli {

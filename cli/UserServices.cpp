@@ -6,8 +6,8 @@
 
 #include "cli/CommandError.h"
 #include "cli/Services.h"
-#include "pellor/list/SyncedKeys.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/list/SyncedKeys.h"
 
 namespace pellor::cli {
 
