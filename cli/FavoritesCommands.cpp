@@ -156,20 +156,31 @@ std::size_t indexIn(const std::string& number, std::size_t count) {
   throw CommandError("there is no favorite " + number + ": there are " + std::to_string(count));
 }
 
-// By number, else as a contact, else by the name in the file.
-std::size_t indexOf(Session& session, const Lines& lines, const std::string& who) {
-  const bool isNumber = !who.empty() && std::ranges::all_of(who, [](char c) { return c >= '0' && c <= '9'; });
-  if (isNumber && who.size() < 4) return indexIn(who, lines.size());
-  const auto contact = ContactFinder(session).named(who);
+// The lines with that name, number or address.
+std::vector<std::size_t> indexesOf(const Lines& lines, const std::string& who) {
   const auto key = destinationKey(who);
   const NameMatch name(who);
-  const auto isNamed = [&](const FavoritesFile::Line& line) {
-    if (contact && line.guid == contact->guid) return true;
-    return (key && destinationKey(line.value) == key) || name.isWhole(line.name);
-  };
-  const auto found = std::ranges::find_if(lines, isNamed);
-  if (found == lines.end()) throw CommandError("no favorite is called " + inQuotes(who));
-  return static_cast<std::size_t>(found - lines.begin());
+  std::vector<std::size_t> found;
+  for (std::size_t index = 0; index < lines.size(); ++index) {
+    const FavoritesFile::Line& line = lines[index];
+    if ((key && destinationKey(line.value) == key) || name.isWhole(line.name)) found.push_back(index);
+  }
+  return found;
+}
+
+// By number, else by what the file says when that is one alone, else as a contact.
+std::size_t indexOf(Session& session, const Lines& lines, const std::string& who) {
+  if (who.empty()) throw UsageError("WHO is empty");
+  const bool isNumber = std::ranges::all_of(who, [](char c) { return c >= '0' && c <= '9'; });
+  if (isNumber && who.size() < 4) return indexIn(who, lines.size());
+  const std::vector<std::size_t> named = indexesOf(lines, who);
+  if (named.size() == 1) return named.front();
+  const auto contact = ContactFinder(session).named(who);
+  const auto found =
+      std::ranges::find_if(lines, [&](const auto& line) { return contact && line.guid == contact->guid; });
+  if (found != lines.end()) return static_cast<std::size_t>(found - lines.begin());
+  if (contact || named.empty()) throw CommandError("no favorite is called " + inQuotes(who));
+  throw CommandError(inQuotes(who) + " fits several favorites: give the number of one");
 }
 
 void remove(Session& session, const std::string& who) {

@@ -76,6 +76,23 @@ TEST(Choice, WithoutATerminalEachCandidateIsGivenWithWhatToType) {
              });
 }
 
+TEST(Choice, AFavoriteIsNotTakenForItsNamesakesAmongTheContacts) {
+  const Home home;
+  addAnnas(home);
+  tell(home, {
+                 {{"favorites", "add", "a2"}, 0, "1 Anna Berg 030 7654322\n"},
+                 {{"favorites", "add", "a3"}, 0, "2 Anna Lee"},
+                 {{"favorites", "remove", "anna berg"}, 0, "1 Anna Lee"},
+                 {{"favorites", "add", "a1"}, 0, "2 Anna Berg"},
+                 {{"favorites", "add", "a2"}, 0, "3 Anna Berg"},
+                 {{"favorites", "remove", "anna berg#2"}, 0, "1 Anna Lee 030 7654321\n2 Anna Berg 030 7654321\n"},
+                 {{"favorites", "remove", "anna#2"}, 1, "no favorite is called \"anna#2\""},
+                 {{"favorites", "remove", "lee"}, 0, "1 Anna Berg"},
+                 {{"favorites", "add", "030 99"}, 0, "2 030 99"},
+                 {{"favorites", "remove", ""}, 2, "WHO is empty"},
+             });
+}
+
 TEST(Choice, ANameOrANumberThatEndsInASignAndDigitsIsItself) {
   const Home home;
   addAnnas(home);
