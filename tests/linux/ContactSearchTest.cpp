@@ -50,7 +50,18 @@ TEST_F(ContactSearchTest, WordsOfNamesComeBeforeThoseOfOrganisationsAndAddresses
   EXPECT_THAT(found("lind"), ElementsAre("whole", "given", "surname", "longer", "organisation", "two", "address"));
   EXPECT_THAT(found("lind", 3), ElementsAre("whole", "given", "surname"));
   EXPECT_THAT(found("lind bo"), ElementsAre("address"));
+  EXPECT_THAT(found("lind co cai"), ElementsAre("organisation"));
+  EXPECT_THAT(found("lind co bo"), IsEmpty());
   EXPECT_THAT(found("lind novak zorn"), IsEmpty());
+}
+
+TEST_F(ContactSearchTest, ACardOfVeryManyWordsIsFoundByAnyTwo) {
+  std::string words;
+  for (int number = 100; number < 240; ++number) words += " w" + std::to_string(number);
+  put("a.vcf", card("many", "Ada Lind", "ORG:Acme" + words + "\nEMAIL:ada@example.org\n"));
+  for (const char* text : {"ada w239", "w100 w239", "lind example w2", "ada lind"})
+    EXPECT_THAT(found(text), ElementsAre("many")) << text;
+  EXPECT_THAT(found("ada w240"), IsEmpty());
 }
 
 TEST_F(ContactSearchTest, NamesWithoutBlanksAreFoundByEitherPart) {

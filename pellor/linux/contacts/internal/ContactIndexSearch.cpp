@@ -277,8 +277,13 @@ std::optional<std::string> ContactIndexSearch::nearestOfNames(const std::string&
     rows->bind(1, folder).bind(2, static_cast<std::int64_t>(WordKind::name));
     while (rows->step()) {
       std::string word = rows->text(0);
+      const auto isTooFar = [&](std::size_t distance) {
+        return distance > mostWordDistance(typed, word) || (nearest && distance >= least);
+      };
+      // Letters that are missing tell it sooner.
+      if (isTooFar(std::max(typed.size(), word.size()) - std::min(typed.size(), word.size()))) continue;
       const std::size_t distance = wordDistance(typed, word);
-      if (distance > mostWordDistance(typed, word) || (nearest && distance >= least)) continue;
+      if (isTooFar(distance)) continue;
       least = distance;
       nearest = std::move(word);
     }
