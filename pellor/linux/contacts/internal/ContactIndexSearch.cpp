@@ -17,7 +17,7 @@ namespace pellor {
 namespace {
 
 // So many that counting them all would cost more than it saves.
-constexpr std::int64_t ManyWords = 200;
+constexpr std::int64_t ManyWords = 128;
 
 struct SearchedKind {
   WordKind kind;
@@ -154,11 +154,10 @@ class CardSearch {
   std::int64_t countOf(const SearchWord& word, WordKind kind) {
     std::int64_t count = 0;
     for (const KeyRange& range : beginningsOf(word)) {
-      const auto rows = _statements.use(
-          "SELECT count(*) FROM (SELECT 1 FROM words WHERE folder=? AND kind=? AND word>=? AND word<? LIMIT ?)");
+      const auto rows = _statements.use("SELECT 1 FROM words WHERE folder=? AND kind=? AND word>=? AND word<? LIMIT ?");
       rows->bind(1, _folder).bind(2, static_cast<std::int64_t>(kind));
-      bindRange(*rows, 3, range).bind(5, ManyWords).step();
-      count += rows->integer(0);
+      bindRange(*rows, 3, range).bind(5, ManyWords - count);
+      while (rows->step()) ++count;
     }
     return count;
   }
@@ -172,8 +171,7 @@ class CardSearch {
     bindRange(*rows, 3, range);
     while (!_found.isFull() && rows->step()) {
       const std::int64_t card = rows->integer(0);
-      if (!_found.isKnown(card) && (others.empty() || hasWords(card, rows->bytes(1), others)))
-        _found.add(card, searched.fit);
+      if (others.empty() || hasWords(card, rows->bytes(1), others)) _found.add(card, searched.fit);
     }
   }
 
