@@ -40,6 +40,7 @@ class StoreNameSettingsTest : public testing::Test {
  private:
   std::shared_ptr<IndexedAddressBook> bookWith(const std::shared_ptr<StoreNameSettings>& settings) {
     IndexedAddressBookOptions options;
+    options.index.dataFolder = _folder / "data";
     options.nameSettings = [settings] { return settings->current(); };
     options.noticesChanges = false;
     return IndexedAddressBook::make(_process, contactsAt(_folder / "contacts"), std::move(options));
