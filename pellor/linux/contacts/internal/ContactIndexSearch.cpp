@@ -80,7 +80,6 @@ class FittingCards {
   explicit FittingCards(std::size_t wanted) : _wanted(wanted) {}
 
   bool isFull() const { return _cards.size() >= _wanted; }
-  bool isKnown(std::int64_t card) const { return _known.contains(card); }
   void add(std::int64_t card, ContactFit fit) {
     if (!_known.insert(card).second) return;
     _cards.push_back(card);
@@ -112,6 +111,9 @@ class CardSearch {
   }
 
  private:
+  /// How many times the word is there, and whether it is in no name.
+  using Commonness = std::pair<std::int64_t, bool>;
+
   // Each query gives cards in its first column.
   void take(SQLiteStatement& rows, ContactFit fit) {
     while (!_found.isFull() && rows.step()) _found.add(rows.integer(0), fit);
@@ -142,13 +144,23 @@ class CardSearch {
   // Of words that many people have, one of a name.
   const SearchWord& rarestWord() {
     if (_query.words.size() == 1) return _query.words.front();
-    return *std::ranges::min_element(_query.words, {}, [this](const SearchWord& word) {
-      const std::int64_t names = countOf(word, WordKind::name);
-      std::int64_t all = names;
-      for (const WordKind kind : {WordKind::organization, WordKind::address})
-        if (all < ManyWords) all += countOf(word, kind);
-      return std::pair(std::min(all, ManyWords), names == 0);
-    });
+    const SearchWord* rarest = nullptr;
+    Commonness least;
+    for (const SearchWord& word : _query.words) {
+      const Commonness commonness = commonnessOf(word);
+      if (rarest && commonness >= least) continue;
+      rarest = &word;
+      least = commonness;
+    }
+    return *rarest;
+  }
+
+  Commonness commonnessOf(const SearchWord& word) {
+    const std::int64_t names = countOf(word, WordKind::name);
+    std::int64_t all = names;
+    for (const WordKind kind : {WordKind::organization, WordKind::address})
+      if (all < ManyWords) all += countOf(word, kind);
+    return {std::min(all, ManyWords), names == 0};
   }
 
   std::int64_t countOf(const SearchWord& word, WordKind kind) {
