@@ -1,5 +1,6 @@
 #include "pellor/linux/contacts/internal/ContactIndexUpdate.h"
 
+#include <memory>
 #include <utility>
 
 #include "pellor/linux/contacts/internal/ContactIndexCards.h"
@@ -8,6 +9,7 @@
 #include "pellor/linux/contacts/internal/ContactWords.h"
 #include "pellor/linux/contacts/internal/DestinationKey.h"
 #include "pellor/linux/contacts/internal/NameSearchKey.h"
+#include "pellor/linux/sqlite/MorePagesInMemory.h"
 #include "pellor/linux/text/CardText.h"
 #include "pellor/platform/AddressBookStore.h"
 
@@ -17,6 +19,12 @@ namespace {
 
 constexpr std::size_t ProgressStep = 100;
 constexpr std::size_t LongestAllWords = 300;
+
+// The words of very many cards go all over the file.
+std::unique_ptr<MorePagesInMemory> roomFor(const SQLiteStatements& statements, std::size_t cards) {
+  constexpr std::size_t few = 2000;
+  return cards > few ? std::make_unique<MorePagesInMemory>(statements.database()) : nullptr;
+}
 
 void bindSignature(SQLiteStatement& statement, int parameter, const CardSignature& signature) {
   for (const std::int64_t mark : signature.marks) statement.bind(parameter++, mark);
@@ -226,7 +234,10 @@ void ContactIndexUpdate::markChanged(std::int32_t record) {
 
 void ContactIndexUpdate::finish() {
   for (const std::string& claim : _claims) settleClaim(claim);
-  for (const std::int64_t card : _changedCards) derive(card);
+  {
+    const auto room = roomFor(_statements, _changedCards.size());
+    for (const std::int64_t card : _changedCards) derive(card);
+  }
   if (_hasChanged) settleLinks();
 }
 
@@ -277,6 +288,7 @@ void ContactIndexUpdate::deriveOthers() {
     row->bind(1, _folder);
     while (row->step()) cards.push_back(row->integer(0));
   }
+  const auto room = roomFor(_statements, cards.size());
   for (const std::int64_t card : cards) {
     if (!_changedCards.contains(card)) derive(card);
   }
