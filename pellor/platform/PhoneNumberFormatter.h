@@ -32,6 +32,9 @@ class PhoneNumberFormatter {
   /// The digits with which international numbers of that country begin, such as "49". A port that leaves it as it is
   /// finds a number that is not typed whole by its international beginning and by its ending alone.
   virtual std::string homeCallingCode() { return {}; }
+  /// The digits that are dialled before a national number at home and are no part of the international one: "0" in
+  /// Germany, "06" in Hungary. Empty where there are none. A port that leaves it as it is has zeros passed over.
+  virtual std::string homeTrunkPrefix() { return {}; }
   /// The number in `text`, a national one being read as a number of `countryCode`; null when the text is no number.
   virtual std::shared_ptr<ParsedPhoneNumber> parsePhoneNumber(std::string_view text, std::string_view countryCode) = 0;
   virtual std::string phoneNumberString(const ParsedPhoneNumber& number, PhoneNumberForm form) = 0;

@@ -32,7 +32,9 @@ class TypedNumber {
       if (character[0] >= '0' && character[0] <= '9') {
         digits += character;
       } else if (textService.containsDecimalDigit(character)) {
-        isForeign = true;
+        const std::string digit = digitsOf(destinations.comparableNumber(character).value_or(std::string()));
+        isForeign = isForeign || digit.size() != 1;
+        digits += digit;
       } else if (length > 1 || signs.find(character[0]) == std::string_view::npos) {
         return std::nullopt;
       }
@@ -40,8 +42,7 @@ class TypedNumber {
     const std::string comparable = destinations.comparableNumber(text).value_or(std::string());
     if (isForeign) digits = digitsOf(comparable);
     if (digits.empty()) return std::nullopt;
-    return TypedNumber(std::move(digits), text.find('+') != std::string_view::npos, comparable,
-                       phoneNumbers.homeCallingCode());
+    return TypedNumber(digits, text.find('+') != std::string_view::npos, comparable, phoneNumbers);
   }
 
   /// The canonical forms of the numbers that were meant begin with one of these.
@@ -57,7 +58,8 @@ class TypedNumber {
   }
 
  private:
-  TypedNumber(std::string digits, bool isInternational, const std::string& comparable, const std::string& callingCode) {
+  TypedNumber(const std::string& digits, bool isInternational, const std::string& comparable,
+              PhoneNumberFormatter& phoneNumbers) {
     constexpr std::size_t leastEnding = 3;
     if (comparable.starts_with('+')) _beginnings.push_back(comparable);
     if (digits.starts_with("00")) {
@@ -67,13 +69,20 @@ class TypedNumber {
     }
     if (!isInternational) {
       _beginnings.push_back(digits);
-      const std::string significant = digits.substr(std::min(digits.find_first_not_of('0'), digits.size()));
-      if (!callingCode.empty() && !significant.empty())
-        for (const std::string& national : {digits, significant}) _beginnings.push_back('+' + callingCode + national);
+      addNational(digits, phoneNumbers);
     }
     if (digits.size() >= leastEnding) _ending = endingKey(digits);
   }
 
+  void addNational(const std::string& digits, PhoneNumberFormatter& phoneNumbers) {
+    const std::string callingCode = phoneNumbers.homeCallingCode(), trunkPrefix = phoneNumbers.homeTrunkPrefix();
+    if (callingCode.empty()) return;
+    std::vector<std::string> nationals = {digits,
+                                          digits.substr(std::min(digits.find_first_not_of('0'), digits.size()))};
+    if (!trunkPrefix.empty() && digits.starts_with(trunkPrefix)) nationals.push_back(digits.substr(trunkPrefix.size()));
+    for (const std::string& national : nationals)
+      if (!national.empty()) _beginnings.push_back('+' + callingCode + national);
+  }
   static std::string digitsOf(std::string_view text) {
     std::string digits;
     std::ranges::copy_if(text, std::back_inserter(digits), [](char c) { return c >= '0' && c <= '9'; });

@@ -106,6 +106,10 @@ std::string SimulatedPhoneNumbers::homeCallingCode() {
   return std::string(countryWithCode(homeCountryCode())->callingCode);
 }
 
+std::string SimulatedPhoneNumbers::homeTrunkPrefix() {
+  return std::string(countryWithCode(homeCountryCode())->trunkPrefix);
+}
+
 std::shared_ptr<ParsedPhoneNumber> SimulatedPhoneNumbers::parsePhoneNumber(std::string_view text,
                                                                            std::string_view countryCode) {
   auto number = numberIn(text, countryCode);

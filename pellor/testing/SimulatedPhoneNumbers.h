@@ -23,6 +23,7 @@ class SimulatedPhoneNumbers : public PhoneNumberFormatter {
 
   std::string homeCountryCode() override;
   std::string homeCallingCode() override;
+  std::string homeTrunkPrefix() override;
   std::shared_ptr<ParsedPhoneNumber> parsePhoneNumber(std::string_view text, std::string_view countryCode) override;
   std::string phoneNumberString(const ParsedPhoneNumber& number, PhoneNumberForm form) override;
   std::string phoneNumberCountryCode(const ParsedPhoneNumber& number) override;

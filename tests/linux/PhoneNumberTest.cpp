@@ -1,13 +1,17 @@
 // Numbers as libphonenumber reads them, and the identifiers that are made of them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "pellor/linux/phone/LibPhoneNumber.h"
 #include "pellor/linux/reachability/IdentityService.h"
+#include "pellor/linux/text/IcuText.h"
+#include "pellor/platform/TypedNumber.h"
 #include "pellor/testing/contract/PhoneNumberFormatterContract.h"
 #include "pellor/testing/contract/ReachabilityServiceContract.h"
 
@@ -51,6 +55,25 @@ TEST(PhoneNumberTest, SpellingsOfOneNumberHaveOneCanonicalForm) {
       EXPECT_EQ(canonicalForm(service, spelling), test.form) << spelling << " in " << test.region;
     }
   }
+}
+
+TEST(PhoneNumberTest, ANumberOfWhichAPartWasTypedMayBeginAsAtHome) {
+  const auto begins = [](const char* region, const char* typed, std::string_view number) {
+    IcuText text([] { return std::string(); });
+    IdentityService service(in(region));
+    LibPhoneNumber numbers(in(region));
+    const auto read = TypedNumber::read(typed, text, service, numbers);
+    const auto fits = [&](const std::string& beginning) { return number.starts_with(beginning); };
+    return read && std::ranges::any_of(read->beginnings(), fits);
+  };
+  EXPECT_TRUE(begins("HU", "06 30 12", "+36301234567"));
+  EXPECT_TRUE(begins("RU", "8 916 12", "+79161234567"));
+  EXPECT_TRUE(begins("US", "1 (212) 5", "+12125550123"));
+  EXPECT_TRUE(begins("US", "212 55", "+12125550123"));
+  EXPECT_TRUE(begins("IT", "06 12", "+390612345678"));
+  EXPECT_TRUE(begins("EG", "٠١٠ ١٢", "+201012345678"));
+  EXPECT_FALSE(begins("EG", "٢١٠", "+201012345678"));
+  EXPECT_FALSE(begins("HU", "06 31", "+36301234567"));
 }
 
 TEST(PhoneNumberTest, TheHomeCallingCodeIsThatOfTheRegion) {

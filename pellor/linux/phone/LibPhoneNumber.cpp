@@ -188,6 +188,12 @@ std::string LibPhoneNumber::homeCountryCode() { return _region(); }
 
 std::string LibPhoneNumber::homeCallingCode() { return callingCodeOf(_region()); }
 
+std::string LibPhoneNumber::homeTrunkPrefix() {
+  std::string prefix;
+  library().GetNddPrefixForRegion(_region(), true, &prefix);
+  return prefix;
+}
+
 std::shared_ptr<ParsedPhoneNumber> LibPhoneNumber::parsePhoneNumber(std::string_view text,
                                                                     std::string_view countryCode) {
   std::optional<PhoneNumber> number = parse(text, countryCode);

@@ -55,6 +55,7 @@ class LibPhoneNumber final : public PhoneNumberFormatter {
   std::string homeCountryCode() override;
   /// Empty for a region without numbers.
   std::string homeCallingCode() override;
+  std::string homeTrunkPrefix() override;
   /// Null also for numbers of an impossible length, which are shown as they were typed.
   std::shared_ptr<ParsedPhoneNumber> parsePhoneNumber(std::string_view text, std::string_view countryCode) override;
   std::string phoneNumberString(const ParsedPhoneNumber& number, PhoneNumberForm form) override;
