@@ -33,6 +33,16 @@ bool isNeeded(const CommandLine& line) {
   return line.services == Services::ifChosen && line.options.configuration.choosesServices();
 }
 
+// The program without adapters was built where the libraries of none were found.
+std::string adviceFor(const CommandLine& line) {
+  const Configuration& configuration = line.options.configuration;
+  for (const std::string_view part : configurationParts()) {
+    if (configuration.choosesService(part))
+      return adapterAdvice(*configuration.text(part)) + ", or choose another " + std::string(part) + " (pellor doctor)";
+  }
+  return adapterAdvice("mqtt");
+}
+
 }  // namespace
 
 void chooseProgram(const CommandLine& line, char** arguments) {
@@ -40,9 +50,7 @@ void chooseProgram(const CommandLine& line, char** arguments) {
   const fs::path other = servicesProgram();
   if (!other.empty()) ::execv(other.c_str(), arguments);
   if (!isNeeded(line)) return;
-  throw CommandError(std::string(ServicesProgram) +
-                     " is missing, which is needed for this: build Pellor with its adapters" +
-                     (line.services == Services::needed ? "" : ", or choose other parts (pellor doctor)"));
+  throw CommandError(std::string(ServicesProgram) + " is missing, which is needed for this: " + adviceFor(line));
 }
 
 LinuxPlatformOptions platformOptionsFor(const Configuration& configuration) { return embeddedOptions(configuration); }
@@ -52,7 +60,7 @@ std::shared_ptr<LogSink> logSinkFor(const Configuration&) { return nullptr; }
 ServiceReport reportOn(Process&, std::string_view part, const Configuration& configuration) {
   if (const auto report = reportOnEmbedded(part, configuration)) return *report;
   return ServiceReport::failing("this program has no adapter for it",
-                                "build Pellor with its adapters, or choose another one");
+                                adapterAdvice(*configuration.text(part)) + ", or choose another one");
 }
 
 }  // namespace pellor::cli

@@ -2,11 +2,14 @@
 
 #include "cli/CommandError.h"
 #include "cli/DeviceActions.h"
+#include "pellor/linux/Configuration.h"
 
 namespace pellor::cli {
 namespace {
 
-[[noreturn]] void fail() { throw CommandError("this program has no adapter for paired devices: build Pellor with it"); }
+[[noreturn]] void fail() {
+  throw CommandError("this program has no adapter for paired devices: " + adapterAdvice("mqtt"));
+}
 
 }  // namespace
 

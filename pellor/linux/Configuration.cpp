@@ -63,6 +63,20 @@ constexpr std::array Keys = {
 constexpr std::array<std::string_view, 6> Parts = {"address-book", "store",        "bus",
                                                    "log",          "reachability", "paired-device"};
 
+/// What the adapter of a choice is built with, as Debian's packages are called.
+struct AdapterPackages {
+  std::string_view choice;
+  std::string_view packages;
+};
+
+constexpr std::array<AdapterPackages, 7> Packages = {{{"eds", "libebook1.2-dev"},
+                                                      {"journal", "libsystemd-dev"},
+                                                      {"ldap", "libldap-dev libssl-dev"},
+                                                      {"matrix", "libcurl4-openssl-dev"},
+                                                      {"mqtt", "libmosquitto-dev libsodium-dev libssl-dev"},
+                                                      {"postgresql", "libpq-dev"},
+                                                      {"session", "libsystemd-dev"}}};
+
 constexpr int LargestCount = 65535;
 constexpr double LongestTime = 3600;
 
@@ -200,6 +214,12 @@ std::optional<std::string> contentOf(const fs::path& file) {
 }
 
 }  // namespace
+
+std::string adapterAdvice(std::string_view choice) {
+  const auto found = std::ranges::find(Packages, choice, &AdapterPackages::choice);
+  require(found != Packages.end(), "a choice that needs an adapter");
+  return "install " + std::string(found->packages) + " and build Pellor again";
+}
 
 std::span<const ConfigurationKey> configurationKeys() { return Keys; }
 

@@ -45,6 +45,10 @@ std::span<const ConfigurationKey> configurationKeys();
 /// `configurationKeys`.
 std::span<const std::string_view> configurationParts();
 
+/// How a program comes by the adapter of a choice that it was built without, such as "eds": for the user, without a
+/// full stop.
+std::string adapterAdvice(std::string_view choice);
+
 /// What holds for each key: what the program's arguments say, else the file, else the key's own default. A plain value.
 class Configuration {
  public:

@@ -24,8 +24,9 @@ const ServiceAdapter* chosenAdapter(const ServiceAdapters& adapters, std::string
 }
 
 [[noreturn]] void throwNotBuilt(std::string_view part, const Configuration& configuration) {
-  throw ConfigurationError(std::string(part) + " = \"" + *configuration.text(part) +
-                           "\": this program was built without that adapter; build it in, or choose another one");
+  const std::string choice = *configuration.text(part);
+  throw ConfigurationError(std::string(part) + " = \"" + choice + "\": this program was built without that adapter: " +
+                           adapterAdvice(choice) + ", or choose another one");
 }
 
 }  // namespace
