@@ -6,16 +6,49 @@
 namespace pellor::cli {
 namespace {
 
+// Names are other people's text: none of them may end a quote, or hold what the shell would run. The line is read here
+// because the shell gives words with their quotes and breaks them at ":", "=" and "@" too.
 constexpr const char* BashScript = R"SHELL(# bash completion for pellor
 _pellor() {
-  local line word=${COMP_WORDS[COMP_CWORD]}
-  local quote=${word:0:1}
-  [[ $quote == [\"\'] ]] && word=${word:1} || quote=
+  local line=${COMP_LINE:0:COMP_POINT} quote= typed= word= before= found letter index
+  local -a words=()
+  for ((index = 0; index < ${#line}; index++)); do
+    letter=${line:index:1}
+    if [[ -z $quote && $letter == [[:space:]] ]]; then
+      [[ -n $typed ]] && words+=("$word")
+      typed= word=
+      continue
+    fi
+    typed+=$letter
+    if [[ $letter == \\ && $quote != \' ]]; then
+      ((++index))
+      letter=${line:index:1}
+      typed+=$letter word+=$letter
+    elif [[ -n $quote && $letter == "$quote" ]]; then
+      quote=
+    elif [[ -z $quote && $letter == [\"\'] ]]; then
+      quote=$letter
+    else
+      word+=$letter
+    fi
+  done
+  [[ -z $quote && $typed == *[:=@]* ]] && before=${typed%"${typed##*[:=@]}"}
   COMPREPLY=()
-  while IFS= read -r line; do
-    line=${line%%$'\t'*}
-    if [ -n "$quote" ]; then COMPREPLY+=("$line"); else COMPREPLY+=("$(printf %q "$line")"); fi
-  done < <(pellor complete -- "${COMP_WORDS[@]:1:COMP_CWORD-1}" "$word" 2>/dev/null)
+  while IFS= read -r found; do
+    found=${found%%$'\t'*}
+    case $quote in
+      \') found=${found//\'/\'\\\'\'} ;;
+      \")
+        found=${found//\\/\\\\}
+        found=${found//\"/\\\"}
+        found=${found//\$/\\\$}
+        found=${found//\`/\\\`}
+        found=${found//!/\"\'!\'\"}
+        ;;
+      *) printf -v found %q "$found" ;;
+    esac
+    COMPREPLY+=("${found#"$before"}")
+  done < <(pellor complete -- "${words[@]:1}" "$word" 2>/dev/null)
 }
 complete -o default -F _pellor pellor
 )SHELL";
@@ -25,8 +58,9 @@ _pellor() {
   local -a candidates
   local word meaning
   while IFS=$'\t' read -r word meaning; do
+    word=${word//\\/\\\\}
     candidates+=("${word//:/\\:}${meaning:+:$meaning}")
-  done < <(pellor complete -- "${(@)words[2,CURRENT-1]}" "${(Q)words[CURRENT]}" 2>/dev/null)
+  done < <(pellor complete -- "${(@Q)words[2,CURRENT-1]}" "${(Q)PREFIX}" 2>/dev/null)
   if (( $#candidates )); then _describe pellor candidates; else _files; fi
 }
 if [[ $funcstack[1] == _pellor ]]; then _pellor; else compdef _pellor pellor; fi
@@ -34,7 +68,10 @@ if [[ $funcstack[1] == _pellor ]]; then _pellor; else compdef _pellor pellor; fi
 
 constexpr const char* FishScript = R"SHELL(# fish completion for pellor
 function __pellor_complete
-  set -l found (pellor complete -- (commandline -opc)[2..] (commandline -ct) 2>/dev/null)
+  set -l typed (commandline -ct)
+  # A quote that is not closed yet is closed to read the word.
+  set -l word (string unescape -- $typed; or string unescape -- $typed"'"; or string unescape -- $typed'"')
+  set -l found (pellor complete -- (commandline -opc)[2..] "$word" 2>/dev/null)
   if set -q found[1]
     printf '%s\n' $found
   else

@@ -132,23 +132,6 @@ TEST(Completions, TellWhatTheLastWordMayBecome) {
   }
 }
 
-TEST(Completions, BashAddsWhatTheProgramTells) {
-  const Home home;
-  home.addContact("ann", "Ann Lee", "N:Lee;Ann $(touch pwned);;;\nTEL:0301234567\nX-FOLKS-FAVOURITE:true\n");
-  pellor(home, {"list"});
-  const std::string script = "pellor() { '" PELLOR_PROGRAM
-                             "' \"$@\"; }; eval \"$(pellor completion bash)\"; "
-                             "COMP_WORDS=(pellor \"$@\"); COMP_CWORD=$#; _pellor; printf '%s\\n' \"${COMPREPLY[@]}\"";
-  const auto complete = [&](const Arguments& words) {
-    Arguments command = {"/bin/bash", "-c", script, "bash"};
-    command.insert(command.end(), words.begin(), words.end());
-    return linesOf(Program(home, command).finish().output);
-  };
-  EXPECT_THAT(complete({"pur"}), ElementsAre("purge"));
-  EXPECT_THAT(complete({"remove", "An"}), ElementsAre("Ann\\ \\$\\(touch\\ pwned\\)\\ Lee"));
-  EXPECT_THAT(complete({"remove", "\"An"}), ElementsAre("Ann $(touch pwned) Lee"));
-}
-
 TEST(Scripts, GetLinesTakeLinesAndAreToldOfErrorsInJSON) {
   const Home home;
   home.addContact("ann", "Ann Lee", "N:Lee;Ann;;;\nTEL:0301234567\n");
