@@ -61,14 +61,22 @@ const std::filesystem::path& folderOf(Session& session) {
   throw CommandError("the contacts do not come from a folder: import them with the program that keeps them");
 }
 
-ContactImportOptions optionsFor(Session& session, const Request& request) {
+/// How far reading what is there is, and how far importing.
+struct Progress {
+  ProgressLine reading{"reading contacts"}, taking{"importing contacts"};
+};
+
+ContactImportOptions optionsFor(Session& session, const Request& request, Progress& progress) {
   if (std::ranges::count(request.files, "-") > 1) throw UsageError("- stands for standard input, once");
-  return {folderOf(session), !session.options().configuration.isSet("contacts"), request.replacesKnown};
+  return {folderOf(session), !session.options().configuration.isSet("contacts"), request.replacesKnown,
+          [&](std::size_t done, std::size_t total) { progress.reading.show(done, total); },
+          [&](std::size_t done, std::size_t total) { progress.taking.show(done, total); }};
 }
 
 ContactImportResult import(Session& session, const Request& request) {
   try {
-    ContactImport work(optionsFor(session, request));
+    Progress progress;
+    ContactImport work(optionsFor(session, request, progress));
     for (const std::string& path : request.files) {
       Input input = readInput(path);
       if (input.problem.empty())

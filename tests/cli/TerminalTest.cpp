@@ -162,5 +162,25 @@ TEST(Terminal, ALongReadingShowsItsProgressThere) {
   EXPECT_EQ(pellor(other, {"list"}).errors, "") << "shown where there is no terminal";
 }
 
+TEST(Terminal, ALongImportShowsItsProgressThere) {
+  const Home home;
+  std::string cards;
+  for (int number = 1000; number < 1250; ++number) {
+    cards += "BEGIN:VCARD\nVERSION:3.0\nFN:Person\nTEL:+4930123" + std::to_string(number) + "\nEND:VCARD\n";
+  }
+  writeFile(home / "export.vcf", cards);
+  const Arguments command = {"contacts", "import", (home / "export.vcf").string()};
+  const auto screenOf = [&] {
+    Terminal terminal(80);
+    EXPECT_EQ(Program(home, pellorCommand(command), {.errors = terminal.line()}).finish().exitCode, 0);
+    return terminal.content();
+  };
+  const std::string first = screenOf(), second = screenOf();
+  EXPECT_THAT(first, testing::HasSubstr("importing contacts: 200 of 250"));
+  EXPECT_TRUE(first.ends_with("\r\x1B[K")) << "the line is still there";
+  EXPECT_THAT(second, testing::HasSubstr("reading contacts: 200 of 250"));
+  EXPECT_EQ(pellor(home, command).errors, "");
+}
+
 }  // namespace
 }  // namespace pellor

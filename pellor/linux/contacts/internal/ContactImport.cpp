@@ -24,6 +24,13 @@ namespace fs = std::filesystem;
 // As many files may stand in the place of a new one.
 constexpr int MostNames = 100;
 
+// In files or cards.
+constexpr std::size_t ProgressStep = 100;
+
+void tell(const std::function<void(std::size_t, std::size_t)>& progress, std::size_t done, std::size_t total) {
+  if (progress && done % ProgressStep == 0) progress(done, total);
+}
+
 std::string nameOf(const ContactCard& card) {
   for (const auto* name :
        {&card.formattedName, &card.givenName, &card.familyName, &card.nickname, &card.organization}) {
@@ -105,9 +112,12 @@ void ContactImport::readFolder() {
   if (!fs::exists(_options.folder, ignored)) return;
   try {
     ContactFolder folder(_options.folder);
-    for (const auto& [file, signature] : folder.list()) {
+    const auto files = folder.list();
+    std::size_t done = 0;
+    for (const auto& [file, signature] : files) {
       CardContent content = folder.read(file);
       if (content.text) readContacts(file, std::move(*content.text));
+      tell(_options.readingProgress, ++done, files.size());
     }
   } catch (const CardSourceError& error) {
     throw ContactImportError(error.what());
@@ -149,7 +159,12 @@ ContactImport::Contact* ContactImport::contactWith(std::int64_t valueHash, bool 
 
 void ContactImport::add(const std::string& file, std::string bytes) {
   const std::size_t before = _result.imported.size();
-  for (const OfferedCard& card : offeredCards(std::move(bytes))) take({file, card.number, card.line, card.name}, card);
+  const std::vector<OfferedCard> cards = offeredCards(std::move(bytes));
+  for (std::size_t index = 0; index < cards.size(); ++index) {
+    const OfferedCard& card = cards[index];
+    take({file, card.number, card.line, card.name}, card);
+    tell(_options.takingProgress, index + 1, cards.size());
+  }
   if (_result.imported.size() > before) syncFolder(_options.folder);
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -58,6 +59,8 @@ struct ContactImportOptions {
   std::filesystem::path folder;
   bool makesFolder = false;    ///< when it is missing; made with the first card
   bool replacesKnown = false;  ///< whether a contact that differs gets the content of the card with its UID
+  /// Told now and then how many of the folder's files were read, and how many cards of a file were taken. May be null.
+  std::function<void(std::size_t done, std::size_t total)> readingProgress = {}, takingProgress = {};
 };
 
 /// Copies cards into the contacts folder, one a file, and doubles nobody:
