@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
 #include <utility>
 
 #include "pellor/linux/text/CardText.h"
@@ -65,6 +66,15 @@ bool endsLinesWithReturns(std::string_view text) {
     if (isBare && at >= Begin.size() && isSame(text.substr(at - card.size(), card.size()), card)) return true;
   }
   return false;
+}
+
+/// Of the digits that quoted-printable text has, in capital letters.
+std::optional<char> byteOfHex(std::string_view digits) {
+  constexpr std::string_view all = "0123456789ABCDEF";
+  if (digits.size() < 2) return std::nullopt;
+  const std::size_t high = all.find(digits[0]), low = all.find(digits[1]);
+  if (high == std::string_view::npos || low == std::string_view::npos) return std::nullopt;
+  return static_cast<char>(high * 16 + low);
 }
 
 std::string withLineFeeds(std::string_view text) {
@@ -160,6 +170,19 @@ std::string asCardLines(std::string bytes) {
 }
 
 CardPieces cardPieces(std::string_view text) { return Splitter(text).split(); }
+
+std::string nameInBrokenCard(std::string_view card) {
+  const std::string name = rawCardValue(card, "fn");
+  if (name.find('=') == std::string::npos) return name;
+  std::string decoded;
+  for (std::size_t at = 0; at < name.size(); ++at) {
+    const auto byte = name[at] == '=' ? byteOfHex(std::string_view(name).substr(at + 1, 2)) : std::nullopt;
+    decoded += byte.value_or(name[at]);
+    if (byte) at += 2;
+  }
+  decoded = cleanCardText(decoded);
+  return isUtf8(decoded) ? decoded : name;
+}
 
 std::string rawCardValue(std::string_view card, std::string_view property) {
   while (!card.empty()) {

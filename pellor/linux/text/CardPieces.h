@@ -29,4 +29,8 @@ CardPieces cardPieces(std::string_view text);
 /// text that cannot be parsed.
 std::string rawCardValue(std::string_view card, std::string_view property);
 
+/// The formatted name on its first line, for people to find a card that cannot be parsed; quoted-printable is decoded
+/// where UTF-8 comes of it. Empty without one.
+std::string nameInBrokenCard(std::string_view card);
+
 }  // namespace pellor

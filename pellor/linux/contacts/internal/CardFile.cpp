@@ -199,7 +199,7 @@ class Reader {
   }
 
   void addFault(std::size_t number, const CardPiece& piece, std::string reason) {
-    std::string name = rawCardValue(piece.text, "fn");
+    std::string name = nameInBrokenCard(piece.text);
     if (name.empty()) name = rawCardValue(piece.text, "uid");
     _reading.faults.push_back({number, std::move(name), std::move(reason)});
   }

@@ -27,7 +27,7 @@ std::string withNetworkLineEnds(std::string_view text) {
 }
 
 OfferedCard offeredCard(const CardPiece& piece, std::size_t number) {
-  OfferedCard card{number, 0, rawCardValue(piece.text, "fn"), {}, piece.problem};
+  OfferedCard card{number, 0, nameInBrokenCard(piece.text), {}, piece.problem};
   if (piece.text.size() > CardSizeLimit) card.problem = "it is too large for a card";
   if (card.problem.empty()) card.text = withNetworkLineEnds(asUtf8Card(piece.text));
   return card;
