@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <map>
 #include <set>
@@ -147,6 +148,15 @@ ContactFinder::ContactFinder(Session& session) : _session(session), _search(sear
 
 ContactFinder::~ContactFinder() = default;
 
+// "Béla Kovács" is he who has no more to his name, not his father "id. Béla Kovács".
+void keepWholeNames(std::vector<RecordRef>& records, const std::string& who) {
+  const NameMatch name(who);
+  const auto isWhole = [&](const RecordRef& record) {
+    return name.isWhole(record->compositeName()) || name.isWhole(record->nickname());
+  };
+  if (std::ranges::any_of(records, isWhole)) std::erase_if(records, std::not_fn(isWhole));
+}
+
 ContactFinder::Guids ContactFinder::calledExactly(const std::string& who) {
   std::vector<RecordRef> records;
   Guids guids;
@@ -154,7 +164,10 @@ ContactFinder::Guids ContactFinder::calledExactly(const std::string& who) {
     if (RecordRef record = addressBook.copyPersonMatchingGUID(who)) records = {std::move(record)};
     if (records.empty() && destinationKey(who))
       records = addressBook.orderedPeopleForDestination(who).value_or(std::vector<RecordRef>());
-    if (records.empty()) records = addressBook.copyPeopleMatchingName(who).value_or(std::vector<RecordRef>());
+    if (records.empty()) {
+      records = addressBook.copyPeopleMatchingName(who).value_or(std::vector<RecordRef>());
+      keepWholeNames(records, who);
+    }
     for (const RecordRef& record : persons(records)) guids.push_back(record->recordGUID());
   });
   return guids;

@@ -40,6 +40,9 @@ std::vector<std::string> namesOf(Session& session, const PLPerson& person) {
     const RecordRef own = addressBook.copyPersonMatchingGUID(*guid);
     for (const RecordRef& card : own ? own->allLinkedPeople() : std::vector<RecordRef>()) {
       for (auto& name : {card->compositeName(), card->nickname()}) names.push_back(name.value_or(""));
+      // Where names are written without blanks, each part may be typed.
+      names.push_back(card->recordValue(RecordProperty::firstName).value_or("") + " " +
+                      card->recordValue(RecordProperty::lastName).value_or(""));
     }
   });
   return names;

@@ -101,6 +101,22 @@ TEST(Search, WhatFitsBetterLeavesOthersOut) {
              });
 }
 
+TEST(Search, WhatStandsAroundANameTellsFatherAndSonApart) {
+  const Home home;
+  home.addContact("f1", "id. Béla Kovács", "N:Kovács;Béla;;id.;\nTEL:+36 30 1234561\n");
+  home.addContact("f2", "Béla Kovács", "N:Kovács;Béla;;;\nTEL:+36 30 1234562\n");
+  home.addContact("f3", "ifj. Béla Kovács", "N:Kovács;Béla;;ifj.;\nTEL:+36 30 1234563\n");
+  home.addContact("t1", "山田太郎", "N:山田;太郎;;;\nTEL:+81 3 1234 5678\n");
+  tell(home, {
+                 {{"add", "Kovács Béla"}, 0, "added Béla Kovács (1:1)"},
+                 {{"add", "ifj. bela kovacs"}, 0, "added ifj. Béla Kovács (1:2)"},
+                 {{"remove", "bela kovacs"}, 0, "removed Béla Kovács"},
+                 {{"add", "山田 太郎"}, 0, "(1:1)"},
+                 {{"move", "山田 太郎", "1:4"}, 0, "(1:4)"},
+                 {{"remove", "太郎"}, 0, "(1:4)"},
+             });
+}
+
 TEST(Search, WhoIsNotFoundMayHaveBeenMistyped) {
   const Home home;
   addTeam(home);
