@@ -32,6 +32,7 @@ class ListProcess {
   /// Makes the manager of the default domain, loads the list and delivers what that posts.
   void load();
   PLFriendsManager& manager() { return *_manager; }
+  const std::shared_ptr<PLFriendsManager>& shared() const { return _manager; }
 
   /// Runs what is queued until the main queue is empty.
   void drain();

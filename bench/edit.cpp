@@ -18,6 +18,7 @@
 #include "pellor/friends/PLPerson.h"
 #include "pellor/linux/notify/NotifyFolder.h"
 #include "pellor/linux/sqlite/SQLiteDatabase.h"
+#include "pellor/list/FriendList.h"
 #include "pellor/runtime/Fatal.h"
 
 namespace pellor::bench {
@@ -86,6 +87,47 @@ void editToDisk(benchmark::State& state) {
 BENCHMARK(editToDisk)->Arg(240)->Iterations(50)->UseManualTime();
 BENCHMARK(editToDisk)->Arg(24'000)->Iterations(5)->UseManualTime();
 BENCHMARK(editToDisk)->Arg(240'000)->Iterations(2)->UseManualTime();
+
+/// A list that an app shows: each version is made, and each batch of changes told.
+class FollowedList : public EditedList {
+ public:
+  explicit FollowedList(std::size_t size) : EditedList(size) {
+    const auto scope = process().enter();
+    _list = FriendList::open(process().shared());
+    _observation = _list->observe({.changed = [this](const ListChange& change) { _told += change.added.size(); }});
+    process().settle();
+  }
+  ~FollowedList() {
+    const auto scope = process().enter();
+    _observation.reset();
+    _list.reset();
+  }
+
+  std::size_t told() const { return _told; }
+
+ private:
+  std::unique_ptr<FriendList> _list;
+  std::shared_ptr<Observation> _observation;
+  std::size_t _told = 0;
+};
+
+void editToDiskFollowed(benchmark::State& state) {
+  auto& list = kept<FollowedList>(static_cast<std::size_t>(state.range(0)));
+  const auto scope = list.process().enter();
+  for (auto _ : state) {
+    list.makeRoom();
+    const auto person = list.newPerson();
+    const std::size_t told = list.told();
+    time(state, [&] {
+      list.put(person);
+      list.process().settle();
+    });
+    require(list.told() == told + 1, "an app that was told of the edit");
+  }
+}
+BENCHMARK(editToDiskFollowed)->Arg(240)->Iterations(50)->UseManualTime();
+BENCHMARK(editToDiskFollowed)->Arg(24'000)->Iterations(5)->UseManualTime();
+BENCHMARK(editToDiskFollowed)->Arg(240'000)->Iterations(2)->UseManualTime();
 
 /// A list of its own, and another process of its user that reports what it is told of.
 class NotifiedList {
