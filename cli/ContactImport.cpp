@@ -1,12 +1,7 @@
 #include "cli/ContactImport.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -14,9 +9,9 @@
 #include <vector>
 
 #include "cli/Output.h"
+#include "cli/StandardInput.h"
 #include "pellor/linux/contacts/internal/ContactFolder.h"
 #include "pellor/linux/contacts/internal/ContactImport.h"
-#include "pellor/linux/files/internal/PrivateFiles.h"
 
 namespace pellor::cli {
 namespace {
@@ -25,31 +20,6 @@ struct Request {
   std::vector<std::string> files;
   bool replacesKnown = false;
 };
-
-/// The bytes of a file, of a pipe too, or why there are none.
-struct Input {
-  std::string name;
-  std::string bytes;
-  std::string problem;
-};
-
-Input readInput(const std::string& path) {
-  const bool isStandardInput = path == "-";
-  Input input{isStandardInput ? "standard input" : path, {}, {}};
-  const FileDescriptor file(isStandardInput ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  std::vector<char> buffer(std::size_t{1} << 20U);
-  while (true) {
-    const ssize_t size = file ? ::read(file.get(), buffer.data(), buffer.size()) : -1;
-    if (size < 0 && errno == EINTR) continue;
-    if (size < 0) input.problem = std::string("it cannot be read: ") + std::strerror(errno);
-    if (size <= 0) return input;
-    input.bytes.append(buffer.data(), static_cast<std::size_t>(size));
-    if (input.bytes.size() > static_cast<std::size_t>(ContactFileSizeLimit)) {
-      input.problem = "it is too large";
-      return input;
-    }
-  }
-}
 
 const std::filesystem::path& folderOf(Session& session) {
   const auto& folder = session.platform().contactsFolder();
@@ -78,7 +48,7 @@ ContactImportResult import(Session& session, const Request& request) {
     Progress progress;
     ContactImport work(optionsFor(session, request, progress));
     for (const std::string& path : request.files) {
-      Input input = readInput(path);
+      FileInput input = readInput(path, static_cast<std::size_t>(ContactFileSizeLimit));
       if (input.problem.empty())
         work.add(input.name, std::move(input.bytes));
       else

@@ -1,30 +1,16 @@
 #include "cli/JsonForms.h"
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 #include <ctime>
 #include <nlohmann/json.hpp>
 
+#include "cli/Base64.h"
 #include "pellor/list/ShownDestination.h"
 #include "pellor/runtime/WallClock.h"
 
 namespace pellor::cli {
 namespace {
-
-std::string base64(const Data& data) {
-  constexpr std::string_view letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  for (std::size_t index = 0; index < data.size(); index += 3) {
-    const std::size_t count = std::min<std::size_t>(3, data.size() - index);
-    std::uint32_t bits = 0;
-    for (std::size_t byte = 0; byte < 3; ++byte) bits = bits << 8 | (byte < count ? data[index + byte] : 0U);
-    for (std::size_t letter = 0; letter < 4; ++letter) {
-      text += letter <= count ? letters[bits >> (18 - 6 * letter) & 0x3F] : '=';
-    }
-  }
-  return text;
-}
 
 std::string utc(const Date& date) {
   const double seconds = std::floor(date.seconds + SecondsFrom1970To2001);

@@ -1,10 +1,16 @@
 #include "cli/StandardInput.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <iostream>
 #include <string_view>
 
 #include "cli/CommandError.h"
+#include "pellor/linux/files/internal/PrivateFiles.h"
 
 namespace pellor::cli {
 namespace {
@@ -32,6 +38,24 @@ std::vector<std::string> withLinesOfInput(const std::vector<std::string>& argume
     all.insert(all.end(), taken.begin(), taken.end());
   }
   return all;
+}
+
+FileInput readInput(const std::string& path, std::size_t limit) {
+  const bool isStandardInput = path == "-";
+  FileInput input{isStandardInput ? "standard input" : path, {}, {}};
+  const FileDescriptor file(isStandardInput ? ::dup(STDIN_FILENO) : ::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  std::vector<char> buffer(std::size_t{1} << 20U);
+  while (true) {
+    const ssize_t size = file ? ::read(file.get(), buffer.data(), buffer.size()) : -1;
+    if (size < 0 && errno == EINTR) continue;
+    if (size < 0) input.problem = std::string("it cannot be read: ") + std::strerror(errno);
+    if (size <= 0) return input;
+    input.bytes.append(buffer.data(), static_cast<std::size_t>(size));
+    if (input.bytes.size() > limit) {
+      input.problem = "it is too large";
+      return input;
+    }
+  }
 }
 
 }  // namespace pellor::cli
