@@ -107,6 +107,7 @@ void addCommands(CLI::App& program, CommandLine& line) {
   addSettingsCommands(program, chosen);
   addStatusCommand(program, chosen);
   addWatchCommand(program, chosen);
+  addExportCommands(program, chosen);
   addBackupCommands(program, chosen);
   addDeviceCommands(program, line);
   addDoctorCommand(program, line);

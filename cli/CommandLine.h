@@ -57,6 +57,7 @@ void addFavoritesCommands(CLI::App& program, Command& chosen);                  
 void addSettingsCommands(CLI::App& program, Command& chosen);                      // settings
 void addStatusCommand(CLI::App& program, Command& chosen);                         // status
 void addWatchCommand(CLI::App& program, Command& chosen);                          // watch
+void addExportCommands(CLI::App& program, Command& chosen);                        // export, import
 void addBackupCommands(CLI::App& program, Command& chosen);                        // backup
 void addDeviceCommands(CLI::App& program, CommandLine& line);                      // device
 void addDoctorCommand(CLI::App& program, CommandLine& line);                       // doctor
