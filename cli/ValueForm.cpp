@@ -123,10 +123,10 @@ Value arrayIn(const Json& form, ValueLimits& limits) {
 
 Value dictionaryIn(const Json& form, ValueLimits& limits) {
   if (form.size() == 1) {
-    const auto& [key, content] = *form.items().begin();
-    if (key == DataMark) return dataIn(content);
-    if (key == DateMark) return dateIn(content);
-    if (key == RealMark) return realIn(content);
+    const auto member = form.begin();
+    if (member.key() == DataMark) return dataIn(member.value());
+    if (member.key() == DateMark) return dateIn(member.value());
+    if (member.key() == RealMark) return realIn(member.value());
   }
   requireDepth(limits);
   --limits.depth;
