@@ -24,11 +24,12 @@ LinuxPlatformOptions platformOptions(const FriendListOptions& options, const Con
 /// In the order in which they are made; they end the other way round.
 struct UserFriendList::Parts {
   Parts(const FriendListOptions& options, const Configuration& configuration)
-      : process(logSinkOf(configuration, options.log)),
-        platform(process, platformOptions(options, configuration)),
-        manager(PLFriendsManager::managerForDomain(*configuration.text("domain"))),
-        list(FriendList::open(manager)) {
+      : process(logSinkOf(configuration, options.log)), platform(process, platformOptions(options, configuration)) {
+    // An app may have other processes, as tests do.
+    const Process::Scope scope(process);
+    manager = PLFriendsManager::managerForDomain(*configuration.text("domain"));
     manager->setServiceName(configuration.text("service"));
+    list = FriendList::open(manager);
   }
 
   Process process;

@@ -30,10 +30,11 @@ struct FriendListOptions {
 };
 
 /// A process of the user's list with all that belongs to it. An app makes one, on the thread of its main queue, before
-/// it starts threads of its own, and uses it there.
+/// it starts threads of its own, and uses it there; calls from outside of the main queue's tasks are of its process as
+/// long as the app has no other one (Process::Scope).
 class UserFriendList {
  public:
-  /// Drops what is not stored yet: see `settle`.
+  /// Stores what is not stored yet, as a process does at its end; only `settle` tells whether all was.
   ~UserFriendList();
   UserFriendList(const UserFriendList&) = delete;
   UserFriendList& operator=(const UserFriendList&) = delete;

@@ -1,7 +1,6 @@
 #include "pellor/list/FriendList.h"
 
 #include <algorithm>
-#include <list>
 #include <optional>
 #include <string>
 #include <utility>
