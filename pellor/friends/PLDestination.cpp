@@ -60,12 +60,12 @@ bool containsDecimalDigit(std::string_view text) {
   return platform().text->containsDecimalDigit(text);
 }
 
-struct Kind {
+struct DestinationKind {
   PLMessageDestinationType type;
   bool isIdentifier;
 };
 
-Kind kindOf(std::string_view destination) {
+DestinationKind kindOf(std::string_view destination) {
   const Marks marks = marksOf(destination);
   const bool holdsEmailScheme = marks.colon && contains(destination, EmailScheme);
   const bool holdsPhoneScheme = marks.colon && contains(destination, PhoneScheme);
@@ -75,15 +75,15 @@ Kind kindOf(std::string_view destination) {
   return {isNumber ? PLMessageDestinationTypePhoneNumber : PLMessageDestinationTypeUnknown, isIdentifier};
 }
 
-bool isRawAddress(Kind kind) { return !kind.isIdentifier && kind.type != PLMessageDestinationTypeUnknown; }
+bool isRawAddress(DestinationKind kind) { return !kind.isIdentifier && kind.type != PLMessageDestinationTypeUnknown; }
 
-std::string rawAddress(std::string_view destination, Kind kind) {
+std::string rawAddress(std::string_view destination, DestinationKind kind) {
   if (isRawAddress(kind)) return std::string(destination);
   return platform().reachability->rawAddressForDestination(destination);
 }
 
 // A number that holds no scheme, as nearly all, is not copied on its way.
-std::optional<std::string> canonicalRawAddress(std::string_view destination, Kind kind) {
+std::optional<std::string> canonicalRawAddress(std::string_view destination, DestinationKind kind) {
   if (kind.type != PLMessageDestinationTypePhoneNumber) return rawAddress(destination, kind);
   ReachabilityService& service = *platform().reachability;
   if (!kind.isIdentifier) return service.comparableNumber(destination);
@@ -91,7 +91,7 @@ std::optional<std::string> canonicalRawAddress(std::string_view destination, Kin
 }
 
 void addSanitized(DestinationSet& sanitized, std::string_view destination) {
-  const Kind kind = kindOf(destination);
+  const DestinationKind kind = kindOf(destination);
   if (kind.type == PLMessageDestinationTypeUnknown) return;
   auto canonical = canonicalRawAddress(destination, kind);
   require(canonical.has_value(), "an identity service that has an identifier for every phone number");
@@ -116,7 +116,7 @@ bool plMessageIsRelayIdentifier(std::string_view destination) {
 bool plMessageIsRawAddress(std::string_view destination) { return isRawAddress(kindOf(destination)); }
 
 std::optional<std::string> plMessageRelayIdentifier(std::string_view destination) {
-  const Kind kind = kindOf(destination);
+  const DestinationKind kind = kindOf(destination);
   if (kind.isIdentifier) return std::string(destination);
   switch (kind.type) {
     case PLMessageDestinationTypeEmail:
@@ -136,7 +136,7 @@ std::optional<std::string> plMessageCanonicalRawAddress(std::string_view destina
 }
 
 std::optional<std::string_view> plSanitizedDestination(std::string_view destination, std::string& room) {
-  const Kind kind = kindOf(destination);
+  const DestinationKind kind = kindOf(destination);
   if (kind.type == PLMessageDestinationTypeUnknown) return std::nullopt;
   if (kind.type == PLMessageDestinationTypeEmail && isRawAddress(kind)) return destination;
   auto canonical = canonicalRawAddress(destination, kind);

@@ -100,13 +100,16 @@ class PLFriendsManager::PartsClient final : public PLListWriterClient,
     parts.contactsRefresh.noteWritten(write.sequenceNumber);
     if (write.hasList) parts.listReader.noteWritten();
     if (write.hasTitles) parts.titles.noteStored(*writer().base());
+    if (write.hasArrays) writer().attachedArrays().shareStoredChunks();
     // One post tells of both: a load of the list reads the titles.
-    if (write.hasList) {
+    if (write.hasList || write.hasArrays) {
       parts.ownPosts.postList();
     } else if (write.hasTitles) {
       parts.ownPosts.postTitles();
     }
+    parts.steps.noteStored(write.step);
   }
+  void stepsNeededNoWrite(std::uint64_t last) override { _manager._parts->steps.noteStored(last); }
   void listWasOvertaken() override { _manager._listWasOvertaken(); }
   void loadIsDue() override { _manager._loadIsDue(); }
 
@@ -127,7 +130,7 @@ class PLFriendsManager::PartsClient final : public PLListWriterClient,
 
   bool isSettled() const override {
     return _manager.isLoaded() && _manager._parts->ownPosts.haveAllEchoes() && !writer().isMarked() &&
-           !writer().isSaving() && !writer().hasFailed();
+           !writer().isSaving() && !writer().hasFailed() && !_manager._parts->steps.areUntold();
   }
   bool isWritten() const override {
     const bool isUnreadable = _manager._storeIsUnreadable && !_manager.isLoaded();
@@ -138,10 +141,7 @@ class PLFriendsManager::PartsClient final : public PLListWriterClient,
     PLFriendsManagerParts& parts = *_manager._parts;
     parts.ownPosts.awaitEchoes();
     if (!_manager.isLoaded() || writer().hasFailed() || writer().awaitsLoad()) return;
-    const bool areTitlesWritten = !writer().needsTitlesSync() && !writer().isSaving();
-    if (parts.titles.haveNew(areTitlesWritten ? writer().base().get() : nullptr)) {
-      writer().markTitles(parts.titles.storedAfter(*writer().base()));
-    }
+    _manager._markNewTitles();
     if (writer().isMarked() && !writer().isSaving()) _manager.save();
   }
   void didSettle() override { _manager._additionWasRefused = false; }
@@ -278,6 +278,13 @@ std::uint64_t PLFriendsManager::groupSize() const { return _parts->settings.maxF
 
 std::uint64_t PLFriendsManager::maxGroupCount() const { return _parts->settings.maxFriendGroups(); }
 
+// What a group was given without a report shows in the group alone.
+std::uint64_t PLFriendsManager::layoutVersion() const {
+  return _parts->friendList.version() + _parts->pages.version() + _process.local<PLUnreportedAssignments>().count;
+}
+
+bool PLFriendsManager::isEmptyTrailingGroupEnabled() const { return _parts->settings.shouldAddEmptyTrailingGroup(); }
+
 const std::vector<std::shared_ptr<PLFriendGroup>>& PLFriendsManager::friendGroups() const {
   return _parts->pages.friendGroups();
 }
@@ -300,15 +307,19 @@ void PLFriendsManager::_loadFriendList() {
     _retryLoadLater();
     return;
   }
-  const auto turn = _writer->beginLoad(stored.listVersion, stored.titlesVersion);
+  const auto turn = _writer->beginLoad(stored.listVersion, stored.titlesVersion, stored.attached);
   if (turn == PLListWriter::Turn::later) return;
+  const bool isRead = found == PLListReader::Answer::loaded || found == PLListReader::Answer::recovered;
+  if (isRead && turn == PLListWriter::Turn::now) _judgeSteps(stored);
+  const auto origin = _originOf(stored);
+  if (turn == PLListWriter::Turn::now) _writer->attachedArrays().takeOver(stored.attached);
   _parts->_identifiersToPersonMap.beginRebuild();
   // Not before the store has answered: until then there are no groups to tell of.
   if (!_didCompleteInitialLoading) _createEmptyFriendList();
   _storeIsUnreadable = false;
   _parts->loadRetry.reset();
   _parts->loadRetry.cancel();
-  if (found == PLListReader::Answer::loaded || found == PLListReader::Answer::recovered) {
+  if (isRead) {
     _PLGetLogSystem().log("loaded friend list%@", _didCompleteInitialLoading ? "" : " for the first time");
     // What came out of the store damaged goes back whole.
     turn == PLListWriter::Turn::now ? _takeOver(stored) : _parts->pages._updateFriendGroups();
@@ -321,7 +332,7 @@ void PLFriendsManager::_loadFriendList() {
     if (turn == PLListWriter::Turn::now) _beginOnEmptyStore(stored);
   }
   save();
-  _finishLoad();
+  _finishLoad(origin);
 }
 
 void PLFriendsManager::_startFirstList() {
@@ -371,16 +382,16 @@ void PLFriendsManager::_beginOnEmptyStore(const PLStoredList& stored) {
   _writer->takeOver(std::move(base), _parts->friendList, _parts->pages.pageNumbers());
 }
 
-void PLFriendsManager::_finishLoad() {
+void PLFriendsManager::_finishLoad(std::optional<PLChangeOrigin> origin) {
   _lastLoadHadChanges = _pendingChanges->_changeLogCount() != 0;
   if (_didCompleteInitialLoading) {
     _PLGetLogSystem().log(LogFormat("friend list has%@ changes").as("_loadFriendList"),
                           _lastLoadHadChanges ? "" : " no");
   }
   _didCompleteInitialLoading = true;
+  if (origin) _parts->steps.tellChange(*origin);
   if (!refreshAgainstAddressBook()) {
-    // A friend that is there twice may have become so by contacts that are gone for a while.
-    if (!_parts->contactsRefresh.isHeld()) _cleanUpFriendListIfNecessary();
+    _cleanUpAfterLoad();
     _postChangeNotificationIfNecessary();
   }
   _createAddressToPersonDictionary();
@@ -399,7 +410,7 @@ void PLFriendsManager::_retryLoadLater() {
 void PLFriendsManager::save() {
   checkMainQueue(_process, "save");
   _publishList();
-  _writer->save();
+  _parts->steps.areUntold() ? _writer->saveSteps() : _writer->save();
 }
 
 const std::shared_ptr<PLDelayedOperation>& PLFriendsManager::saveOperation() const PELLOR_UNCHECKED {
@@ -440,7 +451,7 @@ void PLFriendsManager::_loadIfOther() {
   if (!base) return;
   const auto stored = _parts->listReader.versions();
   if (!stored) return;
-  if (stored->list != base->listVersion) {
+  if (stored->list != base->listVersion || !_writer->attachedArrays().areKnown(stored->attached)) {
     _loadAgain();
   } else if (stored->titles != base->titlesVersion) {
     _loadGroupTitles();
@@ -461,9 +472,11 @@ void PLFriendsManager::_loadGroupTitles() {
   const auto base = _writer->base();
   const PLListReader::Answer found = _parts->listReader.read(stored);
   if (!base || found == PLListReader::Answer::unreadable) return;
-  if (stored.listVersion != base->listVersion) return _loadFriendList();
-  if (_writer->beginLoad(stored.listVersion, stored.titlesVersion) != PLListWriter::Turn::now) return;
+  if (stored.listVersion != base->listVersion || _parts->steps.areToBeJudged(*base, stored)) return _loadFriendList();
+  if (_writer->beginLoad(stored.listVersion, stored.titlesVersion, stored.attached) != PLListWriter::Turn::now) return;
   _writer->acceptIfWritten(stored);
+  _writer->attachedArrays().takeOver(stored.attached);
+  const auto origin = _originOf(stored);
   _parts->titles.noteStored(*_writer->base());
   _parts->titles.takeOverRenamed(stored.titles, *base);
   auto renamed = std::make_shared<PLBaseline>(*_writer->base());
@@ -473,7 +486,8 @@ void PLFriendsManager::_loadGroupTitles() {
     _writer->markTitles(_parts->titles.storedAfter(*renamed));
   _publishList();
   _writer->takeOver(std::move(renamed), _parts->friendList, _parts->pages.pageNumbers());
-  _writer->save();
+  save();
+  if (origin) _parts->steps.tellChange(*origin);
 }
 
 void PLFriendsManager::saveFriendGroupTitles() {
@@ -546,20 +560,6 @@ void PLFriendsManager::_postGroupListChangedNotification() {
   _tallyLogFriendGroupCount();
 }
 
-void PLFriendsManager::purgeEmptyFriendGroups() {
-  checkMainQueue(_process, "purgeEmptyFriendGroups");
-  const auto groupCount = _parts->pages.count();
-  if (groupCount < 2) return;
-  // The last group is spared: it is the one that new friends are dropped into.
-  for (std::uint64_t next = groupCount - 1; next > 0; --next) {
-    if (friendGroups()[next - 1]->count() == 0) _removeGroupAtIndex(next - 1);
-  }
-  if (_parts->pages.count() == groupCount) return;
-  _markLayoutChanged();
-  save();
-  _checkInvariants();
-}
-
 void PLFriendsManager::syncFriendGroup(const std::shared_ptr<PLFriendGroup>& group) {
   checkMainQueue(_process, "syncFriendGroup");
   const auto groupIndex = _parts->pages.indexOfGroup(*group);
@@ -616,7 +616,8 @@ void PLFriendsManager::friendGroupDidRemoveFriendAtPosition(const std::shared_pt
     _pendingChanges->_addEntryToChangeLogForPersonChangeType(heldPerson, PLFriendsManagerPersonDeleted);
     _removePersonFromIdentifiersToPersonMap(*heldPerson);
     // A single group stays, empty: it is the only place for friends.
-    if (heldGroup->count() == 0 && _parts->settings.maxFriendGroups() >= 2) _removeGroupAtIndex(groupIndex);
+    const bool isToGo = _parts->settings.maxFriendGroups() >= 2 && !_parts->steps.keepsEmptiedGroups();
+    if (heldGroup->count() == 0 && isToGo) _removeGroupAtIndex(groupIndex);
   }
   _markLayoutChanged();
   if (heldPerson) _postChangeNotificationIfNecessary();
@@ -752,6 +753,17 @@ std::shared_ptr<PLPerson> PLFriendsManager::personLikePerson(const std::shared_p
   return person ? _parts->friendList.firstLike(*person) : nullptr;
 }
 
+std::vector<std::shared_ptr<PLPerson>> PLFriendsManager::friendsWithIdentifier(const std::string& identifier) const {
+  checkMainQueue(_process, "friendsWithIdentifier");
+  std::set<std::uint64_t> slots;
+  _parts->friendList.people().forEachWithIdentifier(identifier, [&](const PLPerson& person) {
+    if (const auto slot = _parts->friendList.indexOf(&person)) slots.insert(*slot);
+  });
+  std::vector<std::shared_ptr<PLPerson>> friends;
+  for (const std::uint64_t slot : slots) friends.push_back(_parts->friendList.at(slot));
+  return friends;
+}
+
 std::vector<std::shared_ptr<PLPerson>> PLFriendsManager::allPeople() const {
   checkMainQueue(_process, "allPeople");
   return _parts->_identifiersToPersonMap.allPersons();
@@ -854,8 +866,12 @@ bool PLFriendsManager::refreshAgainstAddressBook() {
   if (!_didCompleteInitialLoading) return false;
   const bool isDue = _needsAddressBookRefresh || _parts->contactsRefresh._addressBookSequenceNumberDidChange();
   if (!isDue || !_refreshAgainstContactsEnabled) return false;
-  if (!_parts->contactsRefresh.refreshFriends()) return false;
-  _cleanUpFriendListIfNecessary();
+  bool didRefresh = false;
+  _tellIfChangedByContacts([&] {
+    didRefresh = _parts->contactsRefresh.refreshFriends();
+    if (didRefresh) _cleanUpFriendListIfNecessary();
+  });
+  if (!didRefresh) return false;
   _postChangeNotificationIfNecessary();
   _needsAddressBookRefresh = false;
   _checkInvariants();

@@ -7,13 +7,17 @@
 //   5  Reachability                         which destinations of friends can receive messages, as far as is known
 //   6  Loading, refresh and clean-up        merging a stored list, following the contacts, duplicates
 //   7  Favorites import                     the first list of the default domain, checks of additions
+//   8  Steps                                edits that are stored together, pages put in and taken out
+//   9  Attached arrays                      what else is stored with the list
 //
 // Threads: a manager is used on the main queue alone. Writes run on its save queue, the change log lives on its
 // change-log queue, and all notifications are posted on the main queue. Nothing here blocks on input or output but what
 // has to read the store or the contacts: loading, refreshing, importing, and looking up somebody unknown.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -24,12 +28,14 @@
 
 #include "pellor/friends/PLFriendGroupDelegate.h"
 #include "pellor/friends/PLFriendsManagerKeys.h"
+#include "pellor/friends/PLStepClient.h"
 #include "pellor/platform/ReachabilityService.h"
 #include "pellor/runtime/Object.h"
 
 namespace pellor {
 
 class ContactStore;
+class LongArray;
 class Observation;
 class PLChangeLog;
 class PLDelayedOperation;
@@ -96,6 +102,10 @@ class PLFriendsManager : public Object,
   /// How many slots each group has, and how many groups there may be.
   std::uint64_t groupSize() const;
   std::uint64_t maxGroupCount() const;
+  /// Whether an empty group is kept behind the last one that holds a friend.
+  bool isEmptyTrailingGroupEnabled() const;
+  /// Another number than before once friends stand elsewhere, came or left, or groups did.
+  std::uint64_t layoutVersion() const;
 
   /// The groups in order: the live array, which changes with the next edit.
   const std::vector<std::shared_ptr<PLFriendGroup>>& friendGroups() const;
@@ -184,6 +194,8 @@ class PLFriendsManager : public Object,
   bool containsFriendWithABRecordGUID(const std::optional<std::string>& guid) const;
   /// The first friend that is like the person; null when none is and for none.
   std::shared_ptr<PLPerson> personLikePerson(const std::shared_ptr<PLPerson>& person) const;
+  /// The friends who have it as their GUID or as one of their destinations, in canonical form, in the order of slots.
+  std::vector<std::shared_ptr<PLPerson>> friendsWithIdentifier(const std::string& identifier) const;
   /// Friends and looked-up persons, each once for every destination and GUID under which it is found, by that key.
   std::vector<std::shared_ptr<PLPerson>> allPeople() const;
 
@@ -260,6 +272,40 @@ class PLFriendsManager : public Object,
       const Contact& contact, ContactStore& contactStore,
       std::map<std::int32_t, std::uint64_t>& personValueCache) const;
 
+  // --- 8  Steps ---
+
+  /// Makes several edits one step: what `edits` does by the operations of the manager, of its groups and of its persons
+  /// goes out in one write after it has returned. Groups that lose their last friend stay. Steps do not nest (fatal),
+  /// and `edits` must neither throw nor run the main queue. Asks for a save. The number of the step: 1, 2, ... Main
+  /// queue.
+  std::uint64_t performStep(const std::function<void()>& edits);
+  /// The client is held weakly; null: nobody is told, and nobody asked.
+  void setStepClient(std::weak_ptr<PLStepClient> client);
+
+  // Groups that come, go and move: PLFriendsManagerGroupListChanged is posted, and the list saved. Nothing happens for
+  // an index beyond the end. An empty trailing group is added where one is due.
+  /// Puts an empty group, without a title, before the one with that index; the number of groups: behind the last one.
+  /// Where a group was removed that other processes have, as far as is known, it is the same page to them. Null when
+  /// there may be no more groups, and before there is a list.
+  std::shared_ptr<PLFriendGroup> insertEmptyGroupAtIndex(std::uint64_t index);
+  /// Removes a group with its slots and its title; the friends in it leave the list, each recorded as deleted. The only
+  /// group stays, empty. False when there is none.
+  bool removeFriendGroupAtIndex(std::uint64_t index);
+  /// Gives a group another index, with its slots and its title; those between shift. Its friends are recorded as moved.
+  bool moveFriendGroupToIndex(std::uint64_t from, std::uint64_t to);
+
+  // --- 9  Attached arrays ---
+
+  // Arrays of dictionaries, each known by the text under "id", by which edits of several processes are merged. They are
+  // not pushed to the paired device. Main queue.
+
+  /// Reads and writes the array under this key of the domain from now on, of which the last `mostElements` stay. A
+  /// stored value that is no array counts as empty, and is replaced. Before the store has answered all are empty.
+  void attach(const std::string& key, std::size_t mostElements);
+  const LongArray& attached(const std::string& key) const;
+  /// Goes out with the step that is being made, else with a save, for which it asks. Ignored for a key not attached.
+  void setAttached(const std::string& key, LongArray elements);
+
   // --- Invariants ---
 
   /// What is wrong with the list; absent when it is sound: groups and list describe the same slots, groups know their
@@ -279,7 +325,7 @@ class PLFriendsManager : public Object,
   void _startFirstList();
   void _takeOver(const PLStoredList& stored);
   void _beginOnEmptyStore(const PLStoredList& stored);
-  void _finishLoad();
+  void _finishLoad(std::optional<PLChangeOrigin> origin);
   void _retryLoadLater();
   void _listWasOvertaken();
   void _loadIsDue();
@@ -318,6 +364,12 @@ class PLFriendsManager : public Object,
   // 7  Favorites import
   void _addCuratedFriends(const std::optional<std::vector<std::shared_ptr<PLPerson>>>& friends);
   void _bringFavoritesIfDue();
+  // 8  Steps
+  void _markNewTitles();
+  void _judgeSteps(const PLStoredList& stored);
+  std::optional<PLChangeOrigin> _originOf(const PLStoredList& stored) const;
+  void _cleanUpAfterLoad();
+  void _tellIfChangedByContacts(const std::function<void()>& follow);
 
   void _checkInvariants() const;
   std::optional<std::string> _indexViolation() const;

@@ -122,7 +122,7 @@ std::map<std::string, std::optional<Value>> differingEntries(const Dictionary& k
 }
 
 // Null: there is none.
-bool areEqual(const Value* one, const Value* other) { return one && other ? *one == *other : one == other; }
+bool areSameEntry(const Value* one, const Value* other) { return one && other ? *one == *other : one == other; }
 
 }  // namespace
 
@@ -150,7 +150,7 @@ bool PLPerson::_adoptMetadata(const Dictionary& metadata, const ChangeReport& re
     self->_metadataQueue.requireCurrent();
     Dictionary entries = self->_metadataDictionary();
     for (const auto& [key, value] : differing) {
-      if (!areEqual(valueForKey(entries, key), valueForKey(known, key))) continue;
+      if (!areSameEntry(valueForKey(entries, key), valueForKey(known, key))) continue;
       entries.erase(key);
       if (value) entries.emplace(key, *value);
     }

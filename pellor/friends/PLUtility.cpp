@@ -7,7 +7,7 @@
 namespace pellor {
 namespace {
 
-const Platform& platform() { return platformOf(Process::current()); }
+const Platform& currentPlatform() { return platformOf(Process::current()); }
 
 // The length that the first byte of a UTF-8 character announces; 0 for a byte that begins none.
 std::size_t announcedLength(unsigned char first) {
@@ -52,7 +52,7 @@ std::string base64(std::span<const std::uint8_t> bytes) {
 
 bool PLUtility::personHasLinkages(const RecordRef& record) { return record && record->linkID() != InvalidRecordID; }
 
-PersonNameFormatter& PLUtility::_nameFormatter() { return *platform().personNames; }
+PersonNameFormatter& PLUtility::_nameFormatter() { return *currentPlatform().personNames; }
 
 std::optional<std::string> PLUtility::initialsForPerson(const RecordRef& record) {
   const RecordRef named = record ? record->preferredLinkedPersonForName() : nullptr;
@@ -60,28 +60,28 @@ std::optional<std::string> PLUtility::initialsForPerson(const RecordRef& record)
   const std::string initials = _nameFormatter().abbreviatedName(named->recordValue(RecordProperty::firstName),
                                                                 named->recordValue(RecordProperty::lastName));
   if (initials.empty()) return std::nullopt;
-  return platform().text->uppercase(initials);
+  return currentPlatform().text->uppercase(initials);
 }
 
 std::optional<std::string> PLUtility::initialForString(const std::optional<std::string>& text) {
   if (!text || text->empty() || !isRomanString(text)) return std::nullopt;
   const auto first = firstUnit(*text);
-  if (!first || !platform().text->isLetterOrMark(first->first)) return std::nullopt;
-  return platform().text->uppercase(first->second);
+  if (!first || !currentPlatform().text->isLetterOrMark(first->first)) return std::nullopt;
+  return currentPlatform().text->uppercase(first->second);
 }
 
 bool PLUtility::isRomanString(const std::optional<std::string>& text) {
   if (!text) return true;
-  const AddressBookStore& store = *platform().addressBook;
+  const AddressBookStore& store = *currentPlatform().addressBook;
   return !store.containsNonLatinCharacters(*text) && !store.containsEmojiCharacters(*text);
 }
 
 std::string PLUtility::hashFromData(std::span<const std::uint8_t> data) {
-  return base64(platform().digests->sha1(data));
+  return base64(currentPlatform().digests->sha1(data));
 }
 
 std::string PLUtility::compressPhoneNumberString(std::string_view number) {
-  PhoneNumberFormatter& formatter = *platform().phoneNumbers;
+  PhoneNumberFormatter& formatter = *currentPlatform().phoneNumbers;
   const std::string homeCountry = formatter.homeCountryCode();
   const auto parsed = formatter.parsePhoneNumber(number, homeCountry);
   if (!parsed) return std::string(number);

@@ -1,7 +1,9 @@
 // What a list writer writes and what it leaves alone, on stores that are slow and do not tell.
 #include "pellor/friends/internal/PLListWriter.h"
 
+#include <atomic>
 #include <functional>
+#include <latch>
 
 #include "pellor/friends/PLFriendsManagerKeys.h"
 #include "pellor/friends/PLPerson.h"
@@ -165,6 +167,54 @@ TEST_F(ListWriterTest, ALoadWaitsForAWriteThatMayBeWhatWasRead) {
   save();
   settle();
   EXPECT_EQ(storedNames(), "Ann Bob - - ");
+}
+
+// A step that changes two friends begins when a save has taken their flags, and the save ends before the step does.
+TEST(ListWriterThreadsTest, ASaveThatRunsWhenAStepBeginsTakesNoPartOfItAlong) {
+  SimulatedWorld world;
+  Process process(std::make_shared<LogCollector>());
+  Platform platform = world.makePlatform(process);
+  std::function<void()> look;
+  platform.preferences = std::make_shared<SlowStore>(
+      platform.preferences, [](std::string_view) {}, [&](std::string_view) { look(); });
+  installPlatform(process, platform);
+  PLSlotList list;
+  for (int slot = 0; slot < 2; ++slot) {
+    list.append(PLPerson::initWithDictionaryRepresentationAddressBook({{"Name", std::to_string(slot)}}, nullptr));
+  }
+  const PLPageNumbers pages = std::make_shared<const std::vector<std::uint64_t>>();
+  const auto writer = PLListWriter::make(process, Domain);
+  auto base = std::make_shared<PLBaseline>();
+  base->listVersion = platform.preferences->read(std::vector{ListKey}, Domain).value()->at(ListKey).version;
+  base->pages = pages;
+  writer->takeOver(base, list, pages);
+  const auto first = list.at(0), last = list.at(1);
+  int writeCount = 0;
+  look = [&] {
+    ++writeCount;
+    const auto stored = *world.preferences().value(PLFriendListKey, Domain)->array();
+    EXPECT_EQ(stored.front().dictionary()->contains("ReplyAs"), stored.back().dictionary()->contains("ReplyAs"));
+  };
+  // A save asks for the metadata of each friend when it has the rest of its form.
+  std::latch theFirstFormMayEnd(1);
+  PLPerson::sharedMetadataQueue().asyncBarrier([&] { theFirstFormMayEnd.wait(); });
+  first->setNeedsSave(true);
+  last->setNeedsSave(true);
+  writer->save();
+  while (first->needsSave() || last->needsSave()) process.mainQueue().drain();
+  writer->beginStep();
+  last->setPreferredReplyAs("home");
+  theFirstFormMayEnd.count_down();
+  std::atomic<bool> hasEnded = false;
+  writer->saveQueue()->async([&] { hasEnded = true; });
+  while (!hasEnded) process.mainQueue().drain();
+  first->setPreferredReplyAs("home");
+  writer->publish(list, pages);
+  writer->endStep();
+  writer->saveSteps();
+  while (writer->isMarked() || writer->isSaving()) process.mainQueue().drain();
+  EXPECT_GE(writeCount, 1);
+  EXPECT_EQ(world.preferences().value(PLFriendListKey, Domain)->array()->back(), last->dictionaryRepresentation());
 }
 
 }  // namespace

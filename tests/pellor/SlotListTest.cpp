@@ -69,7 +69,12 @@ TEST_F(SlotListTest, RandomEditsGiveWhatAVectorGivesAndVersionsStay) {
         model.erase(first, first + static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(count, model.size() - index)));
         break;
       }
-      case 1:
+      case 1: {
+        const std::uint64_t count = random() % 40;
+        list.insert(index, count);
+        model.insert(model.begin() + static_cast<std::ptrdiff_t>(index), count, EmptySlot);
+        break;
+      }
       case 2:
       case 3:
         for (std::uint64_t count = random() % 60; count > 0; --count) {

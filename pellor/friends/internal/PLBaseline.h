@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "pellor/friends/internal/PLStoredVersion.h"
@@ -11,6 +13,14 @@
 
 namespace pellor {
 
+/// A version of an array that is attached to the list; one that is not stored is empty.
+struct PLAttachedArray {
+  LongArray elements;
+  PreferenceVersion version;
+};
+/// By key.
+using PLAttachedVersions = std::map<std::string, PLAttachedArray, std::less<>>;
+
 /// A list as the store has it, with its titles.
 struct PLStoredList {
   LongArray list;
@@ -18,6 +28,7 @@ struct PLStoredList {
   Array titles;  ///< empty when none are stored
   PreferenceVersion titlesVersion;
   bool awaitsFavorites = false;  ///< whether it is a first list that waits for them
+  PLAttachedVersions attached;   ///< of the keys that were attached
 };
 
 /// Names the groups of a list in their order: a group keeps its number as long as the manager has it, and no other
@@ -34,6 +45,7 @@ struct PLBaseline {
   std::vector<std::uint64_t> passedOver;  ///< slots whose friends a load left out, without destinations: no edit
   std::uint64_t slotsNotMade = 0;  ///< slots at the end that a load had no friend for, and the live list does not have
   PLPageNumbers pages;             ///< of the groups that showed its pages, from the first page on
+  std::uint64_t step = 0;          ///< the last own step that was written with it; 0 after a load
   std::uint64_t elsewhere = 0;  ///< touches of persons (PLTouches::countElsewhere), counted before the list's changes
 };
 

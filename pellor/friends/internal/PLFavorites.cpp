@@ -14,7 +14,7 @@ namespace pellor {
 namespace {
 
 // In seconds.
-constexpr BackOff::Pauses RetryPauses{.first = 1, .longest = 60};
+constexpr BackOff::Pauses ImportRetryPauses{.first = 1, .longest = 60};
 
 using Persons = std::vector<std::shared_ptr<PLPerson>>;
 
@@ -75,7 +75,7 @@ struct KnownFriends {
 }  // namespace
 
 PLFavorites::PLFavorites(Process& process, std::function<void()> bring)
-    : _process(process), _bring(std::move(bring)), _retry(process.mainQueue(), RetryPauses) {}
+    : _process(process), _bring(std::move(bring)), _retry(process.mainQueue(), ImportRetryPauses) {}
 
 Answer<Persons> PLFavorites::_curatedFriendList(std::uint64_t capacity) const {
   using Friends = Answer<Persons>;

@@ -20,6 +20,7 @@ PLFriendsManagerParts::PLFriendsManagerParts(Process& process, const std::string
       takeover(process, friendList, sourcedPersons, [this] { pages._addEmptyGroup(); }),
       contactsRefresh(process, domain, friendList, writer, handlers.refreshIsDue),
       favorites(process, handlers.favoritesAreDue),
+      steps(writer),
       loadRetry(process.mainQueue(), LoadRetryPauses),
       overtakenRetry(process.mainQueue(), OvertakenPauses, &process.scheduler()) {}
 

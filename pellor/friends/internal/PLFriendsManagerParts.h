@@ -16,6 +16,7 @@
 #include "pellor/friends/internal/PLPersonSequence.h"
 #include "pellor/friends/internal/PLRetryTimer.h"
 #include "pellor/friends/internal/PLSlotList.h"
+#include "pellor/friends/internal/PLSteps.h"
 #include "pellor/friends/internal/PLTitles.h"
 
 namespace pellor {
@@ -51,6 +52,7 @@ struct PLFriendsManagerParts {
   PLContactsRefresh contactsRefresh;
   PLLookUpQueue lookUpQueue;
   PLFavorites favorites;
+  PLSteps steps;
   PLRetryTimer loadRetry;
   PLRetryTimer overtakenRetry;
 };

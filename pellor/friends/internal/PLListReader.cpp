@@ -10,12 +10,8 @@
 namespace pellor {
 namespace {
 
-// Of the list, its titles, and whether it waits for favorites.
-const std::vector<std::string>& keysOfList() {
-  static const std::vector<std::string> keys = {std::string(PLFriendListKey), std::string(PLGroupTitlesKey),
-                                                std::string(PLFirstListIsDueKey)};
-  return keys;
-}
+// The others are of arrays that were attached.
+constexpr std::size_t KeysOfList = 3;
 
 std::optional<LongArray> longArrayIn(const Value& value) {
   if (const LongArray* array = value.longArray()) return *array;
@@ -25,20 +21,39 @@ std::optional<LongArray> longArrayIn(const Value& value) {
 
 }  // namespace
 
+PLListReader::PLListReader(Process& process, std::string domain)
+    : _process(process),
+      _domain(std::move(domain)),
+      _keys{std::string(PLFriendListKey), std::string(PLGroupTitlesKey), std::string(PLFirstListIsDueKey)} {}
+
 PLListReader::Answer PLListReader::read(PLStoredList& stored) {
-  const auto answer = platformOf(_process).preferences->read(keysOfList(), _domain);
+  const auto answer = platformOf(_process).preferences->read(_keys, _domain);
   if (!answer.isReadable()) return Answer::unreadable;
-  const VersionedPreference &list = answer.value()->at(keysOfList()[0]), &titles = answer.value()->at(keysOfList()[1]);
+  const VersionedPreference &list = answer.value()->at(_keys[0]), &titles = answer.value()->at(_keys[1]);
   stored.listVersion = list.version;
   stored.titlesVersion = titles.version;
   if (titles.value && titles.value->array()) stored.titles = *titles.value->array();
-  stored.awaitsFavorites = answer.value()->at(keysOfList()[2]).value == Value(true);
+  stored.awaitsFavorites = answer.value()->at(_keys[2]).value == Value(true);
+  readAttached(*answer.value(), stored);
   auto array = list.value ? longArrayIn(*list.value) : std::nullopt;
   if (list.value && !array) return recover(*list.value, stored);
   _damaged.reset();
   if (!array) return Answer::none;
   stored.list = *std::move(array);
   return Answer::loaded;
+}
+
+void PLListReader::readAttached(const VersionedPreferences& found, PLStoredList& stored) {
+  for (std::size_t index = KeysOfList; index < _keys.size(); ++index) {
+    const VersionedPreference& value = found.at(_keys[index]);
+    auto array = value.value ? longArrayIn(*value.value) : LongArray();
+    if (array) {
+      _damagedArrays.erase(_keys[index]);
+    } else if (_damagedArrays.insert(_keys[index]).second) {
+      _PLGetLogSystem().log(LogFormat("stored %@ is damaged and counts as empty").as("_loadFriendList"), _keys[index]);
+    }
+    stored.attached[_keys[index]] = {array ? *std::move(array) : LongArray(), value.version};
+  }
 }
 
 PLListReader::Answer PLListReader::recover(const Value& damaged, PLStoredList& stored) {
@@ -57,9 +72,13 @@ PLListReader::Answer PLListReader::recover(const Value& damaged, PLStoredList& s
 }
 
 std::optional<PLListReader::Versions> PLListReader::versions() const {
-  const auto stored = platformOf(_process).preferences->read(keysOfList(), _domain);
+  const auto stored = platformOf(_process).preferences->read(_keys, _domain);
   if (!stored.isReadable()) return std::nullopt;
-  return Versions{stored.value()->at(keysOfList()[0]).version, stored.value()->at(keysOfList()[1]).version};
+  Versions versions{stored.value()->at(_keys[0]).version, stored.value()->at(_keys[1]).version, {}};
+  for (std::size_t index = KeysOfList; index < _keys.size(); ++index) {
+    versions.attached[_keys[index]].version = stored.value()->at(_keys[index]).version;
+  }
+  return versions;
 }
 
 }  // namespace pellor

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <optional>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "pellor/friends/internal/PLBaseline.h"
 #include "pellor/runtime/Process.h"
@@ -22,25 +24,33 @@ class PLListReader {
     unreadable,
   };
 
-  PLListReader(Process& process, std::string domain) : _process(process), _domain(std::move(domain)) {}
+  PLListReader(Process& process, std::string domain);
+
+  /// Reads an array under this key beside the list from now on. A value that is no array counts as empty, and the log
+  /// says so once.
+  void attach(const std::string& key) { _keys.push_back(key); }
 
   /// Fills `stored`; of a list that is none of `loaded` and `recovered` all but the list itself.
   Answer read(PLStoredList& stored);
-  /// Only the versions of the stored list and titles; absent when the store cannot be read.
+  /// Only the versions of the stored list, titles and arrays; absent when the store cannot be read.
   struct Versions {
     PreferenceVersion list, titles;
+    PLAttachedVersions attached;  ///< without elements
   };
   std::optional<Versions> versions() const;
   /// The list was written: a damaged one is no longer stored.
   void noteWritten() { _damaged.reset(); }
 
  private:
+  void readAttached(const VersionedPreferences& found, PLStoredList& stored);
   Answer recover(const Value& damaged, PLStoredList& stored);
 
   Process& _process;
   const std::string _domain;
-  std::optional<Value> _damaged;   // put aside already
-  std::optional<Value> _lastGood;  // is used in its place
+  std::vector<std::string> _keys;  // of the list, its titles, whether it waits for favorites, and what is attached
+  std::set<std::string> _damagedArrays;  // of which the log said so
+  std::optional<Value> _damaged;         // put aside already
+  std::optional<Value> _lastGood;        // is used in its place
 };
 
 }  // namespace pellor

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "pellor/friends/PLChangeLog.h"
+#include "pellor/friends/PLStepClient.h"
 #include "pellor/friends/internal/PLBaseline.h"
 #include "pellor/friends/internal/PLSlotList.h"
 #include "pellor/friends/internal/PLThreeWayMerge.h"
@@ -51,6 +52,11 @@ class PLListTakeover {
   PLMergeResult merge(const PLBaseline& base, const PLStoredList& theirs, const PLOwnPages& pages,
                       const PLDirtyChunks& touched);
 
+  /// `theirs` as steps are judged by it, with the friends that the list has, or had since `base`. The list has to be
+  /// published.
+  PLStoredPages pagesOf(const PLBaseline& base, const PLStoredList& theirs, const PLOwnPages& pages,
+                        const PLDirtyChunks& touched) const;
+
   // --- Loads ---
 
   struct Result {
@@ -70,6 +76,8 @@ class PLListTakeover {
   };
 
   // Own edits
+  PLMergeInput mergeInput(const PLBaseline& base, const PLStoredList& theirs, const PLOwnPages& pages,
+                          const PLDirtyChunks& touched) const;
   std::vector<std::uint64_t> automaticRemovals(const PLBaseline& base) const;
   PLFriendOrigins friendsInBase(const PLStoredVersion& base, const PLSlotSnapshot& list) const;
   std::map<std::uint64_t, std::vector<Slot>> personsOfTheirs(const PLStoredList& theirs,

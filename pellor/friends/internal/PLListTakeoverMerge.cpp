@@ -116,6 +116,15 @@ PLMergeResult PLListTakeover::merge(const PLBaseline& base, const PLStoredList& 
   const PLSlotSnapshot list = _friendList.snapshot();
   const std::uint64_t known = base.list->changes();
   takeMarks(list, base.list->differingChunks(list), touched.changedSince(known, base.elsewhere));
+  PLMergeResult merged = threeWayMerge(mergeInput(base, theirs, pages, touched));
+  endWhereTheirsEnds(merged, theirs.list);
+  return merged;
+}
+
+PLMergeInput PLListTakeover::mergeInput(const PLBaseline& base, const PLStoredList& theirs, const PLOwnPages& pages,
+                                        const PLDirtyChunks& touched) const {
+  const PLSlotSnapshot list = _friendList.snapshot();
+  const std::uint64_t known = base.list->changes();
   const std::uint64_t changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
   const auto chunks = touched.changedSince(known, base.elsewhere);
   const PLStoredVersion ours = PLStoredVersion::made(*base.list, list, changes, chunks ? &*chunks : nullptr);
@@ -135,9 +144,32 @@ PLMergeResult PLListTakeover::merge(const PLBaseline& base, const PLStoredList& 
   input.groupSize = pages.groupSize;
   input.maxGroupCount = pages.maxGroupCount;
   input.writtenForm = formWrittenFor;
-  PLMergeResult merged = threeWayMerge(input);
-  endWhereTheirsEnds(merged, theirs.list);
-  return merged;
+  return input;
+}
+
+PLStoredPages PLListTakeover::pagesOf(const PLBaseline& base, const PLStoredList& theirs, const PLOwnPages& pages,
+                                      const PLDirtyChunks& touched) const {
+  const PLMergeInput input = mergeInput(base, theirs, pages, touched);
+  const PLTheirFriends origins = findTheirFriends(input);
+  PLStoredPages stored;
+  stored.groupSize = pages.groupSize;
+  for (const Value& title : theirs.titles) stored.titles.push_back(title.string() ? *title.string() : std::string());
+  stored.contents.reserve(theirs.list.size());
+  PLPersonForm form;
+  for (std::uint64_t slot = 0; slot < theirs.list.size(); ++slot) {
+    PLStoredSlot& content = stored.contents.emplace_back();
+    theirs.list.chunks()[slot / Chunk]->view(slot % Chunk, form.entries());
+    form.read();
+    if (form.isEmpty()) continue;
+    content.stored = PLPerson::initWithForm(form);
+    if (const auto origin = origins.inBase[slot]) {
+      const auto persons = base.list->chunk(*origin / Chunk);
+      if (*origin % Chunk < persons.size()) content.known = persons[*origin % Chunk];
+    } else if (const auto own = origins.inOurs[slot]; own && *own < _friendList.count()) {
+      content.known = _friendList.at(*own);
+    }
+  }
+  return stored;
 }
 
 // Of several slots of base the one in its place, else the first.

@@ -1,5 +1,6 @@
 #include "pellor/friends/internal/PLListWrite.h"
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
@@ -34,6 +35,10 @@ PreferenceChanges PLListWrite::preferenceChanges(const std::vector<std::uint64_t
   } else if (list && published.pages != base->pages) {
     stored.emplace(PLGroupTitlesKey, keep(base->titlesVersion));
   }
+  for (const auto& [key, array] : attached) {
+    stored.emplace(key, set(array.elements, array.version));
+    stored.try_emplace(std::string(PLFriendListKey), keep(base->listVersion));
+  }
   if (marksNormalized) stored.emplace(PLDidNormalizeFriendListDestinationsKey, set(true, std::nullopt));
   if (sequenceNumber) stored.emplace(PLAddressBookSequenceNumberKey, set(*sequenceNumber, std::nullopt));
   if (awaitsFavorites) stored.emplace(PLFirstListIsDueKey, *awaitsFavorites ? set(true, std::nullopt) : remove());
@@ -49,7 +54,12 @@ std::set<std::string> PLListWrite::pushedKeys() const {
 }
 
 bool PLListWrite::isIn(const PLStoredList& stored) const {
-  return id == (list ? stored.listVersion : stored.titlesVersion).write;
+  if (list) return id == stored.listVersion.write;
+  if (titlesChanged) return id == stored.titlesVersion.write;
+  return std::ranges::all_of(attached, [&](const auto& array) {
+    const auto found = stored.attached.find(array.first);
+    return found != stored.attached.end() && id == found->second.version.write;
+  });
 }
 
 void PLListWrite::takeOver(const VersionedPreferences& written) {
@@ -79,7 +89,8 @@ std::shared_ptr<PLBaseline> PLListWrite::baseAfter() const {
     after->titles = *published.titles;
     after->titlesVersion = titlesVersion;
   }
-  after->pages = published.pages;
+  if (list || titlesChanged) after->pages = published.pages;
+  after->step = moment.steps;
   return after;
 }
 

@@ -9,8 +9,10 @@
 #include <vector>
 
 #include "pellor/friends/PLPerson.h"
+#include "pellor/friends/internal/PLAttachedArrays.h"
 #include "pellor/friends/internal/PLBaseline.h"
 #include "pellor/friends/internal/PLSlotList.h"
+#include "pellor/friends/internal/PLStepCount.h"
 #include "pellor/friends/internal/PLStoredVersion.h"
 #include "pellor/platform/PreferencesStore.h"
 #include "pellor/runtime/Value.h"
@@ -32,8 +34,10 @@ struct PLListWrite {
   bool marksNormalized = false;
   std::optional<std::int32_t> sequenceNumber;
   std::optional<bool> awaitsFavorites;             ///< whether the list waits for favorites from now on
+  PLAttachedArrays::Changes attached;              ///< arrays that it takes along
   std::vector<std::shared_ptr<PLPerson>> persons;  ///< whose own changes it takes along
   PLPublishedList published;
+  PLStepMoment moment;  ///< before anything was taken: the steps made until then are in it, and no part of a later one
   std::shared_ptr<const PLBaseline> base;  ///< that it is made from
   std::shared_ptr<PLStoredVersion> list;   ///< as it is to be stored; null before `preferenceChanges`, or without one
   PreferenceVersion listVersion, titlesVersion;
@@ -42,11 +46,12 @@ struct PLListWrite {
   bool knowsTouched = false;    ///< whether all of these are in chunks that were gathered
 
   bool writesList() const { return layoutChanged || !persons.empty(); }
+  bool changesList() const { return writesList() || titlesChanged; }
   bool isEmpty() const {
-    return !writesList() && !titlesChanged && !marksNormalized && !sequenceNumber && !awaitsFavorites;
+    return !changesList() && !marksNormalized && !sequenceNumber && !awaitsFavorites && attached.empty();
   }
   /// Whether a new baseline comes of it, once it has its list.
-  bool changesBase() const { return list || titlesChanged; }
+  bool changesBase() const { return list || titlesChanged || !attached.empty(); }
 
   /// Makes the list, and what the store is asked to store. `touched`, if not null, are the only chunks in which persons
   /// changed since the baseline.
@@ -57,7 +62,7 @@ struct PLListWrite {
   bool isIn(const PLStoredList& stored) const;
   /// Takes over list and versions as the store has them now.
   void takeOver(const VersionedPreferences& written);
-  /// The baseline after `takeOver`; null when it has neither list nor titles.
+  /// The baseline after `takeOver`; null when it has neither list nor titles nor arrays.
   std::shared_ptr<PLBaseline> baseAfter() const;
 };
 

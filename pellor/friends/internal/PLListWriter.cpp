@@ -8,6 +8,7 @@
 #include "pellor/friends/PLPerson.h"
 #include "pellor/friends/internal/PLSkipChecks.h"
 #include "pellor/platform/Platform.h"
+#include "pellor/platform/PreferencesSyncService.h"
 #include "pellor/runtime/Scheduler.h"
 
 namespace pellor {
@@ -16,17 +17,10 @@ namespace {
 constexpr double SaveDelay = 0.1;
 // Between the attempts to write to a store that fails.
 constexpr BackOff::Pauses RetryPauses{.first = 0.1, .longest = 60};
+// Neither nobody's nor the paired device's.
+constexpr std::uint64_t OwnWriterBits = std::uint64_t{1} << 63U | 1U;
 // More writes whose outcome nobody knows are not remembered: merged once more, what such a one wrote stays as it is.
 constexpr std::size_t MostUnknownWrites = 16;
-
-// For the check of skipped work.
-bool haveSameSlots(const PLSlotSnapshot& one, const PLSlotSnapshot& other) {
-  if (one.count() != other.count()) return false;
-  for (std::uint64_t chunk = 0; chunk < one.chunkCount(); ++chunk) {
-    if (!std::ranges::equal(one.chunk(chunk), other.chunk(chunk))) return false;
-  }
-  return true;
-}
 
 }  // namespace
 
@@ -40,8 +34,9 @@ PLListWriter::PLListWriter(Passkey, Process& process, std::string domain)
       _preferencesSyncManager(platformOf(process).preferencesSync),
       _saveQueue(
           SerialQueue::make(std::string(PLVendorPrefix) + ".Pellor.PLFriendsManager.Save", QualityOfService::utility)),
-      _writer(process.scheduler().randomNumber() | 1U),
+      _writer(process.scheduler().randomNumber() | OwnWriterBits),
       _dirtyChunks(process.local<PLPersonChanges>()),
+      _steps(process.local<PLPersonChanges>()),
       _retryPauses(RetryPauses) {}
 
 // --- What is to be written -----------------------------------------------------------------------------------------
@@ -94,6 +89,7 @@ void PLListWriter::keepSequenceNumber(std::int32_t number) {
 }
 
 void PLListWriter::save() {
+  if (_steps.isMaking()) return;
   if (isMarked() || _isSaving || _hasFailed || awaitsLoad()) return _requestSave();
   if (std::exchange(_saveIsDue, true)) return;
   _process.mainQueue().async([self = shared_from_this()] {
@@ -106,7 +102,7 @@ void PLListWriter::save() {
 
 // A person that comes into the list with a flag comes by an edit, or is marked again as it comes.
 bool PLListWriter::isMarked() const {
-  if (_needsFriendListSync || _needsTitlesSync || _needsNormalizationMark) return true;
+  if (_needsFriendListSync || _needsTitlesSync || _needsNormalizationMark || _attachedArrays.isMarked()) return true;
   if (_savedMarks != _process.local<PLPersonChanges>().marks) return true;
   const MutexLock lock(_mutex);
   return _sequenceNumber.has_value() || _awaitsFavorites.has_value();
@@ -129,13 +125,15 @@ std::shared_ptr<const PLBaseline> PLListWriter::base() const {
   return _base;
 }
 
-PLListWriter::Turn PLListWriter::beginLoad(const PreferenceVersion& list, const PreferenceVersion& titles) {
+PLListWriter::Turn PLListWriter::beginLoad(const PreferenceVersion& list, const PreferenceVersion& titles,
+                                           const PLAttachedVersions& arrays) {
   const MutexLock lock(_mutex);
   if (_phase != Phase::writing) {
     _phase = Phase::awaitsLoad;
     return Turn::now;
   }
-  if (_base && _base->listVersion == list && _base->titlesVersion == titles) return Turn::nothingNew;
+  const bool isBase = _base && _base->listVersion == list && _base->titlesVersion == titles;
+  if (isBase && _attachedArrays.areKnown(arrays)) return Turn::nothingNew;
   _loadIsDeferred = true;
   return Turn::later;
 }
@@ -154,6 +152,8 @@ void PLListWriter::acceptIfWritten(const PLStoredList& stored) {
   VersionedPreferences written;
   written.emplace(PLFriendListKey, VersionedPreference{stored.list, stored.listVersion});
   written.emplace(PLGroupTitlesKey, VersionedPreference{std::nullopt, stored.titlesVersion});
+  for (const auto& [key, array] : stored.attached)
+    written.emplace(key, VersionedPreference{std::nullopt, array.version});
   _saveQueue->async([self = shared_from_this(), write] { self->push(write); });
   adopt(write, written);
 }
@@ -210,32 +210,32 @@ void PLListWriter::_save() {
 void PLListWriter::writeUnsavedChanges() {
   PLListWrite write;
   if (!takeUnsavedChanges(write)) return;
-  if (write.isEmpty()) {
-    leaveWriting(Phase::ready);
-    if (!write.knowsTouched || _dirtyChunks.isLong()) _dirtyChunks.beginAt(write.changes, write.elsewhere);
-    _hasFailed = false;
-    return;
-  }
+  if (write.isEmpty()) return noteNothingToWrite(write);
   write.id = {_writer, ++_writeCount};
   const auto* touched = write.knowsTouched ? _dirtyChunks.since(write.base->list->changes()) : nullptr;
   const PreferenceChanges changes = write.preferenceChanges(touched);
+  if (_steps.mayHaveSeenPart(write.moment)) return giveBack(write);
   finish(write, platformOf(_process).preferences->write(changes, write.id, _domain));
 }
 
 // Each mark is taken before what it stands for is read: a change that comes in between is written now, and once more by
 // the save that it asks for, rather than never. The sequence number comes first: the changes that it tells of were
-// marked before it. False while the stored list has to be loaded: the marks stay.
+// marked before it. False while the stored list has to be loaded, and in the middle of a step, whose end asks for
+// another save: the marks stay.
 bool PLListWriter::takeUnsavedChanges(PLListWrite& write) {
   _dirtyChunks.gather();
   {
     const MutexLock lock(_mutex);
-    if (_phase == Phase::awaitsLoad) return false;
+    const auto moment = _steps.moment();
+    if (_phase == Phase::awaitsLoad || !moment) return false;
     _phase = Phase::writing;
+    write.moment = *moment;
     write.sequenceNumber = std::exchange(_sequenceNumber, std::nullopt);
     write.awaitsFavorites = std::exchange(_awaitsFavorites, std::nullopt);
     write.layoutChanged = _needsFriendListSync.exchange(false, std::memory_order_acq_rel);
     write.titlesChanged = _needsTitlesSync.exchange(false, std::memory_order_acq_rel);
     write.marksNormalized = _needsNormalizationMark.exchange(false, std::memory_order_acq_rel);
+    write.attached = _attachedArrays.take();
     write.published = _published;
     write.base = _base;
   }
@@ -245,6 +245,22 @@ bool PLListWriter::takeUnsavedChanges(PLListWrite& write) {
   write.changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);
   write.knowsTouched = _dirtyChunks.isComplete();
   return true;
+}
+
+void PLListWriter::noteNothingToWrite(const PLListWrite& write) {
+  leaveWriting(Phase::ready);
+  if (!write.knowsTouched || _dirtyChunks.isLong()) _dirtyChunks.beginAt(write.changes, write.elsewhere);
+  _hasFailed = false;
+  if (write.moment.steps == std::exchange(_toldStep, write.moment.steps)) return;
+  _process.mainQueue().async([weak = _client, last = write.moment.steps] {
+    if (const auto client = weak.lock()) client->stepsNeededNoWrite(last);
+  });
+}
+
+void PLListWriter::giveBack(const PLListWrite& write) {
+  keepUnsavedChanges(write);
+  leaveWriting(Phase::ready);
+  _requestSave();
 }
 
 // When all persons marked since the last save looked are known, only these and the persons that came into the list
@@ -291,6 +307,7 @@ void PLListWriter::accept(PLListWrite& write, const VersionedPreferences& writte
   if (write.list) _dirtyChunks.beginAt(write.changes, write.elsewhere);
   _hasFailed = false;
   _retryPauses.reset();
+  _toldStep = write.moment.steps;
   push(write);
   adopt(write, written);
   leaveWriting(Phase::ready);
@@ -299,6 +316,7 @@ void PLListWriter::accept(PLListWrite& write, const VersionedPreferences& writte
 // Makes what the store has accepted the baseline, and tells of it.
 void PLListWriter::adopt(PLListWrite& write, const VersionedPreferences& written) {
   write.takeOver(written);
+  _attachedArrays.noteWritten(write.attached, written);
   if (write.list) _PLGetLogSystem().log(LogFormat("friend list saved").as("_save"));
   const std::shared_ptr<const PLBaseline> base = write.baseAfter();
   if (base) {
@@ -306,8 +324,8 @@ void PLListWriter::adopt(PLListWrite& write, const VersionedPreferences& written
     _base = base;
     _unknownWrites.clear();
   }
-  tellWritten(
-      {write.list != nullptr, write.titlesChanged, base, write.published.list->version(), write.sequenceNumber});
+  tellWritten({write.list != nullptr, write.titlesChanged, !write.attached.empty(), base,
+               write.published.list->version(), write.sequenceNumber, write.moment.steps});
 }
 
 void PLListWriter::rememberUnknown(const PLListWrite& write) {
@@ -326,6 +344,7 @@ void PLListWriter::push(const PLListWrite& write) {
 
 void PLListWriter::keepUnsavedChanges(const PLListWrite& write) {
   for (const auto& person : write.persons) person->setNeedsSave(true);
+  _attachedArrays.giveBack(write.attached);
   const MutexLock lock(_mutex);
   if (write.titlesChanged) _needsTitlesSync.store(true, std::memory_order_release);
   if (write.marksNormalized) _needsNormalizationMark.store(true, std::memory_order_release);

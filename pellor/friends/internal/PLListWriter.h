@@ -15,6 +15,7 @@
 #include "pellor/friends/internal/PLDirtyChunks.h"
 #include "pellor/friends/internal/PLListWrite.h"
 #include "pellor/friends/internal/PLSlotList.h"
+#include "pellor/friends/internal/PLStepCount.h"
 #include "pellor/platform/PreferencesStore.h"
 #include "pellor/runtime/BackOff.h"
 #include "pellor/runtime/Process.h"
@@ -30,9 +31,11 @@ class PreferencesSyncService;
 struct PLAcceptedWrite {
   bool hasList = false;
   bool hasTitles = false;
-  std::shared_ptr<const PLBaseline> base;  ///< the baseline since then; null when it had neither
+  bool hasArrays = false;
+  std::shared_ptr<const PLBaseline> base;  ///< the baseline since then; null when it had nothing of them
   std::uint64_t listVersion = 0;           ///< PLSlotSnapshot::version of the list that was published then
   std::optional<std::int32_t> sequenceNumber;
+  std::uint64_t step = 0;  ///< the last step that is in it
 };
 
 /// Told by a list writer, on the main queue.
@@ -41,6 +44,8 @@ class PLListWriterClient {
   virtual ~PLListWriterClient() = default;
   /// A write was accepted.
   virtual void listWasWritten(const PLAcceptedWrite& write) = 0;
+  /// Of the steps up to that number nothing was left to write.
+  virtual void stepsNeededNoWrite(std::uint64_t /*last*/) {}
   /// A write was not accepted: what is stored is not the baseline. Nothing is written any more until it is loaded.
   virtual void listWasOvertaken() = 0;
   /// What is stored has to be looked at: a write has ended for which a load waited, or the pause after one has ended of
@@ -56,6 +61,9 @@ class PLListWriterClient {
 /// from the baseline's versions. When that was overtaken, or nobody can tell what became of it, the marks are set again
 /// and no save writes until the main queue has loaded what is stored (`takeOver`). When it failed it is tried again,
 /// with a growing pause and at the next request. Nothing here waits for another queue.
+///
+/// Steps go out whole: a save that comes in the middle of one takes nothing, and one that may have seen a part of one
+/// gives back what it took and looks again later.
 class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   struct Passkey {};
 
@@ -99,6 +107,18 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
     _saveOperation = std::move(operation);
   }
 
+  // --- Steps. Main queue ---
+
+  /// From here to `endStep` nothing is taken for a write, and requests for saves are not heard.
+  void beginStep() { _steps.begin(); }
+  /// The number of the step, from 1 on.
+  std::uint64_t endStep() { return _steps.end(); }
+  const PLStepCount& steps() const { return _steps; }
+  /// Asks for a save also where nothing seems to be left to write: the client is told of the steps.
+  void saveSteps() {
+    if (!_steps.isMaking()) _requestSave();
+  }
+
   // --- What is known of it. Main queue ---
 
   /// Whether something may be marked that no save has seen.
@@ -122,7 +142,7 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
     nothingNew,  ///< a write is under way and the baseline is still stored: there is nothing to take over
     later,       ///< a write is under way that may be what was read: `loadIsDue` follows it
   };
-  Turn beginLoad(const PreferenceVersion& list, const PreferenceVersion& titles);
+  Turn beginLoad(const PreferenceVersion& list, const PreferenceVersion& titles, const PLAttachedVersions& arrays = {});
   /// A write of which nobody could tell what became is the stored one if a version in `stored` names it: then that is
   /// accepted late, and the baseline.
   void acceptIfWritten(const PLStoredList& stored);
@@ -133,6 +153,8 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   void takeOver(std::shared_ptr<const PLBaseline> base, PLSlotList& list, const PLPageNumbers& pages);
   /// Nothing is written until the next `takeOver`: the store cannot be read.
   void awaitLoad();
+  /// The arrays that go out with the list.
+  PLAttachedArrays& attachedArrays() { return _attachedArrays; }
   /// What persons changed since the baseline; brought up to date by `publish`.
   PLDirtyChunks& dirtyChunks() { return _dirtyChunks; }
 
@@ -150,6 +172,8 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   void rememberUnknown(const PLListWrite& write);
   void push(const PLListWrite& write);
   void keepUnsavedChanges(const PLListWrite& write) PELLOR_REQUIRES(*_saveQueue);
+  void giveBack(const PLListWrite& write) PELLOR_REQUIRES(*_saveQueue);
+  void noteNothingToWrite(const PLListWrite& write) PELLOR_REQUIRES(*_saveQueue);
   void leaveWriting(Phase phase) PELLOR_REQUIRES(*_saveQueue);
   void askForLoad(void (PLListWriterClient::*tell)());
   void askForLoadLater() PELLOR_REQUIRES(*_saveQueue);
@@ -183,6 +207,8 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   std::atomic<bool> _needsTitlesSync{false};
   std::atomic<bool> _needsNormalizationMark{false};
   PLDirtyChunks _dirtyChunks;
+  PLStepCount _steps;
+  PLAttachedArrays _attachedArrays;
   // Written by saves, read on the main queue: whether one looks or writes, how many marks of persons the last one knew
   // of, and whether its write failed.
   std::atomic<bool> _isSaving{false};
@@ -195,6 +221,7 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   BackOff _retryPauses PELLOR_GUARDED_BY(*_saveQueue);
   std::shared_ptr<const PLSlotSnapshot> _savedList PELLOR_GUARDED_BY(*_saveQueue);  // that the last save looked at
   std::uint64_t _writeCount PELLOR_GUARDED_BY(*_saveQueue) = 0;
+  std::uint64_t _toldStep PELLOR_GUARDED_BY(*_saveQueue) = 0;  // up to which the client was told of steps
 };
 
 }  // namespace pellor

@@ -75,6 +75,12 @@ bool haveSameBlock(const Dictionary& one, const Dictionary& other) {
   return std::ranges::all_of(Block, [&](std::string_view key) { return haveSameValue(one, other, key); });
 }
 
+Dictionary blockOfForm(const Dictionary& form) {
+  Dictionary block;
+  for (const std::string_view key : Block) take(block, form, key);
+  return block;
+}
+
 std::string keyOfBlock(const Dictionary& form) {
   std::string key;
   for (const std::string_view each : Block) {

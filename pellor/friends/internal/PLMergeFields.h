@@ -15,6 +15,8 @@ std::string_view identifyingGUID(const Dictionary& form);
 /// The name; empty also when there is none.
 std::string_view nameOf(const Dictionary& form);
 bool haveSameBlock(const Dictionary& one, const Dictionary& other);
+/// The block's entries alone.
+Dictionary blockOfForm(const Dictionary& form);
 /// Equal for equal blocks.
 std::string keyOfBlock(const Dictionary& form);
 bool haveSameName(const Dictionary& one, const Dictionary& other);

@@ -23,7 +23,7 @@ Home homeOf(const ArrayChunk& chunk, std::size_t index) {
 
 bool isAllSeen(const DictionaryView& view) { return std::ranges::all_of(view, &EntryView::hasOnlyTexts); }
 
-bool areEqual(const EntryView& one, const EntryView& other) {
+bool areEqualEntries(const EntryView& one, const EntryView& other) {
   if (one.key != other.key || one.kind != other.kind) return false;
   switch (one.kind) {
     case Value::Kind::integer:
@@ -101,7 +101,8 @@ bool PLMergeSlots::hasSameElement(std::uint64_t slot, const PLMergeSlots& other,
   if (homeOf(ownChunk, index) == homeOf(otherChunk, otherIndex)) return true;
   const bool areSeen = ownChunk.view(index, _view) && otherChunk.view(otherIndex, _otherView) && isAllSeen(_view) &&
                        isAllSeen(_otherView);
-  return areSeen ? std::ranges::equal(_view, _otherView, areEqual) : ownChunk.at(index) == otherChunk.at(otherIndex);
+  return areSeen ? std::ranges::equal(_view, _otherView, areEqualEntries)
+                 : ownChunk.at(index) == otherChunk.at(otherIndex);
 }
 
 void forEachDifferingChunk(const PLMergeSlots& one, const PLMergeSlots& other,

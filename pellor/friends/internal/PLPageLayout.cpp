@@ -64,7 +64,7 @@ void PLPageLayout::appendGroup() {
   _indexes.emplace(group.get(), count());
   _friendGroups.push_back(std::move(group));
   _numbers.push_back(++_lastNumber);
-  _sharedNumbers = nullptr;
+  noteOtherPages();
 }
 
 void PLPageLayout::_addEmptyGroup() {
@@ -75,6 +75,62 @@ void PLPageLayout::_addEmptyGroup() {
   _groupListChanged();
 }
 
+// The pages of the baseline that are left tell where one of them was taken out.
+std::optional<std::uint64_t> PLPageLayout::pageTakenOutAt(std::uint64_t index, const PLBaseline& base) const {
+  if (!base.pages) return std::nullopt;
+  std::unordered_map<std::uint64_t, std::uint64_t> inBase;
+  for (std::uint64_t page = 0; page < base.pages->size(); ++page) inBase.emplace((*base.pages)[page], page);
+  std::uint64_t first = 0, end = base.pages->size();
+  for (std::uint64_t before = index; before > 0; --before) {
+    const auto known = inBase.find(_numbers[before - 1]);
+    if (known == inBase.end()) continue;
+    first = known->second + 1;
+    break;
+  }
+  for (std::uint64_t behind = index; behind < _numbers.size(); ++behind) {
+    const auto known = inBase.find(_numbers[behind]);
+    if (known == inBase.end()) continue;
+    end = known->second;
+    break;
+  }
+  for (std::uint64_t page = first; page < end; ++page)
+    if (std::ranges::find(_numbers, (*base.pages)[page]) == _numbers.end()) return (*base.pages)[page];
+  return std::nullopt;
+}
+
+std::shared_ptr<PLFriendGroup> PLPageLayout::insertEmptyGroup(std::uint64_t index, const PLBaseline& base) {
+  const auto number = pageTakenOutAt(index, base);
+  auto group = PLFriendGroup::initWithDelegateGroupSize(_delegate, groupSize());
+  _friendGroups.insert(_friendGroups.begin() + static_cast<std::ptrdiff_t>(index), group);
+  _numbers.insert(_numbers.begin() + static_cast<std::ptrdiff_t>(index), number ? *number : ++_lastNumber);
+  noteOtherPages();
+  for (std::uint64_t later = index; later < count(); ++later) _indexes[_friendGroups[later].get()] = later;
+  noteRoom(index);
+  _friendList.insert(index * groupSize(), groupSize());
+  _groupListChanged();
+  return group;
+}
+
+void PLPageLayout::moveGroup(std::uint64_t from, std::uint64_t to) {
+  const auto rotate = [&](auto& values) {
+    const auto first = values.begin() + static_cast<std::ptrdiff_t>(std::min(from, to));
+    const auto last = values.begin() + static_cast<std::ptrdiff_t>(std::max(from, to)) + 1;
+    from < to ? std::rotate(first, first + 1, last) : std::rotate(first, last - 1, last);
+  };
+  const std::vector<Slot> slots = slotsOfGroup(from);
+  rotate(_friendGroups);
+  rotate(_numbers);
+  _numbers[to] = ++_lastNumber;
+  noteOtherPages();
+  for (std::uint64_t index = std::min(from, to); index <= std::max(from, to); ++index)
+    _indexes[_friendGroups[index].get()] = index;
+  _friendList.remove(from * groupSize(), groupSize());
+  _friendList.insert(to * groupSize(), groupSize());
+  for (std::uint64_t slot = 0; slot < slots.size(); ++slot) _friendList.set(to * groupSize() + slot, slots[slot]);
+  noteRoom(std::min(from, to));
+  _groupListChanged();
+}
+
 void PLPageLayout::_removeGroupAtIndex(std::uint64_t index) {
   if (index >= count()) return;
   const auto removed = _friendGroups[index];
@@ -82,7 +138,7 @@ void PLPageLayout::_removeGroupAtIndex(std::uint64_t index) {
   _indexes.erase(removed.get());
   _friendGroups.erase(_friendGroups.begin() + static_cast<std::ptrdiff_t>(index));
   _numbers.erase(_numbers.begin() + static_cast<std::ptrdiff_t>(index));
-  _sharedNumbers = nullptr;
+  noteOtherPages();
   for (std::uint64_t later = index; later < count(); ++later) _indexes[_friendGroups[later].get()] = later;
   noteRoom(index);
   _friendList.remove(index * groupSize(), groupSize());
@@ -96,7 +152,7 @@ void PLPageLayout::dropGroupsFrom(std::uint64_t index) {
     _indexes.erase(_friendGroups.back().get());
     _friendGroups.pop_back();
     _numbers.pop_back();
-    _sharedNumbers = nullptr;
+    noteOtherPages();
   }
 }
 

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "pellor/friends/PLFriendGroupDelegate.h"
@@ -38,6 +39,8 @@ class PLPageLayout {
   /// The live array, which changes with the next edit.
   const std::vector<std::shared_ptr<PLFriendGroup>>& friendGroups() const { return _friendGroups; }
   std::uint64_t count() const { return _friendGroups.size(); }
+  /// Grows as groups come, go and move.
+  std::uint64_t version() const { return _version; }
   /// Slots of a group.
   std::uint64_t groupSize() const;
   /// The place of a group; absent for one that is none of these.
@@ -55,6 +58,11 @@ class PLPageLayout {
   /// Appends a group. It gets the slots that the list has at its place already, so that friends that no group had come
   /// to light; missing ones are appended to the list.
   void _addEmptyGroup();
+  /// Puts an empty group before the one with that index, or behind the last one, and slots for it. Where a page of
+  /// `base` was taken out it is that page again.
+  std::shared_ptr<PLFriendGroup> insertEmptyGroup(std::uint64_t index, const PLBaseline& base);
+  /// Gives a group another index, and its slots with it. It is another page from now on.
+  void moveGroup(std::uint64_t from, std::uint64_t to);
   /// Takes a group out, and its slots out of the list. Ignored for an index beyond the end.
   void _removeGroupAtIndex(std::uint64_t index);
   /// Takes the groups from `index` on out. Their slots stay.
@@ -93,6 +101,11 @@ class PLPageLayout {
 
  private:
   void appendGroup();
+  void noteOtherPages() {
+    _sharedNumbers = nullptr;
+    ++_version;
+  }
+  std::optional<std::uint64_t> pageTakenOutAt(std::uint64_t index, const PLBaseline& base) const;
   std::vector<Slot> slotsOfGroup(std::uint64_t index) const;
   void updateGroup(std::uint64_t index);
   void updateChangedGroups(std::uint64_t firstNewGroup);
@@ -108,6 +121,7 @@ class PLPageLayout {
   std::vector<std::uint64_t> _numbers;  // of the groups' pages
   std::uint64_t _lastNumber = 0;
   PLPageNumbers _sharedNumbers;  // null when groups came or went since
+  std::uint64_t _version = 0;
   mutable std::uint64_t _firstGroupThatMayHaveRoom = 0;
   PLSlotSnapshot _laidOutList;            // which the groups have, but for what was given to them since
   std::uint64_t _laidOutAssignments = 0;  // of friends to groups, those of the layout included

@@ -50,6 +50,7 @@ class PLPersonIndex : private PLPersonIdentityObserver {
   /// Enters all of the batch: as if one after the other, and much faster when they are many.
   void enter(const PLPersonBatch& batch);
   void moveDown(std::uint64_t first, std::uint64_t count) { _places.moveDown(first, count); }
+  void moveUp(std::uint64_t first, std::uint64_t count) { _places.moveUp(first, count); }
   const PLPersonPlaces& places() const { return _places; }
 
   /// How many GUIDs several persons share.

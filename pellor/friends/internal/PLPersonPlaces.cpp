@@ -54,14 +54,21 @@ void PLPersonPlaces::move(const PLPerson& person, std::uint64_t from, std::uint6
   places.insert(std::ranges::lower_bound(places, numberOf(to)), numberOf(to));
 }
 
-void PLPersonPlaces::moveDown(std::uint64_t first, std::uint64_t count) {
-  const auto moved = [=](std::uint32_t place) {
-    return place < first ? place : static_cast<std::uint32_t>(place - count);
-  };
+// The order of places stays.
+template <class Moved>
+void PLPersonPlaces::moveAll(const Moved& moved) {
   _table.forEach([&](const Table::Cursor& entry) {
     if (entry.number() != Several) entry.assign(entry.address(), moved(entry.number()));
   });
   for (auto& [person, places] : _several) std::ranges::transform(places, places.begin(), moved);
+}
+
+void PLPersonPlaces::moveDown(std::uint64_t first, std::uint64_t count) {
+  moveAll([=](std::uint32_t place) { return place < first ? place : numberOf(place - count); });
+}
+
+void PLPersonPlaces::moveUp(std::uint64_t first, std::uint64_t count) {
+  moveAll([=](std::uint32_t place) { return place < first ? place : numberOf(place + count); });
 }
 
 std::optional<std::uint64_t> PLPersonPlaces::lowest(const PLPerson* person, std::uint64_t from) const {

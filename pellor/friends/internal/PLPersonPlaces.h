@@ -26,6 +26,8 @@ class PLPersonPlaces {
   void move(const PLPerson& person, std::uint64_t from, std::uint64_t to);
   /// Moves the persons in the places from `first` on down by `count`; the `count` places before must be empty.
   void moveDown(std::uint64_t first, std::uint64_t count);
+  /// Moves the persons in the places from `first` on up by `count`.
+  void moveUp(std::uint64_t first, std::uint64_t count);
   void reserve(std::size_t personCount) { _table.reserve(personCount); }
 
   /// The number of a place.
@@ -56,6 +58,8 @@ class PLPersonPlaces {
   };
   using Table = PLBucketTable<HashOf>;  // an entry's number is the place, or Several
 
+  template <class Moved>
+  void moveAll(const Moved& moved);
   Table::Cursor find(const PLPerson* person) const {
     const auto address = reinterpret_cast<std::uintptr_t>(person);
     return _table.find(HashOf()(address, 0), [=](std::uintptr_t other, std::uint32_t) { return other == address; });

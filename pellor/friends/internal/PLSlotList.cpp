@@ -99,6 +99,14 @@ void PLSlotSnapshot::forEachDifferingChunk(const PLSlotSnapshot& other,
   if (_count > 0) Difference(visit).visit(*_root, _height, other._root.get(), other._height, 0);
 }
 
+bool haveSameSlots(const PLSlotSnapshot& one, const PLSlotSnapshot& other) {
+  if (one.count() != other.count()) return false;
+  for (std::uint64_t chunk = 0; chunk < one.chunkCount(); ++chunk) {
+    if (!std::ranges::equal(one.chunk(chunk), other.chunk(chunk))) return false;
+  }
+  return true;
+}
+
 // The nodes from the root to a chunk, all of them writable.
 struct PLSlotList::Path {
   void count(bool was, bool is) const {
@@ -202,31 +210,55 @@ void PLSlotList::remove(std::uint64_t first, std::uint64_t count) {
   }
 }
 
-// Puts into each slot from `first` to `end` what is in the slot that is `by` further on, a chunk at a time; chunks that
-// stay as they are are not copied.
+void PLSlotList::insert(std::uint64_t first, std::uint64_t count) {
+  const std::uint64_t before = _count;
+  for (std::uint64_t added = 0; added < count; ++added) append(EmptySlot);
+  if (first >= before) return;
+  _people.moveUp(first, count);
+  moveUpInTree(first, count, before);
+  for (std::uint64_t index = first; index < std::min(first + count, before); ++index) setInTree(index, EmptySlot);
+}
+
+// Puts into each slot from `first` to `end` what is in the slot that is `by` further on, a chunk at a time.
 void PLSlotList::moveDownInTree(std::uint64_t first, std::uint64_t by, std::uint64_t end) {
+  for (std::uint64_t next = first; next < end;) {
+    const std::uint64_t stop = std::min(end, (next | (FanOut - 1)) + 1);
+    copyIntoChunk(next, stop, next + by);
+    next = stop;
+  }
+}
+
+// The other way, from the end on: puts what is in each slot from `first` to `end` into the slot that is `by` further
+// on.
+void PLSlotList::moveUpInTree(std::uint64_t first, std::uint64_t by, std::uint64_t end) {
+  for (std::uint64_t stop = end + by; stop > first + by;) {
+    const std::uint64_t next = std::max(first + by, (stop - 1) & ~(FanOut - 1));
+    copyIntoChunk(next, stop, next - by);
+    stop = next;
+  }
+}
+
+// Puts what is in the slots from `from` on into those from `first` to `end`, which lie in one chunk. A chunk that stays
+// as it is is not copied.
+void PLSlotList::copyIntoChunk(std::uint64_t first, std::uint64_t end, std::uint64_t from) {
   std::vector<Slot> moved;
   moved.reserve(FanOut);
-  for (std::uint64_t next = first; next < end; next += moved.size()) {
-    moved.clear();
-    const std::uint64_t place = next & (FanOut - 1);
-    const std::uint64_t stop = std::min(end, next - place + FanOut);
-    for (std::uint64_t index = next; index < stop;) {
-      const auto& source = leafOf(*_root, _height, index + by).content;
-      const std::uint64_t from = (index + by) & (FanOut - 1);
-      const std::uint64_t count = std::min(FanOut - from, stop - index);
-      moved.insert(moved.end(), source.begin() + static_cast<std::ptrdiff_t>(from),
-                   source.begin() + static_cast<std::ptrdiff_t>(from + count));
-      index += count;
-    }
-    const auto& current = leafOf(*_root, _height, next).content;
-    if (std::equal(moved.begin(), moved.end(), current.begin() + static_cast<std::ptrdiff_t>(place))) continue;
-    const Path path = writablePath(next);
-    auto& content = path.chunk().content;
-    const std::uint64_t before = occupiedIn(content);
-    std::ranges::swap_ranges(moved, std::span(content).subspan(place, moved.size()));
-    path.addOccupied(occupiedIn(content) - before);
+  for (std::uint64_t index = from; index < from + (end - first);) {
+    const auto& source = leafOf(*_root, _height, index).content;
+    const std::uint64_t place = index & (FanOut - 1);
+    const std::uint64_t count = std::min(FanOut - place, from + (end - first) - index);
+    moved.insert(moved.end(), source.begin() + static_cast<std::ptrdiff_t>(place),
+                 source.begin() + static_cast<std::ptrdiff_t>(place + count));
+    index += count;
   }
+  const std::uint64_t place = first & (FanOut - 1);
+  const auto& current = leafOf(*_root, _height, first).content;
+  if (std::equal(moved.begin(), moved.end(), current.begin() + static_cast<std::ptrdiff_t>(place))) return;
+  const Path path = writablePath(first);
+  auto& content = path.chunk().content;
+  const std::uint64_t before = occupiedIn(content);
+  std::ranges::swap_ranges(moved, std::span(content).subspan(place, moved.size()));
+  path.addOccupied(occupiedIn(content) - before);
 }
 
 // Keeps the first slots of a tree, at least one and at most as many as it has.

@@ -47,6 +47,9 @@ class PLSlotSnapshot {
   unsigned _height = 0;
 };
 
+/// Whether both versions have the same persons in the same slots. Looks at all of them.
+bool haveSameSlots(const PLSlotSnapshot& one, const PLSlotSnapshot& other);
+
 /// A list of slots, each of which holds a person or `EmptySlot`. Reading and writing one slot, finding a person's slot
 /// and finding the lowest empty slot cost next to nothing more in a longer list; taking a version costs nothing, and an
 /// edit after that copies the few nodes on the way to its slot. Main queue.
@@ -68,6 +71,8 @@ class PLSlotList {
   void append(Slot slot);
   /// Takes out `count` slots from `first` on, as far as there are any; later slots move down.
   void remove(std::uint64_t first, std::uint64_t count);
+  /// Puts `count` empty slots before the slot `first`, or behind the last one; later slots move up.
+  void insert(std::uint64_t first, std::uint64_t count);
   void clear() { remove(0, _count); }
 
   /// The persons in the slots, by what identifies them; their places are the slots.
@@ -99,6 +104,8 @@ class PLSlotList {
 
   Slot setInTree(std::uint64_t index, Slot slot);
   void moveDownInTree(std::uint64_t first, std::uint64_t by, std::uint64_t end);
+  void moveUpInTree(std::uint64_t first, std::uint64_t by, std::uint64_t end);
+  void copyIntoChunk(std::uint64_t first, std::uint64_t end, std::uint64_t from);
   void cut(std::shared_ptr<Node>& node, unsigned height, std::uint64_t count);
   Path writablePath(std::uint64_t index);
   std::shared_ptr<Node> makeNode(unsigned height) const;

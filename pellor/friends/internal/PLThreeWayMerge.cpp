@@ -48,6 +48,18 @@ class ThreeWayMerge {
     return std::move(_result);
   }
 
+  PLTheirFriends theirFriends() {
+    matchFriendsByPlaces();
+    bringAdditions();
+    PLTheirFriends found{PLChunkOrigins(_theirs.size()), PLChunkOrigins(_theirs.size())};
+    for (std::uint64_t slot = 0; slot < _base.size(); ++slot) {
+      const auto theirs = _base.isEmpty(slot) ? std::nullopt : _friends.theirs(slot);
+      if (theirs) found.inBase[*theirs] = slot;
+    }
+    for (const auto& [ours, theirs] : _addedByBoth) found.inOurs[theirs] = ours;
+    return found;
+  }
+
  private:
   using Place = PLMergePlaces::Place;
   using Occupant = PLMergePlaces::Occupant;
@@ -378,5 +390,7 @@ class ThreeWayMerge {
 }  // namespace
 
 PLMergeResult threeWayMerge(const PLMergeInput& input) { return ThreeWayMerge(input).merge(); }
+
+PLTheirFriends findTheirFriends(const PLMergeInput& input) { return ThreeWayMerge(input).theirFriends(); }
 
 }  // namespace pellor

@@ -10,4 +10,13 @@ namespace pellor {
 /// on which `writtenForm` may be called.
 PLMergeResult threeWayMerge(const PLMergeInput& input);
 
+/// Where the friends of theirs are, by slot of theirs: in base or, of those that both sides added, in ours. Absent:
+/// nowhere.
+struct PLTheirFriends {
+  PLChunkOrigins inBase;
+  PLChunkOrigins inOurs;
+};
+/// As the merge finds them.
+PLTheirFriends findTheirFriends(const PLMergeInput& input);
+
 }  // namespace pellor

@@ -46,8 +46,10 @@ class PLTitles {
   void takeOver(const PLStoredList& stored, const PLMergeResult* merged, const PLBaseline* known);
 
   /// A group is about to be removed: the titles of the pages behind it move with them.
-  void noteRemoval() { _haveMoved = _haveMoved || haveAny(); }
-  /// Whether titles moved with removed groups since the last time that this was asked.
+  void noteRemoval() { notePagesWillMove(); }
+  /// Pages are about to be others, and titles move with them.
+  void notePagesWillMove() { _haveMoved = _haveMoved || haveAny(); }
+  /// Whether titles moved with groups that came or went since the last time that this was asked.
   bool takeMoved() { return std::exchange(_haveMoved, false); }
 
  private:

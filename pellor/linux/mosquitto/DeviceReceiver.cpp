@@ -28,7 +28,7 @@ std::ptrdiff_t friendsIn(const Value* value) {
 std::uint64_t writerOf(const std::string& name, const std::string& fingerprint) {
   const std::string text = name + " " + fingerprint;
   const Data digest = digestOf({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()});
-  std::uint64_t writer = 1;
+  std::uint64_t writer = PairedDeviceWriterByte;
   for (std::size_t index = 0; index < 7; ++index) writer = writer << 8 | digest[index];
   return writer;
 }

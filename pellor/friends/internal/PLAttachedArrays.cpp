@@ -1,0 +1,162 @@
+#include "pellor/friends/internal/PLAttachedArrays.h"
+
+#include <algorithm>
+#include <optional>
+#include <unordered_map>
+#include <utility>
+
+namespace pellor {
+namespace {
+
+// One without an id is known by all that it says.
+std::string idOf(const Value& element) {
+  const Value* id = element.dictionary() ? valueForKey(*element.dictionary(), "id") : nullptr;
+  return id && id->string() ? *id->string() : element.description();
+}
+
+class ElementsByID {
+ public:
+  explicit ElementsByID(const LongArray& array) : _elements(array.elements()) {
+    for (std::size_t index = 0; index < _elements.size(); ++index) _indexes.emplace(idOf(_elements[index]), index);
+  }
+  const Array& elements() const { return _elements; }
+  /// Null when there is none.
+  const Value* find(const std::string& id) const {
+    const auto found = _indexes.find(id);
+    return found == _indexes.end() ? nullptr : &_elements[found->second];
+  }
+
+ private:
+  const Array _elements;
+  std::unordered_map<std::string, std::size_t> _indexes;
+};
+
+}  // namespace
+
+LongArray lastElements(const LongArray& array, std::size_t count) {
+  if (array.size() <= count) return array;
+  std::vector<std::shared_ptr<const ArrayChunk>> chunks;
+  std::vector<ArrayChunk::Element> elements;
+  for (std::size_t index = array.size() - count; index < array.size(); ++index) {
+    elements.emplace_back(array.chunks()[index / LongArray::ChunkSize], index % LongArray::ChunkSize);
+    if (elements.size() < LongArray::ChunkSize && index + 1 < array.size()) continue;
+    chunks.push_back(ArrayChunk::make(std::exchange(elements, {})));
+  }
+  return LongArray(std::move(chunks));
+}
+
+LongArray mergedArrays(const LongArray& base, const LongArray& theirs, const LongArray& ours,
+                       std::size_t mostElements) {
+  const ElementsByID known(base), stored(theirs), live(ours);
+  Array merged;
+  for (const Value& element : stored.elements()) {
+    const std::string id = idOf(element);
+    const Value *before = known.find(id), *own = live.find(id);
+    if (before && !own) continue;
+    const bool isOurs = own && (!before || *own != *before);
+    merged.push_back(isOurs ? *own : element);
+  }
+  for (const Value& element : live.elements()) {
+    const std::string id = idOf(element);
+    if (!known.find(id) && !stored.find(id)) merged.push_back(element);
+  }
+  return lastElements(LongArray(merged), mostElements);
+}
+
+void PLAttachedArrays::attach(const std::string& key, std::size_t mostElements) {
+  _live[key].mostElements = mostElements;
+}
+
+const LongArray& PLAttachedArrays::at(const std::string& key) const {
+  static const LongArray none;
+  const auto found = _live.find(key);
+  return found == _live.end() ? none : found->second.elements;
+}
+
+void PLAttachedArrays::set(const std::string& key, LongArray elements) {
+  const auto found = _live.find(key);
+  if (found == _live.end()) return;
+  found->second.elements = lastElements(elements, found->second.mostElements);
+  mark(key, found->second.elements);
+}
+
+void PLAttachedArrays::mark(const std::string& key, const LongArray& elements) {
+  const MutexLock lock(_mutex);
+  _marked[key] = elements;
+  _isMarked = true;
+}
+
+PLAttachedArray PLAttachedArrays::known(const std::string& key) const {
+  const MutexLock lock(_mutex);
+  const auto found = _known.find(key);
+  return found == _known.end() ? PLAttachedArray() : found->second;
+}
+
+bool PLAttachedArrays::areKnown(const PLAttachedVersions& stored) const {
+  return std::ranges::all_of(stored, [this](const auto& array) {
+    return !_live.contains(array.first) || known(array.first).version == array.second.version;
+  });
+}
+
+// An array of another store does not come from the one that is known: nothing counts as taken out there.
+void PLAttachedArrays::takeOver(const PLAttachedVersions& stored) {
+  for (auto& [key, live] : _live) {
+    const auto theirs = stored.find(key);
+    const PLAttachedArray before = known(key);
+    if (theirs == stored.end()) continue;
+    const MutexLock lock(_mutex);
+    const auto own = _marked.find(key);
+    if (theirs->second.version != before.version) {
+      const bool isOtherStore = theirs->second.version.store != before.version.store;
+      const LongArray base = isOtherStore ? LongArray() : before.elements;
+      _known[key] = theirs->second;
+      live.elements = own == _marked.end()
+                          ? theirs->second.elements
+                          : mergedArrays(base, theirs->second.elements, own->second, live.mostElements);
+    }
+    if (own == _marked.end()) continue;
+    own->second = live.elements;
+    if (live.elements == theirs->second.elements) _marked.erase(own);
+    _isMarked = !_marked.empty();
+  }
+}
+
+void PLAttachedArrays::shareStoredChunks() {
+  for (auto& [key, live] : _live) {
+    const LongArray stored = known(key).elements;
+    auto chunks = live.elements.chunks();
+    for (std::size_t index = 0; index < std::min(chunks.size(), stored.chunks().size()); ++index) {
+      if (stored.chunks()[index]->isCopyOf(*chunks[index])) chunks[index] = stored.chunks()[index];
+    }
+    live.elements = LongArray(std::move(chunks));
+  }
+}
+
+PLAttachedArrays::Changes PLAttachedArrays::take() {
+  if (!_isMarked) return {};
+  const MutexLock lock(_mutex);
+  Changes changes;
+  for (auto& [key, elements] : std::exchange(_marked, {})) changes[key] = {std::move(elements), _known[key].version};
+  _isMarked = false;
+  return changes;
+}
+
+void PLAttachedArrays::giveBack(const Changes& changes) {
+  if (changes.empty()) return;
+  const MutexLock lock(_mutex);
+  for (const auto& [key, change] : changes) _marked.try_emplace(key, change.elements);
+  _isMarked = true;
+}
+
+void PLAttachedArrays::noteWritten(const Changes& changes, const VersionedPreferences& written) {
+  if (changes.empty()) return;
+  const MutexLock lock(_mutex);
+  for (const auto& [key, change] : changes) {
+    const auto stored = written.find(key);
+    if (stored == written.end()) continue;
+    const LongArray* array = stored->second.value ? stored->second.value->longArray() : nullptr;
+    _known[key] = {array ? *array : change.elements, stored->second.version};
+  }
+}
+
+}  // namespace pellor

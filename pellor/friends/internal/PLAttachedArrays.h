@@ -1,0 +1,70 @@
+// Arrays that are stored with the friend list, and told of in one write with it.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <string>
+
+#include "pellor/friends/internal/PLBaseline.h"
+#include "pellor/platform/PreferencesStore.h"
+#include "pellor/runtime/LongArray.h"
+#include "pellor/runtime/ThreadSafety.h"
+
+namespace pellor {
+
+/// Our edits of an array of dictionaries, each known by its "id", made on top of theirs: theirs in their order, less
+/// what ours took out since base; an element that one side changed is that side's, by both ours; then what ours added,
+/// in our order; of that the last `mostElements`. A pure function.
+LongArray mergedArrays(const LongArray& base, const LongArray& theirs, const LongArray& ours, std::size_t mostElements);
+/// The last `count` elements.
+LongArray lastElements(const LongArray& array, std::size_t count);
+
+/// The arrays that a manager was asked to attach. Its invariant: what is not marked is what is stored, as far as this
+/// process knows.
+class PLAttachedArrays {
+ public:
+  /// What goes out, with the stored versions in whose place.
+  using Changes = PLAttachedVersions;
+
+  // Main queue.
+  /// Reads and writes this key from now on; nothing is known of it.
+  void attach(const std::string& key, std::size_t mostElements);
+  bool contains(const std::string& key) const { return _live.contains(key); }
+  /// As this process has it; empty for a key that is not attached.
+  const LongArray& at(const std::string& key) const;
+  /// Marks it. Ignored for a key that is not attached.
+  void set(const std::string& key, LongArray elements);
+  /// Whether these are the versions that are known, or their keys are not attached.
+  bool areKnown(const PLAttachedVersions& stored) const;
+  /// A load found these: they are merged with what is marked, and what differs then is marked.
+  void takeOver(const PLAttachedVersions& stored);
+  /// After a write: has the store's own chunks in place of those that it made them of, so that it knows them again.
+  void shareStoredChunks();
+
+  // Any thread.
+  bool isMarked() const { return _isMarked; }
+  /// The marked ones, marked no more.
+  Changes take();
+  /// Those are not stored: they are marked again, but where a later value is.
+  void giveBack(const Changes& changes);
+  /// Those are stored, as `written` has them.
+  void noteWritten(const Changes& changes, const VersionedPreferences& written);
+
+ private:
+  struct Live {
+    LongArray elements;
+    std::size_t mostElements = 0;
+  };
+  PLAttachedArray known(const std::string& key) const;
+  void mark(const std::string& key, const LongArray& elements);
+
+  std::map<std::string, Live, std::less<>> _live;  // main queue
+  std::atomic<bool> _isMarked{false};              // written with the lock held
+  mutable Mutex _mutex;                            // held for moments
+  PLAttachedVersions _known PELLOR_GUARDED_BY(_mutex);
+  std::map<std::string, LongArray, std::less<>> _marked PELLOR_GUARDED_BY(_mutex);
+};
+
+}  // namespace pellor

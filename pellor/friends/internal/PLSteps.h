@@ -1,0 +1,56 @@
+// The steps of a friends manager: edits that are stored together.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include "pellor/friends/PLStepClient.h"
+#include "pellor/friends/internal/PLBaseline.h"
+
+namespace pellor {
+
+class PLListWriter;
+
+/// Makes steps, asks the client about those that are not stored, and tells it of those that are. Its invariant: the
+/// client is told of every step once, in their order, when nothing of it is left to write. Main queue.
+class PLSteps {
+ public:
+  /// The writer outlives this object.
+  explicit PLSteps(PLListWriter& writer) : _writer(writer) {}
+
+  void setClient(std::weak_ptr<PLStepClient> client) { _client = std::move(client); }
+
+  // --- Making them ---
+
+  /// Calls `edits`, and then `finish`, which publishes and marks what is left to, as the next step. The number of it.
+  std::uint64_t perform(const std::function<void()>& edits, const std::function<void()>& finish);
+  /// Whether groups that lose their last friend stay.
+  bool keepsEmptiedGroups() const { return _keepsEmptiedGroups; }
+  /// Calls `edits`, in which no group goes because it lost its last friend.
+  void keepGroupsDuring(const std::function<void()>& edits);
+
+  // --- Whether they are stored ---
+
+  /// Whether the client is still to be told of some.
+  bool areUntold() const;
+  /// What has them all up to this one was accepted, or was not needed. Tells the client, in the caller's task.
+  void noteStored(std::uint64_t last);
+
+  // --- The client ---
+
+  /// Whether it has to be asked before `stored` is merged. `base` is the baseline.
+  bool areToBeJudged(const PLBaseline& base, const PLStoredList& stored) const;
+  /// The last step of which it is known, told or not, that it is stored.
+  std::uint64_t lastStored(const PLBaseline& base) const;
+  void judge(const PLStoredPages& theirs);
+  void tellChange(PLChangeOrigin origin) const;
+
+ private:
+  PLListWriter& _writer;
+  std::weak_ptr<PLStepClient> _client;
+  bool _keepsEmptiedGroups = false;
+  std::uint64_t _told = 0;  // the last step of which the client was told
+};
+
+}  // namespace pellor

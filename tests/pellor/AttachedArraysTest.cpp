@@ -1,0 +1,185 @@
+// Arrays that are stored with the list: merged by id, and written with what they tell of.
+#include "pellor/friends/internal/PLAttachedArrays.h"
+
+#include <utility>
+
+#include "tests/pellor/ManagerWorld.h"
+#include "tests/pellor/SlowStore.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+const std::string Key = "PLFriendListHistory";
+
+// "a b1 c": elements with these letters as ids, and what else they say.
+LongArray arrayOf(const std::string& text) {
+  Array elements;
+  for (std::size_t begin = 0; begin < text.size();) {
+    const std::size_t end = std::min(text.find(' ', begin), text.size());
+    const std::string word = text.substr(begin, end - begin);
+    elements.emplace_back(Dictionary{{"id", word.substr(0, 1)}, {"says", word.substr(1)}});
+    begin = end + 1;
+  }
+  return LongArray(elements);
+}
+
+std::string textOf(const LongArray& array) {
+  std::string text;
+  for (const Value& element : array.elements()) {
+    const Dictionary& entries = *element.dictionary();
+    text += (text.empty() ? "" : " ") + *entries.at("id").string() + *entries.at("says").string();
+  }
+  return text;
+}
+
+TEST(MergedArraysTest, AreMergedByIdAndTheLastOnesStay) {
+  struct Case {
+    const char *base, *theirs, *ours, *merged;
+  };
+  const std::vector<Case> cases = {
+      {"a b", "a b", "a b", "a b"},
+      {"a b", "a b c", "a b d", "a b c d"},
+      {"a b", "b", "a b", "b"},
+      {"a b", "a b", "b", "b"},
+      {"a b", "a c", "b d", "c d"},
+      {"a b", "a1 b", "a b2", "a1 b2"},
+      {"a b", "a1 b", "a2 b", "a2 b"},
+      {"a b", "b", "a1 b", "b"},
+      {"", "a1 c", "a2 d", "a2 c d"},
+      {"a b c d e", "b c d e f", "b c d e g", "c d e f g"},
+      {"a b", "", "", ""},
+  };
+  for (const Case& each : cases) {
+    EXPECT_EQ(textOf(mergedArrays(arrayOf(each.base), arrayOf(each.theirs), arrayOf(each.ours), 5)), each.merged)
+        << each.base << ", theirs " << each.theirs << ", ours " << each.ours;
+  }
+  Array many;
+  for (int number = 0; number < 200; ++number) many.emplace_back(Dictionary{{"id", std::to_string(number)}});
+  const LongArray last = lastElements(LongArray(many), 100);
+  EXPECT_EQ(last.elements(), Array(many.end() - 100, many.end()));
+}
+
+class AttachedArraysTest : public ManagerTest {
+ protected:
+  AttachedArraysTest() {
+    setGroups(4, 3);
+    world.pairedDevice().setCompletedInitialSync(true);
+    a = launchWith("Ann,-,-");
+    b = launch();
+    rest();
+    attach(*a);
+    attach(*b);
+  }
+  static void attach(ManagerProcess& process) {
+    process.run([&] { process.manager().attach(Key, 4); });
+  }
+  static std::string shown(ManagerProcess& process) { return textOf(process.manager().attached(Key)); }
+  static void set(ManagerProcess& process, const std::string& text) {
+    process.run([&] { process.manager().setAttached(Key, arrayOf(text)); });
+  }
+  /// Adds a friend, and an element that tells of it.
+  static void step(ManagerProcess& process, const std::string& name, const std::string& element) {
+    process.run([&] {
+      process.manager().performStep([&] {
+        EXPECT_TRUE(process.add(name));
+        const std::string before = shown(process);
+        set(process, before + (before.empty() ? "" : " ") + element);
+      });
+    });
+  }
+  std::string storedArray() {
+    const auto value = storedValue(Key);
+    if (!value) return "none";
+    return textOf(value->longArray() ? *value->longArray() : LongArray(*value->array()));
+  }
+
+  std::unique_ptr<ManagerProcess> a, b;
+};
+
+TEST_F(AttachedArraysTest, AStepsArrayIsWrittenWithItAndMergedWithThoseOfOthers) {
+  step(*a, "Bob", "b");
+  rest();
+  const std::vector<std::string> both = {std::string(PLFriendListKey), Key};
+  ASSERT_EQ(world.preferences().writes().size(), 1U);
+  EXPECT_EQ(world.preferences().writes()[0].keys, both);
+  EXPECT_EQ(storedArray(), "b");
+  EXPECT_EQ(shown(*b), "b") << "a load of the list reads it";
+
+  step(*a, "Cy", "c");
+  step(*b, "Dan", "d");
+  step(*b, "Eve", "e");
+  rest();
+  EXPECT_THAT(storedArray(), ::testing::AnyOf("b c d e", "b d e c"));
+  EXPECT_EQ(shown(*a), storedArray());
+  EXPECT_EQ(shown(*b), storedArray());
+  EXPECT_EQ(a->list(), b->list());
+  for (const auto& write : world.preferences().writes())
+    EXPECT_EQ(write.keys.size(), 2U) << "never one without the other";
+
+  step(*a, "Fay", "f");
+  set(*b, shown(*b).substr(2));
+  rest();
+  EXPECT_EQ(storedArray().size(), 7U) << "four of them, f among them";
+  EXPECT_THAT(storedArray(), ::testing::EndsWith("f"));
+  EXPECT_THAT(storedArray(), Not(::testing::HasSubstr("b")));
+  ASSERT_THAT(world.pairedDevice().pushes(), Not(IsEmpty()));
+  for (const auto& push : world.pairedDevice().pushes())
+    EXPECT_THAT(push.keys, ElementsAre(std::string(PLFriendListKey)));
+}
+
+TEST_F(AttachedArraysTest, AloneItGoesToTheOthersToo) {
+  set(*a, "a b c d e");
+  rest();
+  EXPECT_EQ(storedArray(), "b c d e");
+  EXPECT_EQ(shown(*b), "b c d e");
+  world.preferences().failWrites(3);
+  set(*b, "c d e f1");
+  advance(0.15);
+  set(*a, "b c2 d e");
+  rest();
+  EXPECT_EQ(storedArray(), "c2 d e f1");
+  using Untold = InMemoryPreferences::Untold;
+  for (const Untold fate : {Untold::stored, Untold::delayed, Untold::lost}) {
+    world.preferences().leaveUntold(fate, 1);
+    world.preferences().clearRecords();
+    set(*a, "c" + std::to_string(static_cast<int>(fate)) + " d");
+    advance(1.15);
+    world.preferences().storeDelayedWrites();
+    rest();
+    EXPECT_EQ(storedArray(), "c" + std::to_string(static_cast<int>(fate)) + " d");
+    EXPECT_EQ(shown(*b), storedArray());
+    EXPECT_EQ(world.preferences().writes().size(), 1U);
+    EXPECT_TRUE(a->run([&] { return a->process().settle(60); }));
+  }
+}
+
+TEST_F(AttachedArraysTest, ADamagedOneCountsAsEmptyAndOthersLeaveTheKeyAlone) {
+  setSetting(Key, "no array");
+  for (int load = 0; load < 2; ++load) a->run([&] { a->manager().reloadFriendList(); });
+  EXPECT_EQ(a->logged("is damaged and counts as empty"), 1U);
+  EXPECT_EQ(shown(*a), "");
+  const auto plain = launch();
+  plain->add("Bob");
+  rest();
+  EXPECT_EQ(storedValue(Key), Value("no array"));
+  plain->run([&] { plain->manager().setAttached(Key, arrayOf("x")); });
+  step(*a, "Cy", "c");
+  rest();
+  EXPECT_EQ(storedArray(), "c");
+  const auto late = makeProcess();
+  world.preferences().makeUnreadable();
+  late->start();
+  attach(*late);
+  set(*late, "l");
+  world.preferences().makeReadable();
+  rest();
+  EXPECT_EQ(storedArray(), "c l");
+  EXPECT_EQ(shown(*a), "c l");
+}
+
+}  // namespace
+}  // namespace pellor
