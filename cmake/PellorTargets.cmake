@@ -41,6 +41,26 @@ function(pellor_no_optimisation_in_debug target)
   endif()
 endfunction()
 
+# pellor_compile_together(<target>): what a folder of the target lists becomes one source, so that what they include is
+# read once. Not so a source with options of its own, one with SKIP_UNITY_BUILD_INCLUSION, and a target with UNITY_BUILD
+# OFF. To be called when the target has all its sources.
+function(pellor_compile_together target)
+  get_target_property(is_wanted ${target} UNITY_BUILD)
+  if(is_wanted STREQUAL "OFF")
+    return()
+  endif()
+  set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+  # That a class with members of an anonymous namespace is one source's alone cannot be seen here.
+  target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+  get_target_property(sources ${target} SOURCES)
+  list(FILTER sources INCLUDE REGEX "\\.cpp$")
+  foreach(source IN LISTS sources)
+    string(REGEX MATCH "^[a-z]+/" folder ${source})
+    string(REPLACE "/" "" folder "all${folder}")
+    set_source_files_properties(${source} PROPERTIES UNITY_GROUP ${folder})
+  endforeach()
+endfunction()
+
 # pellor_library(<target> <name>): a static library, known to users as pellor::<name>.
 function(pellor_library target name)
   add_library(${target} STATIC)
@@ -50,6 +70,9 @@ function(pellor_library target name)
   # that can become part of a shared object.
   target_compile_options(${target} PRIVATE $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-fno-semantic-interposition>)
   pellor_compile_settings(${target})
+  if(PELLOR_COMPILE_TOGETHER)
+    cmake_language(EVAL CODE "cmake_language(DEFER CALL pellor_compile_together [[${target}]])")
+  endif()
 endfunction()
 
 # pellor_public_headers(<target> <header>...): headers of the current folder that users include, spelled

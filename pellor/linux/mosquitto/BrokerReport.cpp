@@ -10,7 +10,7 @@ namespace pellor {
 namespace {
 
 constexpr const char* VersionTopic = "$SYS/broker/version";
-constexpr auto LongestWait = std::chrono::seconds(5);
+constexpr auto LongestReportWait = std::chrono::seconds(5);
 
 /// Asks once.
 class VersionQuestion final : private MQTTConnection::Client {
@@ -26,7 +26,7 @@ class VersionQuestion final : private MQTTConnection::Client {
     std::string text;  ///< the version, or why there is none
   };
   Answer answer() {
-    const auto end = std::chrono::steady_clock::now() + LongestWait;
+    const auto end = std::chrono::steady_clock::now() + LongestReportWait;
     const MutexLock lock(_mutex);
     while (!_answer && _hasAnswer.waitUntil(_mutex, end)) continue;
     return _answer.value_or(Answer{false, "no answer"});

@@ -25,7 +25,7 @@ constexpr std::string_view InvitationPrefix = "pellor-device:1:";
 constexpr std::size_t LongestName = 64;
 constexpr std::chrono::seconds LockLimit{3};
 
-std::string contentOf(const fs::path& file) { return readRegularFile(file).text.value_or(""); }
+std::string textIn(const fs::path& file) { return readRegularFile(file).text.value_or(""); }
 
 std::string readable(const fs::path& file) {
   FileContent content = readRegularFile(file);
@@ -73,7 +73,7 @@ void DevicePairing::write(const char* file, std::string_view content) const {
 
 fs::path DevicePairing::requestCertificate(const std::string& name) const {
   if (!isDeviceName(name)) throw DeviceError("\"" + name + "\" is no name of a device: letters, digits, - and _");
-  std::string key = contentOf(_folder / PrivateKeyFile);
+  std::string key = textIn(_folder / PrivateKeyFile);
   if (key.empty()) {
     key = makePrivateKey();
     write(PrivateKeyFile, key);
@@ -97,10 +97,10 @@ void DevicePairing::importCertificate(const fs::path& certificate, const fs::pat
 }
 
 std::optional<std::string> DevicePairing::name() const {
-  const std::string certificate = contentOf(_folder / CertificateFile), request = contentOf(_folder / RequestFile);
+  const std::string certificate = textIn(_folder / CertificateFile), request = textIn(_folder / RequestFile);
   try {
     if (hasCertificate()) {
-      return checkedCommonName(certificate, contentOf(_folder / PrivateKeyFile), contentOf(_folder / AuthorityFile));
+      return checkedCommonName(certificate, textIn(_folder / PrivateKeyFile), textIn(_folder / AuthorityFile));
     }
     if (!request.empty()) return commonNameOfRequest(request);
   } catch (const DeviceError&) {
@@ -119,7 +119,7 @@ MQTTCredentials DevicePairing::credentials() const {
 }
 
 std::optional<SealingKeyPair> DevicePairing::keyPair() const {
-  const std::string bytes = contentOf(_folder / SealingFile);
+  const std::string bytes = textIn(_folder / SealingFile);
   SealingKeyPair pair;
   if (bytes.size() != sizeof pair.publicKey + sizeof pair.secretKey) return std::nullopt;
   std::copy_n(bytes.begin(), pair.publicKey.size(), pair.publicKey.begin());
@@ -154,9 +154,7 @@ void DevicePairing::pair(std::string_view invitation) const {
   write(PeerFile, std::string(InvitationPrefix) + other->name + ":" + textOf(other->key));
 }
 
-std::optional<DevicePairing::Peer> DevicePairing::storedPeer() const {
-  return Peer::from(contentOf(_folder / PeerFile));
-}
+std::optional<DevicePairing::Peer> DevicePairing::storedPeer() const { return Peer::from(textIn(_folder / PeerFile)); }
 
 std::optional<std::string> DevicePairing::peer() const {
   const auto known = storedPeer();

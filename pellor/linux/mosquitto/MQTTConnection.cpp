@@ -34,7 +34,7 @@ constexpr int KeepAliveSeconds = 15;
 // The library has to be called from time to time, so that it notices a broker that went silent.
 constexpr milliseconds LongestWait = std::chrono::seconds(5);
 constexpr milliseconds LongestAttempt = std::chrono::seconds(10);
-constexpr BackOff::Pauses Pauses{.first = 0.25, .longest = 60};
+constexpr BackOff::Pauses ConnectionPauses{.first = 0.25, .longest = 60};
 constexpr milliseconds LongestFlicker = std::chrono::seconds(1);
 constexpr int FirstRefusal = 128;
 // Subscribed to after another topic only for the answer: what that one retained has gone out by then.
@@ -348,7 +348,7 @@ class MQTTConnection::Thread {
   Clock::time_point _nextAttempt = Clock::time_point::min();
   Clock::time_point _deadline;
   Clock::time_point _connectedSince;
-  BackOff _pauses{Pauses};
+  BackOff _pauses{ConnectionPauses};
   short _socketEvents = 0;
   std::set<int> _undelivered;
   int _barrier = -1;

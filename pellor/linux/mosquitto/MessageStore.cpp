@@ -24,7 +24,7 @@ std::string hexadecimal(const Data& bytes) {
   return text;
 }
 
-Data contentOf(const fs::path& file) {
+Data messageIn(const fs::path& file) {
   const std::string content = readRegularFile(file).text.value_or("");
   return {content.begin(), content.end()};
 }
@@ -41,7 +41,7 @@ bool MessageStore::keep(std::span<const std::uint8_t> message) const {
   if (createPrivateFolder(_folder)) return false;
   const FileCreation creation = createPrivateFile(file, message);
   if (creation != FileCreation::exists) return creation == FileCreation::created;
-  if (digestOf(contentOf(file)) == digest) return true;
+  if (digestOf(messageIn(file)) == digest) return true;
   // A loss of power may have left a part of it.
   std::error_code ignored;
   fs::remove(file, ignored);
@@ -49,7 +49,7 @@ bool MessageStore::keep(std::span<const std::uint8_t> message) const {
 }
 
 std::optional<KeyMessage> MessageStore::find(const Data& digest) const {
-  const Data message = contentOf(fileOf(digest));
+  const Data message = messageIn(fileOf(digest));
   return digestOf(message) == digest ? decodeKeyMessage(message) : std::nullopt;
 }
 

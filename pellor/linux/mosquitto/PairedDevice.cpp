@@ -8,7 +8,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr BackOff::Pauses Pauses{.first = 0.02, .longest = 60};
+constexpr BackOff::Pauses PushPauses{.first = 0.02, .longest = 60};
 // How long a process that is about to end waits for a push.
 constexpr milliseconds LongestBusy = std::chrono::seconds(2);
 
@@ -29,7 +29,7 @@ PairedDevice::PairedDevice(Passkey, Process& process, PairedDeviceOptions option
       _exchanged(_options.folder),
       _messageStore(_options.folder),
       _statusChanged(std::make_shared<std::function<void()>>(_options.statusChanged)),
-      _pauses(Pauses),
+      _pauses(PushPauses),
       _connection(*this, _options.broker, _pairing.credentials(), MQTTConnection::anyClientId(), _options.folder,
                   _log) {
   _process.requireMainQueue("PairedDevice::make");

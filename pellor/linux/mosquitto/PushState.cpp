@@ -19,7 +19,7 @@ constexpr const char* DueKey = "due";
 constexpr const char* SentKey = "sent";
 constexpr const char* EmptiedKey = "emptied";
 constexpr const char* StoredKey = "stored";
-constexpr const char* IncludedKey = "included";
+constexpr const char* IncludedMember = "included";
 constexpr const char* OwnSentKey = "ownSent";
 constexpr const char* ExpectedKey = "expected";
 
@@ -31,7 +31,7 @@ constexpr std::size_t MostSent = 8;
 // A key with what is known of it is an array of three or four elements.
 constexpr std::size_t DomainIndex = 0, KeyIndex = 1, FirstIndex = 2, SecondIndex = 3;
 
-Data contentOf(const std::filesystem::path& file) {
+Data stateIn(const std::filesystem::path& file) {
   const std::string content = readRegularFile(file).text.value_or("");
   return {content.begin(), content.end()};
 }
@@ -220,7 +220,7 @@ Data encode(const IncomingState& state) {
   return encodeCBOR(Dictionary{{GenerationKey, numberOf(state.generation)},
                                {RefusedKey, refusedOf(state.refused)},
                                {StoredKey, arrayOf(state.stored)},
-                               {IncludedKey, numberOf(state.included)},
+                               {IncludedMember, numberOf(state.included)},
                                {OwnSentKey, std::move(sent)},
                                {ExpectedKey, arrayOf(state.expected)}})
       .value_or(Data());
@@ -233,8 +233,8 @@ std::optional<IncomingState> decodeIncomingState(std::span<const std::uint8_t> b
   state.refused = reader.refused();
   state.stored = reader.manifest(StoredKey);
   // Version 0.1 wrote no more than that.
-  if (reader.has(IncludedKey)) {
-    state.included = reader.number(IncludedKey);
+  if (reader.has(IncludedMember)) {
+    state.included = reader.number(IncludedMember);
     state.expected = reader.manifest(ExpectedKey);
     for (const Value& element : reader.array(OwnSentKey)) {
       const Array& parts = reader.array(&element);
@@ -247,13 +247,13 @@ std::optional<IncomingState> decodeIncomingState(std::span<const std::uint8_t> b
 
 OutgoingFile::OutgoingFile(const std::filesystem::path& folder) : _file(folder / "outgoing") {}
 
-OutgoingState OutgoingFile::read() const { return decodeOutgoingState(contentOf(_file)).value_or(OutgoingState()); }
+OutgoingState OutgoingFile::read() const { return decodeOutgoingState(stateIn(_file)).value_or(OutgoingState()); }
 
 std::optional<std::string> OutgoingFile::update(const std::function<void(OutgoingState&)>& change) const {
   const std::filesystem::path place = _file.parent_path() / "outgoing.lock";
   const auto lock = FileLock::take(place, _patience);
   if (!lock) return lockError(place);
-  const Data before = contentOf(_file);
+  const Data before = stateIn(_file);
   OutgoingState state = decodeOutgoingState(before).value_or(OutgoingState());
   change(state);
   const Data after = encode(state);
@@ -278,7 +278,7 @@ void IncomingFile::forget() const {
 }
 
 IncomingState IncomingFile::read() const {
-  const Data bytes = contentOf(_file);
+  const Data bytes = stateIn(_file);
   if (auto state = decodeIncomingState(bytes)) return *std::move(state);
   IncomingState damaged;
   std::error_code ignored;

@@ -44,7 +44,7 @@ constexpr const char* PutLastGoodChunk =
 std::int64_t bigint(std::uint64_t number) { return static_cast<std::int64_t>(number); }
 
 template <class Values, class Key>
-auto* find(const Values& values, const Key& key) {
+auto* findIn(const Values& values, const Key& key) {
   const auto found = values.find(key);
   return found == values.end() ? nullptr : &found->second;
 }
@@ -60,7 +60,7 @@ PostgreSQLDomainWriter::PostgreSQLDomainWriter(std::string_view domain, const Po
       _values(std::make_shared<PostgreSQLDomain::Snapshot>(*stored.values)) {}
 
 void PostgreSQLDomainWriter::put(const std::string& key, EncodedValue value) {
-  const SnapshotValue* stored = find(*_stored.values, key);
+  const SnapshotValue* stored = findIn(*_stored.values, key);
   SnapshotValue after = value.list ? putList(key, std::move(value), stored) : putValue(key, std::move(value), stored);
   after.version = {_stored.store, static_cast<std::uint64_t>(_revision), _id};
   _values->insert_or_assign(key, std::move(after));

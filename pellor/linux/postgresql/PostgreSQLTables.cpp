@@ -11,8 +11,6 @@
 namespace pellor {
 namespace {
 
-constexpr std::int64_t Everything = PostgreSQLDomain::Everything;
-
 constexpr const char* BeginReading = "BEGIN ISOLATION LEVEL REPEATABLE READ READ ONLY";
 // What follows a lock has to see what its last holder committed.
 constexpr const char* BeginWriting = "BEGIN ISOLATION LEVEL READ COMMITTED READ WRITE";
@@ -60,7 +58,7 @@ void collect(PostgreSQLDomainWriter& writer, const PostgreSQLDomain& stored, Pos
 }  // namespace
 
 void PostgreSQLTables::forgetRevisions() {
-  for (auto& [domain, known] : _known) known.revision = Everything;
+  for (auto& [domain, known] : _known) known.revision = PostgreSQLDomain::Everything;
 }
 
 std::vector<std::string> PostgreSQLTables::domains() const {
@@ -83,7 +81,7 @@ PostgreSQLDomain& PostgreSQLTables::knownOf(std::string_view domain) {
 /// `begin` ends with the statement that gives the place.
 void PostgreSQLTables::refresh(PostgreSQLConnection& connection, std::string_view domain, PostgreSQLDomain& known,
                                const PostgreSQLBatch& begin, const PostgreSQLBatch& end) {
-  for (const std::int64_t since : {known.revision, Everything}) {
+  for (const std::int64_t since : {known.revision, PostgreSQLDomain::Everything}) {
     PostgreSQLBatch batch = begin;
     for (const PostgreSQLBatch& part : {PostgreSQLDomainReader::statements(domain, since), end})
       batch.insert(batch.end(), part.begin(), part.end());
@@ -103,10 +101,10 @@ bool PostgreSQLTables::update(PostgreSQLDomain& known, std::int64_t since, const
                               std::span<const PostgreSQLRows> newer) {
   const auto store = static_cast<std::uint64_t>(place.integer(0, 1));
   const std::int64_t revision = place.integer(0, 2);
-  const bool isSameStore = since == Everything || store == known.store;
+  const bool isSameStore = since == PostgreSQLDomain::Everything || store == known.store;
   // Somebody put another store or an earlier state in place.
   if (!isSameStore || revision < since) return false;
-  if (since != Everything && revision == since) return true;
+  if (since != PostgreSQLDomain::Everything && revision == since) return true;
   auto values = PostgreSQLDomainReader(store, since, revision, newer, known.values.get()).snapshot();
   if (!values) return false;
   known = {store, revision, std::move(values)};

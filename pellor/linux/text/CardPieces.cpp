@@ -13,12 +13,12 @@ namespace pellor {
 
 namespace {
 
-constexpr std::string_view ByteOrderMark = "\xEF\xBB\xBF";
+constexpr std::string_view Utf8Mark = "\xEF\xBB\xBF";
 constexpr std::string_view LittleEndianMark = "\xFF\xFE";
 constexpr std::string_view BigEndianMark = "\xFE\xFF";
 constexpr std::string_view Begin = "begin:vcard";
 constexpr std::string_view End = "end:vcard";
-constexpr char16_t Replacement = 0xFFFD;
+constexpr char16_t ReplacementUnit = 0xFFFD;
 
 // Units that are no half of a pair become replacement characters, and so does half a unit at the end.
 std::string fromUtf16(std::string_view bytes, bool isLittleEndian) {
@@ -27,26 +27,26 @@ std::string fromUtf16(std::string_view bytes, bool isLittleEndian) {
     const auto first = static_cast<unsigned char>(bytes[at]), second = static_cast<unsigned char>(bytes[at + 1]);
     text.append(static_cast<char16_t>(isLittleEndian ? first | second << 8 : first << 8 | second));
   }
-  if (bytes.size() % 2 != 0) text.append(Replacement);
+  if (bytes.size() % 2 != 0) text.append(ReplacementUnit);
   std::string result;
   text.toUTF8String(result);
   return result;
 }
 
-char lowerCased(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+char lowerCasedByte(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 /// Whether the text begins as a card does, in units of two bytes.
 bool beginsInUtf16(std::string_view bytes, bool isLittleEndian) {
   if (bytes.size() < 2 * Begin.size()) return false;
   for (std::size_t index = 0; index < Begin.size(); ++index) {
     const char low = bytes[2 * index + (isLittleEndian ? 0 : 1)], high = bytes[2 * index + (isLittleEndian ? 1 : 0)];
-    if (high != 0 || lowerCased(low) != Begin[index]) return false;
+    if (high != 0 || lowerCasedByte(low) != Begin[index]) return false;
   }
   return true;
 }
 
 bool isSame(std::string_view text, std::string_view lowerCase) {
-  return std::ranges::equal(text, lowerCase, {}, [](char c) { return lowerCased(c); });
+  return std::ranges::equal(text, lowerCase, {}, [](char c) { return lowerCasedByte(c); });
 }
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
@@ -121,9 +121,9 @@ class Splitter {
   }
 
   void takeOutside(std::size_t start, std::string_view line) {
-    if (line.starts_with(ByteOrderMark)) {  // files were put together to one
-      start += ByteOrderMark.size();
-      line.remove_prefix(ByteOrderMark.size());
+    if (line.starts_with(Utf8Mark)) {  // files were put together to one
+      start += Utf8Mark.size();
+      line.remove_prefix(Utf8Mark.size());
     }
     if (isLine(line, Begin)) {
       if (_isOpen) close(start, "it has no BEGIN:VCARD");
@@ -165,7 +165,7 @@ std::string asCardLines(std::string bytes) {
     if (isMarked || beginsInUtf16(bytes, isLittleEndian))
       bytes = fromUtf16(std::string_view(bytes).substr(isMarked ? mark.size() : 0), isLittleEndian);
   }
-  if (bytes.starts_with(ByteOrderMark)) bytes.erase(0, ByteOrderMark.size());
+  if (bytes.starts_with(Utf8Mark)) bytes.erase(0, Utf8Mark.size());
   return endsLinesWithReturns(bytes) ? withLineFeeds(bytes) : bytes;
 }
 

@@ -77,13 +77,13 @@ std::string keyOf(const icu::Collator& collator, const icu::UnicodeString& text)
   return std::string(key.begin(), key.begin() + std::max(size - 1, 0));
 }
 
-icu::UnicodeString unicode(std::string_view text) {
+icu::UnicodeString utf16Of(std::string_view text) {
   return icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())));
 }
 
 // With letters and their marks in one, as the tables above have them.
 icu::UnicodeString composed(std::string_view text) {
-  icu::UnicodeString given = unicode(text);
+  icu::UnicodeString given = utf16Of(text);
   UErrorCode error = U_ZERO_ERROR;
   const icu::Normalizer2* const normalizer = icu::Normalizer2::getNFCInstance(error);
   if (U_FAILURE(error)) return given;
@@ -161,7 +161,7 @@ std::vector<SearchWord> searchWords(std::string_view text) {
   return words;
 }
 
-std::string collationKey(std::string_view text) { return keyOf(sortCollator(), unicode(text)); }
+std::string collationKey(std::string_view text) { return keyOf(sortCollator(), utf16Of(text)); }
 
 // The version of the library stands for that of its collation: asking the collator itself would load its data.
 std::string collationVersion() {

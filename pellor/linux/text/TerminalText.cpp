@@ -14,7 +14,7 @@ constexpr char IsolateMark = '\x0E';
 constexpr char EndMark = '\x0F';
 constexpr std::string_view Isolate = "\u2068";
 constexpr std::string_view EndOfIsolate = "\u2069";
-constexpr std::string_view Replacement = "\uFFFD";
+constexpr std::string_view ReplacementText = "\uFFFD";
 
 constexpr UChar32 NonJoiner = 0x200C;
 constexpr UChar32 Joiner = 0x200D;
@@ -28,7 +28,7 @@ bool isUnseen(UChar32 character) {
   return u_charType(character) == U_FORMAT_CHAR && !u_hasBinaryProperty(character, UCHAR_PREPENDED_CONCATENATION_MARK);
 }
 
-bool isPlain(UChar32 character) { return character >= ' ' && character <= '~'; }
+bool isPrintableAscii(UChar32 character) { return character >= ' ' && character <= '~'; }
 
 bool isControl(UChar32 character) {
   const auto category = u_charType(character);
@@ -94,7 +94,7 @@ class Characters {
   }
 
   Look lookAfter(UChar32 before) const {
-    if (isPlain(_current)) return Look::visible;
+    if (isPrintableAscii(_current)) return Look::visible;
     if (_current == Broken) return Look::broken;
     if (isControl(_current)) return Look::control;
     if (_current == Joiner || _current == NonJoiner) return joins(before) ? Look::visible : Look::unseen;
@@ -177,7 +177,7 @@ std::string visibleText(std::string_view text, char blank) {
     const Look look = characters.take();
     if (look == Look::visible) result += characters.bytes();
     if (look == Look::control) result += blank;
-    if (look == Look::broken) result += Replacement;
+    if (look == Look::broken) result += ReplacementText;
   }
   return result;
 }
@@ -206,7 +206,7 @@ std::string terminalText(std::string_view text) {
       isolates.endAll();
       result += static_cast<char>(character);
     } else if (look != Look::unseen) {
-      result += look == Look::visible ? characters.bytes() : look == Look::broken ? Replacement : " ";
+      result += look == Look::visible ? characters.bytes() : look == Look::broken ? ReplacementText : " ";
     }
   }
   isolates.endAll();

@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view DataScheme = "data:";
 constexpr std::string_view FileScheme = "file://";
 
-std::string_view takeLine(std::string_view& text) {
+std::string_view takeLineWithoutEnd(std::string_view& text) {
   const std::size_t end = std::min(text.find('\n'), text.size());
   std::string_view line = text.substr(0, end);
   text.remove_prefix(std::min(end + 1, text.size()));
@@ -35,10 +35,10 @@ bool isFolded(std::string_view rest) { return rest.starts_with(' ') || rest.star
 /// The first property of that name with a value, on one line; empty without one.
 std::string photoLine(std::string_view card) {
   while (!card.empty()) {
-    const std::string_view first = takeLine(card);
+    const std::string_view first = takeLineWithoutEnd(card);
     if (!isPhotoLine(first)) continue;
     std::string line(first);
-    while (isFolded(card)) line += takeLine(card).substr(1);
+    while (isFolded(card)) line += takeLineWithoutEnd(card).substr(1);
     if (line.find_first_not_of(' ', line.find(':') + 1) != std::string::npos) return line;
   }
   return {};

@@ -54,7 +54,7 @@ Line lineFor(const ContactRecord& person) {
 }
 
 /// The lock is on the folder: the file itself is replaced by each edit.
-std::optional<FileLock> lockFolder(const std::filesystem::path& folder, LockPatience& patience) {
+std::optional<FileLock> lockFolderOfFavorites(const std::filesystem::path& folder, LockPatience& patience) {
   return FileLock::take(FileDescriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)), patience);
 }
 
@@ -189,7 +189,7 @@ std::optional<std::vector<Line>> FavoritesFile::lines() {
 }
 
 FavoritesFile::Outcome FavoritesFile::edit(const Edit& change) {
-  const auto lock = lockFolder(_file.parent_path(), _patience);
+  const auto lock = lockFolderOfFavorites(_file.parent_path(), _patience);
   if (!lock) {
     report(lockError(_file.parent_path()));
     return Outcome::failed;

@@ -16,7 +16,7 @@ struct KnownColumn {
 };
 
 // As `plainName` writes them.
-constexpr KnownColumn Columns[] = {
+constexpr KnownColumn KnownColumns[] = {
     {"name", Kind::fullName},
     {"fullname", Kind::fullName},
     {"displayname", Kind::fullName},
@@ -142,8 +142,8 @@ std::size_t numberIn(std::string_view name) {
 }  // namespace
 
 std::optional<ContactColumn> contactColumn(std::string_view name) {
-  const auto found = std::ranges::find(Columns, plainName(name), &KnownColumn::name);
-  if (found == std::end(Columns)) return std::nullopt;
+  const auto found = std::ranges::find(KnownColumns, plainName(name), &KnownColumn::name);
+  if (found == std::end(KnownColumns)) return std::nullopt;
   return ContactColumn{found->kind, numberIn(name), found->types};
 }
 
