@@ -1,5 +1,7 @@
 #include "pellor/app/UserFriendList.h"
 
+#include <cerrno>
+
 #include <string>
 #include <utility>
 
@@ -29,7 +31,7 @@ struct UserFriendList::Parts {
     const Process::Scope scope(process);
     manager = PLFriendsManager::managerForDomain(*configuration.text("domain"));
     manager->setServiceName(configuration.text("service"));
-    list = FriendList::open(manager);
+    list = FriendList::open(manager, options.program.empty() ? program_invocation_short_name : options.program);
   }
 
   Process process;

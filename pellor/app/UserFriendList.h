@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "pellor/linux/Configuration.h"
 #include "pellor/list/FriendList.h"
@@ -23,6 +24,8 @@ struct FriendListOptions {
   /// Which services make the platform, where contacts and data lie, which domain and messaging service the list has.
   /// Absent: what the user's own file says, which all programs of the user follow.
   std::optional<Configuration> configuration = {};
+  /// What the history calls this program; empty: the name of its file.
+  std::string program = {};
   /// Takes the log where the configuration chooses none, and while what it chooses is not there. Null: nothing does.
   std::shared_ptr<LogSink> log = {};
   /// Called on the main queue while contacts are read for the first time, with how many of how many are done.
@@ -40,7 +43,7 @@ class UserFriendList {
   UserFriendList& operator=(const UserFriendList&) = delete;
 
   FriendList& list();
-  /// The engine behind the list, by which friends are added, moved and removed.
+  /// The engine behind the list.
   PLFriendsManager& manager();
   /// Has the main queue, which the app's loop drives, or `run` serves.
   Process& process();

@@ -1,17 +1,23 @@
 #include "pellor/list/FriendList.h"
 
-#include <algorithm>
+#include <map>
+#include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
 #include "pellor/friends/PLChangeLog.h"
 #include "pellor/friends/PLDestination.h"
+#include "pellor/friends/PLFavoritesImport.h"
 #include "pellor/friends/PLFriendGroup.h"
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/friends/PLPerson.h"
 #include "pellor/friends/PLUtility.h"
+#include "pellor/list/internal/ListFeed.h"
 #include "pellor/list/internal/ListMirror.h"
+#include "pellor/list/internal/ListSteps.h"
+#include "pellor/list/internal/ReachabilityOfFriends.h"
 #include "pellor/platform/Platform.h"
 #include "pellor/platform/SearchTable.h"
 #include "pellor/platform/WalkingContactSearch.h"
@@ -21,20 +27,15 @@
 namespace pellor {
 namespace {
 
-/// An observer and what it was told last.
-struct Listener {
-  ListObserver observer;
-  Snapshot told;
-  bool knowsOfLoad = false;
-};
+/// The lists of a process.
+struct OpenLists {
+  ~OpenLists() {
+    for (const auto& steps : unstored) steps->abandon();
+  }
 
-/// Ends a registration with its last handle, on the main queue's thread.
-class Registration final : public Observation {
- public:
-  explicit Registration(std::shared_ptr<Listener> listener) : _listener(std::move(listener)) {}
-
- private:
-  const std::shared_ptr<Listener> _listener;
+  std::map<const PLFriendsManager*, std::weak_ptr<void>> cores;
+  /// Those of which somebody is to be told yet.
+  std::set<std::shared_ptr<ListSteps>> unstored;
 };
 
 }  // namespace
@@ -42,10 +43,27 @@ class Registration final : public Observation {
 class FriendList::Core : public std::enable_shared_from_this<Core> {
  public:
   explicit Core(std::shared_ptr<PLFriendsManager> manager)
-      : _process(Process::current()), _manager(std::move(manager)), _mirror(_manager) {}
+      : _process(Process::current()),
+        _manager(std::move(manager)),
+        _mirror(_manager),
+        _feed(std::make_shared<ListFeed>(_process, _mirror, [this] { return isLoaded(); })),
+        _steps(_process, _manager, _mirror, *_feed, [this](bool hasUnstored) { keep(hasUnstored); }) {}
+  Core(const Core&) = delete;
+  Core& operator=(const Core&) = delete;
+
+  /// The one of that manager.
+  static std::shared_ptr<Core> of(std::shared_ptr<PLFriendsManager> manager) {
+    std::weak_ptr<void>& known = Process::current().local<OpenLists>().cores[manager.get()];
+    if (const auto core = std::static_pointer_cast<Core>(known.lock())) return core;
+    const auto core = std::make_shared<Core>(std::move(manager));
+    known = core;
+    core->start();
+    return core;
+  }
 
   void start() {
-    _mirror.update();
+    _feed->note(ChangeOrigin::load);
+    _manager->setStepClient(std::shared_ptr<PLStepClient>(shared_from_this(), &_steps));
     listen(PLFriendsManagerChangedNotification, &Core::listChanged);
     listen(PLFriendsManagerGroupListChanged, &Core::pagesChanged);
     listen(PLFriendGroupTitleChangedNotification, &Core::titleChanged);
@@ -54,19 +72,25 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
     listen(platformOf(_process).addressBook->addressBookChangedNotification(), &Core::contactsChanged);
   }
 
-  /// An observer may end the list while others are still to be told.
-  void end() { _listeners.clear(); }
-
   bool isLoaded() const { return _manager->isLoaded(); }
   Process& process() const { return _process; }
-  const Snapshot& current() { return _mirror.update(); }
+  const Snapshot& current() { return _feed->noteRest(); }
+  ListFeed& feed() { return *_feed; }
+  ListSteps& steps() { return _steps; }
   std::shared_ptr<PLPerson> personWith(FriendId id) const { return _mirror.ids().personWith(id); }
 
-  std::shared_ptr<Observation> observe(ListObserver observer) {
-    const auto listener = std::make_shared<Listener>(Listener{std::move(observer), current(), false});
-    _listeners.push_back(listener);
-    tellSoon();
-    return std::make_shared<Registration>(listener);
+  PLFriendsManager& manager() { return *_manager; }
+  std::vector<FriendId> idsOf(const std::vector<std::shared_ptr<PLPerson>>& friends) {
+    current();
+    std::vector<FriendId> ids;
+    for (const auto& person : friends)
+      if (const auto id = _mirror.ids().knownId(*person)) ids.push_back(*id);
+    return ids;
+  }
+  void setService(std::optional<std::string> name) {
+    _manager->setServiceName(std::move(name));
+    _mirror.noteChangeOfStatuses();
+    _feed->tellSoon();
   }
 
   std::vector<FriendId> find(std::string_view text, std::size_t limit) {
@@ -94,6 +118,12 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
   }
 
  private:
+  void keep(bool hasUnstored) {
+    const std::shared_ptr<ListSteps> steps(shared_from_this(), &_steps);
+    auto& unstored = _process.local<OpenLists>().unstored;
+    hasUnstored ? void(unstored.insert(steps)) : void(unstored.erase(steps));
+  }
+
   void listen(std::string_view name, void (Core::*told)(const Notification&)) {
     _observations.push_back(_process.notificationCenter().addObserver(
         std::string(name), [this, told](const Notification& notification) { (this->*told)(notification); }));
@@ -103,91 +133,96 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
     if (notification.object != _manager) return;
     if (const auto* log = notification.userInfoAs<PLChangeLog>())
       for (const auto& [person, types] : log->entries()) _mirror.noteChange(person);
-    tellSoon();
+    _feed->tellSoon();
   }
-  void pagesChanged(const Notification&) { tellSoon(); }
+  void pagesChanged(const Notification&) { _feed->tellSoon(); }
   void titleChanged(const Notification&) {
     _mirror.noteChangeOfTitles();
-    tellSoon();
+    _feed->tellSoon();
   }
   void personChanged(const Notification& notification) {
     const auto person = notification.objectAs<PLPerson>();
     if (!person || !_mirror.ids().knownId(*person)) return;
     _mirror.noteChange(person);
-    tellSoon();
+    _feed->tellSoon();
   }
   void statusesChanged(const Notification&) {
     _mirror.noteChangeOfStatuses();
-    tellSoon();
+    _feed->tellSoon();
   }
   void contactsChanged(const Notification&) {
     _mirror.noteChangeOfContacts();
-    tellSoon();
-  }
-
-  // One task for all that happens before it.
-  void tellSoon() {
-    if (std::exchange(_isTellingSoon, true)) return;
-    _process.mainQueue().async([weak = weak_from_this()] {
-      if (const auto self = weak.lock()) self->tell();
-    });
-  }
-
-  void tell() {
-    _isTellingSoon = false;
-    const Snapshot now = current();
-    // Observers may come and go while they are told.
-    const auto listeners = _listeners;
-    for (const auto& weak : listeners) {
-      const auto listener = weak.lock();
-      if (listener && !_listeners.empty()) tell(*listener, now);
-    }
-    std::erase_if(_listeners, [](const auto& listener) { return listener.expired(); });
-  }
-
-  void tell(Listener& listener, const Snapshot& now) {
-    if (!isLoaded()) return;
-    if (!std::exchange(listener.knowsOfLoad, true)) {
-      listener.told = now;
-      if (listener.observer.loaded) listener.observer.loaded(now);
-      return;
-    }
-    const ListChange change = changeBetween(std::exchange(listener.told, now), now);
-    if (!change.isEmpty() && listener.observer.changed) listener.observer.changed(change);
+    _feed->tellSoon();
   }
 
   static void fill(SearchTable& table, const Snapshot& list) {
-    for (std::size_t index = 0; index < list.pageCount(); ++index)
-      for (const auto& person : list.page(index).friends)
-        if (person) table.add(person->id.number, {{person->name}, {}, person->destinations});
+    for (const auto& person : list.friends()) table.add(person->id.number, {{person->name}, {}, person->destinations});
   }
 
   Process& _process;
   const std::shared_ptr<PLFriendsManager> _manager;
   ListMirror _mirror;
+  const std::shared_ptr<ListFeed> _feed;
+  ListSteps _steps;
   std::vector<std::shared_ptr<Observation>> _observations;
-  std::vector<std::weak_ptr<Listener>> _listeners;
-  bool _isTellingSoon = false;
   std::optional<SearchTable> _table;
   Snapshot _tableOf;
   std::unique_ptr<ContactSearch> _contacts;
 };
 
-std::unique_ptr<FriendList> FriendList::open(std::shared_ptr<PLFriendsManager> manager) {
-  auto core = std::make_shared<Core>(std::move(manager));
-  core->start();
-  return std::unique_ptr<FriendList>(new FriendList(std::move(core)));
+std::unique_ptr<FriendList> FriendList::open(std::shared_ptr<PLFriendsManager> manager, std::string program) {
+  const auto core = Core::of(std::move(manager));
+  if (!program.empty()) core->steps().setProgram(std::move(program));
+  return std::unique_ptr<FriendList>(new FriendList(core));
 }
 
-FriendList::FriendList(std::shared_ptr<Core> core) : _core(std::move(core)) {}
+std::unique_ptr<FriendList> FriendList::openDomain(const std::string& domain, std::string program) {
+  return open(PLFriendsManager::managerForDomain(domain), std::move(program));
+}
 
-FriendList::~FriendList() { _core->end(); }
+FriendList::FriendList(std::shared_ptr<Core> core) : _core(std::move(core)), _life(std::make_shared<char>()) {}
+
+FriendList::~FriendList() = default;
 
 bool FriendList::isLoaded() const { return _core->isLoaded(); }
 
 Snapshot FriendList::snapshot() { return _core->current(); }
 
-std::shared_ptr<Observation> FriendList::observe(ListObserver observer) { return _core->observe(std::move(observer)); }
+std::shared_ptr<Observation> FriendList::observe(ListObserver observer) {
+  return _core->feed().observe(std::move(observer), _life);
+}
+
+StepAnswer FriendList::plan(std::span<const Edit> edits) { return _core->steps().plan(edits); }
+
+std::vector<HistoryStep> FriendList::history() { return _core->steps().history().summaries(); }
+
+UndoAnswer FriendList::undo(const std::string& step, StoredHandler stored) {
+  return _core->steps().undo(step, std::move(stored));
+}
+
+UndoAnswer FriendList::redo(StoredHandler stored) { return _core->steps().redo(std::move(stored)); }
+
+UndoAnswer FriendList::planUndo(const std::string& step) { return _core->steps().planUndo(step); }
+
+UndoAnswer FriendList::planRedo() { return _core->steps().planRedo(); }
+
+ForgetAnswer FriendList::forget(FriendId id, StoredHandler stored) {
+  return _core->steps().forget(id, std::move(stored));
+}
+
+ForgetAnswer FriendList::forget(std::string_view who, StoredHandler stored) {
+  return _core->steps().forget(std::string(who), std::move(stored));
+}
+
+StepAnswer FriendList::clearHistory(StoredHandler stored) { return _core->steps().clearHistory(std::move(stored)); }
+
+StepAnswer FriendList::apply(std::span<const Edit> edits, StoredHandler stored) {
+  return _core->steps().apply(edits, std::move(stored));
+}
+
+StepAnswer FriendList::apply(const Edit& edit, StoredHandler stored) {
+  return apply(std::span(&edit, 1), std::move(stored));
+}
 
 std::optional<ContactPhoto> FriendList::photo(FriendId id) {
   const auto person = _core->personWith(id);
@@ -209,6 +244,47 @@ std::vector<FriendId> FriendList::find(std::string_view text, std::size_t limit)
 
 std::vector<FoundContact> FriendList::findContacts(std::string_view text, std::size_t limit) {
   return _core->findContacts(text, limit);
+}
+
+FavoritesImport FriendList::importFavorites() {
+  const PLFavoritesImport done = _core->manager().importFavorites();
+  return {done.couldRead, _core->idsOf(done.added), done.withoutRoom};
+}
+
+bool FriendList::refresh() { return _core->manager().refreshAgainstAddressBook(); }
+
+std::optional<std::string> FriendList::service() const { return _core->manager().serviceName(); }
+
+void FriendList::setService(std::optional<std::string> name) { _core->setService(std::move(name)); }
+
+bool FriendList::checksReachability() { return pellor::checksReachability(_core->manager()); }
+
+Reachability FriendList::reachability(FriendId id) {
+  const auto person = _core->personWith(id);
+  return person ? reachabilityOf(_core->manager(), person) : Reachability();
+}
+
+std::shared_ptr<Observation> FriendList::query(std::span<const FriendId> friends, std::function<void()> answered) {
+  std::set<std::string> destinations;
+  std::vector<std::shared_ptr<PLPerson>> persons;
+  for (const FriendId id : friends) {
+    if (auto person = _core->personWith(id)) persons.push_back(std::move(person));
+  }
+  for (const auto& person : persons) {
+    if (const auto values = person->allValues()) destinations.insert(values->begin(), values->end());
+  }
+  auto wait = whenAnswered(std::move(destinations), std::move(answered));
+  for (const auto& person : persons) _core->manager().statusForPersonRequery(person, true);
+  return wait;
+}
+
+std::shared_ptr<Observation> FriendList::queryAll(std::function<void()> answered) {
+  std::set<std::string> destinations;
+  for (const auto& person : snapshot().friends())
+    destinations.insert(person->destinations.begin(), person->destinations.end());
+  auto wait = whenAnswered(std::move(destinations), std::move(answered));
+  _core->manager().refreshDestinationStatuses();
+  return wait;
 }
 
 }  // namespace pellor

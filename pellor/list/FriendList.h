@@ -2,15 +2,21 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "pellor/list/Edit.h"
+#include "pellor/list/History.h"
 #include "pellor/list/ListChange.h"
 #include "pellor/list/ListIds.h"
+#include "pellor/list/ListObserver.h"
+#include "pellor/list/Reachability.h"
 #include "pellor/list/Snapshot.h"
 #include "pellor/platform/ContactPhoto.h"
 #include "pellor/platform/ContactSearch.h"
@@ -20,21 +26,22 @@ namespace pellor {
 class Observation;
 class PLFriendsManager;
 
-/// What an app hears of its list. Both are called on the main queue, by a task of their own: never inside a call of the
-/// app's, and never one inside the other. Either may be empty, and may call the list.
-struct ListObserver {
-  /// The list has been read; once, also for an observer that comes later.
-  std::function<void(const Snapshot& list)> loaded = {};
-  /// The list changed since the observer was told last. What happened between two tasks of the main queue is one batch.
-  std::function<void(const ListChange& change)> changed = {};
+/// What came of an import of the favorites.
+struct FavoritesImport {
+  bool couldRead = false;  ///< whether favorites and contacts could be read, and there is a list; else nothing was done
+  std::vector<FriendId> added = {};  ///< in the order of the favorites
+  std::uint64_t withoutRoom = 0;     ///< how many were left out because the list is full
 };
 
-/// Shows the list of one manager. Main queue.
+/// Shows and edits the list of one manager. Several faces of one manager are one list. Main queue.
 class FriendList {
  public:
-  /// The list of a manager. Until the store has answered it has no page.
-  static std::unique_ptr<FriendList> open(std::shared_ptr<PLFriendsManager> manager);
-  /// Its observers hear nothing any more.
+  /// The list of a manager, whose step client it becomes. Until the store has answered it has no page.
+  /// `program`: what the history calls this program; empty: it stays unnamed.
+  static std::unique_ptr<FriendList> open(std::shared_ptr<PLFriendsManager> manager, std::string program = {});
+  /// The list of a domain, of the one manager that the process has for it.
+  static std::unique_ptr<FriendList> openDomain(const std::string& domain, std::string program = {});
+  /// Its observers hear nothing any more. Steps that are not stored go on, and are told of.
   ~FriendList();
   FriendList(const FriendList&) = delete;
   FriendList& operator=(const FriendList&) = delete;
@@ -48,6 +55,41 @@ class FriendList {
   /// Calls the observer for all that happens from the snapshot of now on, until the handle is gone.
   [[nodiscard]] std::shared_ptr<Observation> observe(ListObserver observer);
 
+  /// Does the edits as one step: all of them, or none where one of them cannot be done. The list shows them at once,
+  /// the observers hear of them in a task of their own, and they are stored in one write: the main queue has to be
+  /// served for that. Where another program was first the step is judged once more on what that one stored, and taken
+  /// back as a whole if one of its edits no longer holds there. A store that fails is tried again until the program
+  /// ends. `stored` may be empty; it is not called for a step that is refused here.
+  StepAnswer apply(std::span<const Edit> edits, StoredHandler stored = {});
+  StepAnswer apply(const Edit& edit, StoredHandler stored = {});
+  /// What `apply` would answer, without doing it. Who would be added is looked up.
+  StepAnswer plan(std::span<const Edit> edits);
+
+  /// The newest steps of all programs, at most 100, the oldest first.
+  std::vector<HistoryStep> history();
+  /// Takes a step back, in whatever program it was made: what is still as the step left it becomes what it was, and
+  /// what somebody changed since stays and is named. Empty: the last step that a person made and that is not taken
+  /// back. It is a step of its own, stored and told of like others.
+  UndoAnswer undo(const std::string& step = {}, StoredHandler stored = {});
+  /// Does again what the last undo took back, until a person makes another step.
+  UndoAnswer redo(StoredHandler stored = {});
+  /// What `undo` and `redo` would answer, without doing it.
+  UndoAnswer planUndo(const std::string& step = {});
+  UndoAnswer planRedo();
+
+  /// The friend leaves the list, and all that the store has of him beside it goes in the same write: his part of the
+  /// history, where steps that told of nobody else go as a whole, and what he would get back when he is added again.
+  /// The history keeps that somebody was removed, not who; it cannot be taken back. Another friend who shares a number
+  /// or an address stays as he is, and so do the titles of pages. What another process tells of him before it has taken
+  /// the step over goes with a second write; `stored` is called then. Refused for a friend whom the process has no
+  /// more.
+  ForgetAnswer forget(FriendId id, StoredHandler stored = {});
+  /// Forgets each person with this number, this address or this GUID of a contact: friends, and those who are no
+  /// friends any more and of whom the history or the memory of the removed tells. Refused where there is nobody.
+  ForgetAnswer forget(std::string_view who, StoredHandler stored = {});
+  /// Takes all steps out of the history: none of them can be taken back any more. Refused: storeNotReadable.
+  StepAnswer clearHistory(StoredHandler stored = {});
+
   /// The picture in the friend's contact; absent without one. May read a file.
   std::optional<ContactPhoto> photo(FriendId id);
   /// A number as it is shown to the user; any other text as it is. Any thread.
@@ -59,11 +101,36 @@ class FriendList {
   /// The contacts whom it fits, friends or not; nobody while the contacts cannot be read.
   std::vector<FoundContact> findContacts(std::string_view text, std::size_t limit);
 
+  /// Adds the favorites of the phone that are no friends yet, in the user's order, each to the first empty slot. The
+  /// first list is made of them by itself.
+  FavoritesImport importFavorites();
+  /// Brings every friend in step with the contacts, if these changed since the last time or a load asked for it;
+  /// whether it did. While the contacts cannot be read, or most of them are gone, it stays due and runs later by
+  /// itself.
+  bool refresh();
+
+  /// The messaging service that is asked whether friends can receive messages. Absent, as at first: nobody is asked,
+  /// and every friend counts as reachable.
+  std::optional<std::string> service() const;
+  /// Sets its name; asks it for nothing.
+  void setService(std::optional<std::string> name);
+  /// Whether a service is asked: one is named, and the user's defaults do not say that everybody counts as reachable.
+  bool checksReachability();
+  /// What is known of a friend, with the age of the answer; of nobody for one that the process has no more.
+  Reachability reachability(FriendId id);
+  /// Asks the service about these friends, before any question about all. `answered` is called once, on the main queue
+  /// and never inside the call, when each of their numbers and addresses has an answer; not when the service keeps
+  /// silent, nor once the handle is gone.
+  [[nodiscard]] std::shared_ptr<Observation> query(std::span<const FriendId> friends, std::function<void()> answered);
+  /// Asks it about all friends; not while a question about some waits for its answer.
+  [[nodiscard]] std::shared_ptr<Observation> queryAll(std::function<void()> answered);
+
  private:
   class Core;
   explicit FriendList(std::shared_ptr<Core> core);
 
   const std::shared_ptr<Core> _core;
+  const std::shared_ptr<const void> _life;  // of its observers
 };
 
 }  // namespace pellor

@@ -35,9 +35,43 @@ class Comparison {
   void run() {
     for (std::size_t index = 0; index < _before.pageCount(); ++index) compareOld(index);
     for (std::size_t index = 0; index < _after.pageCount(); ++index) compareNew(index);
+    findMovedPages();
   }
 
  private:
+  /// A page of both versions.
+  struct CommonPage {
+    std::size_t from;
+    std::size_t to;
+  };
+
+  // As few as possible count as moved: the longest ascending part of the pages stays.
+  void findMovedPages() {
+    std::vector<CommonPage> pages;
+    for (std::size_t index = 0; index < _after.pageCount(); ++index)
+      if (const auto former = _before.indexOf(_after.page(index).id)) pages.push_back({*former, index});
+    if (std::ranges::is_sorted(pages, {}, &CommonPage::from)) return;
+    std::vector<std::size_t> ends;  // of the best ascending part of each length
+    std::vector<std::size_t> lengths;
+    for (const CommonPage& page : pages) {
+      const auto end = std::ranges::lower_bound(ends, page.from);
+      lengths.push_back(static_cast<std::size_t>(end - ends.begin()) + 1);
+      end == ends.end() ? ends.push_back(page.from) : void(*end = page.from);
+    }
+    std::size_t wanted = ends.size();
+    std::size_t next = _before.pageCount();
+    for (std::size_t index = pages.size(); index-- > 0;) {
+      const CommonPage& page = pages[index];
+      if (lengths[index] == wanted && page.from < next) {
+        --wanted;
+        next = page.from;
+      } else {
+        _change.pagesMoved.push_back({_after.page(page.to).id, page.from, page.to});
+      }
+    }
+    std::ranges::reverse(_change.pagesMoved);
+  }
+
   void compareOld(std::size_t index) {
     const Page& page = _before.page(index);
     const auto now = _after.indexOf(page.id);
@@ -80,7 +114,7 @@ class Comparison {
 
 bool ListChange::isEmpty() const {
   return removed.empty() && pagesRemoved.empty() && pagesInserted.empty() && renamed.empty() && moved.empty() &&
-         added.empty() && changed.empty();
+         pagesMoved.empty() && added.empty() && changed.empty();
 }
 
 ListChange changeBetween(const Snapshot& before, const Snapshot& after) {

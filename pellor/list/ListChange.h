@@ -34,11 +34,23 @@ struct FriendFields {
   friend bool operator==(const FriendFields&, const FriendFields&) = default;
 };
 
+/// Where changes come from.
+enum class ChangeOrigin {
+  thisProgram,
+  undo,          ///< this program took a step back, or did it again
+  otherProgram,  ///< what another program of the user stored
+  device,        ///< what the paired device stored
+  contacts,      ///< the contacts, which the list follows
+  load,          ///< the list was read again
+};
+
 /// One batch of changes. Done in this order, to a list that looks like `before`, they make it look like `after`:
 ///
 ///   1  the friends of `removed` and of `moved` leave their slots;
-///   2  the pages of `pagesRemoved` go, the last one first: nobody is on them any more;
-///   3  the pages of `pagesInserted` come, empty and without a title, the first one first;
+///   2  the pages of `pagesRemoved`, on which nobody is any more, and those of `pagesMoved`, with all that is on them,
+///      leave their indexes, the last one first;
+///   3  the pages of `pagesInserted`, empty and without a title, and those of `pagesMoved` take theirs, the first one
+///      first;
 ///   4  the pages of `renamed` get their new titles;
 ///   5  the friends of `moved` and of `added` take their slots, which are free;
 ///   6  the friends of `changed` are shown anew.
@@ -62,16 +74,23 @@ struct ListChange {
     PageId id;
     std::size_t index = 0;  ///< of a removed page in `before`, else in `after`
   };
+  struct PageMove {
+    PageId id;
+    std::size_t from = 0;  ///< in `before`
+    std::size_t to = 0;    ///< in `after`
+  };
   struct FriendChange {
     FriendId id;
     FriendFields fields;
   };
 
+  ChangeOrigin origin = ChangeOrigin::thisProgram;
   Snapshot before;
   Snapshot after;
   std::vector<Removal> removed;           ///< by place
   std::vector<PageChange> pagesRemoved;   ///< by index
   std::vector<PageChange> pagesInserted;  ///< by index
+  std::vector<PageMove> pagesMoved;       ///< by the index that they got; pages that only shifted are not among them
   std::vector<PageChange> renamed;        ///< by index; also inserted pages that have a title
   std::vector<Move> moved;                ///< by the place to which
   std::vector<Addition> added;            ///< by place

@@ -1,5 +1,7 @@
 #include "pellor/list/Snapshot.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "pellor/list/internal/SnapshotContent.h"
@@ -15,6 +17,16 @@ std::size_t Snapshot::pageCount() const { return _content->pageCount; }
 const Page& Snapshot::page(std::size_t index) const { return *_content->pages[index]; }
 
 std::size_t Snapshot::friendCount() const { return _content->friendCount; }
+
+std::vector<std::shared_ptr<const Friend>> Snapshot::friends() const {
+  std::vector<std::shared_ptr<const Friend>> all;
+  for (std::size_t index = 0; index < pageCount(); ++index)
+    std::ranges::copy_if(page(index).friends, std::back_inserter(all),
+                         [](const auto& person) { return person != nullptr; });
+  return all;
+}
+
+std::size_t Snapshot::firstPageWithRoom() const { return _content->firstPageWithRoom; }
 
 std::shared_ptr<const Friend> Snapshot::friendAt(Place place) const {
   if (place.page >= pageCount()) return nullptr;

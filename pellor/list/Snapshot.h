@@ -41,6 +41,7 @@ struct Page {
   PageId id;
   std::string title;                                   ///< empty without one
   std::vector<std::shared_ptr<const Friend>> friends;  ///< null: empty; all pages of a list have as many
+  std::size_t friendCount = 0;                         ///< how many stand on it
 };
 
 /// One immutable version of the whole list. A copy costs nothing; versions share what did not change between them. Any
@@ -55,6 +56,10 @@ class Snapshot {
   const Page& page(std::size_t index) const;
   /// How many friends there are on all pages.
   std::size_t friendCount() const;
+  /// All of them, in the order of pages and slots.
+  std::vector<std::shared_ptr<const Friend>> friends() const;
+  /// The index of the first page with an empty slot; `pageCount` when all are taken.
+  std::size_t firstPageWithRoom() const;
 
   /// Null for an empty slot and for a place that there is not.
   std::shared_ptr<const Friend> friendAt(Place place) const;

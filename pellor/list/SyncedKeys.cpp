@@ -23,6 +23,8 @@ std::set<std::string> syncedKeys() {
           std::string(PLDidNormalizeFriendListDestinationsKey)};
 }
 
+std::string followsContactsKey() { return std::string(PLRefreshAgainstContactsOnInitEnabledKey); }
+
 std::vector<std::string> changeNames(PreferencesStore& preferences, const std::string& domain,
                                      const std::set<std::string>& keys) {
   std::vector<std::string> names;

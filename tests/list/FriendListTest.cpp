@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/list/ListCopy.h"
+#include "tests/list/ListProcess.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {
@@ -18,83 +18,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-/// A process with the list of its manager, and what an observer of it heard.
-class ListProcess {
- public:
-  explicit ListProcess(std::unique_ptr<ManagerProcess> process) : _process(std::move(process)) {
-    _process->run([&] { _list = FriendList::open(_process->sharedManager()); });
-    observe();
-  }
-  ~ListProcess() {
-    _process->run([&] {
-      _observation.reset();
-      _list.reset();
-    });
-  }
-  ListProcess(const ListProcess&) = delete;
-  ListProcess& operator=(const ListProcess&) = delete;
-
-  ManagerProcess& process() { return *_process; }
-  FriendList& list() { return *_list; }
-  Snapshot snapshot() {
-    return _process->run([&] { return _list->snapshot(); });
-  }
-  FriendId idAt(std::uint64_t page, std::uint64_t slot) { return snapshot().friendAt({page, slot})->id; }
-
-  void stopObserving() {
-    _process->run([&] { _observation.reset(); });
-  }
-  /// Called with each batch, as the app's code.
-  std::function<void(const ListChange&)> onChange = [](const ListChange&) {};
-
-  /// What was heard since the last call: "loaded", and batches as "-Ann 1:1 -page 1 >Bob 2:1 to 1:1 ~Cy".
-  std::vector<std::string> takeHeard() { return std::exchange(_heard, {}); }
-
- private:
-  void observe() {
-    _process->run([&] {
-      _observation = _list->observe({[this](const Snapshot& list) {
-                                       _heard.emplace_back("loaded");
-                                       _copy.emplace(list);
-                                     },
-                                     [this](const ListChange& change) {
-                                       _heard.push_back(textOf(change));
-                                       _copy->take(change);
-                                       _copy->expectLike(change.after);
-                                       onChange(change);
-                                     }});
-    });
-  }
-  static std::string nameOf(const Snapshot& list, FriendId id) {
-    const auto person = list.friendWith(id);
-    return person->name.empty() ? person->destination : person->name;
-  }
-  static std::string textOf(Place place) {
-    return std::to_string(place.page + 1) + ":" + std::to_string(place.slot + 1);
-  }
-  static std::string textOf(const ListChange& change) {
-    std::string text;
-    const auto say = [&](const std::string& what) { text += (text.empty() ? "" : " ") + what; };
-    for (const auto& each : change.removed) say("-" + nameOf(change.before, each.id) + " " + textOf(each.from));
-    for (const auto& each : change.pagesRemoved) say("-page " + std::to_string(each.index + 1));
-    for (const auto& each : change.pagesInserted) say("+page " + std::to_string(each.index + 1));
-    for (const auto& each : change.renamed)
-      say("page " + std::to_string(each.index + 1) + " \"" + change.after.page(each.index).title + "\"");
-    for (const auto& each : change.moved)
-      say(">" + nameOf(change.after, each.id) + " " + textOf(each.from) + " to " + textOf(each.to));
-    for (const auto& each : change.added) say("+" + nameOf(change.after, each.id) + " " + textOf(each.to));
-    for (const auto& each : change.changed)
-      say("~" + nameOf(change.after, each.id) + " " + std::to_string(each.fields.bits));
-    return text;
-  }
-
-  const std::unique_ptr<ManagerProcess> _process;
-  std::unique_ptr<FriendList> _list;
-  std::shared_ptr<Observation> _observation;
-  std::optional<ListCopy> _copy;
-  std::vector<std::string> _heard;
-};
 
 class FriendListTest : public ManagerTest {
  protected:
@@ -144,7 +67,7 @@ TEST_F(FriendListTest, WhatAnotherProcessDoesTakesNobodyElseAlong) {
   rest();
   b->remove(1, 0);
   rest();
-  EXPECT_THAT(a->takeHeard(), ElementsAre("-Cy 2:1 -page 2"));
+  EXPECT_THAT(a->takeHeard(), ElementsAre("other: -Cy 2:1 -page 2"));
   EXPECT_EQ(a->snapshot().placeOf(dan), (Place{1, 0}));
   EXPECT_EQ(a->snapshot().page(1).id, page);
   b->set(b->friendAt(0, 1), 1, 1);
@@ -163,8 +86,9 @@ TEST_F(FriendListTest, AFriendKeepsItsIdAndColorAndTellsWhichFieldsChanged) {
     contact.emails = {{"home", "anna@example.org"}};
   });
   rest();
-  EXPECT_THAT(a->takeHeard(),
-              ElementsAre("~Anna " + bits({FriendField::name, FriendField::destination, FriendField::destinations})))
+  EXPECT_THAT(
+      a->takeHeard(),
+      ElementsAre("contacts: ~Anna " + bits({FriendField::name, FriendField::destination, FriendField::destinations})))
       << "the monogram is the same";
   EXPECT_EQ(a->snapshot().friendWith(ann)->color, color);
   a->process().run([&] {

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -21,8 +23,8 @@ class ListCopy {
   void take(const ListChange& change) {
     for (const auto& removal : change.removed) leave(removal.from, removal.id);
     for (const auto& move : change.moved) leave(move.from, move.id);
-    for (auto page = change.pagesRemoved.rbegin(); page != change.pagesRemoved.rend(); ++page) removePage(*page);
-    for (const auto& page : change.pagesInserted) insertPage(page, change.after.page(page.index).friends.size());
+    takePagesOut(change);
+    putPagesIn(change);
     for (const auto& page : change.renamed) {
       ASSERT_EQ(_pages.at(page.index).id, page.id);
       _pages.at(page.index).title = change.after.page(page.index).title;
@@ -65,17 +67,35 @@ class ListCopy {
     ASSERT_EQ(at(to), FriendId{}) << "the slot is taken";
     at(to) = id;
   }
-  void removePage(const ListChange::PageChange& page) {
-    ASSERT_EQ(_pages.at(page.index).id, page.id);
-    for (const FriendId id : _pages[page.index].friends) ASSERT_EQ(id, FriendId{}) << "somebody is on the page";
-    _pages.erase(_pages.begin() + static_cast<std::ptrdiff_t>(page.index));
+  void takePagesOut(const ListChange& change) {
+    std::map<std::size_t, PageId, std::greater<>> leaving;
+    for (const auto& page : change.pagesRemoved) {
+      for (const FriendId id : _pages.at(page.index).friends) ASSERT_EQ(id, FriendId{}) << "somebody is on the page";
+      leaving.emplace(page.index, page.id);
+    }
+    for (const auto& page : change.pagesMoved) {
+      _lifted[page.id] = _pages.at(page.from);
+      leaving.emplace(page.from, page.id);
+    }
+    for (const auto& [index, id] : leaving) {
+      ASSERT_EQ(_pages.at(index).id, id);
+      _pages.erase(_pages.begin() + static_cast<std::ptrdiff_t>(index));
+    }
   }
-  void insertPage(const ListChange::PageChange& page, std::size_t size) {
-    ASSERT_LE(page.index, _pages.size());
-    _pages.insert(_pages.begin() + static_cast<std::ptrdiff_t>(page.index), {page.id, "", std::vector<FriendId>(size)});
+  void putPagesIn(const ListChange& change) {
+    std::map<std::size_t, CopiedPage> coming;
+    for (const auto& page : change.pagesInserted)
+      coming[page.index] = {page.id, "", std::vector<FriendId>(change.after.page(page.index).friends.size())};
+    for (const auto& page : change.pagesMoved) coming[page.to] = _lifted.at(page.id);
+    _lifted.clear();
+    for (const auto& [index, page] : coming) {
+      ASSERT_LE(index, _pages.size());
+      _pages.insert(_pages.begin() + static_cast<std::ptrdiff_t>(index), page);
+    }
   }
 
   std::vector<CopiedPage> _pages;
+  std::map<PageId, CopiedPage> _lifted;
 };
 
 }  // namespace pellor

@@ -10,6 +10,7 @@
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/friends/PLPerson.h"
 #include "pellor/list/ShownDestination.h"
+#include "pellor/list/internal/ListDraft.h"
 #include "pellor/list/internal/PageMatching.h"
 #include "pellor/platform/Platform.h"
 #include "pellor/runtime/Process.h"
@@ -60,6 +61,11 @@ FriendId FriendIds::idOf(const std::shared_ptr<PLPerson>& person, std::size_t oc
   const FriendId id = known.ids[occurrence];
   if (_known.size() > _tidyAt) forgetTheGone();
   return id;
+}
+
+void FriendIds::give(FriendId id, const std::shared_ptr<PLPerson>& person) {
+  _known.insert_or_assign(person.get(), Known{person, {id}});
+  _persons.insert_or_assign(id.number, person.get());
 }
 
 void FriendIds::forgetTheGone() {
@@ -135,20 +141,27 @@ void ListMirror::count(const Persons& persons, int sign) {
   }
 }
 
-std::vector<ListMirror::MirrorPage> ListMirror::pagesOf(const Window& window) {
+std::vector<ListMirror::MirrorPage> ListMirror::pagesOf(const Window& window, const ListDraft* step) {
   const auto& groups = _manager->friendGroups();
   std::vector<MirrorPage> pages;
   for (std::size_t index = window.begin; index < window.newEnd; ++index)
     pages.push_back({{}, groups[index], groups[index]->friends(), groups[index]->title().value_or(std::string())});
+  if (step && step->pageCount() == groups.size()) {
+    for (std::size_t index = 0; index < pages.size(); ++index) pages[index].id = step->pageId(window.begin + index);
+    return pages;
+  }
   const auto matches = matchedPages(matched(_pages, window.begin, window.oldEnd), matched(pages, 0, pages.size()));
   for (std::size_t index = 0; index < pages.size(); ++index)
-    pages[index].id = matches[index] ? _pages[window.begin + *matches[index]].id : PageId{++_lastPageNumber};
+    pages[index].id = matches[index] ? _pages[window.begin + *matches[index]].id : newPageId();
   return pages;
 }
 
-const Snapshot& ListMirror::update() {
+const Snapshot& ListMirror::update(const ListDraft* step) {
+  const bool isStale = !_stale.empty() || _titlesAreStale || _statusesAreStale || _allAreStale;
+  const std::uint64_t version = _manager->layoutVersion();
+  if (std::exchange(_layoutVersion, version) == version && !isStale) return _last;
   Window window = changedWindow();
-  takeOver(window, pagesOf(window));
+  takeOver(window, pagesOf(window, step));
   // Somebody who is in two slots has an id for each, by their order: all pages are made then, and once more after it.
   if (std::exchange(_hadSurplus, _surplus > 0) || _surplus > 0) window = {0, _last.pageCount(), _pages.size()};
   SnapshotEdit edit(_last);
@@ -220,7 +233,10 @@ PageRef ListMirror::shownPage(const MirrorPage& page) {
   auto shown = std::make_shared<Page>();
   shown->id = page.id;
   shown->title = page.title;
-  for (const auto& person : page.persons) shown->friends.push_back(person ? shownFriend(person) : nullptr);
+  for (const auto& person : page.persons) {
+    shown->friends.push_back(person ? shownFriend(person) : nullptr);
+    if (person) ++shown->friendCount;
+  }
   return shown;
 }
 

@@ -15,6 +15,7 @@
 
 namespace pellor {
 
+class ListDraft;
 class PLFriendGroup;
 class PLFriendsManager;
 class PLPerson;
@@ -27,6 +28,10 @@ class FriendIds {
   FriendId idOf(const std::shared_ptr<PLPerson>& person, std::size_t occurrence);
   /// The person of an id; null for one that the process has no more.
   std::shared_ptr<PLPerson> personWith(FriendId id) const;
+  /// An id for somebody who is to come.
+  FriendId newId() { return {++_lastNumber}; }
+  /// The id is this person's from now on, who has none.
+  void give(FriendId id, const std::shared_ptr<PLPerson>& person);
   /// The first id of a person; absent for one that has none.
   std::optional<FriendId> knownId(const PLPerson& person) const;
 
@@ -60,10 +65,14 @@ class ListMirror {
   void noteChangeOfTitles() { _titlesAreStale = true; }
 
   const Snapshot& last() const { return _last; }
-  /// The version of now; costs as much as changed, and a look at each page.
-  const Snapshot& update();
+  /// The version of now: where anything changed it costs as much as that, and a look at each page. Pages are known by
+  /// who stands on them, or are those of `step`, null for none: all that happened since the last version is that step.
+  const Snapshot& update(const ListDraft* step = nullptr);
 
+  FriendIds& ids() { return _ids; }
   const FriendIds& ids() const { return _ids; }
+  /// Names a page that is to come.
+  PageId newPageId() { return {++_lastPageNumber}; }
 
  private:
   using Persons = std::vector<std::shared_ptr<PLPerson>>;
@@ -82,7 +91,7 @@ class ListMirror {
 
   Window changedWindow() const;
   void count(const Persons& persons, int sign);
-  std::vector<MirrorPage> pagesOf(const Window& window);
+  std::vector<MirrorPage> pagesOf(const Window& window, const ListDraft* step);
   void takeOver(const Window& window, std::vector<MirrorPage> pages);
   Persons personsToShow(const Window& window) const;
   void replace(const Window& window, SnapshotEdit& edit);
@@ -102,6 +111,7 @@ class ListMirror {
   bool _titlesAreStale = false;
   std::int32_t _contactsSequence = 0;  ///< that the friends were looked at with
   std::uint64_t _lastPageNumber = 0;
+  std::optional<std::uint64_t> _layoutVersion;                 ///< of the manager when the last version was made
   std::unordered_map<std::shared_ptr<PLPerson>, int> _counts;  ///< in how many slots each person is
   std::size_t _surplus = 0;  ///< how many slots hold somebody who is in a lower one too
   bool _hadSurplus = false;  ///< when the last version was made

@@ -30,6 +30,7 @@ struct SnapshotContent {
   ChunkedVector<std::size_t> indexes;  ///< of pages, counted from 1, by the numbers of their ids; 0: none
   ChunkedVector<Standing> friends;     ///< by the numbers of their ids
   std::size_t friendCount = 0;
+  std::size_t firstPageWithRoom = 0;  ///< those before it have none
 };
 
 }  // namespace pellor

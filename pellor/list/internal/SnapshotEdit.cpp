@@ -1,5 +1,6 @@
 #include "pellor/list/internal/SnapshotEdit.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace pellor {
@@ -60,7 +61,18 @@ Snapshot SnapshotEdit::take() const {
   next->indexes = draft.indexes.take();
   next->friends = draft.friends.take();
   next->friendCount = static_cast<std::size_t>(static_cast<std::ptrdiff_t>(_before->friendCount) + draft.growth);
+  next->firstPageWithRoom = firstPageWithRoom(*next);
   return Snapshot(std::move(next));
+}
+
+// Full pages are passed over once: those before the last answer are full unless they were put in now.
+std::size_t SnapshotEdit::firstPageWithRoom(const SnapshotContent& next) const {
+  const auto hasRoom = [](const Page& page) { return page.friendCount < page.friends.size(); };
+  std::size_t index = std::min(_before->firstPageWithRoom, next.pageCount);
+  for (const auto& [put, page] : _put)
+    if (put < index && hasRoom(*page)) index = put;
+  while (index < next.pageCount && !hasRoom(*next.pages[index])) ++index;
+  return index;
 }
 
 }  // namespace pellor

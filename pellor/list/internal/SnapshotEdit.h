@@ -28,6 +28,8 @@ class SnapshotEdit {
   Snapshot take() const;
 
  private:
+  std::size_t firstPageWithRoom(const SnapshotContent& next) const;
+
   const std::shared_ptr<const SnapshotContent> _before;
   std::map<std::size_t, PageRef> _put;
   std::size_t _pageCount;

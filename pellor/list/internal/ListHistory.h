@@ -1,0 +1,78 @@
+// The steps that were made of a list, by all programs.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "pellor/list/History.h"
+#include "pellor/list/internal/AttachedElements.h"
+#include "pellor/list/internal/StepRecord.h"
+#include "pellor/runtime/LongArray.h"
+
+namespace pellor {
+
+class ForgottenPerson;
+class PLFriendsManager;
+
+/// The newest steps, oldest first, stored with the list that they tell of. That a step was taken back is kept with the
+/// step, so that a hundred steps can be. Main queue.
+class ListHistory {
+ public:
+  static constexpr std::size_t MostSteps = 100;
+
+  struct Entry {
+    StepRecord step;
+    std::int64_t moment = 0;                ///< when it was made: greater than all others then
+    std::optional<StepRecord> undone = {};  ///< what taking it back did; absent: it is not taken back
+    std::int64_t undoneMoment = 0;          ///< when it was taken back, likewise
+    std::int64_t changes = 0;               ///< how often it was taken back and done again
+  };
+
+  explicit ListHistory(std::shared_ptr<PLFriendsManager> manager);
+
+  // Within a step of the manager, or while steps are judged.
+  void append(const StepRecord& step);
+  /// The step was taken back, by doing that.
+  void noteUndone(const std::string& id, const StepRecord& undone);
+  /// The step was done again, which found and made what `step` tells.
+  void noteRedone(const std::string& id, const StepRecord& step);
+  /// What was noted last of the step did not happen; absent: there was no such step before.
+  void restore(const std::string& id, const std::optional<Entry>& entry);
+
+  /// Takes out all that tells of that person; with `id`, of that step alone.
+  void forget(const ForgottenPerson& person, const std::string& id = {});
+  bool tellsOf(const ForgottenPerson& person);
+  void clear();
+
+  const std::vector<Entry>& entries();
+  /// All steps, and what taking them back did.
+  std::vector<StepRecord> records();
+  std::vector<HistoryStep> summaries();
+  /// Null for one that is not, or no longer, among them.
+  const Entry* find(const std::string& id);
+  static HistoryStep summaryOf(const Entry& entry);
+
+  /// The last step that a person made and that is not taken back; null without one.
+  const Entry* lastToUndo();
+  /// The step that was taken back last, as long as no person made another one since; null without one.
+  const Entry* lastToRedo();
+
+ private:
+  AttachedElements elements() const;
+  void set(AttachedElements elements);
+  std::optional<std::size_t> indexOf(const std::string& id);
+  void replace(const Entry& entry);
+  std::int64_t nextMoment();
+  std::optional<AttachedElements> elementsWithout(const ForgottenPerson& person, const std::string& id);
+
+  const std::shared_ptr<PLFriendsManager> _manager;
+  LongArray _read;  // what the entries were made of
+  std::vector<Entry> _entries;
+  std::map<std::string, Entry> _own;  // with the ids of friends and pages, by the id of the step
+};
+
+}  // namespace pellor

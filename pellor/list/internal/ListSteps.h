@@ -1,0 +1,131 @@
+// The steps of a list: planned, done, and followed until they are stored.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "pellor/friends/PLStepClient.h"
+#include "pellor/list/Edit.h"
+#include "pellor/list/History.h"
+#include "pellor/list/internal/ForgottenPerson.h"
+#include "pellor/list/internal/ListFeed.h"
+#include "pellor/list/internal/ListHistory.h"
+#include "pellor/list/internal/ListMirror.h"
+#include "pellor/list/internal/ListStep.h"
+#include "pellor/list/internal/RemovedFriends.h"
+#include "pellor/list/internal/StepPlan.h"
+#include "pellor/list/internal/StepRecord.h"
+#include "pellor/list/internal/TakeBack.h"
+#include "pellor/runtime/Process.h"
+
+namespace pellor {
+
+class PLFriendsManager;
+
+/// Its invariant: of each step that was done and is not stored it knows the edits, what they changed, and who is to be
+/// told. Main queue.
+class ListSteps final : public PLStepClient {
+ public:
+  /// `mirror` and `feed` outlive the steps. `keep` is called with whether there are steps that are not stored.
+  ListSteps(Process& process, std::shared_ptr<PLFriendsManager> manager, ListMirror& mirror, ListFeed& feed,
+            std::function<void(bool hasUnstored)> keep);
+
+  /// What the history calls this program.
+  void setProgram(std::string program) { _program = std::move(program); }
+
+  StepAnswer plan(std::span<const Edit> edits);
+  StepAnswer apply(std::span<const Edit> edits, StoredHandler stored);
+  /// Takes the step with that id back, or for an empty one the last that a person made.
+  UndoAnswer undo(const std::string& id, StoredHandler stored);
+  /// Does again what the last undo took back.
+  UndoAnswer redo(StoredHandler stored);
+  /// What `undo` and `redo` would answer.
+  UndoAnswer planUndo(const std::string& id);
+  UndoAnswer planRedo();
+  /// The friend leaves the list, and all that tells of him goes.
+  ForgetAnswer forget(FriendId id, StoredHandler stored);
+  /// Forgets each person of list, history and memory with this destination or GUID.
+  ForgetAnswer forget(const std::string& who, StoredHandler stored);
+  StepAnswer clearHistory(StoredHandler stored);
+  ListHistory& history() { return _history; }
+  /// The program ends: no step will be stored any more.
+  void abandon();
+
+  void stepsWereStored(std::uint64_t last) override;
+  void judgeSteps(const PLStoredPages& theirs) override;
+  void listChangedBy(PLChangeOrigin origin) override;
+
+ private:
+  /// A step that is being planned.
+  struct Planned {
+    ListStep step;
+    std::vector<PlannedEdit> edits = {};
+    StepAnswer answer = {};
+  };
+  struct Unstored {
+    std::uint64_t number = 0;
+    StepRecord record;
+    std::string entry;                                   ///< of the history, which tells of it
+    std::optional<ListHistory::Entry> entryBefore = {};  ///< absent: there was none
+    Snapshot before;
+    std::vector<PlannedEdit> edits;
+    StoredHandler stored;
+    RemovedFriends::Changes removed = {};
+    std::optional<ForgottenPerson> forgotten = {};  ///< by a step of that kind
+    bool followsRejected = false;                   ///< whether a step before it may have brought somebody back
+  };
+  /// A step that is to be taken back.
+  struct TakingBack {
+    std::optional<ListHistory::Entry> entry;  ///< absent: there is none
+    ListStep step;
+    std::vector<TakenBack::Restored> restored = {};
+    UndoAnswer answer = {};
+  };
+
+  ListLimits limits() const;
+  Planned planned(std::span<const Edit> edits);
+  std::optional<RefusalReason> prepare(PlannedEdit& planned, ListStep& step);
+  std::optional<RefusalReason> findContact(const std::string& guid, Newcomer& newcomer) const;
+  std::optional<FieldEdit> restoration(const Newcomer& newcomer, const PLPerson& person);
+  void perform(const ListStep& step);
+  /// What the history is told of a step.
+  enum class Note { made, undone, redone };
+  /// Makes the step, notes it in the history and follows it until it is stored.
+  void commit(const ListStep& step, Unstored unstored, Note note);
+  RemovedFriends::Changes noteRemoved(const ListStep& step, const std::map<FriendId, Dictionary>& formsBefore);
+  void sign(StepRecord& record);
+  bool record(const ListStep& step, const std::map<FriendId, Dictionary>& formsBefore, StepRecord& record);
+  void reject(Unstored step, const Refusal& refusal);
+  TakingBack takingBack(const StepRecord* record);
+  void noteInHistory(const Unstored& step, Note note);
+  TakingBack undoing(const std::string& id);
+  TakingBack redoing();
+  UndoAnswer takeBack(TakingBack step, Note note, StoredHandler stored);
+  ForgetAnswer forget(const std::vector<FriendIdentity>& known, StoredHandler stored);
+  static std::vector<FriendId> friendsWhoAre(const ForgottenPerson& person, const Snapshot& list);
+  bool isOfAnother(const FriendIdentity& identity, const std::vector<FriendIdentity>& known) const;
+  void commitForgetting(const std::vector<FriendId>& leaving, ForgottenPerson person, StoredHandler stored);
+  bool forgetAgain(Unstored& step);
+  void leaveOut(const std::vector<FriendIdentity>& gone, std::uint64_t lastStored);
+  void bringBack(TakingBack& back);
+  Dictionary formOf(FriendId id) const;
+  std::vector<FriendId> friendsSharing(const Friend& gone) const;
+
+  Process& _process;
+  const std::shared_ptr<PLFriendsManager> _manager;
+  ListMirror& _mirror;
+  ListFeed& _feed;
+  const std::function<void(bool hasUnstored)> _keep;
+  ListHistory _history;
+  RemovedFriends _removed;
+  std::string _program;
+  std::vector<Unstored> _unstored;  // by number
+};
+
+}  // namespace pellor

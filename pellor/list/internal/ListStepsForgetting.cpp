@@ -1,0 +1,160 @@
+// Friends who are forgotten, and a history that is cleared.
+#include <algorithm>
+#include <utility>
+
+#include "pellor/friends/PLDestination.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/list/internal/ListSteps.h"
+
+namespace pellor {
+namespace {
+
+ForgetAnswer refused(RefusalReason reason) { return {{}, {}, Refusal{reason}}; }
+
+}  // namespace
+
+ForgetAnswer ListSteps::forget(FriendId id, StoredHandler stored) {
+  if (!_manager->isLoaded()) return refused(RefusalReason::storeNotReadable);
+  const Dictionary form = formOf(id);
+  if (form.empty()) return refused(RefusalReason::notFound);
+  return forget(std::vector{identityOf(form)}, std::move(stored));
+}
+
+ForgetAnswer ListSteps::forget(const std::string& who, StoredHandler stored) {
+  if (!_manager->isLoaded()) return refused(RefusalReason::storeNotReadable);
+  std::string room;
+  const auto sanitized = plSanitizedDestination(who, room);
+  const std::string canonical(sanitized.value_or(who));
+  std::vector<FriendIdentity> known;
+  const auto look = [&](const FriendIdentity& identity) {
+    const bool hasIt = std::ranges::binary_search(identity.destinations, canonical);
+    if (hasIt || (!who.empty() && identity.guid == who)) known.push_back(identity);
+  };
+  const Snapshot& now = _feed.noteRest();
+  for (const auto& person : now.friends()) look(identityOf(*person));
+  for (const Dictionary& form : _removed.forms()) look(identityOf(form));
+  for (const StepRecord& step : _history.records()) {
+    for (const FriendRecord& person : step.friends) {
+      look(identityOf(person.before));
+      look(identityOf(person.after));
+    }
+  }
+  return known.empty() ? refused(RefusalReason::notFound) : forget(known, std::move(stored));
+}
+
+// Who is in the list and has one of the identities leaves; of the others it is known who is another one.
+ForgetAnswer ListSteps::forget(const std::vector<FriendIdentity>& known, StoredHandler stored) {
+  const Snapshot& now = _feed.noteRest();
+  ForgottenPerson person([this, known](const FriendIdentity& identity) { return isOfAnother(identity, known); });
+  for (const FriendIdentity& identity : known) person.add(identity);
+  person.learn(_history.records());
+  const auto leaving = friendsWhoAre(person, now);
+  ForgetAnswer answer{
+      {person.guids().begin(), person.guids().end()}, {person.destinations().begin(), person.destinations().end()}, {}};
+  commitForgetting(leaving, std::move(person), std::move(stored));
+  return answer;
+}
+
+std::vector<FriendId> ListSteps::friendsWhoAre(const ForgottenPerson& person, const Snapshot& list) {
+  std::vector<FriendId> ids;
+  for (const auto& each : list.friends())
+    if (person.isTheirs(identityOf(*each))) ids.push_back(each->id);
+  return ids;
+}
+
+bool ListSteps::isOfAnother(const FriendIdentity& identity, const std::vector<FriendIdentity>& known) const {
+  const auto isKnown = [&](const FriendIdentity& other) {
+    return std::ranges::any_of(known, [&](const FriendIdentity& each) { return areAddedAlike(each, other); });
+  };
+  std::vector<std::string> identifiers = identity.destinations;
+  if (!identity.guid.empty()) identifiers.push_back(identity.guid);
+  for (const std::string& identifier : identifiers) {
+    for (const auto& person : _manager->friendsWithIdentifier(identifier)) {
+      const FriendIdentity other = identityOf(person->dictionaryRepresentation());
+      if (areAddedAlike(other, identity) && !isKnown(other)) return true;
+    }
+  }
+  return false;
+}
+
+// The step of the removal tells that somebody left, and not who.
+void ListSteps::commitForgetting(const std::vector<FriendId>& leaving, ForgottenPerson person, StoredHandler stored) {
+  std::vector<Edit> edits;
+  for (const FriendId id : leaving) edits.emplace_back(RemoveFriend{id});
+  Planned planned = this->planned(edits);
+  StepRecord record;
+  record.kind = StepKind::removed;
+  record.isComplete = false;
+  record.summary.removed = edits.size();
+  sign(record);
+  const auto edit = [&] {
+    if (!edits.empty()) {
+      perform(planned.step);
+      _feed.note(ChangeOrigin::thisProgram, &planned.step.draft);
+    }
+    _history.forget(person);
+    _removed.forget([&](const Dictionary& form) { return person.isTheirs(form); });
+    if (!edits.empty()) _history.append(record);
+  };
+  Unstored unstored;
+  unstored.number = _manager->performStep(edit);
+  unstored.entry = record.id;
+  unstored.record = std::move(record);
+  unstored.before = planned.step.draft.before();
+  unstored.edits = std::move(planned.edits);
+  unstored.stored = std::move(stored);
+  unstored.forgotten = std::move(person);
+  _unstored.push_back(std::move(unstored));
+  _keep(true);
+}
+
+// Another process may have told of the person until it took the step over, and a step that was rejected may have
+// brought the person back. Else who is in the list was added again.
+bool ListSteps::forgetAgain(Unstored& step) {
+  ForgottenPerson& person = *step.forgotten;
+  person.learn(_history.records());
+  const auto back = friendsWhoAre(person, _feed.noteRest());
+  if (!back.empty() && !step.followsRejected) return false;
+  const bool isRemembered =
+      std::ranges::any_of(_removed.forms(), [&](const Dictionary& form) { return person.isTheirs(form); });
+  if (back.empty() && !isRemembered && !_history.tellsOf(person)) return false;
+  commitForgetting(back, std::move(person), std::move(step.stored));
+  return true;
+}
+
+// Those may have been forgotten there: no step that is stored later is to tell of them.
+void ListSteps::leaveOut(const std::vector<FriendIdentity>& gone, std::uint64_t lastStored) {
+  ForgottenPerson persons([this, gone](const FriendIdentity& identity) { return isOfAnother(identity, gone); });
+  for (const FriendIdentity& identity : gone) persons.add(identity);
+  const auto isTheirs = [&](const std::optional<Value>& remembered) {
+    const Value* form = remembered ? valueForKey(*remembered->dictionary(), "form") : nullptr;
+    return form && persons.isTheirs(*form->dictionary());
+  };
+  for (Unstored& step : _unstored) {
+    if (step.number <= lastStored) continue;
+    const auto others =
+        std::ranges::partition(step.removed, [&](const auto& change) { return isTheirs(change.after); });
+    _removed.takeBack({step.removed.begin(), others.begin()});
+    step.removed.erase(step.removed.begin(), others.begin());
+    auto rest = persons.without(step.record);
+    if (rest == step.record) continue;
+    _history.forget(persons, step.entry);
+    if (!rest) step.record.friends.clear();
+    if (rest) step.record = *std::move(rest);
+  }
+}
+
+StepAnswer ListSteps::clearHistory(StoredHandler stored) {
+  if (!_manager->isLoaded()) return {{}, Refusal{RefusalReason::storeNotReadable}};
+  const Snapshot now = _feed.noteRest();
+  Unstored unstored;
+  unstored.number = _manager->performStep([this] { _history.clear(); });
+  unstored.before = now;
+  unstored.stored = std::move(stored);
+  _unstored.push_back(std::move(unstored));
+  _keep(true);
+  return {};
+}
+
+}  // namespace pellor

@@ -1,0 +1,170 @@
+#include "pellor/list/internal/StepPerformer.h"
+
+#include <algorithm>
+#include <set>
+#include <utility>
+
+#include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLPerson.h"
+#include "pellor/friends/internal/PLMergeFields.h"
+
+namespace pellor {
+namespace {
+
+void setMetadata(PLPerson& person, const std::vector<std::pair<std::string, std::optional<Value>>>& entries) {
+  Dictionary all = person.metadata();
+  bool removes = false;
+  for (const auto& [key, value] : entries) {
+    if (value) {
+      all.insert_or_assign(key, *value);
+    } else {
+      removes = all.erase(key) > 0 || removes;
+    }
+  }
+  if (removes) person.removeAllMetadataValues();
+  person.addMetadataEntriesFromDictionary(all);
+}
+
+void setCard(PLPerson& person, const Dictionary& card) {
+  Dictionary form = person.dictionaryRepresentation();
+  for (const auto& [key, value] : blockOfForm(form)) form.erase(key);
+  form.insert(card.begin(), card.end());
+  person.updateFromDictionaryRepresentation(form);
+  person.setNeedsSave(true);
+}
+
+}  // namespace
+
+StepPerformer::StepPerformer(PLFriendsManager& manager, const FriendIds& ids, const ListStep& step)
+    : _manager(manager), _ids(ids), _step(step) {}
+
+// Groups come and go while nobody stands on them, and newcomers last: a page is due behind the last one when somebody
+// comes onto it, and is there already.
+void StepPerformer::perform() {
+  sort();
+  removeLeavers();
+  if (_step.draft.changesPages()) {
+    liftMoved();
+    arrangePages();
+  }
+  setContents();
+  putNewcomers();
+  setTitles();
+  setFields();
+}
+
+void StepPerformer::sort() {
+  for (const FriendId id : _step.draft.touchedFriends()) {
+    const auto from = _step.draft.before().placeOf(id);
+    const auto to = _step.draft.placeOf(id);
+    if (from && !to) _leavers.push_back({id, *from});
+    if (!from && to) _comers.push_back(id);
+    if (from && to && !_step.draft.isWhereItWas(id)) _moved.push_back({id, *from});
+  }
+  std::ranges::sort(_leavers, {}, &Move::from);
+  std::ranges::sort(_moved, {}, [this](const Move& move) { return *_step.draft.placeOf(move.id); });
+  std::ranges::sort(_comers, {}, [this](FriendId id) { return *_step.draft.placeOf(id); });
+}
+
+std::shared_ptr<PLPerson> StepPerformer::personOf(FriendId id) const {
+  const auto comer = _step.newcomers.find(id);
+  return comer == _step.newcomers.end() ? _ids.personWith(id) : comer->second;
+}
+
+void StepPerformer::removeLeavers() {
+  const std::vector<Group> groups = _manager.friendGroups();
+  for (const Move& leaver : _leavers) groups[leaver.from.page]->removeFriendAtPosition(leaver.from.slot);
+}
+
+void StepPerformer::liftMoved() {
+  const std::vector<Group> groups = _manager.friendGroups();
+  std::map<std::size_t, std::vector<std::shared_ptr<PLPerson>>> contents;
+  for (const Move& move : _moved) {
+    const auto content = contents.try_emplace(move.from.page, groups[move.from.page]->friends()).first;
+    content->second[move.from.slot] = nullptr;
+  }
+  for (auto& [index, content] : contents) {
+    groups[index]->setFriends(std::move(content));
+    _manager.friendGroupDidMoveFriends(groups[index], {});
+  }
+}
+
+void StepPerformer::removePages() {
+  const Snapshot& before = _step.draft.before();
+  for (std::size_t index = before.pageCount(); index > 0; --index) {
+    const PageId id = before.page(index - 1).id;
+    if (_step.draft.indexOf(id)) {
+      _pages.push_back(id);
+    } else {
+      _manager.removeFriendGroupAtIndex(index - 1);
+    }
+  }
+  std::ranges::reverse(_pages);
+}
+
+// From the first page on, each gets its place. Where one went to a later place the others are moved up by moving it.
+void StepPerformer::arrangePages() {
+  removePages();
+  for (std::size_t index = 0; index < _step.draft.pageCount(); ++index) {
+    const PageId wanted = _step.draft.pageId(index);
+    const auto place = [&](std::size_t at) { return _pages.begin() + static_cast<std::ptrdiff_t>(at); };
+    const auto found = std::find(place(index), _pages.end(), wanted);
+    if (found == _pages.end()) {
+      _manager.insertEmptyGroupAtIndex(index);
+      _pages.insert(place(index), wanted);
+    } else if (found == place(index + 1)) {
+      const std::size_t to = std::min(*_step.draft.indexOf(_pages[index]), _pages.size() - 1);
+      _manager.moveFriendGroupToIndex(index, to);
+      std::rotate(place(index), place(index + 1), place(to) + 1);
+    } else if (found != place(index)) {
+      _manager.moveFriendGroupToIndex(static_cast<std::size_t>(found - _pages.begin()), index);
+      std::rotate(place(index), found, found + 1);
+    }
+  }
+}
+
+// All groups get their content before any of them reports it: a friend stands somewhere all the time.
+void StepPerformer::setContents() {
+  const std::vector<Group> groups = _manager.friendGroups();
+  std::map<std::size_t, std::vector<std::shared_ptr<PLPerson>>> moved;
+  for (const Move& move : _moved) {
+    moved[_step.draft.placeOf(move.id)->page].push_back(personOf(move.id));
+    if (const auto left = _step.draft.indexOf(_step.draft.before().page(move.from.page).id)) moved[*left];
+  }
+  for (const auto& [index, persons] : moved) {
+    std::vector<std::shared_ptr<PLPerson>> content;
+    for (const FriendId id : _step.draft.friendsOn(index))
+      content.push_back(_step.newcomers.contains(id) ? nullptr : personOf(id));
+    groups[index]->setFriends(std::move(content));
+  }
+  for (const auto& [index, persons] : moved) _manager.friendGroupDidMoveFriends(groups[index], persons);
+}
+
+void StepPerformer::putNewcomers() {
+  for (const FriendId id : _comers) {
+    const Place place = *_step.draft.placeOf(id);
+    std::uint32_t error = PLFriendGroupErrorNone;
+    _manager.friendGroups()[place.page]->setFriendAtPosition(personOf(id), place.slot, error);
+  }
+}
+
+// A group takes its title along; somebody may have set one of which nobody was told yet.
+void StepPerformer::setTitles() {
+  const auto renamed = _step.draft.renamedPages();
+  for (const std::size_t index : renamed) _manager.friendGroups()[index]->setTitle(_step.draft.title(index));
+  if (!renamed.empty()) _manager.saveFriendGroupTitles();
+}
+
+void StepPerformer::setFields() {
+  for (const FieldEdit& field : _step.fields) {
+    const auto person = personOf(field.id);
+    if (!person) continue;
+    if (field.chosenNumber) person->setPreferredDestination(*field.chosenNumber);
+    if (field.replyAs) person->setPreferredReplyAs(*field.replyAs);
+    if (!field.metadata.empty()) setMetadata(*person, field.metadata);
+    if (field.card) setCard(*person, *field.card);
+  }
+}
+
+}  // namespace pellor

@@ -1,0 +1,371 @@
+// Somebody who is forgotten: nothing that tells of him is left in the store.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "pellor/list/internal/FriendIdentity.h"
+#include "tests/list/ListProcess.h"
+#include "tests/pellor/SeededTest.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::AnyOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using enum RefusalReason;
+
+using Edits = std::vector<Edit>;
+
+class ForgetTest : public ManagerTest {
+ public:
+  void TestBody() override {}
+
+  std::unique_ptr<ListProcess> open() {
+    auto process = std::make_unique<ListProcess>(launch());
+    rest();
+    return process;
+  }
+  static std::shared_ptr<const Friend> find(ListProcess& process, const std::string& name) {
+    const Snapshot list = process.snapshot();
+    for (std::size_t page = 0; page < list.pageCount(); ++page)
+      for (const auto& person : list.page(page).friends)
+        if (person && person->contactGUID == guidOf(name)) return person;
+    return nullptr;
+  }
+  static FriendId idOf(ListProcess& process, const std::string& name) { return find(process, name)->id; }
+  static std::string secretOf(const std::string& name) { return "secret of " + name; }
+  static Edits carrying(FriendId id, const std::string& name) {
+    return {SetReplyAs{id, secretOf(name)}, ChooseNumber{id, mailOf(name)}, SetMetadata{id, "key", secretOf(name)}};
+  }
+  static bool apply(ListProcess& process, const Edits& edits, StoredHandler stored = {}) {
+    return static_cast<bool>(process.apply([&](const Snapshot&) { return edits; }, std::move(stored)));
+  }
+  static ForgetAnswer forget(ListProcess& process, const std::string& who, StoredHandler stored = {}) {
+    return process.process().run([&] { return process.list().forget(who, std::move(stored)); });
+  }
+  static std::vector<HistoryStep> history(ListProcess& process) {
+    return process.process().run([&] { return process.list().history(); });
+  }
+
+  /// All that is stored under any key that was ever written, as text.
+  std::string everythingStored() {
+    std::set<std::string> keys = {std::string(PLFriendListKey), std::string(PLGroupTitlesKey)};
+    for (const auto& write : world.preferences().writes()) keys.insert(write.keys.begin(), write.keys.end());
+    std::string text;
+    for (const std::string& key : keys) {
+      for (const auto& value : {storedValue(key), world.preferences().lastGoodValue(key, TapnoteDomain)})
+        if (value) text += key + ": " + textOfAll(*value) + "\n";
+    }
+    return text;
+  }
+  void expectNoTraceOf(const std::string& name) {
+    const std::string text = everythingStored();
+    for (const std::string& trace : {mailOf(name), guidOf(name), secretOf(name), "\"" + name + "\"",
+                                     std::to_string(fingerprintOf({guidOf(name), name, {mailOf(name)}}))})
+      EXPECT_THAT(text, Not(HasSubstr(trace))) << name;
+  }
+
+ private:
+  static std::string textOfAll(const Value& value) {
+    if (value.longArray()) return Value(value.longArray()->elements()).description();
+    return value.description();
+  }
+};
+
+class ForgetStoryTest : public ForgetTest {
+ protected:
+  ForgetStoryTest() {
+    setGroups(4, 3);
+    contacts({"Ann", "Bob", "Cy"});
+    store("Ann#,Bob#,Cy#|-,-,-");
+    a = open();
+    b = open();
+    bob = idOf(*a, "Bob");
+  }
+  std::unique_ptr<ListProcess> a, b;
+  FriendId bob;
+};
+
+TEST_F(ForgetStoryTest, NothingInTheStoreTellsOfHimAndWhatTellsOfOthersStays) {
+  const FriendId cy = idOf(*a, "Cy");
+  apply(*a, carrying(bob, "Bob"));
+  apply(*a, {MoveFriend{bob, {0, 2}}});
+  apply(*a, {SetReplyAs{cy, "text"}});
+  apply(*a, {SetReplyAs{bob, {}}, RenamePage{a->snapshot().page(0).id, "Home"}});
+  rest();
+  EXPECT_THAT(everythingStored(), HasSubstr(secretOf("Bob")));
+  EXPECT_THAT(everythingStored(), HasSubstr(std::to_string(fingerprintOf({guidOf("Bob"), "Bob", {mailOf("Bob")}}))));
+
+  std::vector<std::optional<Refusal>> told;
+  const FriendId bobOfB = idOf(*b, "Bob");
+  const ForgetAnswer answer =
+      b->process().run([&] { return b->list().forget(bobOfB, [&](const auto& each) { told.push_back(each); }); });
+  ASSERT_TRUE(answer);
+  EXPECT_THAT(answer.guids, ElementsAre("guid-Bob"));
+  EXPECT_THAT(answer.destinations, ElementsAre("bob@example.org"));
+  EXPECT_THAT(told, IsEmpty());
+  rest();
+  EXPECT_THAT(told, ElementsAre(std::nullopt));
+  expectNoTraceOf("Bob");
+  for (ListProcess* process : {a.get(), b.get()}) {
+    EXPECT_FALSE(find(*process, "Bob"));
+    const auto steps = history(*process);
+    ASSERT_EQ(steps.size(), 4U) << "the step that told of him alone is gone";
+    EXPECT_EQ(steps[0].summary.names, std::vector<std::string>{"Cy"}) << "who changed places with him";
+    EXPECT_EQ(steps[2].summary.pages, 1U);
+    EXPECT_EQ(steps[3].summary, (StepSummary{.removed = 1}));
+    EXPECT_FALSE(steps[3].isUndoable);
+    const auto refused = process->process().run([&] { return process->list().undo(); });
+    EXPECT_EQ(refused.refusal, (Refusal{notUndoable}));
+  }
+  const std::string swap = history(*a)[0].id;
+  EXPECT_TRUE(a->process().run([&] { return a->list().undo(swap); }));
+  EXPECT_EQ(a->process().list(), "Ann,-,Cy|-,-,-");
+  // As if he had never been there, in the process that had him too.
+  const auto again = a->apply([](const Snapshot&) { return Edits{AddFriend{.contactGUID = "guid-Bob"}}; });
+  EXPECT_FALSE(again.results.at(0).restored);
+  EXPECT_EQ(find(*a, "Bob")->replyAs, std::nullopt);
+  EXPECT_EQ(find(*a, "Bob")->metadata, Dictionary());
+}
+
+TEST_F(ForgetStoryTest, SomebodyWhoIsNoFriendAnyMoreIsForgottenByGUIDOrAddress) {
+  for (const std::string& who : {guidOf("Bob"), mailOf("Bob"), std::string("mailto:bob@example.org")}) {
+    SCOPED_TRACE(who);
+    if (!find(*a, "Bob")) apply(*a, {AddFriend{.contactGUID = "guid-Bob"}});
+    apply(*a, carrying(idOf(*a, "Bob"), "Bob"));
+    apply(*a, {RemoveFriend{idOf(*a, "Bob")}});
+    rest();
+    EXPECT_THAT(everythingStored(), HasSubstr(secretOf("Bob")));
+    a->kill();
+    a = open();
+    const std::size_t steps = history(*b).size();
+    EXPECT_TRUE(forget(*b, who));
+    rest();
+    expectNoTraceOf("Bob");
+    EXPECT_LT(history(*a).size(), steps) << "no step says that somebody left";
+    EXPECT_EQ(forget(*b, who).refusal, (Refusal{notFound}));
+  }
+}
+
+TEST_F(ForgetStoryTest, AFriendWithTheSameLineStays) {
+  world.addressBook().add({.guid = "guid-Dan", .first = "Dan", .emails = {{"home", "bob@example.org"}}});
+  rest();
+  apply(*a, {AddFriend{.contactGUID = "guid-Dan"}});
+  apply(*a, carrying(bob, "Bob"));
+  apply(*a, {SetReplyAs{idOf(*a, "Dan"), "kept"}});
+  rest();
+  ASSERT_TRUE(b->process().run([&] { return b->list().forget(idOf(*b, "Bob")); }));
+  rest();
+  EXPECT_TRUE(find(*a, "Dan"));
+  EXPECT_FALSE(find(*a, "Bob"));
+  EXPECT_THAT(everythingStored(), Not(HasSubstr(secretOf("Bob"))));
+  EXPECT_THAT(everythingStored(), Not(HasSubstr(guidOf("Bob"))));
+  EXPECT_EQ(history(*a).size(), 3U) << "Dan's two, and the removal";
+  // By the line both go.
+  EXPECT_TRUE(forget(*a, "bob@example.org"));
+  rest();
+  EXPECT_FALSE(find(*b, "Dan"));
+  EXPECT_THAT(everythingStored(), Not(HasSubstr("bob@example.org")));
+}
+
+TEST_F(ForgetStoryTest, WhoIsLinkedWithAnotherContactSinceIsForgottenUnderBoth) {
+  apply(*a, carrying(bob, "Bob"));
+  rest();
+  world.addressBook().remove("guid-Bob");
+  world.addressBook().add({.guid = "guid-New", .first = "Bob", .emails = {{"home", "bob@example.org"}}});
+  rest();
+  const auto linked = a->snapshot().friendWith(bob);
+  ASSERT_EQ(linked->contactGUID, "guid-New");
+  apply(*a, {SetReplyAs{bob, "new"}});
+  rest();
+  EXPECT_TRUE(forget(*b, "guid-New"));
+  rest();
+  expectNoTraceOf("Bob");
+  EXPECT_THAT(everythingStored(), Not(HasSubstr("guid-New")));
+}
+
+TEST_F(ForgetStoryTest, AProcessThatDiesFirstHasForgottenNothing) {
+  apply(*a, carrying(bob, "Bob"));
+  rest();
+  const std::string before = everythingStored();
+  world.preferences().failWrites();
+  std::vector<std::optional<Refusal>> told;
+  forget(*a, "guid-Bob", [&](const auto& refusal) { told.push_back(refusal); });
+  a->kill();
+  world.preferences().failWrites(0);
+  rest();
+  EXPECT_THAT(told, ElementsAre(Refusal{abandoned}));
+  EXPECT_EQ(everythingStored(), before);
+  EXPECT_EQ(find(*b, "Bob")->replyAs, secretOf("Bob"));
+}
+
+// Another process tells of him in the moment in which he is forgotten.
+TEST_F(ForgetStoryTest, WhatAnotherProcessToldOfHimMeanwhileGoesToo) {
+  struct Case {
+    std::string what;
+    std::function<Edits()> edits;  ///< of the other process
+  };
+  const std::vector<Case> cases = {
+      {"changed", [&] { return carrying(idOf(*b, "Bob"), "Bob"); }},
+      {"moved",
+       [&] {
+         return Edits{MoveFriend{idOf(*b, "Bob"), {0, 0}}};
+       }},
+      {"removed",
+       [&] {
+         return Edits{SetMetadata{idOf(*b, "Bob"), "key", secretOf("Bob")}, RemoveFriend{idOf(*b, "Bob")}};
+       }},
+      {"removed with others", [&] { return Edits{RemovePage{b->snapshot().page(0).id}}; }},
+  };
+  for (const Case& each : cases) {
+    for (const bool isFirst : {true, false}) {
+      SCOPED_TRACE(each.what + (isFirst ? ", first" : ", second"));
+      for (const char* name : {"Ann", "Bob", "Cy"})
+        if (!find(*a, name)) apply(*a, {AddFriend{.contactGUID = guidOf(name)}});
+      apply(*a, carrying(idOf(*a, "Bob"), "Bob"));
+      rest();
+      const auto other = [&] { EXPECT_TRUE(apply(*b, each.edits())); };
+      if (isFirst) other();
+      if (isFirst) advance(0.001);
+      EXPECT_TRUE(forget(*a, "guid-Bob"));
+      if (!isFirst) other();
+      rest();
+      expectNoTraceOf("Bob");
+      EXPECT_FALSE(find(*a, "Bob"));
+      EXPECT_FALSE(find(*b, "Bob"));
+    }
+  }
+}
+
+TEST_F(ForgetStoryTest, AClearedHistoryIsEmptyInAllProcesses) {
+  apply(*a, carrying(bob, "Bob"));
+  rest();
+  std::vector<std::optional<Refusal>> told;
+  EXPECT_TRUE(
+      b->process().run([&] { return b->list().clearHistory([&](const auto& each) { told.push_back(each); }); }));
+  rest();
+  EXPECT_THAT(told, ElementsAre(std::nullopt));
+  EXPECT_THAT(history(*a), IsEmpty());
+  EXPECT_FALSE(a->process().run([&] { return a->list().undo(); }).step);
+  EXPECT_EQ(find(*a, "Bob")->replyAs, secretOf("Bob"));
+  auto c = open();
+  EXPECT_THAT(history(*c), IsEmpty());
+}
+
+/// Two processes do steps at random, and somebody is forgotten.
+class ForgettingWorld : public ForgetTest {
+ public:
+  explicit ForgettingWorld(std::uint64_t seed) : _random(seed) {
+    scheduler = std::make_shared<SimulatedScheduler>(seed);
+    setGroups(4, 2 + below(2));
+    for (int number = 0; number < 7; ++number) _names.push_back("P" + std::string(1, static_cast<char>('a' + number)));
+    contacts(_names);
+    for (int count = 0; count < 2; ++count) _processes.push_back(open());
+  }
+
+  void run() {
+    for (std::size_t round = 1 + below(3); round > 0 && !HasFailure(); --round) {
+      for (std::size_t steps = 5 + below(20); steps > 0; --steps) {
+        step(some(_processes));
+        if (below(3) == 0) rest();
+      }
+      if (below(5) == 0) killOne();
+      rest();
+      // What others do beside it brings nobody into the list.
+      const std::size_t own = below(2);
+      for (std::size_t steps = below(3); steps > 0; --steps) change(*_processes[1 - own]);
+      for (std::size_t steps = below(2); steps > 0; --steps) step(_processes[own]);
+      const std::string name = some(_names);
+      const ForgetAnswer answer = forget(*_processes[own], below(2) == 0 ? guidOf(name) : mailOf(name));
+      rest();
+      expectNoTraceOf(name);
+      for (const auto& process : _processes) {
+        EXPECT_FALSE(find(*process, name));
+        EXPECT_EQ(process->process().manager().invariantViolation(), std::nullopt);
+      }
+      if (answer) ++_forgotten;
+    }
+  }
+  std::size_t forgotten() const { return _forgotten; }
+
+ private:
+  std::size_t below(std::size_t count) { return std::uniform_int_distribution<std::size_t>(0, count - 1)(_random); }
+  template <class Type>
+  Type& some(std::vector<Type>& all) {
+    return all[below(all.size())];
+  }
+
+  void killOne() {
+    auto& process = some(_processes);
+    process->kill();
+    process = open();
+  }
+
+  void step(std::unique_ptr<ListProcess>& process) {
+    if (below(5) == 0)
+      return process->process().run([&] { below(2) == 0 ? process->list().undo() : process->list().redo(); }), void();
+    if (const std::string name = some(_names); !find(*process, name)) {
+      apply(*process, {AddFriend{.contactGUID = guidOf(name)}});
+    } else {
+      change(*process);
+    }
+  }
+
+  void change(ListProcess& process) {
+    const Snapshot list = process.snapshot();
+    Edits edits;
+    for (std::size_t count = 1 + below(3); count > 0; --count) addEdits(process, list, edits);
+    apply(process, edits);
+  }
+
+  void addEdits(ListProcess& process, const Snapshot& list, Edits& edits) {
+    const std::string name = some(_names);
+    const auto person = find(process, name);
+    const std::size_t page = below(list.pageCount());
+    if (!person) return;
+    const Edits own = carrying(person->id, name);
+    switch (below(5)) {
+      case 0:
+        return edits.emplace_back(RemoveFriend{person->id}), void();
+      case 1:
+        return edits.emplace_back(MoveFriend{person->id, {page, below(2)}}), void();
+      case 2:
+        return edits.emplace_back(below(3) == 0 ? Edit(RemovePage{list.page(page).id})
+                                                : Edit(MovePage{list.page(page).id, 0})),
+               void();
+      default:
+        edits.insert(edits.end(), own.begin(), own.end());
+    }
+  }
+
+  std::mt19937_64 _random;
+  std::vector<std::string> _names;
+  std::vector<std::unique_ptr<ListProcess>> _processes;
+  std::size_t _forgotten = 0;
+};
+
+class ForgetSeedsTest : public SeededTest {};
+
+TEST_P(ForgetSeedsTest, AfterItNoValueOfTheStoreTellsOfHim) {
+  std::size_t forgotten = 0;
+  forEachSeed(seedCount(400, 60), [&](std::uint64_t seed) {
+    ForgettingWorld world(seed);
+    world.run();
+    forgotten += world.forgotten();
+  });
+  EXPECT_GT(forgotten, 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Parts, ForgetSeedsTest, ::testing::Range(std::uint64_t{0}, SeededTest::PartCount));
+
+}  // namespace
+}  // namespace pellor

@@ -1,0 +1,265 @@
+// Somebody who was removed and comes back gets back what he had.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "pellor/list/internal/ListClock.h"
+#include "tests/list/ListProcess.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using Edits = std::vector<Edit>;
+
+constexpr double Day = 86400;
+const std::string RemovedKey = "PLFriendListRemoved";
+
+class RemovedFriendsTest : public ManagerTest {
+ protected:
+  RemovedFriendsTest() {
+    setGroups(4, 3);
+    contacts({"Ann", "Bob", "Cy"});
+    store("Ann#,Bob#,Cy#|-,-,-");
+    a = open();
+    b = open();
+    carry("Bob", "voice");
+  }
+
+  std::unique_ptr<ListProcess> open() {
+    auto process = std::make_unique<ListProcess>(launch());
+    process->process().process().local<ListClock>().now = [this] { return now; };
+    rest();
+    return process;
+  }
+  static std::shared_ptr<const Friend> find(ListProcess& process, const std::string& name) {
+    const Snapshot list = process.snapshot();
+    for (std::size_t page = 0; page < list.pageCount(); ++page)
+      for (const auto& person : list.page(page).friends)
+        if (person && person->contactGUID == guidOf(name)) return person;
+    return nullptr;
+  }
+  static FriendId idOf(ListProcess& process, const std::string& name) { return find(process, name)->id; }
+  /// Gives a friend something of all kinds.
+  void carry(const std::string& name, const std::string& replyAs) {
+    const FriendId id = idOf(*a, name);
+    ASSERT_TRUE(a->apply([&](const Snapshot&) {
+      return Edits{SetReplyAs{id, replyAs}, ChooseNumber{id, mailOf(name)}, SetMetadata{id, "seen", 1}};
+    }));
+    rest();
+  }
+  static StepAnswer remove(ListProcess& process, const std::string& name) {
+    const FriendId id = idOf(process, name);
+    return process.apply([&](const Snapshot&) { return Edits{RemoveFriend{id}}; });
+  }
+  static Edits adding(const std::string& name) { return Edits{AddFriend{.contactGUID = guidOf(name)}}; }
+  /// Whether who is added gets something back, as the plan said too.
+  static bool isRestored(ListProcess& process, const std::string& name) {
+    const StepAnswer planned = process.process().run([&] { return process.list().plan(adding(name)); });
+    const StepAnswer answer = process.apply([&](const Snapshot&) { return adding(name); });
+    EXPECT_TRUE(answer && planned);
+    EXPECT_EQ(planned.results, answer.results);
+    return answer.results.at(0).restored;
+  }
+  static void expectHasAll(ListProcess& process, const std::string& name) {
+    const auto person = find(process, name);
+    ASSERT_TRUE(person);
+    EXPECT_EQ(person->replyAs, "voice");
+    EXPECT_EQ(person->chosenNumber, mailOf(name));
+    EXPECT_EQ(person->metadata, (Dictionary{{"seen", 1}}));
+  }
+  /// Who is in the stored memory, in its order.
+  std::vector<std::string> remembered() {
+    const auto value = storedValue(RemovedKey);
+    std::vector<std::string> ids;
+    if (!value) return ids;
+    for (const Value& each : value->longArray() ? value->longArray()->elements() : *value->array())
+      ids.push_back(*each.dictionary()->at("id").string());
+    return ids;
+  }
+
+  double now = 1e9;
+  std::unique_ptr<ListProcess> a, b;
+};
+
+TEST_F(RemovedFriendsTest, WhoIsAddedAgainInAnotherProcessGetsBackWhatHeHad) {
+  world.preferences().clearRecords();
+  remove(*a, "Bob");
+  remove(*a, "Cy");
+  rest();
+  EXPECT_THAT(remembered(), ElementsAre("guid-Bob")) << "Cy had nothing of his own";
+  for (const auto& write : world.preferences().writes())
+    EXPECT_THAT(write.keys, testing::Contains(std::string(PLFriendListKey))) << "in the write of the step";
+  a->kill();
+  now += 29 * Day;
+  EXPECT_FALSE(isRestored(*b, "Cy"));
+  EXPECT_TRUE(isRestored(*b, "Bob"));
+  expectHasAll(*b, "Bob");
+  rest();
+  EXPECT_THAT(remembered(), IsEmpty());
+  auto c = open();
+  expectHasAll(*c, "Bob");
+  // What was chosen, and taken from the card since, does not come back.
+  remove(*b, "Bob");
+  rest();
+  world.addressBook().remove("guid-Bob");
+  world.addressBook().add({.guid = "guid-Bob", .first = "Bob", .emails = {{"work", "bob@work.example"}}});
+  rest();
+  EXPECT_TRUE(isRestored(*c, "Bob"));
+  EXPECT_EQ(find(*c, "Bob")->chosenNumber, std::nullopt);
+  EXPECT_EQ(find(*c, "Bob")->replyAs, "voice");
+}
+
+TEST_F(RemovedFriendsTest, WithoutAContactTheNameAndANumberTell) {
+  const auto add = [](ListProcess& process) {
+    return process.apply([](const Snapshot&) { return Edits{AddFriend{.destination = "x@example.org"}}; })
+        .results.at(0);
+  };
+  const FriendId x = add(*a).id;
+  a->apply([&](const Snapshot&) { return Edits{SetReplyAs{x, "text"}}; });
+  a->apply([&](const Snapshot&) { return Edits{RemoveFriend{x}}; });
+  rest();
+  EXPECT_THAT(remembered(), ElementsAre("x@example.org"));
+  const EditResult again = add(*b);
+  EXPECT_TRUE(again.restored);
+  EXPECT_EQ(b->snapshot().friendWith(again.id)->replyAs, "text");
+}
+
+TEST_F(RemovedFriendsTest, AWrongClockNeitherKeepsForEverNorLosesAtOnce) {
+  struct Case {
+    std::string what;
+    std::vector<double> days;         ///< when others are removed, in days after Bob was
+    std::vector<std::string> memory;  ///< after these
+    double addedAt;
+    bool isRestored;
+  };
+  const std::vector<Case> cases = {
+      {"in time", {}, {"guid-Bob"}, 29.9, true},
+      {"too late", {}, {"guid-Bob"}, 30.1, false},
+      {"goes with the next write", {31}, {"guid-Ann"}, 1, false},
+      {"the clock is set back", {}, {"guid-Bob"}, -1000, true},
+      {"set back for good, he goes after 30 days", {-1000, -969}, {"guid-Cy"}, -969, false},
+      {"far ahead for a while", {9000}, {"guid-Bob", "guid-Ann"}, 2, true},
+      {"far ahead, it was right", {9000, 9001.5}, {"guid-Ann", "guid-Cy"}, 9002, false},
+      {"far ahead, back, and far ahead again", {9000, 3}, {"guid-Bob", "guid-Ann", "guid-Cy"}, 9003, false},
+  };
+  const double begin = now;
+  for (const Case& each : cases) {
+    SCOPED_TRACE(each.what);
+    now = begin;
+    for (const char* name : {"Ann", "Bob", "Cy"}) {
+      if (!find(*a, name)) a->apply([&](const Snapshot&) { return adding(name); });
+      carry(name, "voice");
+    }
+    remove(*a, "Bob");
+    const std::vector<std::string> others = {"Ann", "Cy"};
+    for (std::size_t index = 0; index < each.days.size(); ++index) {
+      now = begin + each.days[index] * Day;
+      remove(*a, others[index]);
+    }
+    rest();
+    EXPECT_EQ(remembered(), each.memory);
+    now = begin + each.addedAt * Day;
+    EXPECT_EQ(isRestored(*b, "Bob"), each.isRestored);
+    rest();
+  }
+}
+
+TEST_F(RemovedFriendsTest, TakingARemovalBackTakesHimOutAndDoingItAgainPutsHimBack) {
+  remove(*a, "Bob");
+  rest();
+  const auto undo = [](ListProcess& process) { return process.process().run([&] { return process.list().undo(); }); };
+  ASSERT_TRUE(undo(*b).step);
+  rest();
+  EXPECT_THAT(remembered(), IsEmpty());
+  expectHasAll(*a, "Bob");
+  ASSERT_TRUE(b->process().run([&] { return b->list().redo(); }).step);
+  rest();
+  EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
+  ASSERT_TRUE(isRestored(*a, "Bob"));
+  rest();
+  ASSERT_TRUE(undo(*b).step) << "the addition";
+  rest();
+  EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
+  // With his page.
+  ASSERT_TRUE(isRestored(*b, "Bob"));
+  b->apply([](const Snapshot& list) { return Edits{RemovePage{list.page(0).id}}; });
+  rest();
+  EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
+}
+
+TEST_F(RemovedFriendsTest, ARefusedStepLeavesTheMemoryAsItWas) {
+  const Value before = *storedValue(PLFriendListKey);
+  const auto withoutCy = [&](const Value& list) {
+    Array elements = list.longArray() ? list.longArray()->elements() : *list.array();
+    elements[2] = Dictionary();
+    world.preferences().setValue(PLFriendListKey, storedAfter(list, elements), TapnoteDomain);
+  };
+  const auto refused = [&](const std::function<Edits()>& edits) {
+    std::vector<bool> told;
+    const Edits made = edits();
+    a->apply([&](const Snapshot&) { return made; }, [&](const auto& refusal) { told.push_back(refusal.has_value()); });
+    rest();
+    EXPECT_THAT(told, ElementsAre(true));
+  };
+  withoutCy(before);
+  refused([&] { return Edits{RemoveFriend{idOf(*a, "Bob")}, SetReplyAs{idOf(*a, "Cy"), "x"}}; });
+  EXPECT_THAT(remembered(), IsEmpty());
+  expectHasAll(*b, "Bob");
+  // One who was to get it back.
+  remove(*a, "Bob");
+  rest();
+  const FriendId ann = idOf(*a, "Ann");
+  Array nobody(6, Value(Dictionary()));
+  world.preferences().setValue(PLFriendListKey, storedAfter(storedValue(PLFriendListKey), nobody), TapnoteDomain);
+  refused([&] { return Edits{AddFriend{.contactGUID = "guid-Bob"}, SetReplyAs{ann, "x"}}; });
+  EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
+  EXPECT_TRUE(isRestored(*b, "Bob"));
+}
+
+// The process that stored the removal does not know it yet when it meets what another one stored.
+TEST_F(RemovedFriendsTest, ARemovalThatIsStoredAndNotToldYetStaysTheStepThatItWas) {
+  using Untold = InMemoryPreferences::Untold;
+  world.preferences().leaveUntold(Untold::stored, 1);
+  remove(*a, "Bob");
+  advance(0.01);
+  EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
+  a->apply([&](const Snapshot&) { return Edits{SetReplyAs{idOf(*a, "Cy"), "x"}}; });
+  b->apply([&](const Snapshot&) { return Edits{SetReplyAs{idOf(*b, "Ann"), "y"}}; });
+  rest();
+  EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
+  const auto history = b->process().run([&] { return b->list().history(); });
+  const auto removal = std::ranges::find(history, StepKind::removed, &HistoryStep::kind);
+  ASSERT_NE(removal, history.end());
+  EXPECT_EQ(removal->summary.names, std::vector<std::string>{"Bob"});
+  ASSERT_TRUE(b->process().run([&] { return b->list().undo(removal->id); }));
+  expectHasAll(*b, "Bob");
+}
+
+// Both removed him; one of them dies with what it had made of it.
+TEST_F(RemovedFriendsTest, TwoProcessesRememberOneOnce) {
+  remove(*a, "Bob");
+  remove(*b, "Bob");
+  rest();
+  EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
+  world.preferences().failWrites();
+  ASSERT_TRUE(isRestored(*a, "Bob"));
+  a->kill();
+  world.preferences().failWrites(0);
+  rest();
+  EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
+  EXPECT_TRUE(isRestored(*b, "Bob"));
+  rest();
+  EXPECT_THAT(remembered(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace pellor
