@@ -18,8 +18,8 @@
 #include "bench/WorkFolder.h"
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/linux/LinuxPlatform.h"
+#include "pellor/linux/contacts/UserContacts.h"
 #include "pellor/linux/contacts/internal/ContactIndexCards.h"
-#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
 #include "pellor/linux/contacts/internal/IndexedContact.h"
 #include "pellor/linux/files/UserFolders.h"
 #include "pellor/linux/preferences/SharedPreferences.h"
@@ -118,7 +118,7 @@ class RefreshedList {
 
   std::int32_t sequenceNumber() {
     std::int32_t number = 0;
-    _platform->addressBook().performWithAddressBook([&](AddressBook& book) { number = book.sequenceNumber(); });
+    _platform->contacts().performWithAddressBook([&](AddressBook& book) { number = book.sequenceNumber(); });
     return number;
   }
 

@@ -1,15 +1,16 @@
 // backup, backup restore
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 
 #include "cli/CommandLine.h"
+#include "cli/CommandSyntax.h"
 #include "cli/Output.h"
+#include "pellor/linux/preferences/SharedPreferences.h"
 #include "pellor/linux/preferences/StoreCopies.h"
-#include "pellor/linux/preferences/internal/SQLitePreferences.h"
+#include "pellor/list/SyncedKeys.h"
 #include "pellor/platform/Platform.h"
 #include "pellor/platform/SystemNotifyBus.h"
 #include "pellor/runtime/WallClock.h"
@@ -78,13 +79,16 @@ void editInto(Session& session, const StoreCopy& copy, const StoreCopy& present)
       throw CommandError("the copy was not taken back, or not all of it: " + session.storeProblem());
     }
   }
-  platformOf(session.process()).notifyBus->post(PLFriendsChangedExternallyNotification);
+  std::set<std::string> posted;
+  for (const std::string& domain : domains) {
+    for (const std::string& name : changeNames(session.store(), domain, syncedKeys()))
+      if (posted.insert(name).second) platformOf(session.process()).notifyBus->post(name);
+  }
 }
 
 void startAnew(Session& session, const StoreCopy* copy) {
-  auto* store = dynamic_cast<SQLitePreferences*>(&session.store());
-  if (store && store->startAnew(copy)) return;
-  const bool isOfAdministrator = !store && session.store().lastError().empty();
+  if (session.store().startAnew(copy)) return;
+  const bool isOfAdministrator = !session.store().canStartAnew() && session.store().lastError().empty();
   throw CommandError("nothing was changed: " +
                      (isOfAdministrator ? "a store in PostgreSQL is emptied by its administrator (DROP SCHEMA pellor)"
                                         : session.storeProblem()));
@@ -117,19 +121,19 @@ void restoreEmpty(Session& session) {
 
 }  // namespace
 
-void addBackupCommands(CLI::App& program, Command& chosen) {
-  auto* command = program.add_subcommand("backup", "List the copies of the store");
-  command->require_subcommand(0, 1);
+void addBackupCommands(CommandSyntax program, Command& chosen) {
+  const auto command = program.command("backup", "List the copies of the store");
+  command.mayHaveCommand();
   const auto which = std::make_shared<std::string>();
   const auto empty = std::make_shared<bool>(false);
-  auto* restoring = command->add_subcommand(
+  const auto restoring = command.command(
       "restore",
       "Take a copy back; what it takes the place of becomes a copy. A store that cannot be read is put aside");
-  auto* name = restoring->add_option("WHICH", *which, "The copy's name, as pellor backup lists it");
-  auto* flag = restoring->add_flag("--empty", *empty, "Start anew, with an empty store; end other programs before");
-  name->excludes(flag);
-  command->callback([&chosen, restoring, which, empty] {
-    if (!restoring->parsed()) {
+  const auto name = restoring.option("WHICH", *which, "The copy's name, as pellor backup lists it");
+  const auto flag = restoring.flag("--empty", *empty, "Start anew, with an empty store; end other programs before");
+  name.excludes(flag);
+  command.whenGiven([&chosen, restoring, which, empty] {
+    if (!restoring.isGiven()) {
       chosen = list;
     } else if (*empty) {
       chosen = restoreEmpty;

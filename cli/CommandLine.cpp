@@ -5,6 +5,7 @@
 #include <cctype>
 #include <memory>
 
+#include "cli/CommandSyntax.h"
 #include "cli/Examples.h"
 #include "cli/Output.h"
 #include "cli/Suggestion.h"
@@ -97,20 +98,22 @@ Configuration configurationOf(const std::string& file, const Settings& settings)
 }
 
 void addCommands(CLI::App& program, CommandLine& line) {
+  const CommandSyntax commands(program);
   Command& chosen = line.command;
-  addListCommands(program, chosen, line.options);
-  addEditCommands(program, chosen);
-  addPageCommands(program, chosen);
-  addFriendCommands(program, chosen);
-  addContactCommands(program, chosen);
-  addFavoritesCommands(program, chosen);
-  addSettingsCommands(program, chosen);
-  addStatusCommand(program, chosen);
-  addWatchCommand(program, chosen);
-  addExportCommands(program, chosen);
-  addBackupCommands(program, chosen);
-  addDeviceCommands(program, line);
-  addDoctorCommand(program, line);
+  addListCommands(commands, chosen, line.options);
+  addEditCommands(commands, chosen);
+  addPageCommands(commands, chosen);
+  addHistoryCommands(commands, chosen);
+  addFriendCommands(commands, chosen);
+  addContactCommands(commands, chosen);
+  addFavoritesCommands(commands, chosen);
+  addSettingsCommands(commands, chosen);
+  addStatusCommand(commands, chosen);
+  addWatchCommand(commands, chosen);
+  addExportCommands(commands, chosen);
+  addBackupCommands(commands, chosen);
+  addDeviceCommands(commands, line);
+  addDoctorCommand(commands, line);
 }
 
 std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }

@@ -14,6 +14,8 @@ class App;
 
 namespace pellor::cli {
 
+class CommandSyntax;
+
 /// Does the work of a command. Throws CommandError when that fails.
 using Command = std::function<void(Session&)>;
 
@@ -48,19 +50,20 @@ void addHelpCommands(CLI::App& program, ParsedArguments& parsed);
 void chooseCompletion(const CLI::App& program, CommandLine& line, const std::vector<std::string>& words);
 
 // Each adds a group of commands; the one that is given on the command line becomes `chosen`.
-void addListCommands(CLI::App& program, Command& chosen, CommonOptions& options);  // list, find
-void addEditCommands(CLI::App& program, Command& chosen);                          // add, remove, move
-void addPageCommands(CLI::App& program, Command& chosen);                          // title, purge
-void addFriendCommands(CLI::App& program, Command& chosen);                        // number, reply-as, meta
-void addContactCommands(CLI::App& program, Command& chosen);                       // contacts, allow, refresh
-void addFavoritesCommands(CLI::App& program, Command& chosen);                     // favorites
-void addSettingsCommands(CLI::App& program, Command& chosen);                      // settings
-void addStatusCommand(CLI::App& program, Command& chosen);                         // status
-void addWatchCommand(CLI::App& program, Command& chosen);                          // watch
-void addExportCommands(CLI::App& program, Command& chosen);                        // export, import
-void addBackupCommands(CLI::App& program, Command& chosen);                        // backup
-void addDeviceCommands(CLI::App& program, CommandLine& line);                      // device
-void addDoctorCommand(CLI::App& program, CommandLine& line);                       // doctor
+void addListCommands(CommandSyntax program, Command& chosen, CommonOptions& options);  // list, find
+void addEditCommands(CommandSyntax program, Command& chosen);                          // add, remove, move
+void addPageCommands(CommandSyntax program, Command& chosen);                          // title, purge
+void addHistoryCommands(CommandSyntax program, Command& chosen);                       // history, undo, redo
+void addFriendCommands(CommandSyntax program, Command& chosen);                        // number, reply-as, meta
+void addContactCommands(CommandSyntax program, Command& chosen);                       // contacts, allow, refresh
+void addFavoritesCommands(CommandSyntax program, Command& chosen);                     // favorites
+void addSettingsCommands(CommandSyntax program, Command& chosen);                      // settings
+void addStatusCommand(CommandSyntax program, Command& chosen);                         // status
+void addWatchCommand(CommandSyntax program, Command& chosen);                          // watch
+void addExportCommands(CommandSyntax program, Command& chosen);                        // export, import
+void addBackupCommands(CommandSyntax program, Command& chosen);                        // backup
+void addDeviceCommands(CommandSyntax program, CommandLine& line);                      // device
+void addDoctorCommand(CommandSyntax program, CommandLine& line);                       // doctor
 
 /// Chooses the command that is taken when none is given: list.
 void chooseList(Command& chosen, CommonOptions& options);

@@ -1,6 +1,5 @@
 // contacts, allow, refresh
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <map>
 #include <memory>
@@ -9,16 +8,15 @@
 #include <string>
 #include <vector>
 
-#include "cli/ChangeReport.h"
 #include "cli/CommandLine.h"
+#include "cli/CommandSyntax.h"
 #include "cli/ContactImport.h"
 #include "cli/ContactSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
+#include "cli/RefreshReport.h"
 #include "cli/Suggestion.h"
-#include "pellor/friends/PLChangeLog.h"
-#include "pellor/friends/PLUtility.h"
-#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
+#include "pellor/linux/contacts/UserContacts.h"
 #include "pellor/linux/text/IcuText.h"
 #include "pellor/platform/Platform.h"
 
@@ -102,7 +100,7 @@ std::string contactsText(Session& session, const std::vector<ListEntry>& contact
   const ContactLayout layout = layoutFor(contacts, terminalWidth());
   std::string text;
   for (const ListEntry& listed : contacts) text += lineText(listed, layout);
-  const std::size_t unusable = session.platform().addressBook().unusableCards();
+  const std::size_t unusable = session.platform().contacts().unusableCards();
   if (contacts.empty() && isAll && unusable == 0 && session.platform().contactsFolder())
     text = "there are no contacts: \"pellor contacts import FILE\" takes those that a phone or a web page exports\n";
   return text + unusableText(unusable);
@@ -115,7 +113,7 @@ Json contactsJson(Session& session, const std::vector<ListEntry>& contacts, bool
   return withPhotos(session,
                     {{"folder", folder ? Json(folder->string()) : Json(nullptr)},
                      {"contacts", list},
-                     {"unusableCards", session.platform().addressBook().unusableCards()}},
+                     {"unusableCards", session.platform().contacts().unusableCards()}},
                     hasPhotos);
 }
 
@@ -130,10 +128,11 @@ void contacts(Session& session, const std::optional<std::string>& pattern, bool 
   }
 }
 
-bool isAllowed(Session& session, const ContactEntry& contact) {
-  PersonValueCache counts;
-  return session.manager().shouldAllowAddingContactWithContactStorePersonValueCache(
-      {contact.guid}, *platformOf(session.process()).contacts, counts);
+// A list that is full is no reason: it may have room tomorrow.
+bool isReachable(Session& session, const ContactEntry& contact) {
+  const std::vector<Edit> addition = {AddFriend{.contactGUID = contact.guid}};
+  const auto refusal = session.list().plan(addition).refusal;
+  return !refusal || refusal->reason == RefusalReason::noRoom;
 }
 
 void answerRefusal(Session& session, const ContactEntry& contact, const char* reason, bool isFriend) {
@@ -154,7 +153,7 @@ void allow(Session& session, const std::string& who) {
     answerRefusal(session, *contact, "isFriend", true);
     throw CommandError(nameOf(*contact) + " is a friend already (" + textOf(known->place) + ")");
   }
-  if (!isAllowed(session, *contact)) {
+  if (!isReachable(session, *contact)) {
     answerRefusal(session, *contact, "noDestination", false);
     throw CommandError(nameOf(*contact) + " has neither a number nor an address");
   }
@@ -162,28 +161,6 @@ void allow(Session& session, const std::string& who) {
                  [&] {
                    return Json{{"allowed", true}, {"reason", nullptr}, {"contact", jsonOf(*contact, false)}};
                  });
-}
-
-// The first log of a list that was just loaded has every friend as added.
-void takeChanges(const PLChangeLog& log, ChangeReport& report, bool isFirst, std::vector<Change>& changes) {
-  for (Change& change : report.changesOf(log)) {
-    if (!isFirst || change.kind != "added") changes.push_back(std::move(change));
-  }
-}
-
-std::vector<Change> refreshedFriends(Session& session) {
-  std::vector<PLChangeLog> logs;
-  const auto observation = session.process().notificationCenter().addObserver(
-      std::string(PLFriendsManagerChangedNotification), [&](const Notification& notification) {
-        if (const auto* log = notification.userInfoAs<PLChangeLog>()) logs.push_back(*log);
-      });
-  PLFriendsManager& manager = session.manager();
-  ChangeReport report(manager);
-  manager.refreshAgainstAddressBook();
-  session.commit();
-  std::vector<Change> changes;
-  for (std::size_t index = 0; index < logs.size(); ++index) takeChanges(logs[index], report, index == 0, changes);
-  return changes;
 }
 
 std::string refreshText(const std::vector<Change>& changes) {
@@ -205,7 +182,7 @@ Json refreshJson(const std::vector<Change>& changes, const std::optional<Contact
 // What was known of a source that gives no cards at present is no news of the contacts.
 void requireContactsAtHand(Session& session) {
   session.requireContacts();
-  if (const auto error = session.platform().addressBook().sourceError())
+  if (const auto error = session.platform().contacts().sourceError())
     throw CommandError("nothing was refreshed: " + printable(*error));
 }
 
@@ -217,7 +194,7 @@ std::string heldBackText(const ContactsFall& fall) {
 void refresh(Session& session, bool accepts) {
   requireContactsAtHand(session);
   session.requireWritableStore();
-  IndexedAddressBook& addressBook = session.platform().addressBook();
+  UserContacts& addressBook = session.platform().contacts();
   if (accepts) addressBook.acceptContacts();
   const std::vector<Change> changes = refreshedFriends(session);
   requireContactsAtHand(session);  // the refresh may have met the first failure
@@ -228,31 +205,31 @@ void refresh(Session& session, bool accepts) {
 
 }  // namespace
 
-void addContactCommands(CLI::App& program, Command& chosen) {
-  auto* list = program.add_subcommand("contacts", "List the contacts with their GUIDs; friends are marked with *");
+void addContactCommands(CommandSyntax program, Command& chosen) {
+  const auto list = program.command("contacts", "List the contacts with their GUIDs; friends are marked with *");
   const auto pattern = std::make_shared<std::optional<std::string>>();
-  list->add_option("PATTERN", *pattern,
-                   "Beginnings of words, or a part of a name, number, address or GUID; the best fit comes first");
+  list.option("PATTERN", *pattern,
+              "Beginnings of words, or a part of a name, number, address or GUID; the best fit comes first");
   const auto hasPhotos = std::make_shared<bool>(false);
-  list->add_flag("--photos", *hasPhotos, PhotosMeaning);
-  list->require_subcommand(0, 1);
-  addContactImport(*list, chosen);
+  list.flag("--photos", *hasPhotos, PhotosMeaning);
+  list.mayHaveCommand();
+  addContactImport(list, chosen);
   // Runs after the callback of the command below it.
-  list->callback([&chosen, pattern, hasPhotos] {
+  list.whenGiven([&chosen, pattern, hasPhotos] {
     if (chosen && *pattern) throw UsageError("contacts import has no use for " + inQuotes(**pattern));
     if (chosen) return;
     chosen = [pattern, hasPhotos](Session& session) { contacts(session, *pattern, *hasPhotos); };
   });
 
-  auto* check = program.add_subcommand("allow", "Tell whether a contact may be added, and why not");
+  const auto check = program.command("allow", "Tell whether a contact may be added, and why not");
   const auto who = std::make_shared<std::string>();
-  check->add_option("WHO", *who, "The contact")->required();
-  check->callback([&chosen, who] { chosen = [who](Session& session) { allow(session, *who); }; });
+  check.option("WHO", *who, "The contact").required();
+  check.whenGiven([&chosen, who] { chosen = [who](Session& session) { allow(session, *who); }; });
 
-  auto* follow = program.add_subcommand("refresh", "Bring the friends in step with the contacts and show what changed");
+  const auto follow = program.command("refresh", "Bring the friends in step with the contacts and show what changed");
   const auto accepts = std::make_shared<bool>(false);
-  follow->add_flag("--accept", *accepts, "Also when most of the contacts are gone: they are to stay so");
-  follow->callback([&chosen, accepts] { chosen = [accepts](Session& session) { refresh(session, *accepts); }; });
+  follow.flag("--accept", *accepts, "Also when most of the contacts are gone: they are to stay so");
+  follow.whenGiven([&chosen, accepts] { chosen = [accepts](Session& session) { refresh(session, *accepts); }; });
 }
 
 }  // namespace pellor::cli

@@ -1,6 +1,5 @@
 #include "cli/ContactImport.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
 #include <memory>
@@ -10,8 +9,8 @@
 
 #include "cli/Output.h"
 #include "cli/StandardInput.h"
-#include "pellor/linux/contacts/internal/ContactFolder.h"
-#include "pellor/linux/contacts/internal/ContactImport.h"
+#include "pellor/linux/contacts/CardSource.h"
+#include "pellor/linux/contacts/ContactImport.h"
 
 namespace pellor::cli {
 namespace {
@@ -129,16 +128,16 @@ void importContacts(Session& session, const Request& request) {
 
 }  // namespace
 
-void addContactImport(CLI::App& contacts, Command& chosen) {
-  auto* command = contacts.add_subcommand(
+void addContactImport(CommandSyntax contacts, Command& chosen) {
+  const auto command = contacts.command(
       "import",
       "Copy contacts of vCard files, or of tables with comma-separated values, into the contacts folder; "
       "nobody is doubled");
   const auto request = std::make_shared<Request>();
-  command->add_option("FILE", request->files, "Files; - for standard input")->required()->expected(1, -1);
-  command->add_flag("--replace", request->replacesKnown,
-                    "A contact that is there with other content gets that of the card with its UID");
-  command->callback(
+  command.option("FILE", request->files, "Files; - for standard input").required().atLeast(1);
+  command.flag("--replace", request->replacesKnown,
+               "A contact that is there with other content gets that of the card with its UID");
+  command.whenGiven(
       [&chosen, request] { chosen = [request](Session& session) { importContacts(session, *request); }; });
 }
 

@@ -2,10 +2,11 @@
 #pragma once
 
 #include "cli/CommandLine.h"
+#include "cli/CommandSyntax.h"
 
 namespace pellor::cli {
 
 /// Adds the command below `contacts`; given on the command line, it becomes `chosen`.
-void addContactImport(CLI::App& contacts, Command& chosen);
+void addContactImport(CommandSyntax contacts, Command& chosen);
 
 }  // namespace pellor::cli

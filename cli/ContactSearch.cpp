@@ -14,7 +14,7 @@
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
 #include "cli/Suggestion.h"
-#include "pellor/linux/contacts/internal/NameSearchKey.h"
+#include "pellor/linux/contacts/NameSearchKey.h"
 #include "pellor/platform/WalkingContactSearch.h"
 
 namespace pellor::cli {
@@ -131,17 +131,6 @@ std::vector<ContactEntry> contactsWithDestination(Session& session, const std::s
     if (people) found = entriesOf(persons(*people));
   });
   return found;
-}
-
-bool isReachable(Session& session, const ContactEntry& contact) {
-  bool isReachable = false;
-  session.withAddressBook([&](AddressBook& addressBook) {
-    const RecordRef record = addressBook.copyPersonMatchingGUID(contact.guid);
-    if (!record) return;
-    const auto values = PLPerson::allValuesForPerson(record);
-    isReachable = values && !values->empty();
-  });
-  return isReachable;
 }
 
 ContactFinder::ContactFinder(Session& session) : _session(session), _search(searchOf(session)) {}

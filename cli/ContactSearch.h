@@ -32,9 +32,6 @@ std::vector<ContactEntry> contactsMatching(Session& session, const std::optional
 /// The persons that have the number or address, one record each.
 std::vector<ContactEntry> contactsWithDestination(Session& session, const std::string& destination);
 
-/// Whether the person can be reached by any number or address, linked records included.
-bool isReachable(Session& session, const ContactEntry& contact);
-
 /// Finds contacts.
 class ContactFinder {
  public:

@@ -8,11 +8,11 @@
 #include "cli/Interruption.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
-#include "cli/SyncedMerge.h"
 #include "pellor/linux/mosquitto/DevicePairing.h"
 #include "pellor/linux/mosquitto/DeviceReceiver.h"
 #include "pellor/linux/mosquitto/PairedDevice.h"
 #include "pellor/list/SyncedKeys.h"
+#include "pellor/list/SyncedMerge.h"
 #include "pellor/platform/Platform.h"
 #include "pellor/runtime/BundleIdentifier.h"
 #include "pellor/runtime/Timer.h"
@@ -203,7 +203,13 @@ DeviceReceiverOptions receiverOptions(Session& session, const DeviceServeArgumen
                                                              const std::set<std::string>& keys) {
     return changeNames(*preferences, domain, keys);
   };
-  options.merge = syncedMerge(session.process(), platform.preferences);
+  options.merge = [&process = session.process(), preferences = platform.preferences](
+                      const std::string& domain, const Dictionary& base, const Dictionary& theirs,
+                      const Dictionary& ours) {
+    const Process::Scope scope(process);
+    SyncedValues merged = mergeSynced(*preferences, domain, base, theirs, ours);
+    return MergedValues{std::move(merged.values), merged.leftOut};
+  };
   options.sync = platform.preferencesSync;
   options.acceptsSmaller = arguments.acceptsSmaller;
   return options;

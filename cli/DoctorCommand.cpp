@@ -1,12 +1,12 @@
 // doctor
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "cli/CommandLine.h"
+#include "cli/CommandSyntax.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
 #include "cli/Services.h"
@@ -113,11 +113,11 @@ void listKeys(Session& session) {
 
 }  // namespace
 
-void addDoctorCommand(CLI::App& program, CommandLine& line) {
-  auto* command = program.add_subcommand("doctor", "Tell which parts are chosen, how they are, and what to do");
+void addDoctorCommand(CommandSyntax program, CommandLine& line) {
+  const auto command = program.command("doctor", "Tell which parts are chosen, how they are, and what to do");
   const auto keys = std::make_shared<bool>(false);
-  command->add_flag("--keys", *keys, "List the keys of the configuration with their values");
-  command->callback([&line, keys] {
+  command.flag("--keys", *keys, "List the keys of the configuration with their values");
+  command.whenGiven([&line, keys] {
     line.command = *keys ? listKeys : doctor;
     line.services = Services::ifThere;
     line.opensStore = false;

@@ -1,7 +1,5 @@
 // add, remove, move
 
-#include <CLI/CLI.hpp>
-#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -10,33 +8,40 @@
 #include <vector>
 
 #include "cli/CommandLine.h"
+#include "cli/CommandSyntax.h"
 #include "cli/ContactSearch.h"
 #include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
 #include "cli/StandardInput.h"
+#include "cli/Steps.h"
+#include "pellor/list/Destination.h"
 
 namespace pellor::cli {
 namespace {
-
-using Persons = std::vector<std::shared_ptr<PLPerson>>;
 
 CommandError isFriendAlready(const FriendAt& known) {
   return CommandError(nameOf(*known.person) + " is a friend already (" + textOf(known.place) + ")");
 }
 
-/// Makes persons of the texts by which the user names them.
-class PersonMaker {
- public:
-  explicit PersonMaker(Session& session) : _session(session), _contacts(session), _friends(session) {}
+/// Somebody who is to be added.
+struct Newcomer {
+  AddFriend edit;
+  std::string name;
+};
 
-  std::shared_ptr<PLPerson> make(const std::string& who) {
+/// Finds out whom the user wants to add.
+class NewcomerFinder {
+ public:
+  explicit NewcomerFinder(Session& session) : _session(session), _contacts(session), _friends(session) {}
+
+  Newcomer named(const std::string& who) {
     const bool isDestination = isPlainDestination(who) && !_contacts.isGuid(who);
     // Another contact may have it too, which has to be named to be added.
     if (isDestination) requireNobodys(who);
-    if (const auto contact = _contacts.namedToAdd(who)) return personOf(*contact);
-    if (isDestination) return personWith(who);
+    if (const auto contact = _contacts.namedToAdd(who)) return ofContact(*contact);
+    if (isDestination) return ofDestination(who);
     _session.requireContacts();
     throw CommandError(nobodyCalled(_contacts, who));
   }
@@ -47,58 +52,26 @@ class PersonMaker {
     if (!known.empty()) throw isFriendAlready(known.front());
   }
 
-  std::shared_ptr<PLPerson> personWith(const std::string& destination) {
-    if (!_typed.insert(destinationKey(destination).value_or(destination)).second)
+  Newcomer ofDestination(const std::string& destination) {
+    if (!_destinations.insert(destinationKey(destination).value_or(destination)).second)
       throw UsageError(inQuotes(destination) + " is named twice");
-    return _session.manager().personWithDestinations({destination});
+    return {{.destination = destination}, shownDestination(canonicalDestination(destination).value_or(destination))};
   }
 
-  std::shared_ptr<PLPerson> personOf(const ContactEntry& contact) {
+  Newcomer ofContact(const ContactEntry& contact) {
     if (const auto known = friendThatIs(_friends, contact)) throw isFriendAlready(*known);
-    if (!isReachable(_session, contact)) throw CommandError(nameOf(contact) + " has neither a number nor an address");
-    return _session.manager().personWithABRecordGUID(contact.guid);
+    for (const std::string& guid : *contact.personGuids) {
+      if (!_guids.insert(guid).second) throw UsageError(nameOf(contact) + " is named twice");
+    }
+    return {{.contactGUID = contact.guid}, nameOf(contact)};
   }
 
   Session& _session;
   ContactFinder _contacts;
   FriendFinder _friends;
-  std::unordered_set<std::string> _typed;  // destinations of nobody's, in the form in which spellings are equal
+  std::unordered_set<std::string> _destinations;  // of nobody's, in the form in which spellings are equal
+  std::unordered_set<std::string> _guids;         // of all records of those who were named
 };
-
-Persons personsToAdd(Session& session, const std::vector<std::string>& who) {
-  PersonMaker maker(session);
-  Persons persons;
-  std::unordered_set<std::shared_ptr<PLPerson>> known;
-  for (const std::string& name : who) {
-    auto person = maker.make(name);
-    if (!known.insert(person).second) throw UsageError(nameOf(*person) + " is named twice");
-    persons.push_back(std::move(person));
-  }
-  return persons;
-}
-
-// Pages that would still be made are counted only where empty pages are made by themselves.
-std::uint64_t freeSlots(Session& session) {
-  const PLFriendsManager& manager = session.manager();
-  std::uint64_t count = 0;
-  for (const auto& page : manager.friendGroups()) count += page->groupSize() - page->count();
-  const auto makesPages = session.store().booleanValue(PLEmptyTrailingGroupEnabledKey, manager.domain());
-  const std::uint64_t pages = manager.friendGroups().size();
-  if (!makesPages.value().value_or(true) || pages >= manager.maxGroupCount()) return count;
-  // Enough for any number of arguments, whatever the limit is.
-  return count + std::min<std::uint64_t>(manager.maxGroupCount() - pages, 1U << 20) * manager.groupSize();
-}
-
-void requireRoom(Session& session, std::size_t wanted) {
-  if (freeSlots(session) < wanted) throw CommandError("there is no room: every slot of every page is taken");
-}
-
-std::vector<FriendAt> placesOf(const PLFriendsManager& manager, const Persons& persons) {
-  const std::unordered_set<std::shared_ptr<PLPerson>> wanted(persons.begin(), persons.end());
-  std::vector<FriendAt> found = allFriends(manager);
-  std::erase_if(found, [&](const FriendAt& candidate) { return !wanted.contains(candidate.person); });
-  return found;
-}
 
 std::string eachText(const std::vector<FriendAt>& friends, const std::string& what) {
   std::string text;
@@ -130,8 +103,7 @@ std::vector<SharedDestination> sharedWithOthers(Session& session, const std::vec
   std::vector<SharedDestination> shared;
   std::unordered_set<std::string> seen;
   for (const FriendAt& each : added) {
-    const auto values = each.person->allValues();
-    for (const std::string& destination : values ? *values : DestinationSet()) {
+    for (const std::string& destination : each.person->destinations) {
       if (!seen.insert(destinationKey(destination).value_or(destination)).second) continue;
       auto friends = finder.withDestination(destination);
       if (friends.size() > 1) shared.push_back({destination, std::move(friends)});
@@ -145,14 +117,14 @@ std::string textOf(const SharedDestination& shared) {
   for (std::size_t index = 0; index < shared.friends.size(); ++index) {
     const bool isLast = index + 1 == shared.friends.size();
     if (index > 0) text += isLast ? " and " : ", ";
-    text += nameOf(*shared.friends[index].person) + " (" + textOf(shared.friends[index].place) + ")";
+    text += nameOf(*shared.friends[index].person) + " (" + cli::textOf(shared.friends[index].place) + ")";
   }
   return text + " share " + shownDestination(shared.destination) + "\n";
 }
 
 Json jsonOf(const SharedDestination& shared) {
   Json friends = Json::array();
-  for (const FriendAt& each : shared.friends) friends.push_back(jsonOf(each));
+  for (const FriendAt& each : shared.friends) friends.push_back(cli::jsonOf(each));
   return {{"destination", shared.destination}, {"friends", std::move(friends)}};
 }
 
@@ -172,127 +144,112 @@ void answerAdded(Session& session, const std::vector<FriendAt>& added) {
   session.answer(text, json);
 }
 
-CommandError hasNoRoom(const PLPerson& person) { return CommandError("there is no room for " + nameOf(person)); }
-
-// All or none: the others have to leave again.
-void withdraw(Session& session, const Persons& persons) {
-  for (const FriendAt& each : placesOf(session.manager(), persons)) {
-    each.page->removeFriendAtPosition(each.page->positionOfFriend(each.person));
+// Whom another program added may have another id by now.
+std::vector<FriendAt> inTheWay(Session& session, const Newcomer& newcomer, const Refusal& refusal) {
+  if (refusal.inTheWay) {
+    auto known = placesOf(session.list().snapshot(), {*refusal.inTheWay});
+    if (!known.empty()) return known;
   }
-  session.commit();
+  FriendFinder finder(session);
+  const std::string& guid = newcomer.edit.contactGUID;
+  return guid.empty() ? finder.withDestination(newcomer.edit.destination) : finder.withGuid(guid);
 }
 
-// Other programs may have taken the room before the friends were stored. A friend that is missing while there is room
-// was stored, and then removed by another program.
-void requireAdded(Session& session, const Persons& persons) {
-  const PLFriendsManager& manager = session.manager();
-  const auto left = std::ranges::find_if_not(persons, [&](const auto& each) { return manager.isPersonFriend(each); });
-  if (left == persons.end() || freeSlots(session) > 0) return;
-  withdraw(session, persons);
-  throw hasNoRoom(**left);
+std::string additionRefusal(Session& session, const Newcomer& newcomer, const Refusal& refusal, RefusedAt at) {
+  if (refusal.reason == RefusalReason::noRoom) {
+    return at == RefusedAt::call ? "there is no room: every slot of every page is taken"
+                                 : "there is no room for " + newcomer.name;
+  }
+  if (refusal.reason == RefusalReason::noDestination) return newcomer.name + " has neither a number nor an address";
+  if (refusal.reason != RefusalReason::isFriend) return refusalText(refusal, newcomer.name);
+  const auto known = inTheWay(session, newcomer, refusal);
+  return known.empty() ? newcomer.name + " is a friend already" : isFriendAlready(known.front()).what();
 }
 
 void add(Session& session, const std::vector<std::string>& who) {
   session.requireWritableStore();
-  PLFriendsManager& manager = session.manager();
-  const Persons persons = personsToAdd(session, who);
-  requireRoom(session, persons.size());
-  for (const auto& person : persons) {
-    if (!manager.addFriend(person)) throw hasNoRoom(*person);
+  NewcomerFinder finder(session);
+  std::vector<Newcomer> newcomers;
+  std::vector<Edit> edits;
+  for (const std::string& each : who) {
+    newcomers.push_back(finder.named(each));
+    edits.emplace_back(newcomers.back().edit);
   }
-  session.commit();
-  requireAdded(session, persons);
-  answerAdded(session, placesOf(manager, persons));
+  const auto text = [&](const Refusal& refusal, RefusedAt at) {
+    return additionRefusal(session, newcomers[refusal.edit], refusal, at);
+  };
+  std::vector<FriendId> added;
+  for (const EditResult& each : applyAndStore(session, edits, text)) added.push_back(each.id);
+  answerAdded(session, placesOf(session.list().snapshot(), added));
+}
+
+/// Of edits of friends: each is about the friend with its index.
+RefusalText textAbout(const std::vector<FriendAt>& friends) {
+  return [&friends](const Refusal& refusal, RefusedAt) {
+    return refusalText(refusal, nameOf(*friends[refusal.edit].person));
+  };
 }
 
 void remove(Session& session, const std::vector<std::string>& who) {
   session.requireWritableStore();
   const std::vector<FriendAt> friends = friendsNamed(session, who);
-  // Pages that become empty vanish on the way; the friends hold theirs.
-  for (const FriendAt& each : friends) each.page->removeFriendAtPosition(each.place.slot);
-  session.commit();
+  std::vector<Edit> edits;
+  for (const FriendAt& each : friends) edits.emplace_back(RemoveFriend{each.person->id});
+  applyAndStore(session, edits, textAbout(friends));
   answerEach(session, friends, "removed");
 }
 
-struct Move {
-  FriendAt from;
-  std::shared_ptr<PLFriendGroup> page;
-  Place to;
-
-  bool staysOnPage() const { return page == from.page; }
-  std::shared_ptr<PLPerson> displaced() const { return page->friendAtPosition(to.slot); }
-};
-
-void putIntoSlot(PLFriendGroup& page, std::uint64_t slot, const std::shared_ptr<PLPerson>& person) {
-  Persons content = page.friends();
-  content[slot] = person;
-  page.setFriends(std::move(content));
-}
-
-// A taken slot swaps. Each person is reported once, whatever the number of pages.
-void perform(PLFriendsManager& manager, const Move& move) {
-  const auto displaced = move.displaced();
-  Persons moved = {move.from.person};
-  if (displaced) moved.push_back(displaced);
-  putIntoSlot(*move.from.page, move.from.place.slot, displaced);
-  putIntoSlot(*move.page, move.to.slot, move.from.person);
-  if (!move.staysOnPage()) manager.friendGroupDidMoveFriends(move.from.page, {});
-  manager.friendGroupDidMoveFriends(move.page, moved);
-  // The last page may have got its first friend: this adds the empty page behind it.
-  manager.syncFriendGroup(move.page);
-  manager.save();
-}
-
-Place targetIn(const PLFriendsManager& manager, const std::string& text) {
+Place targetIn(const Snapshot& list, const std::string& text) {
   const auto place = placeIn(text);
   if (!place) throw UsageError(inQuotes(text) + " is no place such as 2:5");
-  if (place->slot < pageAt(manager, place->page)->groupSize()) return *place;
-  throw CommandError("there is no slot " + text + ": a page has " + std::to_string(manager.groupSize()));
+  const std::size_t size = pageAt(list, place->page).friends.size();
+  if (place->slot < size) return *place;
+  throw CommandError("there is no slot " + text + ": a page has " + std::to_string(size));
 }
 
-std::vector<FriendAt> movedFriends(const Move& move, const std::shared_ptr<PLPerson>& displaced) {
-  std::vector<FriendAt> result = {{move.to, move.page, move.from.person}};
-  if (displaced) result.push_back({move.from.place, move.from.page, displaced});
-  return result;
+// Where they are when other programs have edited the list at the same time.
+std::vector<FriendAt> movedFriends(const Snapshot& list, const FriendAt& from,
+                                   const std::shared_ptr<const Friend>& other) {
+  std::vector<FriendAt> moved = placesOf(list, {from.person->id});
+  if (!other) return moved;
+  for (FriendAt& each : placesOf(list, {other->id})) moved.push_back(std::move(each));
+  return moved;
 }
 
 void move(Session& session, const std::string& who, const std::string& target) {
   session.requireWritableStore();
-  PLFriendsManager& manager = session.manager();
-  const Place to = targetIn(manager, target);
-  const FriendAt from = friendNamed(session, who);
-  if (from.place == to) return answerEach(session, {}, "moved");
-  const Move wanted{from, pageAt(manager, to.page), to};
-  const auto displaced = wanted.displaced();
-  perform(manager, wanted);
-  session.commit();
-  answerEach(session, movedFriends(wanted, displaced), "moved");
+  const Snapshot list = session.list().snapshot();
+  const Place to = targetIn(list, target);
+  const std::vector<FriendAt> from = {friendNamed(session, who)};
+  if (from.front().place == to) return answerEach(session, {}, "moved");
+  applyAndStore(session, {MoveFriend{from.front().person->id, to}}, textAbout(from));
+  answerEach(session, movedFriends(session.list().snapshot(), from.front(), list.friendAt(to)), "moved");
 }
 
-void addManyCommand(CLI::App& program, Command& chosen, const char* name, const char* text, const char* whoText,
+void addManyCommand(CommandSyntax program, Command& chosen, const char* name, const char* text, const char* whoText,
                     void (*run)(Session&, const std::vector<std::string>&)) {
-  auto* command = program.add_subcommand(name, text);
+  const auto command = program.command(name, text);
   const auto who = std::make_shared<std::vector<std::string>>();
-  command->add_option("WHO", *who, whoText)->required()->expected(1, -1);
-  command->callback(
+  command.option("WHO", *who, whoText).required().atLeast(1);
+  command.whenGiven(
       [&chosen, who, run] { chosen = [who, run](Session& session) { run(session, withLinesOfInput(*who)); }; });
 }
 
 }  // namespace
 
-void addEditCommands(CLI::App& program, Command& chosen) {
+void addEditCommands(CommandSyntax program, Command& chosen) {
   addManyCommand(program, chosen, "add", "Add friends, each into the first free slot; all or none",
                  "Contacts by GUID, name, number or address, or a number or an address of nobody's; - for the lines of "
                  "standard input",
                  add);
   addManyCommand(program, chosen, "remove", "Remove friends; all or none", "Friends; - for the lines of standard input",
                  remove);
-  auto* command = program.add_subcommand("move", "Move a friend to another slot; a taken slot swaps");
+  const auto command = program.command("move", "Move a friend to another slot; a taken slot swaps");
   const auto who = std::make_shared<std::string>();
   const auto target = std::make_shared<std::string>();
-  command->add_option("WHO", *who, "The friend")->required();
-  command->add_option("PAGE:SLOT", *target, "The slot")->required();
-  command->callback(
+  command.option("WHO", *who, "The friend").required();
+  command.option("PAGE:SLOT", *target, "The slot").required();
+  command.whenGiven(
       [&chosen, who, target] { chosen = [who, target](Session& session) { move(session, *who, *target); }; });
 }
 

@@ -1,6 +1,5 @@
 // export, import
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
 #include <memory>
@@ -11,12 +10,13 @@
 #include <unordered_map>
 
 #include "cli/CommandLine.h"
+#include "cli/CommandSyntax.h"
 #include "cli/JsonForms.h"
 #include "cli/ListFile.h"
 #include "cli/ListImport.h"
 #include "cli/Output.h"
 #include "cli/StandardInput.h"
-#include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/files/FileReplacement.h"
 
 namespace pellor::cli {
 namespace {
@@ -60,7 +60,7 @@ fs::path targetOf(const std::string& path) {
 
 void writeFile(Session& session, const std::string& path, const std::string& text) {
   if (const auto error = replacePrivateFile(targetOf(path), text)) throw CommandError(printable(*error));
-  const std::size_t friends = allFriends(session.manager()).size();
+  const std::size_t friends = session.list().snapshot().friendCount();
   session.answer([&] { return "exported " + counted(friends, "friend", "friends") + " to " + printable(path) + "\n"; },
                  [&] {
                    return Json{{"file", path}, {"friends", friends}};
@@ -69,7 +69,7 @@ void writeFile(Session& session, const std::string& path, const std::string& tex
 
 void exportList(Session& session, const std::string& path) {
   if (path.empty()) throw UsageError("FILE is empty");
-  const ListFileText file = textOf(listFileOf(session.manager()));
+  const ListFileText file = textOf(listFileOf(managerOf(session)));
   if (file.isRepaired) writeError("texts that are no UTF-8 were exported with replacement characters");
   if (path != "-") return writeFile(session, path, file.text);
   session.answerText([&] { return file.text; });
@@ -110,26 +110,26 @@ void perform(Session& session, const ImportPlan& plan) {
   for (const auto& [person, form] : plan.updated) {
     if (person->updateFromDictionaryRepresentation(form)) person->setNeedsSave(true);
   }
-  if (!rewritePages(session.manager(), plan.pages)) throw CommandError("nothing was changed: there is no room");
+  if (!rewritePages(managerOf(session), plan.pages)) throw CommandError("nothing was changed: there is no room");
   session.commit();
 }
 
 // Where they are when other programs have edited the list at the same time.
-void takePlaces(Session& session, std::vector<FriendAt>& friends) {
-  std::unordered_map<const PLPerson*, FriendAt> places;
-  for (const FriendAt& each : allFriends(session.manager())) places.emplace(each.person.get(), each);
-  for (FriendAt& each : friends) {
+void takePlaces(Session& session, std::vector<PersonAt>& friends) {
+  std::unordered_map<const PLPerson*, PersonAt> places;
+  for (const PersonAt& each : allPersons(managerOf(session))) places.emplace(each.person.get(), each);
+  for (PersonAt& each : friends) {
     if (const auto now = places.find(each.person.get()); now != places.end()) each = now->second;
   }
 }
 
-std::string placed(const FriendAt& found) { return nameOf(*found.person) + " (" + textOf(found.place) + ")\n"; }
+std::string placed(const PersonAt& found) { return nameOf(*found.person) + " (" + textOf(found.place) + ")\n"; }
 
 std::string planText(const ImportPlan& plan, const ImportRequest& request) {
   const std::string would = request.isDry ? "would have " : "";
   std::string text;
-  for (const FriendAt& each : plan.removed) text += would + "removed " + placed(each);
-  for (const FriendAt& each : plan.added) text += would + "added " + placed(each);
+  for (const PersonAt& each : plan.removed) text += would + "removed " + placed(each);
+  for (const PersonAt& each : plan.added) text += would + "added " + placed(each);
   for (const auto& [to, from] : plan.moved)
     text += would + "moved " + textOf(from) + " to " + textOf(to.place) + " " + nameOf(*to.person) + "\n";
   for (const auto& update : plan.updated) text += would + "updated " + nameOf(*update.person) + "\n";
@@ -139,7 +139,7 @@ std::string planText(const ImportPlan& plan, const ImportRequest& request) {
         would + "titled page " + std::to_string(page + 1) + ": " + (title.empty() ? "(none)" : printable(title)) + "\n";
   }
   if (!request.replaces) {
-    for (const FriendAt& each : plan.known) text += "is a friend already: " + placed(each);
+    for (const PersonAt& each : plan.known) text += "is a friend already: " + placed(each);
   }
   for (const auto& person : plan.unreachable)
     text += "left out " + nameOf(*person) + ": there is neither a number nor an address\n";
@@ -150,27 +150,27 @@ std::string planText(const ImportPlan& plan, const ImportRequest& request) {
   return text;
 }
 
-Json jsonOfEach(const std::vector<FriendAt>& friends) {
+Json jsonOfEach(const std::vector<PersonAt>& friends) {
   Json list = Json::array();
-  for (const FriendAt& each : friends) list.push_back(jsonOf(each));
+  for (const PersonAt& each : friends) list.push_back(jsonOf(friendAt(each)));
   return list;
 }
 
 Json jsonOfEach(const std::vector<std::shared_ptr<PLPerson>>& persons) {
   Json list = Json::array();
-  for (const auto& person : persons) list.push_back(jsonOf(*person));
+  for (const auto& person : persons) list.push_back(jsonOf(friendOf(*person)));
   return list;
 }
 
 Json planJson(const ImportPlan& plan, const ImportRequest& request) {
   Json moved = Json::array();
   for (const auto& [to, from] : plan.moved) {
-    Json object = jsonOf(to);
+    Json object = jsonOf(friendAt(to));
     object["from"] = jsonOf(from);
     moved.push_back(std::move(object));
   }
   Json updated = Json::array();
-  for (const auto& update : plan.updated) updated.push_back(jsonOf(*update.person));
+  for (const auto& update : plan.updated) updated.push_back(jsonOf(friendOf(*update.person)));
   Json titled = Json::array();
   for (const std::uint64_t page : plan.titled) {
     const std::string& title = plan.pages[page].title;
@@ -217,20 +217,20 @@ void importList(Session& session, const ImportRequest& request) {
 
 }  // namespace
 
-void addExportCommands(CLI::App& program, Command& chosen) {
-  auto* writing = program.add_subcommand("export", "Write the friend list to a file, for another machine or for later");
+void addExportCommands(CommandSyntax program, Command& chosen) {
+  const auto writing = program.command("export", "Write the friend list to a file, for another machine or for later");
   const auto path = std::make_shared<std::string>("-");
-  writing->add_option("FILE", *path, "The file, which may be there; without one, or for -, the list is printed");
-  writing->callback([&chosen, path] { chosen = [path](Session& session) { exportList(session, *path); }; });
+  writing.option("FILE", *path, "The file, which may be there; without one, or for -, the list is printed");
+  writing.whenGiven([&chosen, path] { chosen = [path](Session& session) { exportList(session, *path); }; });
 
-  auto* reading = program.add_subcommand(
+  const auto reading = program.command(
       "import", "Add the friends of an exported list who are no friends yet, where they were; all or none");
   const auto request = std::make_shared<ImportRequest>();
-  reading->add_option("FILE", request->file, "What pellor export wrote; - for standard input")->required();
-  reading->add_flag("--replace", request->replaces,
-                    "Make the list what the file says: pages, titles, places and what friends carry");
-  reading->add_flag("--dry-run", request->isDry, "Only tell what would be done");
-  reading->callback([&chosen, request] { chosen = [request](Session& session) { importList(session, *request); }; });
+  reading.option("FILE", request->file, "What pellor export wrote; - for standard input").required();
+  reading.flag("--replace", request->replaces,
+               "Make the list what the file says: pages, titles, places and what friends carry");
+  reading.flag("--dry-run", request->isDry, "Only tell what would be done");
+  reading.whenGiven([&chosen, request] { chosen = [request](Session& session) { importList(session, *request); }; });
 }
 
 }  // namespace pellor::cli

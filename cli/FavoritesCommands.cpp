@@ -1,6 +1,5 @@
 // favorites
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -9,26 +8,27 @@
 #include <vector>
 
 #include "cli/CommandLine.h"
+#include "cli/CommandSyntax.h"
 #include "cli/ContactSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
-#include "pellor/friends/PLFavoritesImport.h"
-#include "pellor/linux/contacts/internal/FavoritesFile.h"
+#include "pellor/linux/contacts/EditableFavorites.h"
+#include "pellor/list/Settings.h"
 #include "pellor/platform/Platform.h"
 
 namespace pellor::cli {
 namespace {
 
-using Lines = std::vector<FavoritesFile::Line>;
+using Lines = std::vector<FavoriteLine>;
 
 std::string fileName(Session& session) {
   return "the favorites file in " + printable(session.platform().contactsFolder()->string());
 }
 
-FavoritesFile& fileOf(Session& session) {
+EditableFavorites& fileOf(Session& session) {
   session.requireContacts();
-  if (FavoritesFile* file = session.platform().favoritesFile()) return *file;
+  if (EditableFavorites* file = session.platform().favorites()) return *file;
   throw CommandError("the favorites are those that are marked in the address book: mark them there");
 }
 
@@ -48,14 +48,14 @@ Lines markedLines(Session& session) {
 
 Lines linesOf(Session& session) {
   session.requireContacts();
-  FavoritesFile* file = session.platform().favoritesFile();
+  EditableFavorites* file = session.platform().favorites();
   if (!file) return markedLines(session);
   const auto lines = file->lines();
   if (!lines) throw CommandError(fileName(session) + " cannot be read");
   return *lines;
 }
 
-std::string nameOf(const FavoritesFile::Line& line) {
+std::string nameOf(const FavoriteLine& line) {
   return printable(!line.name.empty() ? line.name : !line.value.empty() ? line.value : line.guid);
 }
 
@@ -68,8 +68,6 @@ std::string favoritesText(const Lines& lines) {
   }
   return text;
 }
-
-Json textOrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
 
 Json favoritesJson(const Lines& lines) {
   Json list = Json::array();
@@ -84,31 +82,31 @@ Json favoritesJson(const Lines& lines) {
 
 void list(Session& session) {
   const Lines lines = linesOf(session);
-  const auto* none = session.platform().favoritesFile()
+  const auto* none = session.platform().favorites()
                          ? "there are no favorites yet: \"pellor favorites add WHO\" makes one\n"
                          : "there are no favorites yet: mark them in the address book\n";
   session.answer([&] { return lines.empty() ? none : favoritesText(lines); }, [&] { return favoritesJson(lines); });
 }
 
-void requireEdit(Session& session, const FavoritesFile::Edit& change, const std::string& refusal) {
+void requireEdit(Session& session, const EditableFavorites::Edit& change, const std::string& refusal) {
   switch (fileOf(session).edit(change)) {
-    case FavoritesFile::Outcome::done:
+    case EditableFavorites::Outcome::done:
       return;
-    case FavoritesFile::Outcome::refused:
+    case EditableFavorites::Outcome::refused:
       throw CommandError(refusal);
-    case FavoritesFile::Outcome::failed:
+    case EditableFavorites::Outcome::failed:
       break;
   }
   const std::string& problem = fileOf(session).problem();
   throw CommandError("nothing was saved: " + (problem.empty() ? fileName(session) + " cannot be written" : problem));
 }
 
-void edit(Session& session, const FavoritesFile::Edit& change, const std::string& refusal) {
+void edit(Session& session, const EditableFavorites::Edit& change, const std::string& refusal) {
   requireEdit(session, change, refusal);
   list(session);
 }
 
-FavoritesFile::Line lineFor(Session& session, const std::string& who) {
+FavoriteLine lineFor(Session& session, const std::string& who) {
   ContactFinder contacts(session);
   if (const auto contact = contacts.namedToAdd(who)) {
     return {contact->guid, contact->destinations.empty() ? "" : contact->destinations.front(),
@@ -118,7 +116,7 @@ FavoritesFile::Line lineFor(Session& session, const std::string& who) {
   throw CommandError(nobodyCalled(contacts, who));
 }
 
-bool areSame(const FavoritesFile::Line& left, const FavoritesFile::Line& right) {
+bool areSame(const FavoriteLine& left, const FavoriteLine& right) {
   if (!left.guid.empty() || !right.guid.empty()) return left.guid == right.guid;
   return destinationKey(left.value) == destinationKey(right.value);
 }
@@ -126,18 +124,9 @@ bool areSame(const FavoritesFile::Line& left, const FavoritesFile::Line& right) 
 constexpr const char* ListExists =
     "the friend list exists already: \"pellor favorites import\" adds the favorites that are no friends yet\n";
 
-// A list that waits for its favorites takes them by itself.
-bool hasList(Session& session) {
-  PreferencesStore& preferences = session.store();
-  const auto has = [&](std::string_view key) {
-    return preferences.copyValue(key, session.options().domain()).value().has_value();
-  };
-  return has(PLFriendListKey) && !has(PLFirstListIsDueKey);
-}
-
 void add(Session& session, const std::string& who) {
   fileOf(session);
-  const FavoritesFile::Line added = lineFor(session, who);
+  const FavoriteLine added = lineFor(session, who);
   const auto change = [&](Lines& lines) {
     if (std::ranges::any_of(lines, [&](const auto& line) { return areSame(line, added); })) return false;
     lines.push_back(added);
@@ -145,7 +134,8 @@ void add(Session& session, const std::string& who) {
   };
   requireEdit(session, change, nameOf(added) + " is a favorite already");
   const Lines lines = linesOf(session);
-  const bool isTooLate = hasList(session);
+  // A list that waits for its favorites takes them by itself.
+  const bool isTooLate = hasStoredList(session.options().domain());
   session.answer([&] { return favoritesText(lines) + (isTooLate ? ListExists : ""); },
                  [&] { return favoritesJson(lines); });
 }
@@ -162,7 +152,7 @@ std::vector<std::size_t> indexesOf(const Lines& lines, const std::string& who) {
   const NameMatch name(who);
   std::vector<std::size_t> found;
   for (std::size_t index = 0; index < lines.size(); ++index) {
-    const FavoritesFile::Line& line = lines[index];
+    const FavoriteLine& line = lines[index];
     if ((key && destinationKey(line.value) == key) || name.isWhole(line.name)) found.push_back(index);
   }
   return found;
@@ -184,7 +174,7 @@ std::size_t indexOf(Session& session, const Lines& lines, const std::string& who
 }
 
 void remove(Session& session, const std::string& who) {
-  const FavoritesFile::Line removed = [&] {
+  const FavoriteLine removed = [&] {
     const Lines lines = linesOf(session);
     return lines[indexOf(session, lines, who)];
   }();
@@ -198,18 +188,12 @@ void move(Session& session, const std::string& from, const std::string& to) {
   const std::size_t target = indexIn(to, count);
   const auto change = [&](Lines& lines) {
     if (std::max(source, target) >= lines.size()) return false;
-    FavoritesFile::Line moved = std::move(lines[source]);
+    FavoriteLine moved = std::move(lines[source]);
     lines.erase(lines.begin() + static_cast<std::ptrdiff_t>(source));
     lines.insert(lines.begin() + static_cast<std::ptrdiff_t>(target), std::move(moved));
     return true;
   };
   edit(session, change, "the favorites have changed meanwhile");
-}
-
-std::vector<FriendAt> placesOf(const PLFriendsManager& manager, const std::vector<std::shared_ptr<PLPerson>>& persons) {
-  std::vector<FriendAt> found = allFriends(manager);
-  std::erase_if(found, [&](const FriendAt& each) { return std::ranges::find(persons, each.person) == persons.end(); });
-  return found;
 }
 
 std::string importText(const std::vector<FriendAt>& added) {
@@ -232,10 +216,10 @@ Json importJson(const std::vector<FriendAt>& added, std::uint64_t withoutRoom) {
 void import(Session& session) {
   session.requireContacts();
   session.requireWritableStore();
-  const PLFavoritesImport import = session.manager().importFavorites();
+  const FavoritesImport import = session.list().importFavorites();
   if (!import.couldRead) throw CommandError("nothing was added: the favorites cannot be read");
   session.commit();
-  const auto added = placesOf(session.manager(), import.added);
+  const auto added = placesOf(session.list().snapshot(), import.added);
   session.answer([&] { return importText(added); }, [&] { return importJson(added, import.withoutRoom); });
   if (import.withoutRoom > 0) {
     throw CommandError("there is no room for " + std::to_string(import.withoutRoom) +
@@ -243,32 +227,33 @@ void import(Session& session) {
   }
 }
 
-void addWhoCommand(CLI::App& favorites, Command& chosen, const char* name, const char* text,
+void addWhoCommand(CommandSyntax favorites, Command& chosen, const char* name, const char* text,
                    void (*run)(Session&, const std::string&)) {
-  auto* command = favorites.add_subcommand(name, text);
+  const auto command = favorites.command(name, text);
   const auto who = std::make_shared<std::string>();
-  command->add_option("WHO", *who, "A contact, a number or an address")->required();
-  command->callback([&chosen, who, run] { chosen = [who, run](Session& session) { run(session, *who); }; });
+  command.option("WHO", *who, "A contact, a number or an address").required();
+  command.whenGiven([&chosen, who, run] { chosen = [who, run](Session& session) { run(session, *who); }; });
 }
 
 }  // namespace
 
-void addFavoritesCommands(CLI::App& program, Command& chosen) {
-  auto* favorites = program.add_subcommand("favorites", "Show or edit the favorites, of which a first list is made");
-  favorites->require_subcommand(0, 1);
-  favorites->add_subcommand("list", "Show the favorites in their order");
-  addWhoCommand(*favorites, chosen, "add", "Add a favorite at the end", add);
-  addWhoCommand(*favorites, chosen, "remove", "Remove a favorite, by name or by number", remove);
-  favorites->add_subcommand("import", "Add the favorites that are no friends yet to the friend list")
-      ->callback([&chosen] { chosen = import; });
-  auto* command = favorites->add_subcommand("move", "Move a favorite to another place");
+void addFavoritesCommands(CommandSyntax program, Command& chosen) {
+  const auto favorites = program.command("favorites", "Show or edit the favorites, of which a first list is made");
+  favorites.mayHaveCommand();
+  favorites.command("list", "Show the favorites in their order");
+  addWhoCommand(favorites, chosen, "add", "Add a favorite at the end", add);
+  addWhoCommand(favorites, chosen, "remove", "Remove a favorite, by name or by number", remove);
+  favorites.command("import", "Add the favorites that are no friends yet to the friend list").whenGiven([&chosen] {
+    chosen = import;
+  });
+  const auto command = favorites.command("move", "Move a favorite to another place");
   const auto from = std::make_shared<std::string>();
   const auto to = std::make_shared<std::string>();
-  command->add_option("N", *from, "The number of the favorite")->required();
-  command->add_option("M", *to, "The number that it gets")->required();
-  command->callback([&chosen, from, to] { chosen = [from, to](Session& session) { move(session, *from, *to); }; });
+  command.option("N", *from, "The number of the favorite").required();
+  command.option("M", *to, "The number that it gets").required();
+  command.whenGiven([&chosen, from, to] { chosen = [from, to](Session& session) { move(session, *from, *to); }; });
   // Runs after the callbacks of the commands below it.
-  favorites->callback([&chosen] {
+  favorites.whenGiven([&chosen] {
     if (!chosen) chosen = list;
   });
 }

@@ -1,7 +1,7 @@
 #include "cli/FriendSearch.h"
 
 #include <algorithm>
-#include <unordered_set>
+#include <set>
 #include <utility>
 
 #include "cli/CommandError.h"
@@ -9,42 +9,32 @@
 #include "cli/Output.h"
 #include "cli/ShownNumbers.h"
 #include "cli/Suggestion.h"
-#include "pellor/friends/PLDestination.h"
 #include "pellor/linux/text/TerminalText.h"
-#include "pellor/list/ShownDestination.h"
+#include "pellor/list/Destination.h"
 #include "pellor/platform/Platform.h"
 
 namespace pellor::cli {
 namespace {
 
-std::optional<std::string> ownName(const PLPerson& person) {
-  return person.hasName() ? person.displayName() : std::nullopt;
-}
-
-FriendAt friendAt(const PLFriendsManager& manager, const Place& place) {
-  const auto page = pageAt(manager, place.page);
-  if (place.slot >= page->groupSize()) {
-    throw CommandError("there is no slot " + textOf(place) + ": a page has " + std::to_string(page->groupSize()));
-  }
-  auto person = page->friendAtPosition(place.slot);
+FriendAt friendAt(const Snapshot& list, const Place& place) {
+  const std::size_t size = pageAt(list, place.page).friends.size();
+  if (place.slot >= size)
+    throw CommandError("there is no slot " + textOf(place) + ": a page has " + std::to_string(size));
+  auto person = list.friendAt(place);
   if (!person) throw CommandError("slot " + textOf(place) + " is empty");
-  return {place, page, std::move(person)};
+  return {place, std::move(person)};
 }
 
 // Whatever the settings have the friend called.
-std::vector<std::string> namesOf(Session& session, const PLPerson& person) {
-  std::vector<std::string> names = {ownName(person).value_or("")};
-  const auto guid = person.abRecordGUID();
-  if (!guid) return names;
-  session.withAddressBook([&](AddressBook& addressBook) {
-    const RecordRef own = addressBook.copyPersonMatchingGUID(*guid);
-    for (const RecordRef& card : own ? own->allLinkedPeople() : std::vector<RecordRef>()) {
-      for (auto& name : {card->compositeName(), card->nickname()}) names.push_back(name.value_or(""));
-      // Where names are written without blanks, each part may be typed.
-      names.push_back(card->recordValue(RecordProperty::firstName).value_or("") + " " +
-                      card->recordValue(RecordProperty::lastName).value_or(""));
-    }
-  });
+std::vector<std::string> namesOf(AddressBook& contacts, const Friend& person) {
+  std::vector<std::string> names = {person.name};
+  const RecordRef own = person.contactGUID ? contacts.copyPersonMatchingGUID(*person.contactGUID) : nullptr;
+  for (const RecordRef& card : own ? own->allLinkedPeople() : std::vector<RecordRef>()) {
+    for (auto& name : {card->compositeName(), card->nickname()}) names.push_back(name.value_or(""));
+    // Where names are written without blanks, each part may be typed.
+    names.push_back(card->recordValue(RecordProperty::firstName).value_or("") + " " +
+                    card->recordValue(RecordProperty::lastName).value_or(""));
+  }
   return names;
 }
 
@@ -52,27 +42,35 @@ Choice choiceAmong(const std::string& who, std::vector<FriendAt> found) {
   Choice choice{who, found.size(), {}};
   found.resize(std::min(found.size(), Choice::MostCandidates));
   for (const FriendAt& each : found) {
-    choice.candidates.push_back({ownName(*each.person).value_or(""),
-                                 std::string(withoutIsolation(shownDestination(*each.person))), "", "", each.place});
+    choice.candidates.push_back(
+        {each.person->name, std::string(withoutIsolation(shownDestination(*each.person))), "", "", each.place});
   }
   return choice;
 }
 
 }  // namespace
 
-std::vector<FriendAt> allFriends(const PLFriendsManager& manager) {
+std::vector<FriendAt> allFriends(const Snapshot& list) {
   std::vector<FriendAt> found;
-  std::uint64_t pageIndex = 0;
-  for (const auto& page : manager.friendGroups()) {
-    for (std::uint64_t slot = 0; slot < page->groupSize(); ++slot) {
-      if (auto person = page->friendAtPosition(slot)) found.push_back({{pageIndex, slot}, page, std::move(person)});
-    }
-    ++pageIndex;
+  found.reserve(list.friendCount());
+  for (std::uint64_t page = 0; page < list.pageCount(); ++page) {
+    const auto& friends = list.page(page).friends;
+    for (std::uint64_t slot = 0; slot < friends.size(); ++slot)
+      if (friends[slot]) found.push_back({{page, slot}, friends[slot]});
   }
   return found;
 }
 
+std::vector<FriendAt> placesOf(const Snapshot& list, const std::vector<FriendId>& friends) {
+  std::vector<FriendAt> found;
+  for (const FriendId id : friends)
+    if (const auto place = list.placeOf(id)) found.push_back({*place, list.friendWith(id)});
+  std::ranges::sort(found, {}, &FriendAt::place);
+  return found;
+}
+
 struct FriendFinder::Tables {
+  std::optional<Snapshot> list;
   std::optional<std::vector<FriendAt>> friends;
   std::optional<Table> guids;
   std::optional<Table> destinations;
@@ -84,8 +82,13 @@ FriendFinder::FriendFinder(Session& session) : _session(session), _tables(std::m
 
 FriendFinder::~FriendFinder() = default;
 
+const Snapshot& FriendFinder::list() {
+  if (!_tables->list) _tables->list = _session.list().snapshot();
+  return *_tables->list;
+}
+
 const std::vector<FriendAt>& FriendFinder::friends() {
-  if (!_tables->friends) _tables->friends = allFriends(_session.manager());
+  if (!_tables->friends) _tables->friends = allFriends(list());
   return *_tables->friends;
 }
 
@@ -105,16 +108,14 @@ std::vector<FriendAt> FriendFinder::friendsIn(std::optional<Table>& table, const
 
 void FriendFinder::fillGuids(Table& table) {
   for (std::size_t number = 0; number < friends().size(); ++number) {
-    if (auto guid = friends()[number].person->abRecordGUID()) table[*std::move(guid)].push_back(number);
+    if (const auto& guid = friends()[number].person->contactGUID) table[*guid].push_back(number);
   }
 }
 
 // Two spellings of one number are one key of a friend, which finds the friend once.
 void FriendFinder::fillDestinations(Table& table) {
   for (std::size_t number = 0; number < friends().size(); ++number) {
-    const auto values = friends()[number].person->allValues();
-    if (!values) continue;
-    for (const std::string& value : *values) {
+    for (const std::string& value : friends()[number].person->destinations) {
       const auto key = destinationKey(value);
       if (!key) continue;
       Numbers& numbers = table[*key];
@@ -125,7 +126,7 @@ void FriendFinder::fillDestinations(Table& table) {
 
 void FriendFinder::fillNames(Table& table) {
   for (std::size_t number = 0; number < friends().size(); ++number) {
-    if (const auto name = ownName(*friends()[number].person)) table[wholeNameKey(*name)].push_back(number);
+    if (const auto& name = friends()[number].person->name; !name.empty()) table[wholeNameKey(name)].push_back(number);
   }
 }
 
@@ -147,14 +148,16 @@ SearchTable& FriendFinder::searchTable() {
   if (_tables->words) return *_tables->words;
   const Platform& platform = platformOf(_session.process());
   SearchTable& table = _tables->words.emplace(platform.text, platform.reachability, platform.phoneNumbers);
-  std::vector<std::shared_ptr<PLPerson>> persons;
-  for (const FriendAt& each : friends()) persons.push_back(each.person);
-  withCardsOf(persons, [&] {
-    for (std::size_t number = 0; number < persons.size(); ++number) {
-      SearchedPerson known{namesOf(_session, *persons[number]), "", {}};
-      if (const auto values = persons[number]->allValues()) known.destinations.assign(values->begin(), values->end());
-      table.add(number, known);
-    }
+  std::vector<std::string_view> guids;
+  for (const FriendAt& each : friends())
+    if (each.person->contactGUID) guids.emplace_back(*each.person->contactGUID);
+  _session.withAddressBook([&](AddressBook& contacts) {
+    contacts.withPeopleMatchingGUIDs(guids, [&] {
+      for (std::size_t number = 0; number < friends().size(); ++number) {
+        const Friend& person = *friends()[number].person;
+        table.add(number, {namesOf(contacts, person), "", person.destinations});
+      }
+    });
   });
   return table;
 }
@@ -196,13 +199,12 @@ bool FriendFinder::isCalled(const std::string& who, const NumberedWho& numbered)
   if (!withGuid(who).empty()) return true;
   if (destinationKey(who) != destinationKey(numbered.who) && !withDestination(who).empty()) return true;
   const std::string_view ending = std::string_view(who).substr(numbered.who.size());
-  return std::ranges::any_of(
-      withName(who), [&](const FriendAt& each) { return ownName(*each.person).value_or("").ends_with(ending); });
+  return std::ranges::any_of(withName(who), [&](const FriendAt& each) { return each.person->name.ends_with(ending); });
 }
 
 FriendAt FriendFinder::named(const std::string& who) {
   if (who.empty()) throw UsageError("WHO is empty");
-  if (const auto place = placeIn(who)) return friendAt(_session.manager(), *place);
+  if (const auto place = placeIn(who)) return friendAt(list(), *place);
   if (const auto numbered = numberedWho(who); numbered && !isCalled(who, *numbered)) {
     const auto found = fitting(numbered->who);
     if (const auto index = indexOf(*numbered, found.size())) return found[*index];
@@ -218,34 +220,39 @@ FriendAt friendNamed(Session& session, const std::string& who) { return FriendFi
 std::vector<FriendAt> friendsNamed(Session& session, const std::vector<std::string>& who) {
   FriendFinder finder(session);
   std::vector<FriendAt> found;
-  std::unordered_set<const PLPerson*> named;
+  std::set<FriendId> named;
   for (const std::string& name : who) {
     found.push_back(finder.named(name));
-    const PLPerson& person = *found.back().person;
-    if (!named.insert(&person).second) throw UsageError(nameOf(person) + " is named twice");
+    const Friend& person = *found.back().person;
+    if (!named.insert(person.id).second) throw UsageError(nameOf(person) + " is named twice");
   }
   return found;
 }
 
-std::shared_ptr<PLFriendGroup> pageAt(const PLFriendsManager& manager, std::uint64_t index) {
-  const auto& pages = manager.friendGroups();
-  if (index < pages.size()) return pages[index];
+Page pageAt(const Snapshot& list, std::uint64_t index) {
+  if (index < list.pageCount()) return list.page(index);
   throw CommandError("there is no page " + std::to_string(index + 1) + ": the last one is page " +
-                     std::to_string(pages.size()));
+                     std::to_string(list.pageCount()));
 }
 
-std::string nameOf(const PLPerson& person) {
-  if (const auto name = ownName(person)) return printable(*name);
+std::string nameOf(const Friend& person) {
+  if (!person.name.empty()) return printable(person.name);
   const std::string destination = shownDestination(person);
   return destination.empty() ? "(no name)" : destination;
 }
 
-std::string shownDestination(const PLPerson& person) {
-  return shownDestination(destinationShownOf(person).value_or(""));
+std::optional<std::string> primaryDestination(const Friend& person) {
+  for (const DestinationKind kind : {DestinationKind::phoneNumber, DestinationKind::emailAddress}) {
+    const auto found = std::ranges::find(person.destinations, kind, destinationKind);
+    if (found != person.destinations.end()) return *found;
+  }
+  return std::nullopt;
 }
 
+std::string shownDestination(const Friend& person) { return shownDestination(person.destination); }
+
 std::string shownDestination(const std::string& destination) {
-  const bool isNumber = plMessageDestinationType(destination) == PLMessageDestinationTypePhoneNumber;
+  const bool isNumber = destinationKind(destination) == DestinationKind::phoneNumber;
   return printable(isNumber ? Process::current().local<ShownNumbers>().shown(destination) : destination);
 }
 

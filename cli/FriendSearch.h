@@ -12,25 +12,25 @@
 #include "cli/Choice.h"
 #include "cli/Place.h"
 #include "cli/Session.h"
-#include "pellor/friends/PLFriendGroup.h"
-#include "pellor/friends/PLFriendsManager.h"
-#include "pellor/friends/PLPerson.h"
+#include "pellor/list/Snapshot.h"
 #include "pellor/platform/SearchTable.h"
 
 namespace pellor::cli {
 
-/// A friend in its slot. Holds the page, so that it stays valid while other pages come and go.
+/// A friend in its slot.
 struct FriendAt {
   Place place;
-  std::shared_ptr<PLFriendGroup> page;
-  std::shared_ptr<PLPerson> person;
+  std::shared_ptr<const Friend> person;
 };
 
 /// All friends on the pages, in slot order.
-std::vector<FriendAt> allFriends(const PLFriendsManager& manager);
+std::vector<FriendAt> allFriends(const Snapshot& list);
 
-/// Finds the friends that are on the pages when it is made; what it looks them up by is put together when it is needed
-/// first. Not after a friend has changed.
+/// Those of `friends` who are in the list, with their places there, in slot order.
+std::vector<FriendAt> placesOf(const Snapshot& list, const std::vector<FriendId>& friends);
+
+/// Finds the friends that are on the pages when it is asked first; what it looks them up by is put together when it is
+/// needed first.
 class FriendFinder {
  public:
   explicit FriendFinder(Session& session);
@@ -51,6 +51,7 @@ class FriendFinder {
   using Numbers = std::vector<std::size_t>;
   using Table = std::unordered_map<std::string, Numbers>;
 
+  const Snapshot& list();
   const std::vector<FriendAt>& friends();
   std::vector<FriendAt> friendsOf(const Numbers& numbers);
   std::vector<FriendAt> friendsIn(std::optional<Table>& table, const std::string& key,
@@ -76,13 +77,16 @@ FriendAt friendNamed(Session& session, const std::string& who);
 std::vector<FriendAt> friendsNamed(Session& session, const std::vector<std::string>& who);
 
 /// The page with that index. Throws CommandError when there is none.
-std::shared_ptr<PLFriendGroup> pageAt(const PLFriendsManager& manager, std::uint64_t index);
+Page pageAt(const Snapshot& list, std::uint64_t index);
 
 /// What to call a friend: its name, else the number or address under which it is shown.
-std::string nameOf(const PLPerson& person);
+std::string nameOf(const Friend& person);
 
-/// A friend's number or address (see destinationShownOf) as it is shown; empty without one.
-std::string shownDestination(const PLPerson& person);
+/// The first number of a friend, else the first address; absent without any.
+std::optional<std::string> primaryDestination(const Friend& person);
+
+/// The number or address under which a friend is shown, for the user; empty without one.
+std::string shownDestination(const Friend& person);
 std::string shownDestination(const std::string& destination);
 
 }  // namespace pellor::cli

@@ -79,9 +79,12 @@ std::vector<std::string> friendNames(Session& session) {
   if (configuration.choosesServices() || !fs::exists(data / "preferences.sqlite", ignored)) return {};
   session.open();
   std::vector<std::string> names;
-  for (const FriendAt& each : allFriends(session.manager())) {
+  for (const FriendAt& each : allFriends(session.list().snapshot())) {
+    const Friend& person = *each.person;
+    const std::string name =
+        person.name.empty() ? FriendList::shownNumber(primaryDestination(person).value_or("")) : person.name;
     // A line of the answer is a name; what cannot be seen cannot be typed either.
-    if (const auto name = each.person->displayName()) names.push_back(visibleText(*name));
+    if (!name.empty()) names.push_back(visibleText(name));
   }
   return names;
 }

@@ -4,7 +4,7 @@
 #include <functional>
 #include <thread>
 
-#include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/files/FileDescriptor.h"
 
 namespace pellor::cli {
 

@@ -6,7 +6,6 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/Base64.h"
-#include "pellor/list/ShownDestination.h"
 #include "pellor/runtime/WallClock.h"
 
 namespace pellor::cli {
@@ -51,6 +50,8 @@ void addPhotos(AddressBook& addressBook, Json& json) {
 
 }  // namespace
 
+Json textOrNull(const std::string& text) { return text.empty() ? Json(nullptr) : Json(text); }
+
 Json jsonOf(const std::optional<std::string>& text) { return text ? Json(*text) : Json(nullptr); }
 
 Json jsonOf(const Place& place) { return {{"page", place.page}, {"slot", place.slot}}; }
@@ -77,18 +78,16 @@ Json jsonOf(const Value& value) {
   return nullptr;
 }
 
-Json jsonOf(const PLPerson& person) {
-  const auto values = person.allValues();
-  const auto initials = person.initials();
-  return {{"guid", jsonOf(person.abRecordGUID())},
-          {"name", jsonOf(person.hasName() ? person.displayName() : std::nullopt)},
-          {"monogram", jsonOf(initials && !initials->empty() ? initials : std::nullopt)},
-          {"primaryDestination", jsonOf(person.primaryDestination())},
-          {"preferredDestination", jsonOf(person.preferredDestination())},
-          {"shownDestination", jsonOf(destinationShownOf(person))},
-          {"destinations", values ? Json(*values) : Json::array()},
-          {"replyAs", jsonOf(person.preferredReplyAs())},
-          {"metadata", jsonOfEach(person.metadata())}};
+Json jsonOf(const Friend& person) {
+  return {{"guid", jsonOf(person.contactGUID)},
+          {"name", textOrNull(person.name)},
+          {"monogram", textOrNull(person.monogram)},
+          {"primaryDestination", jsonOf(primaryDestination(person))},
+          {"preferredDestination", jsonOf(person.chosenNumber)},
+          {"shownDestination", textOrNull(person.destination)},
+          {"destinations", person.destinations},
+          {"replyAs", jsonOf(person.replyAs)},
+          {"metadata", jsonOfEach(person.metadata)}};
 }
 
 Json jsonOf(const FriendAt& found) {

@@ -6,16 +6,18 @@
 #include "cli/ContactSearch.h"
 #include "cli/FriendSearch.h"
 #include "cli/Session.h"
-#include "pellor/friends/PLPerson.h"
+#include "pellor/list/Snapshot.h"
 #include "pellor/runtime/Value.h"
 
 namespace pellor::cli {
 
+/// Null for an empty text.
+Json textOrNull(const std::string& text);
 Json jsonOf(const std::optional<std::string>& text);
 Json jsonOf(const Place& place);
 /// A date is its time in UTC, data are base64; the other kinds are what they are.
 Json jsonOf(const Value& value);
-Json jsonOf(const PLPerson& person);
+Json jsonOf(const Friend& person);
 /// The friend with its place.
 Json jsonOf(const FriendAt& found);
 Json jsonOf(const ContactEntry& contact, bool isFriend);

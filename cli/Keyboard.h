@@ -7,7 +7,7 @@
 #include <csignal>
 #include <optional>
 
-#include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/files/FileDescriptor.h"
 
 namespace pellor::cli {
 

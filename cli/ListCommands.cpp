@@ -1,12 +1,13 @@
 // list, find
 
-#include <CLI/CLI.hpp>
+#include <cstddef>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
 #include "cli/CommandLine.h"
+#include "cli/CommandSyntax.h"
 #include "cli/ContactSearch.h"
 #include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
@@ -14,7 +15,6 @@
 #include "cli/Output.h"
 #include "cli/PageGrid.h"
 #include "cli/StatusText.h"
-#include "pellor/list/ShownDestination.h"
 
 namespace pellor::cli {
 namespace {
@@ -28,71 +28,49 @@ struct ListArguments {
   bool requery = false;
 };
 
-Json slotJson(PLFriendsManager& manager, const std::shared_ptr<PLPerson>& person) {
+Json slotJson(FriendList& list, const std::shared_ptr<const Friend>& person) {
   if (!person) return nullptr;
   Json json = jsonOf(*person);
-  addStatus(json, reachabilityOf(manager, person));
+  addStatus(json, list.reachability(person->id));
   return json;
 }
 
-Json slotsJson(PLFriendsManager& manager, const PLFriendGroup& page) {
+Json pageJson(FriendList& list, const Page& page) {
   Json content = Json::array();
-  withCardsOf(page.friends(), [&] {
-    for (std::uint64_t slot = 0; slot < page.groupSize(); ++slot) {
-      content.push_back(slotJson(manager, page.friendAtPosition(slot)));
-    }
-  });
-  return content;
+  for (const auto& person : page.friends) content.push_back(slotJson(list, person));
+  return {{"title", textOrNull(page.title)}, {"slots", std::move(content)}};
 }
 
-Json listJson(PLFriendsManager& manager) {
+Json listJson(Session& session, const Snapshot& shown) {
   Json pages = Json::array();
-  for (const auto& page : manager.friendGroups()) {
-    const std::string title = page->title().value_or("");
-    pages.push_back({{"title", title.empty() ? Json(nullptr) : Json(title)}, {"slots", slotsJson(manager, *page)}});
-  }
-  return {{"domain", manager.domain()}, {"pageSize", manager.groupSize()}, {"pages", pages}};
+  for (std::size_t index = 0; index < shown.pageCount(); ++index)
+    pages.push_back(pageJson(session.list(), shown.page(index)));
+  const std::size_t pageSize = shown.pageCount() == 0 ? 0 : shown.page(0).friends.size();
+  return {{"domain", session.options().domain()}, {"pageSize", pageSize}, {"pages", pages}};
 }
 
 // For programs that take lines apart: place, mark, name and number, with a tab between them.
-std::string lineText(const Place& place, const PLPerson& person, const std::string& mark) {
-  return textOf(place) + "\t" + mark + "\t" + nameOf(person) + "\t" + shownDestination(person) + "\n";
-}
-
-std::string linesText(PLFriendsManager& manager, const FriendMark& mark) {
+std::string linesText(const Snapshot& shown, const FriendMark& mark) {
   std::string text;
-  const auto& pages = manager.friendGroups();
-  for (std::uint64_t page = 0; page < pages.size(); ++page) {
-    const auto& friends = pages[page]->friends();
-    withCardsOf(friends, [&] {
-      for (std::uint64_t slot = 0; slot < friends.size(); ++slot) {
-        if (const auto& person = friends[slot]) text += lineText({page, slot}, *person, mark(person));
-      }
-    });
+  for (const FriendAt& each : allFriends(shown)) {
+    text += textOf(each.place) + "\t" + mark(*each.person) + "\t" + nameOf(*each.person) + "\t" +
+            shownDestination(*each.person) + "\n";
   }
   return text;
 }
 
 void list(Session& session, const ListArguments& arguments) {
-  PLFriendsManager& manager = session.manager();
+  FriendList& list = session.list();
   // What the contacts changed since the last time belongs to the answer.
   session.settle();
   // What did not come in time is shown as it was known before.
-  if (arguments.requery && areStatusesChecked(manager)) {
-    requeryStatuses(session, allFriends(manager), true, LongestRequery);
-  }
-  const auto mark = [&manager](const std::shared_ptr<PLPerson>& person) {
-    return statusMark(reachabilityOf(manager, person).status);
-  };
-  const auto age = [&manager](const std::shared_ptr<PLPerson>& person) {
-    return ageText(reachabilityOf(manager, person));
-  };
+  if (arguments.requery && list.checksReachability()) queryAll(session, LongestRequery);
+  const Snapshot shown = list.snapshot();
+  const auto mark = [&list](const Friend& person) { return statusMark(list.reachability(person.id).status); };
+  const auto age = [&list](const Friend& person) { return ageText(list.reachability(person.id)); };
   session.answer(
-      [&] {
-        return arguments.asLines ? linesText(manager, mark)
-                                 : pagesText(manager.friendGroups(), mark, outputWidth(), age);
-      },
-      [&] { return withPhotos(session, listJson(manager), arguments.hasPhotos); });
+      [&] { return arguments.asLines ? linesText(shown, mark) : pagesText(shown, mark, outputWidth(), age); },
+      [&] { return withPhotos(session, listJson(session, shown), arguments.hasPhotos); });
 }
 
 struct Owners {
@@ -142,19 +120,18 @@ void chooseList(Command& chosen, CommonOptions& options, const ListArguments& ar
 
 void chooseList(Command& chosen, CommonOptions& options) { chooseList(chosen, options, ListArguments()); }
 
-void addListCommands(CLI::App& program, Command& chosen, CommonOptions& options) {
-  auto* shown =
-      program.add_subcommand("list", "Show the pages; + before a friend who is reachable, - who is not, ? not known");
+void addListCommands(CommandSyntax program, Command& chosen, CommonOptions& options) {
+  const auto shown =
+      program.command("list", "Show the pages; + before a friend who is reachable, - who is not, ? not known");
   const auto arguments = std::make_shared<ListArguments>();
-  shown->add_flag("--lines", arguments->asLines,
-                  "A friend a line: place, mark, name and number, with tabs between them");
-  shown->add_flag("--photos", arguments->hasPhotos, PhotosMeaning);
-  shown->add_flag("--requery", arguments->requery, "Ask the messaging service first, and wait 2 seconds at most");
-  shown->callback([&chosen, &options, arguments] { chooseList(chosen, options, *arguments); });
-  auto* command = program.add_subcommand("find", "Tell which friends and contacts have a number or an address");
+  shown.flag("--lines", arguments->asLines, "A friend a line: place, mark, name and number, with tabs between them");
+  shown.flag("--photos", arguments->hasPhotos, PhotosMeaning);
+  shown.flag("--requery", arguments->requery, "Ask the messaging service first, and wait 2 seconds at most");
+  shown.whenGiven([&chosen, &options, arguments] { chooseList(chosen, options, *arguments); });
+  const auto command = program.command("find", "Tell which friends and contacts have a number or an address");
   const auto destination = std::make_shared<std::string>();
-  command->add_option("DESTINATION", *destination, "A number or an address, in any spelling")->required();
-  command->callback(
+  command.option("DESTINATION", *destination, "A number or an address, in any spelling").required();
+  command.whenGiven(
       [&chosen, destination] { chosen = [destination](Session& session) { find(session, *destination); }; });
 }
 

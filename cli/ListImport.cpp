@@ -38,7 +38,7 @@ bool isLinked(const PLPerson& person) { return person.record().recordID() != Inv
 
 bool makesPages(Session& session) {
   return session.store()
-      .booleanValue(PLEmptyTrailingGroupEnabledKey, session.manager().domain())
+      .booleanValue(PLEmptyTrailingGroupEnabledKey, managerOf(session).domain())
       .value()
       .value_or(true);
 }
@@ -47,12 +47,12 @@ bool makesPages(Session& session) {
 
 ListImport::ListImport(Session& session, const ListFile& file)
     : _session(session),
-      _manager(session.manager()),
+      _manager(managerOf(session)),
       _file(file),
-      _friends(allFriends(_manager)),
+      _friends(allPersons(_manager)),
       _before(pagesOf(_manager)),
       _makesPages(makesPages(session)) {
-  for (const FriendAt& each : _friends) {
+  for (const PersonAt& each : _friends) {
     if (const auto guid = each.person->abRecordGUID().value_or(""); !guid.empty()) _byGuid.emplace(guid, &each);
     for (const std::string& destination : destinationsOf(*each.person)) _byDestination.emplace(destination, &each);
   }
@@ -118,12 +118,12 @@ void ListImport::matchBy(Match how) {
 }
 
 // The first in slot order that no other one of the file is.
-const FriendAt* ListImport::friendFor(const Comer& comer, Match how) const {
-  const FriendAt* found = nullptr;
+const PersonAt* ListImport::friendFor(const Comer& comer, Match how) const {
+  const PersonAt* found = nullptr;
   const auto look = [&](const auto& table, const std::string& key) {
     const auto [first, last] = table.equal_range(key);
     for (auto each = first; each != last; ++each) {
-      const FriendAt* known = each->second;
+      const PersonAt* known = each->second;
       if ((!found || known->place < found->place) && !_taken.contains(known) && isSame(comer, *known, how))
         found = known;
     }
@@ -139,7 +139,7 @@ const FriendAt* ListImport::friendFor(const Comer& comer, Match how) const {
 }
 
 // Families share numbers: another name, or another contact of this machine, is somebody else.
-bool ListImport::isSame(const Comer& comer, const FriendAt& known, Match how) const {
+bool ListImport::isSame(const Comer& comer, const PersonAt& known, Match how) const {
   if (how == Match::guid) return true;
   const std::string knownGuid = known.person->abRecordGUID().value_or("");
   if (isLinked(*comer.person) && !knownGuid.empty() && comer.person->abRecordGUID() != knownGuid) return false;
@@ -178,7 +178,7 @@ bool ListImport::putWhereTheFileHasIt(ImportPlan& plan, const Comer& comer) cons
   const auto [page, slot] = comer.place;
   if (slot >= _manager.groupSize() || !reach(plan, page) || plan.pages[page].slots[slot]) return false;
   plan.pages[page].slots[slot] = comer.person;
-  plan.added.push_back({comer.place, nullptr, comer.person});
+  plan.added.push_back({comer.place, comer.person});
   return true;
 }
 
@@ -187,7 +187,7 @@ bool ListImport::putWhereThereIsRoom(ImportPlan& plan, const Comer& comer) const
     auto& slots = plan.pages[page].slots;
     const auto slot = std::ranges::find(slots, EmptySlot);
     if (slot == slots.end()) continue;
-    plan.added.push_back({{page, static_cast<std::uint64_t>(slot - slots.begin())}, nullptr, comer.person});
+    plan.added.push_back({{page, static_cast<std::uint64_t>(slot - slots.begin())}, comer.person});
     *slot = comer.person;
     return true;
   }
@@ -225,8 +225,8 @@ ImportPlan ListImport::replacement() {
     if (!leaveOut(plan, comer)) putReplacing(plan, comer);
   }
   std::unordered_set<std::shared_ptr<PLPerson>> kept;
-  for (const FriendAt& each : plan.known) kept.insert(each.person);
-  for (const FriendAt& each : _friends) {
+  for (const PersonAt& each : plan.known) kept.insert(each.person);
+  for (const PersonAt& each : _friends) {
     if (!kept.contains(each.person)) plan.removed.push_back(each);
   }
   for (std::uint64_t page = 0; page < plan.pages.size(); ++page) {
@@ -258,7 +258,7 @@ void ListImport::requireFit() const {
 void ListImport::putReplacing(ImportPlan& plan, const Comer& comer) const {
   Slot& slot = plan.pages[comer.place.page].slots[comer.place.slot];
   slot = comer.known ? comer.known->person : comer.person;
-  const FriendAt placed{comer.place, nullptr, slot};
+  const PersonAt placed{comer.place, slot};
   if (!comer.known) return plan.added.push_back(placed);
   plan.known.push_back(*comer.known);
   if (comer.known->place != comer.place) plan.moved.push_back({placed, comer.known->place});

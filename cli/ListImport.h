@@ -8,8 +8,8 @@
 #include <unordered_set>
 #include <vector>
 
-#include "cli/FriendSearch.h"
 #include "cli/ListFile.h"
+#include "cli/ListPersons.h"
 #include "cli/PageRewrite.h"
 #include "cli/Session.h"
 
@@ -23,7 +23,7 @@ struct FriendUpdate {
 
 /// A friend who goes to another place.
 struct FriendMove {
-  FriendAt to;
+  PersonAt to;
   Place from;
 };
 
@@ -31,9 +31,9 @@ struct FriendMove {
 /// `removed`, which have those of before.
 struct ImportPlan {
   std::vector<PageContent> pages;
-  std::vector<FriendAt> added;
-  std::vector<FriendAt> known;  ///< friends of the file who are friends already
-  std::vector<FriendAt> removed;
+  std::vector<PersonAt> added;
+  std::vector<PersonAt> known;  ///< friends of the file who are friends already
+  std::vector<PersonAt> removed;
   std::vector<FriendMove> moved;
   std::vector<FriendUpdate> updated;
   std::vector<std::uint64_t> titled;  ///< pages that get another title
@@ -62,7 +62,7 @@ class ListImport {
     Place place;  // in the file
     std::string guid;
     std::shared_ptr<PLPerson> person;  // of its own, linked with the contact that fits, if one does
-    const FriendAt* known = nullptr;   // the friend who it is
+    const PersonAt* known = nullptr;   // the friend who it is
     bool isTwice = false;              // its contact is the one of a friend before it in the file
     bool isUnreachable = false;        // it has no destination
   };
@@ -72,8 +72,8 @@ class ListImport {
   void link();
   void match();
   void matchBy(Match how);
-  const FriendAt* friendFor(const Comer& comer, Match how) const;
-  bool isSame(const Comer& comer, const FriendAt& known, Match how) const;
+  const PersonAt* friendFor(const Comer& comer, Match how) const;
+  bool isSame(const Comer& comer, const PersonAt& known, Match how) const;
   static bool leaveOut(ImportPlan& plan, const Comer& comer);
   bool putWhereTheFileHasIt(ImportPlan& plan, const Comer& comer) const;
   bool putWhereThereIsRoom(ImportPlan& plan, const Comer& comer) const;
@@ -86,13 +86,13 @@ class ListImport {
   Session& _session;
   const PLFriendsManager& _manager;
   const ListFile& _file;
-  const std::vector<FriendAt> _friends;
+  const std::vector<PersonAt> _friends;
   const std::vector<PageContent> _before;
   std::vector<Comer> _comers;
   const bool _makesPages;
-  std::unordered_multimap<std::string, const FriendAt*> _byGuid;
-  std::unordered_multimap<std::string, const FriendAt*> _byDestination;
-  std::unordered_set<const FriendAt*> _taken;  // by friends of the file
+  std::unordered_multimap<std::string, const PersonAt*> _byGuid;
+  std::unordered_multimap<std::string, const PersonAt*> _byDestination;
+  std::unordered_set<const PersonAt*> _taken;  // by friends of the file
 };
 
 }  // namespace pellor::cli

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "pellor/friends/PLDestination.h"
-#include "pellor/linux/contacts/internal/NameSearchKey.h"
+#include "pellor/linux/contacts/NameSearchKey.h"
 #include "pellor/linux/phone/LibPhoneNumber.h"
 #include "pellor/linux/text/TextLimits.h"
+#include "pellor/list/Destination.h"
 #include "pellor/platform/Platform.h"
 #include "pellor/runtime/Process.h"
 
@@ -70,17 +70,17 @@ ContactFit worstFitFor(std::string_view who) {
 
 std::optional<std::string> destinationKey(std::string_view text) {
   if (isTooLongForDestination(text)) return std::nullopt;
-  const auto type = plMessageDestinationType(text);
-  if (type == PLMessageDestinationTypeUnknown) return std::nullopt;
-  const auto canonical = plMessageCanonicalRawAddress(text);
+  const DestinationKind kind = destinationKind(text);
+  if (kind == DestinationKind::neither) return std::nullopt;
+  const auto canonical = canonicalDestination(text);
   // The case of an address may matter to its server; for finding it does not.
-  return canonical && type == PLMessageDestinationTypeEmail ? lowerCaseAddress(*canonical) : canonical;
+  return canonical && kind == DestinationKind::emailAddress ? lowerCaseAddress(*canonical) : canonical;
 }
 
 bool isPlainDestination(std::string_view text) {
   if (isTooLongForDestination(text)) return false;
-  const std::string address = plMessageRawAddress(text);
-  if (isEmailAddress(address) || isWrittenNumber(plMessageCanonicalRawAddress(text).value_or(""))) return true;
+  const std::string address = rawDestination(text);
+  if (isEmailAddress(address) || isWrittenNumber(canonicalDestination(text).value_or(""))) return true;
   const std::string region = platformOf(Process::current()).phoneNumbers->homeCountryCode();
   return internationalPhoneNumber(address, region).has_value();
 }

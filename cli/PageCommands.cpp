@@ -1,49 +1,61 @@
 // title, purge
 
-#include <CLI/CLI.hpp>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "cli/CommandLine.h"
+#include "cli/CommandSyntax.h"
 #include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/PageGrid.h"
+#include "cli/Steps.h"
 
 namespace pellor::cli {
 namespace {
 
-void answerTitle(Session& session, const PLFriendGroup& page, std::uint64_t index) {
-  const std::string title = page.title().value_or("");
+void answerTitle(Session& session, const Page& page, std::uint64_t index) {
   session.answer([&] { return pageHeading(page, index); },
                  [&] {
-                   return Json{{"page", index}, {"title", title.empty() ? Json(nullptr) : Json(title)}};
+                   return Json{{"page", index}, {"title", textOrNull(page.title)}};
                  });
 }
 
-void setTitle(Session& session, PLFriendGroup& page, const std::string& title) {
+std::string pageText(std::uint64_t index) { return "page " + std::to_string(index + 1); }
+
+void setTitle(Session& session, PageId page, std::uint64_t index, const std::string& title) {
   session.requireWritableStore();
-  page.setTitle(title);
-  session.manager().saveFriendGroupTitles();
-  session.commit();
+  applyAndStore(session, {RenamePage{page, title}},
+                [index](const Refusal& refusal, RefusedAt) { return refusalText(refusal, pageText(index)); });
 }
 
 void title(Session& session, const std::string& pageNumber, const std::optional<std::string>& text) {
   const std::uint64_t index = pageIn(pageNumber);
-  const auto page = pageAt(session.manager(), index);
-  if (text) setTitle(session, *page, *text);
-  answerTitle(session, *page, index);
+  Page page = pageAt(session.list().snapshot(), index);
+  if (text) {
+    setTitle(session, page.id, index, *text);
+    page.title = *text;
+  }
+  answerTitle(session, page, index);
 }
 
 void purge(Session& session) {
   session.requireWritableStore();
-  PLFriendsManager& manager = session.manager();
-  const std::size_t before = manager.friendGroups().size();
-  manager.purgeEmptyFriendGroups();
-  // Afterwards pages of other programs may have come.
-  const std::size_t count = before - manager.friendGroups().size();
-  session.commit();
+  const Snapshot list = session.list().snapshot();
+  std::vector<Edit> edits;
+  std::vector<std::uint64_t> pages;
+  for (std::uint64_t index = 0; index + 1 < list.pageCount(); ++index) {
+    if (list.page(index).friendCount > 0) continue;
+    edits.emplace_back(RemovePage{list.page(index).id});
+    pages.push_back(index);
+  }
+  const std::size_t count = edits.size();
+  applyAndStore(session, edits,
+                [&](const Refusal& refusal, RefusedAt) { return refusalText(refusal, pageText(pages[refusal.edit])); });
   session.answer([&] { return "removed " + std::to_string(count) + (count == 1 ? " empty page\n" : " empty pages\n"); },
                  [&] {
                    Json object;
@@ -54,15 +66,15 @@ void purge(Session& session) {
 
 }  // namespace
 
-void addPageCommands(CLI::App& program, Command& chosen) {
-  auto* command = program.add_subcommand("title", "Show or set the title of a page");
+void addPageCommands(CommandSyntax program, Command& chosen) {
+  const auto command = program.command("title", "Show or set the title of a page");
   const auto page = std::make_shared<std::string>();
   const auto text = std::make_shared<std::optional<std::string>>();
-  command->add_option("PAGE", *page, "The page")->required();
-  command->add_option("TEXT", *text, "The title; an empty one takes it away");
-  command->callback(
+  command.option("PAGE", *page, "The page").required();
+  command.option("TEXT", *text, "The title; an empty one takes it away");
+  command.whenGiven(
       [&chosen, page, text] { chosen = [page, text](Session& session) { title(session, *page, *text); }; });
-  program.add_subcommand("purge", "Remove the empty pages but the last one")->callback([&chosen] { chosen = purge; });
+  program.command("purge", "Remove the empty pages but the last one").whenGiven([&chosen] { chosen = purge; });
 }
 
 }  // namespace pellor::cli

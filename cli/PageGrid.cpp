@@ -7,7 +7,6 @@
 #include "cli/FriendSearch.h"
 #include "cli/Output.h"
 #include "pellor/linux/text/IcuText.h"
-#include "pellor/list/ShownDestination.h"
 
 namespace pellor::cli {
 namespace {
@@ -36,23 +35,21 @@ struct Widths {
   std::size_t cell() const { return prefix() + text; }
 };
 
-Cell cellOf(const PLFriendGroup& page, std::uint64_t slot, const FriendMark& mark, const FriendNote& note) {
+Cell cellOf(const Page& page, std::size_t slot, const FriendMark& mark, const FriendNote& note) {
   Cell cell{std::to_string(slot + 1), " ", {}, "(empty)", {}, {}};
-  const auto person = page.friendAtPosition(slot);
+  const auto& person = page.friends[slot];
   if (!person) return cell;
-  cell.mark = mark(person);
-  cell.monogram = printable(person->initials().value_or(""));
+  cell.mark = mark(*person);
+  cell.monogram = printable(person->monogram);
   cell.name = nameOf(*person);
-  if (person->hasName()) cell.destination = shownDestination(*person);
-  cell.note = note(person);
+  if (!person->name.empty()) cell.destination = shownDestination(*person);
+  cell.note = note(*person);
   return cell;
 }
 
-std::vector<Cell> cellsOf(const PLFriendGroup& page, const FriendMark& mark, const FriendNote& note) {
+std::vector<Cell> cellsOf(const Page& page, const FriendMark& mark, const FriendNote& note) {
   std::vector<Cell> cells;
-  withCardsOf(page.friends(), [&] {
-    for (std::uint64_t slot = 0; slot < page.groupSize(); ++slot) cells.push_back(cellOf(page, slot, mark, note));
-  });
+  for (std::size_t slot = 0; slot < page.friends.size(); ++slot) cells.push_back(cellOf(page, slot, mark, note));
   return cells;
 }
 
@@ -116,23 +113,22 @@ std::string gridText(const std::vector<Cell>& cells, std::size_t columns, const 
 
 }  // namespace
 
-std::string pageHeading(const PLFriendGroup& page, std::uint64_t pageIndex) {
-  const std::string title = printable(page.title().value_or(""));
+std::string pageHeading(const Page& page, std::uint64_t pageIndex) {
+  const std::string title = printable(page.title);
   return "Page " + std::to_string(pageIndex + 1) + (title.empty() ? "" : ": " + title) + "\n";
 }
 
-std::string pagesText(const std::vector<std::shared_ptr<PLFriendGroup>>& pages, const FriendMark& mark,
-                      std::size_t width, const FriendNote& note) {
+std::string pagesText(const Snapshot& list, const FriendMark& mark, std::size_t width, const FriendNote& note) {
   std::vector<std::vector<Cell>> grids;
   Widths widths{0, NarrowestMonogram, NarrowestText};
-  for (const auto& page : pages) {
-    grids.push_back(cellsOf(*page, mark, note));
+  for (std::size_t index = 0; index < list.pageCount(); ++index) {
+    grids.push_back(cellsOf(list.page(index), mark, note));
     for (const Cell& cell : grids.back()) widen(widths, cell);
   }
   const std::size_t columns = columnsIn(width, widths);
   std::string text;
-  for (std::size_t index = 0; index < pages.size(); ++index) {
-    text += (index == 0 ? "" : "\n") + pageHeading(*pages[index], index) + gridText(grids[index], columns, widths);
+  for (std::size_t index = 0; index < list.pageCount(); ++index) {
+    text += (index == 0 ? "" : "\n") + pageHeading(list.page(index), index) + gridText(grids[index], columns, widths);
   }
   return text;
 }

@@ -8,7 +8,7 @@
 #include "cli/Services.h"
 #include "cli/ShownNumbers.h"
 #include "pellor/linux/StandardErrorLog.h"
-#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
+#include "pellor/linux/contacts/UserContacts.h"
 #include "pellor/linux/text/TerminalText.h"
 #include "pellor/platform/Platform.h"
 
@@ -64,21 +64,24 @@ Session::~Session() {
                  "; \"pellor settings region XX\" changes it");
     }
   }
-  _manager.reset();
+  _list.reset();
   _platform.reset();
   // Its end would otherwise go on trying, and perhaps write what the user was told is not saved.
   if (!isWritten) _process.abandon();
 }
 
-PLFriendsManager& Session::manager() {
-  if (_manager) return *_manager;
-  _manager = PLFriendsManager::managerForDomain(_options.domain());
+FriendList& Session::list() {
+  if (_list) return *_list;
+  _list = FriendList::openDomain(_options.domain(), "pellor");
   // Another process may hold the store for a moment.
-  if (!_manager->isLoaded()) settle();
+  if (!_list->isLoaded()) settle();
   _progress.remove();
-  if (!_manager->isLoaded()) throw CommandError("the friend list cannot be read: " + storeProblem());
-  _manager->setServiceName(_options.configuration.text("service"));
-  return *_manager;
+  if (!_list->isLoaded()) {
+    _list.reset();
+    throw CommandError("the friend list cannot be read: " + storeProblem());
+  }
+  _list->setService(_options.configuration.text("service"));
+  return *_list;
 }
 
 void Session::withAddressBook(const std::function<void(AddressBook&)>& work) {
@@ -93,7 +96,7 @@ void Session::requireContacts() {
     throw CommandError("there is no contacts folder " + printable(folder->string()) +
                        ": put vCard files there (pellor contacts import FILE), or name another folder with --contacts");
   }
-  const auto error = _platform->addressBook().readError();
+  const auto error = _platform->contacts().readError();
   _progress.remove();
   const std::string contacts = folder ? "the contacts in " + printable(folder->string()) : "the contacts";
   const std::string more = folder ? "" : " (pellor doctor tells more)";

@@ -9,10 +9,10 @@
 #include <string>
 
 #include "cli/Output.h"
-#include "pellor/friends/PLFriendsManager.h"
 #include "pellor/linux/Configuration.h"
 #include "pellor/linux/LinuxPlatform.h"
 #include "pellor/linux/preferences/SharedPreferences.h"
+#include "pellor/list/FriendList.h"
 #include "pellor/platform/AddressBookStore.h"
 #include "pellor/runtime/Process.h"
 
@@ -47,7 +47,7 @@ class Session {
   LinuxPlatform& platform() { return *_platform; }
 
   /// The friend list, loaded at the first call. Throws when the store cannot be read.
-  PLFriendsManager& manager();
+  FriendList& list();
   /// Runs `work` with the address book; where there is no contacts folder it is an empty one.
   void withAddressBook(const std::function<void(AddressBook&)>& work);
 
@@ -80,7 +80,7 @@ class Session {
   ProgressLine _progress;
   Process _process;
   std::optional<LinuxPlatform> _platform;
-  std::shared_ptr<PLFriendsManager> _manager;
+  std::unique_ptr<FriendList> _list;
   bool _isDropped = false;
   SharedPreferences::WriteCounts _before;  ///< the change
   std::string _answer;

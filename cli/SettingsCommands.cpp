@@ -1,24 +1,26 @@
 // settings
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdint>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "cli/CommandLine.h"
+#include "cli/CommandSyntax.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
 #include "cli/Suggestion.h"
-#include "pellor/friends/internal/PLDomainSettings.h"
-#include "pellor/linux/preferences/internal/StoreNameSettings.h"
-#include "pellor/linux/preferences/internal/StoreRegion.h"
+#include "pellor/linux/preferences/StoreNameSettings.h"
+#include "pellor/linux/preferences/StoreRegion.h"
+#include "pellor/list/Settings.h"
 #include "pellor/runtime/BundleIdentifier.h"
 
 namespace pellor::cli {
@@ -26,69 +28,76 @@ namespace {
 
 constexpr std::string_view RegionName = "region";
 
-// Kept as those of the list are, for the store as a whole.
+/// Kept as those of the list are, for the store as a whole.
+struct StoreSetting {
+  std::string_view key;
+  std::string_view name;
+  std::string_view meaning;
+};
 constexpr std::array StoreSettings = {
-    PLDomainSetting{ShortNamesKey, "short-names", PLDomainSetting::Kind::flag, "false", 0,
-                    "call people by their given names, of the whole store"},
-    PLDomainSetting{PreferNicknamesKey, "prefer-nicknames", PLDomainSetting::Kind::flag, "false", 0,
-                    "call people by their nicknames, of the whole store"},
+    StoreSetting{ShortNamesKey, "short-names", "call people by their given names, of the whole store"},
+    StoreSetting{PreferNicknamesKey, "prefer-nicknames", "call people by their nicknames, of the whole store"},
 };
 
 constexpr std::string_view RegionMeaning = "by which national numbers are read, of the whole store";
 
-/// What holds for a setting at present.
-struct Current {
-  Value value;
+/// A setting with what holds for it at present.
+struct Shown {
+  std::string_view name;
+  SettingValue value;
   bool isDefault = false;
+  std::string_view meaning;
 };
 
-Value valueIn(std::string_view text, const PLDomainSetting& setting) {
-  if (auto value = setting.valueOf(text)) return *std::move(value);
-  switch (setting.kind) {
-    case PLDomainSetting::Kind::count:
-      throw UsageError(inQuotes(text) + " is no number from 1 to " + std::to_string(setting.largestCount));
-    case PLDomainSetting::Kind::flag:
-      throw UsageError(inQuotes(text) + " is neither on (true) nor off (false)");
-    case PLDomainSetting::Kind::name:
-      break;
-  }
-  throw UsageError("the value is empty");
+const StoreSetting* storeSettingNamed(std::string_view name) {
+  const auto* found = std::ranges::find(StoreSettings, name, &StoreSetting::name);
+  return found == StoreSettings.end() ? nullptr : found;
 }
 
-bool isOfStore(const PLDomainSetting& setting) {
-  return std::ranges::find(StoreSettings, setting.name, &PLDomainSetting::name) != StoreSettings.end();
+CommandError cannotBeRead(Session& session) {
+  return CommandError("the settings cannot be read: " + session.storeProblem());
 }
 
-std::string domainOf(Session& session, const PLDomainSetting& setting) {
-  return isOfStore(setting) ? BundleIdentifier : session.options().domain();
+Shown shownOf(Session& session, const StoreSetting& setting) {
+  const auto answer = session.store().booleanValue(setting.key, BundleIdentifier);
+  if (!answer.isReadable()) throw cannotBeRead(session);
+  return {setting.name, answer.value().value_or(false), !answer.value(), setting.meaning};
 }
 
-std::vector<PLDomainSetting> allSettings() {
-  std::vector<PLDomainSetting> all(StoreSettings.begin(), StoreSettings.end());
-  const auto ofList = plDomainSettings();
-  all.insert(all.end(), ofList.begin(), ofList.end());
+Shown shownOf(Session& session, const ListSetting& setting) {
+  const auto current = readSetting(setting.name, session.options().domain());
+  if (!current) throw cannotBeRead(session);
+  return {setting.name, current->value, current->isDefault, setting.meaning};
+}
+
+UsageError hasNoSetting(std::string_view name) {
+  std::vector<std::string> names = {std::string(RegionName)};
+  for (const StoreSetting& setting : StoreSettings) names.emplace_back(setting.name);
+  for (const ListSetting& setting : listSettings()) names.emplace_back(setting.name);
+  return UsageError("there is no setting " + inQuotes(name) + didYouMean(name, names, " (pellor settings lists them)"));
+}
+
+Shown shownNamed(Session& session, std::string_view name) {
+  if (const auto* ofStore = storeSettingNamed(name)) return shownOf(session, *ofStore);
+  if (const auto* ofList = listSettingNamed(name)) return shownOf(session, *ofList);
+  throw hasNoSetting(name);
+}
+
+std::vector<Shown> allSettings(Session& session) {
+  std::vector<Shown> all;
+  for (const StoreSetting& setting : StoreSettings) all.push_back(shownOf(session, setting));
+  for (const ListSetting& setting : listSettings()) all.push_back(shownOf(session, setting));
   return all;
 }
 
-Current currentOf(Session& session, const PLDomainSetting& setting) {
-  const auto answer = session.store().copyValue(setting.key, domainOf(session, setting));
-  if (!answer.isReadable()) throw CommandError("the settings cannot be read: " + session.storeProblem());
-  if (answer.value() && setting.isOfKind(*answer.value())) return {*answer.value(), false};
-  return {setting.absentValue(), true};
+std::string textOf(const SettingValue& value) {
+  if (const auto* count = std::get_if<std::int64_t>(&value)) return std::to_string(*count);
+  if (const auto* flag = std::get_if<bool>(&value)) return *flag ? "true" : "false";
+  return printable(std::get<std::string>(value));
 }
 
-PLDomainSetting settingNamed(std::string_view name) {
-  const auto settings = allSettings();
-  const auto found = std::ranges::find(settings, name, &PLDomainSetting::name);
-  if (found != settings.end()) return *found;
-  std::vector<std::string> names = {std::string(RegionName)};
-  for (const PLDomainSetting& setting : settings) names.emplace_back(setting.name);
-  throw UsageError("there is no setting " + inQuotes(name) + didYouMean(name, names, " (pellor settings lists them)"));
-}
-
-std::string shown(const Value& value) {
-  if (value.boolean()) return *value.boolean() ? "true" : "false";
-  return printable(value.description());
+Json jsonOf(const SettingValue& value) {
+  return std::visit([](const auto& each) { return Json(each); }, value);
 }
 
 std::string lineText(std::string_view name, const std::string& value, bool isDefault, std::string_view meaning) {
@@ -98,19 +107,15 @@ std::string lineText(std::string_view name, const std::string& value, bool isDef
 
 std::string allText(Session& session) {
   std::string text = lineText(RegionName, session.platform().region(), false, RegionMeaning);
-  for (const PLDomainSetting& setting : allSettings()) {
-    const Current current = currentOf(session, setting);
-    text += lineText(setting.name, shown(current.value), current.isDefault, setting.meaning);
-  }
+  for (const Shown& each : allSettings(session))
+    text += lineText(each.name, textOf(each.value), each.isDefault, each.meaning);
   return text;
 }
 
 Json allJson(Session& session, const std::string& region) {
   Json settings = Json::object();
-  for (const PLDomainSetting& setting : allSettings()) {
-    const Current current = currentOf(session, setting);
-    settings[std::string(setting.name)] = Json{{"value", jsonOf(current.value)}, {"isDefault", current.isDefault}};
-  }
+  for (const Shown& each : allSettings(session))
+    settings[std::string(each.name)] = Json{{"value", jsonOf(each.value)}, {"isDefault", each.isDefault}};
   return {{"domain", session.options().domain()}, {"region", region}, {"settings", settings}};
 }
 
@@ -119,7 +124,7 @@ void showAll(Session& session) {
 }
 
 void showOne(Session& session, const std::string& name, const std::string& region) {
-  const std::string text = name == RegionName ? region : shown(currentOf(session, settingNamed(name)).value);
+  const std::string text = name == RegionName ? region : textOf(shownNamed(session, name).value);
   session.answer([&] { return text + "\n"; }, [&] { return allJson(session, region); });
 }
 
@@ -141,20 +146,47 @@ void setRegion(Session& session, const std::string& text) {
   showOne(session, std::string(RegionName), region);
 }
 
-// The next program that starts looks at all friends again, and names them anew.
-void forgetLastRefresh(Session& session) {
-  const std::string domain = session.options().domain();
-  session.store().setValue(PLAddressBookSequenceNumberKey, std::nullopt, domain);
-  requireWritten(session, session.store().synchronize(domain));
+UsageError isNoFlag(std::string_view text) {
+  return UsageError(inQuotes(text) + " is neither on (true) nor off (false)");
+}
+
+// The next program that starts names all friends anew.
+void set(Session& session, const StoreSetting& setting, const std::string& text) {
+  const bool isOn = text == "true" || text == "on";
+  if (!isOn && text != "false" && text != "off") throw isNoFlag(text);
+  session.requireWritableStore();
+  session.store().setValue(setting.key, Value(isOn), BundleIdentifier);
+  requireWritten(session, session.store().synchronize(BundleIdentifier));
+  requireWritten(session, askForRefresh(session.options().domain()));
+}
+
+SettingValue valueIn(const std::string& text, const ListSetting& setting) {
+  if (auto value = settingValueIn(text, setting.name)) return *std::move(value);
+  switch (setting.kind) {
+    case SettingKind::count:
+      throw UsageError(inQuotes(text) + " is no number from 1 to " + std::to_string(setting.largestCount));
+    case SettingKind::flag:
+      throw isNoFlag(text);
+    case SettingKind::name:
+      break;
+  }
+  throw UsageError("the value is empty");
+}
+
+void set(Session& session, const ListSetting& setting, const std::string& text) {
+  const SettingValue value = valueIn(text, setting);
+  session.requireWritableStore();
+  requireWritten(session, writeSetting(setting.name, value, session.options().domain()));
 }
 
 void set(Session& session, const std::string& name, const std::string& text) {
-  const PLDomainSetting setting = settingNamed(name);
-  Value value = valueIn(text, setting);
-  session.requireWritableStore();
-  requireWritten(session,
-                 plWriteDomainSetting(session.store(), setting.key, std::move(value), domainOf(session, setting)));
-  if (isOfStore(setting)) forgetLastRefresh(session);
+  if (const auto* ofStore = storeSettingNamed(name)) {
+    set(session, *ofStore, text);
+  } else if (const auto* ofList = listSettingNamed(name)) {
+    set(session, *ofList, text);
+  } else {
+    throw hasNoSetting(name);
+  }
   showOne(session, name, session.platform().region());
 }
 
@@ -173,12 +205,12 @@ void settings(Session& session, const SettingsArguments& arguments) {
 
 }  // namespace
 
-void addSettingsCommands(CLI::App& program, Command& chosen) {
-  auto* command = program.add_subcommand("settings", "Show or change settings; they hold for programs started later");
+void addSettingsCommands(CommandSyntax program, Command& chosen) {
+  const auto command = program.command("settings", "Show or change settings; they hold for programs started later");
   const auto arguments = std::make_shared<SettingsArguments>();
-  command->add_option("NAME", arguments->name, "The setting, or region");
-  command->add_option("VALUE", arguments->value, "The new value");
-  command->callback(
+  command.option("NAME", arguments->name, "The setting, or region");
+  command.option("VALUE", arguments->value, "The new value");
+  command.whenGiven(
       [&chosen, arguments] { chosen = [arguments](Session& session) { settings(session, *arguments); }; });
 }
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "pellor/friends/PLUtility.h"
+#include "pellor/list/FriendList.h"
 #include "pellor/platform/Platform.h"
 #include "pellor/runtime/BundleIdentifier.h"
 #include "pellor/runtime/Queue.h"
@@ -22,16 +22,16 @@ void ShownNumbers::keepIn(const std::filesystem::path& folder, const std::string
 std::string ShownNumbers::shown(const std::string& number) {
   // The user may have changed the region since.
   const bool isCurrent = _known && _known->region() == platformOf(Process::current()).phoneNumbers->homeCountryCode();
-  if (!isCurrent) return PLUtility::compressPhoneNumberString(number);
+  if (!isCurrent) return FriendList::shownNumber(number);
   if (const auto known = _known->find(number)) return std::string(*known);
-  std::string shown = PLUtility::compressPhoneNumberString(number);
+  std::string shown = FriendList::shownNumber(number);
   remember(number, shown);
   return shown;
 }
 
 // The store takes each form for the form of itself.
 void ShownNumbers::remember(const std::string& number, const std::string& shown) {
-  if (shown == number || PLUtility::compressPhoneNumberString(shown) == shown) _known->add(number, shown);
+  if (shown == number || FriendList::shownNumber(shown) == shown) _known->add(number, shown);
 }
 
 }  // namespace pellor::cli

@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "cli/CommandError.h"
-#include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/files/FileDescriptor.h"
 
 namespace pellor::cli {
 namespace {

@@ -1,6 +1,5 @@
 // status
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -9,6 +8,7 @@
 #include <vector>
 
 #include "cli/CommandLine.h"
+#include "cli/CommandSyntax.h"
 #include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
@@ -31,7 +31,7 @@ struct StatusArguments {
 
 struct FriendStatus {
   FriendAt found;
-  FriendReachability reachability;
+  Reachability reachability;
 };
 
 struct Statuses {
@@ -41,8 +41,8 @@ struct Statuses {
 };
 
 void requery(Session& session, const std::vector<FriendAt>& friends, bool asksForAll) {
-  if (requeryStatuses(session, friends, asksForAll, LongestAnswer)) return;
-  throw CommandError("the messaging service " + *session.manager().serviceName() + " did not answer within " +
+  if (asksForAll ? queryAll(session, LongestAnswer) : query(session, friends, LongestAnswer)) return;
+  throw CommandError("the messaging service " + *session.list().service() + " did not answer within " +
                      std::to_string(static_cast<int>(LongestAnswer)) + " seconds: try again later");
 }
 
@@ -57,17 +57,15 @@ std::string problemOfService(const CommonOptions& options) {
   return report.state == ServiceReport::State::fails ? report.detail : "";
 }
 
-Statuses statusesOf(PLFriendsManager& manager, const std::vector<FriendAt>& friends) {
-  Statuses statuses{manager.serviceName(), areStatusesChecked(manager), {}};
-  for (const FriendAt& found : friends) {
-    statuses.friends.push_back({found, reachabilityOf(manager, found.person)});
-  }
+Statuses statusesOf(FriendList& list, const std::vector<FriendAt>& friends) {
+  Statuses statuses{list.service(), list.checksReachability(), {}};
+  for (const FriendAt& found : friends) statuses.friends.push_back({found, list.reachability(found.person->id)});
   return statuses;
 }
 
 std::string textOf(const FriendStatus& friendStatus) {
   const auto& [found, reachability] = friendStatus;
-  std::string text = statusMark(reachability.status) + " " + nameOf(*found.person) + " (" + textOf(found.place) +
+  std::string text = statusMark(reachability.status) + " " + nameOf(*found.person) + " (" + cli::textOf(found.place) +
                      "): " + statusText(reachability.status);
   std::string separator = " at ";
   for (const std::string& destination : reachability.reachable) {
@@ -89,7 +87,7 @@ std::string textOf(const Statuses& statuses) {
 }
 
 Json jsonOf(const FriendStatus& status) {
-  Json json = jsonOf(status.found);
+  Json json = cli::jsonOf(status.found);
   addStatus(json, status.reachability);
   json["reachableDestinations"] = status.reachability.reachable;
   return json;
@@ -102,15 +100,15 @@ Json jsonOf(const Statuses& statuses) {
 }
 
 void status(Session& session, const StatusArguments& arguments) {
-  PLFriendsManager& manager = session.manager();
+  FriendList& list = session.list();
   // What the contacts changed since the last time belongs to the question.
   session.settle();
   const bool asksForAll = arguments.who.empty();
-  const auto friends = asksForAll ? allFriends(manager) : friendsNamed(session, arguments.who);
-  const bool isAsked = arguments.requery && areStatusesChecked(manager);
+  const auto friends = asksForAll ? allFriends(list.snapshot()) : friendsNamed(session, arguments.who);
+  const bool isAsked = arguments.requery && list.checksReachability();
   const double start = wallClockNow();
   if (isAsked) requery(session, friends, asksForAll);
-  const Statuses statuses = statusesOf(manager, friends);
+  const Statuses statuses = statusesOf(list, friends);
   session.answer([&] { return textOf(statuses); },
                  [&] { return withPhotos(session, jsonOf(statuses), arguments.hasPhotos); });
   const auto isNew = [start](const FriendStatus& status) { return isAnsweredSince(start, status); };
@@ -122,14 +120,13 @@ void status(Session& session, const StatusArguments& arguments) {
 
 }  // namespace
 
-void addStatusCommand(CLI::App& program, Command& chosen) {
-  auto* command =
-      program.add_subcommand("status", "Tell which friends can receive messages (+ yes, - no, ? not known)");
+void addStatusCommand(CommandSyntax program, Command& chosen) {
+  const auto command = program.command("status", "Tell which friends can receive messages (+ yes, - no, ? not known)");
   const auto arguments = std::make_shared<StatusArguments>();
-  command->add_option("WHO", arguments->who, "The friends; without any all of them");
-  command->add_flag("--photos", arguments->hasPhotos, PhotosMeaning);
-  command->add_flag("--requery", arguments->requery, "Ask the messaging service, and wait for its answer");
-  command->callback([&chosen, arguments] { chosen = [arguments](Session& session) { status(session, *arguments); }; });
+  command.option("WHO", arguments->who, "The friends; without any all of them");
+  command.flag("--photos", arguments->hasPhotos, PhotosMeaning);
+  command.flag("--requery", arguments->requery, "Ask the messaging service, and wait for its answer");
+  command.whenGiven([&chosen, arguments] { chosen = [arguments](Session& session) { status(session, *arguments); }; });
 }
 
 }  // namespace pellor::cli

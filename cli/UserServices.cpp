@@ -6,7 +6,6 @@
 
 #include "cli/CommandError.h"
 #include "cli/Services.h"
-#include "pellor/friends/PLFriendsManager.h"
 #include "pellor/list/SyncedKeys.h"
 
 namespace pellor::cli {
@@ -15,8 +14,7 @@ void chooseProgram(const CommandLine&, char**) {}
 
 LinuxPlatformOptions platformOptionsFor(const Configuration& configuration) {
   try {
-    return servicesOptions(configuration, {{{*configuration.text("domain"), syncedKeys()}},
-                                           std::string(PLRefreshAgainstContactsOnInitEnabledKey)});
+    return servicesOptions(configuration, {{{*configuration.text("domain"), syncedKeys()}}, followsContactsKey()});
   } catch (const ConfigurationError& error) {
     throw UsageError(error.what());
   }

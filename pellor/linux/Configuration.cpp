@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "pellor/linux/files/internal/RegularFile.h"
-#include "pellor/linux/preferences/internal/StoreRegion.h"
+#include "pellor/linux/preferences/StoreRegion.h"
 #include "pellor/runtime/Fatal.h"
 
 namespace pellor {

@@ -16,9 +16,9 @@
 #include "pellor/linux/files/UserFolders.h"
 #include "pellor/linux/files/internal/PrivateFiles.h"
 #include "pellor/linux/preferences/StoreCopies.h"
+#include "pellor/linux/preferences/StoreRegion.h"
 #include "pellor/linux/preferences/internal/PreferencesDatabase.h"
 #include "pellor/linux/preferences/internal/SQLitePreferences.h"
-#include "pellor/linux/preferences/internal/StoreRegion.h"
 #include "pellor/runtime/WallClock.h"
 
 namespace pellor {

@@ -15,9 +15,9 @@
 #include "pellor/linux/phone/CanonicalFormStore.h"
 #include "pellor/linux/phone/LibPhoneNumber.h"
 #include "pellor/linux/preferences/SharedPreferences.h"
+#include "pellor/linux/preferences/StoreRegion.h"
 #include "pellor/linux/preferences/internal/SQLitePreferences.h"
 #include "pellor/linux/preferences/internal/StoreCopyKeeper.h"
-#include "pellor/linux/preferences/internal/StoreRegion.h"
 #include "pellor/linux/preferences/internal/UnpairedDevice.h"
 #include "pellor/linux/reachability/IdentityService.h"
 #include "pellor/linux/text/GettextStrings.h"
@@ -145,6 +145,10 @@ std::string LinuxPlatform::region() const { return _region->region(); }
 bool LinuxPlatform::isRegionAssumed() const { return _region->isAssumed(); }
 
 std::string LinuxPlatform::locale() const { return _region->locale(); }
+
+EditableFavorites* LinuxPlatform::favorites() const { return _favoritesFile.get(); }
+
+UserContacts& LinuxPlatform::contacts() const { return *_addressBook; }
 
 std::shared_ptr<FavoritesSource> LinuxPlatform::favoritesSource(Process& process) const {
   if (_favoritesFile) return _favoritesFile;

@@ -17,6 +17,7 @@ namespace pellor {
 
 class CardSource;
 class Configuration;
+class EditableFavorites;
 class FavoritesFile;
 class FavoritesSource;
 class IdentityService;
@@ -28,6 +29,7 @@ class ReachabilityService;
 class SharedPreferences;
 class StoreRegion;
 class SystemNotifyBus;
+class UserContacts;
 struct Platform;
 
 /// Makers of parts that take the place of embedded ones. An empty one leaves the embedded part. Each is called once,
@@ -90,8 +92,8 @@ class LinuxPlatform {
 
   SharedPreferences& preferences() const { return *_preferences; }
   /// Null when the contacts do not come from a folder: then the favorites are those that are marked in the contacts.
-  FavoritesFile* favoritesFile() const { return _favoritesFile.get(); }
-  IndexedAddressBook& addressBook() const { return *_addressBook; }
+  EditableFavorites* favorites() const;
+  UserContacts& contacts() const;
   const std::filesystem::path& dataFolder() const { return _dataFolder; }
   /// Absent when the contacts do not come from a folder.
   const std::optional<std::filesystem::path>& contactsFolder() const { return _contactsFolder; }

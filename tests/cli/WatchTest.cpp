@@ -54,6 +54,27 @@ TEST(Watch, NamesPeopleAsTheStoreSaysNow) {
   EXPECT_EQ(watch.readLine(), "titled 1 Family") << "nobody else was named anew";
 }
 
+// A friend whose page only got another number has not moved, and whoever moves later is known by where it is.
+TEST(Watch, PagesThatShiftMoveNobody) {
+  const Home home;
+  pellor(home, {"settings", "page-size", "2"});
+  pellor(home, {"add", "ann@example.org", "bob@example.org", "cy@example.org", "dan@example.org"});
+  Program watch(home, pellorCommand({"watch"}));
+  EXPECT_EQ(watch.readErrorLine(), "pellor: watching");
+  pellor(home, {"title", "2", "Work"});
+  EXPECT_EQ(watch.readLine(), "titled 2 Work");
+  pellor(home, {"remove", "ann@example.org", "bob@example.org"});
+  EXPECT_EQ(watch.readLine(), "deleted 1:1 ann@example.org");
+  EXPECT_EQ(watch.readLine(), "deleted 1:2 bob@example.org");
+  pellor(home, {"move", "cy@example.org", "1:2"});
+  EXPECT_EQ(watch.readLine(), "moved 1:2 to 1:1 dan@example.org");
+  EXPECT_EQ(watch.readLine(), "moved 1:1 to 1:2 cy@example.org");
+  pellor(home, {"number", "cy@example.org", "cy@example.org"});
+  EXPECT_EQ(watch.readLine(), "updated 1:2 cy@example.org");
+  pellor(home, {"title", "1", ""});
+  EXPECT_EQ(watch.readLine(), "titled 1 (none)");
+}
+
 TEST(Watch, SpeaksJsonAndEndsWithItsReader) {
   const Home home;
   Program watch(home, pellorCommand({"watch", "--json"}));

@@ -15,7 +15,7 @@
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/friends/PLPerson.h"
 #include "pellor/linux/LinuxPlatform.h"
-#include "pellor/linux/contacts/internal/IndexedAddressBook.h"
+#include "pellor/linux/contacts/UserContacts.h"
 #include "pellor/runtime/Process.h"
 
 namespace pellor {
@@ -31,7 +31,7 @@ class RaceWriter {
     _manager = PLFriendsManager::managerForDomain(std::string(TapnoteDomain));
     if (!_process.settle(SettleLimit)) throw std::runtime_error("the list does not come to rest");
     const auto contacts = _process.notificationCenter().addObserver(
-        _platform.addressBook().addressBookChangedNotification(), [this](const Notification&) {
+        _platform.contacts().addressBookChangedNotification(), [this](const Notification&) {
           _hasNewContacts = true;
           beginWhenDue();
         });

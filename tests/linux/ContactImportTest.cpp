@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "pellor/linux/contacts/ContactImport.h"
 #include "pellor/linux/contacts/internal/CardFile.h"
-#include "pellor/linux/contacts/internal/ContactImport.h"
 #include "tests/linux/ContactsFixture.h"
 
 namespace pellor {

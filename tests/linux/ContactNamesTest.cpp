@@ -7,8 +7,8 @@
 #include <random>
 #include <set>
 
+#include "pellor/linux/contacts/NameSearchKey.h"
 #include "pellor/linux/contacts/internal/ContactLinks.h"
-#include "pellor/linux/contacts/internal/NameSearchKey.h"
 
 namespace pellor {
 namespace {

@@ -5,9 +5,9 @@
 #include <set>
 #include <string>
 
+#include "pellor/linux/contacts/NameSearchKey.h"
 #include "pellor/linux/contacts/internal/ContactNames.h"
 #include "pellor/linux/contacts/internal/EVCardContact.h"
-#include "pellor/linux/contacts/internal/NameSearchKey.h"
 #include "pellor/linux/text/IcuText.h"
 
 namespace pellor {

@@ -1,5 +1,5 @@
 // The settings of a store for names, as the address book gives them to the library.
-#include "pellor/linux/preferences/internal/StoreNameSettings.h"
+#include "pellor/linux/preferences/StoreNameSettings.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "pellor/linux/preferences/internal/StoreRegion.h"
+#include "pellor/linux/preferences/StoreRegion.h"
 
 #include <gtest/gtest.h>
 

@@ -11,8 +11,8 @@
 
 #include "pellor/linux/postgresql/PostgreSQLBus.h"
 #include "pellor/linux/postgresql/PostgreSQLLink.h"
+#include "pellor/linux/preferences/StoreRegion.h"
 #include "pellor/linux/preferences/internal/MachinePreferences.h"
-#include "pellor/linux/preferences/internal/StoreRegion.h"
 #include "pellor/testing/contract/PreferencesProcessesContract.h"
 #include "pellor/testing/contract/PreferencesStoreContract.h"
 #include "pellor/testing/contract/PreferencesVersionsContract.h"

@@ -14,6 +14,9 @@
 
 namespace pellor {
 
+/// The largest file of cards that is read.
+inline constexpr std::int64_t ContactFileSizeLimit = std::int64_t{512} * 1024 * 1024;
+
 /// What tells without reading whether a card may have changed; what the marks are is the source's business. All zero
 /// when nothing can be told: the card has to be read again.
 struct CardSignature {

@@ -41,6 +41,12 @@ class SharedPreferences : public PreferencesStore {
   /// `observer` (null: nobody) is called after each write of this object that changed the store, on any thread; it has
   /// to return at once. Before the first write.
   virtual void setWriteObserver(std::function<void()> observer) = 0;
+
+  /// Whether the store is the user's alone, who may have it made anew; by default it is an administrator's.
+  virtual bool canStartAnew() const { return false; }
+  /// Puts the store's file aside and makes another one of that copy (null: an empty one), for the next use. False when
+  /// that failed, and `lastError` says why, or the store cannot do so.
+  virtual bool startAnew(const StoreCopy* /*content*/) { return false; }
 };
 
 }  // namespace pellor

@@ -10,8 +10,8 @@
 #include "pellor/linux/postgresql/PostgreSQLPreferences.h"
 #include "pellor/linux/postgresql/PostgreSQLService.h"
 #include "pellor/linux/preferences/StoreCopies.h"
+#include "pellor/linux/preferences/StoreRegion.h"
 #include "pellor/linux/preferences/internal/MachinePreferences.h"
-#include "pellor/linux/preferences/internal/StoreRegion.h"
 #include "pellor/linux/services/internal/BuiltAdapters.h"
 
 namespace pellor {

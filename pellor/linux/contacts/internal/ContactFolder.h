@@ -14,9 +14,6 @@
 
 namespace pellor {
 
-/// The largest file of cards that is read.
-inline constexpr std::int64_t ContactFileSizeLimit = std::int64_t{512} * 1024 * 1024;
-
 /// The file in the contacts folder that lists the favorites.
 inline constexpr std::string_view FavoritesFileName = "favorites";
 

@@ -5,11 +5,11 @@
 #include <stdexcept>
 #include <utility>
 
+#include "pellor/linux/contacts/NameSearchKey.h"
 #include "pellor/linux/contacts/internal/ContactIndexCards.h"
 #include "pellor/linux/contacts/internal/ContactIndexCounts.h"
 #include "pellor/linux/contacts/internal/ContactIndexUpdate.h"
 #include "pellor/linux/contacts/internal/DestinationKey.h"
-#include "pellor/linux/contacts/internal/NameSearchKey.h"
 #include "pellor/linux/contacts/internal/QueryLists.h"
 #include "pellor/linux/text/CollationKeys.h"
 

@@ -6,9 +6,9 @@
 #include <unordered_set>
 #include <utility>
 
+#include "pellor/linux/contacts/NameSearchKey.h"
 #include "pellor/linux/contacts/internal/ContactIndexCards.h"
 #include "pellor/linux/contacts/internal/ContactWords.h"
-#include "pellor/linux/contacts/internal/NameSearchKey.h"
 #include "pellor/linux/contacts/internal/QueryLists.h"
 #include "pellor/platform/AddressBookStore.h"
 #include "pellor/platform/detail/WordDistance.h"

@@ -3,12 +3,12 @@
 #include <memory>
 #include <utility>
 
+#include "pellor/linux/contacts/NameSearchKey.h"
 #include "pellor/linux/contacts/internal/ContactIndexCards.h"
 #include "pellor/linux/contacts/internal/ContactLinks.h"
 #include "pellor/linux/contacts/internal/ContactNames.h"
 #include "pellor/linux/contacts/internal/ContactWords.h"
 #include "pellor/linux/contacts/internal/DestinationKey.h"
-#include "pellor/linux/contacts/internal/NameSearchKey.h"
 #include "pellor/linux/sqlite/MorePagesInMemory.h"
 #include "pellor/linux/text/CardText.h"
 #include "pellor/platform/AddressBookStore.h"
@@ -17,7 +17,7 @@ namespace pellor {
 
 namespace {
 
-constexpr std::size_t ProgressStep = 100;
+constexpr std::size_t IndexProgressStep = 100;
 constexpr std::size_t LongestAllWords = 300;
 
 // The words of very many cards go all over the file.
@@ -86,7 +86,7 @@ void ContactIndexUpdate::bringInStep(const std::map<std::string, CardSignature>&
   }
   for (std::size_t done = 0; done < changed.size(); ++done) {
     readFile(changed[done]);
-    const bool isTold = (done + 1) % ProgressStep == 0 || done + 1 == changed.size();
+    const bool isTold = (done + 1) % IndexProgressStep == 0 || done + 1 == changed.size();
     if (_options.progress && isTold) _options.progress(done + 1, changed.size());
   }
   finish();

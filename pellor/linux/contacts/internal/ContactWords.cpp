@@ -3,8 +3,8 @@
 #include <set>
 #include <utility>
 
+#include "pellor/linux/contacts/NameSearchKey.h"
 #include "pellor/linux/contacts/internal/ContactNames.h"
-#include "pellor/linux/contacts/internal/NameSearchKey.h"
 #include "pellor/linux/text/CollationKeys.h"
 #include "pellor/linux/text/TextLimits.h"
 #include "pellor/platform/TypedNumber.h"

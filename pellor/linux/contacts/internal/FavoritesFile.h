@@ -3,12 +3,12 @@
 
 #include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "pellor/linux/contacts/EditableFavorites.h"
 #include "pellor/linux/contacts/internal/IndexedAddressBook.h"
 #include "pellor/linux/files/internal/FileLock.h"
 #include "pellor/platform/FavoritesSource.h"
@@ -25,17 +25,9 @@ namespace pellor {
 /// Empty lines, lines that begin with # and lines that are no UTF-8 are comments. Without the file the favorites are
 /// the contacts that are marked in their cards (X-QTPROJECT-FAVORITE, X-FOLKS-FAVOURITE); the first edit writes these
 /// down. Main queue.
-class FavoritesFile final : public FavoritesSource {
+class FavoritesFile final : public FavoritesSource, public EditableFavorites {
  public:
-  /// What a line says; empty fields are unknown.
-  struct Line {
-    std::string guid;
-    std::string value;
-    std::string name;
-    friend bool operator==(const Line&, const Line&) = default;
-  };
-  /// Changes the list. False leaves the file as it is.
-  using Edit = std::function<bool(std::vector<Line>& lines)>;
+  using Line = FavoriteLine;
 
   FavoritesFile(std::shared_ptr<IndexedAddressBook> addressBook, const std::filesystem::path& contactsFolder);
 
@@ -44,16 +36,9 @@ class FavoritesFile final : public FavoritesSource {
   /// there is no folder, and while the file, which is named on the log once, or the contacts cannot be read.
   Answer<std::vector<FavoriteEntry>> favoriteEntries() override;
 
-  /// The favorites as they would be written; absent when the folder or the file cannot be read.
-  std::optional<std::vector<Line>> lines();
-
-  enum class Outcome { done, refused, failed };
-  /// Edits the list under a lock against other programs' edits and writes it in one step. Comments stay with the line
-  /// that follows them. `failed` when the file could not be read or written: nothing has changed then and the log says
-  /// why.
-  Outcome edit(const Edit& change);
-  /// Why the file could not be read, written or locked at the last time; empty when it could.
-  const std::string& problem() const { return _reportedProblem; }
+  std::optional<std::vector<Line>> lines() override;
+  Outcome edit(const Edit& change) override;
+  const std::string& problem() const override { return _reportedProblem; }
 
  private:
   struct Content;

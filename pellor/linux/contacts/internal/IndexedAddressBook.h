@@ -10,10 +10,10 @@
 #include <string_view>
 
 #include "pellor/linux/contacts/CardSource.h"
+#include "pellor/linux/contacts/UserContacts.h"
 #include "pellor/linux/contacts/internal/ContactIndexOptions.h"
 #include "pellor/linux/contacts/internal/RefreshMemory.h"
-#include "pellor/linux/preferences/internal/StoreNameSettings.h"
-#include "pellor/platform/AddressBookStore.h"
+#include "pellor/linux/preferences/StoreNameSettings.h"
 #include "pellor/runtime/BackOff.h"
 #include "pellor/runtime/Process.h"
 #include "pellor/runtime/Timer.h"
@@ -45,7 +45,7 @@ struct IndexedAddressBookOptions {
 /// Costs nothing until it is used. The first use watches the source and brings the index in step with it; from then on
 /// changes are noticed while the main queue is served, unless the options say otherwise. Main queue, but for the text
 /// tests.
-class IndexedAddressBook final : public AddressBookStore, public std::enable_shared_from_this<IndexedAddressBook> {
+class IndexedAddressBook final : public UserContacts, public std::enable_shared_from_this<IndexedAddressBook> {
   class Passkey {};
 
  public:
@@ -70,13 +70,9 @@ class IndexedAddressBook final : public AddressBookStore, public std::enable_sha
   bool containsNonLatinCharacters(std::string_view text) const override;
   bool containsEmojiCharacters(std::string_view text) const override;
 
-  /// Why there are no contacts, in one sentence for the user; absent when the source gives them.
-  std::optional<std::string> sourceError();
-  /// Why lookups find nothing or may have missed something; absent when the contacts can be read, if only as they were
-  /// when the source gave them last.
-  std::optional<std::string> readError();
-  /// How many cards are no contacts; what they are the log says, and `surveyCards`.
-  std::size_t unusableCards();
+  std::optional<std::string> sourceError() override;
+  std::optional<std::string> readError() override;
+  std::size_t unusableCards() override;
   const LogHandle& log() const { return _log; }
   /// The shared handle, for the other adapters of these contacts. To be used inside `performWithAddressBook`.
   IndexedAddressBookHandle& sharedHandle() { return *_shared; }

@@ -4,8 +4,8 @@
 #include <set>
 #include <tuple>
 
+#include "pellor/linux/contacts/NameSearchKey.h"
 #include "pellor/linux/contacts/internal/IndexedContactRecord.h"
-#include "pellor/linux/contacts/internal/NameSearchKey.h"
 
 namespace pellor {
 

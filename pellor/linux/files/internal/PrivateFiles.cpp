@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <system_error>
-#include <utility>
 #include <vector>
 
 #include "pellor/linux/files/internal/NettleDigest.h"
@@ -46,19 +45,6 @@ std::string hexadecimal(std::uint8_t byte) {
 }
 
 }  // namespace
-
-FileDescriptor& FileDescriptor::operator=(FileDescriptor&& other) noexcept {
-  if (this == &other) return *this;
-  close();
-  _descriptor = other.release();
-  return *this;
-}
-
-int FileDescriptor::release() { return std::exchange(_descriptor, -1); }
-
-void FileDescriptor::close() {
-  if (_descriptor >= 0) ::close(release());
-}
 
 std::string systemError(std::string_view what, const std::filesystem::path& path) {
   const int code = errno;

@@ -8,27 +8,10 @@
 #include <string_view>
 #include <vector>
 
+#include "pellor/linux/files/FileDescriptor.h"
+#include "pellor/linux/files/FileReplacement.h"
+
 namespace pellor {
-
-/// Closes what it holds.
-class FileDescriptor {
- public:
-  FileDescriptor() = default;
-  explicit FileDescriptor(int descriptor) : _descriptor(descriptor) {}
-  ~FileDescriptor() { close(); }
-  FileDescriptor(FileDescriptor&& other) noexcept : _descriptor(other.release()) {}
-  FileDescriptor& operator=(FileDescriptor&& other) noexcept;
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-
-  int get() const { return _descriptor; }
-  explicit operator bool() const { return _descriptor >= 0; }
-  int release();
-  void close();
-
- private:
-  int _descriptor = -1;
-};
 
 /// "<what> <path>: <the system's text for errno>".
 std::string systemError(std::string_view what, const std::filesystem::path& path);
@@ -40,10 +23,6 @@ std::optional<std::string> createPrivateFolder(const std::filesystem::path& fold
 /// The names of all entries of the folder, in any order: none, or those up to there, where it cannot be read. Any
 /// thread.
 std::vector<std::string> namesIn(const std::filesystem::path& folder);
-
-/// Replaces the file by one with this content and mode 0600, so that a reader sees the old content or the new one,
-/// whole. Absent on success, else the error. Survives the end of the process, not of the system. Any thread.
-std::optional<std::string> replacePrivateFile(const std::filesystem::path& file, std::string_view content);
 
 /// A file name made of the text, another one for every text: what is no letter, digit, ".", "-" or "_" of ASCII becomes
 /// "%" and two digits, and a name that would be too long ends in a digest. Never empty, never beginning with a dot.

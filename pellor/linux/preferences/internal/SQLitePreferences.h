@@ -78,9 +78,8 @@ class SQLitePreferences final : public SharedPreferences {
   const StoreCopies& copies() const override { return _copies; }
   std::optional<StoreCopy> copyOfStore(double date) override;
   void setWriteObserver(std::function<void()> observer) override;
-  /// Puts the store's file aside and makes another one of that copy (null: an empty one), for the next use. False when
-  /// that failed; `lastError` says why.
-  bool startAnew(const StoreCopy* content);
+  bool canStartAnew() const override { return true; }
+  bool startAnew(const StoreCopy* content) override;
 
  private:
   using Fault = PreferencesMemory::Fault;

@@ -1,4 +1,4 @@
-#include "pellor/linux/contacts/internal/NameSearchKey.h"
+#include "pellor/linux/contacts/NameSearchKey.h"
 
 #include <algorithm>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "pellor/linux/contacts/internal/ContactImport.h"
+#include "pellor/linux/contacts/ContactImport.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -13,6 +13,7 @@
 #include "pellor/linux/contacts/internal/ContactFolder.h"
 #include "pellor/linux/contacts/internal/EVCardContact.h"
 #include "pellor/linux/contacts/internal/ImportedText.h"
+#include "pellor/linux/contacts/internal/OfferedCards.h"
 #include "pellor/linux/files/internal/PrivateFiles.h"
 
 namespace pellor {
@@ -25,10 +26,10 @@ namespace fs = std::filesystem;
 constexpr int MostNames = 100;
 
 // In files or cards.
-constexpr std::size_t ProgressStep = 100;
+constexpr std::size_t ImportProgressStep = 100;
 
 void tell(const std::function<void(std::size_t, std::size_t)>& progress, std::size_t done, std::size_t total) {
-  if (progress && done % ProgressStep == 0) progress(done, total);
+  if (progress && done % ImportProgressStep == 0) progress(done, total);
 }
 
 std::string nameOf(const ContactCard& card) {

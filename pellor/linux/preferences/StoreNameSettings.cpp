@@ -1,4 +1,4 @@
-#include "pellor/linux/preferences/internal/StoreNameSettings.h"
+#include "pellor/linux/preferences/StoreNameSettings.h"
 
 #include <array>
 #include <string>

@@ -13,9 +13,9 @@
 #include <utility>
 #include <vector>
 
-#include "pellor/linux/contacts/internal/OfferedCards.h"
-
 namespace pellor {
+
+struct OfferedCard;
 
 /// Where a card comes from.
 struct CardOrigin {

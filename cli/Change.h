@@ -1,0 +1,33 @@
+// Changes of the list in the user's words.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cli/Place.h"
+#include "cli/Session.h"
+#include "pellor/list/ListChange.h"
+
+namespace pellor::cli {
+
+/// One change of one friend.
+struct Change {
+  std::string kind;  ///< "added", "updated", "deleted" or "moved"
+  std::shared_ptr<const Friend> person;
+  /// Where the friend is; of a deleted one where it was; absent for one that is in no slot.
+  std::optional<Place> place;
+  std::optional<Place> from;  ///< where a moved friend was
+};
+
+/// "moved 1:3 to 2:1 Ann Lee", without line end.
+std::string textOf(const Change& change);
+Json jsonOf(const Change& change);
+
+/// The changes of friends in a batch: who left, who moved, alone or with their page, who came, and who is shown
+/// otherwise. Of the latter those alone of whom a user sees something else: where the list comes from another device
+/// its contacts have other records for the same people, and each arrival updates these.
+std::vector<Change> changesOf(const ListChange& batch);
+
+}  // namespace pellor::cli

@@ -1,0 +1,224 @@
+// history, undo, redo
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <ctime>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "cli/CommandError.h"
+#include "cli/CommandLine.h"
+#include "cli/CommandSyntax.h"
+#include "cli/JsonForms.h"
+#include "cli/Output.h"
+#include "cli/Session.h"
+#include "cli/Steps.h"
+#include "pellor/list/History.h"
+#include "pellor/runtime/WallClock.h"
+
+namespace pellor::cli {
+namespace {
+
+// Enough to tell a hundred steps apart, and short enough to be typed.
+constexpr std::size_t ShownIdLength = 6;
+
+/// What the history says of a kind of step, in text and in JSON.
+struct KindText {
+  StepKind kind;
+  std::string_view verb;
+  std::string_view name;
+};
+
+constexpr std::array KindTexts = {
+    KindText{StepKind::added, "added", "added"},
+    KindText{StepKind::removed, "removed", "removed"},
+    KindText{StepKind::moved, "moved", "moved"},
+    KindText{StepKind::changedFriend, "changed", "changedFriend"},
+    KindText{StepKind::renamedPage, "renamed a page", "renamedPage"},
+    KindText{StepKind::changedPages, "changed pages", "changedPages"},
+    KindText{StepKind::several, "changed", "several"},
+    KindText{StepKind::imported, "imported", "imported"},
+    KindText{StepKind::relinked, "linked with another contact:", "relinked"},
+    KindText{StepKind::unlinked, "no longer linked with a contact:", "unlinked"},
+    KindText{StepKind::deduplicated, "removed, being there twice:", "deduplicated"},
+    KindText{StepKind::cleanedUp, "removed, without number and address:", "cleanedUp"},
+    KindText{StepKind::placedElsewhere, "placed elsewhere:", "placedElsewhere"},
+    KindText{StepKind::notImported, "not imported:", "notImported"},
+    KindText{StepKind::notPushed, "not sent to the other device:", "notPushed"},
+    KindText{StepKind::anotherProgram, "changed by another program:", "anotherProgram"},
+    KindText{StepKind::unknown, "something that a later version did", "unknown"},
+};
+
+const KindText& textFor(StepKind kind) {
+  for (const KindText& text : KindTexts)
+    if (text.kind == kind) return text;
+  return KindTexts.back();
+}
+
+std::string namesIn(const StepSummary& summary) {
+  constexpr std::size_t most = 3;
+  const std::uint64_t count = summary.added + summary.removed + std::max(summary.moved, summary.changed);
+  std::string text;
+  for (std::size_t index = 0; index < std::min(most, summary.names.size()); ++index)
+    text += (index == 0 ? "" : ", ") + printable(summary.names[index]);
+  if (count > most && summary.names.size() > most) text += " and " + std::to_string(count - most) + " more";
+  return text;
+}
+
+std::string textOf(const HistoryStep& step) {
+  const std::string names = namesIn(step.summary);
+  std::string text(textFor(step.kind).verb);
+  if (!names.empty()) text += " " + names;
+  return text + (step.isTakenBack ? " (taken back)" : step.isUndoable ? "" : " (too large to be taken back)");
+}
+
+std::string localTime(double seconds) {
+  const auto time = static_cast<std::time_t>(std::floor(seconds));
+  std::tm parts{};
+  localtime_r(&time, &parts);
+  std::array<char, 32> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M", &parts);
+  return text.data();
+}
+
+Json jsonOf(const HistoryStep& step) {
+  const StepSummary& summary = step.summary;
+  return {{"id", step.id},
+          {"time", cli::jsonOf(Value(Date{step.time - SecondsFrom1970To2001}))},
+          {"program", step.program.empty() ? Json(nullptr) : Json(step.program)},
+          {"kind", textFor(step.kind).name},
+          {"names", summary.names},
+          {"added", summary.added},
+          {"removed", summary.removed},
+          {"moved", summary.moved},
+          {"changed", summary.changed},
+          {"pages", summary.pages},
+          {"isTakenBack", step.isTakenBack},
+          {"isUndoable", step.isUndoable}};
+}
+
+void history(Session& session) {
+  const std::vector<HistoryStep> steps = session.list().history();
+  const auto text = [&] {
+    std::string all;
+    for (auto step = steps.rbegin(); step != steps.rend(); ++step) {
+      const std::string program = step->program.empty() ? "" : " " + printable(step->program) + ":";
+      all +=
+          step->id.substr(0, ShownIdLength) + "  " + localTime(step->time) + " " + program + " " + textOf(*step) + "\n";
+    }
+    return all.empty() ? "nothing was done yet that could be taken back\n" : all;
+  };
+  session.answer(text, [&] {
+    Json all = Json::array();
+    for (auto step = steps.rbegin(); step != steps.rend(); ++step) all.push_back(jsonOf(*step));
+    return Json{{"steps", std::move(all)}};
+  });
+}
+
+// --- Taking back ---
+
+std::string idNamed(Session& session, const std::string& named) {
+  if (named.empty()) return named;
+  std::vector<std::string> found;
+  for (const HistoryStep& step : session.list().history())
+    if (step.id.starts_with(named)) found.push_back(step.id);
+  if (found.size() == 1) return found.front();
+  if (found.empty()) throw CommandError("there is no step " + inQuotes(named) + " (\"pellor history\" names them)");
+  throw CommandError("several steps begin with " + inQuotes(named) + ": name more of it");
+}
+
+std::string_view textOf(KeptChange::Part part) {
+  switch (part) {
+    case KeptChange::Part::membership:
+      return "whether it is in the list";
+    case KeptChange::Part::place:
+      return "the place";
+    case KeptChange::Part::replyAs:
+      return "the preference for replies";
+    case KeptChange::Part::chosenNumber:
+      return "the chosen number";
+    case KeptChange::Part::metadata:
+      return "an entry of an app";
+    case KeptChange::Part::card:
+      return "the contact";
+    case KeptChange::Part::title:
+      return "the title";
+    case KeptChange::Part::page:
+      return "the page";
+  }
+  return "";
+}
+
+std::string textOf(const KeptChange& kept) {
+  const std::string name = kept.name.empty() ? "a page" : printable(kept.name);
+  return "stays, as it was changed since: " + name + ", " + std::string(textOf(kept.part)) + "\n";
+}
+
+Json jsonOf(const KeptChange& kept) {
+  return {{"name", kept.name.empty() ? Json(nullptr) : Json(kept.name)}, {"what", textOf(kept.part)}};
+}
+
+void requireDone(const UndoAnswer& answer, std::string_view nothing) {
+  if (answer.refusal) {
+    const bool isBack = answer.step && answer.step->isTakenBack;
+    throw CommandError("nothing was changed: " +
+                       std::string(isBack ? "it was taken back already" : textOf(answer.refusal->reason)));
+  }
+  if (!answer.step) throw CommandError(std::string(nothing));
+}
+
+void answerTakenBack(Session& session, const UndoAnswer& answer, std::string_view done, bool isDry) {
+  const auto text = [&] {
+    std::string all = (isDry ? "would be " : "") + std::string(done) + ": " + textOf(*answer.step) + "\n";
+    for (const KeptChange& kept : answer.kept) all += textOf(kept);
+    return all;
+  };
+  session.answer(text, [&] {
+    Json kept = Json::array();
+    for (const KeptChange& each : answer.kept) kept.push_back(jsonOf(each));
+    return Json{{"isDone", !isDry}, {"step", jsonOf(*answer.step)}, {"kept", std::move(kept)}};
+  });
+}
+
+void undo(Session& session, const std::string& named, bool isDry) {
+  const std::string id = idNamed(session, named);
+  if (!isDry) session.requireWritableStore();
+  const UndoAnswer answer = isDry ? session.list().planUndo(id) : session.list().undo(id);
+  requireDone(answer, "there is nothing to take back");
+  if (!isDry) session.commit();
+  answerTakenBack(session, answer, "taken back", isDry);
+}
+
+void redo(Session& session, bool isDry) {
+  if (!isDry) session.requireWritableStore();
+  UndoAnswer answer = isDry ? session.list().planRedo() : session.list().redo();
+  requireDone(answer, "there is nothing to do again: nothing was taken back, or something else was done since");
+  if (!isDry) session.commit();
+  answer.step->isTakenBack = false;
+  answerTakenBack(session, answer, "done again", isDry);
+}
+
+}  // namespace
+
+void addHistoryCommands(CommandSyntax program, Command& chosen) {
+  program.command("history", "Show what was done to the list, the newest first").whenGiven([&chosen] {
+    chosen = history;
+  });
+  const auto isDry = std::make_shared<bool>(false);
+  const auto step = std::make_shared<std::string>();
+  const auto undoing = program.command("undo", "Take the last step back, or the one named");
+  undoing.option("STEP", *step, "The step, as \"history\" names it");
+  undoing.flag("--dry-run", *isDry, "Only tell what would be done");
+  undoing.whenGiven(
+      [&chosen, step, isDry] { chosen = [step, isDry](Session& session) { undo(session, *step, *isDry); }; });
+  const auto redoing = program.command("redo", "Do again what was taken back last");
+  redoing.flag("--dry-run", *isDry, "Only tell what would be done");
+  redoing.whenGiven([&chosen, isDry] { chosen = [isDry](Session& session) { redo(session, *isDry); }; });
+}
+
+}  // namespace pellor::cli

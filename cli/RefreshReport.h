@@ -1,0 +1,15 @@
+// What a refresh against the contacts changed.
+#pragma once
+
+#include <vector>
+
+#include "cli/Change.h"
+#include "cli/Session.h"
+
+namespace pellor::cli {
+
+/// Brings the friends in step with the contacts and stores that. Also what the load of the list changed, if this call
+/// is the first that needs the list: a load follows the contacts before there is a version to compare with.
+std::vector<Change> refreshedFriends(Session& session);
+
+}  // namespace pellor::cli

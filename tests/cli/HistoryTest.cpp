@@ -1,0 +1,59 @@
+// history, undo, redo: what one run of the program did is taken back by another one.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "tests/cli/Story.h"
+
+namespace pellor {
+namespace {
+
+TEST(History, WhatWasDoneIsTakenBackStepByStepAndDoneAgain) {
+  const Home home;
+  addPeople(home);
+  tell(home, {
+                 {{"redo"}, 1, "there is nothing to do again"},
+                 {{"add", "anna", "zoe marsh"}, 0, "added Anna Berg (1:2)"},
+                 {{"meta", "anna", "colour", "blue"}, 0, "colour = blue"},
+                 {{"move", "anna", "2:1"}, 0, "(2:1)"},
+                 {{"remove", "anna"}, 0, "removed Anna Berg"},
+                 {{"history"}, 0, "pellor: removed Anna Berg\n"},
+                 {{"undo", "--dry-run"}, 0, "would be taken back: removed Anna Berg\n"},
+                 {{"find", "+49307654321"}, 0, "Anna Berg (contact, "},
+                 {{"undo"}, 0, "taken back: removed Anna Berg\n"},
+                 {{"find", "+49307654321"}, 0, "Anna Berg (friend, 2:1)"},
+                 {{"meta", "anna", "colour"}, 0, "blue\n"},
+                 {{"history"}, 0, "pellor: removed Anna Berg (taken back)\n"},
+                 {{"undo"}, 0, "taken back: moved Anna Berg\n"},
+                 {{"find", "+49307654321"}, 0, "(friend, 1:2)"},
+                 {{"redo"}, 0, "done again: moved Anna Berg\n"},
+                 {{"find", "+49307654321"}, 0, "(friend, 2:1)"},
+                 {{"title", "1", "Family"}, 0, "Page 1: Family"},
+                 {{"redo"}, 1, "there is nothing to do again"},
+                 {{"undo", "nostep"}, 1, "there is no step \"nostep\" (\"pellor history\" names them)"},
+                 {{"undo", "a", "b"}, 2, ""},
+             });
+}
+
+TEST(History, AStepIsTakenBackByItsNameAndWhatWasChangedSinceStays) {
+  const Home home;
+  addPeople(home);
+  pellor(home, {"reply-as", "ann lee", "me@example.org"});
+  const auto steps = nlohmann::json::parse(pellor(home, {"history", "--json"}).output)["steps"];
+  ASSERT_EQ(steps.size(), 1U);
+  EXPECT_EQ(steps[0]["kind"], "changedFriend");
+  EXPECT_EQ(steps[0]["program"], "pellor");
+  const std::string id = steps[0]["id"];
+  pellor(home, {"reply-as", "ann lee", "other@example.org"});
+  tell(home, {
+                 {{"undo", id}, 0, "stays, as it was changed since: Ann Lee, the preference for replies\n"},
+                 {{"reply-as", "ann lee"}, 0, "other@example.org"},
+                 {{"undo", id}, 1, "nothing was changed: it was taken back already"},
+             });
+}
+
+}  // namespace
+}  // namespace pellor
