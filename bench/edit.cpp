@@ -49,6 +49,8 @@ class EditedList {
     return _process.manager().personWithDestinations({person.phones.front(), person.addresses.front()});
   }
 
+  /// The slot in the middle.
+  Place place() { return {_process.manager().friendGroups().size() / 2, Slot}; }
   void put(const std::shared_ptr<PLPerson>& person) {
     std::uint32_t error = 0;
     page().setFriendAtPosition(person, Slot, error);
@@ -104,6 +106,7 @@ class FollowedList : public EditedList {
   }
 
   std::size_t told() const { return _told; }
+  FriendList& face() { return *_list; }
 
  private:
   std::unique_ptr<FriendList> _list;
@@ -128,6 +131,24 @@ void editToDiskFollowed(benchmark::State& state) {
 BENCHMARK(editToDiskFollowed)->Arg(240)->Iterations(50)->UseManualTime();
 BENCHMARK(editToDiskFollowed)->Arg(24'000)->Iterations(5)->UseManualTime();
 BENCHMARK(editToDiskFollowed)->Arg(240'000)->Iterations(2)->UseManualTime();
+
+// The edit of `editToDisk` as a step of the face, of which the history tells.
+void editToDiskAsStep(benchmark::State& state) {
+  auto& list = kept<FollowedList>(static_cast<std::size_t>(state.range(0)));
+  const auto scope = list.process().enter();
+  for (auto _ : state) {
+    list.makeRoom();
+    const auto person = list.newPerson();
+    const AddFriend step{.destination = *person->primaryDestination(), .to = list.place()};
+    time(state, [&] {
+      require(static_cast<bool>(list.face().apply(step)), "a free slot");
+      list.process().settle();
+    });
+  }
+}
+BENCHMARK(editToDiskAsStep)->Arg(240)->Iterations(50)->UseManualTime();
+BENCHMARK(editToDiskAsStep)->Arg(24'000)->Iterations(5)->UseManualTime();
+BENCHMARK(editToDiskAsStep)->Arg(240'000)->Iterations(2)->UseManualTime();
 
 /// A list of its own, and another process of its user that reports what it is told of.
 class NotifiedList {

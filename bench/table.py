@@ -104,6 +104,8 @@ ROWS = [
         [(1, "commitOneRow")]),
     Row("one edit, to the disk, shown by an app", "bench_edit", "editToDiskFollowed/{}", {240: ratio(1.2), 24_000: ratio(1.2)},
         [(1, "editToDisk/{}")]),
+    Row("one edit, to the disk, as a step of the face with its history", "bench_edit", "editToDiskAsStep/{}",
+        {240: ratio(1.2), 24_000: ratio(1.2)}, [(1, "editToDisk/{}")]),
     Row("one edit, to the notification elsewhere", "bench_edit", "editToNotification/{}",
         {240: ratio(2), 240_000: absolute(20 * MS)}, [(1, "commitOneRow"), (0.5, "busRoundTrip")]),
     Row("`personWithDestinations:`, known", "bench_lookup", "personWithDestinations/{}", every(ratio(3)),
