@@ -2,19 +2,14 @@
 #include <iostream>
 
 #include "pellor/app/UserFriendList.h"
-#include "pellor/friends/PLFriendsManager.h"
 
 int main(int count, char** arguments) {
   const auto friends = pellor::openFriendList();  // as the user's configuration says
   for (int index = 1; index < count; ++index) {
-    const auto person = friends->manager().personWithDestinations({arguments[index]});
-    if (!friends->manager().isPersonFriend(person) && !friends->manager().addFriend(person)) std::cerr << "no room\n";
+    const auto answer = friends->list().apply(pellor::AddFriend{.destination = arguments[index]});
+    if (!answer) std::cerr << arguments[index] << ": " << textOf(answer.refusal->reason) << '\n';
   }
-  const bool isStored = friends->settle(5);  // true once every change is on the disk
-  const pellor::Snapshot list = friends->list().snapshot();
-  for (std::size_t page = 0; page < list.pageCount(); ++page)
-    for (const auto& each : list.page(page).friends)
-      if (each) std::cout << (each->name.empty() ? each->destination : each->name) << '\n';
-  std::cout << list.friendCount() << " friends\n";
-  return isStored ? 0 : 1;
+  for (const auto& each : friends->list().snapshot().friends())
+    std::cout << (each->name.empty() ? each->destination : each->name) << '\n';
+  return friends->settle(5) ? 0 : 1;  // true once every change is on the disk
 }
