@@ -112,10 +112,9 @@ void PLFriendsManager::_judgeSteps(const PLStoredList& stored) {
   auto base = _writer->base();
   if (!_parts->steps.areToBeJudged(*base, stored)) return;
   _publishList();
-  const std::uint64_t storedStep = _parts->steps.lastStored(*base);
   if (base->listVersion.store != stored.listVersion.store) base = std::make_shared<const PLBaseline>();
   PLStoredPages theirs = _parts->takeover.pagesOf(*base, stored, _parts->ownPages(*base), _writer->dirtyChunks());
-  theirs.storedStep = storedStep;
+  theirs.storedStep = _writer->storedStep();
   _parts->steps.judge(theirs);
 }
 

@@ -185,6 +185,20 @@ TEST_F(StepsTest, AStepIsToldOnceItIsStored) {
   EXPECT_THAT(client->take(), ElementsAre("judge Ann,bob@example.org,cy@example.org,-,-,-", "stored 7"));
 }
 
+// Loads that were due already when the write was accepted run before anybody is told of it.
+TEST_F(StepsTest, AStepThatIsStoredIsNotJudgedByLoadsBeforeItIsTold) {
+  launchOn("Ann,-,-");
+  step([&] { a->add("Bob"); });
+  ASSERT_TRUE(scheduler->runUntil([&] { return !world.preferences().writes().empty(); }, 10));
+  for (const char* theirs : {"Ann,bob@example.org,Cy", "Ann,bob@example.org,Cy|Dan,-,-"}) {
+    store(theirs);
+    a->run([&] { a->manager().reloadFriendList(); });
+  }
+  EXPECT_THAT(client->take(), IsEmpty());
+  EXPECT_TRUE(settle());
+  EXPECT_THAT(client->take(), ElementsAre("stored 1"));
+}
+
 TEST_F(StepsTest, GroupsArePutInAndTakenOutWhileAnotherProcessEditsThePages) {
   launchOn("Ann,-,-|Bob,-,-|Cy,-,-", {"One", "Two", "Three"});
   EXPECT_EQ(a->run([&] { return a->manager().insertEmptyGroupAtIndex(5); }), nullptr) << "beyond the end";

@@ -45,7 +45,6 @@ struct PLBaseline {
   std::vector<std::uint64_t> passedOver;  ///< slots whose friends a load left out, without destinations: no edit
   std::uint64_t slotsNotMade = 0;  ///< slots at the end that a load had no friend for, and the live list does not have
   PLPageNumbers pages;             ///< of the groups that showed its pages, from the first page on
-  std::uint64_t step = 0;          ///< the last own step that was written with it; 0 after a load
   std::uint64_t elsewhere = 0;  ///< touches of persons (PLTouches::countElsewhere), counted before the list's changes
 };
 

@@ -90,7 +90,6 @@ std::shared_ptr<PLBaseline> PLListWrite::baseAfter() const {
     after->titlesVersion = titlesVersion;
   }
   if (list || titlesChanged) after->pages = published.pages;
-  after->step = moment.steps;
   return after;
 }
 

@@ -125,6 +125,17 @@ std::shared_ptr<const PLBaseline> PLListWriter::base() const {
   return _base;
 }
 
+std::uint64_t PLListWriter::storedStep() const {
+  const MutexLock lock(_mutex);
+  return _storedStep;
+}
+
+// Whether that is news.
+bool PLListWriter::noteStoredStep(std::uint64_t last) {
+  const MutexLock lock(_mutex);
+  return last > std::exchange(_storedStep, std::max(_storedStep, last));
+}
+
 PLListWriter::Turn PLListWriter::beginLoad(const PreferenceVersion& list, const PreferenceVersion& titles,
                                            const PLAttachedVersions& arrays) {
   const MutexLock lock(_mutex);
@@ -251,7 +262,7 @@ void PLListWriter::noteNothingToWrite(const PLListWrite& write) {
   leaveWriting(Phase::ready);
   if (!write.knowsTouched || _dirtyChunks.isLong()) _dirtyChunks.beginAt(write.changes, write.elsewhere);
   _hasFailed = false;
-  if (write.moment.steps == std::exchange(_toldStep, write.moment.steps)) return;
+  if (!noteStoredStep(write.moment.steps)) return;
   _process.mainQueue().async([weak = _client, last = write.moment.steps] {
     if (const auto client = weak.lock()) client->stepsNeededNoWrite(last);
   });
@@ -307,7 +318,6 @@ void PLListWriter::accept(PLListWrite& write, const VersionedPreferences& writte
   if (write.list) _dirtyChunks.beginAt(write.changes, write.elsewhere);
   _hasFailed = false;
   _retryPauses.reset();
-  _toldStep = write.moment.steps;
   push(write);
   adopt(write, written);
   leaveWriting(Phase::ready);
@@ -319,6 +329,7 @@ void PLListWriter::adopt(PLListWrite& write, const VersionedPreferences& written
   _attachedArrays.noteWritten(write.attached, written);
   if (write.list) _PLGetLogSystem().log(LogFormat("friend list saved").as("_save"));
   const std::shared_ptr<const PLBaseline> base = write.baseAfter();
+  noteStoredStep(write.moment.steps);
   if (base) {
     const MutexLock lock(_mutex);
     _base = base;

@@ -136,6 +136,8 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
 
   /// Null before the first `takeOver`.
   std::shared_ptr<const PLBaseline> base() const;
+  /// The last step that is stored, also when nobody was told of it yet.
+  std::uint64_t storedStep() const;
   /// When a load of the list that was read may go on.
   enum class Turn {
     now,         ///< at once; nothing is written before the `takeOver` at its end
@@ -174,6 +176,7 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   void keepUnsavedChanges(const PLListWrite& write) PELLOR_REQUIRES(*_saveQueue);
   void giveBack(const PLListWrite& write) PELLOR_REQUIRES(*_saveQueue);
   void noteNothingToWrite(const PLListWrite& write) PELLOR_REQUIRES(*_saveQueue);
+  bool noteStoredStep(std::uint64_t last);
   void leaveWriting(Phase phase) PELLOR_REQUIRES(*_saveQueue);
   void askForLoad(void (PLListWriterClient::*tell)());
   void askForLoadLater() PELLOR_REQUIRES(*_saveQueue);
@@ -198,6 +201,7 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   std::shared_ptr<const PLBaseline> _base PELLOR_GUARDED_BY(_mutex);
   Phase _phase PELLOR_GUARDED_BY(_mutex) = Phase::awaitsLoad;
   bool _loadIsDeferred PELLOR_GUARDED_BY(_mutex) = false;
+  std::uint64_t _storedStep PELLOR_GUARDED_BY(_mutex) = 0;
   std::vector<std::shared_ptr<const PLListWrite>> _unknownWrites PELLOR_GUARDED_BY(_mutex);  // made from the baseline
   std::optional<std::int32_t> _sequenceNumber PELLOR_GUARDED_BY(_mutex);                     // that is not written
   std::optional<bool> _awaitsFavorites PELLOR_GUARDED_BY(_mutex);                            // that is not written
@@ -221,7 +225,6 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   BackOff _retryPauses PELLOR_GUARDED_BY(*_saveQueue);
   std::shared_ptr<const PLSlotSnapshot> _savedList PELLOR_GUARDED_BY(*_saveQueue);  // that the last save looked at
   std::uint64_t _writeCount PELLOR_GUARDED_BY(*_saveQueue) = 0;
-  std::uint64_t _toldStep PELLOR_GUARDED_BY(*_saveQueue) = 0;  // up to which the client was told of steps
 };
 
 }  // namespace pellor

@@ -1,6 +1,5 @@
 #include "pellor/friends/internal/PLSteps.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "pellor/friends/PLPerson.h"
@@ -36,10 +35,8 @@ void PLSteps::noteStored(std::uint64_t last) {
   if (const auto client = _client.lock()) client->stepsWereStored(last);
 }
 
-std::uint64_t PLSteps::lastStored(const PLBaseline& base) const { return std::max(_told, base.step); }
-
 bool PLSteps::areToBeJudged(const PLBaseline& base, const PLStoredList& stored) const {
-  if (_client.expired() || _writer.steps().isMaking() || lastStored(base) == _writer.steps().made()) return false;
+  if (_client.expired() || _writer.steps().isMaking() || _writer.storedStep() == _writer.steps().made()) return false;
   return base.listVersion != stored.listVersion || base.titlesVersion != stored.titlesVersion;
 }
 

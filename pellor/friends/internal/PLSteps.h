@@ -41,8 +41,6 @@ class PLSteps {
 
   /// Whether it has to be asked before `stored` is merged. `base` is the baseline.
   bool areToBeJudged(const PLBaseline& base, const PLStoredList& stored) const;
-  /// The last step of which it is known, told or not, that it is stored.
-  std::uint64_t lastStored(const PLBaseline& base) const;
   void judge(const PLStoredPages& theirs);
   void tellChange(PLChangeOrigin origin) const;
 
