@@ -5,6 +5,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "pellor/runtime/LongArrayElements.h"
+
 namespace pellor {
 namespace {
 
@@ -35,14 +37,7 @@ class ElementsByID {
 
 LongArray lastElements(const LongArray& array, std::size_t count) {
   if (array.size() <= count) return array;
-  std::vector<std::shared_ptr<const ArrayChunk>> chunks;
-  std::vector<ArrayChunk::Element> elements;
-  for (std::size_t index = array.size() - count; index < array.size(); ++index) {
-    elements.emplace_back(array.chunks()[index / LongArray::ChunkSize], index % LongArray::ChunkSize);
-    if (elements.size() < LongArray::ChunkSize && index + 1 < array.size()) continue;
-    chunks.push_back(ArrayChunk::make(std::exchange(elements, {})));
-  }
-  return LongArray(std::move(chunks));
+  return arrayOf(elementsFrom(array, array.size() - count));
 }
 
 LongArray mergedArrays(const LongArray& base, const LongArray& theirs, const LongArray& ours,

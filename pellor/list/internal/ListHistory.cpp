@@ -125,9 +125,9 @@ const ListHistory::Entry* ListHistory::lastToRedo() {
 
 // --- What becomes of it --------------------------------------------------------------------------------------------
 
-AttachedElements ListHistory::elements() const { return elementsFrom(_manager->attached(HistoryKey), 0); }
+LongArrayElements ListHistory::elements() const { return elementsFrom(_manager->attached(HistoryKey), 0); }
 
-void ListHistory::set(AttachedElements elements) { _manager->setAttached(HistoryKey, arrayOf(std::move(elements))); }
+void ListHistory::set(LongArrayElements elements) { _manager->setAttached(HistoryKey, arrayOf(std::move(elements))); }
 
 std::vector<StepRecord> ListHistory::records() {
   std::vector<StepRecord> records;
@@ -146,7 +146,7 @@ std::int64_t ListHistory::nextMoment() {
 
 void ListHistory::append(const StepRecord& step) {
   Entry entry{step, nextMoment()};
-  AttachedElements all = elements();
+  LongArrayElements all = elements();
   all.emplace_back(Value(elementOf(entry)));
   _own.insert_or_assign(step.id, std::move(entry));
   set(std::move(all));
@@ -175,7 +175,7 @@ void ListHistory::noteRedone(const std::string& id, const StepRecord& step) {
 void ListHistory::replace(const Entry& entry) {
   const auto index = indexOf(entry.step.id);
   if (!index) return;
-  AttachedElements all = elements();
+  LongArrayElements all = elements();
   all[*index] = Value(elementOf(entry));
   _own.insert_or_assign(entry.step.id, entry);
   set(std::move(all));
@@ -185,15 +185,15 @@ void ListHistory::restore(const std::string& id, const std::optional<Entry>& ent
   if (entry) return replace(*entry);
   const auto index = indexOf(id);
   if (!index) return;
-  AttachedElements all = elements();
+  LongArrayElements all = elements();
   all.erase(all.begin() + static_cast<std::ptrdiff_t>(*index));
   set(std::move(all));
 }
 
 // Absent where all of it stays. Steps that this version cannot read tell of anybody.
-std::optional<AttachedElements> ListHistory::elementsWithout(const ForgottenPerson& person, const std::string& id) {
+std::optional<LongArrayElements> ListHistory::elementsWithout(const ForgottenPerson& person, const std::string& id) {
   const LongArray& stored = _manager->attached(HistoryKey);
-  AttachedElements elements;
+  LongArrayElements elements;
   bool isChanged = false;
   for (std::size_t index = 0; index < stored.size(); ++index) {
     const auto entry = entryOf(stored.at(index));

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "pellor/list/History.h"
-#include "pellor/list/internal/AttachedElements.h"
 #include "pellor/list/internal/StepRecord.h"
 #include "pellor/runtime/LongArray.h"
+#include "pellor/runtime/LongArrayElements.h"
 
 namespace pellor {
 
@@ -62,12 +62,12 @@ class ListHistory {
   const Entry* lastToRedo();
 
  private:
-  AttachedElements elements() const;
-  void set(AttachedElements elements);
+  LongArrayElements elements() const;
+  void set(LongArrayElements elements);
   std::optional<std::size_t> indexOf(const std::string& id);
   void replace(const Entry& entry);
   std::int64_t nextMoment();
-  std::optional<AttachedElements> elementsWithout(const ForgottenPerson& person, const std::string& id);
+  std::optional<LongArrayElements> elementsWithout(const ForgottenPerson& person, const std::string& id);
 
   const std::shared_ptr<PLFriendsManager> _manager;
   LongArray _read;  // what the entries were made of

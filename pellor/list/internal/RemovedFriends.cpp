@@ -7,8 +7,8 @@
 
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/friends/detail/PLPersonForm.h"
-#include "pellor/list/internal/AttachedElements.h"
 #include "pellor/runtime/CBOR.h"
+#include "pellor/runtime/LongArrayElements.h"
 
 namespace pellor {
 namespace {
@@ -148,7 +148,7 @@ void RemovedFriends::tidy(std::vector<Entry>& entries) const {
 
 // The elements that stay are neither made nor copied.
 void RemovedFriends::write(std::vector<Entry> entries) {
-  AttachedElements elements;
+  LongArrayElements elements;
   for (const Entry& entry : entries)
     elements.push_back(entry.isChanged ? ArrayChunk::Element(valueOf(entry)) : elementAt(_read, entry.index));
   _manager->setAttached(RemovedKey, arrayOf(std::move(elements)));
