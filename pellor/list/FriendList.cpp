@@ -53,7 +53,9 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
 
   /// The one of that manager.
   static std::shared_ptr<Core> of(std::shared_ptr<PLFriendsManager> manager) {
-    std::weak_ptr<void>& known = Process::current().local<OpenLists>().cores[manager.get()];
+    auto& cores = Process::current().local<OpenLists>().cores;
+    std::erase_if(cores, [](const auto& entry) { return entry.second.expired(); });
+    std::weak_ptr<void>& known = cores[manager.get()];
     if (const auto core = std::static_pointer_cast<Core>(known.lock())) return core;
     const auto core = std::make_shared<Core>(std::move(manager));
     known = core;

@@ -5,6 +5,7 @@
 
 #include "pellor/friends/detail/PLPersonForm.h"
 #include "pellor/list/Snapshot.h"
+#include "pellor/list/internal/TextHash.h"
 
 namespace pellor {
 
@@ -38,18 +39,15 @@ bool areAddedAlike(const FriendIdentity& one, const FriendIdentity& other) {
 }
 
 std::uint32_t fingerprintOf(const FriendIdentity& identity) {
-  std::uint32_t hash = 2166136261U;
-  const auto add = [&](std::string_view text) {
-    for (const char character : text) hash = (hash ^ static_cast<unsigned char>(character)) * 16777619U;
-    hash = (hash ^ 0xFFU) * 16777619U;
-  };
+  TextHash hash;
+  const auto add = [&](std::string_view text) { hash.add(text).add("\xFF"); };
   if (!identity.guid.empty()) {
     add(identity.guid);
-    return hash;
+    return hash.value();
   }
   add(identity.name);
   for (const std::string& destination : identity.destinations) add(destination);
-  return hash;
+  return hash.value();
 }
 
 }  // namespace pellor

@@ -12,6 +12,7 @@
 #include "pellor/list/ShownDestination.h"
 #include "pellor/list/internal/ListDraft.h"
 #include "pellor/list/internal/PageMatching.h"
+#include "pellor/list/internal/TextHash.h"
 #include "pellor/platform/Platform.h"
 #include "pellor/runtime/Process.h"
 
@@ -20,21 +21,13 @@ namespace {
 
 constexpr std::uint32_t ColorCount = 12;
 
-// Equal in all processes, on all machines.
-std::uint32_t hashOf(std::string_view text) {
-  constexpr std::uint32_t offset = 2166136261U, prime = 16777619U;
-  std::uint32_t hash = offset;
-  for (const char byte : text) hash = (hash ^ static_cast<unsigned char>(byte)) * prime;
-  return hash;
-}
-
 // The lowest destination outlives a change of the name and of the contact.
 std::uint8_t colorOf(const Friend& person) {
   const std::string guid = person.contactGUID.value_or(std::string());
   const std::string& mark = !person.destinations.empty() ? person.destinations.front()
                             : guid.empty()               ? person.name
                                                          : guid;
-  return static_cast<std::uint8_t>(hashOf(mark) % ColorCount);
+  return static_cast<std::uint8_t>(TextHash().add(mark).value() % ColorCount);
 }
 
 std::vector<MatchedPage> matched(const auto& pages, std::size_t begin, std::size_t end) {
