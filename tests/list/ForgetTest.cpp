@@ -34,14 +34,6 @@ class ForgetTest : public ManagerTest {
     rest();
     return process;
   }
-  static std::shared_ptr<const Friend> find(ListProcess& process, const std::string& name) {
-    const Snapshot list = process.snapshot();
-    for (std::size_t page = 0; page < list.pageCount(); ++page)
-      for (const auto& person : list.page(page).friends)
-        if (person && person->contactGUID == guidOf(name)) return person;
-    return nullptr;
-  }
-  static FriendId idOf(ListProcess& process, const std::string& name) { return find(process, name)->id; }
   static std::string secretOf(const std::string& name) { return "secret of " + name; }
   static Edits carrying(FriendId id, const std::string& name) {
     return {SetReplyAs{id, secretOf(name)}, ChooseNumber{id, mailOf(name)}, SetMetadata{id, "key", secretOf(name)}};
@@ -89,14 +81,14 @@ class ForgetStoryTest : public ForgetTest {
     store("Ann#,Bob#,Cy#|-,-,-");
     a = open();
     b = open();
-    bob = idOf(*a, "Bob");
+    bob = a->idNamed("Bob");
   }
   std::unique_ptr<ListProcess> a, b;
   FriendId bob;
 };
 
 TEST_F(ForgetStoryTest, NothingInTheStoreTellsOfHimAndWhatTellsOfOthersStays) {
-  const FriendId cy = idOf(*a, "Cy");
+  const FriendId cy = a->idNamed("Cy");
   apply(*a, carrying(bob, "Bob"));
   apply(*a, {MoveFriend{bob, {0, 2}}});
   apply(*a, {SetReplyAs{cy, "text"}});
@@ -106,7 +98,7 @@ TEST_F(ForgetStoryTest, NothingInTheStoreTellsOfHimAndWhatTellsOfOthersStays) {
   EXPECT_THAT(everythingStored(), HasSubstr(std::to_string(fingerprintOf({guidOf("Bob"), "Bob", {mailOf("Bob")}}))));
 
   std::vector<std::optional<Refusal>> told;
-  const FriendId bobOfB = idOf(*b, "Bob");
+  const FriendId bobOfB = b->idNamed("Bob");
   const ForgetAnswer answer =
       b->process().run([&] { return b->list().forget(bobOfB, [&](const auto& each) { told.push_back(each); }); });
   ASSERT_TRUE(answer);
@@ -117,7 +109,7 @@ TEST_F(ForgetStoryTest, NothingInTheStoreTellsOfHimAndWhatTellsOfOthersStays) {
   EXPECT_THAT(told, ElementsAre(std::nullopt));
   expectNoTraceOf("Bob");
   for (ListProcess* process : {a.get(), b.get()}) {
-    EXPECT_FALSE(find(*process, "Bob"));
+    EXPECT_FALSE(process->friendNamed("Bob"));
     const auto steps = history(*process);
     ASSERT_EQ(steps.size(), 4U) << "the step that told of him alone is gone";
     EXPECT_EQ(steps[0].summary.names, std::vector<std::string>{"Cy"}) << "who changed places with him";
@@ -133,16 +125,16 @@ TEST_F(ForgetStoryTest, NothingInTheStoreTellsOfHimAndWhatTellsOfOthersStays) {
   // As if he had never been there, in the process that had him too.
   const auto again = a->apply([](const Snapshot&) { return Edits{AddFriend{.contactGUID = "guid-Bob"}}; });
   EXPECT_FALSE(again.results.at(0).restored);
-  EXPECT_EQ(find(*a, "Bob")->replyAs, std::nullopt);
-  EXPECT_EQ(find(*a, "Bob")->metadata, Dictionary());
+  EXPECT_EQ(a->friendNamed("Bob")->replyAs, std::nullopt);
+  EXPECT_EQ(a->friendNamed("Bob")->metadata, Dictionary());
 }
 
 TEST_F(ForgetStoryTest, SomebodyWhoIsNoFriendAnyMoreIsForgottenByGUIDOrAddress) {
   for (const std::string& who : {guidOf("Bob"), mailOf("Bob"), std::string("mailto:bob@example.org")}) {
     SCOPED_TRACE(who);
-    if (!find(*a, "Bob")) apply(*a, {AddFriend{.contactGUID = "guid-Bob"}});
-    apply(*a, carrying(idOf(*a, "Bob"), "Bob"));
-    apply(*a, {RemoveFriend{idOf(*a, "Bob")}});
+    if (!a->friendNamed("Bob")) apply(*a, {AddFriend{.contactGUID = "guid-Bob"}});
+    apply(*a, carrying(a->idNamed("Bob"), "Bob"));
+    apply(*a, {RemoveFriend{a->idNamed("Bob")}});
     rest();
     EXPECT_THAT(everythingStored(), HasSubstr(secretOf("Bob")));
     a->kill();
@@ -161,19 +153,19 @@ TEST_F(ForgetStoryTest, AFriendWithTheSameLineStays) {
   rest();
   apply(*a, {AddFriend{.contactGUID = "guid-Dan"}});
   apply(*a, carrying(bob, "Bob"));
-  apply(*a, {SetReplyAs{idOf(*a, "Dan"), "kept"}});
+  apply(*a, {SetReplyAs{a->idNamed("Dan"), "kept"}});
   rest();
-  ASSERT_TRUE(b->process().run([&] { return b->list().forget(idOf(*b, "Bob")); }));
+  ASSERT_TRUE(b->process().run([&] { return b->list().forget(b->idNamed("Bob")); }));
   rest();
-  EXPECT_TRUE(find(*a, "Dan"));
-  EXPECT_FALSE(find(*a, "Bob"));
+  EXPECT_TRUE(a->friendNamed("Dan"));
+  EXPECT_FALSE(a->friendNamed("Bob"));
   EXPECT_THAT(everythingStored(), Not(HasSubstr(secretOf("Bob"))));
   EXPECT_THAT(everythingStored(), Not(HasSubstr(guidOf("Bob"))));
   EXPECT_EQ(history(*a).size(), 3U) << "Dan's two, and the removal";
   // By the line both go.
   EXPECT_TRUE(forget(*a, "bob@example.org"));
   rest();
-  EXPECT_FALSE(find(*b, "Dan"));
+  EXPECT_FALSE(b->friendNamed("Dan"));
   EXPECT_THAT(everythingStored(), Not(HasSubstr("bob@example.org")));
 }
 
@@ -205,7 +197,7 @@ TEST_F(ForgetStoryTest, AProcessThatDiesFirstHasForgottenNothing) {
   rest();
   EXPECT_THAT(told, ElementsAre(Refusal{abandoned}));
   EXPECT_EQ(everythingStored(), before);
-  EXPECT_EQ(find(*b, "Bob")->replyAs, secretOf("Bob"));
+  EXPECT_EQ(b->friendNamed("Bob")->replyAs, secretOf("Bob"));
 }
 
 // Another process tells of him in the moment in which he is forgotten.
@@ -215,14 +207,14 @@ TEST_F(ForgetStoryTest, WhatAnotherProcessToldOfHimMeanwhileGoesToo) {
     std::function<Edits()> edits;  ///< of the other process
   };
   const std::vector<Case> cases = {
-      {"changed", [&] { return carrying(idOf(*b, "Bob"), "Bob"); }},
+      {"changed", [&] { return carrying(b->idNamed("Bob"), "Bob"); }},
       {"moved",
        [&] {
-         return Edits{MoveFriend{idOf(*b, "Bob"), {0, 0}}};
+         return Edits{MoveFriend{b->idNamed("Bob"), {0, 0}}};
        }},
       {"removed",
        [&] {
-         return Edits{SetMetadata{idOf(*b, "Bob"), "key", secretOf("Bob")}, RemoveFriend{idOf(*b, "Bob")}};
+         return Edits{SetMetadata{b->idNamed("Bob"), "key", secretOf("Bob")}, RemoveFriend{b->idNamed("Bob")}};
        }},
       {"removed with others", [&] { return Edits{RemovePage{b->snapshot().page(0).id}}; }},
   };
@@ -230,8 +222,8 @@ TEST_F(ForgetStoryTest, WhatAnotherProcessToldOfHimMeanwhileGoesToo) {
     for (const bool isFirst : {true, false}) {
       SCOPED_TRACE(each.what + (isFirst ? ", first" : ", second"));
       for (const char* name : {"Ann", "Bob", "Cy"})
-        if (!find(*a, name)) apply(*a, {AddFriend{.contactGUID = guidOf(name)}});
-      apply(*a, carrying(idOf(*a, "Bob"), "Bob"));
+        if (!a->friendNamed(name)) apply(*a, {AddFriend{.contactGUID = guidOf(name)}});
+      apply(*a, carrying(a->idNamed("Bob"), "Bob"));
       rest();
       const auto other = [&] { EXPECT_TRUE(apply(*b, each.edits())); };
       if (isFirst) other();
@@ -240,8 +232,8 @@ TEST_F(ForgetStoryTest, WhatAnotherProcessToldOfHimMeanwhileGoesToo) {
       if (!isFirst) other();
       rest();
       expectNoTraceOf("Bob");
-      EXPECT_FALSE(find(*a, "Bob"));
-      EXPECT_FALSE(find(*b, "Bob"));
+      EXPECT_FALSE(a->friendNamed("Bob"));
+      EXPECT_FALSE(b->friendNamed("Bob"));
     }
   }
 }
@@ -256,7 +248,7 @@ TEST_F(ForgetStoryTest, AClearedHistoryIsEmptyInAllProcesses) {
   EXPECT_THAT(told, ElementsAre(std::nullopt));
   EXPECT_THAT(history(*a), IsEmpty());
   EXPECT_FALSE(a->process().run([&] { return a->list().undo(); }).step);
-  EXPECT_EQ(find(*a, "Bob")->replyAs, secretOf("Bob"));
+  EXPECT_EQ(a->friendNamed("Bob")->replyAs, secretOf("Bob"));
   auto c = open();
   EXPECT_THAT(history(*c), IsEmpty());
 }
@@ -289,7 +281,7 @@ class ForgettingWorld : public ForgetTest {
       rest();
       expectNoTraceOf(name);
       for (const auto& process : _processes) {
-        EXPECT_FALSE(find(*process, name));
+        EXPECT_FALSE(process->friendNamed(name));
         EXPECT_EQ(process->process().manager().invariantViolation(), std::nullopt);
       }
       if (answer) ++_forgotten;
@@ -313,7 +305,7 @@ class ForgettingWorld : public ForgetTest {
   void step(std::unique_ptr<ListProcess>& process) {
     if (below(5) == 0)
       return process->process().run([&] { below(2) == 0 ? process->list().undo() : process->list().redo(); }), void();
-    if (const std::string name = some(_names); !find(*process, name)) {
+    if (const std::string name = some(_names); !process->friendNamed(name)) {
       apply(*process, {AddFriend{.contactGUID = guidOf(name)}});
     } else {
       change(*process);
@@ -329,7 +321,7 @@ class ForgettingWorld : public ForgetTest {
 
   void addEdits(ListProcess& process, const Snapshot& list, Edits& edits) {
     const std::string name = some(_names);
-    const auto person = find(process, name);
+    const auto person = process.friendNamed(name);
     const std::size_t page = below(list.pageCount());
     if (!person) return;
     const Edits own = carrying(person->id, name);

@@ -1,6 +1,7 @@
 // A process with a list, and what an observer of it heard.
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -46,6 +47,14 @@ class ListProcess {
     return _process->run([&] { return _list->snapshot(); });
   }
   FriendId idAt(std::uint64_t page, std::uint64_t slot) { return snapshot().friendAt({page, slot})->id; }
+  /// The friend whose contact has that name; null where there is none.
+  std::shared_ptr<const Friend> friendNamed(const std::string& name) {
+    const auto friends = snapshot().friends();
+    const auto found =
+        std::ranges::find_if(friends, [&](const auto& person) { return person->contactGUID == guidOf(name); });
+    return found == friends.end() ? nullptr : *found;
+  }
+  FriendId idNamed(const std::string& name) { return friendNamed(name)->id; }
 
   void stopObserving() {
     _process->run([&] { _observation.reset(); });

@@ -40,24 +40,16 @@ class RemovedFriendsTest : public ManagerTest {
     rest();
     return process;
   }
-  static std::shared_ptr<const Friend> find(ListProcess& process, const std::string& name) {
-    const Snapshot list = process.snapshot();
-    for (std::size_t page = 0; page < list.pageCount(); ++page)
-      for (const auto& person : list.page(page).friends)
-        if (person && person->contactGUID == guidOf(name)) return person;
-    return nullptr;
-  }
-  static FriendId idOf(ListProcess& process, const std::string& name) { return find(process, name)->id; }
   /// Gives a friend something of all kinds.
   void carry(const std::string& name, const std::string& replyAs) {
-    const FriendId id = idOf(*a, name);
+    const FriendId id = a->idNamed(name);
     ASSERT_TRUE(a->apply([&](const Snapshot&) {
       return Edits{SetReplyAs{id, replyAs}, ChooseNumber{id, mailOf(name)}, SetMetadata{id, "seen", 1}};
     }));
     rest();
   }
   static StepAnswer remove(ListProcess& process, const std::string& name) {
-    const FriendId id = idOf(process, name);
+    const FriendId id = process.idNamed(name);
     return process.apply([&](const Snapshot&) { return Edits{RemoveFriend{id}}; });
   }
   static Edits adding(const std::string& name) { return Edits{AddFriend{.contactGUID = guidOf(name)}}; }
@@ -70,7 +62,7 @@ class RemovedFriendsTest : public ManagerTest {
     return answer.results.at(0).restored;
   }
   static void expectHasAll(ListProcess& process, const std::string& name) {
-    const auto person = find(process, name);
+    const auto person = process.friendNamed(name);
     ASSERT_TRUE(person);
     EXPECT_EQ(person->replyAs, "voice");
     EXPECT_EQ(person->chosenNumber, mailOf(name));
@@ -114,8 +106,8 @@ TEST_F(RemovedFriendsTest, WhoIsAddedAgainInAnotherProcessGetsBackWhatHeHad) {
   world.addressBook().add({.guid = "guid-Bob", .first = "Bob", .emails = {{"work", "bob@work.example"}}});
   rest();
   EXPECT_TRUE(isRestored(*c, "Bob"));
-  EXPECT_EQ(find(*c, "Bob")->chosenNumber, std::nullopt);
-  EXPECT_EQ(find(*c, "Bob")->replyAs, "voice");
+  EXPECT_EQ(c->friendNamed("Bob")->chosenNumber, std::nullopt);
+  EXPECT_EQ(c->friendNamed("Bob")->replyAs, "voice");
 }
 
 TEST_F(RemovedFriendsTest, WithoutAContactTheNameAndANumberTell) {
@@ -156,7 +148,7 @@ TEST_F(RemovedFriendsTest, AWrongClockNeitherKeepsForEverNorLosesAtOnce) {
     SCOPED_TRACE(each.what);
     now = begin;
     for (const char* name : {"Ann", "Bob", "Cy"}) {
-      if (!find(*a, name)) a->apply([&](const Snapshot&) { return adding(name); });
+      if (!a->friendNamed(name)) a->apply([&](const Snapshot&) { return adding(name); });
       carry(name, "voice");
     }
     remove(*a, "Bob");
@@ -211,13 +203,13 @@ TEST_F(RemovedFriendsTest, ARefusedStepLeavesTheMemoryAsItWas) {
     EXPECT_THAT(told, ElementsAre(true));
   };
   withoutCy(before);
-  refused([&] { return Edits{RemoveFriend{idOf(*a, "Bob")}, SetReplyAs{idOf(*a, "Cy"), "x"}}; });
+  refused([&] { return Edits{RemoveFriend{a->idNamed("Bob")}, SetReplyAs{a->idNamed("Cy"), "x"}}; });
   EXPECT_THAT(remembered(), IsEmpty());
   expectHasAll(*b, "Bob");
   // One who was to get it back.
   remove(*a, "Bob");
   rest();
-  const FriendId ann = idOf(*a, "Ann");
+  const FriendId ann = a->idNamed("Ann");
   Array nobody(6, Value(Dictionary()));
   world.preferences().setValue(PLFriendListKey, storedAfter(storedValue(PLFriendListKey), nobody), TapnoteDomain);
   refused([&] { return Edits{AddFriend{.contactGUID = "guid-Bob"}, SetReplyAs{ann, "x"}}; });
@@ -232,8 +224,8 @@ TEST_F(RemovedFriendsTest, ARemovalThatIsStoredAndNotToldYetStaysTheStepThatItWa
   remove(*a, "Bob");
   advance(0.01);
   EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
-  a->apply([&](const Snapshot&) { return Edits{SetReplyAs{idOf(*a, "Cy"), "x"}}; });
-  b->apply([&](const Snapshot&) { return Edits{SetReplyAs{idOf(*b, "Ann"), "y"}}; });
+  a->apply([&](const Snapshot&) { return Edits{SetReplyAs{a->idNamed("Cy"), "x"}}; });
+  b->apply([&](const Snapshot&) { return Edits{SetReplyAs{b->idNamed("Ann"), "y"}}; });
   rest();
   EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
   const auto history = b->process().run([&] { return b->list().history(); });
