@@ -157,6 +157,23 @@ TEST_F(AttachedArraysTest, AloneItGoesToTheOthersToo) {
   }
 }
 
+// An array that is attached once there is a list is read at once, or as soon as the store can be read.
+TEST_F(AttachedArraysTest, OneThatIsAttachedLateIsReadThen) {
+  set(*a, "a b");
+  rest();
+  const auto late = launch();
+  attach(*late);
+  EXPECT_EQ(shown(*late), "a b");
+  const auto later = launch();
+  world.preferences().makeUnreadable();
+  attach(*later);
+  attach(*later);
+  EXPECT_EQ(shown(*later), "");
+  world.preferences().makeReadable();
+  rest();
+  EXPECT_EQ(shown(*later), "a b");
+}
+
 TEST_F(AttachedArraysTest, ADamagedOneCountsAsEmptyAndOthersLeaveTheKeyAlone) {
   setSetting(Key, "no array");
   for (int load = 0; load < 2; ++load) a->run([&] { a->manager().reloadFriendList(); });

@@ -245,6 +245,40 @@ TEST_F(StepsTest, TheOnlyGroupStaysEmptyAndATrailingOneComesBack) {
   EXPECT_EQ(a->list(), "Ann,-,-|-,-,-");
 }
 
+TEST_F(StepsTest, AGroupIsMovedWithItsFriendsAndItsTitle) {
+  struct Case {
+    std::uint64_t from, to;
+    const char* list;
+    const char* titles;
+    const char* events;
+  };
+  const Case cases[] = {
+      {0, 2, "Bob,Bea,-|Cy,-,-|Ann,-,-|-,-,-", "Two|-|One|-", "groups changed changed Ann>"},
+      {2, 0, "Ann,-,-|Bob,Bea,-|Cy,-,-|-,-,-", "One|Two|-|-", "groups changed changed Ann>"},
+      {1, 0, "Bob,Bea,-|Ann,-,-|Cy,-,-|-,-,-", "Two|One|-|-", "groups changed changed Bob> Bea>"},
+      {3, 1, "Bob,Bea,-|-,-,-|Ann,-,-|Cy,-,-|-,-,-", "Two|-|One|-|-", "groups changed groups changed"},
+      {1, 1, "Bob,Bea,-|-,-,-|Ann,-,-|Cy,-,-|-,-,-", "Two|-|One|-|-", ""},
+  };
+  launchOn("Ann,-,-|Bob,Bea,-|Cy,-,-|-,-,-", {"One", "Two"});
+  const auto b = launch();
+  for (const Case& each : cases) {
+    SCOPED_TRACE(each.list);
+    rest();
+    a->takeEvents();
+    EXPECT_TRUE(a->run([&] { return a->manager().moveFriendGroupToIndex(each.from, each.to); }));
+    EXPECT_EQ(a->list(), each.list);
+    EXPECT_EQ(a->titles(), each.titles);
+    rest();
+    std::string events;
+    for (const std::string& event : a->takeNotifications()) events += (events.empty() ? "" : " ") + event;
+    EXPECT_EQ(events, each.events);
+    EXPECT_EQ(b->list(), each.list);
+    EXPECT_EQ(b->titles(), each.titles);
+  }
+  EXPECT_FALSE(a->run([&] { return a->manager().moveFriendGroupToIndex(5, 0); }));
+  EXPECT_FALSE(a->run([&] { return a->manager().moveFriendGroupToIndex(0, 5); }));
+}
+
 // Of a step that another one depends on nothing is written once the client has taken it back, and the other is.
 TEST_F(StepsTest, WhatTheClientTakesBackOfOvertakenStepsIsNotWritten) {
   contacts({"Dan"});
