@@ -70,7 +70,7 @@ drop_counts = @test ! -d build/coverage || find build/coverage -name '*.gcda' -d
 coverage:
 	@$(SETUP) build tests coverage
 	$(drop_counts)
-	$(call build,$@)
+	$(call build,$@,,pellor_tests)
 	$(drop_counts)
 	@for notes in $$(find build/coverage -name '*.gcno'); do test -e "$${notes%.gcno}.o" || rm "$$notes"; done
 	@echo '== test (coverage)'
