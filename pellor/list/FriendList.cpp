@@ -208,13 +208,17 @@ UndoAnswer FriendList::planUndo(const std::string& step) { return _core->steps()
 
 UndoAnswer FriendList::planRedo() { return _core->steps().planRedo(); }
 
-ForgetAnswer FriendList::forget(FriendId id, StoredHandler stored) {
-  return _core->steps().forget(id, std::move(stored));
+ForgetAnswer FriendList::forget(FriendId id, ForgottenHandler forgotten) {
+  return _core->steps().forget(id, std::move(forgotten));
 }
 
-ForgetAnswer FriendList::forget(std::string_view who, StoredHandler stored) {
-  return _core->steps().forget(std::string(who), std::move(stored));
+ForgetAnswer FriendList::forget(std::string_view who, ForgottenHandler forgotten) {
+  return _core->steps().forget(std::string(who), std::move(forgotten));
 }
+
+ForgetAnswer FriendList::planForget(FriendId id) { return _core->steps().planForget(id); }
+
+ForgetAnswer FriendList::planForget(std::string_view who) { return _core->steps().planForget(std::string(who)); }
 
 StepAnswer FriendList::clearHistory(StoredHandler stored) { return _core->steps().clearHistory(std::move(stored)); }
 

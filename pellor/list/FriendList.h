@@ -81,12 +81,18 @@ class FriendList {
   /// history, where steps that told of nobody else go as a whole, and what he would get back when he is added again.
   /// The history keeps that somebody was removed, not who; it cannot be taken back. Another friend who shares a number
   /// or an address stays as he is, and so do the titles of pages. What another process tells of him before it has taken
-  /// the step over goes with a second write; `stored` is called then. Refused for a friend whom the process has no
-  /// more.
-  ForgetAnswer forget(FriendId id, StoredHandler stored = {});
-  /// Forgets each person with this number, this address or this GUID of a contact: friends, and those who are no
-  /// friends any more and of whom the history or the memory of the removed tells. Refused where there is nobody.
-  ForgetAnswer forget(std::string_view who, StoredHandler stored = {});
+  /// the step over goes with a second write. Then the platform erases what it keeps of him beside the store's values
+  /// (`PersonalTraces`), and `forgotten` is called; not where the program ends before the platform has answered.
+  /// Refused for a friend whom the process has no more.
+  ForgetAnswer forget(FriendId id, ForgottenHandler forgotten = {});
+  /// Forgets each person with this number, this address or this GUID of a contact: friends, those who are no friends
+  /// any more and of whom the history or the memory of the removed tells, and those of whom the platform alone keeps
+  /// something; forgetting that was interrupted goes on. Where the platform keeps nothing either `forgotten` is told
+  /// notFound; without a platform that keeps anything it is refused here.
+  ForgetAnswer forget(std::string_view who, ForgottenHandler forgotten = {});
+  /// What `forget` would answer and erase, without doing it. Reads files of the platform: for a user who waits.
+  ForgetAnswer planForget(FriendId id);
+  ForgetAnswer planForget(std::string_view who);
   /// Takes all steps out of the history: none of them can be taken back any more. Refused: storeNotReadable.
   StepAnswer clearHistory(StoredHandler stored = {});
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -9,6 +10,7 @@
 
 #include "pellor/list/Edit.h"
 #include "pellor/list/ListIds.h"
+#include "pellor/platform/PersonalTraces.h"
 
 namespace pellor {
 
@@ -97,9 +99,23 @@ struct UndoAnswer {
 struct ForgetAnswer {
   std::vector<std::string> guids = {};         ///< of the contacts that the person was linked with, ascending
   std::vector<std::string> destinations = {};  ///< the person's numbers and addresses, in canonical form and ascending
+  std::vector<std::string> names = {};         ///< ascending
+  std::vector<FriendId> friends = {};          ///< who leave the list
+  bool isInHistory = false;                    ///< or among those who were removed and would get back what they had
+  std::vector<std::string> found = {};         ///< of a plan: where else the platform keeps something, for the user
   std::optional<Refusal> refusal = {};         ///< why nothing was done: notFound, storeNotReadable
 
   explicit operator bool() const { return !refusal; }
 };
+
+/// What became of forgetting somebody.
+struct Forgotten {
+  std::optional<Refusal> refusal = {};   ///< nothing was forgotten: notFound where nothing is kept, abandoned
+  std::vector<std::string> erased = {};  ///< where the platform kept something beside the list, for the user
+  std::vector<KeptTrace> kept = {};      ///< what is still there
+};
+
+/// Told once how forgetting somebody ended, on the main queue and never inside a call.
+using ForgottenHandler = std::function<void(const Forgotten&)>;
 
 }  // namespace pellor

@@ -11,6 +11,7 @@
 #include "pellor/platform/FavoritesSource.h"
 #include "pellor/platform/LocalizedStrings.h"
 #include "pellor/platform/PersonNameFormatter.h"
+#include "pellor/platform/PersonalTraces.h"
 #include "pellor/platform/PhoneNumberFormatter.h"
 #include "pellor/platform/PreferencesStore.h"
 #include "pellor/platform/PreferencesSyncService.h"
@@ -22,7 +23,7 @@
 
 namespace pellor {
 
-/// None may be null but the search. The clock is the process's scheduler's.
+/// None may be null but the last two. The clock is the process's scheduler's.
 struct Platform {
   std::shared_ptr<AddressBookStore> addressBook;
   std::shared_ptr<PreferencesStore> preferences;
@@ -39,6 +40,8 @@ struct Platform {
   std::shared_ptr<LocalizedStrings> strings;
   /// Null where all contacts have to be walked through for each search: see WalkingContactSearch.
   std::shared_ptr<ContactSearch> contactSearch;
+  /// Null where nothing of people is kept beside the stored values.
+  std::shared_ptr<PersonalTraces> personalTraces;
 
   bool isComplete() const {
     return addressBook && preferences && preferencesSync && reachability && phoneNumbers && personNames && notifyBus &&

@@ -35,6 +35,7 @@ Platform SimulatedWorld::makePlatform(Process& process) {
   platform.text = _text;
   platform.digests = _digests;
   platform.strings = _strings;
+  platform.personalTraces = _personalTraces;
   platform.contactSearch = std::make_shared<WalkingContactSearch>(platform);
   return platform;
 }

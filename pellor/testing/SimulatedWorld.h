@@ -30,6 +30,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "pellor/platform/Platform.h"
@@ -57,6 +58,8 @@ class SimulatedWorld {
   /// Makes these contacts the favorites, in this order: their names with the first phone number of each, else its first
   /// e-mail address. GUIDs of no contact are left out. Any thread.
   void setFavorites(const std::vector<std::string>& guids);
+  /// What is kept of people beside the store, of processes that are made later; null, as at first: nothing.
+  void setPersonalTraces(std::shared_ptr<PersonalTraces> traces) { _personalTraces = std::move(traces); }
 
   InMemoryAddressBook& addressBook() { return *_addressBook; }
   InMemoryPreferences& preferences() { return *_preferences; }
@@ -83,6 +86,7 @@ class SimulatedWorld {
   const std::shared_ptr<SimulatedText> _text;
   const std::shared_ptr<InMemoryStrings> _strings;
   const std::shared_ptr<SimulatedDigests> _digests;
+  std::shared_ptr<PersonalTraces> _personalTraces;
 };
 
 }  // namespace pellor

@@ -10,12 +10,14 @@
 #include <vector>
 
 #include "pellor/list/internal/FriendIdentity.h"
+#include "pellor/testing/InMemoryTraces.h"
 #include "tests/list/ListProcess.h"
 #include "tests/pellor/SeededTest.h"
 
 namespace pellor {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::AnyOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -41,32 +43,47 @@ class ForgetTest : public ManagerTest {
   static bool apply(ListProcess& process, const Edits& edits, StoredHandler stored = {}) {
     return static_cast<bool>(process.apply([&](const Snapshot&) { return edits; }, std::move(stored)));
   }
-  static ForgetAnswer forget(ListProcess& process, const std::string& who, StoredHandler stored = {}) {
-    return process.process().run([&] { return process.list().forget(who, std::move(stored)); });
+  static ForgetAnswer forget(ListProcess& process, const std::string& who, ForgottenHandler forgotten = {}) {
+    return process.process().run([&] { return process.list().forget(who, std::move(forgotten)); });
   }
   static std::vector<HistoryStep> history(ListProcess& process) {
     return process.process().run([&] { return process.list().history(); });
   }
 
-  /// All that is stored under any key that was ever written, as text.
-  std::string everythingStored() {
-    std::set<std::string> keys = {std::string(PLFriendListKey), std::string(PLGroupTitlesKey)};
-    for (const auto& write : world.preferences().writes()) keys.insert(write.keys.begin(), write.keys.end());
+  /// All that is stored under any key that was ever written.
+  Dictionary valuesStored() {
+    Dictionary values;
+    for (const std::string& key : keysWritten())
+      if (auto value = storedValue(key)) values.emplace(key, *std::move(value));
+    return values;
+  }
+  static std::string textOf(const Dictionary& values) {
     std::string text;
-    for (const std::string& key : keys) {
+    for (const auto& [key, value] : values) text += key + ": " + textOfAll(value) + "\n";
+    return text;
+  }
+  /// The values and their last good copies, as text.
+  std::string everythingStored() {
+    std::string text;
+    for (const std::string& key : keysWritten()) {
       for (const auto& value : {storedValue(key), world.preferences().lastGoodValue(key, TapnoteDomain)})
         if (value) text += key + ": " + textOfAll(*value) + "\n";
     }
     return text;
   }
-  void expectNoTraceOf(const std::string& name) {
-    const std::string text = everythingStored();
+  void expectNoTraceOf(const std::string& name) { expectNoTraceOf(name, everythingStored()); }
+  static void expectNoTraceOf(const std::string& name, const std::string& text) {
     for (const std::string& trace : {mailOf(name), guidOf(name), secretOf(name), "\"" + name + "\"",
                                      std::to_string(fingerprintOf({guidOf(name), name, {mailOf(name)}}))})
       EXPECT_THAT(text, Not(HasSubstr(trace))) << name;
   }
 
  private:
+  std::set<std::string> keysWritten() {
+    std::set<std::string> keys = {std::string(PLFriendListKey), std::string(PLGroupTitlesKey)};
+    for (const auto& write : world.preferences().writes()) keys.insert(write.keys.begin(), write.keys.end());
+    return keys;
+  }
   static std::string textOfAll(const Value& value) {
     if (value.longArray()) return Value(value.longArray()->elements()).description();
     return value.description();
@@ -99,8 +116,8 @@ TEST_F(ForgetStoryTest, NothingInTheStoreTellsOfHimAndWhatTellsOfOthersStays) {
 
   std::vector<std::optional<Refusal>> told;
   const FriendId bobOfB = b->idNamed("Bob");
-  const ForgetAnswer answer =
-      b->process().run([&] { return b->list().forget(bobOfB, [&](const auto& each) { told.push_back(each); }); });
+  const ForgetAnswer answer = b->process().run(
+      [&] { return b->list().forget(bobOfB, [&](const auto& each) { told.push_back(each.refusal); }); });
   ASSERT_TRUE(answer);
   EXPECT_THAT(answer.guids, ElementsAre("guid-Bob"));
   EXPECT_THAT(answer.destinations, ElementsAre("bob@example.org"));
@@ -148,6 +165,53 @@ TEST_F(ForgetStoryTest, SomebodyWhoIsNoFriendAnyMoreIsForgottenByGUIDOrAddress) 
   }
 }
 
+// Of a copy that was made before, and of whom the platform alone knows still.
+TEST_F(ForgetStoryTest, CopiesTellNothingOfHimOnceTheHandlerIsCalled) {
+  const auto traces = std::make_shared<InMemoryTraces>();
+  world.setPersonalTraces(traces);
+  apply(*a, carrying(bob, "Bob"));
+  apply(*a, {RenamePage{a->snapshot().page(0).id, "Bob's page"}, MoveFriend{a->idNamed("Cy"), {1, 0}}});
+  apply(*a, {RemoveFriend{bob}});
+  apply(*a, {AddFriend{.contactGUID = "guid-Bob"}});
+  apply(*a, carrying(a->idNamed("Bob"), "Bob"));
+  rest();
+  const Dictionary copy = valuesStored();
+  traces->addCopy(copy);
+  traces->setKept(KeptTrace{"a server", "it is another one's"});
+  auto c = open();
+  const ForgetAnswer plan = c->process().run([&] { return c->list().planForget("bob@example.org"); });
+  EXPECT_THAT(plan.found, ElementsAre("a copy"));
+  EXPECT_THAT(plan.names, ElementsAre("Bob"));
+  EXPECT_TRUE(plan.isInHistory);
+  EXPECT_EQ(plan.friends, std::vector{c->idNamed("Bob")});
+  EXPECT_EQ(valuesStored(), copy) << "a plan changes nothing";
+
+  std::vector<Forgotten> told;
+  forget(*c, "guid-Bob", [&](const Forgotten& each) {
+    EXPECT_THAT(textOf(traces->copies()[0]), Not(HasSubstr(secretOf("Bob"))));
+    told.push_back(each);
+  });
+  EXPECT_EQ(traces->copies()[0], copy) << "not before the step is stored";
+  rest();
+  ASSERT_EQ(told.size(), 1U);
+  EXPECT_THAT(told[0].erased, ElementsAre("a copy"));
+  EXPECT_THAT(told[0].kept, ElementsAre(KeptTrace{"a server", "it is another one's"}));
+  expectNoTraceOf("Bob", textOf(traces->copies()[0]));
+  EXPECT_THAT(textOf(traces->copies()[0]), AllOf(HasSubstr(guidOf("Cy")), HasSubstr("Bob's page")));
+  const LongArray list = *traces->copies()[0].at(std::string(PLFriendListKey)).longArray();
+  EXPECT_EQ(list.size(), copy.at(std::string(PLFriendListKey)).longArray()->size()) << "his slot is empty";
+
+  // A program was killed before the copies were done: nobody but these knows him any more.
+  traces->addCopy(copy);
+  traces->setKept(std::nullopt);
+  forget(*c, "bob@example.org");
+  rest();
+  expectNoTraceOf("Bob", textOf(traces->copies()[1]));
+  forget(*c, "bob@example.org", [&](const Forgotten& each) { told.push_back(each); });
+  rest();
+  EXPECT_EQ(told.back().refusal, (Refusal{notFound}));
+}
+
 TEST_F(ForgetStoryTest, AFriendWithTheSameLineStays) {
   world.addressBook().add({.guid = "guid-Dan", .first = "Dan", .emails = {{"home", "bob@example.org"}}});
   rest();
@@ -191,7 +255,7 @@ TEST_F(ForgetStoryTest, AProcessThatDiesFirstHasForgottenNothing) {
   const std::string before = everythingStored();
   world.preferences().failWrites();
   std::vector<std::optional<Refusal>> told;
-  forget(*a, "guid-Bob", [&](const auto& refusal) { told.push_back(refusal); });
+  forget(*a, "guid-Bob", [&](const auto& each) { told.push_back(each.refusal); });
   a->kill();
   world.preferences().failWrites(0);
   rest();

@@ -1,6 +1,7 @@
 #include "pellor/list/internal/ForgottenPerson.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace pellor {
 namespace {
@@ -21,6 +22,12 @@ bool isAboutFriends(StepKind kind) {
 }
 
 }  // namespace
+
+ForgottenPerson ForgottenPerson::amongOthers(IsOfAnother isOfAnother) const {
+  ForgottenPerson person = *this;
+  person._isOfAnother = std::move(isOfAnother);
+  return person;
+}
 
 void ForgottenPerson::add(const FriendIdentity& identity) {
   if (!identity.guid.empty()) _guids.insert(identity.guid);

@@ -21,6 +21,9 @@ class ForgottenPerson {
   using IsOfAnother = std::function<bool(const FriendIdentity&)>;
   explicit ForgottenPerson(IsOfAnother isOfAnother) : _isOfAnother(std::move(isOfAnother)) {}
 
+  /// The person, where somebody else knows who stays.
+  ForgottenPerson amongOthers(IsOfAnother isOfAnother) const;
+
   /// The person is known by this too.
   void add(const FriendIdentity& identity);
   /// The person is known by what became of it, and what it was before.
@@ -37,6 +40,7 @@ class ForgottenPerson {
 
   const std::set<std::string>& guids() const { return _guids; }
   const std::set<std::string>& destinations() const { return _destinations; }
+  const std::set<std::string>& names() const { return _names; }
 
  private:
   bool isNamed(const std::string& text) const;

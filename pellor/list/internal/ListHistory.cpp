@@ -9,7 +9,6 @@
 namespace pellor {
 namespace {
 
-const std::string HistoryKey = "PLFriendListHistory";
 const std::string MomentKey = "moment";
 const std::string UndoneKey = "undone";
 const std::string UndoneMomentKey = "undoneMoment";
@@ -41,6 +40,11 @@ std::optional<ListHistory::Entry> entryOf(const Value& element) {
   return entry;
 }
 
+void addRecords(std::vector<StepRecord>& records, const ListHistory::Entry& entry) {
+  records.push_back(entry.step);
+  if (entry.undone) records.push_back(*entry.undone);
+}
+
 // The entry without all that tells of the person; absent where it told of nobody else.
 std::optional<ListHistory::Entry> without(const ListHistory::Entry& entry, const ForgottenPerson& person) {
   auto step = person.without(entry.step);
@@ -58,14 +62,14 @@ std::optional<ListHistory::Entry> without(const ListHistory::Entry& entry, const
 }  // namespace
 
 ListHistory::ListHistory(std::shared_ptr<PLFriendsManager> manager) : _manager(std::move(manager)) {
-  _manager->attach(HistoryKey, MostSteps);
+  _manager->attach(Key, MostSteps);
 }
 
 // --- What there is -------------------------------------------------------------------------------------------------
 
 // Steps of this process name the friends whom it has, as long as no other one changed them.
 const std::vector<ListHistory::Entry>& ListHistory::entries() {
-  const LongArray& stored = _manager->attached(HistoryKey);
+  const LongArray& stored = _manager->attached(Key);
   if (stored.chunks() == _read.chunks()) return _entries;
   _read = stored;
   _entries.clear();
@@ -125,16 +129,20 @@ const ListHistory::Entry* ListHistory::lastToRedo() {
 
 // --- What becomes of it --------------------------------------------------------------------------------------------
 
-LongArrayElements ListHistory::elements() const { return elementsFrom(_manager->attached(HistoryKey), 0); }
+LongArrayElements ListHistory::elements() const { return elementsFrom(_manager->attached(Key), 0); }
 
-void ListHistory::set(LongArrayElements elements) { _manager->setAttached(HistoryKey, arrayOf(std::move(elements))); }
+void ListHistory::set(LongArrayElements elements) { _manager->setAttached(Key, arrayOf(std::move(elements))); }
 
 std::vector<StepRecord> ListHistory::records() {
   std::vector<StepRecord> records;
-  for (const Entry& entry : entries()) {
-    records.push_back(entry.step);
-    if (entry.undone) records.push_back(*entry.undone);
-  }
+  for (const Entry& entry : entries()) addRecords(records, entry);
+  return records;
+}
+
+std::vector<StepRecord> ListHistory::recordsIn(const LongArray& stored) {
+  std::vector<StepRecord> records;
+  for (const Value& element : stored.elements())
+    if (const auto entry = entryOf(element)) addRecords(records, *entry);
   return records;
 }
 
@@ -191,8 +199,8 @@ void ListHistory::restore(const std::string& id, const std::optional<Entry>& ent
 }
 
 // Absent where all of it stays. Steps that this version cannot read tell of anybody.
-std::optional<LongArrayElements> ListHistory::elementsWithout(const ForgottenPerson& person, const std::string& id) {
-  const LongArray& stored = _manager->attached(HistoryKey);
+std::optional<LongArrayElements> ListHistory::elementsWithout(const LongArray& stored, const ForgottenPerson& person,
+                                                              const std::string& id) {
   LongArrayElements elements;
   bool isChanged = false;
   for (std::size_t index = 0; index < stored.size(); ++index) {
@@ -210,10 +218,12 @@ std::optional<LongArrayElements> ListHistory::elementsWithout(const ForgottenPer
   return isChanged ? std::optional(std::move(elements)) : std::nullopt;
 }
 
-bool ListHistory::tellsOf(const ForgottenPerson& person) { return elementsWithout(person, {}).has_value(); }
+bool ListHistory::tellsOf(const ForgottenPerson& person) {
+  return elementsWithout(_manager->attached(Key), person, {}).has_value();
+}
 
 void ListHistory::forget(const ForgottenPerson& person, const std::string& id) {
-  if (auto elements = elementsWithout(person, id)) set(*std::move(elements));
+  if (auto elements = elementsWithout(_manager->attached(Key), person, id)) set(*std::move(elements));
 }
 
 void ListHistory::clear() {

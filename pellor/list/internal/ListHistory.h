@@ -22,6 +22,7 @@ class PLFriendsManager;
 /// step, so that a hundred steps can be. Main queue.
 class ListHistory {
  public:
+  static inline const std::string Key = "PLFriendListHistory";
   static constexpr std::size_t MostSteps = 100;
 
   struct Entry {
@@ -46,11 +47,16 @@ class ListHistory {
   /// Takes out all that tells of that person; with `id`, of that step alone.
   void forget(const ForgottenPerson& person, const std::string& id = {});
   bool tellsOf(const ForgottenPerson& person);
+  /// What is left of a history, or of that step of it; absent where nothing in it tells of the person.
+  static std::optional<LongArrayElements> elementsWithout(const LongArray& stored, const ForgottenPerson& person,
+                                                          const std::string& id);
   void clear();
 
   const std::vector<Entry>& entries();
   /// All steps, and what taking them back did.
   std::vector<StepRecord> records();
+  /// Likewise, of a history that is not this one.
+  static std::vector<StepRecord> recordsIn(const LongArray& stored);
   std::vector<HistoryStep> summaries();
   /// Null for one that is not, or no longer, among them.
   const Entry* find(const std::string& id);
@@ -67,7 +73,6 @@ class ListHistory {
   std::optional<std::size_t> indexOf(const std::string& id);
   void replace(const Entry& entry);
   std::int64_t nextMoment();
-  std::optional<LongArrayElements> elementsWithout(const ForgottenPerson& person, const std::string& id);
 
   const std::shared_ptr<PLFriendsManager> _manager;
   LongArray _read;  // what the entries were made of

@@ -287,8 +287,11 @@ void ListSteps::stepsWereStored(std::uint64_t last) {
   _unstored.erase(_unstored.begin(), end);
   _keep(!_unstored.empty());
   for (Unstored& step : stored) {
-    const bool isToBeToldLater = step.forgotten && forgetAgain(step);
-    if (step.stored && !isToBeToldLater) step.stored(std::nullopt);
+    if (step.forgotten) {
+      if (!forgetAgain(step)) eraseTraces(*step.forgotten, std::move(step.tellForgotten));
+    } else if (step.stored) {
+      step.stored(std::nullopt);
+    }
   }
 }
 

@@ -49,9 +49,12 @@ class ListSteps final : public PLStepClient {
   UndoAnswer planUndo(const std::string& id);
   UndoAnswer planRedo();
   /// The friend leaves the list, and all that tells of him goes.
-  ForgetAnswer forget(FriendId id, StoredHandler stored);
-  /// Forgets each person of list, history and memory with this destination or GUID.
-  ForgetAnswer forget(const std::string& who, StoredHandler stored);
+  ForgetAnswer forget(FriendId id, ForgottenHandler forgotten);
+  /// Forgets each person of list, history, memory and platform with this destination or GUID.
+  ForgetAnswer forget(const std::string& who, ForgottenHandler forgotten);
+  /// What `forget` would answer.
+  ForgetAnswer planForget(FriendId id);
+  ForgetAnswer planForget(const std::string& who);
   StepAnswer clearHistory(StoredHandler stored);
   ListHistory& history() { return _history; }
   /// The program ends: no step will be stored any more.
@@ -78,6 +81,7 @@ class ListSteps final : public PLStepClient {
     StoredHandler stored;
     RemovedFriends::Changes removed = {};
     std::optional<ForgottenPerson> forgotten = {};  ///< by a step of that kind
+    ForgottenHandler tellForgotten = {};            ///< once nothing is left; `stored` tells of a refusal
     bool followsRejected = false;                   ///< whether a step before it may have brought somebody back
   };
   /// A step that is to be taken back.
@@ -107,11 +111,17 @@ class ListSteps final : public PLStepClient {
   TakingBack undoing(const std::string& id);
   TakingBack redoing();
   UndoAnswer takeBack(TakingBack step, Note note, StoredHandler stored);
-  ForgetAnswer forget(const std::vector<FriendIdentity>& known, StoredHandler stored);
+  std::vector<FriendIdentity> identitiesOf(const std::string& who);
+  ForgottenPerson personKnownBy(const std::vector<FriendIdentity>& known);
+  ForgetAnswer answerAbout(const ForgottenPerson& person);
+  ForgetAnswer forget(const std::vector<FriendIdentity>& known, ForgottenHandler forgotten);
+  ForgetAnswer planForget(const std::vector<FriendIdentity>& known);
   static std::vector<FriendId> friendsWhoAre(const ForgottenPerson& person, const Snapshot& list);
   bool isOfAnother(const FriendIdentity& identity, const std::vector<FriendIdentity>& known) const;
-  void commitForgetting(const std::vector<FriendId>& leaving, ForgottenPerson person, StoredHandler stored);
+  bool isRemembered(const ForgottenPerson& person);
+  void commitForgetting(const std::vector<FriendId>& leaving, ForgottenPerson person, ForgottenHandler forgotten);
   bool forgetAgain(Unstored& step);
+  void eraseTraces(const ForgottenPerson& person, ForgottenHandler forgotten);
   void leaveOut(const std::vector<FriendIdentity>& gone, std::uint64_t lastStored);
   void bringBack(TakingBack& back);
   Dictionary formOf(FriendId id) const;

@@ -5,24 +5,47 @@
 #include "pellor/friends/PLDestination.h"
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/friends/PLPerson.h"
+#include "pellor/list/internal/ForgottenInCopies.h"
 #include "pellor/list/internal/ListSteps.h"
+#include "pellor/platform/Platform.h"
 
 namespace pellor {
 namespace {
 
-ForgetAnswer refused(RefusalReason reason) { return {{}, {}, Refusal{reason}}; }
+ForgetAnswer refused(RefusalReason reason) { return {.refusal = Refusal{reason}}; }
+
+template <class Texts>
+std::vector<std::string> listed(const Texts& texts) {
+  return {texts.begin(), texts.end()};
+}
 
 }  // namespace
 
-ForgetAnswer ListSteps::forget(FriendId id, StoredHandler stored) {
+ForgetAnswer ListSteps::forget(FriendId id, ForgottenHandler forgotten) {
   if (!_manager->isLoaded()) return refused(RefusalReason::storeNotReadable);
   const Dictionary form = formOf(id);
   if (form.empty()) return refused(RefusalReason::notFound);
-  return forget(std::vector{identityOf(form)}, std::move(stored));
+  return forget(std::vector{identityOf(form)}, std::move(forgotten));
 }
 
-ForgetAnswer ListSteps::forget(const std::string& who, StoredHandler stored) {
+ForgetAnswer ListSteps::forget(const std::string& who, ForgottenHandler forgotten) {
   if (!_manager->isLoaded()) return refused(RefusalReason::storeNotReadable);
+  return forget(identitiesOf(who), std::move(forgotten));
+}
+
+ForgetAnswer ListSteps::planForget(FriendId id) {
+  if (!_manager->isLoaded()) return refused(RefusalReason::storeNotReadable);
+  const Dictionary form = formOf(id);
+  return form.empty() ? refused(RefusalReason::notFound) : planForget(std::vector{identityOf(form)});
+}
+
+ForgetAnswer ListSteps::planForget(const std::string& who) {
+  if (!_manager->isLoaded()) return refused(RefusalReason::storeNotReadable);
+  return planForget(identitiesOf(who));
+}
+
+// All who are known by it; where there is nobody, what somebody would be known by.
+std::vector<FriendIdentity> ListSteps::identitiesOf(const std::string& who) {
   std::string room;
   const auto sanitized = plSanitizedDestination(who, room);
   const std::string canonical(sanitized.value_or(who));
@@ -40,20 +63,66 @@ ForgetAnswer ListSteps::forget(const std::string& who, StoredHandler stored) {
       look(identityOf(person.after));
     }
   }
-  return known.empty() ? refused(RefusalReason::notFound) : forget(known, std::move(stored));
+  if (!known.empty()) return known;
+  const bool isDestination = plMessageDestinationType(canonical) != PLMessageDestinationTypeUnknown;
+  return {isDestination ? FriendIdentity{{}, {}, {canonical}} : FriendIdentity{who, {}, {}}};
 }
 
 // Who is in the list and has one of the identities leaves; of the others it is known who is another one.
-ForgetAnswer ListSteps::forget(const std::vector<FriendIdentity>& known, StoredHandler stored) {
-  const Snapshot& now = _feed.noteRest();
+ForgottenPerson ListSteps::personKnownBy(const std::vector<FriendIdentity>& known) {
   ForgottenPerson person([this, known](const FriendIdentity& identity) { return isOfAnother(identity, known); });
   for (const FriendIdentity& identity : known) person.add(identity);
   person.learn(_history.records());
-  const auto leaving = friendsWhoAre(person, now);
-  ForgetAnswer answer{
-      {person.guids().begin(), person.guids().end()}, {person.destinations().begin(), person.destinations().end()}, {}};
-  commitForgetting(leaving, std::move(person), std::move(stored));
+  return person;
+}
+
+ForgetAnswer ListSteps::answerAbout(const ForgottenPerson& person) {
+  return {.guids = listed(person.guids()),
+          .destinations = listed(person.destinations()),
+          .names = listed(person.names()),
+          .friends = friendsWhoAre(person, _feed.noteRest()),
+          .isInHistory = _history.tellsOf(person) || isRemembered(person)};
+}
+
+ForgetAnswer ListSteps::forget(const std::vector<FriendIdentity>& known, ForgottenHandler forgotten) {
+  ForgottenPerson person = personKnownBy(known);
+  ForgetAnswer answer = answerAbout(person);
+  if (!answer.friends.empty() || answer.isInHistory) {
+    commitForgetting(answer.friends, std::move(person), std::move(forgotten));
+    return answer;
+  }
+  if (!platformOf(_process).personalTraces) return refused(RefusalReason::notFound);
+  eraseTraces(person, [forgotten = std::move(forgotten)](Forgotten done) {
+    if (done.erased.empty() && done.kept.empty()) done.refusal = Refusal{RefusalReason::notFound};
+    if (forgotten) forgotten(done);
+  });
   return answer;
+}
+
+ForgetAnswer ListSteps::planForget(const std::vector<FriendIdentity>& known) {
+  const ForgottenPerson person = personKnownBy(known);
+  ForgetAnswer answer = answerAbout(person);
+  if (const auto& traces = platformOf(_process).personalTraces) {
+    ForgottenInCopies traits(_manager->domain(), person, _feed.noteRest());
+    answer.found = traces->find(traits);
+    answer.guids = listed(traits.guids());
+    answer.destinations = listed(traits.destinations());
+    answer.names = listed(traits.names());
+  }
+  if (answer.friends.empty() && !answer.isInHistory && answer.found.empty()) answer.refusal = {RefusalReason::notFound};
+  return answer;
+}
+
+void ListSteps::eraseTraces(const ForgottenPerson& person, ForgottenHandler forgotten) {
+  const auto& traces = platformOf(_process).personalTraces;
+  if (!traces) {
+    if (forgotten) forgotten({});
+    return;
+  }
+  traces->erase(std::make_shared<ForgottenInCopies>(_manager->domain(), person, _feed.noteRest()),
+                [forgotten = std::move(forgotten)](const PersonalTraces::Erasure& erasure) {
+                  if (forgotten) forgotten({{}, erasure.found, erasure.kept});
+                });
 }
 
 std::vector<FriendId> ListSteps::friendsWhoAre(const ForgottenPerson& person, const Snapshot& list) {
@@ -78,8 +147,13 @@ bool ListSteps::isOfAnother(const FriendIdentity& identity, const std::vector<Fr
   return false;
 }
 
+bool ListSteps::isRemembered(const ForgottenPerson& person) {
+  return std::ranges::any_of(_removed.forms(), [&](const Dictionary& form) { return person.isTheirs(form); });
+}
+
 // The step of the removal tells that somebody left, and not who.
-void ListSteps::commitForgetting(const std::vector<FriendId>& leaving, ForgottenPerson person, StoredHandler stored) {
+void ListSteps::commitForgetting(const std::vector<FriendId>& leaving, ForgottenPerson person,
+                                 ForgottenHandler forgotten) {
   std::vector<Edit> edits;
   for (const FriendId id : leaving) edits.emplace_back(RemoveFriend{id});
   Planned planned = this->planned(edits);
@@ -103,8 +177,11 @@ void ListSteps::commitForgetting(const std::vector<FriendId>& leaving, Forgotten
   unstored.record = std::move(record);
   unstored.before = planned.step.draft.before();
   unstored.edits = std::move(planned.edits);
-  unstored.stored = std::move(stored);
+  unstored.stored = [forgotten](const std::optional<Refusal>& refusal) {
+    if (forgotten) forgotten({.refusal = refusal});
+  };
   unstored.forgotten = std::move(person);
+  unstored.tellForgotten = std::move(forgotten);
   _unstored.push_back(std::move(unstored));
   _keep(true);
 }
@@ -116,10 +193,8 @@ bool ListSteps::forgetAgain(Unstored& step) {
   person.learn(_history.records());
   const auto back = friendsWhoAre(person, _feed.noteRest());
   if (!back.empty() && !step.followsRejected) return false;
-  const bool isRemembered =
-      std::ranges::any_of(_removed.forms(), [&](const Dictionary& form) { return person.isTheirs(form); });
-  if (back.empty() && !isRemembered && !_history.tellsOf(person)) return false;
-  commitForgetting(back, std::move(person), std::move(step.stored));
+  if (back.empty() && !isRemembered(person) && !_history.tellsOf(person)) return false;
+  commitForgetting(back, ForgottenPerson(person), std::move(step.tellForgotten));
   return true;
 }
 

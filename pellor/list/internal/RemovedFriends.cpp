@@ -13,8 +13,6 @@
 namespace pellor {
 namespace {
 
-const std::string RemovedKey = "PLFriendListRemoved";
-
 // Nobody stays away for so long as often as a clock is wrong by it. It gets time to be set right.
 constexpr double Implausible = 365.0 * 86400;
 constexpr double TimeToBeSetRight = 86400;
@@ -46,7 +44,7 @@ bool hasOwnEntries(const Dictionary& form) {
 
 RemovedFriends::RemovedFriends(std::shared_ptr<PLFriendsManager> manager, std::function<double()> clock)
     : _manager(std::move(manager)), _clock(std::move(clock)) {
-  _manager->attach(RemovedKey, MostFriends);
+  _manager->attach(Key, MostFriends);
 }
 
 std::optional<RemovedFriends::Entry> RemovedFriends::entryOf(const Value& value) {
@@ -71,7 +69,7 @@ Value RemovedFriends::valueOf(const Entry& entry) {
 
 // What is none of these is left out, and goes with the next write.
 const std::vector<RemovedFriends::Entry>& RemovedFriends::entries() {
-  const LongArray stored = _manager->attached(RemovedKey);
+  const LongArray stored = _manager->attached(Key);
   if (stored.chunks() == _read.chunks()) return _entries;
   _read = stored;
   _entries.clear();
@@ -151,7 +149,7 @@ void RemovedFriends::write(std::vector<Entry> entries) {
   LongArrayElements elements;
   for (const Entry& entry : entries)
     elements.push_back(entry.isChanged ? ArrayChunk::Element(valueOf(entry)) : elementAt(_read, entry.index));
-  _manager->setAttached(RemovedKey, arrayOf(std::move(elements)));
+  _manager->setAttached(Key, arrayOf(std::move(elements)));
 }
 
 void RemovedFriends::takeBack(const Changes& changes) {

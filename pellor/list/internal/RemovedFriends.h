@@ -21,6 +21,7 @@ class PLFriendsManager;
 /// leaves this memory, and so does with the next change of it anybody who is in it for 30 days. Main queue.
 class RemovedFriends {
  public:
+  static inline const std::string Key = "PLFriendListRemoved";
   static constexpr std::size_t MostFriends = 200;
   static constexpr double KeptFor = 30.0 * 86400;  ///< in seconds
   /// A friend whose stored form takes more bytes of CBOR is not remembered.
