@@ -10,6 +10,7 @@
 #include "pellor/linux/contacts/internal/MarkedFavorites.h"
 #include "pellor/linux/files/UserFolders.h"
 #include "pellor/linux/files/internal/NettleDigest.h"
+#include "pellor/linux/internal/DataFolderTraces.h"
 #include "pellor/linux/internal/PrometheusCounters.h"
 #include "pellor/linux/notify/NotifyFolder.h"
 #include "pellor/linux/phone/CanonicalFormStore.h"
@@ -155,6 +156,16 @@ std::shared_ptr<FavoritesSource> LinuxPlatform::favoritesSource(Process& process
   return MarkedFavorites::make(process, _addressBook);
 }
 
+std::shared_ptr<PersonalTraces> LinuxPlatform::personalTraces(Process& process) const {
+  const Process::Scope scope(process);
+  DataFolderTracesOptions options;
+  options.folder = _dataFolder;
+  if (_contactsFolder) options.favorites = *_contactsFolder / FavoritesFileName;
+  options.store = _preferences;
+  options.updateContacts = [addressBook = _addressBook] { addressBook->performWithAddressBook([](AddressBook&) {}); };
+  return std::make_shared<DataFolderTraces>(process, std::move(options));
+}
+
 Platform LinuxPlatform::assemble(Process& process, const LinuxPlatformOptions& options) {
   const LinuxParts& parts = options.parts;
   const auto text = std::make_shared<IcuText>([region = _region] { return region->locale(); });
@@ -174,6 +185,7 @@ Platform LinuxPlatform::assemble(Process& process, const LinuxPlatformOptions& o
   // With a memory of its own: the forms that are kept are those of numbers that somebody has, not of what was typed.
   platform.contactSearch = std::make_shared<IndexedContactSearch>(
       _addressBook, text, std::make_shared<IdentityService>(regionSource(_region)), platform.phoneNumbers);
+  platform.personalTraces = personalTraces(process);
   platform.digests = std::make_shared<NettleDigest>();
   platform.strings = std::make_shared<GettextStrings>();
   return platform;

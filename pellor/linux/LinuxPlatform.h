@@ -23,6 +23,7 @@ class FavoritesSource;
 class IdentityService;
 class IndexedAddressBook;
 class NotifyFolder;
+class PersonalTraces;
 class PreferencesStore;
 class PreferencesSyncService;
 class ReachabilityService;
@@ -101,6 +102,7 @@ class LinuxPlatform {
  private:
   Platform assemble(Process& process, const LinuxPlatformOptions& options);
   std::shared_ptr<FavoritesSource> favoritesSource(Process& process) const;
+  std::shared_ptr<PersonalTraces> personalTraces(Process& process) const;
 
   const std::filesystem::path _dataFolder;
   const std::optional<std::filesystem::path> _contactsFolder;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/files/internal/RegularFile.h"
 #include "pellor/linux/phone/LibPhoneNumber.h"
 
 namespace pellor {
@@ -57,6 +58,28 @@ std::optional<std::size_t> sizeOfPrivateFile(const FileDescriptor& file) {
   if (!file || ::fstat(file.get(), &found) != 0 || !S_ISREG(found.st_mode)) return std::nullopt;
   const bool isPrivate = found.st_uid == ::geteuid() && (found.st_mode & (S_IRWXG | S_IRWXO)) == 0;
   return isPrivate ? std::optional(static_cast<std::size_t>(found.st_size)) : std::nullopt;
+}
+
+/// A file without some of its lines.
+struct ContentWithout {
+  std::string rest;
+  std::size_t count = 0;  ///< of those lines
+};
+
+ContentWithout contentWithout(const std::filesystem::path& file, const CanonicalFormStore::IsTheirs& isTheirs) {
+  const std::string content = readRegularFile(file).text.value_or("");
+  ContentWithout result{content.substr(0, content.find('\n') + 1)};
+  for (std::string_view left = std::string_view(content).substr(result.rest.size()); !left.empty();) {
+    const std::string_view line = left.substr(0, std::min(left.find('\n'), left.size() - 1) + 1);
+    left.remove_prefix(line.size());
+    const std::string_view fields = line.substr(0, line.rfind(Separator));
+    const std::size_t end = fields.find(Separator);
+    const bool hasForm = end != std::string_view::npos;
+    const bool isOne = isTheirs(fields.substr(0, end)) || (hasForm && isTheirs(fields.substr(end + 1)));
+    if (isOne) ++result.count;
+    if (!isOne) result.rest += line;
+  }
+  return result;
 }
 
 std::string readAt(const FileDescriptor& file, std::size_t offset, std::size_t size) {
@@ -134,6 +157,15 @@ void CanonicalFormStore::writeUnwritten() {
   _folder->log.log("%@ are not kept: %@", _folder->name, *error);
   const MutexLock lock(_mutex);
   _hasFailed = true;
+}
+
+std::size_t CanonicalFormStore::count(const std::filesystem::path& file, const IsTheirs& isTheirs) {
+  return contentWithout(file, isTheirs).count;
+}
+
+std::optional<std::string> CanonicalFormStore::remove(const std::filesystem::path& file, const IsTheirs& isTheirs) {
+  const ContentWithout content = contentWithout(file, isTheirs);
+  return content.count > 0 ? replacePrivateFile(file, content.rest) : std::nullopt;
 }
 
 // In one write, so that lines of several processes do not mix.

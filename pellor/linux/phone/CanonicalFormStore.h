@@ -54,6 +54,14 @@ class CanonicalFormStore : public std::enable_shared_from_this<CanonicalFormStor
   /// The form of a text; absent when it is not known. The view is valid as long as this object. Any thread; no lock.
   std::optional<std::string_view> find(std::string_view text) const { return _forms.find(text); }
 
+  /// Of texts and of forms.
+  using IsTheirs = std::function<bool(std::string_view text)>;
+  /// How many lines of a file have such a text or form, damaged ones included. Any thread.
+  static std::size_t count(const std::filesystem::path& file, const IsTheirs& isTheirs);
+  /// Takes these lines out of the file; programs that know them do not write them again. What went wrong, if anything
+  /// did. Any thread.
+  static std::optional<std::string> remove(const std::filesystem::path& file, const IsTheirs& isTheirs);
+
   /// Keeps the form of a text that holds a digit, is no e-mail address and not too long. Any thread; never waits for
   /// the disk.
   void add(std::string_view text, std::string_view form);

@@ -387,6 +387,13 @@ void PostgreSQLPreferences::setWriteObserver(std::function<void()> observer) {
   _core->setWriteObserver(std::move(observer));
 }
 
+std::optional<KeptTrace> PostgreSQLPreferences::eraseUnusedSpace() {
+  return KeptTrace{
+      "the server of the store",
+      "its tables have deleted rows until its administrator runs VACUUM FULL on those of the schema pellor, "
+      "its log and its backups for as long as they are kept"};
+}
+
 std::vector<std::string> PostgreSQLPreferences::takeRemarks() { return _core->memory.takeRemarks(); }
 
 SharedPreferences::WriteCounts PostgreSQLPreferences::writeCounts() const { return _core->memory.writeCounts(); }

@@ -58,6 +58,8 @@ class PostgreSQLPreferences final : public SharedPreferences {
   const StoreCopies& copies() const override { return _copies; }
   /// Each domain as it was at one moment of its own.
   std::optional<StoreCopy> copyOfStore(double date) override;
+  /// The server's files are not the program's.
+  std::optional<KeptTrace> eraseUnusedSpace() override;
   void setWriteObserver(std::function<void()> observer) override;
 
  private:

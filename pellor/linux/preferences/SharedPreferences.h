@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "pellor/linux/preferences/StoreCopies.h"
+#include "pellor/platform/PersonalTraces.h"
 #include "pellor/platform/PreferencesStore.h"
 
 namespace pellor {
@@ -41,6 +42,10 @@ class SharedPreferences : public PreferencesStore {
   /// `observer` (null: nobody) is called after each write of this object that changed the store, on any thread; it has
   /// to return at once. Before the first write.
   virtual void setWriteObserver(std::function<void()> observer) = 0;
+
+  /// Overwrites what the store still has of values that are gone, and empties its log. What may be left of them;
+  /// absent: nothing. May take seconds, and waits for other programs.
+  virtual std::optional<KeptTrace> eraseUnusedSpace() = 0;
 
   /// Whether the store is the user's alone, who may have it made anew; by default it is an administrator's.
   virtual bool canStartAnew() const { return false; }

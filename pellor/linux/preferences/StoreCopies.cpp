@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cmath>
 #include <ctime>
 #include <limits>
@@ -281,6 +282,20 @@ std::optional<std::string> StoreCopies::keepReplaced(const StoreCopy& copy) cons
   if (auto error = replacePrivateFile(fileOf(name), *content)) return error;
   prune(Replaced, ReplacedKept);
   return std::nullopt;
+}
+
+// The file of another name that leads to the same content stays.
+std::optional<std::string> StoreCopies::replace(std::string_view name, const StoreCopy& copy) const {
+  const auto content = fileContent(copy);
+  if (!content) return "the store holds too much for a copy";
+  if (auto error = replacePrivateFile(fileOf(name), *content)) return error;
+  setDate(fileOf(name), copy.date);
+  return std::nullopt;
+}
+
+std::optional<std::string> StoreCopies::remove(std::string_view name) const {
+  if (::unlink(fileOf(name).c_str()) == 0 || errno == ENOENT) return std::nullopt;
+  return systemError("cannot remove", fileOf(name));
 }
 
 // Names of one kind go by date.

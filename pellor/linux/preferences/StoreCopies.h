@@ -80,6 +80,12 @@ class StoreCopies {
   /// Keeps it as one that another one takes the place of.
   std::optional<std::string> keepReplaced(const StoreCopy& copy) const;
 
+  /// Puts another content in the place of a copy, with the date of that content. What went wrong, if anything did.
+  std::optional<std::string> replace(std::string_view name, const StoreCopy& copy) const;
+  std::optional<std::string> remove(std::string_view name) const;
+
+  /// Of all copies, in any order.
+  std::vector<std::string> names() const;
   /// Newest first.
   std::vector<Entry> list() const;
   std::optional<StoreCopy> read(std::string_view name) const;
@@ -89,10 +95,9 @@ class StoreCopies {
   std::optional<StoreCopyHead> headOfNewest() const;
   /// When the newest was made; absent without one.
   std::optional<double> dateOfNewest() const;
+  std::filesystem::path fileOf(std::string_view name) const;
 
  private:
-  std::filesystem::path fileOf(std::string_view name) const;
-  std::vector<std::string> names() const;
   void prune(std::string_view prefix, std::size_t count) const;
 
   const std::filesystem::path _folder;

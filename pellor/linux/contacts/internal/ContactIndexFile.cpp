@@ -187,7 +187,7 @@ OpenedContactIndex openInFolder(const std::filesystem::path& folder, IndexCheck 
                                 const std::shared_ptr<LockPatience>& patience) {
   if (const auto error = createPrivateFolder(folder)) throw std::runtime_error(*error);
   const auto lock = lockFolder(folder, *patience);
-  const std::filesystem::path file = folder / FileName;
+  const std::filesystem::path file = contactIndexIn(folder);
   OpenedContactIndex opened;
   makePrivateFile(file);
   try {
@@ -204,6 +204,8 @@ OpenedContactIndex openInFolder(const std::filesystem::path& folder, IndexCheck 
 }
 
 }  // namespace
+
+std::filesystem::path contactIndexIn(const std::filesystem::path& dataFolder) { return dataFolder / FileName; }
 
 OpenedContactIndex openContactIndex(const std::filesystem::path& dataFolder, IndexCheck check,
                                     const std::shared_ptr<LockPatience>& patience) {

@@ -21,7 +21,10 @@ enum class IndexCheck {
   thorough  ///< the whole file, after damage was met
 };
 
-/// Opens `contacts-index.sqlite` in the data folder, for its owner alone; makes folder and file where they are missing.
+/// `contacts-index.sqlite`; files that were put aside have longer names.
+std::filesystem::path contactIndexIn(const std::filesystem::path& dataFolder);
+
+/// Opens the index of the data folder, for its owner alone; makes folder and file where they are missing.
 /// A damaged file, or one of an unknown layout, is put aside under a dated name and a new one is made. Where no file
 /// can be written the index is in memory. Several processes may do this at once. Throws SQLiteError when not even that
 /// works, and when others hold a lock for as long as the patience lasts.

@@ -45,6 +45,7 @@ class MachinePreferences final : public SharedPreferences {
   WriteCounts writeCounts() const override { return _store->writeCounts(); }
   const StoreCopies& copies() const override { return _store->copies(); }
   std::optional<StoreCopy> copyOfStore(double date) override { return _store->copyOfStore(date); }
+  std::optional<KeptTrace> eraseUnusedSpace() override { return _store->eraseUnusedSpace(); }
   void setWriteObserver(std::function<void()> observer) override { _store->setWriteObserver(std::move(observer)); }
 
  private:

@@ -78,6 +78,8 @@ class SQLitePreferences final : public SharedPreferences {
   const StoreCopies& copies() const override { return _copies; }
   std::optional<StoreCopy> copyOfStore(double date) override;
   void setWriteObserver(std::function<void()> observer) override;
+  /// Over a connection of its own: values are read and written meanwhile.
+  std::optional<KeptTrace> eraseUnusedSpace() override;
   bool canStartAnew() const override { return true; }
   bool startAnew(const StoreCopy* content) override;
 

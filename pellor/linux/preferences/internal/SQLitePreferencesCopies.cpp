@@ -1,10 +1,11 @@
-// Copies of the store, and stores that are made of them.
+// Copies of the store, stores that are made of them, and what is left of values that are gone.
 #include <utility>
 
 #include "pellor/linux/preferences/internal/CopiedDomain.h"
 #include "pellor/linux/preferences/internal/PreferencesDatabase.h"
 #include "pellor/linux/preferences/internal/SQLiteDomainReader.h"
 #include "pellor/linux/preferences/internal/SQLitePreferences.h"
+#include "pellor/linux/sqlite/UnusedSpace.h"
 #include "pellor/runtime/WallClock.h"
 
 namespace pellor {
@@ -121,6 +122,17 @@ bool SQLitePreferences::replaceDamagedStore(const SQLiteError& error) {
                         [this]() PELLOR_REQUIRES(_connectionMutex) { return _database->isCurrent(); });
   } catch (const SQLiteError&) {
     return false;
+  }
+}
+
+std::optional<KeptTrace> SQLitePreferences::eraseUnusedSpace() {
+  try {
+    const SQLiteDatabase database(PreferencesDatabase::fileIn(_folder), SQLiteDatabase::Access::readWrite, _patience);
+    overwriteUnusedSpace(database);
+    if (emptyLog(database)) return std::nullopt;
+    return KeptTrace{"the log of the store", "another program is reading the store; forget again when it has ended"};
+  } catch (const SQLiteError& error) {
+    return KeptTrace{"the unused space of the store's file", std::string(error.what()) + "; forget again later"};
   }
 }
 
