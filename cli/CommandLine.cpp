@@ -104,6 +104,7 @@ void addCommands(CLI::App& program, CommandLine& line) {
   addEditCommands(commands, chosen);
   addPageCommands(commands, chosen);
   addHistoryCommands(commands, chosen);
+  addForgetCommand(commands, chosen);
   addFriendCommands(commands, chosen);
   addContactCommands(commands, chosen);
   addFavoritesCommands(commands, chosen);

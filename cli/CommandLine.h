@@ -54,6 +54,7 @@ void addListCommands(CommandSyntax program, Command& chosen, CommonOptions& opti
 void addEditCommands(CommandSyntax program, Command& chosen);                          // add, remove, move
 void addPageCommands(CommandSyntax program, Command& chosen);                          // title, purge
 void addHistoryCommands(CommandSyntax program, Command& chosen);                       // history, undo, redo
+void addForgetCommand(CommandSyntax program, Command& chosen);                         // forget
 void addFriendCommands(CommandSyntax program, Command& chosen);                        // number, reply-as, meta
 void addContactCommands(CommandSyntax program, Command& chosen);                       // contacts, allow, refresh
 void addFavoritesCommands(CommandSyntax program, Command& chosen);                     // favorites

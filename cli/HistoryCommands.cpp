@@ -74,7 +74,7 @@ std::string textOf(const HistoryStep& step) {
   const std::string names = namesIn(step.summary);
   std::string text(textFor(step.kind).verb);
   if (!names.empty()) text += " " + names;
-  return text + (step.isTakenBack ? " (taken back)" : step.isUndoable ? "" : " (too large to be taken back)");
+  return text + (step.isTakenBack ? " (taken back)" : step.isUndoable ? "" : " (cannot be taken back)");
 }
 
 std::string localTime(double seconds) {
@@ -118,6 +118,20 @@ void history(Session& session) {
     for (auto step = steps.rbegin(); step != steps.rend(); ++step) all.push_back(jsonOf(*step));
     return Json{{"steps", std::move(all)}};
   });
+}
+
+void clearHistory(Session& session, bool isDry) {
+  if (!isDry) session.requireWritableStore();
+  const std::size_t count = session.list().history().size();
+  const auto refused = std::make_shared<std::optional<Refusal>>();
+  if (!isDry) {
+    session.list().clearHistory([refused](const std::optional<Refusal>& refusal) { *refused = refusal; });
+    session.commit();
+  }
+  if (*refused) throw CommandError(refusalText(**refused, ""));
+  const std::string steps = std::to_string(count) + (count == 1 ? " step" : " steps");
+  const auto text = [&] { return (isDry ? "would clear " : "cleared ") + steps + "\n"; };
+  session.answer(text, [&] { return Json{{"isDone", !isDry}, {"cleared", count}}; });
 }
 
 // --- Taking back ---
@@ -206,10 +220,15 @@ void redo(Session& session, bool isDry) {
 }  // namespace
 
 void addHistoryCommands(CommandSyntax program, Command& chosen) {
-  program.command("history", "Show what was done to the list, the newest first").whenGiven([&chosen] {
-    chosen = history;
-  });
   const auto isDry = std::make_shared<bool>(false);
+  const auto clears = std::make_shared<bool>(false);
+  const auto showing = program.command("history", "Show what was done to the list, the newest first");
+  const auto clearing = showing.flag("--clear", *clears, "Remove all steps: none can be taken back any more");
+  showing.flag("--dry-run", *isDry, "Only tell how many would go").needs(clearing);
+  showing.whenGiven([&chosen, clears, isDry] {
+    if (!*clears) chosen = history;
+    if (*clears) chosen = [isDry](Session& session) { clearHistory(session, *isDry); };
+  });
   const auto step = std::make_shared<std::string>();
   const auto undoing = program.command("undo", "Take the last step back, or the one named");
   undoing.option("STEP", *step, "The step, as \"history\" names it");
