@@ -6,16 +6,13 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
-#include "cli/Choice.h"
 #include "cli/CommandError.h"
 #include "cli/CommandLine.h"
 #include "cli/CommandSyntax.h"
 #include "cli/FriendSearch.h"
-#include "cli/JsonForms.h"
 #include "cli/Keyboard.h"
 #include "cli/NameMatch.h"
 #include "cli/Output.h"

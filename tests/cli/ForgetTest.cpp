@@ -131,13 +131,19 @@ TEST_F(Forget, NoFileHasAByteOfSomebodyWhoseCardIsGone) {
   EXPECT_THAT(filesWithHim(), IsEmpty());
 }
 
-TEST_F(Forget, WithACardTheIndexAloneHasHimAndTheAnswerSaysSo) {
+TEST_F(Forget, WhatIsTheUsersOrTheDevicesStaysAndTheAnswerSaysSo) {
   leaveTraces();
+  const fs::path device = _home.dataFolder() / "device";
+  fs::create_directory(device);
+  fs::copy_file(_home.dataFolder() / "copies/newest.copy", device / "exchanged-0a");
+  ASSERT_EQ(pellor(_home, {"favorites", "add", Guid}).exitCode, 0);
   const ProgramResult forgotten = pellor(_home, {"forget", Mail, "--yes"});
   EXPECT_THAT(forgotten.output, StartsWith("forgot Quentin Quillfeather (1:"));
   EXPECT_THAT(forgotten.output, HasSubstr("copies of the store\n"));
   EXPECT_THAT(forgotten.output, HasSubstr("still in the contacts, and their index: "));
-  EXPECT_THAT(filesWithHim(), ElementsAre("data/pellor/contacts-index.sqlite"));
+  EXPECT_THAT(forgotten.output, HasSubstr("still in the favorites: "));
+  EXPECT_THAT(forgotten.output, HasSubstr("still in what the paired device has: "));
+  EXPECT_THAT(filesWithHim(), ElementsAre("data/pellor/contacts-index.sqlite", "data/pellor/device/exchanged-0a"));
   tell(_home, {{{"contacts", "quentin"}, 0, "Quentin Quillfeather"}});
 }
 

@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <string_view>
 #include <utility>
@@ -146,13 +148,24 @@ class DataFolderTraces::Pass {
   }
 
   void others(const Mentions& mentions) {
-    if (!_options.favorites.empty() && isMentionedIn(mentions, _options.favorites))
+    if (!_options.favorites.empty() && isFavorite(mentions))
       keep(KeptTrace{"the favorites", "they are the user's (pellor favorites remove)"});
     for (const std::string& name : namesIn(_options.folder / DeviceFolderName)) {
       if (!isMentionedIn(mentions, _options.folder / DeviceFolderName / name)) continue;
       return keep(KeptTrace{"what the paired device has",
                             "it goes when the device has taken the list over (pellor device status)"});
     }
+  }
+
+  // By one of the fields of a line.
+  bool isFavorite(const Mentions& mentions) const {
+    const std::string content = readRegularFile(_options.favorites).text.value_or("");
+    for (std::string_view rest = content; !rest.empty();) {
+      const std::size_t end = std::min(rest.find_first_of("\t\n"), rest.size());
+      if (mentions.areTheText(rest.substr(0, end))) return true;
+      rest.remove_prefix(std::min(end + 1, rest.size()));
+    }
+    return false;
   }
 
   static bool isMentionedIn(const Mentions& mentions, const fs::path& file) {
@@ -188,11 +201,15 @@ DataFolderTraces::DataFolderTraces(Process& process, DataFolderTracesOptions opt
       _patience(std::make_shared<LockPatience>(LockLimit)),
       _queue(SerialQueue::make(std::string(BundleIdentifier) + ".traces")) {}
 
+// In a task of its own: contacts that are found to have changed are told of, and the caller may be in the midst of
+// work.
 void DataFolderTraces::erase(std::shared_ptr<ForgottenTraits> person, ErasedHandler erased) {
-  _options.updateContacts();
-  _queue->async([self = shared_from_this(), person = std::move(person), erased = std::move(erased)] {
-    Erasure erasure = Pass(*self, *person, Purpose::erase).run();
-    self->_process.mainQueue().async([erased, erasure = std::move(erasure)] { erased(erasure); });
+  _process.mainQueue().async([self = shared_from_this(), person = std::move(person), erased = std::move(erased)] {
+    self->_options.updateContacts();
+    self->_queue->async([self, person, erased] {
+      Erasure erasure = Pass(*self, *person, Purpose::erase).run();
+      self->_process.mainQueue().async([erased, erasure = std::move(erasure)] { erased(erasure); });
+    });
   });
 }
 
