@@ -164,6 +164,8 @@ std::string_view textOf(KeptChange::Part part) {
       return "the title";
     case KeptChange::Part::page:
       return "the page";
+    case KeptChange::Part::other:
+      return "an entry of a later version";
   }
   return "";
 }

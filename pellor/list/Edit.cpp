@@ -26,6 +26,14 @@ std::string_view textOf(RefusalReason reason) {
       return "it cannot be taken back";
     case RefusalReason::abandoned:
       return "the program ended before it was stored";
+    case RefusalReason::isTwice:
+      return "is there twice";
+    case RefusalReason::pageTooSmall:
+      return "a page has too few slots for it";
+    case RefusalReason::tooManyPages:
+      return "the list may not have so many pages";
+    case RefusalReason::addsNoPages:
+      return "the list makes no pages by itself";
   }
   return "";
 }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "pellor/list/ListIds.h"
+#include "pellor/list/Snapshot.h"
 #include "pellor/runtime/Value.h"
 
 namespace pellor {
@@ -106,6 +107,10 @@ enum class RefusalReason {
   overtaken,            ///< another program changed what the edit is about before it was stored
   notUndoable,          ///< the step cannot be taken back
   abandoned,            ///< the program ended before the step was stored
+  isTwice,              ///< somebody stands in an exported list twice
+  pageTooSmall,         ///< a page has fewer slots than an exported one
+  tooManyPages,         ///< the list may not have so many pages
+  addsNoPages,          ///< there are fewer pages, and the list makes none by itself
 };
 
 /// In English, to be shown to the user behind the name of what was to be done: "there is no room".
@@ -136,6 +141,8 @@ struct EditResult {
 struct StepAnswer {
   std::vector<EditResult> results = {};  ///< one for each edit; none where the step was refused
   std::optional<Refusal> refusal = {};
+  Snapshot after = {};     ///< the list as the step leaves it; without a page where it was refused
+  bool isUndoable = true;  ///< false: it is too large to be kept in whole, and can never be taken back
 
   explicit operator bool() const { return !refusal; }
 };

@@ -196,6 +196,16 @@ std::shared_ptr<Observation> FriendList::observe(ListObserver observer) {
 
 StepAnswer FriendList::plan(std::span<const Edit> edits) { return _core->steps().plan(edits); }
 
+ExportedList FriendList::exported() { return _core->steps().exported(); }
+
+ImportAnswer FriendList::import(const ExportedList& list, ImportMode mode, StoredHandler stored) {
+  return _core->steps().import(list, mode, std::move(stored));
+}
+
+ImportAnswer FriendList::planImport(const ExportedList& list, ImportMode mode) {
+  return _core->steps().planImport(list, mode);
+}
+
 std::vector<HistoryStep> FriendList::history() { return _core->steps().history().summaries(); }
 
 UndoAnswer FriendList::undo(const std::string& step, StoredHandler stored) {

@@ -12,9 +12,11 @@
 #include <vector>
 
 #include "pellor/list/Edit.h"
+#include "pellor/list/ExportedList.h"
 #include "pellor/list/History.h"
 #include "pellor/list/ListChange.h"
 #include "pellor/list/ListIds.h"
+#include "pellor/list/ListImport.h"
 #include "pellor/list/ListObserver.h"
 #include "pellor/list/Reachability.h"
 #include "pellor/list/Snapshot.h"
@@ -62,8 +64,23 @@ class FriendList {
   /// ends. `stored` may be empty; it is not called for a step that is refused here.
   StepAnswer apply(std::span<const Edit> edits, StoredHandler stored = {});
   StepAnswer apply(const Edit& edit, StoredHandler stored = {});
-  /// What `apply` would answer, without doing it. Who would be added is looked up.
+  /// What `apply` would answer, without doing it. Who would be added is looked up. It costs as much as what would
+  /// change, and a look at each page.
   StepAnswer plan(std::span<const Edit> edits);
+
+  /// The list with all that its friends carry, to be imported here or on another machine. Empty before the store has
+  /// answered.
+  ExportedList exported();
+  /// Takes an exported list in, as one step of the history: all of it, or nothing with the reason. It is shown, stored
+  /// and told of as by `apply`. Each friend is linked with the contact that fits, as a refresh does it; while the
+  /// contacts cannot be read, or most of them are gone, the links stay as they were exported.
+  ///
+  /// Where another program was first, somebody whom both added is one friend, and stays where that one has him; what
+  /// else it added, and did to friends and pages of which the import does not tell, stays. `stored` is told of a
+  /// refusal if there is no room any more, or if a friend whom a replacement moves or changes is gone.
+  ImportAnswer import(const ExportedList& list, ImportMode mode, StoredHandler stored = {});
+  /// What `import` would answer, without doing it.
+  ImportAnswer planImport(const ExportedList& list, ImportMode mode);
 
   /// The newest steps of all programs, at most 100, the oldest first.
   std::vector<HistoryStep> history();

@@ -75,14 +75,15 @@ struct KeptChange {
     metadata,  ///< one of the app's entries
     card,      ///< the link with the contact, and what the friend has of it
     title,
-    page,  ///< that there is the page, or is not
+    page,   ///< that there is the page, or is not
+    other,  ///< an entry that a later version of the library made
   };
 
   Part part = Part::place;
   FriendId id = {};       ///< number 0: of a page; or of a friend who is not in the list any more
   PageId page = {};       ///< number 0: of a friend; or of a page that is not in the list any more
   std::string name = {};  ///< of the friend: its name, else a number or an address; or the page's title
-  std::string key = {};   ///< of metadata
+  std::string key = {};   ///< of metadata, or of an entry of a later version
 };
 
 /// The answer to taking a step back.

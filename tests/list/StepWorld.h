@@ -1,12 +1,14 @@
 // A list that is made of drafts alone, with the stored forms of its friends.
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "pellor/list/internal/ListDraft.h"
@@ -95,10 +97,16 @@ class StepWorld {
     StepRecord step;
     step.id = "1.1";
     step.kind = StepKind::several;
+    ListChange change = changeBetween(former, _list);
+    // What a snapshot does not show of a friend may have changed, too.
+    for (const auto& person : _list.friends()) {
+      const bool isTold =
+          std::ranges::find(change.changed, person->id, &ListChange::FriendChange::id) != change.changed.end();
+      if (former.placeOf(person->id) && !isTold) change.changed.push_back({person->id, {}});
+    }
     describe(
-        step, changeBetween(former, _list), [&](FriendId id) { return before.at(id); },
-        [this](FriendId id) { return _forms.at(id); });
-    return step;
+        step, change, [&](FriendId id) { return before.at(id); }, [this](FriendId id) { return _forms.at(id); });
+    return storable(std::move(step));
   }
 
   void take(const TakenBack::FieldChange& change) {
@@ -110,6 +118,7 @@ class StepWorld {
     };
     if (change.field == Part::replyAs) set(form, "ReplyAs");
     if (change.field == Part::chosenNumber) set(form, "PreferredDestination");
+    if (change.field == Part::other) set(form, change.key);
     if (change.field == Part::metadata) {
       Dictionary metadata = form.contains("Metadata") ? *form.at("Metadata").dictionary() : Dictionary();
       set(metadata, change.key);

@@ -114,7 +114,7 @@ class RandomSteps {
     if (id.number == 0) return;
     const Value value(static_cast<std::int64_t>(below(3)));
     Dictionary& form = forms.at(id);
-    switch (below(4)) {
+    switch (below(5)) {
       case 0:
         form.insert_or_assign("ReplyAs", value.description());
         return;
@@ -124,6 +124,10 @@ class RandomSteps {
         return;
       case 2:
         form.insert_or_assign("Metadata", Dictionary{{"k" + value.description(), static_cast<std::int64_t>(below(3))}});
+        return;
+      case 3:
+        form.erase("of a later version");
+        if (below(2) == 0) form.emplace("of a later version", value);
         return;
       default:
         form.insert_or_assign("Name", "Name " + value.description());

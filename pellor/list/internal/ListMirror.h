@@ -69,6 +69,9 @@ class ListMirror {
   /// who stands on them, or are those of `step`, null for none: all that happened since the last version is that step.
   const Snapshot& update(const ListDraft* step = nullptr);
 
+  /// A person as a friend with that id, as it is now.
+  Friend shown(const std::shared_ptr<PLPerson>& person, FriendId id) const;
+
   FriendIds& ids() { return _ids; }
   const FriendIds& ids() const { return _ids; }
   /// Names a page that is to come.
@@ -99,7 +102,6 @@ class ListMirror {
   PageRef shownPage(const MirrorPage& page);
   FriendRef shownFriend(const std::shared_ptr<PLPerson>& person);
   bool isShownAsBefore(const Friend& former, const std::shared_ptr<PLPerson>& person) const;
-  Friend shown(const std::shared_ptr<PLPerson>& person, FriendId id) const;
 
   const std::shared_ptr<PLFriendsManager> _manager;
   FriendIds _ids;

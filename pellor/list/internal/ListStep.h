@@ -21,6 +21,8 @@ struct FieldEdit {
   std::optional<std::optional<std::string>> chosenNumber = {};
   std::optional<std::optional<std::string>> replyAs = {};
   std::vector<std::pair<std::string, std::optional<Value>>> metadata = {};  ///< an absent value: the entry goes
+  /// Entries of the stored form that a later version made; an absent value: the entry goes.
+  std::vector<std::pair<std::string, std::optional<Value>>> others = {};
   std::optional<Dictionary> card = {};  ///< the entries of the stored form that come of the card; those it lacks go
 };
 

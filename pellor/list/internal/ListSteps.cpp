@@ -9,6 +9,7 @@
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/friends/PLPerson.h"
 #include "pellor/friends/detail/PLPersonForm.h"
+#include "pellor/list/internal/ImportAgain.h"
 #include "pellor/list/internal/ListClock.h"
 #include "pellor/list/internal/StepPerformer.h"
 #include "pellor/list/internal/TheirList.h"
@@ -108,6 +109,10 @@ ListLimits ListSteps::limits() const {
   return {_manager->groupSize(), _manager->maxGroupCount(), _manager->isEmptyTrailingGroupEnabled()};
 }
 
+ListDraft ListSteps::newDraft() {
+  return ListDraft(_feed.noteRest(), limits(), [this] { return _mirror.newPageId(); });
+}
+
 std::optional<RefusalReason> ListSteps::findContact(const std::string& guid, Newcomer& newcomer) const {
   std::optional<RefusalReason> refused;
   platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
@@ -144,7 +149,7 @@ std::optional<RefusalReason> ListSteps::prepare(PlannedEdit& planned, ListStep& 
 }
 
 ListSteps::Planned ListSteps::planned(std::span<const Edit> edits) {
-  Planned planned{ListStep{ListDraft(_feed.noteRest(), limits(), [this] { return _mirror.newPageId(); })}};
+  Planned planned{ListStep{newDraft()}};
   if (!_manager->isLoaded()) {
     planned.answer.refusal = Refusal{storeNotReadable};
     return planned;
@@ -184,7 +189,14 @@ std::optional<FieldEdit> ListSteps::restoration(const Newcomer& newcomer, const 
   return isEmpty ? std::nullopt : std::optional(std::move(edit));
 }
 
-StepAnswer ListSteps::plan(std::span<const Edit> edits) { return planned(edits).answer; }
+StepAnswer ListSteps::plan(std::span<const Edit> edits) {
+  Planned planned = this->planned(edits);
+  if (planned.answer.refusal) return planned.answer;
+  const Forms forms = formsAfter(planned.step);
+  planned.answer.after = listAfter(planned.step, forms);
+  planned.answer.isUndoable = isStorable(planned.step, kindOf(edits), planned.answer.after, forms);
+  return planned.answer;
+}
 
 // --- Doing ---------------------------------------------------------------------------------------------------------
 
@@ -195,7 +207,8 @@ StepAnswer ListSteps::apply(std::span<const Edit> edits, StoredHandler stored) {
   unstored.record.kind = kindOf(edits);
   unstored.edits = std::move(step.edits);
   unstored.stored = std::move(stored);
-  commit(step.step, std::move(unstored), Note::made);
+  step.answer.isUndoable = commit(step.step, std::move(unstored), Note::made);
+  step.answer.after = _mirror.last();
   return step.answer;
 }
 
@@ -206,26 +219,30 @@ void ListSteps::perform(const ListStep& step) {
 }
 
 // The history tells of the step in the very write that stores it. The draft says which pages go.
-void ListSteps::commit(const ListStep& step, Unstored unstored, Note note) {
-  std::map<FriendId, Dictionary> formsBefore;
+bool ListSteps::commit(const ListStep& step, Unstored unstored, Note note) {
+  Forms formsBefore;
   for (const FriendId id : step.draft.touchedFriends()) formsBefore.emplace(id, formOf(id));
   for (const FieldEdit& field : step.fields) formsBefore.emplace(field.id, formOf(field.id));
   unstored.before = step.draft.before();
+  bool isUndoable = true;
   const auto edit = [&] {
     perform(step);
     _feed.note(note == Note::made ? ChangeOrigin::thisProgram : ChangeOrigin::undo, &step.draft);
-    const bool changesNothing = record(step, formsBefore, unstored.record);
-    if (note != Note::made || !changesNothing) noteInHistory(unstored, note);
+    record(step, formsBefore, unstored.record);
+    const bool changesNothing = unstored.record.friends.empty() && unstored.record.pages.empty();
+    const StepRecord kept = storable(unstored.record);
+    isUndoable = kept.isComplete;
+    if (note != Note::made || !changesNothing) noteInHistory(unstored.entry, kept, note);
     unstored.removed = noteRemoved(step, formsBefore);
   };
   unstored.number = _manager->performStep(edit);
   if (note == Note::made) unstored.entry = unstored.record.id;
   _unstored.push_back(std::move(unstored));
   _keep(true);
+  return isUndoable;
 }
 
-RemovedFriends::Changes ListSteps::noteRemoved(const ListStep& step,
-                                               const std::map<FriendId, Dictionary>& formsBefore) {
+RemovedFriends::Changes ListSteps::noteRemoved(const ListStep& step, const Forms& formsBefore) {
   std::vector<Dictionary> left, came;
   for (const FriendId id : step.draft.touchedFriends()) {
     const bool was = step.draft.before().placeOf(id).has_value(), is = step.draft.placeOf(id).has_value();
@@ -235,14 +252,14 @@ RemovedFriends::Changes ListSteps::noteRemoved(const ListStep& step,
   return _removed.note(left, came);
 }
 
-void ListSteps::noteInHistory(const Unstored& step, Note note) {
+void ListSteps::noteInHistory(const std::string& entry, const StepRecord& record, Note note) {
   switch (note) {
     case Note::made:
-      return _history.append(step.record);
+      return _history.append(record);
     case Note::undone:
-      return _history.noteUndone(step.entry, step.record);
+      return _history.noteUndone(entry, record);
     case Note::redone:
-      return _history.noteRedone(step.entry, step.record);
+      return _history.noteRedone(entry, record);
   }
 }
 
@@ -252,18 +269,27 @@ void ListSteps::sign(StepRecord& record) {
   record.program = _program;
 }
 
-// Whether there was nothing to record.
-bool ListSteps::record(const ListStep& step, const std::map<FriendId, Dictionary>& formsBefore, StepRecord& record) {
+void ListSteps::record(const ListStep& step, const Forms& formsBefore, StepRecord& record) {
   sign(record);
   const auto formBefore = [&](FriendId id) {
     const auto known = formsBefore.find(id);
     return known == formsBefore.end() ? formOf(id) : known->second;
   };
-  const auto sharing = [this](const Friend& gone) { return friendsSharing(gone); };
-  const ListChange change = changeBetween(step.draft.before(), _mirror.last());
-  describe(
-      record, change, formBefore, [this](FriendId id) { return formOf(id); }, sharing);
-  return record.friends.empty() && record.pages.empty() && record.isComplete;
+  describeStep(
+      step, _mirror.last(), formBefore, [this](FriendId id) { return formOf(id); }, record);
+}
+
+// A field may be one that a snapshot does not show.
+void ListSteps::describeStep(const ListStep& step, const Snapshot& after, const FormOfFriend& formBefore,
+                             const FormOfFriend& formAfter, StepRecord& record) const {
+  ListChange change = changeBetween(step.draft.before(), after);
+  std::set<FriendId> told;
+  for (const auto& each : change.changed) told.insert(each.id);
+  for (const FieldEdit& field : step.fields) {
+    const bool stays = step.draft.before().placeOf(field.id) && after.placeOf(field.id);
+    if (stays && told.insert(field.id).second) change.changed.push_back({field.id, {}});
+  }
+  describe(record, change, formBefore, formAfter, [this](const Friend& gone) { return friendsSharing(gone); });
 }
 
 std::vector<FriendId> ListSteps::friendsSharing(const Friend& gone) const {
@@ -319,16 +345,11 @@ void ListSteps::judgeSteps(const PLStoredPages& theirs) {
       continue;
     }
     ListDraft draft = held;
-    StepPlan plan(draft, list);
-    std::optional<Refusal> refusal;
-    for (std::size_t index = 0; index < step.edits.size() && !refusal; ++index)
-      if (const auto refused = plan.addAgain(step.edits[index])) refusal = Refusal{*refused, index, plan.inTheWay()};
-    if (refusal) {
+    if (const auto refusal = judge(step, list, draft)) {
       reject(std::move(step), *refusal);
       hasRejected = true;
       continue;
     }
-    plan.finish();
     held = std::move(draft);
     _unstored.push_back(std::move(step));
   }
@@ -336,6 +357,15 @@ void ListSteps::judgeSteps(const PLStoredPages& theirs) {
   for (const auto& person : ours.friends())
     if (!list.snapshot().placeOf(person->id) && !held.placeOf(person->id)) gone.push_back(identityOf(*person));
   if (!gone.empty()) leaveOut(gone, theirs.storedStep);
+}
+
+std::optional<Refusal> ListSteps::judge(const Unstored& step, const TheirList& theirs, ListDraft& draft) const {
+  if (step.isImport) return importAgain(step.record, step.before, draft);
+  StepPlan plan(draft, theirs);
+  for (std::size_t index = 0; index < step.edits.size(); ++index)
+    if (const auto refused = plan.addAgain(step.edits[index])) return Refusal{*refused, index, plan.inTheWay()};
+  plan.finish();
+  return std::nullopt;
 }
 
 void ListSteps::reject(Unstored step, const Refusal& refusal) {

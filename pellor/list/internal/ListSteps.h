@@ -12,7 +12,9 @@
 
 #include "pellor/friends/PLStepClient.h"
 #include "pellor/list/Edit.h"
+#include "pellor/list/ExportedList.h"
 #include "pellor/list/History.h"
+#include "pellor/list/ListImport.h"
 #include "pellor/list/internal/ForgottenPerson.h"
 #include "pellor/list/internal/ListFeed.h"
 #include "pellor/list/internal/ListHistory.h"
@@ -27,6 +29,7 @@
 namespace pellor {
 
 class PLFriendsManager;
+class TheirList;
 
 /// Its invariant: of each step that was done and is not stored it knows the edits, what they changed, and who is to be
 /// told. Main queue.
@@ -41,6 +44,9 @@ class ListSteps final : public PLStepClient {
 
   StepAnswer plan(std::span<const Edit> edits);
   StepAnswer apply(std::span<const Edit> edits, StoredHandler stored);
+  ExportedList exported();
+  ImportAnswer planImport(const ExportedList& list, ImportMode mode);
+  ImportAnswer import(const ExportedList& list, ImportMode mode, StoredHandler stored);
   /// Takes the step with that id back, or for an empty one the last that a person made.
   UndoAnswer undo(const std::string& id, StoredHandler stored);
   /// Does again what the last undo took back.
@@ -73,7 +79,7 @@ class ListSteps final : public PLStepClient {
   };
   struct Unstored {
     std::uint64_t number = 0;
-    StepRecord record;
+    StepRecord record;                                   ///< in whole, however large it is
     std::string entry;                                   ///< of the history, which tells of it
     std::optional<ListHistory::Entry> entryBefore = {};  ///< absent: there was none
     Snapshot before;
@@ -82,8 +88,14 @@ class ListSteps final : public PLStepClient {
     RemovedFriends::Changes removed = {};
     std::optional<ForgottenPerson> forgotten = {};  ///< by a step of that kind
     ForgottenHandler tellForgotten = {};            ///< once nothing is left; `stored` tells of a refusal
+    bool isImport = false;                          ///< of an exported list, without edits
     bool followsRejected = false;                   ///< whether a step before it may have brought somebody back
   };
+  struct PlannedImport {
+    ListStep step;
+    ImportAnswer answer = {};
+  };
+  using Forms = std::map<FriendId, Dictionary>;
   /// A step that is to be taken back.
   struct TakingBack {
     std::optional<ListHistory::Entry> entry;  ///< absent: there is none
@@ -93,21 +105,30 @@ class ListSteps final : public PLStepClient {
   };
 
   ListLimits limits() const;
+  /// Of the list of now.
+  ListDraft newDraft();
   Planned planned(std::span<const Edit> edits);
   std::optional<RefusalReason> prepare(PlannedEdit& planned, ListStep& step);
   std::optional<RefusalReason> findContact(const std::string& guid, Newcomer& newcomer) const;
   std::optional<FieldEdit> restoration(const Newcomer& newcomer, const PLPerson& person);
+  PlannedImport plannedImport(const ExportedList& list, ImportMode mode);
+  Forms formsAfter(const ListStep& step) const;
+  Snapshot listAfter(const ListStep& step, const Forms& formsAfter) const;
+  bool isStorable(const ListStep& step, StepKind kind, const Snapshot& after, const Forms& formsAfter) const;
+  void describeStep(const ListStep& step, const Snapshot& after, const FormOfFriend& formBefore,
+                    const FormOfFriend& formAfter, StepRecord& record) const;
   void perform(const ListStep& step);
   /// What the history is told of a step.
   enum class Note { made, undone, redone };
-  /// Makes the step, notes it in the history and follows it until it is stored.
-  void commit(const ListStep& step, Unstored unstored, Note note);
-  RemovedFriends::Changes noteRemoved(const ListStep& step, const std::map<FriendId, Dictionary>& formsBefore);
+  /// Makes the step, notes it in the history and follows it until it is stored; whether it can be taken back.
+  bool commit(const ListStep& step, Unstored unstored, Note note);
+  RemovedFriends::Changes noteRemoved(const ListStep& step, const Forms& formsBefore);
   void sign(StepRecord& record);
-  bool record(const ListStep& step, const std::map<FriendId, Dictionary>& formsBefore, StepRecord& record);
+  void record(const ListStep& step, const Forms& formsBefore, StepRecord& record);
+  std::optional<Refusal> judge(const Unstored& step, const TheirList& theirs, ListDraft& draft) const;
   void reject(Unstored step, const Refusal& refusal);
   TakingBack takingBack(const StepRecord* record);
-  void noteInHistory(const Unstored& step, Note note);
+  void noteInHistory(const std::string& entry, const StepRecord& record, Note note);
   TakingBack undoing(const std::string& id);
   TakingBack redoing();
   UndoAnswer takeBack(TakingBack step, Note note, StoredHandler stored);

@@ -25,6 +25,9 @@ FieldEdit fieldEditOf(const TakenBack::FieldChange& change) {
     case KeptChange::Part::metadata:
       edit.metadata.emplace_back(change.key, change.value);
       break;
+    case KeptChange::Part::other:
+      edit.others.emplace_back(change.key, change.value);
+      break;
     default:
       edit.card = change.value && change.value->dictionary() ? *change.value->dictionary() : Dictionary();
   }
@@ -48,7 +51,7 @@ void ListSteps::bringBack(TakingBack& back) {
 }
 
 ListSteps::TakingBack ListSteps::takingBack(const StepRecord* record) {
-  TakingBack back{{}, ListStep{ListDraft(_feed.noteRest(), limits(), [this] { return _mirror.newPageId(); })}};
+  TakingBack back{{}, ListStep{newDraft()}};
   if (!_manager->isLoaded()) {
     back.answer.refusal = Refusal{RefusalReason::storeNotReadable};
     return back;

@@ -169,23 +169,23 @@ class Description {
   std::map<PageId, PageRecord> _pages;
 };
 
-void shortenIfTooLarge(StepRecord& step) {
-  // In an array, as it is stored.
-  const auto bytes = encodeCBOR(Array{Value(dictionaryOf(step))});
-  if (bytes && bytes->size() <= StepRecord::LargestSize) return;
-  step.summary = summaryOf(step);
-  step.isComplete = false;
-  step.friends.clear();
-  step.pages.clear();
-  step.evidence.clear();
-}
-
 }  // namespace
 
 void describe(StepRecord& step, const ListChange& change, const FormOfFriend& formBefore, const FormOfFriend& formAfter,
               const FriendsSharing& sharing) {
   Description(step, change, formBefore, formAfter).write(sharing);
-  shortenIfTooLarge(step);
+}
+
+StepRecord storable(StepRecord step) {
+  // In an array, as it is stored.
+  const auto bytes = encodeCBOR(Array{Value(dictionaryOf(step))});
+  if (bytes && bytes->size() <= StepRecord::LargestSize) return step;
+  step.summary = summaryOf(step);
+  step.isComplete = false;
+  step.friends.clear();
+  step.pages.clear();
+  step.evidence.clear();
+  return step;
 }
 
 }  // namespace pellor

@@ -26,10 +26,16 @@ void setMetadata(PLPerson& person, const std::vector<std::pair<std::string, std:
   person.addMetadataEntriesFromDictionary(all);
 }
 
-void setCard(PLPerson& person, const Dictionary& card) {
+void setEntries(PLPerson& person, const FieldEdit& field) {
   Dictionary form = person.dictionaryRepresentation();
-  for (const auto& [key, value] : blockOfForm(form)) form.erase(key);
-  form.insert(card.begin(), card.end());
+  if (field.card) {
+    for (const auto& [key, value] : blockOfForm(form)) form.erase(key);
+    form.insert(field.card->begin(), field.card->end());
+  }
+  for (const auto& [key, value] : field.others) {
+    form.erase(key);
+    if (value) form.emplace(key, *value);
+  }
   person.updateFromDictionaryRepresentation(form);
   person.setNeedsSave(true);
 }
@@ -163,7 +169,7 @@ void StepPerformer::setFields() {
     if (field.chosenNumber) person->setPreferredDestination(*field.chosenNumber);
     if (field.replyAs) person->setPreferredReplyAs(*field.replyAs);
     if (!field.metadata.empty()) setMetadata(*person, field.metadata);
-    if (field.card) setCard(*person, *field.card);
+    if (field.card || !field.others.empty()) setEntries(*person, field);
   }
 }
 

@@ -71,11 +71,13 @@ using FormOfFriend = std::function<Dictionary(FriendId)>;
 /// The friends of the list after a step who have the GUID or one of the destinations of somebody who left it.
 using FriendsSharing = std::function<std::vector<FriendId>(const Friend& gone)>;
 
-/// Writes the friends and pages of a change into a step, all else of which is set already, and shortens it to its
-/// summary where it is too large, or nested too deep to be stored. Costs what changed, and the number of pages; for a
-/// removal without `sharing` the number of friends.
+/// Writes the friends and pages of a change into a step, all else of which is set already. Costs what changed, and the
+/// number of pages; for a removal without `sharing` the number of friends.
 void describe(StepRecord& step, const ListChange& change, const FormOfFriend& formBefore, const FormOfFriend& formAfter,
               const FriendsSharing& sharing = {});
+
+/// The step as the history keeps it: its summary alone where it is too large, or nested too deep to be stored.
+StepRecord storable(StepRecord step);
 
 /// Finds the pages of a step by their indexes.
 class StepPages {

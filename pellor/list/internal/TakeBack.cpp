@@ -7,6 +7,7 @@
 
 #include "pellor/friends/detail/PLPersonForm.h"
 #include "pellor/friends/internal/PLMergeFields.h"
+#include "pellor/list/internal/ExportedForm.h"
 #include "pellor/list/internal/StepMatching.h"
 
 namespace pellor {
@@ -35,17 +36,18 @@ class FieldMerge {
     };
     mergeEntry(Part::replyAs, PLPersonReplyAsKey);
     mergeEntry(Part::chosenNumber, PLPersonPreferredDestinationKey);
-    mergeMetadata(metadataOf(before), metadataOf(after), metadataOf(_now));
+    mergeEntries(Part::metadata, metadataOf(before), metadataOf(after), metadataOf(_now));
+    mergeEntries(Part::other, otherEntriesOf(before), otherEntriesOf(after), _now);
     merge({_id, Part::card, {}, blockOfForm(before)}, blockOfForm(after), blockOfForm(_now));
   }
 
  private:
-  void mergeMetadata(const Dictionary& before, const Dictionary& after, const Dictionary& now) {
+  void mergeEntries(Part part, const Dictionary& before, const Dictionary& after, const Dictionary& now) {
     std::set<std::string> keys;
     for (const auto& [key, value] : before) keys.insert(key);
     for (const auto& [key, value] : after) keys.insert(key);
     for (const std::string& key : keys)
-      merge({_id, Part::metadata, key, entryOf(before, key)}, entryOf(after, key), entryOf(now, key));
+      merge({_id, part, key, entryOf(before, key)}, entryOf(after, key), entryOf(now, key));
   }
 
   void merge(TakenBack::FieldChange change, const std::optional<Value>& after, const std::optional<Value>& now) {

@@ -26,7 +26,7 @@ struct TakenBack {
   struct FieldChange {
     FriendId id;
     Part field;
-    std::string key = {};             ///< of metadata
+    std::string key = {};             ///< of metadata, or of an entry of a later version
     std::optional<Value> value = {};  ///< absent: is taken away
   };
   std::vector<Restored> restored = {};

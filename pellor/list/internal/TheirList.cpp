@@ -58,6 +58,7 @@ std::shared_ptr<const Friend> TheirList::shown(const PLStoredSlot& slot, ListMir
   const auto known = slot.known ? mirror.ids().knownId(*slot.known) : std::nullopt;
   const bool isFirst = known && _entered.try_emplace(known->number, true).second;
   shown->id = isFirst ? *known : mirror.ids().idOf(slot.stored, 0);
+  if (slot.stored->hasName()) shown->name = slot.stored->displayName().value_or(std::string());
   if (const auto values = slot.stored->allValues()) shown->destinations.assign(values->begin(), values->end());
   shown->contactGUID = slot.stored->abRecordGUID();
   enter(*shown);
