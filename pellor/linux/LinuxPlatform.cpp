@@ -13,6 +13,7 @@
 #include "pellor/linux/internal/DataFolderTraces.h"
 #include "pellor/linux/internal/PrometheusCounters.h"
 #include "pellor/linux/notify/NotifyFolder.h"
+#include "pellor/linux/notify/UnsharedBus.h"
 #include "pellor/linux/phone/CanonicalFormStore.h"
 #include "pellor/linux/phone/LibPhoneNumber.h"
 #include "pellor/linux/preferences/SharedPreferences.h"
@@ -20,6 +21,7 @@
 #include "pellor/linux/preferences/internal/SQLitePreferences.h"
 #include "pellor/linux/preferences/internal/StoreCopyKeeper.h"
 #include "pellor/linux/preferences/internal/UnpairedDevice.h"
+#include "pellor/linux/preferences/internal/UnsharedPreferences.h"
 #include "pellor/linux/reachability/IdentityService.h"
 #include "pellor/linux/text/GettextStrings.h"
 #include "pellor/linux/text/IcuText.h"
@@ -34,10 +36,15 @@ namespace {
 
 LogHandle logOf(Process& process, const char* category) { return {BundleIdentifier, category, process.logSink()}; }
 
-std::shared_ptr<SharedPreferences> makePreferences(Process& process, const LinuxPlatformOptions& options) {
+std::shared_ptr<SharedPreferences> makeStore(Process& process, const LinuxPlatformOptions& options) {
   if (options.parts.preferences) return options.parts.preferences(process);
   return std::make_shared<SQLitePreferences>(options.folders.data, options.folders.config / "defaults.json",
                                              logOf(process, "preferences"));
+}
+
+std::shared_ptr<SharedPreferences> makePreferences(Process& process, const LinuxPlatformOptions& options) {
+  auto store = makeStore(process, options);
+  return options.keepsWritesToItself ? std::make_shared<UnsharedPreferences>(std::move(store)) : store;
 }
 
 /// Of the process's store, as long as the process.
@@ -69,13 +76,14 @@ std::shared_ptr<FavoritesFile> makeFavoritesFile(const std::shared_ptr<IndexedAd
 }
 
 std::shared_ptr<SystemNotifyBus> makeNotifyBus(Process& process, const LinuxPlatformOptions& options) {
+  if (options.keepsWritesToItself) return std::make_shared<UnsharedBus>(process);
   const auto hearing = options.noticesChanges ? NotifyFolder::Hearing::always : NotifyFolder::Hearing::whenSettling;
   auto embedded = NotifyFolder::make(process, options.folders, logOf(process, "bus"), hearing);
   return options.parts.notifyBus ? options.parts.notifyBus(process, std::move(embedded)) : embedded;
 }
 
 std::shared_ptr<PreferencesSyncService> makePreferencesSync(Process& process, const LinuxPlatformOptions& options) {
-  if (!options.parts.preferencesSync) return std::make_shared<UnpairedDevice>();
+  if (!options.parts.preferencesSync || options.keepsWritesToItself) return std::make_shared<UnpairedDevice>();
   return options.parts.preferencesSync(process, makePreferences(process, options));
 }
 

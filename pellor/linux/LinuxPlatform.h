@@ -68,6 +68,9 @@ struct LinuxPlatformOptions {
   /// Whether changes that come from outside are noticed at any time; else those of the list while the process settles,
   /// and those of the contacts by the next process. For a program that ends at once.
   bool noticesChanges = true;
+  /// Whether what this process writes to the store stays its own: no other process and no paired device gets it, and it
+  /// ends with the process. For a dry run.
+  bool keepsWritesToItself = false;
   ListKeys listKeys;
   LinuxParts parts;
 };

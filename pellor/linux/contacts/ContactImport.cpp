@@ -166,7 +166,7 @@ void ContactImport::add(const std::string& file, std::string bytes) {
     take({file, card.number, card.line, card.name}, card);
     tell(_options.takingProgress, index + 1, cards.size());
   }
-  if (_result.imported.size() > before) syncFolder(_options.folder);
+  if (_result.imported.size() > before && !_options.isDry) syncFolder(_options.folder);
 }
 
 void ContactImport::leaveOut(const std::string& file, const std::string& reason) {
@@ -205,7 +205,8 @@ void ContactImport::takeKnown(const CardOrigin& origin, Contact& contact, const 
 }
 
 void ContactImport::create(Contact contact, const std::string& text) {
-  if (const auto error = createPrivateFolder(_options.folder)) return leaveOut(*contact.origin, *error);
+  const auto error = _options.isDry ? std::nullopt : createPrivateFolder(_options.folder);
+  if (error) return leaveOut(*contact.origin, *error);
   const CardOrigin origin = *contact.origin;
   if (createFile(contact, text)) {
     _result.imported.push_back({origin, contact.guid, contact.file});
@@ -223,6 +224,7 @@ void ContactImport::create(Contact contact, const std::string& text) {
 bool ContactImport::createFile(Contact& contact, const std::string& text) {
   const std::string base = fileNameOf(comparedUid(contact.guid));
   contact.file = base + ".vcf";
+  if (_options.isDry) return true;
   Draft draft(_options.folder, contact.file, text);
   if (!draft.isWritten()) return false;
   for (int number = 2; !draft.become(_options.folder / contact.file); ++number) {
@@ -236,13 +238,18 @@ bool ContactImport::createFile(Contact& contact, const std::string& text) {
   return true;
 }
 
+/// False, with errno set, when that does not work.
+bool ContactImport::rewrite(const std::string& file, const std::string& text) const {
+  Draft draft(_options.folder, file, text);
+  return draft.isWritten() && draft.replace(_options.folder / file);
+}
+
 void ContactImport::replace(const CardOrigin& origin, Contact& contact, const std::string& text,
                             std::int64_t valueHash) {
   if (!contact.isAlone)
     return leaveOut(origin, "it differs from the card that is there, whose file " + contact.file +
                                 " holds others too and is not rewritten");
-  Draft draft(_options.folder, contact.file, text);
-  if (!draft.isWritten() || !draft.replace(_options.folder / contact.file))
+  if (!_options.isDry && !rewrite(contact.file, text))
     return leaveOut(origin, systemError("it cannot be written to", _options.folder));
   contact.textHash = comparedTextHash(text);
   contact.valueHash = valueHash;

@@ -59,6 +59,7 @@ struct ContactImportOptions {
   std::filesystem::path folder;
   bool makesFolder = false;    ///< when it is missing; made with the first card
   bool replacesKnown = false;  ///< whether a contact that differs gets the content of the card with its UID
+  bool isDry = false;          ///< whether nothing is written: the result tells what would be imported
   /// Told now and then how many of the folder's files were read, and how many cards of a file were taken. May be null.
   std::function<void(std::size_t done, std::size_t total)> readingProgress = {}, takingProgress = {};
 };
@@ -109,6 +110,7 @@ class ContactImport {
   void takeKnown(const CardOrigin& origin, Contact& contact, const std::string& text, std::int64_t valueHash);
   void create(Contact contact, const std::string& text);
   bool createFile(Contact& contact, const std::string& text);
+  bool rewrite(const std::string& file, const std::string& text) const;
   void replace(const CardOrigin& origin, Contact& contact, const std::string& text, std::int64_t valueHash);
   void leaveOut(const CardOrigin& origin, std::string reason) {
     _result.leftOut.push_back({origin, std::move(reason)});
