@@ -50,7 +50,7 @@ void list(Session& session) {
 
 // What a copy takes the place of becomes one.
 void keepPresent(Session& session, const StoreCopy& present) {
-  if (present.values.empty()) return;
+  if (present.values.empty() || session.isDry()) return;
   if (const auto error = session.store().copies().keepReplaced(present))
     throw CommandError("nothing was changed: " + *error);
 }
@@ -87,7 +87,7 @@ void editInto(Session& session, const StoreCopy& copy, const StoreCopy& present)
 }
 
 void startAnew(Session& session, const StoreCopy* copy) {
-  if (session.store().startAnew(copy)) return;
+  if (session.isDry() ? session.store().canStartAnew() : session.store().startAnew(copy)) return;
   const bool isOfAdministrator = !session.store().canStartAnew() && session.store().lastError().empty();
   throw CommandError("nothing was changed: " +
                      (isOfAdministrator ? "a store in PostgreSQL is emptied by its administrator (DROP SCHEMA pellor)"
@@ -106,17 +106,17 @@ void restore(Session& session, const std::string& which) {
   } else {
     startAnew(session, &*copy);
   }
-  const std::string done = "restored the copy of " + dateText(copy->date) + ", " + friendsText(copy->friends);
+  const std::string done =
+      session.would() + "restored the copy of " + dateText(copy->date) + ", " + friendsText(copy->friends);
   session.answer([&] { return done + "\n"; }, [&] { return Json{{"restored", which}, {"friends", copy->friends}}; });
 }
 
 void restoreEmpty(Session& session) {
   if (const auto present = session.store().copyOfStore(wallClockNow())) keepPresent(session, *present);
   startAnew(session, nullptr);
-  session.answer([] { return std::string("the store is new; what it held was put aside\n"); },
-                 [] {
-                   return Json{{"restored", nullptr}, {"friends", 0}};
-                 });
+  const char* done = session.isDry() ? "the store would be new, and what it held put aside\n"
+                                     : "the store is new; what it held was put aside\n";
+  session.answer([&] { return std::string(done); }, [] { return Json{{"restored", nullptr}, {"friends", 0}}; });
 }
 
 }  // namespace
@@ -129,6 +129,7 @@ void addBackupCommands(CommandSyntax program, Command& chosen) {
   const auto restoring = command.command(
       "restore",
       "Take a copy back; what it takes the place of becomes a copy. A store that cannot be read is put aside");
+  restoring.offersDryRun();
   const auto name = restoring.option("WHICH", *which, "The copy's name, as pellor backup lists it");
   const auto flag = restoring.flag("--empty", *empty, "Start anew, with an empty store; end other programs before");
   name.excludes(flag);

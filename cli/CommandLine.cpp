@@ -98,7 +98,7 @@ Configuration configurationOf(const std::string& file, const Settings& settings)
 }
 
 void addCommands(CLI::App& program, CommandLine& line) {
-  const CommandSyntax commands(program);
+  const CommandSyntax commands(program, line.options.isDry);
   Command& chosen = line.command;
   addListCommands(commands, chosen, line.options);
   addEditCommands(commands, chosen);

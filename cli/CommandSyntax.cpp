@@ -18,7 +18,7 @@ OptionSyntax OptionSyntax::excludes(OptionSyntax other) const {
 OptionSyntax OptionSyntax::needs(OptionSyntax other) const { return OptionSyntax(*_option->needs(other._option)); }
 
 CommandSyntax CommandSyntax::command(const std::string& name, const std::string& meaning) const {
-  return CommandSyntax(*_command->add_subcommand(name, meaning));
+  return CommandSyntax(*_command->add_subcommand(name, meaning), *_isDry);
 }
 
 OptionSyntax CommandSyntax::option(const std::string& name, std::string& value, const std::string& meaning) const {
@@ -43,6 +43,8 @@ OptionSyntax CommandSyntax::option(const std::string& name, std::filesystem::pat
 OptionSyntax CommandSyntax::flag(const std::string& name, bool& isGiven, const std::string& meaning) const {
   return OptionSyntax(*_command->add_flag(name, isGiven, meaning));
 }
+
+void CommandSyntax::offersDryRun() const { flag("--dry-run", *_isDry, "Only tell what would be done"); }
 
 void CommandSyntax::mayHaveCommand() const { _command->require_subcommand(0, 1); }
 

@@ -39,7 +39,8 @@ class OptionSyntax {
 /// A command, or the program itself. A handle as an option's is.
 class CommandSyntax {
  public:
-  explicit CommandSyntax(CLI::App& command) : _command(&command) {}
+  /// `isDry` is set by --dry-run of the commands that offer it, and lives as long as the syntax.
+  CommandSyntax(CLI::App& command, bool& isDry) : _command(&command), _isDry(&isDry) {}
 
   /// Adds a command below this one.
   CommandSyntax command(const std::string& name, const std::string& meaning) const;
@@ -52,6 +53,8 @@ class CommandSyntax {
   OptionSyntax option(const std::string& name, std::filesystem::path& value, const std::string& meaning) const;
   /// Adds an option without a value.
   OptionSyntax flag(const std::string& name, bool& isGiven, const std::string& meaning) const;
+  /// Adds --dry-run, which every command has that changes something.
+  void offersDryRun() const;
 
   /// One of the commands below it may follow.
   void mayHaveCommand() const;
@@ -65,6 +68,7 @@ class CommandSyntax {
 
  private:
   CLI::App* _command;
+  bool* _isDry;
 };
 
 }  // namespace pellor::cli

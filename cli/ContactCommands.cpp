@@ -163,10 +163,10 @@ void allow(Session& session, const std::string& who) {
                  });
 }
 
-std::string refreshText(const std::vector<Change>& changes) {
+std::string refreshText(const Session& session, const std::vector<Change>& changes) {
   if (changes.empty()) return "the friends are in step with the contacts\n";
   std::string text;
-  for (const Change& change : changes) text += textOf(change) + "\n";
+  for (const Change& change : changes) text += session.would() + textOf(change) + "\n";
   return text;
 }
 
@@ -191,15 +191,18 @@ std::string heldBackText(const ContactsFall& fall) {
          " contacts are there; bring the others back, or accept that they are gone: pellor refresh --accept";
 }
 
+// In a dry run it is done to this program's own view of the store.
 void refresh(Session& session, bool accepts) {
   requireContactsAtHand(session);
   session.requireWritableStore();
   UserContacts& addressBook = session.platform().contacts();
-  if (accepts) addressBook.acceptContacts();
+  if (accepts && session.isDry() && addressBook.contactsFall())
+    throw CommandError("a dry run cannot tell what is left when most of the contacts are accepted to be gone");
+  if (accepts && !session.isDry()) addressBook.acceptContacts();
   const std::vector<Change> changes = refreshedFriends(session);
   requireContactsAtHand(session);  // the refresh may have met the first failure
   const auto fall = addressBook.contactsFall();
-  session.answer([&] { return fall ? "" : refreshText(changes); }, [&] { return refreshJson(changes, fall); });
+  session.answer([&] { return fall ? "" : refreshText(session, changes); }, [&] { return refreshJson(changes, fall); });
   if (fall) throw CommandError(heldBackText(*fall));
 }
 
@@ -227,6 +230,7 @@ void addContactCommands(CommandSyntax program, Command& chosen) {
   check.whenGiven([&chosen, who] { chosen = [who](Session& session) { allow(session, *who); }; });
 
   const auto follow = program.command("refresh", "Bring the friends in step with the contacts and show what changed");
+  follow.offersDryRun();
   const auto accepts = std::make_shared<bool>(false);
   follow.flag("--accept", *accepts, "Also when most of the contacts are gone: they are to stay so");
   follow.whenGiven([&chosen, accepts] { chosen = [accepts](Session& session) { refresh(session, *accepts); }; });

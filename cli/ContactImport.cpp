@@ -37,7 +37,10 @@ struct Progress {
 
 ContactImportOptions optionsFor(Session& session, const Request& request, Progress& progress) {
   if (std::ranges::count(request.files, "-") > 1) throw UsageError("- stands for standard input, once");
-  return {folderOf(session), !session.options().configuration.isSet("contacts"), request.replacesKnown,
+  return {folderOf(session),
+          !session.options().configuration.isSet("contacts"),
+          request.replacesKnown,
+          session.isDry(),
           [&](std::size_t done, std::size_t total) { progress.reading.show(done, total); },
           [&](std::size_t done, std::size_t total) { progress.taking.show(done, total); }};
 }
@@ -70,10 +73,10 @@ std::string textOf(const CardOrigin& origin) {
   return origin.name.empty() ? text : text + " (" + printable(origin.name) + ")";
 }
 
-std::string textOf(const ContactImportResult& result) {
+std::string textOf(const Session& session, const ContactImportResult& result) {
   const auto replaced = static_cast<std::size_t>(std::ranges::count_if(result.imported, &ImportedCard::isReplaced));
   const auto differing = static_cast<std::size_t>(std::ranges::count_if(result.known, &KnownCard::differs));
-  std::string text = "imported " + counted(result.imported.size(), "contact", "contacts");
+  std::string text = session.would() + "imported " + counted(result.imported.size(), "contact", "contacts");
   if (replaced > 0) text += " (" + std::to_string(replaced) + " of them in place of what was there)";
   text += "\n";
   if (!result.known.empty())
@@ -121,7 +124,7 @@ Json jsonOf(const ContactImportResult& result) {
 
 void importContacts(Session& session, const Request& request) {
   const ContactImportResult result = import(session, request);
-  session.answer([&] { return textOf(result); }, [&] { return jsonOf(result); });
+  session.answer([&] { return textOf(session, result); }, [&] { return jsonOf(result); });
   if (!result.leftOut.empty())
     throw CommandError(counted(result.leftOut.size(), "file or card was left out", "files or cards were left out"));
 }
@@ -134,6 +137,7 @@ void addContactImport(CommandSyntax contacts, Command& chosen) {
       "Copy contacts of vCard files, or of tables with comma-separated values, into the contacts folder; "
       "nobody is doubled");
   const auto request = std::make_shared<Request>();
+  command.offersDryRun();
   command.option("FILE", request->files, "Files; - for standard input").required().atLeast(1);
   command.flag("--replace", request->replacesKnown,
                "A contact that is there with other content gets that of the card with its UID");

@@ -1,8 +1,12 @@
 #include "cli/DeviceActions.h"
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
+#include <string>
+#include <system_error>
+#include <vector>
 
 #include "cli/CommandError.h"
 #include "cli/Interruption.h"
@@ -73,13 +77,46 @@ class DeviceQuery {
 
 // pair
 
+void requireName(bool isNamed) {
+  if (!isNamed)
+    throw CommandError(
+        "this device has no name yet: \"pellor device pair --name NAME\" makes a request for a certificate");
+}
+
 void prepare(const DevicePairing& pairing, const DevicePairArguments& arguments) {
   if (!arguments.name.empty()) pairing.requestCertificate(arguments.name);
   if (!arguments.certificate.empty()) pairing.importCertificate(arguments.certificate, arguments.ca, arguments.key);
-  if (!pairing.name())
-    throw CommandError(
-        "this device has no name yet: \"pellor device pair --name NAME\" makes a request for a certificate");
+  requireName(pairing.name().has_value());
   if (!arguments.invitation.empty()) pairing.pair(arguments.invitation);
+}
+
+void requireFile(const std::filesystem::path& file) {
+  std::error_code ignored;
+  if (!file.empty() && !std::filesystem::is_regular_file(file, ignored))
+    throw CommandError("there is no file " + printable(file.string()));
+}
+
+// What would be written. That certificate, keys and invitation fit together is seen when they are taken over.
+std::vector<std::string> plannedFor(const DevicePairing& pairing, const DevicePairArguments& arguments) {
+  if (!arguments.name.empty() && !isDeviceName(arguments.name))
+    throw CommandError(inQuotes(arguments.name) + " is no name of a device: letters, digits, - and _");
+  for (const auto& file : {arguments.certificate, arguments.ca, arguments.key}) requireFile(file);
+  requireName(!arguments.name.empty() || !arguments.certificate.empty() || pairing.name());
+  const std::string folder = " in " + printable(pairing.folder().string());
+  std::vector<std::string> planned;
+  if (!arguments.name.empty()) planned.push_back("made a private key and a request for a certificate" + folder);
+  if (!arguments.certificate.empty()) planned.push_back("taken over the certificate and its key" + folder);
+  if (!arguments.invitation.empty()) planned.push_back("paired with the device of that invitation");
+  return planned;
+}
+
+void tellPlanned(Session& session, const std::vector<std::string>& planned) {
+  const auto text = [&] {
+    std::string all;
+    for (const std::string& each : planned) all += session.would() + each + "\n";
+    return all.empty() ? std::string("nothing would be changed\n") : all;
+  };
+  session.answer(text, [&] { return Json{{"wouldHave", planned}}; });
 }
 
 /// What became of sending the list to a device that was paired just now.
@@ -220,6 +257,7 @@ DeviceReceiverOptions receiverOptions(Session& session, const DeviceServeArgumen
 void pairDevice(Session& session, const DevicePairArguments& arguments) {
   translated([&] {
     const DevicePairing pairing = pairingOf(session);
+    if (session.isDry()) return tellPlanned(session, plannedFor(pairing, arguments));
     prepare(pairing, arguments);
     const std::string request = arguments.name.empty() ? "" : (pairing.folder() / "request.pem").string();
     pairing.invitation();
@@ -237,7 +275,9 @@ void pairDevice(Session& session, const DevicePairArguments& arguments) {
 
 void serveDevice(Session& session, const DeviceServeArguments& arguments) {
   translated([&] {
-    if (!pairingOf(session).peer()) throw CommandError("no device is paired (pellor device pair)");
+    const auto peer = pairingOf(session).peer();
+    if (!peer) throw CommandError("no device is paired (pellor device pair)");
+    if (session.isDry()) return tellPlanned(session, {"taken what " + printable(*peer) + " sends, until interrupted"});
     MainQueue& mainQueue = session.process().mainQueue();
     bool couldPrintAll = true;
     DeviceReceiverOptions options = receiverOptions(session, arguments);
@@ -267,6 +307,7 @@ void revokeDevice(Session& session) {
   translated([&] {
     const DevicePairing pairing = pairingOf(session);
     const std::string peer = pairing.peer().value_or("");
+    if (session.isDry() && !peer.empty()) return tellPlanned(session, {"revoked " + printable(peer)});
     pairing.revoke();
     DeviceQuery asking(session, false);
     const OutgoingFile file(pairing.folder());

@@ -12,6 +12,7 @@ namespace {
 
 void addPair(CommandSyntax device, Command& chosen) {
   const auto command = device.command("pair", "Make this device known to the broker, and pair it with another one");
+  command.offersDryRun();
   const auto arguments = std::make_shared<DevicePairArguments>();
   const auto name =
       command.option("--name", arguments->name, "Make a private key and a request for a certificate with this name")
@@ -34,6 +35,7 @@ void addPair(CommandSyntax device, Command& chosen) {
 
 void addServe(CommandSyntax device, Command& chosen) {
   const auto command = device.command("serve", "Receive what the paired device sends, until interrupted");
+  command.offersDryRun();
   const auto arguments = std::make_shared<DeviceServeArguments>();
   command.flag("--accept-smaller", arguments->acceptsSmaller,
                "Let the first list of the paired device replace a much larger one");
@@ -56,8 +58,10 @@ void addDeviceCommands(CommandSyntax program, CommandLine& line) {
   device.command("status", "Tell what was sent, what has arrived, and what is still to be sent").whenGiven([&chosen] {
     chosen = showDeviceStatus;
   });
-  device.command("revoke", "End the pairing: the other device gets nothing more, and nothing of it is taken")
-      .whenGiven([&chosen] { chosen = revokeDevice; });
+  const auto revoking =
+      device.command("revoke", "End the pairing: the other device gets nothing more, and nothing of it is taken");
+  revoking.offersDryRun();
+  revoking.whenGiven([&chosen] { chosen = revokeDevice; });
 }
 
 }  // namespace pellor::cli

@@ -73,9 +73,10 @@ class NewcomerFinder {
   std::unordered_set<std::string> _guids;         // of all records of those who were named
 };
 
-std::string eachText(const std::vector<FriendAt>& friends, const std::string& what) {
+std::string eachText(const Session& session, const std::vector<FriendAt>& friends, const std::string& what) {
   std::string text;
-  for (const FriendAt& each : friends) text += what + " " + nameOf(*each.person) + " (" + textOf(each.place) + ")\n";
+  for (const FriendAt& each : friends)
+    text += session.would() + what + " " + nameOf(*each.person) + " (" + textOf(each.place) + ")\n";
   return text;
 }
 
@@ -88,7 +89,7 @@ Json eachJson(const std::vector<FriendAt>& friends, const std::string& what) {
 }
 
 void answerEach(Session& session, const std::vector<FriendAt>& friends, const std::string& what) {
-  session.answer([&] { return eachText(friends, what); }, [&] { return eachJson(friends, what); });
+  session.answer([&] { return eachText(session, friends, what); }, [&] { return eachJson(friends, what); });
 }
 
 /// A number or address that several friends have, as families do.
@@ -98,8 +99,9 @@ struct SharedDestination {
 };
 
 // Each once, of those that the friends who were added have.
-std::vector<SharedDestination> sharedWithOthers(Session& session, const std::vector<FriendAt>& added) {
-  FriendFinder finder(session);
+std::vector<SharedDestination> sharedWithOthers(Session& session, const std::vector<FriendAt>& added,
+                                                const Snapshot& list) {
+  FriendFinder finder(session, list);
   std::vector<SharedDestination> shared;
   std::unordered_set<std::string> seen;
   for (const FriendAt& each : added) {
@@ -128,10 +130,10 @@ Json jsonOf(const SharedDestination& shared) {
   return {{"destination", shared.destination}, {"friends", std::move(friends)}};
 }
 
-void answerAdded(Session& session, const std::vector<FriendAt>& added) {
-  const auto shared = sharedWithOthers(session, added);
+void answerAdded(Session& session, const std::vector<FriendAt>& added, const Snapshot& list) {
+  const auto shared = sharedWithOthers(session, added, list);
   const auto text = [&] {
-    std::string all = eachText(added, "added");
+    std::string all = eachText(session, added, "added");
     for (const SharedDestination& each : shared) all += textOf(each);
     return all;
   };
@@ -179,8 +181,9 @@ void add(Session& session, const std::vector<std::string>& who) {
     return additionRefusal(session, newcomers[refusal.edit], refusal, at);
   };
   std::vector<FriendId> added;
-  for (const EditResult& each : applyAndStore(session, edits, text)) added.push_back(each.id);
-  answerAdded(session, placesOf(session.list().snapshot(), added));
+  const DoneStep done = applyAndStore(session, edits, text);
+  for (const EditResult& each : done.results) added.push_back(each.id);
+  answerAdded(session, placesOf(done.list, added), done.list);
 }
 
 /// Of edits of friends: each is about the friend with its index.
@@ -222,13 +225,14 @@ void move(Session& session, const std::string& who, const std::string& target) {
   const Place to = targetIn(list, target);
   const std::vector<FriendAt> from = {friendNamed(session, who)};
   if (from.front().place == to) return answerEach(session, {}, "moved");
-  applyAndStore(session, {MoveFriend{from.front().person->id, to}}, textAbout(from));
-  answerEach(session, movedFriends(session.list().snapshot(), from.front(), list.friendAt(to)), "moved");
+  const DoneStep done = applyAndStore(session, {MoveFriend{from.front().person->id, to}}, textAbout(from));
+  answerEach(session, movedFriends(done.list, from.front(), list.friendAt(to)), "moved");
 }
 
 void addManyCommand(CommandSyntax program, Command& chosen, const char* name, const char* text, const char* whoText,
                     void (*run)(Session&, const std::vector<std::string>&)) {
   const auto command = program.command(name, text);
+  command.offersDryRun();
   const auto who = std::make_shared<std::vector<std::string>>();
   command.option("WHO", *who, whoText).required().atLeast(1);
   command.whenGiven(
@@ -245,6 +249,7 @@ void addEditCommands(CommandSyntax program, Command& chosen) {
   addManyCommand(program, chosen, "remove", "Remove friends; all or none", "Friends; - for the lines of standard input",
                  remove);
   const auto command = program.command("move", "Move a friend to another slot; a taken slot swaps");
+  command.offersDryRun();
   const auto who = std::make_shared<std::string>();
   const auto target = std::make_shared<std::string>();
   command.option("WHO", *who, "The friend").required();

@@ -22,6 +22,7 @@ constexpr Example Examples[] = {
     {"add", "pellor add anna#2"},
     {"add", "grep -h ^FN: team/*.vcf | cut -d: -f2 | pellor add -"},
     {"remove", "pellor remove 2:5"},
+    {"remove", "pellor remove 2:5 --dry-run"},
     {"remove", "pellor remove \"Jörg Mühlgrab\" anna#2"},
     {"move", "pellor move Jörg 1:1"},
     {"title", "pellor title 2 Family"},

@@ -1,22 +1,23 @@
 // export, import
 
-#include <algorithm>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <string>
 #include <system_error>
-#include <unordered_map>
+#include <variant>
 
 #include "cli/CommandLine.h"
 #include "cli/CommandSyntax.h"
-#include "cli/JsonForms.h"
+#include "cli/FriendSearch.h"
+#include "cli/ImportReport.h"
 #include "cli/ListFile.h"
-#include "cli/ListImport.h"
 #include "cli/Output.h"
 #include "cli/StandardInput.h"
+#include "cli/Steps.h"
 #include "pellor/linux/files/FileReplacement.h"
+#include "pellor/list/Settings.h"
 
 namespace pellor::cli {
 namespace {
@@ -28,22 +29,6 @@ std::string counted(std::size_t count, const char* one, const char* many) {
 }
 
 // --- export ---
-
-// Up to the last page that holds a friend or has a title.
-ListFile listFileOf(const PLFriendsManager& manager) {
-  ListFile file{manager.groupSize(), {}};
-  std::size_t count = 0;
-  for (const PageContent& content : pagesOf(manager)) {
-    ListFilePage& page = file.pages.emplace_back();
-    page.title = content.title;
-    for (const Slot& slot : content.slots) {
-      page.slots.push_back(slot ? std::optional(slot->dictionaryRepresentation()) : std::nullopt);
-    }
-    if (!content.isEmpty() || !content.title.empty()) count = file.pages.size();
-  }
-  file.pages.resize(count);
-  return file;
-}
 
 // What a link points to is written, not the link.
 fs::path targetOf(const std::string& path) {
@@ -69,7 +54,7 @@ void writeFile(Session& session, const std::string& path, const std::string& tex
 
 void exportList(Session& session, const std::string& path) {
   if (path.empty()) throw UsageError("FILE is empty");
-  const ListFileText file = textOf(listFileOf(managerOf(session)));
+  const ListFileText file = textOf(session.list().exported());
   if (file.isRepaired) writeError("texts that are no UTF-8 were exported with replacement characters");
   if (path != "-") return writeFile(session, path, file.text);
   session.answerText([&] { return file.text; });
@@ -80,7 +65,6 @@ void exportList(Session& session, const std::string& path) {
 struct ImportRequest {
   std::string file;
   bool replaces = false;
-  bool isDry = false;
 };
 
 ListFileReading readFile(const std::string& path) {
@@ -95,124 +79,55 @@ ListFileReading readFile(const std::string& path) {
   }
 }
 
-ImportPlan planFor(Session& session, const ListFile& file, bool replaces) {
-  try {
-    ListImport import(session, file);
-    return replaces ? import.replacement() : import.addition();
-  } catch (const CommandError& error) {
-    throw CommandError(std::string("nothing was changed: ") + error.what());
-  }
-}
-
-// What friends carry is only marked before the pages ask for a save: all of it goes out at once.
-void perform(Session& session, const ImportPlan& plan) {
-  if (plan.changesNothing()) return session.commit();
-  for (const auto& [person, form] : plan.updated) {
-    if (person->updateFromDictionaryRepresentation(form)) person->setNeedsSave(true);
-  }
-  if (!rewritePages(managerOf(session), plan.pages)) throw CommandError("nothing was changed: there is no room");
-  session.commit();
-}
-
-// Where they are when other programs have edited the list at the same time.
-void takePlaces(Session& session, std::vector<PersonAt>& friends) {
-  std::unordered_map<const PLPerson*, PersonAt> places;
-  for (const PersonAt& each : allPersons(managerOf(session))) places.emplace(each.person.get(), each);
-  for (PersonAt& each : friends) {
-    if (const auto now = places.find(each.person.get()); now != places.end()) each = now->second;
-  }
-}
-
-std::string placed(const PersonAt& found) { return nameOf(*found.person) + " (" + textOf(found.place) + ")\n"; }
-
-std::string planText(const ImportPlan& plan, const ImportRequest& request) {
-  const std::string would = request.isDry ? "would have " : "";
-  std::string text;
-  for (const PersonAt& each : plan.removed) text += would + "removed " + placed(each);
-  for (const PersonAt& each : plan.added) text += would + "added " + placed(each);
-  for (const auto& [to, from] : plan.moved)
-    text += would + "moved " + textOf(from) + " to " + textOf(to.place) + " " + nameOf(*to.person) + "\n";
-  for (const auto& update : plan.updated) text += would + "updated " + nameOf(*update.person) + "\n";
-  for (const std::uint64_t page : plan.titled) {
-    const std::string& title = plan.pages[page].title;
-    text +=
-        would + "titled page " + std::to_string(page + 1) + ": " + (title.empty() ? "(none)" : printable(title)) + "\n";
-  }
-  if (!request.replaces) {
-    for (const PersonAt& each : plan.known) text += "is a friend already: " + placed(each);
-  }
-  for (const auto& person : plan.unreachable)
-    text += "left out " + nameOf(*person) + ": there is neither a number nor an address\n";
-  for (const auto& person : plan.repeated)
-    text += "left out " + nameOf(*person) + ": a friend before in the file has the same contact\n";
-  for (const auto& person : plan.withoutRoom) text += "no room for " + nameOf(*person) + "\n";
-  if (plan.changesNothing() && plan.withoutRoom.empty()) text += "nothing is to be changed\n";
-  return text;
-}
-
-Json jsonOfEach(const std::vector<PersonAt>& friends) {
-  Json list = Json::array();
-  for (const PersonAt& each : friends) list.push_back(jsonOf(friendAt(each)));
-  return list;
-}
-
-Json jsonOfEach(const std::vector<std::shared_ptr<PLPerson>>& persons) {
-  Json list = Json::array();
-  for (const auto& person : persons) list.push_back(jsonOf(friendOf(*person)));
-  return list;
-}
-
-Json planJson(const ImportPlan& plan, const ImportRequest& request) {
-  Json moved = Json::array();
-  for (const auto& [to, from] : plan.moved) {
-    Json object = jsonOf(friendAt(to));
-    object["from"] = jsonOf(from);
-    moved.push_back(std::move(object));
-  }
-  Json updated = Json::array();
-  for (const auto& update : plan.updated) updated.push_back(jsonOf(friendOf(*update.person)));
-  Json titled = Json::array();
-  for (const std::uint64_t page : plan.titled) {
-    const std::string& title = plan.pages[page].title;
-    titled.push_back({{"page", page}, {"title", title.empty() ? Json(nullptr) : Json(title)}});
-  }
-  return {{"isDone", !request.isDry && plan.withoutRoom.empty()},
-          {"added", jsonOfEach(plan.added)},
-          {"known", jsonOfEach(plan.known)},
-          {"removed", jsonOfEach(plan.removed)},
-          {"moved", std::move(moved)},
-          {"updated", std::move(updated)},
-          {"titled", std::move(titled)},
-          {"unreachable", jsonOfEach(plan.unreachable)},
-          {"repeated", jsonOfEach(plan.repeated)},
-          {"withoutRoom", jsonOfEach(plan.withoutRoom)}};
-}
-
 void nameLeftOut(const ListFileReading& reading) {
   for (const std::string& each : reading.leftOut) writeError("left out, as this version does not know it: " + each);
 }
 
-// All or none: where somebody finds no room nobody comes, and the answer names these alone.
-void refuse(Session& session, ImportPlan plan, const ImportRequest& request) {
-  plan.added.clear();
-  plan.titled.clear();
-  session.answer([&] { return planText(plan, request); }, [&] { return planJson(plan, request); });
-  throw CommandError("nothing was changed: there is no room for " +
-                     counted(plan.withoutRoom.size(), "friend", "friends") +
-                     " (\"pellor settings max-pages\" tells how many pages there may be)");
+std::string placeText(const Place& place) {
+  return "page " + std::to_string(place.page + 1) + ", slot " + std::to_string(place.slot + 1);
+}
+
+std::string tooManyPagesText(Session& session, std::size_t wanted) {
+  const auto most = readSetting(MostPagesSetting, session.options().domain());
+  const std::int64_t* count = most ? std::get_if<std::int64_t>(&most->value) : nullptr;
+  return "the file has " + std::to_string(wanted) + " pages, and this list may have " +
+         (count ? std::to_string(*count) : "fewer") + " (\"pellor settings max-pages " + std::to_string(wanted) +
+         "\" allows them)";
+}
+
+// Why the list of the file has no place here, or is none.
+std::string problemOf(Session& session, const ImportAnswer& answer, const ExportedList& list) {
+  switch (answer.refusal->reason) {
+    case RefusalReason::isTwice:
+      return placeText(answer.cause->place) + ": " + nameOf(*answer.cause->person) + " is there twice, also on " +
+             placeText(*answer.twin);
+    case RefusalReason::pageTooSmall:
+      return placeText(answer.cause->place) + ": a page of this list has " +
+             std::to_string(session.list().snapshot().page(0).friends.size()) + " slots (\"pellor settings page-size " +
+             std::to_string(list.pageSize) + "\" gives it those of the file)";
+    case RefusalReason::tooManyPages:
+      return tooManyPagesText(session, list.pages.size());
+    case RefusalReason::addsNoPages:
+      return "this list makes no pages by itself: \"pellor settings trailing-page on\" has it make them";
+    case RefusalReason::noRoom:
+      return "there is no room for " + counted(answer.withoutRoom.size(), "friend", "friends") +
+             " (\"pellor settings max-pages\" tells how many pages there may be)";
+    default:
+      return std::string(textOf(answer.refusal->reason));
+  }
 }
 
 void importList(Session& session, const ImportRequest& request) {
   const ListFileReading reading = readFile(request.file);
-  if (!request.isDry) session.requireWritableStore();
-  ImportPlan plan = planFor(session, reading.list, request.replaces);
-  nameLeftOut(reading);
-  if (!plan.withoutRoom.empty()) return refuse(session, std::move(plan), request);
-  if (!request.isDry) {
-    perform(session, plan);
-    takePlaces(session, plan.added);
+  session.requireWritableStore();
+  const ImportMode mode = request.replaces ? ImportMode::replace : ImportMode::add;
+  ImportAnswer answer = importAndStore(session, reading.list, mode);
+  if (answer || !answer.withoutRoom.empty()) {
+    nameLeftOut(reading);
+    session.answer([&] { return textOf(answer, mode, session.isDry()); },
+                   [&] { return jsonOf(answer, session.isDry()); });
   }
-  session.answer([&] { return planText(plan, request); }, [&] { return planJson(plan, request); });
+  if (answer.refusal) throw CommandError("nothing was changed: " + problemOf(session, answer, reading.list));
 }
 
 }  // namespace
@@ -229,7 +144,7 @@ void addExportCommands(CommandSyntax program, Command& chosen) {
   reading.option("FILE", request->file, "What pellor export wrote; - for standard input").required();
   reading.flag("--replace", request->replaces,
                "Make the list what the file says: pages, titles, places and what friends carry");
-  reading.flag("--dry-run", request->isDry, "Only tell what would be done");
+  reading.offersDryRun();
   reading.whenGiven([&chosen, request] { chosen = [request](Session& session) { importList(session, *request); }; });
 }
 

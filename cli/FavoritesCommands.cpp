@@ -80,18 +80,37 @@ Json favoritesJson(const Lines& lines) {
   return object;
 }
 
-void list(Session& session) {
-  const Lines lines = linesOf(session);
-  const auto* none = session.platform().favorites()
-                         ? "there are no favorites yet: \"pellor favorites add WHO\" makes one\n"
-                         : "there are no favorites yet: mark them in the address book\n";
-  session.answer([&] { return lines.empty() ? none : favoritesText(lines); }, [&] { return favoritesJson(lines); });
+const char* noneText(Session& session) {
+  return session.platform().favorites() ? "there are no favorites yet: \"pellor favorites add WHO\" makes one\n"
+                                        : "there are no favorites yet: mark them in the address book\n";
 }
 
-void requireEdit(Session& session, const EditableFavorites::Edit& change, const std::string& refusal) {
+std::string textOf(Session& session, const Lines& lines) {
+  return lines.empty() ? noneText(session) : favoritesText(lines);
+}
+
+void list(Session& session) {
+  const Lines lines = linesOf(session);
+  session.answer([&] { return textOf(session, lines); }, [&] { return favoritesJson(lines); });
+}
+
+// A dry run begins a line of its own: the favorites are a list.
+void answerEdited(Session& session, const Lines& lines, const std::string& remark) {
+  session.answer([&] { return (session.isDry() ? "would be:\n" : "") + textOf(session, lines) + remark; },
+                 [&] { return favoritesJson(lines); });
+}
+
+// The favorites as they are then, or in a dry run would be.
+Lines edited(Session& session, const EditableFavorites::Edit& change, const std::string& refusal) {
+  if (session.isDry()) {
+    fileOf(session);
+    Lines lines = linesOf(session);
+    if (!change(lines)) throw CommandError(refusal);
+    return lines;
+  }
   switch (fileOf(session).edit(change)) {
     case EditableFavorites::Outcome::done:
-      return;
+      return linesOf(session);
     case EditableFavorites::Outcome::refused:
       throw CommandError(refusal);
     case EditableFavorites::Outcome::failed:
@@ -102,8 +121,7 @@ void requireEdit(Session& session, const EditableFavorites::Edit& change, const 
 }
 
 void edit(Session& session, const EditableFavorites::Edit& change, const std::string& refusal) {
-  requireEdit(session, change, refusal);
-  list(session);
+  answerEdited(session, edited(session, change, refusal), "");
 }
 
 FavoriteLine lineFor(Session& session, const std::string& who) {
@@ -132,12 +150,10 @@ void add(Session& session, const std::string& who) {
     lines.push_back(added);
     return true;
   };
-  requireEdit(session, change, nameOf(added) + " is a favorite already");
-  const Lines lines = linesOf(session);
+  const Lines lines = edited(session, change, nameOf(added) + " is a favorite already");
   // A list that waits for its favorites takes them by itself.
   const bool isTooLate = hasStoredList(session.options().domain());
-  session.answer([&] { return favoritesText(lines) + (isTooLate ? ListExists : ""); },
-                 [&] { return favoritesJson(lines); });
+  answerEdited(session, lines, isTooLate ? ListExists : "");
 }
 
 std::size_t indexIn(const std::string& number, std::size_t count) {
@@ -196,10 +212,13 @@ void move(Session& session, const std::string& from, const std::string& to) {
   edit(session, change, "the favorites have changed meanwhile");
 }
 
-std::string importText(const std::vector<FriendAt>& added) {
-  if (added.empty()) return "nobody was added: no favorite is left who is no friend\n";
+std::string importText(const Session& session, const std::vector<FriendAt>& added) {
+  if (added.empty())
+    return std::string(session.isDry() ? "nobody would be added" : "nobody was added") +
+           ": no favorite is left who is no friend\n";
   std::string text;
-  for (const FriendAt& each : added) text += "added " + cli::nameOf(*each.person) + " (" + textOf(each.place) + ")\n";
+  for (const FriendAt& each : added)
+    text += session.would() + "added " + cli::nameOf(*each.person) + " (" + cli::textOf(each.place) + ")\n";
   return text;
 }
 
@@ -212,7 +231,8 @@ Json importJson(const std::vector<FriendAt>& added, std::uint64_t withoutRoom) {
   return object;
 }
 
-// The load of a first list may bring the favorites already, as it does at any time.
+// In a dry run it is done to this program's own view of the store. The load of a first list may bring the favorites
+// already, as it does at any time.
 void import(Session& session) {
   session.requireContacts();
   session.requireWritableStore();
@@ -220,7 +240,7 @@ void import(Session& session) {
   if (!import.couldRead) throw CommandError("nothing was added: the favorites cannot be read");
   session.commit();
   const auto added = placesOf(session.list().snapshot(), import.added);
-  session.answer([&] { return importText(added); }, [&] { return importJson(added, import.withoutRoom); });
+  session.answer([&] { return importText(session, added); }, [&] { return importJson(added, import.withoutRoom); });
   if (import.withoutRoom > 0) {
     throw CommandError("there is no room for " + std::to_string(import.withoutRoom) +
                        (import.withoutRoom == 1 ? " favorite" : " favorites"));
@@ -230,6 +250,7 @@ void import(Session& session) {
 void addWhoCommand(CommandSyntax favorites, Command& chosen, const char* name, const char* text,
                    void (*run)(Session&, const std::string&)) {
   const auto command = favorites.command(name, text);
+  command.offersDryRun();
   const auto who = std::make_shared<std::string>();
   command.option("WHO", *who, "A contact, a number or an address").required();
   command.whenGiven([&chosen, who, run] { chosen = [who, run](Session& session) { run(session, *who); }; });
@@ -243,10 +264,11 @@ void addFavoritesCommands(CommandSyntax program, Command& chosen) {
   favorites.command("list", "Show the favorites in their order");
   addWhoCommand(favorites, chosen, "add", "Add a favorite at the end", add);
   addWhoCommand(favorites, chosen, "remove", "Remove a favorite, by name or by number", remove);
-  favorites.command("import", "Add the favorites that are no friends yet to the friend list").whenGiven([&chosen] {
-    chosen = import;
-  });
+  const auto importing = favorites.command("import", "Add the favorites that are no friends yet to the friend list");
+  importing.offersDryRun();
+  importing.whenGiven([&chosen] { chosen = import; });
   const auto command = favorites.command("move", "Move a favorite to another place");
+  command.offersDryRun();
   const auto from = std::make_shared<std::string>();
   const auto to = std::make_shared<std::string>();
   command.option("N", *from, "The number of the favorite").required();

@@ -26,7 +26,6 @@ namespace {
 struct ForgetArguments {
   std::string who;
   bool isConfirmed = false;
-  bool isDry = false;
 };
 
 /// Somebody to be forgotten: a friend, or who else is known by a number, an address or a GUID.
@@ -129,10 +128,10 @@ void requireConfirmation(Session& session, const Target& target) {
 std::string refusalOf(const Target& target, const Refusal& refusal) { return refusalText(refusal, nameOf(target)); }
 
 void forget(Session& session, const ForgetArguments& arguments) {
-  if (!arguments.isDry) session.requireWritableStore();
+  if (!session.isDry()) session.requireWritableStore();
   const Target target = targetNamed(session, arguments.who);
   if (target.plan.refusal) throw CommandError(refusalOf(target, *target.plan.refusal));
-  if (arguments.isDry) return answerForgotten(session, target, target.plan.found, {}, false);
+  if (session.isDry()) return answerForgotten(session, target, target.plan.found, {}, false);
   if (!arguments.isConfirmed) requireConfirmation(session, target);
   // What was looked up for this command is remembered first, and then forgotten.
   session.settle();
@@ -152,12 +151,12 @@ void forget(Session& session, const ForgetArguments& arguments) {
 
 void addForgetCommand(CommandSyntax program, Command& chosen) {
   const auto command = program.command("forget", "Remove a friend and all that is kept of the person; for good");
+  command.offersDryRun();
   const auto arguments = std::make_shared<ForgetArguments>();
   command
       .option("WHO", arguments->who, "The friend; or the number, address or GUID of somebody who is no friend any more")
       .required();
   command.flag("--yes", arguments->isConfirmed, "Do not ask");
-  command.flag("--dry-run", arguments->isDry, "Only tell what would go");
   command.whenGiven([&chosen, arguments] { chosen = [arguments](Session& session) { forget(session, *arguments); }; });
 }
 

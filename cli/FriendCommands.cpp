@@ -33,9 +33,9 @@ std::optional<std::string> destinationSpelled(const Friend& person, const std::s
 
 // The friend as it is then.
 void change(Session& session, FriendAt& found, const std::vector<Edit>& edits) {
-  applyAndStore(session, edits,
-                [&](const Refusal& refusal, RefusedAt) { return refusalText(refusal, nameOf(*found.person)); });
-  const auto now = placesOf(session.list().snapshot(), {found.person->id});
+  const DoneStep done = applyAndStore(
+      session, edits, [&](const Refusal& refusal, RefusedAt) { return refusalText(refusal, nameOf(*found.person)); });
+  const auto now = placesOf(done.list, {found.person->id});
   if (!now.empty()) found = now.front();
 }
 
@@ -74,8 +74,9 @@ void number(Session& session, const NumberArguments& arguments) {
     if (arguments.number) choice.number = destinationToPrefer(*found.person, *arguments.number);
     change(session, found, {choice});
   }
-  session.answer([&] { return numberText(*found.person); },
-                 [&] { return withPhotos(session, jsonOf(found), arguments.hasPhotos); });
+  session.answerNow(
+      changes, [&] { return numberText(*found.person); },
+      [&] { return withPhotos(session, jsonOf(found), arguments.hasPhotos); });
 }
 
 struct ReplyAsArguments {
@@ -91,8 +92,9 @@ void replyAs(Session& session, const ReplyAsArguments& arguments) {
   FriendAt found = friendNamed(session, arguments.who);
   if (changes) change(session, found, {SetReplyAs{found.person->id, arguments.address}});
   const auto& address = found.person->replyAs;
-  session.answer([&] { return (address ? printable(*address) : std::string("(none)")) + "\n"; },
-                 [&] { return jsonOf(found); });
+  session.answerNow(
+      changes, [&] { return (address ? printable(*address) : std::string("(none)")) + "\n"; },
+      [&] { return jsonOf(found); });
 }
 
 struct MetaArguments {
@@ -125,8 +127,10 @@ void answerMetadata(Session& session, const FriendAt& found, const MetaArguments
   if (asksForOne && !value) {
     throw CommandError(nameOf(*found.person) + " has no metadata under " + inQuotes(*arguments.key));
   }
-  session.answer([&] { return value ? printable(value->description()) + "\n" : entriesText(entries); },
-                 [&] { return jsonOf(found); });
+  session.answerNow(
+      arguments.value || arguments.clears,
+      [&] { return value ? printable(value->description()) + "\n" : entriesText(entries); },
+      [&] { return jsonOf(found); });
 }
 
 void meta(Session& session, const MetaArguments& arguments) {
@@ -140,6 +144,7 @@ void meta(Session& session, const MetaArguments& arguments) {
 
 void addNumber(CommandSyntax program, Command& chosen) {
   const auto command = program.command("number", "Show or choose the number or address under which a friend is shown");
+  command.offersDryRun();
   const auto arguments = std::make_shared<NumberArguments>();
   command.option("WHO", arguments->who, "The friend").required();
   const auto choice = command.option("NUMBER", arguments->number, "One of the friend's, in any spelling");
@@ -150,6 +155,7 @@ void addNumber(CommandSyntax program, Command& chosen) {
 
 void addReplyAs(CommandSyntax program, Command& chosen) {
   const auto command = program.command("reply-as", "Show or set the address that replies to a friend come from");
+  command.offersDryRun();
   const auto arguments = std::make_shared<ReplyAsArguments>();
   command.option("WHO", arguments->who, "The friend").required();
   const auto address = command.option("ADDRESS", arguments->address, "The address");
@@ -159,6 +165,7 @@ void addReplyAs(CommandSyntax program, Command& chosen) {
 
 void addMeta(CommandSyntax program, Command& chosen) {
   const auto command = program.command("meta", "Show or set a friend's metadata");
+  command.offersDryRun();
   const auto arguments = std::make_shared<MetaArguments>();
   command.option("WHO", arguments->who, "The friend").required();
   command.option("KEY", arguments->key, "The key; without one all entries are shown");

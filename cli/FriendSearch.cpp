@@ -80,6 +80,8 @@ struct FriendFinder::Tables {
 
 FriendFinder::FriendFinder(Session& session) : _session(session), _tables(std::make_unique<Tables>()) {}
 
+FriendFinder::FriendFinder(Session& session, const Snapshot& list) : FriendFinder(session) { _tables->list = list; }
+
 FriendFinder::~FriendFinder() = default;
 
 const Snapshot& FriendFinder::list() {

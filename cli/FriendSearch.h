@@ -34,6 +34,8 @@ std::vector<FriendAt> placesOf(const Snapshot& list, const std::vector<FriendId>
 class FriendFinder {
  public:
   explicit FriendFinder(Session& session);
+  /// Finds those of that version of the list.
+  FriendFinder(Session& session, const Snapshot& list);
   ~FriendFinder();
 
   /// In slot order.

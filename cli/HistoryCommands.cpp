@@ -120,7 +120,8 @@ void history(Session& session) {
   });
 }
 
-void clearHistory(Session& session, bool isDry) {
+void clearHistory(Session& session) {
+  const bool isDry = session.isDry();
   if (!isDry) session.requireWritableStore();
   const std::size_t count = session.list().history().size();
   const auto refused = std::make_shared<std::optional<Refusal>>();
@@ -188,7 +189,8 @@ void requireDone(const UndoAnswer& answer, std::string_view nothing) {
   if (!answer.step) throw CommandError(std::string(nothing));
 }
 
-void answerTakenBack(Session& session, const UndoAnswer& answer, std::string_view done, bool isDry) {
+void answerTakenBack(Session& session, const UndoAnswer& answer, std::string_view done) {
+  const bool isDry = session.isDry();
   const auto text = [&] {
     std::string all = (isDry ? "would be " : "") + std::string(done) + ": " + textOf(*answer.step) + "\n";
     for (const KeptChange& kept : answer.kept) all += textOf(kept);
@@ -201,45 +203,44 @@ void answerTakenBack(Session& session, const UndoAnswer& answer, std::string_vie
   });
 }
 
-void undo(Session& session, const std::string& named, bool isDry) {
+void undo(Session& session, const std::string& named) {
+  const bool isDry = session.isDry();
   const std::string id = idNamed(session, named);
   if (!isDry) session.requireWritableStore();
   const UndoAnswer answer = isDry ? session.list().planUndo(id) : session.list().undo(id);
   requireDone(answer, "there is nothing to take back");
   if (!isDry) session.commit();
-  answerTakenBack(session, answer, "taken back", isDry);
+  answerTakenBack(session, answer, "taken back");
 }
 
-void redo(Session& session, bool isDry) {
+void redo(Session& session) {
+  const bool isDry = session.isDry();
   if (!isDry) session.requireWritableStore();
   UndoAnswer answer = isDry ? session.list().planRedo() : session.list().redo();
   requireDone(answer, "there is nothing to do again: nothing was taken back, or something else was done since");
   if (!isDry) session.commit();
   answer.step->isTakenBack = false;
-  answerTakenBack(session, answer, "done again", isDry);
+  answerTakenBack(session, answer, "done again");
 }
 
 }  // namespace
 
 void addHistoryCommands(CommandSyntax program, Command& chosen) {
-  const auto isDry = std::make_shared<bool>(false);
   const auto clears = std::make_shared<bool>(false);
   const auto showing = program.command("history", "Show what was done to the list, the newest first");
-  const auto clearing = showing.flag("--clear", *clears, "Remove all steps: none can be taken back any more");
-  showing.flag("--dry-run", *isDry, "Only tell how many would go").needs(clearing);
-  showing.whenGiven([&chosen, clears, isDry] {
-    if (!*clears) chosen = history;
-    if (*clears) chosen = [isDry](Session& session) { clearHistory(session, *isDry); };
+  showing.flag("--clear", *clears, "Remove all steps: none can be taken back any more");
+  showing.offersDryRun();
+  showing.whenGiven([&chosen, clears] {
+    chosen = *clears ? clearHistory : history;
   });
   const auto step = std::make_shared<std::string>();
   const auto undoing = program.command("undo", "Take the last step back, or the one named");
   undoing.option("STEP", *step, "The step, as \"history\" names it");
-  undoing.flag("--dry-run", *isDry, "Only tell what would be done");
-  undoing.whenGiven(
-      [&chosen, step, isDry] { chosen = [step, isDry](Session& session) { undo(session, *step, *isDry); }; });
+  undoing.offersDryRun();
+  undoing.whenGiven([&chosen, step] { chosen = [step](Session& session) { undo(session, *step); }; });
   const auto redoing = program.command("redo", "Do again what was taken back last");
-  redoing.flag("--dry-run", *isDry, "Only tell what would be done");
-  redoing.whenGiven([&chosen, isDry] { chosen = [isDry](Session& session) { redo(session, *isDry); }; });
+  redoing.offersDryRun();
+  redoing.whenGiven([&chosen] { chosen = redo; });
 }
 
 }  // namespace pellor::cli

@@ -3,12 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 #include <utility>
 
 #include "cli/Output.h"
 #include "cli/ValueForm.h"
-#include "pellor/friends/PLFriendsManagerKeys.h"
 #include "pellor/linux/text/TerminalText.h"
 #include "pellor/linux/text/TextLimits.h"
 
@@ -23,55 +23,55 @@ constexpr ValueLimits FriendLimits{.depth = 125, .length = std::size_t{4} << 20}
 // Deeper than any file that is read.
 constexpr std::size_t DeepestFile = 160;
 
-/// A member of a friend and the key of the stored form that it stands for.
-struct Member {
-  const char* name;
-  std::string_view key;
-  enum class Kind { text, texts, dictionary } kind;
+using OptionalText = std::optional<std::string> ExportedFriend::*;
+
+/// A member of a friend that is a text, and what it stands for.
+struct TextMember {
+  std::string_view name;
+  OptionalText text;
 };
-
-// In the order of the file.
-constexpr std::array Members = {
-    Member{"name", PLPersonNameKey, Member::Kind::text},
-    Member{"monogram", PLPersonMonogramKey, Member::Kind::text},
-    Member{"destinations", PLPersonAllValuesKey, Member::Kind::texts},
-    Member{"preferredDestination", PLPersonPreferredDestinationKey, Member::Kind::text},
-    Member{"replyAs", PLPersonReplyAsKey, Member::Kind::text},
-    Member{"guid", PLPersonRecordGUIDKey, Member::Kind::text},
-    Member{"metadata", PLPersonMetadataKey, Member::Kind::dictionary},
+constexpr std::array TextMembers = {
+    TextMember{"name", &ExportedFriend::name},
+    TextMember{"monogram", &ExportedFriend::monogram},
+    TextMember{"preferredDestination", &ExportedFriend::chosenNumber},
+    TextMember{"replyAs", &ExportedFriend::replyAs},
+    TextMember{"guid", &ExportedFriend::contactGUID},
 };
+constexpr std::string_view DestinationsMember = "destinations";
+constexpr std::string_view MetadataMember = "metadata";
 
-bool isOfOneMachine(std::string_view key) { return key == PLPersonRecordIDKey || key == PLPersonDatabaseUIDKey; }
+const TextMember* textMemberNamed(std::string_view name) {
+  const auto* found = std::ranges::find(TextMembers, name, &TextMember::name);
+  return found == TextMembers.end() ? nullptr : found;
+}
 
-bool isKeyOfMember(std::string_view key) { return std::ranges::find(Members, key, &Member::key) != Members.end(); }
+bool isMember(std::string_view name) {
+  return textMemberNamed(name) || name == DestinationsMember || name == MetadataMember;
+}
 
 // --- Writing ---
 
-// A monogram that lacks in the file is made from the name.
-bool isWritten(const PersonDictionary& form, const Member& member, const Value& value) {
-  return member.key != PLPersonMonogramKey || (value.string() && !value.string()->empty()) ||
-         valueForKey(form, PLPersonNameKey);
-}
-
-Json jsonOf(const PersonDictionary& form) {
+Json jsonOf(const ExportedFriend& person) {
   Json result = Json::object();
-  for (const Member& member : Members) {
-    const Value* value = valueForKey(form, member.key);
-    if (value && isWritten(form, member, *value)) result[member.name] = valueFormOf(*value);
-  }
-  for (const auto& [key, value] : form) {
-    if (isKeyOfMember(key) || isOfOneMachine(key)) continue;
-    const bool isTaken = std::ranges::any_of(Members, [&](const Member& member) { return key == member.name; });
-    result[isTaken ? "$" + key : keyFormOf(key)] = valueFormOf(value);
-  }
+  const auto put = [&](const char* name) {
+    if (const auto& text = person.*textMemberNamed(name)->text) result[name] = valueFormOf(Value(*text));
+  };
+  put("name");
+  put("monogram");
+  if (!person.destinations.empty()) result[DestinationsMember] = person.destinations;
+  put("preferredDestination");
+  put("replyAs");
+  put("guid");
+  if (!person.metadata.empty()) result[MetadataMember] = valueFormOf(Value(person.metadata));
+  for (const auto& [key, value] : person.otherEntries)
+    result[isMember(key) ? "$" + key : keyFormOf(key)] = valueFormOf(value);
   return result;
 }
 
-Json jsonOf(const ListFilePage& page) {
-  Json slots = Json::array();
-  for (const auto& slot : page.slots) slots.push_back(slot ? jsonOf(*slot) : Json(nullptr));
-  while (!slots.empty() && slots.back().is_null()) slots.erase(slots.size() - 1);
-  return {{"title", page.title.empty() ? Json(nullptr) : Json(page.title)}, {"slots", std::move(slots)}};
+Json jsonOf(const ExportedPage& page) {
+  Json people = Json::array();
+  for (const auto& each : page.friends) people.push_back(each ? jsonOf(*each) : Json(nullptr));
+  return {{"title", page.title.empty() ? Json(nullptr) : Json(page.title)}, {"slots", std::move(people)}};
 }
 
 // --- Reading ---
@@ -152,8 +152,9 @@ class Reader {
     requireFormat(json);
     const Json& size = json.contains("pageSize") ? json["pageSize"] : Json(nullptr);
     const bool isSize = size.is_number_unsigned() && size.get<std::uint64_t>() >= 1 &&
-                        size.get<std::uint64_t>() <= std::uint64_t{PLLargestGroupSize};
-    if (!isSize) throw ListFileError("pageSize is no number from 1 to " + std::to_string(PLLargestGroupSize));
+                        size.get<std::uint64_t>() <= ExportedList::LargestPageSize;
+    if (!isSize)
+      throw ListFileError("pageSize is no number from 1 to " + std::to_string(ExportedList::LargestPageSize));
     _reading.list.pageSize = size.get<std::uint64_t>();
     readPages(json.contains("pages") ? json["pages"] : Json(nullptr));
     nameOthers(json, {"format", "version", "pageSize", "pages"}, "");
@@ -180,7 +181,7 @@ class Reader {
 
   void readPage(const Json& json, const std::string& where) {
     if (!json.is_object()) throw ListFileError(where + ": it is no object");
-    ListFilePage page;
+    ExportedPage page;
     if (json.contains("title") && !json["title"].is_null()) page.title = textIn(json["title"], where + ": title");
     const Json slots = json.contains("slots") ? json["slots"] : Json::array();
     if (!slots.is_array()) throw ListFileError(where + ": slots is no array");
@@ -188,42 +189,55 @@ class Reader {
       throw ListFileError(where + ": it has " + std::to_string(slots.size()) + " slots, and pageSize is " +
                           std::to_string(_reading.list.pageSize));
     for (const Json& slot : slots)
-      page.slots.push_back(slotIn(slot, where + ", slot " + std::to_string(page.slots.size() + 1)));
+      page.friends.push_back(slotIn(slot, where + ", slot " + std::to_string(page.friends.size() + 1)));
     nameOthers(json, {"title", "slots"}, where + ": ");
     _reading.list.pages.push_back(std::move(page));
   }
 
-  std::optional<PersonDictionary> slotIn(const Json& json, const std::string& where) {
+  std::optional<ExportedFriend> slotIn(const Json& json, const std::string& where) {
     if (json.is_null()) return std::nullopt;
     if (!json.is_object()) throw ListFileError(where + ": it is neither a friend nor null");
-    PersonDictionary form;
+    ExportedFriend person;
     ValueLimits limits = FriendLimits;
     for (const auto& [name, content] : json.items()) {
-      const auto member = std::ranges::find_if(Members, [&](const Member& each) { return name == each.name; });
       if (content.is_null()) continue;
       const std::string of = where + ": " + printable(name);
-      if (member != Members.end()) {
-        form.insert_or_assign(std::string(member->key), valueOf(*member, content, limits, of));
-      } else if (const std::string key = otherKey(name); isKeyOfMember(key) || isOfOneMachine(key)) {
-        _reading.leftOut.push_back(where + ": member " + inQuotes(name));
+      if (isMember(name)) {
+        readMember(person, name, content, limits, of);
+      } else if (const std::string key = otherKey(name); isOtherEntry(key)) {
+        person.otherEntries.insert_or_assign(key, valueFrom(content, limits, of));
       } else {
-        form.insert_or_assign(key, valueFrom(content, limits, of));
+        _reading.leftOut.push_back(where + ": member " + inQuotes(name));
       }
     }
-    requireSomebody(form, where);
-    return form;
+    requireSomebody(person, where);
+    return person;
+  }
+
+  static void readMember(ExportedFriend& person, const std::string& name, const Json& content, ValueLimits& limits,
+                         const std::string& of) {
+    const TextMember* member = textMemberNamed(name);
+    if (member) requireName(name, textIn(content, of), of);
+    if (name == DestinationsMember) requireTexts(content, of);
+    const Value value = valueFrom(content, limits, of);
+    if (member) {
+      person.*member->text = *value.string();
+    } else if (name == DestinationsMember) {
+      for (const Value& each : *value.array()) person.destinations.push_back(*each.string());
+    } else if (value.dictionary()) {
+      person.metadata = *value.dictionary();
+    } else {
+      throw ListFileError(of + " is no object");
+    }
   }
 
   // Of a member that is none of those above: a key that is called like one of them, or begins with "$", has one more.
   static std::string otherKey(const std::string& name) { return name.starts_with('$') ? name.substr(1) : name; }
 
-  static void requireSomebody(const PersonDictionary& form, const std::string& where) {
-    const auto destinations = valueForKey(form, PLPersonAllValuesKey);
-    const bool isReachable = destinations && !destinations->array()->empty();
-    if (isReachable || !stringForKey(form, PLPersonNameKey).value_or("").empty() ||
-        !stringForKey(form, PLPersonRecordGUIDKey).value_or("").empty())
-      return;
-    throw ListFileError(where + ": the friend has neither a name nor a destination nor a guid");
+  static void requireSomebody(const ExportedFriend& person, const std::string& where) {
+    const bool isSomebody =
+        !person.destinations.empty() || !person.name.value_or("").empty() || !person.contactGUID.value_or("").empty();
+    if (!isSomebody) throw ListFileError(where + ": the friend has neither a name nor a destination nor a guid");
   }
 
   static Value valueFrom(const Json& json, ValueLimits& limits, const std::string& where) {
@@ -234,16 +248,8 @@ class Reader {
     }
   }
 
-  static Value valueOf(const Member& member, const Json& json, ValueLimits& limits, const std::string& where) {
-    if (member.kind == Member::Kind::text) requireName(member, textIn(json, where), where);
-    if (member.kind == Member::Kind::texts) requireTexts(json, where);
-    Value value = valueFrom(json, limits, where);
-    if (member.kind == Member::Kind::dictionary && !value.dictionary()) throw ListFileError(where + " is no object");
-    return value;
-  }
-
-  static void requireName(const Member& member, const std::string& text, const std::string& where) {
-    if (member.key == PLPersonNameKey && nameWithinLimit(text).size() < text.size())
+  static void requireName(const std::string& member, const std::string& text, const std::string& where) {
+    if (member == "name" && nameWithinLimit(text).size() < text.size())
       throw ListFileError(where + " has more than " + std::to_string(LongestName) + " characters");
   }
 
@@ -276,11 +282,11 @@ ListFileReading readListFile(std::string_view text) {
   return Reader().read(parse(text));
 }
 
-ListFileText textOf(const ListFile& file) {
+ListFileText textOf(const ExportedList& list) {
   Json pages = Json::array();
-  for (const ListFilePage& page : file.pages) pages.push_back(jsonOf(page));
+  for (const ExportedPage& page : list.pages) pages.push_back(jsonOf(page));
   const Json json = {
-      {"format", Format}, {"version", FormatVersion}, {"pageSize", file.pageSize}, {"pages", std::move(pages)}};
+      {"format", Format}, {"version", FormatVersion}, {"pageSize", list.pageSize}, {"pages", std::move(pages)}};
   const auto dumped = [&](Json::error_handler_t handler) {
     return visibleJson(json.dump(2, ' ', false, handler)) + "\n";
   };

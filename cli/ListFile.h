@@ -2,28 +2,14 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "pellor/friends/PLPerson.h"
+#include "pellor/list/ExportedList.h"
 
 namespace pellor::cli {
-
-/// A page of such a file. A slot has the stored form of a friend, without what belongs to one machine: number of the
-/// record and identifier of the database.
-struct ListFilePage {
-  std::string title;                                   ///< empty for none
-  std::vector<std::optional<PersonDictionary>> slots;  ///< not more than a page has; those behind the last are empty
-};
-
-struct ListFile {
-  std::uint64_t pageSize = 0;
-  std::vector<ListFilePage> pages;
-};
 
 /// Why a text is no such file, and where: "line 3, column 7: ..." or "page 2, slot 5: ...", printable.
 class ListFileError : public std::runtime_error {
@@ -33,7 +19,7 @@ class ListFileError : public std::runtime_error {
 
 /// A file that was read, and what of it was left out: "page 2: member \"colour\"", printable.
 struct ListFileReading {
-  ListFile list;
+  ExportedList list;
   std::vector<std::string> leftOut;
 };
 
@@ -47,6 +33,6 @@ struct ListFileText {
   std::string text;
   bool isRepaired = false;
 };
-ListFileText textOf(const ListFile& file);
+ListFileText textOf(const ExportedList& list);
 
 }  // namespace pellor::cli

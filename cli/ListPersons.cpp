@@ -37,10 +37,4 @@ Friend friendOf(const PLPerson& person) {
   return shown;
 }
 
-std::string nameOf(const PLPerson& person) { return nameOf(friendOf(person)); }
-
-FriendAt friendAt(const PersonAt& found) {
-  return {found.place, std::make_shared<const Friend>(friendOf(*found.person))};
-}
-
 }  // namespace pellor::cli

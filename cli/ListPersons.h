@@ -1,8 +1,7 @@
-// The library's persons in their slots, for commands that rewrite the list or read its change log.
+// The library's persons in their slots, for what reads the change log of a load.
 #pragma once
 
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "cli/FriendSearch.h"
@@ -26,9 +25,5 @@ std::vector<PersonAt> allPersons(const PLFriendsManager& manager);
 
 /// The person as a friend, as it is now; without id, colour and status.
 Friend friendOf(const PLPerson& person);
-std::string nameOf(const PLPerson& person);
-
-/// Likewise, with the place.
-FriendAt friendAt(const PersonAt& found);
 
 }  // namespace pellor::cli

@@ -18,11 +18,12 @@
 namespace pellor::cli {
 namespace {
 
-void answerTitle(Session& session, const Page& page, std::uint64_t index) {
-  session.answer([&] { return pageHeading(page, index); },
-                 [&] {
-                   return Json{{"page", index}, {"title", textOrNull(page.title)}};
-                 });
+void answerTitle(Session& session, const Page& page, std::uint64_t index, bool isChanged) {
+  session.answerNow(
+      isChanged, [&] { return pageHeading(page, index); },
+      [&] {
+        return Json{{"page", index}, {"title", textOrNull(page.title)}};
+      });
 }
 
 std::string pageText(std::uint64_t index) { return "page " + std::to_string(index + 1); }
@@ -40,7 +41,7 @@ void title(Session& session, const std::string& pageNumber, const std::optional<
     setTitle(session, page.id, index, *text);
     page.title = *text;
   }
-  answerTitle(session, page, index);
+  answerTitle(session, page, index, text.has_value());
 }
 
 void purge(Session& session) {
@@ -56,25 +57,31 @@ void purge(Session& session) {
   const std::size_t count = edits.size();
   applyAndStore(session, edits,
                 [&](const Refusal& refusal, RefusedAt) { return refusalText(refusal, pageText(pages[refusal.edit])); });
-  session.answer([&] { return "removed " + std::to_string(count) + (count == 1 ? " empty page\n" : " empty pages\n"); },
-                 [&] {
-                   Json object;
-                   object["removedPages"] = count;
-                   return object;
-                 });
+  session.answer(
+      [&] {
+        return session.would() + "removed " + std::to_string(count) + (count == 1 ? " empty page\n" : " empty pages\n");
+      },
+      [&] {
+        Json object;
+        object["removedPages"] = count;
+        return object;
+      });
 }
 
 }  // namespace
 
 void addPageCommands(CommandSyntax program, Command& chosen) {
   const auto command = program.command("title", "Show or set the title of a page");
+  command.offersDryRun();
   const auto page = std::make_shared<std::string>();
   const auto text = std::make_shared<std::optional<std::string>>();
   command.option("PAGE", *page, "The page").required();
   command.option("TEXT", *text, "The title; an empty one takes it away");
   command.whenGiven(
       [&chosen, page, text] { chosen = [page, text](Session& session) { title(session, *page, *text); }; });
-  program.command("purge", "Remove the empty pages but the last one").whenGiven([&chosen] { chosen = purge; });
+  const auto purging = program.command("purge", "Remove the empty pages but the last one");
+  purging.offersDryRun();
+  purging.whenGiven([&chosen] { chosen = purge; });
 }
 
 }  // namespace pellor::cli

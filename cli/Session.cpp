@@ -34,6 +34,7 @@ std::shared_ptr<LogSink> logSink(const CommonOptions& options) {
 LinuxPlatformOptions platformOptions(const CommonOptions& options, ProgressLine& progress) {
   LinuxPlatformOptions result = platformOptionsFor(options.configuration);
   result.noticesChanges = options.noticesChanges;
+  result.keepsWritesToItself = options.isDry;
   result.indexProgress = [&progress](std::size_t done, std::size_t total) { progress.show(done, total); };
   return result;
 }
@@ -142,7 +143,14 @@ std::string Session::storeProblem() {
 }
 
 void Session::answer(const std::function<std::string()>& text, const std::function<Json()>& json) {
-  _answer = _options.json ? textOf(json()) + "\n" : readable(text());
+  if (!_options.json) return void(_answer = readable(text()));
+  Json object = json();
+  if (isDry()) object["dryRun"] = true;
+  _answer = textOf(object) + "\n";
+}
+
+void Session::answerNow(bool isChanged, const std::function<std::string()>& text, const std::function<Json()>& json) {
+  answer([&] { return (isDry() && isChanged ? "would be: " : "") + text(); }, json);
 }
 
 std::string textOf(const Json& object) {

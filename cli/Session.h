@@ -25,6 +25,7 @@ struct CommonOptions {
   Configuration configuration;
   bool json = false;
   bool verbose = false;
+  bool isDry = false;          ///< whether a command that changes something only tells what it would do
   bool noticesChanges = true;  ///< while it runs; false for a command that only reads
 
   std::string domain() const { return *configuration.text("domain"); }
@@ -43,6 +44,8 @@ class Session {
   Session& operator=(const Session&) = delete;
 
   const CommonOptions& options() const { return _options; }
+  /// Whether nothing is to be changed: what a command writes to the store is seen by itself alone.
+  bool isDry() const { return _options.isDry; }
   Process& process() { return _process; }
   LinuxPlatform& platform() { return *_platform; }
 
@@ -69,8 +72,14 @@ class Session {
   std::string storeProblem();
   SharedPreferences& store() const { return _platform->preferences(); }
 
-  /// Sets the answer: the text, or with --json the object. Printed by the program after the command.
+  /// "would have " before what a command did, where it was told to do nothing; else empty.
+  std::string would() const { return isDry() ? "would have " : ""; }
+
+  /// Sets the answer: the text, or with --json the object, which says so with "dryRun" where nothing was changed.
+  /// Printed by the program after the command.
   void answer(const std::function<std::string()>& text, const std::function<Json()>& json);
+  /// Likewise, of a command that shows what it may have changed, as it is now or in a dry run would be.
+  void answerNow(bool isChanged, const std::function<std::string()>& text, const std::function<Json()>& json);
   /// Sets an answer that is text with --json too.
   void answerText(const std::function<std::string()>& text) { _answer = text(); }
   const std::string& answer() const { return _answer; }

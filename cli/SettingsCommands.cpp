@@ -123,8 +123,20 @@ void showAll(Session& session) {
   session.answer([&] { return allText(session); }, [&] { return allJson(session, session.platform().region()); });
 }
 
+std::string valueText(Session& session, const std::string& name, const std::string& region) {
+  return name == RegionName ? region : textOf(shownNamed(session, name).value);
+}
+
 void showOne(Session& session, const std::string& name, const std::string& region) {
-  const std::string text = name == RegionName ? region : textOf(shownNamed(session, name).value);
+  const std::string text = valueText(session, name, region);
+  session.answer([&] { return text + "\n"; }, [&] { return allJson(session, region); });
+}
+
+// In a dry run the value was set in this program's own view of the store.
+void showSet(Session& session, const std::string& name, const std::string& before, const std::string& region) {
+  if (!session.isDry()) return showOne(session, name, region);
+  const std::string text =
+      "would have set " + name + " to " + valueText(session, name, region) + " (is " + before + ")";
   session.answer([&] { return text + "\n"; }, [&] { return allJson(session, region); });
 }
 
@@ -141,9 +153,10 @@ void requireWritten(Session& session, bool isWritten) {
 // The list is written anew in the region's spelling by the next program that starts.
 void setRegion(Session& session, const std::string& text) {
   const std::string region = regionIn(text);
+  const std::string before = session.platform().region();
   session.requireWritableStore();
   requireWritten(session, StoreRegion::change(session.store(), proposedRegion(region)));
-  showOne(session, std::string(RegionName), region);
+  showSet(session, std::string(RegionName), before, region);
 }
 
 UsageError isNoFlag(std::string_view text) {
@@ -180,6 +193,7 @@ void set(Session& session, const ListSetting& setting, const std::string& text) 
 }
 
 void set(Session& session, const std::string& name, const std::string& text) {
+  const std::string before = valueText(session, name, session.platform().region());
   if (const auto* ofStore = storeSettingNamed(name)) {
     set(session, *ofStore, text);
   } else if (const auto* ofList = listSettingNamed(name)) {
@@ -187,7 +201,7 @@ void set(Session& session, const std::string& name, const std::string& text) {
   } else {
     throw hasNoSetting(name);
   }
-  showOne(session, name, session.platform().region());
+  showSet(session, name, before, session.platform().region());
 }
 
 struct SettingsArguments {
@@ -207,6 +221,7 @@ void settings(Session& session, const SettingsArguments& arguments) {
 
 void addSettingsCommands(CommandSyntax program, Command& chosen) {
   const auto command = program.command("settings", "Show or change settings; they hold for programs started later");
+  command.offersDryRun();
   const auto arguments = std::make_shared<SettingsArguments>();
   command.option("NAME", arguments->name, "The setting, or region");
   command.option("VALUE", arguments->value, "The new value");
