@@ -26,6 +26,8 @@ std::size_t ListDraft::pageCount() const { return _order ? _order->size() : _bef
 
 std::optional<std::size_t> ListDraft::indexOfSource(Source source) const {
   if (!_order) return source;
+  // Pages that were put at the end have the next numbers, too.
+  if (source < _order->size() && (*_order)[source] == source) return source;
   const auto found = std::ranges::find(*_order, source);
   return found == _order->end() ? std::nullopt : std::optional<std::size_t>(found - _order->begin());
 }
