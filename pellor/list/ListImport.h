@@ -24,8 +24,7 @@ enum class ImportMode {
   /// stays as it is.
   add,
   /// The list becomes what the exported one says: pages, titles, places, and what friends carry. Who is a friend
-  /// already
-  /// stays the same one; all others leave the list.
+  /// already stays the same one; all others leave the list.
   replace,
 };
 
@@ -46,7 +45,7 @@ struct ImportAnswer {
     std::string title;
   };
 
-  std::vector<Placed> added = {};    ///< friends who come, and where; number 0 is the id of one who is only planned
+  std::vector<Placed> added = {};    ///< friends who come, and where; who is only planned has an id of nobody
   std::vector<Placed> known = {};    ///< friends who were in the list already, and where they were
   std::vector<Placed> removed = {};  ///< friends who leave, and where they were
   std::vector<Moved> moved = {};
