@@ -230,9 +230,7 @@ void addHistoryCommands(CommandSyntax program, Command& chosen) {
   const auto showing = program.command("history", "Show what was done to the list, the newest first");
   showing.flag("--clear", *clears, "Remove all steps: none can be taken back any more");
   showing.offersDryRun();
-  showing.whenGiven([&chosen, clears] {
-    chosen = *clears ? clearHistory : history;
-  });
+  showing.whenGiven([&chosen, clears] { chosen = *clears ? clearHistory : history; });
   const auto step = std::make_shared<std::string>();
   const auto undoing = program.command("undo", "Take the last step back, or the one named");
   undoing.option("STEP", *step, "The step, as \"history\" names it");

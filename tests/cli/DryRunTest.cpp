@@ -23,9 +23,9 @@ using nlohmann::json;
 using testing::HasSubstr;
 
 // What these write, a file that was named or the terminal, is what they are asked for.
-const std::set<std::string> ChangesNothing = {
-    "list",  "find",       "history", "contacts", "allow",  "favorites",     "favorites list", "status",
-    "watch", "completion", "export",  "backup",   "device", "device status", "doctor",         "help"};
+const std::set<std::string> ChangesNothing = {"list",           "find",   "contacts",      "allow",      "favorites",
+                                              "favorites list", "status", "watch",         "completion", "export",
+                                              "backup",         "device", "device status", "doctor",     "help"};
 
 std::vector<std::string> completions(const Home& home, Arguments words) {
   Arguments arguments = {"complete", "--"};
@@ -137,6 +137,8 @@ TEST(DryRun, SaysWhatWouldBeDoneAndDoesNothing) {
       {"settings", {"region", "us"}, "would have set region to US (is DE)\n"},
       {"settings", {"page-size", "none"}, "is no number from 1"},
       {"contacts import", {cards}, "would have imported 1 contact\n"},
+      {"forget", {"Anna", "--yes"}, "would forget Anna Berg (2:1)\n"},
+      {"history", {"--clear"}, "would clear "},
       {"device serve", {}, "no device is paired"},
       {"device revoke", {}, "no device is paired"},
       {"device pair", {}, "this device has no name yet"},

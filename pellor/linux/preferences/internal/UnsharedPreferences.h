@@ -42,6 +42,8 @@ class UnsharedPreferences final : public SharedPreferences {
   /// Nobody is called: the store does not change.
   void setWriteObserver(std::function<void()> /*observer*/) override {}
   bool canStartAnew() const override { return _shared->canStartAnew(); }
+  /// Nothing of it is this one's.
+  std::optional<KeptTrace> eraseUnusedSpace() override { return std::nullopt; }
 
  private:
   using Key = std::pair<std::string, std::string>;  // domain, key
