@@ -317,6 +317,22 @@ TEST_F(FriendListStepTest, AnotherProgramTakesAStepBackThatOutlivesItsOwn) {
   EXPECT_EQ(again.refusal, (Refusal{notUndoable}));
 }
 
+// An empty page took the index of the one that went.
+TEST_F(FriendListStepTest, ATitleThatAnotherProgramBroughtBackStays) {
+  setGroups(2, 1);
+  auto a = open("Ann|Bob");
+  a->apply([](const Snapshot& list) { return Edits{RenamePage{list.page(1).id, "Work"}}; });
+  rest();
+  a->apply([](const Snapshot& list) { return Edits{RemovePage{list.page(1).id}}; });
+  rest();
+  auto b = std::make_unique<ListProcess>(launch());
+  rest();
+  ASSERT_TRUE(b->process().run([&] { return b->list().undo(); }).step);
+  rest();
+  for (ListProcess* process : {a.get(), b.get()})
+    EXPECT_EQ(process->process().list() + " " + process->process().titles(), "Ann|Bob -|Work");
+}
+
 TEST_F(FriendListStepTest, AStepThatIsRefusedAfterAMergeIsInNoHistory) {
   auto a = open("Ann,Bob|Cy,-|-,-");
   store("Ann,Bob|-,-");

@@ -87,12 +87,18 @@ bool PLTitles::haveMoved(const PLBaseline& base) const { return !base.titles.emp
 void PLTitles::noteStored(const PLBaseline& base) {
   if (!base.pages) return;
   std::unordered_map<std::uint64_t, const std::string*> titles;
-  for (std::size_t page = 0; page < std::min(base.pages->size(), base.titles.size()); ++page) {
-    titles.emplace((*base.pages)[page], base.titles[page].string());
+  for (std::size_t page = 0; page < base.pages->size(); ++page) {
+    titles.emplace((*base.pages)[page], titleAt(base.titles, page));
   }
   for (std::uint64_t index = 0; index < _pages.count(); ++index) {
     const auto title = titles.find(_pages.pageNumber(index));
-    if (title != titles.end() && title->second) setStored(index, *title->second);
+    if (title == titles.end()) continue;
+    if (title->second) {
+      setStored(index, *title->second);
+    } else if (titleOf(index).empty()) {
+      // A group in the place of one that was removed is the page of before, whose title is stored no more.
+      setStored(index, std::nullopt);
+    }
   }
 }
 
