@@ -99,6 +99,7 @@ class PLFriendsManager::PartsClient final : public PLListWriterClient,
     }
     parts.contactsRefresh.noteWritten(write.sequenceNumber);
     if (write.hasList) parts.listReader.noteWritten();
+    if (write.hasList) parts.steps.forgetDecisions();
     if (write.hasTitles) parts.titles.noteStored(*writer().base());
     if (write.hasArrays) writer().attachedArrays().shareStoredChunks();
     // One post tells of both: a load of the list reads the titles.
@@ -209,12 +210,14 @@ PLFriendsManager::PLFriendsManager(Passkey, Process& process, std::string domain
       _pendingChanges(PLPendingChanges::make()),
       _reachability(PLReachability::make(process, _domain)),
       _client(std::make_unique<PartsClient>(*this)),
-      _parts(std::make_unique<PLFriendsManagerParts>(process, _domain, *_writer,
-                                                     PLFriendsManagerParts::Handlers{
-                                                         [this] { _postGroupListChangedNotification(); },
-                                                         [this] { _followAddressBook(weak_from_this()); },
-                                                         [this] { _bringFavoritesIfDue(); },
-                                                     })) {
+      _parts(std::make_unique<PLFriendsManagerParts>(
+          process, _domain, *_writer,
+          PLFriendsManagerParts::Handlers{
+              [this] { _postGroupListChangedNotification(); },
+              [this] { _followAddressBook(weak_from_this()); },
+              [this](const PLAutomaticDecision& decision) { _parts->steps.tellDecision(decision); },
+              [this] { _bringFavoritesIfDue(); },
+          })) {
   _process.addSettleParticipant(*_client);
 }
 
@@ -908,18 +911,24 @@ std::shared_ptr<PLBaseline> PLFriendsManager::_updateFriends(const PLStoredList&
 }
 
 void PLFriendsManager::_cleanUpFriendListIfNecessary() {
+  _parts->exceptions.dropByList();
   _deduplicateFriendListIfNecessary();
   _removeDestinationlessFriendsIfNecessary();
   save();
 }
 
 void PLFriendsManager::_deduplicateFriendListIfNecessary() {
-  if (_parts->settings.shouldDeduplicateFriendList()) _removeFriendsAtIndices(plRepeatedFriends(_parts->friendList));
+  if (!_parts->settings.shouldDeduplicateFriendList()) return;
+  const auto repeated = plRepeatedFriends(_parts->friendList, _parts->exceptions);
+  _tellRemovals(PLDecisionKind::deduplicated, repeated);
+  _removeFriendsAtIndices(repeated);
 }
 
 void PLFriendsManager::_removeDestinationlessFriendsIfNecessary() {
-  if (_parts->settings.shouldRemoveDestinationlessFriends())
-    _removeFriendsAtIndices(plDestinationlessFriends(_parts->friendList));
+  if (!_parts->settings.shouldRemoveDestinationlessFriends()) return;
+  const auto unreachable = plDestinationlessFriends(_parts->friendList, _parts->exceptions);
+  _tellRemovals(PLDecisionKind::cleanedUp, unreachable);
+  _removeFriendsAtIndices(unreachable);
 }
 
 // `indices`, ascending, name slots of the list as it is on entry. A group that empties vanishes with its slots, and the

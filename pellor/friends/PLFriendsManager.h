@@ -276,11 +276,15 @@ class PLFriendsManager : public Object,
 
   /// Makes several edits one step: what `edits` does by the operations of the manager, of its groups and of its persons
   /// goes out in one write after it has returned. Groups that lose their last friend stay. Steps do not nest (fatal),
-  /// and `edits` must neither throw nor run the main queue. Asks for a save. The number of the step: 1, 2, ... Main
-  /// queue.
+  /// and `edits` must neither throw nor run the main queue. Asks for a save. The number of the step, greater than all
+  /// before. Main queue.
   std::uint64_t performStep(const std::function<void()>& edits);
-  /// The client is held weakly; null: nobody is told, and nobody asked.
+  /// The client is held weakly; null: nobody is told, and nobody asked. It is told, inside the call, of decisions that
+  /// were made before, if the list was not written since.
   void setStepClient(std::weak_ptr<PLStepClient> client);
+  /// Names the version of the list and of its titles that is stored, as far as this process knows: equal in all
+  /// processes, and another text for each version. Empty before the store has answered.
+  std::string listVersion() const;
 
   // Groups that come, go and move: PLFriendsManagerGroupListChanged is posted, and the list saved. Nothing happens for
   // an index beyond the end. An empty trailing group is added where one is due.
@@ -369,6 +373,7 @@ class PLFriendsManager : public Object,
   void _judgeSteps(const PLStoredList& stored);
   std::optional<PLChangeOrigin> _originOf(const PLStoredList& stored) const;
   void _cleanUpAfterLoad();
+  void _tellRemovals(PLDecisionKind kind, const std::vector<std::uint64_t>& indices);
   void _tellIfChangedByContacts(const std::function<void()>& follow);
 
   void _checkInvariants() const;

@@ -31,6 +31,8 @@ inline constexpr std::string_view PLFriendListKey = "FriendList";
 inline constexpr std::string_view PLGroupTitlesKey = "TNFriendGroupTitles";
 /// True while the first list waits for favorites that could not be read.
 inline constexpr std::string_view PLFirstListIsDueKey = "PLFirstListIsDue";
+/// An array, attached to the list: what a user took back that the manager had decided by itself (PLException).
+inline constexpr std::string_view PLFriendListExceptionsKey = "PLFriendListExceptions";
 inline constexpr std::string_view PLDidNormalizeFriendListDestinationsKey = "DidNormalizeFriendListDestinations";
 inline constexpr std::string_view PLMaxGroupCountKey = "PLMaxGroupCount";
 inline constexpr std::string_view PLGroupSizeKey = "PLGroupSize";

@@ -138,9 +138,35 @@ void PLFriendsManager::_cleanUpAfterLoad() {
 void PLFriendsManager::_tellIfChangedByContacts(const std::function<void()>& follow) {
   const PLPersonChanges& persons = _process.local<PLPersonChanges>();
   const auto state = [&] { return std::pair(_parts->friendList.version(), persons.marks.load()); };
-  const auto before = state();
-  follow();
-  if (state() != before) _parts->steps.tellChange(PLChangeOrigin::contacts);
+  _parts->steps.follow([&] {
+    const auto before = state();
+    follow();
+    _publishList();
+    if (state() != before) _parts->steps.tellChange(PLChangeOrigin::contacts);
+  });
+}
+
+// Before they leave. Friends beyond the groups stay.
+void PLFriendsManager::_tellRemovals(PLDecisionKind kind, const std::vector<std::uint64_t>& indices) {
+  for (const std::uint64_t index : indices) {
+    if (index / _parts->settings.maxFriendsPerGroup() >= _parts->pages.count()) continue;
+    const auto& person = _parts->friendList.at(index);
+    const auto guid = person->abRecordGUID();
+    Dictionary evidence;
+    if (guid) evidence.emplace("guid", *guid);
+    if (kind == PLDecisionKind::deduplicated)
+      evidence.emplace("stays", friendsWithIdentifier(*guid).front()->displayName().value_or(""));
+    _parts->steps.tellDecision({kind, person, {}, std::move(evidence), index});
+  }
+}
+
+std::string PLFriendsManager::listVersion() const {
+  const auto base = _writer->base();
+  if (!base) return {};
+  std::string text;
+  for (const PreferenceVersion& version : {base->listVersion, base->titlesVersion})
+    text += std::to_string(version.store) + "." + std::to_string(version.count) + ".";
+  return text;
 }
 
 void PLFriendsManager::attach(const std::string& key, std::size_t mostElements) {

@@ -5,7 +5,9 @@
 #include <utility>
 
 #include "pellor/friends/PLBundle.h"
+#include "pellor/friends/PLStepClient.h"
 #include "pellor/friends/PLUtility.h"
+#include "pellor/friends/detail/PLLinkLimits.h"
 #include "pellor/friends/internal/PLPersonIdentityChanges.h"
 #include "pellor/friends/internal/PLPosting.h"
 #include "pellor/friends/internal/PLPrefetch.h"
@@ -60,7 +62,7 @@ std::shared_ptr<PLPerson> PLPerson::initWithDestinationsAddressBook(const std::v
                                                                     AddressBook* addressBook) {
   auto person = _make();
   person->_record = person->_record.withDestinations({destinations.begin(), destinations.end()});
-  person->_reconcileCanPostChangeNotificationShouldLogUpdates(addressBook, false, false);
+  person->_reconcileCanPostChangeNotificationShouldLogUpdates(addressBook, false, false, {});
   person->_publish();
   return person;
 }
@@ -68,7 +70,7 @@ std::shared_ptr<PLPerson> PLPerson::initWithDestinationsAddressBook(const std::v
 std::shared_ptr<PLPerson> PLPerson::initWithABRecordGUIDAddressBook(const std::string& guid, AddressBook* addressBook) {
   auto person = _make();
   person->_record = person->_record.with(PLPersonRecord::_abRecordGUID, guid);
-  person->_reconcileCanPostChangeNotificationShouldLogUpdates(addressBook, false, false);
+  person->_reconcileCanPostChangeNotificationShouldLogUpdates(addressBook, false, false, {});
   person->_publish();
   return person;
 }
@@ -81,7 +83,7 @@ std::shared_ptr<PLPerson> PLPerson::initWithFavoriteAddressBook(const FavoriteEn
     person->_record = person->_record.withRecordID(favorite.abRecordID)
                           .with(PLPersonRecord::_abRecordGUID, record->recordGUID())
                           .with(PLPersonRecord::_abDatabaseUID, addressBook->databaseUID());
-    person->_reconcileCanPostChangeNotificationShouldLogUpdates(addressBook, false, false);
+    person->_reconcileCanPostChangeNotificationShouldLogUpdates(addressBook, false, false, {});
   } else {
     auto destination = plMessageCanonicalRawAddress(favorite.value);
     require(destination.has_value(), "an identity service that has an identifier for every phone number");

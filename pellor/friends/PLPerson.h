@@ -37,6 +37,8 @@
 namespace pellor {
 
 class RecordMatchDictionary;
+struct PLAutomaticDecision;
+struct PLLinkLimits;
 
 /// Posted on the main queue after a person changed in a way that asks to be saved. Object: the person, null when it is
 /// gone. No user info.
@@ -207,6 +209,8 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   /// marks the person and posts PLPersonValuesChangedNotification. A record found again that says what the person says
   /// already changes nothing: two processes would tell each other of it for ever.
   void refreshWithAddressBook(AddressBook* addressBook);
+  /// Likewise, within limits that a user set. What was decided about the link; absent: nothing.
+  std::optional<PLAutomaticDecision> refreshWithAddressBook(AddressBook* addressBook, const PLLinkLimits& limits);
   /// The record that the GUID names, to be used while the handle is open; null when there is none, no GUID or no
   /// handle.
   RecordRef copyABPersonWithAddressBook(AddressBook* addressBook) const;
@@ -234,6 +238,7 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
     void operator()(const LogFormat& format, const LogArgument& oldValue, const LogArgument& newValue) const;
   };
   struct Reconciliation;
+  struct FoundRecord;
   struct RecordValues;
 
   // Edits
@@ -252,6 +257,7 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   void _postChangeNotification();
 
   // Persisted forms
+  static PersonDictionary _cardOf(const PLPersonRecord& record);
   bool _updateFromDictionaryRepresentationShouldLogUpdates(PLPersonForm& form, bool shouldLogUpdates);
   bool _adoptMetadata(const Dictionary& metadata, const ChangeReport& report, const LogFormat& format);
 
@@ -267,13 +273,16 @@ class PLPerson : public Object, public std::enable_shared_from_this<PLPerson> {
   const Dictionary* _metadataInSnapshot() const PELLOR_REQUIRES_READER(_metadataQueue);
 
   // Address book
-  void _reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* addressBook, bool canPostChangeNotification,
-                                                           bool shouldLogUpdates);
+  std::optional<PLAutomaticDecision> _reconcileCanPostChangeNotificationShouldLogUpdates(AddressBook* addressBook,
+                                                                                         bool canPostChangeNotification,
+                                                                                         bool shouldLogUpdates,
+                                                                                         const PLLinkLimits& limits);
   std::optional<std::string> _refreshFromRecord(Reconciliation& reconciliation, const RecordValues& values);
-  RecordRef _searchRecord(const Reconciliation& reconciliation) const;
-  RecordRef _searchRecordByName(AddressBook& addressBook) const;
-  RecordRef _searchRecordByDestinations(AddressBook& addressBook) const;
-  std::optional<std::string> _adoptRecord(Reconciliation& reconciliation, const std::string& guid,
+  FoundRecord _searchRecord(const Reconciliation& reconciliation) const;
+  FoundRecord _searchRecordByName(const Reconciliation& reconciliation) const;
+  FoundRecord _searchRecordByDestinations(const Reconciliation& reconciliation) const;
+  FoundRecord _bestOf(const RecordMatchDictionary& candidates, const Reconciliation& reconciliation) const;
+  std::optional<std::string> _adoptRecord(Reconciliation& reconciliation, const FoundRecord& found,
                                           const RecordValues& values);
   std::optional<std::string> _unlink(Reconciliation& reconciliation);
   static RecordMatchDictionary _recordMatchDictionaryFromCFArrayFollowLinksAddressBook(

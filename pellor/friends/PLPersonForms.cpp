@@ -16,6 +16,10 @@ void put(Dictionary& dictionary, std::string_view key, Value value) {
   dictionary.insert_or_assign(std::string(key), std::move(value));
 }
 
+void putIfSet(Dictionary& dictionary, std::string_view key, const PLPersonRecord& record, PLPersonRecord::Text which) {
+  if (const auto text = record.text(which)) put(dictionary, key, *text);
+}
+
 std::optional<std::string> decodedText(const KeyedDecoder& decoder, std::string_view key) {
   const auto value = decoder.decodeObject(key, {CodedClass::string});
   return value && value->string() ? std::optional(*value->string()) : std::nullopt;
@@ -31,27 +35,29 @@ Dictionary decodedMetadata(const KeyedDecoder& decoder) {
 
 PersonDictionary PLPerson::dictionaryRepresentation() const {
   const PLPersonRecord record = _published.load();
-  PersonDictionary dictionary;
-  const auto putIfSet = [&](std::string_view key, PLPersonRecord::Text which) {
-    if (const auto text = record.text(which)) put(dictionary, key, *text);
-  };
-  put(dictionary, PLPersonRecordIDKey, record.recordID());
-  putIfSet(PLPersonRecordGUIDKey, PLPersonRecord::_abRecordGUID);
-  putIfSet(PLPersonDatabaseUIDKey, PLPersonRecord::_abDatabaseUID);
-  putIfSet(PLPersonNameKey, PLPersonRecord::_name);
+  PersonDictionary dictionary = _cardOf(record);
+  putIfSet(dictionary, PLPersonReplyAsKey, record, PLPersonRecord::_preferredReplyAs);
+  putIfSet(dictionary, PLPersonPreferredDestinationKey, record, PLPersonRecord::_preferredDestination);
+  if (Dictionary entries = metadata(); !entries.empty()) put(dictionary, PLPersonMetadataKey, std::move(entries));
+  if (const auto unknown = record.unknownEntries()) dictionary.insert(unknown->begin(), unknown->end());
+  return dictionary;
+}
+
+PersonDictionary PLPerson::_cardOf(const PLPersonRecord& record) {
+  PersonDictionary card;
+  put(card, PLPersonRecordIDKey, record.recordID());
+  putIfSet(card, PLPersonRecordGUIDKey, record, PLPersonRecord::_abRecordGUID);
+  putIfSet(card, PLPersonDatabaseUIDKey, record, PLPersonRecord::_abDatabaseUID);
+  putIfSet(card, PLPersonNameKey, record, PLPersonRecord::_name);
   if (record.hasDestinations()) {
     Array values;
     for (std::size_t index = 0; index < record.destinationCount(); ++index) {
       values.emplace_back(record.destination(index));
     }
-    put(dictionary, PLPersonAllValuesKey, std::move(values));
+    put(card, PLPersonAllValuesKey, std::move(values));
   }
-  putIfSet(PLPersonReplyAsKey, PLPersonRecord::_preferredReplyAs);
-  putIfSet(PLPersonPreferredDestinationKey, PLPersonRecord::_preferredDestination);
-  put(dictionary, PLPersonMonogramKey, record.text(PLPersonRecord::_initials).value_or(""));
-  if (Dictionary entries = metadata(); !entries.empty()) put(dictionary, PLPersonMetadataKey, std::move(entries));
-  if (const auto unknown = record.unknownEntries()) dictionary.insert(unknown->begin(), unknown->end());
-  return dictionary;
+  put(card, PLPersonMonogramKey, record.text(PLPersonRecord::_initials).value_or(""));
+  return card;
 }
 
 std::shared_ptr<PLPerson> PLPerson::initWithForm(PLPersonForm& form) {

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "pellor/runtime/Value.h"
+
 namespace pellor {
 
 class PLPerson;
@@ -32,6 +34,29 @@ enum class PLChangeOrigin {
   contacts,      ///< friends were brought in step with the contacts, or the list was cleaned up
 };
 
+/// What a manager decides about a friend by itself.
+enum class PLDecisionKind {
+  relinked,      ///< it is linked with another record, or with its first one, by which it is shown otherwise
+  unlinked,      ///< its record is gone, and no other one fits
+  deduplicated,  ///< it leaves the list: a friend in a lower slot has its record
+  cleanedUp,     ///< it leaves the list: it has no destinations left
+};
+
+/// One such decision, with what it rests on.
+struct PLAutomaticDecision {
+  PLDecisionKind kind = PLDecisionKind::relinked;
+  std::shared_ptr<PLPerson> person;  ///< the friend, changed already; who leaves the list is still in it
+  Dictionary cardBefore =
+      {};  ///< of a link: the entries of the friend's stored form that follow the card, as they were
+  /// relinked: "before", absent for a first link, and "after", the GUIDs; "foundBy": "name" or "destinations"; "score",
+  /// how well the record fits, and "candidates", of how many. unlinked: "before". deduplicated: "guid", and "stays",
+  /// the name, else a destination, of the friend who stays. cleanedUp: "guid", absent without a link.
+  Dictionary evidence = {};
+  std::uint64_t slot =
+      0;  ///< of a friend who leaves, counted over all groups, before anybody leaves for the same reason
+  std::uint64_t step = 0;  ///< the number of the step with which it is stored
+};
+
 /// Told by a friends manager of its steps, and asked about them. Main queue.
 class PLStepClient {
  public:
@@ -46,6 +71,12 @@ class PLStepClient {
   /// merged. A group that loses its last friend here stays. The call is made inside a load: it must not begin a step,
   /// load, or run the main queue.
   virtual void judgeSteps(const PLStoredPages& theirs) = 0;
+
+  /// A decision was made about a friend of the list; `listChangedBy` of the contacts follows once all are made that
+  /// come of one change of theirs. Arrays that are attached to the list may be set from here to the end of that call:
+  /// they go out in the write of what was decided. Called inside a load or refresh: else it must not edit, load, or run
+  /// the main queue.
+  virtual void decisionWasMade(const PLAutomaticDecision& /*decision*/) {}
 
   /// The list has just become another one: after a load that took over what was stored and before the refresh that may
   /// follow, or after a refresh or clean-up. Called inside a load or refresh: it must not edit, load, or run the main

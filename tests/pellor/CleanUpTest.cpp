@@ -2,6 +2,8 @@
 #include "pellor/friends/internal/PLCleanUp.h"
 
 #include "pellor/friends/PLPerson.h"
+#include "pellor/friends/internal/PLAttachedArrays.h"
+#include "pellor/friends/internal/PLExceptions.h"
 #include "pellor/friends/internal/PLSlotList.h"
 #include "tests/pellor/OneProcess.h"
 
@@ -21,6 +23,8 @@ class CleanUpTest : public OneProcess {
   }
 
   PLSlotList list;
+  PLAttachedArrays arrays;
+  PLExceptions exceptions{list, arrays};
 };
 
 TEST_F(CleanUpTest, OfFriendsWithOneRecordTheFirstStays) {
@@ -33,14 +37,15 @@ TEST_F(CleanUpTest, OfFriendsWithOneRecordTheFirstStays) {
   append("", {"1"});
   append("", {"1"});
   append("ann", {});
-  EXPECT_THAT(plRepeatedFriends(list), ElementsAre(4, 8)) << "an empty identifier is none, a number may be shared";
+  EXPECT_THAT(plRepeatedFriends(list, exceptions), ElementsAre(4, 8))
+      << "an empty identifier is none, a number may be shared";
   EXPECT_EQ(log->count("deduplicating friend "), 2U);
 
   list.set(4, EmptySlot);
   list.set(8, list.at(2));
-  EXPECT_THAT(plRepeatedFriends(list), ElementsAre(8)) << "one person in two slots";
+  EXPECT_THAT(plRepeatedFriends(list, exceptions), ElementsAre(8)) << "one person in two slots";
   list.set(8, list.at(1));
-  EXPECT_THAT(plRepeatedFriends(list), IsEmpty()) << "nothing tells it from another of that number";
+  EXPECT_THAT(plRepeatedFriends(list, exceptions), IsEmpty()) << "nothing tells it from another of that number";
 }
 
 TEST_F(CleanUpTest, FriendsWithoutADestinationAreFoundWhereverTheyAre) {
@@ -49,11 +54,11 @@ TEST_F(CleanUpTest, FriendsWithoutADestinationAreFoundWhereverTheyAre) {
   list.append(EmptySlot);
   append(std::nullopt, {});
   append("cid", {"2", "3"});
-  EXPECT_THAT(plDestinationlessFriends(list), ElementsAre(0, 3));
+  EXPECT_THAT(plDestinationlessFriends(list, exceptions), ElementsAre(0, 3));
   EXPECT_EQ(log->count("culling friend "), 2U);
   list.set(0, EmptySlot);
   list.set(3, EmptySlot);
-  EXPECT_THAT(plDestinationlessFriends(list), IsEmpty());
+  EXPECT_THAT(plDestinationlessFriends(list, exceptions), IsEmpty());
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include "pellor/friends/PLFriendsManagerKeys.h"
 #include "pellor/friends/PLPerson.h"
+#include "pellor/friends/internal/PLExceptions.h"
 #include "pellor/friends/internal/PLListWriter.h"
 #include "pellor/friends/internal/PLSlotList.h"
 #include "tests/pellor/ChangingContacts.h"
@@ -73,7 +74,8 @@ class ContactsRefreshTest : public OneProcess {
   std::shared_ptr<WriterClient> client = std::make_shared<WriterClient>();
   std::shared_ptr<PLListWriter> writer = PLListWriter::make(process, Domain);
   int asks = 0;
-  PLContactsRefresh refresh{process, Domain, list, *writer, [this] { ++asks; }};
+  PLExceptions exceptions{list, writer->attachedArrays()};
+  PLContactsRefresh refresh{process, Domain, list, *writer, exceptions, {[this] { ++asks; }, [](const auto&) {}}};
 };
 
 TEST_F(ContactsRefreshTest, TheNumberGoesOutWithTheListThatTheRefreshChanged) {

@@ -384,7 +384,7 @@ TEST_F(StepsTest, TheClientHearsByWhomTheListBecameAnotherOne) {
          store("Bob#,Bob#,-");
          postListChanged();
        },
-       {"other", "contacts"}},
+       {"other", "contacts", "stored 1"}},
       {"a contact of a friend",
        [&] { world.addressBook().change(guidOf("Bob"), [](TestContact& contact) { contact.first = "Robert"; }); },
        {"contacts"}},

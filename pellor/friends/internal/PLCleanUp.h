@@ -6,12 +6,15 @@
 
 namespace pellor {
 
+class PLExceptions;
 class PLSlotList;
 
-/// The slots of friends whose record a friend in a lower slot has already, ascending; logs each. Main queue.
-std::vector<std::uint64_t> plRepeatedFriends(const PLSlotList& friends);
+// Friends whom an exception lets stay are not among them. Main queue.
 
-/// The slots of friends without a destination, ascending; logs each. Main queue.
-std::vector<std::uint64_t> plDestinationlessFriends(const PLSlotList& friends);
+/// The slots of friends whose record a friend in a lower slot has already, ascending; logs each.
+std::vector<std::uint64_t> plRepeatedFriends(const PLSlotList& friends, const PLExceptions& exceptions);
+
+/// The slots of friends without a destination, ascending; logs each.
+std::vector<std::uint64_t> plDestinationlessFriends(const PLSlotList& friends, const PLExceptions& exceptions);
 
 }  // namespace pellor

@@ -6,6 +6,8 @@
 #include "pellor/friends/PLBundle.h"
 #include "pellor/friends/PLFriendsManagerKeys.h"
 #include "pellor/friends/PLPerson.h"
+#include "pellor/friends/PLStepClient.h"
+#include "pellor/friends/internal/PLExceptions.h"
 #include "pellor/friends/internal/PLListWriter.h"
 #include "pellor/friends/internal/PLSlotList.h"
 #include "pellor/platform/Platform.h"
@@ -19,12 +21,14 @@ constexpr std::size_t FriendsReadAtOnce = 1000;
 }  // namespace
 
 PLContactsRefresh::PLContactsRefresh(Process& process, std::string domain, const PLSlotList& friends,
-                                     PLListWriter& writer, std::function<void()> refresh)
+                                     PLListWriter& writer, PLExceptions& exceptions, Handlers handlers)
     : _process(process),
       _domain(std::move(domain)),
       _friendList(friends),
       _writer(writer),
-      _hold(process, std::move(refresh)) {}
+      _exceptions(exceptions),
+      _decidedOn(std::move(handlers.decidedOn)),
+      _hold(process, std::move(handlers.refresh)) {}
 
 bool PLContactsRefresh::refreshFriends() {
   bool didRefresh = false;
@@ -40,6 +44,7 @@ bool PLContactsRefresh::refreshFriends(AddressBook& addressBook) {
   _PLGetLogSystem().log(LogFormat("refreshing friends against address book").as("_refreshFriends"));
   // Read before the records: what another process changes meanwhile is due after this refresh.
   const std::int32_t number = addressBook.sequenceNumber();
+  _exceptions.dropByContacts(addressBook);
   _reconciliation.begin(*platformOf(_process).addressBook, addressBook, _friendList.count());
   const std::vector<std::uint64_t> indices = indicesOfFriendsToRefresh(addressBook);
   for (std::size_t first = 0; first < indices.size(); first += FriendsReadAtOnce) {
@@ -58,7 +63,9 @@ std::vector<std::uint64_t> PLContactsRefresh::indicesOfFriendsToRefresh(AddressB
   std::vector<std::uint64_t> indices;
   for (std::uint64_t index = 0; index < _friendList.count(); ++index) {
     const Slot& person = _friendList.at(index);
-    if (person && !_reconciliation.passOver(index, *person, addressBook)) indices.push_back(index);
+    if (!person) continue;
+    const bool isInStep = !_exceptions.limit(*person) && _reconciliation.passOver(index, *person, addressBook);
+    if (!isInStep) indices.push_back(index);
   }
   return indices;
 }
@@ -72,8 +79,12 @@ void PLContactsRefresh::refreshFriendsAtIndices(std::span<const std::uint64_t> i
   addressBook.withPeopleMatchingGUIDs(guids, [&] {
     for (const std::uint64_t index : indices) {
       const Slot person = _friendList.at(index);
-      person->refreshWithAddressBook(&addressBook);
-      _reconciliation.note(index, *person);
+      const bool isLimited = _exceptions.limit(*person);
+      const PLLinkLimits limits = isLimited ? _exceptions.limitsFor(*person) : PLLinkLimits();
+      const auto decision = person->refreshWithAddressBook(&addressBook, limits);
+      if (decision) _decidedOn(*decision);
+      // What the limits kept from a friend is due once they are gone.
+      if (!isLimited) _reconciliation.note(index, *person);
     }
   });
 }

@@ -15,17 +15,24 @@
 
 namespace pellor {
 
+class PLExceptions;
 class PLListWriter;
 class PLSlotList;
+struct PLAutomaticDecision;
 
 /// Lets friends find their records again, and keeps the sequence number of the contacts in the store. Its invariant: a
 /// number is kept only after every friend was looked up in contacts of that number, and goes out with the list that
 /// this changed. Main queue.
 class PLContactsRefresh {
  public:
-  /// The list and the writer outlive this object. `refresh` is called to ask for a refresh that was held back.
+  struct Handlers {
+    std::function<void()> refresh;                              ///< asks for a refresh that was held back
+    std::function<void(const PLAutomaticDecision&)> decidedOn;  ///< tells of a decision about a friend's link
+  };
+
+  /// List, writer and exceptions outlive this object.
   PLContactsRefresh(Process& process, std::string domain, const PLSlotList& friends, PLListWriter& writer,
-                    std::function<void()> refresh);
+                    PLExceptions& exceptions, Handlers handlers);
 
   /// Whether the contacts are others than at the last refresh of any process; false when they or the store cannot be
   /// read.
@@ -49,6 +56,8 @@ class PLContactsRefresh {
   const std::string _domain;
   const PLSlotList& _friendList;
   PLListWriter& _writer;
+  PLExceptions& _exceptions;
+  const std::function<void(const PLAutomaticDecision&)> _decidedOn;
   PLRefreshHold _hold;
   PLReconciliationState _reconciliation;
   std::optional<std::int32_t> _ownSequenceNumber;  // that is not stored yet

@@ -1,5 +1,8 @@
 #include "pellor/friends/internal/PLFriendsManagerParts.h"
 
+#include "pellor/friends/PLFriendsManagerKeys.h"
+#include "pellor/friends/internal/PLListWriter.h"
+
 namespace pellor {
 namespace {
 
@@ -17,12 +20,15 @@ PLFriendsManagerParts::PLFriendsManagerParts(Process& process, const std::string
       pages(process, friendList, settings, handlers.groupListChanged),
       titles(process, pages),
       _identifiersToPersonMap(friendList.people()),
-      takeover(process, friendList, sourcedPersons, [this] { pages._addEmptyGroup(); }),
-      contactsRefresh(process, domain, friendList, writer, handlers.refreshIsDue),
+      exceptions(friendList, writer.attachedArrays()),
+      takeover(process, friendList, sourcedPersons, exceptions, [this] { pages._addEmptyGroup(); }),
+      contactsRefresh(process, domain, friendList, writer, exceptions, {handlers.refreshIsDue, handlers.decidedOn}),
       favorites(process, handlers.favoritesAreDue),
       steps(writer),
       loadRetry(process.mainQueue(), LoadRetryPauses),
-      overtakenRetry(process.mainQueue(), OvertakenPauses, &process.scheduler()) {}
+      overtakenRetry(process.mainQueue(), OvertakenPauses, &process.scheduler()) {
+  listReader.attach(std::string(PLFriendListExceptionsKey));
+}
 
 PLOwnPages PLFriendsManagerParts::ownPages(const PLBaseline& base) const {
   PLOwnPages own;

@@ -6,6 +6,7 @@
 
 #include "pellor/friends/internal/PLContactsRefresh.h"
 #include "pellor/friends/internal/PLDomainSettings.h"
+#include "pellor/friends/internal/PLExceptions.h"
 #include "pellor/friends/internal/PLFavorites.h"
 #include "pellor/friends/internal/PLIdentifierMap.h"
 #include "pellor/friends/internal/PLListReader.h"
@@ -29,6 +30,7 @@ struct PLFriendsManagerParts {
   struct Handlers {
     std::function<void()> groupListChanged;
     std::function<void()> refreshIsDue;
+    std::function<void(const PLAutomaticDecision&)> decidedOn;
     std::function<void()> favoritesAreDue;
   };
 
@@ -48,6 +50,7 @@ struct PLFriendsManagerParts {
   PLTitles titles;
   PLPersonSequence sourcedPersons;
   PLIdentifierMap _identifiersToPersonMap;
+  PLExceptions exceptions;
   PLListTakeover takeover;
   PLContactsRefresh contactsRefresh;
   PLLookUpQueue lookUpQueue;

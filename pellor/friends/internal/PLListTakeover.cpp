@@ -8,6 +8,7 @@
 #include "pellor/friends/PLFriendsManagerKeys.h"
 #include "pellor/friends/PLPerson.h"
 #include "pellor/friends/detail/PLPersonForm.h"
+#include "pellor/friends/internal/PLExceptions.h"
 #include "pellor/friends/internal/PLPersonSequence.h"
 #include "pellor/friends/internal/PLSlotRearrangement.h"
 #include "pellor/platform/AddressBookStore.h"
@@ -15,8 +16,12 @@
 namespace pellor {
 
 PLListTakeover::PLListTakeover(Process& process, PLSlotList& list, PLPersonSequence& sourcedPersons,
-                               std::function<void()> addEmptyGroup)
-    : _process(process), _friendList(list), _sourcedPersons(sourcedPersons), _addEmptyGroup(std::move(addEmptyGroup)) {}
+                               const PLExceptions& exceptions, std::function<void()> addEmptyGroup)
+    : _process(process),
+      _friendList(list),
+      _sourcedPersons(sourcedPersons),
+      _exceptions(exceptions),
+      _addEmptyGroup(std::move(addEmptyGroup)) {}
 
 // What one merge of a stored list needs.
 struct PLListTakeover::Merge {
@@ -135,9 +140,15 @@ bool PLListTakeover::mergeElement(Merge& merge, std::uint64_t index) {
   return true;
 }
 
+bool PLListTakeover::isLeftOut(PLPersonForm& form) const {
+  if (form.hasStoredDestinations()) return false;
+  const auto name = form.isEmpty() ? std::nullopt : form.content().texts[PLPersonRecord::_name];
+  return form.isEmpty() || !_exceptions.keepWithoutDestinations(form.identifyingGUID(), name.value_or(""));
+}
+
 // Only behind the end of the list a stored friend without destinations is left out.
 bool PLListTakeover::appendStoredFriend(Merge& merge, std::uint64_t index) {
-  if (!merge.form->hasStoredDestinations()) {
+  if (isLeftOut(*merge.form)) {
     if (!merge.form->isEmpty()) merge.passedOver.push_back(index);
     return merge.form->isEmpty();
   }

@@ -22,6 +22,8 @@ namespace pellor {
 class AddressBook;
 class PLPersonSequence;
 class PLDirtyChunks;
+class PLExceptions;
+class PLPersonForm;
 
 /// What a merge has to know of the groups and of the list's limits.
 struct PLOwnPages {
@@ -36,8 +38,8 @@ struct PLOwnPages {
 /// takeover exactly those friends are marked whose form differs from the stored one. Main queue.
 class PLListTakeover {
  public:
-  /// `addEmptyGroup` appends a group, and slots for it, to the list.
-  PLListTakeover(Process& process, PLSlotList& list, PLPersonSequence& sourcedPersons,
+  /// `addEmptyGroup` appends a group, and slots for it, to the list. The exceptions outlive this object.
+  PLListTakeover(Process& process, PLSlotList& list, PLPersonSequence& sourcedPersons, const PLExceptions& exceptions,
                  std::function<void()> addEmptyGroup);
 
   // --- Own edits ---
@@ -91,6 +93,7 @@ class PLListTakeover {
   bool mergeChunk(Merge& merge, const ArrayChunk& chunk, std::uint64_t first);
   bool viewChunk(Merge& merge, const ArrayChunk& chunk);
   bool mergeElement(Merge& merge, std::uint64_t index);
+  bool isLeftOut(PLPersonForm& form) const;
   bool appendStoredFriend(Merge& merge, std::uint64_t index);
   bool placeStoredFriend(Merge& merge, std::uint64_t index);
   void markLaterSlots(Merge& merge, const PLPerson& person, std::uint64_t index);
@@ -102,6 +105,7 @@ class PLListTakeover {
   Process& _process;
   PLSlotList& _friendList;
   PLPersonSequence& _sourcedPersons;
+  const PLExceptions& _exceptions;
   const std::function<void()> _addEmptyGroup;
   std::vector<Removal> _removals;  // automatic ones since the baseline
 };

@@ -113,6 +113,8 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   void beginStep() { _steps.begin(); }
   /// The number of the step, from 1 on.
   std::uint64_t endStep() { return _steps.end(); }
+  /// Ends it as well: it was none.
+  void cancelStep() { _steps.cancel(); }
   const PLStepCount& steps() const { return _steps; }
   /// Asks for a save also where nothing seems to be left to write: the client is told of the steps.
   void saveSteps() {

@@ -25,6 +25,8 @@ class PLStepCount {
   void begin() { _count.fetch_add(1, std::memory_order_acq_rel); }
   /// The number of the step.
   std::uint64_t end() { return (_count.fetch_add(1, std::memory_order_acq_rel) + 1) / 2; }
+  /// What was begun is no step: saves that looked meanwhile have seen no part of one.
+  void cancel() { _count.fetch_sub(1, std::memory_order_acq_rel); }
   /// How many have been made.
   std::uint64_t made() const { return _count.load(std::memory_order_acquire) / 2; }
   bool isMaking() const { return _count.load(std::memory_order_acquire) % 2 == 1; }

@@ -9,6 +9,15 @@
 
 namespace pellor {
 
+void PLSteps::setClient(std::weak_ptr<PLStepClient> client) {
+  _client = std::move(client);
+  if (_client.expired() || _untoldDecisions.empty()) return;
+  follow([this] {
+    for (PLAutomaticDecision& decision : std::exchange(_untoldDecisions, {})) tellDecision(std::move(decision));
+    tellChange(PLChangeOrigin::contacts);
+  });
+}
+
 // Metadata is set on a queue of its own: what was queued in the step is done before the step ends.
 std::uint64_t PLSteps::perform(const std::function<void()>& edits, const std::function<void()>& finish) {
   require(!_keepsEmptiedGroups, "no step inside a step, and none while steps are judged");
@@ -27,6 +36,20 @@ void PLSteps::keepGroupsDuring(const std::function<void()>& edits) {
   _keepsEmptiedGroups = keptThem;
 }
 
+// Without a decision there is no step. A caller's step takes it along.
+void PLSteps::follow(const std::function<void()>& edits) {
+  if (_client.expired() || _writer.steps().isMaking()) return edits();
+  _hasDecided = false;
+  _writer.beginStep();
+  edits();
+  if (_hasDecided) {
+    _writer.endStep();
+  } else {
+    _writer.cancelStep();
+  }
+  areUntold() ? _writer.saveSteps() : _writer.save();
+}
+
 bool PLSteps::areUntold() const { return _told < _writer.steps().made(); }
 
 void PLSteps::noteStored(std::uint64_t last) {
@@ -43,6 +66,14 @@ bool PLSteps::areToBeJudged(const PLBaseline& base, const PLStoredList& stored) 
 void PLSteps::judge(const PLStoredPages& theirs) {
   const auto client = _client.lock();
   if (client) keepGroupsDuring([&] { client->judgeSteps(theirs); });
+}
+
+void PLSteps::tellDecision(PLAutomaticDecision decision) {
+  const auto client = _client.lock();
+  if (!client) return _untoldDecisions.push_back(std::move(decision));
+  _hasDecided = true;
+  decision.step = _writer.steps().made() + 1;
+  client->decisionWasMade(decision);
 }
 
 void PLSteps::tellChange(PLChangeOrigin origin) const {

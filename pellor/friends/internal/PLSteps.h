@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <vector>
 
 #include "pellor/friends/PLStepClient.h"
 #include "pellor/friends/internal/PLBaseline.h"
@@ -19,12 +20,16 @@ class PLSteps {
   /// The writer outlives this object.
   explicit PLSteps(PLListWriter& writer) : _writer(writer) {}
 
-  void setClient(std::weak_ptr<PLStepClient> client) { _client = std::move(client); }
+  /// Tells it of the decisions that were made while there was none, and are not written yet.
+  void setClient(std::weak_ptr<PLStepClient> client);
 
   // --- Making them ---
 
   /// Calls `edits`, and then `finish`, which publishes and marks what is left to, as the next step. The number of it.
   std::uint64_t perform(const std::function<void()>& edits, const std::function<void()>& finish);
+  /// Calls `edits`, which tells the client of decisions and of a change by the contacts: what they changed and what the
+  /// client sets goes out in one write. With a decision that is a step, where there is a client.
+  void follow(const std::function<void()>& edits);
   /// Whether groups that lose their last friend stay.
   bool keepsEmptiedGroups() const { return _keepsEmptiedGroups; }
   /// Calls `edits`, in which no group goes because it lost its last friend.
@@ -43,12 +48,18 @@ class PLSteps {
   bool areToBeJudged(const PLBaseline& base, const PLStoredList& stored) const;
   void judge(const PLStoredPages& theirs);
   void tellChange(PLChangeOrigin origin) const;
+  /// Within `follow`.
+  void tellDecision(PLAutomaticDecision decision);
+  /// The list was written: nobody is told any more of what was decided before.
+  void forgetDecisions() { _untoldDecisions.clear(); }
 
  private:
   PLListWriter& _writer;
   std::weak_ptr<PLStepClient> _client;
   bool _keepsEmptiedGroups = false;
-  std::uint64_t _told = 0;  // the last step of which the client was told
+  std::vector<PLAutomaticDecision> _untoldDecisions;  // while there is no client
+  bool _hasDecided = false;                           // since the last `follow` began
+  std::uint64_t _told = 0;                            // the last step of which the client was told
 };
 
 }  // namespace pellor
