@@ -86,7 +86,9 @@ class FriendList {
   std::vector<HistoryStep> history();
   /// Takes a step back, in whatever program it was made: what is still as the step left it becomes what it was, and
   /// what somebody changed since stays and is named. Empty: the last step that a person made and that is not taken
-  /// back. It is a step of its own, stored and told of like others.
+  /// back. It is a step of its own, stored and told of like others. An automatic decision is taken back by its id
+  /// alone, and no process decides it again until what it rested on changes: the contact's card, the friend's numbers,
+  /// that there are two friends with one contact.
   UndoAnswer undo(const std::string& step = {}, StoredHandler stored = {});
   /// Does again what the last undo took back, until a person makes another step.
   UndoAnswer redo(StoredHandler stored = {});

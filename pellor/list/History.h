@@ -39,6 +39,26 @@ enum class StepKind {
 };
 
 bool isAutomatic(StepKind kind);
+/// Whether a step of that kind only tells of something that nobody can take back.
+bool isOnlyTold(StepKind kind);
+
+/// What an automatic decision rests on, as far as that is of any meaning for its kind.
+struct StepEvidence {
+  /// How a contact was found for a friend.
+  enum class FoundBy {
+    nothing,  ///< none was searched
+    name,     ///< among those with the friend's name
+    destinations,
+  };
+
+  std::string contactBefore = {};  ///< the GUID with which the friend was linked; empty: with none
+  std::string contactAfter = {};   ///< the GUID with which it is; of two friends with one contact: that contact's
+  FoundBy foundBy = FoundBy::nothing;
+  double score = 0;  ///< how well it fits: the part of the friend's numbers and addresses that it has, and more
+  std::uint64_t candidates = 0;  ///< of how many contacts it fits best
+  std::string stays = {};        ///< of two friends with one contact: the name of who stays
+  friend bool operator==(const StepEvidence&, const StepEvidence&) = default;
+};
 
 /// A step in a few words.
 struct StepSummary {
@@ -61,8 +81,9 @@ struct HistoryStep {
   std::string program;  ///< which made it; empty where it is not known
   StepKind kind = StepKind::unknown;
   StepSummary summary = {};
-  bool isTakenBack = false;  ///< and was not done again since
-  bool isUndoable = true;    ///< false for one that was too large to be kept in whole, or forgot somebody
+  bool isTakenBack = false;    ///< and was not done again since
+  bool isUndoable = true;      ///< false for one that was too large to be kept in whole, forgot somebody, or only tells
+  StepEvidence evidence = {};  ///< of an automatic decision
 };
 
 /// What somebody changed since a step, so that taking the step back leaves it as it is.

@@ -99,8 +99,14 @@ const ListHistory::Entry* ListHistory::find(const std::string& id) {
 
 HistoryStep ListHistory::summaryOf(const Entry& entry) {
   const StepRecord& step = entry.step;
-  return {step.id,        step.time, step.program, step.kind, pellor::summaryOf(step), entry.undone.has_value(),
-          step.isComplete};
+  return {step.id,
+          step.time,
+          step.program,
+          step.kind,
+          pellor::summaryOf(step),
+          entry.undone.has_value(),
+          canBeTakenBack(step),
+          evidenceOf(step)};
 }
 
 std::vector<HistoryStep> ListHistory::summaries() {
@@ -120,8 +126,7 @@ const ListHistory::Entry* ListHistory::lastToRedo() {
   const Entry* last = nullptr;
   std::int64_t made = 0;
   for (const Entry& entry : entries()) {
-    if (isAutomatic(entry.step.kind)) continue;
-    if (!entry.undone) made = std::max(made, entry.moment);
+    if (!entry.undone && !isAutomatic(entry.step.kind)) made = std::max(made, entry.moment);
     if (entry.undone && (!last || entry.undoneMoment >= last->undoneMoment)) last = &entry;
   }
   return last && last->undoneMoment > made ? last : nullptr;

@@ -64,7 +64,8 @@ class ListHistory {
 
   /// The last step that a person made and that is not taken back; null without one.
   const Entry* lastToUndo();
-  /// The step that was taken back last, as long as no person made another one since; null without one.
+  /// The step that was taken back last, an automatic one too, as long as no person made another one since; null without
+  /// one.
   const Entry* lastToRedo();
 
  private:

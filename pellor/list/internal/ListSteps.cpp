@@ -11,6 +11,7 @@
 #include "pellor/friends/detail/PLPersonForm.h"
 #include "pellor/list/internal/ImportAgain.h"
 #include "pellor/list/internal/ListClock.h"
+#include "pellor/list/internal/StepId.h"
 #include "pellor/list/internal/StepPerformer.h"
 #include "pellor/list/internal/TheirList.h"
 #include "pellor/platform/Platform.h"
@@ -56,13 +57,6 @@ std::optional<FieldEdit> fieldEditOf(const Edit& edit) {
   return std::nullopt;
 }
 
-std::string textOfNumber(std::uint64_t number) {
-  constexpr std::string_view digits = "0123456789abcdef";
-  std::string text;
-  for (int shift = 60; shift >= 0; shift -= 4) text += digits[(number >> shift) & 15U];
-  return text;
-}
-
 StepKind kindOf(const Edit& edit) {
   if (std::holds_alternative<AddFriend>(edit)) return StepKind::added;
   if (std::holds_alternative<RemoveFriend>(edit)) return StepKind::removed;
@@ -101,7 +95,9 @@ ListSteps::ListSteps(Process& process, std::shared_ptr<PLFriendsManager> manager
       _feed(feed),
       _keep(std::move(keep)),
       _history(_manager),
-      _removed(_manager, [&process] { return process.local<ListClock>().now(); }) {}
+      _removed(_manager, [&process] { return process.local<ListClock>().now(); }),
+      _exceptions(_manager),
+      _automatic(_manager, _mirror, _feed, _history, [this](StepRecord& record) { sign(record); }) {}
 
 // --- Planning ------------------------------------------------------------------------------------------------------
 
@@ -233,6 +229,7 @@ bool ListSteps::commit(const ListStep& step, Unstored unstored, Note note) {
     const StepRecord kept = storable(unstored.record);
     isUndoable = kept.isComplete;
     if (note != Note::made || !changesNothing) noteInHistory(unstored.entry, kept, note);
+    noteException(unstored, note);
     unstored.removed = noteRemoved(step, formsBefore);
   };
   unstored.number = _manager->performStep(edit);
@@ -263,8 +260,15 @@ void ListSteps::noteInHistory(const std::string& entry, const StepRecord& record
   }
 }
 
+// What a manager decided is not decided again, or may be.
+void ListSteps::noteException(const Unstored& step, Note note) {
+  if (note == Note::redone) _exceptions.remove(step.entry);
+  if (note != Note::undone) return;
+  if (const auto exception = exceptionFrom(step.entryBefore->step, step.record)) _exceptions.add(*exception);
+}
+
 void ListSteps::sign(StepRecord& record) {
-  record.id = textOfNumber(_process.scheduler().randomNumber()) + textOfNumber(_process.scheduler().randomNumber());
+  record.id = stepIdOf(_process.scheduler().randomNumber(), _process.scheduler().randomNumber());
   record.time = _process.local<ListClock>().now();
   record.program = _program;
 }
@@ -308,6 +312,7 @@ Dictionary ListSteps::formOf(FriendId id) const {
 }
 
 void ListSteps::stepsWereStored(std::uint64_t last) {
+  _automatic.noteStored(last);
   const auto end = std::ranges::find_if(_unstored, [last](const Unstored& step) { return step.number > last; });
   std::vector<Unstored> stored(std::make_move_iterator(_unstored.begin()), std::make_move_iterator(end));
   _unstored.erase(_unstored.begin(), end);
@@ -330,6 +335,7 @@ void ListSteps::abandon() {
 
 // Each is judged on theirs with the steps before it that hold there. Who left the list there left it by their step.
 void ListSteps::judgeSteps(const PLStoredPages& theirs) {
+  _automatic.judge(theirs);
   if (_unstored.empty()) return;
   _feed.noteRest();
   const TheirList list(theirs, _mirror, _unstored.front().before);
@@ -381,6 +387,10 @@ void ListSteps::reject(Unstored step, const Refusal& refusal) {
   _process.mainQueue().async([stored = std::move(step.stored), refusal] { stored(refusal); });
 }
 
-void ListSteps::listChangedBy(PLChangeOrigin origin) { _feed.noteWithReports(publicOrigin(origin)); }
+void ListSteps::listChangedBy(PLChangeOrigin origin) {
+  _feed.noteWithReports(publicOrigin(origin));
+  if (origin == PLChangeOrigin::contacts)
+    _automatic.writeSteps([this](const Friend& gone) { return friendsSharing(gone); });
+}
 
 }  // namespace pellor

@@ -15,7 +15,9 @@
 #include "pellor/list/ExportedList.h"
 #include "pellor/list/History.h"
 #include "pellor/list/ListImport.h"
+#include "pellor/list/internal/AutomaticSteps.h"
 #include "pellor/list/internal/ForgottenPerson.h"
+#include "pellor/list/internal/ListExceptions.h"
 #include "pellor/list/internal/ListFeed.h"
 #include "pellor/list/internal/ListHistory.h"
 #include "pellor/list/internal/ListMirror.h"
@@ -68,6 +70,7 @@ class ListSteps final : public PLStepClient {
 
   void stepsWereStored(std::uint64_t last) override;
   void judgeSteps(const PLStoredPages& theirs) override;
+  void decisionWasMade(const PLAutomaticDecision& decision) override { _automatic.note(decision); }
   void listChangedBy(PLChangeOrigin origin) override;
 
  private:
@@ -129,6 +132,7 @@ class ListSteps final : public PLStepClient {
   void reject(Unstored step, const Refusal& refusal);
   TakingBack takingBack(const StepRecord* record);
   void noteInHistory(const std::string& entry, const StepRecord& record, Note note);
+  void noteException(const Unstored& step, Note note);
   TakingBack undoing(const std::string& id);
   TakingBack redoing();
   UndoAnswer takeBack(TakingBack step, Note note, StoredHandler stored);
@@ -155,6 +159,8 @@ class ListSteps final : public PLStepClient {
   const std::function<void(bool hasUnstored)> _keep;
   ListHistory _history;
   RemovedFriends _removed;
+  ListExceptions _exceptions;
+  AutomaticSteps _automatic;
   std::string _program;
   std::vector<Unstored> _unstored;  // by number
 };

@@ -148,7 +148,8 @@ bool ListSteps::isOfAnother(const FriendIdentity& identity, const std::vector<Fr
 }
 
 bool ListSteps::isRemembered(const ForgottenPerson& person) {
-  return std::ranges::any_of(_removed.forms(), [&](const Dictionary& form) { return person.isTheirs(form); });
+  return _exceptions.tellsOf(person) ||
+         std::ranges::any_of(_removed.forms(), [&](const Dictionary& form) { return person.isTheirs(form); });
 }
 
 // The step of the removal tells that somebody left, and not who.
@@ -168,6 +169,7 @@ void ListSteps::commitForgetting(const std::vector<FriendId>& leaving, Forgotten
       _feed.note(ChangeOrigin::thisProgram, &planned.step.draft);
     }
     _history.forget(person);
+    _exceptions.forget(person);
     _removed.forget([&](const Dictionary& form) { return person.isTheirs(form); });
     if (!edits.empty()) _history.append(record);
   };
@@ -206,6 +208,7 @@ void ListSteps::leaveOut(const std::vector<FriendIdentity>& gone, std::uint64_t 
     const Value* form = remembered ? valueForKey(*remembered->dictionary(), "form") : nullptr;
     return form && persons.isTheirs(*form->dictionary());
   };
+  _exceptions.forget(persons);
   for (Unstored& step : _unstored) {
     if (step.number <= lastStored) continue;
     const auto others =

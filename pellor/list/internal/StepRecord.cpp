@@ -34,6 +34,29 @@ bool isAutomatic(StepKind kind) {
   }
 }
 
+bool isOnlyTold(StepKind kind) {
+  return kind == StepKind::placedElsewhere || kind == StepKind::notImported || kind == StepKind::notPushed;
+}
+
+bool canBeTakenBack(const StepRecord& step) {
+  // A later version may have done more than this one can read.
+  return step.isComplete && step.kind != StepKind::unknown && !isOnlyTold(step.kind);
+}
+
+StepEvidence evidenceOf(const StepRecord& step) {
+  const auto text = [&](std::string_view key) { return stringForKey(step.evidence, key).value_or(std::string()); };
+  const auto number = [&](std::string_view key) { return valueForKey(step.evidence, key); };
+  StepEvidence evidence{text("before"), text("after")};
+  if (evidence.contactAfter.empty()) evidence.contactAfter = text("guid");
+  if (text("foundBy") == "name") evidence.foundBy = StepEvidence::FoundBy::name;
+  if (text("foundBy") == "destinations") evidence.foundBy = StepEvidence::FoundBy::destinations;
+  if (const Value* score = number("score")) evidence.score = score->real().value_or(0);
+  if (const Value* count = number("candidates"))
+    evidence.candidates = static_cast<std::uint64_t>(std::max<std::int64_t>(count->integer().value_or(0), 0));
+  evidence.stays = text("stays");
+  return evidence;
+}
+
 std::string nameToSay(const Dictionary& form) {
   const FriendIdentity identity = identityOf(form);
   if (!identity.name.empty()) return identity.name;

@@ -59,6 +59,8 @@ struct StepRecord {
 /// A friend's name; without one its first number or address; empty without any.
 std::string nameToSay(const Dictionary& form);
 StepSummary summaryOf(const StepRecord& step);
+StepEvidence evidenceOf(const StepRecord& step);
+bool canBeTakenBack(const StepRecord& step);
 
 /// The step as it is stored, with its "id" among the keys.
 Dictionary dictionaryOf(const StepRecord& step);

@@ -108,7 +108,7 @@ class TakingBack {
         id ? keep(Part::membership, *id, person.before) : restore(person);
       } else if (id) {
         takeMove(person, *id);
-        if (person.before != person.after) FieldMerge(_result, *id, _formNow(*id)).merge(person.before, person.after);
+        if (person.before != person.after) takeFields(person, *id);
       } else if (_stepPages.isMoved(person) || person.before != person.after) {
         keep(Part::membership, {}, person.after);
       }
@@ -135,6 +135,17 @@ class TakingBack {
     } else if (place != placeNow(_stepPages.before(person.from->page), person.from->slot)) {
       keep(Part::place, id, person.after);
     }
+  }
+
+  // What a friend got from its card since it was linked by an automatic decision is no change of its link.
+  void takeFields(const FriendRecord& person, FriendId id) {
+    const Dictionary now = _formNow(id);
+    Dictionary after = person.after;
+    if (isAutomatic(_step.kind) && identifyingGUID(now) == identifyingGUID(after)) {
+      for (const auto& [key, value] : blockOfForm(person.after)) after.erase(key);
+      for (auto& [key, value] : blockOfForm(now)) after.insert_or_assign(key, value);
+    }
+    FieldMerge(_result, id, now).merge(person.before, after);
   }
 
   // Absent for a page that is not in the draft.
@@ -291,8 +302,7 @@ class TakingBack {
 
 TakenBack takeBack(const StepRecord& step, ListDraft& now, const FormOfFriend& formNow,
                    const std::function<FriendId()>& newFriendId) {
-  // A later version may have done more than this one can read.
-  if (!step.isComplete || step.kind == StepKind::unknown) return {.refusal = Refusal{RefusalReason::notUndoable}};
+  if (!canBeTakenBack(step)) return {.refusal = Refusal{RefusalReason::notUndoable}};
   return TakingBack(step, now, formNow, newFriendId).run();
 }
 

@@ -1,0 +1,278 @@
+// What the manager decides by itself: a step of the history, told with what it rests on, and taken back for good.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "pellor/list/Edit.h"
+#include "tests/list/ListProcess.h"
+
+namespace pellor {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+using Contacts = std::function<void(InMemoryAddressBook&)>;
+
+TestContact card(const std::string& guid, const std::string& first, const std::string& mail) {
+  return {.guid = guid, .first = first, .emails = {{"home", mail}}};
+}
+
+class AutomaticStepsTest : public ManagerTest {
+ protected:
+  AutomaticStepsTest() {
+    setGroups(3, 3);
+    setSetting(PLEmptyTrailingGroupEnabledKey, false);
+    setSetting(PLRemoveDestinationlessFriendsEnabledKey, true);
+  }
+
+  std::unique_ptr<ListProcess> open() {
+    auto process = std::make_unique<ListProcess>(launch());
+    rest();
+    return process;
+  }
+  static std::vector<HistoryStep> history(ListProcess& process) {
+    return process.process().run([&] { return process.list().history(); });
+  }
+  static UndoAnswer undo(ListProcess& process, const std::string& id = {}) {
+    return process.process().run([&] { return process.list().undo(id); });
+  }
+  static UndoAnswer redo(ListProcess& process) {
+    return process.process().run([&] { return process.list().redo(); });
+  }
+  /// "relinked Ann": kinds and names, with "(back)" where taken back.
+  static std::vector<std::string> told(ListProcess& process) {
+    static const std::map<StepKind, std::string> kinds = {{StepKind::relinked, "relinked"},
+                                                          {StepKind::unlinked, "unlinked"},
+                                                          {StepKind::deduplicated, "deduplicated"},
+                                                          {StepKind::cleanedUp, "cleaned up"},
+                                                          {StepKind::moved, "moved"},
+                                                          {StepKind::anotherProgram, "another program"},
+                                                          {StepKind::placedElsewhere, "placed"},
+                                                          {StepKind::notImported, "not imported"}};
+    std::vector<std::string> texts;
+    for (const HistoryStep& step : history(process)) {
+      const auto kind = kinds.find(step.kind);
+      std::string text = kind == kinds.end() ? "?" : kind->second;
+      for (const std::string& name : step.summary.names) text += " " + name;
+      texts.push_back(text + (step.isTakenBack ? " (back)" : ""));
+    }
+    return texts;
+  }
+  void refreshThrice() {
+    for (int refresh = 0; refresh < 3; ++refresh) {
+      world.addressBook().add({.first = "Stranger"});
+      rest();
+    }
+  }
+  std::size_t exceptionCount() {
+    const auto stored = storedValue(PLFriendListExceptionsKey);
+    return stored && stored->array() ? stored->array()->size() : 0;
+  }
+  void forgetAll(const std::vector<std::string>& guids) {
+    for (const std::string_view key : {PLFriendListKey, PLGroupTitlesKey, PLFriendListExceptionsKey})
+      setSetting(key, Array());
+    setSetting("PLFriendListHistory", Array());
+    for (const std::string& guid : guids)
+      if (world.addressBook().contact(guid)) world.addressBook().remove(guid);
+  }
+};
+
+struct Case {
+  std::string what;
+  std::vector<TestContact> contacts;
+  std::string list;  ///< as stored, at rest with these contacts
+  Contacts change;   ///< upon which the manager decides
+  std::string step;
+  std::string decided;  ///< the list
+  std::string takenBack;
+  Contacts otherEvidence;
+  std::string decidedAgain;  ///< the step
+  std::string listThen;
+};
+
+const std::string AnnsMail = mailOf("Ann");
+
+TEST_F(AutomaticStepsTest, EachDecisionIsOneStepOfTwoProcessesAndTakenBackItStaysSoUntilItsEvidenceChanges) {
+  const Contacts annGoes = [](auto& book) { book.remove("guid-Ann"); };
+  const Contacts annaComes = [](auto& book) {
+    book.remove("guid-Ann");
+    book.add(card("anna", "Anna", AnnsMail));
+  };
+  const std::vector<Case> cases = {
+      {"linked with another contact",
+       {contactNamed("Ann")},
+       "Ann#,Bob,-",
+       annaComes,
+       "relinked Anna",
+       "Anna,Bob,-",
+       "Ann,Bob,-",
+       [](auto& book) { book.change("anna", [](auto& card) { card.first = "Anne"; }); },
+       "relinked Anne",
+       "Anne,Bob,-"},
+      {"linked for the first time",
+       {},
+       "Ann,Bob,-",
+       [](auto& book) { book.add(card("anna", "Anna", AnnsMail)); },
+       "relinked Anna",
+       "Anna,Bob,-",
+       "Ann,Bob,-",
+       [](auto& book) { book.change("anna", [](auto& card) { card.first = "Anne"; }); },
+       "relinked Anne",
+       "Anne,Bob,-"},
+      {"no longer linked",
+       {contactNamed("Ann")},
+       "Ann#,Bob,-",
+       annGoes,
+       "unlinked Ann",
+       "Ann,Bob,-",
+       "Ann,Bob,-",
+       [](auto& book) { book.add(card("anna", "Anna", AnnsMail)); },
+       "relinked Anna",
+       "Anna,Bob,-"},
+      {"without numbers",
+       {contactNamed("Ann")},
+       "Bob,Ann#,-",
+       [](auto& book) { book.change("guid-Ann", [](auto& card) { card.emails.clear(); }); },
+       "cleaned up Ann",
+       "Bob,-,-",
+       "Bob,Ann,-",
+       [](auto& book) { book.change("guid-Ann", [](auto& card) { card.first = "Anne"; }); },
+       "",
+       "Bob,Anne,-"},
+  };
+  for (const Case& each : cases) {
+    SCOPED_TRACE(each.what);
+    forgetAll({"guid-Ann", "anna"});
+    world.addressBook().addAll(each.contacts);
+    store(each.list);
+    auto a = open(), b = open();
+    setSetting("PLFriendListHistory", Array());
+    postListChanged();
+    rest();
+    each.change(world.addressBook());
+    rest();
+    EXPECT_EQ(a->process().list(), each.decided);
+    EXPECT_EQ(b->process().list(), each.decided);
+    EXPECT_THAT(told(*a), ElementsAre(each.step)) << "two that decide the same make one step";
+    EXPECT_THAT(told(*b), ElementsAre(each.step));
+    ASSERT_FALSE(undo(*b).step) << "unnamed it passes over it";
+    const std::string id = history(*b).at(0).id;
+    ASSERT_TRUE(undo(*b, id).step);
+    EXPECT_EQ(b->process().list(), each.takenBack);
+    rest();
+    EXPECT_EQ(exceptionCount(), 1U);
+    EXPECT_EQ(a->process().list(), each.takenBack);
+    for (int restart = 0; restart < 2; ++restart) {
+      refreshThrice();
+      EXPECT_EQ(a->process().list(), each.takenBack);
+      EXPECT_EQ(b->process().list(), each.takenBack);
+      EXPECT_THAT(told(*a), ElementsAre(each.step + " (back)"));
+      a = open();
+    }
+    ASSERT_TRUE(redo(*b).step);
+    rest();
+    EXPECT_EQ(a->process().list(), each.decided) << "done again";
+    EXPECT_EQ(exceptionCount(), 0U);
+    refreshThrice();
+    ASSERT_TRUE(undo(*a, id).step);
+    rest();
+    EXPECT_EQ(b->process().list(), each.takenBack);
+    each.otherEvidence(world.addressBook());
+    rest();
+    EXPECT_EQ(a->process().list(), each.listThen) << "decided again";
+    EXPECT_EQ(b->process().list(), each.listThen);
+    std::vector<std::string> steps = {each.step + " (back)"};
+    if (!each.decidedAgain.empty()) steps.push_back(each.decidedAgain);
+    EXPECT_EQ(told(*a), steps);
+  }
+}
+
+TEST_F(AutomaticStepsTest, TwoWhoGotOneContactStayTwo) {
+  contacts({"Ann", "Bob"});
+  store("Ann#,Cy,-|Bob#,-,-");
+  auto a = open(), b = open();
+  world.addressBook().remove("guid-Bob");
+  world.addressBook().change("guid-Ann", [](auto& ann) { ann.emails.push_back({"work", mailOf("Bob")}); });
+  rest();
+  EXPECT_EQ(a->process().list(), "Ann,Cy,-");
+  const auto steps = history(*b);
+  EXPECT_THAT(told(*b), ElementsAre("relinked Ann", "deduplicated Ann"));
+  EXPECT_EQ(steps.at(0).evidence,
+            (StepEvidence{"guid-Bob", "guid-Ann", StepEvidence::FoundBy::destinations, 2, 1, ""}));
+  EXPECT_EQ(steps.at(1).evidence.contactAfter, "guid-Ann");
+  EXPECT_EQ(steps.at(1).evidence.stays, "Ann");
+  ASSERT_TRUE(undo(*b, steps.at(1).id).step);
+  rest();
+  refreshThrice();
+  a = open();
+  EXPECT_EQ(a->process().list(), "Ann,Cy,-|Ann,-,-");
+  ASSERT_TRUE(undo(*a, steps.at(0).id).step);
+  rest();
+  refreshThrice();
+  b = open();
+  EXPECT_EQ(b->process().list(), "Ann,Cy,-|Bob,-,-") << "he is himself again";
+  EXPECT_EQ(exceptionCount(), 1U) << "two of one contact there are no more";
+}
+
+TEST_F(AutomaticStepsTest, AStepGoesOutWithTheListThatItTellsOf) {
+  contacts({"Ann"});
+  store("Ann#,Bob,-");
+  auto a = open();
+  world.preferences().clearRecords();
+  world.addressBook().remove("guid-Ann");
+  rest();
+  const auto writes = world.preferences().writes();
+  ASSERT_FALSE(writes.empty());
+  EXPECT_THAT(writes.front().keys, Contains(std::string("FriendList")));
+  EXPECT_THAT(writes.front().keys, Contains(std::string("PLFriendListHistory")));
+  EXPECT_THAT(told(*a), ElementsAre("unlinked Ann"));
+  EXPECT_TRUE(a->process().run([&] { return a->process().process().settle(60); }));
+}
+
+// Another program wrote first, and what was decided here does not hold there.
+TEST_F(AutomaticStepsTest, AStepOfWhichAMergeLeavesNothingLeavesTheHistory) {
+  contacts({"Ann", "Bob"});
+  store("Ann#,Bob#,-");
+  auto a = open();
+  world.preferences().failWrites();
+  world.addressBook().remove("guid-Ann");
+  world.addressBook().remove("guid-Bob");
+  advance(1);
+  EXPECT_THAT(told(*a), ElementsAre("unlinked Ann", "unlinked Bob"));
+  world.preferences().failWrites(0);
+  Array theirs = *storedValue(PLFriendListKey)->array();
+  theirs[0] = Dictionary{};
+  setSetting(PLFriendListKey, theirs);
+  postListChanged();
+  rest();
+  EXPECT_EQ(a->process().list(), "-,Bob,-");
+  EXPECT_THAT(told(*a), Contains("unlinked Bob"));
+  EXPECT_THAT(told(*a), Not(Contains("unlinked Ann")));
+}
+
+TEST_F(AutomaticStepsTest, WhoIsForgottenIsInNoException) {
+  contacts({"Ann"});
+  store("Ann#,Bob,-");
+  auto a = open();
+  world.addressBook().remove("guid-Ann");
+  world.addressBook().add(card("anna", "Anna", AnnsMail));
+  rest();
+  ASSERT_TRUE(undo(*a, history(*a).at(0).id).step);
+  rest();
+  ASSERT_EQ(exceptionCount(), 1U);
+  EXPECT_TRUE(a->process().run([&] { return a->list().forget(AnnsMail); }));
+  rest();
+  EXPECT_EQ(exceptionCount(), 0U);
+  EXPECT_THAT(storedValue("PLFriendListHistory")->description(), Not(HasSubstr("anna")));
+}
+
+}  // namespace
+}  // namespace pellor
