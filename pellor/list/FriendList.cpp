@@ -14,6 +14,7 @@
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/friends/PLPerson.h"
 #include "pellor/friends/PLUtility.h"
+#include "pellor/list/internal/FriendExplanation.h"
 #include "pellor/list/internal/ListFeed.h"
 #include "pellor/list/internal/ListMirror.h"
 #include "pellor/list/internal/ListSteps.h"
@@ -229,6 +230,16 @@ ForgetAnswer FriendList::forget(std::string_view who, ForgottenHandler forgotten
 ForgetAnswer FriendList::planForget(FriendId id) { return _core->steps().planForget(id); }
 
 ForgetAnswer FriendList::planForget(std::string_view who) { return _core->steps().planForget(std::string(who)); }
+
+std::optional<Explanation> FriendList::why(FriendId id) {
+  const auto person = _core->personWith(id);
+  if (!person || !snapshot().placeOf(id)) return std::nullopt;
+  Explanation explanation = _core->steps().explanation(id);
+  explainByContacts(explanation, *person);
+  explanation.isReachabilityChecked = checksReachability();
+  explanation.reachability = reachability(id);
+  return explanation;
+}
 
 StepAnswer FriendList::clearHistory(StoredHandler stored) { return _core->steps().clearHistory(std::move(stored)); }
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "pellor/list/Edit.h"
+#include "pellor/list/Explanation.h"
 #include "pellor/list/ExportedList.h"
 #include "pellor/list/History.h"
 #include "pellor/list/ListChange.h"
@@ -95,6 +96,8 @@ class FriendList {
   /// What `undo` and `redo` would answer, without doing it.
   UndoAnswer planUndo(const std::string& step = {});
   UndoAnswer planRedo();
+  /// Why a friend is as he is; absent for one that is not in the list. Looks at the contacts.
+  std::optional<Explanation> why(FriendId id);
 
   /// The friend leaves the list, and all that the store has of him beside it goes in the same write: his part of the
   /// history, where steps that told of nobody else go as a whole, and what he would get back when he is added again.

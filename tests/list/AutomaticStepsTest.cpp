@@ -258,6 +258,43 @@ TEST_F(AutomaticStepsTest, AStepOfWhichAMergeLeavesNothingLeavesTheHistory) {
   EXPECT_THAT(told(*a), Not(Contains("unlinked Ann")));
 }
 
+TEST_F(AutomaticStepsTest, AFriendIsExplainedByHisLinkHisStepsAndWhatWasTakenBack) {
+  contacts({"Ann", "Bob"});
+  store("Ann#,Bob#,-");
+  auto a = open();
+  const FriendId ann = a->idAt(0, 0);
+  const auto why = [&] { return *a->process().run([&] { return a->list().why(ann); }); };
+  EXPECT_EQ(why().contactGUID, "guid-Ann");
+  EXPECT_TRUE(why().isContactThere);
+  EXPECT_EQ(why().linkedSince, "") << "no step tells of that";
+  EXPECT_EQ(why().numberReason, NumberReason::card);
+  a->apply([&](const Snapshot&) { return std::vector<Edit>{MoveFriend{ann, {0, 2}}, ChooseNumber{ann, AnnsMail}}; });
+  rest();
+  world.addressBook().remove("guid-Ann");
+  world.addressBook().remove("guid-Bob");
+  world.addressBook().add(card("anna", "Anna", AnnsMail));
+  rest();
+  const Explanation relinked = why();
+  ASSERT_EQ(relinked.steps.size(), 2U) << "Bob's step is not hers";
+  EXPECT_EQ(relinked.steps[0].kind, StepKind::relinked);
+  EXPECT_EQ(relinked.linkedSince, relinked.steps[0].id);
+  EXPECT_EQ(relinked.contactGUID, "anna");
+  EXPECT_EQ(relinked.numberReason, NumberReason::chosen);
+  EXPECT_EQ(relinked.number, AnnsMail);
+  EXPECT_FALSE(relinked.isReachabilityChecked);
+  ASSERT_TRUE(undo(*a, relinked.linkedSince).step);
+  rest();
+  const Explanation back = why();
+  EXPECT_THAT(back.exceptions, ElementsAre(FriendException{StepKind::relinked, relinked.linkedSince, "anna"}));
+  EXPECT_EQ(back.contactGUID, "guid-Ann");
+  EXPECT_FALSE(back.isContactThere);
+  // Another process knows the friend by what the steps say alone.
+  auto b = open();
+  const FriendId here = b->idAt(0, 2);
+  EXPECT_EQ(b->process().run([&] { return b->list().why(here); })->steps.size(), 2U);
+  EXPECT_FALSE(b->process().run([&] { return b->list().why({999}); }));
+}
+
 TEST_F(AutomaticStepsTest, WhoIsForgottenIsInNoException) {
   contacts({"Ann"});
   store("Ann#,Bob,-");

@@ -9,6 +9,7 @@
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/friends/PLPerson.h"
 #include "pellor/friends/detail/PLPersonForm.h"
+#include "pellor/list/internal/FriendExplanation.h"
 #include "pellor/list/internal/ImportAgain.h"
 #include "pellor/list/internal/ListClock.h"
 #include "pellor/list/internal/StepId.h"
@@ -304,6 +305,12 @@ std::vector<FriendId> ListSteps::friendsSharing(const Friend& gone) const {
     for (const auto& person : _manager->friendsWithIdentifier(identifier))
       if (const auto id = _mirror.ids().knownId(*person)) ids.insert(*id);
   return {ids.begin(), ids.end()};
+}
+
+Explanation ListSteps::explanation(FriendId id) {
+  Explanation explanation{id};
+  explainByHistory(explanation, formOf(id), _history.entries(), _exceptions.all());
+  return explanation;
 }
 
 Dictionary ListSteps::formOf(FriendId id) const {

@@ -12,6 +12,7 @@
 
 #include "pellor/friends/PLStepClient.h"
 #include "pellor/list/Edit.h"
+#include "pellor/list/Explanation.h"
 #include "pellor/list/ExportedList.h"
 #include "pellor/list/History.h"
 #include "pellor/list/ListImport.h"
@@ -65,6 +66,8 @@ class ListSteps final : public PLStepClient {
   ForgetAnswer planForget(const std::string& who);
   StepAnswer clearHistory(StoredHandler stored);
   ListHistory& history() { return _history; }
+  /// What history and exceptions tell of a friend.
+  Explanation explanation(FriendId id);
   /// The program ends: no step will be stored any more.
   void abandon();
 
