@@ -140,6 +140,38 @@ TEST_F(DecisionsTest, AClientIsToldOfWhatWasDecidedBeforeItCameAndIsNotWritten) 
   }
 }
 
+TEST_F(DecisionsTest, ARefreshInsideAStepOfTheClientGoesOutWithIt) {
+  contacts({"Ann"});
+  auto a = open("Ann#,Bob,-");
+  a->run([&] {
+    a->manager().performStep([&] {
+      world.addressBook().remove("guid-Ann");
+      EXPECT_TRUE(a->manager().refreshAgainstAddressBook());
+      a->manager().addFriend(a->person("Cy"));
+    });
+  });
+  EXPECT_THAT(client->take(), ElementsAre("unlinked Ann: before=guid-Ann"));
+  rest();
+  EXPECT_EQ(client->step, client->stored) << "it is one step";
+  EXPECT_EQ(a->list(), "Ann,Bob,cy@example.org");
+}
+
+TEST_F(DecisionsTest, AVersionOfTheListHasOneNameInAllProcesses) {
+  world.preferences().makeUnreadable();
+  auto a = launch();
+  EXPECT_EQ(a->manager().listVersion(), "") << "there is no list";
+  world.preferences().makeReadable();
+  rest();
+  auto b = launch();
+  rest();
+  const std::string before = a->manager().listVersion();
+  EXPECT_EQ(b->manager().listVersion(), before);
+  a->add("Ann");
+  rest();
+  EXPECT_NE(a->manager().listVersion(), before);
+  EXPECT_EQ(b->manager().listVersion(), a->manager().listVersion());
+}
+
 // --- What was taken back -------------------------------------------------------------------------------------------
 
 /// A user took back what the manager had decided, and this is what the store has since then.
@@ -322,7 +354,8 @@ TEST_F(DecisionsTest, AsManyOfOneRecordStayAsWereTakenBack) {
   const auto stays = [](const std::string& id) {
     return Value(dictionaryOf({id, PLDecisionKind::deduplicated, {.guid = "guid-Ann"}, {}}));
   };
-  setSetting(PLFriendListExceptionsKey, Array{stays("1"), stays("2"), "no exception", Dictionary{{"id", "3"}}});
+  setSetting(PLFriendListExceptionsKey,
+             Array{stays("1"), stays("2"), "no exception", Dictionary{{"id", "3"}, {"kind", "later"}}});
   auto a = launchWith("Ann#,Ann#,Ann#|Ann#,Bob,-");
   EXPECT_EQ(a->list(), "Ann,Ann,Ann|-,Bob,-");
   a->remove(0, 1);
