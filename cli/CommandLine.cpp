@@ -105,6 +105,7 @@ void addCommands(CLI::App& program, CommandLine& line) {
   addPageCommands(commands, chosen);
   addHistoryCommands(commands, chosen);
   addForgetCommand(commands, chosen);
+  addWhyCommand(commands, chosen);
   addFriendCommands(commands, chosen);
   addContactCommands(commands, chosen);
   addFavoritesCommands(commands, chosen);

@@ -55,6 +55,7 @@ void addEditCommands(CommandSyntax program, Command& chosen);                   
 void addPageCommands(CommandSyntax program, Command& chosen);                          // title, purge
 void addHistoryCommands(CommandSyntax program, Command& chosen);                       // history, undo, redo
 void addForgetCommand(CommandSyntax program, Command& chosen);                         // forget
+void addWhyCommand(CommandSyntax program, Command& chosen);                            // why
 void addFriendCommands(CommandSyntax program, Command& chosen);                        // number, reply-as, meta
 void addContactCommands(CommandSyntax program, Command& chosen);                       // contacts, allow, refresh
 void addFavoritesCommands(CommandSyntax program, Command& chosen);                     // favorites

@@ -35,6 +35,7 @@ constexpr Example Examples[] = {
     {"redo", "pellor redo"},
     {"forget", "pellor forget \"Jörg Mühlgrab\" --dry-run"},
     {"forget", "pellor forget +493023125001 --yes"},
+    {"why", "pellor why Jörg"},
     {"number", "pellor number Jörg \"0151 2345679\""},
     {"number", "pellor number Jörg --clear"},
     {"reply-as", "pellor reply-as Jörg me@work.example.org"},

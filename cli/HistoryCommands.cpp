@@ -1,9 +1,5 @@
 // history, undo, redo
 
-#include <algorithm>
-#include <array>
-#include <cmath>
-#include <ctime>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -17,100 +13,21 @@
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
 #include "cli/Session.h"
+#include "cli/StepTexts.h"
 #include "cli/Steps.h"
 #include "pellor/list/History.h"
-#include "pellor/runtime/WallClock.h"
 
 namespace pellor::cli {
 namespace {
 
-// Enough to tell a hundred steps apart, and short enough to be typed.
-constexpr std::size_t ShownIdLength = 6;
-
-/// What the history says of a kind of step, in text and in JSON.
-struct KindText {
-  StepKind kind;
-  std::string_view verb;
-  std::string_view name;
-};
-
-constexpr std::array KindTexts = {
-    KindText{StepKind::added, "added", "added"},
-    KindText{StepKind::removed, "removed", "removed"},
-    KindText{StepKind::moved, "moved", "moved"},
-    KindText{StepKind::changedFriend, "changed", "changedFriend"},
-    KindText{StepKind::renamedPage, "renamed a page", "renamedPage"},
-    KindText{StepKind::changedPages, "changed pages", "changedPages"},
-    KindText{StepKind::several, "changed", "several"},
-    KindText{StepKind::imported, "imported", "imported"},
-    KindText{StepKind::relinked, "linked with another contact:", "relinked"},
-    KindText{StepKind::unlinked, "no longer linked with a contact:", "unlinked"},
-    KindText{StepKind::deduplicated, "removed, being there twice:", "deduplicated"},
-    KindText{StepKind::cleanedUp, "removed, without number and address:", "cleanedUp"},
-    KindText{StepKind::placedElsewhere, "placed elsewhere:", "placedElsewhere"},
-    KindText{StepKind::notImported, "not imported:", "notImported"},
-    KindText{StepKind::notPushed, "not sent to the other device:", "notPushed"},
-    KindText{StepKind::anotherProgram, "changed by another program:", "anotherProgram"},
-    KindText{StepKind::unknown, "something that a later version did", "unknown"},
-};
-
-const KindText& textFor(StepKind kind) {
-  for (const KindText& text : KindTexts)
-    if (text.kind == kind) return text;
-  return KindTexts.back();
-}
-
-std::string namesIn(const StepSummary& summary) {
-  constexpr std::size_t most = 3;
-  const std::uint64_t count = summary.added + summary.removed + std::max(summary.moved, summary.changed);
-  std::string text;
-  for (std::size_t index = 0; index < std::min(most, summary.names.size()); ++index)
-    text += (index == 0 ? "" : ", ") + printable(summary.names[index]);
-  if (count > most && summary.names.size() > most) text += " and " + std::to_string(count - most) + " more";
-  return text;
-}
-
-std::string textOf(const HistoryStep& step) {
-  const std::string names = namesIn(step.summary);
-  std::string text(textFor(step.kind).verb);
-  if (!names.empty()) text += " " + names;
-  return text + (step.isTakenBack ? " (taken back)" : step.isUndoable ? "" : " (cannot be taken back)");
-}
-
-std::string localTime(double seconds) {
-  const auto time = static_cast<std::time_t>(std::floor(seconds));
-  std::tm parts{};
-  localtime_r(&time, &parts);
-  std::array<char, 32> text{};
-  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M", &parts);
-  return text.data();
-}
-
-Json jsonOf(const HistoryStep& step) {
-  const StepSummary& summary = step.summary;
-  return {{"id", step.id},
-          {"time", cli::jsonOf(Value(Date{step.time - SecondsFrom1970To2001}))},
-          {"program", step.program.empty() ? Json(nullptr) : Json(step.program)},
-          {"kind", textFor(step.kind).name},
-          {"names", summary.names},
-          {"added", summary.added},
-          {"removed", summary.removed},
-          {"moved", summary.moved},
-          {"changed", summary.changed},
-          {"pages", summary.pages},
-          {"isTakenBack", step.isTakenBack},
-          {"isUndoable", step.isUndoable}};
-}
+using cli::jsonOf;
+using cli::textOf;
 
 void history(Session& session) {
   const std::vector<HistoryStep> steps = session.list().history();
   const auto text = [&] {
     std::string all;
-    for (auto step = steps.rbegin(); step != steps.rend(); ++step) {
-      const std::string program = step->program.empty() ? "" : " " + printable(step->program) + ":";
-      all +=
-          step->id.substr(0, ShownIdLength) + "  " + localTime(step->time) + " " + program + " " + textOf(*step) + "\n";
-    }
+    for (auto step = steps.rbegin(); step != steps.rend(); ++step) all += lineOf(*step);
     return all.empty() ? "nothing was done yet that could be taken back\n" : all;
   };
   session.answer(text, [&] {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <string>
 
@@ -52,6 +53,38 @@ TEST(History, AStepIsTakenBackByItsNameAndWhatWasChangedSinceStays) {
                  {{"undo", id}, 0, "stays, as it was changed since: Ann Lee, the preference for replies\n"},
                  {{"reply-as", "ann lee"}, 0, "other@example.org"},
                  {{"undo", id}, 1, "nothing was changed: it was taken back already"},
+             });
+}
+
+// The card is gone, and another one has the number.
+TEST(History, AnAutomaticDecisionIsToldWithWhatItRestsOnExplainedAndTakenBackForGood) {
+  const Home home;
+  addPeople(home);
+  tell(home, {{{"list"}, 0, "Ann Lee"}, {{"why", "ann"}, 0, "linked with the contact ann\n"}});
+  std::filesystem::remove(home.contactsFolder() / "ann.vcf");
+  home.addContact("bettina", "Bettina Lee", "N:Lee;Bettina;;;\nTEL:+49 30 1234567\n");
+  tell(home, {
+                 {{"refresh"}, 0, ""},
+                 {{"history"},
+                  0,
+                  "linked with another contact: Bettina Lee (found by a number or address, the only one, score 0.5)\n"},
+                 {{"undo"}, 1, "there is nothing to take back"},
+                 {{"why", "bettina"}, 0, "linked with the contact bettina, since "},
+             });
+  const auto why = nlohmann::json::parse(pellor(home, {"why", "bettina", "--json"}).output);
+  EXPECT_EQ(why["numberReason"], "card");
+  EXPECT_EQ(why["steps"][0]["evidence"]["contactBefore"], "ann");
+  EXPECT_EQ(why["steps"][0]["evidence"]["contactAfter"], "bettina");
+  const std::string id = why["steps"][0]["id"];
+  EXPECT_EQ(why["linkedSince"], id);
+  tell(home, {
+                 {{"undo", id}, 0, "taken back: linked with another contact: Bettina Lee\n"},
+                 {{"refresh"}, 0, ""},
+                 {{"list"}, 0, "Ann Lee"},
+                 {{"why", "ann"}, 0, "is not linked with the contact bettina, as "},
+                 {{"why", "ann"}, 0, "linked with the contact ann, which is not there"},
+                 {{"redo"}, 0, "done again: linked with another contact: Bettina Lee"},
+                 {{"why", "nobody"}, 1, ""},
              });
 }
 
