@@ -24,9 +24,8 @@ PLCardIdentity cardIdentityOf(const Dictionary& form);
 /// An exception holds as long as its evidence is what it was, which is for each kind:
 ///
 /// - relinked: the record is not for the friend, while its card is as `record` tells, if there is one, and the friend
-/// has
-///   the link, the name and the destinations of `person`. Meanwhile the friend keeps that link, unless another record
-///   fits.
+///   has the link, the name and the destinations of `person`. Meanwhile the friend keeps that link, unless another
+///   record fits.
 /// - unlinked: the friends with the GUID of `person` keep it, while no record has it.
 /// - deduplicated: one friend more than one may have the GUID of `person`, while that many friends have it.
 /// - cleanedUp: the friend with the GUID of `person`, or without one with its name, stays, while it is in the list and

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "pellor/friends/PLFriendsManagerKeys.h"
+#include "pellor/list/internal/ListExceptions.h"
 #include "pellor/list/internal/ListHistory.h"
 #include "pellor/list/internal/RemovedFriends.h"
 #include "pellor/runtime/LongArray.h"
@@ -86,6 +87,7 @@ Dictionary ForgottenInCopies::without(const Dictionary& values) const {
   };
   for (const std::string_view key : {PLFriendListKey, std::string_view(RemovedFriends::Key)})
     take(key, elementsWithout(arrayIn(values, key), key, _person));
+  take(PLFriendListExceptionsKey, ListExceptions::elementsWithout(arrayIn(values, PLFriendListExceptionsKey), _person));
   take(ListHistory::Key, ListHistory::elementsWithout(arrayIn(values, ListHistory::Key), _person, {}));
   return changed;
 }

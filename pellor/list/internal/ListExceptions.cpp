@@ -9,7 +9,6 @@
 #include "pellor/friends/PLFriendsManagerKeys.h"
 #include "pellor/friends/detail/PLPersonForm.h"
 #include "pellor/list/internal/ForgottenPerson.h"
-#include "pellor/runtime/LongArrayElements.h"
 
 namespace pellor {
 namespace {
@@ -82,8 +81,18 @@ bool ListExceptions::tellsOf(const ForgottenPerson& person) const {
 }
 
 void ListExceptions::forget(const ForgottenPerson& person) {
-  for (const PLException& exception : all())
-    if (isAbout(exception, person)) remove(exception.id);
+  if (auto rest = elementsWithout(_manager->attached(Key), person))
+    _manager->setAttached(Key, arrayOf(*std::move(rest)));
+}
+
+std::optional<LongArrayElements> ListExceptions::elementsWithout(const LongArray& stored,
+                                                                 const ForgottenPerson& person) {
+  LongArrayElements elements;
+  for (std::size_t index = 0; index < stored.size(); ++index) {
+    const auto exception = exceptionOf(stored.at(index));
+    if (!exception || !isAbout(*exception, person)) elements.push_back(elementAt(stored, index));
+  }
+  return elements.size() == stored.size() ? std::nullopt : std::optional(std::move(elements));
 }
 
 }  // namespace pellor

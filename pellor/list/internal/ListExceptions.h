@@ -8,6 +8,8 @@
 
 #include "pellor/friends/internal/PLException.h"
 #include "pellor/list/internal/StepRecord.h"
+#include "pellor/runtime/LongArray.h"
+#include "pellor/runtime/LongArrayElements.h"
 
 namespace pellor {
 
@@ -33,6 +35,8 @@ class ListExceptions {
   bool tellsOf(const ForgottenPerson& person) const;
   /// Takes out those that tell of that person.
   void forget(const ForgottenPerson& person);
+  /// What is left of such an array; absent where nothing in it tells of the person.
+  static std::optional<LongArrayElements> elementsWithout(const LongArray& stored, const ForgottenPerson& person);
 
  private:
   const std::shared_ptr<PLFriendsManager> _manager;
