@@ -333,6 +333,22 @@ TEST_F(FriendListStepTest, ATitleThatAnotherProgramBroughtBackStays) {
     EXPECT_EQ(process->process().list() + " " + process->process().titles(), "Ann|Bob -|Work");
 }
 
+TEST_F(FriendListStepTest, AStepOfALaterVersionStaysWhenAnotherOneIsTakenBack) {
+  setSetting("PLFriendListHistory", Array{Dictionary{{"id", "later"}, {"when", "another kind of time"}}});
+  auto a = open("Ann,Bob|-,-");
+  a->apply([](const Snapshot& list) { return Edits{RemoveFriend{at(list, 0, 1)}}; });
+  rest();
+  ASSERT_TRUE(a->process().run([&] { return a->list().undo(); }).step);
+  rest();
+  EXPECT_EQ(a->process().list(), "Ann,Bob|-,-");
+  EXPECT_THAT(storedValue("PLFriendListHistory")->description(), testing::HasSubstr("another kind of time"));
+  auto b = std::make_unique<ListProcess>(launch());
+  rest();
+  const auto history = b->process().run([&] { return b->list().history(); });
+  ASSERT_EQ(history.size(), 1U);
+  EXPECT_TRUE(history[0].isTakenBack);
+}
+
 TEST_F(FriendListStepTest, AStepThatIsRefusedAfterAMergeIsInNoHistory) {
   auto a = open("Ann,Bob|Cy,-|-,-");
   store("Ann,Bob|-,-");

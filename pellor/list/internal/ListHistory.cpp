@@ -86,15 +86,20 @@ const std::vector<ListHistory::Entry>& ListHistory::entries() {
   return _entries;
 }
 
-std::optional<std::size_t> ListHistory::indexOf(const std::string& id) {
-  const auto& all = entries();
-  const auto found = std::ranges::find(all, id, [](const Entry& entry) { return entry.step.id; });
-  return found == all.end() ? std::nullopt : std::optional(static_cast<std::size_t>(found - all.begin()));
+// An element that this version cannot read has its place too.
+std::optional<std::size_t> ListHistory::elementWith(const std::string& id) const {
+  const LongArray& stored = _manager->attached(Key);
+  for (std::size_t index = 0; index < stored.size(); ++index) {
+    const Value element = stored.at(index);
+    if (element.dictionary() && stringForKey(*element.dictionary(), "id") == id) return index;
+  }
+  return std::nullopt;
 }
 
 const ListHistory::Entry* ListHistory::find(const std::string& id) {
-  const auto index = indexOf(id);
-  return index ? &_entries[*index] : nullptr;
+  const auto& all = entries();
+  const auto found = std::ranges::find(all, id, [](const Entry& entry) { return entry.step.id; });
+  return found == all.end() ? nullptr : &*found;
 }
 
 HistoryStep ListHistory::summaryOf(const Entry& entry) {
@@ -186,7 +191,7 @@ void ListHistory::noteRedone(const std::string& id, const StepRecord& step) {
 }
 
 void ListHistory::replace(const Entry& entry) {
-  const auto index = indexOf(entry.step.id);
+  const auto index = elementWith(entry.step.id);
   if (!index) return;
   LongArrayElements all = elements();
   all[*index] = Value(elementOf(entry));
@@ -196,7 +201,7 @@ void ListHistory::replace(const Entry& entry) {
 
 void ListHistory::restore(const std::string& id, const std::optional<Entry>& entry) {
   if (entry) return replace(*entry);
-  const auto index = indexOf(id);
+  const auto index = elementWith(id);
   if (!index) return;
   LongArrayElements all = elements();
   all.erase(all.begin() + static_cast<std::ptrdiff_t>(*index));

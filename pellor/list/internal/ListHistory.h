@@ -71,7 +71,7 @@ class ListHistory {
  private:
   LongArrayElements elements() const;
   void set(LongArrayElements elements);
-  std::optional<std::size_t> indexOf(const std::string& id);
+  std::optional<std::size_t> elementWith(const std::string& id) const;
   void replace(const Entry& entry);
   std::int64_t nextMoment();
 
