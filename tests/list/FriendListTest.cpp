@@ -75,6 +75,16 @@ TEST_F(FriendListTest, WhatAnotherProcessDoesTakesNobodyElseAlong) {
   EXPECT_THAT(a->takeHeard(), ElementsAre(testing::HasSubstr("Bob"))) << "one person, wherever that was";
 }
 
+TEST_F(FriendListTest, WhatAnotherProcessChangesOfAFriendIsToldAsItsChange) {
+  auto a = open("Ann,Bob");
+  a->takeHeard();
+  auto b = launch();
+  rest();
+  b->run([&] { b->friendAt(0, 1)->setPreferredReplyAs("voice"); });
+  rest();
+  EXPECT_THAT(a->takeHeard(), ElementsAre("other: ~Bob " + bits({FriendField::replyAs})));
+}
+
 TEST_F(FriendListTest, AFriendKeepsItsIdAndColorAndTellsWhichFieldsChanged) {
   contacts({"Ann", "Bob"});
   auto a = open("Ann#,Bob#");

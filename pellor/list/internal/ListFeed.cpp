@@ -47,10 +47,12 @@ const Snapshot& ListFeed::note(ChangeOrigin origin, const ListDraft* step) {
   return now;
 }
 
-// Persons report their changes in tasks of their own, all before the observers are told.
+// Persons and the manager report changes in tasks of their own, which the end of a load or refresh queues: the
+// observers are told after these.
 void ListFeed::noteWithReports(ChangeOrigin origin) {
   note(origin);
   _originOfRest = origin;
+  _awaitsReports = true;
   tellSoon();
 }
 
@@ -71,6 +73,10 @@ void ListFeed::tellSoon() {
 }
 
 void ListFeed::tell() {
+  if (std::exchange(_awaitsReports, false)) {
+    _isTellingSoon = false;
+    return tellSoon();
+  }
   noteRest();
   _isTellingSoon = false;
   _originOfRest = ChangeOrigin::thisProgram;

@@ -54,6 +54,7 @@ class ListFeed : public std::enable_shared_from_this<ListFeed> {
   bool _isSealed = false;  // an observer has come since the last batch
   ChangeOrigin _originOfRest = ChangeOrigin::thisProgram;
   bool _isTellingSoon = false;
+  bool _awaitsReports = false;  // since a load or refresh ended
 };
 
 }  // namespace pellor
