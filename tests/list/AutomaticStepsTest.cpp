@@ -295,6 +295,22 @@ TEST_F(AutomaticStepsTest, AFriendIsExplainedByHisLinkHisStepsAndWhatWasTakenBac
   EXPECT_FALSE(b->process().run([&] { return b->list().why({999}); }));
 }
 
+TEST_F(AutomaticStepsTest, AFriendWhomAMergePutsElsewhereThanTheUserDidIsToldOf) {
+  setGroups(3, 2);
+  store("Ann,Bob|Cy,-");
+  auto a = open();
+  a->apply([](const Snapshot& list) { return std::vector<Edit>{MoveFriend{list.friendAt({0, 0})->id, {1, 1}}}; });
+  store("Ann,Bob|Cy,Dan");
+  rest();
+  EXPECT_EQ(a->process().list(), "Ann,Bob|Cy,Dan") << "the page is full";
+  EXPECT_THAT(told(*a), ElementsAre("moved Ann", "placed Ann"));
+  const HistoryStep step = history(*a).at(1);
+  EXPECT_FALSE(step.isUndoable);
+  EXPECT_EQ(undo(*a, step.id).refusal, (Refusal{RefusalReason::notUndoable}));
+  auto b = open();
+  EXPECT_THAT(told(*b), ElementsAre("moved Ann", "placed Ann")) << "it is stored with the step";
+}
+
 TEST_F(AutomaticStepsTest, WhoIsForgottenIsInNoException) {
   contacts({"Ann"});
   store("Ann#,Bob,-");

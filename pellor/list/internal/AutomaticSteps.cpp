@@ -62,7 +62,7 @@ void AutomaticSteps::writeSteps(const FriendsSharing& sharing) {
     record.evidence = decision.evidence;
     if (!describeDecision(decision, removals, sharing, record)) continue;
     _sign(record);
-    record.id = idOf(decision, record);
+    record.id = idOf(record);
     _history.append(record);
     _unstored.push_back({decision.step, std::move(decision.person), std::move(decision.formBefore), std::move(record)});
   }
@@ -114,15 +114,29 @@ void AutomaticSteps::describeRemoval(const Decision& decision, StepRecord& recor
 }
 
 // A decision that was taken back may be made again before anything is stored.
-std::string AutomaticSteps::idOf(const Decision& decision, const StepRecord& record) {
+std::string AutomaticSteps::idOf(const StepRecord& record) {
   Array who{Value(std::int64_t{0})};
   for (const FriendRecord& person : record.friends)
     if (person.from) who = {Value(person.from->page), Value(person.from->slot), Value(person.before)};
-  Array decided{Value(_manager->listVersion()), Value(static_cast<std::int64_t>(decision.kind)), Value(who),
-                Value(decision.evidence)};
+  Array decided{Value(_manager->listVersion()), Value(static_cast<std::int64_t>(record.kind)), Value(who),
+                Value(record.evidence)};
   std::string id = stepIdFrom(Value(decided));
   while (_history.find(id)) id = stepIdFrom(Value(id));
   return id;
+}
+
+void AutomaticSteps::writePlaces(const ListChange& change, std::uint64_t number) {
+  StepRecord record;
+  record.kind = StepKind::placedElsewhere;
+  const auto form = [this](FriendId id) {
+    const auto person = _mirror.ids().personWith(id);
+    return person ? person->dictionaryRepresentation() : Dictionary();
+  };
+  describe(record, change, form, form);
+  _sign(record);
+  record.id = idOf(record);
+  _history.append(record);
+  _unstored.push_back({number, nullptr, {}, std::move(record)});
 }
 
 void AutomaticSteps::noteStored(std::uint64_t last) {
@@ -132,7 +146,8 @@ void AutomaticSteps::noteStored(std::uint64_t last) {
 void AutomaticSteps::judge(const PLStoredPages& theirs) {
   noteStored(theirs.storedStep);
   for (Unstored& step : std::exchange(_unstored, {})) {
-    const auto form = isRemoval(step.record.kind) ? std::nullopt : formIn(theirs, step.person);
+    const bool isLink = step.person && !isRemoval(step.record.kind);
+    const auto form = isLink ? formIn(theirs, step.person) : std::nullopt;
     if (form && haveSameBlock(*form, step.formBefore)) {
       _unstored.push_back(std::move(step));
       continue;

@@ -31,6 +31,10 @@ class AutomaticSteps {
   /// All decisions that come of one change of the contacts were noted, and the feed knows what they made of the list.
   void writeSteps(const FriendsSharing& sharing);
 
+  /// The friends of `change.moved` were put there by a merge, and elsewhere by the steps up to that number, with which
+  /// this is stored.
+  void writePlaces(const ListChange& change, std::uint64_t number);
+
   void noteStored(std::uint64_t last);
   /// Takes the steps out of the history that a merge with `theirs` leaves nothing of: what theirs has decided already
   /// is told by their step, and who was cleaned up comes back and is judged anew.
@@ -48,7 +52,7 @@ class AutomaticSteps {
   };
   struct Unstored {
     std::uint64_t number;
-    std::shared_ptr<PLPerson> person;
+    std::shared_ptr<PLPerson> person;  ///< null for places, which each merge finds anew
     Dictionary formBefore;
     StepRecord record;
   };
@@ -56,7 +60,7 @@ class AutomaticSteps {
   bool describeDecision(const Decision& decision, ListChange& removals, const FriendsSharing& sharing,
                         StepRecord& record) const;
   void describeRemoval(const Decision& decision, StepRecord& record) const;
-  std::string idOf(const Decision& decision, const StepRecord& record);
+  std::string idOf(const StepRecord& record);
 
   const std::shared_ptr<PLFriendsManager> _manager;
   ListMirror& _mirror;

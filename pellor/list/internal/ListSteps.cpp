@@ -343,6 +343,7 @@ void ListSteps::abandon() {
 // Each is judged on theirs with the steps before it that hold there. Who left the list there left it by their step.
 void ListSteps::judgeSteps(const PLStoredPages& theirs) {
   _automatic.judge(theirs);
+  _judgedAbove = theirs.storedStep;
   if (_unstored.empty()) return;
   _feed.noteRest();
   const TheirList list(theirs, _mirror, _unstored.front().before);
@@ -395,9 +396,29 @@ void ListSteps::reject(Unstored step, const Refusal& refusal) {
 }
 
 void ListSteps::listChangedBy(PLChangeOrigin origin) {
+  const Snapshot before = _mirror.last();
+  const auto judgedAbove = std::exchange(_judgedAbove, std::nullopt);
   _feed.noteWithReports(publicOrigin(origin));
   if (origin == PLChangeOrigin::contacts)
-    _automatic.writeSteps([this](const Friend& gone) { return friendsSharing(gone); });
+    return _automatic.writeSteps([this](const Friend& gone) { return friendsSharing(gone); });
+  if (judgedAbove) notePlacedElsewhere(before, *judgedAbove);
+}
+
+// Friends whom steps put somewhere, and whom the merge of those steps did not leave there.
+void ListSteps::notePlacedElsewhere(const Snapshot& before, std::uint64_t lastStored) {
+  std::set<FriendId> placed;
+  for (const Unstored& step : _unstored) {
+    if (step.number <= lastStored) continue;
+    for (const FriendRecord& person : step.record.friends)
+      if (person.to && person.from != person.to) placed.insert(person.id);
+  }
+  if (placed.empty()) return;
+  ListChange change;
+  change.before = before;
+  change.after = _mirror.last();
+  for (const auto& move : changeBetween(before, change.after).moved)
+    if (placed.contains(move.id) && move.from != move.to) change.moved.push_back(move);
+  if (!change.moved.empty()) _automatic.writePlaces(change, _unstored.back().number);
 }
 
 }  // namespace pellor

@@ -135,6 +135,7 @@ class ListSteps final : public PLStepClient {
   void reject(Unstored step, const Refusal& refusal);
   TakingBack takingBack(const StepRecord* record);
   void noteInHistory(const std::string& entry, const StepRecord& record, Note note);
+  void notePlacedElsewhere(const Snapshot& before, std::uint64_t lastStored);
   void noteException(const Unstored& step, Note note);
   TakingBack undoing(const std::string& id);
   TakingBack redoing();
@@ -165,7 +166,8 @@ class ListSteps final : public PLStepClient {
   ListExceptions _exceptions;
   AutomaticSteps _automatic;
   std::string _program;
-  std::vector<Unstored> _unstored;  // by number
+  std::vector<Unstored> _unstored;            // by number
+  std::optional<std::uint64_t> _judgedAbove;  // in the load that goes on: steps up to this number are stored
 };
 
 }  // namespace pellor
