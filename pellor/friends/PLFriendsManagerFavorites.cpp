@@ -63,6 +63,7 @@ PLFavoritesImport PLFriendsManager::importFavorites() {
   for (const auto& person : found.value().value_or(std::vector<std::shared_ptr<PLPerson>>())) {
     if (!addFriend(person)) {
       ++import.withoutRoom;
+      import.leftOut.push_back(person);
       continue;
     }
     import.added.push_back(person);

@@ -130,7 +130,7 @@ class FriendList {
   std::vector<FoundContact> findContacts(std::string_view text, std::size_t limit);
 
   /// Adds the favorites of the phone that are no friends yet, in the user's order, each to the first empty slot. The
-  /// first list is made of them by itself.
+  /// history tells who found no room. The first list is made of them by itself.
   FavoritesImport importFavorites();
   /// Brings every friend in step with the contacts, if these changed since the last time or a load asked for it;
   /// whether it did. While the contacts cannot be read, or most of them are gone, it stays due and runs later by

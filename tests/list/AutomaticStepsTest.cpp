@@ -311,6 +311,22 @@ TEST_F(AutomaticStepsTest, AFriendWhomAMergePutsElsewhereThanTheUserDidIsToldOf)
   EXPECT_THAT(told(*b), ElementsAre("moved Ann", "placed Ann")) << "it is stored with the step";
 }
 
+TEST_F(AutomaticStepsTest, FavoritesForWhichThereIsNoRoomAreToldOf) {
+  setGroups(1, 2);
+  store("Ann,-");
+  contacts({"Bob", "Cy"});
+  auto a = open();
+  world.setFavorites({"guid-Bob", "guid-Cy"});
+  a->process().run([&] { a->list().importFavorites(); });
+  rest();
+  EXPECT_EQ(a->process().list(), "Ann,Bob");
+  EXPECT_THAT(told(*a), ElementsAre("not imported Cy"));
+  EXPECT_FALSE(history(*a).at(0).isUndoable);
+  EXPECT_FALSE(undo(*a).step) << "unnamed it is passed over";
+  auto b = open();
+  EXPECT_THAT(told(*b), ElementsAre("not imported Cy"));
+}
+
 TEST_F(AutomaticStepsTest, WhoIsForgottenIsInNoException) {
   contacts({"Ann"});
   store("Ann#,Bob,-");

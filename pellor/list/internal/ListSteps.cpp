@@ -404,6 +404,19 @@ void ListSteps::listChangedBy(PLChangeOrigin origin) {
   if (judgedAbove) notePlacedElsewhere(before, *judgedAbove);
 }
 
+void ListSteps::noteNotImported(const std::vector<std::shared_ptr<PLPerson>>& leftOut) {
+  if (leftOut.empty()) return;
+  StepRecord record;
+  sign(record);
+  record.kind = StepKind::notImported;
+  record.isComplete = false;
+  for (const auto& person : leftOut) {
+    if (record.summary.names.size() == StepSummary::MostNames) break;
+    record.summary.names.push_back(summaryName(person->dictionaryRepresentation()));
+  }
+  _manager->performStep([&] { _history.append(record); });
+}
+
 // Friends whom steps put somewhere, and whom the merge of those steps did not leave there.
 void ListSteps::notePlacedElsewhere(const Snapshot& before, std::uint64_t lastStored) {
   std::set<FriendId> placed;

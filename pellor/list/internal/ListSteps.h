@@ -32,6 +32,7 @@
 namespace pellor {
 
 class PLFriendsManager;
+class PLPerson;
 class TheirList;
 
 /// Its invariant: of each step that was done and is not stored it knows the edits, what they changed, and who is to be
@@ -65,6 +66,8 @@ class ListSteps final : public PLStepClient {
   ForgetAnswer planForget(FriendId id);
   ForgetAnswer planForget(const std::string& who);
   StepAnswer clearHistory(StoredHandler stored);
+  /// For these favorites there was no room: a step that only tells of them.
+  void noteNotImported(const std::vector<std::shared_ptr<PLPerson>>& leftOut);
   ListHistory& history() { return _history; }
   /// What history and exceptions tell of a friend.
   Explanation explanation(FriendId id);

@@ -63,6 +63,8 @@ std::string nameToSay(const Dictionary& form) {
   return identity.destinations.empty() ? std::string() : identity.destinations.front();
 }
 
+std::string summaryName(const Dictionary& form) { return shortened(nameToSay(form), StepSummary::LongestName); }
+
 StepSummary summaryOf(const StepRecord& step) {
   if (!step.isComplete) return step.summary;
   const StepPages pages(step);
@@ -77,8 +79,8 @@ StepSummary summaryOf(const StepRecord& step) {
       if (person.before != person.after) ++summary.changed;
     }
     if (summary.names.size() == StepSummary::MostNames) continue;
-    std::string name = nameToSay(person.to ? person.after : person.before);
-    if (!name.empty()) summary.names.push_back(shortened(std::move(name), StepSummary::LongestName));
+    std::string name = summaryName(person.to ? person.after : person.before);
+    if (!name.empty()) summary.names.push_back(std::move(name));
   }
   summary.pages = static_cast<std::uint64_t>(std::ranges::count_if(step.pages, StepPages::isTouched));
   return summary;

@@ -58,6 +58,8 @@ struct StepRecord {
 
 /// A friend's name; without one its first number or address; empty without any.
 std::string nameToSay(const Dictionary& form);
+/// As short as a summary has it.
+std::string summaryName(const Dictionary& form);
 StepSummary summaryOf(const StepRecord& step);
 StepEvidence evidenceOf(const StepRecord& step);
 bool canBeTakenBack(const StepRecord& step);
