@@ -10,7 +10,7 @@
 namespace pellor {
 namespace {
 
-constexpr std::array Kinds{
+constexpr std::array KindTexts{
     std::pair{PLDecisionKind::relinked, std::string_view("relinked")},
     std::pair{PLDecisionKind::unlinked, std::string_view("unlinked")},
     std::pair{PLDecisionKind::deduplicated, std::string_view("deduplicated")},
@@ -47,7 +47,7 @@ PLCardIdentity cardIdentityOf(const Dictionary& form) {
 }
 
 Dictionary dictionaryOf(const PLException& exception) {
-  const auto* const kind = std::ranges::find(Kinds, exception.kind, [](const auto& each) { return each.first; });
+  const auto* const kind = std::ranges::find(KindTexts, exception.kind, [](const auto& each) { return each.first; });
   Dictionary members{{"id", exception.id}, {"kind", kind->second}, {"friend", formOf(exception.person)}};
   if (exception.kind == PLDecisionKind::relinked) members.emplace("record", formOf(exception.record));
   return members;
@@ -58,8 +58,8 @@ std::optional<PLException> exceptionOf(const Value& value) {
   const auto id = members ? stringForKey(*members, "id") : std::nullopt;
   const auto text = members ? stringForKey(*members, "kind") : std::nullopt;
   if (!id || !text) return std::nullopt;
-  const auto* const kind = std::ranges::find(Kinds, *text, [](const auto& each) { return each.second; });
-  if (kind == Kinds.end()) return std::nullopt;
+  const auto* const kind = std::ranges::find(KindTexts, *text, [](const auto& each) { return each.second; });
+  if (kind == KindTexts.end()) return std::nullopt;
   return PLException{*id, kind->first, identityUnder(*members, "friend"), identityUnder(*members, "record")};
 }
 

@@ -15,7 +15,7 @@
 namespace pellor {
 namespace {
 
-const std::string Key(PLFriendListExceptionsKey);
+const std::string ExceptionsKey(PLFriendListExceptionsKey);
 
 PLCardIdentity identityOf(const PLPerson& person) {
   const PLPersonRecord& record = person.record();
@@ -44,11 +44,11 @@ bool limits(const PLException& exception, const PLPerson& person) {
 }  // namespace
 
 PLExceptions::PLExceptions(const PLSlotList& friends, PLAttachedArrays& arrays) : _friends(friends), _arrays(arrays) {
-  _arrays.attach(Key, MostExceptions);
+  _arrays.attach(ExceptionsKey, MostExceptions);
 }
 
 const std::vector<PLException>& PLExceptions::all() const {
-  const LongArray& stored = _arrays.at(Key);
+  const LongArray& stored = _arrays.at(ExceptionsKey);
   if (stored.chunks() == _read.chunks()) return _all;
   _read = stored;
   _all.clear();
@@ -61,11 +61,11 @@ const std::vector<PLException>& PLExceptions::all() const {
 void PLExceptions::dropIf(const std::function<bool(const PLException&)>& isOutdated) {
   if (all().empty()) return;
   Array kept;
-  for (const Value& element : _arrays.at(Key).elements()) {
+  for (const Value& element : _arrays.at(ExceptionsKey).elements()) {
     const auto exception = exceptionOf(element);
     if (!exception || !isOutdated(*exception)) kept.push_back(element);
   }
-  if (kept.size() != _arrays.at(Key).size()) _arrays.set(Key, LongArray(kept));
+  if (kept.size() != _arrays.at(ExceptionsKey).size()) _arrays.set(ExceptionsKey, LongArray(kept));
 }
 
 // --- Links ---------------------------------------------------------------------------------------------------------
