@@ -44,7 +44,7 @@ OptionSyntax CommandSyntax::flag(const std::string& name, bool& isGiven, const s
   return OptionSyntax(*_command->add_flag(name, isGiven, meaning));
 }
 
-void CommandSyntax::offersDryRun() const { flag("--dry-run", *_isDry, "Only tell what would be done"); }
+OptionSyntax CommandSyntax::offersDryRun() const { return flag("--dry-run", *_isDry, "Only tell what would be done"); }
 
 void CommandSyntax::mayHaveCommand() const { _command->require_subcommand(0, 1); }
 

@@ -54,7 +54,7 @@ class CommandSyntax {
   /// Adds an option without a value.
   OptionSyntax flag(const std::string& name, bool& isGiven, const std::string& meaning) const;
   /// Adds --dry-run, which every command has that changes something.
-  void offersDryRun() const;
+  OptionSyntax offersDryRun() const;
 
   /// One of the commands below it may follow.
   void mayHaveCommand() const;

@@ -145,8 +145,8 @@ void redo(Session& session) {
 void addHistoryCommands(CommandSyntax program, Command& chosen) {
   const auto clears = std::make_shared<bool>(false);
   const auto showing = program.command("history", "Show what was done to the list, the newest first");
-  showing.flag("--clear", *clears, "Remove all steps: none can be taken back any more");
-  showing.offersDryRun();
+  const auto clearing = showing.flag("--clear", *clears, "Remove all steps: none can be taken back any more");
+  showing.offersDryRun().needs(clearing);
   showing.whenGiven([&chosen, clears] { chosen = *clears ? clearHistory : history; });
   const auto step = std::make_shared<std::string>();
   const auto undoing = program.command("undo", "Take the last step back, or the one named");

@@ -137,7 +137,7 @@ TEST(DryRun, SaysWhatWouldBeDoneAndDoesNothing) {
       {"settings", {"region", "us"}, "would have set region to US (is DE)\n"},
       {"settings", {"page-size", "none"}, "is no number from 1"},
       {"contacts import", {cards}, "would have imported 1 contact\n"},
-      {"forget", {"Anna", "--yes"}, "would forget Anna Berg (2:1)\n"},
+      {"forget", {"Anna", "--yes"}, "would forget Anna (1:1)\n"},
       {"history", {"--clear"}, "would clear "},
       {"device serve", {}, "no device is paired"},
       {"device revoke", {}, "no device is paired"},

@@ -200,11 +200,15 @@ TEST_F(ListImportTest, AnImportThatWasOvertakenHoldsWhereItCan) {
        "another program changed it first"},
       {"who was to leave is gone", "Ann,Bob|-,-", "Bob,-", ImportMode::replace, "-,Bob|-,-", "Bob,-|-,-", ""},
   };
+  // What a merge places elsewhere is a step of its own.
+  const auto imports = [](ListProcess& process) {
+    return std::ranges::count(history(process), StepKind::imported, &HistoryStep::kind);
+  };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     world.preferences().setValue(PLFriendListKey, std::nullopt, TapnoteDomain);
     auto a = open(row.before);
-    const std::size_t steps = history(*a).size();
+    const auto before = imports(*a);
     std::optional<std::string> told;
     const ImportAnswer answer = import(*a, listOf(row.list), row.mode, [&](const std::optional<Refusal>& refusal) {
       told = refusal ? std::string(textOf(refusal->reason)) : "";
@@ -214,7 +218,7 @@ TEST_F(ListImportTest, AnImportThatWasOvertakenHoldsWhereItCan) {
     rest();
     EXPECT_EQ(told, row.refusal);
     EXPECT_EQ(a->process().list(), row.after);
-    EXPECT_EQ(history(*a).size() - steps, row.refusal.empty() ? 1U : 0U);
+    EXPECT_EQ(imports(*a) - before, row.refusal.empty() ? 1 : 0);
     EXPECT_EQ(a->process().manager().invariantViolation(), std::nullopt);
   }
 }
