@@ -96,12 +96,7 @@ std::optional<StepRecord> ForgottenPerson::without(StepRecord step) const {
   if (named > 0 && summary.added + summary.removed + summary.moved + summary.changed <= named) return std::nullopt;
   const bool isMeaningless = told > 0 && step.friends.empty() && isAboutFriends(step.kind);
   if (!isMeaningless && !isMentioned(Value(step.evidence))) return step;
-  step.summary = summaryOf(step);
-  step.isComplete = false;
-  step.evidence.clear();
-  step.friends.clear();
-  step.pages.clear();
-  return step;
+  return summaryAlone(std::move(step));
 }
 
 }  // namespace pellor

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 
-#include "pellor/friends/detail/PLPersonForm.h"
+#include "pellor/friends/internal/PLException.h"
 #include "pellor/list/Snapshot.h"
 #include "pellor/list/internal/TextHash.h"
 
@@ -14,15 +15,8 @@ FriendIdentity identityOf(const Friend& person) {
 }
 
 FriendIdentity identityOf(const Dictionary& form) {
-  FriendIdentity identity;
-  identity.guid = stringForKey(form, PLPersonRecordGUIDKey).value_or(std::string());
-  identity.name = stringForKey(form, PLPersonNameKey).value_or(std::string());
-  const Value* destinations = valueForKey(form, PLPersonAllValuesKey);
-  if (!destinations || !destinations->array()) return identity;
-  for (const Value& destination : *destinations->array())
-    if (const std::string* text = destination.string()) identity.destinations.push_back(*text);
-  std::ranges::sort(identity.destinations);
-  return identity;
+  PLCardIdentity card = cardIdentityOf(form);
+  return {std::move(card.guid), std::move(card.name), std::move(card.destinations)};
 }
 
 bool haveCommonDestination(const FriendIdentity& one, const FriendIdentity& other) {

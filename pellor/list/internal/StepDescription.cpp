@@ -180,12 +180,7 @@ StepRecord storable(StepRecord step) {
   // In an array, as it is stored.
   const auto bytes = encodeCBOR(Array{Value(dictionaryOf(step))});
   if (bytes && bytes->size() <= StepRecord::LargestSize) return step;
-  step.summary = summaryOf(step);
-  step.isComplete = false;
-  step.friends.clear();
-  step.pages.clear();
-  step.evidence.clear();
-  return step;
+  return summaryAlone(std::move(step));
 }
 
 }  // namespace pellor

@@ -288,12 +288,7 @@ std::optional<StepRecord> stepRecordOf(const Value& value) {
   step.friends = entries.records("friends", friendOf);
   step.pages = entries.records("pages", pageOf);
   if (!isDamaged && isConsistent(step)) return step;
-  step.summary = summaryOf(step);
-  step.isComplete = false;
-  step.evidence.clear();
-  step.friends.clear();
-  step.pages.clear();
-  return step;
+  return summaryAlone(std::move(step));
 }
 
 }  // namespace pellor

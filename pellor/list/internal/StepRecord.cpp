@@ -86,6 +86,15 @@ StepSummary summaryOf(const StepRecord& step) {
   return summary;
 }
 
+StepRecord summaryAlone(StepRecord step) {
+  step.summary = summaryOf(step);
+  step.isComplete = false;
+  step.evidence.clear();
+  step.friends.clear();
+  step.pages.clear();
+  return step;
+}
+
 StepPages::StepPages(const StepRecord& step) {
   for (std::size_t number = 0; number < step.pages.size(); ++number) {
     if (const auto index = step.pages[number].from) _before.emplace_back(*index, number);

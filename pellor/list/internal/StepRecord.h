@@ -61,6 +61,8 @@ std::string nameToSay(const Dictionary& form);
 /// As short as a summary has it.
 std::string summaryName(const Dictionary& form);
 StepSummary summaryOf(const StepRecord& step);
+/// What is left of a step that is not kept in whole.
+StepRecord summaryAlone(StepRecord step);
 StepEvidence evidenceOf(const StepRecord& step);
 bool canBeTakenBack(const StepRecord& step);
 
