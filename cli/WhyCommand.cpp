@@ -1,5 +1,6 @@
 // why
 
+#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -20,12 +21,19 @@
 namespace pellor::cli {
 namespace {
 
+// A step that is taken back gave the friend its former link again.
+std::string sinceText(const Explanation& why) {
+  if (why.linkedSince.empty()) return "";
+  const auto step = std::ranges::find(why.steps, why.linkedSince, &HistoryStep::id);
+  const bool isTakenBack = step != why.steps.end() && step->isTakenBack;
+  return ", since " + shownId(why.linkedSince) + (isTakenBack ? " was taken back" : "");
+}
+
 std::string linkText(const Explanation& why) {
   if (why.contactGUID.empty()) return "linked with no contact\n";
   std::string text = "linked with the contact " + printable(why.contactGUID);
   if (!why.isContactThere) text += ", which is not there";
-  if (!why.linkedSince.empty()) text += ", since " + shownId(why.linkedSince);
-  return text + "\n";
+  return text + sinceText(why) + "\n";
 }
 
 std::string_view reasonText(NumberReason reason) {

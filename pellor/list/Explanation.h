@@ -32,10 +32,12 @@ enum class NumberReason {
 
 struct Explanation {
   FriendId id = {};
-  std::string contactGUID = {};         ///< of the contact that the friend is linked with; empty without a link
-  bool isContactThere = false;          ///< whether the contacts have it, as far as they can be read
-  std::string linkedSince = {};         ///< the id of the step that made this link; empty where the history has none
-  std::vector<HistoryStep> steps = {};  ///< all that tell of the friend, the newest first
+  std::string contactGUID = {};  ///< of the contact that the friend is linked with; empty without a link
+  bool isContactThere = false;   ///< whether the contacts have it, as far as they can be read
+  /// The id of the step that made this link, or by whose taking back it is there again; empty where the history has
+  /// none.
+  std::string linkedSince = {};
+  std::vector<HistoryStep> steps = {};           ///< all that tell of the friend, the newest first
   std::vector<FriendException> exceptions = {};  ///< that hold for the friend
   std::string number = {};                       ///< that is shown, in canonical form; empty without one
   NumberReason numberReason = NumberReason::none;

@@ -82,7 +82,9 @@ TEST(History, AnAutomaticDecisionIsToldWithWhatItRestsOnExplainedAndTakenBackFor
                  {{"refresh"}, 0, ""},
                  {{"list"}, 0, "Ann Lee"},
                  {{"why", "ann"}, 0, "is not linked with the contact bettina, as "},
-                 {{"why", "ann"}, 0, "linked with the contact ann, which is not there"},
+                 {{"why", "ann"},
+                  0,
+                  "linked with the contact ann, which is not there, since " + id.substr(0, 6) + " was taken back\n"},
                  {{"redo"}, 0, "done again: linked with another contact: Bettina Lee"},
                  {{"why", "nobody"}, 1, ""},
              });
