@@ -36,6 +36,37 @@ TEST_F(DomainSettingsTest, WhatUsersAreToldHoldsWhereNothingUsableIsStored) {
   }
 }
 
+TEST(DomainSettingTest, WhatUsersWriteIsAValueWithinTheLimits) {
+  using Kind = PLDomainSetting::Kind;
+  struct Case {
+    Kind kind;
+    const char* text;
+    std::optional<Value> value;
+  };
+  const Case cases[] = {
+      {Kind::count, "1", Value(1)},
+      {Kind::count, "20", Value(20)},
+      {Kind::count, "0", std::nullopt},
+      {Kind::count, "21", std::nullopt},
+      {Kind::count, "-1", std::nullopt},
+      {Kind::count, "", std::nullopt},
+      {Kind::count, "3 pages", std::nullopt},
+      {Kind::count, "99999999999999999999", std::nullopt},
+      {Kind::flag, "true", Value(true)},
+      {Kind::flag, "on", Value(true)},
+      {Kind::flag, "false", Value(false)},
+      {Kind::flag, "off", Value(false)},
+      {Kind::flag, "yes", std::nullopt},
+      {Kind::flag, "", std::nullopt},
+      {Kind::name, "a name", Value("a name")},
+      {Kind::name, "", std::nullopt},
+  };
+  for (const Case& each : cases) {
+    const PLDomainSetting setting{"key", "name", each.kind, "1", 20, "meaning"};
+    EXPECT_EQ(setting.valueOf(each.text), each.value) << each.text;
+  }
+}
+
 TEST_F(DomainSettingsTest, AGroupHasAUsableSizeAndNoNameIsEmpty) {
   for (const std::int64_t size : {std::int64_t{0}, std::int64_t{-3}, PLLargestGroupSize + 1}) {
     write(PLGroupSizeKey, size);

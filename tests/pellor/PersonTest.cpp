@@ -27,6 +27,37 @@ class Person : public OneProcess {
   const PersonDictionary emptyForm{{"ABRecordID", 0}, {"AllValues", Array{}}, {"Monogram", ""}};
 };
 
+// Two processes that read one card have records of their own: each part counts, and nothing else does.
+TEST_F(Person, RecordsAreEqualWhenAllTheirPartsAre) {
+  const auto entries = [](const char* value) {
+    return std::make_shared<const Dictionary>(Dictionary{{"later", value}});
+  };
+  const auto made = [&] {
+    return PLPersonRecord()
+        .withRecordID(7)
+        .with(PLPersonRecord::_name, "Ann Bee")
+        .with(PLPersonRecord::_abRecordGUID, "guid-7")
+        .withDestinations({"+49301234567", "ann@example.org"})
+        .withUnknownEntries(entries("x"));
+  };
+  const PLPersonRecord record = made();
+  EXPECT_EQ(record, made());
+  const PLPersonRecord others[] = {
+      PLPersonRecord(),
+      record.withRecordID(8),
+      record.with(PLPersonRecord::_name, "Ann"),
+      record.with(PLPersonRecord::_name, std::nullopt),
+      record.with(PLPersonRecord::_abDatabaseUID, "db"),
+      record.with(PLPersonRecord::_abRecordGUID, "guid-8"),
+      record.withDestinations({"+49301234567"}),
+      record.withDestinations({"+49301234567", "bea@example.org"}),
+      record.withUnknownEntries(entries("y")),
+      record.withUnknownEntries(nullptr),
+  };
+  for (const PLPersonRecord& other : others) EXPECT_NE(record, other) << &other - others;
+  EXPECT_EQ(record.withUnknownEntries(nullptr), made().withUnknownEntries(nullptr));
+}
+
 TEST_F(Person, WhatAFormLacksOrMistypesIsCleared) {
   const PersonDictionary mistyped{{"ABRecordID", "7"}, {"ABRecordGUID", 7},   {"ABDatabaseUID", true},
                                   {"Name", 1.5},       {"AllValues", "x@y"},  {"ReplyAs", Array{}},
