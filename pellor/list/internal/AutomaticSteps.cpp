@@ -133,6 +133,9 @@ void AutomaticSteps::writePlaces(const ListChange& change, std::uint64_t number)
     return person ? person->dictionaryRepresentation() : Dictionary();
   };
   describe(record, change, form, form);
+  // Nobody takes it back: by whom the pages are known need not be kept, and would outlast that one of them is
+  // forgotten.
+  for (PageRecord& page : record.pages) page.fingerprints.clear();
   _sign(record);
   record.id = idOf(record);
   _history.append(record);
