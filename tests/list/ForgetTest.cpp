@@ -413,7 +413,7 @@ class ForgetSeedsTest : public SeededTest {};
 
 TEST_P(ForgetSeedsTest, AfterItNoValueOfTheStoreTellsOfHim) {
   std::size_t forgotten = 0;
-  forEachSeed(seedCount(400, 60), [&](std::uint64_t seed) {
+  forEachSeed(countOf("PELLOR_FORGET", 400, 60), [&](std::uint64_t seed) {
     ForgettingWorld world(seed);
     world.run();
     forgotten += world.forgotten();
