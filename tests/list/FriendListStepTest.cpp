@@ -393,15 +393,17 @@ TEST_F(FriendListStepTest, APageThatWasEmptyBeforeTheStepStaysWhenItIsTakenBack)
   EXPECT_EQ(a->process().list(), "Ann,-|-,-|Bob,-|-,-");
 }
 
+/// Moves the first friend to the second slot; what becomes of the step goes to `told`.
+void moveFirst(ListProcess& process, std::vector<std::optional<Refusal>>& told) {
+  const auto edits = [](const Snapshot& list) { return Edits{MoveFriend{list.friendAt({0, 0})->id, {0, 1}}}; };
+  process.apply(edits, [&told](const auto& refusal) { told.push_back(refusal); });
+}
+
 TEST_F(FriendListStepTest, AFailingStoreCompletesNothingUntilItWorksAgain) {
   auto a = open("Ann,-|-,-");
   std::vector<std::optional<Refusal>> told;
   world.preferences().failWrites();
-  a->apply(
-      [](const Snapshot& list) {
-        return Edits{MoveFriend{at(list, 0, 0), {0, 1}}};
-      },
-      [&](const auto& refusal) { told.push_back(refusal); });
+  moveFirst(*a, told);
   scheduler->advance(100);
   EXPECT_THAT(told, IsEmpty());
   EXPECT_EQ(a->process().list(), "-,Ann|-,-");
@@ -414,11 +416,7 @@ TEST_F(FriendListStepTest, AProgramThatEndsFirstAbandonsTheStep) {
   auto a = open("Ann,-|-,-");
   std::vector<std::optional<Refusal>> told;
   world.preferences().failWrites();
-  a->apply(
-      [](const Snapshot& list) {
-        return Edits{MoveFriend{at(list, 0, 0), {0, 1}}};
-      },
-      [&](const auto& refusal) { told.push_back(refusal); });
+  moveFirst(*a, told);
   a->kill();
   EXPECT_THAT(told, ElementsAre(Refusal{abandoned}));
 }
