@@ -303,9 +303,11 @@ class PLFriendsManager : public Object,
   // Arrays of dictionaries, each known by the text under "id", by which edits of several processes are merged. They are
   // not pushed to the paired device. Main queue.
 
-  /// Reads and writes the array under this key of the domain from now on, of which the last `mostElements` stay. A
-  /// stored value that is no array counts as empty, and is replaced. Before the store has answered all are empty.
-  void attach(const std::string& key, std::size_t mostElements);
+  /// Reads and writes the array under this key of the domain from now on, of which the newest `mostElements` stay: the
+  /// last, or those with the highest integer under `order`, for which elements that were added beside others' are
+  /// numbered anew above these. A stored value that is no array counts as empty, and is replaced. Before the store has
+  /// answered all are empty.
+  void attach(const std::string& key, std::size_t mostElements, const std::string& order = {});
   const LongArray& attached(const std::string& key) const;
   /// Goes out with the step that is being made, else with a save, for which it asks. Ignored for a key not attached.
   void setAttached(const std::string& key, LongArray elements);

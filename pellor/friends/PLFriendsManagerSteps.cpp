@@ -169,11 +169,11 @@ std::string PLFriendsManager::listVersion() const {
   return text;
 }
 
-void PLFriendsManager::attach(const std::string& key, std::size_t mostElements) {
+void PLFriendsManager::attach(const std::string& key, std::size_t mostElements, const std::string& order) {
   checkMainQueue(_process, "attach");
   PLAttachedArrays& arrays = _writer->attachedArrays();
   if (!arrays.contains(key)) _parts->listReader.attach(key);
-  arrays.attach(key, mostElements);
+  arrays.attach(key, {mostElements, order});
   // A load that is due reads it.
   if (!_didCompleteInitialLoading) return;
   PLStoredList stored;

@@ -37,4 +37,28 @@ inline LongArray arrayOf(LongArrayElements elements) {
   return LongArray(std::move(chunks));
 }
 
+/// The array with another element in that place, less than its size. The other chunks stay.
+inline LongArray withElement(const LongArray& array, std::size_t index, Value element) {
+  auto chunks = array.chunks();
+  auto& chunk = chunks[index / LongArray::ChunkSize];
+  LongArrayElements elements;
+  for (std::size_t each = 0; each < chunk->size(); ++each) elements.emplace_back(chunk, each);
+  elements[index % LongArray::ChunkSize] = std::move(element);
+  chunk = ArrayChunk::make(std::move(elements));
+  return LongArray(std::move(chunks));
+}
+
+/// The array with one more element, behind the last. All chunks but this one's stay.
+inline LongArray withAppended(const LongArray& array, Value element) {
+  auto chunks = array.chunks();
+  LongArrayElements elements;
+  if (array.size() % LongArray::ChunkSize != 0) {
+    for (std::size_t each = 0; each < chunks.back()->size(); ++each) elements.emplace_back(chunks.back(), each);
+    chunks.pop_back();
+  }
+  elements.emplace_back(std::move(element));
+  chunks.push_back(ArrayChunk::make(std::move(elements)));
+  return LongArray(std::move(chunks));
+}
+
 }  // namespace pellor

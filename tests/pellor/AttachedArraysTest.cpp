@@ -54,13 +54,44 @@ TEST(MergedArraysTest, AreMergedByIdAndTheLastOnesStay) {
       {"a b", "", "", ""},
   };
   for (const Case& each : cases) {
-    EXPECT_EQ(textOf(mergedArrays(arrayOf(each.base), arrayOf(each.theirs), arrayOf(each.ours), 5)), each.merged)
+    EXPECT_EQ(textOf(mergedArrays(arrayOf(each.base), arrayOf(each.theirs), arrayOf(each.ours), {5, {}})), each.merged)
         << each.base << ", theirs " << each.theirs << ", ours " << each.ours;
   }
   Array many;
   for (int number = 0; number < 200; ++number) many.emplace_back(Dictionary{{"id", std::to_string(number)}});
-  const LongArray last = lastElements(LongArray(many), 100);
+  const LongArray last = newestElements(LongArray(many), {100, {}});
   EXPECT_EQ(last.elements(), Array(many.end() - 100, many.end()));
+}
+
+// "a1 b2": with these letters as ids, and numbers that say which is newer.
+LongArray orderedArrayOf(const std::string& text) {
+  Array elements;
+  for (std::size_t begin = 0; begin < text.size(); begin += 3)
+    elements.emplace_back(Dictionary{{"id", text.substr(begin, 1)}, {"number", text[begin + 1] - '0'}});
+  return LongArray(elements);
+}
+
+TEST(MergedArraysTest, AreOrderedByANumberWhereOneWasNamed) {
+  struct Case {
+    std::size_t mostElements;
+    const char *base, *theirs, *ours, *merged;
+  };
+  const std::vector<Case> cases = {
+      {5, "a1 b2", "a1 b2 c3", "a1 b2 d3", "a1 b2 c3 d4"},
+      {5, "a1 b2", "a1 b2 c7", "a1 b2 d3 e4", "a1 b2 c7 d8 e9"},
+      {5, "a1 b2", "a1 b2", "a1 b2 e4 d3", "a1 b2 d3 e4"},
+      {4, "a1 b2 c3 d4", "e5 b2 c3 d4", "f5 b2 c3 d4", "c3 d4 e5 f6"},
+      {5, "d4 e5 a1 b2 c3", "d4 e5 f6 b2 c3", "d4 e5 g6 h7 c3", "d4 e5 f6 g7 h8"},
+      {5, "d4 e5 a1 b2 c3", "d4 e5 f6 g7 c3", "d4 e5 h6 b2 c3", "d4 e5 f6 g7 h8"},
+      {3, "c5 a1 b4", "c5 a1 b4", "c5 d6 b4", "c5 b4 d6"},
+  };
+  for (const Case& each : cases) {
+    const LongArray merged = mergedArrays(orderedArrayOf(each.base), orderedArrayOf(each.theirs),
+                                          orderedArrayOf(each.ours), {each.mostElements, "number"});
+    EXPECT_EQ(merged, orderedArrayOf(each.merged)) << each.base << ", theirs " << each.theirs << ", ours " << each.ours;
+  }
+  EXPECT_EQ(newestElements(orderedArrayOf("d4 e5 a1 b2 c3"), {3, "number"}), orderedArrayOf("c3 d4 e5"));
+  EXPECT_EQ(newestElements(orderedArrayOf("d4 a1 c3"), {3, "number"}), orderedArrayOf("d4 a1 c3"));
 }
 
 class AttachedArraysTest : public ManagerTest {

@@ -1,7 +1,9 @@
 #include "pellor/friends/internal/PLAttachedArrays.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <optional>
+#include <span>
 #include <unordered_map>
 #include <utility>
 
@@ -14,6 +16,25 @@ namespace {
 std::string idOf(const Value& element) {
   const Value* id = element.dictionary() ? valueForKey(*element.dictionary(), "id") : nullptr;
   return id && id->string() ? *id->string() : element.description();
+}
+
+std::int64_t numberIn(const Value& element, const std::string& member) {
+  const Value* number = element.dictionary() ? valueForKey(*element.dictionary(), member) : nullptr;
+  return number ? number->integer().value_or(0) : 0;
+}
+
+// What was added beside others gets numbers above theirs, in its own order.
+void putBehind(Array& added, const Array& others, const std::string& member) {
+  std::int64_t last = 0;
+  for (const Value& element : others) last = std::max(last, numberIn(element, member));
+  std::ranges::stable_sort(added, {}, [&](const Value& element) { return numberIn(element, member); });
+  for (Value& element : added) {
+    last = std::max(last + 1, numberIn(element, member));
+    if (!element.dictionary() || last == numberIn(element, member)) continue;
+    Dictionary renumbered = *element.dictionary();
+    renumbered.insert_or_assign(member, Value(last));
+    element = std::move(renumbered);
+  }
 }
 
 class ElementsByID {
@@ -35,15 +56,18 @@ class ElementsByID {
 
 }  // namespace
 
-LongArray lastElements(const LongArray& array, std::size_t count) {
-  if (array.size() <= count) return array;
-  return arrayOf(elementsFrom(array, array.size() - count));
+LongArray newestElements(const LongArray& array, const PLAttachedLimits& limits) {
+  if (array.size() <= limits.mostElements) return array;
+  if (limits.order.empty()) return arrayOf(elementsFrom(array, array.size() - limits.mostElements));
+  Array elements = array.elements();
+  std::ranges::stable_sort(elements, {}, [&](const Value& element) { return numberIn(element, limits.order); });
+  return LongArray(std::span(elements).last(limits.mostElements));
 }
 
 LongArray mergedArrays(const LongArray& base, const LongArray& theirs, const LongArray& ours,
-                       std::size_t mostElements) {
+                       const PLAttachedLimits& limits) {
   const ElementsByID known(base), stored(theirs), live(ours);
-  Array merged;
+  Array merged, added;
   for (const Value& element : stored.elements()) {
     const std::string id = idOf(element);
     const Value *before = known.find(id), *own = live.find(id);
@@ -53,13 +77,15 @@ LongArray mergedArrays(const LongArray& base, const LongArray& theirs, const Lon
   }
   for (const Value& element : live.elements()) {
     const std::string id = idOf(element);
-    if (!known.find(id) && !stored.find(id)) merged.push_back(element);
+    if (!known.find(id) && !stored.find(id)) added.push_back(element);
   }
-  return lastElements(LongArray(merged), mostElements);
+  if (!limits.order.empty()) putBehind(added, merged, limits.order);
+  merged.insert(merged.end(), added.begin(), added.end());
+  return newestElements(LongArray(merged), limits);
 }
 
-void PLAttachedArrays::attach(const std::string& key, std::size_t mostElements) {
-  _live[key].mostElements = mostElements;
+void PLAttachedArrays::attach(const std::string& key, PLAttachedLimits limits) {
+  _live[key].limits = std::move(limits);
 }
 
 const LongArray& PLAttachedArrays::at(const std::string& key) const {
@@ -71,7 +97,7 @@ const LongArray& PLAttachedArrays::at(const std::string& key) const {
 void PLAttachedArrays::set(const std::string& key, LongArray elements) {
   const auto found = _live.find(key);
   if (found == _live.end()) return;
-  found->second.elements = lastElements(elements, found->second.mostElements);
+  found->second.elements = newestElements(elements, found->second.limits);
   mark(key, found->second.elements);
 }
 
@@ -105,9 +131,8 @@ void PLAttachedArrays::takeOver(const PLAttachedVersions& stored) {
       const bool isOtherStore = theirs->second.version.store != before.version.store;
       const LongArray base = isOtherStore ? LongArray() : before.elements;
       _known[key] = theirs->second;
-      live.elements = own == _marked.end()
-                          ? theirs->second.elements
-                          : mergedArrays(base, theirs->second.elements, own->second, live.mostElements);
+      live.elements = own == _marked.end() ? theirs->second.elements
+                                           : mergedArrays(base, theirs->second.elements, own->second, live.limits);
     }
     if (own == _marked.end()) continue;
     own->second = live.elements;

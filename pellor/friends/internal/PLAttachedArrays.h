@@ -14,12 +14,20 @@
 
 namespace pellor {
 
+/// What is to be kept of an array.
+struct PLAttachedLimits {
+  std::size_t mostElements = 0;
+  /// The member, an integer, by which elements are older and newer, wherever they are; empty: by their places.
+  std::string order;
+};
+
 /// Our edits of an array of dictionaries, each known by its "id", made on top of theirs: theirs in their order, less
 /// what ours took out since base; an element that one side changed is that side's, by both ours; then what ours added,
-/// in our order; of that the last `mostElements`. A pure function.
-LongArray mergedArrays(const LongArray& base, const LongArray& theirs, const LongArray& ours, std::size_t mostElements);
-/// The last `count` elements.
-LongArray lastElements(const LongArray& array, std::size_t count);
+/// in our order, newer than all of theirs; of that the newest. A pure function.
+LongArray mergedArrays(const LongArray& base, const LongArray& theirs, const LongArray& ours,
+                       const PLAttachedLimits& limits);
+/// The newest elements, the oldest first; the array as it is where no more are there.
+LongArray newestElements(const LongArray& array, const PLAttachedLimits& limits);
 
 /// The arrays that a manager was asked to attach. Its invariant: what is not marked is what is stored, as far as this
 /// process knows.
@@ -30,7 +38,7 @@ class PLAttachedArrays {
 
   // Main queue.
   /// Reads and writes this key from now on; nothing is known of it.
-  void attach(const std::string& key, std::size_t mostElements);
+  void attach(const std::string& key, PLAttachedLimits limits);
   bool contains(const std::string& key) const { return _live.contains(key); }
   /// As this process has it; empty for a key that is not attached.
   const LongArray& at(const std::string& key) const;
@@ -55,7 +63,7 @@ class PLAttachedArrays {
  private:
   struct Live {
     LongArray elements;
-    std::size_t mostElements = 0;
+    PLAttachedLimits limits;
   };
   PLAttachedArray known(const std::string& key) const;
   void mark(const std::string& key, const LongArray& elements);

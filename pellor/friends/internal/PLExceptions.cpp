@@ -44,7 +44,7 @@ bool limits(const PLException& exception, const PLPerson& person) {
 }  // namespace
 
 PLExceptions::PLExceptions(const PLSlotList& friends, PLAttachedArrays& arrays) : _friends(friends), _arrays(arrays) {
-  _arrays.attach(ExceptionsKey, MostExceptions);
+  _arrays.attach(ExceptionsKey, {MostExceptions, {}});
 }
 
 const std::vector<PLException>& PLExceptions::all() const {
