@@ -108,7 +108,18 @@ class FollowedList : public EditedList {
   std::size_t told() const { return _told; }
   FriendList& face() { return *_list; }
 
+  /// Makes as many steps as the history holds, as it does of a list that is in use.
+  void fillHistory() {
+    for (std::size_t steps = _list->history().size(); steps < FullHistory; ++steps) {
+      const PageId page = _list->snapshot().page(0).id;
+      require(static_cast<bool>(_list->apply(RenamePage{page, std::to_string(steps)})), "a title");
+      process().settle();
+    }
+  }
+
  private:
+  static constexpr std::size_t FullHistory = 100;
+
   std::unique_ptr<FriendList> _list;
   std::shared_ptr<Observation> _observation;
   std::size_t _told = 0;
@@ -136,6 +147,7 @@ BENCHMARK(editToDiskFollowed)->Arg(240'000)->Iterations(2)->UseManualTime();
 void editToDiskAsStep(benchmark::State& state) {
   auto& list = kept<FollowedList>(static_cast<std::size_t>(state.range(0)));
   const auto scope = list.process().enter();
+  list.fillHistory();
   for (auto _ : state) {
     list.makeRoom();
     const auto person = list.newPerson();

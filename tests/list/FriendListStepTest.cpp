@@ -349,6 +349,48 @@ TEST_F(FriendListStepTest, AStepOfALaterVersionStaysWhenAnotherOneIsTakenBack) {
   EXPECT_TRUE(history[0].isTakenBack);
 }
 
+// Each step renames the page. A full history is not written anew with each step, and stays in the order of the steps.
+TEST_F(FriendListStepTest, TheNewestHundredStepsOfAllProgramsStay) {
+  auto a = open("Ann,-|-,-"), b = std::make_unique<ListProcess>(launch());
+  rest();
+  const auto rename = [](ListProcess& process, std::size_t number) {
+    process.apply([number](const Snapshot& list) {
+      return Edits{RenamePage{list.page(0).id, std::to_string(number)}};
+    });
+  };
+  std::vector<Value> titles;
+  for (std::size_t number = 1; number <= 130; ++number) {
+    rename(number % 3 == 0 ? *b : *a, number);
+    rest();
+    if (number > 30) titles.emplace_back(std::to_string(number));
+  }
+  const auto renamings = [this] {
+    std::map<std::int64_t, Value> byMoment;
+    for (const Value& step : storedValue("PLFriendListHistory")->longArray()->elements()) {
+      const Value& page = step.dictionary()->at("pages").array()->front();
+      byMoment.emplace(*step.dictionary()->at("moment").integer(), page.dictionary()->at("titleAfter"));
+    }
+    return byMoment;
+  };
+  EXPECT_TRUE(std::ranges::equal(renamings(), titles, {}, [](const auto& each) { return each.second; }));
+  const LongArray before = *storedValue("PLFriendListHistory")->longArray();
+  rename(*a, 131);
+  rest();
+  const LongArray after = *storedValue("PLFriendListHistory")->longArray();
+  std::size_t kept = 0;
+  for (std::size_t chunk = 0; chunk < before.chunks().size(); ++chunk)
+    if (before.chunks()[chunk] == after.chunks()[chunk]) ++kept;
+  EXPECT_EQ(kept, before.chunks().size() - 1);
+
+  for (std::size_t undone = 0; undone < 20; ++undone) {
+    ListProcess& process = undone % 2 == 0 ? *b : *a;
+    ASSERT_TRUE(process.process().run([&] { return process.list().undo(); }).step);
+    rest();
+  }
+  EXPECT_EQ(a->process().titles(), "111|-");
+  EXPECT_EQ(b->process().titles(), "111|-");
+}
+
 TEST_F(FriendListStepTest, AStepThatIsRefusedAfterAMergeIsInNoHistory) {
   auto a = open("Ann,Bob|Cy,-|-,-");
   store("Ann,Bob|-,-");

@@ -1,6 +1,7 @@
 #include "pellor/list/internal/FriendExplanation.h"
 
 #include <algorithm>
+#include <ranges>
 #include <string_view>
 #include <utility>
 
@@ -83,11 +84,11 @@ NumberReason reasonFor(const Explanation& explanation) {
 
 }  // namespace
 
-void explainByHistory(Explanation& explanation, const Dictionary& form, const std::vector<ListHistory::Entry>& entries,
-                      const std::vector<PLException>& exceptions) {
+void explainByHistory(Explanation& explanation, const Dictionary& form,
+                      const std::vector<DecodedHistory::Entry>& entries, const std::vector<PLException>& exceptions) {
   explanation.contactGUID = guidOf(form);
   FollowedBack person(explanation.id, form);
-  for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) {
+  for (const auto& entry : entries | std::views::reverse) {
     const FriendRecord* const undone = entry->undone ? person.in(*entry->undone) : nullptr;
     const FriendRecord* const made = person.in(entry->step);
     if (!made && !undone) continue;

@@ -2,13 +2,13 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "pellor/list/History.h"
+#include "pellor/list/internal/DecodedHistory.h"
 #include "pellor/list/internal/StepRecord.h"
 #include "pellor/runtime/LongArray.h"
 #include "pellor/runtime/LongArrayElements.h"
@@ -18,20 +18,14 @@ namespace pellor {
 class ForgottenPerson;
 class PLFriendsManager;
 
-/// The newest steps, oldest first, stored with the list that they tell of. That a step was taken back is kept with the
-/// step, so that a hundred steps can be. Main queue.
+/// The newest steps, stored with the list that they tell of. That a step was taken back is kept with the step, so that
+/// a hundred steps can be. Main queue.
 class ListHistory {
  public:
   static inline const std::string Key = "PLFriendListHistory";
   static constexpr std::size_t MostSteps = 100;
 
-  struct Entry {
-    StepRecord step;
-    std::int64_t moment = 0;                ///< when it was made: greater than all others then
-    std::optional<StepRecord> undone = {};  ///< what taking it back did; absent: it is not taken back
-    std::int64_t undoneMoment = 0;          ///< when it was taken back, likewise
-    std::int64_t changes = 0;               ///< how often it was taken back and done again
-  };
+  using Entry = HistoryEntry;
 
   explicit ListHistory(std::shared_ptr<PLFriendsManager> manager);
 
@@ -52,7 +46,8 @@ class ListHistory {
                                                           const std::string& id);
   void clear();
 
-  const std::vector<Entry>& entries();
+  /// The oldest first.
+  const std::vector<DecodedHistory::Entry>& entries();
   /// All steps, and what taking them back did.
   std::vector<StepRecord> records();
   /// Likewise, of a history that is not this one.
@@ -69,16 +64,16 @@ class ListHistory {
   const Entry* lastToRedo();
 
  private:
-  LongArrayElements elements() const;
-  void set(LongArrayElements elements);
-  std::optional<std::size_t> elementWith(const std::string& id) const;
+  const LongArray& stored() const;
+  const DecodedHistory& read();
+  std::optional<std::size_t> elementWith(const std::string& id);
+  std::size_t oldestElement();
+  void setOwn(LongArray elements, Entry entry);
   void replace(const Entry& entry);
   std::int64_t nextMoment();
 
   const std::shared_ptr<PLFriendsManager> _manager;
-  LongArray _read;  // what the entries were made of
-  std::vector<Entry> _entries;
-  std::map<std::string, Entry> _own;  // with the ids of friends and pages, by the id of the step
+  DecodedHistory _decoded;
 };
 
 }  // namespace pellor
