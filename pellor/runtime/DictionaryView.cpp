@@ -3,6 +3,10 @@
 namespace pellor {
 namespace {
 
+// Of a stored friend, whose entries need not move then while they are appended.
+constexpr std::size_t UsualEntries = 10;
+constexpr std::size_t UsualTexts = 4;
+
 void view(const Array& array, EntryView& entry) {
   for (const Value& element : array) {
     if (const std::string* text = element.string()) {
@@ -41,11 +45,13 @@ Value EntryView::copy() const {
 }
 
 EntryView& DictionaryView::append(std::string_view key, Value::Kind kind) {
+  if (_entries.empty()) _entries.reserve(UsualEntries);
   if (_count == _entries.size()) _entries.emplace_back();
   EntryView& entry = _entries[_count++];
   entry.key = key;
   entry.kind = kind;
   entry.texts.clear();
+  if (kind == Value::Kind::array) entry.texts.reserve(UsualTexts);
   entry.hasOnlyTexts = true;
   entry.value.reset();
   return entry;
