@@ -152,19 +152,20 @@ void ListHistory::restore(const std::string& id, const std::optional<Entry>& ent
   _manager->setAttached(Key, arrayOf(std::move(all)));
 }
 
-// Absent where all of it stays. Steps that this version cannot read tell of anybody.
+// Absent where all of it stays. What this version cannot read of a step tells of anybody.
 std::optional<LongArrayElements> ListHistory::elementsWithout(const LongArray& stored, const ForgottenPerson& person,
                                                               const std::string& id) {
   LongArrayElements elements;
   bool isChanged = false;
   for (std::size_t index = 0; index < stored.size(); ++index) {
-    const auto entry = historyEntryOf(stored.at(index));
+    const Value element = stored.at(index);
+    const auto entry = historyEntryOf(element);
     if (!id.empty() && (!entry || entry->step.id != id)) {
       elements.push_back(elementAt(stored, index));
       continue;
     }
     const auto rest = entry ? without(*entry, person) : std::nullopt;
-    const bool isSame = rest && rest->changes == entry->changes;
+    const bool isSame = rest && rest->changes == entry->changes && Value(elementOf(*rest)) == element;
     isChanged = isChanged || !isSame;
     if (!rest) continue;
     elements.push_back(isSame ? elementAt(stored, index) : ArrayChunk::Element(Value(elementOf(*rest))));
