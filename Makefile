@@ -9,7 +9,7 @@ SOURCE_FOLDERS = pellor cli tests examples fuzz bench
 SOURCES = $(shell find $(wildcard $(SOURCE_FOLDERS)) -name '*.h' -o -name '*.cpp')
 
 .DEFAULT_GOAL := help
-.PHONY: help setup run test asan tsan thread-safety coverage core bench bench-table races nightly format check-format check-sources tidy install clean
+.PHONY: help setup run test asan tsan thread-safety coverage core bench bench-table races fuzz nightly format check-format check-sources tidy install clean
 
 help:
 	@echo 'make run            the program at work on the sample contacts (release build)'
@@ -21,6 +21,7 @@ help:
 	@echo 'make bench          measure, each thing beside its yardstick (BENCH_QUICK=1, BENCH_ROWS=text: less of it)'
 	@echo 'make bench-table    the same, all of it, into docs/performance.md'
 	@echo 'make races          let programs edit one list at the same moment; tells what was lost (RACES=200, RACE_OPTIONS=--help)'
+	@echo 'make fuzz           search by bytes, each target for a while (FUZZ_SECONDS=60, FUZZ_TARGETS=names: only these)'
 	@echo 'make nightly        what takes too long for each change: the races, new worlds, a million merges (TRIPLES=1000000)'
 	@echo 'make core           build the library alone, without the Linux platform'
 	@echo 'make format         format all sources;  make check-format  only tell which are not'
@@ -104,9 +105,17 @@ races:
 	$(call build,dev,,races)
 	@build/dev/tests/e2e/races --results build/races.txt --races $(RACES) --other-races $(OTHER_RACES) $(RACE_OPTIONS)
 
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS ?=
+
+fuzz:
+	@$(SETUP) build libraries services sanitizers
+	$(call build,fuzz,,pellor_fuzz)
+	@fuzz/run.sh $(FUZZ_SECONDS) $(FUZZ_TARGETS)
+
 TRIPLES ?= 1000000
 
-nightly: races
+nightly: races fuzz
 	$(call build,dev)
 	@echo '== simulated worlds that never ran before'
 	@PELLOR_SEED_MINUTES=5 PELLOR_FIRST_SEED=$$(date +%s)00000000 build/dev/tests/pellor/pellor_tests --gtest_brief=1 \
