@@ -115,6 +115,7 @@ void PLFriendsManager::_judgeSteps(const PLStoredList& stored) {
   if (base->listVersion.store != stored.listVersion.store) base = std::make_shared<const PLBaseline>();
   PLStoredPages theirs = _parts->takeover.pagesOf(*base, stored, _parts->ownPages(*base), _writer->dirtyChunks());
   theirs.storedStep = _writer->storedStep();
+  for (const auto& [key, array] : stored.attached) theirs.attached.emplace(key, array.elements);
   _parts->steps.judge(theirs);
 }
 

@@ -2,10 +2,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "pellor/runtime/LongArray.h"
 #include "pellor/runtime/Value.h"
 
 namespace pellor {
@@ -23,7 +26,8 @@ struct PLStoredPages {
   std::vector<PLStoredSlot> contents;  ///< by slot, of all pages; the last page may lack some at its end
   std::vector<std::string> titles;     ///< by page; empty without one, and absent for the last pages without
   std::uint64_t groupSize = 1;         ///< slots of a page
-  std::uint64_t storedStep = 0;        ///< steps up to this number are stored, though it may not have been told yet
+  std::map<std::string, LongArray, std::less<>> attached;  ///< the attached arrays that are stored with it
+  std::uint64_t storedStep = 0;  ///< steps up to this number are stored, though it may not have been told yet
 };
 
 /// Why a list became another one.

@@ -302,6 +302,61 @@ TEST_F(ForgetStoryTest, WhatAnotherProcessToldOfHimMeanwhileGoesToo) {
   }
 }
 
+// Who is no friend any more, of whom another process takes a step back in that moment.
+TEST_F(ForgetStoryTest, AStepThatIsTakenBackMeanwhileTellsNothingOfHimAfterwards) {
+  for (const bool isFirst : {true, false}) {
+    SCOPED_TRACE(isFirst ? "taken back first" : "forgotten first");
+    if (!a->friendNamed("Bob")) apply(*a, {AddFriend{.contactGUID = "guid-Bob"}});
+    apply(*a, carrying(a->idNamed("Bob"), "Bob"));
+    apply(*a, {SetReplyAs{a->idNamed("Bob"), {}}, MoveFriend{a->idNamed("Cy"), {1, isFirst ? 0U : 1U}}});
+    const std::string both = history(*a).back().id;
+    apply(*a, {RemoveFriend{a->idNamed("Bob")}});
+    rest();
+    const auto takeBack = [&] { EXPECT_TRUE(b->process().run([&] { return b->list().undo(both); })); };
+    if (isFirst) takeBack();
+    if (isFirst) advance(0.05);
+    EXPECT_TRUE(forget(*a, "guid-Bob"));
+    if (!isFirst) advance(0.05);
+    if (!isFirst) takeBack();
+    rest();
+    expectNoTraceOf("Bob");
+    EXPECT_EQ(b->process().list(), a->process().list());
+  }
+}
+
+TEST_F(ForgetStoryTest, TwoWhoAreForgottenAtOnceLeaveNothingInAStepOfBoth) {
+  Edits edits = carrying(bob, "Bob");
+  for (const Edit& edit : carrying(a->idNamed("Ann"), "Ann")) edits.push_back(edit);
+  edits.emplace_back(SetReplyAs{a->idNamed("Cy"), "text"});
+  apply(*a, edits);
+  rest();
+  EXPECT_TRUE(forget(*a, "guid-Ann"));
+  EXPECT_TRUE(forget(*b, "guid-Bob"));
+  rest();
+  expectNoTraceOf("Ann");
+  expectNoTraceOf("Bob");
+  EXPECT_EQ(history(*a).front().summary.names, std::vector<std::string>{"Cy"});
+}
+
+// What became of the friend is told by both: nothing says that the friend is to be forgotten.
+TEST_F(ForgetStoryTest, AStepThatTwoTakeBackAtOnceCanBeDoneAgainAndBeForgotten) {
+  apply(*a, {RemoveFriend{bob}});
+  a->process().run([&] { a->list().clearHistory(); });
+  apply(*a, {AddFriend{.contactGUID = "guid-Bob"}});
+  const std::string added = history(*a).back().id;
+  apply(*a, {MoveFriend{a->idNamed("Cy"), {1, 0}}});
+  rest();
+  for (ListProcess* process : {a.get(), b.get()})
+    EXPECT_TRUE(process->process().run([&] { return process->list().undo(added); }));
+  rest();
+  for (ListProcess* process : {a.get(), b.get()})
+    EXPECT_EQ(process->process().run([&] { return process->list().planRedo(); }).step.value_or(HistoryStep()).id,
+              added);
+  EXPECT_TRUE(forget(*a, "bob@example.org"));
+  rest();
+  expectNoTraceOf("Bob");
+}
+
 TEST_F(ForgetStoryTest, AClearedHistoryIsEmptyInAllProcesses) {
   apply(*a, carrying(bob, "Bob"));
   rest();
@@ -336,19 +391,14 @@ class ForgettingWorld : public ForgetTest {
       }
       if (below(5) == 0) killOne();
       rest();
-      // What others do beside it brings nobody into the list.
       const std::size_t own = below(2);
-      for (std::size_t steps = below(3); steps > 0; --steps) change(*_processes[1 - own]);
+      for (std::size_t steps = below(3); steps > 0; --steps) stepBeside(*_processes[1 - own]);
       for (std::size_t steps = below(2); steps > 0; --steps) step(_processes[own]);
-      const std::string name = some(_names);
-      const ForgetAnswer answer = forget(*_processes[own], below(2) == 0 ? guidOf(name) : mailOf(name));
+      std::set<std::string> gone = {forgetSomebody(*_processes[own])};
+      if (below(4) == 0) gone.insert(forgetSomebody(*_processes[1 - own]));
       rest();
-      expectNoTraceOf(name);
-      for (const auto& process : _processes) {
-        EXPECT_FALSE(process->friendNamed(name));
-        EXPECT_EQ(process->process().manager().invariantViolation(), std::nullopt);
-      }
-      if (answer) ++_forgotten;
+      for (const std::string& name : gone) expectForgotten(name);
+      for (const auto& process : _processes) EXPECT_EQ(process->process().manager().invariantViolation(), std::nullopt);
     }
   }
   std::size_t forgotten() const { return _forgotten; }
@@ -360,6 +410,17 @@ class ForgettingWorld : public ForgetTest {
     return all[below(all.size())];
   }
 
+  std::string forgetSomebody(ListProcess& process) {
+    std::string name = some(_names);
+    if (forget(process, below(2) == 0 ? guidOf(name) : mailOf(name))) ++_forgotten;
+    return name;
+  }
+  // A removal that another program takes back in the same moment brings a person back.
+  void expectForgotten(const std::string& name) {
+    EXPECT_EQ(_processes[0]->friendNamed(name) == nullptr, _processes[1]->friendNamed(name) == nullptr);
+    if (!_processes[0]->friendNamed(name)) expectNoTraceOf(name);
+  }
+
   void killOne() {
     auto& process = some(_processes);
     process->kill();
@@ -367,13 +428,19 @@ class ForgettingWorld : public ForgetTest {
   }
 
   void step(std::unique_ptr<ListProcess>& process) {
-    if (below(5) == 0)
-      return process->process().run([&] { below(2) == 0 ? process->list().undo() : process->list().redo(); }), void();
+    if (below(5) == 0) return takeBackOrAgain(*process);
     if (const std::string name = some(_names); !process->friendNamed(name)) {
       apply(*process, {AddFriend{.contactGUID = guidOf(name)}});
     } else {
       change(*process);
     }
+  }
+
+  // Adds nobody.
+  void stepBeside(ListProcess& process) { below(3) == 0 ? takeBackOrAgain(process) : change(process); }
+
+  void takeBackOrAgain(ListProcess& process) {
+    process.process().run([&] { below(2) == 0 ? process.list().undo() : process.list().redo(); });
   }
 
   void change(ListProcess& process) {

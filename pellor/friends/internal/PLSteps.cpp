@@ -60,7 +60,8 @@ void PLSteps::noteStored(std::uint64_t last) {
 
 bool PLSteps::areToBeJudged(const PLBaseline& base, const PLStoredList& stored) const {
   if (_client.expired() || _writer.steps().isMaking() || _writer.storedStep() == _writer.steps().made()) return false;
-  return base.listVersion != stored.listVersion || base.titlesVersion != stored.titlesVersion;
+  return base.listVersion != stored.listVersion || base.titlesVersion != stored.titlesVersion ||
+         !_writer.attachedArrays().areKnown(stored.attached);
 }
 
 void PLSteps::judge(const PLStoredPages& theirs) {

@@ -146,6 +146,12 @@ void AutomaticSteps::noteStored(std::uint64_t last) {
   std::erase_if(_unstored, [last](const Unstored& step) { return step.number <= last; });
 }
 
+std::vector<const StepRecord*> AutomaticSteps::unstored() const {
+  std::vector<const StepRecord*> steps;
+  for (const Unstored& step : _unstored) steps.push_back(&step.record);
+  return steps;
+}
+
 void AutomaticSteps::judge(const PLStoredPages& theirs) {
   noteStored(theirs.storedStep);
   for (Unstored& step : std::exchange(_unstored, {})) {

@@ -36,6 +36,8 @@ class AutomaticSteps {
   void writePlaces(const ListChange& change, std::uint64_t number);
 
   void noteStored(std::uint64_t last);
+  /// Those that are not stored.
+  std::vector<const StepRecord*> unstored() const;
   /// Takes the steps out of the history that a merge with `theirs` leaves nothing of: what theirs has decided already
   /// is told by their step, and who was cleaned up comes back and is judged anew.
   void judge(const PLStoredPages& theirs);

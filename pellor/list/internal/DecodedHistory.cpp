@@ -20,8 +20,9 @@ void DecodedHistory::read(const LongArray& stored) {
 }
 
 void DecodedHistory::noteOwn(HistoryEntry entry) {
-  std::string id = entry.step.id;
-  _own.insert_or_assign(std::move(id), std::make_shared<const HistoryEntry>(std::move(entry)));
+  Dictionary element = elementOf(entry);
+  const auto kept = std::make_shared<const HistoryEntry>(std::move(entry));
+  _own.insert_or_assign(kept->step.id, Own{kept, std::move(element)});
 }
 
 std::size_t DecodedHistory::size() const {
@@ -50,17 +51,25 @@ const DecodedHistory::Element* DecodedHistory::known(const ArrayChunk& source, s
 }
 
 DecodedHistory::Element DecodedHistory::decoded(const Value& element) const {
+  if (Entry own = ownOf(element)) return {own, own->moment};
   auto entry = historyEntryOf(element);
-  if (!entry) return {nullptr, momentOf(element)};
-  const std::int64_t moment = entry->moment;
-  const auto own = _own.find(entry->step.id);
-  if (own != _own.end() && own->second->changes == entry->changes) {
-    if (own->second->moment == moment) return {own->second, moment};
-    // Steps of others came before it.
-    entry = *own->second;
-    entry->moment = moment;
-  }
-  return {std::make_shared<const HistoryEntry>(*std::move(entry)), moment};
+  const std::int64_t moment = momentOf(element);
+  return {entry ? std::make_shared<const HistoryEntry>(*std::move(entry)) : nullptr, moment};
+}
+
+// Steps of others may have come before it: then it has another moment.
+DecodedHistory::Entry DecodedHistory::ownOf(const Value& element) const {
+  const auto id = element.dictionary() ? stringForKey(*element.dictionary(), "id") : std::nullopt;
+  const auto own = id ? _own.find(*id) : _own.end();
+  if (own == _own.end()) return nullptr;
+  const std::int64_t moment = momentOf(element);
+  Dictionary expected = own->second.element;
+  expected.insert_or_assign(HistoryEntry::MomentKey, Value(moment));
+  if (expected != *element.dictionary()) return nullptr;
+  if (own->second.entry->moment == moment) return own->second.entry;
+  HistoryEntry entry = *own->second.entry;
+  entry.moment = moment;
+  return std::make_shared<const HistoryEntry>(std::move(entry));
 }
 
 void DecodedHistory::putInOrder() {

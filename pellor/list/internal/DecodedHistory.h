@@ -26,8 +26,8 @@ class DecodedHistory {
 
   /// Has the elements of `stored`.
   void read(const LongArray& stored);
-  /// A step of this process. It is had as it is for the element that tells the same of it: the ids of friends and pages
-  /// are not stored.
+  /// A step of this process. It is had as it is for the element that tells the same of it, be it of another moment: the
+  /// ids of friends and pages are not stored.
   void noteOwn(HistoryEntry entry);
   /// No step counts as one of this process.
   void forgetOwn() { _own.clear(); }
@@ -38,6 +38,10 @@ class DecodedHistory {
   const std::vector<Entry>& entries() const { return _entries; }
 
  private:
+  struct Own {
+    Entry entry;
+    Dictionary element;  ///< what was made of it
+  };
   struct Chunk {
     std::shared_ptr<const ArrayChunk> source;
     std::vector<Element> elements;
@@ -46,12 +50,13 @@ class DecodedHistory {
   Chunk decoded(const std::shared_ptr<const ArrayChunk>& source) const;
   const Element* known(const ArrayChunk& source, std::size_t index) const;
   Element decoded(const Value& element) const;
+  Entry ownOf(const Value& element) const;
   void putInOrder();
   void dropOwnThatLeft();
 
   std::vector<Chunk> _chunks;
-  std::vector<Entry> _entries;        // by moment
-  std::map<std::string, Entry> _own;  // by the id of the step
+  std::vector<Entry> _entries;      // by moment
+  std::map<std::string, Own> _own;  // by the id of the step
 };
 
 }  // namespace pellor

@@ -26,6 +26,8 @@ class ForgottenPerson {
 
   /// The person is known by this too.
   void add(const FriendIdentity& identity);
+  /// A page that has this number of a friend tells of the person.
+  void addFingerprint(std::uint32_t fingerprint) { _fingerprints.insert(fingerprint); }
   /// The person is known by what became of it, and what it was before.
   void learn(const std::vector<StepRecord>& steps);
 

@@ -1,6 +1,7 @@
 // By what a friend is known where no process has it any more.
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -16,6 +17,7 @@ struct FriendIdentity {
   std::string guid;                       ///< of the contact; empty without one
   std::string name;                       ///< empty without one
   std::vector<std::string> destinations;  ///< ascending
+  friend auto operator<=>(const FriendIdentity&, const FriendIdentity&) = default;
 };
 
 FriendIdentity identityOf(const Friend& person);

@@ -79,6 +79,12 @@ std::vector<StepRecord> ListHistory::records() {
   return records;
 }
 
+std::vector<StepRecord> ListHistory::recordsOf(const Entry& entry) {
+  std::vector<StepRecord> records;
+  addRecords(records, entry);
+  return records;
+}
+
 std::vector<StepRecord> ListHistory::recordsIn(const LongArray& stored) {
   std::vector<StepRecord> records;
   for (const Value& element : stored.elements())

@@ -50,6 +50,7 @@ class ListHistory {
   const std::vector<DecodedHistory::Entry>& entries();
   /// All steps, and what taking them back did.
   std::vector<StepRecord> records();
+  static std::vector<StepRecord> recordsOf(const Entry& entry);
   /// Likewise, of a history that is not this one.
   static std::vector<StepRecord> recordsIn(const LongArray& stored);
   std::vector<HistoryStep> summaries();

@@ -27,6 +27,8 @@
 #include "pellor/list/internal/StepPlan.h"
 #include "pellor/list/internal/StepRecord.h"
 #include "pellor/list/internal/TakeBack.h"
+#include "pellor/list/internal/ToldPeople.h"
+#include "pellor/runtime/LongArray.h"
 #include "pellor/runtime/Process.h"
 
 namespace pellor {
@@ -105,6 +107,11 @@ class ListSteps final : public PLStepClient {
     ImportAnswer answer = {};
   };
   using Forms = std::map<FriendId, Dictionary>;
+  /// A friend who left the list in another process.
+  struct Gone {
+    FriendId id;
+    std::vector<FriendIdentity> knownAs;  ///< since the version that both processes have
+  };
   /// A step that is to be taken back.
   struct TakingBack {
     std::optional<ListHistory::Entry> entry;  ///< absent: there is none
@@ -134,8 +141,14 @@ class ListSteps final : public PLStepClient {
   RemovedFriends::Changes noteRemoved(const ListStep& step, const Forms& formsBefore);
   void sign(StepRecord& record);
   void record(const ListStep& step, const Forms& formsBefore, StepRecord& record);
+  ListDraft judgeEach(const TheirList& list, std::uint64_t lastStored);
   std::optional<Refusal> judge(const Unstored& step, const TheirList& theirs, ListDraft& draft) const;
   void reject(Unstored step, const Refusal& refusal);
+  std::multimap<FriendId, Dictionary> unstoredFormsBefore(std::uint64_t lastStored) const;
+  ToldPeople toldBefore(std::uint64_t lastStored);
+  std::optional<ForgottenPerson> forgottenIn(const TheirList& list, const LongArray& history,
+                                             const std::vector<Gone>& gone, std::uint64_t lastStored);
+  void leaveOut(const ForgottenPerson& persons, std::uint64_t lastStored);
   TakingBack takingBack(const StepRecord* record);
   void noteInHistory(const std::string& entry, const StepRecord& record, Note note);
   void notePlacedElsewhere(const Snapshot& before, std::uint64_t lastStored);
@@ -154,7 +167,6 @@ class ListSteps final : public PLStepClient {
   void commitForgetting(const std::vector<FriendId>& leaving, ForgottenPerson person, ForgottenHandler forgotten);
   bool forgetAgain(Unstored& step);
   void eraseTraces(const ForgottenPerson& person, ForgottenHandler forgotten);
-  void leaveOut(const std::vector<FriendIdentity>& gone, std::uint64_t lastStored);
   void bringBack(TakingBack& back);
   Dictionary formOf(FriendId id) const;
   std::vector<FriendId> friendsSharing(const Friend& gone) const;

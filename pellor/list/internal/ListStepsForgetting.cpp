@@ -200,29 +200,6 @@ bool ListSteps::forgetAgain(Unstored& step) {
   return true;
 }
 
-// Those may have been forgotten there: no step that is stored later is to tell of them.
-void ListSteps::leaveOut(const std::vector<FriendIdentity>& gone, std::uint64_t lastStored) {
-  ForgottenPerson persons([this, gone](const FriendIdentity& identity) { return isOfAnother(identity, gone); });
-  for (const FriendIdentity& identity : gone) persons.add(identity);
-  const auto isTheirs = [&](const std::optional<Value>& remembered) {
-    const Value* form = remembered ? valueForKey(*remembered->dictionary(), "form") : nullptr;
-    return form && persons.isTheirs(*form->dictionary());
-  };
-  _exceptions.forget(persons);
-  for (Unstored& step : _unstored) {
-    if (step.number <= lastStored) continue;
-    const auto others =
-        std::ranges::partition(step.removed, [&](const auto& change) { return isTheirs(change.after); });
-    _removed.takeBack({step.removed.begin(), others.begin()});
-    step.removed.erase(step.removed.begin(), others.begin());
-    auto rest = persons.without(step.record);
-    if (rest == step.record) continue;
-    _history.forget(persons, step.entry);
-    if (!rest) step.record.friends.clear();
-    if (rest) step.record = *std::move(rest);
-  }
-}
-
 StepAnswer ListSteps::clearHistory(StoredHandler stored) {
   if (!_manager->isLoaded()) return {{}, Refusal{RefusalReason::storeNotReadable}};
   const Snapshot now = _feed.noteRest();
