@@ -181,6 +181,44 @@ TEST_P(FriendListStepSeedsTest, StepsTakenBackInReverseOrderGiveTheListOfTheStar
   });
 }
 
+// Forth and back, several times, stored in between or not; where all processes lay out the same pages also by another
+// process each time, as by commands. PELLOR_REDONE=<count>: how many worlds, of up to 60 steps each.
+TEST_P(FriendListStepSeedsTest, StepsTakenBackAndDoneAgainGiveTheListOfBefore) {
+  forEachSeed(countOf("PELLOR_REDONE", 200, 40), [](std::uint64_t seed) {
+    Steps world(seed, 1);
+    auto& a = world.all.front();
+    std::vector<std::string> contents = {contentOf(a->snapshot())};
+    for (std::size_t steps = 1 + world.random.below(60); steps > 0; --steps) {
+      a->apply([&](const Snapshot& list) { return world.random.step(list); });
+      const std::size_t made = a->process().run([&] { return a->list().history().size(); });
+      if (made == contents.size()) contents.push_back(contentOf(a->snapshot()));
+      if (world.random.below(4) == 0) world.rest();
+    }
+    const std::size_t last = contents.size() - 1;
+    const bool isAnother = std::ranges::all_of(contents, isLaidOutByAll) && world.random.below(2) == 0;
+    const auto turn = [&](bool isBack, std::size_t expected) {
+      if (isAnother) {
+        world.rest();
+        a = std::make_unique<ListProcess>(world.launch());
+        world.rest();
+      }
+      const UndoAnswer answer = a->process().run([&] { return isBack ? a->list().undo() : a->list().redo(); });
+      ASSERT_TRUE(answer && answer.step);
+      if (world.random.below(4) == 0) world.rest();
+      const std::string now = contentOf(a->snapshot());
+      ASSERT_EQ(isAnother ? withoutEmptyEnd(now) : now,
+                isAnother ? withoutEmptyEnd(contents[expected]) : contents[expected])
+          << (isBack ? "taken back to step " : "done again to step ") << expected << " of " << last;
+      ASSERT_TRUE(answer.kept.empty());
+    };
+    for (int times = 0; times < 3 && !HasFatalFailure(); ++times) {
+      const std::size_t first = last - world.random.below(last + 1);
+      for (std::size_t now = last; now > first && !HasFatalFailure();) turn(true, --now);
+      for (std::size_t now = first; now < last && !HasFatalFailure();) turn(false, ++now);
+    }
+  });
+}
+
 // Each step is told of once; who was told that a step is stored finds it stored as a whole, and of one that was
 // refused nothing; all processes come to one list.
 TEST_P(FriendListStepSeedsTest, EachStepIsStoredOrRefusedAndToldOfOnce) {

@@ -171,6 +171,36 @@ TEST_P(TakeBackSeedsTest, StepsTakenBackInReverseOrderGiveTheListOfTheStart) {
   });
 }
 
+// Forth and back, several times, over some of the last steps. PELLOR_DONE_AGAIN=<count>: how many lists, of up to 60
+// steps each.
+TEST_P(TakeBackSeedsTest, StepsTakenBackAndDoneAgainGiveTheListOfBefore) {
+  forEachSeed(countOf("PELLOR_DONE_AGAIN", 400, 60), [&](std::uint64_t seed) {
+    RandomSteps random(seed, true);
+    const auto kept = [&](const StepRecord& step) {
+      return seed % 3 == 0 || (seed % 3 == 1 && random.below(2) == 0) ? StepWorld::asStored(step) : step;
+    };
+    std::vector<std::string> texts{random.world().text()};
+    std::vector<StepRecord> steps, undone;
+    for (std::size_t count = 1 + random.below(60); count > 0; --count) {
+      steps.push_back(kept(random.step()));
+      texts.push_back(random.world().text());
+    }
+    const auto turn = [&](std::vector<StepRecord>& from, std::vector<StepRecord>& to) {
+      const auto answer = random.world().takeBack(from.back());
+      from.pop_back();
+      to.push_back(kept(answer.step));
+      ASSERT_FALSE(answer.taken.refusal);
+      ASSERT_TRUE(answer.taken.kept.empty());
+      ASSERT_EQ(random.world().text(), texts[steps.size()]) << steps.size() << " of " << texts.size() - 1;
+    };
+    for (int times = 0; times < 3 && !HasFatalFailure(); ++times) {
+      for (std::size_t left = random.below(steps.size() + 1); steps.size() > left && !HasFatalFailure();)
+        turn(steps, undone);
+      while (!undone.empty() && !HasFatalFailure()) turn(undone, steps);
+    }
+  });
+}
+
 /// Who stands where, by tags.
 struct TaggedList {
   std::map<std::int64_t, FriendId> ids;
