@@ -435,6 +435,28 @@ TEST_F(FriendListStepTest, APageThatWasEmptyBeforeTheStepStaysWhenItIsTakenBack)
   EXPECT_EQ(a->process().list(), "Ann,-|-,-|Bob,-|-,-");
 }
 
+// Each time by another process, which does not lay out the empty page behind.
+TEST_F(FriendListStepTest, TheOnlyPageGoesWithItsTitleWhereAnotherOneComes) {
+  setSetting(PLEmptyTrailingGroupEnabledKey, false);
+  auto a = open("Ann,-");
+  a->apply([](const Snapshot& list) { return Edits{InsertPage{0, "Club"}, MoveFriend{at(list, 0, 0), {0, 1}}}; });
+  rest();
+  const auto turn = [&](bool isBack) {
+    a = std::make_unique<ListProcess>(launch());
+    rest();
+    const auto answer = a->process().run([&] { return isBack ? a->list().undo() : a->list().redo(); });
+    EXPECT_TRUE(answer.step);
+    EXPECT_THAT(answer.kept, IsEmpty());
+    rest();
+    const Snapshot list = a->snapshot();
+    return a->process().list() + " " + list.page(0).title;
+  };
+  for (int times = 0; times < 2; ++times) {
+    EXPECT_EQ(turn(true), "Ann,- ");
+    EXPECT_EQ(turn(false), "-,Ann Club") << "an empty page at the end is no part of it";
+  }
+}
+
 /// Moves the first friend to the second slot; what becomes of the step goes to `told`.
 void moveFirst(ListProcess& process, std::vector<std::optional<Refusal>>& told) {
   const auto edits = [](const Snapshot& list) { return Edits{MoveFriend{list.friendAt({0, 0})->id, {0, 1}}}; };

@@ -107,6 +107,10 @@ void StepPerformer::removePages() {
     }
   }
   std::ranges::reverse(_pages);
+  // The manager keeps its only group, which becomes the first page that comes.
+  if (!_pages.empty()) return;
+  _pages.push_back(_step.draft.pageId(0));
+  _manager.friendGroups().front()->setTitle(std::nullopt);
 }
 
 // From the first page on, each gets its place. Where one went to a later place the others are moved up by moving it.

@@ -72,6 +72,7 @@ class TakingBack {
         _now(now),
         _formNow(formNow),
         _newFriendId(newFriendId),
+        _laidOut(layOutEmptyEnd(step, now)),
         _stepPages(step),
         _matching(step, _stepPages, now, formNow) {
     for (std::size_t number = 0; number < step.pages.size(); ++number) _pages.push_back(_matching.page(number));
@@ -84,7 +85,9 @@ class TakingBack {
     std::ranges::sort(_moved, {}, &Comer::from);
     std::ranges::sort(_restored, {}, &Comer::from);
     placeAll();
-    if (!_result.refusal) _now.addEmptyPageIfDue();
+    if (_result.refusal) return std::move(_result);
+    removeUnusedEnd();
+    _now.addEmptyPageIfDue();
     return std::move(_result);
   }
 
@@ -94,6 +97,27 @@ class TakingBack {
     FriendId id;
     Place from;
   };
+
+  // --- Empty pages at the end ---
+
+  // Each process lays them out for itself: one that the step left there is there, whether this one has it or not.
+  static std::vector<PageId> layOutEmptyEnd(const StepRecord& step, ListDraft& now) {
+    std::size_t count = now.pageCount();
+    for (const PageRecord& page : step.pages)
+      if (page.from && page.to && page.fingerprints.empty() && page.titleAfter.empty())
+        count = std::max(count, *page.to + 1);
+    std::vector<PageId> laidOut;
+    while (now.pageCount() < count && now.canInsertPage()) laidOut.push_back(now.insertPage(now.pageCount(), ""));
+    return laidOut;
+  }
+
+  void removeUnusedEnd() {
+    for (std::size_t last = _now.pageCount() - 1; last > 0; --last) {
+      const bool isUnused = _now.isEmpty(last) && _now.title(last).empty();
+      if (!isUnused || std::ranges::find(_laidOut, _now.pageId(last)) == _laidOut.end()) return;
+      _now.removePage(last);
+    }
+  }
 
   // --- Friends ---
 
@@ -209,10 +233,12 @@ class TakingBack {
       const auto index = indexNow(number);
       if (page.from || !index) continue;
       const bool isTheOnlyOne = _now.pageCount() == 1 && !areOthersComing;
-      if (_now.isEmpty(*index) && _now.title(*index) == page.titleAfter && !isTheOnlyOne) {
-        _now.removePage(*index);
-      } else {
+      if (!_now.isEmpty(*index) || _now.title(*index) != page.titleAfter) {
         keepPage(Part::page, number);
+      } else if (isTheOnlyOne) {
+        _now.rename(*index, "");
+      } else {
+        _now.removePage(*index);
       }
     }
   }
@@ -289,6 +315,7 @@ class TakingBack {
   ListDraft& _now;
   const FormOfFriend& _formNow;
   const std::function<FriendId()>& _newFriendId;
+  const std::vector<PageId> _laidOut;
   const StepPages _stepPages;
   const StepMatching _matching;
   std::vector<std::optional<PageId>> _pages;  // of the step, as they are in the draft

@@ -44,8 +44,10 @@ struct TakenBack {
 /// - A friend whom it moved goes back, if it stands where the step put it.
 /// - Friends who come take their slots; where one is taken, the nearest free one of the page, of two the later one;
 ///   else the first one on any page; else one on a new last page.
-/// - A page that it inserted goes, if nobody stands on it and it has its title. One that it removed comes back, as far
+/// - A page that it inserted goes, if nobody stands on it and it has its title; the only one of the list loses that.
+/// One that it removed comes back, as far
 ///   as the list may have so many pages. One that it moved goes back, if its index is the one that the step gave it.
+/// - An empty page at the end that the step left there is there, also where this process does not lay it out.
 /// - A title and each field of a friend get their values back, if they are those that the step gave them.
 TakenBack takeBack(const StepRecord& step, ListDraft& now, const FormOfFriend& formNow,
                    const std::function<FriendId()>& newFriendId);
