@@ -14,7 +14,7 @@
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
 #include "cli/Suggestion.h"
-#include "pellor/linux/contacts/NameSearchKey.h"
+#include "pellor/linux/contacts/AlphabeticalOrder.h"
 #include "pellor/platform/WalkingContactSearch.h"
 
 namespace pellor::cli {
@@ -84,11 +84,11 @@ std::shared_ptr<ContactSearch> searchOf(Session& session) {
   return platform.contactSearch ? platform.contactSearch : std::make_shared<WalkingContactSearch>(platform);
 }
 
-void sortByName(std::vector<ContactEntry>& contacts) {
+void sortByName(std::vector<ContactEntry>& contacts, const AlphabeticalOrder& order) {
   std::vector<std::pair<std::string, ContactEntry>> keyed;
   keyed.reserve(contacts.size());
   for (ContactEntry& contact : contacts) {
-    keyed.emplace_back(nameSortKey(contact.name.value_or("")), std::move(contact));
+    keyed.emplace_back(order.key(contact.name.value_or("")), std::move(contact));
   }
   std::ranges::stable_sort(keyed, {}, &std::pair<std::string, ContactEntry>::first);
   std::ranges::transform(keyed, contacts.begin(), [](auto& pair) { return std::move(pair.second); });
@@ -120,7 +120,7 @@ std::string nameOf(const ContactEntry& contact) {
 std::vector<ContactEntry> contactsMatching(Session& session, const std::optional<std::string>& pattern) {
   std::vector<ContactEntry> found;
   session.withAddressBook([&](AddressBook& addressBook) { found = entriesOf(addressBook.allPeople()); });
-  sortByName(found);
+  sortByName(found, AlphabeticalOrder(session.platform().locale()));
   return pattern ? matching(session, std::move(found), *pattern) : found;
 }
 

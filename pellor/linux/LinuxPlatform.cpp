@@ -121,7 +121,7 @@ std::shared_ptr<IndexedAddressBook> makeAddressBook(Process& process, const Linu
   result.index.canonicalForm = [region] { return region->region() + " " + std::to_string(KeptFormsVersion); };
   result.index.progress = options.indexProgress;
   result.noticesChanges = options.noticesChanges;
-  result.surnameFirst = [region] { return writesSurnameFirst(region->locale()); };
+  result.locale = [region] { return region->locale(); };
   result.nameSettings = [settings = std::make_shared<StoreNameSettings>(preferences)] { return settings->current(); };
   return IndexedAddressBook::make(process, makeCards(process, options), std::move(result));
 }

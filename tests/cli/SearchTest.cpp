@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -72,6 +73,29 @@ TEST(Search, AContactIsFoundWithTheBestFitFirst) {
   EXPECT_THAT(found, Not(HasSubstr("Berg")));
   EXPECT_THAT(pellor(home, {"contacts", "0151 234"}).output, HasSubstr("Zoë Martin"));
   EXPECT_THAT(pellor(home, {"contacts", "76543"}).output, AllOf(HasSubstr("Yıldız"), HasSubstr("Berg")));
+}
+
+// The list shows who was marked without a place of their own in the same order. The locale is the store's: a program in
+// another one sorts alike.
+TEST(Search, ContactsStandInTheOrderOfTheStoresLanguage) {
+  Home home;
+  home.setVariable("LC_ALL=sv_SE.UTF-8");
+  const std::vector<std::string> names = {"Anna Zorn", "Zeth Asp", "Åke Berg", "Ängla Ek", "Örjan Wik"};
+  for (std::size_t index = names.size(); index-- > 0;)
+    home.addContact("g" + std::to_string(index), names[index],
+                    "TEL:030 765430" + std::to_string(index) + "\nX-FOLKS-FAVOURITE:true\n");
+  const auto inOrder = [&](const std::string& output) {
+    std::vector<std::size_t> places;
+    for (const std::string& name : names) places.push_back(output.find(name));
+    return places.back() != std::string::npos && std::ranges::is_sorted(places);
+  };
+  for (const char* locale : {"LC_ALL=sv_SE.UTF-8", "LC_ALL=en_US.UTF-8"}) {
+    home.setVariable(locale);
+    for (const Arguments& command : {Arguments{"contacts"}, Arguments{"list", "--lines"}}) {
+      const std::string output = pellor(home, command).output;
+      EXPECT_TRUE(inOrder(output)) << locale << "\n" << output;
+    }
+  }
 }
 
 // The first of GUID, number, whole name and words that fits anybody decides.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "pellor/linux/contacts/AlphabeticalOrder.h"
 #include "pellor/linux/text/CollationKeys.h"
 #include "pellor/linux/text/TextLimits.h"
 
@@ -40,6 +41,9 @@ std::string spelledOutNameKey(std::span<const SearchWord> words) {
   return hasOtherSpelling ? keyOf(std::move(keys)) : std::string();
 }
 
-std::string nameSortKey(std::string_view name) { return collationKey(nameWithinLimit(name)); }
+std::string nameSortKey(std::string_view name) {
+  static const AlphabeticalOrder order("");
+  return order.key(name);
+}
 
 }  // namespace pellor

@@ -1,4 +1,4 @@
-// Keys by which names are found and sorted, whatever their case and accents.
+// Keys by which names are found, whatever their case and accents.
 #pragma once
 
 #include <span>
@@ -18,7 +18,7 @@ std::string nameSearchKey(std::span<const SearchWord> words);
 /// The key with each word in its other spelling, if it has one; empty when none of them has.
 std::string spelledOutNameKey(std::span<const SearchWord> words);
 
-/// Sorts before another text's key when the text comes before the other, case and accents aside. Any thread.
-std::string nameSortKey(std::string_view name);
+/// A key of `AlphabeticalOrder` without a locale. Any thread.
+[[deprecated("use AlphabeticalOrder")]] std::string nameSortKey(std::string_view name);
 
 }  // namespace pellor

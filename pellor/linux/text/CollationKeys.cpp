@@ -44,9 +44,9 @@ constexpr std::array SpelledLetters = std::to_array<Replacement>({
     {u'ü', u"ue"},
 });
 
-std::unique_ptr<icu::Collator> makeCollator(const char* kind) {
+std::unique_ptr<icu::Collator> makeCollator() {
   UErrorCode error = U_ZERO_ERROR;
-  std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(icu::Locale(kind), error));
+  std::unique_ptr<icu::Collator> collator(icu::Collator::createInstance(icu::Locale("@collation=search"), error));
   if (U_FAILURE(error)) throw std::runtime_error("ICU has no collation data");
   // Base letters alone: neither accents nor case.
   collator->setStrength(icu::Collator::PRIMARY);
@@ -54,24 +54,20 @@ std::unique_ptr<icu::Collator> makeCollator(const char* kind) {
 }
 
 // A collator may be used by several threads at once as long as nobody changes it.
-// The one for searching also takes for equal what the other one sorts apart, such as the forms of alef; and letters
-// keep their order in its keys, where the other one sorts Thai vowels behind the consonants that they stand before.
+// The one for searching also takes for equal what an alphabetical order sorts apart, such as the forms of alef; and
+// letters keep their order in its keys, where the other one sorts Thai vowels behind the consonants that they stand
+// before.
 const icu::Collator& searchCollator() {
-  static const std::unique_ptr<icu::Collator> made = makeCollator("@collation=search");
+  static const std::unique_ptr<icu::Collator> made = makeCollator();
   return *made;
 }
 
-const icu::Collator& sortCollator() {
-  static const std::unique_ptr<icu::Collator> made = makeCollator("");
-  return *made;
-}
-
-std::string keyOf(const icu::Collator& collator, const icu::UnicodeString& text) {
+std::string searchKeyOf(const icu::UnicodeString& text) {
   std::vector<std::uint8_t> key(static_cast<std::size_t>(text.length()) * 6 + 8);
-  std::int32_t size = collator.getSortKey(text, key.data(), static_cast<std::int32_t>(key.size()));
+  std::int32_t size = searchCollator().getSortKey(text, key.data(), static_cast<std::int32_t>(key.size()));
   if (static_cast<std::size_t>(size) > key.size()) {
     key.resize(static_cast<std::size_t>(size));
-    size = collator.getSortKey(text, key.data(), size);
+    size = searchCollator().getSortKey(text, key.data(), size);
   }
   // The key ends with a zero byte.
   return std::string(key.begin(), key.begin() + std::max(size - 1, 0));
@@ -120,8 +116,8 @@ class WordInTheMaking {
 
   /// The key is empty for a word of marks alone.
   SearchWord word() const {
-    SearchWord word{keyOf(searchCollator(), _plain), {}};
-    if (_hasOtherSpelling) word.spelledOut = keyOf(searchCollator(), _spelledOut);
+    SearchWord word{searchKeyOf(_plain), {}};
+    if (_hasOtherSpelling) word.spelledOut = searchKeyOf(_spelledOut);
     return word;
   }
 
@@ -160,8 +156,6 @@ std::vector<SearchWord> searchWords(std::string_view text) {
   endWord();
   return words;
 }
-
-std::string collationKey(std::string_view text) { return keyOf(sortCollator(), utf16Of(text)); }
 
 // The version of the library stands for that of its collation: asking the collator itself would load its data.
 std::string collationVersion() {

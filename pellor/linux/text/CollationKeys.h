@@ -1,4 +1,4 @@
-// Keys by which texts are found and sorted, whatever their case and accents, by ICU.
+// Keys by which texts are found, whatever their case and accents, by ICU.
 #pragma once
 
 #include <string>
@@ -14,9 +14,6 @@ namespace pellor {
 /// apostrophes that are letters are nothing. The other spelling of ä, ö, ø, ü and å has an e behind the plain letter,
 /// or a second a. Any thread.
 std::vector<SearchWord> searchWords(std::string_view text);
-
-/// Sorts before another text's key when the text comes before the other, case and accents aside. Any thread.
-std::string collationKey(std::string_view text);
 
 /// Names the collation that made the keys: those of different versions do not compare.
 std::string collationVersion();

@@ -52,7 +52,7 @@ IndexedAddressBook::IndexedAddressBook(Passkey, Process& process, std::shared_pt
       _wallClock(std::move(options.wallClock)),
       _refreshMemory(options.index.dataFolder, _source->name(), _log),
       _index(std::make_shared<ContactIndex>(std::move(options.index), _source, _log)),
-      _shared(std::make_shared<IndexedAddressBookHandle>(_index, std::move(options.surnameFirst))),
+      _shared(std::make_shared<IndexedAddressBookHandle>(_index, std::move(options.locale))),
       _inbox(std::make_shared<Inbox>()),
       _retryPauses(RetryPauses) {}
 

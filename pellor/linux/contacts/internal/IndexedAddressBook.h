@@ -14,6 +14,7 @@
 #include "pellor/linux/contacts/internal/ContactIndexOptions.h"
 #include "pellor/linux/contacts/internal/RefreshMemory.h"
 #include "pellor/linux/preferences/StoreNameSettings.h"
+#include "pellor/linux/text/IcuText.h"
 #include "pellor/runtime/BackOff.h"
 #include "pellor/runtime/Process.h"
 #include "pellor/runtime/Timer.h"
@@ -31,8 +32,8 @@ inline constexpr const char* FavoritesChangedNotification = "FavoritesChangedNot
 
 struct IndexedAddressBookOptions {
   ContactIndexOptions index;
-  /// Whether the user's locale writes surnames first; empty: it does not.
-  std::function<bool()> surnameFirst;
+  /// By which names are written and ordered; empty: by no locale's rules.
+  LocaleSource locale;
   /// How people are called at present; empty: by their full names.
   std::function<NameSettings()> nameSettings;
   /// Whether changes are noticed after the first use. A program that ends at once does without: the system lets a

@@ -4,7 +4,7 @@
 #include <set>
 #include <tuple>
 
-#include "pellor/linux/contacts/NameSearchKey.h"
+#include "pellor/linux/contacts/AlphabeticalOrder.h"
 #include "pellor/linux/contacts/internal/IndexedContactRecord.h"
 
 namespace pellor {
@@ -24,9 +24,8 @@ std::optional<std::vector<RecordRef>> unlessEmpty(std::vector<RecordRef> records
 
 }  // namespace
 
-IndexedAddressBookHandle::IndexedAddressBookHandle(std::shared_ptr<ContactIndex> index,
-                                                   std::function<bool()> surnameFirst)
-    : _index(std::move(index)), _surnameFirst(std::move(surnameFirst)) {}
+IndexedAddressBookHandle::IndexedAddressBookHandle(std::shared_ptr<ContactIndex> index, LocaleSource locale)
+    : _index(std::move(index)), _locale(std::move(locale)) {}
 
 bool IndexedAddressBookHandle::isReadable() { return _index->isReadable(); }
 
@@ -133,10 +132,13 @@ std::vector<RecordRef> IndexedAddressBookHandle::markedFavorites() {
     std::string name;
     RecordRef person;
   };
+  const std::vector<RecordRef> marked = records(_index->favoriteRecordIDs());
+  if (marked.empty()) return {};
   std::vector<Favorite> favorites;
-  for (const RecordRef& person : records(_index->favoriteRecordIDs())) {
+  const AlphabeticalOrder order(_locale ? _locale() : std::string());
+  for (const RecordRef& person : marked) {
     const int place = static_cast<const IndexedContactRecord&>(*person).card().favoriteOrder;
-    favorites.push_back({place == 0, place, nameSortKey(person->compositeName().value_or("")), person});
+    favorites.push_back({place == 0, place, order.key(person->compositeName().value_or("")), person});
   }
   std::stable_sort(favorites.begin(), favorites.end(), [](const Favorite& one, const Favorite& other) {
     return std::tie(one.hasNoPlace, one.place, one.name) < std::tie(other.hasNoPlace, other.place, other.name);

@@ -14,6 +14,7 @@
 
 #include "pellor/linux/contacts/internal/ContactIndex.h"
 #include "pellor/linux/contacts/internal/IndexedRecordOwner.h"
+#include "pellor/linux/text/IcuText.h"
 #include "pellor/platform/AddressBookStore.h"
 
 namespace pellor {
@@ -25,12 +26,12 @@ class IndexedAddressBookHandle final : public AddressBook,
                                        public IndexedRecordOwner,
                                        public std::enable_shared_from_this<IndexedAddressBookHandle> {
  public:
-  /// `surnameFirst` says whether the locale writes surnames first.
-  IndexedAddressBookHandle(std::shared_ptr<ContactIndex> index, std::function<bool()> surnameFirst);
+  /// `locale` may be empty: then names are written and ordered by no locale's rules.
+  IndexedAddressBookHandle(std::shared_ptr<ContactIndex> index, LocaleSource locale);
 
   /// A handle to this address book with records of its own.
   std::shared_ptr<IndexedAddressBookHandle> another() const {
-    return std::make_shared<IndexedAddressBookHandle>(_index, _surnameFirst);
+    return std::make_shared<IndexedAddressBookHandle>(_index, _locale);
   }
 
   bool isReadable() override;
@@ -50,7 +51,7 @@ class IndexedAddressBookHandle final : public AddressBook,
   std::vector<RecordRef> markedFavorites();
 
   std::vector<RecordRef> linkedSet(std::int32_t linkID) override;
-  bool writesSurnameFirst() const override { return _surnameFirst && _surnameFirst(); }
+  bool writesSurnameFirst() const override { return _locale && pellor::writesSurnameFirst(_locale()); }
   std::optional<ContactPhoto> photoOf(std::int32_t recordID) override { return _index->photo(recordID); }
   void noteEdit() override { _hasEditedRecords = true; }
 
@@ -67,7 +68,7 @@ class IndexedAddressBookHandle final : public AddressBook,
   void forgetUnusedRecords();
 
   const std::shared_ptr<ContactIndex> _index;
-  const std::function<bool()> _surnameFirst;
+  const LocaleSource _locale;
   std::map<std::int32_t, std::weak_ptr<IndexedContactRecord>> _records;
   std::size_t _recordsWorthForgetting = 0;
   Bulk _bulk;
