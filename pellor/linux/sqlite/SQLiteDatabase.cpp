@@ -130,7 +130,7 @@ std::int64_t SQLiteStatement::integer(int column) const { return sqlite3_column_
 
 std::string SQLiteStatement::text(int column) const {
   const std::span<const std::uint8_t> content = bytes(column);
-  return {content.begin(), content.end()};
+  return {reinterpret_cast<const char*>(content.data()), content.size()};
 }
 
 std::span<const std::uint8_t> SQLiteStatement::bytes(int column) const {

@@ -57,13 +57,21 @@ std::vector<KeyRange> rangesInOrder(const SearchWord& word) {
   return {equalTo(word.key), equalTo(word.spelledOut), beginningWith(word.key), beginningWith(word.spelledOut)};
 }
 
+// Asked of every card that has the word which leads. A letter is met less often than the mark before each word.
+bool contains(std::string_view allWords, std::string_view marked) {
+  const char mark = marked[0], letter = marked[1];
+  for (std::size_t at = allWords.find(letter, 1); at != allWords.npos; at = allWords.find(letter, at + 1))
+    if (allWords[at - 1] == mark && allWords.substr(at - 1).starts_with(marked)) return true;
+  return false;
+}
+
 /// A typed word that is looked for beside another one.
 struct OtherWord {
   explicit OtherWord(const SearchWord& word) : ranges(beginningsOf(word)) {
     for (const KeyRange& range : ranges) marked.push_back(markedWord(range.first));
   }
   bool isAmong(std::string_view allWords) const {
-    return std::ranges::any_of(marked, [&](const std::string& each) { return allWords.find(each) != allWords.npos; });
+    return std::ranges::any_of(marked, [&](const std::string& each) { return contains(allWords, each); });
   }
 
   std::vector<KeyRange> ranges;
@@ -145,9 +153,9 @@ class CardSearch {
   const SearchWord& rarestWord() {
     if (_query.words.size() == 1) return _query.words.front();
     const SearchWord* rarest = nullptr;
-    Commonness least;
+    Commonness least = {ManyWords, true};
     for (const SearchWord& word : _query.words) {
-      const Commonness commonness = commonnessOf(word);
+      const Commonness commonness = commonnessOf(word, least.first + 1);
       if (rarest && commonness >= least) continue;
       rarest = &word;
       least = commonness;
@@ -155,21 +163,23 @@ class CardSearch {
     return *rarest;
   }
 
-  Commonness commonnessOf(const SearchWord& word) {
-    const std::int64_t names = countOf(word, WordKind::name);
+  // As far as `enough`.
+  Commonness commonnessOf(const SearchWord& word, std::int64_t enough) {
+    const std::int64_t names = countOf(word, WordKind::name, enough);
     std::int64_t all = names;
     for (const WordKind kind : {WordKind::organization, WordKind::address})
-      if (all < ManyWords) all += countOf(word, kind);
+      if (all < enough) all += countOf(word, kind, enough - all);
     return {std::min(all, ManyWords), names == 0};
   }
 
-  std::int64_t countOf(const SearchWord& word, WordKind kind) {
+  std::int64_t countOf(const SearchWord& word, WordKind kind, std::int64_t enough) {
     std::int64_t count = 0;
     for (const KeyRange& range : beginningsOf(word)) {
-      const auto rows = _statements.use("SELECT 1 FROM words WHERE folder=? AND kind=? AND word>=? AND word<? LIMIT ?");
+      const auto rows = _statements.use(
+          "SELECT count(*) FROM (SELECT 1 FROM words WHERE folder=? AND kind=? AND word>=? AND word<? LIMIT ?)");
       rows->bind(1, _folder).bind(2, static_cast<std::int64_t>(kind));
-      bindRange(*rows, 3, range).bind(5, ManyWords - count);
-      while (rows->step()) ++count;
+      bindRange(*rows, 3, range).bind(5, enough - count);
+      if (rows->step()) count += rows->integer(0);
     }
     return count;
   }
@@ -182,15 +192,15 @@ class CardSearch {
     rows->bind(1, _folder).bind(2, static_cast<std::int64_t>(searched.kind));
     bindRange(*rows, 3, range);
     while (!_found.isFull() && rows->step()) {
-      const std::int64_t card = rows->integer(0);
-      if (others.empty() || hasWords(card, rows->bytes(1), others)) _found.add(card, searched.fit);
+      if (others.empty() || hasWords(*rows, others)) _found.add(rows->integer(0), searched.fit);
     }
   }
 
-  bool hasWords(std::int64_t card, std::span<const std::uint8_t> known, std::span<const OtherWord> words) {
+  bool hasWords(const SQLiteStatement& row, std::span<const OtherWord> words) {
+    const std::span<const std::uint8_t> known = row.bytes(1);
     const std::string_view all(reinterpret_cast<const char*>(known.data()), known.size());
     return std::ranges::all_of(
-        words, [&](const OtherWord& word) { return all.empty() ? hasWord(card, word) : word.isAmong(all); });
+        words, [&](const OtherWord& word) { return all.empty() ? hasWord(row.integer(0), word) : word.isAmong(all); });
   }
 
   bool hasWord(std::int64_t card, const OtherWord& word) {
@@ -221,19 +231,20 @@ class CardSearch {
   FittingCards& _found;
 };
 
-// In the order of the cards.
-std::vector<FittingContact> contactsOf(SQLiteStatements& statements, std::int64_t folder, const FittingCards& cards) {
+// In the order of the cards. Having SQLite sort the rows would copy each of them twice.
+std::vector<FittingContact> contactsOf(SQLiteStatements& statements, const FittingCards& cards) {
   static const std::string columns = contactColumns();
   static const int placeColumn = static_cast<int>(std::ranges::count(columns, ',')) + 1;
-  static const std::string query = "SELECT " + columns +
-                                   ", asked.key AS asked_place FROM json_each(?) AS asked CROSS JOIN cards ON"
-                                   " card=asked.value WHERE folder=? ORDER BY asked_place";
-  std::vector<FittingContact> contacts;
+  static const std::string query =
+      "SELECT " + columns + ", asked.key FROM json_each(?) AS asked CROSS JOIN cards ON card=asked.value";
+  std::vector<FittingContact> contacts(cards.cards().size());
   const std::string asked = jsonOfNumbers(cards.cards());
   const auto row = statements.use(query);
-  row->bind(1, asked).bind(2, folder);
-  while (row->step())
-    contacts.push_back({contactOfRow(*row), cards.fit(static_cast<std::size_t>(row->integer(placeColumn)))});
+  row->bind(1, asked);
+  while (row->step()) {
+    const auto place = static_cast<std::size_t>(row->integer(placeColumn));
+    contacts.at(place) = {contactOfRow(*row), cards.fit(place)};
+  }
   return contacts;
 }
 
@@ -258,7 +269,7 @@ std::vector<FittingContact> ContactIndexSearch::find(const ContactQuery& query, 
     for (std::size_t wanted = limit;; wanted += wanted) {
       FittingCards cards(wanted);
       CardSearch(statements, folder, query, cards).run();
-      persons = personsOf(contactsOf(statements, folder, cards), limit);
+      persons = personsOf(contactsOf(statements, cards), limit);
       if (persons.size() == limit || !cards.isFull()) return;
     }
   });

@@ -67,7 +67,9 @@ bool holdsVietnameseVowel(const std::string& text) {
 }
 
 void append(std::string& name, const std::optional<std::string>& part, const char* blank) {
-  if (part) name += (name.empty() ? "" : blank) + *part;
+  if (!part) return;
+  if (!name.empty()) name += blank;
+  name += *part;
 }
 
 /// The parts of a name without prefix and suffix.
