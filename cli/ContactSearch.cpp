@@ -137,13 +137,16 @@ ContactFinder::ContactFinder(Session& session) : _session(session), _search(sear
 
 ContactFinder::~ContactFinder() = default;
 
-// "Béla Kovács" is he who has no more to his name, not his father "id. Béla Kovács".
-void keepWholeNames(std::vector<RecordRef>& records, const std::string& who) {
+// "Béla Kovács" is he who has no more to his name, not his father "id. Béla Kovács"; and "Anna Groß" is not Anna Gross.
+void keepNearestNames(std::vector<RecordRef>& records, const std::string& who, const std::string& locale) {
   const NameMatch name(who);
-  const auto isWhole = [&](const RecordRef& record) {
+  keepThoseWho(records, [&](const RecordRef& record) {
     return name.isWhole(record->compositeName()) || name.isWhole(record->nickname());
-  };
-  if (std::ranges::any_of(records, isWhole)) std::erase_if(records, std::not_fn(isWhole));
+  });
+  const WrittenName written(who, locale);
+  keepThoseWho(records, [&](const RecordRef& record) {
+    return written.is(record->compositeName()) || written.is(record->nickname());
+  });
 }
 
 ContactFinder::Guids ContactFinder::calledExactly(const std::string& who) {
@@ -155,7 +158,7 @@ ContactFinder::Guids ContactFinder::calledExactly(const std::string& who) {
       records = addressBook.orderedPeopleForDestination(who).value_or(std::vector<RecordRef>());
     if (records.empty()) {
       records = addressBook.copyPeopleMatchingName(who).value_or(std::vector<RecordRef>());
-      keepWholeNames(records, who);
+      keepNearestNames(records, who, _session.platform().locale());
     }
     for (const RecordRef& record : persons(records)) guids.push_back(record->recordGUID());
   });

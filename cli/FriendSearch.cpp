@@ -143,7 +143,11 @@ std::vector<FriendAt> FriendFinder::withDestination(const std::string& destinati
 }
 
 std::vector<FriendAt> FriendFinder::withName(const std::string& who) {
-  return friendsIn(_tables->names, wholeNameKey(who), &FriendFinder::fillNames);
+  auto found = friendsIn(_tables->names, wholeNameKey(who), &FriendFinder::fillNames);
+  if (found.size() < 2) return found;
+  const WrittenName written(who, _session.platform().locale());
+  keepThoseWho(found, [&](const FriendAt& each) { return written.is(each.person->name); });
+  return found;
 }
 
 SearchTable& FriendFinder::searchTable() {

@@ -15,7 +15,8 @@ these that fits anybody decides:
                   contact's organisation; else of an e-mail address
   0151 234        the beginning or the end of a number, three digits at least
 
-Case, accents and width never matter: zoe is Zoë, muller and mueller are Müller.
+Case, accents and width do not matter: zoe is Zoë, muller and mueller are Müller.
+But of Anna Gross and Anna Groß, a whole name is the one that is written so.
 
 Where several fit they are listed with their numbers. On a terminal one key
 chooses, and Esc nobody. Elsewhere, and with --json, the command fails, and the

@@ -1,9 +1,11 @@
 #include "cli/NameMatch.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "pellor/linux/contacts/NameSearchKey.h"
 #include "pellor/linux/phone/LibPhoneNumber.h"
+#include "pellor/linux/text/IcuText.h"
 #include "pellor/linux/text/TextLimits.h"
 #include "pellor/list/Destination.h"
 #include "pellor/platform/Platform.h"
@@ -54,6 +56,13 @@ bool NameMatch::isPart(const std::optional<std::string>& name) const {
 
 bool NameMatch::isPartOfAddress(std::string_view address) const {
   return lowerCaseAddress(address).find(_lowerCaseAddress) != std::string::npos;
+}
+
+WrittenName::WrittenName(const std::string& typed, std::string locale)
+    : _locale(std::move(locale)), _form(lowerCaseForm(nameWithinLimit(typed), _locale)) {}
+
+bool WrittenName::is(const std::optional<std::string>& name) const {
+  return name && lowerCaseForm(nameWithinLimit(*name), _locale) == _form;
 }
 
 // No key of words begins with a zero byte.

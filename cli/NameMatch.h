@@ -1,9 +1,12 @@
 // How names, numbers and addresses that a user types are compared with those that are known.
 #pragma once
 
+#include <algorithm>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "pellor/platform/ContactSearch.h"
 
@@ -24,6 +27,24 @@ class NameMatch {
   std::string _upperCase;
   std::string _lowerCaseAddress;
 };
+
+/// A name as the user wrote it: only case and width do not matter. It tells those apart whom a whole name fits.
+class WrittenName {
+ public:
+  /// The locale's rules of case are those of the names.
+  WrittenName(const std::string& typed, std::string locale);
+  bool is(const std::optional<std::string>& name) const;
+
+ private:
+  std::string _locale;
+  std::string _form;
+};
+
+/// Keeps those of whom `fits` says so; all of them where it says so of nobody.
+template <class Found, class Fits>
+void keepThoseWho(std::vector<Found>& found, const Fits& fits) {
+  if (std::ranges::any_of(found, fits)) std::erase_if(found, std::not_fn(fits));
+}
 
 /// Equal for two names that differ in nothing but case, accents and order of words; a name without words equals itself
 /// alone.

@@ -141,6 +141,34 @@ TEST(Search, WhatStandsAroundANameTellsFatherAndSonApart) {
              });
 }
 
+// Accents and the order of words tell people apart for whoever writes them.
+TEST(Search, ANameAsItIsWrittenLeavesOutThoseWhoseNameIsAlike) {
+  const struct {
+    const char* locale;
+    std::vector<std::string> names;
+  } homes[] = {
+      {"de_DE", {"Anna Gross", "Anna Groß"}},
+      {"vi_VN", {"Nguyễn Thị Hoa", "Nguyễn Thị Hòa"}},
+      {"ar_EG", {"محمد أحمد", "أحمد محمد", "أحمد مُحَمَّد"}},
+      {"tr_TR", {"Ilgaz Işık", "İlgaz İşik"}},
+  };
+  for (const auto& [locale, names] : homes) {
+    Home home;
+    home.setVariable("LC_ALL=" + std::string(locale) + ".UTF-8");
+    for (std::size_t index = 0; index < names.size(); ++index)
+      home.addContact("g" + std::to_string(index), names[index], "TEL:+49 30 765432" + std::to_string(index) + "\n");
+    for (const char* command : {"add", "status", "remove"})
+      for (const std::string& name : names) tell(home, {{{command, name}, 0, name}});
+  }
+  const Home home;
+  home.addContact("g1", "Anna Gross", "TEL:030 1234561\n");
+  home.addContact("g2", "Anna Groß", "TEL:030 1234562\n");
+  tell(home, {{{"allow", "ANNA GROSS"}, 0, "Anna Gross "},
+              {{"allow", "anna groß"}, 0, "Anna Groß "},
+              {{"allow", "Anna Groß#1"}, 0, "Anna Groß "}});
+  EXPECT_THAT(pellor(home, {"allow", "gross anna"}).errors, HasSubstr("\"gross anna\" fits several"));
+}
+
 TEST(Search, WhoIsNotFoundMayHaveBeenMistyped) {
   const Home home;
   addTeam(home);

@@ -2,6 +2,7 @@
 
 #include <unicode/brkiter.h>
 #include <unicode/locid.h>
+#include <unicode/normalizer2.h>
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 #include <unicode/uscript.h>
@@ -252,6 +253,16 @@ bool containsEmojiCharacters(std::string_view text) {
     return character == PictureSelector || u_hasBinaryProperty(character, UCHAR_EMOJI_PRESENTATION) ||
            u_hasBinaryProperty(character, UCHAR_EXTENDED_PICTOGRAPHIC);
   });
+}
+
+std::string lowerCaseForm(std::string_view text, const std::string& locale) {
+  UErrorCode error = U_ZERO_ERROR;
+  icu::UnicodeString form = unicode(text);
+  const icu::Normalizer2* const normalizer = icu::Normalizer2::getNFKCInstance(error);
+  if (U_SUCCESS(error)) form = normalizer->normalize(form, error);
+  std::string result;
+  (U_SUCCESS(error) ? form : unicode(text)).toLower(icu::Locale(locale.c_str())).toUTF8String(result);
+  return result;
 }
 
 bool writesSurnameFirst(const std::string& locale) {

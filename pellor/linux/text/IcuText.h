@@ -42,6 +42,10 @@ class IcuText final : public TextService, public PersonNameFormatter {
 /// Whether names are written surname first in that locale, such as "ja_JP". Any thread.
 bool writesSurnameFirst(const std::string& locale);
 
+/// In lower case by the rules of that locale, with each letter and its marks in one and in its usual width: two names
+/// that are equal in this form differ in nothing else. Any thread.
+std::string lowerCaseForm(std::string_view text, const std::string& locale);
+
 /// Whether the text holds a letter of another script than Latin. Digits, signs and marks belong to none. Any thread.
 bool containsNonLatinCharacters(std::string_view text);
 
