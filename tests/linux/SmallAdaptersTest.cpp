@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -77,6 +78,29 @@ TEST(GettextStringsTest, TheUsersLanguagesAreTriedInTheirOrder) {
   for (const Case& test : cases) {
     GettextStrings strings(GettextStrings::catalogFolders, environmentOf(test.variables));
     EXPECT_EQ(numberedTitle(strings), test.title);
+  }
+}
+
+// A user would meet two languages in one list.
+TEST(GettextStringsTest, NoCatalogLacksATextThatAnotherHas) {
+  std::map<std::string, MessageCatalog> catalogs;
+  std::set<std::string> keys;
+  for (const fs::path& place : GettextStrings::catalogFolders()) {
+    if (!catalogs.empty() || !fs::exists(place)) continue;
+    for (const auto& language : fs::directory_iterator(place)) {
+      const auto catalog = readMessageCatalog(language.path() / "LC_MESSAGES/pellor.mo");
+      if (!catalog) continue;
+      for (const auto& [key, text] : catalog->messages) keys.insert(key);
+      catalogs.emplace(language.path().filename(), *catalog);
+    }
+  }
+  for (const char* language : {"ar", "de", "hu", "ja", "tr", "vi"})
+    EXPECT_TRUE(catalogs.contains(language)) << language;
+  for (const auto& [language, catalog] : catalogs) {
+    for (const std::string& key : keys) EXPECT_TRUE(catalog.text(key)) << language << " lacks " << key;
+    const std::string numbered = catalog.text("NUMBERED_FAVORITES_FORMAT_STRING").value_or("");
+    EXPECT_TRUE(numbered.starts_with(catalog.text("FAVORITES").value_or("?"))) << language << ": " << numbered;
+    EXPECT_TRUE(numbered.ends_with("%u")) << language << ": " << numbered;
   }
 }
 
