@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
 #include "pellor/runtime/WallClock.h"
@@ -52,12 +53,18 @@ const KindText& textFor(StepKind kind) {
   return KindTexts.back();
 }
 
+// Who has no name is called by a number in the form in which it is kept.
+std::string shownName(const std::string& name) {
+  const bool isKeptNumber = name.starts_with('+') && name.find_first_not_of("0123456789", 1) == std::string::npos;
+  return isKeptNumber ? shownDestination(name) : printable(name);
+}
+
 std::string namesIn(const StepSummary& summary) {
   constexpr std::size_t most = 3;
   const std::uint64_t count = summary.added + summary.removed + std::max(summary.moved, summary.changed);
   std::string text;
   for (std::size_t index = 0; index < std::min(most, summary.names.size()); ++index)
-    text += (index == 0 ? "" : ", ") + printable(summary.names[index]);
+    text += (index == 0 ? "" : ", ") + shownName(summary.names[index]);
   if (count > most && summary.names.size() > most) text += " and " + std::to_string(count - most) + " more";
   return text;
 }

@@ -39,6 +39,13 @@ TEST(History, WhatWasDoneIsTakenBackStepByStepAndDoneAgain) {
              });
 }
 
+TEST(History, ANumberWithoutANameIsWrittenAsInTheList) {
+  const Home home;
+  tell(home, {{{"add", "030 1234567"}, 0, "added 030 1234567"},
+              {{"history"}, 0, "pellor: added 030 1234567\n"},
+              {{"undo"}, 0, "taken back: added 030 1234567\n"}});
+}
+
 TEST(History, AStepIsTakenBackByItsNameAndWhatWasChangedSinceStays) {
   const Home home;
   addPeople(home);
