@@ -128,6 +128,14 @@ void contacts(Session& session, const std::optional<std::string>& pattern, bool 
   }
 }
 
+// Words are looked for whether or not quotes make one argument of them.
+std::optional<std::string> patternOf(const std::vector<std::string>& words) {
+  if (words.empty()) return std::nullopt;
+  std::string pattern = words.front();
+  for (std::size_t index = 1; index < words.size(); ++index) pattern += " " + words[index];
+  return pattern;
+}
+
 // A list that is full is no reason: it may have room tomorrow.
 bool isReachable(Session& session, const ContactEntry& contact) {
   const std::vector<Edit> addition = {AddFriend{.contactGUID = contact.guid}};
@@ -210,18 +218,19 @@ void refresh(Session& session, bool accepts) {
 
 void addContactCommands(CommandSyntax program, Command& chosen) {
   const auto list = program.command("contacts", "List the contacts with their GUIDs; friends are marked with *");
-  const auto pattern = std::make_shared<std::optional<std::string>>();
-  list.option("PATTERN", *pattern,
+  const auto words = std::make_shared<std::vector<std::string>>();
+  list.option("PATTERN", *words,
               "Beginnings of words, or a part of a name, number, address or GUID; the best fit comes first");
   const auto hasPhotos = std::make_shared<bool>(false);
   list.flag("--photos", *hasPhotos, PhotosMeaning);
   list.mayHaveCommand();
   addContactImport(list, chosen);
   // Runs after the callback of the command below it.
-  list.whenGiven([&chosen, pattern, hasPhotos] {
-    if (chosen && *pattern) throw UsageError("contacts import has no use for " + inQuotes(**pattern));
+  list.whenGiven([&chosen, words, hasPhotos] {
+    const std::optional<std::string> pattern = patternOf(*words);
+    if (chosen && pattern) throw UsageError("contacts import has no use for " + inQuotes(*pattern));
     if (chosen) return;
-    chosen = [pattern, hasPhotos](Session& session) { contacts(session, *pattern, *hasPhotos); };
+    chosen = [pattern, hasPhotos](Session& session) { contacts(session, pattern, *hasPhotos); };
   });
 
   const auto check = program.command("allow", "Tell whether a contact may be added, and why not");

@@ -105,7 +105,10 @@ Json ownersJson(const Owners& owners) {
 }
 
 void find(Session& session, const std::string& destination) {
-  if (!destinationKey(destination)) throw UsageError(inQuotes(destination) + " is neither a number nor an address");
+  if (!destinationKey(destination)) {
+    throw UsageError(inQuotes(destination) +
+                     " is neither a number nor an address: pellor contacts finds people by their names");
+  }
   const Owners owners = ownersOf(session, destination);
   if (owners.friends.empty() && owners.contacts.empty()) throw CommandError("nobody has " + printable(destination));
   session.answer([&] { return ownersText(owners); }, [&] { return ownersJson(owners); });

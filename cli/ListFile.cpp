@@ -132,6 +132,7 @@ std::string reasonIn(const Json::parse_error& error) {
 }
 
 Json parse(std::string_view text) {
+  if (text.starts_with("BEGIN:VCARD")) throw ListFileError("it has contacts: pellor contacts import takes them");
   std::size_t taken = 0;
   try {
     return Json::parse(CountingIterator(text.data(), &taken), CountingIterator(text.data() + text.size(), &taken),

@@ -1,5 +1,6 @@
 #include "cli/Suggestion.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <optional>
 
@@ -8,12 +9,18 @@
 namespace pellor::cli {
 namespace {
 
+// The dashes of an option tell nothing of what was meant.
+std::string_view withoutDashes(std::string_view word) {
+  return word.substr(std::min(word.find_first_not_of('-'), word.size()));
+}
+
 std::optional<std::string> nearestWord(std::string_view typed, std::span<const std::string> known) {
   std::optional<std::string> nearest;
   std::size_t least = 0;
   for (const std::string& word : known) {
     const std::size_t distance = wordDistance(typed, word);
-    if (distance > mostWordDistance(typed, word) || (nearest && distance >= least)) continue;
+    if (distance > mostWordDistance(withoutDashes(typed), withoutDashes(word)) || (nearest && distance >= least))
+      continue;
     nearest = word;
     least = distance;
   }

@@ -63,6 +63,7 @@ TEST(Commands, WhatBelongsToPagesAndFriends) {
                  {{"purge"}, 0, "removed 1 empty page\n"},
                  {{"list"}, 0, "Page 1: Family\n 1 + AB Anna Berg"},
                  {{"find", "+49307654321"}, 0, "Anna Berg (friend, 1:1)\n"},
+                 {{"find", "anna"}, 2, "neither a number nor an address: pellor contacts finds people by their names"},
                  {{"find", "mailto:zoe@example.org"}, 0, "Zoë Marsh (contact, "},
              });
 }

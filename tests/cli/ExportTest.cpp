@@ -199,6 +199,7 @@ TEST(Import, ADamagedFileChangesNothingAndSaysWhere) {
   const std::string anonymous = R"({"name":"Ann","destinations":["+49 30 1234568"]})";
   const std::vector<std::pair<std::string, std::string>> rows = {
       {"", "line 1, column 1: it is no JSON: "},
+      {"BEGIN:VCARD\r\nVERSION:3.0\r\n", "it has contacts: pellor contacts import takes them"},
       {before.substr(0, before.size() / 2), "it is no JSON: "},
       {"{\n  \"format\": nonsense}", "line 2, column 14: it is no JSON: "},
       {"{\"format\":\"\xff\"}", "line 1, column 12: it is no JSON: "},

@@ -40,6 +40,7 @@ TEST(Help, AMistypedWordIsAnsweredWithTheOneThatWasMeant) {
       {{"favorites", "imports"}, "pellor favorites has no command imports: did you mean import?"},
       {{"list", "--jsn"}, "pellor list has no option --jsn: did you mean --json?"},
       {{"list", "--line"}, "pellor list has no option --line: did you mean --lines?"},
+      {{"contacts", "--foo"}, "pellor contacts has no option --foo (see pellor help contacts)"},
       {{"--ldap-bse", "x"}, "pellor has no option --ldap-bse: did you mean --ldap-base?"},
       {{"frobnicate"}, "pellor has no command frobnicate (see pellor help)"},
       {{"title"}, "PAGE is required (see pellor help title)"},

@@ -71,6 +71,7 @@ TEST(Search, AContactIsFoundWithTheBestFitFirst) {
   EXPECT_LT(found.find("Zoë Martin"), found.find("Di ")) << found;
   EXPECT_LT(found.find("Di "), found.find("Lazarus Bacme")) << found;
   EXPECT_THAT(found, Not(HasSubstr("Berg")));
+  EXPECT_THAT(pellor(home, {"contacts", "zoe", "mart"}).output, HasSubstr("Zoë Martin"));
   EXPECT_THAT(pellor(home, {"contacts", "0151 234"}).output, HasSubstr("Zoë Martin"));
   EXPECT_THAT(pellor(home, {"contacts", "76543"}).output, AllOf(HasSubstr("Yıldız"), HasSubstr("Berg")));
 }
