@@ -98,6 +98,8 @@ std::string plainAddressOf(const LDAPURLDesc& url) {
   return "ldap://" + (isNumbered ? "[" + host + "]" : host) + ":" + std::to_string(url.lud_port);
 }
 
+std::string portOf(const LDAPURLDesc& url) { return "its port " + std::to_string(url.lud_port); }
+
 bool isCutOff(int code) { return code == LDAP_SIZELIMIT_EXCEEDED || code == LDAP_ADMINLIMIT_EXCEEDED; }
 
 }  // namespace
@@ -137,7 +139,7 @@ class LdapDirectory::Searches {
     Answer answer = searchAll(wanted);
     // The server may have closed a connection on which nothing happened for long.
     if (_lastCode == LDAP_SERVER_DOWN && wasOpen) answer = searchAll(wanted);
-    if (const auto problem = problemOfEncryption()) answer.problem = *problem;
+    if (const auto problem = problemOfConnection()) answer.problem = *problem;
     return answer;
   }
 
@@ -145,12 +147,12 @@ class LdapDirectory::Searches {
     const BlockedBrokenPipe quiet;
     _end = std::chrono::steady_clock::now() + _options.limit;
     _connection.reset();
-    if (std::string problem = connect(); !problem.empty()) return {false, problemOfEncryption().value_or(problem)};
+    if (std::string problem = connect(); !problem.empty()) return {false, problemOfConnection().value_or(problem)};
     const auto about =
         _connection->search({"", LDAP_SCOPE_BASE, "(objectClass=*)", {"vendorName", "vendorVersion"}}, _end);
     const auto base = _connection->search({_options.base, LDAP_SCOPE_BASE, "(objectClass=*)", {LDAP_NO_ATTRS}}, _end);
     _lastCode = base.code;
-    if (base.code != LDAP_SUCCESS) return {false, problemOfEncryption().value_or(problemOf(base.code))};
+    if (base.code != LDAP_SUCCESS) return {false, problemOfConnection().value_or(problemOf(base.code))};
     std::string text = "LDAP version 3";
     for (const auto& entry : about.entries) {
       for (const auto& [attribute, value] : entry) text += ", " + value;
@@ -211,12 +213,15 @@ class LdapDirectory::Searches {
     return "";
   }
 
-  /// What is wrong with the encrypted connection that failed: its certificate, the name in it, or the port. Absent for
-  /// a connection without encryption, and when something else failed.
-  std::optional<std::string> problemOfEncryption() const {
+  /// What is wrong with the connection that failed: the port, or for an encrypted one its certificate or the name in
+  /// it. Absent when something else failed.
+  std::optional<std::string> problemOfConnection() const {
     const Url url = parsedUrl(_options.url);
-    const bool isEncrypted = url && (_options.startsTls || std::string_view(url->lud_scheme) == "ldaps");
-    if (!isEncrypted || _hasStartedTls || !mayBeOfEncryption(_lastCode)) return std::nullopt;
+    if (!url || _hasStartedTls) return std::nullopt;
+    const std::string_view scheme = url->lud_scheme;
+    const bool isEncrypted = _options.startsTls || scheme == "ldaps";
+    if (!isEncrypted && scheme == "ldap" && _lastCode == LDAP_SERVER_DOWN) return "nothing answers at " + portOf(*url);
+    if (!isEncrypted || !mayBeOfEncryption(_lastCode)) return std::nullopt;
     LdapConnection unchecked(_options.url, "", _interruption, LdapConnection::Check::nothing);
     const int code = _options.startsTls ? unchecked.startTls(_end) : unchecked.open();
     if (code != LDAP_SUCCESS) return problemOfPort(*url);
@@ -229,7 +234,7 @@ class LdapDirectory::Searches {
 
   /// Of a place where no encrypted connection could be made, whatever the certificate.
   std::string problemOfPort(const LDAPURLDesc& url) const {
-    const std::string port = "its port " + std::to_string(url.lud_port);
+    const std::string port = portOf(url);
     LdapConnection plain(plainAddressOf(url), "", _interruption);
     if (plain.open() != LDAP_SUCCESS) return "nothing answers at " + port;
     return "it does not encrypt in this way at " + port + ": try another port, or " +

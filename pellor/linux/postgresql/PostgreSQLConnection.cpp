@@ -23,7 +23,9 @@ PostgreSQLError::Problem problemOf(std::string_view state) {
     PostgreSQLError::Problem problem;
   };
   static const std::vector<Row> all = {
-      {"28P01", {"the server does not take the password", "correct the role's line in ~/.pgpass, or the user's name"}},
+      {"28P01",
+       {"the server does not take the password",
+        "correct it in ~/.pgpass, or where the connection names one, or correct the user's name"}},
       {"28000",
        {"the server does not let the role in",
         "correct the user's name, or let the administrator allow it (pg_hba.conf)"}},
