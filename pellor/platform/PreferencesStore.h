@@ -126,6 +126,14 @@ class PreferencesStore {
   /// that was written whole, none after its removal. The value itself stays until it is written over.
   virtual PutAside putAside(std::string_view key, std::string_view domain) = 0;
 
+  /// Whether the store may only be read, as far as that is known since it was read or written last: then every write
+  /// fails until somebody changes that. False for a store that is away or fails, where trying again is of use. Waits,
+  /// if at all, where it was read-only and may be so no longer.
+  virtual bool isReadOnly() { return false; }
+  /// What went wrong last and has not worked since, in one line for the user; empty when all is well, and for a store
+  /// that cannot tell. Never waits.
+  virtual std::string lastError() const { return {}; }
+
   /// One value of the process's own defaults for a domain, which are not shared and not synchronised; absent when
   /// unset. A store without such defaults leaves this as it is.
   virtual std::optional<Value> persistentValueForKey(std::string_view /*key*/, std::string_view /*domain*/) {

@@ -30,6 +30,8 @@ class InMemoryPreferences::Store : public PreferencesStore {
   PreferenceAnswer<VersionedPreferences> read(std::span<const std::string> keys, std::string_view domain) override;
   PreferenceWriteAnswer write(const PreferenceChanges& changes, PreferenceWriteID id, std::string_view domain) override;
   PutAside putAside(std::string_view key, std::string_view domain) override;
+  bool isReadOnly() override;
+  std::string lastError() const override;
   std::optional<Value> persistentValueForKey(std::string_view key, std::string_view domain) override;
 
  private:
@@ -80,7 +82,7 @@ bool InMemoryPreferences::Store::synchronize(std::string_view name) {
     domain.seen = nullptr;
     return dropPending(domain);
   }
-  const bool fails = !domain.pending.empty() && take(_shared->_writesToFail);
+  const bool fails = !domain.pending.empty() && (_shared->_isReadOnly || take(_shared->_writesToFail));
   if (!fails && !domain.pending.empty()) commit(domain, name);
   domain.seen = _shared->contentOf(name);
   return !fails || dropPending(domain);
@@ -130,6 +132,7 @@ PreferenceWriteAnswer InMemoryPreferences::Store::write(const PreferenceChanges&
 PreferenceWriteOutcome InMemoryPreferences::Store::outcomeOf(const Request& request) {
   if (_shared->isUnreadable(request.domain)) return PreferenceWriteOutcome::failed;
   const bool changesAnything = !keysChangedBy(request.changes).empty();
+  if (changesAnything && _shared->_isReadOnly) return PreferenceWriteOutcome::failed;
   if (changesAnything && take(_shared->_writesToLeaveUntold)) {
     if (_shared->_untold == Untold::stored) _shared->storeUnlessOvertaken(request);
     if (_shared->_untold == Untold::delayed) _shared->_delayedWrites.push_back(request);
@@ -155,6 +158,16 @@ VersionedPreferences InMemoryPreferences::Store::showWritten(const Request& requ
   }
   domain.seen = std::make_shared<const Content>(std::move(seen));
   return written;
+}
+
+bool InMemoryPreferences::Store::isReadOnly() {
+  const MutexLock lock(_shared->_mutex);
+  return _shared->_isReadOnly;
+}
+
+std::string InMemoryPreferences::Store::lastError() const {
+  const MutexLock lock(_shared->_mutex);
+  return _shared->_isReadOnly ? "the store is read-only" : "";
 }
 
 PutAside InMemoryPreferences::Store::putAside(std::string_view key, std::string_view domain) {
@@ -257,6 +270,11 @@ void InMemoryPreferences::makeReadable() {
 void InMemoryPreferences::failWrites(std::uint64_t times) {
   const MutexLock lock(_mutex);
   _writesToFail = times;
+}
+
+void InMemoryPreferences::setReadOnly(bool isReadOnly) {
+  const MutexLock lock(_mutex);
+  _isReadOnly = isReadOnly;
 }
 
 void InMemoryPreferences::leaveUntold(Untold fate, std::uint64_t times) {

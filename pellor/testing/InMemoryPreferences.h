@@ -77,6 +77,8 @@ class InMemoryPreferences : public std::enable_shared_from_this<InMemoryPreferen
   /// overtaken).
   void failWrites(std::uint64_t times = Always);
   void allowWrites() { failWrites(0); }
+  /// Lets every store say that it may only be read; writes fail.
+  void setReadOnly(bool isReadOnly);
   /// What becomes of a `write` whose caller is not told. It is overtaken like any other if it was by then.
   enum class Untold {
     stored,   ///< it arrives at once
@@ -141,6 +143,7 @@ class InMemoryPreferences : public std::enable_shared_from_this<InMemoryPreferen
   bool _allUnreadable PELLOR_GUARDED_BY(_mutex) = false;
   std::set<std::string, std::less<>> _unreadableDomains PELLOR_GUARDED_BY(_mutex);
   std::uint64_t _writesToFail PELLOR_GUARDED_BY(_mutex) = 0;
+  bool _isReadOnly PELLOR_GUARDED_BY(_mutex) = false;
   Untold _untold PELLOR_GUARDED_BY(_mutex) = Untold::stored;
   std::uint64_t _writesToLeaveUntold PELLOR_GUARDED_BY(_mutex) = 0;
   std::vector<Request> _delayedWrites PELLOR_GUARDED_BY(_mutex);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "pellor/testing/contract/PreferencesProcessesContract.h"
+#include "pellor/testing/contract/PreferencesReadOnlyContract.h"
 #include "pellor/testing/contract/PreferencesStoreContract.h"
 #include "pellor/testing/contract/PreferencesUntoldContract.h"
 #include "pellor/testing/contract/PreferencesVersionsContract.h"
@@ -30,6 +31,7 @@ class SQLiteStoresOnAFaultyDisk : public SQLiteStores {
 };
 
 INSTANTIATE_TYPED_TEST_SUITE_P(SQLite, PreferencesStoreContract, SQLiteStores);
+INSTANTIATE_TYPED_TEST_SUITE_P(SQLite, PreferencesReadOnlyContract, SQLiteStores);
 INSTANTIATE_TYPED_TEST_SUITE_P(SQLite, PreferencesVersionsContract, SQLiteStores);
 INSTANTIATE_TYPED_TEST_SUITE_P(SQLite, PreferencesProcessesContract, SQLiteStores);
 INSTANTIATE_TYPED_TEST_SUITE_P(SQLite, PreferencesUntoldContract, SQLiteStoresOnAFaultyDisk);

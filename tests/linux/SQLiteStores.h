@@ -32,6 +32,9 @@ class SQLiteStores {
  public:
   std::shared_ptr<PreferencesStore> open() { return openIn(_folder.path()); }
   std::shared_ptr<PreferencesStore> openInChild() { return open(); }
+  std::shared_ptr<PreferencesStore> openReadOnly() {
+    return openIn(_folder.path(), nullptr, SQLitePreferences::Access::readOnly);
+  }
 
   void damage(std::string_view key, std::string_view domain) {
     SQLiteDatabase database(_folder / SQLiteStoreFile, SQLiteDatabase::Access::readWrite, 5);

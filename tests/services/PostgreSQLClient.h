@@ -65,6 +65,11 @@ class PostgreSQLStores {
     return (new Client(*process, patient(connection())))->store;
   }
 
+  std::shared_ptr<PreferencesStore> openReadOnly() {
+    const std::string readOnly = " options='-c default_transaction_read_only=on'";
+    return _clients.emplace_back(_process, patient(connection() + readOnly)).store;
+  }
+
   void damage(std::string_view key, std::string_view domain) {
     const std::string next = "(SELECT revision + 1 FROM pellor.domains WHERE domain = $1)";
     const std::string cut = "SET value = substr(value, 1, length(value) - 1), revision = " + next;

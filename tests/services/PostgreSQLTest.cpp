@@ -14,6 +14,7 @@
 #include "pellor/linux/preferences/StoreRegion.h"
 #include "pellor/linux/preferences/internal/MachinePreferences.h"
 #include "pellor/testing/contract/PreferencesProcessesContract.h"
+#include "pellor/testing/contract/PreferencesReadOnlyContract.h"
 #include "pellor/testing/contract/PreferencesStoreContract.h"
 #include "pellor/testing/contract/PreferencesVersionsContract.h"
 #include "pellor/testing/contract/SystemNotifyBusContract.h"
@@ -32,6 +33,7 @@ constexpr const char* Domain = Client::Domain;
 // The contracts
 
 INSTANTIATE_TYPED_TEST_SUITE_P(PostgreSQL, PreferencesStoreContract, PostgreSQLStores);
+INSTANTIATE_TYPED_TEST_SUITE_P(PostgreSQL, PreferencesReadOnlyContract, PostgreSQLStores);
 INSTANTIATE_TYPED_TEST_SUITE_P(PostgreSQL, PreferencesVersionsContract, PostgreSQLStores);
 INSTANTIATE_TYPED_TEST_SUITE_P(PostgreSQL, PreferencesProcessesContract, PostgreSQLStores);
 

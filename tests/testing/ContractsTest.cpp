@@ -17,6 +17,7 @@
 #include "pellor/testing/contract/LocalizedStringsContract.h"
 #include "pellor/testing/contract/PersonNameFormatterContract.h"
 #include "pellor/testing/contract/PhoneNumberFormatterContract.h"
+#include "pellor/testing/contract/PreferencesReadOnlyContract.h"
 #include "pellor/testing/contract/PreferencesStoreContract.h"
 #include "pellor/testing/contract/PreferencesSyncServiceContract.h"
 #include "pellor/testing/contract/PreferencesUntoldContract.h"
@@ -48,6 +49,10 @@ class StoresInMemory : public ProcessesInMemory {
   void makeUnreadable() { stored().makeUnreadable(); }
   void makeReadable() { stored().makeReadable(); }
   void failWrites(bool fail) { stored().failWrites(fail ? InMemoryPreferences::Always : 0); }
+  std::shared_ptr<PreferencesStore> openReadOnly() {
+    stored().setReadOnly(true);
+    return open();
+  }
   static std::vector<UntoldWrite> untoldWrites() {
     return {UntoldWrite::stored, UntoldWrite::lost, UntoldWrite::delayed};
   }
@@ -270,6 +275,7 @@ INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PhoneNumberFormatterContract, NumbersIn
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, TextServiceContract, TextInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, AddressBookStoreContract, ContactsInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, FavoritesSourceContract, ContactsInMemory);
+INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesReadOnlyContract, StoresInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesStoreContract, StoresInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesUntoldContract, StoresInMemory);
 INSTANTIATE_TYPED_TEST_SUITE_P(InMemory, PreferencesVersionsContract, StoresInMemory);

@@ -1,6 +1,7 @@
 #include "pellor/linux/postgresql/PostgreSQLPreferences.h"
 
 #include <algorithm>
+#include <atomic>
 #include <set>
 #include <utility>
 #include <vector>
@@ -133,6 +134,11 @@ class PostgreSQLPreferences::Core final : public PostgreSQLListener, public std:
     _role.isThisThread();
     _tables.forgetRevisions();
     for (const std::string& domain : _tables.domains()) _stale.insert(domain);
+    try {
+      mayWrite(connection);
+    } catch (const PostgreSQLError& error) {
+      if (error.kind() == PostgreSQLError::Kind::away) throw;
+    }
     readAhead(connection);
   }
 
@@ -166,7 +172,14 @@ class PostgreSQLPreferences::Core final : public PostgreSQLListener, public std:
     _observer = std::move(observer);
   }
 
+  /// Asks whether tables and server take what is written.
+  bool mayWrite(PostgreSQLConnection& connection) {
+    isReadOnly = !PostgreSQLTables::mayWrite(connection);
+    return !isReadOnly;
+  }
+
   PreferencesMemory memory;
+  std::atomic<bool> isReadOnly{false};  // written on the service's thread
 
  private:
   void noteWritten() {
@@ -347,11 +360,13 @@ std::optional<Value> PostgreSQLPreferences::persistentValueForKey(std::string_vi
 bool PostgreSQLPreferences::isWritable() {
   const auto mayWrite = std::make_shared<bool>(false);
   const auto ask = [mayWrite](Core& core, PostgreSQLConnection& connection, Commitment&) {
-    *mayWrite = PostgreSQLTables::mayWrite(connection);
+    *mayWrite = core.mayWrite(connection);
     if (!*mayWrite) core.memory.begins(Fault::write, "the role may only read the tables, or the server only be read");
   };
   return _core->perform(_service->link(), Fault::read, ask) == Core::Outcome::done && *mayWrite;
 }
+
+bool PostgreSQLPreferences::isReadOnly() { return _core->isReadOnly && !isWritable() && _core->isReadOnly; }
 
 std::optional<StoreCopy> PostgreSQLPreferences::copyOfStore(double date) {
   // Kept by the job: it may go on when nobody waits any more.

@@ -51,6 +51,7 @@ class PostgreSQLPreferences final : public SharedPreferences {
 
   bool insertIfAbsent(const Dictionary& values, std::string_view domain) override;
   bool isWritable() override;
+  bool isReadOnly() override;
   std::string lastError() const override;
   std::vector<std::string> takeRemarks() override;
   WriteCounts writeCounts() const override;

@@ -21,10 +21,10 @@ class SharedPreferences : public PreferencesStore {
   /// one decides. True when every key is stored afterwards.
   virtual bool insertIfAbsent(const Dictionary& values, std::string_view domain) = 0;
 
-  /// Whether the store is open and may be written; if not, `lastError` says why.
+  /// Whether the store is open and may be written; if not, `lastError` says why. May wait.
   virtual bool isWritable() = 0;
-  /// What went wrong last and has not worked since, for the user; empty when all is well.
-  virtual std::string lastError() const = 0;
+  bool isReadOnly() override = 0;
+  std::string lastError() const override = 0;
   /// What happened to the store that the user should know, each once.
   virtual std::vector<std::string> takeRemarks() = 0;
 

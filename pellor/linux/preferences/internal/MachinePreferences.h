@@ -40,6 +40,7 @@ class MachinePreferences final : public SharedPreferences {
     return _store->insertIfAbsent(values, domain);
   }
   bool isWritable() override { return _store->isWritable(); }
+  bool isReadOnly() override { return _store->isReadOnly(); }
   std::string lastError() const override { return _store->lastError(); }
   std::vector<std::string> takeRemarks() override { return _store->takeRemarks(); }
   WriteCounts writeCounts() const override { return _store->writeCounts(); }

@@ -175,6 +175,18 @@ bool SQLitePreferences::isWritable() {
   }
 }
 
+bool SQLitePreferences::isReadOnly() {
+  if (!_isReadOnly) return false;
+  const MutexLock lock(_connectionMutex);
+  try {
+    _database.reset();
+    if (!database().isWritable()) _memory.begins(Fault::write, _database->readOnlyError());
+  } catch (const SQLiteError& error) {
+    _memory.begins(Fault::read, error.what());
+  }
+  return _isReadOnly;
+}
+
 fs::path SQLitePreferences::asideFolder() const { return _folder / AsideFolderName; }
 
 std::string SQLitePreferences::lastError() const { return _memory.lastError(); }
@@ -191,6 +203,7 @@ const PreferencesDatabase& SQLitePreferences::database() {
       std::make_unique<PreferencesDatabase>(_folder, _access == Access::readWrite, _patience,
                                             [this]() PELLOR_REQUIRES(_connectionMutex) { return contentOfNewStore(); });
   for (const std::string& remark : _database->remarks()) _memory.remark(remark);
+  _isReadOnly = !_database->isWritable();
   return *_database;
 }
 

@@ -1,6 +1,7 @@
 // Preferences shared by the user's processes, in a SQLite database.
 #pragma once
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -68,6 +69,7 @@ class SQLitePreferences final : public SharedPreferences {
 
   bool insertIfAbsent(const Dictionary& values, std::string_view domain) override;
   bool isWritable() override;
+  bool isReadOnly() override;
   std::string lastError() const override;
   std::vector<std::string> takeRemarks() override { return _memory.takeRemarks(); }
   WriteCounts writeCounts() const override { return _memory.writeCounts(); }
@@ -155,6 +157,7 @@ class SQLitePreferences final : public SharedPreferences {
   // Of versions that the store does not give, because it was laid out before there were any.
   const std::uint64_t _ownNumber;
 
+  std::atomic<bool> _isReadOnly{false};  // as it was opened last; written with the connection held
   // Held as long as the file is worked on.
   Mutex _connectionMutex;
   std::unique_ptr<PreferencesDatabase> _database PELLOR_GUARDED_BY(_connectionMutex);

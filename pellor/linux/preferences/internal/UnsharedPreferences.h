@@ -34,6 +34,7 @@ class UnsharedPreferences final : public SharedPreferences {
 
   bool insertIfAbsent(const Dictionary& values, std::string_view domain) override;
   bool isWritable() override { return _shared->isWritable(); }
+  bool isReadOnly() override { return _shared->isReadOnly(); }
   std::string lastError() const override { return _shared->lastError(); }
   std::vector<std::string> takeRemarks() override { return _shared->takeRemarks(); }
   WriteCounts writeCounts() const override { return _shared->writeCounts(); }
