@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
 #include "cli/Change.h"
@@ -29,12 +30,25 @@ Json titleJson(std::size_t page, const std::string& title) {
   return {{"change", "titled"}, {"page", page}, {"title", textOrNull(title)}};
 }
 
+std::string troubleText(const std::optional<StoreTrouble>& trouble) {
+  if (!trouble) return "the store works again";
+  const bool isReading = trouble->kind == StoreTrouble::Kind::reading;
+  return std::string(isReading ? "cannot read" : "cannot write") + " the store: " + printable(trouble->text);
+}
+
+Json troubleJson(const std::optional<StoreTrouble>& trouble) {
+  if (!trouble) return {{"change", "trouble"}, {"trouble", nullptr}, {"message", nullptr}};
+  const bool isReading = trouble->kind == StoreTrouble::Kind::reading;
+  return {{"change", "trouble"}, {"trouble", isReading ? "reading" : "writing"}, {"message", trouble->text}};
+}
+
 /// Prints what changes, as it changes.
 class Watch {
  public:
   explicit Watch(Session& session)
       : _session(session),
-        _observation(session.list().observe({.changed = [this](const ListChange& batch) { changed(batch); }})) {}
+        _observation(session.list().observe({.changed = [this](const ListChange& batch) { changed(batch); },
+                                             .trouble = [this](const auto& trouble) { troubleChanged(trouble); }})) {}
 
   bool couldPrintAll() const { return _couldPrintAll; }
 
@@ -46,6 +60,10 @@ class Watch {
       print(isJson ? textOf(titleJson(page, title)) : titleText(page, title));
     }
     for (const Change& change : changesOf(batch)) print(isJson ? textOf(jsonOf(change)) : textOf(change));
+  }
+
+  void troubleChanged(const std::optional<StoreTrouble>& trouble) {
+    print(_session.options().json ? textOf(troubleJson(trouble)) : troubleText(trouble));
   }
 
   // Each line by itself, so that a reader of a pipe sees it at once.

@@ -112,6 +112,7 @@ class PLFriendsManager::PartsClient final : public PLListWriterClient,
   }
   void stepsNeededNoWrite(std::uint64_t last) override { _manager._parts->steps.noteStored(last); }
   void listWasOvertaken() override { _manager._listWasOvertaken(); }
+  void writeTroubleChanged() override { _manager._noteStoreTrouble(); }
   void loadIsDue() override { _manager._loadIsDue(); }
 
   void forEachFriend(const std::function<void(const PLPerson&)>& visit) const override {
@@ -247,6 +248,7 @@ void PLFriendsManager::_observe() {
 void PLFriendsManager::_start() {
   if (!_readSettings()) {
     _storeIsUnreadable = true;
+    _noteStoreTrouble();
     _retryLoadLater();
     return;
   }
@@ -306,6 +308,7 @@ void PLFriendsManager::_loadFriendList() {
   const PLListReader::Answer found = _parts->listReader.read(stored);
   if (found == PLListReader::Answer::unreadable) {
     _storeIsUnreadable = true;
+    _noteStoreTrouble();
     _writer->awaitLoad();
     _retryLoadLater();
     return;
@@ -320,6 +323,7 @@ void PLFriendsManager::_loadFriendList() {
   // Not before the store has answered: until then there are no groups to tell of.
   if (!_didCompleteInitialLoading) _createEmptyFriendList();
   _storeIsUnreadable = false;
+  _noteStoreTrouble();
   _parts->loadRetry.reset();
   _parts->loadRetry.cancel();
   if (isRead) {
@@ -408,6 +412,17 @@ void PLFriendsManager::_retryLoadLater() {
   _parts->loadRetry.retry([weak] {
     if (auto self = weak.lock()) self->_loadAgain();
   });
+}
+
+std::optional<PLStoreTrouble> PLFriendsManager::storeTrouble() const {
+  if (_storeIsUnreadable) return PLStoreTrouble::reading;
+  return _writer->hasFailed() ? std::optional(PLStoreTrouble::writing) : std::nullopt;
+}
+
+void PLFriendsManager::_noteStoreTrouble() {
+  const auto trouble = storeTrouble();
+  if (std::exchange(_postedTrouble, trouble) == trouble) return;
+  postOnMainQueue(_process, PLFriendsManagerStoreTroubleChangedNotification, weak_from_this());
 }
 
 void PLFriendsManager::save() {

@@ -55,6 +55,12 @@ struct PLFavoritesImport;
 struct PLMergeResult;
 struct PLStoredList;
 
+/// What a store fails at.
+enum class PLStoreTrouble {
+  reading,  ///< and so nothing is written either
+  writing,
+};
+
 /// One ordered list of friends, laid out in pages of slots, shared by all processes of the user, kept in step with the
 /// contacts and reported on by change logs.
 ///
@@ -99,6 +105,9 @@ class PLFriendsManager : public Object,
   const std::string& domain() const { return _domain; }
   /// Whether the store has answered, so that there is a list.
   bool isLoaded() const { return _didCompleteInitialLoading; }
+  /// What the store fails at; absent while it works. It is tried again until it works. Each change is posted as
+  /// PLFriendsManagerStoreTroubleChangedNotification, in a task of its own.
+  std::optional<PLStoreTrouble> storeTrouble() const;
   /// How many slots each group has, and how many groups there may be.
   std::uint64_t groupSize() const;
   std::uint64_t maxGroupCount() const;
@@ -333,6 +342,7 @@ class PLFriendsManager : public Object,
   void _beginOnEmptyStore(const PLStoredList& stored);
   void _finishLoad(std::optional<PLChangeOrigin> origin);
   void _retryLoadLater();
+  void _noteStoreTrouble();
   void _listWasOvertaken();
   void _loadIsDue();
   void _friendsChangedExternally();
@@ -402,6 +412,7 @@ class PLFriendsManager : public Object,
   bool _didCompleteInitialLoading = false;
   bool _lastLoadHadChanges = false;
   bool _storeIsUnreadable = false;
+  std::optional<PLStoreTrouble> _postedTrouble;
   bool _wasOvertaken = false;        // since a write was accepted
   bool _additionWasRefused = false;  // there was no room for it among others' edits
 };

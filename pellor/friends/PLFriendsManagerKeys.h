@@ -20,6 +20,9 @@ inline constexpr std::string_view PLFriendsManagerDestinationStatusUpdatedNotifi
     "PLFriendsManagerDestinationStatusUpdatedNotification";
 inline constexpr std::string_view PLFriendsManagerDestinationStatusUpdatedDestinationsKey =
     "PLFriendsManagerDestinationStatusUpdatedDestinationsKey";
+/// The store began to fail, fails otherwise, or works again (`PLFriendsManager::storeTrouble`). Object: the manager.
+inline constexpr std::string_view PLFriendsManagerStoreTroubleChangedNotification =
+    "PLFriendsManagerStoreTroubleChangedNotification";
 
 // Cross-process names, used where the domain configures no others.
 inline constexpr std::string_view PLFriendsChangedExternallyNotification = "PLFriendsChangedExternallyNotification";

@@ -103,7 +103,7 @@ enum class RefusalReason {
   noSuchPlace,          ///< there is no such slot or index, or the slot is taken where an empty one is wanted
   contactsNotReadable,  ///< nobody can tell who the contact is
   storeNotReadable,     ///< the list has not been read yet
-  storeNotWritable,     ///< nothing can be stored
+  storeNotWritable,     ///< the store may only be read
   overtaken,            ///< another program changed what the edit is about before it was stored
   notUndoable,          ///< the step cannot be taken back
   abandoned,            ///< the program ended before the step was stored

@@ -72,10 +72,21 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
     listen(PLFriendGroupTitleChangedNotification, &Core::titleChanged);
     listen(PLPersonValuesChangedNotification, &Core::personChanged);
     listen(PLFriendsManagerDestinationStatusUpdatedNotification, &Core::statusesChanged);
+    listen(PLFriendsManagerStoreTroubleChangedNotification, &Core::storeTroubleChanged);
     listen(platformOf(_process).addressBook->addressBookChangedNotification(), &Core::contactsChanged);
+    if (_manager->storeTrouble()) _feed->noteTrouble(trouble());
   }
 
   bool isLoaded() const { return _manager->isLoaded(); }
+  /// What the store fails at, as the store says it.
+  std::optional<StoreTrouble> trouble() const {
+    const auto trouble = _manager->storeTrouble();
+    if (!trouble) return std::nullopt;
+    const bool isReading = *trouble == PLStoreTrouble::reading;
+    std::string text = platformOf(_process).preferences->lastError();
+    if (text.empty()) text = isReading ? "the list cannot be read" : "the list cannot be stored";
+    return StoreTrouble{isReading ? StoreTrouble::Kind::reading : StoreTrouble::Kind::writing, std::move(text)};
+  }
   Process& process() const { return _process; }
   const Snapshot& current() { return _feed->noteRest(); }
   ListFeed& feed() { return *_feed; }
@@ -153,6 +164,9 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
     _mirror.noteChangeOfStatuses();
     _feed->tellSoon();
   }
+  void storeTroubleChanged(const Notification& notification) {
+    if (notification.object == _manager) _feed->noteTrouble(trouble());
+  }
   void contactsChanged(const Notification&) {
     _mirror.noteChangeOfContacts();
     _feed->tellSoon();
@@ -188,6 +202,8 @@ FriendList::FriendList(std::shared_ptr<Core> core) : _core(std::move(core)), _li
 FriendList::~FriendList() = default;
 
 bool FriendList::isLoaded() const { return _core->isLoaded(); }
+
+std::optional<StoreTrouble> FriendList::trouble() const { return _core->trouble(); }
 
 Snapshot FriendList::snapshot() { return _core->current(); }
 

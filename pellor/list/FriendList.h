@@ -51,6 +51,8 @@ class FriendList {
 
   /// Whether the store has answered.
   bool isLoaded() const;
+  /// What the store fails at now, of which the observers are told; absent while it works.
+  std::optional<StoreTrouble> trouble() const;
   /// The list as it is now, with all edits of this program and with what other processes did as far as this one has
   /// heard of it.
   Snapshot snapshot();
@@ -62,7 +64,8 @@ class FriendList {
   /// the observers hear of them in a task of their own, and they are stored in one write: the main queue has to be
   /// served for that. Where another program was first the step is judged once more on what that one stored, and taken
   /// back as a whole if one of its edits no longer holds there. A store that fails is tried again until the program
-  /// ends. `stored` may be empty; it is not called for a step that is refused here.
+  /// ends, and the observers hear of that; one that may only be read takes no step: storeNotWritable. `stored` may be
+  /// empty; it is not called for a step that is refused here.
   StepAnswer apply(std::span<const Edit> edits, StoredHandler stored = {});
   StepAnswer apply(const Edit& edit, StoredHandler stored = {});
   /// What `apply` would answer, without doing it. Who would be added is looked up. It costs as much as what would
@@ -115,7 +118,8 @@ class FriendList {
   /// What `forget` would answer and erase, without doing it. Reads files of the platform: for a user who waits.
   ForgetAnswer planForget(FriendId id);
   ForgetAnswer planForget(std::string_view who);
-  /// Takes all steps out of the history: none of them can be taken back any more. Refused: storeNotReadable.
+  /// Takes all steps out of the history: none of them can be taken back any more. Refused: storeNotReadable,
+  /// storeNotWritable.
   StepAnswer clearHistory(StoredHandler stored = {});
 
   /// The picture in the friend's contact; absent without one. May read a file.

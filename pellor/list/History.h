@@ -111,7 +111,8 @@ struct KeptChange {
 struct UndoAnswer {
   std::optional<HistoryStep> step = {};  ///< that was taken back; absent: there is none
   std::vector<KeptChange> kept = {};     ///< stays as it is
-  std::optional<Refusal> refusal = {};   ///< why nothing was done: notUndoable, noRoom, notFound, storeNotReadable
+  std::optional<Refusal> refusal =
+      {};  ///< why nothing was done: notUndoable, noRoom, notFound, storeNotReadable, storeNotWritable
 
   explicit operator bool() const { return !refusal; }
 };
@@ -125,7 +126,7 @@ struct ForgetAnswer {
   std::vector<FriendId> friends = {};          ///< who leave the list
   bool isInHistory = false;                    ///< or among those who were removed and would get back what they had
   std::vector<std::string> found = {};         ///< of a plan: where else the platform keeps something, for the user
-  std::optional<Refusal> refusal = {};         ///< why nothing was done: notFound, storeNotReadable
+  std::optional<Refusal> refusal = {};         ///< why nothing was done: notFound, storeNotReadable, storeNotWritable
 
   explicit operator bool() const { return !refusal; }
 };

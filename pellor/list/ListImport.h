@@ -57,8 +57,8 @@ struct ImportAnswer {
   std::vector<Person> repeated = {};
   std::vector<Person> withoutRoom = {};  ///< if there are any, nobody comes
 
-  /// Why nothing is done: storeNotReadable; noRoom, see `withoutRoom`; isTwice; and of a replacement pageTooSmall,
-  /// tooManyPages, addsNoPages.
+  /// Why nothing is done: storeNotReadable, storeNotWritable; noRoom, see `withoutRoom`; isTwice; and of a replacement
+  /// pageTooSmall, tooManyPages, addsNoPages.
   std::optional<Refusal> refusal = {};
   /// The friend of the exported list who is there twice, or has no slot here, and the place there.
   std::optional<Placed> cause = {};

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
+#include "pellor/linux/sqlite/SQLiteDatabase.h"
 #include "tests/cli/Program.h"
 
 namespace pellor {
@@ -73,6 +74,39 @@ TEST(Watch, PagesThatShiftMoveNobody) {
   EXPECT_EQ(watch.readLine(), "updated 1:2 cy@example.org");
   pellor(home, {"title", "1", ""});
   EXPECT_EQ(watch.readLine(), "titled 1 (none)");
+}
+
+// What the watcher itself would write, a friend's new name, waits until the store takes it.
+TEST(Watch, TellsOfAStoreThatFailsAndOfItsEnd) {
+  const auto failWrites = [](const Home& home, bool fail) {
+    SQLiteDatabase(home.storeFile(), SQLiteDatabase::Access::readWrite, 10)
+        .execute(fail ? "CREATE TRIGGER fails BEFORE INSERT ON good_values BEGIN SELECT RAISE(ABORT, 'no luck'); END"
+                      : "DROP TRIGGER fails");
+  };
+  for (const bool isJson : {false, true}) {
+    const Home home;
+    home.addContact("ann", "Ann Lee", "TEL:+49301234567\n");
+    ASSERT_EQ(pellor(home, {"add", "ann"}).exitCode, 0);
+    Program watch(
+        home, pellorCommand(isJson ? std::vector<std::string>{"watch", "--json"} : std::vector<std::string>{"watch"}));
+    watch.readErrorLine();
+    failWrites(home, true);
+    home.addContact("ann", "Ann Lind", "TEL:+49301234567\n");
+    watch.readLine();
+    const std::string began = watch.readLine();
+    failWrites(home, false);
+    const std::string ended = watch.readLine();
+    if (isJson) {
+      const auto change = nlohmann::json::parse(began, nullptr, false);
+      EXPECT_EQ(change.value("trouble", ""), "writing") << began;
+      EXPECT_THAT(change.value("message", ""), testing::HasSubstr("no luck"));
+      EXPECT_TRUE(nlohmann::json::parse(ended, nullptr, false)["trouble"].is_null()) << ended;
+    } else {
+      EXPECT_THAT(began,
+                  testing::AllOf(testing::StartsWith("cannot write the store: "), testing::HasSubstr("no luck")));
+      EXPECT_EQ(ended, "the store works again");
+    }
+  }
 }
 
 TEST(Watch, SpeaksJsonAndEndsWithItsReader) {

@@ -48,6 +48,8 @@ class PLListWriterClient {
   virtual void stepsNeededNoWrite(std::uint64_t /*last*/) {}
   /// A write was not accepted: what is stored is not the baseline. Nothing is written any more until it is loaded.
   virtual void listWasOvertaken() = 0;
+  /// Writes begin to fail, or do not any more (`hasFailed`).
+  virtual void writeTroubleChanged() {}
   /// What is stored has to be looked at: a write has ended for which a load waited, or the pause after one has ended of
   /// which nobody can tell what became.
   virtual void loadIsDue() = 0;
@@ -180,7 +182,8 @@ class PLListWriter : public std::enable_shared_from_this<PLListWriter> {
   void noteNothingToWrite(const PLListWrite& write) PELLOR_REQUIRES(*_saveQueue);
   bool noteStoredStep(std::uint64_t last);
   void leaveWriting(Phase phase) PELLOR_REQUIRES(*_saveQueue);
-  void askForLoad(void (PLListWriterClient::*tell)());
+  void noteFailed(bool hasFailed);
+  void tellClient(void (PLListWriterClient::*tell)());
   void askForLoadLater() PELLOR_REQUIRES(*_saveQueue);
   void retryLater() PELLOR_REQUIRES(*_saveQueue);
   void tellWritten(PLAcceptedWrite write);

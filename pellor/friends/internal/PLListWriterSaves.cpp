@@ -82,7 +82,7 @@ bool PLListWriter::takeUnsavedChanges(PLListWrite& write) {
 void PLListWriter::noteNothingToWrite(const PLListWrite& write) {
   leaveWriting(Phase::ready);
   if (!write.knowsTouched || _dirtyChunks.isLong()) _dirtyChunks.beginAt(write.changes, write.elsewhere);
-  _hasFailed = false;
+  noteFailed(false);
   if (!noteStoredStep(write.moment.steps)) return;
   _process.mainQueue().async([weak = _client, last = write.moment.steps] {
     if (const auto client = weak.lock()) client->stepsNeededNoWrite(last);
@@ -120,15 +120,15 @@ void PLListWriter::finish(PLListWrite& write, const PreferenceWriteAnswer& answe
     case PreferenceWriteOutcome::overtaken:
       keepUnsavedChanges(write);
       leaveWriting(Phase::awaitsLoad);
-      return askForLoad(&PLListWriterClient::listWasOvertaken);
+      return tellClient(&PLListWriterClient::listWasOvertaken);
     case PreferenceWriteOutcome::failed:
       keepUnsavedChanges(write);
-      _hasFailed = true;
+      noteFailed(true);
       leaveWriting(Phase::ready);
       return retryLater();
     case PreferenceWriteOutcome::unknown:
       keepUnsavedChanges(write);
-      _hasFailed = true;
+      noteFailed(true);
       rememberUnknown(write);
       leaveWriting(Phase::awaitsLoad);
       return askForLoadLater();
@@ -137,7 +137,7 @@ void PLListWriter::finish(PLListWrite& write, const PreferenceWriteAnswer& answe
 
 void PLListWriter::accept(PLListWrite& write, const VersionedPreferences& written) {
   if (write.list) _dirtyChunks.beginAt(write.changes, write.elsewhere);
-  _hasFailed = false;
+  noteFailed(false);
   _retryPauses.reset();
   push(write);
   adopt(write, written);
@@ -193,10 +193,14 @@ void PLListWriter::leaveWriting(Phase phase) {
     isDeferred = std::exchange(_loadIsDeferred, false);
   }
   // When the write was overtaken the load is asked for anyway.
-  if (isDeferred && phase == Phase::ready) askForLoad(&PLListWriterClient::loadIsDue);
+  if (isDeferred && phase == Phase::ready) tellClient(&PLListWriterClient::loadIsDue);
 }
 
-void PLListWriter::askForLoad(void (PLListWriterClient::*tell)()) {
+void PLListWriter::noteFailed(bool hasFailed) {
+  if (_hasFailed.exchange(hasFailed) != hasFailed) tellClient(&PLListWriterClient::writeTroubleChanged);
+}
+
+void PLListWriter::tellClient(void (PLListWriterClient::*tell)()) {
   _process.mainQueue().async([weak = _client, tell] {
     if (const auto client = weak.lock()) (client.get()->*tell)();
   });
@@ -205,7 +209,7 @@ void PLListWriter::askForLoad(void (PLListWriterClient::*tell)()) {
 void PLListWriter::askForLoadLater() {
   std::weak_ptr<PLListWriter> weak = weak_from_this();
   _retryTimer = Timer::after(*_saveQueue, _retryPauses.next(), [weak] {
-    if (const auto self = weak.lock()) self->askForLoad(&PLListWriterClient::loadIsDue);
+    if (const auto self = weak.lock()) self->tellClient(&PLListWriterClient::loadIsDue);
   });
 }
 

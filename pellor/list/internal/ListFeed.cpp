@@ -13,6 +13,7 @@ struct ListFeed::Listener {
   std::uint64_t toldOf;  ///< number of a batch
   std::weak_ptr<const void> life;
   bool knowsOfLoad = false;
+  std::optional<StoreTrouble> knownTrouble = {};
 };
 
 namespace {
@@ -80,27 +81,41 @@ void ListFeed::tell() {
   noteRest();
   _isTellingSoon = false;
   _originOfRest = ChangeOrigin::thisProgram;
-  if (!_isLoaded()) return;
   // Observers may come and go, and edit, while they are told.
-  const auto batches = std::exchange(_batches, {});
   const auto listeners = _listeners;
+  for (const auto& listener : listeners) tellTrouble(listener);
+  if (!_isLoaded()) return;
+  const auto batches = std::exchange(_batches, {});
   for (const auto& listener : listeners) tell(listener, batches);
   std::erase_if(_listeners, [](const auto& listener) { return listener.expired(); });
 }
 
+void ListFeed::noteTrouble(std::optional<StoreTrouble> trouble) {
+  _trouble = std::move(trouble);
+  tellSoon();
+}
+
+std::shared_ptr<ListFeed::Listener> ListFeed::living(const std::weak_ptr<Listener>& listener) {
+  const auto held = listener.lock();
+  return held && !held->life.expired() ? held : nullptr;
+}
+
+void ListFeed::tellTrouble(const std::weak_ptr<Listener>& listener) {
+  const auto held = living(listener);
+  const auto trouble = _trouble;
+  if (!held || std::exchange(held->knownTrouble, trouble) == trouble) return;
+  if (held->observer.trouble) held->observer.trouble(trouble);
+}
+
 // A listener that ends, by its own hand too, hears nothing any more, also of these batches.
 void ListFeed::tell(const std::weak_ptr<Listener>& listener, const std::vector<Batch>& batches) {
-  const auto living = [&] {
-    const auto held = listener.lock();
-    return held && !held->life.expired() ? held : nullptr;
-  };
-  if (const auto held = living(); held && !std::exchange(held->knowsOfLoad, true)) {
+  if (const auto held = living(listener); held && !std::exchange(held->knowsOfLoad, true)) {
     held->toldOf = batches.empty() ? held->toldOf : batches.back().number;
     if (held->observer.loaded) held->observer.loaded(_last);
     return;
   }
   for (const Batch& batch : batches) {
-    const auto held = living();
+    const auto held = living(listener);
     if (!held || held->toldOf >= batch.number) continue;
     held->toldOf = batch.number;
     ListChange change = changeBetween(batch.before, batch.after);

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "pellor/list/ListChange.h"
@@ -26,6 +27,8 @@ class ListFeed : public std::enable_shared_from_this<ListFeed> {
   const Snapshot& noteRest() { return note(_originOfRest); }
   /// What changed is noted now; what is still to be reported of it comes from there too.
   void noteWithReports(ChangeOrigin origin);
+  /// What the store fails at from now on.
+  void noteTrouble(std::optional<StoreTrouble> trouble);
   /// Has the observers told, in a task of its own, of all that happens before it.
   void tellSoon();
 
@@ -41,13 +44,16 @@ class ListFeed : public std::enable_shared_from_this<ListFeed> {
     ChangeOrigin origin;
   };
 
+  static std::shared_ptr<Listener> living(const std::weak_ptr<Listener>& listener);
   void tell();
   void tell(const std::weak_ptr<Listener>& listener, const std::vector<Batch>& batches);
+  void tellTrouble(const std::weak_ptr<Listener>& listener);
 
   Process& _process;
   ListMirror& _mirror;
   const std::function<bool()> _isLoaded;
   std::vector<std::weak_ptr<Listener>> _listeners;
+  std::optional<StoreTrouble> _trouble;
   Snapshot _last;
   std::vector<Batch> _batches;  // that nobody was told of yet
   std::uint64_t _lastNumber = 0;

@@ -86,6 +86,12 @@ ListSteps::ListSteps(Process& process, std::shared_ptr<PLFriendsManager> manager
 
 // --- Planning ------------------------------------------------------------------------------------------------------
 
+std::optional<Refusal> ListSteps::refusalOfStore() const {
+  if (!_manager->isLoaded()) return Refusal{storeNotReadable};
+  if (platformOf(_process).preferences->isReadOnly()) return Refusal{storeNotWritable};
+  return std::nullopt;
+}
+
 ListLimits ListSteps::limits() const {
   return {_manager->groupSize(), _manager->maxGroupCount(), _manager->isEmptyTrailingGroupEnabled()};
 }
@@ -131,10 +137,8 @@ std::optional<RefusalReason> ListSteps::prepare(PlannedEdit& planned, ListStep& 
 
 ListSteps::Planned ListSteps::planned(std::span<const Edit> edits) {
   Planned planned{ListStep{newDraft()}};
-  if (!_manager->isLoaded()) {
-    planned.answer.refusal = Refusal{storeNotReadable};
-    return planned;
-  }
+  planned.answer.refusal = refusalOfStore();
+  if (planned.answer.refusal) return planned;
   const OwnFriends friends(*_manager, _mirror.ids());
   StepPlan plan(planned.step.draft, friends);
   for (const Edit& edit : edits) {

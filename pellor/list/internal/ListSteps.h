@@ -120,6 +120,8 @@ class ListSteps final : public PLStepClient {
     UndoAnswer answer = {};
   };
 
+  /// Why the store takes no step; absent when it does, or is tried until it does.
+  std::optional<Refusal> refusalOfStore() const;
   ListLimits limits() const;
   /// Of the list of now.
   ListDraft newDraft();

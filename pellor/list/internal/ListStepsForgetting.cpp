@@ -22,25 +22,25 @@ std::vector<std::string> listed(const Texts& texts) {
 }  // namespace
 
 ForgetAnswer ListSteps::forget(FriendId id, ForgottenHandler forgotten) {
-  if (!_manager->isLoaded()) return refused(RefusalReason::storeNotReadable);
+  if (const auto refusal = refusalOfStore()) return {.refusal = refusal};
   const Dictionary form = formOf(id);
   if (form.empty()) return refused(RefusalReason::notFound);
   return forget(std::vector{identityOf(form)}, std::move(forgotten));
 }
 
 ForgetAnswer ListSteps::forget(const std::string& who, ForgottenHandler forgotten) {
-  if (!_manager->isLoaded()) return refused(RefusalReason::storeNotReadable);
+  if (const auto refusal = refusalOfStore()) return {.refusal = refusal};
   return forget(identitiesOf(who), std::move(forgotten));
 }
 
 ForgetAnswer ListSteps::planForget(FriendId id) {
-  if (!_manager->isLoaded()) return refused(RefusalReason::storeNotReadable);
+  if (const auto refusal = refusalOfStore()) return {.refusal = refusal};
   const Dictionary form = formOf(id);
   return form.empty() ? refused(RefusalReason::notFound) : planForget(std::vector{identityOf(form)});
 }
 
 ForgetAnswer ListSteps::planForget(const std::string& who) {
-  if (!_manager->isLoaded()) return refused(RefusalReason::storeNotReadable);
+  if (const auto refusal = refusalOfStore()) return {.refusal = refusal};
   return planForget(identitiesOf(who));
 }
 
@@ -201,7 +201,7 @@ bool ListSteps::forgetAgain(Unstored& step) {
 }
 
 StepAnswer ListSteps::clearHistory(StoredHandler stored) {
-  if (!_manager->isLoaded()) return {{}, Refusal{RefusalReason::storeNotReadable}};
+  if (const auto refusal = refusalOfStore()) return {.refusal = refusal};
   const Snapshot now = _feed.noteRest();
   Unstored unstored;
   unstored.number = _manager->performStep([this] { _history.clear(); });

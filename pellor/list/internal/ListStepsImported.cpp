@@ -118,10 +118,8 @@ ExportedList ListSteps::exported() {
 
 ListSteps::PlannedImport ListSteps::plannedImport(const ExportedList& list, ImportMode mode) {
   PlannedImport planned{ListStep{newDraft()}};
-  if (!_manager->isLoaded()) {
-    planned.answer.refusal = Refusal{RefusalReason::storeNotReadable};
-    return planned;
-  }
+  planned.answer.refusal = refusalOfStore();
+  if (planned.answer.refusal) return planned;
   const auto show = [this](const std::shared_ptr<PLPerson>& person) {
     return std::make_shared<const Friend>(_mirror.shown(person, {}));
   };

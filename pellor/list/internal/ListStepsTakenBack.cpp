@@ -52,10 +52,8 @@ void ListSteps::bringBack(TakingBack& back) {
 
 ListSteps::TakingBack ListSteps::takingBack(const StepRecord* record) {
   TakingBack back{{}, ListStep{newDraft()}};
-  if (!_manager->isLoaded()) {
-    back.answer.refusal = Refusal{RefusalReason::storeNotReadable};
-    return back;
-  }
+  back.answer.refusal = refusalOfStore();
+  if (back.answer.refusal) return back;
   if (!record) return back;
   TakenBack taken = pellor::takeBack(
       *record, back.step.draft, [this](FriendId id) { return formOf(id); }, [this] { return _mirror.ids().newId(); });
