@@ -163,6 +163,7 @@ const std::vector<Case> Cases{
     {"an inserted page is the only one", "1a..", "1a..|2Club:...", "2Club:...", "..."},
     {"an empty page at the end is not laid out", "1a..", "2Club:.a.|1...", "2Club:.a.", "a.."},
     {"nor used", "1a..|2...", "1.a.|2...", "1.a.", "a.."},
+    {"nor behind the page that it came from", "1a..|2...|3b..", "1a..|3b..|2...", "1a..|3b..", "a..|...|b.."},
     {"an inserted page goes, and not another empty one", "1a..", "1a..|2Club:...", "1a..|3...|2Club:...", "a..|..."},
     {"an inserted page has another title", "1a..", "1a..|2...", "1a..|2Club:...", "a..|Club:...", "page Club"},
     {"a removed page comes back", "1ab.|2Club:cd.|3ef.", "1ab.|3ef.", "1ab.|3fe.", "ab.|Club:cd.|fe."},

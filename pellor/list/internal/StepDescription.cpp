@@ -1,8 +1,10 @@
 // How a change between two snapshots becomes the friends and pages of a step.
 #include <algorithm>
 #include <functional>
+#include <iterator>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,26 +18,38 @@ namespace {
 
 using FriendRef = std::shared_ptr<const Friend>;
 
+/// A page that both versions have.
+struct KeptPage {
+  std::size_t indexBefore;
+  bool isEmpty;  ///< in the later version: without friends and title
+};
+
 /// Of the pages that both versions have, in the order of the later one: which keep their order among each other, as
-/// many as there can be.
-std::vector<bool> pagesInOrder(const std::vector<std::size_t>& indexesBefore) {
-  constexpr std::size_t None = static_cast<std::size_t>(-1);
-  std::vector<std::size_t> lastOfLength;  // numbers of the pages with which the best chains end
-  std::vector<std::size_t> previous(indexesBefore.size(), None);
-  for (std::size_t number = 0; number < indexesBefore.size(); ++number) {
-    const auto place = std::ranges::lower_bound(lastOfLength, indexesBefore[number], {},
-                                                [&](std::size_t other) { return indexesBefore[other]; });
-    if (place != lastOfLength.begin()) previous[number] = *(place - 1);
-    if (place == lastOfLength.end()) {
-      lastOfLength.push_back(number);
-    } else {
-      *place = number;
+/// many as there can be, and of these as few empty ones as there can be. Whether an empty page is there at the end
+/// depends on the process: one that moved is better told of than one that it moved past.
+std::vector<bool> pagesInOrder(const std::vector<KeptPage>& pages) {
+  struct Chain {
+    std::size_t worth;
+    std::size_t last;  // number of a page
+  };
+  std::map<std::size_t, Chain> chains;  // by the index before of the last page: the later it is the more worth
+  std::vector<std::optional<std::size_t>> previous(pages.size());
+  for (std::size_t number = 0; number < pages.size(); ++number) {
+    std::size_t worth = pages.size() + 1 + (pages[number].isEmpty ? 0 : 1);
+    const auto next = chains.lower_bound(pages[number].indexBefore);
+    if (next != chains.begin()) {
+      const Chain& goesOn = std::prev(next)->second;
+      worth += goesOn.worth;
+      previous[number] = goesOn.last;
     }
+    auto end = next;
+    while (end != chains.end() && end->second.worth <= worth) ++end;
+    chains.erase(next, end);
+    chains.emplace(pages[number].indexBefore, Chain{worth, number});
   }
-  std::vector<bool> isInOrder(indexesBefore.size());
-  for (std::size_t number = lastOfLength.empty() ? None : lastOfLength.back(); number != None;
-       number = previous[number])
-    isInOrder[number] = true;
+  std::vector<bool> isInOrder(pages.size());
+  auto number = chains.empty() ? std::nullopt : std::optional(chains.rbegin()->second.last);
+  for (; number; number = previous[*number]) isInOrder[*number] = true;
   return isInOrder;
 }
 
@@ -131,17 +145,17 @@ class Description {
   }
 
   void tellOfMovedPages() {
-    std::vector<std::size_t> before;
+    std::vector<KeptPage> kept;
     std::vector<PageId> ids;
     for (std::size_t index = 0; index < _change.after.pageCount(); ++index) {
-      const PageId id = _change.after.page(index).id;
-      const auto former = _change.before.indexOf(id);
+      const Page& page = _change.after.page(index);
+      const auto former = _change.before.indexOf(page.id);
       if (!former) continue;
-      before.push_back(*former);
-      ids.push_back(id);
+      kept.push_back({*former, page.friendCount == 0 && page.title.empty()});
+      ids.push_back(page.id);
     }
-    if (std::ranges::is_sorted(before)) return;
-    const std::vector<bool> isInOrder = pagesInOrder(before);
+    if (std::ranges::is_sorted(kept, {}, &KeptPage::indexBefore)) return;
+    const std::vector<bool> isInOrder = pagesInOrder(kept);
     for (std::size_t number = 0; number < ids.size(); ++number)
       if (!isInOrder[number]) tell(ids[number]).isMoved = true;
   }
