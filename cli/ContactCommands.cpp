@@ -219,8 +219,10 @@ void refresh(Session& session, bool accepts) {
 void addContactCommands(CommandSyntax program, Command& chosen) {
   const auto list = program.command("contacts", "List the contacts with their GUIDs; friends are marked with *");
   const auto words = std::make_shared<std::vector<std::string>>();
-  list.option("PATTERN", *words,
-              "Beginnings of words, or a part of a name, number, address or GUID; the best fit comes first");
+  list.option(
+      "PATTERN", *words,
+      "Beginnings of words, or a part of a name, number or address, or from 4 characters on of a GUID; the best fit "
+      "comes first");
   const auto hasPhotos = std::make_shared<bool>(false);
   list.flag("--photos", *hasPhotos, PhotosMeaning);
   list.mayHaveCommand();

@@ -68,9 +68,13 @@ std::vector<RecordRef> persons(const std::vector<RecordRef>& records) {
   return found;
 }
 
-bool containsPattern(const ContactEntry& contact, const NameMatch& pattern) {
-  const auto contains = [&](const std::string& text) { return pattern.isPartOfAddress(text); };
-  return pattern.isPart(contact.name) || contains(contact.guid) || std::ranges::any_of(contact.destinations, contains);
+// A random GUID holds many a short name: "ed", "bea".
+constexpr std::size_t FewestCharactersOfGuid = 4;
+
+bool containsPattern(const ContactEntry& contact, const std::string& text, const NameMatch& pattern) {
+  const auto contains = [&](const std::string& address) { return pattern.isPartOfAddress(address); };
+  return pattern.isPart(contact.name) || (text.size() >= FewestCharactersOfGuid && contains(contact.guid)) ||
+         std::ranges::any_of(contact.destinations, contains);
 }
 
 Candidate candidateOf(ContactRecord& record) {
@@ -104,7 +108,7 @@ std::vector<ContactEntry> matching(Session& session, std::vector<ContactEntry> c
   };
   const NameMatch match(pattern);
   std::erase_if(contacts, [&](const ContactEntry& contact) {
-    return rankOf(contact) == ranks.size() && !containsPattern(contact, match);
+    return rankOf(contact) == ranks.size() && !containsPattern(contact, pattern, match);
   });
   std::ranges::stable_sort(contacts, {}, rankOf);
   return contacts;

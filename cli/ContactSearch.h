@@ -26,7 +26,8 @@ struct ContactEntry {
 std::string nameOf(const ContactEntry& contact);
 
 /// The records of the people whom a search for the pattern finds, the best fit first, and behind them by name all
-/// others whose name, number, address or GUID contains it. All by name for an absent one.
+/// others whose name, number or address contains it, or from four characters on whose GUID. All by name for an absent
+/// one.
 std::vector<ContactEntry> contactsMatching(Session& session, const std::optional<std::string>& pattern);
 
 /// The persons that have the number or address, one record each.

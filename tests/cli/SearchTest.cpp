@@ -64,6 +64,7 @@ TEST(Search, AContactIsFoundWithTheBestFitFirst) {
   home.addContact("a1", "Bo Acmeson", "TEL:030 1\n");
   home.addContact("h1", "Lazarus Bacme", "TEL:030 2\n");
   home.addContact("acme", "Di", "TEL:030 3\n");
+  home.addContact("urn:uuid:0bea7a1e", "Ulf", "TEL:030 4\n");
   for (const auto& [text, name] : Names) tell(home, {{{"contacts", text}, 0, name}, {{"allow", text}, 0, name}});
   // A name, an organisation, and what holds it somewhere.
   const std::string found = pellor(home, {"contacts", "ACME"}).output;
@@ -71,6 +72,8 @@ TEST(Search, AContactIsFoundWithTheBestFitFirst) {
   EXPECT_LT(found.find("Zoë Martin"), found.find("Di ")) << found;
   EXPECT_LT(found.find("Di "), found.find("Lazarus Bacme")) << found;
   EXPECT_THAT(found, Not(HasSubstr("Berg")));
+  EXPECT_THAT(pellor(home, {"contacts", "bea"}).errors, HasSubstr("no contact fits \"bea\""));
+  EXPECT_THAT(pellor(home, {"contacts", "bea7a"}).output, HasSubstr("Ulf"));
   EXPECT_THAT(pellor(home, {"contacts", "zoe", "mart"}).output, HasSubstr("Zoë Martin"));
   EXPECT_THAT(pellor(home, {"contacts", "0151 234"}).output, HasSubstr("Zoë Martin"));
   EXPECT_THAT(pellor(home, {"contacts", "76543"}).output, AllOf(HasSubstr("Yıldız"), HasSubstr("Berg")));
