@@ -60,11 +60,15 @@ void widen(Widths& widths, const Cell& cell) {
       std::max({widths.text, displayWidth(cell.name), displayWidth(cell.destination), displayWidth(cell.note)});
 }
 
-// As many columns as leave each text ample room; what is over goes to the texts that need it.
-std::size_t columnsIn(std::size_t width, Widths& widths) {
+std::size_t quotientUp(std::size_t number, std::size_t divisor) { return (number + divisor - 1) / divisor; }
+
+// As many columns as leave each text ample room, but no more than save a row of `cells`; what is over goes to the texts
+// that need it.
+std::size_t columnsIn(std::size_t width, std::size_t cells, Widths& widths) {
   const std::size_t needed = widths.text;
   widths.text = std::min(needed, AmpleText);
-  const std::size_t columns = std::max<std::size_t>(1, (width + Gap) / (widths.cell() + Gap));
+  const std::size_t rows = quotientUp(cells, std::max<std::size_t>(1, (width + Gap) / (widths.cell() + Gap)));
+  const std::size_t columns = quotientUp(cells, rows);
   const std::size_t room = (width + Gap) / columns - Gap;
   widths.text = room > widths.prefix() ? std::min(needed, room - widths.prefix()) : 1;
   return columns;
@@ -120,12 +124,14 @@ std::string pageHeading(const Page& page, std::uint64_t pageIndex) {
 
 std::string pagesText(const Snapshot& list, const FriendMark& mark, std::size_t width, const FriendNote& note) {
   std::vector<std::vector<Cell>> grids;
+  std::size_t cells = 1;
   Widths widths{0, NarrowestMonogram, NarrowestText};
   for (std::size_t index = 0; index < list.pageCount(); ++index) {
     grids.push_back(cellsOf(list.page(index), mark, note));
+    cells = std::max(cells, grids.back().size());
     for (const Cell& cell : grids.back()) widen(widths, cell);
   }
-  const std::size_t columns = columnsIn(width, widths);
+  const std::size_t columns = columnsIn(width, cells, widths);
   std::string text;
   for (std::size_t index = 0; index < list.pageCount(); ++index) {
     text += (index == 0 ? "" : "\n") + pageHeading(list.page(index), index) + gridText(grids[index], columns, widths);

@@ -108,6 +108,15 @@ TEST(Terminal, ContactsUseTheRoomThatThereIs) {
   EXPECT_THAT(narrow, testing::HasSubstr("\n  a\n"));
 }
 
+// Of 12 slots neither six columns nor seven need more than two rows.
+TEST(Terminal, ANameIsNotCutForAColumnThatSavesNoRow) {
+  const Home home;
+  home.addContact("o", "Ottilie von Rosenstein", "N:von Rosenstein;Ottilie;;;\nTEL:+4930123456\n");
+  ASSERT_EQ(pellor(home, {"add", "o"}).errors, "");
+  EXPECT_THAT(onTerminal(home, 200, {"list"}), testing::HasSubstr("Ottilie von Rosenstein"));
+  EXPECT_EQ(linesOf(onTerminal(home, 200, {"list"})).size(), 8U);
+}
+
 TEST(Terminal, ACutTextHasItsSignWhereItGoesOn) {
   const Home home;
   home.addContact("karl", "Karl-Theodor of  the Isles", "TEL:+4930123456\n");
