@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "pellor/list/internal/FriendIdentity.h"
+#include "pellor/runtime/Queue.h"
 #include "pellor/testing/InMemoryTraces.h"
 #include "tests/list/ListProcess.h"
 #include "tests/pellor/SeededTest.h"
@@ -489,6 +490,39 @@ TEST_P(ForgetSeedsTest, AfterItNoValueOfTheStoreTellsOfHim) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Parts, ForgetSeedsTest, ::testing::Range(std::uint64_t{0}, SeededTest::PartCount));
+
+/// Has the last hold of what an erasure calls, on a queue of its own.
+class TracesOnAQueue final : public InMemoryTraces {
+ public:
+  void erase(std::shared_ptr<ForgottenTraits> person, ErasedHandler erased) override {
+    _queue = SerialQueue::make("traces");
+    _queue->async([this, person = std::move(person), erased = std::move(erased)]() mutable {
+      auto held = std::make_shared<ErasedHandler>(std::move(erased));
+      Process::current().mainQueue().async([this, person, held] {
+        (*held)({});
+        _queue->async([last = std::move(*held)] {});
+      });
+    });
+  }
+
+ private:
+  std::shared_ptr<SerialQueue> _queue;
+};
+
+// It may hold a window, which no other thread may touch.
+TEST_F(ForgetTest, WhatTheHandlerHoldsEndsOnTheMainQueue) {
+  contacts({"Ann"});
+  store("Ann#,-");
+  world.setPersonalTraces(std::make_shared<TracesOnAQueue>());
+  auto a = open();
+  std::vector<std::string> heard;
+  std::shared_ptr<void> window(nullptr, [&](void*) {
+    heard.emplace_back(Process::current().mainQueue().isCurrent() ? "ended on the main queue" : "ended elsewhere");
+  });
+  forget(*a, guidOf("Ann"), [&heard, held = std::move(window)](const Forgotten&) { heard.emplace_back("forgotten"); });
+  rest();
+  EXPECT_THAT(heard, ElementsAre("forgotten", "ended on the main queue"));
+}
 
 }  // namespace
 }  // namespace pellor

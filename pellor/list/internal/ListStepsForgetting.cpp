@@ -19,6 +19,16 @@ std::vector<std::string> listed(const Texts& texts) {
   return {texts.begin(), texts.end()};
 }
 
+// What the app's handler holds ends where it is called, whichever queue of the platform drops it last.
+std::shared_ptr<ForgottenHandler> endingOnMainQueue(Process& process, ForgottenHandler handler) {
+  const auto end = [&process](ForgottenHandler* held) {
+    auto owned = std::make_shared<std::unique_ptr<ForgottenHandler>>(held);
+    if (process.mainQueue().isCurrent()) return;
+    process.mainQueue().async([owned] { owned->reset(); });
+  };
+  return {new ForgottenHandler(std::move(handler)), end};
+}
+
 }  // namespace
 
 ForgetAnswer ListSteps::forget(FriendId id, ForgottenHandler forgotten) {
@@ -120,8 +130,8 @@ void ListSteps::eraseTraces(const ForgottenPerson& person, ForgottenHandler forg
     return;
   }
   traces->erase(std::make_shared<ForgottenInCopies>(_manager->domain(), person, _feed.noteRest()),
-                [forgotten = std::move(forgotten)](const PersonalTraces::Erasure& erasure) {
-                  if (forgotten) forgotten({{}, erasure.found, erasure.kept});
+                [held = endingOnMainQueue(_process, std::move(forgotten))](const PersonalTraces::Erasure& erasure) {
+                  if (*held) (*held)({{}, erasure.found, erasure.kept});
                 });
 }
 
