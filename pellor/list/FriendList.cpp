@@ -146,7 +146,8 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
   void listChanged(const Notification& notification) {
     if (notification.object != _manager) return;
     if (const auto* log = notification.userInfoAs<PLChangeLog>())
-      for (const auto& [person, types] : log->entries()) _mirror.noteChange(person);
+      for (const auto& [person, types] : log->entries())
+        if (types.contains(PLFriendsManagerPersonUpdated)) _mirror.noteChange(person);
     _feed->tellSoon();
   }
   void pagesChanged(const Notification&) { _feed->tellSoon(); }

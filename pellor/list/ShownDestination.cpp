@@ -53,9 +53,13 @@ std::optional<std::string> chosenDestination(const PLPerson& person) {
   return canonical && person.record().containsDestination(*canonical) ? canonical : std::nullopt;
 }
 
+bool isShownByCard(const PLPerson& person) { return person.allValuesCount() > 1 && !chosenDestination(person); }
+
 }  // namespace
 
+// A friend who has one alone is shown by it, whatever the card says.
 std::optional<std::string> destinationShownOf(const PLPerson& person) {
+  if (person.allValuesCount() < 2) return person.primaryDestination();
   if (auto chosen = chosenDestination(person)) return chosen;
   if (auto onCard = destinationOnCard(person)) return onCard;
   return person.primaryDestination();
@@ -64,7 +68,8 @@ std::optional<std::string> destinationShownOf(const PLPerson& person) {
 void withCardsOf(const std::vector<std::shared_ptr<PLPerson>>& friends, const std::function<void()>& work) {
   std::vector<std::string_view> guids;
   for (const auto& person : friends) {
-    if (person && person->abRecordGUID()) guids.push_back(person->record().identifyingGUID());
+    const bool hasCard = person && person->abRecordGUID();
+    if (hasCard && isShownByCard(*person)) guids.push_back(person->record().identifyingGUID());
   }
   contacts().performWithAddressBook(
       [&](AddressBook& addressBook) { addressBook.withPeopleMatchingGUIDs(guids, work); });
