@@ -12,7 +12,7 @@ namespace {
 bool isSeen(FriendFields fields) {
   FriendFields unseen;
   unseen.insert(FriendField::contact);
-  unseen.insert(FriendField::status);
+  unseen.insert(FriendField::reachability);
   return (fields.bits & ~unseen.bits) != 0;
 }
 

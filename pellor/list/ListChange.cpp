@@ -23,7 +23,7 @@ FriendFields differences(const Friend& before, const Friend& after) {
   compare(FriendField::replyAs, before.replyAs, after.replyAs);
   compare(FriendField::metadata, before.metadata, after.metadata);
   compare(FriendField::contact, before.contactGUID, after.contactGUID);
-  compare(FriendField::status, before.status, after.status);
+  compare(FriendField::reachability, before.reachability, after.reachability);
   return fields;
 }
 

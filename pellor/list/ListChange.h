@@ -21,7 +21,7 @@ enum class FriendField : std::uint16_t {
   replyAs = 32,
   metadata = 64,
   contact = 128,
-  status = 256,
+  reachability = 256,  ///< or the age of what is known of it
 };
 
 /// A set of these.

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "pellor/list/ListIds.h"
-#include "pellor/platform/ReachabilityService.h"
+#include "pellor/list/Reachability.h"
 #include "pellor/runtime/Value.h"
 
 namespace pellor {
@@ -32,7 +32,9 @@ struct Friend {
   std::optional<std::string> replyAs;       ///< the app's preference for replies; the library does not interpret it
   Dictionary metadata;                      ///< the app's own entries
   std::optional<std::string> contactGUID;   ///< of the contact that the friend is linked with
-  DestinationStatus status = DestinationStatus::unspecified;  ///< the best one of the destinations
+  /// Whether the friend can receive messages, and since when that is known: as this program had heard when the version
+  /// was made.
+  Reachability reachability = {};
   friend bool operator==(const Friend&, const Friend&) = default;
 };
 

@@ -136,7 +136,7 @@ TEST_F(FriendListTest, TheShownNumberFollowsTheCardAlsoWhereTheFriendDoesNot) {
 
 TEST_F(FriendListTest, AnswersOfTheServiceTellOfThoseWhomTheyConcern) {
   auto a = open("Ann,Bob|-,-");
-  EXPECT_EQ(a->snapshot().friendAt({0, 0})->status, DestinationStatus::valid) << "nobody is asked";
+  EXPECT_EQ(a->snapshot().friendAt({0, 0})->reachability.status, DestinationStatus::valid) << "nobody is asked";
   a->takeHeard();
   world.identityService().setScript([](const SimulatedIdentityService::Query&) {
     return std::vector<SimulatedIdentityService::AnswerPart>{
@@ -147,8 +147,10 @@ TEST_F(FriendListTest, AnswersOfTheServiceTellOfThoseWhomTheyConcern) {
     a->process().manager().refreshDestinationStatuses();
   });
   scheduler->advance(2);
-  EXPECT_THAT(a->takeHeard(), ElementsAre("~Bob " + bits({FriendField::status})));
-  EXPECT_EQ(a->snapshot().friendAt({0, 1})->status, DestinationStatus::invalid);
+  EXPECT_THAT(a->takeHeard(),
+              ElementsAre("~Ann " + bits({FriendField::reachability}) + " ~Bob " + bits({FriendField::reachability})))
+      << "of Ann it is known now when";
+  EXPECT_EQ(a->snapshot().friendAt({0, 1})->reachability.status, DestinationStatus::invalid);
 }
 
 TEST_F(FriendListTest, AnObserverMayEditAndHearsOfItInTheNextBatch) {

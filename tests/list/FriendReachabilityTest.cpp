@@ -59,7 +59,7 @@ TEST_F(FriendReachabilityTest, WithoutAServiceEverybodyCountsAsReachable) {
   EXPECT_TRUE(process->run([&] { return list->checksReachability(); }));
   EXPECT_EQ(known(0).status, DestinationStatus::unspecified);
   EXPECT_EQ(process->run([&] {
-    return list->snapshot().friendAt({0, 0})->status;
+    return list->snapshot().friendAt({0, 0})->reachability.status;
   }),
             DestinationStatus::unspecified)
       << "the list shows it too";

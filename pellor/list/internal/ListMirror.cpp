@@ -12,6 +12,7 @@
 #include "pellor/list/ShownDestination.h"
 #include "pellor/list/internal/ListDraft.h"
 #include "pellor/list/internal/PageMatching.h"
+#include "pellor/list/internal/ReachabilityOfFriends.h"
 #include "pellor/list/internal/TextHash.h"
 #include "pellor/platform/Platform.h"
 #include "pellor/runtime/Process.h"
@@ -246,7 +247,7 @@ FriendRef ListMirror::shownFriend(const std::shared_ptr<PLPerson>& person) {
 
 bool ListMirror::isShownAsBefore(const Friend& former, const std::shared_ptr<PLPerson>& person) const {
   if (_allAreStale || _stale.contains(person)) return false;
-  return !_statusesAreStale || former.status == _manager->statusForPersonRequery(person, false);
+  return !_statusesAreStale || former.reachability == reachabilityOf(*_manager, person);
 }
 
 Friend ListMirror::shown(const std::shared_ptr<PLPerson>& person, FriendId id) const {
@@ -260,7 +261,7 @@ Friend ListMirror::shown(const std::shared_ptr<PLPerson>& person, FriendId id) c
   shown.replyAs = person->preferredReplyAs();
   shown.metadata = person->metadata();
   shown.contactGUID = person->abRecordGUID();
-  shown.status = _manager->statusForPersonRequery(person, false);
+  shown.reachability = reachabilityOf(*_manager, person);
   shown.color = colorOf(shown);
   return shown;
 }
