@@ -15,6 +15,7 @@
 #include "cli/Output.h"
 #include "cli/Suggestion.h"
 #include "pellor/linux/contacts/AlphabeticalOrder.h"
+#include "pellor/list/Destination.h"
 #include "pellor/platform/WalkingContactSearch.h"
 
 namespace pellor::cli {
@@ -158,7 +159,7 @@ ContactFinder::Guids ContactFinder::calledExactly(const std::string& who) {
   Guids guids;
   _session.withAddressBook([&](AddressBook& addressBook) {
     if (RecordRef record = addressBook.copyPersonMatchingGUID(who)) records = {std::move(record)};
-    if (records.empty() && destinationKey(who))
+    if (records.empty() && comparableDestination(who))
       records = addressBook.orderedPeopleForDestination(who).value_or(std::vector<RecordRef>());
     if (records.empty()) {
       records = addressBook.copyPeopleMatchingName(who).value_or(std::vector<RecordRef>());
@@ -188,9 +189,9 @@ ContactFinder::Guids ContactFinder::fitting(const std::string& who, ContactFit l
 bool ContactFinder::isCalled(const std::string& who, const NumberedWho& numbered) {
   bool isCalled = false;
   _session.withAddressBook([&](AddressBook& addressBook) {
-    const auto key = destinationKey(who);
+    const auto key = comparableDestination(who);
     isCalled = addressBook.copyPersonMatchingGUID(who) != nullptr ||
-               (key && key != destinationKey(numbered.who) && addressBook.orderedPeopleForDestination(who));
+               (key && key != comparableDestination(numbered.who) && addressBook.orderedPeopleForDestination(who));
     const auto people = isCalled ? std::nullopt : addressBook.copyPeopleMatchingName(who);
     const std::string_view ending = std::string_view(who).substr(numbered.who.size());
     for (const RecordRef& record : people.value_or(std::vector<RecordRef>())) {

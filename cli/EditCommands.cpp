@@ -53,7 +53,7 @@ class NewcomerFinder {
   }
 
   Newcomer ofDestination(const std::string& destination) {
-    if (!_destinations.insert(destinationKey(destination).value_or(destination)).second)
+    if (!_destinations.insert(comparableDestination(destination).value_or(destination)).second)
       throw UsageError(inQuotes(destination) + " is named twice");
     return {{.destination = destination}, shownDestination(canonicalDestination(destination).value_or(destination))};
   }
@@ -106,7 +106,7 @@ std::vector<SharedDestination> sharedWithOthers(Session& session, const std::vec
   std::unordered_set<std::string> seen;
   for (const FriendAt& each : added) {
     for (const std::string& destination : each.person->destinations) {
-      if (!seen.insert(destinationKey(destination).value_or(destination)).second) continue;
+      if (!seen.insert(comparableDestination(destination).value_or(destination)).second) continue;
       auto friends = finder.withDestination(destination);
       if (friends.size() > 1) shared.push_back({destination, std::move(friends)});
     }

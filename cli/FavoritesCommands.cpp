@@ -14,6 +14,7 @@
 #include "cli/NameMatch.h"
 #include "cli/Output.h"
 #include "pellor/linux/contacts/EditableFavorites.h"
+#include "pellor/list/Destination.h"
 #include "pellor/list/Settings.h"
 #include "pellor/platform/Platform.h"
 
@@ -136,7 +137,7 @@ FavoriteLine lineFor(Session& session, const std::string& who) {
 
 bool areSame(const FavoriteLine& left, const FavoriteLine& right) {
   if (!left.guid.empty() || !right.guid.empty()) return left.guid == right.guid;
-  return destinationKey(left.value) == destinationKey(right.value);
+  return comparableDestination(left.value) == comparableDestination(right.value);
 }
 
 constexpr const char* ListExists =
@@ -164,12 +165,12 @@ std::size_t indexIn(const std::string& number, std::size_t count) {
 
 // The lines with that name, number or address.
 std::vector<std::size_t> indexesOf(const Lines& lines, const std::string& who) {
-  const auto key = destinationKey(who);
+  const auto key = comparableDestination(who);
   const NameMatch name(who);
   std::vector<std::size_t> found;
   for (std::size_t index = 0; index < lines.size(); ++index) {
     const FavoriteLine& line = lines[index];
-    if ((key && destinationKey(line.value) == key) || name.isWhole(line.name)) found.push_back(index);
+    if ((key && comparableDestination(line.value) == key) || name.isWhole(line.name)) found.push_back(index);
   }
   return found;
 }

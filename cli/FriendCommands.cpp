@@ -11,7 +11,6 @@
 #include "cli/CommandSyntax.h"
 #include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
-#include "cli/NameMatch.h"
 #include "cli/Output.h"
 #include "cli/Steps.h"
 #include "pellor/linux/text/TextLimits.h"
@@ -25,9 +24,10 @@ std::optional<std::string> destinationSpelled(const Friend& person, const std::s
   const auto& values = person.destinations;
   const auto canonical = canonicalDestination(text);
   if (canonical && std::ranges::find(values, *canonical) != values.end()) return canonical;
-  const auto key = destinationKey(text);
+  const auto key = comparableDestination(text);
   if (!key) return std::nullopt;
-  const auto found = std::ranges::find_if(values, [&](const auto& value) { return destinationKey(value) == key; });
+  const auto found =
+      std::ranges::find_if(values, [&](const auto& value) { return comparableDestination(value) == key; });
   return found == values.end() ? std::nullopt : std::optional(*found);
 }
 

@@ -5,15 +5,13 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "cli/Choice.h"
 #include "cli/Place.h"
 #include "cli/Session.h"
+#include "pellor/list/FriendSearch.h"
 #include "pellor/list/Snapshot.h"
-#include "pellor/platform/SearchTable.h"
 
 namespace pellor::cli {
 
@@ -29,8 +27,7 @@ std::vector<FriendAt> allFriends(const Snapshot& list);
 /// Those of `friends` who are in the list, with their places there, in slot order.
 std::vector<FriendAt> placesOf(const Snapshot& list, const std::vector<FriendId>& friends);
 
-/// Finds the friends that are on the pages when it is asked first; what it looks them up by is put together when it is
-/// needed first.
+/// Finds the friends that are on the pages when it is asked first.
 class FriendFinder {
  public:
   explicit FriendFinder(Session& session);
@@ -42,34 +39,20 @@ class FriendFinder {
   std::vector<FriendAt> withGuid(const std::string& guid);
   /// The friends that have the number or address, however it is written, in slot order.
   std::vector<FriendAt> withDestination(const std::string& destination);
-  /// The one friend that `who` names: by PAGE:SLOT, GUID, number or address, whole name, or as people are searched for
-  /// (ContactFit), by name and nickname first and by a part of a number last. The first of these that fits anybody
-  /// decides; of several it is the one whom the user chooses, or who has the number N of WHO#N. Throws CommandError
-  /// when nobody fits or is chosen, AmbiguousError where the user cannot be asked.
+  /// The one friend that `who` names: by PAGE:SLOT, or as friends are searched for (FriendFit). Of several it is the
+  /// one whom the user chooses, or who has the number N of WHO#N. Throws CommandError when nobody fits or is chosen,
+  /// AmbiguousError where the user cannot be asked.
   FriendAt named(const std::string& who);
 
  private:
-  struct Tables;
-  using Numbers = std::vector<std::size_t>;
-  using Table = std::unordered_map<std::string, Numbers>;
-
-  const Snapshot& list();
-  const std::vector<FriendAt>& friends();
-  std::vector<FriendAt> friendsOf(const Numbers& numbers);
-  std::vector<FriendAt> friendsIn(std::optional<Table>& table, const std::string& key,
-                                  void (FriendFinder::*fill)(Table&));
-  void fillGuids(Table& table);
-  void fillDestinations(Table& table);
-  void fillNames(Table& table);
+  FriendSearch& search();
+  std::vector<FriendAt> friendsOf(const std::vector<FriendId>& friends);
   std::vector<FriendAt> fitting(const std::string& who);
   bool isCalled(const std::string& who, const NumberedWho& numbered);
-  std::vector<FriendAt> withName(const std::string& who);
-  std::vector<FriendAt> withWords(const std::string& who);
   std::string nearestName(const std::string& who);
-  SearchTable& searchTable();
 
   Session& _session;
-  const std::unique_ptr<Tables> _tables;
+  std::unique_ptr<FriendSearch> _search;
 };
 
 /// `FriendFinder::named`, for one search.

@@ -11,10 +11,10 @@
 #include "cli/ContactSearch.h"
 #include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
-#include "cli/NameMatch.h"
 #include "cli/Output.h"
 #include "cli/PageGrid.h"
 #include "cli/StatusText.h"
+#include "pellor/list/Destination.h"
 
 namespace pellor::cli {
 namespace {
@@ -105,7 +105,7 @@ Json ownersJson(const Owners& owners) {
 }
 
 void find(Session& session, const std::string& destination) {
-  if (!destinationKey(destination)) {
+  if (!comparableDestination(destination)) {
     throw UsageError(inQuotes(destination) +
                      " is neither a number nor an address: pellor contacts finds people by their names");
   }

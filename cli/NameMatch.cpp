@@ -77,15 +77,6 @@ ContactFit worstFitFor(std::string_view who) {
   return std::ranges::count_if(who, mayBeDigit) < FewestDigits ? ContactFit::addressWords : ContactFit::numberEnding;
 }
 
-std::optional<std::string> destinationKey(std::string_view text) {
-  if (isTooLongForDestination(text)) return std::nullopt;
-  const DestinationKind kind = destinationKind(text);
-  if (kind == DestinationKind::neither) return std::nullopt;
-  const auto canonical = canonicalDestination(text);
-  // The case of an address may matter to its server; for finding it does not.
-  return canonical && kind == DestinationKind::emailAddress ? lowerCaseAddress(*canonical) : canonical;
-}
-
 bool isPlainDestination(std::string_view text) {
   if (isTooLongForDestination(text)) return false;
   const std::string address = rawDestination(text);

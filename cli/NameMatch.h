@@ -53,10 +53,6 @@ std::string wholeNameKey(const std::string& name);
 /// The worst fit by which the text may name a person: one or two digits are no part of a number, but perhaps a slot.
 ContactFit worstFitFor(std::string_view who);
 
-/// The form in which two spellings of a number or address are equal, in every locale: in addresses A-Z count as a-z.
-/// Absent for a text that is neither, or too long.
-std::optional<std::string> destinationKey(std::string_view text);
-
 /// Whether the text can be nothing but a number or an address, so that it may be added without a contact.
 bool isPlainDestination(std::string_view text);
 

@@ -20,4 +20,8 @@ std::string rawDestination(std::string_view text);
 /// taken out. Absent for a number of which there is none.
 std::optional<std::string> canonicalDestination(std::string_view text);
 
+/// Equal for two texts of one number or address, as somebody looks for it: A-Z count as a-z in an address, in every
+/// locale. Absent for a text that is neither.
+std::optional<std::string> comparableDestination(std::string_view text);
+
 }  // namespace pellor

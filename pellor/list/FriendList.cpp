@@ -20,7 +20,6 @@
 #include "pellor/list/internal/ListSteps.h"
 #include "pellor/list/internal/ReachabilityOfFriends.h"
 #include "pellor/platform/Platform.h"
-#include "pellor/platform/SearchTable.h"
 #include "pellor/platform/WalkingContactSearch.h"
 #include "pellor/runtime/NotificationCenter.h"
 #include "pellor/runtime/Process.h"
@@ -107,21 +106,11 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
     _feed->tellSoon();
   }
 
-  std::vector<FriendId> find(std::string_view text, std::size_t limit) {
-    if (limit == 0) return {};
-    const Snapshot now = current();
-    const Platform& platform = platformOf(_process);
-    if (!_table || _tableOf != now) {
-      _table.emplace(platform.text, platform.reachability, platform.phoneNumbers);
-      fill(*_table, now);
-      _tableOf = now;
-    }
-    std::vector<FriendId> found;
-    _table->find(text, [&](std::size_t person, ContactFit) {
-      found.push_back({person});
-      return found.size() < limit;
-    });
-    return found;
+  /// The search of the list of now.
+  FriendSearch& search() {
+    const Snapshot& now = current();
+    if (!_search || _search->list() != now) _search = std::make_unique<FriendSearch>(now);
+    return *_search;
   }
 
   std::vector<FoundContact> findContacts(std::string_view text, std::size_t limit) {
@@ -169,12 +158,9 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
     if (notification.object == _manager) _feed->noteTrouble(trouble());
   }
   void contactsChanged(const Notification&) {
+    _search.reset();
     _mirror.noteChangeOfContacts();
     _feed->tellSoon();
-  }
-
-  static void fill(SearchTable& table, const Snapshot& list) {
-    for (const auto& person : list.friends()) table.add(person->id.number, {{person->name}, {}, person->destinations});
   }
 
   Process& _process;
@@ -183,8 +169,7 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
   const std::shared_ptr<ListFeed> _feed;
   ListSteps _steps;
   std::vector<std::shared_ptr<Observation>> _observations;
-  std::optional<SearchTable> _table;
-  Snapshot _tableOf;
+  std::unique_ptr<FriendSearch> _search;
   std::unique_ptr<ContactSearch> _contacts;
 };
 
@@ -284,7 +269,9 @@ std::string FriendList::shownNumber(std::string_view destination) {
   return isNumber ? PLUtility::compressPhoneNumberString(destination) : std::string(destination);
 }
 
-std::vector<FriendId> FriendList::find(std::string_view text, std::size_t limit) { return _core->find(text, limit); }
+FoundFriends FriendList::find(std::string_view text, std::size_t limit) { return _core->search().find(text, limit); }
+
+std::optional<FriendId> FriendList::findSimilar(std::string_view text) { return _core->search().similar(text); }
 
 std::vector<FoundContact> FriendList::findContacts(std::string_view text, std::size_t limit) {
   return _core->findContacts(text, limit);

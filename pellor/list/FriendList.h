@@ -14,6 +14,7 @@
 #include "pellor/list/Edit.h"
 #include "pellor/list/Explanation.h"
 #include "pellor/list/ExportedList.h"
+#include "pellor/list/FriendSearch.h"
 #include "pellor/list/History.h"
 #include "pellor/list/ListChange.h"
 #include "pellor/list/ListIds.h"
@@ -127,9 +128,11 @@ class FriendList {
   /// A number as it is shown to the user; any other text as it is. Any thread.
   static std::string shownNumber(std::string_view destination);
 
-  /// The friends whom a typed text fits, the best first, at most `limit`: as `ContactSearch::find` does, by names,
-  /// numbers and addresses.
-  std::vector<FriendId> find(std::string_view text, std::size_t limit);
+  /// The friends whom a typed text fits, the best first, at most `limit`: by GUID, by numbers and addresses, and by
+  /// the names on their cards, nicknames too. Says how each fits, and whether one alone is meant.
+  FoundFriends find(std::string_view text, std::size_t limit);
+  /// The friend whose name is nearest to a text that was mistyped; absent when none is near (`FriendSearch::similar`).
+  std::optional<FriendId> findSimilar(std::string_view text);
   /// The contacts whom it fits, friends or not; nobody while the contacts cannot be read.
   std::vector<FoundContact> findContacts(std::string_view text, std::size_t limit);
 
