@@ -9,9 +9,9 @@
 namespace pellor::cli {
 namespace {
 
-bool isSeen(FriendFields fields) {
+bool isTold(FriendFields fields, LinkChanges links) {
   FriendFields unseen;
-  unseen.insert(FriendField::contact);
+  if (links == LinkChanges::untold) unseen.insert(FriendField::contact);
   unseen.insert(FriendField::reachability);
   return (fields.bits & ~unseen.bits) != 0;
 }
@@ -34,7 +34,7 @@ Json jsonOf(const Change& change) {
   return result;
 }
 
-std::vector<Change> changesOf(const ListChange& batch) {
+std::vector<Change> changesOf(const ListChange& batch, LinkChanges links) {
   const Snapshot &before = batch.before, &after = batch.after;
   std::vector<Change> changes;
   for (const auto& [id, from] : batch.removed)
@@ -49,7 +49,7 @@ std::vector<Change> changesOf(const ListChange& batch) {
   }
   for (const auto& [id, to] : batch.added) changes.push_back({"added", after.friendWith(id), to, std::nullopt});
   for (const auto& [id, fields] : batch.changed)
-    if (isSeen(fields)) changes.push_back({"updated", after.friendWith(id), after.placeOf(id), std::nullopt});
+    if (isTold(fields, links)) changes.push_back({"updated", after.friendWith(id), after.placeOf(id), std::nullopt});
   return changes;
 }
 

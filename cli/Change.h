@@ -25,9 +25,12 @@ struct Change {
 std::string textOf(const Change& change);
 Json jsonOf(const Change& change);
 
+/// Whether it is told that a friend is linked with another contact, and looks as before. Where the list comes from
+/// another device its contacts have other records for the same people, and each arrival updates these.
+enum class LinkChanges { untold, told };
+
 /// The changes of friends in a batch: who left, who moved, alone or with their page, who came, and who is shown
-/// otherwise. Of the latter those alone of whom a user sees something else: where the list comes from another device
-/// its contacts have other records for the same people, and each arrival updates these.
-std::vector<Change> changesOf(const ListChange& batch);
+/// otherwise.
+std::vector<Change> changesOf(const ListChange& batch, LinkChanges links = LinkChanges::untold);
 
 }  // namespace pellor::cli

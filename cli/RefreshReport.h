@@ -9,7 +9,7 @@
 namespace pellor::cli {
 
 /// Brings the friends in step with the contacts and stores that. Also what the load of the list changed, if this call
-/// is the first that needs the list: a load follows the contacts before there is a version to compare with.
+/// is the first that needs the list.
 std::vector<Change> refreshedFriends(Session& session);
 
 }  // namespace pellor::cli

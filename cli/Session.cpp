@@ -71,9 +71,9 @@ Session::~Session() {
   if (!isWritten) _process.abandon();
 }
 
-FriendList& Session::list() {
+FriendList& Session::list(const std::function<void(FriendList&)>& beforeLoad) {
   if (_list) return *_list;
-  _list = FriendList::openDomain(_options.domain(), "pellor");
+  _list = FriendList::openDomain(_options.domain(), "pellor", beforeLoad);
   // Another process may hold the store for a moment.
   if (!_list->isLoaded()) settle();
   _progress.remove();

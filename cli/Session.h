@@ -49,8 +49,9 @@ class Session {
   Process& process() { return _process; }
   LinuxPlatform& platform() { return *_platform; }
 
-  /// The friend list, loaded at the first call. Throws when the store cannot be read.
-  FriendList& list();
+  /// The friend list, loaded at the first call, which calls `beforeLoad` with it first. Throws when the store cannot be
+  /// read.
+  FriendList& list(const std::function<void(FriendList&)>& beforeLoad = {});
   /// Runs `work` with the address book; where there is no contacts folder it is an empty one.
   void withAddressBook(const std::function<void(AddressBook&)>& work);
 

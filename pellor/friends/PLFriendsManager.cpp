@@ -156,12 +156,13 @@ class PLFriendsManager::PartsClient final : public PLListWriterClient,
 
 // --- 1  Registry, settings and persistence -------------------------------------------------------------------------
 
-std::shared_ptr<PLFriendsManager> PLFriendsManager::managerForDomain(const std::string& domain) {
+std::shared_ptr<PLFriendsManager> PLFriendsManager::managerForDomain(const std::string& domain,
+                                                                     const BeforeLoad& beforeLoad) {
   Process& process = Process::current();
   process.requireMainQueue("managerForDomain");
   auto& managers = process.local<ManagerRegistry>().managers;
   if (auto known = managers.find(domain); known != managers.end()) return known->second;
-  auto manager = initWithDomain(domain);
+  auto manager = initWithDomain(domain, beforeLoad);
   managers.emplace(domain, manager);
   return manager;
 }
@@ -192,13 +193,15 @@ bool PLFriendsManager::setFriendGroupTitleChangedExternallyNotificationNameDomai
   return writeSetting(PLFriendGroupTitleChangedExternallyNotificationKey, name, domain);
 }
 
-std::shared_ptr<PLFriendsManager> PLFriendsManager::initWithDomain(const std::optional<std::string>& domain) {
+std::shared_ptr<PLFriendsManager> PLFriendsManager::initWithDomain(const std::optional<std::string>& domain,
+                                                                   const BeforeLoad& beforeLoad) {
   Process& process = Process::current();
   process.requireMainQueue("initWithDomain");
   std::shared_ptr<PLFriendsManager> manager(
       new PLFriendsManager(Passkey{}, process, domain.value_or(std::string(TapnoteDomain))), EndOnMainQueue{process});
   // Observers and the first save hold the manager, which nobody can while it is being constructed.
   manager->_observe();
+  if (beforeLoad) beforeLoad(manager);
   manager->_start();
   manager->_checkInvariants();
   return manager;

@@ -75,7 +75,11 @@ class PLFriendsManager : public Object,
   // --- 1  Registry, settings and persistence ---
 
   /// The one manager of that domain in the current process, made on the first request and kept until the process ends.
-  static std::shared_ptr<PLFriendsManager> managerForDomain(const std::string& domain);
+  /// `beforeLoad`, which may be empty, is called with one that is made, before it loads the list: what follows the
+  /// load can be observed from there.
+  using BeforeLoad = std::function<void(const std::shared_ptr<PLFriendsManager>& manager)>;
+  static std::shared_ptr<PLFriendsManager> managerForDomain(const std::string& domain,
+                                                            const BeforeLoad& beforeLoad = {});
 
   // Settings for managers that are made later, in practice in other processes or after a restart: each writes its key
   // of `domain` and synchronises it; no live manager is touched and nothing is posted. True when it is written.
@@ -98,7 +102,8 @@ class PLFriendsManager : public Object,
   /// A manager outside the registry. `domain` absent: TapnoteDomain. Reads the settings once, observes the contacts,
   /// the persons and the two cross-process names, loads the list and the titles, posts what that changed. The last
   /// reference may be dropped on any thread: the manager ends on the main queue, its observers first.
-  static std::shared_ptr<PLFriendsManager> initWithDomain(const std::optional<std::string>& domain);
+  static std::shared_ptr<PLFriendsManager> initWithDomain(const std::optional<std::string>& domain,
+                                                          const BeforeLoad& beforeLoad = {});
   PLFriendsManager(Passkey, Process& process, std::string domain);
   ~PLFriendsManager() override;
 

@@ -183,6 +183,17 @@ std::unique_ptr<FriendList> FriendList::openDomain(const std::string& domain, st
   return open(PLFriendsManager::managerForDomain(domain), std::move(program));
 }
 
+std::unique_ptr<FriendList> FriendList::openDomain(const std::string& domain, std::string program,
+                                                   const std::function<void(FriendList&)>& beforeLoad) {
+  if (!beforeLoad) return openDomain(domain, std::move(program));
+  std::unique_ptr<FriendList> list;
+  const auto manager = PLFriendsManager::managerForDomain(domain, [&](const std::shared_ptr<PLFriendsManager>& made) {
+    list = open(made, program);
+    beforeLoad(*list);
+  });
+  return list ? std::move(list) : open(manager, std::move(program));
+}
+
 FriendList::FriendList(std::shared_ptr<Core> core) : _core(std::move(core)), _life(std::make_shared<char>()) {}
 
 FriendList::~FriendList() = default;

@@ -45,6 +45,11 @@ class FriendList {
   static std::unique_ptr<FriendList> open(std::shared_ptr<PLFriendsManager> manager, std::string program = {});
   /// The list of a domain, of the one manager that the process has for it.
   static std::unique_ptr<FriendList> openDomain(const std::string& domain, std::string program = {});
+  /// Likewise; calls `beforeLoad`, which may be empty, with the list before it is read, where this is the first that
+  /// the process has of the domain: an observer from there hears, after `loaded`, also of what the contacts changed as
+  /// it was read, which the list shows when the observer is told.
+  static std::unique_ptr<FriendList> openDomain(const std::string& domain, std::string program,
+                                                const std::function<void(FriendList&)>& beforeLoad);
   /// Its observers hear nothing any more. Steps that are not stored go on, and are told of.
   ~FriendList();
   FriendList(const FriendList&) = delete;

@@ -132,6 +132,37 @@ TEST_F(FriendListTest, TheShownNumberFollowsTheCardAlsoWhereTheFriendDoesNot) {
   EXPECT_EQ(a->process().run([&] { return a->list().findContacts("ZOE", 5); }).size(), 1U);
 }
 
+TEST_F(FriendListTest, WhoObservesBeforeTheLoadHearsWhatTheContactsChangedByIt) {
+  contacts({"Ann", "Bob"});
+  store("Ann#,Bob#|Ann#,-");
+  world.addressBook().change(guidOf("Bob"), [](TestContact& contact) { contact.first = "Bobby"; });
+  const auto process = makeProcess();
+  std::vector<std::string> heard;
+  process->run([&] {
+    std::shared_ptr<Observation> observation;
+    const auto observe = [&](FriendList& list) {
+      EXPECT_FALSE(list.isLoaded());
+      observation =
+          list.observe({[&](const Snapshot& now) { heard.push_back("loaded " + std::to_string(now.friendCount())); },
+                        [&](const ListChange& change) {
+                          EXPECT_EQ(change.origin, ChangeOrigin::contacts);
+                          for (const auto& each : change.removed)
+                            heard.push_back("-" + change.before.friendWith(each.id)->name);
+                          for (const auto& each : change.changed)
+                            heard.push_back("~" + change.before.friendWith(each.id)->name + " " +
+                                            change.after.friendWith(each.id)->name);
+                        }});
+    };
+    const auto list = FriendList::openDomain(std::string(TapnoteDomain), {}, observe);
+    EXPECT_TRUE(list->isLoaded());
+    rest();
+    EXPECT_THAT(heard, ElementsAre("loaded 3", "-Ann", "~Bob Bobby"));
+    const auto again = FriendList::openDomain(std::string(TapnoteDomain), {}, [](FriendList&) { FAIL(); });
+    EXPECT_EQ(again->snapshot(), list->snapshot()) << "it is read already";
+    observation.reset();
+  });
+}
+
 TEST_F(FriendListTest, AnswersOfTheServiceTellOfThoseWhomTheyConcern) {
   auto a = open("Ann,Bob|-,-");
   EXPECT_EQ(a->snapshot().friendAt({0, 0})->reachability.status, DestinationStatus::valid) << "nobody is asked";

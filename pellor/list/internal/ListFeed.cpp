@@ -100,6 +100,13 @@ std::shared_ptr<ListFeed::Listener> ListFeed::living(const std::weak_ptr<Listene
   return held && !held->life.expired() ? held : nullptr;
 }
 
+// Of an observer that came before the list was read; others begin with the list of now.
+const ListFeed::Batch* ListFeed::loadIn(const std::vector<Batch>& batches, std::uint64_t toldOf) {
+  const auto isLoad = [&](const Batch& batch) { return batch.origin == ChangeOrigin::load && batch.number > toldOf; };
+  const auto found = std::ranges::find_if(batches, isLoad);
+  return found == batches.end() ? nullptr : &*found;
+}
+
 void ListFeed::tellTrouble(const std::weak_ptr<Listener>& listener) {
   const auto held = living(listener);
   const auto trouble = _trouble;
@@ -110,9 +117,9 @@ void ListFeed::tellTrouble(const std::weak_ptr<Listener>& listener) {
 // A listener that ends, by its own hand too, hears nothing any more, also of these batches.
 void ListFeed::tell(const std::weak_ptr<Listener>& listener, const std::vector<Batch>& batches) {
   if (const auto held = living(listener); held && !std::exchange(held->knowsOfLoad, true)) {
-    held->toldOf = batches.empty() ? held->toldOf : batches.back().number;
-    if (held->observer.loaded) held->observer.loaded(_last);
-    return;
+    const Batch* load = loadIn(batches, held->toldOf);
+    held->toldOf = load ? load->number : batches.empty() ? held->toldOf : batches.back().number;
+    if (held->observer.loaded) held->observer.loaded(load ? load->after : _last);
   }
   for (const Batch& batch : batches) {
     const auto held = living(listener);

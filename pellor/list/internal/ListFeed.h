@@ -44,6 +44,7 @@ class ListFeed : public std::enable_shared_from_this<ListFeed> {
     ChangeOrigin origin;
   };
 
+  static const Batch* loadIn(const std::vector<Batch>& batches, std::uint64_t toldOf);
   static std::shared_ptr<Listener> living(const std::weak_ptr<Listener>& listener);
   void tell();
   void tell(const std::weak_ptr<Listener>& listener, const std::vector<Batch>& batches);
