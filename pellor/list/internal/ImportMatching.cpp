@@ -1,7 +1,9 @@
 #include "pellor/list/internal/ImportMatching.h"
 
 #include <map>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "pellor/friends/PLPerson.h"
 #include "pellor/list/internal/ExportedForm.h"
@@ -53,13 +55,18 @@ void ImportMatching::read(const ExportedList& exported) {
 // While contacts cannot be read, or most of them are gone, the links stay as they were exported: a refresh follows
 // later.
 void ImportMatching::link(AddressBookStore& contacts, const Show& show) {
+  std::vector<std::string_view> guids;
+  for (const ImportedPerson& each : _persons)
+    if (!each.guid.empty()) guids.emplace_back(each.guid);
   contacts.performWithAddressBook([&](AddressBook& addressBook) {
     const bool areAtHand = !contacts.contactsFall() && addressBook.isReadable();
-    for (ImportedPerson& each : _persons) {
-      if (areAtHand) each.person->refreshWithAddressBook(&addressBook);
-      each.shown = show(each.person);
-      each.isUnreachable = each.shown->destinations.empty();
-    }
+    addressBook.withPeopleMatchingGUIDs(guids, [&] {
+      for (ImportedPerson& each : _persons) {
+        if (areAtHand) each.person->refreshWithAddressBook(&addressBook);
+        each.shown = show(each.person);
+        each.isUnreachable = each.shown->destinations.empty();
+      }
+    });
   });
 }
 
