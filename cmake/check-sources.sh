@@ -109,4 +109,12 @@ report 'Behind a member "///<", in a line of its own "///"' \
   "$(sources_with '^ *///<|^[^"/]*[^"/ ][^"/]*/// ' pellor cli bench tests examples)"
 report 'Comments name their subjects' "$(sources_with '//.*\b[Ww](hoever|homever)\b|// *The same[ .]' pellor cli bench examples)"
 
+# Where links are followed, whose files are used and what others may do with them is decided in one place. Contacts, their
+# favorites and what the system tells are not the library's own.
+report 'Files of the library are opened, made and replaced by pellor/linux/files/internal/PrivatePlace.h alone' "$(
+  sources_with -e '(^|[^A-Za-z0-9_])::(open|openat|creat|fopen|mkostemp|mknod|mkdir|chmod|fchmod)\(|[^.>]\bopen\([^)]*, O_[A-Z]|[io]?fstream\(' \
+    -e '\b(createPrivateF(ile|older)|replacePrivateFile|openRegularFile)\(|\bcreate_director' pellor/linux |
+    grep -vE '^pellor/linux/(files/|contacts/(ContactImport|internal/(ContactFolder|FavoritesFile))\.cpp)|"/(proc|etc)/' ||
+    true)"
+
 exit $failures

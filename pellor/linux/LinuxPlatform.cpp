@@ -10,6 +10,7 @@
 #include "pellor/linux/contacts/internal/MarkedFavorites.h"
 #include "pellor/linux/files/UserFolders.h"
 #include "pellor/linux/files/internal/NettleDigest.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 #include "pellor/linux/internal/DataFolderTraces.h"
 #include "pellor/linux/internal/PrometheusCounters.h"
 #include "pellor/linux/notify/NotifyFolder.h"
@@ -126,6 +127,23 @@ std::shared_ptr<IndexedAddressBook> makeAddressBook(Process& process, const Linu
   return IndexedAddressBook::make(process, makeCards(process, options), std::move(result));
 }
 
+/// The contacts stay where they are named: they are the user's to arrange, and known by that name.
+LinuxPlatformOptions withPlaces(LinuxPlatformOptions options) {
+  options.contactsFolder = options.contactsFolder.value_or(options.folders.data / "contacts");
+  options.folders = options.folders.behindLinks();
+  return options;
+}
+
+LinuxPlatformOptions withClosedPlaces(Process& process, LinuxPlatformOptions options) {
+  const UserFolders& folders = options.folders;
+  const LogHandle log = logOf(process, "files");
+  for (const std::filesystem::path& place : {folders.data, folders.state, folders.runtime.value_or(folders.state)}) {
+    if (!PrivateFolder(place).enter().wasOpenToOthers) continue;
+    log.log("the folder %@ was open to other users; it is its owner's alone now", place.string());
+  }
+  return options;
+}
+
 }  // namespace
 
 LinuxPlatformOptions embeddedOptions(const Configuration& configuration) {
@@ -133,10 +151,13 @@ LinuxPlatformOptions embeddedOptions(const Configuration& configuration) {
   if (const auto folder = configuration.path("data")) options.folders.data = *folder;
   options.contactsFolder = configuration.path("contacts");
   options.region = configuration.text("region");
-  return options;
+  return withPlaces(std::move(options));
 }
 
 LinuxPlatform::LinuxPlatform(Process& process, const LinuxPlatformOptions& options)
+    : LinuxPlatform(Passkey{}, process, withClosedPlaces(process, withPlaces(options))) {}
+
+LinuxPlatform::LinuxPlatform(Passkey, Process& process, const LinuxPlatformOptions& options)
     : _dataFolder(options.folders.data),
       _contactsFolder(contactsFolderOf(options)),
       _preferences(makePreferences(process, options)),

@@ -103,6 +103,8 @@ class LinuxPlatform {
   const std::optional<std::filesystem::path>& contactsFolder() const { return _contactsFolder; }
 
  private:
+  struct Passkey {};
+  LinuxPlatform(Passkey, Process& process, const LinuxPlatformOptions& options);
   Platform assemble(Process& process, const LinuxPlatformOptions& options);
   std::shared_ptr<FavoritesSource> favoritesSource(Process& process) const;
   std::shared_ptr<PersonalTraces> personalTraces(Process& process) const;

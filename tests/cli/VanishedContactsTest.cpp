@@ -104,9 +104,12 @@ TEST_F(VanishedContacts, WhatIsKeptOfTheContactsMayGetLostOrDamaged) {
 
 TEST_F(VanishedContacts, AFolderThatCannotBeListedIsNotInStep) {
   const fs::path folder = home.contactsFolder();
-  const UnprivilegedUser user(home, "a+rwX");
-  fs::permissions(folder, fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec);
-  const ProgramResult refresh = user.run({"refresh"});
+  const auto refreshUnlisted = [&] {
+    const UnprivilegedUser user(home, "a+rwX");
+    fs::permissions(folder, fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec);
+    return user.run({"refresh"});
+  };
+  const ProgramResult refresh = refreshUnlisted();
   EXPECT_EQ(refresh.exitCode, 1);
   EXPECT_EQ(refresh.output, "");
   EXPECT_THAT(refresh.errors, HasSubstr("nothing was refreshed: the contacts folder " + folder.string()));

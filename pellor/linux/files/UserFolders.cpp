@@ -7,6 +7,8 @@
 #include <array>
 #include <cstdlib>
 
+#include "pellor/linux/files/internal/PrivatePlace.h"
+
 namespace pellor {
 namespace {
 
@@ -46,6 +48,14 @@ std::optional<std::string> processEnvironment(const char* name) {
 }
 
 fs::path UserFolders::notify() const { return runtime.value_or(state) / "notify"; }
+
+UserFolders UserFolders::behindLinks() const {
+  UserFolders folders = *this;
+  folders.data = placeBehindLinks(data);
+  folders.state = placeBehindLinks(state);
+  if (runtime) folders.runtime = placeBehindLinks(*runtime);
+  return folders;
+}
 
 UserFolders UserFolders::find(const Environment& environment) {
   const std::optional<fs::path> variable = absolutePath(environment, "HOME");

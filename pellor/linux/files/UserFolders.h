@@ -15,7 +15,7 @@ using Environment = std::function<std::optional<std::string>(const char* name)>;
 std::optional<std::string> processEnvironment(const char* name);
 
 /// Where Pellor keeps what belongs to the user. Nothing is made here: an adapter that writes makes its folder with
-/// `createPrivateFolder`, for the owner alone, and says what went wrong.
+/// `PrivateFolder`, for the owner alone, and says what went wrong.
 struct UserFolders {
   std::filesystem::path data;    ///< the store and what is made of it: $XDG_DATA_HOME/pellor
   std::filesystem::path config;  ///< what the user sets by hand: $XDG_CONFIG_HOME/pellor
@@ -26,6 +26,9 @@ struct UserFolders {
 
   /// The folder of the notification bus: below `runtime`, else below `state`.
   std::filesystem::path notify() const;
+
+  /// With all links on the way to data, state and runtime followed: below these the library follows none.
+  UserFolders behindLinks() const;
 
   /// Variables that are unset, empty or relative give the usual places in the home folder; without HOME that of the
   /// user database is used. Any thread.

@@ -14,7 +14,7 @@
 #include "pellor/linux/contacts/internal/PersonInIndex.h"
 #include "pellor/linux/files/internal/AsideFolder.h"
 #include "pellor/linux/files/internal/Mentions.h"
-#include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 #include "pellor/linux/files/internal/RegularFile.h"
 #include "pellor/linux/phone/CanonicalFormStore.h"
 #include "pellor/linux/preferences/StoreCopies.h"
@@ -170,13 +170,13 @@ class DataFolderTraces::Pass {
 
   static bool isMentionedIn(const Mentions& mentions, const fs::path& file) {
     constexpr std::size_t longest = std::size_t{1} << 31;
-    const FileContent content = readRegularFile(file, longest);
+    const FileContent content = PrivateFile(file).read(longest);
     return content.text && mentions.areIn(*content.text);
   }
 
   void remove(const fs::path& file) {
-    if (::unlink(file.c_str()) == 0 || errno == ENOENT) return;
-    keep(KeptTrace{file.string(), systemError("cannot remove", file) + "; forget again later"});
+    const auto error = PrivateFile(file).remove();
+    if (error) keep(KeptTrace{file.string(), *error + "; forget again later"});
   }
 
   void note(std::size_t count, const char* one, const char* many) {

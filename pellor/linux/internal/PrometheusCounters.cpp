@@ -9,8 +9,7 @@
 #include <optional>
 #include <utility>
 
-#include "pellor/linux/files/internal/PrivateFiles.h"
-#include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 
 namespace pellor {
 namespace {
@@ -21,10 +20,10 @@ constexpr double PauseSeconds = 1;
 /// Why the text could not be written; absent when it is there. The counters of a program are mostly those of its last
 /// run, and to replace a file takes long: what it takes the place of is brought to the disk.
 std::optional<std::string> write(const std::filesystem::path& file, std::string_view text) {
-  if (const auto problem = problemOfFile(file)) return problem;
-  if (readRegularFile(file, text.size()).text == text) return std::nullopt;
-  if (auto error = createPrivateFolder(file.parent_path())) return error;
-  return replacePrivateFile(file, text);
+  const PrivateFile written(file);
+  if (written.read(text.size()).text == text) return std::nullopt;
+  if (auto error = PrivateFolder(file.parent_path()).make()) return error;
+  return written.replace(text);
 }
 
 }  // namespace

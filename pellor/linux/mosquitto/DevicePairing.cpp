@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "pellor/linux/files/internal/FileLock.h"
-#include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 #include "pellor/linux/files/internal/RegularFile.h"
 #include "pellor/linux/mosquitto/Certificates.h"
 #include "pellor/linux/mosquitto/PushState.h"
@@ -25,7 +25,10 @@ constexpr std::string_view InvitationPrefix = "pellor-device:1:";
 constexpr std::size_t LongestName = 64;
 constexpr std::chrono::seconds LockLimit{3};
 
+// Of certificates and their keys, which the user may keep elsewhere.
 std::string textIn(const fs::path& file) { return readRegularFile(file).text.value_or(""); }
+
+std::string privateTextIn(const fs::path& file) { return PrivateFile(file).read().text.value_or(""); }
 
 std::string readable(const fs::path& file) {
   FileContent content = readRegularFile(file);
@@ -66,8 +69,8 @@ bool isDeviceName(std::string_view name) {
 }
 
 void DevicePairing::write(const char* file, std::string_view content) const {
-  auto error = createPrivateFolder(_folder);
-  if (!error) error = replacePrivateFile(_folder / file, content);
+  auto error = PrivateFolder(_folder).make();
+  if (!error) error = PrivateFile(_folder / file).replace(content);
   if (error) throw DeviceError(*error);
 }
 
@@ -119,7 +122,7 @@ MQTTCredentials DevicePairing::credentials() const {
 }
 
 std::optional<SealingKeyPair> DevicePairing::keyPair() const {
-  const std::string bytes = textIn(_folder / SealingFile);
+  const std::string bytes = privateTextIn(_folder / SealingFile);
   SealingKeyPair pair;
   if (bytes.size() != sizeof pair.publicKey + sizeof pair.secretKey) return std::nullopt;
   std::copy_n(bytes.begin(), pair.publicKey.size(), pair.publicKey.begin());
@@ -154,7 +157,9 @@ void DevicePairing::pair(std::string_view invitation) const {
   write(PeerFile, std::string(InvitationPrefix) + other->name + ":" + textOf(other->key));
 }
 
-std::optional<DevicePairing::Peer> DevicePairing::storedPeer() const { return Peer::from(textIn(_folder / PeerFile)); }
+std::optional<DevicePairing::Peer> DevicePairing::storedPeer() const {
+  return Peer::from(privateTextIn(_folder / PeerFile));
+}
 
 std::optional<std::string> DevicePairing::peer() const {
   const auto known = storedPeer();
@@ -199,10 +204,8 @@ void DevicePairing::revoke() const {
   const auto receiving = IncomingFile(_folder).waitForLock(patience);
   if (!receiving) throw DeviceError(lockError(_folder));
   markTopicsEmptied(*known);
-  std::error_code error;
-  fs::remove(_folder / PeerFile, error);
-  if (error) throw DeviceError("cannot remove " + (_folder / PeerFile).string() + ": " + error.message());
-  fs::remove(_folder / SealingFile, error);
+  if (const auto error = PrivateFile(_folder / PeerFile).remove()) throw DeviceError(*error);
+  static_cast<void>(PrivateFile(_folder / SealingFile).remove());
   IncomingFile(_folder).forget();
 }
 

@@ -1,10 +1,8 @@
 #include "pellor/linux/mosquitto/MessageStore.h"
 
 #include <set>
-#include <system_error>
 
-#include "pellor/linux/files/internal/PrivateFiles.h"
-#include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 #include "pellor/linux/mosquitto/SealingKeys.h"
 
 namespace pellor {
@@ -25,7 +23,7 @@ std::string hexadecimal(const Data& bytes) {
 }
 
 Data messageIn(const fs::path& file) {
-  const std::string content = readRegularFile(file).text.value_or("");
+  const std::string content = PrivateFile(file).read().text.value_or("");
   return {content.begin(), content.end()};
 }
 
@@ -38,14 +36,13 @@ fs::path MessageStore::fileOf(const Data& digest) const {
 bool MessageStore::keep(std::span<const std::uint8_t> message) const {
   const Data digest = digestOf(message);
   const fs::path file = fileOf(digest);
-  if (createPrivateFolder(_folder)) return false;
-  const FileCreation creation = createPrivateFile(file, message);
+  if (PrivateFolder(_folder).make()) return false;
+  const FileCreation creation = PrivateFile(file).create(message);
   if (creation != FileCreation::exists) return creation == FileCreation::created;
   if (digestOf(messageIn(file)) == digest) return true;
   // A loss of power may have left a part of it.
-  std::error_code ignored;
-  fs::remove(file, ignored);
-  return createPrivateFile(file, message) == FileCreation::created;
+  static_cast<void>(PrivateFile(file).remove());
+  return PrivateFile(file).create(message) == FileCreation::created;
 }
 
 std::optional<KeyMessage> MessageStore::find(const Data& digest) const {
@@ -57,8 +54,8 @@ void MessageStore::retain(const std::vector<Data>& digests) const {
   std::set<fs::path> retained;
   for (const Data& digest : digests) retained.insert(fileOf(digest));
   for (const std::string& name : namesIn(_folder)) {
-    std::error_code ignored;
-    if (name.starts_with(FilePrefix) && !retained.contains(_folder / name)) fs::remove(_folder / name, ignored);
+    if (!name.starts_with(FilePrefix) || retained.contains(_folder / name)) continue;
+    static_cast<void>(PrivateFile(_folder / name).remove());
   }
 }
 

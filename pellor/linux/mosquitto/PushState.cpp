@@ -2,8 +2,7 @@
 
 #include <iterator>
 
-#include "pellor/linux/files/internal/PrivateFiles.h"
-#include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 #include "pellor/linux/mosquitto/MessageStore.h"
 #include "pellor/linux/mosquitto/SealingKeys.h"
 #include "pellor/runtime/CBOR.h"
@@ -32,7 +31,7 @@ constexpr std::size_t MostSent = 8;
 constexpr std::size_t DomainIndex = 0, KeyIndex = 1, FirstIndex = 2, SecondIndex = 3;
 
 Data stateIn(const std::filesystem::path& file) {
-  const std::string content = readRegularFile(file).text.value_or("");
+  const std::string content = PrivateFile(file).read().text.value_or("");
   return {content.begin(), content.end()};
 }
 
@@ -258,7 +257,7 @@ std::optional<std::string> OutgoingFile::update(const std::function<void(Outgoin
   change(state);
   const Data after = encode(state);
   if (after == before) return std::nullopt;
-  return replacePrivateFile(_file, {reinterpret_cast<const char*>(after.data()), after.size()});
+  return PrivateFile(_file).replace({reinterpret_cast<const char*>(after.data()), after.size()});
 }
 
 IncomingFile::IncomingFile(const std::filesystem::path& folder) : _file(folder / "incoming") {}
@@ -272,8 +271,7 @@ std::optional<FileLock> IncomingFile::waitForLock(LockPatience& patience) const 
 }
 
 void IncomingFile::forget() const {
-  std::error_code ignored;
-  std::filesystem::remove(_file, ignored);
+  static_cast<void>(PrivateFile(_file).remove());
   MessageStore(_file.parent_path()).retain({});
 }
 
@@ -288,8 +286,8 @@ IncomingState IncomingFile::read() const {
 
 std::optional<std::string> IncomingFile::write(const IncomingState& state) const {
   const Data bytes = encode(state);
-  if (const auto error = createPrivateFolder(_file.parent_path())) return error;
-  return replacePrivateFile(_file, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  if (const auto error = PrivateFolder(_file.parent_path()).make()) return error;
+  return PrivateFile(_file).replace({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
 }  // namespace pellor

@@ -11,8 +11,7 @@
 #include <vector>
 
 #include "pellor/linux/files/internal/FolderWatch.h"
-#include "pellor/linux/files/internal/PrivateFiles.h"
-#include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 
 namespace pellor {
 namespace {
@@ -37,7 +36,7 @@ std::optional<std::uint64_t> readCount(int file) {
 }
 
 std::optional<std::uint64_t> readCount(const fs::path& path) {
-  const OpenedFile file = openRegularFile(path, O_RDONLY);
+  const OpenedFile file = PrivateFile(path).open(O_RDONLY);
   return file.descriptor ? readCount(file.descriptor.get()) : std::nullopt;
 }
 
@@ -61,8 +60,8 @@ LockedCounter lockCounter(const fs::path& path, LockPatience& patience) {
   // A file that was deleted before the lock was granted is nobody's counter any more.
   constexpr int attempts = 100;
   for (int attempt = 0; attempt < attempts; ++attempt) {
-    OpenedFile file = openRegularFile(path, O_RDWR | O_CREAT);
-    if (file.isMissing && !createPrivateFolder(path.parent_path())) continue;
+    OpenedFile file = PrivateFile(path).open(O_RDWR | O_CREAT);
+    if (file.isMissing && !PrivateFolder(path.parent_path()).make()) continue;
     if (!file.descriptor) return {std::nullopt, file.problem};
     auto lock = FileLock::take(std::move(file.descriptor), patience);
     if (!lock) return {std::nullopt, lockError(path)};
@@ -207,7 +206,7 @@ bool NotifyFolder::isThere() const {
 }
 
 void NotifyFolder::makeFolder() {
-  const std::optional<std::string> error = createPrivateFolder(_folder);
+  const std::optional<std::string> error = PrivateFolder(_folder).make();
   note(_receiving, error);
   if (error) retryLater();
 }

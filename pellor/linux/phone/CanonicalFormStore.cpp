@@ -9,8 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "pellor/linux/files/internal/PrivateFiles.h"
-#include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 #include "pellor/linux/phone/LibPhoneNumber.h"
 
 namespace pellor {
@@ -51,13 +50,11 @@ bool isKept(std::string_view text, std::string_view form) {
          std::ranges::none_of(form, isControl) && text.find('@') == std::string_view::npos;
 }
 
-/// The size of a file that the user of this program owns, and that only its owner can write and read; absent for any
-/// other file.
-std::optional<std::size_t> sizeOfPrivateFile(const FileDescriptor& file) {
+/// The size of a file that nobody else could write; absent for any other file.
+std::optional<std::size_t> sizeOf(const OpenedFile& file) {
   struct stat found {};
-  if (!file || ::fstat(file.get(), &found) != 0 || !S_ISREG(found.st_mode)) return std::nullopt;
-  const bool isPrivate = found.st_uid == ::geteuid() && (found.st_mode & (S_IRWXG | S_IRWXO)) == 0;
-  return isPrivate ? std::optional(static_cast<std::size_t>(found.st_size)) : std::nullopt;
+  if (!file.descriptor || file.wasOpenToOthers || ::fstat(file.descriptor.get(), &found) != 0) return std::nullopt;
+  return static_cast<std::size_t>(found.st_size);
 }
 
 /// A file without some of its lines.
@@ -67,7 +64,7 @@ struct ContentWithout {
 };
 
 ContentWithout contentWithout(const std::filesystem::path& file, const CanonicalFormStore::IsTheirs& isTheirs) {
-  const std::string content = readRegularFile(file).text.value_or("");
+  const std::string content = PrivateFile(file).read().text.value_or("");
   ContentWithout result{content.substr(0, content.find('\n') + 1)};
   for (std::string_view left = std::string_view(content).substr(result.rest.size()); !left.empty();) {
     const std::string_view line = left.substr(0, std::min(left.find('\n'), left.size() - 1) + 1);
@@ -107,10 +104,10 @@ CanonicalFormStore::CanonicalFormStore(Passkey, std::string region, std::optiona
 }
 
 void CanonicalFormStore::read() {
-  const FileDescriptor file(::open(_file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  const auto size = sizeOfPrivateFile(file);
+  const OpenedFile file = PrivateFile(_file).open(O_RDONLY);
+  const auto size = sizeOf(file);
   if (!size || *size > LargestFile) return;
-  const std::string content = readAt(file, 0, *size);
+  const std::string content = readAt(file.descriptor, 0, *size);
   if (!content.starts_with(_firstLine)) return;
   std::string_view rest = std::string_view(content).substr(_firstLine.size());
   std::vector<std::pair<std::string_view, std::string_view>> forms;
@@ -152,7 +149,7 @@ std::string CanonicalFormStore::takeUnwritten() {
 void CanonicalFormStore::writeUnwritten() {
   const std::string lines = takeUnwritten();
   if (append(lines)) return;
-  const auto error = replacePrivateFile(_file, _firstLine + lines);
+  const auto error = PrivateFile(_file).replace(_firstLine + lines);
   if (!error) return;
   _folder->log.log("%@ are not kept: %@", _folder->name, *error);
   const MutexLock lock(_mutex);
@@ -165,13 +162,14 @@ std::size_t CanonicalFormStore::count(const std::filesystem::path& file, const I
 
 std::optional<std::string> CanonicalFormStore::remove(const std::filesystem::path& file, const IsTheirs& isTheirs) {
   const ContentWithout content = contentWithout(file, isTheirs);
-  return content.count > 0 ? replacePrivateFile(file, content.rest) : std::nullopt;
+  return content.count > 0 ? PrivateFile(file).replace(content.rest) : std::nullopt;
 }
 
 // In one write, so that lines of several processes do not mix.
 bool CanonicalFormStore::append(const std::string& lines) const {
-  const FileDescriptor file(::open(_file.c_str(), O_RDWR | O_APPEND | O_CLOEXEC | O_NONBLOCK));
-  const auto size = sizeOfPrivateFile(file);
+  const OpenedFile opened = PrivateFile(_file).open(O_RDWR | O_APPEND);
+  const FileDescriptor& file = opened.descriptor;
+  const auto size = sizeOf(opened);
   if (!size || *size > LargestFile || readAt(file, 0, _firstLine.size()) != _firstLine) return false;
   const bool isTorn = readAt(file, *size - 1, 1) != "\n";
   const std::string written = isTorn ? "\n" + lines : lines;

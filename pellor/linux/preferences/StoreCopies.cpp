@@ -12,8 +12,7 @@
 #include <ctime>
 #include <limits>
 
-#include "pellor/linux/files/internal/PrivateFiles.h"
-#include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 #include "pellor/linux/preferences/internal/EncodedChunk.h"
 #include "pellor/runtime/CBOR.h"
 #include "pellor/runtime/LongArray.h"
@@ -46,7 +45,7 @@ void setDate(const fs::path& file, double date) {
   const double seconds = std::floor(time);
   const timespec changed{static_cast<std::time_t>(seconds), static_cast<long>((time - seconds) * 1e9)};
   const std::array<timespec, 2> times = {changed, changed};
-  static_cast<void>(::utimensat(AT_FDCWD, file.c_str(), times.data(), 0));
+  static_cast<void>(::utimensat(AT_FDCWD, file.c_str(), times.data(), AT_SYMLINK_NOFOLLOW));
 }
 
 std::string bytesOfNumber(std::uint64_t number) {
@@ -249,7 +248,7 @@ std::vector<std::string> StoreCopies::names() const {
 
 // The newest is replaced by renaming, so what the other name leads to stays as it is.
 std::optional<std::string> StoreCopies::keep(const StoreCopy& copy) const {
-  if (auto error = createPrivateFolder(_folder)) return error;
+  if (auto error = PrivateFolder(_folder).make()) return error;
   const auto content = fileContent(copy);
   if (!content) return "the store holds too much for a copy";
   const auto newest = headOfNewest();
@@ -261,7 +260,7 @@ std::optional<std::string> StoreCopies::keep(const StoreCopy& copy) const {
     static_cast<void>(::link(fileOf(Newest).c_str(), fileOf(later).c_str()));
     prune(Replaced, ReplacedKept);
   }
-  if (auto error = replacePrivateFile(fileOf(Newest), *content)) return error;
+  if (auto error = PrivateFile(fileOf(Newest)).replace(*content)) return error;
   setDate(fileOf(Newest), copy.date);
   const std::string hour = std::string(Hour) + timeText(copy.date, "%Y%m%dT%H");
   const std::string day = std::string(Day) + timeText(copy.date, "%Y%m%d");
@@ -275,11 +274,11 @@ std::optional<std::string> StoreCopies::keep(const StoreCopy& copy) const {
 }
 
 std::optional<std::string> StoreCopies::keepReplaced(const StoreCopy& copy) const {
-  if (auto error = createPrivateFolder(_folder)) return error;
+  if (auto error = PrivateFolder(_folder).make()) return error;
   const auto content = fileContent(copy);
   if (!content) return "the store holds too much for a copy";
   const std::string name = std::string(Replaced) + timeText(copy.date, "%Y%m%dT%H%M%S");
-  if (auto error = replacePrivateFile(fileOf(name), *content)) return error;
+  if (auto error = PrivateFile(fileOf(name)).replace(*content)) return error;
   prune(Replaced, ReplacedKept);
   return std::nullopt;
 }
@@ -288,14 +287,13 @@ std::optional<std::string> StoreCopies::keepReplaced(const StoreCopy& copy) cons
 std::optional<std::string> StoreCopies::replace(std::string_view name, const StoreCopy& copy) const {
   const auto content = fileContent(copy);
   if (!content) return "the store holds too much for a copy";
-  if (auto error = replacePrivateFile(fileOf(name), *content)) return error;
+  if (auto error = PrivateFile(fileOf(name)).replace(*content)) return error;
   setDate(fileOf(name), copy.date);
   return std::nullopt;
 }
 
 std::optional<std::string> StoreCopies::remove(std::string_view name) const {
-  if (::unlink(fileOf(name).c_str()) == 0 || errno == ENOENT) return std::nullopt;
-  return systemError("cannot remove", fileOf(name));
+  return PrivateFile(fileOf(name)).remove();
 }
 
 // Names of one kind go by date.
@@ -305,14 +303,14 @@ void StoreCopies::prune(std::string_view prefix, std::size_t count) const {
     if (name.starts_with(prefix)) kept.push_back(std::move(name));
   }
   std::ranges::sort(kept, std::greater());
-  for (std::size_t index = count; index < kept.size(); ++index) ::unlink(fileOf(kept[index]).c_str());
+  for (std::size_t index = count; index < kept.size(); ++index) static_cast<void>(remove(kept[index]));
 }
 
 std::optional<StoreCopy> StoreCopies::read(std::string_view name) const {
   const std::vector<std::string> known = names();
   if (std::ranges::find(known, name) == known.end()) return std::nullopt;
   constexpr std::size_t longest = std::numeric_limits<std::int32_t>::max();
-  const auto content = readRegularFile(fileOf(name), longest);
+  const auto content = PrivateFile(fileOf(name)).read(longest);
   return content.text ? copyIn(*content.text) : std::nullopt;
 }
 
@@ -340,7 +338,7 @@ std::optional<StoreCopy> StoreCopies::newest() const {
 }
 
 std::optional<StoreCopyHead> StoreCopies::headOfNewest() const {
-  const OpenedFile opened = openRegularFile(fileOf(Newest), O_RDONLY);
+  const OpenedFile opened = PrivateFile(fileOf(Newest)).open(O_RDONLY);
   if (!opened.descriptor) return std::nullopt;
   std::string begin(LongestHead, '\0');
   const ssize_t length = ::pread(opened.descriptor.get(), begin.data(), begin.size(), 0);

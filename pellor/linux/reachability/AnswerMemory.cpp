@@ -9,8 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "pellor/linux/files/internal/PrivateFiles.h"
-#include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 #include "pellor/linux/text/CardText.h"
 
 namespace pellor {
@@ -152,7 +151,7 @@ bool AnswerMemory::writeTogetherWith(Answers& unwritten) {
   Answers all = read();
   takeOver(all, unwritten);
   dropOldest(all);
-  const auto problem = replacePrivateFile(*_file, contentOf(all));
+  const auto problem = PrivateFile(*_file).replace(contentOf(all));
   note(problem);
   if (!problem) unwritten = std::move(all);
   return !problem;
@@ -168,7 +167,7 @@ void AnswerMemory::note(const std::optional<std::string>& problem) {
 }
 
 AnswerMemory::Answers AnswerMemory::read() const {
-  const FileContent content = readRegularFile(*_file, LargestFile);
+  const FileContent content = PrivateFile(*_file).read(LargestFile);
   auto answers = content.text ? answersIn(*content.text) : std::nullopt;
   if (!answers) return {};
   const double latest = _wallClock() + ClockTolerance;

@@ -38,14 +38,19 @@ std::shared_ptr<PostgreSQLService> serviceOf(Process& process, const PostgreSQLO
   return shared.service;
 }
 
+// By the name that the user gives the data folder, whatever it leads to.
+std::string machineOf(const Configuration& configuration) {
+  return MachinePreferences::machineName(configuration.path("data").value_or(UserFolders::find().data));
+}
+
 void chooseStore(const Configuration& configuration, LinuxPlatformOptions& options) {
   options.parts.preferences = [postgresql = optionsOf(configuration), folders = options.folders,
+                               machine = machineOf(configuration),
                                followsContacts = options.listKeys.followsContacts](Process& process) {
     auto store =
         std::make_shared<PostgreSQLPreferences>(serviceOf(process, postgresql), copiesFolder(folders),
                                                 folders.config / "defaults.json", serviceLog(process, "preferences"));
-    return std::make_shared<MachinePreferences>(std::move(store), MachinePreferences::machineName(folders.data),
-                                                followsContacts);
+    return std::make_shared<MachinePreferences>(std::move(store), machine, followsContacts);
   };
 }
 

@@ -6,7 +6,7 @@
 #include <thread>
 #include <utility>
 
-#include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 #include "pellor/linux/sqlite/CheckedPages.h"
 #include "pellor/linux/sqlite/RecoveryPauses.h"
 
@@ -32,10 +32,12 @@ std::string uriOf(const std::filesystem::path& file, SQLiteDatabase::Access acce
   return access == SQLiteDatabase::Access::frozen ? uri + "?immutable=1" : uri;
 }
 
-// SQLite would wait for a pipe in the place of one of its files, and do without what it takes for no log.
-void requireRegularFiles(const std::filesystem::path& file) {
+// SQLite would wait for a pipe in the place of one of its files, and do without what it takes for no log. It gives its
+// other files the mode of the database.
+void requirePrivateFiles(const std::filesystem::path& file) {
   for (const char* suffix : {"", "-wal", "-shm", "-journal"}) {
-    if (const auto problem = problemOfFile(file.string() + suffix)) throw SQLiteError(SQLITE_CANTOPEN, *problem);
+    if (const auto problem = PrivateFile(file.string() + suffix).problem())
+      throw SQLiteError(SQLITE_CANTOPEN, *problem);
   }
 }
 
@@ -148,9 +150,9 @@ SQLiteDatabase::SQLiteDatabase(const std::filesystem::path& file, Access access,
 
 SQLiteDatabase::SQLiteDatabase(const std::filesystem::path& file, Access access, std::shared_ptr<LockPatience> patience)
     : _waiting(std::make_unique<LockWait>(LockWait{std::move(patience), {}})) {
-  requireRegularFiles(file);
+  requirePrivateFiles(file);
   const int mode = access == Access::readWrite ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
-  open(uriOf(file, access).c_str(), mode | SQLITE_OPEN_URI);
+  open(uriOf(file, access).c_str(), mode | SQLITE_OPEN_URI | SQLITE_OPEN_NOFOLLOW);
   sqlite3_busy_handler(_database.get(), LockWait::goesOn, _waiting.get());
 }
 

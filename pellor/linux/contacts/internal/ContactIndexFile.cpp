@@ -11,8 +11,7 @@
 
 #include "pellor/linux/files/internal/AsideFolder.h"
 #include "pellor/linux/files/internal/FileLock.h"
-#include "pellor/linux/files/internal/PrivateFiles.h"
-#include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 
 namespace pellor {
 
@@ -171,21 +170,21 @@ SQLiteDatabase openFile(const std::filesystem::path& file, IndexCheck check,
 
 /// Holds other processes off while one makes or replaces the file.
 std::optional<FileLock> lockFolder(const std::filesystem::path& folder, LockPatience& patience) {
-  FileDescriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!opened) return std::nullopt;
-  auto lock = FileLock::take(std::move(opened), patience);
+  PrivateFolder::Opened opened = PrivateFolder(folder).open();
+  if (!opened.descriptor) return std::nullopt;
+  auto lock = FileLock::take(std::move(opened.descriptor), patience);
   if (!lock && errno == EWOULDBLOCK) throw SQLiteError(SQLITE_BUSY, lockError(folder));
   return lock;
 }
 
 void makePrivateFile(const std::filesystem::path& file) {
-  const OpenedFile made = openRegularFile(file, O_RDWR | O_CREAT);
+  const OpenedFile made = PrivateFile(file).open(O_RDWR | O_CREAT);
   if (!made.descriptor) throw std::runtime_error(made.problem);
 }
 
 OpenedContactIndex openInFolder(const std::filesystem::path& folder, IndexCheck check,
                                 const std::shared_ptr<LockPatience>& patience) {
-  if (const auto error = createPrivateFolder(folder)) throw std::runtime_error(*error);
+  if (const auto error = PrivateFolder(folder).make()) throw std::runtime_error(*error);
   const auto lock = lockFolder(folder, *patience);
   const std::filesystem::path file = contactIndexIn(folder);
   OpenedContactIndex opened;

@@ -6,8 +6,7 @@
 #include <sstream>
 #include <utility>
 
-#include "pellor/linux/files/internal/PrivateFiles.h"
-#include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 #include "pellor/linux/text/CardText.h"
 
 namespace pellor {
@@ -52,15 +51,15 @@ RefreshMemory::RefreshMemory(const std::filesystem::path& dataFolder, std::strin
 
 std::optional<RefreshHold::Memory> RefreshMemory::read() {
   if (!_problem.empty()) return _known;
-  const FileContent content = readRegularFile(_file, LargestFile);
+  const FileContent content = PrivateFile(_file).read(LargestFile);
   return _known = content.text ? memoryIn(*content.text) : std::nullopt;
 }
 
 void RefreshMemory::write(const std::optional<RefreshHold::Memory>& memory) {
   if (!memory || (memory == _known && _problem.empty())) return;
   _known = memory;
-  auto problem = createPrivateFolder(_file.parent_path());
-  if (!problem) problem = replacePrivateFile(_file, textOf(*memory));
+  auto problem = PrivateFolder(_file.parent_path()).make();
+  if (!problem) problem = PrivateFile(_file).replace(textOf(*memory));
   if (problem && _problem.empty()) _log.log("how many contacts there were cannot be kept: %@", *problem);
   _problem = problem.value_or("");
 }

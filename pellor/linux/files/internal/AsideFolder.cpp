@@ -5,8 +5,7 @@
 #include <ctime>
 #include <string>
 
-#include "pellor/linux/files/internal/PrivateFiles.h"
-#include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 
 namespace pellor {
 namespace {
@@ -28,7 +27,7 @@ std::string numbered(const std::string& name, int number) {
 }
 
 bool holdsExactly(const fs::path& file, const Data& bytes) {
-  const auto content = readRegularFile(file, bytes.size()).text;
+  const auto content = PrivateFile(file).read(bytes.size()).text;
   return content && std::ranges::equal(bytes, *content, {}, {}, [](char read) { return std::uint8_t(read); });
 }
 
@@ -43,11 +42,11 @@ bool isKeptAlready(const fs::path& folder, const std::string& prefix, const Data
 bool keepAside(const fs::path& folder, std::string_view key, std::string_view domain, const Data& bytes) {
   const std::string prefix = fileNameOf(key) + "-" + fileNameOf(domain) + "-";
   if (isKeptAlready(folder, prefix, bytes)) return true;
-  if (createPrivateFolder(folder)) return false;
+  if (PrivateFolder(folder).make()) return false;
   const std::string name = prefix + utcTime();
   constexpr int attempts = 1000;
   for (int attempt = 1; attempt <= attempts; ++attempt) {
-    const FileCreation creation = createPrivateFile(folder / (numbered(name, attempt) + ".cbor"), bytes);
+    const FileCreation creation = PrivateFile(folder / (numbered(name, attempt) + ".cbor")).create(bytes);
     if (creation != FileCreation::exists) return creation == FileCreation::created;
   }
   return false;
@@ -66,7 +65,7 @@ std::optional<fs::path> moveDatabaseAside(const fs::path& database, const fs::pa
 }
 
 bool moveAside(const fs::path& folder, const fs::path& database) {
-  if (createPrivateFolder(folder)) return false;
+  if (PrivateFolder(folder).make()) return false;
   return moveDatabaseAside(database, folder / database.filename()).has_value();
 }
 

@@ -13,7 +13,7 @@
 #include <system_error>
 #include <thread>
 
-#include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 
 namespace pellor {
 namespace {
@@ -25,8 +25,8 @@ constexpr std::chrono::milliseconds ShortWait{50};
 constexpr std::chrono::minutes TimeOfShortWaits{1};
 
 FileDescriptor openedOrMade(const std::filesystem::path& file) {
-  if (createPrivateFolder(file.parent_path())) return {};
-  return openRegularFile(file, O_RDWR | O_CREAT).descriptor;
+  if (PrivateFolder(file.parent_path()).make()) return {};
+  return PrivateFile(file).open(O_RDWR | O_CREAT).descriptor;
 }
 
 bool isSameFile(const struct stat& one, const struct stat& other) {
@@ -118,7 +118,9 @@ std::optional<FileLock> FileLock::tryTake(const std::filesystem::path& file) {
 }
 
 std::string lockError(const std::filesystem::path& path) {
-  return errno == EWOULDBLOCK ? heldError(path, {path}) : systemError("cannot lock", path);
+  if (errno == EWOULDBLOCK) return heldError(path, {path});
+  const std::string error = systemError("cannot lock", path);
+  return PrivateFile(path).problem().value_or(error);
 }
 
 std::string heldError(const std::filesystem::path& path, const std::vector<std::filesystem::path>& places) {

@@ -14,19 +14,7 @@
 namespace pellor {
 namespace {
 
-constexpr mode_t OwnerOnlyFolder = 0700;
-
-bool writeAll(int descriptor, const void* bytes, std::size_t length) {
-  const char* next = static_cast<const char*>(bytes);
-  while (length > 0) {
-    const ssize_t written = ::write(descriptor, next, length);
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    next += written;
-    length -= static_cast<std::size_t>(written);
-  }
-  return true;
-}
+constexpr mode_t OwnerOnlyFolder = 0700, OwnerOnlyFile = 0600;
 
 // The name of a new file is safe only once its folder is.
 bool syncFolder(const std::filesystem::path& folder) {
@@ -46,6 +34,22 @@ std::string hexadecimal(std::uint8_t byte) {
 
 }  // namespace
 
+bool writeAll(int descriptor, const void* bytes, std::size_t length) {
+  const char* next = static_cast<const char*>(bytes);
+  while (length > 0) {
+    const ssize_t written = ::write(descriptor, next, length);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    next += written;
+    length -= static_cast<std::size_t>(written);
+  }
+  return true;
+}
+
+void reserveBlocks(int descriptor, std::size_t length) {
+  static_cast<void>(::posix_fallocate(descriptor, 0, static_cast<off_t>(length)));
+}
+
 std::string systemError(std::string_view what, const std::filesystem::path& path) {
   const int code = errno;
   return std::string(what) + " " + path.string() + ": " + std::system_category().message(code);
@@ -57,7 +61,11 @@ std::optional<std::string> createPrivateFolder(const std::filesystem::path& fold
   // "a/b/" names the same folder as "a/b", but its parent path would be "a/b" again.
   if (!folder.has_filename()) return createPrivateFolder(folder.parent_path());
   if (auto error = createPrivateFolder(folder.parent_path())) return error;
-  if (::mkdir(folder.c_str(), OwnerOnlyFolder) == 0) return std::nullopt;
+  if (::mkdir(folder.c_str(), OwnerOnlyFolder) == 0) {
+    // Whatever the umask says.
+    ::chmod(folder.c_str(), OwnerOnlyFolder);
+    return std::nullopt;
+  }
   const std::string error = systemError("cannot make the folder", folder);
   // Another process may have been faster.
   if (std::filesystem::is_directory(folder, ignored)) return std::nullopt;
@@ -77,9 +85,8 @@ std::optional<std::string> replacePrivateFile(const std::filesystem::path& file,
   std::string draft = (file.parent_path() / ("." + file.filename().string() + ".XXXXXX")).string();
   FileDescriptor descriptor(::mkostemp(draft.data(), O_CLOEXEC));
   if (!descriptor) return systemError("cannot write", file);
-  // With its blocks given beforehand the rename need not wait until the content has found some, which takes a disk
-  // write. A file system that cannot do that loses the time alone.
-  static_cast<void>(::posix_fallocate(descriptor.get(), 0, static_cast<off_t>(content.size())));
+  static_cast<void>(::fchmod(descriptor.get(), OwnerOnlyFile));
+  reserveBlocks(descriptor.get(), content.size());
   const bool isWritten = writeAll(descriptor.get(), content.data(), content.size());
   descriptor.close();
   if (isWritten && ::rename(draft.c_str(), file.c_str()) == 0) return std::nullopt;
@@ -106,8 +113,9 @@ std::string fileNameOf(std::string_view text) {
 }
 
 FileCreation createPrivateFile(const std::filesystem::path& file, std::span<const std::uint8_t> content) {
-  const FileDescriptor descriptor(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+  const FileDescriptor descriptor(::open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, OwnerOnlyFile));
   if (!descriptor) return errno == EEXIST ? FileCreation::exists : FileCreation::failed;
+  static_cast<void>(::fchmod(descriptor.get(), OwnerOnlyFile));
   const bool isSafe = writeAll(descriptor.get(), content.data(), content.size()) && ::fsync(descriptor.get()) == 0 &&
                       syncFolder(file.parent_path());
   if (isSafe) return FileCreation::created;

@@ -1,6 +1,8 @@
-// Files and folders for their owner alone.
+// Files and folders of the user, made for their owner alone; links are followed. The library's own: PrivatePlace.h.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <span>
@@ -34,5 +36,12 @@ enum class FileCreation { created, exists, failed };
 /// Makes a file of mode 0600 that was not there before. When it is `created` its content is on the disk. Nothing is
 /// left behind after a failure. Any thread.
 FileCreation createPrivateFile(const std::filesystem::path& file, std::span<const std::uint8_t> content);
+
+/// Writes all bytes to an open file. False, with errno set, when that failed.
+bool writeAll(int descriptor, const void* bytes, std::size_t length);
+
+/// Gives an open file its blocks before it is written: a rename then need not wait until the content has found some,
+/// which takes a disk write. A file system that cannot do that loses the time alone.
+void reserveBlocks(int descriptor, std::size_t length);
 
 }  // namespace pellor

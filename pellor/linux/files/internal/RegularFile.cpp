@@ -26,19 +26,22 @@ std::optional<std::string> problemOfFile(const std::filesystem::path& file) {
 
 OpenedFile openRegularFile(const std::filesystem::path& file, int flags) {
   // Looked at before, because to open a device may do something to it.
-  if (auto problem = problemOfFile(file)) return {{}, *std::move(problem), false};
+  if (auto problem = problemOfFile(file)) return {{}, *std::move(problem), false, false};
   FileDescriptor descriptor(::open(file.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, S_IRUSR | S_IWUSR));
   if (!descriptor) {
     const bool isMissing = errno == ENOENT || errno == ENOTDIR;
-    return {{}, systemError("cannot open", file), isMissing};
+    return {{}, systemError("cannot open", file), isMissing, false};
   }
   struct stat found {};
-  if (::fstat(descriptor.get(), &found) != 0 || !S_ISREG(found.st_mode)) return {{}, notRegular(file), false};
-  return {std::move(descriptor), "", false};
+  if (::fstat(descriptor.get(), &found) != 0 || !S_ISREG(found.st_mode)) return {{}, notRegular(file), false, false};
+  return {std::move(descriptor), "", false, false};
 }
 
 FileContent readRegularFile(const std::filesystem::path& file, std::size_t limit) {
-  const OpenedFile opened = openRegularFile(file, O_RDONLY);
+  return readOpenedFile(openRegularFile(file, O_RDONLY), file, limit);
+}
+
+FileContent readOpenedFile(const OpenedFile& opened, const std::filesystem::path& file, std::size_t limit) {
   if (!opened.descriptor) return {std::nullopt, opened.problem, opened.isMissing};
   struct stat found {};
   if (::fstat(opened.descriptor.get(), &found) != 0) return unreadable(file);

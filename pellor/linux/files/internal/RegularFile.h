@@ -1,4 +1,4 @@
-// Opens and reads files in whose place there may be something else.
+// Opens and reads files of the user in whose place there may be something else. Links are followed.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +13,9 @@ namespace pellor {
 /// A regular file that is open, or why there is none.
 struct OpenedFile {
   FileDescriptor descriptor;
-  std::string problem;     ///< with the path; empty when the file is open
-  bool isMissing = false;  ///< whether the problem is that there is nothing
+  std::string problem;           ///< with the path; empty when the file is open
+  bool isMissing = false;        ///< whether the problem is that there is nothing
+  bool wasOpenToOthers = false;  ///< of a private file: others could read or write it until now
 };
 
 /// Opens a regular file without waiting. A pipe, a device, a socket or a folder in its place is a problem, and is not
@@ -36,5 +37,8 @@ inline constexpr std::size_t LongestFileContent = std::size_t{64} * 1024 * 1024;
 
 /// Reads a whole regular file of at most `limit` bytes without waiting. Any thread.
 FileContent readRegularFile(const std::filesystem::path& file, std::size_t limit = LongestFileContent);
+
+/// Reads what was opened at that path.
+FileContent readOpenedFile(const OpenedFile& opened, const std::filesystem::path& file, std::size_t limit);
 
 }  // namespace pellor

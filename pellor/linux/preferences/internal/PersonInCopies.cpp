@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "pellor/linux/files/internal/Mentions.h"
-#include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 #include "pellor/linux/preferences/StoredChunks.h"
 #include "pellor/linux/preferences/internal/CopiedDomain.h"
 
@@ -33,7 +33,7 @@ bool put(const Dictionary& values, const std::string& domain, StoreCopy& copy) {
 }
 
 bool isMentionedIn(const StoreCopies& copies, const std::string& name, const ForgottenTraits& person) {
-  const FileContent content = readRegularFile(copies.fileOf(name));
+  const FileContent content = PrivateFile(copies.fileOf(name)).read();
   return content.text && Mentions(person).areIn(*content.text);
 }
 

@@ -8,7 +8,7 @@
 
 #include "pellor/linux/files/internal/AsideFolder.h"
 #include "pellor/linux/files/internal/FileLock.h"
-#include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/files/internal/PrivatePlace.h"
 #include "pellor/linux/preferences/internal/PreferencesDatabase.h"
 #include "pellor/linux/preferences/internal/StoredList.h"
 
@@ -23,26 +23,19 @@ constexpr int PageSize = 8192;
 /// Held while the file is made, opened and laid out. SQLite's own locks do not cover the change to write-ahead logging
 /// when several processes start at once.
 FileLock lockFolder(const fs::path& folder, LockPatience& patience) {
-  FileDescriptor opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!opened) throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot open the folder", folder));
-  auto lock = FileLock::take(std::move(opened), patience);
+  PrivateFolder::Opened opened = PrivateFolder(folder).open();
+  if (!opened.descriptor) throw SQLiteError(SQLITE_CANTOPEN, opened.problem);
+  auto lock = FileLock::take(std::move(opened.descriptor), patience);
   if (!lock) throw SQLiteError(errno == EWOULDBLOCK ? SQLITE_BUSY : SQLITE_IOERR, lockError(folder));
   return *std::move(lock);
 }
 
 fs::path besideFile(const fs::path& file, const char* suffix) { return file.string() + suffix; }
 
-// Made without opening it. SQLite gives its other files this mode too.
+// SQLite gives its other files its mode too.
 void makeEmptyFile(const fs::path& file) {
-  if (::mknod(file.c_str(), S_IFREG | S_IRUSR | S_IWUSR, 0) == 0) return;
-  throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot make", file));
-}
-
-void closeToOthers(const fs::path& file) {
-  struct stat found {};
-  if (::stat(file.c_str(), &found) != 0 || !S_ISREG(found.st_mode) || (found.st_mode & 077) == 0) return;
-  // Fails for another user's file, which stays as that user wants it.
-  ::chmod(file.c_str(), S_IRUSR | S_IWUSR);
+  const OpenedFile made = PrivateFile(file).open(O_RDWR | O_CREAT);
+  if (!made.descriptor) throw SQLiteError(SQLITE_CANTOPEN, made.problem);
 }
 
 // Of a file, and of no copy of it: a copy goes on from earlier versions than others know, and their counts would be
@@ -66,10 +59,7 @@ bool isThere(const fs::path& file) {
   return fs::exists(fs::symlink_status(file, ignored));
 }
 
-void removeFile(const fs::path& file) {
-  std::error_code ignored;
-  fs::remove(file, ignored);
-}
+void removeFile(const fs::path& file) { static_cast<void>(PrivateFile(file).remove()); }
 
 // What a connection that uses the log has made of it: an empty one is left where there was no space for it.
 bool isIndexOfLog(const fs::path& file) {
@@ -86,6 +76,7 @@ class MemoryFolder {
     std::string path = "/dev/shm/pellor-XXXXXX";
     if (!::mkdtemp(path.data())) throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot make", path));
     _path = path;
+    if (auto problem = PrivateFolder(_path).make()) throw SQLiteError(SQLITE_CANTOPEN, *problem);
   }
   ~MemoryFolder() {
     std::error_code ignored;
@@ -119,7 +110,7 @@ PreferencesDatabase::PreferencesDatabase(const fs::path& folder, bool forWriting
 
 void PreferencesDatabase::openForWriting(const fs::path& folder, const Content& content) {
   const fs::path file = fileIn(folder);
-  if (auto error = createPrivateFolder(folder)) throw SQLiteError(SQLITE_CANTOPEN, *error);
+  if (auto error = PrivateFolder(folder).make()) throw SQLiteError(SQLITE_CANTOPEN, *error);
   const FileLock lock = lockFolder(folder, *_patience);
   if (!isThere(file)) {
     const auto copy = content();
@@ -141,7 +132,6 @@ void PreferencesDatabase::openForWriting(const fs::path& folder, const Content& 
 }
 
 void PreferencesDatabase::openFile(const fs::path& file) {
-  for (const char* suffix : {"", "-wal", "-shm"}) closeToOthers(besideFile(file, suffix));
   open(file, SQLiteDatabase::Access::readWrite);
   if (_statements->database().isReadOnly()) return;
   try {
@@ -158,7 +148,7 @@ void PreferencesDatabase::openFile(const fs::path& file) {
 void PreferencesDatabase::startAnew(const fs::path& folder, std::shared_ptr<LockPatience> patience,
                                     const StoreCopy* content, const std::function<bool()>& isToGo) {
   const fs::path file = fileIn(folder);
-  if (auto error = createPrivateFolder(folder)) throw SQLiteError(SQLITE_CANTOPEN, *error);
+  if (auto error = PrivateFolder(folder).make()) throw SQLiteError(SQLITE_CANTOPEN, *error);
   const FileLock lock = lockFolder(folder, *patience);
   if (!isToGo()) return;
   PreferencesDatabase made(std::move(patience));
