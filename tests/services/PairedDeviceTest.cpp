@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -226,6 +227,39 @@ TEST_F(PairedDeviceTest, AMuchSmallerListNeverOverwritesOneThatTheOtherDeviceDoe
   _devices.save({{"list", friends(0)}});
   ASSERT_TRUE(_devices.runUntilInStep());
   EXPECT_EQ(_devices.phone.stored("list"), friends(0));
+}
+
+TEST_F(PairedDeviceTest, AValueThatIsTooLargeIsNeitherSentNorTaken) {
+  constexpr std::size_t limit = 20'000;
+  completeInitialSync();
+  _devices.sender.reset();
+  _devices.largestSent = limit;
+  _devices.startSending();
+  _devices.save({{"list", friends(1)}, {"titles", Array{std::string(limit, 'x')}}});
+  ASSERT_TRUE(_devices.runUntil([&] { return _devices.log->count("too large for the paired device") == 1; }));
+  EXPECT_THAT(_devices.sender->status().problem, HasSubstr("too large for the paired device"));
+  EXPECT_EQ(_devices.phone.stored("titles"), std::nullopt) << "nor is the rest of the edit sent";
+  _devices.save({{"titles", Array{"short"}}});
+  ASSERT_TRUE(_devices.runUntilInStep());
+  EXPECT_EQ(_devices.phone.stored("titles"), Value(Array{"short"}));
+  EXPECT_EQ(_devices.sender->status().problem, "");
+
+  // One that keeps to no limit: the broker was asked to keep its messages back.
+  _devices.receiver.reset();
+  _devices.sender.reset();
+  _devices.largestSent = LargestDeviceMessage;
+  _devices.largestTaken = limit;
+  _devices.startSending();
+  _devices.startReceiving();
+  _devices.save({{"titles", Array{std::string(2 * limit, 'x')}}});
+  ASSERT_TRUE(_devices.runUntil([&] { return _devices.sender->status().due.empty(); }));
+  const RawClient witness(_devices.process, _devices.broker, _devices.phone, {});
+  ASSERT_TRUE(_devices.runUntil([&] { return witness.isDone(); }));
+  EXPECT_TRUE(std::ranges::any_of(witness.heard(), [](const auto& each) { return each.second.size() > 2 * limit; }));
+  _devices.save({{"titles", Array{"short again"}}});
+  ASSERT_TRUE(_devices.runUntilInStep());
+  EXPECT_EQ(_devices.phone.stored("titles"), Value(Array{"short again"}));
+  EXPECT_FALSE(_devices.hasTold("declined")) << "it did not come so far";
 }
 
 TEST_F(PairedDeviceTest, HalfAGenerationIsNotStored) {

@@ -105,6 +105,7 @@ void PairedDevices::pair() const {
 std::shared_ptr<PairedDevice> PairedDevices::makeSender(const Device& device) {
   PairedDeviceOptions options;
   options.broker = broker.options();
+  options.broker.largestMessage = largestSent;
   options.folder = device.pairing.folder();
   options.keys = keys;
   options.preferences = device.preferences->storeFor(process);
@@ -116,6 +117,7 @@ DeviceReceiverOptions PairedDevices::receiverOptions(const Device& device,
                                                      const std::shared_ptr<PreferencesSyncService>& sync) const {
   DeviceReceiverOptions options;
   options.broker = broker.options();
+  options.broker.largestMessage = largestTaken;
   options.folder = device.pairing.folder();
   options.preferences = device.preferences->storeFor(process);
   options.changeNames = [](const std::string&, const std::set<std::string>&) {

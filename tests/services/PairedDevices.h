@@ -140,6 +140,8 @@ class PairedDevices {
   /// Called on the receiver's thread before each write on the phone; for the next receiver.
   std::function<void()> beforeWrite = [] {};
   std::vector<std::string> told;
+  /// Of what is made next.
+  std::size_t largestSent = LargestDeviceMessage, largestTaken = LargestDeviceMessage;
 
  private:
   std::shared_ptr<PairedDevice> makeSender(const Device& device);

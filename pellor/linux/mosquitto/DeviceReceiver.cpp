@@ -114,6 +114,11 @@ void DeviceReceiver::disconnected() {
   if (!std::exchange(_isAway, true)) tell("the broker is away: " + _connection.problem());
 }
 
+void DeviceReceiver::declined(std::size_t size) {
+  tell("declined a message of " + std::to_string(size) + " bytes: at most " +
+       std::to_string(_options.broker.largestMessage) + " are taken");
+}
+
 void DeviceReceiver::arrived(const std::string& topic, std::span<const std::uint8_t> payload) {
   const auto pairing = this->pairing();
   startPairing();

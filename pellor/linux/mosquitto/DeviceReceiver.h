@@ -98,6 +98,7 @@ class DeviceReceiver final : private MQTTConnection::Client {
   void work() override;
   void connected() override;
   void disconnected() override;
+  void declined(std::size_t size) override;
   void arrived(const std::string& topic, std::span<const std::uint8_t> payload) override;
   void subscribed() override {}
   void delivered(bool) override {}

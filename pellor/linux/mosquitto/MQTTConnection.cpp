@@ -37,6 +37,8 @@ constexpr milliseconds LongestAttempt = std::chrono::seconds(10);
 constexpr BackOff::Pauses ConnectionPauses{.first = 0.25, .longest = 60};
 constexpr milliseconds LongestFlicker = std::chrono::seconds(1);
 constexpr int FirstRefusal = 128;
+// Of a packet around a message: its topic and its head.
+constexpr std::size_t MostAroundMessage = 1024;
 // Subscribed to after another topic only for the answer: what that one retained has gone out by then.
 constexpr const char* Barrier = "pellor/barrier";
 
@@ -200,7 +202,8 @@ class MQTTConnection::Thread {
     const int result = mosquitto_tls_set(client, _credentials.ca.c_str(), nullptr, _credentials.certificate.c_str(),
                                          _credentials.key.c_str(), nullptr);
     if (result != MOSQ_ERR_SUCCESS) return result;
-    return MQTTLibrary::connect(*client, _options.host, _options.port, KeepAliveSeconds);
+    return MQTTLibrary::connect(*client, _options.host, _options.port, KeepAliveSeconds,
+                                static_cast<std::uint32_t>(_options.largestMessage + MostAroundMessage));
   }
 
   void wait() {
@@ -256,6 +259,7 @@ class MQTTConnection::Thread {
       _client.connected();
       workSoon();
     }
+    for (const std::size_t size : std::exchange(_tooLarge, {})) decline(size);
     for (const auto& [topic, payload] : std::exchange(_arrived, {})) {
       _client.arrived(topic, payload);
       workSoon();
@@ -269,6 +273,13 @@ class MQTTConnection::Thread {
     workSoon();
   }
 
+  // Of a broker that passes on what it was asked to keep back. Again and again with each connection.
+  void decline(std::size_t size) {
+    if (!std::exchange(_hasDeclined, true))
+      _log.log("a message of %lu bytes was declined: at most %lu are taken", size, _options.largestMessage);
+    _client.declined(size);
+  }
+
   // The library's callbacks.
   void answered(int result) {
     _isConnected = _hasConnected = result == 0;
@@ -276,6 +287,8 @@ class MQTTConnection::Thread {
   }
   void take(const mosquitto_message& message) {
     const auto* bytes = static_cast<const std::uint8_t*>(message.payload);
+    const auto size = static_cast<std::size_t>(message.payloadlen);
+    if (size > _options.largestMessage) return _tooLarge.push_back(size);
     if (message.payloadlen > 0) _arrived.emplace_back(message.topic, Data(bytes, bytes + message.payloadlen));
   }
   void published(int id, int result) {
@@ -291,6 +304,7 @@ class MQTTConnection::Thread {
     _isEstablished = _hasConnected = _hasSubscribed = _hasPublished = _isRefused = false;
     _undelivered.clear();
     _arrived.clear();
+    _tooLarge.clear();
     const std::string refusal = std::exchange(_refusal, {}), detail = std::exchange(_detail, {});
     away(detail.empty() ? reason : detail);
     // One that is ended at once, as when two clients have one id, is not made again at once.
@@ -359,7 +373,9 @@ class MQTTConnection::Thread {
   bool _hasSubscribed = false;
   bool _hasPublished = false;
   bool _isRefused = false;
+  bool _hasDeclined = false;
   std::vector<std::pair<std::string, Data>> _arrived;
+  std::vector<std::size_t> _tooLarge;  ///< sizes of what arrived and was not taken
 };
 
 MQTTConnection::MQTTConnection(Client& client, MQTTOptions options, MQTTCredentials credentials, std::string clientId,

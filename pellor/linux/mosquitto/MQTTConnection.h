@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -30,6 +31,8 @@ class MQTTConnection {
     virtual void connected() = 0;
     /// The connection is gone, or could not be made. What was published may have arrived or not.
     virtual void disconnected() = 0;
+    /// A message of more bytes than the options allow was not taken.
+    virtual void declined(std::size_t size) { static_cast<void>(size); }
     /// A message; never an empty one, which is how a topic is emptied.
     virtual void arrived(const std::string& topic, std::span<const std::uint8_t> payload) = 0;
     /// All that was retained under a topic that was subscribed has arrived.
@@ -65,7 +68,7 @@ class MQTTConnection {
   /// At least once, beginning with what is retained. While connected.
   void subscribe(const std::string& topic);
   /// Retained, at least once; empty bytes empty the topic. `delivered` tells of the last of all that was published.
-  /// While connected.
+  /// While connected. Not of more bytes than the options allow.
   void publish(const std::string& topic, std::span<const std::uint8_t> payload);
   void workAgainIn(double seconds);
 

@@ -1,5 +1,7 @@
 #include "pellor/linux/mosquitto/MQTTLibrary.h"
 
+#include <mqtt_protocol.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -7,15 +9,30 @@
 #include "pellor/runtime/ThreadSafety.h"
 
 namespace pellor {
+namespace {
+
+// The library takes properties of a connection with the call that blocks alone, and keeps them for each that the client
+// makes from then on: this call names a port that there is none of, and connects nowhere.
+void limitPackets(mosquitto& client, const std::string& host, int keepAliveSeconds, std::uint32_t largestPacket) {
+  constexpr int noPort = -1;
+  mosquitto_property* properties = nullptr;
+  mosquitto_property_add_int32(&properties, MQTT_PROP_MAXIMUM_PACKET_SIZE, largestPacket);
+  mosquitto_connect_bind_v5(&client, host.c_str(), noPort, keepAliveSeconds, nullptr, properties);
+  mosquitto_property_free_all(&properties);
+}
+
+}  // namespace
 
 void MQTTLibrary::initialize() {
   static const bool isReady = mosquitto_lib_init() == MOSQ_ERR_SUCCESS;
   require(isReady, "an MQTT library that can be initialized");
 }
 
-int MQTTLibrary::connect(mosquitto& client, const std::string& host, int port, int keepAliveSeconds) {
+int MQTTLibrary::connect(mosquitto& client, const std::string& host, int port, int keepAliveSeconds,
+                         std::uint32_t largestPacket) {
   static Mutex connecting;
   const MutexLock lock(connecting);
+  limitPackets(client, host, keepAliveSeconds, largestPacket);
   return mosquitto_connect_async(&client, host.c_str(), port, keepAliveSeconds);
 }
 

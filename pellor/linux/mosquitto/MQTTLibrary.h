@@ -3,6 +3,7 @@
 
 #include <mosquitto.h>
 
+#include <cstdint>
 #include <string>
 
 namespace pellor {
@@ -16,9 +17,11 @@ class MQTTLibrary {
 
   /// Before the first client is made; again it does nothing. A library that cannot be initialized ends the program.
   static void initialize();
-  /// Begins to connect; may wait until the host's name is resolved. Gives the library's result. One at a time: the
-  /// library makes what TLS needs with the first connection of a process, and takes no care that it is made once.
-  static int connect(mosquitto& client, const std::string& host, int port, int keepAliveSeconds);
+  /// Begins to connect, and asks the broker for packets of at most so many bytes; may wait until the host's name is
+  /// resolved. Gives the library's result. One at a time: the library makes what TLS needs with the first connection of
+  /// a process, and takes no care that it is made once.
+  static int connect(mosquitto& client, const std::string& host, int port, int keepAliveSeconds,
+                     std::uint32_t largestPacket);
   /// One of the library's results, for the user. On the thread that got it.
   static std::string errorText(int code);
 };

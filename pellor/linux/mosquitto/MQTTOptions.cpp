@@ -3,7 +3,7 @@
 namespace pellor {
 
 MQTTOptions MQTTOptions::from(const Configuration& configuration) {
-  return {*configuration.text("mqtt.host"), configuration.count("mqtt.port")};
+  return {*configuration.text("mqtt.host"), configuration.count("mqtt.port"), LargestDeviceMessage};
 }
 
 }  // namespace pellor

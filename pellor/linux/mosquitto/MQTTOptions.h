@@ -1,6 +1,7 @@
 // The place of the broker, and the identity of this device to it.
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <string>
 
@@ -8,10 +9,14 @@
 
 namespace pellor {
 
+/// The most bytes of a message of a device, sealed.
+inline constexpr std::size_t LargestDeviceMessage = std::size_t{64} << 20;
+
 /// Always over TLS.
 struct MQTTOptions {
-  std::string host = "localhost";  ///< a name or address that the broker's certificate is valid for
-  int port = 8883;                 ///< 1 to 65,535
+  std::string host = "localhost";                     ///< a name or address that the broker's certificate is valid for
+  int port = 8883;                                    ///< 1 to 65,535
+  std::size_t largestMessage = LargestDeviceMessage;  ///< up to this; others are neither taken nor sent
 
   /// What the keys `mqtt.host` and `mqtt.port` say.
   static MQTTOptions from(const Configuration& configuration);

@@ -11,6 +11,11 @@ using std::chrono::milliseconds;
 constexpr BackOff::Pauses PushPauses{.first = 0.02, .longest = 60};
 // How long a process that is about to end waits for a push.
 constexpr milliseconds LongestBusy = std::chrono::seconds(2);
+// More than the seal adds to a message.
+constexpr std::size_t MostOfSeal = 128;
+
+constexpr const char* TooLarge =
+    "a value is too large for the paired device (at most 64 MiB each): nothing is sent until it is smaller";
 
 }  // namespace
 
@@ -62,6 +67,7 @@ PairedDeviceStatus PairedDevice::status() const {
   status.name = _pairing.name();
   status.peer = _pairing.peer();
   status.problem = _connection.problem();
+  if (_isTooLarge) status.problem = TooLarge;
   status.isUpToDate = _isUpToDate;
   if (!status.peer) return status;
   status.generation = state.generation;
@@ -179,6 +185,7 @@ bool PairedDevice::readAndBegin(OutgoingState& state, Push& sending) {
   sending.included = exchanged.generation;
   if (!readValues(state, sending)) return false;
   chooseMessages(state, exchanged.expected, sending);
+  if (!areSmallEnough(sending)) return false;
   const bool isBegun = update([&](OutgoingState& stored) {
     begin(stored, sending);
     state = stored;
@@ -220,6 +227,20 @@ void PairedDevice::chooseMessages(const OutgoingState& state, const Manifest& ex
     isNeeded = isNeeded || !isThere;
   }
   if (!isNeeded) sending.messages.clear();
+}
+
+// All or nothing: half of an edit is none.
+bool PairedDevice::areSmallEnough(const Push& sending) {
+  const bool isTooLarge = std::ranges::any_of(sending.messages, [this](const auto& message) {
+    return message.second.size() + MostOfSeal > _options.broker.largestMessage;
+  });
+  if (_isTooLarge.exchange(isTooLarge) == isTooLarge) return !isTooLarge;
+  if (isTooLarge)
+    _log.log("%@", TooLarge);
+  else
+    _log.log("what is to be sent to the paired device is small enough again");
+  tellStatus();
+  return !isTooLarge;
 }
 
 // Written before anything is sent: a generation is used once, and what the broker holds of these keys is not known

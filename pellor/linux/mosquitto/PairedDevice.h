@@ -128,6 +128,7 @@ class PairedDevice final : public PreferencesSyncService, private SettleParticip
   bool readAndBegin(OutgoingState& state, Push& sending);
   bool readValues(const OutgoingState& state, Push& sending);
   static void chooseMessages(const OutgoingState& state, const Manifest& expected, Push& sending);
+  bool areSmallEnough(const Push& sending);
   static void begin(OutgoingState& state, Push& sending);
   bool keepSent(IncomingState exchanged, const OutgoingState& state, const Push& sending);
   void publish(const std::optional<Pairing>& pairing, const Push& sending, const OutgoingState& state);
@@ -150,6 +151,7 @@ class PairedDevice final : public PreferencesSyncService, private SettleParticip
   std::chrono::steady_clock::time_point _busyUntil PELLOR_GUARDED_BY(_mutex);
   std::atomic<bool> _fileFails = false;   ///< written where the file is changed
   std::atomic<bool> _isUpToDate = false;  ///< written by the connection's thread
+  std::atomic<bool> _isTooLarge = false;  ///< written by the connection's thread
 
   // Of the connection's thread.
   std::optional<Push> _sending;
