@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "cli/CommandSyntax.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
+#include "cli/Passwords.h"
 #include "cli/Services.h"
 #include "pellor/linux/Configuration.h"
 
@@ -81,9 +83,16 @@ void doctor(Session& session) {
   }
 }
 
+// Files with a password or a token are named; one that stands in the configuration itself is not shown.
+std::optional<std::string> shownValue(const ConfigurationKey& key, const Configuration& configuration) {
+  auto value = configuration.text(key.name);
+  if (value && holdsPassword(*value)) return "(set; not shown, as there is a password in it)";
+  return value;
+}
+
 std::string lineOf(const ConfigurationKey& key, const Configuration& configuration) {
   constexpr std::size_t nameWidth = 26;
-  const std::string value = configuration.text(key.name).value_or("");
+  const std::string value = shownValue(key, configuration).value_or("");
   return fitted(key.name, nameWidth) + (value.empty() ? "(unset)" : printable(value)) +
          (configuration.isSet(key.name) || value.empty() ? "" : " (default)") + "  # " + std::string(key.meaning) +
          "\n";
@@ -91,7 +100,7 @@ std::string lineOf(const ConfigurationKey& key, const Configuration& configurati
 
 Json jsonOf(const ConfigurationKey& key, const Configuration& configuration) {
   return {{"key", key.name},
-          {"value", cli::jsonOf(configuration.text(key.name))},
+          {"value", cli::jsonOf(shownValue(key, configuration))},
           {"isSet", configuration.isSet(key.name)},
           {"meaning", key.meaning}};
 }

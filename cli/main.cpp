@@ -15,7 +15,10 @@
 
 #include "cli/CommandLine.h"
 #include "cli/Output.h"
+#include "cli/Passwords.h"
 #include "cli/Services.h"
+#include "pellor/linux/Configuration.h"
+#include "pellor/linux/files/UserFolders.h"
 
 namespace pellor::cli {
 namespace {
@@ -52,6 +55,13 @@ bool wantsJson(std::span<char* const> arguments) {
   return std::ranges::any_of(arguments, [](const char* argument) { return std::string_view(argument) == "--json"; });
 }
 
+// By the program that runs the command, so that it is said once.
+void warnOfPassword(std::span<char* const> arguments) {
+  if (std::ranges::none_of(arguments, holdsPassword)) return;
+  writeError("other users can see the password on the command line: put it into " +
+             Configuration::fileIn(UserFolders::find().config).string());
+}
+
 // A command may answer and fail: the answer says no.
 ExitCode run(const CommandLine& line) {
   std::string answer;
@@ -77,8 +87,10 @@ ExitCode program(int count, char** arguments) {
   const bool inJson = wantsJson({arguments, static_cast<std::size_t>(count)});
   try {
     const ParsedArguments parsed = parseArguments(count, arguments);
-    if (!parsed.text) chooseProgram(parsed.line, arguments);
-    return parsed.text ? print(*parsed.text) : run(parsed.line);
+    if (parsed.text) return print(*parsed.text);
+    chooseProgram(parsed.line, arguments);
+    warnOfPassword({arguments, static_cast<std::size_t>(count)});
+    return run(parsed.line);
   } catch (const CommandError& error) {
     tell(error, inJson);
     return error.exitCode();

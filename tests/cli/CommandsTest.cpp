@@ -15,8 +15,10 @@
 namespace pellor {
 namespace {
 
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 
 TEST(Commands, AddRemoveAndMove) {
   const Home home;
@@ -168,6 +170,31 @@ TEST(Commands, TheConfigurationHoldsWhereNoArgumentSaysElse) {
                  {{"settings"}, 2, file.string() + ":1: domain has to be a text"},
                  {{"settings", "--config", (home / "none.toml").string()}, 2, "there is no file"},
              });
+}
+
+TEST(Commands, PasswordsAreNotShownAndWarnedOfOnTheCommandLine) {
+  const Home home;
+  std::filesystem::create_directories(home / "config/pellor");
+  const auto keys = [&home](const std::string& configuration) {
+    writeFile(home / "config/pellor/config.toml", configuration);
+    const ProgramResult result = pellor(home, {"doctor", "--keys", "--json"});
+    EXPECT_EQ(result.exitCode, 0) << result.errors;
+    EXPECT_THAT(result.errors, IsEmpty());
+    return result.output;
+  };
+  const char* const hidden[] = {"host=db password=hush7 dbname=x", "host=db PASSWORD = 'hush7'",
+                                "host=db sslpassword=hush7", "postgresql://ada:hush7@db/x",
+                                "postgresql://db/x?user=ada&password=hush7"};
+  for (const char* connection : hidden) {
+    const std::string shown = keys("[postgresql]\nconnection = \"" + std::string(connection) + "\"\n");
+    EXPECT_THAT(shown, AllOf(HasSubstr("not shown"), Not(HasSubstr("hush7")))) << connection;
+    const ProgramResult warned = pellor(home, {"doctor", "--keys", "--postgresql-connection", connection});
+    EXPECT_THAT(warned.errors, AllOf(HasSubstr("put it into"), Not(HasSubstr("hush7"))));
+    EXPECT_EQ(std::ranges::count(warned.errors, '\n'), 1);
+    EXPECT_THAT(warned.output, AllOf(HasSubstr("not shown"), Not(HasSubstr("hush7"))));
+  }
+  EXPECT_THAT(keys("[postgresql]\nconnection = \"postgresql://ada@db:5432/x\"\n"), HasSubstr("ada@db:5432"));
+  EXPECT_THAT(keys("[ldap]\npassword-file = \"/etc/pellor/secret\"\n"), HasSubstr("/etc/pellor/secret"));
 }
 
 TEST(Commands, TheDoctorTellsWhatFailsAndMakesNothing) {
