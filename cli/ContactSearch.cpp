@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <functional>
-#include <limits>
 #include <map>
 #include <set>
 #include <span>
@@ -15,8 +13,8 @@
 #include "cli/Output.h"
 #include "cli/Suggestion.h"
 #include "pellor/linux/contacts/AlphabeticalOrder.h"
+#include "pellor/list/ContactFinding.h"
 #include "pellor/list/Destination.h"
-#include "pellor/platform/WalkingContactSearch.h"
 
 namespace pellor::cli {
 namespace {
@@ -78,17 +76,6 @@ bool containsPattern(const ContactEntry& contact, const std::string& text, const
          std::ranges::any_of(contact.destinations, contains);
 }
 
-Candidate candidateOf(ContactRecord& record) {
-  const ContactEntry entry = entryOf(record, nullptr);
-  return {entry.name.value_or(""), entry.destinations.empty() ? "" : entry.destinations.front(),
-          record.recordValue(RecordProperty::organization).value_or(""), entry.guid, std::nullopt};
-}
-
-std::shared_ptr<ContactSearch> searchOf(Session& session) {
-  const Platform& platform = platformOf(session.process());
-  return platform.contactSearch ? platform.contactSearch : std::make_shared<WalkingContactSearch>(platform);
-}
-
 void sortByName(std::vector<ContactEntry>& contacts, const AlphabeticalOrder& order) {
   std::vector<std::pair<std::string, ContactEntry>> keyed;
   keyed.reserve(contacts.size());
@@ -99,9 +86,9 @@ void sortByName(std::vector<ContactEntry>& contacts, const AlphabeticalOrder& or
   std::ranges::transform(keyed, contacts.begin(), [](auto& pair) { return std::move(pair.second); });
 }
 
-std::vector<ContactEntry> matching(Session& session, std::vector<ContactEntry> contacts, const std::string& pattern) {
+std::vector<ContactEntry> matching(std::vector<ContactEntry> contacts, const std::string& pattern) {
   std::unordered_map<std::string, std::size_t> ranks;
-  for (const FoundContact& each : searchOf(session)->find(pattern, contacts.size()))
+  for (const FoundContact& each : contactSearch().find(pattern, contacts.size()))
     ranks.emplace(each.guid, ranks.size());
   const auto rankOf = [&](const ContactEntry& contact) {
     const auto rank = ranks.find(contact.guid);
@@ -126,7 +113,7 @@ std::vector<ContactEntry> contactsMatching(Session& session, const std::optional
   std::vector<ContactEntry> found;
   session.withAddressBook([&](AddressBook& addressBook) { found = entriesOf(addressBook.allPeople()); });
   sortByName(found, AlphabeticalOrder(session.platform().locale()));
-  return pattern ? matching(session, std::move(found), *pattern) : found;
+  return pattern ? matching(std::move(found), *pattern) : found;
 }
 
 std::vector<ContactEntry> contactsWithDestination(Session& session, const std::string& destination) {
@@ -138,51 +125,17 @@ std::vector<ContactEntry> contactsWithDestination(Session& session, const std::s
   return found;
 }
 
-ContactFinder::ContactFinder(Session& session) : _session(session), _search(searchOf(session)) {}
+ContactFinder::ContactFinder(Session& session) : _session(session) {}
 
-ContactFinder::~ContactFinder() = default;
-
-// "Béla Kovács" is he who has no more to his name, not his father "id. Béla Kovács"; and "Anna Groß" is not Anna Gross.
-void keepNearestNames(std::vector<RecordRef>& records, const std::string& who, const std::string& locale) {
-  const NameMatch name(who);
-  keepThoseWho(records, [&](const RecordRef& record) {
-    return name.isWhole(record->compositeName()) || name.isWhole(record->nickname());
-  });
-  const WrittenName written(who, locale);
-  keepThoseWho(records, [&](const RecordRef& record) {
-    return written.is(record->compositeName()) || written.is(record->nickname());
-  });
-}
-
-ContactFinder::Guids ContactFinder::calledExactly(const std::string& who) {
-  std::vector<RecordRef> records;
-  Guids guids;
-  _session.withAddressBook([&](AddressBook& addressBook) {
-    if (RecordRef record = addressBook.copyPersonMatchingGUID(who)) records = {std::move(record)};
-    if (records.empty() && comparableDestination(who))
-      records = addressBook.orderedPeopleForDestination(who).value_or(std::vector<RecordRef>());
-    if (records.empty()) {
-      records = addressBook.copyPeopleMatchingName(who).value_or(std::vector<RecordRef>());
-      keepNearestNames(records, who, _session.platform().locale());
-    }
-    for (const RecordRef& record : persons(records)) guids.push_back(record->recordGUID());
-  });
-  return guids;
-}
-
-// Those whom it fits best, unless that is worse than `last`.
-ContactFinder::Guids ContactFinder::withWords(const std::string& who, ContactFit last) {
-  const std::vector<FoundContact> found = _search->find(who, std::numeric_limits<std::size_t>::max());
-  Guids guids;
-  for (const FoundContact& each : found) {
-    if (each.fit == found.front().fit && each.fit <= last) guids.push_back(each.guid);
-  }
-  return guids;
-}
-
-ContactFinder::Guids ContactFinder::fitting(const std::string& who, ContactFit last) {
-  Guids found = calledExactly(who);
-  return found.empty() ? withWords(who, last) : found;
+// Of Anna Gross and Anna Groß a whole name is the one that is written so.
+std::vector<FoundContact> ContactFinder::fitting(const std::string& who, ContactFit worst) {
+  // What is new of the contacts is read first, with its progress shown until then.
+  _session.withAddressBook([](AddressBook&) {});
+  std::vector<FoundContact> found = contactsNamed(who, worst);
+  if (found.size() < 2) return found;
+  const WrittenName written(who, _session.platform().locale());
+  keepThoseWho(found, [&](const FoundContact& each) { return written.is(each.name); });
+  return found;
 }
 
 // Of numbers and names the sign and what follows may mean nothing.
@@ -202,14 +155,12 @@ bool ContactFinder::isCalled(const std::string& who, const NumberedWho& numbered
   return isCalled;
 }
 
-Choice ContactFinder::choiceAmong(const std::string& who, const Guids& found) {
+Choice ContactFinder::choiceAmong(const std::string& who, const std::vector<FoundContact>& found) {
   Choice choice{who, found.size(), {}};
-  _session.withAddressBook([&](AddressBook& addressBook) {
-    for (const std::string& guid : std::span(found).first(std::min(found.size(), Choice::MostCandidates))) {
-      const RecordRef record = addressBook.copyPersonMatchingGUID(guid);
-      if (record) choice.candidates.push_back(candidateOf(*record));
-    }
-  });
+  for (const FoundContact& each : std::span(found).first(std::min(found.size(), Choice::MostCandidates))) {
+    const std::string destination = each.destinations.empty() ? "" : each.destinations.front();
+    choice.candidates.push_back({each.name, destination, each.organization, each.guid, std::nullopt});
+  }
   return choice;
 }
 
@@ -222,26 +173,28 @@ std::optional<ContactEntry> ContactFinder::entryFor(const std::string& guid) {
   return entry;
 }
 
-std::optional<ContactEntry> ContactFinder::named(const std::string& who, ContactFit last) {
+std::optional<ContactEntry> ContactFinder::named(const std::string& who, ContactFit worst) {
   if (who.empty()) throw UsageError("WHO is empty");
   if (const auto numbered = numberedWho(who); numbered && !isCalled(who, *numbered)) {
-    const Guids found = fitting(numbered->who, last);
-    if (const auto index = indexOf(*numbered, found.size())) return entryFor(found[*index]);
+    const std::vector<FoundContact> found = fitting(numbered->who, worst);
+    if (const auto index = indexOf(*numbered, found.size())) return entryFor(found[*index].guid);
   }
-  const Guids found = fitting(who, last);
+  const std::vector<FoundContact> found = fitting(who, worst);
   if (found.empty()) return std::nullopt;
-  if (found.size() == 1) return entryFor(found.front());
-  return entryFor(found[chosenOf(choiceAmong(who, found), !_session.options().json)]);
+  if (found.size() == 1) return entryFor(found.front().guid);
+  return entryFor(found[chosenOf(choiceAmong(who, found), !_session.options().json)].guid);
 }
 
-std::optional<ContactEntry> ContactFinder::named(const std::string& who) { return named(who, worstFitFor(who)); }
+std::optional<ContactEntry> ContactFinder::named(const std::string& who) {
+  return named(who, ContactFit::numberEnding);
+}
 
 std::optional<ContactEntry> ContactFinder::namedToAdd(const std::string& who) {
-  return named(who, isPlainDestination(who) ? ContactFit::nameWords : worstFitFor(who));
+  return named(who, isPlainDestination(who) ? ContactFit::nameWords : ContactFit::numberEnding);
 }
 
 std::string ContactFinder::nearestName(const std::string& who) {
-  const std::vector<FoundContact> found = _search->findSimilar(who, 1);
+  const std::vector<FoundContact> found = contactSearch().findSimilar(who, 1);
   return found.empty() ? "" : printable(found.front().name);
 }
 

@@ -37,12 +37,10 @@ std::vector<ContactEntry> contactsWithDestination(Session& session, const std::s
 class ContactFinder {
  public:
   explicit ContactFinder(Session& session);
-  ~ContactFinder();
 
-  /// The one person that `who` names: by GUID, number or address, whole name, or as people are searched for
-  /// (ContactFit), by name and nickname first and by a part of a number last. The first of these that fits anybody
-  /// decides; of several it is the one whom the user chooses, or who has the number N of WHO#N. Absent when nobody
-  /// fits; throws CommandError when nobody is chosen, AmbiguousError where the user cannot be asked.
+  /// The one person that `who` names (`contactsNamed`); of several the one whom the user chooses, or who has the number
+  /// N of WHO#N. Absent when nobody fits; throws CommandError when nobody is chosen, AmbiguousError where the user
+  /// cannot be asked.
   std::optional<ContactEntry> named(const std::string& who);
   /// As `named`; a text that may be added itself, as a number or an address of nobody's, is no part of one.
   std::optional<ContactEntry> namedToAdd(const std::string& who);
@@ -52,18 +50,13 @@ class ContactFinder {
   bool isGuid(const std::string& who);
 
  private:
-  using Guids = std::vector<std::string>;
-
-  Guids calledExactly(const std::string& who);
-  Guids withWords(const std::string& who, ContactFit last);
-  Guids fitting(const std::string& who, ContactFit last);
+  std::vector<FoundContact> fitting(const std::string& who, ContactFit worst);
   bool isCalled(const std::string& who, const NumberedWho& numbered);
-  std::optional<ContactEntry> named(const std::string& who, ContactFit last);
+  std::optional<ContactEntry> named(const std::string& who, ContactFit worst);
   std::optional<ContactEntry> entryFor(const std::string& guid);
-  Choice choiceAmong(const std::string& who, const Guids& found);
+  static Choice choiceAmong(const std::string& who, const std::vector<FoundContact>& found);
 
   Session& _session;
-  const std::shared_ptr<ContactSearch> _search;
 };
 
 /// What is wrong with a text that names nobody to add: it may have been mistyped, else it is no number either.

@@ -71,12 +71,6 @@ std::string wholeNameKey(const std::string& name) {
   return key.empty() ? '\0' + upperCaseName(name) : key;
 }
 
-ContactFit worstFitFor(std::string_view who) {
-  // Digits of other scripts begin with such a byte.
-  const auto mayBeDigit = [](char c) { return isDigit(c) || static_cast<unsigned char>(c) >= 0xC0; };
-  return std::ranges::count_if(who, mayBeDigit) < FewestDigits ? ContactFit::addressWords : ContactFit::numberEnding;
-}
-
 bool isPlainDestination(std::string_view text) {
   if (isTooLongForDestination(text)) return false;
   const std::string address = rawDestination(text);

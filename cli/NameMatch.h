@@ -8,8 +8,6 @@
 #include <string_view>
 #include <vector>
 
-#include "pellor/platform/ContactSearch.h"
-
 namespace pellor::cli {
 
 /// A name, or a part of one or of an address, as the user typed it. Case never matters; for the whole name accents and
@@ -49,9 +47,6 @@ void keepThoseWho(std::vector<Found>& found, const Fits& fits) {
 /// Equal for two names that differ in nothing but case, accents and order of words; a name without words equals itself
 /// alone.
 std::string wholeNameKey(const std::string& name);
-
-/// The worst fit by which the text may name a person: one or two digits are no part of a number, but perhaps a slot.
-ContactFit worstFitFor(std::string_view who);
 
 /// Whether the text can be nothing but a number or an address, so that it may be added without a contact.
 bool isPlainDestination(std::string_view text);

@@ -14,13 +14,13 @@
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/friends/PLPerson.h"
 #include "pellor/friends/PLUtility.h"
+#include "pellor/list/ContactFinding.h"
 #include "pellor/list/internal/FriendExplanation.h"
 #include "pellor/list/internal/ListFeed.h"
 #include "pellor/list/internal/ListMirror.h"
 #include "pellor/list/internal/ListSteps.h"
 #include "pellor/list/internal/ReachabilityOfFriends.h"
 #include "pellor/platform/Platform.h"
-#include "pellor/platform/WalkingContactSearch.h"
 #include "pellor/runtime/NotificationCenter.h"
 #include "pellor/runtime/Process.h"
 
@@ -113,13 +113,6 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
     return *_search;
   }
 
-  std::vector<FoundContact> findContacts(std::string_view text, std::size_t limit) {
-    const Platform& platform = platformOf(_process);
-    if (platform.contactSearch) return platform.contactSearch->find(text, limit);
-    if (!_contacts) _contacts = std::make_unique<WalkingContactSearch>(platform);
-    return _contacts->find(text, limit);
-  }
-
  private:
   void keep(bool hasUnstored) {
     const std::shared_ptr<ListSteps> steps(shared_from_this(), &_steps);
@@ -170,7 +163,6 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
   ListSteps _steps;
   std::vector<std::shared_ptr<Observation>> _observations;
   std::unique_ptr<FriendSearch> _search;
-  std::unique_ptr<ContactSearch> _contacts;
 };
 
 std::unique_ptr<FriendList> FriendList::open(std::shared_ptr<PLFriendsManager> manager, std::string program) {
@@ -285,7 +277,8 @@ FoundFriends FriendList::find(std::string_view text, std::size_t limit) { return
 std::optional<FriendId> FriendList::findSimilar(std::string_view text) { return _core->search().similar(text); }
 
 std::vector<FoundContact> FriendList::findContacts(std::string_view text, std::size_t limit) {
-  return _core->findContacts(text, limit);
+  const Process::Scope scope(_core->process());
+  return contactSearch().find(text, limit);
 }
 
 FavoritesImport FriendList::importFavorites() {

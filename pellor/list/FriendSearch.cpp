@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "pellor/list/Destination.h"
+#include "pellor/list/internal/TypedNames.h"
 #include "pellor/platform/Platform.h"
 #include "pellor/platform/SearchTable.h"
 #include "pellor/runtime/Process.h"
@@ -14,25 +15,7 @@
 namespace pellor {
 namespace {
 
-constexpr std::ptrdiff_t FewestDigits = 3;
-
 const Platform& platform() { return platformOf(Process::current()); }
-
-// Words have no zero byte, and their keys do not begin with one: a name without words equals itself alone.
-std::string wholeNameKey(std::string_view name) {
-  std::vector<SearchWord> words = platform().text->searchWords(name);
-  if (words.empty()) return '\0' + platform().text->uppercase(name);
-  std::ranges::sort(words, {}, &SearchWord::key);
-  std::string key;
-  for (const SearchWord& word : words) key += word.key + '\0';
-  return key;
-}
-
-// Digits of other scripts begin with such a byte.
-bool mayBePartOfNumber(std::string_view text) {
-  const auto mayBeDigit = [](char c) { return (c >= '0' && c <= '9') || static_cast<unsigned char>(c) >= 0xC0; };
-  return std::ranges::count_if(text, mayBeDigit) >= FewestDigits;
-}
 
 // Whatever the settings have the friend called.
 std::vector<std::string> namesOf(AddressBook& contacts, const Friend& person) {
