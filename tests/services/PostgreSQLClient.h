@@ -66,8 +66,11 @@ class PostgreSQLStores {
   }
 
   std::shared_ptr<PreferencesStore> openReadOnly() {
-    const std::string readOnly = " options='-c default_transaction_read_only=on'";
-    return _clients.emplace_back(_process, patient(connection() + readOnly)).store;
+    const std::string reader = "reader_of_" + _database;
+    run({{"CREATE ROLE " + reader + " LOGIN"},
+         {"GRANT USAGE ON SCHEMA pellor TO " + reader},
+         {"GRANT SELECT ON ALL TABLES IN SCHEMA pellor TO " + reader}});
+    return _clients.emplace_back(_process, patient(cluster().connection(_database, reader))).store;
   }
 
   void damage(std::string_view key, std::string_view domain) {
