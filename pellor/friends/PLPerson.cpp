@@ -215,20 +215,16 @@ void PLPerson::setNeedsSave(bool needsSave) {
 void PLPerson::ChangeReport::operator()(const LogFormat& format, const LogArgument& oldValue,
                                         const LogArgument& newValue) const {
   if (!isWanted) return;
-  const auto name =
-      subject == Subject::guid ? LogArgument(person.abRecordGUID()) : redactable(LogArgument(person.description()));
-  _PLGetLogSystem().log(format, name, oldValue, newValue);
+  // A GUID is often the name of a file, and the same in other programs.
+  const LogArgument name =
+      subject == Subject::guid ? LogArgument(person.abRecordGUID()) : LogArgument(person.description());
+  _PLGetLogSystem().log(format, redactable(name), oldValue, newValue);
 }
 
 bool PLPerson::_adopt(PLPersonRecord::Text which, std::optional<std::string_view> text, const ChangeReport& report,
                       const LogFormat& format) {
   if (_record.text(which) == text) return false;
-  const bool isIdentifier = which == PLPersonRecord::_abRecordGUID || which == PLPersonRecord::_abDatabaseUID;
-  if (isIdentifier) {
-    report(format, _text(which), owned(text));
-  } else {
-    report(format, redactable(_text(which)), redactable(owned(text)));
-  }
+  report(format, redactable(_text(which)), redactable(owned(text)));
   if (which == PLPersonRecord::_abRecordGUID) {
     _setABRecordGUID(text);
   } else {
@@ -255,8 +251,8 @@ void PLPerson::_setPreference(PLPersonRecord::Text which, const std::optional<st
                               const LogFormat& format) {
   if (_text(which) == text) return;
   const Process::Scope scope(_process());
-  _PLGetLogSystem().log(format, redactable(_text(PLPersonRecord::_name)), abRecordGUID(), redactable(_text(which)),
-                        redactable(text));
+  _PLGetLogSystem().log(format, redactable(_text(PLPersonRecord::_name)), redactable(abRecordGUID()),
+                        redactable(_text(which)), redactable(text));
   _record = _record.with(which, text);
   _publish();
   setNeedsSave(true);

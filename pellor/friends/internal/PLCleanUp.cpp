@@ -32,7 +32,7 @@ std::vector<std::uint64_t> plRepeatedFriends(const PLSlotList& friends, const PL
         LogFormat("deduplicating friend [%@] [ABGUID=%@] at index %lu as it is already present in the set of friend "
                   "ABGUIDs analyzed so far: %@")
             .as("_deduplicateFriendListIfNecessary"),
-        redactable(person->displayName()), guid, index, seen);
+        redactable(person->displayName()), redactable(guid), index, redactable(seen));
   }
   require(mayHaveRepeated || repeated.empty(), "nobody twice in a list that is not deduplicated");
   return repeated;
@@ -51,7 +51,7 @@ std::vector<std::uint64_t> plDestinationlessFriends(const PLSlotList& friends, c
     unreachable.push_back(index);
     _PLGetLogSystem().log(LogFormat("culling friend [%@] [ABGUID=%@] since its destination set has become empty")
                               .as("_removeDestinationlessFriendsIfNecessary"),
-                          redactable(person->displayName()), person->abRecordGUID());
+                          redactable(person->displayName()), redactable(person->abRecordGUID()));
   }
   require(mayHaveUnreachable || unreachable.empty(), "destinations of everybody in a list that is not culled");
   return unreachable;

@@ -29,13 +29,13 @@ Persons personsOf(const std::vector<FavoriteEntry>& entries, AddressBook& addres
       _PLGetLogSystem().log(
           LogFormat("not importing phone favorite [%@ | %@] with record GUID %@; person was already imported")
               .as("_curatedFriendList"),
-          redactable(entry.displayName), redactable(entry.value), guid);
+          redactable(entry.displayName), redactable(entry.value), redactable(guid));
       continue;
     }
     persons.push_back(person);
     _PLGetLogSystem().log(
         LogFormat("imported phone favorite [%@ | %@] with record ID %d and GUID %@").as("_curatedFriendList"),
-        redactable(entry.displayName), redactable(entry.value), entry.abRecordID, guid);
+        redactable(entry.displayName), redactable(entry.value), entry.abRecordID, redactable(guid));
   }
   return persons;
 }

@@ -223,7 +223,7 @@ void PLListTakeover::trimSlots(Merge& merge, std::uint64_t storedCount, std::uin
 void PLListTakeover::reportDisplaced(Merge& merge) {
   merge.slots.forEachDisplaced([&merge](const std::shared_ptr<PLPerson>& person) {
     _PLGetLogSystem().log(LogFormat("[%@] [ABGUID=%@] was displaced and removed").as("_updateFriends"),
-                          redactable(person->displayName()), person->abRecordGUID());
+                          redactable(person->displayName()), redactable(person->abRecordGUID()));
     merge.note(person, PLFriendsManagerPersonDeleted);
   });
 }

@@ -163,7 +163,7 @@ void AnswerMemory::note(const std::optional<std::string>& problem) {
     const MutexLock lock(_mutex);
     hadProblem = std::exchange(_hasProblem, problem.has_value());
   }
-  if (problem && !hadProblem) _log.log("who is reachable cannot be kept: %@", *problem);
+  if (problem && !hadProblem) _log.log("who is reachable cannot be kept: %@", redactable(*problem));
 }
 
 AnswerMemory::Answers AnswerMemory::read() const {

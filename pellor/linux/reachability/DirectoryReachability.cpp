@@ -172,9 +172,10 @@ void DirectoryReachability::note(const DestinationDirectory::Answer& answer) {
   }
   if (_isAway == wasAway) return;
   if (_isAway) {
-    _log.log("%@ cannot be asked who is reachable: %@", _directory->name(), answer.problem);
+    // What a service says may hold what it was asked, or who asks.
+    _log.log("%@ cannot be asked who is reachable: %@", redactable(_directory->name()), redactable(answer.problem));
   } else {
-    _log.log("%@ can be asked again who is reachable", _directory->name());
+    _log.log("%@ can be asked again who is reachable", redactable(_directory->name()));
   }
 }
 
