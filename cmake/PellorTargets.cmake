@@ -26,11 +26,27 @@ elseif(PROJECT_IS_TOP_LEVEL AND MSVC)
   target_compile_options(pellor_warnings INTERFACE /W4 $<$<BOOL:${PELLOR_WARNINGS_AS_ERRORS}>:/WX>)
 endif()
 
+# What makes a fault in a program of ours harder to use, in what users run: checks of stack and buffers, tables that are
+# read-only once they are filled, a program that lies anywhere in memory, and nobody's folders in its texts.
+add_library(pellor_hardening INTERFACE)
+if(PROJECT_IS_TOP_LEVEL AND PELLOR_GNU_OPTIONS)
+  set(PELLOR_FORTIFY_LEVEL 2)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 12)
+    set(PELLOR_FORTIFY_LEVEL 3)
+  endif()
+  # Without the level that a distribution may set.
+  set(PELLOR_HARDENED -fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=${PELLOR_FORTIFY_LEVEL}
+      -ffile-prefix-map=${PROJECT_BINARY_DIR}=. -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
+  target_compile_options(pellor_hardening INTERFACE "$<$<CONFIG:Release,RelWithDebInfo>:${PELLOR_HARDENED}>")
+  target_link_options(pellor_hardening INTERFACE
+    "$<$<AND:$<PLATFORM_ID:Linux>,$<CONFIG:Release,RelWithDebInfo>>:LINKER:-z,relro,-z,now>")
+endif()
+
 # What every compiled target of ours has in common.
 function(pellor_compile_settings target)
   target_compile_features(${target} PUBLIC cxx_std_20)
   set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
-  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:pellor_warnings>)
+  target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:pellor_warnings> $<BUILD_INTERFACE:pellor_hardening>)
 endfunction()
 
 # Optimising what header-only libraries bring takes the compiler longer than all else, and tests gain nothing by it.
@@ -92,6 +108,10 @@ endfunction()
 function(pellor_program target)
   cmake_parse_arguments(program "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${target} ${program_SOURCES})
+  if(PROJECT_IS_TOP_LEVEL AND PELLOR_GNU_OPTIONS)
+    target_compile_options(${target} PRIVATE $<$<CONFIG:Release,RelWithDebInfo>:-fPIE>)
+    target_link_options(${target} PRIVATE $<$<CONFIG:Release,RelWithDebInfo>:-pie>)
+  endif()
   pellor_compile_settings(${target})
   pellor_no_optimisation_in_debug(${target})
   target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})

@@ -257,7 +257,7 @@ std::optional<std::string> StoreCopies::keep(const StoreCopy& copy) const {
   // The store was put back to an earlier state, or another one is in its place.
   if (isLater || (newest && newest->store != copy.store)) {
     const std::string later = std::string(Replaced) + timeText(newest->date, "%Y%m%dT%H%M%S");
-    static_cast<void>(::link(fileOf(Newest).c_str(), fileOf(later).c_str()));
+    [[maybe_unused]] const int linked = ::link(fileOf(Newest).c_str(), fileOf(later).c_str());
     prune(Replaced, ReplacedKept);
   }
   if (auto error = PrivateFile(fileOf(Newest)).replace(*content)) return error;
@@ -266,7 +266,7 @@ std::optional<std::string> StoreCopies::keep(const StoreCopy& copy) const {
   const std::string day = std::string(Day) + timeText(copy.date, "%Y%m%d");
   for (const std::string& name : {hour, day}) {
     // One that is there stays.
-    static_cast<void>(::link(fileOf(Newest).c_str(), fileOf(name).c_str()));
+    [[maybe_unused]] const int linked = ::link(fileOf(Newest).c_str(), fileOf(name).c_str());
   }
   prune(Hour, HoursKept);
   prune(Day, DaysKept);
