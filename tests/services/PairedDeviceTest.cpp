@@ -3,9 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "pellor/linux/mosquitto/PushState.h"
 #include "pellor/linux/mosquitto/SealingKeys.h"
 #include "pellor/linux/mosquitto/SyncMessages.h"
 #include "pellor/testing/contract/PreferencesSyncServiceContract.h"
@@ -330,6 +333,47 @@ TEST(DevicePairingTest, RefusesWhatDoesNotFit) {
   EXPECT_THROW(device.revoke(), DeviceError);
   device.pair(invitation);
   EXPECT_NE(device.fingerprint(), fingerprint) << "a pairing has keys of its own";
+}
+
+TEST(DevicePairingTest, NoLinkIsFollowedInThePlaceOfItsFiles) {
+  const Authority authority;
+  const TemporaryFolder folder;
+  const DevicePairing other(folder / "other");
+  authority.issue(other, "phone");
+  const std::string invitation = other.invitation();
+  const auto paired = [&](const DevicePairing& device) -> std::string {
+    try {
+      device.pair(invitation);
+    } catch (const DeviceError& error) {
+      return error.what();
+    }
+    return "";
+  };
+  const auto sent = [](const DevicePairing& device) {
+    return OutgoingFile(device.folder()).update([](OutgoingState& state) { ++state.generation; }).value_or("");
+  };
+  const auto received = [](const DevicePairing& device) {
+    LockPatience none(std::chrono::milliseconds(0));
+    const IncomingFile file(device.folder());
+    return file.waitForLock(none) ? file.write({}).value_or("") : lockError(device.folder() / "incoming.lock");
+  };
+  const struct {
+    const char* file;
+    std::function<std::string(const DevicePairing&)> use;
+  } cases[] = {{"sealing", paired},     {"peer", paired},       {"outgoing", sent},
+               {"outgoing.lock", sent}, {"incoming", received}, {"incoming.lock", received}};
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.file);
+    const DevicePairing device(folder / (std::string("device-") + each.file));
+    authority.issue(device, "laptop");
+    const auto target = folder / (std::string("target-") + each.file);
+    writeFile(target, "kept");
+    std::filesystem::permissions(target, std::filesystem::perms{0644});
+    std::filesystem::create_symlink(target, device.folder() / each.file);
+    EXPECT_THAT(each.use(device), HasSubstr(std::string(each.file) + " is a link"));
+    EXPECT_EQ(contentOf(target), "kept");
+    EXPECT_EQ(modeOf(target), 0644u);
+  }
 }
 
 }  // namespace

@@ -26,7 +26,10 @@ constexpr std::chrono::minutes TimeOfShortWaits{1};
 
 FileDescriptor openedOrMade(const std::filesystem::path& file) {
   if (PrivateFolder(file.parent_path()).make()) return {};
-  return PrivateFile(file).open(O_RDWR | O_CREAT).descriptor;
+  OpenedFile opened = PrivateFile(file).open(O_RDWR | O_CREAT);
+  // To be refused is another thing than to wait in vain.
+  if (!opened.descriptor && errno == EWOULDBLOCK) errno = EPERM;
+  return std::move(opened.descriptor);
 }
 
 bool isSameFile(const struct stat& one, const struct stat& other) {
@@ -120,7 +123,9 @@ std::optional<FileLock> FileLock::tryTake(const std::filesystem::path& file) {
 std::string lockError(const std::filesystem::path& path) {
   if (errno == EWOULDBLOCK) return heldError(path, {path});
   const std::string error = systemError("cannot lock", path);
-  return PrivateFile(path).problem().value_or(error);
+  std::error_code ignored;
+  const bool isFolder = std::filesystem::is_directory(std::filesystem::symlink_status(path, ignored));
+  return isFolder ? error : PrivateFile(path).problem().value_or(error);
 }
 
 std::string heldError(const std::filesystem::path& path, const std::vector<std::filesystem::path>& places) {

@@ -23,7 +23,7 @@ std::string linkProblem(const fs::path& path) {
   return path.string() + " is a link, and none is followed there: remove it, or put what it leads to in its place";
 }
 
-bool isMissing(int error) { return error == ENOENT || error == ENOTDIR; }
+bool isAbsence(int error) { return error == ENOENT || error == ENOTDIR; }
 
 /// Takes from others what they may do. By an inode that nothing opens: to open a database that this process has open,
 /// and to close it, would end its locks.
@@ -102,7 +102,7 @@ OpenedFolder enterEach(const fs::path& path, Missing missing) {
   return opened;
 }
 
-OpenedFile without(std::string problem, bool isMissing = false) { return {{}, std::move(problem), isMissing, false}; }
+OpenedFile unopened(std::string problem, bool isMissing = false) { return {{}, std::move(problem), isMissing, false}; }
 
 std::optional<std::string> kindProblem(const fs::path& path, const struct stat& found) {
   if (S_ISLNK(found.st_mode)) return linkProblem(path);
@@ -135,7 +135,7 @@ FileDescriptor made(int folder, const char* name, int flags) {
   return file;
 }
 
-FileDescriptor openedOrMade(int folder, const char* name, int flags) {
+FileDescriptor openedOrNew(int folder, const char* name, int flags) {
   FileDescriptor file(::openat(folder, name, (flags & ~O_CREAT) | WithoutWaiting));
   if (file || errno != ENOENT || (flags & O_CREAT) == 0) return file;
   file = made(folder, name, flags);
@@ -191,14 +191,17 @@ OpenedFolder PrivateFile::folder() const { return PrivateFolder(_path.parent_pat
 
 OpenedFile PrivateFile::open(int flags) const {
   const OpenedFolder in = folder();
-  if (!in.descriptor) return without(in.problem, in.isMissing);
+  if (!in.descriptor) return unopened(in.problem, in.isMissing);
   Look look = lookAt(in.descriptor.get(), _path);
-  if (look.problem) return without(*std::move(look.problem));
-  FileDescriptor file = openedOrMade(in.descriptor.get(), _path.filename().c_str(), flags);
-  if (!file) return without(systemError("cannot open", _path), isMissing(errno));
+  if (look.problem) return unopened(*std::move(look.problem));
+  FileDescriptor file = openedOrNew(in.descriptor.get(), _path.filename().c_str(), flags);
+  if (!file) {
+    const bool isMissing = isAbsence(errno);
+    return unopened(systemError("cannot open", _path), isMissing);
+  }
   struct stat found {};
-  if (::fstat(file.get(), &found) != 0) return without(systemError("cannot open", _path));
-  if (auto problem = kindProblem(_path, found)) return without(*std::move(problem));
+  if (::fstat(file.get(), &found) != 0) return unopened(systemError("cannot open", _path));
+  if (auto problem = kindProblem(_path, found)) return unopened(*std::move(problem));
   return {std::move(file), "", false, look.wasOpenToOthers};
 }
 
