@@ -29,9 +29,11 @@ bool isAbsence(int error) { return error == ENOENT || error == ENOTDIR; }
 /// and to close it, would end its locks.
 bool closeToOthers(int inode, mode_t mode) {
   const std::string path = "/proc/self/fd/" + std::to_string(inode);
-  // Where nothing can be changed nobody else writes either.
-  return ::chmod(path.c_str(), mode & ~Others & 07777) == 0 || errno == EROFS;
+  return ::chmod(path.c_str(), mode & ~Others & 07777) == 0;
 }
+
+// On a disk that is read-only, where others write nothing either.
+bool mayStayOpen() { return errno == EROFS; }
 
 std::optional<std::string> ownedProblem(const fs::path& path, const struct stat& found) {
   return problemOfOwner(path, found.st_uid, ::geteuid());
@@ -53,7 +55,7 @@ void examine(OpenedFolder& opened, const fs::path& path) {
     opened.problem = path.string() + " is shared by all users: name a folder of your own";
   } else if ((found.st_mode & Others) != 0) {
     opened.wasOpenToOthers = closeToOthers(opened.descriptor.get(), found.st_mode);
-    if (!opened.wasOpenToOthers) opened.problem = openProblem(path);
+    if (!opened.wasOpenToOthers && !mayStayOpen()) opened.problem = openProblem(path);
   }
   if (!opened.problem.empty()) opened.descriptor.close();
 }
@@ -123,8 +125,8 @@ Look lookAt(int folder, const fs::path& path) {
   if (auto problem = kindProblem(path, found)) return {std::move(problem), false};
   if ((found.st_mode & Others) == 0) return {};
   const FileDescriptor inode(::openat(folder, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-  const bool isClosed =
-      inode && ::fstat(inode.get(), &found) == 0 && S_ISREG(found.st_mode) && closeToOthers(inode.get(), found.st_mode);
+  const bool isClosed = inode && ::fstat(inode.get(), &found) == 0 && S_ISREG(found.st_mode) &&
+                        (closeToOthers(inode.get(), found.st_mode) || mayStayOpen());
   return {isClosed ? std::nullopt : std::optional(openProblem(path)), true};
 }
 
