@@ -410,24 +410,6 @@ void PLFriendsManager::_finishLoad(std::optional<PLChangeOrigin> origin) {
   _bringFavoritesIfDue();
 }
 
-void PLFriendsManager::_retryLoadLater() {
-  std::weak_ptr<PLFriendsManager> weak = weak_from_this();
-  _parts->loadRetry.retry([weak] {
-    if (auto self = weak.lock()) self->_loadAgain();
-  });
-}
-
-std::optional<PLStoreTrouble> PLFriendsManager::storeTrouble() const {
-  if (_storeIsUnreadable) return PLStoreTrouble::reading;
-  return _writer->hasFailed() ? std::optional(PLStoreTrouble::writing) : std::nullopt;
-}
-
-void PLFriendsManager::_noteStoreTrouble() {
-  const auto trouble = storeTrouble();
-  if (std::exchange(_postedTrouble, trouble) == trouble) return;
-  postOnMainQueue(_process, PLFriendsManagerStoreTroubleChangedNotification, weak_from_this());
-}
-
 void PLFriendsManager::save() {
   checkMainQueue(_process, "save");
   _publishList();
@@ -442,19 +424,6 @@ const std::shared_ptr<PLDelayedOperation>& PLFriendsManager::saveOperation() con
 void PLFriendsManager::setSaveOperation(std::shared_ptr<PLDelayedOperation> operation) PELLOR_UNCHECKED {
   _writer->saveQueue()->requireCurrent();
   _writer->setSaveOperation(std::move(operation));
-}
-
-void PLFriendsManager::_listWasOvertaken() {
-  if (!std::exchange(_wasOvertaken, true)) return _loadIsDue();
-  _parts->overtakenRetry.retry([weak = weak_from_this()] {
-    if (auto self = weak.lock()) self->_loadIsDue();
-  });
-}
-
-void PLFriendsManager::_loadIsDue() {
-  if (!_writer->awaitsLoad()) return _loadIfOther();
-  _loadAgain();
-  _checkInvariants();
 }
 
 // The bus delivers each own post once, so that the counts pair posts with echoes.

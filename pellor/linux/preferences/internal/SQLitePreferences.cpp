@@ -175,16 +175,14 @@ bool SQLitePreferences::isWritable() {
   }
 }
 
+// By now it may be writable.
 bool SQLitePreferences::isReadOnly() {
   if (!_isReadOnly) return false;
-  const MutexLock lock(_connectionMutex);
-  try {
+  {
+    const MutexLock lock(_connectionMutex);
     _database.reset();
-    if (!database().isWritable()) _memory.begins(Fault::write, _database->readOnlyError());
-  } catch (const SQLiteError& error) {
-    _memory.begins(Fault::read, error.what());
   }
-  return _isReadOnly;
+  return !isWritable() && _isReadOnly;
 }
 
 fs::path SQLitePreferences::asideFolder() const { return _folder / AsideFolderName; }
