@@ -79,10 +79,19 @@ std::string contentOf(const fs::path& file) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
+/// The copies whose place another one took. When the others are made the clock says.
+std::string replacedCopies(const Home& home) {
+  std::istringstream copies(pellor(home, {"backup"}).output);
+  std::string replaced;
+  for (std::string line; std::getline(copies, line);)
+    if (line.starts_with("replaced")) replaced += line + "\n";
+  return replaced;
+}
+
 /// All that a user keeps.
 std::string stateOf(const Home& home) {
   std::string state = pellor(home, {"export"}).output + pellor(home, {"settings", "--json"}).output +
-                      pellor(home, {"history", "--json"}).output + pellor(home, {"backup"}).output;
+                      pellor(home, {"history", "--json"}).output + replacedCopies(home);
   std::set<fs::path> files;
   for (const fs::path& folder : {home.contactsFolder(), home.dataFolder() / "device"}) {
     if (!fs::exists(folder)) continue;
