@@ -33,13 +33,17 @@ void addForms(std::vector<Dictionary>& forms, const Dictionary& values, std::str
   for (const Value& element : arrayIn(values, key).elements()) forms.push_back(formIn(element, key));
 }
 
+// A memory that cannot be read may be of anybody.
+bool isUnreadableMemory(std::string_view key, const Dictionary& form) { return key != PLFriendListKey && form.empty(); }
+
 // What is left of the array; absent where nothing in it is the person's. A friend leaves an empty slot.
 std::optional<LongArrayElements> elementsWithout(const LongArray& stored, std::string_view key,
                                                  const ForgottenPerson& person) {
   LongArrayElements elements;
   bool isChanged = false;
   for (std::size_t index = 0; index < stored.size(); ++index) {
-    const bool isTheirs = person.isTheirs(formIn(stored.at(index), key));
+    const Dictionary form = formIn(stored.at(index), key);
+    const bool isTheirs = isUnreadableMemory(key, form) || person.isTheirs(form);
     isChanged = isChanged || isTheirs;
     if (!isTheirs) elements.push_back(elementAt(stored, index));
     if (isTheirs && key == PLFriendListKey) elements.emplace_back(Value(Dictionary()));

@@ -90,7 +90,8 @@ std::optional<LongArrayElements> ListExceptions::elementsWithout(const LongArray
   LongArrayElements elements;
   for (std::size_t index = 0; index < stored.size(); ++index) {
     const auto exception = exceptionOf(stored.at(index));
-    if (!exception || !isAbout(*exception, person)) elements.push_back(elementAt(stored, index));
+    // One that cannot be read may be about anybody.
+    if (exception && !isAbout(*exception, person)) elements.push_back(elementAt(stored, index));
   }
   return elements.size() == stored.size() ? std::nullopt : std::optional(std::move(elements));
 }

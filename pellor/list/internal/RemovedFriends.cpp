@@ -168,9 +168,11 @@ void RemovedFriends::takeBack(const Changes& changes) {
   write(std::move(all));
 }
 
+// What cannot be read may tell of anybody.
 void RemovedFriends::forget(const std::function<bool(const Dictionary& form)>& isTheirs) {
   std::vector<Entry> all = entries();
-  if (std::erase_if(all, [&](const Entry& entry) { return isTheirs(entry.form); }) > 0) write(std::move(all));
+  std::erase_if(all, [&](const Entry& entry) { return isTheirs(entry.form); });
+  if (all.size() < _read.size()) write(std::move(all));
 }
 
 }  // namespace pellor
