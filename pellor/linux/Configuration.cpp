@@ -1,9 +1,24 @@
 #include "pellor/linux/Configuration.h"
 
+namespace pellor {
+namespace {
+// What the parser takes for granted of a text, and what not every text keeps.
+struct UnmetAssumption {};
+[[noreturn]] void assumptionIsUnmet() { throw UnmetAssumption(); }
+}  // namespace
+}  // namespace pellor
+
+// In a release build it would go on as if it were so.
+#pragma push_macro("NDEBUG")
+#undef NDEBUG
+#define TOML_ASSERT(assumption) ((assumption) ? void() : pellor::assumptionIsUnmet())
 #include <toml++/toml.h>
+#pragma pop_macro("NDEBUG")
+
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <cstddef>
 #include <sstream>
 #include <utility>
 
@@ -202,6 +217,8 @@ toml::table parsed(const fs::path& file, const std::string& content) {
     return toml::parse(content);
   } catch (const toml::parse_error& error) {
     throw ConfigurationError(placeOf(file, error.source()) + std::string(error.description()));
+  } catch (const UnmetAssumption&) {
+    throw ConfigurationError(file.string() + ": it is no TOML: something is missing behind a bracket or a sign");
   }
 }
 

@@ -61,6 +61,8 @@ TEST_F(ConfigurationTest, WhatMakesNoSenseIsNamedWithItsPlace) {
       {"[bus]\nkind = 'session'", file + ":2: there is no key \"bus.kind\" (pellor doctor lists the keys)"},
       {"bus = 'pigeon'", file + ":1: bus has to be one of folder, session, postgresql"},
       {"region = 'ZZ'", file + ":1: region has to be a region such as DE"},
+      {"domain = 'a'\n[= 1", file + ": it is no TOML"},
+      {"domain = [}]", file + ": it is no TOML"},
   };
   for (const auto& [content, expected] : cases)
     EXPECT_THAT(([&, text = content] { read(text); }), ThrowsMessage<ConfigurationError>(StartsWith(expected)));
