@@ -98,6 +98,9 @@ std::optional<PhoneNumber> parse(std::string_view text, std::string_view region)
   return number;
 }
 
+// A longer one is not read behind an "x".
+constexpr std::size_t LongestShortExtension = 9;
+
 std::string format(PhoneNumber number, PhoneNumberUtil::PhoneNumberFormat form) {
   number.clear_extension();
   std::string text;
@@ -217,7 +220,8 @@ std::string LibPhoneNumber::formatPhoneNumber(std::string_view number, std::stri
   if (!parsed) return std::string(number);
   const std::string text = shown(*parsed, std::string(countryCode), (options & PhoneNumberOptionNational) != 0);
   if (parsed->extension().empty()) return text;
-  return text + ((options & PhoneNumberOptionShort) != 0 ? " x" : " ext. ") + parsed->extension();
+  const bool isShort = (options & PhoneNumberOptionShort) != 0 && parsed->extension().size() <= LongestShortExtension;
+  return text + (isShort ? " x" : " ext. ") + parsed->extension();
 }
 
 }  // namespace pellor

@@ -60,8 +60,8 @@ class LibPhoneNumber final : public PhoneNumberFormatter {
   std::shared_ptr<ParsedPhoneNumber> parsePhoneNumber(std::string_view text, std::string_view countryCode) override;
   std::string phoneNumberString(const ParsedPhoneNumber& number, PhoneNumberForm form) override;
   std::string phoneNumberCountryCode(const ParsedPhoneNumber& number) override;
-  /// With PhoneNumberOptionShort an extension is written "x5", else "ext. 5". There is one style. A number whose
-  /// national form would not dial at home is shown in the international one.
+  /// With PhoneNumberOptionShort an extension of at most nine digits is written "x5", else "ext. 5". There is one
+  /// style. A number whose national form would not dial at home is shown in the international one.
   std::string formatPhoneNumber(std::string_view number, std::string_view countryCode, std::uint32_t style,
                                 std::uint32_t options) override;
 
