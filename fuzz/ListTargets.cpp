@@ -45,12 +45,22 @@ void undoAndRedoEach(FuzzedWorld& world, FuzzedProcess& process) {
   world.rest();
 }
 
+// A text that holds more is somebody else's to write.
+bool isSaidIn(const Value& value, std::string_view text) {
+  if (const auto* array = value.array())
+    return std::ranges::any_of(*array, [&](const Value& element) { return isSaidIn(element, text); });
+  if (const auto* dictionary = value.dictionary())
+    return std::ranges::any_of(*dictionary, [&](const auto& entry) { return isSaidIn(entry.second, text); });
+  return value.string() && *value.string() == text;
+}
+
 bool tellsOf(FuzzedWorld& world, std::string_view text) {
-  for (const std::string_view key : HistoryKeys) {
+  return std::ranges::any_of(HistoryKeys, [&](std::string_view key) {
     const auto stored = world.world().preferences().value(key, TapnoteDomain);
-    if (stored && stored->description().find(text) != std::string::npos) return true;
-  }
-  return false;
+    if (!stored) return false;
+    const LongArray* array = stored->longArray();
+    return isSaidIn(array ? Value(array->elements()) : *stored, text);
+  });
 }
 
 }  // namespace
