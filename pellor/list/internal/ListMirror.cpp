@@ -22,6 +22,8 @@ namespace {
 
 constexpr std::uint32_t ColorCount = 12;
 
+std::string titleOf(const PLFriendGroup& group) { return group.title().value_or(std::string()); }
+
 // The lowest destination outlives a change of the name and of the contact.
 std::uint8_t colorOf(const Friend& person) {
   const std::string guid = person.contactGUID.value_or(std::string());
@@ -139,7 +141,7 @@ std::vector<ListMirror::MirrorPage> ListMirror::pagesOf(const Window& window, co
   const auto& groups = _manager->friendGroups();
   std::vector<MirrorPage> pages;
   for (std::size_t index = window.begin; index < window.newEnd; ++index)
-    pages.push_back({{}, groups[index], groups[index]->friends(), groups[index]->title().value_or(std::string())});
+    pages.push_back({{}, groups[index], groups[index]->friends(), titleOf(*groups[index])});
   if (step && step->pageCount() == groups.size()) {
     for (std::size_t index = 0; index < pages.size(); ++index) pages[index].id = step->pageId(window.begin + index);
     return pages;
@@ -210,13 +212,14 @@ void ListMirror::renewOthers(const Window& window, SnapshotEdit& edit) {
     const auto index = static_cast<std::size_t>(place->page);
     indexes.insert(index < window.oldEnd ? index : index - window.oldEnd + window.newEnd);
   }
-  if (_titlesAreStale || _statusesAreStale || _allAreStale)
-    for (std::size_t index = 0; index < _pages.size(); ++index) indexes.insert(index);
+  const bool areAll = _statusesAreStale || _allAreStale;
+  for (std::size_t index = 0; (areAll || _titlesAreStale) && index < _pages.size(); ++index)
+    if (areAll || titleOf(*_pages[index].group) != _pages[index].title) indexes.insert(index);
   for (const std::size_t index : indexes) {
     const bool isInWindow = index >= window.begin && index < window.newEnd;
     if (isInWindow || index >= _pages.size()) continue;
     MirrorPage& page = _pages[index];
-    page.title = page.group->title().value_or(std::string());
+    page.title = titleOf(*page.group);
     PageRef shown = shownPage(page);
     const PageRef former = edit.formerPage(page.id);
     if (former->title != shown->title || former->friends != shown->friends) edit.putPage(index, std::move(shown));
