@@ -1,7 +1,9 @@
 #include "pellor/linux/files/internal/PrivatePlace.h"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -88,7 +90,20 @@ FileDescriptor entered(int folder, const char* name, Missing missing) {
   return next;
 }
 
+/// All parts at once, none of which is a link. None where the system cannot, and where a part is missing or refused:
+/// who enters them one by one finds out which.
+FileDescriptor enteredAtOnce(const fs::path& path) {
+  open_how how{};
+  how.flags = ToEnter;
+  how.resolve = RESOLVE_NO_SYMLINKS;
+  return FileDescriptor(static_cast<int>(::syscall(SYS_openat2, AT_FDCWD, path.c_str(), &how, sizeof how)));
+}
+
 OpenedFolder enterEach(const fs::path& path, Missing missing) {
+  if (OpenedFolder opened{enteredAtOnce(path), "", false, false}; opened.descriptor) {
+    examine(opened, path);
+    return opened;
+  }
   OpenedFolder opened{beginOf(path), "", false, false};
   if (!opened.descriptor) return notEntered(AT_FDCWD, ".", path);
   fs::path reached = path.root_path();
