@@ -3,33 +3,16 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <map>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "pellor/linux/postgresql/PostgreSQLConnection.h"
 #include "pellor/linux/postgresql/PostgreSQLDomain.h"
+#include "pellor/linux/postgresql/PostgreSQLWriting.h"
 #include "pellor/linux/preferences/StoredChunks.h"
 
 namespace pellor {
-
-/// What one transaction is to change in a domain.
-struct PostgreSQLWriting {
-  enum class Which {
-    all,     ///< each key gets a new version, also when it gets an equal value
-    absent,  ///< only keys that have no value
-  };
-
-  Which which = Which::all;
-  PreferenceWriteID id = {};                                                     ///< in the versions that it makes
-  std::map<std::string, std::optional<EncodedValue>, std::less<>> changes = {};  ///< absent: to be removed
-  std::map<std::string, PreferenceVersion, std::less<>> madeFrom = {};           ///< the versions to be found
-  /// Asked before the statements go out together with the COMMIT; false: nothing is written.
-  std::function<bool()> mayCommit = [] { return true; };
-};
 
 /// For one transaction, which holds the domain's row.
 class PostgreSQLDomainWriter {
