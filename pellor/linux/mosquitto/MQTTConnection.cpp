@@ -16,7 +16,7 @@
 #include <set>
 #include <utility>
 
-#include "pellor/linux/files/internal/PrivateFiles.h"
+#include "pellor/linux/files/FileDescriptor.h"
 #include "pellor/linux/mosquitto/MQTTLibrary.h"
 #include "pellor/linux/threads/ServiceThread.h"
 #include "pellor/runtime/BackOff.h"
@@ -194,13 +194,7 @@ class MQTTConnection::Thread {
     mosquitto* client = _mosquitto.get();
     // The version in which a broker says that it did not allow something.
     mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
-    for (const auto* file : {&_credentials.ca, &_credentials.certificate, &_credentials.key}) {
-      if (::access(file->c_str(), R_OK) == 0) continue;
-      _detail = systemError("cannot read", *file);
-      return MOSQ_ERR_TLS;
-    }
-    const int result = mosquitto_tls_set(client, _credentials.ca.c_str(), nullptr, _credentials.certificate.c_str(),
-                                         _credentials.key.c_str(), nullptr);
+    const int result = MQTTLibrary::encrypt(*client, _credentials, _detail);
     if (result != MOSQ_ERR_SUCCESS) return result;
     return MQTTLibrary::connect(*client, _options.host, _options.port, KeepAliveSeconds,
                                 static_cast<std::uint32_t>(_options.largestMessage + MostAroundMessage));

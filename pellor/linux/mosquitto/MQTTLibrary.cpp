@@ -1,10 +1,12 @@
 #include "pellor/linux/mosquitto/MQTTLibrary.h"
 
 #include <mqtt_protocol.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
 
+#include "pellor/linux/files/internal/PrivateFiles.h"
 #include "pellor/runtime/Fatal.h"
 #include "pellor/runtime/ThreadSafety.h"
 
@@ -26,6 +28,16 @@ void limitPackets(mosquitto& client, const std::string& host, int keepAliveSecon
 void MQTTLibrary::initialize() {
   static const bool isReady = mosquitto_lib_init() == MOSQ_ERR_SUCCESS;
   require(isReady, "an MQTT library that can be initialized");
+}
+
+int MQTTLibrary::encrypt(mosquitto& client, const MQTTCredentials& credentials, std::string& problem) {
+  for (const auto* file : {&credentials.ca, &credentials.certificate, &credentials.key}) {
+    if (::access(file->c_str(), R_OK) == 0) continue;
+    problem = systemError("cannot read", *file);
+    return MOSQ_ERR_TLS;
+  }
+  return mosquitto_tls_set(&client, credentials.ca.c_str(), nullptr, credentials.certificate.c_str(),
+                           credentials.key.c_str(), nullptr);
 }
 
 int MQTTLibrary::connect(mosquitto& client, const std::string& host, int port, int keepAliveSeconds,
