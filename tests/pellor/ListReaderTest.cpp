@@ -96,6 +96,11 @@ TEST_F(ListReaderTest, ADamagedListIsPutAsideOnceAndItsLastGoodCopyStandsForIt) 
   EXPECT_EQ(read(), damaged);
   EXPECT_EQ(copies(), 5U);
   EXPECT_EQ(store().putAsideCopies().back().value, Value(Data{2}));
+
+  write(listOf("Eve"));
+  damage(Data{2});
+  EXPECT_EQ(read(), recovered);
+  EXPECT_EQ(list(), listOf("Eve")) << "stored by another process, and damaged in the same way, between two looks";
 }
 
 TEST_F(ListReaderTest, NothingTakesThePlaceOfADamagedListThatCannotBePutAside) {

@@ -36,7 +36,7 @@ PLListReader::Answer PLListReader::read(PLStoredList& stored) {
   stored.awaitsFavorites = answer.value()->at(_keys[2]).value == Value(true);
   readAttached(*answer.value(), stored);
   auto array = list.value ? longArrayIn(*list.value) : std::nullopt;
-  if (list.value && !array) return recover(*list.value, stored);
+  if (list.value && !array) return recover(list, stored);
   _damaged.reset();
   if (!array) return Answer::none;
   stored.list = *std::move(array);
@@ -56,8 +56,10 @@ void PLListReader::readAttached(const VersionedPreferences& found, PLStoredList&
   }
 }
 
-PLListReader::Answer PLListReader::recover(const Value& damaged, PLStoredList& stored) {
-  if (_damaged != damaged) {
+// One that was whole meanwhile has another version, and another good copy, also where the damage is the same.
+PLListReader::Answer PLListReader::recover(const VersionedPreference& damaged, PLStoredList& stored) {
+  const bool isKnown = _damaged && _damaged->version == damaged.version && _damaged->value == damaged.value;
+  if (!isKnown) {
     const PutAside aside = platformOf(_process).preferences->putAside(PLFriendListKey, _domain);
     if (!aside.kept) return Answer::unreadable;
     _damaged = damaged;

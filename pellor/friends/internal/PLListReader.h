@@ -43,14 +43,14 @@ class PLListReader {
 
  private:
   void readAttached(const VersionedPreferences& found, PLStoredList& stored);
-  Answer recover(const Value& damaged, PLStoredList& stored);
+  Answer recover(const VersionedPreference& damaged, PLStoredList& stored);
 
   Process& _process;
   const std::string _domain;
   std::vector<std::string> _keys;  // of the list, its titles, whether it waits for favorites, and what is attached
   std::set<std::string> _damagedArrays;  // of which the log said so
-  std::optional<Value> _damaged;         // put aside already
-  std::optional<Value> _lastGood;        // is used in its place
+  std::optional<VersionedPreference> _damaged;  // put aside already
+  std::optional<Value> _lastGood;               // is used in its place
 };
 
 }  // namespace pellor
