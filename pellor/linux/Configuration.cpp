@@ -23,6 +23,7 @@ struct UnmetAssumption {};
 #include <utility>
 
 #include "pellor/linux/files/internal/RegularFile.h"
+#include "pellor/linux/internal/UnquotedLetter.h"
 #include "pellor/linux/preferences/StoreRegion.h"
 #include "pellor/runtime/Fatal.h"
 
@@ -213,6 +214,9 @@ void collect(const toml::table& table, const std::string& prefix, Leaves& found)
 }
 
 toml::table parsed(const fs::path& file, const std::string& content) {
+  if (const auto line = lineOfUnquotedLetter(content))
+    throw ConfigurationError(file.string() + ":" + std::to_string(*line) +
+                             ": a letter beyond A to Z has to stand between quotes");
   try {
     return toml::parse(content);
   } catch (const toml::parse_error& error) {

@@ -63,6 +63,9 @@ TEST_F(ConfigurationTest, WhatMakesNoSenseIsNamedWithItsPlace) {
       {"region = 'ZZ'", file + ":1: region has to be a region such as DE"},
       {"domain = 'a'\n[= 1", file + ": it is no TOML"},
       {"domain = [}]", file + ": it is no TOML"},
+      {"domain = 'ä' # ä\nähre = 1", file + ":2: a letter beyond A to Z has to stand between quotes"},
+      {"domain = \"ä\\\"ä\"\n[ü]", file + ":2: a letter beyond A to Z has to stand between quotes"},
+      {"domain = '''ä\nä'ä''''' # ä\nx = é", file + ":3: a letter"},
   };
   for (const auto& [content, expected] : cases)
     EXPECT_THAT(([&, text = content] { read(text); }), ThrowsMessage<ConfigurationError>(StartsWith(expected)));
