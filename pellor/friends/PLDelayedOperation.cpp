@@ -29,7 +29,9 @@ void PLDelayedOperation::execute() {
   _queue->requireCurrent();
   const double dueTime = _lastExecution + _delay;
   const double now = _queue->process().now();
-  if (now > dueTime) {
+  // A clock that was never set may show a time before 0.
+  const bool isFirst = _lastExecution == 0;
+  if (isFirst || now > dueTime) {
     // Stamped now, so that requests before the queued run count from this one.
     _lastExecution = now;
     _queue->async([self = shared_from_this()] { self->_queue_executeBlock(); });

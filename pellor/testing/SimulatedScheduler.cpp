@@ -10,8 +10,8 @@
 
 namespace pellor {
 
-SimulatedScheduler::SimulatedScheduler(std::uint64_t seed, std::uint64_t stepLimit)
-    : _seed(seed), _stepLimit(stepLimit), _random(seed), _randomForTasks(~seed) {}
+SimulatedScheduler::SimulatedScheduler(std::uint64_t seed, std::uint64_t stepLimit, double start)
+    : _seed(seed), _stepLimit(stepLimit), _random(seed), _randomForTasks(~seed), _now(start) {}
 
 SimulatedScheduler::~SimulatedScheduler() = default;
 

@@ -18,7 +18,7 @@ namespace pellor {
 ///     Process first(world, sink), second(world, sink);
 ///
 /// Whenever several queues, of one process or several, have a task ready, the seed chooses; one seed with equal calls
-/// gives equal runs on every platform. Time begins at 700,000,000 s and moves only when no task is ready, to the next
+/// gives equal runs on every platform. Time moves only when no task is ready, to the next
 /// deadline. `Process::settle` and `MainQueue::run` drive the whole world, all its processes. One thread. Operations
 /// may be called from inside a task; then the task's own pool queue stands still meanwhile.
 class SimulatedScheduler final : public Scheduler {
@@ -27,8 +27,9 @@ class SimulatedScheduler final : public Scheduler {
   static constexpr std::uint64_t DefaultStepLimit = 1'000'000;
 
   /// `stepLimit`: how many tasks and moves of time the world may take in all. One more is fatal, with the seed in the
-  /// text: a world that never comes to rest does not hang its test.
-  explicit SimulatedScheduler(std::uint64_t seed, std::uint64_t stepLimit = DefaultStepLimit);
+  /// text: a world that never comes to rest does not hang its test. `start`: when time begins, in seconds of absolute
+  /// time, any.
+  explicit SimulatedScheduler(std::uint64_t seed, std::uint64_t stepLimit = DefaultStepLimit, double start = StartTime);
   ~SimulatedScheduler() override;
 
   std::uint64_t seed() const { return _seed; }
@@ -68,7 +69,7 @@ class SimulatedScheduler final : public Scheduler {
   std::uint64_t _random;
   std::uint64_t _randomForTasks;
   std::uint64_t _steps = 0;
-  double _now = StartTime;
+  double _now;
   std::vector<std::shared_ptr<Strand>> _ready;
   std::vector<std::shared_ptr<MainStrand>> _mainQueues;
   DeadlineList _deadlines;
