@@ -128,6 +128,12 @@ TEST_F(ManagerLoadTest, LoadsTellWhatChanged) {
   EXPECT_EQ(a->logged("friend list has changes"), 1U);
   EXPECT_THAT(a->takeNotifications(), ElementsAre("changed Cy+ Bob-"));
   EXPECT_EQ(a->friendAt(0, 0), ann);
+
+  store("Ann");
+  postListChanged();
+  rest();
+  EXPECT_THAT(a->takeNotifications(), ElementsAre("groups changed", "changed Cy-")) << "half a page, of smaller ones";
+  EXPECT_EQ(a->list(), "Ann,-|-,-");
 }
 
 // --- Stores that do not answer ---

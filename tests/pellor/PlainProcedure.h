@@ -280,8 +280,8 @@ class PlainProcedure {
     }
     const float pages = std::ceil(static_cast<float>(stored.size()) / static_cast<float>(_settings.groupSize));
     const std::size_t kept = static_cast<std::size_t>(pages) * _settings.groupSize;
-    for (std::size_t index = kept; index < list.size(); ++index) {
-      if (list[index]) displaced.push_back(list[index]);
+    for (std::size_t index = stored.size(); index < list.size(); ++index) {
+      if (list[index]) displaced.push_back(std::exchange(list[index], EmptySlot));
     }
     list.resize(std::min(list.size(), kept));
     for (const Slot& person : displaced) {

@@ -213,10 +213,12 @@ std::shared_ptr<PLPerson> PLListTakeover::bringMovedFriend(Merge& merge, std::ui
   return moved;
 }
 
+// The list keeps whole pages. Nobody stands behind the end of what is stored, also on its last page: a process with
+// pages of another size may have stored half of one of ours.
 void PLListTakeover::trimSlots(Merge& merge, std::uint64_t storedCount, std::uint64_t groupSize) {
   const float groups = std::ceil(static_cast<float>(storedCount) / static_cast<float>(groupSize));
   const std::uint64_t kept = static_cast<std::uint64_t>(groups) * groupSize;
-  for (std::uint64_t index = kept; index < _friendList.count(); ++index) merge.slots.displace(index);
+  for (std::uint64_t index = storedCount; index < _friendList.count(); ++index) merge.slots.displace(index);
   if (_friendList.count() > kept) _friendList.remove(kept, _friendList.count() - kept);
 }
 
