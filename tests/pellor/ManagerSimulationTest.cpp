@@ -10,6 +10,7 @@
 #include "tests/pellor/simulation/EditOrders.h"
 #include "tests/pellor/simulation/SimulationChecks.h"
 #include "tests/pellor/simulation/SimulationEditor.h"
+#include "tests/pellor/simulation/SimulationFaults.h"
 #include "tests/pellor/simulation/SimulationWorld.h"
 
 namespace pellor {
@@ -25,7 +26,8 @@ void checkEdits(const Round& round) {
 
 class Simulation {
  public:
-  explicit Simulation(std::uint64_t seed) : _world(seed), _editor(_world) {}
+  explicit Simulation(std::uint64_t seed, SimulationWorld::Sizes sizes)
+      : _world(seed, sizes), _faults(_world), _editor(_world) {}
 
   /// Several rounds, in each of which that many edits are made by whichever processes.
   void run(std::uint64_t fewestEdits, std::uint64_t mostEdits) {
@@ -42,14 +44,16 @@ class Simulation {
   void editAtOnce(std::uint64_t count) {
     const bool isDisturbed = _world.chance(2);
     const bool doContactsChange = _world.chance(3);
+    if (_world.chance(4)) _world.editAsLaterVersion();
     _world.beginRound(isDisturbed);
     while (count-- > 0) {
       _editor.edit(_world.anyMember());
       if (_world.chance(2)) _editor.doOther(_world.anyMember());
-      if (isDisturbed && _world.chance(2)) _world.disturb();
+      if (isDisturbed && _world.chance(2)) _faults.disturb();
       if (doContactsChange && _world.chance(4)) _world.changeContacts();
       _world.run(_world.below(8));
     }
+    _faults.calm();
     checkEdits(_world.endRound());
     _editor.removeDoubles(_world.anyMember());
   }
@@ -60,21 +64,25 @@ class Simulation {
   }
 
   SimulationWorld _world;
+  SimulationFaults _faults;
   SimulationEditor _editor;
 };
 
 class ManagerSimulationTest : public SeededTest {
  protected:
-  // There are two kinds of worlds.
-  void runWorlds(std::uint64_t fewestEdits, std::uint64_t mostEdits) {
-    forEachSeed((seedCount(6'000, 600) + 1) / 2,
-                [&](std::uint64_t seed) { Simulation(seed).run(fewestEdits, mostEdits); });
+  // There are two kinds of worlds, and a smaller third one.
+  void runWorlds(std::uint64_t fewestEdits, std::uint64_t mostEdits, std::uint64_t share = 2,
+                 SimulationWorld::Sizes sizes = SimulationWorld::Sizes::one) {
+    forEachSeed((seedCount(6'000, 600) + share - 1) / share,
+                [&](std::uint64_t seed) { Simulation(seed, sizes).run(fewestEdits, mostEdits); });
   }
 };
 
 TEST_P(ManagerSimulationTest, AnOrderOfFewEditsExplainsTheList) { runWorlds(1, MostEditsToOrder); }
 
 TEST_P(ManagerSimulationTest, NoneOfManyEditsIsLost) { runWorlds(8, 30); }
+
+TEST_P(ManagerSimulationTest, PagesOfSeveralSizesLoseNobody) { runWorlds(4, 20, 10, SimulationWorld::Sizes::several); }
 
 INSTANTIATE_TEST_SUITE_P(Seeds, ManagerSimulationTest, ::testing::Range(std::uint64_t{0}, SeededTest::PartCount));
 

@@ -28,6 +28,7 @@ class EditJudge {
   explicit EditJudge(const Round& round) : _round(round), _touched(round.touched()) {}
 
   std::optional<std::string> verdict() {
+    if (_round.wasStoreReplaced || _round.hasPagesOfSeveralSizes) return verdictOnPresence();
     for (const FriendName& name : names()) judgePresence(name);
     for (const auto& [name, known] : _round.after.friends) {
       if (_round.mayHaveBeenTwo(name)) continue;
@@ -40,6 +41,24 @@ class EditJudge {
   }
 
  private:
+  // Nobody is lost whom nobody took out, be it one of two.
+  std::optional<std::string> verdictOnPresence() {
+    if (_round.hasTakenOneOfTwo) return std::nullopt;
+    std::set<FriendName> expected;
+    for (const auto& [name, known] : _round.before.friends) expected.insert(name);
+    for (const Edit& edit : _round.edits) {
+      if (edit.kind != Edit::Kind::add || !edit.acknowledged) continue;
+      for (const auto& [name, place] : edit.placed) expected.insert(name);
+    }
+    for (const Edit& edit : _round.edits) {
+      for (const FriendName& name : edit.removed) expected.erase(name);
+    }
+    for (const FriendName& name : expected) {
+      if (!_round.after.contains(name)) report(name + " is gone, and nobody took it out");
+    }
+    return _verdict;
+  }
+
   void report(const std::string& text) {
     if (!_verdict) _verdict = text;
   }
@@ -84,6 +103,10 @@ class EditJudge {
   void judgeFields(const FriendName& name, const PlainFriend& known) {
     judge("the reply preference of " + name, claimsOf(name, [](const PlainFriend& told) { return told.replyAs; }),
           known.replyAs);
+    judge("what a later version keeps of " + name,
+          claimsOf(
+              name, [](const PlainFriend& told) { return told.later; }, LaterKey),
+          known.later);
     std::set<std::string> keys;
     const auto take = [&](const PlainFriend& told) {
       for (const auto& [key, value] : told.metadata) keys.insert(key);

@@ -133,8 +133,8 @@ bool Round::canBeOrdered() const {
   const auto concernsRelinked = [&](const Edit& edit) {
     return isRelinked(edit.who) || std::ranges::any_of(edit.page.residents, isRelinked);
   };
-  return !hasTakenOneOfTwo && std::ranges::none_of(touched(), isRelinked) &&
-         std::ranges::none_of(edits, concernsRelinked);
+  return !hasTakenOneOfTwo && !wasStoreReplaced && !hasPagesOfSeveralSizes &&
+         std::ranges::none_of(touched(), isRelinked) && std::ranges::none_of(edits, concernsRelinked);
 }
 
 std::string Round::text() const {

@@ -76,6 +76,11 @@ struct Round {
   /// Whether one of a friend who was there twice was taken out in some process: by itself or by an edit, which counts
   /// as none because the other one stayed.
   bool hasTakenOneOfTwo = false;
+  /// Whether the store was replaced by its copy. What a process has not stored by then does not come from the new one:
+  /// it brings who is missing there, and what it took out or changed may come out as it was.
+  bool wasStoreReplaced = false;
+  /// Whether each process has pages of a size of its own: then nobody can say which page is which.
+  bool hasPagesOfSeveralSizes = false;
 
   /// Whether a page may have gone: with its last friend, as an empty one, or because several processes emptied it
   /// together, none of which had it empty.

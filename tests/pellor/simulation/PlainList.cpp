@@ -49,10 +49,12 @@ FriendName nameOf(const PLPerson& person) {
 }
 
 PlainFriend plainFriendOf(const PLPerson& person) {
-  PlainFriend result{person.preferredReplyAs().value_or(""), {}};
+  PlainFriend result{person.preferredReplyAs().value_or(""), {}, {}};
   for (const auto& [key, value] : person.metadata()) {
     if (const std::string* text = value.string()) result.metadata.emplace(key, *text);
   }
+  const Dictionary stored = person.dictionaryRepresentation();
+  if (const Value* later = valueForKey(stored, LaterKey)) result.later = *later->string();
   return result;
 }
 

@@ -20,6 +20,7 @@ using FriendName = std::string;
 struct PlainFriend {
   std::string replyAs;                          ///< empty: none
   std::map<std::string, std::string> metadata;  ///< texts only
+  std::string later;                            ///< what a later version of the library keeps of it; empty: nothing
   /// "{home, a=1}"; empty if nothing is known.
   std::string text() const;
   friend bool operator==(const PlainFriend&, const PlainFriend&) = default;
@@ -53,6 +54,8 @@ struct PlainList {
 /// The last of the person's destinations: numbers come before addresses.
 FriendName nameOf(const PLPerson& person);
 PlainFriend plainFriendOf(const PLPerson& person);
+/// The key of a stored friend that only a later version of the library knows: `PlainFriend::later`.
+constexpr const char* LaterKey = "Later";
 /// The list as the manager shows it.
 PlainList plainListOf(const PLFriendsManager& manager);
 

@@ -105,10 +105,14 @@ void Member::kill() {
 
 // --- The world -----------------------------------------------------------------------------------------------------
 
-SimulationWorld::SimulationWorld(std::uint64_t seed)
-    : _random(seed), _scheduler(std::make_shared<SimulatedScheduler>(seed)), _hasScript(chance(2)) {
+SimulationWorld::SimulationWorld(std::uint64_t seed, Sizes sizes)
+    : _random(seed),
+      _scheduler(std::make_shared<SimulatedScheduler>(seed, SimulatedScheduler::DefaultStepLimit, anyStart())),
+      _hasScript(chance(2)),
+      _sizes(sizes) {
   auto& preferences = _world.preferences();
-  _round.maxGroupCount = 2 + below(4);
+  _round.hasPagesOfSeveralSizes = sizes == Sizes::several;
+  _round.maxGroupCount = sizes == Sizes::several ? 2 * AddressCount : 2 + below(4);
   preferences.setValue(PLGroupSizeKey, 1 + below(3), std::string(TapnoteDomain));
   preferences.setValue(PLMaxGroupCountKey, _round.maxGroupCount, std::string(TapnoteDomain));
   _world.pairedDevice().setCompletedInitialSync(true);
@@ -119,7 +123,15 @@ SimulationWorld::SimulationWorld(std::uint64_t seed)
   while (_members.size() < ProcessCount) _members.push_back(newMember());
 }
 
+// From thirty years before the usual time to a hundred after it.
+double SimulationWorld::anyStart() {
+  constexpr double Year = 365.25 * 86'400;
+  const double years = chance(2) ? 0 : static_cast<double>(below(131)) - 30;
+  return SimulatedScheduler::StartTime + years * Year;
+}
+
 std::unique_ptr<Member> SimulationWorld::newMember() {
+  if (_sizes == Sizes::several) _world.preferences().setValue(PLGroupSizeKey, 1 + below(4), std::string(TapnoteDomain));
   return std::make_unique<Member>(_world, _scheduler, ++_lastMember, [this] { interrupt(); });
 }
 
@@ -225,41 +237,34 @@ void SimulationWorld::replaceContact(const FriendName& address) {
   addContact(address, keepsName ? name : std::nullopt);
 }
 
-// --- Faults ---
-
-void SimulationWorld::disturb() {
-  using Untold = InMemoryPreferences::Untold;
-  using Fault = InMemoryBus::Fault;
-  InMemoryPreferences& preferences = _world.preferences();
-  InMemoryBus& bus = _world.bus();
-  const Untold fate = std::array{Untold::stored, Untold::delayed, Untold::lost}[below(3)];
-  switch (below(9)) {
-    case 0:
-      return preferences.failWrites(1 + below(4));
-    case 1:
-      _round.hasUntoldWrites = true;
-      return preferences.leaveUntold(fate, 1 + below(2));
-    case 2:
-      preferences.storeDelayedWrites();
-      return;
-    case 3:
-      return bus.disturb(std::array{Fault::lost, Fault::doubled, Fault::late}[below(3)], 1 + below(4));
-    case 4:
-      return bus.endDisturbance();
-    case 5:
-      return bus.breakConnection(anyMember().process());
-    case 6:
-      return bus.restoreConnection(anyMember().process());
-    case 7:
-      // Somebody may be killed in the middle of a write.
-      _round.hasUntoldWrites = true;
-      preferences.leaveUntold(fate, 1);
-      run(below(20));
-      return killSomeone();
-    default:
-      return killSomeone();
+// They are the same when they come back. Whoever got another contact meanwhile keeps that one.
+void SimulationWorld::loseContacts() {
+  for (auto contact = _contacts.begin(); contact != _contacts.end();) {
+    if (chance(2)) {
+      ++contact;
+      continue;
+    }
+    TestContact lost = *_world.addressBook().contact(contact->second);
+    lost.recordID = InvalidRecordID;
+    _lostContacts[contact->first] = std::move(lost);
+    _world.addressBook().remove(contact->second);
+    contact = _contacts.erase(contact);
   }
 }
+
+void SimulationWorld::bringContactsBack() {
+  for (const auto& [address, contact] : _lostContacts) {
+    if (!_contacts.contains(address)) _contacts[address] = _world.addressBook().add(contact);
+  }
+  _lostContacts.clear();
+}
+
+void SimulationWorld::setContactsReadable(bool areReadable) {
+  _areContactsReadable = areReadable;
+  _world.addressBook().setReadable(areReadable);
+}
+
+// --- Faults ---
 
 void SimulationWorld::killSomeone() {
   const auto member = _members.begin() + static_cast<std::ptrdiff_t>(below(_members.size()));
@@ -270,26 +275,28 @@ void SimulationWorld::killSomeone() {
   _members.push_back(newMember());
 }
 
-// A delivery that was lost leaves a process that nobody tells of anything with what it knew; the next post ends that.
-void SimulationWorld::calm() {
-  _isDisturbed = false;
-  _world.preferences().allowWrites();
-  _world.preferences().tellAgain();
-  rest();
-  _world.preferences().storeDelayedWrites();
-  _world.bus().endDisturbance();
-  for (const auto& member : _members) _world.bus().restoreConnection(member->process());
+// --- Rounds ---
+
+void SimulationWorld::editAsLaterVersion() {
+  const auto stored = _world.preferences().value(PLFriendListKey, TapnoteDomain);
+  if (!stored || !stored->array() || stored->array()->empty()) return;
+  Array list = *stored->array();
+  Value& slot = list[below(list.size())];
+  Dictionary form = *slot.dictionary();
+  if (form.empty()) return;
+  form.insert_or_assign(LaterKey, "later" + std::to_string(++_lastLater));
+  slot = form;
+  _world.preferences().setValue(PLFriendListKey, list, std::string(TapnoteDomain));
   _world.bus().post(PLFriendsChangedExternallyNotification);
   rest();
 }
-
-// --- Rounds ---
 
 void SimulationWorld::beginRound(bool isDisturbed) {
   _round.before = plainListOf(_members.front()->manager());
   _round.edits.clear();
   _round.hasTakenOneOfTwo = false;
   _round.hasUntoldWrites = false;
+  _round.wasStoreReplaced = false;
   _refused.clear();
   for (const auto& member : _members) member->takeDeduplications();
   _isDisturbed = isDisturbed;
@@ -301,8 +308,8 @@ void SimulationWorld::record(const Member& author, Edit edit) {
   _round.edits.push_back(std::move(edit));
 }
 
-void SimulationWorld::noteAdded(const FriendName& name) {
-  if (_changed.contains(name)) _round.relinked.insert(name);
+void SimulationWorld::noteAdded(const FriendName& name, bool isNamed) {
+  if (_changed.contains(name) || !isNamed) _round.relinked.insert(name);
 }
 
 void SimulationWorld::settle(Member& member) {
@@ -327,7 +334,7 @@ void SimulationWorld::acknowledge(Member& member) {
 }
 
 Round SimulationWorld::endRound() {
-  calm();
+  _isDisturbed = false;
   for (const auto& member : _members) {
     // It is false once if an addition found no room, and then true.
     settle(*member);

@@ -18,6 +18,7 @@
 #include "pellor/testing/LogCollector.h"
 #include "pellor/testing/SimulatedScheduler.h"
 #include "pellor/testing/SimulatedWorld.h"
+#include "pellor/testing/TestContact.h"
 #include "tests/pellor/simulation/Edits.h"
 
 namespace pellor {
@@ -59,7 +60,9 @@ class Member {
 
 class SimulationWorld {
  public:
-  explicit SimulationWorld(std::uint64_t seed);
+  enum class Sizes { one, several };
+  /// `several`: each process has pages of a size of its own.
+  explicit SimulationWorld(std::uint64_t seed, Sizes sizes = Sizes::one);
 
   std::uint64_t below(std::uint64_t limit) { return _random() % limit; }
   bool chance(std::uint64_t oneIn) { return below(oneIn) == 0; }
@@ -84,25 +87,37 @@ class SimulationWorld {
   /// New names, new records, none any more, other identifiers for all.
   void changeContacts();
 
+  /// Takes about half of the contacts away, until they are brought back.
+  void loseContacts();
+  void bringContactsBack();
+  bool areContactsReadable() const { return _areContactsReadable; }
+  void setContactsReadable(bool areReadable);
+
   // --- Faults ---
 
-  /// Lets one thing go wrong, or an earlier one come right: writes, deliveries, a connection, a whole process.
-  void disturb();
+  /// Ends a process on the spot, and starts another.
+  void killSomeone();
+  /// To be told before a write of which its process is not told what became of it.
+  void noteUntoldWrites() { _round.hasUntoldWrites = true; }
+  /// To be told when the store is replaced by its copy.
+  void noteReplacedStore() { _round.wasStoreReplaced = true; }
 
   // --- Rounds of edits ---
 
+  /// At rest: a later version of the library keeps something of a friend under a key of its own.
+  void editAsLaterVersion();
   /// Begins with what is there at rest. From then on everything may go wrong if `isDisturbed`.
   void beginRound(bool isDisturbed);
   /// Remembers an edit that was just made.
   void record(const Member& author, Edit edit);
   /// To be told of each friend who is added: one whose contact changed while some process may have looked it up counts
-  /// as relinked.
-  void noteAdded(const FriendName& name);
+  /// as relinked, and so does one without a name: a record will change all that tells who it is.
+  void noteAdded(const FriendName& name, bool isNamed);
   /// To be told when an edit took out one of a friend who was there twice.
   void noteOneOfTwoTaken() { _round.hasTakenOneOfTwo = true; }
   /// Waits for the process's writes: its edits are acknowledged if it says so. An addition may have found no room.
   void settle(Member& member);
-  /// Ends all faults, waits until everything is written and everybody has looked, and tells what happened.
+  /// In a world without faults: waits until everything is written and everybody has looked, and tells what happened.
   Round endRound();
   bool isDisturbed() const { return _isDisturbed; }
 
@@ -115,6 +130,7 @@ class SimulationWorld {
   static DestinationStatus statusOf(const std::string& destination);
 
  private:
+  double anyStart();
   std::unique_ptr<Member> newMember();
   void addContact(const FriendName& address, const std::optional<std::string>& name = std::nullopt);
   void replaceContact(const FriendName& address);
@@ -122,8 +138,6 @@ class SimulationWorld {
   std::vector<SimulatedIdentityService::AnswerPart> answer(const SimulatedIdentityService::Query& query);
   bool step();
   void interrupt();
-  void killSomeone();
-  void calm();
   void acknowledge(Member& member);
   void checkInvariants();
 
@@ -131,11 +145,15 @@ class SimulationWorld {
   std::shared_ptr<SimulatedScheduler> _scheduler;
   SimulatedWorld _world;
   std::map<FriendName, std::string> _contacts;
+  std::map<FriendName, TestContact> _lostContacts;
+  bool _areContactsReadable = true;
   std::set<FriendName> _changed;  // whose contacts did, at some time
   std::uint64_t _lastContact = 0;
   std::uint64_t _lastMember = 0;
   std::vector<std::unique_ptr<Member>> _members;
   const bool _hasScript;
+  const Sizes _sizes;
+  std::uint64_t _lastLater = 0;
   bool _isDisturbed = false;
   Round _round;
   std::set<std::size_t> _refused;  // additions of which one or more found no room
