@@ -117,4 +117,11 @@ report 'Files of the library are opened, made and replaced by pellor/linux/files
     grep -vE '^pellor/linux/(files/|contacts/(ContactImport|internal/(ContactFolder|FavoritesFile))\.cpp)|"/(proc|etc)/' ||
     true)"
 
+# The checks that docs/invariants.md names are there.
+report 'Named in docs/invariants.md, and nowhere else' "$(
+  sed -n 's/^| [0-9]* |.*| \(.*\) |$/\1/p' docs/invariants.md | grep -o '`[A-Za-z.]*`' | tr -d '`' | sort -u |
+    while read -r name; do
+      grep -rqw -- "$name" pellor tests fuzz search || [[ -e search/$name ]] || echo "$name"
+    done)"
+
 exit $failures
