@@ -525,10 +525,10 @@ std::optional<PLMergeResult> PLFriendsManager::_mergeOwnEdits(const PLStoredList
   _writer->acceptIfWritten(stored);
   std::shared_ptr<const PLBaseline> base = _writer->base();
   _parts->titles.noteStored(*base);
-  const bool isOtherStore = base->listVersion.store != stored.listVersion.store;
-  // A list of another store does not come from the baseline: nobody counts as removed there.
-  if (isOtherStore) base = std::make_shared<const PLBaseline>();
-  if (!isOtherStore && !_writer->isMarked() && _parts->titles.edits().empty()) return std::nullopt;
+  const bool isOtherList = !comesFrom(*base, stored);
+  // Nobody counts as removed there.
+  if (isOtherList) base = std::make_shared<const PLBaseline>();
+  if (!isOtherList && !_writer->isMarked() && _parts->titles.edits().empty()) return std::nullopt;
   PLMergeResult merged = _parts->takeover.merge(*base, stored, _parts->ownPages(*base), _writer->dirtyChunks());
   _additionWasRefused = _additionWasRefused || !merged.leftOut.empty();
   _needsAddressBookRefresh = _needsAddressBookRefresh || merged.needsRefresh;

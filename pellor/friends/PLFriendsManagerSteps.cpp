@@ -112,7 +112,7 @@ void PLFriendsManager::_judgeSteps(const PLStoredList& stored) {
   auto base = _writer->base();
   if (!_parts->steps.areToBeJudged(*base, stored)) return;
   _publishList();
-  if (base->listVersion.store != stored.listVersion.store) base = std::make_shared<const PLBaseline>();
+  if (!comesFrom(*base, stored)) base = std::make_shared<const PLBaseline>();
   PLStoredPages theirs = _parts->takeover.pagesOf(*base, stored, _parts->ownPages(*base), _writer->dirtyChunks());
   theirs.storedStep = _writer->storedStep();
   for (const auto& [key, array] : stored.attached) theirs.attached.emplace(key, array.elements);

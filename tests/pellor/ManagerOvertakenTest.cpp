@@ -185,6 +185,22 @@ TEST_F(ManagerOvertakenTest, AListOfAnotherStoreRemovesNobody) {
   for (const char* name : {"Ann", "Bob", "Cy"}) EXPECT_NE(list.find(name), std::string::npos) << list;
 }
 
+// As where a store's file was damaged, and a process has put what it knew of it into another one.
+TEST_F(ManagerOvertakenTest, EditsAreMadeOnTheVeryListThatAnotherStoreBeganWith) {
+  launchBoth("Ann,Bob,Cy|Dan,-,-", {"Family", "Work"});
+  b->kill();
+  world.preferences().renew(InMemoryPreferences::Renewal::fromCopy);
+  a->remove(0, 1);
+  const auto cy = a->friendAt(0, 2);
+  a->set(a->friendAt(0, 0), 0, 2);
+  a->set(cy, 0, 0);
+  a->setTitle(1, "Club");
+  EXPECT_TRUE(settle(*a));
+  EXPECT_EQ(storedTitles(), "Family|Club|-");
+  EXPECT_EQ(stored(3), "Cy,-,Ann|Dan,-,-|-,-,-");
+  EXPECT_EQ(a->list(), stored(3));
+}
+
 TEST_F(ManagerOvertakenTest, ALookedUpPersonThatBecomesAFriendTakesWhatIsStored) {
   launchBoth("Ann,-,-");
   const auto looked = a->run([&] { return a->manager().personWithDestinations({mailOf("Bob")}); });

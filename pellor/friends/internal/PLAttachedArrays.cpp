@@ -119,7 +119,8 @@ bool PLAttachedArrays::areKnown(const PLAttachedVersions& stored) const {
   });
 }
 
-// An array of another store does not come from the one that is known: nothing counts as taken out there.
+// An array of another store does not come from the one that is known, unless it is that very array: nothing counts as
+// taken out there.
 void PLAttachedArrays::takeOver(const PLAttachedVersions& stored) {
   for (auto& [key, live] : _live) {
     const auto theirs = stored.find(key);
@@ -129,7 +130,8 @@ void PLAttachedArrays::takeOver(const PLAttachedVersions& stored) {
     const auto own = _marked.find(key);
     if (theirs->second.version != before.version) {
       const bool isOtherStore = theirs->second.version.store != before.version.store;
-      const LongArray base = isOtherStore ? LongArray() : before.elements;
+      const bool isOther = isOtherStore && before.elements != theirs->second.elements;
+      const LongArray base = isOther ? LongArray() : before.elements;
       _known[key] = theirs->second;
       live.elements = own == _marked.end() ? theirs->second.elements
                                            : mergedArrays(base, theirs->second.elements, own->second, live.limits);

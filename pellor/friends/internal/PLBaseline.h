@@ -48,4 +48,10 @@ struct PLBaseline {
   std::uint64_t elsewhere = 0;  ///< touches of persons (PLTouches::countElsewhere), counted before the list's changes
 };
 
+/// Whether what is stored comes from the baseline: it is of its store, or of one that began with that very list.
+inline bool comesFrom(const PLBaseline& base, const PLStoredList& stored) {
+  return base.listVersion.store == stored.listVersion.store ||
+         (base.list->array() == stored.list && base.titles == stored.titles);
+}
+
 }  // namespace pellor
