@@ -16,6 +16,7 @@ class FaultyDisk {
     none,
     full,     ///< writes fail for want of room
     unsure,   ///< what was written cannot be forced to the disk
+    bad,      ///< pages of a database cannot be read
     indexes,  ///< there is no room for the index of a log that is not there yet, but in memory
   };
 
@@ -33,7 +34,8 @@ class FaultyDisk {
   FaultyDisk(const FaultyDisk&) = delete;
   FaultyDisk& operator=(const FaultyDisk&) = delete;
 
-  /// Happens to `times` writes to logs, or attempts to force them to the disk, after `passed` of them.
+  /// Happens to `times` writes to logs, attempts to force them to the disk, or reads of databases, after `passed` of
+  /// them.
   void fail(Fault fault, int times, int passed = 0) {
     _passed = passed;
     _times = times;
@@ -48,6 +50,7 @@ class FaultyDisk {
       _databases = file->pMethods;
       _faultyDatabases = *_databases;
       _faultyDatabases.xShmMap = mapIndex;
+      _faultyDatabases.xRead = read;
       file->pMethods = &_faultyDatabases;
     }
     if (code != SQLITE_OK || (flags & SQLITE_OPEN_WAL) == 0) return code;
@@ -64,6 +67,9 @@ class FaultyDisk {
   }
   static int sync(sqlite3_file* file, int flags) {
     return happens(Fault::unsure) ? SQLITE_IOERR_FSYNC : _files->xSync(file, flags);
+  }
+  static int read(sqlite3_file* file, void* bytes, int count, sqlite3_int64 offset) {
+    return happens(Fault::bad) ? SQLITE_IOERR_CORRUPTFS : _databases->xRead(file, bytes, count, offset);
   }
   static int mapIndex(sqlite3_file* file, int page, int size, int extend, void volatile** place) {
     return _fault == Fault::indexes ? SQLITE_IOERR_SHMSIZE : _databases->xShmMap(file, page, size, extend, place);

@@ -125,6 +125,24 @@ TEST_F(SQLiteFaultsTest, AnUnsureCommitMayBeStoredAndIsKnownByItsName) {
   EXPECT_EQ(writer.write({{"list", setTo(persons(72), list.version)}}).outcome, Outcome::overtaken);
 }
 
+// Where it were, the store would be put aside for it.
+TEST_F(SQLiteFaultsTest, APageThatCannotBeReadIsNoDamage) {
+  const TemporaryFolder folder;
+  VersionedWriter(openIn(folder.path()), 1).store("title", setTo("old"));
+  const SQLiteDatabase database(folder / SQLiteStoreFile, SQLiteDatabase::Access::readWrite, 1);
+  SQLiteStatement query = database.prepare("SELECT name FROM sqlite_schema");
+  database.releaseMemory();
+  _stores.disk.fail(FaultyDisk::Fault::bad, 1);
+  try {
+    query.run();
+    ADD_FAILURE() << "nothing was read";
+  } catch (const SQLiteError& error) {
+    EXPECT_EQ(error.code(), SQLITE_IOERR) << error.what();
+  }
+  query.reset();
+  EXPECT_TRUE(query.step());
+}
+
 TEST_F(SQLiteFaultsTest, ACopyIsAnotherStore) {
   const TemporaryFolder folder, elsewhere;
   VersionedWriter writer(openIn(folder.path()), 1);

@@ -65,6 +65,8 @@ int closeFile(sqlite3_file* file) {
 
 int readFile(sqlite3_file* file, void* into, int size, sqlite3_int64 offset) {
   const int code = methodsOf(file).xRead(systemOf(file), into, size, offset);
+  // SQLite takes what a disk cannot read for damage, also where the disk can a moment later.
+  if (code == SQLITE_IOERR_CORRUPTFS) return SQLITE_IOERR_READ;
   if (code != SQLITE_OK) return code;
   const auto* bytes = static_cast<const std::uint8_t*>(into);
   noticeHeader(fileOf(file), bytes, size, offset);
@@ -143,8 +145,9 @@ const sqlite3_io_methods& methods() {
 
 int openFile(sqlite3_vfs*, const char* name, sqlite3_file* file, int flags, int* given) {
   sqlite3_vfs* const system = sqlite3_vfs_find(nullptr);
-  // All other files are the system's own.
-  if ((flags & SQLITE_OPEN_MAIN_DB) == 0) return system->xOpen(system, name, file, flags, given);
+  // All other files, which nobody keeps, are the system's own.
+  constexpr int kept = SQLITE_OPEN_MAIN_DB | SQLITE_OPEN_WAL | SQLITE_OPEN_MAIN_JOURNAL;
+  if ((flags & kept) == 0) return system->xOpen(system, name, file, flags, given);
   CheckedFile& checked = fileOf(file);
   checked.isChecked = false;
   checked.system()->pMethods = nullptr;
