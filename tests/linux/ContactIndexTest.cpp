@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "pellor/testing/contract/ChildProcess.h"
@@ -99,6 +100,23 @@ TEST_F(ContactIndexTest, NoticesAChangeThatLeavesSizeAndTimeAlone) {
   std::filesystem::last_write_time(contacts / "a.vcf", time);
   index->update(FolderChange::all());
   EXPECT_EQ(nameOf(*index, "anna"), "Aana");
+}
+
+// A first list that is made without them would never have their favorites.
+TEST_F(ContactIndexTest, CardsThatTheSystemCannotOpenAtTheMomentAreNotLeftOut) {
+  put("a.vcf", card("anna", "Anna"));
+  const auto index = openIndex();
+  put("b.vcf", card("boris", "Boris"));
+  rlimit usual{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &usual), 0);
+  const rlimit none{3, usual.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  const bool isDone = index->update({false, {"b.vcf"}});
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &usual), 0);
+  EXPECT_FALSE(isDone) << "has to be tried again";
+  EXPECT_THAT(log->takeMessages(), ElementsAre(HasSubstr("cannot be read")));
+  EXPECT_TRUE(index->update({false, {"b.vcf"}}));
+  EXPECT_THAT(identitiesIn(*index), ElementsAre("anna=1", "boris=2"));
 }
 
 TEST_F(ContactIndexTest, ABrokenFileCostsOnlyItselfAndIsNamedOnce) {

@@ -30,6 +30,7 @@ struct CardContent {
   std::optional<std::string> text;  ///< the vCard, or several; absent when it cannot be read
   std::string problem;              ///< why it cannot
   bool isMissing = false;           ///< whether there is no such card any more
+  bool isForNow = false;            ///< whether the system lacks what it takes to read any card, not this one alone
 };
 
 /// Why the source gives no cards.

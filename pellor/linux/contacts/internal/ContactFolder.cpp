@@ -71,6 +71,7 @@ CardContent unreadable(int error) {
   CardContent content;
   content.problem = "it cannot be read: " + errorText(error);
   content.isMissing = error == ENOENT;
+  content.isForNow = error == EMFILE || error == ENFILE || error == ENOMEM;
   return content;
 }
 

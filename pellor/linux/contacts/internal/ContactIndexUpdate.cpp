@@ -127,6 +127,8 @@ void ContactIndexUpdate::removeCard(const StoredCard& card) {
 void ContactIndexUpdate::readFile(const std::string& file) {
   const CardContent content = _source.read(file);
   ++_cardsRead;
+  if (content.isForNow)
+    throw CardSourceError(_source.title() + ": " + content.problem, CardSourceError::Remedy::tryAgain);
   if (content.isMissing) return removeFile(file);
   if (!content.text) {
     storeFile(file, content.signature, std::nullopt);
