@@ -18,8 +18,12 @@ constexpr mode_t OwnerOnlyFolder = 0700, OwnerOnlyFile = 0600;
 
 // The name of a new file is safe only once its folder is.
 bool syncFolder(const std::filesystem::path& folder) {
-  const FileDescriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return descriptor && ::fsync(descriptor.get()) == 0;
+  const FileDescriptor descriptor(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  return descriptor && syncNames(descriptor.get());
+}
+
+std::filesystem::path folderOf(const std::filesystem::path& file) {
+  return file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
 }
 
 bool isAsciiLetterOrDigit(char character) {
@@ -44,6 +48,11 @@ bool writeAll(int descriptor, const void* bytes, std::size_t length) {
     length -= static_cast<std::size_t>(written);
   }
   return true;
+}
+
+bool syncNames(int folder) {
+  const FileDescriptor opened(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return opened && ::fsync(opened.get()) == 0;
 }
 
 void reserveBlocks(int descriptor, std::size_t length) {
@@ -87,11 +96,12 @@ std::optional<std::string> replacePrivateFile(const std::filesystem::path& file,
   if (!descriptor) return systemError("cannot write", file);
   static_cast<void>(::fchmod(descriptor.get(), OwnerOnlyFile));
   reserveBlocks(descriptor.get(), content.size());
-  const bool isWritten = writeAll(descriptor.get(), content.data(), content.size());
+  const bool isWritten = writeAll(descriptor.get(), content.data(), content.size()) && ::fsync(descriptor.get()) == 0;
   descriptor.close();
-  if (isWritten && ::rename(draft.c_str(), file.c_str()) == 0) return std::nullopt;
+  const bool isReplaced = isWritten && ::rename(draft.c_str(), file.c_str()) == 0;
+  if (isReplaced && syncFolder(folderOf(file))) return std::nullopt;
   std::string error = systemError("cannot write", file);
-  ::unlink(draft.c_str());
+  if (!isReplaced) ::unlink(draft.c_str());
   return error;
 }
 

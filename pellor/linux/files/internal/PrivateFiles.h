@@ -40,6 +40,10 @@ FileCreation createPrivateFile(const std::filesystem::path& file, std::span<cons
 /// Writes all bytes to an open file. False, with errno set, when that failed.
 bool writeAll(int descriptor, const void* bytes, std::size_t length);
 
+/// Makes the names in an open folder safe from a loss of power; what is open may be there for the names alone (O_PATH).
+/// False, with errno set, when that failed.
+bool syncNames(int folder);
+
 /// Gives an open file its blocks before it is written: a rename then need not wait until the content has found some,
 /// which takes a disk write. A file system that cannot do that loses the time alone.
 void reserveBlocks(int descriptor, std::size_t length);

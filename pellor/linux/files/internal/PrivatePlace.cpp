@@ -87,6 +87,8 @@ FileDescriptor entered(int folder, const char* name, Missing missing) {
   if (!isMade && errno != EEXIST) return next;
   next = FileDescriptor(::openat(folder, name, ToEnter));
   if (isMade && next) static_cast<void>(::chmod(("/proc/self/fd/" + std::to_string(next.get())).c_str(), S_IRWXU));
+  // What is stored in it is safe only once its name is. A folder that may not be read cannot be waited for.
+  if (isMade && next) static_cast<void>(syncNames(folder));
   return next;
 }
 

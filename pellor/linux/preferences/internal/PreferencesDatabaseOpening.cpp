@@ -184,7 +184,10 @@ void PreferencesDatabase::makeStore(const fs::path& file, const StoreCopy* conte
   _statements.reset();
   // The log of a file that is gone belongs to that file.
   for (const char* suffix : {"-wal", "-shm"}) removeFile(besideFile(file, suffix));
-  if (::rename(made.c_str(), file.c_str()) != 0) throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot make", file));
+  const PrivateFolder::Opened folder = PrivateFolder(file.parent_path()).enter();
+  if (!folder.descriptor) throw SQLiteError(SQLITE_CANTOPEN, folder.problem);
+  if (::rename(made.c_str(), file.c_str()) != 0 || !syncNames(folder.descriptor.get()))
+    throw SQLiteError(SQLITE_CANTOPEN, systemError("cannot make", file));
 }
 
 void PreferencesDatabase::fill(const StoreCopy& content) const {
