@@ -5,11 +5,11 @@ PREFIX ?= /usr/local
 SETUP ?= cmake/setup.sh
 # Each step of the compiler is news on a terminal, and noise in a log.
 NINJA_FLAGS = $(if $(MAKE_TERMOUT),,--quiet)
-SOURCE_FOLDERS = pellor cli tests examples fuzz bench
+SOURCE_FOLDERS = pellor cli tests examples fuzz search bench
 SOURCES = $(shell find $(wildcard $(SOURCE_FOLDERS)) -name '*.h' -o -name '*.cpp')
 
 .DEFAULT_GOAL := help
-.PHONY: help setup run test asan tsan thread-safety coverage core bench bench-table races fuzz nightly format check-format check-sources tidy install clean
+.PHONY: help setup run test asan tsan thread-safety coverage core bench bench-table races fuzz search nightly format check-format check-sources tidy install clean
 
 help:
 	@echo 'make run            the program at work on the sample contacts (release build)'
@@ -22,7 +22,8 @@ help:
 	@echo 'make bench-table    the same, all of it, into docs/performance.md'
 	@echo 'make races          let programs edit one list at the same moment; tells what was lost (RACES=200, RACE_OPTIONS=--help)'
 	@echo 'make fuzz           search by bytes, each target for a while (FUZZ_SECONDS=60, FUZZ_TARGETS=names: only these)'
-	@echo 'make nightly        what takes too long for each change: the races, new worlds, a million merges (TRIPLES=1000000)'
+	@echo 'make search         search by bytes, by failing file calls and by losses of power, for SEARCH_MINUTES=60'
+	@echo 'make nightly        what takes too long for each change: the races, the search, new worlds, a million merges (TRIPLES=1000000)'
 	@echo 'make core           build the library alone, without the Linux platform'
 	@echo 'make format         format all sources;  make check-format  only tell which are not'
 	@echo 'make check-sources  check the directions of includes'
@@ -113,9 +114,18 @@ fuzz:
 	$(call build,fuzz,,pellor_fuzz)
 	@fuzz/run.sh $(FUZZ_SECONDS) $(FUZZ_TARGETS)
 
+SEARCH_MINUTES ?= 60
+SEARCH_PARTS ?=
+
+search:
+	@$(SETUP) build libraries services tests servers sanitizers
+	$(call build,fuzz,,pellor_fuzz)
+	$(call build,dev,,pellor_cli pellor_file_calls)
+	@search/run.sh $(SEARCH_MINUTES) $(SEARCH_PARTS)
+
 TRIPLES ?= 1000000
 
-nightly: races fuzz
+nightly: races search
 	$(call build,dev)
 	@echo '== simulated worlds that never ran before'
 	@PELLOR_SEED_MINUTES=5 PELLOR_FIRST_SEED=$$(date +%s)00000000 build/dev/tests/pellor/pellor_tests --gtest_brief=1 \
