@@ -22,8 +22,8 @@ help:
 	@echo 'make bench-table    the same, all of it, into docs/performance.md'
 	@echo 'make races          let programs edit one list at the same moment; tells what was lost (RACES=200, RACE_OPTIONS=--help)'
 	@echo 'make fuzz           search by bytes, each target for a while (FUZZ_SECONDS=60, FUZZ_TARGETS=names: only these)'
-	@echo 'make search         search by bytes, by failing file calls and by losses of power, for SEARCH_MINUTES=60'
-	@echo 'make nightly        what takes too long for each change: the races, the search, new worlds, a million merges (TRIPLES=1000000)'
+	@echo 'make search         search by worlds, file calls, losses of power, allocations and bytes, for SEARCH_MINUTES=60'
+	@echo 'make nightly        what takes too long for each change: the races, the search, a million merges (TRIPLES=1000000)'
 	@echo 'make core           build the library alone, without the Linux platform'
 	@echo 'make format         format all sources;  make check-format  only tell which are not'
 	@echo 'make check-sources  check the directions of includes'
@@ -119,17 +119,16 @@ SEARCH_PARTS ?=
 
 search:
 	@$(SETUP) build libraries services tests servers sanitizers
-	$(call build,fuzz,,pellor_fuzz)
-	$(call build,dev,,pellor_cli pellor_file_calls)
+	$(if $(filter-out worlds calls loss memory,$(or $(SEARCH_PARTS),bytes)),$(call build,fuzz,,pellor_fuzz))
+	$(call build,dev,,pellor_cli pellor_file_calls pellor_tests failed_allocations)
 	@search/run.sh $(SEARCH_MINUTES) $(SEARCH_PARTS)
 
 TRIPLES ?= 1000000
 
+# The worlds of a night never ran before.
+nightly: export PELLOR_FIRST_SEED := $(shell date +%s)00000000
 nightly: races search
 	$(call build,dev)
-	@echo '== simulated worlds that never ran before'
-	@PELLOR_SEED_MINUTES=5 PELLOR_FIRST_SEED=$$(date +%s)00000000 build/dev/tests/pellor/pellor_tests --gtest_brief=1 \
-	  --gtest_filter='Seeds/ManagerSimulationTest.*/0'
 	@echo '== $(TRIPLES) merged triples'
 	@PELLOR_TRIPLES=$(TRIPLES) build/dev/tests/pellor/pellor_tests --gtest_brief=1 --gtest_filter='Seeds/TripleTest.*'
 	@echo '== a million edits, and a copy that follows them'
