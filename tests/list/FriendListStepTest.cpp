@@ -391,6 +391,22 @@ TEST_F(FriendListStepTest, TheNewestHundredStepsOfAllProgramsStay) {
   EXPECT_EQ(b->process().titles(), "111|-");
 }
 
+TEST_F(FriendListStepTest, AListThatLostItsOnlyPageByACleanUpGetsOneByAStep) {
+  setSetting(PLEmptyTrailingGroupEnabledKey, false);
+  setSetting(PLRemoveDestinationlessFriendsEnabledKey, true);
+  contacts({"Ann"});
+  auto a = open("Ann#,-");
+  a->apply([](const Snapshot& list) { return Edits{RenamePage{list.page(0).id, "Club"}}; });
+  world.addressBook().put({.guid = guidOf("Ann"), .first = "Ann"});
+  rest();
+  ASSERT_EQ(a->snapshot().pageCount(), 0U);
+  const auto steps = a->process().run([&] { return a->list().history(); });
+  EXPECT_TRUE(a->process().run([&] { return a->list().undo(steps[0].id); })) << "there is no such page";
+  EXPECT_TRUE(a->apply([](const Snapshot&) { return Edits{InsertPage{0, "New"}}; }));
+  rest();
+  EXPECT_EQ(a->snapshot().page(0).title, "New");
+}
+
 TEST_F(FriendListStepTest, AStepThatIsRefusedAfterAMergeIsInNoHistory) {
   auto a = open("Ann,Bob|Cy,-|-,-");
   store("Ann,Bob|-,-");

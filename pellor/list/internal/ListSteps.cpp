@@ -199,7 +199,8 @@ StepAnswer ListSteps::apply(std::span<const Edit> edits, StoredHandler stored) {
 
 void ListSteps::perform(const ListStep& step) {
   StepPerformer(*_manager, _mirror.ids(), step).perform();
-  const bool keepsFirstPage = step.draft.indexOf(step.draft.before().page(0).id).has_value();
+  const Snapshot& before = step.draft.before();
+  const bool keepsFirstPage = before.pageCount() == 0 || step.draft.indexOf(before.page(0).id).has_value();
   if (!step.draft.renamedPages().empty() || !keepsFirstPage) _mirror.noteChangeOfTitles();
   for (const FieldEdit& field : step.fields) _mirror.noteChange(_mirror.ids().personWith(field.id));
 }

@@ -107,8 +107,9 @@ void StepPerformer::removePages() {
     }
   }
   std::ranges::reverse(_pages);
-  // The manager keeps its only group, which becomes the first page that comes.
-  if (!_pages.empty()) return;
+  // The manager keeps its only group, which becomes the first page that comes. Where a clean-up took that there is
+  // none.
+  if (!_pages.empty() || _manager.friendGroups().empty()) return;
   _pages.push_back(_step.draft.pageId(0));
   _manager.friendGroups().front()->setTitle(std::nullopt);
 }

@@ -112,7 +112,8 @@ class TakingBack {
   }
 
   void removeUnusedEnd() {
-    for (std::size_t last = _now.pageCount() - 1; last > 0; --last) {
+    while (_now.pageCount() > 1) {
+      const std::size_t last = _now.pageCount() - 1;
       const bool isUnused = _now.isEmpty(last) && _now.title(last).empty();
       if (!isUnused || std::ranges::find(_laidOut, _now.pageId(last)) == _laidOut.end()) return;
       _now.removePage(last);
