@@ -464,7 +464,7 @@ void PLFriendsManager::_loadGroupTitles() {
   if (!base || found == PLListReader::Answer::unreadable) return;
   if (stored.listVersion != base->listVersion || _parts->steps.areToBeJudged(*base, stored)) return _loadFriendList();
   if (_writer->beginLoad(stored.listVersion, stored.titlesVersion, stored.attached) != PLListWriter::Turn::now) return;
-  _writer->acceptIfWritten(stored);
+  _judgeSteps(stored);
   _writer->attachedArrays().takeOver(stored.attached);
   const auto origin = _originOf(stored);
   _parts->titles.noteStored(*_writer->base());

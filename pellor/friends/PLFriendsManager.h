@@ -319,8 +319,8 @@ class PLFriendsManager : public Object,
 
   /// Reads and writes the array under this key of the domain from now on, of which the newest `mostElements` stay: the
   /// last, or those with the highest integer under `order`, for which elements that were added beside others' are
-  /// numbered anew above these. A stored value that is no array counts as empty, and is replaced. Before the store has
-  /// answered all are empty.
+  /// numbered anew above these. With `order` it is a history, and in each write of list or titles. A stored value that
+  /// is no array counts as empty, and is replaced. Before the store has answered all are empty.
   void attach(const std::string& key, std::size_t mostElements, const std::string& order = {});
   const LongArray& attached(const std::string& key) const;
   /// Goes out with the step that is being made, else with a save, for which it asks. Ignored for a key not attached.

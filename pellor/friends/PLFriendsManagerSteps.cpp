@@ -110,13 +110,23 @@ void PLFriendsManager::_judgeSteps(const PLStoredList& stored) {
   if (!_writer->base()) return;
   _writer->acceptIfWritten(stored);
   auto base = _writer->base();
-  if (!_parts->steps.areToBeJudged(*base, stored)) return;
+  const bool isForeign = _parts->steps.isForeign(*base, stored);
+  const bool areToBeJudged = _parts->steps.areToBeJudged(*base, stored);
+  if (!isForeign && !areToBeJudged) return;
   _publishList();
   if (!comesFrom(*base, stored)) base = std::make_shared<const PLBaseline>();
-  PLStoredPages theirs = _parts->takeover.pagesOf(*base, stored, _parts->ownPages(*base), _writer->dirtyChunks());
-  theirs.storedStep = _writer->storedStep();
-  for (const auto& [key, array] : stored.attached) theirs.attached.emplace(key, array.elements);
-  _parts->steps.judge(theirs);
+  const PLOwnPages pages = _parts->ownPages(*base);
+  if (areToBeJudged) {
+    PLStoredPages theirs = _parts->takeover.pagesOf(*base, stored, pages, _writer->dirtyChunks());
+    theirs.storedStep = _writer->storedStep();
+    theirs.hasNewHistory = !_writer->attachedArrays().areHistoriesUntouched(stored.attached);
+    for (const auto& [key, array] : stored.attached) theirs.attached.emplace(key, array.elements);
+    for (const auto& [key, array] : _writer->attachedArrays().known())
+      theirs.attachedBefore.emplace(key, array.elements);
+    _parts->steps.judge(theirs);
+  }
+  if (isForeign)
+    _parts->steps.tellForeignEdit(_parts->takeover.foreignEdit(*base, stored, pages, _writer->dirtyChunks()));
 }
 
 // Who wrote what is about to be taken over; absent when it is what is known already.
@@ -179,7 +189,11 @@ void PLFriendsManager::attach(const std::string& key, std::size_t mostElements, 
   if (!_didCompleteInitialLoading) return;
   PLStoredList stored;
   const bool isReadable = _parts->listReader.read(stored) != PLListReader::Answer::unreadable;
-  isReadable ? arrays.takeOver({{key, stored.attached.at(key)}}) : _retryLoadLater();
+  if (!isReadable) return _retryLoadLater();
+  const auto base = _writer->base();
+  const bool isBaseline =
+      base && base->listVersion == stored.listVersion && base->titlesVersion == stored.titlesVersion;
+  arrays.takeOver({{key, stored.attached.at(key)}}, isBaseline);
 }
 
 const LongArray& PLFriendsManager::attached(const std::string& key) const {

@@ -5,9 +5,11 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "pellor/platform/PreferencesStore.h"
 #include "pellor/runtime/LongArray.h"
 #include "pellor/runtime/Value.h"
 
@@ -26,8 +28,24 @@ struct PLStoredPages {
   std::vector<PLStoredSlot> contents;  ///< by slot, of all pages; the last page may lack some at its end
   std::vector<std::string> titles;     ///< by page; empty without one, and absent for the last pages without
   std::uint64_t groupSize = 1;         ///< slots of a page
-  std::map<std::string, LongArray, std::less<>> attached;  ///< the attached arrays that are stored with it
+  std::map<std::string, LongArray, std::less<>> attached;        ///< the attached arrays that are stored with it
+  std::map<std::string, LongArray, std::less<>> attachedBefore;  ///< the same as this process knew them
+  /// Whether a program that keeps a history may have written it since this process knew the list: else there is nothing
+  /// new in the history.
+  bool hasNewHistory = true;
   std::uint64_t storedStep = 0;  ///< steps up to this number are stored, though it may not have been told yet
+};
+
+/// What programs that keep no history made of a list.
+struct PLForeignEdit {
+  struct Version {
+    std::vector<Dictionary> forms;    ///< by slot, as a friend of that form is written; empty for an empty slot
+    std::vector<std::string> titles;  ///< by page; empty without one, and absent for the last pages without
+    PreferenceVersion listVersion, titlesVersion;
+  };
+  Version before, after;
+  std::vector<std::optional<std::uint64_t>> origins;  ///< by slot of `after`, where its friend was; absent: nowhere
+  std::uint64_t groupSize = 1;                        ///< slots of a page
 };
 
 /// Why a list became another one.
@@ -70,11 +88,17 @@ class PLStepClient {
   /// Called once for a number, ascending, in a task of its own: never inside a call of the manager. May edit.
   virtual void stepsWereStored(std::uint64_t last) = 0;
 
-  /// Steps are not stored, and are about to be merged with what other processes stored. The client takes back, by the
+  /// Steps are not stored, or what is attached waits for a write, and is about to be merged with what other processes
+  /// stored. The client takes back, by the
   /// operations of the manager, its groups and its persons, those of them that no longer hold there; what is left is
   /// merged. A group that loses its last friend here stays. The call is made inside a load: it must not begin a step,
   /// load, or run the main queue.
   virtual void judgeSteps(const PLStoredPages& theirs) = 0;
+
+  /// Somebody who keeps no history has changed the stored list, which is taken over next. Arrays that are attached to
+  /// the list may be set: they go out with the next write that there is another reason for. Called inside a load: else
+  /// it must not edit, load, or run the main queue.
+  virtual void foreignEditWasFound(const PLForeignEdit& /*edit*/) {}
 
   /// A decision was made about a friend of the list; `listChangedBy` of the contacts follows once all are made that
   /// come of one change of theirs. Arrays that are attached to the list may be set from here to the end of that call:

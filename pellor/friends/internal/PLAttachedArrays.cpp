@@ -85,7 +85,10 @@ LongArray mergedArrays(const LongArray& base, const LongArray& theirs, const Lon
 }
 
 void PLAttachedArrays::attach(const std::string& key, PLAttachedLimits limits) {
+  const bool isHistory = limits.isHistory();
   _live[key].limits = std::move(limits);
+  const MutexLock lock(_mutex);
+  if (isHistory) _histories.try_emplace(key, false);
 }
 
 const LongArray& PLAttachedArrays::at(const std::string& key) const {
@@ -103,8 +106,30 @@ void PLAttachedArrays::set(const std::string& key, LongArray elements) {
 
 void PLAttachedArrays::mark(const std::string& key, const LongArray& elements) {
   const MutexLock lock(_mutex);
-  _marked[key] = elements;
-  _isMarked = true;
+  const auto before = _marked.find(key);
+  const bool wasMarked = before != _marked.end() && !before->second.waits;
+  _marked[key] = {elements, _isSetQuietly && !wasMarked};
+  noteMarks();
+}
+
+void PLAttachedArrays::noteMarks() {
+  _isMarked = std::ranges::any_of(_marked, [](const auto& mark) { return !mark.second.waits; });
+}
+
+void PLAttachedArrays::setQuietlyDuring(const std::function<void()>& edits) {
+  _isSetQuietly = true;
+  edits();
+  _isSetQuietly = false;
+}
+
+bool PLAttachedArrays::isWaiting() const {
+  const MutexLock lock(_mutex);
+  return std::ranges::any_of(_marked, [](const auto& mark) { return mark.second.waits; });
+}
+
+PLAttachedVersions PLAttachedArrays::known() const {
+  const MutexLock lock(_mutex);
+  return _known;
 }
 
 PLAttachedArray PLAttachedArrays::known(const std::string& key) const {
@@ -119,27 +144,37 @@ bool PLAttachedArrays::areKnown(const PLAttachedVersions& stored) const {
   });
 }
 
+bool PLAttachedArrays::areHistoriesUntouched(const PLAttachedVersions& stored) const {
+  const MutexLock lock(_mutex);
+  const auto isUntouched = [&](const auto& history) {
+    return history.second && stored.at(history.first).version == _known.at(history.first).version;
+  };
+  return !_histories.empty() && std::ranges::all_of(_histories, isUntouched);
+}
+
 // An array of another store does not come from the one that is known, unless it is that very array: nothing counts as
 // taken out there.
-void PLAttachedArrays::takeOver(const PLAttachedVersions& stored) {
+void PLAttachedArrays::takeOver(const PLAttachedVersions& stored, bool isOfBaseline) {
   for (auto& [key, live] : _live) {
     const auto theirs = stored.find(key);
     const PLAttachedArray before = known(key);
     if (theirs == stored.end()) continue;
     const MutexLock lock(_mutex);
+    if (const auto history = _histories.find(key); history != _histories.end()) history->second = isOfBaseline;
     const auto own = _marked.find(key);
     if (theirs->second.version != before.version) {
       const bool isOtherStore = theirs->second.version.store != before.version.store;
       const bool isOther = isOtherStore && before.elements != theirs->second.elements;
       const LongArray base = isOther ? LongArray() : before.elements;
       _known[key] = theirs->second;
-      live.elements = own == _marked.end() ? theirs->second.elements
-                                           : mergedArrays(base, theirs->second.elements, own->second, live.limits);
+      live.elements = own == _marked.end()
+                          ? theirs->second.elements
+                          : mergedArrays(base, theirs->second.elements, own->second.elements, live.limits);
     }
     if (own == _marked.end()) continue;
-    own->second = live.elements;
+    own->second.elements = live.elements;
     if (live.elements == theirs->second.elements) _marked.erase(own);
-    _isMarked = !_marked.empty();
+    noteMarks();
   }
 }
 
@@ -158,16 +193,28 @@ PLAttachedArrays::Changes PLAttachedArrays::take() {
   if (!_isMarked) return {};
   const MutexLock lock(_mutex);
   Changes changes;
-  for (auto& [key, elements] : std::exchange(_marked, {})) changes[key] = {std::move(elements), _known[key].version};
+  for (auto& [key, mark] : _marked)
+    if (!mark.waits) changes[key] = {std::move(mark.elements), _known[key].version};
+  std::erase_if(_marked, [](const auto& mark) { return !mark.second.waits; });
   _isMarked = false;
   return changes;
+}
+
+// One that was not read yet has no version: the write is overtaken by what is stored.
+void PLAttachedArrays::takeAlong(Changes& changes, bool changesList) {
+  const MutexLock lock(_mutex);
+  for (auto& [key, mark] : _marked)
+    if (mark.waits) changes[key] = {std::move(mark.elements), _known[key].version};
+  std::erase_if(_marked, [](const auto& mark) { return mark.second.waits; });
+  if (!changesList) return;
+  for (const auto& [key, isOfBaseline] : _histories) changes.try_emplace(key, _known[key]);
 }
 
 void PLAttachedArrays::giveBack(const Changes& changes) {
   if (changes.empty()) return;
   const MutexLock lock(_mutex);
-  for (const auto& [key, change] : changes) _marked.try_emplace(key, change.elements);
-  _isMarked = true;
+  for (const auto& [key, change] : changes) _marked.try_emplace(key, Mark{change.elements, false});
+  noteMarks();
 }
 
 void PLAttachedArrays::noteWritten(const Changes& changes, const VersionedPreferences& written) {

@@ -59,6 +59,10 @@ class PLListTakeover {
   PLStoredPages pagesOf(const PLBaseline& base, const PLStoredList& theirs, const PLOwnPages& pages,
                         const PLDirtyChunks& touched) const;
 
+  /// What lies between `base` and `theirs`. The list has to be published.
+  PLForeignEdit foreignEdit(const PLBaseline& base, const PLStoredList& theirs, const PLOwnPages& pages,
+                            const PLDirtyChunks& touched) const;
+
   // --- Loads ---
 
   struct Result {

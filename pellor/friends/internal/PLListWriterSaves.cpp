@@ -72,6 +72,7 @@ bool PLListWriter::takeUnsavedChanges(PLListWrite& write) {
     write.base = _base;
   }
   takeUnsavedPersons(write);
+  if (!write.isEmpty()) _attachedArrays.takeAlong(write.attached, write.changesList());
   // After the flags of the persons: what they stand for is counted then, and no stored form of before passes for
   // theirs.
   write.changes = _process.local<PLPersonChanges>().changes.load(std::memory_order_acquire);

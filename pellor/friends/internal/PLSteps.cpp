@@ -8,6 +8,13 @@
 #include "pellor/runtime/Queue.h"
 
 namespace pellor {
+namespace {
+
+bool isOther(const PLBaseline& base, const PLStoredList& stored) {
+  return base.listVersion != stored.listVersion || base.titlesVersion != stored.titlesVersion;
+}
+
+}  // namespace
 
 void PLSteps::setClient(std::weak_ptr<PLStepClient> client) {
   _client = std::move(client);
@@ -59,14 +66,26 @@ void PLSteps::noteStored(std::uint64_t last) {
 }
 
 bool PLSteps::areToBeJudged(const PLBaseline& base, const PLStoredList& stored) const {
-  if (_client.expired() || _writer.steps().isMaking() || _writer.storedStep() == _writer.steps().made()) return false;
-  return base.listVersion != stored.listVersion || base.titlesVersion != stored.titlesVersion ||
-         !_writer.attachedArrays().areKnown(stored.attached);
+  if (_client.expired() || _writer.steps().isMaking()) return false;
+  if (_writer.storedStep() == _writer.steps().made() && !_writer.attachedArrays().isWaiting()) return false;
+  return isOther(base, stored) || !_writer.attachedArrays().areKnown(stored.attached);
 }
 
 void PLSteps::judge(const PLStoredPages& theirs) {
   const auto client = _client.lock();
   if (client) keepGroupsDuring([&] { client->judgeSteps(theirs); });
+}
+
+// A list of another store does not come from the baseline, and before there was one nobody had changed it.
+bool PLSteps::isForeign(const PLBaseline& base, const PLStoredList& stored) const {
+  if (_client.expired() || base.listVersion.count == 0 || base.listVersion.store != stored.listVersion.store)
+    return false;
+  return isOther(base, stored) && _writer.attachedArrays().areHistoriesUntouched(stored.attached);
+}
+
+void PLSteps::tellForeignEdit(const PLForeignEdit& edit) const {
+  const auto client = _client.lock();
+  if (client) _writer.attachedArrays().setQuietlyDuring([&] { client->foreignEditWasFound(edit); });
 }
 
 void PLSteps::tellDecision(PLAutomaticDecision decision) {

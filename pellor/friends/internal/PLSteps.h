@@ -47,6 +47,9 @@ class PLSteps {
   /// Whether it has to be asked before `stored` is merged. `base` is the baseline.
   bool areToBeJudged(const PLBaseline& base, const PLStoredList& stored) const;
   void judge(const PLStoredPages& theirs);
+  /// Whether the client is to be told what lies between both: somebody changed it who keeps no history.
+  bool isForeign(const PLBaseline& base, const PLStoredList& stored) const;
+  void tellForeignEdit(const PLForeignEdit& edit) const;
   void tellChange(PLChangeOrigin origin) const;
   /// Within `follow`.
   void tellDecision(PLAutomaticDecision decision);
