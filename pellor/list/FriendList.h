@@ -92,7 +92,8 @@ class FriendList {
   /// What `import` would answer, without doing it.
   ImportAnswer planImport(const ExportedList& list, ImportMode mode);
 
-  /// The newest steps of all programs, at most 100, the oldest first.
+  /// The newest steps of all programs, at most 100, the oldest first. What a program did that keeps no history is a
+  /// step of another program where this list has followed it.
   std::vector<HistoryStep> history();
   /// Takes a step back, in whatever program it was made: what is still as the step left it becomes what it was, and
   /// what somebody changed since stays and is named. Empty: the last step that a person made and that is not taken

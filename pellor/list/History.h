@@ -34,7 +34,7 @@ enum class StepKind {
   notImported,
   notPushed,
   // others
-  anotherProgram,  ///< found in the stored list, and no step tells of it
+  anotherProgram,  ///< found in the stored list, made by a program that keeps no history; a person's
   unknown,         ///< of a later version of the library
 };
 

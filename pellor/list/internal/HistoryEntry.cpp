@@ -43,8 +43,11 @@ std::int64_t momentOf(const Value& element) {
   return element.dictionary() ? numberUnder(*element.dictionary(), HistoryEntry::MomentKey) : 0;
 }
 
+// Others who found what another program did would tell of it anew, if it were not said that it was told.
 std::optional<HistoryEntry> without(const HistoryEntry& entry, const ForgottenPerson& person) {
   auto step = person.without(entry.step);
+  if (!step && entry.step.kind == StepKind::anotherProgram)
+    step = StepRecord{.id = entry.step.id, .time = entry.step.time, .kind = entry.step.kind, .isComplete = false};
   if (!step) return std::nullopt;
   HistoryEntry rest = entry;
   rest.step = *std::move(step);

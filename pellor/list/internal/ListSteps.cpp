@@ -82,7 +82,8 @@ ListSteps::ListSteps(Process& process, std::shared_ptr<PLFriendsManager> manager
       _history(_manager),
       _removed(_manager, [&process] { return process.local<ListClock>().now(); }),
       _exceptions(_manager),
-      _automatic(_manager, _mirror, _feed, _history, [this](StepRecord& record) { sign(record); }) {}
+      _automatic(_manager, _mirror, _feed, _history, [this](StepRecord& record) { sign(record); }),
+      _foreign(_history, [this](StepRecord& record) { sign(record); }) {}
 
 // --- Planning ------------------------------------------------------------------------------------------------------
 

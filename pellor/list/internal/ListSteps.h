@@ -17,6 +17,7 @@
 #include "pellor/list/History.h"
 #include "pellor/list/ListImport.h"
 #include "pellor/list/internal/AutomaticSteps.h"
+#include "pellor/list/internal/ForeignEdits.h"
 #include "pellor/list/internal/ForgottenPerson.h"
 #include "pellor/list/internal/ListExceptions.h"
 #include "pellor/list/internal/ListFeed.h"
@@ -78,6 +79,7 @@ class ListSteps final : public PLStepClient {
 
   void stepsWereStored(std::uint64_t last) override;
   void judgeSteps(const PLStoredPages& theirs) override;
+  void foreignEditWasFound(const PLForeignEdit& edit) override { _foreign.note(edit); }
   void decisionWasMade(const PLAutomaticDecision& decision) override { _automatic.note(decision); }
   void listChangedBy(PLChangeOrigin origin) override;
 
@@ -182,6 +184,7 @@ class ListSteps final : public PLStepClient {
   RemovedFriends _removed;
   ListExceptions _exceptions;
   AutomaticSteps _automatic;
+  ForeignEdits _foreign;
   std::string _program;
   std::vector<Unstored> _unstored;            // by number
   std::optional<std::uint64_t> _judgedAbove;  // in the load that goes on: steps up to this number are stored

@@ -30,18 +30,21 @@ ChangeOrigin publicOrigin(PLChangeOrigin origin) {
 
 }  // namespace
 
-// Of whom nothing is to be kept is found out before our steps are merged with theirs.
+// Of whom nothing is to be kept is found out before our steps are merged with theirs. Who forgets somebody writes the
+// history: where that is the one that is known nobody was forgotten.
 void ListSteps::judgeSteps(const PLStoredPages& theirs) {
   const auto formsBefore = unstoredFormsBefore(theirs.storedStep);
   _automatic.judge(theirs);
+  _foreign.judge(theirs);
   _judgedAbove = theirs.storedStep;
-  if (_unstored.empty() && formsBefore.empty()) return;
+  if (_unstored.empty() && formsBefore.empty() && _foreign.unstored().empty()) return;
   const Snapshot now = _feed.noteRest();
   const TheirList list(theirs, _mirror, _unstored.empty() ? now : _unstored.front().before);
   const auto isUnstored = [&](const Unstored& step) { return step.number > theirs.storedStep; };
   const auto first = std::ranges::find_if(_unstored, isUnstored);
   const Snapshot ours = first == _unstored.end() ? now : first->before;
   const ListDraft held = judgeEach(list, theirs.storedStep);
+  if (!theirs.hasNewHistory) return;
   std::vector<Gone> gone;
   for (const auto& person : ours.friends()) {
     if (list.snapshot().placeOf(person->id) || held.placeOf(person->id)) continue;
@@ -118,7 +121,7 @@ ToldPeople ListSteps::toldBefore(std::uint64_t lastStored) {
   std::map<std::string_view, const Unstored*> changedBy;  // by entry, the first of the steps
   for (const Unstored& step : _unstored)
     if (step.number > lastStored) changedBy.try_emplace(step.entry, &step);
-  std::set<std::string_view> made;
+  std::set<std::string_view> made(_foreign.unstored().begin(), _foreign.unstored().end());
   for (const StepRecord* step : _automatic.unstored()) made.insert(step->id);
   ToldPeople told;
   for (const auto& entry : _history.entries()) {
