@@ -107,7 +107,11 @@ std::string whyNotUndoable(const HistoryStep& step) { return isOnlyTold(step.kin
 std::string textOf(const HistoryStep& step) {
   const std::string names = namesIn(step.summary);
   std::string text(textFor(step.kind).verb);
-  if (!names.empty()) text += " " + names;
+  if (!names.empty()) {
+    text += " " + names;
+  } else if (text.ends_with(':')) {
+    text.pop_back();
+  }
   return text + (step.isTakenBack ? " (taken back)" : step.isUndoable ? "" : whyNotUndoable(step));
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "tests/cli/Story.h"
+#include "tests/linux/SQLiteStores.h"
 
 namespace pellor {
 namespace {
@@ -94,6 +95,27 @@ TEST(History, AnAutomaticDecisionIsToldWithWhatItRestsOnExplainedAndTakenBackFor
                   "linked with the contact ann, which is not there, since " + id.substr(0, 6) + " was taken back\n"},
                  {{"redo"}, 0, "done again: linked with another contact: Bettina Lee"},
                  {{"why", "nobody"}, 1, ""},
+             });
+}
+
+// Of a program that keeps no history nobody knows the name, and an edit of a title names nobody.
+TEST(History, WhatAnotherProgramDidIsTakenBackLikeAStepOfAPerson) {
+  const Home home;
+  addPeople(home);
+  tell(home, {{{"title", "1", "Family"}, 0, "Page 1: Family"}});
+  const Dictionary page = {{"from", 0}, {"to", 0}, {"titleBefore", "Home"}, {"titleAfter", "Family"}};
+  const Dictionary step = {
+      {"id", "feed01"}, {"time", 1.5e9}, {"moment", 9}, {"kind", "another program"}, {"pages", Array{Value(page)}}};
+  const auto store = openIn(home.dataFolder());
+  store->setValue("PLFriendListHistory", Array{Value(step)}, "org.tapnote.TN");
+  ASSERT_TRUE(store->synchronize("org.tapnote.TN"));
+  const auto told = nlohmann::json::parse(pellor(home, {"history", "--json"}).output)["steps"][0];
+  EXPECT_EQ(told["program"], nullptr);
+  EXPECT_EQ(told["kind"], "anotherProgram");
+  tell(home, {
+                 {{"history"}, 0, " changed by another program\n"},
+                 {{"undo"}, 0, "taken back: changed by another program\n"},
+                 {{"list"}, 0, "Home"},
              });
 }
 
