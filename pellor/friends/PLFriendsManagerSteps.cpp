@@ -105,7 +105,7 @@ void PLFriendsManager::purgeEmptyFriendGroups() {
   _checkInvariants();
 }
 
-// What other processes stored is shown to the client with the very objects that its friends have here.
+// What others stored is shown to the client with the objects that its friends have here, then what nobody tells of.
 void PLFriendsManager::_judgeSteps(const PLStoredList& stored) {
   if (!_writer->base()) return;
   _writer->acceptIfWritten(stored);

@@ -88,11 +88,11 @@ class PLStepClient {
   /// Called once for a number, ascending, in a task of its own: never inside a call of the manager. May edit.
   virtual void stepsWereStored(std::uint64_t last) = 0;
 
-  /// Steps are not stored, or what is attached waits for a write, and is about to be merged with what other processes
-  /// stored. The client takes back, by the
-  /// operations of the manager, its groups and its persons, those of them that no longer hold there; what is left is
-  /// merged. A group that loses its last friend here stays. The call is made inside a load: it must not begin a step,
-  /// load, or run the main queue.
+  /// Steps are not stored, or what is attached waits for a write, and both are about to be merged with what other
+  /// processes stored. The client takes back, by the operations of the manager, its groups and its persons, those steps
+  /// that no longer hold there; what is left is merged. A group that loses its last friend here stays.
+  /// Attached arrays may be set. The call is made inside a load: it must not begin a step, load, or run the main
+  /// queue.
   virtual void judgeSteps(const PLStoredPages& theirs) = 0;
 
   /// Somebody who keeps no history has changed the stored list, which is taken over next. Arrays that are attached to

@@ -56,8 +56,7 @@ class ComparedLists {
     Pages before = pagesOf(edit.before, [](std::size_t slot) { return slot; });
     const std::size_t count = edit.before.forms.size();
     Pages after = pagesOf(edit.after, [&](std::size_t slot) {
-      const auto origin = slot < edit.origins.size() ? edit.origins[slot] : std::nullopt;
-      return static_cast<std::size_t>(origin.value_or(count + slot));
+      return static_cast<std::size_t>(edit.origins[slot].value_or(count + slot));
     });
     const auto matches = matchedPages(matched(before), matched(after));
     for (std::size_t index = 0; index < after.size(); ++index)
