@@ -146,10 +146,9 @@ bool PLAttachedArrays::areKnown(const PLAttachedVersions& stored) const {
 
 bool PLAttachedArrays::areHistoriesUntouched(const PLAttachedVersions& stored) const {
   const MutexLock lock(_mutex);
-  const auto isUntouched = [&](const auto& history) {
-    return history.second && stored.at(history.first).version == _known.at(history.first).version;
-  };
-  return !_histories.empty() && std::ranges::all_of(_histories, isUntouched);
+  for (const auto& [key, isOfBaseline] : _histories)
+    if (!isOfBaseline || stored.at(key).version != _known.at(key).version) return false;
+  return !_histories.empty();
 }
 
 // An array of another store does not come from the one that is known, unless it is that very array: nothing counts as
