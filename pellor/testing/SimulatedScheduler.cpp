@@ -1,5 +1,6 @@
 #include "pellor/testing/SimulatedScheduler.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -74,12 +75,25 @@ void SimulatedScheduler::serve(MainStrand&, double until) {
   _now = until;
 }
 
-bool SimulatedScheduler::runReady() {
-  while (!_ready.empty()) {
-    const std::size_t chosen = nextRandom() % _ready.size();
-    std::swap(_ready[chosen], _ready.back());
-    const auto strand = std::move(_ready.back());
-    _ready.pop_back();
+bool SimulatedScheduler::runReady() { return runOne(_ready); }
+
+// What becomes ready meanwhile is kept beside the others.
+bool SimulatedScheduler::stepOf(const Process& process) {
+  const auto isOther = [&](const auto& strand) { return strand->owner() != &process; };
+  const auto others = std::ranges::partition(_ready, isOther);
+  std::vector<std::shared_ptr<Strand>> own(others.begin(), others.end());
+  _ready.erase(others.begin(), others.end());
+  const bool hasRun = runOne(own);
+  _ready.insert(_ready.end(), own.begin(), own.end());
+  return hasRun;
+}
+
+bool SimulatedScheduler::runOne(std::vector<std::shared_ptr<Strand>>& candidates) {
+  while (!candidates.empty()) {
+    const std::size_t chosen = nextRandom() % candidates.size();
+    std::swap(candidates[chosen], candidates.back());
+    const auto strand = std::move(candidates.back());
+    candidates.pop_back();
     // A queue may find that its task was run by a drain or a synchronous read; then the next one is chosen.
     if (!strand->runNext()) continue;
     countStep();

@@ -36,6 +36,8 @@ class SimulatedScheduler final : public Scheduler {
 
   /// Runs one ready task, else moves time to the next deadline. False when there is neither.
   bool step();
+  /// Runs one ready task of that process, without moving time. False when it has none.
+  bool stepOf(const Process& process);
   /// Runs tasks until none is ready, without moving time.
   void runUntilQuiet();
   /// Runs what is ready, and what becomes due within the next `seconds` in the order of time, and moves time by as
@@ -57,6 +59,7 @@ class SimulatedScheduler final : public Scheduler {
 
  private:
   bool runReady();
+  bool runOne(std::vector<std::shared_ptr<Strand>>& candidates);
   bool moveTime(double until);
   std::optional<double> nextDeadline() const;
   void countStep();
