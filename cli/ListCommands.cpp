@@ -15,6 +15,7 @@
 #include "cli/PageGrid.h"
 #include "cli/StatusText.h"
 #include "pellor/list/Destination.h"
+#include "pellor/runtime/WallClock.h"
 
 namespace pellor::cli {
 namespace {
@@ -64,13 +65,15 @@ void list(Session& session, const ListArguments& arguments) {
   // What the contacts changed since the last time belongs to the answer.
   session.settle();
   // What did not come in time is shown as it was known before.
-  if (arguments.requery && list.checksReachability()) queryAll(session, LongestRequery);
+  const double start = wallClockNow();
+  const bool isAnswered = arguments.requery && list.checksReachability() && queryAll(session, LongestRequery);
   const Snapshot shown = list.snapshot();
   const auto mark = [&list](const Friend& person) { return statusMark(list.reachability(person.id).status); };
   const auto age = [&list](const Friend& person) { return ageText(list.reachability(person.id)); };
   session.answer(
       [&] { return arguments.asLines ? linesText(shown, mark) : pagesText(shown, mark, outputWidth(), age); },
       [&] { return withPhotos(session, listJson(session, shown), arguments.hasPhotos); });
+  if (isAnswered) requireAnswersSince(start, session, allFriends(shown));
 }
 
 struct Owners {

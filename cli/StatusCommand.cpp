@@ -12,9 +12,7 @@
 #include "cli/FriendSearch.h"
 #include "cli/JsonForms.h"
 #include "cli/Output.h"
-#include "cli/Services.h"
 #include "cli/StatusText.h"
-#include "pellor/runtime/Process.h"
 #include "pellor/runtime/WallClock.h"
 
 namespace pellor::cli {
@@ -44,17 +42,6 @@ void requery(Session& session, const std::vector<FriendAt>& friends, bool asksFo
   if (asksForAll ? queryAll(session, LongestAnswer) : query(session, friends, LongestAnswer)) return;
   throw CommandError("the messaging service " + *session.list().service() + " did not answer within " +
                      std::to_string(static_cast<int>(LongestAnswer)) + " seconds: try again later");
-}
-
-bool isAnsweredSince(double time, const FriendStatus& status) {
-  return status.reachability.answer && status.reachability.answer->time >= time;
-}
-
-// The library tells that a query has ended, not why nothing came of it.
-std::string problemOfService(const CommonOptions& options) {
-  Process process;
-  const ServiceReport report = reportOn(process, "reachability", options.configuration);
-  return report.state == ServiceReport::State::fails ? report.detail : "";
 }
 
 Statuses statusesOf(FriendList& list, const std::vector<FriendAt>& friends) {
@@ -111,11 +98,7 @@ void status(Session& session, const StatusArguments& arguments) {
   const Statuses statuses = statusesOf(list, friends);
   session.answer([&] { return textOf(statuses); },
                  [&] { return withPhotos(session, jsonOf(statuses), arguments.hasPhotos); });
-  const auto isNew = [start](const FriendStatus& status) { return isAnsweredSince(start, status); };
-  if (!isAsked || std::ranges::all_of(statuses.friends, isNew)) return;
-  const std::string problem = problemOfService(session.options());
-  if (!problem.empty())
-    throw CommandError("the messaging service was not asked: " + printable(problem) + " (pellor doctor tells more)");
+  if (isAsked) requireAnswersSince(start, session, friends);
 }
 
 }  // namespace

@@ -9,8 +9,11 @@
 #include <utility>
 
 #include "cli/JsonForms.h"
+#include "cli/Output.h"
+#include "cli/Services.h"
 #include "pellor/platform/Platform.h"
 #include "pellor/runtime/NotificationCenter.h"
+#include "pellor/runtime/Process.h"
 #include "pellor/runtime/Timer.h"
 #include "pellor/runtime/WallClock.h"
 
@@ -123,6 +126,20 @@ bool query(Session& session, const std::vector<FriendAt>& friends, double limit)
 bool queryAll(Session& session, double limit) {
   return isAnswered(session.process(), limit,
                     [&](std::function<void()> answered) { return session.list().queryAll(std::move(answered)); });
+}
+
+// The library tells that a query has ended, not why nothing came of it.
+void requireAnswersSince(double start, Session& session, const std::vector<FriendAt>& friends) {
+  const auto isNew = [&](const FriendAt& found) {
+    const auto answer = session.list().reachability(found.person->id).answer;
+    return answer && answer->time >= start;
+  };
+  if (std::ranges::all_of(friends, isNew)) return;
+  Process process;
+  const ServiceReport report = reportOn(process, "reachability", session.options().configuration);
+  if (report.state != ServiceReport::State::fails) return;
+  throw CommandError("the messaging service was not asked: " + printable(report.detail) +
+                     " (pellor doctor tells more)");
 }
 
 }  // namespace pellor::cli

@@ -34,4 +34,8 @@ std::optional<double> earliestRequery(const Snapshot& list);
 bool query(Session& session, const std::vector<FriendAt>& friends, double limit);
 bool queryAll(Session& session, double limit);
 
+/// To be called when a query is over that began at that time of the wall clock. Throws CommandError with the reason
+/// where the service, which is asked for it, answered nothing of one of the friends.
+void requireAnswersSince(double start, Session& session, const std::vector<FriendAt>& friends);
+
 }  // namespace pellor::cli

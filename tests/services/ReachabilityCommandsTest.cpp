@@ -93,11 +93,15 @@ TEST_F(ReachabilityCommandsTest, AServiceThatRefusesIsToldOfBesideWhatWasKnown) 
   const std::string body = R"({"errcode":"M_UNAUTHORIZED","error":"no"})";
   behaviour.raw = "HTTP/1.1 401 Unauthorized\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
   stub.set(behaviour);
-  const ProgramResult refused = run({"status", "--requery"});
-  EXPECT_EQ(refused.exitCode, 1);
-  EXPECT_THAT(refused.output, HasSubstr("- Ann Lee (1:1): not reachable (2 h ago)\n+ Bob Ray"));
-  EXPECT_THAT(refused.errors,
-              AllOf(HasSubstr("was not asked: it refuses the access token"), HasSubstr("pellor doctor")));
+  EXPECT_THAT(run({"status"}).output, HasSubstr("- Ann Lee (1:1): not reachable (2 h ago)\n+ Bob Ray"));
+  for (const char* command : {"status", "list"}) {
+    const ProgramResult refused = run({command, "--requery"});
+    EXPECT_EQ(refused.exitCode, 1) << command;
+    EXPECT_THAT(refused.output, AllOf(HasSubstr("Ann Lee"), HasSubstr("2 h ago"))) << command;
+    EXPECT_THAT(refused.errors,
+                AllOf(HasSubstr("was not asked: it refuses the access token"), HasSubstr("pellor doctor")))
+        << command;
+  }
   EXPECT_THAT(run({"doctor"}).output, HasSubstr("-> see that it can be reached, and look at the keys of [matrix]"));
   behaviour.raw.reset();
   stub.set(behaviour);
