@@ -175,6 +175,27 @@ TEST_F(ManagerOvertakenTest, AnAdditionThatFindsNoRoomLeavesAndIsToldOnce) {
   EXPECT_EQ(agreed(), isFirst ? "Ann,bob@example.org" : "Ann,cy@example.org");
 }
 
+// Only what the clean-up removed is left out of the merge, for the clean-up to be made anew on the result.
+TEST_F(ManagerOvertakenTest, APersonsRemovalBesideOneOfTheCleanUpHolds) {
+  setSetting(PLRemoveDestinationlessFriendsEnabledKey, true);
+  contacts({"Ann", "Bob", "Cy"});
+  launchBoth("Ann#,Bob#,Cy#|Dan,-,-");
+  b->run([&] { b->manager().setRefreshAgainstContactsEnabled(false); });
+  world.bus().breakConnection(a->process());
+  world.preferences().failWrites();
+  a->remove(0, 2);
+  world.addressBook().put({.guid = guidOf("Bob"), .first = "Bob"});
+  advance(1);
+  EXPECT_EQ(a->list(), "Ann,-,-|Dan,-,-|-,-,-");
+  world.preferences().allowWrites();
+  b->add("Eve");
+  EXPECT_TRUE(settle(*b));
+  rest();
+  EXPECT_EQ(a->logged("culling friend"), 2U) << "once before the merge and once after it";
+  world.bus().restoreConnection(a->process());
+  EXPECT_EQ(agreed(), "Ann,-,-|Dan,eve@example.org,-|-,-,-");
+}
+
 TEST_F(ManagerOvertakenTest, AListOfAnotherStoreRemovesNobody) {
   launchBoth("Ann,Bob,-");
   world.preferences().renew(InMemoryPreferences::Renewal::empty);
