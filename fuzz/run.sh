@@ -6,6 +6,8 @@
 #
 # and becomes a file of fuzz/corpus/TARGET/ once it is mended.
 #
+# FUZZ_SEED makes every run try the same.
+#
 #   fuzz/run.sh SECONDS [TARGET...]
 set -uo pipefail
 cd "$(dirname "$0")/.."
@@ -25,8 +27,9 @@ leaks_of() { [[ $1 == cards ]] && echo :fast_unwind_on_malloc=0; }
 search() {
   local target=$1 corpus=build/fuzz/corpus/$1 findings=build/fuzz/findings/$1 log=build/fuzz/$1.log
   mkdir -p "$corpus" "$findings"
-  ASAN_OPTIONS=$ASAN_OPTIONS$(leaks_of "$target") PELLOR_FUZZ_TARGET=$target "$program" -max_total_time="$seconds" -max_len=4096 -timeout=20 -rss_limit_mb=1024 \
-    -print_final_stats=1 -dict="fuzz/dictionaries/$target.dict" -artifact_prefix="$findings/" \
+  ASAN_OPTIONS=$ASAN_OPTIONS$(leaks_of "$target") PELLOR_FUZZ_TARGET=$target "$program" \
+    -max_total_time="$seconds" -seed="${FUZZ_SEED:-0}" -max_len=4096 -timeout=20 -rss_limit_mb=1024 -print_final_stats=1 \
+    -dict="fuzz/dictionaries/$target.dict" -artifact_prefix="$findings/" \
     "$corpus" "fuzz/corpus/$target" >"$log" 2>&1
   local result=$? runs features
   runs=$(sed -n 's/^stat::number_of_executed_units: //p' "$log")
