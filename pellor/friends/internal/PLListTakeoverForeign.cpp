@@ -8,13 +8,12 @@
 namespace pellor {
 namespace {
 
-constexpr std::uint64_t Chunk = PLSlotSnapshot::ChunkSize;
-
 std::vector<Dictionary> writtenForms(const LongArray& list) {
   std::vector<Dictionary> forms(list.size());
   PLPersonForm form;
+  constexpr std::uint64_t size = PLSlotSnapshot::ChunkSize;
   for (std::uint64_t slot = 0; slot < list.size(); ++slot) {
-    list.chunks()[slot / Chunk]->view(slot % Chunk, form.entries());
+    list.chunks()[slot / size]->view(slot % size, form.entries());
     form.read();
     if (!form.isEmpty()) forms[slot] = PLPerson::initWithForm(form)->dictionaryRepresentation();
   }
