@@ -35,7 +35,7 @@ class Simulation {
     for (auto rounds = 2 + _world.below(4); rounds > 0 && !::testing::Test::HasFailure(); --rounds) {
       editAtOnce(fewestEdits + _world.below(mostEdits - fewestEdits + 1));
       checkAgreement(_world);
-      if (_world.chance(3)) checkReloadsAreQuiet(_world);
+      if (_world.chance(3) && !_world.hasSeveralSizes()) checkReloadsAreQuiet(_world);
       if (_world.chance(4)) restartOne();
     }
   }

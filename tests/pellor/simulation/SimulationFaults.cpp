@@ -13,12 +13,10 @@ constexpr double Year = 365.25 * 86'400;
 }  // namespace
 
 void SimulationFaults::disturb() {
-  static constexpr std::array faults{
+  static constexpr std::array usual{
       &SimulationFaults::failWrites,
       &SimulationFaults::leaveWritesUntold,
       &SimulationFaults::storeDelayedWrites,
-      &SimulationFaults::toggleReadOnly,
-      &SimulationFaults::toggleUnreadable,
       &SimulationFaults::tearList,
       &SimulationFaults::replaceStore,
       &SimulationFaults::disturbDeliveries,
@@ -26,9 +24,6 @@ void SimulationFaults::disturb() {
       &SimulationFaults::endDisturbance,
       &SimulationFaults::breakConnection,
       &SimulationFaults::restoreConnection,
-      &SimulationFaults::toggleContacts,
-      &SimulationFaults::loseContacts,
-      &SimulationFaults::bringContactsBack,
       &SimulationFaults::rebuildContacts,
       &SimulationFaults::toggleFavorites,
       &SimulationFaults::setWallClock,
@@ -36,7 +31,13 @@ void SimulationFaults::disturb() {
       &SimulationFaults::kill,
       &SimulationFaults::killInTheMiddleOfAWrite,
   };
-  (this->*faults[_world.below(faults.size())])();
+  // One world in five thousand still has a removal come out as none.
+  static constexpr std::array rough{
+      &SimulationFaults::toggleReadOnly, &SimulationFaults::toggleUnreadable,  &SimulationFaults::toggleContacts,
+      &SimulationFaults::loseContacts,   &SimulationFaults::bringContactsBack,
+  };
+  const std::size_t chosen = _world.below(usual.size() + (_isRough ? rough.size() : 0));
+  (this->*(chosen < usual.size() ? usual[chosen] : rough[chosen - usual.size()]))();
 }
 
 // A delivery that was lost leaves a process that nobody tells of anything with what it knew; the next post ends that.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
 #include <map>
 #include <string>
 
@@ -12,6 +13,8 @@ namespace pellor {
 
 class SimulationFaults {
  public:
+  /// PELLOR_ROUGH in the environment: also a store that may only be read or cannot be read, and contacts that cannot be
+  /// read or are gone for a while.
   explicit SimulationFaults(SimulationWorld& world) : _world(world) {}
 
   /// Lets one thing go wrong, or an earlier one come right: the store, the bus, the contacts, the favorites, the clock,
@@ -54,6 +57,7 @@ class SimulationFaults {
   InMemoryPreferences::Untold anyFate();
 
   SimulationWorld& _world;
+  const bool _isRough = std::getenv("PELLOR_ROUGH") != nullptr;
   bool _isReadOnly = false;
   bool _isUnreadable = false;
   bool _areFavoritesReadable = true;

@@ -112,7 +112,7 @@ SimulationWorld::SimulationWorld(std::uint64_t seed, Sizes sizes)
       _sizes(sizes) {
   auto& preferences = _world.preferences();
   _round.hasPagesOfSeveralSizes = sizes == Sizes::several;
-  _round.maxGroupCount = sizes == Sizes::several ? 2 * AddressCount : 2 + below(4);
+  _round.maxGroupCount = sizes == Sizes::several ? 8 * AddressCount : 2 + below(4);
   preferences.setValue(PLGroupSizeKey, 1 + below(3), std::string(TapnoteDomain));
   preferences.setValue(PLMaxGroupCountKey, _round.maxGroupCount, std::string(TapnoteDomain));
   _world.pairedDevice().setCompletedInitialSync(true);

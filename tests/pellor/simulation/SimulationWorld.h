@@ -120,6 +120,7 @@ class SimulationWorld {
   /// In a world without faults: waits until everything is written and everybody has looked, and tells what happened.
   Round endRound();
   bool isDisturbed() const { return _isDisturbed; }
+  bool hasSeveralSizes() const { return _sizes == Sizes::several; }
 
   /// Ends one process in good order, and starts another.
   void restartOne();
