@@ -48,7 +48,7 @@ class PLListReader {
   Process& _process;
   const std::string _domain;
   std::vector<std::string> _keys;  // of the list, its titles, whether it waits for favorites, and what is attached
-  std::set<std::string> _damagedArrays;  // of which the log said so
+  std::set<std::string> _damagedArrays;         // of which the log said so
   std::optional<VersionedPreference> _damaged;  // put aside already
   std::optional<Value> _lastGood;               // is used in its place
 };
