@@ -146,14 +146,14 @@ TEST_F(ContactIndexTest, CardsThatTheSystemCannotOpenAtTheMomentAreNotLeftOut) {
 
 TEST_F(ContactIndexTest, ACardThatNobodyCanOpenIsUnreadableForNow) {
   put("a.vcf", card("anna", "Anna"));
-  const auto folder = source();
+  const auto contactsSource = source();
   // A sanitizer opens files of its own at the first call of a folder, and of what tells an error in words.
-  EXPECT_FALSE(folder->read("missing.vcf").isForNow);
+  EXPECT_FALSE(contactsSource->read("missing.vcf").isForNow);
   rlimit usual{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &usual), 0);
   const rlimit none{3, usual.rlim_max};
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-  const CardContent content = folder->read("a.vcf");
+  const CardContent content = contactsSource->read("a.vcf");
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &usual), 0);
   EXPECT_TRUE(content.isForNow && !content.text && !content.isMissing) << content.problem;
 }
