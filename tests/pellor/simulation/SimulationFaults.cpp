@@ -13,17 +13,22 @@ constexpr double Year = 365.25 * 86'400;
 }  // namespace
 
 void SimulationFaults::disturb() {
-  static constexpr std::array usual{
+  static constexpr std::array faults{
       &SimulationFaults::failWrites,
       &SimulationFaults::leaveWritesUntold,
       &SimulationFaults::storeDelayedWrites,
       &SimulationFaults::tearList,
       &SimulationFaults::replaceStore,
+      &SimulationFaults::toggleReadOnly,
+      &SimulationFaults::toggleUnreadable,
       &SimulationFaults::disturbDeliveries,
       &SimulationFaults::disturbDeliveries,
       &SimulationFaults::endDisturbance,
       &SimulationFaults::breakConnection,
       &SimulationFaults::restoreConnection,
+      &SimulationFaults::toggleContacts,
+      &SimulationFaults::loseContacts,
+      &SimulationFaults::bringContactsBack,
       &SimulationFaults::rebuildContacts,
       &SimulationFaults::toggleFavorites,
       &SimulationFaults::setWallClock,
@@ -31,13 +36,7 @@ void SimulationFaults::disturb() {
       &SimulationFaults::kill,
       &SimulationFaults::killInTheMiddleOfAWrite,
   };
-  // One world in five thousand still has a removal come out as none.
-  static constexpr std::array rough{
-      &SimulationFaults::toggleReadOnly, &SimulationFaults::toggleUnreadable,  &SimulationFaults::toggleContacts,
-      &SimulationFaults::loseContacts,   &SimulationFaults::bringContactsBack,
-  };
-  const std::size_t chosen = _world.below(usual.size() + (_isRough ? rough.size() : 0));
-  (this->*(chosen < usual.size() ? usual[chosen] : rough[chosen - usual.size()]))();
+  (this->*faults[_world.below(faults.size())])();
 }
 
 // A delivery that was lost leaves a process that nobody tells of anything with what it knew; the next post ends that.

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <string>
 
@@ -13,8 +12,6 @@ namespace pellor {
 
 class SimulationFaults {
  public:
-  /// PELLOR_ROUGH in the environment: also a store that may only be read or cannot be read, and contacts that cannot be
-  /// read or are gone for a while.
   explicit SimulationFaults(SimulationWorld& world) : _world(world) {}
 
   /// Lets one thing go wrong, or an earlier one come right: the store, the bus, the contacts, the favorites, the clock,
@@ -57,7 +54,6 @@ class SimulationFaults {
   InMemoryPreferences::Untold anyFate();
 
   SimulationWorld& _world;
-  const bool _isRough = std::getenv("PELLOR_ROUGH") != nullptr;
   bool _isReadOnly = false;
   bool _isUnreadable = false;
   bool _areFavoritesReadable = true;
