@@ -1,6 +1,7 @@
 // What is given bytes from anywhere, and has to hold for all of them.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -15,6 +16,21 @@ struct FuzzTarget {
   std::string_view name;
   /// Ends the program where something does not hold.
   void (*run)(Bytes);
+  /// Whether a run makes a world, in which a `Reading` is what reads the bytes.
+  bool hasWorld = false;
+};
+
+/// While there is one, bytes are read: a search that lets allocations fail lets them fail in it alone.
+class Reading {
+ public:
+  Reading() { ++_count; }
+  ~Reading() { --_count; }
+  Reading(const Reading&) = delete;
+  Reading& operator=(const Reading&) = delete;
+  static bool isOngoing() { return _count > 0; }
+
+ private:
+  static inline std::atomic<int> _count = 0;
 };
 
 /// All that this build has.

@@ -8,9 +8,9 @@ namespace {
 
 constexpr std::array Targets{
     FuzzTarget{"value", fuzzValue},
-    FuzzTarget{"archive", fuzzArchive},
-    FuzzTarget{"stored-list", fuzzStoredList},
-    FuzzTarget{"history", fuzzHistory},
+    FuzzTarget{"archive", fuzzArchive, true},
+    FuzzTarget{"stored-list", fuzzStoredList, true},
+    FuzzTarget{"history", fuzzHistory, true},
     FuzzTarget{"merge", fuzzMerge},
     FuzzTarget{"cards", fuzzCards},
     FuzzTarget{"destination", fuzzDestination},

@@ -7,7 +7,9 @@
 #include "fuzz/FuzzTarget.h"
 #include "fuzz/FuzzedWorld.h"
 #include "pellor/friends/PLFriendsManagerKeys.h"
+#include "pellor/friends/PLPerson.h"
 #include "pellor/friends/internal/PLThreeWayMerge.h"
+#include "pellor/list/internal/DecodedHistory.h"
 #include "pellor/runtime/CBOR.h"
 #include "pellor/runtime/Fatal.h"
 #include "pellor/runtime/LongArray.h"
@@ -45,6 +47,24 @@ void undoAndRedoEach(FuzzedWorld& world, FuzzedProcess& process) {
   world.rest();
 }
 
+// As the manager reads it, slot by slot.
+void readPersons(FuzzedWorld& world, FuzzedProcess& process) {
+  const auto stored = world.world().preferences().value(PLFriendListKey, TapnoteDomain);
+  if (!stored || !stored->array()) return;
+  process.run([&] {
+    const Reading reading;
+    for (const Value& slot : *stored->array())
+      if (slot.dictionary()) PLPerson::initWithDictionaryRepresentationAddressBook(*slot.dictionary(), nullptr);
+  });
+}
+
+void readSteps(FuzzedWorld& world) {
+  const auto stored = world.world().preferences().value(HistoryKeys.front(), TapnoteDomain);
+  if (!stored || !stored->array()) return;
+  const Reading reading;
+  DecodedHistory().read(LongArray(*stored->array()));
+}
+
 // A text that holds more is somebody else's to write.
 bool isSaidIn(const Value& value, std::string_view text) {
   if (const auto* array = value.array())
@@ -70,6 +90,7 @@ void fuzzStoredList(Bytes bytes) {
   FuzzedWorld world;
   if (!store(world, bytes, ListKeys)) return;
   FuzzedProcess one(world);
+  readPersons(world, one);
   one.open();
   world.rest();
   requireSound(one);
@@ -87,6 +108,7 @@ void fuzzStoredList(Bytes bytes) {
 void fuzzHistory(Bytes bytes) {
   FuzzedWorld world;
   if (!store(world, bytes, HistoryKeys)) return;
+  readSteps(world);
   world.set(PLFriendListKey, Array{formOf("Cy"), Dictionary(), formOf("Dan"), Dictionary(), formOf("Eve")});
   FuzzedProcess one(world);
   one.open();

@@ -28,6 +28,7 @@ void fuzzArchive(Bytes bytes) {
   FuzzedWorld world;
   FuzzedProcess process(world);
   process.run([&] {
+    const Reading reading;
     KeyedArchive once, twice;
     PLPerson::initWithCoder(KeyedArchive(*value->dictionary()))->encodeWithCoder(once);
     PLPerson::initWithCoder(once)->encodeWithCoder(twice);

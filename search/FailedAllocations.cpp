@@ -25,9 +25,17 @@ constexpr long Never = -1;
 // Until the one that fails, and of what is allocated now.
 std::atomic<long> left{Never};
 std::atomic<long> living{0};
+// What makes the world of a target has its memory.
+bool failInReadingAlone = false;
+
+bool fails() {
+  const bool mayFail =
+      left.load(std::memory_order_relaxed) != Never && (!failInReadingAlone || pellor::fuzzing::Reading::isOngoing());
+  return mayFail && left.fetch_sub(1) == 0;
+}
 
 void* allocated(std::size_t size, std::size_t alignment) {
-  if (left.load(std::memory_order_relaxed) != Never && left.fetch_sub(1) == 0) return nullptr;
+  if (fails()) return nullptr;
   void* const place = alignment == 0 ? std::malloc(std::max<std::size_t>(size, 1))
                                      : std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
   if (place) ++living;
@@ -110,6 +118,7 @@ std::vector<fs::path> filesOf(const fs::path& place) {
 int main(int count, char** arguments) {
   const auto* const target = count == 3 ? pellor::fuzzing::fuzzTarget(arguments[1]) : nullptr;
   if (!target) return std::fputs("usage: failed_allocations TARGET FILE_OR_FOLDER\n", stderr), 2;
+  failInReadingAlone = target->hasWorld;
   long total = 0;
   bool isSound = true;
   for (const fs::path& file : filesOf(arguments[2])) {

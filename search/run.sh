@@ -26,7 +26,11 @@ worlds() {
 }
 # All of them: it takes seconds.
 memory() {
-  build/dev/search/failed_allocations value fuzz/corpus/value && build/dev/search/failed_allocations merge fuzz/corpus/merge
+  local target failed=0
+  for target in value archive stored-list history merge cards device-message; do
+    build/dev/search/failed_allocations $target fuzz/corpus/$target || failed=1
+  done
+  return $failed
 }
 bytes() {
   local targets
