@@ -37,7 +37,7 @@ CHANGES = {
 }
 # What nobody can see from outside, or ends the program on purpose.
 PASSED_OVER = re.compile(r"^ *(//|#|using |static_assert|template|require\(|_PLGetLogSystem|\.as\(|log\()|prefetch|reserve\(|"
-                         r"\bfatal\(|operator|constexpr|std::move_only|areSkipsChecked|redactable\(")
+                         r"\bfatal\(|operator|constexpr|std::move_only|areSkipsChecked|_checkInvariants\(|redactable\(")
 
 
 @dataclass
