@@ -36,10 +36,6 @@ struct ContactSearchTest : testing::Test, ContactsFixture {
     for (const FoundContact& contact : contacts) guids.push_back(contact.guid);
     return guids;
   }
-  void executeInIndex(std::initializer_list<const char*> statements) const {
-    const SQLiteDatabase index(data / "contacts-index.sqlite", SQLiteDatabase::Access::readWrite, 10);
-    for (const char* statement : statements) index.execute(statement);
-  }
 };
 
 TEST_F(ContactSearchTest, WordsOfNamesComeBeforeThoseOfOrganisationsAndAddresses) {
@@ -149,7 +145,7 @@ TEST_F(ContactSearchTest, AnIndexWithoutWordsIsReadableAndGetsThemAndKeepsWhatPr
     return std::tuple(identitiesIn(*index), index->sequenceNumber(), index->databaseUID());
   };
   const auto known = before();
-  executeInIndex({"DROP TABLE words", "PRAGMA user_version=4"});
+  for (const char* statement : {"DROP TABLE words", "PRAGMA user_version=4"}) executeInIndex(statement);
   std::filesystem::rename(contacts, folder / "away");
   EXPECT_TRUE(openIndex()->contactWithGUID("ada").has_value());
   std::filesystem::rename(folder / "away", contacts);
