@@ -115,41 +115,20 @@ TEST(PhoneNumberTest, TextThatIsNoStableNumberIsItsOwnForm) {
   }
 }
 
-TEST(PhoneNumberTest, NumbersAreShownForTheHomeCountry) {
-  LibPhoneNumber numbers(in("DE"));
-  struct Case {
-    const char *text, *canonical, *country, *national, *international;
-  };
-  const Case cases[] = {
-      {"030 1234567", "+49301234567", "DE", "030 1234567", "+49 30 1234567"},
-      {"030 1234567 ext. 5", "+49301234567;ext=5", "DE", "030 1234567 x5", "+49 30 1234567 x5"},
-      {"030 1234567 ext. 1234567890", "+49301234567;ext=1234567890", "DE", "030 1234567 ext. 1234567890",
-       "+49 30 1234567 ext. 1234567890"},
-      {"+800 1234 5678", "+80012345678", "", "1234 5678", "+800 1234 5678"},
-  };
-  for (const Case& test : cases) {
-    const auto parsed = numbers.parsePhoneNumber(test.text, "DE");
-    ASSERT_NE(parsed, nullptr) << test.text;
-    const std::string canonical = numbers.phoneNumberString(*parsed, PhoneNumberForm::canonical);
-    const std::string country = numbers.phoneNumberCountryCode(*parsed);
-    EXPECT_EQ(canonical, test.canonical);
-    EXPECT_EQ(country, test.country);
-    EXPECT_EQ(numbers.formatPhoneNumber(canonical, country, PhoneNumberStyleCompact,
-                                        PhoneNumberOptionNational | PhoneNumberOptionShort),
-              test.national);
-    EXPECT_EQ(numbers.formatPhoneNumber(canonical, country, PhoneNumberStyleCompact, PhoneNumberOptionShort),
-              test.international);
-  }
-}
-
 TEST(PhoneNumberTest, ShownNumbersDial) {
   const struct {
     const char *home, *text, *shown;
   } cases[] = {
       {"DE", "0151 2345679", "+49 1512345679"},  // a digit short: possible, and nobody's
-      {"DE", "0151 23456789", "01512 3456789"}, {"DE", "00493012345", "030 12345"},
-      {"RU", "8 100 1234567", "+7 1001234567"}, {"US", "202-555-0123", "(202) 555-0123"},
+      {"DE", "0151 23456789", "01512 3456789"},
+      {"DE", "00493012345", "030 12345"},
+      {"RU", "8 100 1234567", "+7 1001234567"},
+      {"US", "202-555-0123", "(202) 555-0123"},
       {"DK", "+45 32123456", "32 12 34 56"},  // nothing is dialled before a number there
+      {"DE", "030 1234567 ext. 5", "030 1234567 x5"},
+      {"AT", "+49 30 1234567 ext. 5", "+49 30 1234567 x5"},
+      {"DE", "030 1234567 ext. 1234567890", "030 1234567 ext. 1234567890"},
+      {"DE", "+800 1234 5678", "+800 1234 5678"},
   };
   for (const auto& test : cases) EXPECT_EQ(shownAt(test.home, test.text), test.shown) << test.text;
 
