@@ -130,7 +130,8 @@ constexpr Shape Shapes[] = {
     {"hu_HU", "FN:Kovács Béla", "Kovács Béla", "Béla", "KB", "Hungarian grammar: the surname first"},
     {"hu_HU", "FN:ifj. Dr. Kovács Béla János", "ifj. Dr. Kovács Béla János", "Béla János", "KB", "titles are no names"},
 
-    {"vi_VN", "N:Nguyễn;Bình;Văn", "Nguyễn Văn Bình", "Bình", "NB", "Vietnamese: surname, middle name, given name"},
+    {"vi_VN", "N:Nguyễn;Bình;Minh", "Nguyễn Minh Bình", "Bình", "NB", "Vietnamese: surname, middle name, given name"},
+    {"vi_VN", "N:Trương;Anh;Mai", "Trương Mai Anh", "Anh", "TA", "Vietnamese alphabet: a vowel with a horn"},
     {"vi_VN", "N:Lê;Bình;Văn", "Lê Văn Bình", "Bình", "LB", "Vietnamese: the middle name of men"},
     {"vi_VN", "FN:Lê Minh Anh\nN:Lê;Anh;Minh", "Lê Minh Anh", "Anh", "LA", "vCard: the name as its owner writes it"},
     {"vi_VN", "FN:Nguyen Van Binh\nN:Nguyen;Binh;Van", "Nguyen Van Binh", "Binh", "NB", "the same without accents"},
@@ -192,6 +193,7 @@ constexpr Shape Shapes[] = {
     {"en_US", "N:;Anna\nORG:Club\nKIND:org", "Club", "Club", "", "vCard: an organisation's name is no person's"},
     {"en_US", "FN:Cher", "Cher", "Cher", "C", "one name is a whole name"},
     {"en_US", "N:King;Martin;Luther;Dr.;Jr.", "Dr. Martin Luther King Jr.", "Martin", "MK", "vCard: the parts of N"},
+    {"en_US", "FN:J.R. Ward", "J.R. Ward", "J.R.", "JW", "two initials in one word are no title"},
     {"en_US", "FN:J. R. Ward Jr.", "J. R. Ward Jr.", "J. R.", "JW", "initials are names, what follows is none"},
     {"en_US", "N:Novak;;;Mrs.", "Mrs. Novak", "Mrs. Novak", "N", "a surname alone"},
     {"en_US", "N:hooks;bell", "bell hooks", "bell", "BH", "style guides: as the person writes it"},
