@@ -120,6 +120,7 @@ TEST_F(ContactSearchTest, LinkedRecordsAreOnePersonHoweverManyThereAre) {
 TEST_F(ContactSearchTest, ARenamedContactIsFoundByItsNewNameAlone) {
   put("a.vcf", card("ada", "Ada Lind", "TEL:0151 2345679\nORG:Acme\nEMAIL:ada@example.org\n"));
   EXPECT_THAT(found("lind"), ElementsAre("ada"));
+  EXPECT_THAT(find("lind").front().destinations, ElementsAre("0151 2345679", "ada@example.org"));
   put("a.vcf", card("ada", "Ada Zorn", "TEL:0151 2345670\n"));
   for (const char* text : {"lind", "acme", "example", "5679"}) EXPECT_THAT(found(text), IsEmpty()) << text;
   EXPECT_THAT(found("zor"), ElementsAre("ada"));
