@@ -207,7 +207,6 @@ TEST_F(SmallStore, WhatIsDamagedIsPutAsideReplacedAndWrittenAnewWithTheNextWrite
 
 // The contact index
 
-
 /// An index of some contacts, linked ones and favorites among them, in its one file.
 class SmallIndex : public testing::Test, public ContactsFixture {
  protected:
