@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::array<std::string_view, RaceModes.size()> ModeNames = {"program", "library", "postgresql", "three",
                                                                       "kill"};
+constexpr std::array<std::string_view, 3> OutcomeNames = {"acknowledged", "refused", "killed"};
 // Every so many races the list has hardly any room.
 constexpr int NarrowEvery = 8;
 constexpr std::size_t OpponentsOfOne = 3;
@@ -39,18 +40,6 @@ std::vector<std::string> atTheGate(const std::vector<std::string>& command) {
   std::vector<std::string> gate = {"/bin/sh", "-c", "echo ready; read go; exec \"$@\"", "race"};
   gate.insert(gate.end(), command.begin(), command.end());
   return gate;
-}
-
-std::string textOf(RaceOutcome outcome) {
-  switch (outcome) {
-    case RaceOutcome::acknowledged:
-      return "acknowledged";
-    case RaceOutcome::refused:
-      return "refused";
-    case RaceOutcome::killed:
-      return "killed";
-  }
-  return {};
 }
 
 using Seconds = std::chrono::duration<double>;
@@ -114,8 +103,8 @@ void readOutcomes(const std::vector<Racer>& racers, const RaceId& race, RaceResu
     const bool wasKilled = racers[index].isVictim && ended.exitCode == -SIGKILL;
     if (ended.exitCode != 0) attempt.outcome = wasKilled ? RaceOutcome::killed : RaceOutcome::refused;
     result.story += std::string(race.mode == RaceMode::library ? "" : "pellor ") + textOf(attempt.edit) + ": " +
-                    textOf(attempt.outcome) + " (" + std::to_string(ended.exitCode) + ") " + ended.errors +
-                    (ended.errors.ends_with('\n') ? "" : "\n");
+                    std::string(OutcomeNames[static_cast<std::size_t>(attempt.outcome)]) + " (" +
+                    std::to_string(ended.exitCode) + ") " + ended.errors + (ended.errors.ends_with('\n') ? "" : "\n");
   }
 }
 

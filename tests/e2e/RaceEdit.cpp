@@ -9,11 +9,6 @@ namespace {
 constexpr std::array<std::string_view, RaceEditKinds.size()> Names = {"add",   "remove",   "move", "swap",   "title",
                                                                       "purge", "reply-as", "meta", "refresh"};
 
-// Places and pages count from 1 in arguments.
-std::string textOf(const RacePlace& place) {
-  return std::to_string(place.page + 1) + ":" + std::to_string(place.slot + 1);
-}
-
 }  // namespace
 
 std::string_view nameOf(RaceEditKind kind) { return Names[static_cast<std::size_t>(kind)]; }

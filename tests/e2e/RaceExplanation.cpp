@@ -44,16 +44,6 @@ class Explanation {
     bool isSettled;
   };
 
-  void lose(const std::string& reason) {
-    ++_verdict.lost;
-    _verdict.reasons.push_back("lost: " + reason);
-  }
-
-  void tear(const std::string& reason) {
-    ++_verdict.torn;
-    _verdict.reasons.push_back("torn: " + reason);
-  }
-
   // Pages keep their order; those that were made since come behind.
   void identifyPages() {
     std::size_t identity = 0;
@@ -77,9 +67,9 @@ class Explanation {
       const RaceAttempt& attempt = _race.attempts[each.attempt];
       const std::string reason = textOf(attempt.edit) + " (" + textOf(*each.fact) + ")";
       if (attempt.outcome == RaceOutcome::acknowledged) {
-        lose(reason);
+        _verdict.lose(reason);
       } else {
-        tear("half of " + reason);
+        _verdict.tear("half of " + reason);
       }
     }
   }
@@ -184,7 +174,7 @@ class Explanation {
   void judgePages() {
     for (std::size_t identity = 0; identity < _race.before.pages.size(); ++identity) {
       const bool isThere = _indexes.contains(identity) || _course.gonePages.contains(identity);
-      if (!isThere && !isBehindTheEnd(identity)) tear("page " + std::to_string(identity + 1) + " is missing");
+      if (!isThere && !isBehindTheEnd(identity)) _verdict.tear("page " + std::to_string(identity + 1) + " is missing");
     }
     for (const auto& [identity, index] : _indexes) judgeTitle(identity, _after.pages[index].title);
   }
@@ -197,7 +187,7 @@ class Explanation {
     if (isTitled || title == (isNew ? "" : _race.before.pages[identity].title)) return;
     const bool isBlank = isNew || isUnused(_race.before.pages[identity]);
     if (!isBlank || !mayHaveComeBack(title))
-      tear("page " + std::to_string(identity + 1) + " is called \"" + title + "\"");
+      _verdict.tear("page " + std::to_string(identity + 1) + " is called \"" + title + "\"");
   }
 
   // When all friends of a page are moved to another one, nobody can tell which of the two was given up: a process that
@@ -232,7 +222,7 @@ class Explanation {
     }
     for (const RacePage& page : _after.pages) {
       for (const auto& slot : page.slots) {
-        if (slot && known.insert(slot->key).second) tear("a stranger: " + slot->key);
+        if (slot && known.insert(slot->key).second) _verdict.tear("a stranger: " + slot->key);
       }
     }
   }
@@ -242,24 +232,25 @@ class Explanation {
     const std::string& who = before.key;
     const RaceFriend* after = find(who);
     if (!after) {
-      if (!isConcerned(who, Kind::absent)) lose(who + " is missing");
+      if (!isConcerned(who, Kind::absent)) _verdict.lose(who + " is missing");
       return;
     }
-    if (!isConcerned(who, Kind::at) && placeOf(who) != place) tear(who + " stands elsewhere");
+    if (!isConcerned(who, Kind::at) && placeOf(who) != place) _verdict.tear(who + " stands elsewhere");
     for (const std::string& field : fieldNames(before, *after)) {
       if (isConcerned(who, Kind::field, field) || fieldOf(before, field) == fieldOf(*after, field)) continue;
-      tear(field + " of " + who + " is " + fieldOf(*after, field).value_or("(none)"));
+      _verdict.tear(field + " of " + who + " is " + fieldOf(*after, field).value_or("(none)"));
     }
     // Every process follows the contacts when it likes.
     const auto changed = _race.changedContacts.find(who);
     const bool isAsChanged = changed != _race.changedContacts.end() && after->contact == changed->second;
-    if (!isAsChanged && after->contact != before.contact) tear(who + " has another name or other destinations");
+    if (!isAsChanged && after->contact != before.contact)
+      _verdict.tear(who + " has another name or other destinations");
   }
 
   void judgeNewcomer(const std::string& who, const RaceContact& expected) {
     const RaceFriend* after = find(who);
-    if (after && after->contact != expected) tear(who + " was added with another name or other destinations");
-    if (after && !after->fields.empty()) tear(who + " was added with fields that nobody set");
+    if (after && after->contact != expected) _verdict.tear(who + " was added with another name or other destinations");
+    if (after && !after->fields.empty()) _verdict.tear(who + " was added with fields that nobody set");
   }
 
   const RaceRecord& _race;

@@ -67,24 +67,24 @@ class Judge {
   bool isSound() {
     judgeRefusals();
     if (!_race.after) {
-      tear("the list cannot be read");
+      _verdict.tear("the list cannot be read");
       return false;
     }
     std::map<std::string, int> counts;
     for (const RacePage& page : _race.after->pages) {
-      if (page.slots.size() != _race.before.pageSize) tear("a page has another number of slots");
+      if (page.slots.size() != _race.before.pageSize) _verdict.tear("a page has another number of slots");
       for (const auto& slot : page.slots) {
-        if (slot && ++counts[slot->key] == 2) fault(_verdict.doubled, "doubled: " + slot->key);
+        if (slot && ++counts[slot->key] == 2) _verdict.note(_verdict.doubled, "doubled: " + slot->key);
       }
     }
-    if (_race.after->pages.size() > _race.maxPages) tear("there are too many pages");
+    if (_race.after->pages.size() > _race.maxPages) _verdict.tear("there are too many pages");
     return true;
   }
 
   void judgeRefusals() {
     for (std::size_t attempt = 0; attempt < _race.attempts.size(); ++attempt) {
       if (_race.attempts[attempt].outcome != RaceOutcome::refused || isInTheWay(attempt)) continue;
-      fault(_verdict.refused, "refused: " + textOf(_race.attempts[attempt].edit));
+      _verdict.note(_verdict.refused, "refused: " + textOf(_race.attempts[attempt].edit));
     }
   }
 
@@ -171,17 +171,11 @@ class Judge {
   }
 
   void addBest() {
-    if (!_best) return tear("no order of the edits explains the list");
+    if (!_best) return _verdict.tear("no order of the edits explains the list");
     _verdict.lost += _best->lost;
     _verdict.torn += _best->torn;
     _verdict.reasons.insert(_verdict.reasons.end(), _best->reasons.begin(), _best->reasons.end());
   }
-
-  void fault(int& count, const std::string& reason) {
-    ++count;
-    _verdict.reasons.push_back(reason);
-  }
-  void tear(const std::string& reason) { fault(_verdict.torn, "torn: " + reason); }
 
   const RaceRecord& _race;
   std::vector<std::vector<Meaning>> _meanings;  // by attempt

@@ -42,6 +42,12 @@ struct RaceVerdict {
   std::vector<std::string> reasons;  ///< for people
 
   int faults() const { return lost + doubled + torn + refused; }
+  void lose(const std::string& reason) { note(lost, "lost: " + reason); }
+  void tear(const std::string& reason) { note(torn, "torn: " + reason); }
+  void note(int& count, const std::string& reason) {
+    ++count;
+    reasons.push_back(reason);
+  }
 };
 
 /// An acknowledged edit has to show in the list, unless a conflicting acknowledged one shows in its place: two edits

@@ -29,6 +29,10 @@ RacePage pageIn(const Json& json) {
 
 }  // namespace
 
+std::string textOf(const RacePlace& place) {
+  return std::to_string(place.page + 1) + ":" + std::to_string(place.slot + 1);
+}
+
 std::optional<RaceList> raceListIn(const std::string& text) {
   try {
     const Json json = Json::parse(text);

@@ -44,6 +44,9 @@ struct RacePlace {
   bool operator==(const RacePlace&) const = default;
 };
 
+/// As the program's arguments have it: page and slot counted from 1.
+std::string textOf(const RacePlace& place);
+
 /// Reads the answer of `pellor --json list`; absent for a text that is none.
 std::optional<RaceList> raceListIn(const std::string& json);
 

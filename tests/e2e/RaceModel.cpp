@@ -28,10 +28,6 @@ bool concernOnePage(const RaceFact& one, const RaceFact& other) {
   return (one.kind == Kind::gone && concernsPage(other)) || (other.kind == Kind::gone && concernsPage(one));
 }
 
-std::string textOf(const RacePlace& place) {
-  return std::to_string(place.page + 1) + ":" + std::to_string(place.slot + 1);
-}
-
 }  // namespace
 
 std::string textOf(const RaceFact& fact) {

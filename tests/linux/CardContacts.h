@@ -100,8 +100,8 @@ class CardContacts {
       write(guid);
     }
   }
-  void breakReading() { index("ALTER TABLE cards RENAME TO lost"); }
-  void restoreReading() { index("ALTER TABLE lost RENAME TO cards"); }
+  void breakReading() { _fixture.executeInIndex("ALTER TABLE cards RENAME TO lost"); }
+  void restoreReading() { _fixture.executeInIndex("ALTER TABLE lost RENAME TO cards"); }
   template <class Condition>
   bool runUntil(Condition condition) {
     return program().waitUntil(condition);
@@ -124,9 +124,6 @@ class CardContacts {
   };
 
   void write(const std::string& guid) { put(guid, _contacts[guid].contact, _contacts[guid].marks); }
-  void index(const char* statement) const {
-    SQLiteDatabase(_fixture.data / "contacts-index.sqlite", SQLiteDatabase::Access::readWrite, 10).execute(statement);
-  }
 
   std::map<std::string, Kept> _contacts;
   std::optional<AddressBookProgram> _program;

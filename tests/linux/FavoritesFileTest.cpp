@@ -86,11 +86,10 @@ TEST_F(FavoritesFileTest, WithoutAFileTheMarksCount) {
   EXPECT_THAT(entries(), ElementsAre("First|+493023125006|f", "Second|+493023125005|e", "Élan|+493023125004|d",
                                      "Zoe|+493023125003|c"));
   // The first edit must not lose them, even where they cannot be read.
-  const SQLiteDatabase index(data / "contacts-index.sqlite", SQLiteDatabase::Access::readWrite, 10);
-  index.execute("ALTER TABLE cards RENAME TO lost");
+  executeInIndex("ALTER TABLE cards RENAME TO lost");
   EXPECT_EQ(favorites->edit(addAnna), Outcome::failed);
   EXPECT_THAT(entries(), ElementsAre("unreadable"));
-  index.execute("ALTER TABLE lost RENAME TO cards");
+  executeInIndex("ALTER TABLE lost RENAME TO cards");
   EXPECT_EQ(favorites->edit(addAnna), Outcome::done);
   EXPECT_EQ(entries().size(), 5U);
   EXPECT_EQ(contentOf(contacts / "favorites").substr(0, 8), "# GUID\tn");

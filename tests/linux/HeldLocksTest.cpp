@@ -84,21 +84,18 @@ TEST(HeldStore, NamesTheHolderAndIsReadWhereOnlyWritingIsLocked) {
   const PreferenceChanges changes{{"key", {PreferenceChange::Kind::set, Value("stored"), std::nullopt}}};
   const auto write = [&](SQLitePreferences& store) { return store.write(changes, {1, 1}, "domain").outcome; };
   ASSERT_EQ(write(*openIn(folder.path())), PreferenceWriteOutcome::written);
-  const auto open = [&] {
-    return SQLitePreferences(folder.path(), folder / "defaults.json", LogHandle("", "", nullptr),
-                             SQLitePreferences::Access::readWrite, NoPatience);
-  };
+  const auto open = [&] { return openIn(folder.path(), nullptr, SQLitePreferences::Access::readWrite, NoPatience); };
   {
     const StoppedHolder holder = StoppedHolder::ofFile(folder.path());
-    SQLitePreferences store = open();
-    EXPECT_FALSE(store.copyValue("key", "domain").isReadable());
-    EXPECT_THAT(store.lastError(), tellsOf(holder));
+    const auto store = open();
+    EXPECT_FALSE(store->copyValue("key", "domain").isReadable());
+    EXPECT_THAT(store->lastError(), tellsOf(holder));
   }
   const StoppedHolder holder = StoppedHolder::ofWriting(folder / SQLiteStoreFile);
-  SQLitePreferences store = open();
-  EXPECT_EQ(store.copyValue("key", "domain").value(), Value("stored"));
-  EXPECT_EQ(write(store), PreferenceWriteOutcome::failed);
-  EXPECT_THAT(store.lastError(), tellsOf(holder));
+  const auto store = open();
+  EXPECT_EQ(store->copyValue("key", "domain").value(), Value("stored"));
+  EXPECT_EQ(write(*store), PreferenceWriteOutcome::failed);
+  EXPECT_THAT(store->lastError(), tellsOf(holder));
 }
 
 TEST(HeldStore, IsNotWaitedForBySQLiteItself) {
@@ -109,12 +106,11 @@ TEST(HeldStore, IsNotWaitedForBySQLiteItself) {
     ASSERT_TRUE(store->synchronize("domain"));
   }
   const StoppedHolder holder = StoppedHolder::ofIndexOfLog(folder / SQLiteStoreFile);
-  SQLitePreferences store(folder.path(), folder / "defaults.json", LogHandle("", "", nullptr),
-                          SQLitePreferences::Access::readWrite, NoPatience);
-  EXPECT_FALSE(store.copyValue("key", "domain").isReadable());
-  EXPECT_THAT(store.lastError(), tellsOf(holder));
+  const auto store = openIn(folder.path(), nullptr, SQLitePreferences::Access::readWrite, NoPatience);
+  EXPECT_FALSE(store->copyValue("key", "domain").isReadable());
+  EXPECT_THAT(store->lastError(), tellsOf(holder));
   // After that wait none of them takes its 10 seconds.
-  for (int attempt = 0; attempt < 50; ++attempt) EXPECT_FALSE(store.synchronize("domain"));
+  for (int attempt = 0; attempt < 50; ++attempt) EXPECT_FALSE(store->synchronize("domain"));
 }
 
 TEST(HeldIndex, ContactsAreUnreadableUntilTheLockIsFree) {

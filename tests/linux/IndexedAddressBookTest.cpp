@@ -21,11 +21,7 @@ struct Program : AddressBookProgram {
   explicit Program(ContactsFixture& fixture) : AddressBookProgram(fixture.log, fixture.source(), fixture.options()) {}
 };
 
-struct IndexedAddressBookTest : testing::Test, ContactsFixture {
-  void execute(const char* statement) const {
-    SQLiteDatabase(data / "contacts-index.sqlite", SQLiteDatabase::Access::readWrite, 10).execute(statement);
-  }
-};
+struct IndexedAddressBookTest : testing::Test, ContactsFixture {};
 
 TEST_F(IndexedAddressBookTest, EveryProgramHearsOfAChangeOnceWhicheverIndexedIt) {
   put("a.vcf", card("anna", "Anna"));
@@ -65,15 +61,15 @@ TEST_F(IndexedAddressBookTest, WhatIsReadInBulkIsNotLookedUpAgain) {
   const auto book = program.store->openPrivateAddressBook();
   const std::vector<std::string_view> guids{"a", "nobody", "no\n\"name"};
   book->withPeopleMatchingGUIDs(guids, [&] {
-    execute("ALTER TABLE cards RENAME TO lost");
+    executeInIndex("ALTER TABLE cards RENAME TO lost");
     const RecordRef a = book->copyPersonMatchingGUID("a");
     ASSERT_NE(a, nullptr);
     EXPECT_EQ(a->allLinkedPeople().size(), 2U);
     EXPECT_EQ(a->preferredLinkedPersonForName()->compositeName(), "Clara");
-    execute("ALTER TABLE lost RENAME TO cards");
+    executeInIndex("ALTER TABLE lost RENAME TO cards");
     EXPECT_EQ(book->copyPersonMatchingGUID("c")->compositeName(), "Clara") << "the others are found as ever";
   });
-  execute("ALTER TABLE cards RENAME TO lost");
+  executeInIndex("ALTER TABLE cards RENAME TO lost");
   EXPECT_EQ(book->copyPersonMatchingGUID("a"), nullptr);
 }
 
@@ -120,7 +116,7 @@ TEST_F(IndexedAddressBookTest, FavoritesThatAreMarkedAreToldOfOnlyWhenTheyAreOth
   EXPECT_EQ(change("X-FOLKS-FAVOURITE:true\nNOTE:no matter\n"), 0);
   EXPECT_EQ(change(""), 1);
   EXPECT_TRUE(favorites->favoriteEntries().isReadable());
-  execute("ALTER TABLE cards RENAME TO lost");
+  executeInIndex("ALTER TABLE cards RENAME TO lost");
   EXPECT_FALSE(favorites->favoriteEntries().isReadable());
 }
 

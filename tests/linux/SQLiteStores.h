@@ -18,9 +18,11 @@ inline constexpr const char* SQLiteStoreFile = "preferences.sqlite";
 
 inline std::shared_ptr<SQLitePreferences> openIn(
     const std::filesystem::path& folder, std::shared_ptr<LogSink> sink = nullptr,
-    SQLitePreferences::Access access = SQLitePreferences::Access::readWrite) {
+    SQLitePreferences::Access access = SQLitePreferences::Access::readWrite,
+    std::chrono::milliseconds lockLimit = SQLitePreferences::LockLimit) {
   return std::make_shared<SQLitePreferences>(folder, folder / "defaults.json",
-                                             LogHandle("org.tapnote.Pellor", "preferences", std::move(sink)), access);
+                                             LogHandle("org.tapnote.Pellor", "preferences", std::move(sink)), access,
+                                             lockLimit);
 }
 
 /// A connection that knows nothing of preferences.

@@ -78,17 +78,17 @@ TEST_F(UnusedSpaceTest, HoldsNothingOfWhatIsGoneAndAnOpenStoreGoesOn) {
 }
 
 TEST_F(UnusedSpaceTest, TheLogIsKeptForAReaderOfAnEarlierStateAndSaidToBe) {
-  SQLitePreferences store(_folder.path(), _folder / "defaults.json", LogHandle("", "", nullptr),
-                          SQLitePreferences::Access::readWrite, std::chrono::milliseconds(1));
-  writeAndRemove(store);
+  const auto store =
+      openIn(_folder.path(), nullptr, SQLitePreferences::Access::readWrite, std::chrono::milliseconds(1));
+  writeAndRemove(*store);
   const SQLiteDatabase reader(_folder / SQLiteStoreFile, SQLiteDatabase::Access::readOnly, 5);
   reader.execute("BEGIN");
   ASSERT_GT(reader.integer("SELECT count(*) FROM stored_values"), 0);
-  const auto kept = store.eraseUnusedSpace();
+  const auto kept = store->eraseUnusedSpace();
   ASSERT_TRUE(kept);
   EXPECT_EQ(kept->where, "the log of the store");
   reader.execute("COMMIT");
-  EXPECT_EQ(store.eraseUnusedSpace(), std::nullopt);
+  EXPECT_EQ(store->eraseUnusedSpace(), std::nullopt);
   EXPECT_FALSE(hasSecrets());
 }
 

@@ -1,13 +1,15 @@
-#include "pellor/runtime/Value.h"
-
+// Values, their stored forms, and values that threads share.
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <span>
+#include <thread>
 #include <vector>
 
 #include "pellor/runtime/KeyedCoder.h"
 #include "pellor/runtime/LongArray.h"
+#include "pellor/runtime/Published.h"
+#include "pellor/runtime/Value.h"
 
 namespace pellor {
 namespace {
@@ -82,5 +84,28 @@ TEST(KeyedArchiveTest, WhatIsNotAllowedOrMalformedReadsAsAbsent) {
   EXPECT_EQ(damaged.decodeSet("array"), std::nullopt);
 }
 
+using Version = std::vector<int>;  // its number, several times
+
+// Under ThreadSanitizer this also proves that what was stored happened before it is read.
+TEST(PublishedTest, ReadersSeeWholeVersionsThatNeverGoBack) {
+  constexpr int last = 2000;
+  const auto make = [](int number) { return std::make_shared<const Version>(5, number); };
+  Published<std::shared_ptr<const Version>> published(make(0));
+  std::vector<std::thread> readers;
+  for (int i = 0; i < 3; ++i) {
+    readers.emplace_back([&] {
+      for (int seen = 0; seen < last;) {
+        const auto version = published.load();
+        EXPECT_GE(version->front(), seen);
+        seen = version->front();
+        EXPECT_EQ(*version, Version(5, seen));
+      }
+    });
+  }
+  for (int number = 1; number <= last; ++number) published.store(make(number));
+  for (auto& reader : readers) reader.join();
+}
+
 }  // namespace
+
 }  // namespace pellor

@@ -15,8 +15,8 @@
 #include "pellor/linux/files/internal/PrivateFiles.h"
 #include "pellor/linux/ldap/LdapFilter.h"
 #include "pellor/testing/LogCollector.h"
-#include "tests/services/Certificate.h"
 #include "tests/services/DirectoryFactories.h"
+#include "tests/services/servers/Server.h"
 
 namespace pellor {
 namespace {
@@ -200,23 +200,11 @@ TEST(LdapLimitsTest, WhatIsCutOffIsAskedForInSmallerParts) {
                                                   {"mailto:bob@example.org", invalid}}));
 }
 
-TEST(LdapEncryptionTest, OnlyACertificateThatIsTrustedIsTalkedTo) {
-  const Certificate certificate;
-  LdapWorld world("TLSCertificateFile " + certificate.file.string() + "\nTLSCertificateKeyFile " +
-                  certificate.key.string() + "\nsecurity ssf=1");
-  EXPECT_THAT(world.lookUp({"tel:911"}).problem, HasSubstr("encrypted connection"));
-  world.options.startsTls = true;
-  EXPECT_THAT(world.lookUp({"tel:911"}).problem, HasSubstr("not trusted"));
-  world.options.certificates = certificate.file;
-  const auto answer = world.lookUp({"tel:911"});
-  EXPECT_EQ(answer.statuses, (DestinationStatuses{{"tel:911", valid}})) << answer.problem;
-}
-
 TEST(LdapEncryptionTest, WhichOfCertificateNameAndPortIsWrongIsSaid) {
   const Certificate certificate, other;
   const std::string settings =
       "TLSCertificateFile " + certificate.file.string() + "\nTLSCertificateKeyFile " + certificate.key.string();
-  LdapWorld plain, both(settings), encrypted(settings, "ldaps");
+  LdapWorld plain, both(settings), strict(settings + "\nsecurity ssf=1"), encrypted(settings, "ldaps");
   const struct {
     const char* what;
     LdapWorld& world;
@@ -229,7 +217,9 @@ TEST(LdapEncryptionTest, WhichOfCertificateNameAndPortIsWrongIsSaid) {
       {"ldaps, another authority", encrypted, "ldaps", "127.0.0.1", false, other.file, "certificate is not trusted"},
       {"ldaps, another name", encrypted, "ldaps", "127.0.0.2", false, certificate.file, "that of another server"},
       {"ldaps, a plain port", both, "ldaps", "127.0.0.1", false, certificate.file, "does not encrypt in this way"},
-      {"StartTLS", both, "ldap", "127.0.0.1", true, certificate.file, ""},
+      {"no encryption, though it is asked for", strict, "ldap", "127.0.0.1", false, {}, "encrypted connection"},
+      {"StartTLS", strict, "ldap", "127.0.0.1", true, certificate.file, ""},
+      {"StartTLS, no authority", strict, "ldap", "127.0.0.1", true, {}, "certificate is not trusted"},
       {"StartTLS, another authority", both, "ldap", "127.0.0.1", true, other.file, "certificate is not trusted"},
       {"StartTLS, another name", both, "ldap", "127.0.0.2", true, certificate.file, "that of another server"},
       {"StartTLS, an encrypted port", encrypted, "ldap", "127.0.0.1", true, certificate.file,

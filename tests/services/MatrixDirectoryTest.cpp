@@ -11,9 +11,9 @@
 
 #include "pellor/linux/matrix/MatrixAddress.h"
 #include "pellor/testing/LogCollector.h"
-#include "tests/services/Certificate.h"
 #include "tests/services/DirectoryFactories.h"
 #include "tests/services/servers/MatrixStub.h"
+#include "tests/services/servers/Server.h"
 
 namespace pellor {
 namespace {

@@ -13,7 +13,7 @@
 
 #include "pellor/linux/mosquitto/GenerationMerge.h"
 #include "pellor/linux/mosquitto/MessageStore.h"
-#include "tests/services/PairedDeviceFixture.h"
+#include "tests/services/PairedDevices.h"
 
 namespace pellor {
 namespace {

@@ -12,7 +12,7 @@
 #include "pellor/linux/mosquitto/SealingKeys.h"
 #include "pellor/linux/mosquitto/SyncMessages.h"
 #include "pellor/testing/contract/PreferencesSyncServiceContract.h"
-#include "tests/services/PairedDeviceFixture.h"
+#include "tests/services/PairedDevices.h"
 
 namespace pellor {
 namespace {

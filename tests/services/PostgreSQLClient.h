@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "pellor/linux/postgresql/PostgreSQLPreferences.h"
 #include "pellor/linux/postgresql/PostgreSQLSchema.h"
@@ -49,6 +50,12 @@ struct Client {
     return store->synchronize(Domain);
   }
   std::optional<Value> value(std::string_view key) const { return store->copyValue(key, Domain).value(); }
+  /// By version; expects that it can be read.
+  VersionedPreference stored(const std::string& key) const {
+    const auto answer = store->read(std::vector{key}, Domain);
+    EXPECT_TRUE(answer.isReadable()) << key;
+    return answer.value() ? answer.value()->at(key) : VersionedPreference{};
+  }
 
   std::shared_ptr<LogCollector> log = std::make_shared<LogCollector>();
   std::shared_ptr<PostgreSQLService> service;

@@ -32,12 +32,6 @@ class PostgreSQLSchemaTest : public testing::Test {
   Process _process;
 };
 
-VersionedPreferences read(const Client& client, const std::vector<std::string>& keys) {
-  const auto answer = client.store->read(keys, Domain);
-  EXPECT_TRUE(answer.isReadable());
-  return answer.value().value_or(VersionedPreferences{});
-}
-
 TEST_F(PostgreSQLSchemaTest, TheListOfAnEarlierVersionIsThereWithVersionsAndMayBeEdited) {
   std::vector<std::thread> machines;
   for (int number = 0; number < 3; ++number) {
@@ -51,19 +45,18 @@ TEST_F(PostgreSQLSchemaTest, TheListOfAnEarlierVersionIsThereWithVersionsAndMayB
   EXPECT_EQ(version(), 2);
 
   const Client client(_process, options()), other(_process, options());
-  const auto found = read(client, {"FriendList", "TNFriendGroupTitles", "none"});
-  const auto& [list, listVersion] = found.at("FriendList");
+  const auto [list, listVersion] = client.stored("FriendList");
   EXPECT_NE(listVersion.store, 0U);
   EXPECT_GT(listVersion.count, 0U);
   EXPECT_EQ(listVersion.write, PreferenceWriteID{});
-  EXPECT_EQ(found.at("none").version, (PreferenceVersion{listVersion.store, 0, {}}));
+  EXPECT_EQ(client.stored("none").version, (PreferenceVersion{listVersion.store, 0, {}}));
   ASSERT_TRUE(list && list->longArray());
   EXPECT_EQ(client.store->putAside("FriendList", Domain).lastGood, list);
 
   const Value edited = withElement(*list->longArray(), 1, person(7));
   const auto answer = client.store->write({{"FriendList", setTo(edited, listVersion)}}, {5, 6}, Domain);
   EXPECT_EQ(answer.outcome, PreferenceWriteOutcome::written);
-  const auto after = read(other, {"FriendList"}).at("FriendList");
+  const auto after = other.stored("FriendList");
   EXPECT_EQ(after.value, edited);
   EXPECT_EQ(after.version.store, listVersion.store);
   EXPECT_GT(after.version.count, listVersion.count);
@@ -141,7 +134,7 @@ TEST_F(PostgreSQLSchemaTest, AnEarlierVersionThatStillRunsWritesBeforeTheSchemaC
   EXPECT_FALSE(idle.editOneRow(edited));
   EXPECT_FALSE(writing.editOneRow(edited));
   edited.back() = person(2);
-  EXPECT_EQ(read(client, {"FriendList"}).at("FriendList").value, Value(edited));
+  EXPECT_EQ(client.stored("FriendList").value, Value(edited));
 }
 
 TEST_F(PostgreSQLSchemaTest, ARoleThatMayNotChangeTheTablesSaysSoUntilTheirOwnerHasDoneIt) {
@@ -159,26 +152,26 @@ TEST_F(PostgreSQLSchemaTest, ARoleThatMayNotChangeTheTablesSaysSoUntilTheirOwner
   EXPECT_TRUE(owner.becomesConnected());
   EXPECT_TRUE(guest.becomesConnected());
   EXPECT_EQ(guest.store->write({{"key", setTo(1)}}, {1, 1}, Domain).outcome, PreferenceWriteOutcome::written);
-  EXPECT_EQ(read(owner, {"key"}).at("key").version.write, (PreferenceWriteID{1, 1}));
+  EXPECT_EQ(owner.stored("key").version.write, (PreferenceWriteID{1, 1}));
 }
 
 TEST_F(PostgreSQLSchemaTest, AStoreThatIsMadeAnewFromACopyIsAnotherStore) {
   const Client client(_process, options());
-  const auto before = read(client, {"FriendList"}).at("FriendList");
+  const auto before = client.stored("FriendList");
   // As a dump does it: tables with other names take the place, and rows are copied.
   run({{"CREATE TABLE pellor.copy (LIKE pellor.version INCLUDING ALL)"},
        {"INSERT INTO pellor.copy SELECT * FROM pellor.version"},
        {"DROP TABLE pellor.version"},
        {"ALTER TABLE pellor.copy RENAME TO version"}});
   const Client late(_process, options());
-  const auto copied = read(late, {"FriendList"}).at("FriendList");
+  const auto copied = late.stored("FriendList");
   EXPECT_EQ(copied.value, before.value);
   EXPECT_NE(copied.version.store, before.version.store);
-  EXPECT_EQ(read(client, {"FriendList"}).at("FriendList").version, copied.version);
+  EXPECT_EQ(client.stored("FriendList").version, copied.version);
   EXPECT_EQ(client.store->write({{"FriendList", setTo(1, before.version)}}, {1, 1}, Domain).outcome,
             PreferenceWriteOutcome::overtaken);
   const Client last(_process, options());
-  EXPECT_EQ(read(last, {"FriendList"}).at("FriendList").version, copied.version) << "it keeps its number";
+  EXPECT_EQ(last.stored("FriendList").version, copied.version) << "it keeps its number";
 }
 
 }  // namespace

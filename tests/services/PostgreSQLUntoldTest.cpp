@@ -64,12 +64,6 @@ PreferenceWriteAnswer write(const Client& client, PreferenceWriteID id, const Pr
   return client.store->write(changes, id, Client::Domain);
 }
 
-VersionedPreference stored(const Client& client, const std::string& key) {
-  const auto answer = client.store->read(std::vector{key}, Client::Domain);
-  EXPECT_TRUE(answer.isReadable()) << key;
-  return answer.value() ? answer.value()->at(key) : VersionedPreference{};
-}
-
 TEST(PostgreSQLUntoldTest, AWriteThatIsGivenUpBeforeItIsSentIsNeverWritten) {
   DetourToDatabase way;
   Process process;
@@ -93,7 +87,7 @@ TEST(PostgreSQLUntoldTest, AWriteThatIsGivenUpBeforeItIsSentIsNeverWritten) {
   way.detour.block(false);
   // Its jobs are done in their order.
   EXPECT_TRUE(comesTrue([&] { return hasty.store->synchronize(Client::Domain); }));
-  for (const char* key : {"key", "set", "absent"}) EXPECT_EQ(stored(other, key).value, std::nullopt) << key;
+  for (const char* key : {"key", "set", "absent"}) EXPECT_EQ(other.stored(key).value, std::nullopt) << key;
   EXPECT_EQ(hasty.log->messages(), std::vector<std::string>()) << "nothing was wrong";
 }
 
@@ -112,10 +106,10 @@ TEST(PostgreSQLUntoldTest, AWriteThatIsGivenUpAfterItWasSentIsUnknownAndCountsOn
     return write(hasty, id, {{"key", setTo("sent")}}).outcome == PreferenceWriteOutcome::unknown;
   }));
   EXPECT_EQ(hasty.value("key"), std::nullopt) << "it is not known to be written";
-  EXPECT_EQ(stored(other, "key").value, std::nullopt);
+  EXPECT_EQ(other.stored("key").value, std::nullopt);
   way.detour.block(false);
   EXPECT_TRUE(comesTrue([&] { return hasty.store->synchronize(Client::Domain); }));
-  EXPECT_EQ(stored(other, "key").version.write, id);
+  EXPECT_EQ(other.stored("key").version.write, id);
   EXPECT_EQ(hasty.value("key"), Value("sent"));
 }
 
@@ -207,7 +201,7 @@ TEST(PostgreSQLUntoldTest, MachinesThatCountTogetherLoseAndDoubleNoCountWhenAnsw
   EXPECT_EQ(first.log->count("cannot be used"), 1u) << "away once";
   EXPECT_EQ(first.log->messages().size(), 2u) << "and back";
   EXPECT_TRUE(other.wasUntold());
-  EXPECT_EQ(stored(first, "counter").value, Value(one.written() + other.written()));
+  EXPECT_EQ(first.stored("counter").value, Value(one.written() + other.written()));
 }
 
 }  // namespace

@@ -74,13 +74,6 @@ constexpr const char* Away = "the session bus is away";
 
 class SessionBusTest : public SystemNotifyBusContract<Buses<Common::busAlone>> {
  protected:
-  void observe(int number, const std::string& name, int& deliveries) {
-    SystemNotifyBusContract::observe(number, &deliveries, name, [&deliveries] { ++deliveries; });
-  }
-  template <class Condition>
-  bool runUntil(Condition condition) {
-    return _buses.runUntil(condition);
-  }
   std::size_t logged(const char* text) { return _buses.logs->count(text); }
 };
 
@@ -88,7 +81,8 @@ TEST_F(SessionBusTest, WithoutABusTheFolderServesAloneAndWhatCouldNotBeSentGoesO
   const fs::path place = _buses.temporary / "place";
   const SessionBusOptions options{"unix:path=" + place.string(), _buses.Patience};
   const auto poster = _buses.make(0, _buses.temporary / "poster", options);
-  int own = 0, others = 0;
+  int own = 0;
+  Deliveries others;
   poster->addObserver(
       &own, [&] { ++own; }, "name");
   poster->post("name");
@@ -98,7 +92,7 @@ TEST_F(SessionBusTest, WithoutABusTheFolderServesAloneAndWhatCouldNotBeSentGoesO
   EXPECT_EQ(SessionBus::report(options).state, ServiceReport::State::fails);
   observe(1, "name", others);
   fs::create_symlink(_buses.temporary / "bus", place);
-  EXPECT_TRUE(runUntil([&] { return others == 1; }));
+  EXPECT_TRUE(_buses.runUntil([&] { return others.size() == 1; }));
 }
 
 TEST_F(SessionBusTest, ABusThatHangsHoldsNobodyUp) {
@@ -120,7 +114,7 @@ TEST_F(SessionBusTest, ABusThatHangsHoldsNobodyUp) {
 }
 
 TEST_F(SessionBusTest, AShortProgramIsNotSettledBeforeItsPostsAreOnTheBus) {
-  int heard = 0;
+  Deliveries heard;
   observe(1, "name/with 'everything'\\\n\xFF", heard);
   {
     Process shortLived;
@@ -132,11 +126,11 @@ TEST_F(SessionBusTest, AShortProgramIsNotSettledBeforeItsPostsAreOnTheBus) {
     bus.post("name/with 'everything'\\\n\xFF");
     EXPECT_TRUE(shortLived.settle(30));
   }
-  EXPECT_TRUE(runUntil([&] { return heard == 1; }));
+  EXPECT_TRUE(_buses.runUntil([&] { return heard.size() == 1; }));
 }
 
 TEST_F(SessionBusTest, TheSignalIsThatOfTheInterface) {
-  int heard = 0;
+  Deliveries heard;
   observe(0, "org.tapnote.changed", heard);
   const auto send = [&](const std::string& argument) {
     runTool({"dbus-send", "--bus=" + _buses.daemon.address(), "--type=signal", "/org/tapnote/Pellor/Notify1",
@@ -145,9 +139,9 @@ TEST_F(SessionBusTest, TheSignalIsThatOfTheInterface) {
   send("int32:1");
   send("string:org.tapnote");
   send("string:org.tapnote.changed");
-  EXPECT_TRUE(runUntil([&] { return heard >= 1; }));
+  EXPECT_TRUE(_buses.runUntil([&] { return !heard.empty(); }));
   flush(0);
-  EXPECT_EQ(heard, 1);
+  EXPECT_EQ(heard.size(), 1u);
 }
 
 TEST(SessionBusAddressTest, IsThatOfTheVariableElseTheSocketOfTheLogin) {

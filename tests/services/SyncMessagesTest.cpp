@@ -1,14 +1,18 @@
-// What two devices say to each other, and what each keeps of it.
+// What two devices say to each other, what each keeps of it, and their connection.
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <semaphore>
 #include <span>
 #include <utility>
 #include <vector>
 
+#include "pellor/linux/mosquitto/MQTTConnection.h"
 #include "pellor/linux/mosquitto/PushState.h"
 #include "pellor/linux/mosquitto/SealingKeys.h"
 #include "pellor/linux/mosquitto/SyncMessages.h"
+#include "pellor/testing/LogCollector.h"
+#include "tests/linux/RefusedThreads.h"
 
 namespace pellor {
 namespace {
@@ -92,5 +96,37 @@ TEST(SealingKeysTest, OnlyTheOtherDeviceOpensOnlyWhatWasSealed) {
   EXPECT_FALSE(SealingKeys::agree(laptop, SealingKeyPair::Key{})) << "no key at all";
 }
 
+// The connection to the broker
+
+class NotingClient final : public MQTTConnection::Client {
+ public:
+  void work() override { works.release(); }
+  void connected() override {}
+  void disconnected() override { ++losses; }
+  void arrived(const std::string&, std::span<const std::uint8_t>) override {}
+  void subscribed() override {}
+  void delivered(bool) override {}
+
+  std::binary_semaphore works{0};
+  int losses = 0;
+};
+
+TEST(MQTTRefusedThreadsTest, WithoutItsThreadTheBrokerIsAwayUntilItCanBeStarted) {
+  runWithRefusedThreads([](const RefusedThreads& refused) {
+    const auto log = std::make_shared<LogCollector>();
+    NotingClient client;
+    MQTTConnection connection(client, {}, {}, "id", {}, LogHandle("test", "mqtt", log));
+    connection.start();
+    connection.wake();
+    EXPECT_EQ(client.losses, 1);
+    EXPECT_NE(connection.problem().find("ulimit -u"), std::string::npos) << connection.problem();
+    EXPECT_EQ(log->count(RefusedThreads::Refusal), 1U);
+    refused.lift();
+    connection.wake();
+    client.works.acquire();
+  });
+}
+
 }  // namespace
+
 }  // namespace pellor

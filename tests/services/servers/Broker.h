@@ -8,7 +8,7 @@
 
 #include "pellor/linux/mosquitto/DevicePairing.h"
 #include "pellor/linux/mosquitto/MQTTOptions.h"
-#include "tests/services/Certificate.h"
+#include "tests/services/servers/Server.h"
 
 namespace pellor {
 

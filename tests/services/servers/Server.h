@@ -40,6 +40,19 @@ class Server {
 /// Runs a command to its end and gives what it printed on both outputs. A failure is one of the test and throws
 /// std::runtime_error.
 std::string runTool(const std::vector<std::string>& command);
+/// A certificate of a server at 127.0.0.1, signed by nobody but itself.
+struct Certificate {
+  Certificate() {
+    runTool({"sh", "-c",
+             "cd $0 && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -subj /CN=localhost "
+             "-addext subjectAltName=IP:127.0.0.1 -days 2 -keyout key.pem -out certificate.pem",
+             folder.path()});
+  }
+
+  const TemporaryFolder folder;
+  const std::filesystem::path file = folder / "certificate.pem", key = folder / "key.pem";
+};
+
 /// The command with the rights of a user, where the test is root.
 std::vector<std::string> asUser(const std::string& user, std::vector<std::string> command);
 

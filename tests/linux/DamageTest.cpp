@@ -1,4 +1,5 @@
-// Single bits and lengths of the store's file: what was stored is given, or the log says what became of it.
+// Single bits and lengths of the files of the store and of the contact index: what was stored is given, or the log says
+// what became of it.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,18 +8,41 @@
 #include <functional>
 #include <map>
 #include <random>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "pellor/testing/LogCollector.h"
 #include "pellor/testing/contract/VersionedWriter.h"
+#include "tests/linux/ContactsFixture.h"
 #include "tests/linux/SQLiteStores.h"
 
 namespace pellor {
 namespace {
 
 namespace fs = std::filesystem;
+
+bool everyBit() { return std::getenv("PELLOR_EVERY_BIT") != nullptr; }
+
+/// Calls `use` with the content in which one bit is another one: each, or some of them. A part of these is among bytes
+/// that are not zero.
+template <class Use>
+void forBitsOf(const std::string& content, std::size_t count, std::size_t anywhereEvery, Use use) {
+  std::mt19937_64 random(20261122);
+  std::uniform_int_distribution<std::size_t> anywhere(0, content.size() * 8 - 1);
+  for (std::size_t number = 0; number < (everyBit() ? content.size() * 8 : count); ++number) {
+    std::size_t bit = everyBit() ? number : anywhere(random);
+    while (!everyBit() && number % anywhereEvery != 0 && content[bit / 8] == 0) bit = anywhere(random);
+    std::string damaged = content;
+    damaged[bit / 8] = static_cast<char>(damaged[bit / 8] ^ (1 << (bit % 8)));
+    SCOPED_TRACE(testing::Message() << "bit " << bit);
+    use(damaged, number);
+    if (testing::Test::HasFatalFailure()) return;
+  }
+}
+
+// The store
 
 const std::vector<std::pair<std::string, std::vector<std::string>>> KeysOfDomains = {
     {"org.tapnote.TN", {"FriendList", "Titles", "Enabled", "Number", "Removed", "Short"}},
@@ -116,38 +140,17 @@ class SmallStore : public testing::Test {
   std::uint64_t _writes = 0;
 };
 
-bool everyBit() { return std::getenv("PELLOR_EVERY_BIT") != nullptr; }
-
-/// Positions of bits: all of them, or some, half of these among bytes that are not zero.
-std::vector<std::size_t> bitsOf(const std::string& content, std::size_t count) {
-  std::vector<std::size_t> bits;
-  if (everyBit()) {
-    for (std::size_t bit = 0; bit < content.size() * 8; ++bit) bits.push_back(bit);
-    return bits;
-  }
-  std::mt19937_64 random(20261122);
-  std::uniform_int_distribution<std::size_t> anywhere(0, content.size() * 8 - 1);
-  while (bits.size() < count) {
-    const std::size_t bit = anywhere(random);
-    if (bits.size() % 10 == 0 || content[bit / 8] != 0) bits.push_back(bit);
-  }
-  return bits;
-}
-
 TEST_F(SmallStore, ASingleBitNeverMakesAnotherListWithoutAWord) {
   const std::string whole = contentOf(file());
   std::map<std::string, int> outcomes;
-  std::size_t number = 0;
-  for (const std::size_t bit : bitsOf(whole, 1000)) {
-    std::string content = whole;
-    content[bit / 8] = static_cast<char>(content[bit / 8] ^ (1 << (bit % 8)));
+  forBitsOf(whole, 1000, 10, [&](const std::string& content, std::size_t number) {
     put(content);
     const auto found = read(*open());
-    ASSERT_TRUE(isHonest(found)) << "bit " << bit << ": " << testing::PrintToString(_log->messages());
+    ASSERT_TRUE(isHonest(found)) << testing::PrintToString(_log->messages());
     ++outcomes[!found ? "refused" : _log->messages().empty() ? "same" : "same, said"];
-    if (number++ % 10 != 0) continue;
-    ASSERT_TRUE(isHonestAfterAWrite()) << "bit " << bit << ": " << testing::PrintToString(_log->messages());
-  }
+    if (number % 10 != 0) return;
+    ASSERT_TRUE(isHonestAfterAWrite()) << testing::PrintToString(_log->messages());
+  });
   for (const auto& [outcome, count] : outcomes) RecordProperty(outcome, count);
   EXPECT_GT(outcomes["same, said"], 0);
 }
@@ -202,5 +205,67 @@ TEST_F(SmallStore, WhatIsDamagedIsPutAsideReplacedAndWrittenAnewWithTheNextWrite
   }
 }
 
+// The contact index
+
+/// An index of some contacts, linked ones and favorites among them, in its one file.
+class SmallIndex : public testing::Test, public ContactsFixture {
+ protected:
+  SmallIndex() : ContactsFixture(TemporaryFolder::memory()) {
+    for (int number = 0; number < 12; ++number) {
+      const std::string digit = std::to_string(number % 10), uid = "u" + std::to_string(number);
+      put(uid + ".vcf", card(uid, "Name " + std::to_string(number),
+                             "TEL:+493012345" + std::to_string(10 + number) + "\nEMAIL:" + uid + "@example.org\n" +
+                                 (number % 4 == 1 ? "RELATED;TYPE=x-link:u" + std::to_string(number - 1) + "\n" : "")));
+    }
+  }
+
+  /// All that the index is asked for, but its numbers of records, which a new index may give anew.
+  static std::string told(ContactIndex& index) {
+    std::string text;
+    const auto add = [&](const std::string& question, const std::vector<std::int32_t>& records) {
+      text += question + ":";
+      for (const std::int32_t record : records) {
+        const auto contact = index.contactWithID(record);
+        if (!contact) return void(text += " nobody");
+        text += " " + contact->guid + " " + contact->card.formattedName.value_or("");
+        for (const CardValue& phone : contact->card.phones) text += " " + phone.value;
+        for (const CardValue& email : contact->card.emails) text += " " + email.value;
+        if (contact->linkID >= 0) text += " of " + std::to_string(index.recordIDsOfLinkedSet(contact->linkID).size());
+      }
+      text += "\n";
+    };
+    index.beginReading();
+    for (int number = 0; number < 12; ++number) {
+      const std::string uid = "u" + std::to_string(number);
+      text += index.contactWithGUID(uid) ? uid + "\n" : "";
+      add("name", index.recordIDsMatchingName("Name " + std::to_string(number)));
+      add("phone", index.recordIDsForDestination("030 12345" + std::to_string(10 + number)));
+      add("email", index.recordIDsForDestination(uid + "@example.org"));
+    }
+    add("all", index.allRecordIDs());
+    index.endReading();
+    return text;
+  }
+};
+
+TEST_F(SmallIndex, ASingleBitNeverMakesOtherContacts) {
+  const std::string whole = told(*openIndex());
+  const fs::path file = data / "contacts-index.sqlite";
+  const std::string content = contentOf(file);
+  ASSERT_GT(content.size(), 0U);
+  std::size_t madeAnew = 0, count = 0;
+  forBitsOf(content, 250, 1, [&](const std::string& damaged, std::size_t) {
+    ++count;
+    fs::remove_all(data);
+    fs::create_directory(data);
+    writeFile(file, damaged);
+    log->clear();
+    ASSERT_EQ(told(*openIndex()), whole);
+    madeAnew += log->count("is made anew");
+  });
+  EXPECT_GT(madeAnew, count / 3) << "the pages that a look-up needs were looked at";
+}
+
 }  // namespace
+
 }  // namespace pellor
