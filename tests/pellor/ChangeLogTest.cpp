@@ -2,9 +2,7 @@
 #include "pellor/friends/PLChangeLog.h"
 #include "pellor/friends/PLPerson.h"
 
-#include "pellor/friends/internal/PLPendingChanges.h"
 #include "tests/pellor/ManagerWorld.h"
-#include "tests/pellor/OneProcess.h"
 
 namespace pellor {
 namespace {
@@ -74,32 +72,6 @@ TEST_F(ChangeLogTest, WhatHappensToOnePersonIsOneEntryAndEachPostStartsAnew) {
   rest();
   EXPECT_EQ(a->logged("posting PLFriendsManagerChangedNotification with 2 changelog entries"), 1U);
   EXPECT_EQ(textOf(posted.front()), "Ann+-") << "a log that was posted stays as it is";
-}
-
-using PendingChangesTest = OneProcess;
-
-TEST_F(PendingChangesTest, WhatEnteredIsTakenOnceAndALogThatWasTakenStaysAsItIs) {
-  const auto pending = PLPendingChanges::make();
-  const auto record = [&](const std::shared_ptr<PLPerson>& person, std::string_view change) {
-    pending->_addEntryToChangeLogForPersonChangeType(person, change);
-  };
-  record(nullptr, PLFriendsManagerPersonAdded);
-  pending->addChanges({});
-  EXPECT_EQ(pending->_copyAndResetChangeLog(), std::nullopt);
-  const auto ann = PLPerson::init(), bob = PLPerson::init();
-  record(ann, PLFriendsManagerPersonMoved);
-  record(bob, PLFriendsManagerPersonDeleted);
-  record(ann, PLFriendsManagerPersonDeleted);
-  EXPECT_EQ(pending->_changeLogCount(), 2U);
-  EXPECT_FALSE(pending->_changeLogContainsFriendAdditionsOrUpdates());
-  const auto taken = pending->_copyAndResetChangeLog();
-  record(ann, PLFriendsManagerPersonUpdated);
-  EXPECT_TRUE(pending->_changeLogContainsFriendAdditionsOrUpdates());
-  EXPECT_EQ(pending->_changeLogCount(), 1U);
-  EXPECT_EQ(taken->count(), 2U);
-  EXPECT_FALSE(taken->containsAdditionsOrUpdates());
-  EXPECT_EQ(pending->_copyAndResetChangeLog()->count(), 1U);
-  EXPECT_EQ(pending->_copyAndResetChangeLog(), std::nullopt);
 }
 
 }  // namespace
