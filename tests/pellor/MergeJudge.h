@@ -60,7 +60,4 @@ class Judge {
   std::vector<std::string> _faults;
 };
 
-/// Whether no edit of one side concerns what an edit of the other does.
-bool areIndependent(const Triple& triple);
-
 }  // namespace pellor::merging

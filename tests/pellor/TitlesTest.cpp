@@ -69,21 +69,6 @@ TEST_F(TitlesTest, ATitleIsAnEditUntilThatOfItsPageIsStored) {
   EXPECT_THAT(titles->edits(), IsEmpty());
 }
 
-TEST_F(TitlesTest, TitlesFollowTheirPagesAndThoseThatNoGroupHasStayBehindThem) {
-  base.titles = {"x", "y", "z", "hidden", 7};
-  EXPECT_FALSE(titles->haveMoved(base));
-  EXPECT_FALSE(titles->takeMoved());
-  remove(0);
-  EXPECT_EQ(text(), "y,z,");
-  EXPECT_THAT(titles->edits(), IsEmpty()) << "nobody has set them";
-  EXPECT_TRUE(titles->haveMoved(base));
-  EXPECT_TRUE(titles->takeMoved());
-  EXPECT_FALSE(titles->takeMoved());
-  EXPECT_EQ(titles->storedAfter(base), (Array{"y", "z", "hidden", 7}));
-  base.titles = {};
-  EXPECT_FALSE(titles->haveMoved(base)) << "none are stored";
-}
-
 TEST_F(TitlesTest, WhatOthersRenameIsTakenOverButForTitlesThatWereSetHere) {
   setTitle(1, "mine");
   remove(0);
@@ -129,21 +114,6 @@ TEST_F(TitlesTest, AfterAMergeWhatTheStoreLacksIsAnEdit) {
   merged.titles = {"ours", "mine"};
   titles->takeOver(stored({"x2", "y2"}), &merged, nullptr);
   EXPECT_THAT(titles->edits(), ElementsAre(Pair(0, "ours"), Pair(1, "mine")));
-}
-
-TEST_F(TitlesTest, ATitleThatWasSetIsNewOnce) {
-  titles->haveNew(&base);
-  EXPECT_FALSE(titles->haveNew(&base));
-  setTitle(1, "mine");
-  EXPECT_TRUE(titles->haveNew(nullptr));
-  EXPECT_FALSE(titles->haveNew(nullptr));
-  setTitle(1, "mine");
-  EXPECT_FALSE(titles->haveNew(nullptr)) << "it is the same";
-  setTitle(2, "other");
-  EXPECT_TRUE(titles->haveNew(nullptr));
-  setTitle(2, "z");
-  setTitle(1, "y");
-  EXPECT_FALSE(titles->haveNew(&base)) << "both are stored";
 }
 
 }  // namespace
