@@ -249,21 +249,6 @@ TEST_F(ManagerRefreshTest, WhileTheContactsCannotBeReadNobodyIsUnlinked) {
   EXPECT_EQ(storedSequenceNumber(), Value(world.addressBook().sequenceNumber()));
 }
 
-TEST_F(ManagerRefreshTest, WhileRefreshingIsDisabledLoadsCleanUpThemselves) {
-  auto a = launchWith("Ann#,Bob#");
-  a->run([&] { a->manager().setRefreshAgainstContactsEnabled(false); });
-  rename("Ann", "Anna");
-  rest();
-  EXPECT_EQ(a->list(), "Ann,Bob|-,-");
-  store("Ann#,Ann#");
-  a->run([&] { a->manager().reloadFriendList(); });
-  EXPECT_EQ(a->list(), "Ann,-|-,-");
-  EXPECT_EQ(a->logged(Refreshing), 0U);
-  a->run([&] { a->manager().setRefreshAgainstContactsEnabled(true); });
-  EXPECT_EQ(a->logged(Refreshing), 1U) << "at once";
-  EXPECT_EQ(a->list(), "Anna,-|-,-");
-}
-
 TEST_F(ManagerRefreshTest, OfTwoWithOneRecordTheLowerSlotStays) {
   world.pairedDevice().setCompletedInitialSync(true);
   Array list = storedList("-,Ann#|Dan,Eve|Ann#,Dan");
