@@ -175,12 +175,12 @@ TEST_F(ManagerLoadTest, AReloadFromAStoreThatDoesNotAnswerKeepsTheList) {
 
   a->add("Cy");
   a->run([&] { a->friendAt(1, 0)->setMetadataValueForKey(Value("blue"), "color"); });
-  EXPECT_FALSE(a->run([&] { return a->process().settle(200); })) << "not everything is written";
+  EXPECT_FALSE(a->settle(200)) << "not everything is written";
   EXPECT_EQ(stored(2), "Ann,-|Bob,-");
   EXPECT_EQ(world.bus().postCount(PLFriendsChangedExternallyNotification), 1U) << "that of this test alone";
 
   world.preferences().makeReadable();
-  EXPECT_TRUE(a->run([&] { return a->process().settle(200); }));
+  EXPECT_TRUE(a->settle(200));
   EXPECT_EQ(a->list(), "Ann,cy@example.org|Bob,-|-,-");
   EXPECT_EQ(stored(2), "Ann,?|Bob,-|-,-");
   EXPECT_EQ(storedTitles(), "Family|-|-");

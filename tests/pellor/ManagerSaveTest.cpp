@@ -103,7 +103,7 @@ TEST_F(ManagerSaveTest, NamesOfTheDomainMayBeTheSameButNotEmpty) {
     setSetting(PLFriendGroupTitleChangedExternallyNotificationKey, setting);
     auto a = launchWith("Ann,-");
     a->add("Bob");
-    EXPECT_TRUE(a->run([&] { return a->process().settle(10); })) << name;
+    EXPECT_TRUE(a->settle(10)) << name;
     EXPECT_EQ(a->logged("Handling external friends-changed event."), 0U) << name;
     store("Cy,-");
     world.bus().post(name);

@@ -57,7 +57,7 @@ void expectSame(const PLMergeResult& one, const PLMergeResult& other, std::size_
 void judgeResult(const Triple& triple, PLMergeInput input) {
   const PLMergeResult result = threeWayMerge(input);
   std::string faults;
-  for (const std::string& fault : Judge(triple, input, result).faults()) faults += fault + "\n";
+  for (const std::string& fault : faultsOf(triple, input, result)) faults += fault + "\n";
   EXPECT_EQ(faults, "") << "result " << describe(result, triple.groupSize);
   if (!triple.ours.removedAutomatically.empty()) return;
   unshare(input);
