@@ -112,6 +112,24 @@ TEST_F(FriendGroup, SurvivesWhatItsDelegateDoes) {
   }
 }
 
+TEST_F(FriendGroup, AnnouncesNewTitles) {
+  Posts posts(process, PLFriendGroupTitleChangedNotification);
+  const auto group = PLFriendGroup::init();
+  const auto postsAfter = [&](std::optional<std::string> title) {
+    const auto before = posts.count();
+    group->setTitle(std::move(title));
+    EXPECT_EQ(posts.count(), before) << "not inside the call";
+    settle();
+    return posts.count() - before;
+  };
+  EXPECT_EQ(postsAfter(std::nullopt), 0U);
+  EXPECT_EQ(postsAfter("Family"), 1U);
+  EXPECT_EQ(posts.all().back().object, group);
+  EXPECT_EQ(postsAfter("Family"), 0U);
+  EXPECT_EQ(postsAfter(""), 1U);
+  EXPECT_EQ(postsAfter(std::nullopt), 1U);
+}
+
 TEST_F(FriendGroup, IsCalledByItsTitleElseByItsFriends) {
   const auto group = PLFriendGroup::initWithGroupSize(6);
   const auto name = [&] { return group->displayNameForGroupWithSeparator(", "); };

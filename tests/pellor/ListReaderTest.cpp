@@ -60,6 +60,11 @@ TEST_F(ListReaderTest, ADamagedListIsPutAsideOnceAndItsLastGoodCopyStandsForIt) 
   damage(Data{2});
   EXPECT_EQ(read(), recovered);
   EXPECT_EQ(list(), listOf("Eve")) << "stored by another process, and damaged in the same way, between two looks";
+  for (const Value& mark : {Value(true), Value(1)}) {
+    store().setValue(PLFirstListIsDueKey, mark, Domain);
+    read();
+    EXPECT_EQ(stored.awaitsFavorites, mark == Value(true));
+  }
   store().makeUnreadable();
   EXPECT_EQ(read(), unreadable);
   EXPECT_FALSE(reader.versions());

@@ -89,5 +89,14 @@ TEST_F(ManagerRefreshHoldTest, AClockThatIsSetForwardIsLookedAtWithinTheHour) {
   EXPECT_EQ(a->logged(Refreshing), 1U);
 }
 
+TEST_F(ManagerRefreshHoldTest, ALastMomentIsASecond) {
+  world.addressBook().shiftWallClock(Day - 1);
+  EXPECT_FALSE(a->run([&] { return a->manager().refreshAgainstAddressBook(); }));
+  advance(0.9);
+  EXPECT_EQ(a->logged(Refreshing), 0U);
+  advance(0.2);
+  EXPECT_EQ(a->logged(Refreshing), 1U);
+}
+
 }  // namespace
 }  // namespace pellor

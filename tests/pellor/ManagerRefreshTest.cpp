@@ -73,6 +73,12 @@ TEST_F(ManagerRefreshTest, ARecordIsReadAgainOnlyIfItOrItsFriendMayHaveChanged) 
       {"a linked record that goes", [&] { book.remove(guidOf("Dan")); }, 1, "Anna,Eva|Cy,-|-,-"},
       {"a link that ends", [&] { book.unlink(guidOf("Eve")); }, 1, "Anna,Bob|Cy,-|-,-"},
       {"a setting", [&] { book.setShortNamePreferNicknames(true); }, 3, "Anna,Bob|Cy,-|-,-"},
+      {"another setting", [&] { book.setShortNameFormatEnabled(true); }, 3, "Anna,Bob|Cy,-|-,-"},
+      {"more contacts than there are slots",
+       [&] {
+         for (int left = 7; left > 0; --left) book.add({.first = "Zoe"});
+       },
+       3, "Anna,Bob|Cy,-|-,-"},
       {"a friend", [&] { a->friendAt(0, 0)->setPreferredReplyAs("home"); }, 1, "Anna,Bob|Cy,-|-,-"},
       {"a slot",
        [&] {

@@ -19,6 +19,33 @@ class PageLayoutTest : public OneList {
   }
 };
 
+TEST_F(PageLayoutTest, ThereAreAsManyGroupsAsTheListAndTheSettingsHaveRoomFor) {
+  const struct {
+    const char* what;
+    std::uint64_t groupSize;
+    std::int64_t maxGroupCount;
+    bool addsEmptyGroup;
+    const char *list, *pages;
+  } rows[] = {
+      {"there is always a group", 3, 20, false, "", "---"},
+      {"even where none may be", 3, 0, true, "abcdef", "abc"},
+      {"the last one has a friend", 3, 20, true, "abcd--", "abc|d--|---"},
+      {"the last one is empty", 3, 20, true, "abc---", "abc|---"},
+      {"no empty one is wanted", 3, 20, false, "abcdef", "abc|def"},
+      {"the settings have no more", 3, 2, true, "abcdefghi", "abc|def"},
+      {"what is no whole page comes to light in the empty one", 3, 20, true, "abcd", "abc|d--"},
+      {"it stays hidden where that is not wanted", 3, 20, false, "abcd", "abc"},
+      {"a limit beyond every list", 3, -1, true, "abcdef", "abc|def|---"},
+      {"pages of one slot", 1, 3, true, "ab", "a|b|-"},
+  };
+  for (const auto& row : rows) {
+    setLimits(row.groupSize, row.maxGroupCount, row.addsEmptyGroup);
+    layOut(row.list);
+    EXPECT_EQ(textOfPages(), row.pages) << row.what;
+    EXPECT_EQ(pages->violation(), std::nullopt) << row.what;
+  }
+}
+
 TEST_F(PageLayoutTest, AnAppendedGroupHasTheSlotsThatTheListHasThere) {
   setLimits(3, 1);
   layOut("abcde-f");
@@ -29,6 +56,8 @@ TEST_F(PageLayoutTest, AnAppendedGroupHasTheSlotsThatTheListHasThere) {
   pages->_addEmptyGroup();
   EXPECT_EQ(textOfPages(), "abc|de-|f--");
   EXPECT_EQ(textOfList(), "abcde-f--");
+  EXPECT_EQ(pages->_indexForPositionInGroup(2, *group(2)), 8U);
+  EXPECT_GT(pages->_indexForPositionInGroup(3, *group(2)), list.count()) << "no slot";
   EXPECT_EQ(announcements, 2);
   pages->_updateFriendGroups();
   EXPECT_EQ(textOfPages(), "abc");

@@ -123,6 +123,22 @@ TEST_F(StepsTest, FieldsPlacesPagesAndTitlesOfAStepGoOutInOneWrite) {
   EXPECT_THAT(client->take(), ElementsAre("stored 1"));
 }
 
+TEST_F(StepsTest, APageThatIsFilledAgainInAStepStays) {
+  launchOn("Ann,-,-|Bob,-,-", {"Family", "Work"});
+  const auto ann = a->friendAt(0, 0);
+  const auto bob = a->friendAt(1, 0);
+  step([&] {
+    a->remove(0, 0);
+    a->remove(1, 0);
+    a->set(bob, 0, 0);
+    a->set(ann, 1, 0);
+  });
+  EXPECT_TRUE(a->settle());
+  EXPECT_EQ(stored(3), "Bob,-,-|Ann,-,-|-,-,-");
+  EXPECT_EQ(storedTitles(), "Family|Work");
+  EXPECT_EQ(a->manager().invariantViolation(), std::nullopt);
+}
+
 TEST_F(StepsTest, AStepIsToldOnceItIsStored) {
   launchOn("Ann,-,-");
   using Untold = InMemoryPreferences::Untold;

@@ -69,6 +69,21 @@ TEST_F(TitlesTest, ATitleIsAnEditUntilThatOfItsPageIsStored) {
   EXPECT_THAT(titles->edits(), IsEmpty());
 }
 
+TEST_F(TitlesTest, TitlesFollowTheirPagesAndThoseThatNoGroupHasStayBehindThem) {
+  base.titles = {"x", "y", "z", "hidden", 7};
+  EXPECT_FALSE(titles->haveMoved(base));
+  EXPECT_FALSE(titles->takeMoved());
+  remove(0);
+  EXPECT_EQ(text(), "y,z,");
+  EXPECT_THAT(titles->edits(), IsEmpty()) << "nobody has set them";
+  EXPECT_TRUE(titles->haveMoved(base));
+  EXPECT_TRUE(titles->takeMoved());
+  EXPECT_FALSE(titles->takeMoved());
+  EXPECT_EQ(titles->storedAfter(base), (Array{"y", "z", "hidden", 7}));
+  base.titles = {};
+  EXPECT_FALSE(titles->haveMoved(base)) << "none are stored";
+}
+
 TEST_F(TitlesTest, WhatOthersRenameIsTakenOverButForTitlesThatWereSetHere) {
   setTitle(1, "mine");
   remove(0);
