@@ -15,17 +15,20 @@ using ::testing::Not;
 
 const std::string Key = "PLFriendListHistory";
 
-// "a b1 c": elements with these letters as ids, and what else they say.
-LongArray arrayOf(const std::string& text) {
+// "a b1 c": elements with these letters as ids, and what else they say; in an ordered one numbers that tell which is
+// newer.
+LongArray arrayOf(const std::string& text, bool isOrdered = false) {
   Array elements;
   for (std::size_t begin = 0; begin < text.size();) {
     const std::size_t end = std::min(text.find(' ', begin), text.size());
-    const std::string word = text.substr(begin, end - begin);
-    elements.emplace_back(Dictionary{{"id", word.substr(0, 1)}, {"says", word.substr(1)}});
+    const std::string id = text.substr(begin, 1), rest = text.substr(begin + 1, end - begin - 1);
+    elements.emplace_back(isOrdered ? Dictionary{{"id", id}, {"number", std::stoi(rest)}}
+                                    : Dictionary{{"id", id}, {"says", rest}});
     begin = end + 1;
   }
   return LongArray(elements);
 }
+LongArray orderedArrayOf(const std::string& text) { return arrayOf(text, true); }
 
 std::string textOf(const LongArray& array) {
   std::string text;
@@ -61,14 +64,6 @@ TEST(MergedArraysTest, AreMergedByIdAndTheLastOnesStay) {
   for (int number = 0; number < 200; ++number) many.emplace_back(Dictionary{{"id", std::to_string(number)}});
   const LongArray last = newestElements(LongArray(many), {100, {}});
   EXPECT_EQ(last.elements(), Array(many.end() - 100, many.end()));
-}
-
-// "a1 b2": with these letters as ids, and numbers that say which is newer.
-LongArray orderedArrayOf(const std::string& text) {
-  Array elements;
-  for (std::size_t begin = 0; begin < text.size(); begin += 3)
-    elements.emplace_back(Dictionary{{"id", text.substr(begin, 1)}, {"number", text[begin + 1] - '0'}});
-  return LongArray(elements);
 }
 
 TEST(MergedArraysTest, AreOrderedByANumberWhereOneWasNamed) {
@@ -184,7 +179,7 @@ TEST_F(AttachedArraysTest, AloneItGoesToTheOthersToo) {
     EXPECT_EQ(storedArray(), "c" + std::to_string(static_cast<int>(fate)) + " d");
     EXPECT_EQ(shown(*b), storedArray());
     EXPECT_EQ(world.preferences().writes().size(), 1U);
-    EXPECT_TRUE(a->run([&] { return a->process().settle(60); }));
+    EXPECT_TRUE(a->settle());
   }
 }
 

@@ -1,31 +1,24 @@
-// Change logs and how they are merged.
+// How change logs are merged.
 #include "pellor/friends/PLChangeLog.h"
-#include "pellor/friends/PLPerson.h"
 
-#include "pellor/friends/internal/PLPendingChanges.h"
+#include "pellor/friends/PLPerson.h"
 #include "tests/pellor/ManagerWorld.h"
-#include "tests/pellor/OneProcess.h"
 
 namespace pellor {
 namespace {
 
-using ::testing::ElementsAre;
+using ChangeLogTest = ManagerTest;
 
-class ChangeLogTest : public ManagerTest {
- protected:
-  ChangeLogTest() { setGroups(3, 2); }
-
-  PLChangeLog logOf(const std::shared_ptr<PLPerson>& person, const std::string& marks) {
-    PLChangeLog log;
-    for (const char mark : marks) {
-      log.add(person, mark == '+'   ? PLFriendsManagerPersonAdded
-                      : mark == '-' ? PLFriendsManagerPersonDeleted
-                      : mark == '~' ? PLFriendsManagerPersonUpdated
-                                    : PLFriendsManagerPersonMoved);
-    }
-    return log;
+PLChangeLog logOf(const std::shared_ptr<PLPerson>& person, const std::string& marks) {
+  PLChangeLog log;
+  for (const char mark : marks) {
+    log.add(person, mark == '+'   ? PLFriendsManagerPersonAdded
+                    : mark == '-' ? PLFriendsManagerPersonDeleted
+                    : mark == '~' ? PLFriendsManagerPersonUpdated
+                                  : PLFriendsManagerPersonMoved);
   }
-};
+  return log;
+}
 
 TEST_F(ChangeLogTest, LogsAreMergedByPrecedence) {
   auto a = launch();
@@ -50,56 +43,6 @@ TEST_F(ChangeLogTest, LogsAreMergedByPrecedence) {
   both.add(a->person("Bob"), PLFriendsManagerPersonMoved);
   EXPECT_EQ(textOf(PLFriendsManager::collapseChangeLogsIntoChangeLog({logOf(a->person("Cy"), "-"), both})),
             "cy@example.org- ann@example.org+ bob@example.org>");
-}
-
-TEST_F(ChangeLogTest, WhatHappensToOnePersonIsOneEntryAndEachPostStartsAnew) {
-  contacts({"Ann"});
-  auto a = launchWith("-,-");
-  std::vector<PLChangeLog> posted;
-  const auto observation = a->run([&] {
-    return a->process().notificationCenter().addObserver(
-        std::string(PLFriendsManagerChangedNotification),
-        [&](const Notification& notification) { posted.push_back(*notification.userInfoAs<PLChangeLog>()); });
-  });
-  a->add("Ann");
-  a->run([&] { a->friendAt(0, 0)->setPreferredReplyAs("home"); });
-  a->remove(0, 0);
-  rest();
-  EXPECT_EQ(a->logged("posting PLFriendsManagerChangedNotification with 1 changelog entry"), 2U);
-  // The person's own change is told of by a notification of its own, after the edits.
-  EXPECT_THAT(posted, ElementsAre(testing::ResultOf([](const auto& log) { return textOf(log); }, "Ann+-"),
-                                  testing::ResultOf([](const auto& log) { return textOf(log); }, "Ann~")));
-  a->add("Ann");
-  a->add("Bob");
-  rest();
-  EXPECT_EQ(a->logged("posting PLFriendsManagerChangedNotification with 2 changelog entries"), 1U);
-  EXPECT_EQ(textOf(posted.front()), "Ann+-") << "a log that was posted stays as it is";
-}
-
-using PendingChangesTest = OneProcess;
-
-TEST_F(PendingChangesTest, WhatEnteredIsTakenOnceAndALogThatWasTakenStaysAsItIs) {
-  const auto pending = PLPendingChanges::make();
-  const auto record = [&](const std::shared_ptr<PLPerson>& person, std::string_view change) {
-    pending->_addEntryToChangeLogForPersonChangeType(person, change);
-  };
-  record(nullptr, PLFriendsManagerPersonAdded);
-  pending->addChanges({});
-  EXPECT_EQ(pending->_copyAndResetChangeLog(), std::nullopt);
-  const auto ann = PLPerson::init(), bob = PLPerson::init();
-  record(ann, PLFriendsManagerPersonMoved);
-  record(bob, PLFriendsManagerPersonDeleted);
-  record(ann, PLFriendsManagerPersonDeleted);
-  EXPECT_EQ(pending->_changeLogCount(), 2U);
-  EXPECT_FALSE(pending->_changeLogContainsFriendAdditionsOrUpdates());
-  const auto taken = pending->_copyAndResetChangeLog();
-  record(ann, PLFriendsManagerPersonUpdated);
-  EXPECT_TRUE(pending->_changeLogContainsFriendAdditionsOrUpdates());
-  EXPECT_EQ(pending->_changeLogCount(), 1U);
-  EXPECT_EQ(taken->count(), 2U);
-  EXPECT_FALSE(taken->containsAdditionsOrUpdates());
-  EXPECT_EQ(pending->_copyAndResetChangeLog()->count(), 1U);
-  EXPECT_EQ(pending->_copyAndResetChangeLog(), std::nullopt);
 }
 
 }  // namespace

@@ -38,33 +38,18 @@ TEST_F(DomainSettingsTest, WhatUsersAreToldHoldsWhereNothingUsableIsStored) {
 
 TEST(DomainSettingTest, WhatUsersWriteIsAValueWithinTheLimits) {
   using Kind = PLDomainSetting::Kind;
-  struct Case {
-    Kind kind;
-    const char* text;
-    std::optional<Value> value;
+  const auto valueOf = [](Kind kind, const char* text) {
+    return PLDomainSetting{"key", "name", kind, "1", 20, "meaning"}.valueOf(text);
   };
-  const Case cases[] = {
-      {Kind::count, "1", Value(1)},
-      {Kind::count, "20", Value(20)},
-      {Kind::count, "0", std::nullopt},
-      {Kind::count, "21", std::nullopt},
-      {Kind::count, "-1", std::nullopt},
-      {Kind::count, "", std::nullopt},
-      {Kind::count, "3 pages", std::nullopt},
-      {Kind::count, "99999999999999999999", std::nullopt},
-      {Kind::flag, "true", Value(true)},
-      {Kind::flag, "on", Value(true)},
-      {Kind::flag, "false", Value(false)},
-      {Kind::flag, "off", Value(false)},
-      {Kind::flag, "yes", std::nullopt},
-      {Kind::flag, "", std::nullopt},
-      {Kind::name, "a name", Value("a name")},
-      {Kind::name, "", std::nullopt},
-  };
-  for (const Case& each : cases) {
-    const PLDomainSetting setting{"key", "name", each.kind, "1", 20, "meaning"};
-    EXPECT_EQ(setting.valueOf(each.text), each.value) << each.text;
-  }
+  EXPECT_EQ(valueOf(Kind::count, "1"), Value(1));
+  EXPECT_EQ(valueOf(Kind::count, "20"), Value(20));
+  for (const char* text : {"0", "21", "-1", "", "3 pages", "99999999999999999999"})
+    EXPECT_EQ(valueOf(Kind::count, text), std::nullopt) << text;
+  for (const char* text : {"true", "on"}) EXPECT_EQ(valueOf(Kind::flag, text), Value(true)) << text;
+  for (const char* text : {"false", "off"}) EXPECT_EQ(valueOf(Kind::flag, text), Value(false)) << text;
+  for (const char* text : {"yes", ""}) EXPECT_EQ(valueOf(Kind::flag, text), std::nullopt) << text;
+  EXPECT_EQ(valueOf(Kind::name, "a name"), Value("a name"));
+  EXPECT_EQ(valueOf(Kind::name, ""), std::nullopt);
 }
 
 TEST_F(DomainSettingsTest, AGroupHasAUsableSizeAndNoNameIsEmpty) {

@@ -85,12 +85,6 @@ class ForeignEditTest : public ManagerTest {
     process.run([&] { process.manager().saveFriendGroupTitles(); });
     rest();
   }
-  std::vector<std::vector<std::string>> takeWrites() {
-    std::vector<std::vector<std::string>> keys;
-    for (const auto& write : world.preferences().writes()) keys.push_back(write.keys);
-    world.preferences().clearRecords();
-    return keys;
-  }
 
   std::unique_ptr<ManagerProcess> bare, a;
   std::shared_ptr<FindingClient> client;
@@ -131,10 +125,10 @@ TEST_F(ForeignEditTest, WhatAManagerWithAHistoryWroteIsNotForeign) {
   EXPECT_THAT(takeWrites(), ElementsAre(ElementsAre(History, std::string(PLGroupTitlesKey))));
   EXPECT_THAT(client->takeFound(), IsEmpty());
   bare->add("Cy");
-  bare->run([&] { bare->process().settle(60); });
-  other->run([&] { other->process().settle(60); });
+  bare->settle();
+  other->settle();
   other->remove(0, 1);
-  other->run([&] { other->process().settle(60); });
+  other->settle();
   rest();
   EXPECT_EQ(a->list(), "Ann,-,Cy");
   bare->remove(0, 2);
@@ -188,7 +182,7 @@ TEST_F(ForeignEditTest, WhatTheClientSetsThenGoesOutWithTheNextWriteThatHasSomet
   EXPECT_EQ(a->manager().attached(History).size(), 1U);
   a->run([&] { a->manager().save(); });
   rest();
-  EXPECT_TRUE(a->run([&] { return a->process().settle(60); }));
+  EXPECT_TRUE(a->settle());
   EXPECT_THAT(takeWrites(), IsEmpty()) << "nothing else is to be written";
   bare->add("Cy");
   rest();

@@ -9,15 +9,17 @@
 namespace pellor {
 namespace {
 
-Value friendOf(const std::string& name) {
-  if (name.empty()) return Dictionary{};
+Value friendOf(char letter) {
+  if (letter == '-') return Dictionary{};
+  const std::string name(1, letter);
   return Dictionary{{"ABRecordID", 0}, {"Name", name}, {"AllValues", Array{name + "@example.org"}}, {"Monogram", ""}};
 }
 
-PLTitledList listOf(const std::vector<std::string>& names, const std::vector<std::string>& titles = {}) {
+// Friends are letters, "-" is an empty slot.
+PLTitledList listOf(const std::string& names, const Array& titles = {}) {
   Array list;
-  for (const std::string& name : names) list.push_back(friendOf(name));
-  return {LongArray(list), Array(titles.begin(), titles.end())};
+  for (const char letter : names) list.push_back(friendOf(letter));
+  return {LongArray(list), titles};
 }
 
 // As a device writes it whose contacts have that identifier.
@@ -51,34 +53,28 @@ TEST(ListMergeTest, EditsOfBothHold) {
     PLTitledList result;
     std::size_t leftOut = 0;
   };
-  const PLTitledList four = listOf({"a", "b", "c", "d"}, {"A", "C"});
+  const Array ac = {"A", "C"};
+  const PLTitledList four = listOf("abcd", ac);
   const Case cases[] = {
-      {"added by both", four, listOf({"a", "b", "c", "d", "t", ""}, {"A", "C"}),
-       listOf({"a", "b", "c", "d", "o", ""}, {"A", "C"}), listOf({"a", "b", "c", "d", "t", "o"}, {"A", "C"})},
-      {"ours removed a page, theirs renamed the one behind it", four, listOf({"a", "b", "c", "d"}, {"A", "T"}),
-       listOf({"c", "d"}, {"C"}), listOf({"c", "d"}, {"T"})},
-      {"nothing in common: nobody is removed", {}, listOf({"a", "b"}), listOf({"o", ""}), listOf({"a", "b", "o", ""})},
-      {"the same friends on both in other places, nothing in common",
-       {},
-       listOf({"a", "b"}),
-       listOf({"b", "a"}),
-       listOf({"b", "a"})},
+      {"added by both", four, listOf("abcdt-", ac), listOf("abcdo-", ac), listOf("abcdto", ac)},
+      {"ours removed a page, theirs renamed the one behind it", four, listOf("abcd", {"A", "T"}), listOf("cd", {"C"}),
+       listOf("cd", {"T"})},
+      {"nothing in common: nobody is removed", {}, listOf("ab"), listOf("o-"), listOf("abo-")},
+      {"the same friends on both in other places, nothing in common", {}, listOf("ab"), listOf("ba"), listOf("ba")},
       {"the same friends with the numbers of other contacts, nothing in common",
        {},
-       ofContacts(listOf({"a", "b"}), "X"),
-       ofContacts(listOf({"a", "b", "o", ""}), "Y"),
-       listOf({"a", "b", "o", ""})},
-      {"ours renamed a page, theirs added to the list", four, listOf({"a", "b", "c", "d", "t", ""}, {"A", "C"}),
-       listOf({"a", "b", "c", "d"}, {"A", "O"}), listOf({"a", "b", "c", "d", "t", ""}, {"A", "O"})},
-      {"ours took a title away, theirs added to the list", four, listOf({"a", "b", "c", "d", "t", ""}, {"A", "C"}),
-       listOf({"a", "b", "c", "d"}, {"", "C"}), listOf({"a", "b", "c", "d", "t", ""}, {"", "C"})},
-      {"ours gave a title where there was none, theirs added to the list", listOf({"a", "b", "c", "d"}, {"A"}),
-       listOf({"a", "b", "c", "d", "t", ""}, {"A"}), listOf({"a", "b", "c", "d"}, {"A", "O"}),
-       listOf({"a", "b", "c", "d", "t", ""}, {"A", "O"})},
-      {"ours has a titled page of its own, theirs another title", four, listOf({"a", "b", "c", "d"}, {"T", "C"}),
-       listOf({"a", "b", "c", "d", "o", ""}, {"A", "C", "O"}), listOf({"a", "b", "c", "d", "o", ""}, {"T", "C", "O"})},
-      {"no room for all", four, listOf({"a", "b", "c", "d", "t", "u"}, {"A", "C"}),
-       listOf({"a", "b", "c", "d", "o", ""}, {"A", "C"}), listOf({"a", "b", "c", "d", "t", "u"}, {"A", "C"}), 1},
+       ofContacts(listOf("ab"), "X"),
+       ofContacts(listOf("abo-"), "Y"),
+       listOf("abo-")},
+      {"ours renamed a page, theirs added to the list", four, listOf("abcdt-", ac), listOf("abcd", {"A", "O"}),
+       listOf("abcdt-", {"A", "O"})},
+      {"ours took a title away, theirs added to the list", four, listOf("abcdt-", ac), listOf("abcd", {"", "C"}),
+       listOf("abcdt-", {"", "C"})},
+      {"ours gave a title where there was none, theirs added to the list", listOf("abcd", {"A"}),
+       listOf("abcdt-", {"A"}), listOf("abcd", {"A", "O"}), listOf("abcdt-", {"A", "O"})},
+      {"ours has a titled page of its own, theirs another title", four, listOf("abcd", {"T", "C"}),
+       listOf("abcdo-", {"A", "C", "O"}), listOf("abcdo-", {"T", "C", "O"})},
+      {"no room for all", four, listOf("abcdtu", ac), listOf("abcdo-", ac), listOf("abcdtu", ac), 1},
   };
   for (const Case& test : cases) {
     const PLMergedList both = merged(test.base, test.theirs, test.ours);

@@ -1,4 +1,4 @@
-// Reading the stored list and putting a damaged one aside, without a manager.
+// What stands for a stored list that is damaged, without a manager.
 #include "pellor/friends/internal/PLListReader.h"
 
 #include "pellor/friends/PLFriendsManagerKeys.h"
@@ -27,47 +27,6 @@ class ListReaderTest : public OneProcess {
   PLListReader reader{process, Domain};
   PLStoredList stored;
 };
-
-TEST_F(ListReaderTest, EachAnswerComesWithWhatIsStoredBesideTheList) {
-  store().setValue(PLGroupTitlesKey, Array{"x"}, Domain);
-  store().setValue(PLFirstListIsDueKey, true, Domain);
-  const struct {
-    const char* what;
-    std::function<void()> make;
-    PLListReader::Answer answer;
-    Array list;
-  } rows[] = {
-      {"nothing is stored", [] {}, none, {}},
-      {"an array", [&] { write(listOf("Ann")); }, loaded, listOf("Ann")},
-      {"a long one", [&] { write(Value(LongArray(listOf("Bob")))); }, loaded, listOf("Bob")},
-      {"an empty one", [&] { write(Array{}); }, loaded, {}},
-      {"bytes, with a good copy", [&] { write(listOf("Ann")), damage(Data{1}); }, recovered, listOf("Ann")},
-      {"another type, without one", [&] { write(std::nullopt), damage("Ann"); }, damaged, {}},
-      {"with a copy that is no list", [&] { write(7), damage("Ann"); }, damaged, {}},
-  };
-  for (const auto& row : rows) {
-    PLListReader other(process, Domain);
-    write(std::nullopt);
-    row.make();
-    stored = {};
-    EXPECT_EQ(other.read(stored), row.answer) << row.what;
-    EXPECT_EQ(list(), row.list) << row.what;
-    EXPECT_EQ(stored.titles, Array{"x"}) << row.what;
-    EXPECT_TRUE(stored.awaitsFavorites) << row.what;
-    EXPECT_EQ(stored.listVersion.count == 0, row.answer == none) << row.what;
-    EXPECT_EQ(other.versions()->list, stored.listVersion) << row.what;
-    EXPECT_EQ(other.versions()->titles, stored.titlesVersion) << row.what;
-  }
-  write(listOf("Ann"));
-  store().setValue(PLGroupTitlesKey, "x", Domain);
-  store().setValue(PLFirstListIsDueKey, 1, Domain);
-  EXPECT_EQ(read(), loaded);
-  EXPECT_EQ(stored.titles, Array{});
-  EXPECT_FALSE(stored.awaitsFavorites);
-  store().makeUnreadable();
-  EXPECT_EQ(read(), unreadable);
-  EXPECT_FALSE(reader.versions());
-}
 
 TEST_F(ListReaderTest, ADamagedListIsPutAsideOnceAndItsLastGoodCopyStandsForIt) {
   write(listOf("Ann"));
@@ -101,18 +60,14 @@ TEST_F(ListReaderTest, ADamagedListIsPutAsideOnceAndItsLastGoodCopyStandsForIt) 
   damage(Data{2});
   EXPECT_EQ(read(), recovered);
   EXPECT_EQ(list(), listOf("Eve")) << "stored by another process, and damaged in the same way, between two looks";
-}
-
-TEST_F(ListReaderTest, NothingTakesThePlaceOfADamagedListThatCannotBePutAside) {
-  write(listOf("Ann"));
-  damage(Data{1});
-  store().setPutAsideFails(true);
+  for (const Value& mark : {Value(true), Value(1)}) {
+    store().setValue(PLFirstListIsDueKey, mark, Domain);
+    read();
+    EXPECT_EQ(stored.awaitsFavorites, mark == Value(true));
+  }
+  store().makeUnreadable();
   EXPECT_EQ(read(), unreadable);
-  EXPECT_EQ(read(), unreadable);
-  EXPECT_EQ(list(), Array{});
-  store().setPutAsideFails(false);
-  EXPECT_EQ(read(), recovered);
-  EXPECT_EQ(copies(), 1U);
+  EXPECT_FALSE(reader.versions());
 }
 
 }  // namespace

@@ -8,7 +8,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::MatchesRegex;
 
 class ManagerEditTest : public ManagerTest {
  protected:
@@ -104,56 +103,6 @@ TEST_F(ManagerEditTest, ObserversMayEdit) {
   EXPECT_EQ(a->list(), "-,Cy|Bob,-|-,-");
   EXPECT_EQ(stored(2), "-,Cy|Bob,-|-,-");
   EXPECT_THAT(a->takeNotifications(), ElementsAre("changed Cy+", "changed Ann-"));
-}
-
-TEST_F(ManagerEditTest, AnEmptySlotThatIsSetRemovesNoGroupAndTellsNobody) {
-  auto a = launchWith("Ann,-|Bob,-|-,-");
-  a->set(nullptr, 0, 0);
-  EXPECT_EQ(a->list(), "-,-|Bob,-|-,-");
-  EXPECT_THAT(eventsOf(*a), ElementsAre("setting empty slot in friend list at position 0"));
-  EXPECT_EQ(stored(2), "-,-|Bob,-|-,-");
-
-  a->run([&] { a->manager().purgeEmptyFriendGroups(); });
-  EXPECT_EQ(a->list(), "Bob,-|-,-") << "the last group is spared";
-  EXPECT_THAT(eventsOf(*a), ElementsAre("groups changed"));
-  EXPECT_EQ(stored(2), "Bob,-|-,-");
-  a->run([&] { a->manager().purgeEmptyFriendGroups(); });
-  EXPECT_THAT(eventsOf(*a, false), IsEmpty());
-}
-
-TEST_F(ManagerEditTest, AMoveIsReportedAndWaitsForTheNextSave) {
-  world.pairedDevice().setCompletedInitialSync(true);
-  auto a = launchWith("Ann,Bob");
-  auto group = a->group(0);
-  a->run([&] {
-    group->setFriends({a->friendAt(0, 1), a->friendAt(0, 0)});
-    a->manager().friendGroupDidMoveFriends(group, {group->friendAtPosition(0), group->friendAtPosition(1)});
-  });
-  EXPECT_EQ(a->list(), "Bob,Ann|-,-");
-  world.pairedDevice().clearPushes();
-  EXPECT_THAT(eventsOf(*a, false), ElementsAre(posting(2), "changed Bob> Ann>"));
-  EXPECT_EQ(stored(2), "Ann,Bob|-,-");
-  a->run([&] { a->manager().save(); });
-  EXPECT_THAT(eventsOf(*a), IsEmpty());
-  EXPECT_EQ(stored(2), "Bob,Ann|-,-");
-  EXPECT_EQ(world.pairedDevice().pushes().size(), 1U);
-}
-
-TEST_F(ManagerEditTest, SynchronisingAGroupLogsWhoWentWhereAndPostsNothing) {
-  auto a = launchWith("Ann,-|Bob,-");
-  a->run([&] {
-    auto ann = a->friendAt(0, 0);
-    auto bob = a->friendAt(1, 0);
-    a->group(0)->setFriends({nullptr, ann});
-    a->group(1)->setFriends({bob, nullptr});
-    a->manager().syncFriendGroup(a->group(0));
-    a->manager().syncFriendGroup(a->group(1));
-  });
-  EXPECT_EQ(a->list(), "-,Ann|Bob,-|-,-");
-  EXPECT_THAT(eventsOf(*a), ElementsAre(MatchesRegex("<PLPerson: .*Ann.*> was moved to position 1 in group 0")));
-  EXPECT_EQ(stored(2), "-,Ann|Bob,-|-,-");
-  a->run([&] { a->manager().syncFriendGroup(a->group(0)); });
-  EXPECT_THAT(eventsOf(*a, false), IsEmpty());
 }
 
 }  // namespace

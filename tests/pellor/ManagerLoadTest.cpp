@@ -65,17 +65,6 @@ TEST_F(ManagerLoadTest, SettingsHaveLopsidedDefaults) {
   }
 }
 
-TEST_F(ManagerLoadTest, AGroupSizeOutOfRangeIsReadAsTheDefault) {
-  const std::pair<std::int64_t, std::uint64_t> rows[] = {{-1, 12}, {0, 12}, {1, 1}, {65536, 65536}, {65537, 12}};
-  for (const auto& [stored, used] : rows) {
-    setSetting(PLGroupSizeKey, stored, OtherDomain);
-    auto a = launch(OtherDomain);
-    EXPECT_EQ(a->group(0)->groupSize(), used);
-    EXPECT_EQ(a->logged("group size"), stored == static_cast<std::int64_t>(used) ? 0U : 1U) << stored;
-    a->kill();
-  }
-}
-
 TEST_F(ManagerLoadTest, SettingsAreWrittenForManagersThatComeLater) {
   auto a = makeProcess();
   a->run([&] {
@@ -186,12 +175,12 @@ TEST_F(ManagerLoadTest, AReloadFromAStoreThatDoesNotAnswerKeepsTheList) {
 
   a->add("Cy");
   a->run([&] { a->friendAt(1, 0)->setMetadataValueForKey(Value("blue"), "color"); });
-  EXPECT_FALSE(a->run([&] { return a->process().settle(200); })) << "not everything is written";
+  EXPECT_FALSE(a->settle(200)) << "not everything is written";
   EXPECT_EQ(stored(2), "Ann,-|Bob,-");
   EXPECT_EQ(world.bus().postCount(PLFriendsChangedExternallyNotification), 1U) << "that of this test alone";
 
   world.preferences().makeReadable();
-  EXPECT_TRUE(a->run([&] { return a->process().settle(200); }));
+  EXPECT_TRUE(a->settle(200));
   EXPECT_EQ(a->list(), "Ann,cy@example.org|Bob,-|-,-");
   EXPECT_EQ(stored(2), "Ann,?|Bob,-|-,-");
   EXPECT_EQ(storedTitles(), "Family|-|-");

@@ -24,9 +24,6 @@ class ManagerOvertakenTest : public ManagerTest {
     a->takeEvents();
     b->takeEvents();
   }
-  bool settle(ManagerProcess& process) {
-    return process.run([&] { return process.process().settle(60); });
-  }
   /// Both have the list that is stored.
   std::string agreed() {
     rest();
@@ -102,7 +99,7 @@ TEST_F(ManagerOvertakenTest, AStoredListWhoseLastPageIsShortIsMergedAsIfItWereWh
     launchBoth("Ann,Bob,-|Cy,-,-");
     store("Ann,Bob,-|Cy,Dan");
     each.edit(*a);
-    EXPECT_TRUE(settle(*a));
+    EXPECT_TRUE(a->settle());
     EXPECT_EQ(agreed(), std::string(each.merged) + "|-,-,-");
   }
 }
@@ -114,7 +111,7 @@ TEST_F(ManagerOvertakenTest, TitlesThatWereSetElsewhereMoveWithTheirPages) {
     b->remove(0, 0);
     storeTitles({"Family", "Work", "Chess"});
     if (isHeardOf) world.bus().post(PLFriendGroupTitleChangedExternallyNotification);
-    EXPECT_TRUE(settle(*b));
+    EXPECT_TRUE(b->settle());
     EXPECT_EQ(b->list(), "Bob,-,-|Cy,-,-|-,-,-");
     EXPECT_EQ(b->titles(), "Work|Chess|-") << isHeardOf;
     EXPECT_EQ(storedTitles(), "Work|Chess|-") << isHeardOf;
@@ -155,7 +152,7 @@ TEST_F(ManagerOvertakenTest, ATitleThatIsStoredGivesWayToALaterOne) {
   rest();
   isOvertaken = false;
   slow.setTitle(0, "Work");
-  EXPECT_TRUE(settle(slow));
+  EXPECT_TRUE(slow.settle());
   rest();
   EXPECT_EQ(storedTitles(), "Club");
   EXPECT_EQ(slow.titles(), "Club|-");
@@ -167,10 +164,10 @@ TEST_F(ManagerOvertakenTest, AnAdditionThatFindsNoRoomLeavesAndIsToldOnce) {
   a->add("Bob");
   b->add("Cy");
   // The scheduler chooses who is first.
-  const bool isFirst = settle(*a);
-  EXPECT_NE(settle(*b), isFirst);
-  EXPECT_TRUE(settle(*a));
-  EXPECT_TRUE(settle(*b));
+  const bool isFirst = a->settle();
+  EXPECT_NE(b->settle(), isFirst);
+  EXPECT_TRUE(a->settle());
+  EXPECT_TRUE(b->settle());
   EXPECT_EQ((isFirst ? *b : *a).logged("was displaced and removed"), 1U);
   EXPECT_EQ(agreed(), isFirst ? "Ann,bob@example.org" : "Ann,cy@example.org");
 }
@@ -189,7 +186,7 @@ TEST_F(ManagerOvertakenTest, APersonsRemovalBesideOneOfTheCleanUpHolds) {
   EXPECT_EQ(a->list(), "Ann,-,-|Dan,-,-|-,-,-");
   world.preferences().allowWrites();
   b->add("Eve");
-  EXPECT_TRUE(settle(*b));
+  EXPECT_TRUE(b->settle());
   rest();
   EXPECT_EQ(a->logged("culling friend"), 2U) << "once before the merge and once after it";
   world.bus().restoreConnection(a->process());
@@ -216,7 +213,7 @@ TEST_F(ManagerOvertakenTest, EditsAreMadeOnTheVeryListThatAnotherStoreBeganWith)
   a->set(a->friendAt(0, 0), 0, 2);
   a->set(cy, 0, 0);
   a->setTitle(1, "Club");
-  EXPECT_TRUE(settle(*a));
+  EXPECT_TRUE(a->settle());
   EXPECT_EQ(storedTitles(), "Family|Club|-");
   EXPECT_EQ(stored(3), "Cy,-,Ann|Dan,-,-|-,-,-");
   EXPECT_EQ(a->list(), stored(3));
@@ -232,7 +229,7 @@ TEST_F(ManagerOvertakenTest, ALookedUpPersonThatBecomesAFriendTakesWhatIsStored)
     b->friendAt(0, 1)->setPreferredDestination("+49301234567");
     b->friendAt(0, 1)->setMetadataValueForKey(Value("theirs"), "other");
   });
-  EXPECT_TRUE(settle(*b));
+  EXPECT_TRUE(b->settle());
   rest();
   EXPECT_EQ(a->friendAt(0, 1), looked);
   agreed();

@@ -12,14 +12,15 @@ constexpr double Day = 24 * Hour;
 
 class ManagerRefreshHoldTest : public ManagerTest {
  protected:
+  /// A process that has three friends, whose contacts are gone with all others.
   ManagerRefreshHoldTest() {
     setGroups(9, 4);
     contacts(names);
+    a = launchWith("Ann#,Bob#,Cy#,-");
+    for (const std::string& name : names) world.addressBook().remove(guidOf(name));
+    pause();
   }
 
-  void vanish(std::size_t count) {
-    for (std::size_t index = 0; index < count; ++index) world.addressBook().remove(guidOf(names[index]));
-  }
   void comeBack(std::size_t first, std::size_t count) {
     contacts({names.begin() + static_cast<std::ptrdiff_t>(first),
               names.begin() + static_cast<std::ptrdiff_t>(first + count)});
@@ -28,12 +29,10 @@ class ManagerRefreshHoldTest : public ManagerTest {
   void pause() { advance(1); }
 
   const std::vector<std::string> names{"Ann", "Bob", "Cy", "Dan", "Eve", "Fay", "Gus", "Hal", "Ida", "Jo"};
+  std::unique_ptr<ManagerProcess> a;
 };
 
 TEST_F(ManagerRefreshHoldTest, NobodyIsUnlinkedUntilHalfOfTheContactsAreBack) {
-  auto a = launchWith("Ann#,Bob#,Cy#,-");
-  vanish(10);
-  pause();
   EXPECT_EQ(a->logged("refreshing friends is held back: only 0 of 10 contacts are there"), 1U);
   comeBack(0, 2);
   world.addressBook().change(guidOf("Bob"), [](TestContact& contact) { contact.first = "Rob"; });
@@ -61,9 +60,6 @@ TEST_F(ManagerRefreshHoldTest, NobodyIsUnlinkedUntilHalfOfTheContactsAreBack) {
 }
 
 TEST_F(ManagerRefreshHoldTest, ALoadCleansNothingUpMeanwhile) {
-  auto a = launchWith("Ann#,Bob#,Cy#,-");
-  vanish(10);
-  pause();
   store("Ann#,Bob#,Ann#,-");
   a->run([&] { a->manager().reloadFriendList(); });
   EXPECT_EQ(a->list(), "Ann,Bob,Ann,-|-,-,-,-");
@@ -73,9 +69,6 @@ TEST_F(ManagerRefreshHoldTest, ALoadCleansNothingUpMeanwhile) {
 }
 
 TEST_F(ManagerRefreshHoldTest, ADayOfWallClockAfterTheFallWasSeenTheFriendsFollow) {
-  auto a = launchWith("Ann#,Bob#,Cy#,-");
-  vanish(10);
-  pause();
   ASSERT_EQ(a->logged(Held), 1U);
   a->kill();
   world.addressBook().shiftWallClock(23 * Hour);
@@ -91,11 +84,17 @@ TEST_F(ManagerRefreshHoldTest, ADayOfWallClockAfterTheFallWasSeenTheFriendsFollo
 }
 
 TEST_F(ManagerRefreshHoldTest, AClockThatIsSetForwardIsLookedAtWithinTheHour) {
-  auto a = launchWith("Ann#,Bob#,Cy#,-");
-  vanish(10);
-  pause();
   world.addressBook().shiftWallClock(2 * Day);
   advance(Hour);
+  EXPECT_EQ(a->logged(Refreshing), 1U);
+}
+
+TEST_F(ManagerRefreshHoldTest, ALastMomentIsASecond) {
+  world.addressBook().shiftWallClock(Day - 1);
+  EXPECT_FALSE(a->run([&] { return a->manager().refreshAgainstAddressBook(); }));
+  advance(0.9);
+  EXPECT_EQ(a->logged(Refreshing), 0U);
+  advance(0.2);
   EXPECT_EQ(a->logged(Refreshing), 1U);
 }
 

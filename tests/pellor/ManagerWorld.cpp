@@ -268,6 +268,13 @@ void ManagerTest::rest() {
   }
 }
 
+std::vector<std::vector<std::string>> ManagerTest::takeWrites() {
+  std::vector<std::vector<std::string>> keys;
+  for (const auto& write : world.preferences().writes()) keys.push_back(write.keys);
+  world.preferences().clearRecords();
+  return keys;
+}
+
 void ManagerTest::contacts(const std::vector<std::string>& names) {
   std::vector<TestContact> contacts;
   std::ranges::transform(names, std::back_inserter(contacts), contactNamed);

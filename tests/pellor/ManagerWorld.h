@@ -73,6 +73,11 @@ class ManagerProcess {
     return work();
   }
 
+  /// As `Process::settle`.
+  bool settle(double seconds = 60) {
+    return run([&] { return _process->settle(seconds); });
+  }
+
   // Edits, as this process
 
   /// The person of the contact, or of the address where there is none.
@@ -138,6 +143,8 @@ class ManagerTest : public ::testing::Test {
   }
   void storeTitles(const std::vector<std::string>& titles, const std::string& domain = std::string(TapnoteDomain));
   std::string storedTitles(const std::string& domain = std::string(TapnoteDomain));
+  /// The keys of each write since the last taking.
+  std::vector<std::vector<std::string>> takeWrites();
   /// Tells all processes, as another one that wrote, that the list is another one.
   void postListChanged() { world.bus().post(PLFriendsChangedExternallyNotification); }
 

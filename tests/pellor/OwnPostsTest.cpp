@@ -51,33 +51,6 @@ class OwnPostsTest : public OneProcess {
   std::string deliveries;
 };
 
-TEST_F(OwnPostsTest, EachOwnPostIsOneEchoWhateverLiesBetween) {
-  for (const char* text : {"L", "l", "LLL", "LlL", "lLLllL", "TTt", "tLTlLT"}) {
-    post(text);
-    EXPECT_EQ(posts->haveAllEchoes(), std::string_view(text).find_first_of("LT") == std::string_view::npos) << text;
-    std::string sorted = text;
-    std::ranges::sort(sorted);
-    EXPECT_EQ(delivered(), sorted);
-    EXPECT_TRUE(posts->haveAllEchoes()) << text;
-  }
-  world.bus().breakConnection(process);
-  post("LT");
-  EXPECT_EQ(delivered(), "");
-  world.bus().restoreConnection(process);
-  EXPECT_EQ(delivered(), "LTlt") << "and somebody may have posted";
-}
-
-TEST_F(OwnPostsTest, OneNameForBothIsTheListsAlone) {
-  plWriteDomainSetting(*platform.preferences, PLFriendGroupTitleChangedExternallyNotificationKey, Value(ListName),
-                       Domain);
-  posts.reset();
-  begin();
-  post("TLlT");
-  EXPECT_EQ(delivered(), "LLLl");
-  EXPECT_FALSE(posts->takeTitlesEcho());
-  EXPECT_TRUE(posts->haveAllEchoes());
-}
-
 TEST_F(OwnPostsTest, ABusThatBringsNothingBackIsGivenUp) {
   world.bus().disturb(Fault::lost, 3);
   post("LT");

@@ -49,7 +49,7 @@ class World {
     for (auto& member : _members) {
       // A process that was killed may have written without telling the others.
       member->run([&] { member->manager().reloadFriendList(); });
-      EXPECT_TRUE(member->run([&] { return member->process().settle(60); }));
+      EXPECT_TRUE(member->settle());
     }
     while (_scheduler->step()) check();
     for (auto& member : _members) {

@@ -70,15 +70,6 @@ class StepsTest : public ManagerTest {
       return number;
     });
   }
-  bool settle() {
-    return a->run([&] { return a->process().settle(60); });
-  }
-  std::vector<std::vector<std::string>> takeWrites() {
-    std::vector<std::vector<std::string>> keys;
-    for (const auto& write : world.preferences().writes()) keys.push_back(write.keys);
-    world.preferences().clearRecords();
-    return keys;
-  }
   std::string storedField(std::size_t slot, const std::string& key) {
     const auto list = storedValue(PLFriendListKey);
     const LongArray* array = list->longArray();
@@ -122,7 +113,7 @@ TEST_F(StepsTest, FieldsPlacesPagesAndTitlesOfAStepGoOutInOneWrite) {
             1U);
   EXPECT_EQ(a->list(), "Ann,Bob,Cy|-,-,-");
   EXPECT_THAT(client->take(), IsEmpty());
-  EXPECT_TRUE(settle());
+  EXPECT_TRUE(a->settle());
   EXPECT_THAT(takeWrites(), ElementsAre(ListAndTitles));
   EXPECT_EQ(stored(3), "Ann,Bob,Cy|-,-,-");
   EXPECT_EQ(storedTitles(), "Kin|-");
@@ -142,7 +133,7 @@ TEST_F(StepsTest, APageThatIsFilledAgainInAStepStays) {
     a->set(bob, 0, 0);
     a->set(ann, 1, 0);
   });
-  EXPECT_TRUE(settle());
+  EXPECT_TRUE(a->settle());
   EXPECT_EQ(stored(3), "Bob,-,-|Ann,-,-|-,-,-");
   EXPECT_EQ(storedTitles(), "Family|Work");
   EXPECT_EQ(a->manager().invariantViolation(), std::nullopt);
@@ -160,7 +151,7 @@ TEST_F(StepsTest, AStepIsToldOnceItIsStored) {
   EXPECT_THAT(client->take(), IsEmpty()) << "nothing is stored";
   EXPECT_EQ(stored(3), "Ann,-,-");
   world.preferences().allowWrites();
-  EXPECT_TRUE(settle());
+  EXPECT_TRUE(a->settle());
   EXPECT_THAT(client->take(), ElementsAre("stored 2"));
 
   std::uint64_t number = 2;
@@ -175,13 +166,13 @@ TEST_F(StepsTest, AStepIsToldOnceItIsStored) {
 
   step([] {});
   EXPECT_THAT(client->take(), IsEmpty());
-  EXPECT_TRUE(settle());
+  EXPECT_TRUE(a->settle());
   EXPECT_THAT(client->take(), ElementsAre("stored 6")) << "nothing of it was left to write";
 
   // Another process stores what the step would.
   step([&] { a->setTitle(0, "Club"); });
   storeTitles({"Club"});
-  EXPECT_TRUE(settle());
+  EXPECT_TRUE(a->settle());
   EXPECT_THAT(client->take(), ElementsAre("judge Ann,bob@example.org,cy@example.org,-,-,-", "stored 7"));
 }
 
@@ -195,7 +186,7 @@ TEST_F(StepsTest, AStepThatIsStoredIsNotJudgedByLoadsBeforeItIsTold) {
     a->run([&] { a->manager().reloadFriendList(); });
   }
   EXPECT_THAT(client->take(), IsEmpty());
-  EXPECT_TRUE(settle());
+  EXPECT_TRUE(a->settle());
   EXPECT_THAT(client->take(), ElementsAre("stored 1"));
 }
 
@@ -214,7 +205,7 @@ TEST_F(StepsTest, GroupsArePutInAndTakenOutWhileAnotherProcessEditsThePages) {
   EXPECT_EQ(a->list(), "Ann,-,-|-,dan@example.org,-|Bob,-,-|Cy,-,-|-,-,-");
   EXPECT_EQ(a->titles(), "One|New|Two|Three|-");
   store("Ann,-,-|Bob,Eve,-|Cy,-,Fay");
-  EXPECT_TRUE(settle());
+  EXPECT_TRUE(a->settle());
   EXPECT_EQ(a->list(), "Ann,-,-|-,dan@example.org,-|Bob,Eve,-|Cy,-,Fay|-,-,-");
   EXPECT_EQ(stored(3), "Ann,-,-|-,?,-|Bob,Eve,-|Cy,-,Fay|-,-,-");
   EXPECT_EQ(storedTitles(), "One|New|Two|Three|-");
@@ -222,7 +213,7 @@ TEST_F(StepsTest, GroupsArePutInAndTakenOutWhileAnotherProcessEditsThePages) {
   step([&] { EXPECT_TRUE(a->manager().removeFriendGroupAtIndex(2)); });
   EXPECT_EQ(a->list(), "Ann,-,-|-,dan@example.org,-|Cy,-,Fay|-,-,-");
   EXPECT_FALSE(a->run([&] { return a->manager().removeFriendGroupAtIndex(4); }));
-  EXPECT_TRUE(settle());
+  EXPECT_TRUE(a->settle());
   EXPECT_EQ(storedTitles(), "One|New|Three|-");
   EXPECT_FALSE(a->manager().isPersonFriend(a->person("Eve")));
 }
@@ -236,7 +227,7 @@ TEST_F(StepsTest, TheOnlyGroupStaysEmptyAndATrailingOneComesBack) {
     EXPECT_EQ(a->list(), "-,-,-");
     a->add("Cy");
   }
-  EXPECT_TRUE(settle());
+  EXPECT_TRUE(a->settle());
   EXPECT_EQ(stored(3), "?,-,-");
 
   setSetting(PLEmptyTrailingGroupEnabledKey, true);
@@ -307,7 +298,7 @@ TEST_F(StepsTest, WhatTheClientTakesBackOfOvertakenStepsIsNotWritten) {
     bob->removeAllMetadataValues();
     EXPECT_EQ(a->manager().personWithDestinations({mailOf("Ann")}), ann) << "friends are found";
   };
-  EXPECT_TRUE(settle());
+  EXPECT_TRUE(a->settle());
   EXPECT_THAT(client->take(), ElementsAre("judge Ann,*Eve,-,Bob,-,*Fay,Cy,Dan,-", "stored 3"));
   EXPECT_EQ(stored(3), "Ann,Eve,-|Bob,-,Fay|Cy,Dan,-|-,-,-");
   EXPECT_EQ(storedTitles(), "One|Two|Three") << "it is the page that it was";
@@ -338,7 +329,7 @@ TEST_F(StepsTest, NothingIsWrittenWhenTheClientTakesAllBack) {
       store("Ann,Eve,-|Bob,-,-");
     }
     world.preferences().clearRecords();
-    EXPECT_TRUE(settle());
+    EXPECT_TRUE(a->settle());
     EXPECT_THAT(takeWrites(), IsEmpty());
     EXPECT_EQ(a->list(), isTitleAlone ? "Ann,-,-|Bob,-,-|-,-,-" : "Ann,Eve,-|Bob,-,-|-,-,-");
     EXPECT_EQ(a->titles(), "One|Zwei|-");

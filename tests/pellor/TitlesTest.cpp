@@ -131,20 +131,5 @@ TEST_F(TitlesTest, AfterAMergeWhatTheStoreLacksIsAnEdit) {
   EXPECT_THAT(titles->edits(), ElementsAre(Pair(0, "ours"), Pair(1, "mine")));
 }
 
-TEST_F(TitlesTest, ATitleThatWasSetIsNewOnce) {
-  titles->haveNew(&base);
-  EXPECT_FALSE(titles->haveNew(&base));
-  setTitle(1, "mine");
-  EXPECT_TRUE(titles->haveNew(nullptr));
-  EXPECT_FALSE(titles->haveNew(nullptr));
-  setTitle(1, "mine");
-  EXPECT_FALSE(titles->haveNew(nullptr)) << "it is the same";
-  setTitle(2, "other");
-  EXPECT_TRUE(titles->haveNew(nullptr));
-  setTitle(2, "z");
-  setTitle(1, "y");
-  EXPECT_FALSE(titles->haveNew(&base)) << "both are stored";
-}
-
 }  // namespace
 }  // namespace pellor
