@@ -9,11 +9,9 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using enum DestinationStatus;
-using Parts = std::vector<SimulatedIdentityService::AnswerPart>;
 
 constexpr std::string_view TimedOut = "Relay Query took too long to respond, clearing request queues";
 constexpr std::string_view UnreachableCount = "org.tapnote.tn.unreachableFriends.count";
-constexpr std::string_view HeldBack = "not starting batch query because high priority query is in progress for ";
 const std::string Phone = "+491512345678";
 
 class ManagerReachabilityTest : public ManagerTest {
@@ -35,10 +33,9 @@ class ManagerReachabilityTest : public ManagerTest {
   DestinationStatus status(std::uint64_t position, bool requery = false) {
     return status(*a, a->friendAt(0, position), requery);
   }
-  DestinationSet reachable(const std::shared_ptr<PLPerson>& person) {
-    return a->run([&] { return a->manager().reachableDestinationsForPerson(person); });
+  DestinationSet reachable(std::uint64_t position) {
+    return a->run([&] { return a->manager().reachableDestinationsForPerson(a->friendAt(0, position)); });
   }
-  DestinationSet reachable(std::uint64_t position) { return reachable(a->friendAt(0, position)); }
   void update(std::optional<DestinationStatuses> statuses) {
     a->run([&] { a->manager().idStatusUpdatedForDestinations(std::move(statuses)); });
   }
@@ -124,7 +121,7 @@ TEST_F(ManagerReachabilityTest, UnreachableFriendsAreCountedOnceAnybodyIsKnownTo
   update({{{"tel:0151 2345678", valid}, {"mailto:bob@example.org", invalid}}});
   EXPECT_EQ(unreachable(), 3) << "Ann, Bob and the friend without any destination";
   EXPECT_EQ(status(*a, cy), valid) << "one valid destination is enough";
-  EXPECT_THAT(reachable(cy), ElementsAre(Phone));
+  EXPECT_THAT(a->run([&] { return a->manager().reachableDestinationsForPerson(cy); }), ElementsAre(Phone));
   update({{{Phone, invalid}}});
   EXPECT_EQ(unreachable(), 0) << "again nothing is valid";
   EXPECT_EQ(a->run([&] { return a->manager().statusForPersonRequery(cy, false); }), invalid);
@@ -177,93 +174,6 @@ TEST_F(ManagerReachabilityTest, AQueryHoldsItsManager) {
   advance(0.2);
   EXPECT_EQ(a->logged("faking Relay status update"), 1U);
   EXPECT_TRUE(weak.expired());
-}
-
-// --- Queries ---
-
-TEST_F(ManagerReachabilityTest, WhoHasNoDestinationIsInvalidAndNotAskedFor) {
-  for (const auto& person : {a->run([] { return PLPerson::init(); }), std::shared_ptr<PLPerson>()}) {
-    EXPECT_EQ(status(*a, person, true), invalid);
-    EXPECT_THAT(reachable(person), IsEmpty());
-  }
-  advance(60);
-  EXPECT_THAT(a->takeNotifications(), IsEmpty());
-}
-
-TEST_F(ManagerReachabilityTest, TheBestStatusOfItsDestinationsIsThePersons) {
-  const auto cy = addCy();
-  const DestinationStatus ascending[] = {unspecified, invalid, unknown, valid};
-  for (std::size_t phone = 0; phone < std::size(ascending); ++phone) {
-    for (std::size_t address = 0; address < std::size(ascending); ++address) {
-      update({{{Phone, ascending[phone]}, {"cy@example.org", ascending[address]}}});
-      EXPECT_EQ(status(*a, cy), ascending[std::max(phone, address)]) << phone << " " << address;
-    }
-  }
-}
-
-TEST_F(ManagerReachabilityTest, NoBatchStartsWhileAPriorityQueryWaitsForAnyOfItsDestinations) {
-  const auto cy = addCy();
-  answer([](const auto&) -> Parts {
-    return {{1, {{"cy@example.org", valid}}}, {3, {{"tel:" + Phone, valid}}}, {10, {{Phone, valid}}}};
-  });
-  EXPECT_EQ(status(*a, cy, true), unknown);
-  a->takeEvents();
-  refresh();
-  EXPECT_THAT(a->takeEvents(), ElementsAre(std::string(HeldBack) + "[ " + Phone + ", cy@example.org ]"));
-  advance(5);
-  EXPECT_EQ(status(*a, cy), valid);
-  refresh();
-  EXPECT_EQ(a->logged(std::string(HeldBack) + "[ " + Phone + " ]"), 1U) << "answers count by the name that was asked";
-  EXPECT_EQ(unreachable(), std::nullopt) << "not counted while an answer is due";
-  advance(10);
-  EXPECT_EQ(queries().size(), 1U) << "what was held back is not made up for";
-  refresh();
-  EXPECT_EQ(queries().size(), 2U);
-  advance(2);
-  EXPECT_EQ(unreachable(), 2);
-}
-
-TEST_F(ManagerReachabilityTest, SilenceEndsThirtySecondsAfterTheFirstQuery) {
-  answer(SimulatedIdentityService::silence());
-  update({{{"bob@example.org", invalid}}});
-  refresh();
-  advance(29.9);
-  status(1, true);
-  EXPECT_EQ(a->logged(TimedOut), 0U);
-  refresh();
-  EXPECT_EQ(a->logged(HeldBack), 1U);
-  advance(0.2);
-  EXPECT_EQ(a->logged(TimedOut), 1U) << "a running timer is not put off";
-  EXPECT_EQ(status(1), invalid) << "what was known stays";
-  refresh();
-  EXPECT_EQ(queries().size(), 3U) << "batches start again";
-  advance(60);
-  EXPECT_EQ(a->logged(TimedOut), 2U) << "a batch that is not answered is given up as well";
-}
-
-TEST_F(ManagerReachabilityTest, AServiceThatAnswersInPartsAndThenNoMoreIsGivenUpAfterItsLastAnswer) {
-  const auto cy = addCy();
-  answer([](const auto& query) -> Parts {
-    if (query.hasPriority) return {{20, {{"cy@example.org", valid}}}};
-    return {};
-  });
-  status(*a, cy, true);
-  refresh();
-  advance(49.9);
-  EXPECT_EQ(a->logged(TimedOut), 0U) << "the time-out began anew with the answer";
-  EXPECT_EQ(status(*a, cy), valid);
-  refresh();
-  EXPECT_EQ(a->logged(HeldBack), 2U);
-  update({{{"bob@example.org", invalid}}});
-  advance(29.9);
-  EXPECT_EQ(a->logged(TimedOut), 0U) << "and with one to something else";
-  advance(0.2);
-  EXPECT_EQ(a->logged(TimedOut), 1U);
-  refresh();
-  EXPECT_EQ(queries().size(), 2U) << "batches start again";
-  update({{{"bob@example.org", valid}}});
-  advance(60);
-  EXPECT_EQ(a->logged(TimedOut), 1U) << "with no priority destination left an answer stops the time-out";
 }
 
 }  // namespace

@@ -1,7 +1,10 @@
-// The rule by which refreshing waits for contacts that are gone.
+// Whether refreshing waits for contacts that are gone: the rule, and the part that follows it.
 #include "pellor/platform/RefreshHold.h"
 
-#include <gtest/gtest.h>
+#include <optional>
+
+#include "pellor/friends/internal/PLRefreshHold.h"
+#include "tests/pellor/OneProcess.h"
 
 namespace pellor {
 namespace {
@@ -50,6 +53,63 @@ TEST(RefreshHoldTest, HoldsBackForADayFromTheFirstLookOn) {
   hold.accept(4);
   EXPECT_FALSE(hold.look(4, 3 * Day));
   EXPECT_FALSE(hold.look(0, 3 * Day)) << "of so few";
+}
+
+/// Ten contacts, of which six go after a refresh.
+class HeldRefreshTest : public OneProcess {
+ protected:
+  HeldRefreshTest() {
+    for (int index = 0; index < 10; ++index) guids.push_back(world.addressBook().add({.first = "Ann"}));
+    hold->noteRefresh();
+    EXPECT_FALSE(hold->holdsBack());
+    for (int index = 0; index < 6; ++index) world.addressBook().remove(guids[static_cast<std::size_t>(index)]);
+  }
+
+  /// How often a refresh is asked for within so many seconds.
+  int asksWithin(double seconds) {
+    scheduler->advance(seconds);
+    return std::exchange(asks, 0);
+  }
+
+  std::vector<std::string> guids;
+  int asks = 0;
+  std::optional<PLRefreshHold> hold{std::in_place, process, [this] { ++asks; }};
+};
+
+TEST_F(HeldRefreshTest, ARefreshIsAskedForAgainWithinTheHourAndWhenTheDayIsOver) {
+  EXPECT_TRUE(hold->holdsBack());
+  EXPECT_EQ(asksWithin(Hour / 2), 0);
+  EXPECT_TRUE(hold->holdsBack());
+  EXPECT_EQ(asksWithin(Hour - 1), 0) << "the hour begins anew";
+  EXPECT_EQ(asksWithin(2), 1);
+  EXPECT_TRUE(hold->isHolding());
+  EXPECT_EQ(asksWithin(Day - 2 * Hour), 0) << "each answer asks once";
+  EXPECT_TRUE(hold->holdsBack());
+  EXPECT_EQ(asksWithin(Hour / 2), 1) << "the day is over";
+  EXPECT_EQ(log->count("refreshing friends is held back: only 4 of 10 contacts are there"), 1U);
+  EXPECT_FALSE(hold->holdsBack());
+  EXPECT_EQ(log->count("refreshing friends is held back no longer"), 1U);
+}
+
+TEST_F(HeldRefreshTest, ALastMomentIsASecond) {
+  EXPECT_TRUE(hold->holdsBack());
+  world.addressBook().shiftWallClock(Day - 0.01);
+  EXPECT_TRUE(hold->holdsBack());
+  EXPECT_EQ(asksWithin(0.9), 0);
+  EXPECT_EQ(asksWithin(0.2), 1);
+}
+
+TEST_F(HeldRefreshTest, NothingIsAskedForOnceNothingIsHeldBack) {
+  EXPECT_TRUE(hold->holdsBack());
+  world.addressBook().add({.first = "Ann"});
+  EXPECT_FALSE(hold->holdsBack());
+  EXPECT_FALSE(hold->isHolding());
+  EXPECT_EQ(asksWithin(Day), 0);
+  world.addressBook().remove(guids[9]);
+  EXPECT_TRUE(hold->holdsBack());
+  EXPECT_EQ(log->count("refreshing friends is held back: only "), 2U) << "another fall";
+  hold.reset();
+  EXPECT_EQ(asksWithin(Day), 0);
 }
 
 }  // namespace
