@@ -12,23 +12,23 @@ namespace {
 
 class ForgettingWorld : public ForgetWorld {
  public:
-  explicit ForgettingWorld(std::uint64_t seed) : ForgetWorld(seed) {
+  explicit ForgettingWorld(std::uint64_t seed) : ForgetWorld(seed, {"Pa", "Pb", "Pc", "Pd", "Pe", "Pf", "Pg"}) {
     setGroups(4, 2 + below(2));
-    contacts(_names);
+    contacts(names);
     for (int count = 0; count < 2; ++count) all.push_back(open());
   }
 
   void run() {
     for (std::size_t round = 1 + below(3); round > 0 && !HasFailure(); --round) {
       for (std::size_t steps = 5 + below(20); steps > 0; --steps) {
-        step(someone());
+        edit(someone());
         if (below(3) == 0) rest();
       }
       if (below(5) == 0) killOne();
       rest();
       const std::size_t own = below(2);
-      for (std::size_t steps = below(3); steps > 0; --steps) stepBeside(*all[1 - own]);
-      for (std::size_t steps = below(2); steps > 0; --steps) step(*all[own]);
+      for (std::size_t steps = below(3); steps > 0; --steps) editBeside(*all[1 - own]);
+      for (std::size_t steps = below(2); steps > 0; --steps) edit(*all[own]);
       std::set<std::string> gone = {forgetSomebody(*all[own])};
       if (below(4) == 0) gone.insert(forgetSomebody(*all[1 - own]));
       rest();
@@ -40,7 +40,7 @@ class ForgettingWorld : public ForgetWorld {
 
  private:
   std::string forgetSomebody(ListProcess& process) {
-    std::string name = some(_names);
+    std::string name = some(names);
     if (process.forget(below(2) == 0 ? guidOf(name) : mailOf(name))) ++_forgotten;
     return name;
   }
@@ -56,8 +56,8 @@ class ForgettingWorld : public ForgetWorld {
     process = open();
   }
 
-  void step(ListProcess& process) {
-    const std::string name = some(_names);
+  void edit(ListProcess& process) {
+    const std::string name = some(names);
     if (below(5) == 0) {
       takeBackOrAgain(process);
     } else if (!process.friendNamed(name)) {
@@ -68,14 +68,14 @@ class ForgettingWorld : public ForgetWorld {
   }
 
   // Adds nobody.
-  void stepBeside(ListProcess& process) { below(3) == 0 ? takeBackOrAgain(process) : change(process); }
+  void editBeside(ListProcess& process) { below(3) == 0 ? takeBackOrAgain(process) : change(process); }
 
   void takeBackOrAgain(ListProcess& process) { below(2) == 0 ? process.undo() : process.redo(); }
 
   void change(ListProcess& process) {
     std::string edits;
     for (std::size_t count = 1 + below(3); count > 0; --count) {
-      const std::string name = some(_names);
+      const std::string name = some(names);
       if (process.friendNamed(name)) edits += (edits.empty() ? "" : ";") + changeOf(name, process.snapshot());
     }
     process.apply(edits);
@@ -95,7 +95,6 @@ class ForgettingWorld : public ForgetWorld {
     }
   }
 
-  const std::vector<std::string> _names = {"Pa", "Pb", "Pc", "Pd", "Pe", "Pf", "Pg"};
   std::size_t _forgotten = 0;
 };
 

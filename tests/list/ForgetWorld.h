@@ -13,7 +13,8 @@ namespace pellor {
 
 class ForgetWorld : public SeededWorld {
  public:
-  explicit ForgetWorld(std::uint64_t seed = 1) : SeededWorld(seed) {}
+  using SeededWorld::SeededWorld;
+  ForgetWorld() : SeededWorld(1) {}
 
   static std::string secretOf(const std::string& name) { return "secret-of-" + name; }
   /// Edits that give a friend something of all kinds.

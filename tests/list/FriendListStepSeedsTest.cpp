@@ -59,13 +59,6 @@ class Steps : public SeededWorld {
     setSetting(PLEmptyTrailingGroupEnabledKey, below(3) > 0);
     for (std::size_t index = 0; index < processes; ++index) all.push_back(open());
   }
-
-  StepAnswer step(ListProcess& process, StoredHandler stored = {}) {
-    return process.apply([this](const Snapshot& list) { return _edits.step(list); }, std::move(stored));
-  }
-
- private:
-  RandomEdits _edits{*this};
 };
 
 class FriendListStepSeedsTest : public SeededTest {};

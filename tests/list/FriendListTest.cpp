@@ -101,7 +101,7 @@ TEST_F(FriendListTest, AFriendKeepsItsIdAndColorAndTellsWhichFieldsChanged) {
       ElementsAre("contacts: ~Anna " + bits({FriendField::name, FriendField::destination, FriendField::destinations})))
       << "the monogram is the same";
   EXPECT_EQ(a->snapshot().friendWith(ann)->color, color);
-  a->process().run([&] {
+  a->run([&] {
     const auto person = a->process().friendAt(0, 0);
     person->setMetadataValueForKey(Value(1), "seen");
     person->setPreferredReplyAs("voice");
@@ -118,8 +118,7 @@ TEST_F(FriendListTest, TheShownNumberFollowsTheCardAlsoWhereTheFriendDoesNot) {
       {.guid = "guid-Zoe", .first = "Zoe", .phones = {{"home", "+493023125001"}, {"cell", "+4915123125002"}}});
   auto a = open("-,-");
   a->takeHeard();
-  a->process().run(
-      [&] { a->process().manager().addFriend(a->process().manager().personWithABRecordGUID("guid-Zoe")); });
+  a->run([&] { a->process().manager().addFriend(a->process().manager().personWithABRecordGUID("guid-Zoe")); });
   rest();
   const FriendId zoe = a->idAt(0, 0);
   EXPECT_EQ(a->snapshot().friendWith(zoe)->destination, "+493023125001");
@@ -129,7 +128,7 @@ TEST_F(FriendListTest, TheShownNumberFollowsTheCardAlsoWhereTheFriendDoesNot) {
   rest();
   EXPECT_EQ(a->snapshot().friendWith(zoe)->destination, "+4915123125002");
   EXPECT_THAT(a->takeHeard(), ElementsAre("~Zoe " + bits({FriendField::destination})));
-  EXPECT_EQ(a->process().run([&] { return a->list().findContacts("ZOE", 5); }).size(), 1U);
+  EXPECT_EQ(a->run([&] { return a->list().findContacts("ZOE", 5); }).size(), 1U);
 }
 
 TEST_F(FriendListTest, WhoObservesBeforeTheLoadHearsWhatTheContactsChangedByIt) {
@@ -171,7 +170,7 @@ TEST_F(FriendListTest, AnswersOfTheServiceTellOfThoseWhomTheyConcern) {
     return std::vector<SimulatedIdentityService::AnswerPart>{
         {1, {{"ann@example.org", DestinationStatus::valid}, {"bob@example.org", DestinationStatus::invalid}}}};
   });
-  a->process().run([&] {
+  a->run([&] {
     a->process().manager().setServiceName("chat");
     a->process().manager().refreshDestinationStatuses();
   });

@@ -113,6 +113,8 @@ class ListProcess {
   /// Called with each batch, as the app's code.
   std::function<void(const ListChange&)> onChange = [](const ListChange&) {};
 
+  /// Whether who did all that was told of has the list of now.
+  void expectLikeCopy() { _copy->expectLike(snapshot()); }
   /// What was heard since the last call: "loaded", and batches as "-Ann 1:1 -page 1 >Bob 2:1 to 1:1 ~Cy".
   std::vector<std::string> takeHeard() { return std::exchange(_heard, {}); }
 

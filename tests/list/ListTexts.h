@@ -29,7 +29,8 @@ inline std::string textOf(Place place) { return std::to_string(place.page + 1) +
 ///   contact NAME [PLACE]    move NAME PLACE       meta NAME KEY [TEXT]   title PAGE [TITLE]    page PAGE PAGE
 ///                                                 choose NAME ADDRESS    fill PAGE NAME...
 ///
-/// An empty slot to be filled is "-"; whoever is not in the list is a friend whom nobody knows.
+/// A NAME is what is shown, or the one that the contact had first. An empty slot to be filled is "-"; whoever is not
+/// in the list is a friend whom nobody knows.
 class EditReader {
  public:
   explicit EditReader(const Snapshot& list) : _list(list) {}
@@ -77,7 +78,7 @@ class EditReader {
   PageId pageAt(const std::string& number) const { return _list.page(indexOf(number)).id; }
   FriendId idOf(const std::string& name) const {
     for (const auto& person : _list.friends())
-      if (shownName(*person) == name) return person->id;
+      if (shownName(*person) == name || person->contactGUID == guidOf(name)) return person->id;
     return name == "-" ? FriendId{} : FriendId{999};
   }
   std::vector<FriendId> idsOf(const std::vector<std::string>& names) const {

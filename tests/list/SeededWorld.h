@@ -102,13 +102,20 @@ class RandomEdits {
 /// A world of its own for each seed.
 class SeededWorld : public ListTest, public Chance {
  public:
-  explicit SeededWorld(std::uint64_t seed) : Chance(seed) { scheduler = std::make_shared<SimulatedScheduler>(seed); }
+  /// `people`: names of contacts that come and go, and become friends.
+  explicit SeededWorld(std::uint64_t seed, std::vector<std::string> people = {})
+      : Chance(seed), names(std::move(people)) {
+    scheduler = std::make_shared<SimulatedScheduler>(seed);
+  }
   void TestBody() override {}
   using ListTest::launch;
   using ListTest::open;
   using ListTest::rest;
 
   ListProcess& someone() { return *some(all); }
+  StepAnswer step(ListProcess& process, StoredHandler stored = {}) {
+    return process.apply([this](const Snapshot& list) { return _edits.step(list); }, std::move(stored));
+  }
   /// Any of the steps that are not taken back is.
   void takeBackSomething(ListProcess& process) {
     const auto steps = process.history();
@@ -116,11 +123,29 @@ class SeededWorld : public ListTest, public Chance {
     const HistoryStep& step = some(steps);
     if (!step.isTakenBack) process.undo(step.id);
   }
+  /// GUIDs and addresses are few, so that cards meet.
+  void changeContacts() {
+    InMemoryAddressBook& book = world.addressBook();
+    const std::string guid = below(2) == 0 ? guidOf(some(names)) : "g" + std::to_string(below(4));
+    if (below(3) == 0) {
+      if (book.contact(guid)) book.remove(guid);
+      return;
+    }
+    const std::string& name = some(names);
+    TestContact card{.guid = guid, .first = below(4) == 0 ? name + "x" : name};
+    if (below(5) > 0) card.emails.push_back({"home", mailOf(below(4) == 0 ? some(names) : name)});
+    if (below(5) == 0) card.emails.push_back({"work", mailOf(some(names))});
+    book.put(card);
+  }
   void expectSound() const {
     for (const auto& process : all) EXPECT_EQ(process->process().manager().invariantViolation(), std::nullopt);
   }
 
+  const std::vector<std::string> names;
   std::vector<std::unique_ptr<ListProcess>> all;
+
+ private:
+  RandomEdits _edits{*this, names};
 };
 
 }  // namespace pellor

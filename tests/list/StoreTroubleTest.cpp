@@ -50,7 +50,7 @@ class StoreTroubleTest : public ManagerTest {
 
 TEST_F(StoreTroubleTest, AWriteThatFailsCompletesNothingAndIsToldOnceUntilItWorks) {
   ListProcess a(launchWith("Ann,-"));
-  a.process().run([&] {
+  a.run([&] {
     const auto observation = observe(a.list());
     advance(0);
     EXPECT_THAT(takeHeard(), ElementsAre("loaded"));
@@ -74,7 +74,7 @@ TEST_F(StoreTroubleTest, AWriteThatFailsCompletesNothingAndIsToldOnceUntilItWork
 
 TEST_F(StoreTroubleTest, AWriteOfWhichNobodyCanTellIsTroubleUntilItIsKnown) {
   ListProcess a(launchWith("Ann,-"));
-  a.process().run([&] {
+  a.run([&] {
     const auto observation = observe(a.list());
     advance(0);
     takeHeard();
@@ -116,7 +116,7 @@ TEST_F(StoreTroubleTest, AStoreThatCannotBeReadIsTroubleAndNoEmptyList) {
 TEST_F(StoreTroubleTest, AStoreThatMayOnlyBeReadTakesNoStepAndChangesNothing) {
   ListProcess a(launchWith("Ann,-"));
   a.takeHeard();
-  a.process().run([&] {
+  a.run([&] {
     FriendList& list = a.list();
     list.apply(AddFriend{.destination = "bob@example.org"});
     rest();
