@@ -115,12 +115,14 @@ TEST(Commands, ContactsFavoritesAndSettings) {
 TEST(Commands, APersonWithAFormattedNameAloneIsAbbreviatedAsTheLocaleWritesNames) {
   Home home;
   home.setVariable("LC_ALL=hu_HU.UTF-8");
-  home.addContact("bela", "ifj. Kovács Béla", "TEL:+3612345678\n");
+  home.addContact("bela", "ifj. Kovács Béla", "NICKNAME:Béci\nTEL:+3612345678\n");
   tell(home, {
                  {{"add", "kovács"}, 0, "added ifj. Kovács Béla (1:1)"},
                  {{"list"}, 0, " 1 + KB ifj. Kovács Béla"},
                  {{"settings", "short-names", "on"}, 0, "true\n"},
                  {{"list"}, 0, " 1 + KB Béla  "},
+                 {{"settings", "prefer-nicknames", "true"}, 0, "true\n"},
+                 {{"list"}, 0, " 1 + KB Béci  "},
              });
 }
 

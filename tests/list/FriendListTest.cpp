@@ -186,19 +186,6 @@ TEST_F(FriendListTest, AnObserverMayEditAndHearsOfItInTheNextBatch) {
   EXPECT_THAT(a->takeHeard(), IsEmpty());
 }
 
-TEST_F(FriendListTest, AListWhoseStoreAnswersLateIsLoadedThen) {
-  store("Ann,-|-,-");
-  world.preferences().makeUnreadable();
-  auto a = std::make_unique<ListProcess>(launch());
-  scheduler->advance(1);
-  EXPECT_THAT(a->takeHeard(), IsEmpty());
-  EXPECT_EQ(a->snapshot().pageCount(), 0U);
-  world.preferences().makeReadable();
-  rest();
-  EXPECT_THAT(a->takeHeard(), ElementsAre("loaded"));
-  EXPECT_EQ(a->snapshot().friendAt({0, 0})->name, "Ann");
-}
-
 TEST_F(FriendListTest, TheSamePersonInTwoSlotsIsTwoFriendsUntilOneIsGone) {
   auto a = open("Ann,-|Bob,-|-,-");
   const FriendId ann = a->idAt(0, 0);

@@ -25,7 +25,7 @@ std::string textOf(const std::optional<StoreTrouble>& trouble) {
   return (trouble->kind == StoreTrouble::Kind::reading ? "reading: " : "writing: ") + trouble->text;
 }
 
-class StoreTroubleTest : public ManagerTest {
+class StoreTroubleTest : public ListTest {
  protected:
   StoreTroubleTest() { setGroups(20, 2); }
 
