@@ -27,7 +27,7 @@ class Chance {
     std::ranges::shuffle(elements, _random);
   }
   /// One of a few titles, or none.
-  std::string title() { return below(3) == 0 ? "" : "T" + std::to_string(below(3)); }
+  std::string title() { return below(2) == 0 ? "" : "T" + std::to_string(below(3)); }
 
  private:
   std::mt19937_64 _random;
