@@ -116,7 +116,7 @@ class SeededWorld : public ListTest, public Chance {
   StepAnswer step(ListProcess& process, StoredHandler stored = {}) {
     return process.apply([this](const Snapshot& list) { return _edits.step(list); }, std::move(stored));
   }
-  /// Any of the steps that are not taken back is.
+  /// Takes one of the steps back; nothing where that one is taken back already.
   void takeBackSomething(ListProcess& process) {
     const auto steps = process.history();
     if (steps.empty()) return;
