@@ -7,7 +7,6 @@
 #include <cstring>
 #include <initializer_list>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -212,8 +211,7 @@ TEST(Choice, TheListFitsTheTerminal) {
     asked.program.finish();
     const std::string screen = asked.terminal.content();
     const std::string list = screen.substr(screen.find("\n  1"), screen.find("\nWhich one") - screen.find("\n  1"));
-    std::istringstream lines(list);
-    for (std::string line; std::getline(lines, line);) EXPECT_LE(displayWidth(line), columns) << line;
+    for (const std::string& line : linesOf(list)) EXPECT_LE(displayWidth(line), columns) << line;
     EXPECT_TRUE(columns < 40 || list.find("Acme") != std::string::npos) << "what tells namesakes apart is cut";
   }
 }

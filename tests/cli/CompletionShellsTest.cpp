@@ -5,7 +5,6 @@
 
 #include <filesystem>
 #include <iostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -57,10 +56,7 @@ class CompletionShells : public testing::Test {
     command.insert(command.end(), arguments.begin(), arguments.end());
     const ProgramResult result = Program(_home, command).finish();
     EXPECT_EQ(result.errors, "");
-    std::vector<std::string> lines;
-    std::istringstream stream(result.output);
-    for (std::string line; std::getline(stream, line);) lines.push_back(line);
-    return lines;
+    return linesOf(result.output);
   }
 
   /// The beginning of each name behind each kind of quote.

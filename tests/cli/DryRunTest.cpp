@@ -4,11 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -30,15 +27,10 @@ const std::set<std::string> ChangesNothing = {
 std::vector<std::string> completions(const Home& home, Arguments words) {
   Arguments arguments = {"complete", "--"};
   arguments.insert(arguments.end(), words.begin(), words.end());
-  std::istringstream output(pellor(home, arguments).output);
   std::vector<std::string> found;
-  for (std::string line; std::getline(output, line);) found.push_back(line.substr(0, line.find('\t')));
+  for (const std::string& line : linesOf(pellor(home, arguments).output))
+    found.push_back(line.substr(0, line.find('\t')));
   return found;
-}
-
-Arguments wordsOf(const std::string& command) {
-  std::istringstream text(command);
-  return {std::istream_iterator<std::string>(text), {}};
 }
 
 std::set<std::string> allCommands(const Home& home) {
@@ -74,16 +66,10 @@ TEST(DryRun, EveryCommandHasItOrChangesNothing) {
   }
 }
 
-std::string contentOf(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 /// The copies whose place another one took. When the others are made the clock says.
 std::string replacedCopies(const Home& home) {
-  std::istringstream copies(pellor(home, {"backup"}).output);
   std::string replaced;
-  for (std::string line; std::getline(copies, line);)
+  for (const std::string& line : linesOf(pellor(home, {"backup"}).output))
     if (line.starts_with("replaced")) replaced += line + "\n";
   return replaced;
 }
@@ -189,21 +175,6 @@ TEST(DryRun, OfARefreshStoresNothingOfWhatItTells) {
               {{"refresh", "--dry-run"}, 0, "would have updated 1:1 Ann Loo\n"},
               {{"refresh"}, 0, "updated 1:1 Ann Loo\n"},
               {{"refresh", "--dry-run"}, 0, "the friends are in step with the contacts\n"}});
-}
-
-TEST(Import, IsOneStepOfTheHistory) {
-  const Home home;
-  tell(home, {{{"add", "030 1", "030 2"}, 0, "added"}, {{"title", "1", "Mine"}, 0, ""}});
-  const std::string before = pellor(home, {"export"}).output;
-  const std::string file = home / "list.json";
-  writeFile(file, R"({"format":"pellor friend list","version":1,"pageSize":12,"pages":[{"slots":[
-      {"name":"Cy","destinations":["030 2"],"replyAs":"me@example.org","later":1}]},{"title":"Work"}]})");
-  tell(home, {{{"import", "--replace", file}, 0, "removed 0301 (1:1)"}, {{"history"}, 0, "imported"}});
-  const std::string after = pellor(home, {"export"}).output;
-  tell(home, {{{"undo"}, 0, "taken back: imported"}});
-  EXPECT_EQ(pellor(home, {"export"}).output, before);
-  tell(home, {{{"redo"}, 0, "done again: imported"}});
-  EXPECT_EQ(pellor(home, {"export"}).output, after);
 }
 
 TEST(Import, WhatIsTooLargeToBeTakenBackIsSaidBefore) {

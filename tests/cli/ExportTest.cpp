@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
@@ -27,11 +25,6 @@ std::string exported(const Home& home) {
   const ProgramResult result = pellor(home, {"export"});
   EXPECT_EQ(result.exitCode, 0) << result.errors;
   return result.output;
-}
-
-std::string contentOf(const fs::path& file) {
-  std::ifstream stream(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 ProgramResult import(const Home& home, const std::string& text, Arguments more = {}) {

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -21,13 +20,6 @@ using testing::IsEmpty;
 using testing::Not;
 using Arguments = std::vector<std::string>;
 
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
-}
-
 TEST(Help, AMistypedWordIsAnsweredWithTheOneThatWasMeant) {
   const Home home;
   const struct {
@@ -35,11 +27,8 @@ TEST(Help, AMistypedWordIsAnsweredWithTheOneThatWasMeant) {
     std::string error;
   } rows[] = {
       {{"ad"}, "pellor has no command ad: did you mean add?"},
-      {{"lsit"}, "pellor has no command lsit: did you mean list?"},
-      {{"favorite", "add", "Ann"}, "pellor has no command favorite: did you mean favorites?"},
       {{"favorites", "imports"}, "pellor favorites has no command imports: did you mean import?"},
       {{"list", "--jsn"}, "pellor list has no option --jsn: did you mean --json?"},
-      {{"list", "--line"}, "pellor list has no option --line: did you mean --lines?"},
       {{"contacts", "--foo"}, "pellor contacts has no option --foo (see pellor help contacts)"},
       {{"--ldap-bse", "x"}, "pellor has no option --ldap-bse: did you mean --ldap-base?"},
       {{"frobnicate"}, "pellor has no command frobnicate (see pellor help)"},

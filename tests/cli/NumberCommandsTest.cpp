@@ -10,20 +10,6 @@ namespace {
 
 using testing::HasSubstr;
 
-TEST(Numbers, NumbersAreOneInEverySpellingAndShownAsTheyDial) {
-  const Home home;
-  tell(home, {
-                 {{"add", "1-1-0", "--region", "DE"}, 0, "added 110 (1:1)"},
-                 {{"add", "1 1 0"}, 1, "110 is a friend already (1:1)"},
-                 {{"find", "\u0661\u0661\u0660"}, 0, "110 (friend, 1:1)"},
-                 {{"add", "*100#"}, 0, "added *100# (1:2)"},
-                 {{"find", "* 100 #"}, 0, "*100# (friend, 1:2)"},
-                 {{"add", "0151 2345679"}, 0, "added +49 1512345679 (1:3)"},
-                 {{"remove", "+49 1512345679"}, 0, "removed +49 1512345679 (1:3)"},
-                 {{"add", "no.1"}, 1, "neither a number nor an address"},
-             });
-}
-
 TEST(Numbers, LettersFromAToZOfAddressesHaveNoCaseInAnyLocale) {
   Home turkish;
   turkish.setVariable("LC_ALL=tr_TR.UTF-8");

@@ -3,9 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
-
 #include "tests/cli/Program.h"
 #include "tests/cli/Terminal.h"
 
@@ -28,50 +25,31 @@ struct FullHouse : Home {
 TEST(Overtaken, AStepThatNoLongerHoldsIsNotDone) {
   const struct {
     const char* what;
-    std::vector<std::vector<std::string>> before;
-    std::vector<std::string> asked;
-    std::vector<std::string> meanwhile;
+    const char* before;
+    const char* asked;
+    const char* meanwhile;
     int exitCode;
-    std::string says;
-    std::string list;
+    const char* says;
+    const char* list;
   } cases[] = {
-      {"one finds no room",
-       {},
-       {"add", "info@example.org", "anna"},
-       {"add", "x@example.org", "y@example.org"},
-       1,
+      {"one finds no room", "", "add info@example.org anna", "add x@example.org y@example.org", 1,
        "there is no room for Anna Berg",
        "1:1\t+\tx@example.org\tx@example.org\n1:2\t+\ty@example.org\ty@example.org\n"},
-      {"one is a friend by now",
-       {},
-       {"add", "info@example.org", "anna"},
-       {"add", "x@example.org", "info@example.org"},
-       1,
+      {"one is a friend by now", "", "add info@example.org anna", "add x@example.org info@example.org", 1,
        "info@example.org is a friend already (1:2)",
        "1:1\t+\tx@example.org\tx@example.org\n1:2\t+\tinfo@example.org\tinfo@example.org\n"},
-      {"who is to move is gone",
-       {{"add", "a1", "a2"}},
-       {"move", "anna", "1:3"},
-       {"remove", "a1"},
-       1,
-       "nothing was changed: Anna Berg: another program changed it first",
-       "1:2\t+\tAnna Lee\t030 2222222\n"},
-      {"who is to leave has left",
-       {{"add", "a1", "a2"}},
-       {"remove", "anna"},
-       {"remove", "a1"},
-       0,
-       "",
-       "1:2\t+\tAnna Lee\t030 2222222\n"},
+      {"who is to move is gone", "add a1 a2", "move anna 1:3", "remove a1", 1,
+       "nothing was changed: Anna Berg: another program changed it first", "1:2\t+\tAnna Lee\t030 2222222\n"},
+      {"who is to leave has left", "add a1 a2", "remove anna", "remove a1", 0, "", "1:2\t+\tAnna Lee\t030 2222222\n"},
   };
   for (const auto& each : cases) {
     SCOPED_TRACE(each.what);
     const FullHouse home;
-    for (const auto& command : each.before) ASSERT_EQ(pellor(home, command).exitCode, 0);
+    ASSERT_EQ(pellor(home, wordsOf(each.before)).exitCode, 0);
     Terminal terminal(80);
-    Program program(home, pellorCommand(each.asked), {.errors = terminal.line(), .input = terminal.line()});
+    Program program(home, pellorCommand(wordsOf(each.asked)), {.errors = terminal.line(), .input = terminal.line()});
     terminal.awaitText("Esc for nobody: ");
-    ASSERT_EQ(pellor(home, each.meanwhile).exitCode, 0);
+    ASSERT_EQ(pellor(home, wordsOf(each.meanwhile)).exitCode, 0);
     terminal.type("1");
     EXPECT_EQ(program.finish().exitCode, each.exitCode);
     EXPECT_THAT(terminal.content(), HasSubstr(each.says));

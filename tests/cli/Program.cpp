@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <iterator>
+#include <sstream>
 #include <utility>
 
 namespace pellor {
@@ -170,6 +172,18 @@ std::vector<std::string> pellorCommand(const std::vector<std::string>& arguments
 
 ProgramResult pellor(const Home& home, const std::vector<std::string>& arguments) {
   return Program(home, pellorCommand(arguments)).finish();
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}
+
+std::vector<std::string> wordsOf(const std::string& text) {
+  std::istringstream stream(text);
+  return {std::istream_iterator<std::string>(stream), {}};
 }
 
 }  // namespace pellor

@@ -91,4 +91,7 @@ std::vector<std::string> pellorCommand(const std::vector<std::string>& arguments
 /// Runs `pellor` to its end.
 ProgramResult pellor(const Home& home, const std::vector<std::string>& arguments);
 
+std::vector<std::string> linesOf(const std::string& text);
+std::vector<std::string> wordsOf(const std::string& text);
+
 }  // namespace pellor

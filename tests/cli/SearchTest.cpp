@@ -102,30 +102,18 @@ TEST(Search, ContactsStandInTheOrderOfTheStoresLanguage) {
   }
 }
 
-// The first of GUID, number, whole name and words that fits anybody decides.
-TEST(Search, WhatFitsBetterLeavesOthersOut) {
+// Which is added is a whole number, not a part of another one.
+TEST(Search, AWholeNumberFitsBetterThanAPartOfOne) {
   const Home home;
-  home.addContact("zoe", "Bo Ray", "TEL:030 1234567\n");
-  home.addContact("g1", "Zoe", "TEL:030 1234568\n");
-  home.addContact("g2", "Zoe Berg", "TEL:030 1234569\nORG:Martin AG\n");
-  home.addContact("g3", "Lee", "EMAIL:berg.martin@example.org\n");
   home.addContact("g4", "Notruf", "TEL:110\n");
   home.addContact("g5", "Wache", "TEL:030 110110\n");
   tell(home, {
-                 {{"add", "zoe"}, 0, "added Bo Ray (1:1)"},
-                 {{"add", "ZOE"}, 0, "added Zoe (1:2)"},
-                 {{"add", "berg"}, 0, "added Zoe Berg (1:3)"},
-                 {{"add", "lee"}, 0, "(1:4)"},
-                 {{"add", "notruf", "wache"}, 0, "(1:6)"},
-                 {{"status", "Zoe"}, 0, "Zoe (1:2)"},
-                 {{"status", "berg"}, 0, "Zoe Berg (1:3)"},
-                 {{"status", "martin"}, 0, "Lee (1:4)"},
-                 {{"status", "110"}, 0, "Notruf (1:5)"},
-                 // Which is added is a whole number, not a part of another one.
-                 {{"add", "030 110", "islands@example.org"}, 0, "added 030 110 (1:7)\nadded islands@example.org (1:8)"},
-                 {{"remove", "1:8", "030 110"}, 0, "removed 030 110 (1:7)"},
+                 {{"add", "notruf", "wache"}, 0, "(1:2)"},
+                 {{"status", "110"}, 0, "Notruf (1:1)"},
+                 {{"add", "030 110", "islands@example.org"}, 0, "added 030 110 (1:3)\nadded islands@example.org (1:4)"},
+                 {{"remove", "1:4", "030 110"}, 0, "removed 030 110 (1:3)"},
                  {{"remove", "1"}, 1, "no friend is called \"1\""},
-                 {{"remove", "030 1101"}, 0, "removed Wache (1:6)"},
+                 {{"remove", "030 1101"}, 0, "removed Wache (1:2)"},
              });
 }
 

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,13 +14,6 @@
 
 namespace pellor {
 namespace {
-
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
-}
 
 std::size_t widestLine(const std::string& text) {
   std::size_t widest = 0;
@@ -39,13 +31,6 @@ std::string onTerminal(const Home& home, unsigned short columns, const std::vect
   Terminal terminal(columns);
   Program(home, pellorCommand(arguments), {.output = terminal.line()}).finish();
   return terminal.content();
-}
-
-std::vector<std::string> wordsOf(const std::string& text) {
-  std::vector<std::string> words;
-  std::istringstream stream(text);
-  for (std::string word; stream >> word;) words.push_back(word);
-  return words;
 }
 
 TEST(Terminal, PagesFitItsWidth) {
@@ -158,37 +143,26 @@ TEST(Terminal, WhatCannotBeSeenStaysOutAndWritingFromTheRightIsIsolated) {
   EXPECT_THAT(json, testing::Not(testing::HasSubstr("\u2068")));
 }
 
-TEST(Terminal, ALongReadingShowsItsProgressThere) {
-  const Home home, other;
-  for (int number = 0; number < 250; ++number) {
-    for (const Home* each : {&home, &other}) each->addContact(std::to_string(number), "Person", "TEL:+49301234567\n");
-  }
-  Terminal terminal(80);
-  Program(home, pellorCommand({"list"}), {.errors = terminal.line()}).finish();
-  const std::string screen = terminal.content();
-  EXPECT_THAT(screen, testing::HasSubstr("reading contacts: 100 of 250"));
-  EXPECT_TRUE(screen.ends_with("\r\x1B[K")) << "the line is still there";
-  EXPECT_EQ(pellor(other, {"list"}).errors, "") << "shown where there is no terminal";
-}
-
-TEST(Terminal, ALongImportShowsItsProgressThere) {
+TEST(Terminal, ALongReadingOrImportShowsItsProgressThere) {
   const Home home;
   std::string cards;
-  for (int number = 1000; number < 1250; ++number) {
+  for (int number = 1000; number < 1250; ++number)
     cards += "BEGIN:VCARD\nVERSION:3.0\nFN:Person\nTEL:+4930123" + std::to_string(number) + "\nEND:VCARD\n";
-  }
   writeFile(home / "export.vcf", cards);
-  const Arguments command = {"contacts", "import", (home / "export.vcf").string()};
-  const auto screenOf = [&] {
+  const Arguments import = {"contacts", "import", (home / "export.vcf").string()};
+  const auto expectProgress = [&](const Arguments& command, const std::string& progress) {
     Terminal terminal(80);
     EXPECT_EQ(Program(home, pellorCommand(command), {.errors = terminal.line()}).finish().exitCode, 0);
-    return terminal.content();
+    const std::string screen = terminal.content();
+    EXPECT_THAT(screen, testing::HasSubstr(progress));
+    EXPECT_TRUE(screen.ends_with("\r\x1B[K")) << "the line is still there";
   };
-  const std::string first = screenOf(), second = screenOf();
-  EXPECT_THAT(first, testing::HasSubstr("importing contacts: 200 of 250"));
-  EXPECT_TRUE(first.ends_with("\r\x1B[K")) << "the line is still there";
-  EXPECT_THAT(second, testing::HasSubstr("reading contacts: 200 of 250"));
-  EXPECT_EQ(pellor(home, command).errors, "");
+  expectProgress(import, "importing contacts: 200 of 250");
+  expectProgress({"list"}, "reading contacts: 100 of 250");
+  expectProgress(import, "reading contacts: 200 of 250");
+  std::filesystem::remove(home.dataFolder() / "contacts-index.sqlite");
+  EXPECT_EQ(pellor(home, {"list"}).errors, "") << "shown where there is no terminal";
+  EXPECT_EQ(pellor(home, import).errors, "");
 }
 
 }  // namespace

@@ -2,67 +2,39 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <optional>
-#include <random>
 #include <string>
 #include <vector>
 
-#include "pellor/list/FriendList.h"
-#include "tests/list/ListCopy.h"
-#include "tests/pellor/ManagerWorld.h"
-#include "tests/pellor/SeededTest.h"
+#include "tests/list/SeededWorld.h"
 
 namespace pellor {
 namespace {
 
-/// Three processes edit one list of small pages; one of them has a copy.
-class Replay : public ManagerTest {
+/// Three processes edit one list of small pages, as programs do that know nothing of steps. Each keeps a copy.
+class Replay : public SeededWorld {
  public:
-  explicit Replay(std::uint64_t seed) : _random(seed) {
-    scheduler = std::make_shared<SimulatedScheduler>(seed);
+  explicit Replay(std::uint64_t seed) : SeededWorld(seed) {
     setGroups(6, 1 + below(3));
-    for (int index = 0; index < 3; ++index) _processes.push_back(launch());
-    rest();
-    ManagerProcess& owner = *_processes.front();
-    owner.run([&] {
-      _list = FriendList::open(owner.sharedManager());
-      _observation = _list->observe(
-          {[this](const Snapshot& list) { _copy.emplace(list); }, [this](const ListChange& change) { take(change); }});
-    });
-    rest();
+    for (int index = 0; index < 3; ++index) {
+      all.push_back(open());
+      all.back()->onChange = [this](const ListChange&) { ++_batches; };
+    }
   }
-  ~Replay() override {
-    _processes.front()->run([&] {
-      _observation.reset();
-      _list.reset();
-    });
-  }
-  Replay(const Replay&) = delete;
-  Replay& operator=(const Replay&) = delete;
-
-  void TestBody() override {}
 
   void run(int edits) {
     while (edits-- > 0 && !HasFailure()) {
-      edit(*_processes[below(_processes.size())]);
+      edit(someone().process());
       if (below(3) == 0) rest();
     }
     rest();
-    const Snapshot now = _processes.front()->run([&] { return _list->snapshot(); });
-    _copy->expectLike(now);
-    expectLikeManager(now);
+    for (const auto& process : all) {
+      process->expectLikeCopy();
+      expectLikeManager(*process);
+    }
   }
   std::size_t batches() const { return _batches; }
 
  private:
-  std::size_t below(std::size_t count) { return std::uniform_int_distribution<std::size_t>(0, count - 1)(_random); }
-
-  void take(const ListChange& change) {
-    ++_batches;
-    _copy->take(change);
-    _copy->expectLike(change.after);
-  }
-
   void edit(ManagerProcess& process) {
     const auto pages = process.run([&] { return process.manager().friendGroups().size(); });
     if (pages == 0) return;
@@ -76,7 +48,7 @@ class Replay : public ManagerTest {
         process.remove(page, below(size));
         break;
       case 3:
-        process.setTitle(page, below(3) == 0 ? "" : "T" + std::to_string(below(3)));
+        process.setTitle(page, title());
         break;
       case 4:
         swap(process, page, below(pages), below(size), below(size));
@@ -110,26 +82,21 @@ class Replay : public ManagerTest {
     });
   }
 
-  void expectLikeManager(const Snapshot& list) {
-    ManagerProcess& owner = *_processes.front();
+  static void expectLikeManager(ListProcess& process) {
+    const Snapshot list = process.snapshot();
     std::string shown;
     for (std::size_t page = 0; page < list.pageCount(); ++page) {
       if (page > 0) shown += "|";
       for (std::size_t slot = 0; slot < list.page(page).friends.size(); ++slot) {
         const auto person = list.friendAt({page, slot});
-        shown += (slot > 0 ? "," : "") + (!person ? "-" : person->name.empty() ? person->destination : person->name);
-        if (!person) continue;
-        EXPECT_EQ(list.placeOf(person->id), (Place{page, slot}));
+        shown += (slot > 0 ? "," : "") + (person ? shownName(*person) : "-");
+        const Place here{page, slot};
+        EXPECT_EQ(person ? list.placeOf(person->id) : here, here);
       }
     }
-    EXPECT_EQ(shown, owner.list());
+    EXPECT_EQ(shown, process.process().list());
   }
 
-  std::mt19937_64 _random;
-  std::vector<std::unique_ptr<ManagerProcess>> _processes;
-  std::unique_ptr<FriendList> _list;
-  std::shared_ptr<Observation> _observation;
-  std::optional<ListCopy> _copy;
   std::size_t _batches = 0;
 };
 

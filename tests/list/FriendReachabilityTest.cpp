@@ -7,9 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "pellor/list/FriendList.h"
-#include "pellor/runtime/NotificationCenter.h"
-#include "tests/pellor/ManagerWorld.h"
+#include "tests/list/ListProcess.h"
 
 namespace pellor {
 namespace {
@@ -17,51 +15,40 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class FriendReachabilityTest : public ManagerTest {
+class FriendReachabilityTest : public ListTest {
  protected:
   FriendReachabilityTest() {
     setGroups(20, 2);
-    process = launchWith("Ann,Bob|Cy,-|-,-");
-    process->run([&] { list = FriendList::open(process->sharedManager()); });
+    process = open("Ann,Bob|Cy,-|-,-");
   }
   ~FriendReachabilityTest() override {
-    process->run([&] {
-      handle.reset();
-      list.reset();
-    });
+    process->run([&] { handle.reset(); });
   }
 
-  FriendId idOf(std::uint64_t slot) {
-    return process->run([&] { return list->snapshot().friendAt({0, slot})->id; });
-  }
   Reachability known(std::uint64_t slot) {
-    const FriendId id = idOf(slot);
-    return process->run([&] { return list->reachability(id); });
+    const FriendId id = process->idAt(0, slot);
+    return process->run([&] { return process->list().reachability(id); });
   }
   void query(std::uint64_t slot) {
-    const std::vector<FriendId> who = {idOf(slot)};
-    process->run([&] { handle = list->query(who, [&] { ++answers; }); });
+    const std::vector<FriendId> who = {process->idAt(0, slot)};
+    process->run([&] { handle = process->list().query(who, [&] { ++answers; }); });
   }
   void setService(const std::string& name) {
-    process->run([&] { list->setService(name); });
+    process->run([&] { process->list().setService(name); });
   }
 
-  std::unique_ptr<ManagerProcess> process;
-  std::unique_ptr<FriendList> list;
+  std::unique_ptr<ListProcess> process;
   std::shared_ptr<Observation> handle;
   int answers = 0;
 };
 
 TEST_F(FriendReachabilityTest, WithoutAServiceEverybodyCountsAsReachable) {
-  EXPECT_FALSE(process->run([&] { return list->checksReachability(); }));
+  EXPECT_FALSE(process->run([&] { return process->list().checksReachability(); }));
   EXPECT_EQ(known(0).status, DestinationStatus::valid);
   setService("chat");
-  EXPECT_TRUE(process->run([&] { return list->checksReachability(); }));
+  EXPECT_TRUE(process->run([&] { return process->list().checksReachability(); }));
   EXPECT_EQ(known(0).status, DestinationStatus::unspecified);
-  EXPECT_EQ(process->run([&] {
-    return list->snapshot().friendAt({0, 0})->reachability.status;
-  }),
-            DestinationStatus::unspecified)
+  EXPECT_EQ(process->snapshot().friendAt({0, 0})->reachability.status, DestinationStatus::unspecified)
       << "the list shows it too";
 }
 
@@ -81,7 +68,7 @@ TEST_F(FriendReachabilityTest, AnAnswerSaysWhenAndByWhomAndEndsTheWait) {
   EXPECT_EQ(ann.answer->service, "chat");
   EXPECT_EQ(known(1).status, DestinationStatus::unspecified) << "only one was asked for";
 
-  process->run([&] { handle = list->queryAll([&] { ++answers; }); });
+  process->run([&] { handle = process->list().queryAll([&] { ++answers; }); });
   rest();
   EXPECT_EQ(answers, 2);
   EXPECT_THAT(world.identityService().queries().back().destinations,
@@ -107,7 +94,7 @@ TEST_F(FriendReachabilityTest, NobodyIsToldOfSilenceOrWithoutAHandle) {
   process->run([&] { handle.reset(); });
   rest();
   EXPECT_EQ(answers, 0);
-  process->run([&] { handle = list->query({}, [&] { ++answers; }); });
+  process->run([&] { handle = process->list().query({}, [&] { ++answers; }); });
   EXPECT_EQ(answers, 0);
   rest();
   EXPECT_EQ(answers, 1) << "nothing is left to be answered of nobody";

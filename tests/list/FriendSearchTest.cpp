@@ -39,7 +39,7 @@ class FriendSearchTest : public ManagerTest {
   FriendList& list() { return _a->list(); }
   template <class Work>
   auto run(Work&& work) {
-    return _a->process().run(work);
+    return _a->run(work);
   }
   std::string nameOf(FriendId id) { return _a->snapshot().friendWith(id)->name; }
   /// Those whom the text fits, the best first, after a bar those who are not meant: "Zoe Berg, Lee | Ida Zoe".

@@ -6,7 +6,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -16,59 +15,43 @@
 #include <utility>
 #include <vector>
 
-#include "pellor/list/Edit.h"
-#include "tests/list/ListProcess.h"
-#include "tests/pellor/SeededTest.h"
+#include "tests/list/SeededWorld.h"
 
 namespace pellor {
 namespace {
 
-constexpr std::uint64_t PageSize = 3;
-const std::string Domain{TapnoteDomain};
-
 /// A list of three friends, with a step that can be taken back, in two processes at rest.
-class Ground {
+class Ground : public SeededWorld {
  public:
-  Ground() {
-    _world.preferences().setValue(PLGroupSizeKey, PageSize, Domain);
-    _world.preferences().setValue(PLMaxGroupCountKey, 4, Domain);
-    std::vector<TestContact> contacts;
-    for (const char* name : {"Ann", "Bob", "Cy", "Dan"}) contacts.push_back(contactNamed(name));
-    _world.addressBook().addAll(contacts);
-    _world.preferences().setValue(PLFriendListKey, storedList("Ann#,Bob#,-|Cy#,-,-"), Domain);
-    for (auto& process : _processes) process = launch();
-    rest();
-    _processes[0]->apply([&](const Snapshot&) {
-      return std::vector<Edit>{SetReplyAs{_processes[0]->idNamed("Cy"), "home"}};
-    });
+  Ground() : SeededWorld(1) {
+    setGroups(4, 3);
+    contacts({"Ann", "Bob", "Cy", "Dan"});
+    store("Ann#,Bob#,-|Cy#,-,-");
+    for (int count = 0; count < 2; ++count) all.push_back(open());
+    all[0]->apply("reply Cy home");
     rest();
   }
 
-  ListProcess& process(std::size_t index) { return *_processes[index]; }
-  SimulatedWorld& world() { return _world; }
   /// To be called before each operation: which of the author's it is.
   void begin(std::size_t author, std::size_t place) { _place[author] = place; }
-  void apply(std::size_t author, const std::function<std::vector<Edit>(const Snapshot&)>& edits) {
-    _processes[author]->apply(edits, noteRefusal(author));
-  }
-  void undo(std::size_t author) {
-    ListProcess& process = *_processes[author];
-    process.process().run([&] { process.list().undo({}, noteRefusal(author)); });
-  }
   /// Steps of that process that were said not to be done, after all, by their places in its sequence.
   const std::set<std::size_t>& refused(std::size_t author) const { return _refused[author]; }
-  void rest() {
-    while (_scheduler->step()) {
-    }
+  StoredHandler noteRefusal(std::size_t author) {
+    return [this, author, place = _place[author]](const std::optional<Refusal>& refusal) {
+      if (refusal) _refused[author].insert(place);
+    };
+  }
+  void renameBob() {
+    world.addressBook().change(guidOf("Bob"), [](TestContact& bob) { bob.first = "Bobby"; });
   }
   /// One of the process's tasks. False when none is ready.
-  bool step(std::size_t index) { return _scheduler->stepOf(_processes[index]->process().process()); }
+  bool step(std::size_t index) { return scheduler->stepOf(all[index]->process().process()); }
 
   /// The friends with what is known of them, and where it is asked for on which page, and its title; not the places on
   /// a page, which those that meet on one share out.
   std::string state(bool withPages) {
     std::string text;
-    const Snapshot list = _processes[0]->snapshot();
+    const Snapshot list = all[0]->snapshot();
     std::multiset<std::string> friends;
     for (std::size_t index = 0; index < list.pageCount(); ++index) {
       for (const auto& person : list.page(index).friends)
@@ -83,94 +66,62 @@ class Ground {
     return text;
   }
   /// The same list, place by place, in both.
-  bool doAgree() { return _processes[0]->process().list() == _processes[1]->process().list(); }
+  bool doAgree() { return all[0]->process().list() == all[1]->process().list(); }
 
  private:
-  std::unique_ptr<ListProcess> launch() {
-    auto process = std::make_unique<ManagerProcess>(_world, _scheduler);
-    process->start();
-    return std::make_unique<ListProcess>(std::move(process));
-  }
-  StoredHandler noteRefusal(std::size_t author) {
-    return [this, author, place = _place[author]](const std::optional<Refusal>& refusal) {
-      if (refusal) _refused[author].insert(place);
-    };
-  }
   static std::string textOf(const Friend& person) {
     return person.name + "{" + person.replyAs.value_or("") + Value(person.metadata).description() + "}";
   }
 
-  SimulatedWorld _world;
-  std::shared_ptr<SimulatedScheduler> _scheduler = std::make_shared<SimulatedScheduler>(1);
   std::array<std::size_t, 2> _place{};
   std::array<std::set<std::size_t>, 2> _refused;
-  std::array<std::unique_ptr<ListProcess>, 2> _processes;
 };
 
 /// What a person does at one of the processes; nothing where it cannot be done any more.
 struct Operation {
-  const char* name;
-  std::function<void(Ground&, std::size_t author)> perform;
+  std::string name;
+  std::string edits;  ///< with the author's number in place of an asterisk; empty: the name says
 };
-
-void edit(Ground& ground, std::size_t author, const std::string& who, const std::function<Edit(const Friend&)>& make) {
-  const auto person = ground.process(author).friendNamed(who);
-  if (person) ground.apply(author, [&](const Snapshot&) { return std::vector<Edit>{make(*person)}; });
-}
-
-std::string by(const std::string& what, std::size_t author) { return what + std::to_string(author); }
 
 const std::vector<Operation>& operations() {
   static const std::vector<Operation> all = {
-      {"add",
-       [](Ground& ground, std::size_t author) {
-         ground.apply(author,
-                      [](const Snapshot&) { return std::vector<Edit>{AddFriend{.contactGUID = guidOf("Dan")}}; });
-       }},
-      {"remove",
-       [](Ground& ground, std::size_t author) {
-         edit(ground, author, "Ann", [](const Friend& ann) { return RemoveFriend{ann.id}; });
-       }},
-      {"move",
-       [](Ground& ground, std::size_t author) {
-         edit(ground, author, "Ann", [&](const Friend& ann) { return MoveFriend{ann.id, {1, 1 + author}}; });
-       }},
-      {"swap",
-       [](Ground& ground, std::size_t author) {
-         const Snapshot list = ground.process(author).snapshot();
-         const auto cy = ground.process(author).friendNamed("Cy");
-         if (cy)
-           edit(ground, author, "Bob", [&](const Friend& bob) { return MoveFriend{bob.id, *list.placeOf(cy->id)}; });
-       }},
-      {"title",
-       [](Ground& ground, std::size_t author) {
-         ground.apply(author, [&](const Snapshot& list) {
-           return std::vector<Edit>{RenamePage{list.page(0).id, by("title", author)}};
-         });
-       }},
-      {"purge",
-       [](Ground& ground, std::size_t author) {
-         ManagerProcess& process = ground.process(author).process();
-         process.run([&] { process.manager().purgeEmptyFriendGroups(); });
-       }},
-      {"reply as",
-       [](Ground& ground, std::size_t author) {
-         edit(ground, author, "Ann", [&](const Friend& ann) { return SetReplyAs{ann.id, by("reply", author)}; });
-       }},
-      {"metadata",
-       [](Ground& ground, std::size_t author) {
-         edit(ground, author, "Ann", [&](const Friend& ann) {
-           return SetMetadata{ann.id, "key", Value(by("value", author))};
-         });
-       }},
-      {"refresh",
-       [](Ground& ground, std::size_t author) {
-         ground.world().addressBook().change(guidOf("Bob"), [](TestContact& bob) { bob.first = "Bobby"; });
-         ground.process(author).process().run([&] { ground.process(author).list().refresh(); });
-       }},
-      {"undo", [](Ground& ground, std::size_t author) { ground.undo(author); }},
+      {"add", "contact Dan"},
+      {"remove", "remove Ann"},
+      {"move", "move Ann 2:*"},
+      {"swap", ""},
+      {"title", "title 1 title*"},
+      {"purge", ""},
+      {"reply as", "reply Ann r*"},
+      {"metadata", "meta Ann key v*"},
+      {"refresh", ""},
+      {"undo", ""},
   };
   return all;
+}
+
+/// Where Cy stands; empty where there is no such friend.
+std::string placeOfCy(ListProcess& process) {
+  const auto cy = process.friendNamed("Cy");
+  return cy ? textOf(*process.snapshot().placeOf(cy->id)) : "";
+}
+
+void perform(const Operation& operation, Ground& ground, std::size_t author) {
+  ListProcess& process = *ground.all[author];
+  const StoredHandler note = ground.noteRefusal(author);
+  if (!operation.edits.empty()) {
+    std::string edits = operation.edits;
+    std::ranges::replace(edits, '*', static_cast<char>('2' + author));
+    process.apply(edits, note);
+  } else if (operation.name == "swap") {
+    if (const std::string place = placeOfCy(process); !place.empty()) process.apply("move Bob " + place, note);
+  } else if (operation.name == "purge") {
+    process.run([&] { process.process().manager().purgeEmptyFriendGroups(); });
+  } else if (operation.name == "refresh") {
+    ground.renameBob();
+    process.run([&] { static_cast<void>(process.list().refresh()); });
+  } else {
+    process.undo({}, note);
+  }
 }
 
 /// The operations of each process, in their order.
@@ -188,7 +139,7 @@ std::string textOf(const Sequences& sequences) {
   std::string text;
   for (const auto& sequence : sequences) {
     text += text.empty() ? "" : " beside ";
-    for (const std::size_t operation : sequence) text += std::string(operations()[operation].name) + ", ";
+    for (const std::size_t operation : sequence) text += operations()[operation].name + ", ";
   }
   return text;
 }
@@ -203,7 +154,7 @@ std::set<std::string> statesInOrder(const Sequences& sequences, bool withPages) 
     std::array<std::size_t, 2> next{};
     for (const std::size_t author : authors) {
       ground.begin(author, next[author]);
-      operations()[sequences[author][next[author]++]].perform(ground, author);
+      perform(operations()[sequences[author][next[author]++]], ground, author);
       ground.rest();
     }
     states.insert(ground.state(withPages));
@@ -222,7 +173,7 @@ class Walk {
     if (_next > 0 && _ground.step(_author)) return true;
     if (_next == _sequence.size()) return false;
     _ground.begin(_author, _next);
-    operations()[_sequence[_next++]].perform(_ground, _author);
+    perform(operations()[_sequence[_next++]], _ground, _author);
     return true;
   }
   /// How many steps were there of so many.

@@ -5,15 +5,14 @@
 #include <algorithm>
 #include <cctype>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <ostream>
-#include <random>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "tests/list/ListProcess.h"
-#include "tests/pellor/SeededTest.h"
+#include "tests/list/SeededWorld.h"
 
 namespace pellor {
 namespace {
@@ -67,28 +66,9 @@ void PrintTo(const ExportedList& list, std::ostream* out) {
 
 namespace {
 
-class ListImportTest : public ManagerTest {
+class ListImportTest : public ListTest {
  protected:
   ListImportTest() { setGroups(3, 2); }
-
-  std::unique_ptr<ListProcess> open(const std::string& list) {
-    auto process = std::make_unique<ListProcess>(launchWith(list));
-    rest();
-    return process;
-  }
-  static ImportAnswer import(ListProcess& process, const ExportedList& list, ImportMode mode,
-                             StoredHandler stored = {}) {
-    return process.process().run([&] { return process.list().import(list, mode, std::move(stored)); });
-  }
-  static ExportedList exported(ListProcess& process) {
-    return process.process().run([&] { return process.list().exported(); });
-  }
-  static UndoAnswer undo(ListProcess& process) {
-    return process.process().run([&] { return process.list().undo(); });
-  }
-  static std::vector<HistoryStep> history(ListProcess& process) {
-    return process.process().run([&] { return process.list().history(); });
-  }
 };
 
 TEST_F(ListImportTest, WhatIsExportedGivesTheSameOntoAnEmptyListAsOneStep) {
@@ -103,48 +83,45 @@ TEST_F(ListImportTest, WhatIsExportedGivesTheSameOntoAnEmptyListAsOneStep) {
                                             .metadata = {{"birthday", "05-17"}},
                                             .otherEntries = {{"of a later version", 7}}};
   auto a = open("-,-");
-  std::optional<Refusal> told = Refusal{};
-  const ImportAnswer plan = a->process().run([&] { return a->list().planImport(list, ImportMode::add); });
+  std::vector<std::string> told;
+  const ImportAnswer plan = a->run([&] { return a->list().planImport(list, ImportMode::add); });
   EXPECT_THAT(plan.added, SizeIs(2));
   EXPECT_THAT(a->snapshot().friends(), SizeIs(0)) << "only planned";
-  ASSERT_TRUE(import(*a, list, ImportMode::add, [&](const auto& refusal) { told = refusal; }));
-  const ExportedList known = exported(*a);
+  ASSERT_TRUE(a->import(list, ImportMode::add, noteIn(told)));
+  const ExportedList known = a->exported();
   list.pages[1].friends.pop_back();
   list.pages[1].friends[0]->monogram = known.pages[1].friends[0]->monogram;
   EXPECT_EQ(known, list);
   rest();
-  EXPECT_EQ(told, std::nullopt);
-  ASSERT_THAT(history(*a), SizeIs(1));
-  EXPECT_EQ(history(*a)[0].kind, StepKind::imported);
-  EXPECT_EQ(history(*a)[0].summary.added, 2U);
+  EXPECT_THAT(told, ElementsAre("stored"));
+  EXPECT_THAT(a->told(), ElementsAre("imported Ann Bob +2 pages 3"));
   EXPECT_EQ(stored(2), "-,Ann|Bob,-|-,-");
-  EXPECT_TRUE(import(*a, known, ImportMode::replace).changesNothing());
-  auto b = std::make_unique<ListProcess>(launch());
+  EXPECT_TRUE(a->import(known, ImportMode::replace).changesNothing());
+  auto b = open();
+  ASSERT_TRUE(b->undo().step) << "another process takes it back";
   rest();
-  ASSERT_TRUE(undo(*b).step) << "another process takes it back";
-  rest();
-  EXPECT_EQ(exported(*a).pages, std::vector<ExportedPage>());
+  EXPECT_EQ(a->exported().pages, std::vector<ExportedPage>());
 }
 
 // What friends carry that no snapshot shows comes back as well.
 TEST_F(ListImportTest, AReplacementThatIsTakenBackGivesWhatFriendsCarried) {
   auto a = open("Ann,Bob|Cy,-|-,-");
-  ExportedList list = exported(*a);
+  ExportedList list = a->exported();
   list.pages[0].friends[0]->otherEntries = {{"of a later version", 1}};
-  ASSERT_TRUE(import(*a, list, ImportMode::replace));
-  const ExportedList first = exported(*a);
+  ASSERT_TRUE(a->import(list, ImportMode::replace));
+  const ExportedList first = a->exported();
   ASSERT_EQ(first, list);
   list.pages[0].friends[0]->otherEntries = {{"of a later version", 2}, {"and more", 1}};
   std::swap(list.pages[0].friends[1], list.pages[1].friends[0]);
   list.pages[1].title = "Work";
-  const ImportAnswer answer = import(*a, list, ImportMode::replace);
+  const ImportAnswer answer = a->import(list, ImportMode::replace);
   EXPECT_THAT(answer.updated, SizeIs(1));
   EXPECT_THAT(answer.moved, SizeIs(2));
-  EXPECT_EQ(exported(*a), list);
-  ASSERT_TRUE(undo(*a));
-  EXPECT_EQ(exported(*a), first);
-  ASSERT_TRUE(a->process().run([&] { return a->list().redo(); }));
-  EXPECT_EQ(exported(*a), list);
+  EXPECT_EQ(a->exported(), list);
+  ASSERT_TRUE(a->undo());
+  EXPECT_EQ(a->exported(), first);
+  ASSERT_TRUE(a->redo());
+  EXPECT_EQ(a->exported(), list);
 }
 
 TEST_F(ListImportTest, ARefusedImportSaysWhyAndWhere) {
@@ -165,7 +142,7 @@ TEST_F(ListImportTest, ARefusedImportSaysWhyAndWhere) {
       {listOf("A|B|C|D"), ImportMode::replace, tooManyPages, {}, {}},
   };
   for (const Row& row : rows) {
-    const ImportAnswer answer = import(*a, row.list, row.mode);
+    const ImportAnswer answer = a->import(row.list, row.mode);
     SCOPED_TRACE(textOf(row.reason));
     EXPECT_EQ(answer.refusal, Refusal{row.reason});
     EXPECT_EQ(answer.cause ? std::optional(answer.cause->place) : std::nullopt, row.cause);
@@ -174,7 +151,7 @@ TEST_F(ListImportTest, ARefusedImportSaysWhyAndWhere) {
   }
   setSetting(PLEmptyTrailingGroupEnabledKey, false);
   auto b = open("Ann,Bob");
-  EXPECT_EQ(import(*b, listOf("A|B"), ImportMode::replace).refusal, Refusal{addsNoPages});
+  EXPECT_EQ(b->import(listOf("A|B"), ImportMode::replace).refusal, Refusal{addsNoPages});
 }
 
 // The other program stored something unheard; what comes of both.
@@ -186,39 +163,33 @@ TEST_F(ListImportTest, AnImportThatWasOvertakenHoldsWhereItCan) {
     ImportMode mode;
     std::string theirs;
     std::string after;
-    std::string refusal;
+    std::string told;
   } rows[] = {
       {"added by both: one friend, where they have him", "Ann,-|-,-", "Ann,Bob", ImportMode::add, "Ann,-|-,Bob",
-       "Ann,-|-,Bob|-,-", ""},
-      {"his slot is taken", "Ann,-|-,-", "-,Bob", ImportMode::add, "Ann,Cy|-,-", "Ann,Cy|Bob,-|-,-", ""},
+       "Ann,-|-,Bob|-,-", "stored"},
+      {"his slot is taken", "Ann,-|-,-", "-,Bob", ImportMode::add, "Ann,Cy|-,-", "Ann,Cy|Bob,-|-,-", "stored"},
       {"there is no room any more", "Ann,-|-,-", "A,B|C,D", ImportMode::add, "Ann,X|Y,Z|-,-", "Ann,X|Y,Z|-,-",
        "there is no room"},
-      {"who was a friend already left there", "Ann,-|-,-", "Ann,Bob", ImportMode::add, "-,-|-,-", "-,Bob|-,-", ""},
+      {"who was a friend already left there", "Ann,-|-,-", "Ann,Bob", ImportMode::add, "-,-|-,-", "-,Bob|-,-",
+       "stored"},
       {"a replacement keeps what they added", "Ann,Bob|-,-", "Bob,-", ImportMode::replace, "Ann,Bob|Cy,-",
-       "Bob,-|Cy,-|-,-", ""},
+       "Bob,-|Cy,-|-,-", "stored"},
       {"a friend whom it moves is gone", "Ann,Bob|-,-", "Bob,-", ImportMode::replace, "Ann,-|-,-", "Ann,-|-,-",
        "another program changed it first"},
-      {"who was to leave is gone", "Ann,Bob|-,-", "Bob,-", ImportMode::replace, "-,Bob|-,-", "Bob,-|-,-", ""},
-  };
-  // What a merge places elsewhere is a step of its own.
-  const auto imports = [](ListProcess& process) {
-    return std::ranges::count(history(process), StepKind::imported, &HistoryStep::kind);
+      {"who was to leave is gone", "Ann,Bob|-,-", "Bob,-", ImportMode::replace, "-,Bob|-,-", "Bob,-|-,-", "stored"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    world.preferences().setValue(PLFriendListKey, std::nullopt, TapnoteDomain);
+    forgetList();
     auto a = open(row.before);
-    const auto before = imports(*a);
-    std::optional<std::string> told;
-    const ImportAnswer answer = import(*a, listOf(row.list), row.mode, [&](const std::optional<Refusal>& refusal) {
-      told = refusal ? std::string(textOf(refusal->reason)) : "";
-    });
-    ASSERT_TRUE(answer);
+    std::vector<std::string> told;
+    ASSERT_TRUE(a->import(listOf(row.list), row.mode, noteIn(told)));
     store(row.theirs);
     rest();
-    EXPECT_EQ(told, row.refusal);
+    EXPECT_THAT(told, ElementsAre(row.told));
     EXPECT_EQ(a->process().list(), row.after);
-    EXPECT_EQ(imports(*a) - before, row.refusal.empty() ? 1 : 0);
+    // What a merge places elsewhere is a step of its own.
+    EXPECT_EQ(std::ranges::count(a->history(), StepKind::imported, &HistoryStep::kind), row.told == "stored" ? 1 : 0);
     EXPECT_EQ(a->process().manager().invariantViolation(), std::nullopt);
   }
 }
@@ -229,53 +200,54 @@ TEST_F(ListImportTest, WhatIsTooLargeToBeTakenBackIsSaidBeforeAndIsRefusedAsAWho
   const auto largest = [&](std::size_t size) {
     ExportedList list = listOf("-,Bob");
     list.pages[0].friends[1]->metadata = {{"k", std::string(size, 'x')}};
-    return a->process().run([&] { return a->list().planImport(list, ImportMode::add); }).isUndoable;
+    return a->run([&] { return a->list().planImport(list, ImportMode::add); }).isUndoable;
   };
   std::size_t fits = 1, tooLarge = std::size_t{1} << 20;
   while (fits + 1 < tooLarge) (largest((fits + tooLarge) / 2) ? fits : tooLarge) = (fits + tooLarge) / 2;
   for (const std::size_t size : {fits, tooLarge}) {
     ExportedList list = listOf("-,Bob");
     list.pages[0].friends[1]->metadata = {{"k", std::string(size, 'x')}};
-    const ImportAnswer answer = import(*a, list, ImportMode::add);
+    const ImportAnswer answer = a->import(list, ImportMode::add);
     EXPECT_EQ(answer.isUndoable, size == fits) << "as it was planned";
     rest();
-    EXPECT_EQ(history(*a).back().isUndoable, size == fits);
+    EXPECT_EQ(a->history().back().isUndoable, size == fits);
     const FriendId bob = a->idAt(0, 1);
     const std::vector<Edit> entry = {SetMetadata{bob, "k", Value(std::string(size, 'y'))}};
-    EXPECT_EQ(a->process().run([&] { return a->list().plan(entry); }).isUndoable, false) << "before and after";
-    a->apply([&](const Snapshot&) { return std::vector<Edit>{RemoveFriend{bob}}; });
+    EXPECT_EQ(a->run([&] { return a->list().plan(entry); }).isUndoable, false) << "before and after";
+    a->apply("remove Bob");
     rest();
   }
-  std::optional<Refusal> told;
+  std::vector<std::string> told;
   ExportedList list = listOf("Ann,A|B,C");
   list.pages[0].friends[1]->metadata = {{"k", std::string(tooLarge, 'x')}};
-  const std::size_t steps = history(*a).size();
-  ASSERT_FALSE(import(*a, list, ImportMode::add, [&](const auto& refusal) { told = refusal; }).isUndoable);
+  const std::size_t steps = a->history().size();
+  ASSERT_FALSE(a->import(list, ImportMode::add, noteIn(told)).isUndoable);
   store("Ann,X|Y,Z|U,-");
   rest();
-  EXPECT_EQ(told, Refusal{noRoom});
+  EXPECT_THAT(told, ElementsAre(textOf(noRoom)));
   EXPECT_EQ(a->process().list(), "Ann,X|Y,Z|U,-");
   EXPECT_EQ(stored(2), "Ann,X|Y,Z|U,-") << "nothing of it was stored";
-  ASSERT_EQ(history(*a).size(), steps + 1);
-  EXPECT_EQ(history(*a).back().kind, StepKind::anotherProgram);
+  ASSERT_EQ(a->history().size(), steps + 1);
+  EXPECT_EQ(a->history().back().kind, StepKind::anotherProgram);
 }
 
-/// Makes lists that have some of their friends in common.
-class RandomLists {
+/// A process that takes in lists that have some of their friends in common.
+class World : public SeededWorld {
  public:
-  explicit RandomLists(std::uint64_t seed) : _random(seed) {}
+  explicit World(std::uint64_t seed) : SeededWorld(seed), _pageSize(1 + below(3)), _mostPages(2 + below(4)) {
+    setGroups(_mostPages, _pageSize);
+    a = open();
+  }
 
-  std::size_t below(std::size_t count) { return std::uniform_int_distribution<std::size_t>(0, count - 1)(_random); }
-
-  ExportedList list(std::uint64_t pageSize, std::size_t mostPages) {
-    ExportedList list{pageSize};
+  ExportedList list() {
+    ExportedList list{_pageSize};
     std::vector<int> people(12);
-    for (std::size_t index = 0; index < people.size(); ++index) people[index] = static_cast<int>(index);
-    std::ranges::shuffle(people, _random);
-    for (std::size_t pages = below(mostPages + 1); pages > 0; --pages) {
+    std::iota(people.begin(), people.end(), 0);
+    shuffle(people);
+    for (std::size_t pages = below(_mostPages + 1); pages > 0; --pages) {
       ExportedPage& page = list.pages.emplace_back();
       if (below(3) == 0) page.title = "T" + std::to_string(below(3));
-      for (std::uint64_t slot = 0; slot < pageSize; ++slot) {
+      for (std::uint64_t slot = 0; slot < _pageSize; ++slot) {
         const bool isTaken = !people.empty() && below(3) > 0;
         page.friends.push_back(isTaken ? std::optional(person(people.back())) : std::nullopt);
         if (isTaken) people.pop_back();
@@ -283,6 +255,8 @@ class RandomLists {
     }
     return list;
   }
+
+  std::unique_ptr<ListProcess> a;
 
  private:
   ExportedFriend person(int number) {
@@ -296,38 +270,8 @@ class RandomLists {
     return person;
   }
 
-  std::mt19937_64 _random;
-};
-
-class World : public ManagerTest {
- public:
-  explicit World(std::uint64_t seed) : random(seed), pageSize(1 + random.below(3)), mostPages(2 + random.below(4)) {
-    scheduler = std::make_shared<SimulatedScheduler>(seed);
-    setGroups(mostPages, pageSize);
-    a = std::make_unique<ListProcess>(launch());
-    rest();
-  }
-  void TestBody() override {}
-  using ManagerTest::launch;
-  using ManagerTest::rest;
-
-  ExportedList exported() {
-    return a->process().run([&] { return a->list().exported(); });
-  }
-  ImportAnswer import(const ExportedList& list, ImportMode mode) {
-    return a->process().run([&] { return a->list().import(list, mode); });
-  }
-  UndoAnswer undo() {
-    return a->process().run([&] { return a->list().undo(); });
-  }
-  UndoAnswer redo() {
-    return a->process().run([&] { return a->list().redo(); });
-  }
-
-  RandomLists random;
-  const std::uint64_t pageSize;
-  const std::size_t mostPages;
-  std::unique_ptr<ListProcess> a;
+  const std::uint64_t _pageSize;
+  const std::size_t _mostPages;
 };
 
 // Empty pages at the end are laid out by each process for itself, whatever their titles: of those that another one does
@@ -344,42 +288,42 @@ class ListImportSeedsTest : public SeededTest {};
 TEST_P(ListImportSeedsTest, ImportsTakenBackGiveTheListsOfBefore) {
   forEachSeed(countOf("PELLOR_IMPORTS", 400, 60), [](std::uint64_t seed) {
     World world(seed);
-    std::vector<ExportedList> lists = {world.exported()};
+    std::vector<ExportedList> lists = {world.a->exported()};
     bool areAllLaidOut = true;
     for (int count = 0; count < 12; ++count) {
-      const ExportedList list = world.random.list(world.pageSize, world.mostPages);
-      const ImportMode mode = world.random.below(2) == 0 ? ImportMode::add : ImportMode::replace;
-      const ImportAnswer plan = world.a->process().run([&] { return world.a->list().planImport(list, mode); });
-      ASSERT_EQ(world.exported(), lists.back()) << "a plan changes nothing";
-      const ImportAnswer answer = world.import(list, mode);
+      const ExportedList list = world.list();
+      const ImportMode mode = world.below(2) == 0 ? ImportMode::add : ImportMode::replace;
+      const ImportAnswer plan = world.a->run([&] { return world.a->list().planImport(list, mode); });
+      ASSERT_EQ(world.a->exported(), lists.back()) << "a plan changes nothing";
+      const ImportAnswer answer = world.a->import(list, mode);
       ASSERT_EQ(answer.refusal, plan.refusal);
       ASSERT_EQ(answer.added.size(), plan.added.size());
-      const ExportedList now = world.exported();
+      const ExportedList now = world.a->exported();
       ASSERT_EQ(now == lists.back(), !answer || answer.changesNothing()) << "it says what it does";
       ASSERT_EQ(world.a->process().manager().invariantViolation(), std::nullopt);
       if (answer && mode == ImportMode::replace) {
-        ASSERT_TRUE(world.import(list, mode).changesNothing()) << "the list is what was imported";
+        ASSERT_TRUE(world.a->import(list, mode).changesNothing()) << "the list is what was imported";
       }
       if (!(now == lists.back())) lists.push_back(now);
       areAllLaidOut = areAllLaidOut && isLaidOutByAll(world.a->snapshot());
-      if (world.random.below(3) == 0) world.rest();
+      if (world.below(3) == 0) world.rest();
     }
     world.rest();
     auto b = std::make_unique<ListProcess>(world.launch());
     world.rest();
-    if (areAllLaidOut && world.random.below(4) > 0) std::swap(world.a, b);
+    if (areAllLaidOut && world.below(4) > 0) std::swap(world.a, b);
     for (std::size_t left = lists.size() - 1; left > 0; --left) {
-      ASSERT_TRUE(world.undo().step);
+      ASSERT_TRUE(world.a->undo().step);
       world.rest();
-      ASSERT_EQ(world.exported(), lists[left - 1]) << left;
-      if (world.random.below(3) > 0) continue;
-      ASSERT_TRUE(world.redo().step);
+      ASSERT_EQ(world.a->exported(), lists[left - 1]) << left;
+      if (world.below(3) > 0) continue;
+      ASSERT_TRUE(world.a->redo().step);
       world.rest();
-      ASSERT_EQ(world.exported(), lists[left]) << left << ", taken back and done again";
-      ASSERT_TRUE(world.undo().step);
+      ASSERT_EQ(world.a->exported(), lists[left]) << left << ", taken back and done again";
+      ASSERT_TRUE(world.a->undo().step);
       world.rest();
     }
-    EXPECT_EQ(world.exported(), lists.front());
+    EXPECT_EQ(world.a->exported(), lists.front());
   });
 }
 

@@ -1,4 +1,4 @@
-// A process with a list, and what an observer of it heard.
+// Processes with a list, what an app does in them, and what an observer of them heard.
 #pragma once
 
 #include <algorithm>
@@ -11,6 +11,7 @@
 
 #include "pellor/list/FriendList.h"
 #include "tests/list/ListCopy.h"
+#include "tests/list/ListTexts.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {
@@ -33,9 +34,9 @@ class ListProcess {
 
   ManagerProcess& process() { return *_process; }
   FriendList& list() { return *_list; }
-  /// Edits, as this process: `edits` makes them from the list of now.
-  StepAnswer apply(const std::function<std::vector<Edit>(const Snapshot&)>& edits, StoredHandler stored = {}) {
-    return _process->run([&] { return _list->apply(edits(_list->snapshot()), std::move(stored)); });
+  template <class Work>
+  auto run(Work&& work) {
+    return _process->run(work);
   }
   /// Ends the process on the spot.
   void kill() {
@@ -43,8 +44,58 @@ class ListProcess {
     _list.reset();
     _process->kill();
   }
+
+  // What an app does, as this process
+
+  /// `edits` makes the edits from the list of now.
+  StepAnswer apply(const std::function<Edits(const Snapshot&)>& edits, StoredHandler stored = {}) {
+    return run([&] { return _list->apply(edits(_list->snapshot()), std::move(stored)); });
+  }
+  StepAnswer apply(const Edits& edits, StoredHandler stored = {}) {
+    return run([&] { return _list->apply(edits, std::move(stored)); });
+  }
+  /// Edits as text, of the list of now.
+  StepAnswer apply(const std::string& edits, StoredHandler stored = {}) {
+    return apply(EditReader(snapshot()).edits(edits), std::move(stored));
+  }
+  UndoAnswer undo(const std::string& step = {}, StoredHandler stored = {}) {
+    return run([&] { return _list->undo(step, std::move(stored)); });
+  }
+  UndoAnswer redo() {
+    return run([&] { return _list->redo(); });
+  }
+  ForgetAnswer forget(const std::string& who, ForgottenHandler forgotten = {}) {
+    return run([&] { return _list->forget(who, std::move(forgotten)); });
+  }
+  ImportAnswer import(const ExportedList& list, ImportMode mode, StoredHandler stored = {}) {
+    return run([&] { return _list->import(list, mode, std::move(stored)); });
+  }
+  void clearHistory() {
+    run([&] { _list->clearHistory(); });
+  }
+  /// Reads the list anew, as after a notification.
+  void reload() {
+    run([&] { _process->manager().reloadFriendList(); });
+  }
+
+  // What there is
+
   Snapshot snapshot() {
-    return _process->run([&] { return _list->snapshot(); });
+    return run([&] { return _list->snapshot(); });
+  }
+  /// The list and the titles of its pages: "Ann,-|Bob,- Family|-".
+  std::string shown() { return _process->list() + " " + _process->titles(); }
+  std::vector<HistoryStep> history() {
+    return run([&] { return _list->history(); });
+  }
+  /// The steps as text: kinds and names, with "(back)" where taken back.
+  std::vector<std::string> told() {
+    std::vector<std::string> texts;
+    for (const HistoryStep& step : history()) texts.push_back(textOf(step));
+    return texts;
+  }
+  ExportedList exported() {
+    return run([&] { return _list->exported(); });
   }
   FriendId idAt(std::uint64_t page, std::uint64_t slot) { return snapshot().friendAt({page, slot})->id; }
   /// The friend whose contact has that name; null where there is none.
@@ -57,17 +108,19 @@ class ListProcess {
   FriendId idNamed(const std::string& name) { return friendNamed(name)->id; }
 
   void stopObserving() {
-    _process->run([&] { _observation.reset(); });
+    run([&] { _observation.reset(); });
   }
   /// Called with each batch, as the app's code.
   std::function<void(const ListChange&)> onChange = [](const ListChange&) {};
 
+  /// Whether who did all that was told of has the list of now.
+  void expectLikeCopy() { _copy->expectLike(snapshot()); }
   /// What was heard since the last call: "loaded", and batches as "-Ann 1:1 -page 1 >Bob 2:1 to 1:1 ~Cy".
   std::vector<std::string> takeHeard() { return std::exchange(_heard, {}); }
 
  private:
   void observe() {
-    _process->run([&] {
+    run([&] {
       _observation = _list->observe({[this](const Snapshot& list) {
                                        _heard.emplace_back("loaded");
                                        _copy.emplace(list);
@@ -80,53 +133,43 @@ class ListProcess {
                                      }});
     });
   }
-  static std::string nameOf(const Snapshot& list, FriendId id) {
-    const auto person = list.friendWith(id);
-    return person->name.empty() ? person->destination : person->name;
-  }
-  static std::string textOf(Place place) {
-    return std::to_string(place.page + 1) + ":" + std::to_string(place.slot + 1);
-  }
-  static std::string originText(ChangeOrigin origin) {
-    switch (origin) {
-      case ChangeOrigin::thisProgram:
-        return "";
-      case ChangeOrigin::undo:
-        return "undo:";
-      case ChangeOrigin::otherProgram:
-        return "other:";
-      case ChangeOrigin::device:
-        return "device:";
-      case ChangeOrigin::contacts:
-        return "contacts:";
-      case ChangeOrigin::load:
-        return "load:";
-    }
-    return "?";
-  }
-  static std::string textOf(const ListChange& change) {
-    std::string text = originText(change.origin);
-    const auto say = [&](const std::string& what) { text += (text.empty() ? "" : " ") + what; };
-    for (const auto& each : change.removed) say("-" + nameOf(change.before, each.id) + " " + textOf(each.from));
-    for (const auto& each : change.pagesRemoved) say("-page " + std::to_string(each.index + 1));
-    for (const auto& each : change.pagesMoved)
-      say(">page " + std::to_string(each.from + 1) + " to " + std::to_string(each.to + 1));
-    for (const auto& each : change.pagesInserted) say("+page " + std::to_string(each.index + 1));
-    for (const auto& each : change.renamed)
-      say("page " + std::to_string(each.index + 1) + " \"" + change.after.page(each.index).title + "\"");
-    for (const auto& each : change.moved)
-      say(">" + nameOf(change.after, each.id) + " " + textOf(each.from) + " to " + textOf(each.to));
-    for (const auto& each : change.added) say("+" + nameOf(change.after, each.id) + " " + textOf(each.to));
-    for (const auto& each : change.changed)
-      say("~" + nameOf(change.after, each.id) + " " + std::to_string(each.fields.bits));
-    return text;
-  }
 
   const std::unique_ptr<ManagerProcess> _process;
   std::unique_ptr<FriendList> _list;
   std::shared_ptr<Observation> _observation;
   std::optional<ListCopy> _copy;
   std::vector<std::string> _heard;
+};
+
+/// Processes that have lists.
+class ListTest : public ManagerTest {
+ protected:
+  /// One more process, at rest.
+  std::unique_ptr<ListProcess> open() {
+    auto process = std::make_unique<ListProcess>(launch());
+    rest();
+    return process;
+  }
+  /// The same from that stored list; what was heard until then is forgotten.
+  std::unique_ptr<ListProcess> open(const std::string& list) {
+    auto process = std::make_unique<ListProcess>(launchWith(list));
+    rest();
+    process->takeHeard();
+    return process;
+  }
+  /// As if there had never been a list.
+  void forgetList() {
+    for (const std::string_view key : {PLFriendListKey, PLGroupTitlesKey, std::string_view(HistoryKey)})
+      world.preferences().setValue(key, std::nullopt, TapnoteDomain);
+  }
+  /// A note of what becomes of a step: "stored", or why not, to `told`.
+  static StoredHandler noteIn(std::vector<std::string>& told) {
+    return [&told](const std::optional<Refusal>& refusal) {
+      told.emplace_back(refusal ? textOf(refusal->reason) : "stored");
+    };
+  }
+
+  static constexpr const char* HistoryKey = "PLFriendListHistory";
 };
 
 }  // namespace pellor

@@ -18,12 +18,10 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-using Edits = std::vector<Edit>;
-
 constexpr double Day = 86400;
 const std::string RemovedKey = "PLFriendListRemoved";
 
-class RemovedFriendsTest : public ManagerTest {
+class RemovedFriendsTest : public ListTest {
  protected:
   RemovedFriendsTest() {
     setGroups(4, 3);
@@ -31,7 +29,7 @@ class RemovedFriendsTest : public ManagerTest {
     store("Ann#,Bob#,Cy#|-,-,-");
     a = open();
     b = open();
-    carry("Bob", "voice");
+    carry("Bob");
   }
 
   std::unique_ptr<ListProcess> open() {
@@ -41,22 +39,16 @@ class RemovedFriendsTest : public ManagerTest {
     return process;
   }
   /// Gives a friend something of all kinds.
-  void carry(const std::string& name, const std::string& replyAs) {
-    const FriendId id = a->idNamed(name);
-    ASSERT_TRUE(a->apply([&](const Snapshot&) {
-      return Edits{SetReplyAs{id, replyAs}, ChooseNumber{id, mailOf(name)}, SetMetadata{id, "seen", 1}};
-    }));
+  void carry(const std::string& name) {
+    ASSERT_TRUE(
+        a->apply("reply " + name + " voice; choose " + name + " " + mailOf(name) + "; meta " + name + " seen 1"));
     rest();
   }
-  static StepAnswer remove(ListProcess& process, const std::string& name) {
-    const FriendId id = process.idNamed(name);
-    return process.apply([&](const Snapshot&) { return Edits{RemoveFriend{id}}; });
-  }
-  static Edits adding(const std::string& name) { return Edits{AddFriend{.contactGUID = guidOf(name)}}; }
   /// Whether who is added gets something back, as the plan said too.
   static bool isRestored(ListProcess& process, const std::string& name) {
-    const StepAnswer planned = process.process().run([&] { return process.list().plan(adding(name)); });
-    const StepAnswer answer = process.apply([&](const Snapshot&) { return adding(name); });
+    const Edits addition = {AddFriend{.contactGUID = guidOf(name)}};
+    const StepAnswer planned = process.run([&] { return process.list().plan(addition); });
+    const StepAnswer answer = process.apply(addition);
     EXPECT_TRUE(answer && planned);
     EXPECT_EQ(planned.results, answer.results);
     return answer.results.at(0).restored;
@@ -66,7 +58,7 @@ class RemovedFriendsTest : public ManagerTest {
     ASSERT_TRUE(person);
     EXPECT_EQ(person->replyAs, "voice");
     EXPECT_EQ(person->chosenNumber, mailOf(name));
-    EXPECT_EQ(person->metadata, (Dictionary{{"seen", 1}}));
+    EXPECT_EQ(person->metadata, (Dictionary{{"seen", "1"}}));
   }
   /// Who is in the stored memory, in its order.
   std::vector<std::string> remembered() {
@@ -84,8 +76,8 @@ class RemovedFriendsTest : public ManagerTest {
 
 TEST_F(RemovedFriendsTest, WhoIsAddedAgainInAnotherProcessGetsBackWhatHeHad) {
   world.preferences().clearRecords();
-  remove(*a, "Bob");
-  remove(*a, "Cy");
+  a->apply("remove Bob");
+  a->apply("remove Cy");
   rest();
   EXPECT_THAT(remembered(), ElementsAre("guid-Bob")) << "Cy had nothing of his own";
   for (const auto& write : world.preferences().writes())
@@ -100,7 +92,7 @@ TEST_F(RemovedFriendsTest, WhoIsAddedAgainInAnotherProcessGetsBackWhatHeHad) {
   auto c = open();
   expectHasAll(*c, "Bob");
   // What was chosen, and taken from the card since, does not come back.
-  remove(*b, "Bob");
+  b->apply("remove Bob");
   rest();
   world.addressBook().remove("guid-Bob");
   world.addressBook().add({.guid = "guid-Bob", .first = "Bob", .emails = {{"work", "bob@work.example"}}});
@@ -111,16 +103,10 @@ TEST_F(RemovedFriendsTest, WhoIsAddedAgainInAnotherProcessGetsBackWhatHeHad) {
 }
 
 TEST_F(RemovedFriendsTest, WithoutAContactTheNameAndANumberTell) {
-  const auto add = [](ListProcess& process) {
-    return process.apply([](const Snapshot&) { return Edits{AddFriend{.destination = "x@example.org"}}; })
-        .results.at(0);
-  };
-  const FriendId x = add(*a).id;
-  a->apply([&](const Snapshot&) { return Edits{SetReplyAs{x, "text"}}; });
-  a->apply([&](const Snapshot&) { return Edits{RemoveFriend{x}}; });
+  for (const char* step : {"add x@example.org", "reply x@example.org text", "remove x@example.org"}) a->apply(step);
   rest();
   EXPECT_THAT(remembered(), ElementsAre("x@example.org"));
-  const EditResult again = add(*b);
+  const EditResult again = b->apply("add x@example.org").results.at(0);
   EXPECT_TRUE(again.restored);
   EXPECT_EQ(b->snapshot().friendWith(again.id)->replyAs, "text");
 }
@@ -148,14 +134,14 @@ TEST_F(RemovedFriendsTest, AWrongClockNeitherKeepsForEverNorLosesAtOnce) {
     SCOPED_TRACE(each.what);
     now = begin;
     for (const char* name : {"Ann", "Bob", "Cy"}) {
-      if (!a->friendNamed(name)) a->apply([&](const Snapshot&) { return adding(name); });
-      carry(name, "voice");
+      a->apply(std::string("contact ") + name);
+      carry(name);
     }
-    remove(*a, "Bob");
+    a->apply("remove Bob");
     const std::vector<std::string> others = {"Ann", "Cy"};
     for (std::size_t index = 0; index < each.days.size(); ++index) {
       now = begin + each.days[index] * Day;
-      remove(*a, others[index]);
+      a->apply("remove " + others[index]);
     }
     rest();
     EXPECT_EQ(remembered(), each.memory);
@@ -166,24 +152,23 @@ TEST_F(RemovedFriendsTest, AWrongClockNeitherKeepsForEverNorLosesAtOnce) {
 }
 
 TEST_F(RemovedFriendsTest, TakingARemovalBackTakesHimOutAndDoingItAgainPutsHimBack) {
-  remove(*a, "Bob");
+  a->apply("remove Bob");
   rest();
-  const auto undo = [](ListProcess& process) { return process.process().run([&] { return process.list().undo(); }); };
-  ASSERT_TRUE(undo(*b).step);
+  ASSERT_TRUE(b->undo().step);
   rest();
   EXPECT_THAT(remembered(), IsEmpty());
   expectHasAll(*a, "Bob");
-  ASSERT_TRUE(b->process().run([&] { return b->list().redo(); }).step);
+  ASSERT_TRUE(b->redo().step);
   rest();
   EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
   ASSERT_TRUE(isRestored(*a, "Bob"));
   rest();
-  ASSERT_TRUE(undo(*b).step) << "the addition";
+  ASSERT_TRUE(b->undo().step) << "the addition";
   rest();
   EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
   // With his page.
   ASSERT_TRUE(isRestored(*b, "Bob"));
-  b->apply([](const Snapshot& list) { return Edits{RemovePage{list.page(0).id}}; });
+  b->apply("drop 1");
   rest();
   EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
 }
@@ -195,24 +180,23 @@ TEST_F(RemovedFriendsTest, ARefusedStepLeavesTheMemoryAsItWas) {
     elements[2] = Dictionary();
     world.preferences().setValue(PLFriendListKey, storedAfter(list, elements), TapnoteDomain);
   };
-  const auto refused = [&](const std::function<Edits()>& edits) {
-    std::vector<bool> told;
-    const Edits made = edits();
-    a->apply([&](const Snapshot&) { return made; }, [&](const auto& refusal) { told.push_back(refusal.has_value()); });
+  const auto expectRefused = [&](const Edits& edits) {
+    std::vector<std::string> told;
+    a->apply(edits, noteIn(told));
     rest();
-    EXPECT_THAT(told, ElementsAre(true));
+    EXPECT_THAT(told, ElementsAre(testing::Ne("stored")));
   };
+  const FriendId ann = a->idNamed("Ann"), bob = a->idNamed("Bob"), cy = a->idNamed("Cy");
   withoutCy(before);
-  refused([&] { return Edits{RemoveFriend{a->idNamed("Bob")}, SetReplyAs{a->idNamed("Cy"), "x"}}; });
+  expectRefused({RemoveFriend{bob}, SetReplyAs{cy, "x"}});
   EXPECT_THAT(remembered(), IsEmpty());
   expectHasAll(*b, "Bob");
   // One who was to get it back.
-  remove(*a, "Bob");
+  a->apply("remove Bob");
   rest();
-  const FriendId ann = a->idNamed("Ann");
   Array nobody(6, Value(Dictionary()));
   world.preferences().setValue(PLFriendListKey, storedAfter(storedValue(PLFriendListKey), nobody), TapnoteDomain);
-  refused([&] { return Edits{AddFriend{.contactGUID = "guid-Bob"}, SetReplyAs{ann, "x"}}; });
+  expectRefused({AddFriend{.contactGUID = "guid-Bob"}, SetReplyAs{ann, "x"}});
   EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
   EXPECT_TRUE(isRestored(*b, "Bob"));
 }
@@ -221,25 +205,25 @@ TEST_F(RemovedFriendsTest, ARefusedStepLeavesTheMemoryAsItWas) {
 TEST_F(RemovedFriendsTest, ARemovalThatIsStoredAndNotToldYetStaysTheStepThatItWas) {
   using Untold = InMemoryPreferences::Untold;
   world.preferences().leaveUntold(Untold::stored, 1);
-  remove(*a, "Bob");
+  a->apply("remove Bob");
   advance(0.01);
   EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
-  a->apply([&](const Snapshot&) { return Edits{SetReplyAs{a->idNamed("Cy"), "x"}}; });
-  b->apply([&](const Snapshot&) { return Edits{SetReplyAs{b->idNamed("Ann"), "y"}}; });
+  a->apply("reply Cy x");
+  b->apply("reply Ann y");
   rest();
   EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
-  const auto history = b->process().run([&] { return b->list().history(); });
+  const auto history = b->history();
   const auto removal = std::ranges::find(history, StepKind::removed, &HistoryStep::kind);
   ASSERT_NE(removal, history.end());
   EXPECT_EQ(removal->summary.names, std::vector<std::string>{"Bob"});
-  ASSERT_TRUE(b->process().run([&] { return b->list().undo(removal->id); }));
+  ASSERT_TRUE(b->undo(removal->id));
   expectHasAll(*b, "Bob");
 }
 
 // Both removed him; one of them dies with what it had made of it.
 TEST_F(RemovedFriendsTest, TwoProcessesRememberOneOnce) {
-  remove(*a, "Bob");
-  remove(*b, "Bob");
+  a->apply("remove Bob");
+  b->apply("remove Bob");
   rest();
   EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
   world.preferences().failWrites();

@@ -3,11 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <limits>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tests/list/StepWorld.h"
@@ -217,66 +215,46 @@ TEST(StepRecordTest, ALaterVersionsStepIsReadAndNotTakenBack) {
 
 // One part of a step that fits nothing: the step can be shown, and not be taken back.
 TEST(StepRecordTest, ADamagedStepCannotBeTakenBack) {
-  using Edit = std::function<void(Dictionary & step, Dictionary & person, Dictionary & page)>;
-  const auto setIn = [](Dictionary& dictionary, const char* key, const Value& value) {
-    dictionary.insert_or_assign(key, value);
+  enum Part { step, person, page };
+  const struct {
+    Part part;
+    std::string key;             ///< empty: the part is emptied
+    std::optional<Value> value;  ///< absent: it has no such key
+  } damages[] = {
+      {step, "friends", Value("x")},
+      {step, "friends", Value(Array{Value(1)})},
+      {step, "pages", Value(Dictionary{})},
+      {step, "pages", {}},
+      {step, "evidence", Value(1)},
+      {step, "program", Value(1)},
+      {person, "", {}},
+      {person, "form", {}},
+      {person, "form", Value("x")},
+      {person, "form", Value(Dictionary{})},
+      {person, "to", Value(1)},
+      {person, "to", Value(Array{0, 1, 2})},
+      {person, "to", Value(Array{0, -1})},
+      {person, "to", Value(Array{0, 1LL << 40})},
+      {person, "to", Value(Array{1, 0})},  // on no page
+      {person, "to", Value(Array{Value(0.0), Value(1)})},
+      {page, "", {}},
+      {page, "to", Value(-1)},
+      {page, "title", Value(1)},
+      {page, "friends", Value(Array{Value(1LL << 32)})},  // no fingerprint is as large
+      {page, "moved", Value(1)},
   };
-  const std::vector<std::pair<std::string, Edit>> damages{
-      {"friends are a text", [&](auto& step, auto&, auto&) { setIn(step, "friends", "x"); }},
-      {"a friend is a number", [&](auto& step, auto&, auto&) { setIn(step, "friends", Array{Value(1)}); }},
-      {"pages are a dictionary", [&](auto& step, auto&, auto&) { setIn(step, "pages", Dictionary{}); }},
-      {"no pages", [](auto& step, auto&, auto&) { step.erase("pages"); }},
-      {"evidence is a number", [&](auto& step, auto&, auto&) { setIn(step, "evidence", 1); }},
-      {"the program is a number", [&](auto& step, auto&, auto&) { setIn(step, "program", 1); }},
-      {"a friend is nowhere", [](auto&, auto& person, auto&) { person.clear(); }},
-      {"a friend has no form", [](auto&, auto& person, auto&) { person.erase("form"); }},
-      {"a form is a text", [&](auto&, auto& person, auto&) { setIn(person, "form", "x"); }},
-      {"a form is empty", [&](auto&, auto& person, auto&) { setIn(person, "form", Dictionary{}); }},
-      {"a place is a number", [&](auto&, auto& person, auto&) { setIn(person, "to", 1); }},
-      {"a place has three parts",
-       [&](auto&, auto& person, auto&) {
-         setIn(person, "to", Array{0, 1, 2});
-       }},
-      {"a place is below none",
-       [&](auto&, auto& person, auto&) {
-         setIn(person, "to", Array{0, -1});
-       }},
-      {"a place is beyond all",
-       [&](auto&, auto& person, auto&) {
-         setIn(person, "to", Array{0, 1LL << 40});
-       }},
-      {"a place is on no page",
-       [&](auto&, auto& person, auto&) {
-         setIn(person, "to", Array{1, 0});
-       }},
-      {"a place is real",
-       [&](auto&, auto& person, auto&) {
-         setIn(person, "to", Array{Value(0.0), Value(1)});
-       }},
-      {"a page is nowhere", [](auto&, auto&, auto& page) { page.clear(); }},
-      {"an index is below none", [&](auto&, auto&, auto& page) { setIn(page, "to", -1); }},
-      {"a title is a number", [&](auto&, auto&, auto& page) { setIn(page, "title", 1); }},
-      {"a fingerprint is too large",
-       [&](auto&, auto&, auto& page) { setIn(page, "friends", Array{Value(1LL << 32)}); }},
-      {"moved is a number", [&](auto&, auto&, auto& page) { setIn(page, "moved", 1); }},
-  };
-  const auto isComplete = [](const Edit& edit) {
+  EXPECT_TRUE(stepRecordOf(storedStep())->isComplete);
+  for (const auto& [part, key, value] : damages) {
     Dictionary stored = storedStep();
-    Dictionary person = *stored.at("friends").array()->front().dictionary();
-    Dictionary page = *stored.at("pages").array()->front().dictionary();
-    edit(stored, person, page);
-    const auto setFirst = [&](const char* key, const Dictionary& first) {
-      const auto found = stored.find(key);
-      if (found == stored.end() || !found->second.array() || !found->second.array()->front().dictionary()) return;
-      found->second = Array{Value(first)};
-    };
-    setFirst("friends", person);
-    setFirst("pages", page);
-    const auto step = stepRecordOf(stored);
-    return step && step->isComplete;
-  };
-  EXPECT_TRUE(isComplete([](auto&, auto&, auto&) {}));
-  for (const auto& [what, edit] : damages) EXPECT_FALSE(isComplete(edit)) << what;
+    const char* const list = part == person ? "friends" : "pages";
+    Dictionary damaged = part == step ? stored : *stored.at(list).array()->front().dictionary();
+    if (key.empty()) damaged.clear();
+    damaged.erase(key);
+    if (value) damaged.emplace(key, *value);
+    if (part != step) stored.insert_or_assign(list, Array{Value(damaged)});
+    const auto read = stepRecordOf(part == step ? damaged : stored);
+    EXPECT_FALSE(read && read->isComplete) << part << " " << key << " " << value.value_or(Value("none")).description();
+  }
   for (const char* key : {"friends", "pages"}) {
     Dictionary stored = storedStep();
     Array both = *stored.at(key).array();

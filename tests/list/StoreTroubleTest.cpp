@@ -25,7 +25,7 @@ std::string textOf(const std::optional<StoreTrouble>& trouble) {
   return (trouble->kind == StoreTrouble::Kind::reading ? "reading: " : "writing: ") + trouble->text;
 }
 
-class StoreTroubleTest : public ManagerTest {
+class StoreTroubleTest : public ListTest {
  protected:
   StoreTroubleTest() { setGroups(20, 2); }
 
@@ -50,7 +50,7 @@ class StoreTroubleTest : public ManagerTest {
 
 TEST_F(StoreTroubleTest, AWriteThatFailsCompletesNothingAndIsToldOnceUntilItWorks) {
   ListProcess a(launchWith("Ann,-"));
-  a.process().run([&] {
+  a.run([&] {
     const auto observation = observe(a.list());
     advance(0);
     EXPECT_THAT(takeHeard(), ElementsAre("loaded"));
@@ -74,7 +74,7 @@ TEST_F(StoreTroubleTest, AWriteThatFailsCompletesNothingAndIsToldOnceUntilItWork
 
 TEST_F(StoreTroubleTest, AWriteOfWhichNobodyCanTellIsTroubleUntilItIsKnown) {
   ListProcess a(launchWith("Ann,-"));
-  a.process().run([&] {
+  a.run([&] {
     const auto observation = observe(a.list());
     advance(0);
     takeHeard();
@@ -116,7 +116,7 @@ TEST_F(StoreTroubleTest, AStoreThatCannotBeReadIsTroubleAndNoEmptyList) {
 TEST_F(StoreTroubleTest, AStoreThatMayOnlyBeReadTakesNoStepAndChangesNothing) {
   ListProcess a(launchWith("Ann,-"));
   a.takeHeard();
-  a.process().run([&] {
+  a.run([&] {
     FriendList& list = a.list();
     list.apply(AddFriend{.destination = "bob@example.org"});
     rest();

@@ -6,25 +6,24 @@
 #include <iterator>
 #include <map>
 #include <optional>
-#include <random>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "tests/list/SeededWorld.h"
 #include "tests/list/StepWorld.h"
-#include "tests/pellor/SeededTest.h"
 
 namespace pellor {
 namespace {
 
 /// A small list whose steps are made by chance. Each friend carries a tag, which tells the test who it is and is not
 /// looked at otherwise.
-class RandomSteps {
+class RandomSteps : public Chance {
  public:
   /// `hasLookalikes`: several friends may have one contact, or one number and none.
   RandomSteps(std::uint64_t seed, bool hasLookalikes)
-      : _random(seed),
+      : Chance(seed),
         _hasLookalikes(hasLookalikes),
         _limits{1 + below(4), 1 + below(6), below(2) == 0},
         _world(_limits) {
@@ -36,7 +35,6 @@ class RandomSteps {
   }
 
   StepWorld& world() { return _world; }
-  std::size_t below(std::size_t count) { return std::uniform_int_distribution<std::size_t>(0, count - 1)(_random); }
 
   StepRecord step() {
     return _world.step([&](ListDraft& draft, StepWorld::Forms& forms) {
@@ -70,7 +68,6 @@ class RandomSteps {
     }
   }
 
-  std::string title() { return below(2) == 0 ? "" : "T" + std::to_string(below(3)); }
   Place anyPlace(const ListDraft& draft) { return {below(draft.pageCount()), below(_limits.pageSize)}; }
   FriendId anybody(const ListDraft& draft) { return draft.at(anyPlace(draft)); }
 
@@ -134,7 +131,6 @@ class RandomSteps {
     }
   }
 
-  std::mt19937_64 _random;
   const bool _hasLookalikes;
   const ListLimits _limits;
   StepWorld _world;
