@@ -2,8 +2,7 @@
 #include "pellor/friends/PLPerson.h"
 #include "pellor/platform/Platform.h"
 #include "pellor/runtime/Process.h"
-#include "pellor/testing/internal/InMemoryAddressBookStore.h"
-#include "pellor/testing/internal/ProcessLink.h"
+#include "tests/pellor/ChangingContacts.h"
 #include "tests/pellor/ManagerWorld.h"
 
 namespace pellor {
@@ -114,53 +113,6 @@ TEST_F(ManagerRefreshTest, ARecordIsReadAgainOnlyIfItOrItsFriendMayHaveChanged) 
   EXPECT_EQ(takeLookups(), (InMemoryAddressBook::Lookups{.inBulk = 1, .readInBulk = 4}));
 }
 
-// Contacts that change while they are being read, as when another process brings them in step with their source.
-/// The address book service of a process, which calls `beforeQuestion` before each question that a refresh asks the
-/// shared handle.
-class ChangingContacts : public InMemoryAddressBookStore {
- public:
-  ChangingContacts(InMemoryAddressBook& database, Process& process, const std::function<void()>& beforeQuestion)
-      : InMemoryAddressBookStore(database.shared_from_this(), process),
-        _handle(std::make_shared<Handle>(database.shared_from_this(), ProcessLink::of(process), beforeQuestion)) {}
-
-  void performWithAddressBook(const std::function<void(AddressBook&)>& work) override { work(*_handle); }
-
- private:
-  class Handle : public InMemoryAddressBookHandle {
-   public:
-    Handle(std::shared_ptr<InMemoryAddressBook> database, std::shared_ptr<ProcessLink> link,
-           std::function<void()> beforeQuestion)
-        : InMemoryAddressBookHandle(std::move(database), std::move(link)), _beforeQuestion(std::move(beforeQuestion)) {}
-
-    std::optional<std::string> databaseUID() override {
-      _beforeQuestion();
-      return InMemoryAddressBookHandle::databaseUID();
-    }
-    std::int32_t sequenceNumber() override {
-      _beforeQuestion();
-      return InMemoryAddressBookHandle::sequenceNumber();
-    }
-    RecordRef copyPersonMatchingGUID(std::string_view guid) override {
-      _beforeQuestion();
-      return InMemoryAddressBookHandle::copyPersonMatchingGUID(guid);
-    }
-    void withPeopleMatchingGUIDs(std::span<const std::string_view> guids, const std::function<void()>& work) override {
-      _beforeQuestion();
-      InMemoryAddressBookHandle::withPeopleMatchingGUIDs(guids, work);
-    }
-    std::optional<std::vector<std::string>> guidsOfPeopleChangedSince(std::int32_t sequenceNumber,
-                                                                      std::size_t limit) override {
-      _beforeQuestion();
-      return InMemoryAddressBookHandle::guidsOfPeopleChangedSince(sequenceNumber, limit);
-    }
-
-   private:
-    const std::function<void()> _beforeQuestion;
-  };
-
-  const std::shared_ptr<Handle> _handle;
-};
-
 // Another process may write the contacts at any time, also while the timer of an earlier change is set.
 TEST_F(ManagerRefreshTest, WhatChangesWhileARefreshRunsIsDueAfterIt) {
   store("Ann#,Bob#");
@@ -253,6 +205,21 @@ TEST_F(ManagerRefreshTest, WhileTheContactsCannotBeReadNobodyIsUnlinked) {
   rest();
   EXPECT_EQ(a->list(), "Anna,Bob|-,-");
   EXPECT_EQ(storedSequenceNumber(), Value(world.addressBook().sequenceNumber()));
+}
+
+TEST_F(ManagerRefreshTest, WhileRefreshingIsDisabledLoadsCleanUpThemselves) {
+  auto a = launchWith("Ann#,Bob#");
+  a->run([&] { a->manager().setRefreshAgainstContactsEnabled(false); });
+  rename("Ann", "Anna");
+  rest();
+  EXPECT_EQ(a->list(), "Ann,Bob|-,-");
+  store("Ann#,Ann#");
+  a->run([&] { a->manager().reloadFriendList(); });
+  EXPECT_EQ(a->list(), "Ann,-|-,-");
+  EXPECT_EQ(a->logged(Refreshing), 0U);
+  a->run([&] { a->manager().setRefreshAgainstContactsEnabled(true); });
+  EXPECT_EQ(a->logged(Refreshing), 1U) << "at once";
+  EXPECT_EQ(a->list(), "Anna,-|-,-");
 }
 
 TEST_F(ManagerRefreshTest, OfTwoWithOneRecordTheLowerSlotStays) {
