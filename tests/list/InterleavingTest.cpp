@@ -31,6 +31,8 @@ class Ground : public SeededWorld {
     all[0]->apply("reply Cy home");
     rest();
   }
+  // What is left to tell of steps is told as their processes end.
+  ~Ground() override { all.clear(); }
 
   /// To be called before each operation: which of the author's it is.
   void begin(std::size_t author, std::size_t place) { _place[author] = place; }
