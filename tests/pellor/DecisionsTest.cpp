@@ -226,7 +226,8 @@ TEST_F(DecisionsTest, WhatAUserTookBackStaysSoUntilItsEvidenceChanges) {
   const PLException nameless{"1", Kind::cleanedUp, {.name = "Ann"}, {}};
   const Array ann{formOf("Ann", "g1", 77, {mail})}, twoAnnas(2, formOf("Anna", "g2", 1, {mail}));
   const Array unlinkedAnn{formOf("Ann", std::nullopt, InvalidRecordID, {mail})};
-  const Array unreachable{formOf("Ann", "g1", 1, {})}, nobody{formOf("Ann", std::nullopt, InvalidRecordID, {})};
+  const Array unreachable{formOf("Ann", "g1", 1, {})};
+  const Array two{formOf("Ann", std::nullopt, InvalidRecordID, {}), formOf("Bob", std::nullopt, InvalidRecordID, {})};
   const Change anna = put("g2", "Anna"), reach = put("g1", "Ann");
   const Case cases[] = {
       {"a link, until its card changes", notAnna, anna, ann, "Ann,-,- g1", rename, "Anne,-,- g2"},
@@ -238,7 +239,7 @@ TEST_F(DecisionsTest, WhatAUserTookBackStaysSoUntilItsEvidenceChanges) {
       {"no link, until a record fits", unlinked, nothing, ann, "Ann,-,- g1", anna, "Anna,-,- g2"},
       {"two of one record, until one is gone", twice, anna, twoAnnas, "Anna,Anna,- g2", replace, "Anna,Anna,- -"},
       {"nobody reached, until there is a number", cleanedUp, bare, unreachable, "Ann,-,- g1", reach, "Ann,-,- g1"},
-      {"nobody reached, without a contact", nameless, nothing, nobody, "Ann,-,- -", {}, ""},
+      {"nobody reached, without a contact, by name", nameless, nothing, two, "Ann,-,- -", {}, ""},
   };
   const auto result = [](ManagerProcess& process) { return process.list() + " " + linkOf(process); };
   for (const Case& each : cases) {
