@@ -8,9 +8,9 @@ namespace {
 
 constexpr std::array Targets{
     FuzzTarget{"value", fuzzValue},
-    FuzzTarget{"archive", fuzzArchive, true},
-    FuzzTarget{"stored-list", fuzzStoredList, true},
-    FuzzTarget{"history", fuzzHistory, true},
+    FuzzTarget{.name = "archive", .run = fuzzArchive, .hasWorld = true},
+    FuzzTarget{.name = "stored-list", .run = fuzzStoredList, .hasWorld = true},
+    FuzzTarget{.name = "history", .run = fuzzHistory, .hasWorld = true},
     FuzzTarget{"merge", fuzzMerge},
     FuzzTarget{"cards", fuzzCards},
     FuzzTarget{"destination", fuzzDestination},

@@ -42,8 +42,7 @@ CHANGES = {
 # What nobody can see from outside, or ends the program on purpose.
 PASSED_OVER = re.compile(r"^ *(#|using |static_assert|template|require\(|_PLGetLogSystem|\.as\(|log\(|else )|//|"
                          r"prefetch|reserve\(|\bfatal\(|operator|constexpr|areSkipsChecked|_checkInvariants\(|"
-                         r"redactable\(|"
-                         r"[cC]heckMainQueue|checkSkip|require\w+\(")
+                         r"redactable\(|checkMainQueue|checkSkip|require\w+\(")
 
 
 @dataclass(frozen=True)
@@ -189,6 +188,8 @@ def main():
     mutants = sources.present()
     if options.only:
         mutants = [mutant for mutant in mutants if str(mutant) == options.only]
+        if not mutants:
+            raise SystemExit(f"{options.only} is no change that compiles")
     else:
         random.Random(options.seed).shuffle(mutants)
         mutants = mutants[:options.count]
