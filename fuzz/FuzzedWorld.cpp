@@ -11,7 +11,7 @@ Value valueOf(const std::optional<std::string>& text) { return text ? Value(*tex
 
 // As a value, since a real that is no number is not equal to itself.
 Value valueOf(const std::optional<ExportedFriend>& person) {
-  if (!person) return false;
+  if (!person || person->destinations.empty()) return false;
   const Array destinations(person->destinations.begin(), person->destinations.end());
   return Array{valueOf(person->name),    valueOf(person->monogram),    destinations,     valueOf(person->chosenNumber),
                valueOf(person->replyAs), valueOf(person->contactGUID), person->metadata, person->otherEntries};
@@ -59,8 +59,11 @@ Data FuzzedProcess::shown() {
   for (const ExportedPage& page : list.pages) {
     Array slots;
     for (const auto& person : page.friends) slots.push_back(valueOf(person));
+    while (!slots.empty() && slots.back() == Value(false)) slots.pop_back();
     pages.push_back(Array{Value(page.title), Value(std::move(slots))});
   }
+  const auto isEmpty = [](const Value& page) { return page.array()->back().array()->empty(); };
+  while (!pages.empty() && isEmpty(pages.back())) pages.pop_back();
   const auto bytes = encodeCBOR(pages);
   require(bytes.has_value(), "a list that can be exported");
   return *bytes;

@@ -52,7 +52,9 @@ class FuzzedProcess {
   void open();
   FriendList& list() { return *_list; }
   PLFriendsManager& manager() { return *_manager; }
-  /// All that the process shows: pages, titles, slots, what friends carry, as an exported list in bytes.
+  /// All that the process shows: pages, titles, slots, what friends carry, as an exported list in bytes. Friends
+  /// without destinations and empty pages behind the last friend are left out: who loads a list passes over such a
+  /// friend where the page is not there yet, who has him keeps him.
   Data shown();
 
  private:

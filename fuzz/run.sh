@@ -24,6 +24,15 @@ export ASAN_OPTIONS=detect_leaks=1:strict_string_checks=1 UBSAN_OPTIONS=print_st
 export LSAN_OPTIONS=suppressions=$PWD/fuzz/leaks-of-others.txt:print_suppressions=0
 leaks_of() { [[ $1 == cards ]] && echo :fast_unwind_on_malloc=0; }
 
+# All that is needed elsewhere to try it again, where only what is printed here can be read.
+tell_finding() {
+  local finding
+  grep -hE '^pellor: fatal|runtime error|^SUMMARY|ERROR:' "$2" | head -5
+  for finding in "$1"/*; do
+    printf 'base64 -d >%s <<<%s\n' "${finding##*/}" "$(base64 -w0 "$finding")"
+  done
+}
+
 search() {
   local target=$1 corpus=build/fuzz/corpus/$1 findings=build/fuzz/findings/$1 log=build/fuzz/$1.log
   mkdir -p "$corpus" "$findings"
@@ -36,6 +45,7 @@ search() {
   features=$(grep -o 'ft: [0-9]*' "$log" | tail -1 | cut -c5-)
   printf '%-15s %10s runs %8s features  %s\n' "$target" "${runs:-0}" "${features:-0}" \
     "$([[ $result == 0 ]] && echo 'nothing found' || echo "FOUND: $log")"
+  if [[ $result != 0 ]]; then tell_finding "$findings" "$log"; fi
   return $result
 }
 
