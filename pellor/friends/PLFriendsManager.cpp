@@ -352,7 +352,9 @@ void PLFriendsManager::_startFirstList() {
     markFriendListAsNormalized();
     const auto curated = _parts->favorites._curatedFriendList(_slotCapacity());
     _parts->favorites.setDue(!curated.isReadable());
-    _addCuratedFriends(curated.value());
+    if (!curated.value()) return;
+    _addCuratedFriends(curated.value()->friends);
+    _parts->steps.noteLeftOut(curated.value()->leftOut);
   }
 }
 
@@ -400,6 +402,7 @@ void PLFriendsManager::_finishLoad(std::optional<PLChangeOrigin> origin) {
   }
   _didCompleteInitialLoading = true;
   if (origin) _parts->steps.tellChange(*origin);
+  _parts->steps.tellLeftOut();
   if (!refreshAgainstAddressBook()) {
     _cleanUpAfterLoad();
     _postChangeNotificationIfNecessary();

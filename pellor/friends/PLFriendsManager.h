@@ -294,7 +294,7 @@ class PLFriendsManager : public Object,
   /// before. Main queue.
   std::uint64_t performStep(const std::function<void()>& edits);
   /// The client is held weakly; null: nobody is told, and nobody asked. It is told, inside the call, of decisions that
-  /// were made before, if the list was not written since.
+  /// were made before and of favorites that were left out, if the list was not written since.
   void setStepClient(std::weak_ptr<PLStepClient> client);
   /// Names the version of the list and of its titles that is stored, as far as this process knows: equal in all
   /// processes, and another text for each version. Empty before the store has answered.
@@ -383,7 +383,7 @@ class PLFriendsManager : public Object,
   void _removeDestinationlessFriendsIfNecessary();
   void _removeFriendsAtIndices(const std::vector<std::uint64_t>& indices);
   // 7  Favorites import
-  void _addCuratedFriends(const std::optional<std::vector<std::shared_ptr<PLPerson>>>& friends);
+  void _addCuratedFriends(const std::vector<std::shared_ptr<PLPerson>>& friends);
   void _bringFavoritesIfDue();
   // 8  Steps
   void _markNewTitles();

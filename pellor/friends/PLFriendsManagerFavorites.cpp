@@ -33,13 +33,13 @@ void titleAsCurated(const std::vector<std::shared_ptr<PLFriendGroup>>& groups, c
 
 }  // namespace
 
-void PLFriendsManager::_addCuratedFriends(const std::optional<std::vector<std::shared_ptr<PLPerson>>>& friends) {
-  if (!friends || friends->empty()) return;
-  for (std::uint64_t index = 0; index < friends->size(); ++index) {
+void PLFriendsManager::_addCuratedFriends(const std::vector<std::shared_ptr<PLPerson>>& friends) {
+  if (friends.empty()) return;
+  for (std::uint64_t index = 0; index < friends.size(); ++index) {
     if (index < _parts->friendList.count()) {
-      _parts->friendList.set(index, (*friends)[index]);
+      _parts->friendList.set(index, friends[index]);
     } else {
-      _parts->friendList.append((*friends)[index]);
+      _parts->friendList.append(friends[index]);
     }
   }
   while (_parts->friendList.count() % _parts->settings.maxFriendsPerGroup() != 0) _parts->friendList.append(EmptySlot);
@@ -71,6 +71,8 @@ PLFavoritesImport PLFriendsManager::importFavorites() {
   }
   titleAsCurated(groups, _parts->pages);
   if (!import.added.empty()) saveFriendGroupTitles();
+  _parts->steps.noteLeftOut(import.leftOut);
+  _parts->steps.tellLeftOut();
   if (!_parts->favorites.isDue()) return import;
   // The write that brings the favorites tells that the list waits for none.
   _parts->favorites.setDue(false);

@@ -106,6 +106,11 @@ class PLStepClient {
   /// the main queue.
   virtual void decisionWasMade(const PLAutomaticDecision& /*decision*/) {}
 
+  /// There was no room for these favorites, in the order of the favorites: at least one. Arrays that are attached to
+  /// the list may be set: they are a step, with which goes what the import brought. Else the client must not edit,
+  /// load, or run the main queue.
+  virtual void favoritesWereLeftOut(const std::vector<std::shared_ptr<PLPerson>>& /*persons*/) {}
+
   /// The list has just become another one: after a load that took over what was stored and before the refresh that may
   /// follow, or after a refresh or clean-up. Called inside a load or refresh: it must not edit, load, or run the main
   /// queue.

@@ -283,7 +283,6 @@ std::vector<FoundContact> FriendList::findContacts(std::string_view text, std::s
 
 FavoritesImport FriendList::importFavorites() {
   const PLFavoritesImport done = _core->manager().importFavorites();
-  _core->steps().noteNotImported(done.leftOut);
   return {done.couldRead, _core->idsOf(done.added), done.withoutRoom};
 }
 

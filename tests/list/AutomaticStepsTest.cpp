@@ -275,6 +275,28 @@ TEST_F(AutomaticStepsTest, FavoritesForWhichThereIsNoRoomAreToldOf) {
   EXPECT_THAT(b->told(), ElementsAre("not imported Cy"));
 }
 
+TEST_F(AutomaticStepsTest, FavoritesThatAFirstListHasNoRoomForAreToldOfOnce) {
+  setGroups(1, 2);
+  contacts({"Ann", "Bob", "Cy", "Dan"});
+  world.setFavorites({"guid-Ann", "guid-Bob", "guid-Cy", "guid-Dan"});
+  auto a = std::make_unique<ListProcess>(launch());
+  auto b = open();
+  EXPECT_EQ(a->process().list(), "Ann,Bob");
+  EXPECT_THAT(a->told(), ElementsAre("not imported Cy Dan")) << "both made the list at once";
+  EXPECT_EQ(b->told(), a->told());
+
+  a.reset();
+  b.reset();
+  forgetList();
+  world.favorites().setReadable(false);
+  ListProcess waiting(launch());
+  advance(1);
+  EXPECT_THAT(waiting.told(), ElementsAre());
+  world.favorites().setReadable(true);
+  rest();
+  EXPECT_THAT(waiting.told(), ElementsAre("not imported Cy Dan"));
+}
+
 TEST_F(AutomaticStepsTest, WhoIsForgottenIsInNoException) {
   contacts({"Ann"});
   store("Ann#,Bob,-");

@@ -77,8 +77,8 @@ struct KnownFriends {
 PLFavorites::PLFavorites(Process& process, std::function<void()> bring)
     : _process(process), _bring(std::move(bring)), _retry(process.mainQueue(), ImportRetryPauses) {}
 
-Answer<Persons> PLFavorites::_curatedFriendList(std::uint64_t capacity) const {
-  using Friends = Answer<Persons>;
+Answer<PLCuratedFriends> PLFavorites::_curatedFriendList(std::uint64_t capacity) const {
+  using Friends = Answer<PLCuratedFriends>;
   Persons friends;
   bool isReadable = false;
   platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
@@ -95,9 +95,11 @@ Answer<Persons> PLFavorites::_curatedFriendList(std::uint64_t capacity) const {
   });
   if (!isReadable) return Friends::unreadable();
   if (friends.empty()) return Friends::none();
-  if (friends.size() > capacity) friends.resize(capacity);
+  const auto end = friends.begin() + static_cast<std::ptrdiff_t>(std::min<std::uint64_t>(capacity, friends.size()));
+  Persons leftOut(end, friends.end());
+  friends.erase(end, friends.end());
   _PLGetLogSystem().log("phone favorites import complete with %tu Tapnote friends", friends.size());
-  return Friends::some(std::move(friends));
+  return Friends::some({std::move(friends), std::move(leftOut)});
 }
 
 Answer<Persons> PLFavorites::newFriends(const PLSlotSnapshot& friends) const {
@@ -105,7 +107,7 @@ Answer<Persons> PLFavorites::newFriends(const PLSlotSnapshot& friends) const {
   platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
     const auto curated = _curatedFriendList(std::numeric_limits<std::uint64_t>::max());
     if (!curated.isReadable()) return;
-    Persons found = curated.value().value_or(Persons());
+    Persons found = curated.value().value_or(PLCuratedFriends()).friends;
     const KnownFriends known(friends);
     std::erase_if(found, [&](const auto& person) { return known.contains(*person, addressBook); });
     // A record without those that it is linked with would look like a stranger's.

@@ -15,6 +15,12 @@
 
 namespace pellor {
 
+/// The persons behind the favorites in their order.
+struct PLCuratedFriends {
+  std::vector<std::shared_ptr<PLPerson>> friends;
+  std::vector<std::shared_ptr<PLPerson>> leftOut;  ///< for whom there is no room, behind these
+};
+
 /// The favorites as persons, and whether the first list waits for them: it does from the moment on when they could not
 /// be read for it until they were, and a timer is set then that asks for them again. Main queue.
 class PLFavorites {
@@ -22,9 +28,8 @@ class PLFavorites {
   /// `bring` is called while this object lives, when favorites that are due may be there.
   PLFavorites(Process& process, std::function<void()> bring);
 
-  /// The persons behind the favorites in their order, of one record only the first, at most `capacity`; none when there
-  /// are no favorites.
-  Answer<std::vector<std::shared_ptr<PLPerson>>> _curatedFriendList(std::uint64_t capacity) const;
+  /// Of one record only the first person, and at most `capacity` friends; none when there are no favorites.
+  Answer<PLCuratedFriends> _curatedFriendList(std::uint64_t capacity) const;
   /// All persons behind the favorites, however many, that are no friends: no friend has their record, or one that is
   /// linked with it; a person without a record shares no destination with a friend, and a person with one shares none
   /// with a friend that has no record.

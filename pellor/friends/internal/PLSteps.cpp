@@ -18,6 +18,7 @@ bool isOther(const PLBaseline& base, const PLStoredList& stored) {
 
 void PLSteps::setClient(std::weak_ptr<PLStepClient> client) {
   _client = std::move(client);
+  tellLeftOut();
   if (_client.expired() || _untoldDecisions.empty()) return;
   follow([this] {
     for (PLAutomaticDecision& decision : std::exchange(_untoldDecisions, {})) tellDecision(std::move(decision));
@@ -94,6 +95,24 @@ void PLSteps::tellDecision(PLAutomaticDecision decision) {
   _hasDecided = true;
   decision.step = _writer.steps().made() + 1;
   client->decisionWasMade(decision);
+}
+
+void PLSteps::forgetDecisions() {
+  _untoldDecisions.clear();
+  _leftOut.clear();
+}
+
+void PLSteps::noteLeftOut(const std::vector<std::shared_ptr<PLPerson>>& persons) {
+  _leftOut.insert(_leftOut.end(), persons.begin(), persons.end());
+}
+
+void PLSteps::tellLeftOut() {
+  const auto client = _client.lock();
+  if (!client || _leftOut.empty()) return;
+  follow([&] {
+    _hasDecided = true;
+    client->favoritesWereLeftOut(std::exchange(_leftOut, {}));
+  });
 }
 
 void PLSteps::tellChange(PLChangeOrigin origin) const {

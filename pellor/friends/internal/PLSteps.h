@@ -20,7 +20,8 @@ class PLSteps {
   /// The writer outlives this object.
   explicit PLSteps(PLListWriter& writer) : _writer(writer) {}
 
-  /// Tells it of the decisions that were made while there was none, and are not written yet.
+  /// Tells it of the decisions that were made, and of the favorites that were left out, while there was none, and are
+  /// not written yet.
   void setClient(std::weak_ptr<PLStepClient> client);
 
   // --- Making them ---
@@ -54,13 +55,18 @@ class PLSteps {
   /// Within `follow`.
   void tellDecision(PLAutomaticDecision decision);
   /// The list was written: nobody is told any more of what was decided before.
-  void forgetDecisions() { _untoldDecisions.clear(); }
+  void forgetDecisions();
+  /// There was no room for these favorites: the client is to be told.
+  void noteLeftOut(const std::vector<std::shared_ptr<PLPerson>>& persons);
+  /// Tells the client, if there is one, of those that were noted, as a step. There is a list.
+  void tellLeftOut();
 
  private:
   PLListWriter& _writer;
   std::weak_ptr<PLStepClient> _client;
   bool _keepsEmptiedGroups = false;
   std::vector<PLAutomaticDecision> _untoldDecisions;  // while there is no client
+  std::vector<std::shared_ptr<PLPerson>> _leftOut;    // favorites of which the client is to be told
   bool _hasDecided = false;                           // since the last `follow` began
   std::uint64_t _told = 0;                            // the last step of which the client was told
 };

@@ -118,8 +118,9 @@ std::string AutomaticSteps::idOf(const StepRecord& record) {
   Array who{Value(std::int64_t{0})};
   for (const FriendRecord& person : record.friends)
     if (person.from) who = {Value(person.from->page), Value(person.from->slot), Value(person.before)};
+  const Array names(record.summary.names.begin(), record.summary.names.end());
   Array decided{Value(_manager->listVersion()), Value(static_cast<std::int64_t>(record.kind)), Value(who),
-                Value(record.evidence)};
+                Value(record.evidence), Value(names)};
   std::string id = stepIdFrom(Value(decided));
   while (_history.find(id)) id = stepIdFrom(Value(id));
   return id;
@@ -140,6 +141,20 @@ void AutomaticSteps::writePlaces(const ListChange& change, std::uint64_t number)
   record.id = idOf(record);
   _history.append(record);
   _unstored.push_back({number, nullptr, {}, std::move(record)});
+}
+
+// Nobody is in a place: the names alone tell of them.
+void AutomaticSteps::writeLeftOut(const std::vector<std::shared_ptr<PLPerson>>& persons) {
+  StepRecord record;
+  record.kind = StepKind::notImported;
+  record.isComplete = false;
+  for (const auto& person : persons) {
+    if (record.summary.names.size() == StepSummary::MostNames) break;
+    record.summary.names.push_back(summaryName(person->dictionaryRepresentation()));
+  }
+  _sign(record);
+  record.id = idOf(record);
+  _history.append(record);
 }
 
 void AutomaticSteps::noteStored(std::uint64_t last) {

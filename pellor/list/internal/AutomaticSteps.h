@@ -35,6 +35,9 @@ class AutomaticSteps {
   /// this is stored.
   void writePlaces(const ListChange& change, std::uint64_t number);
 
+  /// For these favorites there was no room.
+  void writeLeftOut(const std::vector<std::shared_ptr<PLPerson>>& persons);
+
   void noteStored(std::uint64_t last);
   /// Those that are not stored.
   std::vector<const StepRecord*> unstored() const;

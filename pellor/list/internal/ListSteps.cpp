@@ -298,19 +298,6 @@ std::vector<FriendId> ListSteps::friendsSharing(const Friend& gone) const {
   return {ids.begin(), ids.end()};
 }
 
-void ListSteps::noteNotImported(const std::vector<std::shared_ptr<PLPerson>>& leftOut) {
-  if (leftOut.empty()) return;
-  StepRecord record;
-  sign(record);
-  record.kind = StepKind::notImported;
-  record.isComplete = false;
-  for (const auto& person : leftOut) {
-    if (record.summary.names.size() == StepSummary::MostNames) break;
-    record.summary.names.push_back(summaryName(person->dictionaryRepresentation()));
-  }
-  _manager->performStep([&] { _history.append(record); });
-}
-
 Explanation ListSteps::explanation(FriendId id) {
   Explanation explanation{id};
   explainByHistory(explanation, formOf(id), _history.entries(), _exceptions.all());

@@ -69,8 +69,6 @@ class ListSteps final : public PLStepClient {
   ForgetAnswer planForget(FriendId id);
   ForgetAnswer planForget(const std::string& who);
   StepAnswer clearHistory(StoredHandler stored);
-  /// For these favorites there was no room: a step that only tells of them.
-  void noteNotImported(const std::vector<std::shared_ptr<PLPerson>>& leftOut);
   ListHistory& history() { return _history; }
   /// What history and exceptions tell of a friend.
   Explanation explanation(FriendId id);
@@ -81,6 +79,9 @@ class ListSteps final : public PLStepClient {
   void judgeSteps(const PLStoredPages& theirs) override;
   void foreignEditWasFound(const PLForeignEdit& edit) override { _foreign.note(edit); }
   void decisionWasMade(const PLAutomaticDecision& decision) override { _automatic.note(decision); }
+  void favoritesWereLeftOut(const std::vector<std::shared_ptr<PLPerson>>& persons) override {
+    _automatic.writeLeftOut(persons);
+  }
   void listChangedBy(PLChangeOrigin origin) override;
 
  private:
