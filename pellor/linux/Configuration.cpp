@@ -14,7 +14,8 @@ struct UnmetAssumption {};
 #define TOML_ASSERT(assumption) ((assumption) ? void() : pellor::assumptionIsUnmet())
 #include <toml++/impl/preprocessor.h>
 
-// Its tables of white space and letters take for granted that they are asked of few characters: of any other they say no.
+// Its tables of white space and letters take for granted that they are asked of few characters; here they say no of
+// any other.
 #pragma push_macro("TOML_UNREACHABLE")
 #undef TOML_UNREACHABLE
 #define TOML_UNREACHABLE return false
@@ -224,7 +225,8 @@ void collect(const toml::table& table, const std::string& prefix, Leaves& found)
 // What the parser quotes of the text may reach to the next line.
 std::string onOneLine(std::string_view text) {
   std::string line(text);
-  std::ranges::replace_if(line, [](unsigned char c) { return c < 0x20; }, ' ');
+  std::ranges::replace_if(
+      line, [](unsigned char c) { return c < 0x20; }, ' ');
   return line;
 }
 
