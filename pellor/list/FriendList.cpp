@@ -52,14 +52,16 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
   Core& operator=(const Core&) = delete;
 
   /// The one of that manager.
-  static std::shared_ptr<Core> of(std::shared_ptr<PLFriendsManager> manager) {
+  static std::shared_ptr<Core> of(std::shared_ptr<PLFriendsManager> manager, std::string program) {
     auto& cores = Process::current().local<OpenLists>().cores;
     std::erase_if(cores, [](const auto& entry) { return entry.second.expired(); });
     std::weak_ptr<void>& known = cores[manager.get()];
-    if (const auto core = std::static_pointer_cast<Core>(known.lock())) return core;
-    const auto core = std::make_shared<Core>(std::move(manager));
-    known = core;
-    core->start();
+    auto core = std::static_pointer_cast<Core>(known.lock());
+    const bool isNew = !core;
+    if (isNew) known = core = std::make_shared<Core>(std::move(manager));
+    // The steps that the start makes bear it already.
+    if (!program.empty()) core->steps().setProgram(std::move(program));
+    if (isNew) core->start();
     return core;
   }
 
@@ -166,9 +168,7 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
 };
 
 std::unique_ptr<FriendList> FriendList::open(std::shared_ptr<PLFriendsManager> manager, std::string program) {
-  const auto core = Core::of(std::move(manager));
-  if (!program.empty()) core->steps().setProgram(std::move(program));
-  return std::unique_ptr<FriendList>(new FriendList(core));
+  return std::unique_ptr<FriendList>(new FriendList(Core::of(std::move(manager), std::move(program))));
 }
 
 std::unique_ptr<FriendList> FriendList::openDomain(const std::string& domain, std::string program) {

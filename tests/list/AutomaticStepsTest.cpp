@@ -284,6 +284,10 @@ TEST_F(AutomaticStepsTest, FavoritesThatAFirstListHasNoRoomForAreToldOfOnce) {
   EXPECT_EQ(a->process().list(), "Ann,Bob");
   EXPECT_THAT(a->told(), ElementsAre("not imported Cy Dan")) << "both made the list at once";
   EXPECT_EQ(b->told(), a->told());
+  EXPECT_EQ(a->history().at(0).program, "test");
+  EXPECT_TRUE(a->forget(mailOf("Dan"))) << "though he is no friend";
+  rest();
+  EXPECT_THAT(b->told(), ElementsAre("not imported Cy"));
 
   a.reset();
   b.reset();

@@ -20,7 +20,7 @@ namespace pellor {
 class ListProcess {
  public:
   explicit ListProcess(std::unique_ptr<ManagerProcess> process) : _process(std::move(process)) {
-    _process->run([&] { _list = FriendList::open(_process->sharedManager()); });
+    _process->run([&] { _list = FriendList::open(_process->sharedManager(), "test"); });
     observe();
   }
   ~ListProcess() {

@@ -116,11 +116,12 @@ void AutomaticSteps::describeRemoval(const Decision& decision, StepRecord& recor
 // A decision that was taken back may be made again before anything is stored.
 std::string AutomaticSteps::idOf(const StepRecord& record) {
   Array who{Value(std::int64_t{0})};
-  for (const FriendRecord& person : record.friends)
+  for (const FriendRecord& person : record.friends) {
     if (person.from) who = {Value(person.from->page), Value(person.from->slot), Value(person.before)};
-  const Array names(record.summary.names.begin(), record.summary.names.end());
+    if (!person.from && !person.to) who.emplace_back(person.before);
+  }
   Array decided{Value(_manager->listVersion()), Value(static_cast<std::int64_t>(record.kind)), Value(who),
-                Value(record.evidence), Value(names)};
+                Value(record.evidence)};
   std::string id = stepIdFrom(Value(decided));
   while (_history.find(id)) id = stepIdFrom(Value(id));
   return id;
@@ -143,14 +144,13 @@ void AutomaticSteps::writePlaces(const ListChange& change, std::uint64_t number)
   _unstored.push_back({number, nullptr, {}, std::move(record)});
 }
 
-// Nobody is in a place: the names alone tell of them.
+// With their forms, by which they are found when they are to be forgotten.
 void AutomaticSteps::writeLeftOut(const std::vector<std::shared_ptr<PLPerson>>& persons) {
   StepRecord record;
   record.kind = StepKind::notImported;
-  record.isComplete = false;
   for (const auto& person : persons) {
-    if (record.summary.names.size() == StepSummary::MostNames) break;
-    record.summary.names.push_back(summaryName(person->dictionaryRepresentation()));
+    if (record.friends.size() == StepSummary::MostNames) break;
+    record.friends.push_back({.before = person->dictionaryRepresentation()});
   }
   _sign(record);
   record.id = idOf(record);

@@ -186,7 +186,7 @@ FriendRecord friendOf(const Entries& entries) {
   person.to = entries.place("to");
   person.lookalikes = entries.count("lookalikes");
   const bool isSame = entries.has("form");
-  if (person.from) person.before = entries.dictionary(isSame ? "form" : "before");
+  if (person.from || !person.to) person.before = entries.dictionary(isSame ? "form" : "before");
   if (person.to) person.after = entries.dictionary(isSame ? "form" : "after");
   return person;
 }
@@ -232,7 +232,10 @@ bool isConsistent(const StepRecord& step) {
   }
   const StepPages pages(step);
   for (const FriendRecord& person : step.friends) {
-    if (!person.from && !person.to) return false;
+    if (!person.from && !person.to) {
+      if (!isOnlyTold(step.kind) || person.before.empty()) return false;
+      continue;
+    }
     if (person.from.has_value() == person.before.empty() || person.to.has_value() == person.after.empty()) return false;
     if (person.from && !pages.before(person.from->page)) return false;
     if (person.to && !pages.after(person.to->page)) return false;

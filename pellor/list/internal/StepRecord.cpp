@@ -70,7 +70,9 @@ StepSummary summaryOf(const StepRecord& step) {
   const StepPages pages(step);
   StepSummary summary;
   for (const FriendRecord& person : step.friends) {
-    if (!person.from) {
+    if (!person.from && !person.to) {
+      // Was not let in: nothing became of the list.
+    } else if (!person.from) {
       ++summary.added;
     } else if (!person.to) {
       ++summary.removed;

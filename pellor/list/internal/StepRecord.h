@@ -16,7 +16,8 @@
 
 namespace pellor {
 
-/// A friend whom a step touched, as the step found and left it.
+/// A friend whom a step touched, as the step found and left it; or, in a step that is only told, somebody who did not
+/// become one: with the form before, and without places.
 struct FriendRecord {
   FriendId id = {};                ///< in the process that made the step; number 0 in a step that was read
   Dictionary before = {};          ///< the stored form; empty: was not in the list
