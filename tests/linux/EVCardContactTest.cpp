@@ -125,17 +125,6 @@ TEST(EVCardContact, RefusesWhatIsNoCardOrHalfOfOne) {
   }
 }
 
-// Whatever a file holds, the strings that leave the parser have to be good for JSON, SQLite and a terminal.
-TEST(EVCardContact, GivesUtf8WhateverItReads) {
-  for (int byte = 1; byte < 256; ++byte) {
-    const std::string odd(1, static_cast<char>(byte));
-    const CardReading reading =
-        readContactCard(card("UID:" + odd + "u\r\nFN:a" + odd + "b\r\nN:" + odd + ";" + odd + odd + "\r\nTEL:1" + odd));
-    if (!reading.card) continue;
-    EXPECT_TRUE(isUtf8(described(*reading.card))) << byte;
-  }
-}
-
 TEST(EVCardContact, KeepsTheParsersWarningsOffStandardError) {
   testing::internal::CaptureStderr();
   const CardReading reading = readContactCard(card("FN:A\r\nNOTE;ENCODING=zzz:hello\r\n") + card("FN:B\r\n"));

@@ -196,18 +196,5 @@ TEST(LongTexts, NumbersThatAreTooLongAreNoneAndTheLibraryDoesNotSeeThem) {
 
 struct LongTextsInTheIndex : testing::Test, ContactsFixture {};
 
-TEST_F(LongTextsInTheIndex, TheLogNamesTheCardOnce) {
-  put("ann.vcf", card("ann", times(Many, "x"), "TEL:" + times(20'000, "1") + "\nTEL:+4930123456\n"));
-  const auto index = openIndex();
-  openIndex();
-  ASSERT_EQ(log->messages().size(), 1U);
-  EXPECT_THAT(log->messages().front(), HasSubstr("contact file ann.vcf holds texts that are too long: "));
-  const auto contact = index->contactWithGUID("ann");
-  ASSERT_TRUE(contact);
-  EXPECT_EQ(contact->card.phones.size(), 1U);
-  EXPECT_EQ(index->recordIDsMatchingName(times(Many, "x")).size(), 1U);
-  EXPECT_EQ(index->recordIDsForDestination(times(20'000, "1")).size(), 0U);
-}
-
 }  // namespace
 }  // namespace pellor
