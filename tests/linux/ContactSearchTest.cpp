@@ -107,6 +107,16 @@ TEST_F(ContactSearchTest, NumbersAreFoundInAnySpellingByTheirBeginningAndEnding)
   }
 }
 
+TEST_F(ContactSearchTest, LinkedRecordsAreOnePersonHoweverManyThereAre) {
+  std::string cards;
+  for (int number = 0; number < 30; ++number)
+    cards += card("one" + std::to_string(number), "Ada Lind",
+                  number > 0 ? "X-FOLKS-CONTACTS-IDS:one" + std::to_string(number - 1) + "\n" : "");
+  put("a.vcf", cards + card("other", "Ada Novak"));
+  EXPECT_THAT(found("ada"), ElementsAre("one0", "other"));
+  EXPECT_THAT(found("ada", 1), ElementsAre("one0"));
+}
+
 TEST_F(ContactSearchTest, ARenamedContactIsFoundByItsNewNameAlone) {
   put("a.vcf", card("ada", "Ada Lind", "TEL:0151 2345679\nORG:Acme\nEMAIL:ada@example.org\n"));
   EXPECT_THAT(found("lind"), ElementsAre("ada"));

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "pellor/linux/sqlite/SQLiteDatabase.h"
+#include "pellor/runtime/CBOR.h"
 #include "pellor/runtime/LongArray.h"
 #include "pellor/testing/LogCollector.h"
 #include "pellor/testing/contract/VersionedWriter.h"
@@ -40,6 +41,21 @@ class SQLitePreferencesTest : public testing::Test {
   const TemporaryFolder _temporary;
   const std::shared_ptr<LogCollector> _log = std::make_shared<LogCollector>();
 };
+
+TEST_F(SQLitePreferencesTest, WhatIsTooDeepFailsAndLeavesTheOthers) {
+  Value deep = 1;
+  for (std::size_t depth = 0; depth <= CBORMaximumDepth; ++depth) deep = Array{deep};
+  makeStore();
+  const auto store = open();
+  store->setValue("deep", deep, Domain);
+  EXPECT_FALSE(store->synchronize(Domain));
+  EXPECT_NE(store->lastError().find("deep"), std::string::npos);
+  const PreferenceChanges changes{{"deep", setTo(deep)}, {"key", setTo("new")}};
+  EXPECT_EQ(store->write(changes, {1, 1}, Domain).outcome, PreferenceWriteOutcome::failed);
+  EXPECT_EQ(store->copyValue("deep", Domain).value(), std::nullopt);
+  EXPECT_EQ(store->copyValue("key", Domain).value(), Value("stored"));
+  EXPECT_TRUE(store->synchronize(Domain));
+}
 
 TEST_F(SQLitePreferencesTest, CopiesThatWerePutAsideAreUniqueAndPrivate) {
   makeStore();
