@@ -88,19 +88,6 @@ TEST_F(AnswerMemoryTest, EveryDamageIsNoticedAndGoneWithTheNextWrite) {
   EXPECT_EQ(kept("tel:3"), answer(valid, 300));
 }
 
-TEST_F(AnswerMemoryTest, TheOldestGoWhereThereAreTooMany) {
-  AnswerMemory::Answers many;
-  for (std::size_t number = 0; number < AnswerMemory::MostAnswers; ++number) {
-    many.emplace("tel:" + std::to_string(number), answer(valid, 1000.0 + 0.25 * static_cast<double>(number)));
-  }
-  keep(many);
-  keep({{"tel:new", answer(valid, 9000)}, {"tel:old", answer(valid, 1)}});
-  EXPECT_EQ(kept("tel:old"), std::nullopt);
-  EXPECT_EQ(kept("tel:0"), std::nullopt);
-  EXPECT_EQ(kept("tel:1"), answer(valid, 1000.25));
-  EXPECT_EQ(kept("tel:new"), answer(valid, 9000));
-}
-
 TEST_F(AnswerMemoryTest, WhatCannotBeWrittenIsKnownHereAndWrittenLater) {
   fs::create_directory(file());
   AnswerMemory written = memory();

@@ -1,6 +1,5 @@
 // Canonical forms in memory and beside the store.
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <functional>
 #include <map>
@@ -10,12 +9,10 @@
 #include <thread>
 #include <vector>
 
-#include "pellor/linux/LinuxPlatform.h"
 #include "pellor/linux/phone/CanonicalFormStore.h"
 #include "pellor/linux/phone/CanonicalForms.h"
 #include "pellor/linux/phone/ComparableNumber.h"
 #include "pellor/linux/reachability/IdentityService.h"
-#include "pellor/platform/Platform.h"
 #include "pellor/testing/LogCollector.h"
 #include "tests/linux/TemporaryFolder.h"
 
@@ -118,21 +115,6 @@ TEST_F(KeptFormsTest, AreNotTakenFromAFileThatIsDamagedOrForeign) {
   std::filesystem::permissions(file, std::filesystem::perms::others_write, std::filesystem::perm_options::add);
   EXPECT_GT(convert(numbers), 0U) << "others could have written it";
   EXPECT_EQ(modeOf(file), 0600U);
-}
-
-TEST_F(KeptFormsTest, ServeTheWholePlatform) {
-  LinuxPlatformOptions options;
-  options.folders = {folder.path(), folder.path(), folder.path(), folder.path()};
-  ::setenv("LC_ALL", "de_DE", 1);
-  for (const bool isFirst : {true, false}) {
-    const std::uint64_t before = phoneLibraryCalls();
-    Process process;
-    const LinuxPlatform platform(process, options);
-    EXPECT_EQ(platformOf(process).reachability->comparableNumber("030 1234567"), "+49301234567");
-    EXPECT_TRUE(process.settle(30));
-    EXPECT_EQ(phoneLibraryCalls() > before, isFirst);
-  }
-  ::unsetenv("LC_ALL");
 }
 
 }  // namespace

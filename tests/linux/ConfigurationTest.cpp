@@ -3,10 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <fstream>
-#include <iterator>
-#include <sstream>
+#include <string>
+#include <utility>
 
 #include "tests/linux/TemporaryFolder.h"
 
@@ -76,26 +74,6 @@ TEST_F(ConfigurationTest, WhatMakesNoSenseIsNamedWithItsPlace) {
   std::filesystem::create_directory(_file);
   EXPECT_THAT([&] { Configuration::read(_file); },
               ThrowsMessage<ConfigurationError>("the configuration cannot be read: " + file + " is no regular file"));
-}
-
-// Each choice of a part but the embedded one, by packages that the setup step installs.
-TEST_F(ConfigurationTest, AnAdapterThatIsMissingIsHadByPackages) {
-  std::ifstream file(std::string(PELLOR_TEST_DATA) + "/../../cmake/packages.txt");
-  const std::string known{std::istreambuf_iterator<char>(file), {}};
-  std::size_t choices = 0;
-  for (const ConfigurationKey& key : configurationKeys()) {
-    if (std::ranges::find(configurationParts(), key.name) == configurationParts().end()) continue;
-    std::istringstream words{std::string(key.choices)};
-    for (std::string choice; words >> choice;) {
-      if (choice == key.unset) continue;
-      ++choices;
-      const std::string advice = adapterAdvice(choice);
-      std::istringstream packages(advice.substr(advice.find(' ')));
-      for (std::string package; packages >> package && package != "and";)
-        EXPECT_THAT(known, testing::HasSubstr("services  " + package + "\n")) << choice;
-    }
-  }
-  EXPECT_GT(choices, 6U);
 }
 
 }  // namespace

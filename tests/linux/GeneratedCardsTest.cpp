@@ -209,14 +209,6 @@ struct GeneratedCardsTest : testing::Test, ContactsFixture {
     }
     return missing;
   }
-  std::map<std::string, std::string> guidsByNumber(ContactIndex& index, const std::vector<GeneratedCard>& cards) {
-    std::map<std::string, std::string> guids;
-    for (const GeneratedCard& card : cards) {
-      for (const std::int32_t id : index.recordIDsForDestination(card.number))
-        guids[card.number] = index.contactWithID(id)->guid;
-    }
-    return guids;
-  }
 };
 
 TEST_F(GeneratedCardsTest, EveryCardIsAContactOrNamedWithItsReason) {
@@ -248,27 +240,6 @@ TEST_F(GeneratedCardsTest, EveryCardIsAContactOrNamedWithItsReason) {
       }
     }
   }
-}
-
-TEST_F(GeneratedCardsTest, TheOrderOfAFileIsNobodysName) {
-  std::vector<GeneratedCard> cards = CardGenerator(4).make(250);
-  std::erase_if(cards, [](const GeneratedCard& card) { return !card.problem.empty(); });
-  write(cards, cards.size(), "\r\n");
-  const auto index = openIndex();
-  const auto guids = guidsByNumber(*index, cards);
-  ASSERT_EQ(guids.size(), cards.size());
-  const std::int32_t sequence = index->sequenceNumber();
-  std::ranges::reverse(cards);
-  write(cards, cards.size(), "\n");  // every text is another one
-  index->update(FolderChange::all());
-  EXPECT_EQ(guidsByNumber(*index, cards), guids);
-  std::ranges::shuffle(cards, std::mt19937(5));
-  const std::int32_t before = index->sequenceNumber();
-  EXPECT_EQ(before, sequence + 1);
-  write(cards, cards.size(), "\n");
-  index->update(FolderChange::all());
-  EXPECT_EQ(index->sequenceNumber(), before) << "nothing is stored anew for another order";
-  EXPECT_EQ(guidsByNumber(*index, cards), guids);
 }
 
 }  // namespace

@@ -53,26 +53,6 @@ TEST_F(IndexedAddressBookTest, AChangeWaitsForTheEndOfTheWorkInProgress) {
   EXPECT_TRUE(program.waitUntil([&] { return program.nameOf("anna") == "Anne"; }));
 }
 
-TEST_F(IndexedAddressBookTest, WhatIsReadInBulkIsNotLookedUpAgain) {
-  put("a.vcf", card("a", "", "X-FOLKS-CONTACTS-IDS:c\n"));
-  put("c.vcf", card("c", "Clara"));
-  Program program(*this);
-  program.sequence();
-  const auto book = program.store->openPrivateAddressBook();
-  const std::vector<std::string_view> guids{"a", "nobody", "no\n\"name"};
-  book->withPeopleMatchingGUIDs(guids, [&] {
-    executeInIndex("ALTER TABLE cards RENAME TO lost");
-    const RecordRef a = book->copyPersonMatchingGUID("a");
-    ASSERT_NE(a, nullptr);
-    EXPECT_EQ(a->allLinkedPeople().size(), 2U);
-    EXPECT_EQ(a->preferredLinkedPersonForName()->compositeName(), "Clara");
-    executeInIndex("ALTER TABLE lost RENAME TO cards");
-    EXPECT_EQ(book->copyPersonMatchingGUID("c")->compositeName(), "Clara") << "the others are found as ever";
-  });
-  executeInIndex("ALTER TABLE cards RENAME TO lost");
-  EXPECT_EQ(book->copyPersonMatchingGUID("a"), nullptr);
-}
-
 TEST_F(IndexedAddressBookTest, AFolderMayComeLaterAndGo) {
   std::filesystem::remove(contacts);
   Program program(*this);

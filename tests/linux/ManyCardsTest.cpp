@@ -166,55 +166,6 @@ TEST_F(ManyCardsTest, OneFileIsReadAsItIsAndFollowed) {
   EXPECT_EQ(program.nameOf("dora"), "(none)");
 }
 
-// An index of programs that took one card of each file.
-TEST_F(ManyCardsTest, AnIndexOfTheFormerLayoutKeepsItsIdentifiers) {
-  put("b.vcf", anna + boris);
-  put("d.vcf", dora);
-  std::filesystem::create_directory(data);
-  writeFile(data / "contacts-index.sqlite", "");
-  {
-    SQLiteDatabase former(data / "contacts-index.sqlite", SQLiteDatabase::Access::readWrite, 10);
-    former.beginCheckedPages();
-    for (const char* statement : {
-             "CREATE TABLE counter (sequence INTEGER NOT NULL)",
-             "CREATE TABLE folders (folder INTEGER PRIMARY KEY, path TEXT NOT NULL UNIQUE, uid TEXT NOT NULL,"
-             " sequence INTEGER NOT NULL, derivation TEXT NOT NULL)",
-             "CREATE TABLE identities (id INTEGER PRIMARY KEY AUTOINCREMENT, folder INTEGER NOT NULL, guid TEXT NOT"
-             " NULL, sequence INTEGER NOT NULL DEFAULT 0, UNIQUE (folder, guid))",
-             "CREATE INDEX identities_by_sequence ON identities (folder, sequence)",
-             "CREATE TABLE cards (card INTEGER PRIMARY KEY, folder INTEGER NOT NULL, file TEXT NOT NULL, inode INTEGER,"
-             " size INTEGER, modified INTEGER, changed INTEGER, hash INTEGER, problem TEXT, claim TEXT, guid TEXT,"
-             " id INTEGER, link INTEGER NOT NULL DEFAULT -1, kind INTEGER, given TEXT, family TEXT, additional TEXT,"
-             " prefix TEXT, suffix TEXT, formatted TEXT, nickname TEXT, organization TEXT, note TEXT, derived INTEGER,"
-             " phones TEXT, emails TEXT, favorite INTEGER, place INTEGER, links TEXT, antilinks TEXT,"
-             " UNIQUE (folder, file))",
-             "CREATE TABLE destinations (destination TEXT NOT NULL, card INTEGER NOT NULL REFERENCES cards ON DELETE"
-             " CASCADE, PRIMARY KEY (destination, card)) WITHOUT ROWID",
-             "CREATE TABLE names (name TEXT NOT NULL, card INTEGER NOT NULL REFERENCES cards ON DELETE CASCADE,"
-             " PRIMARY KEY (name, card)) WITHOUT ROWID",
-             "INSERT INTO counter VALUES (41)",
-             "INSERT INTO identities VALUES (7, 1, 'b.vcf', 41), (8, 1, 'gone', 41), (9, 1, 'dora', 41)",
-             "INSERT INTO cards (card, folder, file, claim, guid, id, formatted) VALUES"
-             " (3, 1, 'b.vcf', 'b.vcf', 'b.vcf', 7, 'Anna'), (4, 1, 'g.vcf', 'gone', 'gone', 8, 'Gone'),"
-             " (5, 1, 'd.vcf', 'dora', 'dora', 9, 'Dora')",
-             "INSERT INTO destinations VALUES ('+491', 3)",
-             "PRAGMA user_version=3",
-         })
-      former.execute(statement);
-    SQLiteStatement folders = former.prepare("INSERT INTO folders VALUES (1, ?, 'book', 41, '1 DE')");
-    folders.bind(1, contacts.string()).run();
-  }
-  index = openIndex();
-  EXPECT_THAT(log->takeMessages(), IsEmpty());
-  EXPECT_EQ(index->databaseUID(), "book");
-  EXPECT_EQ(index->sequenceNumber(), 42);
-  EXPECT_EQ(guids().at("Anna"), "b.vcf");
-  EXPECT_THAT(identitiesIn(*index), ElementsAre("b.vcf=7", "dora=9", HasSubstr("=10")));
-  EXPECT_THAT(changedSince(41), Contains("gone"));
-  EXPECT_THAT(index->recordIDsForDestination("+491"), IsEmpty());
-  EXPECT_THAT(index->recordIDsForDestination("+49301"), ElementsAre(7));
-}
-
 TEST_F(ManyCardsTest, CardsInEveryEncodingAndLineEndAreTheSameCards) {
   const std::string two = card("a", "Zo\xC3\xAB \xF0\x9F\x8C\xBB") + card("b", "Bo", "NOTE:folded\n \xE2\x82\xAC\n");
   const auto withEnds = [&](const char* end) {
@@ -236,8 +187,6 @@ TEST_F(ManyCardsTest, CardsInEveryEncodingAndLineEndAreTheSameCards) {
       withEnds("\r"),
       withEnds("\r\n"),
       "\xEF\xBB\xBF" + withEnds("\r"),
-      inUtf16(true, two),
-      inUtf16(false, two),
       inUtf16(true, withEnds("\r")),
       inUtf16(false, withEnds("\r\n")),
       inUtf16(true, withEnds("\r\n"), false),

@@ -52,12 +52,6 @@ TEST(PhoneNumberTest, ANumberOfWhichAPartWasTypedMayBeginAsAtHome) {
   EXPECT_FALSE(begins("HU", "06 31", "+36301234567"));
 }
 
-TEST(PhoneNumberTest, TheHomeCallingCodeIsThatOfTheRegion) {
-  for (const auto& [region, code] :
-       {std::pair("DE", "49"), {"US", "1"}, {"CA", "1"}, {"VN", "84"}, {"ZZ", ""}, {"", ""}})
-    EXPECT_EQ(LibPhoneNumber(in(region)).homeCallingCode(), code) << region;
-}
-
 // Local, short and service numbers are their digits.
 TEST(PhoneNumberTest, SpellingsOfOneNumberHaveOneCanonicalForm) {
   struct Case {

@@ -6,7 +6,6 @@
 #include <memory>
 #include <string>
 
-#include "pellor/runtime/CBOR.h"
 #include "pellor/testing/contract/VersionedWriter.h"
 #include "tests/linux/SQLiteStores.h"
 
@@ -97,52 +96,6 @@ TEST(SQLiteLayout, AProgramOfVersion01ThatStillRunsFailsAtItsNextWriteAndHarmsNo
   for (SQLiteStatement& statement : statements) EXPECT_THROW(statement.run(), SQLiteError);
   EXPECT_EQ(running.integer("PRAGMA user_version"), 3) << "so another one does not start";
   for (const auto& [key, preference] : migrated) EXPECT_TRUE(isSame(readFrom(*earlier.open()).at(key), preference));
-}
-
-TEST(SQLiteLayout, AStoreWithoutRowsForRunsIsReadAndItsListsAreKeptInRowsOnceTheyAreWritten) {
-  const TemporaryFolder folder;
-  writeFile(folder / SQLiteStoreFile, "");
-  executeIn(folder.path(), "PRAGMA journal_mode = WAL");
-  const Data earlier = *encodeCBOR(persons(40));
-  for (const char* table : {"preferences", "last_good"}) {
-    executeIn(folder.path(),
-              std::string("CREATE TABLE ") + table +
-                  " (domain TEXT NOT NULL, key TEXT NOT NULL, value BLOB NOT NULL, PRIMARY KEY (domain, key))"
-                  " WITHOUT ROWID");
-    const SQLiteDatabase database(folder / SQLiteStoreFile, SQLiteDatabase::Access::readWrite, 5);
-    const std::string insertion = std::string("INSERT INTO ") + table + " VALUES (?1, 'key', ?2)";
-    database.prepare(insertion).bind(1, Domain).bind(2, earlier).run();
-  }
-  executeIn(folder.path(), "PRAGMA user_version = 1");
-  const auto reader = openIn(folder.path(), nullptr, SQLitePreferences::Access::readOnly);
-  EXPECT_EQ(reader->copyValue("key", Domain).value(), Value(persons(40)));
-  const auto writer = openIn(folder.path());
-  EXPECT_EQ(writer->copyValue("key", Domain).value(), Value(persons(40)));
-  for (const std::size_t count : {40u, 41u, 39u}) {
-    writer->setValue("key", persons(count), Domain);
-    ASSERT_TRUE(writer->synchronize(Domain));
-    ASSERT_TRUE(reader->synchronize(Domain));
-    EXPECT_EQ(reader->copyValue("key", Domain).value(), Value(persons(count)));
-    EXPECT_TRUE(writer->copyValue("key", Domain).value()->longArray());
-    EXPECT_EQ(openIn(folder.path())->putAside("key", Domain).lastGood, Value(persons(count)));
-  }
-}
-
-// A program from before there were rows for runs wrote a value beside the list of version 0.1.
-TEST(SQLiteLayout, BytesBesideAListAreNewerThanIt) {
-  const EarlierStore earlier;
-  const SQLiteDatabase database(earlier.folder() / SQLiteStoreFile, SQLiteDatabase::Access::readWrite, 5);
-  database.prepare("UPDATE preferences SET value = ?1 WHERE key = ?2")
-      .bind(1, *encodeCBOR(persons(3)))
-      .bind(2, ListKey)
-      .run();
-  const auto writer = earlier.open();
-  const auto migrated = readFrom(*writer).at(ListKey);
-  EXPECT_EQ(migrated.value, Value(persons(3)));
-  const auto answer = writer->write({{ListKey, setTo(persons(40), migrated.version)}}, {1, 1}, Domain);
-  EXPECT_EQ(answer.outcome, PreferenceWriteOutcome::written);
-  EXPECT_EQ(readFrom(*earlier.open()).at(ListKey).value, Value(persons(40)));
-  EXPECT_EQ(database.integer("SELECT count(*) FROM stored_runs"), 2) << "rows of nobody's are gone";
 }
 
 }  // namespace

@@ -155,25 +155,6 @@ TEST_F(DeviceCommandsTest, TheWatcherOnTheOtherDeviceIsToldOfWhatChangedAlone) {
   EXPECT_EQ(lines, (std::vector<std::string>{"added 1:4 030 1112233", "titled 1 Family"}));
 }
 
-TEST_F(DeviceCommandsTest, WhenBothDevicesEditTheEditsOfBothAreOnBoth) {
-  const std::string laptop = introduce(_laptop, "laptop"), phone = introduce(_phone, "phone");
-  run(_laptop, {"add", "0301112233"});
-  run(_laptop, {"device", "pair", phone});
-  run(_phone, {"device", "pair", laptop});
-  const std::vector<std::string> serve = command({"device", "serve", "--paired-device", "mqtt"});
-  Program onPhone(_phone, pellorCommand(serve)), onLaptop(_laptop, pellorCommand(serve));
-  readUntilFriendsAre(onPhone, _phone, {"+49301112233"});
-
-  // Neither hears of the other one's edits, until they cross.
-  _broker.kill();
-  run(_laptop, {"add", "0304445566", "--paired-device", "mqtt"});
-  run(_phone, {"add", "0307778899", "--paired-device", "mqtt"});
-  run(_phone, {"remove", "030 1112233", "--paired-device", "mqtt"});
-  _broker.start();
-  readUntilFriendsAre(onPhone, _phone, {"+49304445566", "+49307778899"});
-  readUntilFriendsAre(onLaptop, _laptop, {"+49304445566", "+49307778899"});
-}
-
 TEST_F(DeviceCommandsTest, DevicesOfVersion01LoseNobodyWhenTheyMeetAgain) {
   const std::filesystem::path before = std::filesystem::path(PELLOR_TEST_DATA) / "0.1";
   for (const auto& [home, name] : {std::pair(&_laptop, "laptop"), std::pair(&_phone, "phone")}) {

@@ -21,7 +21,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::SizeIs;
 using enum DestinationStatus;
 
 TEST(MatrixAddressTest, IsMadeOfWhatIsMeantForAllCountriesAndHashedAsPublished) {
@@ -100,17 +99,6 @@ TEST_F(MatrixDirectoryTest, PlainAddressesAreSentOnlyWhereThatIsAllowed) {
   EXPECT_THAT(stub.takeRequests(), ElementsAre("hash_details"));
   options.allowsPlainAddresses = true;
   EXPECT_EQ(directory()->lookUp(both).statuses, told);
-}
-
-TEST_F(MatrixDirectoryTest, TakesTenThousandAtOnce) {
-  std::set<std::string> many = {"mailto:ada@example.org"};
-  const auto directory = this->directory();
-  for (int number = 1; many.size() < directory->largestQuery(); ++number) {
-    many.insert("tel:+4930" + std::to_string(number));
-  }
-  const auto answer = directory->lookUp(many);
-  EXPECT_THAT(answer.statuses, SizeIs(10'000)) << answer.problem;
-  EXPECT_EQ(answer.statuses.find("mailto:ada@example.org")->second, valid);
 }
 
 TEST_F(MatrixDirectoryTest, WhatIsNoAnswerIsAProblemThatPasses) {

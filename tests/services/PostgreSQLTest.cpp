@@ -91,22 +91,6 @@ class PostgreSQLTest : public testing::Test {
   std::list<Client> _clients;
 };
 
-TEST_F(PostgreSQLTest, AnEditWritesAndReadsOneRow) {
-  Client &writer = open(), &reader = open();
-  ASSERT_TRUE(writer.save("key", persons(240)));
-  const auto known = reader.value("key")->longArray()->chunks();
-  ASSERT_TRUE(writer.save("key", withElement(*writer.value("key")->longArray(), 70, Dictionary{})));
-  // A row that has no newer revision is not read again.
-  run({{"UPDATE pellor.runs SET value = 'x' WHERE number = 5"}});
-  ASSERT_TRUE(reader.store->synchronize(Domain));
-  EXPECT_EQ(reader.value("key"), writer.value("key"));
-  EXPECT_EQ(reader.value("key")->longArray()->chunks()[5], known[5]);
-  EXPECT_EQ(reader.value("key")->longArray()->chunks()[2]->at(6), Value(Dictionary{}));
-  EXPECT_EQ(integer("SELECT count(*) FROM pellor.runs WHERE revision = 2"), 1);
-  ASSERT_TRUE(writer.save("key", Array(*reader.value("key")->array())));
-  EXPECT_EQ(integer("SELECT count(*) FROM pellor.runs WHERE revision > 2"), 0) << "equal values change no row";
-}
-
 TEST_F(PostgreSQLTest, ACopyHasAllDomainsAndNeverTakesThePlaceOfTheStoreByItself) {
   const TemporaryFolder folder;
   Client& client = open();
