@@ -116,19 +116,5 @@ TEST_F(ContactsRefreshTest, ARefreshThatWasCutShortStaysDue) {
   }
 }
 
-TEST_F(ContactsRefreshTest, WhereMostContactsAreGoneNobodyIsLookedUp) {
-  for (int other = 0; other < 8; ++other) world.addressBook().add({.guid = std::to_string(other), .first = "Zoe"});
-  settle();
-  EXPECT_TRUE(refresh.refreshFriends());
-  for (int other = 0; other < 8; ++other) world.addressBook().remove(std::to_string(other));
-  rename("ann", "Anna");
-  EXPECT_FALSE(refresh.refreshFriends());
-  EXPECT_TRUE(refresh.isHeld());
-  EXPECT_EQ(names(), "ann bob");
-  EXPECT_TRUE(refresh._addressBookSequenceNumberDidChange()) << "it stays due";
-  scheduler->advance(60.0 * 60);
-  EXPECT_EQ(asks, 1);
-}
-
 }  // namespace
 }  // namespace pellor

@@ -140,22 +140,6 @@ TEST_F(DecisionsTest, AClientIsToldOfWhatWasDecidedBeforeItCameAndIsNotWritten) 
   }
 }
 
-TEST_F(DecisionsTest, ARefreshInsideAStepOfTheClientGoesOutWithIt) {
-  contacts({"Ann"});
-  auto a = open("Ann#,Bob,-");
-  a->run([&] {
-    a->manager().performStep([&] {
-      world.addressBook().remove("guid-Ann");
-      EXPECT_TRUE(a->manager().refreshAgainstAddressBook());
-      a->manager().addFriend(a->person("Cy"));
-    });
-  });
-  EXPECT_THAT(client->take(), ElementsAre("unlinked Ann: before=guid-Ann"));
-  rest();
-  EXPECT_EQ(client->step, client->stored) << "it is one step";
-  EXPECT_EQ(a->list(), "Ann,Bob,cy@example.org");
-}
-
 TEST_F(DecisionsTest, AVersionOfTheListHasOneNameInAllProcesses) {
   world.preferences().makeUnreadable();
   auto a = launch();
@@ -297,17 +281,6 @@ TEST_F(DecisionsTest, WhileContactsCannotBeReadNoEvidenceIsAnotherOne) {
   rest();
   EXPECT_EQ(exceptionCount(), 1U) << "a record that is gone may come back as it was";
   EXPECT_EQ(linkOf(*a), "g1");
-}
-
-TEST_F(DecisionsTest, WithoutAClientNothingButTheListIsWritten) {
-  contacts({"Ann", "Bob"});
-  auto a = launchWith("Ann#,Bob#,-");
-  world.preferences().clearRecords();
-  world.addressBook().remove("guid-Ann");
-  world.addressBook().add(contact("b", "Bobby", mailOf("Ann")));
-  rest();
-  for (const auto& write : world.preferences().writes())
-    for (const std::string& key : write.keys) EXPECT_THAT(key, testing::AnyOf(PLFriendListKey, "ABSequenceNumber"));
 }
 
 }  // namespace

@@ -65,20 +65,6 @@ TEST_F(DelayedOperation, SpacesRuns) {
   }
 }
 
-// A device that was never told the time shows one before 2001.
-TEST(DelayedOperationInThePast, RunsAtOnceTheFirstTime) {
-  const auto scheduler = std::make_shared<SimulatedScheduler>(1, SimulatedScheduler::DefaultStepLimit, -1e9);
-  Process process(scheduler, std::make_shared<LogCollector>());
-  const Process::Scope scope(process);
-  const auto queue = SerialQueue::make("operation");
-  std::vector<double> runs;
-  const auto operation =
-      PLDelayedOperation::initWithQueueDelayBlock(queue, 5, [&] { runs.push_back(process.now() + 1e9); });
-  for (int time = 0; time < 2; ++time) queue->async([&] { operation->execute(); });
-  scheduler->advance(100);
-  EXPECT_THAT(runs, testing::Pointwise(testing::DoubleNear(1e-6), {0.0, 5.0}));
-}
-
 TEST_F(DelayedOperation, InvalidatedOneRunsNoMore) {
   make(5);
   requestAt({0, 1}, 2);

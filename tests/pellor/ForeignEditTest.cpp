@@ -155,25 +155,6 @@ TEST_F(ForeignEditTest, NobodyEditedAListOfAnotherStoreOrOneThatIsStoredForTheFi
   EXPECT_THAT(finding->takeFound(), IsEmpty());
 }
 
-// Between the two somebody who keeps one may have written, or not.
-TEST_F(ForeignEditTest, AHistoryThatIsReadBesideALaterListIsOfUseFromTheNextLoadOn) {
-  auto late = launch();
-  rest();
-  world.bus().breakConnection(late->process());
-  bare->add("Bob");
-  rest();
-  keepHistory(*late);
-  const auto finding = std::make_shared<FindingClient>(*late);
-  late->run([&] { late->manager().setStepClient(finding); });
-  world.bus().restoreConnection(late->process());
-  late->run([&] { late->manager().reloadFriendList(); });
-  rest();
-  EXPECT_THAT(finding->takeFound(), IsEmpty());
-  bare->add("Cy");
-  rest();
-  EXPECT_THAT(finding->takeFound(), ElementsAre("Ann,Bob,-, Home > Ann0,Bob1,Cy, Home"));
-}
-
 TEST_F(ForeignEditTest, WhatTheClientSetsThenGoesOutWithTheNextWriteThatHasSomethingElse) {
   client->setsHistory = true;
   bare->add("Bob");

@@ -83,14 +83,6 @@ TEST_F(FriendGroup, FillsReplacesAndEmptiesSlotsAndReportsEach) {
   EXPECT_EQ(group->count(), 1U);
 }
 
-TEST_F(FriendGroup, TakesItsOwnArrayBack) {
-  const auto group = PLFriendGroup::initWithGroupSize(3);
-  group->setFriends({ann, EmptySlot, bob});
-  group->setFriends(group->friends());
-  EXPECT_THAT(group->friends(), ElementsAre(ann, EmptySlot, bob));
-  EXPECT_EQ(group->count(), 2U);
-}
-
 TEST_F(FriendGroup, SurvivesWhatItsDelegateDoes) {
   for (const bool removes : {true, false}) {
     auto group = PLFriendGroup::initWithDelegateGroupSize(delegate, 2);
@@ -110,24 +102,6 @@ TEST_F(FriendGroup, SurvivesWhatItsDelegateDoes) {
     EXPECT_THAT(takeReports(), ElementsAre(removes ? "removed Dan at 0, now empty" : "set Ann at 0, now occupied"));
     EXPECT_TRUE(weakGroup.expired() && weakPerson.expired());
   }
-}
-
-TEST_F(FriendGroup, AnnouncesNewTitles) {
-  Posts posts(process, PLFriendGroupTitleChangedNotification);
-  const auto group = PLFriendGroup::init();
-  const auto postsAfter = [&](std::optional<std::string> title) {
-    const auto before = posts.count();
-    group->setTitle(std::move(title));
-    EXPECT_EQ(posts.count(), before) << "not inside the call";
-    settle();
-    return posts.count() - before;
-  };
-  EXPECT_EQ(postsAfter(std::nullopt), 0U);
-  EXPECT_EQ(postsAfter("Family"), 1U);
-  EXPECT_EQ(posts.all().back().object, group);
-  EXPECT_EQ(postsAfter("Family"), 0U);
-  EXPECT_EQ(postsAfter(""), 1U);
-  EXPECT_EQ(postsAfter(std::nullopt), 1U);
 }
 
 TEST_F(FriendGroup, IsCalledByItsTitleElseByItsFriends) {

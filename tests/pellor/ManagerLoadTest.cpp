@@ -21,50 +21,6 @@ TEST_F(ManagerLoadTest, TheFirstRunOfTheDefaultDomainMarksTheListAndCounts) {
   EXPECT_EQ(world.counters().value("org.tapnote.tn.friendGroups.count"), 0);
 }
 
-TEST_F(ManagerLoadTest, TheFirstRunOfAnotherDomainIsEmpty) {
-  contacts({"Ann"});
-  world.favorites().setEntries({{"Ann", mailOf("Ann"), 1}});
-  auto a = launch(OtherDomain);
-  rest();
-  EXPECT_EQ(stored(0, OtherDomain), "-,-,-,-,-,-,-,-,-,-,-,-");
-  EXPECT_EQ(storedValue(PLDidNormalizeFriendListDestinationsKey, OtherDomain), std::nullopt);
-  EXPECT_EQ(storedValue(PLGroupTitlesKey, OtherDomain), std::nullopt);
-  a->add("Ann");
-  rest();
-  EXPECT_THAT(world.counters().values(), IsEmpty());
-}
-
-TEST_F(ManagerLoadTest, SettingsHaveLopsidedDefaults) {
-  // Of Bob's two places the second goes, Cy without addresses stays, and a group is kept behind the last friend.
-  Array list = storedList("Ann#,Bob#,Bob#,Cy,-,-,-,-,-,-,-,-");
-  list[3] = Dictionary{{"Name", "Cy"}, {"ABRecordGUID", "guid-Cy"}};
-  setSetting(PLFriendListKey, list);
-  const std::string empty = "-,-,-,-,-,-,-,-,-,-,-,-", usual = "Ann,Bob,-,Cy,-,-,-,-,-,-,-,-";
-  const struct {
-    std::string_view key;
-    Value value;
-    std::string expected;
-  } rows[] = {
-      {"none", true, usual + "|" + empty},
-      {PLEmptyTrailingGroupEnabledKey, false, usual},
-      {PLDeduplicateFriendListEnabledKey, false, "Ann,Bob,Bob,Cy,-,-,-,-,-,-,-,-|" + empty},
-      {PLDeduplicateFriendListEnabledKey, "no", usual + "|" + empty},
-      {PLRemoveDestinationlessFriendsEnabledKey, true, "Ann,Bob,-,-,-,-,-,-,-,-,-,-|" + empty},
-      {PLRemoveDestinationlessFriendsEnabledKey, 1, usual + "|" + empty},
-      {PLMaxGroupCountKey, 1, usual},
-      {PLMaxGroupCountKey, "1", usual + "|" + empty},
-      {PLGroupSizeKey, 4, "Ann,Bob,-,Cy|-,-,-,-"},
-  };
-  for (const auto& row : rows) {
-    setSetting(row.key, row.value);
-    auto a = launch();
-    EXPECT_EQ(a->list(), row.expected) << row.key;
-    EXPECT_TRUE(a->manager().isRefreshAgainstContactsEnabled());
-    a->kill();
-    world.preferences().setValue(row.key, std::nullopt, std::string(TapnoteDomain));
-  }
-}
-
 TEST_F(ManagerLoadTest, SettingsAreWrittenForManagersThatComeLater) {
   auto a = makeProcess();
   a->run([&] {

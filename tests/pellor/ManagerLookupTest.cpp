@@ -26,26 +26,6 @@ class ManagerLookupTest : public ManagerTest {
   }
 };
 
-TEST_F(ManagerLookupTest, AllFriendsOfOneLineAreFoundInTheOrderOfTheirSlots) {
-  contactWith("Ann", {"home@example.org", "ann@example.org"});
-  contactWith("Bob", {"home@example.org"});
-  auto a = launch();
-  const auto found = [&](const std::string& identifier) {
-    std::string names;
-    for (const auto& person : a->run([&] { return a->manager().friendsWithIdentifier(identifier); }))
-      names += *person->displayName() + " ";
-    return names;
-  };
-  a->set(a->person("Bob"), 0, 0);
-  a->set(a->person("Ann"), 0, 1);
-  EXPECT_EQ(found("home@example.org"), "Bob Ann ");
-  EXPECT_EQ(found("ann@example.org"), "Ann ");
-  EXPECT_EQ(found("guid-Bob"), "Bob ");
-  a->remove(0, 0);
-  EXPECT_EQ(found("home@example.org"), "Ann ");
-  EXPECT_EQ(found("guid-Bob"), "") << "known, but no friend";
-}
-
 TEST_F(ManagerLookupTest, OnePersonForEachWayOfWritingOneDestination) {
   contactWith("Ann", {"ann@example.org"}, {"0151 2345678"});
   auto a = launch();

@@ -1,5 +1,4 @@
 // Edits of several processes at the same moment: what each sees, and what is stored.
-#include <functional>
 #include <utility>
 
 #include "pellor/platform/Platform.h"
@@ -8,8 +7,6 @@
 
 namespace pellor {
 namespace {
-
-using ::testing::ElementsAre;
 
 class ManagerOvertakenTest : public ManagerTest {
  protected:
@@ -54,54 +51,6 @@ TEST_F(ManagerOvertakenTest, StoredTitlesGoToTheGroupsThatAreThere) {
   EXPECT_EQ(titlesAfter(Array{"Home"}), "Home|Work|Chess");
   EXPECT_EQ(titlesAfter(Array{7, "Office"}), "Home|Office|Chess");
   EXPECT_EQ(titlesAfter("no titles"), "Home|Office|Chess");
-}
-
-TEST_F(ManagerOvertakenTest, ARemovedPageTakesItsTitleAlongInEveryProcess) {
-  world.pairedDevice().setCompletedInitialSync(true);
-  launchBoth("Ann,-,-|Bob,-,-|Cy,-,-", {"Family", "Work", "Chess", "Choir"});
-  world.preferences().clearRecords();
-  world.pairedDevice().clearPushes();
-  a->remove(0, 0);
-  EXPECT_EQ(a->titles(), "Work|Chess|Choir");
-  rest();
-  EXPECT_EQ(stored(3), "Bob,-,-|Cy,-,-|-,-,-");
-  EXPECT_EQ(storedTitles(), "Work|Chess|Choir");
-  ASSERT_EQ(world.preferences().writeCount(), 1U);
-  EXPECT_THAT(world.preferences().writes()[0].keys, ElementsAre("FriendList", "TNFriendGroupTitles"));
-  ASSERT_EQ(world.pairedDevice().pushes().size(), 1U);
-  EXPECT_EQ(world.pairedDevice().pushes()[0].keys, (std::set<std::string>{"FriendList", "TNFriendGroupTitles"}));
-  EXPECT_EQ(b->titles(), "Work|Chess|Choir");
-
-  // A process that only hears of it passes the titles on rightly when it removes the next page.
-  b->remove(0, 0);
-  rest();
-  EXPECT_EQ(a->titles(), "Chess|Choir");
-  EXPECT_EQ(launch()->titles(), "Chess|Choir");
-}
-
-// As other programs may store it: the slots that it lacks are empty ones, also where this process has its edit.
-TEST_F(ManagerOvertakenTest, AStoredListWhoseLastPageIsShortIsMergedAsIfItWereWhole) {
-  struct Case {
-    const char* what;
-    std::function<void(ManagerProcess&)> edit;
-    const char* merged;
-  };
-  const Case cases[] = {
-      {"an edit of another page", [](ManagerProcess& process) { process.remove(0, 1); }, "Ann,-,-|Cy,Dan,-"},
-      {"into a slot that it has", [](ManagerProcess& process) { process.set(process.person("Eve"), 1, 1); },
-       "Ann,Bob,-|Cy,Dan,eve@example.org"},
-      {"into a slot that it lacks", [](ManagerProcess& process) { process.set(process.person("Eve"), 1, 2); },
-       "Ann,Bob,-|Cy,Dan,eve@example.org"},
-      {"out of that page", [](ManagerProcess& process) { process.remove(1, 0); }, "Ann,Bob,-|-,Dan,-"},
-  };
-  for (const Case& each : cases) {
-    SCOPED_TRACE(each.what);
-    launchBoth("Ann,Bob,-|Cy,-,-");
-    store("Ann,Bob,-|Cy,Dan");
-    each.edit(*a);
-    EXPECT_TRUE(a->settle());
-    EXPECT_EQ(agreed(), std::string(each.merged) + "|-,-,-");
-  }
 }
 
 // Who removes a page moves the titles behind it, also those that it has not heard of.
@@ -156,20 +105,6 @@ TEST_F(ManagerOvertakenTest, ATitleThatIsStoredGivesWayToALaterOne) {
   rest();
   EXPECT_EQ(storedTitles(), "Club");
   EXPECT_EQ(slow.titles(), "Club|-");
-}
-
-TEST_F(ManagerOvertakenTest, AnAdditionThatFindsNoRoomLeavesAndIsToldOnce) {
-  setGroups(1, 2);
-  launchBoth("Ann,-");
-  a->add("Bob");
-  b->add("Cy");
-  // The scheduler chooses who is first.
-  const bool isFirst = a->settle();
-  EXPECT_NE(b->settle(), isFirst);
-  EXPECT_TRUE(a->settle());
-  EXPECT_TRUE(b->settle());
-  EXPECT_EQ((isFirst ? *b : *a).logged("was displaced and removed"), 1U);
-  EXPECT_EQ(agreed(), isFirst ? "Ann,bob@example.org" : "Ann,cy@example.org");
 }
 
 // Only what the clean-up removed is left out of the merge, for the clean-up to be made anew on the result.
@@ -271,21 +206,6 @@ TEST_F(ManagerOvertakenTest, WhatAnotherVersionStoresOfAFriendIsKeptWhateverIsEd
   EXPECT_EQ(storedOfAnn("Seen"), 2);
   EXPECT_EQ(storedOfAnn("ReplyAs"), "work");
   EXPECT_EQ(storedOfAnn("PreferredDestination"), "theirs") << "changed by them alone";
-}
-
-TEST_F(ManagerOvertakenTest, WithoutADatabaseBehindTheSharedHandleAMergeOpensItsOwn) {
-  a = launchWith("Ann,-,-");
-  const auto receive = [&](const std::string& list) {
-    store(list);
-    postListChanged();
-    rest();
-  };
-  world.addressBook().setDatabaseUID(std::nullopt);
-  receive("Ann,Bob,-");
-  EXPECT_EQ(world.addressBook().privateHandleCount(), 1U);
-  world.addressBook().setOpenFails(true);
-  receive("Ann,Bob,Cy");
-  EXPECT_EQ(a->list(), "Ann,Bob,Cy|-,-,-");
 }
 
 // Else its write could overwrite what the other process does next.

@@ -10,7 +10,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using enum DestinationStatus;
 
-constexpr std::string_view TimedOut = "Relay Query took too long to respond, clearing request queues";
 constexpr std::string_view UnreachableCount = "org.tapnote.tn.unreachableFriends.count";
 const std::string Phone = "+491512345678";
 
@@ -51,8 +50,6 @@ class ManagerReachabilityTest : public ManagerTest {
       return person;
     });
   }
-  /// A service that answers by the script, in place of none.
-  void answer(SimulatedIdentityService::Script script) { world.identityService().setScript(std::move(script)); }
   std::vector<SimulatedIdentityService::Query> queries() { return world.identityService().queries(); }
 
   std::unique_ptr<ManagerProcess> a;
@@ -129,51 +126,6 @@ TEST_F(ManagerReachabilityTest, UnreachableFriendsAreCountedOnceAnybodyIsKnownTo
   EXPECT_THAT(a->takeNotifications(),
               ElementsAre("statuses {ann@example.org = 2, bob@example.org = 0}",
                           "statuses {" + Phone + " = 1, bob@example.org = 2}", "statuses {" + Phone + " = 2}"));
-}
-
-TEST_F(ManagerReachabilityTest, ARealServiceIsAskedInPlaceOfTheDefaultAnswer) {
-  answer(SimulatedIdentityService::answering(invalid, 1));
-  EXPECT_EQ(status(0, true), unknown);
-  rest();
-  refresh();
-  rest();
-  ASSERT_EQ(queries().size(), 2U);
-  EXPECT_THAT(queries()[0].destinations, ElementsAre("ann@example.org")) << "as the friend has it";
-  EXPECT_TRUE(queries()[0].hasPriority && !queries()[1].hasPriority);
-  EXPECT_EQ(queries()[0].serviceName, "Notes");
-  EXPECT_THAT(queries()[1].destinations, ElementsAre("mailto:ann@example.org", "mailto:bob@example.org"));
-  EXPECT_EQ(a->logged("faking") + a->logged(TimedOut), 0U) << "an answer stops the timer";
-  EXPECT_EQ(status(1), invalid);
-}
-
-TEST_F(ManagerReachabilityTest, TheFirstManagerThatIsAskedDecidesForItsProcess) {
-  world.preferences().setPersistentValue("TNSkipHasSatelliteCheck", true, OtherDomain);
-  auto b = launch();
-  auto c = launch();
-  const auto other = [](ManagerProcess& process) {
-    return process.run([] { return PLFriendsManager::managerForDomain(OtherDomain); });
-  };
-  const auto statusOfStranger = [](ManagerProcess& process, const std::shared_ptr<PLFriendsManager>& manager) {
-    return process.run([&] {
-      manager->setServiceName("Notes");
-      return manager->statusForPersonRequery(manager->personWithDestinations({"dee@example.org"}), false);
-    });
-  };
-  EXPECT_EQ(statusOfStranger(*b, other(*b)), valid);
-  EXPECT_EQ(statusOfStranger(*b, b->sharedManager()), valid);
-  EXPECT_EQ(statusOfStranger(*c, c->sharedManager()), unspecified);
-  EXPECT_EQ(statusOfStranger(*c, other(*c)), unspecified);
-}
-
-TEST_F(ManagerReachabilityTest, AQueryHoldsItsManager) {
-  const std::weak_ptr<PLFriendsManager> weak = a->sharedManager();
-  refresh();
-  a->releaseManager();
-  advance(4.9);
-  EXPECT_FALSE(weak.expired());
-  advance(0.2);
-  EXPECT_EQ(a->logged("faking Relay status update"), 1U);
-  EXPECT_TRUE(weak.expired());
 }
 
 }  // namespace

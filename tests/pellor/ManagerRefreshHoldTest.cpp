@@ -7,8 +7,6 @@ namespace {
 
 constexpr std::string_view Held = "refreshing friends is held back: only ";
 constexpr std::string_view Refreshing = "refreshing friends against address book";
-constexpr double Hour = 60.0 * 60;
-constexpr double Day = 24 * Hour;
 
 class ManagerRefreshHoldTest : public ManagerTest {
  protected:
@@ -66,36 +64,6 @@ TEST_F(ManagerRefreshHoldTest, ALoadCleansNothingUpMeanwhile) {
   comeBack(0, 10);
   pause();
   EXPECT_EQ(a->list(), "Ann,Bob,-,-|-,-,-,-");
-}
-
-TEST_F(ManagerRefreshHoldTest, ADayOfWallClockAfterTheFallWasSeenTheFriendsFollow) {
-  ASSERT_EQ(a->logged(Held), 1U);
-  a->kill();
-  world.addressBook().shiftWallClock(23 * Hour);
-  auto b = launch();
-  pause();
-  EXPECT_EQ(b->logged(Held), 1U) << "the day goes on where it was";
-  advance(Hour - 10);
-  EXPECT_EQ(b->logged(Refreshing), 0U);
-  advance(10);
-  EXPECT_EQ(b->logged(Refreshing), 1U);
-  EXPECT_EQ(b->friendAt(0, 0)->abRecordGUID(), std::nullopt);
-  EXPECT_EQ(b->list(), "Ann,Bob,Cy,-|-,-,-,-");
-}
-
-TEST_F(ManagerRefreshHoldTest, AClockThatIsSetForwardIsLookedAtWithinTheHour) {
-  world.addressBook().shiftWallClock(2 * Day);
-  advance(Hour);
-  EXPECT_EQ(a->logged(Refreshing), 1U);
-}
-
-TEST_F(ManagerRefreshHoldTest, ALastMomentIsASecond) {
-  world.addressBook().shiftWallClock(Day - 1);
-  EXPECT_FALSE(a->run([&] { return a->manager().refreshAgainstAddressBook(); }));
-  advance(0.9);
-  EXPECT_EQ(a->logged(Refreshing), 0U);
-  advance(0.2);
-  EXPECT_EQ(a->logged(Refreshing), 1U);
 }
 
 }  // namespace

@@ -28,29 +28,6 @@ class ManagerRefreshTest : public ManagerTest {
   std::optional<Value> storedSequenceNumber() { return storedValue("ABSequenceNumber"); }
 };
 
-TEST_F(ManagerRefreshTest, ABurstOfChangesIsOneRefreshAndALaterChangeAnother) {
-  auto a = launchWith("Ann#,Bob#");
-  rename("Ann", "Anna");
-  advance(0.1);
-  rename("Bob", "Rob");
-  advance(0.09);
-  EXPECT_EQ(a->logged("received "), 2U);
-  EXPECT_EQ(a->logged(Refreshing), 0U);
-  advance(0.02);
-  EXPECT_EQ(a->logged(Refreshing), 1U);
-  EXPECT_EQ(a->list(), "Anna,Rob|-,-");
-  EXPECT_EQ(takeLookups(), (InMemoryAddressBook::Lookups{.inBulk = 1, .readInBulk = 2})) << "one for all friends";
-  advance(0.09);
-  rename("Ann", "Annie");
-  advance(0.19);
-  EXPECT_EQ(a->logged(Refreshing), 1U);
-  advance(0.02);
-  EXPECT_EQ(a->logged(Refreshing), 2U);
-  rest();
-  EXPECT_EQ(stored(2), "Annie,Rob|-,-");
-  EXPECT_EQ(storedSequenceNumber(), Value(world.addressBook().sequenceNumber()));
-}
-
 TEST_F(ManagerRefreshTest, ARecordIsReadAgainOnlyIfItOrItsFriendMayHaveChanged) {
   contacts({"Dan", "Eve", "Fay"});
   InMemoryAddressBook& book = world.addressBook();
@@ -166,30 +143,6 @@ TEST_F(ManagerRefreshTest, ARefreshIsDueByNumberByNotificationAndAfterANewFriend
   EXPECT_EQ(a->logged(Refreshing), 0U) << "or moves friends";
   store("Ann#,Bob#|Cy#");
   a->run([&] { a->manager().reloadFriendList(); });
-  EXPECT_EQ(a->logged(Refreshing), 1U);
-}
-
-TEST_F(ManagerRefreshTest, WhetherFriendsAreRefreshedMayBeSaidBeforeTheStoreAnswers) {
-  for (const bool setting : {false, true}) {
-    store("Ann#,-");
-    setSetting(PLRefreshAgainstContactsOnInitEnabledKey, setting);
-    world.preferences().makeUnreadable();
-    auto a = launch();
-    a->run([&] { a->manager().setRefreshAgainstContactsEnabled(!setting); });
-    world.preferences().makeReadable();
-    rest();
-    EXPECT_TRUE(a->manager().isLoaded());
-    EXPECT_EQ(a->manager().isRefreshAgainstContactsEnabled(), !setting);
-    a->kill();
-  }
-}
-
-TEST_F(ManagerRefreshTest, ARefreshThatALoadAskedForStaysDueUntilItRuns) {
-  setSetting(PLRefreshAgainstContactsOnInitEnabledKey, false);
-  setSetting("ABSequenceNumber", world.addressBook().sequenceNumber());
-  auto a = launchWith("Ann#,Bob#");
-  a->run([&] { a->manager().reloadFriendList(); });
-  a->run([&] { a->manager().setRefreshAgainstContactsEnabled(true); });
   EXPECT_EQ(a->logged(Refreshing), 1U);
 }
 

@@ -13,9 +13,7 @@ namespace pellor {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::Ge;
 using ::testing::IsEmpty;
-using ::testing::SizeIs;
 
 const std::string Posted = std::string(PLFriendsChangedExternallyNotification);
 
@@ -73,29 +71,6 @@ TEST_F(ManagerSaveTest, OnlyChangesOfSlotsArePushedAndOnlyAfterTheInitialSync) {
   EXPECT_EQ(a->logged("friend list saved"), 4U);
 }
 
-TEST_F(ManagerSaveTest, WhoSavesDoesNotReloadAndAllOthersDo) {
-  for (const bool coalesces : {false, true}) {
-    world.bus().setCoalescesPostsOfOthers(coalesces);
-    auto a = launchWith("Ann,-");
-    auto b = launch();
-    std::shared_ptr<PLFriendsManager> second = a->run([&] { return PLFriendsManager::initWithDomain(a->domain()); });
-    rest();
-    a->takeEvents();
-    b->takeEvents();
-    for (const char* name : {"Bob", "Cy"}) {
-      a->add(name);
-      rest();
-    }
-    EXPECT_EQ(a->logged("Handling external friends-changed event."), 2U) << "the second manager of the same process";
-    EXPECT_EQ(b->logged("Handling external friends-changed event."), 2U);
-    EXPECT_EQ(b->list(), "Ann,Bob|Cy,-|-,-");
-    EXPECT_EQ(second->friendGroups()[1]->friends().front()->displayName(), "Cy");
-    a->run([&] { second.reset(); });
-    b->kill();
-    a->kill();
-  }
-}
-
 TEST_F(ManagerSaveTest, NamesOfTheDomainMayBeTheSameButNotEmpty) {
   const std::pair<Value, std::string> rows[] = {{"", Posted}, {7, Posted}, {"changed", "changed"}};
   for (const auto& [setting, name] : rows) {
@@ -111,38 +86,6 @@ TEST_F(ManagerSaveTest, NamesOfTheDomainMayBeTheSameButNotEmpty) {
     EXPECT_EQ(a->list(), "Cy,-|-,-") << name;
     a->kill();
   }
-}
-
-TEST_F(ManagerSaveTest, AWriteThatFailsIsTriedAgainWithGrowingPauses) {
-  world.pairedDevice().setCompletedInitialSync(true);
-  auto a = launchWith("Ann,-");
-  world.preferences().failWrites();
-  a->add("Bob");
-  std::vector<double> pauses;
-  const double begin = scheduler->now();
-  double last = begin;
-  for (std::uint64_t known = 0; scheduler->now() < begin + 600; scheduler->step()) {
-    const double now = scheduler->now();
-    if (world.preferences().failedWriteCount() > known) pauses.push_back(now - std::exchange(last, now));
-    known = world.preferences().failedWriteCount();
-  }
-  ASSERT_THAT(pauses, SizeIs(Ge(6U)));
-  for (std::size_t index = 2; index < pauses.size(); ++index) {
-    EXPECT_TRUE(pauses[index] > pauses[index - 1] || pauses[index] == pauses.back()) << pauses[index];
-  }
-  EXPECT_GT(pauses.back(), 4 * pauses[1]);
-  EXPECT_EQ(a->logged("friend list saved") + posts() + pushes().size(), 0U);
-  EXPECT_EQ(stored(2), "Ann,-|-,-");
-
-  // The next request does not wait for the pause to end, and takes along what waits.
-  world.preferences().allowWrites();
-  a->run([&] { a->manager().save(); });
-  scheduler->runUntilQuiet();
-  EXPECT_EQ(stored(2), "Ann,Bob|-,-");
-  rest();
-  EXPECT_EQ(posts(), 1U);
-  EXPECT_THAT(pushes(), ElementsAre(listKey));
-  EXPECT_EQ(world.preferences().writeCount(), 1U);
 }
 
 // --- With real threads ---

@@ -13,25 +13,6 @@ using testing::Pair;
 
 using Metadata = OneProcess;
 
-TEST_F(Metadata, EveryWriteIsAChange) {
-  Posts posts(process, PLPersonValuesChangedNotification);
-  const auto person = PLPerson::init();
-  const auto changed = [&](const std::function<void()>& write) {
-    const auto before = posts.count();
-    write();
-    EXPECT_EQ(posts.count(), before) << "not inside the call";
-    settle();
-    return person->takeNeedsSave() && posts.count() == before + 1 && posts.all().back().object == person;
-  };
-  EXPECT_TRUE(changed([&] { person->removeAllMetadataValues(); })) << "of an empty store";
-  EXPECT_TRUE(changed([&] { person->setMetadataValueForKey(1, "k"); }));
-  EXPECT_TRUE(changed([&] { person->setMetadataValueForKey(1, "k"); })) << "an equal value";
-  EXPECT_TRUE(changed([&] { person->addMetadataEntriesFromDictionary({}); })) << "nothing";
-  EXPECT_FALSE(changed([&] { person->setMetadataValueForKey(std::nullopt, "k"); })) << "no value is no write";
-  EXPECT_EQ(person->metadata(), (Dictionary{{"k", 1}}));
-  EXPECT_EQ(person->metadataValueForKey("other"), std::nullopt);
-}
-
 // A list with a value that no store can hold would never be saved again.
 TEST_F(Metadata, WhatCannotBeStoredIsRefused) {
   const auto nested = [](std::size_t depth) {

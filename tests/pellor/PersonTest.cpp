@@ -7,7 +7,6 @@ namespace pellor {
 namespace {
 
 using testing::ElementsAre;
-using testing::MatchesRegex;
 
 class Person : public OneProcess {
  protected:
@@ -70,105 +69,6 @@ TEST_F(Person, WhatAFormLacksOrMistypesIsCleared) {
   }
 }
 
-TEST_F(Person, UpdatesSayWhatChangesBeforeItDoes) {
-  const auto person = fromForm(fullForm);
-  PersonDictionary form = fullForm;
-  form.insert_or_assign("ABRecordID", 8);
-  form.insert_or_assign("ABRecordGUID", "guid-8");
-  form.insert_or_assign("Name", "Cid");
-  form.insert_or_assign("AllValues", Array{"cid@example.org"});
-  form.insert_or_assign("Monogram", "C");
-  form.erase("Metadata");
-  const std::string before = person->description();
-  EXPECT_TRUE(person->updateFromDictionaryRepresentation(form));
-  const std::string after = person->description();
-  const std::string due = " is being marked as updated due to ";
-  for (const LogEntry& line : log->entries()) {
-    for (const std::string secret : {"Ann", "Cid", "+49", "example.org", "color", "AB]"}) {
-      EXPECT_EQ(line.text(LogEntry::Private::hidden).find(secret), std::string::npos) << line.text();
-    }
-  }
-  EXPECT_THAT(takeLog(),
-              ElementsAre(before + due + "abRecordGUID: guid-7 -> guid-8", before + due + "name: 'Ann Bee' -> 'Cid'",
-                          after + due + "allValues: {+49301234567, ann@example.org} -> {cid@example.org}",
-                          after + due + "initials: [AB] -> [C]", after + due + "metadata: {color = red} -> {}"));
-  EXPECT_THAT(after, MatchesRegex("<PLPerson: 0x[0-9a-f]+ \\[Cid\\]:\\+49301234567>"))
-      << "the primary destination is kept";
-  EXPECT_FALSE(person->needsSave());
-}
-
-TEST_F(Person, AMonogramIsDerivedWhereItIsMissingAndAnEmptyOneReplacesOnlyASetOne) {
-  const struct {
-    std::optional<std::string> before;
-    PersonDictionary form;
-    std::optional<std::string> after;
-  } rows[] = {
-      {"A", {{"Name", "ann"}, {"Monogram", ""}}, ""},
-      {"A", {}, std::nullopt},
-      {"", {{"Name", "bob"}}, "B"},
-      {std::nullopt, {{"Name", "ann"}, {"Monogram", ""}}, std::nullopt},
-      {std::nullopt, {{"Name", "ann"}}, "A"},
-  };
-  for (const auto& [before, form, after] : rows) {
-    const auto person = fromForm({{"Monogram", before.value_or("")}});
-    // Only a set monogram can become an empty one.
-    if (before == "") {
-      person->updateFromDictionaryRepresentation({{"Monogram", "A"}});
-      person->updateFromDictionaryRepresentation({{"Monogram", ""}});
-    }
-    ASSERT_EQ(person->initials(), before);
-    person->updateFromDictionaryRepresentation(form);
-    EXPECT_EQ(person->initials(), after) << Value(form).description();
-    EXPECT_EQ(person->dictionaryRepresentation().at("Monogram"), Value(after.value_or("")));
-    EXPECT_FALSE(person->updateFromDictionaryRepresentation(person->dictionaryRepresentation())) << "comes to rest";
-  }
-}
-
-TEST_F(Person, ANumberComesBeforeAnAddressAndStaysTheFirst) {
-  const auto person = PLPerson::initWithDestinationsAddressBook({"+ann@example.org", "030 1234567"}, nullptr);
-  EXPECT_EQ(person->primaryDestination(), "030 1234567") << "as it was given";
-  EXPECT_EQ(person->displayName(), "0301234567");
-  person->updateFromDictionaryRepresentation({{"Name", ""}, {"AllValues", Array{"+ann@example.org"}}});
-  EXPECT_EQ(person->primaryDestination(), "030 1234567");
-  EXPECT_EQ(fromForm(person->dictionaryRepresentation())->displayName(), "+ann@example.org");
-  EXPECT_EQ(PLPerson::init()->displayName(), std::nullopt);
-}
-
-TEST_F(Person, LosingALinkIsAnnounced) {
-  Posts posts(process, PLPersonUnlinkedFromAddressBookNotification);
-  const auto person = fromForm({{"ABRecordGUID", "old"}});
-  person->updateFromDictionaryRepresentation({{"ABRecordGUID", "new"}});
-  EXPECT_EQ(posts.count(), 0U) << "later, on the main queue";
-  settle();
-  ASSERT_EQ(posts.count(), 1U);
-  EXPECT_EQ(posts.all()[0].object, person);
-  EXPECT_EQ(*posts.all()[0].userInfoAs<Dictionary>(), (Dictionary{{"UnlinkedABGUID", "old"}}));
-
-  person->updateFromDictionaryRepresentation({{"ABRecordGUID", ""}});
-  person->updateFromDictionaryRepresentation({});
-  settle();
-  ASSERT_EQ(posts.count(), 2U) << "from an empty one to none nothing is lost";
-}
-
-TEST_F(Person, PreferencesAreEditsUntilASaveHasSeenThem) {
-  Posts posts(process, PLPersonValuesChangedNotification);
-  const auto person = fromForm(fullForm);
-  person->setPreferredReplyAs("me@example.org");
-  person->setPreferredDestination("ann@example.org");
-  EXPECT_FALSE(person->needsSave());
-  person->setPreferredReplyAs(std::nullopt);
-  person->setPreferredDestination("+33123456789");
-  settle();
-  EXPECT_EQ(posts.count(), 2U);
-  EXPECT_EQ(process.local<PLPersonChanges>().marks, 2U);
-  EXPECT_FALSE(person->dictionaryRepresentation().contains("ReplyAs"));
-  EXPECT_EQ(person->dictionaryRepresentation().at("PreferredDestination"), Value("+33123456789"))
-      << "nobody's, and kept";
-  person->updateFromDictionaryRepresentation({{"AllValues", Array{"clean@example.org"}}});
-  EXPECT_TRUE(person->takeNeedsSave());
-  EXPECT_FALSE(person->takeNeedsSave());
-}
-
 TEST_F(Person, WhatAFormSaysThatThisVersionDoesNotKnowIsWrittenBack) {
   PersonDictionary form = fullForm;
   form.insert({{"Nickname", "Annie"}, {"Seen", Array{1, "x", Array{2.5}}}, {"Face", Dictionary{{"eyes", 2}}}});
@@ -192,28 +92,6 @@ TEST_F(Person, WhatAFormSaysThatThisVersionDoesNotKnowIsWrittenBack) {
   }
   EXPECT_TRUE(person->updateFromDictionaryRepresentation(fullForm));
   EXPECT_EQ(person->dictionaryRepresentation(), fullForm);
-}
-
-TEST_F(Person, AStoredFormIsSomebodysByGUIDAndWithoutOneByDestination) {
-  // An empty GUID counts as absent.
-  const struct {
-    std::optional<std::string> guid;
-    Array values;
-    PersonDictionary form;
-    bool isEqual;
-  } cases[] = {
-      {"g", {"a@x"}, {{"ABRecordGUID", "g"}}, true},
-      {"g", {"a@x"}, {{"ABRecordGUID", "h"}, {"AllValues", Array{"a@x"}}}, false},
-      {std::nullopt, {"a@x"}, {{"ABRecordGUID", "g"}, {"AllValues", Array{"a@x"}}}, false},
-      {std::nullopt, {"a@x", "b@x"}, {{"AllValues", Array{7, "c@x", "b@x"}}}, true},
-      {"", {"a@x"}, {{"AllValues", Array{"a@x"}}}, true},
-  };
-  for (const auto& one : cases) {
-    PersonDictionary form{{"AllValues", one.values}};
-    if (one.guid) form.emplace("ABRecordGUID", *one.guid);
-    EXPECT_EQ(fromForm(form)->isEqualToDictionaryRepresentation(one.form), one.isEqual)
-        << Value(form).description() << " and " << Value(one.form).description();
-  }
 }
 
 TEST_F(Person, PersonsAreAlikeByGUIDOrByDestination) {

@@ -82,63 +82,6 @@ class StepsTest : public ManagerTest {
   std::unique_ptr<ManagerProcess> a;
 };
 
-const std::vector<std::string> ListAndTitles = {std::string(PLFriendListKey), std::string(PLGroupTitlesKey)};
-
-// A save that is due in the middle takes nothing, also of what was edited before.
-TEST_F(StepsTest, FieldsPlacesPagesAndTitlesOfAStepGoOutInOneWrite) {
-  launchOn("Ann,Bob,-|Cy,-,-", {"Family", "Work"});
-  a->friendAt(0, 0)->setPreferredReplyAs("home");
-  a->run([&] { a->manager().save(); });
-  const auto bob = a->friendAt(0, 1);
-  const auto cy = a->friendAt(1, 0);
-  const auto lookInTheMiddle = [&] {
-    a->run([&] { a->manager().save(); });
-    advance(5);
-    EXPECT_THAT(takeWrites(), IsEmpty());
-  };
-  EXPECT_EQ(step([&] {
-              lookInTheMiddle();
-              bob->setPreferredReplyAs("work");
-              lookInTheMiddle();
-              bob->setMetadataValueForKey(7, "k");
-              a->setTitle(0, "Kin");
-              a->run([&] { a->manager().saveFriendGroupTitles(); });
-              lookInTheMiddle();
-              a->remove(1, 0);
-              EXPECT_EQ(a->manager().friendGroups().size(), 3U) << "a page that is emptied stays";
-              a->set(cy, 0, 2);
-              EXPECT_TRUE(a->manager().removeFriendGroupAtIndex(1));
-              lookInTheMiddle();
-            }),
-            1U);
-  EXPECT_EQ(a->list(), "Ann,Bob,Cy|-,-,-");
-  EXPECT_THAT(client->take(), IsEmpty());
-  EXPECT_TRUE(a->settle());
-  EXPECT_THAT(takeWrites(), ElementsAre(ListAndTitles));
-  EXPECT_EQ(stored(3), "Ann,Bob,Cy|-,-,-");
-  EXPECT_EQ(storedTitles(), "Kin|-");
-  EXPECT_EQ(storedField(0, "ReplyAs") + storedField(1, "ReplyAs"),
-            Value("home").description() + Value("work").description());
-  EXPECT_EQ(storedField(1, "Metadata"), Value(Dictionary{{"k", 7}}).description());
-  EXPECT_THAT(client->take(), ElementsAre("stored 1"));
-}
-
-TEST_F(StepsTest, APageThatIsFilledAgainInAStepStays) {
-  launchOn("Ann,-,-|Bob,-,-", {"Family", "Work"});
-  const auto ann = a->friendAt(0, 0);
-  const auto bob = a->friendAt(1, 0);
-  step([&] {
-    a->remove(0, 0);
-    a->remove(1, 0);
-    a->set(bob, 0, 0);
-    a->set(ann, 1, 0);
-  });
-  EXPECT_TRUE(a->settle());
-  EXPECT_EQ(stored(3), "Bob,-,-|Ann,-,-|-,-,-");
-  EXPECT_EQ(storedTitles(), "Family|Work");
-  EXPECT_EQ(a->manager().invariantViolation(), std::nullopt);
-}
-
 TEST_F(StepsTest, AStepIsToldOnceItIsStored) {
   launchOn("Ann,-,-");
   using Untold = InMemoryPreferences::Untold;

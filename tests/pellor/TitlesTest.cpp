@@ -69,21 +69,6 @@ TEST_F(TitlesTest, ATitleIsAnEditUntilThatOfItsPageIsStored) {
   EXPECT_THAT(titles->edits(), IsEmpty());
 }
 
-TEST_F(TitlesTest, TitlesFollowTheirPagesAndThoseThatNoGroupHasStayBehindThem) {
-  base.titles = {"x", "y", "z", "hidden", 7};
-  EXPECT_FALSE(titles->haveMoved(base));
-  EXPECT_FALSE(titles->takeMoved());
-  remove(0);
-  EXPECT_EQ(text(), "y,z,");
-  EXPECT_THAT(titles->edits(), IsEmpty()) << "nobody has set them";
-  EXPECT_TRUE(titles->haveMoved(base));
-  EXPECT_TRUE(titles->takeMoved());
-  EXPECT_FALSE(titles->takeMoved());
-  EXPECT_EQ(titles->storedAfter(base), (Array{"y", "z", "hidden", 7}));
-  base.titles = {};
-  EXPECT_FALSE(titles->haveMoved(base)) << "none are stored";
-}
-
 TEST_F(TitlesTest, WhatOthersRenameIsTakenOverButForTitlesThatWereSetHere) {
   setTitle(1, "mine");
   remove(0);
@@ -115,20 +100,6 @@ TEST_F(TitlesTest, ALoadTakesTheTitlesOfPagesThatWentElsewhere) {
     EXPECT_EQ(text(), row.text) << row.what;
     EXPECT_THAT(titles->edits(), IsEmpty()) << row.what;
   }
-}
-
-// Of three groups the first has the second stored page, the next one none, and the last lies behind what was merged.
-TEST_F(TitlesTest, AfterAMergeWhatTheStoreLacksIsAnEdit) {
-  PLMergeResult merged;
-  merged.list = twoPages;
-  merged.titles = {"y2", "mine"};
-  merged.theirPages = {1, std::nullopt};
-  titles->takeOver(stored({"mine", "y2"}), &merged, nullptr);
-  EXPECT_EQ(text(), "y2,mine,,") << "a merge gives the titles of all pages";
-  EXPECT_THAT(titles->edits(), ElementsAre(Pair(1, "mine")));
-  merged.titles = {"ours", "mine"};
-  titles->takeOver(stored({"x2", "y2"}), &merged, nullptr);
-  EXPECT_THAT(titles->edits(), ElementsAre(Pair(0, "ours"), Pair(1, "mine")));
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <functional>
 #include <memory>
 #include <set>
@@ -70,12 +69,6 @@ TEST_F(BackOffTest, AJitteringPauseIsAnyPartOfWhatItWouldBe) {
   }
   EXPECT_EQ(seen.size(), 200U) << "no two alike";
   EXPECT_TRUE(isBeyondHalf && isBelowHalf);
-}
-
-TEST_F(BackOffTest, SecondsAreThoseOfTheSteadyClock) {
-  using namespace std::chrono_literals;
-  EXPECT_EQ(steadyDuration(0.25), 250ms);
-  EXPECT_EQ(steadyDuration(60), 1min);
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <random>
 #include <string>
 #include <utility>
 #include <vector>
@@ -95,23 +94,6 @@ TEST(CBORTest, WhatIsNotOursDoesNotDecode) {
       {"map of 2^64 - 1 entries", {0xbb, 255, 255, 255, 255, 255, 255, 255, 255}},
   };
   for (const auto& [what, bytes] : inputs) EXPECT_EQ(decodeCBOR(bytes), std::nullopt) << what;
-}
-
-// A sanitizer sees what reaches beyond the bytes.
-TEST(CBORTest, WhateverDecodesOfDamagedBytesIsWrittenAndReadAgain) {
-  std::mt19937 random(1);
-  const Data whole = encodeCBOR(sample()).value();
-  int decoded = 0;
-  for (int count = 0; count < 20'000; ++count) {
-    Data bytes = whole;
-    for (int changes = 0; changes < 3; ++changes) bytes[random() % 80] = static_cast<std::uint8_t>(random());
-    const auto value = decodeCBOR(bytes);
-    if (!value) continue;
-    ++decoded;
-    const Data again = encodeCBOR(*value).value();
-    ASSERT_EQ(encodeCBOR(decodeCBOR(again).value()), again) << testing::PrintToString(bytes);
-  }
-  EXPECT_GT(decoded, 1000);
 }
 
 TEST(CBORTest, DepthIsLimitedBothWays) {
