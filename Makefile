@@ -136,7 +136,7 @@ nightly: races search
 	@echo '== two operations in each of two processes, at every boundary of tasks'
 	@PELLOR_SEED_MINUTES=10 build/dev/tests/list/list_tests --gtest_brief=1 --gtest_filter='Seeds/InterleavingTest.Two*/0'
 	@echo '== steps taken back'
-	@PELLOR_TAKEN_BACK=4000 PELLOR_TAKEN_BACK_LATER=200000 build/dev/tests/list/list_tests --gtest_brief=1 \
+	@PELLOR_DONE_AGAIN=4000 PELLOR_TAKEN_BACK_LATER=200000 build/dev/tests/list/list_tests --gtest_brief=1 \
 	  --gtest_filter='Seeds/TakeBackSeedsTest.*'
 	@PELLOR_STEPS=10000 build/dev/tests/list/list_tests --gtest_brief=1 --gtest_filter='Seeds/FriendListStepSeedsTest.*'
 	@PELLOR_STEPS=10000 build/dev/tests/pellor/pellor_tests --gtest_brief=1 --gtest_filter='Seeds/StepSimulationTest.*'
