@@ -137,49 +137,6 @@ TEST(Import, AddsWhoIsNoFriendYetWhereThereIsRoom) {
   EXPECT_EQ(import(home, family).output, "added Dora Lee (1:5)\n");
 }
 
-TEST(Import, ReplacingKeepsThePersonsAndRemovesTheOthers) {
-  const Home home;
-  home.addContact("ann", "Ann Lee", "N:Lee;Ann;;;\nTEL:+49 30 1234567\n");
-  tell(home, {{{"add", "Ann", "030 1", "030 2"}, 0, "added"}, {{"title", "1", "Mine"}, 0, ""}});
-  const std::string before = exported(home);
-  tell(home, {{{"move", "Ann", "2:1"}, 0, ""},
-              {{"move", "030 2", "3:1"}, 0, ""},
-              {{"add", "030 4", "030 3"}, 0, ""},
-              {{"title", "2", "Other"}, 0, ""},
-              {{"meta", "Ann", "birthday", "05-17"}, 0, ""},
-              {{"remove", "030 1"}, 0, ""}});
-  const std::string changed = exported(home);
-  const std::string preview = import(home, before, {"--replace", "--dry-run"}).output;
-  EXPECT_THAT(preview, AllOf(HasSubstr("would have moved 2:1 to 1:1 Ann Lee\n"), HasSubstr("would have removed ")));
-  EXPECT_EQ(exported(home), changed);
-  EXPECT_EQ(import(home, before, {"--replace"}).exitCode, 0);
-  EXPECT_EQ(exported(home), before);
-  EXPECT_EQ(import(home, changed, {"--replace"}).exitCode, 0);
-  EXPECT_EQ(exported(home), changed);
-  EXPECT_EQ(import(home, fileWith("[]"), {"--replace"}).exitCode, 0);
-  EXPECT_EQ(json::parse(exported(home))["pages"], json::array());
-}
-
-TEST(Import, PagesOfAnotherSizeAndPagesThatAreTooMany) {
-  const Home home;
-  const std::string file = fileWith(R"([{"slots":[{"name":"Ann","destinations":["030 1"]}, null,
-      {"name":"Bob","destinations":["030 2"]}]}, {"slots":[{"name":"Cy","destinations":["030 3"]}]}])");
-  tell(home, {{{"settings", "page-size", "2"}, 0, ""}, {{"settings", "max-pages", "1"}, 0, ""}});
-  const ProgramResult small = import(home, file, {"--replace"});
-  EXPECT_EQ(small.exitCode, 1);
-  EXPECT_THAT(small.errors, HasSubstr("nothing was changed: page 1, slot 3: a page of this list has 2 slots (\"pellor "
-                                      "settings page-size 12\""));
-  const ProgramResult full = import(home, file);
-  EXPECT_EQ(full.exitCode, 1);
-  EXPECT_EQ(full.output, "no room for Cy\n");
-  EXPECT_THAT(full.errors, HasSubstr("nothing was changed: there is no room for 1 friend"));
-  EXPECT_EQ(json::parse(exported(home))["pages"], json::array()) << "all or none";
-  tell(home, {{{"settings", "max-pages", "2"}, 0, ""}});
-  EXPECT_EQ(import(home, file).output, "added Ann (1:1)\nadded Cy (2:1)\nadded Bob (1:2)\n");
-  tell(home, {{{"settings", "page-size", "3"}, 0, ""}});
-  EXPECT_THAT(import(home, file, {"--replace"}).output, HasSubstr("moved 1:2 to 1:3 Bob\n"));
-}
-
 TEST(Import, ADamagedFileChangesNothingAndSaysWhere) {
   const Home home;
   tell(home, {{{"add", "030 1234567"}, 0, "added"}});

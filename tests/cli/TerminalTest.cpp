@@ -106,27 +106,5 @@ TEST(Terminal, WhatCannotBeSeenStaysOutAndWritingFromTheRightIsIsolated) {
   EXPECT_THAT(json, testing::Not(testing::HasSubstr("\u2068")));
 }
 
-TEST(Terminal, ALongReadingOrImportShowsItsProgressThere) {
-  const Home home;
-  std::string cards;
-  for (int number = 1000; number < 1250; ++number)
-    cards += "BEGIN:VCARD\nVERSION:3.0\nFN:Person\nTEL:+4930123" + std::to_string(number) + "\nEND:VCARD\n";
-  writeFile(home / "export.vcf", cards);
-  const Arguments import = {"contacts", "import", (home / "export.vcf").string()};
-  const auto expectProgress = [&](const Arguments& command, const std::string& progress) {
-    Terminal terminal(80);
-    EXPECT_EQ(Program(home, pellorCommand(command), {.errors = terminal.line()}).finish().exitCode, 0);
-    const std::string screen = terminal.content();
-    EXPECT_THAT(screen, testing::HasSubstr(progress));
-    EXPECT_TRUE(screen.ends_with("\r\x1B[K")) << "the line is still there";
-  };
-  expectProgress(import, "importing contacts: 200 of 250");
-  expectProgress({"list"}, "reading contacts: 100 of 250");
-  expectProgress(import, "reading contacts: 200 of 250");
-  std::filesystem::remove(home.dataFolder() / "contacts-index.sqlite");
-  EXPECT_EQ(pellor(home, {"list"}).errors, "") << "shown where there is no terminal";
-  EXPECT_EQ(pellor(home, import).errors, "");
-}
-
 }  // namespace
 }  // namespace pellor
