@@ -103,27 +103,6 @@ TEST_F(ListImportTest, WhatIsExportedGivesTheSameOntoAnEmptyListAsOneStep) {
   EXPECT_EQ(a->exported().pages, std::vector<ExportedPage>());
 }
 
-// What friends carry that no snapshot shows comes back as well.
-TEST_F(ListImportTest, AReplacementThatIsTakenBackGivesWhatFriendsCarried) {
-  auto a = open("Ann,Bob|Cy,-|-,-");
-  ExportedList list = a->exported();
-  list.pages[0].friends[0]->otherEntries = {{"of a later version", 1}};
-  ASSERT_TRUE(a->import(list, ImportMode::replace));
-  const ExportedList first = a->exported();
-  ASSERT_EQ(first, list);
-  list.pages[0].friends[0]->otherEntries = {{"of a later version", 2}, {"and more", 1}};
-  std::swap(list.pages[0].friends[1], list.pages[1].friends[0]);
-  list.pages[1].title = "Work";
-  const ImportAnswer answer = a->import(list, ImportMode::replace);
-  EXPECT_THAT(answer.updated, SizeIs(1));
-  EXPECT_THAT(answer.moved, SizeIs(2));
-  EXPECT_EQ(a->exported(), list);
-  ASSERT_TRUE(a->undo());
-  EXPECT_EQ(a->exported(), first);
-  ASSERT_TRUE(a->redo());
-  EXPECT_EQ(a->exported(), list);
-}
-
 TEST_F(ListImportTest, ARefusedImportSaysWhyAndWhere) {
   auto a = open("Ann,Bob|-,-");
   const std::string before = a->process().list();

@@ -81,31 +81,6 @@ TEST(StepRecordTest, AStepTellsWhatChangedAndComesBackFromTheStoreAsItWas) {
   }
 }
 
-TEST(StepRecordTest, FormsThatAreEqualBeforeAndAfterAreKeptOnce) {
-  StepWorld world({2, 1, false});
-  add(world, {"a"});
-  const StepRecord moved = world.step([&](ListDraft& draft, StepWorld::Forms&) {
-    const FriendId id = draft.at({0, 0});
-    draft.lift(id);
-    draft.put(id, {0, 1});
-  });
-  const std::string text = Value(dictionaryOf(moved)).description();
-  EXPECT_EQ(text.find("a@x"), text.rfind("a@x"));
-}
-
-TEST(StepRecordTest, AStatusThatChangesIsNoPartOfAStep) {
-  StepWorld world({2, 1, false});
-  add(world, {"a"});
-  ListChange change = changeBetween(world.list(), world.list());
-  change.before = change.after = world.list();
-  change.changed.push_back({world.list().friendAt({0, 0})->id, {}});
-  StepRecord step;
-  const auto form = [&](FriendId id) { return world.formOf(id); };
-  describe(step, change, form, form);
-  EXPECT_THAT(step.friends, IsEmpty());
-  EXPECT_THAT(step.pages, IsEmpty());
-}
-
 TEST(StepRecordTest, WhatIsTooLargeKeepsItsSummaryAndCannotBeTakenBack) {
   StepWorld world({12, 1000, false});
   const std::size_t fitting = 1500, tooMany = 4000;
