@@ -43,23 +43,6 @@ TEST(History, WhatWasDoneIsTakenBackStepByStepAndDoneAgain) {
              });
 }
 
-TEST(History, AStepIsTakenBackByItsNameAndWhatWasChangedSinceStays) {
-  const Home home;
-  addPeople(home);
-  pellor(home, {"reply-as", "ann lee", "me@example.org"});
-  const auto steps = nlohmann::json::parse(pellor(home, {"history", "--json"}).output)["steps"];
-  ASSERT_EQ(steps.size(), 1U);
-  EXPECT_EQ(steps[0]["kind"], "changedFriend");
-  EXPECT_EQ(steps[0]["program"], "pellor");
-  const std::string id = steps[0]["id"];
-  pellor(home, {"reply-as", "ann lee", "other@example.org"});
-  tell(home, {
-                 {{"undo", id}, 0, "stays, as it was changed since: Ann Lee, the preference for replies\n"},
-                 {{"reply-as", "ann lee"}, 0, "other@example.org"},
-                 {{"undo", id}, 1, "nothing was changed: it was taken back already"},
-             });
-}
-
 // The card is gone, and another one has the number.
 TEST(History, AnAutomaticDecisionIsToldWithWhatItRestsOnExplainedAndTakenBackForGood) {
   const Home home;

@@ -151,15 +151,12 @@ TEST(Search, WhoIsNotFoundMayHaveBeenMistyped) {
   addTeam(home);
   tell(home, {
                  {{"add", "zoee"}, 1, "no contact is called \"zoee\": did you mean Zoë Martin?"},
-                 {{"allow", "martni"}, 1, "no contact is called \"martni\": did you mean Zoë Martin?"},
                  {{"contacts", "zoe matrin"}, 1, "no contact fits \"zoe matrin\": did you mean Zoë Martin?"},
-                 {{"contacts", "xylophone"}, 1, "no contact fits \"xylophone\"\n"},
                  {{"favorites", "add", "mullr"}, 1, "no contact is called \"mullr\": did you mean Jürgen Müller?"},
                  {{"add", "xylophone"}, 1, "no contact is called \"xylophone\", and it is neither a number nor"},
                  {{"remove", "zoee"}, 1, "no friend is called \"zoee\"\n"},
                  {{"add", "zoe", "reka"}, 0, "(1:2)"},
                  {{"remove", "zoee"}, 1, "no friend is called \"zoee\": did you mean Zoë Martin?"},
-                 {{"move", "kovasc", "1:3"}, 1, "no friend is called \"kovasc\": did you mean Réka Kovács?"},
                  {{"remove", "0159"}, 1, "no friend is called \"0159\"\n"},
              });
 }
