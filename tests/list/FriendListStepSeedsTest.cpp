@@ -6,7 +6,6 @@
 #include <optional>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "tests/list/SeededWorld.h"

@@ -234,22 +234,5 @@ TEST(StepRecordTest, ADamagedStepCannotBeTakenBack) {
   }
 }
 
-// Places and pages that the list has not: what there is room for comes in, and nothing breaks.
-TEST(StepRecordTest, AForeignStepIsTakenBackAsFarAsTheListAllows) {
-  const Dictionary removed{{"from", Array{1999999999, 1999999999}}, {"form", formNamed("a")}, {"lookalikes", -3}};
-  Dictionary stored = storedStep();
-  stored.insert_or_assign("friends", Array{Value(removed)});
-  stored.insert_or_assign("pages", Array{Value(Dictionary{{"from", 1999999999}, {"titleBefore", "Far"}})});
-  EXPECT_FALSE(stepRecordOf(stored)->isComplete) << "fewer than none";
-  Dictionary person = removed;
-  person.erase("lookalikes");
-  stored.insert_or_assign("friends", Array{Value(person)});
-  StepWorld world({2, 2, true});
-  add(world, {"b"});
-  const auto answer = world.takeBack(*stepRecordOf(stored));
-  EXPECT_FALSE(answer.taken.refusal);
-  EXPECT_EQ(world.list().friendCount(), 2U);
-}
-
 }  // namespace
 }  // namespace pellor
