@@ -131,14 +131,13 @@ nightly: races search
 	$(call build,dev)
 	@echo '== $(TRIPLES) merged triples'
 	@PELLOR_TRIPLES=$(TRIPLES) build/dev/tests/pellor/pellor_tests --gtest_brief=1 --gtest_filter='Seeds/TripleTest.*'
-	@echo '== a million edits, and a copy that follows them'
-	@PELLOR_LISTS=10000 build/dev/tests/list/list_tests --gtest_brief=1 --gtest_filter='Seeds/FriendListReplayTest.*'
 	@echo '== two operations in each of two processes, at every boundary of tasks'
 	@PELLOR_SEED_MINUTES=10 build/dev/tests/list/list_tests --gtest_brief=1 --gtest_filter='Seeds/InterleavingTest.Two*/0'
 	@echo '== steps taken back'
-	@PELLOR_TAKEN_BACK=4000 PELLOR_TAKEN_BACK_LATER=200000 build/dev/tests/list/list_tests --gtest_brief=1 \
+	@PELLOR_DONE_AGAIN=4000 PELLOR_TAKEN_BACK_LATER=200000 build/dev/tests/list/list_tests --gtest_brief=1 \
 	  --gtest_filter='Seeds/TakeBackSeedsTest.*'
-	@PELLOR_STEPS=10000 build/dev/tests/list/list_tests --gtest_brief=1 --gtest_filter='Seeds/FriendListStepSeedsTest.*'
+	@PELLOR_STEPS=10000 PELLOR_REDONE=10000 build/dev/tests/list/list_tests --gtest_brief=1 \
+	  --gtest_filter='Seeds/FriendListStepSeedsTest.*'
 	@PELLOR_STEPS=10000 build/dev/tests/pellor/pellor_tests --gtest_brief=1 --gtest_filter='Seeds/StepSimulationTest.*'
 	@echo '== every bit and every length of a small store, and of a small index of contacts'
 	@PELLOR_EVERY_BIT=1 build/dev/tests/linux/linux_tests --gtest_brief=1 --gtest_filter='SmallStore.*:SmallIndex.*'

@@ -5,12 +5,10 @@
 
 #include <csignal>
 #include <cstring>
-#include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
-#include "pellor/linux/text/IcuText.h"
 #include "tests/cli/Story.h"
 #include "tests/cli/Terminal.h"
 
@@ -199,21 +197,6 @@ TEST(Choice, OfMoreThanNineTheNumberIsTyped) {
     EXPECT_EQ(Asked(home, {"add", "jim"}, keys).program.finish().exitCode, 1) << keys;
   }
   EXPECT_EQ(pellor(home, {"list", "--lines"}).output, "1:1\t+\tJim 111\t030 7650111\n");
-}
-
-TEST(Choice, TheListFitsTheTerminal) {
-  const Home home;
-  addAnnas(home);
-  home.addContact("a4", "Anna Bartholomea Quillfeather of the Outer Islands",
-                  "EMAIL:anna.bartholomea.quillfeather@islands.example.org\nORG:The Society of the Outer Islands\n");
-  for (const unsigned short columns : std::initializer_list<unsigned short>{9, 40, 80, 200}) {
-    Asked asked(home, {"add", "anna"}, "q", columns);
-    asked.program.finish();
-    const std::string screen = asked.terminal.content();
-    const std::string list = screen.substr(screen.find("\n  1"), screen.find("\nWhich one") - screen.find("\n  1"));
-    for (const std::string& line : linesOf(list)) EXPECT_LE(displayWidth(line), columns) << line;
-    EXPECT_TRUE(columns < 40 || list.find("Acme") != std::string::npos) << "what tells namesakes apart is cut";
-  }
 }
 
 TEST(Choice, ASignalOrTheEndOfTheInputChoosesNobodyAndGivesTheTerminalBack) {

@@ -129,29 +129,12 @@ TEST(Commands, APersonWithAFormattedNameAloneIsAbbreviatedAsTheLocaleWritesNames
 TEST(Commands, WrongUsage) {
   const Home home;
   tell(home, {
-                 {{"dance"}, 2, "dance"},
                  {{"move", "ann", "first"}, 2, "\"first\" is no place such as 2:5"},
                  {{"move", "ann", "0:1"}, 2, "numbered from 1"},
                  {{"remove", ""}, 2, "WHO is empty"},
                  {{"reply-as", "ann", "a@b", "--clear"}, 2, "--clear"},
-                 {{"settings", "colour", "blue"}, 2, "there is no setting \"colour\""},
                  {{"settings", "page-size", "0"}, 2, "from 1 to 65536"},
                  {{"settings", "short-names", "yes"}, 2, "\"yes\" is neither on"},
-             });
-}
-
-TEST(Commands, TheConfigurationHoldsWhereNoArgumentSaysElse) {
-  const Home home;
-  const auto file = home / "config/pellor/config.toml";
-  std::filesystem::create_directories(file.parent_path());
-  writeFile(file, "domain = 'org.example.file'\n");
-  EXPECT_NE(pellor(home, {"--json", "settings"}).output.find("\"org.example.file\""), std::string::npos);
-  EXPECT_NE(pellor(home, {"--json", "settings", "--domain", "org.example.flag"}).output.find("\"org.example.flag\""),
-            std::string::npos);
-  writeFile(file, "domain = 12\n");
-  tell(home, {
-                 {{"settings"}, 2, file.string() + ":1: domain has to be a text"},
-                 {{"settings", "--config", (home / "none.toml").string()}, 2, "there is no file"},
              });
 }
 

@@ -177,18 +177,5 @@ TEST(DryRun, OfARefreshStoresNothingOfWhatItTells) {
               {{"refresh", "--dry-run"}, 0, "the friends are in step with the contacts\n"}});
 }
 
-TEST(Import, WhatIsTooLargeToBeTakenBackIsSaidBefore) {
-  const Home home;
-  const std::string file = home / "list.json";
-  writeFile(file, R"({"format":"pellor friend list","version":1,"pageSize":12,"pages":[{"slots":[
-      {"name":"Cy","destinations":["030 2"],"metadata":{"k":")" +
-                      std::string(300'000, 'x') + "\"}}]}]}");
-  const ProgramResult told = pellor(home, {"import", "--dry-run", file});
-  EXPECT_THAT(told.errors, HasSubstr("this would be too large to be taken back"));
-  EXPECT_THAT(pellor(home, {"import", file}).errors, HasSubstr("this is too large to be taken back"));
-  EXPECT_THAT(pellor(home, {"remove", "Cy", "--dry-run"}).errors, HasSubstr("this would be too large"));
-  EXPECT_EQ(pellor(home, {"undo"}).exitCode, 1);
-}
-
 }  // namespace
 }  // namespace pellor

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/cli/Program.h"
+#include "tests/cli/Story.h"
 
 namespace pellor {
 namespace {
@@ -63,9 +63,7 @@ class InTheWay {
 };
 
 TEST(FilesInTheWay, APipeADeviceOrAFolderInThePlaceOfAFileHoldsNothingUp) {
-  const Home home;
-  home.addContact("ann", "Ann Lee", "TEL:+49301234567\n");
-  ASSERT_EQ(pellor(home, {"add", "ann"}).exitCode, 0);
+  const HomeWithAnn home;
   for (const Case& each : cases) {
     for (const Thing thing : {Thing::pipe, Thing::device, Thing::folder}) {
       SCOPED_TRACE(std::string(each.file) + " " + std::to_string(static_cast<int>(thing)));
@@ -80,9 +78,7 @@ TEST(FilesInTheWay, APipeADeviceOrAFolderInThePlaceOfAFileHoldsNothingUp) {
 
 // Each ends soon with what it was asked for, or with a line that says why not.
 TEST(FewOpenFiles, EveryCommandEnds) {
-  const Home home;
-  home.addContact("ann", "Ann Lee", "TEL:+49301234567\n");
-  ASSERT_EQ(pellor(home, {"add", "ann"}).exitCode, 0);
+  const HomeWithAnn home;
   for (int limit = 5; limit <= 10; ++limit) {
     for (const std::vector<std::string>& arguments : {std::vector<std::string>{"list"},
                                                       {"contacts"},

@@ -212,13 +212,5 @@ TEST_F(Forget, AsksFirstAndADryRunChangesNothing) {
                {{"undo"}, 1, "there is nothing to take back"}});
 }
 
-TEST_F(Forget, AFriendOnTheSameLineStaysAndIsNamed) {
-  _home.addContact("ray", "Ray Quill", "N:Quill;Ray;;;\nTEL:030 98765432\n");
-  pellor(_home, {"add", Guid, "ray"});
-  const std::string output = pellor(_home, {"forget", Guid, "--yes"}).output;
-  EXPECT_THAT(output, HasSubstr("still in +493098765432: Ray Quill (1:3) has it too\n"));
-  tell(_home, {{{"find", "+493098765432"}, 0, "Ray Quill (friend, 1:3)"}});
-}
-
 }  // namespace
 }  // namespace pellor

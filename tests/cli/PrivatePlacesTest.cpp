@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/cli/Program.h"
+#include "tests/cli/Story.h"
 
 namespace pellor {
 namespace {
@@ -33,13 +33,9 @@ void give(const fs::path& path, uid_t owner) {
 }
 
 /// A home folder in which the program has made its files.
-class UsedHome : public Home {
+class UsedHome : public HomeWithAnn {
  public:
-  UsedHome() {
-    addContact("ann", "Ann Lee", "TEL:+49301234567\n");
-    EXPECT_EQ(pellor(*this, {"add", "ann"}).exitCode, 0);
-    EXPECT_EQ(pellor(*this, {"title", "1", "Friends"}).exitCode, 0);
-  }
+  UsedHome() { EXPECT_EQ(pellor(*this, {"title", "1", "Friends"}).exitCode, 0); }
 
   /// The private folders, and what lies in them. The contacts are the user's own.
   std::vector<fs::path> privatePaths() const {

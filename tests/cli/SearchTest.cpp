@@ -102,21 +102,6 @@ TEST(Search, ContactsStandInTheOrderOfTheStoresLanguage) {
   }
 }
 
-// Which is added is a whole number, not a part of another one.
-TEST(Search, AWholeNumberFitsBetterThanAPartOfOne) {
-  const Home home;
-  home.addContact("g4", "Notruf", "TEL:110\n");
-  home.addContact("g5", "Wache", "TEL:030 110110\n");
-  tell(home, {
-                 {{"add", "notruf", "wache"}, 0, "(1:2)"},
-                 {{"status", "110"}, 0, "Notruf (1:1)"},
-                 {{"add", "030 110", "islands@example.org"}, 0, "added 030 110 (1:3)\nadded islands@example.org (1:4)"},
-                 {{"remove", "1:4", "030 110"}, 0, "removed 030 110 (1:3)"},
-                 {{"remove", "1"}, 1, "no friend is called \"1\""},
-                 {{"remove", "030 1101"}, 0, "removed Wache (1:2)"},
-             });
-}
-
 TEST(Search, WhatStandsAroundANameTellsFatherAndSonApart) {
   const Home home;
   home.addContact("f1", "id. Béla Kovács", "N:Kovács;Béla;;id.;\nTEL:+36 30 1234561\n");
@@ -166,15 +151,12 @@ TEST(Search, WhoIsNotFoundMayHaveBeenMistyped) {
   addTeam(home);
   tell(home, {
                  {{"add", "zoee"}, 1, "no contact is called \"zoee\": did you mean Zoë Martin?"},
-                 {{"allow", "martni"}, 1, "no contact is called \"martni\": did you mean Zoë Martin?"},
                  {{"contacts", "zoe matrin"}, 1, "no contact fits \"zoe matrin\": did you mean Zoë Martin?"},
-                 {{"contacts", "xylophone"}, 1, "no contact fits \"xylophone\"\n"},
                  {{"favorites", "add", "mullr"}, 1, "no contact is called \"mullr\": did you mean Jürgen Müller?"},
                  {{"add", "xylophone"}, 1, "no contact is called \"xylophone\", and it is neither a number nor"},
                  {{"remove", "zoee"}, 1, "no friend is called \"zoee\"\n"},
                  {{"add", "zoe", "reka"}, 0, "(1:2)"},
                  {{"remove", "zoee"}, 1, "no friend is called \"zoee\": did you mean Zoë Martin?"},
-                 {{"move", "kovasc", "1:3"}, 1, "no friend is called \"kovasc\": did you mean Réka Kovács?"},
                  {{"remove", "0159"}, 1, "no friend is called \"0159\"\n"},
              });
 }

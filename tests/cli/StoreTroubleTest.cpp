@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "pellor/linux/sqlite/SQLiteDatabase.h"
-#include "tests/cli/Program.h"
+#include "tests/cli/Story.h"
 #include "tests/cli/UnprivilegedUser.h"
 
 namespace pellor {
@@ -25,9 +25,7 @@ using testing::IsEmpty;
 using testing::Not;
 
 TEST(StoreTrouble, AStoreThatMayNotBeWrittenIsShownAndNotChanged) {
-  const Home home;
-  home.addContact("ann", "Ann Lee", "TEL:+49301234567\n");
-  ASSERT_EQ(pellor(home, {"add", "ann"}).exitCode, 0);
+  const HomeWithAnn home;
   const UnprivilegedUser user(home);
   const ProgramResult list = user.run({"list"});
   EXPECT_EQ(list.exitCode, 0) << list.errors;
@@ -77,9 +75,7 @@ TEST(StoreTrouble, AStoreThatCannotBeReadIsNotTakenForAnEmptyOneNorWrittenOver) 
 }
 
 TEST(StoreTrouble, WithoutContactsTheFriendsAreStillThere) {
-  const Home home;
-  home.addContact("ann", "Ann Lee", "TEL:+49301234567\n");
-  ASSERT_EQ(pellor(home, {"add", "ann"}).exitCode, 0);
+  const HomeWithAnn home;
   fs::remove_all(home.contactsFolder());
   EXPECT_THAT(pellor(home, {"list"}).output, HasSubstr("Ann Lee"));
   EXPECT_THAT(pellor(home, {"add", "0301112233"}).output, HasSubstr("(1:2)"));

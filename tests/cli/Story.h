@@ -38,6 +38,14 @@ inline void tell(const Home& home, const std::vector<Step>& story) {
   }
 }
 
+/// A home with a contact who is the first friend.
+struct HomeWithAnn : Home {
+  HomeWithAnn() {
+    addContact("ann", "Ann Lee", "TEL:+49301234567\n");
+    EXPECT_EQ(pellor(*this, {"add", "ann"}).exitCode, 0);
+  }
+};
+
 inline void addPeople(const Home& home) {
   home.addContact("ann", "Ann Lee",
                   "N:Lee;Ann;;;\nTEL:+49 30 1234567\nEMAIL:Ann@example.org\nX-FOLKS-FAVOURITE:true\n");

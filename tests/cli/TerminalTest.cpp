@@ -66,49 +66,12 @@ TEST(Terminal, LinesForReadingAreBrokenBetweenWords) {
     }
     EXPECT_EQ(onTerminal(home, 400, command), piped);
   }
-  EXPECT_THAT(onTerminal(home, 40, {"help"}), testing::HasSubstr("\n  --version\n    Print the version\n"));
-  EXPECT_THAT(onTerminal(home, 60, {"help"}), testing::HasSubstr("\n  --json                      Answer in JSON"));
   EXPECT_EQ(linesOf(onTerminal(home, 20, {"--json", "list"})).size(), 1U) << "JSON is one line";
   EXPECT_EQ(linesOf(onTerminal(home, 20, {"list", "--lines"})).size(), 2U) << "a friend is one line";
   Terminal terminal(40);
   EXPECT_EQ(Program(home, pellorCommand({"add", "Nobody at all"}), {.errors = terminal.line()}).finish().exitCode, 1);
   const std::string errors = terminal.content();
   EXPECT_LE(widestLine(errors), 40U) << errors;
-}
-
-// GUIDs are there to be copied.
-TEST(Terminal, ContactsUseTheRoomThatThereIs) {
-  const Home home;
-  const std::string name = "Maximiliane Donaudampfschifffahrtsgesellschaftskapitän",
-                    guid = "urn:uuid:0123456789-0123456789";
-  home.addContact(guid, name, "EMAIL:maximiliane.kapitaen@donau.example.org\n");
-  home.addContact("a", "Ann", "TEL:110\n");
-  const std::string wide = onTerminal(home, 200, {"contacts"}), middle = onTerminal(home, 100, {"contacts"}),
-                    narrow = onTerminal(home, 40, {"contacts"});
-  EXPECT_THAT(wide, testing::HasSubstr("  " + name + "  maximiliane.kapitaen@donau.example.org  " + guid + "\n"));
-  EXPECT_LE(widestLine(middle), 100U);
-  EXPECT_EQ(columnOf(linesOf(middle)[0], "110"), columnOf(linesOf(middle)[1], "maxim"));
-  EXPECT_LE(widestLine(narrow), 40U);
-  EXPECT_THAT(narrow, testing::HasSubstr("\n  " + guid + "\n"));
-  EXPECT_THAT(narrow, testing::HasSubstr("\n  a\n"));
-}
-
-// Of 12 slots neither six columns nor seven need more than two rows.
-TEST(Terminal, ANameIsNotCutForAColumnThatSavesNoRow) {
-  const Home home;
-  home.addContact("o", "Ottilie von Rosenstein", "N:von Rosenstein;Ottilie;;;\nTEL:+4930123456\n");
-  ASSERT_EQ(pellor(home, {"add", "o"}).errors, "");
-  EXPECT_THAT(onTerminal(home, 200, {"list"}), testing::HasSubstr("Ottilie von Rosenstein"));
-  EXPECT_EQ(linesOf(onTerminal(home, 200, {"list"})).size(), 8U);
-}
-
-TEST(Terminal, ACutTextHasItsSignWhereItGoesOn) {
-  const Home home;
-  home.addContact("karl", "Karl-Theodor of  the Isles", "TEL:+4930123456\n");
-  home.addContact("dana", "דנה בת אברהם בן יצחק הלוי", "TEL:+4930123457\n");
-  ASSERT_EQ(pellor(home, {"add", "karl", "dana"}).errors, "");
-  EXPECT_THAT(onTerminal(home, 26, {"list"}), testing::HasSubstr("Karl-Theodor of…\n")) << "a blank before the sign";
-  EXPECT_THAT(onTerminal(home, 26, {"list"}), testing::HasSubstr("…\u2069\n")) << "beside the text from the right";
 }
 
 // Names, numbers, titles, arguments and paths, by every way out of the program.
@@ -141,28 +104,6 @@ TEST(Terminal, WhatCannotBeSeenStaysOutAndWritingFromTheRightIsIsolated) {
   const std::string json = pellor(home, {"--json", "contacts"}).output;
   EXPECT_THAT(json, testing::HasSubstr(R"("name":"Ann\u202e\u200b\udb40\udc41\u009b")"));
   EXPECT_THAT(json, testing::Not(testing::HasSubstr("\u2068")));
-}
-
-TEST(Terminal, ALongReadingOrImportShowsItsProgressThere) {
-  const Home home;
-  std::string cards;
-  for (int number = 1000; number < 1250; ++number)
-    cards += "BEGIN:VCARD\nVERSION:3.0\nFN:Person\nTEL:+4930123" + std::to_string(number) + "\nEND:VCARD\n";
-  writeFile(home / "export.vcf", cards);
-  const Arguments import = {"contacts", "import", (home / "export.vcf").string()};
-  const auto expectProgress = [&](const Arguments& command, const std::string& progress) {
-    Terminal terminal(80);
-    EXPECT_EQ(Program(home, pellorCommand(command), {.errors = terminal.line()}).finish().exitCode, 0);
-    const std::string screen = terminal.content();
-    EXPECT_THAT(screen, testing::HasSubstr(progress));
-    EXPECT_TRUE(screen.ends_with("\r\x1B[K")) << "the line is still there";
-  };
-  expectProgress(import, "importing contacts: 200 of 250");
-  expectProgress({"list"}, "reading contacts: 100 of 250");
-  expectProgress(import, "reading contacts: 200 of 250");
-  std::filesystem::remove(home.dataFolder() / "contacts-index.sqlite");
-  EXPECT_EQ(pellor(home, {"list"}).errors, "") << "shown where there is no terminal";
-  EXPECT_EQ(pellor(home, import).errors, "");
 }
 
 }  // namespace

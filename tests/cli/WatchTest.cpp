@@ -8,7 +8,7 @@
 #include <string>
 
 #include "pellor/linux/sqlite/SQLiteDatabase.h"
-#include "tests/cli/Program.h"
+#include "tests/cli/Story.h"
 
 namespace pellor {
 namespace {
@@ -55,27 +55,6 @@ TEST(Watch, NamesPeopleAsTheStoreSaysNow) {
   EXPECT_EQ(watch.readLine(), "titled 1 Family") << "nobody else was named anew";
 }
 
-// A friend whose page only got another number has not moved, and whoever moves later is known by where it is.
-TEST(Watch, PagesThatShiftMoveNobody) {
-  const Home home;
-  pellor(home, {"settings", "page-size", "2"});
-  pellor(home, {"add", "ann@example.org", "bob@example.org", "cy@example.org", "dan@example.org"});
-  Program watch(home, pellorCommand({"watch"}));
-  EXPECT_EQ(watch.readErrorLine(), "pellor: watching");
-  pellor(home, {"title", "2", "Work"});
-  EXPECT_EQ(watch.readLine(), "titled 2 Work");
-  pellor(home, {"remove", "ann@example.org", "bob@example.org"});
-  EXPECT_EQ(watch.readLine(), "deleted 1:1 ann@example.org");
-  EXPECT_EQ(watch.readLine(), "deleted 1:2 bob@example.org");
-  pellor(home, {"move", "cy@example.org", "1:2"});
-  EXPECT_EQ(watch.readLine(), "moved 1:2 to 1:1 dan@example.org");
-  EXPECT_EQ(watch.readLine(), "moved 1:1 to 1:2 cy@example.org");
-  pellor(home, {"number", "cy@example.org", "cy@example.org"});
-  EXPECT_EQ(watch.readLine(), "updated 1:2 cy@example.org");
-  pellor(home, {"title", "1", ""});
-  EXPECT_EQ(watch.readLine(), "titled 1 (none)");
-}
-
 // What the watcher itself would write, a friend's new name, waits until the store takes it.
 TEST(Watch, TellsOfAStoreThatFailsAndOfItsEnd) {
   const auto failWrites = [](const Home& home, bool fail) {
@@ -84,9 +63,7 @@ TEST(Watch, TellsOfAStoreThatFailsAndOfItsEnd) {
                       : "DROP TRIGGER fails");
   };
   for (const bool isJson : {false, true}) {
-    const Home home;
-    home.addContact("ann", "Ann Lee", "TEL:+49301234567\n");
-    ASSERT_EQ(pellor(home, {"add", "ann"}).exitCode, 0);
+    const HomeWithAnn home;
     Program watch(
         home, pellorCommand(isJson ? std::vector<std::string>{"watch", "--json"} : std::vector<std::string>{"watch"}));
     watch.readErrorLine();

@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
 #include <string>
-#include <utility>
 
 #include "tests/e2e/Race.h"
 
@@ -23,17 +23,16 @@ class RaceResults {
   void add(const RaceId& race, const RaceResult& result);
 
   bool haveFaults() const;
-  /// A table of the pairs over all modes, and one of the modes, in Markdown.
+  /// A table of the modes, in Markdown.
   std::string text() const;
 
  private:
-  using Key = std::pair<std::string, std::string>;  // mode and pair
-  using Counts = std::array<int, 5>;                // races, lost, doubled, torn, refused
+  using Counts = std::array<int, 5>;  // races, lost, doubled, torn, refused
 
-  void read(std::istream& lines);
-  static void writeTable(std::ostream& out, const std::string& what, const std::map<std::string, Counts>& rows);
+  void note(const std::string& line);
 
-  std::map<Key, std::map<int, Counts>> _results;
+  std::set<std::string> _races;
+  std::map<std::string, Counts> _modes;
   std::ofstream _file;
 };
 

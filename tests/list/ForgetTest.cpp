@@ -233,17 +233,6 @@ TEST_F(ForgetTest, AStepThatIsTakenBackMeanwhileTellsNothingOfHimAfterwards) {
   }
 }
 
-TEST_F(ForgetTest, TwoWhoAreForgottenAtOnceLeaveNothingInAStepOfBoth) {
-  a->apply(carrying("Bob") + ";" + carrying("Ann") + ";reply Cy text");
-  rest();
-  EXPECT_TRUE(a->forget("guid-Ann"));
-  EXPECT_TRUE(b->forget("guid-Bob"));
-  rest();
-  expectNoTraceOf("Ann");
-  expectNoTraceOf("Bob");
-  EXPECT_EQ(a->told().front(), "own Cy ~1");
-}
-
 // What became of the friend is told by both: nothing says that the friend is to be forgotten.
 TEST_F(ForgetTest, AStepThatTwoTakeBackAtOnceCanBeDoneAgainAndBeForgotten) {
   a->apply("remove Bob");
@@ -259,19 +248,6 @@ TEST_F(ForgetTest, AStepThatTwoTakeBackAtOnceCanBeDoneAgainAndBeForgotten) {
   EXPECT_TRUE(a->forget("bob@example.org"));
   rest();
   expectNoTraceOf("Bob");
-}
-
-TEST_F(ForgetTest, AClearedHistoryIsEmptyInAllProcesses) {
-  a->apply(carrying("Bob"));
-  rest();
-  std::vector<std::string> told;
-  EXPECT_TRUE(b->run([&] { return b->list().clearHistory(noteIn(told)); }));
-  rest();
-  EXPECT_THAT(told, ElementsAre("stored"));
-  EXPECT_THAT(a->told(), IsEmpty());
-  EXPECT_FALSE(a->undo().step);
-  EXPECT_EQ(a->friendNamed("Bob")->replyAs, secretOf("Bob"));
-  EXPECT_THAT(open()->told(), IsEmpty());
 }
 
 /// Has the last hold of what an erasure calls, on a queue of its own.

@@ -42,16 +42,6 @@ class FriendReachabilityTest : public ListTest {
   int answers = 0;
 };
 
-TEST_F(FriendReachabilityTest, WithoutAServiceEverybodyCountsAsReachable) {
-  EXPECT_FALSE(process->run([&] { return process->list().checksReachability(); }));
-  EXPECT_EQ(known(0).status, DestinationStatus::valid);
-  setService("chat");
-  EXPECT_TRUE(process->run([&] { return process->list().checksReachability(); }));
-  EXPECT_EQ(known(0).status, DestinationStatus::unspecified);
-  EXPECT_EQ(process->snapshot().friendAt({0, 0})->reachability.status, DestinationStatus::unspecified)
-      << "the list shows it too";
-}
-
 TEST_F(FriendReachabilityTest, AnAnswerSaysWhenAndByWhomAndEndsTheWait) {
   setService("chat");
   world.identityService().setScript(SimulatedIdentityService::answering(DestinationStatus::valid, 2));

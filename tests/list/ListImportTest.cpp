@@ -18,7 +18,6 @@ namespace pellor {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::SizeIs;
 using enum RefusalReason;
 
 ExportedFriend somebody(const std::string& name) {
@@ -70,59 +69,6 @@ class ListImportTest : public ListTest {
  protected:
   ListImportTest() { setGroups(3, 2); }
 };
-
-TEST_F(ListImportTest, WhatIsExportedGivesTheSameOntoAnEmptyListAsOneStep) {
-  ExportedList list = listOf("-,Ann|Bob,-");
-  list.pages[0].title = "Family";
-  list.pages[0].friends[1] = ExportedFriend{.name = "Ann",
-                                            .monogram = "A",
-                                            .destinations = {"ann@example.org"},
-                                            .chosenNumber = "ann@example.org",
-                                            .replyAs = "me@example.org",
-                                            .contactGUID = "elsewhere",
-                                            .metadata = {{"birthday", "05-17"}},
-                                            .otherEntries = {{"of a later version", 7}}};
-  auto a = open("-,-");
-  std::vector<std::string> told;
-  const ImportAnswer plan = a->run([&] { return a->list().planImport(list, ImportMode::add); });
-  EXPECT_THAT(plan.added, SizeIs(2));
-  EXPECT_THAT(a->snapshot().friends(), SizeIs(0)) << "only planned";
-  ASSERT_TRUE(a->import(list, ImportMode::add, noteIn(told)));
-  const ExportedList known = a->exported();
-  list.pages[1].friends.pop_back();
-  list.pages[1].friends[0]->monogram = known.pages[1].friends[0]->monogram;
-  EXPECT_EQ(known, list);
-  rest();
-  EXPECT_THAT(told, ElementsAre("stored"));
-  EXPECT_THAT(a->told(), ElementsAre("imported Ann Bob +2 pages 3"));
-  EXPECT_EQ(stored(2), "-,Ann|Bob,-|-,-");
-  EXPECT_TRUE(a->import(known, ImportMode::replace).changesNothing());
-  auto b = open();
-  ASSERT_TRUE(b->undo().step) << "another process takes it back";
-  rest();
-  EXPECT_EQ(a->exported().pages, std::vector<ExportedPage>());
-}
-
-// What friends carry that no snapshot shows comes back as well.
-TEST_F(ListImportTest, AReplacementThatIsTakenBackGivesWhatFriendsCarried) {
-  auto a = open("Ann,Bob|Cy,-|-,-");
-  ExportedList list = a->exported();
-  list.pages[0].friends[0]->otherEntries = {{"of a later version", 1}};
-  ASSERT_TRUE(a->import(list, ImportMode::replace));
-  const ExportedList first = a->exported();
-  ASSERT_EQ(first, list);
-  list.pages[0].friends[0]->otherEntries = {{"of a later version", 2}, {"and more", 1}};
-  std::swap(list.pages[0].friends[1], list.pages[1].friends[0]);
-  list.pages[1].title = "Work";
-  const ImportAnswer answer = a->import(list, ImportMode::replace);
-  EXPECT_THAT(answer.updated, SizeIs(1));
-  EXPECT_THAT(answer.moved, SizeIs(2));
-  EXPECT_EQ(a->exported(), list);
-  ASSERT_TRUE(a->undo());
-  EXPECT_EQ(a->exported(), first);
-  ASSERT_TRUE(a->redo());
-  EXPECT_EQ(a->exported(), list);
-}
 
 TEST_F(ListImportTest, ARefusedImportSaysWhyAndWhere) {
   auto a = open("Ann,Bob|-,-");

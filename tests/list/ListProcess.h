@@ -113,8 +113,21 @@ class ListProcess {
   /// Called with each batch, as the app's code.
   std::function<void(const ListChange&)> onChange = [](const ListChange&) {};
 
-  /// Whether who did all that was told of has the list of now.
-  void expectLikeCopy() { _copy->expectLike(snapshot()); }
+  /// Whether the list of now is that of the manager, and has its friends where they are looked for.
+  void expectLikeManager() {
+    const Snapshot list = snapshot();
+    std::string shown;
+    for (std::size_t page = 0; page < list.pageCount(); ++page) {
+      for (std::size_t slot = 0; slot < list.page(page).friends.size(); ++slot) {
+        const auto person = list.friendAt({page, slot});
+        const std::string name = person ? shownName(*person) : "-";
+        shown += (slot > 0 ? "," : page > 0 ? "|" : "") + (name.empty() ? "?" : name);
+        EXPECT_EQ(list.placeOf(person ? person->id : FriendId()),
+                  person ? std::optional(Place{page, slot}) : std::nullopt);
+      }
+    }
+    EXPECT_EQ(shown, _process->list());
+  }
   /// What was heard since the last call: "loaded", and batches as "-Ann 1:1 -page 1 >Bob 2:1 to 1:1 ~Cy".
   std::vector<std::string> takeHeard() { return std::exchange(_heard, {}); }
 

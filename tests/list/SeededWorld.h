@@ -138,7 +138,10 @@ class SeededWorld : public ListTest, public Chance {
     book.put(card);
   }
   void expectSound() const {
-    for (const auto& process : all) EXPECT_EQ(process->process().manager().invariantViolation(), std::nullopt);
+    for (const auto& process : all) {
+      EXPECT_EQ(process->process().manager().invariantViolation(), std::nullopt);
+      process->expectLikeManager();
+    }
   }
 
   const std::vector<std::string> names;

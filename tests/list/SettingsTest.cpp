@@ -24,28 +24,6 @@ class ListSettingsTest : public ManagerTest {
   std::unique_ptr<ManagerProcess> process = makeProcess();
 };
 
-TEST_F(ListSettingsTest, EachHasADefaultOfItsKindThatItIsSetTo) {
-  for (const ListSetting& setting : listSettings()) {
-    SCOPED_TRACE(setting.name);
-    const auto before = read(setting.name);
-    ASSERT_TRUE(before);
-    EXPECT_TRUE(before->isDefault);
-    EXPECT_EQ(before->value.index(), static_cast<std::size_t>(setting.kind));
-    EXPECT_TRUE(write(setting.name, before->value));
-    EXPECT_EQ(value(setting.name), before->value);
-    EXPECT_FALSE(read(setting.name)->isDefault) << "it stays so when the default changes";
-    EXPECT_FALSE(setting.meaning.empty());
-  }
-}
-
-TEST_F(ListSettingsTest, HoldsForListsThatAreOpenedLater) {
-  ASSERT_TRUE(write(PageSizeSetting, 3));
-  ASSERT_TRUE(write(MostPagesSetting, 2));
-  const auto other = launch();
-  EXPECT_EQ(other->manager().groupSize(), 3U);
-  EXPECT_EQ(other->manager().maxGroupCount(), 2U);
-}
-
 TEST_F(ListSettingsTest, WhatIsBeyondTheLimitsIsNotWritten) {
   const SettingValue wrong[] = {std::int64_t{0}, std::int64_t{-1}, std::int64_t{65537}, true, std::string("12")};
   for (const SettingValue& each : wrong) EXPECT_FALSE(write(PageSizeSetting, each)) << each.index();

@@ -81,31 +81,6 @@ TEST(StepRecordTest, AStepTellsWhatChangedAndComesBackFromTheStoreAsItWas) {
   }
 }
 
-TEST(StepRecordTest, FormsThatAreEqualBeforeAndAfterAreKeptOnce) {
-  StepWorld world({2, 1, false});
-  add(world, {"a"});
-  const StepRecord moved = world.step([&](ListDraft& draft, StepWorld::Forms&) {
-    const FriendId id = draft.at({0, 0});
-    draft.lift(id);
-    draft.put(id, {0, 1});
-  });
-  const std::string text = Value(dictionaryOf(moved)).description();
-  EXPECT_EQ(text.find("a@x"), text.rfind("a@x"));
-}
-
-TEST(StepRecordTest, AStatusThatChangesIsNoPartOfAStep) {
-  StepWorld world({2, 1, false});
-  add(world, {"a"});
-  ListChange change = changeBetween(world.list(), world.list());
-  change.before = change.after = world.list();
-  change.changed.push_back({world.list().friendAt({0, 0})->id, {}});
-  StepRecord step;
-  const auto form = [&](FriendId id) { return world.formOf(id); };
-  describe(step, change, form, form);
-  EXPECT_THAT(step.friends, IsEmpty());
-  EXPECT_THAT(step.pages, IsEmpty());
-}
-
 TEST(StepRecordTest, WhatIsTooLargeKeepsItsSummaryAndCannotBeTakenBack) {
   StepWorld world({12, 1000, false});
   const std::size_t fitting = 1500, tooMany = 4000;
@@ -221,25 +196,20 @@ TEST(StepRecordTest, ADamagedStepCannotBeTakenBack) {
     std::string key;             ///< empty: the part is emptied
     std::optional<Value> value;  ///< absent: it has no such key
   } damages[] = {
-      {step, "friends", Value("x")},
       {step, "friends", Value(Array{Value(1)})},
-      {step, "pages", Value(Dictionary{})},
       {step, "pages", {}},
       {step, "evidence", Value(1)},
       {step, "program", Value(1)},
       {person, "", {}},
       {person, "form", {}},
-      {person, "form", Value("x")},
       {person, "form", Value(Dictionary{})},
       {person, "to", Value(1)},
-      {person, "to", Value(Array{0, 1, 2})},
       {person, "to", Value(Array{0, -1})},
       {person, "to", Value(Array{0, 1LL << 40})},
       {person, "to", Value(Array{1, 0})},  // on no page
       {person, "to", Value(Array{Value(0.0), Value(1)})},
       {page, "", {}},
       {page, "to", Value(-1)},
-      {page, "title", Value(1)},
       {page, "friends", Value(Array{Value(1LL << 32)})},  // no fingerprint is as large
       {page, "moved", Value(1)},
   };
@@ -262,23 +232,6 @@ TEST(StepRecordTest, ADamagedStepCannotBeTakenBack) {
     stored.insert_or_assign(key, both);
     EXPECT_FALSE(stepRecordOf(stored)->isComplete) << "twice in one place: " << key;
   }
-}
-
-// Places and pages that the list has not: what there is room for comes in, and nothing breaks.
-TEST(StepRecordTest, AForeignStepIsTakenBackAsFarAsTheListAllows) {
-  const Dictionary removed{{"from", Array{1999999999, 1999999999}}, {"form", formNamed("a")}, {"lookalikes", -3}};
-  Dictionary stored = storedStep();
-  stored.insert_or_assign("friends", Array{Value(removed)});
-  stored.insert_or_assign("pages", Array{Value(Dictionary{{"from", 1999999999}, {"titleBefore", "Far"}})});
-  EXPECT_FALSE(stepRecordOf(stored)->isComplete) << "fewer than none";
-  Dictionary person = removed;
-  person.erase("lookalikes");
-  stored.insert_or_assign("friends", Array{Value(person)});
-  StepWorld world({2, 2, true});
-  add(world, {"b"});
-  const auto answer = world.takeBack(*stepRecordOf(stored));
-  EXPECT_FALSE(answer.taken.refusal);
-  EXPECT_EQ(world.list().friendCount(), 2U);
 }
 
 }  // namespace
