@@ -183,6 +183,22 @@ TEST_F(ContactIndexTest, ABrokenFileCostsOnlyItselfAndIsNamedOnce) {
   EXPECT_EQ(nameOf(*index, "boris"), "Boris");
 }
 
+// An editor writes in place, and somebody looks just then.
+TEST_F(ContactIndexTest, HalfAWrittenFileDoesNotCostTheContact) {
+  put("a.vcf", card("anna", "Anna"));
+  const auto index = openIndex();
+  const std::int32_t sequence = index->sequenceNumber();
+  for (const char* half : {"", "BEGIN:VCARD\nUID:anna\nFN:An"}) {
+    writeFile(contacts / "a.vcf", half);
+    index->update(FolderChange::all());
+    EXPECT_EQ(nameOf(*index, "anna"), "Anna");
+    EXPECT_EQ(index->sequenceNumber(), sequence);
+  }
+  writeFile(contacts / "a.vcf", card("anna", "Anne"));
+  index->update(FolderChange::all());
+  EXPECT_EQ(nameOf(*index, "anna"), "Anne");
+}
+
 TEST_F(ContactIndexTest, OneUidInTwoFilesIsTheFirstOnes) {
   put("m.vcf", card("same", "Middle"));
   const auto index = openIndex();

@@ -156,5 +156,15 @@ TEST_F(ContactSearchTest, AnIndexWithoutWordsIsReadableAndGetsThemAndKeepsWhatPr
   EXPECT_THAT(log->takeMessages(), IsEmpty());
 }
 
+TEST_F(ContactSearchTest, MistypedWordsOfOtherAlphabetsFindTheNearestNames) {
+  put("a.vcf", card("reka", "Kovács Réka") + card("olga", "Ольга Достоевская") + card("acme", "Bo", "ORG:Kovax\n") +
+                   card("giorgos", "Γιώργος") + card("sato", "さとう たろう"));
+  const std::pair<const char*, const char*> cases[] = {
+      {"достоевксая", "olga"}, {"Ольга Дастоевская", "olga"}, {"γιορργος", "giorgos"}, {"さとお", "sato"},
+      {"kovax", "reka"},
+  };
+  for (const auto& [text, guid] : cases) EXPECT_THAT(similar(text), ElementsAre(guid)) << text;
+}
+
 }  // namespace
 }  // namespace pellor

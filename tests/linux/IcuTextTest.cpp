@@ -68,9 +68,19 @@ TEST(CollationKeys, AWordIsFoundHoweverItIsTyped) {
       {"mü", "Mueller"},
       {"muel", "Muller", false},
       {"aase", "Åse"},
+      {"soeren", "Søren"},
+      {"aeroe", "Ærø"},
       {"lukasz", "Łukasz"},
+      {"djordje", "Đorđe", false},
+      {"dorde", "Đorđe"},
       {"isik", "Işık"},
+      {"IŞIK", "ışık"},
+      {"thor", "Þórr"},
+      {"eliyev", "Əliyev"},
+      {"ngoc", "Ngọc"},
+      {"oeuvre", "Œuvre"},
       {"ozbek", "Oʻzbek"},
+      {"ёлкин", "Елкин"},
       {"サトウ", "さとう"},
       {"ｻﾄｳ", "さとう"},
       {"احمد", "أحمد"},
@@ -128,10 +138,23 @@ TEST(AlphabeticalOrder, EachLanguageHasItsOwn) {
   } cases[] = {
       // Svenska Akademiens ordlista: å, ä and ö are letters behind z; since 2006 w is one behind v.
       {"sv_SE", {"Andersson", "Vulf", "Wahl", "Zorn", "Åberg", "Äng", "Öberg"}},
+      // DIN 5007, variant 1, of dictionaries: umlauts as their plain letters, ß as ss.
+      {"de_DE", {"Ärger", "Arndt", "Assmann", "Mugler", "Müller", "Munz", "Straße", "Strauß"}},
+      // A magyar helyesírás szabályai, 12th edition, 14-15: cs, gy, ny, sz and zs are letters behind c, g, n, s and z;
+      // ö and ü follow o and u; long vowels count as short ones.
+      {"hu_HU",
+       {"Cukor", "Czifra", "Csaba", "Guba", "Gyenes", "Ódor", "Orosz", "Ötvös", "Sütő", "Szabó", "Zúgó", "Zsolt"}},
+      // Türk Dil Kurumu, Yazım Kılavuzu: ç, ğ, ı, ö, ş, ü behind c, g, h, o, s, u; ı before i.
+      {"tr_TR", {"Cuma", "Çağlar", "Hür", "Ilgın", "Işık", "İnan", "Jale", "Oya", "Öz", "Su", "Şen", "Tan"}},
+      // The Vietnamese alphabet of 29 letters: ă and â behind a, đ behind d, ê behind e, ô and ơ behind o, ư behind u;
+      // tones matter only where the letters are the same.
+      {"vi_VN", {"An", "Ánh", "Ăng", "Ân", "Duy", "Đào", "Em", "Ên", "Hoa", "Hòa", "Oanh", "Ông", "Ơn", "Uyên", "Ưng"}},
       // The order of the syllables (gojūon, JIS X 4061): in whichever kana, voiced ones beside their plain ones.
       {"ja_JP", {"あべ", "イトウ", "うえだ", "かとう", "ガモウ", "きた", "サトウ", "たなか", "わだ"}},
       // Russian dictionaries sort ё as е, after it where all else is the same; names in Cyrillic before Latin ones.
       {"ru_RU", {"Ежов", "Ёлкин", "Ерёмин", "Жук", "Adams"}},
+      // The hija'i order; the carriers of a hamza count as the plain letter.
+      {"ar_EG", {"إبراهيم", "أحمد", "بدر", "تامر", "Adams"}},
       // What has no rules of its own: accents count where the letters are the same, and case behind them.
       {"en_US", {"Åberg", "Adams", "anna", "Anna", "Ánna", "Zorn"}},
       {"", {"Åberg", "Adams", "Zorn"}},

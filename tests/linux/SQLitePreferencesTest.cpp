@@ -25,7 +25,9 @@ class SQLitePreferencesTest : public testing::Test {
  protected:
   fs::path folder() const { return _temporary / "store"; }
   fs::path file() const { return folder() / SQLiteStoreFile; }
-  std::shared_ptr<SQLitePreferences> open() { return openIn(folder(), _log); }
+  std::shared_ptr<SQLitePreferences> open(SQLitePreferences::Access access = SQLitePreferences::Access::readWrite) {
+    return openIn(folder(), _log, access);
+  }
   /// As a restored backup or a failing disk would.
   void replaceFile(const std::string& content) {
     for (const char* suffix : {"", "-wal", "-shm"}) fs::remove(file().string() + suffix);
@@ -122,6 +124,24 @@ TEST_F(SQLitePreferencesTest, WhatCannotBeReadIsNeverWritten) {
   }
 }
 
+TEST_F(SQLitePreferencesTest, StoresOfLaterVersionsAndOtherProgramsAreLeftAlone) {
+  for (const char* change : {"PRAGMA user_version = 99", "PRAGMA user_version = 0"}) {
+    fs::remove_all(folder());
+    makeStore();
+    executeIn(folder(), change);
+    const std::string before = contentOf(file());
+    const auto store = open();
+    EXPECT_FALSE(store->copyValue("key", Domain).isReadable()) << change;
+    store->setValue("key", 1, Domain);
+    EXPECT_FALSE(store->synchronize(Domain)) << change;
+    EXPECT_FALSE(store->isWritable());
+    EXPECT_EQ(contentOf(file()), before) << change;
+  }
+  fs::remove_all(folder());
+  writeFile(_temporary / "store", "a file in the folder's place");
+  EXPECT_FALSE(open()->copyValue("key", Domain).isReadable());
+}
+
 // Long arrays
 
 TEST_F(SQLitePreferencesTest, AnEditWritesAndReadsOneRow) {
@@ -145,6 +165,29 @@ TEST_F(SQLitePreferencesTest, AnEditWritesAndReadsOneRow) {
   EXPECT_EQ(database.integer("SELECT max(revision) FROM stored_runs"), 2) << "equal values are no change";
 
   EXPECT_EQ(valueIn(open()), valueIn(reader)) << "of the damaged row there is a good copy";
+}
+
+// Reading alone
+
+TEST_F(SQLitePreferencesTest, AReadOnlyStoreMakesNothingAndFollowsTheOthers) {
+  using Access = SQLitePreferences::Access;
+  EXPECT_FALSE(open(Access::readOnly)->copyValue("key", Domain).isReadable());
+  EXPECT_FALSE(fs::exists(folder())) << "nothing is made";
+  makeStore();
+  const auto reader = open(Access::readOnly);
+  EXPECT_FALSE(reader->isWritable());
+  EXPECT_TRUE(reader->synchronize(Domain));
+  reader->setValue("key", "changed", Domain);
+  EXPECT_FALSE(reader->synchronize(Domain));
+  EXPECT_FALSE(reader->insertIfAbsent({{"new", 1}}, Domain));
+  EXPECT_NE(reader->lastError().find("read-only"), std::string::npos) << reader->lastError();
+
+  const auto writer = open();
+  writer->setValue("other", 1, Domain);
+  ASSERT_TRUE(writer->synchronize(Domain));
+  EXPECT_TRUE(reader->synchronize(Domain)) << "nothing waits";
+  EXPECT_EQ(reader->copyValue("other", Domain).value(), Value(1)) << "it still follows";
+  EXPECT_EQ(reader->copyValue("key", Domain).value(), Value("stored"));
 }
 
 // Defaults

@@ -30,11 +30,13 @@ TEST(CsvRows, FieldsRowsAndTheirLines) {
     std::vector<ReadRow> rows;
   } cases[] = {
       {"", {}},
+      {"\r\n\n", {}},
       {"a,b\nc,d", {{1, {"a", "b"}}, {2, {"c", "d"}}}},
       {"a;b,c;d\r\ne;;\r\n", {{1, {"a", "b,c", "d"}}, {2, {"e", "", ""}}}},
       {"a\tb\rc\td\r", {{1, {"a", "b"}}, {2, {"c", "d"}}}},
       {"\"a,b;c;d;e\",f\nx,y", {{1, {"a,b;c;d;e", "f"}}, {2, {"x", "y"}}}},
       {"a,\"b\r\n\r\nc\"\n\n\nd,\"say \"\"hi\"\"\"\n", {{1, {"a", "b\n\nc"}}, {6, {"d", "say \"hi\""}}}},
+      {"a,\"\",\"\"\"\"\n", {{1, {"a", "", "\""}}}},
       {"a,b \"c\" d,\"e\" f\n", {{1, {"a", "b \"c\" d", "e f"}}}},
       {"a,\"b\nc,d\n", {{1, {"a", "b\nc,d\n"}}}},
   };
@@ -93,6 +95,12 @@ TEST(TableCards, ColumnsOfEitherExporterInEitherLanguage) {
        "\"one; two\nthree, four\\\"\r\n",
        {"work:5", "work:1", "work:2", "home:3", "cell:4"},
        {":a@example.org", ":b@example.org"}},
+      {"numbered columns in German",
+       "Vorname,Zweiter Vorname,Nachname,Namenspräfix,Namenssuffix,Spitzname,Name der Organisation,Notizen,"
+       "E-Mail 1 - Typ,E-Mail 1 - Wert,Telefon 1 - Typ,Telefon 1 - Wert\n"
+       "Zoë,Ann,Marsh,Dr.,Jr.,Zo,\"Ink, Paper; Co\",\"one; two\nthree, four\\\",Geschäftlich,w@example.org,Privat,1\n",
+       {"home:1"},
+       {"work:w@example.org"}},
   };
   for (const auto& table : tables) {
     SCOPED_TRACE(table.what);
@@ -135,6 +143,34 @@ TEST(TableCards, EveryRowIsACardOrSaysWhyItIsNone) {
   EXPECT_EQ(contactOf(cards[1]).kind, CardKind::organization);
   EXPECT_EQ(contactOf(cards[2]).formattedName, std::nullopt);
   EXPECT_EQ(textsOf(contactOf(cards[2]).phones), Fields{":030 1"});
+}
+
+TEST(TableCards, EncodingsAndLongLines) {
+  std::string name;
+  for (int count = 0; count < 60; ++count) name += "é";
+  const std::string table = "Vorname;Nachname;Telefon geschäftlich\nJörg;" + name + ";1\n";
+  std::string latin1, utf16 = "\xFF\xFE";
+  for (std::size_t at = 0; at < table.size(); ++at) {
+    const auto byte = static_cast<unsigned char>(table[at]);
+    const bool isPair = byte >= 0xC2;
+    const auto code =
+        static_cast<char>(isPair ? ((byte & 3U) << 6U) | (static_cast<unsigned char>(table[++at]) & 0x3FU) : byte);
+    latin1 += code;
+    (utf16 += code) += '\0';
+  }
+  for (const std::string& bytes : {table, "\xEF\xBB\xBF" + table, latin1, utf16}) {
+    const auto cards = offeredCards(bytes);
+    ASSERT_EQ(cards.size(), 1U);
+    const ContactCard contact = contactOf(cards[0]);
+    EXPECT_EQ(contact.givenName, "Jörg");
+    EXPECT_EQ(contact.familyName, name);
+    EXPECT_EQ(textsOf(contact.phones), Fields{"work:1"});
+    for (std::size_t start = 0; start < cards[0].text.size();) {
+      const std::size_t end = cards[0].text.find("\r\n", start);
+      EXPECT_LE(end - start, 75U);
+      start = end + 2;
+    }
+  }
 }
 
 TEST(OfferedCards, AFileOfNeitherKindSaysSo) {

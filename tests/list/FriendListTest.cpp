@@ -30,6 +30,30 @@ class FriendListTest : public ListTest {
   }
 };
 
+TEST_F(FriendListTest, AnEditIsShownAtOnceAndTellsWhatItDid) {
+  store("Ann,Bob|Cy,-|-,-");
+  auto a = open();
+  EXPECT_THAT(a->takeHeard(), ElementsAre("loaded"));
+  a->process().add("Dan");
+  EXPECT_EQ(a->snapshot().friendAt({1, 1})->destination, "dan@example.org");
+  rest();
+  EXPECT_THAT(a->takeHeard(), ElementsAre("+dan@example.org 2:2"));
+  const FriendId ann = a->idAt(0, 0), cy = a->idAt(1, 0);
+  const Snapshot before = a->snapshot();
+  a->process().remove(0, 1);
+  a->process().setTitle(1, "Work");
+  rest();
+  EXPECT_THAT(a->takeHeard(), ElementsAre("-Bob 1:2 page 2 \"Work\"")) << "one batch";
+  a->process().remove(0, 0);
+  rest();
+  EXPECT_THAT(a->takeHeard(), ElementsAre("-Ann 1:1 -page 1")) << "the others only shifted";
+  EXPECT_EQ(a->snapshot().placeOf(cy), (Place{0, 0}));
+  EXPECT_EQ(a->snapshot().placeOf(ann), std::nullopt);
+  EXPECT_EQ(before.placeOf(cy), (Place{1, 0})) << "a version stays as it is";
+  EXPECT_EQ(before.friendCount(), 4U);
+  EXPECT_EQ(a->snapshot().friendCount(), 2U);
+}
+
 TEST_F(FriendListTest, WhatAnotherProcessDoesTakesNobodyElseAlong) {
   auto a = open("Ann,Bob|Cy,-|Dan,-|-,-");
   const FriendId dan = a->idAt(2, 0);

@@ -18,6 +18,7 @@ namespace pellor {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::SizeIs;
 using enum RefusalReason;
 
 ExportedFriend somebody(const std::string& name) {
@@ -69,6 +70,38 @@ class ListImportTest : public ListTest {
  protected:
   ListImportTest() { setGroups(3, 2); }
 };
+
+TEST_F(ListImportTest, WhatIsExportedGivesTheSameOntoAnEmptyListAsOneStep) {
+  ExportedList list = listOf("-,Ann|Bob,-");
+  list.pages[0].title = "Family";
+  list.pages[0].friends[1] = ExportedFriend{.name = "Ann",
+                                            .monogram = "A",
+                                            .destinations = {"ann@example.org"},
+                                            .chosenNumber = "ann@example.org",
+                                            .replyAs = "me@example.org",
+                                            .contactGUID = "elsewhere",
+                                            .metadata = {{"birthday", "05-17"}},
+                                            .otherEntries = {{"of a later version", 7}}};
+  auto a = open("-,-");
+  std::vector<std::string> told;
+  const ImportAnswer plan = a->run([&] { return a->list().planImport(list, ImportMode::add); });
+  EXPECT_THAT(plan.added, SizeIs(2));
+  EXPECT_THAT(a->snapshot().friends(), SizeIs(0)) << "only planned";
+  ASSERT_TRUE(a->import(list, ImportMode::add, noteIn(told)));
+  const ExportedList known = a->exported();
+  list.pages[1].friends.pop_back();
+  list.pages[1].friends[0]->monogram = known.pages[1].friends[0]->monogram;
+  EXPECT_EQ(known, list);
+  rest();
+  EXPECT_THAT(told, ElementsAre("stored"));
+  EXPECT_THAT(a->told(), ElementsAre("imported Ann Bob +2 pages 3"));
+  EXPECT_EQ(stored(2), "-,Ann|Bob,-|-,-");
+  EXPECT_TRUE(a->import(known, ImportMode::replace).changesNothing());
+  auto b = open();
+  ASSERT_TRUE(b->undo().step) << "another process takes it back";
+  rest();
+  EXPECT_EQ(a->exported().pages, std::vector<ExportedPage>());
+}
 
 TEST_F(ListImportTest, ARefusedImportSaysWhyAndWhere) {
   auto a = open("Ann,Bob|-,-");

@@ -21,6 +21,42 @@ class StepHistoryTest : public ListTest {
   StepHistoryTest() { setGroups(4, 2); }
 };
 
+TEST_F(StepHistoryTest, StepsAreTakenBackOneByOneAndDoneAgain) {
+  auto a = open("Ann,Bob|Cy,-|-,-");
+  a->process().setTitle(1, "Work");
+  a->run([&] { a->process().friendAt(0, 1)->setMetadataValueForKey(Value(1), "seen"); });
+  rest();
+  const FriendId bob = a->idAt(0, 1), cy = a->idAt(1, 0);
+  std::vector<std::string> lists = {a->shown()};
+  for (const char* step :
+       {"remove Bob; add x@example.org", "drop 2", "move Ann 2:2; title 1 Home", "reply Ann voice; page 1 2"}) {
+    ASSERT_TRUE(a->apply(step));
+    rest();
+    lists.push_back(a->shown());
+  }
+  for (std::size_t left = lists.size() - 1; left > 0; --left) {
+    const UndoAnswer answer = a->undo();
+    ASSERT_TRUE(answer && answer.step);
+    EXPECT_THAT(answer.kept, IsEmpty());
+    EXPECT_EQ(a->shown(), lists[left - 1]);
+    rest();
+  }
+  EXPECT_FALSE(a->undo().step) << "nothing is left";
+  EXPECT_EQ(a->idAt(0, 1), bob) << "a friend keeps its id";
+  EXPECT_EQ(a->idAt(1, 0), cy);
+  EXPECT_EQ(a->snapshot().friendWith(bob)->metadata, (Dictionary{{"seen", 1}}));
+  for (std::size_t done = 1; done < lists.size(); ++done) {
+    ASSERT_TRUE(a->redo().step);
+    EXPECT_EQ(a->shown(), lists[done]);
+    rest();
+  }
+  EXPECT_FALSE(a->redo().step);
+  ASSERT_TRUE(a->undo().step);
+  ASSERT_TRUE(a->apply("title 1 New"));
+  EXPECT_FALSE(a->redo().step) << "a person made another step since";
+  EXPECT_THAT(a->takeHeard(), testing::Contains(testing::StartsWith("undo:")));
+}
+
 TEST_F(StepHistoryTest, AnotherProgramTakesAStepBackThatOutlivesItsOwn) {
   auto a = open("Ann,Bob|Cy,-|-,-");
   a->apply("meta Bob seen 1; reply Bob voice");
@@ -138,6 +174,15 @@ TEST_F(StepHistoryTest, APlanOfAnUndoLeavesTheRemovedFriendAsHeIs) {
   a->run([&] { bob->setPreferredReplyAs("mine"); });
   EXPECT_TRUE(a->run([&] { return a->list().planUndo(); }).step);
   EXPECT_EQ(bob->preferredReplyAs(), "mine");
+}
+
+TEST_F(StepHistoryTest, APageThatWasEmptyBeforeTheStepStaysWhenItIsTakenBack) {
+  auto a = open("Ann,-|-,-|Bob,-|-,-");
+  a->apply("add cy@example.org 2:1");
+  rest();
+  ASSERT_TRUE(a->undo().step);
+  rest();
+  EXPECT_EQ(a->process().list(), "Ann,-|-,-|Bob,-|-,-");
 }
 
 // Each time by another process, which does not lay out the empty page behind.

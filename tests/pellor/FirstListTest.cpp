@@ -47,6 +47,60 @@ TEST_F(FirstListTest, FavoritesBecomeFriendsInTheirOrder) {
                                                   "title changed", "changed Gone~ Gone~"));
 }
 
+TEST_F(FirstListTest, NoMoreThanTheListHoldsAreImported) {
+  const std::vector<std::string> names{"F0", "F1", "F2", "F3", "F4"};
+  contacts(names);
+  const struct {
+    std::int64_t groups, size;
+    std::size_t favorites;
+    const char *list, *titles;
+  } rows[] = {
+      {2, 2, 5, "F0,F1|F2,F3", "Favorites|Favorites 2"},
+      {0, 3, 2, "-,-,-", "-"},
+      {4, 3, 0, "-,-,-", "-"},
+      // Products of huge limits do not wrap.
+      {-1, 3, 5, "F0,F1,F2|F3,F4,-|-,-,-", "Favorites|Favorites 2|-"},
+  };
+  for (const auto& row : rows) {
+    setSetting(PLMaxGroupCountKey, row.groups);
+    setSetting(PLGroupSizeKey, row.size);
+    setFavorites({names.begin(), names.begin() + static_cast<std::ptrdiff_t>(row.favorites)});
+    auto a = launch();
+    EXPECT_EQ(a->list(), row.list);
+    EXPECT_EQ(a->titles(), row.titles);
+    a->kill();
+  }
+}
+
+TEST_F(FirstListTest, ItWaitsForFavoritesThatCannotBeReadAndCanBeEditedMeanwhile) {
+  world.favorites().setReadable(false);
+  auto a = launch();
+  EXPECT_EQ(a->logged("phone favorites cannot be read, the first list waits for them"), 1U);
+  EXPECT_EQ(a->list(), "-,-,-");
+  EXPECT_TRUE(a->add("Cy"));
+  a->setTitle(0, "Mine");
+  pause();
+  EXPECT_EQ(stored(3), "Cy,-,-|-,-,-");
+  EXPECT_EQ(storedMark(), Value(true));
+  EXPECT_FALSE(import(*a).couldRead);
+
+  world.favorites().setReadable(true);
+  pause();
+  EXPECT_EQ(a->list(), "Cy,Bob,Ann|-,-,-");
+  EXPECT_EQ(a->titles(), "Mine|-") << "a page that has a title keeps it";
+  EXPECT_EQ(stored(3), "Cy,Bob,Ann|-,-,-");
+  EXPECT_EQ(storedMark(), std::nullopt);
+  EXPECT_FALSE(a->manager().isFirstListDue());
+
+  // It is over for good.
+  setFavorites({"Dan"});
+  pause();
+  a->kill();
+  auto b = launch();
+  pause();
+  EXPECT_EQ(b->list(), "Cy,Bob,Ann|-,-,-");
+}
+
 TEST_F(FirstListTest, ItWaitsOverRestartsAndFurtherProcesses) {
   world.addressBook().setReadable(false);
   {

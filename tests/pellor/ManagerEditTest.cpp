@@ -88,5 +88,22 @@ TEST_F(ManagerEditTest, AGroupThatTheManagerNoLongerHoldsReportsToNobody) {
   eventsOf(*a, false);
 }
 
+TEST_F(ManagerEditTest, ObserversMayEdit) {
+  auto a = launchWith("Ann,-|Bob,-");
+  std::shared_ptr<Observation> observation;
+  a->run([&] {
+    observation = a->process().notificationCenter().addObserver(
+        std::string(PLFriendsManagerChangedNotification), [&](const Notification& notification) {
+          EXPECT_EQ(notification.objectAs<PLFriendsManager>(), a->sharedManager());
+          if (a->manager().friendGroups().size() > 2) a->group(0)->removeFriendAtPosition(0);
+        });
+  });
+  a->add("Cy");
+  rest();
+  EXPECT_EQ(a->list(), "-,Cy|Bob,-|-,-");
+  EXPECT_EQ(stored(2), "-,Cy|Bob,-|-,-");
+  EXPECT_THAT(a->takeNotifications(), ElementsAre("changed Cy+", "changed Ann-"));
+}
+
 }  // namespace
 }  // namespace pellor

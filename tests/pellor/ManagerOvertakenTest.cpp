@@ -37,6 +37,30 @@ class ManagerOvertakenTest : public ManagerTest {
   std::unique_ptr<ManagerProcess> a, b;
 };
 
+TEST_F(ManagerOvertakenTest, AStoredListWhoseLastPageIsShortIsMergedAsIfItWereWhole) {
+  struct Case {
+    const char* what;
+    std::function<void(ManagerProcess&)> edit;
+    const char* merged;
+  };
+  const Case cases[] = {
+      {"an edit of another page", [](ManagerProcess& process) { process.remove(0, 1); }, "Ann,-,-|Cy,Dan,-"},
+      {"into a slot that it has", [](ManagerProcess& process) { process.set(process.person("Eve"), 1, 1); },
+       "Ann,Bob,-|Cy,Dan,eve@example.org"},
+      {"into a slot that it lacks", [](ManagerProcess& process) { process.set(process.person("Eve"), 1, 2); },
+       "Ann,Bob,-|Cy,Dan,eve@example.org"},
+      {"out of that page", [](ManagerProcess& process) { process.remove(1, 0); }, "Ann,Bob,-|-,Dan,-"},
+  };
+  for (const Case& each : cases) {
+    SCOPED_TRACE(each.what);
+    launchBoth("Ann,Bob,-|Cy,-,-");
+    store("Ann,Bob,-|Cy,Dan");
+    each.edit(*a);
+    EXPECT_TRUE(a->settle());
+    EXPECT_EQ(agreed(), std::string(each.merged) + "|-,-,-");
+  }
+}
+
 TEST_F(ManagerOvertakenTest, StoredTitlesGoToTheGroupsThatAreThere) {
   launchBoth("Ann,-,-|Bob,-,-", {"Family"});
   EXPECT_EQ(a->titles(), "Family|-|-");
@@ -105,6 +129,20 @@ TEST_F(ManagerOvertakenTest, ATitleThatIsStoredGivesWayToALaterOne) {
   rest();
   EXPECT_EQ(storedTitles(), "Club");
   EXPECT_EQ(slow.titles(), "Club|-");
+}
+
+TEST_F(ManagerOvertakenTest, AnAdditionThatFindsNoRoomLeavesAndIsToldOnce) {
+  setGroups(1, 2);
+  launchBoth("Ann,-");
+  a->add("Bob");
+  b->add("Cy");
+  // The scheduler chooses who is first.
+  const bool isFirst = a->settle();
+  EXPECT_NE(b->settle(), isFirst);
+  EXPECT_TRUE(a->settle());
+  EXPECT_TRUE(b->settle());
+  EXPECT_EQ((isFirst ? *b : *a).logged("was displaced and removed"), 1U);
+  EXPECT_EQ(agreed(), isFirst ? "Ann,bob@example.org" : "Ann,cy@example.org");
 }
 
 // Only what the clean-up removed is left out of the merge, for the clean-up to be made anew on the result.

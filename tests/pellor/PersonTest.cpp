@@ -69,6 +69,41 @@ TEST_F(Person, WhatAFormLacksOrMistypesIsCleared) {
   }
 }
 
+TEST_F(Person, LosingALinkIsAnnounced) {
+  Posts posts(process, PLPersonUnlinkedFromAddressBookNotification);
+  const auto person = fromForm({{"ABRecordGUID", "old"}});
+  person->updateFromDictionaryRepresentation({{"ABRecordGUID", "new"}});
+  EXPECT_EQ(posts.count(), 0U) << "later, on the main queue";
+  settle();
+  ASSERT_EQ(posts.count(), 1U);
+  EXPECT_EQ(posts.all()[0].object, person);
+  EXPECT_EQ(*posts.all()[0].userInfoAs<Dictionary>(), (Dictionary{{"UnlinkedABGUID", "old"}}));
+
+  person->updateFromDictionaryRepresentation({{"ABRecordGUID", ""}});
+  person->updateFromDictionaryRepresentation({});
+  settle();
+  ASSERT_EQ(posts.count(), 2U) << "from an empty one to none nothing is lost";
+}
+
+TEST_F(Person, PreferencesAreEditsUntilASaveHasSeenThem) {
+  Posts posts(process, PLPersonValuesChangedNotification);
+  const auto person = fromForm(fullForm);
+  person->setPreferredReplyAs("me@example.org");
+  person->setPreferredDestination("ann@example.org");
+  EXPECT_FALSE(person->needsSave());
+  person->setPreferredReplyAs(std::nullopt);
+  person->setPreferredDestination("+33123456789");
+  settle();
+  EXPECT_EQ(posts.count(), 2U);
+  EXPECT_EQ(process.local<PLPersonChanges>().marks, 2U);
+  EXPECT_FALSE(person->dictionaryRepresentation().contains("ReplyAs"));
+  EXPECT_EQ(person->dictionaryRepresentation().at("PreferredDestination"), Value("+33123456789"))
+      << "nobody's, and kept";
+  person->updateFromDictionaryRepresentation({{"AllValues", Array{"clean@example.org"}}});
+  EXPECT_TRUE(person->takeNeedsSave());
+  EXPECT_FALSE(person->takeNeedsSave());
+}
+
 TEST_F(Person, WhatAFormSaysThatThisVersionDoesNotKnowIsWrittenBack) {
   PersonDictionary form = fullForm;
   form.insert({{"Nickname", "Annie"}, {"Seen", Array{1, "x", Array{2.5}}}, {"Face", Dictionary{{"eyes", 2}}}});
@@ -92,6 +127,28 @@ TEST_F(Person, WhatAFormSaysThatThisVersionDoesNotKnowIsWrittenBack) {
   }
   EXPECT_TRUE(person->updateFromDictionaryRepresentation(fullForm));
   EXPECT_EQ(person->dictionaryRepresentation(), fullForm);
+}
+
+TEST_F(Person, AStoredFormIsSomebodysByGUIDAndWithoutOneByDestination) {
+  // An empty GUID counts as absent.
+  const struct {
+    std::optional<std::string> guid;
+    Array values;
+    PersonDictionary form;
+    bool isEqual;
+  } cases[] = {
+      {"g", {"a@x"}, {{"ABRecordGUID", "g"}}, true},
+      {"g", {"a@x"}, {{"ABRecordGUID", "h"}, {"AllValues", Array{"a@x"}}}, false},
+      {std::nullopt, {"a@x"}, {{"ABRecordGUID", "g"}, {"AllValues", Array{"a@x"}}}, false},
+      {std::nullopt, {"a@x", "b@x"}, {{"AllValues", Array{7, "c@x", "b@x"}}}, true},
+      {"", {"a@x"}, {{"AllValues", Array{"a@x"}}}, true},
+  };
+  for (const auto& one : cases) {
+    PersonDictionary form{{"AllValues", one.values}};
+    if (one.guid) form.emplace("ABRecordGUID", *one.guid);
+    EXPECT_EQ(fromForm(form)->isEqualToDictionaryRepresentation(one.form), one.isEqual)
+        << Value(form).description() << " and " << Value(one.form).description();
+  }
 }
 
 TEST_F(Person, PersonsAreAlikeByGUIDOrByDestination) {

@@ -76,6 +76,27 @@ TEST_F(ReachabilityTest, TheBestStatusOfItsDestinationsIsThePersons) {
   }
 }
 
+TEST_F(ReachabilityTest, NoBatchStartsWhileAPriorityQueryWaitsForAnyOfItsDestinations) {
+  answer([](const auto&) -> Parts {
+    return {{1, {{"cy@example.org", valid}}}, {3, {{"tel:" + Phone, valid}}}, {10, {{Phone, valid}}}};
+  });
+  EXPECT_EQ(status(cy, true), unknown);
+  takeLog();
+  refresh();
+  EXPECT_THAT(takeLog(), ElementsAre(std::string(HeldBack) + "[ " + Phone + ", cy@example.org ]"));
+  advance(5);
+  EXPECT_EQ(status(cy), valid);
+  refresh();
+  EXPECT_EQ(log->count(std::string(HeldBack) + "[ " + Phone + " ]"), 1U) << "answers count by the name that was asked";
+  EXPECT_EQ(list->unreachable, std::nullopt) << "not counted while an answer is due";
+  advance(10);
+  EXPECT_EQ(queryCount(), 1U) << "what was held back is not made up for";
+  refresh();
+  EXPECT_EQ(queryCount(), 2U);
+  advance(2);
+  EXPECT_EQ(list->unreachable, 2);
+}
+
 TEST_F(ReachabilityTest, SilenceEndsThirtySecondsAfterTheFirstQuery) {
   answer(SimulatedIdentityService::silence());
   update({{"bob@example.org", invalid}});

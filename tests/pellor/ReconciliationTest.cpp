@@ -87,6 +87,45 @@ TEST_F(Reconciliation, OtherDestinationsDropWhatWasMadeOfTheFormer) {
   EXPECT_THAT(isKept({"a@x.org"}), Each(false)) << "another record, even with the same ones";
 }
 
+TEST_F(Reconciliation, ALostRecordIsFoundAgainByName) {
+  const std::string old = contacts().add({.guid = "old", .first = "Ann", .last = "Bee", .emails = {{"", "a@x.org"}}});
+  const auto person = personOf(old);
+  person->setPreferredReplyAs("me@x.org");
+  settle();
+  contacts().remove(old);
+  const std::string namesake = contacts().add({.guid = "namesake", .first = "Ann", .last = "Bee"});
+  const std::string again =
+      contacts().add({.guid = "again", .first = "Ann", .last = "Bee", .emails = {{"", "a@x.org"}, {"", "b@x.org"}}});
+  EXPECT_TRUE(refreshChanges(person));
+  PersonDictionary form = formOf(again, "Ann Bee", {"a@x.org", "b@x.org"}, "AB");
+  form.emplace("ReplyAs", "me@x.org");
+  EXPECT_EQ(person->dictionaryRepresentation(), form);
+  ASSERT_EQ(unlinks.count(), 1U);
+  EXPECT_EQ(*unlinks.all()[0].userInfoAs<Dictionary>(), (Dictionary{{"UnlinkedABGUID", "old"}}));
+}
+
+TEST_F(Reconciliation, AFriendWithoutANameIsSearchedByDestination) {
+  contacts().add({.guid = "small", .first = "S", .emails = {{"", "a@x.org"}}});
+  const std::string large =
+      contacts().add({.guid = "large", .first = "L", .phones = {{"", "030 1234567"}}, .emails = {{"", "A@x.org"}}});
+  const auto person = PLPerson::initWithDestinationsAddressBook({"a@x.org", "+49301234567"}, book());
+  EXPECT_EQ(person->abRecordGUID(), large) << "of equal scores the one that was found first: by the number";
+  settle();
+  EXPECT_EQ(changes.count() + unlinks.count(), 0U);
+}
+
+TEST_F(Reconciliation, ANameLeadsToWhoStandsForTheSetADestinationToItsHolder) {
+  contacts().link({contacts().add({.guid = "head", .first = "Ann", .emails = {{"", "ann@x.org"}}}),
+                   contacts().add({.guid = "member", .first = "Zoe", .emails = {{"", "zoe@x.org"}}})});
+  const auto found = [&](const PersonDictionary& form) {
+    const auto person = PLPerson::initWithDictionaryRepresentationAddressBook(form, nullptr);
+    person->refreshWithAddressBook(book());
+    return person->abRecordGUID();
+  };
+  EXPECT_EQ(found({{"Name", "Zoe"}, {"AllValues", Array{"zoe@x.org"}}}), "head");
+  EXPECT_EQ(found({{"AllValues", Array{"zoe@x.org"}}}), "member");
+}
+
 TEST_F(Reconciliation, WithoutAMatchTheLinkGoesAndTheRestStays) {
   const std::string ann = contacts().add({.guid = "ann", .first = "Ann", .last = "Bee", .emails = {{"", "a@x.org"}}});
   const auto person = personOf(ann);
@@ -132,6 +171,18 @@ TEST(RecordMatchScore, PrefersWhoHoldsAllAndThenWhoHoldsMore) {
   } cases[] = {{{"c"}, 0.0F}, {{"a", "c", "d"}, 0.5F}, {{"a", "b"}, 1.0F}, {{"a", "b", "c", "d"}, 2.0F}};
   for (const auto& one : cases) EXPECT_EQ(matchScore(one.candidate, own), one.score);
   EXPECT_TRUE(std::isnan(matchScore({"a"}, {})));
+}
+
+TEST(RecordMatchScore, TheBestIsTheFirstOfTheHighest) {
+  const auto best = [](std::vector<RecordMatchDictionary::Entry> entries, const DestinationSet& own) {
+    RecordMatchDictionary candidates;
+    for (auto& [recordID, destinations] : entries) candidates.set(recordID, std::move(destinations));
+    return bestRecordMatch(candidates, [&](const DestinationSet& candidate) { return matchScore(candidate, own); });
+  };
+  EXPECT_EQ(best({{9, {"a", "b"}}, {1, {"a", "b", "c"}}}, {"a", "b"}), 1);
+  EXPECT_EQ(best({{9, {"a"}}, {1, {"b"}}}, {"a", "b"}), 9);
+  EXPECT_EQ(best({{9, {"x"}}}, {"a"}), InvalidRecordID);
+  EXPECT_EQ(best({{9, {"x"}}}, {}), InvalidRecordID) << "no number never wins";
 }
 
 }  // namespace
