@@ -48,7 +48,7 @@ pid_t spawn(std::vector<std::string> command, std::vector<std::string> environme
   sigset_t none;
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
-  std::signal(SIGPIPE, SIG_DFL);
+  for (const int ignoredByTests : {SIGPIPE, SIGHUP}) std::signal(ignoredByTests, SIG_DFL);
   ::execvpe(arguments.front(), arguments.data(), variables.data());
   ::_exit(127);
 }

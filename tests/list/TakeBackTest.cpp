@@ -319,5 +319,15 @@ TEST(TakeBackTest, AFriendOfAStoredStepIsFoundByWhatIsLeftOfIt) {
   }
 }
 
+TEST(TakeBackTest, WhoStoodBehindTheEndOfASmallerPageComesToTheLastSlotOfANewOne) {
+  TextWorld large(4, 2);
+  large.become("1abcd");
+  const StepRecord removal = StepWorld::asStored(large.become("1abc."));
+  TextWorld small(2, 3);
+  small.become("1ab|2ce");
+  EXPECT_FALSE(small.takeBack(removal).taken.refusal);
+  EXPECT_EQ(small.text(), "ab|ce|.d");
+}
+
 }  // namespace
 }  // namespace pellor
