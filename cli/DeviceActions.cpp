@@ -147,15 +147,18 @@ std::string textOf(const FirstPush& push) {
          " (pellor device status)\n";
 }
 
+std::string pairingText(const std::string& peer, const std::optional<std::string>& fingerprint) {
+  return "paired with: " + printable(peer) + "\nfingerprint, the same on both: " + fingerprint.value_or("(none)") +
+         "\n";
+}
+
 std::string textOf(const DevicePairing& pairing, const std::string& request) {
   std::string text = "device: " + printable(*pairing.name()) + "\n";
   if (!request.empty()) text += "request to be signed by the broker's authority: " + request + "\n";
   if (!pairing.hasCertificate()) text += "then: pellor device pair --certificate FILE --ca FILE\n";
   text += "invitation for the other device: " + pairing.invitation() + "\n";
   const auto peer = pairing.peer();
-  if (!peer) return text;
-  return text + "paired with: " + printable(*peer) + "\nfingerprint, the same on both: " + *pairing.fingerprint() +
-         "\n";
+  return peer ? text + pairingText(*peer, pairing.fingerprint()) : text;
 }
 
 Json jsonOf(const DevicePairing& pairing, const std::string& request) {
@@ -168,6 +171,7 @@ Json jsonOf(const DevicePairing& pairing, const std::string& request) {
 
 struct DeviceStatus {
   bool isSending;
+  std::optional<std::string> fingerprint;
   PairedDeviceStatus sent;
   IncomingState received;
 };
@@ -187,15 +191,15 @@ std::string sendingText(const DeviceStatus& status) {
                      std::to_string(sent.acknowledged) + (sent.isUpToDate ? "" : " (as far as is known)") +
                      "\ninitial sync: " + nameOf(sent.hasCompletedInitialSync) + "\n";
   if (sent.isUpToDate && !sent.refused && sent.acknowledged < sent.generation)
-    text += "-> the paired device has not taken it yet: pellor device serve, there\n";
+    text += "-> the paired device has not taken it yet: pellor device serve, there, with the same fingerprint\n";
   for (const DomainKey& key : sent.due) text += "to be sent: " + printable(key.second) + "\n";
   return text + textOf(sent.refused, "the paired device");
 }
 
 std::string textOf(const DeviceStatus& status) {
   if (!status.sent.peer) return "no device is paired\n";
-  std::string text = "device: " + printable(status.sent.name.value_or("(none)")) +
-                     "\npaired with: " + printable(*status.sent.peer) + "\n";
+  std::string text = "device: " + printable(status.sent.name.value_or("(none)")) + "\n" +
+                     pairingText(*status.sent.peer, status.fingerprint);
   if (!status.sent.problem.empty()) text += "the broker is away: " + printable(status.sent.problem) + "\n";
   text += sendingText(status);
   if (status.received.generation > 0) {
@@ -214,6 +218,7 @@ Json jsonOf(const DeviceStatus& status) {
   for (const auto& [domain, key] : status.sent.due) due.push_back({{"domain", domain}, {"key", key}});
   return {{"device", cli::jsonOf(status.sent.name)},
           {"peer", cli::jsonOf(status.sent.peer)},
+          {"fingerprint", cli::jsonOf(status.fingerprint)},
           {"brokerProblem", status.sent.problem.empty() ? Json(nullptr) : Json(status.sent.problem)},
           {"sending",
            {{"isChosen", status.isSending},
@@ -294,7 +299,8 @@ void serveDevice(Session& session, const DeviceServeArguments& arguments) {
 }
 
 void showDeviceStatus(Session& session) {
-  DeviceStatus status{sends(session), {}, IncomingFile(pairingOf(session).folder()).read()};
+  const DevicePairing pairing = pairingOf(session);
+  DeviceStatus status{sends(session), pairing.fingerprint(), {}, IncomingFile(pairing.folder()).read()};
   DeviceQuery asking(session, status.isSending);
   if (status.isSending && asking.status().peer) {
     asking.runUntil([](const PairedDeviceStatus& sent) { return sent.isUpToDate && sent.due.empty(); });
@@ -314,7 +320,8 @@ void revokeDevice(Session& session) {
     asking.runUntil([&](const PairedDeviceStatus&) { return file.read().emptied.empty(); });
     const bool isEmptied = file.read().emptied.empty();
     const std::string rest = "; the broker still has what was sent to it, until it can be reached";
-    session.answer([&] { return "revoked " + printable(peer) + (isEmptied ? "" : rest) + "\n"; },
+    const std::string next = "\nto pair again, each device needs the other one's new invitation (pellor device pair)\n";
+    session.answer([&] { return "revoked " + printable(peer) + (isEmptied ? "" : rest) + next; },
                    [&] {
                      return Json{{"revoked", peer}, {"isEmptied", isEmptied}};
                    });

@@ -102,6 +102,26 @@ TEST_F(DeviceCommandsTest, TheOtherDevicesProgramsFollowFromPairingToRevoking) {
   EXPECT_THAT(pellor(_laptop, command({"doctor", "--paired-device", "mqtt"})).output, HasSubstr("is away: "));
 }
 
+// The laptop has revoked, and with it changed its keys; the phone still has the former ones.
+TEST_F(DeviceCommandsTest, APairingWithFormerKeysIsToldOfOnBothDevices) {
+  const std::string laptop = introduce(_laptop, "laptop"), phone = introduce(_phone, "phone");
+  run(_laptop, {"device", "pair", phone});
+  run(_laptop, {"device", "revoke"});
+  run(_laptop, {"device", "pair", phone});
+  run(_laptop, {"add", "0301112233"});
+  const json sent = run(_laptop, {"device", "status", "--paired-device", "mqtt"});
+  EXPECT_EQ(sent["sending"]["acknowledged"], 0);
+  run(_phone, {"device", "pair", laptop});
+  Program serve(_phone, pellorCommand(command({"device", "serve"})));
+  EXPECT_EQ(serve.readLine(), "receiving from laptop");
+  EXPECT_EQ(serve.readLine(),
+            "what comes from laptop cannot be opened: both devices have to show the same fingerprint");
+  const json received = run(_phone, {"device", "status"});
+  EXPECT_TRUE(sent["fingerprint"].is_string() && received["fingerprint"].is_string());
+  EXPECT_NE(sent["fingerprint"], received["fingerprint"]);
+  EXPECT_TRUE(friendsOn(_phone).empty());
+}
+
 TEST_F(DeviceCommandsTest, PairingSendsTheListAndTellsWhenItCouldNot) {
   const std::string laptop = introduce(_laptop, "laptop"), phone = introduce(_phone, "phone");
   run(_laptop, {"add", "0301112233"});
@@ -109,7 +129,9 @@ TEST_F(DeviceCommandsTest, PairingSendsTheListAndTellsWhenItCouldNot) {
   const ProgramResult alone = pellor(_laptop, command({"device", "pair", phone, "--paired-device", "mqtt"}));
   EXPECT_THAT(alone.output, HasSubstr("the other device has not taken it yet (pellor device serve, there)\n"));
   const auto status = [&] { return pellor(_laptop, command({"device", "status", "--paired-device", "mqtt"})).output; };
-  EXPECT_THAT(status(), HasSubstr("-> the paired device has not taken it yet: pellor device serve, there\n"));
+  EXPECT_THAT(
+      status(),
+      HasSubstr("-> the paired device has not taken it yet: pellor device serve, there, with the same fingerprint\n"));
   {
     Program late(_phone, pellorCommand(command({"device", "serve"})));
     while (late.readLine().find("stored generation") != 0 && !HasFailure()) continue;

@@ -97,6 +97,7 @@ void DeviceReceiver::startPairing() {
   _received.clear();
   _next.reset();
   _listensTo.clear();
+  _hasToldOfUnopened = false;
 }
 
 void DeviceReceiver::listen(const std::optional<Pairing>& pairing) {
@@ -124,9 +125,16 @@ void DeviceReceiver::arrived(const std::string& topic, std::span<const std::uint
   startPairing();
   if (!pairing) return;
   const auto opened = pairing->keys.open(topic, payload);
-  if (!opened) return ignore("that the paired device did not seal");
+  if (!opened) return unopened(*pairing, payload);
   if (pairing->fromPeer.isKey(topic)) takeKey(opened->generation, opened->content);
   if (topic == pairing->fromPeer.manifest()) takeManifest(*pairing, opened->generation, opened->content);
+}
+
+// An empty message takes back what the broker retained.
+void DeviceReceiver::unopened(const Pairing& pairing, std::span<const std::uint8_t> payload) {
+  ignore("that the paired device did not seal");
+  if (payload.empty() || std::exchange(_hasToldOfUnopened, true)) return;
+  tell("what comes from " + pairing.peer + " cannot be opened: both devices have to show the same fingerprint");
 }
 
 void DeviceReceiver::takeKey(std::uint64_t generation, const Data& content) {

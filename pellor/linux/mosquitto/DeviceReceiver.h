@@ -106,6 +106,7 @@ class DeviceReceiver final : private MQTTConnection::Client {
   std::optional<Pairing> pairing() const;
   void startPairing();
   void listen(const std::optional<Pairing>& pairing);
+  void unopened(const Pairing& pairing, std::span<const std::uint8_t> payload);
   void takeKey(std::uint64_t generation, const Data& content);
   void takeManifest(const Pairing& pairing, std::uint64_t generation, const Data& content);
   std::optional<ArrivedGeneration> arrivedGeneration() const;
@@ -132,6 +133,7 @@ class DeviceReceiver final : private MQTTConnection::Client {
 
   // Of the connection's thread.
   std::optional<std::string> _fingerprint;  ///< of the pairing that all that follows belongs to
+  bool _hasToldOfUnopened = false;          ///< of a message of this pairing
   IncomingState _state;
   std::map<DomainKey, Arrival> _received;
   std::optional<NextManifest> _next;  ///< not stored yet
