@@ -5,6 +5,8 @@
 #include <optional>
 #include <tuple>
 
+#include "pellor/list/internal/SnapshotContent.h"
+
 namespace pellor {
 namespace {
 
@@ -27,18 +29,31 @@ FriendFields differences(const Friend& before, const Friend& after) {
   return fields;
 }
 
-/// Goes through the pages that are other ones in the two versions.
-class Comparison {
+}  // namespace
+
+/// Goes through the pages that are other ones in the two versions. What these share is passed over: there each page is
+/// the same at the same index.
+class SnapshotComparison {
  public:
-  explicit Comparison(ListChange& change) : _change(change), _before(change.before), _after(change.after) {}
+  explicit SnapshotComparison(ListChange& change) : _change(change), _before(change.before), _after(change.after) {}
 
   void run() {
-    for (std::size_t index = 0; index < _before.pageCount(); ++index) compareOld(index);
-    for (std::size_t index = 0; index < _after.pageCount(); ++index) compareNew(index);
-    findMovedPages();
+    for (std::size_t index = next(0); index < _before.pageCount(); index = next(index + 1)) compareOld(index);
+    for (std::size_t index = next(0); index < _after.pageCount(); index = next(index + 1)) compareNew(index);
+    if (hasShiftedPages()) findMovedPages();
   }
 
  private:
+  std::size_t next(std::size_t index) const {
+    return _before._content->pages.pastShared(_after._content->pages, index);
+  }
+
+  bool hasShiftedPages() const {
+    for (std::size_t index = next(0); index < _after.pageCount(); index = next(index + 1))
+      if (_before.indexOf(_after.page(index).id).value_or(index) != index) return true;
+    return false;
+  }
+
   /// A page of both versions.
   struct CommonPage {
     std::size_t from;
@@ -110,8 +125,6 @@ class Comparison {
   const Snapshot& _after;
 };
 
-}  // namespace
-
 bool ListChange::isEmpty() const {
   return removed.empty() && pagesRemoved.empty() && pagesInserted.empty() && renamed.empty() && moved.empty() &&
          pagesMoved.empty() && added.empty() && changed.empty();
@@ -121,7 +134,7 @@ ListChange changeBetween(const Snapshot& before, const Snapshot& after) {
   ListChange change;
   change.before = before;
   change.after = after;
-  if (before != after) Comparison(change).run();
+  if (before != after) SnapshotComparison(change).run();
   return change;
 }
 

@@ -75,6 +75,7 @@ class Snapshot {
   friend bool operator==(const Snapshot&, const Snapshot&) = default;
 
  private:
+  friend class SnapshotComparison;
   friend class SnapshotEdit;
   explicit Snapshot(std::shared_ptr<const SnapshotContent> content);
 

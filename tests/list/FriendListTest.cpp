@@ -54,6 +54,31 @@ TEST_F(FriendListTest, AnEditIsShownAtOnceAndTellsWhatItDid) {
   EXPECT_EQ(a->snapshot().friendCount(), 2U);
 }
 
+// Versions share what did not change, in parts of many pages.
+TEST_F(FriendListTest, AListOfManyPagesIsFollowedAsAShortOne) {
+  setGroups(300, 1);
+  std::string text = "P1";
+  for (int page = 2; page <= 200; ++page) text += "|P" + std::to_string(page);
+  auto a = open(text);
+  a->takeHeard();
+  const std::pair<const char*, const char*> rows[] = {
+      {"remove P150", "-P150 150:1 -page 150"},
+      {"title 140 Work", "page 140 \"Work\""},
+      {"add x@example.org 200:1", "+page 201 +x@example.org 200:1"},
+      {"insert 3 New", "+page 3 page 3 \"New\""},
+      {"page 190 5", ">page 190 to 5"},
+      {"move P2 130:1", ">P128 130:1 to 2:1 >P2 2:1 to 130:1"},
+      {"drop 70; drop 71; title 199 End", "-P68 70:1 -P69 71:1 -page 70 -page 71 page 197 \"End\""},
+  };
+  for (const auto& [edits, heard] : rows) {
+    SCOPED_TRACE(edits);
+    EXPECT_TRUE(a->apply(edits));
+    a->expectLikeManager();
+    rest();
+    EXPECT_THAT(a->takeHeard(), ElementsAre(heard));
+  }
+}
+
 TEST_F(FriendListTest, WhatAnotherProcessDoesTakesNobodyElseAlong) {
   auto a = open("Ann,Bob|Cy,-|Dan,-|-,-");
   const FriendId dan = a->idAt(2, 0);

@@ -1,6 +1,7 @@
 // A vector that shares its chunks with its copies.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <map>
@@ -21,6 +22,14 @@ class ChunkedVector {
     static const T unset{};
     const std::size_t number = index / ChunkSize;
     return number < _chunks.size() && _chunks[number] ? (*_chunks[number])[index % ChunkSize] : unset;
+  }
+
+  /// The first index from `index` on whose element may be another one than in `other`: shared chunks are passed over.
+  std::size_t pastShared(const ChunkedVector& other, std::size_t index) const {
+    std::size_t number = index / ChunkSize;
+    const std::size_t end = std::min(_chunks.size(), other._chunks.size());
+    while (number < end && _chunks[number] == other._chunks[number]) index = ++number * ChunkSize;
+    return index;
   }
 
   /// Changes a copy of a vector; each chunk is copied before its first change.

@@ -125,6 +125,14 @@ std::vector<std::size_t> ListDraft::renamedPages() const {
   return indexes;
 }
 
+std::vector<std::size_t> ListDraft::touchedPages() const {
+  std::vector<std::size_t> indexes;
+  for (const auto& [source, page] : _pages)
+    if (const auto index = indexOfSource(source)) indexes.push_back(*index);
+  std::ranges::sort(indexes);
+  return indexes;
+}
+
 std::vector<FriendId> ListDraft::touchedFriends() const {
   std::vector<FriendId> friends;
   for (const auto& [number, slot] : _slots) friends.push_back({number});

@@ -76,6 +76,8 @@ class ListDraft {
   bool isWhereItWas(FriendId id) const;
   /// The indexes of the pages, ascending, that have another title than before, or are new and have one.
   std::vector<std::size_t> renamedPages() const;
+  /// The indexes of the pages, ascending, of which friends or titles were touched, or that are new.
+  std::vector<std::size_t> touchedPages() const;
   /// Whether nothing was done to the page with that index, and it had it before.
   bool isAsBefore(std::size_t index) const { return sourceOf(index) == index && !changed(index); }
   /// Whether pages came, went or moved.

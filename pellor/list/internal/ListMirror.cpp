@@ -109,9 +109,15 @@ void ListMirror::noteChangeOfContacts() {
   });
 }
 
-// A look at each page: what is on it is compared by identity.
-ListMirror::Window ListMirror::changedWindow() const {
+// A step that keeps the pages where they are says which ones it touched. Else a look at each page: what is on it is
+// compared by identity.
+ListMirror::Window ListMirror::changedWindow(const ListDraft* step) const {
   const auto& groups = _manager->friendGroups();
+  if (step && !step->changesPages() && step->pageCount() == _pages.size() && groups.size() == _pages.size()) {
+    const auto touched = step->touchedPages();
+    if (touched.empty()) return {};
+    return {touched.front(), touched.back() + 1, touched.back() + 1};
+  }
   const auto isSame = [&](std::size_t old, std::size_t now) { return _pages[old].persons == groups[now]->friends(); };
   Window window{0, _pages.size(), groups.size()};
   const std::size_t common = std::min(_pages.size(), groups.size());
@@ -156,7 +162,7 @@ const Snapshot& ListMirror::update(const ListDraft* step) {
   const bool isStale = !_stale.empty() || _titlesAreStale || _statusesAreStale || _allAreStale;
   const std::uint64_t version = _manager->layoutVersion();
   if (std::exchange(_layoutVersion, version) == version && !isStale) return _last;
-  Window window = changedWindow();
+  Window window = changedWindow(step);
   takeOver(window, pagesOf(window, step));
   // Somebody who is in two slots has an id for each, by their order: all pages are made then, and once more after it.
   if (std::exchange(_hadSurplus, _surplus > 0) || _surplus > 0) window = {0, _last.pageCount(), _pages.size()};
@@ -166,8 +172,9 @@ const Snapshot& ListMirror::update(const ListDraft* step) {
     renewOthers(window, edit);
   });
   _last = edit.take();
-  _stale.clear();
-  _occurrences.clear();
+  // To clear a table costs as much as it was large once.
+  _stale = {};
+  _occurrences = {};
   _titlesAreStale = _statusesAreStale = _allAreStale = false;
   return _last;
 }
@@ -177,6 +184,7 @@ void ListMirror::takeOver(const Window& window, std::vector<MirrorPage> pages) {
   const auto end = _pages.begin() + static_cast<std::ptrdiff_t>(window.oldEnd);
   for (auto page = begin; page != end; ++page) count(page->persons, -1);
   for (const MirrorPage& page : pages) count(page.persons, 1);
+  if (window.oldEnd == window.newEnd) return void(std::ranges::move(pages, begin));
   const auto next = _pages.erase(begin, end);
   _pages.insert(next, std::make_move_iterator(pages.begin()), std::make_move_iterator(pages.end()));
 }

@@ -92,7 +92,7 @@ class ListMirror {
     std::size_t newEnd = 0;
   };
 
-  Window changedWindow() const;
+  Window changedWindow(const ListDraft* step) const;
   void count(const Persons& persons, int sign);
   std::vector<MirrorPage> pagesOf(const Window& window, const ListDraft* step);
   void takeOver(const Window& window, std::vector<MirrorPage> pages);

@@ -145,6 +145,7 @@ class Description {
   }
 
   void tellOfMovedPages() {
+    if (_change.pagesMoved.empty()) return;
     std::vector<KeptPage> kept;
     std::vector<PageId> ids;
     for (std::size_t index = 0; index < _change.after.pageCount(); ++index) {
@@ -154,7 +155,6 @@ class Description {
       kept.push_back({*former, page.friendCount == 0 && page.title.empty()});
       ids.push_back(page.id);
     }
-    if (std::ranges::is_sorted(kept, {}, &KeptPage::indexBefore)) return;
     const std::vector<bool> isInOrder = pagesInOrder(kept);
     for (std::size_t number = 0; number < ids.size(); ++number)
       if (!isInOrder[number]) tell(ids[number]).isMoved = true;

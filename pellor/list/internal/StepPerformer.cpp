@@ -78,21 +78,23 @@ std::shared_ptr<PLPerson> StepPerformer::personOf(FriendId id) const {
   return comer == _step.newcomers.end() ? _ids.personWith(id) : comer->second;
 }
 
+// In a step groups go by request alone, and one that the manager adds is the last: their indexes hold.
+StepPerformer::Group StepPerformer::groupAt(std::size_t index) const { return _manager.friendGroups()[index]; }
+
 void StepPerformer::removeLeavers() {
-  const std::vector<Group> groups = _manager.friendGroups();
-  for (const Move& leaver : _leavers) groups[leaver.from.page]->removeFriendAtPosition(leaver.from.slot);
+  for (const Move& leaver : _leavers) groupAt(leaver.from.page)->removeFriendAtPosition(leaver.from.slot);
 }
 
 void StepPerformer::liftMoved() {
-  const std::vector<Group> groups = _manager.friendGroups();
   std::map<std::size_t, std::vector<std::shared_ptr<PLPerson>>> contents;
   for (const Move& move : _moved) {
-    const auto content = contents.try_emplace(move.from.page, groups[move.from.page]->friends()).first;
+    const auto content = contents.try_emplace(move.from.page, groupAt(move.from.page)->friends()).first;
     content->second[move.from.slot] = nullptr;
   }
   for (auto& [index, content] : contents) {
-    groups[index]->setFriends(std::move(content));
-    _manager.friendGroupDidMoveFriends(groups[index], {});
+    const Group group = groupAt(index);
+    group->setFriends(std::move(content));
+    _manager.friendGroupDidMoveFriends(group, {});
   }
 }
 
@@ -137,7 +139,6 @@ void StepPerformer::arrangePages() {
 
 // All groups get their content before any of them reports it: a friend stands somewhere all the time.
 void StepPerformer::setContents() {
-  const std::vector<Group> groups = _manager.friendGroups();
   std::map<std::size_t, std::vector<std::shared_ptr<PLPerson>>> moved;
   for (const Move& move : _moved) {
     moved[_step.draft.placeOf(move.id)->page].push_back(personOf(move.id));
@@ -147,23 +148,23 @@ void StepPerformer::setContents() {
     std::vector<std::shared_ptr<PLPerson>> content;
     for (const FriendId id : _step.draft.friendsOn(index))
       content.push_back(_step.newcomers.contains(id) ? nullptr : personOf(id));
-    groups[index]->setFriends(std::move(content));
+    groupAt(index)->setFriends(std::move(content));
   }
-  for (const auto& [index, persons] : moved) _manager.friendGroupDidMoveFriends(groups[index], persons);
+  for (const auto& [index, persons] : moved) _manager.friendGroupDidMoveFriends(groupAt(index), persons);
 }
 
 void StepPerformer::putNewcomers() {
   for (const FriendId id : _comers) {
     const Place place = *_step.draft.placeOf(id);
     std::uint32_t error = PLFriendGroupErrorNone;
-    _manager.friendGroups()[place.page]->setFriendAtPosition(personOf(id), place.slot, error);
+    groupAt(place.page)->setFriendAtPosition(personOf(id), place.slot, error);
   }
 }
 
 // A group takes its title along; somebody may have set one of which nobody was told yet.
 void StepPerformer::setTitles() {
   const auto renamed = _step.draft.renamedPages();
-  for (const std::size_t index : renamed) _manager.friendGroups()[index]->setTitle(_step.draft.title(index));
+  for (const std::size_t index : renamed) groupAt(index)->setTitle(_step.draft.title(index));
   if (!renamed.empty()) _manager.saveFriendGroupTitles();
 }
 

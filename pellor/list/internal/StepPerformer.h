@@ -33,6 +33,7 @@ class StepPerformer {
 
   void sort();
   std::shared_ptr<PLPerson> personOf(FriendId id) const;
+  Group groupAt(std::size_t index) const;
   void removeLeavers();
   void liftMoved();
   void arrangePages();

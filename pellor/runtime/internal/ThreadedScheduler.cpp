@@ -36,8 +36,9 @@ double ThreadedScheduler::now() const {
   return _startTime + std::chrono::duration<double>(_steadyClock() - _start).count();
 }
 
+// To make a source anew asks the processor what it can do, which is slow in a virtual machine.
 std::uint64_t ThreadedScheduler::randomNumber() {
-  std::random_device source;
+  thread_local std::random_device source;
   return (std::uint64_t{source()} << 32U) | source();
 }
 
