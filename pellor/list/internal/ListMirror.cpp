@@ -173,8 +173,8 @@ const Snapshot& ListMirror::update(const ListDraft* step) {
   });
   _last = edit.take();
   // To clear a table costs as much as it was large once.
-  _stale = {};
-  _occurrences = {};
+  _stale = decltype(_stale)();
+  _occurrences = decltype(_occurrences)();
   _titlesAreStale = _statusesAreStale = _allAreStale = false;
   return _last;
 }
