@@ -103,6 +103,41 @@ TEST_F(ListImportTest, WhatIsExportedGivesTheSameOntoAnEmptyListAsOneStep) {
   EXPECT_EQ(a->exported().pages, std::vector<ExportedPage>());
 }
 
+// The list has Ann, who is linked with her contact, and Bob without one.
+TEST_F(ListImportTest, WhoOfAFileIsAFriendAlready) {
+  contacts({"Ann", "Abe"});
+  world.addressBook().change(guidOf("Abe"), [](TestContact& contact) {
+    contact.first = "Ann";
+    contact.emails = {{"home", mailOf("Ann")}};
+  });
+  auto a = open("Ann#,Bob|-,-");
+  const struct {
+    const char* what;
+    ExportedFriend person;
+    bool isFriend;
+  } rows[] = {
+      {"by the GUID, whatever else was written",
+       {.name = "Anna", .destinations = {"old@example.org"}, .contactGUID = guidOf("Ann")},
+       true},
+      {"by name and address", {.name = "Bob", .destinations = {"bob@example.org", "new@example.org"}}, true},
+      {"by the address where there is no name", {.destinations = {"bob@example.org"}}, true},
+      {"another one of the family", {.name = "Bea", .destinations = {"bob@example.org"}}, false},
+      {"a namesake", {.name = "Bob", .destinations = {"other@example.org"}}, false},
+      {"another contact, of the same name and address",
+       {.name = "Ann", .destinations = {mailOf("Ann")}, .contactGUID = guidOf("Abe")},
+       false},
+      {"a contact of another machine",
+       {.name = "Bob", .destinations = {mailOf("Bob")}, .contactGUID = "elsewhere"},
+       true},
+  };
+  for (const auto& row : rows) {
+    const ExportedList list{2, {{"", {row.person}}}};
+    const ImportAnswer answer = a->run([&] { return a->list().planImport(list, ImportMode::add); });
+    EXPECT_FALSE(answer.refusal) << row.what;
+    EXPECT_EQ(answer.added.empty(), row.isFriend) << row.what;
+  }
+}
+
 TEST_F(ListImportTest, ARefusedImportSaysWhyAndWhere) {
   auto a = open("Ann,Bob|-,-");
   const std::string before = a->process().list();

@@ -205,12 +205,14 @@ TEST_F(RemovedFriendsTest, ARefusedStepLeavesTheMemoryAsItWas) {
 TEST_F(RemovedFriendsTest, ARemovalThatIsStoredAndNotToldYetStaysTheStepThatItWas) {
   using Untold = InMemoryPreferences::Untold;
   world.preferences().leaveUntold(Untold::stored, 1);
-  a->apply("remove Bob");
+  std::vector<std::string> told;
+  a->apply("remove Bob", noteIn(told));
   advance(0.01);
   EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
   a->apply("reply Cy x");
   b->apply("reply Ann y");
   rest();
+  EXPECT_THAT(told, ElementsAre("stored"));
   EXPECT_THAT(remembered(), ElementsAre("guid-Bob"));
   const auto history = b->history();
   const auto removal = std::ranges::find(history, StepKind::removed, &HistoryStep::kind);
