@@ -84,6 +84,8 @@ TEST_F(FriendListStepTest, AStepDoesAllOfItsEditsOrNone) {
     const StepAnswer answer = a->apply(each.edits, noteIn(told));
     EXPECT_EQ(planned.refusal, answer.refusal);
     EXPECT_EQ(answer ? a->process().list() : textOf(answer, before), each.after);
+    EXPECT_EQ(planned.after.pageCount(), answer.after.pageCount());
+    EXPECT_EQ(planned.after.friendCount(), answer.after.friendCount());
     for (const EditResult& result : answer.results) EXPECT_EQ(a->snapshot().placeOf(result.id), result.place);
     EXPECT_EQ(a->process().manager().invariantViolation(), std::nullopt);
     EXPECT_THAT(told, IsEmpty()) << "never inside the call";
