@@ -275,6 +275,20 @@ TEST_F(AutomaticStepsTest, FavoritesForWhichThereIsNoRoomAreToldOf) {
   EXPECT_THAT(b->told(), ElementsAre("not imported Cy"));
 }
 
+TEST_F(AutomaticStepsTest, ALinkIsTakenBackThoughTheCardHasChangedSince) {
+  auto a = open("Ann,Bob,-");
+  world.addressBook().add(card("anna", "Anna", AnnsMail));
+  rest();
+  ASSERT_THAT(a->told(), ElementsAre("relinked Anna ~1"));
+  world.addressBook().change("anna", [](TestContact& anna) { anna.first = "Anja"; });
+  rest();
+  const UndoAnswer answer = a->undo(a->history().at(0).id);
+  ASSERT_TRUE(answer.step);
+  EXPECT_TRUE(answer.kept.empty());
+  rest();
+  EXPECT_EQ(a->process().list(), "Ann,Bob,-");
+}
+
 TEST_F(AutomaticStepsTest, FavoritesThatAFirstListHasNoRoomForAreToldOfOnce) {
   setGroups(1, 2);
   contacts({"Ann", "Bob", "Cy", "Dan"});

@@ -19,6 +19,11 @@ TEST_F(ManagerLoadTest, TheFirstRunOfTheDefaultDomainMarksTheListAndCounts) {
   EXPECT_EQ(storedValue(PLDidNormalizeFriendListDestinationsKey), Value(true));
   EXPECT_EQ(world.counters().value("org.tapnote.tn.friendList.size"), 0);
   EXPECT_EQ(world.counters().value("org.tapnote.tn.friendGroups.count"), 0);
+
+  setGroups(5, 2);
+  launchWith("Ann,-|Bob,Cy");
+  EXPECT_EQ(world.counters().value("org.tapnote.tn.friendList.size"), 3);
+  EXPECT_EQ(world.counters().value("org.tapnote.tn.friendGroups.count"), 2) << "without the empty one at the end";
 }
 
 TEST_F(ManagerLoadTest, SettingsAreWrittenForManagersThatComeLater) {
