@@ -97,12 +97,15 @@ Json jsonOf(const KeptChange& kept) {
   return {{"name", kept.name.empty() ? Json(nullptr) : Json(kept.name)}, {"what", textOf(kept.part)}};
 }
 
+std::string whyNot(const UndoAnswer& answer) {
+  if (answer.step && answer.step->isTakenBack) return "it was taken back already";
+  const std::string reason(textOf(answer.refusal->reason));
+  if (!answer.step || answer.refusal->reason != RefusalReason::notUndoable) return reason;
+  return reason + ": " + shownId(answer.step->id) + " (\"pellor history\" names the others, for pellor undo STEP)";
+}
+
 void requireDone(const UndoAnswer& answer, std::string_view nothing) {
-  if (answer.refusal) {
-    const bool isBack = answer.step && answer.step->isTakenBack;
-    throw CommandError("nothing was changed: " +
-                       std::string(isBack ? "it was taken back already" : textOf(answer.refusal->reason)));
-  }
+  if (answer.refusal) throw CommandError("nothing was changed: " + whyNot(answer));
   if (!answer.step) throw CommandError(std::string(nothing));
 }
 

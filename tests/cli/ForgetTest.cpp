@@ -206,7 +206,8 @@ TEST_F(Forget, AsksFirstAndADryRunChangesNothing) {
   EXPECT_EQ(pellor(_home, {"list", "--json"}).output, list);
   EXPECT_EQ(exitCodeAfter("y"), 0);
   EXPECT_NE(pellor(_home, {"list", "--json"}).output, list);
-  tell(_home, {{{"history", "--clear", "--dry-run"}, 0, "would clear 2 steps\n"},
+  tell(_home, {{{"undo"}, 1, " (\"pellor history\" names the others, for pellor undo STEP)"},
+               {{"history", "--clear", "--dry-run"}, 0, "would clear 2 steps\n"},
                {{"history", "--dry-run"}, 2, ""},
                {{"history", "--clear"}, 0, "cleared 2 steps\n"},
                {{"undo"}, 1, "there is nothing to take back"}});
