@@ -219,6 +219,7 @@ ParsedArguments parseArguments(int count, const char* const* arguments) {
   // Common options may stand behind the command as well.
   program.fallthrough();
   program.require_subcommand(0, 1);
+  program.get_formatter()->label("Positionals", "Arguments");
   constexpr const char* footer =
       "WHO is a name, a number or address in any spelling, a GUID, or PAGE:SLOT (see pellor help who).\n"
       "The options of \"pellor help\" and \"pellor help services\" go with every command; without one the list is "

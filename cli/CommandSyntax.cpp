@@ -4,6 +4,15 @@
 #include <utility>
 
 namespace pellor::cli {
+namespace {
+
+// Of an argument the line of usage tells how often it is given, and whether it has to be.
+CLI::Option& withoutType(CLI::Option* option) {
+  if (option->get_positional()) option->option_text(" ");
+  return *option;
+}
+
+}  // namespace
 
 OptionSyntax OptionSyntax::required() const { return OptionSyntax(*_option->required()); }
 
@@ -22,22 +31,22 @@ CommandSyntax CommandSyntax::command(const std::string& name, const std::string&
 }
 
 OptionSyntax CommandSyntax::option(const std::string& name, std::string& value, const std::string& meaning) const {
-  return OptionSyntax(*_command->add_option(name, value, meaning));
+  return OptionSyntax(withoutType(_command->add_option(name, value, meaning)));
 }
 
 OptionSyntax CommandSyntax::option(const std::string& name, std::optional<std::string>& value,
                                    const std::string& meaning) const {
-  return OptionSyntax(*_command->add_option(name, value, meaning));
+  return OptionSyntax(withoutType(_command->add_option(name, value, meaning)));
 }
 
 OptionSyntax CommandSyntax::option(const std::string& name, std::vector<std::string>& values,
                                    const std::string& meaning) const {
-  return OptionSyntax(*_command->add_option(name, values, meaning));
+  return OptionSyntax(withoutType(_command->add_option(name, values, meaning)));
 }
 
 OptionSyntax CommandSyntax::option(const std::string& name, std::filesystem::path& value,
                                    const std::string& meaning) const {
-  return OptionSyntax(*_command->add_option(name, value, meaning));
+  return OptionSyntax(withoutType(_command->add_option(name, value, meaning)));
 }
 
 OptionSyntax CommandSyntax::flag(const std::string& name, bool& isGiven, const std::string& meaning) const {

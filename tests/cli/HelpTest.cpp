@@ -50,6 +50,8 @@ TEST(Help, EachCommandIsExplainedWithExamplesThatItUnderstands) {
   EXPECT_EQ(pellor(home, {"--help"}).output, help);
   EXPECT_THAT(help, Not(HasSubstr("--ldap-base"))) << "most would be about services that most do not use";
   EXPECT_THAT(pellor(home, {"help", "services"}).output, HasSubstr("--ldap-base TEXT"));
+  EXPECT_THAT(pellor(home, {"help", "title"}).output,
+              AllOf(HasSubstr("\nArguments:\n  PAGE  "), HasSubstr("\n  TEXT  ")));
   EXPECT_THAT(pellor(home, {"help", "--man"}).output, HasSubstr("\\-\\-ldap\\-base"));
   EXPECT_THAT(pellor(home, {"help", "who"}).output, HasSubstr("zoe#2 is the second"));
   EXPECT_EQ(pellor(home, {"help", "favorites", "add"}).output, pellor(home, {"favorites", "add", "--help"}).output);
