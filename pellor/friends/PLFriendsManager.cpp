@@ -10,8 +10,8 @@
 #include "pellor/friends/PLDestination.h"
 #include "pellor/friends/PLDestinationStatus.h"
 #include "pellor/friends/PLFriendGroup.h"
+#include "pellor/friends/PLListEditor.h"
 #include "pellor/friends/PLPerson.h"
-#include "pellor/friends/internal/PLCleanUp.h"
 #include "pellor/friends/internal/PLFriendsManagerParts.h"
 #include "pellor/friends/internal/PLListWriter.h"
 #include "pellor/friends/internal/PLMainQueueCheck.h"
@@ -25,7 +25,6 @@
 #include "pellor/runtime/Fatal.h"
 #include "pellor/runtime/Process.h"
 #include "pellor/runtime/Scheduler.h"
-#include "pellor/runtime/Timer.h"
 
 namespace pellor {
 namespace {
@@ -36,16 +35,7 @@ constexpr bool ChecksInvariants = true;
 constexpr bool ChecksInvariants = false;
 #endif
 
-constexpr double AddressBookRefreshDelay = 0.2;
-
-std::uint64_t saturatingProduct(std::uint64_t left, std::uint64_t right) {
-  constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
-  return right != 0 && left > largest / right ? largest : left * right;
-}
-
 PreferencesStore& preferencesOf(Process& process) { return *platformOf(process).preferences; }
-
-std::string prefixed(std::string_view name) { return std::string(PLVendorPrefix) + std::string(name); }
 
 bool writeSetting(std::string_view key, Value value, const std::string& domain) {
   return plWriteDomainSetting(preferencesOf(Process::current()), key, std::move(value), domain);
@@ -74,12 +64,6 @@ struct EndOnMainQueue {
   }
 };
 
-std::shared_ptr<PLPerson> personUnder(const std::string& destination, const PLIdentifierMap& map) {
-  std::string room;
-  const auto canonical = plSanitizedDestination(destination, room);
-  return canonical ? map.personFor(*canonical) : nullptr;
-}
-
 }  // namespace
 
 // What the parts tell, and what a settle asks.
@@ -91,8 +75,7 @@ class PLFriendsManager::PartsClient final : public PLListWriterClient,
 
   void listWasWritten(const PLAcceptedWrite& write) override {
     PLFriendsManagerParts& parts = *_manager._parts;
-    _manager._wasOvertaken = false;
-    parts.overtakenRetry.reset();
+    parts.storeFailures.noteAccepted();
     if (write.base) {
       parts.takeover.forgetRemovalsUntil(write.listVersion);
       writer().dirtyChunks().forgetUntil(write.base->list->changes());
@@ -111,8 +94,8 @@ class PLFriendsManager::PartsClient final : public PLListWriterClient,
     parts.steps.noteStored(write.step);
   }
   void stepsNeededNoWrite(std::uint64_t last) override { _manager._parts->steps.noteStored(last); }
-  void listWasOvertaken() override { _manager._listWasOvertaken(); }
-  void writeTroubleChanged() override { _manager._noteStoreTrouble(); }
+  void listWasOvertaken() override { _manager._parts->storeFailures.noteOvertaken(); }
+  void writeTroubleChanged() override { _manager._parts->storeFailures.noteWrites(); }
   void loadIsDue() override { _manager._loadIsDue(); }
 
   void forEachFriend(const std::function<void(const PLPerson&)>& visit) const override {
@@ -127,7 +110,7 @@ class PLFriendsManager::PartsClient final : public PLListWriterClient,
                                 destinationStatusNumbers(statuses)}});
   }
   void unreachableFriendsWereCounted(std::int64_t count) override {
-    _manager._tallySetValueForScalarKey(count, prefixed(".tn.unreachableFriends.count"));
+    _manager._parts->counters._tallyUnreachableFriends(count);
   }
 
   bool isSettled() const override {
@@ -135,7 +118,7 @@ class PLFriendsManager::PartsClient final : public PLListWriterClient,
            !writer().isSaving() && !writer().hasFailed() && !_manager._parts->steps.areUntold();
   }
   bool isWritten() const override {
-    const bool isUnreadable = _manager._storeIsUnreadable && !_manager.isLoaded();
+    const bool isUnreadable = _manager._parts->storeFailures.isUnreadable() && !_manager.isLoaded();
     return !writer().hasFailed() && !isUnreadable && !_manager._additionWasRefused;
   }
   // Edits that asked for no save are saved now.
@@ -143,7 +126,7 @@ class PLFriendsManager::PartsClient final : public PLListWriterClient,
     PLFriendsManagerParts& parts = *_manager._parts;
     parts.ownPosts.awaitEchoes();
     if (!_manager.isLoaded() || writer().hasFailed() || writer().awaitsLoad()) return;
-    _manager._markNewTitles();
+    _manager._parts->markNewTitles();
     if (writer().isMarked() && !writer().isSaving()) _manager.save();
   }
   void didSettle() override { _manager._additionWasRefused = false; }
@@ -221,7 +204,14 @@ PLFriendsManager::PLFriendsManager(Passkey, Process& process, std::string domain
               [this] { _followAddressBook(weak_from_this()); },
               [this](const PLAutomaticDecision& decision) { _parts->steps.tellDecision(decision); },
               [this] { _bringFavoritesIfDue(); },
-          })) {
+              {[this] { _loadAgain(); }, [this] { _loadIsDue(); },
+               [this] {
+                 postOnMainQueue(_process, PLFriendsManagerStoreTroubleChangedNotification, weak_from_this());
+               }},
+          })),
+      _editor(new PLListEditor(process, *_parts, *_pendingChanges,
+                               {[this] { return isLoaded(); }, [this] { _postChangeNotificationIfNecessary(); },
+                                [this] { _checkInvariants(); }})) {
   _process.addSettleParticipant(*_client);
 }
 
@@ -250,9 +240,7 @@ void PLFriendsManager::_observe() {
 // could not read would lay the list out wrongly and save it so.
 void PLFriendsManager::_start() {
   if (!_readSettings()) {
-    _storeIsUnreadable = true;
-    _noteStoreTrouble();
-    _retryLoadLater();
+    _parts->storeFailures.noteUnreadable();
     return;
   }
   const auto whenPosted = [weak = weak_from_this()](void (PLFriendsManager::*handle)()) {
@@ -269,10 +257,7 @@ bool PLFriendsManager::_readSettings() {
   auto settings = PLDomainSettings::read(preferencesOf(_process), _domain);
   if (!settings) return false;
   _parts->settings = *std::move(settings);
-  // A caller that has said already whether friends are refreshed is not overruled.
-  if (!std::exchange(_refreshSettingIsReplaced, false)) {
-    _refreshAgainstContactsEnabled = _parts->settings.refreshesAgainstContactsOnInit();
-  }
+  _parts->contactsRefresh.readSetting(_parts->settings.refreshesAgainstContactsOnInit());
   return true;
 }
 
@@ -291,6 +276,17 @@ std::uint64_t PLFriendsManager::layoutVersion() const {
   return _parts->friendList.version() + _parts->pages.version() + _process.local<PLUnreportedAssignments>().count;
 }
 
+std::optional<PLStoreTrouble> PLFriendsManager::storeTrouble() const { return _parts->storeFailures.trouble(); }
+
+std::string PLFriendsManager::listVersion() const {
+  const auto base = _writer->base();
+  if (!base) return {};
+  std::string text;
+  for (const PreferenceVersion& version : {base->listVersion, base->titlesVersion})
+    text += std::to_string(version.store) + "." + std::to_string(version.count) + ".";
+  return text;
+}
+
 bool PLFriendsManager::isEmptyTrailingGroupEnabled() const { return _parts->settings.shouldAddEmptyTrailingGroup(); }
 
 const std::vector<std::shared_ptr<PLFriendGroup>>& PLFriendsManager::friendGroups() const {
@@ -304,36 +300,45 @@ void PLFriendsManager::reloadFriendList() {
   _checkInvariants();
 }
 
-void PLFriendsManager::_loadAgain() { _didCompleteInitialLoading ? _loadFriendList() : _start(); }
+// Held until the end of the load, which tells others. Nobody holds a manager that is about to end.
+void PLFriendsManager::_loadAgain() {
+  const auto self = weak_from_this().lock();
+  if (!self) return;
+  _didCompleteInitialLoading ? _loadFriendList() : _start();
+}
+
+void PLFriendsManager::_loadIsDue() {
+  const auto self = weak_from_this().lock();
+  if (!self) return;
+  if (!_writer->awaitsLoad()) return _loadIfOther();
+  _loadAgain();
+  _checkInvariants();
+}
 
 void PLFriendsManager::_loadFriendList() {
   PLStoredList stored;
   const PLListReader::Answer found = _parts->listReader.read(stored);
   if (found == PLListReader::Answer::unreadable) {
-    _storeIsUnreadable = true;
-    _noteStoreTrouble();
+    _parts->storeFailures.noteUnreadable();
     _writer->awaitLoad();
-    _retryLoadLater();
     return;
   }
   const auto turn = _writer->beginLoad(stored.listVersion, stored.titlesVersion, stored.attached);
   if (turn == PLListWriter::Turn::later) return;
   const bool isRead = found == PLListReader::Answer::loaded || found == PLListReader::Answer::recovered;
-  if (isRead && turn == PLListWriter::Turn::now) _judgeSteps(stored);
-  const auto origin = _originOf(stored);
+  if (isRead && turn == PLListWriter::Turn::now) _parts->judgeSteps(stored);
+  const auto origin =
+      _didCompleteInitialLoading ? plOriginOf(_writer->base().get(), stored) : std::optional(PLChangeOrigin::load);
   if (turn == PLListWriter::Turn::now) _writer->attachedArrays().takeOver(stored.attached);
-  _parts->_identifiersToPersonMap.beginRebuild();
+  _parts->lookUp.beginRebuild();
   // Not before the store has answered: until then there are no groups to tell of.
   if (!_didCompleteInitialLoading) _createEmptyFriendList();
-  _storeIsUnreadable = false;
-  _noteStoreTrouble();
-  _parts->loadRetry.reset();
-  _parts->loadRetry.cancel();
+  _parts->storeFailures.noteRead();
   if (isRead) {
     _PLGetLogSystem().log("loaded friend list%@", _didCompleteInitialLoading ? "" : " for the first time");
     // What came out of the store damaged goes back whole.
     turn == PLListWriter::Turn::now ? _takeOver(stored) : _parts->pages._updateFriendGroups();
-    if (found == PLListReader::Answer::recovered) _markLayoutChanged();
+    if (found == PLListReader::Answer::recovered) _parts->markLayoutChanged();
   } else {
     if (!_didCompleteInitialLoading) {
       found == PLListReader::Answer::none ? _startFirstList() : _createEmptyFriendList();
@@ -350,7 +355,7 @@ void PLFriendsManager::_startFirstList() {
   _createEmptyFriendList();
   if (_domain == TapnoteDomain) {
     markFriendListAsNormalized();
-    const auto curated = _parts->favorites._curatedFriendList(_slotCapacity());
+    const auto curated = _parts->favorites._curatedFriendList(_parts->pages._slotCapacity());
     _parts->favorites.setDue(!curated.isReadable());
     if (!curated.value()) return;
     _addCuratedFriends(curated.value()->friends);
@@ -361,7 +366,7 @@ void PLFriendsManager::_startFirstList() {
 // What is stored, with the own edits that are not on top of it, becomes the list.
 void PLFriendsManager::_takeOver(const PLStoredList& stored) {
   const PLMetadataSnapshot snapshot(_process.local<PLPersonChanges>());
-  _publishList();
+  _parts->publishList();
   const auto merged = _mergeOwnEdits(stored);
   const auto base = _updateFriends(stored, merged ? &*merged : nullptr);
   _parts->pages._updateFriendGroups();
@@ -371,7 +376,7 @@ void PLFriendsManager::_takeOver(const PLStoredList& stored) {
   // Marked before the writer goes on, so that all of it goes out at once.
   _writer->clearMarks();
   _parts->favorites.setDue(_writer->awaitsFavorites(stored));
-  if (merged && merged->differsInLayout) _markLayoutChanged();
+  if (merged && merged->differsInLayout) _parts->markLayoutChanged();
   if (merged && merged->differsInTitles) _writer->markTitles(_parts->titles.storedAfter(*base));
   _writer->takeOver(base, _parts->friendList, _parts->pages.pageNumbers());
 }
@@ -387,7 +392,7 @@ void PLFriendsManager::_beginOnEmptyStore(const PLStoredList& stored) {
   const bool hasOwnTitles = stored.titles.empty() && _parts->titles.haveAny();
   const auto known = _didCompleteInitialLoading ? _writer->base() : nullptr;
   if (!stored.titles.empty()) _parts->titles.takeOver(stored, nullptr, known.get());
-  _publishList();
+  _parts->publishList();
   _writer->markLayout(hasOwnTitles ? std::optional(_parts->titles.storedAfter(*base)) : std::nullopt,
                       _parts->favorites.isDue() ? std::optional(true) : std::nullopt);
   _parts->titles.takeMoved();
@@ -407,16 +412,15 @@ void PLFriendsManager::_finishLoad(std::optional<PLChangeOrigin> origin) {
     _cleanUpAfterLoad();
     _postChangeNotificationIfNecessary();
   }
-  _createAddressToPersonDictionary();
-  _tallyLogFriendCount();
-  _tallyLogFriendGroupCount();
+  _parts->lookUp._createAddressToPersonDictionary();
+  _parts->counters._tallyLogFriendCount();
+  _parts->counters._tallyLogFriendGroupCount();
   _bringFavoritesIfDue();
 }
 
 void PLFriendsManager::save() {
   checkMainQueue(_process, "save");
-  _publishList();
-  _parts->steps.areUntold() ? _writer->saveSteps() : _writer->save();
+  _parts->save();
 }
 
 const std::shared_ptr<PLDelayedOperation>& PLFriendsManager::saveOperation() const PELLOR_UNCHECKED {
@@ -467,9 +471,9 @@ void PLFriendsManager::_loadGroupTitles() {
   if (!base || found == PLListReader::Answer::unreadable) return;
   if (stored.listVersion != base->listVersion || _parts->steps.areToBeJudged(*base, stored)) return _loadFriendList();
   if (_writer->beginLoad(stored.listVersion, stored.titlesVersion, stored.attached) != PLListWriter::Turn::now) return;
-  _judgeSteps(stored);
+  _parts->judgeSteps(stored);
   _writer->attachedArrays().takeOver(stored.attached);
-  const auto origin = _originOf(stored);
+  const auto origin = plOriginOf(_writer->base().get(), stored);
   _parts->titles.noteStored(*_writer->base());
   _parts->titles.takeOverRenamed(stored.titles, *base);
   auto renamed = std::make_shared<PLBaseline>(*_writer->base());
@@ -477,7 +481,7 @@ void PLFriendsManager::_loadGroupTitles() {
   renamed->titlesVersion = stored.titlesVersion;
   if (_writer->needsTitlesSync() || _parts->titles.haveMoved(*renamed))
     _writer->markTitles(_parts->titles.storedAfter(*renamed));
-  _publishList();
+  _parts->publishList();
   _writer->takeOver(std::move(renamed), _parts->friendList, _parts->pages.pageNumbers());
   save();
   if (origin) _parts->steps.tellChange(*origin);
@@ -488,7 +492,7 @@ void PLFriendsManager::saveFriendGroupTitles() {
   const auto base = _writer->base();
   // Before the list has been read there are no groups to name.
   if (!base) return;
-  _publishList();
+  _parts->publishList();
   _writer->markTitles(_parts->titles.storedAfter(*base));
   _writer->save();
 }
@@ -497,29 +501,6 @@ void PLFriendsManager::markFriendListAsNormalized() {
   checkMainQueue(_process, "markFriendListAsNormalized");
   _writer->markNormalized();
   _writer->save();
-}
-
-void PLFriendsManager::_tallySetValueForScalarKey(std::int64_t value, std::string_view key) {
-  if (_domain == TapnoteDomain) platformOf(_process).counters->setValueForScalarKey(key, value);
-}
-
-void PLFriendsManager::_tallyLogFriendCount() {
-  _tallySetValueForScalarKey(static_cast<std::int64_t>(_numberOfFriendsInList(_parts->friendList)),
-                             prefixed(".tn.friendList.size"));
-}
-
-// Not counting one group, the trailing one.
-void PLFriendsManager::_tallyLogFriendGroupCount() {
-  _tallySetValueForScalarKey(static_cast<std::int64_t>(_parts->pages.count()) - 1, prefixed(".tn.friendGroups.count"));
-}
-
-void PLFriendsManager::_publishList() { _writer->publish(_parts->friendList, _parts->pages.pageNumbers()); }
-
-void PLFriendsManager::_markLayoutChanged() {
-  _publishList();
-  const auto base = _writer->base();
-  const bool haveTitlesMoved = _parts->titles.takeMoved();
-  _writer->markLayout(haveTitlesMoved && base ? std::optional(_parts->titles.storedAfter(*base)) : std::nullopt);
 }
 
 // Absent when there are none: then what is stored becomes the list as it is.
@@ -534,23 +515,18 @@ std::optional<PLMergeResult> PLFriendsManager::_mergeOwnEdits(const PLStoredList
   if (!isOtherList && !_writer->isMarked() && _parts->titles.edits().empty()) return std::nullopt;
   PLMergeResult merged = _parts->takeover.merge(*base, stored, _parts->ownPages(*base), _writer->dirtyChunks());
   _additionWasRefused = _additionWasRefused || !merged.leftOut.empty();
-  _needsAddressBookRefresh = _needsAddressBookRefresh || merged.needsRefresh;
+  if (merged.needsRefresh) _parts->contactsRefresh.noteDue();
   return merged;
 }
 
 // --- 2  Group layout and positions ---------------------------------------------------------------------------------
-
-void PLFriendsManager::_removeGroupAtIndex(std::uint64_t index) {
-  _parts->titles.noteRemoval();
-  _parts->pages._removeGroupAtIndex(index);
-}
 
 void PLFriendsManager::_postGroupListChangedNotification() {
   Process& process = _process;
   process.mainQueue().async([&process] {
     process.notificationCenter().post({std::string(PLFriendsManagerGroupListChanged), nullptr, {}});
   });
-  _tallyLogFriendGroupCount();
+  _parts->counters._tallyLogFriendGroupCount();
 }
 
 void PLFriendsManager::syncFriendGroup(const std::shared_ptr<PLFriendGroup>& group) {
@@ -572,7 +548,7 @@ void PLFriendsManager::syncFriendGroup(const std::shared_ptr<PLFriendGroup>& gro
   _parts->pages.noteRoom(*groupIndex);
   // Before the save, which takes the new group's slots along.
   if (_parts->pages._shouldAddEmptyGroup()) _parts->pages._addEmptyGroup();
-  if (differs) _markLayoutChanged();
+  if (differs) _parts->markLayoutChanged();
   if (_writer->needsFriendListSync()) save();
   _checkInvariants();
 }
@@ -585,10 +561,10 @@ void PLFriendsManager::friendGroupDidSetFriendAtPosition(const std::shared_ptr<P
   if (index >= _parts->friendList.count()) return;
   const auto heldPerson = person;
   _parts->friendList.set(index, heldPerson);
-  _parts->sourcedPersons.remove(heldPerson.get());
+  _parts->lookUp.noteFriend(heldPerson.get());
   _pendingChanges->_addEntryToChangeLogForPersonChangeType(heldPerson, PLFriendsManagerPersonAdded);
   if (_parts->pages._shouldAddEmptyGroup()) _parts->pages._addEmptyGroup();
-  _markLayoutChanged();
+  _parts->markLayoutChanged();
   _postChangeNotificationIfNecessary();
   save();
   _checkInvariants();
@@ -607,12 +583,12 @@ void PLFriendsManager::friendGroupDidRemoveFriendAtPosition(const std::shared_pt
   _parts->pages.noteRoom(groupIndex);
   if (heldPerson) {
     _pendingChanges->_addEntryToChangeLogForPersonChangeType(heldPerson, PLFriendsManagerPersonDeleted);
-    _removePersonFromIdentifiersToPersonMap(*heldPerson);
+    _parts->lookUp._removePersonFromIdentifiersToPersonMap(*heldPerson);
     // A single group stays, empty: it is the only place for friends.
     const bool isToGo = _parts->settings.maxFriendGroups() >= 2 && !_parts->steps.keepsEmptiedGroups();
-    if (heldGroup->count() == 0 && isToGo) _removeGroupAtIndex(groupIndex);
+    if (heldGroup->count() == 0 && isToGo) _parts->_removeGroupAtIndex(groupIndex);
   }
-  _markLayoutChanged();
+  _parts->markLayoutChanged();
   if (heldPerson) _postChangeNotificationIfNecessary();
   save();
   _checkInvariants();
@@ -629,10 +605,24 @@ void PLFriendsManager::friendGroupDidMoveFriends(const std::shared_ptr<PLFriendG
     _parts->friendList.set(*groupIndex * _parts->settings.maxFriendsPerGroup() + position, content[position]);
   }
   _parts->pages.noteRoom(*groupIndex);
-  _markLayoutChanged();
+  _parts->markLayoutChanged();
   for (const auto& person : friends)
     _pendingChanges->_addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonMoved);
   _postChangeNotificationIfNecessary();
+}
+
+void PLFriendsManager::purgeEmptyFriendGroups() {
+  checkMainQueue(_process, "purgeEmptyFriendGroups");
+  const auto groupCount = _parts->pages.count();
+  if (groupCount < 2) return;
+  // The last group is spared: it is the one that new friends are dropped into.
+  for (std::uint64_t next = groupCount - 1; next > 0; --next) {
+    if (friendGroups()[next - 1]->count() == 0) _parts->_removeGroupAtIndex(next - 1);
+  }
+  if (_parts->pages.count() == groupCount) return;
+  _parts->markLayoutChanged();
+  save();
+  _checkInvariants();
 }
 
 bool PLFriendsManager::addFriend(const std::shared_ptr<PLPerson>& person) {
@@ -670,69 +660,16 @@ std::uint64_t PLFriendsManager::groupIndexContainingFriend(const std::shared_ptr
       std::floor(static_cast<float>(*index) / static_cast<float>(_parts->settings.maxFriendsPerGroup())));
 }
 
-std::shared_ptr<PLPerson> PLFriendsManager::_friendAtPosition(std::uint64_t index) const {
-  return index < _parts->friendList.count() ? _parts->friendList.at(index) : nullptr;
-}
-
-std::uint64_t PLFriendsManager::_slotCapacity() const {
-  return saturatingProduct(_parts->settings.maxFriendGroups(), _parts->settings.maxFriendsPerGroup());
-}
-
-std::uint64_t PLFriendsManager::_firstEmptyPosition() const {
-  return _parts->friendList.firstEmptyIndex().value_or(static_cast<std::uint64_t>(NotFound));
-}
-
-std::uint64_t PLFriendsManager::_numberOfFriendsInList(const PLSlotList& list) const { return list.occupiedCount(); }
-
 // --- 3  Indexes and lookup -----------------------------------------------------------------------------------------
-
-void PLFriendsManager::_addPersonToIdentifiersToPersonMap(const std::shared_ptr<PLPerson>& person) {
-  _parts->_identifiersToPersonMap.add(person);
-}
-
-void PLFriendsManager::_removePersonFromIdentifiersToPersonMap(const PLPerson& person) {
-  _parts->_identifiersToPersonMap.remove(person);
-}
-
-// Sourced persons come last, so that they win a key that they share with a friend.
-void PLFriendsManager::_createAddressToPersonDictionary() {
-  _parts->_identifiersToPersonMap.rebuild(_parts->sourcedPersons);
-}
-
-void PLFriendsManager::_storeSourcedPerson(const std::shared_ptr<PLPerson>& person) {
-  if (!_parts->sourcedPersons.contains(person.get())) _parts->sourcedPersons.append(person);
-  _addPersonToIdentifiersToPersonMap(person);
-}
 
 std::shared_ptr<PLPerson> PLFriendsManager::personWithDestinations(const std::vector<std::string>& destinations) {
   checkMainQueue(_process, "personWithDestinations");
-  _parts->lookUpQueue.lookUpAgain(*platformOf(_process).addressBook);
-  // For one destination, as most callers have, no sets are made.
-  if (destinations.size() == 1) {
-    if (auto known = personUnder(destinations.front(), _parts->_identifiersToPersonMap)) return known;
-  }
-  const DestinationSet canonical = plSanitizedDestinationSet(std::span(destinations));
-  if (auto known = _parts->_identifiersToPersonMap.firstPersonFor(canonical)) return known;
-  std::shared_ptr<PLPerson> person;
-  platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
-    person = PLPerson::initWithDestinationsAddressBook({canonical.begin(), canonical.end()}, &addressBook);
-    _parts->lookUpQueue.note(person, addressBook);
-  });
-  if (person) _storeSourcedPerson(person);
-  return person;
+  return _parts->lookUp.personWithDestinations(destinations);
 }
 
 std::shared_ptr<PLPerson> PLFriendsManager::personWithABRecordGUID(const std::string& guid) {
   checkMainQueue(_process, "personWithABRecordGUID");
-  _parts->lookUpQueue.lookUpAgain(*platformOf(_process).addressBook);
-  if (auto known = _parts->_identifiersToPersonMap.personFor(guid)) return known;
-  std::shared_ptr<PLPerson> person;
-  platformOf(_process).addressBook->performWithAddressBook([&](AddressBook& addressBook) {
-    person = PLPerson::initWithABRecordGUIDAddressBook(guid, &addressBook);
-    _parts->lookUpQueue.note(person, addressBook);
-  });
-  if (person) _storeSourcedPerson(person);
-  return person;
+  return _parts->lookUp.personWithABRecordGUID(guid);
 }
 
 // The list itself is asked: in the identifier map a looked-up person may stand in a friend's place.
@@ -759,7 +696,7 @@ std::vector<std::shared_ptr<PLPerson>> PLFriendsManager::friendsWithIdentifier(c
 
 std::vector<std::shared_ptr<PLPerson>> PLFriendsManager::allPeople() const {
   checkMainQueue(_process, "allPeople");
-  return _parts->_identifiersToPersonMap.allPersons();
+  return _parts->lookUp.allPeople();
 }
 
 // --- 4  Change log and notifications -------------------------------------------------------------------------------
@@ -785,7 +722,7 @@ void PLFriendsManager::_postChangeNotificationIfNecessary() {
                             log->count() == 1 ? "entry" : "entries");
     }
     self->_process.notificationCenter().post({std::string(PLFriendsManagerChangedNotification), self, std::move(*log)});
-    self->_tallyLogFriendCount();
+    self->_parts->counters._tallyLogFriendCount();
   });
 }
 
@@ -835,13 +772,7 @@ void PLFriendsManager::_personValuesChanged(const Notification& notification) {
 void PLFriendsManager::_addressBookChanged(const Notification& notification) {
   _PLGetLogSystem().log("received %@", notification.name);
   _process.mainQueue().async([weak = weak_from_this()] {
-    auto self = weak.lock();
-    if (!self) return;
-    // Also while the timer is set: a refresh may have run since.
-    self->_needsAddressBookRefresh = true;
-    if (self->_addressBookRefreshTimer && self->_addressBookRefreshTimer->isValid()) return;
-    self->_addressBookRefreshTimer =
-        Timer::after(self->_process.mainQueue(), AddressBookRefreshDelay, [weak] { _followAddressBook(weak); });
+    if (auto self = weak.lock()) self->_parts->contactsRefresh.noteContactsChanged();
   });
 }
 
@@ -850,15 +781,14 @@ void PLFriendsManager::_followAddressBook(const std::weak_ptr<PLFriendsManager>&
   const auto self = manager.lock();
   if (!self) return;
   self->refreshAgainstAddressBook();
-  self->_parts->lookUpQueue.lookUpAgain(*platformOf(self->_process).addressBook);
+  self->_parts->lookUp.lookUpAgain();
   self->_bringFavoritesIfDue();
 }
 
 bool PLFriendsManager::refreshAgainstAddressBook() {
   checkMainQueue(_process, "refreshAgainstAddressBook");
   if (!_didCompleteInitialLoading) return false;
-  const bool isDue = _needsAddressBookRefresh || _parts->contactsRefresh._addressBookSequenceNumberDidChange();
-  if (!isDue || !_refreshAgainstContactsEnabled) return false;
+  if (!_parts->contactsRefresh.isToRun()) return false;
   bool didRefresh = false;
   _tellIfChangedByContacts([&] {
     didRefresh = _parts->contactsRefresh.refreshFriends();
@@ -866,17 +796,18 @@ bool PLFriendsManager::refreshAgainstAddressBook() {
   });
   if (!didRefresh) return false;
   _postChangeNotificationIfNecessary();
-  _needsAddressBookRefresh = false;
+  _parts->contactsRefresh.noteRan();
   _checkInvariants();
   return true;
 }
 
+bool PLFriendsManager::isRefreshAgainstContactsEnabled() const { return _parts->contactsRefresh.isEnabled(); }
+
 void PLFriendsManager::setRefreshAgainstContactsEnabled(bool enabled) {
   checkMainQueue(_process, "setRefreshAgainstContactsEnabled");
-  _refreshSettingIsReplaced = _refreshSettingIsReplaced || !_didCompleteInitialLoading;
-  if (enabled == _refreshAgainstContactsEnabled) return;
-  _refreshAgainstContactsEnabled = enabled;
-  if (enabled) refreshAgainstAddressBook();
+  const bool wasEnabled = isRefreshAgainstContactsEnabled();
+  _parts->contactsRefresh.setEnabled(enabled, !_didCompleteInitialLoading);
+  if (enabled && !wasEnabled) refreshAgainstAddressBook();
 }
 
 // Gives the baseline on which the list is then built, but for the groups' numbers.
@@ -896,46 +827,8 @@ std::shared_ptr<PLBaseline> PLFriendsManager::_updateFriends(const PLStoredList&
     save();
   });
   // A refresh that is due already, perhaps for as long as refreshing is disabled, stays due.
-  if (_pendingChanges->_changeLogContainsFriendAdditionsOrUpdates()) _needsAddressBookRefresh = true;
+  if (_pendingChanges->_changeLogContainsFriendAdditionsOrUpdates()) _parts->contactsRefresh.noteDue();
   return base;
-}
-
-void PLFriendsManager::_cleanUpFriendListIfNecessary() {
-  _parts->exceptions.dropByList();
-  _deduplicateFriendListIfNecessary();
-  _removeDestinationlessFriendsIfNecessary();
-  save();
-}
-
-void PLFriendsManager::_deduplicateFriendListIfNecessary() {
-  if (!_parts->settings.shouldDeduplicateFriendList()) return;
-  const auto repeated = plRepeatedFriends(_parts->friendList, _parts->exceptions);
-  _tellRemovals(PLDecisionKind::deduplicated, repeated);
-  _removeFriendsAtIndices(repeated);
-}
-
-void PLFriendsManager::_removeDestinationlessFriendsIfNecessary() {
-  if (!_parts->settings.shouldRemoveDestinationlessFriends()) return;
-  const auto unreachable = plDestinationlessFriends(_parts->friendList, _parts->exceptions);
-  _tellRemovals(PLDecisionKind::cleanedUp, unreachable);
-  _removeFriendsAtIndices(unreachable);
-}
-
-// `indices`, ascending, name slots of the list as it is on entry. A group that empties vanishes with its slots, and the
-// later slots move down by that much.
-void PLFriendsManager::_removeFriendsAtIndices(const std::vector<std::uint64_t>& indices) {
-  std::uint64_t vanished = 0;
-  for (const std::uint64_t named : indices) {
-    const std::uint64_t index = named - vanished;
-    const auto person = _friendAtPosition(index);
-    _pendingChanges->_addEntryToChangeLogForPersonChangeType(person, PLFriendsManagerPersonDeleted);
-    const std::uint64_t groupIndex = index / _parts->settings.maxFriendsPerGroup();
-    if (groupIndex >= _parts->pages.count()) continue;
-    const auto group = friendGroups()[groupIndex];
-    _parts->takeover.noteAutomaticRemoval(person);
-    group->removeFriendAtPosition(index % _parts->settings.maxFriendsPerGroup());
-    if (!_parts->pages.indexOfGroup(*group)) vanished += _parts->settings.maxFriendsPerGroup();
-  }
 }
 
 // --- Invariants ----------------------------------------------------------------------------------------------------
@@ -960,8 +853,8 @@ std::optional<std::string> PLFriendsManager::_indexViolation() const {
     ++occupied;
     if (_parts->friendList.indexOf(person.get(), index) != index) return "every friend found in its slot";
   }
-  if (occupied != _numberOfFriendsInList(_parts->friendList)) return "the number of friends counted";
-  const std::uint64_t firstEmpty = _firstEmptyPosition();
+  if (occupied != _parts->pages._numberOfFriendsInList()) return "the number of friends counted";
+  const std::uint64_t firstEmpty = _parts->pages._firstEmptyPosition();
   if (firstEmpty < _parts->friendList.count() && _parts->friendList.at(firstEmpty) != EmptySlot)
     return "the first empty slot empty";
   return std::nullopt;

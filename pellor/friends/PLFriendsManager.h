@@ -7,15 +7,13 @@
 //   5  Reachability                         which destinations of friends can receive messages, as far as is known
 //   6  Loading, refresh and clean-up        merging a stored list, following the contacts, duplicates
 //   7  Favorites import                     the first list of the default domain, checks of additions
-//   8  Steps                                edits that are stored together, pages put in and taken out
-//   9  Attached arrays                      what else is stored with the list
+//   8  Steps                                edits that are stored together (PLListEditor.h)
 //
 // Threads: a manager is used on the main queue alone. Writes run on its save queue, the change log lives on its
 // change-log queue, and all notifications are posted on the main queue. Nothing here blocks on input or output but what
 // has to read the store or the contacts: loading, refreshing, importing, and looking up somebody unknown.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -23,7 +21,6 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "pellor/friends/PLFriendGroupDelegate.h"
@@ -35,18 +32,16 @@
 namespace pellor {
 
 class ContactStore;
-class LongArray;
 class Observation;
 class PLChangeLog;
 class PLDelayedOperation;
 class PLFriendGroup;
+class PLListEditor;
 class PLListWriter;
 class PLPendingChanges;
 class PLPerson;
 class PLReachability;
-class PLSlotList;
 class Process;
-class Timer;
 struct Contact;
 struct Notification;
 struct PLBaseline;
@@ -54,12 +49,6 @@ struct PLFriendsManagerParts;
 struct PLFavoritesImport;
 struct PLMergeResult;
 struct PLStoredList;
-
-/// What a store fails at.
-enum class PLStoreTrouble {
-  reading,  ///< and so nothing is written either
-  writing,
-};
 
 /// One ordered list of friends, laid out in pages of slots, shared by all processes of the user, kept in step with the
 /// contacts and reported on by change logs.
@@ -144,7 +133,7 @@ class PLFriendsManager : public Object,
   void markFriendListAsNormalized();
 
   /// Whether refreshing is enabled, see `setRefreshAgainstContactsEnabled`.
-  bool isRefreshAgainstContactsEnabled() const { return _refreshAgainstContactsEnabled; }
+  bool isRefreshAgainstContactsEnabled() const;
   /// Whether the last load found differences.
   bool didLastLoadHaveChanges() const { return _lastLoadHadChanges; }
   void setLastLoadHadChanges(bool hadChanges) { _lastLoadHadChanges = hadChanges; }
@@ -221,33 +210,28 @@ class PLFriendsManager : public Object,
 
   // --- 5  Reachability ---
 
-  // Main queue. A service that answers no queries is stood in for: five seconds after a query every destination that
-  // was asked for counts as valid. A real service may answer in parts; one that says nothing for 30 seconds, be it
-  // after a part, is given up.
+  // A service that answers no queries is stood in for: five seconds after a query every destination that was asked for
+  // counts as valid. A real service may answer in parts; one that says nothing for 30 seconds, be it after a part, is
+  // given up.
 
   /// The name of the messaging service for reachability queries; absent while none is set.
   const std::optional<std::string>& serviceName() const;
   /// Sets the name; absent, as at first: no status is checked and every friend counts as reachable. Asks for nothing.
   void setServiceName(std::optional<std::string> serviceName);
-
   /// Asks for the statuses of all friends' destinations and returns at once. While destinations of a
   /// `statusForPersonRequery` wait for their answer nothing is asked, now or later: ask again after it. Posts
   /// PLFriendsManagerDestinationStatusUpdatedNotification with each answer.
   void refreshDestinationStatuses();
-
   /// `statusForPerson:requery:`. The best status of the person's destinations, as far as it is known: valid, unknown,
   /// invalid, unspecified, from best to worst. Invalid for a person without destinations and for none; valid for
   /// everybody while statuses are not checked: without a service name, and in processes that skip the check. With
   /// `requery` the statuses are asked for again, before batches, unspecified becomes unknown, and the answer is posted
   /// as PLFriendsManagerDestinationStatusUpdatedNotification.
-  ///
   /// The first manager of a process that has a service name and is asked decides for all: the check is skipped if the
   /// process's own defaults for its domain have true under PLSkipHasSatelliteCheckKey.
   DestinationStatus statusForPersonRequery(const std::shared_ptr<PLPerson>& person, bool requery);
-
   /// The person's destinations that are known to be valid, whether or not statuses are checked; empty for none.
   std::set<std::string> reachableDestinationsForPerson(const std::shared_ptr<PLPerson>& person) const;
-
   /// Takes over statuses by destination, in any spelling; the others stay as they were. Absent: nothing happens. Posts
   /// PLFriendsManagerDestinationStatusUpdatedNotification, and counts the friends without a valid destination, zero
   /// while nothing at all is known to be valid.
@@ -278,7 +262,6 @@ class PLFriendsManager : public Object,
   PLFavoritesImport importFavorites();
   /// Whether the first list waits for favorites.
   bool isFirstListDue() const;
-
   /// `shouldAllowAddingContact:withContactStore:personValueCache:`. Whether a contact may be added: it is no friend yet
   /// and has a destination. The number of its destinations is taken from `personValueCache`, and entered there when it
   /// is missing. False for a contact that is gone. Posts nothing.
@@ -288,43 +271,11 @@ class PLFriendsManager : public Object,
 
   // --- 8  Steps ---
 
-  /// Makes several edits one step: what `edits` does by the operations of the manager, of its groups and of its persons
-  /// goes out in one write after it has returned. Groups that lose their last friend stay. Steps do not nest (fatal),
-  /// and `edits` must neither throw nor run the main queue. Asks for a save. The number of the step, greater than all
-  /// before. Main queue.
-  std::uint64_t performStep(const std::function<void()>& edits);
-  /// The client is held weakly; null: nobody is told, and nobody asked. It is told, inside the call, of decisions that
-  /// were made before and of favorites that were left out, if the list was not written since.
-  void setStepClient(std::weak_ptr<PLStepClient> client);
+  /// Edits that are stored together, groups that come and go, what else is stored. Lives as long as the manager.
+  PLListEditor& editor() const { return *_editor; }
   /// Names the version of the list and of its titles that is stored, as far as this process knows: equal in all
   /// processes, and another text for each version. Empty before the store has answered.
   std::string listVersion() const;
-
-  // Groups that come, go and move: PLFriendsManagerGroupListChanged is posted, and the list saved. Nothing happens for
-  // an index beyond the end. An empty trailing group is added where one is due.
-  /// Puts an empty group, without a title, before the one with that index; the number of groups: behind the last one.
-  /// Where a group was removed that other processes have, as far as is known, it is the same page to them. Null when
-  /// there may be no more groups, and before there is a list.
-  std::shared_ptr<PLFriendGroup> insertEmptyGroupAtIndex(std::uint64_t index);
-  /// Removes a group with its slots and its title; the friends in it leave the list, each recorded as deleted. The only
-  /// group stays, empty. False when there is none.
-  bool removeFriendGroupAtIndex(std::uint64_t index);
-  /// Gives a group another index, with its slots and its title; those between shift. Its friends are recorded as moved.
-  bool moveFriendGroupToIndex(std::uint64_t from, std::uint64_t to);
-
-  // --- 9  Attached arrays ---
-
-  // Arrays of dictionaries, each known by the text under "id", by which edits of several processes are merged. They are
-  // not pushed to the paired device. Main queue.
-
-  /// Reads and writes the array under this key of the domain from now on, of which the newest `mostElements` stay: the
-  /// last, or those with the highest integer under `order`, for which elements that were added beside others' are
-  /// numbered anew above these. With `order` it is a history, and in each write of list or titles. A stored value that
-  /// is no array counts as empty, and is replaced. Before the store has answered all are empty.
-  void attach(const std::string& key, std::size_t mostElements, const std::string& order = {});
-  const LongArray& attached(const std::string& key) const;
-  /// Goes out with the step that is being made, else with a save, for which it asks. Ignored for a key not attached.
-  void setAttached(const std::string& key, LongArray elements);
 
   // --- Invariants ---
 
@@ -346,52 +297,31 @@ class PLFriendsManager : public Object,
   void _takeOver(const PLStoredList& stored);
   void _beginOnEmptyStore(const PLStoredList& stored);
   void _finishLoad(std::optional<PLChangeOrigin> origin);
-  void _retryLoadLater();
-  void _noteStoreTrouble();
-  void _listWasOvertaken();
   void _loadIsDue();
   void _friendsChangedExternally();
   void _loadIfOther();
   void _loadGroupTitles();
   void _groupTitleChangedExternally();
-  void _tallySetValueForScalarKey(std::int64_t value, std::string_view key);
-  void _tallyLogFriendCount();
-  void _tallyLogFriendGroupCount();
-  void _publishList();
-  void _markLayoutChanged();
   std::optional<PLMergeResult> _mergeOwnEdits(const PLStoredList& stored);
   // 2  Group layout and positions
-  void _removeGroupAtIndex(std::uint64_t index);
   void _postGroupListChangedNotification();
-  std::shared_ptr<PLPerson> _friendAtPosition(std::uint64_t index) const;
-  std::uint64_t _slotCapacity() const;
-  std::uint64_t _firstEmptyPosition() const;
-  std::uint64_t _numberOfFriendsInList(const PLSlotList& list) const;
-  // 3  Indexes and lookup
-  void _storeSourcedPerson(const std::shared_ptr<PLPerson>& person);
-  void _addPersonToIdentifiersToPersonMap(const std::shared_ptr<PLPerson>& person);
-  void _removePersonFromIdentifiersToPersonMap(const PLPerson& person);
-  void _createAddressToPersonDictionary();
+  // 4  Change log and notifications
   void _postChangeNotificationIfNecessary();
   // 6  Loading, refresh and clean-up
   void _personValuesChanged(const Notification& notification);
   void _addressBookChanged(const Notification& notification);
   static void _followAddressBook(const std::weak_ptr<PLFriendsManager>& manager);
   std::shared_ptr<PLBaseline> _updateFriends(const PLStoredList& stored, const PLMergeResult* merged);
+  void _cleanUpAfterLoad();
   void _cleanUpFriendListIfNecessary();
   void _deduplicateFriendListIfNecessary();
   void _removeDestinationlessFriendsIfNecessary();
   void _removeFriendsAtIndices(const std::vector<std::uint64_t>& indices);
+  void _tellRemovals(PLDecisionKind kind, const std::vector<std::uint64_t>& indices);
+  void _tellIfChangedByContacts(const std::function<void()>& follow);
   // 7  Favorites import
   void _addCuratedFriends(const std::vector<std::shared_ptr<PLPerson>>& friends);
   void _bringFavoritesIfDue();
-  // 8  Steps
-  void _markNewTitles();
-  void _judgeSteps(const PLStoredList& stored);
-  std::optional<PLChangeOrigin> _originOf(const PLStoredList& stored) const;
-  void _cleanUpAfterLoad();
-  void _tellRemovals(PLDecisionKind kind, const std::vector<std::uint64_t>& indices);
-  void _tellIfChangedByContacts(const std::function<void()>& follow);
 
   void _checkInvariants() const;
   std::optional<std::string> _indexViolation() const;
@@ -407,18 +337,11 @@ class PLFriendsManager : public Object,
   const std::shared_ptr<PLReachability> _reachability;
   const std::unique_ptr<PartsClient> _client;
   const std::unique_ptr<PLFriendsManagerParts> _parts;
+  const std::unique_ptr<PLListEditor> _editor;
   std::vector<std::shared_ptr<Observation>> _observations;
-
-  bool _refreshAgainstContactsEnabled = true;
-  bool _refreshSettingIsReplaced = false;  // by a caller, before the store had answered
-  bool _needsAddressBookRefresh = false;
-  std::shared_ptr<Timer> _addressBookRefreshTimer;
 
   bool _didCompleteInitialLoading = false;
   bool _lastLoadHadChanges = false;
-  bool _storeIsUnreadable = false;
-  std::optional<PLStoreTrouble> _postedTrouble;
-  bool _wasOvertaken = false;        // since a write was accepted
   bool _additionWasRefused = false;  // there was no room for it among others' edits
 };
 

@@ -1,4 +1,4 @@
-// Names of the friends manager: its default domain, notifications and preference keys.
+// Names of the friends manager: its default domain, notifications and preference keys, and what its store fails at.
 #pragma once
 
 #include <cstdint>
@@ -23,6 +23,12 @@ inline constexpr std::string_view PLFriendsManagerDestinationStatusUpdatedDestin
 /// The store began to fail, fails otherwise, or works again (`PLFriendsManager::storeTrouble`). Object: the manager.
 inline constexpr std::string_view PLFriendsManagerStoreTroubleChangedNotification =
     "PLFriendsManagerStoreTroubleChangedNotification";
+
+/// What a store fails at.
+enum class PLStoreTrouble {
+  reading,  ///< and so nothing is written either
+  writing,
+};
 
 // Cross-process names, used where the domain configures no others.
 inline constexpr std::string_view PLFriendsChangedExternallyNotification = "PLFriendsChangedExternallyNotification";

@@ -12,6 +12,7 @@
 #include "pellor/friends/PLFavoritesImport.h"
 #include "pellor/friends/PLFriendGroup.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLListEditor.h"
 #include "pellor/friends/PLPerson.h"
 #include "pellor/friends/PLUtility.h"
 #include "pellor/list/ContactFinding.h"
@@ -67,7 +68,7 @@ class FriendList::Core : public std::enable_shared_from_this<Core> {
 
   void start() {
     _feed->note(ChangeOrigin::load);
-    _manager->setStepClient(std::shared_ptr<PLStepClient>(shared_from_this(), &_steps));
+    _manager->editor().setStepClient(std::shared_ptr<PLStepClient>(shared_from_this(), &_steps));
     listen(PLFriendsManagerChangedNotification, &Core::listChanged);
     listen(PLFriendsManagerGroupListChanged, &Core::pagesChanged);
     listen(PLFriendGroupTitleChangedNotification, &Core::titleChanged);

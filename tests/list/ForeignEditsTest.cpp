@@ -1,4 +1,5 @@
 // What a program did that keeps no history: a list that follows finds it in the store, and makes a step of it.
+#include "pellor/friends/PLListEditor.h"
 #include "pellor/list/internal/ForeignEdits.h"
 
 #include <gmock/gmock.h>
@@ -38,7 +39,7 @@ class ForeignEditsTest : public ListTest {
   /// One save of everything that `edits` does.
   void edit(ManagerProcess& bare, const std::function<void()>& edits) {
     bare.run([&] {
-      bare.manager().performStep(edits);
+      bare.manager().editor().performStep(edits);
       bare.manager().saveFriendGroupTitles();
     });
     rest();

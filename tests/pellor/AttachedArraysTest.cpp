@@ -1,4 +1,5 @@
 // Arrays that are stored with the list: merged by id, and written with what they tell of.
+#include "pellor/friends/PLListEditor.h"
 #include "pellor/friends/internal/PLAttachedArrays.h"
 
 #include <utility>
@@ -97,11 +98,11 @@ class AttachedArraysTest : public ManagerTest {
     attach(*b);
   }
   static void attach(ManagerProcess& process) {
-    process.run([&] { process.manager().attach(Key, 4); });
+    process.run([&] { process.manager().editor().attach(Key, 4); });
   }
-  static std::string shown(ManagerProcess& process) { return textOf(process.manager().attached(Key)); }
+  static std::string shown(ManagerProcess& process) { return textOf(process.manager().editor().attached(Key)); }
   static void set(ManagerProcess& process, const std::string& text) {
-    process.run([&] { process.manager().setAttached(Key, arrayOf(text)); });
+    process.run([&] { process.manager().editor().setAttached(Key, arrayOf(text)); });
   }
   std::string storedArray() {
     const auto value = storedValue(Key);
@@ -164,7 +165,7 @@ TEST_F(AttachedArraysTest, ADamagedOneCountsAsEmptyAndOthersLeaveTheKeyAlone) {
   plain->add("Bob");
   rest();
   EXPECT_EQ(storedValue(Key), Value("no array"));
-  plain->run([&] { plain->manager().setAttached(Key, arrayOf("x")); });
+  plain->run([&] { plain->manager().editor().setAttached(Key, arrayOf("x")); });
   a->add("Cy");
   set(*a, "c");
   rest();

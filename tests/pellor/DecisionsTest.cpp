@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "pellor/friends/PLListEditor.h"
 #include "pellor/friends/PLStepClient.h"
 #include "pellor/friends/internal/PLException.h"
 #include "tests/pellor/ManagerWorld.h"
@@ -56,7 +57,7 @@ class DecisionsTest : public ManagerTest {
 
   std::unique_ptr<ManagerProcess> open(const std::string& list) {
     auto process = launchWith(list);
-    process->run([&] { process->manager().setStepClient(client); });
+    process->run([&] { process->manager().editor().setStepClient(client); });
     return process;
   }
   /// Changes the contacts, and what follows.
@@ -131,7 +132,7 @@ TEST_F(DecisionsTest, AClientIsToldOfWhatWasDecidedBeforeItCameAndIsNotWritten) 
     contacts({isWritten ? "Bob" : "Ann"});
     auto a = launch();
     if (isWritten) rest();
-    a->run([&] { a->manager().setStepClient(client); });
+    a->run([&] { a->manager().editor().setStepClient(client); });
     EXPECT_EQ(client->take().size(), isWritten ? 0U : 1U);
     EXPECT_EQ(client->step > client->stored, !isWritten);
     rest();

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "pellor/friends/PLListEditor.h"
 #include "pellor/friends/PLStepClient.h"
 #include "pellor/testing/LogCollector.h"
 #include "tests/pellor/ManagerWorld.h"
@@ -33,7 +34,7 @@ class FindingClient : public PLStepClient {
   void listChangedBy(PLChangeOrigin) override {}
   void foreignEditWasFound(const PLForeignEdit& edit) override {
     found.push_back(textOf(edit));
-    if (setsHistory) _process.manager().setAttached(History, historyOf(++_lastNumber));
+    if (setsHistory) _process.manager().editor().setAttached(History, historyOf(++_lastNumber));
   }
   std::vector<std::string> takeFound() { return std::exchange(found, {}); }
 
@@ -73,12 +74,12 @@ class ForeignEditTest : public ManagerTest {
     a = launch();
     keepHistory(*a);
     client = std::make_shared<FindingClient>(*a);
-    a->run([&] { a->manager().setStepClient(client); });
+    a->run([&] { a->manager().editor().setStepClient(client); });
     rest();
     world.preferences().clearRecords();
   }
   static void keepHistory(ManagerProcess& process) {
-    process.run([&] { process.manager().attach(History, 5, OrderKey); });
+    process.run([&] { process.manager().editor().attach(History, 5, OrderKey); });
   }
   void rename(ManagerProcess& process, const std::string& title) {
     process.setTitle(0, title);
@@ -98,7 +99,7 @@ TEST_F(ForeignEditTest, EditsOfPlacesFieldsAndTitlesAreToldOnceEach) {
   EXPECT_THAT(client->takeFound(), ElementsAre("Ann,Bob,-, Home > Ann0,Bob1,-, Club"));
   const auto ann = bare->friendAt(0, 0);
   bare->run([&] {
-    bare->manager().performStep([&] {
+    bare->manager().editor().performStep([&] {
       bare->remove(0, 0);
       bare->set(ann, 0, 2);
     });
@@ -107,7 +108,7 @@ TEST_F(ForeignEditTest, EditsOfPlacesFieldsAndTitlesAreToldOnceEach) {
   EXPECT_THAT(client->takeFound(), ElementsAre("Ann,Bob,-, Club > -,Bob1,Ann0, Club"));
   a->run([&] { a->manager().reloadFriendList(); });
   EXPECT_THAT(client->takeFound(), IsEmpty());
-  a->run([&] { a->manager().setStepClient({}); });
+  a->run([&] { a->manager().editor().setStepClient({}); });
   bare->remove(0, 1);
   rest();
   EXPECT_THAT(client->takeFound(), IsEmpty());
@@ -148,7 +149,7 @@ TEST_F(ForeignEditTest, NobodyEditedAListOfAnotherStoreOrOneThatIsStoredForTheFi
   empty->start();
   keepHistory(*empty);
   const auto finding = std::make_shared<FindingClient>(*empty);
-  empty->run([&] { empty->manager().setStepClient(finding); });
+  empty->run([&] { empty->manager().editor().setStepClient(finding); });
   store("Ann,-,-", OtherDomain);
   world.preferences().allowWrites();
   rest();
@@ -160,7 +161,7 @@ TEST_F(ForeignEditTest, WhatTheClientSetsThenGoesOutWithTheNextWriteThatHasSomet
   bare->add("Bob");
   rest();
   takeWrites();
-  EXPECT_EQ(a->manager().attached(History).size(), 1U);
+  EXPECT_EQ(a->manager().editor().attached(History).size(), 1U);
   a->run([&] { a->manager().save(); });
   rest();
   EXPECT_TRUE(a->settle());
@@ -175,7 +176,7 @@ TEST_F(ForeignEditTest, WhatTheClientSetsThenGoesOutWithTheNextWriteThatHasSomet
   EXPECT_EQ(storedValue(History)->longArray()->at(0), historyOf(2).at(0));
   auto other = launch();
   keepHistory(*other);
-  EXPECT_EQ(other->manager().attached(History).size(), 1U);
+  EXPECT_EQ(other->manager().editor().attached(History).size(), 1U);
   client->judged.clear();
   other->remove(0, 2);
   rest();

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <string>
 
+#include "pellor/friends/PLFriendsManagerKeys.h"
+#include "pellor/friends/internal/PLListCounters.h"
 #include "tests/pellor/OneList.h"
 
 namespace pellor {
@@ -245,6 +247,22 @@ TEST_F(PageNumbersTest, GroupsHaveThePagesOfTheStoredListThatTheyWereMergedWith)
   }
   EXPECT_EQ(pages->pageNumbersOfTheirs(listOf(30), nullptr), pages->pageNumbers()) << "loaded as it is";
   EXPECT_EQ(pages->pageInTheirs(2, listOf(30), nullptr), 2U);
+}
+
+TEST_F(PageLayoutTest, TheCountersTellOfTheDefaultDomainAlone) {
+  layOut("abcd--");
+  const PLListCounters counters(process, std::string(TapnoteDomain), *pages), others(process, "org.other", *pages);
+  counters._tallyLogFriendCount();
+  counters._tallyLogFriendGroupCount();
+  counters._tallyUnreachableFriends(2);
+  fill("a");
+  pages->_updateFriendGroups();
+  others._tallyLogFriendCount();
+  others._tallyLogFriendGroupCount();
+  others._tallyUnreachableFriends(0);
+  EXPECT_EQ(world.counters().value("org.tapnote.tn.friendList.size"), 4);
+  EXPECT_EQ(world.counters().value("org.tapnote.tn.friendGroups.count"), 2) << "without the empty one at the end";
+  EXPECT_EQ(world.counters().value("org.tapnote.tn.unreachableFriends.count"), 2);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <set>
 #include <utility>
 
+#include "pellor/friends/PLListEditor.h"
 #include "tests/pellor/ManagerWorld.h"
 #include "tests/pellor/SeededTest.h"
 #include "tests/pellor/SlowStore.h"
@@ -80,7 +81,7 @@ class World {
     });
     member->start();
     const auto client = _toldOf[member.get()] = std::make_shared<Client>();
-    member->run([&] { member->manager().setStepClient(client); });
+    member->run([&] { member->manager().editor().setStepClient(client); });
     _madeBy[member.get()] = 0;
     return member;
   }
@@ -106,7 +107,7 @@ class World {
     const auto friends = std::pair(friendNamed(member, left(pair)), friendNamed(member, right(pair)));
     if (!friends.first || !friends.second) return;
     member.run([&] {
-      _madeBy[&member] = member.manager().performStep([&] {
+      _madeBy[&member] = member.manager().editor().performStep([&] {
         if (kind < 2) {
           friends.first->setPreferredReplyAs(token);
           friends.second->setPreferredReplyAs(token);

@@ -3,6 +3,7 @@
 #include <functional>
 #include <utility>
 
+#include "pellor/friends/PLListEditor.h"
 #include "pellor/friends/PLStepClient.h"
 #include "pellor/platform/PreferencesSyncService.h"
 #include "pellor/testing/LogCollector.h"
@@ -60,12 +61,12 @@ class StepsTest : public ManagerTest {
   void launchOn(const std::string& list, const std::vector<std::string>& titles = {}) {
     if (!titles.empty()) storeTitles(titles);
     a = launchWith(list);
-    a->run([&] { a->manager().setStepClient(client); });
+    a->run([&] { a->manager().editor().setStepClient(client); });
   }
   std::uint64_t step(const std::function<void()>& edits) {
     return a->run([&] {
       client->isInsideCall = true;
-      const std::uint64_t number = a->manager().performStep(edits);
+      const std::uint64_t number = a->manager().editor().performStep(edits);
       client->isInsideCall = false;
       return number;
     });
@@ -135,15 +136,15 @@ TEST_F(StepsTest, AStepThatIsStoredIsNotJudgedByLoadsBeforeItIsTold) {
 
 TEST_F(StepsTest, GroupsArePutInAndTakenOutWhileAnotherProcessEditsThePages) {
   launchOn("Ann,-,-|Bob,-,-|Cy,-,-", {"One", "Two", "Three"});
-  EXPECT_EQ(a->run([&] { return a->manager().insertEmptyGroupAtIndex(5); }), nullptr) << "beyond the end";
+  EXPECT_EQ(a->run([&] { return a->manager().editor().insertEmptyGroupAtIndex(5); }), nullptr) << "beyond the end";
   a->takeEvents();
   step([&] {
-    const auto group = a->manager().insertEmptyGroupAtIndex(1);
+    const auto group = a->manager().editor().insertEmptyGroupAtIndex(1);
     ASSERT_TRUE(group);
     group->setTitle("New");
     std::uint32_t error = 0;
     group->setFriendAtPosition(a->person("Dan"), 1, error);
-    EXPECT_EQ(a->manager().insertEmptyGroupAtIndex(0), nullptr) << "there may be no more";
+    EXPECT_EQ(a->manager().editor().insertEmptyGroupAtIndex(0), nullptr) << "there may be no more";
   });
   EXPECT_EQ(a->list(), "Ann,-,-|-,dan@example.org,-|Bob,-,-|Cy,-,-|-,-,-");
   EXPECT_EQ(a->titles(), "One|New|Two|Three|-");
@@ -153,9 +154,9 @@ TEST_F(StepsTest, GroupsArePutInAndTakenOutWhileAnotherProcessEditsThePages) {
   EXPECT_EQ(stored(3), "Ann,-,-|-,?,-|Bob,Eve,-|Cy,-,Fay|-,-,-");
   EXPECT_EQ(storedTitles(), "One|New|Two|Three|-");
 
-  step([&] { EXPECT_TRUE(a->manager().removeFriendGroupAtIndex(2)); });
+  step([&] { EXPECT_TRUE(a->manager().editor().removeFriendGroupAtIndex(2)); });
   EXPECT_EQ(a->list(), "Ann,-,-|-,dan@example.org,-|Cy,-,Fay|-,-,-");
-  EXPECT_FALSE(a->run([&] { return a->manager().removeFriendGroupAtIndex(4); }));
+  EXPECT_FALSE(a->run([&] { return a->manager().editor().removeFriendGroupAtIndex(4); }));
   EXPECT_TRUE(a->settle());
   EXPECT_EQ(storedTitles(), "One|New|Three|-");
   EXPECT_FALSE(a->manager().isPersonFriend(a->person("Eve")));
@@ -165,7 +166,7 @@ TEST_F(StepsTest, TheOnlyGroupStaysEmptyAndATrailingOneComesBack) {
   setSetting(PLEmptyTrailingGroupEnabledKey, false);
   launchOn("Ann,Bob,-");
   for (const bool isInStep : {false, true}) {
-    const auto remove = [&] { EXPECT_TRUE(a->manager().removeFriendGroupAtIndex(0)); };
+    const auto remove = [&] { EXPECT_TRUE(a->manager().editor().removeFriendGroupAtIndex(0)); };
     isInStep ? static_cast<void>(step(remove)) : a->run(remove);
     EXPECT_EQ(a->list(), "-,-,-");
     a->add("Cy");
@@ -175,7 +176,7 @@ TEST_F(StepsTest, TheOnlyGroupStaysEmptyAndATrailingOneComesBack) {
 
   setSetting(PLEmptyTrailingGroupEnabledKey, true);
   launchOn("Ann,-,-|-,-,-");
-  EXPECT_TRUE(a->run([&] { return a->manager().removeFriendGroupAtIndex(1); }));
+  EXPECT_TRUE(a->run([&] { return a->manager().editor().removeFriendGroupAtIndex(1); }));
   EXPECT_EQ(a->list(), "Ann,-,-|-,-,-");
 }
 
@@ -199,7 +200,7 @@ TEST_F(StepsTest, AGroupIsMovedWithItsFriendsAndItsTitle) {
     SCOPED_TRACE(each.list);
     rest();
     a->takeEvents();
-    EXPECT_TRUE(a->run([&] { return a->manager().moveFriendGroupToIndex(each.from, each.to); }));
+    EXPECT_TRUE(a->run([&] { return a->manager().editor().moveFriendGroupToIndex(each.from, each.to); }));
     EXPECT_EQ(a->list(), each.list);
     EXPECT_EQ(a->titles(), each.titles);
     rest();
@@ -209,8 +210,8 @@ TEST_F(StepsTest, AGroupIsMovedWithItsFriendsAndItsTitle) {
     EXPECT_EQ(b->list(), each.list);
     EXPECT_EQ(b->titles(), each.titles);
   }
-  EXPECT_FALSE(a->run([&] { return a->manager().moveFriendGroupToIndex(5, 0); }));
-  EXPECT_FALSE(a->run([&] { return a->manager().moveFriendGroupToIndex(0, 5); }));
+  EXPECT_FALSE(a->run([&] { return a->manager().editor().moveFriendGroupToIndex(5, 0); }));
+  EXPECT_FALSE(a->run([&] { return a->manager().editor().moveFriendGroupToIndex(0, 5); }));
 }
 
 // Of a step that another one depends on nothing is written once the client has taken it back, and the other is.
@@ -219,7 +220,7 @@ TEST_F(StepsTest, WhatTheClientTakesBackOfOvertakenStepsIsNotWritten) {
   launchOn("Ann,-,-|Bob,-,-|Cy,-,-", {"One", "Two", "Three"});
   const auto ann = a->friendAt(0, 0), bob = a->friendAt(1, 0), cy = a->friendAt(2, 0), dan = a->person("Dan");
   step([&] {
-    a->manager().removeFriendGroupAtIndex(1);
+    a->manager().editor().removeFriendGroupAtIndex(1);
     a->set(bob, 0, 1);
     bob->setMetadataValueForKey("mine", "k");
   });
@@ -235,7 +236,7 @@ TEST_F(StepsTest, WhatTheClientTakesBackOfOvertakenStepsIsNotWritten) {
     EXPECT_EQ(theirs.contents[3].known, bob);
     EXPECT_EQ(theirs.contents[6].known, cy);
     EXPECT_EQ(theirs.contents[7].known, dan);
-    a->run([&] { a->manager().insertEmptyGroupAtIndex(1)->setTitle("Two"); });
+    a->run([&] { a->manager().editor().insertEmptyGroupAtIndex(1)->setTitle("Two"); });
     a->remove(0, 1);
     a->set(bob, 1, 0);
     bob->removeAllMetadataValues();
@@ -255,12 +256,12 @@ TEST_F(StepsTest, WhatTheClientTakesBackOfOvertakenStepsIsNotWritten) {
 TEST_F(StepsTest, NothingIsWrittenWhenTheClientTakesAllBack) {
   launchOn("Ann,-,-|Bob,-,-", {"One", "Two"});
   const auto bob = a->friendAt(1, 0);
-  step([&] { a->run([&] { a->manager().removeFriendGroupAtIndex(1); }); });
+  step([&] { a->run([&] { a->manager().editor().removeFriendGroupAtIndex(1); }); });
   step([&] { a->setTitle(0, "First"); });
   client->judge = [&](const PLStoredPages& theirs) {
     EXPECT_EQ(theirs.contents.at(3).known, bob) << "a friend that a step removed";
     a->setTitle(0, "One");
-    a->run([&] { a->manager().insertEmptyGroupAtIndex(1)->setTitle("Two"); });
+    a->run([&] { a->manager().editor().insertEmptyGroupAtIndex(1)->setTitle("Two"); });
     a->set(bob, 1, 0);
   };
   for (const bool isTitleAlone : {true, false}) {

@@ -11,12 +11,15 @@
 #include "pellor/friends/internal/PLListWriter.h"
 #include "pellor/friends/internal/PLSlotList.h"
 #include "pellor/platform/Platform.h"
+#include "pellor/runtime/Timer.h"
 
 namespace pellor {
 namespace {
 
 // How many friends' records are in memory at once during a refresh.
 constexpr std::size_t FriendsReadAtOnce = 1000;
+// Seconds from a change of the contacts to the refresh for it, which is one for all changes until then.
+constexpr double DelayAfterChange = 0.2;
 
 }  // namespace
 
@@ -27,8 +30,15 @@ PLContactsRefresh::PLContactsRefresh(Process& process, std::string domain, const
       _friendList(friends),
       _writer(writer),
       _exceptions(exceptions),
-      _decidedOn(std::move(handlers.decidedOn)),
-      _hold(process, std::move(handlers.refresh)) {}
+      _handlers(std::move(handlers)),
+      _hold(process, _handlers.refresh) {}
+
+void PLContactsRefresh::noteContactsChanged() {
+  // Also while the timer is set: a refresh may have run since.
+  noteDue();
+  if (_timer && _timer->isValid()) return;
+  _timer = Timer::after(_process.mainQueue(), DelayAfterChange, _handlers.refresh);
+}
 
 bool PLContactsRefresh::refreshFriends() {
   bool didRefresh = false;
@@ -82,7 +92,7 @@ void PLContactsRefresh::refreshFriendsAtIndices(std::span<const std::uint64_t> i
       const bool isLimited = _exceptions.limit(*person);
       const PLLinkLimits limits = isLimited ? _exceptions.limitsFor(*person) : PLLinkLimits();
       const auto decision = person->refreshWithAddressBook(&addressBook, limits);
-      if (decision) _decidedOn(*decision);
+      if (decision) _handlers.decidedOn(*decision);
       // What the limits kept from a friend is due once they are gone.
       if (!isLimited) _reconciliation.note(index, *person);
     }

@@ -8,16 +8,15 @@
 #include "pellor/friends/internal/PLDomainSettings.h"
 #include "pellor/friends/internal/PLExceptions.h"
 #include "pellor/friends/internal/PLFavorites.h"
-#include "pellor/friends/internal/PLIdentifierMap.h"
+#include "pellor/friends/internal/PLListCounters.h"
 #include "pellor/friends/internal/PLListReader.h"
 #include "pellor/friends/internal/PLListTakeover.h"
-#include "pellor/friends/internal/PLLookUpQueue.h"
 #include "pellor/friends/internal/PLOwnPosts.h"
 #include "pellor/friends/internal/PLPageLayout.h"
-#include "pellor/friends/internal/PLPersonSequence.h"
-#include "pellor/friends/internal/PLRetryTimer.h"
+#include "pellor/friends/internal/PLPersonLookUp.h"
 #include "pellor/friends/internal/PLSlotList.h"
 #include "pellor/friends/internal/PLSteps.h"
+#include "pellor/friends/internal/PLStoreFailures.h"
 #include "pellor/friends/internal/PLTitles.h"
 
 namespace pellor {
@@ -32,6 +31,7 @@ struct PLFriendsManagerParts {
     std::function<void()> refreshIsDue;
     std::function<void(const PLAutomaticDecision&)> decidedOn;
     std::function<void()> favoritesAreDue;
+    PLStoreFailures::Handlers storeFailures;
   };
 
   /// The writer outlives the parts.
@@ -41,23 +41,36 @@ struct PLFriendsManagerParts {
 
   /// What a merge has to know of the groups.
   PLOwnPages ownPages(const PLBaseline& base) const;
+  /// Takes a group out with its slots; its title goes with it.
+  void _removeGroupAtIndex(std::uint64_t index);
+  /// Asks for a write of the list as it is.
+  void save();
+  /// Lets the save queue see the list as it is.
+  void publishList();
+  /// Friends stand elsewhere, came or left, or groups did: the list goes out with the next save, and the titles where
+  /// pages moved.
+  void markLayoutChanged();
+  /// Titles that were set since they were stored go out with the next save.
+  void markNewTitles();
+  /// `stored` is about to be merged: the client of the steps judges those that are not stored, and hears of what
+  /// programs without a history wrote.
+  void judgeSteps(const PLStoredList& stored);
 
+  PLListWriter& writer;
   PLDomainSettings settings;
   PLListReader listReader;
   PLOwnPosts ownPosts;
   PLSlotList friendList;
   PLPageLayout pages;
   PLTitles titles;
-  PLPersonSequence sourcedPersons;
-  PLIdentifierMap _identifiersToPersonMap;
+  PLPersonLookUp lookUp;
   PLExceptions exceptions;
   PLListTakeover takeover;
   PLContactsRefresh contactsRefresh;
-  PLLookUpQueue lookUpQueue;
   PLFavorites favorites;
   PLSteps steps;
-  PLRetryTimer loadRetry;
-  PLRetryTimer overtakenRetry;
+  PLStoreFailures storeFailures;
+  PLListCounters counters;
 };
 
 }  // namespace pellor

@@ -15,6 +15,22 @@ PLPageLayout::PLPageLayout(Process& process, PLSlotList& friends, const PLDomain
                            std::function<void()> groupListChanged)
     : _process(process), _friendList(friends), _settings(settings), _groupListChanged(std::move(groupListChanged)) {}
 
+// --- Slots ---
+
+std::shared_ptr<PLPerson> PLPageLayout::_friendAtPosition(std::uint64_t index) const {
+  return index < _friendList.count() ? _friendList.at(index) : nullptr;
+}
+
+std::uint64_t PLPageLayout::_firstEmptyPosition() const {
+  return _friendList.firstEmptyIndex().value_or(static_cast<std::uint64_t>(NotFound));
+}
+
+std::uint64_t PLPageLayout::_slotCapacity() const {
+  constexpr std::uint64_t largest = std::numeric_limits<std::uint64_t>::max();
+  const std::uint64_t size = _settings.maxFriendsPerGroup();
+  return size != 0 && _settings.maxFriendGroups() > largest / size ? largest : _settings.maxFriendGroups() * size;
+}
+
 // --- Groups ---
 
 std::uint64_t PLPageLayout::groupSize() const { return _settings.maxFriendsPerGroup(); }

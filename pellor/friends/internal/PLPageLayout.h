@@ -34,6 +34,16 @@ class PLPageLayout {
   /// The delegate that groups report to; before there is a group.
   void setDelegate(std::weak_ptr<PLFriendGroupDelegate> delegate) { _delegate = std::move(delegate); }
 
+  // --- Slots ---
+
+  /// The friend in a slot; null for an empty one and beyond the list.
+  std::shared_ptr<PLPerson> _friendAtPosition(std::uint64_t index) const;
+  /// The lowest empty slot; `NotFound` without one.
+  std::uint64_t _firstEmptyPosition() const;
+  std::uint64_t _numberOfFriendsInList() const { return _friendList.occupiedCount(); }
+  /// How many slots there may be.
+  std::uint64_t _slotCapacity() const;
+
   // --- Groups ---
 
   /// The live array, which changes with the next edit.

@@ -4,6 +4,7 @@
 
 #include "pellor/friends/PLPerson.h"
 #include "pellor/friends/internal/PLListWriter.h"
+#include "pellor/platform/PreferencesSyncService.h"
 #include "pellor/runtime/Fatal.h"
 #include "pellor/runtime/Queue.h"
 
@@ -15,6 +16,14 @@ bool isOther(const PLBaseline& base, const PLStoredList& stored) {
 }
 
 }  // namespace
+
+std::optional<PLChangeOrigin> plOriginOf(const PLBaseline* base, const PLStoredList& stored) {
+  if (!base) return std::nullopt;
+  const bool isOtherList = base->listVersion != stored.listVersion;
+  if (!isOtherList && base->titlesVersion == stored.titlesVersion) return std::nullopt;
+  const PreferenceVersion& version = isOtherList ? stored.listVersion : stored.titlesVersion;
+  return isWriteOfPairedDevice(version.write) ? PLChangeOrigin::device : PLChangeOrigin::otherProcess;
+}
 
 void PLSteps::setClient(std::weak_ptr<PLStepClient> client) {
   _client = std::move(client);

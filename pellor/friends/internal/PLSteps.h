@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "pellor/friends/PLStepClient.h"
@@ -12,6 +13,9 @@
 namespace pellor {
 
 class PLListWriter;
+
+/// Who wrote `stored`, which is about to be taken over; absent when it is the baseline, and without one.
+std::optional<PLChangeOrigin> plOriginOf(const PLBaseline* base, const PLStoredList& stored);
 
 /// Makes steps, asks the client about those that are not stored, and tells it of those that are. Its invariant: the
 /// client is told of every step once, in their order, when nothing of it is left to write. Main queue.

@@ -7,6 +7,7 @@
 
 #include "pellor/friends/PLFriendsManager.h"
 #include "pellor/friends/PLFriendsManagerKeys.h"
+#include "pellor/friends/PLListEditor.h"
 #include "pellor/friends/detail/PLPersonForm.h"
 #include "pellor/list/internal/ForgottenPerson.h"
 
@@ -56,24 +57,24 @@ std::optional<PLException> exceptionFrom(const StepRecord& step, const StepRecor
 
 std::vector<PLException> ListExceptions::all() const {
   std::vector<PLException> all;
-  for (const Value& element : _manager->attached(Key).elements())
+  for (const Value& element : _manager->editor().attached(Key).elements())
     if (auto exception = exceptionOf(element)) all.push_back(*std::move(exception));
   return all;
 }
 
 void ListExceptions::add(const PLException& exception) {
-  LongArrayElements elements = elementsFrom(_manager->attached(Key), 0);
+  LongArrayElements elements = elementsFrom(_manager->editor().attached(Key), 0);
   elements.emplace_back(Value(dictionaryOf(exception)));
-  _manager->setAttached(Key, arrayOf(std::move(elements)));
+  _manager->editor().setAttached(Key, arrayOf(std::move(elements)));
 }
 
 void ListExceptions::remove(const std::string& step) {
-  Array kept = _manager->attached(Key).elements();
+  Array kept = _manager->editor().attached(Key).elements();
   const auto isOfStep = [&](const Value& element) {
     const auto exception = exceptionOf(element);
     return exception && exception->id == step;
   };
-  if (std::erase_if(kept, isOfStep) > 0) _manager->setAttached(Key, LongArray(kept));
+  if (std::erase_if(kept, isOfStep) > 0) _manager->editor().setAttached(Key, LongArray(kept));
 }
 
 bool ListExceptions::tellsOf(const ForgottenPerson& person) const {
@@ -81,8 +82,8 @@ bool ListExceptions::tellsOf(const ForgottenPerson& person) const {
 }
 
 void ListExceptions::forget(const ForgottenPerson& person) {
-  if (auto rest = elementsWithout(_manager->attached(Key), person))
-    _manager->setAttached(Key, arrayOf(*std::move(rest)));
+  if (auto rest = elementsWithout(_manager->editor().attached(Key), person))
+    _manager->editor().setAttached(Key, arrayOf(*std::move(rest)));
 }
 
 std::optional<LongArrayElements> ListExceptions::elementsWithout(const LongArray& stored,

@@ -4,17 +4,18 @@
 #include <utility>
 
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLListEditor.h"
 #include "pellor/list/internal/ForgottenPerson.h"
 
 namespace pellor {
 
 ListHistory::ListHistory(std::shared_ptr<PLFriendsManager> manager) : _manager(std::move(manager)) {
-  _manager->attach(Key, MostSteps, HistoryEntry::MomentKey);
+  _manager->editor().attach(Key, MostSteps, HistoryEntry::MomentKey);
 }
 
 // --- What there is -------------------------------------------------------------------------------------------------
 
-const LongArray& ListHistory::stored() const { return _manager->attached(Key); }
+const LongArray& ListHistory::stored() const { return _manager->editor().attached(Key); }
 
 const DecodedHistory& ListHistory::read() {
   _decoded.read(stored());
@@ -118,7 +119,7 @@ void ListHistory::append(const StepRecord& step) {
 
 // It is read before it is stored: what is stored then is known to be the same.
 void ListHistory::setOwn(LongArray elements, Entry entry) {
-  _manager->setAttached(Key, std::move(elements));
+  _manager->editor().setAttached(Key, std::move(elements));
   _decoded.noteOwn(std::move(entry));
   read();
 }
@@ -155,7 +156,7 @@ void ListHistory::restore(const std::string& id, const std::optional<Entry>& ent
   if (!index) return;
   LongArrayElements all = elementsFrom(stored(), 0);
   all.erase(all.begin() + static_cast<std::ptrdiff_t>(*index));
-  _manager->setAttached(Key, arrayOf(std::move(all)));
+  _manager->editor().setAttached(Key, arrayOf(std::move(all)));
 }
 
 // Absent where all of it stays. What this version cannot read of a step tells of anybody.
@@ -182,12 +183,13 @@ std::optional<LongArrayElements> ListHistory::elementsWithout(const LongArray& s
 bool ListHistory::tellsOf(const ForgottenPerson& person) { return elementsWithout(stored(), person, {}).has_value(); }
 
 void ListHistory::forget(const ForgottenPerson& person, const std::string& id) {
-  if (auto elements = elementsWithout(stored(), person, id)) _manager->setAttached(Key, arrayOf(*std::move(elements)));
+  if (auto elements = elementsWithout(stored(), person, id))
+    _manager->editor().setAttached(Key, arrayOf(*std::move(elements)));
 }
 
 void ListHistory::clear() {
   _decoded.forgetOwn();
-  _manager->setAttached(Key, {});
+  _manager->editor().setAttached(Key, {});
 }
 
 }  // namespace pellor

@@ -7,6 +7,7 @@
 
 #include "pellor/friends/PLDestination.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLListEditor.h"
 #include "pellor/friends/PLPerson.h"
 #include "pellor/friends/detail/PLPersonForm.h"
 #include "pellor/list/internal/FriendExplanation.h"
@@ -224,7 +225,7 @@ bool ListSteps::commit(const ListStep& step, Unstored unstored, Note note) {
     noteException(unstored, note);
     unstored.removed = noteRemoved(step, formsBefore);
   };
-  unstored.number = _manager->performStep(edit);
+  unstored.number = _manager->editor().performStep(edit);
   if (note == Note::made) unstored.entry = unstored.record.id;
   _unstored.push_back(std::move(unstored));
   _keep(true);

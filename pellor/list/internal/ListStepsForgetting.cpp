@@ -4,6 +4,7 @@
 
 #include "pellor/friends/PLDestination.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLListEditor.h"
 #include "pellor/friends/PLPerson.h"
 #include "pellor/list/internal/ForgottenInCopies.h"
 #include "pellor/list/internal/ListSteps.h"
@@ -184,7 +185,7 @@ void ListSteps::commitForgetting(const std::vector<FriendId>& leaving, Forgotten
     if (!edits.empty()) _history.append(record);
   };
   Unstored unstored;
-  unstored.number = _manager->performStep(edit);
+  unstored.number = _manager->editor().performStep(edit);
   unstored.entry = record.id;
   unstored.record = std::move(record);
   unstored.before = planned.step.draft.before();
@@ -214,7 +215,7 @@ StepAnswer ListSteps::clearHistory(StoredHandler stored) {
   if (const auto refusal = refusalOfStore()) return {.refusal = refusal};
   const Snapshot now = _feed.noteRest();
   Unstored unstored;
-  unstored.number = _manager->performStep([this] { _history.clear(); });
+  unstored.number = _manager->editor().performStep([this] { _history.clear(); });
   unstored.before = now;
   unstored.stored = std::move(stored);
   _unstored.push_back(std::move(unstored));

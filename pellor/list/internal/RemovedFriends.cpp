@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLListEditor.h"
 #include "pellor/friends/detail/PLPersonForm.h"
 #include "pellor/runtime/CBOR.h"
 #include "pellor/runtime/LongArrayElements.h"
@@ -44,7 +45,7 @@ bool hasOwnEntries(const Dictionary& form) {
 
 RemovedFriends::RemovedFriends(std::shared_ptr<PLFriendsManager> manager, std::function<double()> clock)
     : _manager(std::move(manager)), _clock(std::move(clock)) {
-  _manager->attach(Key, MostFriends);
+  _manager->editor().attach(Key, MostFriends);
 }
 
 std::optional<RemovedFriends::Entry> RemovedFriends::entryOf(const Value& value) {
@@ -69,7 +70,7 @@ Value RemovedFriends::valueOf(const Entry& entry) {
 
 // What is none of these is left out, and goes with the next write.
 const std::vector<RemovedFriends::Entry>& RemovedFriends::entries() {
-  const LongArray stored = _manager->attached(Key);
+  const LongArray stored = _manager->editor().attached(Key);
   if (stored.chunks() == _read.chunks()) return _entries;
   _read = stored;
   _entries.clear();
@@ -149,7 +150,7 @@ void RemovedFriends::write(std::vector<Entry> entries) {
   LongArrayElements elements;
   for (const Entry& entry : entries)
     elements.push_back(entry.isChanged ? ArrayChunk::Element(valueOf(entry)) : elementAt(_read, entry.index));
-  _manager->setAttached(Key, arrayOf(std::move(elements)));
+  _manager->editor().setAttached(Key, arrayOf(std::move(elements)));
 }
 
 void RemovedFriends::takeBack(const Changes& changes) {

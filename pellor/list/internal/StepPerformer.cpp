@@ -6,6 +6,7 @@
 
 #include "pellor/friends/PLFriendGroup.h"
 #include "pellor/friends/PLFriendsManager.h"
+#include "pellor/friends/PLListEditor.h"
 #include "pellor/friends/PLPerson.h"
 #include "pellor/friends/internal/PLMergeFields.h"
 
@@ -105,7 +106,7 @@ void StepPerformer::removePages() {
     if (_step.draft.indexOf(id)) {
       _pages.push_back(id);
     } else {
-      _manager.removeFriendGroupAtIndex(index - 1);
+      _manager.editor().removeFriendGroupAtIndex(index - 1);
     }
   }
   std::ranges::reverse(_pages);
@@ -124,14 +125,14 @@ void StepPerformer::arrangePages() {
     const auto place = [&](std::size_t at) { return _pages.begin() + static_cast<std::ptrdiff_t>(at); };
     const auto found = std::find(place(index), _pages.end(), wanted);
     if (found == _pages.end()) {
-      _manager.insertEmptyGroupAtIndex(index);
+      _manager.editor().insertEmptyGroupAtIndex(index);
       _pages.insert(place(index), wanted);
     } else if (found == place(index + 1)) {
       const std::size_t to = std::min(*_step.draft.indexOf(_pages[index]), _pages.size() - 1);
-      _manager.moveFriendGroupToIndex(index, to);
+      _manager.editor().moveFriendGroupToIndex(index, to);
       std::rotate(place(index), place(index + 1), place(to) + 1);
     } else if (found != place(index)) {
-      _manager.moveFriendGroupToIndex(static_cast<std::size_t>(found - _pages.begin()), index);
+      _manager.editor().moveFriendGroupToIndex(static_cast<std::size_t>(found - _pages.begin()), index);
       std::rotate(place(index), found, found + 1);
     }
   }
