@@ -209,9 +209,14 @@ PLFriendsManager::PLFriendsManager(Passkey, Process& process, std::string domain
                  postOnMainQueue(_process, PLFriendsManagerStoreTroubleChangedNotification, weak_from_this());
                }},
           })),
-      _editor(new PLListEditor(process, *_parts, *_pendingChanges,
-                               {[this] { return isLoaded(); }, [this] { _postChangeNotificationIfNecessary(); },
-                                [this] { _checkInvariants(); }})) {
+      _editor([this] {
+        PLListEditor::Handlers handlers;
+        handlers.isLoaded = [this] { return isLoaded(); };
+        handlers.postChanges = [this] { _postChangeNotificationIfNecessary(); };
+        handlers.checkInvariants = [this] { _checkInvariants(); };
+        return std::unique_ptr<PLListEditor>(
+            new PLListEditor(_process, *_parts, *_pendingChanges, std::move(handlers)));
+      }()) {
   _process.addSettleParticipant(*_client);
 }
 

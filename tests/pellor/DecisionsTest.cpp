@@ -284,5 +284,29 @@ TEST_F(DecisionsTest, WhileContactsCannotBeReadNoEvidenceIsAnotherOne) {
   EXPECT_EQ(linkOf(*a), "g1");
 }
 
+TEST(PLExceptionTest, IsReadAsItWasWrittenAndCountsForNothingWhereItIsDamaged) {
+  const Dictionary written = dictionaryOf({"7",
+                                           PLDecisionKind::relinked,
+                                           {"g1", "Ann", {"a@example.org", "b@example.org"}},
+                                           {.guid = "g2", .name = {}, .destinations = {}}});
+  const auto read = exceptionOf(written);
+  ASSERT_TRUE(read);
+  EXPECT_EQ(dictionaryOf(*read), written);
+
+  const auto with = [&](const char* key, const Value& value) {
+    Dictionary members = written;
+    members.insert_or_assign(key, value);
+    return Value(members);
+  };
+  for (const Value& none : {Value("no exception"), with("id", 1), with("kind", 1), with("kind", "of a later version")})
+    EXPECT_FALSE(exceptionOf(none));
+  EXPECT_EQ(exceptionOf(with("friend", "Ann"))->person, PLCardIdentity());
+  const Dictionary noDestinations{{"ABRecordGUID", "g1"}, {"AllValues", "a@example.org"}};
+  EXPECT_EQ(exceptionOf(with("friend", noDestinations))->person.destinations, std::vector<std::string>());
+  const Dictionary someDestinations{{"AllValues", Array{"b@example.org", 1, "a@example.org"}}};
+  EXPECT_EQ(exceptionOf(with("friend", someDestinations))->person.destinations,
+            (std::vector<std::string>{"a@example.org", "b@example.org"}));
+}
+
 }  // namespace
 }  // namespace pellor
