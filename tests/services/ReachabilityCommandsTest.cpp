@@ -88,6 +88,13 @@ TEST_F(ReachabilityCommandsTest, WhatWasAskedOnceIsShownByLaterProgramsWithItsAg
   EXPECT_THAT(run({"status"}).output, HasSubstr("+ Bob Ray (1:2): reachable at 030 7654321 (2 h ago)\n"));
 }
 
+TEST_F(ReachabilityCommandsTest, ATokenThatOthersCanReadIsRemarkedOn) {
+  const auto remark = HasSubstr("others can use what is in " + (home / "token").string());
+  EXPECT_THAT(run({"doctor"}).output, Not(remark));
+  std::filesystem::permissions(home / "token", std::filesystem::perms(0640));
+  EXPECT_THAT(run({"doctor"}).output, AllOf(remark, HasSubstr("chmod 600")));
+}
+
 TEST_F(ReachabilityCommandsTest, AServiceThatRefusesIsToldOfBesideWhatWasKnown) {
   setAnswers(2.5 * 3600);
   const std::string body = R"({"errcode":"M_UNAUTHORIZED","error":"no"})";

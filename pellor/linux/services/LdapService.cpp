@@ -44,8 +44,10 @@ ServiceReport report(Process& process, const Configuration& configuration) {
     static const std::string none;
     return none;
   });
-  return reportOf(LdapDirectory(optionsOf(configuration), conversions, serviceLog(process, "reachability")).state(),
-                  "see that it can be reached, and look at the keys of [ldap]: pellor help services");
+  const LdapDirectoryOptions options = optionsOf(configuration);
+  return reportOf(LdapDirectory(options, conversions, serviceLog(process, "reachability")).state(),
+                  "see that it can be reached, and look at the keys of [ldap]: pellor help services",
+                  options.bindName.empty() ? std::filesystem::path() : options.passwordFile);
 }
 
 }  // namespace

@@ -25,8 +25,10 @@ void choose(const Configuration& configuration, LinuxPlatformOptions& options) {
 }
 
 ServiceReport report(Process& process, const Configuration& configuration) {
-  return reportOf(MatrixDirectory(optionsOf(configuration), serviceLog(process, "reachability")).state(),
-                  "see that it can be reached, and look at the keys of [matrix]: pellor help services");
+  const MatrixDirectoryOptions options = optionsOf(configuration);
+  return reportOf(MatrixDirectory(options, serviceLog(process, "reachability")).state(),
+                  "see that it can be reached, and look at the keys of [matrix]: pellor help services",
+                  options.accessTokenFile);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "pellor/linux/Configuration.h"
 #include "pellor/linux/EmbeddedReports.h"
+#include "pellor/linux/files/internal/SecretFile.h"
 #include "pellor/linux/reachability/DirectoryReachability.h"
 #include "pellor/linux/services/internal/BuiltAdapters.h"
 #include "pellor/linux/services/internal/ServiceAdapter.h"
@@ -36,8 +37,15 @@ std::string requiredText(const Configuration& configuration, const char* key, co
   throw ConfigurationError(choice + " needs the key " + key + " (pellor doctor --keys says what it means)");
 }
 
-ServiceReport reportOf(const DestinationDirectory::State& state, const char* advice) {
-  return state.answers ? ServiceReport::working(state.text) : ServiceReport::failing(state.text, advice);
+ServiceReport reportOf(const DestinationDirectory::State& state, const char* advice,
+                       const std::filesystem::path& secretFile) {
+  ServiceReport report =
+      state.answers ? ServiceReport::working(state.text) : ServiceReport::failing(state.text, advice);
+  if (!secretFile.empty() && readSecret(secretFile).isOpenToOthers) {
+    report.remarks.push_back("others can use what is in " + secretFile.string() +
+                             ": make it readable for yourself alone (chmod 600)");
+  }
+  return report;
 }
 
 std::shared_ptr<ReachabilityService> reachabilityOf(Process& process, std::shared_ptr<ReachabilityService> conversions,

@@ -34,8 +34,10 @@ using ServiceAdapters = std::vector<ServiceAdapter>;
 /// The value of a key that the choice needs. Throws ConfigurationError when it is unset.
 std::string requiredText(const Configuration& configuration, const char* key, const std::string& choice);
 
-/// What a directory says of itself, as a report.
-ServiceReport reportOf(const DestinationDirectory::State& state, const char* advice);
+/// What a directory says of itself, as a report, with a remark where others can use what is in its file of a password
+/// or token; an empty path: it has none.
+ServiceReport reportOf(const DestinationDirectory::State& state, const char* advice,
+                       const std::filesystem::path& secretFile);
 
 /// A service that asks the directory, keeps its answers in the data folder and tells of them on the process's bus.
 std::shared_ptr<ReachabilityService> reachabilityOf(Process& process, std::shared_ptr<ReachabilityService> conversions,
