@@ -57,8 +57,8 @@ function(pellor_no_optimisation_in_debug target)
   endif()
 endfunction()
 
-# pellor_compile_together(<target>): what a folder of the target lists becomes one source, so that what they include is
-# read once. Not so a source with options of its own, one with SKIP_UNITY_BUILD_INCLUSION, and a target with UNITY_BUILD
+# pellor_compile_together(<target>): each PELLOR_COMPILE_TOGETHER sources that follow each other in a folder's list become
+# one, so that what they include is read once. Not so a source with options of its own, one with SKIP_UNITY_BUILD_INCLUSION, and a target with UNITY_BUILD
 # OFF. To be called when the target has all its sources.
 function(pellor_compile_together target)
   get_target_property(is_wanted ${target} UNITY_BUILD)
@@ -73,7 +73,10 @@ function(pellor_compile_together target)
   foreach(source IN LISTS sources)
     string(REGEX MATCH "^[a-z]+/" folder ${source})
     string(REPLACE "/" "" folder "all${folder}")
-    set_source_files_properties(${source} PROPERTIES UNITY_GROUP ${folder})
+    list(APPEND sources_of_${folder} ${source})
+    list(LENGTH sources_of_${folder} number)
+    math(EXPR group "(${number} - 1) / ${PELLOR_COMPILE_TOGETHER}")
+    set_source_files_properties(${source} PROPERTIES UNITY_GROUP ${folder}${group})
   endforeach()
 endfunction()
 
@@ -86,7 +89,7 @@ function(pellor_library target name)
   # that can become part of a shared object.
   target_compile_options(${target} PRIVATE $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-fno-semantic-interposition>)
   pellor_compile_settings(${target})
-  if(PELLOR_COMPILE_TOGETHER)
+  if(PELLOR_COMPILE_TOGETHER GREATER 1)
     cmake_language(EVAL CODE "cmake_language(DEFER CALL pellor_compile_together [[${target}]])")
   endif()
 endfunction()
